@@ -36,8 +36,13 @@ namespace
         while (Next() && !sLine.empty())
         {
             auto const dFields = Fields(sLine, s_Block);
-            dFields.empty() ? void(++nComplaints)
-                            : Report.dCategories[dFields[1]][dFields[2]].Add({ 1, std::stoull(dFields[0]) });
+            if (dFields.empty())
+            {
+                ++nComplaints;
+                continue;
+            }
+            Holding_t & Holding = Report.dCategories[dFields[1]][dFields[2]];
+            Holding = Holding + Holding_t{ 1, std::stoull(dFields[0]) };
         }
         bool const bTitle = Next() && sLine == "Total allocations" && Next();
         auto const dTotal = Fields(bTitle ? sLine : "", s_Total);

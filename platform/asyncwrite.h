@@ -17,8 +17,8 @@ namespace plat
     class AsyncFile_c
     {
     public:
-        /// Sets whether files that are created from now on may be written while their thread continues. True at start.
-        /// Requires that no other thread creates a file meanwhile.
+        /// Sets whether files that are created from now on may be written while their thread continues. At start they
+        /// may. Requires that no other thread creates a file meanwhile.
         static void AllowConcurrent(bool bAllow);
 
         constexpr AsyncFile_c() = default;

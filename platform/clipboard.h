@@ -1,6 +1,7 @@
 // clipboard.h: the user's store of data that processes exchange, open to one process at a time.
 //
-// - Data are stored under formats. A format is a name of at most 255 bytes. A block has at most 64 MiB.
+// - Data are stored under formats. A format is a name of at most 255 bytes. A block has at most CLIPBOARD_LIMIT
+//   bytes.
 // - Only one process at a time can have the clipboard open. The end of that process closes it, also after a crash. In a
 //   child process it is closed.
 // - Other processes see data as soon as they are set, as a whole. If a process is killed meanwhile, the previous data
@@ -17,9 +18,16 @@ namespace plat
 {
     constexpr std::size_t CLIPBOARD_LIMIT = 64 * 1024 * 1024;   // bytes of a block
 
-    /// Sets the place of the clipboard, for a host or a test. Null restores the user's own. Moves no data. If the
-    /// clipboard is made of files, a place is a folder. Copies the text, cut at 4095 bytes. Requires a closed
-    /// clipboard.
+    /// A block of bytes that can be put into the clipboard. A null block has the size 0 and can't be locked.
+    struct ClipboardBlock_s;
+    using ClipboardBlock_t = ClipboardBlock_s *;
+
+    /// Function that waits.
+    using ClipboardWait_t = void (*)(unsigned int nMilliseconds);
+
+    /// Sets the place of the clipboard, for a host or a test. Null or an empty text restores the user's own. Moves no
+    /// data. If the clipboard is made of files, a place is a folder. Copies the text, cut at 4095 bytes. Requires a
+    /// closed clipboard.
     ZQ_API void ClipboardSetFolder(char const * szFolder);
 
     /// Registers a format and returns its number. Names that differ in ASCII case only have the same number. A process
@@ -35,10 +43,6 @@ namespace plat
     /// Removes the data of all formats from the open clipboard. Other processes see this when data are set or the
     /// clipboard is closed. Returns false if it is not open.
     bool ClipboardEmpty();
-
-    /// A block of bytes that can be put into the clipboard. A null block has the size 0 and can't be locked.
-    struct ClipboardBlock_s;
-    using ClipboardBlock_t = ClipboardBlock_s *;
 
     /// Allocates a block of zeroed bytes, which the caller owns, and returns it. Returns null above CLIPBOARD_LIMIT.
     ClipboardBlock_t ClipboardBlockNew(std::size_t nBytes);
@@ -62,15 +66,13 @@ namespace plat
 
     /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null, and the
     /// caller still owns the block:
-    /// - A null block, an unknown format or a closed clipboard changes nothing.
+    /// - A null block changes nothing.
+    /// - An unknown format or a closed clipboard changes nothing.
     /// - A failed write changes no data. It undoes a ClipboardEmpty that no successful ClipboardSet has followed.
     ClipboardBlock_t ClipboardSet(unsigned int iFormat, ClipboardBlock_t hBlock);
 
     /// Waits between two attempts to open the clipboard.
     void ClipboardWait(unsigned int nMilliseconds);
-
-    /// Function that waits.
-    using ClipboardWait_t = void (*)(unsigned int nMilliseconds);
 
     /// Replaces the wait function, for tests; null restores the default. Returns the previous one.
     ClipboardWait_t ClipboardSetWait(ClipboardWait_t fnWait);

@@ -7,6 +7,13 @@
 
 namespace plat
 {
+    /// Date and time of day, local.
+    struct LocalTime_t
+    {
+        int iYear, iMonth, iDay;   // month and day from 1
+        int iHour, iMinute, iSecond, iMillisecond;
+    };
+
     /// Returns the ticks of the good clock. It runs evenly and never back. Requires that GoodClockFrequency is not 0.
     std::int64_t GoodClockTicks();
 
@@ -26,13 +33,6 @@ namespace plat
 
     /// Returns the whole seconds since 1970-01-01 00:00 UTC, in 64 bits on every word size.
     std::int64_t SecondsSince1970();
-
-    /// Date and time of day, local.
-    struct LocalTime_t
-    {
-        int iYear, iMonth, iDay;   // month and day from 1
-        int iHour, iMinute, iSecond, iMillisecond;
-    };
 
     /// Returns the present local time.
     LocalTime_t LocalTime();

@@ -22,7 +22,7 @@ namespace plat
         void (*fnUninitialize)() = nullptr;
     };
 
-    /// Installs functions. Returns the previous ones. Main thread.
+    /// Installs functions. Returns the previous ones. Requires the main thread.
     ZQ_API ComSystem_t ComSystemSet(ComSystem_t const & System);
 
     /// Start and end COM on the calling thread. The start returns a COM_ result. COM_OK and

@@ -9,7 +9,7 @@
 // - ZQ_PRINTF(iFormat, iFirstArgument) checks the arguments of a function that formats like printf. Both positions
 //   count from 1, and `this` counts too.
 // - ZQ_REFUSE_IF(bWrong, szText), after the declarator of a function, refuses calls for which a constant expression of
-//   its parameters is true. Has no effect with GCC. ZQ_COMPILE_ERROR(szText) refuses each call of a function that
+//   its parameters is true. It has no effect with GCC. ZQ_COMPILE_ERROR(szText) refuses each call of a function that
 //   remains after optimization.
 // - ZQ_IS_CONSTANT(value) is true if the compiler knows the value. ZQ_FOLDS_CALLS is true if this includes what inlined
 //   calls with constant arguments return. It is false without optimization, and with Clang, where ZQ_REFUSE_IF serves.
@@ -20,8 +20,9 @@
 //   program start, not later by hand.
 // - ZQ_KEEP_WRITES(p) stops the compiler from removing writes to the memory at p that the program does not read before
 //   it releases the memory.
-// - ZQ_PREFETCH(pAddress) prefetches the cache line at an address that will be written soon. Safe for any address.
-// - ZQ_BREAK() is a breakpoint trap at this place. Without a debugger the process crashes with the breakpoint's code.
+// - ZQ_PREFETCH(pAddress) prefetches the cache line at an address that will be written soon. It may be any address.
+// - ZQ_BREAK() is a breakpoint trap at this place. Without a debugger it is a fault, as a rule FAULT_BREAKPOINT
+//   (faults.h).
 // - ZQ_FUNCTION is the name of the present function with its class and arguments, as the compiler spells it.
 // - ZQ_FIRST_BIT(nBits) is the index of the lowest bit set in a 32-bit word, which must not be 0.
 // - ZQ_UNCHECKED turns the checkers of addresses and of undefined behaviour off in a function that deliberately reads
@@ -30,9 +31,10 @@
 // For code of one kind of processor:
 //
 // - ZQ_TARGET(szFeatures) lets a function use instructions beyond those of the build, named as in "sha,sse4.1".
-// - ZQ_WRITTEN_ORDER, at the head of a source, keeps its instructions in the order in which they are written. Has no
-//   effect with Clang.
-// - ZQ_PROCESSOR_HAS(szFeature) is true if the processor has that feature. Callable before the first constructor.
+// - ZQ_WRITTEN_ORDER, at the head of a source, keeps its instructions in the order in which they are written. It has
+//   no effect with Clang.
+// - ZQ_PROCESSOR_HAS(szFeature) is true if the processor has that feature. It can be used before the first
+//   constructor.
 #pragma once
 
 #include "system/exports.h"

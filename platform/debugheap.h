@@ -11,7 +11,7 @@
 // New memory is filled with 0xCD and freed memory with 0xDD. A block of more than HEAP_FILL_LIMIT bytes is filled at
 // its ends only. A hook is called under the heap's lock before each event takes effect.
 //
-// Threads: any thread. Usable before the first constructor and after the last destructor.
+// Threads: any thread. The heap can be used before the first constructor and after the last destructor.
 #pragma once
 
 #include "platform/compiler.h"
@@ -81,7 +81,7 @@ namespace plat
     HeapBlock_t HeapDescribe(void const * pUser);
 
     /// Finds the live block that begins at a pointer, or whose own bytes begin there. Returns false if there is none.
-    /// Walks the whole list. Safe for any pointer.
+    /// Walks the whole list. It is safe for any pointer.
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block);
 
     /// Copies the name of a block's source file, cut to nSize - 1 bytes. Writes "unknown" if szFile is null, and
@@ -101,10 +101,10 @@ namespace plat
     void HeapSetWordName(HeapWordName_t fnName);
     void HeapSetDump(HeapDump_t fnDump);
 
-    /// Sets whether blocks that still live at the end of the process are reported, after the last destructor. False at
-    /// start. Blocks that the C++ runtime's own globals reach are left out: it keeps them for as long as the process
-    /// runs. They are reported too if the runtime is no library of its own. If other threads still run, their blocks
-    /// can't be distinguished from lost ones. Then the report is one line, which says that nothing is listed.
+    /// Sets whether blocks that still live at the end of the process are reported, after the last destructor. At start
+    /// they are not. Blocks that the C++ runtime's own globals reach are left out: it keeps them for as long as the
+    /// process runs. They are reported too if the runtime is no library of its own. If other threads still run, their
+    /// blocks can't be distinguished from lost ones. Then the report is one line, which says that nothing is listed.
     void HeapSetLeakCheck(bool bCheck);
 
     /// Returns the text for a word, as the function of HeapSetWordName does, or "unknown" without one.
@@ -116,6 +116,6 @@ namespace plat
     /// Installs a receiver of reports; null restores the default. Returns the previous one.
     HeapReport_t HeapReportSet(HeapReport_t fnReceiver);
 
-    /// The heap's lock, with a spin count of 4000. Held during each hook.
+    /// The heap's lock, with a spin count of 4000. It is held during each hook.
     extern Lock_c g_HeapLock;
 }

@@ -5,8 +5,8 @@
 // use neither the heap nor a lock.
 //
 // - One filter is set at a time. A caller that sets one keeps the previous one, and its filter calls that.
-// - After the filter the fault goes to the handler from before the first filter, with the thread as it was. Without a
-//   handler the process terminates as if the fault were unhandled.
+// - A fault that the filter has not dealt with goes to the handler that was set before the library's, with the thread
+//   as it was. Without such a handler the process terminates as if the fault were unhandled.
 // - One thread at a time runs the filter. Another one that faults meanwhile waits for it. After that it skips the
 //   filter, unless the filter has dealt with the first fault.
 // - A fault in a filter, outside a guarded call, skips the filter too.
@@ -81,7 +81,7 @@ namespace plat
         FaultAccess_e eAccess = FaultAccess_e::NoMemory;
     };
 
-    /// Argument of a fault filter. Valid during the call.
+    /// Argument of a fault filter. It is valid during the call.
     struct FaultPointers_t
     {
         FaultRecord_t const * pRecord;
@@ -89,12 +89,21 @@ namespace plat
     };
 
     /// Function that handles a fault. Returns 0 to pass the fault on to the handler that was set before the library's.
-    /// Any other value means that the fault has been dealt with: the instruction runs again, or after a breakpoint or a
-    /// step the next one. An uncaught exception and abort() end the process whatever the value.
+    /// Any other value means that the fault has been dealt with: the instruction runs again, or after a trap, such as a
+    /// breakpoint or a step, the next one. An uncaught exception and abort() end the process whatever the value.
     using FaultFilter_t = long (*)(FaultPointers_t const * pFault);
 
-    /// Sets the filter and returns the previous one. The first filter hooks the faults and calls FaultThreadJoin.
-    /// Null unhooks the faults. One thread at a time.
+    /// A thread's stack. It grows from its far end, where the first frame is, to lower addresses.
+    struct FaultStack_t
+    {
+        std::uintptr_t FarEnd;   // address after the last byte
+        std::size_t nUsed;       // bytes from the stack pointer to the far end, at most nSize
+        std::size_t nSize;       // bytes that it may grow to
+    };
+
+    /// Sets the filter and returns the previous one. The first filter, also the first after null, hooks the faults and
+    /// calls FaultThreadJoin and FaultReserveDescriptors. Null unhooks the faults. Only one thread at a time may call
+    /// it.
     ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
 
     /// Allocates a stack for faults of the calling thread, so that a stack overflow on it is reported too. Returns
@@ -109,19 +118,11 @@ namespace plat
     ZQ_API bool FaultThreadJoin();
 
     /// Opens the descriptors that are held for the filter in case the process has used up all of its own, or those that
-    /// the host has closed since. FaultFilterSet calls it. Any thread, but one at a time.
+    /// the host has closed since. Any thread may call it, but only one at a time.
     void FaultReserveDescriptors();
 
     /// Captures the caller's registers. nIp is the address after the call; nAx and nVectors are 0.
     ZQ_API void FaultContextCapture(FaultContext_t * pContext);
-
-    /// A thread's stack. It grows from its far end, where the first frame is, to lower addresses.
-    struct FaultStack_t
-    {
-        std::uintptr_t FarEnd;   // address after the last byte
-        std::size_t nUsed;       // bytes from the stack pointer to the far end, at most nSize
-        std::size_t nSize;       // bytes that it may grow to
-    };
 
     /// Finds the stack that the stack pointer of these registers lies in, or has just left at its full end. Requires
     /// registers of the calling thread. Returns false if there is no such memory or the system does not report it. A

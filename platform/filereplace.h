@@ -10,7 +10,7 @@
 
 namespace plat
 {
-    /// Waits until all that was written to the file is on the disk. Returns false if some of it is lost.
+    /// Waits until all that was written to the file is on the disk. Returns false if some of it may be lost.
     bool FileSync(File_t hFile);
 
     /// Writes the names of the folders of a file's path to the disk, so that a new file can't be lost with its folder.
@@ -27,7 +27,7 @@ namespace plat
     ///
     /// Returns false, with both names unchanged:
     /// - if szFrom does not name that file;
-    /// - if szTo is neither a regular file nor a link;
+    /// - if szTo names anything but a regular file or a link;
     /// - if the folder can't be opened for the synchronization, unless only the right to read it is missing;
     /// - on any other failure of the rename.
     ///

@@ -43,106 +43,12 @@ namespace plat
         bool bRegular = false;   // whether it is a plain file: not a folder, pipe, socket or device
     };
 
-    /// Opens an existing regular file for reading. Fills pFacts, unless it is null, without the system call that
-    /// FileGetFacts makes. Returns null on failure. Fails for folders, pipes, sockets and devices, and never waits for
-    /// them.
-    File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
-
-    /// A repeated test whether a file can be opened with writers excluded.
-    class FileLockTest_c
-    {
-    public:
-        /// Requires that the path outlives the test.
-        explicit FileLockTest_c(char const * szPath)
-            : m_szPath(szPath)
-        {}
-
-        /// Opens the file for reading and closes it again. Returns false if that fails, or if anyone has it open for
-        /// writing. If the system does not report writers, returns true if size and write time are unchanged since the
-        /// previous call.
-        bool Try();
-
-        /// Returns whether the last Try found nothing at that path.
-        bool IsAbsent() const { return m_bAbsent; }
-
-    private:
-        char const * m_szPath;
-        FileFacts_t m_Seen;   // at the previous call
-        bool m_bSeen = false;
-        bool m_bAbsent = false;
-    };
-
-    /// Reads the facts of an open file. Returns false on failure.
-    bool FileGetFacts(File_t hFile, FileFacts_t & Facts);
-
-    /// Hints to the system that nBytes will be read once from front to back. Does nothing for at most 128 KiB, which
-    /// the system reads ahead unasked: the hint would cost a tenth of the whole read.
-    void FileHintSequential(File_t hFile, std::uint64_t nBytes = UINT64_MAX);
-
-    /// Reads from the present position until it has nBytes, the file ends or an error occurs. Returns the number of
-    /// bytes read.
-    std::size_t FileRead(File_t hFile, void * pBuffer, std::size_t nBytes);
-
-    /// Moves the position by iOffset: from the present position if iOrigin is 1, from the end if it is 2, else from the
-    /// start. Returns the new position, or -1 on failure.
-    std::int64_t FileSeek(File_t hFile, std::int64_t iOffset, int iOrigin);
-
-    /// Closes an open file.
-    void FileClose(File_t hFile);
-
-    /// Reads the facts of what the path names, following links. Returns false on failure, for instance if it names
-    /// nothing.
-    bool PathGetFacts(char const * szPath, FileFacts_t & Facts);
-
-    /// Opens a C stream of a regular file with fopen's modes. Returns null on failure. An existing file is found in any
-    /// spelling. A new file gets the path's own spelling. A stream that writes is opened by the rule of filewrite.h.
-    /// Programs that the process starts do not inherit it.
-    std::FILE * StreamOpen(char const * szPath, char const * szMode);
-
-    /// Opens a stream without a buffer by the rule of filewrite.h. All output goes to the end of the file, even if
-    /// others write or cut it. Empties the file, unless a stream that this function opened is open on it, in this
-    /// process or another. Empties it too if the system can't report such a stream. Returns null on failure.
-    std::FILE * StreamOpenLog(char const * szPath);
-
-    /// Starts a new log file if the log holds more than nLimit bytes. Requires that StreamOpenLog opened pStream with
-    /// szPath; others may write to it meanwhile. Returns the size of the stream's file in bytes, or 0 if the system
-    /// can't report it.
-    /// - The full file gets ".1" at the end of its name, and previous ones ".2" up to the number nPrevious. The stream
-    ///   continues in a new file szPath.
-    /// - A file that another process has already renamed is not renamed again.
-    /// - If nPrevious is 0, the file is emptied instead.
-    /// - On failure the stream continues in the old file.
-    std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nPrevious);
-
-    /// Returns whether a stream has no buffer, as those of StreamOpenLog. False means that the log's stream was closed
-    /// and another one now has its address.
-    bool StreamIsUnbuffered(std::FILE * pStream);
-
-    /// Writes to the stream's file without its buffer. Requires that the buffer is empty or absent. Uses as few
-    /// system calls as possible: one, unless a disk is full. Returns the number of bytes written.
-    std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes);
-
-    /// Creates one folder. Returns false if it exists already or can't be created.
-    bool FolderCreate(char const * szPath);
-
     /// State of the written data when a function returns.
     enum class Durability_e
     {
         Written,       // perhaps not on the disk yet
         Synchronized   // on the disk
     };
-
-    /// Copies a regular file's contents and write time to szTo, which is opened by the rule of filewrite.h. Returns
-    /// false on failure, which may leave a part of the contents there. Fails if both paths name one file. Does
-    /// not synchronize the folder.
-    bool FileCopy(char const * szFrom, char const * szTo, Durability_e eDurability = Durability_e::Written);
-
-    /// Deletes a file, or a folder with all its contents. Removes links without following them. Returns false if there
-    /// was nothing, or if anything is left. Refuses a path that is the root or ends in "." or "..".
-    bool TreeDelete(char const * szPath);
-
-    /// Removes the spellings that folder listings and searches found, and frees their memory.
-    void SpellingsForget();
 
     /// One entry of a folder. "." and ".." are left out.
     struct FolderEntry_t
@@ -163,6 +69,101 @@ namespace plat
         std::uint64_t iFolder = 0;
         bool operator==(FolderIdentity_t const &) const = default;
     };
+
+    /// Opens an existing regular file for reading. Fills pFacts, unless it is null, without the system call that
+    /// FileGetFacts makes. Returns null on failure. Fails for folders, pipes, sockets and devices, and never waits for
+    /// them.
+    File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
+
+    /// A repeated test whether a file can be opened with writers excluded.
+    class FileLockTest_c
+    {
+    public:
+        /// Requires that the path outlives the test.
+        explicit FileLockTest_c(char const * szPath)
+            : m_szPath(szPath)
+        {}
+
+        /// Opens the file for reading and closes it again. Returns false if that fails, or if anyone has it open for
+        /// writing. If the system does not report writers, returns true if size and write time are unchanged since the
+        /// previous call that opened the file.
+        bool Try();
+
+        /// Returns whether the last Try found nothing at that path.
+        bool IsAbsent() const { return m_bAbsent; }
+
+    private:
+        char const * m_szPath;
+        FileFacts_t m_Seen;   // at the previous call that opened the file
+        bool m_bSeen = false;
+        bool m_bAbsent = false;
+    };
+
+    /// Reads the facts of an open file. Returns false on failure.
+    bool FileGetFacts(File_t hFile, FileFacts_t & Facts);
+
+    /// Hints to the system that nBytes will be read once from front to back. Does nothing for at most 128 KiB, which
+    /// the system reads ahead unasked: the hint would cost a tenth of the whole read.
+    void FileHintSequential(File_t hFile, std::uint64_t nBytes = UINT64_MAX);
+
+    /// Reads nBytes from the present position. Returns the number of bytes read, which is smaller at the end of the
+    /// file or after an error.
+    std::size_t FileRead(File_t hFile, void * pBuffer, std::size_t nBytes);
+
+    /// Moves the position by iOffset: from the present position if iOrigin is 1, from the end if it is 2, else from the
+    /// start. Returns the new position, or -1 on failure.
+    std::int64_t FileSeek(File_t hFile, std::int64_t iOffset, int iOrigin);
+
+    /// Closes an open file.
+    void FileClose(File_t hFile);
+
+    /// Reads the facts of what the path names, following links. Returns false on failure, for instance if it names
+    /// nothing.
+    bool PathGetFacts(char const * szPath, FileFacts_t & Facts);
+
+    /// Opens a C stream of a regular file with fopen's modes. Returns null on failure. An existing file is found in any
+    /// spelling. A new file gets the path's own spelling. A stream that writes is opened by the rule of filewrite.h.
+    /// Programs that the process starts do not inherit it.
+    std::FILE * StreamOpen(char const * szPath, char const * szMode);
+
+    /// Opens a stream without a buffer by the rule of filewrite.h. All output goes to the end of the file, even if
+    /// others write or cut it. Empties the file, unless it is locked: by a stream that this function opened, in this
+    /// process or another, or by another program. Empties it too if the system has no locks for it. Returns null on
+    /// failure.
+    std::FILE * StreamOpenLog(char const * szPath);
+
+    /// Starts a new log file if the log holds more than nLimit bytes. Requires that StreamOpenLog opened pStream with
+    /// szPath; others may write to it meanwhile. Returns the size of the stream's file in bytes, or 0 if the system
+    /// can't report it.
+    /// - The full file gets ".1" at the end of its name, and previous ones ".2" up to the number nPrevious. The stream
+    ///   continues in a new file szPath.
+    /// - A file that another process has already renamed is not renamed again.
+    /// - If nPrevious is 0, the file is emptied instead.
+    /// - On failure the stream continues in the old file.
+    std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nPrevious);
+
+    /// Returns whether a stream has no buffer, as those of StreamOpenLog. False means that the log's stream was closed
+    /// and another one now has its address.
+    bool StreamIsUnbuffered(std::FILE * pStream);
+
+    /// Writes to the stream's file without its buffer. Requires that the buffer is empty or absent. Uses as few
+    /// system calls as possible: one, unless the system writes only a part. Returns the number of bytes written.
+    std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes);
+
+    /// Creates one folder. Returns false if it exists already or can't be created.
+    bool FolderCreate(char const * szPath);
+
+    /// Copies a regular file's contents and write time to szTo, which is opened by the rule of filewrite.h. Returns
+    /// false on failure, which may leave a part of the contents there. Fails if both paths name one file. Does
+    /// not synchronize the folder.
+    bool FileCopy(char const * szFrom, char const * szTo, Durability_e eDurability = Durability_e::Written);
+
+    /// Deletes a file, or a folder with all its contents. Removes links without following them. Returns false if there
+    /// was nothing, or if anything is left. Refuses a path that is the root or ends in "." or "..".
+    bool TreeDelete(char const * szPath);
+
+    /// Removes the spellings that folder listings and searches found, and frees their memory.
+    void SpellingsForget();
 
     /// Finds a folder's identity. With bAsWritten only the path's own spelling is tried. Returns false if there is no
     /// such folder.

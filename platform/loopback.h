@@ -4,6 +4,8 @@
 // the others. A connection carries one request and one answer.
 //
 // There are at most 16 connections. A further one replaces the oldest. Serve ends a connection in these cases:
+// - the client has closed it, or the system reports an error.
+// - its request has LOOPBACK_MAX_REQUEST bytes and is not complete.
 // - its request is not complete after 10 seconds.
 // - its answer was not sent 60 seconds after the request was complete.
 // - the client has not closed it 2 seconds after the answer was sent.
@@ -47,6 +49,8 @@ namespace plat
         void Serve(int nMilliseconds, LoopbackAnswer_t const & fnAnswer);
 
     private:
+        void Accept();
+
         struct State_s;
         std::unique_ptr<State_s> m_pState;
     };

@@ -9,11 +9,12 @@ namespace plat
     /// Bytes of the smallest page of this system. Memory is readable in whole pages of this size.
     constexpr std::uintptr_t MEMORY_PAGE = 4096;
 
-    /// Returns whether these bytes can be read now. Safe for any address, including null. One system call a page.
+    /// Returns whether these bytes can be read now. It is safe for any address, including null. Makes one system
+    /// call for each page.
     bool MemoryIsReadable(void const * pMemory, std::size_t nBytes);
 
-    /// Copies up to nBytes from an address. Returns the number of bytes before the first that can't be read. Safe for
-    /// any address; usually one system call. A fault filter may call it.
+    /// Copies up to nBytes from an address. Returns the number of bytes before the first that can't be read. It is
+    /// safe for any address and usually makes one system call. A fault filter may call it.
     std::size_t MemoryRead(std::uintptr_t Address, void * pBuffer, std::size_t nBytes);
 
     /// Allocates zeroed pages without the heap. Returns null if there are none. A fault filter may call it.

@@ -26,6 +26,6 @@ namespace plat
     std::size_t ModuleBuildId(Module_t const & Module, std::uint8_t * pId, std::size_t nSize);
 
     /// Returns whether a module's file can still be read, as a search for its symbols requires. If not, LastErrorText
-    /// returns the reason.
+    /// (process.h) has the reason.
     bool ModuleFileIsReadable(char const * szPath);
 }

@@ -1,6 +1,6 @@
 // modules.h: which program or library an address belongs to, and which section of it.
 //
-// Uses no heap and no lock, so a fault filter may call it.
+// ModuleFind uses no heap and no lock, so a fault filter may call it.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ namespace plat
         std::uintptr_t nOffset;   // from the section's start; if that is unknown, in the file or the memory
     };
 
-    /// Finds the module and the section of an address. Both ends of a section belong to it. Returns false if no section
-    /// holds the address. Then szPath and nOffset have what is known, or are empty and 0.
+    /// Finds the module and the section of an address. Both ends of a section belong to it. Returns false if it finds
+    /// no section that holds the address. Then szPath and nOffset have what is known, or are empty and 0.
     bool ModuleFind(std::uintptr_t Address, ModulePlace_t * pPlace);
 }

@@ -6,7 +6,7 @@
 
 namespace plat
 {
-    /// Copies the arguments, the program's name first, each with a zero after it. Cut to nSize bytes. Returns the
+    /// Copies the arguments, the program's name first, each with a zero after it, cut to nSize bytes. Returns the
     /// number of bytes copied. A fault filter may call it.
     std::size_t ProcessArguments(char * pBuffer, std::size_t nSize);
 
@@ -49,7 +49,7 @@ namespace plat
     /// has the reason.
     bool ProcessStart(char const * szProgram);
 
-    /// Copies the calling thread's last system error as text with a line end. Cut to nSize - 1 bytes.
+    /// Copies the calling thread's last system error as text with a line end, cut to nSize - 1 bytes.
     void LastErrorText(char * szBuffer, std::size_t nSize);
 
     /// Returns whether the calling thread's last system error means that no file or folder has the name.

@@ -1,4 +1,6 @@
-// rawfiles.h: files for a process that has crashed. Uses no heap and no lock, so a fault filter may call it.
+// rawfiles.h: files for a process that has crashed.
+//
+// The functions use no heap and no lock, so a fault filter may call them.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +16,7 @@ namespace plat
     /// `\` and `/` separate in the path, and folders are found in any case. Returns null on failure.
     /// - If a file that this user's processes created this way has the name, and none of them still writes it, appends
     ///   to that file.
-    /// - If anything else has the name, fails and sets bTaken.
+    /// - If anything else has the name, or that file is still being written, fails and sets bTaken.
     RawFile_t RawMakePrivate(char const * szPath, bool & bTaken);
 
     /// Writes bytes. Returns false if not all of them were written, or if hFile is null.
@@ -28,7 +30,10 @@ namespace plat
 
     /// Reads a regular file, whose path is in the system's own form. Returns its contents in pages, not terminated, and
     /// sets *pBytes to its size. The caller releases the pages by PagesRelease with that size. Returns null, with no
-    /// meaning in *pBytes, if the file is empty, has more than 256 MiB or can't be read, or if there is no memory.
+    /// meaning in *pBytes, in these cases:
+    /// - the file can't be read, or is not a regular one;
+    /// - the file is empty or has more than 256 MiB;
+    /// - there is no memory.
     char const * RawReadAll(char const * szPath, std::size_t * pBytes);
 
     /// Copies the last bytes of the file that a C stream writes, at most nSize. Returns their number; 0 if the file

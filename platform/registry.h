@@ -38,8 +38,28 @@ namespace plat
         Dword = 4
     };
 
-    /// Sets the place of a tree, for a host or a test. Null restores the system's own. Moves no keys. If the store is
-    /// made of files, a place is a folder. Copies the text, cut at 4095 bytes. Requires that it is called at start-up.
+    /// An open key, for one thread at a time. Null is a key that is not open: every operation on it fails. Others may
+    /// delete an open key. All operations on it then fail, even if a new key of its name is created.
+    struct RegistryKey_s;
+    using RegistryKey_t = RegistryKey_s *;
+
+    /// All rights, including the standard ones, with the number of Windows (KEY_ALL_ACCESS).
+    constexpr std::uint32_t REGISTRY_ALL_ACCESS = 0xF003F;
+
+    /// Counts, and lengths in bytes. Those of names do not include a terminator.
+    struct RegistryKeyInfo_t
+    {
+        std::size_t nSubKeys = 0;
+        std::size_t nMaxSubKeyLength = 0;
+        std::size_t nValues = 0;
+        std::size_t nMaxValueNameLength = 0;
+        std::size_t nMaxValueLength = 0;
+        FileTime_t tLastWrite = 0;   // last write or deletion of a value or a subkey
+    };
+
+    /// Sets the place of a tree, for a host or a test. Null or an empty text restores the system's own. Moves no keys.
+    /// If the store is made of files, a place is a folder. Copies the text, cut at 4095 bytes. Requires that it is
+    /// called at start-up.
     ZQ_API void RegistrySetFolder(RegistryTree_e eTree, char const * szFolder);
 
     /// Reads a value into the buffer. Before the call nSize is the size of the buffer. After it nSize is the size of
@@ -55,16 +75,8 @@ namespace plat
     /// Returns whether the key exists.
     bool RegistryKeyExists(RegistryTree_e eTree, char const * szKey);
 
-    /// An open key, for one thread at a time. Null is a key that is not open: every operation on it fails. Others may
-    /// delete an open key. All operations on it then fail, even if a new key of its name is created.
-    struct RegistryKey_s;
-    using RegistryKey_t = RegistryKey_s *;
-
-    /// All rights, including the standard ones, with the number of Windows (KEY_ALL_ACCESS).
-    constexpr std::uint32_t REGISTRY_ALL_ACCESS = 0xF003F;
-
     /// Opens a key by its path from the tree. With bCreate, creates it and the missing keys of its path. Returns null
-    /// if it does not exist or can't be created. dwAccess has the rights that the caller needs. Those that the user
+    /// if it can't be opened or created. dwAccess has the rights that the caller needs. Those that the user
     /// does not have are left out: an operation that needs them fails later. Others may be granted too.
     RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t dwAccess, bool bCreate);
 
@@ -105,17 +117,6 @@ namespace plat
     /// Deletes a key with its values and all subkeys at any depth, by its path from an open key. Deletes subkeys before
     /// their key, from the last to the first. Returns false on failure, which may leave a part deleted.
     bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey);
-
-    /// Counts, and lengths in bytes. Those of names do not include a terminator.
-    struct RegistryKeyInfo_t
-    {
-        std::size_t nSubKeys = 0;
-        std::size_t nMaxSubKeyLength = 0;
-        std::size_t nValues = 0;
-        std::size_t nMaxValueNameLength = 0;
-        std::size_t nMaxValueLength = 0;
-        FileTime_t tLastWrite = 0;   // last write or deletion of a value or a subkey
-    };
 
     /// Counts a key's subkeys and values. Returns false on failure. Reads all values.
     bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info);

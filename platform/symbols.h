@@ -8,8 +8,8 @@
 // frame that NextFrame returned last.
 //
 // Threads: one object serves one thread's registers and is not shared.
-// Cost: less than 12 KiB of stack. No heap and no lock, so a fault filter may call all of it. All answers of one object
-// together take at most SYMBOL_LIMIT; one answer may use all of that.
+// Cost: less than 12 KiB of stack. The calls use no heap and no lock, so a fault filter may make all of them. All
+// answers of one object together take at most SYMBOL_LIMIT; one answer may use all of that.
 #pragma once
 
 #include <cstddef>

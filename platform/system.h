@@ -23,8 +23,8 @@ namespace plat
     /// Collects the facts. Unknown ones are empty or 0.
     void SystemGetFacts(SystemFacts_t & Facts);
 
-    /// Copy the system's name with its release and machine, and the processor's name. Cut to nSize - 1 bytes, empty if
-    /// unknown. A fault filter may call them.
+    /// Copy the system's name with its release and machine, and the processor's name. The texts are cut to nSize - 1
+    /// bytes, and empty if unknown. A fault filter may call the functions.
     void SystemName(char * szText, std::size_t nSize);
     void ProcessorName(char * szText, std::size_t nSize);
 }

@@ -1,7 +1,7 @@
 // text.h: conversions between UTF-8 and wide text.
 //
-// The result is always terminated, and is cut between whole characters. nSize counts the elements of the output, wide
-// characters or bytes, with the terminator.
+// The result is terminated unless nSize is 0, and is cut between whole characters. nSize counts the elements of the
+// output, wide characters or bytes, with the terminator.
 //
 // Paths need not be UTF-8. A byte that starts no valid sequence becomes the wide value WIDE_OF_BYTE + byte, which no
 // character has. Utf8FromWide converts that value back to the byte.
@@ -13,13 +13,6 @@ namespace plat
 {
     inline constexpr char32_t WIDE_OF_BYTE = 0xDC00;   // of bytes from 0x80 on
 
-    /// Converts UTF-8 to wide text. Returns the number of wide characters written, without the terminator.
-    std::size_t WideFromUtf8(wchar_t * wszOut, std::size_t nSize, char const * szText);
-
-    /// Converts wide text to UTF-8. A value that is neither a character nor a byte's becomes U+FFFD. Does not read on
-    /// once the output is full. Returns the number of bytes written, without the terminator.
-    std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * wszText);
-
     /// The control characters that TextEscape leaves as they are.
     enum class Controls_e
     {
@@ -27,6 +20,13 @@ namespace plat
         Tabs,
         Layout   // tabs and line ends, for a text of several lines
     };
+
+    /// Converts UTF-8 to wide text. Returns the number of wide characters written, without the terminator.
+    std::size_t WideFromUtf8(wchar_t * wszOut, std::size_t nSize, char const * szText);
+
+    /// Converts wide text to UTF-8. A value that is neither a character nor a byte's becomes U+FFFD. Does not read on
+    /// once the output is full. Returns the number of bytes written, without the terminator.
+    std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * wszText);
 
     /// Copies a text so that it cannot control a terminal or viewer. These are written as escapes:
     /// - control characters (C0, C1, DEL), and characters that end lines or that embed, override or isolate a direction

@@ -13,6 +13,9 @@
 
 namespace plat
 {
+    /// Bytes of a thread's name with its terminator.
+    inline constexpr std::size_t THREAD_NAME_SIZE = 16;
+
     /// A recursive lock that spins before it sleeps.
     class Lock_c
     {
@@ -70,9 +73,6 @@ namespace plat
 
     /// Returns the system's number of the calling thread. Numbers of ended threads are used again.
     std::uint32_t ThreadId();
-
-    /// Bytes of a thread's name with its terminator.
-    inline constexpr std::size_t THREAD_NAME_SIZE = 16;
 
     /// Copies the system's name of the calling thread, always terminated. The name may hold any bytes. A fault filter
     /// may call it.

@@ -25,7 +25,7 @@ namespace plat
                                                                             // waits
     };
 
-    /// Installs the host's functions. Returns the previous ones. Main thread.
+    /// Installs the host's functions. Returns the previous ones. Requires the main thread.
     ZQ_API WindowSystem_t WindowSystemSet(WindowSystem_t const & System);
 
     /// Returns the installed functions, with functions that do nothing instead of null ones.

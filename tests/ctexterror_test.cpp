@@ -263,6 +263,7 @@ TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
             { false, "a", GetOne<double>, "u", "" },
             { false, "b", GetPair, "T", "(4,7): there is no pair of numbers in column \"T\"" },
             { false, "b", GetOne<double>, "u", "(5,2): there is no number in column \"u\"" },
+            { false, "c", GetInt, "n", "(6,2): there is no value in column \"n\"" },
             { false, "c", GetOne<unsigned char>, "@head", "(6,1): there is no whole number in column \"@head\"" },
             { false, "x", GetInt, "n", ": without a work line there is no column \"n\"" },
         })

@@ -103,6 +103,8 @@ TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)
     for (auto const & [sWhat, sReport, sExpected] : { Row_t{ "empty", "", "(1): not a report of allocations" },
              { "foreign", "a;b\n", "(1): not a report of allocations" },
              { "cut short", sHead + sBlock, "(3): the report breaks off" },
+             { "no title", sHead + sBlock + "\nTotal\n1; total\n", "(4): not the title of the total: Total\n" },
+             { "no total", sHead + sBlock + "\nTotal allocations\nx; total\n", "(5): not a total: x; total\n" },
              { "blocks are missing", REPORT + "0" + TAIL, "(8): the report says 40 blocks, but lists 4" },
              { "bad size", sHead + sBlock + "6x; GFX; y.cpp(1)\n", "(3): not a block: 6x; GFX; y.cpp(1)" },
              { "negative", sHead + sBlock + "-6; GFX; y.cpp(1)\n", "(3): not a block: " },

@@ -151,7 +151,7 @@ namespace
             , m_bRelativeNames(bRelativeNames)
         {}
 
-        // Adds the files and returns how many are in the table.
+        // Adds the files and returns how many it added.
         int Run()
         {
             zip_int64_t const nEntries = zip_get_num_entries(m_Archive.GetZip(), 0);

@@ -129,10 +129,13 @@ std::size_t ZipArchive_c::ReadDisk(std::uint32_t nAt, void * pBuffer, std::size_
     {
         m_bForked = false;
         plat::FileTime_t const tLastWrite = m_Disk.ftLastWriteTime;
-        m_pStream->CloseStored();
         File_c::Reason_t sWhyNot;
-        bool const bSame =
-            OpenStream(sWhyNot) && m_pStream->FileSize() == m_nSize && m_Disk.ftLastWriteTime == tLastWrite;
+        bool bSame = false;
+        if (m_pStream)   // null if the parent is a child that could not open the file again
+        {
+            m_pStream->CloseStored();
+            bSame = OpenStream(sWhyNot) && m_pStream->FileSize() == m_nSize && m_Disk.ftLastWriteTime == tLastWrite;
+        }
         if (m_pStream && !bSame)
         {
             m_pStream->CloseStored();

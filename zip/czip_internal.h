@@ -35,23 +35,23 @@ public:
     ZipArchive_c(ZipArchive_c const &) = delete;
     ZipArchive_c & operator=(ZipArchive_c const &) = delete;
 
-    /// Return the path that Open received, the bytes of the file at that path, and libzip's object.
+    /// Return the path that Open received, the size in bytes of the file at that path, and libzip's object.
     String_T<256> const & GetPath() const { return m_sPath; }
     std::uint32_t GetSize() const { return m_nSize; }
     zip_t * GetZip() { return m_pZip; }
 
-    /// Returns the name of an entry that the mount has read: libzip then keeps the text. Any thread.
+    /// Returns the name of an entry that the mount has read: libzip then keeps the text. Any thread may call it.
     String_T<256> NameOf(zip_uint64_t iEntry) { return zip_get_name(m_pZip, iEntry, 0); }
 
     /// Returns the position of an entry's data in the archive's file, or 0 on failure. Requires that it has data. Any
-    /// thread.
+    /// thread may call it.
     std::uint32_t DataOf(zip_uint64_t iEntry);
 
-    /// Reads from a position of the archive's file. Returns the number of bytes read. Any thread.
+    /// Reads from a position of the archive's file. Returns the number of bytes read. Any thread may call it.
     std::size_t ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t nBytes);
 
     /// Returns the same archive with a handle and a lock of its own. Returns null if its path can't be opened again or
-    /// leads to another file. For the worker of cfileasync.h.
+    /// leads to another file. Only the worker of cfileasync.h calls it.
     ZipArchive_c * ForWorker();
 
     /// Add and remove a file. Removing the last one destroys a mounted archive.
@@ -67,7 +67,7 @@ public:
     /// Puts the archive into the list of those that are mounted. Its files own it from then on.
     void Mount();
 
-    /// Makes all mounted archives open their files again at the next read. For the child of a fork.
+    /// Makes all mounted archives open their files again at the next read. The child of a fork calls it.
     static void LeaveHandles();
 
 private:
@@ -114,7 +114,7 @@ private:
     plat::ForkLock_c const m_ForkLock{ m_Lock };
 };
 
-/// Contents of one file, read from front to back. One thread at a time.
+/// Reader of the contents of one file. One thread at a time may use it.
 class ZipReader_c
 {
 public:

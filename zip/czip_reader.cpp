@@ -19,7 +19,7 @@ ZipReader_c::ZipReader_c(ZipArchive_c & Archive, ZipFacts_t const & Facts)
 
 ZipReader_c::~ZipReader_c()
 {
-    inflateEnd(&m_Inflater);   // does nothing if it was not initialized
+    inflateEnd(&m_Inflater);   // does nothing if it was not initialised
 }
 
 bool ZipReader_c::Fail(char const * szWhyNot)

@@ -4,16 +4,16 @@
 
 namespace
 {
-    // Returns the level at time t on the line from level a at time s to level b at time e.
-    float Ramp(float a, float b, float s, float e, float t)
+    // Returns the level at tNow on the line from fFrom at tStart to fTo at tEnd.
+    float Ramp(float fFrom, float fTo, float tStart, float tEnd, float tNow)
     {
-        float const fLength = e - s;
-        if (fLength == 0.0f)
+        float const tLength = tEnd - tStart;
+        if (tLength == 0.0f)
         {
-            return t < s ? a : b;
+            return tNow < tStart ? fFrom : fTo;
         }
-        float const fLevel = a + (b - a) * (t - s) / fLength;
-        return std::max(std::min(a, b), std::min(fLevel, std::max(a, b)));
+        float const fLevel = fFrom + (fTo - fFrom) * (tNow - tStart) / tLength;
+        return std::max(std::min(fFrom, fTo), std::min(fLevel, std::max(fFrom, fTo)));
     }
 }
 
@@ -74,19 +74,19 @@ ADSR_Phase_e ADSR_c::GetPhase() const
 
 float ADSR_c::Get() const
 {
-    float const t = static_cast<float>(tTime);
+    float const tNow = static_cast<float>(tTime);
     float const fAttackEnd = static_cast<float>(tAttackEnd);
     float const fDecayEnd = static_cast<float>(tDecayEnd);
     switch (GetPhase())
     {
     case ADSR_PHASE_ATTACK:
-        return Ramp(0.0f, fAttackLevel, 0.0f, fAttackEnd, t);
+        return Ramp(0.0f, fAttackLevel, 0.0f, fAttackEnd, tNow);
     case ADSR_PHASE_DECAY:
-        return Ramp(fAttackLevel, fSustainLevel, fAttackEnd, fDecayEnd, t);
+        return Ramp(fAttackLevel, fSustainLevel, fAttackEnd, fDecayEnd, tNow);
     case ADSR_PHASE_SUSTAIN:
         return fSustainLevel;
     case ADSR_PHASE_RELEASE:
-        return Ramp(fSustainLevel, 0.0f, static_cast<float>(tSustainEnd), static_cast<float>(tReleaseEnd), t);
+        return Ramp(fSustainLevel, 0.0f, static_cast<float>(tSustainEnd), static_cast<float>(tReleaseEnd), tNow);
     default:
         return 0.0f;
     }

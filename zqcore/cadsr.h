@@ -73,10 +73,10 @@ public:
     void Restart() { tTime = 0.0; }
     void TimePass(double dt) { tTime += dt; }
 
-    /// Returns the phase at the current time; ADSR_PHASE_NONE below 0 and from the end on.
+    /// Returns the phase at the current time. Returns ADSR_PHASE_NONE below 0 and from the end on.
     ADSR_Phase_e GetPhase() const;
 
-    /// Returns the level at the current time; 0 in ADSR_PHASE_NONE.
+    /// Returns the level at the current time, or 0 in ADSR_PHASE_NONE.
     float Get() const;
 
     float fAttackLevel = 1.0f;    // at the end of the attack

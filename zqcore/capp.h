@@ -21,12 +21,12 @@
 
 #include "platform/window.h"
 
-/// Main window and instance of the application, which sets them. Null at start.
+/// Main window and instance of the application, which sets them. They are null at start.
 extern ZQ_API plat::Window_t g_pAppWindow;
 extern ZQ_API void * g_pAppInstance;
 
-/// Name and version of the application, which sets them. "Unknown", 1 and 0 at start. The name is also part of the
-/// registry key that holds the media root (cfilemedia.h).
+/// Name and version of the application, which sets them. They are "Unknown", 1 and 0 at start. The name is also part of
+/// the registry key that holds the media root (cfilemedia.h).
 extern ZQ_API char const * g_szApplicationName;
 extern ZQ_API int g_nProjectVersionMajor;
 extern ZQ_API int g_nProjectVersionMinor;
@@ -34,24 +34,24 @@ extern ZQ_API int g_nProjectVersionMinor;
 /// Counters of the host, which defines the enumerators.
 enum FunctionCounters_e : int;
 
-/// Does nothing. The default of CounterSync.
+/// Does nothing. It is the default of CounterSync.
 ZQ_API void CounterSync_Default(FunctionCounters_e eCounter, char const * szName);
 
 /// Hook that a host may replace. The library never calls it.
 extern ZQ_API void (*CounterSync)(FunctionCounters_e eCounter, char const * szName);
 
 /// Makes the executable's folder the current one, opens the main log (LogInit), and makes calls of pure virtual
-/// functions end in Abort. First call of an application after LogSetFile.
+/// functions end in Abort. It is the first call of an application after LogSetFile.
 ZQ_API void AppMiscStartup();
 
 /// Empties the event lists of ccallback.h except g_ExecutionCallbacker, g_LoadingCallbacker and g_FileOpenCallbacker.
-/// Frees the lists of named generators (crandom.h) and of serializers (cserializer.h), and closes the main log. Last
-/// call of an application, after Module_c::ShutdownAllModules.
+/// Frees the lists of named generators (crandom.h) and of serializers (cserializer.h), and closes the main log. It is
+/// the last call of an application, after Module_c::ShutdownAllModules.
 ZQ_API void AppMiscShutdown();
 
-/// Measures and returns the seconds of Game_longTimeGet since the last call that did not return 0; about 1/30 at the
-/// first call. Returns 0 if less than tMinDelta seconds have passed; they count in the next call. There is no upper
-/// limit.
+/// Measures and returns the seconds of Game_longTimeGet since the last call that did not return 0. The first call
+/// counts from about 1/30 s before it. Returns 0 if less than tMinDelta seconds have passed; they count in the next
+/// call. There is no upper limit.
 ZQ_API double AppGetDeltaTime(double tMinDelta);
 
 /// Returns whether the window with the focus is g_pAppWindow or a descendant of it. Asserts that g_pAppWindow is set;

@@ -78,7 +78,8 @@ protected:
     int iLength = 0;        // elements in use
 };
 
-/// The operations of all arrays. TRAITS is the storage. T needs a default constructor and copies, and == for Find.
+/// The operations of all arrays but StaticArray_T. TRAITS is the storage. T needs a default constructor and copies, and
+/// == for Find.
 template <typename T, typename TRAITS>
 class SortedArray_T : public TRAITS
 {
@@ -97,7 +98,7 @@ public:
     /// 0 <= index < GetLength(); otherwise removes nothing.
     void Delete(int index);
 
-    /// Returns the first element that equals Element, or null. Linear time.
+    /// Returns the first element that equals Element, or null. It takes linear time.
     T * Find(T const & Element);
 
     /// Return the number of elements, and whether it is 0.
@@ -105,16 +106,17 @@ public:
     bool IsEmpty() const { return this->iLength == 0; }
 
     /// Sorts the elements from iStart to iEnd, both included. A negative bound counts from the end: 0 and -1 select the
-    /// whole array. If Compare(a, b) is positive, a comes before b: `a - b` sorts in descending order. Not stable.
-    /// Asserts that the bounds lie inside the array, the start not after the end; otherwise sorts nothing. Accepts any
-    /// bounds if there are fewer than two elements.
+    /// whole array. If Compare(a, b) is positive, a comes before b: `a - b` sorts in descending order. The
+    /// sort is not stable. Asserts that the bounds lie inside the array, the start not after the end; otherwise sorts
+    /// nothing. Accepts any bounds if there are fewer than two elements.
     template <typename COMPARE>
     void Sort(COMPARE Compare, int iStart, int iEnd);
 
     /// Empties the array and frees its storage on the heap.
     void Reset() { this->Free(); }
 
-    /// Return the start and the end of the elements, for range-for and algorithms. Valid until the array changes.
+    /// Return the start and the end of the elements, for range-for and algorithms. They are valid until the array
+    /// changes.
     T * begin() { return this->pData; }
     T * end() { return this->pData + this->iLength; }
     T const * begin() const { return this->pData; }

@@ -12,8 +12,9 @@
 // - setting a bit at a negative coordinate; in planes and spaces clearing one too.
 // - a size above MAX_BITS in X, or of more bytes than an object can have; a bit at INT_MAX in Y or Z.
 // - growing a plane or a space without memory. A row without memory does not grow; only Bis asserts then.
-// If a plane or a space cannot grow to another field or to a vector, it still combines the part that it has. A copy is
-// empty then.
+// If a plane or a space cannot grow to another field or to a vector, it still combines the part that it has. A row then
+// stays as it is, and a copy is empty. An exhausted heap ends in Abort (cmemory.h), so an object is without memory only
+// before MemoryInit and after MemoryDone.
 //
 //     BitVec_c Visited(64);
 //     Visited.Bis(3);
@@ -55,7 +56,7 @@ public:
     /// Grows to at least nBits bits and returns the row. Never shrinks.
     BitVec_c & Grow(int nBits);
 
-    /// Frees the storage; empty afterwards.
+    /// Empties the row and frees its storage.
     void Reset();
 
     /// Zeroes all bits; the size stays.
@@ -83,7 +84,7 @@ public:
         }
     }
 
-    /// Return the index of the first clear bit, and of the first set bit; -1 if there is none.
+    /// Return the index of the first clear bit, and of the first set bit, or -1 if there is none.
     int Scan0() const;
     int Scan1() const;
 
@@ -122,7 +123,7 @@ public:
     }
 
     /// Sets all bytes from hexadecimal digits, two a byte, the high half first. Skips other characters; fills with
-    /// zeros after a short text. The size stays. Asserts that szData is not null.
+    /// zeros after a short text. The size stays. Asserts that szData is not null; otherwise changes nothing.
     BitVec_c & operator=(char const * szData);
 
     /// Writes upper-case digits, at most nLen, and a terminator if one fits: a buffer of up to two characters a byte
@@ -208,7 +209,7 @@ public:
     /// Grows to at least these sizes and returns the field. Does nothing if one of them is below 1. Never shrinks.
     FIELD & Grow(int iSizeX, INDEX... iSizes);
 
-    /// Frees the storage; empty afterwards.
+    /// Empties the field and frees its storage.
     void Reset();
 
     /// Zeroes all bits; the size stays.
@@ -317,7 +318,7 @@ public:
     void Swap(BitMap_c & Other) noexcept;
 
     /// Sets the rows from an array of texts that ends in null, each as BitVec_c does, and clears the further rows. The
-    /// size stays. Asserts that sData is not null.
+    /// size stays. Asserts that sData is not null; otherwise changes nothing.
     BitMap_c & operator=(char const * const * sData);
 
     int iDimX = 0;                    // bits in a row, a multiple of 8

@@ -8,7 +8,8 @@
 // Ownership: each object holds one debug register from Set to Clear or its destructor.
 // Threads: an object belongs to the thread that calls Set. Accesses of other threads and of a forked child do not trap.
 // Cost: Set and Clear make a few system calls each. Only the first Set of a thread may allocate.
-// Failure: Set fails with an assertion if the system grants no debug registers or a hypervisor drops their traps.
+// Failure: Set asserts and returns false, for example if a hypervisor drops the traps. Clear asserts if the system
+// refuses.
 //
 //     int iHealth = 100;
 //     Breakpoint_c Watch;

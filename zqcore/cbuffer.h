@@ -67,7 +67,8 @@ public:
     FileBuffer_c(FileBuffer_c const &) = delete;
     FileBuffer_c & operator=(FileBuffer_c const &) = delete;
 
-    /// Return the file's contents and their length. Return null and 0 if a refresh could not read them again.
+    /// Return the file's contents and their length. Return null and 0 if the file could not be opened, or if a refresh
+    /// could not read it again.
     void * GetBufferData() const override;
     unsigned int GetBufferDataLength() const override;
 

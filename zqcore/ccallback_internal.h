@@ -14,7 +14,7 @@ public:
     Firing_c(Firing_c const &) = delete;
     Firing_c & operator=(Firing_c const &) = delete;
 
-    /// Returns whether the caller may fire. False only in a FiringNoWait_c, while another thread fires.
+    /// Returns whether the caller may fire. Returns false only in a FiringNoWait_c, while another thread fires.
     bool IsGranted() const { return m_bGranted; }
 
     /// Ends all firings of the calling thread. Requires that the thread does not return to them.

@@ -30,8 +30,8 @@ extern unsigned int g_iTextFormat;
 /// Whether this process has the clipboard open: true after a ClipboardOpen that succeeded.
 extern bool g_isOpen;
 
-/// The clipboard's text with the zero at its end, as last read or set. Null without a text and while the clipboard is
-/// closed.
+/// The clipboard's text with the zero at its end, as last read or set. It is null without a text and while the
+/// clipboard is closed.
 extern plat::ClipboardBlock_t g_hClipboard;
 
 /// Opens the clipboard. Tries up to 100 times, every 0.1 s, while another process has it or it can't be reached. If it

@@ -100,7 +100,7 @@ private:
     static ComDebug_t * m_pEmptyList;   // free notes
 };
 
-/// Call AddRef and Release. Require that pObject is not null. For the macros.
+/// Call AddRef and Release. Require that pObject is not null. The macros call them.
 inline std::uint32_t ComAddRef(ComObject_c const * pObject, void const * pOwner, char const * sFile, int iLine)
 {
     return pObject->AddRef(pOwner, sFile, iLine, pObject);

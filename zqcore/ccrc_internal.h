@@ -12,9 +12,6 @@ inline constexpr std::size_t CRC32_KERNEL_MIN = 16;
 /// Function that returns the CRC-32 of a run of at least CRC32_KERNEL_MIN bytes.
 using Crc32Kernel_t = std::uint32_t (*)(unsigned char const * pData, std::size_t nBytes);
 
-/// Returns the CRC-32 of a run of any length. Uses the tables, eight bytes at a time, and works on every processor.
-std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes);
-
 /// The kernels that this processor can run, the fastest one last. A kernel is null if the processor lacks its
 /// instructions.
 struct Crc32Kernels_s
@@ -23,6 +20,9 @@ struct Crc32Kernels_s
     Crc32Kernel_t fnPairs;     // VPCLMULQDQ with AVX2, 32 bytes a step
     Crc32Kernel_t fnVpclmul;   // VPCLMULQDQ with AVX-512, 64 bytes a step
 };
+
+/// Returns the CRC-32 of a run of any length. Uses the tables, eight bytes at a time, and works on every processor.
+std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes);
 
 /// Returns the kernels of the processor that runs the call.
 Crc32Kernels_s Crc32FindKernels();

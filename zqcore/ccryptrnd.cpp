@@ -69,17 +69,18 @@ void CryptoRandomGenerator_c::Get(unsigned char * dOutput, std::size_t nBytes)
 // Makes the next block: the SHA-1 of the counter, low byte first, and the bytes of the pool in use.
 void CryptoRandomGenerator_c::MakeBlock()
 {
-    unsigned char dInput[4 + POOL_SIZE];
-    for (std::size_t i = 0; i < 4; ++i)
+    constexpr std::size_t COUNTER_SIZE = sizeof m_dwCounter;
+    unsigned char dInput[COUNTER_SIZE + POOL_SIZE];
+    for (std::size_t i = 0; i < COUNTER_SIZE; ++i)
     {
         dInput[i] = static_cast<unsigned char>(m_dwCounter >> 8 * i);
     }
     std::size_t const nPoolSize = GetPoolSize();
-    std::transform(m_dEntropyPool, m_dEntropyPool + nPoolSize, dInput + 4,
+    std::transform(m_dEntropyPool, m_dEntropyPool + nPoolSize, dInput + COUNTER_SIZE,
         [](std::atomic<unsigned char> const & cByte) { return cByte.load(std::memory_order_relaxed); });
     SHA1Context Context;
     SHA1Reset(&Context);
-    SHA1Input(&Context, dInput, 4 + nPoolSize);
+    SHA1Input(&Context, dInput, COUNTER_SIZE + nPoolSize);
     SHA1Result(&Context, m_dRandomBytes);
     m_nBytesLeft = SHA1_HASH_SIZE;
     ++m_dwCounter;

@@ -31,7 +31,7 @@
 /// Fills dOutput with nBytes bytes. Asserts that dOutput is not null and nBytes above 0; otherwise writes nothing.
 ZQ_API void GetRandomBytes(unsigned char * dOutput, int nBytes);
 
-/// Adds the low byte of the cycle counter to the pool. For hosts that have unpredictable events besides messages.
+/// Adds the low byte of the cycle counter to the pool. It is for hosts that have unpredictable events besides messages.
 ZQ_API void PutNextRandom();
 
 /// Module that adds a byte to the pool for each message of g_ApplicationMessages while it is initialised. Depends on no

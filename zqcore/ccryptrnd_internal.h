@@ -7,7 +7,7 @@
 
 #include <atomic>
 
-/// A generator of random bytes from a pool of entropy. Any thread.
+/// A generator of random bytes from a pool of entropy. Any thread may use it.
 class CryptoRandomGenerator_c
 {
 public:

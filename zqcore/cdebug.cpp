@@ -49,7 +49,8 @@ namespace
     constinit plat::Lock_c g_AchtungLock;   // guards the remembered texts
     plat::ForkLock_c const g_AchtungForkLock(g_AchtungLock);
 
-    using SeenAchtungs_t = SortedArray_T<String_T<2048>, StaticArrayLenTraits_T<String_T<2048>, ACHTUNGS_REMEMBERED>>;
+    using AchtungText_t = String_T<2048>;
+    using SeenAchtungs_t = SortedArray_T<AchtungText_t, StaticArrayLenTraits_T<AchtungText_t, ACHTUNGS_REMEMBERED>>;
 
     void FireWarning(char const * szText)
     {
@@ -64,7 +65,7 @@ namespace
     {
         if (bFires)
         {
-            Firing_c const Firing;   // always granted: it waits for the lock, or WhileStopped holds the lock
+            Firing_c const Firing;   // always granted: it waits for the lock, or AskWhileStopped holds the lock
             g_ExecutionCallbacker.Fire(bGoesOn, false);
         }
     }
@@ -107,11 +108,11 @@ namespace
         Exit(1);
     }
 
-    // Returns whether the text is new. Remembers a new one, which replaces the oldest if there are 16.
+    // Returns whether the text is new. Remembers a new one, which replaces the oldest if the list is full.
     bool RememberAchtung(char const * szText)
     {
         static SeenAchtungs_t s_dSeen;
-        String_T<2048> const sText(szText);
+        AchtungText_t const sText(szText);
         plat::LockScope_c const Scope(g_AchtungLock);
         if (s_dSeen.Find(sText))
         {
@@ -128,7 +129,7 @@ namespace
     // Fires the stop, asks, and fires the continuation, also if a receiver or the dialog throws. Returns the answer.
     // If an event may be dropped, one firing covers both: a host that was stopped must be continued.
     template <typename ASK>
-    int WhileStopped(ASK Ask)
+    int AskWhileStopped(ASK Ask)
     {
         std::optional<Firing_c> Both;
         if (FiringNoWait_c::IsActive())
@@ -227,7 +228,7 @@ void AssertFailed(char const * fmt, ...)
     ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
     LogText(szText);
 
-    int const iAnswer = WhileStopped([&szText] { return AskAfterAssertion(szText); });
+    int const iAnswer = AskWhileStopped([&szText] { return AskAfterAssertion(szText); });
     if (Is(iAnswer, plat::DialogAnswer_e::Retry))
     {
         ZQ_BREAK();
@@ -288,7 +289,7 @@ void Abort(char const * fmt, ...)
     ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
     LogText(szText);
 
-    if (Is(WhileStopped([&szText] { return AskBeforeAbort(szText); }), plat::DialogAnswer_e::Cancel))
+    if (Is(AskWhileStopped([&szText] { return AskBeforeAbort(szText); }), plat::DialogAnswer_e::Cancel))
     {
         ZQ_BREAK();
     }

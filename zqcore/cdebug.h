@@ -71,10 +71,10 @@
     while (false)
 
 /// Whether silent mode is on: no level shows a dialog, and an assertion ends the process with status 1, and so
-/// does a new Achtung unless SetAchtungs turned them off. False at start; the application sets it.
+/// does a new Achtung unless SetAchtungs turned them off. It is false at start; the application sets it.
 extern ZQ_API bool g_silentMode;
 
-/// Whether Warning shows a dialog. False at start; SetWarnings sets it.
+/// Whether Warning shows a dialog. It is false at start; SetWarnings sets it.
 extern ZQ_API bool g_bEnableWarnings;
 
 /// Whether Abort has begun: true from the end of its first firing of g_ExecutionCallbacker on.

@@ -36,8 +36,8 @@ namespace
     {
         std::string_view sBefore(szText, static_cast<std::size_t>(p - szText));
         sBefore.remove_suffix(sBefore.ends_with(' ') ? 1 : 0);
-        return std::strncmp(p, "(anonymous", 10) == 0 || sBefore.ends_with("decltype")
-               || std::strncmp(ClosingBracket(p), ")::", 3) == 0;
+        return std::string_view(p).starts_with("(anonymous") || sBefore.ends_with("decltype")
+               || std::string_view(ClosingBracket(p)).starts_with(")::");
     }
 
     // Returns whether the bracket at p holds the function's name: "type (*function(arguments))(arguments of the type)".
@@ -49,14 +49,20 @@ namespace
     // Returns whether a name ends with the word that begins an operator's name.
     bool EndsWithOperator(std::string_view sName)
     {
-        return sName == OPERATOR || sName.ends_with("::operator");
+        if (!sName.ends_with(OPERATOR))
+        {
+            return false;
+        }
+        sName.remove_suffix(OPERATOR.size());
+        return sName.empty() || sName.ends_with("::");
     }
 
     // Returns the end of an operator's name; p is after the word "operator". The name may hold blanks and all kinds of
     // brackets.
     char const * OperatorEnd(char const * p)
     {
-        p += std::strncmp(p, "()", 2) == 0 ? 2 : 0;
+        constexpr std::string_view CALL = "()";
+        p += std::string_view(p).starts_with(CALL) ? CALL.size() : 0;
         return p + std::strcspn(p, "(");
     }
 }

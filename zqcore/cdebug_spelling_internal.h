@@ -7,6 +7,6 @@
 /// scopes: "ns::X_c", "(anonymous namespace)::Run", "main(int)::Local_c", "decltype (x)". Template arguments end it.
 char const * SpelledNameEnd(char const * szText, char const * p);
 
-/// Writes the name in a spelling: "class::function" of "type class::function(arguments) const [with ...]". Cut at
-/// nSize - 1 bytes.
+/// Writes the name in a spelling, cut at nSize - 1 bytes: "class::function" of
+/// "type class::function(arguments) const [with ...]".
 void SpellFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize);

@@ -64,7 +64,7 @@ namespace
         return szName != nullptr ? szName : nCode == CONTROL_C ? "CONTROL_C_EXIT" : "unknown";
     }
 
-    // Line that says what an access violation tried to access. Empty for other faults.
+    // Line that says what an access violation tried to access. It is empty for other faults.
     class AccessLine_c
     {
     public:

@@ -62,7 +62,7 @@ namespace
         }
     }
 
-    // The text of one trace. Static, because the caller may have little stack.
+    // The text of one trace. It is static, because the caller may have little stack.
     class TraceText_c
     {
     public:

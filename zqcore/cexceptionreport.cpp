@@ -32,13 +32,14 @@ namespace
 
     constexpr std::size_t CRASH_LINE_SIZE = 1024;
     constexpr std::size_t EXCEPTION_TEXT_SIZE = 512;
+    constexpr char CAPTION[] = "TARNWELL SADLY REPORTS: Program has crashed!";   // of the dialog
 
     wchar_t g_wszFolder[WIDE_PATH_SIZE];
     wchar_t g_wszLogFile[WIDE_PATH_SIZE];
     char g_szFolder[WIDE_PATH_UTF8_SIZE];   // g_wszFolder, absolute if that fits
     plat::FaultFilter_t g_fnPrevious = nullptr;
 
-    // Of the report that is being written.
+    // State of the report that is being written.
     plat::RawFile_t g_hReport = nullptr;
     char g_szReport[PATH_SIZE];   // its path
     bool g_bLost = false;         // whether some of it could not be written
@@ -202,17 +203,15 @@ namespace
         if (!bSilent)
         {
             Guarded(plat::DialogIsAttended() ? 0 : LIMIT,
-                []
-                {
-                    MessageBoxPlain(nullptr, g_szDialog, "TARNWELL SADLY REPORTS: Program has crashed!",
-                        MESSAGE_OK | MESSAGE_ICON_ERROR | MESSAGE_FOREGROUND);
+                [] {
+                    MessageBoxPlain(nullptr, g_szDialog, CAPTION, MESSAGE_OK | MESSAGE_ICON_ERROR | MESSAGE_FOREGROUND);
                 });
         }
         Guarded(LIMIT, LogDialogText);
         Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(true, false); });
         if (bSilent)
         {
-            Guarded(LIMIT, [] { plat::DialogPrint("TARNWELL SADLY REPORTS: Program has crashed!", g_szDialog); });
+            Guarded(LIMIT, [] { plat::DialogPrint(CAPTION, g_szDialog); });
             plat::FaultExit(1);
         }
     }

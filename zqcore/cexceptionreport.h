@@ -3,7 +3,8 @@
 // A fault that nothing handles leaves a text file, CrashReport_*.rpt. The file says what faulted, where, with which
 // registers, on which call stack, what the code around it was and what the locals of every frame held. The main log and
 // standard error get the file's path, or the reason why there is no file. When the file is whole, a dialog shows the
-// call stack, the main log gets a copy and is closed, and the previous fault filter gets the fault.
+// call stack, the main log gets a copy and is closed, and the previous fault filter gets the fault. Silent mode
+// differs: see UnhandledExceptionFilter.
 //
 // A second file beside it, the file of details CrashReport_*_details.txt, has what was accessed by which thread, the
 // frames with inlined calls, sources and values, the other threads, the modules and the state of the process.
@@ -74,9 +75,9 @@ public:
     /// failure the name is empty.
     ZQ_API void SetReportFileAutoName();
 
-    /// Sets the program that reads names, lines and variables for reports and for the traces in dialogs. Null or empty
-    /// for none; cut at 4095 bytes. At start it is zqsymbols in the folder of the library, or else in that of the
-    /// installation. Requires that no other thread crashes or shows a trace.
+    /// Sets the program that reads names, lines and variables for reports and for the traces in dialogs. Null or an
+    /// empty text sets none. The path is cut at 4095 bytes. At start it is zqsymbols in the folder of the library, or
+    /// else in that of the installation. Requires that no other thread crashes or shows a trace.
     ZQ_API static void SetSymbolHelper(char const * szPath);
 
     /// Adds a printer: the form in which the file of details shows the values of a type. Copies both texts. If several
@@ -106,12 +107,13 @@ public:
 
     /// Writes the name of the function at an address to szName, cut at nSize - 1 bytes. Returns the distance of the
     /// address from the function's start in bytes. For an unknown address, and while no report is being written,
-    /// returns all ones and writes an empty text, unless nSize is 0.
+    /// returns all ones and writes an empty text, unless nSize is 0. Receivers of events run
+    /// after the symbol helper has ended, so for them every address is unknown.
     ZQ_API std::uint64_t GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const;
 
     /// Writes source lines to the report: each one after iLastLine up to the line of the address. Returns the line of
     /// the address. For an address without a line, and while no report is being written, writes nothing and returns
-    /// iLastLine.
+    /// iLastLine. In receivers of events no address has a line.
     /// - A line is "; text", or "; number, file" if the text can't be read.
     /// - Only the address's line is written if iLastLine is all ones, as in a first call, or if the address is in
     ///   another file than that of the previous call.

@@ -265,7 +265,8 @@ void exceptionreport::Details_c::EndLine()
 {
     // A fault or a limit may end this at any step, so the buffer counts a line only after the whole line is in it.
     constexpr char CUT[] = "...\n";
-    if (m_Line.IsCut())
+    bool const bCut = m_Line.IsCut() || m_Line.IsFull();   // a full line has no room for its end
+    if (bCut)
     {
         std::size_t nWhole = std::min(m_Line.GetLength(), sizeof m_szLine - sizeof CUT);
         while (nWhole > 1 && (m_szLine[nWhole] & 0xC0) == 0x80)   // inside a UTF-8 character
@@ -274,7 +275,7 @@ void exceptionreport::Details_c::EndLine()
         }
         m_Line.CutAt(nWhole);
     }
-    m_Line.AddEnd(m_Line.IsCut() ? CUT : "\n");
+    m_Line.AddEnd(bCut ? CUT : "\n");
     AddLines(m_Line.Get());
     m_Line.CutAt(0);
 }

@@ -17,9 +17,9 @@
 
 namespace exceptionreport
 {
-    inline constexpr std::size_t LINE_SIZE = 4096;   // a line of the call stack or of the source, or the dialog's text
-    inline constexpr std::size_t SYMBOL_SIZE = 2048;   // a variable's text
-    inline constexpr std::size_t NAME_SIZE = 1024;     // the name of a function, a variable or a file
+    inline constexpr std::size_t LINE_SIZE = 4096;     // bytes of a line of the stack or the source, or of the dialog
+    inline constexpr std::size_t SYMBOL_SIZE = 2048;   // bytes of a variable's text
+    inline constexpr std::size_t NAME_SIZE = 1024;     // bytes of the name of a function, a variable or a file
     inline constexpr std::size_t STACK_FRAMES = 256;   // further outer frames are left out
 
     /// Bytes of the path of a report: its folder and its name.

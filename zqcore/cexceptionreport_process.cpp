@@ -25,7 +25,7 @@ namespace
     constexpr int LOG_LINES = 32;
     constexpr std::size_t LOG_LINE = LOG_LINE_LENGTH + 64;   // the longest one of the log, with its time and frame
 
-    // End of the main log, as it was before the report. Has room for a first line that is not whole.
+    // End of the main log, as it was before the report. It has room for a first line that is not whole.
     char g_szLogTail[(LOG_LINES + 1) * LOG_LINE + 1];
 
     void WriteTime(Details_c & Details)
@@ -103,8 +103,8 @@ namespace
             dCategories[i] = { MemoryBytesNow(static_cast<mem::Categories_e>(i)), i };
         }
         std::sort(std::begin(dCategories), std::end(dCategories),
-            [](Category_s const & a, Category_s const & b)
-            { return a.nBytes != b.nBytes ? a.nBytes > b.nBytes : a.iCategory < b.iCategory; });
+            [](Category_s const & Left, Category_s const & Right)
+            { return Left.nBytes != Right.nBytes ? Left.nBytes > Right.nBytes : Left.iCategory < Right.iCategory; });
         Details.AddLines("memory:\n");
         for (int i = 0; i < LARGEST && dCategories[i].nBytes > 0; ++i)
         {

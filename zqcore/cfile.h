@@ -50,7 +50,7 @@ public:
     /// Type of the keys of g_sFileObjects.
     using Key_t = String_T<128>;
 
-    /// Type of reasons: one statement in English, or a text of the system. Empty without a failure.
+    /// Type of reasons: one statement in English, or a text of the system. It is empty without a failure.
     using Reason_t = String_T<128>;
 
     File_c(File_c const &) = delete;
@@ -61,17 +61,18 @@ public:
     /// next FileOpen reads the disk again.
     virtual void Refresh() = 0;
 
-    /// Returns the location on disk: the folder and the last component of the key, or the key alone for a file without
-    /// a folder. Cut at 255 characters.
+    /// Returns the location on disk, cut at 255 characters: the folder and the last component of the key, or the key
+    /// alone for a file without a folder.
     virtual String_T<256> GetFullPath() const;
 
     /// Reads dwLength bytes from the byte dwPosition of the file on disk to pBuffer and returns true. Returns true at
-    /// once if dwLength is 0; otherwise asserts that dwPosition lies inside the file. Returns false if the file can't
-    /// be opened or read or has fewer bytes there; after a short read dwLength is the number of bytes that were read.
-    /// Any thread, without the file's lock.
+    /// once if dwLength is 0; otherwise asserts that dwPosition lies inside the file. Any thread may call it. Enters no
+    /// lock of the file. Returns false in these cases:
+    /// - the file can't be opened, or the position can't be set.
+    /// - reading fails, or the file has fewer bytes there. dwLength is then the number of bytes that were read.
     virtual bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) = 0;
 
-    /// Returns the name as the last caller of FileOpen spelled it. Empty until the first one.
+    /// Returns the name as the last caller of FileOpen spelled it. It is empty until the first one.
     virtual char const * GetFileName() const;
 
     /// Opens a stream on this file and returns it. CloseStored destroys it. Returns null if the file can't be opened.
@@ -92,18 +93,19 @@ public:
     /// Frees the block. The count stays. Enters no lock itself: FileClose calls it inside the file's lock.
     virtual void Close() = 0;
 
-    /// Returns the part of the key after its last dot, or an empty text if there is none.
+    /// Returns the part of the key after its last dot, or an empty text if there is none. A dot that begins the key
+    /// does not count.
     char const * GetExt() const;
 
     /// Returns why the last read of the disk failed: Open, Load or the opening of a stream. Returns an empty text if it
-    /// did not. Any thread.
+    /// did not. Any thread may call it.
     Reason_t GetWhyNot() const;
 
-    /// Returns the number of references to the block. Any thread.
+    /// Returns the number of references to the block. Any thread may call it.
     int GetOpensCount() const { return m_iOpensCount.load(std::memory_order_relaxed); }
 
     /// Adds the file to the list of stayers (cfileasync.h) if its type is registered there. The list holds a reference,
-    /// so the block stays. Open calls it after it has read the own block. Any thread.
+    /// so the block stays. Open calls it after it has read the own block. Any thread may call it.
     void StayerDoWork();
 
     unsigned char * pData = nullptr;         // contents while resident, without a zero at the end; owned
@@ -124,13 +126,15 @@ protected:
     /// it, never around it.
     plat::Lock_c & GetLock() { return m_Lock; }
 
-    /// Stores a text for GetWhyNot, cut to fit; null for none. Returns false. Allocates for each reason. Any thread.
+    /// Stores a text for GetWhyNot, cut to fit; null for none. Returns false. Allocates for each reason. Any thread
+    /// may call it.
     bool SetWhyNot(char const * szReason);
 
-    /// Logs the full path and the reason if SetTextErrorLog is on. Returns false. Any thread.
+    /// Logs the full path and the reason if SetTextErrorLog is on and there is a reason. Returns false. Any thread may
+    /// call it.
     bool LogWhyNot() const;
 
-    /// Adds one to iReads. Any thread.
+    /// Adds one to iReads. Any thread may call it.
     void CountRead();
 
     /// Fires g_FileOpenCallbacker with GetFullPath, not forced, if g_bCollectResource is set. Open, Load and OpenStored
@@ -182,7 +186,7 @@ private:
         return iCount;
     }
 
-    /// Releases the lock if another thread holds it. For the child of a fork, where no other thread exists.
+    /// Releases the lock if another thread holds it. It is for the child of a fork, where no other thread exists.
     void RenewLock();
 
     std::atomic<int> m_iOpensCount = 0;   // references to the block; changed under the lock
@@ -221,8 +225,8 @@ private:
     bool ReadUnlocked(plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation);
 };
 
-/// A stream on one file. FileOpenStored makes it, CloseStored destroys it. One thread at a time. SeekStored,
-/// TellStored, ReadStored and IsEof assert that the stream is open.
+/// A stream on one file. FileOpenStored makes it, CloseStored destroys it. One thread at a time may use it.
+/// SeekStored, TellStored, ReadStored and IsEof assert that the stream is open.
 class ZQ_API FileStored_c
 {
 public:
@@ -272,8 +276,8 @@ private:
     int m_iLength;   // result of FileSize
 };
 
-/// Whether opening a stream asserts. If the developer continues, the stream opens. False at start; the application
-/// sets it.
+/// Whether opening a stream asserts. If the developer continues, the stream opens. It is false at start; the
+/// application sets it.
 extern ZQ_API bool g_bFileReadDisabled;
 
 /// Finds a file by its bare name, or else by the whole name, adds a reference to its contents and returns it. Asserts
@@ -286,8 +290,8 @@ ZQ_API File_c * FileOpen(char const * name);
 ZQ_API bool FileOpen(File_c * pFile);
 
 /// Returns why FileOpen, FileOpenStored or FileAddOneFile failed for this name: File_c::GetWhyNot of a known file. For
-/// an unknown name returns why the last FileAddOneFile failed if it had this bare name. Otherwise says that there is no
-/// such file, or that a scan could not see all folders. Main thread.
+/// an unknown name returns why FileAddOneFile failed if its last failure had this bare name. Otherwise says that there
+/// is no such file, or that a scan could not see all folders. Only the main thread may call it.
 ZQ_API File_c::Reason_t FileGetWhyNot(char const * name);
 
 /// Removes one reference; the last one frees the contents. Null does nothing. Asserts that a resident file has a
@@ -374,8 +378,9 @@ private:
 /// Returns whether FileStream finds the name.
 ZQ_API bool FileExists(char const * name);
 
-/// Sets whether opening an empty file logs "File '%s' is empty!" instead of asserting. For a program that runs while
-/// editors rewrite files, because they empty a file before they write it. False at start. Any thread.
+/// Sets whether opening an empty file logs "File '%s' is empty!" instead of asserting. It is for a program that runs
+/// while editors rewrite files, because they empty a file before they write it. At start opening asserts. Any thread
+/// may call it.
 ZQ_API void FileSetEmptyAllowed(bool bAllowed);
 
 /// Returns whether the disk has this folder.

@@ -8,7 +8,60 @@
 
 #include <atomic>
 
-inline constexpr int FOLDED_LENGTH = 255;   // characters of a caller's path; longer ones are cut
+inline constexpr int FOLDED_LENGTH = 255;      // characters of a caller's path; longer ones are cut
+inline constexpr int STAYER_EXT_LENGTH = 8;    // bytes of an extension, its zero included
+inline constexpr int FILE_OPEN_TRACKS = 256;   // entries of the tracker's list; further handles are only counted
+
+/// Path of a file on the disk. It holds folder and name at full length, unlike GetFullPath.
+class FileLocation_c
+{
+public:
+    explicit FileLocation_c(File_c const & File);
+    operator char const *() const { return m_szText; }
+
+private:
+    char m_szText[256 + 128];
+};
+
+/// A request for an asynchronous read.
+struct AsyncFile_t
+{
+    File_c * pFile = nullptr;
+    void * pBuffer = nullptr;   // buffer for the contents; null for the file's own block
+    bool bLoaded = false;       // whether the request is done; the poll reads it without the lock
+    int iRoom = 0;              // bytes that pBuffer holds
+};
+
+/// Bare names that a scan skips, in any case. There are few, so a linear search is fastest.
+class FileExcludes_c
+{
+public:
+    /// Adds a copy of a name, cut at 255 characters, unless the same spelling is there.
+    void Add(char const * szName);
+
+    /// Returns whether a name is excluded, in any case.
+    bool Has(char const * szName) const;
+
+    /// Frees the names.
+    void Reset();
+
+private:
+    Array_T<String_T<256> *, 32, 0> m_dNames;
+};
+
+/// An open handle in the tracker's list.
+struct FileOpenTrack_t
+{
+    void * hFile = nullptr;
+    String_T<260> sName;
+};
+
+/// A file's key and its File_c::iReads.
+struct FileOpenCalls_t
+{
+    String_T<128> sName;
+    int iCalls = 0;
+};
 
 /// Copies up to nMax characters in lower case, with `\` for `/`, and a terminator. Returns the number of characters.
 inline int FoldText(char * szTo, char const * szFrom, int nMax)
@@ -51,7 +104,7 @@ private:
     char m_szText[FOLDED_LENGTH + 1];
 };
 
-/// The last component of a caller's path in the form of the keys. Equals FoldedPath_c::GetBare and costs less.
+/// The last component of a caller's path in the form of the keys. It equals FoldedPath_c::GetBare and costs less.
 class FoldedName_c
 {
 public:
@@ -79,27 +132,16 @@ inline int FileLength(File_c const & File)
     return std::atomic_ref(const_cast<int &>(File.iLength)).load(std::memory_order_relaxed);
 }
 
-/// Returns whether opens are reported: g_bCollectResource. Any thread.
+/// Returns whether opens are reported: g_bCollectResource. Any thread may call it.
 inline bool FileIsCollecting()
 {
     return std::atomic_ref(g_bCollectResource).load(std::memory_order_relaxed);
 }
 
-/// Path of a file on the disk. Holds folder and name at full length, unlike GetFullPath.
-class FileLocation_c
-{
-public:
-    explicit FileLocation_c(File_c const & File);
-    operator char const *() const { return m_szText; }
-
-private:
-    char m_szText[256 + 128];
-};
-
 /// Opens a file as FileOpen does, but does not log the reason of a failure if SetTextErrorLog is on: the caller does.
 File_c * FileOpenUnlogged(char const * name);
 
-/// Logs name and reason of a failure if SetTextErrorLog is on.
+/// Logs name and reason of a failure if SetTextErrorLog is on and the reason is not empty.
 ZQ_COLD void FileLogWhyNot(char const * szName, char const * szReason);
 
 /// Stores why FileAddOneFile failed, for FileGetWhyNot, and logs it if SetTextErrorLog is on. Returns false.
@@ -124,18 +166,8 @@ void FileForget(File_c & File);
 /// Removes one or all entries of a file from the list of stayers, without closing it.
 void FileStayerForget(File_c const & File, bool bAll);
 
-inline constexpr int STAYER_EXT_LENGTH = 8;                         // bytes of an extension, its zero included
 extern Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;   // registered extensions, with their dots
 extern Array_T<File_c *, 128, 0> g_dStayerFiles;   // stayers, one entry per reference, in the order of the reads
-
-/// A request for an asynchronous read.
-struct AsyncFile_t
-{
-    File_c * pFile = nullptr;
-    void * pBuffer = nullptr;   // buffer for the contents; null for the file's own block
-    bool bLoaded = false;       // whether the request is done; the poll reads it without the lock
-    int iRoom = 0;              // bytes that pBuffer holds
-};
 
 extern Array_T<AsyncFile_t, 32, 0> g_pAsyncFiles;   // requests, oldest first; only the main thread adds and deletes
 extern plat::Lock_c g_csAsync;                      // lock of g_pAsyncFiles
@@ -152,23 +184,6 @@ bool FileAsyncIsStopping();
 
 /// Releases the locks of all known files in a forked child, which lacks the threads that held them.
 void FileRenewLocks();
-
-/// Bare names that a scan skips, in any case. There are few, so a linear search is fastest.
-class FileExcludes_c
-{
-public:
-    /// Adds a copy of a name, cut at 255 characters, unless the same spelling is there.
-    void Add(char const * szName);
-
-    /// Returns whether a name is excluded, in any case.
-    bool Has(char const * szName) const;
-
-    /// Frees the names.
-    void Reset();
-
-private:
-    Array_T<String_T<256> *, 32, 0> m_dNames;
-};
 
 extern FileExcludes_c g_sExcludedFolders;
 extern FileExcludes_c g_sExcludedFiles;
@@ -193,14 +208,6 @@ void FilePoolTrim();
 /// Returns the media template after its `*`: the ending of pack names.
 char const * FileMediaTemplateTail();
 
-/// An open handle in the tracker's list.
-struct FileOpenTrack_t
-{
-    void * hFile = nullptr;
-    String_T<260> sName;
-};
-
-inline constexpr int FILE_OPEN_TRACKS = 256;   // length of the list; further handles are only counted
 extern SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN_TRACKS>> g_dOpenTracks;
 extern int g_iMaxOpenFiles;   // limit: more open handles raise an Achtung
 
@@ -210,12 +217,5 @@ extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations already in 
 /// Empties g_dCleanNames, so that the clean response log writes each location again.
 void FileCleanNamesReset();
 
-/// Writes the response logs. The receiver of g_FileOpenCallbacker. Any thread.
+/// Writes the response logs. It is the receiver of g_FileOpenCallbacker. Any thread may call it.
 void ResourceLoadCallback(char const * sFileName);
-
-/// A file's key and its File_c::iReads.
-struct FileOpenCalls_t
-{
-    String_T<128> sName;
-    int iCalls = 0;
-};

@@ -34,14 +34,14 @@ namespace
         char const * Get() const { return m_sRoot; }
 
         // Makes the folder of a relative text. Returns false if the folder is too long, and cuts it.
-        bool Absolute(Folder_t const & sRelative, Folder_t & sFolder) const
+        bool MakeAbsolute(Folder_t const & sRelative, Folder_t & sFolder) const
         {
             sFolder = m_sRoot + sRelative;
             return m_nLength + sRelative.Length() < Folder_t::Capacity();
         }
 
         // Returns a folder's text after the root, from the separator on; null for a folder outside the root.
-        char const * Relative(Folder_t const & sFolder) const
+        char const * TextBelowRoot(Folder_t const & sFolder) const
         {
             bool const bBelow = sFolder.Begins(m_sRoot) && sFolder[m_nLength] == '\\';
             return bBelow ? static_cast<char const *>(sFolder) + m_nLength : nullptr;
@@ -151,7 +151,7 @@ namespace
         ForEach(g_sPaths,
             [&](Folder_t const * pFolder)
             {
-                if (char const * const szRelative = Root.Relative(*pFolder))
+                if (char const * const szRelative = Root.TextBelowRoot(*pFolder))
                 {
                     dRelatives.Add(szRelative);
                 }
@@ -181,7 +181,7 @@ namespace
             [&](File_c * pTop)
             {
                 File_c const * const pFile = PlaceableOf(*pTop);
-                if (pFile && pFile->sName != szOwn && Root.Relative(*pFile->pPath))
+                if (pFile && pFile->sName != szOwn && Root.TextBelowRoot(*pFile->pPath))
                 {
                     dFiles.Add(pFile);
                 }
@@ -190,7 +190,7 @@ namespace
         Archive.Serialize(nFiles);
         for (File_c const * pFile : dFiles)
         {
-            std::uint32_t const nIndex = CacheIndexOf(Root.Relative(*pFile->pPath));
+            std::uint32_t const nIndex = CacheIndexOf(Root.TextBelowRoot(*pFile->pPath));
             CacheFile_s{ nIndex, pFile->ftCreationTime, FileLength(*pFile), pFile->sName }.Serialize(Archive);
         }
     }
@@ -203,7 +203,7 @@ namespace
         ForEach(g_sPaths,
             [&](Folder_t const * pFolder)
             {
-                if (Root.Relative(*pFolder))
+                if (Root.TextBelowRoot(*pFolder))
                 {
                     CacheStamp_s Stamp = *pFolder == sOwn ? Own : NotedOf(*pFolder);
                     Stamp.Serialize(Archive);
@@ -380,7 +380,7 @@ namespace
         RequireIntact(Record.IsSound(), "not the text of a folder");
 
         Folder_t sFolder;
-        bool const bTooLong = !m_Root.Absolute(Record.sRelative, sFolder);
+        bool const bTooLong = !m_Root.MakeAbsolute(Record.sRelative, sFolder);
         switch (int const iResult = m_Folders.Add(Folder_s{}, Record.nIndex))
         {
         case HASH_ADDED:
@@ -533,7 +533,7 @@ namespace
             Folder_t sFolder;
             CacheStamp_s Stamp;
             Stamp.Serialize(Archive);
-            if (Archive.IsFailed() || !Root.Absolute(sRelative, sFolder) || !HasStamp(sFolder, Stamp, m_Place))
+            if (Archive.IsFailed() || !Root.MakeAbsolute(sRelative, sFolder) || !HasStamp(sFolder, Stamp, m_Place))
             {
                 return NewString("\"%s\" has changed", static_cast<char const *>(sRelative));
             }

@@ -23,16 +23,18 @@
 
 #include "zqcore/cstring.h"
 
-/// Path of the cache to load. Empty for none. A load that fails empties it, and so does ModuleFile_c if the cache is
-/// not current.
+/// Path of the cache to load, or an empty text for none. A load that fails empties it, and so does ModuleFile_c if the
+/// cache is not current.
 extern ZQ_API String_T<256> g_sFilesystemCacheName;
 
-/// Sets g_sFilesystemCacheName, before the modules start. Null or an empty text for none.
+/// Sets g_sFilesystemCacheName, before the modules start. Null or an empty text names none.
 ZQ_API void FilesystemCacheInit(char const * sName);
 
-/// Fills the tables from the cache and returns true. Returns false, with g_sFilesystemCacheName emptied, if no cache is
-/// named, it can't be read or there is no media root. The tables are then as before, except that they may hold the
-/// cache's own folder. A damaged cache ends in Abort:
+/// Fills the tables from the cache and returns true. Empties g_sFilesystemCacheName and returns false in these cases:
+/// - no cache is named, or it can't be read.
+/// - there is no media root.
+///
+/// The tables are then as before, except that they may hold the cache's own folder. A damaged cache ends in Abort:
 /// - another major version, or too few bytes.
 /// - a negative count, or a file without a name.
 /// - a folder's text that does not fit its checksum, or does not begin and end with `\`.
@@ -48,7 +50,7 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 ZQ_API bool FilesystemCacheLoad();
 
 /// Sets whether scans store the size and time of each folder, and FilesystemCacheSave writes them after the records,
-/// for FilesystemCacheIsCurrent. False at start. Requires a call before the scan. Costs one system call for each
+/// for FilesystemCacheIsCurrent. At start they do not. Requires a call before the scan. Costs one system call for each
 /// folder. ModuleFile_c calls it at its start after CheckCache(true).
 ZQ_API void FilesystemCacheCheck(bool bCheck);
 
@@ -58,11 +60,12 @@ ZQ_API void FilesystemCacheCheck(bool bCheck);
 /// line, in these cases:
 /// - there is no media root, or no cache was named.
 /// - a folder has changed. The line names the first one.
-/// - the cache can't be read or is damaged, or it lacks the media root.
+/// - the cache can't be read, or its records end too early.
+/// - the cache lacks the media root.
 /// - the cache was written without FilesystemCacheCheck.
 ///
-/// Another major version ends in Abort. The tables stay as they are. Costs one read of the cache and one system call
-/// for each folder.
+/// Another major version ends in Abort. The load reports other damage. The tables stay as they are. Costs one read
+/// of the cache and one system call for each folder.
 ZQ_API bool FilesystemCacheIsCurrent();
 
 /// Writes the folders and files below the media root to the cache sFile, except for a file with the bare name of sFile.
@@ -73,5 +76,6 @@ ZQ_API bool FilesystemCacheIsCurrent();
 /// - sFile is null, which asserts, or has more than 255 characters.
 /// - scans could not see all below the root (FileScanIsWhole).
 ///
-/// A file that no load could place is left out: its folder is not in g_sPaths, or another file of its name hides it.
+/// A file that no load could place is left out: its folder is not in g_sPaths, or the table has two objects of its
+/// key.
 ZQ_API void FilesystemCacheSave(char const * sFile);

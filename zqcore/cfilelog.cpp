@@ -284,15 +284,15 @@ namespace
     // Returns whether a key has a component that leads upwards.
     bool LeadsUp(char const * szKey)
     {
-        char const * sz = szKey;
-        while ((sz = std::strstr(sz, "..")) != nullptr)
+        char const * szDots = szKey;
+        while ((szDots = std::strstr(szDots, "..")) != nullptr)
         {
-            bool const bFirst = sz == szKey || sz[-1] == '\\' || sz[-1] == '/';
-            if (bFirst && (sz[2] == '\0' || sz[2] == '\\' || sz[2] == '/'))
+            bool const bFirst = szDots == szKey || szDots[-1] == '\\' || szDots[-1] == '/';
+            if (bFirst && (szDots[2] == '\0' || szDots[2] == '\\' || szDots[2] == '/'))
             {
                 return true;
             }
-            ++sz;
+            ++szDots;
         }
         return false;
     }
@@ -390,8 +390,8 @@ void FileDumpInfo()
         [&dCalls](File_c & File) {
             dCalls.Add({ File.sName, std::atomic_ref(File.iReads).load(std::memory_order_relaxed) });
         });
-    dCalls.Sort([](FileOpenCalls_t const & A, FileOpenCalls_t const & B)
-        { return A.iCalls > B.iCalls ? 1 : (A.iCalls < B.iCalls ? -1 : 0); },
+    dCalls.Sort([](FileOpenCalls_t const & Left, FileOpenCalls_t const & Right)
+        { return Left.iCalls > Right.iCalls ? 1 : (Left.iCalls < Right.iCalls ? -1 : 0); },
         0, -1);
     for (FileOpenCalls_t const & Calls : dCalls)
     {

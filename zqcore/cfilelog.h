@@ -20,8 +20,13 @@
 
 #include <cstdint>
 
-/// Whether g_FileOpenCallbacker fires for each File_c that is opened on disk, found or not. False at start; set by
-/// FileOpenLogEnable and FileOpenLogDisable.
+/// Bits of the response logs.
+inline constexpr std::uint32_t FILE_LOG_PLAIN = 1;      // <name>.rsp: each open, in order
+inline constexpr std::uint32_t FILE_LOG_CLEAN = 2;      // <name>_clean.rsp: each path once
+inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp: as the plain log
+
+/// Whether g_FileOpenCallbacker fires for each File_c that is opened on disk, found or not. It is false at start.
+/// FileOpenLogEnable and FileOpenLogDisable set it.
 extern ZQ_API bool g_bCollectResource;
 
 /// Notes an attempt to open a file: the handle, or null or -1 for a failure, and the name. The list holds a copy of the
@@ -38,11 +43,6 @@ ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 /// the same number. Asserts that the handle is listed, unless handles are open that found no room in the list. Null and
 /// -1 are ignored.
 ZQ_API void FileCloseTracker(void * hFile);
-
-/// Bits of the response logs.
-inline constexpr std::uint32_t FILE_LOG_PLAIN = 1;      // <name>.rsp: each open, in order
-inline constexpr std::uint32_t FILE_LOG_CLEAN = 2;      // <name>_clean.rsp: each path once
-inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp: as the plain log
 
 /// Opens the response logs of dwMask in the media root's folder Logs. Requires that this folder exists. The name is
 /// "thegame" if sName is null or empty. Old contents are deleted, unless bAppend is set. A log of dwMask that is open
@@ -70,7 +70,7 @@ public:
     FileOpenLogScope_c & operator=(FileOpenLogScope_c const &) = delete;
 };
 
-/// Sets which of the open response logs are written, as FILE_LOG_ bits. Plain and clean at start.
+/// Sets which of the open response logs are written, as FILE_LOG_ bits. At start these are plain and clean.
 ZQ_API void FileOpenLogMode(std::uint32_t dwMode);
 
 /// Fires g_FileOpenCallbacker with a path and writes it to the open response logs of dwMode, as if it had been opened.

@@ -56,11 +56,12 @@ namespace
         return NewString("SOFTWARE\\Brindle Harbor\\%s\\Install", g_szApplicationName);
     }
 
-    // Returns the text of the registry value, even if it names no folder; empty without the value.
+    // Returns the text of the registry value, even if it names no folder. Returns an empty text if there is no value or
+    // it is no text.
     String_T<256> RegistryPath()
     {
         char szText[257] = "";
-        std::size_t nSize = 256;
+        std::size_t nSize = sizeof szText - 1;
         plat::RegistryType_e eType;
         bool const bRead =
             plat::RegistryRead(plat::RegistryTree_e::Machine, RegistryKey(), "InstallDir", eType, szText, nSize);

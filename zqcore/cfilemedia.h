@@ -25,7 +25,7 @@ ZQ_API void FileSetMediaTemplate(char const * sTemplate);
 ZQ_API String_T<256> FileGetMediaTemplate();
 
 /// Sets the folder below which scans enter only the current game's subfolder. sLocation is a part of its path, such as
-/// "\gamedata\". Null, as at start, for no such folder. Requires sLocation and the game's name in lower case. Asserts
+/// "\gamedata\". Null, as at start, means no such folder. Requires sLocation and the game's name in lower case. Asserts
 /// that sLocation begins and ends with `\`; otherwise the previous one stays.
 ZQ_API void FileSetSplit(char const * sLocation);
 
@@ -41,14 +41,15 @@ ZQ_API String_T<256> GetPQXMediaPath(bool bAbortIfMissing);
 ZQ_API void SetPQXMediaPath(char const * sPath);
 
 /// Sets the configuration: the name, as the disk spells it, of the only folder directly in "media\_configdependeddata\"
-/// that scans enter. Empty at start: they enter no folder there.
+/// that scans enter. It is empty at start: scans enter no folder there.
 ZQ_API void SetPQXCurrentConfig(char const * sConfig);
 
-/// Returns whether the command line has `--game <name>`. False until the module starts. g_bAddon is the same.
+/// Returns whether the first 255 bytes of the command line have `--game <name>`. Returns false until the module starts.
+/// g_bAddon is the same.
 ZQ_API bool FileIsAddon();
 extern ZQ_API bool g_bAddon;
 
-/// Module of the file system. Depends on ModuleLog_c.
+/// Module of the file system. It depends on ModuleLog_c.
 ///
 /// Initialize reads the game's name from the command line ("pqx" without one). It excludes the folders _svn, CVS, .svn,
 /// $$$pqxautosave and $$$pqxbackup and the files .cvsignore and message.log, and fills the tables. Then it starts the
@@ -56,7 +57,8 @@ extern ZQ_API bool g_bAddon;
 /// (cfiletrack.h).
 ///
 /// The tables come from a cache (cfilecache.h), if there is one. Initialize then scans only the folders profiles and
-/// mapscache of the media root, which change while a game runs. Without a cache it scans the media root.
+/// mapscache of the media root, which change while a game runs. Without a cache it scans the media root, unless
+/// ReadMedia(false) was called.
 ///
 /// Shutdown stops the worker and writes the cache: the one of SetCacheFile, or else filesystemcache.bin in the media
 /// root if a file of that name is known. Then it empties the tables, the exclude lists, the types of stayers and
@@ -73,13 +75,13 @@ public:
     /// Returns the only instance.
     static ModuleFile_c * Get();
 
-    /// Sets whether Initialize scans the media root. True at start. If a cache was named but can't be read, Initialize
-    /// scans in any case.
+    /// Sets whether Initialize scans the media root. At start it does. If a cache was named but can't be read,
+    /// Initialize scans in any case.
     void ReadMedia(bool bRead) { m_bReadMedia = bRead; }
 
-    /// Sets whether the cache is compared with the disk. False at start. If true, Shutdown writes a cache that can be
-    /// compared. Initialize compares it (FilesystemCacheIsCurrent) and scans if a folder has changed. Initialize also
-    /// calls FilesystemCacheCheck(true), which stays on. If false, that setting is left to the host.
+    /// Sets whether the cache is compared with the disk. At start it is not. If true, Shutdown writes a cache that can
+    /// be compared. Initialize compares it (FilesystemCacheIsCurrent) and scans if a folder has changed. Initialize
+    /// also calls FilesystemCacheCheck(true), which stays on. If false, that setting is left to the host.
     void CheckCache(bool bCheck) { m_bCheckCache = bCheck; }
 
     /// Sets the path of the cache that Shutdown writes, for a media root that must not be written. To load it, pass the

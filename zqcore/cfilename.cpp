@@ -13,7 +13,7 @@ namespace
     std::uint64_t EightMatches(std::uint64_t nText, char c)
     {
         std::uint64_t const nDifferent = nText ^ (EACH_BYTE * static_cast<unsigned char>(c));
-        return ~(((nDifferent & (EACH_BYTE * 0x7F)) + EACH_BYTE * 0x7F) | nDifferent) & HIGH_BITS;
+        return ~(((nDifferent & ~HIGH_BITS) + ~HIGH_BITS) | nDifferent) & HIGH_BITS;
     }
 
     bool IsSeparator(char c)
@@ -27,16 +27,17 @@ char const * PathFileName(char const * szPath, std::size_t nLength)
     static_assert(std::endian::native == std::endian::little, "the last character is the highest byte");
     char const * const pFirst = szPath + (nLength >= 2 && szPath[1] == ':' ? 2 : 0);
     char const * pName = szPath + nLength;
-    while (pName - pFirst >= 8)
+    constexpr std::ptrdiff_t WORD = sizeof(std::uint64_t);
+    while (pName - pFirst >= WORD)
     {
         std::uint64_t nText;
-        std::memcpy(&nText, pName - 8, sizeof nText);
+        std::memcpy(&nText, pName - WORD, sizeof nText);
         std::uint64_t const iSeparators = EightMatches(nText, '/') | EightMatches(nText, '\\');
         if (iSeparators != 0)
         {
             return pName - std::countl_zero(iSeparators) / 8;
         }
-        pName -= 8;
+        pName -= WORD;
     }
     while (pName > pFirst && !IsSeparator(pName[-1]))
     {
@@ -59,7 +60,7 @@ String_T<256> FileName_c::Piece(char const * pFrom, char const * pTo) const
     return sPiece;
 }
 
-char const * FileName_c::AfterDrive() const
+char const * FileName_c::DriveEnd() const
 {
     char const * const szPath = *this;
     return szPath[0] && szPath[1] == ':' ? szPath + 2 : szPath;
@@ -67,12 +68,12 @@ char const * FileName_c::AfterDrive() const
 
 String_T<256> FileName_c::GetDrive() const
 {
-    return Piece(*this, AfterDrive());
+    return Piece(*this, DriveEnd());
 }
 
 String_T<256> FileName_c::GetDir() const
 {
-    return Piece(AfterDrive(), PathFileName(*this));
+    return Piece(DriveEnd(), PathFileName(*this));
 }
 
 String_T<256> FileName_c::GetName() const

@@ -50,5 +50,5 @@ public:
 
 private:
     String_T<256> Piece(char const * pFrom, char const * pTo) const;
-    char const * AfterDrive() const;
+    char const * DriveEnd() const;
 };

@@ -179,7 +179,7 @@ void FileRenewLocks()
 {
     for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
     {
-        // Null in a child if another thread of the parent was adding it.
+        // It is null in a child if another thread of the parent was adding it.
         for (File_c * pFile = pSlot->pObject; pFile; pFile = pFile->m_pHidden)
         {
             pFile->RenewLock();

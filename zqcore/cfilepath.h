@@ -48,30 +48,6 @@
 using FileTable_t = StringHash_T<File_c, 128, 16384, 117>;
 using PathTable_t = StringHash_T<String_T<256>, 256, 4096, 117>;
 
-/// All files by their keys, and the folders that scans, caches and FileAddOneFile have added. The order of First and
-/// Next is the table order. It depends on the hashes.
-extern ZQ_API FileTable_t g_sFileObjects;
-extern ZQ_API PathTable_t g_sPaths;
-
-/// Registers the files of a folder, with those of its subfolders if bRecursive is set, and returns true. Fires
-/// g_AddSubfolderCallbacker for each folder. Returns true too if the folder can't be read; then FileScanIsWhole returns
-/// false. Returns false, with a log line, in these cases:
-/// - there is no such folder, or the system can't report it. In the second case FileScanIsWhole returns false too.
-/// - its path has more than 255 characters.
-/// - a folder in lower case hides it.
-///
-/// With bRelativeNames the key of a file is its path below the media root, so a file directly in the root has its bare
-/// name as the key. A file whose key exceeds 127 characters is then skipped with a log line. Files of a folder outside
-/// of the media root keep bare names, with a log line for the folder. If g_sPaths has no room for a folder, its files
-/// have none: their keys alone are their paths on disk.
-ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames);
-
-/// Returns whether scans have seen all of a folder and its subfolders; an empty sPath means all scans. A folder that
-/// could not be read, or whose entries the system could not report, makes it false until it is scanned again or
-/// removed. A media root that ModuleFile_c can't scan or find makes it false too. sPath is compared as text with the
-/// paths of the scans, as in the functions below.
-ZQ_API bool FileScanIsWhole(char const * sPath);
-
 /// Reasons why a scan skips an entry of a folder, or enters it in another way than its name says.
 enum class FileSkip_e
 {
@@ -106,6 +82,30 @@ struct FileSkip_t
     char const * szWhy;      // one statement in English
     File_c const * pFirst;   // file that has the key of a duplicate; otherwise null
 };
+
+/// All files by their keys, and the folders that scans, caches and FileAddOneFile have added. The order of First and
+/// Next is the table order. It depends on the hashes.
+extern ZQ_API FileTable_t g_sFileObjects;
+extern ZQ_API PathTable_t g_sPaths;
+
+/// Registers the files of a folder, with those of its subfolders if bRecursive is set, and returns true. Fires
+/// g_AddSubfolderCallbacker for each folder. Returns true too if the folder can't be read; then FileScanIsWhole returns
+/// false. Returns false, with a log line, in these cases:
+/// - there is no such folder, or the system can't report it. In the second case FileScanIsWhole returns false too.
+/// - its path has more than 255 characters.
+/// - a folder in lower case hides it.
+///
+/// With bRelativeNames the key of a file is its path below the media root, so a file directly in the root has its bare
+/// name as the key. A file whose key exceeds 127 characters is then skipped with a log line. Files of a folder outside
+/// of the media root keep bare names, with a log line for the folder. If g_sPaths has no room for a folder, its files
+/// have none: their keys alone are their paths on disk.
+ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames);
+
+/// Returns whether scans have seen all of a folder and its subfolders; an empty sPath means all scans. A folder that
+/// could not be read, or whose entries the system could not report, makes it false until it is scanned again or
+/// removed. A media root that ModuleFile_c can't scan or find makes it false too. sPath is compared as text with the
+/// paths of the scans, as in the functions below.
+ZQ_API bool FileScanIsWhole(char const * sPath);
 
 /// Event that fires, forced, for each entry that a scan skips, and for those that it enters in another way than their
 /// names say. A receiver must not change the tables. These are not reported:

@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <utility>
 
-/// Adds a copy of a folder's path to g_sPaths and returns it. Returns null if the table has it already or is full.
-String_T<256> const * FilePathAdd(char const * szPath);
-
 /// Characters of the longest key.
 inline constexpr std::size_t FILE_KEY_LENGTH = File_c::Key_t::Capacity() - 1;
+
+/// Adds a copy of a folder's path to g_sPaths and returns it. Returns null if the table has it already or is full.
+String_T<256> const * FilePathAdd(char const * szPath);
 
 /// Fires g_FileSkipCallbacker.
 ZQ_COLD void FileReportSkip(

@@ -44,7 +44,7 @@ namespace
     public:
         FolderScan_c(bool bRecursive, bool bRelativeNames);
 
-        // Adds a folder to g_sPaths, registers its files, and scans its subfolders.
+        // Adds a folder to g_sPaths, registers its files, and scans its subfolders if the scan is recursive.
         void Scan(String_T<256> const & sPath);
 
     private:
@@ -167,8 +167,8 @@ namespace
         m_Queue.Flush();
     }
 
-    // Logs an entry whose facts the system did not return, and stores its folder as missed. Does nothing for an entry
-    // that the scan skips in any case.
+    // Logs an entry whose facts the system did not return, and stores its folder as missed. Does nothing for an
+    // excluded name or a file that was never finished: the scan skips both in any case.
     ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
     {
         if (!g_sExcludedFiles.Has(Entry.szName) && !g_sExcludedFolders.Has(Entry.szName)

@@ -18,7 +18,7 @@
 namespace
 {
     constexpr char PREFIX[] = "~zq";
-    constexpr int PREFIX_LENGTH = 3;
+    constexpr int PREFIX_LENGTH = static_cast<int>(sizeof PREFIX) - 1;
     constexpr int DIGITS = 8;
     constexpr int BARE_ROOM = 255 - PREFIX_LENGTH - DIGITS - 1;   // bytes of the longest file name after the prefix
 

@@ -60,7 +60,7 @@ public:
     /// - a previous call has failed, or Commit was called before.
     /// - an archive is still open on the file beside.
     /// - the file beside can't be synchronized, or has lost its name.
-    /// - the folder can't be opened.
+    /// - the folder can't be opened, unless only the right to read it is missing.
     /// - the name is that of a folder, a pipe, a socket or a device.
     /// - the system refuses the rename.
     ///

@@ -38,7 +38,7 @@ namespace
         return cVersion >= MARK[MARK_FAMILY] && cVersion <= '9';
     }
 
-    // Returns whether a save ends in the CRC-32 of all before it.
+    // Returns whether a save ends in the CRC-32 of all before it. Returns false if fewer than 4 bytes precede it.
     bool HasChecksum(unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes < 2 * sizeof(std::uint32_t))
@@ -160,8 +160,8 @@ String_T<256> FileSave_c::GetPath(int iPrevious) const
     return iPrevious > 0 ? m_sFile + Numbered(".", iPrevious) : m_sFile;
 }
 
-// Deletes files left by writers of this save that were killed. No other program writes it at this point, unless the
-// file system has no locks.
+// Deletes files left by writers of this save that were killed. No other program writes it at this point, because this
+// object has the lock.
 void FileSave_c::DeleteLeft()
 {
     String_T<512> sFolder(m_sFile);
@@ -292,10 +292,11 @@ File_c * FileSave_c::OpenFile()
 bool FileSave_c::PutAside(String_T<256> & sTo)
 {
     constexpr int TRIES = 100;
+    constexpr char SUFFIX[] = ".old";
     m_sWhyNot = IsLocked() ? "" : "it is not locked";
     for (int i = 0; i < TRIES && IsLocked(); ++i)
     {
-        sTo = m_sFile + (i > 0 ? Numbered(".old", i) : ".old");
+        sTo = m_sFile + (i > 0 ? Numbered(SUFFIX, i) : SUFFIX);
         if (plat::FileRename(m_sFile, sTo, false))
         {
             m_sWhyNot = "";

@@ -12,8 +12,11 @@
 // A load changes nothing on the disk. It returns one of these states:
 // - whole: OpenFile returns the archive.
 // - absent: there is no save. Start from the beginning.
-// - unreadable: the system refuses the file, it is no regular file of less than 2 GiB, or another program cuts it
-//   meanwhile. Also if the constructor refused the path. It may be good, so it must not be replaced.
+// - unreadable: the save may be good, so it must not be replaced. One of these is the reason:
+//   - the constructor refused the path.
+//   - the system refuses the file.
+//   - it is no regular file of less than 2 GiB.
+//   - another program cuts it meanwhile.
 // - damaged: length or CRC-32 do not match. PutAside keeps the file under another name; a previous save may be good.
 // - newer, older: whole, of a version that the caller does not read, or with a newer seal or none. Ask the player
 //   before it is replaced.
@@ -77,12 +80,14 @@ public:
     FileSave_c(FileSave_c const &) = delete;
     FileSave_c & operator=(FileSave_c const &) = delete;
 
-    /// Returns whether this object has the lock. Without it Load works, but PutAside and writers fail. After the
-    /// constructor GetWhyNot has the reason: another FileSave_c has the lock, in this process or another, the path is
-    /// refused, or the system's reason. A child of a fork does not have its parent's lock.
+    /// Returns whether this object has the lock. Without it PutAside and writers fail; Load works, unless the path is
+    /// refused. A child of a fork does not have its parent's lock. After the constructor GetWhyNot has the reason:
+    /// - another FileSave_c has the lock, in this process or another.
+    /// - the path is refused.
+    /// - the system can't make the lock; the reason is in its words.
     bool IsLocked() const;
 
-    /// Set and return how many previous saves a commit keeps. 0 at start. Asserts that the number is 0 to
+    /// Set and return how many previous saves a commit keeps, 0 at start. Asserts that the number is 0 to
     /// MOST_PREVIOUS; other values are clamped. A commit does not delete previous saves with higher numbers.
     void SetPrevious(int nPrevious);
     int GetPrevious() const { return m_nPrevious; }
@@ -134,8 +139,11 @@ public:
 
     /// Seals and synchronizes the new save, keeps the previous ones, replaces the old save, synchronizes the folder and
     /// returns true. For a first save, also synchronizes the folders of its path. Fails as FileReplacement_c::Commit
-    /// does. Also fails, and the old save stays, if the seal can't be written, those folders can't be synchronized or a
-    /// previous save can't be kept. After a failure previous saves may have the next numbers already.
+    /// does. After a failure previous saves may have the next numbers already. Also fails, and the old save stays, in
+    /// these cases:
+    /// - the seal can't be written.
+    /// - the folders of a first save can't be synchronized.
+    /// - a previous save can't be kept.
     bool Commit() override;
 
 private:

@@ -50,15 +50,16 @@ ZQ_API void FileTrackChanges(char const * sPath);
 ZQ_API bool FileTrackIsOn();
 
 /// Returns what FileTrackChanges could not watch, the folder or subfolders that appeared later, and why. Names the
-/// system's setting to raise if that helps. The text is empty if all is watched, and after FileTrackShutdown.
+/// system's setting to raise if that helps. The text is empty if all readable folders are watched, and before
+/// FileTrackChanges and after FileTrackShutdown.
 ZQ_API String_T<1024> FileTrackGetProblem();
 
 /// Replaces the extensions of files that are not reported. They have their dots, are in the case of the disk and are
-/// separated by blanks. Cut at 255 characters; null empties the list.
+/// separated by blanks. The list is cut at 255 characters; null empties it.
 ZQ_API void FileTrackSetIgnoreExtList(char const * sList);
 
 /// Reports what has changed since the last call. Waits at each file to report until it can be opened and no process has
-/// it open for writing: 10 ms in any case, and at most 5 seconds. A wait of more than 100 ms is logged. After 5 seconds
+/// it open for writing: at least 10 ms, and at most 5 seconds. A wait of more than 100 ms is logged. After 5 seconds
 /// the change is lost. If the file is not at its path, the change is logged and lost without a further wait. A call
 /// from within the callback does nothing.
 ZQ_API void FileTrackDoWork();
@@ -66,8 +67,9 @@ ZQ_API void FileTrackDoWork();
 /// Ends the watch, if there is one, and empties the list of extensions.
 ZQ_API void FileTrackShutdown();
 
-/// Registers the files that were added to the known folders since their scan, by bare name. Their size and times are 0
-/// until they are opened. Subfolders are not entered, exclusions do not apply, and deleted files stay in the table.
+/// Registers the files of the known folders whose bare names are not in the table, under these names: files that were
+/// added since the scan, and files that it excluded or added under a relative key. Their size and times are 0 until
+/// they are opened. Subfolders are not entered, and deleted files stay in the table.
 /// Skips a file without a log line in these cases:
 /// - Its name is known already.
 /// - A scan would skip it by another rule than exclusions.

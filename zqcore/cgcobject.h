@@ -1,7 +1,7 @@
 // cgcobject.h: objects that live as long as they can be reached from a root.
 //
 // A collection deletes each GcObj to which no path of references leads from the root. Cycles are collected too.
-// References are GcRef_c objects, as a rule members of their source. Not part of the exported interface.
+// References are GcRef_c objects, as a rule members of their source. None of this is exported.
 //
 // Ownership: the collector owns all objects but the root. They come from new. A collection sets all references from and
 // to the objects that it deletes to null, and then deletes them, the oldest first.

@@ -80,7 +80,7 @@ public:
         return GigaSlab_c::StorageFor(iElements, iElementSize);
     }
 
-    /// Returns the number of elements, free or in use. Stays after Reset.
+    /// Returns the number of elements, free or in use. It stays after Reset.
     int GetElements() const { return m_Slab.GetElements(); }
 
     /// Frees the storage, or releases that of the caller, with all elements in use. The water marks stay. Init may
@@ -131,6 +131,9 @@ public:
     class ZQ_API ChunkMap_c
     {
     public:
+        /// Alignment of a chunk's storage in bytes, so that no two chunks share a page.
+        static constexpr std::size_t ALIGNMENT = std::size_t{ 1 } << PageMap_T<int>::PAGE_BITS;
+
         ChunkMap_c() = default;
         ChunkMap_c(ChunkMap_c const &) = delete;
         ChunkMap_c & operator=(ChunkMap_c const &) = delete;
@@ -143,11 +146,10 @@ public:
         bool Free(void const * pPtr, bool bArray) const;
 
         /// Add a chunk, remove it, and return that of an address, or null for none or a spare. Only the pool calls
-        /// them. The storage of a chunk has the ALIGNMENT, so that no two chunks share a page.
+        /// them.
         void Add(Chunk_s & Chunk);
         void Remove(Chunk_s const & Chunk);
         Chunk_s * Find(void const * pPtr) const;
-        static constexpr std::size_t ALIGNMENT = std::size_t{ 1 } << PageMap_T<int>::PAGE_BITS;
 
     private:
         /// A chunk as Free needs it.

@@ -1,6 +1,6 @@
 // cgigaslab.h: the storage of the element pools: a slab of equal-sized elements in groups of 32.
 //
-// For cgigapool.h; hosts use its pools. A slab has a record with two bit masks for each group, and two chains of
+// It serves cgigapool.h; hosts use its pools. A slab has a record with two bit masks for each group, and two chains of
 // records: the groups with a free element and the full ones. The group from which a pool allocates is open: the pool
 // holds a copy of its masks, and those in the record are out of date until the group is closed. The copy saves time
 // because each call reads what the previous call wrote, and a processor forwards such a value fastest at a fixed
@@ -34,6 +34,13 @@ class GigaGroup_c
 public:
     static constexpr int ELEMENTS = 32;   // elements of a group
 
+    /// Whether Free may free the last allocated element.
+    enum class Last_e : std::uint32_t
+    {
+        Free = 0,
+        Keep = 1
+    };
+
     /// Make a record without allocated elements. The second one has these neighbours in its chain.
     GigaGroup_c() = default;
     GigaGroup_c(int iNext, int iPrev);
@@ -55,13 +62,6 @@ public:
 
     /// Allocates the lowest free element. Returns its index in the group. Requires a free element.
     unsigned Alloc(bool bArray);
-
-    /// Whether Free may free the last allocated element.
-    enum class Last_e : std::uint32_t
-    {
-        Free = 0,
-        Keep = 1
-    };
 
     /// Frees an element. Requires a group that is not full: a full one has to change its chain. Returns false and
     /// changes nothing in these cases:

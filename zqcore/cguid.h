@@ -39,8 +39,8 @@ public:
     /// Sets Guid to a new identifier and returns true. On failure a Warning states the reason, and Guid is unchanged.
     static bool Create(Guid_c & Guid);
 
-    /// Sets whether Create refuses identifiers that are unique on this machine only. True at start. Create warns of
-    /// such an identifier even if it is allowed. Any thread.
+    /// Sets whether Create refuses identifiers that are unique on this machine only. At start it refuses them.
+    /// Create warns of such an identifier even if it is allowed. Any thread may call it.
     static void SetGlobalOnly(bool bGlobalOnly);
 
     /// Reads 8-4-4-4-12 hexadecimal digits of either case. Returns false for any other text, with Guid unchanged.

@@ -31,19 +31,8 @@ enum HashAdd_e : int
     HASH_FULL = 2       // no slot of the chain is free; the table is unchanged
 };
 
-/// Return the hash of a name, of nLength characters or terminated: each character is sign-extended, rotated left by its
-/// position, and XORed.
-ZQ_API std::uint32_t StringHashOf(char const * szName, std::size_t nLength);
-inline std::uint32_t StringHashOf(char const * szName)
-{
-    return StringHashOf(szName, std::strlen(szName));
-}
-
-/// Returns a second hash of a name of nLength characters for the index. All 32 bits are well distributed.
-ZQ_API std::uint32_t NameIndexHash(char const * szName, std::size_t nLength);
-
-/// Index of slots by the second hash of their names: open addressing with linear probing over ENTRIES words. For
-/// StringHash_T.
+/// Index of slots by the second hash of their names: open addressing with linear probing over ENTRIES words. It
+/// serves StringHash_T.
 template <int ENTRIES>
 class NameIndex_T
 {
@@ -101,15 +90,6 @@ public:
         char szKey[KEY_ROOM] = {};       // a copy of the key if it fits
     };
 
-    static constexpr int iMask = SIZE - 1;            // bits of a hash that select the first slot of its chain
-    static constexpr int iMaxProbes = SIZE * 2 / 3;   // slots of a chain
-
-    constexpr StringHash_T() = default;
-
-    /// Adds an object under a name. Returns a HashAdd_e. Uses the first deleted slot of the chain, even if the same
-    /// name lies further along it: the name is then in the table twice.
-    int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName, std::strlen(*pName))); }
-
     /// A name to add in two steps, for many names in a row: Prepare prefetches what Add reads, while the caller does
     /// other work.
     struct Entry_s
@@ -120,6 +100,15 @@ public:
         std::uint32_t iHash;        // hash as in Slot_s
         std::uint32_t iIndexHash;   // hash as in Slot_s
     };
+
+    static constexpr int iMask = SIZE - 1;            // bits of a hash that select the first slot of its chain
+    static constexpr int iMaxProbes = SIZE * 2 / 3;   // slots of a chain
+
+    constexpr StringHash_T() = default;
+
+    /// Adds an object under a name. Returns a HashAdd_e. Uses the first deleted slot of the chain, even if the same
+    /// name lies further along it: the name is then in the table twice.
+    int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName, std::strlen(*pName))); }
 
     /// Returns the entry of a name of nLength characters.
     Entry_s Prepare(T * pObject, Key_t const * pName, std::size_t nLength) const;
@@ -144,8 +133,8 @@ public:
     Slot_s * Next(Slot_s * pSlot) { return FirstFrom(pSlot + 1); }
 
     /// Walk over the objects in slot order. While the caller works on one object, the processor loads the cache lines
-    /// of the next one. The caller may delete the entry of the present object, but not that of the next one. A forward
-    /// iterator.
+    /// of the next one. The caller may delete the entry of the present object, but not that of the next one. It is a
+    /// forward iterator.
     class ObjectIterator_c
     {
     public:
@@ -212,7 +201,7 @@ private:
 struct IndexHashLowBits_s
 {
     /// Returns the key.
-    static constexpr std::uint32_t Of(std::uint32_t iKey) { return iKey; }
+    static constexpr std::uint32_t HashOf(std::uint32_t iKey) { return iKey; }
 };
 
 /// Table of values by 32-bit keys. SIZE is a power of 2; HASH::Of makes the hash of a key. Entries are not removed one
@@ -253,5 +242,16 @@ private:
     int m_nEntries = 0;
     int m_nDeleted = 0;   // deleted entries: always 0, because entries are not removed one by one
 };
+
+/// Return the hash of a name, of nLength characters or terminated: each character is sign-extended, rotated left by its
+/// position, and XORed.
+ZQ_API std::uint32_t StringHashOf(char const * szName, std::size_t nLength);
+inline std::uint32_t StringHashOf(char const * szName)
+{
+    return StringHashOf(szName, std::strlen(szName));
+}
+
+/// Returns a second hash of a name of nLength characters for the index. All 32 bits are well distributed.
+ZQ_API std::uint32_t NameIndexHash(char const * szName, std::size_t nLength);
 
 #include "zqcore/chash.inl"

@@ -3,7 +3,7 @@
 
 /// Returns whether two texts of nLength characters are equal. Compares words of eight bytes: names were often copied by
 /// such words just before, and a processor forwards a store fastest to a load of the same width.
-inline bool SameText(char const * pA, char const * pB, std::size_t nLength)
+inline bool IsSameText(char const * pA, char const * pB, std::size_t nLength)
 {
     constexpr std::size_t WORD = sizeof(std::uint64_t);
     if (nLength < WORD)
@@ -179,7 +179,7 @@ template <typename T, int KEYLEN, int SIZE, int STEP>
 bool StringHash_T<T, KEYLEN, SIZE, STEP>::HasKey(Slot_s const & Slot, char const * szName, std::size_t nLength)
 {
     char const * const szKey = nLength < Slot_s::KEY_ROOM ? Slot.szKey : static_cast<char const *>(*Slot.pName);
-    return SameText(szKey, szName, nLength) && szKey[nLength] == '\0';
+    return IsSameText(szKey, szName, nLength) && szKey[nLength] == '\0';
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
@@ -299,7 +299,7 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Reset()
 template <typename V, int SIZE, int STEP, typename HASH>
 int IndexHash_T<V, SIZE, STEP, HASH>::Add(V const & Value, std::uint32_t iKey)
 {
-    int i = static_cast<int>(HASH::Of(iKey)) & iMask;
+    int i = static_cast<int>(HASH::HashOf(iKey)) & iMask;
     for (int iProbe = 0; iProbe < iMaxProbes; ++iProbe, i = (i + STEP) & iMask)
     {
         Slot_s & Slot = m_dSlots[i];
@@ -320,7 +320,7 @@ int IndexHash_T<V, SIZE, STEP, HASH>::Add(V const & Value, std::uint32_t iKey)
 template <typename V, int SIZE, int STEP, typename HASH>
 V * IndexHash_T<V, SIZE, STEP, HASH>::Find(std::uint32_t iKey)
 {
-    int i = static_cast<int>(HASH::Of(iKey)) & iMask;
+    int i = static_cast<int>(HASH::HashOf(iKey)) & iMask;
     for (int iProbe = 0; iProbe < iMaxProbes; ++iProbe, i = (i + STEP) & iMask)
     {
         Slot_s & Slot = m_dSlots[i];

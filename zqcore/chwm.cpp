@@ -9,9 +9,9 @@
 
 namespace
 {
-    int ClampToInt(unsigned int i)
+    int ClampToInt(unsigned int nValue)
     {
-        return static_cast<int>(std::min<unsigned int>(i, INT_MAX));
+        return static_cast<int>(std::min<unsigned int>(nValue, INT_MAX));
     }
 }
 

@@ -2,7 +2,7 @@
 //
 // Each line goes to a list of listeners. LogInit adds one that writes message.log, with the time in seconds and the
 // frame number before the line: "%8.3f\t%i\t%s\n". Each line is written at once and appended to the file, even if other
-// processes write to it. A line without a listener is lost. Lines are cut at 2048 characters.
+// processes write to it. A line without a listener is lost. Formatted lines are cut at 2048 characters.
 //
 // Ownership: the library opens and closes the file. Listeners are kept as pointers.
 // Threads: any thread may log at any time but during LogDone, also in a child of a fork. The list of listeners has no
@@ -32,7 +32,7 @@ inline constexpr int LOG_LINE_LENGTH = 2048;
 /// buffer and are flushed, and LogDone closes it. LogInit does nothing while a stream is set.
 extern ZQ_API std::FILE * g_pMessageLogFile;
 
-/// Frame number of each line. 0 at start; set by the application, with std::atomic_ref if other threads log.
+/// Frame number of each line, 0 at start. The application sets it, with std::atomic_ref if other threads log.
 extern ZQ_API int g_iLogFrameCounter;
 
 /// Sets folder and name of the main log, makes the missing levels of the folder, and passes both to the crash report.
@@ -50,7 +50,8 @@ ZQ_API void LogInit();
 /// Removes all listeners and closes the main log.
 ZQ_API void LogDone();
 
-/// Limits each file of the main log and of the named logs to nBytes; 0, as at start, means no limit. Any thread.
+/// Limits each file of the main log and of the named logs to nBytes; 0, as at start, means no limit. Any thread may
+/// call it.
 /// - After the line that exceeds the limit, the log begins a new file. The full one gets ".1" at the end of its name,
 ///   previous ones ".2" to ".nPrevious". If nPrevious is 0 or negative, the log empties the file instead.
 /// - Lines that other threads write meanwhile may go to the full file.

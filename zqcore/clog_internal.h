@@ -16,6 +16,8 @@
 class LogStream_c
 {
 public:
+    static constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64 + 1;   // bytes of a path that Limit asks for
+
     /// Sets the stream that plat::StreamOpenLog opened for this log. It is written without stdio's buffer. Other
     /// streams, such as a host's, are written through stdio under a lock.
     void SetOwn(std::FILE * pStream)
@@ -47,8 +49,6 @@ public:
 
     /// Sets the limit of all logs.
     static void SetLimit(std::uint64_t nLimit, int nPrevious);
-
-    static constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64 + 1;   // bytes of a path that Limit asks for
 
     /// Returns whether there are lost lines to report, or the last line that was written has no end.
     bool HasLost() const { return m_nLost.load(std::memory_order_relaxed) != 0; }

@@ -18,10 +18,12 @@ namespace
 {
     constexpr std::size_t CURRENT_FOLDER_SIZE = 1015;   // leaves room for the default folder's name
     constexpr std::size_t LINE_SIZE = LOG_LINE_LENGTH + 1;
+    constexpr int NAME_SIZE = 64;    // bytes of a log's name with its terminator
+    constexpr int TABLE_SIZE = 64;   // slots of the table of logs
 
     struct LogFile_t
     {
-        String_T<64> sName;
+        String_T<NAME_SIZE> sName;
         std::FILE * pFile = nullptr;
         LogStream_c Stream;
     };
@@ -34,11 +36,11 @@ namespace
     };
 
     wchar_t g_wszLogPath[WIDE_PATH_SIZE];
-    constinit StringHash_T<LogFile_t, 64, 64, 1> g_dLogFiles;
+    constinit StringHash_T<LogFile_t, NAME_SIZE, TABLE_SIZE, 1> g_dLogFiles;
     constinit LogStream_c g_Unlisted;   // shared by all logs for which the table has no room
     constinit ModuleLog_c g_ModuleLog;
 
-    // Guards the table. Nothing is allocated or freed under it: the heap's hook logs under the heap's lock.
+    // Lock of the table. Nothing is allocated or freed under it: the heap's hook logs under the heap's lock.
     constinit plat::Lock_c g_TableLock;
     plat::ForkLock_c const g_TableForkLock(g_TableLock);
 
@@ -61,7 +63,7 @@ namespace
         {
             szPath[nFolder] = '\\';
         }
-        StrCopy(pName, szName, 64 + 1);
+        StrCopy(pName, szName, NAME_SIZE + 1);
     }
 
     std::FILE * OpenInLogPath(char const * szName)
@@ -94,7 +96,7 @@ namespace
     }
 
     // Opens a log that is not in the table and adds it. Without room in the table the log shares g_Unlisted.
-    ZQ_COLD Found_s OpenLog(String_T<64> const & sName)
+    ZQ_COLD Found_s OpenLog(String_T<NAME_SIZE> const & sName)
     {
         std::FILE * const pFile = OpenInLogPath(sName);
         if (!pFile)
@@ -126,7 +128,7 @@ namespace
             return { nullptr, nullptr };
         }
         MemCategoryScope_c const Scope(mem::logger);
-        String_T<64> const sKey(szName);
+        String_T<NAME_SIZE> const sKey(szName);
         LogFile_t * const pOpen = FindListed(sKey);
         return pOpen ? Found_s{ pOpen->pFile, &pOpen->Stream } : OpenLog(sKey);
     }
@@ -145,8 +147,8 @@ namespace
         }
         if (Found.pFile)
         {
-            Found.pStream->Limit(
-                Found.pFile, nText, [szName](auto & szPath) { WritePathInLogPath(String_T<64>(szName), szPath); });
+            Found.pStream->Limit(Found.pFile, nText,
+                [szName](auto & szPath) { WritePathInLogPath(String_T<NAME_SIZE>(szName), szPath); });
         }
     }
 }
@@ -192,7 +194,7 @@ bool ModuleLog_c::Initialize()
 void ModuleLog_c::Shutdown()
 {
     MemCategoryScope_c const Scope(mem::logger);
-    LogFile_t * dFiles[64];
+    LogFile_t * dFiles[TABLE_SIZE];
     int nFiles = 0;
     {
         plat::LockScope_c const Lock(g_TableLock);

@@ -23,24 +23,8 @@
 #include <cstdarg>
 #include <cstdio>
 
-/// Writes a formatted line, cut at 2048 characters, to the named log. Does nothing if either text is null.
-ZQ_API void Logf(char const * sFile, char const * fmt, ...) ZQ_PRINTF(2, 3);
-
-/// Calls Logf if bCondition is true.
-ZQ_API void Logcf(bool bCondition, char const * sFile, char const * fmt, ...) ZQ_PRINTF(3, 4);
-
-/// Writes a line as Logf does, from a list of arguments. If sFile is null, the line goes to the main log's file,
-/// without time and frame. Requires that fmt is not null.
-ZQ_API void LogfArg(char const * sFile, char const * fmt, std::va_list args) ZQ_PRINTF(2, 0);
-
-/// Writes a text to the named log as it is, without a line end. Does nothing if either text is null.
-ZQ_API void Logf_raw(char const * sFile, char const * sText);
-
-/// Do the same with arguments of text classes (cprintf.h).
-ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logf, (char const * sFile), (sFile))
-ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logcf, (bool bCondition, char const * sFile), (bCondition, sFile))
-
-/// Module that makes the folder of the named logs at its start and closes them at shutdown. Depends on no other module.
+/// Module that makes the folder of the named logs at its start and closes them at shutdown. It depends on no
+/// other module.
 class ZQ_API ModuleLog_c : public Module_c
 {
 public:
@@ -70,3 +54,20 @@ protected:
     bool Initialize() override;
     void Shutdown() override;
 };
+
+/// Writes a formatted line, cut at 2048 characters, to the named log. Does nothing if either text is null.
+ZQ_API void Logf(char const * sFile, char const * fmt, ...) ZQ_PRINTF(2, 3);
+
+/// Calls Logf if bCondition is true.
+ZQ_API void Logcf(bool bCondition, char const * sFile, char const * fmt, ...) ZQ_PRINTF(3, 4);
+
+/// Writes a line as Logf does, from a list of arguments. If sFile is null, the line goes to the main log's file,
+/// without time and frame. Requires that fmt is not null.
+ZQ_API void LogfArg(char const * sFile, char const * fmt, std::va_list args) ZQ_PRINTF(2, 0);
+
+/// Writes a text to the named log as it is, without a line end. Does nothing if either text is null.
+ZQ_API void Logf_raw(char const * sFile, char const * sText);
+
+/// Do the same with arguments of text classes (cprintf.h).
+ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logf, (char const * sFile), (sFile))
+ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logcf, (bool bCondition, char const * sFile), (bCondition, sFile))

@@ -38,6 +38,8 @@ namespace
     class ThreadNumbers_c
     {
     public:
+        static constexpr std::uint32_t COUNT = 128;
+
         // Returns the lowest free number, or 0 if all are in use.
         std::uint32_t Allocate()
         {
@@ -60,10 +62,8 @@ namespace
             return (m_dFree[(iNumber - 1) / 64] >> (iNumber - 1) % 64 & 1) == 0;
         }
 
-        static constexpr std::uint32_t COUNT = 128;
-
     private:
-        std::uint64_t m_dFree[2] = { ~std::uint64_t{ 0 }, ~std::uint64_t{ 0 } };
+        std::uint64_t m_dFree[COUNT / 64] = { ~std::uint64_t{ 0 }, ~std::uint64_t{ 0 } };
     };
     constinit ThreadNumbers_c g_ThreadNumbers;   // under g_CategoryLock
 

@@ -54,6 +54,18 @@
     X(Interface) X(GFX) X(Generator) X(GameNetwork)
 // clang-format on
 
+/// The word of a block: 32 bits that the debug heap stores with it. They are the kind in the low 16 bits, the category
+/// in the 15 bits above, and MEMORY_OBJECT_FLAG in the top bit. The kinds are the three _BLOCK values, with the numbers
+/// of the Windows debug heap (_NORMAL_BLOCK and others).
+inline constexpr int MEMORY_NORMAL_BLOCK = 1;
+inline constexpr int MEMORY_CRT_BLOCK = 2;
+inline constexpr int MEMORY_CLIENT_BLOCK = 4;
+inline constexpr int MEMORY_CATEGORY_SHIFT = 16;
+inline constexpr std::uint32_t MEMORY_CATEGORY_MASK = 0x7FFF;
+inline constexpr std::uint32_t MEMORY_OBJECT_FLAG = 0x80000000u;
+
+inline constexpr std::size_t MEMORY_ALIGNMENT = 16;   // bytes; of each block of ZQ_NEW and `new`
+
 namespace mem
 {
     // clang-format off
@@ -132,31 +144,23 @@ namespace mem
     ZQ_API unsigned GetUserAllocators(UserAllocatorInfo_i ** pOut, unsigned nMax);
 }
 
-/// The word of a block: 32 bits that the debug heap stores with it. They are the kind in the low 16 bits, the category in the
-/// 15 bits above, and MEMORY_OBJECT_FLAG in the top bit. The kinds are the three _BLOCK values, with the numbers
-/// of the Windows debug heap (_NORMAL_BLOCK and others).
-inline constexpr int MEMORY_NORMAL_BLOCK = 1;
-inline constexpr int MEMORY_CRT_BLOCK = 2;
-inline constexpr int MEMORY_CLIENT_BLOCK = 4;
-inline constexpr int MEMORY_CATEGORY_SHIFT = 16;
-inline constexpr std::uint32_t MEMORY_CATEGORY_MASK = 0x7FFF;
-inline constexpr std::uint32_t MEMORY_OBJECT_FLAG = 0x80000000u;
-
 /// Returns the word that operator_new stores with a block. iBlockType is a word too.
 /// - Its kind is always MEMORY_CLIENT_BLOCK. A kind of iBlockType above that is reported.
 /// - MEMORY_OBJECT_FLAG is that of iBlockType.
-/// - The category is that of iBlockType. If that category is UNDEFINED or out of range, or the kind of iBlockType is
-///   MEMORY_NORMAL_BLOCK, it is the one on top of the thread's stack.
+/// - The category is the one on top of the thread's stack, or UNDEFINED while the heap is not tracked, in these cases:
+///   - the category of iBlockType is UNDEFINED or out of range.
+///   - the kind of iBlockType is MEMORY_NORMAL_BLOCK.
+/// - In all other cases the category is that of iBlockType.
 ZQ_API std::uint32_t MemoryBlockWord(int iBlockType);
 
-/// `ZQ_NEW T(...)` allocates a block of the current category. The debug heap records its file and line. Free it with delete.
+/// `ZQ_NEW T(...)` allocates a block of the current category. The debug heap records its file and line. Free it with
+/// delete.
 #define ZQ_NEW new (MEMORY_CLIENT_BLOCK, __FILE__, __LINE__)
-
-inline constexpr std::size_t MEMORY_ALIGNMENT = 16;   // bytes; of each block of ZQ_NEW and `new`
 
 namespace CoreMemory
 {
-    /// Allocate and return a block that is aligned to MEMORY_ALIGNMENT. MemoryBlockWord decides its category. On exhaustion they call Abort. They return null only before MemoryInit and after MemoryDone.
+    /// Allocate and return a block that is aligned to MEMORY_ALIGNMENT. MemoryBlockWord decides its category. On
+    /// exhaustion they call Abort. They return null only before MemoryInit and after MemoryDone.
     ZQ_API void * operator_new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array(std::size_t nBytes, int iBlockType, char const * sFile, int iLine);
 

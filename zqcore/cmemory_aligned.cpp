@@ -119,7 +119,8 @@ void * aligned_offset_malloc_dbg(
     HeaderOf(pUser) = Header_s{ pBlock, GAP_FILL };
     if (nOffset != 0)
     {
-        std::memset(&HeaderOf(pUser) + 1, 0xBD, GapOf(nOffset));   // never what precedes a plain block
+        // The fill is never what precedes a plain block.
+        std::memset(&HeaderOf(pUser) + 1, static_cast<int>(GAP_FILL & 0xFF), GapOf(nOffset));
     }
     plat::HeapSetOwn(pBlock, pUser, nSize);
     return pUser;

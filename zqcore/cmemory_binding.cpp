@@ -16,8 +16,9 @@ namespace
 {
     constexpr std::size_t PROBE_BYTES = 24;
 
-    // Stores the pair in Foreign and returns true if a part of it is foreign. Replaces the library's own part by the
-    // next module's, because a program may contain a `new` of its own runtime without the `delete`, or the reverse.
+    // Stores the pair in Foreign and returns true if a part of it is foreign and no part is missing. Replaces the
+    // library's own part by the next module's, because a program may contain a `new` of its own runtime without the
+    // `delete`, or the reverse.
     template <typename... ALIGNMENT>
     bool TryPair(plat::OperatorPair_T<ALIGNMENT...> plat::Operators_t::*pPair, plat::Operators_t & Foreign,
         plat::Operators_t const & Bound, ALIGNMENT... iAlignment)

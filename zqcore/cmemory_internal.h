@@ -59,7 +59,7 @@ extern ZQ_THREAD_LOCAL constinit MemoryStack_s t_MemoryStack;
 /// Hash of a thread's number: the CRC-32 of its four bytes, lowest first. The library assigns the numbers.
 struct ThreadIdHash_s
 {
-    static std::uint32_t Of(std::uint32_t iThread) { return GetCrc32Polynomial4(iThread); }
+    static std::uint32_t HashOf(std::uint32_t iThread) { return GetCrc32Polynomial4(iThread); }
 };
 
 /// Stacks of all threads, by the threads' numbers.
@@ -91,11 +91,33 @@ struct MemoryCounters_s
     bool bNewLogEnabled;   // whether the call log is on; changed while no other thread allocates
 };
 
-/// The debug heap's figures of this process. Written under g_CategoryLock, except bNewLogEnabled.
+/// Number of blocks by size. The heap of a shipped game counts only the total.
+struct MemoryTally_s
+{
+    static constexpr std::size_t LIMITS[] = { 64, 128, 256, 512 };   // maximum bytes of a block of the class
+
+    std::size_t dInClass[4];   // blocks above the last limit are in no class
+    std::size_t nTotal;
+};
+
+/// Scope that holds g_CategoryLock, if the heap is tracked.
+class CategoryLockScope_c
+{
+public:
+    CategoryLockScope_c();
+    ~CategoryLockScope_c();
+    CategoryLockScope_c(CategoryLockScope_c const &) = delete;
+    CategoryLockScope_c & operator=(CategoryLockScope_c const &) = delete;
+
+private:
+    bool const m_bLocked;
+};
+
+/// The debug heap's figures of this process. They are written under g_CategoryLock, except bNewLogEnabled.
 extern MemoryCounters_s g_MemoryCounters;
 
-/// The process's own operators, which replace the heap. Its pairs are null if the library's operators are bound. Set
-/// once, when the library is loaded.
+/// The process's own operators, which replace the heap. Its pairs are null if the library's operators are bound. It
+/// is set once, when the library is loaded.
 extern plat::Operators_t g_ForeignOperators;
 
 /// Sets g_ForeignOperators and reports foreign operators in one line. Requires that the heap is not tracked yet.
@@ -117,8 +139,8 @@ void MemoryHeapStop();
 /// Ends what the heap keeps for the calling thread.
 void MemoryHeapThreadEnd();
 
-/// Returns whether a pointer to a block, or to memory of another heap, is a live block of this heap. Safe for any
-/// pointer. The heap of a shipped game may return true for a block that was freed.
+/// Returns whether a pointer to a block, or to memory of another heap, is a live block of this heap. It is safe
+/// for any pointer. The heap of a shipped game may return true for a block that was freed.
 bool MemoryIsOwnBlock(void const * p);
 
 /// Allocate and release a block of category NORMAL_BLOCK.
@@ -159,15 +181,6 @@ inline bool MemoryMayAlign(std::size_t nSize, std::size_t nAlignment, std::size_
     }
     return nOffset == 0 || nOffset < nSize || MemoryRefuseAlignment("offset must be within size");
 }
-
-/// Number of blocks by size. The heap of a shipped game counts only the total.
-struct MemoryTally_s
-{
-    static constexpr std::size_t LIMITS[] = { 64, 128, 256, 512 };   // maximum bytes of a block of the class
-
-    std::size_t dInClass[4];   // blocks above the last limit are in no class
-    std::size_t nTotal;
-};
 
 /// Writes what a snapshot lists, all to pAll and what has no category to pUndefined, and returns the tally. Both files
 /// may be null.
@@ -218,16 +231,3 @@ inline std::uint32_t MemoryWordOf(int iBlockType)
     return (static_cast<std::uint32_t>(eCategory) << MEMORY_CATEGORY_SHIFT) | (dwWord & MEMORY_OBJECT_FLAG)
            | static_cast<std::uint32_t>(MEMORY_CLIENT_BLOCK);
 }
-
-/// Scope that holds g_CategoryLock, if the heap is tracked.
-class CategoryLockScope_c
-{
-public:
-    CategoryLockScope_c();
-    ~CategoryLockScope_c();
-    CategoryLockScope_c(CategoryLockScope_c const &) = delete;
-    CategoryLockScope_c & operator=(CategoryLockScope_c const &) = delete;
-
-private:
-    bool const m_bLocked;
-};

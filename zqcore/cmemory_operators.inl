@@ -59,7 +59,7 @@ namespace
         }
     }
 
-    void * OrThrow(void * p)
+    void * Require(void * p)
     {
         if (!p)
         {
@@ -114,16 +114,16 @@ namespace CoreMemory
     }
 }
 
-// The language's operators, for the whole process: every plain `new` is tracked.
+// The language's operators, for the whole process, so that a plain `new` is tracked too.
 // clang-format off
-ZQ_API void * operator new(std::size_t n) { return OrThrow(New(g_ForeignOperators.Plain, n)); }
-ZQ_API void * operator new[](std::size_t n) { return OrThrow(New(g_ForeignOperators.Array, n)); }
+ZQ_API void * operator new(std::size_t n) { return Require(New(g_ForeignOperators.Plain, n)); }
+ZQ_API void * operator new[](std::size_t n) { return Require(New(g_ForeignOperators.Array, n)); }
 ZQ_API void * operator new(std::size_t n, std::nothrow_t const &) noexcept { return New(g_ForeignOperators.Plain, n); }
 ZQ_API void * operator new[](std::size_t n, std::nothrow_t const &) noexcept
 { return New(g_ForeignOperators.Array, n); }
-ZQ_API void * operator new(std::size_t n, std::align_val_t i) { return OrThrow(New(g_ForeignOperators.Aligned, n, i)); }
+ZQ_API void * operator new(std::size_t n, std::align_val_t i) { return Require(New(g_ForeignOperators.Aligned, n, i)); }
 ZQ_API void * operator new[](std::size_t n, std::align_val_t i)
-{ return OrThrow(New(g_ForeignOperators.AlignedArray, n, i)); }
+{ return Require(New(g_ForeignOperators.AlignedArray, n, i)); }
 ZQ_API void * operator new(std::size_t n, std::align_val_t i, std::nothrow_t const &) noexcept
 { return New(g_ForeignOperators.Aligned, n, i); }
 ZQ_API void * operator new[](std::size_t n, std::align_val_t i, std::nothrow_t const &) noexcept

@@ -43,7 +43,7 @@ namespace
         std::size_t nBytes;   // the caller's bytes
         std::uint16_t iCategory;
         std::uint16_t iMark;     // HEADER_MARK
-        std::uint32_t nBefore;   // from the C library's block to the caller's bytes
+        std::uint32_t nBefore;   // bytes from the C library's block to the caller's
     };
     static_assert(sizeof(Header_s) == UNIT);
     constexpr std::uint16_t HEADER_MARK = 0x5A51;
@@ -358,7 +358,7 @@ namespace
         {
             return;
         }
-        // Field by field: a wide read would wait until the narrow writes of a new block have reached the cache.
+        // Reads field by field: a wide read would wait until the narrow writes of a new block have reached the cache.
         Header_s const volatile & Header = *HeaderOf(p);
         auto const iBytes = static_cast<std::ptrdiff_t>(Header.nBytes);
         int const iCategory = Header.iCategory;
@@ -517,7 +517,7 @@ int MemoryFrame()
     return g_iFrame;
 }
 
-// Writes one line for each category, because this heap has no list of blocks.
+// Writes one line for each category with live blocks, because this heap has no list of them.
 MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined)
 {
     MemoryTally_s Tally = {};

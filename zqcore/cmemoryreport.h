@@ -5,12 +5,12 @@
 // allocation: turn it on around suspect code. The snapshot is two files in the current folder, which `zqtool memory`
 // reads.
 //
-// The heap of a shipped game (cmemory.h) has no list of blocks. Its snapshot has a line for each category. Nothing
-// checks the figures at each event, and lost blocks are not reported.
+// The heap of a shipped game (cmemory.h) has no list of blocks. Its snapshot has a line for each category with live
+// blocks. Nothing checks the figures at each event, and lost blocks are not reported.
 //
 // Ownership: nothing is owned. A receiver is a plain function.
-// Threads: the call log and the snapshot take no lock, so no other thread may allocate or free meanwhile. Other calls:
-// any thread.
+// Threads: turning the call log on or off and writing the snapshot take no lock, so no other thread may allocate or
+// free meanwhile. Other calls: any thread.
 // Cost: while the call log is on, each allocation writes to disk. What the writing itself allocates is counted but not
 // logged.
 // Failure: a snapshot file that cannot be opened fails an assertion; the other one is still written.
@@ -22,9 +22,14 @@
 
 #include "zqcore/cconfig.h"
 
-/// Sets whether the call log is on. False at start. The header is written once in a process. A line holds frame, file,
-/// line, index of the category and bytes of the heap's block, with the heap of a shipped game those of the caller. The
-/// file of a plain `new` is "unknown".
+/// Function that receives one report of the heap as a text, which usually ends in a line feed: damage, a second free, a
+/// lost block. It is called on the thread that found the fault. Lost blocks are reported after the last destructor, so
+/// the function may use constant data only.
+using MemoryReport_t = void (*)(char const * szText);
+
+/// Sets whether the call log is on. It is off at start. The header is written once in a process. A line holds frame,
+/// file, line, index of the category and bytes of the heap's block, with the heap of a shipped game those of the
+/// caller. The file of a plain `new` is "unknown".
 ZQ_API void MemoryNewLogEnable(bool bEnable);
 
 /// Turns the call log off if it is on, and on if it is off.
@@ -49,11 +54,6 @@ ZQ_API void MemoryResetFrameAllocCount();
 
 /// Turns the leak check at exit off. Fatal errors call it before they end the process.
 ZQ_API void MemoryAbort();
-
-/// Function that receives one report of the heap as a text, which usually ends in a line feed: damage, a second free, a
-/// lost block. It is called on the thread that found the fault. Lost blocks are reported after the last destructor, so
-/// the function may use constant data only.
-using MemoryReport_t = void (*)(char const * szText);
 
 /// Sets the receiver and returns the previous one. Null restores the default, which prints to standard error. The first
 /// line of every report also goes to the main log, unless the thread is logging another one. A report at exit is

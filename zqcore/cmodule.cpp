@@ -145,7 +145,7 @@ bool Module_c::InitializeAllModules()
 
 void Module_c::ShutdownAllModules()
 {
-    double const tTotal = longTimeGet();
+    double const tBegin = longTimeGet();
     for (int i = 0; i < m_dModules.GetLength(); ++i)
     {
         Module_c & Module = *m_dModules[i];
@@ -154,7 +154,7 @@ void Module_c::ShutdownAllModules()
         Log("%s has been shutdown in %2.2f sec", Module.m_szName, SecondsSince(tStart));
     }
     m_dModules.Reset();
-    Log("All modules have been shutdown in %2.2f sec", SecondsSince(tTotal));
+    Log("All modules have been shutdown in %2.2f sec", SecondsSince(tBegin));
 }
 
 void Module_c::Heartbeat(char const * szKind, bool bFrame, double dt)

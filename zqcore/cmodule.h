@@ -87,7 +87,7 @@ protected:
     /// never initialised.
     virtual void Shutdown();
 
-    /// Run the service's work of a frame and of idle time. Also called on modules that are not initialised.
+    /// Run the service's work of a frame and of idle time. They are also called on modules that are not initialised.
     virtual void HeartbeatFrame(double dt);
     virtual void HeartbeatIdle();
 

@@ -9,8 +9,9 @@
 //
 // - Numbers are hexadecimal without a prefix. Displacements, and bytes that are extended to the operand's size, have a
 //   sign.
-// - A memory operand has a size word, unless the source is a register, which shows the size. With a VEX, EVEX or XOP
-//   prefix it always has one.
+// - A memory operand with a VEX, EVEX or XOP prefix has a size word. So has the one of an integer or x87 instruction,
+//   unless the source is a register, which shows the size. A few others, such as those of `lea` and `fsave`, have
+//   none, and neither have most of MMX and SSE.
 // - EVEX prefixes show their mask, broadcast and rounding: "vaddps zmm0{k3}{z},zmm1,dword ptr [rax]{1to16}".
 // - In 64-bit mode a RIP-relative operand prints as "[rel ADDRESS]".
 // - A prefix that an instruction ignores leaves no trace in the text. `lock` prints as an instruction of its own.
@@ -70,7 +71,7 @@ public:
     /// Returns the pUser of SetSymbolCallback.
     void * GetUser() const { return m_pUser; }
 
-    /// Sets the number that is added to a pointer into the code to get its real address. 0 at start.
+    /// Sets the number that is added to a pointer into the code to get its real address. It is 0 at start.
     void SetAddressBias(std::uint64_t nBias) { m_nBias = nBias; }
 
     /// Writes the text of the instruction at pCode, of nBytes at most, and returns the instruction's length in bytes.
@@ -173,7 +174,7 @@ public:
     virtual void WriteLine(char const * szLine) = 0;
 
     /// Writes the source lines that lead up to an address and returns the number of the last one. iLastLine is the
-    /// previous result, all bits set at the first call. The default writes nothing.
+    /// previous result, all bits set at the first call. The default writes nothing and returns iLastLine.
     virtual unsigned WriteSource(std::uint64_t Address, unsigned iLastLine);
 
     /// Does and returns the same as OpcodeDecoder_c::SymbolCallback_t. The default knows no symbol.

@@ -48,6 +48,8 @@ namespace
         }
 
     private:
+        static constexpr std::size_t HISTORY = 4;   // strings of a kind to which a selector refers
+
         std::size_t Room() const { return static_cast<std::size_t>(m_pOutEnd - m_pOut); }
 
         void SetSlot(std::size_t iSlot)
@@ -78,7 +80,7 @@ namespace
             return true;
         }
 
-        bool ExpandString(String_s (&dHistory)[4], std::size_t nUnit)
+        bool ExpandString(String_s (&dHistory)[HISTORY], std::size_t nUnit)
         {
             if (m_pInEnd - m_pIn < 2 || m_pIn[1] == 0)
             {
@@ -102,7 +104,7 @@ namespace
             Append(m_pIn, nLiteral);
             Append(Old.pBytes + (Old.nBytes - nTail), nTail);
             m_pIn += nLiteral;
-            std::copy_backward(dHistory, dHistory + 3, dHistory + 4);
+            std::copy_backward(dHistory, dHistory + HISTORY - 1, dHistory + HISTORY);
             dHistory[0] = New;
             return true;
         }
@@ -121,8 +123,8 @@ namespace
         unsigned char * m_pTable;
         unsigned char * m_pOut;
         unsigned char * m_pOutEnd;
-        String_s m_dPatterns[4];
-        String_s m_dFormats[4];
+        String_s m_dPatterns[HISTORY];
+        String_s m_dFormats[HISTORY];
     };
 }
 

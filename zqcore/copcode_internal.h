@@ -177,21 +177,6 @@ inline constexpr std::size_t OPCODE_PAGES_SIZE = 74925;
 inline constexpr std::size_t OPCODE_COMPACT_OFFSET = 64;
 inline constexpr std::size_t OPCODE_FIELDS_SIZE = OPCODE_MAX_FIELDS * sizeof(std::uint32_t);
 
-/// Returns the 32-bit little-endian word at p, which need not be aligned.
-constexpr std::uint32_t OpcodeWord(unsigned char const * p)
-{
-    return p[0] | static_cast<std::uint32_t>(p[1]) << 8 | static_cast<std::uint32_t>(p[2]) << 16
-           | static_cast<std::uint32_t>(p[3]) << 24;
-}
-
-/// Expands a compact form of nCompact bytes into pTable, of nTable bytes, and returns the number of bytes written.
-/// Returns 0 in these cases:
-/// - The expanded form does not fit.
-/// - The compact form is malformed.
-/// - The compact form contradicts its first two words.
-std::size_t OpcodeExpand(
-    unsigned char const * pCompact, std::size_t nCompact, unsigned char * pTable, std::size_t nTable);
-
 /// A compact form in the library's read-only data.
 struct OpcodeCompact_s
 {
@@ -214,6 +199,21 @@ struct OpcodeTables_s
     unsigned char const * pLater;   // the expanded form of later instructions, in the library's read-only data
     OpcodeIndex_s LaterIndex;
 };
+
+/// Returns the 32-bit little-endian word at p, which need not be aligned.
+constexpr std::uint32_t OpcodeWord(unsigned char const * p)
+{
+    return p[0] | static_cast<std::uint32_t>(p[1]) << 8 | static_cast<std::uint32_t>(p[2]) << 16
+           | static_cast<std::uint32_t>(p[3]) << 24;
+}
+
+/// Expands a compact form of nCompact bytes into pTable, of nTable bytes, and returns the number of bytes written.
+/// Returns 0 in these cases:
+/// - The expanded form does not fit.
+/// - The compact form is malformed.
+/// - The compact form contradicts its first two words.
+std::size_t OpcodeExpand(
+    unsigned char const * pCompact, std::size_t nCompact, unsigned char * pTable, std::size_t nTable);
 
 /// Returns the tables of 64-bit or of 32-bit code.
 OpcodeTables_s const & OpcodeTables(bool b64Bit);

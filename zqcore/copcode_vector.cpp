@@ -5,6 +5,8 @@
 
 namespace
 {
+    constexpr unsigned XMM_BYTES = 16;   // of the shortest vector; each further length doubles them
+
     // Returns a value if the bit is set, else 0.
     constexpr unsigned IfBit(unsigned n, unsigned nBit, unsigned nValue)
     {
@@ -61,10 +63,9 @@ bool OpcodeDecoder_c::TakeEvex(unsigned nFirst, unsigned nThird, unsigned char c
 // Sets the size of the memory operand. Returns false for a broadcast that the instruction does not have.
 bool OpcodeDecoder_c::SetMemorySize(unsigned eCode)
 {
-    constexpr unsigned VECTOR = 16;
     unsigned const eSize = eCode & 15;
     unsigned const nElement = eCode >> 4 & 3;
-    m_nMemory = eSize <= OPCODE_SIZE_EIGHTH ? VECTOR << m_Vex.nLength >> eSize : 1u << (eSize - OPCODE_SIZE_1);
+    m_nMemory = eSize <= OPCODE_SIZE_EIGHTH ? XMM_BYTES << m_Vex.nLength >> eSize : 1u << (eSize - OPCODE_SIZE_1);
     if (!m_Vex.bBroadcast)
     {
         return true;
@@ -130,7 +131,7 @@ void OpcodeDecoder_c::WritePart(unsigned eCode)
     case OPCODE_PRINT_SIZE:
         return WriteSize(m_nMemory);
     case OPCODE_PRINT_VECTOR_SIZE:
-        return WriteSize(16u << m_Vex.nLength);
+        return WriteSize(XMM_BYTES << m_Vex.nLength);
     case OPCODE_PRINT_BROADCAST:
         if (m_Vex.bBroadcast)
         {

@@ -42,7 +42,7 @@ namespace
 
     float DrawComponent()
     {
-        return static_cast<float>(Draw() % 512 - 256) / 256.0f;
+        return static_cast<float>(Draw() % (2 * LATTICE) - LATTICE) / static_cast<float>(LATTICE);
     }
 
     // Returns the divisor that normalises a vector of this squared length.
@@ -107,7 +107,7 @@ namespace
         plat::Int4_t Cell;   // lattice point at or below the point
         Float4_t r0;         // distance from Cell
         Float4_t r1;         // distance from Cell + 1
-        Float4_t s;          // weight of Cell + 1
+        Float4_t Weight;     // of Cell + 1
 
         explicit Place_s(Float4_t Point)
         {
@@ -115,7 +115,7 @@ namespace
             Cell = plat::Truncate(Moved);
             r0 = Moved - plat::FloatsOf(Cell);
             r1 = r0 - 1.0f;
-            s = r0 * r0 * (3.0f - 2.0f * r0);
+            Weight = r0 * r0 * (3.0f - 2.0f * r0);
         }
 
         int First(int iAxis) const { return Cell[iAxis] & (LATTICE - 1); }
@@ -123,12 +123,12 @@ namespace
     };
 
     template <typename T>
-    T Blend(T a, T b, T s)
+    T Blend(T From, T To, T Weight)
     {
-        return (b - a) * s + a;
+        return (To - From) * Weight + From;
     }
 
-    float Clamped(float fNoise)
+    float Clamp(float fNoise)
     {
         return std::max(-0.5f, std::min(fNoise, 0.5f));
     }
@@ -175,11 +175,11 @@ float PerlinNoise(float x)
 {
     Place_s const Place(Float4_t{ x, 0.0f, 0.0f, 0.0f });
     int const * const p = g_Tables.dPermutation;
-    float const a = Place.r0[0] * g_Tables.dGradients1[p[Place.First(0)]];
-    float const b = Place.r1[0] * g_Tables.dGradients1[p[Place.Next(0)]];
-    float const fNoise = Blend(a, b, Place.s[0]);
+    float const fFrom = Place.r0[0] * g_Tables.dGradients1[p[Place.First(0)]];
+    float const fTo = Place.r1[0] * g_Tables.dGradients1[p[Place.Next(0)]];
+    float const fNoise = Blend(fFrom, fTo, Place.Weight[0]);
     ZQ_ASSERT_EX(fNoise > -1.0f && fNoise < 1.0f, "Invalid 1D-perlin noise");
-    return Clamped(fNoise);
+    return Clamp(fNoise);
 }
 
 float PerlinNoise(Vector2_t const & Point)
@@ -187,12 +187,12 @@ float PerlinNoise(Vector2_t const & Point)
     Place_s const Place(Float4_t{ Point.x, Point.y, 0.0f, 0.0f });
     Corners_s const Corners(Place);
     Vector2_t const * const g = g_Tables.dGradients2;
-    float const rx0 = Place.r0[0], rx1 = Place.r1[0], ry0 = Place.r0[1], ry1 = Place.r1[1], sx = Place.s[0];
-    float const a = Blend(Dot(g[Corners.i00], rx0, ry0), Dot(g[Corners.i10], rx1, ry0), sx);
-    float const b = Blend(Dot(g[Corners.i01], rx0, ry1), Dot(g[Corners.i11], rx1, ry1), sx);
-    float const fNoise = Blend(a, b, Place.s[1]);
+    float const rx0 = Place.r0[0], rx1 = Place.r1[0], ry0 = Place.r0[1], ry1 = Place.r1[1], fWeight = Place.Weight[0];
+    float const fFrom = Blend(Dot(g[Corners.i00], rx0, ry0), Dot(g[Corners.i10], rx1, ry0), fWeight);
+    float const fTo = Blend(Dot(g[Corners.i01], rx0, ry1), Dot(g[Corners.i11], rx1, ry1), fWeight);
+    float const fNoise = Blend(fFrom, fTo, Place.Weight[1]);
     ZQ_ASSERT_EX(fNoise > -1.0f && fNoise < 1.0f, "Invalid 2D-perlin noise");
-    return Clamped(fNoise);
+    return Clamp(fNoise);
 }
 
 float PerlinNoise(Vec3fpu_t const & Point)
@@ -205,12 +205,12 @@ float PerlinNoise(Vec3fpu_t const & Point)
     Float4_t const Plane1 = PlaneValues(Corners, Place.Next(2), x, y, Spread<2>(Place.r1));
     // Blends both planes at once, first along x, then along y: each lane is one blend.
     Float4_t const AlongX =
-        Blend(Pick<0, 2, 4, 6>(Plane0, Plane1), Pick<1, 3, 5, 7>(Plane0, Plane1), Spread<0>(Place.s));
+        Blend(Pick<0, 2, 4, 6>(Plane0, Plane1), Pick<1, 3, 5, 7>(Plane0, Plane1), Spread<0>(Place.Weight));
     Float4_t const AlongY =
-        Blend(Pick<0, 2, 0, 2>(AlongX, AlongX), Pick<1, 3, 1, 3>(AlongX, AlongX), Spread<1>(Place.s));
-    float const fNoise = Blend(AlongY[0], AlongY[1], Place.s[2]);
+        Blend(Pick<0, 2, 0, 2>(AlongX, AlongX), Pick<1, 3, 1, 3>(AlongX, AlongX), Spread<1>(Place.Weight));
+    float const fNoise = Blend(AlongY[0], AlongY[1], Place.Weight[2]);
     ZQ_ASSERT_EX(fNoise > -1.0f && fNoise < 1.0f, "Invalid 3D-perlin noise");
-    return Clamped(fNoise);
+    return Clamp(fNoise);
 }
 
 void PerlinNoiseSetSeed(unsigned int nSeed)

@@ -12,8 +12,7 @@
 // Threads: no lock: all containers of a pool belong to one thread at a time.
 // Cost: a node costs a few nanoseconds. A size that is used for the first time allocates a chunk of at least 256 KiB,
 // which is counted but not touched.
-// Failure: a PoolElements_c that is full, or whose elements are too small for a node or not aligned as it needs, ends
-// in Abort. So does an exhausted heap.
+// Failure: a PoolElements_c without an element that suits a node ends in Abort. So does an exhausted heap.
 //
 //     PoolBlocks_c Blocks("healths");
 //     std::set<int, std::less<>, PoolAllocator_T<int>> Healths(Blocks);

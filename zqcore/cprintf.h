@@ -32,28 +32,28 @@
 
 /// A class that has a terminated text.
 template <typename T>
-concept PrintfText_T = requires(T const & s)
+concept PrintfText_T = requires(T const & Text)
 {
     {
-        s.CStr()
+        Text.CStr()
         } -> std::same_as<char const *>;
 }
-|| requires(T const & s)
+|| requires(T const & Text)
 {
     {
-        s.c_str()
+        Text.c_str()
         } -> std::same_as<char const *>;
 };
 
 /// A class that has a text without a terminator, such as std::string_view.
 template <typename T>
-concept PrintfView_T = std::is_class_v<T> && !PrintfText_T<T> && requires(T const & s)
+concept PrintfView_T = std::is_class_v<T> && !PrintfText_T<T> && requires(T const & Text)
 {
     {
-        s.data()
+        Text.data()
         } -> std::same_as<char const *>;
     {
-        s.size()
+        Text.size()
         } -> std::same_as<std::size_t>;
 };
 

@@ -147,7 +147,8 @@ namespace
         pTimer->tStart = shortTimeGet();
     }
 
-    // Returns the timer to pop, or null for a push that was skipped, or if only the root is on the stack.
+    // Returns the timer to pop, or null if only the root is on the stack. If the latest open push was skipped, ends it
+    // and returns null.
     timer_t * Top()
     {
         if (g_nDropped > 0) [[unlikely]]

@@ -174,9 +174,11 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 /// - A forked process has no stats file until it names its own.
 ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
 
-/// Returns whether the stats file of the latest ProfilerInitSwapStats could not be created, lost its header or a batch
-/// that could not be written, or failed at its close. The answer is final after ModuleProfiler_c's Shutdown, which
-/// waits for the last batch.
+/// Returns whether the stats file of the latest ProfilerInitSwapStats has failed. The answer is final after
+/// ModuleProfiler_c's Shutdown, which waits for the last batch. These failures count:
+/// - The file could not be created.
+/// - Its header or a batch could not be written.
+/// - Its close failed.
 ZQ_API bool ProfilerSwapStatsFailed();
 
 /// Appends all timers to the stats file. ProfilerUpdateFrame calls it when the ring is full. Waits for the previous

@@ -58,7 +58,7 @@ private:
 /// Returns whether a stats file is open.
 bool ProfilerHasStats();
 
-/// Waits for the write in progress. Returns false, with log lines, if it failed.
+/// Waits for the write in progress and returns true. Returns false, with log lines, if it failed.
 bool ProfilerFinishWrite();
 
 /// Waits for the write in progress and closes the stats file, if there is one.

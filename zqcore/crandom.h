@@ -88,6 +88,13 @@ struct RandomSeedEntry_s
     char const * szName;        // its name, never null
 };
 
+/// Mask for hosts that make four floats at a time: a random word AND MM_MANTISSA_MASK, OR MM_EXPONENT_MASK, is a float
+/// from 1 to below 2. It is aligned for a vector register.
+struct alignas(16) RandomMask_t
+{
+    std::array<std::uint32_t, 4> dLanes;   // all equal
+};
+
 /// Returns the head of the list, or null if it is empty.
 ZQ_API Link_T<RandomSeedEntry_s> const * RandomGetSeedList();
 
@@ -96,13 +103,6 @@ extern ZQ_API RandomNumber_c g_Random;
 
 /// Seeds for hosts: 7, 9, 13 and 17 at start. The library does not use them.
 extern ZQ_API unsigned int g_nSeed0, g_nSeed1, g_nSeed2, g_nSeed3;
-
-/// Masks for hosts that make four floats at a time: a random word AND MM_MANTISSA_MASK, OR MM_EXPONENT_MASK, is a float
-/// from 1 to below 2. Four equal lanes, aligned for a vector register.
-struct alignas(16) RandomMask_t
-{
-    std::array<std::uint32_t, 4> dLanes;   // all equal
-};
 
 /// The bits of 1.0f, and those of the mantissa.
 extern ZQ_API RandomMask_t const MM_EXPONENT_MASK;

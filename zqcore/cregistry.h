@@ -14,8 +14,8 @@
 // a whole: other processes, and those after a crash, see the old value or the new one. While a process is stopped in a
 // change of a key, changes of that key by others fail after 5 seconds.
 // Cost: each operation goes to the disk and needs 10 us or more.
-// Failure: operations return 0 or false and log nothing. The caller's variables stay unchanged, unless a
-// declaration says otherwise. Requires that pointers to results are not null, except in EnumKey.
+// Failure: operations return 0 or false and log nothing. The caller's variables stay unchanged. Declarations that
+// differ say so. Requires that pointers to results are not null, except in EnumKey.
 //
 //     Registry_c Registry;   // the user's tree
 //     if (Registry.CreateKey("Software\\Example\\Game"))

@@ -26,19 +26,23 @@ namespace
     };
 
     // Table of each byte's classes.
-    struct Classes_c
+    class Classes_c
     {
-        unsigned char m_dClasses[256] = {};
-
+    public:
         constexpr Classes_c()
         {
-            for (int i = 0; i < 256; ++i)
+            for (int i = 0; i < BYTES; ++i)
             {
                 m_dClasses[i] = i <= ' ' || i >= 0x80 ? DELIMITER : 0;
             }
             Add("'\";,", PUNCTUATION);
             Add("0123456789.-", NUMBER);
         }
+
+        bool Has(char c, unsigned dwClasses) const { return m_dClasses[static_cast<unsigned char>(c)] & dwClasses; }
+
+    private:
+        static constexpr int BYTES = 256;   // values of a byte
 
         constexpr void Add(char const * szText, Class_e eClass)
         {
@@ -47,13 +51,15 @@ namespace
                 m_dClasses[static_cast<unsigned char>(*szText)] |= eClass;
             }
         }
+
+        unsigned char m_dClasses[BYTES] = {};
     };
 
     constexpr Classes_c CLASSES;
 
     bool Is(char c, unsigned dwClasses)
     {
-        return CLASSES.m_dClasses[static_cast<unsigned char>(c)] & dwClasses;
+        return CLASSES.Has(c, dwClasses);
     }
 
     // Returns the place of the next delimiter, or pEnd. Tests a machine word at a time: with the top bit of each byte

@@ -49,8 +49,9 @@ public:
     Script_c & operator=(Script_c const &) = delete;
 
     /// Copies a file's text, closes the file, frees the previous copy and returns true. CloseFile must follow. Asserts
-    /// that the name is not null. Returns false, without a message, if there is no such file or it is refused, and with
-    /// log lines if it cannot be read. The previous text then stays open, though m_sName is the new name.
+    /// that the name is not null. Returns false, without a message, if there is no such file or it is refused. Also
+    /// returns false, with log lines, if it cannot be read. The previous text then stays open, though m_sName is the
+    /// new name.
     bool OpenFile(char const * sFileName);
 
     /// Frees the copy of a file. If the script was reading that copy, its text is empty afterwards.
@@ -77,9 +78,10 @@ public:
     }
 
     /// Read the next token, as GetToken without bPunctuation does, as a text, a whole number, a number or the name of
-    /// an enumerator, and return true. Return false, with the value unchanged, at the end of the text and for a token
-    /// that is nothing of the kind or out of range. Such a token is a mismatch; a text that a String_T cuts is an error
-    /// of GetLastError.
+    /// an enumerator, and return true. A text that a String_T cuts is an error of GetLastError. Return false, with the
+    /// value unchanged, in these cases:
+    /// - The text has no further token.
+    /// - The token is nothing of the kind or out of range, which is a mismatch.
     template <TextObject_T TEXT>
     bool Get(TEXT & sValue)
     {
@@ -87,11 +89,11 @@ public:
         return !sToken.empty() && PutToken(sValue, sToken);
     }
     template <Integer_T T>
-    bool Get(T & value)
+    bool Get(T & iValue)
     {
         std::uint64_t iBits = 0;
-        bool const bRead = GetWhole(WholeRange_t::Of<T>(), iBits);
-        value = bRead ? static_cast<T>(iBits) : value;
+        bool const bRead = GetWhole(WholeRange_t::RangeOf<T>(), iBits);
+        iValue = bRead ? static_cast<T>(iBits) : iValue;
         return bRead;
     }
     bool Get(double & fValue);
@@ -144,9 +146,10 @@ public:
         PutToken(sString, NextString(TextMost<TEXT>(), cQuote));
     }
 
-    /// Return the number after the label, reading tokens up to it. A first token other than the label is a mismatch. If
-    /// the text ends without the label, they return the number in the last token, or 0 if a separator follows it.
-    /// Numbers have the form of the "C" locale. An integer out of range becomes the nearest int.
+    /// Return the number after the label, reading tokens up to it. Each token before it is a mismatch, the first one an
+    /// error of GetLastError. If the text ends without the label, they return the number in the last token, or 0 if a
+    /// separator follows it. If the label itself ends the text, they read its last byte as the number. Numbers have the
+    /// form of the "C" locale. An integer out of range becomes the nearest int.
     int GetInt(char const * sLabel);
     float GetFloat(char const * sLabel);
 

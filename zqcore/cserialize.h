@@ -172,7 +172,7 @@ public:
     /// Returns the length of the whole archive in bytes. Requires that it is below 2 GiB.
     virtual int GetLength() const = 0;
 
-    /// Returns a reader's position in bytes from the start, or -1 for a writer.
+    /// Returns a reader's position in bytes from the start, 0 while it is not open. Returns -1 for a writer.
     virtual int GetPosition() const;
 
     /// Returns the number of bytes after a reader's position. Asserts as GetLength does. Returns -1 for these archives:
@@ -358,8 +358,8 @@ public:
 
     bool Open() override;
 
-    /// Closes the file. Returns false and fails the archive if the system reports at the close that something could not
-    /// be written.
+    /// Closes the file, unless it is a replacement's. Returns false and fails the archive if the system reports at the
+    /// close that something could not be written.
     bool Close() override;
     bool Serialize(void * pData, int iLength) override;
     char const * GetFileName() const override;
@@ -399,8 +399,11 @@ public:
     /// Creates the file as Writeable_c does.
     BufferedWriteable_c(char const * sFileName, std::uint32_t dwVersion);
 
-    /// Writes the file of a replacement (cfilereplace.h), which must outlive the archive. Open fails if the replacement
-    /// has failed, holds bytes or has another archive. Commit comes after Close, and fails if the archive has failed.
+    /// Writes the file of a replacement (cfilereplace.h), which must outlive the archive. Commit comes after Close, and
+    /// fails if the archive has failed. Open fails in these cases:
+    /// - The replacement has failed or is committed.
+    /// - The replacement holds bytes.
+    /// - The replacement has another archive.
     BufferedWriteable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion);
     ~BufferedWriteable_c() override;
 
@@ -408,8 +411,8 @@ public:
 
     void ChunkEnd(char const * sName) override;
 
-    /// Writes the buffer and closes the file. Returns false if Writeable_c::Close does, or if the buffer cannot be
-    /// written.
+    /// Writes the buffer and does the same as Writeable_c::Close. Returns false if that does, or if the buffer cannot
+    /// be written.
     bool Close() override;
     bool Serialize(void * pData, int iLength) final;
 
@@ -494,9 +497,6 @@ private:
     std::uint32_t m_dwChunkLabel = 0;            // CRC-32 of the open chunk's name
 };
 
-/// Returns the contents of a file, or none if it is null or not resident.
-ZQ_API std::span<std::byte const> FileBytes(File_c const * pFile);
-
 /// Archive that reads a file which is resident in memory. It never reads the disk.
 class ZQ_API Readable_c : public MemoryReadable_c
 {
@@ -541,5 +541,8 @@ private:
     char const * const m_sName;
     bool const m_bBegun;
 };
+
+/// Returns the contents of a file, or none if it is null or not resident.
+ZQ_API std::span<std::byte const> FileBytes(File_c const * pFile);
 
 #include "zqcore/cserialize.inl"

@@ -95,7 +95,10 @@ void MemoryReadable_c::ChunkEnd(char const * sName)
     }
     if (!bOpen || nLength > static_cast<std::size_t>(m_pEnd - m_pCurrentChunk))
     {
-        return Fail(nLength == UNFINISHED ? "chunk '%s' was not finished" : "chunk '%s' ends after the archive", sName);
+        return Fail(!bOpen                  ? "chunk '%s' is not open"
+                    : nLength == UNFINISHED ? "chunk '%s' was not finished"
+                                            : "chunk '%s' ends after the archive",
+            sName);
     }
     m_pPos = m_pCurrentChunk + nLength;
     m_pCurrentChunk = nullptr;

@@ -9,7 +9,8 @@
 //
 // Ownership: a check copies nothing. The caller owns what its function makes.
 // Threads: one thread at a time for each check.
-// Cost: a list of chunks costs one step for each. A function costs what it does. Nothing allocates.
+// Cost: a list of chunks costs one step for each. A function costs what it does. The check itself allocates
+// nothing.
 // Failure: the result reports it. A chunk that is begun or ended out of order is a fault of the function and asserts.
 //
 //     File_c * const pFile = FileOpen("one.sav");

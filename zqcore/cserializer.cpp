@@ -130,13 +130,13 @@ struct Serializer_c::OpenRecord_s
     void *& pObject;
     OpenRecord_s * pOuter;
 
-    OpenRecord_s(int i, Serializer_c const & Serializer, void *& p)
-        : iPointer(i)
+    OpenRecord_s(int iSlot, Serializer_c const & Serializer, void *& pTarget)
+        : iPointer(iSlot)
         , iClass(Serializer.m_iClass)
-        , pObject(p)
+        , pObject(pTarget)
         , pOuter(s_pOpen)
     {
-        g_Table.Class(i) = CLASS_OPEN;
+        g_Table.Class(iSlot) = CLASS_OPEN;
         s_pOpen = this;
     }
     ~OpenRecord_s() { s_pOpen = pOuter; }

@@ -12,8 +12,9 @@
 // in use are touched. A level of the graph needs some 200 bytes of stack in a save and 350 in a load, besides the
 // body's own. The graph may be as deep as it is large: when less than BODY_STACK bytes of stack are left, a body runs
 // on a fresh stack. A body itself must not need more than BODY_STACK.
-// Failure: a damaged file asserts and fails the archive, or ends in Abort. If the system has no fresh stack, a line is
-// logged and the archive fails. A pointer that could not be loaded is null.
+// Failure: a damaged file asserts and fails the archive, or ends in Abort. In a check (cserializecheck.h) it only fails
+// the archive. If the system has no fresh stack, a line is logged and the archive fails. A pointer that could not be
+// loaded is null.
 // If the body of its object had begun, the pointer is the object that the body made, so the caller can free it. On a
 // failed archive a save stores nothing, and a load sets pointers to null.
 //
@@ -160,6 +161,13 @@ public:
     static PointerTable_c const dPointers;
 
 protected:
+    /// Static object and the class whose serializer stores its contents.
+    struct RegisteredStaticPointer_t
+    {
+        void * pPointer = nullptr;   // the object
+        String_T<32> sClassName;     // empty if the object has no contents in files
+    };
+
     /// Registers the serializer of a class. The name is case-sensitive and is cut at 31 characters. If two share a
     /// name, the last one registered loads. Asserts that there are at most 65,534 names. Discards the pass under way.
     explicit Serializer_c(String_T<32> const & sClassName)
@@ -180,8 +188,10 @@ protected:
     /// under another class: such a pointer is stored, but ReadOwnPointer refuses it.
     void WritePointer(Serializeable_c & archive, void *& pObject);
 
-    /// Loads a pointer to an object of the class that the file names. A class without a serializer, an identifier out
-    /// of range, and an object inside itself assert and fail the archive.
+    /// Loads a pointer to an object of the class that the file names. Asserts and fails the archive in these cases:
+    /// - the class has no serializer.
+    /// - the identifier is out of range.
+    /// - the object is inside itself.
     static void ReadPointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of this serializer's class. An object of another class, to which a damaged file can
@@ -222,13 +232,6 @@ protected:
     /// Sets pPointer to the address of an identifier. Asserts that the slot is not free; a free slot and -1 set null.
     template <typename T>
     static void Reconstruct(int iPointer, T *& pPointer);
-
-    /// Static object and the class whose serializer stores its contents.
-    struct RegisteredStaticPointer_t
-    {
-        void * pPointer = nullptr;   // the object
-        String_T<32> sClassName;     // empty if the object has no contents in files
-    };
 
     /// All static objects, in the order of registration.
     static SortedArray_T<RegisteredStaticPointer_t, ArrayTraits_T<RegisteredStaticPointer_t, 1024, 0>>
@@ -333,7 +336,7 @@ void Serialize(Serializeable_c & archive, T *& pObject)
 /// Removes all serializers. Afterwards nothing can be loaded, and static objects have no contents.
 ZQ_API void SerializerListFree();
 
-/// Module of serialization; needs ModuleFile_c. Resets the table at start. At shutdown it removes the static objects
+/// Module of serialization; needs ModuleFile_c. It resets the table at start. At shutdown it removes the static objects
 /// and the serializers. Serializers register at load time, so a process serializes only until the first shutdown.
 class ZQ_API ModuleSerialize_c : public Module_c
 {

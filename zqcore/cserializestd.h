@@ -17,8 +17,8 @@
 // Cost: a load allocates the contents; a save of an unordered container allocates a pointer for each entry. Values that
 // are contiguous are copied as one block.
 // Failure: a container that a damaged archive makes too large, or with a key twice, fails the archive. It allocates no
-// more than twice what the bytes in the archive can fill. A container in which the archive fails has some of its
-// elements. A later one keeps its contents.
+// more than twice what the bytes in the archive can fill. A container among whose elements the archive fails has some
+// of them. A container whose number of elements fails keeps its contents, and so does each later one.
 //
 //     std::map<std::string, std::vector<int>> dScores{ { "ogre", { 30, 10 } } };
 //     BufferedWriteable_c Archive("scores.arc", 1);

@@ -26,7 +26,7 @@ enum Sha1Status_e : int
 {
     shaSuccess = 0,
     shaNull = 1,           // a null argument
-    shaInputTooLong = 2,   // the message reached 2^64 bits
+    shaInputTooLong = 2,   // the message would reach 2^64 bits
     shaStateError = 3      // Input of bytes after Result; Input of bytes or Result after a failure
 };
 

@@ -63,8 +63,9 @@ namespace
 
     ZQ_TARGET_SHA void Sha1Shani(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks)
     {
+        constexpr int REVERSED = 0x1B;   // order of the lanes
         __m128i const Words = _mm_loadu_si128(reinterpret_cast<__m128i const *>(dHash));
-        State_s State{ _mm_shuffle_epi32(Words, 0x1B), _mm_set_epi32(static_cast<int>(dHash[4]), 0, 0, 0) };
+        State_s State{ _mm_shuffle_epi32(Words, REVERSED), _mm_set_epi32(static_cast<int>(dHash[4]), 0, 0, 0) };
         for (; nBlocks > 0; --nBlocks, pBlocks += SHA1_BLOCK_SIZE)
         {
             State_s const Before = State;
@@ -77,7 +78,7 @@ namespace
             State.Abcd = _mm_add_epi32(State.Abcd, Before.Abcd);
             State.E = _mm_sha1nexte_epu32(State.E, Before.E);
         }
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(dHash), _mm_shuffle_epi32(State.Abcd, 0x1B));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(dHash), _mm_shuffle_epi32(State.Abcd, REVERSED));
         dHash[4] = static_cast<std::uint32_t>(_mm_extract_epi32(State.E, 3));
     }
 }

@@ -84,8 +84,11 @@ ZQ_API void SimpleProfileContextPop();
 ZQ_API void SimpleProfilePush(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
 /// Ends the kind that began last in the context. Asserts that it is eType, unless it was too deep to be timed, and ends
-/// it even if it is another kind. Asserts that the context, the kind and a push to pop exist, and does nothing
-/// otherwise. Requires that the calling thread is in the context.
+/// it even if it is another kind. Requires that the calling thread is in the context. Asserts and does nothing else in
+/// these cases:
+/// - the context does not exist.
+/// - the kind does not exist.
+/// - there is no push to pop.
 ZQ_API void SimpleProfilePop(SimpleProfileContext_e eContext, SimpleProfileType_e eType);
 
 /// Scope of a kind of work: calls SimpleProfilePush, and SimpleProfilePop at the end.

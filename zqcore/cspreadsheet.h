@@ -5,8 +5,8 @@
 //
 // - A cell is the text between separators, blanks included, or a text in double quotes. In quotes a doubled quote means
 //   one quote, and separators are text.
-// - Control characters below 0x20 that are not separators end a cell, so a carriage return at the end of a row is no
-//   part of a cell. A cell with text on both sides of one is an error.
+// - Outside quotes, control characters below 0x20 that are not separators end a cell, so a carriage return at the end
+//   of a row is no part of a cell. A cell with text on both sides of one is an error.
 // - Empty rows are skipped. Each row ends with the row separator; only a cell separator may be the file's last
 //   character instead.
 // - A cell holds 511 characters, a cell in quotes 24,575. A longer cell is cut and logged. A cell in quotes ends at the
@@ -60,7 +60,7 @@ private:
     friend class Spreadsheet_c;
     friend class SpreadsheetParser_c;
 
-    /// Texts from the front, each terminated. From the back, the ends of the texts.
+    /// Texts from the front, each terminated. The ends of the texts are stored from the back.
     struct Block_s
     {
         char * pBytes = nullptr;
@@ -97,11 +97,13 @@ public:
     Spreadsheet_c & operator=(Spreadsheet_c const &) = delete;
 
     /// Read a file by name and return true. pFmt names other separators than line feed and comma; null means these. The
-    /// cursor is on the first row, if there is one, and on no column. Return false, with a line in the log, in these
-    /// cases:
-    /// - the name is null, or the file cannot be opened or read. The spreadsheet stays closed.
-    /// - the file has no row, an error after the head, or is in UTF-16. The spreadsheet is closed.
-    /// - the spreadsheet is open already. Its contents stay.
+    /// cursor is on the first row, if there is one, and on no column. Return false, with a line in the log, in the
+    /// cases below. A closed spreadsheet then stays closed, and an open one keeps its contents.
+    /// - the spreadsheet is open already.
+    /// - the name is null.
+    /// - the file cannot be opened or read.
+    /// - the file is in UTF-16.
+    /// - the file has no row, or an error after the head.
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
     bool Open(char const * sFileName) { return Open(sFileName, nullptr); }
 
@@ -200,14 +202,14 @@ public:
 private:
     struct Chunk_s;
 
+    static constexpr SpreadsheetFmtDesc_t USUAL_FORMAT = { '\n', ',' };
+
     bool Parse(char const * pText, int iLength);
     bool FindCell(int iStartRow, char const * sColumn, char const * sValue);
     bool ClearCursor();
     ZQ_COLD bool Refuse(char const * szColumn, char const * szReason);
     void FreeRows();
     SpreadsheetRow_c * Keep(SpreadsheetRow_c & Row, std::size_t nChunk);
-
-    static constexpr SpreadsheetFmtDesc_t USUAL_FORMAT = { '\n', ',' };
 
     SpreadsheetFmtDesc_t m_fmt = USUAL_FORMAT;
     SpreadsheetRow_c * m_pHead = nullptr;   // names of the columns, null while closed

@@ -165,9 +165,10 @@ SpreadsheetParser_c::SpreadsheetParser_c(
     char const * szFile, SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength)
     : m_Fmt(Fmt)
 {
+    constexpr char FIRST_OF_TEXT = 0x20, LAST_OF_TEXT = static_cast<char>(0xFF);
     GetErrors().Begin(szFile);
-    m_Parser.SetCharacterRule(0x20, static_cast<char>(0xFF), PARSING_RULE_WORD_FIRST);
-    m_Parser.SetCharacterRule(0x20, static_cast<char>(0xFF), PARSING_RULE_WORD_REST);
+    m_Parser.SetCharacterRule(FIRST_OF_TEXT, LAST_OF_TEXT, PARSING_RULE_WORD_FIRST);
+    m_Parser.SetCharacterRule(FIRST_OF_TEXT, LAST_OF_TEXT, PARSING_RULE_WORD_REST);
     m_Parser.SetCharacterRule('"', PARSING_RULE_STRING);
     m_Parser.SetCharacterRule(m_Fmt.cCellSeparator, PARSING_RULE_SYMBOL);
     m_Parser.SetCharacterRule(m_Fmt.cRowSeparator, PARSING_RULE_SYMBOL);

@@ -106,7 +106,7 @@ public:
         return *this <=> static_cast<char const *>(Other);
     }
 
-    /// Append what fits; operator+ to a copy. Assert that a C text is not null; a null appends nothing.
+    /// Append what fits; operator+ appends to a copy. Assert that a C text is not null; a null appends nothing.
     String_T & operator+=(char const * sTxt);
     String_T & operator+=(std::string_view sTxt) { return Put(std::strlen(m_sText), sTxt); }
     template <int M>
@@ -120,13 +120,14 @@ public:
         return String_T(*this) += sTxt;
     }
 
-    /// Returns the index of the first sNeedle at or after iStart, or -1. iStart is clamped to the text. Case-sensitive.
+    /// Returns the index of the first sNeedle at or after iStart, or -1. iStart is clamped to the text. The search is
+    /// case-sensitive.
     int StrPos(char const * sNeedle, int iStart = 0) const;
 
-    /// Returns the index of the last sNeedle, or -1. Hits may overlap. Case-sensitive.
+    /// Returns the index of the last sNeedle, or -1. Hits may overlap. The search is case-sensitive.
     int StrLastPos(char const * sNeedle) const;
 
-    /// Return whether the text starts, or ends, with the other one. Case-insensitive.
+    /// Return whether the text starts, or ends, with the other one. The comparison is case-insensitive.
     bool Begins(char const * sPrefix) const;
     bool Ends(char const * sPrefix) const;
 

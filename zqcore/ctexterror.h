@@ -35,17 +35,6 @@ struct TextError_t
     bool IsSet() const { return !sReason.IsEmpty(); }
 };
 
-/// Sets whether each error of a reader is also logged, as one line after the reader's own. False at start. The line is
-/// "%s(%d,%d): %s" with file, line, column and reason, or "%s: %s" for an error without a place. A text without a
-/// file is logged as "text".
-ZQ_API void SetTextErrorLog(bool bEnable);
-
-/// Returns a copy of a text from outside, such as a name or a cell, that is safe in a log line or on a terminal.
-/// Control characters, and those that end lines or turn the direction of writing, are shown as `\n`, `\r`, `\t`, `\x1B`
-/// or `\u009B`, a byte that is not UTF-8 as `\xFF`. So the text cannot begin a line of its own or control a terminal.
-/// Other text is unchanged. The copy has at most LOG_LINE_LENGTH bytes. Returns an empty text for null.
-ZQ_API String_T<LOG_LINE_LENGTH + 1> TextForLog(char const * szText);
-
 /// Last error of one reader, for the readers themselves.
 class TextErrors_c
 {
@@ -66,8 +55,8 @@ public:
     /// Sets an error without a place, logs it if that is switched on, and returns false.
     bool Fail(char const * szReason, char const * szAbout = nullptr);
 
-    /// Sets the place of the last error, nAt bytes after the start of a text. Linear in the distance from the previous
-    /// place in that text, or in nAt if the new place is before it.
+    /// Sets the place of the last error, nAt bytes after the start of a text. Takes time linear in the distance from
+    /// the previous place in that text, or in nAt if the new place is before it.
     void Place(char const * pText, std::size_t nAt);
 
     /// Discards the previous place. Its reader calls it when the text has changed.
@@ -89,3 +78,14 @@ private:
     int m_iLine = 1;   // line of the byte at m_nCounted
     int m_iColumn = 1;
 };
+
+/// Sets whether each error of a reader is also logged, as one line after the reader's own. It is off at start. The line
+/// is "%s(%d,%d): %s" with file, line, column and reason, or "%s: %s" for an error without a place. A text without a
+/// file is logged as "text".
+ZQ_API void SetTextErrorLog(bool bEnable);
+
+/// Returns a copy of a text from outside, such as a name or a cell, that is safe in a log line or on a terminal.
+/// Control characters, and those that end lines or turn the direction of writing, are shown as `\n`, `\r`, `\t`, `\x1B`
+/// or `\u009B`, a byte that is not UTF-8 as `\xFF`. So the text cannot begin a line of its own or control a terminal.
+/// Other text is unchanged. The copy has at most LOG_LINE_LENGTH bytes. Returns an empty text for null.
+ZQ_API String_T<LOG_LINE_LENGTH + 1> TextForLog(char const * szText);

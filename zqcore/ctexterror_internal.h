@@ -3,6 +3,14 @@
 
 #include "zqcore/cfile_internal.h"
 
+/// Text of a file for a reader.
+struct FileText_t
+{
+    char const * pText = nullptr;   // text after a byte order mark; null if the contents are not resident
+    int nText = 0;
+    char const * szRefused = nullptr;   // reason if the text cannot be read; pText is then null
+};
+
 /// Skips the byte order mark of UTF-8. Returns null, or the reason if the text begins with the mark of UTF-16.
 char const * TextSkipLongMark(char const *& pBegin, char const * pEnd);
 
@@ -13,14 +21,6 @@ inline char const * TextSkipMark(char const *& pBegin, char const * pEnd)
     return pBegin < pEnd && static_cast<unsigned char>(*pBegin) >= LOWEST_MARK ? TextSkipLongMark(pBegin, pEnd)
                                                                                : nullptr;
 }
-
-/// Text of a file for a reader.
-struct FileText_t
-{
-    char const * pText = nullptr;   // text after a byte order mark; null if the contents are not resident
-    int nText = 0;
-    char const * szRefused = nullptr;   // reason if the text cannot be read; pText is then null
-};
 
 /// Returns the text of an open file, or why it cannot be read.
 inline FileText_t TextOfFile(File_c const & File)

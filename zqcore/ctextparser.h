@@ -114,8 +114,9 @@ public:
     bool IsNumber() const { return m_lastParsed == LAST_PARSED_NUMBER; }
     bool IsSymbol() const { return m_lastParsed == LAST_PARSED_SYMBOL; }
 
-    /// Return the last token of each kind, even if tokens of other kinds followed; empty or 0 before the first one. A
-    /// text stays valid until the next token of its kind or Close. It ends at the first NUL that the token holds.
+    /// Return the last token of each kind, even if tokens of other kinds followed. Return an empty text or 0 before
+    /// the first one. A text stays valid until the next token of its kind or Close. It ends at the first NUL that the
+    /// token holds.
     char const * GetWord() const { return m_szWord ? m_szWord : ""; }
     char const * GetString() const { return m_szString ? m_szString : ""; }
     float GetNumber() const { return m_fNumber; }

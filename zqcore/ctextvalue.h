@@ -11,7 +11,7 @@
 // Ownership: a table and its names belong to the caller.
 // Threads: any thread; nothing is shared.
 // Cost: nothing allocates, but a std::string may. Finding a name walks over its table.
-// Failure: the functions return false or a reason, and leave the caller's value unchanged. Only TextPut empties it.
+// Failure: functions that set a value return false or a reason, and leave it unchanged. Only TextPut empties it.
 //
 //     enum class Element_e { Fire, Water };
 //     static constexpr EnumName_T<Element_e> NAMES[] = { { "fire", Element_e::Fire }, { "water", Element_e::Water } };
@@ -39,28 +39,6 @@ concept TextObject_T = PrintfText_T<T> && requires(T & sText, char const * szTex
     sText = sView;
 };
 
-/// Returns the number of characters that a text object can hold. A class with a static Capacity() has a limit.
-template <TextObject_T TEXT>
-constexpr int TextMost()
-{
-    if constexpr (requires { TEXT::Capacity(); })
-    {
-        return TEXT::Capacity() - 1;
-    }
-    else
-    {
-        return std::numeric_limits<int>::max();
-    }
-}
-
-/// Copies a text to a text object and returns true. A null empties the object and returns false.
-template <TextObject_T TEXT>
-bool TextPut(TEXT & sTo, char const * szFrom)
-{
-    sTo = szFrom ? szFrom : "";
-    return szFrom != nullptr;
-}
-
 /// Whether T is none of the other types.
 template <typename T, typename... OTHERS>
 inline constexpr bool IS_NONE_OF = (!std::same_as<T, OTHERS> && ...);
@@ -85,27 +63,12 @@ struct WholeRange_t
 
     /// Returns the range of T.
     template <Integer_T T>
-    static constexpr WholeRange_t Of()
+    static constexpr WholeRange_t RangeOf()
     {
         return { static_cast<std::int64_t>(std::numeric_limits<T>::min()),
             static_cast<std::uint64_t>(std::numeric_limits<T>::max()) };
     }
 };
-
-/// Reads a whole number in the form that strtol (base 10) accepts, and nothing more, and returns what the text is.
-/// iBits is its value, modulo 2 to the power of 64 for a negative one, and is set only for Good. Requires that szText
-/// is not null.
-ZQ_API WholeNumber_e WholeFromText(char const * szText, WholeRange_t const & Range, std::uint64_t & iBits);
-
-/// Does the same for an integer of any type.
-template <Integer_T T>
-WholeNumber_e WholeFromText(char const * szText, T & iValue)
-{
-    std::uint64_t iBits = 0;
-    WholeNumber_e const eResult = WholeFromText(szText, WholeRange_t::Of<T>(), iBits);
-    iValue = eResult == WholeNumber_e::Good ? static_cast<T>(iBits) : iValue;
-    return eResult;
-}
 
 /// Name of an enumerator in texts.
 template <typename ENUM>
@@ -118,6 +81,43 @@ struct EnumName_T
 /// Table of names, for a parameter: an array of EnumName_T converts to it.
 template <typename ENUM>
 using EnumNames_T = std::type_identity_t<std::span<EnumName_T<ENUM> const>>;
+
+/// Returns the number of characters that a text object can hold. A class with a static Capacity() has a limit.
+template <TextObject_T TEXT>
+constexpr int TextMost()
+{
+    if constexpr (requires { TEXT::Capacity(); })
+    {
+        return TEXT::Capacity() - 1;
+    }
+    else
+    {
+        return std::numeric_limits<int>::max();
+    }
+}
+
+/// Copies a text to a text object and returns true. A null empties the object and returns false.
+template <TextObject_T TEXT>
+bool TextPut(TEXT & sTo, char const * szFrom)
+{
+    sTo = szFrom ? szFrom : "";
+    return szFrom != nullptr;
+}
+
+/// Reads a whole number in the form that strtol (base 10) accepts, and nothing more, and returns what the text is.
+/// iBits is its value, modulo 2 to the power of 64 for a negative one, and is set only for Good. Requires that szText
+/// is not null.
+ZQ_API WholeNumber_e WholeFromText(char const * szText, WholeRange_t const & Range, std::uint64_t & iBits);
+
+/// Does the same for an integer of any type.
+template <Integer_T T>
+WholeNumber_e WholeFromText(char const * szText, T & iValue)
+{
+    std::uint64_t iBits = 0;
+    WholeNumber_e const eResult = WholeFromText(szText, WholeRange_t::RangeOf<T>(), iBits);
+    iValue = eResult == WholeNumber_e::Good ? static_cast<T>(iBits) : iValue;
+    return eResult;
+}
 
 /// Sets eValue to the enumerator of a name and returns true. Requires that szName is not null. Returns false if the
 /// table has no such name.

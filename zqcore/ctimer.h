@@ -41,7 +41,7 @@ ZQ_API std::int64_t shortTimeWait(std::int64_t nCycles);
 extern ZQ_API double (*Game_longTimeGet)();
 
 /// Module that chooses the clock. Without a good clock it asserts that the system accepts the period of the coarse one.
-/// Depends on no other module.
+/// It depends on no other module.
 class ZQ_API ModuleTimer_c : public Module_c
 {
 public:

@@ -19,11 +19,6 @@ namespace
 
     constexpr double ULONG_LIMIT = 4294967295.0;   // highest unsigned long that Get returns, the same on every machine
 
-    char const * Sz(char const * szText)
-    {
-        return szText;
-    }
-
     // Returns whether a number in range filled the whole text. An empty text counts as 0.
     bool IsWhole(NumberEnd_t const & End)
     {
@@ -85,9 +80,9 @@ bool Warehouse_c::Open(
     {
         LogEscaped(sClientHeader ? "Warehouse_c::Open: File \"%s\": invalid client header line"
                                  : "Warehouse_c::Open: File \"%s\": no client header line specified",
-            Sz(File.sName));
+            File.sName.CStr());
     }
-    LogEscaped("Warehouse_c::Open: File \"%s\": no header line found", Sz(File.sName));
+    LogEscaped("Warehouse_c::Open: File \"%s\": no header line found", File.sName.CStr());
     Close();
     return m_Errors.Fail(Text.szRefused    ? Text.szRefused
                          : Text.nText == 0 ? "the file is empty"
@@ -161,7 +156,7 @@ void Warehouse_c::NoteWork(WarehouseScan_t const & Scan)
 // Returns the key of the open file, or null.
 char const * Warehouse_c::FileKey() const
 {
-    return m_pFile ? Sz(m_pFile->sName) : nullptr;
+    return m_pFile ? m_pFile->sName.CStr() : nullptr;
 }
 
 bool Warehouse_c::GetFileName(char * sName, int nMaxLength) const
@@ -286,9 +281,10 @@ char const * Warehouse_c::NumberCell(char const * sColumn) const
     {
         LogNotFound(sColumn);
     }
-    else if (!szCell)
+    else if (!szCell || *szCell == '\0')
     {
         LogInvalid(sColumn, "there is no value in column");
+        return nullptr;
     }
     return szCell;
 }
@@ -467,7 +463,7 @@ bool Warehouse_c::LogNotFound(char const * sColumn) const
     {
         String_T<256> sName;
         GetFileName(sName);
-        LogEscaped("%s: Not found column '%s'", Sz(sName), sColumn ? sColumn : "nullptr");
+        LogEscaped("%s: Not found column '%s'", sName.CStr(), sColumn ? sColumn : "nullptr");
     }
     KeepError(m_Work.IsEmpty() ? "without a work line there is no column" : "there is no column", sColumn);
     return false;
@@ -479,7 +475,7 @@ bool Warehouse_c::LogInvalid(char const * sColumn, char const * szReason) const
     {
         String_T<256> sName;
         GetFileName(sName);
-        LogEscaped("%s: Invalid data in column '%s' line %d", Sz(sName), sColumn ? sColumn : "nullptr", m_nLine);
+        LogEscaped("%s: Invalid data in column '%s' line %d", sName.CStr(), sColumn ? sColumn : "nullptr", m_nLine);
     }
     KeepError(szReason, sColumn);
     return false;

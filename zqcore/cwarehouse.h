@@ -97,9 +97,9 @@ public:
     /// Here and below, asserts that the column's name is not null.
     ZQ_API int GetLength(char const * sColumn) const;
 
-    /// Sets whether a Get that fails or cuts a text is logged, with the file (empty with bCopy) and the column. False
-    /// at start. For a bad cell the log also has a line number. It counts the lines that NextIdent has read, so it may
-    /// differ from the work line's, which GetLastError has.
+    /// Sets whether a Get that fails or cuts a text is logged, with the file (empty with bCopy) and the column. It is
+    /// off at start. For a bad cell the log also has a line number. It counts the lines that NextIdent has read, so it
+    /// may differ from the work line's, which GetLastError has.
     void LogColName(bool bLog) { m_bLogColName = bLog; }
 
     /// Read the work line's cell as a number. Return true if the cell is a whole number, or for double and float any
@@ -120,7 +120,7 @@ public:
     bool Get(char const * sColumn, T & value) const
     {
         std::uint64_t iBits = 0;
-        if (!GetWhole(sColumn, WholeRange_t::Of<T>(), iBits))
+        if (!GetWhole(sColumn, WholeRange_t::RangeOf<T>(), iBits))
         {
             return false;
         }
@@ -146,8 +146,9 @@ public:
     /// forms do.
     ZQ_API bool Get(char const * sColumn, unsigned long & value) const;
 
-    /// Read the work line's cell as text; an empty cell is an empty text. Return true for a text that is cut too:
-    /// GetLastError says so, and the log if LogColName switched that on. Nothing cuts a std::string.
+    /// Read the work line's cell as text; an empty cell is an empty text. Return false without a work line or such a
+    /// column. Return true for a text that is cut too: GetLastError says so, and the log if LogColName switched that
+    /// on. Nothing cuts a std::string.
     ZQ_API bool Get(char const * sColumn, char * sResult, int nMaxLength) const;
     template <TextObject_T TEXT>
     bool Get(char const * sColumn, TEXT & sResult) const

@@ -279,23 +279,22 @@ bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLin
     return false;
 }
 
-// Reads a line, or its first nMost columns.
-void WarehouseScan_t::Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost)
+bool WarehouseScan_t::Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost)
 {
     LineSink_c Sink{ *pResult };
     m_nOpenQuote = m_nCutCell = -1;
-    while (Step(Classes, Sink) && pResult->GetLength() < nMost)
-    {}
+    bool bMore = true;
+    while (bMore && pResult->GetLength() < nMost)
+    {
+        bMore = Step(Classes, Sink);
+    }
+    return bMore;
 }
 
 void WarehouseScan_t::SeekColumn(int iColumn)
 {
     WarehouseLine_c Line;
-    if (iColumn > 0)
-    {
-        Read(Classes_c(sSeparators), &Line, iColumn);
-    }
-    if (Line.GetLength() < iColumn)
+    if (!Read(Classes_c(sSeparators), &Line, iColumn))
     {
         nPos -= nPos > 0 && pLine[nPos - 1] == '\n';
         return;
@@ -485,8 +484,10 @@ WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * 
     {
         return eFormat;
     }
+    constexpr char CSV_END[] = ".csv";
+    constexpr std::size_t CSV_LENGTH = sizeof CSV_END - 1;
     std::size_t const nName = std::strlen(sFileName);
-    bool const bCsv = nName >= 4 && StrCompareNoCase(sFileName + nName - 4, ".csv") == 0;
+    bool const bCsv = nName >= CSV_LENGTH && StrCompareNoCase(sFileName + nName - CSV_LENGTH, CSV_END) == 0;
     return bCsv ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
 }
 

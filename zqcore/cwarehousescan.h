@@ -150,7 +150,8 @@ private:
     template <typename TEST>
     bool SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLines);
 
-    void Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost = INT_MAX);
+    /// Reads a line, or its first nMost columns. Returns whether the line may have more.
+    bool Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost = INT_MAX);
     void SkipRest(Classes_c const & Classes, QuoteWatch_c & Watch);
     void SkipComment();
     void SkipSeparator(Classes_c const & Classes);

@@ -8,7 +8,7 @@ inline constexpr std::size_t WIDE_PATH_SIZE = 1024;   // characters, with the te
 
 inline constexpr std::size_t WIDE_PATH_UTF8_SIZE = 4 * WIDE_PATH_SIZE;   // most bytes of such a path in UTF-8
 
-/// Copies a path, cut at 1023 characters. Null counts as empty.
+/// Copies a path, cut at WIDE_PATH_SIZE - 1 characters. Null counts as empty.
 inline void CopyWidePath(wchar_t (&wszTo)[WIDE_PATH_SIZE], wchar_t const * wszFrom)
 {
     std::wcsncpy(wszTo, wszFrom ? wszFrom : L"", WIDE_PATH_SIZE - 1);

@@ -18,7 +18,7 @@ namespace plat
             return sizeof(FolderChange_t) + sName.size() * sizeof(char16_t);
         }
 
-        std::size_t RoundedUp(std::size_t nBytes)
+        std::size_t RoundUp(std::size_t nBytes)
         {
             return (nBytes + 3) & ~std::size_t(3);
         }
@@ -31,11 +31,12 @@ namespace plat
         for (std::size_t i = 0; i < nWide; ++i)
         {
             auto const cText = static_cast<char32_t>(wszWide[i]);
-            if (cText >= 0x10000)   // surrogates of UTF-16 (RFC 2781)
+            bool const bTwo = cText >= 0x10000;   // surrogates of UTF-16 (RFC 2781)
+            if (bTwo)
             {
                 sUnits += static_cast<char16_t>(0xD7C0 + (cText >> 10));
             }
-            sUnits += static_cast<char16_t>(cText >= 0x10000 ? 0xDC00 + (cText & 0x3FF) : cText);
+            sUnits += static_cast<char16_t>(bTwo ? 0xDC00 + (cText & 0x3FF) : cText);
         }
     }
 
@@ -44,7 +45,7 @@ namespace plat
         std::size_t nAll = 0;
         for (std::u16string const & sName : dNames)
         {
-            nAll = RoundedUp(nAll) + RecordBytes(sName);
+            nAll = RoundUp(nAll) + RecordBytes(sName);
         }
         if (nAll > nBytes)
         {
@@ -53,7 +54,7 @@ namespace plat
         for (std::u16string const & sName : dNames)
         {
             std::size_t const nRecord = RecordBytes(sName);
-            std::size_t const nNext = &sName == &dNames.back() ? 0 : RoundedUp(nRecord);
+            std::size_t const nNext = &sName == &dNames.back() ? 0 : RoundUp(nRecord);
             FolderChange_t const Head{ static_cast<std::uint32_t>(nNext), FOLDER_CHANGE_MODIFIED,
                 static_cast<std::uint32_t>(nRecord - sizeof(FolderChange_t)) };
             std::memcpy(pBuffer, &Head, sizeof Head);

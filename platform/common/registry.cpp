@@ -5,10 +5,10 @@
 // - the folders of its subkeys, under their names;
 // - each value, with its name after "=";
 // - the record "@key", with the key's own spelling;
-// - "~", the file that a writer is busy with.
+// - "~", the file that a writer is busy with. Without a lock a text that no other writer uses follows the mark.
 //
-// The three marks are always escaped at the start of a name. A record is written as "~" and then renamed, so no name
-// ever has half a record.
+// The three marks are always escaped at the start of a name. A record is written to the writer's file and then renamed,
+// so no name ever has half a record.
 //
 // A change of a key locks its folder. The creation or deletion of a key locks its parent first. A lock belongs to a
 // handle that was opened for it, because children share the handle of an open key. All changes of a process run one at
@@ -154,7 +154,8 @@ namespace plat
             return KeyLock_c(Change, hKey).Store(KEY_RECORD, { RegistryType_e::Untyped, sName, {} });
         }
 
-        // Creates the subkey's folder, which stores the spelling sName. Returns STORE_NONE on failure.
+        // Creates the subkey's folder, which stores the spelling sName, or opens the one that others have created.
+        // Returns STORE_NONE on failure.
         StoreHandle_t MakeSubKey(
             StoreHandle_t hParent, std::string_view sName, char const * szFile, StoreRights_e eRights)
         {

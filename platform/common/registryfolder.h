@@ -19,6 +19,7 @@ namespace plat
         bool bForeign = false;               // whether the folder holds something that is not the store's
         bool bRead = false;                  // whether the whole folder was read
     };
+
     /// Reads the entries of a key's folder. On failure bRead is false.
     KeyContents_s ReadKeyContents(StoreHandle_t hFolder);
 
@@ -26,8 +27,11 @@ namespace plat
     /// name is another one.
     std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded);
 
-    /// Empties the folder of a key. Returns false, and deletes nothing, if it can't be read, has subkeys or holds
-    /// anything that is not the store's. Also returns false if a file can't be deleted; others may then be gone.
+    /// Empties the folder of a key. Returns false, and deletes nothing, in these cases:
+    /// - the folder can't be read;
+    /// - it has subkeys, or holds anything that is not the store's.
+    ///
+    /// Also returns false if a file can't be deleted; others may then be gone.
     bool EmptyKey(StoreHandle_t hFolder);
 
     /// The sorted names of a key's subkeys. They are read again if the folder may have changed. Changes by this process

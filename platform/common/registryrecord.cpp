@@ -91,9 +91,9 @@ namespace plat
         std::uint64_t HashOf(std::string_view sText)
         {
             std::uint64_t nHash = 0xCBF29CE484222325u;
-            for (char const c : sText)
+            for (char const cByte : sText)
             {
-                nHash = (nHash ^ static_cast<unsigned char>(c)) * 0x100000001B3u;
+                nHash = (nHash ^ static_cast<unsigned char>(cByte)) * 0x100000001B3u;
             }
             return nHash;
         }
@@ -131,9 +131,11 @@ namespace plat
         }
 
         // Returns the value of a digit that NameOnDisk writes, or -1 for any other character.
-        int DigitValue(char c)
+        int DigitValue(char cDigit)
         {
-            return c >= '0' && c <= '9' ? c - '0' : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+            return cDigit >= '0' && cDigit <= '9'   ? cDigit - '0'
+                   : cDigit >= 'A' && cDigit <= 'F' ? cDigit - 'A' + 10
+                                                    : -1;
         }
     }
 

@@ -89,7 +89,7 @@ namespace plat
         StoreHandle_t m_hStore;
     };
 
-    /// Returns which folder or file a handle is. All zero for none.
+    /// Returns which folder or file a handle is. Returns all zero for none.
     FolderIdentity_t StoreIdentity(StoreHandle_t hStore);
 
     /// A handle that is held for long. A host may close all of the process's handles, as a daemon does when it starts.
@@ -98,8 +98,8 @@ namespace plat
     class StoreKept_c
     {
     public:
-        /// Returns the handle. Returns STORE_NONE if none is held, or if the number now belongs to another file. At
-        /// most one system call.
+        /// Returns the handle. Returns STORE_NONE if none is held, or if the number now belongs to another file.
+        /// Makes at most one system call.
         StoreHandle_t Get() const
         {
             return m_hStore != STORE_NONE && StoreIdentity(m_hStore) == m_Identity ? m_hStore : STORE_NONE;
@@ -155,8 +155,9 @@ namespace plat
     /// the handle's reading position, which a child of a fork shares.
     bool StoreList(StoreHandle_t hFolder, StoreEntry_t fnEntry, void * pContext);
 
-    /// Reads a whole file of at most nMost bytes. On failure returns false; errno is EBADMSG if what was opened is
-    /// larger, not a file, or ends before the size that it had.
+    /// Reads a whole file of at most nMost bytes. On failure returns false; errno is EBADMSG in these cases:
+    /// - what was opened is not a file, or is larger;
+    /// - it ends before the size that it had.
     bool StoreReadFile(StoreHandle_t hFolder, char const * szName, std::size_t nMost, std::vector<char> & dBytes);
 
     /// Replaces a file in one step and returns true. The new file has the name szBusy until it is complete. A file that
@@ -165,8 +166,8 @@ namespace plat
     bool StoreWriteFile(StoreHandle_t hFolder, char const * szBusy, char const * szName,
         std::vector<char> const & dBytes, StoreRights_e eRights);
 
-    /// Tries to lock an open folder for this handle only. A child of a fork has its parent's handles and so its locks:
-    /// StoreUnlock ends the lock of both.
+    /// Tries to lock an open folder for this handle only and returns the result. A child of a fork has its parent's
+    /// handles and so its locks: StoreUnlock ends the lock of both.
     StoreLock_e StoreTryLock(StoreHandle_t hFolder);
 
     /// Unlocks a folder. Keeps errno.

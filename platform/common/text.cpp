@@ -5,6 +5,14 @@ namespace plat
     namespace
     {
         constexpr char32_t REPLACEMENT = 0xFFFD;
+        constexpr char32_t LAST_CHARACTER = 0x10FFFF;
+
+        // Surrogates of UTF-16 (RFC 2781): first a high one, then a low one.
+        constexpr char32_t FIRST_HIGH = 0xD800;
+        constexpr char32_t FIRST_LOW = 0xDC00;
+        constexpr char32_t AFTER_LOW = 0xE000;
+        constexpr char32_t FIRST_OF_TWO = 0x10000;   // first character that needs both
+
         constexpr bool WIDE_IS_UTF16 = sizeof(wchar_t) == 2;
 
         bool IsByte(char32_t cText)
@@ -14,7 +22,7 @@ namespace plat
 
         bool IsSurrogate(char32_t cText)
         {
-            return cText >= 0xD800 && cText <= 0xDFFF;
+            return cText >= FIRST_HIGH && cText < AFTER_LOW;
         }
 
         // The forms of UTF-8 (RFC 3629), by the number of bytes that follow the first.
@@ -48,7 +56,7 @@ namespace plat
                     }
                     cValue = (cValue << 6) | (*pByte & 0x3Fu);
                 }
-                if (cValue < Form.cFirst || cValue > 0x10FFFF || IsSurrogate(cValue))
+                if (cValue < Form.cFirst || cValue > LAST_CHARACTER || IsSurrogate(cValue))
                 {
                     return false;
                 }
@@ -65,12 +73,12 @@ namespace plat
         {
             char32_t const cValue = static_cast<char32_t>(*wszText++);
             char32_t const cNext = WIDE_IS_UTF16 ? static_cast<char32_t>(*wszText) : 0;
-            if (cValue >= 0xD800 && cValue < 0xDC00 && cNext >= 0xDC00 && cNext < 0xE000)
+            if (cValue >= FIRST_HIGH && cValue < FIRST_LOW && cNext >= FIRST_LOW && cNext < AFTER_LOW)
             {
                 ++wszText;
-                return 0x10000 + ((cValue - 0xD800) << 10) + (cNext - 0xDC00);
+                return FIRST_OF_TWO + ((cValue - FIRST_HIGH) << 10) + (cNext - FIRST_LOW);
             }
-            bool const bValid = cValue <= 0x10FFFF && (!IsSurrogate(cValue) || IsByte(cValue));
+            bool const bValid = cValue <= LAST_CHARACTER && (!IsSurrogate(cValue) || IsByte(cValue));
             return bValid ? cValue : REPLACEMENT;
         }
 
@@ -95,16 +103,16 @@ namespace plat
             return static_cast<std::size_t>(nFollowing) + 1;
         }
 
-        // Writes a character as one wide unit, or as one or two units of UTF-16 (RFC 2781). Returns the units written.
+        // Writes a character as one wide unit, or as one or two units of UTF-16. Returns the units written.
         std::size_t PutWide(wchar_t * pOut, char32_t cText)
         {
-            if (!WIDE_IS_UTF16 || cText < 0x10000)
+            if (!WIDE_IS_UTF16 || cText < FIRST_OF_TWO)
             {
                 pOut[0] = static_cast<wchar_t>(cText);
                 return 1;
             }
-            pOut[0] = static_cast<wchar_t>(0xD800 + ((cText - 0x10000) >> 10));
-            pOut[1] = static_cast<wchar_t>(0xDC00 + ((cText - 0x10000) & 0x3FF));
+            pOut[0] = static_cast<wchar_t>(FIRST_HIGH + ((cText - FIRST_OF_TWO) >> 10));
+            pOut[1] = static_cast<wchar_t>(FIRST_LOW + ((cText - FIRST_OF_TWO) & 0x3FF));
             return 2;
         }
 

@@ -14,14 +14,15 @@ namespace plat
 
         // Adds to each lane the lane that is DISTANCE apart. Combines the signs in the same way.
         template <std::size_t DISTANCE, typename VECTOR, std::size_t... LANE>
-        ZQ_INLINE void AddDistant(VECTOR & Sum, VECTOR & Signs, VECTOR & Sum2, std::index_sequence<LANE...>)
+        ZQ_INLINE void AddDistant(VECTOR & First, VECTOR & Signs, VECTOR & Second, std::index_sequence<LANE...>)
         {
-            Sum += __builtin_shufflevector(Sum, Sum, static_cast<int>(LANE ^ DISTANCE)...);
-            Sum2 += __builtin_shufflevector(Sum2, Sum2, static_cast<int>(LANE ^ DISTANCE)...);
+            First += __builtin_shufflevector(First, First, static_cast<int>(LANE ^ DISTANCE)...);
+            Second += __builtin_shufflevector(Second, Second, static_cast<int>(LANE ^ DISTANCE)...);
             Signs |= __builtin_shufflevector(Signs, Signs, static_cast<int>(LANE ^ DISTANCE)...);
         }
 
-        // Returns the sums, computed with one width of register. Inlined into functions that may use that width.
+        // Returns the sums, computed with one width of register. It is inlined into functions that may use that
+        // width.
         template <typename VECTOR>
         ZQ_INLINE PairSums_t SumWith(
             std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)
@@ -32,11 +33,11 @@ namespace plat
             VECTOR Signs = {};
             for (std::size_t i = 0; i < nNumbers; i += LANES)
             {
-                VECTOR const A = *reinterpret_cast<VECTOR const *>(pFirst + i);
-                VECTOR const B = *reinterpret_cast<VECTOR const *>(pSecond + i);
-                First += A;
-                Second += B;
-                Signs |= A | B;
+                VECTOR const FromFirst = *reinterpret_cast<VECTOR const *>(pFirst + i);
+                VECTOR const FromSecond = *reinterpret_cast<VECTOR const *>(pSecond + i);
+                First += FromFirst;
+                Second += FromSecond;
+                Signs |= FromFirst | FromSecond;
             }
             constexpr std::make_index_sequence<LANES> SEQUENCE;
             if constexpr (LANES > 8)
@@ -52,8 +53,8 @@ namespace plat
                 AddDistant<2>(First, Signs, Second, SEQUENCE);
             }
             AddDistant<1>(First, Signs, Second, SEQUENCE);
-            auto const Signed = [](std::size_t nSum) { return static_cast<std::ptrdiff_t>(nSum); };
-            return { Signed(First[0]), Signed(Second[0]), Signed(Signs[0]) < 0 };
+            auto const fnSigned = [](std::size_t nSum) { return static_cast<std::ptrdiff_t>(nSum); };
+            return { fnSigned(First[0]), fnSigned(Second[0]), fnSigned(Signs[0]) < 0 };
         }
 
         // Vectors of unsigned numbers, so that sums wrap.

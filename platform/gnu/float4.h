@@ -1,4 +1,4 @@
-// float4.h of GCC and Clang, for processors with SSE2.
+// float4.h: the types and functions of platform/float4.h for GCC and Clang, on processors with SSE2.
 #pragma once
 
 #include <emmintrin.h>
@@ -19,14 +19,14 @@ namespace plat
     }
 
     template <int LANE0, int LANE1, int LANE2, int LANE3>
-    Float4_t Pick(Float4_t A, Float4_t B)
+    Float4_t Pick(Float4_t First, Float4_t Second)
     {
-        return __builtin_shufflevector(A, B, LANE0, LANE1, LANE2, LANE3);
+        return __builtin_shufflevector(First, Second, LANE0, LANE1, LANE2, LANE3);
     }
 
     template <int LANE>
-    Float4_t Spread(Float4_t A)
+    Float4_t Spread(Float4_t Value)
     {
-        return Pick<LANE, LANE, LANE, LANE>(A, A);
+        return Pick<LANE, LANE, LANE, LANE>(Value, Value);
     }
 }

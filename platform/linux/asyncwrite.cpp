@@ -264,11 +264,14 @@ namespace plat
             return true;
         }
         bool const bWhole = Finish();
+        int const iError = errno;
         ForkDropRemove(SystemIn(m_dSystem).Drop);
         if (SystemIn(m_dSystem).Queue.bOpen)
         {
             CloseQueue(SystemIn(m_dSystem).Queue);
         }
-        return FileFinish(std::exchange(m_hFile, nullptr)) && bWhole;
+        bool const bFinished = FileFinish(std::exchange(m_hFile, nullptr));
+        errno = bWhole ? errno : iError;
+        return bFinished && bWhole;
     }
 }

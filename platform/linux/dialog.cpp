@@ -29,18 +29,18 @@ namespace plat
             DialogAnswer_e eGoOn;   // answer that lets the program continue
         };
 
+        constexpr Choice_t CHOICE_OK = { 'o', "(O)k", DialogAnswer_e::Ok };
+        constexpr Choice_t CHOICE_CANCEL = { 'c', "(C)ancel", DialogAnswer_e::Cancel };
+
         // Choices in the order of DialogButtons_e.
         constexpr Choices_t CHOICES[] = {
-            { 1, { { 'o', "(O)k", DialogAnswer_e::Ok } }, DialogAnswer_e::Ok },
-            { 2, { { 'o', "(O)k", DialogAnswer_e::Ok }, { 'c', "(C)ancel", DialogAnswer_e::Cancel } },
-                DialogAnswer_e::Ok },
+            { 1, { CHOICE_OK }, DialogAnswer_e::Ok },
+            { 2, { CHOICE_OK, CHOICE_CANCEL }, DialogAnswer_e::Ok },
             { 3,
                 { { 'a', "(A)bort", DialogAnswer_e::Abort }, { 'r', "(R)etry", DialogAnswer_e::Retry },
                     { 'i', "(I)gnore", DialogAnswer_e::Ignore } },
                 DialogAnswer_e::Ignore },
-            { 3,
-                { { 'y', "(Y)es", DialogAnswer_e::Yes }, { 'n', "(N)o", DialogAnswer_e::No },
-                    { 'c', "(C)ancel", DialogAnswer_e::Cancel } },
+            { 3, { { 'y', "(Y)es", DialogAnswer_e::Yes }, { 'n', "(N)o", DialogAnswer_e::No }, CHOICE_CANCEL },
                 DialogAnswer_e::No },
         };
 

@@ -31,37 +31,37 @@ extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(p
     pContext->iThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
 }
 
-#define AT(member) "i"(offsetof(plat::FaultContext_t, member))
+#define FAULT_AT(member) "i"(offsetof(plat::FaultContext_t, member))
 
 // Naked, without a frame: the registers are still the caller's, except those that a call may change.
 #if defined(__x86_64__)
 __attribute__((naked)) void plat::FaultContextCapture(FaultContext_t *)
 {
-    __asm__ volatile(
-        "movq (%%rsp), %%rax\n\t"
-        "movq %%rax, %c0(%%rdi)\n\t"
-        "leaq 8(%%rsp), %%rax\n\t"
-        "movq %%rax, %c1(%%rdi)\n\t"
-        "movq %%rbp, %c2(%%rdi)\n\t"
-        "movq $0, %c3(%%rdi)\n\t"
-        "movq %%rbx, %c4(%%rdi)\n\t"
-        "movq %%rcx, %c5(%%rdi)\n\t"
-        "movq %%rdx, %c6(%%rdi)\n\t"
-        "movq %%rsi, %c7(%%rdi)\n\t"
-        "movq %%rdi, %c8(%%rdi)\n\t"
-        "movq %%r8, %c9(%%rdi)\n\t"
-        "movq %%r9, 8+%c9(%%rdi)\n\t"
-        "movq %%r10, 16+%c9(%%rdi)\n\t"
-        "movq %%r11, 24+%c9(%%rdi)\n\t"
-        "movq %%r12, 32+%c9(%%rdi)\n\t"
-        "movq %%r13, 40+%c9(%%rdi)\n\t"
-        "movq %%r14, 48+%c9(%%rdi)\n\t"
-        "movq %%r15, 56+%c9(%%rdi)\n\t"
-        "pushfq\n\t"
-        "popq %c10(%%rdi)\n\t"
-        "jmp ZqFaultContextRest"
-        :
-        : AT(nIp), AT(nSp), AT(nBp), AT(nAx), AT(nBx), AT(nCx), AT(nDx), AT(nSi), AT(nDi), AT(dExtended), AT(nFlags));
+    __asm__ volatile("movq (%%rsp), %%rax\n\t"
+                     "movq %%rax, %c0(%%rdi)\n\t"
+                     "leaq 8(%%rsp), %%rax\n\t"
+                     "movq %%rax, %c1(%%rdi)\n\t"
+                     "movq %%rbp, %c2(%%rdi)\n\t"
+                     "movq $0, %c3(%%rdi)\n\t"
+                     "movq %%rbx, %c4(%%rdi)\n\t"
+                     "movq %%rcx, %c5(%%rdi)\n\t"
+                     "movq %%rdx, %c6(%%rdi)\n\t"
+                     "movq %%rsi, %c7(%%rdi)\n\t"
+                     "movq %%rdi, %c8(%%rdi)\n\t"
+                     "movq %%r8, %c9(%%rdi)\n\t"
+                     "movq %%r9, 8+%c9(%%rdi)\n\t"
+                     "movq %%r10, 16+%c9(%%rdi)\n\t"
+                     "movq %%r11, 24+%c9(%%rdi)\n\t"
+                     "movq %%r12, 32+%c9(%%rdi)\n\t"
+                     "movq %%r13, 40+%c9(%%rdi)\n\t"
+                     "movq %%r14, 48+%c9(%%rdi)\n\t"
+                     "movq %%r15, 56+%c9(%%rdi)\n\t"
+                     "pushfq\n\t"
+                     "popq %c10(%%rdi)\n\t"
+                     "jmp ZqFaultContextRest"
+                     :
+                     : FAULT_AT(nIp), FAULT_AT(nSp), FAULT_AT(nBp), FAULT_AT(nAx), FAULT_AT(nBx), FAULT_AT(nCx),
+                     FAULT_AT(nDx), FAULT_AT(nSi), FAULT_AT(nDi), FAULT_AT(dExtended), FAULT_AT(nFlags));
 }
 #else
 __attribute__((naked)) void plat::FaultContextCapture(FaultContext_t *)
@@ -82,6 +82,7 @@ __attribute__((naked)) void plat::FaultContextCapture(FaultContext_t *)
                      "popl %c9(%%eax)\n\t"
                      "jmp ZqFaultContextRest"
                      :
-                     : AT(nIp), AT(nSp), AT(nBp), AT(nAx), AT(nBx), AT(nCx), AT(nDx), AT(nSi), AT(nDi), AT(nFlags));
+                     : FAULT_AT(nIp), FAULT_AT(nSp), FAULT_AT(nBp), FAULT_AT(nAx), FAULT_AT(nBx), FAULT_AT(nCx),
+                     FAULT_AT(nDx), FAULT_AT(nSi), FAULT_AT(nDi), FAULT_AT(nFlags));
 }
 #endif

@@ -257,8 +257,8 @@ namespace plat
 
         constexpr std::uintptr_t LARGEST_FRAME = 16 << 20;   // bytes of one function's frame, at most
 
-        // Finds the lowest writable memory that ends above an address.
-        bool WritableAbove(std::uintptr_t Address, Mapping_t & Mapping)
+        // Finds the lowest writable memory that ends above an address. Returns false if there is none.
+        bool FindWritableAbove(std::uintptr_t Address, Mapping_t & Mapping)
         {
             Maps_c Maps;
             while (Maps.Next(Mapping))
@@ -279,7 +279,7 @@ namespace plat
             constexpr std::uintptr_t FARTHEST_PUSH = 0x10000;   // pushes and probes stay this close below
             bool const bNear = nSp > Address ? nSp - Address <= FARTHEST_PUSH : Address - nSp <= LARGEST_FRAME;
             Mapping_t Mapping;
-            return bNear && WritableAbove(Address, Mapping) && Mapping.Start > Address
+            return bNear && FindWritableAbove(Address, Mapping) && Mapping.Start > Address
                    && Mapping.Start - Address <= LARGEST_FRAME && nSp < Mapping.Start + ABOVE_END;
         }
 
@@ -513,7 +513,7 @@ namespace plat
     bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack)
     {
         Mapping_t Mapping;
-        bool const bFound = WritableAbove(Context.nSp, Mapping);
+        bool const bFound = FindWritableAbove(Context.nSp, Mapping);
         if (!bFound || (Mapping.Start > Context.nSp && Mapping.Start - Context.nSp > LARGEST_FRAME))
         {
             return false;

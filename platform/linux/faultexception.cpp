@@ -7,6 +7,7 @@
 #include <cstring>
 #include <cxxabi.h>
 #include <exception>
+#include <string_view>
 #include <typeinfo>
 
 namespace plat
@@ -48,6 +49,14 @@ namespace plat
             { 'y', "unsigned long long" }, { 'f', "float" }, { 'd', "double" }, { 'e', "long double" },
             { 'w', "wchar_t" }, { 'v', "void" } };
 
+        // Moves p after the code of namespace std. Returns false if there is none at p.
+        bool SkipStd(char const *& p)
+        {
+            bool const bStd = std::strncmp(p, "St", 2) == 0;
+            p += bStd ? 2 : 0;
+            return bStd;
+        }
+
         // Adds a name that its length precedes. Returns false if there is none at p.
         bool AddPart(char const *& p, Text_c & Text)
         {
@@ -60,8 +69,14 @@ namespace plat
             {
                 return false;
             }
-            Text.Add(std::strncmp(p, "_GLOBAL__N", 10) == 0 ? "(anonymous namespace)" : p,
-                std::strncmp(p, "_GLOBAL__N", 10) == 0 ? std::strlen("(anonymous namespace)") : nPart);
+            if (std::string_view(p, nPart).starts_with("_GLOBAL__N"))
+            {
+                Text.Add("(anonymous namespace)");
+            }
+            else
+            {
+                Text.Add(p, nPart);
+            }
             p += nPart;
             return true;
         }
@@ -75,10 +90,9 @@ namespace plat
                 {
                     Text.Add("::");
                 }
-                if (bFirst && std::strncmp(p, "St", 2) == 0)
+                if (bFirst && SkipStd(p))
                 {
                     Text.Add("std");
-                    p += 2;
                 }
                 else if (!AddPart(p, Text))
                 {
@@ -106,10 +120,9 @@ namespace plat
                     return true;
                 }
             }
-            if (std::strncmp(p, "St", 2) == 0)
+            if (SkipStd(p))
             {
                 Text.Add("std::");
-                p += 2;
             }
             bool const bKnown = *p == 'N' ? AddNested(++p, Text) : AddPart(p, Text);
             return bKnown && *p == '\0';

@@ -1,12 +1,15 @@
 #include "platform/linux/faultguard.h"
 
+#include "platform/checker.h"
 #include "platform/clock.h"
 #include "platform/faults.h"
 #include "platform/fork.h"
+#include "platform/stack.h"
 
 #include <atomic>
 #include <cerrno>
 #include <csetjmp>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <sys/syscall.h>
@@ -62,6 +65,17 @@ namespace plat
         {
             g_pInnermost = pGuard->pOuter;
             siglongjmp(pGuard->Jump, 1);
+        }
+
+        // Clears the address checker's marks of the frames that a jump has left. They are below the caller's.
+        void ForgetFrames()
+        {
+            if (ADDRESS_CHECKER)
+            {
+                auto const * const pFrame = static_cast<char const *>(__builtin_frame_address(0));
+                std::size_t const nBytes = StackLeft();
+                CheckerAllow(pFrame - nBytes, nBytes);
+            }
         }
 
         // Ends the outermost call whose time is up.
@@ -172,6 +186,10 @@ namespace plat
             }
             fnCall(pArgument);
             bEnded = true;
+        }
+        else
+        {
+            ForgetFrames();
         }
         g_pInnermost = pOuter;
         if (pOuter == nullptr)

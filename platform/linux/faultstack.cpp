@@ -17,8 +17,8 @@ namespace plat
         constexpr std::size_t FILTER_SIZE = 512 * 1024;
         constexpr std::size_t FILTER_START = GUARD + SIGNALS_SIZE + GUARD;
 
-        // Memory of both stacks. Not a static array, because a checker of leaks reads all static memory, guard pages
-        // too. Never released, because a thread may be on it when the process ends.
+        // Memory of both stacks. It is not a static array, because a checker of leaks reads all static memory, guard
+        // pages too. It is never released, because a thread may be on it when the process ends.
         char * g_pMemory = nullptr;
 
         struct Call_s

@@ -29,9 +29,9 @@ namespace plat
             return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });
         }
 
-        bool IsOneFile(struct stat const & A, struct stat const & B)
+        bool IsOneFile(struct stat const & First, struct stat const & Second)
         {
-            return A.st_dev == B.st_dev && A.st_ino == B.st_ino;
+            return First.st_dev == Second.st_dev && First.st_ino == Second.st_ino;
         }
 
         // Returns whether a path still names an open file. Sets errno.
@@ -158,7 +158,7 @@ namespace plat
         {
             return true;
         }
-        // With bReplace, or on a file system that can't exclude others who create the name at this moment.
+        // The plain rename serves bReplace, and file systems that can't exclude others who create the name meanwhile.
         return (bReplace || IsUnknownCall(errno)) && rename(From.Get(), To.Get()) == 0;
     }
 
@@ -190,8 +190,8 @@ namespace plat
     bool FileIsSame(char const * szPath, char const * szOther)
     {
         DiskPath_c Path(szPath), Other(szOther);
-        struct stat A, B;
-        return ReadStat(Path, A) == 0 && ReadStat(Other, B) == 0 && IsOneFile(A, B);
+        struct stat First, Second;
+        return ReadStat(Path, First) == 0 && ReadStat(Other, Second) == 0 && IsOneFile(First, Second);
     }
 
     // Between the open and the lock, the holder may delete the file. Then the loop opens or creates another one.

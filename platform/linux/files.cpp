@@ -60,7 +60,7 @@ namespace plat
             return unlinkat(iFolder, szName, AT_REMOVEDIR) == 0 || errno == ENOENT;
         }
 
-        // Returns the flags of open for a mode of fopen, or -1 if it is not a mode.
+        // Returns the flags of open for a mode of fopen, or -1 if it does not begin with r, w or a.
         int FlagsOfMode(char const * szMode)
         {
             bool const bUpdate = std::strchr(szMode, '+') != nullptr;
@@ -317,16 +317,16 @@ namespace plat
         std::size_t nWritten = 0;
         while (nWritten < nBytes)
         {
-            ssize_t const n = write(iFile, pBytes + nWritten, nBytes - nWritten);
-            if (n < 0 && errno == EINTR)
+            ssize_t const nResult = write(iFile, pBytes + nWritten, nBytes - nWritten);
+            if (nResult < 0 && errno == EINTR)
             {
                 continue;
             }
-            if (n <= 0)
+            if (nResult <= 0)
             {
                 break;
             }
-            nWritten += static_cast<std::size_t>(n);
+            nWritten += static_cast<std::size_t>(nResult);
         }
         return nWritten;
     }

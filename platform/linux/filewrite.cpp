@@ -39,12 +39,12 @@ namespace plat
         auto const * pNext = static_cast<char const *>(pData);
         while (nBytes > 0)
         {
-            ssize_t const n = pwrite(DescriptorOf(hFile), pNext, nBytes, static_cast<off_t>(nOffset));
-            if (n <= 0 && !(n < 0 && errno == EINTR))
+            ssize_t const nResult = pwrite(DescriptorOf(hFile), pNext, nBytes, static_cast<off_t>(nOffset));
+            if (nResult <= 0 && !(nResult < 0 && errno == EINTR))
             {
                 return false;
             }
-            std::size_t const nWritten = n > 0 ? static_cast<std::size_t>(n) : 0;
+            std::size_t const nWritten = nResult > 0 ? static_cast<std::size_t>(nResult) : 0;
             pNext += nWritten;
             nOffset += nWritten;
             nBytes -= nWritten;

@@ -12,7 +12,7 @@
 
 namespace plat
 {
-    /// One walk over a folder's entries, without "." and "..". Holds 32 KiB, so it must not be used in a recursive
+    /// One walk over a folder's entries, without "." and "..". It holds 32 KiB, so it must not be used in a recursive
     /// function.
     class FolderReader_c
     {

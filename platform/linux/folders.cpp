@@ -45,8 +45,8 @@ namespace plat
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
         constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // m_dNames can be read this far after any character
 
-        // Returns whether an entry without facts belongs in the listing. An entry that does not exist does not belong,
-        // nor does a link to itself or to a missing target.
+        // Sets bFailed of an entry without facts. Returns whether the entry belongs in the listing. An entry that does
+        // not exist does not belong, nor does a link to itself or to a missing target.
         ZQ_COLD bool FailFacts(FolderEntry_t & Entry)
         {
             Entry.bFailed = errno != ENOENT && errno != ENOTDIR && errno != ELOOP;

@@ -182,9 +182,9 @@ namespace plat
         return nFilled > 0 && Collect(static_cast<std::size_t>(nFilled));
     }
 
-    // Handles the buffer of events and the rest of the queue. Returns whether that makes a batch. Checks the lengths,
-    // because the bytes may be those of another file: the identity does not always distinguish that file from the
-    // queue.
+    // Handles the buffer of events and the rest of the queue, at most MAX_READS buffers. Returns whether that makes a
+    // batch. Checks the lengths, because the bytes may be those of another file: the identity does not always
+    // distinguish that file from the queue.
     bool FolderWatch_c::Tree_c::Collect(std::size_t nFilled)
     {
         LockScope_c const Scope(g_TreeLock);
@@ -436,7 +436,7 @@ namespace plat
         }
     }
 
-    // Returns the number of the folder that the path leads to. Returns -1 if that folder is not watched.
+    // Returns the number of the folder that the path leads to. Returns -1 if it leads to no watched folder.
     int FolderWatch_c::Tree_c::NumberOf(std::string const & sPath)
     {
         int const iFolder = inotify_add_watch(m_Queue.GetNumber(), sPath.c_str(), FOLDER_EVENTS | IN_MASK_ADD);
@@ -457,8 +457,8 @@ namespace plat
         return iFolder == iTop;
     }
 
-    // Puts a folder without a parent into one, and replaces the folder that had the name there. Returns false if the
-    // parent lies below the folder, through a link that moved along. Then no path leads to either.
+    // Puts a folder without a parent into iParent, and replaces the folder that had the name there. Returns false if
+    // the parent lies below the folder, through a link that moved along. Then no path leads to either.
     bool FolderWatch_c::Tree_c::Place(int iFolder, int iParent, std::string const & sName)
     {
         if (IsBelow(iParent, iFolder))
@@ -512,6 +512,7 @@ namespace plat
                 m_dChanges.push_back({ iFolder, pEntry->d_name });
             }
         }
+        m_bLost = m_bLost || Reader.IsBroken();
         return true;
     }
 

@@ -43,7 +43,7 @@ namespace plat
             (Handler.m_pNext ? Handler.m_pNext->m_pPrev : m_pNewest) = Handler.m_pPrev;
         }
 
-        void Before()
+        void RunBefore()
         {
             m_ListLock.Enter();
             for (ForkHandler_c const * p = m_pNewest; p; p = p->m_pPrev)
@@ -57,7 +57,7 @@ namespace plat
             }
         }
 
-        void InParent()
+        void RunInParent()
         {
             for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
             {
@@ -70,7 +70,7 @@ namespace plat
             m_ListLock.Leave();
         }
 
-        void InChild()
+        void RunInChild()
         {
             for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
             {
@@ -102,8 +102,8 @@ namespace plat
             }
         }
 
-        // Enters all locks, pFirst first, and returns null. If another thread holds one, leaves all again and returns
-        // that one.
+        // Waits for pFirst, enters all other locks, and returns null. If another thread holds one of those, leaves all
+        // again and returns that one.
         ForkLock_c const * EnterAll(ForkLock_c const * pFirst) const
         {
             pFirst->m_Lock.Enter();
@@ -145,7 +145,8 @@ namespace plat
         if (!m_bHooked)
         {
             m_bHooked =
-                ::pthread_atfork([] { g_Fork.Before(); }, [] { g_Fork.InParent(); }, [] { g_Fork.InChild(); }) == 0;
+                ::pthread_atfork([] { g_Fork.RunBefore(); }, [] { g_Fork.RunInParent(); }, [] { g_Fork.RunInChild(); })
+                == 0;
         }
     }
 

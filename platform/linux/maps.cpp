@@ -10,7 +10,7 @@ namespace plat
 {
     namespace
     {
-        constexpr int NOTHING = -1;   // no digit, or no byte: after the last one
+        constexpr int NOTHING = -1;   // no digit, or no byte
 
         int DigitOf(int cByte)
         {
@@ -24,7 +24,7 @@ namespace plat
         : m_File(OpenWithReserve([] { return open("/proc/self/maps", O_RDONLY | O_CLOEXEC); }))
     {}
 
-    // Returns the next byte, or NOTHING after the last one.
+    // Returns the next byte, or NOTHING if there is none or it can't be read.
     int Maps_c::Byte()
     {
         if (m_iByte == m_nBytes)

@@ -1,4 +1,6 @@
-// maps.h: the memory of this process, one mapping after another, from the lowest address up. No heap, no lock.
+// maps.h: the memory of this process, one mapping after another, from the lowest address up.
+//
+// The walk uses no heap and no lock.
 #pragma once
 
 #include "platform/linux/descriptor.h"

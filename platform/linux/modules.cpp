@@ -3,6 +3,7 @@
 #include "platform/modules.h"
 
 #include "platform/linux/maps.h"
+#include "platform/linux/reserve.h"
 #include "platform/memory.h"
 
 #include <cstring>
@@ -50,7 +51,7 @@ namespace plat
         }
 
         // Finds the load bias: an address in memory minus the same address in the file. Returns false if no segment of
-        // the file is mapped there.
+        // the file is mapped there, or if the file can't be read.
         bool FindBias(int iFile, Header_t const & Header, Mapping_t const & Mapping, std::uintptr_t & nBias)
         {
             Segment_t Segment;
@@ -116,7 +117,8 @@ namespace plat
         {
             return false;
         }
-        Descriptor_c const File(open(Mapping.szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        Descriptor_c const File(
+            OpenWithReserve([&Mapping] { return open(Mapping.szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
         Header_t Header;
         std::uintptr_t nBias = 0;
         return File.IsOpen() && ReadAt(File.Get(), 0, Header) && IsOurs(Header)

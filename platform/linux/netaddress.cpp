@@ -18,6 +18,8 @@ namespace plat
         constexpr unsigned char GROUP_BIT = 1;   // the address is not that of a single interface
         constexpr unsigned char LOCAL_BIT = 2;   // the address was not assigned by a manufacturer
 
+        constexpr int GLOBAL_RANK = 2;   // lowest rank of an interface with a global address
+
         // Returns the link-layer address of an entry, or null if the entry has no usable one.
         sockaddr_ll const * UsableAddress(ifaddrs const & Entry)
         {
@@ -35,7 +37,7 @@ namespace plat
         // Returns the rank of an interface. Higher is better. Interfaces of equal rank are ordered by their number.
         int Rank(ifaddrs const & Entry, sockaddr_ll const & Link)
         {
-            return ((Link.sll_addr[0] & LOCAL_BIT) == 0 ? 2 : 0) + ((Entry.ifa_flags & IFF_UP) != 0 ? 1 : 0);
+            return ((Link.sll_addr[0] & LOCAL_BIT) == 0 ? GLOBAL_RANK : 0) + ((Entry.ifa_flags & IFF_UP) != 0 ? 1 : 0);
         }
 
         NetAddress_e CopyFromInterfaces(unsigned char (&dAddress)[NET_ADDRESS_SIZE])
@@ -62,7 +64,9 @@ namespace plat
                 std::copy_n(pBest->sll_addr, NET_ADDRESS_SIZE, dAddress);
             }
             freeifaddrs(pEntries);
-            return iBestRank < 0 ? NetAddress_e::Missing : iBestRank < 2 ? NetAddress_e::Local : NetAddress_e::Global;
+            return iBestRank < 0             ? NetAddress_e::Missing
+                   : iBestRank < GLOBAL_RANK ? NetAddress_e::Local
+                                             : NetAddress_e::Global;
         }
     }
 

@@ -27,6 +27,14 @@ namespace plat
     /// Flags that create a file for writing. A name that exists in any form is refused.
     inline constexpr int MAKE_NEW = O_WRONLY | O_CREAT | O_EXCL | UNTRUSTED;
 
+    /// Answer to whether anyone has an open file open for writing.
+    enum class Writers_e
+    {
+        None,
+        Some,
+        Unknown   // the system grants no lease on this file
+    };
+
     /// Returns whether an error means that the file system lacks the call. A network file system without a lock daemon
     /// reports ENOLCK for a lock.
     inline bool IsUnknownCall(int iError)
@@ -46,14 +54,6 @@ namespace plat
     {
         return reinterpret_cast<File_t>(std::intptr_t(iDescriptor) + 1);
     }
-
-    /// Answer to whether anyone has an open file open for writing.
-    enum class Writers_e
-    {
-        None,
-        Some,
-        Unknown   // the system grants no lease on this file
-    };
 
     /// Returns whether anyone has an open file open for writing. Sets a read lease and removes it at once, so that a
     /// writer who opens the file meanwhile waits no longer than that. Requires a descriptor that is open for reading

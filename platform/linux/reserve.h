@@ -12,7 +12,7 @@ namespace plat
     /// Closes the reserve.
     void ReserveDrop();
 
-    /// Sets whether OpenWithReserve may use the reserve. True while a filter runs, and after one that
+    /// Sets whether OpenWithReserve may use the reserve. It may while a filter runs, and after one that
     /// did not deal with its fault.
     void ReserveAllow(bool bAllowed);
 

@@ -10,6 +10,7 @@
 #include "platform/linux/folderreader.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
@@ -34,7 +35,7 @@ namespace plat
                 std::size_t nAlike = 0;   // names at the end that differ from the last one in case only
                 for (char const * szName : dNames)
                 {
-                    bool const bAlike = nAlike > 0 && CompareFolded(At(m_dOffsets.back()), szName) == 0;
+                    bool const bAlike = nAlike > 0 && CompareFolded(NameAt(m_dOffsets.back()), szName) == 0;
                     nAlike = bAlike ? nAlike : 0;
                     if (!IsFolded(szName))
                     {
@@ -58,13 +59,13 @@ namespace plat
             char const * Find(char const * szName)
             {
                 auto itPlace = FirstNotBefore(szName, ComesBefore);
-                if (itPlace == m_dOffsets.end() || std::strcmp(At(*itPlace), szName) != 0)
+                if (itPlace == m_dOffsets.end() || std::strcmp(NameAt(*itPlace), szName) != 0)
                 {
                     itPlace = FirstNotBefore(szName, [](char const * szFirst, char const * szSecond)
                         { return CompareFolded(szFirst, szSecond) < 0; });
                 }
-                bool const bFound = itPlace != m_dOffsets.end() && CompareFolded(At(*itPlace), szName) == 0;
-                return bFound ? At(*itPlace) : nullptr;
+                bool const bFound = itPlace != m_dOffsets.end() && CompareFolded(NameAt(*itPlace), szName) == 0;
+                return bFound ? NameAt(*itPlace) : nullptr;
             }
 
         private:
@@ -73,10 +74,10 @@ namespace plat
             {
                 return std::lower_bound(m_dOffsets.begin(), m_dOffsets.end(), szName,
                     [this, fnBefore](std::uint32_t iName, char const * szOther)
-                    { return fnBefore(At(iName), szOther); });
+                    { return fnBefore(NameAt(iName), szOther); });
             }
 
-            char const * At(std::uint32_t nOffset) const { return m_sText.c_str() + nOffset; }
+            char const * NameAt(std::uint32_t nOffset) const { return m_sText.c_str() + nOffset; }
 
             std::string m_sText;                     // terminated names, one after the other
             std::vector<std::uint32_t> m_dOffsets;   // into m_sText, in the order of listings
@@ -90,7 +91,7 @@ namespace plat
 
         using Record_t = std::unordered_map<std::string, FolderNames_c, KeyHash_c, std::equal_to<>>;
 
-        // The record is created with the first recorded name, so that it can be used before and after the life of
+        // The record is created with the first recorded folder, so that it can be used before and after the life of
         // static objects. A path never waits for the lock, because a crashed thread may hold it. Without the record the
         // folders are read.
         constinit Lock_c g_RecordLock;
@@ -157,7 +158,7 @@ namespace plat
 
         // Returns sorted names without those links whose target is missing and whose names differ from a neighbour in
         // case only.
-        std::vector<char const *> WithoutLinksToNowhere(int iFolder, std::vector<char const *> const & dNames)
+        std::vector<char const *> NamesWithoutLinksToNowhere(int iFolder, std::vector<char const *> const & dNames)
         {
             std::vector<char const *> dKept;
             for (std::size_t i = 0; i < dNames.size(); ++i)
@@ -187,7 +188,7 @@ namespace plat
                 dNames.push_back(sName.c_str());
             }
             std::sort(dNames.begin(), dNames.end(), ComesBefore);
-            FolderNames_c Names(WithoutLinksToNowhere(iFolder, dNames));
+            FolderNames_c Names(NamesWithoutLinksToNowhere(iFolder, dNames));
             RecordUse_c const Use = RecordUse_c::Try();
             if (Use.IsGranted())
             {
@@ -211,6 +212,7 @@ namespace plat
         // folder can't be read to its end.
         bool FindInFolder(int iFolder, char * szName)
         {
+            char szFound[NAME_MAX + 1];
             bool bFound = false, bNowhere = false;
             FolderReader_c Reader(iFolder);
             while (dirent64 const * pEntry = Reader.Next())
@@ -221,15 +223,20 @@ namespace plat
                 }
                 bool const bLink = pEntry->d_type == DT_LNK || pEntry->d_type == DT_UNKNOWN;
                 bool const bEntryNowhere = bLink && LeadsNowhere(iFolder, pEntry->d_name);
-                if (!bFound || (bEntryNowhere == bNowhere ? std::strcmp(pEntry->d_name, szName) < 0 : bNowhere))
+                if (!bFound || (bEntryNowhere == bNowhere ? std::strcmp(pEntry->d_name, szFound) < 0 : bNowhere))
                 {
-                    std::memcpy(szName, pEntry->d_name, std::strlen(szName));
+                    std::strcpy(szFound, pEntry->d_name);
                     bFound = true;
                     bNowhere = bEntryNowhere;
                 }
             }
-            errno = Reader.IsBroken() ? errno : ENOENT;
-            return bFound && !Reader.IsBroken();
+            if (!bFound || Reader.IsBroken())
+            {
+                errno = Reader.IsBroken() ? errno : ENOENT;
+                return false;
+            }
+            std::memcpy(szName, szFound, std::strlen(szName));
+            return true;
         }
     }
 

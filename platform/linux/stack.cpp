@@ -1,5 +1,6 @@
 #include "platform/stack.h"
 
+#include "platform/checker.h"
 #include "platform/compiler.h"
 #include "platform/linux/stackcall.h"
 
@@ -8,21 +9,12 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#ifdef __has_feature
-    #if __has_feature(address_sanitizer)
-        #define STACK_CHECKER_FOLLOWS
-    #endif
-#elif defined(__SANITIZE_ADDRESS__)
-    #define STACK_CHECKER_FOLLOWS
-#endif
-
-#ifdef STACK_CHECKER_FOLLOWS
-    #include <sanitizer/asan_interface.h>
+#if ZQ_ADDRESS_CHECKER
     #include <sanitizer/common_interface_defs.h>
 #endif
 
 // Calls fnCall(pArgument) on the stack that ends at pEnd. The frame pointer leads back, so that debuggers and
-// exceptions find the caller. Calls and returns stay paired, as a processor with a shadow stack demands.
+// walks of the stack find the caller. Calls and returns stay paired, as a processor with a shadow stack demands.
 extern "C" __attribute__((visibility("hidden"))) void ZqStackCall(
     void * pEnd, void (*fnCall)(void * pArgument), void * pArgument);
 
@@ -81,7 +73,7 @@ namespace plat
         // Reports to the address checker that the thread is about to run on another stack.
         void ReportLeaving(void ** ppFrames, void const * pStack, std::size_t nBytes)
         {
-#ifdef STACK_CHECKER_FOLLOWS
+#if ZQ_ADDRESS_CHECKER
             __sanitizer_start_switch_fiber(ppFrames, pStack, nBytes);
 #else
             static_cast<void>(ppFrames);
@@ -93,23 +85,12 @@ namespace plat
         // Reports to the address checker that the thread runs on that stack.
         void ReportArrival(void * pFrames, void const ** ppFrom, std::size_t * pFromBytes)
         {
-#ifdef STACK_CHECKER_FOLLOWS
+#if ZQ_ADDRESS_CHECKER
             __sanitizer_finish_switch_fiber(pFrames, ppFrom, pFromBytes);
 #else
             static_cast<void>(pFrames);
             static_cast<void>(ppFrom);
             static_cast<void>(pFromBytes);
-#endif
-        }
-
-        // Clears the checker's marks of frames on a stack that is left.
-        void ClearCheckerMarks(void const * pStack, std::size_t nBytes)
-        {
-#ifdef STACK_CHECKER_FOLLOWS
-            __asan_unpoison_memory_region(pStack, nBytes);
-#else
-            static_cast<void>(pStack);
-            static_cast<void>(nBytes);
 #endif
         }
 
@@ -162,7 +143,7 @@ namespace plat
         ReportLeaving(&pFrames, pStack, nBytes);
         ZqStackCall(static_cast<char *>(pStack) + nBytes, Run, &Call);
         ReportArrival(pFrames, nullptr, nullptr);
-        ClearCheckerMarks(pStack, nBytes);
+        CheckerAllow(pStack, nBytes);   // its frames have marks
         t_pLow = pPreviousLow;
         if (Call.Thrown)
         {

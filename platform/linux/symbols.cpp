@@ -127,7 +127,7 @@ namespace plat
             long const hMaps = ::syscall(SYS_fcntl, Launch.hMaps, F_DUPFD, ABOVE_ALL);
             ::syscall(SYS_dup3, hSocket, SYMBOL_SOCKET, 0);
             ::syscall(SYS_dup3, hMaps, SYMBOL_MAPS, 0);
-            ::syscall(SYS_close_range, SYMBOL_MAPS + 1, ~0u, 0);
+            ::syscall(SYS_close_range, ABOVE_ALL, ~0u, 0);
             char const * const dArguments[] = { g_szHelper, nullptr };
             ::syscall(SYS_execve, g_szHelper, dArguments, dArguments + 1);
             ::syscall(SYS_exit_group, 127);

@@ -10,12 +10,12 @@ namespace
     constexpr std::size_t MAX_SHARED = 7;   // the most units at either end
     constexpr std::size_t HISTORY = 4;
 
-    std::string Word(std::size_t n)
+    std::string Word(std::size_t nWord)
     {
         std::string sWord;
         for (int i = 0; i != 4; ++i)
         {
-            sWord += static_cast<char>(n >> 8 * i);
+            sWord += static_cast<char>(nWord >> 8 * i);
         }
         return sWord;
     }
@@ -143,9 +143,10 @@ std::vector<Starts_t> RowStarts(std::vector<Group_t> const & dGroups)
         Starts_t & Starts = dStarts.emplace_back(Starts_t{});
         for (Row_t const & Row : Group.dRows)
         {
-            for (unsigned c = 0; c != 256; ++c)
+            for (unsigned cCode = 0; cCode != Starts.size(); ++cCode)
             {
-                Starts[c] = static_cast<std::uint16_t>(Starts[c] == 0 && CanMatch(Row, c) ? nOffset : Starts[c]);
+                bool const bFirst = Starts[cCode] == 0 && CanMatch(Row, cCode);
+                Starts[cCode] = bFirst ? static_cast<std::uint16_t>(nOffset) : Starts[cCode];
             }
             nOffset += 2 + Row.sPattern.size() + Row.sFormat.size();
         }

@@ -6,16 +6,16 @@
 #include <array>
 #include <cstdint>
 
+/// Starts of the rows of one group in the expanded form: for each code byte the offset of the first row that the byte
+/// can match, or of the group's end.
+using Starts_t = std::array<std::uint16_t, 256>;
+
 /// Returns the compact form. A string shares up to 7 units at either end with one of the four before it of its kind:
 /// with the one that saves the most bytes.
 std::string CompactForm(std::vector<Group_t> const & dGroups);
 
 /// Returns the expanded form, made from the rows without the compact form.
 std::string ExpandedForm(std::vector<Group_t> const & dGroups);
-
-/// Starts of the rows of one group in the expanded form: for each code byte the offset of the first row that the byte
-/// can match, or of the group's end.
-using Starts_t = std::array<std::uint16_t, 256>;
 
 /// Returns the starts of each slot. Those of small groups are all 0, which means that none are needed.
 /// Requires at least one group. Throws RowError_c if the expanded form has more than 65,535 bytes.

@@ -140,13 +140,13 @@ namespace
         { "sae", OPCODE_PRINT_SAE },
     };
 
-    std::string Trimmed(std::string const & s)
+    std::string Trimmed(std::string const & sText)
     {
-        std::size_t const iFirst = s.find_first_not_of(' ');
-        return iFirst == std::string::npos ? "" : s.substr(iFirst, s.find_last_not_of(' ') - iFirst + 1);
+        std::size_t const iFirst = sText.find_first_not_of(' ');
+        return iFirst == std::string::npos ? "" : sText.substr(iFirst, sText.find_last_not_of(' ') - iFirst + 1);
     }
 
-    // Translator of the rows of one mode. Knows the names of the groups.
+    // Translator of the rows of one mode. It knows the names of the groups.
     class Translator_c
     {
     public:
@@ -165,7 +165,9 @@ namespace
                 AddItem(Row.sPattern, sWord);
             }
             AddFormat(Row.sFormat, Line.sFormat);
-            if (Row.sPattern.empty() || Row.sFormat.empty() || Row.sPattern.size() > 255 || Row.sFormat.size() > 255)
+            constexpr std::size_t MAX_SIZE = 255;   // bytes that a length byte can count
+            bool const bEmpty = Row.sPattern.empty() || Row.sFormat.empty();
+            if (bEmpty || Row.sPattern.size() > MAX_SIZE || Row.sFormat.size() > MAX_SIZE)
             {
                 Fail("a row needs a pattern and a format of at most 255 bytes");
             }

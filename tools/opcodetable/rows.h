@@ -26,6 +26,9 @@ class RowError_c : public std::runtime_error
     using std::runtime_error::runtime_error;
 };
 
-/// Returns the table of one mode ("32" or "64"): the groups of the files in their order. Throws RowError_c if a file
-/// can't be opened, if a line is wrong, or if there are no groups or more than OPCODE_MAX_GROUPS.
+/// Returns the table of one mode ("32" or "64"): the groups of the files in their order. Throws RowError_c in these
+/// cases:
+/// - A file can't be opened.
+/// - A line is wrong.
+/// - There are no groups, or more than OPCODE_MAX_GROUPS.
 std::vector<Group_t> ReadGroups(std::vector<std::string> const & dFiles, std::string const & sMode);

@@ -12,11 +12,6 @@ namespace zqsymbols
     class BuildIds_c
     {
     public:
-        /// Adds the ELF files with a build-id in a folder, at any depth. If several share one, the first with the most
-        /// information counts. Skips other files, and links to folders. If it can't read sFolder or a folder below, it
-        /// ends and calls fnFault with a text that names sFolder and the reason.
-        void AddFolder(std::string const & sFolder, std::function<void(std::string const &)> const & fnFault);
-
         /// A file of the table.
         struct Found_t
         {
@@ -24,7 +19,12 @@ namespace zqsymbols
             std::uint64_t nBytes;   // of the module in memory, from its first page on; 0 if it has no part to load
         };
 
-        /// Returns the file of a build-id in lower-case hexadecimal, or null. Valid until the next addition.
+        /// Adds the ELF files with a build-id in a folder, at any depth. If several share one, the first with the most
+        /// information counts. Skips other files, and links to folders. If it can't read sFolder or a folder below, it
+        /// ends and calls fnFault with a text that names sFolder and the reason.
+        void AddFolder(std::string const & sFolder, std::function<void(std::string const &)> const & fnFault);
+
+        /// Returns the file of a build-id in lower-case hexadecimal, or null. It is valid until the next addition.
         Found_t const * Find(std::string const & sBuildId) const;
 
     private:

@@ -140,13 +140,14 @@ namespace zqsymbols
 
     // The innermost inlined call comes first. Its line is the frame's. The line of each outer one is that of the next
     // inner call.
-    std::string FrameLines_c::Of(Frame_t const & Frame, std::size_t & nNumber, bool bWhole)
+    std::string FrameLines_c::LinesOf(Frame_t const & Frame, std::size_t & nNumber, bool bWhole)
     {
         std::uint64_t const nInside = Frame.GetInside();
         std::optional<Unit_t> Unit = m_Process.UnitAt(nInside);
         std::vector<Dwarf_Die> dScopes = Unit ? m_Process.ScopesAt(*Unit, nInside) : std::vector<Dwarf_Die>();
         std::vector<InlinedCall_t> const dCalls = Unit ? InlinedCalls(*Unit, dScopes) : std::vector<InlinedCall_t>();
-        std::vector<Variable_t> const dVariables = bWhole ? m_Variables.Of(Frame, m_Types) : std::vector<Variable_t>();
+        std::vector<Variable_t> const dVariables =
+            bWhole ? m_Variables.VariablesOf(Frame, m_Types) : std::vector<Variable_t>();
         std::optional<Line_t> Line = LineAt(m_Process, nInside);
         std::optional<Function_t> const Function = FunctionAt(m_Process, nInside);
         std::string const sPlace = " " + Address(Frame.nAddress) + " " + ModulePlace(m_Process, Frame.nAddress) + " ";
@@ -208,6 +209,6 @@ namespace zqsymbols
     {
         std::string sText = m_iFrame == NEAR ? Skip() : "";
         Frame_t const * const pFrame = m_Frames.Get(m_iFrame++);
-        return pFrame == nullptr ? sText : sText + m_Lines.Of(*pFrame, m_nNumber, true);
+        return pFrame == nullptr ? sText : sText + m_Lines.LinesOf(*pFrame, m_nNumber, true);
     }
 }

@@ -9,7 +9,7 @@
 
 namespace zqsymbols
 {
-    /// Writer of the lines of frames. Reads each source file once.
+    /// Writer of the lines of frames. It reads each source file once.
     class FrameLines_c
     {
     public:
@@ -27,7 +27,7 @@ namespace zqsymbols
         /// Returns the lines of a frame and of the inlined calls in it. Numbers the calls and the frame from nNumber
         /// on, and moves nNumber after the last one. Without bWhole the lines have neither texts of sources nor
         /// variables.
-        std::string Of(Frame_t const & Frame, std::size_t & nNumber, bool bWhole);
+        std::string LinesOf(Frame_t const & Frame, std::size_t & nNumber, bool bWhole);
 
     private:
         std::string Variable(Variable_t const & Variable);
@@ -51,9 +51,9 @@ namespace zqsymbols
             , m_Frames(Frames)
         {}
 
-        /// Returns the lines of the next frame; empty at the end. Of a stack with more than NEAR + FAR frames, returns
-        /// the first NEAR, a line that reports what is left out, and the last FAR. If it does not reach the far end in
-        /// 10 seconds or FRAMES_MAX frames, reports that instead of the last FAR.
+        /// Returns the lines of the next frame, or an empty text at the end. Of a stack with more than NEAR + FAR
+        /// frames, returns the first NEAR, a line that reports what is left out, and the last FAR. If it does not reach
+        /// the far end in 10 seconds or FRAMES_MAX frames, reports that instead of the last FAR.
         std::string Next();
 
     private:

@@ -71,7 +71,7 @@ namespace zqsymbols
                 return nValue;
             }
 
-            std::int64_t Signed(std::uint64_t nValue) const
+            std::int64_t ToSigned(std::uint64_t nValue) const
             {
                 return m_Process.GetWord() == 8 ? static_cast<std::int64_t>(nValue)
                                                 : static_cast<std::int32_t>(static_cast<std::uint32_t>(nValue));
@@ -79,9 +79,10 @@ namespace zqsymbols
 
             std::optional<std::uint64_t> Register(std::uint64_t iRegister) const
             {
-                auto const i = static_cast<unsigned>(std::min<std::uint64_t>(iRegister, REGISTERS));
-                return m_Surroundings.Registers.IsKnown(i) ? std::optional(m_Surroundings.Registers.dValues[i])
-                                                           : std::nullopt;
+                auto const iBounded = static_cast<unsigned>(std::min<std::uint64_t>(iRegister, REGISTERS));
+                return m_Surroundings.Registers.IsKnown(iBounded)
+                           ? std::optional(m_Surroundings.Registers.dValues[iBounded])
+                           : std::nullopt;
             }
 
             // Adds the first bytes of what the expression has found so far, and starts the next piece. Returns false if
@@ -115,7 +116,9 @@ namespace zqsymbols
             }
 
             // Pushes a number, converted to the integer type that the operation names, or as it is if bGeneric. Fails
-            // without a number, for any other type, and for one with more bytes than an address.
+            // in these cases:
+            // - There is no number.
+            // - The type is not an integer, or has more bytes than an address.
             void PutConverted(Dwarf_Op const & Operation, bool bGeneric, std::optional<std::uint64_t> nNumber)
             {
                 Dwarf_Die Type;
@@ -137,7 +140,7 @@ namespace zqsymbols
             }
 
             // Returns a number from the table of addresses, with the bias added if the operation means an address.
-            std::optional<std::uint64_t> Indexed(Dwarf_Op const & Operation) const
+            std::optional<std::uint64_t> NumberInTable(Dwarf_Op const & Operation) const
             {
                 Dwarf_Attribute Attribute;
                 Dwarf_Addr nNumber = 0;
@@ -149,7 +152,7 @@ namespace zqsymbols
             }
 
             // Returns what a register held when the function was called.
-            std::optional<std::uint64_t> AtEntry(Dwarf_Op const & Operation) const
+            std::optional<std::uint64_t> ValueAtEntry(Dwarf_Op const & Operation) const
             {
                 Dwarf_Attribute Attribute;
                 Dwarf_Op * pInner = nullptr;
@@ -212,11 +215,11 @@ namespace zqsymbols
                 case DW_OP_constx:
                 case DW_OP_GNU_addr_index:
                 case DW_OP_GNU_const_index:
-                    PutIfKnown(Indexed(Operation));
+                    PutIfKnown(NumberInTable(Operation));
                     return true;
                 case DW_OP_entry_value:
                 case DW_OP_GNU_entry_value:
-                    PutIfKnown(AtEntry(Operation));
+                    PutIfKnown(ValueAtEntry(Operation));
                     return true;
                 default:
                     return false;
@@ -259,7 +262,7 @@ namespace zqsymbols
                 case DW_OP_abs:
                 {
                     std::uint64_t const nValue = Take();
-                    Put(Signed(nValue) < 0 ? 0 - nValue : nValue);
+                    Put(ToSigned(nValue) < 0 ? 0 - nValue : nValue);
                     return true;
                 }
                 default:
@@ -305,8 +308,8 @@ namespace zqsymbols
                 std::uint64_t const nSecond = Take();
                 std::uint64_t const nFirst = Take();
                 std::uint64_t const nBits = m_Process.GetWord() * 8;
-                std::int64_t const nSignedSecond = Signed(nSecond);
-                std::int64_t const nSignedFirst = Signed(nFirst);
+                std::int64_t const nSignedSecond = ToSigned(nSecond);
+                std::int64_t const nSignedFirst = ToSigned(nFirst);
                 bool const bShifts = nSecond < nBits;
                 bool const bBySign =
                     nCode == DW_OP_div || nCode == DW_OP_mod || (nCode >= DW_OP_ge && nCode <= DW_OP_lt);

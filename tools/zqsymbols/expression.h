@@ -51,8 +51,12 @@ namespace zqsymbols
     /// Runs an expression (DWARF 5, sections 2.5 and 2.6) and returns the place that it computes. Returns PLACE_UNKNOWN
     /// in these cases:
     /// - It is empty or damaged, or has an unknown operation.
-    /// - It needs a register or memory that is unknown.
+    /// - It needs a register, memory or another value that is unknown.
     /// - It has not ended after some 10,000 operations.
+    /// - It divides by 0 or -1.
+    /// - It divides or orders numbers after it pushed an unsigned one with as many bytes as an address.
+    /// - It uses a type that is not an integer, or one with more bytes than an address.
     /// - A value in pieces, or one that is in the expression, has more than 64 bytes.
+    /// - A piece has more bytes than are known of its value.
     Place_t Evaluate(Process_c & Process, Surroundings_t const & Surroundings, std::span<Dwarf_Op const> dOperations);
 }

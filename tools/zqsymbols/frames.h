@@ -20,7 +20,7 @@ namespace zqsymbols
         std::uint64_t GetInside() const { return nAddress - (bCall ? 1 : 0); }
     };
 
-    /// The frames of one thread, each unwound when it is first asked for.
+    /// The frames of one thread, each unwound when it or its callee is first asked for.
     class Frames_c
     {
     public:
@@ -32,8 +32,8 @@ namespace zqsymbols
             , m_Start(Start)
         {}
 
-        /// Returns a frame by number; 0 is the innermost. Null after the end, and from FRAMES_MAX on. Valid as long as
-        /// the object.
+        /// Returns a frame by number; 0 is the innermost. Returns null after the end, and from FRAMES_MAX on. The frame
+        /// is valid as long as the object.
         Frame_t const * Get(std::size_t iFrame);
 
     private:

@@ -3,6 +3,7 @@
 #include "platform/linux/descriptor.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -33,7 +34,7 @@ namespace zqsymbols
             std::uint64_t nSymbolRanges;
         };
         static_assert(sizeof(Head_t) == 120 && sizeof(IndexRange_t) == 16);
-        constexpr std::size_t SUMMED_FROM = 16;
+        constexpr std::size_t SUMMED_FROM = offsetof(Head_t, dBuildId);
 
         // Returns a checksum by words, because a file has some megabytes. Ignores an incomplete last word, which only a
         // damaged file has.

@@ -3,10 +3,12 @@
 // A file is private to its user. Load does not trust it. ModuleIndex_c builds an index again if its file is damaged or
 // made of other files than the module's. docs/formats.md has the layout of the file.
 //
-// Failure: costs only time. There is no file in these cases:
+// Failure: it costs only time. There is no file in these cases:
 // - the user has no home folder, or the module no build-id.
-// - the disk has no room for it or is read-only, or it would have more than 32 MiB.
-// - another user owns the folder or may write to it, or it is a symbolic link.
+// - the disk has no room for it or is read-only.
+// - it would have more than 32 MiB.
+// - another user owns the folder or may write to it.
+// - the folder is a symbolic link.
 #pragma once
 
 #include "tools/zqsymbols/moduleindex.h"
@@ -33,12 +35,6 @@ namespace zqsymbols
         std::vector<IndexRange_t> dSymbols;   // likewise
     };
 
-    /// Returns the bytes of an index file.
-    std::string FormatIndex(IndexKey_t const & Key, IndexParts_t const & Parts);
-
-    /// Returns what a file has, or nothing if it is damaged, of another key or larger than 32 MiB.
-    std::optional<IndexParts_t> ParseIndex(std::string_view sFile, IndexKey_t const & Key);
-
     /// Folder of the index files, one for each build-id.
     class IndexFolder_c
     {
@@ -49,8 +45,11 @@ namespace zqsymbols
             : m_sFolder(std::move(sFolder))
         {}
 
-        /// Reads the file of a key and sets its time, by which Save knows unused files. Returns nothing if there is
-        /// none that ParseIndex accepts, or if another user owns it or may write to it.
+        /// Reads the file of a key and sets its time, by which Save knows unused files. Returns nothing, and does not
+        /// set the time, in these cases:
+        /// - There is no such file in a folder that may be used.
+        /// - Another user owns the file or may write to it.
+        /// - ParseIndex does not accept it.
         std::optional<IndexParts_t> Load(IndexKey_t const & Key) const;
 
         /// Writes a file that replaces a previous one as a whole. Makes the folder and the one that it is in if they
@@ -62,7 +61,16 @@ namespace zqsymbols
         std::string m_sFolder;
     };
 
+    /// Returns the bytes of an index file.
+    std::string FormatIndex(IndexKey_t const & Key, IndexParts_t const & Parts);
+
+    /// Returns what a file has. Returns nothing in these cases:
+    /// - It is damaged.
+    /// - It is of another key.
+    /// - It is larger than 32 MiB.
+    std::optional<IndexParts_t> ParseIndex(std::string_view sFile, IndexKey_t const & Key);
+
     /// Returns the folder for the indices in the home folder that the system's table of users has. Reads no environment
-    /// variable. Empty if that table has no absolute path for the user.
+    /// variable. Returns an empty text if that table has no absolute path for the user.
     std::string IndexFolderOfUser();
 }

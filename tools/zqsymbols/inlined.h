@@ -11,7 +11,7 @@ namespace zqsymbols
     struct InlinedCall_t
     {
         std::string sFunction;         // the callee
-        std::optional<Line_t> Place;   // of the call
+        std::optional<Line_t> Place;   // of the call; nothing if unknown
         std::size_t iScope;            // index of the callee's scope
     };
 

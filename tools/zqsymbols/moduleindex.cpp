@@ -12,7 +12,7 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr std::uint64_t RANGE_MAX = std::numeric_limits<std::uint32_t>::max();
+        constexpr std::uint32_t RANGE_MAX = std::numeric_limits<std::uint32_t>::max();
 
         // A module with a build-id and as much of either has an index file, because that is faster to read than the
         // index to build.
@@ -42,7 +42,7 @@ namespace zqsymbols
             }
 
             // Adds a range of a unit, or extends the last one if that belongs to the same unit and ends less than
-            // GAP_MAX bytes before. Skips an empty range.
+            // GAP_MAX bytes before. Skips an empty range that does not extend it.
             void AddUnit(std::uint64_t nFrom, std::uint64_t nTo, std::uint64_t nUnit)
             {
                 std::uint64_t const nLastEnd =
@@ -108,8 +108,8 @@ namespace zqsymbols
                 Dwarf_Addr nFrom = 0;
                 Dwarf_Addr nTo = 0;
                 bool const bCode = nType == DW_UT_compile || nType == DW_UT_skeleton;
-                for (std::ptrdiff_t n = bCode ? dwarf_ranges(&Die, 0, &nBase, &nFrom, &nTo) : 0; n > 0;
-                     n = dwarf_ranges(&Die, n, &nBase, &nFrom, &nTo))
+                for (std::ptrdiff_t nNext = bCode ? dwarf_ranges(&Die, 0, &nBase, &nFrom, &nTo) : 0; nNext > 0;
+                     nNext = dwarf_ranges(&Die, nNext, &nBase, &nFrom, &nTo))
                 {
                     if (Code.Holds(nFrom))
                     {
@@ -180,7 +180,7 @@ namespace zqsymbols
                 }
                 if (nSizedEnd <= Label.nStart)
                 {
-                    std::uint32_t const nNext = iSized < dSized.size() ? dSized[iSized].nStart : 0xFFFFFFFF;
+                    std::uint32_t const nNext = iSized < dSized.size() ? dSized[iSized].nStart : RANGE_MAX;
                     Label.nBytes = std::min(Label.nBytes, nNext - Label.nStart);
                     dAdded.push_back(Label);
                 }
@@ -227,7 +227,7 @@ namespace zqsymbols
     std::size_t RangeIndex_c::CountUpTo(std::uint64_t nAddress) const
     {
         auto const itAfter = std::upper_bound(m_dRanges.begin(), m_dRanges.end(), nAddress,
-            [](std::uint64_t n, IndexRange_t const & Range) { return n < Range.nStart; });
+            [](std::uint64_t nSought, IndexRange_t const & Range) { return nSought < Range.nStart; });
         return static_cast<std::size_t>(itAfter - m_dRanges.begin());
     }
 
@@ -278,7 +278,7 @@ namespace zqsymbols
             dUnits.push_back(nUnit);
             return false;
         };
-        m_Units.At(nAddress - m_nStart, Add);
+        m_Units.FindAt(nAddress - m_nStart, Add);
         return dUnits;
     }
 
@@ -290,7 +290,7 @@ namespace zqsymbols
             iSymbol = SymbolOf(nRank);
             return true;
         };
-        m_Symbols.At(nAddress - m_nStart, Set);
+        m_Symbols.FindAt(nAddress - m_nStart, Set);
         return iSymbol;
     }
 }

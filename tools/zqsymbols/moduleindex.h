@@ -21,14 +21,6 @@ namespace zqsymbols
         std::uint64_t nValue;
     };
 
-    /// Returns whether Left precedes Right: by their starts, then the longer one first, then by their values.
-    inline bool IsBefore(IndexRange_t const & Left, IndexRange_t const & Right)
-    {
-        return Left.nStart != Right.nStart   ? Left.nStart < Right.nStart
-               : Left.nBytes != Right.nBytes ? Left.nBytes > Right.nBytes
-                                             : Left.nValue < Right.nValue;
-    }
-
     /// Ranges that may overlap.
     class RangeIndex_c
     {
@@ -41,7 +33,7 @@ namespace zqsymbols
         /// Calls fnFound with the value of each range that holds an address, the one with the nearest start first,
         /// until it returns true. The address counts from the module's start.
         template <typename FOUND>
-        void At(std::uint64_t nAddress, FOUND const & fnFound) const
+        void FindAt(std::uint64_t nAddress, FOUND const & fnFound) const
         {
             for (std::size_t i = CountUpTo(nAddress); i-- > 0 && m_dEnds[i] > nAddress;)
             {
@@ -62,13 +54,13 @@ namespace zqsymbols
 
     class IndexFolder_c;
 
-    /// Index of one module. Empty before Build.
+    /// Index of one module. It is empty before Build.
     class ModuleIndex_c
     {
     public:
         /// Builds the index from the module's files, or for a big module reads it from its index file in a folder.
-        /// Writes that file if it is missing or not usable. A module is big if it has a build-id, and 64 MiB of debug
-        /// information or 100,000 symbols.
+        /// Writes that file if it is missing or not usable. A module is big if it has a build-id, and at least 64
+        /// MiB in its section .debug_info as stored, or 100,000 symbols.
         void Build(Dwfl_Module * pModule, IndexFolder_c const & Folder);
 
         /// Returns the offsets of the units that claim an address, the one whose range has the nearest start first.
@@ -82,6 +74,14 @@ namespace zqsymbols
         RangeIndex_c m_Units;
         RangeIndex_c m_Symbols;
     };
+
+    /// Returns whether Left precedes Right: by their starts, then the longer one first, then by their values.
+    inline bool IsBefore(IndexRange_t const & Left, IndexRange_t const & Right)
+    {
+        return Left.nStart != Right.nStart   ? Left.nStart < Right.nStart
+               : Left.nBytes != Right.nBytes ? Left.nBytes > Right.nBytes
+                                             : Left.nValue < Right.nValue;
+    }
 
     /// Returns a module's build-id in lower-case hexadecimal, empty if it has none. Opens its file.
     std::string BuildIdOf(Dwfl_Module * pModule);

@@ -64,7 +64,7 @@ namespace zqsymbols
         std::optional<Unit_t> UnitAt(std::uint64_t nAddress);
 
         /// Returns the function of a unit that holds an address, and its blocks and inlined calls that hold it,
-        /// outermost first. Empty if the unit has none there.
+        /// outermost first. The result is empty if the unit has none there.
         std::vector<Dwarf_Die> ScopesAt(Unit_t & Unit, std::uint64_t nAddress);
 
         /// Returns the innermost symbol that holds an address, or nothing if none does.

@@ -39,7 +39,7 @@ namespace zqsymbols
         }
 
         // Returns the DIE that an attribute refers to, with a null address if there is none.
-        Dwarf_Die Referred(Dwarf_Die * pDie, unsigned nAttribute)
+        Dwarf_Die TargetOf(Dwarf_Die * pDie, unsigned nAttribute)
         {
             Dwarf_Attribute Attribute;
             Dwarf_Die Die{};
@@ -51,7 +51,7 @@ namespace zqsymbols
         {
             for (unsigned const nAttribute : { DW_AT_abstract_origin, DW_AT_specification })
             {
-                Dwarf_Die const Next = Referred(&Die, nAttribute);
+                Dwarf_Die const Next = TargetOf(&Die, nAttribute);
                 Die = Next.addr != nullptr ? Next : Die;
             }
             return Die;
@@ -78,7 +78,7 @@ namespace zqsymbols
         {
             for (unsigned const nAttribute : { DW_AT_call_origin, DW_AT_abstract_origin })
             {
-                Dwarf_Die Target = Referred(pCall, nAttribute);
+                Dwarf_Die Target = TargetOf(pCall, nAttribute);
                 if (Target.addr != nullptr)
                 {
                     char const * const szTarget = LinkerName(&Target);

@@ -21,7 +21,8 @@ namespace zqsymbols
         Process_c & Process, Surroundings_t Surroundings, Dwarf_Die * pDie, unsigned nAttribute, Dwarf_Addr nAddress);
 
     /// Returns what a register held when the function of the surroundings' frame was called, or nothing if the caller's
-    /// debug information does not say it. Requires that the surroundings have a frame.
+    /// debug information does not say it or needs the values of more than 32 callers. Requires that the surroundings
+    /// have a frame.
     std::optional<std::uint64_t> EntryValue(
         Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister);
 }

@@ -33,6 +33,7 @@ namespace zqsymbols
         };
 
         constexpr std::uint64_t TEXT_MAX = 1u << 20;   // a longer text is damage
+        constexpr char EMPTY_TEXT[] = "(empty)";
 
         std::optional<std::string> ShowText(
             Values_c & Values, std::optional<std::uint64_t> nAddress, std::optional<std::uint64_t> nLength)
@@ -89,7 +90,7 @@ namespace zqsymbols
                 return std::nullopt;
             }
             std::string const sAddress = Values.Show(Pointer);
-            return Target->nAddress == 0 ? "(empty)" : sAddress + " { " + Values.Show(*Target, nDepth - 1) + " }";
+            return Target->nAddress == 0 ? EMPTY_TEXT : sAddress + " { " + Values.Show(*Target, nDepth - 1) + " }";
         }
 
         std::optional<std::string> ShowByWords(Values_c & Values, Value_t const & Value, bool bShort)
@@ -134,7 +135,7 @@ namespace zqsymbols
             case PRINT_OPTIONAL:
             {
                 std::optional<std::uint64_t> const Engaged = Values.NumberAt(*First, 0, 1);
-                return !Engaged ? "(unreadable)" : *Engaged == 0 ? "(empty)" : Values.Show(*Second, nDepth);
+                return !Engaged ? "(unreadable)" : *Engaged == 0 ? EMPTY_TEXT : Values.Show(*Second, nDepth);
             }
             case PRINT_POINTER:
                 return ShowPointer(Values, *First, nDepth);

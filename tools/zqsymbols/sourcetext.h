@@ -11,8 +11,8 @@ namespace zqsymbols
     class SourceText_c
     {
     public:
-        /// Returns a line, counted from 1, without its end. Null if the file can't be read or has no such line. Reads
-        /// only regular files of at most 16 MiB. Valid as long as the object.
+        /// Returns a line, counted from 1, without its end. Returns null if the file can't be read or has no such line.
+        /// Reads only regular files of at most 16 MiB. The line is valid as long as the object.
         std::string const * GetLine(std::string const & sFile, unsigned iLine);
 
     private:

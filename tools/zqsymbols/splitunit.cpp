@@ -86,7 +86,7 @@ namespace zqsymbols
             return sBody;
         }
 
-        // Returns a section's content, uncompressed. Empty if there is none or it is damaged.
+        // Returns a section's content, uncompressed. Returns an empty text if there is none or it is damaged.
         std::string_view SectionOf(Elf * pElf, char const * szSection)
         {
             std::optional<Section_t> const Section = FindSection(pElf, szSection);
@@ -108,12 +108,16 @@ namespace zqsymbols
         // 7.26 and 7.27).
         constexpr std::uint64_t HEAD_5 = 8;
 
+        constexpr char INFO[] = ".debug_info.dwo";
+        constexpr char TYPES[] = ".debug_types.dwo";
+        constexpr char OFFSETS[] = ".debug_str_offsets.dwo";
+
         // The kinds of a package's sections, by their numbers in its index of version 2 (the extension of GNU before
-        // version 5) and of version 5 (DWARF 5, section 7.3.5). Empty for those that are not used.
-        constexpr std::array<char const *, 9> KINDS_2 = { "", ".debug_info.dwo", ".debug_types.dwo",
-            ".debug_abbrev.dwo", ".debug_line.dwo", ".debug_loc.dwo", ".debug_str_offsets.dwo", "", "" };
-        constexpr std::array<char const *, 9> KINDS_5 = { "", ".debug_info.dwo", "", ".debug_abbrev.dwo",
-            ".debug_line.dwo", ".debug_loclists.dwo", ".debug_str_offsets.dwo", "", ".debug_rnglists.dwo" };
+        // version 5) and of version 5 (DWARF 5, section 7.3.5). Those that are not used are empty texts.
+        constexpr std::array<char const *, 9> KINDS_2 = { "", INFO, TYPES, ".debug_abbrev.dwo", ".debug_line.dwo",
+            ".debug_loc.dwo", OFFSETS, "", "" };
+        constexpr std::array<char const *, 9> KINDS_5 = { "", INFO, "", ".debug_abbrev.dwo", ".debug_line.dwo",
+            ".debug_loclists.dwo", OFFSETS, "", ".debug_rnglists.dwo" };
 
         // A package's index of units: a table of identifiers, then for each unit its parts of the sections.
         class PackageIndex_c
@@ -131,7 +135,7 @@ namespace zqsymbols
 
             // Calls fnRow with the identifier and the parts of each unit, until it returns true.
             template <typename ROW>
-            void Each(ROW const & fnRow) const
+            void Visit(ROW const & fnRow) const
             {
                 std::uint64_t const nRows = HEAD + m_nSlots * 8;
                 for (std::uint64_t i = 0; i < m_nSlots && nRows <= m_sIndex.size(); ++i)
@@ -372,10 +376,10 @@ namespace zqsymbols
 
     int SplitUnits_c::Image_c::Extract(std::uint64_t iUnit) const
     {
-        constexpr char OFFSETS[] = ".debug_str_offsets.dwo";
+        constexpr char STRINGS[] = ".debug_str.dwo";
         PackageIndex_c::Parts_t dParts;
         std::string_view const sIndex = SectionOf(m_pElf, ".debug_cu_index");
-        PackageIndex_c(sIndex).Each(
+        PackageIndex_c(sIndex).Visit(
             [&](std::uint64_t iFound, PackageIndex_c::Parts_t const & dOf)
             {
                 dParts = iFound == iUnit ? dOf : dParts;
@@ -400,12 +404,12 @@ namespace zqsymbols
         }
         // The types that came from the same file have its abbreviations and its strings.
         PackageIndex_c(SectionOf(m_pElf, ".debug_tu_index"))
-            .Each(
+            .Visit(
                 [&](std::uint64_t, PackageIndex_c::Parts_t const & dOf)
                 {
                     for (auto const & [sKind, Part] : dOf)
                     {
-                        bool const bUnits = sKind == ".debug_info.dwo" || sKind == ".debug_types.dwo";
+                        bool const bUnits = sKind == INFO || sKind == TYPES;
                         auto const itStrings = dOf.find(OFFSETS);
                         if (bUnits && itStrings != dOf.end() && itStrings->second == dParts[OFFSETS])
                         {
@@ -415,7 +419,7 @@ namespace zqsymbols
                     return false;
                 });
         bool const bVersion5 = Take<std::uint16_t>(sIndex, 0) == 5;
-        CompactStrings(SectionOf(m_pElf, ".debug_str.dwo"), bVersion5, dContents[OFFSETS], dContents[".debug_str.dwo"]);
+        CompactStrings(SectionOf(m_pElf, STRINGS), bVersion5, dContents[OFFSETS], dContents[STRINGS]);
         std::string const sFile = ElfOf(Sections_t(dContents.begin(), dContents.end()));
         int const hFile = memfd_create("dwo", MFD_CLOEXEC);
         if (hFile >= 0 && write(hFile, sFile.data(), sFile.size()) != static_cast<ssize_t>(sFile.size()))

@@ -52,8 +52,8 @@ namespace zqsymbols
             std::uint64_t nThreadPointer = 0;
         };
 
-        // Waits until a traced thread has stopped. Returns the signal that it was about to receive, 0 for none, or -1
-        // if it did not stop.
+        // Waits until a traced thread has stopped, at most STOP_LIMIT. Returns the signal that it was about to receive,
+        // 0 for none, or -1 if it did not stop.
         int AwaitStop(int iThread)
         {
             auto const tEnd = Clock_t::now() + STOP_LIMIT;
@@ -217,10 +217,11 @@ namespace zqsymbols
     // Stops a thread, walks its stack and lets it run on. Returns false if the system forbids it.
     bool ThreadLines_c::Trace(Thread_t & Thread)
     {
+        constexpr char ENDED[] = "(cut: it has ended)";
         if (ptrace(PTRACE_SEIZE, Thread.iThread, nullptr, nullptr) != 0)
         {
             bool const bEnded = errno == ESRCH;
-            Thread.sProblem = bEnded ? "(cut: it has ended)" : std::strerror(errno);
+            Thread.sProblem = bEnded ? ENDED : std::strerror(errno);
             return bEnded;
         }
         bool const bAsked = ptrace(PTRACE_INTERRUPT, Thread.iThread, nullptr, nullptr) == 0;
@@ -231,13 +232,13 @@ namespace zqsymbols
         }
         else
         {
-            Thread.sProblem = bAsked ? "(cut: it did not stop)" : "(cut: it has ended)";
+            Thread.sProblem = bAsked ? "(cut: it did not stop)" : ENDED;
         }
         ptrace(PTRACE_DETACH, Thread.iThread, nullptr, static_cast<std::uintptr_t>(std::max(iStopped, 0)));
         return true;
     }
 
-    // Traces a thread from one of its own. Only a stopped thread can be detached. The end of the thread that traces it
+    // Traces a thread from a thread of its own. Only a stopped thread can be detached. The end of the tracing thread
     // sets any other one free.
     bool ThreadLines_c::TraceApart(Thread_t & Thread)
     {
@@ -264,7 +265,7 @@ namespace zqsymbols
             if (Clock_t::now() >= tEnd)
             {
                 m_sEnd = "(cut: the limit of " + std::to_string(ALL_LIMIT.count()) + " s, " + std::to_string(nLeft)
-                         + " threads left out)\n";
+                         + (nLeft == 1 ? " thread" : " threads") + " left out)\n";
                 break;
             }
             --nLeft;
@@ -295,7 +296,7 @@ namespace zqsymbols
         std::size_t const nShown = std::min(Thread.dFrames.size(), SHOWN);
         for (std::size_t i = 0; i < nShown; ++i)
         {
-            sText += m_Lines.Of(Thread.dFrames[i], nNumber, false);
+            sText += m_Lines.LinesOf(Thread.dFrames[i], nNumber, false);
         }
         if (nShown < Thread.dFrames.size())
         {

@@ -9,7 +9,8 @@
 namespace zqsymbols
 {
     /// Returns the type of a variable or a member as its source spells it, shortened by ShortName: "char const * [4]".
-    /// Aliases stay; restrict and _Atomic do not. What is nested 16 levels deep is "?". Returns "void" without a type.
+    /// Aliases stay; restrict and _Atomic do not. What is nested 16 levels deep is "?". Returns "void" without a type,
+    /// and "(unnamed)" for one without a name.
     std::string SpellTypeOf(Types_c & Types, Dwarf_Die Owner);
 
     /// Returns a name without what the standard library adds to it: allocators, deleters, character traits and versions

@@ -35,14 +35,15 @@ namespace zqsymbols
         Dwarf_Die GetOwner(plat::SymbolType_t iType) const { return Get(iType).Owner; }
         Dwarf_Die GetDie(plat::SymbolType_t iType) const { return Get(iType).Die; }
 
-        /// Returns the name of a type with the namespaces and structures around it. Empty for an unnamed type.
+        /// Returns the name of a type with the namespaces and structures around it. Returns an empty text for an
+        /// unnamed type.
         std::string QualifiedName(Dwarf_Die Die);
 
         /// Returns the size in bytes; 0 if unknown.
         std::uint64_t GetSize(plat::SymbolType_t iType) const;
 
-        /// Return the name, the fundamental type, the members, and the place of a member in its structure, as in
-        /// platform/symbols.h. References are valid until a type is added, as GetMembers may do.
+        /// Return the name, the fundamental type, the members, and the place of a member in the outermost structure, as
+        /// in platform/symbols.h. References are valid until a type is added, as GetMembers may do.
         std::string GetName(plat::SymbolType_t iType);
         plat::SymbolBase_e GetBase(plat::SymbolType_t iType) const;
         std::vector<plat::SymbolType_t> const & GetMembers(plat::SymbolType_t iType);

@@ -74,7 +74,7 @@ namespace zqsymbols
 
             // Calls fnDie with each DIE but the unit's own, its shape and the address of the DIE around it.
             template <typename DIE>
-            void Each(DIE const & fnDie)
+            void Visit(DIE const & fnDie)
             {
                 std::vector<void *> dAround;
                 while (m_pNext < m_pEnd)
@@ -315,7 +315,7 @@ namespace zqsymbols
 
     UnitScan_c::UnitScan_c(Dwarf_Die Unit)
     {
-        Scanner_c(Unit).Each(
+        Scanner_c(Unit).Visit(
             [&](void * pDie, Shape_t const & Shape, void * pAround)
             {
                 switch (Shape.nTag)

@@ -54,7 +54,7 @@ namespace zqsymbols
         }
 
         template <typename T>
-        std::string Shortest(T fValue)
+        std::string ShortestDecimal(T fValue)
         {
             char szText[64];
             std::to_chars_result const Result = std::to_chars(szText, szText + sizeof(szText), fValue);
@@ -70,26 +70,26 @@ namespace zqsymbols
             {
             case sizeof(fFloat):
                 std::memcpy(&fFloat, pBytes, sizeof(fFloat));
-                return Shortest(fFloat);
+                return ShortestDecimal(fFloat);
             case sizeof(fDouble):
                 std::memcpy(&fDouble, pBytes, sizeof(fDouble));
-                return Shortest(fDouble);
+                return ShortestDecimal(fDouble);
             case 12:
             case 16:
                 std::memcpy(&fLong, pBytes, 10);   // what the processor stores
-                return Shortest(fLong);
+                return ShortestDecimal(fLong);
             default:
                 return UNREADABLE;
             }
         }
 
         // Returns what is shown of a value that lacks bytes.
-        std::string Missing(Value_t const & Value)
+        std::string TextOfMissing(Value_t const & Value)
         {
             return Value.pBytes ? OPTIMIZED_OUT : UNREADABLE;
         }
 
-        std::int64_t SignExtended(std::uint64_t nBits, std::uint64_t nWidth)
+        std::int64_t ExtendSign(std::uint64_t nBits, std::uint64_t nWidth)
         {
             return nWidth >= 64 ? static_cast<std::int64_t>(nBits)
                                 : static_cast<std::int64_t>(nBits << (64 - nWidth)) >> (64 - nWidth);
@@ -97,7 +97,7 @@ namespace zqsymbols
 
         std::string Integer(std::uint64_t nBits, std::uint64_t nWidth, bool bSigned)
         {
-            std::int64_t const nSigned = SignExtended(nBits, nWidth);
+            std::int64_t const nSigned = ExtendSign(nBits, nWidth);
             bool const bNegative = bSigned && nSigned < 0;
             std::string const sText = bNegative ? std::to_string(nSigned) : std::to_string(nBits);
             return bNegative || nBits >= HEX_FROM
@@ -262,7 +262,7 @@ namespace zqsymbols
         std::uint64_t const nSize = m_Types.GetSize(Value.iType);
         if (nSize == 0 || nSize > sizeof(dBytes) || !Fetch(Value, Offset(Value), dBytes, nSize))
         {
-            return Missing(Value);
+            return TextOfMissing(Value);
         }
         auto const nEncoding = Number(&Type, DW_AT_encoding, 0);
         MemberPlace_t const & Place = m_Types.GetPlace(Value.iType);
@@ -301,7 +301,7 @@ namespace zqsymbols
         std::optional<std::uint64_t> nRead = NumberAt(Value, 0, nSize);
         if (!nRead)
         {
-            return Missing(Value);
+            return TextOfMissing(Value);
         }
         MemberPlace_t const & Place = m_Types.GetPlace(Value.iType);
         bool const bField = Place.nBits > 0 && Place.nBits < 64 && Place.nFirstBit < 64;
@@ -344,7 +344,7 @@ namespace zqsymbols
         std::optional<Value_t> const At = Target(Value);
         if (!At)
         {
-            return Missing(Value);
+            return TextOfMissing(Value);
         }
         Dwarf_Die Pointed = m_Types.GetDie(At->iType);
         std::uint64_t const nWidth = CharWidth(Pointed, m_Types.GetSize(At->iType));
@@ -435,7 +435,7 @@ namespace zqsymbols
             return Shortened(ShowStructure(Value, nDepth), VALUE_SIZE);
         default:
             std::optional<std::uint64_t> const nNumber = NumberAt(Value, 0, m_Types.GetSize(Value.iType));
-            return nNumber ? Hex(*nNumber) : Missing(Value);
+            return nNumber ? Hex(*nNumber) : TextOfMissing(Value);
         }
     }
 

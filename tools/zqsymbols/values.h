@@ -45,7 +45,7 @@ namespace zqsymbols
 
         /// Returns the members of a structure that has no printer, or of such a structure that a pointer points at: a
         /// line each, after sIndent. Shows at most 64 members, of 3 levels of structures, and the number of those that
-        /// are left out. Empty for other values.
+        /// are left out. Returns an empty text for other values.
         std::string Members(Value_t const & Value, std::string const & sIndent);
 
         /// Returns an unsigned number of nBytes at an offset from a value's place, or nothing if it is not readable or

@@ -25,15 +25,16 @@ namespace zqsymbols
     class Variables_c
     {
     public:
+        /// Requires that Process outlives the object.
         explicit Variables_c(Process_c & Process)
             : m_Process(Process)
         {}
 
         /// Returns the variables of a frame, from the parameters to the locals of the innermost open block, those of
         /// inlined calls included. Leaves out those without a name, and locals that are only declared or that the
-        /// compiler generated under a name of its own. Adds their types to Types. Empty without debug information about
-        /// its function.
-        std::vector<Variable_t> Of(Frame_t const & Frame, Types_c & Types);
+        /// compiler generated under a name of its own. Adds their types to Types. The result is empty without debug
+        /// information about its function.
+        std::vector<Variable_t> VariablesOf(Frame_t const & Frame, Types_c & Types);
 
     private:
         Process_c & m_Process;

@@ -17,7 +17,7 @@ namespace
         {
             GrowthRow_t & Row = m_dRows.try_emplace(sName).first->second;
             Row.dHoldings.resize(m_nReports);
-            Row.dHoldings[iReport].Add(Holding);
+            Row.dHoldings[iReport] = Row.dHoldings[iReport] + Holding;
         }
 
         std::vector<GrowthRow_t> Take();
@@ -35,9 +35,10 @@ namespace
             dRows.push_back({ sName, std::move(Row.dHoldings) });
         }
         std::stable_sort(dRows.begin(), dRows.end(),
-            [](GrowthRow_t const & A, GrowthRow_t const & B) {
-                return std::make_tuple(A.GrownBytes(), A.Last().nBytes)
-                       > std::make_tuple(B.GrownBytes(), B.Last().nBytes);
+            [](GrowthRow_t const & Left, GrowthRow_t const & Right)
+            {
+                return std::make_tuple(Left.GrownBytes(), Left.Last().nBytes)
+                       > std::make_tuple(Right.GrownBytes(), Right.Last().nBytes);
             });
         return dRows;
     }

@@ -19,7 +19,8 @@ namespace
         {
             return false;
         }
-        Report.dCategories[std::string(sCategory)][std::string(sLine)].Add({ 1, *Bytes });
+        Holding_t & Holding = Report.dCategories[std::string(sCategory)][std::string(sLine)];
+        Holding = Holding + Holding_t{ 1, *Bytes };
         return true;
     }
 
@@ -34,19 +35,27 @@ namespace
         return bRead;
     }
 
-    // Reads the title of the tally and "count; total": how many blocks the report must hold. Returns false if one of
-    // them is not there.
-    bool ReadTotal(std::istream & Stream, std::uint64_t & nBlocks)
+    // Reads the title of the tally and "count; total": how many blocks the report must hold. Counts the lines. Returns
+    // what is wrong with the last one, or an empty text.
+    std::string ReadTotal(std::istream & Stream, int & iLine, std::uint64_t & nBlocks)
     {
-        std::string sTitle, sLine;
-        if (!ReadLine(Stream, sTitle) || sTitle != "Total allocations" || !ReadLine(Stream, sLine))
+        std::string sLine;
+        for (bool const bTitle : { true, false })
         {
-            return false;
+            ++iLine;
+            if (!ReadLine(Stream, sLine))
+            {
+                return "the report breaks off";
+            }
+            if (bTitle && sLine != "Total allocations")
+            {
+                return "not the title of the total: " + sLine;
+            }
         }
         std::string_view sRest = sLine;
         std::optional<std::uint64_t> const Count = WholeNumber(TakeUpTo(sRest, SEPARATOR), 10);
         nBlocks = Count.value_or(0);
-        return Count && sRest == "total";
+        return Count && sRest == "total" ? "" : "not a total: " + sLine;
     }
 }
 
@@ -57,7 +66,7 @@ Holding_t AllocationReport_t::Total() const
     {
         for (auto const & [sLine, Holding] : dLines)
         {
-            Sum.Add(Holding);
+            Sum = Sum + Holding;
         }
     }
     return Sum;
@@ -78,24 +87,24 @@ bool ReadAllocationReport(std::istream & Stream, AllocationReport_t & Report,
         Complain(1, "not a report of allocations");
         return false;
     }
-    int iLine = 1;
-    while (ReadLine(Stream, sLine) && !sLine.empty())
+    int iLine = 2;
+    for (; ReadLine(Stream, sLine) && !sLine.empty(); ++iLine)
     {
-        ++iLine;
         if (!ReadBlock(sLine, Report))
         {
             Complain(iLine, "not a block: " + sLine);
         }
     }
+    iLine -= Stream ? 0 : 1;   // an end in place of the empty line
     std::uint64_t nTotal = 0;
-    if (!ReadTotal(Stream, nTotal))
+    if (std::string const sWrong = ReadTotal(Stream, iLine, nTotal); !sWrong.empty())
     {
-        Complain(iLine + 1, "the report breaks off");
+        Complain(iLine, sWrong);
     }
     else if (nTotal != Report.Total().nBlocks)
     {
-        Complain(iLine + 3, "the report says " + std::to_string(nTotal) + " blocks, but lists "
-                                + std::to_string(Report.Total().nBlocks));
+        Complain(iLine, "the report says " + std::to_string(nTotal) + " blocks, but lists "
+                            + std::to_string(Report.Total().nBlocks));
     }
     return bSound;
 }

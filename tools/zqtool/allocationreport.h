@@ -15,12 +15,8 @@ struct Holding_t
 
     bool operator==(Holding_t const &) const = default;
 
-    /// Adds the blocks and bytes of another group.
-    void Add(Holding_t const & Other)
-    {
-        nBlocks += Other.nBlocks;
-        nBytes += Other.nBytes;
-    }
+    /// Returns the blocks and bytes of both groups.
+    Holding_t operator+(Holding_t const & Other) const { return { nBlocks + Other.nBlocks, nBytes + Other.nBytes }; }
 };
 
 /// The blocks of a snapshot.

@@ -60,7 +60,7 @@ namespace
                       == ReadAs<std::uint32_t>(sArchive, 2 * WORD);
     }
 
-    // Returns whether a file has the name of a save, of a previous one (".sav.1") or of one that was moved
+    // Returns whether a file has the name of a save, of a previous one (".sav.1") or of one that was put aside
     // (".sav.old1").
     bool HasSaveName(std::string_view sFile)
     {
@@ -75,7 +75,7 @@ namespace
         std::string sBytes;
         bool bSave = false, bCache = false;
         SaveCheck_t Save;
-        std::size_t nArchive = 0;   // bytes without a seal
+        std::size_t nArchive = 0;   // bytes without a seal or a checksum
         std::uint32_t dwVersion = 0;
         ArchiveScan_t Scan;
     };
@@ -97,7 +97,7 @@ namespace
     }
 
     // Returns whether a file is hardly an archive: it has no part of one except texts, and a version that nobody would
-    // choose. False for a save.
+    // choose. Returns false for a save.
     bool IsForeign(Archive_s const & Archive)
     {
         constexpr std::uint32_t MOST_MAJOR = 255;
@@ -427,10 +427,10 @@ namespace
         static std::string HexOf(std::string_view sBytes)
         {
             std::string sHex;
-            for (char const c : sBytes)
+            for (char const cByte : sBytes)
             {
-                sHex += DIGITS[static_cast<unsigned char>(c) >> 4];
-                sHex += DIGITS[static_cast<unsigned char>(c) & 0xF];
+                sHex += DIGITS[static_cast<unsigned char>(cByte) >> 4];
+                sHex += DIGITS[static_cast<unsigned char>(cByte) & 0xF];
             }
             return sHex;
         }
@@ -443,11 +443,12 @@ namespace
     // Reads a version such as "2.29". Returns what is wrong with it, or an empty text.
     std::string ReadVersion(std::string const & sText, std::uint32_t & dwVersion)
     {
+        constexpr unsigned MOST = 0xFFFF;
         unsigned nMajor = 0, nMinor = 0;
-        char c;
+        char cRest;
         bool const bGood =
-            std::sscanf(sText.c_str(), "%5u.%5u%c", &nMajor, &nMinor, &c) == 2 && nMajor <= 0xFFFF && nMinor <= 0xFFFF;
-        dwVersion = nMajor << 16 | (nMinor & 0xFFFF);
+            std::sscanf(sText.c_str(), "%5u.%5u%c", &nMajor, &nMinor, &cRest) == 2 && nMajor <= MOST && nMinor <= MOST;
+        dwVersion = nMajor << 16 | (nMinor & MOST);
         return bGood ? "" : sText + " is not a version such as 2.29";
     }
 }

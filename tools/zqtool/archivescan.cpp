@@ -1,6 +1,6 @@
 #include "tools/zqtool/archivescan.h"
 
-#include "tools/zqtool/text.h"
+#include "platform/text.h"
 #include "zqcore/ccrc.h"
 #include "zqcore/cserializer.h"
 
@@ -303,16 +303,16 @@ namespace
                 return nAt;
             }
             std::string_view const sText = m_sArchive.substr(nAt + WORD, nText);
-            for (char const c : sText)
+            for (char const cText : sText)
             {
-                if (static_cast<unsigned char>(c) < ' ' && c != '\n' && c != '\r' && c != '\t')
+                if (static_cast<unsigned char>(cText) < ' ' && cText != '\n' && cText != '\r' && cText != '\t')
                 {
                     return nAt;
                 }
             }
-            if (PrintableLine(sText).find("\xEF\xBF\xBD") != std::string::npos && sText.find('\n') == sText.npos)
+            if (!plat::IsUtf8(sText.data()))   // a zero ends it
             {
-                return nAt;   // not UTF-8
+                return nAt;
             }
             return Add({ ArchivePart_e::Text, nAt, WORD + nText + 1, 0, sText });
         }

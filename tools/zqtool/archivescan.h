@@ -20,7 +20,7 @@ enum class ArchivePart_e
     Object,      // identifier, label and class of an object's first reference
     ObjectEnd,   // label after its contents
     Pointer,     // a later reference
-    Registered   // the identifier of an address
+    Registered   // label and identifier of an address
 };
 
 /// A part of an archive. Views are of its bytes, or of the names.
@@ -87,8 +87,9 @@ struct ArchiveScan_t
 ///   is one line, all of it is printable UTF-8.
 ///
 /// Reports the first 1000 problems:
-/// - a chunk that has no length or one below 4, does not end in the archive, was not finished, or begins in another
-///   chunk;
+/// - a chunk that has no length or one below 4;
+/// - a chunk that does not end in the archive or was not finished;
+/// - a chunk that begins in another chunk;
 /// - an object that does not end, or ends without a beginning;
 /// - a label of an object graph without its record, or an identifier out of range.
 ///

@@ -15,8 +15,8 @@ namespace CLI
     class Option;
 }
 
-/// Argument of a command: an option, a flag or a positional one. A handle that is valid while the parser lives. The
-/// setters return the argument itself.
+/// Argument of a command: an option, a flag or a positional one. It is a handle that is valid while the parser lives.
+/// The setters return the argument itself.
 class Argument_c
 {
 public:
@@ -53,7 +53,7 @@ private:
     CLI::Option * m_pOption;
 };
 
-/// Arguments of one command. A handle that is valid while the parser lives.
+/// Arguments of one command. It is a handle that is valid while the parser lives.
 class Arguments_c
 {
 public:

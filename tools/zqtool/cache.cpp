@@ -64,7 +64,7 @@ namespace
         }
     };
 
-    std::string AsPath(std::string sRelative)
+    std::string PathFromRelative(std::string sRelative)
     {
         std::replace(sRelative.begin(), sRelative.end(), '\\', '/');
         return sRelative.substr(sRelative.starts_with('/') ? 1 : 0);
@@ -104,12 +104,12 @@ namespace
     }
 
     // Returns the files of a cache by their paths.
-    std::map<std::string, CacheFile_s const *> ByPath(CacheContents_t const & Contents)
+    std::map<std::string, CacheFile_s const *> FilesByPath(CacheContents_t const & Contents)
     {
         std::map<std::string, CacheFile_s const *> dFiles;
         for (CacheFile_s const & File : Contents.dFiles)
         {
-            dFiles[AsPath(Contents.PathOf(File))] = &File;
+            dFiles[PathFromRelative(Contents.PathOf(File))] = &File;
         }
         return dFiles;
     }
@@ -172,40 +172,40 @@ namespace
         {
             if (dFolders.erase(std::string(Folder.sRelative)) == 0)
             {
-                Comparison.dMissing.push_back(AsPath(std::string(Folder.sRelative)));
+                Comparison.dMissing.push_back(PathFromRelative(std::string(Folder.sRelative)));
             }
         }
-        std::transform(dFolders.begin(), dFolders.end(), std::back_inserter(Comparison.dNew), AsPath);
+        std::transform(dFolders.begin(), dFolders.end(), std::back_inserter(Comparison.dNew), PathFromRelative);
     }
 
     void CompareFiles(CacheContents_t const & Contents, Table_s Table, std::size_t nRoot, Comparison_t & Comparison)
     {
-        auto const Now = [nRoot](File_c const & File)
-        { return AsPath(std::string(static_cast<char const *>(FileLocation_c(File))).substr(nRoot)); };
-        for (auto const & [sPath, pCached] : ByPath(Contents))
+        auto const PathNow = [nRoot](File_c const & File)
+        { return PathFromRelative(std::string(static_cast<char const *>(FileLocation_c(File))).substr(nRoot)); };
+        for (auto const & [sPath, pCached] : FilesByPath(Contents))
         {
-            auto const It = Table.dFiles.find(std::string(pCached->sName));
-            if (It == Table.dFiles.end())
+            auto const itFile = Table.dFiles.find(std::string(pCached->sName));
+            if (itFile == Table.dFiles.end())
             {
                 Comparison.dMissing.push_back(sPath);
                 continue;
             }
-            File_c const & File = *It->second;
-            if (Now(File) != sPath)
+            File_c const & File = *itFile->second;
+            if (PathNow(File) != sPath)
             {
-                Comparison.dMoved.push_back({ sPath, Now(File) });
+                Comparison.dMoved.push_back({ sPath, PathNow(File) });
             }
             if (File.iLength != pCached->iLength)
             {
-                Comparison.dChanged.push_back({ Now(File), static_cast<std::uint32_t>(pCached->iLength),
+                Comparison.dChanged.push_back({ PathNow(File), static_cast<std::uint32_t>(pCached->iLength),
                     static_cast<std::uint32_t>(File.iLength) });
             }
             Comparison.nOtherTimes += File.ftCreationTime != pCached->ftCreationTime ? 1 : 0;
-            Table.dFiles.erase(It);
+            Table.dFiles.erase(itFile);
         }
         for (auto const & [sKey, pFile] : Table.dFiles)
         {
-            Comparison.dNew.push_back(Now(*pFile));
+            Comparison.dNew.push_back(PathNow(*pFile));
         }
     }
 
@@ -269,7 +269,7 @@ namespace
     void PrintList(CacheContents_t const & Contents)
     {
         std::printf("%12s  %-19s  file\n", "bytes", "created, UTC");
-        for (auto const & [sPath, pFile] : ByPath(Contents))
+        for (auto const & [sPath, pFile] : FilesByPath(Contents))
         {
             std::printf("%12u  %-19s  %s\n", static_cast<unsigned>(pFile->iLength),
                 TimeText(pFile->ftCreationTime).c_str(), Printable(sPath).c_str());
@@ -322,7 +322,7 @@ namespace
         }
     }
 
-    Json_t OfComparison(Comparison_t const & Comparison)
+    Json_t ComparisonJson(Comparison_t const & Comparison)
     {
         Json_t Changed = Json_t::array(), Moved = Json_t::array();
         for (auto const & [sPath, nCached, nNow] : Comparison.dChanged)
@@ -351,12 +351,12 @@ namespace
         }
         if (pComparison)
         {
-            Json["check"] = OfComparison(*pComparison);
+            Json["check"] = ComparisonJson(*pComparison);
         }
         if (Options.bList)
         {
             Json_t & List = Json["list"] = Json_t::array();
-            for (auto const & [sPath, pFile] : ByPath(Contents))
+            for (auto const & [sPath, pFile] : FilesByPath(Contents))
             {
                 List.push_back({ { "path", sPath }, { "name", std::string(pFile->sName) },
                     { "bytes", static_cast<std::uint32_t>(pFile->iLength) },
@@ -412,8 +412,9 @@ namespace
         return Comparison.IsEqual() ? EXIT_DONE : EXIT_FOUND;
     }
 
-    // Returns whether a file may be replaced by a cache: it is absent, empty or an earlier cache of this major version,
-    // which may be damaged.
+    // Returns whether a file may be replaced by a cache. It may in these cases:
+    // - It is absent or empty.
+    // - It is an earlier cache of this major version, which may be damaged.
     bool MayReplace(std::string const & sFile)
     {
         std::error_code Error;

@@ -14,7 +14,7 @@ struct CacheContents_t
     std::uint64_t nSize = 0;   // bytes of the cache itself, with those after its end
     std::vector<CacheFolder_s> dFolders;
     std::vector<CacheFile_s> dFiles;
-    std::unordered_map<std::uint32_t, std::size_t> dFolderOf;   // by nIndex: in dFolders
+    std::unordered_map<std::uint32_t, std::size_t> dFolderOf;   // by nIndex: index in dFolders
     bool bTimes = false;                                        // whether it has the times of its folders
     int nLeft = 0;                                              // bytes after the last that was read
     int iDamage = -1;                                           // byte at which it is damaged; -1 if it is sound
@@ -23,7 +23,7 @@ struct CacheContents_t
     /// Returns whether no damage was found.
     bool IsSound() const { return sDamage.empty(); }
 
-    /// Returns whether any file's name is a path relative to the media root.
+    /// Returns whether any file's name is a path with a folder, relative to the media root.
     bool IsRelative() const;
 
     /// Returns the path of a file below the media root, with `\` before each name. Requires a file of dFiles.

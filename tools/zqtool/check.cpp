@@ -115,6 +115,7 @@ namespace
             if (Error)
             {
                 CheckedText_t Checked;
+                Checked.bWhole = false;
                 Checked.dComplaints.push_back({ 0, 0, Error.message() });
                 Show(sFolder, Checked);
             }

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <utility>
 
 bool ReaderErrors_c::s_bListens = false;
@@ -55,17 +54,17 @@ ReaderErrors_c::~ReaderErrors_c()
 
 void ReaderErrors_c::Listen(char const * szLine)
 {
-    constexpr std::size_t LENGTH = sizeof CHECKED_KEY - 1;
-    if (!s_pComplaints || std::strncmp(szLine, CHECKED_KEY, LENGTH) != 0)
+    std::string_view sText = szLine;
+    if (!s_pComplaints || !TakeStart(sText, CHECKED_KEY))
     {
         return;
     }
     Complaint_t Complaint;
     int nHead = 0;
-    if (std::sscanf(szLine + LENGTH, "(%d,%d): %n", &Complaint.iLine, &Complaint.iColumn, &nHead) == 2
-        || std::strncmp(szLine + LENGTH, ": ", 2) == 0)
+    if (std::sscanf(szLine + (sizeof CHECKED_KEY - 1), "(%d,%d): %n", &Complaint.iLine, &Complaint.iColumn, &nHead) == 2
+        || TakeStart(sText, ": "))
     {
-        Complaint.sText = szLine + LENGTH + (nHead > 0 ? nHead : 2);
+        Complaint.sText = sText.substr(static_cast<std::size_t>(nHead));
         s_pComplaints->push_back(Complaint);
     }
 }

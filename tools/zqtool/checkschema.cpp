@@ -152,9 +152,10 @@ namespace
         {
             return LastReason(Table);
         }
+        constexpr char DIGITS[] = "0123456789";
         std::size_t const nMinus = sCell.find('-');
-        if (nMinus == 0 || sCell.find_first_not_of("0123456789", nMinus + 1) != std::string::npos
-            || sCell.find_first_not_of("0123456789") != nMinus)
+        if (nMinus == 0 || sCell.find_first_not_of(DIGITS, nMinus + 1) != std::string::npos
+            || sCell.find_first_not_of(DIGITS) != nMinus)
         {
             return Quoted(sCell) + " is read as " + std::to_string(iFirst) + " and " + std::to_string(iSecond)
                    + " in column " + Quoted(Column.sName);

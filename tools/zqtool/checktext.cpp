@@ -119,7 +119,8 @@ namespace
             }
         }
 
-        // Counts lines and columns in the order of the text, as the library counts them.
+        // Adds the complaints that were found to the result. Counts their lines and columns in the order of the text,
+        // as the library counts them.
         void Place()
         {
             std::map<std::size_t, std::pair<int, int>> dPlaces;
@@ -158,8 +159,11 @@ namespace
             }
         }
 
-        // Stores the columns. Complains about those that have no name or share one, that the schema does not have, and
-        // that it requires but the text lacks. fnPlace returns the place of a column.
+        // Stores the columns. fnPlace returns the place of one. Complains about these from iFirst on:
+        // - columns without a name
+        // - columns with the name of an earlier one
+        // - columns that the schema does not have
+        // - columns that the schema requires and the text lacks
         template <typename PLACE>
         void CheckHead(std::vector<std::string> const & dColumns, int iFirst, PLACE fnPlace)
         {
@@ -175,7 +179,7 @@ namespace
                 {
                     Complain(fnPlace(i), "column " + Quoted(sName) + " has the name of an earlier one, which is read");
                 }
-                else if (m_Options.pSchema && !InSchema(sName))
+                else if (m_Options.pSchema && !IsInSchema(sName))
                 {
                     Complain(fnPlace(i), "the schema has no column " + Quoted(sName));
                 }
@@ -190,7 +194,7 @@ namespace
             m_Result.dColumns = dColumns;
         }
 
-        bool InSchema(std::string const & sName) const
+        bool IsInSchema(std::string const & sName) const
         {
             return std::any_of(m_Options.pSchema->begin(), m_Options.pSchema->end(),
                 [&](SchemaColumn_t const & Column) { return Lower(Column.sName) == Lower(sName); });

@@ -14,19 +14,6 @@ enum class TextKind_e
     Script
 };
 
-/// Returns the first kind that fits a text:
-/// - a script or a property list, if its name ends in ".scr" or ".prp";
-/// - a table, if a line begins with @head, and the text has no byte order mark of UTF-16;
-/// - a spreadsheet, if its name ends in ".csv";
-/// - none.
-TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes);
-
-/// Returns whether a name ends in ".scr", ".prp", ".csv" or ".txt", in any case.
-bool HasTextEnding(std::string const & sFile);
-
-/// Returns a name of the kind for messages, "unknown" for None.
-char const * TextKindName(TextKind_e eKind);
-
 /// A complaint about a text. Lines and columns count from 1. It has no place if the line is 0.
 struct Complaint_t
 {
@@ -57,6 +44,19 @@ struct CheckedText_t
     std::vector<std::vector<std::string>> dRows;   // only with bRows; a head comes first
     std::vector<Complaint_t> dComplaints;          // sorted by place
 };
+
+/// Returns the first kind that fits a text:
+/// - a script or a property list, if its name ends in ".scr" or ".prp" in any case;
+/// - a table, if the first column of a line is @head in any case, and the text has no byte order mark of UTF-16;
+/// - a spreadsheet, if its name ends in ".csv" in any case;
+/// - none.
+TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes);
+
+/// Returns whether a name ends in ".scr", ".prp", ".csv" or ".txt", in any case.
+bool HasTextEnding(std::string const & sFile);
+
+/// Returns a name of the kind for people and for JSON, "unknown" for None.
+char const * TextKindName(TextKind_e eKind);
 
 /// Reads a text as the library does and returns what it holds, with all complaints. The ending of sFile decides the
 /// format of a table or a property list. Only one call of this or of ReadSchema may run at a time.

@@ -60,7 +60,8 @@ namespace
         std::fputs(((bDivided ? "\n" + std::string(78, '-') + "\n\n" : "") + sText).c_str(), stdout);
     }
 
-    // Prints the groups and writes the page. A page and JSON show all of the samples, not only what folding needed.
+    // Prints the groups and writes the page. For a page or JSON it first reads all of each sample: folding needed only
+    // the causes.
     void CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
     {
         std::vector<CrashGroup_t> dGroups = m_Fold.Take();

@@ -83,8 +83,8 @@ namespace
                                         "/lib64/", "/libx32/", "/usr/include/", "/usr/libexec/", "/usr/src/", "[" });
     }
 
-    // Returns whether a source is the library's. Its own have relative paths, its installed headers a folder of their
-    // own.
+    // Returns whether a source is the library's. Its sources have relative paths. Its installed headers have a folder
+    // of their own.
     bool IsLibraryFile(std::string_view sFile)
     {
         return StartsWithAny(sFile, { "zqcore/", "platform/" }) || sFile.find("/include/zqcore/") != sFile.npos;
@@ -143,7 +143,7 @@ namespace
         return szNumber;
     }
 
-    std::string Accessed(Crash_t const & Crash, char const * szAccess)
+    std::string AccessText(Crash_t const & Crash, char const * szAccess)
     {
         return szAccess + (Crash.Data ? " address " + Hexadecimal(*Crash.Data) : std::string(" an unknown address"));
     }
@@ -153,9 +153,9 @@ namespace
     {
         if (Crash.sKind == "read" || Crash.sKind == "write" || Crash.sKind == "execute")
         {
-            return Accessed(Crash, Crash.sKind == "read"    ? "read of"
-                                   : Crash.sKind == "write" ? "write to"
-                                                            : "execution of");
+            return AccessText(Crash, Crash.sKind == "read"    ? "read of"
+                                     : Crash.sKind == "write" ? "write to"
+                                                              : "execution of");
         }
         if (Raiser_t const * const pRaiser = RaiserOf(Crash))
         {
@@ -188,8 +188,8 @@ namespace
         return sText;
     }
 
-    // Returns the functions of the first frames, without repetitions: those of the host, if it has any. An overflow may
-    // stop a recursion in any of its functions, so they are sorted.
+    // Returns the functions of the first frames, without repetitions: those of the host, if it has any. After a stack
+    // overflow they are sorted, because it may stop a recursion in any of its functions.
     std::vector<std::string> FunctionsOf(Crash_t const & Crash)
     {
         constexpr std::size_t MOST = 3;
@@ -233,14 +233,14 @@ CrashModules_c::CrashModules_c(Crash_t const & Crash)
 
 CrashModule_t const * CrashModules_c::Find(CrashFrame_t const & Frame) const
 {
-    auto const AtLeast = [this, &Frame](std::uint64_t nStart)
+    auto const LowerBound = [this, &Frame](std::uint64_t nStart)
     {
         return std::lower_bound(m_dModules.begin(), m_dModules.end(), ModuleKey_t(Frame.sModule, nStart),
             [](CrashModule_t const * pModule, ModuleKey_t const & Key) { return KeyOf(*pModule) < Key; });
     };
     for (std::uint64_t const nStart : { Frame.nAddress - Frame.nOffset, std::uint64_t{ 0 } })
     {
-        auto const itModule = AtLeast(nStart);
+        auto const itModule = LowerBound(nStart);
         bool const bName = itModule != m_dModules.end() && FileNameOf((*itModule)->sPath) == Frame.sModule;
         if (bName && (nStart == 0 || (*itModule)->nStart == nStart))
         {

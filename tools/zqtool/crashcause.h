@@ -34,7 +34,8 @@ CrashFrame_t const * LikelyFrame(std::vector<CrashFrame_t> const & dFrames);
 /// Returns a frame's function, or else its place in the module or its address.
 std::string CrashFrameName(CrashFrame_t const & Frame);
 
-/// Returns the place of a stack in one line: its innermost function and the likely frame. Empty without frames.
+/// Returns the place of a stack in one line: its innermost function and the likely frame. Returns an empty text if
+/// there are no frames.
 std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames);
 
 /// Returns what happened, in one line.

@@ -21,6 +21,7 @@ namespace
         Process,
         Unknown
     };
+    constexpr std::string_view TITLE = "ZQCore crash details ", VERSION = "1";   // words of the first line
     constexpr std::array<char const *, 6> SECTIONS = { "", "[Fault]", "[Frames]", "[Threads]", "[Modules]",
         "[Process]" };
 
@@ -95,6 +96,7 @@ namespace
         {
             return std::nullopt;
         }
+        constexpr std::string_view INLINED = " [inlined]";
         CrashFrame_t Frame;
         Frame.iNumber = *Number;
         Frame.nAddress = *Address;
@@ -104,9 +106,9 @@ namespace
             Frame.nOffset = TakeDistance(sModule).value_or(0);
             Frame.sModule = Unescaped(sModule);
         }
-        if (sLine.ends_with(" [inlined]"))
+        if (sLine.ends_with(INLINED))
         {
-            sLine.remove_suffix(10);
+            sLine.remove_suffix(INLINED.size());
             Frame.bInlined = true;
         }
         else
@@ -134,6 +136,7 @@ namespace
     bool ReadOfFrame(std::string_view sLine, CrashFrame_t & Frame)
     {
         std::size_t const nBlanks = std::min(sLine.find_first_not_of(' '), sLine.size());
+        auto const nLevel = static_cast<int>(nBlanks / 4);   // of a variable
         std::string_view sText = sLine.substr(nBlanks);
         std::string_view sSource = sText.substr(sText.starts_with('>') ? 1 : 0);
         sSource.remove_prefix(std::min(sSource.find_first_not_of(' '), sSource.size()));
@@ -151,11 +154,11 @@ namespace
         }
         else if (TakeStart(sText, "... "))
         {
-            return AppendMember(Frame.dVariables, ReadVariable("...", sText, static_cast<int>(nBlanks / 4)));
+            return AppendMember(Frame.dVariables, ReadVariable("...", sText, nLevel));
         }
         else if (TakeStart(sText, "."))
         {
-            return AppendMember(Frame.dVariables, ReadVariable("", sText, static_cast<int>(nBlanks / 4)));
+            return AppendMember(Frame.dVariables, ReadVariable("", sText, nLevel));
         }
         else if (nBlanks == 0)
         {
@@ -180,7 +183,9 @@ namespace
         std::size_t const iLock = std::min(sLine.find(", holds "), sLine.find(", waits for "));
         if (iLock != std::string_view::npos)
         {
-            Thread.sLock = sLine.substr(iLock + 2);
+            std::string_view sLock = sLine.substr(iLock);
+            TakeStart(sLock, ", ");
+            Thread.sLock = sLock;
             sLine = sLine.substr(0, iLock);
         }
         if (TakeStart(sLine, " \""))
@@ -224,7 +229,7 @@ namespace
         std::string_view sLine;
         while (m_Lines.Next(sLine))
         {
-            if (sLine.starts_with("ZQCore crash details "))
+            if (sLine.starts_with(TITLE))
             {
                 if (!ReadFirstLine(sLine))
                 {
@@ -261,7 +266,7 @@ namespace
     bool DetailsReader_c::ReadFirstLine(std::string_view sLine)
     {
         End();
-        if (sLine != "ZQCore crash details 1")
+        if (sLine.substr(TITLE.size()) != VERSION)
         {
             m_Lines.ComplainOf("details of another version", sLine);
             return false;
@@ -368,10 +373,10 @@ namespace
         }
         else if (sKey == "data" || sKey == "instruction")
         {
-            std::optional<std::uint64_t> & To = sKey == "data" ? Crash.Data : Crash.Instruction;
+            std::optional<std::uint64_t> & Address = sKey == "data" ? Crash.Data : Crash.Instruction;
             TakeStart(sValue, "0x");
-            To = WholeNumber(sValue, 16);
-            if (!To && sValue != "unknown")
+            Address = WholeNumber(sValue, 16);
+            if (!Address && sValue != "unknown")
             {
                 m_Lines.ComplainOf("not an address", sLine);
             }

@@ -58,13 +58,13 @@ namespace
                 AddFolder(sName);
                 return;
             }
-            std::optional<std::string> const OfDetails = StemOfDetails(sName), OfReport = StemOf(sName, REPORT_END);
+            std::optional<std::string> const DetailsStem = StemOfDetails(sName), ReportStem = StemOf(sName, REPORT_END);
             CrashFiles_t Files;
-            if (OfDetails || OfReport)
+            if (DetailsStem || ReportStem)
             {
-                Files = FilesOf(OfDetails ? *OfDetails : *OfReport);
+                Files = FilesOf(DetailsStem ? *DetailsStem : *ReportStem);
             }
-            if (!OfDetails)
+            if (!DetailsStem)
             {
                 Files.sReport = sName;
             }
@@ -72,7 +72,7 @@ namespace
             {
                 Files.dDetails.push_back(sName);
             }
-            AddFiles(OfDetails ? *OfDetails : OfReport.value_or(sName), Files);
+            AddFiles(DetailsStem ? *DetailsStem : ReportStem.value_or(sName), Files);
         }
 
         std::vector<CrashFiles_t> Take() { return std::move(m_dFound); }
@@ -89,7 +89,8 @@ namespace
             {
                 Files.dDetails.push_back(sDetails);
             }
-            auto [itMore, itEnd] = MoreIn(sStem.substr(0, sStem.size() - FileNameOf(sStem).size())).equal_range(sStem);
+            std::string const sFolder = sStem.substr(0, sStem.size() - FileNameOf(sStem).size());
+            auto [itMore, itEnd] = MoreDetailsIn(sFolder).equal_range(sStem);
             for (; itMore != itEnd; ++itMore)
             {
                 Files.dDetails.push_back(itMore->second);
@@ -100,7 +101,7 @@ namespace
 
         // Returns the details in a folder whose names StemOfMore knows. Lists each folder once. Requires that sFolder
         // is empty or ends in a slash.
-        MoreDetails_t const & MoreIn(std::string const & sFolder)
+        MoreDetails_t const & MoreDetailsIn(std::string const & sFolder)
         {
             auto const [itList, bNew] = m_dMore.try_emplace(sFolder);
             std::error_code Error;
@@ -130,15 +131,16 @@ namespace
             {
                 std::string const sName = itEntry->path().string();
                 std::error_code Ignored;
-                if (std::optional<std::string> const OfReport = StemOf(sName, REPORT_END);
-                    OfReport && itEntry->is_regular_file(Ignored))
+                if (std::optional<std::string> const ReportStem = StemOf(sName, REPORT_END);
+                    ReportStem && itEntry->is_regular_file(Ignored))
                 {
-                    dFiles[*OfReport].sReport = sName;
+                    dFiles[*ReportStem].sReport = sName;
                 }
-                else if (std::optional<std::string> const OfDetails = StemOfDetails(sName);
-                         OfDetails && FileNameOf(sName).starts_with(REPORT_START) && itEntry->is_regular_file(Ignored))
+                else if (std::optional<std::string> const DetailsStem = StemOfDetails(sName);
+                         DetailsStem && FileNameOf(sName).starts_with(REPORT_START)
+                         && itEntry->is_regular_file(Ignored))
                 {
-                    dFiles[*OfDetails].dDetails.push_back(sName);
+                    dFiles[*DetailsStem].dDetails.push_back(sName);
                 }
             }
             if (Error)
@@ -171,20 +173,29 @@ namespace
     };
 
     // Faults of a file: the text of the first one, and their number.
-    struct Faults_t
+    class Faults_c
     {
+    public:
         void Add(std::size_t iLine, std::string const & sText)
         {
             std::string const sLine = iLine > 0 ? "(" + std::to_string(iLine) + ")" : "";
-            sFirst = nFaults++ == 0 ? sLine + ": " + sText : sFirst;
+            m_sFirst = m_nFaults++ == 0 ? sLine + ": " + sText : m_sFirst;
         }
 
-        std::string sFirst;
-        std::size_t nFaults = 0;
+        bool IsEmpty() const { return m_nFaults == 0; }
+
+        std::string Text() const
+        {
+            return m_sFirst + (m_nFaults > 1 ? " (and " + std::to_string(m_nFaults - 1) + " more)" : "");
+        }
+
+    private:
+        std::string m_sFirst;
+        std::size_t m_nFaults = 0;
     };
 
-    // Reads at most MAX_FILE bytes of a file and returns them. They are valid until the next call. sFault says why they
-    // are not the whole file, and is empty if they are.
+    // Reads a file and returns at most its first MAX_FILE bytes. They are valid until the next call. sFault says why
+    // they are not the whole file, and is empty if they are.
     std::string_view ReadWhole(std::string const & sFile, std::string & sFault)
     {
         static std::string s_sBuffer(64 << 10, '\0');
@@ -222,7 +233,7 @@ namespace
             return dCrashes;
         }
         std::string sFault;
-        Faults_t Faults;
+        Faults_c Faults;
         std::string_view const sText = ReadWhole(sFile, sFault);
         if (sFault.empty() || !sText.empty())
         {
@@ -233,10 +244,9 @@ namespace
         {
             fnFault(sFile + ": " + sFault);
         }
-        else if (Faults.nFaults > 0)
+        else if (!Faults.IsEmpty())
         {
-            fnFault(sFile + Faults.sFirst
-                    + (Faults.nFaults > 1 ? " (and " + std::to_string(Faults.nFaults - 1) + " more)" : ""));
+            fnFault(sFile + Faults.Text());
         }
         for (Crash_t & Crash : dCrashes)
         {
@@ -246,13 +256,14 @@ namespace
     }
 
     // Returns the local time in a report's name, "CrashReport_26.11.2026__8_18_37": day, month, year. Returns an empty
-    // text for any other name.
+    // text if the file name begins otherwise.
     std::string TimeOfName(std::string_view sName)
     {
         unsigned dTime[6] = {};
-        std::string const sText(FileNameOf(sName));
-        if (std::sscanf(sText.c_str(), "CrashReport_%2u.%2u.%4u__%2u_%2u_%2u", &dTime[0], &dTime[1], &dTime[2],
-                &dTime[3], &dTime[4], &dTime[5])
+        std::string_view const sFile = FileNameOf(sName);
+        std::string const sText(sFile.substr(sFile.starts_with(REPORT_START) ? REPORT_START.size() : sFile.size()));
+        if (std::sscanf(sText.c_str(), "%2u.%2u.%4u__%2u_%2u_%2u", &dTime[0], &dTime[1], &dTime[2], &dTime[3],
+                &dTime[4], &dTime[5])
             != 6)
         {
             return "";
@@ -263,7 +274,8 @@ namespace
         return szTime;
     }
 
-    // Returns "2026-11-26 08:18:37" for a time of ISO 8601, or an empty text for anything else.
+    // Returns the start of a time of ISO 8601 as "2026-11-26 08:18:37". Any of its separators may be a blank, which
+    // stays. Returns an empty text if the text begins otherwise.
     std::string LocalTime(std::string_view sTime)
     {
         constexpr std::string_view FORM = "0000-00-00T00:00:00";
@@ -277,7 +289,7 @@ namespace
         {
             return "";
         }
-        sText[10] = ' ';
+        sText[FORM.find('T')] = ' ';
         return sText;
     }
 }

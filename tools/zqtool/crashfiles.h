@@ -4,7 +4,8 @@
 #include "tools/zqtool/crashreport.h"
 
 /// Function that receives one line for each of these:
-/// - file or folder that is damaged, foreign or not readable
+/// - file that is damaged or foreign
+/// - file or folder that is not readable
 /// - file of more than 16 MiB, of which the rest is not read
 /// - folder without a report
 using CrashFault_t = std::function<void(std::string const & sText)>;

@@ -49,7 +49,7 @@ void CrashFold_c::Add(Crash_t Crash)
     {
         ++Group.dVersions[std::string(sVersion)];
     }
-    auto const Rank = [](Crash_t const & Of) { return std::tie(Of.bDetails, Of.sTime, Of.sFile); };
+    auto const Rank = [](Crash_t const & Ranked) { return std::tie(Ranked.bDetails, Ranked.sTime, Ranked.sFile); };
     if (Group.nCount++ == 0 || Rank(Group.Sample) < Rank(Crash))
     {
         Group.Sample = std::move(Crash);

@@ -25,7 +25,7 @@ namespace
         return Number ? Json_t(Address(*Number)) : Json_t();
     }
 
-    Json_t OfVariable(CrashVariable_t const & Variable)
+    Json_t JsonOfVariable(CrashVariable_t const & Variable)
     {
         return { { "level", Variable.nLevel }, { "kind", Variable.sWord.empty() ? "member" : Variable.sWord },
             { "name", Variable.sName }, { "type", TextOrNull(Variable.sType) },
@@ -33,17 +33,17 @@ namespace
     }
 
     template <typename T, typename CALL>
-    Json_t ArrayOf(std::vector<T> const & dMembers, CALL const & Of)
+    Json_t ArrayOf(std::vector<T> const & dMembers, CALL const & fnJson)
     {
         Json_t Array = Json_t::array();
         for (T const & Member : dMembers)
         {
-            Array.push_back(Of(Member));
+            Array.push_back(fnJson(Member));
         }
         return Array;
     }
 
-    Json_t OfFrame(CrashFrame_t const & Frame)
+    Json_t JsonOfFrame(CrashFrame_t const & Frame)
     {
         return { { "number", Frame.iNumber }, { "address", Address(Frame.nAddress) },
             { "module", TextOrNull(Frame.sModule) },
@@ -54,23 +54,23 @@ namespace
                 Frame.sFunction.empty() || Frame.bInlined ? Json_t() : Json_t(Address(Frame.nDisplacement)) },
             { "inlined", Frame.bInlined }, { "own", IsOwnFrame(Frame) }, { "file", TextOrNull(Frame.sFile) },
             { "line", Frame.iLine > 0 ? Json_t(Frame.iLine) : Json_t() }, { "leftOut", Frame.nLeftOut },
-            { "source", Frame.dSource }, { "variables", ArrayOf(Frame.dVariables, OfVariable) } };
+            { "source", Frame.dSource }, { "variables", ArrayOf(Frame.dVariables, JsonOfVariable) } };
     }
 
-    Json_t OfThread(CrashThread_t const & Thread)
+    Json_t JsonOfThread(CrashThread_t const & Thread)
     {
         return { { "number", TextOrNull(Thread.sNumber) }, { "name", TextOrNull(Thread.sName) },
-            { "lock", TextOrNull(Thread.sLock) }, { "frames", ArrayOf(Thread.dFrames, OfFrame) },
+            { "lock", TextOrNull(Thread.sLock) }, { "frames", ArrayOf(Thread.dFrames, JsonOfFrame) },
             { "fartherFrames", Thread.bFarther } };
     }
 
-    Json_t OfModule(CrashModule_t const & Module)
+    Json_t JsonOfModule(CrashModule_t const & Module)
     {
         return { { "start", Address(Module.nStart) }, { "end", Address(Module.nEnd) },
             { "buildId", TextOrNull(Module.sBuildId) }, { "path", Module.sPath } };
     }
 
-    Json_t OfProcess(Crash_t const & Crash)
+    Json_t JsonOfProcess(Crash_t const & Crash)
     {
         Json_t Facts = Json_t::object();
         for (CrashFact_t const & Fact : Crash.dFacts)
@@ -80,7 +80,7 @@ namespace
         return Facts;
     }
 
-    Json_t OfCrash(Crash_t const & Crash)
+    Json_t JsonOfCrash(Crash_t const & Crash)
     {
         char szCode[16];
         std::snprintf(szCode, sizeof szCode, "%08X", static_cast<unsigned>(Crash.nCode));
@@ -91,8 +91,8 @@ namespace
             { "instruction", AddressOrNull(Crash.Instruction) }, { "exception", TextOrNull(Crash.sException) },
             { "depth", TextOrNull(Crash.sDepth) },
             { "likelyFrame", pLikely != nullptr ? Json_t(pLikely - Crash.Thread.dFrames.data()) : Json_t() },
-            { "thread", OfThread(Crash.Thread) }, { "threads", ArrayOf(Crash.dThreads, OfThread) },
-            { "modules", ArrayOf(Crash.dModules, OfModule) }, { "process", OfProcess(Crash) },
+            { "thread", JsonOfThread(Crash.Thread) }, { "threads", ArrayOf(Crash.dThreads, JsonOfThread) },
+            { "modules", ArrayOf(Crash.dModules, JsonOfModule) }, { "process", JsonOfProcess(Crash) },
             { "memory", Crash.dMemory }, { "timers", Crash.dTimers }, { "log", Crash.dLog },
             { "incomplete", Crash.dCuts } };
     }
@@ -100,12 +100,12 @@ namespace
 
 std::string CrashJson(Crash_t const & Crash)
 {
-    return JsonText(OfCrash(Crash));
+    return JsonText(JsonOfCrash(Crash));
 }
 
 std::string CrashGroupJson(CrashGroup_t const & Group)
 {
     return JsonText({ { "signature", Group.sSignature }, { "count", Group.nCount },
         { "first", TextOrNull(Group.sFirst) }, { "last", TextOrNull(Group.sLast) }, { "versions", Group.dVersions },
-        { "sample", OfCrash(Group.Sample) } });
+        { "sample", JsonOfCrash(Group.Sample) } });
 }

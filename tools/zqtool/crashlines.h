@@ -4,7 +4,7 @@
 #include "tools/zqtool/crashreport.h"
 
 /// Most members of a list in a crash, such as frames, threads, modules, variables or lines of one kind, and most
-/// crashes in a file. JoinCrashes and the naming of inlined calls may make a stack longer.
+/// crashes in a file. The naming of inlined calls may make a stack longer.
 constexpr std::size_t CRASH_MAX_MEMBERS = 10000;
 constexpr std::size_t CRASH_MAX_CRASHES = 1000;
 

@@ -24,7 +24,8 @@ namespace
 
     std::string Times(CrashGroup_t const & Group)
     {
-        std::string const sFirst = Group.sFirst.substr(0, 10), sLast = Group.sLast.substr(0, 10);
+        constexpr std::size_t DAY = 10;   // characters of "2026-11-26"
+        std::string const sFirst = Group.sFirst.substr(0, DAY), sLast = Group.sLast.substr(0, DAY);
         return sFirst + (sFirst == sLast ? "" : " \xE2\x80\x93 " + sLast);
     }
 
@@ -49,12 +50,14 @@ namespace
     // Returns a signature with its functions in bold.
     std::string CauseHtml(std::string const & sSignature)
     {
-        std::size_t const iFunctions = sSignature.find(": ");
-        if (iFunctions == std::string::npos)
+        constexpr std::string_view SEPARATOR = ": ";
+        std::size_t const iColon = sSignature.find(SEPARATOR);
+        if (iColon == std::string::npos)
         {
             return Shown(sSignature);
         }
-        return Shown(sSignature.substr(0, iFunctions + 2)) + "<b>" + Shown(sSignature.substr(iFunctions + 2)) + "</b>";
+        std::size_t const iFunctions = iColon + SEPARATOR.size();
+        return Shown(sSignature.substr(0, iFunctions)) + "<b>" + Shown(sSignature.substr(iFunctions)) + "</b>";
     }
 
     std::string FrameHtml(CrashFrame_t const & Frame, bool bLikely)

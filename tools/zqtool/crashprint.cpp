@@ -98,11 +98,11 @@ namespace
         }
     }
 
-    bool IsSameCall(CrashFrame_t const & A, CrashFrame_t const & B)
+    bool IsSameCall(CrashFrame_t const & Inner, CrashFrame_t const & Outer)
     {
-        return B.nLeftOut == 0
-               && std::tie(A.nAddress, A.sFunction, A.sFile, A.iLine, A.bInlined)
-                      == std::tie(B.nAddress, B.sFunction, B.sFile, B.iLine, B.bInlined);
+        return Outer.nLeftOut == 0
+               && std::tie(Inner.nAddress, Inner.sFunction, Inner.sFile, Inner.iLine, Inner.bInlined)
+                      == std::tie(Outer.nAddress, Outer.sFunction, Outer.sFile, Outer.iLine, Outer.bInlined);
     }
 
     // Frames of a recursion: a cycle, and how often it directly repeats.
@@ -266,6 +266,7 @@ std::string CrashText(Crash_t const & Crash, bool bColours)
 
 std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bColours)
 {
+    constexpr std::size_t DAY = 10;   // characters of "2026-11-26"
     std::size_t nCrashes = 0;
     for (CrashGroup_t const & Group : dGroups)
     {
@@ -280,7 +281,7 @@ std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bCol
         char szCount[32];
         std::snprintf(szCount, sizeof szCount, "%7zu  ", Group.nCount);
         Text.End().Add(Colour_e::Mark, szCount).Add(Colour_e::Title, Group.sSignature).End();
-        std::string const sFirstDay = Group.sFirst.substr(0, 10), sLastDay = Group.sLast.substr(0, 10);
+        std::string const sFirstDay = Group.sFirst.substr(0, DAY), sLastDay = Group.sLast.substr(0, DAY);
         std::string sFacts = sFirstDay;
         sFacts += sFirstDay == sLastDay ? "" : " to " + sLastDay;
         sFacts += sFacts.empty() || Group.dVersions.empty() ? "" : ", ";

@@ -156,7 +156,8 @@ namespace
         return std::move(m_dCrashes);
     }
 
-    // Begins the part that the line names, if it names one. Returns whether the line is one of the fixed ones.
+    // Begins the crash or the part that the line names, if it names one. Returns whether the line is one of the fixed
+    // ones. Before the first crash, only the line that begins one counts. Requires a line that is not empty.
     bool ReportReader_c::ReadMark(std::string_view sLine)
     {
         if (std::string_view("PCLA=").find(sLine[0]) == std::string_view::npos)
@@ -319,7 +320,7 @@ namespace
     }
 
     // Reports what the last crash of the file lacks. The others need not be whole: a report may fault, and another one
-    // then continues it.
+    // then continues it. Reports a list that was cut if the crash lacks nothing. Removes a crash above the limit.
     void ReportReader_c::CheckEnd()
     {
         if (m_dCrashes.empty())
@@ -354,8 +355,8 @@ namespace
         return A.nCode == B.nCode && A.Instruction == B.Instruction;
     }
 
-    // Appends the frames of the report that follow the last one of incomplete details, unless these leave out frames
-    // before it.
+    // Appends the frames of the report that follow the last one of the details, unless the details leave out frames
+    // before it. The flag for farther frames is then that of the report.
     void AddFarther(CrashThread_t & Thread, CrashThread_t & Reported)
     {
         std::vector<CrashFrame_t> & dFrames = Thread.dFrames;
@@ -376,6 +377,7 @@ namespace
             itFrame->iNumber = ++iNumber;
             if (!AppendMember(dFrames, std::move(*itFrame)))
             {
+                Thread.bFarther = true;
                 return;
             }
         }

@@ -19,8 +19,8 @@ namespace
     class Build_c
     {
     public:
-        // Adds the module with the size of the file, because a report may be damaged. Uses no index files: they are for
-        // modules as a process maps them, which this one is not.
+        // Adds the module with the size that its file states, because a report may be damaged. Uses no index files:
+        // they are for modules as a process maps them, which this one is not.
         explicit Build_c(zqsymbols::BuildIds_c::Found_t const & File)
             : m_Modules("")
         {
@@ -28,8 +28,8 @@ namespace
             m_Modules.EndModules();
         }
 
-        // Returns the frames at an offset from the module's start, innermost first. Empty if nothing is known.
-        std::vector<CrashFrame_t> const & At(std::uint64_t nOffset)
+        // Returns the frames at an offset from the module's start, innermost first. Returns none if nothing is known.
+        std::vector<CrashFrame_t> const & FramesAt(std::uint64_t nOffset)
         {
             auto const [itFound, bNew] = m_dFrames.try_emplace(nOffset);
             if (bNew)
@@ -142,7 +142,7 @@ std::vector<CrashFrame_t> const * CrashSymbols_c::State_c::Find(
     {
         m_dMissing.insert(pModule->sPath + ", build-id " + pModule->sBuildId);
     }
-    return itBuild->second ? &itBuild->second->At(Frame.nOffset - (Frame.bReturn ? 1 : 0)) : nullptr;
+    return itBuild->second ? &itBuild->second->FramesAt(Frame.nOffset - (Frame.bReturn ? 1 : 0)) : nullptr;
 }
 
 void CrashSymbols_c::State_c::Name(std::vector<CrashFrame_t> & dFrames, CrashModules_c const & Modules)

@@ -1,4 +1,4 @@
-// For builds without libdw.
+// Names for addresses, in a build without libdw: there are none.
 #include "tools/zqtool/crashsymbols.h"
 
 struct CrashSymbols_c::State_c

@@ -31,11 +31,12 @@ namespace
     public:
         void WriteLine(char const * szLine) override
         {
+            constexpr std::string_view SEPARATOR = ": ";
             std::string const sLine = szLine;
-            std::size_t const iColon = sLine.find(": ");
+            std::size_t const iColon = sLine.find(SEPARATOR), iText = iColon + SEPARATOR.size();
             std::size_t const iEnd = sLine.find_last_not_of(' ') + 1;
-            m_Lines.push_back({ { "address", "0x" + sLine.substr(0, iColon) },
-                { "text", sLine.substr(iColon + 2, iEnd - iColon - 2) } });
+            m_Lines.push_back(
+                { { "address", "0x" + sLine.substr(0, iColon) }, { "text", sLine.substr(iText, iEnd - iText) } });
         }
 
         Json_t m_Lines = Json_t::array();
@@ -44,7 +45,8 @@ namespace
     // Reads a hexadecimal number, with or without 0x. Returns what is wrong with the text, or an empty text.
     std::string ReadAddress(std::string const & sText, std::uint64_t & nAddress)
     {
-        char const * const pFirst = sText.c_str() + (sText.compare(0, 2, "0x") == 0 ? 2 : 0);
+        constexpr std::string_view PREFIX = "0x";
+        char const * const pFirst = sText.c_str() + (sText.starts_with(PREFIX) ? PREFIX.size() : 0);
         char const * const pEnd = sText.c_str() + sText.size();
         auto const [pRest, eError] = std::from_chars(pFirst, pEnd, nAddress, 16);
         return eError == std::errc() && pRest == pEnd ? "" : sText + " is not a hexadecimal number";

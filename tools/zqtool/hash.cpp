@@ -167,8 +167,9 @@ namespace
         {
             return false;
         }
-        Line = { Lower(sLine.substr(0, nDigits)), sLine.substr(nDigits + 2), nDigits == 8 ? "crc32" : "sha1" };
-        return (nDigits == 8 || nDigits == 2 * SHA1_HASH_SIZE) && (!bEscaped || Unescape(Line.sFile));
+        bool const bCrc = nDigits == 2 * sizeof(std::uint32_t);
+        Line = { Lower(sLine.substr(0, nDigits)), sLine.substr(nDigits + 2), bCrc ? "crc32" : "sha1" };
+        return (bCrc || nDigits == 2 * SHA1_HASH_SIZE) && (!bEscaped || Unescape(Line.sFile));
     }
 
     int CheckList(Options_s const & Options)

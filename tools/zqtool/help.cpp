@@ -127,7 +127,8 @@ std::string HelpText(HelpCommand_t const & Command)
 
 std::string DidYouMean(std::string_view sWord, std::vector<std::string> const & dKnown)
 {
-    auto const Bare = [](std::string_view s) { return s.substr(std::min(s.find_first_not_of('-'), s.size())); };
+    auto const Bare = [](std::string_view sText)
+    { return sText.substr(std::min(sText.find_first_not_of('-'), sText.size())); };
     std::string_view const sBare = Bare(sWord);
     std::size_t nLeast = std::min<std::size_t>(3, sBare.size() / 2) + 1;
     std::string sNearest;

@@ -50,6 +50,7 @@ int HttpCheck(std::string_view sRequest, int iPort, std::string & sTarget)
     {
         return HTTP_BAD_REQUEST;
     }
+    constexpr std::string_view SCHEME = "http://";
     int nHosts = 0;
     bool bOwn = true;
     for (auto Line = TakePart(sRequest, LINE_END); Line && !Line->empty(); Line = TakePart(sRequest, LINE_END))
@@ -62,7 +63,7 @@ int HttpCheck(std::string_view sRequest, int iPort, std::string & sTarget)
         std::string const sKey = Lower(*Name), sValue = Lower(Trimmed(*Line));
         nHosts += sKey == "host";
         bOwn = bOwn && (sKey != "host" || IsOwnHost(sValue, iPort))
-               && (sKey != "origin" || (sValue.starts_with("http://") && IsOwnHost(sValue.substr(7), iPort)));
+               && (sKey != "origin" || (sValue.starts_with(SCHEME) && IsOwnHost(sValue.substr(SCHEME.size()), iPort)));
     }
     if (nHosts != 1)
     {

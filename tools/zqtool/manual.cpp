@@ -67,7 +67,7 @@ namespace
 
 namespace
 {
-    Json_t OfCommand(HelpCommand_t const & Command)
+    Json_t JsonOf(HelpCommand_t const & Command)
     {
         Json_t Options = Json_t::array();
         for (HelpOption_t const & Option : Command.dOptions)
@@ -81,10 +81,10 @@ namespace
 
     void PrintHelpJson(HelpCommand_t const & Wanted)
     {
-        Json_t Json = OfCommand(Wanted);
+        Json_t Json = JsonOf(Wanted);
         for (HelpCommand_t const & Sub : Wanted.dCommands)
         {
-            Json["commands"].push_back(OfCommand(Sub));
+            Json["commands"].push_back(JsonOf(Sub));
         }
         PrintJson(Json);
     }

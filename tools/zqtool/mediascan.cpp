@@ -70,13 +70,13 @@ namespace
         return sFolded.substr(sFolded.rfind('\\') + 1);   // the whole text if there is none
     }
 
-    // Calls Do with each file of the table.
+    // Calls fnDo with each file of the table.
     template <typename DO>
-    void ForEachFile(DO Do)
+    void ForEachFile(DO fnDo)
     {
         for (auto * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
         {
-            Do(*pSlot->pObject);
+            fnDo(*pSlot->pObject);
         }
     }
 
@@ -92,16 +92,16 @@ namespace
         void Walk(std::string const & sRoot)
         {
             std::error_code Error;
-            fs::recursive_directory_iterator Next(sRoot, fs::directory_options::skip_permission_denied, Error);
-            for (; !Error && Next != fs::recursive_directory_iterator(); Next.increment(Error))
+            fs::recursive_directory_iterator itEntry(sRoot, fs::directory_options::skip_permission_denied, Error);
+            for (; !Error && itEntry != fs::recursive_directory_iterator(); itEntry.increment(Error))
             {
                 std::error_code Ignored;
-                fs::file_type const eType = Next->symlink_status(Ignored).type();
-                std::string const & sPath = Next->path().native();
+                fs::file_type const eType = itEntry->symlink_status(Ignored).type();
+                std::string const & sPath = itEntry->path().native();
                 m_Scan.dDisk.push_back({ FoldedText(sPath), sPath, eType == fs::file_type::directory });
                 if (sPath.size() > 512)
                 {
-                    Next.disable_recursion_pending();
+                    itEntry.disable_recursion_pending();
                 }
                 if (eType == fs::file_type::symlink)
                 {
@@ -144,18 +144,18 @@ namespace
     // case only.
     std::vector<std::string> SpellingsOf(MediaScan_t const & Scan, std::string const & sFolded)
     {
-        auto It = std::lower_bound(Scan.dDisk.begin(), Scan.dDisk.end(), sFolded,
+        auto itEntry = std::lower_bound(Scan.dDisk.begin(), Scan.dDisk.end(), sFolded,
             [](DiskEntry_t const & Entry, std::string const & sWanted) { return Entry.sFolded < sWanted; });
         std::vector<std::string> dPaths;
-        for (; It != Scan.dDisk.end() && It->sFolded == sFolded; ++It)
+        for (; itEntry != Scan.dDisk.end() && itEntry->sFolded == sFolded; ++itEntry)
         {
-            dPaths.push_back(It->sPath);
+            dPaths.push_back(itEntry->sPath);
         }
         return dPaths;
     }
 
     // Returns those of the paths that are directly in a folder.
-    std::vector<std::string> InFolder(std::vector<std::string> const & dPaths, std::string const & sFolder)
+    std::vector<std::string> PathsInFolder(std::vector<std::string> const & dPaths, std::string const & sFolder)
     {
         std::vector<std::string> dInFolder;
         std::copy_if(dPaths.begin(), dPaths.end(), std::back_inserter(dInFolder),
@@ -171,7 +171,7 @@ namespace
         {
             std::string const sParent =
                 Spell(Scan, sFolded.substr(0, sFolded.size() - std::min(sFolded.size(), BareOf(sFolded).size() + 1)));
-            std::vector<std::string> const dInParent = InFolder(dPaths, sParent);
+            std::vector<std::string> const dInParent = PathsInFolder(dPaths, sParent);
             dPaths = dInParent.empty() ? dPaths : dInParent;
             return HasCapital(fs::path(dPaths.back()).filename().native()) ? dPaths.front() : dPaths.back();
         }
@@ -201,13 +201,13 @@ namespace
     void CountBelow(MediaScan_t const & Scan, std::string const & sFolded, MediaFinding_t & Finding)
     {
         std::string const sPrefix = sFolded + '\\';
-        auto It = std::lower_bound(Scan.dDisk.begin(), Scan.dDisk.end(), sPrefix,
+        auto itEntry = std::lower_bound(Scan.dDisk.begin(), Scan.dDisk.end(), sPrefix,
             [](DiskEntry_t const & Entry, std::string const & sWanted) { return Entry.sFolded < sWanted; });
-        for (; It != Scan.dDisk.end() && It->sFolded.starts_with(sPrefix); ++It)
+        for (; itEntry != Scan.dDisk.end() && itEntry->sFolded.starts_with(sPrefix); ++itEntry)
         {
             std::error_code Error;
-            std::uint64_t const nBytes = It->bFolder ? 0 : fs::file_size(It->sPath, Error);
-            Finding.nFiles += It->bFolder || Error ? 0 : 1;
+            std::uint64_t const nBytes = itEntry->bFolder ? 0 : fs::file_size(itEntry->sPath, Error);
+            Finding.nFiles += itEntry->bFolder || Error ? 0 : 1;
             Finding.nBytes += Error ? 0 : nBytes;
         }
     }
@@ -258,8 +258,8 @@ namespace
             std::vector<std::string> dTwins;
             if (sFolded == Skip.sFirst)
             {
-                // The other names that differ in case only. Each report of one of them is for the next.
-                dTwins = InFolder(SpellingsOf(m_Scan, sFolded), fs::path(Finding.sOther).parent_path().native());
+                // The twins are the other names that differ in case only. Each report of one of them is for the next.
+                dTwins = PathsInFolder(SpellingsOf(m_Scan, sFolded), fs::path(Finding.sOther).parent_path().native());
                 std::erase(dTwins, Finding.sOther);
             }
             if (!dTwins.empty())
@@ -396,22 +396,25 @@ namespace
 
 void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options)
 {
+    constexpr std::size_t MOST_BYTES = 99;   // of a name or location
     Argument_c const Game =
         Arguments.AddText("--game", "NAME", Options.sGame, "enter only this game's folder of the split, in lower case")
             .SetReader(
                 [](std::string const & sName) -> std::string
                 {
                     bool const bBare =
-                        sName.find_first_of("/\\") == std::string::npos && !sName.empty() && sName.size() < 100;
+                        sName.find_first_of("/\\") == std::string::npos && !sName.empty() && sName.size() <= MOST_BYTES;
                     return bBare && !HasCapital(sName) ? "" : "a game is a bare name in lower case";
                 });
     Arguments.AddText("--split", "LOCATION", Options.sSplit, "folder of the games; default \\gamedata\\")
         .SetNeeds(Game)
         .SetReader(
-            [](std::string const & s) -> std::string
+            [](std::string const & sLocation) -> std::string
             {
-                bool const bBounded = s.size() > 1 && s.size() < 100 && s.front() == '\\' && s.back() == '\\';
-                return bBounded && !HasCapital(s) ? "" : "a location is in lower case and begins and ends with \\";
+                bool const bBounded = sLocation.size() > 1 && sLocation.size() <= MOST_BYTES
+                                      && sLocation.starts_with('\\') && sLocation.ends_with('\\');
+                return bBounded && !HasCapital(sLocation) ? ""
+                                                          : "a location is in lower case and begins and ends with \\";
             });
     Arguments.AddText("--config", "NAME", Options.sConfig, "folder of media\\_configdependeddata\\ to enter");
     Arguments.AddFlag("--relative", Options.bRelative, "names are paths below the first folder");
@@ -459,14 +462,14 @@ bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & O
     {
         return false;
     }
-    auto const Root = std::find_if(Scan.dPaths.begin(), Scan.dPaths.end(),
+    auto const itRoot = std::find_if(Scan.dPaths.begin(), Scan.dPaths.end(),
         [](std::string const & sPath) { return DirectoryExists(sPath.c_str()); });
-    SetPQXMediaPath(Root != Scan.dPaths.end() ? Root->c_str() : "");
+    SetPQXMediaPath(itRoot != Scan.dPaths.end() ? itRoot->c_str() : "");
     CallbackScope_T const Skips(g_FileSkipCallbacker, NoteSkip);
-    auto const Start = std::chrono::steady_clock::now();
+    auto const tStart = std::chrono::steady_clock::now();
     bool const bAdded = std::all_of(
         Scan.dPaths.begin(), Scan.dPaths.end(), [&](std::string const & sPath) { return AddPath(sPath, Options); });
-    Scan.fMilliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - Start).count();
+    Scan.fMilliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - tStart).count();
     if (!bAdded)
     {
         return false;

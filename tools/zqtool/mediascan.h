@@ -18,9 +18,6 @@ struct MediaOptions_t
     bool bRelative = false;                // whether keys are relative paths
 };
 
-/// Declares `--game`, `--split`, `--config` and `--relative`. Requires Options to outlive the parse.
-void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options);
-
 /// A kind of entry that a scan leaves out, or that does not open as its name says.
 struct MediaKind_t
 {
@@ -67,13 +64,18 @@ struct MediaScan_t
     int CountDuplicates() const;
 };
 
+/// Declares `--game`, `--split`, `--config` and `--relative`. Requires Options to outlive the parse.
+void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options);
+
 /// Scans folders and mounts archives over them, in their order. The first folder is the media root. The library's
-/// tables then hold the files. Returns false, and prints why, if it can't scan or mount a path, if two paths are the
-/// same, or if a folder is in another one. Requires an empty Scan.
+/// tables then hold the files. Requires an empty Scan. Returns false, and prints why, in these cases:
+/// - A path can't be scanned or mounted.
+/// - Two paths are the same.
+/// - A folder is in another one.
 bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & Options, MediaScan_t & Scan);
 
-/// Returns where a file is, as the disk spells it. A place that is not in dDisk, such as one in an archive, is spelled
-/// as the library does, with `/` as the separator.
+/// Returns where a file is, as the disk spells it. Returns a place that is not in dDisk, such as one in an archive, as
+/// the library spells it, but with `/` as the separator.
 std::string PathOf(MediaScan_t const & Scan, File_c const & File);
 
 /// Returns a path in the form of the tables: in lower case, with `\` as the separator.

@@ -36,9 +36,9 @@ namespace
         { GroupBy_e::Line, "source line", "by_line" },
     };
 
-    unsigned long long Wide(std::uint64_t n)
+    unsigned long long Wide(std::uint64_t nNumber)
     {
-        return n;
+        return nNumber;
     }
 
     void PrintSizes(GrowthRow_t const & Row, std::uint64_t nTotal)
@@ -74,7 +74,7 @@ namespace
             Printable(Row.sName).c_str());
     }
 
-    // Leaves out rows whose last holding equals the first.
+    // Prints the rows whose last holding differs from the first, and the total.
     void PrintGrowth(char const * szColumn, std::vector<GrowthRow_t> const & dRows, GrowthRow_t const & Total)
     {
         std::printf("%14s %14s %14s %10s%s  %s\n", "first bytes", "last bytes", "growth", "blocks",

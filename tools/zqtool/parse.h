@@ -22,10 +22,10 @@ std::string_view TakeUpTo(std::string_view & sText, std::string_view sMark);
 /// none or it is too large.
 std::optional<std::uint64_t> TakeNumber(std::string_view & sText, int nBase);
 
-/// Returns the number of which a text consists, or nothing if the text is anything else.
+/// Returns the number of which a text consists, or nothing for any other text and for a number that is too large.
 std::optional<std::uint64_t> WholeNumber(std::string_view sText, int nBase);
 
-/// Returns the part of a path after its last `/` or `\`.
+/// Returns the part of a path after its last `/` or `\`, or the whole path if it has neither.
 std::string_view FileNameOf(std::string_view sPath);
 
 /// Returns the text with its ASCII letters in lower case.

@@ -160,8 +160,9 @@ namespace
         }
     }
 
-    // Returns the index of the record that a link leads to. Returns -1 for no link, and reports a damaged one. The
-    // profiler creates a timer after its parent and its previous siblings, so a link always leads to a higher index.
+    // Returns the index of the record that a link leads to. Returns -1 for no link or a damaged one, and reports the
+    // latter. The profiler creates a timer after its parent and its previous siblings, so a link always leads to a
+    // higher index.
     int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords)
     {
         std::uint32_t const nLink = Word(BytesOf(iRecord, iField));

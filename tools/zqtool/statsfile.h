@@ -45,17 +45,11 @@ struct StatsTimer_t
     StatsFigures_t Figures;
 };
 
-/// Timers of a batch. Never empty; the first one is the root.
+/// Timers of a batch. It is never empty, and its first timer is the root.
 using StatsBatch_t = std::vector<StatsTimer_t>;
 
 /// Function that receives a batch. bWhole is false if the file ends inside it: the timers after that point are missing.
 using StatsTake_t = std::function<void(StatsBatch_t const & Batch, bool bWhole)>;
-
-/// Reads a stats file and passes on one batch after the other. A broken one comes last, if it has a timer besides the
-/// root. Reports each fault to fnComplain with its offset in the file, and passes on all that is readable before and
-/// after it. Returns whether there was no fault.
-bool ReadStatsFile(std::istream & Stream, StatsTake_t const & fnTake,
-    std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain);
 
 /// Result of StatsTail_c::Read.
 enum class StatsTail_e
@@ -65,6 +59,12 @@ enum class StatsTail_e
     Anew,      // the file was created anew: what was read before is of another run
     Damaged    // the rest can't be read, unless the file is created anew
 };
+
+/// Reads a stats file and passes on one batch after the other. A broken one comes last, if it has a timer besides the
+/// root. Reports each fault to fnComplain with its offset in the file, and passes on all that is readable before and
+/// after it. Returns whether there was no fault.
+bool ReadStatsFile(std::istream & Stream, StatsTake_t const & fnTake,
+    std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain);
 
 /// Reader of a stats file that a program still writes.
 class StatsTail_c
@@ -84,6 +84,6 @@ private:
     std::unique_ptr<State_s> m_pState;
 };
 
-/// Returns the time of a frame of a batch in ticks: that of the application's timer, or, without one, the sum of the
-/// timers directly under the root. Requires iSlot below STATS_FRAMES.
+/// Returns the time of a frame of a batch in ticks: that of the application's timer directly under the root, or the sum
+/// of all timers there if it is not one of them. Requires iSlot below STATS_FRAMES.
 double StatsFrameTime(StatsBatch_t const & Batch, std::size_t iSlot);

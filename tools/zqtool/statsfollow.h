@@ -11,8 +11,8 @@ struct StatsFollow_t
     int nMaxFrames = 0;   // ends after so many, or at damage; 0: only an interrupt ends it
 };
 
-/// Serves the page until an interrupt from the keyboard or the end in Follow; after that end, for up to 3 s to an open
-/// page. Prints the address. Keeps the times of the last 150,000 frames, the timers of as many as fit in a page, and
+/// Serves the page until an interrupt from the keyboard or the end in Follow. After that end serves an open page for up
+/// to 3 s. Prints the address. Keeps the times of the last 150,000 frames, the timers of as many as fit in a page, and
 /// sums of all. Adds the last run's batches to Tree and up to 20 of its faults to Facts, and returns true. Returns
 /// false, and prints why, if it can't open the port.
 bool StatsFollow(StatsFollow_t const & Follow, StatsFacts_t & Facts, StatsTree_c & Tree);

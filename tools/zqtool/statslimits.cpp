@@ -12,7 +12,7 @@ namespace
     constexpr std::string_view FRAME_FIGURES[] = { "mean", "median", "p95", "p99", "worst" };
     constexpr std::string_view TIMER_FIGURES[] = { "mean", "peak" };
 
-    // Returns a time in milliseconds, or a negative number for any other text.
+    // Returns a time in milliseconds. Returns a negative number for a negative time and for any other text.
     double ReadTime(std::string_view sText)
     {
         static constexpr std::pair<std::string_view, double> UNITS[] = { { "ms", 1 }, { "us", 1e-3 }, { "s", 1e3 } };
@@ -53,7 +53,7 @@ std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
         return sText + ": there is no " + Limit.sFigure
                + (bFrame ? " of frames, only mean, median, p95, p99 and worst" : " of a timer, only mean and peak");
     }
-    return Limit.fMilliseconds < 0 ? sText + ": the limit is a number with the unit s, ms or us" : "";
+    return Limit.fMilliseconds < 0 ? sText + ": the limit is a number from 0 on with the unit s, ms or us" : "";
 }
 
 StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond)

@@ -18,8 +18,8 @@ struct StatsMeasured_t
     double fMilliseconds = 0;
 };
 
-/// Reads a limit. The name ends at the last dot before the last '='. Units are s, ms and us. Returns what is wrong with
-/// the text, and may change Limit even then; empty if nothing is.
+/// Reads a limit. The name ends at the last dot before the last '='. Units are s, ms and us. A negative time is wrong.
+/// Returns what is wrong with the text, and may change Limit even then. Returns an empty text if nothing is wrong.
 std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit);
 
 /// Returns the time that the file has for a limit. Figures of frames leave out those that the tree has forgotten.

@@ -41,7 +41,8 @@ public:
     void Write(std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree,
         StatsNews_t const & News = {}) const;
 
-    /// Returns what a page knows of a file, as JSON. Requires a tree of the same batches.
+    /// Returns as JSON what a page shows: the facts, the sums, and the batches from News.iFrom on up to News.nMaxBytes.
+    /// Requires a tree of the same batches.
     std::string MakeNews(StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsNews_t const & News) const;
 
 private:

@@ -4,7 +4,8 @@
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/statspage.h"
 
-/// Prints the times of frames, and the tree of timers with their figures, on standard output.
+/// Prints the times of frames, and the tree of timers with their figures, on standard output. The times of frames leave
+/// out those that the tree has forgotten. Requires a rate above 0.
 void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts);
 
 /// Returns the same as an object, with the file's problems.

@@ -78,7 +78,7 @@ private:
 };
 
 /// Divides a line among the members of a tree. Each has its own size or the sum of its children's, whichever is larger.
-/// A size below 0 counts as 0. Its children lie inside it, from its start on. Requires parents before their children.
+/// Its children lie inside it, from its start on. A size below 0 counts as 0. Requires parents before their children.
 /// Sets dStarts and dSizes.
 void LayOutTree(std::vector<int> const & dParents, std::vector<double> & dSizes, std::vector<double> & dStarts);
 

@@ -5,8 +5,21 @@
 #include <string>
 #include <string_view>
 
-/// Returns the text as UTF-8. U+FFFD replaces each byte of a control character and of a character that ends a line or
-/// changes the direction of writing, and each byte that is not UTF-8.
+/// Role of a text that has a colour.
+enum class Colour_e
+{
+    Title,
+    Head,
+    Mark,
+    Quiet,
+    Bad,
+    Good
+};
+
+/// Returns the text as UTF-8. U+FFFD replaces each byte of these:
+/// - a control character.
+/// - a character that ends a line or changes the direction of writing.
+/// - bytes that are not UTF-8.
 std::string Printable(std::string_view sText);
 
 /// Returns a line of a log as Printable does, except that four blanks replace a tab.
@@ -29,17 +42,6 @@ std::size_t WidthOf(std::string_view sText);
 
 /// Returns a number with a noun, as "1 thread" or "3 threads".
 std::string Counted(std::uint64_t nCount, std::string const & sNoun);
-
-/// Role of a text that has a colour.
-enum class Colour_e
-{
-    Title,
-    Head,
-    Mark,
-    Quiet,
-    Bad,
-    Good
-};
 
 /// Returns a text between the escape sequences of a colour. Requires a printable text.
 std::string Coloured(std::string_view sText, Colour_e eColour);

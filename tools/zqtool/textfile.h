@@ -5,7 +5,8 @@
 
 #include <string>
 
-/// File whose contents lie in memory. Requires that no other file has its name.
+/// File whose contents lie in memory. Only FileOpen reads it: Load and OpenStored fail. Requires that no other file has
+/// its name.
 class TextFile_c final : public File_c
 {
 public:

@@ -33,7 +33,7 @@ namespace
         return nDuplicates < 3 || nDuplicates * 10 <= nDuplicates + Scan.nFiles;
     }
 
-    std::string AsText(MediaFinding_t const & Finding)
+    std::string FindingText(MediaFinding_t const & Finding)
     {
         std::string sText = Finding.sWhy;
         if (!Finding.sOther.empty())
@@ -71,7 +71,7 @@ namespace
         for (std::string const & sPath : dPaths)
         {
             std::string const sBlanks(nColumn - std::min(nColumn, WidthOf(sPath)), ' ');
-            std::printf("  %s%s  %s\n", sPath.c_str(), sBlanks.c_str(), AsText(*First++).c_str());
+            std::printf("  %s%s  %s\n", sPath.c_str(), sBlanks.c_str(), FindingText(*First++).c_str());
         }
         if (nShown < nFindings)
         {
@@ -90,14 +90,14 @@ namespace
             Counted(static_cast<std::uint64_t>(Scan.nFiles), "file").c_str(),
             Counted(static_cast<std::uint64_t>(Scan.nFolders), "folder").c_str(), Counted(Scan.nBytes, "byte").c_str(),
             Scan.fMilliseconds);
-        auto const EndOf = [&](Findings_t::const_iterator It)
+        auto const EndOf = [&](Findings_t::const_iterator itFirst)
         {
-            return std::find_if(
-                It, Scan.dFindings.end(), [It](MediaFinding_t const & Finding) { return Finding.pKind != It->pKind; });
+            return std::find_if(itFirst, Scan.dFindings.end(),
+                [itFirst](MediaFinding_t const & Finding) { return Finding.pKind != itFirst->pKind; });
         };
-        for (auto It = Scan.dFindings.begin(); It != Scan.dFindings.end(); It = EndOf(It))
+        for (auto itKind = Scan.dFindings.begin(); itKind != Scan.dFindings.end(); itKind = EndOf(itKind))
         {
-            PrintKind(It, EndOf(It), Options.bAll);
+            PrintKind(itKind, EndOf(itKind), Options.bAll);
         }
         if (!FitsBareNames(Scan))
         {
@@ -114,7 +114,7 @@ namespace
         }
     }
 
-    Json_t OfFinding(MediaFinding_t const & Finding)
+    Json_t FindingJson(MediaFinding_t const & Finding)
     {
         Json_t Json = { { "kind", Finding.pKind->szName }, { "path", Finding.sPath }, { "why", Finding.sWhy } };
         if (!Finding.sOther.empty())
@@ -134,7 +134,7 @@ namespace
         Json_t Found = Json_t::array(), LeftOut = Json_t::array();
         for (MediaFinding_t const & Finding : Scan.dFindings)
         {
-            (Finding.pKind->bFault ? Found : LeftOut).push_back(OfFinding(Finding));
+            (Finding.pKind->bFault ? Found : LeftOut).push_back(FindingJson(Finding));
         }
         PrintJson({ { "paths", Scan.dPaths }, { "game", Options.Media.sGame }, { "config", Options.Media.sConfig },
             { "relative", Options.Media.bRelative }, { "files", Scan.nFiles }, { "folders", Scan.nFolders },
@@ -188,7 +188,9 @@ namespace
         {
             bool const bListed = std::any_of(
                 dOthers.begin(), dOthers.end(), [&](Other_t const & Other) { return Other.sPath == Finding.sPath; });
-            if (!bListed && Finding.sPath != sOpened && HasBareName(FoldedText(Finding.sPath), sName))
+            bool const bFolder = std::any_of(Scan.dDisk.begin(), Scan.dDisk.end(),
+                [&](DiskEntry_t const & Entry) { return Entry.bFolder && Entry.sPath == Finding.sPath; });
+            if (!bListed && !bFolder && Finding.sPath != sOpened && HasBareName(FoldedText(Finding.sPath), sName))
             {
                 dOthers.push_back({ Finding.sPath, Finding.sWhy });
             }

@@ -15,7 +15,8 @@
 // |     40 |   8*K | out: calls of each kind                                                                         |
 // | 40+8*K |  16*K | out: the names of the kinds, with zeros at the end                                              |
 //
-// K is the number of kinds (KINDS). Without the variable, or if the file can't be opened, all calls go through.
+// K is the number of kinds (KINDS). Without the variable, or if the file can't be opened, all calls go through. If the
+// file can't be mapped, the process aborts.
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -65,8 +66,9 @@ namespace
         KINDS
     };
 
-    constexpr char NAMES[KINDS][16] = { "open", "read", "write", "seek", "stat", "list", "rename", "sync", "make",
-        "remove", "truncate", "map", "thread", "wait", "watch", "lease", "lock", "start", "random", "queue",
+    constexpr std::size_t NAME_SIZE = 16;   // bytes of a kind's name with its zeros
+    constexpr char NAMES[KINDS][NAME_SIZE] = { "open", "read", "write", "seek", "stat", "list", "rename", "sync",
+        "make", "remove", "truncate", "map", "thread", "wait", "watch", "lease", "lock", "start", "random", "queue",
         "allocate" };
 
     struct Table_s
@@ -78,7 +80,7 @@ namespace
         std::atomic<std::uint64_t> nFailed;
         std::uint64_t nSite;
         std::atomic<std::uint64_t> dCalls[KINDS];
-        char dNames[KINDS][16];
+        char dNames[KINDS][NAME_SIZE];
     };
     constexpr std::size_t TABLE_SIZE = 4096;
     static_assert(sizeof(Table_s) <= TABLE_SIZE && offsetof(Table_s, dCalls) == 40);
@@ -138,7 +140,7 @@ namespace
     }
 
     // Returns how many of nBytes a call may handle, or -1 if it fails.
-    ssize_t Allowed(Kind_e eKind, std::size_t nBytes, void const * pCaller)
+    ssize_t AllowedBytes(Kind_e eKind, std::size_t nBytes, void const * pCaller)
     {
         bool const bFails = IsFailing(eKind, pCaller);
         return bFails && errno != 0 ? -1 : static_cast<ssize_t>(bFails ? (nBytes + 1) / 2 : nBytes);
@@ -160,7 +162,7 @@ namespace
     extern "C" ssize_t __wrap_##Name Parameters;                                                                       \
     extern "C" ssize_t __wrap_##Name Parameters                                                                        \
     {                                                                                                                  \
-        ssize_t const nAllowed = Allowed(eKind, nBytes, __builtin_return_address(0));                                  \
+        ssize_t const nAllowed = AllowedBytes(eKind, nBytes, __builtin_return_address(0));                             \
         nBytes = static_cast<std::size_t>(nAllowed);                                                                   \
         return nAllowed < 0 ? -1 : __real_##Name Arguments;                                                            \
     }
@@ -209,7 +211,7 @@ FAILING_BYTES(WRITE, copy_file_range,
     (int iFrom, off64_t * pFrom, int iTo, off64_t * pTo, std::size_t nBytes, unsigned iFlags),
     (iFrom, pFrom, iTo, pTo, nBytes, iFlags))
 FAILING(WRITE, fputs, int, (char const * szText, std::FILE * pFile), (szText, pFile), EOF)
-FAILING(WRITE, fputc, int, (int c, std::FILE * pFile), (c, pFile), EOF)
+FAILING(WRITE, fputc, int, (int cByte, std::FILE * pFile), (cByte, pFile), EOF)
 FAILING(WRITE, fflush, int, (std::FILE * pFile), (pFile), EOF)
 FAILING(WRITE, fclose, int, (std::FILE * pFile), (pFile), FailClose(pFile))
 FAILING(WRITE, fwrite, std::size_t, (void const * p, std::size_t nSize, std::size_t nCount, std::FILE * pFile),
@@ -275,8 +277,10 @@ FAILING(ALLOCATE, calloc, void *, (std::size_t nCount, std::size_t nBytes), (nCo
 
 // Handles calls through syscall(). Those without a kind here, such as futex and execve, always go through.
 extern "C" long __real_syscall(long iCall, ...);
-extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f);
-extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long e, long f)
+extern "C" long __wrap_syscall(
+    long iCall, long nFirst, long nSecond, long nThird, long nFourth, long nFifth, long nSixth);
+extern "C" long __wrap_syscall(
+    long iCall, long nFirst, long nSecond, long nThird, long nFourth, long nFifth, long nSixth)
 {
     Kind_e const eKind = iCall == SYS_getdents64     ? LIST
                          : iCall == SYS_timer_create ? WAIT
@@ -284,5 +288,5 @@ extern "C" long __wrap_syscall(long iCall, long a, long b, long c, long d, long 
                              ? QUEUE
                              : KINDS;
     bool const bFails = eKind != KINDS && IsFailing(eKind, __builtin_return_address(0));
-    return bFails ? -1 : __real_syscall(iCall, a, b, c, d, e, f);
+    return bFails ? -1 : __real_syscall(iCall, nFirst, nSecond, nThird, nFourth, nFifth, nSixth);
 }

@@ -16,6 +16,7 @@ namespace plat
     namespace
     {
         constexpr std::size_t MAX_CONNECTIONS = 16;
+        constexpr std::size_t RECEIVE_SIZE = 2048;   // bytes received at once
         constexpr std::int64_t REQUEST_SECONDS = 10, ANSWER_SECONDS = 60, CLOSE_SECONDS = 2;
 
         std::int64_t Seconds()
@@ -28,8 +29,8 @@ namespace plat
             return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
         }
 
-        // A connection to a client, which sends its request, reads the answer, and closes. The server closes after the
-        // client, so that a client that still sends does not lose the answer.
+        // A connection to a client, which sends its request, reads the answer, and closes. The server waits up to
+        // CLOSE_SECONDS for that before it closes, so that a client that still sends does not lose the answer.
         class Connection_c
         {
         public:
@@ -56,7 +57,7 @@ namespace plat
 
             bool Receive(LoopbackAnswer_t const & fnAnswer)
             {
-                char dBytes[2048];
+                char dBytes[RECEIVE_SIZE];
                 ssize_t const nRead = recv(m_Socket.Get(), dBytes, sizeof dBytes, 0);
                 if (nRead <= 0)
                 {
@@ -92,7 +93,7 @@ namespace plat
 
             bool Drain()
             {
-                char dBytes[2048];
+                char dBytes[RECEIVE_SIZE];
                 ssize_t const nRead = recv(m_Socket.Get(), dBytes, sizeof dBytes, 0);
                 return nRead > 0 || (nRead < 0 && MustWait());
             }
@@ -107,18 +108,17 @@ namespace plat
 
     struct LoopbackServer_c::State_s
     {
-        void Accept();
-
         Descriptor_c Listener;
         int iPort = 0;
         std::list<Connection_c> dConnections;   // the oldest first
     };
 
-    void LoopbackServer_c::State_s::Accept()
+    void LoopbackServer_c::Accept()
     {
+        std::list<Connection_c> & dConnections = m_pState->dConnections;
         for (std::size_t i = 0; i < MAX_CONNECTIONS; ++i)
         {
-            int const iSocket = accept4(Listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+            int const iSocket = accept4(m_pState->Listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
             if (iSocket < 0)
             {
                 return;
@@ -180,7 +180,7 @@ namespace plat
             { return (itInterest++->revents != 0 && !Connection.Advance(fnAnswer)) || Connection.IsLate(); });
         if (dInterests[0].revents != 0)
         {
-            m_pState->Accept();
+            Accept();
         }
     }
 }

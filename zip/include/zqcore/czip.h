@@ -11,8 +11,8 @@
 //
 // An archive may come from anywhere. Mounting skips these entries, logs a line for each and reports it to
 // g_FileSkipCallbacker (cfilepath.h):
-// - absolute names, names with `..`, `.`, `\`, a drive, an empty part or characters that TextForLog (ctexterror.h)
-//   escapes;
+// - absolute names, and names whose first or last part begins with a drive;
+// - names with `..`, `.`, `\`, an empty part or characters that TextForLog (ctexterror.h) escapes;
 // - names of more than 255 characters, and keys of more than 127;
 // - an entry that can't be read or lacks a size, a CRC or a method, and a file for which the table has no room;
 // - a second file of the same key; the first one opens without the complaint that a scan's duplicate has;
@@ -71,8 +71,9 @@ inline constexpr int ZIP_MOST_EXPANSION = 250;
 /// Mounts an archive and returns true. sArchive is a path on the disk with at most 255 characters, 127 of them in its
 /// last part. The keys are bare names in lower case, or with bRelativeNames whole names with `\`. Asserts that sArchive
 /// is not null. Returns false, with the reason, in these cases:
+/// - sArchive is null, or a longer path.
 /// - the archive is mounted already.
-/// - it can't be opened, its path is longer, or it has 2 GiB or more.
+/// - it can't be opened, or has 2 GiB or more.
 /// - it is damaged or over the limits.
 /// - none of its files is added.
 bool FileZipMount(char const * sArchive, ZipOrder_e eOrder, bool bRelativeNames = false);
@@ -83,5 +84,6 @@ bool FileZipMount(char const * sArchive, ZipOrder_e eOrder, bool bRelativeNames 
 /// and prefetched files have references.
 bool FileZipUnmount(char const * sArchive);
 
-/// Returns why the last FileZipMount or FileZipUnmount failed, or an empty text if it did not. Main thread.
+/// Returns why the last FileZipMount or FileZipUnmount failed, or an empty text if it did not. Only the main thread may
+/// call it.
 File_c::Reason_t FileZipGetWhyNot();
