@@ -325,7 +325,7 @@ TEST_F(ZqtoolCrash, CountsTheVersionsOfEachGroupInOrder)
 
 TEST_F(ZqtoolCrash, ThePageFiltersItsGroups)
 {
-    SKIP_IF(FindBrowser().empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
+    SKIP_IF(FindBrowser().empty(), NEEDS_BROWSER);
     WriteDetails(DETAILS, "CrashReport_1");
     WriteDetails(Replaced(DETAILS, "Ship_c::Hit [inlined]", "<i id=evil>'\"::Sink [inlined]"), "CrashReport_2");
     RunTool("crash --html " + m_Folder.Join("page.html") + " " + m_Folder.GetPath());

@@ -250,7 +250,7 @@ namespace
 
 TEST(ZqtoolPages, OfStatsFitEachWidthAndSchemeAndLookAsBefore)
 {
-    SKIP_IF(FindBrowser().empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
+    SKIP_IF(FindBrowser().empty(), NEEDS_BROWSER);
     TempFolder_c const Folder;
     std::string const sStats = PAGE_RATE + Folder.Write("zq.stats", StatsFile(100));
     ExpectPagesFitAndLookAsBefore(Folder, { { "stats", "stats " + sStats, "" } });
@@ -258,7 +258,7 @@ TEST(ZqtoolPages, OfStatsFitEachWidthAndSchemeAndLookAsBefore)
 
 TEST(ZqtoolPages, OfMemoryFitEachWidthAndSchemeAndLookAsBefore)
 {
-    SKIP_IF(FindBrowser().empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
+    SKIP_IF(FindBrowser().empty(), NEEDS_BROWSER);
     TempFolder_c const Folder;
     std::string const sOld = Folder.Write("old.csv", Snapshot(0)), sNew = Folder.Write("new.csv", Snapshot(15000));
     std::string const sAll = "all memory:AI", sKeys = "0; 0; AI:AI; " + sAll + "; " + sAll;

@@ -266,7 +266,7 @@ class ZqtoolStatsBrowser : public ZqtoolStats
 protected:
     void SetUp() override
     {
-        SKIP_IF(FindBrowser().empty(), "needs a browser, for instance Debian's package chromium-headless-shell");
+        SKIP_IF(FindBrowser().empty(), NEEDS_BROWSER);
         ASSERT_EQ(Run(Sample(), " --html " + m_Folder.Join("page.html")).iStatus, 0);
         m_sPage = m_Folder.Read("page.html");
     }
