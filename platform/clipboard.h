@@ -61,7 +61,9 @@ namespace plat
     void ClipboardBlockUnlock(ClipboardBlock_t hBlock);
 
     /// Returns the format's data in the open clipboard, or null if there are none. The block belongs to the clipboard.
-    /// It is valid until the clipboard is emptied or closed, or the format is set.
+    /// It is valid until one of these calls:
+    /// - ClipboardEmpty or ClipboardClose.
+    /// - ClipboardSet of the format.
     ClipboardBlock_t ClipboardGet(unsigned int iFormat);
 
     /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null, and the

@@ -24,7 +24,7 @@
 // - ZQ_BREAK() is a breakpoint trap at this place. Without a debugger it is a fault, as a rule FAULT_BREAKPOINT
 //   (faults.h).
 // - ZQ_FUNCTION is the name of the present function with its class and arguments, as the compiler spells it.
-// - ZQ_FIRST_BIT(nBits) is the index of the lowest bit set in a 32-bit word, which must not be 0.
+// - ZQ_FIRST_BIT(dwBits) is the index of the lowest bit set in a 32-bit word, which must not be 0.
 // - ZQ_UNCHECKED turns the checkers of addresses and of undefined behaviour off in a function that deliberately reads
 //   memory which may be dead or no object.
 //

@@ -7,7 +7,7 @@
 
 namespace plat
 {
-    /// Receiver of debugger output, called on the thread that sends it. A line of the log arrives in two calls: the
+    /// Receiver of debugger output, called on the thread that sends it. A line of Debugf arrives in two calls: the
     /// text, then "\n".
     using DebugOutput_t = void (*)(char const * szText);
 

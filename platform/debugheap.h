@@ -64,12 +64,13 @@ namespace plat
     /// Returns null if there is no memory and no failure handler returns true. Keeps szFile as a pointer.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine);
 
-    /// Sets the own bytes of a live block. The fence then begins after them: its first 16 bytes and the block's last 4
-    /// are checked. Reports of damage to it state the address and size of the own bytes. Requires that these lie within
-    /// the block.
+    /// Sets the own bytes of a live block. The fence then begins after them: its first 16 bytes and its last 4, which
+    /// lie after the block, are checked. Reports of damage to it state the address and size of the own bytes. Requires
+    /// that these lie within the block.
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn);
 
-    /// Releases a block. Null does nothing. Reports the pointer and releases nothing in these cases:
+    /// Releases a block. Null does nothing. Requires that the 64 bytes before the pointer can be read. Reports the
+    /// pointer and releases nothing in these cases:
     /// - the block was released before, and its memory is not in use again;
     /// - its front fence is damaged;
     /// - it is not a block of this heap.
@@ -80,13 +81,13 @@ namespace plat
     std::uint32_t HeapBlockWord(void const * pUser);
     HeapBlock_t HeapDescribe(void const * pUser);
 
-    /// Finds the live block that begins at a pointer, or whose own bytes begin there. Returns false if there is none.
-    /// Walks the whole list. It is safe for any pointer.
+    /// Copies the facts of the live block that begins at a pointer, or whose own bytes begin there. Returns false if
+    /// there is none. Walks the whole list. It is safe for any pointer.
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block);
 
     /// Copies the name of a block's source file, cut to nSize - 1 bytes. Writes "unknown" if szFile is null, and
-    /// "unloaded module" if the memory of the name is gone or holds something else. Costs a system call. Requires that
-    /// nSize is not 0.
+    /// "unloaded module" if the memory of the name is gone or holds no text of printable characters. Costs a system
+    /// call. Requires that nSize is not 0.
     void HeapFileName(HeapBlock_t const & Block, char * szBuffer, std::size_t nSize);
 
     /// Calls fnVisit for each live block, newest first. Requires that the heap does not change meanwhile.

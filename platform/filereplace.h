@@ -52,7 +52,8 @@ namespace plat
 
     /// A lock on a path, held from Take to Drop. The system releases it when the process ends. While it is held, a file
     /// that only the owner may use has that name. A child of a fork neither holds its parent's lock nor keeps it alive.
-    /// On a file system without locks it has no effect. Requires Drop before the end of an object that holds the lock.
+    /// On a file system without locks it excludes nobody. Requires Drop before the end of an object that holds the
+    /// lock.
     class NameLock_c
     {
     public:

@@ -70,22 +70,22 @@ namespace plat
         bool operator==(FolderIdentity_t const &) const = default;
     };
 
-    /// Opens an existing regular file for reading. Fills pFacts, unless it is null, without the system call that
-    /// FileGetFacts makes. Returns null on failure. Fails for folders, pipes, sockets and devices, and never waits for
-    /// them.
+    /// Opens an existing regular file for reading and returns it. Fills pFacts, unless it is null, without the system
+    /// call that FileGetFacts makes. Returns null on failure. Fails for folders, pipes, sockets and devices, and never
+    /// waits for them.
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
 
     /// A repeated test whether a file can be opened with writers excluded.
     class FileLockTest_c
     {
     public:
-        /// Requires that the path outlives the test.
+        /// Makes a test of the file at a path. Requires that the path outlives the test.
         explicit FileLockTest_c(char const * szPath)
             : m_szPath(szPath)
         {}
 
         /// Opens the file for reading and closes it again. Returns false if that fails, or if anyone has it open for
-        /// writing. If the system does not report writers, returns true if size and write time are unchanged since the
+        /// writing. If the system does not report writers, returns whether size and write time are unchanged since the
         /// previous call that opened the file.
         bool Try();
 
@@ -121,15 +121,15 @@ namespace plat
     /// nothing.
     bool PathGetFacts(char const * szPath, FileFacts_t & Facts);
 
-    /// Opens a C stream of a regular file with fopen's modes. Returns null on failure. An existing file is found in any
-    /// spelling. A new file gets the path's own spelling. A stream that writes is opened by the rule of filewrite.h.
-    /// Programs that the process starts do not inherit it.
+    /// Opens a C stream of a regular file with fopen's modes and returns it. Returns null on failure. An existing file
+    /// is found in any spelling. A new file gets the path's own spelling. A stream that writes is opened by the rule of
+    /// filewrite.h. Programs that the process starts do not inherit it.
     std::FILE * StreamOpen(char const * szPath, char const * szMode);
 
-    /// Opens a stream without a buffer by the rule of filewrite.h. All output goes to the end of the file, even if
-    /// others write or cut it. Empties the file, unless it is locked: by a stream that this function opened, in this
-    /// process or another, or by another program. Empties it too if the system has no locks for it. Returns null on
-    /// failure.
+    /// Opens a stream without a buffer by the rule of filewrite.h and returns it. All output goes to the end of the
+    /// file, even if others write or cut it. Empties the file, unless it is locked: by a stream that this function
+    /// opened, in this process or another, or by another program. Empties it too if the system has no locks for it.
+    /// Returns null on failure.
     std::FILE * StreamOpenLog(char const * szPath);
 
     /// Starts a new log file if the log holds more than nLimit bytes. Requires that StreamOpenLog opened pStream with
@@ -147,7 +147,8 @@ namespace plat
     bool StreamIsUnbuffered(std::FILE * pStream);
 
     /// Writes to the stream's file without its buffer. Requires that the buffer is empty or absent. Uses as few
-    /// system calls as possible: one, unless the system writes only a part. Returns the number of bytes written.
+    /// system calls as possible: one, unless a signal interrupts it or the system writes only a part. Returns the
+    /// number of bytes written.
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes);
 
     /// Creates one folder. Returns false if it exists already or can't be created.
@@ -159,7 +160,7 @@ namespace plat
     bool FileCopy(char const * szFrom, char const * szTo, Durability_e eDurability = Durability_e::Written);
 
     /// Deletes a file, or a folder with all its contents. Removes links without following them. Returns false if there
-    /// was nothing, or if anything is left. Refuses a path that is the root or ends in "." or "..".
+    /// was nothing, or if anything is left. Refuses the root, and a path whose last name is "." or "..".
     bool TreeDelete(char const * szPath);
 
     /// Removes the spellings that folder listings and searches found, and frees their memory.

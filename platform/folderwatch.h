@@ -32,11 +32,6 @@ namespace plat
     /// Action of every record, with the number of Windows (FILE_ACTION_MODIFIED).
     inline constexpr std::uint32_t FOLDER_CHANGE_MODIFIED = 3;
 
-    /// Writes why the calling thread's last FolderWatch_c::Open failed, or why ExtractUnwatched counted folders. The
-    /// text is meant to follow a colon. It names the system's setting to raise if that is the reason. Requires that the
-    /// thread has made no other system call since.
-    void FolderWatchReason(char * szText, std::size_t nSize);
-
     /// A watch on a folder with all its subfolders, including later ones. A folder that several links lead to is
     /// watched once, so circular links are safe.
     class FolderWatch_c
@@ -62,7 +57,7 @@ namespace plat
         /// Returns whether a folder is watched.
         bool IsOpen() const { return m_pTree != nullptr; }
 
-        /// Returns what identifies the open watch in lists of open files; null while closed.
+        /// Returns what identifies the open watch in lists of open files. Returns null while closed.
         void * GetHandle() const;
 
         /// Requests the next batch. Requires a zeroed buffer, aligned to 4 bytes. The buffer belongs to the watch until
@@ -83,4 +78,9 @@ namespace plat
         class Tree_c;
         Tree_c * m_pTree = nullptr;
     };
+
+    /// Writes why the calling thread's last FolderWatch_c::Open failed, or why ExtractUnwatched counted folders. The
+    /// text is meant to follow a colon. It names the system's setting to raise if that is the reason. Requires that the
+    /// thread has made no other system call since.
+    void FolderWatchReason(char * szText, std::size_t nSize);
 }

@@ -8,7 +8,8 @@
 
 namespace plat
 {
-    /// A form of new with its delete; null for none. ALIGNMENT is std::align_val_t or nothing.
+    /// A form of new with its delete. A pointer is null if there is no such function. ALIGNMENT is std::align_val_t or
+    /// nothing.
     template <typename... ALIGNMENT>
     struct OperatorPair_T
     {

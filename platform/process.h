@@ -17,25 +17,25 @@ namespace plat
     /// always terminated.
     void ProcessCommandLine(char * szBuffer, std::size_t nSize);
 
-    /// Copies the executable's path. nSize counts wide characters. Returns false if the path is unknown or does not
-    /// fit.
-    bool ProcessExecutablePath(wchar_t * szBuffer, std::size_t nSize);
+    /// Copies the executable's path. nSize counts wide characters. Returns false, and leaves the buffer unchanged, if
+    /// the path is unknown or does not fit.
+    bool ProcessExecutablePath(wchar_t * wszBuffer, std::size_t nSize);
 
     /// Copies the current folder, without a trailing separator unless it is the root. nSize counts wide characters.
-    /// Returns false if the folder is unknown or does not fit.
-    bool ProcessCurrentFolder(wchar_t * szBuffer, std::size_t nSize);
+    /// Returns false, and leaves the buffer unchanged, if the folder is unknown or does not fit.
+    bool ProcessCurrentFolder(wchar_t * wszBuffer, std::size_t nSize);
 
-    /// Prefixes a relative path with the current folder. szPath has room for nSize wide characters, the terminator
+    /// Prefixes a relative path with the current folder. wszPath has room for nSize wide characters, the terminator
     /// included. An empty path stays empty. Returns false, and leaves the path unchanged, if the folder is unknown or
     /// the result does not fit.
-    bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize);
+    bool ProcessMakeAbsolute(wchar_t * wszPath, std::size_t nSize);
 
     /// Returns whether the process has rights that the user who started it lacks. Then that user must not see what the
     /// process can read. A fault filter may call it.
     bool ProcessIsSecure();
 
     /// Makes a folder the current one. Returns false on failure.
-    bool ProcessSetCurrentFolder(wchar_t const * szFolder);
+    bool ProcessSetCurrentFolder(wchar_t const * wszFolder);
 
     /// Returns the number of threads besides the calling one, or 0 if it is unknown. A thread that was just joined
     /// still counts for some microseconds, so the call waits up to 10 ms for the number to fall to 0.

@@ -36,8 +36,8 @@ namespace plat
     /// - there is no memory.
     char const * RawReadAll(char const * szPath, std::size_t * pBytes);
 
-    /// Copies the last bytes of the file that a C stream writes, at most nSize. Returns their number; 0 if the file
-    /// can't be read.
+    /// Copies the last bytes of the file that a C stream writes, at most nSize. Returns their number, or 0 if the
+    /// file can't be read or is not a regular one.
     std::size_t RawReadTail(std::FILE * pStream, char * pBuffer, std::size_t nSize);
 
     /// Closes the file of a C stream that has no buffer, even if another thread holds the stream's lock. The stream

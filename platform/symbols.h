@@ -77,7 +77,7 @@ namespace plat
     enum SymbolBase_e : std::uint8_t
     {
         BASE_NONE = 0,
-        BASE_CHAR = 2,   // also a pointer to char or an array of them
+        BASE_CHAR = 2,   // also a pointer to char or an array of char
         BASE_INTEGER = 6,
         BASE_UNSIGNED = 7,
         BASE_FLOAT = 8,
@@ -170,18 +170,18 @@ namespace plat
         bool NextVariable(SymbolVariable_t * pVariable);
 
         /// Copies the name of a structure, an enumeration or a member, cut to nSize - 1 bytes. Skips aliases and const.
-        /// Returns false for other types.
+        /// Returns false for other types, and for those without a name.
         bool TypeName(SymbolType_t iType, char * szName, std::size_t nSize);
 
         /// Returns the number of members of a structure, at most SYMBOL_MEMBERS. Its bases come first; static members
-        /// are left out. Returns 0 for every other type, and for structures nested deeper than 16.
+        /// and virtual bases are left out. Returns 0 for every other type, and for structures nested deeper than 16.
         unsigned TypeMembers(SymbolType_t iType);
 
         /// Reads a member. Returns false after the last one.
         bool TypeMember(SymbolType_t iType, unsigned iMember, SymbolMember_t * pMember);
 
         /// Returns the fundamental type of a value: of an enumeration its integer's, of an array of one dimension its
-        /// element's. Returns BASE_NONE for pointers to anything but char.
+        /// element's. Returns BASE_NONE for structures, and for pointers to anything but char.
         SymbolBase_e TypeBase(SymbolType_t iType);
 
         /// Copies the next lines of a section, each with its line end. Returns false at the end of the section. A

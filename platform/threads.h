@@ -71,13 +71,6 @@ namespace plat
         Lock_c & m_Lock;
     };
 
-    /// Returns the system's number of the calling thread. Numbers of ended threads are used again.
-    std::uint32_t ThreadId();
-
-    /// Copies the system's name of the calling thread, always terminated. The name may hold any bytes. A fault filter
-    /// may call it.
-    void ThreadName(char (&szName)[THREAD_NAME_SIZE]);
-
     /// A wake-up that can't be lost. A Signal without a waiting thread is kept for the next Wait. Several kept signals
     /// count as one. Any thread may signal; one at a time waits.
     class WakeUp_c
@@ -117,11 +110,6 @@ namespace plat
         WaitWord_t m_nSet{ 0 };
     };
 
-    /// Calls fnEnd on the calling thread when the thread ends, after the destructors of its thread-local variables.
-    /// Each thread has one function: a later call replaces it, and a call from fnEnd registers again. fnEnd is not
-    /// called at the end of the process, or if the system has no room for it.
-    void ThreadAtEnd(void (*fnEnd)());
-
     /// One thread that runs a plain function. Start and Join belong to one thread. The destructor does not wait for the
     /// end.
     class Thread_c
@@ -133,7 +121,7 @@ namespace plat
         /// Waits for the end of the thread. Does nothing if no thread was started.
         void Join();
 
-        /// Forgets the thread. For the child of a fork, where it does not exist.
+        /// Forgets the thread. The child of a fork calls it, because the thread does not exist there.
         void Forget() { m_hThread = {}; }
 
         /// Returns whether a thread was started and neither joined nor forgotten.
@@ -142,6 +130,18 @@ namespace plat
     private:
         ThreadHandle_t m_hThread{};
     };
+
+    /// Returns the system's number of the calling thread. Numbers of ended threads are used again.
+    std::uint32_t ThreadId();
+
+    /// Copies the system's name of the calling thread, always terminated. The name may hold any bytes. A fault filter
+    /// may call it.
+    void ThreadName(char (&szName)[THREAD_NAME_SIZE]);
+
+    /// Calls fnEnd on the calling thread when the thread ends, after the destructors of its thread-local variables.
+    /// Each thread has one function: a later call replaces it, and a call from fnEnd registers again, as often as the
+    /// system allows. fnEnd is not called at the end of the process, or if the system has no room for it.
+    void ThreadAtEnd(void (*fnEnd)());
 
     /// Moves the calling thread to the idle scheduling class, which runs only when nothing else needs the processor.
     /// Returns false if the system refuses. Requires that no other thread of the process is in that class. If

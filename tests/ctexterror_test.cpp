@@ -249,7 +249,7 @@ TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
 {
     std::string const sCsv =
         "\xEF\xBB\xBF# n\n@head;n;t;u\r\n\na;\"1\n2\";x;7\nb; \xC3\xA4\xC3\xA4 ; \"\"\"y\n\" ;zz\nc\n";
-    std::string const sText = "@head n t u\n\na  1 x\t7\nb \"q\" \"y\n z zz\nc\n";
+    std::string const sText = "@head n t u\n\na  1 x\t7\nb \"q\" \"y\n z zz\nc\nd 99999999999999999999 1e999\n";
     using Get_t = bool (*)(Warehouse_c const &, char const *);
     constexpr Get_t GetInt = GetOne<int>;
     for (auto const & [bCsv, szIdent, fnGet, szColumn, sError] :
@@ -265,6 +265,8 @@ TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
             { false, "b", GetOne<double>, "u", "(5,2): there is no number in column \"u\"" },
             { false, "c", GetInt, "n", "(6,2): there is no value in column \"n\"" },
             { false, "c", GetOne<unsigned char>, "@head", "(6,1): there is no whole number in column \"@head\"" },
+            { false, "d", GetOne<long>, "n", "(7,3): the number is out of range in column \"n\"" },
+            { false, "d", GetOne<double>, "t", "(7,24): the number is out of range in column \"t\"" },
             { false, "x", GetInt, "n", ": without a work line there is no column \"n\"" },
         })
     {

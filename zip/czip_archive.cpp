@@ -121,8 +121,8 @@ std::size_t ZipArchive_c::ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t 
     return ReadDisk(nAt, pBuffer, nBytes);
 }
 
-// Reads from a position of the file. A child of a fork shares the parent's handle and its position, so it opens the
-// file again. Reads nothing if that fails or leads to another file.
+// Reads from a position of the file and returns the number of bytes. A child of a fork shares the parent's handle and
+// its position, so it opens the file again. Reads nothing if that fails or leads to another file.
 std::size_t ZipArchive_c::ReadDisk(std::uint32_t nAt, void * pBuffer, std::size_t nBytes)
 {
     if (m_bForked)
@@ -152,7 +152,7 @@ std::size_t ZipArchive_c::ReadDisk(std::uint32_t nAt, void * pBuffer, std::size_
     return nRead;
 }
 
-// Reads through a buffer, because libzip reads the directory in small pieces.
+// Reads through a buffer, because libzip reads the directory in small pieces. Returns the number of bytes.
 std::size_t ZipArchive_c::ReadBuffered(void * pBuffer, std::size_t nBytes)
 {
     auto * const pTo = static_cast<unsigned char *>(pBuffer);
@@ -188,7 +188,8 @@ std::size_t ZipArchive_c::ReadBuffered(void * pBuffer, std::size_t nBytes)
     return nDone;
 }
 
-// Refuses what exceeds the limits. They bound time and memory of libzip, also if an archive has several directories.
+// Reads through the buffer and returns the number of bytes. Returns -1 for what exceeds the limits. They bound time and
+// memory of libzip, also if an archive has several directories.
 zip_int64_t ZipArchive_c::ReadDirectory(void * pBuffer, zip_uint64_t nBytes)
 {
     constexpr char ENTRY[] = { 'P', 'K', 1, 2 };   // signature of an entry (APPNOTE.TXT 4.3.12)

@@ -50,8 +50,9 @@ public:
     /// Reads from a position of the archive's file. Returns the number of bytes read. Any thread may call it.
     std::size_t ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t nBytes);
 
-    /// Returns the same archive with a handle and a lock of its own. Returns null if its path can't be opened again or
-    /// leads to another file. Only the worker of cfileasync.h calls it.
+    /// Opens the archive a second time, unless it has done so, and returns that object, which has a handle and a lock
+    /// of its own. Returns null if its path can't be opened again or leads to another file. Only the worker of
+    /// cfileasync.h calls it.
     ZipArchive_c * ForWorker();
 
     /// Add and remove a file. Removing the last one destroys a mounted archive.

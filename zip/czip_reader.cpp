@@ -8,6 +8,7 @@
 namespace
 {
     constexpr char DAMAGED[] = "its data in the archive are damaged";
+    constexpr char NO_MEMORY[] = "there is no memory to decompress it";
     constexpr char WRONG_SIZE[] = "its contents do not have the size that the archive states";
     constexpr char UNREADABLE[] = "its data can't be read from the archive";
 }
@@ -40,7 +41,7 @@ bool ZipReader_c::Begin()
         return Fail(UNREADABLE);
     }
     bool const bReady = !m_Facts.bDeflated || inflateInit2(&m_Inflater, -MAX_WBITS) == Z_OK;
-    return bReady || Fail("there is no memory to decompress it");
+    return bReady || Fail(NO_MEMORY);
 }
 
 std::size_t ZipReader_c::Read(void * pBuffer, std::size_t nBytes)
@@ -76,7 +77,7 @@ bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
     return true;
 }
 
-// Reads the next piece of the deflated data, if there is one.
+// Reads the next piece of the deflated data, if there is one. Returns false if it can't be read.
 bool ZipReader_c::Feed()
 {
     std::uint32_t const nPiece = std::min(m_Facts.nStored - m_nFed, PIECE);
@@ -111,13 +112,13 @@ bool ZipReader_c::Inflate(unsigned char * pBuffer, std::uint32_t nBytes)
         bool const bMoved = m_Inflater.avail_in + m_Inflater.avail_out < nBefore;
         if (iResult != Z_OK && iResult != Z_STREAM_END && !(iResult == Z_BUF_ERROR && bMoved))
         {
-            return Fail(DAMAGED);
+            return Fail(iResult == Z_MEM_ERROR ? NO_MEMORY : DAMAGED);
         }
     }
     return true;
 }
 
-// Returns whether the deflated data end with the contents.
+// Returns whether the deflated data end with the contents. Stored data do.
 bool ZipReader_c::IsAtDataEnd()
 {
     if (!m_Facts.bDeflated || m_Facts.nStored == 0)
@@ -137,7 +138,7 @@ bool ZipReader_c::IsAtDataEnd()
         }
         iResult = inflate(&m_Inflater, Z_NO_FLUSH);
     }
-    return m_Inflater.avail_out == 1 && (iResult == Z_STREAM_END || Fail(DAMAGED));
+    return m_Inflater.avail_out == 1 && (iResult == Z_STREAM_END || Fail(iResult == Z_MEM_ERROR ? NO_MEMORY : DAMAGED));
 }
 
 bool ZipReader_c::Seek(std::uint32_t nAt)

@@ -6,7 +6,7 @@
 //
 // Ownership: a plain value.
 // Threads: one at a time for each envelope.
-// Cost: a few operations. No allocation.
+// Cost: a few operations. Nothing allocates.
 // Failure: SetAttack, SetDecay, SetSustain and SetRelease return false and change nothing if the length is too short.
 //
 //     ADSR_c Envelope(1.0f, 0.5f);                      // levels of attack and sustain

@@ -144,7 +144,7 @@ protected:
     /// Returns the low four bits as a digit, 0 to 9 or A to F.
     static char IntoDigit(int iValue);
 
-    /// Returns the value of the next hexadecimal digit and moves szText after it. Returns 0 at the terminator and stays
+    /// Moves szText after the next hexadecimal digit and returns its value. Returns 0 at the terminator and stays
     /// there.
     static int FromDigit(char const *& szText);
 
@@ -444,8 +444,8 @@ public:
         return IsCell(iCell) && (m_dwBits & FIRST_CELL << iCell) != 0;
     }
 
-    /// Sets the width to the low four bits of dwWidth, and the field to the low 28 bits of dwField.
-    void SetValues(std::uint32_t dwWidth, std::uint32_t dwField) { m_dwBits = dwField << 4 | (dwWidth & WIDTH_MASK); }
+    /// Sets the width to the low four bits of nWidth, and the field to the low 28 bits of dwField.
+    void SetValues(std::uint32_t nWidth, std::uint32_t dwField) { m_dwBits = dwField << 4 | (nWidth & WIDTH_MASK); }
 
 private:
     static constexpr std::uint32_t WIDTH_MASK = 15;

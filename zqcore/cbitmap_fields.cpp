@@ -79,8 +79,8 @@ namespace
         Map.pMap = Field.pBytes;
     }
 
-    // Computes the size that holds both. Returns false if nothing has to grow. Asserts that the size is allowed;
-    // otherwise returns false.
+    // Sets New to the size that holds both and returns true. Returns false if nothing has to grow, or if a wanted size
+    // is below 1. Asserts that the size is allowed; otherwise returns false.
     bool GrownExtent(Extent_s const & Old, Extent_s const & Wanted, Extent_s & New)
     {
         if (Wanted.iX < 1 || Wanted.iY < 1 || Wanted.iZ < 1)
@@ -204,7 +204,8 @@ namespace
         return static_cast<std::size_t>(Vec.iDim >> 3);
     }
 
-    // The row operations. pRow is null if the field has no such row.
+    // Copies the vector to a row and clears the rest. In this and the next functions pRow is null if the field has no
+    // such row.
     void SetRow(unsigned char * pRow, int iDimX, BitVec_c const & Vec)
     {
         if (pRow)

@@ -29,7 +29,8 @@ public:
     static constexpr int INVALID_INDEX = 65535;   // m_nIndex while no register is held
 
     /// Codes of the control register (Intel's manual, volume 3B, debug registers): LENGTH_1, LENGTH_2, LENGTH_4,
-    /// LENGTH_8 in bytes; ACCESS_WRITE, ACCESS_READ_WRITE, and ACCESS_EXECUTE, which requires LENGTH_1.
+    /// LENGTH_8 in bytes; ACCESS_WRITE, ACCESS_READ_WRITE, and ACCESS_EXECUTE, which requires LENGTH_1. ACCESS_PORT is
+    /// refused.
     using Length_e = plat::DebugRegisters_t::Length_e;
     using Access_e = plat::DebugRegisters_t::Access_e;
     using enum plat::DebugRegisters_t::Length_e;

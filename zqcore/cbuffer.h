@@ -1,7 +1,7 @@
 // cbuffer.h: bytes of a growing array, a file or a text, read through one interface.
 //
 // A consumer gets a Buffer_c and asks it for the first byte and the length. Both are valid until the buffer is changed
-// or destroyed, or until the file of a FileBuffer_c is refreshed (File_c::Refresh).
+// or destroyed. Those of a FileBuffer_c also become invalid when its file is refreshed (File_c::Refresh).
 //
 // Ownership: an ArrayBuffer_c owns its bytes, a FileBuffer_c a reference to a file's contents, a StringBuffer_c
 // nothing.

@@ -14,8 +14,8 @@ constinit plat::ClipboardBlock_t g_hClipboard = nullptr;
 namespace
 {
     constexpr int OPEN_TRIES = 100;
-    constexpr unsigned OPEN_PAUSE = 100;   // milliseconds
-    constexpr std::size_t TEXT_SIZE = 65536;
+    constexpr unsigned OPEN_PAUSE = 100;       // milliseconds
+    constexpr std::size_t TEXT_SIZE = 65536;   // characters of a formatted text
 
     constinit ModuleClipboard_c g_Module;
 
@@ -48,7 +48,8 @@ namespace
         return IsText(hBlock) ? hBlock : nullptr;
     }
 
-    // Replaces the clipboard's whole contents by the block.
+    // Replaces the clipboard's whole contents by the block, which the clipboard then owns. Asserts that there is a
+    // block. On failure asserts and frees the block.
     void Install(plat::ClipboardBlock_t hNewText)
     {
         ZQ_ASSERT(hNewText != nullptr);

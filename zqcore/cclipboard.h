@@ -63,7 +63,7 @@ bool ClipboardIsEmpty();
 /// Removes the data of all formats and stores an empty text. On failure asserts, and the previous data stay.
 void ClipboardReset();
 
-/// Module that registers the format. Depends on no other module.
+/// Module that registers the format. It depends on no other module.
 class ModuleClipboard_c : public Module_c
 {
 public:

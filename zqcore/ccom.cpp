@@ -99,8 +99,8 @@ namespace
     // Returns whether an object lies on one page that is held.
     bool IsHeld(std::uint32_t iSlot, void const * pObject, std::size_t nBytes)
     {
-        std::uintptr_t const iInPage = reinterpret_cast<std::uintptr_t>(pObject) % plat::MEMORY_PAGE;
-        return g_HeldPages.IsHeld(iSlot) && iInPage <= plat::MEMORY_PAGE - nBytes;
+        std::uintptr_t const nInPage = reinterpret_cast<std::uintptr_t>(pObject) % plat::MEMORY_PAGE;
+        return g_HeldPages.IsHeld(iSlot) && nInPage <= plat::MEMORY_PAGE - nBytes;
     }
 }
 

@@ -40,10 +40,6 @@ struct ComDebug_t
     int iLine;             // line of the AddRef
 };
 
-/// Call AddRef and Release with the place in the source: `COM_ADDREF(pObject, this)`. Require that pObject is not null.
-#define COM_ADDREF(pObject, pOwner) ComAddRef((pObject), (pOwner), __FILE__, __LINE__)
-#define COM_RELEASE(pObject, pOwner) ComRelease((pObject), (pOwner), __FILE__, __LINE__)
-
 /// Base of shared objects.
 class ZQ_API ComObject_c
 {
@@ -99,6 +95,10 @@ private:
 
     static ComDebug_t * m_pEmptyList;   // free notes
 };
+
+/// Call AddRef and Release with the place in the source: `COM_ADDREF(pObject, this)`. Require that pObject is not null.
+#define COM_ADDREF(pObject, pOwner) ComAddRef((pObject), (pOwner), __FILE__, __LINE__)
+#define COM_RELEASE(pObject, pOwner) ComRelease((pObject), (pOwner), __FILE__, __LINE__)
 
 /// Call AddRef and Release. Require that pObject is not null. The macros call them.
 inline std::uint32_t ComAddRef(ComObject_c const * pObject, void const * pOwner, char const * sFile, int iLine)

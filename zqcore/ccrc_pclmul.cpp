@@ -75,7 +75,7 @@ namespace
     }
 
     // Moves the first nRest bytes of a block past its end, and adds them to the rest of it and the nRest bytes before
-    // pEnd.
+    // pEnd. Returns the sum.
     ZQ_TARGET_PCLMUL inline __m128i FoldRest(
         __m128i Block, __m128i Factors, unsigned char const * pEnd, std::size_t nRest)
     {
@@ -230,14 +230,14 @@ namespace
                 FAR_FACTOR<256>, NEAR_FACTOR<384>, FAR_FACTOR<384>);
             __m512i Moved = Blocks;
             Fold(Moved, Factors, _mm512_maskz_mov_epi64(0xC0, Blocks));
-            // The masked form with all bits set: g++ 12 warns of the plain one.
+            // This is the masked form with all bits set, because g++ 12 warns of the plain one.
             __m256i const Low = _mm512_maskz_extracti64x4_epi64(0xF, Moved, 0);
             __m256i const Half = _mm256_xor_si256(Low, _mm512_maskz_extracti64x4_epi64(0xF, Moved, 1));
             Block = _mm_xor_si128(_mm256_castsi256_si128(Half), _mm256_extracti128_si256(Half, 1));
         }
     };
 
-    // Folds a run of at least four lanes: four at a time, the four to one, then one at a time.
+    // Folds a run of at least four lanes: four at a time, the four to one, then one at a time. Returns the CRC.
     template <typename LANE>
     ZQ_TARGET_PCLMUL ZQ_INLINE std::uint32_t FoldRun(unsigned char const * pData, std::size_t nBytes)
     {

@@ -138,5 +138,5 @@ void Password_s::Xor(Password_s const & Pass)
 {
     ZQ_ASSERT(bIsSet && Pass.bIsSet);
     std::transform(dHash.begin(), dHash.end(), Pass.dHash.begin(), dHash.begin(),
-        [](unsigned char A, unsigned char B) { return static_cast<unsigned char>(A ^ B); });
+        [](unsigned char cOwn, unsigned char cOther) { return static_cast<unsigned char>(cOwn ^ cOther); });
 }

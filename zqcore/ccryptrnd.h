@@ -34,8 +34,8 @@ ZQ_API void GetRandomBytes(unsigned char * dOutput, int nBytes);
 /// Adds the low byte of the cycle counter to the pool. It is for hosts that have unpredictable events besides messages.
 ZQ_API void PutNextRandom();
 
-/// Module that adds a byte to the pool for each message of g_ApplicationMessages while it is initialised. Depends on no
-/// other module.
+/// Module that adds a byte to the pool for each message of g_ApplicationMessages while it is initialised. It depends on
+/// no other module.
 class ZQ_API ModuleCryptRandom_c : public Module_c
 {
 public:
@@ -52,7 +52,7 @@ protected:
     void Shutdown() override;
 };
 
-/// The digest of a password, or none. Does not hold the text. The digest has no salt and is quick to compute, so it
+/// The digest of a password, or none. It does not hold the text. The digest has no salt and is quick to compute, so it
 /// does not withstand a search for the text.
 struct Password_s
 {

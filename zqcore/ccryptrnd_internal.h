@@ -13,6 +13,19 @@ class CryptoRandomGenerator_c
 public:
     static constexpr std::size_t POOL_SIZE = 128;   // bytes; in a full pool new bytes replace the oldest
 
+    /// Registration of a generator's locks for forks.
+    class ForkLocks_c
+    {
+    public:
+        explicit ForkLocks_c(CryptoRandomGenerator_c & Generator)
+            : m_PoolLock(Generator.m_PoolLock)
+            , m_OutputLock(Generator.m_OutputLock)
+        {}
+
+    private:
+        plat::ForkLock_c const m_PoolLock, m_OutputLock;
+    };
+
     /// Adds the low byte of the cycle counter to the pool.
     void PutNextRandom();
 
@@ -28,19 +41,6 @@ public:
     /// Discards the unused output and adds the low 4 bytes of the cycle counter to the pool. A child of a fork calls
     /// it, so that its bytes differ from those of its parent and of the parent's other children.
     void Diverge();
-
-    /// Registration of a generator's locks for forks.
-    class ForkLocks_c
-    {
-    public:
-        explicit ForkLocks_c(CryptoRandomGenerator_c & Generator)
-            : m_PoolLock(Generator.m_PoolLock)
-            , m_OutputLock(Generator.m_OutputLock)
-        {}
-
-    private:
-        plat::ForkLock_c const m_PoolLock, m_OutputLock;
-    };
 
 private:
     void PutLocked(unsigned char cByte);

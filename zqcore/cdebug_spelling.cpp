@@ -30,8 +30,10 @@ namespace
         return p;
     }
 
-    // Returns whether the bracket at p is part of a name: "(anonymous namespace)", "decltype(...)" or "decltype (...)",
-    // or "function(...)::" before a local class.
+    // Returns whether the bracket at p is part of a name:
+    // - "(anonymous namespace)";
+    // - "decltype(...)" or "decltype (...)";
+    // - "function(...)::" before a local class.
     bool IsBracketInName(char const * szText, char const * p)
     {
         std::string_view sBefore(szText, static_cast<std::size_t>(p - szText));

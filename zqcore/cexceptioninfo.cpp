@@ -84,15 +84,15 @@ namespace
 
     void TraceRegisters(plat::FaultContext_t const & Context)
     {
-        constexpr auto TraceRow = ExceptionInfo_c::TraceLine;
+        constexpr auto fnTrace = ExceptionInfo_c::TraceLine;
         TraceText("Registers:");
-        TraceRow("EAX = 0x%08" PRIXPTR "  CS = 0x%04X  EIP = 0x%08" PRIXPTR "  EFLGS = 0x%08" PRIXPTR, Context.nAx,
+        fnTrace("EAX = 0x%08" PRIXPTR "  CS = 0x%04X  EIP = 0x%08" PRIXPTR "  EFLGS = 0x%08" PRIXPTR, Context.nAx,
             Context.nCs, Context.nIp, Context.nFlags);
-        TraceRow("EBX = 0x%08" PRIXPTR "  SS = 0x%04X  ESP = 0x%08" PRIXPTR "  EBP = 0x%08" PRIXPTR, Context.nBx,
+        fnTrace("EBX = 0x%08" PRIXPTR "  SS = 0x%04X  ESP = 0x%08" PRIXPTR "  EBP = 0x%08" PRIXPTR, Context.nBx,
             Context.nSs, Context.nSp, Context.nBp);
-        TraceRow("ECX = 0x%08" PRIXPTR "  DS = 0x%04X  ESI = 0x%08" PRIXPTR "  FS = 0x%04X", Context.nCx, Context.nDs,
+        fnTrace("ECX = 0x%08" PRIXPTR "  DS = 0x%04X  ESI = 0x%08" PRIXPTR "  FS = 0x%04X", Context.nCx, Context.nDs,
             Context.nSi, Context.nFs);
-        TraceRow("EDX = 0x%08" PRIXPTR "  ES = 0x%04X  EDI = 0x%08" PRIXPTR "  GS = 0x%04X", Context.nDx, Context.nEs,
+        fnTrace("EDX = 0x%08" PRIXPTR "  ES = 0x%04X  EDI = 0x%08" PRIXPTR "  GS = 0x%04X", Context.nDx, Context.nEs,
             Context.nDi, Context.nGs);
     }
 
@@ -129,8 +129,8 @@ namespace
             MessageBoxPlain(nullptr, "Please attach by remote debugger and press ok", "Wait For ...", MESSAGE_TOPMOST);
             return;
         }
-        DebugMessages_c & dm = DebugMessages_c::Get();
-        (dm.*dm.SetLocation(__FILE__, __LINE__))("%s", LastError());
+        DebugMessages_c & Messages = DebugMessages_c::Get();
+        (Messages.*Messages.SetLocation(__FILE__, __LINE__))("%s", LastError());
     }
 
     plat::DialogAnswer_e Ask(plat::FaultRecord_t const & Record)

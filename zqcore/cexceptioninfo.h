@@ -70,7 +70,7 @@ public:
     ZQ_API void Stop();
 
     /// Passes a fault to the support thread and waits for the answer without limit. The support thread traces and shows
-    /// the fault. Only a fault filter calls it. One fault at a time. Returns 0, so that the filters after this one get
+    /// the fault, one fault at a time. Only a fault filter calls it. Returns 0, so that the filters after this one get
     /// the fault. Answers:
     /// - Yes starts RemoteDebug\rdebug.cmd in the current folder, an executable program or script, and holds the
     ///   process with a second dialog. If the system can't start it, that dialog shows the reason.
@@ -102,16 +102,16 @@ public:
 
     /// Sends nWords 32-bit words from the address nStart to the trace channel, 12 in a row. Leaves out the words after
     /// the last full row. A word that can't be read is "????????". szRegister is the name of the register whose value
-    /// nValue led to nStart; null for none.
+    /// nValue led to nStart, or null if there is none.
     ZQ_API void DumpMemory(char const * szRegister, std::uintptr_t nValue, std::uintptr_t nStart, int nWords);
 
     /// Sends a formatted line, cut at 2047 bytes, to the receiver of the trace channel. Does nothing without a
     /// receiver.
     ZQ_API static void TraceLine(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
-    /// Replaces the receiver of the trace channel and returns the previous one; null, as at start, for none. Complaints
-    /// call the receiver. The complaining thread may hold the lock that the receiver takes, and the complaint may be
-    /// about the heap that it allocates from.
+    /// Replaces the receiver of the trace channel and returns the previous one. Null means none, as at start.
+    /// Complaints call the receiver. The complaining thread may hold the lock that the receiver takes, and the
+    /// complaint may be about the heap that it allocates from.
     ZQ_API static TraceReceiver_t TraceReceiverSet(TraceReceiver_t fnReceiver);
 
 private:

@@ -46,8 +46,8 @@ namespace
         return nStyle & MESSAGE_TASK_MODAL ? plat::DialogModality_e::Task : plat::DialogModality_e::Plain;
     }
 
-    // Shows the message with the trace of the calling thread. The frame of this function exists while the stack is
-    // walked, and is the first of the trace.
+    // Shows the message with the trace of the calling thread and returns the answer. The frame of this function exists
+    // while the stack is walked, and is the first of the trace.
     ZQ_COLD int ShowFromHere(Message_s const & Message)
     {
         plat::FaultContext_t Context;

@@ -86,12 +86,12 @@ namespace exceptioninfo
     /// Lists the modules and traces which of their files can be read for symbols.
     void LoadModules();
 
-    /// Returns the listed module that holds the address; null if none does.
+    /// Returns the listed module that holds the address, or null if none does.
     ModuleInfo_s const * ModuleOf(std::uintptr_t Address);
 
     /// Traces a text of any length, as TraceLine does a line.
     void TraceText(char const * szText);
 
-    /// Returns the text of the calling thread's last system error; valid until the next call.
+    /// Returns the text of the calling thread's last system error. It is valid until the next call.
     char const * LastError();
 }

@@ -94,13 +94,13 @@ namespace
     plat::FaultContext_t g_Context;   // of the trace
     char g_szName[1024];
 
-    void AppendFrame(plat::Symbols_c & Symbols, int i, plat::SymbolFrame_t const & Frame)
+    void AppendFrame(plat::Symbols_c & Symbols, int iFrame, plat::SymbolFrame_t const & Frame)
     {
         std::uintptr_t const Inside = Frame.PlaceInSource();
         std::uint64_t nDisplacement = 0;
         unsigned iLine = 0;
         bool const bName = Symbols.FunctionAt(Inside, g_szName, sizeof g_szName, &nDisplacement);
-        g_TraceText.Append("[%.2d]\t%s\t", i, bName ? g_szName : "?");
+        g_TraceText.Append("[%.2d]\t%s\t", iFrame, bName ? g_szName : "?");
         if (Symbols.LineAt(Inside, g_szName, sizeof g_szName, &iLine))
         {
             g_TraceText.Append("%s (%u)\t\n", g_szName, iLine);
@@ -183,10 +183,10 @@ void exceptioninfo::LoadModules()
 
 ModuleInfo_s const * exceptioninfo::ModuleOf(std::uintptr_t Address)
 {
-    auto const Holds = [Address](ModuleInfo_s const & Module)
+    auto const fnHolds = [Address](ModuleInfo_s const & Module)
     { return Address >= Module.Base && Address - Module.Base < Module.nSize; };
     ModuleInfo_s * const pEnd = g_dModules + g_nModules;
-    ModuleInfo_s const * const pFound = std::find_if(g_dModules, pEnd, Holds);
+    ModuleInfo_s const * const pFound = std::find_if(g_dModules, pEnd, fnHolds);
     return pFound != pEnd ? pFound : nullptr;
 }
 

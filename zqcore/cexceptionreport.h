@@ -107,8 +107,8 @@ public:
 
     /// Writes the name of the function at an address to szName, cut at nSize - 1 bytes. Returns the distance of the
     /// address from the function's start in bytes. For an unknown address, and while no report is being written,
-    /// returns all ones and writes an empty text, unless nSize is 0. Receivers of events run
-    /// after the symbol helper has ended, so for them every address is unknown.
+    /// returns all ones and writes an empty text, unless nSize is 0. Receivers of events run after the symbol helper
+    /// has ended, so for them every address is unknown.
     ZQ_API std::uint64_t GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const;
 
     /// Writes source lines to the report: each one after iLastLine up to the line of the address. Returns the line of

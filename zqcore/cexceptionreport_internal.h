@@ -45,7 +45,7 @@ namespace exceptionreport
         std::size_t GetLength() const { return m_nLength; }
         char const * Get() const { return m_szText; }
 
-        /// Returns whether something did not fit since the text was last empty.
+        /// Returns whether something did not fit since the text was last empty. A cut for AddEnd does not count.
         bool IsCut() const { return m_bCut; }
 
         /// Cuts the text at a length that it had before.
@@ -80,53 +80,13 @@ namespace exceptionreport
         mutable bool m_bEnded = false;   // whether no line ends after m_pNext
     };
 
-    /// Writes a text of any length to the report and escapes control characters that are left in it. Each write waits
-    /// for the disk, so callers pass a whole line or more.
-    void WriteText(Text_c const & Text);
-
-    /// Returns the name of a fault's code, or the system's text for a code without one.
-    char const * FaultName(std::uint32_t nCode);
-
-    /// Runs a part of the report and returns true. Returns false if it faulted or took longer than nLimit milliseconds;
-    /// 0 for no limit.
+    /// Runs a part of the report and returns true. Returns false if it faulted or took longer than nLimit milliseconds.
+    /// An nLimit of 0 sets no limit.
     template <typename CALL>
     bool Guarded(unsigned nLimit, CALL Call)
     {
         return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &Call, nLimit);
     }
-
-    /// Makes a private file and returns it, or null on failure. fnMakePath(szMore) writes the path to szPath. Appends
-    /// to a finished file of this user that has the name. If anything else has the name, leaves it alone and tries an
-    /// unpredictable szMore in the name, up to 15 times.
-    template <typename MAKE_PATH>
-    plat::RawFile_t MakeUnderFreeName(char const * szPath, MAKE_PATH const & fnMakePath)
-    {
-        constexpr int TRIES = 16;
-        char szMore[16] = "";
-        plat::RawFile_t hFile = nullptr;
-        bool bTaken = true;
-        for (int i = 0; i < TRIES && bTaken; ++i)
-        {
-            fnMakePath(szMore);
-            hFile = plat::RawMakePrivate(szPath, bTaken);
-            std::snprintf(szMore, sizeof szMore, "_%08" PRIx32, static_cast<std::uint32_t>(plat::GoodClockTicks()));
-        }
-        return hFile;
-    }
-
-    /// Writes the file of details beside a report with this path. Each part has a limit of its own, and a fault costs
-    /// that part only. Returns false if not all of it could be written.
-    bool WriteDetails(plat::Symbols_c & Symbols, plat::FaultPointers_t const & Fault, char const * szReport);
-
-    /// Writes the call stack, with or without the variables of each frame. Adds its lines, without the addresses, to
-    /// pDialogText as far as they fit, unless that is null.
-    void WriteCallStack(plat::Symbols_c & Symbols, bool bVariables, Text_c * pDialogText);
-
-    /// Writes the variables of the frame that the walk returned last.
-    void WriteVariables(plat::Symbols_c & Symbols);
-
-    /// Writes the listing of the code around an address.
-    void WriteCode(std::uintptr_t Address);
 
     /// The file of details while it is written. Each write stores one or more whole lines.
     class Details_c
@@ -190,6 +150,46 @@ namespace exceptionreport
         Text_c m_Line{ m_szLine, sizeof m_szLine };
         std::uint32_t m_tBegin = 0;   // of the section, in milliseconds
     };
+
+    /// Writes a text of any length to the report and escapes control characters that are left in it. Each write waits
+    /// for the disk, so callers pass a whole line or more.
+    void WriteText(Text_c const & Text);
+
+    /// Returns the name of a fault's code, or the system's text for a code without one.
+    char const * FaultName(std::uint32_t nCode);
+
+    /// Makes a private file and returns it, or null on failure. fnMakePath(szMore) writes the path to szPath. Appends
+    /// to a finished file of this user that has the name. If anything else has the name, leaves it alone and tries an
+    /// unpredictable szMore in the name, up to 15 times.
+    template <typename MAKE_PATH>
+    plat::RawFile_t MakeUnderFreeName(char const * szPath, MAKE_PATH const & fnMakePath)
+    {
+        constexpr int TRIES = 16;
+        char szMore[16] = "";
+        plat::RawFile_t hFile = nullptr;
+        bool bTaken = true;
+        for (int i = 0; i < TRIES && bTaken; ++i)
+        {
+            fnMakePath(szMore);
+            hFile = plat::RawMakePrivate(szPath, bTaken);
+            std::snprintf(szMore, sizeof szMore, "_%08" PRIx32, static_cast<std::uint32_t>(plat::GoodClockTicks()));
+        }
+        return hFile;
+    }
+
+    /// Writes the file of details beside a report with this path. Each part has a limit of its own, and a fault costs
+    /// that part only. Returns false if not all of it could be written.
+    bool WriteDetails(plat::Symbols_c & Symbols, plat::FaultPointers_t const & Fault, char const * szReport);
+
+    /// Writes the call stack, with or without the variables of each frame. Adds its lines, without the addresses, to
+    /// pDialogText as far as they fit, unless that is null.
+    void WriteCallStack(plat::Symbols_c & Symbols, bool bVariables, Text_c * pDialogText);
+
+    /// Writes the variables of the frame that the walk returned last.
+    void WriteVariables(plat::Symbols_c & Symbols);
+
+    /// Writes the listing of the code around an address.
+    void WriteCode(std::uintptr_t Address);
 
     /// Keeps the end of the main log for WriteProcess, without the lines that the report adds.
     void KeepLogTail();

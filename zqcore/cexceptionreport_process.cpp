@@ -36,11 +36,11 @@ namespace
             Time.iHour, Time.iMinute, Time.iSecond, Time.iMillisecond, iZone < 0 ? '-' : '+', std::abs(iZone) / 60,
             std::abs(iZone) % 60);
         Details.EndLine();
-        std::int64_t const nUptime = plat::ProcessUptime();
-        if (nUptime >= 0)
+        std::int64_t const tUptime = plat::ProcessUptime();
+        if (tUptime >= 0)
         {
             Details.GetLine().Add(
-                "uptime: %lld.%03d", static_cast<long long>(nUptime / 1000), static_cast<int>(nUptime % 1000));
+                "uptime: %lld.%03d", static_cast<long long>(tUptime / 1000), static_cast<int>(tUptime % 1000));
             Details.EndLine();
         }
     }
@@ -62,7 +62,7 @@ namespace
         Details.EndLine();
     }
 
-    // Copies a text of the host. It is empty if it can't be read.
+    // Copies a text of the host. The copy is empty if it can't be read.
     void CopyText(char const * szText, char (&szCopy)[FACT_SIZE])
     {
         std::size_t const nRead = plat::MemoryRead(reinterpret_cast<std::uintptr_t>(szText), szCopy, sizeof szCopy - 1);

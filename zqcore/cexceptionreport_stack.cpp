@@ -48,12 +48,12 @@ namespace
 
     void Trim(char const *& pText, std::size_t & nText)
     {
-        auto const IsSpace = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
-        for (; nText != 0 && IsSpace(*pText); --nText)
+        auto const fnIsSpace = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
+        for (; nText != 0 && fnIsSpace(*pText); --nText)
         {
             ++pText;
         }
-        while (nText != 0 && IsSpace(pText[nText - 1]))
+        while (nText != 0 && fnIsSpace(pText[nText - 1]))
         {
             --nText;
         }

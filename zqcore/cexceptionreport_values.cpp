@@ -23,11 +23,12 @@ namespace
         plat::SymbolType_t iType;
     };
 
+    // What AddType has added.
     enum Printed_e
     {
-        PRINTED_NAME,
-        PRINTED_MEMBERS,
-        PRINTED_UNREADABLE
+        PRINTED_NAME,        // the name of a type without members; the value does not follow yet
+        PRINTED_MEMBERS,     // the name and the members with their values
+        PRINTED_UNREADABLE   // a part, because a value can't be read
     };
 
     template <typename T>
@@ -54,13 +55,13 @@ namespace
     }
 
     template <typename T, typename PRINT>
-    bool AddRead(std::uintptr_t Address, PRINT const & Print)
+    bool AddRead(std::uintptr_t Address, PRINT const & fnPrint)
     {
         T Object;
         bool const bRead = Read(Address, Object);
         if (bRead)
         {
-            Print(Object);
+            fnPrint(Object);
         }
         return bRead;
     }

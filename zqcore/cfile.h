@@ -241,7 +241,7 @@ public:
     /// Moves the position to iOffset bytes from iOrigin: 1 for the current position, 2 for the end, anything else for
     /// the start. Returns 1. Returns 0 without a move in these cases:
     /// - the stream is closed.
-    /// - the new position would be outside 0 to INT_MAX.
+    /// - iOffset is outside INT_MIN to INT_MAX, or the new position would be outside 0 to INT_MAX.
     /// - the system refuses.
     virtual int SeekStored(long iOffset, int iOrigin);
 
@@ -282,7 +282,8 @@ extern ZQ_API bool g_bFileReadDisabled;
 
 /// Finds a file by its bare name, or else by the whole name, adds a reference to its contents and returns it. Asserts
 /// that the name is not empty. An empty file asserts, unless FileSetEmptyAllowed allows it, and opens with a length of
-/// 0. On failure returns null: without a message if the name is unknown, with log lines if the file can't be read.
+/// 0. On failure returns null. Logs lines if the file can't be read, but none for an unknown name, unless
+/// SetTextErrorLog is on.
 ZQ_API File_c * FileOpen(char const * name);
 
 /// Adds a reference to the contents of a known file and returns true. Asserts that pFile is not null and has a key. On

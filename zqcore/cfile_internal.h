@@ -205,7 +205,7 @@ bool FileSplitExcludes(String_T<256> const & sSub);
 /// Releases the storage of the pool of file objects if none is in use.
 void FilePoolTrim();
 
-/// Returns the media template after its `*`: the ending of pack names.
+/// Returns the media template after its `*`, or all of it if it has none: the ending of pack names.
 char const * FileMediaTemplateTail();
 
 extern SortedArray_T<FileOpenTrack_t, StaticArrayLenTraits_T<FileOpenTrack_t, FILE_OPEN_TRACKS>> g_dOpenTracks;

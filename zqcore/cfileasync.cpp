@@ -83,14 +83,14 @@ namespace
         return g_dStayerFiles[iStayer];
     }
 
-    // Deletes the entries that Pick selects by index, and frees the storage of an empty list.
+    // Deletes the entries that fnPick selects by index, and frees the storage of an empty list.
     template <typename PICK>
-    void DeleteStayers(PICK Pick)
+    void DeleteStayers(PICK fnPick)
     {
         plat::LockScope_c const Scope(g_StayerLock);
         for (int i = g_dStayerFiles.GetLength() - 1; i >= 0; --i)
         {
-            if (Pick(i))
+            if (fnPick(i))
             {
                 g_dStayerFiles.Delete(i);
             }
@@ -103,7 +103,7 @@ namespace
 
     // Calls a function with each file of the extension, in table order. Returns the number of these files.
     template <typename CALL>
-    int ForEachOfType(char const * szExt, CALL Call)
+    int ForEachOfType(char const * szExt, CALL fnCall)
     {
         ZQ_ASSERT(szExt);
         int nFiles = 0;
@@ -113,7 +113,7 @@ namespace
             {
                 if (std::strcmp(ExtensionOf(File), szExt) == 0)
                 {
-                    Call(File);
+                    fnCall(File);
                     ++nFiles;
                 }
             }

@@ -40,7 +40,7 @@ namespace
             return m_nLength + sRelative.Length() < Folder_t::Capacity();
         }
 
-        // Returns a folder's text after the root, from the separator on; null for a folder outside the root.
+        // Returns a folder's text after the root, from the separator on, or null for a folder outside the root.
         char const * TextBelowRoot(Folder_t const & sFolder) const
         {
             bool const bBelow = sFolder.Begins(m_sRoot) && sFolder[m_nLength] == '\\';
@@ -103,16 +103,16 @@ namespace
         {
             return UNKNOWN;
         }
-        std::uint64_t iNames = 0;
+        std::uint64_t nSum = 0;
         for (std::size_t i = 0; i < Listing.GetCount(); ++i)
         {
             char const * const szName = Listing.GetEntry(i).szName;
             if (StrCompareNoCase(szName, Cache.sBare) != 0 && !FileReplacement_c::IsBeside(szName))
             {
-                iNames = iNames * 31 + CacheIndexOf(szName);
+                nSum = nSum * 31 + CacheIndexOf(szName);
             }
         }
-        return { CACHE_STAMP_OF_NAMES, iNames };
+        return { CACHE_STAMP_OF_NAMES, nSum };
     }
 
     // Returns the stamp of the cache's own folder for saving. Returns UNKNOWN if the folder has changed since the scan:
@@ -481,7 +481,8 @@ namespace
         CacheReader_c(CacheReader_c const &) = delete;
         CacheReader_c & operator=(CacheReader_c const &) = delete;
 
-        // Returns why the cache can't be used, as the text of a log line; empty if its folders have their stamps.
+        // Returns why the cache can't be used, as the text of a log line. Returns an empty text if its folders have
+        // their stamps.
         Folder_t WhyNot(MediaRoot_c const & Root) const;
 
     private:
@@ -541,7 +542,7 @@ namespace
         return "";
     }
 
-    // Registers and opens the cache. Returns null if it can't be read.
+    // Registers and opens the cache, and returns its file. Returns null if it can't be read.
     File_c * OpenCache()
     {
         char const * const szCache = g_sFilesystemCacheName;

@@ -59,8 +59,8 @@ ZQ_API void FilesystemCacheCheck(bool bCheck);
 /// In the cache's own folder the names are compared, because each save changes its time. Returns false, with a log
 /// line, in these cases:
 /// - there is no media root, or no cache was named.
-/// - a folder has changed. The line names the first one.
-/// - the cache can't be read, or its records end too early.
+/// - a folder has changed, or its path has become too long. The line names the first one.
+/// - the cache can't be read, or it ends too early.
 /// - the cache lacks the media root.
 /// - the cache was written without FilesystemCacheCheck.
 ///

@@ -273,11 +273,11 @@ namespace
 
     // Calls a function with each file, in table order.
     template <typename CALL>
-    void ForEachFile(CALL Call)
+    void ForEachFile(CALL fnCall)
     {
         for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
         {
-            Call(*pSlot->pObject);
+            fnCall(*pSlot->pObject);
         }
     }
 

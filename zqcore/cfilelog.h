@@ -22,7 +22,7 @@
 
 /// Bits of the response logs.
 inline constexpr std::uint32_t FILE_LOG_PLAIN = 1;      // <name>.rsp: each open, in order
-inline constexpr std::uint32_t FILE_LOG_CLEAN = 2;      // <name>_clean.rsp: each path once
+inline constexpr std::uint32_t FILE_LOG_CLEAN = 2;      // <name>_clean.rsp: each path once if below 256 characters
 inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp: as the plain log
 
 /// Whether g_FileOpenCallbacker fires for each File_c that is opened on disk, found or not. It is false at start.
@@ -32,8 +32,8 @@ extern ZQ_API bool g_bCollectResource;
 /// Notes an attempt to open a file: the handle, or null or -1 for a failure, and the name. The list holds a copy of the
 /// name, cut at 259 characters.
 /// - Raises an Achtung, and logs the list, when more than 50 handles are open, and again at each further 10.
-/// - Raises an Achtung for a failed open, unless the name is null or ends as the packs of the media template do or
-///   in ".bin". Case does not matter.
+/// - Raises an Achtung for a failed open of a name, unless the name ends as the packs of the media template do or in
+///   ".bin". Case does not matter.
 /// - Asserts that at most 256 handles are open. Further ones are counted, but not listed.
 ///
 /// While a thread logs the list, its own calls are ignored.

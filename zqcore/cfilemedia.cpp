@@ -136,7 +136,8 @@ namespace
         return sRoot[0] == '.' && (sRoot[1] == '\0' || sRoot[1] == '\\');
     }
 
-    // Writes the cache to szFile, or into the media root if szFile is empty.
+    // Removes the files that do not belong in the cache from the tables. Writes the cache to szFile, or into the media
+    // root if szFile is empty.
     void SaveCache(char const * szFile)
     {
         String_T<256> const sRoot = GetPQXMediaPath(false);

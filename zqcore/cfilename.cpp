@@ -32,10 +32,10 @@ char const * PathFileName(char const * szPath, std::size_t nLength)
     {
         std::uint64_t nText;
         std::memcpy(&nText, pName - WORD, sizeof nText);
-        std::uint64_t const iSeparators = EightMatches(nText, '/') | EightMatches(nText, '\\');
-        if (iSeparators != 0)
+        std::uint64_t const nSeparators = EightMatches(nText, '/') | EightMatches(nText, '\\');
+        if (nSeparators != 0)
         {
-            return pName - std::countl_zero(iSeparators) / 8;
+            return pName - std::countl_zero(nSeparators) / 8;
         }
         pName -= WORD;
     }

@@ -26,8 +26,8 @@ namespace
 
     constexpr char FULL[] = "the table has no room for it";
 
-    // Returns the folder of FileAddOneFile, added to g_sPaths if it is not there. Returns null, with a log line, if the
-    // table is full.
+    // Adds the folder of FileAddOneFile to g_sPaths if it is not there, and returns it. Returns null, with a log line,
+    // if the table is full.
     String_T<256> const * FindOrAddPath(char const * szPath)
     {
         String_T<256> const * pPath = g_sPaths.FindByName(szPath);

@@ -48,7 +48,7 @@
 using FileTable_t = StringHash_T<File_c, 128, 16384, 117>;
 using PathTable_t = StringHash_T<String_T<256>, 256, 4096, 117>;
 
-/// Reasons why a scan skips an entry of a folder, or enters it in another way than its name says.
+/// Reasons why a scan skips an entry of a folder, or enters a file that can't be opened. InArchive is of a mount.
 enum class FileSkip_e
 {
     Duplicate,       // another file has its key
@@ -107,11 +107,13 @@ ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativ
 /// paths of the scans, as in the functions below.
 ZQ_API bool FileScanIsWhole(char const * sPath);
 
-/// Event that fires, forced, for each entry that a scan skips, and for those that it enters in another way than their
-/// names say. A receiver must not change the tables. These are not reported:
+/// Event that fires, forced, for each entry that a scan skips, for each file that it enters but that can't be opened,
+/// and for each entry of an archive that FileZipMount skips (czip.h). A receiver must not change the tables. These are
+/// not reported:
 /// - links whose target is missing.
 /// - excluded names and unfinished saves of which the system reports no facts.
 /// - excluded names of pipes, sockets and devices.
+/// - excluded names of files that are hidden by one of these, or by a folder, whose name differs in case only.
 /// - folders below the path of a scan that is not recursive.
 extern ZQ_API Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
 
@@ -141,8 +143,8 @@ ZQ_API bool FileAddOneFile(char const * sFile);
 /// FilesystemCacheSave (cfilecache.h) writes it.
 ZQ_API HashAdd_e FileAddObject(File_c * pFile, bool bOver);
 
-/// Exclude the folders, or the files, of a bare name from later scans, in any case. The name is copied, cut at 255
-/// characters. ModuleFile_c's Shutdown removes all of them.
+/// Exclude the folders, or the files, of a bare name from later scans, without regard to ASCII case. The name is
+/// copied, cut at 255 characters. ModuleFile_c's Shutdown removes all of them.
 ZQ_API void FileAlwaysExcludeFolder(char const * sName);
 ZQ_API void FileAlwaysExcludeFile(char const * sName);
 

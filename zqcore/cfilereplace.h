@@ -10,7 +10,7 @@
 // Threads: one thread at a time.
 // Cost: each Write is a system call. Commit waits for the disk, some milliseconds. Nothing allocates from the heap,
 // unless a name of the path has another spelling on the disk.
-// Failure: false, with the reason of the first failure in GetWhyNot. Later calls fail too.
+// Failure: a call returns false, and later calls fail too. GetWhyNot returns the reason of the first failure.
 //
 //     FileReplacement_c Replacement("saves\\two.sav");
 //     BufferedWriteable_c Archive(Replacement, ARCHIVE_SAVED_GAME_VERSION);

@@ -313,6 +313,7 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
 
 // Links the save to its first previous name, and renames each previous save to the next name, up to a free one. If none
 // is free, the oldest previous save is replaced. Changes nothing if a failed commit has already linked the save.
+// On failure sets sWhyNot and returns false.
 bool FileSave_c::KeepPrevious(FileReplacement_c::Reason_t & sWhyNot)
 {
     if (m_nPrevious == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))

@@ -75,7 +75,7 @@ public:
     /// not open the save. The path has at most 249 characters. On failure IsLocked returns false.
     explicit FileSave_c(char const * szFile);
 
-    /// Releases the lock. Requires that readers of OpenFile are closed.
+    /// Releases the lock and frees the loaded contents. Requires that readers of OpenFile are closed.
     ~FileSave_c();
     FileSave_c(FileSave_c const &) = delete;
     FileSave_c & operator=(FileSave_c const &) = delete;

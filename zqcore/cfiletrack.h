@@ -40,7 +40,8 @@
 
 /// Starts to watch a folder with its subfolders. Ends a previous watch. Asserts that sPath is not null. Requires that
 /// it has no separator at its end. On failure nothing is watched, log lines state the reason, and FileOpenTracker
-/// raises an Achtung. Skips subfolders that can't be read, without a report. Reasons of a failure:
+/// raises an Achtung unless it excepts the name. Skips subfolders that can't be read, without a report. Reasons of a
+/// failure:
 /// - the folder can't be opened, or its path has more than 255 characters.
 /// - the system's limits. Under Linux they are `fs.inotify.max_user_watches`, the folders that a user may watch,
 ///   `fs.inotify.max_user_instances`, the watches that a user may start, and the number of open files.

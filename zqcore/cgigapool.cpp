@@ -112,8 +112,8 @@ bool GigaSlab_c::Init(std::span<std::byte> Storage, int iElementSize)
     {
         return false;
     }
-    auto const iBegin = reinterpret_cast<std::uintptr_t>(Storage.data());
-    std::size_t const nSkip = ((iBegin + ALIGNMENT - 1) & ~(ALIGNMENT - 1)) - iBegin;
+    auto const nBegin = reinterpret_cast<std::uintptr_t>(Storage.data());
+    std::size_t const nSkip = ((nBegin + ALIGNMENT - 1) & ~(ALIGNMENT - 1)) - nBegin;
     std::size_t const nFit =
         iElementSize > 0 && nSkip < Storage.size() ? (Storage.size() - nSkip) / GroupBytes(iElementSize) : 0;
     m_iNumGroups = static_cast<int>(std::min<std::size_t>(nFit, GIGA_GROUP_NULL - 1));
@@ -174,8 +174,8 @@ void GigaSlab_c::AllocData(std::size_t nAlignment)
     }
     if (m_pBlock)
     {
-        auto const iBlock = reinterpret_cast<std::uintptr_t>(m_pBlock);
-        m_pData = m_pBlock + (((iBlock + nAlignment - 1) & ~(nAlignment - 1)) - iBlock);
+        auto const nBlock = reinterpret_cast<std::uintptr_t>(m_pBlock);
+        m_pData = m_pBlock + (((nBlock + nAlignment - 1) & ~(nAlignment - 1)) - nBlock);
         m_nDataBytes = static_cast<std::size_t>(nBytes);
     }
     ZQ_ASSERT_EX(m_pData, "Cannot allocate more elements %i, element size - %i", m_iNumElements, m_iElementSize);

@@ -93,8 +93,10 @@ public:
     void * Alloc(bool bArray);
 
     /// Frees the element that holds the pointer. Returns false and changes nothing if the pointer is not in the pool,
-    /// otherwise true. Asserts that there is storage, that the element is in use, and that it was allocated with this
-    /// bArray. An element in use is freed even with a wrong bArray.
+    /// otherwise true. An element in use is freed even with a wrong bArray. Asserts in these cases:
+    /// - The pool has no storage.
+    /// - The element is not in use.
+    /// - The element was allocated with the other bArray.
     bool Free(void const * pPtr, bool bArray);
 
     /// Returns whether the pointer lies in the storage. Asserts that there is storage.

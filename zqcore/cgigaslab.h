@@ -107,8 +107,8 @@ public:
     /// Allocates the lowest free element. Returns its address. Requires a free element.
     void * Alloc(bool bArray, int iElementSize);
 
-    /// Calls GigaGroup_c::Free for the element's group: with eOpenLast if that group is open, else with eLast. Returns
-    /// false for a full group too. dGroups are the records of the element's slab.
+    /// Calls GigaGroup_c::Free for the element's group: with eOpenLast if that group is open, else with eLast. Also
+    /// returns false for a full group that is not open. dGroups are the records of the element's slab.
     bool Free(GigaGroup_c * dGroups, unsigned iElement, bool bArray, Last_e eLast, Last_e eOpenLast);
 
     /// Returns the up-to-date masks of a group: the copy if the group is open, else the record.
@@ -143,7 +143,7 @@ public:
     bool Init(int iElements, int iElementSize, std::size_t nAlignment);
 
     /// Places as many groups as fit, with their records, in storage of the caller, but no more than MAX_ELEMENTS
-    /// elements. Asserts that the slab has no storage, and returns false otherwise.
+    /// elements. Asserts that the slab has no storage, and returns false otherwise. Returns true even if no group fits.
     bool Init(std::span<std::byte> Storage, int iElementSize);
 
     /// Returns the bytes of storage in which the previous overload always places a number of elements.
@@ -163,8 +163,8 @@ public:
     bool RequireStorage() const;
     bool RequireStorageToAlloc(int iWaterMark) const;
 
-    /// Return the bytes of an element, whether no group has a free element, the storage and its bytes, and the records.
-    /// An open group counts as one with a free element.
+    /// Return the bytes of an element, whether no group has a free element, the storage, its bytes, the records, and
+    /// the record of an element's group. An open group counts as one with a free element.
     int GetElementSize() const { return m_iElementSize; }
     bool IsFull() const { return m_iFreeList == GIGA_GROUP_NULL; }
     std::uint8_t * GetData() const { return m_pData; }
@@ -203,6 +203,12 @@ public:
     void Free(unsigned iElement);
 
 private:
+    /// Constants of the division by a multiplication (Granlund and Montgomery, Division by Invariant Integers using
+    /// Multiplication, 1994). With these limits the rounding never reaches the next element, and no product leaves 64
+    /// bits.
+    static constexpr int RECIPROCAL_BITS = 42;
+    static constexpr int RECIPROCAL_MAX_SIZE = 1448;   // its square times MAX_ELEMENTS is below 2 to that power
+
     static constexpr std::size_t GroupBytes(int iElementSize)
     {
         return GigaGroup_c::ELEMENTS * static_cast<std::size_t>(iElementSize) + sizeof(GigaGroup_c);
@@ -214,12 +220,6 @@ private:
     void SetElementSize(int iElementSize);
     void Chain(int & list, int link);
     void Unchain(int & list, int link);
-
-    /// Constants of the division by a multiplication (Granlund and Montgomery, Division by Invariant Integers using
-    /// Multiplication, 1994). With these limits the rounding never reaches the next element, and no product leaves 64
-    /// bits.
-    static constexpr int RECIPROCAL_BITS = 42;
-    static constexpr int RECIPROCAL_MAX_SIZE = 1448;   // its square times MAX_ELEMENTS is below 2 to that power
 
     GigaGroup_c * m_pGroups = nullptr;
     std::uint8_t * m_pData = nullptr;

@@ -110,7 +110,7 @@ public:
     /// name lies further along it: the name is then in the table twice.
     int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName, std::strlen(*pName))); }
 
-    /// Returns the entry of a name of nLength characters.
+    /// Prefetches what Add reads, and returns the entry of a name of nLength characters.
     Entry_s Prepare(T * pObject, Key_t const * pName, std::size_t nLength) const;
 
     /// Adds the entry. Returns a HashAdd_e.
@@ -204,8 +204,8 @@ struct IndexHashLowBits_s
     static constexpr std::uint32_t HashOf(std::uint32_t iKey) { return iKey; }
 };
 
-/// Table of values by 32-bit keys. SIZE is a power of 2; HASH::Of makes the hash of a key. Entries are not removed one
-/// by one.
+/// Table of values by 32-bit keys. SIZE is a power of 2; HASH::HashOf makes the hash of a key. Entries are not removed
+/// one by one.
 template <typename V, int SIZE, int STEP, typename HASH = IndexHashLowBits_s>
 class IndexHash_T
 {

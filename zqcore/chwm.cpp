@@ -31,16 +31,16 @@ StaticMemoryPool_c::~StaticMemoryPool_c()
         }
         int const nOut = Group.pPool->WaterMark();
         std::size_t const nBytes = static_cast<std::size_t>(nOut) * Group.element_size;
-        int const iPeak = Group.pPool->HighWaterMark();
+        int const nPeak = Group.pPool->HighWaterMark();
         char const * const szName = m_sName;
         if (nBytes > 0)
         {
             Debugf("pool %s group %u: leaked %zu bytes in %i allocations, high-water-mark %i", szName,
-                Group.element_size, nBytes, nOut, iPeak);
+                Group.element_size, nBytes, nOut, nPeak);
         }
         else
         {
-            Debugf("pool %s group %u: high-water-mark %i", szName, Group.element_size, iPeak);
+            Debugf("pool %s group %u: high-water-mark %i", szName, Group.element_size, nPeak);
         }
         delete Group.pPool;
         Group.pPool = nullptr;

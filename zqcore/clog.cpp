@@ -81,16 +81,17 @@ namespace
         plat::Utf8FromWide(szPath, sizeof szPath, wszPath);
     }
 
-    // Creates the folder, then opens the file in it.
+    // Creates the folder, opens the file in it and returns its stream. Returns null on failure.
     template <typename OPEN>
-    std::FILE * OpenMessageLog(OPEN Open)
+    std::FILE * OpenMessageLog(OPEN fnOpen)
     {
         char szPath[LogStream_c::PATH_SIZE];
         WriteMessageLogPath(szPath);
-        return Open(szPath);
+        return fnOpen(szPath);
     }
 
-    // Writes the line with its prefix. The text is unchanged afterwards. Returns false if the line is lost.
+    // Writes the line with its prefix, then starts a new file if the log has outgrown its limit. The text is unchanged
+    // afterwards. Returns false if the line is lost.
     bool WriteStamped(std::FILE * pFile, Line_c & Line, std::size_t nText)
     {
         auto const tPassed = static_cast<float>(longTimeGetPassed());

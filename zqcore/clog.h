@@ -2,7 +2,7 @@
 //
 // Each line goes to a list of listeners. LogInit adds one that writes message.log, with the time in seconds and the
 // frame number before the line: "%8.3f\t%i\t%s\n". Each line is written at once and appended to the file, even if other
-// processes write to it. A line without a listener is lost. Formatted lines are cut at 2048 characters.
+// processes write to it. A line without a listener is lost. Formatted lines are cut at LOG_LINE_LENGTH characters.
 //
 // Ownership: the library opens and closes the file. Listeners are kept as pointers.
 // Threads: any thread may log at any time but during LogDone, also in a child of a fork. The list of listeners has no
@@ -70,14 +70,14 @@ ZQ_API void LogArg(char const * fmt, std::va_list args) ZQ_PRINTF(1, 0);
 
 /// Does what Log does, for texts from outside, such as file names. Tabs and line ends that %s and %c insert are escaped
 /// too, so they can't begin a line. fmt itself is not escaped. It may hold %s, %c, %i, %d, %u, %x, %zu and %% without
-/// flags; any other conversion ends the line.
+/// flags; any other conversion ends the line, and so does a NUL of %c.
 ZQ_API void LogEscaped(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Calls Log if bCondition is true and fmt is not null.
 ZQ_API void Logc(bool bCondition, char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-/// Passes a text to each listener: uncut if it is printable ASCII, else escaped as Log does and cut at 2048 characters.
-/// message.log always cuts it there.
+/// Passes a text to each listener: uncut if it is printable ASCII, else escaped as Log does and cut at LOG_LINE_LENGTH
+/// characters. message.log always cuts it there.
 ZQ_API void LogText(char const * szText);
 
 /// Writes a formatted line to the debugger's output, and to no log. A host receives it through plat::DebugOutputSet

@@ -143,10 +143,10 @@ namespace
 
         // Appends wide text as at most nMost bytes of whole characters, padded with blanks to the width. A negative
         // width pads on the right.
-        void PutWide(wchar_t const * szText, std::size_t nMost, int nWidth)
+        void PutWide(wchar_t const * wszText, std::size_t nMost, int nWidth)
         {
             std::size_t const nRoom = static_cast<std::size_t>(m_pEnd - m_pOut);
-            std::size_t const nText = plat::Utf8FromWide(m_pOut, std::min(nMost, nRoom) + 1, szText);
+            std::size_t const nText = plat::Utf8FromWide(m_pOut, std::min(nMost, nRoom) + 1, wszText);
             auto const nPadded = static_cast<std::size_t>(std::abs(nWidth));
             std::size_t const nBlanks = nPadded > nText ? std::min(nPadded - nText, nRoom) : 0;
             if (nWidth > 0)
@@ -237,14 +237,14 @@ namespace
         }
     }
 
-    char * PutDigitsBefore(char * pEnd, std::uint32_t i)
+    char * PutDigitsBefore(char * pEnd, std::uint32_t nNumber)
     {
         do
         {
-            *--pEnd = static_cast<char>('0' + i % 10);
-            i /= 10;
+            *--pEnd = static_cast<char>('0' + nNumber % 10);
+            nNumber /= 10;
         }
-        while (i != 0);
+        while (nNumber != 0);
         return pEnd;
     }
 
@@ -351,14 +351,14 @@ namespace
     {
         if (Conversion.cKind == 'c' || Conversion.cKind == 'C')
         {
-            wchar_t const szCharacter[] = { static_cast<wchar_t>(va_arg(Arguments.args, PassedWide_t)), L'\0' };
-            Output.PutWide(szCharacter, SIZE_MAX - 1, Conversion.nWidth);
+            wchar_t const wszCharacter[] = { static_cast<wchar_t>(va_arg(Arguments.args, PassedWide_t)), L'\0' };
+            Output.PutWide(wszCharacter, SIZE_MAX - 1, Conversion.nWidth);
             return;
         }
-        wchar_t const * const szText = va_arg(Arguments.args, wchar_t const *);
+        wchar_t const * const wszText = va_arg(Arguments.args, wchar_t const *);
         std::size_t const nMost =
             Conversion.nPrecision < 0 ? SIZE_MAX - 1 : static_cast<std::size_t>(Conversion.nPrecision);
-        Output.PutWide(szText ? szText : L"(null)", nMost, Conversion.nWidth);
+        Output.PutWide(wszText ? wszText : L"(null)", nMost, Conversion.nWidth);
     }
 
     void PutAnyConversion(Output_c & Output, Conversion_s const & Conversion, Arguments_s & Arguments)
@@ -416,7 +416,7 @@ namespace
         return bWide;
     }
 
-    // The slow path, for all formats. The C library stops at wide text that the locale can't represent, so this
+    // Serves all formats, on the slow path. The C library stops at wide text that the locale can't represent, so this
     // function writes formats with wide text itself.
     ZQ_COLD void FormatAny(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
     {
@@ -540,8 +540,8 @@ char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame)
     if (std::signbit(tPassed) || !(tPassed < FIXED_LIMIT) || iFrame < 0)
     {
         char szPrefix[LINE_PREFIX_SIZE];
-        int const n = std::snprintf(szPrefix, sizeof szPrefix, "%8.3f\t%i\t", static_cast<double>(tPassed), iFrame);
-        return static_cast<char *>(std::memcpy(pEnd - n, szPrefix, static_cast<std::size_t>(n)));
+        int const nText = std::snprintf(szPrefix, sizeof szPrefix, "%8.3f\t%i\t", static_cast<double>(tPassed), iFrame);
+        return static_cast<char *>(std::memcpy(pEnd - nText, szPrefix, static_cast<std::size_t>(nText)));
     }
     // A float times 1000 is exact in a double. Adding 1.5 times 2 to the 52nd leaves no room for a fraction, and rounds
     // to the nearest number, halves to the even one, as printf does.

@@ -95,7 +95,8 @@ namespace
         return iResult;
     }
 
-    // Opens a log that is not in the table and adds it. Without room in the table the log shares g_Unlisted.
+    // Opens a log that is not in the table, adds it and returns it. Without room in the table the log shares
+    // g_Unlisted. Returns nulls if the file can't be opened.
     ZQ_COLD Found_s OpenLog(String_T<NAME_SIZE> const & sName)
     {
         std::FILE * const pFile = OpenInLogPath(sName);

@@ -112,12 +112,12 @@ namespace
     // Complains, unless a complaint of this thread runs: it may call code that pushes and pops in turn, such as a
     // listener of the log.
     template <typename COMPLAIN>
-    ZQ_COLD void ComplainOnce(COMPLAIN Complain)
+    ZQ_COLD void ComplainOnce(COMPLAIN fnComplain)
     {
         if (!t_MemoryStack.bComplaining)
         {
             ValueScope_T const Complaining(t_MemoryStack.bComplaining, true);
-            Complain();
+            fnComplain();
         }
     }
 

@@ -260,7 +260,7 @@ ZQ_API void * get_block_from_aligned(void * p);
 /// with a report, if the header's gap bytes do not match.
 ZQ_API void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t nOffset);
 
-/// Allocate a block of ZQ_NEW, as the functions of CoreMemory do.
+/// Allocate and return a block of ZQ_NEW, as the functions of CoreMemory do.
 inline void * operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept
 {
     return CoreMemory::operator_new(nBytes, iBlockType, sFile, iLine);

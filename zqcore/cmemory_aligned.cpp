@@ -26,8 +26,8 @@ namespace
 
     Header_s & HeaderOf(void * p)
     {
-        auto const iAddress = reinterpret_cast<std::uintptr_t>(p) & ~std::uintptr_t{ WORD - 1 };
-        return *reinterpret_cast<Header_s *>(iAddress - sizeof(Header_s));
+        auto const nAddress = reinterpret_cast<std::uintptr_t>(p) & ~std::uintptr_t{ WORD - 1 };
+        return *reinterpret_cast<Header_s *>(nAddress - sizeof(Header_s));
     }
 
     std::size_t AddressOf(void * p)
@@ -50,10 +50,10 @@ namespace
 
     std::uint8_t * UserPointer(void * pBlock, std::size_t nAlignment, std::size_t nOffset)
     {
-        auto const iBlock = reinterpret_cast<std::uintptr_t>(pBlock);
-        std::uintptr_t const iAligned =
-            (iBlock + nAlignment - 1 + GapOf(nOffset) + sizeof(Header_s) + nOffset) & ~(nAlignment - 1);
-        return reinterpret_cast<std::uint8_t *>(iAligned - nOffset);
+        auto const nBlock = reinterpret_cast<std::uintptr_t>(pBlock);
+        std::uintptr_t const nAligned =
+            (nBlock + nAlignment - 1 + GapOf(nOffset) + sizeof(Header_s) + nOffset) & ~(nAlignment - 1);
+        return reinterpret_cast<std::uint8_t *>(nAligned - nOffset);
     }
 
     std::size_t RaiseAlignment(std::size_t nAlignment)

@@ -84,10 +84,10 @@ namespace
     // of them can be read.
     bool IsClassLoaded(mem::Object_i const * pObject)
     {
-        std::uintptr_t iTable;
-        std::memcpy(&iTable, static_cast<void const *>(pObject), sizeof iTable);
+        std::uintptr_t nTable;
+        std::memcpy(&nTable, static_cast<void const *>(pObject), sizeof nTable);
         void const * pOperation = nullptr;
-        return plat::MemoryRead(iTable, &pOperation, sizeof pOperation) == sizeof pOperation
+        return plat::MemoryRead(nTable, &pOperation, sizeof pOperation) == sizeof pOperation
                && plat::MemoryIsReadable(pOperation, 1);
     }
 

@@ -143,7 +143,7 @@ void MemoryHeapThreadEnd();
 /// for any pointer. The heap of a shipped game may return true for a block that was freed.
 bool MemoryIsOwnBlock(void const * p);
 
-/// Allocate and release a block of category NORMAL_BLOCK.
+/// Allocate a block of category NORMAL_BLOCK and return it, and release one.
 void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine);
 void MemoryFreeNormal(void * pBlock);
 

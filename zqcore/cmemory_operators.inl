@@ -10,7 +10,8 @@
 
 namespace
 {
-    // Allocates from the process's own operator.
+    // Allocates from the process's own operator and returns the block. Returns null if that fails while the heap is not
+    // tracked; otherwise a failure ends in Abort.
     template <typename... ALIGNMENT>
     ZQ_COLD void * NewForeign(
         plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... iAlignment)

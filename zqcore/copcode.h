@@ -86,6 +86,28 @@ private:
     struct Row_s;
     struct Match_s;
 
+    /// Bits of a VEX, XOP or EVEX prefix, except R, X and B, which m_nRex has, and what the text shows of them.
+    struct Vex_s
+    {
+        bool bPresent;
+        bool bEvex;
+        bool bW;
+        bool bBroadcast;      // whether EVEX.b is set with a memory operand
+        bool bRounding;       // whether EVEX.b is set with a register operand
+        bool bZero;           // whether elements outside of the mask become 0
+        unsigned iRounding;   // mode
+        unsigned nLength;     // log2 of the vector's bytes, less 4
+        unsigned iMask;       // register of the mask
+        unsigned iRegister;   // operand of the prefix
+        unsigned nHighReg;    // bit 4 of the registers in ModR/M and SIB
+        unsigned nHighRm;
+        unsigned nHighIndex;
+        bool bRegisterShown;   // whether the text shows it, as for the next ones
+        bool bIndexShown;
+        bool bMaskShown;
+        bool bRoundingShown;
+    };
+
     bool RunInstruction(unsigned char const * pCode, Match_s & Match);
     bool RunTables(unsigned char const * pCode, Match_s & Match);
     bool RunGroup(unsigned iSlot, unsigned char const * pCode, std::uint32_t * pFields, Match_s & Match);
@@ -116,28 +138,6 @@ private:
     void WriteChar(char c);
     void WriteText(char const * szText);
     void WriteHex(std::uint64_t n, int nDigits);
-
-    /// Bits of a VEX, XOP or EVEX prefix, except R, X and B, which m_nRex has, and what the text shows of them.
-    struct Vex_s
-    {
-        bool bPresent;
-        bool bEvex;
-        bool bW;
-        bool bBroadcast;      // whether EVEX.b is set with a memory operand
-        bool bRounding;       // whether EVEX.b is set with a register operand
-        bool bZero;           // whether elements outside of the mask become 0
-        unsigned iRounding;   // mode
-        unsigned nLength;     // log2 of the vector's bytes, less 4
-        unsigned iMask;       // register of the mask
-        unsigned iRegister;   // operand of the prefix
-        unsigned nHighReg;    // bit 4 of the registers in ModR/M and SIB
-        unsigned nHighRm;
-        unsigned nHighIndex;
-        bool bRegisterShown;   // whether the text shows it, as for the next ones
-        bool bIndexShown;
-        bool bMaskShown;
-        bool bRoundingShown;
-    };
 
     unsigned char const * m_pTable = nullptr;   // the expanded form
     OpcodeTables_s const & m_Tables;
@@ -211,8 +211,10 @@ public:
     /// the end without an instruction are not counted.
     ZQ_API std::size_t Decode();
 
-    /// Returns the number of bytes in the instructions found, 0 before Decode and without pages. It is also below
-    /// nBytes after MAX_INSTRUCTIONS, or if prefixes end the code, and above it if the last instruction ends later.
+    /// Returns the number of bytes in the instructions found. It differs from nBytes in these cases:
+    /// - Decode was not called, or there are no pages: it is 0.
+    /// - Decode stopped at MAX_INSTRUCTIONS, or prefixes end the code: it is below nBytes.
+    /// - The last instruction ends in the nAfter bytes: it is above nBytes.
     std::size_t GetDecodedBytes() const
     {
         return m_nInstructions

@@ -123,7 +123,8 @@ public:
         : m_pPool(&Other.GetPool())
     {}
 
-    /// Allocate, never null, and free storage of nElements elements. Freeing requires the number of the allocation.
+    /// Allocate and return storage of nElements elements, never null, and free it. Freeing requires the number of the
+    /// allocation.
     T * allocate(std::size_t nElements)
     {
         return static_cast<T *>(m_pPool->Allocate(nElements * sizeof(T), alignof(T)));

@@ -309,30 +309,6 @@ private:
     }
 };
 
-/// Refuses to compile every call of it.
-void PrintfFormatIsWrong() ZQ_COMPILE_ERROR("the format does not match its arguments");
-
-/// Returns whether the format matches, for the templates of ZQ_PRINTF_TEXTS. Refuses to compile a literal that does
-/// not, if the compiler folds the check.
-template <typename... ARGS, std::size_t N>
-ZQ_INLINE bool PrintfMatches(char const (&fmt)[N])
-{
-    constexpr std::size_t LONGEST_FOLDED = 256;
-    if constexpr (ZQ_FOLDS_CALLS && N <= LONGEST_FOLDED)
-    {
-        bool const bMatches = PrintfCheck_T<ARGS...>::Fold(fmt, std::make_index_sequence<N>());
-        if (ZQ_IS_CONSTANT(bMatches))
-        {
-            if (!bMatches)
-            {
-                PrintfFormatIsWrong();
-            }
-            return true;
-        }
-    }
-    return PrintfCheck_T<ARGS...>::Matches(fmt);
-}
-
 /// An argument as printf accepts it.
 template <typename T>
 class PrintfArgument_T
@@ -386,6 +362,30 @@ public:
 private:
     char m_szText[4096];
 };
+
+/// Refuses to compile every call of it.
+void PrintfFormatIsWrong() ZQ_COMPILE_ERROR("the format does not match its arguments");
+
+/// Returns whether the format matches, for the templates of ZQ_PRINTF_TEXTS. Refuses to compile a literal that does
+/// not, if the compiler folds the check.
+template <typename... ARGS, std::size_t N>
+ZQ_INLINE bool PrintfMatches(char const (&fmt)[N])
+{
+    constexpr std::size_t LONGEST_FOLDED = 256;
+    if constexpr (ZQ_FOLDS_CALLS && N <= LONGEST_FOLDED)
+    {
+        bool const bMatches = PrintfCheck_T<ARGS...>::Fold(fmt, std::make_index_sequence<N>());
+        if (ZQ_IS_CONSTANT(bMatches))
+        {
+            if (!bMatches)
+            {
+                PrintfFormatIsWrong();
+            }
+            return true;
+        }
+    }
+    return PrintfCheck_T<ARGS...>::Matches(fmt);
+}
 
 /// Define the templates of a function that has a format. RESULT is its result with attributes, RETURN is "return" or
 /// nothing. ZQ_PRINTF_TEXTS_AFTER has the parameters before the format, and their names, both in parentheses.

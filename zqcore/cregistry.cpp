@@ -8,9 +8,9 @@ namespace
 
     constexpr std::uint32_t PLATFORM_NT = 2;   // counts names in 16-bit units
 
-    std::uint32_t Narrow(std::size_t n)
+    std::uint32_t Narrow(std::size_t nCount)
     {
-        return static_cast<std::uint32_t>(n);
+        return static_cast<std::uint32_t>(nCount);
     }
 }
 
@@ -110,7 +110,7 @@ int Registry_c::RenameValue(char const * sOldName, char const * sNewName)
     return plat::RegistryRenameValue(m_hKey, sOldName, sNewName);
 }
 
-// Reads a value of any type that fits, and stores its type. Returns false if there is none.
+// Reads a value of any type, and stores its type. Returns false if there is none or if it does not fit.
 bool Registry_c::Query(char const * sName, void * pData, std::size_t & nSize)
 {
     return plat::RegistryRead(m_hKey, sName, m_dwType, pData, nSize);
@@ -189,7 +189,7 @@ int Registry_c::ReadTyped(char const * sName, RegistryType_e eType, void * pData
     return bFits && Query(sName, pData, nSize) && m_dwType == eType;
 }
 
-// Reads a text of at most nSize - 1 bytes and terminates it.
+// Reads a text of at most nSize - 1 bytes and terminates it. Returns false for any other value.
 bool Registry_c::ReadText(char const * sName, char * sBuffer, std::size_t nSize)
 {
     std::size_t nText = nSize - 1;

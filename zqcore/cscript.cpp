@@ -445,7 +445,7 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
     sString[sRead.copy(sString, sRead.size())] = '\0';
 }
 
-// Reads a quoted text of nMost characters at most.
+// Reads a quoted text and returns it, or its first nMost characters. Returns an empty text on a mismatch.
 std::string_view Script_c::NextString(int nMost, char cQuote)
 {
     bool bSlash = false;
@@ -566,7 +566,7 @@ float Script_c::GetFloat()
     return fValue;
 }
 
-// Reads the next token as a whole number of a range.
+// Reads the next token as a whole number of a range and returns true. Returns false at the end or on a mismatch.
 bool Script_c::GetWhole(WholeRange_t const & Range, std::uint64_t & iBits)
 {
     char szToken[TOKEN_SIZE];
@@ -576,7 +576,7 @@ bool Script_c::GetWhole(WholeRange_t const & Range, std::uint64_t & iBits)
                || RefuseToken("this is no whole number in range", szToken));
 }
 
-// Reads the next token as a number of at most that size.
+// Does the same for a number whose absolute value is at most fMost.
 bool Script_c::GetNumber(double fMost, double & fValue)
 {
     char szToken[TOKEN_SIZE];

@@ -16,9 +16,9 @@
 // the next opening.
 // Threads: one thread for each object. OpenFile belongs to the main thread, as the table of files does (cfile.h).
 // Cost: opening a file allocates the copy. Reading allocates nothing, but a std::string may.
-// Failure: GetLastError has the place. A mismatch, such as a wrong label or a missing opening quote, is skipped
-// silently in a file. In a block of memory it also fails an assertion, unless a file's copy is still held. A text that
-// begins with UTF-16's mark is refused.
+// Failure: GetLastError has the place, and SetTextErrorLog also logs it. A mismatch, such as a wrong label or a missing
+// opening quote, is otherwise skipped silently in a file. In a block of memory it also fails an assertion, unless a
+// file's copy is still held. A text that begins with UTF-16's mark is refused.
 //
 //     char const szText[] = "health 100 name 'Ogre'";
 //     Script_c Script;
@@ -58,7 +58,8 @@ public:
     void CloseFile();
 
     /// Starts on a block of iLength bytes, which must stay. It needs no terminator. Asserts that pText is not null and
-    /// iLength not negative; otherwise the text is empty. A refused text counts as empty too.
+    /// iLength not negative; otherwise the text is empty. A refused text counts as empty too. m_sName stays the file's
+    /// while a file's copy is still held.
     void OpenMemoryLocation(char const * pText, int iLength);
 
     /// Returns why the last opening failed, or the first mismatch of the last read that had one. A quoted string
@@ -153,10 +154,12 @@ public:
     int GetInt(char const * sLabel);
     float GetFloat(char const * sLabel);
 
-    /// Returns the next integer. Skips everything before its first digit, minus sign or point, and drops a fraction.
+    /// Reads the next integer and returns it. Skips everything before its first digit, minus sign or point, and drops a
+    /// fraction.
     int GetInt();
 
-    /// Returns the number at the start of the next token. A token that reads as 0 but is not a number is a mismatch.
+    /// Reads the next token and returns the number at its start. A token that reads as 0 but is not a number is a
+    /// mismatch.
     float GetFloat();
 
     /// Moves the reading position to this byte. A position after the end of the text becomes the end and sets
@@ -177,7 +180,7 @@ public:
     bool m_bEndOfFile = false;   // whether a read needed more than was left
 
 private:
-    /// Copies a piece of the text, up to its first NUL, and returns true.
+    /// Copies a piece of the text, up to its first NUL, and returns true. A cut is stored as the last error.
     template <TextObject_T TEXT>
     bool PutToken(TEXT & sTo, std::string_view sPiece)
     {

@@ -76,7 +76,8 @@ bool Writeable_c::Put(void const * pData, std::size_t nBytes)
     return true;
 }
 
-// Writes the zeros that a skip leaves in a file. A replacement counts all of its bytes.
+// Writes the zeros that a skip leaves in a file, because a replacement counts all of its bytes. Returns false on
+// failure.
 bool Writeable_c::PutZeros(std::size_t nBytes)
 {
     static constexpr char ZEROS[4096] = {};
@@ -133,8 +134,8 @@ bool ChunkWriteable_c::ChunkBegin(char const * sName)
     m_dwChunkLabel = GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)));
     LabelCrc32(sName);
     m_dwCurrentChunk = GetStored();
-    std::uint32_t dwUnfinished = UNFINISHED;
-    Serialize(dwUnfinished);
+    std::uint32_t nUnfinished = UNFINISHED;
+    Serialize(nUnfinished);
     return !m_bFailed;
 }
 

@@ -23,8 +23,8 @@ namespace
     constexpr std::uint16_t CLASS_NONE = 0;
     constexpr std::uint16_t CLASS_OPEN = 0xFFFF;   // the object's body is running
 
-    constexpr std::size_t FRESH_STACK = 8 * 1024 * 1024;
-    constexpr int PROBE_STEP = 0xCD;   // odd, so that every slot is visited
+    constexpr std::size_t FRESH_STACK = 8 * 1024 * 1024;   // bytes
+    constexpr int PROBE_STEP = 0xCD;                       // odd, so that every slot is visited
 
     void const * FreeSlot()
     {
@@ -84,9 +84,9 @@ namespace
         char const * szName;
         std::uint32_t dwLabel;
 
-        constexpr explicit Mark_t(char const * sz)
-            : szName(sz)
-            , dwLabel(Serializeable_c::LabelCalc(sz))
+        constexpr explicit Mark_t(char const * szText)
+            : szName(szText)
+            , dwLabel(Serializeable_c::LabelCalc(szText))
         {}
     };
 

@@ -128,7 +128,7 @@ namespace
         return nTaken;
     }
 
-    // Adds the bit 1, zeros up to 8 bytes before the end of a block, and the length.
+    // Adds the bit 1, zeros up to 8 bytes before the end of a block, and the length. Hashes the blocks that this fills.
     void Pad(SHA1Context & Context)
     {
         constexpr std::size_t LENGTH_AT = SHA1_BLOCK_SIZE - 8;

@@ -28,7 +28,8 @@ inline constexpr int SIN_TABLE_SIZE = 4096;
 /// Table of sines. Each entry is the nearest float to the sine of the nearest float to its angle, with pi as a float.
 extern ZQ_API std::array<float, SIN_TABLE_SIZE> g_dSinTable;
 
-/// Return the sine and the cosine of an angle in 65,536ths of a turn. Larger and negative angles wrap.
+/// Return the sine and the cosine of an angle in 65,536ths of a turn, rounded down to an entry of the table. Larger and
+/// negative angles wrap.
 inline float SinOfAngle(int iAngle)
 {
     return g_dSinTable[static_cast<unsigned>(iAngle) >> 4 & (SIN_TABLE_SIZE - 1)];

@@ -160,7 +160,10 @@ public:
 
     /// Moves to the column and copies its cell as strncpy does: a cell of iBufLength characters or more fills the
     /// buffer without a terminator, which differs from the rule of cstring.h. Returns false, with the buffer
-    /// unchanged, if there is no cell or no buffer, in which iBufLength below 1 is none.
+    /// unchanged, in these cases:
+    /// - there is no cell.
+    /// - pBuffer is null.
+    /// - iBufLength is below 1.
     bool Get(char const * sName, char * pBuffer, int iBufLength);
 
     /// Moves to the column and reads the number at the start of its cell, in the form of the "C" locale; a text without

@@ -32,11 +32,11 @@ int StrCompareNoCase(char const * szA, char const * szB, std::size_t nMax)
 {
     for (std::size_t i = 0; i < nMax; ++i)
     {
-        auto const iA = static_cast<unsigned char>(CharToLower(szA[i]));
-        auto const iB = static_cast<unsigned char>(CharToLower(szB[i]));
-        if (iA != iB || iA == 0)
+        auto const cA = static_cast<unsigned char>(CharToLower(szA[i]));
+        auto const cB = static_cast<unsigned char>(CharToLower(szB[i]));
+        if (cA != cB || cA == 0)
         {
-            return int(iA) - int(iB);
+            return int(cA) - int(cB);
         }
     }
     return 0;
@@ -111,11 +111,11 @@ char const * Va(char const * sFmt, ...)
 {
     static char s_dBuffers[VA_BUFFERS][VA_SIZE];
     static std::atomic<unsigned> s_iNext = 0;
-    char * const sBuffer = s_dBuffers[s_iNext.fetch_add(1, std::memory_order_relaxed) % VA_BUFFERS];
+    char * const szBuffer = s_dBuffers[s_iNext.fetch_add(1, std::memory_order_relaxed) % VA_BUFFERS];
 
     std::va_list args;
     va_start(args, sFmt);
-    FormatText(sBuffer, VA_SIZE, sFmt, args);
+    FormatText(szBuffer, VA_SIZE, sFmt, args);
     va_end(args);
-    return sBuffer;
+    return szBuffer;
 }

@@ -6,7 +6,7 @@
 // clear it. An error may also describe damage that does not fail a call, such as a cell that was cut or a damaged head.
 //
 // Ownership: a reader owns its last error.
-// Threads: an error belongs to the thread of its reader. SetTextErrorLog: any thread.
+// Threads: an error belongs to the thread of its reader. Any thread may call SetTextErrorLog.
 // Cost: nothing allocates, unless a Warehouse_c counts a place (cwarehouse.h). Line and column are counted from the
 // place of the previous error in the same text.
 // Failure: no call fails. Long texts are cut to fit.

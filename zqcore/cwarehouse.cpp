@@ -187,7 +187,7 @@ bool Warehouse_c::NextIdent(char * sIdent, int nMaxLength)
     return StepIdent() && GetWorkIdent(sIdent, nMaxLength);
 }
 
-// Makes the next item's line the work line.
+// Makes the next item's line the work line. Returns false, without a work line, if there is none.
 bool Warehouse_c::StepIdent()
 {
     m_Work.Reset();
@@ -337,9 +337,10 @@ bool Warehouse_c::Get(char const * sColumn, long & value) const
     {
         return false;
     }
-    if (!IsWhole(TextToInteger(szCell, iValue)))
+    NumberEnd_t const End = TextToInteger(szCell, iValue);
+    if (!IsWhole(End))
     {
-        return LogInvalid(sColumn, NO_WHOLE_NUMBER);
+        return LogInvalid(sColumn, *End.pEnd == '\0' ? OUT_OF_RANGE : NO_WHOLE_NUMBER);
     }
     value = iValue;
     return true;
@@ -353,9 +354,11 @@ bool Warehouse_c::Get(char const * sColumn, double & value) const
     {
         return false;
     }
-    if (!IsWhole(TextToDouble(szCell, fValue)) || !std::isfinite(fValue))
+    NumberEnd_t const End = TextToDouble(szCell, fValue);
+    if (!IsWhole(End) || !std::isfinite(fValue))
     {
-        return LogInvalid(sColumn, "there is no number in column");
+        bool const bTooWide = !End.bInRange && *End.pEnd == '\0';
+        return LogInvalid(sColumn, bTooWide ? OUT_OF_RANGE : "there is no number in column");
     }
     value = fValue;
     return true;

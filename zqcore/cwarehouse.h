@@ -157,7 +157,8 @@ public:
     }
 
     /// Reads a pair written as 12-34. Leading minus signs are skipped. A part that is not a number is 0; one out of
-    /// range is the nearest int. Reads at most 255 characters. Returns false without two parts.
+    /// range is the nearest int. Reads at most 255 characters. Returns false as the other forms do, also without two
+    /// parts.
     ZQ_API bool Get(char const * sColumn, int & iFirst, int & iSecond) const;
 
 private:

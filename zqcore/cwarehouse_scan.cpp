@@ -248,7 +248,8 @@ bool WarehouseScan_t::NextItem(WarehouseLine_c * pResult, int & nLines)
         pResult, nLines);
 }
 
-// Reads the first line whose first column is not null and passes the test.
+// Reads the first line whose first column is not null and passes the test. Adds the number of lines read to nLines.
+// Returns false if there is no such line.
 template <typename TEST>
 bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLines)
 {

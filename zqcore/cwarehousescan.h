@@ -88,8 +88,8 @@ struct WarehouseScan_t
     /// means text.
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
-    /// Sets the separators, cut at 255. Null selects those of the text format, in a CSV scan too. A line feed, a quote,
-    /// a blank or a `#` among them has these effects:
+    /// Sets the separators, cut at 255 bytes. Null selects those of the text format, in a CSV scan too. A line feed, a
+    /// quote, a blank or a `#` among them has these effects:
     /// - A line feed ends a column that has begun, but not the line. At the start of a CSV cell it ends the line.
     /// - A quote ends a column that has begun, and begins no quoted one. At the start of a CSV cell it begins one.
     /// - A blank ends a CSV cell that has begun. At the start of a cell it is skipped, so it makes no empty cell.
@@ -170,7 +170,7 @@ private:
 ZQ_API WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * sFileName);
 
 /// Empties a caller's buffer of nMaxLength bytes and returns true. Asserts that it is not null and that nMaxLength is
-/// above 1; otherwise returns false.
+/// above 1; otherwise returns false. A buffer of 1 byte is emptied too.
 ZQ_API bool WarehouseClearText(char * sBuffer, int nMaxLength);
 
 /// Copies a text into a buffer of nMaxLength bytes, cut to nMaxLength - 1 bytes, and fills the rest with zeros.

@@ -47,7 +47,7 @@ namespace plat
             std::vector<Format_s> dFormats;
             StoreKept_c Folder;
             StoreKept_c Lock;
-            bool bEmptied = false;   // whether ClipboardEmpty was called, so that callers see no data on disk
+            bool bEmptied = false;   // whether the disk's data count as removed: from ClipboardEmpty to ClipboardSet
             ClipboardWait_t fnWait = nullptr;
 
             bool IsOpen() const { return Lock.Get() != STORE_NONE; }
@@ -96,7 +96,7 @@ namespace plat
         // A child has not opened what its parent has open.
         ForkHandler_c const g_ForkHandler({ nullptr, nullptr, Forget });
 
-        // Deletes the files of all formats but one.
+        // Deletes the files of all formats except the file sKeep; an empty sKeep keeps none.
         void DeleteFiles(StoreHandle_t hFolder, std::string const & sKeep)
         {
             std::vector<std::string> dFiles;
@@ -114,7 +114,7 @@ namespace plat
             }
         }
 
-        // Reads the contents of a file. Returns null if there is no such file, or if it is not a block.
+        // Returns a new block with the contents of a file, or null if StoreReadFile fails.
         ClipboardBlock_t LoadBlock(StoreHandle_t hFolder, char const * szFile)
         {
             std::vector<char> dBytes;

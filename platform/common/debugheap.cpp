@@ -54,7 +54,7 @@ namespace plat
             return UserOf(pHeader) + pHeader->nBefore;
         }
 
-        // Returns the bytes from the end of the own bytes to the end of the block's memory.
+        // Returns the number of bytes from the end of the own bytes to the end of the block's memory.
         std::size_t FenceSize(Header_s const * pHeader)
         {
             return pHeader->nBytes - pHeader->nBefore - pHeader->nOwn + GAP;
@@ -146,7 +146,7 @@ namespace plat
             }
         }
 
-        // Returns a new block that is filled and described, but not yet listed.
+        // Returns a new block that is filled and described, but not yet listed. Returns null if there is no memory.
         Header_s * MakeBlock(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine)
         {
             Header_s * const pHeader = AllocateMemory(nBytes);
@@ -173,7 +173,7 @@ namespace plat
             std::free(pHeader);
         }
 
-        // Returns false: the block must not be touched.
+        // Reports a front gap that is not whole. Returns false, because the block must not be touched.
         ZQ_COLD bool ReportFront(Header_s * pHeader)
         {
             HeapReport(IsFilled<std::uint32_t>(pHeader->dGap, FILL_FREED)

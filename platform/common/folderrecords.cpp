@@ -12,7 +12,7 @@ namespace plat
     {
         constexpr std::size_t NAME_BYTES = 255;   // most bytes of a file's name
 
-        // Returns the bytes of a record, without the padding before the next one.
+        // Returns the size of a record in bytes, without the padding before the next one.
         std::size_t RecordBytes(std::u16string const & sName)
         {
             return sizeof(FolderChange_t) + sName.size() * sizeof(char16_t);

@@ -1,4 +1,4 @@
-// folding.h: comparison of names without regard to ASCII case, and the order in which all folders are listed.
+// folding.h: comparison of names without regard to ASCII case, and the order of the entries of a FolderListing_c.
 #pragma once
 
 #include <cstring>

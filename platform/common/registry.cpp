@@ -154,8 +154,8 @@ namespace plat
             return KeyLock_c(Change, hKey).Store(KEY_RECORD, { RegistryType_e::Untyped, sName, {} });
         }
 
-        // Creates the subkey's folder, which stores the spelling sName, or opens the one that others have created.
-        // Returns STORE_NONE on failure.
+        // Creates the subkey's folder and stores the spelling sName in it, or opens the folder that others have
+        // created. Returns its handle, or STORE_NONE on failure.
         StoreHandle_t MakeSubKey(
             StoreHandle_t hParent, std::string_view sName, char const * szFile, StoreRights_e eRights)
         {
@@ -216,8 +216,8 @@ namespace plat
             return sName;
         }
 
-        // Opens the folder of a key by its path from an open folder. Owns that folder, and closes it unless it returns
-        // it. Returns STORE_NONE on failure.
+        // Opens the folder of a key by its path from an open folder. Returns its handle, or STORE_NONE on failure. Owns
+        // the open folder, and closes it unless it returns it.
         StoreHandle_t OpenFrom(StoreHandle_t hFolder, std::string_view sPath, bool bCreate, StoreRights_e eRights)
         {
             StoreScope_c Key(hFolder);
@@ -250,7 +250,8 @@ namespace plat
             return hKey;
         }
 
-        // Returns STORE_NONE for a key that is not open.
+        // Returns the handle of a key's folder. Returns STORE_NONE for a key that is not open, or whose handle was lost
+        // (StoreKept_c).
         StoreHandle_t FolderOf(RegistryKey_t hKey)
         {
             return hKey ? hKey->Folder.Get() : STORE_NONE;
@@ -319,7 +320,7 @@ namespace plat
         };
 
         // Finds a key by its path from an open key. An empty path leads to the open key itself. Never finds a tree
-        // itself. Returns false if there is no such key.
+        // itself. Returns false on failure, for instance if there is no such key.
         bool Find(RegistryKey_t hKey, char const * szKey, Victim_s & Victim)
         {
             StoreHandle_t const hFolder = FolderOf(hKey);

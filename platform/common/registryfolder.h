@@ -20,7 +20,7 @@ namespace plat
         bool bRead = false;                  // whether the whole folder was read
     };
 
-    /// Reads the entries of a key's folder. On failure bRead is false.
+    /// Reads the entries of a key's folder and returns them. On failure bRead is false.
     KeyContents_s ReadKeyContents(StoreHandle_t hFolder);
 
     /// Returns the name of a subkey as its record spells it. Returns the folded name if there is no record, or if its
@@ -40,7 +40,8 @@ namespace plat
     class KeyListing_c
     {
     public:
-        /// Returns the folded names. If the folder can't be read to its end, returns those that were read.
+        /// Reads the folder, unless IsCurrent is true, and returns the folded names. If the folder can't be read to its
+        /// end, returns those that were read.
         std::deque<std::string> const & Read(StoreHandle_t hFolder);
 
         /// Returns whether Read would return the names without reading them again.

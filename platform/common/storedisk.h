@@ -89,7 +89,7 @@ namespace plat
         StoreHandle_t m_hStore;
     };
 
-    /// Returns which folder or file a handle is. Returns all zero for none.
+    /// Returns which folder or file a handle is. Returns all zero if the handle is not open.
     FolderIdentity_t StoreIdentity(StoreHandle_t hStore);
 
     /// A handle that is held for long. A host may close all of the process's handles, as a daemon does when it starts.
@@ -98,8 +98,8 @@ namespace plat
     class StoreKept_c
     {
     public:
-        /// Returns the handle. Returns STORE_NONE if none is held, or if the number now belongs to another file.
-        /// Makes at most one system call.
+        /// Returns the handle. Returns STORE_NONE if none is held, or if the number is closed or now belongs to another
+        /// file. Makes at most one system call.
         StoreHandle_t Get() const
         {
             return m_hStore != STORE_NONE && StoreIdentity(m_hStore) == m_Identity ? m_hStore : STORE_NONE;
@@ -178,7 +178,7 @@ namespace plat
     /// process has the lock.
     StoreHandle_t StoreOpenLock(StoreHandle_t hFolder, char const * szName);
 
-    /// Returns the stamp of a folder, all zero on failure.
+    /// Returns the stamp of a folder. On failure returns all zero.
     StoreStamp_s StoreStamp(StoreHandle_t hFolder);
 
     /// Reads the time of a folder's last change. Returns false on failure.

@@ -67,7 +67,7 @@ namespace plat
             return false;
         }
 
-        // Reads the character, or the value that represents a byte, at wszText and moves after it. Returns U+FFFD for
+        // Moves wszText after the character, or the value that represents a byte, and returns it. Returns U+FFFD for
         // any other value.
         char32_t ReadWide(wchar_t const *& wszText)
         {

@@ -16,7 +16,7 @@
 #define ZQ_KEEP_WRITES(p) __asm__ volatile("" : : "r"(p) : "memory")
 #define ZQ_PREFETCH(pAddress) __builtin_prefetch(pAddress, 1)
 #define ZQ_FUNCTION __PRETTY_FUNCTION__
-#define ZQ_FIRST_BIT(nBits) static_cast<unsigned>(__builtin_ctz(nBits))   // std::countr_zero tests for 0 first
+#define ZQ_FIRST_BIT(dwBits) static_cast<unsigned>(__builtin_ctz(dwBits))   // std::countr_zero tests for 0 first
 #define ZQ_UNCHECKED __attribute__((no_sanitize("address", "undefined")))
 
 #if defined(__x86_64__) || defined(__i386__)

@@ -156,7 +156,8 @@ namespace plat
                        && Left.GetAccess(i) == Right.GetAccess(i) && Left.GetLength(i) == Right.GetLength(i));
         }
 
-        // Disables registers first, so that they are free for those that are enabled.
+        // Opens the events that Registers needs. Closes the others first, so that their debug registers are free.
+        // Returns false if an event can't be opened.
         bool Apply(DebugRegisters_t const & Registers)
         {
             DebugRegisters_t const Previous = t_File.Registers;

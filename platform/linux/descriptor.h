@@ -12,7 +12,7 @@ namespace plat
     class Descriptor_c
     {
     public:
-        /// Owns the descriptor; -1 for none.
+        /// Owns the descriptor, or nothing if it is -1.
         explicit Descriptor_c(int iDescriptor = -1)
             : m_iDescriptor(iDescriptor)
         {}
@@ -48,7 +48,7 @@ namespace plat
         int m_iDescriptor;
     };
 
-    /// Identity of a descriptor's open file: its device and inode numbers; all zero for none.
+    /// Identity of a descriptor's open file: its device and inode numbers. Both are 0 if there is none.
     struct DescriptorIdentity_t
     {
         std::uint64_t iDevice = 0;
@@ -65,8 +65,8 @@ namespace plat
     class KeptDescriptor_c
     {
     public:
-        /// Returns the descriptor. Returns -1 if none is held or the number now belongs to another file. Makes at
-        /// most one system call.
+        /// Returns the descriptor. Returns -1 if none is held, or if the number is closed or now belongs to another
+        /// file. Makes at most one system call.
         int Get() const { return m_iDescriptor >= 0 && IdentityOf(m_iDescriptor) == m_Identity ? m_iDescriptor : -1; }
 
         /// Returns the number, even if it now belongs to another file. Returns -1 if none was set.

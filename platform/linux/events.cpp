@@ -45,8 +45,8 @@ namespace plat
             errno = iErrorBefore;
         }
 
-        // Changes a lock's word to another value if it has the first one. A process with one thread uses no locked
-        // memory cycle, which is most of the cost.
+        // Changes a lock's word to another value if it has the first one, and returns whether it had. A process with
+        // one thread uses no locked memory cycle, which is most of the cost.
         inline bool Change(WaitWord_t & Word, std::uint32_t nFrom, std::uint32_t nTo)
         {
             if (__libc_single_threaded)

@@ -1,4 +1,4 @@
-// faultdecode.h: the fault that a signal reports.
+// faultdecode.h: the fault that a signal reports, and the text of an uncaught exception.
 #pragma once
 
 #include "platform/faults.h"

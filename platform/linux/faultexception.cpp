@@ -31,7 +31,7 @@ namespace plat
             }
             void Add(char const * szMore) { Add(szMore, std::strlen(szMore)); }
 
-            // Escapes control characters and line ends, so that the text stays on one line.
+            // Adds a text with its control characters and line ends escaped, so that all stays on one line.
             void AddEscaped(char const * szMore)
             {
                 m_nLength += TextEscape(m_szText + m_nLength, m_nSize - m_nLength, szMore, Controls_e::None);
@@ -57,7 +57,7 @@ namespace plat
             return bStd;
         }
 
-        // Adds a name that its length precedes. Returns false if there is none at p.
+        // Adds the name at p, which its length precedes, and moves p after it. Returns false if there is none at p.
         bool AddPart(char const *& p, Text_c & Text)
         {
             std::size_t nPart = 0;

@@ -102,9 +102,9 @@ namespace plat
             return g_iReporter.compare_exchange_strong(iReporter, iThread) ? iThread : iReporter;
         }
 
-        // Returns whether the calling thread is to run the filter. A fault of the filter itself ends the guarded call
-        // that it is in, or else is passed on. A fault of another thread waits until the filter is done, and then at
-        // most DYING_LIMIT for the end of the process.
+        // Claims the filter and prepares the calling thread for it. Returns false if that thread is not to run it. A
+        // fault of the filter itself ends the guarded call that it is in, or else is passed on. A fault of another
+        // thread waits until the filter is done, and then at most DYING_LIMIT for the end of the process.
         bool Begin()
         {
             FaultGuardEscape();

@@ -10,8 +10,9 @@ namespace plat
 {
     namespace
     {
-        // Sizes in bytes. The system allocates pages as they are used. From the low end: a guard page, the stack of
-        // signals that interrupt the filter, a guard page, the filter's stack, which has room for a host's dialog.
+        // Sizes in bytes. The system allocates pages as they are used. From the low end these follow each other: a
+        // guard page, the stack of signals that interrupt the filter, a guard page, the filter's stack, which has room
+        // for a host's dialog.
         constexpr std::size_t GUARD = MEMORY_PAGE;
         constexpr std::size_t SIGNALS_SIZE = 64 * 1024;
         constexpr std::size_t FILTER_SIZE = 512 * 1024;

@@ -11,7 +11,7 @@ namespace plat
 
     /// Runs fnCall(pArgument) on that stack, or on the present one without it. On that stack the thread's alternate
     /// stack is the library's too: signals that arrive leave the interrupted handler's frames alone, and an overflow in
-    /// the call is a fault like any other. Uses less than 1 KiB of the present stack. Requires that no other call is
-    /// active.
+    /// the call is a fault like any other. The change of stacks uses less than 1 KiB of the present one. Requires that
+    /// no other call is active.
     void FaultStackCall(void (*fnCall)(void * pArgument), void * pArgument);
 }

@@ -106,7 +106,8 @@ namespace
         void * pArgument;
     };
 
-    // Keeps a stack that the thread has already, from another copy of the library or from a checker.
+    // Sets the thread's stack for faults. Keeps one that the thread has already, from another copy of the library or
+    // from a checker.
     __attribute__((noinline)) void JoinWithoutStack()
     {
         stack_t Present;

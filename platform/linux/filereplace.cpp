@@ -177,7 +177,7 @@ namespace plat
         }
         bool const bRefused = link(From.Get(), To.Get()) != 0;
         bool const bNoLinks = errno == EPERM || errno == EMLINK || IsUnknownCall(errno);
-        return !bRefused || (bNoLinks && FileCopy(szFrom, szTo, Durability_e::Synchronized));
+        return !bRefused || (bNoLinks && FileCopyTo(szFrom, szTo, O_EXCL, Durability_e::Synchronized));
     }
 
     bool PathIsTaken(char const * szPath)

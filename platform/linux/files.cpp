@@ -350,6 +350,11 @@ namespace plat
 
     bool FileCopy(char const * szFrom, char const * szTo, Durability_e eDurability)
     {
+        return FileCopyTo(szFrom, szTo, 0, eDurability);
+    }
+
+    bool FileCopyTo(char const * szFrom, char const * szTo, int iFlags, Durability_e eDurability)
+    {
         File_t const hFrom = FileOpenRead(szFrom, Share_e::ReadWrite);
         Descriptor_c const From(hFrom != nullptr ? DescriptorOf(hFrom) : -1);
         struct stat Stat;
@@ -357,7 +362,7 @@ namespace plat
         {
             return false;
         }
-        Descriptor_c To(OpenToWrite(szTo, O_WRONLY | O_CREAT, Stat.st_mode & NEW_FILE_MODE));
+        Descriptor_c To(OpenToWrite(szTo, O_WRONLY | O_CREAT | iFlags, Stat.st_mode & NEW_FILE_MODE));
         return To.IsOpen() && CopyOver(From.Get(), To.Get())
                && (eDurability == Durability_e::Written || SyncFully(To.Get())) && close(To.Release()) == 0;
     }

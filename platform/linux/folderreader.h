@@ -22,7 +22,8 @@ namespace plat
             : m_iFolder(iFolder)
         {}
 
-        /// Returns the next entry, valid until the next call. Returns null at the end or when reading fails.
+        /// Moves to the next entry and returns it, valid until the next call. Returns null at the end or when reading
+        /// fails.
         dirent64 const * Next()
         {
             while (m_iNext < m_nFilled || Fill())

@@ -246,8 +246,9 @@ namespace plat
         return true;
     }
 
-    // Returns the changed files that still exist. One whose name was removed after the change may be back: two names
-    // may have been exchanged, and the events do not distinguish that from a rename.
+    // Empties the list of changes and returns the paths of the changed files that still exist. A file whose name was
+    // removed after the change may be back: two names may have been exchanged, and the events do not distinguish that
+    // from a rename.
     std::vector<std::u16string> FolderWatch_c::Tree_c::ExtractNames()
     {
         std::vector<std::u16string> dNames;

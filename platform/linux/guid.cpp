@@ -114,7 +114,8 @@ namespace plat
             Lock_c m_Lock;
 
         private:
-            // Returns a tick that was not used yet with this sequence.
+            // Returns a tick that was not used yet with the sequence. Chooses a sequence first if there is none, or if
+            // the clock was set back.
             std::uint64_t NextTick()
             {
                 std::uint64_t tTick = Now();

@@ -1,4 +1,4 @@
-// The report of blocks that still live at the end of the process.
+// Reports the blocks that still live at the end of the process.
 #include "platform/debugheap.h"
 #include "platform/process.h"
 
@@ -42,7 +42,7 @@ namespace plat
                     },
                     &pNext);
                 std::sort(m_dBlocks, m_dBlocks + m_nBlocks,
-                    [](Block_s const & A, Block_s const & B) { return A.nBegin < B.nBegin; });
+                    [](Block_s const & Left, Block_s const & Right) { return Left.nBegin < Right.nBegin; });
                 ::dl_iterate_phdr(
                     [](dl_phdr_info * pModule, std::size_t, void * pThis)
                     {

@@ -24,7 +24,7 @@ namespace plat
         : m_File(OpenWithReserve([] { return open("/proc/self/maps", O_RDONLY | O_CLOEXEC); }))
     {}
 
-    // Returns the next byte, or NOTHING if there is none or it can't be read.
+    // Reads the next byte and returns it. Returns NOTHING if there is none or it can't be read.
     int Maps_c::Byte()
     {
         if (m_iByte == m_nBytes)
@@ -40,7 +40,7 @@ namespace plat
         return static_cast<unsigned char>(m_dBytes[m_iByte++]);
     }
 
-    // Returns the next number. Stores the byte after it in pNext.
+    // Reads the next number and returns it. Stores the byte after it in pNext.
     std::uint64_t Maps_c::Number(int iBase, int * pNext)
     {
         std::uint64_t nNumber = 0;

@@ -53,7 +53,8 @@ namespace plat
             return bShared && (File.st_nlink > 1 || File.st_uid != Stat.st_uid);
         }
 
-        // Opens an existing regular file. Returns -1 on failure, with ENOENT if there is none.
+        // Opens an existing regular file and returns its descriptor. Returns -1 on failure, with ENOENT if there is no
+        // file.
         int OpenPresent(DiskPath_c & Path, int iFlags)
         {
             int const iOpenFlags = (iFlags & ~(O_CREAT | O_EXCL | O_TRUNC)) | UNTRUSTED;
@@ -74,7 +75,7 @@ namespace plat
             return bGood ? File.Release() : -1;
         }
 
-        // Creates a file whose path names nothing yet. Returns -1 on failure.
+        // Creates a file whose path names nothing yet and returns its descriptor. Returns -1 on failure.
         int MakeFile(DiskPath_c & Path, int iFlags, mode_t iMode)
         {
             Path.SpellFolder();

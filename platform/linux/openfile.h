@@ -35,6 +35,30 @@ namespace plat
         Unknown   // the system grants no lease on this file
     };
 
+    /// The folder of a path as the disk spells it. It is opened before a name in it changes, so that nothing changes if
+    /// it can't be opened. If the folder may not be read, Sync synchronizes iNamed instead: the open file whose name in
+    /// it changes, which must stay open. With NOT_OPEN, Sync then does nothing.
+    class FolderSync_c
+    {
+    public:
+        static constexpr int NOT_OPEN = -1;   // iNamed if the file is not open
+
+        /// Opens the folder of szPath. On failure IsReady returns false, unless the folder may not be read.
+        FolderSync_c(char const * szPath, int iNamed);
+
+        /// Returns whether Sync can be called.
+        bool IsReady() const { return m_Folder.IsOpen() || m_bUnreadable; }
+
+        /// Writes the names in the folder to the disk. Returns false on failure. Returns true on a file system that is
+        /// read-only or does not synchronize folders.
+        bool Sync() const;
+
+    private:
+        Descriptor_c m_Folder;
+        int m_iNamed;
+        bool m_bUnreadable;
+    };
+
     /// Returns whether an error means that the file system lacks the call. A network file system without a lock daemon
     /// reports ENOLCK for a lock.
     inline bool IsUnknownCall(int iError)
@@ -74,30 +98,6 @@ namespace plat
     /// Synchronizes a file or an open folder. Returns false on failure.
     bool SyncFully(int iFile);
 
-    /// The folder of a path as the disk spells it. It is opened before a name in it changes, so that nothing changes if
-    /// it can't be opened. If the folder may not be read, Sync synchronizes iNamed instead: the open file whose name in
-    /// it changes, which must stay open. With NOT_OPEN, Sync then does nothing.
-    class FolderSync_c
-    {
-    public:
-        static constexpr int NOT_OPEN = -1;   // iNamed if the file is not open
-
-        /// Opens the folder of szPath. On failure IsReady returns false, unless the folder may not be read.
-        FolderSync_c(char const * szPath, int iNamed);
-
-        /// Returns whether Sync can be called.
-        bool IsReady() const { return m_Folder.IsOpen() || m_bUnreadable; }
-
-        /// Writes the names in the folder to the disk. Returns false on failure. Returns true on a file system that is
-        /// read-only or does not synchronize folders.
-        bool Sync() const;
-
-    private:
-        Descriptor_c m_Folder;
-        int m_iNamed;
-        bool m_bUnreadable;
-    };
-
     /// Creates a file for writing in an open folder, and replaces one that a dead writer left there. Returns the
     /// descriptor, which the caller closes. Returns -1 on failure, also if what is there can't be unlinked.
     int CreateOrReplace(int iFolder, char const * szName, mode_t iMode);
@@ -111,8 +111,13 @@ namespace plat
     ///
     /// Returns -1 on failure. errno is that of the system, or:
     /// - EEXIST for any existing name, with O_EXCL.
-    /// - ELOOP for a link as the last name, EISDIR for a folder, and EINVAL for what else is not a regular file.
+    /// - ELOOP for a link as the last name.
+    /// - EISDIR for a folder.
+    /// - EINVAL for what else is not a regular file.
     /// - EACCES in a sticky folder that others may write to, if the file has a second name, or if neither this user nor
     ///   the folder's owner owns it.
     int OpenToWrite(char const * szPath, int iFlags, mode_t iMode);
+
+    /// Copies a file as FileCopy does. iFlags are further flags for OpenToWrite: O_EXCL refuses an existing szTo.
+    bool FileCopyTo(char const * szFrom, char const * szTo, int iFlags, Durability_e eDurability);
 }

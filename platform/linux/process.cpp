@@ -28,16 +28,16 @@ namespace plat
         std::atomic<void (*)()> g_fnPureCall{ nullptr };
 
         // Converts a path. Returns false, with ERANGE, if it does not fit as a whole.
-        bool CopyWidePath(wchar_t * szBuffer, std::size_t nSize, char const * szPath)
+        bool CopyWidePath(wchar_t * wszBuffer, std::size_t nSize, char const * szPath)
         {
-            wchar_t szWide[PATH_MAX];
-            std::size_t const nWide = WideFromUtf8(szWide, PATH_MAX, szPath);
+            wchar_t wszWide[PATH_MAX];
+            std::size_t const nWide = WideFromUtf8(wszWide, PATH_MAX, szPath);
             if (nWide >= nSize)
             {
                 errno = ERANGE;
                 return false;
             }
-            std::wmemcpy(szBuffer, szWide, nWide + 1);
+            std::wmemcpy(wszBuffer, wszWide, nWide + 1);
             return true;
         }
 
@@ -113,52 +113,52 @@ namespace plat
         szBuffer[nLine] = 0;
     }
 
-    bool ProcessExecutablePath(wchar_t * szBuffer, std::size_t nSize)
+    bool ProcessExecutablePath(wchar_t * wszBuffer, std::size_t nSize)
     {
         char szPath[PATH_MAX];
         ssize_t const nPath = readlink("/proc/self/exe", szPath, sizeof(szPath) - 1);
         szPath[std::max<ssize_t>(nPath, 0)] = 0;
-        return nPath > 0 && CopyWidePath(szBuffer, nSize, szPath);
+        return nPath > 0 && CopyWidePath(wszBuffer, nSize, szPath);
     }
 
-    bool ProcessCurrentFolder(wchar_t * szBuffer, std::size_t nSize)
+    bool ProcessCurrentFolder(wchar_t * wszBuffer, std::size_t nSize)
     {
         char szPath[PATH_MAX];
-        return getcwd(szPath, sizeof(szPath)) != nullptr && CopyWidePath(szBuffer, nSize, szPath);
+        return getcwd(szPath, sizeof(szPath)) != nullptr && CopyWidePath(wszBuffer, nSize, szPath);
     }
 
-    bool ProcessMakeAbsolute(wchar_t * szPath, std::size_t nSize)
+    bool ProcessMakeAbsolute(wchar_t * wszPath, std::size_t nSize)
     {
-        if (szPath[0] == L'\0' || szPath[0] == L'/' || szPath[0] == L'\\')
+        if (wszPath[0] == L'\0' || wszPath[0] == L'/' || wszPath[0] == L'\\')
         {
             return true;
         }
-        std::size_t const nPath = std::wcslen(szPath);
-        wchar_t szFolder[PATH_MAX];
-        if (!ProcessCurrentFolder(szFolder, PATH_MAX))
+        std::size_t const nPath = std::wcslen(wszPath);
+        wchar_t wszFolder[PATH_MAX];
+        if (!ProcessCurrentFolder(wszFolder, PATH_MAX))
         {
             return false;
         }
-        std::size_t const nFolder = std::wcslen(szFolder);
-        std::size_t const nSeparator = szFolder[nFolder - 1] == L'/' ? 0 : 1;
+        std::size_t const nFolder = std::wcslen(wszFolder);
+        std::size_t const nSeparator = wszFolder[nFolder - 1] == L'/' ? 0 : 1;
         if (nFolder + nSeparator + nPath >= nSize)
         {
             errno = ERANGE;
             return false;
         }
-        std::wmemmove(szPath + nFolder + nSeparator, szPath, nPath + 1);
-        std::wmemcpy(szPath, szFolder, nFolder);
+        std::wmemmove(wszPath + nFolder + nSeparator, wszPath, nPath + 1);
+        std::wmemcpy(wszPath, wszFolder, nFolder);
         if (nSeparator != 0)
         {
-            szPath[nFolder] = L'/';
+            wszPath[nFolder] = L'/';
         }
         return true;
     }
 
-    bool ProcessSetCurrentFolder(wchar_t const * szFolder)
+    bool ProcessSetCurrentFolder(wchar_t const * wszFolder)
     {
         char szPath[PATH_MAX * 4];   // longer than the longest path that DiskPath_c accepts
-        Utf8FromWide(szPath, sizeof(szPath), szFolder);
+        Utf8FromWide(szPath, sizeof(szPath), wszFolder);
         return DiskPath_c(szPath).Try([](char const * szTry) { return chdir(szTry); }) == 0;
     }
 

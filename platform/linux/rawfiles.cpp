@@ -187,11 +187,11 @@ namespace plat
     // Another file gets the number at once, so that no later file of this process gets what others still write.
     void RawCloseStream(std::FILE * pStream)
     {
-        int const hFile = fileno(pStream);
+        int const iFile = fileno(pStream);
         Descriptor_c const Nothing(OpenWithReserve([] { return open("/dev/null", O_WRONLY | O_CLOEXEC); }));
-        if (!Nothing.IsOpen() || dup3(Nothing.Get(), hFile, O_CLOEXEC) < 0)
+        if (!Nothing.IsOpen() || dup3(Nothing.Get(), iFile, O_CLOEXEC) < 0)
         {
-            close(hFile);
+            close(iFile);
         }
     }
 }

@@ -73,8 +73,8 @@ namespace plat
             std::vector<std::uint32_t>::iterator FirstNotBefore(char const * szName, BEFORE fnBefore)
             {
                 return std::lower_bound(m_dOffsets.begin(), m_dOffsets.end(), szName,
-                    [this, fnBefore](std::uint32_t iName, char const * szOther)
-                    { return fnBefore(NameAt(iName), szOther); });
+                    [this, fnBefore](std::uint32_t nName, char const * szOther)
+                    { return fnBefore(NameAt(nName), szOther); });
             }
 
             char const * NameAt(std::uint32_t nOffset) const { return m_sText.c_str() + nOffset; }

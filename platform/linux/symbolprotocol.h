@@ -32,7 +32,7 @@ namespace plat
     inline constexpr std::uint32_t SYMBOL_PRINTER_TYPE = 128;
     inline constexpr std::uint32_t SYMBOL_PRINTER_TEMPLATE = 256;
 
-    /// First message to the helper.
+    /// First record to the helper.
     struct SymbolStart_t
     {
         std::uint32_t dwMark;

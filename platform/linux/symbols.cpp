@@ -141,8 +141,8 @@ namespace plat
             pollfd Poll = { hSocket, POLLIN, 0 };
             for (;;)
             {
-                std::int64_t const nLeft = tEnd - Milliseconds();
-                int const nReady = nLeft <= 0 ? 0 : ::poll(&Poll, 1, static_cast<int>(nLeft));
+                std::int64_t const tLeft = tEnd - Milliseconds();
+                int const nReady = tLeft <= 0 ? 0 : ::poll(&Poll, 1, static_cast<int>(tLeft));
                 if (nReady >= 0 || errno != EINTR)
                 {
                     return nReady > 0;
@@ -369,7 +369,8 @@ namespace plat
         return bAnswered && pAnswer->eAnswer == ANSWER_YES;
     }
 
-    // Some systems let a process be traced by its parents alone. The helper is a child.
+    // Some systems let a process be traced by its parents alone. The helper is a child. The function also reports the
+    // registered locks (fork.h) to it.
     void Symbols_c::AllowTracing()
     {
         if (m_bTraced)

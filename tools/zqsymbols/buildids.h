@@ -20,8 +20,8 @@ namespace zqsymbols
         };
 
         /// Adds the ELF files with a build-id in a folder, at any depth. If several share one, the first with the most
-        /// information counts. Skips other files, and links to folders. If it can't read sFolder or a folder below, it
-        /// ends and calls fnFault with a text that names sFolder and the reason.
+        /// information counts. Skips other files, also those that it can't open, and links to folders. If it can't read
+        /// sFolder or a folder below, it ends and calls fnFault with a text that names sFolder and the reason.
         void AddFolder(std::string const & sFolder, std::function<void(std::string const &)> const & fnFault);
 
         /// Returns the file of a build-id in lower-case hexadecimal, or null. It is valid until the next addition.

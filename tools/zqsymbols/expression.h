@@ -55,7 +55,7 @@ namespace zqsymbols
     /// - It has not ended after some 10,000 operations.
     /// - It divides by 0 or -1.
     /// - It divides or orders numbers after it pushed an unsigned one with as many bytes as an address.
-    /// - It uses a type that is not an integer, or one with more bytes than an address.
+    /// - It uses a type other than an integer, a truth value or an address, or one with more bytes than an address.
     /// - A value in pieces, or one that is in the expression, has more than 64 bytes.
     /// - A piece has more bytes than are known of its value.
     Place_t Evaluate(Process_c & Process, Surroundings_t const & Surroundings, std::span<Dwarf_Op const> dOperations);

@@ -104,16 +104,16 @@ namespace zqsymbols
         if (nOperations == 0)
         {
             // libdw's defaults for such registers are not those of the ABI: by them AX is left alone and BX is not.
-            std::uint32_t const nBit = 1u << iRegister;
+            std::uint32_t const dwBit = 1u << iRegister;
             bool const bGeneral = iRegister != m_Process.GetInstruction() && iRegister != m_Process.GetStackPointer();
             if (bGeneral && m_Process.IsKept(iRegister) && Frame.Registers.IsKnown(iRegister))
             {
                 nValue = Frame.Registers.dValues[iRegister];
             }
-            else if (bGeneral && ((Frame.Registers.nKnown | Frame.Registers.dwAssumed) & nBit) != 0)
+            else if (bGeneral && ((Frame.Registers.nKnown | Frame.Registers.dwAssumed) & dwBit) != 0)
             {
                 Caller.Registers.dValues[iRegister] = Frame.Registers.dValues[iRegister];
-                Caller.Registers.dwAssumed |= nBit;
+                Caller.Registers.dwAssumed |= dwBit;
             }
         }
         else

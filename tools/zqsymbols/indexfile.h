@@ -4,7 +4,8 @@
 // made of other files than the module's. docs/formats.md has the layout of the file.
 //
 // Failure: it costs only time. There is no file in these cases:
-// - the user has no home folder, or the module no build-id.
+// - the user has no home folder.
+// - the module has no build-id.
 // - the disk has no room for it or is read-only.
 // - it would have more than 32 MiB.
 // - another user owns the folder or may write to it.
@@ -45,9 +46,10 @@ namespace zqsymbols
             : m_sFolder(std::move(sFolder))
         {}
 
-        /// Reads the file of a key and sets its time, by which Save knows unused files. Returns nothing, and does not
-        /// set the time, in these cases:
-        /// - There is no such file in a folder that may be used.
+        /// Reads the file of a key, sets its time, by which Save finds unused files, and returns its parts. Returns
+        /// nothing, and does not set the time, in these cases:
+        /// - There is no such file in a folder that may be used, or it can't be read.
+        /// - It is not a regular file.
         /// - Another user owns the file or may write to it.
         /// - ParseIndex does not accept it.
         std::optional<IndexParts_t> Load(IndexKey_t const & Key) const;

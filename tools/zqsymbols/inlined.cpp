@@ -10,7 +10,8 @@ namespace zqsymbols
 {
     namespace
     {
-        // Returns the callee's name with the namespaces and structures around its declaration.
+        // Returns the callee's name with the namespaces and structures around its declaration, or "?" if none has a
+        // name.
         std::string QualifiedName(Dwarf_Die & Call)
         {
             Dwarf_Die Declaration = Call;

@@ -10,7 +10,7 @@ namespace zqsymbols
     /// A call whose callee's code is part of the caller's.
     struct InlinedCall_t
     {
-        std::string sFunction;         // the callee
+        std::string sFunction;         // the callee; "?" if unknown
         std::optional<Line_t> Place;   // of the call; nothing if unknown
         std::size_t iScope;            // index of the callee's scope
     };

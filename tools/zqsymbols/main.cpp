@@ -146,6 +146,7 @@ namespace zqsymbols
             }
 
             // Divides a text that is too long for an answer at the ends of lines, and cuts each line so that it fits.
+            // Returns false at the end of the section.
             bool AnswerDetail(std::uint64_t nSection, plat::SymbolAnswer_t & To)
             {
                 if (m_sDetail.empty())

@@ -273,24 +273,24 @@ namespace zqsymbols
     std::vector<std::uint64_t> ModuleIndex_c::UnitsAt(std::uint64_t nAddress) const
     {
         std::vector<std::uint64_t> dUnits;
-        auto const Add = [&dUnits](std::uint64_t nUnit)
+        auto const fnAdd = [&dUnits](std::uint64_t nUnit)
         {
             dUnits.push_back(nUnit);
             return false;
         };
-        m_Units.FindAt(nAddress - m_nStart, Add);
+        m_Units.FindAt(nAddress - m_nStart, fnAdd);
         return dUnits;
     }
 
     std::optional<int> ModuleIndex_c::SymbolAt(std::uint64_t nAddress) const
     {
         std::optional<int> iSymbol;
-        auto const Set = [&iSymbol](std::uint64_t nRank)
+        auto const fnSet = [&iSymbol](std::uint64_t nRank)
         {
             iSymbol = SymbolOf(nRank);
             return true;
         };
-        m_Symbols.FindAt(nAddress - m_nStart, Set);
+        m_Symbols.FindAt(nAddress - m_nStart, fnSet);
         return iSymbol;
     }
 }

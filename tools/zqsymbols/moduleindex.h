@@ -59,8 +59,9 @@ namespace zqsymbols
     {
     public:
         /// Builds the index from the module's files, or for a big module reads it from its index file in a folder.
-        /// Writes that file if it is missing or not usable. A module is big if it has a build-id, and at least 64
-        /// MiB in its section .debug_info as stored, or 100,000 symbols.
+        /// Writes that file if it is missing or not usable. A module is big if it has a build-id and one of:
+        /// - at least 64 MiB in its section .debug_info as stored.
+        /// - at least 100,000 symbols.
         void Build(Dwfl_Module * pModule, IndexFolder_c const & Folder);
 
         /// Returns the offsets of the units that claim an address, the one whose range has the nearest start first.
@@ -83,6 +84,6 @@ namespace zqsymbols
                                              : Left.nValue < Right.nValue;
     }
 
-    /// Returns a module's build-id in lower-case hexadecimal, empty if it has none. Opens its file.
+    /// Returns a module's build-id in lower-case hexadecimal, or an empty text if it has none. Opens its file.
     std::string BuildIdOf(Dwfl_Module * pModule);
 }

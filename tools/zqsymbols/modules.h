@@ -49,9 +49,9 @@ namespace zqsymbols
         Modules_c(Modules_c const &) = delete;
         Modules_c & operator=(Modules_c const &) = delete;
 
-        /// Adds the program or library of a file that is mapped from nStart to nEnd. A file that has only the debug
-        /// information of one, such as "objcopy --only-keep-debug" makes, serves too. Requires modules that do not
-        /// overlap.
+        /// Adds the program or library of a file that is mapped from nStart to below nEnd. A file that has only the
+        /// debug information of one, such as "objcopy --only-keep-debug" makes, serves too. Requires modules that do
+        /// not overlap.
         void AddModule(char const * szPath, std::uint64_t nStart, std::uint64_t nEnd);
 
         /// Ends the additions. Requires one call, before any question.
@@ -74,8 +74,8 @@ namespace zqsymbols
         /// which it never is without a process.
         virtual bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes);
 
-        /// Opens the module that is only in memory, for the function by which libdw finds a module. Returns null if it
-        /// is not readable. libdw closes the result.
+        /// Opens the module that is only in memory and returns it, for the function by which libdw finds a module.
+        /// Returns null if it is not readable. libdw closes the result.
         Elf * OpenVdso(Dwfl_Module * pModule);
 
     private:

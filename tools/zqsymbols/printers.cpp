@@ -42,7 +42,8 @@ namespace zqsymbols
             return bText ? std::optional(Values.Text({ 0, *nAddress }, *nLength, 1, false)) : std::nullopt;
         }
 
-        // Replaces each pair of braces by the member that it names. Copies a brace without its partner.
+        // Returns a template's text, with each pair of braces replaced by the member that it names. A brace without its
+        // partner is copied.
         std::string Fill(Values_c & Values, Value_t const & Value, std::string_view sTemplate, int nDepth)
         {
             std::string sText;

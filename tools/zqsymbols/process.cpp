@@ -43,7 +43,7 @@ namespace zqsymbols
         std::string sModule;
         unsigned long nStart = 0;
         unsigned long nEnd = 0;
-        auto const Report = [&]
+        auto const fnReport = [&]
         {
             if (!sModule.empty())
             {
@@ -73,13 +73,13 @@ namespace zqsymbols
             }
             if (sModule != szPath)
             {
-                Report();
+                fnReport();
                 sModule = szPath;
                 nStart = nFrom;
             }
             nEnd = nTo;
         }
-        Report();
+        fnReport();
         if (pMaps != nullptr)
         {
             std::fclose(pMaps);

@@ -24,7 +24,7 @@ namespace zqsymbols
         std::uint64_t nKnown = 0;      // a bit for each register whose value is known
         std::uint32_t dwAssumed = 0;   // likewise; known if the functions called since then left it alone
 
-        /// Returns whether a register's value is known, false for a number of REGISTERS or more.
+        /// Returns whether a register's value is known. Returns false for a number of REGISTERS or more.
         bool IsKnown(unsigned iRegister) const { return iRegister < REGISTERS && (nKnown >> iRegister & 1) != 0; }
 
         /// Sets a register's value and marks it as known. Requires iRegister below REGISTERS.

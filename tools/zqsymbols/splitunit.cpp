@@ -352,7 +352,7 @@ namespace zqsymbols
 
         Elf * GetElf() const { return m_pElf; }
 
-        // Returns the DIE of the other part of the unit.
+        // Returns the DIE of the other part of the unit, or nothing if it is not found.
         std::optional<Dwarf_Die> GetPart() const
         {
             Dwarf_CU * pUnit = nullptr;

@@ -239,7 +239,7 @@ namespace zqsymbols
     }
 
     // Traces a thread from a thread of its own. Only a stopped thread can be detached. The end of the tracing thread
-    // sets any other one free.
+    // sets any other one free. Returns false if the system forbids it or allows no further thread.
     bool ThreadLines_c::TraceApart(Thread_t & Thread)
     {
         bool bAllowed = false;

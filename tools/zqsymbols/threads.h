@@ -12,7 +12,7 @@ namespace zqsymbols
     struct Lock_t
     {
         std::uint64_t nAddress;
-        std::uint64_t nOwner;   // mark of the thread that held it, 0 for none
+        std::uint64_t nOwner;   // address of the LockMark_s (lockmark.h) of the thread that held it, 0 for none
     };
 
     /// Writer of the lines of the other threads. The first Next walks all of them, until 5 seconds have passed.
@@ -28,8 +28,8 @@ namespace zqsymbols
         /// Adds a lock to look for. Has no effect after the first Next.
         void AddLock(Lock_t const & Lock) { m_dLocks.push_back(Lock); }
 
-        /// Returns the lines of the next thread. Threads that hold or wait for a lock come first. After the last one,
-        /// returns a line that says why others are missing, if any are. Then returns an empty text.
+        /// Steps to the next thread and returns its lines. Threads that hold or wait for a lock come first. After the
+        /// last one, returns a line that says why others are missing, if any are. Then returns an empty text.
         std::string Next();
 
     private:

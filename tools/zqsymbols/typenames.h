@@ -9,11 +9,11 @@
 namespace zqsymbols
 {
     /// Returns the type of a variable or a member as its source spells it, shortened by ShortName: "char const * [4]".
-    /// Aliases stay; restrict and _Atomic do not. What is nested 16 levels deep is "?". Returns "void" without a type,
-    /// and "(unnamed)" for one without a name.
+    /// Aliases stay; restrict and _Atomic do not. What is nested 16 levels deep becomes "?". Returns "void" without a
+    /// type, and "(unnamed)" for one without a name.
     std::string SpellTypeOf(Types_c & Types, Dwarf_Die Owner);
 
     /// Returns a name without what the standard library adds to it: allocators, deleters, character traits and versions
-    /// of namespaces. Spells std::basic_string<char> as std::string, and its view likewise.
+    /// of namespaces. Spells std::basic_string<char> as std::string, and its view likewise. Removes a blank before ">".
     std::string ShortName(std::string_view sName);
 }

@@ -18,7 +18,7 @@ namespace zqsymbols
             SKIP_BYTES,   // nBytes
             SKIP_LEB128,
             SKIP_TEXT,
-            SKIP_BLOCK,        // with a length of nBytes
+            SKIP_BLOCK,        // after its length, which has nBytes
             SKIP_LONG_BLOCK,   // with a length in LEB128
             SKIP_INDIRECT,     // after a form in LEB128
             SKIP_REST          // of the unit

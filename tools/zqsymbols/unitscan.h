@@ -16,8 +16,11 @@ namespace zqsymbols
     public:
         UnitScan_c() = default;
 
-        /// Reads a unit, to the first DIE that is damaged or has a form that is not known here. Requires that the
-        /// unit's file outlives the object.
+        /// Reads a unit. Requires that the unit's file outlives the object. Stops early at a DIE in these cases:
+        /// - it is damaged.
+        /// - it has a form that is not known here.
+        /// - its abbreviation has a code of 65,536 or more.
+        /// - more than 1023 DIEs are around it.
         explicit UnitScan_c(Dwarf_Die Unit);
 
         /// Returns the functions that have code.

@@ -41,7 +41,7 @@ namespace zqsymbols
             return szText;
         }
 
-        // Returns the bytes of a character of this type. Returns 0 for other types.
+        // Returns the number of bytes of a character of this type. Returns 0 for other types.
         std::uint64_t CharWidth(Dwarf_Die Type, std::uint64_t nSize)
         {
             if (Type.addr == nullptr || dwarf_tag(&Type) != DW_TAG_base_type)
@@ -338,7 +338,8 @@ namespace zqsymbols
         return nLeft == 0 && !sFlags.empty() ? sFlags + " (" + Hex(nBits) + ")" : sNumber;
     }
 
-    // Returns a text, or an address with the name of a function there.
+    // Returns the text that a pointer to characters leads to, or else the address. For a pointer to a function, the
+    // function's name follows.
     std::string Values_c::ShowPointer(Value_t const & Value)
     {
         std::optional<Value_t> const At = Target(Value);

@@ -1,8 +1,8 @@
 // values.h: values of the examined process as text.
 //
-// A value is one line: numbers in decimal, and also in hexadecimal if they are large or negative, addresses in
-// hexadecimal, enumerators by name, text in quotes, containers in braces. The members of a structure are further lines.
-// Values_c escapes everything from the process.
+// A value is one line: numbers in decimal, and also in hexadecimal if they are large or negative, addresses and
+// integers of 16 bytes in hexadecimal, enumerators by name, text in quotes, containers in braces. The members of a
+// structure are further lines. Values_c escapes everything from the process.
 #pragma once
 
 #include "tools/zqsymbols/printers.h"

@@ -31,9 +31,11 @@ namespace zqsymbols
         {}
 
         /// Returns the variables of a frame, from the parameters to the locals of the innermost open block, those of
-        /// inlined calls included. Leaves out those without a name, and locals that are only declared or that the
-        /// compiler generated under a name of its own. Adds their types to Types. The result is empty without debug
-        /// information about its function.
+        /// inlined calls included. Adds their types to Types. The result is empty without debug information about its
+        /// function. Leaves out these:
+        /// - variables without a name
+        /// - locals that are only declared
+        /// - locals that the compiler generated under a name of its own
         std::vector<Variable_t> VariablesOf(Frame_t const & Frame, Types_c & Types);
 
     private:

@@ -61,7 +61,7 @@ namespace
     }
 
     // Returns whether a file has the name of a save, of a previous one (".sav.1") or of one that was put aside
-    // (".sav.old1").
+    // (".sav.old", ".sav.old1").
     bool HasSaveName(std::string_view sFile)
     {
         std::size_t const nEnd = sFile.find_last_not_of("0123456789") + 1;

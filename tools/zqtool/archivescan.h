@@ -83,8 +83,8 @@ struct ArchiveScan_t
 /// - chunks of known names, and from the version word on those that follow one another to the end, the last of which
 ///   may be unfinished;
 /// - labels of known names, and those of object graphs with their records;
-/// - a text of 3 to 0xFFFFFF bytes, with its length and its zero. Its control characters are tabs and line ends. If it
-///   is one line, all of it is printable UTF-8.
+/// - a text of 3 to 0xFFFFFF bytes, with its length and its zero. It is well-formed UTF-8, and its only characters
+///   below U+0020 are tabs and line ends.
 ///
 /// Reports the first 1000 problems:
 /// - a chunk that has no length or one below 4;

@@ -106,7 +106,7 @@ namespace
         return szNumber;
     }
 
-    // Returns why a number, or the length of a text, is outside the range; an empty text if it is inside.
+    // Returns why a number, or the length of a text, is outside the range, or an empty text if it is inside.
     std::string RangeViolation(SchemaColumn_t const & Column, double fValue)
     {
         bool const bBelow = Column.Least && fValue < *Column.Least;

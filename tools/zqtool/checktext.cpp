@@ -85,8 +85,8 @@ namespace
                 Place();
             }
             std::stable_sort(m_Result.dComplaints.begin(), m_Result.dComplaints.end(),
-                [](Complaint_t const & A, Complaint_t const & B)
-                { return std::pair(A.iLine, A.iColumn) < std::pair(B.iLine, B.iColumn); });
+                [](Complaint_t const & First, Complaint_t const & Second)
+                { return std::pair(First.iLine, First.iColumn) < std::pair(Second.iLine, Second.iColumn); });
             return std::move(m_Result);
         }
 

@@ -9,11 +9,6 @@ namespace
 {
     constexpr std::string_view GAP = "  ", ELLIPSIS = "\xE2\x80\xA6";
 
-    bool IsFirstByte(char c)
-    {
-        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    }
-
     // Cuts a text to nWidth characters, the last of which is then an ellipsis. Requires nWidth above 0, unless the
     // text is empty.
     void Cut(std::string & sText, std::size_t nWidth)

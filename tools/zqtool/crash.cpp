@@ -60,7 +60,7 @@ namespace
         std::fputs(((bDivided ? "\n" + std::string(78, '-') + "\n\n" : "") + sText).c_str(), stdout);
     }
 
-    // Prints the groups and writes the page. For a page or JSON it first reads all of each sample: folding needed only
+    // Prints the groups and writes the page. For a page or JSON it first reads all of each sample: folding needs only
     // the causes.
     void CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
     {

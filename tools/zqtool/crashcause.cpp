@@ -233,14 +233,14 @@ CrashModules_c::CrashModules_c(Crash_t const & Crash)
 
 CrashModule_t const * CrashModules_c::Find(CrashFrame_t const & Frame) const
 {
-    auto const LowerBound = [this, &Frame](std::uint64_t nStart)
+    auto const fnLowerBound = [this, &Frame](std::uint64_t nStart)
     {
         return std::lower_bound(m_dModules.begin(), m_dModules.end(), ModuleKey_t(Frame.sModule, nStart),
             [](CrashModule_t const * pModule, ModuleKey_t const & Key) { return KeyOf(*pModule) < Key; });
     };
     for (std::uint64_t const nStart : { Frame.nAddress - Frame.nOffset, std::uint64_t{ 0 } })
     {
-        auto const itModule = LowerBound(nStart);
+        auto const itModule = fnLowerBound(nStart);
         bool const bName = itModule != m_dModules.end() && FileNameOf((*itModule)->sPath) == Frame.sModule;
         if (bName && (nStart == 0 || (*itModule)->nStart == nStart))
         {

@@ -34,11 +34,11 @@ CrashFrame_t const * LikelyFrame(std::vector<CrashFrame_t> const & dFrames);
 /// Returns a frame's function, or else its place in the module or its address.
 std::string CrashFrameName(CrashFrame_t const & Frame);
 
-/// Returns the place of a stack in one line: its innermost function and the likely frame. Returns an empty text if
-/// there are no frames.
+/// Returns the place of a stack in one line: the likely frame, after the innermost function if that belongs to another
+/// frame and has a name. Returns an empty text if there are no frames.
 std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames);
 
-/// Returns what happened, in one line.
+/// Returns what happened, where and on which thread, in one line.
 std::string CrashHeadline(Crash_t const & Crash);
 
 /// Returns what crashes of the same cause have in common: the kind, the module or an exception's type, and up to three

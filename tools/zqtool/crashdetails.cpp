@@ -85,7 +85,8 @@ namespace
         return Distance;
     }
 
-    // Reads "#N ADDRESS MODULE+OFFSET FUNCTION+DISPLACEMENT".
+    // Reads "#N ADDRESS MODULE+OFFSET FUNCTION+DISPLACEMENT" and returns the frame. Returns nothing if the line does
+    // not begin with a number and an address.
     std::optional<CrashFrame_t> ReadFrame(std::string_view sLine)
     {
         TakeStart(sLine, "#");
@@ -119,7 +120,7 @@ namespace
         return Frame;
     }
 
-    // Reads "NAME: TYPE = VALUE", which follows the word or the dot of a variable.
+    // Reads "NAME: TYPE = VALUE", which follows the word or the dot of a variable, and returns the variable.
     CrashVariable_t ReadVariable(std::string_view sWord, std::string_view sLine, int nLevel)
     {
         CrashVariable_t Variable;
@@ -173,7 +174,7 @@ namespace
         return true;
     }
 
-    // Reads '4711 "render"', and ", holds LOCK" or ", waits for LOCK" after it.
+    // Reads '4711 "render"', and ", holds LOCK" or ", waits for LOCK" after it. Returns the thread.
     CrashThread_t ReadThread(std::string_view sLine)
     {
         CrashThread_t Thread;

@@ -65,7 +65,9 @@ std::vector<CrashGroup_t> CrashFold_c::Take()
     }
     m_dGroups.clear();
     std::sort(dGroups.begin(), dGroups.end(),
-        [](CrashGroup_t const & A, CrashGroup_t const & B)
-        { return std::tie(A.nCount, A.sLast, B.sSignature) > std::tie(B.nCount, B.sLast, A.sSignature); });
+        [](CrashGroup_t const & Left, CrashGroup_t const & Right) {
+            return std::tie(Left.nCount, Left.sLast, Right.sSignature)
+                   > std::tie(Right.nCount, Right.sLast, Left.sSignature);
+        });
     return dGroups;
 }

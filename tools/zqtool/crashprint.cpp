@@ -111,7 +111,8 @@ namespace
         std::size_t nFrames = 1, nAgain = 0;
     };
 
-    // Returns the shortest cycle at iFirst that repeats often enough to be left out, or a frame that does not repeat.
+    // Returns the shortest cycle at iFirst that repeats often enough to be left out. Returns one frame, with nAgain 0,
+    // if there is none.
     Cycle_t FindCycle(std::vector<CrashFrame_t> const & dFrames, std::size_t iFirst)
     {
         constexpr std::size_t MOST_FRAMES = 16, FEWEST_AGAIN = 3;

@@ -1,4 +1,4 @@
-// The report itself. Fixed lines begin its parts, so a part that is missing or damaged costs no other.
+// Reads the report itself. Fixed lines begin its parts, so a part that is missing or damaged costs no other.
 #include "tools/zqtool/crashreport.h"
 
 #include "tools/zqtool/crashcause.h"
@@ -102,7 +102,7 @@ namespace
     }
 
     // Reads a line of the call stack: "ADDRESS  FRAME  FUNCTION+DISPLACEMENT   FILE(LINE): TEXT", or in place of the
-    // function "SECTION:OFFSET MODULE", or neither.
+    // function "SECTION:OFFSET MODULE", or neither. Returns nothing if the line does not begin so.
     std::optional<CrashFrame_t> ReadFrame(std::string_view sLine)
     {
         std::optional<std::uint64_t> const Address = TakeNumber(sLine, 16);
@@ -320,7 +320,8 @@ namespace
     }
 
     // Reports what the last crash of the file lacks. The others need not be whole: a report may fault, and another one
-    // then continues it. Reports a list that was cut if the crash lacks nothing. Removes a crash above the limit.
+    // then continues it. Reports a list that was cut if the crash lacks nothing. If there are more crashes than
+    // the limit, removes the last one and reports only that.
     void ReportReader_c::CheckEnd()
     {
         if (m_dCrashes.empty())
@@ -350,13 +351,13 @@ namespace
         }
     }
 
-    bool IsSameCrash(Crash_t const & A, Crash_t const & B)
+    bool IsSameCrash(Crash_t const & Report, Crash_t const & Details)
     {
-        return A.nCode == B.nCode && A.Instruction == B.Instruction;
+        return Report.nCode == Details.nCode && Report.Instruction == Details.Instruction;
     }
 
     // Appends the frames of the report that follow the last one of the details, unless the details leave out frames
-    // before it. The flag for farther frames is then that of the report.
+    // before it. The flag for farther frames is then that of the report, or true if the list has no room for all.
     void AddFarther(CrashThread_t & Thread, CrashThread_t & Reported)
     {
         std::vector<CrashFrame_t> & dFrames = Thread.dFrames;

@@ -109,8 +109,8 @@ enum class CrashExtent_e
             // source lines of details
 };
 
-/// Read the text of a report, or of details, and return the crashes in it, in order. Report what is wrong to
-/// fnComplain. Return none for any other text.
+/// Read the text of a report, or of details, and return the crashes in it, in order, at most CRASH_MAX_CRASHES
+/// (crashlines.h). Report what is wrong to fnComplain. Return none for any other text.
 std::vector<Crash_t> ReadCrashReport(
     std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent = CrashExtent_e::All);
 std::vector<Crash_t> ReadCrashDetails(

@@ -1,5 +1,6 @@
-// crashsymbols.h: names for the addresses of stripped programs, from files with debug information that the same build
-// made. A module's build-id finds its file.
+// crashsymbols.h: names for the addresses of stripped programs, from files with debug information of the same build.
+//
+// A module's build-id finds its file.
 #pragma once
 
 #include "tools/zqtool/crashreport.h"

@@ -58,7 +58,8 @@ namespace
         }
     };
 
-    // Returns a command's status, or that of a failure if its output could not be written whole.
+    // Flushes standard output and returns the command's status. If not all could be written, prints a line and returns
+    // EXIT_FOUND.
     int CheckOutput(int iStatus)
     {
         if (std::fflush(stdout) == 0 && !std::ferror(stdout))
@@ -77,7 +78,10 @@ namespace
         return dNames;
     }
 
-    // Reports the first option that the command does not have, or else what the parser says.
+    // Reports the first of these that applies, and returns EXIT_USAGE:
+    // - an option that the command does not have.
+    // - an argument too many.
+    // - what the parser says.
     int ReportError(CLI::App const & App, CLI::ParseError const & Error)
     {
         HelpCommand_t const Command = DescribeParser(App);

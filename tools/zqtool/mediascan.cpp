@@ -113,8 +113,8 @@ namespace
         void Sort()
         {
             std::sort(m_Scan.dDisk.begin(), m_Scan.dDisk.end(),
-                [](DiskEntry_t const & A, DiskEntry_t const & B)
-                { return std::tie(A.sFolded, A.sPath) < std::tie(B.sFolded, B.sPath); });
+                [](DiskEntry_t const & Left, DiskEntry_t const & Right)
+                { return std::tie(Left.sFolded, Left.sPath) < std::tie(Right.sFolded, Right.sPath); });
         }
 
     private:
@@ -489,7 +489,7 @@ bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & O
     auto const Rank = [](MediaFinding_t const & Finding)
     { return std::find(std::begin(KINDS), std::end(KINDS), Finding.pKind) - std::begin(KINDS); };
     std::sort(Scan.dFindings.begin(), Scan.dFindings.end(),
-        [&](MediaFinding_t const & A, MediaFinding_t const & B)
-        { return std::pair(Rank(A), A.sPath) < std::pair(Rank(B), B.sPath); });
+        [&](MediaFinding_t const & Left, MediaFinding_t const & Right)
+        { return std::pair(Rank(Left), Left.sPath) < std::pair(Rank(Right), Right.sPath); });
     return true;
 }

@@ -36,7 +36,7 @@ namespace
         { GroupBy_e::Line, "source line", "by_line" },
     };
 
-    unsigned long long Wide(std::uint64_t nNumber)
+    unsigned long long Widened(std::uint64_t nNumber)
     {
         return nNumber;
     }
@@ -46,7 +46,7 @@ namespace
         Holding_t const & Holding = Row.Last();
         double const fPercent =
             nTotal ? 100.0 * static_cast<double>(Holding.nBytes) / static_cast<double>(nTotal) : 0.0;
-        std::printf("%14llu %5.1f%% %10llu  %s\n", Wide(Holding.nBytes), fPercent, Wide(Holding.nBlocks),
+        std::printf("%14llu %5.1f%% %10llu  %s\n", Widened(Holding.nBytes), fPercent, Widened(Holding.nBlocks),
             Printable(Row.sName).c_str());
     }
 
@@ -68,7 +68,7 @@ namespace
         {
             std::snprintf(szSteady, sizeof szSteady, " %6s", Row.IsSteady() ? "steady" : "");
         }
-        std::printf("%14llu %14llu %s %+10lld%s  %s\n", Wide(Row.First().nBytes), Wide(Row.Last().nBytes),
+        std::printf("%14llu %14llu %s %+10lld%s  %s\n", Widened(Row.First().nBytes), Widened(Row.Last().nBytes),
             Row.GrownBytes() > 0 ? Painted(szGrown, Colour_e::Bad).c_str() : szGrown,
             static_cast<long long>(Row.GrownBlocks()), Painted(szSteady, Colour_e::Mark).c_str(),
             Printable(Row.sName).c_str());

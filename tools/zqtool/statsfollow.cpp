@@ -142,7 +142,7 @@ namespace
         m_bAsked = true;
         std::string const sNews = m_Page.MakeNews(m_Facts, m_Tree,
             { .iFrom = iRun == m_iRun ? iFrom : 0, .nMaxBytes = MAX_ANSWER_BYTES, .bLive = !m_bEnded, .iRun = m_iRun });
-        m_bSentEnd = m_bEnded && iFrom >= m_Tree.GetFrameCount();
+        m_bSentEnd = m_bEnded && iRun == m_iRun && iFrom >= m_Tree.GetFrameCount();
         return HttpAnswer(HTTP_OK, "application/json", sNews);
     }
 

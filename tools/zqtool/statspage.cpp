@@ -18,13 +18,13 @@ namespace
 
     // Joins the texts of members, all or those from iFrom to before iTo, to a JSON array.
     template <typename RANGE, typename CALL>
-    std::string ArrayOf(RANGE const & Range, CALL const & TextOf, std::size_t iFrom = 0, std::size_t iTo = SIZE_MAX)
+    std::string ArrayOf(RANGE const & Range, CALL const & fnText, std::size_t iFrom = 0, std::size_t iTo = SIZE_MAX)
     {
         std::string sArray = "[";
         for (std::size_t i = iFrom; i < std::min(iTo, Range.size()); ++i)
         {
             sArray += sArray.size() > 1 ? "," : "";
-            sArray += TextOf(Range[i]);
+            sArray += fnText(Range[i]);
         }
         return sArray + "]";
     }
@@ -97,7 +97,7 @@ void StatsPage_c::Add(StatsBatch_t const & Batch, std::vector<int> const & dNode
     {
         auto const Key = [](Batch_s const & Held) { return std::make_pair(Held.sTimers.empty(), Held.tWorst); };
         auto const itLeast = std::min_element(m_dBatches.rbegin(), m_dBatches.rend(),
-            [&](Batch_s const & A, Batch_s const & B) { return Key(A) < Key(B); });
+            [&](Batch_s const & First, Batch_s const & Second) { return Key(First) < Key(Second); });
         m_nBytes -= itLeast->sTimers.size();
         std::string().swap(itLeast->sTimers);
     }

@@ -32,8 +32,8 @@ StatsTrace_c::StatsTrace_c(std::ostream & Stream, double fTicksPerSecond)
 // their ticks.
 void StatsTrace_c::AddEvent(std::string const & sName, double tStart, double tSize, std::string const & sArguments)
 {
-    auto const Rounded = [&](double t) { return std::llround(std::min(t * m_fNanosecondsPerTick, LAST_MOMENT)); };
-    long long const nStart = Rounded(tStart), nEnd = Rounded(tStart + tSize);
+    auto const fnRound = [&](double tAt) { return std::llround(std::min(tAt * m_fNanosecondsPerTick, LAST_MOMENT)); };
+    long long const nStart = fnRound(tStart), nEnd = fnRound(tStart + tSize);
     m_Stream << ",\n{\"ph\":\"X\",\"pid\":1,\"tid\":1,\"name\":" << JsonQuoted(sName)
              << ",\"ts\":" << Microseconds(nStart) << ",\"dur\":" << Microseconds(nEnd - nStart) << ",\"args\":{"
              << sArguments << "}}";

@@ -29,6 +29,6 @@ private:
 
     std::ostream & m_Stream;
     double m_fNanosecondsPerTick;
-    double m_tFrame = 0;   // start of the next frame
+    double m_tFrame = 0;   // start of the next frame, in ticks
     int m_iFrame = 0;
 };

@@ -33,15 +33,15 @@ struct StatsAverage_t
 struct StatsSummary_t
 {
     double tMean = 0, tMedian = 0, t95 = 0, t99 = 0, tWorst = 0;
-    int iWorst = -1;
+    int iWorst = -1;   // number of the slowest frame in the whole file
 };
 
 /// Tree of the timers of all batches that were added.
 class StatsTree_c
 {
 public:
-    /// Adds a batch and returns the indices of its timers' nodes, which all differ. Requires that no batch follows a
-    /// broken one.
+    /// Adds a batch, a broken one if bWhole is false, and returns the indices of its timers' nodes, which all differ.
+    /// Requires that no batch follows a broken one.
     std::vector<int> Add(StatsBatch_t const & Batch, bool bWhole);
 
     /// Returns all nodes, the root first. The result is empty without a batch.
@@ -78,8 +78,8 @@ private:
 };
 
 /// Divides a line among the members of a tree. Each has its own size or the sum of its children's, whichever is larger.
-/// Its children lie inside it, from its start on. A size below 0 counts as 0. Requires parents before their children.
-/// Sets dStarts and dSizes.
+/// Its children lie inside it, from its start on. A size below 0 counts as 0. Requires parents before their children,
+/// and -1 as the parent of a root. Sets dStarts and dSizes.
 void LayOutTree(std::vector<int> const & dParents, std::vector<double> & dSizes, std::vector<double> & dStarts);
 
 /// Returns the order in which the descendants of each member of a tree follow it. Requires parents before children, and

@@ -33,7 +33,7 @@ namespace
         }
         constexpr std::uint32_t LOWEST[] = { 0, 0, 0xA0, 0x800, 0x10000 };   // below 0xA0 are control characters
         bool const bSurrogate = nLetter >= 0xD800 && nLetter <= 0xDFFF;
-        // Line ends and changes of writing direction.
+        // Whether it ends a line or changes the direction of writing.
         bool const bTurnsText = (nLetter >= 0x2028 && nLetter <= 0x202E) || (nLetter >= 0x2066 && nLetter <= 0x2069);
         return nLetter < LOWEST[nBytes] || nLetter > 0x10FFFF || bSurrogate || bTurnsText ? 0 : nBytes;
     }
@@ -116,10 +116,14 @@ std::string ArchiveVersionText(std::uint32_t dwVersion)
     return std::to_string(dwVersion >> 16) + "." + std::to_string(dwVersion & 0xFFFF);
 }
 
+bool IsFirstByte(char c)
+{
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+}
+
 std::size_t WidthOf(std::string_view sText)
 {
-    return static_cast<std::size_t>(std::count_if(
-        sText.begin(), sText.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    return static_cast<std::size_t>(std::count_if(sText.begin(), sText.end(), IsFirstByte));
 }
 
 std::string Counted(std::uint64_t nCount, std::string const & sNoun)

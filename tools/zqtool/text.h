@@ -37,6 +37,9 @@ std::string Quoted(std::string_view sText);
 /// Returns the version of an archive, as "2.29": the upper and the lower 16 bits.
 std::string ArchiveVersionText(std::uint32_t dwVersion);
 
+/// Returns whether a byte of UTF-8 begins a character.
+bool IsFirstByte(char c);
+
 /// Returns the number of characters of a text in UTF-8.
 std::size_t WidthOf(std::string_view sText);
 

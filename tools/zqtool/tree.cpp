@@ -155,8 +155,10 @@ namespace
                && (sFolded.size() == sName.size() || sFolded[sFolded.size() - sName.size() - 1] == '\\');
     }
 
-    // Returns why a file does not open by its bare name: the reason for the file itself, or for a folder that it is in,
-    // or that it has another name.
+    // Returns why a file does not open by its bare name. The first of these that applies is the reason:
+    // - that of the file itself;
+    // - that of a folder that it is in;
+    // - that it opens by another name.
     std::string WhyNotEntered(MediaScan_t const & Scan, std::string const & sPath)
     {
         std::string sWhy = "it opens by another name";

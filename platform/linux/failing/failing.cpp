@@ -7,7 +7,7 @@
 // | Offset | Bytes | Meaning                                                                                         |
 // |-------:|------:|-------------------------------------------------------------------------------------------------|
 // |      0 |     4 | in: the kind of call that is to fail, an index of NAMES                                         |
-// |      4 |     4 | in: the reason, a value of errno; 0 for a read or write that handles half of its bytes          |
+// |      4 |     4 | in: the reason, a value of errno; 0 for a call of FAILING_BYTES that handles half of its bytes  |
 // |      8 |     8 | in: number of the first call of its kind that fails, from 1; 0 for none                         |
 // |     16 |     8 | in: number of calls from then on that fail                                                      |
 // |     24 |     8 | out: number of calls that have failed                                                           |
@@ -139,7 +139,7 @@ namespace
         return true;
     }
 
-    // Returns how many of nBytes a call may handle, or -1 if it fails.
+    // Counts a call and returns how many of nBytes it may handle, or -1 if it fails. If it fails, sets errno.
     ssize_t AllowedBytes(Kind_e eKind, std::size_t nBytes, void const * pCaller)
     {
         bool const bFails = IsFailing(eKind, pCaller);
@@ -199,12 +199,12 @@ FAILING(OPEN, openat64, int, (int iFolder, char const * szPath, int iFlags, mode
     (iFolder, szPath, iFlags, iMode), -1)
 FAILING(OPEN, fdopen, std::FILE *, (int iFile, char const * szMode), (iFile, szMode), nullptr)
 FAILING_BYTES(READ, read, (int iFile, void * pBuffer, std::size_t nBytes), (iFile, pBuffer, nBytes))
-FAILING_BYTES(READ, pread64, (int iFile, void * pBuffer, std::size_t nBytes, off64_t iAt),
-    (iFile, pBuffer, nBytes, iAt))
+FAILING_BYTES(READ, pread64, (int iFile, void * pBuffer, std::size_t nBytes, off64_t nAt),
+    (iFile, pBuffer, nBytes, nAt))
 FAILING_BYTES(READ, recv, (int iFile, void * pBuffer, std::size_t nBytes, int iFlags), (iFile, pBuffer, nBytes, iFlags))
 FAILING_BYTES(WRITE, write, (int iFile, void const * pBuffer, std::size_t nBytes), (iFile, pBuffer, nBytes))
-FAILING_BYTES(WRITE, pwrite64, (int iFile, void const * pBuffer, std::size_t nBytes, off64_t iAt),
-    (iFile, pBuffer, nBytes, iAt))
+FAILING_BYTES(WRITE, pwrite64, (int iFile, void const * pBuffer, std::size_t nBytes, off64_t nAt),
+    (iFile, pBuffer, nBytes, nAt))
 FAILING_BYTES(WRITE, send, (int iFile, void const * pBuffer, std::size_t nBytes, int iFlags),
     (iFile, pBuffer, nBytes, iFlags))
 FAILING_BYTES(WRITE, copy_file_range,
@@ -216,7 +216,7 @@ FAILING(WRITE, fflush, int, (std::FILE * pFile), (pFile), EOF)
 FAILING(WRITE, fclose, int, (std::FILE * pFile), (pFile), FailClose(pFile))
 FAILING(WRITE, fwrite, std::size_t, (void const * p, std::size_t nSize, std::size_t nCount, std::FILE * pFile),
     (p, nSize, nCount, pFile), 0)
-FAILING(SEEK, lseek64, off64_t, (int iFile, off64_t iAt, int iFrom), (iFile, iAt, iFrom), -1)
+FAILING(SEEK, lseek64, off64_t, (int iFile, off64_t nAt, int iFrom), (iFile, nAt, iFrom), -1)
 FAILING(STAT, fstat64, int, (int iFile, struct stat64 * pStat), (iFile, pStat), -1)
 FAILING(STAT, stat64, int, (char const * szPath, struct stat64 * pStat), (szPath, pStat), -1)
 FAILING(STAT, lstat64, int, (char const * szPath, struct stat64 * pStat), (szPath, pStat), -1)
@@ -244,15 +244,15 @@ FAILING(MAKE, mkdirat, int, (int iFolder, char const * szPath, mode_t iMode), (i
 FAILING(MAKE, fchmod, int, (int iFile, mode_t iMode), (iFile, iMode), -1)
 FAILING(REMOVE, unlinkat, int, (int iFolder, char const * szPath, int iFlags), (iFolder, szPath, iFlags), -1)
 FAILING(TRUNCATE, ftruncate64, int, (int iFile, off64_t nBytes), (iFile, nBytes), -1)
-FAILING(MAP, mmap, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off_t iAt),
-    (p, nBytes, iRights, iFlags, iFile, iAt), MAP_FAILED)
-FAILING(MAP, mmap64, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off64_t iAt),
-    (p, nBytes, iRights, iFlags, iFile, iAt), MAP_FAILED)
+FAILING(MAP, mmap, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off_t nAt),
+    (p, nBytes, iRights, iFlags, iFile, nAt), MAP_FAILED)
+FAILING(MAP, mmap64, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off64_t nAt),
+    (p, nBytes, iRights, iFlags, iFile, nAt), MAP_FAILED)
 FAILING(MAP, mprotect, int, (void * p, std::size_t nBytes, int iRights), (p, nBytes, iRights), -1)
 FAILING(THREAD, pthread_create, int,
     (pthread_t * pThread, pthread_attr_t const * pHow, void * (*fnRun)(void *), void * pWith),
     (pThread, pHow, fnRun, pWith), errno)
-FAILING(WAIT, poll, int, (pollfd * pFiles, nfds_t nFiles, int iTime), (pFiles, nFiles, iTime), -1)
+FAILING(WAIT, poll, int, (pollfd * pFiles, nfds_t nFiles, int nMilliseconds), (pFiles, nFiles, nMilliseconds), -1)
 FAILING(WAIT, nanosleep, int, (timespec const * pTime, timespec * pRest),
     (pTime, pRest), FailSleep(pTime, pRest))
 FAILING(WAIT, waitid, int, (idtype_t eType, id_t iChild, siginfo_t * pInfo, int iFlags),
