@@ -262,10 +262,9 @@ TEST_F(Warehouse, ConvertsACellToEachType)
     {
         EXPECT_EQ(Numbers(szCell), szResults + " "s) << szCell;
     }
-    for (std::string const & sCell :
-        { "12abc"s, "+-1"s, "\"1 \""s, "\"\""s, "\"\0\""s, "0x1p+-3"s, "1e309"s, "1e-310"s, "inf"s, "nan"s })
+    for (char const * szCell : { "12abc", "+-1", "\"1 \"", "\"\"", "0x1p+-3", "1e309", "1e-310", "inf", "nan" })
     {
-        EXPECT_EQ(Numbers(sCell), "- - - - - - - - ") << sCell;
+        EXPECT_EQ(Numbers(szCell), "- - - - - - - - ") << szCell;
     }
 }
 

@@ -281,10 +281,9 @@ char const * Warehouse_c::NumberCell(char const * sColumn) const
     {
         LogNotFound(sColumn);
     }
-    else if (!szCell || *szCell == '\0')
+    else if (!szCell)
     {
         LogInvalid(sColumn, "there is no value in column");
-        return nullptr;
     }
     return szCell;
 }

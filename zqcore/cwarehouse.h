@@ -105,7 +105,7 @@ public:
     /// Read the work line's cell as a number. Return true if the cell is a whole number, or for double and float any
     /// number, in the type's range; otherwise the value stays. Numbers have the form that strtol (base 10) and strtod
     /// accept in the "C" locale, and nothing follows them in the cell. Infinities, NaNs and numbers too small for a
-    /// normal double are out of range. An empty cell is not a number.
+    /// normal double are out of range. An empty cell is not a number, but one that begins with a NUL reads as 0.
     ZQ_API bool Get(char const * sColumn, long & value) const;
     ZQ_API bool Get(char const * sColumn, double & value) const;
     ZQ_API bool Get(char const * sColumn, float & value) const;
