@@ -1,4 +1,4 @@
-// system.h: facts about the machine, for the log's head.
+// system.h: facts about the machine, for the log's head and for crash reports.
 #pragma once
 
 #include <cstddef>

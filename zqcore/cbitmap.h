@@ -257,6 +257,8 @@ public:
     FIELD & operator^=(FIELD const & Other);
     FIELD & operator&=(FIELD const & Other);
     FIELD & operator-=(FIELD const & Other);
+
+    /// Inverts every bit of the field in place, those from rounding up too. Returns this object, not a copy.
     FIELD & operator~();
     friend bool operator==(FIELD const & A, FIELD const & B) { return A.IsEqual(B); }
 

@@ -33,7 +33,7 @@ public:
     Buffer_c() = default;
     virtual ~Buffer_c();
 
-    /// Returns the first byte. May return null if the length is 0. The caller must not write to the bytes.
+    /// Returns the first byte. May return null if the length is 0. Requires that the caller does not write to the bytes.
     virtual void * GetBufferData() const = 0;
 
     /// Returns the number of bytes.
@@ -48,15 +48,15 @@ public:
     static constexpr unsigned int MAX_BYTES = 0x3FFFFFFF;   // of the whole buffer; only ExpandBuffer checks it
 
     /// Appends a copy of nBytes bytes and returns true. The bytes may be the buffer's own. Previous data pointers
-    /// become invalid. Returns false, with no change, if nBytes is 0. Asserts that pBytes is not null and that the
-    /// whole fits MAX_BYTES; otherwise returns false, with no change.
+    /// become invalid. Asserts that pBytes is not null and that the whole fits MAX_BYTES. Returns false, with no change,
+    /// if that does not hold or nBytes is 0.
     bool ExpandBuffer(void const * pBytes, unsigned int nBytes);
 
     void * GetBufferData() const override;
     unsigned int GetBufferDataLength() const override;
 };
 
-/// Contents of a file, open from the constructor to the destructor. The file object must outlive the buffer.
+/// Contents of a file, open from the constructor to the destructor. Requires that the file object outlives the buffer.
 class ZQ_API FileBuffer_c : public Buffer_c
 {
 public:
@@ -76,7 +76,7 @@ private:
     File_c * m_pFile;
 };
 
-/// A text without the zero at its end. The text must outlive the buffer.
+/// A text without the zero at its end. Requires that the text outlives the buffer.
 class ZQ_API StringBuffer_c : public Buffer_c
 {
 public:

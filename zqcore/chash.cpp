@@ -5,32 +5,32 @@ namespace
     template <typename WORD>
     std::uint64_t Load(char const * p)
     {
-        WORD iWord;
-        std::memcpy(&iWord, p, sizeof iWord);
-        return iWord;
+        WORD nWord;
+        std::memcpy(&nWord, p, sizeof nWord);
+        return nWord;
     }
 
     // Returns the hash with a further word: multiplied by 2^64 divided by the golden ratio (Knuth, The Art of Computer
     // Programming, volume 3, section 6.4), the high half XORed into the low one.
-    std::uint64_t Mix(std::uint64_t iHash, std::uint64_t iWord)
+    std::uint64_t Mix(std::uint64_t iHash, std::uint64_t nWord)
     {
-        iHash = (iHash ^ iWord) * 0x9E3779B97F4A7C15u;
+        iHash = (iHash ^ nWord) * 0x9E3779B97F4A7C15u;
         return iHash ^ (iHash >> 32);
     }
 
     std::uint32_t RotatedCharacter(char c, std::size_t iPosition)
     {
-        auto const iWide = static_cast<std::int32_t>(static_cast<signed char>(c));
-        return std::rotl(static_cast<std::uint32_t>(iWide), static_cast<int>(iPosition % 32));
+        auto const nWide = static_cast<std::int32_t>(static_cast<signed char>(c));
+        return std::rotl(static_cast<std::uint32_t>(nWide), static_cast<int>(iPosition % 32));
     }
 
     // Returns the XOR of eight ASCII characters, each shifted left by its position among them. Combines neighbours,
     // then pairs, then fours.
-    std::uint32_t FoldEight(std::uint64_t iText)
+    std::uint32_t FoldEight(std::uint64_t nText)
     {
-        iText = (iText & 0x00FF00FF00FF00FFu) ^ ((iText >> 8 & 0x00FF00FF00FF00FFu) << 1);
-        iText = (iText & 0x0000FFFF0000FFFFu) ^ ((iText >> 16 & 0x0000FFFF0000FFFFu) << 2);
-        return static_cast<std::uint32_t>(iText ^ iText >> 32 << 4);
+        nText = (nText & 0x00FF00FF00FF00FFu) ^ ((nText >> 8 & 0x00FF00FF00FF00FFu) << 1);
+        nText = (nText & 0x0000FFFF0000FFFFu) ^ ((nText >> 16 & 0x0000FFFF0000FFFFu) << 2);
+        return static_cast<std::uint32_t>(nText ^ nText >> 32 << 4);
     }
 }
 
@@ -42,12 +42,12 @@ std::uint32_t StringHashOf(char const * szName, std::size_t nLength)
     std::size_t i = 0;
     for (; i + 8 <= nLength; i += 8)
     {
-        std::uint64_t const iText = Load<std::uint64_t>(szName + i);
-        if (iText & NOT_ASCII) [[unlikely]]
+        std::uint64_t const nText = Load<std::uint64_t>(szName + i);
+        if (nText & NOT_ASCII) [[unlikely]]
         {
             break;
         }
-        iHash ^= std::rotl(FoldEight(iText), static_cast<int>(i % 32));
+        iHash ^= std::rotl(FoldEight(nText), static_cast<int>(i % 32));
     }
     for (; i < nLength; ++i)
     {

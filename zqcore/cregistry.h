@@ -69,13 +69,13 @@ public:
     int OpenKey(char const * sName, int bCreate);
 
     /// Deletes a key by its path from the open one and returns 1. Without bRecursive it refuses a key with subkeys. An
-    /// empty name deletes the open key itself, unless it is the root; then every further operation on it fails. A
-    /// recursive deletion that fails may have deleted a part.
+    /// empty name deletes the open key itself, and every further operation on it fails. Returns 0 on failure, also for
+    /// the root. A failed deletion may have deleted values of the key, a recursive one also subkeys.
     int DeleteKey(char const * sName, int bRecursive);
 
-    /// Writes the name of a subkey of the open key, spelled as at its creation, and returns true. iIndex counts from 0
-    /// in the order of the lower-case names. Returns false, with sName unchanged, if there is none or if it does not
-    /// fit into iSize bytes. May see a change by another process 20 ms late.
+    /// Write the name of a subkey of the open key, spelled as at its creation, and return true. iIndex counts from 0 in
+    /// the order of the lower-case names. May see a change by another process 20 ms late. Return false, with sName
+    /// unchanged, if there is none or if it does not fit into iSize bytes.
     bool EnumKey(int iIndex, char * sName, int iSize);
     template <TextObject_T TEXT>
     bool EnumKey(int iIndex, TEXT & sName)
@@ -97,9 +97,9 @@ public:
     /// Deletes a value and returns 1. Returns 0 if there is none.
     int DeleteValue(char const * sName);
 
-    /// Renames a value and returns 1. Fails if the old name does not exist or the new one does. Writes the new name
-    /// before it deletes the old one: a process that is killed in between leaves both. No other writer comes in
-    /// between.
+    /// Renames a value and returns 1. Writes the new name before it deletes the old one: a process that is killed in
+    /// between leaves both. No other writer comes in between. Returns 0 if the old name does not exist or the new one
+    /// does.
     int RenameValue(char const * sOldName, char const * sNewName);
 
     /// Return a value of 4 bytes and of any type but text. Return the default if there is none.
@@ -141,7 +141,7 @@ public:
     }
 
     /// Copy a text of at most dwSize bytes, and return 1. No terminator is stored or added to a buffer: GetSizeValue
-    /// returns a text's length. A text object must hold the whole text.
+    /// returns a text's length. Return 0 if the text does not fit.
     int ReadString(char const * sName, char * sBuffer, std::uint32_t dwSize);
     template <TextObject_T TEXT>
     int ReadString(char const * sName, TEXT & sText)
@@ -163,8 +163,8 @@ public:
     /// Copies a binary value, as ReadString does a text.
     int ReadData(char const * sName, void * pData, std::uint32_t dwSize);
 
-    /// Store a value, replacing one of any type, and return 1. A float has no type. dwSize is in bytes. A null text
-    /// fails.
+    /// Store a value, replacing one of any type, and return 1. A float has no type. dwSize is in bytes.
+    /// WriteString returns 0 if sText is null.
     int WriteValue(char const * sName, int iValue);
     int WriteValue(char const * sName, float fValue);
     int WriteValue(char const * sName, std::uint32_t iValue) { return WriteValue(sName, static_cast<int>(iValue)); }
@@ -182,6 +182,6 @@ private:
     plat::RegistryTree_e m_hRoot;
     plat::RegistryKey_t m_hKey = nullptr;
     std::uint32_t m_samDesired = plat::REGISTRY_ALL_ACCESS;          // rights requested with every key
-    plat::RegistryType_e m_dwType = plat::RegistryType_e::Untyped;   // type that the last typed read found
+    plat::RegistryType_e m_dwType = plat::RegistryType_e::Untyped;   // type that the last read found
     std::uint32_t m_dwPlatform;
 };

@@ -32,11 +32,11 @@ namespace plat
             return dwWord;
         }
 
-        void PutWord(char * pBytes, std::size_t dwWord)
+        void PutWord(char * pBytes, std::size_t nWord)
         {
             for (int iByte = 0; iByte < 4; ++iByte)
             {
-                pBytes[iByte] = static_cast<char>(dwWord >> (8 * iByte));
+                pBytes[iByte] = static_cast<char>(nWord >> (8 * iByte));
             }
         }
 

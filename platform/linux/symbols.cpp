@@ -31,7 +31,7 @@
 
 // Starts a process. This is the C library's other name of clone, which no header declares. The thread checker replaces
 // clone by a function that expects a fork, and ends the process if the child shares the memory.
-extern "C" int __clone(int (*fnRun)(void *), void * pStack, int nFlags, void * pArgument, ...) noexcept;
+extern "C" int __clone(int (*fnRun)(void *), void * pStack, int iFlags, void * pArgument, ...) noexcept;
 
 #ifdef ZQCORE_GDB_SCRIPT
 // gdb runs the script that this section names (1: a file of Python).

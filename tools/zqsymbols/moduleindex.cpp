@@ -120,7 +120,7 @@ namespace zqsymbols
         }
 
         // Returns the rank of a symbol among those of one range: a local one comes first, then a weak one, then a
-        // global one. Of two equal ones the one with the lower number comes last. A search finds the last one first.
+        // global one. If two are equal, the one with the lower number comes last. A search finds the last one first.
         std::uint64_t Rank(GElf_Sym const & Symbol, int iSymbol)
         {
             unsigned const nBinding = GELF_ST_BIND(Symbol.st_info);

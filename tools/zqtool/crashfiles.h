@@ -5,14 +5,14 @@
 
 /// Function that receives one line for each of these:
 /// - file that is damaged or foreign
-/// - file or folder that is not readable
+/// - named file or folder that is not readable
 /// - file of more than 16 MiB, of which the rest is not read
-/// - folder without a report
+/// - folder without reports and details
 using CrashFault_t = std::function<void(std::string const & sText)>;
 
 /// Returns the files that arguments name: a report, or its details, or a folder with reports at any depth. A file whose
-/// name has another ending counts as a report. Each comes with the regular files of the same stem beside it; in a
-/// folder only details whose names begin with "CrashReport_" count. Returns a stem once, even if two arguments name it.
+/// name has another ending counts as a report, alone. Others come with the regular files of the same stem beside them;
+/// in a folder only details whose names begin with "CrashReport_" count. Returns a stem once, even if two arguments name it.
 std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashFault_t const & fnFault);
 
 /// Reads the files of one stem and returns their crashes, as far as they are readable. Reports at most one fault for
