@@ -130,12 +130,16 @@ namespace
         return *s_pTable;
     }
 
-    // Counts a call and returns whether it fails. If it fails, sets errno.
+    // Counts a call, unless the library has ended, and returns whether it fails. If it fails, sets errno.
     bool IsFailing(Kind_e eKind, void const * pCaller)
     {
+        if (g_bEnded)
+        {
+            return false;
+        }
         Table_s & Now = Table();
         std::uint64_t const nCall = ++Now.dCalls[eKind];
-        if (g_bEnded || Now.nCall == 0 || Now.eKind != eKind || nCall < Now.nCall || nCall - Now.nCall >= Now.nTimes)
+        if (Now.nCall == 0 || Now.eKind != eKind || nCall < Now.nCall || nCall - Now.nCall >= Now.nTimes)
         {
             return false;
         }
