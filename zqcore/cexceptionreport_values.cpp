@@ -66,8 +66,8 @@ namespace
         return bRead;
     }
 
-    // Adds a value. Returns false if it can't be read. Adds nothing and returns true for a size other
-    // than 1, 2, 4 and 8 bytes.
+    // Adds a value. Returns false if it can't be read. Adds nothing and returns true for a size
+    // other than 1, 2, 4 and 8 bytes.
     bool AddValue(plat::Symbols_c & Symbols, Value_t const & Value, Text_c & Text)
     {
         plat::SymbolBase_e const eBase = Symbols.TypeBase(Value.iType);

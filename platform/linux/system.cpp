@@ -3,6 +3,7 @@
 #include "platform/system.h"
 
 #include "platform/linux/descriptor.h"
+#include "platform/linux/reserve.h"
 
 #include <algorithm>
 #include <cpuid.h>
@@ -21,7 +22,7 @@ namespace plat
         // Reads a text file of the kernel, up to nSize - 1 bytes. The text is empty if it can't be read.
         void ReadText(char const * szPath, char * szText, std::size_t nSize)
         {
-            Descriptor_c const File(open(szPath, O_RDONLY | O_CLOEXEC));
+            Descriptor_c const File(OpenWithReserve([szPath] { return open(szPath, O_RDONLY | O_CLOEXEC); }));
             szText[File.IsOpen() ? ReadFully(File.Get(), szText, nSize - 1) : 0] = 0;
         }
 
