@@ -165,7 +165,7 @@ static void ReadIndex(std::string_view sFile)
         for (IndexRange_t const & Range : Read->dUnits)
         {
             bool bFound = Range.nBytes == 0;
-            Index.At(Range.nStart, [&](std::uint64_t nValue) { return bFound |= nValue == Range.nValue; });
+            Index.FindAt(Range.nStart, [&](std::uint64_t nValue) { return bFound |= nValue == Range.nValue; });
             Require(bFound);
         }
     }
