@@ -153,7 +153,7 @@ TEST_F(Modules, SlowOnesAreNamedOutOfAHundred)
     }
     EXPECT_TRUE(Module_c::InitializeAllModules());
     EXPECT_THAT(m_Log.GetText(), testing::ContainsRegex("^slow initialized in [0-9]+\\.[0-9][0-9] sec\n"));
-    if (Quick.tTaken < 0.05)  // a loaded machine may wait longer
+    if (Quick.tTaken < 0.05)   // a loaded machine may wait longer
     {
         EXPECT_THAT(m_Log.GetText(), testing::Not(testing::HasSubstr("quick")));
     }

@@ -1,6 +1,7 @@
 #include "platform/checker.h"
 #include "zqcore/cserializer.h"
 
+#include "tests/coverage.h"
 #include "tests/graph_support.h"
 #include "tests/test_support.h"
 
@@ -131,7 +132,7 @@ TEST(SerializerDeathTest, TheTableTakesMemoryWhereItIsUsedUntilItIsFull)
         }
         bool const bGrew = ResidentPages() - nBefore >= Serializer_c::HASH_SIZE / 4096 * long{ sizeof(void *) };
         bool const bFull = !SurvivesWithoutAbort([&] { Access::AddVoidToCache(At(4), &iSlot); });
-        _exit(bGrew && bFull && nNew == Serializer_c::HASH_SIZE ? 0 : 1);
+        EndChild(bGrew && bFull && nNew == Serializer_c::HASH_SIZE ? 0 : 1);
     };
     EXPECT_EXIT(Fill(), testing::ExitedWithCode(0), "Serializer_c Hash overflow");
 }

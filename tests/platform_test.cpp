@@ -5,6 +5,7 @@
 #include "platform/process.h"
 #include "platform/system.h"
 #include "platform/text.h"
+#include "tests/coverage.h"
 #include "tests/test_support.h"
 
 #include <cerrno>
@@ -129,7 +130,7 @@ TEST(PlatformDebugger, SeesATracerAndBreaksIntoIt)
         bool const bTraced = plat::DebuggerIsPresent();
         signal(SIGTRAP, SIG_DFL);
         ZQ_BREAK();   // untraced, the end
-        _exit(bAllowed && !bBefore && bTraced ? 3 : 4);
+        EndChild(bAllowed && !bBefore && bTraced ? 3 : 4);
     }
     int iStatus = 0;
     waitpid(iChild, &iStatus, 0);

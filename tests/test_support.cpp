@@ -1,5 +1,6 @@
 #include "tests/test_support.h"
 
+#include "tests/coverage.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cmodule.h"
@@ -77,7 +78,7 @@ pid_t StartChild(std::function<int()> const & fnRun)
     if (iChild == 0)
     {
         alarm(60);   // ends it if the test does not
-        _exit(fnRun());
+        EndChild(fnRun());
     }
     return iChild;
 }
@@ -151,7 +152,7 @@ Result_s RunOnTerminal(std::function<int()> const & fnRun, std::string const & s
     pid_t const iChild = forkpty(&iTerminal, nullptr, nullptr, nullptr);
     if (iChild == 0)
     {
-        _exit(fnRun());
+        EndChild(fnRun());
     }
     std::string sShown;
     char dBlock[256];

@@ -21,6 +21,7 @@
 #include "platform/process.h"
 #include "platform/stack.h"
 #include "platform/threads.h"
+#include "tests/coverage.h"
 
 #include <atomic>
 #include <cerrno>
@@ -78,9 +79,6 @@ Interrupted:
     .cfi_endproc
     .size Interrupted, .-Interrupted
 )");
-
-// Writes the figures of code coverage, which an end by a signal loses. Null in other builds.
-extern "C" void WriteCoverage() __asm__("__gcov_dump") __attribute__((weak));
 
 namespace
 {
@@ -348,7 +346,7 @@ namespace
         long const nResult = g_fnFilter(pFault);
         Say(g_pMessageLogFile == nullptr ? "log closed\n" : "log open\n");
         g_iNoHeap = 0;
-        if (WriteCoverage)
+        if (WriteCoverage != nullptr)
         {
             WriteCoverage();
         }
