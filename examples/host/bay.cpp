@@ -9,7 +9,6 @@ namespace
 {
     constexpr int GALE = 30;                 // knots of wind above which a ship goes no faster
     constexpr float OTHER_APPETITE = 1.0f;   // crates a day of a good that a harbour neither makes nor wants
-    constexpr char const * LOG = "harbour.log";
 
     void MakeAndEat(Bay_s const & Bay, Harbour_s & Harbour)
     {
@@ -23,8 +22,8 @@ namespace
         }
     }
 
-    // Returns the wind's speed. The winds follow each other in a circle. Each rises until noon and falls until
-    // midnight.
+    // Returns the wind's speed in knots. The winds follow each other in a circle. Each rises until noon and falls until
+    // midnight. Requires a wind.
     int Knots(Bay_s const & Bay)
     {
         int nRound = 0;
@@ -38,21 +37,21 @@ namespace
         {
             iDay -= pWind->nDays;
         }
-        int const iFromMidnight = HOURS / 2 - std::abs(Bay.nHours % HOURS - HOURS / 2);
-        return pWind->iLowest + (pWind->iHighest - pWind->iLowest) * iFromMidnight / (HOURS / 2);
+        int const nFromMidnight = HOURS / 2 - std::abs(Bay.nHours % HOURS - HOURS / 2);
+        return pWind->iLowest + (pWind->iHighest - pWind->iLowest) * nFromMidnight / (HOURS / 2);
     }
 
-    // The price falls as the quay fills.
+    // Returns the price of a crate in marks. It falls as the quay fills.
     int Price(Harbour_s const & Harbour, Good_s const & Good)
     {
         float const fFill = Harbour.dStock[Good.iNumber] / static_cast<float>(Harbour.nQuay);
         return Good.iHighest - static_cast<int>(fFill * static_cast<float>(Good.iHighest - Good.iLowest));
     }
 
-    void Earn(Ship_s & Ship, long long iMarks)
+    void Earn(Ship_s & Ship, long long nMarks)
     {
-        Ship.iProfit += iMarks;
-        Ship.pHouse->iPurse += iMarks;
+        Ship.iProfit += nMarks;
+        Ship.pHouse->iPurse += nMarks;
     }
 
     void Land(Bay_s & Bay, Ship_s & Ship, Harbour_s & Harbour)
@@ -63,36 +62,36 @@ namespace
         {
             return;
         }
-        int const iPrice = Price(Harbour, *Ship.pCargo);
+        int const nPrice = Price(Harbour, *Ship.pCargo);
         float & fStock = Harbour.dStock[Ship.pCargo->iNumber];
         fStock = std::min(fStock + static_cast<float>(nCrates), static_cast<float>(Harbour.nQuay));
         Ship.pCargo->nTraded += nCrates;
         Ship.nLanded += nCrates;
         Ship.fCrates = 0.0f;
-        Earn(Ship, static_cast<long long>(nCrates) * iPrice);
-        Logf(LOG, "day %3i, %02i:00  %s lands %i crates of %s at %s for %i marks each", Bay.nHours / HOURS,
-            Bay.nHours % HOURS, Ship.sIdent, nCrates, Ship.pCargo->sName, Harbour.sName, iPrice);
+        Earn(Ship, static_cast<long long>(nCrates) * nPrice);
+        Logf(HARBOUR_LOG, "day %3i, %02i:00  %s lands %i crates of %s at %s for %i marks each", Bay.nHours / HOURS,
+            Bay.nHours % HOURS, Ship.sIdent, nCrates, Ship.pCargo->sName, Harbour.sName, nPrice);
     }
 
-    // Buys what the harbour makes if it is worth more at the ship's destination.
+    // Buys what the harbour makes if it is worth more at the ship's destination, as far as hold, stock and purse allow.
     void Load(Ship_s & Ship, Harbour_s & Harbour)
     {
         Ship.pCargo = Harbour.pMakes;
-        int const iPrice = Price(Harbour, *Ship.pCargo);
-        if (Price(Ship.To(), *Ship.pCargo) <= iPrice || Ship.pHouse->iPurse < iPrice)
+        int const nPrice = Price(Harbour, *Ship.pCargo);
+        if (Price(Ship.To(), *Ship.pCargo) <= nPrice || Ship.pHouse->iPurse < nPrice)
         {
             return;
         }
         float & fStock = Harbour.dStock[Ship.pCargo->iNumber];
-        long long const nAffordable = Ship.pHouse->iPurse / std::max(iPrice, 1);
+        long long const nAffordable = Ship.pHouse->iPurse / std::max(nPrice, 1);
         auto const nCrates =
             static_cast<int>(std::min<long long>(nAffordable, std::min(Ship.pType->nHold, static_cast<int>(fStock))));
         fStock -= static_cast<float>(nCrates);
         Ship.fCrates = static_cast<float>(nCrates);
-        Earn(Ship, -static_cast<long long>(nCrates) * iPrice);
+        Earn(Ship, -static_cast<long long>(nCrates) * nPrice);
     }
 
-    // The crew exchanges news with that of the ship which called here before.
+    // Exchanges news with the ship that called here before, unless it is the same one.
     void Meet(Ship_s & Ship, Harbour_s & Harbour)
     {
         if (Harbour.pLastCaller && Harbour.pLastCaller != &Ship)
@@ -106,8 +105,8 @@ namespace
     void Sail(Bay_s & Bay, Ship_s & Ship)
     {
         ShipType_s const & Type = *Ship.pType;
-        int const iSpeed = Type.iSlowest + (Type.iFastest - Type.iSlowest) * std::min(Knots(Bay), GALE) / GALE;
-        Ship.fMilesLeft -= static_cast<float>(iSpeed);
+        int const nSpeed = Type.iSlowest + (Type.iFastest - Type.iSlowest) * std::min(Knots(Bay), GALE) / GALE;
+        Ship.fMilesLeft -= static_cast<float>(nSpeed);
         Ship.fCrates -= Ship.fCrates * static_cast<float>(Ship.pCargo->nSpoils) / (1000.0f * HOURS);
         if (Ship.fMilesLeft <= 0.0f)
         {

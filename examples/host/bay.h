@@ -17,14 +17,17 @@ class Serializeable_c;
 struct Bay_s;
 struct Ship_s;
 
+/// Ident or name of anything in the media.
 using Name_t = String_T<64>;
 
+/// Items of one kind, in the order of the rows that define them.
 template <typename T>
 using Items_T = Array_T<T, 16, 0>;
 
-inline constexpr int MAX_GOODS = 32;
+inline constexpr int MAX_GOODS = 32;         // further rows of goods are left out
 inline constexpr int HOURS = 24;             // in a day
 inline constexpr int MAX_NUMBER = 1000000;   // the largest number in the media; sums stay far from their limits
+inline constexpr char const * HARBOUR_LOG = "harbour.log";   // log file of the game's events
 
 struct Good_s
 {
@@ -43,7 +46,7 @@ struct Harbour_s
     int nOutput = 0, nAppetite = 0;   // crates a day
     int nQuay = 0;                    // crates of one good that the quay has room for
     float dStock[MAX_GOODS] = {};     // crates on the quay, by the good's number
-    Ship_s * pLastCaller = nullptr;
+    Ship_s * pLastCaller = nullptr;   // null before the first call
 };
 
 struct Route_s
@@ -79,7 +82,7 @@ struct House_s
 /// Activity of a ship, and the function that runs an hour of it.
 struct Duty_s
 {
-    char const * szWhere;
+    char const * szWhere;   // word before the name of the harbour that From returns
     void (*fnHour)(Bay_s & Bay, Ship_s & Ship);
 };
 
@@ -95,9 +98,9 @@ struct Ship_s
     Route_s * pRoute = nullptr;
     House_s * pHouse = &g_House;
     Duty_s const * pDuty = &g_InPort;
-    Ship_s * pMet = nullptr;   // the last ship whose news it heard
+    Ship_s * pMet = nullptr;   // the last ship whose news it heard, or null
     Good_s * pCargo = nullptr;
-    bool bOutward = true;      // on the way from the route's first harbour
+    bool bOutward = true;      // whether From returns the route's first harbour
     float fMilesLeft = 0.0f;   // at sea
     int nPortHours = 0;        // in port: until it sails
     float fCrates = 0.0f;
@@ -138,8 +141,8 @@ T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
     return nullptr;
 }
 
-/// Fills an empty bay, and the purse of g_House, from the media's tables. Returns why there is no game in them, or an
-/// empty reason on success.
+/// Fills the bay, and the purse of g_House, from the media's tables. Requires an empty bay. Returns why there is no game
+/// in the tables, or an empty reason on success. On failure the bay and the purse may hold a part.
 NoFile_s BayReadTables(Bay_s & Bay);
 
 /// Copies the rules of one bay to another, and the names and numbers of its definitions to those of the same idents.

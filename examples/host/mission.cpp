@@ -10,9 +10,9 @@ namespace
 {
     bool IsSound(Goal_s const & Goal)
     {
-        for (int iNumber : { Goal.nCrates, Goal.nDays, Goal.iPay })
+        for (int nNumber : { Goal.nCrates, Goal.nDays, Goal.iPay })
         {
-            if (iNumber <= 0 || iNumber > MAX_NUMBER)
+            if (nNumber <= 0 || nNumber > MAX_NUMBER)
             {
                 return false;
             }
@@ -75,7 +75,7 @@ void MissionCheck(Bay_s & Bay)
         {
             Goal.eState = GOAL_MET;
             g_House.iPurse += Goal.iPay;
-            Logf("harbour.log", "day %3i  the house pays %i marks for %i crates of %s", Bay.nHours / HOURS, Goal.iPay,
+            Logf(HARBOUR_LOG, "day %3i  the house pays %i marks for %i crates of %s", Bay.nHours / HOURS, Goal.iPay,
                 Goal.nCrates, Goal.pGood->sName);
         }
         else if (Bay.nHours >= Goal.nDays * HOURS)

@@ -33,8 +33,8 @@ struct Mission_s
     Array_T<Goal_s, 16, 0> dGoals;
 };
 
-/// Reads the bay's mission. Without the script there is none. Requires that the script can be read if it exists. Skips
-/// and logs a goal of an unknown good, or with a number that is not from 1 to MAX_NUMBER (bay.h).
+/// Reads the bay's mission. Skips and logs a goal of an unknown good, or with a number that is not from 1 to MAX_NUMBER
+/// (bay.h). Asserts that the title fits in sTitle. If the script is missing or can't be read, there is no mission.
 void MissionRead(char const * szFile, Bay_s & Bay);
 
 /// Settles the goals that are met or whose time is over, and pays for those that are met.

@@ -12,8 +12,9 @@ namespace
     constexpr int HEADER_REACH = 65536;   // bytes at a file's start that may hold a table's header line
     constexpr char const * HEADER_WORD = "@head";
     constexpr std::uint32_t WHOLE = 1 << 20;   // bytes up to which a frame reads a whole file
+    constexpr std::size_t PIECE = 65536;       // bytes that a frame reads of a bigger file
 
-    // Returns whether the resident contents of a file have the word that begins a table's header line.
+    // Returns whether the first HEADER_REACH bytes of a resident file have the word that begins a table's header line.
     bool HasHeaderWord(File_c const & File)
     {
         auto const * pText = reinterpret_cast<char const *>(File.pData);
@@ -49,13 +50,14 @@ namespace
     // Reads the first piece of a file that is too big for one frame.
     void StreamPiece(File_c const & File)
     {
-        static unsigned char s_dPiece[65536];
+        static unsigned char s_dPiece[PIECE];
         if (FileStoredScope_c const Stream(File.sName); Stream)
         {
             Stream->ReadStored(s_dPiece, 1, sizeof s_dPiece);
         }
     }
 
+    // Returns 1 if a is greater than b, -1 if it is less, and 0 if they are equal.
     template <typename NUMBER>
     int Order(NUMBER a, NUMBER b)
     {

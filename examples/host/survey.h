@@ -1,6 +1,7 @@
 // survey.h: the contents of a media tree of any game.
 //
-// The survey reads the library's table of files and then opens every file by its bare name, as a game does.
+// The survey reads the library's table of files. Then it opens every file that is not empty by its bare name, as a
+// game does.
 #pragma once
 
 #include "zqcore/carray.h"
@@ -28,6 +29,7 @@ struct Table_s
     int nRows = 0;
 };
 
+/// Survey of one media tree. Requires List first, then ReadFiles, then ReadTables, each once.
 class Survey_c
 {
 public:
@@ -38,22 +40,22 @@ public:
     /// Lists the files and folders that the scan found.
     void List();
 
-    /// Reads every file once.
+    /// Reads every file that is not empty once.
     void ReadFiles();
 
-    /// Walks every table that ReadFiles found from its first row to its last.
+    /// Counts the rows of the tables that ReadFiles found, and removes files that are no tables.
     void ReadTables();
 
-    /// Reads the next nFiles files, and starts over after the last one. Reads small files whole, and only a piece of
-    /// each big one.
+    /// Reads the next nFiles files, and starts over after the last one. Reads files of up to 1 MiB whole, and only the
+    /// first piece of each bigger one.
     void StreamFiles(int nFiles);
 
-    /// Return the files, biggest first, the extensions by their bytes, and the tables by their location.
+    /// Return the files and the extensions, those of most bytes first, and the tables in the order of their paths.
     Files_t const & GetFiles() const { return m_dFiles; }
     Extensions_t const & GetExtensions() const { return m_dExtensions; }
     Tables_t const & GetTables() const { return m_dTables; }
 
-    /// Returns the number of files whose name also occurs elsewhere.
+    /// Returns the number of files whose name also occurs elsewhere (File_c::bDuplicate).
     int CountDuplicates() const;
 
     int m_nFolders = 0;

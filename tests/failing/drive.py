@@ -155,7 +155,7 @@ class Host:
             return f"saved after {saved.group(1)} hours, the next run loads {hours}"
         if not saved and (hours < before if "--watch" in self.options else hours not in (before, before + 10)):
             return f"the save of {before} hours is lost"
-        if before and saved and int(saved.group(1)) == 10:
+        if before and saved and not self.LOADED.search(outcome.text):
             return f"the save of {before} hours was not loaded and is overwritten"
         return None
 
