@@ -52,6 +52,7 @@ namespace plat
             unsigned char const * pOpcode;
             unsigned dwRex;
             bool bOperandSize;
+            bool bOtherAddress;   // its address is in a segment of its own, or shorter than a register
         };
 
         void ReadInstruction(std::uintptr_t Address, Instruction_t & Instruction)
@@ -62,6 +63,7 @@ namespace plat
             while (*p != 0 && std::strchr("\x26\x2E\x36\x3E\x64\x65\x66\x67\xF0\xF2\xF3", *p) != nullptr)
             {
                 Instruction.bOperandSize = Instruction.bOperandSize || *p == 0x66;
+                Instruction.bOtherAddress = Instruction.bOtherAddress || *p == 0x64 || *p == 0x65 || *p == 0x67;
                 ++p;
             }
             if (sizeof(void *) == 8 && (*p & 0xF0) == 0x40)
@@ -138,7 +140,7 @@ namespace plat
         }
 
         // Returns whether the divisor is zero. A quotient that does not fit raises the same exception. Returns true if
-        // the divisor can't be read, or the instruction is not a div or idiv.
+        // the divisor can't be read or found, or the instruction is not a div or idiv.
         bool DividesByZero(FaultContext_t const & Context)
         {
             Instruction_t Instruction;
@@ -154,6 +156,10 @@ namespace plat
                                        : Instruction.bOperandSize     ? 2
                                                                       : 4;
             std::uint64_t nDivisor = 0;
+            if (cForm < 0xC0 && Instruction.bOtherAddress)
+            {
+                return true;
+            }
             if (cForm < 0xC0)
             {
                 MemoryRead(OperandAddress(Instruction, Context), &nDivisor, nBytes);

@@ -1,0 +1,212 @@
+#include "platform/linux/faultdecode.h"
+#include "tests/test_support.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace
+{
+    using plat::FaultAccess_e;
+    using Word_t = std::uintptr_t;
+
+    // The processor's exceptions in the kernel's numbers: Intel's manual, volume 3, chapter 6.
+    enum Exception_e : Word_t
+    {
+        DIVISION = 0,
+        INTO_OVERFLOW = 4,
+        BOUND_RANGE = 5,
+        PROTECTION = 13,
+        PAGE = 14,
+        SIMD = 19
+    };
+#if defined(__x86_64__)
+    constexpr int IP = REG_RIP, SP = REG_RSP, BP = REG_RBP, BX = REG_RBX, CX = REG_RCX, DI = REG_RDI;
+#else
+    constexpr int IP = REG_EIP, SP = REG_ESP, BP = REG_EBP, BX = REG_EBX, CX = REG_ECX, DI = REG_EDI;
+#endif
+    constexpr std::size_t DIVISOR = 20;   // the index of its word
+
+    // Returns the bytes of numbers such as "F7 3B".
+    std::string FromHex(std::string_view sHex)
+    {
+        std::string sBytes;
+        for (; !sHex.empty(); sHex.remove_prefix(std::min<std::size_t>(3, sHex.size())))
+        {
+            sBytes += static_cast<char>(std::stoi(std::string(sHex.substr(0, 2)), nullptr, 16));
+        }
+        return sBytes;
+    }
+
+    // A signal at an instruction, and words that the instruction may use.
+    struct Signal_s
+    {
+        Signal_s(int iSignal_, int iCode, Word_t nException, std::string_view sInstruction)
+            : iSignal(iSignal_)
+        {
+            std::string const sBytes = FromHex(sInstruction);
+            std::memcpy(dBytes + 1, sBytes.data(), sBytes.size());
+            Info.si_code = iCode;
+            Set(IP, AddressOf(dBytes + 1));
+            Set(REG_TRAPNO, nException);
+        }
+
+        static Word_t AddressOf(void const * p) { return reinterpret_cast<Word_t>(p); }
+        void Set(int iRegister, Word_t nValue) { Thread.uc_mcontext.gregs[iRegister] = static_cast<greg_t>(nValue); }
+
+        std::uint32_t Decode()
+        {
+            plat::FaultFromSignal(iSignal, Info, Thread, Context, Record);
+            return Record.nCode;
+        }
+
+        int iSignal;
+        unsigned char dBytes[32] = {};   // the instruction from the second on
+        std::uint32_t dWords[64] = {};
+        siginfo_t Info{};
+        ucontext_t Thread{};
+        plat::FaultContext_t Context{};
+        plat::FaultRecord_t Record{};
+    };
+
+    // Returns the code of a division. The divisor alone is zero, or it alone is not.
+    std::uint32_t CodeOfDivision(std::string_view sInstruction, bool bZero)
+    {
+        Signal_s Fault(SIGFPE, FPE_INTDIV, DIVISION, sInstruction);
+        std::fill(std::begin(Fault.dWords), std::end(Fault.dWords), bZero ? ~0u : 0);
+        Fault.dWords[DIVISOR] = Fault.dWords[DIVISOR + 1] = bZero ? 0 : ~0u;
+        Fault.Set(BX, Fault.AddressOf(&Fault.dWords[DIVISOR]));
+        Fault.Set(CX, 3);
+        Fault.Set(SP, Fault.AddressOf(&Fault.dWords[DIVISOR - 4]));
+        Fault.Set(BP, Fault.AddressOf(&Fault.dWords[DIVISOR + 8]));
+        Fault.Set(DI, Fault.AddressOf(&Fault.dWords[DIVISOR - 3]));
+#if defined(__x86_64__)
+        Fault.Set(REG_R10, 4);
+        Fault.Set(REG_R11, Fault.AddressOf(&Fault.dWords[DIVISOR - 4]));
+#endif
+        return Fault.Decode();
+    }
+}
+
+TEST(FaultDecode, ADivisorInMemoryIsFoundInEachFormOfAnAddress)
+{
+    std::vector<std::string_view> dInstructions = {
+        "F7 3B",                  // idiv dword [bx]
+        "F6 3B",                  // idiv byte [bx]
+        "66 F7 33",               // div word [bx]
+        "F7 7D E0",               // idiv dword [bp-32]
+        "F7 7C 24 10",            // idiv dword [sp+16]
+        "F7 3C 8F",               // idiv dword [di+cx*4]
+        "F7 BF 0C 00 00 00",      // idiv dword [di+12]
+        "F7 3C 1D 00 00 00 00",   // idiv dword [bx*1+0]
+    };
+#if defined(__x86_64__)
+    dInstructions.insert(dInstructions.end(),
+        {
+            "48 F7 3B",            // idiv qword [rbx]
+            "43 F7 3C 93",         // idiv dword [r11+r10*4]
+            "41 F7 7B 10",         // idiv dword [r11+16]
+            "F7 3D 69 00 00 00",   // idiv dword [rip+0x69], from the instruction's end to the divisor
+        });
+#endif
+    for (std::string_view const sInstruction : dInstructions)
+    {
+        EXPECT_EQ(CodeOfDivision(sInstruction, true), plat::FAULT_INTEGER_DIVIDE) << sInstruction;
+        EXPECT_EQ(CodeOfDivision(sInstruction, false), plat::FAULT_INTEGER_OVERFLOW) << sInstruction;
+    }
+    for (std::string_view const sUnknown : { "64 F7 3B", "65 F7 3B", "67 F7 3B", "D4 00" })   // fs, gs, short; aam
+    {
+        EXPECT_EQ(CodeOfDivision(sUnknown, false), plat::FAULT_INTEGER_DIVIDE) << sUnknown;
+    }
+}
+
+TEST(FaultDecode, ADivisorInARegisterCountsInItsOwnWidth)
+{
+    auto const Code = [](std::string_view sInstruction, int iRegister, Word_t nValue)
+    {
+        Signal_s Fault(SIGFPE, FPE_INTDIV, DIVISION, sInstruction);
+        Fault.Set(iRegister, nValue);
+        return Fault.Decode();
+    };
+    EXPECT_EQ(Code("F7 FB", BX, 1), plat::FAULT_INTEGER_OVERFLOW);          // idiv ebx
+    EXPECT_EQ(Code("66 F7 FB", BX, 0x10000), plat::FAULT_INTEGER_DIVIDE);   // idiv bx
+    EXPECT_EQ(Code("F6 FB", BX, 0x100), plat::FAULT_INTEGER_DIVIDE);        // idiv bl
+    EXPECT_EQ(Code("F6 FF", BX, 0x100), plat::FAULT_INTEGER_OVERFLOW);      // idiv bh
+#if defined(__x86_64__)
+    EXPECT_EQ(Code("F7 FB", BX, Word_t{ 1 } << 32), plat::FAULT_INTEGER_DIVIDE);
+    EXPECT_EQ(Code("48 F7 FB", BX, Word_t{ 1 } << 32), plat::FAULT_INTEGER_OVERFLOW);
+    EXPECT_EQ(Code("41 F7 FA", REG_R10, 5), plat::FAULT_INTEGER_OVERFLOW);
+    EXPECT_EQ(Code("40 F6 FF", DI, 0x100), plat::FAULT_INTEGER_DIVIDE);   // idiv dil
+#endif
+}
+
+TEST(FaultDecode, PrivilegedInstructionsAreKnownByTheirBytes)
+{
+    auto const Decode = [](std::string_view sInstruction)
+    { return Signal_s(SIGSEGV, SI_KERNEL, PROTECTION, sInstruction).Decode(); };
+    for (std::string_view const sInstruction :
+        { "F4", "FA", "FB", "6C", "66 6F", "E4 10", "ED", "F3 6E", "0F 01 10", "0F 01 38", "0F 00 D0", "0F 00 D8",
+            "0F 06", "0F 08", "0F 09", "0F 30", "0F 32", "0F 33", "0F 20 C0", "0F 23 C0" })
+    {
+        EXPECT_EQ(Decode(sInstruction), plat::FAULT_PRIVILEGED) << sInstruction;
+    }
+    // mov [bx], al; sgdt [ax]; sldt ax; rdtsc
+    for (std::string_view const sInstruction : { "88 03", "0F 01 00", "0F 00 C0", "0F 31" })
+    {
+        EXPECT_EQ(Decode(sInstruction), plat::FAULT_ACCESS) << sInstruction;
+    }
+}
+
+TEST(FaultDecode, SignalsWithoutAnInstructionToBlameHaveTheirOwnCodes)
+{
+    struct Row_s
+    {
+        int iSignal, iCode;
+        Word_t nException;
+        std::uint32_t nCode;
+        FaultAccess_e eAccess;
+    };
+    for (Row_s const & Row : {
+             Row_s{ SIGSEGV, SI_USER, PAGE, plat::FAULT_ACCESS, FaultAccess_e::Unknown },
+             { SIGBUS, SI_USER, PAGE, plat::FAULT_IN_PAGE, FaultAccess_e::Unknown },
+             { SIGILL, SI_USER, 0, plat::FAULT_ILLEGAL_INSTRUCTION, FaultAccess_e::NoMemory },
+             { SIGFPE, SI_USER, 0, plat::FAULT_FLOAT_INVALID, FaultAccess_e::NoMemory },
+             { SIGTRAP, SI_TKILL, 0, plat::FAULT_BREAKPOINT, FaultAccess_e::NoMemory },
+             { SIGABRT, SI_TKILL, 0, plat::FAULT_ABORT, FaultAccess_e::NoMemory },
+             { SIGTRAP, TRAP_TRACE, 0, plat::FAULT_SINGLE_STEP, FaultAccess_e::NoMemory },
+             { SIGSEGV, SI_KERNEL, INTO_OVERFLOW, plat::FAULT_INTEGER_OVERFLOW, FaultAccess_e::NoMemory },
+             { SIGSEGV, SI_KERNEL, BOUND_RANGE, plat::FAULT_ARRAY_BOUNDS, FaultAccess_e::NoMemory },
+             { SIGFPE, FPE_FLTINV, SIMD, plat::FAULT_FLOAT_INVALID, FaultAccess_e::NoMemory },   // without its state
+             { SIGBUS, BUS_ADRALN, 17, plat::FAULT_MISALIGNED, FaultAccess_e::Unknown },
+             { SIGBUS, BUS_ADRERR, PAGE, plat::FAULT_IN_PAGE, FaultAccess_e::Read },
+         })
+    {
+        Signal_s Fault(Row.iSignal, Row.iCode, Row.nException, "90");
+        EXPECT_EQ(Fault.Decode(), Row.nCode) << Row.iSignal << ' ' << Row.iCode;
+        EXPECT_EQ(Fault.Record.eAccess, Row.eAccess) << Row.iSignal << ' ' << Row.iCode;
+        EXPECT_EQ(Fault.Record.Address, Fault.AddressOf(Fault.dBytes + 1));
+    }
+
+    Signal_s Break(SIGTRAP, SI_KERNEL, 3, "90");
+    Break.dBytes[0] = 0xCC;   // the breakpoint before the place
+    EXPECT_EQ(Break.Decode(), plat::FAULT_BREAKPOINT);
+    EXPECT_EQ(Break.Record.Address, Break.AddressOf(Break.dBytes));
+}
+
+TEST(FaultDecode, APageFaultSaysWhatItsAccessWas)
+{
+    auto const Access = [](Word_t nErrorCode, bool bAtInstruction)
+    {
+        Signal_s Fault(SIGSEGV, SEGV_MAPERR, PAGE, "90");
+        Fault.Set(REG_ERR, nErrorCode);
+        Fault.Info.si_addr = bAtInstruction ? Fault.dBytes + 1 : nullptr;
+        EXPECT_EQ(Fault.Decode(), plat::FAULT_ACCESS);
+        EXPECT_EQ(Fault.Record.dParameters[1], Fault.AddressOf(Fault.Info.si_addr));
+        return Fault.Record.eAccess;
+    };
+    EXPECT_EQ(Access(4, false), FaultAccess_e::Read);
+    EXPECT_EQ(Access(6, false), FaultAccess_e::Write);
+    EXPECT_EQ(Access(0x14, false), FaultAccess_e::Execute);
+    EXPECT_EQ(Access(4, true), FaultAccess_e::Execute);   // pages there can't forbid execution
+}
