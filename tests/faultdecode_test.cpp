@@ -3,8 +3,12 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 #include <string_view>
+#include <typeinfo>
+#include <utility>
 
 namespace
 {
@@ -26,6 +30,12 @@ namespace
 #else
     constexpr int IP = REG_EIP, SP = REG_ESP, BP = REG_EBP, BX = REG_EBX, CX = REG_ECX, DI = REG_EDI;
 #endif
+    namespace outer
+    {
+        struct Thrown_s
+        {};
+    }
+
     constexpr std::size_t DIVISOR = 20;   // the index of its word
 
     // Returns the bytes of numbers such as "F7 3B".
@@ -209,4 +219,35 @@ TEST(FaultDecode, APageFaultSaysWhatItsAccessWas)
     EXPECT_EQ(Access(6, false), FaultAccess_e::Write);
     EXPECT_EQ(Access(0x14, false), FaultAccess_e::Execute);
     EXPECT_EQ(Access(4, true), FaultAccess_e::Execute);   // pages there can't forbid execution
+}
+
+TEST(FaultDecode, AnExceptionIsDescribedByItsTypeAndItsMessage)
+{
+    auto const Describe = [](auto const & Thrown, std::size_t nSize = 200)
+    {
+        std::string sText(nSize, '?');
+        try
+        {
+            throw Thrown;
+        }
+        catch (...)
+        {
+            plat::DescribeException(sText.data(), nSize);
+        }
+        return std::string(sText.c_str());
+    };
+    std::string const sHead = "Uncaught C++ exception ";
+    EXPECT_EQ(Describe(5), sHead + "int");
+    EXPECT_EQ(Describe(static_cast<char const *>("what\nit says")), sHead + "char const*: what\\nit says");
+    EXPECT_EQ(Describe(static_cast<unsigned char const *>(nullptr)), sHead + "unsigned char const*");
+    EXPECT_EQ(Describe(std::runtime_error("\x1B[31m")), sHead + "std::runtime_error: \\x1B[31m");
+    EXPECT_EQ(Describe(outer::Thrown_s()), sHead + "(anonymous namespace)::outer::Thrown_s");
+    EXPECT_THAT(Describe(std::filesystem::filesystem_error("gone", {})),
+        testing::ContainsRegex("exception std::filesystem::([a-z0-9_]+::)?filesystem_error: .*gone"));
+    for (auto const & [sText, pType] : { std::pair(Describe(std::pair(1, 2)), &typeid(std::pair<int, int>)),
+             { Describe(&std::abort), &typeid(void (*)() noexcept) } })   // forms that are not decoded
+    {
+        EXPECT_EQ(sText, sHead + pType->name());
+    }
+    EXPECT_EQ(Describe(std::runtime_error("cut"), sHead.size() + 9), sHead + "std::run");
 }
