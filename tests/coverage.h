@@ -3,15 +3,23 @@
 
 #include <unistd.h>
 
-/// Writes the counts of code coverage. Null in builds without ZQCORE_COVERAGE.
-extern "C" void WriteCoverage() __asm__("__gcov_dump") __attribute__((weak));
+// Functions of gcov's library. They are null in builds without ZQCORE_COVERAGE.
+extern "C" void CoverageDump() __asm__("__gcov_dump") __attribute__((weak));
+extern "C" void CoverageReset() __asm__("__gcov_reset") __attribute__((weak));
+
+/// Writes the counts since the start or the previous call. Does nothing in other builds.
+inline void WriteCoverage()
+{
+    if (CoverageDump != nullptr && CoverageReset != nullptr)
+    {
+        CoverageDump();
+        CoverageReset();
+    }
+}
 
 /// Ends the process as `_exit` does, after it has written the counts.
 [[noreturn]] inline void EndChild(int iStatus)
 {
-    if (WriteCoverage != nullptr)
-    {
-        WriteCoverage();
-    }
+    WriteCoverage();
     _exit(iStatus);
 }

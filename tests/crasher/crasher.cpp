@@ -346,10 +346,7 @@ namespace
         long const nResult = g_fnFilter(pFault);
         Say(g_pMessageLogFile == nullptr ? "log closed\n" : "log open\n");
         g_iNoHeap = 0;
-        if (WriteCoverage != nullptr)
-        {
-            WriteCoverage();
-        }
+        WriteCoverage();
         return nResult;
     }
 
@@ -358,6 +355,7 @@ namespace
     {
         SetFlags(2);
         Say("previous handler\n");
+        WriteCoverage();
         std::signal(iSignal, SIG_DFL);   // the same again, to the end
         std::raise(iSignal);
     }
