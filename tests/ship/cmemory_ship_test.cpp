@@ -1,12 +1,16 @@
 // The heap of a shipped game: what it counts, and what it costs. The debug heap's tests are in cmemory_test.cpp.
+#include "zqcore/clog.h"
+#include "zqcore/clogf.h"
 #include "zqcore/cmemory_internal.h"
 #include "zqcore/cmemoryreport.h"
 
 #include "tests/test_support.h"
 
+#include <cstdint>
 #include <cstring>
 #include <latch>
 #include <memory>
+#include <new>
 #include <pthread.h>
 
 namespace
@@ -52,6 +56,7 @@ TEST_F(CountedShip, CountsABlockUnderItsCategoryUntilItIsFreed)
         p = ZQ_NEW char[100];
     }
     EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, 100));
+    EXPECT_EACH(MemoryBytesNow(mem::Decals) == 100, MemoryBytesNow(mem::CRT) == 0);
     EXPECT_EQ(Totals(), Figures_t(std::get<0>(m_TotalsBefore) + 1, std::get<1>(m_TotalsBefore) + 100));
     std::unique_ptr<void, void (*)(void *)> const Foreign(std::calloc(1, 24), std::free);
     EXPECT_EACH(MemoryIsOwnBlock(p), !MemoryIsOwnBlock(Foreign.get()), !MemoryIsOwnBlock(nullptr),
@@ -91,6 +96,7 @@ TEST_F(CountedShip, AlignsBlocksAndKeepsTheirContents)
             static_cast<char *>(aligned_offset_malloc_dbg(nBytes, nAlignment, nOffset, iWord, __FILE__, __LINE__));
         EXPECT_EQ((reinterpret_cast<std::uintptr_t>(p) + nOffset) % nAlignment, 0u) << nAlignment;
         EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, static_cast<std::ptrdiff_t>(nBytes)));
+        EXPECT_EQ(get_aligned_from_block(get_block_from_aligned(p), nAlignment, nOffset), p);
         std::memset(p, 7, nBytes);
         p = static_cast<char *>(aligned_realloc_dbg(p, nBytes + 50, 32, iWord, __FILE__, __LINE__));
         EXPECT_EQ(std::string(p, nBytes), std::string(nBytes, 7)) << nAlignment;
@@ -187,4 +193,69 @@ TEST_F(CountedShip, AForkedChildCountsOn)
         return FiguresOf(mem::Decals) == Figures_t(2, 110) ? 0 : 1;
     };
     EXPECT_EQ(StatusOfChild(StartChild(fnCount)), 0);
+}
+
+TEST_F(CountedShip, EachFormOfTheOperatorsFreesWhatItsCounterpartCounts)
+{
+    constexpr std::align_val_t WIDE{ 64 };
+    MemCategoryScope_c const Category(mem::Decals);
+    using Calls_t = std::tuple<void * (*)(), void (*)(void *)>;
+    for (auto const & [fnNew, fnDelete] :
+        {
+            Calls_t(
+                [] { return ::operator new(100, std::nothrow); }, [](void * p) { ::operator delete(p, std::nothrow); }),
+            { [] { return ::operator new[](100, std::nothrow); },
+                [](void * p) { ::operator delete[](p, std::nothrow); } },
+            { [] { return ::operator new(100, WIDE); }, [](void * p) { ::operator delete(p, WIDE); } },
+            { [] { return ::operator new(100, WIDE, std::nothrow); },
+                [](void * p) { ::operator delete(p, WIDE, std::nothrow); } },
+            { [] { return ::operator new[](100, WIDE); }, [](void * p) { ::operator delete[](p, 100, WIDE); } },
+            { [] { return ::operator new[](100, WIDE, std::nothrow); },
+                [](void * p) { ::operator delete[](p, WIDE, std::nothrow); } },
+            { [] { return CoreMemory::operator_new_aligned(100, 64, MEMORY_CLIENT_BLOCK, "ship.cpp", 1); },
+                [](void * p) { CoreMemory::operator_delete_aligned(p, 64); } },
+            { [] { return CoreMemory::operator_new_array_aligned(100, 64, MEMORY_CLIENT_BLOCK, "ship.cpp", 1); },
+                [](void * p) { CoreMemory::operator_delete_array_aligned(p, 64); } },
+        })
+    {
+        void * const p = fnNew();
+        EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, 100));
+        fnDelete(p);
+        EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
+    }
+}
+
+TEST_F(CountedShip, CallLogHasEachAllocationWhileItIsOn)
+{
+    TempFolder_c const Folder;
+    auto const fnRun = [&Folder]
+    {
+        ModuleLog_c::SetLogPath(std::wstring(Folder.GetPath().begin(), Folder.GetPath().end()).c_str());
+        StartModule(ModuleLog_c::Get());
+        MemCategoryScope_c const Category(mem::Decals);
+        for (bool const bOn : { false, true, false })
+        {
+            MemoryNewLogEnable(bOn);
+            CoreMemory::operator_delete(CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, "ship.cpp", 11));
+            ::operator delete(::operator new(24));
+        }
+        return 0;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(fnRun)), 0);
+    std::string const sCategory = std::to_string(mem::Decals), sFrame = std::to_string(MemoryFrame());
+    EXPECT_EQ(Folder.Read("newcalls.csv"), "frame;file;line;category;size;\n" + sFrame + ";\"ship.cpp\";11;" + sCategory
+                                               + ";40\n" + sFrame + ";\"unknown\";0;" + sCategory + ";24\n");
+}
+
+TEST(ShipDeathTest, ExhaustionEndsInAbort)
+{
+    for (std::size_t const nBytes : { SIZE_MAX / 2, SIZE_MAX })
+    {
+        LogToStandardError();
+        EXPECT_EXIT(g_pLast = ::operator new(nBytes), testing::KilledBySignal(SIGTRAP),
+            "Can't allocate additional [0-9]+ bytes\n");
+        EXPECT_EXIT(g_pLast = ::operator new (nBytes, std::align_val_t{ 64 }), testing::KilledBySignal(SIGTRAP),
+            "Can't allocate additional [0-9]+ bytes\n");
+        LogDone();
+    }
 }
