@@ -44,7 +44,7 @@ namespace plat
         bool Finish();
 
         /// Waits for the write to end and closes the file. Returns false if Finish fails, or if the system reports a
-        /// loss.
+        /// loss. Returns true if no file is open.
         bool Close();
 
     private:

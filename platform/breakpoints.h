@@ -37,17 +37,18 @@ namespace plat
         };
 
         std::uintptr_t dAddress[DEBUG_REGISTERS];   // of the data or code, aligned to the length
-        std::uint32_t nControl;                     // the control word
+        std::uint32_t nControl;                     // DR7
 
-        /// Return the enable bit of register i in the control word, and the positions of its two-bit codes.
-        static constexpr std::uint32_t EnableBit(int i) { return 1U << (2 * i); }
-        static constexpr int AccessShift(int i) { return 16 + 4 * i; }
-        static constexpr int LengthShift(int i) { return 18 + 4 * i; }
+        /// Return the enable bit of a register in the control word, and the positions of its two-bit codes.
+        /// Registers are counted from 0.
+        static constexpr std::uint32_t EnableBit(int iRegister) { return 1U << (2 * iRegister); }
+        static constexpr int AccessShift(int iRegister) { return 16 + 4 * iRegister; }
+        static constexpr int LengthShift(int iRegister) { return 18 + 4 * iRegister; }
 
-        /// Return whether register i is enabled, its Access_e and its Length_e.
-        bool IsEnabled(int i) const { return (nControl & EnableBit(i)) != 0; }
-        std::uint32_t GetAccess(int i) const { return nControl >> AccessShift(i) & 3; }
-        std::uint32_t GetLength(int i) const { return nControl >> LengthShift(i) & 3; }
+        /// Return whether a register is enabled, its Access_e and its Length_e.
+        bool IsEnabled(int iRegister) const { return (nControl & EnableBit(iRegister)) != 0; }
+        std::uint32_t GetAccess(int iRegister) const { return nControl >> AccessShift(iRegister) & 3; }
+        std::uint32_t GetLength(int iRegister) const { return nControl >> LengthShift(iRegister) & 3; }
     };
 
     /// Reads the calling thread's registers as this program wrote them. Returns false if they are not available.

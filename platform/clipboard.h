@@ -30,7 +30,7 @@ namespace plat
     /// closed clipboard.
     ZQ_API void ClipboardSetFolder(char const * szFolder);
 
-    /// Registers a format and returns its number. Names that differ in ASCII case only have the same number. A process
+    /// Registers a format and returns its number. Names that differ only in ASCII case have the same number. A process
     /// has at most 4,096 formats. On failure returns 0.
     unsigned int ClipboardRegisterFormat(char const * szName);
 
@@ -60,8 +60,8 @@ namespace plat
     /// Unlocks a block. Null does nothing.
     void ClipboardBlockUnlock(ClipboardBlock_t hBlock);
 
-    /// Returns the format's data in the open clipboard, or null if there are none. The block belongs to the clipboard.
-    /// It is valid until one of these calls:
+    /// Returns the format's data. Returns null if the clipboard is closed, or if it has no data of the format that can
+    /// be read. The block belongs to the clipboard. It is valid until one of these calls:
     /// - ClipboardEmpty or ClipboardClose.
     /// - ClipboardSet of the format.
     ClipboardBlock_t ClipboardGet(unsigned int iFormat);

@@ -23,8 +23,8 @@ namespace plat
     /// Returns the coarse clock in milliseconds from an arbitrary start. Wraps after 49 days.
     std::uint32_t CoarseClockMilliseconds();
 
-    /// Ask the system for a coarse clock that advances every nMilliseconds, and end that. CoarseClockRaise returns
-    /// false if the system refuses. Each success requires one CoarseClockLower with the same number.
+    /// Ask the system for a coarse clock that advances every nMilliseconds, and end that request. CoarseClockRaise
+    /// returns false if the system refuses. Each success requires one CoarseClockLower with the same number.
     bool CoarseClockRaise(unsigned nMilliseconds);
     void CoarseClockLower(unsigned nMilliseconds);
 
@@ -37,13 +37,14 @@ namespace plat
     /// Returns the present local time.
     LocalTime_t LocalTime();
 
-    /// Stores the present difference between local time and UTC, for the two functions below.
+    /// Stores the present difference between local time and UTC, for the two functions below. If the system does not
+    /// report it, the previous one stays.
     void LocalTimeKeep();
 
     /// Returns the local time by the difference that LocalTimeKeep stored last. Returns UTC before the first call of
     /// LocalTimeKeep. A later change to or from summer time has no effect. A fault filter may call it.
     LocalTime_t LocalTimeByKept();
 
-    /// Returns the stored difference in minutes, positive east of UTC.
+    /// Returns the stored difference in minutes, positive east of UTC, or 0 before the first call of LocalTimeKeep.
     int LocalTimeKeptZone();
 }

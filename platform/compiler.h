@@ -13,7 +13,7 @@
 //   remains after optimization.
 // - ZQ_IS_CONSTANT(value) is true if the compiler knows the value. ZQ_FOLDS_CALLS is true if this includes what inlined
 //   calls with constant arguments return. It is false without optimization, and with Clang, where ZQ_REFUSE_IF serves.
-// - ZQ_COLD marks a function that is called rarely. Its code is kept away from the common path.
+// - ZQ_COLD marks a function that is called rarely, and keeps its code away from the common path.
 // - ZQ_INLINE inlines a function always. ZQ_FLATTEN inlines all calls in a function.
 // - ZQ_FIRST_GLOBAL constructs a global object before all others, the executable's included.
 // - ZQ_THREAD_LOCAL declares a variable of each thread that is reached without a call. The library must be loaded at

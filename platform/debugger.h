@@ -11,8 +11,8 @@ namespace plat
     /// text, then "\n".
     using DebugOutput_t = void (*)(char const * szText);
 
-    /// Sends text to the installed receiver. Without one it goes to standard error if a debugger is attached, else
-    /// nowhere.
+    /// Sends a text to the installed receiver. Without one the text goes to standard error if a debugger is attached,
+    /// else nowhere.
     ZQ_API void DebugOutput(char const * szText);
 
     /// Installs a receiver; null restores the default. Returns the previous one. Calls of the previous receiver may

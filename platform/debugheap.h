@@ -37,11 +37,11 @@ namespace plat
     {
         void * pUser = nullptr;          // the block, as HeapAlloc returned it and other functions take it
         std::size_t nBytes = 0;          // as requested from HeapAlloc
-        std::uint32_t dwWord = 0;        // the word
+        std::uint32_t dwWord = 0;        // as passed to HeapAlloc
         char const * szFile = nullptr;   // may be null
         int iLine = 0;
-        void * pOwn = nullptr;   // the own bytes
-        std::size_t nOwn = 0;
+        void * pOwn = nullptr;   // first of the own bytes
+        std::size_t nOwn = 0;    // number of the own bytes
     };
 
     /// Hook that is called with the heap's lock held, before a block enters or leaves the list of live blocks. Its
@@ -82,7 +82,7 @@ namespace plat
     HeapBlock_t HeapDescribe(void const * pUser);
 
     /// Copies the facts of the live block that begins at a pointer, or whose own bytes begin there. Returns false if
-    /// there is none. Walks the whole list. It is safe for any pointer.
+    /// there is none. Walks the list of live blocks. It is safe for any pointer.
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block);
 
     /// Copies the name of a block's source file, cut to nSize - 1 bytes. Writes "unknown" if szFile is null, and
@@ -103,15 +103,17 @@ namespace plat
     void HeapSetDump(HeapDump_t fnDump);
 
     /// Sets whether blocks that still live at the end of the process are reported, after the last destructor. At start
-    /// they are not. Blocks that the C++ runtime's own globals reach are left out: it keeps them for as long as the
-    /// process runs. They are reported too if the runtime is no library of its own. If other threads still run, their
-    /// blocks can't be distinguished from lost ones. Then the report is one line, which says that nothing is listed.
+    /// they are not. The report has a line for each of the first 64 blocks whose source file is known.
+    /// - Blocks that the C++ runtime's own globals reach are left out: it keeps them for as long as the process runs.
+    ///   They are reported too if the runtime is no library of its own.
+    /// - If other threads still run, their blocks can't be distinguished from lost ones. Then the report is one line,
+    ///   which says that nothing is listed.
     void HeapSetLeakCheck(bool bCheck);
 
     /// Returns the text for a word, as the function of HeapSetWordName does, or "unknown" without one.
     char const * HeapWordName(std::uint32_t dwWord);
 
-    /// Formats a report of up to 1023 characters. It goes to the receiver, or to standard error without one.
+    /// Formats a text, cut at 1023 characters, and passes it to the receiver, or to standard error without one.
     void HeapReport(char const * szFormat, ...) ZQ_PRINTF(1, 2);
 
     /// Installs a receiver of reports; null restores the default. Returns the previous one.

@@ -2,8 +2,8 @@
 //
 // A host may install its own dialog. Without one, the library asks the user at the terminal on standard input and
 // error. An empty line there, or the end of the input, answers what lets the program continue (Ignore, No, OK), which
-// the prompt marks. Without a terminal, or in the background of one, the text goes to standard error, and the answer is
-// the same.
+// the prompt marks. Without a terminal, or in the background of one, the text goes to standard error. The answer is
+// then that of an empty line.
 #pragma once
 
 #include "platform/compiler.h"
@@ -38,15 +38,15 @@ namespace plat
         Warning
     };
 
-    /// Reach of a dialog. It blocks its own thread only, the windows of the task, or everything on the screen.
+    /// Reach of a dialog.
     enum class DialogModality_e
     {
-        Plain,
-        Task,
-        AlwaysOnTop
+        Plain,        // blocks its own thread only
+        Task,         // blocks the windows of the task
+        AlwaysOnTop   // blocks everything on the screen
     };
 
-    /// A dialog to show. The texts and the window stay the caller's.
+    /// A dialog to show. The terminal shows the texts and the buttons only. The texts and the window stay the caller's.
     struct Dialog_t
     {
         char const * szText = "";

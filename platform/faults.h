@@ -121,7 +121,7 @@ namespace plat
     /// the host has closed since. Any thread may call it, but only one at a time.
     void FaultReserveDescriptors();
 
-    /// Captures the caller's registers. nIp is the address after the call; nAx and nVectors are 0.
+    /// Captures the caller's registers. nIp is the address after the call. nAx and nVectors are 0.
     ZQ_API void FaultContextCapture(FaultContext_t * pContext);
 
     /// Finds the stack that the stack pointer of these registers lies in, or has just left at its full end. Requires
@@ -135,8 +135,8 @@ namespace plat
     ZQ_API void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
 
     /// Calls fnCall(pArgument), for at most nMilliseconds; 0 means no limit. Guarded calls may nest, and the limit of
-    /// an outer call also applies in an inner one. Only a filter, or the one thread that it waits for, may use this.
-    /// Returns false if a fault of this thread or the time limit ended the call. Then whatever the call held stays
+    /// an outer call also applies in an inner one. Requires that the caller is a filter or the one thread that it waits
+    /// for. Returns false if a fault of this thread or the time limit ended the call. Then whatever the call held stays
     /// held.
     ZQ_API bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);
 

@@ -17,10 +17,9 @@ namespace plat
     /// Skips folders that may not be read. Returns false on failure.
     bool FoldersSync(char const * szFilePath);
 
-    /// Renames an open file from szFrom to szTo in the same folder. Requires that the file has the name szFrom and was
-    /// synchronized. It replaces the file that has the name szTo in any spelling, or a symbolic link. The replacement
-    /// is one step: at any moment, even after a power failure, the name has all of the old contents or all of the new
-    /// ones.
+    /// Renames an open file from szFrom to szTo in the same folder. It replaces the file that has the name szTo in any
+    /// spelling, or a symbolic link. The replacement is one step: at any moment, even after a power failure, the name
+    /// has all of the old contents or all of the new ones. Requires that the file was synchronized.
     ///
     /// A shared file gets the access rights of the file that it replaces. If that file belongs to another user, the new
     /// file gets no rights that it does not have already.
@@ -34,8 +33,8 @@ namespace plat
     /// Also returns false if the synchronization itself fails. Then szTo has the new contents unless the power fails.
     bool FileReplace(File_t hFile, char const * szFrom, char const * szTo, Rights_e eRights = Rights_e::Shared);
 
-    /// Renames a file in its folder. A file that already has the new name is replaced if bReplace is true; otherwise
-    /// the call fails. Returns false on failure.
+    /// Renames a file in its folder and returns true. With bReplace, replaces the file that has the new name in any
+    /// spelling. Returns false on failure, and without bReplace also if anything has the new name.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
     /// Adds a second name to a file or a symbolic link. If the system refuses a second name, makes a copy and
@@ -80,10 +79,11 @@ namespace plat
         bool IsTaken() const { return m_hFile != nullptr; }
 
         /// Returns whether the last Take that returned TAKEN found the file of a process that ended without Drop.
+        /// Returns false on a file system without locks.
         bool WasLeft() const { return m_bLeft; }
 
     private:
-        File_t m_hFile = nullptr;   // null in a child of a fork
+        File_t m_hFile = nullptr;   // null without the lock, as in a child of a fork
         bool m_bLeft = false;
         alignas(void *) unsigned char m_dDrop[4 * sizeof(void *)] = {};   // the system's own data, zero if unused
     };

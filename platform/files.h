@@ -1,7 +1,7 @@
 // files.h: the library's access to files and folders.
 //
-// Paths are UTF-8. Both `\` and `/` separate. A path whose letters differ from the disk's only in case leads to the
-// file with the disk's spelling. Three spellings are tried in this order:
+// Paths are UTF-8. Both `\` and `/` separate names. A path whose letters differ from the disk's only in case leads to
+// the file with the disk's spelling. Three spellings are tried in this order:
 // 1. the path as it is;
 // 2. the spelling that a folder listing found;
 // 3. the spelling found by reading the folders of the path.
@@ -86,7 +86,7 @@ namespace plat
 
         /// Opens the file for reading and closes it again. Returns false if that fails, or if anyone has it open for
         /// writing. If the system does not report writers, returns whether size and write time are unchanged since the
-        /// previous call that opened the file.
+        /// previous call that opened the file. The first such call then returns false.
         bool Try();
 
         /// Returns whether the last Try found nothing at that path.
@@ -133,7 +133,7 @@ namespace plat
     std::FILE * StreamOpenLog(char const * szPath);
 
     /// Starts a new log file if the log holds more than nLimit bytes. Requires that StreamOpenLog opened pStream with
-    /// szPath; others may write to it meanwhile. Returns the size of the stream's file in bytes, or 0 if the system
+    /// szPath. Others may write to it meanwhile. Returns the size of the stream's file in bytes, or 0 if the system
     /// can't report it.
     /// - The full file gets ".1" at the end of its name, and previous ones ".2" up to the number nPrevious. The stream
     ///   continues in a new file szPath.

@@ -7,7 +7,8 @@
 // - A symbolic link as the last name is refused, not followed, wherever it leads.
 // - Pipes, sockets, devices and folders are refused, and never waited for.
 // - In a sticky folder that others may write to, a file is refused if it has a second name. It is also refused if it
-//   belongs neither to this user nor to the folder's owner.
+//   belongs neither to this user nor to the folder's owner. If the folder can't be examined, a file with a second name
+//   or of another user is refused.
 //
 // Threads: any thread.
 // Failure: nothing here logs. A function that fails leaves the reason for LastErrorText (process.h).
@@ -43,7 +44,8 @@ namespace plat
     /// Cuts the file to nBytes, or extends it with zeros. Returns false on failure.
     bool FileSetSize(File_t hFile, std::uint64_t nBytes);
 
-    /// Closes a file that was written. Returns false if the system reports at the close that some of it is lost.
+    /// Closes a file that was written. Returns false if the system reports at the close that some of it is lost. The
+    /// handle is closed then too.
     bool FileFinish(File_t hFile);
 
     /// Creates the folders of a file's path, outermost first. Skips those that exist and those that can't be created.

@@ -1,15 +1,16 @@
-// folderwatch.h: reports which files of a folder tree were changed. The caller polls; no call waits.
+// folderwatch.h: reports which files of a folder tree were changed. The caller polls. No call waits.
 //
 // The watch collects changes between two reads. It writes them to the caller's buffer as records, one after the other.
 // A change is one of these:
 // - A file that was opened for writing is closed, unless it is new and empty.
 // - A file is renamed to a name that exists, or to a kept name.
-// - A file is found written in a folder that was made just now, and the file is no older than the folder.
+// - In a folder that has just been created, a file is found that has contents and is no older than the folder.
 // - A file with a kept name is found in a folder that has appeared.
 //
 // At most 65,536 names are kept. The names of files that are deleted or renamed after that are not kept. A batch names
-// each file once, in the order of the first changes. In the child of a fork a watch starts again at the first
-// IsComplete after a Read. Until then it holds none of the system's watches.
+// each changed file that still exists once, in the order of the first changes. Names that hold a `\` are ignored. In
+// the child of a fork a watch starts again at the first IsComplete after a Read. Until then it holds none of the
+// system's watches.
 //
 // Threads: one thread at a time.
 #pragma once
@@ -42,10 +43,10 @@ namespace plat
         FolderWatch_c(FolderWatch_c const &) = delete;
         FolderWatch_c & operator=(FolderWatch_c const &) = delete;
 
-        /// Ends the previous watch and watches a folder. Skips subfolders that can't be read. When a file is deleted or
-        /// renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. It does so for all files when it
-        /// reads the tree again, after a loss of changes or a fork. fnKeep returns whether the name is kept. Requires
-        /// an fnKeep that is not null.
+        /// Ends the previous watch, watches a folder and returns true. Skips subfolders that can't be read. When a file
+        /// is deleted or renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. It does so for all
+        /// files when it reads the tree again, after a loss of changes or a fork. fnKeep returns whether the name is
+        /// kept. Requires an fnKeep that is not null.
         ///
         /// On failure returns false, and no folder is watched. It fails if the folder can't be opened, or if the system
         /// has too few watches or descriptors left. FolderWatchReason then has the reason.
@@ -65,9 +66,11 @@ namespace plat
         void Read(void * pBuffer, std::size_t nBytes);
 
         /// Writes the changes since the previous batch to the buffer of Read and returns whether there are any. If they
-        /// do not fit the buffer, or the system lost some, returns true and leaves the buffer as it was. If the host
-        /// closes the watch's handle, no further batch arrives. Without changes this costs one system call that does
-        /// not wait.
+        /// do not fit the buffer, or the system lost some, returns true and leaves the buffer as it was. Without
+        /// changes this costs one system call that does not wait.
+        ///
+        /// Returns false if no Read is pending, or while closed. If the host closes the watch's handle, no further
+        /// batch arrives.
         bool IsComplete();
 
         /// Returns how many subfolders, at least, could not be watched since the last call, because the system has no

@@ -15,9 +15,9 @@
 
 namespace plat
 {
-    /// Registration of a lock. Requires that the lock outlives this object. A fork enters all registered locks, so that
-    /// the data that they guard are complete in the child. It leaves them in the parent and in the child. Their order
-    /// does not matter: if another thread holds one, the fork leaves the others and waits for that one first.
+    /// Registration of a lock. A fork enters all registered locks, so that the data that they guard are complete in the
+    /// child. It leaves them in the parent and in the child. Their order does not matter: if another thread holds one,
+    /// the fork leaves the others and waits for that one first. Requires that the lock outlives this object.
     class ForkLock_c
     {
     public:
@@ -37,12 +37,8 @@ namespace plat
     struct LockState_t
     {
         std::uintptr_t Address;
-        std::uintptr_t Owner;   // the value of its LockOwner_t
+        std::uintptr_t Owner;   // the value of its LockOwner_t, 0 if no thread holds it
     };
-
-    /// Visits the registered locks. Waits for no lock, so a fault filter may call it. If another thread registers a
-    /// lock or ends a registration meanwhile, the visit may miss locks or fault.
-    void ForkLocksVisit(void (*fnVisit)(LockState_t const & Lock, void * pContext), void * pContext);
 
     /// Functions that a fork calls on the thread that forks. Each may be null.
     struct ForkCalls_t
@@ -69,4 +65,8 @@ namespace plat
         ForkHandler_c * m_pNext = nullptr;
         ForkHandler_c * m_pPrev;
     };
+
+    /// Visits the registered locks. Waits for no lock, so a fault filter may call it. If another thread registers a
+    /// lock or ends a registration meanwhile, the visit may miss locks or fault.
+    void ForkLocksVisit(void (*fnVisit)(LockState_t const & Lock, void * pContext), void * pContext);
 }

@@ -9,8 +9,8 @@ namespace plat
     /// Bytes of the smallest page of this system. Memory is readable in whole pages of this size.
     constexpr std::uintptr_t MEMORY_PAGE = 4096;
 
-    /// Returns whether these bytes can be read now. It is safe for any address, including null. Makes one system
-    /// call for each page.
+    /// Returns whether nBytes from an address on can be read. Tests one byte if nBytes is 0. It is safe for any
+    /// address, including null. Makes one system call for each page.
     bool MemoryIsReadable(void const * pMemory, std::size_t nBytes);
 
     /// Copies up to nBytes from an address. Returns the number of bytes before the first that can't be read. It is

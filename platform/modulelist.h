@@ -10,8 +10,8 @@ namespace plat
     struct Module_t
     {
         char const * szPath;   // in the system's own form, cut at 1023 bytes; valid during the visit only
-        std::uintptr_t Base;
-        std::size_t nBytes;   // from the base to the end of the last part of the file
+        std::uintptr_t Base;   // address of the start of its file
+        std::size_t nBytes;    // from the base to the end of the last part of the file
     };
 
     /// Function that ModulesVisit calls with each module and the caller's context.
@@ -22,7 +22,7 @@ namespace plat
     void ModulesVisit(ModuleVisit_t fnVisit, void * pContext);
 
     /// Copies the build-id that the linker stored in a module. Reads it from memory. Returns its size in bytes, at most
-    /// nSize, or 0 if the module has none. Uses no heap and no lock.
+    /// nSize, or 0 if the module has none that can be read. Uses no heap and no lock.
     std::size_t ModuleBuildId(Module_t const & Module, std::uint8_t * pId, std::size_t nSize);
 
     /// Returns whether a module's file can still be read, as a search for its symbols requires. If not, LastErrorText

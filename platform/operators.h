@@ -13,8 +13,8 @@ namespace plat
     template <typename... ALIGNMENT>
     struct OperatorPair_T
     {
-        void * (*fnNew)(std::size_t nBytes, ALIGNMENT... iAlignment) = nullptr;   // throws std::bad_alloc
-        void (*fnDelete)(void * p, ALIGNMENT... iAlignment) = nullptr;
+        void * (*fnNew)(std::size_t nBytes, ALIGNMENT... nAlignment) = nullptr;   // throws std::bad_alloc
+        void (*fnDelete)(void * pMemory, ALIGNMENT... nAlignment) = nullptr;
         bool bOneModule = true;    // whether both belong to one module
         bool bOwnDelete = false;   // whether fnDelete is the library's
     };

@@ -7,7 +7,7 @@
 namespace plat
 {
     /// Copies the arguments, the program's name first, each with a zero after it, cut to nSize bytes. Returns the
-    /// number of bytes copied. A fault filter may call it.
+    /// number of bytes copied, or 0 if the arguments are unknown. A fault filter may call it.
     std::size_t ProcessArguments(char * pBuffer, std::size_t nSize);
 
     /// Returns the milliseconds since the process started, or -1 if that is unknown. A fault filter may call it.
@@ -41,15 +41,16 @@ namespace plat
     /// still counts for some microseconds, so the call waits up to 10 ms for the number to fall to 0.
     int ProcessOtherThreads();
 
-    /// Installs the handler of calls of pure virtual functions. Requires that it does not return.
+    /// Installs the handler of calls of pure virtual functions, or none for null. If it returns, the process aborts.
     void ProcessSetPureCallHandler(void (*fnHandler)());
 
     /// Starts a program, or a script that can be executed, without arguments. It inherits this process's current
-    /// folder, environment and standard streams. Does not wait for its end. On failure returns false, and LastErrorText
-    /// has the reason.
+    /// folder, environment and standard streams. Does not wait for the program's end. On failure returns false, and
+    /// LastErrorText has the reason.
     bool ProcessStart(char const * szProgram);
 
-    /// Copies the calling thread's last system error as text with a line end, cut to nSize - 1 bytes.
+    /// Copies the calling thread's last system error as text with a line end. The text is cut to nSize - 1 bytes and
+    /// always terminated.
     void LastErrorText(char * szBuffer, std::size_t nSize);
 
     /// Returns whether the calling thread's last system error means that no file or folder has the name.

@@ -16,7 +16,8 @@ namespace plat
     /// `\` and `/` separate in the path, and folders are found in any case. Returns null on failure.
     /// - If a file that this user's processes created this way has the name, and none of them still writes it, appends
     ///   to that file.
-    /// - If anything else has the name, or that file is still being written, fails and sets bTaken.
+    /// - If anything else has the name, or that file is still being written, fails and sets bTaken. Otherwise
+    ///   clears bTaken.
     RawFile_t RawMakePrivate(char const * szPath, bool & bTaken);
 
     /// Writes bytes. Returns false if not all of them were written, or if hFile is null.
@@ -41,6 +42,6 @@ namespace plat
     std::size_t RawReadTail(std::FILE * pStream, char * pBuffer, std::size_t nSize);
 
     /// Closes the file of a C stream that has no buffer, even if another thread holds the stream's lock. The stream
-    /// stays valid and drops what is written to it from now on.
+    /// stays valid and drops what is written to it from then on.
     void RawCloseStream(std::FILE * pStream);
 }

@@ -63,8 +63,8 @@ namespace plat
     ZQ_API void RegistrySetFolder(RegistryTree_e eTree, char const * szFolder);
 
     /// Reads a value into the buffer. Before the call nSize is the size of the buffer. After it nSize is the size of
-    /// the value and eType its type, whether it fits or not; nSize is 0 if there is none. Returns false, with the
-    /// buffer unchanged, if there is no such value or it does not fit.
+    /// the value and eType its type, whether it fits or not. If there is none, nSize is 0 and eType is unchanged.
+    /// Returns false, with the buffer unchanged, if there is no such value or it does not fit.
     bool RegistryRead(RegistryTree_e eTree, char const * szKey, char const * szName, RegistryType_e & eType,
         void * pBuffer, std::size_t & nSize);
 
@@ -75,9 +75,9 @@ namespace plat
     /// Returns whether the key exists.
     bool RegistryKeyExists(RegistryTree_e eTree, char const * szKey);
 
-    /// Opens a key by its path from the tree. With bCreate, creates it and the missing keys of its path. Returns null
-    /// if it can't be opened or created. dwAccess has the rights that the caller needs. Those that the user
-    /// does not have are left out: an operation that needs them fails later. Others may be granted too.
+    /// Opens a key by its path from the tree. With bCreate, creates it and the missing keys of its path. dwAccess has
+    /// the rights that the caller needs. Those that the user does not have are left out: an operation that needs them
+    /// fails later. Others may be granted too. Returns null if the key can't be opened or created.
     RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t dwAccess, bool bCreate);
 
     /// Closes a key. Null does nothing.
@@ -100,7 +100,7 @@ namespace plat
     /// value.
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName);
 
-    /// Copies the name of a subkey, as it was spelled when it was created. Subkeys are in the order of their folded
+    /// Copies the name of a subkey, as it was spelled when it was created. iIndex counts from 0 in the order of folded
     /// bytes. Returns false, and leaves the buffer unchanged, if there is no such subkey or the name with its
     /// terminator does not fit. Reads the names once, and again after a change. May see a change by another process
     /// 20 ms late.

@@ -6,7 +6,7 @@
 namespace plat
 {
     /// Returns the number of bytes between the caller's frame and the end of the stack that the thread runs on. A
-    /// thread's first call asks the system; further calls cost a few instructions. If the system does not answer,
+    /// thread's first call asks the system. Further calls cost a few instructions. If the system does not answer,
     /// returns 0, and the next call asks again.
     std::size_t StackLeft();
 

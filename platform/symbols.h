@@ -1,7 +1,7 @@
 // symbols.h: the frames, names, lines and variables of a thread of this process.
 //
 // A helper reads the debug information and this process's memory. It is a program of the library (zqsymbols), or a
-// library of the system that reads debug information. Without a helper, or after it failed or exceeded a limit, frames
+// library of the system that reads debug information. Without a helper, or after it has ended (SymbolEnd_e), frames
 // come from the chain of frame pointers. Everything else is then unknown.
 //
 // Symbols_c is a walk: NextFrame moves it from the innermost frame outward, and NextVariable over the variables of the
@@ -27,7 +27,7 @@ namespace plat
     /// The most members of a structure that are known. Further ones are left out.
     inline constexpr unsigned SYMBOL_MEMBERS = 1024;
 
-    inline constexpr unsigned SYMBOL_LIMIT = 20000;   // milliseconds
+    inline constexpr unsigned SYMBOL_LIMIT = 20000;   // milliseconds for all answers of one object
 
     /// A frame of the stack.
     struct SymbolFrame_t
@@ -142,7 +142,7 @@ namespace plat
         /// Ends the helper. Does nothing without one.
         void Stop() { End(HELPER_ENDED); }
 
-        /// Allows SYMBOL_LIMIT again, for the answers from now on.
+        /// Allows SYMBOL_LIMIT again, for the answers that follow.
         void Renew() { m_nWaited = 0; }
 
         /// Return the reason for which there is no helper, and whether there is one. With a helper the reason means
@@ -157,11 +157,12 @@ namespace plat
         void Rewind();
 
         /// Finds the function at an address and the distance from its start. The name is spelled as in the source,
-        /// without argument and return types, and cut to nSize - 1 bytes. Returns false, with an empty name, if the
-        /// function is unknown.
+        /// without argument and return types, and cut to nSize - 1 bytes. Returns false, with an empty name and
+        /// distance 0, if the function is unknown.
         bool FunctionAt(std::uintptr_t Address, char * szName, std::size_t nSize, std::uint64_t * pDisplacement);
 
-        /// Finds the source line at an address. Returns false, with an empty name, if the line is unknown.
+        /// Finds the source line at an address. The file's name is cut to nSize - 1 bytes. Returns false, with an empty
+        /// name and line 0, if the line is unknown.
         bool LineAt(std::uintptr_t Address, char * szFile, std::size_t nSize, unsigned * pLine);
 
         /// Reads the next variable in scope in the last frame of NextFrame. First come parameters and locals of the
@@ -177,18 +178,22 @@ namespace plat
         /// and virtual bases are left out. Returns 0 for every other type, and for structures nested deeper than 16.
         unsigned TypeMembers(SymbolType_t iType);
 
-        /// Reads a member. Returns false after the last one.
+        /// Reads a member. iMember counts from 0. Returns false after the last one.
         bool TypeMember(SymbolType_t iType, unsigned iMember, SymbolMember_t * pMember);
 
         /// Returns the fundamental type of a value: of an enumeration its integer's, of an array of one dimension its
         /// element's. Returns BASE_NONE for structures, and for pointers to anything but char.
         SymbolBase_e TypeBase(SymbolType_t iType);
 
-        /// Copies the next lines of a section, each with its line end. Returns false at the end of the section. A
-        /// failed helper ends it too.
+        /// Copies the next lines of a section, each with its line end, cut to nSize - 1 bytes: 4096 bytes hold all.
+        /// Returns false at the end of the section. A failed helper ends it too.
         bool NextDetail(SymbolSection_e eSection, char * szText, std::size_t nSize);
 
     private:
+        /// A handle of the system for the helper.
+        using Handle_t = std::intptr_t;
+        static constexpr Handle_t NO_HANDLE = -1;
+
         void End(SymbolEnd_e eEnd);
         void AllowTracing();
         bool Launch();
@@ -196,10 +201,6 @@ namespace plat
         bool NextByChain();
         bool Ask(SymbolRequest_t Request, SymbolAnswer_t * pAnswer);
         bool AskText(SymbolRequest_t const & Request, char * szText, std::size_t nSize, std::uint64_t * pValue);
-
-        /// A handle of the system for the helper.
-        using Handle_t = std::intptr_t;
-        static constexpr Handle_t NO_HANDLE = -1;
 
         FaultContext_t const * m_pContext = nullptr;
         Handle_t m_hHelper = NO_HANDLE;    // for questions

@@ -9,9 +9,9 @@ namespace plat
     /// Facts about the system, the machine and the user.
     struct SystemFacts_t
     {
-        char szName[64];      // the system's name
-        int iMajor, iMinor;   // its version
-        std::uint32_t iBuild;
+        char szName[64];        // the system's name
+        int iMajor, iMinor;     // its version
+        std::uint32_t iBuild;   // the version's third number
         char szComputer[1024];
         char szUser[1024];
         int nProcessors;
@@ -20,7 +20,7 @@ namespace plat
         std::uint64_t nVirtualTotal, nVirtualFree;     // bytes of this process's address space
     };
 
-    /// Collects the facts. Unknown ones are empty or 0.
+    /// Collects the facts. Texts are cut to fit. Unknown facts are empty or 0.
     void SystemGetFacts(SystemFacts_t & Facts);
 
     /// Copy the system's name with its release and machine, and the processor's name. The texts are cut to nSize - 1

@@ -11,7 +11,7 @@
 
 namespace plat
 {
-    inline constexpr char32_t WIDE_OF_BYTE = 0xDC00;   // of bytes from 0x80 on
+    inline constexpr char32_t WIDE_OF_BYTE = 0xDC00;   // to which a byte from 0x80 on is added
 
     /// The control characters that TextEscape leaves as they are.
     enum class Controls_e
@@ -29,8 +29,8 @@ namespace plat
     std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * wszText);
 
     /// Copies a text so that it cannot control a terminal or viewer. These are written as escapes:
-    /// - control characters (C0, C1, DEL), and characters that end lines or that embed, override or isolate a direction
-    ///   of writing, as `\n`, `\r`, `\t`, `\x1B` or `\u009B`;
+    /// - control characters (C0, C1, DEL) that eControls does not leave, as `\n`, `\r`, `\t`, `\x1B` or `\u009B`;
+    /// - characters that end lines, or that embed, override or isolate a direction of writing, as `\u2028`;
     /// - a byte that is not UTF-8, as `\xFF`.
     ///
     /// All else is copied unchanged, including `\`. Copies the whole characters and escapes that fit, and moves szText

@@ -30,13 +30,13 @@ namespace plat
         /// Waits until no other thread holds the lock, and enters it.
         ZQ_API void Enter();
 
-        /// Enters a lock that is free or the caller's own. Returns false if another thread holds it.
+        /// Enters a lock that is free or the caller's own and returns true. Returns false if another thread holds it.
         bool TryEnter();
 
         /// Returns whether no thread holds the lock at the moment.
         bool IsFree() const { return m_nState.load(std::memory_order_relaxed) == 0; }
 
-        /// Ends one Enter of the calling thread. The last Leave releases the lock.
+        /// Ends one Enter of the calling thread. The last Leave releases the lock. Requires that the thread holds it.
         ZQ_API void Leave();
 
         /// Returns the owner of the lock at the moment, or LockOwner_t{} if no thread holds it.
@@ -72,11 +72,11 @@ namespace plat
     };
 
     /// A wake-up that can't be lost. A Signal without a waiting thread is kept for the next Wait. Several kept signals
-    /// count as one. Any thread may signal; one at a time waits.
+    /// count as one. Any thread may signal. One thread at a time waits.
     class WakeUp_c
     {
     public:
-        /// Wakes the thread that waits, or else the next one that will wait.
+        /// Wakes the thread that waits. If none waits, the next Wait returns at once.
         void Signal();
 
         /// Sleeps until signalled, then clears the signal.
@@ -115,7 +115,8 @@ namespace plat
     class Thread_c
     {
     public:
-        /// Starts fnRun(pContext). Requires that no thread is started. Returns false if the system refuses one.
+        /// Starts fnRun(pContext) and returns true. Requires that IsStarted returns false. Returns false if the system
+        /// refuses a thread.
         bool Start(void (*fnRun)(void *), void * pContext);
 
         /// Waits for the end of the thread. Does nothing if no thread was started.
@@ -139,14 +140,14 @@ namespace plat
     void ThreadName(char (&szName)[THREAD_NAME_SIZE]);
 
     /// Calls fnEnd on the calling thread when the thread ends, after the destructors of its thread-local variables.
-    /// Each thread has one function: a later call replaces it, and a call from fnEnd registers again, as often as the
+    /// Each thread has one function: a later call replaces it. A call from fnEnd registers again, as often as the
     /// system allows. fnEnd is not called at the end of the process, or if the system has no room for it.
     void ThreadAtEnd(void (*fnEnd)());
 
     /// Moves the calling thread to the idle scheduling class, which runs only when nothing else needs the processor.
-    /// Returns false if the system refuses. Requires that no other thread of the process is in that class. If
-    /// another thread joins this one, or sleeps for a Lock_c that this one holds, this one moves to the normal class.
-    /// It stays there until it calls ThreadSetIdleClass again.
+    /// Requires that no other thread of the process is in that class. Returns false if the system refuses. If another
+    /// thread joins this one, or sleeps for a Lock_c that this one holds, this one moves to the normal class, unless
+    /// the system refuses that (ThreadCanBeLifted). It stays there until it calls ThreadSetIdleClass again.
     bool ThreadSetIdleClass();
 
     /// Returns whether the system allows raising the thread that called ThreadSetIdleClass to the normal class. Many

@@ -16,7 +16,7 @@ namespace plat
         bool bNegative;           // whether any number of either run is negative
     };
 
-    /// Returns the sums of two runs of nNumbers each. Requires that nNumbers is a multiple of VECTOR_NUMBERS and that
-    /// both runs begin at a multiple of 64 bytes. Sums wrap.
+    /// Returns the sums of two runs of nNumbers each. Sums wrap. Requires that nNumbers is a multiple of VECTOR_NUMBERS
+    /// and that both runs begin at a multiple of 64 bytes.
     PairSums_t SumPairs(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers);
 }

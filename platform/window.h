@@ -8,7 +8,7 @@
 
 namespace plat
 {
-    /// Handle of a window of the host; null for none.
+    /// Handle of a window of the host. Null means none.
     using Window_t = void *;
 
     /// The functions of a host. A null one does nothing. fnMinimise and fnShowCursor run on the thread that complains,

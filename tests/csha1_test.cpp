@@ -65,7 +65,7 @@ TEST(Sha1, KernelsAgree)
     std::array<std::uint32_t, 5> dPlain{ 1, 2, 3, 4, 0xFFFFFFFFu }, dFast = dPlain;
     for (std::size_t i = 0; i < 16 * 16; ++i)
     {
-        Sha1Plain(dPlain.data(), Bytes(sBytes) + i % 16, i / 16);
+        Sha1HashPlain(dPlain.data(), Bytes(sBytes) + i % 16, i / 16);
         fnKernel(dFast.data(), Bytes(sBytes) + i % 16, i / 16);
         ASSERT_EQ(dPlain, dFast) << i / 16 << " blocks at " << i % 16;
     }
@@ -80,7 +80,7 @@ TEST(Sha1, CarriesTheLengthIntoTheHighWord)
     SHA1Context Padded = Context;
     unsigned char dHash[SHA1_HASH_SIZE], dPadding[SHA1_BLOCK_SIZE] = { 0x80 };
     dPadding[59] = 1;   // the length 2^32, big-endian in the last 8 bytes
-    Sha1Plain(Padded.dHash, dPadding, 1);
+    Sha1HashPlain(Padded.dHash, dPadding, 1);
     EXPECT_EQ(SHA1Result(&Context, dHash), shaSuccess);
     EXPECT_EQ(std::to_array(Context.dHash), std::to_array(Padded.dHash));
 }

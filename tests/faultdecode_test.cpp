@@ -156,13 +156,14 @@ TEST(FaultDecode, PrivilegedInstructionsAreKnownByTheirBytes)
     auto const Decode = [](std::string_view sInstruction)
     { return Signal_s(SIGSEGV, SI_KERNEL, PROTECTION, sInstruction).Decode(); };
     for (std::string_view const sInstruction :
-        { "F4", "FA", "FB", "6C", "66 6F", "E4 10", "ED", "F3 6E", "0F 01 10", "0F 01 38", "0F 00 D0", "0F 00 D8",
-            "0F 06", "0F 08", "0F 09", "0F 30", "0F 32", "0F 33", "0F 20 C0", "0F 23 C0" })
+        { "F4", "FA", "FB", "6C", "66 6F", "E4 10", "ED", "F3 6E", "0F 01 10", "0F 01 38", "0F 01 F0", "0F 01 F8",
+            "0F 00 D0", "0F 00 D8", "0F 06", "0F 08", "0F 09", "0F 30", "0F 32", "0F 33", "0F 20 C0", "0F 23 C0" })
     {
         EXPECT_EQ(Decode(sInstruction), plat::FAULT_PRIVILEGED) << sInstruction;
     }
-    // mov [bx], al; sgdt [ax]; sldt ax; rdtsc
-    for (std::string_view const sInstruction : { "88 03", "0F 01 00", "0F 00 C0", "0F 31" })
+    // mov [bx], al; sgdt [ax]; xgetbv; rdtscp; sldt ax; rdtsc; nothing but prefixes
+    for (std::string_view const sInstruction : { "88 03", "0F 01 00", "0F 01 D0", "0F 01 F9", "0F 00 C0", "0F 31",
+             "66 66 66 66 66 66 66 66 66 66 66 66 66 66 66" })
     {
         EXPECT_EQ(Decode(sInstruction), plat::FAULT_ACCESS) << sInstruction;
     }

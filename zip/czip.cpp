@@ -19,7 +19,7 @@ namespace
     struct Entry_s
     {
         bool bFolder = false;
-        char const * szRefused = nullptr;
+        char const * szRefused = nullptr;   // why it is skipped, or null
         char const * szName = "";
         ZipFacts_t Facts;
     };
@@ -71,7 +71,7 @@ namespace
     {
         constexpr zip_uint64_t NEEDED =
             ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC | ZIP_STAT_COMP_METHOD | ZIP_STAT_ENCRYPTION_METHOD;
-        constexpr zip_uint64_t ALWAYS_READ = 1 << 20;
+        constexpr zip_uint64_t ALWAYS_READ = 1 << 20;   // bytes; so few are read however far they expand
         bool const bDeflated = Stat.comp_method == ZIP_CM_DEFLATE;
         if ((Stat.valid & NEEDED) != NEEDED)
         {
@@ -98,6 +98,7 @@ namespace
         return bBomb ? "it would expand too much" : nullptr;
     }
 
+    // Returns the time of the last write, or 0 if the archive does not state it.
     plat::FileTime_t TimeOf(zip_stat_t const & Stat)
     {
         constexpr std::int64_t SECONDS_TO_1970 = 11644473600;   // from 1601, where FileTime_t begins
@@ -106,6 +107,7 @@ namespace
         return bKnown ? static_cast<plat::FileTime_t>((Stat.mtime + SECONDS_TO_1970) * TICKS) : 0;
     }
 
+    // Returns what the directory states about an entry. An entry that can't be mounted has a szRefused.
     Entry_s ReadEntry(ZipArchive_c & Archive, zip_uint64_t iEntry)
     {
         constexpr unsigned TYPE_MASK = 0170000, REGULAR = 0100000, FOLDER = 0040000;   // S_IFMT, S_IFREG, S_IFDIR
@@ -216,8 +218,8 @@ namespace
         ZipOrder_e m_eOrder;
         bool m_bRelativeNames;
         int m_nAdded = 0;
-        int m_nOver = 0;
-        int m_nUnder = 0;
+        int m_nOver = 0;    // files that hide others
+        int m_nUnder = 0;   // files that are hidden
         int m_nSkipped = 0;
     };
 }

@@ -28,11 +28,11 @@ ZipArchive_c::ZipArchive_c(char const * szPath)
 
 ZipArchive_c::~ZipArchive_c()
 {
-    for (ZipArchive_c ** pp = &g_pArchives; *pp; pp = &(*pp)->m_pNext)
+    for (ZipArchive_c ** ppLink = &g_pArchives; *ppLink; ppLink = &(*ppLink)->m_pNext)
     {
-        if (*pp == this)
+        if (*ppLink == this)
         {
-            *pp = m_pNext;
+            *ppLink = m_pNext;
             break;
         }
     }
@@ -282,12 +282,12 @@ void ZipArchive_c::Remove(ZipFile_c & File)
 ZipArchive_c * ZipArchive_c::Find(char const * szPath)
 {
     FoldedPath_c const sFolded(szPath);
-    ZipArchive_c * p = g_pArchives;
-    while (p && std::strcmp(FoldedPath_c(p->m_sPath), sFolded) != 0)
+    ZipArchive_c * pArchive = g_pArchives;
+    while (pArchive && std::strcmp(FoldedPath_c(pArchive->m_sPath), sFolded) != 0)
     {
-        p = p->m_pNext;
+        pArchive = pArchive->m_pNext;
     }
-    return p;
+    return pArchive;
 }
 
 void ZipArchive_c::Mount()

@@ -65,7 +65,7 @@ bool ZipFile_c::Open(void * pBuffer)
     }
     SetWhyNot(nullptr);
     CountRead();
-    if (!pBlock || pData)   // another thread may have read it meanwhile; its block stays
+    if (!pBlock || pData)   // another thread may have read it meanwhile
     {
         return pBlock != nullptr;
     }
@@ -82,7 +82,7 @@ char const * ZipFile_c::Read(ZipArchive_c & Archive, void * pTo) const
     return Reader.GetWhyNot();
 }
 
-// Reads on a worker whose priority can't be raised. Holds no lock that another thread may wait for.
+// Does what Read does, on a worker whose priority can't be raised. Holds no lock that another thread may wait for.
 ZQ_COLD char const * ZipFile_c::ReadUnlocked(void * pTo)
 {
     GetLock().Leave();

@@ -10,10 +10,10 @@
 #include <zip.h>
 #include <zlib.h>
 
-/// What an archive's directory states about a file.
+/// Facts about a file that an archive's directory states.
 struct ZipFacts_t
 {
-    zip_uint64_t iEntry = 0;
+    zip_uint64_t iEntry = 0;     // in the directory
     std::uint32_t nSize = 0;     // bytes
     std::uint32_t nStored = 0;   // bytes in the archive
     std::uint32_t dwCrc = 0;     // CRC-32 of the contents
@@ -27,7 +27,7 @@ class ZipFile_c;
 class ZipArchive_c
 {
 public:
-    /// Opens an archive and returns it. On failure returns null and sets sWhyNot to the reason; on success sWhyNot is
+    /// Opens an archive and returns it. On failure returns null and sets sWhyNot to the reason. On success sWhyNot is
     /// undefined.
     static std::unique_ptr<ZipArchive_c> Open(char const * szPath, File_c::Reason_t & sWhyNot);
 
@@ -40,14 +40,16 @@ public:
     std::uint32_t GetSize() const { return m_nSize; }
     zip_t * GetZip() { return m_pZip; }
 
-    /// Returns the name of an entry that the mount has read: libzip then keeps the text. Any thread may call it.
+    /// Returns the name of an entry. Requires that the mount has read it: libzip then keeps the text. Any thread may
+    /// call it.
     String_T<256> NameOf(zip_uint64_t iEntry) { return zip_get_name(m_pZip, iEntry, 0); }
 
     /// Returns the position of an entry's data in the archive's file, or 0 on failure. Requires that it has data. Any
     /// thread may call it.
     std::uint32_t DataOf(zip_uint64_t iEntry);
 
-    /// Reads from a position of the archive's file. Returns the number of bytes read. Any thread may call it.
+    /// Reads from a position of the archive's file. Returns the number of bytes read, which is smaller than nBytes at
+    /// the file's end or on failure. Any thread may call it.
     std::size_t ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t nBytes);
 
     /// Opens the archive a second time, unless it has done so, and returns that object, which has a handle and a lock
@@ -125,8 +127,8 @@ public:
     ZipReader_c(ZipReader_c const &) = delete;
     ZipReader_c & operator=(ZipReader_c const &) = delete;
 
-    /// Reads the next bytes. Returns how many: fewer at the end. Returns 0, and sets a reason, if the data are damaged
-    /// or can't be read; the bytes at pBuffer are then undefined.
+    /// Reads the next bytes. Returns their number, which is smaller than nBytes at the end. Returns 0, and sets a
+    /// reason, if the data are damaged or can't be read. The bytes at pBuffer are then undefined.
     std::size_t Read(void * pBuffer, std::size_t nBytes);
 
     /// Moves to a position inside the file or to its end. Returns false, with a reason, on failure.

@@ -69,9 +69,9 @@ public:
     float GetMin() const { return fAttackLevel; }
     float GetMax() const { return fSustainLevel; }
 
-    /// Set the current time to 0, and move it by dt, which may be negative.
+    /// Set the current time to 0, and move it by tDelta, which may be negative.
     void Restart() { tTime = 0.0; }
-    void TimePass(double dt) { tTime += dt; }
+    void TimePass(double tDelta) { tTime += tDelta; }
 
     /// Returns the phase at the current time. Returns ADSR_PHASE_NONE below 0 and from the end on.
     ADSR_Phase_e GetPhase() const;

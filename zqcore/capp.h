@@ -50,7 +50,7 @@ ZQ_API void AppMiscStartup();
 ZQ_API void AppMiscShutdown();
 
 /// Measures and returns the seconds of Game_longTimeGet since the last call that did not return 0. The first call
-/// counts from about 1/30 s before it. Returns 0 if less than tMinDelta seconds have passed; they count in the next
+/// counts from about 1/30 s before it. Returns 0 if less than tMinDelta seconds have passed. They count in the next
 /// call. There is no upper limit.
 ZQ_API double AppGetDeltaTime(double tMinDelta);
 
@@ -62,13 +62,14 @@ ZQ_API bool AppIsInFocus();
 ZQ_API void AppPurgeMessageQueue();
 ZQ_API void AppPurgeKeyboardQueue();
 
-/// Report the load of a resource to g_ResourceLoadCallbacker, block such reports, and allow them again. A blocked
-/// report and one of a receiver do nothing. Blocks do not nest: one ResourceLoadReportDeploy ends any number of them.
+/// Report the load of a resource to g_ResourceLoadCallbacker, block such reports, and allow them again. A report that
+/// is blocked or that a receiver makes does nothing. Blocks do not nest: one ResourceLoadReportDeploy ends any number
+/// of them.
 ZQ_API void ResourceLoadReportCall(char const * szText);
 ZQ_API void ResourceLoadReportBlock();
 ZQ_API void ResourceLoadReportDeploy();
 
-/// Scope in which such reports are blocked: calls ResourceLoadReportBlock, and ResourceLoadReportDeploy at the end.
+/// Scope in which these reports are blocked: calls ResourceLoadReportBlock, and ResourceLoadReportDeploy at the end.
 /// Scopes do not nest either.
 class ResourceLoadBlockScope_c
 {

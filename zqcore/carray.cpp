@@ -7,7 +7,7 @@
 
 namespace
 {
-    // Returns the keyword before a type's name, which follows from the name's ending.
+    // Returns the keyword that the ending of a type's name calls for, or an empty text.
     std::string_view KeywordOf(std::string_view sName)
     {
         return sName.ends_with("_c")                            ? "class "
@@ -32,32 +32,32 @@ void ArrayTypeName(char const * szFunction, char * szBuffer, std::size_t nSize)
     char const * const szType = FindType(szFunction);
     int iDepth = 0;
     bool bAfterName = false;
-    for (char const * p = szType; *p;)
+    for (char const * pNext = szType; *pNext;)
     {
-        char const * const pName = p;
-        p = SpelledNameEnd(szType, p);
-        if (p != pName)
+        char const * const pName = pNext;
+        pNext = SpelledNameEnd(szType, pNext);
+        if (pNext != pName)
         {
-            std::string_view const sName(pName, static_cast<std::size_t>(p - pName));
+            std::string_view const sName(pName, static_cast<std::size_t>(pNext - pName));
             bool const bInScope = sName.starts_with(':');   // of a template's instance
-            bool const bTemplate = iDepth > 0 && *p == '<';
+            bool const bTemplate = iDepth > 0 && *pNext == '<';
             Put(bAfterName ? " " : "");
             Put(bInScope ? "" : bTemplate ? "class " : KeywordOf(sName));
             Put(sName);
             bAfterName = true;
             continue;
         }
-        char const c = *p++;
-        if (c == '*')
+        char const cNext = *pNext++;
+        if (cNext == '*')
         {
             Put(" *");
         }
-        else if (c == '<' || c == ',')
+        else if (cNext == '<' || cNext == ',')
         {
-            iDepth += c == '<';
-            Put({ &c, 1 });
+            iDepth += cNext == '<';
+            Put({ &cNext, 1 });
         }
-        else if (c == '>')
+        else if (cNext == '>')
         {
             Put(nOut > 0 && szBuffer[nOut - 1] == '>' ? " >" : ">");
             if (--iDepth == 0)

@@ -6,12 +6,12 @@
 // An array is a contiguous range: range-for, standard algorithms and std::span accept it.
 //
 // Ownership: an array owns its storage and elements. Pointers to elements are valid until the array grows or is reset.
-// An array on the heap can be moved but not copied. A move leaves the source empty, and pointers to the elements stay
+// An array on the heap can be moved but not copied. A move leaves the source empty. Pointers to the elements stay
 // valid. All elements of the storage are constructed. Delete destroys none: the place of the last element keeps its old
 // value until it is used again. Reset destroys the elements of an array on the heap, but none of an array in place.
-// Threads: no lock: one thread at a time.
+// Threads: one thread at a time for each array.
 // Cost: an array on the heap allocates at the first Add and doubles when the length would reach the capacity. Delete
-// does not shrink it; Reset frees its storage. The storage counts under the memory category of the moment.
+// does not shrink it. Reset frees its storage. The storage counts under the memory category of the moment.
 // Failure: an index or a bound of Sort out of range, and a full array in place, assert.
 //
 //     Array_T<int, 16, 0> dScores;
@@ -31,7 +31,7 @@
 #include <utility>
 
 /// Storage on the heap: nothing before the first Add, then GROW elements, doubled as needed. From then on the capacity
-/// is above the length. GROW is at least 1, UNUSED is 0.
+/// is above the length. Requires that GROW is above 0. UNUSED has no effect.
 template <typename T, int GROW, int UNUSED>
 class ArrayTraits_T
 {
@@ -90,7 +90,7 @@ public:
     /// not full; otherwise the copy replaces the last element.
     int Add(T const & Element);
 
-    /// Returns an element. Asserts that 0 <= index < GetLength(); another index reads or writes foreign memory.
+    /// Return an element. Assert that 0 <= index < GetLength(); another index accesses memory outside the elements.
     T & operator[](int index);
     T const & operator[](int index) const;
 
@@ -106,9 +106,10 @@ public:
     bool IsEmpty() const { return this->iLength == 0; }
 
     /// Sorts the elements from iStart to iEnd, both included. A negative bound counts from the end: 0 and -1 select the
-    /// whole array. If Compare(a, b) is positive, a comes before b: `a - b` sorts in descending order. The
-    /// sort is not stable. Asserts that the bounds lie inside the array, the start not after the end; otherwise sorts
-    /// nothing. Accepts any bounds if there are fewer than two elements.
+    /// whole array. Asserts that the bounds lie inside the array, the start not after the end; otherwise sorts nothing.
+    /// Accepts any bounds if there are fewer than two elements.
+    ///
+    /// If Compare(a, b) is positive, a comes before b: `a - b` sorts in descending order. The sort is not stable.
     template <typename COMPARE>
     void Sort(COMPARE Compare, int iStart, int iEnd);
 

@@ -3,18 +3,19 @@
 // BitVec_c, BitMap_c and BitMap3D_c share one layout. A row is a whole number of bytes: widths are rounded up to a
 // multiple of 8, and the additional bits are ordinary bits. Bit iX of a row is in byte iX >> 3 with the mask 0x80 >>
 // (iX & 7), so bit 0 is the highest bit of the first byte. Text, archives, Scan0 and Scan1 use that order. X runs
-// fastest, then Y, then Z. New storage is zeroed; growing keeps every bit at its coordinates.
+// fastest, then Y, then Z. New storage is zeroed. Growing keeps every bit at its coordinates.
 //
 // Ownership: each object owns its storage.
 // Threads: no lock; one thread at a time for each object.
 // Cost: growing allocates and copies. Operators work on whole words.
 // Failure: these fail an assertion and do nothing:
-// - setting a bit at a negative coordinate; in planes and spaces clearing one too.
-// - a size above MAX_BITS in X, or of more bytes than an object can have; a bit at INT_MAX in Y or Z.
-// - growing a plane or a space without memory. A row without memory does not grow; only Bis asserts then.
-// If a plane or a space cannot grow to another field or to a vector, it still combines the part that it has. A row then
-// stays as it is, and a copy is empty. An exhausted heap ends in Abort (cmemory.h), so an object is without memory only
-// before MemoryInit and after MemoryDone.
+// - setting a bit at a negative coordinate, and clearing one in a plane or a space.
+// - setting or clearing a bit at INT_MAX in Y or Z.
+// - a size above MAX_BITS in X, or of more bytes than an object can have.
+// - growing a plane or a space without memory.
+// A row without memory does not grow. Only Bis asserts then. |= and ^= leave the row as it is, and a copy is empty.
+// If a plane or a space cannot grow to another field or to a vector, it still combines the part that it has. An
+// exhausted heap ends in Abort (cmemory.h), so an object is without memory only before MemoryInit and after MemoryDone.
 //
 //     BitVec_c Visited(64);
 //     Visited.Bis(3);
@@ -59,7 +60,7 @@ public:
     /// Empties the row and frees its storage.
     void Reset();
 
-    /// Zeroes all bits; the size stays.
+    /// Zeroes all bits and keeps the size.
     void Clear();
 
     /// Returns the bit, or false outside the row.
@@ -122,7 +123,7 @@ public:
         return *this;
     }
 
-    /// Sets all bytes from hexadecimal digits, two a byte, the high half first. Skips other characters; fills with
+    /// Sets all bytes from hexadecimal digits, two a byte, the high half first. Skips other characters. Fills with
     /// zeros after a short text. The size stays. Asserts that szData is not null; otherwise changes nothing.
     BitVec_c & operator=(char const * szData);
 
@@ -170,7 +171,7 @@ bool BitVec_c::CombineShort(BitVec_c const & Other, COMBINE fnCombine)
     {
         return false;
     }
-    // Copies of the pointers: for the compiler, a store to the bits might change this object.
+    // The pointers are copied because, for the compiler, a store to the bits might change this object.
     unsigned char * const pTo = pVec;
     unsigned char const * const pFrom = Other.pVec;
     std::size_t const nBytes = GetBytes();
@@ -212,7 +213,7 @@ public:
     /// Empties the field and frees its storage.
     void Reset();
 
-    /// Zeroes all bits; the size stays.
+    /// Zeroes all bits and keeps the size.
     void Clear();
 
     /// Returns the bit, or false outside the field.
@@ -234,7 +235,7 @@ public:
     }
 
     /// Combine a row with a vector. Set copies the vector and clears the rest of the row. Bis and Xor combine over the
-    /// length of the vector. All grow to the vector and the row; an empty vector grows nothing. They do nothing at a
+    /// length of the vector. All grow to the vector and the row, unless the vector is empty. They do nothing at a
     /// negative coordinate or at INT_MAX.
     void Set(INDEX... iRow, BitVec_c const & Vec);
     void Bis(INDEX... iRow, BitVec_c const & Vec);
@@ -252,15 +253,15 @@ public:
     BitVec_c & Get(INDEX... iRow, BitVec_c & Vec) const;
 
     /// Combine the fields by coordinates and return this one, as the operators of BitVec_c do. Fields are equal if the
-    /// same bits are set; bits outside a field count as clear.
+    /// same bits are set. Bits outside a field count as clear.
     FIELD & operator|=(FIELD const & Other);
     FIELD & operator^=(FIELD const & Other);
     FIELD & operator&=(FIELD const & Other);
     FIELD & operator-=(FIELD const & Other);
+    friend bool operator==(FIELD const & A, FIELD const & B) { return A.IsEqual(B); }
 
     /// Inverts every bit of the field in place, those from rounding up too. Returns this object, not a copy.
     FIELD & operator~();
-    friend bool operator==(FIELD const & A, FIELD const & B) { return A.IsEqual(B); }
 
     /// Return the number of set bits, whether there is one, and whether there is none.
     std::size_t Count() const;
@@ -431,7 +432,7 @@ public:
     }
     int GetWidth() const { return static_cast<int>(m_dwBits & WIDTH_MASK); }
 
-    /// Zeroes the field; the width stays.
+    /// Zeroes the field and keeps the width.
     void Clear() { m_dwBits &= WIDTH_MASK; }
 
     /// Set a cell, and return whether it is set.

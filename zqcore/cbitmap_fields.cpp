@@ -12,7 +12,7 @@ namespace
         int iX = 0, iY = 0, iZ = 1;   // a plane is one deep
     };
 
-    // Returns the bytes of a field, or 0 if they are more than an object can have.
+    // Returns the number of bytes of a field, or 0 if they are more than an object can have.
     std::size_t BytesOf(Extent_s const & Extent)
     {
         constexpr std::uint64_t LIMIT = PTRDIFF_MAX;
@@ -80,8 +80,8 @@ namespace
     }
 
     // Sets New to the size that holds both and returns true. Returns false if nothing has to grow, or if a wanted size
-    // is below 1. Asserts that the size is allowed; otherwise returns false.
-    bool GrownExtent(Extent_s const & Old, Extent_s const & Wanted, Extent_s & New)
+    // is below 1. Asserts that the size is allowed, and returns false otherwise.
+    bool GrowExtent(Extent_s const & Old, Extent_s const & Wanted, Extent_s & New)
     {
         if (Wanted.iX < 1 || Wanted.iY < 1 || Wanted.iZ < 1)
         {
@@ -122,20 +122,20 @@ namespace
     // the common rows of a plane. If the planes have the same size too, one run has all. Ends and returns true when
     // fnRun returns true. Otherwise returns false.
     template <typename RUN>
-    bool AnyCommonRun(Field_s const & A, Field_s const & B, RUN fnRun)
+    bool AnyCommonRun(Field_s const & First, Field_s const & Second, RUN fnRun)
     {
-        std::size_t nRun = std::min(A.GetRowBytes(), B.GetRowBytes());
-        int nRows = std::min(A.Extent.iY, B.Extent.iY);
-        int nPlanes = std::min(A.Extent.iZ, B.Extent.iZ);
+        std::size_t nRun = std::min(First.GetRowBytes(), Second.GetRowBytes());
+        int nRows = std::min(First.Extent.iY, Second.Extent.iY);
+        int nPlanes = std::min(First.Extent.iZ, Second.Extent.iZ);
         if (nRun == 0)
         {
             return false;
         }
-        if (A.Extent.iX == B.Extent.iX)
+        if (First.Extent.iX == Second.Extent.iX)
         {
             nRun *= static_cast<std::size_t>(nRows);
             nRows = 1;
-            if (A.Extent.iY == B.Extent.iY)
+            if (First.Extent.iY == Second.Extent.iY)
             {
                 nRun *= static_cast<std::size_t>(nPlanes);
                 nPlanes = 1;
@@ -146,7 +146,7 @@ namespace
         {
             for (int iY = 0; !bFound && iY < nRows; ++iY)
             {
-                bFound = fnRun(A.Row(iY, iZ), B.Row(iY, iZ), nRun);
+                bFound = fnRun(First.Row(iY, iZ), Second.Row(iY, iZ), nRun);
             }
         }
         return bFound;
@@ -154,49 +154,49 @@ namespace
 
     using Combine_t = void (*)(unsigned char *, unsigned char const *, std::size_t);
 
-    void CombineFields(Field_s const & A, Field_s const & B, Combine_t fnCombine)
+    void CombineFields(Field_s const & To, Field_s const & From, Combine_t fnCombine)
     {
-        AnyCommonRun(A, B,
-            [=](unsigned char * pA, unsigned char const * pB, std::size_t nBytes)
+        AnyCommonRun(To, From,
+            [=](unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes)
             {
-                fnCombine(pA, pB, nBytes);
+                fnCombine(pTo, pFrom, nBytes);
                 return false;
             });
     }
 
-    // Calls fnRow with each row of A and the row of B, if there is one. Ends and returns false when fnRow returns
-    // false. Otherwise returns true.
+    // Calls fnRow with each row of First and the row of Second, if there is one. Ends and returns false when fnRow
+    // returns false. Otherwise returns true.
     template <typename ROW>
-    bool AllRows(Field_s const & A, Field_s const & B, ROW fnRow)
+    bool AllRows(Field_s const & First, Field_s const & Second, ROW fnRow)
     {
         bool bAll = true;
-        for (int iZ = 0; A.pBytes && bAll && iZ < A.Extent.iZ; ++iZ)
+        for (int iZ = 0; First.pBytes && bAll && iZ < First.Extent.iZ; ++iZ)
         {
-            for (int iY = 0; bAll && iY < A.Extent.iY; ++iY)
+            for (int iY = 0; bAll && iY < First.Extent.iY; ++iY)
             {
-                bool const bBoth = B.pBytes && iY < B.Extent.iY && iZ < B.Extent.iZ;
-                bAll = fnRow(A.Row(iY, iZ), bBoth ? B.Row(iY, iZ) : nullptr, bBoth ? B.GetRowBytes() : 0);
+                bool const bBoth = Second.pBytes && iY < Second.Extent.iY && iZ < Second.Extent.iZ;
+                bAll = fnRow(First.Row(iY, iZ), bBoth ? Second.Row(iY, iZ) : nullptr, bBoth ? Second.GetRowBytes() : 0);
             }
         }
         return bAll;
     }
 
-    void AndFields(Field_s const & A, Field_s const & B)
+    void AndFields(Field_s const & To, Field_s const & From)
     {
-        AllRows(A, B,
-            [&](unsigned char * pA, unsigned char const * pB, std::size_t nB)
+        AllRows(To, From,
+            [&](unsigned char * pTo, unsigned char const * pFrom, std::size_t nFrom)
             {
-                bits::AndAndClear(pA, A.GetRowBytes(), pB, nB);
+                bits::AndAndClear(pTo, To.GetRowBytes(), pFrom, nFrom);
                 return true;
             });
     }
 
-    // Returns whether each row of A equals that of B, or is zero if B has none.
-    bool RowsEqual(Field_s const & A, Field_s const & B)
+    // Returns whether each row of First equals that of Second, or is zero if Second has none.
+    bool RowsEqual(Field_s const & First, Field_s const & Second)
     {
-        return AllRows(A, B,
-            [&](unsigned char const * pA, unsigned char const * pB, std::size_t nB)
-            { return bits::Equal(pA, A.GetRowBytes(), pB, nB); });
+        return AllRows(First, Second,
+            [&](unsigned char const * pFirst, unsigned char const * pSecond, std::size_t nSecond)
+            { return bits::Equal(pFirst, First.GetRowBytes(), pSecond, nSecond); });
     }
 
     std::size_t BytesOf(BitVec_c const & Vec)
@@ -247,21 +247,21 @@ namespace
         return Vec;
     }
 
-    // Returns the size that holds an index. Returns 0, a size to which nothing grows, if no size holds the index.
+    // Returns the size that holds an index. Returns a size below 1, to which nothing grows, if none holds it.
     int SizeFor(int iIndex)
     {
         return iIndex < INT_MAX ? iIndex + 1 : 0;
     }
 
     // Returns the size that holds an index in X. Returns an index above MAX_BITS as it is, because one more may
-    // overflow. A size above MAX_BITS fails an assertion of GrownExtent.
+    // overflow. A size above MAX_BITS fails an assertion of GrowExtent.
     int BitsFor(int iIndex)
     {
         return iIndex <= BitVec_c::MAX_BITS ? iIndex + 1 : iIndex;
     }
 
     // Returns the byte of a bit in its row, after the field was grown to hold the bit. Asserts that the row has the
-    // bit; otherwise returns null.
+    // bit, and returns null otherwise.
     unsigned char * ByteIn(unsigned char * pRow, int iX, int iDimX)
     {
         bool const bInside = pRow && 0 <= iX && iX < iDimX;
@@ -290,7 +290,7 @@ namespace
     {
         Field_s const Old = FieldOf(Map);
         Extent_s New;
-        if (!GrownExtent(Old.Extent, Wanted, New))
+        if (!GrowExtent(Old.Extent, Wanted, New))
         {
             return;
         }
@@ -419,7 +419,7 @@ bool BitField_T<FIELD, INDEX...>::IsEqual(FIELD const & Other) const
     return RowsEqual(FieldOf(Self()), FieldOf(Other)) && RowsEqual(FieldOf(Other), FieldOf(Self()));
 }
 
-// Grows to at least the size of the other. On failure keeps the size; asserts that it is as wide.
+// Grows to at least the size of the other field. Asserts that it is as wide. On failure keeps the size.
 template <typename FIELD, typename... INDEX>
 FIELD & BitField_T<FIELD, INDEX...>::GrowToField(FIELD const & Other)
 {

@@ -12,8 +12,9 @@
 
 namespace bits
 {
-    /// Bytes of one step: four vector registers.
-    inline constexpr std::size_t STEP = 4 * sizeof(plat::Words_t);
+    /// Bytes of a vector register, and of one step, which handles four registers.
+    inline constexpr std::size_t REGISTER = sizeof(plat::Words_t);
+    inline constexpr std::size_t STEP = 4 * REGISTER;
 
     /// Returns the value stored at pBytes.
     template <typename T>
@@ -33,13 +34,16 @@ namespace bits
         for (; i + STEP <= nBytes; i += STEP)
         {
             plat::Words_t const First = fnCombine(plat::WordsLoad(pTo + i), plat::WordsLoad(pFrom + i));
-            plat::Words_t const Second = fnCombine(plat::WordsLoad(pTo + i + 16), plat::WordsLoad(pFrom + i + 16));
-            plat::Words_t const Third = fnCombine(plat::WordsLoad(pTo + i + 32), plat::WordsLoad(pFrom + i + 32));
-            plat::Words_t const Fourth = fnCombine(plat::WordsLoad(pTo + i + 48), plat::WordsLoad(pFrom + i + 48));
+            plat::Words_t const Second =
+                fnCombine(plat::WordsLoad(pTo + i + REGISTER), plat::WordsLoad(pFrom + i + REGISTER));
+            plat::Words_t const Third =
+                fnCombine(plat::WordsLoad(pTo + i + 2 * REGISTER), plat::WordsLoad(pFrom + i + 2 * REGISTER));
+            plat::Words_t const Fourth =
+                fnCombine(plat::WordsLoad(pTo + i + 3 * REGISTER), plat::WordsLoad(pFrom + i + 3 * REGISTER));
             plat::WordsStore(pTo + i, First);
-            plat::WordsStore(pTo + i + 16, Second);
-            plat::WordsStore(pTo + i + 32, Third);
-            plat::WordsStore(pTo + i + 48, Fourth);
+            plat::WordsStore(pTo + i + REGISTER, Second);
+            plat::WordsStore(pTo + i + 2 * REGISTER, Third);
+            plat::WordsStore(pTo + i + 3 * REGISTER, Fourth);
         }
         for (; i + sizeof(std::uint64_t) <= nBytes; i += sizeof(std::uint64_t))
         {
@@ -87,7 +91,8 @@ namespace bits
         plat::Words_t const None = {};
         for (; i + STEP <= nBytes; i += STEP)
         {
-            if (plat::WordsAny(fnWord(i, None) | fnWord(i + 16, None) | fnWord(i + 32, None) | fnWord(i + 48, None)))
+            if (plat::WordsAny(fnWord(i, None) | fnWord(i + REGISTER, None) | fnWord(i + 2 * REGISTER, None)
+                               | fnWord(i + 3 * REGISTER, None)))
             {
                 break;
             }
@@ -112,6 +117,7 @@ namespace bits
             });
     }
 
+    /// Returns whether all bytes are 0, also if there are none.
     inline bool IsZero(unsigned char const * pBytes, std::size_t nBytes)
     {
         return FindOther(pBytes, nBytes, 0) == nBytes;
@@ -134,23 +140,24 @@ namespace bits
     }
 
     /// Returns whether some bit is set in both runs.
-    inline bool Meet(unsigned char const * pA, unsigned char const * pB, std::size_t nBytes)
+    inline bool Meet(unsigned char const * pFirst, unsigned char const * pSecond, std::size_t nBytes)
     {
         std::size_t const iFound = FindByte(nBytes,
             [=](std::size_t i, auto Zero)
             {
                 using Word_t = decltype(Zero);
-                return static_cast<Word_t>(Load<Word_t>(pA + i) & Load<Word_t>(pB + i));
+                return static_cast<Word_t>(Load<Word_t>(pFirst + i) & Load<Word_t>(pSecond + i));
             });
         return iFound < nBytes;
     }
 
     /// Returns whether the runs are equal if the shorter one is padded with zeros.
-    inline bool Equal(unsigned char const * pA, std::size_t nA, unsigned char const * pB, std::size_t nB)
+    inline bool Equal(
+        unsigned char const * pFirst, std::size_t nFirst, unsigned char const * pSecond, std::size_t nSecond)
     {
-        std::size_t const nCommon = std::min(nA, nB);
-        return (nCommon == 0 || std::memcmp(pA, pB, nCommon) == 0) && IsZero(pA + nCommon, nA - nCommon)
-               && IsZero(pB + nCommon, nB - nCommon);
+        std::size_t const nCommon = std::min(nFirst, nSecond);
+        return (nCommon == 0 || std::memcmp(pFirst, pSecond, nCommon) == 0)
+               && IsZero(pFirst + nCommon, nFirst - nCommon) && IsZero(pSecond + nCommon, nSecond - nCommon);
     }
 
     /// Copy pFrom to pTo, or keep in pTo the bits that are set in both. Both cut pFrom at nTo bytes, and clear the

@@ -16,17 +16,17 @@ namespace
         return i;
     }
 
-    void SetField(std::uint32_t & dwControl, int nShift, int iCode)
+    void SetField(std::uint32_t & dwControl, int nShift, int nCode)
     {
-        dwControl = (dwControl & ~(3U << nShift)) | (static_cast<std::uint32_t>(iCode) & 3U) << nShift;
+        dwControl = (dwControl & ~(3U << nShift)) | (static_cast<std::uint32_t>(nCode) & 3U) << nShift;
     }
 
-    void Arm(plat::DebugRegisters_t & Registers, int i, std::uintptr_t nAddress, int nLength, int nAccess)
+    void Arm(plat::DebugRegisters_t & Registers, int iRegister, std::uintptr_t nAddress, int nLength, int nAccess)
     {
-        Registers.dAddress[i] = nAddress;
-        SetField(Registers.nControl, plat::DebugRegisters_t::AccessShift(i), nAccess);
-        SetField(Registers.nControl, plat::DebugRegisters_t::LengthShift(i), nLength);
-        Registers.nControl |= plat::DebugRegisters_t::EnableBit(i);
+        Registers.dAddress[iRegister] = nAddress;
+        SetField(Registers.nControl, plat::DebugRegisters_t::AccessShift(iRegister), nAccess);
+        SetField(Registers.nControl, plat::DebugRegisters_t::LengthShift(iRegister), nLength);
+        Registers.nControl |= plat::DebugRegisters_t::EnableBit(iRegister);
     }
 }
 
@@ -50,20 +50,20 @@ bool Breakpoint_c::Set(std::uintptr_t nAddress, int nLength, int nAccess)
     {
         return false;
     }
-    int const i = FirstFree(Registers);
-    ZQ_ASSERT_BREAK(i < plat::DEBUG_REGISTERS, DEVELOPER_BREAK);
-    if (i == plat::DEBUG_REGISTERS)
+    int const iRegister = FirstFree(Registers);
+    ZQ_ASSERT_BREAK(iRegister < plat::DEBUG_REGISTERS, DEVELOPER_BREAK);
+    if (iRegister == plat::DEBUG_REGISTERS)
     {
         return false;
     }
-    Arm(Registers, i, nAddress, nLength, nAccess);
+    Arm(Registers, iRegister, nAddress, nLength, nAccess);
     bDone = plat::DebugRegistersWrite(Registers);
     ZQ_ASSERT_BREAK(bDone, DEVELOPER_BREAK);
     if (!bDone)
     {
         return false;
     }
-    m_nIndex = i;
+    m_nIndex = iRegister;
     return true;
 }
 

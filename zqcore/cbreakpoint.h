@@ -28,9 +28,9 @@ class ZQ_API Breakpoint_c
 public:
     static constexpr int INVALID_INDEX = 65535;   // m_nIndex while no register is held
 
-    /// Codes of the control register (Intel's manual, volume 3B, debug registers): LENGTH_1, LENGTH_2, LENGTH_4,
-    /// LENGTH_8 in bytes; ACCESS_WRITE, ACCESS_READ_WRITE, and ACCESS_EXECUTE, which requires LENGTH_1. ACCESS_PORT is
-    /// refused.
+    /// Codes of the control register (Intel's manual, volume 3B, debug registers). Lengths in bytes are LENGTH_1,
+    /// LENGTH_2, LENGTH_4 and LENGTH_8. Kinds of access are ACCESS_WRITE, ACCESS_READ_WRITE and ACCESS_EXECUTE. Set
+    /// refuses ACCESS_PORT, and ACCESS_EXECUTE with a length other than LENGTH_1.
     using Length_e = plat::DebugRegisters_t::Length_e;
     using Access_e = plat::DebugRegisters_t::Access_e;
     using enum plat::DebugRegisters_t::Length_e;
@@ -41,11 +41,12 @@ public:
     Breakpoint_c(Breakpoint_c const &) = delete;
     Breakpoint_c & operator=(Breakpoint_c const &) = delete;
 
-    /// Arms the first free register and returns true. The low two bits of each code count. Requires an address that is
-    /// aligned to its length. Asserts that no register is held; if one is, it stays armed and the result is false.
-    /// On failure asserts "Developer break", holds no register and returns false. Reasons:
-    /// - all four registers are in use; a debugger may hold some.
-    /// - the system refuses.
+    /// Arms the first free register and returns true. The low two bits of each code count. Asserts that no register is
+    /// held. If one is, it stays armed, and Set returns false. On failure asserts "Developer break", holds no register
+    /// and returns false. Reasons:
+    /// - All four registers are in use. A debugger may hold some.
+    /// - A code is refused, or the address is not aligned to the length.
+    /// - The system refuses the register, or accepts it without effect.
     bool Set(std::uintptr_t nAddress, int nLength, int nAccess);
 
     /// Disarms and releases the register, if one is held. Requires the thread that called Set. If the system refuses,

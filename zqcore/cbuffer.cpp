@@ -15,8 +15,9 @@ bool ArrayBuffer_c::ExpandBuffer(void const * pBytes, unsigned int nBytes)
     }
     unsigned int const nOld = GetBufferDataLength();
     ZQ_ASSERT(pBytes != nullptr);
-    ZQ_ASSERT(nBytes <= MAX_BYTES - nOld);
-    if (!pBytes || nBytes > MAX_BYTES - nOld)
+    bool const bFits = nOld <= MAX_BYTES && nBytes <= MAX_BYTES - nOld;   // the array's own functions may exceed it
+    ZQ_ASSERT_TEXT(bFits, "nBytes <= MAX_BYTES - nOld");
+    if (!pBytes || !bFits)
     {
         return false;
     }

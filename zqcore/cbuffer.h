@@ -33,7 +33,8 @@ public:
     Buffer_c() = default;
     virtual ~Buffer_c();
 
-    /// Returns the first byte. May return null if the length is 0. Requires that the caller does not write to the bytes.
+    /// Returns a pointer to the first byte. May return null if the length is 0. Requires that the caller does not write
+    /// to the bytes.
     virtual void * GetBufferData() const = 0;
 
     /// Returns the number of bytes.
@@ -48,8 +49,8 @@ public:
     static constexpr unsigned int MAX_BYTES = 0x3FFFFFFF;   // of the whole buffer; only ExpandBuffer checks it
 
     /// Appends a copy of nBytes bytes and returns true. The bytes may be the buffer's own. Previous data pointers
-    /// become invalid. Asserts that pBytes is not null and that the whole fits MAX_BYTES. Returns false, with no change,
-    /// if that does not hold or nBytes is 0.
+    /// become invalid. Returns false at once if nBytes is 0. Asserts that pBytes is not null and that the whole fits
+    /// MAX_BYTES; otherwise returns false, with no change.
     bool ExpandBuffer(void const * pBytes, unsigned int nBytes);
 
     void * GetBufferData() const override;
@@ -80,7 +81,7 @@ private:
 class ZQ_API StringBuffer_c : public Buffer_c
 {
 public:
-    /// Refers to sText. Asserts that it is not null; null is an empty text.
+    /// Refers to sText. Asserts that it is not null. Null counts as an empty text.
     explicit StringBuffer_c(char const * sText);
 
     void * GetBufferData() const override;

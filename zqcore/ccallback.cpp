@@ -32,6 +32,7 @@ namespace
     ZQ_THREAD_LOCAL int t_nFirings = 0;   // of the calling thread
     ZQ_THREAD_LOCAL int t_nNoWaits = 0;   // scopes of FiringNoWait_c
 
+    // Enters the lock and returns true. In a FiringNoWait_c returns false if another thread holds it.
     bool Grant()
     {
         if (t_nNoWaits > 0)

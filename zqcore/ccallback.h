@@ -27,7 +27,7 @@
 
 #include <type_traits>
 
-/// A message of the window system, as the events below carry it. The library passes it on unread; the layers above
+/// A message of the window system, as the events below carry it. The library passes it on unread. The layers above
 /// define the fields.
 struct MessageData_s
 {
@@ -78,9 +78,9 @@ public:
 
     /// Calls the functions with the payload. Does nothing during a firing of this list, unless bForce is set.
     template <typename U = T>
-    void Fire(std::type_identity_t<U> tData, bool bForce) requires(!std::is_void_v<U>)
+    void Fire(std::type_identity_t<U> Payload, bool bForce) requires(!std::is_void_v<U>)
     {
-        Walk(bForce, tData);
+        Walk(bForce, Payload);
     }
 
     /// Fires an event without payload.

@@ -3,12 +3,13 @@
 
 #include "zqcore/ccallback.h"
 
-/// Scope of one firing. Holds the lock that the lists of complaints and of files share. They share one because a
-/// receiver of one list may fire another: with two locks, two threads could take them in opposite orders. The lock is
-/// re-entrant, so a receiver may fire; Fire decides what that does (ccallback.h).
+/// Scope of one firing. If granted, holds the lock that the lists of complaints and of files share. They share one
+/// because a receiver of one list may fire another: with two locks, two threads could enter them in opposite orders.
+/// The lock is re-entrant, so a receiver may fire. Fire decides what that does (ccallback.h).
 class Firing_c
 {
 public:
+    /// Waits while another thread fires, except in a FiringNoWait_c.
     Firing_c();
     ~Firing_c();
     Firing_c(Firing_c const &) = delete;
@@ -25,7 +26,7 @@ private:
 };
 
 /// Scope in which the firings of the calling thread do not wait: the thread holds a lock that receivers of another
-/// thread may need, such as the heap's. While another thread fires, an event is dropped; its complaint is in the log.
+/// thread may need, such as the heap's. While another thread fires, an event is dropped. Its complaint is in the log.
 class FiringNoWait_c
 {
 public:

@@ -4,7 +4,7 @@
 // other processes. Nothing here is exported: the functions are for the library itself.
 //
 // Ownership: the clipboard owns the text. Callers get copies.
-// Threads: the state belongs to the module and has no lock: one thread at a time.
+// Threads: one thread at a time, because the state has no lock.
 // Cost: ClipboardOpen waits up to 10 seconds until it succeeds. Each change stores the whole text again.
 // Failure: failures assert. While the clipboard is not open, all calls but ClipboardOpen and ClipboardGetSize assert
 // and do nothing.
@@ -24,7 +24,7 @@
 
 #include "platform/clipboard.h"
 
-/// Number of the format "ZQ_TEXT"; 0 until the module is initialised.
+/// Number of the format "ZQ_TEXT", or 0 until the module is initialised.
 extern unsigned int g_iTextFormat;
 
 /// Whether this process has the clipboard open: true after a ClipboardOpen that succeeded.
@@ -35,8 +35,8 @@ extern bool g_isOpen;
 extern plat::ClipboardBlock_t g_hClipboard;
 
 /// Opens the clipboard. Tries up to 100 times, every 0.1 s, while another process has it or it can't be reached. If it
-/// holds no text of this format, does what ClipboardReset does. Asserts that the module is initialised and the
-/// clipboard not open yet; otherwise does nothing. If no try succeeds, asserts, and g_isOpen stays false.
+/// holds no text of this format, does what ClipboardReset does. Asserts that g_iTextFormat is not 0 and the
+/// clipboard not open yet, and does nothing otherwise. If no try succeeds, asserts, and g_isOpen stays false.
 void ClipboardOpen();
 
 /// Closes the clipboard. If the system refuses, asserts, and the clipboard counts as closed.

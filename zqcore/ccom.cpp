@@ -11,7 +11,7 @@
 
 namespace
 {
-    // The notes. A free note that was never used is all zeros, and the next free one is its neighbour. So the list of
+    // The notes. A free note that was never used is all zeros. The next free one is its neighbour. So the list of
     // free notes is complete at load, and no page is touched. The list ends at the address after the last note.
     constinit ComDebug_t g_dNotes[COM_REFERENCES] = {};
     constexpr ComDebug_t * NOTES_END = g_dNotes + COM_REFERENCES;
@@ -151,8 +151,8 @@ inline bool ComObject_c::LowerCount() const
     return true;
 }
 
-// Returns whether pThis is pObject and a live object with references. It may be no object at all, so no member function
-// is called on it, and no checker sees the reads.
+// Returns whether pThis is pObject and a live object with references. pThis may be no object at all, so no member
+// function is called on it, and no checker sees the reads.
 ZQ_UNCHECKED inline bool ComObject_c::IsSound(ComObject_c const * pThis, void const * pObject)
 {
     return pObject == pThis && pThis->m_dwComSignature == COM_SIGNATURE && pThis->iRefCount > 0;
@@ -217,7 +217,7 @@ bool ComObject_c::ReleaseSlow(ComObject_c const * pThis, void const * pOwner, vo
     return pThis->LowerCount();
 }
 
-// Returns whether IsSound is true, for an address that may not be readable. Asserts that it is.
+// Returns whether IsSound is true, for an address that may not be readable. Asserts that IsSound is true.
 ZQ_UNCHECKED bool ComObject_c::CanRelease(ComObject_c const * pThis, void const * pObject)
 {
     constexpr std::size_t BYTES = sizeof(ComObject_c);

@@ -27,7 +27,7 @@
 /// Signature of every live object.
 inline constexpr std::uint32_t COM_SIGNATURE = 0xC0C0C0C0;
 
-/// References that the process may hold at a time. A further one asserts, and is counted without a note.
+/// Most references that have a note at a time. A further one asserts, and is counted without a note.
 inline constexpr int COM_REFERENCES = 200000;
 
 /// Note of one reference that is held.
@@ -53,9 +53,9 @@ public:
     /// is not null; otherwise counts the reference too, for a null owner without a note.
     std::uint32_t AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
-    /// Removes the owner's newest reference; for a null owner one without a note. Returns true if it was the last one:
-    /// the object is then disposed of. Asserts that the owner holds a reference; if it does not, lowers the count in
-    /// any case. Asserts the following; otherwise returns false and changes nothing:
+    /// Removes the owner's newest reference, or one without a note if pOwner is null. Returns true if it was the last
+    /// one: the object is then disposed of. Asserts that an owner that is not null holds a reference; otherwise lowers
+    /// the count too. Asserts the following; otherwise returns false and changes nothing:
     /// - pObject is this object.
     /// - It is a live object. An address that is not readable fails the assertion and is not read.
     /// - It has references.
@@ -100,7 +100,7 @@ private:
 #define COM_ADDREF(pObject, pOwner) ComAddRef((pObject), (pOwner), __FILE__, __LINE__)
 #define COM_RELEASE(pObject, pOwner) ComRelease((pObject), (pOwner), __FILE__, __LINE__)
 
-/// Call AddRef and Release. Require that pObject is not null. The macros call them.
+/// Call AddRef and Release, and return their results. Require that pObject is not null. The macros call them.
 inline std::uint32_t ComAddRef(ComObject_c const * pObject, void const * pOwner, char const * sFile, int iLine)
 {
     return pObject->AddRef(pOwner, sFile, iLine, pObject);
@@ -117,6 +117,7 @@ template <typename T>
 class ComReference_T
 {
 public:
+    /// Adds the reference. Keeps sFile as a pointer.
     ComReference_T(
         T * pObject, void const * pOwner, char const * sFile = __builtin_FILE(), int iLine = __builtin_LINE())
         : m_pObject(pObject)

@@ -1,6 +1,6 @@
 // cconfig.h: facts of the build that every header may use.
 //
-// It also brings the macros of platform/compiler.h, such as ZQ_API and ZQ_PRINTF.
+// This header also brings the macros of platform/compiler.h, such as ZQ_API and ZQ_PRINTF.
 //
 // Ownership: nothing is owned.
 // Threads: any thread.
@@ -18,9 +18,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Number of this build; 0 for a build without a number.
+/// Number of this build, or 0 for a build without a number.
 inline constexpr int ZQ_BUILD_NUMBER = 0;
 
-/// Name of the configuration in version texts. Assertions are part of every build; the heap is chosen apart
-/// from it (ZQCORE_HEAP).
+/// Name of the configuration in version texts. Every build has assertions. The option ZQCORE_HEAP of the build selects
+/// the heap.
 inline constexpr char const * ZQ_BUILD_CONFIGURATION = "debug";

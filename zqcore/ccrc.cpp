@@ -6,17 +6,19 @@
 
 namespace
 {
+    constexpr std::uint32_t PRESET = 0xFFFFFFFF;   // register before the first byte
+
     constexpr std::array<std::uint32_t, 256> MakeCrc32Tab()
     {
         std::array<std::uint32_t, 256> dTab{};
         for (std::uint32_t iByte = 0; iByte < 256; ++iByte)
         {
-            std::uint32_t dw = iByte;
+            std::uint32_t dwRegister = iByte;
             for (int iBit = 0; iBit < 8; ++iBit)
             {
-                dw = (dw >> 1) ^ ((dw & 1) != 0 ? CRC32_POLYNOMIAL : 0);
+                dwRegister = (dwRegister >> 1) ^ ((dwRegister & 1) != 0 ? CRC32_POLYNOMIAL : 0);
             }
-            dTab[iByte] = dw;
+            dTab[iByte] = dwRegister;
         }
         return dTab;
     }
@@ -29,11 +31,11 @@ namespace
         std::array<std::uint32_t, 256> const dFirst = MakeCrc32Tab();
         for (std::size_t iByte = 0; iByte < 256; ++iByte)
         {
-            std::uint32_t dw = dFirst[iByte];
+            std::uint32_t dwRegister = dFirst[iByte];
             for (std::array<std::uint32_t, 256> & dRow : dTab)
             {
-                dw = (dw >> 8) ^ dFirst[dw & 0xFF];
-                dRow[iByte] = dw;
+                dwRegister = (dwRegister >> 8) ^ dFirst[dwRegister & 0xFF];
+                dRow[iByte] = dwRegister;
             }
         }
         return dTab;
@@ -45,12 +47,12 @@ namespace
         std::array<std::uint16_t, 256> dTab{};
         for (unsigned iByte = 0; iByte < 256; ++iByte)
         {
-            unsigned dw = iByte << 8;
+            unsigned dwRegister = iByte << 8;
             for (int iBit = 0; iBit < 8; ++iBit)
             {
-                dw = ((dw << 1) ^ ((dw & 0x8000) != 0 ? POLYNOMIAL : 0)) & 0xFFFF;
+                dwRegister = ((dwRegister << 1) ^ ((dwRegister & 0x8000) != 0 ? POLYNOMIAL : 0)) & 0xFFFF;
             }
-            dTab[iByte] = static_cast<std::uint16_t>((dw >> 8) | (dw << 8));
+            dTab[iByte] = static_cast<std::uint16_t>((dwRegister >> 8) | (dwRegister << 8));
         }
         return dTab;
     }
@@ -72,11 +74,11 @@ namespace
     {
         constexpr std::uint32_t OVER_ONE_BYTE = 0x00800000;   // x^8
         std::array<std::uint32_t, 64> dMoves{};
-        std::uint32_t dw = OVER_ONE_BYTE;
+        std::uint32_t dwFactor = OVER_ONE_BYTE;
         for (std::uint32_t & dwMove : dMoves)
         {
-            dwMove = dw;
-            dw = Multiply(dw, dw);
+            dwMove = dwFactor;
+            dwFactor = Multiply(dwFactor, dwFactor);
         }
         return dMoves;
     }
@@ -143,9 +145,9 @@ namespace
         }
         if (nBytes >= 8)
         {
-            return FinishTables(Crc32Feed8(0xFFFFFFFFu, Load4(pBytes), Load4(pBytes + 4)), pBytes + 8, nBytes - 8);
+            return FinishTables(Crc32Feed8(PRESET, Load4(pBytes), Load4(pBytes + 4)), pBytes + 8, nBytes - 8);
         }
-        return FinishTables(0xFFFFFFFFu, pBytes, nBytes);
+        return FinishTables(PRESET, pBytes, nBytes);
     }
 }
 
@@ -155,7 +157,7 @@ constexpr std::array<std::uint16_t, 256> g_dCrc16Tab = MakeCrc16Tab();
 
 std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes)
 {
-    return RunTables(0xFFFFFFFFu, pData, nBytes);
+    return RunTables(PRESET, pData, nBytes);
 }
 
 std::uint32_t GetCrc32Polynomial(char const * pData, int nLength)

@@ -1,14 +1,14 @@
 // ccrc.h: CRC-32, the library's hash of names, and its tables.
 //
-// The CRC-32 of IEEE 802.3 (zlib, PNG): reflected polynomial 0xEDB88320, register preset to all ones, complemented at
-// the end. Long runs are folded with carry-less multiplication if the processor has it. The value is the same either
-// way.
+// The CRC-32 is that of IEEE 802.3 (zlib, PNG): reflected polynomial 0xEDB88320, register preset to all ones,
+// complemented at the end. Long runs are folded with carry-less multiplication if the processor has it. The value is
+// the same either way.
 //
 // Ownership: nothing is kept.
 // Threads: any thread, even before the first constructor has run.
 // Cost: a few table reads for a name of up to 15 bytes. A long run takes a nanosecond for 30 to 90 bytes with
 // carry-less multiplication, for 2 bytes without. Nothing allocates.
-// Failure: none.
+// Failure: no call fails.
 //
 //     std::array<char, 4> const dRest = { '6', '7', '8', '9' };
 //     std::uint32_t const dwFirst = GetCrc32Polynomial("12345", 5);
@@ -29,14 +29,14 @@ extern ZQ_API std::array<std::uint32_t, 256> const g_dCrc32Tab;
 extern ZQ_API std::array<std::array<std::uint32_t, 256>, 7> const g_dCrc32FollowTab;
 
 /// Table of a CRC-16 with the polynomial 0xA097, most significant bit first. Entry i is the CRC of the byte i with its
-/// two bytes swapped. It is for hosts; the library does not read it.
+/// two bytes swapped. It is for hosts: the library does not read it.
 extern ZQ_API std::array<std::uint16_t, 256> const g_dCrc16Tab;
 
 /// Returns the CRC-32 of nLength bytes. For a length of 0 or less returns 0, the CRC of nothing, and does not read
 /// pData.
 ZQ_API std::uint32_t GetCrc32Polynomial(char const * pData, int nLength);
 
-/// Returns the CRC-32 of a run of any length. For a run in pieces dwFirst is the result for the previous pieces; the
+/// Returns the CRC-32 of a run of any length. For a run in pieces dwFirst is the result for the previous pieces. The
 /// call then returns the CRC-32 of all pieces so far.
 ZQ_API std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFirst = 0);
 
@@ -47,17 +47,18 @@ ZQ_API std::uint32_t Crc32Join(std::uint32_t dwFirst, std::uint32_t dwSecond, st
 /// Returns the register after the four bytes of a word, low byte first, without preset and complement.
 inline std::uint32_t Crc32Feed4(std::uint32_t dwRegister, std::uint32_t dwValue)
 {
-    std::uint32_t const dw = dwRegister ^ dwValue;
-    return g_dCrc32FollowTab[2][dw & 0xFF] ^ g_dCrc32FollowTab[1][(dw >> 8) & 0xFF]
-           ^ g_dCrc32FollowTab[0][(dw >> 16) & 0xFF] ^ g_dCrc32Tab[dw >> 24];
+    std::uint32_t const dwMixed = dwRegister ^ dwValue;
+    return g_dCrc32FollowTab[2][dwMixed & 0xFF] ^ g_dCrc32FollowTab[1][(dwMixed >> 8) & 0xFF]
+           ^ g_dCrc32FollowTab[0][(dwMixed >> 16) & 0xFF] ^ g_dCrc32Tab[dwMixed >> 24];
 }
 
 /// Returns the register after eight bytes: those of dwFirst, then those of dwSecond.
 inline std::uint32_t Crc32Feed8(std::uint32_t dwRegister, std::uint32_t dwFirst, std::uint32_t dwSecond)
 {
-    std::uint32_t const dw = dwRegister ^ dwFirst;
-    return g_dCrc32FollowTab[6][dw & 0xFF] ^ g_dCrc32FollowTab[5][(dw >> 8) & 0xFF]
-           ^ g_dCrc32FollowTab[4][(dw >> 16) & 0xFF] ^ g_dCrc32FollowTab[3][dw >> 24] ^ Crc32Feed4(0, dwSecond);
+    std::uint32_t const dwMixed = dwRegister ^ dwFirst;
+    return g_dCrc32FollowTab[6][dwMixed & 0xFF] ^ g_dCrc32FollowTab[5][(dwMixed >> 8) & 0xFF]
+           ^ g_dCrc32FollowTab[4][(dwMixed >> 16) & 0xFF] ^ g_dCrc32FollowTab[3][dwMixed >> 24]
+           ^ Crc32Feed4(0, dwSecond);
 }
 
 /// Returns GetCrc32Polynomial of the four bytes of a value, low byte first.

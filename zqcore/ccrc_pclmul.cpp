@@ -18,12 +18,12 @@ namespace
     // Returns x^nPower modulo the polynomial, reflected into 33 bits: bit i is the coefficient of x^(32 - i).
     constexpr std::int64_t PowerOfX(int nPower)
     {
-        std::uint32_t dw = 0x80000000u;
+        std::uint32_t dwRemainder = 0x80000000u;
         for (int i = 0; i < nPower; ++i)
         {
-            dw = (dw >> 1) ^ ((dw & 1) != 0 ? CRC32_POLYNOMIAL : 0);
+            dwRemainder = (dwRemainder >> 1) ^ ((dwRemainder & 1) != 0 ? CRC32_POLYNOMIAL : 0);
         }
-        return static_cast<std::int64_t>(dw) << 1;
+        return static_cast<std::int64_t>(dwRemainder) << 1;
     }
 
     // Returns the quotient of x^96 and the polynomial: bit i is the coefficient of x^(64 - i). The quotient's lowest
@@ -34,9 +34,9 @@ namespace
         std::uint32_t dwRemainder = CRC32_POLYNOMIAL;
         for (int i = 1; i < 64; ++i)
         {
-            std::uint32_t const iBit = dwRemainder & 1;
-            nQuotient |= static_cast<std::uint64_t>(iBit) << i;
-            dwRemainder = (dwRemainder >> 1) ^ (iBit != 0 ? CRC32_POLYNOMIAL : 0);
+            std::uint32_t const nBit = dwRemainder & 1;
+            nQuotient |= static_cast<std::uint64_t>(nBit) << i;
+            dwRemainder = (dwRemainder >> 1) ^ (nBit != 0 ? CRC32_POLYNOMIAL : 0);
         }
         return static_cast<std::int64_t>(nQuotient);
     }
@@ -48,18 +48,20 @@ namespace
     constexpr std::int64_t FAR_FACTOR = PowerOfX(BITS + 32);
     constexpr std::int64_t QUOTIENT = Quotient();
 
+    constexpr std::size_t BLOCK_BYTES = 16;
+
     // Returns masks for a shuffle. The 16 bytes from offset r move the first r bytes of a block to its end, those from
     // offset 16 + r its last 16 - r bytes to its start. The other bytes become 0.
-    constexpr std::array<unsigned char, 48> MakeShuffle()
+    constexpr std::array<unsigned char, 3 * BLOCK_BYTES> MakeShuffle()
     {
-        std::array<unsigned char, 48> dShuffle{};
+        std::array<unsigned char, 3 * BLOCK_BYTES> dShuffle{};
         for (std::size_t i = 0; i < dShuffle.size(); ++i)
         {
-            dShuffle[i] = i >= 16 && i < 32 ? static_cast<unsigned char>(i - 16) : 0x80;
+            dShuffle[i] = i >= BLOCK_BYTES && i < 2 * BLOCK_BYTES ? static_cast<unsigned char>(i - BLOCK_BYTES) : 0x80;
         }
         return dShuffle;
     }
-    constexpr std::array<unsigned char, 48> SHUFFLE = MakeShuffle();
+    constexpr std::array<unsigned char, 3 * BLOCK_BYTES> SHUFFLE = MakeShuffle();
 
     ZQ_TARGET_PCLMUL inline __m128i LoadBlock(unsigned char const * pData)
     {
@@ -80,12 +82,13 @@ namespace
         __m128i Block, __m128i Factors, unsigned char const * pEnd, std::size_t nRest)
     {
         __m128i const ToEnd = LoadBlock(SHUFFLE.data() + nRest);
-        __m128i const ToStart = LoadBlock(SHUFFLE.data() + 16 + nRest);
-        __m128i const Last = _mm_blendv_epi8(_mm_shuffle_epi8(Block, ToStart), LoadBlock(pEnd - 16), ToStart);
+        __m128i const ToStart = LoadBlock(SHUFFLE.data() + BLOCK_BYTES + nRest);
+        __m128i const Last = _mm_blendv_epi8(_mm_shuffle_epi8(Block, ToStart), LoadBlock(pEnd - BLOCK_BYTES), ToStart);
         return FoldBlock(_mm_shuffle_epi8(Block, ToEnd), Factors, Last);
     }
 
-    // Returns the CRC of a message that was folded to one block: 16 bytes to 12 by a factor, then Barrett's reduction.
+    // Returns the CRC of a message that was folded to one block. Folds its 16 bytes to 12, then uses Barrett's
+    // reduction.
     ZQ_TARGET_PCLMUL inline std::uint32_t Reduce(__m128i Block)
     {
         __m128i const Barrett = _mm_set_epi64x(static_cast<std::int64_t>(CRC32_POLYNOMIAL) << 1 | 1, QUOTIENT);
@@ -100,7 +103,7 @@ namespace
     ZQ_TARGET_PCLMUL inline std::uint32_t Finish(__m128i Block, unsigned char const * pData, std::size_t nBytes)
     {
         __m128i const By1 = _mm_set_epi64x(NEAR_FACTOR<128>, FAR_FACTOR<128>);
-        for (; nBytes >= 16; nBytes -= 16, pData += 16)
+        for (; nBytes >= BLOCK_BYTES; nBytes -= BLOCK_BYTES, pData += BLOCK_BYTES)
         {
             Block = FoldBlock(Block, By1, LoadBlock(pData));
         }
@@ -273,14 +276,14 @@ namespace
         return Finish(Block, pData, nBytes);
     }
 
-    constexpr std::size_t WIDE_MIN = 256;   // from this length on, lanes of more than one block are faster
+    constexpr std::size_t WIDE_MIN = 256;   // bytes from which on lanes of more than one block are faster
 
     ZQ_TARGET_PCLMUL std::uint32_t Crc32Pclmul(unsigned char const * pData, std::size_t nBytes)
     {
-        if (nBytes < 64)
+        if (nBytes < 4 * BLOCK_BYTES)
         {
             __m128i const First = _mm_xor_si128(LoadBlock(pData), _mm_cvtsi32_si128(-1));
-            return Finish(First, pData + 16, nBytes - 16);
+            return Finish(First, pData + BLOCK_BYTES, nBytes - BLOCK_BYTES);
         }
         return FoldRun<Lane128_s>(pData, nBytes);
     }

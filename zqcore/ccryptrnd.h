@@ -3,14 +3,14 @@
 // The pool holds the low byte of the cycle counter at each of the last 128 messages and calls of PutNextRandom. Each 20
 // bytes of output are the SHA-1 of a block counter and the pool. Use the bytes for shuffles, seeds and games. For keys,
 // tokens, salts and all other secrets use the system's generator, for these reasons:
-// - a message adds a byte that holds a few bits of entropy at most, and an attacker may cause it.
+// - a message adds a byte that holds a few bits of entropy at most. An attacker may cause the message.
 // - the entropy of the pool is not measured. An empty pool produces the same output in every run.
 // - earlier and later output can be computed from the pool and the counter.
 //
 // Ownership: the one generator exists from load to unload. A Password_s is a plain value.
 // Threads: any thread may add and get bytes. A forked process adds the cycle counter, so its bytes differ from its
 // parent's.
-// Cost: 20 bytes cost about 0.2 us. Nothing allocates.
+// Cost: 20 bytes cost about 0.2 us. Nothing allocates but the module's initialisation, which adds a receiver.
 // Failure: GetRandomBytes and Xor assert. Nothing else fails.
 //
 //     PutNextRandom();   // at an unpredictable moment, such as a key press
@@ -28,7 +28,7 @@
 
 #include <array>
 
-/// Fills dOutput with nBytes bytes. Asserts that dOutput is not null and nBytes above 0; otherwise writes nothing.
+/// Fills dOutput with nBytes bytes. Asserts that dOutput is not null and nBytes above 0, and writes nothing otherwise.
 ZQ_API void GetRandomBytes(unsigned char * dOutput, int nBytes);
 
 /// Adds the low byte of the cycle counter to the pool. It is for hosts that have unpredictable events besides messages.
@@ -81,6 +81,7 @@ struct Password_s
     /// Returns whether both are unset, or both are set and equal.
     bool operator==(Password_s const & Pass) const { return bIsSet == Pass.bIsSet && (!bIsSet || dHash == Pass.dHash); }
 
-    /// Combines this digest with the other one by exclusive or. Asserts that both are set; combines them in any case.
+    /// Combines this digest with the other one by exclusive or. Asserts that both are set, and combines them in any
+    /// case.
     ZQ_API void Xor(Password_s const & Pass);
 };

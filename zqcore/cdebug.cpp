@@ -28,8 +28,10 @@ constinit bool g_isAborting = false;
 
 namespace
 {
-    constexpr std::size_t TEXT_SIZE = 2049;   // 2048 characters
+    constexpr std::size_t TEXT_SIZE = 2049;   // bytes: 2048 characters and a zero
     constexpr int ACHTUNGS_REMEMBERED = 16;
+    constexpr std::size_t FUNCTION_NAME_SIZE = 256;   // bytes of a function's spelled name
+    constexpr char ACHTUNG_CAPTION[] = "ACHTUNG!";
     constexpr char YES_NO_TAIL[] = "\r\n\r\nUse Yes to break into Debugger, No to continue.\r\nand Cancel to Quit\r\n";
     constexpr char OK_TAIL[] = "\r\n\r\nUse Ok to break into Debugger, Cancel exits.\r\n\r\n";
     constexpr int STACK_FRAMES = 10;   // of a dialog's trace
@@ -70,7 +72,7 @@ namespace
         }
     }
 
-    // Leaves the lock of the event lists first: an exit handler may join a thread that waits to fire.
+    // Ends the process. Leaves the lock of the event lists first: an exit handler may join a thread that waits to fire.
     [[noreturn]] void Exit(int iStatus)
     {
         Firing_c::EndAll();
@@ -84,7 +86,7 @@ namespace
         Exit(1);
     }
 
-    // The exported flags are plain variables, which hosts set and any thread reads.
+    // Read and set a flag. The exported flags are plain variables, which hosts set and any thread reads.
     bool Load(bool & bFlag)
     {
         return std::atomic_ref(bFlag).load(std::memory_order_relaxed);
@@ -108,7 +110,7 @@ namespace
         Exit(1);
     }
 
-    // Returns whether the text is new. Remembers a new one, which replaces the oldest if the list is full.
+    // Remembers a text and returns whether it was new. A new one replaces the oldest if the list is full.
     bool RememberAchtung(char const * szText)
     {
         static SeenAchtungs_t s_dSeen;
@@ -129,7 +131,7 @@ namespace
     // Fires the stop, asks, and fires the continuation, also if a receiver or the dialog throws. Returns the answer.
     // If an event may be dropped, one firing covers both: a host that was stopped must be continued.
     template <typename ASK>
-    int AskWhileStopped(ASK Ask)
+    int AskWhileStopped(ASK fnAsk)
     {
         std::optional<Firing_c> Both;
         if (FiringNoWait_c::IsActive())
@@ -141,7 +143,7 @@ namespace
         try
         {
             FireExecution(bFires, false);
-            iAnswer = Ask();
+            iAnswer = fnAsk();
         }
         catch (...)
         {
@@ -218,9 +220,9 @@ void AssertFailed(char const * fmt, ...)
     {
         return;
     }
-    struct Leave_s
+    struct Leave_c
     {
-        ~Leave_s() { g_bInAssert = false; }   // a dialog may throw
+        ~Leave_c() { g_bInAssert = false; }   // a dialog may throw
     } const Leave;
     plat::WindowSystemGet().fnShowCursor();
 
@@ -268,11 +270,11 @@ void Achtung(char const * fmt, ...)
     }
     if (Load(g_silentMode))
     {
-        ExitSilently("ACHTUNG!", szText);
+        ExitSilently(ACHTUNG_CAPTION, szText);
     }
     std::strcat(szText, YES_NO_TAIL);
     int const iAnswer = MessageBoxPlain(
-        g_pAppWindow, szText, "ACHTUNG!", MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
+        g_pAppWindow, szText, ACHTUNG_CAPTION, MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
     if (Is(iAnswer, plat::DialogAnswer_e::Yes))
     {
         ZQ_BREAK();
@@ -298,7 +300,7 @@ void Abort(char const * fmt, ...)
 
 void AssertReport(char const * szCondition, char const * szFile, char const * szFunction, int iLine)
 {
-    char szName[256];
+    char szName[FUNCTION_NAME_SIZE];
     SpellFunctionName(szFunction, szName, sizeof szName);
     Debugf("%s(%i) : Assert() failed", szFile, iLine);
     AssertFailed("Assert failed, %s, %s, %s, %i", szCondition, szFile, szName, iLine);
@@ -310,7 +312,7 @@ void AssertReportEx(
     char szText[TEXT_SIZE];
     ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
 
-    char szName[256];
+    char szName[FUNCTION_NAME_SIZE];
     SpellFunctionName(szFunction, szName, sizeof szName);
     Debugf("%s(%i) : AssertEx() failed", szFile, iLine);
     AssertFailed("AssertEx failed, %s, %s, %s, %s, %i", szCondition, szText, szFile, szName, iLine);

@@ -58,7 +58,7 @@
 #define ZQ_ASSERT_EX_TEXT(condition, szCondition, ...)                                                                 \
     ((condition) ? static_cast<void>(0) : AssertReportEx(szCondition, __FILE__, ZQ_FUNCTION, __LINE__, __VA_ARGS__))
 
-/// States a precondition. If it does not hold, DebugMessages_c::DebugAssert shows szText; the answer Yes breaks into
+/// States a precondition. If it does not hold, DebugMessages_c::DebugAssert shows szText. The answer Yes breaks into
 /// the debugger here.
 #define ZQ_ASSERT_BREAK(condition, szText)                                                                             \
     do                                                                                                                 \
@@ -70,11 +70,13 @@
     }                                                                                                                  \
     while (false)
 
-/// Whether silent mode is on: no level shows a dialog, and an assertion ends the process with status 1, and so
-/// does a new Achtung unless SetAchtungs turned them off. It is false at start; the application sets it.
+/// Whether silent mode is on. It is false at start. The application sets it. In silent mode:
+/// - No level shows a dialog.
+/// - An assertion ends the process with status 1.
+/// - A new Achtung does so too, unless SetAchtungs turned them off.
 extern ZQ_API bool g_silentMode;
 
-/// Whether Warning shows a dialog. It is false at start; SetWarnings sets it.
+/// Whether Warning shows a dialog, unless silent mode is on. It is false at start. SetWarnings sets it.
 extern ZQ_API bool g_bEnableWarnings;
 
 /// Whether Abort has begun: true from the end of its first firing of g_ExecutionCallbacker on.
@@ -108,7 +110,7 @@ ZQ_API void Achtung(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void SetWarnings(bool bEnable);
 ZQ_API void SetAchtungs(bool bEnable);
 
-/// Complaints with a location, shown with a stack trace. Cancel in a dialog ends the process with status -1; no further
+/// Complaints with a location, shown with a stack trace. Cancel in a dialog ends the process with status -1. No further
 /// dialog of this class appears while the process ends.
 class DebugMessages_c
 {
@@ -127,7 +129,7 @@ public:
 
     /// Sets the location of the calling thread's next complaints. Keeps sFile as a pointer. Returns
     /// DebugWarningInternal, to call at once: `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`.
-    /// Each thread has a file and a line of its own; the object has none.
+    /// Each thread has a file and a line of its own. The object has none.
     ZQ_API Internal_t SetLocation(char const * sFile, int iLine);
 
     /// Shows an error at the location that was set. Breaks into the debugger on OK. Returns the answer: 1 for OK, or 7
@@ -147,8 +149,8 @@ public:
     void * m_hOwner = nullptr;   // host's window that owns the dialogs, or null
 };
 
-/// Report a condition that failed. The assertion macros call them. szFunction is the compiler's spelling of a function;
-/// the text shows its class and name.
+/// Report a condition that failed. The assertion macros call them. szFunction is the compiler's spelling of a function.
+/// The text shows its class and name.
 ZQ_API ZQ_COLD void AssertReport(char const * szCondition, char const * szFile, char const * szFunction, int iLine);
 ZQ_API ZQ_COLD void AssertReportEx(char const * szCondition, char const * szFile, char const * szFunction, int iLine,
     char const * fmt, ...) ZQ_PRINTF(5, 6);

@@ -10,16 +10,16 @@ namespace
     constexpr std::string_view OPERATOR = "operator";
 
     // Returns whether a character can belong to a name with its scopes.
-    bool IsNameChar(char c)
+    bool IsNameChar(char cChar)
     {
-        return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == ':';
+        return std::isalnum(static_cast<unsigned char>(cChar)) || cChar == '_' || cChar == ':';
     }
 
-    // Returns the bracket that closes the one at p, or p if none does.
-    char const * ClosingBracket(char const * p)
+    // Returns the bracket that closes the one at pBracket, or pBracket if none does.
+    char const * ClosingBracket(char const * pBracket)
     {
         int nDepth = 0;
-        for (char const * pClose = p; *pClose; ++pClose)
+        for (char const * pClose = pBracket; *pClose; ++pClose)
         {
             nDepth += (*pClose == '(') - (*pClose == ')');
             if (nDepth == 0)
@@ -27,25 +27,26 @@ namespace
                 return pClose;
             }
         }
-        return p;
+        return pBracket;
     }
 
-    // Returns whether the bracket at p is part of a name:
+    // Returns whether the bracket at pBracket is part of a name:
     // - "(anonymous namespace)";
     // - "decltype(...)" or "decltype (...)";
     // - "function(...)::" before a local class.
-    bool IsBracketInName(char const * szText, char const * p)
+    bool IsBracketInName(char const * szText, char const * pBracket)
     {
-        std::string_view sBefore(szText, static_cast<std::size_t>(p - szText));
+        std::string_view sBefore(szText, static_cast<std::size_t>(pBracket - szText));
         sBefore.remove_suffix(sBefore.ends_with(' ') ? 1 : 0);
-        return std::string_view(p).starts_with("(anonymous") || sBefore.ends_with("decltype")
-               || std::string_view(ClosingBracket(p)).starts_with(")::");
+        return std::string_view(pBracket).starts_with("(anonymous") || sBefore.ends_with("decltype")
+               || std::string_view(ClosingBracket(pBracket)).starts_with(")::");
     }
 
-    // Returns whether the bracket at p holds the function's name: "type (*function(arguments))(arguments of the type)".
-    bool IsBracketAroundName(char const * szText, char const * p)
+    // Returns whether the bracket at pBracket holds the function's name, as in
+    // "type (*function(arguments))(arguments of the type)".
+    bool IsBracketAroundName(char const * szText, char const * pBracket)
     {
-        return p > szText && std::strchr(" *&(", p[-1]) != nullptr;
+        return pBracket > szText && std::strchr(" *&(", pBracket[-1]) != nullptr;
     }
 
     // Returns whether a name ends with the word that begins an operator's name.
@@ -59,36 +60,36 @@ namespace
         return sName.empty() || sName.ends_with("::");
     }
 
-    // Returns the end of an operator's name; p is after the word "operator". The name may hold blanks and all kinds of
-    // brackets.
-    char const * OperatorEnd(char const * p)
+    // Returns the end of an operator's name. Requires that pPos is after the word "operator". The name may hold blanks
+    // and all kinds of brackets.
+    char const * OperatorEnd(char const * pPos)
     {
         constexpr std::string_view CALL = "()";
-        p += std::string_view(p).starts_with(CALL) ? CALL.size() : 0;
-        return p + std::strcspn(p, "(");
+        pPos += std::string_view(pPos).starts_with(CALL) ? CALL.size() : 0;
+        return pPos + std::strcspn(pPos, "(");
     }
 }
 
-char const * SpelledNameEnd(char const * szText, char const * p)
+char const * SpelledNameEnd(char const * szText, char const * pPos)
 {
     constexpr std::string_view UNNAMED = "{anonymous}";
     for (;;)
     {
-        if (IsNameChar(*p))
+        if (IsNameChar(*pPos))
         {
-            ++p;
+            ++pPos;
         }
-        else if (*p == '(' && IsBracketInName(szText, p))
+        else if (*pPos == '(' && IsBracketInName(szText, pPos))
         {
-            p = ClosingBracket(p) + 1;
+            pPos = ClosingBracket(pPos) + 1;
         }
-        else if (std::strncmp(p, UNNAMED.data(), UNNAMED.size()) == 0)
+        else if (std::strncmp(pPos, UNNAMED.data(), UNNAMED.size()) == 0)
         {
-            p += UNNAMED.size();
+            pPos += UNNAMED.size();
         }
         else
         {
-            return p;
+            return pPos;
         }
     }
 }
@@ -96,31 +97,31 @@ char const * SpelledNameEnd(char const * szText, char const * p)
 void SpellFunctionName(char const * szFunction, char * szBuffer, std::size_t nSize)
 {
     char const * pStart = szFunction;
-    char const * p = szFunction;
-    for (int nDepth = 0; *p;)
+    char const * pPos = szFunction;
+    for (int nDepth = 0; *pPos;)
     {
-        char const * const pName = p;
-        p = SpelledNameEnd(szFunction, p);
-        if (nDepth == 0 && EndsWithOperator({ pName, static_cast<std::size_t>(p - pName) }))
+        char const * const pName = pPos;
+        pPos = SpelledNameEnd(szFunction, pPos);
+        if (nDepth == 0 && EndsWithOperator({ pName, static_cast<std::size_t>(pPos - pName) }))
         {
-            p = OperatorEnd(p);
+            pPos = OperatorEnd(pPos);
             break;
         }
-        if (nDepth == 0 && *p == '(')
+        if (nDepth == 0 && *pPos == '(')
         {
-            if (!IsBracketAroundName(szFunction, p))
+            if (!IsBracketAroundName(szFunction, pPos))
             {
                 break;
             }
-            pStart = ++p;
+            pStart = ++pPos;
             continue;
         }
-        nDepth += (*p == '<' || *p == '(') - (*p == '>' || *p == ')');
-        if (nDepth == 0 && (*p == ' ' || *p == '*' || *p == '&'))
+        nDepth += (*pPos == '<' || *pPos == '(') - (*pPos == '>' || *pPos == ')');
+        if (nDepth == 0 && (*pPos == ' ' || *pPos == '*' || *pPos == '&'))
         {
-            pStart = p + 1;
+            pStart = pPos + 1;
         }
-        p += *p != '\0';
+        pPos += *pPos != '\0';
     }
-    std::snprintf(szBuffer, nSize, "%.*s", static_cast<int>(p - pStart), pStart);
+    std::snprintf(szBuffer, nSize, "%.*s", static_cast<int>(pPos - pStart), pStart);
 }

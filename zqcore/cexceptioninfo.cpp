@@ -21,7 +21,7 @@ namespace
 {
     constexpr std::uint32_t CHECK_INTERVAL = 500;   // milliseconds between two checks of the stop flag
     constexpr int EXCEPTION_FRAMES = 32;
-    constexpr std::uintptr_t DUMP_BELOW = 512;   // bytes
+    constexpr std::uintptr_t DUMP_BELOW = 512;   // bytes of a dump below the address in the register
     constexpr int DUMP_WORDS = 256;
     constexpr char REMOTE_DEBUGGER[] = "RemoteDebug\\rdebug.cmd";
 
@@ -30,7 +30,7 @@ namespace
     constinit plat::Event_c g_ExceptionHandled;
     constinit plat::FaultPointers_t const * g_pPending = nullptr;
     constinit plat::Thread_c g_Thread;
-    constinit std::atomic<std::uint32_t> g_iThread = 0;
+    constinit std::atomic<std::uint32_t> g_iThread = 0;   // number of the support thread; 0 without one
     constinit std::atomic<bool> g_bRunning = false;
     constinit std::atomic<bool> g_bStop = false;
     char g_szExceptionTrace[EXCEPTION_TRACE_SIZE];
@@ -178,8 +178,8 @@ namespace
         TraceText("Handling Exception...");
         if (g_pPending != nullptr)
         {
-            // Guarded, because a fault here, such as one of the host's dialog, would deadlock: this thread would wait
-            // until the first fault is handled, and the thread of that fault waits for this one.
+            // The call is guarded, because a fault here, such as one of the host's dialog, would deadlock: this thread
+            // would wait until the first fault is handled, and the thread of that fault waits for this one.
             plat::FaultGuardedCall([](void *) { HandlePending(*g_pPending); }, nullptr, 0);
         }
         TraceText("Handling Exception...done");

@@ -5,7 +5,7 @@
 // debug support thread, which shows the fault and asks what to do. The library does not start that thread.
 //
 // Ownership: the only instance exists from load to the end of the process.
-// Threads: any thread. One lock guards the object, so it shows one dialog at a time; MessageBoxPlain takes no lock.
+// Threads: any thread. One lock guards the object, so it shows one dialog at a time. MessageBoxPlain takes no lock.
 // Start and Stop belong to one thread.
 // Cost: a trace starts the symbol helper and takes about 0.2 s. It knows up to 512 modules of the process. Nothing here
 // but Start allocates from the heap or takes another lock of the library, so a thread that holds those locks may
@@ -110,8 +110,8 @@ public:
     ZQ_API static void TraceLine(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
     /// Replaces the receiver of the trace channel and returns the previous one. Null means none, as at start.
-    /// Complaints call the receiver. The complaining thread may hold the lock that the receiver takes, and the
-    /// complaint may be about the heap that it allocates from.
+    /// Complaints call the receiver. The complaining thread may hold the lock that the receiver takes. The complaint
+    /// may be about the heap that it allocates from.
     ZQ_API static TraceReceiver_t TraceReceiverSet(TraceReceiver_t fnReceiver);
 
 private:

@@ -1,4 +1,4 @@
-// cexceptioninfo_internal.h: what the sources of ExceptionInfo_c share. The lock guards all of it.
+// cexceptioninfo_internal.h: what the sources of ExceptionInfo_c share. The lock guards all but TraceText.
 #pragma once
 
 #include "zqcore/cexceptioninfo.h"
@@ -53,9 +53,9 @@ namespace exceptioninfo
         int m_nEntered = 0;
     };
 
-    extern OwnedLock_c g_Lock;
+    extern OwnedLock_c g_Lock;   // the lock of ExceptionInfo_c
 
-    /// Scope that holds the lock.
+    /// Scope that holds g_Lock.
     class Scope_c
     {
     public:
@@ -67,7 +67,7 @@ namespace exceptioninfo
 
     inline constexpr std::size_t EXCEPTION_TRACE_SIZE = 65536;   // bytes, as the two below
     inline constexpr std::size_t MESSAGE_TRACE_SIZE = 16384;
-    inline constexpr std::size_t DIALOG_SIZE = EXCEPTION_TRACE_SIZE + 4096;   // also a message with its trace
+    inline constexpr std::size_t DIALOG_SIZE = EXCEPTION_TRACE_SIZE + 4096;   // of the text of a dialog with a trace
 
     extern char g_szDialog[DIALOG_SIZE];   // text of the open dialog
 

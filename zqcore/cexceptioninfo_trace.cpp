@@ -23,10 +23,11 @@ constinit OwnedLock_c exceptioninfo::g_Lock;
 
 namespace
 {
-    constexpr std::size_t LINE_SIZE = 2048;
-    constexpr std::size_t ERROR_SIZE = 16384;
-    constexpr int MODULES = 512;   // further ones are not listed
-    constexpr int ROW_WORDS = 12;
+    constexpr std::size_t LINE_SIZE = 2048;     // bytes of a line of TraceLine, its zero included
+    constexpr std::size_t ERROR_SIZE = 16384;   // bytes of the text of a system error
+    constexpr int MODULES = 512;                // further ones are not listed
+    constexpr int ROW_WORDS = 12;               // words in a row of DumpMemory
+    constexpr char DEVELOPER_BREAK[] = "Developer break";
 
     std::atomic<ExceptionInfo_c::TraceReceiver_t> g_fnReceiver{ nullptr };
     std::atomic<bool> g_bTraceInUse{ false };
@@ -92,7 +93,7 @@ namespace
 
     TraceText_c g_TraceText;
     plat::FaultContext_t g_Context;   // of the trace
-    char g_szName[1024];
+    char g_szName[1024];              // of a function, then of its source file
 
     void AppendFrame(plat::Symbols_c & Symbols, int iFrame, plat::SymbolFrame_t const & Frame)
     {
@@ -227,7 +228,7 @@ void ExceptionInfo_c::StackTrace(
     char * szBuffer, std::size_t nSize, int nFrames, int nSkip, plat::FaultPointers_t const * pPointers)
 {
     bool const bRoom = szBuffer != nullptr && nSize > 0;
-    ZQ_ASSERT_BREAK(bRoom, "Developer break");
+    ZQ_ASSERT_BREAK(bRoom, DEVELOPER_BREAK);
     if (!bRoom)
     {
         return;
@@ -238,7 +239,7 @@ void ExceptionInfo_c::StackTrace(
         return;
     }
     bool const bContext = pPointers != nullptr && pPointers->pContext != nullptr;
-    ZQ_ASSERT_BREAK(bContext, "Developer break");
+    ZQ_ASSERT_BREAK(bContext, DEVELOPER_BREAK);
     if (!bContext)
     {
         return;

@@ -30,14 +30,14 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t CRASH_LINE_SIZE = 1024;
-    constexpr std::size_t EXCEPTION_TEXT_SIZE = 512;
+    constexpr std::size_t CRASH_LINE_SIZE = 1024;      // bytes of a text of CrashLog, with the terminator
+    constexpr std::size_t EXCEPTION_TEXT_SIZE = 512;   // bytes of the text of a fault's code, with the terminator
     constexpr char CAPTION[] = "TARNWELL SADLY REPORTS: Program has crashed!";   // of the dialog
 
     wchar_t g_wszFolder[WIDE_PATH_SIZE];
     wchar_t g_wszLogFile[WIDE_PATH_SIZE];
-    char g_szFolder[WIDE_PATH_UTF8_SIZE];   // g_wszFolder, absolute if that fits
-    plat::FaultFilter_t g_fnPrevious = nullptr;
+    char g_szFolder[WIDE_PATH_UTF8_SIZE];         // g_wszFolder, absolute if that fits
+    plat::FaultFilter_t g_fnPrevious = nullptr;   // fault filter before this one
 
     // State of the report that is being written.
     plat::RawFile_t g_hReport = nullptr;
@@ -45,7 +45,7 @@ namespace
     bool g_bLost = false;         // whether some of it could not be written
     bool g_bWriting = false;      // whether it is being written
     constinit plat::Symbols_c g_Symbols;
-    char g_szDialog[LINE_SIZE];
+    char g_szDialog[LINE_SIZE];       // text of the dialog
     char g_szSourceFile[NAME_SIZE];   // of the last line that LogSourceString found
 
     // Makes the path from folder and local time. szMore distinguishes reports of the same second. A path that does not

@@ -3,7 +3,7 @@
 // A fault that nothing handles leaves a text file, CrashReport_*.rpt. The file says what faulted, where, with which
 // registers, on which call stack, what the code around it was and what the locals of every frame held. The main log and
 // standard error get the file's path, or the reason why there is no file. When the file is whole, a dialog shows the
-// call stack, the main log gets a copy and is closed, and the previous fault filter gets the fault. Silent mode
+// call stack. Then the main log gets a copy and is closed. Then the previous fault filter gets the fault. Silent mode
 // differs: see UnhandledExceptionFilter.
 //
 // A second file beside it, the file of details CrashReport_*_details.txt, has what was accessed by which thread, the
@@ -77,7 +77,7 @@ public:
 
     /// Sets the program that reads names, lines and variables for reports and for the traces in dialogs. Null or an
     /// empty text sets none. The path is cut at 4095 bytes. At start it is zqsymbols in the folder of the library, or
-    /// else in that of the installation. Requires that no other thread crashes or shows a trace.
+    /// else in that of the installation, or else none. Requires that no other thread crashes or shows a trace.
     ZQ_API static void SetSymbolHelper(char const * szPath);
 
     /// Adds a printer: the form in which the file of details shows the values of a type. Copies both texts. If several
@@ -102,7 +102,7 @@ public:
 
     /// Writes a formatted text, cut at 1023 bytes, to the report, without a zero at its end. Returns the text's length
     /// in bytes, whether or not the disk has stored it. Does nothing and returns 0 while no report is being written. A
-    /// receiver of g_ExecutionCallbacker may call it; its text follows the rest of the report.
+    /// receiver of g_ExecutionCallbacker may call it. Its text then follows the rest of the report.
     ZQ_API static int CrashLog(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
     /// Writes the name of the function at an address to szName, cut at nSize - 1 bytes. Returns the distance of the
@@ -115,8 +115,8 @@ public:
     /// the address. For an address without a line, and while no report is being written, writes nothing and returns
     /// iLastLine. In receivers of events no address has a line.
     /// - A line is "; text", or "; number, file" if the text can't be read.
-    /// - Only the address's line is written if iLastLine is all ones, as in a first call, or if the address is in
-    ///   another file than that of the previous call.
+    /// - Writes only the address's line if iLastLine is all ones, as in a first call, or if the address is in another
+    ///   file than that of the previous call.
     ZQ_API unsigned LogSourceString(std::uintptr_t Address, unsigned iLastLine) const;
 };
 

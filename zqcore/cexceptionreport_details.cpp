@@ -22,8 +22,8 @@ namespace
 
     constexpr char HEAD[] = "ZQCore crash details 1\n";
 
-    // Makes the path of the details beside a report: the report's stem and an ending. A path that does not fit becomes
-    // empty.
+    // Writes the path of the details to the PATH_SIZE bytes of szPath: the stem of the report's path, szMore and an
+    // ending. Writes an empty text if the path does not fit, or if the report's path has no stem.
     void MakeDetailsPath(char * szPath, char const * szReport, char const * szMore)
     {
         constexpr std::size_t REPORT_ENDING = 4;   // ".rpt"
@@ -142,12 +142,12 @@ namespace
         if (Place.Address - Module.Base < Module.nBytes && !Place.bFound)
         {
             char const * const pSlash = std::strrchr(Module.szPath, '/');
-            for (char const * p = pSlash ? pSlash + 1 : Module.szPath; *p != '\0';)
+            for (char const * pPart = pSlash ? pSlash + 1 : Module.szPath; *pPart != '\0';)
             {
-                std::size_t const nPart = std::strcspn(p, " ");
-                Place.Line.AddShown(p, nPart);
-                Place.Line.Add("%s", p[nPart] == ' ' ? "\\x20" : "");
-                p += nPart + (p[nPart] == ' ' ? 1 : 0);
+                std::size_t const nPart = std::strcspn(pPart, " ");
+                Place.Line.AddShown(pPart, nPart);
+                Place.Line.Add("%s", pPart[nPart] == ' ' ? "\\x20" : "");
+                pPart += nPart + (pPart[nPart] == ' ' ? 1 : 0);
             }
             Place.Line.Add("+%" PRIXPTR, Place.Address - Module.Base);
             Place.bFound = true;

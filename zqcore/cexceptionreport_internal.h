@@ -39,8 +39,9 @@ namespace exceptionreport
         /// control characters except tabs.
         void AddShown(char const * szShown, std::size_t nMost = SIZE_MAX);
 
-        /// Appends an ending. Cuts the text to make it fit.
+        /// Appends an ending. Cuts the text to make it fit. Requires that an empty text has room for it.
         void AddEnd(char const * szEnd);
+
         bool IsFull() const { return m_nLength + 1 >= m_nSize; }
         std::size_t GetLength() const { return m_nLength; }
         char const * Get() const { return m_szText; }
@@ -63,6 +64,7 @@ namespace exceptionreport
     class SourceFile_c
     {
     public:
+        /// Reads the file. It has no lines if it can't be read.
         explicit SourceFile_c(char const * szPath);
         ~SourceFile_c();
         SourceFile_c(SourceFile_c const &) = delete;
@@ -83,15 +85,16 @@ namespace exceptionreport
     /// Runs a part of the report and returns true. Returns false if it faulted or took longer than nLimit milliseconds.
     /// An nLimit of 0 sets no limit.
     template <typename CALL>
-    bool Guarded(unsigned nLimit, CALL Call)
+    bool Guarded(unsigned nLimit, CALL fnCall)
     {
-        return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &Call, nLimit);
+        return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &fnCall, nLimit);
     }
 
     /// The file of details while it is written. Each write stores one or more whole lines.
     class Details_c
     {
     public:
+        /// Makes the file beside the report with this path. IsOpen returns false if that fails or the path is empty.
         explicit Details_c(char const * szReport);
         ~Details_c() { plat::RawClose(m_hFile); }
         Details_c(Details_c const &) = delete;
@@ -111,23 +114,23 @@ namespace exceptionreport
         /// Adds lines that are whole. Escapes control characters that are left in them.
         void AddLines(char const * szLines);
 
-        /// Writes a section: the lines that Call adds. If a fault or nLimit milliseconds end it early, its whole lines
-        /// stay, and a last line says why. After a write that does not return in time, writes no more sections.
+        /// Writes a section: the lines that fnCall adds. If a fault or nLimit milliseconds end it early, its whole
+        /// lines stay, and a last line says why. After a write that does not return in time, writes no more sections.
         template <typename CALL>
-        void Section(char const * szName, unsigned nLimit, CALL Call)
+        void Section(char const * szName, unsigned nLimit, CALL fnCall)
         {
-            auto const Whole = [&]
+            auto const fnWhole = [&]
             {
                 Begin(szName);
-                Call(*this);
+                fnCall(*this);
                 Flush();
             };
-            auto const End = [&]
+            auto const fnEnd = [&]
             {
                 Cut(nLimit);
                 Flush();
             };
-            m_bStuck = m_bStuck || (!Guarded(nLimit, Whole) && !Guarded(WRITE_LIMIT, End));
+            m_bStuck = m_bStuck || (!Guarded(nLimit, fnWhole) && !Guarded(WRITE_LIMIT, fnEnd));
         }
 
     private:

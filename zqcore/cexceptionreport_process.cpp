@@ -23,7 +23,7 @@ namespace
 
     constexpr std::size_t FACT_SIZE = 256;   // bytes of a name of the system or of the host
     constexpr int LOG_LINES = 32;
-    constexpr std::size_t LOG_LINE = LOG_LINE_LENGTH + 64;   // the longest one of the log, with its time and frame
+    constexpr std::size_t LOG_LINE = LOG_LINE_LENGTH + 64;   // longest formatted line, with its time and frame
 
     // End of the main log, as it was before the report. It has room for a first line that is not whole.
     char g_szLogTail[(LOG_LINES + 1) * LOG_LINE + 1];
@@ -52,17 +52,17 @@ namespace
         Line.Add("command:");
         std::size_t const nArguments = plat::ProcessArguments(szArguments, sizeof szArguments - 1);
         szArguments[nArguments] = '\0';
-        for (char const * p = szArguments; p < szArguments + nArguments; p += std::strlen(p) + 1)
+        for (char const * pText = szArguments; pText < szArguments + nArguments; pText += std::strlen(pText) + 1)
         {
             Line.Add(" \"");
-            Line.AddShown(p);
+            Line.AddShown(pText);
             Line.Add("\"");
         }
         Line.Add(nArguments == sizeof szArguments - 1 ? "..." : "");
         Details.EndLine();
     }
 
-    // Copies a text of the host. The copy is empty if it can't be read.
+    // Copies a text of the host, cut to FACT_SIZE - 1 bytes. The copy is empty if the text can't be read.
     void CopyText(char const * szText, char (&szCopy)[FACT_SIZE])
     {
         std::size_t const nRead = plat::MemoryRead(reinterpret_cast<std::uintptr_t>(szText), szCopy, sizeof szCopy - 1);
@@ -117,24 +117,24 @@ namespace
     // Returns the start of the last nLines lines of a text. A last line without an end counts too.
     char const * LastLines(char const * szText, std::size_t nText, int nLines)
     {
-        char const * p = szText + nText - (nText > 0 && szText[nText - 1] == '\n' ? 1 : 0);
-        while (p > szText && (p[-1] != '\n' || --nLines > 0))
+        char const * pStart = szText + nText - (nText > 0 && szText[nText - 1] == '\n' ? 1 : 0);
+        while (pStart > szText && (pStart[-1] != '\n' || --nLines > 0))
         {
-            --p;
+            --pStart;
         }
-        return p;
+        return pStart;
     }
 
     void WriteLog(Details_c & Details)
     {
         Details.AddLines("log:\n");
-        for (char const * p = LastLines(g_szLogTail, std::strlen(g_szLogTail), LOG_LINES); *p != '\0';)
+        for (char const * pLine = LastLines(g_szLogTail, std::strlen(g_szLogTail), LOG_LINES); *pLine != '\0';)
         {
-            std::size_t const nLine = std::strcspn(p, "\n");
+            std::size_t const nLine = std::strcspn(pLine, "\n");
             Details.GetLine().Add("    | ");
-            Details.GetLine().AddShown(p, nLine);
+            Details.GetLine().AddShown(pLine, nLine);
             Details.EndLine();
-            p += nLine + (p[nLine] == '\n' ? 1 : 0);
+            pLine += nLine + (pLine[nLine] == '\n' ? 1 : 0);
         }
     }
 

@@ -17,10 +17,10 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t SPAN_SIZE = 272;   // bytes of code; no instruction begins in the last ones, which stay zero
-    constexpr std::size_t SPAN_READ = 256;
-    constexpr std::size_t SPAN_PIECE = 32;
-    constexpr std::uintptr_t SPAN_BEFORE = 128;
+    constexpr std::size_t SPAN_SIZE = 272;        // bytes; those after SPAN_READ stay zero
+    constexpr std::size_t SPAN_READ = 256;        // bytes of code in which instructions begin
+    constexpr std::size_t SPAN_PIECE = 32;        // bytes that are read at once if not all are readable
+    constexpr std::uintptr_t SPAN_BEFORE = 128;   // bytes before the piece of the address
 
     class ReportSink_c final : public CodeListingSink_c
     {

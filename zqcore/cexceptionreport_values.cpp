@@ -14,6 +14,7 @@ namespace
     using namespace exceptionreport;
 
     constexpr std::size_t STRING_SIZE = 32;   // bytes of a text value, with the terminator
+    constexpr int UNIT_BITS = 64;             // bits of the largest unit of a bit field
 
     // Place and type of the value of a variable or member.
     struct Value_t
@@ -66,8 +67,8 @@ namespace
         return bRead;
     }
 
-    // Adds a value. Returns false if it can't be read. Adds nothing and returns true for a size
-    // other than 1, 2, 4 and 8 bytes.
+    // Adds a value. Returns false if it can't be read. Adds nothing and returns true for a size other than 1, 2, 4 and
+    // 8 bytes.
     bool AddValue(plat::Symbols_c & Symbols, Value_t const & Value, Text_c & Text)
     {
         plat::SymbolBase_e const eBase = Symbols.TypeBase(Value.iType);
@@ -80,17 +81,18 @@ namespace
         switch (Value.nSize)
         {
         case 1:
-            return AddRead<std::uint8_t>(Value.Address, [&Text](unsigned n) { Text.Add(" = %X", n); });
+            return AddRead<std::uint8_t>(Value.Address, [&Text](unsigned nRead) { Text.Add(" = %X", nRead); });
         case 2:
-            return AddRead<std::uint16_t>(Value.Address, [&Text](unsigned n) { Text.Add(" = %X", n); });
+            return AddRead<std::uint16_t>(Value.Address, [&Text](unsigned nRead) { Text.Add(" = %X", nRead); });
         case 4:
-            return bFloat
-                       ? AddRead<float>(Value.Address, [&Text](float f) { Text.Add(" = %f", static_cast<double>(f)); })
-                       : AddRead<std::uint32_t>(Value.Address, [&Text](std::uint32_t n) { Text.Add(" = %X", n); });
+            return bFloat ? AddRead<float>(
+                       Value.Address, [&Text](float fRead) { Text.Add(" = %f", static_cast<double>(fRead)); })
+                          : AddRead<std::uint32_t>(
+                              Value.Address, [&Text](std::uint32_t nRead) { Text.Add(" = %X", nRead); });
         case 8:
-            return bFloat ? AddRead<double>(Value.Address, [&Text](double f) { Text.Add(" = %lf", f); })
+            return bFloat ? AddRead<double>(Value.Address, [&Text](double fRead) { Text.Add(" = %lf", fRead); })
                           : AddRead<std::uint64_t>(
-                              Value.Address, [&Text](std::uint64_t n) { Text.Add(" = %" PRIX64, n); });
+                              Value.Address, [&Text](std::uint64_t nRead) { Text.Add(" = %" PRIX64, nRead); });
         default:
             return true;
         }
@@ -106,7 +108,7 @@ namespace
         {
             return false;
         }
-        std::uint64_t const nMask = ~std::uint64_t{ 0 } >> (64 - Member.nBits);
+        std::uint64_t const nMask = ~std::uint64_t{ 0 } >> (UNIT_BITS - Member.nBits);
         Text.Add(" = %" PRIX64, nUnit >> Member.nFirstBit & nMask);
         return true;
     }
@@ -114,7 +116,7 @@ namespace
     bool AddMember(
         plat::Symbols_c & Symbols, plat::SymbolMember_t const & Member, std::uintptr_t Address, Text_c & Text)
     {
-        bool const bBits = Member.nBits > 0 && Member.nBits <= 64 && Member.nFirstBit < 64;
+        bool const bBits = Member.nBits > 0 && Member.nBits <= UNIT_BITS && Member.nFirstBit < UNIT_BITS;
         return bBits ? AddBits(Member, Address, Text)
                      : AddValue(Symbols, { Address, Member.nSize, Member.iType }, Text);
     }
@@ -155,7 +157,7 @@ namespace
         return PRINTED_MEMBERS;
     }
 
-    // Writes a variable that lies in memory; skips others. Returns false if its value can't be read.
+    // Writes a variable that lies in memory. Skips others. Returns false if its value can't be read.
     bool WriteVariable(plat::Symbols_c & Symbols, plat::SymbolVariable_t const & Variable)
     {
         if (Variable.bFunction || Variable.ePlace != plat::PLACE_MEMORY)
@@ -181,6 +183,7 @@ namespace
         return true;
     }
 
+    // Arguments and result of a guarded call of WriteVariable.
     struct Call_t
     {
         plat::Symbols_c & Symbols;

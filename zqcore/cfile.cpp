@@ -92,6 +92,7 @@ namespace
     constexpr char TOO_LARGE[] = "it has 2 GiB or more";
     constexpr char GROWN[] = "it has grown since its buffer was allocated";
 
+    // Returns whether a file has 2 GiB or more, and then logs a line.
     bool IsTooLarge(plat::FileFacts_t const & Facts, char const * szWho, char const * szLocation)
     {
         if (Facts.nSize > INT_MAX)
@@ -144,6 +145,7 @@ namespace
         return pFile ? pFile : g_sFileObjects.FindByName(FoldedPath_c(szName));
     }
 
+    // Sets bOpened. Complains about a duplicate.
     void MarkOpened(File_c & File)
     {
         std::atomic_ref(File.bOpened).store(true, std::memory_order_relaxed);   // outside of the file's lock
@@ -186,11 +188,11 @@ char const * File_c::GetExt() const
 {
     char const * const szName = sName;
     char const * const pEnd = szName + sName.Length();
-    for (char const * p = pEnd; p > szName; --p)
+    for (char const * pDot = pEnd; pDot > szName; --pDot)
     {
-        if (*p == '.')
+        if (*pDot == '.')
         {
-            return p + 1;
+            return pDot + 1;
         }
     }
     return pEnd;

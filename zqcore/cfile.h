@@ -5,13 +5,14 @@
 // block. All readers share the block. Load and FileStored_c read from the disk and do not use the block. In names, case
 // does not matter, and `/` and `\` both separate. Lookups ignore a folder before a known bare name.
 //
-// Ownership: the table of files owns the objects. A File_c * is valid until FileKill, FileResetFiles, FileReset or the
-// module's shutdown. The contents are valid until the caller's FileClose, or until a Refresh replaces them. A stream
-// belongs to the caller of FileOpenStored.
+// Ownership: the table of files owns the objects. The contents are valid until the caller's FileClose, or until a
+// Refresh replaces them. A stream belongs to the caller of FileOpenStored. A File_c * is valid until one of these:
+// - FileKill, FileResetFiles or FileReset.
+// - the module's shutdown.
 // Threads: the table of files belongs to the main thread. A lock of each file guards its block and count, so a file
 // that was found may be opened and closed on any thread. g_FileOpenCallbacker and g_FileReadErrorCallbacker fire on the
-// thread that reads, the worker of cfileasync.h included, and inside the file's lock if the whole file is read. One
-// thread at a time runs receivers of these lists and of complaints (cdebug.h). A receiver may log, store data and
+// thread that reads, the worker of cfileasync.h included. If the whole file is read, they fire inside the file's lock.
+// One thread at a time runs receivers of these lists and of complaints (cdebug.h). A receiver may log, store data and
 // complain. It must not open a file that another thread may be opening.
 // Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates the file's size and reads
 // it at once.
@@ -72,13 +73,14 @@ public:
     /// - reading fails, or the file has fewer bytes there. dwLength is then the number of bytes that were read.
     virtual bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) = 0;
 
-    /// Returns the name as the last caller of FileOpen spelled it. It is empty until the first one.
+    /// Returns the name as the last caller of FileOpen by name spelled it, cut at 255 characters. It is empty until the
+    /// first one.
     virtual char const * GetFileName() const;
 
     /// Opens a stream on this file and returns it. CloseStored destroys it. Returns null if the file can't be opened.
     virtual FileStored_c * OpenStored() = 0;
 
-    /// Removes the object from g_sFileObjects, unless its key is empty or belongs to another object.
+    /// Removes the object from g_sFileObjects, unless its key is empty. Another object of its key stays.
     virtual ~File_c();
 
     /// Reads the whole file: into its own block if pBuffer is null, else into pBuffer, which has room for iLength
@@ -225,7 +227,7 @@ private:
     bool ReadUnlocked(plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation);
 };
 
-/// A stream on one file. FileOpenStored makes it, CloseStored destroys it. One thread at a time may use it.
+/// A stream on one file. FileOpenStored makes it, and CloseStored destroys it. One thread at a time may use it.
 /// SeekStored, TellStored, ReadStored and IsEof assert that the stream is open.
 class ZQ_API FileStored_c
 {
@@ -253,9 +255,9 @@ public:
     virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
 
     /// Opens the file and returns true. Stores the current size and times in the file object, unless it is resident or
-    /// another thread is opening it. Asserts that the stream is closed and that g_bFileReadDisabled is not set. Fails
-    /// if the file is open for writing or has 2 GiB or more. On failure fires g_FileReadErrorCallbacker and returns
-    /// false.
+    /// another thread is opening it. Asserts that g_bFileReadDisabled is not set, and that the stream is closed: an
+    /// open one stays as it is. Fails if the file is open for writing (plat::FileOpenRead) or has 2 GiB or more. On
+    /// failure fires g_FileReadErrorCallbacker and returns false.
     virtual bool OpenStored();
 
     /// Closes the stream, if it is open, and destroys this object.
@@ -337,7 +339,7 @@ private:
 };
 
 /// Removes an object from the table and destroys it. Asserts that it has no references and that it is in the table. If
-/// the developer continues, it is destroyed in any case.
+/// the developer continues, it is destroyed in any case. Null asserts and does nothing.
 ZQ_API void FileKill(File_c * pFile);
 
 /// Returns the file of a bare name, without opening it, or null. Any folder in name is ignored. Does not find a file

@@ -63,27 +63,11 @@ struct FileOpenCalls_t
     int iCalls = 0;
 };
 
-/// Copies up to nMax characters in lower case, with `\` for `/`, and a terminator. Returns the number of characters.
-inline int FoldText(char * szTo, char const * szFrom, int nMax)
-{
-    int n = 0;
-    for (; n < nMax && szFrom[n]; ++n)
-    {
-        szTo[n] = szFrom[n] == '/' ? '\\' : CharToLower(szFrom[n]);
-    }
-    szTo[n] = '\0';
-    return n;
-}
-
 /// A caller's path in the form of the tables, cut at FOLDED_LENGTH characters. Null counts as empty.
 class FoldedPath_c
 {
 public:
-    explicit FoldedPath_c(char const * szPath)
-    {
-        m_nLength = szPath ? FoldText(m_szText, szPath, FOLDED_LENGTH) : FoldText(m_szText, "", 0);
-        m_bCut = szPath && szPath[m_nLength];
-    }
+    explicit FoldedPath_c(char const * szPath);
 
     operator char const *() const { return m_szText; }
     int GetLength() const { return m_nLength; }
@@ -125,6 +109,25 @@ private:
     std::size_t m_nLength;
     char m_szText[FOLDED_LENGTH + 1];
 };
+
+/// Copies up to nMax characters in lower case, with `\` for `/`, and a terminator. Returns the number of characters.
+/// Requires room for nMax + 1 bytes.
+inline int FoldText(char * szTo, char const * szFrom, int nMax)
+{
+    int nLength = 0;
+    for (; nLength < nMax && szFrom[nLength]; ++nLength)
+    {
+        szTo[nLength] = szFrom[nLength] == '/' ? '\\' : CharToLower(szFrom[nLength]);
+    }
+    szTo[nLength] = '\0';
+    return nLength;
+}
+
+inline FoldedPath_c::FoldedPath_c(char const * szPath)
+{
+    m_nLength = szPath ? FoldText(m_szText, szPath, FOLDED_LENGTH) : FoldText(m_szText, "", 0);
+    m_bCut = szPath && szPath[m_nLength];
+}
 
 /// Returns the length in bytes of a file that another thread may be opening.
 inline int FileLength(File_c const & File)

@@ -1,4 +1,4 @@
-// Storage of file objects. A scan creates thousands at once; side by side in a pool they cause fewer cache misses than
+// Storage of file objects. A scan creates thousands at once, which cause fewer cache misses side by side in a pool than
 // as separate blocks.
 #include "zqcore/cfile.h"
 #include "zqcore/cfile_internal.h"

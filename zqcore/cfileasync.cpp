@@ -22,7 +22,7 @@ public:
     // Discards the worker, in the child of a fork, and renews the locks that it may have held.
     static void LeaveWorker();
 
-    // Serves all requests in this call. A receiver of the event of an open may add requests; the outer call serves
+    // Serves all requests in this call. A receiver of the event of an open may add requests. The outer call serves
     // those.
     static void ServeAll()
     {
@@ -37,7 +37,7 @@ public:
 
 private:
     static bool ServeOldest();
-    static AsyncFile_t * Oldest();
+    static AsyncFile_t * Oldest();   // returns the oldest request that waits, or null
 };
 
 Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;
@@ -102,6 +102,7 @@ namespace
     }
 
     // Calls a function with each file of the extension, in table order. Returns the number of these files.
+    // Asserts that szExt is not null, and returns 0 if it is.
     template <typename CALL>
     int ForEachOfType(char const * szExt, CALL fnCall)
     {
@@ -136,8 +137,8 @@ namespace
         }
     }
 
-    // Removes a request that is done and returns true; otherwise returns false. Reads without the lock: only this
-    // thread moves requests.
+    // Removes a request if it is done. Returns whether it was done. Reads without the lock: only this thread moves
+    // requests.
     bool RemoveIfLoaded(int iRequest)
     {
         if (!std::atomic_ref(g_pAsyncFiles[iRequest].bLoaded).load(std::memory_order_acquire))

@@ -4,7 +4,7 @@
 // a file with such an extension into its own block, a refresh too, adds a reference, which FileStayerResetAll releases.
 // FileResetFiles releases one of them for each file that it removes, so a stayer that was refreshed stays in memory,
 // out of the table, until FileStayerResetAll or FileReset. Prefetch reads all files of an extension at once. An
-// asynchronous open passes a read to the worker, a thread at idle class that ModuleFile_c starts and stops; the caller
+// asynchronous open passes a read to the worker, a thread at idle class that ModuleFile_c starts and stops. The caller
 // polls for the end.
 //
 // What a request leaves:
@@ -49,9 +49,9 @@
 /// adds is not limited.
 inline constexpr int g_iMaxStayerTypes = 32;
 
-/// Registers extensions: a list that ends with a null pointer. They are compared exactly; 7 characters count. Files
-/// that are in memory already do not become stayers. Requires extensions in lower case that begin with the dot. Asserts
-/// that the list is not empty.
+/// Registers extensions: a list that ends with a null pointer. Their first 7 characters are compared exactly. A file
+/// that is in memory already becomes a stayer at its next read. Requires extensions in lower case that begin with the
+/// dot. Asserts that the list is not empty.
 ZQ_API void FileStayerRegister(char const * szExtList, ...);
 
 /// Removes the registered extensions. Stayers remain stayers.
@@ -98,8 +98,8 @@ private:
 /// than one request poll the newest handle first, or poll by file.
 ZQ_API void * FileAsyncOpen(File_c * pFile, void * pBuffer);
 
-/// Returns whether the request is done, even if its read failed, and then removes it. Returns true only once.
-/// Asserts that the handle is known.
+/// Returns whether the request is done, even if its read failed, and then removes it. Returns true only once,
+/// and false for an unknown handle. Asserts that the handle is known.
 ZQ_API bool FileAsyncIsLoaded(void * file);
 
 /// Returns whether the oldest request for this file is done, even if its read failed, and then removes it. Returns

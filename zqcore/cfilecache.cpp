@@ -59,8 +59,8 @@ namespace
         std::uint32_t dwPath;   // the checksum of its path
         CacheStamp_s Stamp;
     };
-    constinit bool g_bCheck = false;
-    Array_T<NotedFolder_s, 1024, 0> g_dNoted;
+    constinit bool g_bCheck = false;            // whether FilesystemCacheCheck asks for stamps
+    Array_T<NotedFolder_s, 1024, 0> g_dNoted;   // folders as scans and comparisons found them
 
     CacheStamp_s StampOf(Folder_t const & sFolder)
     {
@@ -68,6 +68,7 @@ namespace
         return plat::PathGetFacts(sFolder, Facts) ? CacheStamp_s{ Facts.nSize, Facts.tLastWrite } : UNKNOWN;
     }
 
+    // Returns the noted stamp of a folder, which the caller may change. Notes UNKNOWN for a folder that has none.
     CacheStamp_s & NotedOf(Folder_t const & sFolder)
     {
         std::uint32_t const dwPath = CacheIndexOf(sFolder);
@@ -95,7 +96,7 @@ namespace
         Folder_t sBare;
     };
 
-    // Returns the stamp by the names in a folder, without the cache and the files that saves leave beside it.
+    // Returns the stamp of the names in the cache's folder, without the cache and the files that saves leave beside it.
     CacheStamp_s StampOfNames(CachePlace_s const & Cache)
     {
         plat::FolderListing_c Listing;
@@ -135,20 +136,20 @@ namespace
         return bSame;
     }
 
-    // Calls Do with each object of a table, in table order. Do must not change the table.
-    template <typename TABLE, typename DO>
-    void ForEach(TABLE & Table, DO Do)
+    // Calls fnVisit with each object of a table, in table order. Requires that fnVisit does not change the table.
+    template <typename TABLE, typename VISIT>
+    void VisitAll(TABLE & Table, VISIT fnVisit)
     {
         for (auto * pSlot = Table.First(); pSlot; pSlot = Table.Next(pSlot))
         {
-            Do(pSlot->pObject);
+            fnVisit(pSlot->pObject);
         }
     }
 
     void SaveFolders(Serializeable_c & Archive, MediaRoot_c const & Root)
     {
         Array_T<char const *, 1024, 0> dRelatives;
-        ForEach(g_sPaths,
+        VisitAll(g_sPaths,
             [&](Folder_t const * pFolder)
             {
                 if (char const * const szRelative = Root.TextBelowRoot(*pFolder))
@@ -166,7 +167,7 @@ namespace
 
     // Returns the file of a folder that Top is or hides, if a load could place it: its folder is in the table, and no
     // other object of the table has its key. Otherwise returns null.
-    File_c const * PlaceableOf(File_c & Top)
+    File_c const * PlaceableFileOf(File_c & Top)
     {
         File_c const * const pFile = FileHiding_c::InFolder(Top);
         bool const bPlaceable =
@@ -177,10 +178,10 @@ namespace
     void SaveFiles(Serializeable_c & Archive, MediaRoot_c const & Root, char const * szOwn)
     {
         Array_T<File_c const *, 1024, 0> dFiles;
-        ForEach(g_sFileObjects,
+        VisitAll(g_sFileObjects,
             [&](File_c * pTop)
             {
-                File_c const * const pFile = PlaceableOf(*pTop);
+                File_c const * const pFile = PlaceableFileOf(*pTop);
                 if (pFile && pFile->sName != szOwn && Root.TextBelowRoot(*pFile->pPath))
                 {
                     dFiles.Add(pFile);
@@ -200,7 +201,7 @@ namespace
     {
         std::uint32_t dwFollow = CACHE_STAMPS_FOLLOW;
         Archive.Serialize(dwFollow);
-        ForEach(g_sPaths,
+        VisitAll(g_sPaths,
             [&](Folder_t const * pFolder)
             {
                 if (Root.TextBelowRoot(*pFolder))
@@ -234,7 +235,7 @@ namespace
         return bWritten;
     }
 
-    // Adds a copy to g_sPaths and returns its entry. Otherwise logs a line and returns the entry that the table has
+    // Adds a copy to g_sPaths and returns its entry. On failure logs a line, and returns the entry that the table has
     // already, or null if the table is full.
     Folder_t const * AddFolder(Folder_t const & sFolder)
     {
@@ -255,7 +256,7 @@ namespace
         explicit EarlierFiles_c(File_c * pCache)
             : m_pCache(pCache)
         {
-            ForEach(g_sFileObjects,
+            VisitAll(g_sFileObjects,
                 [this](File_c * pTop)
                 {
                     File_c * const pFile = FileHiding_c::InFolder(*pTop);
@@ -264,7 +265,7 @@ namespace
                         m_dFiles.Add(pFile);
                     }
                 });
-            ForEach(g_sPaths, [this](Folder_t * pFolder) { m_dFolders.Add(pFolder); });
+            VisitAll(g_sPaths, [this](Folder_t * pFolder) { m_dFolders.Add(pFolder); });
             g_sPaths.Reset();
         }
 
@@ -483,9 +484,10 @@ namespace
 
         // Returns why the cache can't be used, as the text of a log line. Returns an empty text if its folders have
         // their stamps.
-        Folder_t WhyNot(MediaRoot_c const & Root) const;
+        Folder_t GetWhyNot(MediaRoot_c const & Root) const;
 
     private:
+        // Reads all records, and adds the texts of the folders to dRelatives. Returns whether stamps follow.
         static bool ReadRecords(Readable_c & Archive, Array_T<Folder_t, 64, 0> & dRelatives);
 
         CachePlace_s m_Place;
@@ -512,7 +514,7 @@ namespace
         return !Archive.IsFailed() && dwFollow == CACHE_STAMPS_FOLLOW;
     }
 
-    Folder_t CacheReader_c::WhyNot(MediaRoot_c const & Root) const
+    Folder_t CacheReader_c::GetWhyNot(MediaRoot_c const & Root) const
     {
         if (IsEmptyFile(g_sFilesystemCacheName) || !FileOpen(m_pFile))
         {
@@ -580,7 +582,7 @@ bool FilesystemCacheIsCurrent()
     MediaRoot_c const Root;
     Folder_t const sWhyNot = Root.IsUnknown()                   ? "there is no media root"
                              : g_sFilesystemCacheName.IsEmpty() ? "there is none"
-                                                                : CacheReader_c().WhyNot(Root);
+                                                                : CacheReader_c().GetWhyNot(Root);
     if (!sWhyNot.IsEmpty())
     {
         LogEscaped("filesystem: the cache is not current, %s", static_cast<char const *>(sWhyNot));

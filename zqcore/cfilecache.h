@@ -5,9 +5,12 @@
 // root, so a cache stays valid when the tree moves. A cache is written only after scans that read everything. So a
 // fault of the system, or a missing media root, affects one start and not the following ones.
 //
-// A load does not compare the cache with the disk; FilesystemCacheIsCurrent compares its folders. Without that, a file
-// that was added since is unknown, one that was deleted fails to open, and sizes and times may be outdated until a file
-// is opened. docs/formats.md describes the bytes.
+// A load does not compare the cache with the disk. FilesystemCacheIsCurrent compares its folders. Without that call:
+// - a file that was added since is unknown.
+// - a file that was deleted since fails to open.
+// - sizes and times may be outdated until a file is opened.
+//
+// docs/formats.md describes the bytes.
 //
 // Ownership: loaded objects belong to the table of files.
 // Threads: main thread, while the modules start and end.
@@ -27,7 +30,8 @@
 /// cache is not current.
 extern ZQ_API String_T<256> g_sFilesystemCacheName;
 
-/// Sets g_sFilesystemCacheName, before the modules start. Null or an empty text names none.
+/// Sets g_sFilesystemCacheName, cut at 255 characters. Null or an empty text names none. Requires a call before the
+/// modules start.
 ZQ_API void FilesystemCacheInit(char const * sName);
 
 /// Fills the tables from the cache and returns true. Empties g_sFilesystemCacheName and returns false in these cases:
@@ -37,7 +41,8 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 /// The tables are then as before, except that they may hold the cache's own folder. A damaged cache ends in Abort:
 /// - another major version, or too few bytes.
 /// - a negative count, or a file without a name.
-/// - a folder's text that does not fit its checksum, or does not begin and end with `\`.
+/// - a folder's text that does not fit its checksum, which asserts first.
+/// - a folder's text that does not begin and end with `\`.
 /// - two entries of one name, or a file without its folder.
 /// - more folders than the table of one load has room for, or more files than g_sFileObjects has.
 ///
@@ -55,7 +60,7 @@ ZQ_API bool FilesystemCacheLoad();
 ZQ_API void FilesystemCacheCheck(bool bCheck);
 
 /// Returns whether no folder of the cache that FilesystemCacheInit named has changed since it was scanned. A folder has
-/// changed if its size or time of change has: adding, deleting and renaming change them, writing into a file does not.
+/// changed if its size or time of change has. Adding, deleting and renaming change them. Writing into a file does not.
 /// In the cache's own folder the names are compared, because each save changes its time. Returns false, with a log
 /// line, in these cases:
 /// - there is no media root, or no cache was named.
@@ -63,6 +68,7 @@ ZQ_API void FilesystemCacheCheck(bool bCheck);
 /// - the cache can't be read, or it ends too early.
 /// - the cache lacks the media root.
 /// - the cache was written without FilesystemCacheCheck.
+/// - the cache lists a folder that no scan had read, so it has no size and time of it.
 ///
 /// Another major version ends in Abort. The load reports other damage. The tables stay as they are. Costs one read
 /// of the cache and one system call for each folder.

@@ -32,7 +32,7 @@ struct CacheFile_s
 {
     std::uint32_t nIndex = 0;   // index of its folder
     plat::FileTime_t ftCreationTime = 0;
-    int iLength = 0;
+    int iLength = 0;   // bytes, as in File_c::iLength
     File_c::Key_t sName;
 
     void Serialize(Serializeable_c & Archive)
@@ -46,8 +46,8 @@ struct CacheFile_s
 /// CACHE_STAMP_OF_NAMES and a checksum of the names in it.
 struct CacheStamp_s
 {
-    std::uint64_t nBytes = 0;
-    std::uint64_t tWrite = 0;
+    std::uint64_t nBytes = 0;   // size of the folder, or CACHE_STAMP_OF_NAMES
+    std::uint64_t tWrite = 0;   // ticks as in plat::FileTime_t, or the checksum
     bool operator==(CacheStamp_s const &) const = default;
 
     void Serialize(Serializeable_c & Archive) { Archive.Serialize(nBytes).Serialize(tWrite); }

@@ -23,6 +23,8 @@ Array_T<String_T<256>, 1024, 0> g_dCleanNames;
 
 namespace
 {
+    using TrackName_t = decltype(FileOpenTrack_t::sName);
+
     constexpr int LIMIT_STEP = 10;   // open handles between two complaints
 
     constinit plat::Lock_c g_TrackerLock;   // lock of the list, its limit and the count below
@@ -35,8 +37,8 @@ namespace
         return hFile != nullptr && hFile != reinterpret_cast<void const *>(std::intptr_t{ -1 });
     }
 
-    // Copies an entry's name. Returns false after the last. The list may change between two calls.
-    bool CopyName(int iTrack, String_T<260> & sName)
+    // Copies an entry's name. Returns false after the last one. The list may change between two calls.
+    bool CopyName(int iTrack, TrackName_t & sName)
     {
         plat::LockScope_c const Scope(g_TrackerLock);
         if (iTrack >= g_dOpenTracks.GetLength())
@@ -50,7 +52,7 @@ namespace
     ZQ_COLD void Dump()
     {
         ValueScope_T const Dumping(t_bTrackerDumping, true);
-        String_T<260> sName;
+        TrackName_t sName;
         for (int i = 0; CopyName(i, sName); ++i)
         {
             LogEscaped("Opened file: '%s'", static_cast<char const *>(sName));
@@ -64,23 +66,23 @@ namespace
         return nEnd <= nText && StrCompareNoCase(szText + nText - nEnd, szEnd) == 0;
     }
 
-    ZQ_COLD void ComplainOfFailure(char const * sName)
+    ZQ_COLD void ComplainOfFailure(char const * szName)
     {
-        if (!EndsNoCase(sName, FileMediaTemplateTail()) && !EndsNoCase(sName, ".bin"))
+        if (!EndsNoCase(szName, FileMediaTemplateTail()) && !EndsNoCase(szName, ".bin"))
         {
-            Achtung("CreateFile(): opening of file '%s' failed!", TextForLog(sName).GetBuffer());
+            Achtung("CreateFile(): opening of file '%s' failed!", TextForLog(szName).GetBuffer());
         }
     }
 
-    ZQ_COLD void ComplainOfLimit(int iLimit, char const * sName)
+    ZQ_COLD void ComplainOfLimit(int nLimit, char const * szName)
     {
-        Achtung("CreateFile(): limit of %i opened files exceeded on opening file '%s'!", iLimit,
-            TextForLog(sName).GetBuffer());
+        Achtung("CreateFile(): limit of %i opened files exceeded on opening file '%s'!", nLimit,
+            TextForLog(szName).GetBuffer());
         Dump();
     }
 
     // Adds the handle to the list. Returns the limit that this exceeds, or 0. Sets bListed to whether there was room.
-    int List(void * hFile, char const * sName, bool & bListed)
+    int List(void * hFile, char const * szName, bool & bListed)
     {
         plat::LockScope_c const Scope(g_TrackerLock);
         bListed = g_dOpenTracks.GetLength() < FILE_OPEN_TRACKS;
@@ -92,15 +94,15 @@ namespace
         {
             FileOpenTrack_t & Track = g_dOpenTracks[g_dOpenTracks.Add({})];
             Track.hFile = hFile;
-            Track.sName = sName;
+            Track.sName = szName;
         }
         if (g_dOpenTracks.GetLength() + g_nUnlisted <= g_iMaxOpenFiles)
         {
             return 0;
         }
-        int const iLimit = g_iMaxOpenFiles;
+        int const nLimit = g_iMaxOpenFiles;
         g_iMaxOpenFiles += LIMIT_STEP;
-        return iLimit;
+        return nLimit;
     }
 
     // Removes the handle. A handle that is not in the list counts as one that found no room. Returns false if there is
@@ -137,11 +139,11 @@ void FileOpenTracker(void * hFile, char const * sName)
         return;
     }
     bool bListed;
-    int const iExceeded = List(hFile, sName, bListed);
+    int const nExceeded = List(hFile, sName, bListed);
     ZQ_ASSERT_TEXT(bListed, "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
-    if (iExceeded != 0)
+    if (nExceeded != 0)
     {
-        ComplainOfLimit(iExceeded, sName ? sName : "");
+        ComplainOfLimit(nExceeded, sName ? sName : "");
     }
 }
 
@@ -159,6 +161,8 @@ void FileCloseTracker(void * hFile)
 
 namespace
 {
+    constexpr char const * CLONE_FOLDER = ".\\LoadedMedia";
+
     struct ResponseLog_s
     {
         std::uint32_t dwBit;
@@ -200,8 +204,8 @@ namespace
         return bWhole ? plat::StreamOpen(szPath, bAppend ? "a" : "w+") : nullptr;
     }
 
-    // Returns whether the clean log lacks the name, and records the name. A name that is too long to be recorded always
-    // counts as new.
+    // Records a name and returns whether the clean log lacked it. A name that is too long to be recorded always counts
+    // as new.
     bool AddCleanName(char const * szName)
     {
         String_T<256> const sName(szName);
@@ -223,8 +227,10 @@ namespace
     {
         for (char const * p = szName; *p; ++p)
         {
-            unsigned char const c0 = static_cast<unsigned char>(p[0]), c1 = static_cast<unsigned char>(p[1]);
-            if (c0 < ' ' || c0 == 0x7F || (c0 == 0xC2 && c1 >= 0x80 && c1 < 0xA0))   // the last are U+0080 to U+009F
+            auto const cByte = static_cast<unsigned char>(p[0]);
+            auto const cNext = static_cast<unsigned char>(p[1]);
+            bool const bUpper = cByte == 0xC2 && cNext >= 0x80 && cNext < 0xA0;   // U+0080 to U+009F
+            if (cByte < ' ' || cByte == 0x7F || bUpper)
             {
                 return false;
             }
@@ -232,7 +238,8 @@ namespace
         return true;
     }
 
-    // Returns whether the response logs must have a name. Logs a name that they can't hold.
+    // Logs a name that the response logs can't hold, and returns whether they must have the name. Asserts that it is
+    // not null.
     bool IsWanted(char const * szName)
     {
         ZQ_ASSERT_TEXT(szName, "sFileName");
@@ -301,8 +308,7 @@ namespace
     // below CLONE_FOLDER. A file whose key leads upwards is not copied.
     void Clone(File_c const & File)
     {
-        constexpr char const * CLONE_FOLDER = ".\\LoadedMedia\\";
-        String_T<256> const sTarget = String_T<256>(CLONE_FOLDER) + File.sName;
+        String_T<256> const sTarget = String_T<256>(CLONE_FOLDER) + "\\" + File.sName;
         if (!LeadsUp(File.sName))
         {
             if (PathFileName(File.sName) != static_cast<char const *>(File.sName))
@@ -407,23 +413,23 @@ void FileLogLoadedMedia()
     constexpr char const * CUT = "------------ CUT ------------";
     Log("Media in memory...");
     LogText(CUT);
-    for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
-    {
-        File_c & File = *pSlot->pObject;
-        plat::LockScope_c const Scope(File.m_Lock);
-        if (WasOpened(File) && File.pData)
+    ForEachFile(
+        [](File_c & File)
         {
-            LogEscaped("%i, %s", File.iLength, static_cast<char const *>(File.sName));
-        }
-    }
+            plat::LockScope_c const Scope(File.m_Lock);
+            if (WasOpened(File) && File.pData)
+            {
+                LogEscaped("%i, %s", File.iLength, static_cast<char const *>(File.sName));
+            }
+        });
     LogText(CUT);
 }
 
 void FileCloneLoadedMedia()
 {
     Log("Clone media...");
-    plat::TreeDelete(".\\LoadedMedia");
-    if (!plat::FolderCreate("LoadedMedia"))
+    plat::TreeDelete(CLONE_FOLDER);
+    if (!plat::FolderCreate(CLONE_FOLDER))
     {
         return;
     }

@@ -1,19 +1,21 @@
 // cfilelog.h: development tools that show which files a program opens.
 //
-// The tracker lists the file handles that the library has open, except those of logs, the registry and the clipboard.
-// It complains when there are many and when an open fails. The response logs list the paths that are opened on disk;
-// docs/formats.md describes them. The other functions report or copy what was loaded.
+// The tracker lists the file handles that the library has open, except those of logs, the
+// memory report, the registry and the clipboard. It complains when there are many and when an open fails. The response
+// logs list the paths that are opened on disk or in an archive (czip.h). docs/formats.md describes them. The other
+// functions report or copy what was loaded.
 //
 // Ownership: all state is static. The library opens and closes the logs.
 // Threads: the tracker and the response logs may be used on any thread. Each has a lock of its own, and the tracker
 // holds none while it complains or dumps. FileDumpInfo, FileLogLoadedMedia and FileCloneLoadedMedia belong to the main
 // thread.
 // Cost: the tracker runs from load to the end of the process and allocates nothing. A response log costs a write a
-// line.
+// line. The clean log also allocates 256 bytes a path, and each open searches its paths one by one.
 // Failure: the tracker complains by Achtung and assertions. A log that can't be created is not written.
 //
 //     FileOpenLogScope_c const Start("start", FILE_LOG_CLEAN);   // media root\Logs\start_clean.rsp
 //     FileReference_c const Levels("levels.csv");                // its path is one line there
+//     FileReference_c const Again("levels.csv");                 // and still is
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -25,8 +27,8 @@ inline constexpr std::uint32_t FILE_LOG_PLAIN = 1;      // <name>.rsp: each open
 inline constexpr std::uint32_t FILE_LOG_CLEAN = 2;      // <name>_clean.rsp: each path once if below 256 characters
 inline constexpr std::uint32_t FILE_LOG_PREFETCH = 4;   // <name>_prefetch.rsp: as the plain log
 
-/// Whether g_FileOpenCallbacker fires for each File_c that is opened on disk, found or not. It is false at start.
-/// FileOpenLogEnable and FileOpenLogDisable set it.
+/// Whether g_FileOpenCallbacker fires for each File_c that is opened on disk or in an archive, found or not. It is
+/// false at start. FileOpenLogEnable and FileOpenLogDisable set it.
 extern ZQ_API bool g_bCollectResource;
 
 /// Notes an attempt to open a file: the handle, or null or -1 for a failure, and the name. The list holds a copy of the
@@ -39,14 +41,14 @@ extern ZQ_API bool g_bCollectResource;
 /// While a thread logs the list, its own calls are ignored.
 ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 
-/// Notes that a handle is about to be closed. Requires that it is still open: after the close another thread may get
-/// the same number. Asserts that the handle is listed, unless handles are open that found no room in the list. Null and
-/// -1 are ignored.
+/// Notes that a handle is about to be closed. Null and -1 are ignored. Requires that it is still open: after the close
+/// another thread may get the same number. Asserts that the handle is listed, unless handles are open that found no
+/// room in the list.
 ZQ_API void FileCloseTracker(void * hFile);
 
-/// Opens the response logs of dwMask in the media root's folder Logs. Requires that this folder exists. The name is
-/// "thegame" if sName is null or empty. Old contents are deleted, unless bAppend is set. A log of dwMask that is open
-/// is closed first; the clean log then writes each path again. Logs outside of dwMask stay open.
+/// Opens the response logs of dwMask in the media root's folder Logs. The name is "thegame" if sName is null or empty.
+/// Old contents are deleted, unless bAppend is set. A log of dwMask that is open is closed first. The clean log then
+/// writes each path again. Logs outside of dwMask stay open. Without the folder no log is created.
 ///
 /// Sets g_bCollectResource. Opens are written while ModuleFile_c is initialised, as the paths that were opened. A path
 /// with a control character would forge a line: it is skipped, with a line in the main log.
@@ -86,6 +88,6 @@ ZQ_API void FileDumpInfo();
 ZQ_API void FileLogLoadedMedia();
 
 /// Copies each file whose File_c::bOpened is set to the folder LoadedMedia of the current folder, under its key.
-/// Deletes the previous LoadedMedia first, without following links; if the new one can't be created, nothing is copied.
+/// Deletes the previous LoadedMedia first, without following links. If the new one can't be created, nothing is copied.
 /// Files that can't be copied and keys that lead out of the folder are skipped without a message.
 ZQ_API void FileCloneLoadedMedia();

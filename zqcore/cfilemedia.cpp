@@ -16,19 +16,30 @@
 #include "platform/process.h"
 #include "platform/registry.h"
 
+namespace
+{
+    constexpr char const * DEFAULT_SPLIT = "\\gamedata\\";
+}
+
 bool g_bAddon = false;
 String_T<256> g_sMediaPath;
 String_T<256> g_sCurrentConfig;
 String_T<256> g_sMediaTemplate("media*.zq");
 bool g_bSplit = false;
-String_T<256> g_sSplitLocation("\\gamedata\\");
+String_T<256> g_sSplitLocation(DEFAULT_SPLIT);
 String_T<256> g_sGameFolder;
-String_T<256> g_sSplitGame("\\gamedata\\");
+String_T<256> g_sSplitGame(DEFAULT_SPLIT);
 
 namespace
 {
     constexpr char const * DEFAULT_GAME = "pqx";
     constexpr char const * CACHE_NAME = "filesystemcache.bin";
+
+    // Folders of the media root that change while a game runs.
+    constexpr char const * PROFILES = "\\profiles";
+    constexpr char const * MAPS_CACHE = "\\mapscache";
+    constexpr char const * AUTOSAVE = "\\$$$pqxautosave";
+    constexpr char const * BACKUP = "\\$$$pqxbackup";
 
     enum class MediaSource_e
     {
@@ -107,7 +118,7 @@ namespace
         }
     }
 
-    // Reads the game from `--game <name>` of the command line.
+    // Sets the game to that of `--game <name>` in the command line, or to DEFAULT_GAME without one.
     void ChooseGame()
     {
         String_T<256> sCommandLine;
@@ -151,7 +162,7 @@ namespace
 
 void FileExcludeToolFiles()
 {
-    for (char const * szFolder : { "_svn", "CVS", ".svn", "$$$pqxautosave", "$$$pqxbackup" })
+    for (char const * szFolder : { "_svn", "CVS", ".svn", AUTOSAVE + 1, BACKUP + 1 })
     {
         FileAlwaysExcludeFolder(szFolder);
     }
@@ -167,7 +178,7 @@ void FileCacheDropOthers(String_T<256> const & sRoot)
     {
         FileResetFiles(".");
     }
-    for (char const * szFolder : { "\\profiles", "\\mapscache", "\\$$$pqxautosave", "\\$$$pqxbackup" })
+    for (char const * szFolder : { PROFILES, MAPS_CACHE, AUTOSAVE, BACKUP })
     {
         FileResetFiles(sRoot + szFolder);
     }
@@ -303,8 +314,8 @@ void ModuleFile_c::FillTables()
         bScan = !FilesystemCacheLoad();
         if (!bScan)
         {
-            FileAddSearchPath(GetPQXMediaPath(false) + "\\profiles", true, false);
-            FileAddSearchPath(GetPQXMediaPath(false) + "\\mapscache", true, false);
+            FileAddSearchPath(GetPQXMediaPath(false) + PROFILES, true, false);
+            FileAddSearchPath(GetPQXMediaPath(false) + MAPS_CACHE, true, false);
         }
     }
     String_T<256> const sRoot = GetPQXMediaPath(false);

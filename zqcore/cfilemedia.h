@@ -6,7 +6,7 @@
 // Ownership: texts are copied.
 // Threads: main thread.
 // Cost: GetPQXMediaPath may ask the registry and the disk at each call. A start scans the media root or loads a cache.
-// Failure: a setting that breaks a rule asserts and is not used.
+// Failure: a setting that fails an assertion is not used.
 //
 //     SetPQXMediaPath("media");
 //     FileSetSplit("\\gamedata\\");   // scan only the folder in there that `--game` names
@@ -19,8 +19,8 @@
 #include "zqcore/cmodule.h"
 #include "zqcore/cstring.h"
 
-/// Set and return the name pattern of the packs, "media*.zq" at start. FileSetMediaTemplate asserts that it holds one
-/// `*`, directly before a dot; otherwise the previous pattern stays.
+/// Set and return the name pattern of the packs, "media*.zq" at start. FileSetMediaTemplate asserts that it is not null
+/// and holds one `*`, directly before a dot; otherwise the previous pattern stays.
 ZQ_API void FileSetMediaTemplate(char const * sTemplate);
 ZQ_API String_T<256> FileGetMediaTemplate();
 
@@ -29,7 +29,7 @@ ZQ_API String_T<256> FileGetMediaTemplate();
 /// that sLocation begins and ends with `\`; otherwise the previous one stays.
 ZQ_API void FileSetSplit(char const * sLocation);
 
-/// Returns the media root. One separator at its end is removed. Each call tries these in turn:
+/// Returns the media root. Removes one separator at its end. Each call tries these in turn:
 /// - the path of SetPQXMediaPath, whether it exists or not.
 /// - the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if that path exists.
 /// - ".", if the main pack, the pattern without its `*`, lies in the current folder.

@@ -8,17 +8,17 @@
 
 namespace
 {
-    // Returns a word with the top bit set in each byte that equals this character (Warren, Hacker's Delight,
+    // Returns a word with the top bit set in each byte that equals cSought (Warren, Hacker's Delight,
     // section 6-1).
-    std::uint64_t EightMatches(std::uint64_t nText, char c)
+    std::uint64_t EightMatches(std::uint64_t nText, char cSought)
     {
-        std::uint64_t const nDifferent = nText ^ (EACH_BYTE * static_cast<unsigned char>(c));
+        std::uint64_t const nDifferent = nText ^ (EACH_BYTE * static_cast<unsigned char>(cSought));
         return ~(((nDifferent & ~HIGH_BITS) + ~HIGH_BITS) | nDifferent) & HIGH_BITS;
     }
 
-    bool IsSeparator(char c)
+    bool IsSeparator(char cText)
     {
-        return c == '/' || c == '\\';
+        return cText == '/' || cText == '\\';
     }
 }
 

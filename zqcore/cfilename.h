@@ -1,9 +1,9 @@
 // cfilename.h: a path and its parts. `/` and `\` both separate.
 //
-// Ownership: a FileName_c is a plain value of up to 255 characters; longer paths are cut.
+// Ownership: a FileName_c is a plain value of up to 255 characters. Longer paths are cut.
 // Threads: any thread.
 // Cost: a scan of the path. Nothing allocates.
-// Failure: the constructor of FileName_c asserts that its path is not null; PathFileName requires that. A part that a
+// Failure: the constructor of FileName_c asserts that its path is not null. PathFileName requires that. A part that a
 // path lacks is an empty text.
 //
 //     FileName_c const sPath("media\\levels/harbour.lvl");
@@ -14,8 +14,8 @@
 
 #include "zqcore/cstring.h"
 
-/// Returns the last component of a path, as a pointer into it. Starts after the drive, if there is one. A path without
-/// a separator is its own last component.
+/// Returns the last component of a path, as a pointer into it. Without a separator it is all after the drive, or
+/// the whole path. It is empty if the path ends in a separator or is only a drive.
 ZQ_API char const * PathFileName(char const * szPath);
 
 /// Returns the last component of a path of nLength characters, which needs no zero at its end.

@@ -73,7 +73,7 @@ namespace
             else
             {
                 FileHiding_c::Remove(*pFile);
-                g_sFileOrphans.Add(pFile);
+                g_FileOrphans.Add(pFile);
             }
             if (bTop)
             {
@@ -97,9 +97,9 @@ namespace
             }
             bRemoved = true;
             g_sPaths.Delete(pSlot);
-            if (g_sFileOrphans.UseFolder(*pPath))
+            if (g_FileOrphans.UseFolder(*pPath))
             {
-                g_sFileOrphans.KeepFolder(pPath);
+                g_FileOrphans.KeepFolder(pPath);
             }
             else
             {
@@ -172,20 +172,20 @@ void FileForget(File_c & File)
             g_sFileObjects.Delete(pSlot);
         }
     }
-    g_sFileOrphans.Remove(File);
+    g_FileOrphans.Remove(File);
 }
 
 void FileRenewLocks()
 {
     for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
     {
-        // It is null in a child if another thread of the parent was adding it.
+        // pObject is null in a child if another thread of the parent was adding it.
         for (File_c * pFile = pSlot->pObject; pFile; pFile = pFile->m_pHidden)
         {
             pFile->RenewLock();
         }
     }
-    for (File_c * pOrphan : g_sFileOrphans.GetFiles())
+    for (File_c * pOrphan : g_FileOrphans.GetFiles())
     {
         pOrphan->RenewLock();
     }
@@ -259,11 +259,11 @@ bool FileAddOneFile(char const * sFile)
     File_c * const pFile = ZQ_NEW FileOnDisk_c;
     pFile->pPath = pPath;
     FileMakeBareKey(szBare, std::strlen(szBare), pFile->sName.GetBuffer());
-    int const iCount = pFile->RefOpen();
+    int const nOpens = pFile->RefOpen();
     pFile->RefClose();
-    if (iCount == 0 || !AddToTable(*pFile))   // 2 for a file that stays resident
+    if (nOpens == 0 || !AddToTable(*pFile))   // 2 for a file that stays resident
     {
-        FileNoteNotAdded(szBare, iCount == 0 ? pFile->GetWhyNot() : File_c::Reason_t(FULL));
+        FileNoteNotAdded(szBare, nOpens == 0 ? pFile->GetWhyNot() : File_c::Reason_t(FULL));
         FileDiscard(pFile);
         return false;
     }
@@ -293,12 +293,12 @@ void FileReset()
         FileHiding_c::DestroyBelow(*pSlot->pObject);
         delete pSlot->pObject;
     }
-    g_sFileOrphans.DestroyFiles();
+    g_FileOrphans.DestroyFiles();
     for (PathTable_t::Slot_s * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot))
     {
         delete pSlot->pObject;
     }
-    g_sFileOrphans.DestroyFolders();
+    g_FileOrphans.DestroyFolders();
     FileScanForgetMissed("");
     FileCacheForgetFolders();
     g_sFileObjects.Reset();

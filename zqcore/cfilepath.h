@@ -7,7 +7,7 @@
 //
 // Folders are stored in lower case with `\`, also at the end. If names in one folder differ in case only, a path in
 // lower case leads to the one without capitals. If all have capitals, it leads to the first in byte order. The scan
-// enters that one. A second file is a duplicate; a second folder, or an entry of another kind, is skipped. A scan also
+// enters that one. A second file is a duplicate. A second folder, or an entry of another kind, is skipped. A scan also
 // skips, with a log line:
 // - names that are not UTF-8 or hold a `\`, and keys that begin with a drive, as `a:b` does.
 // - pipes, sockets and devices.
@@ -89,7 +89,7 @@ extern ZQ_API FileTable_t g_sFileObjects;
 extern ZQ_API PathTable_t g_sPaths;
 
 /// Registers the files of a folder, with those of its subfolders if bRecursive is set, and returns true. Fires
-/// g_AddSubfolderCallbacker for each folder. Returns true too if the folder can't be read; then FileScanIsWhole returns
+/// g_AddSubfolderCallbacker for each folder. Returns true too if the folder can't be read. FileScanIsWhole then returns
 /// false. Returns false, with a log line, in these cases:
 /// - there is no such folder, or the system can't report it. In the second case FileScanIsWhole returns false too.
 /// - its path has more than 255 characters.
@@ -101,15 +101,14 @@ extern ZQ_API PathTable_t g_sPaths;
 /// have none: their keys alone are their paths on disk.
 ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames);
 
-/// Returns whether scans have seen all of a folder and its subfolders; an empty sPath means all scans. A folder that
+/// Returns whether scans have seen all of a folder and its subfolders. An empty sPath means all scans. A folder that
 /// could not be read, or whose entries the system could not report, makes it false until it is scanned again or
 /// removed. A media root that ModuleFile_c can't scan or find makes it false too. sPath is compared as text with the
 /// paths of the scans, as in the functions below.
 ZQ_API bool FileScanIsWhole(char const * sPath);
 
-/// Event that fires, forced, for each entry that a scan skips, for each file that it enters but that can't be opened,
-/// and for each entry of an archive that FileZipMount skips (czip.h). A receiver must not change the tables. These are
-/// not reported:
+/// Event that fires, forced, for each entry that a scan or FileZipMount (czip.h) skips, and for each file that a scan
+/// enters but that can't be opened. Requires that no receiver changes the tables. These are not reported:
 /// - links whose target is missing.
 /// - excluded names and unfinished saves of which the system reports no facts.
 /// - excluded names of pipes, sockets and devices.
@@ -129,7 +128,7 @@ ZQ_API bool FileResetFiles(char const * sPath);
 ZQ_API void FileReset();
 
 /// Reads a file once, registers it by its bare name and returns true. Returns true without touching the disk if the
-/// bare name is known already, in any folder. On failure returns false, with log lines; g_sPaths may then have the
+/// bare name is known already, in any folder. On failure returns false, with log lines. g_sPaths may then have the
 /// file's folder. A file that the system does not open is an Achtung too (cfile.h).
 ZQ_API bool FileAddOneFile(char const * sFile);
 
@@ -143,11 +142,12 @@ ZQ_API bool FileAddOneFile(char const * sFile);
 /// FilesystemCacheSave (cfilecache.h) writes it.
 ZQ_API HashAdd_e FileAddObject(File_c * pFile, bool bOver);
 
-/// Exclude the folders, or the files, of a bare name from later scans, without regard to ASCII case. The name is
-/// copied, cut at 255 characters. ModuleFile_c's Shutdown removes all of them.
+/// Exclude the folders, or the files, of a bare name from later scans, without regard to ASCII case. Copy the name, cut
+/// at 255 characters. ModuleFile_c's Shutdown removes all of them.
 ZQ_API void FileAlwaysExcludeFolder(char const * sName);
 ZQ_API void FileAlwaysExcludeFile(char const * sName);
 
 /// Fills dFiles with the files whose folder begins with sPath, subfolders included, in table order, and returns how
-/// many. Asserts that iMax >= 1, the most that dFiles holds. Skips files without a folder.
+/// many. Skips files without a folder. Asserts that dFiles is not null and that iMax, the most that it holds, is at
+/// least 1. Returns 0 if an assertion fails, or if sPath has more than 255 characters.
 ZQ_API int FileGetDirectoryFiles(char const * sPath, File_c ** const dFiles, int iMax);

@@ -31,11 +31,11 @@ void FileHiding_c::Reveal(File_c & File)
 
 bool FileHiding_c::Remove(File_c const & File)
 {
-    for (File_c * p = g_sFileObjects.FindByName(File.sName); p; p = p->m_pHidden)
+    for (File_c * pOver = g_sFileObjects.FindByName(File.sName); pOver; pOver = pOver->m_pHidden)
     {
-        if (p->m_pHidden == &File)
+        if (pOver->m_pHidden == &File)
         {
-            p->m_pHidden = File.m_pHidden;
+            pOver->m_pHidden = File.m_pHidden;
             return true;
         }
     }

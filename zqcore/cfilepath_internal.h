@@ -10,40 +10,9 @@
 /// Characters of the longest key.
 inline constexpr std::size_t FILE_KEY_LENGTH = File_c::Key_t::Capacity() - 1;
 
-/// Adds a copy of a folder's path to g_sPaths and returns it. Returns null if the table has it already or is full.
-String_T<256> const * FilePathAdd(char const * szPath);
-
-/// Fires g_FileSkipCallbacker.
-ZQ_COLD void FileReportSkip(
-    FileSkip_e eWhy, char const * szFolder, char const * szName, File_c const * pFirst = nullptr);
-
-/// Logs that a bare name of nName characters is cut to FILE_KEY_LENGTH.
-ZQ_COLD void FileLogCutName(char const * szName, std::size_t nName);
-
-/// Writes a bare name as a key, in lower case. A name that does not fit is cut, with a log line. Returns the key's
-/// length.
-inline std::size_t FileMakeBareKey(char const * szName, std::size_t nName, char * szKey)
-{
-    std::size_t const nKey = std::min(nName, FILE_KEY_LENGTH);
-    CopyToLower(szKey, szName, nKey);
-    szKey[nKey] = '\0';
-    if (nKey < nName)
-    {
-        FileLogCutName(szName, nName);
-    }
-    return nKey;
-}
-
-/// Destroys an object that is not in the table.
-inline void FileDiscard(File_c * pFile)
-{
-    pFile->sName = "";   // the key may be another object's
-    delete pFile;
-}
-
 /// A queue of one file before the table of files. A file is added to the table when the next one is pushed, so that its
-/// slot can be prefetched meanwhile. Therefore the log lines about its key follow those about the next file. The queue
-/// must be flushed before it is destroyed.
+/// slot can be prefetched meanwhile. Therefore the log lines about its key follow those about the next file. Requires
+/// a Flush before the queue is destroyed.
 class FileTableQueue_c
 {
 public:
@@ -54,8 +23,8 @@ public:
         m_Waiting = g_sFileObjects.Prepare(pFile, &pFile->sName, nKey);
     }
 
-    /// Adds the waiting file, if there is one. A file that the table refuses is destroyed. A duplicate is logged; the
-    /// first file of the process for which the table has no room is a Warning.
+    /// Adds the waiting file, if there is one. A file that the table refuses is destroyed. A duplicate is logged. The
+    /// first file of the process for which the table has no room raises a Warning.
     void Flush()
     {
         FileTable_t::Entry_s const Entry = std::exchange(m_Waiting, {});
@@ -77,15 +46,6 @@ private:
     FileTable_t::Entry_s m_Waiting = {};   // pObject is null if no file waits
 };
 
-/// Scans a folder as FileAddSearchPath does. sFolder has the form of the entries of g_sPaths.
-void FileScanFolder(String_T<256> const & sFolder, bool bRecursive, bool bRelativeNames);
-
-/// Stores that a scan could not read all entries of a folder because the system failed. See FileScanIsWhole.
-void FileScanNoteMissed(String_T<256> const & sFolder);
-
-/// Removes the stored folders whose paths begin with szPrefix; an empty prefix removes all.
-void FileScanForgetMissed(char const * szPrefix);
-
 /// The objects that others hide. Each object of the table is the top of a chain of objects of one key.
 class FileHiding_c
 {
@@ -96,7 +56,7 @@ public:
     /// Returns the first object of the chain that lies in a folder, or null.
     static File_c * InFolder(File_c & Top);
 
-    /// Adds the object that a file hid to the table. Requires that the file has left the table.
+    /// Adds the object that a file hid, if any, to the table. Requires that the file has left the table.
     static void Reveal(File_c & File);
 
     /// Removes a file from the chain of its key. Returns false if no object hides it.
@@ -134,4 +94,44 @@ private:
     Array_T<String_T<256> *, 64, 0> m_dFolders;
 };
 
-extern FileOrphans_c g_sFileOrphans;
+extern FileOrphans_c g_FileOrphans;
+
+/// Adds a copy of a folder's path to g_sPaths and returns it. Returns null if the table has it already or is full.
+String_T<256> const * FilePathAdd(char const * szPath);
+
+/// Fires g_FileSkipCallbacker.
+ZQ_COLD void FileReportSkip(
+    FileSkip_e eWhy, char const * szFolder, char const * szName, File_c const * pFirst = nullptr);
+
+/// Logs that a bare name of nName characters is cut to FILE_KEY_LENGTH.
+ZQ_COLD void FileLogCutName(char const * szName, std::size_t nName);
+
+/// Writes a bare name as a key, in lower case. A name that does not fit is cut, with a log line. Returns the key's
+/// length. Requires room for FILE_KEY_LENGTH + 1 bytes.
+inline std::size_t FileMakeBareKey(char const * szName, std::size_t nName, char * szKey)
+{
+    std::size_t const nKey = std::min(nName, FILE_KEY_LENGTH);
+    CopyToLower(szKey, szName, nKey);
+    szKey[nKey] = '\0';
+    if (nKey < nName)
+    {
+        FileLogCutName(szName, nName);
+    }
+    return nKey;
+}
+
+/// Destroys an object that is not in the table.
+inline void FileDiscard(File_c * pFile)
+{
+    pFile->sName = "";   // the key may be another object's
+    delete pFile;
+}
+
+/// Scans a folder as FileAddSearchPath does. sFolder has the form of the entries of g_sPaths.
+void FileScanFolder(String_T<256> const & sFolder, bool bRecursive, bool bRelativeNames);
+
+/// Stores that a scan could not read all entries of a folder because the system failed. See FileScanIsWhole.
+void FileScanNoteMissed(String_T<256> const & sFolder);
+
+/// Removes the stored folders whose paths begin with szPrefix. An empty prefix removes all.
+void FileScanForgetMissed(char const * szPrefix);

@@ -1,7 +1,7 @@
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilepath_internal.h"
 
-FileOrphans_c g_sFileOrphans;
+FileOrphans_c g_FileOrphans;
 
 void FileOrphans_c::Remove(File_c const & File)
 {
@@ -46,5 +46,5 @@ void FileOrphans_c::DestroyFolders()
 
 void FileKeepFolder(String_T<256> * pFolder)
 {
-    g_sFileOrphans.KeepFolder(pFolder);
+    g_FileOrphans.KeepFolder(pFolder);
 }

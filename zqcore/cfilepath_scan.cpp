@@ -13,7 +13,7 @@ constinit Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
 
 namespace
 {
-    // Texts of FileSkip_e.
+    // Texts of FileSkip_e, without InArchive, which is not a reason of this scan.
     constexpr char const * WHY[] = { "another file has its name", "the table has no room for it",
         "its name is cut to 127 characters", "it has 2 GiB or more and can't be opened",
         "its relative name takes more than 127 characters", "its path is too long",
@@ -55,6 +55,15 @@ namespace
             char const * szKeyFolder;      // prefix of each key; null for bare names
         };
 
+        // A folder that this scan entered. Its identity is read when the scan finds the first link to a folder: most
+        // trees hold no link. If g_sPaths is full, pPath is null and the identity is read at once.
+        struct Entered_s
+        {
+            String_T<256> const * pPath;
+            bool bIdentified;   // whether the identity was read
+            plat::FolderIdentity_t Identity;
+        };
+
         void AddEntry(Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached);
         std::size_t AddAlike(Folder_s const & Folder, plat::FolderListing_c const & Listing, std::size_t iFirst);
         void AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached);
@@ -63,15 +72,6 @@ namespace
         char const * KeyFolder(String_T<256> const & sPath) const;
         void AddEntries(Folder_s const & Folder, plat::FolderListing_c const & Listing);
         bool WasEntered(char const * szPath);
-
-        // A folder that this scan entered. Its identity is read when the scan finds the first link to a folder: most
-        // trees hold no link. If g_sPaths is full, pPath is null and the identity is read at once.
-        struct Entered_s
-        {
-            String_T<256> const * pPath;
-            bool bIdentified;
-            plat::FolderIdentity_t Identity;
-        };
 
         bool m_bRecursive, m_bRelativeNames;
         bool m_bLinkEntered = false;
@@ -236,7 +236,7 @@ namespace
         return iEnd - iFirst;
     }
 
-    // Returns whether a folder belongs to no configuration or to the current one.
+    // Returns whether subfolder szName of sPath belongs to no configuration or to the current one.
     bool IsOfCurrentConfig(String_T<256> const & sPath, char const * szName)
     {
         return sPath.StrPos(CONFIG_MARKER) < 0
@@ -308,7 +308,8 @@ namespace
         return false;
     }
 
-    // Returns the part of a folder's path that its keys begin with; null for bare names.
+    // Returns the part of a folder's path that its keys begin with. Returns null for bare names, and with a log line
+    // for a folder that is not below the media root.
     char const * FolderScan_c::KeyFolder(String_T<256> const & sPath) const
     {
         char const * const szPath = sPath;

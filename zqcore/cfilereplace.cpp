@@ -22,8 +22,8 @@ namespace
     constexpr int DIGITS = 8;
     constexpr int BARE_ROOM = 255 - PREFIX_LENGTH - DIGITS - 1;   // bytes of the longest file name after the prefix
 
-    constinit int g_iForks = 0;   // forks that lead from the first process to this one
-    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { ++g_iForks; } });
+    constinit int g_nForks = 0;   // forks that lead from the first process to this one
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { ++g_nForks; } });
 }
 
 FileReplacement_c::Reason_t LastErrorReason()
@@ -48,7 +48,7 @@ String_T<272> NameBeside(String_T<256> const & sFile, char const * szPrefix)
 FileReplacement_c::FileReplacement_c(char const * szFile, plat::Rights_e eRights, char const * szRefused)
     : m_sFile(szFile ? szFile : "")
     , m_eRights(eRights)
-    , m_iForks(g_iForks)
+    , m_nForks(g_nForks)
 {
     constexpr int TRIES = 16;
     if (szRefused || !szFile || m_sFile != szFile)
@@ -80,7 +80,7 @@ FileReplacement_c::~FileReplacement_c()
     if (m_hFile)
     {
         FileCloseTracker(m_hFile);
-        if (m_iForks != g_iForks)
+        if (m_nForks != g_nForks)
         {
             plat::FileClose(m_hFile);   // FileFinish would end the parent's claim
             return;

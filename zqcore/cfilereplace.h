@@ -4,6 +4,7 @@
 // FileReplacement_c makes a new file in the same folder, the file beside. An archive or Write fills it. Commit renames
 // it to the name of the old file in one step. Until then the old file is unchanged. A failure leaves it so, with one
 // exception, which Commit states.
+//
 // cfilesave.h adds what a save needs: a seal, a lock and previous saves.
 //
 // Ownership: the object owns the file beside and deletes it in its destructor. A process that is killed leaves it.
@@ -26,7 +27,7 @@
 
 #include "platform/filewrite.h"
 
-/// A new file that will replace an old one.
+/// A new file that replaces an old one when it is whole.
 class ZQ_API FileReplacement_c
 {
 public:
@@ -44,16 +45,17 @@ public:
     FileReplacement_c(FileReplacement_c const &) = delete;
     FileReplacement_c & operator=(FileReplacement_c const &) = delete;
 
-    /// Appends bytes to the file beside and returns true. On failure returns false, and Commit will fail.
+    /// Appends bytes to the file beside and returns true. On failure returns false, and Commit fails too.
     bool Write(void const * pData, std::size_t nBytes);
 
     /// Replaces the 32-bit word at the byte nOffset and returns true. Requires that the word was written as dwOld: the
-    /// CRC is corrected by the difference. On failure returns false, and Commit will fail.
+    /// CRC is corrected by the difference. On failure returns false, and Commit fails too.
     bool Rewrite(std::uint64_t nOffset, std::uint32_t dwOld, std::uint32_t dwNew);
 
     /// Waits until the file beside is on the disk, renames it to the name of the old file and returns true.
-    /// - A new file of Rights_e::Shared gets the old file's access rights; if that is another user's, only those among
-    ///   them that it has already. Any other new file keeps its own rights, and so does one that replaces a link.
+    /// - A new file of Rights_e::Shared gets the old file's access rights. If the old file is another user's, the
+    ///   new one gets only those among them that it has already. Any other new file keeps its own rights, and so does
+    ///   one that replaces a link.
     /// - If the name is that of a symbolic link, the link is replaced, not followed.
     ///
     /// Returns false and replaces nothing in these cases:
@@ -113,5 +115,5 @@ private:
     std::uint64_t m_nBytes = 0;
     std::uint32_t m_dwCrc = 0;
     bool m_bArchive = false;   // whether an archive has begun and not ended
-    int m_iForks;              // number of forks from the first process on, as it was when the object was made
+    int m_nForks;              // number of forks from the first process on, as it was when the object was made
 };

@@ -117,9 +117,9 @@ FileSave_c::FileSave_c(char const * szFile)
         return;
     }
     m_sLock = NameBeside(m_sFile, SAVE_LOCK_PREFIX);
-    for (char * p = m_sLock.GetBuffer() + (PathFileName(m_sLock) - m_sLock); *p; ++p)
+    for (char * pChar = m_sLock.GetBuffer() + (PathFileName(m_sLock) - m_sLock); *pChar; ++pChar)
     {
-        *p = CharToLower(*p);
+        *pChar = CharToLower(*pChar);
     }
     plat::FoldersCreate(m_sFile);
     plat::NameLock_c::Result_e const eResult = m_Lock.Take(m_sLock);
@@ -312,7 +312,7 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
 }
 
 // Links the save to its first previous name, and renames each previous save to the next name, up to a free one. If none
-// is free, the oldest previous save is replaced. Changes nothing if a failed commit has already linked the save.
+// is free, replaces the oldest previous save. Changes nothing if a failed commit has already linked the save.
 // On failure sets sWhyNot and returns false.
 bool FileSave_c::KeepPrevious(FileReplacement_c::Reason_t & sWhyNot)
 {

@@ -6,8 +6,8 @@
 //
 // A FileSave_c holds a lock on the save, so that one program at a time writes it. The lock is a file beside the save.
 // Its name is `~zqlock-` and the save's name in lower case, because a path finds a save in any spelling. The system
-// drops the lock of a process that is killed, and the next FileSave_c deletes the files that this process left. On a
-// file system without locks the lock has no effect.
+// drops the lock of a process that is killed. The next FileSave_c deletes the files that this process left. On a file
+// system without locks the lock has no effect.
 //
 // A load changes nothing on the disk. It returns one of these states:
 // - whole: OpenFile returns the archive.
@@ -17,7 +17,7 @@
 //   - the system refuses the file.
 //   - it is no regular file of less than 2 GiB.
 //   - another program cuts it meanwhile.
-// - damaged: length or CRC-32 do not match. PutAside keeps the file under another name; a previous save may be good.
+// - damaged: length or CRC-32 do not match. PutAside keeps the file under another name. A previous save may be good.
 // - newer, older: whole, of a version that the caller does not read, or with a newer seal or none. Ask the player
 //   before it is replaced.
 //
@@ -80,11 +80,11 @@ public:
     FileSave_c(FileSave_c const &) = delete;
     FileSave_c & operator=(FileSave_c const &) = delete;
 
-    /// Returns whether this object has the lock. Without it PutAside and writers fail; Load works, unless the path is
+    /// Returns whether this object has the lock. Without it PutAside and writers fail. Load works, unless the path is
     /// refused. A child of a fork does not have its parent's lock. After the constructor GetWhyNot has the reason:
     /// - another FileSave_c has the lock, in this process or another.
     /// - the path is refused.
-    /// - the system can't make the lock; the reason is in its words.
+    /// - the system can't make the lock. The reason is in its words.
     bool IsLocked() const;
 
     /// Set and return how many previous saves a commit keeps, 0 at start. Asserts that the number is 0 to
@@ -97,8 +97,8 @@ public:
 
     /// Reads the save, or a previous one as in GetPath, checks it and returns its state. Returns NEWER or OLDER for a
     /// save whose major version (the high 16 bits) differs from dwVersion's, or whose minor version is above it. A
-    /// newer form of the seal is NEWER too, and a CRC-32 without a seal OLDER. Frees the contents of the previous load;
-    /// requires that their reader is closed.
+    /// newer form of the seal is NEWER too, and a CRC-32 without a seal OLDER. Frees the contents of the previous load.
+    /// Requires that their reader is closed.
     State_e Load(std::uint32_t dwVersion, int iPrevious = 0);
 
     /// Returns the archive that Load has found whole, for one Readable_c, which frees the contents when it is closed.

@@ -10,11 +10,11 @@ inline constexpr std::size_t SAVE_SEAL_SIZE = 16;
 struct SaveCheck_t
 {
     FileSave_c::State_e eState = FileSave_c::WHOLE;
-    bool bMark = false;       // whether the bytes have the mark of a seal
-    bool bChecksum = false;   // whether they end in the CRC-32 of all bytes before it
-    FileReplacement_c::Reason_t sWhyNot;
+    bool bMark = false;                    // whether the bytes have the mark of a seal
+    bool bChecksum = false;                // whether they end in the CRC-32 of all bytes before it
+    FileReplacement_c::Reason_t sWhyNot;   // why the save is not whole; empty if it is
 };
 
-/// Returns the state of a save, as FileSave_c::Load does. A damaged save may have a mark, a checksum, both or
+/// Returns the state of a save, as FileSave_c::Load does. A damaged save may have a mark, a mark and a checksum, or
 /// neither.
 SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion);

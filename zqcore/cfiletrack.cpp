@@ -39,7 +39,7 @@ namespace
     bool g_bTrackWalking = false;
 
     // The changed file of a record: the watched folder and the record's name. The name's characters up to U+00FF are
-    // converted to UTF-8, others are left out. Holds any name that a batch can hold.
+    // converted to UTF-8. Others are left out. The buffer has room for any name of a batch.
     class ChangedFile_c
     {
     public:
@@ -147,7 +147,7 @@ namespace
         unsigned const m_iRun = g_iTrackRun;
     };
 
-    // Walks the records of a batch.
+    // Reports the files that a batch lists as modified, until a callback ends the watch.
     ZQ_COLD void WalkBatch()
     {
         NextRead_c const NextRead;
@@ -198,7 +198,8 @@ namespace
         }
     }
 
-    // Adds an entry of a known folder to the table, if it is a file and its name is not in the table.
+    // Adds a file of a known folder to the table, unless its name is in the table or a scan would skip it by another
+    // rule than exclusions.
     void RefreshFile(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
     {
         bool const bDrive = Entry.szName[0] && Entry.szName[1] == ':';   // a lookup would treat it as a drive

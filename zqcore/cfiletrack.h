@@ -25,8 +25,8 @@
 //   line is logged if only the names of folders hold them and the file is known.
 //
 // Ownership: texts are copied.
-// Threads: main thread; there is no thread of its own. A forked process reports only changes after its first call. Its
-// parent reports the earlier ones.
+// Threads: main thread. The watch has no thread of its own. A forked process reports only changes after its first call.
+// Its parent reports the earlier ones.
 // Cost: a call without changes is one system call that does not wait.
 // Failure: log lines. FileTrackGetProblem returns what is not watched.
 //
@@ -39,7 +39,7 @@
 #include "zqcore/cstring.h"
 
 /// Starts to watch a folder with its subfolders. Ends a previous watch. Asserts that sPath is not null. Requires that
-/// it has no separator at its end. On failure nothing is watched, log lines state the reason, and FileOpenTracker
+/// it has no separator at its end. On failure nothing is watched. Log lines state the reason. FileOpenTracker
 /// raises an Achtung unless it excepts the name. Skips subfolders that can't be read, without a report. Reasons of a
 /// failure:
 /// - the folder can't be opened, or its path has more than 255 characters.
@@ -51,12 +51,13 @@ ZQ_API void FileTrackChanges(char const * sPath);
 ZQ_API bool FileTrackIsOn();
 
 /// Returns what FileTrackChanges could not watch, the folder or subfolders that appeared later, and why. Names the
-/// system's setting to raise if that helps. The text is empty if all readable folders are watched, and before
-/// FileTrackChanges and after FileTrackShutdown.
+/// system's setting to raise if that helps. The text is empty in these cases:
+/// - all readable folders are watched.
+/// - FileTrackChanges was not called yet, or FileTrackShutdown was called after it.
 ZQ_API String_T<1024> FileTrackGetProblem();
 
 /// Replaces the extensions of files that are not reported. They have their dots, are in the case of the disk and are
-/// separated by blanks. The list is cut at 255 characters; null empties it.
+/// separated by blanks. The list is cut at 255 characters. Null empties it.
 ZQ_API void FileTrackSetIgnoreExtList(char const * sList);
 
 /// Reports what has changed since the last call. Waits at each file to report until it can be opened and no process has

@@ -130,7 +130,7 @@ namespace Tessel
         while (GcObj * const pObject = s_pCondemned)
         {
             pObject->RemoveFromList();
-            pObject->AddTo(s_pObjects);   // where its destructor expects it
+            pObject->AddTo(s_pObjects);   // s_pCondemned holds only objects whose destructors have not begun
             delete pObject;
         }
     }

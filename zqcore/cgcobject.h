@@ -5,7 +5,7 @@
 //
 // Ownership: the collector owns all objects but the root. They come from new. A collection sets all references from and
 // to the objects that it deletes to null, and then deletes them, the oldest first.
-// Threads: no lock: one thread.
+// Threads: one thread. Nothing is locked.
 // Cost: a collection takes time in proportion to objects and references. It allocates nothing, and its stack does not
 // grow with long paths.
 // Failure: no call fails.
@@ -40,7 +40,7 @@ namespace Tessel
         GcRef_c(GcRef_c const &) = delete;
         GcRef_c & operator=(GcRef_c const &) = delete;
 
-        /// Returns the target; null after it or the source was collected or deleted.
+        /// Returns the target, or null if it has none. The target becomes null when it or the source is deleted.
         GcObj * Get() const { return m_pTarget; }
 
         /// Replaces the target, which may be null.
@@ -95,7 +95,7 @@ namespace Tessel
         GcObj * m_pPrev = nullptr;
         [[maybe_unused]] std::uint32_t m_dwReserved = 0;   // always 0
         int m_iEpoch;                                      // s_iEpoch when the object was made or last marked
-        GcRef_c * m_pOutgoing = nullptr;
+        GcRef_c * m_pOutgoing = nullptr;                   // heads of the lists of references from and to the object
         GcRef_c * m_pIncoming = nullptr;
         GcObj * m_pMarkNext = nullptr;   // next object whose references are to be followed, while marking
 

@@ -437,7 +437,7 @@ void * GigaPoolResizeable_c::AllocSlow(bool bArray)
     return pElement;
 }
 
-// Frees an element of a full group or chunk, the last one of a group or chunk, and reports misuse.
+// Frees an element of a full group or chunk, or the last one in use of either. Reports misuse.
 void GigaPoolResizeable_c::FreeSlow(Chunk_s & Chunk, unsigned iElement, bool bArray)
 {
     GigaSlab_c & Slab = Chunk.Slab;

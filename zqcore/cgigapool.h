@@ -2,15 +2,15 @@
 //
 // GigaPoolStatic_c is one slab of a fixed number of elements. GigaPoolResizeable_c is a chain of such slabs, its
 // chunks, which grows on demand and keeps one empty chunk as a spare. Both return raw memory: constructors are the
-// caller's. Elements lie back to back from an address that is a multiple of 16. A freed element keeps its contents;
-// under the address checker it is out of bounds until it is allocated again.
+// caller's. Elements lie back to back from an address that is a multiple of 16. A freed element keeps its contents.
+// Under the address checker it is out of bounds until it is allocated again.
 //
 // Ownership: a pool owns its elements, which count under the category of the moment. Reset frees those in use too. A
 // fixed pool may also lie in storage of the caller. cpoolallocator.h makes pools allocators of standard containers.
 // Threads: no lock; one thread at a time.
-// Cost: Alloc and Free take constant time, a few nanoseconds. A pool adds 12 bytes for every 32 elements. A chunk adds
-// up to 64 KiB of address space, which is counted but not touched. It also adds 256 to 512 bytes for every 64 KiB, or
-// up to 2 KiB if addresses collide.
+// Cost: Alloc and Free take constant time, a few nanoseconds, unless they allocate or free a chunk. A pool adds 12
+// bytes for every 32 elements. A chunk adds up to 64 KiB of address space, which is counted but not touched. It also
+// adds 256 to 512 bytes for every 64 KiB, or up to 2 KiB if addresses collide.
 // Failure: Alloc returns null if a fixed pool is full, or if its storage or a chunk would exceed half of the address
 // space. A lack of memory ends in Abort (cmemory.h). Free returns false for a foreign pointer. Misuse fails an
 // assertion and changes nothing, unless a declaration says otherwise.
@@ -65,15 +65,18 @@ public:
     GigaPoolStatic_c(std::span<std::byte> Storage, int iElementSize) { Init(Storage, iElementSize); }
 
     /// Allocates storage for iElements, rounded up to a multiple of 32, of iElementSize bytes each. Negative values
-    /// count as 0. Asserts that the pool has no storage, and that there are at most MAX_ELEMENTS; if the developer
-    /// continues, the pool keeps its storage, and a larger number is cut to MAX_ELEMENTS. If the storage would
-    /// exceed half of the address space, asserts, and Alloc returns null.
+    /// count as 0. Asserts in these cases:
+    /// - The pool has storage. If the developer continues, it keeps that.
+    /// - There are more than MAX_ELEMENTS. If the developer continues, their number is cut to that.
+    /// - The storage would exceed half of the address space. If the developer continues, Alloc returns null.
     void Init(int iElements, int iElementSize);
 
-    /// Uses storage of the caller, which must outlive the pool or its Reset, and nothing of the heap. It holds as many
-    /// whole groups of 32 elements as fit, but no more than MAX_ELEMENTS elements. StorageFor returns the bytes for a
-    /// number of elements. Storage that is too small for a group, or a size below 1, makes a pool without elements.
-    /// Asserts that the pool has no storage; if the developer continues, it keeps its storage.
+    /// Uses storage of the caller and nothing of the heap. It holds as many whole groups of 32 elements as fit, but no
+    /// more than MAX_ELEMENTS elements. Storage that is too small for a group, or a size below 1, makes a pool without
+    /// elements. Requires that the storage stays until Reset or the end of the pool. Asserts that the pool has no
+    /// storage. If the developer continues, it keeps that.
+    ///
+    /// StorageFor returns the bytes for a number of elements.
     void Init(std::span<std::byte> Storage, int iElementSize);
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {
@@ -88,8 +91,9 @@ public:
     void Reset();
 
     /// Allocates and returns an element, or null if the pool is full. Uses the lowest free element of the group that
-    /// was full last. An element that is allocated with bArray is freed with bArray. Asserts that there is storage, and
-    /// returns null otherwise. A pool that was full at Reset returns null without the assertion.
+    /// was full last. Groups that were never full follow in their order. An element that is allocated with bArray is
+    /// freed with bArray. Asserts that there is storage, and returns null otherwise. A pool that was full at Reset
+    /// returns null without the assertion.
     void * Alloc(bool bArray);
 
     /// Frees the element that holds the pointer. Returns false and changes nothing if the pointer is not in the pool,
@@ -102,7 +106,7 @@ public:
     /// Returns whether the pointer lies in the storage. Asserts that there is storage.
     bool IsValid(void const * pPtr) const;
 
-    /// Returns whether the element was allocated as an array. Asserts that IsValid(pPtr).
+    /// Returns whether the element was allocated as an array. Asserts that IsValid(pPtr), and returns false otherwise.
     bool IsArray(void const * pPtr) const;
 
     /// Return the bytes of an element, the number of elements in use, and the most that were in use at once.
@@ -172,11 +176,12 @@ public:
         PageMap_T<Entry_s> m_Pages;
     };
 
-    /// Make a pool. The first one requires Init before any other call.
+    /// Make a pool. The first one leaves Init to the caller.
     GigaPoolResizeable_c() = default;
     GigaPoolResizeable_c(int iElements, int iElementSize) { Init(iElements, iElementSize); }
 
-    /// Makes a pool that shares a map with others: each of them frees elements of all. The map must outlive the pool.
+    /// Makes a pool that shares a map with others: each of them frees elements of all. Requires that the map outlives
+    /// the pool.
     GigaPoolResizeable_c(ChunkMap_c & Map, int iElements, int iElementSize);
     ~GigaPoolResizeable_c() { Reset(); }
     GigaPoolResizeable_c(GigaPoolResizeable_c const &) = delete;
@@ -184,10 +189,11 @@ public:
 
     /// Computes the size of a chunk: a sixteenth of the bytes that iElements take, at least 256 KiB, rounded up to
     /// whole groups of 32 elements, at most GigaPoolStatic_c::MAX_ELEMENTS. iElements is the number that the caller
-    /// expects, not a limit. Allocates nothing. Asserts that the pool has no chunks.
+    /// expects, not a limit. Allocates nothing. Leaves the sizes unchanged if a value is below 1. Asserts that the pool
+    /// has no chunks.
     void Init(int iElements, int iElementSize);
 
-    /// Frees the chunks with all elements in use. Sizes and peak stay, and Alloc may follow.
+    /// Frees all chunks, with the elements in use. Sizes and peak stay, and Alloc may follow.
     void Reset();
 
     /// Allocates an element, and a chunk if necessary, and returns the element. Asserts and returns null only in these
@@ -199,8 +205,9 @@ public:
     /// Returns whether the next Alloc takes the fast path, which does not fail.
     bool IsAllocFast() const { return m_Open.HasTwoFree(); }
 
-    /// Frees an element and returns true, as GigaPoolStatic_c::Free does. Returns false for a pointer of no chunk and
-    /// leaves the water mark as it is. A chunk without elements becomes the spare, or is freed if there is a spare.
+    /// Frees an element and returns true, as GigaPoolStatic_c::Free does. Returns false and changes nothing if no
+    /// chunk, or only a spare, holds the pointer. A chunk without elements in use becomes the spare, or is freed if
+    /// there is one.
     bool Free(void const * pPtr, bool bArray) { return m_pMap->Free(pPtr, bArray); }
 
     /// Returns whether a chunk with elements in use holds the pointer. The spare does not count. With a shared map the

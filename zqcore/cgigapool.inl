@@ -1,6 +1,7 @@
 // cgigapool.inl: the fast paths of the pools.
 #pragma once
 
+/// A slab of a pool that grows, in one of the pool's lists or as its spare.
 struct GigaPoolResizeable_c::Chunk_s
 {
     Chunk_s * pNext = nullptr;
@@ -72,8 +73,8 @@ inline bool GigaPoolResizeable_c::ChunkMap_c::Free(void const * pPtr, bool bArra
     return Entry.pOwner->Free(*Entry.pChunk, Entry.pGroups, iElement, bArray) || FreeSlow(pPtr, bArray);
 }
 
-/// Frees an element of a chunk if nothing else has to change; otherwise returns false and changes nothing. dGroups are
-/// the records of the chunk, passed because the caller has read them already.
+/// Frees an element of a chunk and returns true if nothing else has to change. Otherwise changes nothing and returns
+/// false. dGroups are the records of the chunk, passed because the caller has read them already.
 inline bool GigaPoolResizeable_c::Free(Chunk_s & Chunk, GigaGroup_c * dGroups, unsigned iElement, bool bArray)
 {
     if (!m_Open.Free(dGroups, iElement, bArray, GigaGroup_c::Last_e::Keep, m_eOpenLast)) [[unlikely]]

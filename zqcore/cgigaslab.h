@@ -99,7 +99,7 @@ class GigaOpenGroup_c
 public:
     using Last_e = GigaGroup_c::Last_e;   // rule for the last element, as for a group
 
-    /// Return whether a group is open, and what GigaGroup_c does for it.
+    /// Return whether a group is open, and what GigaGroup_c returns for it.
     bool IsOpen() const { return m_pRecord != nullptr; }
     bool IsEmpty() const { return m_Group.IsEmpty(); }
     bool HasTwoFree() const { return m_Group.HasTwoFree(); }   // false if no group is open
@@ -156,7 +156,7 @@ public:
     /// Returns the number of elements, free or in use.
     int GetElements() const { return m_iNumElements; }
 
-    /// Frees the storage. The sizes stay.
+    /// Frees the storage, or releases that of the caller. The sizes stay.
     void Reset();
 
     /// Assert that there is storage, and return whether there is. The message of the second function names iWaterMark.
@@ -164,7 +164,8 @@ public:
     bool RequireStorageToAlloc(int iWaterMark) const;
 
     /// Return the bytes of an element, whether no group has a free element, the storage, its bytes, the records, and
-    /// the record of an element's group. An open group counts as one with a free element.
+    /// the record of an element's group. An open group counts as one with a free element. IsFull returns false for a
+    /// slab that never had a group, and keeps its result after Reset.
     int GetElementSize() const { return m_iElementSize; }
     bool IsFull() const { return m_iFreeList == GIGA_GROUP_NULL; }
     std::uint8_t * GetData() const { return m_pData; }
@@ -184,6 +185,8 @@ public:
     {
         return static_cast<unsigned>((nDistance * iReciprocal) >> RECIPROCAL_BITS);
     }
+
+    /// Returns the factor for IndexOf, or 0 if the index needs a division.
     std::uint64_t GetReciprocal() const { return m_iReciprocal; }
 
     /// Returns the address of an element.
@@ -199,7 +202,8 @@ public:
     /// receiver of the assertion may have used the pool.
     bool RequireAllocated(GigaOpenGroup_c const & Open, unsigned iElement, bool bArray) const;
 
-    /// Frees an allocated element while no group of the slab is open. A full group changes its chain.
+    /// Frees an element. A full group changes its chain. Requires that the element is allocated, and that no group of
+    /// the slab is open.
     void Free(unsigned iElement);
 
 private:

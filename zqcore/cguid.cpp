@@ -105,37 +105,40 @@ void Guid_c::SetGlobalOnly(bool bGlobalOnly)
 
 bool Guid_c::FromText(char const * szText, Guid_c & Guid)
 {
-    unsigned char d[16] = {};
-    if (!BytesFromText(szText, d))
+    unsigned char dBytes[16] = {};
+    if (!BytesFromText(szText, dBytes))
     {
         return false;
     }
-    Guid.m_guid.Data1 = std::uint32_t{ d[0] } << 24 | std::uint32_t{ d[1] } << 16 | std::uint32_t{ d[2] } << 8 | d[3];
-    Guid.m_guid.Data2 = static_cast<std::uint16_t>(d[4] << 8 | d[5]);
-    Guid.m_guid.Data3 = static_cast<std::uint16_t>(d[6] << 8 | d[7]);
-    std::copy_n(d + 8, 8, Guid.m_guid.Data4);
+    Guid.m_guid.Data1 = std::uint32_t{ dBytes[0] } << 24 | std::uint32_t{ dBytes[1] } << 16
+                        | std::uint32_t{ dBytes[2] } << 8 | dBytes[3];
+    Guid.m_guid.Data2 = static_cast<std::uint16_t>(dBytes[4] << 8 | dBytes[5]);
+    Guid.m_guid.Data3 = static_cast<std::uint16_t>(dBytes[6] << 8 | dBytes[7]);
+    std::copy_n(dBytes + 8, sizeof Guid.m_guid.Data4, Guid.m_guid.Data4);
     return true;
 }
 
 String_T<256> Guid_c::ToText() const
 {
-    std::uint8_t const * const d = m_guid.Data4;
+    auto const & dLast = m_guid.Data4;
     String_T<256> sText;
-    std::snprintf(sText.GetBuffer(), 256, "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x",
-        static_cast<unsigned>(m_guid.Data1), unsigned{ m_guid.Data2 }, unsigned{ m_guid.Data3 }, unsigned{ d[0] },
-        unsigned{ d[1] }, unsigned{ d[2] }, unsigned{ d[3] }, unsigned{ d[4] }, unsigned{ d[5] }, unsigned{ d[6] },
-        unsigned{ d[7] });
+    std::snprintf(sText.GetBuffer(), static_cast<std::size_t>(sText.Capacity()),
+        "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", static_cast<unsigned>(m_guid.Data1),
+        unsigned{ m_guid.Data2 }, unsigned{ m_guid.Data3 }, unsigned{ dLast[0] }, unsigned{ dLast[1] },
+        unsigned{ dLast[2] }, unsigned{ dLast[3] }, unsigned{ dLast[4] }, unsigned{ dLast[5] }, unsigned{ dLast[6] },
+        unsigned{ dLast[7] });
     return sText;
 }
 
 String_T<256> Guid_c::ToInitializerText() const
 {
-    std::uint8_t const * const d = m_guid.Data4;
+    auto const & dLast = m_guid.Data4;
     String_T<256> sText;
-    std::snprintf(sText.GetBuffer(), 256, "( 0x%lx, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x )",
-        static_cast<unsigned long>(m_guid.Data1), unsigned{ m_guid.Data2 }, unsigned{ m_guid.Data3 }, unsigned{ d[0] },
-        unsigned{ d[1] }, unsigned{ d[2] }, unsigned{ d[3] }, unsigned{ d[4] }, unsigned{ d[5] }, unsigned{ d[6] },
-        unsigned{ d[7] });
+    std::snprintf(sText.GetBuffer(), static_cast<std::size_t>(sText.Capacity()),
+        "( 0x%lx, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x, 0x%x )",
+        static_cast<unsigned long>(m_guid.Data1), unsigned{ m_guid.Data2 }, unsigned{ m_guid.Data3 },
+        unsigned{ dLast[0] }, unsigned{ dLast[1] }, unsigned{ dLast[2] }, unsigned{ dLast[3] }, unsigned{ dLast[4] },
+        unsigned{ dLast[5] }, unsigned{ dLast[6] }, unsigned{ dLast[7] });
     return sText;
 }
 

@@ -9,8 +9,9 @@
 // Ownership: a Guid_c is a plain value.
 // Threads: any thread may create one.
 // Cost: creating takes 100 ns or more, because each identifier has a tick of 100 ns of its own. Create allocates only
-// when it reads the network interfaces: the first time, and each second while no address is global.
-// Failure: Create and the readers return false and leave their output as it was; CreateNewId asserts.
+// when it reads the network interfaces: the first time, after a host has set another source of addresses, and each
+// second while no address is global.
+// Failure: Create and the readers return false and leave their output as it was. CreateNewId asserts.
 //
 //     Guid_c Guid, Copy;
 //     bool const bCreated = Guid_c::Create(Guid);
@@ -36,14 +37,16 @@ public:
     /// Makes an identifier of 16 bytes, as four little-endian words.
     Guid_c(std::uint32_t dw0, std::uint32_t dw1, std::uint32_t dw2, std::uint32_t dw3);
 
-    /// Sets Guid to a new identifier and returns true. On failure a Warning states the reason, and Guid is unchanged.
+    /// Sets Guid to a new identifier and returns true. On failure states the reason in a Warning and returns false,
+    /// with Guid unchanged.
     static bool Create(Guid_c & Guid);
 
     /// Sets whether Create refuses identifiers that are unique on this machine only. At start it refuses them.
     /// Create warns of such an identifier even if it is allowed. Any thread may call it.
     static void SetGlobalOnly(bool bGlobalOnly);
 
-    /// Reads 8-4-4-4-12 hexadecimal digits of either case. Returns false for any other text, with Guid unchanged.
+    /// Reads 8-4-4-4-12 hexadecimal digits of either case. Returns false for any other text or null, with Guid
+    /// unchanged.
     static bool FromText(char const * szText, Guid_c & Guid);
 
     /// Returns 8-4-4-4-12 hexadecimal digits in lower case.
@@ -56,7 +59,7 @@ public:
     String_T<256> ToXmlName() const;
 
     /// Reads a name as ToXmlName returns it, with or without the `_`. Returns false for any other text, with Guid
-    /// unchanged. Asserts that text is not null.
+    /// unchanged. Asserts that text is not null, and returns false otherwise.
     static bool FromXmlName(char const * text, Guid_c & Guid);
 
     /// Compare the identifiers. The order is that of the text forms.
@@ -83,7 +86,8 @@ struct std::hash<Guid_c>
 class ZQ_API GuidObject_c
 {
 public:
-    /// Creates a new identifier for this object. Asserts that one could be created; if not, the previous one stays.
+    /// Creates a new identifier for this object. Asserts that one could be created, and keeps the previous one
+    /// otherwise.
     void CreateNewId();
 
     /// Return and replace the identifier.

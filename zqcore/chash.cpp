@@ -2,11 +2,14 @@
 
 namespace
 {
+    constexpr std::size_t LONG_WORD = sizeof(std::uint64_t);
+    constexpr std::size_t SHORT_WORD = sizeof(std::uint32_t);
+
     template <typename WORD>
-    std::uint64_t Load(char const * p)
+    std::uint64_t Load(char const * pText)
     {
         WORD nWord;
-        std::memcpy(&nWord, p, sizeof nWord);
+        std::memcpy(&nWord, pText, sizeof nWord);
         return nWord;
     }
 
@@ -18,9 +21,9 @@ namespace
         return iHash ^ (iHash >> 32);
     }
 
-    std::uint32_t RotatedCharacter(char c, std::size_t iPosition)
+    std::uint32_t RotatedCharacter(char cText, std::size_t iPosition)
     {
-        auto const nWide = static_cast<std::int32_t>(static_cast<signed char>(c));
+        auto const nWide = static_cast<std::int32_t>(static_cast<signed char>(cText));
         return std::rotl(static_cast<std::uint32_t>(nWide), static_cast<int>(iPosition % 32));
     }
 
@@ -40,7 +43,7 @@ std::uint32_t StringHashOf(char const * szName, std::size_t nLength)
     static_assert(std::endian::native == std::endian::little, "the first character is the lowest byte");
     std::uint32_t iHash = 0;
     std::size_t i = 0;
-    for (; i + 8 <= nLength; i += 8)
+    for (; i + LONG_WORD <= nLength; i += LONG_WORD)
     {
         std::uint64_t const nText = Load<std::uint64_t>(szName + i);
         if (nText & NOT_ASCII) [[unlikely]]
@@ -59,17 +62,17 @@ std::uint32_t StringHashOf(char const * szName, std::size_t nLength)
 std::uint32_t NameIndexHash(char const * szName, std::size_t nLength)
 {
     std::uint64_t iHash = nLength;
-    if (nLength >= 8)
+    if (nLength >= LONG_WORD)
     {
-        for (std::size_t i = 0; i + 8 < nLength; i += 8)
+        for (std::size_t i = 0; i + LONG_WORD < nLength; i += LONG_WORD)
         {
             iHash = Mix(iHash, Load<std::uint64_t>(szName + i));
         }
-        iHash = Mix(iHash, Load<std::uint64_t>(szName + nLength - 8));
+        iHash = Mix(iHash, Load<std::uint64_t>(szName + nLength - LONG_WORD));
     }
-    else if (nLength >= 4)
+    else if (nLength >= SHORT_WORD)
     {
-        iHash = Mix(iHash, Load<std::uint32_t>(szName) | Load<std::uint32_t>(szName + nLength - 4) << 32);
+        iHash = Mix(iHash, Load<std::uint32_t>(szName) | Load<std::uint32_t>(szName + nLength - SHORT_WORD) << 32);
     }
     else if (nLength > 0)
     {

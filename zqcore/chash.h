@@ -1,14 +1,14 @@
 // chash.h: open-addressing tables of a fixed size that never allocate.
 //
-// StringHash_T maps names to objects, IndexHash_T maps 32-bit keys to values that the slot holds. The chain of slots
+// StringHash_T maps names to objects. IndexHash_T maps 32-bit keys to values that the slot holds. The chain of slots
 // that a key may occupy is fixed: it starts at the key's hash and continues in a fixed step, for two thirds of the
 // slots. Many file names share a chain. So a StringHash_T also has an index of its entries, and a lookup costs a hash
-// and one comparison for a chain of any length. It walks the chain only once a name may be in the table twice (Add).
+// and one comparison for a chain of any length. It walks the chain only if a name may be in the table twice (Add).
 //
 // Ownership: a StringHash_T owns neither objects nor names, which must outlive their entries.
 // Threads: no lock. The caller must lock a table that several threads use, unless none of them changes it.
 // Cost: no allocation. A table in static storage is constant-initialised: it costs nothing at load, and is usable
-//   before any constructor runs.
+// before any constructor runs.
 // Failure: Add returns HASH_PRESENT or HASH_FULL and changes nothing. A search returns null, a deletion false.
 //
 //     struct Item_s { String_T<32> sName; } Sword{ "sword" };
@@ -37,7 +37,7 @@ template <int ENTRIES>
 class NameIndex_T
 {
 public:
-    /// Add and remove a slot under the hash of its name.
+    /// Add and remove a slot under the hash of its name. Insert requires that the index is not crowded.
     void Insert(std::uint32_t iHash, int iSlot);
     void Remove(std::uint32_t iHash, int iSlot);
 
@@ -56,19 +56,21 @@ public:
     void Reset();
 
 private:
-    static constexpr std::uint32_t FREE = 0;
+    static constexpr std::uint32_t FREE = 0;             // a word without a slot
     static constexpr std::uint32_t SLOT_MASK = 0xFFFF;   // the low half is the slot plus 1; 0 in a removed word
     static constexpr std::uint32_t MASK = ENTRIES - 1;
-    static_assert(std::has_single_bit(static_cast<unsigned>(ENTRIES)) && ENTRIES / 2 < 0xFFFF);
+    static_assert(std::has_single_bit(static_cast<unsigned>(ENTRIES)));
+    static_assert(static_cast<unsigned>(ENTRIES) / 2 < SLOT_MASK);
 
-    static std::uint32_t Tag(std::uint32_t iHash) { return (iHash & ~SLOT_MASK) | 0x10000; }
+    /// Returns the high half of a word. It is not 0, so that a removed word is not free.
+    static std::uint32_t Tag(std::uint32_t iHash) { return (iHash & ~SLOT_MASK) | (SLOT_MASK + 1); }
 
     std::uint32_t m_dEntries[ENTRIES] = {};
     int m_nUsed = 0;   // words that are not free
 };
 
 /// Table of objects of type T by names of at most KEYLEN - 1 characters, exact case. SIZE is a power of 2, at most
-/// 32,768; STEP is the distance from one slot of a chain to the next.
+/// 32,768. STEP is the distance from one slot of a chain to the next.
 template <typename T, int KEYLEN, int SIZE, int STEP>
 class StringHash_T
 {
@@ -77,10 +79,12 @@ class StringHash_T
 public:
     using Key_t = String_T<KEYLEN>;   // a name
 
+    static constexpr int CACHE_LINE = 64;   // bytes
+
     /// One cache line. A key that fits is copied into it, so that a lookup reads no object.
-    struct alignas(64) Slot_s
+    struct alignas(CACHE_LINE) Slot_s
     {
-        static constexpr int KEY_ROOM = 64 - 2 * static_cast<int>(sizeof(void *)) - 9;   // bytes of szKey
+        static constexpr int KEY_ROOM = CACHE_LINE - 2 * static_cast<int>(sizeof(void *)) - 9;   // bytes of szKey
 
         T * pObject = nullptr;           // null in a free or deleted slot
         Key_t const * pName = nullptr;   // unchanged as long as the entry exists; usually a part of the object
@@ -99,6 +103,44 @@ public:
         std::size_t nLength;        // characters of the name
         std::uint32_t iHash;        // hash as in Slot_s
         std::uint32_t iIndexHash;   // hash as in Slot_s
+    };
+
+    /// Walk over the objects in slot order. While the caller works on one object, the processor loads the cache lines
+    /// of the next one. The caller may delete the entry of the present object, but not that of the next one. It is a
+    /// forward iterator.
+    class ObjectIterator_c
+    {
+    public:
+        using value_type = T;                     // as in standard iterators
+        using difference_type = std::ptrdiff_t;   // as in standard iterators
+
+        ObjectIterator_c() = default;
+
+        /// Makes an iterator at an occupied slot, or at the end if pSlot is null.
+        ObjectIterator_c(StringHash_T & Table, Slot_s * pSlot);
+
+        /// Return the present object. Require that the iterator is not at the end, and that the entry still exists.
+        T & operator*() const { return *m_pSlot->pObject; }
+        T * operator->() const { return m_pSlot->pObject; }
+
+        /// Step to the next object, as a forward iterator does.
+        ObjectIterator_c & operator++();
+        ObjectIterator_c operator++(int)
+        {
+            ObjectIterator_c const Present = *this;
+            ++*this;
+            return Present;
+        }
+
+        /// Returns whether both are at the same slot, or both at the end.
+        bool operator==(ObjectIterator_c const & Other) const { return m_pSlot == Other.m_pSlot; }
+
+    private:
+        void FindNext();
+
+        StringHash_T * m_pTable = nullptr;
+        Slot_s * m_pSlot = nullptr;   // null at the end
+        Slot_s * m_pNext = nullptr;   // the next occupied slot, or null
     };
 
     static constexpr int iMask = SIZE - 1;            // bits of a hash that select the first slot of its chain
@@ -122,55 +164,17 @@ public:
     /// Returns the object of a name of nLength characters and a terminator, or null.
     T * FindByName(char const * szName, std::size_t nLength) const;
 
-    /// Removes an entry. Returns false if there is none.
+    /// Removes the entry of a name. Returns false if there is none.
     bool DeleteByName(char const * szName);
 
-    /// Removes the entry of a slot. Next may continue from that slot.
+    /// Removes the entry of a slot, if it has one. Next may continue from that slot.
     void Delete(Slot_s * pSlot);
 
-    /// Return the occupied slots in slot order; null after the last one.
+    /// Return the first and the next occupied slot, in slot order. Return null after the last one.
     Slot_s * First() { return FirstFrom(m_dSlots); }
     Slot_s * Next(Slot_s * pSlot) { return FirstFrom(pSlot + 1); }
 
-    /// Walk over the objects in slot order. While the caller works on one object, the processor loads the cache lines
-    /// of the next one. The caller may delete the entry of the present object, but not that of the next one. It is a
-    /// forward iterator.
-    class ObjectIterator_c
-    {
-    public:
-        using value_type = T;                     // as in standard iterators
-        using difference_type = std::ptrdiff_t;   // as in standard iterators
-
-        ObjectIterator_c() = default;
-
-        /// Makes an iterator at an occupied slot, or at the end if pSlot is null.
-        ObjectIterator_c(StringHash_T & Table, Slot_s * pSlot);
-
-        /// Return the present object. Require that the iterator is not at the end.
-        T & operator*() const { return *m_pSlot->pObject; }
-        T * operator->() const { return m_pSlot->pObject; }
-
-        /// Step to the next object, as a forward iterator does.
-        ObjectIterator_c & operator++();
-        ObjectIterator_c operator++(int)
-        {
-            ObjectIterator_c const Present = *this;
-            ++*this;
-            return Present;
-        }
-
-        /// Returns whether both are at the same slot, or both at the end.
-        bool operator==(ObjectIterator_c const & Other) const { return m_pSlot == Other.m_pSlot; }
-
-    private:
-        void FindNext();
-
-        StringHash_T * m_pTable = nullptr;
-        Slot_s * m_pSlot = nullptr;   // null at the end
-        Slot_s * m_pNext = nullptr;
-    };
-
-    /// Return the start and the end of such a walk, for range-for.
+    /// Return the start and the end of a walk over the objects, for range-for.
     ObjectIterator_c begin() { return { *this, First() }; }
     ObjectIterator_c end() { return { *this, nullptr }; }
 
@@ -185,7 +189,7 @@ private:
     void Store(Slot_s & Slot, Entry_s const & Entry);
     void RebuildIndex();
 
-    bool IsTaken(int i) const { return (m_dTaken[i / 32] >> (i % 32)) & 1; }
+    bool IsTaken(int iSlot) const { return (m_dTaken[iSlot / 32] >> (iSlot % 32)) & 1; }
     static bool HasKey(Slot_s const & Slot, char const * szName, std::size_t nLength);
 
     Slot_s m_dSlots[SIZE] = {};
@@ -204,8 +208,8 @@ struct IndexHashLowBits_s
     static constexpr std::uint32_t HashOf(std::uint32_t iKey) { return iKey; }
 };
 
-/// Table of values by 32-bit keys. SIZE is a power of 2; HASH::HashOf makes the hash of a key. Entries are not removed
-/// one by one.
+/// Table of values by 32-bit keys. SIZE is a power of 2. STEP is the distance from one slot of a chain to the next.
+/// HASH::HashOf makes the hash of a key. Entries are not removed one by one.
 template <typename V, int SIZE, int STEP, typename HASH = IndexHashLowBits_s>
 class IndexHash_T
 {
@@ -226,7 +230,7 @@ public:
     /// Returns the number of entries.
     int GetCount() const { return m_nEntries; }
 
-    /// Removes all entries. Touches no memory of an empty table.
+    /// Removes all entries. Touches no slot of an empty table.
     void Reset();
 
 private:

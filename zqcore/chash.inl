@@ -1,8 +1,8 @@
 // chash.inl: bodies of the tables.
 #pragma once
 
-/// Returns whether two texts of nLength characters are equal. Compares words of eight bytes: names were often copied by
-/// such words just before, and a processor forwards a store fastest to a load of the same width.
+/// Returns whether two texts of nLength characters are equal. Compares words of eight bytes if there are as many. Names
+/// were often copied by such words just before, and a processor forwards a store fastest to a load of the same width.
 inline bool IsSameText(char const * pA, char const * pB, std::size_t nLength)
 {
     constexpr std::size_t WORD = sizeof(std::uint64_t);
@@ -10,21 +10,21 @@ inline bool IsSameText(char const * pA, char const * pB, std::size_t nLength)
     {
         return std::memcmp(pA, pB, nLength) == 0;
     }
-    std::uint64_t iDifferent = 0;
-    auto const CompareAt = [&](std::size_t i)
+    std::uint64_t nDifferent = 0;
+    auto const fnCompareAt = [&](std::size_t i)
     {
-        std::uint64_t iA;
-        std::uint64_t iB;
-        std::memcpy(&iA, pA + i, WORD);
-        std::memcpy(&iB, pB + i, WORD);
-        iDifferent |= iA ^ iB;
+        std::uint64_t nA;
+        std::uint64_t nB;
+        std::memcpy(&nA, pA + i, WORD);
+        std::memcpy(&nB, pB + i, WORD);
+        nDifferent |= nA ^ nB;
     };
     for (std::size_t i = 0; i + WORD < nLength; i += WORD)
     {
-        CompareAt(i);
+        fnCompareAt(i);
     }
-    CompareAt(nLength - WORD);
-    return iDifferent == 0;
+    fnCompareAt(nLength - WORD);
+    return nDifferent == 0;
 }
 
 template <int ENTRIES>
@@ -139,6 +139,10 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Store(Slot_s & Slot, Entry_s const & E
     if (Entry.nLength < Slot_s::KEY_ROOM)
     {
         std::memcpy(Slot.szKey, *Entry.pName, Entry.nLength + 1);
+    }
+    else
+    {
+        std::memset(Slot.szKey, 1, sizeof Slot.szKey);   // no text, so that no short name equals it
     }
 }
 
@@ -268,10 +272,9 @@ auto StringHash_T<T, KEYLEN, SIZE, STEP>::ObjectIterator_c::operator++() -> Obje
 template <typename T, int KEYLEN, int SIZE, int STEP>
 void StringHash_T<T, KEYLEN, SIZE, STEP>::ObjectIterator_c::FindNext()
 {
-    constexpr std::size_t CACHE_LINE = 64;
     m_pNext = m_pSlot ? m_pTable->Next(m_pSlot) : nullptr;
     auto const * const pBytes = reinterpret_cast<unsigned char const *>(m_pNext ? m_pNext->pObject : nullptr);
-    for (std::size_t i = 0; pBytes && i < sizeof(T); i += CACHE_LINE)
+    for (std::size_t i = 0; pBytes && i < sizeof(T); i += static_cast<std::size_t>(CACHE_LINE))
     {
         ZQ_PREFETCH(pBytes + i);
     }
@@ -282,7 +285,7 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Reset()
 {
     if (!m_bUsed)
     {
-        return;   // leave the pages alone
+        return;   // pages that were never written stay so
     }
     for (Slot_s & Slot : m_dSlots)
     {

@@ -4,8 +4,8 @@
 #include "zqcore/cstring.h"
 
 /// Returns the value of a digit of either case, or -1 for any other character.
-inline int HexDigitValue(char c)
+inline int HexDigitValue(char cDigit)
 {
-    char const cLower = CharToLower(c);
-    return c >= '0' && c <= '9' ? c - '0' : cLower >= 'a' && cLower <= 'f' ? cLower - 'a' + 10 : -1;
+    char const cLower = CharToLower(cDigit);
+    return cDigit >= '0' && cDigit <= '9' ? cDigit - '0' : cLower >= 'a' && cLower <= 'f' ? cLower - 'a' + 10 : -1;
 }

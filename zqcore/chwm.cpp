@@ -90,9 +90,9 @@ void * StaticMemoryPool_c::AllocSlow(unsigned int nBytes, bool bArray)
         GigaPoolResizeable_c * const pPool = Group.pPool;
         ZQ_ASSERT(pPool);
         bool const bFailed = pPool == PoolFor(nBytes);   // it has complained already
-        if (void * const p = pPool && !bFailed ? pPool->Alloc(bArray) : nullptr)
+        if (void * const pBlock = pPool && !bFailed ? pPool->Alloc(bArray) : nullptr)
         {
-            return p;
+            return pBlock;
         }
         Abort("pool %s: %u bytes group too small (%u items)", szName, Group.element_size, Group.elements_total);
     }

@@ -39,12 +39,12 @@ public:
 
     /// Adds a class of blocks of element_size bytes. elements_total is the expected number of blocks, which is no
     /// limit. A size that is not above the previous class's, or is above INT_MAX, ends in Abort. Asserts that
-    /// elements_total > 0; Alloc from a class of 0 blocks, or of 0 bytes, ends in Abort. Asserts that there are at most
-    /// MAX_GROUPS classes; a further one is not added.
+    /// elements_total > 0. Alloc from a class of 0 blocks, or of 0 bytes, ends in Abort. Asserts that there are at most
+    /// MAX_GROUPS classes. A further one is not added.
     void AddGroup(unsigned int element_size, unsigned int elements_total);
 
     /// Allocates a block of the smallest class with nBytes or more and returns it, never null. Blocks of a class whose
-    /// size is a multiple of 16 are aligned to 16 bytes. bArray marks an array; Free compares it with its own. Ends in
+    /// size is a multiple of 16 are aligned to 16 bytes. bArray marks an array. Free compares it with its own. Ends in
     /// Abort if all classes are smaller, or if there is no memory for a chunk.
     void * Alloc(unsigned int nBytes, bool bArray);
 
@@ -62,7 +62,7 @@ public:
     void ResetHighWaterMarks();
 
     /// Returns the most blocks of a class that were allocated at once. iGroup is 0 for the smallest class. Asserts that
-    /// 0 <= iGroup < number of classes; otherwise returns -1.
+    /// 0 <= iGroup < number of classes. Returns -1 otherwise.
     int GetHighWaterMark(int iGroup);
 
 private:
@@ -85,7 +85,7 @@ private:
     SortedArray_T<AllocGroup_s, StaticArrayLenTraits_T<AllocGroup_s, MAX_GROUPS>> m_dGroups;
 
     String_T<256> m_sName;
-    GigaPoolResizeable_c * m_dPools[STEPS + 1] = {};   // pools by size in steps; null if a step needs two classes
+    GigaPoolResizeable_c * m_dPools[STEPS + 1] = {};   // by size in steps; null unless one class fits the whole step
     GigaPoolResizeable_c::ChunkMap_c m_Map;            // chunks of all classes
 };
 
@@ -102,8 +102,8 @@ inline void * StaticMemoryPool_c::Alloc(unsigned int nBytes, bool bArray)
     {
         return pPool->Alloc(bArray);   // never null
     }
-    void * const p = pPool ? pPool->Alloc(bArray) : nullptr;
-    return p ? p : AllocSlow(nBytes, bArray);
+    void * const pBlock = pPool ? pPool->Alloc(bArray) : nullptr;
+    return pBlock ? pBlock : AllocSlow(nBytes, bArray);
 }
 
 inline bool StaticMemoryPool_c::Free(void const * pPtr, bool bArray)

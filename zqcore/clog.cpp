@@ -239,20 +239,20 @@ void LogSetLimit(std::uint64_t nBytes, int nPrevious)
 
 void LogCreateFolders(wchar_t * sFolder)
 {
-    for (wchar_t * p = sFolder; *p; ++p)
+    for (wchar_t * pEnd = sFolder; *pEnd; ++pEnd)
     {
-        if (*p != L'/' && *p != L'\\')
+        if (*pEnd != L'/' && *pEnd != L'\\')
         {
             continue;
         }
-        *p = L'\0';
-        if (p != sFolder)
+        *pEnd = L'\0';
+        if (pEnd != sFolder)
         {
             char szLevel[WIDE_PATH_UTF8_SIZE];
             plat::Utf8FromWide(szLevel, sizeof szLevel, sFolder);
             plat::FolderCreate(szLevel);
         }
-        *p = L'/';
+        *pEnd = L'/';
     }
 }
 

@@ -8,7 +8,7 @@
 // Threads: any thread may log at any time but during LogDone, also in a child of a fork. The list of listeners has no
 // lock: add them at start-up, and call LogDone when no other thread logs.
 // Cost: a line is one system call for the file. Nothing allocates for a line.
-// Failure: lines that a full disk does not store are lost; the next line that is written comes after "Log lines lost
+// Failure: lines that a full disk does not store are lost. The next line that is written comes after "Log lines lost
 // here: N". A link, pipe or device with the log's name is refused, and the log stays closed.
 //
 //     LogSetFile(L"logs/", L"message.log");
@@ -25,18 +25,18 @@
 #include <cstdint>
 #include <cstdio>
 
-/// Characters of one line, without the zero at its end.
+/// Maximum number of characters of a formatted line, without the zero at its end.
 inline constexpr int LOG_LINE_LENGTH = 2048;
 
-/// The open main log, or null. After LogInit a host may close it and set a stream of its own: lines go through its
-/// buffer and are flushed, and LogDone closes it. LogInit does nothing while a stream is set.
+/// The open main log, or null. After LogInit a host may close it and set a stream of its own. Lines go through the
+/// stream's buffer and are flushed. LogDone closes the stream. LogInit does nothing while a stream is set.
 extern ZQ_API std::FILE * g_pMessageLogFile;
 
 /// Frame number of each line, 0 at start. The application sets it, with std::atomic_ref if other threads log.
 extern ZQ_API int g_iLogFrameCounter;
 
 /// Sets folder and name of the main log, makes the missing levels of the folder, and passes both to the crash report.
-/// Both texts are cut at 1023 characters; null is an empty text. Requires that LogInit has opened no log.
+/// Both texts are cut at 1023 characters. Null counts as an empty text. Requires that LogInit has opened no log.
 /// - The folder ends in a separator. Without one, its last level becomes the start of the log's name and is not made as
 ///   a folder. A crash report needs that folder: if it does not exist, a crash leaves no report.
 /// - A relative folder is below the current one. It stays relative if the whole path has more than 1023 characters.
@@ -50,7 +50,7 @@ ZQ_API void LogInit();
 /// Removes all listeners and closes the main log.
 ZQ_API void LogDone();
 
-/// Limits each file of the main log and of the named logs to nBytes; 0, as at start, means no limit. Any thread may
+/// Limits each file of the main log and of the named logs to nBytes. 0, as at start, means no limit. Any thread may
 /// call it.
 /// - After the line that exceeds the limit, the log begins a new file. The full one gets ".1" at the end of its name,
 ///   previous ones ".2" to ".nPrevious". If nPrevious is 0 or negative, the log empties the file instead.
@@ -70,7 +70,7 @@ ZQ_API void LogArg(char const * fmt, std::va_list args) ZQ_PRINTF(1, 0);
 
 /// Does what Log does, for texts from outside, such as file names. Tabs and line ends that %s and %c insert are escaped
 /// too, so they can't begin a line. fmt itself is not escaped. It may hold %s, %c, %i, %d, %u, %x, %zu and %% without
-/// flags; any other conversion ends the line, and so does a NUL of %c.
+/// flags. Any other conversion ends the line, and so does a NUL of %c.
 ZQ_API void LogEscaped(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Calls Log if bCondition is true and fmt is not null.

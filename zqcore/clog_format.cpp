@@ -14,9 +14,9 @@
 
 namespace
 {
-    constexpr float FIXED_LIMIT = 1e9f;   // seconds; longer times are printed by snprintf
+    constexpr float FIXED_LIMIT = 1e9f;   // seconds; snprintf prints longer times
 
-    // Returns how many of eight characters precede the first '%'; 8 without one. The test is A. Mycroft's for a zero
+    // Returns how many of eight characters precede the first '%', or 8 without one. The test is A. Mycroft's for a zero
     // byte in a word (1987).
     std::ptrdiff_t LengthBeforePercent(std::uint64_t nText)
     {
@@ -32,9 +32,9 @@ namespace
         return (nText - EACH_BYTE * ' ') | nText | (nText + EACH_BYTE);
     }
 
-    std::uint64_t OtherIn(char c)
+    std::uint64_t OtherIn(char cText)
     {
-        return static_cast<unsigned char>(c - ' ') > '~' - ' ' ? HIGH_BITS : 0;
+        return static_cast<unsigned char>(cText - ' ') > '~' - ' ' ? HIGH_BITS : 0;
     }
 
     bool IsPlain(std::uint64_t nOther)
@@ -69,7 +69,7 @@ namespace
         }
 
         // Returns whether all is plain that PutText, PutLiteral and PutCharacter appended. May return false for plain
-        // texts. Numbers are plain; the other functions are not checked.
+        // texts. Numbers are plain. The other functions are not checked.
         bool IsPlain() const { return ::IsPlain(m_nOther); }
 
         // Appends the characters before the next '%', eight at a time. Returns where the '%' is, or pEnd.
@@ -110,25 +110,25 @@ namespace
                 plat::TextEscape(m_pOut, static_cast<std::size_t>(m_pEnd - m_pOut) + 1, szText, plat::Controls_e::None);
         }
 
-        void PutCharacter(char c)
+        void PutCharacter(char cText)
         {
-            m_nOther |= OtherIn(c);
+            m_nOther |= OtherIn(cText);
             if (m_pOut != m_pEnd)
             {
-                *m_pOut++ = c;
+                *m_pOut++ = cText;
             }
         }
 
         template <typename NUMBER>
-        void PutNumber(NUMBER iNumber, int iBase = 10)
+        void PutNumber(NUMBER nNumber, int nBase = 10)
         {
             char dDigits[32];
-            if (auto const [pPut, eError] = std::to_chars(m_pOut, m_pEnd, iNumber, iBase); eError == std::errc())
+            if (auto const [pPut, eError] = std::to_chars(m_pOut, m_pEnd, nNumber, nBase); eError == std::errc())
             {
                 m_pOut = pPut;
                 return;
             }
-            char const * const pEnd = std::to_chars(dDigits, dDigits + sizeof dDigits, iNumber, iBase).ptr;
+            char const * const pEnd = std::to_chars(dDigits, dDigits + sizeof dDigits, nNumber, nBase).ptr;
             Put(dDigits, static_cast<std::size_t>(pEnd - dDigits));
         }
 
@@ -200,17 +200,17 @@ namespace
         }
         case 'c':
         {
-            auto const c = static_cast<char>(va_arg(Arguments.args, int));
-            char const szShown[] = { c, '\0' };
+            auto const cText = static_cast<char>(va_arg(Arguments.args, int));
+            char const szShown[] = { cText, '\0' };
             if constexpr (ESCAPED)
             {
                 Output.PutEscaped(szShown);
             }
             else
             {
-                Output.PutCharacter(c);
+                Output.PutCharacter(cText);
             }
-            return c != '\0';
+            return cText != '\0';
         }
         case 'i':
         case 'd':
@@ -237,6 +237,7 @@ namespace
         }
     }
 
+    // Writes a number in decimal so that it ends at pEnd. Returns its start.
     char * PutDigitsBefore(char * pEnd, std::uint32_t nNumber)
     {
         do
@@ -289,7 +290,7 @@ namespace
             return cKind == 'S' || cKind == 'C' || ((cKind == 's' || cKind == 'c') && nLength == 1 && *pLength == 'l');
         }
 
-        // Returns the size of an integer argument.
+        // Returns the size of an integer argument in bytes.
         std::size_t Bytes() const
         {
             switch (nLength == 2 && *pLength == 'l' ? 'q' : nLength == 1 ? *pLength : ' ')
@@ -307,7 +308,7 @@ namespace
             }
         }
 
-        // Writes the conversion with numbers in place of each '*'.
+        // Writes the conversion with a number for each '*'.
         void Spell(char * szOut, std::size_t nSize) const
         {
             Output_c Output(szOut, nSize);
@@ -335,12 +336,12 @@ namespace
                 ++pFormat;
                 return va_arg(Arguments.args, int);
             }
-            int iNumber = 0;
+            int nNumber = 0;
             for (; *pFormat >= '0' && *pFormat <= '9'; ++pFormat)
             {
-                iNumber = std::min(iNumber, 100000000) * 10 + (*pFormat - '0');
+                nNumber = std::min(nNumber, 100000000) * 10 + (*pFormat - '0');
             }
-            return iNumber;
+            return nNumber;
         }
     };
 
@@ -349,15 +350,16 @@ namespace
 
     void PutWideConversion(Output_c & Output, Conversion_s const & Conversion, Arguments_s & Arguments)
     {
+        constexpr std::size_t UNLIMITED = SIZE_MAX - 1;
         if (Conversion.cKind == 'c' || Conversion.cKind == 'C')
         {
             wchar_t const wszCharacter[] = { static_cast<wchar_t>(va_arg(Arguments.args, PassedWide_t)), L'\0' };
-            Output.PutWide(wszCharacter, SIZE_MAX - 1, Conversion.nWidth);
+            Output.PutWide(wszCharacter, UNLIMITED, Conversion.nWidth);
             return;
         }
         wchar_t const * const wszText = va_arg(Arguments.args, wchar_t const *);
         std::size_t const nMost =
-            Conversion.nPrecision < 0 ? SIZE_MAX - 1 : static_cast<std::size_t>(Conversion.nPrecision);
+            Conversion.nPrecision < 0 ? UNLIMITED : static_cast<std::size_t>(Conversion.nPrecision);
         Output.PutWide(wszText ? wszText : L"(null)", nMost, Conversion.nWidth);
     }
 
@@ -438,6 +440,7 @@ namespace
         Output.Terminate();
     }
 
+    // Writes a format by PutConversion. Returns false as soon as that does.
     template <bool ESCAPED>
     bool FormatPlain(Output_c & Output, char const * fmt, Arguments_s & Arguments)
     {
@@ -513,7 +516,7 @@ namespace
 {
     ZQ_COLD std::size_t EscapeSlowly(char * szText, std::size_t nText, std::size_t nSize)
     {
-        constexpr std::size_t LONGEST = 16384;
+        constexpr std::size_t LONGEST = 16384;   // bytes of the copy, its zero included
         char szCopy[LONGEST];
         nText = std::min(nText, LONGEST - 1);
         std::memcpy(szCopy, szText, nText);
@@ -550,19 +553,19 @@ char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame)
     auto const nMilliseconds = static_cast<std::uint64_t>(static_cast<double>(tPassed) * 1000.0 + SHIFT - SHIFT);
     auto const nSeconds = static_cast<std::uint32_t>(nMilliseconds / 1000);
     auto const nRest = static_cast<std::uint32_t>(nMilliseconds % 1000);
-    char * p = pEnd;
-    *--p = '\t';
-    p = PutDigitsBefore(p, static_cast<std::uint32_t>(iFrame));
-    *--p = '\t';
-    *--p = static_cast<char>('0' + nRest % 10);
-    *--p = static_cast<char>('0' + nRest / 10 % 10);
-    *--p = static_cast<char>('0' + nRest / 100);
-    *--p = '.';
-    char const * const pPoint = p;
-    p = PutDigitsBefore(p, nSeconds);
-    while (pPoint - p < SECONDS_WIDTH)
+    char * pStart = pEnd;
+    *--pStart = '\t';
+    pStart = PutDigitsBefore(pStart, static_cast<std::uint32_t>(iFrame));
+    *--pStart = '\t';
+    *--pStart = static_cast<char>('0' + nRest % 10);
+    *--pStart = static_cast<char>('0' + nRest / 10 % 10);
+    *--pStart = static_cast<char>('0' + nRest / 100);
+    *--pStart = '.';
+    char const * const pPoint = pStart;
+    pStart = PutDigitsBefore(pStart, nSeconds);
+    while (pPoint - pStart < SECONDS_WIDTH)
     {
-        *--p = ' ';
+        *--pStart = ' ';
     }
-    return p;
+    return pStart;
 }

@@ -5,17 +5,17 @@
 
 #include <cstdarg>
 
-/// Bytes before pEnd that FormatLinePrefix may need.
+/// Number of bytes before pEnd that FormatLinePrefix may need.
 inline constexpr std::size_t LINE_PREFIX_SIZE = 64;
 
-/// Formats like vsnprintf, without the heap. Returns the length up to the first NUL, at most nSize - 1. Wide text
-/// becomes UTF-8 in every locale, unless fmt has %n or another conversion that the slow path does not know. A value in
-/// it that is no character becomes U+FFFD, except a byte of a path (platform/text.h). The fast path serves plain %s,
-/// %c, %i, %d, %u, %x, %zu and %%. Requires nSize > 0.
+/// Formats like vsnprintf, and allocates nothing itself. Returns the length up to the first NUL, at most nSize - 1.
+/// Wide text becomes UTF-8 in every locale, unless fmt has %n or another conversion that the slow path does not know. A
+/// value in it that is no character becomes U+FFFD, except a byte of a path (platform/text.h). The fast path serves
+/// plain %s, %c, %i, %d, %u, %x, %zu and %%. Requires nSize > 0.
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 /// Formats as FormatText does, for texts from outside, and returns the length. What %s and %c insert is escaped whole,
-/// line ends too, as in TextForLog. Supports the conversions of the fast path only; any other ends the text, and so
+/// line ends too, as in TextForLog. Supports the conversions of the fast path only. Any other ends the text, and so
 /// does a NUL of %c.
 std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 

@@ -10,16 +10,16 @@
 #include <cstdint>
 #include <cstdio>
 
-/// Writer of one log, or of those without room in the table of named logs. It writes each line with one system call,
-/// and counts those that can't be written. If a full disk cuts a line, its line end is written before the next line.
-/// Any thread may write; the log's own stream needs no lock.
+/// Writer of one log, or of those without room in the table of named logs. It writes each line to the log's own stream
+/// with one system call. It counts lines that can't be written. If a full disk cuts a line, its line end is written
+/// before the next line. Any thread may write. The log's own stream needs no lock.
 class LogStream_c
 {
 public:
     static constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64 + 1;   // bytes of a path that Limit asks for
 
     /// Sets the stream that plat::StreamOpenLog opened for this log. It is written without stdio's buffer. Other
-    /// streams, such as a host's, are written through stdio under a lock.
+    /// streams, such as a host's, are written through stdio under a lock. Sets the number of lost lines to 0.
     void SetOwn(std::FILE * pStream)
     {
         m_pOwn = pStream;
@@ -27,7 +27,7 @@ public:
         m_nSize = UNKNOWN_SIZE;
     }
 
-    /// Writes a text, as a rule a line with its end. Returns false if a part of it is lost; the loss is counted.
+    /// Writes a text, as a rule a line with its end. Counts a lost line and returns false if a part of it is lost.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
     /// Starts a new file if this one has outgrown the limit of LogSetLimit. Does nothing for streams other than the own
@@ -47,7 +47,7 @@ public:
         }
     }
 
-    /// Sets the limit of all logs.
+    /// Sets the limit of all logs in bytes, 0 for none, and the number of previous files. A negative one counts as 0.
     static void SetLimit(std::uint64_t nLimit, int nPrevious);
 
     /// Returns whether there are lost lines to report, or the last line that was written has no end.
@@ -75,20 +75,21 @@ private:
 
     void BeginAnew(std::FILE * pStream, char const * szPath);
 
-    static constexpr std::uint64_t UNKNOWN_SIZE = std::uint64_t{ 1 } << 62;
+    static constexpr std::uint64_t UNKNOWN_SIZE = std::uint64_t{ 1 } << 62;   // so large that a limit measures the file
     static std::atomic<std::uint64_t> s_nLimit;
     static std::atomic<int> s_nPrevious;
 
     std::FILE * m_pOwn = nullptr;
     std::atomic<std::uint64_t> m_nSize = UNKNOWN_SIZE;   // of the file; counted while there is a limit
-    std::atomic<std::uint32_t> m_nLost = 0;
+    std::atomic<std::uint32_t> m_nLost = 0;              // number of lost lines, and the flag TORN
 };
 
-/// Writes a line of the main log without time and frame. The line ends with its line end.
+/// Writes a line, which includes its line end, to the main log without time and frame. Does nothing while the log is
+/// closed.
 void LogWriteBare(char const * pLine, std::size_t nLine);
 
-/// Closes the main log and sets g_pMessageLogFile to null, without heap and locks. The stream's memory is not freed,
-/// and what other threads still write to it is dropped.
+/// Closes the main log and sets g_pMessageLogFile to null, without heap and locks. The stream's memory is not freed.
+/// What other threads still write to it is dropped.
 void LogCloseInCrash();
 
 /// Appends lines to the main log's file after the last destructor of the library, when no listener may be called. If

@@ -44,8 +44,9 @@ public:
     /// than 1023 characters. Before that it is the text of SetLogPath, or empty.
     wchar_t const * GetLogPath() const;
 
-    /// Returns the log of a name, and opens it if needed. The name is compared exactly and cut at 63 characters; on
-    /// disk two names that differ in case only are one file. Returns null if sName is null or the file can't be opened.
+    /// Returns the log of a name, and opens it if needed. Compares names exactly, cut at 63 characters. On disk two
+    /// names that differ in case only are one file. Returns null if sName is null or the file can't be opened.
+    ///
     /// The stream has no buffer and belongs to the module. The module has a table for 42 to 64 logs, depending
     /// on their names. Each use of a further name opens another stream, which is never closed.
     std::FILE * GetLogFile(char const * sName);

@@ -39,6 +39,7 @@ namespace
     {
     public:
         static constexpr std::uint32_t COUNT = 128;
+        static constexpr std::uint32_t BITS = 64;   // of a word of m_dFree
 
         // Returns the lowest free number, or 0 if all are in use.
         std::uint32_t Allocate()
@@ -49,21 +50,24 @@ namespace
                 {
                     auto const iBit = static_cast<std::uint32_t>(std::countr_zero(m_dFree[i]));
                     m_dFree[i] &= m_dFree[i] - 1;
-                    return i * 64 + iBit + 1;
+                    return i * BITS + iBit + 1;
                 }
             }
             return 0;
         }
 
-        void Release(std::uint32_t iNumber) { m_dFree[(iNumber - 1) / 64] |= std::uint64_t{ 1 } << (iNumber - 1) % 64; }
+        void Release(std::uint32_t iNumber)
+        {
+            m_dFree[(iNumber - 1) / BITS] |= std::uint64_t{ 1 } << (iNumber - 1) % BITS;
+        }
 
         bool IsInUse(std::uint32_t iNumber) const
         {
-            return (m_dFree[(iNumber - 1) / 64] >> (iNumber - 1) % 64 & 1) == 0;
+            return (m_dFree[(iNumber - 1) / BITS] >> (iNumber - 1) % BITS & 1) == 0;
         }
 
     private:
-        std::uint64_t m_dFree[COUNT / 64] = { ~std::uint64_t{ 0 }, ~std::uint64_t{ 0 } };
+        std::uint64_t m_dFree[COUNT / BITS] = { ~std::uint64_t{ 0 }, ~std::uint64_t{ 0 } };
     };
     constinit ThreadNumbers_c g_ThreadNumbers;   // under g_CategoryLock
 
@@ -121,6 +125,7 @@ namespace
         }
     }
 
+    // Allocates the thread's stack and returns it. Complains and returns null if there is no room.
     ZQ_COLD MemCategoryStack_c * AddOwnStack()
     {
         int const iResult = AllocateStack(t_MemoryStack);

@@ -1,12 +1,12 @@
 // cmemory.h: the tracked allocator and its categories.
 //
 // Every block of the process belongs to a category. Counters hold the blocks and bytes of each category and their
-// peaks. Each thread has a stack of categories; a MemCategoryScope_c selects one for a scope. A block of ZQ_NEW, or of
+// peaks. Each thread has a stack of categories. A MemCategoryScope_c selects one for a scope. A block of ZQ_NEW, or of
 // a plain `new` anywhere in the process, counts under the selected category until it is freed, whichever thread frees
 // it. Byte figures are those of the heap's blocks: they include alignment header and slack.
 //
-// The library must be linked to the executable itself, before the C++ runtime. If it is loaded by another library or a
-// plugin instead, or a checker replaces `delete`, the process may bind `delete` to another function. Then `new`, ZQ_NEW
+// The library must be linked to the executable itself, before the C++ runtime. If another library or a plugin loads it
+// instead, or a checker replaces `delete`, the process may bind `delete` to another function. Then `new`, ZQ_NEW
 // and CoreMemory use the process's operators. Every block still returns to its own heap, but these blocks are not
 // tracked. One line on standard error reports that at load.
 //
@@ -15,13 +15,13 @@
 // - Each thread counts for itself, and a reader adds up. While other threads allocate, figures are of slightly
 //   different moments. Peaks of categories are those that readers saw. The peak of all bytes may lack up to 128 blocks,
 //   or 512 KiB, of each thread and category.
-// - Byte figures are those of the callers. Memory is not filled, damage is not found, lost blocks are not reported, and
-//   the snapshot has a line for each category.
+// - Byte figures are those of the callers. The heap does not fill memory, find damage or report lost blocks. The
+//   snapshot has a line for each category.
 //
 // Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
-// Cost: one lock cycle and one consistency check for each allocation and each release; 99 bytes for each block, 75 with
-// 32 bits. Selecting a category takes no lock, except at a thread's first push.
+// Cost: one lock cycle and one consistency check for each allocation and each release. Each block takes 99 bytes
+// more, 75 with 32 bits. Selecting a category takes no lock, except at a thread's first push.
 // Failure: an exhausted heap ends in Abort. Damaged and foreign blocks are reported (MemoryReportSet, cmemoryreport.h).
 //
 //     {
@@ -147,7 +147,8 @@ namespace mem
 /// Returns the word that operator_new stores with a block. iBlockType is a word too.
 /// - Its kind is always MEMORY_CLIENT_BLOCK. A kind of iBlockType above that is reported.
 /// - MEMORY_OBJECT_FLAG is that of iBlockType.
-/// - The category is the one on top of the thread's stack, or UNDEFINED while the heap is not tracked, in these cases:
+/// - The category is the one on top of the thread's stack, or UNDEFINED if the stack is empty or the heap is not
+///   tracked, in these cases:
 ///   - the category of iBlockType is UNDEFINED or out of range.
 ///   - the kind of iBlockType is MEMORY_NORMAL_BLOCK.
 /// - In all other cases the category is that of iBlockType.
@@ -218,8 +219,8 @@ ZQ_API std::ptrdiff_t MemoryTotalAllocations();
 ZQ_API std::ptrdiff_t MemoryTotalBytesAllocated();
 ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();
 
-/// Start and end the tracking. The library's first global object calls them; callers do not. If other threads still run
-/// at the end of the process, the tracking continues.
+/// Start and end the tracking, as only the library's first global object does. MemoryInit asserts that it is off,
+/// MemoryDone that it is on. If other threads still run at the end of the process, the tracking continues.
 ZQ_API void MemoryInit();
 ZQ_API void MemoryDone();
 
@@ -238,7 +239,7 @@ ZQ_API void * aligned_malloc_dbg(
 ZQ_API void * aligned_offset_malloc_dbg(
     std::size_t nSize, std::size_t nAlignment, std::size_t nOffset, int iBlockType, char const * sFile, int iLine);
 
-/// Move the contents to a new block and return it. A null p allocates; a size of 0 frees p and returns null. On failure
+/// Move the contents to a new block and return it. A null p allocates. A size of 0 frees p and returns null. On failure
 /// they return null, and p stays allocated.
 ZQ_API void * aligned_realloc_dbg(
     void * p, std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
@@ -256,8 +257,8 @@ ZQ_API void aligned_free_dbg(void * p);
 /// if its header is damaged.
 ZQ_API void * get_block_from_aligned(void * p);
 
-/// Returns the aligned pointer in a block of the heap. Returns null for a null block. The debug heap returns null too,
-/// with a report, if the header's gap bytes do not match.
+/// Returns the aligned pointer in a block of the heap. Requires the alignment and the offset of its allocation. Returns
+/// null for a null block. The debug heap returns null too, with a report, if the header's gap bytes do not match.
 ZQ_API void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t nOffset);
 
 /// Allocate and return a block of ZQ_NEW, as the functions of CoreMemory do.
@@ -272,19 +273,19 @@ inline void * operator new[](std::size_t nBytes, int iBlockType, char const * sF
 }
 
 inline void * operator new(
-    std::size_t nBytes, std::align_val_t iAlignment, int iBlockType, char const * sFile, int iLine) noexcept
+    std::size_t nBytes, std::align_val_t nAlignment, int iBlockType, char const * sFile, int iLine) noexcept
 {
-    return CoreMemory::operator_new_aligned(nBytes, static_cast<std::size_t>(iAlignment), iBlockType, sFile, iLine);
+    return CoreMemory::operator_new_aligned(nBytes, static_cast<std::size_t>(nAlignment), iBlockType, sFile, iLine);
 }
 
 inline void * operator new[](
-    std::size_t nBytes, std::align_val_t iAlignment, int iBlockType, char const * sFile, int iLine) noexcept
+    std::size_t nBytes, std::align_val_t nAlignment, int iBlockType, char const * sFile, int iLine) noexcept
 {
     return CoreMemory::operator_new_array_aligned(
-        nBytes, static_cast<std::size_t>(iAlignment), iBlockType, sFile, iLine);
+        nBytes, static_cast<std::size_t>(nAlignment), iBlockType, sFile, iLine);
 }
 
-/// Free a block of ZQ_NEW whose constructor throws. The language calls them; callers do not.
+/// Free a block of ZQ_NEW whose constructor throws. Only the language calls them.
 inline void operator delete(void * p, int, char const *, int)
 {
     CoreMemory::operator_delete(p);
@@ -295,12 +296,12 @@ inline void operator delete[](void * p, int, char const *, int)
     CoreMemory::operator_delete_array(p);
 }
 
-inline void operator delete(void * p, std::align_val_t iAlignment, int, char const *, int)
+inline void operator delete(void * p, std::align_val_t nAlignment, int, char const *, int)
 {
-    CoreMemory::operator_delete_aligned(p, static_cast<std::size_t>(iAlignment));
+    CoreMemory::operator_delete_aligned(p, static_cast<std::size_t>(nAlignment));
 }
 
-inline void operator delete[](void * p, std::align_val_t iAlignment, int, char const *, int)
+inline void operator delete[](void * p, std::align_val_t nAlignment, int, char const *, int)
 {
-    CoreMemory::operator_delete_array_aligned(p, static_cast<std::size_t>(iAlignment));
+    CoreMemory::operator_delete_array_aligned(p, static_cast<std::size_t>(nAlignment));
 }

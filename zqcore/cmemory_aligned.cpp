@@ -24,21 +24,21 @@ namespace
         std::uintptr_t Gap;
     };
 
-    Header_s & HeaderOf(void * p)
+    Header_s & HeaderOf(void * pUser)
     {
-        auto const nAddress = reinterpret_cast<std::uintptr_t>(p) & ~std::uintptr_t{ WORD - 1 };
+        auto const nAddress = reinterpret_cast<std::uintptr_t>(pUser) & ~std::uintptr_t{ WORD - 1 };
         return *reinterpret_cast<Header_s *>(nAddress - sizeof(Header_s));
     }
 
-    std::size_t AddressOf(void * p)
+    std::size_t AddressOf(void * pMemory)
     {
-        return reinterpret_cast<std::size_t>(p);
+        return reinterpret_cast<std::size_t>(pMemory);
     }
 
-    bool IsPlainBlock(void * p)
+    bool IsPlainBlock(void * pUser)
     {
         std::uint32_t dwBefore;
-        std::memcpy(&dwBefore, static_cast<std::uint8_t *>(p) - sizeof dwBefore, sizeof dwBefore);
+        std::memcpy(&dwBefore, static_cast<std::uint8_t *>(pUser) - sizeof dwBefore, sizeof dwBefore);
         return dwBefore == PLAIN_FILL;
     }
 
@@ -62,36 +62,36 @@ namespace
     }
 
     // Reports an aligned pointer whose header is damaged, and returns its live block, or null.
-    ZQ_COLD void * FindDamagedBlock(void * p, char const * szPlainFunction)
+    ZQ_COLD void * FindDamagedBlock(void * pUser, char const * szPlainFunction)
     {
-        if (IsPlainBlock(p))
+        if (IsPlainBlock(pUser))
         {
-            plat::HeapReport(
-                "The block at 0x%08zX was not allocated by _aligned routines, use %s()", AddressOf(p), szPlainFunction);
+            plat::HeapReport("The block at 0x%08zX was not allocated by _aligned routines, use %s()", AddressOf(pUser),
+                szPlainFunction);
             return nullptr;
         }
-        if (HeaderOf(p).Gap == FREED_FILL)
+        if (HeaderOf(pUser).Gap == FREED_FILL)
         {
-            plat::HeapReport("The block at 0x%08zX was freed already. It is left alone.\n", AddressOf(p));
+            plat::HeapReport("The block at 0x%08zX was freed already. It is left alone.\n", AddressOf(pUser));
             return nullptr;
         }
-        plat::HeapReport("Damage before 0x%08zX which was allocated by aligned routine\n", AddressOf(p));
+        plat::HeapReport("Damage before 0x%08zX which was allocated by aligned routine\n", AddressOf(pUser));
         plat::HeapBlock_t Block;
-        if (!plat::HeapFindBlock(p, Block))
+        if (!plat::HeapFindBlock(pUser, Block))
         {
             plat::HeapReport(
                 "No live block of this heap starts at 0x%08zX: freed already, or another heap's. It is left alone.\n",
-                AddressOf(p));
+                AddressOf(pUser));
             return nullptr;
         }
         return Block.pUser;
     }
 
-    // Returns the live block of an aligned pointer. Reports a pointer without one and returns null.
-    void * BlockOf(void * p, char const * szPlainFunction)
+    // Returns the live block of an aligned pointer, or null. Reports a damaged header and a pointer without a block.
+    void * BlockOf(void * pUser, char const * szPlainFunction)
     {
-        Header_s const Header = HeaderOf(p);
-        return Header.Gap == GAP_FILL ? Header.pBlock : FindDamagedBlock(p, szPlainFunction);
+        Header_s const Header = HeaderOf(pUser);
+        return Header.Gap == GAP_FILL ? Header.pBlock : FindDamagedBlock(pUser, szPlainFunction);
     }
 }
 
@@ -126,9 +126,9 @@ void * aligned_offset_malloc_dbg(
     return pUser;
 }
 
-bool MemoryOwnSize(void * p, std::size_t & nBytes)
+bool MemoryOwnSize(void * pUser, std::size_t & nBytes)
 {
-    void * const pBlock = BlockOf(p, "realloc");
+    void * const pBlock = BlockOf(pUser, "realloc");
     if (pBlock)
     {
         nBytes = plat::HeapDescribe(pBlock).nOwn;
@@ -187,17 +187,17 @@ namespace
     void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
     {
         auto const iWord = static_cast<int>(MemoryWordOf(iBlockType));
-        void * const p = aligned_malloc_dbg(nBytes, nAlignment, iWord, szFile, iLine);
-        if (!p)
+        void * const pUser = aligned_malloc_dbg(nBytes, nAlignment, iWord, szFile, iLine);
+        if (!pUser)
         {
             ReportNoMemory(nBytes, szFile, iLine);
         }
-        return p;
+        return pUser;
     }
 
-    void HeapDelete(void * p)
+    void HeapDelete(void * pUser)
     {
-        aligned_free_dbg(p);
+        aligned_free_dbg(pUser);
     }
 }
 

@@ -21,15 +21,15 @@ namespace
     // `delete`, or the reverse.
     template <typename... ALIGNMENT>
     bool TryPair(plat::OperatorPair_T<ALIGNMENT...> plat::Operators_t::*pPair, plat::Operators_t & Foreign,
-        plat::Operators_t const & Bound, ALIGNMENT... iAlignment)
+        plat::Operators_t const & Bound, ALIGNMENT... nAlignment)
     {
         plat::OperatorPair_T<ALIGNMENT...> Pair = Bound.*pPair;
         if (!Pair.fnNew || !Pair.fnDelete)
         {
             return false;
         }
-        void * const p = Pair.fnNew(PROBE_BYTES, iAlignment...);
-        bool const bOwnNew = MemoryIsOwnBlock(p);
+        void * const pBlock = Pair.fnNew(PROBE_BYTES, nAlignment...);
+        bool const bOwnNew = MemoryIsOwnBlock(pBlock);
         bool const bOwnDelete = Pair.bOneModule ? bOwnNew : Pair.bOwnDelete;
         if (bOwnNew != bOwnDelete)
         {
@@ -44,11 +44,11 @@ namespace
         }
         if (bOwnNew)
         {
-            aligned_free_dbg(p);
+            aligned_free_dbg(pBlock);
         }
         else if (Pair.fnDelete)
         {
-            Pair.fnDelete(p, iAlignment...);
+            Pair.fnDelete(pBlock, nAlignment...);
         }
         return bForeign;
     }
@@ -59,16 +59,16 @@ namespace
     {
         alignas(std::string) unsigned char dRoom[sizeof(std::string)];
         auto * const pText = new (dRoom) std::string(std::generic_category().message(ENOENT));
-        void * const p = pText->data();
-        bool const bInside = p >= dRoom && p < dRoom + sizeof dRoom;   // too short for a block
-        if (bInside || MemoryIsOwnBlock(p))
+        void * const pBlock = pText->data();
+        bool const bInside = pBlock >= dRoom && pBlock < dRoom + sizeof dRoom;   // too short for a block
+        if (bInside || MemoryIsOwnBlock(pBlock))
         {
             pText->~basic_string();
             return false;
         }
         if (auto const fnDelete = plat::OperatorsAfterOwn().Plain.fnDelete)
         {
-            fnDelete(p);
+            fnDelete(pBlock);
         }
         return true;
     }

@@ -53,7 +53,7 @@ namespace
     void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwWord)
     {
         // Checks the state before this event: that memory was not written just before, so the processor reads it at
-        // full speed. Both sides change by the same amounts below, so the balance stays, and only the counters that
+        // full speed. Both sides change by the same amounts below, so the balance stays. Only the counters that
         // change can become negative.
         bool const bSoundBefore = MemoryCountersAddUp();
         mem::Categories_e const eCategory = MemoryCountedCategory(dwWord);
@@ -98,7 +98,7 @@ namespace
         {
             return;
         }
-        std::uint32_t const blocktype = Block.dwWord & 0xFFFF;
+        std::uint32_t const blocktype = Block.dwWord & MEMORY_KIND_MASK;
         ZQ_ASSERT_TEXT(blocktype == MEMORY_CLIENT_BLOCK, "blocktype == _CLIENT_BLOCK");
         ZQ_ASSERT_TEXT(sizeof(mem::Object_i) <= Block.nBytes, "sizeof ( mem::Object_i ) <= nBytes");
         if (auto const * const pObject =
@@ -134,7 +134,7 @@ namespace
 
     void ReportBlock(plat::HeapBlock_t const & Block, void * pContext)
     {
-        if ((Block.dwWord & 0xFFFF) != MEMORY_CLIENT_BLOCK)
+        if ((Block.dwWord & MEMORY_KIND_MASK) != MEMORY_CLIENT_BLOCK)
         {
             return;
         }
@@ -171,10 +171,10 @@ void MemoryHeapStop()
 
 void MemoryHeapThreadEnd() {}
 
-bool MemoryIsOwnBlock(void const * p)
+bool MemoryIsOwnBlock(void const * pBlock)
 {
     plat::HeapBlock_t Block;
-    return plat::HeapFindBlock(p, Block);
+    return plat::HeapFindBlock(pBlock, Block);
 }
 
 void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine)

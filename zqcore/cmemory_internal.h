@@ -13,6 +13,8 @@
 #include <atomic>
 #include <cstdio>
 
+inline constexpr std::uint32_t MEMORY_KIND_MASK = 0xFFFF;   // bits of the kind in a block's word
+
 /// Stack of the categories that one thread has selected. Only that thread changes it. Pushes of the same category in a
 /// row share an entry, so the depth counts changes of category.
 class MemCategoryStack_c
@@ -31,7 +33,7 @@ public:
     void Add(mem::Categories_e eCategory);
     void Remove(mem::Categories_e eCategory);
 
-    /// Returns the category on top, or UNDEFINED if the stack is empty.
+    /// Returns the category on top, or UNDEFINED if the stack is empty. Asserts that `top` is in range.
     mem::Categories_e Top() const
     {
         ZQ_ASSERT_TEXT(top >= -1 && top < CATEGORY_STACK_DEPTH, "top >= -1 && top < CATEGORY_STACK_DEPTH");
@@ -116,8 +118,8 @@ private:
 /// The debug heap's figures of this process. They are written under g_CategoryLock, except bNewLogEnabled.
 extern MemoryCounters_s g_MemoryCounters;
 
-/// The process's own operators, which replace the heap. Its pairs are null if the library's operators are bound. It
-/// is set once, when the library is loaded.
+/// The process's own operators, which replace the heap. Their pairs are null if the library's operators are bound. They
+/// are set once, when the library is loaded.
 extern plat::Operators_t g_ForeignOperators;
 
 /// Sets g_ForeignOperators and reports foreign operators in one line. Requires that the heap is not tracked yet.
@@ -130,7 +132,7 @@ bool MemoryCountersAddUp();
 /// Writes an allocation to the call log, except the log's own. Requires g_CategoryLock.
 ZQ_COLD void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory);
 
-// What each of the two heaps has in its own source: the debug heap, and the heap of a shipped game.
+// Each of the two heaps, the debug heap and the heap of a shipped game, has these in its own source.
 
 /// Start and stop what the heap does while it is tracked.
 void MemoryHeapStart();
@@ -141,7 +143,7 @@ void MemoryHeapThreadEnd();
 
 /// Returns whether a pointer to a block, or to memory of another heap, is a live block of this heap. It is safe
 /// for any pointer. The heap of a shipped game may return true for a block that was freed.
-bool MemoryIsOwnBlock(void const * p);
+bool MemoryIsOwnBlock(void const * pBlock);
 
 /// Allocate a block of category NORMAL_BLOCK and return it, and release one.
 void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine);
@@ -149,7 +151,7 @@ void MemoryFreeNormal(void * pBlock);
 
 /// Writes the size of a live block to nBytes, as its caller requested it, and returns true. The debug heap reports any
 /// other pointer and returns false. The heap of a shipped game requires a live block.
-bool MemoryOwnSize(void * p, std::size_t & nBytes);
+bool MemoryOwnSize(void * pBlock, std::size_t & nBytes);
 
 /// Returns the live bytes of a category. Takes no lock, so a crash may call it.
 std::ptrdiff_t MemoryBytesNow(mem::Categories_e eCategory);
@@ -161,9 +163,10 @@ void MemoryNewLogSet(bool bOn);
 /// Returns the number of frames that have ended.
 int MemoryFrame();
 
-// What both heaps share.
+// Both heaps share these.
 
-/// The one function that the allocator registers for the end of a thread (plat::ThreadAtEnd).
+/// Ends what the allocator keeps for the calling thread. It is the one function that the allocator registers with
+/// plat::ThreadAtEnd.
 void MemoryThreadEnd();
 
 /// Ends in Abort, which names the bytes that could not be allocated.
@@ -199,7 +202,7 @@ inline mem::Categories_e MemoryCategoryInWord(std::uint32_t dwWord)
 /// Returns the category under which a block of this word is counted. Blocks under mem::CRT are not counted.
 inline mem::Categories_e MemoryCountedCategory(std::uint32_t dwWord)
 {
-    switch (dwWord & 0xFFFF)
+    switch (dwWord & MEMORY_KIND_MASK)
     {
     case MEMORY_NORMAL_BLOCK:
         return mem::NORMAL_BLOCK;
@@ -217,7 +220,7 @@ ZQ_COLD void MemoryReportKind(std::uint32_t iKind);
 inline std::uint32_t MemoryWordOf(int iBlockType)
 {
     auto const dwWord = static_cast<std::uint32_t>(iBlockType);
-    std::uint32_t const iKind = dwWord & 0xFFFF;
+    std::uint32_t const iKind = dwWord & MEMORY_KIND_MASK;
     if (iKind > MEMORY_CLIENT_BLOCK)
     {
         MemoryReportKind(iKind);

@@ -2,7 +2,7 @@
 // iBlockType selects the category, as in MemoryBlockWord.
 //
 //     void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine);
-//     void HeapDelete(void * p);
+//     void HeapDelete(void * pBlock);
 #pragma once
 
 #include <algorithm>
@@ -11,14 +11,14 @@
 namespace
 {
     // Allocates from the process's own operator and returns the block. Returns null if that fails while the heap is not
-    // tracked; otherwise a failure ends in Abort.
+    // tracked. Otherwise a failure ends in Abort.
     template <typename... ALIGNMENT>
     ZQ_COLD void * NewForeign(
-        plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... iAlignment)
+        plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... nAlignment)
     {
         try
         {
-            return Pair.fnNew(nBytes, iAlignment...);
+            return Pair.fnNew(nBytes, nAlignment...);
         }
         catch (std::bad_alloc const &)
         {
@@ -39,34 +39,34 @@ namespace
 
     using AlignedPair_t = plat::OperatorPair_T<std::align_val_t>;
 
-    ZQ_INLINE void * New(AlignedPair_t const & Foreign, std::size_t nBytes, std::align_val_t iAlignment,
+    ZQ_INLINE void * New(AlignedPair_t const & Foreign, std::size_t nBytes, std::align_val_t nAlignment,
         int iBlockType = MEMORY_NORMAL_BLOCK, char const * szFile = nullptr, int iLine = 0)
     {
-        std::size_t const nAlignment = std::max(static_cast<std::size_t>(iAlignment), MEMORY_ALIGNMENT);
-        return Foreign.fnNew ? NewForeign(Foreign, nBytes, iAlignment)
-                             : HeapNew(nBytes, nAlignment, iBlockType, szFile, iLine);
+        std::size_t const nWhole = std::max(static_cast<std::size_t>(nAlignment), MEMORY_ALIGNMENT);
+        return Foreign.fnNew ? NewForeign(Foreign, nBytes, nAlignment)
+                             : HeapNew(nBytes, nWhole, iBlockType, szFile, iLine);
     }
 
     template <typename... ALIGNMENT>
-    ZQ_INLINE void Delete(plat::OperatorPair_T<ALIGNMENT...> const & Foreign, void * p, ALIGNMENT... iAlignment)
+    ZQ_INLINE void Delete(plat::OperatorPair_T<ALIGNMENT...> const & Foreign, void * pBlock, ALIGNMENT... nAlignment)
     {
         if (Foreign.fnNew)
         {
-            Foreign.fnDelete(p, iAlignment...);
+            Foreign.fnDelete(pBlock, nAlignment...);
         }
         else
         {
-            HeapDelete(p);
+            HeapDelete(pBlock);
         }
     }
 
-    void * Require(void * p)
+    void * Require(void * pBlock)
     {
-        if (!p)
+        if (!pBlock)
         {
             throw std::bad_alloc();   // the language's contract, while the heap is not tracked
         }
-        return p;
+        return pBlock;
     }
 }
 
@@ -117,33 +117,39 @@ namespace CoreMemory
 
 // The language's operators, for the whole process, so that a plain `new` is tracked too.
 // clang-format off
-ZQ_API void * operator new(std::size_t n) { return Require(New(g_ForeignOperators.Plain, n)); }
-ZQ_API void * operator new[](std::size_t n) { return Require(New(g_ForeignOperators.Array, n)); }
-ZQ_API void * operator new(std::size_t n, std::nothrow_t const &) noexcept { return New(g_ForeignOperators.Plain, n); }
-ZQ_API void * operator new[](std::size_t n, std::nothrow_t const &) noexcept
-{ return New(g_ForeignOperators.Array, n); }
-ZQ_API void * operator new(std::size_t n, std::align_val_t i) { return Require(New(g_ForeignOperators.Aligned, n, i)); }
-ZQ_API void * operator new[](std::size_t n, std::align_val_t i)
-{ return Require(New(g_ForeignOperators.AlignedArray, n, i)); }
-ZQ_API void * operator new(std::size_t n, std::align_val_t i, std::nothrow_t const &) noexcept
-{ return New(g_ForeignOperators.Aligned, n, i); }
-ZQ_API void * operator new[](std::size_t n, std::align_val_t i, std::nothrow_t const &) noexcept
-{ return New(g_ForeignOperators.AlignedArray, n, i); }
+ZQ_API void * operator new(std::size_t nBytes) { return Require(New(g_ForeignOperators.Plain, nBytes)); }
+ZQ_API void * operator new[](std::size_t nBytes) { return Require(New(g_ForeignOperators.Array, nBytes)); }
+ZQ_API void * operator new(std::size_t nBytes, std::nothrow_t const &) noexcept
+{ return New(g_ForeignOperators.Plain, nBytes); }
+ZQ_API void * operator new[](std::size_t nBytes, std::nothrow_t const &) noexcept
+{ return New(g_ForeignOperators.Array, nBytes); }
+ZQ_API void * operator new(std::size_t nBytes, std::align_val_t nAlignment)
+{ return Require(New(g_ForeignOperators.Aligned, nBytes, nAlignment)); }
+ZQ_API void * operator new[](std::size_t nBytes, std::align_val_t nAlignment)
+{ return Require(New(g_ForeignOperators.AlignedArray, nBytes, nAlignment)); }
+ZQ_API void * operator new(std::size_t nBytes, std::align_val_t nAlignment, std::nothrow_t const &) noexcept
+{ return New(g_ForeignOperators.Aligned, nBytes, nAlignment); }
+ZQ_API void * operator new[](std::size_t nBytes, std::align_val_t nAlignment, std::nothrow_t const &) noexcept
+{ return New(g_ForeignOperators.AlignedArray, nBytes, nAlignment); }
 
-ZQ_API void operator delete(void * p) noexcept { Delete(g_ForeignOperators.Plain, p); }
-ZQ_API void operator delete[](void * p) noexcept { Delete(g_ForeignOperators.Array, p); }
-ZQ_API void operator delete(void * p, std::nothrow_t const &) noexcept { Delete(g_ForeignOperators.Plain, p); }
-ZQ_API void operator delete[](void * p, std::nothrow_t const &) noexcept { Delete(g_ForeignOperators.Array, p); }
-ZQ_API void operator delete(void * p, std::size_t) noexcept { Delete(g_ForeignOperators.Plain, p); }
-ZQ_API void operator delete[](void * p, std::size_t) noexcept { Delete(g_ForeignOperators.Array, p); }
-ZQ_API void operator delete(void * p, std::align_val_t i) noexcept { Delete(g_ForeignOperators.Aligned, p, i); }
-ZQ_API void operator delete[](void * p, std::align_val_t i) noexcept { Delete(g_ForeignOperators.AlignedArray, p, i); }
-ZQ_API void operator delete(void * p, std::align_val_t i, std::nothrow_t const &) noexcept
-{ Delete(g_ForeignOperators.Aligned, p, i); }
-ZQ_API void operator delete[](void * p, std::align_val_t i, std::nothrow_t const &) noexcept
-{ Delete(g_ForeignOperators.AlignedArray, p, i); }
-ZQ_API void operator delete(void * p, std::size_t, std::align_val_t i) noexcept
-{ Delete(g_ForeignOperators.Aligned, p, i); }
-ZQ_API void operator delete[](void * p, std::size_t, std::align_val_t i) noexcept
-{ Delete(g_ForeignOperators.AlignedArray, p, i); }
+ZQ_API void operator delete(void * pBlock) noexcept { Delete(g_ForeignOperators.Plain, pBlock); }
+ZQ_API void operator delete[](void * pBlock) noexcept { Delete(g_ForeignOperators.Array, pBlock); }
+ZQ_API void operator delete(void * pBlock, std::nothrow_t const &) noexcept
+{ Delete(g_ForeignOperators.Plain, pBlock); }
+ZQ_API void operator delete[](void * pBlock, std::nothrow_t const &) noexcept
+{ Delete(g_ForeignOperators.Array, pBlock); }
+ZQ_API void operator delete(void * pBlock, std::size_t) noexcept { Delete(g_ForeignOperators.Plain, pBlock); }
+ZQ_API void operator delete[](void * pBlock, std::size_t) noexcept { Delete(g_ForeignOperators.Array, pBlock); }
+ZQ_API void operator delete(void * pBlock, std::align_val_t nAlignment) noexcept
+{ Delete(g_ForeignOperators.Aligned, pBlock, nAlignment); }
+ZQ_API void operator delete[](void * pBlock, std::align_val_t nAlignment) noexcept
+{ Delete(g_ForeignOperators.AlignedArray, pBlock, nAlignment); }
+ZQ_API void operator delete(void * pBlock, std::align_val_t nAlignment, std::nothrow_t const &) noexcept
+{ Delete(g_ForeignOperators.Aligned, pBlock, nAlignment); }
+ZQ_API void operator delete[](void * pBlock, std::align_val_t nAlignment, std::nothrow_t const &) noexcept
+{ Delete(g_ForeignOperators.AlignedArray, pBlock, nAlignment); }
+ZQ_API void operator delete(void * pBlock, std::size_t, std::align_val_t nAlignment) noexcept
+{ Delete(g_ForeignOperators.Aligned, pBlock, nAlignment); }
+ZQ_API void operator delete[](void * pBlock, std::size_t, std::align_val_t nAlignment) noexcept
+{ Delete(g_ForeignOperators.AlignedArray, pBlock, nAlignment); }
 // clang-format on

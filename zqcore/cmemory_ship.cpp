@@ -14,7 +14,7 @@
 #include <limits>
 #include <utility>
 
-// A number that one thread writes and any thread reads.
+// A number that any thread reads. In a thread's own figures only that thread writes it.
 using Figure_t = std::atomic<std::ptrdiff_t>;
 
 // Figures of one category. The size of the structure is a power of 2, so that an index costs a shift.
@@ -25,6 +25,7 @@ struct alignas(4 * sizeof(Figure_t)) CategoryFigures_s
     Figure_t iBytes;
 };
 
+// Figures of one thread, in a list that only grows.
 struct MemoryFigures_s
 {
     CategoryFigures_s dCategories[mem::TOTAL];
@@ -35,7 +36,8 @@ struct MemoryFigures_s
 
 namespace
 {
-    constexpr std::size_t UNIT = 16;   // size of a header, and the least alignment
+    constexpr std::size_t UNIT = 16;         // bytes of a header, and the least alignment
+    constexpr std::size_t CACHE_LINE = 64;   // bytes
 
     // Header of a block. It ends at the address of the caller's bytes, rounded down to a multiple of 16.
     struct alignas(UNIT) Header_s
@@ -46,11 +48,11 @@ namespace
         std::uint32_t nBefore;   // bytes from the C library's block to the caller's
     };
     static_assert(sizeof(Header_s) == UNIT);
-    constexpr std::uint16_t HEADER_MARK = 0x5A51;
+    constexpr std::uint16_t HEADER_MARK = 0x5A51;   // of the headers of this heap
 
-    Header_s * HeaderOf(void const * p)
+    Header_s * HeaderOf(void const * pUser)
     {
-        auto const nAddress = reinterpret_cast<std::uintptr_t>(p) & ~std::uintptr_t{ UNIT - 1 };
+        auto const nAddress = reinterpret_cast<std::uintptr_t>(pUser) & ~std::uintptr_t{ UNIT - 1 };
         return reinterpret_cast<Header_s *>(nAddress) - 1;
     }
 
@@ -71,16 +73,18 @@ namespace
         Figure.store(Figure.load(std::memory_order_relaxed) + iChange, std::memory_order_relaxed);
     }
 
-    // A thread publishes its bytes if they have changed by LARGE or more since it last did. It checks that after every
-    // PUBLISH_INTERVAL allocations of a category, after each allocation above LARGE, and at its end.
+    // A thread publishes its bytes if they have changed by LARGE or more since it last did. The check runs:
+    // - after every PUBLISH_INTERVAL allocations of a category;
+    // - after each allocation above LARGE;
+    // - at its end.
     constexpr std::ptrdiff_t PUBLISH_INTERVAL = 128;
     constexpr std::ptrdiff_t LARGE = 4096;   // bytes
 
     constinit MemoryFigures_s g_Shared = {};   // of threads that have ended their own figures, or have none
     constinit std::atomic<MemoryFigures_s *> g_pFigures = &g_Shared;
-    alignas(64) constinit Figure_t g_iPublished = 0;   // apart from what each allocation reads
+    alignas(CACHE_LINE) constinit Figure_t g_iPublished = 0;   // apart from what each allocation reads
     constinit Figure_t g_iPeak = 0;
-    alignas(64) constinit std::atomic<bool> g_bNewLog = false;
+    alignas(CACHE_LINE) constinit std::atomic<bool> g_bNewLog = false;
 
     // The figures at the ends of frames, and the peaks that readers have seen; under g_CategoryLock.
     struct Seen_s
@@ -94,7 +98,7 @@ namespace
     constinit std::atomic<unsigned> g_nLastFrameAllocs = 0;
     constinit int g_iFrame = 0;
 
-    ZQ_THREAD_LOCAL constinit bool t_bLeft = false;
+    ZQ_THREAD_LOCAL constinit bool t_bLeft = false;   // whether the thread has ended its figures
 
     void RaisePeak(std::ptrdiff_t iBytes)
     {
@@ -103,6 +107,7 @@ namespace
         {}
     }
 
+    // Returns the bytes of all categories except mem::CRT.
     std::ptrdiff_t BytesOf(MemoryFigures_s const & Figures)
     {
         std::ptrdiff_t iBytes = -Figures.dCategories[mem::CRT].iBytes.load(std::memory_order_relaxed);
@@ -129,11 +134,11 @@ namespace
     // Releases the figures of the threads that a forked child lacks, for its new ones.
     void LeaveOtherFigures()
     {
-        for (MemoryFigures_s * p = g_pFigures; p != &g_Shared; p = p->pNext)
+        for (MemoryFigures_s * pFigures = g_pFigures; pFigures != &g_Shared; pFigures = pFigures->pNext)
         {
-            if (p != t_MemoryStack.pFigures)
+            if (pFigures != t_MemoryStack.pFigures)
             {
-                p->bInUse = false;
+                pFigures->bInUse = false;
             }
         }
     }
@@ -141,11 +146,13 @@ namespace
 
     MemoryFigures_s * FindFreeFigures()
     {
-        for (MemoryFigures_s * p = g_pFigures.load(std::memory_order_acquire); p != &g_Shared; p = p->pNext)
+        for (MemoryFigures_s * pFree = g_pFigures.load(std::memory_order_acquire); pFree != &g_Shared;
+             pFree = pFree->pNext)
         {
-            if (!p->bInUse.load(std::memory_order_relaxed) && !p->bInUse.exchange(true, std::memory_order_acquire))
+            if (!pFree->bInUse.load(std::memory_order_relaxed)
+                && !pFree->bInUse.exchange(true, std::memory_order_acquire))
             {
-                return p;
+                return pFree;
             }
         }
         return nullptr;
@@ -164,7 +171,7 @@ namespace
         return pFigures;
     }
 
-    // Returns the thread's figures, or null if it has ended them or there is no memory for them.
+    // Claims figures for the thread and returns them. Returns null if it has ended its own or there is no memory.
     ZQ_COLD MemoryFigures_s * ClaimFigures()
     {
         if (t_bLeft)
@@ -224,9 +231,10 @@ namespace
     Sums_s SumOf(int iCategory)
     {
         Sums_s Sums;
-        for (MemoryFigures_s const * p = g_pFigures.load(std::memory_order_acquire); p; p = p->pNext)
+        MemoryFigures_s const * pFigures = g_pFigures.load(std::memory_order_acquire);
+        for (; pFigures; pFigures = pFigures->pNext)
         {
-            CategoryFigures_s const & Category = p->dCategories[iCategory];
+            CategoryFigures_s const & Category = pFigures->dCategories[iCategory];
             Sums.nFrees += Category.nFrees.load(std::memory_order_relaxed);
             Sums.nAllocs += Category.nAllocs.load(std::memory_order_relaxed);
             Sums.iBytes += Category.iBytes.load(std::memory_order_relaxed);
@@ -251,7 +259,7 @@ namespace
     ZQ_INLINE int CategoryOf(int iBlockType)
     {
         auto const dwWord = static_cast<std::uint32_t>(iBlockType);
-        if ((dwWord & 0xFFFF) != MEMORY_NORMAL_BLOCK && MemoryCategoryInWord(dwWord) != mem::UNDEFINED)
+        if ((dwWord & MEMORY_KIND_MASK) != MEMORY_NORMAL_BLOCK && MemoryCategoryInWord(dwWord) != mem::UNDEFINED)
         {
             return MemoryCategoryInWord(dwWord);
         }
@@ -259,7 +267,7 @@ namespace
         return pStack && pStack->top >= 0 ? pStack->m_dStack[pStack->top].m_eCategory : mem::UNDEFINED;
     }
 
-    // Describes a new block and returns the caller's bytes.
+    // Writes the header of a new block and returns the caller's bytes.
     ZQ_INLINE void * Describe(void * pBlock, char * pUser, std::size_t nBytes, int iCategory)
     {
         *HeaderOf(pUser) = { nBytes, static_cast<std::uint16_t>(iCategory), HEADER_MARK,
@@ -267,7 +275,7 @@ namespace
         return pUser;
     }
 
-    void * NoMemory(std::size_t nBytes)
+    void * ReportNoMemory(std::size_t nBytes)
     {
         if (g_MemoryInit)
         {
@@ -302,7 +310,7 @@ namespace
         MemoryNewLogRecord(Block, static_cast<mem::Categories_e>(iCategory));
     }
 
-    // Allocates a block of any alignment and size, on any thread.
+    // Allocates a block of any alignment and size, on any thread. Returns null on failure.
     ZQ_COLD void * AllocateSlowly(
         std::size_t nBytes, std::size_t nAlignment, std::size_t nOffset, int iCategory, char const * szFile, int iLine)
     {
@@ -313,7 +321,7 @@ namespace
         void * const pBlock = bFits ? std::malloc(nBytes + nExtra) : nullptr;
         if (!pBlock)
         {
-            return NoMemory(nBytes);
+            return ReportNoMemory(nBytes);
         }
         void * const pUser = Describe(pBlock, UserPointer(pBlock, nAlignment, nOffset), nBytes, iCategory);
         CountInSlowly(iCategory, nBytes);
@@ -326,7 +334,8 @@ namespace
 
     static_assert(alignof(std::max_align_t) >= UNIT);
 
-    // Allocates on the fast path. Counts first, so that few values must survive the call of malloc.
+    // Allocates a block, usually on the fast path, or returns null. Counts first, so that few values must survive the
+    // call of malloc.
     ZQ_INLINE void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
     {
         int const iCategory = CategoryOf(iBlockType);
@@ -341,25 +350,25 @@ namespace
         if (!pHeader) [[unlikely]]
         {
             CountOutSlowly(iCategory, static_cast<std::ptrdiff_t>(nBytes));
-            return NoMemory(nBytes);
+            return ReportNoMemory(nBytes);
         }
         *pHeader = { nBytes, static_cast<std::uint16_t>(iCategory), HEADER_MARK, UNIT };
         return pHeader + 1;
     }
 
-    ZQ_COLD void FreeShifted(void * p, std::uint32_t nBefore)
+    ZQ_COLD void FreeShifted(void * pUser, std::uint32_t nBefore)
     {
-        std::free(static_cast<char *>(p) - nBefore);
+        std::free(static_cast<char *>(pUser) - nBefore);
     }
 
-    ZQ_INLINE void HeapDelete(void * p)
+    ZQ_INLINE void HeapDelete(void * pUser)
     {
-        if (!p)
+        if (!pUser)
         {
             return;
         }
         // Reads field by field: a wide read would wait until the narrow writes of a new block have reached the cache.
-        Header_s const volatile & Header = *HeaderOf(p);
+        Header_s const volatile & Header = *HeaderOf(pUser);
         auto const iBytes = static_cast<std::ptrdiff_t>(Header.nBytes);
         int const iCategory = Header.iCategory;
         std::uint32_t const nBefore = Header.nBefore;
@@ -375,11 +384,11 @@ namespace
         }
         if (nBefore == UNIT) [[likely]]   // predicted, so the call does not wait for the header
         {
-            std::free(static_cast<char *>(p) - UNIT);
+            std::free(static_cast<char *>(pUser) - UNIT);
         }
         else
         {
-            FreeShifted(p, nBefore);
+            FreeShifted(pUser, nBefore);
         }
     }
 }
@@ -413,16 +422,16 @@ void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t
     return pBlock ? UserPointer(pBlock, std::max(nAlignment, UNIT), nOffset) : nullptr;
 }
 
-bool MemoryOwnSize(void * p, std::size_t & nBytes)
+bool MemoryOwnSize(void * pUser, std::size_t & nBytes)
 {
-    nBytes = HeaderOf(p)->nBytes;
+    nBytes = HeaderOf(pUser)->nBytes;
     return true;
 }
 
-bool MemoryIsOwnBlock(void const * p)
+bool MemoryIsOwnBlock(void const * pBlock)
 {
     Header_s Header;   // memory of another heap has none
-    auto const nHeader = reinterpret_cast<std::uintptr_t>(HeaderOf(p));
+    auto const nHeader = reinterpret_cast<std::uintptr_t>(HeaderOf(pBlock));
     return plat::MemoryRead(nHeader, &Header, sizeof Header) == sizeof Header && Header.iMark == HEADER_MARK
            && Header.iCategory < mem::TOTAL && Header.nBefore >= UNIT;
 }
@@ -489,9 +498,10 @@ std::ptrdiff_t MemoryTotalAllocations()
 std::ptrdiff_t MemoryTotalBytesAllocated()
 {
     std::ptrdiff_t iBytes = 0;
-    for (MemoryFigures_s const * p = g_pFigures.load(std::memory_order_acquire); p; p = p->pNext)
+    MemoryFigures_s const * pFigures = g_pFigures.load(std::memory_order_acquire);
+    for (; pFigures; pFigures = pFigures->pNext)
     {
-        iBytes += BytesOf(*p);
+        iBytes += BytesOf(*pFigures);
     }
     return iBytes;
 }

@@ -21,8 +21,8 @@ void MemoryWriteTally(std::FILE * pFile, MemoryTally_s const & Tally)
     for (std::size_t i = 0; i < std::size(Tally.LIMITS); ++i)
     {
         auto const nBlocks = static_cast<std::uint64_t>(Tally.dInClass[i]);
-        auto const iPercent = Tally.nTotal ? static_cast<int>(nBlocks * 100 / Tally.nTotal) : 0;
-        std::fprintf(pFile, "%zu; %zu bytes; %i%%\n", Tally.dInClass[i], Tally.LIMITS[i], iPercent);
+        auto const nPercent = Tally.nTotal ? static_cast<int>(nBlocks * 100 / Tally.nTotal) : 0;
+        std::fprintf(pFile, "%zu; %zu bytes; %i%%\n", Tally.dInClass[i], Tally.LIMITS[i], nPercent);
     }
     std::fputc('\n', pFile);
 }

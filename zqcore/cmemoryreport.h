@@ -6,14 +6,14 @@
 // reads.
 //
 // The heap of a shipped game (cmemory.h) has no list of blocks. Its snapshot has a line for each category with live
-// blocks. Nothing checks the figures at each event, and lost blocks are not reported.
+// blocks. Nothing checks the figures at each event. Lost blocks are not reported.
 //
 // Ownership: nothing is owned. A receiver is a plain function.
 // Threads: turning the call log on or off and writing the snapshot take no lock, so no other thread may allocate or
 // free meanwhile. Other calls: any thread.
 // Cost: while the call log is on, each allocation writes to disk. What the writing itself allocates is counted but not
 // logged.
-// Failure: a snapshot file that cannot be opened fails an assertion; the other one is still written.
+// Failure: a snapshot file that cannot be opened asserts. The other one is still written.
 //
 //     MemoryResetFrameAllocCount();   // a frame ends
 //     Log("%u allocations in the last frame", MemoryGetFrameAllocCount());
@@ -28,8 +28,8 @@
 using MemoryReport_t = void (*)(char const * szText);
 
 /// Sets whether the call log is on. It is off at start. The header is written once in a process. A line holds frame,
-/// file, line, index of the category and bytes of the heap's block, with the heap of a shipped game those of the
-/// caller. The file of a plain `new` is "unknown".
+/// file, line, index of the category and bytes of the heap's block. With the heap of a shipped game the bytes
+/// are those that the caller requested. The file of a plain `new` is "unknown".
 ZQ_API void MemoryNewLogEnable(bool bEnable);
 
 /// Turns the call log off if it is on, and on if it is off.

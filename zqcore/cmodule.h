@@ -1,7 +1,7 @@
 // cmodule.h: services that start and stop in dependency order.
 //
-// A module is a subclass of Module_c with one static instance. The application registers the modules that it wants;
-// their prerequisites are registered with them. One call initialises all modules, two calls drive them from the main
+// A module is a subclass of Module_c with one static instance. The application registers the modules that it wants.
+// Their prerequisites are registered with them. One call initialises all modules, two calls drive them from the main
 // loop, and one call shuts them down in the reverse order.
 //
 // Ownership: the registry only points at modules. A module must outlive ShutdownAllModules.
@@ -24,11 +24,12 @@
 
 #include "zqcore/carray.h"
 
-/// Base of a service. By default its virtual functions do nothing but what their comments say.
+/// Base of a service. By default Initialize and Shutdown record the state, GetPrerequisites returns null, and the other
+/// virtual functions do nothing.
 class ZQ_API Module_c
 {
 public:
-    /// Makes a module. The name is kept as a pointer and must outlive the module.
+    /// Makes a module. Keeps the name as a pointer. Requires that the name outlives the module.
     constexpr explicit Module_c(char const * szName)
         : m_szName(szName)
     {}
@@ -76,15 +77,15 @@ public:
     static int ModuleCmp_fn(Module_c * a, Module_c * b);
 
 protected:
-    /// Starts the service and returns true, or returns false. An override calls Module_c::Initialize at its end and
-    /// returns its result. Asserts that the module is not initialised.
+    /// Starts the service and returns true, or returns false. Requires that an override calls Module_c::Initialize at
+    /// its end and returns its result. Asserts that the module is not initialised.
     virtual bool Initialize();
 
     /// Does the second phase of the start, when all modules are initialised.
     virtual void Initialize2();
 
-    /// Stops the service and logs a line. An override calls Module_c::Shutdown. It is also called on a module that was
-    /// never initialised.
+    /// Stops the service and logs a line. Requires that an override calls Module_c::Shutdown. It is also called on a
+    /// module that was never initialised.
     virtual void Shutdown();
 
     /// Run the service's work of a frame and of idle time. They are also called on modules that are not initialised.

@@ -24,9 +24,9 @@ namespace
         return szText + (*szText == '-' || *szText == '+');
     }
 
-    bool IsDigit(char c)
+    bool IsDigit(char cText)
     {
-        return c >= '0' && c <= '9';
+        return cText >= '0' && cText <= '9';
     }
 
     // Returns the end of a number whose digits follow 0x, or null if there are no digits.

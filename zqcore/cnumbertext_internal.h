@@ -7,7 +7,7 @@
 struct NumberEnd_t
 {
     char const * pEnd;   // after the number; the start of the text if there is none
-    bool bInRange;       // whether the number is in the range of the type; false for a denormal value too
+    bool bInRange;       // whether the type can hold the number; false for a denormal value, true without a number
 };
 
 /// Reads a number as strtod does and returns its end. Without a number the value is 0. A number that is too large

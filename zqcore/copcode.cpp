@@ -57,12 +57,12 @@ namespace
     void SplitText(char const * szText, char * szOut, std::size_t nOut)
     {
         constexpr std::size_t MNEMONIC_WIDTH = 6;
-        std::size_t n = 0;
-        auto const Put = [&](char c)
+        std::size_t nPut = 0;
+        auto const Put = [&](char cText)
         {
-            if (n + 1 < nOut)
+            if (nPut + 1 < nOut)
             {
-                szOut[n++] = c;
+                szOut[nPut++] = cText;
             }
         };
         std::size_t iText = 0;
@@ -80,7 +80,7 @@ namespace
         {
             Put(szText[iText]);
         }
-        szOut[n] = '\0';
+        szOut[nPut] = '\0';
     }
 }
 
@@ -157,14 +157,14 @@ bool OpcodeDecoder_c::RunGroup(unsigned iSlot, unsigned char const * pCode, std:
 {
     unsigned const cCode = pCode != m_pEnd ? *pCode : 0;
     unsigned const iStarts = m_pIndex->pSlots[iSlot];
-    unsigned char const * p =
+    unsigned char const * pRow =
         m_pRows
         + (iStarts != 0 ? m_pIndex->pStarts[iStarts - 1][cCode] : OpcodeWord(m_pRows + iSlot * sizeof(std::uint32_t)));
-    while (*p != 0)
+    while (*pRow != 0)
     {
-        unsigned char const * const pPattern = p + 1;
-        unsigned char const * const pFormat = pPattern + *p;
-        p = pFormat + 1 + *pFormat;
+        unsigned char const * const pPattern = pRow + 1;
+        unsigned char const * const pFormat = pPattern + *pRow;
+        pRow = pFormat + 1 + *pFormat;
         if ((cCode & pPattern[1]) != pPattern[0] && pPattern[1] != 0)
         {
             continue;
@@ -187,10 +187,10 @@ bool OpcodeDecoder_c::RunGroup(unsigned iSlot, unsigned char const * pCode, std:
 
 bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, std::size_t nPattern)
 {
-    for (unsigned char const * p = pPattern; p != pPattern + nPattern; p += 2)
+    for (unsigned char const * pPart = pPattern; pPart != pPattern + nPattern; pPart += 2)
     {
-        unsigned const eCode = p[0];
-        unsigned const nMask = p[1];
+        unsigned const eCode = pPart[0];
+        unsigned const nMask = pPart[1];
         if (nMask == 0 && eCode > OPCODE_RAW_LAST)
         {
             bool const bHolds = eCode >= OPCODE_SUBTABLE      ? RunSubtable(Row, eCode)
@@ -299,9 +299,9 @@ bool OpcodeDecoder_c::RunSubtable(Row_s & Row, unsigned eCode)
 void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pFormat, std::size_t nFormat)
 {
     unsigned char const * const pEnd = pFormat + nFormat;
-    for (unsigned char const * p = pFormat; p != pEnd;)
+    for (unsigned char const * pNext = pFormat; pNext != pEnd;)
     {
-        unsigned const eCode = *p++;
+        unsigned const eCode = *pNext++;
         unsigned const iField = eCode & ~static_cast<unsigned>(OPCODE_BLANK);
         if (iField == 0 || iField > OPCODE_FIELD_LAST)
         {
@@ -319,8 +319,8 @@ void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pForm
         {
             WriteChar(' ');
         }
-        unsigned const nSelector = *p++;
-        unsigned const nShape = nSelector >> 5 >= OPCODE_SLICE_EXPLICIT ? *p++ : 0u;
+        unsigned const nSelector = *pNext++;
+        unsigned const nShape = nSelector >> 5 >= OPCODE_SLICE_EXPLICIT ? *pNext++ : 0u;
         WriteField(Row.pPosition, Row.pFields + (iField - 1), nSelector, nShape);
     }
 }

@@ -1,10 +1,10 @@
 // copcode.h: a disassembler for the code around a crash, for 32-bit and 64-bit x86.
 //
-// The instruction set is two tables of byte patterns and formats; the decoder knows no instruction. The first holds
-// IA-32 up to SSE2 with x87, MMX and 3DNow!, and the additions of 64-bit mode. The second holds what followed: SSE3 to
-// SSE4.2, AES, SHA, CET, XSAVE and the like, and the VEX, EVEX and XOP prefixes with AVX, AVX2, FMA, BMI, AVX-512 and
-// AMX. An unknown instruction prints as "db" with its byte, or as the older instruction from which it differs only by a
-// prefix. The rows follow the opcode maps in the manuals of the processors' makers. They are added in
+// The instruction set is two tables of byte patterns and formats. The decoder knows no instruction. The first table
+// holds IA-32 up to SSE2 with x87, MMX and 3DNow!, and the additions of 64-bit mode. The second holds what followed:
+// SSE3 to SSE4.2, AES, SHA, CET, XSAVE and the like, and the VEX, EVEX and XOP prefixes with AVX, AVX2, FMA, BMI,
+// AVX-512 and AMX. An unknown instruction prints as "db" with its byte, or as the older instruction from which it
+// differs only by a prefix. The rows follow the opcode maps in the manuals of the processors' makers. They are added in
 // tools/opcodetable/*.txt, which describe their syntax.
 //
 // - Numbers are hexadecimal without a prefix. Displacements, and bytes that are extended to the operand's size, have a
@@ -133,11 +133,11 @@ private:
     void WriteSigned(std::int64_t nValue);
     void WriteTarget(unsigned char const * pEnd, std::int64_t nDistance);
     void OfferSymbol(std::uint64_t Address, std::uint32_t iText);
-    std::uint64_t AsAddress(std::uint64_t n) const { return m_b64Bit ? n : n & 0xFFFFFFFFu; }
+    std::uint64_t AsAddress(std::uint64_t nAddress) const { return m_b64Bit ? nAddress : nAddress & 0xFFFFFFFFu; }
 
     void WriteChar(char c);
     void WriteText(char const * szText);
-    void WriteHex(std::uint64_t n, int nDigits);
+    void WriteHex(std::uint64_t nNumber, int nDigits);
 
     unsigned char const * m_pTable = nullptr;   // the expanded form
     OpcodeTables_s const & m_Tables;
@@ -155,7 +155,7 @@ private:
     unsigned m_nElements = 0;   // elements that a broadcast fills
     bool m_b64Bit;
     bool m_bRelative = false;   // whether an operand is relative to the instruction's end, which is not known yet
-    char const * m_szSegment = nullptr;
+    char const * m_szSegment = nullptr;   // register of the segment prefix; null without one
     std::uint64_t m_nBias = 0;
     void * m_pPages = nullptr;
     char * m_pText = nullptr;              // working space for the texts of groups

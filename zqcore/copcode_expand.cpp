@@ -23,6 +23,7 @@ namespace
             , m_pOutEnd(pOut + nOut)
         {}
 
+        // Returns the number of bytes written, or 0 on failure.
         std::size_t Run()
         {
             std::size_t const nGroups = m_pIn != m_pInEnd ? *m_pIn++ : 0;
@@ -52,6 +53,7 @@ namespace
 
         std::size_t Room() const { return static_cast<std::size_t>(m_pOutEnd - m_pOut); }
 
+        // Stores the offset of the next byte of output in a slot.
         void SetSlot(std::size_t iSlot)
         {
             auto const nOffset = static_cast<std::uint32_t>(m_pOut - m_pTable);

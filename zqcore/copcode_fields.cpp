@@ -27,7 +27,7 @@ namespace
         }
     }
 
-    // Returns the bit 3 that a REX prefix adds to a register's number.
+    // Returns what a REX prefix adds to a register's number: 8, or 0 if its bit is not set.
     unsigned Extension(unsigned nRex, unsigned eSlice, unsigned eKind)
     {
         unsigned const nBit = eKind == OPCODE_KIND_INDEX        ? OPCODE_REX_X
@@ -40,12 +40,12 @@ namespace
     // Returns a little-endian number whose bytes are fields.
     std::uint64_t Number(std::uint32_t const * pField, int nFields)
     {
-        std::uint64_t n = 0;
+        std::uint64_t nValue = 0;
         for (int i = nFields; i-- > 0;)
         {
-            n = n << 8 | pField[i];
+            nValue = nValue << 8 | pField[i];
         }
-        return n;
+        return nValue;
     }
 
     std::int64_t Signed32(std::uint32_t const * pField)
@@ -225,6 +225,7 @@ void OpcodeDecoder_c::WriteTarget(unsigned char const * pEnd, std::int64_t nDist
 }
 
 // Inserts the symbol's name and the distance from it before the text written from iText on, which gets parentheses.
+// Without a symbol the text stays.
 void OpcodeDecoder_c::OfferSymbol(std::uint64_t Address, std::uint32_t iText)
 {
     if (Address == 0 || m_fnSymbol == nullptr)
@@ -271,15 +272,15 @@ void OpcodeDecoder_c::WriteText(char const * szText)
 }
 
 // Writes nDigits digits, or more if the number needs them.
-void OpcodeDecoder_c::WriteHex(std::uint64_t n, int nDigits)
+void OpcodeDecoder_c::WriteHex(std::uint64_t nNumber, int nDigits)
 {
     int nShift = (nDigits - 1) * 4;
-    while (nShift < 60 && n >> nShift >= 16)
+    while (nShift < 60 && nNumber >> nShift >= 16)
     {
         nShift += 4;
     }
     for (; nShift >= 0; nShift -= 4)
     {
-        WriteChar("0123456789abcdef"[n >> nShift & 15]);
+        WriteChar("0123456789abcdef"[nNumber >> nShift & 15]);
     }
 }

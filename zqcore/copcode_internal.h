@@ -5,22 +5,22 @@
 // Instructions after SSE2 have a second table, which is tried first. It exists in the expanded form only.
 //
 // A table consists of groups, a group of rows, and a row of a pattern and a format. A pattern consumes bytes of the
-// code and has conditions; the first row that matches is used. A format is the text to write, with references to
+// code and has conditions. The first row that matches is used. A format is the text to write, with references to
 // fields.
 // Each byte that a pattern consumes is a field. A reference to another group consumes what that group consumes and
 // makes two fields: the first byte, and the text that the group has written.
 //
-// Compact form: two 32-bit little-endian words (number of bytes that follow them, size of the expanded form), a byte
-// with the number of groups, and the groups. Pattern and format of a row are strings. A string is coded as a selector,
-// a length L and literal bytes.
+// The compact form consists of two 32-bit little-endian words (number of bytes that follow them, size of the expanded
+// form), a byte with the number of groups, and the groups. Pattern and format of a row are strings. A string is coded
+// as a selector, a length L and literal bytes.
 // - Bits 6 and 7 of the selector pick one of the last four strings of its kind, 0 being the latest.
 // - The string is that string's first P units (bits 0 to 2), the literal, and its last S units (bits 3 to 5).
-// - A unit of a pattern is two bytes, and 2 * L - 2 literal bytes follow. A unit of a format is one byte, and L - 1
-//   follow.
+// - A unit is two bytes of a pattern, or one byte of a format. The literal has L - 1 units.
 // - Two zero bytes end a group.
 //
-// Expanded form: a table of 32-bit offsets into itself, then the groups. Slot 0 is the last group, which is the root;
-// slot i + 1 is group i. Each string is a length byte and its bytes. Two zero bytes end a group.
+// The expanded form consists of a table of 32-bit little-endian offsets into itself and the groups. Slot 0 is the last
+// group, which is the root. Slot i + 1 is group i. Each string is a length byte and its bytes. Two zero bytes end a
+// group.
 #pragma once
 
 #include <cstddef>
@@ -72,7 +72,7 @@ enum OpcodeSize_e : unsigned char
     OPCODE_SIZE_64 = 10,
 };
 
-/// Bytes of a format that are not printed as they are. 1 to OPCODE_FIELD_LAST refer to a field; with OPCODE_BLANK a
+/// Bytes of a format that are not printed as they are. 1 to OPCODE_FIELD_LAST refer to a field. With OPCODE_BLANK a
 /// blank precedes it. The next byte has an OpcodeSlice_e in its high three bits and an OpcodeKind_e in its low five.
 enum OpcodeFormat_e : unsigned char
 {
@@ -150,8 +150,8 @@ enum OpcodeClass_e : unsigned char
     OPCODE_CLASS_TILE = 5,
 };
 
-/// Place of the register's number, in the low half of the byte that has the OpcodeClass_e. Every place but
-/// OPCODE_PLACE_VVVV is in the field; that one is in the prefix.
+/// Place of the register's number, in the low half of the byte that has the OpcodeClass_e. OPCODE_PLACE_VVVV is in the
+/// prefix, every other place in the field.
 enum OpcodePlace_e : unsigned char
 {
     OPCODE_PLACE_REG = 0,   // bits 3 to 5
@@ -172,7 +172,8 @@ inline constexpr unsigned OPCODE_REX_X = 2;
 inline constexpr unsigned OPCODE_REX_R = 4;
 inline constexpr unsigned OPCODE_REX_W = 8;
 
-/// Layout of the decoder's pages, in bytes: the compact form, the expanded one, the fields, and texts in the rest.
+/// Layout of the decoder's pages, in bytes: an unused start, the compact form, the expanded one, the fields, and texts
+/// in the rest. copcode_table.cpp checks that all fits.
 inline constexpr std::size_t OPCODE_PAGES_SIZE = 74925;
 inline constexpr std::size_t OPCODE_COMPACT_OFFSET = 64;
 inline constexpr std::size_t OPCODE_FIELDS_SIZE = OPCODE_MAX_FIELDS * sizeof(std::uint32_t);
@@ -187,7 +188,7 @@ struct OpcodeCompact_s
 /// Index of an expanded form: where matching starts in a group.
 struct OpcodeIndex_s
 {
-    unsigned char const * pSlots;          // for each slot the number of its starts from 1 on, or 0 for a small group
+    unsigned char const * pSlots;          // for each slot its index in pStarts plus 1, or 0 for a small group
     std::uint16_t const (*pStarts)[256];   // for each first byte of the code the offset of the first row that can match
 };
 
@@ -200,11 +201,11 @@ struct OpcodeTables_s
     OpcodeIndex_s LaterIndex;
 };
 
-/// Returns the 32-bit little-endian word at p, which need not be aligned.
-constexpr std::uint32_t OpcodeWord(unsigned char const * p)
+/// Returns the 32-bit little-endian word at pWord, which need not be aligned.
+constexpr std::uint32_t OpcodeWord(unsigned char const * pWord)
 {
-    return p[0] | static_cast<std::uint32_t>(p[1]) << 8 | static_cast<std::uint32_t>(p[2]) << 16
-           | static_cast<std::uint32_t>(p[3]) << 24;
+    return pWord[0] | static_cast<std::uint32_t>(pWord[1]) << 8 | static_cast<std::uint32_t>(pWord[2]) << 16
+           | static_cast<std::uint32_t>(pWord[3]) << 24;
 }
 
 /// Expands a compact form of nCompact bytes into pTable, of nTable bytes, and returns the number of bytes written.

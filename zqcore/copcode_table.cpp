@@ -6,10 +6,12 @@ namespace
 
     static_assert(OpcodeWord(OPCODES_32) == sizeof OPCODES_32 - OPCODE_HEADER_SIZE);
     static_assert(OpcodeWord(OPCODES_64) == sizeof OPCODES_64 - OPCODE_HEADER_SIZE);
-    static_assert(OPCODES_32[OPCODE_HEADER_SIZE] == 28);
+    static_assert(OPCODES_32[OPCODE_HEADER_SIZE] == 28);   // groups
 
-    // An instruction's texts are short, and at most two of them are symbols.
+    // Room for an instruction's texts, in bytes. They are short, and at most two of them are symbols.
     constexpr std::size_t TEXT_SIZE = 16 * OPCODE_SYMBOL_SIZE;
+
+    // Returns the bytes of the decoder's pages that texts can't use.
     constexpr std::size_t OtherSize(unsigned char const * pCompact)
     {
         return OPCODE_COMPACT_OFFSET + OPCODE_HEADER_SIZE + OpcodeWord(pCompact) + OpcodeWord(pCompact + 4)

@@ -7,14 +7,14 @@ namespace
 {
     constexpr unsigned XMM_BYTES = 16;   // of the shortest vector; each further length doubles them
 
-    // Returns a value if the bit is set, else 0.
-    constexpr unsigned IfBit(unsigned n, unsigned nBit, unsigned nValue)
+    // Returns nValue if nBit is set in nBits, else 0.
+    constexpr unsigned MapBit(unsigned nBits, unsigned nBit, unsigned nValue)
     {
-        return n & nBit ? nValue : 0;
+        return nBits & nBit ? nValue : 0;
     }
 }
 
-// Applies the prefix in the fields; pCode is the opcode after it. Returns false if the vector length does not exist.
+// Applies the prefix in the fields. pCode is the opcode after it. Returns false if the vector length does not exist.
 bool OpcodeDecoder_c::TakeVex(std::uint32_t const * pFields, unsigned char const * pCode)
 {
     constexpr unsigned SHORT_VEX = 0xC5;
@@ -26,20 +26,21 @@ bool OpcodeDecoder_c::TakeVex(std::uint32_t const * pFields, unsigned char const
     m_Vex.bPresent = true;
     m_Vex.bEvex = pFields[0] == EVEX;
     m_Vex.bW = !bShort && nSecond & 0x80;
-    m_Vex.nLength = IfBit(nSecond, 4, 1);
+    m_Vex.nLength = MapBit(nSecond, 4, 1);
     m_Vex.iRegister = ~nSecond >> 3 & (m_b64Bit ? 15 : 7);
     m_bOperandSize = (nSecond & 3) == 1;
     m_bF3 = (nSecond & 3) == 2;
     m_bF2 = (nSecond & 3) == 3;
     if (m_b64Bit)
     {
-        unsigned const nLong = bShort ? 0 : IfBit(nFirst, 0x40, OPCODE_REX_X) | IfBit(nFirst, 0x20, OPCODE_REX_B);
-        m_nRex = static_cast<unsigned char>(IfBit(nFirst, 0x80, OPCODE_REX_R) | nLong | (m_Vex.bW ? OPCODE_REX_W : 0));
+        unsigned const nLong = bShort ? 0 : MapBit(nFirst, 0x40, OPCODE_REX_X) | MapBit(nFirst, 0x20, OPCODE_REX_B);
+        m_nRex = static_cast<unsigned char>(MapBit(nFirst, 0x80, OPCODE_REX_R) | nLong | (m_Vex.bW ? OPCODE_REX_W : 0));
     }
     return !m_Vex.bEvex || TakeEvex(nFirst, pFields[3], pCode);
 }
 
-// Applies what EVEX adds. With a register operand and its bit b, the length's bits are a rounding mode.
+// Applies what EVEX adds. With a register operand and EVEX.b, the length's bits are a rounding mode. Returns false if
+// the vector length does not exist.
 bool OpcodeDecoder_c::TakeEvex(unsigned nFirst, unsigned nThird, unsigned char const * pCode)
 {
     constexpr unsigned REGISTER_FORM = 0xC0;   // of the ModR/M byte
@@ -53,8 +54,8 @@ bool OpcodeDecoder_c::TakeEvex(unsigned nFirst, unsigned nThird, unsigned char c
     if (m_b64Bit)
     {
         m_Vex.nHighReg = nFirst & 0x10;
-        m_Vex.nHighRm = IfBit(nFirst, 0x40, 0x10);
-        m_Vex.nHighIndex = IfBit(~nThird, 8, 0x10);
+        m_Vex.nHighRm = MapBit(nFirst, 0x40, 0x10);
+        m_Vex.nHighIndex = MapBit(~nThird, 8, 0x10);
         m_Vex.iRegister |= m_Vex.nHighIndex;
     }
     return m_Vex.nLength <= 2;
@@ -86,11 +87,11 @@ bool OpcodeDecoder_c::IsVexShown() const
 void OpcodeDecoder_c::WriteVector(std::uint32_t nField, unsigned nShape)
 {
     unsigned const ePlace = nShape & 15;
-    auto const Rex = [this](unsigned nBit) { return IfBit(m_nRex, nBit, 8); };
+    auto const fnRex = [this](unsigned nBit) { return MapBit(m_nRex, nBit, 8); };
     unsigned const nReg = nField >> 3 & 7;
-    unsigned const iRegister = ePlace == OPCODE_PLACE_REG         ? nReg | Rex(OPCODE_REX_R) | m_Vex.nHighReg
-                               : ePlace == OPCODE_PLACE_RM        ? (nField & 7) | Rex(OPCODE_REX_B) | m_Vex.nHighRm
-                               : ePlace == OPCODE_PLACE_INDEX     ? nReg | Rex(OPCODE_REX_X) | m_Vex.nHighIndex
+    unsigned const iRegister = ePlace == OPCODE_PLACE_REG         ? nReg | fnRex(OPCODE_REX_R) | m_Vex.nHighReg
+                               : ePlace == OPCODE_PLACE_RM        ? (nField & 7) | fnRex(OPCODE_REX_B) | m_Vex.nHighRm
+                               : ePlace == OPCODE_PLACE_INDEX     ? nReg | fnRex(OPCODE_REX_X) | m_Vex.nHighIndex
                                : ePlace == OPCODE_PLACE_IMMEDIATE ? nField >> 4 & (m_b64Bit ? 15 : 7)
                                                                   : m_Vex.iRegister;
     m_Vex.bRegisterShown |= ePlace == OPCODE_PLACE_VVVV;
@@ -122,7 +123,7 @@ void OpcodeDecoder_c::WriteSize(unsigned nBytes)
     WriteText(" ptr ");
 }
 
-// Writes the parts of a text that no field has.
+// Writes a part of the text that no field has.
 void OpcodeDecoder_c::WritePart(unsigned eCode)
 {
     static constexpr char const * ROUNDINGS[] = { ",{rn-sae}", ",{rd-sae}", ",{ru-sae}", ",{rz-sae}" };

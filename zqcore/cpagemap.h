@@ -22,9 +22,9 @@
 #include <cstddef>
 #include <utility>
 
-/// Map from page numbers to values. A default-constructed value means that there is no page. Requires a VALUE
-/// that is copyable and has a constexpr default constructor. The compiler refuses it if a value and a page number,
-/// rounded up to a multiple of 16 bytes, do not have a size that is a power of 2.
+/// Map from page numbers to values. A default-constructed value means that there is no page. Requires a VALUE that is
+/// copyable and has a constexpr default constructor. The compiler refuses it if a value and a page number, rounded up
+/// to a multiple of 16 bytes, do not have a size that is a power of 2.
 template <typename VALUE>
 class PageMap_T
 {
@@ -47,8 +47,8 @@ public:
     VALUE const & AtHome(void const * pAddress) const
     {
         constexpr int SLOT_BITS = std::bit_width(sizeof(Slot_s)) - 1;
-        auto const iSlot = (reinterpret_cast<std::uintptr_t>(pAddress) >> (PAGE_BITS - SLOT_BITS)) & m_iHomeMask;
-        return reinterpret_cast<Slot_s const *>(reinterpret_cast<std::byte const *>(m_pSlots) + iSlot)->Value;
+        auto const nOffset = (reinterpret_cast<std::uintptr_t>(pAddress) >> (PAGE_BITS - SLOT_BITS)) & m_iHomeMask;
+        return reinterpret_cast<Slot_s const *>(reinterpret_cast<std::byte const *>(m_pSlots) + nOffset)->Value;
     }
 
     /// Returns the value of a page, or a default value if there is no such page.
@@ -104,8 +104,8 @@ private:
     }
 
     /// Returns the slot that follows in a probe. The step is the table's size divided by the golden ratio (Knuth, TAOCP
-    /// 3, 6.4); the constant is 2^32 divided by it. A run of pages that collides with another run leaves it after a
-    /// step or two.
+    /// 3, 6.4). The constant is 2^32 divided by that ratio. A run of pages that collides with another run leaves it
+    /// after a step or two.
     std::size_t NextSlot(std::size_t iSlot) const
     {
         auto const nStep =

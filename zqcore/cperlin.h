@@ -5,7 +5,7 @@
 // machine. Noise is 0 at integer coordinates, repeats every 256 units, and ranges from -0.5 to 0.5. All arithmetic is
 // single precision. 4096 is added to each coordinate first, so large coordinates lose their fraction.
 //
-// Ownership: the tables are static; points are values of the caller.
+// Ownership: the tables are static. Points are values of the caller.
 // Threads: any number of threads may read noise, but not while the module is initialised or the seed is set.
 // Cost: about 10 ns for a sample in three dimensions. Nothing allocates.
 // Failure: noise is 0 before the module is initialised or a seed is set. A coordinate outside of -4096 to 2^31 - 4096,

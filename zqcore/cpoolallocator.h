@@ -6,7 +6,7 @@
 //   from the heap.
 // - PoolElements_c has the elements of a GigaPoolStatic_c, which may lie in storage of the caller. It needs no heap.
 //
-// PoolAllocator_T is an allocator over one of them, PoolResource_T a std::pmr::memory_resource.
+// PoolAllocator_T is an allocator over one of them. PoolResource_T is a std::pmr::memory_resource over one.
 //
 // Ownership: the containers must end before the pool.
 // Threads: no lock: all containers of a pool belong to one thread at a time.
@@ -38,10 +38,10 @@ public:
 
     /// Makes an empty pool. sName is its name in messages of StaticMemoryPool_c (chwm.h). nExpected is the number of
     /// blocks of a size that the caller expects, and no limit. Asserts that sName is not null, and that nExpected is
-    /// above 0; with 0, Allocate of a block from the pool ends in Abort.
+    /// above 0. With 0, Allocate of a block from the pool ends in Abort.
     ZQ_API explicit PoolBlocks_c(char const * sName, unsigned nExpected = USUAL_BLOCKS);
 
-    /// Allocates a block and returns it, never null. The alignment is a power of 2.
+    /// Allocates a block and returns it, never null. Requires that nAlignment is a power of 2.
     void * Allocate(std::size_t nBytes, std::size_t nAlignment)
     {
         bool const bPooled = nBytes <= LARGEST && nAlignment <= ALIGNMENT;
@@ -77,7 +77,8 @@ public:
         : m_Pool(Pool)
     {}
 
-    /// Allocates an element and returns it, never null. The alignment is a power of 2. Ends in Abort in these cases:
+    /// Allocates an element and returns it, never null. Requires that nAlignment is a power of 2. Ends in Abort in
+    /// these cases:
     /// - No element is left.
     /// - The block needs more bytes than an element has.
     /// - The alignment is above 16, or the size of an element is no multiple of it.
@@ -103,12 +104,12 @@ private:
 };
 
 /// Allocator of a standard container. Allocators of one pool are equal. A move, a swap or the copy of a container
-/// carries the pool along; a copy assignment does not.
+/// carries the pool along. A copy assignment does not.
 template <typename T, typename POOL = PoolBlocks_c>
 class PoolAllocator_T
 {
 public:
-    /// Types that the standard requires of an allocator.
+    /// Types of the standard's requirements for allocators.
     using value_type = T;
     using propagate_on_container_move_assignment = std::true_type;
     using propagate_on_container_swap = std::true_type;

@@ -8,7 +8,7 @@
 //   format that does not match is then written as it is.
 // - A format in a variable is checked when the call runs.
 //
-// All other calls are those of the function itself: clang++ checks them, g++ does with -Wformat, a part of -Wall.
+// All other calls are those of the function itself: clang++ always checks them, g++ with -Wformat, a part of -Wall.
 //
 // Ownership: the texts belong to the caller.
 // Threads: any thread.
@@ -65,7 +65,7 @@ concept PrintfTexts_T = ((PrintfText_T<ARGS> || PrintfView_T<ARGS>) || ...);
 template <typename T>
 concept PrintfPointer_T = std::same_as<T, char const *> || std::same_as<T, char *>;
 
-/// Kind of an argument, as printf distinguishes them.
+/// Kind of an argument that printf distinguishes from others.
 enum class PrintfKind_e : unsigned char
 {
     Unknown,   // nothing that printf accepts
@@ -173,7 +173,7 @@ private:
     struct State_s
     {
         Place_e ePlace = PLAIN;
-        char cLength = 0;   // 'H' for hh, 'q' for ll
+        char cLength = 0;   // 'H' for hh, 'q' for ll, 0 for none
         std::size_t nArguments = 0;
     };
 
@@ -209,23 +209,23 @@ private:
         return cLength == 0 ? eKind : Kind_e::Unknown;
     }
 
-    ZQ_INLINE static constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+    ZQ_INLINE static constexpr bool IsDigit(char cByte) { return cByte >= '0' && cByte <= '9'; }
 
-    ZQ_INLINE static constexpr void Step(State_s & State, char c)
+    ZQ_INLINE static constexpr void Step(State_s & State, char cNext)
     {
         if (State.ePlace == PLAIN)
         {
             State.cLength = 0;
-            State.ePlace = c == '%' ? FLAGS : c == '\0' ? END : PLAIN;
+            State.ePlace = cNext == '%' ? FLAGS : cNext == '\0' ? END : PLAIN;
             return;
         }
         if (State.ePlace == FLAGS)
         {
-            if (c == '-' || c == '+' || c == ' ' || c == '#' || c == '0')
+            if (cNext == '-' || cNext == '+' || cNext == ' ' || cNext == '#' || cNext == '0')
             {
                 return;
             }
-            if (c == '%')
+            if (cNext == '%')
             {
                 State.ePlace = PLAIN;
                 return;
@@ -234,12 +234,12 @@ private:
         }
         if (State.ePlace == WIDTH || State.ePlace == PRECISION)
         {
-            if (IsDigit(c))
+            if (IsDigit(cNext))
             {
                 return;
             }
             Place_e const eThen = State.ePlace == WIDTH ? POINT : LENGTH;
-            if (c == '*')
+            if (cNext == '*')
             {
                 Take(State, Kind_e::Int, eThen);
                 return;
@@ -248,34 +248,34 @@ private:
         }
         if (State.ePlace == POINT)
         {
-            State.ePlace = c == '.' ? PRECISION : LENGTH;
-            if (c == '.')
+            State.ePlace = cNext == '.' ? PRECISION : LENGTH;
+            if (cNext == '.')
             {
                 return;
             }
         }
         if (State.ePlace == LENGTH)
         {
-            Convert(State, c);
+            Convert(State, cNext);
         }
     }
 
-    ZQ_INLINE static constexpr void Convert(State_s & State, char c)
+    ZQ_INLINE static constexpr void Convert(State_s & State, char cNext)
     {
         char const cLength = State.cLength;
-        switch (c)
+        switch (cNext)
         {
         case 'h':
         case 'l':
-            State.ePlace = cLength == 0 || cLength == c ? LENGTH : WRONG;
-            State.cLength = cLength == 0 ? c : c == 'h' ? 'H' : 'q';
+            State.ePlace = cLength == 0 || cLength == cNext ? LENGTH : WRONG;
+            State.cLength = cLength == 0 ? cNext : cNext == 'h' ? 'H' : 'q';
             return;
         case 'z':
         case 'j':
         case 't':
         case 'L':
             State.ePlace = cLength == 0 ? LENGTH : WRONG;
-            State.cLength = c;
+            State.cLength = cNext;
             return;
         case 'd':
         case 'i':

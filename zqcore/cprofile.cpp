@@ -17,10 +17,10 @@ namespace
     using profiler::timer_t;
 
     constexpr std::uint32_t ID_UNDER_ROOT = 0x80000000u;   // the bit; alone, the root's id
-    constexpr std::uint32_t ID_OF_NAME = 0x40000000u;
+    constexpr std::uint32_t ID_OF_NAME = 0x40000000u;      // the bit of identifiers made of names
     constexpr std::uint32_t ID_HASH_MASK = 0x3FFFFFFFu;
     constexpr int FRAMES_AVERAGED = PROFILER_FRAMES - 1;
-    constexpr std::int64_t CLOCK_WRAP = 0x80000000;
+    constexpr std::int64_t CLOCK_WRAP = 0x80000000;   // ticks
     constexpr int LOOKUP_BITS = 10;
     constexpr unsigned LOOKUP_SLOTS = 1u << LOOKUP_BITS;
     static_assert(LOOKUP_SLOTS >= 2 * MAX_TIMERS_TOTAL);
@@ -54,7 +54,7 @@ namespace
     int g_nDropped = 0;          // open pushes that found no room, with those inside them
     std::int64_t g_nFrame = 0;   // frames since the reset
     int g_iRing = 0;             // current slot: g_nFrame modulo PROFILER_FRAMES
-    bool g_bReload = false;
+    bool g_bReload = false;      // whether the next update ends with a reset
 
     constinit ModuleProfiler_c g_ModuleProfiler;
 
@@ -119,6 +119,7 @@ namespace
         return pTimer;
     }
 
+    // Skips a push. Asserts that the stack has room, unless the push is inside a skipped one.
     ZQ_COLD void Drop()
     {
         ZQ_ASSERT_TEXT(
@@ -312,12 +313,12 @@ int ProfilerDepth()
     return g_iTimerStackTop + g_nDropped;
 }
 
-int ProfilerOpenTimers(char const ** pszNames, int nMost)
+int ProfilerOpenTimers(char const ** dNames, int nMost)
 {
     int const nOpen = std::clamp(g_iTimerStackTop - 1, 0, nMost);
     for (int i = 0; i < nOpen; ++i)
     {
-        pszNames[i] = g_dStack[i + 1]->szName;
+        dNames[i] = g_dStack[i + 1]->szName;
     }
     return nOpen;
 }

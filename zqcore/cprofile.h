@@ -3,8 +3,8 @@
 // ProfilerPush and ProfilerPop enclose the code to be timed. ProfilerScope_c is both for a scope. Each timer keeps a
 // ring of the last 150 frames. Once a frame ProfilerUpdateFrame derives its average and peak. If a stats file is named,
 // all timers are appended to it every 150 frames (docs/formats.md). The profiler runs from
-// ModuleProfiler_c::Initialize to its Shutdown. Outside of that all calls do nothing, except
-// ProfilerInitSwapStats, ProfilerSwapStatsFailed and ProfilerWriteComplete. Calls that return a timer return null.
+// ModuleProfiler_c::Initialize to its Shutdown. At other times calls that return a timer return null, and all others do
+// nothing, except ProfilerInitSwapStats, ProfilerSwapStatsFailed and ProfilerWriteComplete.
 //
 // Ownership: the profiler owns the timers. A host reads them and keeps no pointer beyond a reset or the shutdown.
 // Threads: all calls belong to one thread. Nothing is locked or checked.
@@ -31,8 +31,7 @@
 class FileName_c;
 
 /// Maximum number of timers and depth of the stack, the root included in both. A push without room fails an assertion.
-/// If that is ignored, the push and all pushes inside it are skipped until its pop, and their time counts for the
-/// parent.
+/// If that is ignored, the push and all pushes inside it are skipped until its pop. Their time counts for the parent.
 inline constexpr int MAX_TIMERS_TOTAL = 512;
 inline constexpr int MAX_TIMERS_INHERITED = 64;
 
@@ -40,7 +39,7 @@ inline constexpr int MAX_TIMERS_INHERITED = 64;
 inline constexpr int PROFILER_FRAMES = 150;
 
 /// Identifiers of timers. If the top bit is set, the timer is a child of the root wherever it is pushed. Otherwise it
-/// is a child of the timer that was pushed last, so one name under two parents is two timers.
+/// is a child of the timer on top of the stack, so one identifier under two parents is two timers.
 inline constexpr std::uint32_t ZQ_TIMER_APPLICATION = 0x801003E6u;
 inline constexpr std::uint32_t ZQ_TIMER_PROFILER_UPDATE_FRAME = 0x00100384u;
 inline constexpr std::uint32_t ZQ_TIMER_FILETRACKER = 0x00100672u;
@@ -56,7 +55,7 @@ struct timerFrame_t
 /// A namespace, because POSIX has a timer_t of its own.
 namespace profiler
 {
-    /// A timer, for hosts to read. Its address is valid until the profiler shuts down; after a reset it may belong to
+    /// A timer, for hosts to read. Its address is valid until the profiler shuts down. After a reset it may belong to
     /// another timer. Order and alignment of the fields are those of a record in the stats file, as far as pointers of
     /// both sizes allow.
     struct timer_t
@@ -81,7 +80,7 @@ namespace profiler
 extern ZQ_API std::int64_t g_tSwapLastTime;
 extern ZQ_API std::int64_t g_tSwapMaxTime;
 
-/// Pushes the timer with this identifier. The name is used only if the push makes a new timer; its first 31 characters
+/// Pushes the timer with this identifier. The name is used only if the push makes a new timer. Its first 31 characters
 /// are kept.
 ZQ_API void ProfilerPush(std::uint32_t iTimer, char const * szName);
 
@@ -89,7 +88,7 @@ ZQ_API void ProfilerPush(std::uint32_t iTimer, char const * szName);
 /// whole name, its top two bits replaced: bRoot, then 1. Asserts that the name is not null.
 ZQ_API void ProfilerPush(char const * szName, bool bRoot);
 
-/// Pop the timer that was pushed last. Assert that there is one besides the root, and that it has this identifier; a
+/// Pop the timer that was pushed last. Assert that there is one besides the root, and that it has this identifier. A
 /// timer with another identifier is popped in any case. A time that seems to run backwards is treated as a clock that
 /// wrapped at 2^31.
 ZQ_API void ProfilerPop(std::uint32_t iTimer);
@@ -100,7 +99,7 @@ ZQ_API void ProfilerBeginFrame();
 ZQ_API void ProfilerEndFrame();
 
 /// Scope in which a timer runs. Pushes it as ProfilerPush does, and pops it at the end. As with the calls, each push
-/// inside needs its pop, and a reset inside fails an assertion at the end.
+/// inside needs its pop. A reset inside fails an assertion at the end.
 class ProfilerScope_c
 {
 public:
@@ -167,10 +166,10 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(std::uint32_t iTimer);
 ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 
 /// Creates the stats file, replacing an old one, and writes its header. It may be called at any time on the profiler's
-/// thread. A caller includes zqcore/cfilename.h; with it, a path (char const *) converts.
+/// thread. A caller includes zqcore/cfilename.h. With it, a path (char const *) converts.
 /// - A second call ends the first file. An empty name does nothing.
-/// - If the file cannot be created, a line is logged, and FileOpenTracker (cfilelog.h) complains unless it excepts the
-///   name. If the header cannot be written, lines are logged. There is no stats file then.
+/// - If the file cannot be created, a line is logged. FileOpenTracker (cfilelog.h) then complains unless it excepts the
+///   name. If the header cannot be written, lines are logged. In both cases there is no stats file.
 /// - A forked process has no stats file until it names its own.
 ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
 
@@ -183,7 +182,7 @@ ZQ_API bool ProfilerSwapStatsFailed();
 
 /// Appends all timers to the stats file. ProfilerUpdateFrame calls it when the ring is full. Waits for the previous
 /// batch, if the disk is still writing it, and for its own only on a system without asynchronous writes. A batch that
-/// cannot be written whole is logged and cut off the file: only this batch is lost, and the next one is written in its
+/// cannot be written whole is logged and cut off the file: only this batch is lost. The next one is written in its
 /// place. Does nothing without a file or while the profiler is down.
 ZQ_API void ProfilerSwapStats();
 

@@ -23,7 +23,7 @@ int ProfilerDepth();
 
 /// Writes pointers to the names of the timers that are open, the outermost first and the root left out, at most nMost,
 /// and returns their number. If another thread pushes or pops meanwhile, a pointer may be to an old or a new name.
-int ProfilerOpenTimers(char const ** pszNames, int nMost);
+int ProfilerOpenTimers(char const ** dNames, int nMost);
 
 /// Pops down to this depth, but never the root.
 void ProfilerPopTo(int iDepth);

@@ -59,8 +59,8 @@ namespace
         std::memcpy(pRecord + COUNTS, dCounts, sizeof dCounts);
     }
 
-    // Copies the timers to the buffer in one piece, which is faster than field by field, and returns the bytes of the
-    // batch.
+    // Copies the timers to the buffer in one piece, which is faster than field by field. Returns the size of the batch
+    // in bytes.
     std::size_t CopyBatch()
     {
         auto const nRecords = static_cast<std::uint32_t>(g_iTimerTotalCount);

@@ -1,8 +1,8 @@
 // cpropertylist.h: properties with several values each, in a text file.
 //
-// Each line holds a property's name and one of its values; a name may be on many lines. Lines are those of warehouse
-// tables (cwarehousescan.h) with the usual separators of the format. There is no header, and text after the value is
-// ignored. Names compare without regard to ASCII case; names and values are returned in lower case. UTF-8's byte order
+// Each line holds a property's name and one of its values. A name may be on many lines. Lines are those of warehouse
+// tables (cwarehousescan.h) with the usual separators of the format. There is no header. Text after the value is
+// ignored. Names compare without regard to ASCII case. Names and values are returned in lower case. UTF-8's byte order
 // mark is skipped.
 //
 // Texts are written to buffers by the rule of cstring.h, and to text objects (ctextvalue.h).
@@ -12,7 +12,7 @@
 // Threads: one thread for each object.
 // Cost: FindProp, StartProp and StartVal scan the file again, linear in its length, so they see a refreshed file. A
 // walk allocates a copy of each text.
-// Failure: calls return false. Only Open sets an error: no such file, a file that cannot be read, or one in UTF-16.
+// Failure: calls return false. Only Open sets an error, which GetLastError returns.
 //
 //     PropertyList_c Levels;
 //     if (Levels.Open("levels.txt") && Levels.StartVal("monsters"))
@@ -38,9 +38,9 @@ public:
     PropertyList_c(PropertyList_c const &) = delete;
     PropertyList_c & operator=(PropertyList_c const &) = delete;
 
-    /// Closes what was open and opens a file by name. Asserts that the name is not null. Returns false, without a
-    /// message of its own, if there is no such file or if it is in UTF-16. Also returns false, with log lines, if it
-    /// cannot be read.
+    /// Closes what was open and opens a file by name. Asserts that the name is not null, and returns false otherwise.
+    /// Returns false, without a message of its own, if there is no such file or if it is in UTF-16. Also returns false,
+    /// with log lines, if it cannot be read.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO);
 
     /// Returns why the last Open failed. Searches and walks set no error.
@@ -80,7 +80,7 @@ public:
     }
 
     /// Start and continue a walk over the values of a property, in the order of the lines, repeated values included.
-    /// Return and assert as StartProp and NextProp do; StartVal also asserts that the name is not null. The two walks
+    /// Return and assert as StartProp and NextProp do. StartVal also asserts that the name is not null. The two walks
     /// do not disturb each other.
     ZQ_API bool StartVal(char const * sPropName);
     ZQ_API bool NextVal(char * sValue, int nMaxLength);

@@ -16,7 +16,8 @@
 // Ownership: the caller owns generators and names; the library owns the entries of the list.
 // Threads: a generator belongs to one thread. Named ones are constructed and destroyed on the main thread.
 // Cost: about a nanosecond for a number. A named generator allocates its entry.
-// Failure: NextInRange asserts its range. A named generator without memory for its entry is not in the list.
+// Failure: NextInRange asserts its range. An exhausted heap ends in Abort (cmemory.h). Before MemoryInit and after
+// MemoryDone a named generator without memory for its entry is not in the list.
 //
 //     RandomNumber_c Random(RandomNumber_c::SeedFromTime());
 //     int const iDice = Random.NextInRange(1, 6);
@@ -63,7 +64,7 @@ public:
         return dwHash ^ dwHash >> 16;
     }
 
-    /// Return what Next does, and the lowest and the highest number: the names that the standard requires.
+    /// Return what Next does, and the lowest and the highest number. The standard requires these names.
     std::uint32_t operator()() { return Next(); }
     static constexpr std::uint32_t min() { return 0; }
     static constexpr std::uint32_t max() { return 0xFFFFFFFF; }

@@ -182,6 +182,7 @@ int Registry_c::ReadValue(char const * sName, float * pValue)
     return 0;
 }
 
+// Reads a value of the type eType and of at most nSize bytes. Returns 0 for any other value.
 int Registry_c::ReadTyped(char const * sName, RegistryType_e eType, void * pData, std::size_t nSize)
 {
     std::size_t nStored = 0;

@@ -118,9 +118,9 @@ public:
     /// bytes.
     int ReadValue(char const * sName, float * pValue);
 
-    /// Reads what WriteValue of an int or a std::uint32_t stores: a signed type reads the 4 bytes as an int, an
-    /// unsigned one as a std::uint32_t. Returns 0, with *pValue unchanged, for any other value and for a number outside
-    /// the type.
+    /// Reads what WriteValue of an int or a std::uint32_t stores, and returns 1. A signed type reads the 4 bytes as an
+    /// int, an unsigned one as a std::uint32_t. Returns 0, with *pValue unchanged, for any other value and for a number
+    /// outside the type.
     template <Integer_T T>
     int ReadValue(char const * sName, T * pValue)
     {

@@ -39,7 +39,10 @@ namespace
             Add("0123456789.-", NUMBER);
         }
 
-        bool Has(char c, unsigned dwClasses) const { return m_dClasses[static_cast<unsigned char>(c)] & dwClasses; }
+        bool Has(char cByte, unsigned dwClasses) const
+        {
+            return m_dClasses[static_cast<unsigned char>(cByte)] & dwClasses;
+        }
 
     private:
         static constexpr int BYTES = 256;   // values of a byte
@@ -57,42 +60,42 @@ namespace
 
     constexpr Classes_c CLASSES;
 
-    bool Is(char c, unsigned dwClasses)
+    bool Is(char cByte, unsigned dwClasses)
     {
-        return CLASSES.Has(c, dwClasses);
+        return CLASSES.Has(cByte, dwClasses);
     }
 
     // Returns the place of the next delimiter, or pEnd. Tests a machine word at a time: with the top bit of each byte
     // set, subtracting 0x21 clears it in those that are not above the blank, and borrows from no other byte.
-    char const * FindDelimiter(char const * p, char const * pEnd)
+    char const * FindDelimiter(char const * pNext, char const * pEnd)
     {
         constexpr std::size_t ONES = ~std::size_t{ 0 } / 0xFF;   // 0x01 in each byte
         constexpr std::size_t TOP_BITS = ONES * 0x80;
         static_assert(std::endian::native == std::endian::little);
-        for (std::size_t nWord; pEnd - p >= static_cast<std::ptrdiff_t>(sizeof nWord); p += sizeof nWord)
+        for (std::size_t nWord; pEnd - pNext >= static_cast<std::ptrdiff_t>(sizeof nWord); pNext += sizeof nWord)
         {
-            std::memcpy(&nWord, p, sizeof nWord);
+            std::memcpy(&nWord, pNext, sizeof nWord);
             std::size_t const nFound = (~((nWord | TOP_BITS) - ONES * 0x21) | nWord) & TOP_BITS;
             if (nFound)
             {
-                return p + std::countr_zero(nFound) / 8;
+                return pNext + std::countr_zero(nFound) / 8;
             }
         }
-        while (p < pEnd && !Is(*p, DELIMITER))
+        while (pNext < pEnd && !Is(*pNext, DELIMITER))
         {
-            ++p;
+            ++pNext;
         }
-        return p;
+        return pNext;
     }
 
     // Returns the place of the next delimiter or punctuation, or pEnd.
-    char const * FindDelimiterOrPunctuation(char const * p, char const * pEnd)
+    char const * FindDelimiterOrPunctuation(char const * pNext, char const * pEnd)
     {
-        while (p < pEnd && !Is(*p, DELIMITER | PUNCTUATION))
+        while (pNext < pEnd && !Is(*pNext, DELIMITER | PUNCTUATION))
         {
-            ++p;
+            ++pNext;
         }
-        return p;
+        return pNext;
     }
 
     // Copies a few bytes inline, as memcpy does by a call.
@@ -114,20 +117,20 @@ namespace
         std::memcpy(pTo + nBytes - WORD, pFrom + nBytes - WORD, WORD);
     }
 
-    bool IsLineEnd(char c)
+    bool IsLineEnd(char cByte)
     {
-        return c == '\n' || c == '\r';
+        return cByte == '\n' || cByte == '\r';
     }
 
     // Returns whether a token that reads as 0 has only digits and at most one sign and one decimal mark.
     bool IsNumber(std::string_view sToken)
     {
         int nSigns = 0, nMarks = 0;
-        for (char const c : sToken)
+        for (char const cByte : sToken)
         {
-            nSigns += c == '+' || c == '-';
-            nMarks += c == '.' || c == ',';
-            if (!std::strchr("0123456789+-.,", c))
+            nSigns += cByte == '+' || cByte == '-';
+            nMarks += cByte == '.' || cByte == ',';
+            if (!std::strchr("0123456789+-.,", cByte))
             {
                 return false;
             }
@@ -236,9 +239,9 @@ inline char Script_c::ReadByte()
         m_bEndOfFile = true;
         return '\0';
     }
-    char const c = m_pData[m_iBytesRead++];
-    m_iLines += c == '\n';
-    return c;
+    char const cByte = m_pData[m_iBytesRead++];
+    m_iLines += cByte == '\n';
+    return cByte;
 }
 
 // Reads up to and including a line feed.
@@ -267,16 +270,16 @@ inline std::string_view Script_c::ReadToken(bool bPunctuation)
         {
             nLines += *pBegin == '\n';
         }
-        char const * const p = bPunctuation ? FindDelimiterOrPunctuation(pBegin, pEnd) : FindDelimiter(pBegin, pEnd);
-        m_bInToken = p > pBegin;
-        m_bEndOfFile = p == pEnd;
-        bool const bAtLineFeed = p < pEnd && *p == '\n';
+        char const * const pAt = bPunctuation ? FindDelimiterOrPunctuation(pBegin, pEnd) : FindDelimiter(pBegin, pEnd);
+        m_bInToken = pAt > pBegin;
+        m_bEndOfFile = pAt == pEnd;
+        bool const bAtLineFeed = pAt < pEnd && *pAt == '\n';
         // The byte that ends a token counts as read, but the position stays before it. At the end of the text that byte
         // is the token's last one.
-        m_iBytesRead = static_cast<int>(p - m_pData) - (m_bEndOfFile && m_bInToken);
+        m_iBytesRead = static_cast<int>(pAt - m_pData) - (m_bEndOfFile && m_bInToken);
         m_iLines += nLines + bAtLineFeed;
 
-        auto const nToken = static_cast<std::size_t>(p - pBegin);
+        auto const nToken = static_cast<std::size_t>(pAt - pBegin);
         bool const bComment = nToken >= 2 && pBegin[0] == '/' && pBegin[1] == '/';
         if (!bComment)
         {
@@ -360,7 +363,7 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
 
 // Moves to the next occurrence of a text before any NUL. Returns false if there is none. Searches ranges that double
 // in length, so the cost is linear in the distance to the nearer of the two.
-bool Script_c::Find(char const * sToken)
+bool Script_c::Find(char const * szToken)
 {
     constexpr std::size_t FIRST_STRETCH = 64;
     std::string_view const sRest(m_pData + m_iBytesRead, static_cast<std::size_t>(m_iBytesTotal - m_iBytesRead));
@@ -368,7 +371,7 @@ bool Script_c::Find(char const * sToken)
     {
         std::string_view const sSeen = sRest.substr(0, nSeen);
         std::size_t const nEnd = sSeen.find('\0');
-        std::size_t const nFound = sSeen.substr(0, nEnd).find(sToken);
+        std::size_t const nFound = sSeen.substr(0, nEnd).find(szToken);
         if (nFound < sRest.size())
         {
             m_iBytesRead += static_cast<int>(nFound);
@@ -396,23 +399,23 @@ void Script_c::GetLine(char * sLine, int iMaxLength)
 // leading blanks.
 std::string_view Script_c::NextLine(int nMost)
 {
-    char c;
+    char cByte;
     int iBegin;
     do
     {
         iBegin = m_iBytesRead;
-        c = ReadByte();
-        if (IsLineEnd(c))
+        cByte = ReadByte();
+        if (IsLineEnd(cByte))
         {
             return {};
         }
     }
-    while (!m_bEndOfFile && (c == ' ' || c == '\t'));
+    while (!m_bEndOfFile && (cByte == ' ' || cByte == '\t'));
     int nLine = m_iBytesRead - iBegin;   // 0 at the end of the text
     while (!m_bEndOfFile && nLine < nMost)
     {
-        c = ReadByte();
-        if (c == '\0' || IsLineEnd(c))   // at the end of the text a NUL is read
+        cByte = ReadByte();
+        if (cByte == '\0' || IsLineEnd(cByte))   // at the end of the text a NUL is read
         {
             break;
         }
@@ -423,17 +426,17 @@ std::string_view Script_c::NextLine(int nMost)
 
 void Script_c::GetSpecific(char * sWord)
 {
-    char c = ReadByte();
-    while (Is(c, DELIMITER) && !m_bEndOfFile)
+    char cByte = ReadByte();
+    while (Is(cByte, DELIMITER) && !m_bEndOfFile)
     {
-        c = ReadByte();
+        cByte = ReadByte();
     }
     int nWord = 0;
-    for (; !Is(c, DELIMITER); c = ReadByte())   // at the end of the text a NUL is read
+    for (; !Is(cByte, DELIMITER); cByte = ReadByte())   // at the end of the text a NUL is read
     {
         if (nWord < TOKEN_SIZE - 1)
         {
-            sWord[nWord++] = c;
+            sWord[nWord++] = cByte;
         }
     }
     sWord[nWord] = '\0';
@@ -449,17 +452,17 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
 std::string_view Script_c::NextString(int nMost, char cQuote)
 {
     bool bSlash = false;
-    char c = ReadByte();
-    for (; c != cQuote && !m_bEndOfFile && (c == '/' || Is(c, DELIMITER)); c = ReadByte())
+    char cByte = ReadByte();
+    for (; cByte != cQuote && !m_bEndOfFile && (cByte == '/' || Is(cByte, DELIMITER)); cByte = ReadByte())
     {
-        if (c == '/' && bSlash)
+        if (cByte == '/' && bSlash)
         {
             SkipLine();
         }
-        bSlash = bSlash || c == '/';
+        bSlash = bSlash || cByte == '/';
     }
     int const iOpening = m_iBytesRead - !m_bEndOfFile;
-    if (c != cQuote)
+    if (cByte != cQuote)
     {
         ErrorAt("this is no quote", nullptr, iOpening);
         return {};
@@ -474,13 +477,13 @@ std::string_view Script_c::NextString(int nMost, char cQuote)
         {
             break;
         }
-        c = ReadByte();
+        cByte = ReadByte();
         if (m_bEndOfFile)
         {
             m_Errors.SetAt("no quote ends this text", nullptr, m_pData, static_cast<std::size_t>(iOpening));
             break;
         }
-        if (c == cQuote)
+        if (cByte == cQuote)
         {
             break;
         }
@@ -489,28 +492,28 @@ std::string_view Script_c::NextString(int nMost, char cQuote)
     return { pString, static_cast<std::size_t>(nString) };
 }
 
-// Reads tokens up to the label, then stores the word after it in sValue. If there is no label, sValue holds the last
+// Reads tokens up to the label, then stores the word after it in szValue. If there is no label, szValue holds the last
 // token, or nothing if a separator follows it.
-void Script_c::ReadLabelled(char const * sLabel, char * sValue)
+void Script_c::ReadLabelled(char const * sLabel, char * szValue)
 {
     constexpr char const * NO_LABEL = "this is not the expected label";
     ZQ_ASSERT(sLabel);
-    sValue[0] = '\0';
+    szValue[0] = '\0';
     if (sLabel && m_bEndOfFile)
     {
         m_Errors.SetAt(NO_LABEL, sLabel, m_pData, static_cast<std::size_t>(m_iBytesRead));
     }
     for (bool bFirst = true; sLabel && !m_bEndOfFile; bFirst = false)
     {
-        GetToken(sValue, false);
-        if (std::strcmp(sValue, sLabel) == 0)
+        GetToken(szValue, false);
+        if (std::strcmp(szValue, sLabel) == 0)
         {
-            GetSpecific(sValue);
+            GetSpecific(szValue);
             return;
         }
         if (bFirst)
         {
-            ErrorAt(NO_LABEL, sLabel, GetTokenStart(sValue));
+            ErrorAt(NO_LABEL, sLabel, GetTokenStart(szValue));
         }
         else
         {
@@ -544,10 +547,10 @@ int Script_c::GetInt()
     // A read beyond the text belongs to the number, so that the end is noticed.
     while (!m_bEndOfFile && (m_iBytesRead == m_iBytesTotal || Is(m_pData[m_iBytesRead], NUMBER)))
     {
-        char const c = ReadByte();
+        char const cByte = ReadByte();
         if (nNumber < TOKEN_SIZE - 1)
         {
-            szNumber[nNumber++] = c;
+            szNumber[nNumber++] = cByte;
         }
     }
     szNumber[nNumber] = '\0';
@@ -637,7 +640,7 @@ void Script_c::ErrorAt(char const * szReason, char const * szAbout, int iPositio
     Complain();
 }
 
-// A mismatch in a block of memory is a fault of the program; in a file it is not.
+// Asserts that a file's copy is held. A mismatch in a block of memory is a fault of the program, one in a file is not.
 void Script_c::Complain() const
 {
     ZQ_ASSERT(m_pFileData);

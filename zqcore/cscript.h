@@ -9,7 +9,7 @@
 // then on tokens are empty and numbers 0. After a token that ends the text, the next GetLine, GetSpecific or GetString
 // reads the token's last byte again.
 //
-// The buffers of GetLine follow the rule of cstring.h; GetToken, GetSpecific, GetString and GetDump say how they
+// The buffers of GetLine follow the rule of cstring.h. GetToken, GetSpecific, GetString and GetDump say how they
 // differ. A text object (ctextvalue.h) has no size to pass.
 //
 // Ownership: the text is a private copy of a file, which CloseFile frees, or the caller's block, which must stay until
@@ -50,7 +50,7 @@ public:
 
     /// Copies a file's text, closes the file, frees the previous copy and returns true. CloseFile must follow. Asserts
     /// that the name is not null. Returns false, without a message, if there is no such file or it is refused. Also
-    /// returns false, with log lines, if it cannot be read. The previous text then stays open, though m_sName is the
+    /// returns false, with log lines, if it can't be read. The previous text then stays open, though m_sName is the
     /// new name.
     bool OpenFile(char const * sFileName);
 
@@ -107,7 +107,7 @@ public:
         return *szToken && (EnumFromName(szToken, eValue, dNames) || RefuseToken("this is no known name", szToken));
     }
 
-    /// Reads a token; any other token than sToken is a mismatch. Here and below, asserts that sToken or sLabel is not
+    /// Reads a token. Any other token than sToken is a mismatch. Here and below, asserts that sToken or sLabel is not
     /// null; otherwise reads nothing and returns false or 0.
     void SkipToken(char const * sToken);
 
@@ -203,8 +203,8 @@ private:
     bool Read(char * pBuffer, int iCount);
     char ReadByte();
     void SkipLine();
-    bool Find(char const * sToken);
-    void ReadLabelled(char const * sLabel, char * sValue);
+    bool Find(char const * szToken);
+    void ReadLabelled(char const * sLabel, char * szValue);
     void StartText(char const * pText, int iLength);
     void ErrorAt(char const * szReason, char const * szAbout, int iPosition);
     void Complain() const;

@@ -27,6 +27,8 @@ std::uint32_t const FJORDTRACK_FILE_VERSION = 0x00010000;
 
 namespace
 {
+    constexpr int WORD_BYTES = 4;   // of a version, a label, a length or a count
+
     int Major(std::uint32_t dwVersion)
     {
         return static_cast<int>(dwVersion >> 16);
@@ -62,7 +64,7 @@ bool Serializeable_c::AcceptVersion(std::uint32_t dwFile)
     bool const bReadable = Major(dwFile) == Major(m_dwVersion) && Minor(dwFile) <= Minor(m_dwVersion);
     if (m_pResult && !bReadable)
     {
-        StepBack(4);
+        StepBack(WORD_BYTES);
         Fail("version %d.%d, and %d.%d is the newest known", Major(dwFile), Minor(dwFile), Major(m_dwVersion),
             Minor(m_dwVersion));
         m_pResult->eState = ArchiveResult_s::OTHER_VERSION;
@@ -136,7 +138,7 @@ int Serializeable_c::SerializeCountSlowly(std::size_t nElements, std::size_t nBy
     }
     if (nCount < 0)
     {
-        StepBack(4);
+        StepBack(WORD_BYTES);
         Fail("a number of elements that the rest cannot hold");
     }
     return m_bFailed ? 0 : nCount;
@@ -182,7 +184,7 @@ void Serializeable_c::Label(char const * sName, std::uint32_t dwLabel)
     {
         if (m_pResult)
         {
-            StepBack(4);
+            StepBack(WORD_BYTES);
             return Fail("label '%s' expected", sName);
         }
         Abort("Label '%s' expected in '%s' file.", sName, TextForLog(GetFileName()).GetBuffer());
@@ -195,15 +197,15 @@ void Serializeable_c::LabelCrc32(char const * sName)
     {
         if (m_pResult)
         {
-            StepBack(4);
+            StepBack(WORD_BYTES);
             return Fail("chunk or CRC-32 label '%s' expected", sName);
         }
         Abort("LabelCrc32 '%s' expected in '%s' fille.", sName, TextForLog(GetFileName()).GetBuffer());
     }
 }
 
-// Stores a label and returns true, or returns whether the file has it here. A label that cannot be read is not a
-// different one.
+// Stores a label and returns true, or returns whether the file has it here. Returns true for a label that cannot
+// be read, which fails the archive.
 bool Serializeable_c::StepLabel(std::uint32_t dwLabel)
 {
     if (!m_bIsReading)
@@ -271,7 +273,7 @@ void Serializeable_c::ReadString(char * sBuffer, int iBufLength)
         nLength, GetFileName(), iBufLength - 1);
     if (!bFits)
     {
-        StepBack(4);
+        StepBack(WORD_BYTES);
         Fail("a text of %d characters, with room for %d", nLength, iBufLength - 1);
     }
     else if (SerializeBytes(sBuffer, static_cast<std::size_t>(nLength) + 1))

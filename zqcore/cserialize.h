@@ -1,6 +1,6 @@
 // cserialize.h: archives, the library's one binary form of saved data.
 //
-// One function for each type saves and loads. With a writing archive it stores its values; with a reading one the same
+// One function for each type saves and loads. With a writing archive it stores its values. With a reading one the same
 // calls in the same order fill them. An archive begins with a version word and stores no types. Labels, and chunks with
 // their length, show whether reader and writer are out of step. Every value is little-endian and unaligned, so all
 // builds write the same bytes. An archive stays below 4 GiB, and below 2 GiB if it is to be read.
@@ -137,20 +137,20 @@ public:
     Serializeable_c(Serializeable_c const &) = delete;
     Serializeable_c & operator=(Serializeable_c const &) = delete;
 
-    /// Begins a chunk. Asserts that no chunk is open; otherwise fails the archive.
+    /// Begins a chunk. Asserts that no chunk is open, and fails the archive otherwise.
     /// - Writing: returns true if the chunk is open, and false if the archive has failed.
-    /// - Reading: a chunk of another name ends in Abort. Returns false if the chunk is empty or the archive has failed;
+    /// - Reading: a chunk of another name ends in Abort. Returns false if the chunk is empty or the archive has failed.
     ///   IsFailed says which. An empty chunk still needs ChunkEnd. True does not mean success: a stored length that is
     ///   too small fails the archive and returns true.
     virtual bool ChunkBegin(char const * sName) = 0;
 
     /// Ends the chunk of that name. A reader continues after the chunk, even if the chunk was not read to its end.
-    /// Asserts that this chunk is open; otherwise fails the archive. Also fails it if a stored length leads beyond the
-    /// archive's end, or if a writer cannot store the length.
+    /// Asserts that this chunk is open, and fails the archive otherwise. Also fails it if a stored length leads beyond
+    /// the archive's end, or if a writer cannot store the length.
     virtual void ChunkEnd(char const * sName) = 0;
 
-    /// Stores the version word, or checks the file's. Returns true on success; GetVersion of a reader is then the
-    /// file's.
+    /// Stores the version word, or checks the file's. Returns true on success. GetVersion of a reader then
+    /// returns the file's.
     /// - A different major version ends in Abort.
     /// - A newer minor version is logged and returns false.
     /// - A file without a whole version word fails the archive and returns false.
@@ -166,7 +166,7 @@ public:
     /// false and fails the archive.
     virtual bool Serialize(void * pData, int iLength) = 0;
 
-    /// Returns the name of the file: a writer's as it was passed, cut at 255 characters, a reader's key.
+    /// Returns a writer's path as it was passed, cut at 255 characters, or the key of a reader's file.
     virtual char const * GetFileName() const = 0;
 
     /// Returns the length of the whole archive in bytes. Requires that it is below 2 GiB.
@@ -213,8 +213,8 @@ public:
     /// fails the archive and, unless a check runs, is logged with sType. Returns iNewest if the archive has failed.
     int SerializeVersion(char const * sType, int iNewest);
 
-    /// Store the label of a name. A reader compares it; if the file holds another value, it calls Abort. The second
-    /// form expects a value that LabelCalc has returned.
+    /// Store the label of a name. A reader compares it, and calls Abort if the file holds another value. The second
+    /// form requires the value that LabelCalc returns for the name.
     void Label(char const * sName) { Label(sName, LabelCalc(sName)); }
     void Label(char const * sName, std::uint32_t dwLabel);
 
@@ -230,8 +230,8 @@ public:
     std::uint32_t LabelRead();
 
     /// Stores a text, cut at iBufLength - 1 characters, or loads one into a buffer of iBufLength bytes and terminates
-    /// it. Asserts that the buffer is not null and holds a byte; otherwise fails the archive. A stored length that is
-    /// negative or does not fit asserts and fails the archive. On failure the buffer stays unchanged.
+    /// it. Asserts that the buffer is not null and has room for a byte, and fails the archive otherwise. A stored
+    /// length that is negative or does not fit asserts and fails the archive. On failure the buffer stays unchanged.
     void SerializeString(char * sBuffer, int iBufLength);
 
     /// Stores or loads the text in the buffer of a string.
@@ -248,8 +248,8 @@ public:
         }
     }
 
-    /// Stores a text of nLength characters and the byte after them. Asserts that the archive is writing; otherwise
-    /// fails it. Also fails it if the length is above the range of `int`.
+    /// Stores a text of nLength characters and the byte after them. Asserts that the archive is writing, and fails
+    /// it otherwise. Also fails it if the length is above the range of `int`.
     void StoreText(char const * sText, std::size_t nLength);
 
     /// Loads a text that the archive has in memory and returns true. sText is valid as long as that memory. Returns
@@ -309,13 +309,6 @@ private:
     bool AcceptVersion(std::uint32_t dwFile);
 };
 
-/// Stores or loads the text in the buffer of a string. Serialize of the archive calls it.
-template <int N>
-void Serialize(Serializeable_c & Archive, String_T<N> & sValue)
-{
-    Archive.SerializeString(sValue);
-}
-
 /// Base of the archives that write: their chunks.
 class ZQ_API ChunkWriteable_c : public Serializeable_c
 {
@@ -364,7 +357,8 @@ public:
     bool Serialize(void * pData, int iLength) override;
     char const * GetFileName() const override;
 
-    /// Returns the file's size on disk. Asserts that the archive has a file and is not closed, and returns 0 otherwise.
+    /// Returns the file's size on disk in bytes, or 0 if the system does not report it. Asserts that the archive has a
+    /// file and is not closed, and returns 0 otherwise.
     int GetLength() const override;
 
 protected:
@@ -541,6 +535,13 @@ private:
     char const * const m_sName;
     bool const m_bBegun;
 };
+
+/// Stores or loads the text in the buffer of a string. Serialize of the archive calls it.
+template <int N>
+void Serialize(Serializeable_c & Archive, String_T<N> & sValue)
+{
+    Archive.SerializeString(sValue);
+}
 
 /// Returns the contents of a file, or none if it is null or not resident.
 ZQ_API std::span<std::byte const> FileBytes(File_c const * pFile);

@@ -194,8 +194,8 @@ constexpr std::uint32_t Serializeable_c::LabelCalc(char const * sName)
     std::uint32_t dwLabel = 0;
     for (int i = 0; sName[i]; ++i)
     {
-        auto const iCharacter = static_cast<signed char>(CharToLower(sName[i]));
-        dwLabel ^= std::rotl(static_cast<std::uint32_t>(iCharacter), i);
+        auto const cLower = static_cast<signed char>(CharToLower(sName[i]));
+        dwLabel ^= std::rotl(static_cast<std::uint32_t>(cLower), i);
     }
     return dwLabel;
 }

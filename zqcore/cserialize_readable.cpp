@@ -10,10 +10,9 @@ MemoryReadable_c::MemoryReadable_c(std::span<std::byte const> Bytes, std::uint32
     , m_szName(szName)
 {}
 
-// A reader changes none of the bytes.
 bool MemoryReadable_c::Open()
 {
-    m_pPos = reinterpret_cast<unsigned char *>(const_cast<std::byte *>(m_Bytes.data()));
+    m_pPos = reinterpret_cast<unsigned char *>(const_cast<std::byte *>(m_Bytes.data()));   // a reader changes no byte
     m_pEnd = m_pPos + (m_bFailed ? 0 : m_Bytes.size());
     if (m_Bytes.size() > std::size_t{ std::numeric_limits<int>::max() })
     {

@@ -9,8 +9,7 @@
 //
 // Ownership: a check copies nothing. The caller owns what its function makes.
 // Threads: one thread at a time for each check.
-// Cost: a list of chunks costs one step for each. A function costs what it does. The check itself allocates
-// nothing.
+// Cost: a list of chunks costs one step for each. A function costs what it does. The check itself allocates nothing.
 // Failure: the result reports it. A chunk that is begun or ended out of order is a fault of the function and asserts.
 //
 //     File_c * const pFile = FileOpen("one.sav");
@@ -53,7 +52,7 @@ public:
     /// Reads bytes that must outlive the object. dwVersion is the newest version that the caller reads.
     ArchiveCheck_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion);
 
-    /// Checks the frames of chunks that follow one another.
+    /// Checks the names and lengths of chunks that follow one another. GetResult has the first error.
     void CheckChunks(std::initializer_list<char const *> dChunks);
 
     /// Returns what the check has found so far.

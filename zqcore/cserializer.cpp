@@ -20,7 +20,7 @@ constinit std::uint16_t Serializer_c::s_nClasses = 0;
 namespace
 {
     // Classes of slots. Other numbers belong to serializers.
-    constexpr std::uint16_t CLASS_NONE = 0;
+    constexpr std::uint16_t CLASS_NONE = 0;        // registered without a class
     constexpr std::uint16_t CLASS_OPEN = 0xFFFF;   // the object's body is running
 
     constexpr std::size_t FRESH_STACK = 8 * 1024 * 1024;   // bytes
@@ -31,7 +31,7 @@ namespace
         return reinterpret_cast<void const *>(Serializer_c::HASH_NO_ELEMENT);
     }
 
-    // The table. Its pages are prepared at their first use; zeroed memory is an empty table.
+    // The table. Its pages are prepared at their first use. Zeroed memory is an empty table.
     struct Table_s
     {
         static constexpr int SIZE = Serializer_c::HASH_SIZE;
@@ -79,6 +79,7 @@ namespace
     static_assert(std::is_trivially_default_constructible_v<Table_s>, "no constructor touches the table");
     Table_s g_Table;
 
+    // Name of a label, and its value.
     struct Mark_t
     {
         char const * szName;
@@ -101,7 +102,7 @@ namespace
         archive.Label(Mark.szName, Mark.dwLabel);
     }
 
-    constexpr char IS_OWN[] = "dPointers[iPointer] is of class m_sClassName";
+    constexpr char IS_OWN[] = "dPointers[iPointer] is of class m_sClassName";   // text of assertions
 
     // Returns whether a slot in use may hold an object of the class. A slot that was registered without a class may
     // hold any.
@@ -466,8 +467,8 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
     return true;
 }
 
-// Loads a class name and returns its serializer. Returns null, with the archive failed, in these cases, all but the
-// first after an assertion:
+// Loads a class name and returns its serializer. Returns null, with the archive failed, in these cases, of which all
+// but the first assert unless a check runs:
 // - the name cannot be read.
 // - no serializer has the name.
 // - the class is none of the expected ones.
@@ -507,7 +508,8 @@ void Serializer_c::RegisterOwnPointer(Serializeable_c & archive, void const * pP
     Register(archive, pPointer, m_iClass);
 }
 
-// An object that registers itself has its own class, even if the call names another one.
+// Registers an address under a class. An object that registers itself has its own class, even if the call names another
+// one.
 void Serializer_c::Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass)
 {
     Put(archive, MARK_REGISTERED);
@@ -638,7 +640,8 @@ void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
     }
 }
 
-// Loads the number of static objects and changes the list to that length. Returns false without a valid one.
+// Loads the number of static objects and changes the list to that length. Returns false, with the archive failed, if
+// there is no valid one.
 bool Serializer_c::ReadStaticCount(Serializeable_c & archive)
 {
     int nRegisteredStaticPointers = 0;

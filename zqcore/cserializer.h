@@ -7,16 +7,15 @@
 // SerializeObject, the body, stores or makes an object and transfers its fields.
 //
 // Ownership: the caller owns the objects that a body makes, also after a failed load.
-// Threads: all state of a pass is static. One pass at a time runs on one thread, from StartSerialize to the next one.
+// Threads: all state of a pass is static. One pass at a time runs, on one thread, from one StartSerialize to the next.
 // Cost: the table of pointers does not use the heap. It has 10 MiB, 6 MiB in a 32-bit process, of which only the pages
 // in use are touched. A level of the graph needs some 200 bytes of stack in a save and 350 in a load, besides the
 // body's own. The graph may be as deep as it is large: when less than BODY_STACK bytes of stack are left, a body runs
 // on a fresh stack. A body itself must not need more than BODY_STACK.
 // Failure: a damaged file asserts and fails the archive, or ends in Abort. In a check (cserializecheck.h) it only fails
 // the archive. If the system has no fresh stack, a line is logged and the archive fails. A pointer that could not be
-// loaded is null.
-// If the body of its object had begun, the pointer is the object that the body made, so the caller can free it. On a
-// failed archive a save stores nothing, and a load sets pointers to null.
+// loaded is null, unless the body of its object had begun. Then it is the object that the body made, so the caller can
+// free it. On a failed archive a save stores nothing, and a load sets pointers to null.
 //
 //     class Item_c
 //     {
@@ -64,7 +63,7 @@ class Serializer_c;
 
 namespace graphs
 {
-    /// Type that pointers of a graph have.
+    /// Identity of a type that pointers of a graph have: the address of its Class_T::s_pSerializer.
     using Type_t = void const *;
 
     /// Direction of a conversion.
@@ -77,13 +76,13 @@ namespace graphs
 
     /// Function that converts a pointer between an object and one of the types that its serializer names. It returns
     /// null for others.
-    using Convert_t = void * (*)(void * p, Type_t Type, Way_e eWay);
+    using Convert_t = void * (*)(void * pFrom, Type_t Type, Way_e eWay);
 
-    /// Serializer of a class, and by the address of the pointer to it the identity of a type.
+    /// Serializer of a class.
     template <typename T>
     struct Class_T
     {
-        static inline Serializer_c * s_pSerializer = nullptr;
+        static inline Serializer_c * s_pSerializer = nullptr;   // null if the class has none
     };
 
     /// Classes that choose the serializer of an object.
@@ -188,16 +187,16 @@ protected:
     /// under another class: such a pointer is stored, but ReadOwnPointer refuses it.
     void WritePointer(Serializeable_c & archive, void *& pObject);
 
-    /// Loads a pointer to an object of the class that the file names. Asserts and fails the archive in these cases:
+    /// Loads a pointer to an object of the class that the file names, or null. Asserts and fails the archive in these
+    /// cases:
     /// - the class has no serializer.
     /// - the identifier is out of range.
     /// - the object is inside itself.
     static void ReadPointer(Serializeable_c & archive, void *& pObject);
 
-    /// Loads a pointer to an object of this serializer's class. An object of another class, to which a damaged file can
-    /// lead, asserts and fails the archive. A static object has the class that it was registered with, a part the class
-    /// of the serializer whose RegisterOwnPointer was called. Static objects and parts that were registered without a
-    /// class are not checked.
+    /// Loads a pointer to an object of this serializer's class, or null. An object of another class, to which a damaged
+    /// file can lead, asserts and fails the archive. A static object has the class that it was registered with, a part
+    /// that of the serializer whose RegisterOwnPointer was called. One without a class is not checked.
     void ReadOwnPointer(Serializeable_c & archive, void *& pObject);
 
     /// Stores or loads a pointer to an address that the pass has already seen, or null. Calls Abort otherwise. A loaded
@@ -205,13 +204,13 @@ protected:
     static void FixupVoidPointer(Serializeable_c & archive, void const *& pPointer);
 
     /// Registers a static object, as RegisterStaticPointer does, whose contents the class's serializer stores. The body
-    /// finds pObject set in both directions, and a change of pObject is ignored.
+    /// finds pObject set in both directions. A change of pObject is ignored.
     static void RegisterSerializedStaticPointer(void * pPointer, String_T<32> const & sClassName);
 
     /// Returns the latest serializer of that name, or null.
     static Serializer_c * FindSerializer(String_T<32> const & sClassName);
 
-    /// Loads a class name and returns it.
+    /// Loads a class name and returns it. Returns an empty text if the archive has failed.
     static String_T<32> LoadName(Serializeable_c & archive);
 
     /// Returns whether the identifier has an address, or is -1, which means null. Asserts that it is in range, and
@@ -253,7 +252,7 @@ private:
     {
         Serializer_c const * pOwn = nullptr;
         graphs::Type_t Type = nullptr;
-        char const * szName = "";
+        char const * szName = "";   // for messages
 
         bool Accepts(Serializer_c const & Found) const;
     };
@@ -299,7 +298,7 @@ template <typename T, typename... BASES>
 class Serializer_T : public Serializer_c
 {
 public:
-    /// Registers the class under a name of at most 31 characters, which archives have.
+    /// Registers the class under a name that archives store, cut at 31 characters.
     explicit Serializer_T(String_T<32> const & sClassName);
     ~Serializer_T();
 
@@ -320,9 +319,9 @@ protected:
     void SerializeObject(Serializeable_c & archive, void *& pObject) override;
 
 private:
-    static void * Convert(void * p, graphs::Type_t Type, graphs::Way_e eWay);
+    static void * Convert(void * pFrom, graphs::Type_t Type, graphs::Way_e eWay);
     template <typename TYPE>
-    static void ConvertFor(void * p, graphs::Type_t Type, graphs::Way_e eWay, void *& pFound);
+    static void ConvertFor(void * pFrom, graphs::Type_t Type, graphs::Way_e eWay, void *& pFound);
 };
 
 /// Stores or loads a pointer to an object of a graph. Serialize of the archive calls it.
@@ -333,11 +332,12 @@ void Serialize(Serializeable_c & archive, T *& pObject)
     Serializer_c::SerializePointer(archive, pObject);
 }
 
-/// Removes all serializers. Afterwards nothing can be loaded, and static objects have no contents.
+/// Removes all serializers. Afterwards no object can be loaded, and static objects have no contents.
 ZQ_API void SerializerListFree();
 
-/// Module of serialization; needs ModuleFile_c. It resets the table at start. At shutdown it removes the static objects
-/// and the serializers. Serializers register at load time, so a process serializes only until the first shutdown.
+/// Module of serialization, which needs ModuleFile_c. It resets the table at start. At shutdown it removes the static
+/// objects and the serializers. Serializers register at load time, so a process serializes only until the first
+/// shutdown.
 class ZQ_API ModuleSerialize_c : public Module_c
 {
 public:

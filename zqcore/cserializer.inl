@@ -6,10 +6,10 @@
 template <typename T>
 void Serializer_c::Reconstruct(int iPointer, T *& pPointer)
 {
-    void const * const p = iPointer == -1 ? nullptr : dPointers[iPointer];
-    bool const bFilled = reinterpret_cast<std::intptr_t>(p) != HASH_NO_ELEMENT;
+    void const * const pAddress = iPointer == -1 ? nullptr : dPointers[iPointer];
+    bool const bFilled = reinterpret_cast<std::intptr_t>(pAddress) != HASH_NO_ELEMENT;
     ZQ_ASSERT_TEXT(bFilled, "dPointers[iPointer] != HASH_NO_ELEMENT");
-    pPointer = bFilled ? static_cast<T *>(const_cast<void *>(p)) : nullptr;
+    pPointer = bFilled ? static_cast<T *>(const_cast<void *>(pAddress)) : nullptr;
 }
 
 template <typename T>
@@ -73,18 +73,18 @@ void Serializer_T<T, BASES...>::SerializeObject(Serializeable_c & archive, void 
 }
 
 template <typename T, typename... BASES>
-void * Serializer_T<T, BASES...>::Convert(void * p, graphs::Type_t Type, graphs::Way_e eWay)
+void * Serializer_T<T, BASES...>::Convert(void * pFrom, graphs::Type_t Type, graphs::Way_e eWay)
 {
     void * pFound = nullptr;
-    ConvertFor<T>(p, Type, eWay, pFound);
-    (ConvertFor<BASES>(p, Type, eWay, pFound), ...);
+    ConvertFor<T>(pFrom, Type, eWay, pFound);
+    (ConvertFor<BASES>(pFrom, Type, eWay, pFound), ...);
     return pFound;
 }
 
 // Sets pFound if the type is TYPE, which is T or a base.
 template <typename T, typename... BASES>
 template <typename TYPE>
-void Serializer_T<T, BASES...>::ConvertFor(void * p, graphs::Type_t Type, graphs::Way_e eWay, void *& pFound)
+void Serializer_T<T, BASES...>::ConvertFor(void * pFrom, graphs::Type_t Type, graphs::Way_e eWay, void *& pFound)
 {
     if (Type != &graphs::Class_T<TYPE>::s_pSerializer)
     {
@@ -96,10 +96,10 @@ void Serializer_T<T, BASES...>::ConvertFor(void * p, graphs::Type_t Type, graphs
         pFound = &graphs::Class_T<TYPE>::s_pSerializer;
         break;
     case graphs::Way_e::ToObject:
-        pFound = static_cast<T *>(static_cast<TYPE *>(p));
+        pFound = static_cast<T *>(static_cast<TYPE *>(pFrom));
         break;
     case graphs::Way_e::ToType:
-        pFound = static_cast<TYPE *>(static_cast<T *>(p));
+        pFound = static_cast<TYPE *>(static_cast<T *>(pFrom));
         break;
     }
 }

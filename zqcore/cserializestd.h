@@ -6,7 +6,7 @@
 //
 // - Texts: std::string, with any allocator.
 // - Sequences: std::vector, std::vector<bool>, std::deque and std::list. Their elements need a default constructor.
-// - Maps and sets, ordered or not. Keys and values need a default constructor, and the keys of unordered ones `<`:
+// - Maps and sets, ordered or not. Keys and values need a default constructor. The keys of unordered ones need `<`:
 //   their entries are stored in the order of their keys, so that equal contents have equal bytes.
 // - std::array, std::pair, std::tuple and std::optional.
 //
@@ -14,7 +14,7 @@
 //
 // Ownership: a load replaces the contents of a container.
 // Threads: as cserialize.h.
-// Cost: a load allocates the contents; a save of an unordered container allocates a pointer for each entry. Values that
+// Cost: a load allocates the contents. A save of an unordered container allocates a pointer for each entry. Values that
 // are contiguous are copied as one block.
 // Failure: a container that a damaged archive makes too large, or with a key twice, fails the archive. It allocates no
 // more than twice what the bytes in the archive can fill. A container among whose elements the archive fails has some
@@ -49,31 +49,31 @@ concept ArchiveText_T = std::same_as<typename T::value_type, char> && requires(T
 
 /// Sequences that grow at their end.
 template <typename T>
-concept ArchiveSequence_T = requires(T & d)
+concept ArchiveSequence_T = requires(T & dItems)
 {
     typename T::value_type;
-    d.clear();
-    d.emplace_back();
-    d.begin();
-    d.size();
+    dItems.clear();
+    dItems.emplace_back();
+    dItems.begin();
+    dItems.size();
 };
 
-/// Sets, and maps without what their values need.
+/// Containers of keys. Maps fit too, so Serialize of sets excludes ArchiveMap_T.
 template <typename T>
-concept ArchiveSet_T = requires(T & d, typename T::key_type && Key)
+concept ArchiveSet_T = requires(T & dItems, typename T::key_type && Key)
 {
-    d.clear();
-    d.emplace_hint(d.end(), std::move(Key));
-    d.size();
+    dItems.clear();
+    dItems.emplace_hint(dItems.end(), std::move(Key));
+    dItems.size();
 };
 
 /// Containers that map keys to values.
 template <typename T>
-concept ArchiveMap_T = requires(T & d, typename T::key_type && Key, typename T::mapped_type && Value)
+concept ArchiveMap_T = requires(T & dItems, typename T::key_type && Key, typename T::mapped_type && Value)
 {
-    d.clear();
-    d.emplace_hint(d.end(), std::move(Key), std::move(Value));
-    d.size();
+    dItems.clear();
+    dItems.emplace_hint(dItems.end(), std::move(Key), std::move(Value));
+    dItems.size();
 };
 
 /// Store or load a text, a sequence, a map, a set, an optional, a pair, a tuple or an array. Serialize of the archive
@@ -81,11 +81,11 @@ concept ArchiveMap_T = requires(T & d, typename T::key_type && Key, typename T::
 template <ArchiveText_T T>
 void Serialize(Serializeable_c & Archive, T & sText);
 template <ArchiveSequence_T T>
-void Serialize(Serializeable_c & Archive, T & d);
+void Serialize(Serializeable_c & Archive, T & dItems);
 template <ArchiveMap_T T>
-void Serialize(Serializeable_c & Archive, T & d);
+void Serialize(Serializeable_c & Archive, T & dItems);
 template <ArchiveSet_T T>
-requires(!ArchiveMap_T<T>) void Serialize(Serializeable_c & Archive, T & d);
+requires(!ArchiveMap_T<T>) void Serialize(Serializeable_c & Archive, T & dItems);
 template <typename T>
 void Serialize(Serializeable_c & Archive, std::optional<T> & Value);
 template <typename FIRST, typename SECOND>
@@ -93,6 +93,6 @@ void Serialize(Serializeable_c & Archive, std::pair<FIRST, SECOND> & Value);
 template <typename... T>
 void Serialize(Serializeable_c & Archive, std::tuple<T...> & Value);
 template <typename T, std::size_t N>
-void Serialize(Serializeable_c & Archive, std::array<T, N> & d);
+void Serialize(Serializeable_c & Archive, std::array<T, N> & dItems);
 
 #include "zqcore/cserializestd.inl"

@@ -4,18 +4,18 @@
 namespace archives
 {
     // Loads contiguous values. An archive of unknown length is read in steps, each as long as all before it, so that a
-    // damaged number does not allocate what no bytes follow.
+    // damaged number does not allocate memory for which no bytes follow.
     template <typename T>
-    void LoadValues(Serializeable_c & Archive, T & d, std::size_t nValues)
+    void LoadValues(Serializeable_c & Archive, T & dItems, std::size_t nValues)
     {
         constexpr std::size_t FIRST_STEP = 4096;
         bool const bKnown = Archive.GetLeft() >= 0;
-        d.resize(bKnown ? nValues : 0);
+        dItems.resize(bKnown ? nValues : 0);
         for (std::size_t nLoaded = 0; nLoaded < nValues && !Archive.IsFailed();)
         {
             std::size_t const nStep = bKnown ? nValues : std::min(nValues - nLoaded, std::max(nLoaded, FIRST_STEP));
-            d.resize(nLoaded + nStep);
-            TransferAll(Archive, d.data() + nLoaded, nStep);
+            dItems.resize(nLoaded + nStep);
+            TransferAll(Archive, dItems.data() + nLoaded, nStep);
             nLoaded += nStep;
         }
     }
@@ -41,43 +41,43 @@ namespace archives
 
     // Reserves what the rest of the archive can fill.
     template <typename T>
-    void Reserve(Serializeable_c const & Archive, T & d, std::size_t nElements)
+    void Reserve(Serializeable_c const & Archive, T & dItems, std::size_t nElements)
     {
-        if constexpr (requires { d.reserve(nElements); })
+        if constexpr (requires { dItems.reserve(nElements); })
         {
             auto const nLeft = static_cast<std::size_t>(std::max(Archive.GetLeft(), 0));
-            d.reserve(std::min(nElements, nLeft / sizeof(typename T::value_type)));
+            dItems.reserve(std::min(nElements, nLeft / sizeof(typename T::value_type)));
         }
     }
 
     // Loads elements one by one. A text that is there already keeps its storage.
     template <typename T>
-    void LoadElements(Serializeable_c & Archive, T & d, std::size_t nElements)
+    void LoadElements(Serializeable_c & Archive, T & dItems, std::size_t nElements)
     {
-        if (!ArchiveText_T<typename T::value_type> || d.size() > nElements)
+        if (!ArchiveText_T<typename T::value_type> || dItems.size() > nElements)
         {
-            d.clear();
+            dItems.clear();
         }
         std::size_t nLoaded = 0;
-        for (auto it = d.begin(); it != d.end() && !Archive.IsFailed(); ++it, ++nLoaded)
+        for (auto it = dItems.begin(); it != dItems.end() && !Archive.IsFailed(); ++it, ++nLoaded)
         {
             TransferElement(Archive, it);
         }
-        if (nLoaded < d.size())
+        if (nLoaded < dItems.size())
         {
-            return d.resize(nLoaded);   // the archive has failed
+            return dItems.resize(nLoaded);   // the archive has failed
         }
-        Reserve(Archive, d, nElements);
+        Reserve(Archive, dItems, nElements);
         for (; nLoaded < nElements && !Archive.IsFailed(); ++nLoaded)
         {
-            d.emplace_back();
-            TransferElement(Archive, std::prev(d.end()));
+            dItems.emplace_back();
+            TransferElement(Archive, std::prev(dItems.end()));
         }
     }
 
     // Calls fnStore for each entry, in the order of the keys.
     template <typename T, typename KEY_OF, typename STORE>
-    void ForEachInOrder(T & d, KEY_OF fnKeyOf, STORE fnStore)
+    void ForEachInOrder(T & dItems, KEY_OF fnKeyOf, STORE fnStore)
     {
         if constexpr (requires { typename T::hasher; })
         {
@@ -85,8 +85,8 @@ namespace archives
                 requires(typename T::key_type const & Key) { Key < Key; },
                 "An archive stores an unordered container in the order of its keys. Give their class an operator <.");
             std::vector<typename T::value_type const *> dSorted;
-            dSorted.reserve(d.size());
-            for (auto const & Entry : d)
+            dSorted.reserve(dItems.size());
+            for (auto const & Entry : dItems)
             {
                 dSorted.push_back(&Entry);
             }
@@ -99,7 +99,7 @@ namespace archives
         }
         else
         {
-            for (auto const & Entry : d)
+            for (auto const & Entry : dItems)
             {
                 fnStore(Entry);
             }
@@ -113,15 +113,15 @@ namespace archives
         Archive.Serialize(const_cast<T &>(Value));
     }
 
-    // Loads entries by fnLoadOne, which adds one to d.
+    // Loads entries by fnLoadOne, which adds one to dItems.
     template <typename T, typename LOAD>
-    void LoadEntries(Serializeable_c & Archive, T & d, std::size_t nEntries, LOAD fnLoadOne)
+    void LoadEntries(Serializeable_c & Archive, T & dItems, std::size_t nEntries, LOAD fnLoadOne)
     {
-        d.clear();
+        dItems.clear();
         for (std::size_t i = 0; i < nEntries && !Archive.IsFailed(); ++i)
         {
             fnLoadOne();
-            if (!Archive.IsFailed() && d.size() == i)
+            if (!Archive.IsFailed() && dItems.size() == i)
             {
                 Archive.Fail();   // a key that is there already
             }
@@ -150,15 +150,15 @@ void Serialize(Serializeable_c & Archive, T & sText)
 }
 
 template <ArchiveSequence_T T>
-void Serialize(Serializeable_c & Archive, T & d)
+void Serialize(Serializeable_c & Archive, T & dItems)
 {
     using Element_t = typename T::value_type;
     constexpr bool IS_RUN = ArchiveValue_T<Element_t> && !std::same_as<Element_t, bool> && requires
     {
-        d.data();
+        dItems.data();
     };
     auto const nElements =
-        static_cast<std::size_t>(Archive.SerializeCount(d.size(), IS_RUN ? sizeof(Element_t) : std::size_t{ 1 }));
+        static_cast<std::size_t>(Archive.SerializeCount(dItems.size(), IS_RUN ? sizeof(Element_t) : std::size_t{ 1 }));
     if (Archive.IsFailed())
     {
         return;
@@ -167,20 +167,20 @@ void Serialize(Serializeable_c & Archive, T & d)
     {
         if (Archive.IsReading())
         {
-            archives::LoadValues(Archive, d, nElements);
+            archives::LoadValues(Archive, dItems, nElements);
         }
         else
         {
-            archives::TransferAll(Archive, d.data(), nElements);
+            archives::TransferAll(Archive, dItems.data(), nElements);
         }
     }
     else if (Archive.IsReading())
     {
-        archives::LoadElements(Archive, d, nElements);
+        archives::LoadElements(Archive, dItems, nElements);
     }
     else
     {
-        for (auto it = d.begin(); it != d.end() && !Archive.IsFailed(); ++it)
+        for (auto it = dItems.begin(); it != dItems.end() && !Archive.IsFailed(); ++it)
         {
             archives::TransferElement(Archive, it);
         }
@@ -188,24 +188,24 @@ void Serialize(Serializeable_c & Archive, T & d)
 }
 
 template <ArchiveMap_T T>
-void Serialize(Serializeable_c & Archive, T & d)
+void Serialize(Serializeable_c & Archive, T & dItems)
 {
-    auto const nEntries = static_cast<std::size_t>(Archive.SerializeCount(d.size()));
+    auto const nEntries = static_cast<std::size_t>(Archive.SerializeCount(dItems.size()));
     if (Archive.IsReading() && !Archive.IsFailed())
     {
-        archives::LoadEntries(Archive, d, nEntries,
+        archives::LoadEntries(Archive, dItems, nEntries,
             [&]
             {
                 typename T::key_type Key{};
                 typename T::mapped_type Value{};
                 Archive.Serialize(Key).Serialize(Value);
-                d.emplace_hint(d.end(), std::move(Key), std::move(Value));
+                dItems.emplace_hint(dItems.end(), std::move(Key), std::move(Value));
             });
     }
     else if (!Archive.IsReading())
     {
         archives::ForEachInOrder(
-            d, [](auto const & Entry) -> auto const & { return Entry.first; },
+            dItems, [](auto const & Entry) -> auto const & { return Entry.first; },
             [&](auto const & Entry)
             {
                 archives::Store(Archive, Entry.first);
@@ -215,23 +215,23 @@ void Serialize(Serializeable_c & Archive, T & d)
 }
 
 template <ArchiveSet_T T>
-requires(!ArchiveMap_T<T>) void Serialize(Serializeable_c & Archive, T & d)
+requires(!ArchiveMap_T<T>) void Serialize(Serializeable_c & Archive, T & dItems)
 {
-    auto const nEntries = static_cast<std::size_t>(Archive.SerializeCount(d.size()));
+    auto const nEntries = static_cast<std::size_t>(Archive.SerializeCount(dItems.size()));
     if (Archive.IsReading() && !Archive.IsFailed())
     {
-        archives::LoadEntries(Archive, d, nEntries,
+        archives::LoadEntries(Archive, dItems, nEntries,
             [&]
             {
                 typename T::key_type Key{};
                 Archive.Serialize(Key);
-                d.emplace_hint(d.end(), std::move(Key));
+                dItems.emplace_hint(dItems.end(), std::move(Key));
             });
     }
     else if (!Archive.IsReading())
     {
         archives::ForEachInOrder(
-            d, [](auto const & Key) -> auto const & { return Key; },
+            dItems, [](auto const & Key) -> auto const & { return Key; },
             [&](auto const & Key) { archives::Store(Archive, Key); });
     }
 }
@@ -271,7 +271,7 @@ void Serialize(Serializeable_c & Archive, std::tuple<T...> & Value)
 }
 
 template <typename T, std::size_t N>
-void Serialize(Serializeable_c & Archive, std::array<T, N> & d)
+void Serialize(Serializeable_c & Archive, std::array<T, N> & dItems)
 {
-    archives::TransferAll(Archive, d.data(), N);
+    archives::TransferAll(Archive, dItems.data(), N);
 }

@@ -50,7 +50,7 @@ namespace
     // Runs one round. The variables stay where they are and change their roles: a is at (80 - ROUND) % 5. dWords holds
     // the last 16 words of the schedule.
     template <std::size_t ROUND>
-    ZQ_INLINE void Round(std::uint32_t * dVars, std::uint32_t * dWords, unsigned char const * pBlock)
+    ZQ_INLINE void RunRound(std::uint32_t * dVars, std::uint32_t * dWords, unsigned char const * pBlock)
     {
         constexpr std::size_t A = (80 - ROUND) % 5;
         std::uint32_t & dwWord = dWords[ROUND % 16];
@@ -69,22 +69,22 @@ namespace
     }
 
     template <std::size_t... ROUNDS>
-    inline void AllRounds(std::uint32_t * dVars, unsigned char const * pBlock, std::index_sequence<ROUNDS...>)
+    inline void RunAllRounds(std::uint32_t * dVars, unsigned char const * pBlock, std::index_sequence<ROUNDS...>)
     {
         std::uint32_t dWords[16];
-        (Round<ROUNDS>(dVars, dWords, pBlock), ...);
+        (RunRound<ROUNDS>(dVars, dWords, pBlock), ...);
     }
 
     void ChooseAndRun(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
-    // The first call, which may come before any constructor, chooses the kernel. Threads that choose at the same time
-    // store the same one.
+    // The kernel. The first call, which may come before any constructor, chooses it. Threads that choose at the same
+    // time store the same one.
     constinit std::atomic<Sha1Kernel_t> g_fnKernel{ ChooseAndRun };
 
     void ChooseAndRun(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks)
     {
         Sha1Kernel_t const fnFound = Sha1FindKernel();
-        Sha1Kernel_t const fnKernel = fnFound != nullptr ? fnFound : Sha1Plain;
+        Sha1Kernel_t const fnKernel = fnFound != nullptr ? fnFound : Sha1HashPlain;
         g_fnKernel.store(fnKernel, std::memory_order_relaxed);
         fnKernel(dHash, pBlocks, nBlocks);
     }
@@ -158,12 +158,12 @@ namespace
     }
 }
 
-void Sha1Plain(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks)
+void Sha1HashPlain(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks)
 {
     for (; nBlocks > 0; --nBlocks, pBlocks += SHA1_BLOCK_SIZE)
     {
         std::uint32_t dVars[5] = { dHash[0], dHash[1], dHash[2], dHash[3], dHash[4] };
-        AllRounds(dVars, pBlocks, std::make_index_sequence<80>());
+        RunAllRounds(dVars, pBlocks, std::make_index_sequence<80>());
         for (int i = 0; i < 5; ++i)
         {
             dHash[i] += dVars[i];
@@ -177,7 +177,7 @@ int SHA1Reset(SHA1Context * pContext)
     {
         return shaNull;
     }
-    // The initial hash words of FIPS 180-4, 5.3.1.
+    // FIPS 180-4, 5.3.1, defines the initial hash words.
     *pContext = SHA1Context{ { 0x67452301u, 0xEFCDAB89u, 0x98BADCFEu, 0x10325476u, 0xC3D2E1F0u }, 0, 0, 0, {}, 0, 0 };
     return shaSuccess;
 }

@@ -46,9 +46,9 @@ struct SHA1Context
 ZQ_API int SHA1Reset(SHA1Context * pContext);
 
 /// Adds bytes to the message and returns a Sha1Status_e. Succeeds for 0 bytes in any state of the context. On failure
-/// adds nothing; afterwards the context accepts only SHA1Reset, and inputs of 0 bytes.
+/// adds nothing. The context then accepts only SHA1Reset, and inputs of 0 bytes.
 ZQ_API int SHA1Input(SHA1Context * pContext, unsigned char const * dBytes, std::size_t nBytes);
 
-/// Writes the digest of SHA1_HASH_SIZE bytes, the hash words in big-endian order, wipes the message from the context
-/// and returns a Sha1Status_e. A further call writes the same digest. On failure writes nothing.
+/// Writes the digest of SHA1_HASH_SIZE bytes, wipes the message from the context and returns a Sha1Status_e. The hash
+/// words are in big-endian order. A further call writes the same digest. On failure writes nothing.
 ZQ_API int SHA1Result(SHA1Context * pContext, unsigned char * dOutput);

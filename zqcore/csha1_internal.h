@@ -10,7 +10,7 @@ inline constexpr std::size_t SHA1_BLOCK_SIZE = 64;
 using Sha1Kernel_t = void (*)(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
 /// Hashes blocks as a Sha1Kernel_t, on every processor.
-void Sha1Plain(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
+void Sha1HashPlain(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
-/// Returns the kernel that uses the SHA instructions of the processor, or null if it has none.
+/// Returns the kernel that uses the SHA instructions of the processor, or null if the processor or the build has none.
 Sha1Kernel_t Sha1FindKernel();

@@ -15,6 +15,7 @@ ZQ_WRITTEN_ORDER
 namespace
 {
     // The hash words in registers: a to d with a in the highest lane, and e in the highest lane of another register.
+    // Within a block, E holds instead what Abcd was before the last four rounds: the next e follows from its a.
     struct State_s
     {
         __m128i Abcd;
@@ -34,7 +35,8 @@ namespace
         return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<__m128i const *>(pBytes)), Reverse);
     }
 
-    // Runs rounds 4 * GROUP to 4 * GROUP + 3. Replaces the row that they used by the row of four groups later.
+    // Runs rounds 4 * GROUP to 4 * GROUP + 3. Replaces the row that they used by the row of four groups later, if
+    // there is one.
     template <int GROUP>
     ZQ_TARGET_SHA ZQ_INLINE void FourRounds(State_s & State, Schedule_s & Schedule)
     {

@@ -10,7 +10,7 @@
 
 namespace
 {
-    constexpr int SPAN_FRAMES = 32;
+    constexpr int SPAN_FRAMES = 32;   // frames of a mean and of a peak
 
     constexpr char const * KIND_NAMES[] = { "TIMER_SERVER", "TIMER_SERVER_WORLDUPDATE", "TIMER_SERVER_NETWORK",
         "TIMER_CLIENT_WORLDUPDATE", "TIMER_CLIENT_SFXUPDATE", "TIMER_CLIENT_DISPATCHMSG", "TIMER_CLIENT_NETWORK",
@@ -54,7 +54,7 @@ namespace
         return eType >= 0 && eType < KINDS;
     }
 
-    // Returns the context, or null if this context or this kind does not exist.
+    // Returns the context. Asserts that context and kind exist, and returns null otherwise.
     SimpleProfile_t * Find(SimpleProfileContext_e eContext, SimpleProfileType_e eType)
     {
         ZQ_ASSERT_TEXT(IsContext(eContext), "eContext < SIMPLE_PROFILE_CONTEXT_TOTAL");

@@ -71,7 +71,7 @@ struct SimpleProfileInfo_t
 };
 
 /// Push and pop the context that SIMPLE_PROFILE_CONTEXT_CURRENT means. Only one thread may call them.
-/// - The push asserts that eContext is one of the three, and that at most 32 are pushed; otherwise it pushes nothing.
+/// - The push asserts that eContext is one of the three, and that at most 32 are pushed. Otherwise it pushes nothing.
 /// - A pop of an empty stack does nothing.
 ZQ_API void SimpleProfileContextPush(SimpleProfileContext_e eContext);
 ZQ_API void SimpleProfileContextPop();

@@ -1,7 +1,7 @@
 // csincos.h: a table of sines for lookups by integer angle.
 //
 // g_dSinTable[i] is the sine of i * 2 pi / 4096, for one whole turn. An angle in 16 bits, 65,536 to the turn, has the
-// entry [angle >> 4]. The cosine is the entry 1024 further, modulo 4096. ModuleSinCos_c fills the table; the
+// entry [angle >> 4]. The cosine is the entry 1024 further, modulo 4096. ModuleSinCos_c fills the table. The
 // application registers it (cmodule.h).
 //
 // Ownership: the table is static.
@@ -28,17 +28,6 @@ inline constexpr int SIN_TABLE_SIZE = 4096;
 /// Table of sines. Each entry is the nearest float to the sine of the nearest float to its angle, with pi as a float.
 extern ZQ_API std::array<float, SIN_TABLE_SIZE> g_dSinTable;
 
-/// Return the sine and the cosine of an angle in 65,536ths of a turn, rounded down to an entry of the table. Larger and
-/// negative angles wrap.
-inline float SinOfAngle(int iAngle)
-{
-    return g_dSinTable[static_cast<unsigned>(iAngle) >> 4 & (SIN_TABLE_SIZE - 1)];
-}
-inline float CosOfAngle(int iAngle)
-{
-    return g_dSinTable[((static_cast<unsigned>(iAngle) >> 4) + SIN_TABLE_SIZE / 4) & (SIN_TABLE_SIZE - 1)];
-}
-
 /// Module that fills the table when it is initialised.
 class ZQ_API ModuleSinCos_c : public Module_c
 {
@@ -54,3 +43,14 @@ public:
 protected:
     bool Initialize() override;
 };
+
+/// Return the sine and the cosine of an angle in 65,536ths of a turn, rounded down to an entry of the table. Larger and
+/// negative angles wrap.
+inline float SinOfAngle(int iAngle)
+{
+    return g_dSinTable[static_cast<unsigned>(iAngle) >> 4 & (SIN_TABLE_SIZE - 1)];
+}
+inline float CosOfAngle(int iAngle)
+{
+    return g_dSinTable[((static_cast<unsigned>(iAngle) >> 4) + SIN_TABLE_SIZE / 4) & (SIN_TABLE_SIZE - 1)];
+}

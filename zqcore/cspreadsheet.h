@@ -1,13 +1,13 @@
 // cspreadsheet.h: delimited text as a table with a cursor.
 //
-// Open reads a whole file. The first row that is not empty names the columns; the others are data. A cursor of one row
+// Open reads a whole file. The first row that is not empty names the columns. The others are data. A cursor of one row
 // and one column moves over them. Names and values compare without regard to ASCII case.
 //
 // - A cell is the text between separators, blanks included, or a text in double quotes. In quotes a doubled quote means
 //   one quote, and separators are text.
 // - Outside quotes, control characters below 0x20 that are not separators end a cell, so a carriage return at the end
 //   of a row is no part of a cell. A cell with text on both sides of one is an error.
-// - Empty rows are skipped. Each row ends with the row separator; only a cell separator may be the file's last
+// - Empty rows are skipped. Each row ends with the row separator. Only a cell separator may be the file's last
 //   character instead.
 // - A cell holds 511 characters, a cell in quotes 24,575. A longer cell is cut and logged. A cell in quotes ends at the
 //   first NUL.
@@ -47,7 +47,7 @@ public:
     SpreadsheetRow_c(SpreadsheetRow_c const &) = delete;
     SpreadsheetRow_c & operator=(SpreadsheetRow_c const &) = delete;
 
-    /// Appends a copy of the text; null counts as empty. Invalidates texts that GetCell returned before.
+    /// Appends a copy of the text. Null counts as empty. Invalidates texts that GetCell returned before.
     void AddCell(char const * sText);
 
     /// Returns the text of a cell. Asserts that 0 <= iCell < GetCellCount(), and returns an empty text otherwise.
@@ -96,12 +96,13 @@ public:
     Spreadsheet_c(Spreadsheet_c const &) = delete;
     Spreadsheet_c & operator=(Spreadsheet_c const &) = delete;
 
-    /// Read a file by name and return true. pFmt names other separators than line feed and comma; null means these. The
+    /// Read a file by name and return true. pFmt names other separators than line feed and comma. Null means these. The
     /// cursor is on the first row, if there is one, and on no column. Return false, with a line in the log, in the
     /// cases below. A closed spreadsheet then stays closed, and an open one keeps its contents.
     /// - the spreadsheet is open already.
     /// - the name is null.
     /// - the file cannot be opened or read.
+    /// - a failed Refresh has left the open file without contents. This case logs no line.
     /// - the file is in UTF-16.
     /// - the file has no row, or an error after the head.
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
@@ -135,8 +136,8 @@ public:
     /// but never fewer.
     int GetColumnCount() const { return m_pHead ? m_pHead->GetCellCount() : 0; }
 
-    /// Select a column and return true. Return false and select no column if there is none; MoveToNextColumn also
-    /// without a current column. The forward search starts after the current column, so it finds each of several
+    /// Select a column and return true. Return false and select no column if there is none. MoveToNextColumn does so
+    /// also without a current column. The forward search starts after the current column, so it finds each of several
     /// columns that share a name. Without a current column it starts at the first.
     bool MoveToFirstColumn();
     bool MoveToNextColumn();
@@ -147,7 +148,8 @@ public:
     char const * GetCurrentColumn() const;
 
     /// Move to the first row, or to the next row after the current one, whose cell in that column has this value, and
-    /// return true. Return false and select neither row nor column if there is none.
+    /// return true. Return false and select neither row nor column if there is none. FindNextCell does so also without
+    /// a current row.
     bool FindFirstCell(char const * sColumn, char const * sValue);
     bool FindNextCell(char const * sColumn, char const * sValue);
 
@@ -166,8 +168,8 @@ public:
     /// - iBufLength is below 1.
     bool Get(char const * sName, char * pBuffer, int iBufLength);
 
-    /// Moves to the column and reads the number at the start of its cell, in the form of the "C" locale; a text without
-    /// one is 0, and one too large for a float is infinite. Returns false, with fValue unchanged, if the cell is
+    /// Moves to the column and reads the number at the start of its cell, in the form of the "C" locale. A text without
+    /// one is 0. A number too large for a float is infinite. Returns false, with fValue unchanged, if the cell is
     /// missing or empty.
     bool Get(char const * sName, float & fValue);
 
@@ -186,11 +188,11 @@ public:
         return szCell && TextPut(sValue, szCell) && (bFits || !Refuse(sName, "the text is cut in column"));
     }
     template <Integer_T T>
-    bool Get(char const * sName, T & value)
+    bool Get(char const * sName, T & iValue)
     {
         char const * const szCell = GetCell(sName);
         return szCell && *szCell
-               && (WholeFromText(szCell, value) == WholeNumber_e::Good
+               && (WholeFromText(szCell, iValue) == WholeNumber_e::Good
                    || Refuse(sName, "there is no whole number in the range of column"));
     }
     bool Get(char const * sName, double & fValue);

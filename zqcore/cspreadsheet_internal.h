@@ -10,23 +10,23 @@
 class SpreadsheetParser_c
 {
 public:
-    /// Begins a text. Errors name szFile.
+    /// Begins a text of iLength bytes. Errors name szFile.
     SpreadsheetParser_c(char const * szFile, SpreadsheetFmtDesc_t const & Fmt, char const * pText, int iLength);
 
-    /// Reads the next row that is not empty into an empty Row, sets bError to whether it has an error, and returns
-    /// true. Returns false after the last one. After an error the next row begins after the token that stopped this
-    /// one.
+    /// Reads the next row that is not empty into Row, sets bError to whether that row has an error, and returns true.
+    /// After an error the next row begins after the token that stopped this one. Requires that Row is empty. Returns
+    /// false after the last row.
     bool ParseRow(SpreadsheetRow_c & Row, bool & bError);
 
     /// Returns the position of the first cell of the last row, in bytes from the start of the text after its byte
     /// order mark.
     std::size_t GetRowStart() const { return m_nRowStart; }
 
-    /// Reads the first row. Calls fnFound with the position of each cell, then with that of the row's end, in bytes
-    /// as GetRowStart does. Requires that the text begins with the row.
+    /// Reads the first row. Calls fnFound with the position of each cell, then with that of the row's end, as
+    /// GetRowStart counts them. Requires that the text begins with the row.
     void FindCells(std::function<void(std::size_t)> const & fnFound);
 
-    /// Returns the errors found so far.
+    /// Returns the last error, for the readers.
     TextErrors_c & GetErrors() { return m_Parser.m_Errors; }
 
 private:
@@ -36,7 +36,7 @@ private:
     void ReportOverflow();
     std::size_t GetRoom() const;
     bool Next() { return m_Parser.NextToken(m_Token); }
-    bool IsSymbol(char c) const { return m_Token.eKind == LAST_PARSED_SYMBOL && *m_Token.pText == c; }
+    bool IsSymbol(char cSymbol) const { return m_Token.eKind == LAST_PARSED_SYMBOL && *m_Token.pText == cSymbol; }
 
     SimpleTextParser_c m_Parser;
     SpreadsheetFmtDesc_t const m_Fmt;

@@ -150,7 +150,7 @@ std::size_t SpreadsheetRow_c::GetPackedSize() const
     return nNarrow <= NARROW_LIMIT ? nNarrow : GetTextSize() + nCells * sizeof(std::uint32_t);
 }
 
-// Returns a copy, padded to nCells, of the row and its block of nBlock bytes. The copy is at pMemory, in one piece.
+// Copies the row, padded to nCells, and its block of nBlock bytes to pMemory in one piece, and returns the copy.
 SpreadsheetRow_c * SpreadsheetRow_c::PackInto(void * pMemory, std::size_t nBlock, int nCells) const
 {
     auto * const pRow = new (pMemory) SpreadsheetRow_c;
@@ -210,8 +210,8 @@ void SpreadsheetParser_c::FindCells(std::function<void(std::size_t)> const & fnF
     fnFound(Offset());
 }
 
-// Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none, and
-// with bError set if the token after the cell is no separator.
+// Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none. Also
+// returns false, and sets bError, if the token after the cell is no separator.
 inline bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError)
 {
     bool const bQuoted = m_Token.eKind == LAST_PARSED_STRING;
@@ -253,7 +253,7 @@ inline void SpreadsheetParser_c::AddToken(SpreadsheetRow_c & Row)
     ReportOverflow();
 }
 
-// Reports a current token that is longer than the parser's buffer.
+// Reports the current token if it does not fit into the parser's buffer with a terminator.
 inline void SpreadsheetParser_c::ReportOverflow()
 {
     if (m_Token.GetLength() >= GetRoom())

@@ -13,7 +13,7 @@ namespace
     constexpr std::size_t VA_SIZE = 4096;
 
     // Returns eight characters in lower case. The additions set the top bit of each byte for "at least A" and "above
-    // Z"; their difference becomes the bit that makes a letter lower case.
+    // Z". Their difference becomes the bit that makes a letter lower case.
     std::uint64_t EightToLower(std::uint64_t nText)
     {
         std::uint64_t const nLow = nText & (EACH_BYTE * 0x7F);

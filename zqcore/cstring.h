@@ -2,7 +2,7 @@
 //
 // A String_T<N> is a plain char[N]: always terminated, N - 1 characters at most. A longer text is cut silently.
 // Comparison, order and hash depend on the text alone, so it serves as a key of standard containers. It converts to and
-// from std::string_view, and a std::string can be assigned to it. Case folding is ASCII and the same in every locale.
+// from std::string_view. A std::string can be assigned to it. Case folding is ASCII and the same in every locale.
 //
 // Buffers of callers: a function of any header that writes a text to a buffer with a size follows one rule, unless its
 // comment says otherwise.
@@ -42,7 +42,7 @@ public:
     /// Makes an empty string.
     String_T() { m_sText[0] = '\0'; }
 
-    /// Copies a text. Asserts that it is not null; a null makes an empty string.
+    /// Copies a text. Asserts that it is not null. A null makes an empty string.
     String_T(char const * sTxt);
 
     /// Copy a text. A view is copied up to its first NUL, if it has one.
@@ -85,7 +85,7 @@ public:
     /// Returns N: the characters that fit, plus the terminator.
     static constexpr int Capacity() { return N; }
 
-    /// Compare exactly, with any capacity. Assert that sTxt is not null; a null equals nothing.
+    /// Compare exactly, with any capacity. Assert that sTxt is not null. A null equals nothing.
     bool operator==(char const * sTxt) const;
     bool operator==(std::string_view sTxt) const { return std::string_view(*this) == sTxt; }
     template <int M>
@@ -94,7 +94,7 @@ public:
         return *this == static_cast<char const *>(Other);
     }
 
-    /// Order exactly, as strcmp does. Assert that sTxt is not null; a null comes first.
+    /// Order exactly, as strcmp does. Assert that sTxt is not null. A null comes first.
     std::strong_ordering operator<=>(char const * sTxt) const;
     std::strong_ordering operator<=>(std::string_view sTxt) const
     {
@@ -106,7 +106,7 @@ public:
         return *this <=> static_cast<char const *>(Other);
     }
 
-    /// Append what fits; operator+ appends to a copy. Assert that a C text is not null; a null appends nothing.
+    /// Append what fits, operator+ to a copy. Assert that a C text is not null. A null appends nothing.
     String_T & operator+=(char const * sTxt);
     String_T & operator+=(std::string_view sTxt) { return Put(std::strlen(m_sText), sTxt); }
     template <int M>
@@ -170,14 +170,14 @@ ZQ_PRINTF_TEXTS(ZQ_INLINE String_T<256>, return, NewString)
 ZQ_PRINTF_TEXTS(ZQ_INLINE char const *, return, Va)
 
 /// Return an ASCII letter in lower or in upper case, and other characters unchanged.
-constexpr char CharToLower(char c)
+constexpr char CharToLower(char cText)
 {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+    return cText >= 'A' && cText <= 'Z' ? static_cast<char>(cText + ('a' - 'A')) : cText;
 }
 
-constexpr char CharToUpper(char c)
+constexpr char CharToUpper(char cText)
 {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
+    return cText >= 'a' && cText <= 'z' ? static_cast<char>(cText - ('a' - 'A')) : cText;
 }
 
 /// Compare without regard to ASCII case, as if both were in lower case. Return a number below 0, 0 or above 0, as

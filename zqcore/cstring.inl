@@ -136,15 +136,15 @@ template <int N>
 String_T<N> String_T<N>::SubStr(int iStart, int iCount) const
 {
     auto const iLength = static_cast<long long>(Length());
-    auto const Clamp = [iLength](long long i) { return i < 0 ? 0 : i > iLength ? iLength : i; };
+    auto const Clamp = [iLength](long long iAt) { return iAt < 0 ? 0 : iAt > iLength ? iLength : iAt; };
     long long const iFrom = Clamp(iStart < 0 ? iLength + iStart : iStart);
     long long iEnd = Clamp(iCount >= 0 ? iFrom + iCount : iLength + iCount);
     iEnd = iEnd < iFrom ? iFrom : iEnd;
 
-    String_T Result;
-    std::memcpy(Result.m_sText, m_sText + iFrom, static_cast<std::size_t>(iEnd - iFrom));
-    Result.m_sText[iEnd - iFrom] = '\0';
-    return Result;
+    String_T sResult;
+    std::memcpy(sResult.m_sText, m_sText + iFrom, static_cast<std::size_t>(iEnd - iFrom));
+    sResult.m_sText[iEnd - iFrom] = '\0';
+    return sResult;
 }
 
 template <int N>

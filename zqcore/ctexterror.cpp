@@ -79,23 +79,23 @@ void TextErrors_c::Place(char const * pText, std::size_t nAt)
         m_nCounted = 0;
         m_iLine = m_iColumn = 1;
     }
-    char const * p = pText + m_nCounted;
+    char const * pNext = pText + m_nCounted;
     char const * const pEnd = pText + nAt;
-    while (p < pEnd)
+    while (pNext < pEnd)
     {
-        void const * const pFeed = std::memchr(p, '\n', static_cast<std::size_t>(pEnd - p));
+        void const * const pFeed = std::memchr(pNext, '\n', static_cast<std::size_t>(pEnd - pNext));
         if (!pFeed)
         {
             break;
         }
-        p = static_cast<char const *>(pFeed) + 1;
+        pNext = static_cast<char const *>(pFeed) + 1;
         ++m_iLine;
         m_iColumn = 1;
     }
-    for (; p < pEnd; ++p)
+    for (; pNext < pEnd; ++pNext)
     {
         constexpr unsigned REST_MASK = 0xC0, REST = 0x80;   // the bytes of a UTF-8 character after its first one
-        m_iColumn += (static_cast<unsigned char>(*p) & REST_MASK) != REST;
+        m_iColumn += (static_cast<unsigned char>(*pNext) & REST_MASK) != REST;
     }
     m_nCounted = nAt;
     m_Last.iLine = m_iLine;

@@ -2,7 +2,7 @@
 //
 // The text readers (SimpleTextParser_c, Spreadsheet_c, Warehouse_c, PropertyList_c, Script_c) report a failure by their
 // result and log the lines that their headers describe. Each also keeps its last error: GetLastError returns the file,
-// the line, the column and the reason. An error stays until the next error or the next opening; a success does not
+// the line, the column and the reason. An error stays until the next error or the next opening. A success does not
 // clear it. An error may also describe damage that does not fail a call, such as a cell that was cut or a damaged head.
 //
 // Ownership: a reader owns its last error.
@@ -39,7 +39,7 @@ struct TextError_t
 class TextErrors_c
 {
 public:
-    /// Returns the last error; IsSet is false if there was none.
+    /// Returns the last error, whose IsSet is false if there is none.
     TextError_t const & GetLast() const { return m_Last; }
 
     /// Begins another text, without an error. szFile is null for a text in memory.
@@ -48,8 +48,8 @@ public:
     /// Removes the error. The file stays.
     void Clear();
 
-    /// Sets an error without a place. szAbout may come from outside; the reason then ends in that text, quoted and
-    /// escaped.
+    /// Sets an error without a place. If szAbout is not null, the reason ends in that text, quoted and escaped, so it
+    /// may come from outside.
     void Set(char const * szReason, char const * szAbout = nullptr);
 
     /// Sets an error without a place, logs it if that is switched on, and returns false.
@@ -59,7 +59,7 @@ public:
     /// the previous place in that text, or in nAt if the new place is before it.
     void Place(char const * pText, std::size_t nAt);
 
-    /// Discards the previous place. Its reader calls it when the text has changed.
+    /// Discards the previous place. The reader calls it when the text has changed.
     void Recount() { m_pCounted = nullptr; }
 
     /// Logs the last error if that is switched on.
@@ -75,8 +75,8 @@ private:
     TextError_t m_Last;
     char const * m_pCounted = nullptr;   // text whose lines were counted, up to m_nCounted
     std::size_t m_nCounted = 0;
-    int m_iLine = 1;   // line of the byte at m_nCounted
-    int m_iColumn = 1;
+    int m_iLine = 1;     // line of the byte at m_nCounted
+    int m_iColumn = 1;   // column of that byte
 };
 
 /// Sets whether each error of a reader is also logged, as one line after the reader's own. It is off at start. The line

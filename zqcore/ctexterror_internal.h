@@ -6,12 +6,12 @@
 /// Text of a file for a reader.
 struct FileText_t
 {
-    char const * pText = nullptr;   // text after a byte order mark; null if the contents are not resident
-    int nText = 0;
-    char const * szRefused = nullptr;   // reason if the text cannot be read; pText is then null
+    char const * pText = nullptr;       // text after a byte order mark; null if not resident, or refused
+    int nText = 0;                      // bytes of the text
+    char const * szRefused = nullptr;   // why the text can't be read, or null
 };
 
-/// Skips the byte order mark of UTF-8. Returns null, or the reason if the text begins with the mark of UTF-16.
+/// Skips the byte order mark of UTF-8. Returns null, or why a text with the mark of UTF-16 can't be read.
 char const * TextSkipLongMark(char const *& pBegin, char const * pEnd);
 
 /// Skips the byte order mark as TextSkipLongMark does. An ASCII text costs one comparison.
@@ -22,7 +22,7 @@ inline char const * TextSkipMark(char const *& pBegin, char const * pEnd)
                                                                                : nullptr;
 }
 
-/// Returns the text of an open file, or why it cannot be read.
+/// Returns the text of an open file, or why it can't be read.
 inline FileText_t TextOfFile(File_c const & File)
 {
     auto const * pText = reinterpret_cast<char const *>(File.pData);

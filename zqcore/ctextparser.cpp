@@ -63,14 +63,14 @@ void SimpleTextParser_c::ClassifyCharacters()
 {
     for (int i = 0; i <= 0xFF; ++i)
     {
-        auto const c = static_cast<unsigned char>(i);
-        int const iKind = m_setString.IsHere(c)        ? LAST_PARSED_STRING
-                          : m_setWordFirst.IsHere(c)   ? LAST_PARSED_WORD
-                          : m_setNumberFirst.IsHere(c) ? LAST_PARSED_NUMBER
-                          : m_setSymbol.IsHere(c)      ? LAST_PARSED_SYMBOL
-                                                       : LAST_PARSED_NOTHING;
-        m_dClasses[c] = static_cast<unsigned char>(iKind | (m_setWordRest.IsHere(c) ? text::CLASS_WORD_REST : 0)
-                                                   | (m_setNumberRest.IsHere(c) ? text::CLASS_NUMBER_REST : 0));
+        auto const cChar = static_cast<unsigned char>(i);
+        int const iKind = m_setString.IsHere(cChar)        ? LAST_PARSED_STRING
+                          : m_setWordFirst.IsHere(cChar)   ? LAST_PARSED_WORD
+                          : m_setNumberFirst.IsHere(cChar) ? LAST_PARSED_NUMBER
+                          : m_setSymbol.IsHere(cChar)      ? LAST_PARSED_SYMBOL
+                                                           : LAST_PARSED_NOTHING;
+        m_dClasses[cChar] = static_cast<unsigned char>(iKind | (m_setWordRest.IsHere(cChar) ? text::CLASS_WORD_REST : 0)
+                                                       | (m_setNumberRest.IsHere(cChar) ? text::CLASS_NUMBER_REST : 0));
     }
 }
 
@@ -208,7 +208,7 @@ void SimpleTextParser_c::LogNotOpened() const
     Refuse("SimpleTextParser_c::ParseNext : text wasn't opened.", NO_TEXT);
 }
 
-// Returns the start of a token, the delimiter of a string included.
+// Returns the offset in bytes of a token's start in the text, the delimiter of a string included.
 std::size_t SimpleTextParser_c::GetOffset(LAST_PARSED eKind, char const * pText) const
 {
     return static_cast<std::size_t>(pText - m_pBegin) - (eKind == LAST_PARSED_STRING);

@@ -25,15 +25,15 @@ class CharacterSet_c
 {
 public:
     /// Add or remove a value.
-    void AddChar(unsigned char c) { m_dFlags[c] = true; }
-    void RemoveChar(unsigned char c) { m_dFlags[c] = false; }
+    void AddChar(unsigned char cChar) { m_dFlags[cChar] = true; }
+    void RemoveChar(unsigned char cChar) { m_dFlags[cChar] = false; }
 
     /// Add or remove a range, both ends included. Do nothing if the first is above the last.
     void AddChar(unsigned char cFirst, unsigned char cLast) { SetRange(cFirst, cLast, true); }
     void RemoveChar(unsigned char cFirst, unsigned char cLast) { SetRange(cFirst, cLast, false); }
 
     /// Returns whether the value is in the set.
-    bool IsHere(unsigned char c) const { return m_dFlags[c]; }
+    bool IsHere(unsigned char cChar) const { return m_dFlags[cChar]; }
 
     /// Empties the set.
     ZQ_API void Clear();
@@ -74,7 +74,7 @@ struct TextToken_t;
 class ZQ_API SimpleTextParser_c
 {
 public:
-    /// Sizes of the buffers in bytes. A token keeps one character less; a longer one is cut with a line in the log.
+    /// Sizes of the buffers in bytes. A token keeps one character less. A longer one is cut with a line in the log.
     static constexpr int WORD_SIZE = 0x200;
     static constexpr int STRING_SIZE = 0x6000;
     static constexpr int NUMBER_SIZE = 128;

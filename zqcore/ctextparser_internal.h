@@ -3,7 +3,7 @@
 
 #include "zqcore/ctextparser.h"
 
-/// Token in the text. A string excludes its delimiters; doubled ones inside it are still doubled.
+/// Token in the text. A string excludes its delimiters. Doubled ones inside it are still doubled.
 struct TextToken_t
 {
     LAST_PARSED eKind = LAST_PARSED_NOTHING;
@@ -26,14 +26,15 @@ namespace text
         CLASS_NUMBER_REST = 16
     };
 
-    /// Returns the first character in p to pEnd that has none of the class bits dwClasses, or pEnd.
-    inline char const * SkipClass(unsigned char const * pClasses, unsigned dwClasses, char const * p, char const * pEnd)
+    /// Returns the first character in pNext to pEnd that has none of the class bits dwClasses, or pEnd.
+    inline char const * SkipClass(
+        unsigned char const * pClasses, unsigned dwClasses, char const * pNext, char const * pEnd)
     {
-        while (p < pEnd && (pClasses[static_cast<unsigned char>(*p)] & dwClasses))
+        while (pNext < pEnd && (pClasses[static_cast<unsigned char>(*pNext)] & dwClasses))
         {
-            ++p;
+            ++pNext;
         }
-        return p;
+        return pNext;
     }
 }
 
@@ -41,17 +42,17 @@ namespace text
 /// logs a line.
 inline bool SimpleTextParser_c::NextToken(TextToken_t & Token)
 {
-    auto const KindOf = [this](char c)
-    { return static_cast<LAST_PARSED>(m_dClasses[static_cast<unsigned char>(c)] & text::CLASS_KIND); };
+    auto const fnKindOf = [this](char cChar)
+    { return static_cast<LAST_PARSED>(m_dClasses[static_cast<unsigned char>(cChar)] & text::CLASS_KIND); };
 
-    char const * p = m_pPos;
-    while (p < m_pEnd && KindOf(*p) == LAST_PARSED_NOTHING)
+    char const * pNext = m_pPos;
+    while (pNext < m_pEnd && fnKindOf(*pNext) == LAST_PARSED_NOTHING)
     {
-        ++p;
+        ++pNext;
     }
-    m_pPos = p;
+    m_pPos = pNext;
     Token.eKind = LAST_PARSED_NOTHING;
-    if (p == m_pEnd)
+    if (pNext == m_pEnd)
     {
         if (!m_pBegin)
         {
@@ -59,38 +60,38 @@ inline bool SimpleTextParser_c::NextToken(TextToken_t & Token)
         }
         return false;
     }
-    m_cFirstChar = *p;
-    Token.eKind = KindOf(*p++);
-    Token.pText = p - 1;
+    m_cFirstChar = *pNext;
+    Token.eKind = fnKindOf(*pNext++);
+    Token.pText = pNext - 1;
     Token.nDoubled = 0;
     switch (Token.eKind)
     {
     case LAST_PARSED_WORD:
-        p = text::SkipClass(m_dClasses, text::CLASS_WORD_REST, p, m_pEnd);
+        pNext = text::SkipClass(m_dClasses, text::CLASS_WORD_REST, pNext, m_pEnd);
         break;
     case LAST_PARSED_NUMBER:
-        p = text::SkipClass(m_dClasses, text::CLASS_NUMBER_REST, p, m_pEnd);
+        pNext = text::SkipClass(m_dClasses, text::CLASS_NUMBER_REST, pNext, m_pEnd);
         break;
     case LAST_PARSED_STRING:
-        Token.pText = p;
-        for (;; p += 2, ++Token.nDoubled)
+        Token.pText = pNext;
+        for (;; pNext += 2, ++Token.nDoubled)
         {
-            while (p < m_pEnd && KindOf(*p) != LAST_PARSED_STRING)
+            while (pNext < m_pEnd && fnKindOf(*pNext) != LAST_PARSED_STRING)
             {
-                ++p;
+                ++pNext;
             }
-            if (m_pEnd - p < 2 || KindOf(p[1]) != LAST_PARSED_STRING)
+            if (m_pEnd - pNext < 2 || fnKindOf(pNext[1]) != LAST_PARSED_STRING)
             {
                 break;
             }
         }
-        Token.nText = static_cast<std::size_t>(p - Token.pText);
-        m_pPos = p + (p < m_pEnd);
+        Token.nText = static_cast<std::size_t>(pNext - Token.pText);
+        m_pPos = pNext + (pNext < m_pEnd);
         return true;
     default:
         break;
     }
-    Token.nText = static_cast<std::size_t>(p - Token.pText);
-    m_pPos = p;
+    Token.nText = static_cast<std::size_t>(pNext - Token.pText);
+    m_pPos = pNext;
     return true;
 }

@@ -43,7 +43,7 @@ concept TextObject_T = PrintfText_T<T> && requires(T & sText, char const * szTex
 template <typename T, typename... OTHERS>
 inline constexpr bool IS_NONE_OF = (!std::same_as<T, OTHERS> && ...);
 
-/// Integers: all types but bool and characters. std::int8_t and std::uint8_t are integers.
+/// Integer type: any but bool and those of characters. std::int8_t and std::uint8_t are integers.
 template <typename T>
 concept Integer_T = std::integral<T> && IS_NONE_OF<T, bool, char, wchar_t, char8_t, char16_t, char32_t>;
 
@@ -82,7 +82,8 @@ struct EnumName_T
 template <typename ENUM>
 using EnumNames_T = std::type_identity_t<std::span<EnumName_T<ENUM> const>>;
 
-/// Returns the number of characters that a text object can hold. A class with a static Capacity() has a limit.
+/// Returns the number of characters that a text object can hold: Capacity() - 1, or the largest int if the class has no
+/// such static function.
 template <TextObject_T TEXT>
 constexpr int TextMost()
 {
@@ -96,7 +97,7 @@ constexpr int TextMost()
     }
 }
 
-/// Copies a text to a text object and returns true. A null empties the object and returns false.
+/// Copies a text to a text object and returns true. If szFrom is null, empties the object and returns false.
 template <TextObject_T TEXT>
 bool TextPut(TEXT & sTo, char const * szFrom)
 {
@@ -109,7 +110,7 @@ bool TextPut(TEXT & sTo, char const * szFrom)
 /// is not null.
 ZQ_API WholeNumber_e WholeFromText(char const * szText, WholeRange_t const & Range, std::uint64_t & iBits);
 
-/// Does the same for an integer of any type.
+/// Does the same for an integer of any type, with the range of that type.
 template <Integer_T T>
 WholeNumber_e WholeFromText(char const * szText, T & iValue)
 {

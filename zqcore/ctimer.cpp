@@ -7,7 +7,7 @@ namespace
     constexpr unsigned COARSE_PERIOD = 1;   // milliseconds requested of the coarse clock
     constexpr std::uint32_t MEASURE_MILLISECONDS = 1000;
 
-    // Written on the main thread, in ModuleTimer_c::Initialize and at the first calls of longTimeGetPassed and
+    // The main thread writes these, in ModuleTimer_c::Initialize and at the first calls of longTimeGetPassed and
     // shortTimeGetSec.
     bool g_bHighResolution = false;
     std::int64_t g_nFrequency = 0;   // ticks of the good clock in a second

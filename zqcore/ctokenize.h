@@ -16,7 +16,7 @@
 #include "zqcore/carray.h"
 #include "zqcore/cstring.h"
 
-/// Append the pieces of the text to the array. szSeparators is a set of characters; null means the blank.
+/// Append the pieces of the text to the array. szSeparators is a set of characters. Null means the blank.
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 10, 0> & dOut, char const * szSeparators);
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 1024, 0> & dOut, char const * szSeparators);
 

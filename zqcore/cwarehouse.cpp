@@ -19,6 +19,12 @@ namespace
 
     constexpr double ULONG_LIMIT = 4294967295.0;   // highest unsigned long that Get returns, the same on every machine
 
+    // Returns a column's name as messages show it.
+    char const * ShownName(char const * sColumn)
+    {
+        return sColumn ? sColumn : "nullptr";
+    }
+
     // Returns whether a number in range filled the whole text. An empty text counts as 0.
     bool IsWhole(NumberEnd_t const & End)
     {
@@ -288,7 +294,7 @@ char const * Warehouse_c::NumberCell(char const * sColumn) const
     return szCell;
 }
 
-// Returns the cell for a Get of a text, and reports one of more than nMost characters. If there is no such column,
+// Returns the cell for a Get of a text, and reports one of more than nMost bytes. Without the column or a work line,
 // stores the error and returns null.
 char const * Warehouse_c::TextCell(char const * sColumn, int nMost) const
 {
@@ -305,7 +311,7 @@ char const * Warehouse_c::TextCell(char const * sColumn, int nMost) const
     return szCell ? szCell : "";
 }
 
-// Reads the cell as a whole number of a range.
+// Reads the cell as a whole number of a range. If it is none, stores the error and returns false.
 bool Warehouse_c::GetWhole(char const * sColumn, WholeRange_t const & Range, std::uint64_t & iBits) const
 {
     char const * const szCell = NumberCell(sColumn);
@@ -465,7 +471,7 @@ bool Warehouse_c::LogNotFound(char const * sColumn) const
     {
         String_T<256> sName;
         GetFileName(sName);
-        LogEscaped("%s: Not found column '%s'", sName.CStr(), sColumn ? sColumn : "nullptr");
+        LogEscaped("%s: Not found column '%s'", sName.CStr(), ShownName(sColumn));
     }
     KeepError(m_Work.IsEmpty() ? "without a work line there is no column" : "there is no column", sColumn);
     return false;
@@ -477,7 +483,7 @@ bool Warehouse_c::LogInvalid(char const * sColumn, char const * szReason) const
     {
         String_T<256> sName;
         GetFileName(sName);
-        LogEscaped("%s: Invalid data in column '%s' line %d", sName.CStr(), sColumn ? sColumn : "nullptr", m_nLine);
+        LogEscaped("%s: Invalid data in column '%s' line %d", sName.CStr(), ShownName(sColumn), m_nLine);
     }
     KeepError(szReason, sColumn);
     return false;
@@ -485,7 +491,7 @@ bool Warehouse_c::LogInvalid(char const * sColumn, char const * szReason) const
 
 void Warehouse_c::KeepError(char const * szReason, char const * sColumn) const
 {
-    m_Errors.Set(szReason, sColumn ? sColumn : "nullptr");
+    m_Errors.Set(szReason, ShownName(sColumn));
     m_ErrorText = m_Work.IsEmpty() ? Text_s{} : m_Worked;
     m_nErrorLine = m_nWork;
     m_iErrorColumn = sColumn ? std::max(FindColumn(sColumn), 0) : 0;

@@ -3,18 +3,18 @@
 // A table is a text or CSV file. Each line describes one item. Its first column is the item's identifier, its ident. A
 // line that starts with @head names the columns. The warehouse keeps the file's bytes and two lines, the header and the
 // work line, and scans the text again for every search. Idents and column names compare without regard to ASCII case.
-// UTF-8's byte order mark at the start is skipped; a file in UTF-16 is refused.
+// UTF-8's byte order mark at the start is skipped. A file in UTF-16 is refused.
 //
 // A warehouse is closed until Open succeeds, then open until the next Open or the destructor. On a closed one every
-// search fails, and every column is missing. If an open file is refreshed, the next search sees the new text; the
-// header stays as it was, and a walk of NextIdent ends.
+// search fails, and every column is missing. If an open file is refreshed, the next search sees the new text. The
+// header stays as it was. A walk of NextIdent ends.
 //
 // Texts are written to buffers by the rule of cstring.h, and to text objects (ctextvalue.h). Both are emptied first.
 //
 // Ownership: the warehouse owns its file or its copy of the text. An open file requires that the warehouse ends before
 // ModuleFile_c shuts down. Texts are copied to the caller.
 // Threads: one thread for each warehouse. Open belongs to the main thread, as the table of files does (cfile.h).
-// Cost: a search is linear in the file; skipping lines allocates nothing. The work line allocates its cells. The Get
+// Cost: a search is linear in the file. Skipping lines allocates nothing. The work line allocates its cells. The Get
 // functions allocate nothing, but a std::string may. Counting the place of an error allocates the cells before it:
 // GetLastError does, and a Get that fails while SetTextErrorLog is on.
 // Failure: calls return false and leave the caller's number unchanged. GetLastError has the place.
@@ -53,8 +53,10 @@ public:
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO,
         char const * sClientHeader = nullptr, char const * sSeparators = nullptr);
 
-    /// Returns why the last Open or Get failed, with the place of the cell in the file, or that a Get has cut a text.
-    /// Searches set no error. The place is unknown if a refresh has changed the text after the line was read.
+    /// Returns the error of the last Get since Open that failed or cut a text, or else that of Open. Searches set no
+    /// error. A Get's error has the place of the cell, or of the line if there is no such column. It has no place:
+    /// - without a work line.
+    /// - if a refresh has changed the text after the line was read.
     ZQ_API TextError_t const & GetLastError() const;
 
     /// Write the key of the open file. Return false if there is none, which is always so with bCopy. Here and below,
@@ -79,8 +81,8 @@ public:
         return GetWorkIdent(sIdent);
     }
 
-    /// Make the first line with this ident the work line. Return false, without a work line, if there is none. Do not
-    /// disturb a walk with NextIdent. Assert that the ident is not null.
+    /// Make the first line with this ident the work line and return true. Do not disturb a walk with NextIdent. Assert
+    /// that the ident is not null. Return false, without a work line, if there is none or if it is a header line.
     ZQ_API bool FindIdent(char const * sIdent);
     bool SetWorkIdent(char const * sIdent) { return FindIdent(sIdent); }
 
@@ -93,8 +95,8 @@ public:
         return TextPut(sIdent, WorkIdent());
     }
 
-    /// Returns the length of the work line's cell, 0 for an empty cell, or -1 without a work line or such a column.
-    /// Here and below, asserts that the column's name is not null.
+    /// Returns the length in bytes of the work line's cell, 0 for an empty cell, or -1 without a work line or such a
+    /// column. Here and below, asserts that the column's name is not null.
     ZQ_API int GetLength(char const * sColumn) const;
 
     /// Sets whether a Get that fails or cuts a text is logged, with the file (empty with bCopy) and the column. It is
@@ -102,10 +104,12 @@ public:
     /// may differ from the work line's, which GetLastError has.
     void LogColName(bool bLog) { m_bLogColName = bLog; }
 
-    /// Read the work line's cell as a number. Return true if the cell is a whole number, or for double and float any
-    /// number, in the type's range; otherwise the value stays. Numbers have the form that strtol (base 10) and strtod
-    /// accept in the "C" locale, and nothing follows them in the cell. Infinities, NaNs and numbers too small for a
-    /// normal double are out of range. An empty cell is not a number, but one that begins with a NUL reads as 0.
+    /// Read the work line's cell as a whole number, or for double and float as any number, in the type's range, and
+    /// return true. Otherwise return false and leave the value.
+    ///
+    /// Numbers have the form that strtol (base 10) and strtod accept in the "C" locale. Nothing follows them in the
+    /// cell. Infinities, NaNs and numbers too small for a normal double are out of range. An empty cell is no number. A
+    /// cell that begins with a NUL reads as 0.
     ZQ_API bool Get(char const * sColumn, long & value) const;
     ZQ_API bool Get(char const * sColumn, double & value) const;
     ZQ_API bool Get(char const * sColumn, float & value) const;
@@ -138,15 +142,15 @@ public:
                && (EnumFromName(szCell, eValue, dNames) || LogInvalid(sColumn, "there is no known name in column"));
     }
 
-    /// Reads the work line's cell as a whole number; value becomes true unless the number is 0. Returns false as the
-    /// other forms do.
+    /// Reads the work line's cell as a whole number in the range of long. Sets value to whether the number is not 0.
+    /// Returns false as the other forms do.
     ZQ_API bool Get(char const * sColumn, bool & value) const;
 
     /// Reads the work line's cell as a number from 0 to 4294967295, truncated toward zero. Returns false as the other
     /// forms do.
     ZQ_API bool Get(char const * sColumn, unsigned long & value) const;
 
-    /// Read the work line's cell as text; an empty cell is an empty text. Return false without a work line or such a
+    /// Read the work line's cell as text. An empty cell is an empty text. Return false without a work line or such a
     /// column. Return true for a text that is cut too: GetLastError says so, and the log if LogColName switched that
     /// on. Nothing cuts a std::string.
     ZQ_API bool Get(char const * sColumn, char * sResult, int nMaxLength) const;
@@ -156,7 +160,7 @@ public:
         return TextPut(sResult, TextCell(sColumn, TextMost<TEXT>()));
     }
 
-    /// Reads a pair written as 12-34. Leading minus signs are skipped. A part that is not a number is 0; one out of
+    /// Reads a pair written as 12-34. Leading minus signs are skipped. A part that is not a number is 0. A part out of
     /// range is the nearest int. Reads at most 255 characters. Returns false as the other forms do, also without two
     /// parts.
     ZQ_API bool Get(char const * sColumn, int & iFirst, int & iSecond) const;
@@ -201,11 +205,11 @@ private:
     Text_s m_Worked;                  // text that the work line was read from
     int m_nWork = 0;                  // start of the work line in m_Worked
     char const * m_pData = nullptr;   // text, not null while the warehouse is open
-    int m_nLength = 0;
+    int m_nLength = 0;                // bytes of m_pData
     bool m_bCopy;
     bool m_bLogColName = false;
 
-    /// Last error. Its place is counted only when the caller asks for it, since a Get may fail in normal use.
+    /// Last error. Its place is counted only for GetLastError or the log, since a Get may fail in normal use.
     mutable TextErrors_c m_Errors;
     mutable Text_s m_ErrorText;     // text of an error whose place is not counted yet
     mutable int m_nErrorLine = 0;   // start of the error's line

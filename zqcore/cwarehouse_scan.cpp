@@ -40,17 +40,17 @@ namespace
         }
     };
 
-    // Returns whether a column of nBytes equals a text, in any case. The column ends at its first NUL.
+    // Returns whether a column of nBytes equals a text without regard to case. The column ends at its first NUL.
     bool EqualsNoCase(char const * pColumn, int nBytes, char const * szText)
     {
         for (int i = 0; i < nBytes; ++i)
         {
-            char const c = CharToLower(pColumn[i]);
-            if (c != CharToLower(szText[i]))
+            char const cLower = CharToLower(pColumn[i]);
+            if (cLower != CharToLower(szText[i]))
             {
                 return false;
             }
-            if (c == '\0')
+            if (cLower == '\0')
             {
                 return true;
             }
@@ -58,9 +58,9 @@ namespace
         return szText[nBytes] == '\0';
     }
 
-    constexpr bool IsBlank(char c)
+    constexpr bool IsBlank(char cText)
     {
-        return c == ' ' || c == '\t' || c == '\r';
+        return cText == ' ' || cText == '\t' || cText == '\r';
     }
 
     // Returns the length without trailing blanks.
@@ -143,7 +143,7 @@ bool WarehouseLine_c::IsNull(int iColumn) const
     return iColumn < 0 || iColumn >= iLength || !pData[iColumn];
 }
 
-// Classes of each byte, as a table.
+// Table of the classes of each byte.
 class WarehouseScan_t::Classes_c
 {
 public:
@@ -165,15 +165,15 @@ public:
         }
     }
 
-    bool Is(char c, unsigned dwClasses) const { return m_dClasses[static_cast<unsigned char>(c)] & dwClasses; }
+    bool Is(char cText, unsigned dwClasses) const { return m_dClasses[static_cast<unsigned char>(cText)] & dwClasses; }
 
 private:
-    void Add(char c, Class_e eClass) { m_dClasses[static_cast<unsigned char>(c)] |= eClass; }
+    void Add(char cText, Class_e eClass) { m_dClasses[static_cast<unsigned char>(cText)] |= eClass; }
 
     unsigned char m_dClasses[256] = {};
 };
 
-// Place up to which the data is known to hold no double quote, so that each byte is searched only once.
+// Position up to which the data are known to hold no double quote, so that each byte is searched only once.
 class WarehouseScan_t::QuoteWatch_c
 {
 public:
@@ -181,7 +181,7 @@ public:
         : m_Scan(Scan)
     {}
 
-    // Returns whether there is no quote from nFrom to nTo. Requires calls with rising nFrom.
+    // Returns whether there is no quote from nFrom to below nTo. Requires calls with rising nFrom.
     bool IsFree(int nFrom, int nTo)
     {
         constexpr int SEARCH_LEAST = 4096;   // a short line is not worth a search of its own
@@ -219,9 +219,9 @@ void WarehouseScan_t::SetSeparators(char const * szSeparators)
     sSeparators = szSeparators ? szSeparators : WAREHOUSE_TEXT_SEPARATORS;
 }
 
-bool WarehouseScan_t::IsSeparator(char c) const
+bool WarehouseScan_t::IsSeparator(char cText) const
 {
-    return std::strchr(sSeparators, c) != nullptr;   // strchr finds the terminator too
+    return std::strchr(sSeparators, cText) != nullptr;   // strchr finds the terminator too
 }
 
 bool WarehouseScan_t::GetLine(WarehouseLine_c * pResult)
@@ -315,7 +315,7 @@ void WarehouseScan_t::SkipRest(Classes_c const & Classes, QuoteWatch_c & Watch)
         int const nEnd = Find('\n', nPos);
         if (Watch.IsFree(nPos, nEnd))
         {
-            nPos = After(nEnd);
+            nPos = PlaceAfter(nEnd);
             return;
         }
     }
@@ -338,17 +338,17 @@ bool WarehouseScan_t::StepText(Classes_c const & Classes, SINK & Sink)
         ++nPos;
     }
     int const nStart = nPos;
-    char const c = GetChar();
-    if (c == '\n')
+    char const cFirst = GetChar();
+    if (cFirst == '\n')
     {
         return false;
     }
-    if (c == '#')
+    if (cFirst == '#')
     {
         SkipComment();
         return false;
     }
-    if (c == '"')
+    if (cFirst == '"')
     {
         while (nPos < nLength && pLine[nPos] != '"' && pLine[nPos] != '\r' && pLine[nPos] != '\n')
         {
@@ -372,26 +372,26 @@ template <typename SINK>
 bool WarehouseScan_t::StepCsv(Classes_c const & Classes, SINK & Sink)
 {
     int const nStart = nPos;
-    char const c = GetChar();
-    if (c == '\n')
+    char const cFirst = GetChar();
+    if (cFirst == '\n')
     {
         return false;
     }
-    if (IsBlank(c))
+    if (IsBlank(cFirst))
     {
         return true;
     }
-    if (c == '#')
+    if (cFirst == '#')
     {
         SkipComment();
         return false;
     }
-    if (c == '"')
+    if (cFirst == '"')
     {
-        QuotedCell(Classes, Sink);
+        ReadQuotedCell(Classes, Sink);
         return true;
     }
-    if (Classes.Is(c, Classes_c::SEPARATOR))
+    if (Classes.Is(cFirst, Classes_c::SEPARATOR))
     {
         Sink.Add(nullptr, 0);
         return true;
@@ -404,7 +404,7 @@ bool WarehouseScan_t::StepCsv(Classes_c const & Classes, SINK & Sink)
 
 // Reads a quoted cell after its opening quote, with the blanks and the separator that follow it.
 template <typename SINK>
-void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
+void WarehouseScan_t::ReadQuotedCell(Classes_c const & Classes, SINK & Sink)
 {
     int const nStart = nPos;
     int nEnd = Find('"', nPos);
@@ -413,7 +413,7 @@ void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
     {
         nEnd = Find('"', nEnd + 2);
     }
-    nPos = After(nEnd);
+    nPos = PlaceAfter(nEnd);
     m_nOpenQuote = nEnd < nLength ? m_nOpenQuote : nStart - 1;
     if (!bEscaped)
     {
@@ -422,7 +422,7 @@ void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
     }
     else if constexpr (SINK::WANTS_TEXT)
     {
-        EscapedCell(nStart, nEnd, Sink);
+        PassEscapedCell(nStart, nEnd, Sink);
     }
     while (nPos < nLength && IsBlank(pLine[nPos]))
     {
@@ -433,7 +433,7 @@ void WarehouseScan_t::QuotedCell(Classes_c const & Classes, SINK & Sink)
 
 // Passes the sink a cell in which double quotes are doubled.
 template <typename SINK>
-void WarehouseScan_t::EscapedCell(int nStart, int nEnd, SINK & Sink)
+void WarehouseScan_t::PassEscapedCell(int nStart, int nEnd, SINK & Sink)
 {
     char dCell[WAREHOUSE_CELL_SIZE];
     int nCell = 0;
@@ -449,7 +449,7 @@ void WarehouseScan_t::EscapedCell(int nStart, int nEnd, SINK & Sink)
 
 void WarehouseScan_t::SkipComment()
 {
-    nPos = After(Find('\n', nPos));
+    nPos = PlaceAfter(Find('\n', nPos));
 }
 
 void WarehouseScan_t::SkipSeparator(Classes_c const & Classes)
@@ -460,23 +460,23 @@ void WarehouseScan_t::SkipSeparator(Classes_c const & Classes)
     }
 }
 
-// Returns the place of the next such byte, or nLength.
-int WarehouseScan_t::Find(char c, int nFrom) const
+// Returns the position of the next such byte from nFrom on, or nLength.
+int WarehouseScan_t::Find(char cText, int nFrom) const
 {
-    void const * const pFound = std::memchr(pLine + nFrom, c, static_cast<std::size_t>(nLength - nFrom));
+    void const * const pFound = std::memchr(pLine + nFrom, cText, static_cast<std::size_t>(nLength - nFrom));
     return pFound ? static_cast<int>(static_cast<char const *>(pFound) - pLine) : nLength;
 }
 
-// Returns the place of the next byte of one of the classes, or nLength.
+// Returns the position of the next byte of one of the classes from nFrom on, or nLength.
 int WarehouseScan_t::FindClass(Classes_c const & Classes, unsigned dwClasses, int nFrom) const
 {
     char const * const pEnd = pLine + nLength;
-    char const * p = pLine + nFrom;
-    while (p < pEnd && !Classes.Is(*p, dwClasses))
+    char const * pNext = pLine + nFrom;
+    while (pNext < pEnd && !Classes.Is(*pNext, dwClasses))
     {
-        ++p;
+        ++pNext;
     }
-    return static_cast<int>(p - pLine);
+    return static_cast<int>(pNext - pLine);
 }
 
 WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * sFileName)

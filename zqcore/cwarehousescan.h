@@ -8,7 +8,7 @@
 //
 // Ownership: the caller keeps the bytes. A line owns its columns, each a heap block of its own.
 // Threads: one thread for each scan and each line.
-// Cost: linear in the bytes scanned. Reading a line allocates its columns; skipping lines (FindLine, NextItem)
+// Cost: linear in the bytes scanned. Reading a line allocates its columns. Skipping lines (FindLine, NextItem)
 // allocates nothing.
 // Failure: a call returns false at the end of the data.
 //
@@ -45,7 +45,7 @@ inline constexpr char const * WAREHOUSE_HEADER = "@head";
 /// Maximum bytes of a quoted CSV cell. The rest is dropped.
 inline constexpr int WAREHOUSE_CELL_SIZE = 0x6000;
 
-/// Columns of a line. A column is a terminated text, or null if it is empty. It may hold NUL bytes of the data; as a
+/// Columns of a line. A column is a terminated text, or null if it is empty. It may hold NUL bytes of the data. As a
 /// text it then ends at the first one.
 class WarehouseLine_c : public SortedArray_T<char *, ArrayTraits_T<char *, 32, 0>>
 {
@@ -96,7 +96,8 @@ struct WarehouseScan_t
     /// - A `#` ends a column that has begun, and begins no comment. At the start of a CSV cell it begins one.
     ZQ_API void SetSeparators(char const * sSeparators);
 
-    /// Reads a line. Returns false at the end of the data. A blank line and a comment return true and no columns.
+    /// Reads a line. Returns false, with an empty line, at the end of the data. For a blank line or a comment returns
+    /// true and an empty line.
     ZQ_API bool GetLine(WarehouseLine_c * pLine);
 
     /// Skips lines up to the first one whose first column equals sFirst without regard to case, and reads it. Returns
@@ -116,10 +117,11 @@ struct WarehouseScan_t
     int GetOpenQuote() const { return m_nOpenQuote; }
 
     /// Returns the position of the last cell in the last line read that was cut at WAREHOUSE_CELL_SIZE, or -1.
+    /// After a search that found no line the result has no meaning.
     int GetCutCell() const { return m_nCutCell; }
 
-    /// Moves from the start of a line to a column, counted from 0, or to the line's end if it has fewer columns.
-    /// Allocates the columns before it for the time of the call.
+    /// Moves from the start of a line to a column, counted from 0. If the line has fewer columns, moves to its comment
+    /// or its end. Allocates the columns before it for the time of the call.
     ZQ_API void SeekColumn(int iColumn);
 
     /// Returns the position of the next byte.
@@ -129,7 +131,7 @@ struct WarehouseScan_t
     char GetChar() { return nPos < nLength ? pLine[nPos++] : '\n'; }
 
     /// Return whether a character, or the byte at nPos, is a separator. The end of the data is none.
-    ZQ_API bool IsSeparator(char c) const;
+    ZQ_API bool IsSeparator(char cText) const;
     bool IsSeparator() const { return nPos < nLength && IsSeparator(pLine[nPos]); }
 
 private:
@@ -144,9 +146,9 @@ private:
     template <typename SINK>
     bool StepCsv(Classes_c const & Classes, SINK & Sink);
     template <typename SINK>
-    void QuotedCell(Classes_c const & Classes, SINK & Sink);
+    void ReadQuotedCell(Classes_c const & Classes, SINK & Sink);
     template <typename SINK>
-    void EscapedCell(int nStart, int nEnd, SINK & Sink);
+    void PassEscapedCell(int nStart, int nEnd, SINK & Sink);
     template <typename TEST>
     bool SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLines);
 
@@ -155,9 +157,9 @@ private:
     void SkipRest(Classes_c const & Classes, QuoteWatch_c & Watch);
     void SkipComment();
     void SkipSeparator(Classes_c const & Classes);
-    int Find(char c, int nFrom) const;
+    int Find(char cText, int nFrom) const;
     int FindClass(Classes_c const & Classes, unsigned dwClasses, int nFrom) const;
-    int After(int nAt) const { return nAt < nLength ? nAt + 1 : nLength; }
+    int PlaceAfter(int nAt) const { return nAt < nLength ? nAt + 1 : nLength; }
     bool IsDoubled(int nQuote) const { return nQuote < nLength - 1 && pLine[nQuote + 1] == '"'; }
 
     int m_nLineStart = 0;
@@ -165,12 +167,12 @@ private:
     int m_nCutCell = -1;
 };
 
-/// Returns the format in which a file is read. That is eFormat; WAREHOUSE_FORMAT_AUTO becomes CSV if the name ends in
-/// ".csv" without regard to case, else text.
+/// Returns the format in which a file is read: eFormat, unless that is WAREHOUSE_FORMAT_AUTO. That becomes CSV if the
+/// name ends in ".csv" without regard to case, else text.
 ZQ_API WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * sFileName);
 
 /// Empties a caller's buffer of nMaxLength bytes and returns true. Asserts that it is not null and that nMaxLength is
-/// above 1; otherwise returns false. A buffer of 1 byte is emptied too.
+/// above 1, and returns false otherwise. A buffer of 1 byte is emptied too.
 ZQ_API bool WarehouseClearText(char * sBuffer, int nMaxLength);
 
 /// Copies a text into a buffer of nMaxLength bytes, cut to nMaxLength - 1 bytes, and fills the rest with zeros.

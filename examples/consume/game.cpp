@@ -1,4 +1,4 @@
-// A small game: it reads a table of the media, counts its runs in a save, and crashes on request. Each folder here
+// A small game. It reads a table of the media, counts its runs in a save, and crashes on request. Each folder here
 // builds it in another way.
 //
 //     game MEDIA LOGS [crash]
@@ -23,11 +23,11 @@ namespace
 {
     struct World_s
     {
-        int iRuns = 0;
+        int nRuns = 0;
         int iLowest = 0;
         int iHighest = 0;
 
-        void Serialize(Serializeable_c & Archive) { Archive.Serialize(iRuns).Serialize(iLowest).Serialize(iHighest); }
+        void Serialize(Serializeable_c & Archive) { Archive.Serialize(nRuns).Serialize(iLowest).Serialize(iHighest); }
     };
 
     bool Load(FileSave_c & Save, World_s & World)
@@ -56,10 +56,10 @@ namespace
         return Archive.Close() && !Archive.IsFailed() && Writer.Commit();
     }
 
-    bool MountMods([[maybe_unused]] std::filesystem::path const & Archive)
+    bool MountMods([[maybe_unused]] std::filesystem::path const & Mods)
     {
 #ifdef GAME_ZIP
-        return !std::filesystem::exists(Archive) || FileZipMount(Archive.c_str(), ZipOrder_e::Over);
+        return !std::filesystem::exists(Mods) || FileZipMount(Mods.c_str(), ZipOrder_e::Over);
 #else
         return true;
 #endif
@@ -76,8 +76,8 @@ namespace
             std::fprintf(stderr, "game: %s%s\n", Save.GetWhyNot(), Goods.GetLastError().sReason.CStr());
             return false;
         }
-        ++World.iRuns;
-        std::printf("run %i: herring costs %i to %i\n", World.iRuns, World.iLowest, World.iHighest);
+        ++World.nRuns;
+        std::printf("run %i: herring costs %i to %i\n", World.nRuns, World.iLowest, World.iHighest);
         return Store(Save, World);
     }
 

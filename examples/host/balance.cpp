@@ -6,6 +6,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/cspreadsheet.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace
@@ -60,7 +61,7 @@ void BalanceApply(Balance_s const & Balance, Bay_s & Bay)
         Scale(Good.iLowest, Balance.fPrices);
         Scale(Good.iHighest, Balance.fPrices);
         Scale(Good.nSpoils, Balance.fSpoils);
-        Good.nSpoils = Good.nSpoils > 1000 ? 1000 : Good.nSpoils;
+        Good.nSpoils = std::min(Good.nSpoils, MAX_SPOILS);
     }
     for (ShipType_s & Type : Bay.dTypes)
     {

@@ -8,7 +8,7 @@ struct Bay_s;
 /// The factors of a level.
 struct Balance_s
 {
-    String_T<64> sLevel;   // the row's name
+    String_T<64> sLevel;   // the level's name
     float fPrices = 1.0f;
     float fSpoils = 1.0f;
     float fUpkeep = 1.0f;
@@ -22,6 +22,7 @@ struct BalanceColumn_s
     float Balance_s::*pFactor;
 };
 
+/// All columns of the sheet besides "level", which names the row.
 inline constexpr BalanceColumn_s BALANCE_COLUMNS[] = {
     { "prices", &Balance_s::fPrices },
     { "spoils", &Balance_s::fSpoils },
@@ -30,9 +31,10 @@ inline constexpr BalanceColumn_s BALANCE_COLUMNS[] = {
 };
 
 /// Returns the factors of a level, and logs errors in an existing sheet. A factor is 1 if:
-/// - the sheet, the row or the cell is missing;
+/// - the sheet is missing or damaged;
+/// - the row or the cell is missing;
 /// - the cell is not a number from 0 to 10.
 Balance_s BalanceRead(char const * szFile, char const * szLevel);
 
-/// Multiplies the numbers of the bay's tables by the factors, rounds them, and limits nSpoils to 1000.
+/// Multiplies the numbers of the bay's tables by the factors, rounds them, and limits nSpoils to MAX_SPOILS.
 void BalanceApply(Balance_s const & Balance, Bay_s & Bay);

@@ -107,7 +107,8 @@ namespace
         ShipType_s const & Type = *Ship.pType;
         int const nSpeed = Type.iSlowest + (Type.iFastest - Type.iSlowest) * std::min(Knots(Bay), GALE) / GALE;
         Ship.fMilesLeft -= static_cast<float>(nSpeed);
-        Ship.fCrates -= Ship.fCrates * static_cast<float>(Ship.pCargo->nSpoils) / (1000.0f * HOURS);
+        Ship.fCrates -=
+            Ship.fCrates * static_cast<float>(Ship.pCargo->nSpoils) / (static_cast<float>(MAX_SPOILS) * HOURS);
         if (Ship.fMilesLeft <= 0.0f)
         {
             Ship.pDuty = &g_InPort;

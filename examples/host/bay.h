@@ -27,8 +27,10 @@ using Items_T = Array_T<T, 16, 0>;
 inline constexpr int MAX_GOODS = 32;         // further rows of goods are left out
 inline constexpr int HOURS = 24;             // in a day
 inline constexpr int MAX_NUMBER = 1000000;   // the largest number in the media; sums stay far from their limits
+inline constexpr int MAX_SPOILS = 1000;      // of a good: all crates of a thousand
 inline constexpr char const * HARBOUR_LOG = "harbour.log";   // log file of the game's events
 
+/// A kind of cargo. Its price is iHighest at an empty quay and iLowest at a full one.
 struct Good_s
 {
     Name_t sIdent, sName;
@@ -38,6 +40,7 @@ struct Good_s
     int nTraded = 0;                 // crates landed so far
 };
 
+/// A harbour, which makes one good and uses up all others.
 struct Harbour_s
 {
     Name_t sIdent, sName;
@@ -49,6 +52,7 @@ struct Harbour_s
     Ship_s * pLastCaller = nullptr;   // null before the first call
 };
 
+/// A route, which ships sail in both directions.
 struct Route_s
 {
     Name_t sIdent;
@@ -57,13 +61,15 @@ struct Route_s
     int nMiles = 0;
 };
 
+/// A wind, which blows with iLowest knots at midnight and iHighest at noon.
 struct Wind_s
 {
     Name_t sIdent, sName;
     int iLowest = 0, iHighest = 0;   // knots
-    int nDays = 0;
+    int nDays = 0;                   // that it blows before the next wind
 };
 
+/// Properties that all ships of a type share.
 struct ShipType_s
 {
     Name_t sIdent, sName;
@@ -76,7 +82,7 @@ struct ShipType_s
 /// A house that owns ships.
 struct House_s
 {
-    long long iFirstPurse = 0, iPurse = 0;   // marks
+    long long iFirstPurse = 0, iPurse = 0;   // marks, at the start and at present
 };
 
 /// Activity of a ship, and the function that runs an hour of it.
@@ -90,6 +96,7 @@ struct Duty_s
 extern House_s g_House;
 extern Duty_s g_AtSea, g_InPort;
 
+/// A ship, which sails its route back and forth.
 struct Ship_s
 {
     Name_t sIdent, sCaptain;
@@ -141,8 +148,8 @@ T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
     return nullptr;
 }
 
-/// Fills the bay, and the purse of g_House, from the media's tables. Requires an empty bay. Returns why there is no game
-/// in the tables, or an empty reason on success. On failure the bay and the purse may hold a part.
+/// Fills the bay, and the purse of g_House, from the media's tables. Requires an empty bay. Returns why there is no
+/// game in the tables, or an empty reason on success. On failure the bay and the purse may hold a part.
 NoFile_s BayReadTables(Bay_s & Bay);
 
 /// Copies the rules of one bay to another, and the names and numbers of its definitions to those of the same idents.

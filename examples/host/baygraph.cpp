@@ -5,7 +5,7 @@
 
 namespace
 {
-    constexpr int MAX_HOURS = 1000000000;
+    constexpr int MAX_HOURS = 1000000000;   // of a game in an archive
 
     Bay_s * g_pBay = nullptr;     // the bay of the present pass
     String_T<256> g_sWhyFailed;   // the first error in the data
@@ -48,6 +48,7 @@ namespace
         Items_T<T> Bay_s::*m_pItems;
     };
 
+    // Ships, which a load creates.
     class Ships_c : public Graph_T<Ship_s>
     {
     public:
@@ -77,13 +78,13 @@ namespace
 
         static void Register() { RegisterSerializedStaticPointer(&g_House, "House"); }
 
-        // Serializes pointers to static objects.
+        // Serializes a pointer to a static object.
         template <typename T>
-        static void SerializeStatic(Serializeable_c & Archive, T *& p)
+        static void SerializeStatic(Serializeable_c & Archive, T *& pStatic)
         {
-            void const * pObject = p;
+            void const * pObject = pStatic;
             FixupVoidPointer(Archive, pObject);
-            p = static_cast<T *>(const_cast<void *>(pObject));
+            pStatic = static_cast<T *>(const_cast<void *>(pObject));
         }
 
     protected:
@@ -98,7 +99,7 @@ namespace
     void Definitions_T<T>::SerializeFields(Serializeable_c &, T &)
     {}   // nothing of a route or a type changes
 
-    // Goods and harbours do change; see below.
+    // Goods and harbours change. Their bodies follow the objects that they use.
     template <>
     void Definitions_T<Good_s>::SerializeFields(Serializeable_c & Archive, Good_s & Good);
     template <>

@@ -6,6 +6,8 @@
 
 namespace
 {
+    constexpr int DAYS_A_YEAR = 365;   // also the maximum number of winds
+
     bool ReadName(Warehouse_c const & Table, char const * szColumn, Name_t & sName)
     {
         return Table.Get(szColumn, sName) && !sName.IsEmpty();
@@ -21,7 +23,7 @@ namespace
         return Table.Get(szColumn, iNumber) && iNumber >= iLeast && iNumber <= MAX_NUMBER;
     }
 
-    // Reads a cell with a range, such as 12-34. Returns false if it is not acceptable.
+    // Reads a cell with a range, such as 12-34. Returns false if it is none from 0 to MAX_NUMBER.
     bool ReadRange(Warehouse_c const & Table, char const * szColumn, int & iLowest, int & iHighest)
     {
         return Table.Get(szColumn, iLowest, iHighest) && iLowest >= 0 && iLowest <= iHighest && iHighest <= MAX_NUMBER;
@@ -43,7 +45,7 @@ namespace
         bool const bGood = Good.iNumber < MAX_GOODS && ReadIdent(Table, Good.sIdent)
                            && ReadName(Table, "name", Good.sName)
                            && ReadRange(Table, "price", Good.iLowest, Good.iHighest)
-                           && ReadNumber(Table, "spoils", 0, Good.nSpoils) && Good.nSpoils <= 1000;
+                           && ReadNumber(Table, "spoils", 0, Good.nSpoils) && Good.nSpoils <= MAX_SPOILS;
         return bGood && Bay.dGoods.Add(Good) >= 0;
     }
 
@@ -71,10 +73,10 @@ namespace
     bool ReadWind(Bay_s & Bay, Warehouse_c const & Table)
     {
         Wind_s Wind;
-        bool const bGood = Bay.dWinds.GetLength() < 365 && ReadIdent(Table, Wind.sIdent)
+        bool const bGood = Bay.dWinds.GetLength() < DAYS_A_YEAR && ReadIdent(Table, Wind.sIdent)
                            && ReadName(Table, "name", Wind.sName)
                            && ReadRange(Table, "knots", Wind.iLowest, Wind.iHighest)
-                           && ReadNumber(Table, "days", 1, Wind.nDays) && Wind.nDays <= 365;
+                           && ReadNumber(Table, "days", 1, Wind.nDays) && Wind.nDays <= DAYS_A_YEAR;
         return bGood && Bay.dWinds.Add(Wind) >= 0;
     }
 
@@ -127,7 +129,11 @@ namespace
         {
             Bay.nPortHours = iValue;
         }
-        return sIdent == "purse" || sIdent == "dues" || sIdent == "port_hours";
+        else
+        {
+            return false;
+        }
+        return true;
     }
 
     // A table and the function that reads its current row. The function returns false if the row is not acceptable.
@@ -137,7 +143,7 @@ namespace
         bool (*fnReadRow)(Bay_s & Bay, Warehouse_c const & Table);
     };
 
-    // In load order: each table refers only to those above it.
+    // Tables in load order. Each refers only to those above it.
     constexpr TableOfBay_s TABLES[] = {
         { "goods.csv", ReadGood },
         { "harbours.txt", ReadHarbour },
@@ -148,26 +154,27 @@ namespace
         { "fleet.csv", ReadShip },
     };
 
-    // Calls Call(From, To) for each pair of items with the same ident.
+    // Calls fnCall(From, To) for each pair of items with the same ident.
     template <typename T, typename CALL>
-    void ForPairs(Items_T<T> const & dFrom, Items_T<T> & dTo, CALL Call)
+    void VisitPairs(Items_T<T> const & dFrom, Items_T<T> & dTo, CALL fnCall)
     {
         for (T const & From : dFrom)
         {
             if (T * const pTo = FindByIdent(dTo, From.sIdent))
             {
-                Call(From, *pTo);
+                fnCall(From, *pTo);
             }
         }
     }
 
-    // Reads a table. Returns why it can't be read, or an empty reason.
+    // Reads a table, and logs and leaves out rows that are not acceptable. Returns why it can't be read, or an empty
+    // reason.
     NoFile_s ReadTable(Bay_s & Bay, TableOfBay_s const & TableOfBay)
     {
         HeldFile_c const File(TableOfBay.szFile);
-        if (!File.WhyNot().sWhy.IsEmpty())
+        if (!File.GetWhyNot().sWhy.IsEmpty())
         {
-            return File.WhyNot();
+            return File.GetWhyNot();
         }
         Warehouse_c Table;
         if (!Table.Open(TableOfBay.szFile))
@@ -203,7 +210,7 @@ NoFile_s BayReadTables(Bay_s & Bay)
 
 void BayCopyNumbers(Bay_s const & From, Bay_s & To)
 {
-    ForPairs(From.dGoods, To.dGoods,
+    VisitPairs(From.dGoods, To.dGoods,
         [](Good_s const & New, Good_s & Good)
         {
             Good.sName = New.sName;
@@ -211,7 +218,7 @@ void BayCopyNumbers(Bay_s const & From, Bay_s & To)
             Good.iHighest = New.iHighest;
             Good.nSpoils = New.nSpoils;
         });
-    ForPairs(From.dHarbours, To.dHarbours,
+    VisitPairs(From.dHarbours, To.dHarbours,
         [](Harbour_s const & New, Harbour_s & Harbour)
         {
             Harbour.sName = New.sName;
@@ -219,9 +226,9 @@ void BayCopyNumbers(Bay_s const & From, Bay_s & To)
             Harbour.nAppetite = New.nAppetite;
             Harbour.nQuay = New.nQuay;
         });
-    ForPairs(From.dRoutes, To.dRoutes, [](Route_s const & New, Route_s & Route) { Route.nMiles = New.nMiles; });
-    ForPairs(From.dWinds, To.dWinds, [](Wind_s const & New, Wind_s & Wind) { Wind = New; });
-    ForPairs(From.dTypes, To.dTypes, [](ShipType_s const & New, ShipType_s & Type) { Type = New; });
+    VisitPairs(From.dRoutes, To.dRoutes, [](Route_s const & New, Route_s & Route) { Route.nMiles = New.nMiles; });
+    VisitPairs(From.dWinds, To.dWinds, [](Wind_s const & New, Wind_s & Wind) { Wind = New; });
+    VisitPairs(From.dTypes, To.dTypes, [](ShipType_s const & New, ShipType_s & Type) { Type = New; });
     To.nDues = From.nDues;
     To.nPortHours = From.nPortHours;
 }

@@ -9,14 +9,15 @@ template <typename T>
 class Graph_T : public Serializer_c
 {
 public:
+    /// Registers the class under a name that archives store.
     explicit Graph_T(char const * szClass)
         : Serializer_c(szClass)
     {}
 
-    /// Serializes one pointer, and its object at the first pointer to it.
-    void Serialize(Serializeable_c & Archive, T *& p)
+    /// Serializes one pointer, which may be null, and its object at the first pointer to it.
+    void Serialize(Serializeable_c & Archive, T *& pTyped)
     {
-        void * pObject = p;
+        void * pObject = pTyped;
         if (Archive.IsReading())
         {
             ReadOwnPointer(Archive, pObject);
@@ -25,7 +26,7 @@ public:
         {
             WritePointer(Archive, pObject);
         }
-        p = static_cast<T *>(pObject);
+        pTyped = static_cast<T *>(pObject);
     }
 
 protected:

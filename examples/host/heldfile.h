@@ -4,9 +4,10 @@
 #include "zqcore/cfile.h"
 #include "zqcore/cstring.h"
 
-/// Reason why a file can't be used; empty if it can. Without bFault the media have no such file, or no acceptable row
-/// in it. With bFault the media have a fault:
-/// - the file is empty, can't be read or is not of the expected kind;
+/// Reason why a file can't be used. The text is empty if the file can be used. Without bFault the media have no such
+/// file, or no acceptable row in it. With bFault the media have a fault:
+/// - the file is empty or can't be read;
+/// - the file is not of the expected kind;
 /// - the scan of the media was not whole, and may have missed the file.
 struct NoFile_s
 {
@@ -18,12 +19,13 @@ struct NoFile_s
 class HeldFile_c
 {
 public:
-    /// Reads a file by its bare name and holds the contents until the end of the scope.
+    /// Reads a file by its bare name and holds the contents until the end of the scope. On failure WhyNot returns the
+    /// reason.
     explicit HeldFile_c(char const * szFile);
     HeldFile_c(HeldFile_c const &) = delete;
     HeldFile_c & operator=(HeldFile_c const &) = delete;
 
-    NoFile_s const & WhyNot() const { return m_WhyNot; }
+    NoFile_s const & GetWhyNot() const { return m_WhyNot; }
 
 private:
     FileReference_c m_File;

@@ -6,13 +6,16 @@
 /// The first few texts of a kind, and the number of all.
 struct Heard_s
 {
-    static constexpr int KEPT = 5;
+    static constexpr int KEPT = 5;   // texts that are stored
 
+    /// Counts a text. Stores it, cut at 255 bytes, if it is one of the first KEPT.
     void Add(char const * szText);
+
+    /// Returns the number of stored texts.
     int GetKept() const { return nHeard < KEPT ? nHeard : KEPT; }
 
-    int nHeard = 0;
-    String_T<256> dTexts[KEPT];
+    int nHeard = 0;               // texts counted, also those not stored
+    String_T<256> dTexts[KEPT];   // oldest first
 };
 
 /// What was heard, by its kind.
@@ -20,11 +23,11 @@ struct Notes_s
 {
     Heard_s Dropped;      // locations of files whose name was in use already
     Heard_s Kept;         // locations of the files that have the name
-    Heard_s Skipped;      // what the scan skipped
-    Heard_s Complaints;   // warnings and worse
+    Heard_s Skipped;      // remarks of the scan and its cache, such as what was skipped
+    Heard_s Complaints;   // texts of Warning and Achtung
 };
 
-/// Starts to listen. AppMiscShutdown empties the library's lists of listeners.
+/// Starts to listen. AppMiscShutdown ends it: it empties the library's lists of receivers.
 void ListenersAdd();
 
 /// Returns what was heard so far, on all threads.

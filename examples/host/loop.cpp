@@ -42,7 +42,7 @@ namespace
         SimpleProfileScope_c const m_Kind;
     };
 
-    void Frame(double tDelta, Survey_c & Survey)
+    void RunFrame(double tDelta, Survey_c & Survey)
     {
         ProfilerFrameScope_c const Application;
         {
@@ -102,7 +102,7 @@ FrameStats_s LoopRun(int nFrames, Survey_c & Survey)
             continue;
         }
         double const tStart = longTimeGet();
-        Frame(tDelta, Survey);
+        RunFrame(tDelta, Survey);
         Count(Stats, longTimeGet() - tStart);
         CloseFrame();
     }

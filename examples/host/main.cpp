@@ -36,6 +36,7 @@ namespace
 {
     constexpr wchar_t const * LOG_NAME = L"message.log";
 
+    // Prints why the run fails and returns the status.
     int Fail(Status_e eStatus, std::string const & sMessage)
     {
         std::fflush(stdout);
@@ -43,8 +44,8 @@ namespace
         return eStatus;
     }
 
-    // Returns the status. If standard output did not accept the whole report, the run has failed, unless the reader is
-    // gone.
+    // Returns the status, or STATUS_OUTPUT with a message instead of STATUS_OK if standard output did not accept the
+    // whole report. A watch whose terminal was closed needs no output.
     int CheckOutput(int iStatus)
     {
         bool const bWhole = (std::fflush(stdout) == 0 && !std::ferror(stdout)) || Watch_c::IsHungUp();
@@ -74,12 +75,15 @@ namespace
         SetAchtungs(false);      // media of all kinds occur: complaints are counted and reported at the end
     }
 
-    // The library writes the list into the current folder.
+    // Writes the list of the live memory into a folder, which is the current one meanwhile.
     void ListAllocations(std::string const & sFolder)
     {
         std::error_code Error;
         std::filesystem::path const Current = std::filesystem::current_path(Error);
-        std::filesystem::current_path(sFolder, Error);
+        if (!Error)
+        {
+            std::filesystem::current_path(sFolder, Error);
+        }
         if (Error)
         {
             std::fprintf(stderr, "zqhost: no list of the live memory: %s\n", Error.message().c_str());
@@ -100,7 +104,7 @@ namespace
         std::printf("    stats   %s\n", Options.sStats.empty() ? "none" : Options.sStats.c_str());
     }
 
-    // Reads and reports the files and tables of the media.
+    // Reads the files and tables of the media. Reports them and the services.
     void RunSurvey(Survey_c & Survey, char const * szSource, Services_c const & Services)
     {
         Survey.List();
@@ -143,8 +147,8 @@ namespace
         return STATUS_OK;
     }
 
-    // Continues from the last save, runs the world and saves it. Holds the lock of the save meanwhile. Returns the
-    // status of the process.
+    // Loads the last save unless bNew is set, runs the world and saves it. Holds the lock of the save meanwhile.
+    // Returns the status of the process.
     int Play(Options_s const & Options, ModuleWorld_c & World, Survey_c & Survey)
     {
         FileSave_c Save(Options.sSave.c_str());
@@ -176,7 +180,7 @@ namespace
         return Saved.sWhyNot.empty() ? STATUS_OK : FailSave(Options, Saved.sWhyNot);
     }
 
-    // Runs over media without a world, where there is nothing to load or save.
+    // Runs over media without a world, so there is nothing to load or save. Returns the status of the process.
     int PlayEmpty(Options_s const & Options, ModuleWorld_c const & World, Survey_c & Survey)
     {
         ReportNotLoaded(World.GetWhyEmpty());
@@ -188,7 +192,7 @@ namespace
         return Fail(STATUS_STATS, "can't write the stats to \"" + Options.sStats + "\"; the log says why");
     }
 
-    // Runs everything that needs the modules.
+    // Runs everything that needs the modules. Returns the status of the process.
     int RunGame(Options_s const & Options, Services_c const & Services, std::string const & sMedia)
     {
         std::string const sMessage = MediaCheckChoice(Options, sMedia);

@@ -19,11 +19,10 @@ namespace
 
     bool IsFromCache()
     {
-        return !g_sFilesystemCacheName.IsEmpty();   // a load that finds nothing empties it
+        return !g_sFilesystemCacheName.IsEmpty();   // empty unless the start loaded a cache
     }
 
-    // Returns whether a tree holds several games. One without a folder for the game does not, and is scanned as a
-    // whole.
+    // Returns whether a tree has a folder for the game. A tree without one is scanned as a whole.
     bool IsSplit(Options_s const & Options, std::string const & sMedia)
     {
         return DirectoryExists((sMedia + "/gamedata/" + Options.sGame).c_str());
@@ -80,7 +79,7 @@ std::string MediaCheck(std::string const & sMedia)
 
 void MediaSet(Options_s const & Options, std::string const & sMedia)
 {
-    SetPQXMediaPath(Options.sMedia.c_str());   // if empty, the library discovers it; sMedia then comes from there
+    SetPQXMediaPath(Options.sMedia.c_str());   // if empty, the library discovers it, and sMedia is the result
     SetPQXCurrentConfig(Options.sConfig.c_str());
     FileSetMediaTemplate("media*.zq");
     FileSetSplit(IsSplit(Options, sMedia) ? "\\gamedata\\" : nullptr);
@@ -125,7 +124,7 @@ std::string MediaDescribeSource(Options_s const & Options, std::string const & s
     {
         return "a scan that could not see all, as the log says; no cache is written";
     }
-    // A cache is replaced by a new file, so a write that failed leaves the old time.
+    // A save replaces the cache by a new file, so a write that failed leaves the old time.
     std::error_code Error;
     std::string const sCache = CacheOf(Options, sMedia);
     auto const tBefore = std::filesystem::last_write_time(sCache, Error);

@@ -5,10 +5,10 @@
 
 struct Options_s;
 
-/// Returns what is wrong with a media root, or an empty text if it can be read.
+/// Returns why the host can't use a media root, or an empty text if it can.
 std::string MediaCheck(std::string const & sMedia);
 
-/// Sets the settings that ModuleFile_c reads when it starts.
+/// Makes the settings that ModuleFile_c reads when it starts. Requires that the modules are not up yet.
 void MediaSet(Options_s const & Options, std::string const & sMedia);
 
 /// Returns which part of the command line does not fit the media, or an empty text. Requires that the modules are up.

@@ -53,7 +53,9 @@ void MissionRead(char const * szFile, Bay_s & Bay)
     {
         if (StrCompareNoCase(szToken, "mission") == 0)
         {
-            Script.GetString(Bay.Mission.sTitle, '"');
+            std::string sTitle;   // of any length; the mission's is cut
+            Script.GetString(sTitle, '"');
+            Bay.Mission.sTitle = sTitle;
         }
         else if (StrCompareNoCase(szToken, "deliver") == 0)
         {

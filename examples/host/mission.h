@@ -12,6 +12,7 @@
 struct Bay_s;
 struct Good_s;
 
+/// State of a goal. Only an open goal changes.
 enum GoalState_e : int
 {
     GOAL_OPEN,
@@ -19,6 +20,7 @@ enum GoalState_e : int
     GOAL_MISSED
 };
 
+/// A goal: crates to land, the days for it and the pay.
 struct Goal_s
 {
     Good_s * pGood = nullptr;
@@ -27,6 +29,7 @@ struct Goal_s
     GoalState_e eState = GOAL_OPEN;
 };
 
+/// Title and goals of the script. Both are empty without a script.
 struct Mission_s
 {
     String_T<128> sTitle;
@@ -34,7 +37,7 @@ struct Mission_s
 };
 
 /// Reads the bay's mission. Skips and logs a goal of an unknown good, or with a number that is not from 1 to MAX_NUMBER
-/// (bay.h). Asserts that the title fits in sTitle. If the script is missing or can't be read, there is no mission.
+/// (bay.h). A title that does not fit in sTitle is cut. If the script is missing or can't be read, there is no mission.
 void MissionRead(char const * szFile, Bay_s & Bay);
 
 /// Settles the goals that are met or whose time is over, and pays for those that are met.

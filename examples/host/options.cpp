@@ -106,6 +106,7 @@ namespace
         return "";
     }
 
+    // Reads the number of frames. Returns a message if it is wrong, else an empty text.
     std::string ReadFrames(std::string const & sText, int & nFrames)
     {
         char const * const pEnd = sText.data() + sText.size();
@@ -119,10 +120,12 @@ namespace
     // the library finds only such names on the command line.
     std::string CheckGame(std::string const & sGame)
     {
-        bool const bGood = sGame.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ /\\\t") == std::string::npos;
+        bool const bGood = sGame.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ /\\\t") == std::string::npos && sGame != "."
+                           && sGame != "..";
         return bGood ? "" : "--game takes a bare name in lower case, not " + Quoted(sGame);
     }
 
+    // Makes a path absolute, without a separator at the end. Returns a message on failure, else an empty text.
     std::string MakeAbsolute(std::string const & sPath, std::string & sAbsolute)
     {
         try
@@ -142,14 +145,16 @@ namespace
         return "";
     }
 
-    // The library keeps a location in 255 characters. A new save is written next to the old one.
+    // Returns a message if a path is too long, else an empty text. The library keeps a location in 255 characters. A
+    // new save is written next to the old one.
     std::string CheckLength(char const * szWhat, std::string const & sPath)
     {
         bool const bGood = sPath.size() < 240 && std::filesystem::path(sPath).filename().string().size() < 120;
         return bGood ? "" : std::string("the path of the ") + szWhat + " is too long: " + Quoted(sPath);
     }
 
-    // Written files replace a file. A folder, pipe or device of that name must not be replaced.
+    // Returns a message if a path names anything but a regular file, else an empty text. A written file must not
+    // replace a folder, pipe or device.
     std::string CheckKind(char const * szWhat, std::string const & sPath)
     {
         std::error_code Error;

@@ -20,10 +20,10 @@ enum Status_e : int
 /// The command line. Paths are absolute, without a separator at the end.
 struct Options_s
 {
-    std::string sMedia;    // empty: the library discovers the media
-    std::string sConfig;   // empty: no configuration
-    std::string sGame = "pqx";
-    bool bGameGiven = false;
+    std::string sMedia;          // empty: the library discovers the media
+    std::string sConfig;         // empty: no configuration
+    std::string sGame = "pqx";   // folder of gamedata, a bare name in lower case
+    bool bGameGiven = false;     // whether the command line names the game
     std::string sLogFolder;      // "logs" in the caller's current folder if none is given
     std::string sSave;           // a file; sGame and ".sav" in the log folder if none is given
     std::string sStats;          // the profiler's file; empty: none
@@ -37,8 +37,8 @@ struct Options_s
     bool bHelp = false;
 };
 
-/// Reads the command line and makes its paths absolute. Requires that the current folder is still the caller's. Returns
-/// false, with a message, if the command line makes no sense.
+/// Reads the command line, makes its paths absolute and returns true. With --help sets the flags only. Requires that
+/// the current folder is still the caller's. Returns false, with a message, if the command line makes no sense.
 bool OptionsRead(int nArguments, char ** dArguments, Options_s & Options, std::string & sMessage);
 
 /// Returns the text of --help.

@@ -73,6 +73,11 @@ namespace
         }
         PrintMore(Heard.nHeard, Heard.GetKept());
     }
+
+    void PrintMemory(char const * szCategory, char const * szBlocks, char const * szLive, char const * szPeak)
+    {
+        std::printf("    %-22s %12s %12s %12s\n", szCategory, szBlocks, szLive, szPeak);
+    }
 }
 
 bool ReportBegin(char const * szPart, char const * szTitle)
@@ -150,18 +155,17 @@ void ReportMemory()
     mem::CategoryInfo dInfo[mem::TOTAL];
     std::ptrdiff_t iAllocs = 0, iBytes = 0, iMaxBytes = 0;
     MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
-    std::printf("    %-22s %12s %12s %12s\n", "category", "live blocks", "live", "peak");
+    PrintMemory("category", "live blocks", "live", "peak");
     for (int i = 0; i < mem::TOTAL; ++i)
     {
         if (dInfo[i].iMaxCount > 0)
         {
-            std::printf("    %-22s %12s %12s %12s\n", MemoryCategoryName(static_cast<mem::Categories_e>(i)),
-                Sz(Grouped(dInfo[i].iCount)), Sz(Size(static_cast<double>(dInfo[i].iBytes))),
-                Sz(Size(static_cast<double>(dInfo[i].iMaxBytes))));
+            PrintMemory(MemoryCategoryName(static_cast<mem::Categories_e>(i)), Sz(Grouped(dInfo[i].iCount)),
+                Sz(Size(static_cast<double>(dInfo[i].iBytes))), Sz(Size(static_cast<double>(dInfo[i].iMaxBytes))));
         }
     }
-    std::printf("    %-22s %12s %12s %12s\n", "all", Sz(Grouped(iAllocs)), Sz(Size(static_cast<double>(iBytes))),
-        Sz(Size(static_cast<double>(iMaxBytes))));
+    PrintMemory(
+        "all", Sz(Grouped(iAllocs)), Sz(Size(static_cast<double>(iBytes))), Sz(Size(static_cast<double>(iMaxBytes))));
 }
 
 void ReportComplaints(Notes_s const & Notes)

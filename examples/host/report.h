@@ -8,25 +8,29 @@ class ModuleWorld_c;
 class Services_c;
 class Survey_c;
 
-/// Starts a part with its title. Returns false if the settings leave the part out.
+/// Starts a part with its title and returns true. If the settings leave the part out, returns false and prints nothing.
 bool ReportBegin(char const * szPart, char const * szTitle);
 
+/// Reports the services in the order of their start, each with the time that it took.
 void ReportServices(Services_c const & Services);
 
 /// Reports the files. szSource describes where the tables of files came from. Filling them took tTables seconds.
 void ReportFiles(Survey_c const & Survey, char const * szSource, double tTables, Notes_s const & Notes);
 
+/// Reports the numbers of tables and rows, the time to walk them, and the first tables with their rows.
 void ReportTables(Survey_c const & Survey);
 
-/// Report what was loaded, or why nothing was; the world and the frames; and what was saved. ReportLoad reports a save
-/// that was set aside, or replaced by a previous one, even if the settings leave the part out.
+/// Report what was loaded, why nothing was loaded, the world, the frames, and what was saved. ReportLoad reports a save
+/// that was set aside, or replaced by a previous one, even if the settings leave the part out. ReportSave reports
+/// nothing if the save failed.
 void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World);
 void ReportNotLoaded(char const * szWhy);
 void ReportWorld(ModuleWorld_c const & World);
 void ReportFrames(FrameStats_s const & Stats);
 void ReportSave(SaveResult_s const & Result, ModuleWorld_c const & World);
 
-/// Reports the live blocks and bytes, and the peak, of each category that was ever used.
+/// Reports the live blocks and bytes, and the peak, of each category that was ever used, and of all together.
 void ReportMemory();
 
+/// Reports the number of warnings and achtungs, and the first few of them.
 void ReportComplaints(Notes_s const & Notes);

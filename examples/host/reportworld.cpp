@@ -12,7 +12,8 @@
 
 namespace
 {
-    // Prints the share of each kind of work in the last 32 frames for which the simple profiler is complete.
+    // Prints each kind's share of the work in the simple profiler's previous span of 32 frames. Skips kinds without
+    // time.
     void PrintShares()
     {
         auto const Ticks = [](int iType)
@@ -35,7 +36,7 @@ namespace
         }
     }
 
-    // Prints the table of the configuration, if one was chosen.
+    // Prints the size from view.txt, a table of the configuration, if that has both numbers.
     void PrintView()
     {
         Warehouse_c View;

@@ -13,7 +13,8 @@ namespace
 {
     constexpr std::uint32_t SAVE_VERSION = 0x00010000;
 
-    // Serializes everything, in both directions. Returns what is wrong with the data.
+    // Stores or loads everything. Returns what is wrong with the data, or an empty text. The archive can fail in both
+    // cases.
     std::string Serialize(Serializeable_c & Archive, std::string const & sGame, ModuleWorld_c & World)
     {
         String_T<64> sOfGame = sGame.c_str();
@@ -36,8 +37,8 @@ namespace
         return sWhyNot.empty() && Archive.IsFailed() ? "its contents end too early" : sWhyNot;
     }
 
-    // Loads the newest previous save that fits, and stores its path in Result. Refuses one that may be good but can't
-    // be read.
+    // Loads the newest previous save that fits, and stores its path in Result. Stops at one that can't be read or is of
+    // another version, and refuses it.
     void LoadPrevious(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         for (int i = 1; i <= Save.GetPrevious(); ++i)
@@ -62,7 +63,8 @@ namespace
         }
     }
 
-    // Tries the previous saves before it sets a damaged one aside. If one of them is refused, the damaged one stays.
+    // Loads the save or a previous one, and fills in Result except its figures. Tries the previous saves before it sets
+    // a damaged one aside. If one of them is refused, the damaged one stays.
     void Load(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         FileSave_c::State_e const eState = Save.Load(SAVE_VERSION);
@@ -91,19 +93,23 @@ namespace
         {
             String_T<256> sKept;
             Result.bRefused = !Save.PutAside(sKept);
+            Result.sWhyNot += Result.bRefused ? std::string(", and can't be set aside: ") + Save.GetWhyNot() : "";
             Result.sKept = static_cast<char const *>(sKept);
         }
     }
 
+    // Stores the world. Returns why that failed, or an empty text.
     std::string Store(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
     {
         FileSaveWriter_c Writer(Save);
         BufferedWriteable_c Archive(Writer, SAVE_VERSION);
         std::string const sWhyNot = Archive.Open() ? Serialize(Archive, sGame, World) : "";
         bool const bSaved = Archive.Close() && !Archive.IsFailed() && Writer.Commit();
-        return bSaved ? "" : sWhyNot.empty() ? Writer.GetWhyNot() : sWhyNot;
+        std::string const sReason = sWhyNot.empty() ? Writer.GetWhyNot() : sWhyNot;
+        return bSaved ? "" : sReason.empty() ? "the archive failed" : sReason;
     }
 
+    // Returns the size of a file in bytes, or 0 if the system does not report it.
     long long FileSize(std::string const & sFile)
     {
         std::error_code Error;

@@ -16,18 +16,21 @@ inline constexpr int PREVIOUS_SAVES = 3;
 struct SaveResult_s
 {
     std::string sWhyNot;     // why the save itself was not loaded or stored; empty if it was
-    std::string sKept;       // the new path of a damaged save
-    std::string sPrevious;   // the previous save that was loaded instead of a damaged or absent one
-    bool bRefused = false;   // a save may be good, but can't be loaded: nothing may replace it
-    long long nBytes = 0;
-    double tTaken = 0.0;   // seconds
+    std::string sKept;       // the new path of a damaged save; empty for none, no meaning if bRefused is true
+    std::string sPrevious;   // the previous save that was loaded instead of a damaged or absent one; empty for none
+    bool bRefused = false;   // whether the load was refused: nothing may replace the save
+    long long nBytes = 0;    // size of the file that was loaded or stored; 0 if there is none
+    double tTaken = 0.0;     // seconds
 };
 
-/// Loads the world of a game from a save and returns the result:
-/// - If the save is damaged or absent, loads the newest previous save that is whole and of this game. If there is none,
-///   the world starts new. Sets a damaged save aside.
-/// - If the save can't be read, is of another version or game, or holds no sound world, refuses it.
-/// - If a previous save can't be read or is of another version, refuses that one too.
+/// Loads the world of a game from a save and returns the result. If the save is damaged or absent, loads the newest of
+/// Save.GetPrevious() previous saves that holds a sound world of this game. If there is none, the world starts new.
+/// Sets a damaged save aside. Refuses the load in these cases, after which the world allows no call but Begin and its
+/// shutdown:
+/// - the save, or a previous one that it tries, can't be read or is of another version.
+/// - the save is of another game.
+/// - the save holds no sound world.
+/// - a damaged save can't be set aside.
 SaveResult_s SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World);
 
 /// Stores the world and returns the result.

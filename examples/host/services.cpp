@@ -12,6 +12,10 @@ bool StartMark_c::Initialize()
 void Services_c::Add(Module_c * pModule)
 {
     ZQ_ASSERT(m_nServices < MAX_SERVICES);
+    if (m_nServices >= MAX_SERVICES)
+    {
+        return;
+    }
     StartMark_c & Mark = m_dMarks[m_nServices++];
     Mark.Watch(pModule);
     Module_c::Register(pModule);

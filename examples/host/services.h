@@ -11,10 +11,11 @@ public:
         : Module_c("StartMark_c")
     {}
 
+    /// Set and return the other module, null at first. Require that it is set before the mark is registered.
     void Watch(Module_c * pModule) { m_dPrerequisites[0] = pModule; }
     Module_c const * GetWatched() const { return m_dPrerequisites[0]; }
 
-    /// Returns the longTimeGetPassed of that moment; 0 before it.
+    /// Returns the longTimeGetPassed of that moment, in seconds, or 0 before it.
     double GetTime() const { return m_tUp; }
 
 protected:
@@ -23,7 +24,7 @@ protected:
 
 private:
     mutable Module_c * m_dPrerequisites[2] = { nullptr, nullptr };   // the registry takes a list that is not const
-    double m_tUp = 0.0;
+    double m_tUp = 0.0;                                              // as GetTime returns it
 };
 
 /// The host's list of modules. It must outlive Module_c::ShutdownAllModules, because the registry points at the marks.
@@ -32,8 +33,8 @@ class Services_c
 public:
     static constexpr int MAX_SERVICES = 16;
 
-    /// Registers a module. Add a module's prerequisites before it, or their start counts as part of its own. Asserts
-    /// that there are fewer than MAX_SERVICES.
+    /// Registers a module. Requires that its prerequisites were added before: otherwise the times of starts are wrong.
+    /// Asserts that fewer than MAX_SERVICES were added.
     void Add(Module_c * pModule);
 
     /// Initialises all modules. Returns false if one did not start.
@@ -42,7 +43,8 @@ public:
     int GetCount() const { return m_nServices; }
 
     /// Return the name of a module, by its number in the order of adding, and the seconds that its start took. Require
-    /// a number below GetCount(). A module that was not added has 0.
+    /// a number from 0 to below GetCount(). The times require a Start that succeeded. They are 0 for a module that was
+    /// not added.
     char const * GetName(int iService) const { return m_dMarks[iService].GetWatched()->GetName(); }
     double GetStartTime(int iService) const;
     double GetStartTime(Module_c const & Module) const;
@@ -50,5 +52,5 @@ public:
 private:
     StartMark_c m_dMarks[MAX_SERVICES];
     int m_nServices = 0;
-    double m_tStart = 0.0;
+    double m_tStart = 0.0;   // longTimeGetPassed at Start, in seconds
 };

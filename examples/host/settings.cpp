@@ -12,7 +12,7 @@
 namespace
 {
     constexpr char const * LIST = "settings.prp";
-    constexpr char const * PARTS = "report";   // the one name that may occur on several lines
+    constexpr char const * PARTS = "report";   // the only name of which every line counts
 
     using Text_t = ModuleSettings_c::Text_t;
 
@@ -47,11 +47,12 @@ namespace
         return nullptr;
     }
 
+    // Reads a number from iLeast to iMost. Returns false and leaves iNumber if the text is no such number.
     bool ReadNumber(Text_t const & sValue, int iLeast, int iMost, int & iNumber)
     {
-        char const * const pText = sValue;
+        char const * const szText = sValue;
         int iRead = 0;
-        auto const [pEnd, eError] = std::from_chars(pText, pText + sValue.Length(), iRead);
+        auto const [pEnd, eError] = std::from_chars(szText, szText + sValue.Length(), iRead);
         bool const bGood = eError == std::errc() && !*pEnd && iRead >= iLeast && iRead <= iMost;
         iNumber = bGood ? iRead : iNumber;
         return bGood;
@@ -85,9 +86,9 @@ Module_c ** ModuleSettings_c::GetPrerequisites() const
 bool ModuleSettings_c::Initialize()
 {
     HeldFile_c const File(LIST);
-    if (File.WhyNot().bFault)
+    if (File.GetWhyNot().bFault)
     {
-        Log("%s", static_cast<char const *>(File.WhyNot().sWhy));
+        Log("%s", static_cast<char const *>(File.GetWhyNot().sWhy));
         return false;
     }
     PropertyList_c List;

@@ -1,19 +1,22 @@
 // settings.h: how the host runs, from the property list settings.prp of the media.
 //
 // The module starts after the files and before all modules that use it. It does not start if the list has a fault
-// (NoFile_s). SETTINGS in settings.cpp has the names and ranges. A setting has the default below if:
-// - the list is missing, or has no such name;
-// - the number is out of its range.
+// (NoFile_s). SETTINGS in settings.cpp has the names and ranges. If a name is on several lines, the last valid one
+// counts. A setting has the default below in these cases:
+// - The list is missing.
+// - The list has no value for it.
+// - It is a number, and no value of the list is a number in its range.
 #pragma once
 
 #include "zqcore/carray.h"
 #include "zqcore/cmodule.h"
 #include "zqcore/cstring.h"
 
+/// Module that holds the settings.
 class ModuleSettings_c : public Module_c
 {
 public:
-    using Text_t = String_T<64>;
+    using Text_t = String_T<64>;   // a value of the list, cut to fit
 
     ModuleSettings_c()
         : Module_c("ModuleSettings_c")
@@ -22,7 +25,8 @@ public:
     /// Returns the instance.
     static ModuleSettings_c * Get();
 
-    /// Returns whether the report has that part. It has all parts if the list names none.
+    /// Returns whether the report has that part, named in lower case. The list names a part on each line `report`. The
+    /// report has all parts if there is no such line.
     bool HasPart(char const * szPart) const;
 
     int m_nRate = 240;                   // frames a second

@@ -57,11 +57,11 @@ namespace
         }
     }
 
-    // Returns 1 if a is greater than b, -1 if it is less, and 0 if they are equal.
+    // Returns 1 if nFirst is greater than nSecond, -1 if it is less, and 0 if they are equal.
     template <typename NUMBER>
-    int Order(NUMBER a, NUMBER b)
+    int OrderOf(NUMBER nFirst, NUMBER nSecond)
     {
-        return a > b ? 1 : a < b ? -1 : 0;
+        return nFirst > nSecond ? 1 : nFirst < nSecond ? -1 : 0;
     }
 }
 
@@ -84,8 +84,8 @@ void Survey_c::List()
         CountExtension(File);
     }
     // A positive result puts the first argument before the second.
-    m_dFiles.Sort([](File_c const * pA, File_c const * pB) { return Order(FileBytes(*pA), FileBytes(*pB)); }, 0, -1);
-    m_dExtensions.Sort([](Extension_s const & A, Extension_s const & B) { return Order(A.nBytes, B.nBytes); }, 0, -1);
+    m_dFiles.Sort([](File_c const * pA, File_c const * pB) { return OrderOf(FileBytes(*pA), FileBytes(*pB)); }, 0, -1);
+    m_dExtensions.Sort([](Extension_s const & A, Extension_s const & B) { return OrderOf(A.nBytes, B.nBytes); }, 0, -1);
 }
 
 void Survey_c::CountExtension(File_c const & File)

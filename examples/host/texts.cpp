@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 Text_t Shown(char const * szText)
 {
@@ -28,10 +29,12 @@ Text_t Grouped(long long iNumber)
 Text_t Size(double fBytes)
 {
     static constexpr char const * UNITS[] = { "bytes", "KB", "MB", "GB", "TB" };
+    constexpr int LAST_UNIT = static_cast<int>(std::size(UNITS)) - 1;
+    constexpr double STEP = 1000.0;   // from a unit to the next
     int iUnit = 0;
-    for (; fBytes >= 1000.0 && iUnit < 4; ++iUnit)
+    for (; fBytes >= STEP && iUnit < LAST_UNIT; ++iUnit)
     {
-        fBytes /= 1000.0;
+        fBytes /= STEP;
     }
     return NewString("%.*f %s", iUnit == 0 ? 0 : 1, fBytes, UNITS[iUnit]);
 }

@@ -5,9 +5,9 @@
 
 class File_c;
 
-using Text_t = String_T<256>;
+using Text_t = String_T<256>;   // of the program's output, cut at 255 characters
 
-/// Returns the text in the form that printf needs.
+/// Returns the text in the form that printf needs, valid as long as sText.
 inline char const * Sz(Text_t const & sText)
 {
     return sText;
@@ -25,6 +25,7 @@ Text_t Size(double fBytes);
 /// Returns a time in a suitable unit: 1.23 ms.
 Text_t Duration(double tSeconds);
 
-/// Return a location as a path below the media root, with `/` and safe for a terminal.
+/// Return a location, or that of a file, as a path below the media root, with `/` and safe for a terminal.
+/// A location that is at most as long as the root stays whole.
 Text_t BelowRoot(char const * szLocation);
 Text_t BelowRoot(File_c const & File);

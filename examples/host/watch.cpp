@@ -16,7 +16,7 @@
 
 namespace
 {
-    constexpr int SHOWN = 20;   // rows of a table that are printed
+    constexpr int SHOWN = 20;   // most rows that are printed of each kind of change
 
     // The cells of each row, joined, by the row's ident. A repeated ident gets a number.
     using Rows_t = std::map<std::string, std::string>;
@@ -73,9 +73,9 @@ namespace
         for (int nLines = 0; Scan.NextItem(&Line, nLines);)
         {
             std::string sIdent = Line[0];
-            for (int n = 2; dRows.count(sIdent) != 0; ++n)
+            for (int iRepeat = 2; dRows.count(sIdent) != 0; ++iRepeat)
             {
-                sIdent = Line[0] + (" #" + std::to_string(n));
+                sIdent = Line[0] + (" #" + std::to_string(iRepeat));
             }
             std::string & sCells = dRows[sIdent];
             for (char const * const szCell : Line)
@@ -92,7 +92,7 @@ namespace
         return Stream && Stream->SeekStored(0, 2) && Stream->TellStored() == 0;
     }
 
-    // Reads the rows of the file as it is on disk now. Returns none if it can't be read.
+    // Reads the rows of the file as it is on disk. Returns none if it can't be read.
     Rows_t ReadRows(File_c & File)
     {
         Rows_t dRows;
@@ -104,7 +104,8 @@ namespace
         return dRows;
     }
 
-    // Prints the rows of dA that dB lacks or, with bOther, has with other cells. Returns their number.
+    // Prints the first rows of dA that dB lacks or, with bOther, has with other cells. Returns the number of all such
+    // rows.
     int PrintRows(char const * szWhat, Rows_t const & dA, Rows_t const & dB, bool bOther)
     {
         int nRows = 0;

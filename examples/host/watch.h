@@ -15,12 +15,14 @@ public:
     /// Stores the rows of the survey's tables. Handles the signals that ask a program to end: SIGINT, SIGTERM, and
     /// SIGHUP unless it is ignored.
     Watch_c(std::string const & sMedia, Survey_c const & Survey);
+
+    /// Ends the watch. Restores the system's handling of SIGINT and SIGTERM.
     ~Watch_c();
     Watch_c(Watch_c const &) = delete;
     Watch_c & operator=(Watch_c const &) = delete;
 
     /// Prints how many new folders can't be watched, each time that changes, and returns whether the host was asked to
-    /// end. The same signal a second time ends it at once.
+    /// end. SIGINT or SIGTERM a second time ends it at once.
     static bool IsOver();
 
     /// Returns whether the terminal of a watch was closed, so that nothing printed can be read.

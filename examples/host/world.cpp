@@ -50,8 +50,8 @@ void ModuleWorld_c::Begin()
     m_Why = BayReadTables(m_Bay);
     for (HeldFile_c const * const pFile : { &Balance, &Mission })
     {
-        bool const bFault = m_Why.sWhy.IsEmpty() && pFile->WhyNot().bFault;
-        m_Why = bFault ? pFile->WhyNot() : m_Why;
+        bool const bFault = m_Why.sWhy.IsEmpty() && pFile->GetWhyNot().bFault;
+        m_Why = bFault ? pFile->GetWhyNot() : m_Why;
     }
     if (!m_Why.sWhy.IsEmpty())
     {

@@ -8,6 +8,7 @@
 
 #include "zqcore/cmodule.h"
 
+/// Module of the world. Its bay is empty before it starts and after it ends.
 class ModuleWorld_c : public Module_c
 {
 public:
@@ -18,14 +19,15 @@ public:
     /// Returns the instance.
     static ModuleWorld_c * Get();
 
-    /// Deletes the world and starts a new one from the media.
+    /// Deletes the world and starts a new one from the media. On failure the world is empty (GetWhyEmpty).
     void Begin();
 
-    /// Reads the numbers of the media's tables again while the game continues. New rows, deleted rows and changed
-    /// references have no effect until the next Begin. Tables that make no sense, or an empty world, change nothing.
+    /// Reads the numbers of the media's tables again while the game continues. New rows, deleted rows, changed
+    /// references and a changed purse have no effect until the next Begin. Tables that make no sense change nothing.
+    /// Does nothing in an empty world.
     void RereadTables();
 
-    /// Return whether the media have no world, and why.
+    /// Return whether the media have no world, and why: an empty text if they have one.
     bool IsEmpty() const { return m_Bay.dShips.IsEmpty(); }
     char const * GetWhyEmpty() const { return m_Why.sWhy; }
 

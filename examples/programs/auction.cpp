@@ -1,7 +1,7 @@
 // Sells the cargo of a wreck, one auction a run: auction MEDIA SAVE STATS
 //
-// A table, a list and a script, found by their bare names, say what is sold and how. A save keeps the lots of all runs,
-// and the stats file has each frame of the bidding.
+// A table, a list and a script, found by their bare names, say what is sold and how. A save keeps the lots of all runs.
+// The stats file has each frame of the bidding.
 #include "zqcore/capp.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilename.h"
@@ -54,7 +54,7 @@ namespace
     };
     Serializer_T<Perishable_s, Lot_s> Perishable_s::s_Serializer("Perishable");
 
-    // Makes a lot. The table says whether the goods last.
+    // Returns a new lot, which the caller deletes. The table says whether the goods last.
     Lot_s * MakeLot(std::string const & sGoods)
     {
         Warehouse_c Goods;
@@ -68,7 +68,7 @@ namespace
         return ZQ_NEW Lot_s;
     }
 
-    // Each bid is a frame. How often the price is raised depends on the level in the list of settings.
+    // Sells a lot by bids, one in each frame. The level in the list of settings says how often a bid raises the price.
     void Bid(Lot_s & Lot, RandomNumber_c & Random)
     {
         static constexpr EnumName_T<std::uint32_t> CHANCES[] = { { "calm", 8 }, { "fair", 4 }, { "rough", 2 } };
@@ -93,7 +93,8 @@ namespace
         }
     }
 
-    // Sells the lots of the script: lot GOODS CRATES opens MARKS. pLast is the lot that was sold last.
+    // Sells the lots of the script: lot GOODS CRATES opens MARKS. Sets pLast to the lot that was sold last. Returns
+    // false if the script can't be opened.
     bool HoldAuction(Lot_s *& pLast)
     {
         RandomNumber_c Random(pLast ? pLast->nMarks : 1);
@@ -115,6 +116,7 @@ namespace
         return bOpen;
     }
 
+    // Loads or saves pLast and the lots before it. Returns false on failure.
     bool Transfer(Serializeable_c & Archive, Lot_s *& pLast)
     {
         if (Archive.Open())
@@ -125,7 +127,7 @@ namespace
         return Archive.Close() && !Archive.IsFailed();
     }
 
-    // Loads the lots of previous runs, adds those of this one, and saves all.
+    // Loads the lots of previous runs, adds those of this one, and saves all. Returns false if any of these fails.
     bool Run(FileSave_c & Save, Lot_s *& pLast)
     {
         MemCategoryScope_c const Category(mem::GameWorld);

@@ -1,4 +1,4 @@
-// Logs, complains and counts the complaints: log_and_complain FOLDER
+// Logs, complains and counts the complaints: log_and_complain [FOLDER]
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"

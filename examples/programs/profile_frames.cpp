@@ -23,7 +23,7 @@ int main(int nArguments, char ** dArguments)
         return 1;
     }
     ProfilerInitSwapStats(nArguments > 1 ? dArguments[1] : "frames.stats");
-    for (int iFrame = 0; iFrame < 2 * PROFILER_FRAMES; ++iFrame)   // the file gets whole rings of 150 frames
+    for (int iFrame = 0; iFrame < 2 * PROFILER_FRAMES; ++iFrame)   // the file gets whole rings only
     {
         {
             ProfilerFrameScope_c const Frame;

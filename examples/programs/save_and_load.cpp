@@ -1,8 +1,9 @@
-// Counts its runs in a save, and keeps the two previous saves: save_and_load FILE
+// Counts its runs in a save, and keeps the two previous saves: save_and_load [FILE]
 #include "zqcore/cfilesave.h"
 #include "zqcore/cserialize.h"
 
 #include <cstdio>
+#include <string>
 
 namespace
 {
@@ -21,22 +22,24 @@ namespace
         }
     };
 
-    bool Load(FileSave_c & Save, World_s & World)
+    // Returns why the save was not loaded, or an empty text.
+    std::string Load(FileSave_c & Save, World_s & World)
     {
         FileSave_c::State_e const eState = Save.Load(VERSION);
         if (eState != FileSave_c::WHOLE)
         {
-            return eState == FileSave_c::ABSENT;   // the first run
+            return eState == FileSave_c::ABSENT ? "" : Save.GetWhyNot();   // absent: the first run
         }
         Readable_c Archive(Save.OpenFile(), VERSION);
         if (Archive.Open())
         {
             World.Serialize(Archive);
         }
-        return Archive.Close() && !Archive.IsFailed();
+        return Archive.Close() && !Archive.IsFailed() ? "" : "it has no world";
     }
 
-    bool Store(FileSave_c & Save, World_s & World)
+    // Returns why the save was not stored, or an empty text.
+    std::string Store(FileSave_c & Save, World_s & World)
     {
         Save.SetPrevious(2);
         FileSaveWriter_c Writer(Save);
@@ -45,7 +48,15 @@ namespace
         {
             World.Serialize(Archive);
         }
-        return Archive.Close() && !Archive.IsFailed() && Writer.Commit();
+        bool const bStored = Archive.Close() && !Archive.IsFailed() && Writer.Commit();
+        std::string const sWhyNot = Writer.GetWhyNot();
+        return bStored ? "" : sWhyNot.empty() ? "the archive failed" : sWhyNot;
+    }
+
+    int Fail(std::string const & sWhyNot)
+    {
+        std::fprintf(stderr, "save_and_load: %s\n", sWhyNot.c_str());
+        return 1;
     }
 }
 
@@ -53,11 +64,15 @@ int main(int nArguments, char ** dArguments)
 {
     FileSave_c Save(nArguments > 1 ? dArguments[1] : "game.sav");
     World_s World;
-    if (!Save.IsLocked() || !Load(Save, World))
+    if (!Save.IsLocked())
     {
-        std::fprintf(stderr, "save_and_load: %s\n", Save.GetWhyNot());
-        return 1;
+        return Fail(Save.GetWhyNot());
+    }
+    if (std::string const sWhyNot = Load(Save, World); !sWhyNot.empty())
+    {
+        return Fail(sWhyNot);
     }
     std::printf("run %i of %s\n", ++World.iRuns, World.sPlayer.CStr());
-    return Store(Save, World) ? 0 : 1;
+    std::string const sWhyNot = Store(Save, World);
+    return sWhyNot.empty() ? 0 : Fail(sWhyNot);
 }

@@ -23,11 +23,12 @@ namespace
 
 int main()
 {
+    constexpr int SHIPS = 100;
     std::vector<std::unique_ptr<int>> dShips;
     {
         MemCategoryScope_c const Category(mem::GameWorld);
-        dShips.reserve(100);
-        for (int i = 0; i < 100; ++i)
+        dShips.reserve(SHIPS);
+        for (int i = 0; i < SHIPS; ++i)
         {
             dShips.emplace_back(ZQ_NEW int(i));
         }

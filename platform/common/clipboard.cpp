@@ -3,7 +3,7 @@
 // - the file "lock", which the opener locks;
 // - the file "busy", which the opener writes and then renames.
 //
-// The lock belongs to the process and is not inherited by a child, so it ends with the opener itself. docs/formats.md
+// The lock belongs to the process, and a child does not inherit it, so it ends with the opener itself. docs/formats.md
 // describes the files.
 
 #include "platform/clipboard.h"
@@ -37,7 +37,7 @@ namespace plat
 
         struct Format_s
         {
-            std::string sFile;
+            std::string sFile;                          // name of the format's file
             std::unique_ptr<ClipboardBlock_s> pBlock;   // read or set while the clipboard is open
         };
 
@@ -47,14 +47,15 @@ namespace plat
             std::vector<Format_s> dFormats;
             StoreKept_c Folder;
             StoreKept_c Lock;
-            bool bEmptied = false;   // whether the disk's data count as removed: from ClipboardEmpty to ClipboardSet
-            ClipboardWait_t fnWait = nullptr;
+            bool bEmptied = false;              // whether the data on the disk count as removed (ClipboardEmpty)
+            ClipboardWait_t fnWait = nullptr;   // null for the default
 
             bool IsOpen() const { return Lock.Get() != STORE_NONE; }
         };
 
         constinit Clipboard_s g_Clipboard;
 
+        // Opens the folder szSet, or the user's own if szSet is empty. Returns STORE_NONE on failure.
         StoreHandle_t OpenClipboardFolder(char const * szSet)
         {
             char szFolder[STORE_PATH_SIZE];
@@ -70,7 +71,7 @@ namespace plat
             return StoreOpenPath(szFolder);
         }
 
-        // Returns the format of a number in an open clipboard, or null if there is none.
+        // Returns the format of a number. Returns null if there is none, or if the clipboard is not open.
         Format_s * FormatOf(unsigned int iFormat)
         {
             std::size_t const iIndex = iFormat - FIRST_FORMAT;

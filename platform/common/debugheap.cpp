@@ -12,7 +12,7 @@ namespace plat
         constexpr std::uint8_t FILL_NEW = 0xCD;
         constexpr std::uint8_t FILL_FREED = 0xDD;
         constexpr std::uint8_t FILL_GAP = 0xFD;
-        constexpr std::size_t GAP = 4;
+        constexpr std::size_t GAP = 4;      // bytes of the fence before a block, and the fewest of the one after it
         constexpr std::size_t FENCE = 16;   // bytes right after the own bytes that are written and checked
 
         struct Link_s
@@ -60,9 +60,9 @@ namespace plat
             return pHeader->nBytes - pHeader->nBefore - pHeader->nOwn + GAP;
         }
 
-        std::size_t AddressOf(void const * p)
+        std::size_t AddressOf(void const * pMemory)
         {
-            return reinterpret_cast<std::size_t>(p);
+            return reinterpret_cast<std::size_t>(pMemory);
         }
 
         void Fill(std::uint8_t * pBytes, std::uint8_t cValue, std::size_t nBytes)
@@ -91,21 +91,22 @@ namespace plat
             return IsFilled<std::uint32_t>(pBytes, FILL_GAP);
         }
 
-        // Returns whether a fence is undamaged. Of a long fence, checks only the bytes right after the own bytes and
-        // the block's last ones.
+        // Returns whether the fence after the own bytes is undamaged. Of a long one, checks only the first FENCE bytes
+        // and the last GAP bytes.
         bool IsFenceWhole(Header_s * pHeader)
         {
-            std::uint8_t const * p = OwnOf(pHeader) + pHeader->nOwn;
+            std::uint8_t const * pByte = OwnOf(pHeader) + pHeader->nOwn;
             std::uint8_t const * const pEnd = UserOf(pHeader) + pHeader->nBytes;
             if (FenceSize(pHeader) >= FENCE)
             {
-                return IsFilled<std::uint64_t>(p, FILL_GAP) && IsFilled<std::uint64_t>(p + 8, FILL_GAP) && IsGap(pEnd);
+                return IsFilled<std::uint64_t>(pByte, FILL_GAP) && IsFilled<std::uint64_t>(pByte + 8, FILL_GAP)
+                       && IsGap(pEnd);
             }
-            while (p != pEnd && *p == FILL_GAP)
+            while (pByte != pEnd && *pByte == FILL_GAP)
             {
-                ++p;
+                ++pByte;
             }
-            return p == pEnd && IsGap(pEnd);
+            return pByte == pEnd && IsGap(pEnd);
         }
 
         HeapBlock_t Describe(Header_s * pHeader)

@@ -7,9 +7,11 @@
 
 namespace plat
 {
-    /// Appends a name in UTF-8, cut at 255 characters, as UTF-16 units.
+    /// Appends a name in UTF-8, cut at 255 characters, as UTF-16 units. A byte that is not UTF-8 becomes the unit
+    /// WIDE_OF_BYTE + byte (text.h).
     void AppendUnits(std::u16string & sUnits, std::string const & sName);
 
-    /// Writes a record for each name. Writes nothing if they do not all fit.
+    /// Writes a record for each name to a buffer of nBytes, and skips the padding between records. Writes nothing if
+    /// they do not all fit.
     void WriteRecords(std::vector<std::u16string> const & dNames, char * pBuffer, std::size_t nBytes);
 }

@@ -21,7 +21,7 @@ namespace plat
         return *szName == 0;
     }
 
-    /// Compares two terminated names as folded bytes. Returns a negative number, 0 or a positive number.
+    /// Compares two terminated names as folded bytes. Returns a number below, equal to or above 0, as strcmp does.
     inline int CompareFolded(char const * szFirst, char const * szSecond)
     {
         for (;; ++szFirst, ++szSecond)

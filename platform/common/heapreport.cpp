@@ -28,12 +28,12 @@ namespace plat
         }
         std::size_t const nRead = MemoryRead(reinterpret_cast<std::size_t>(Block.szFile), szBuffer, nSize - 1);
         szBuffer[nRead] = '\0';
-        char const * p = szBuffer;
-        while (static_cast<unsigned char>(*p) >= ' ')
+        char const * pEnd = szBuffer;
+        while (static_cast<unsigned char>(*pEnd) >= ' ')
         {
-            ++p;
+            ++pEnd;
         }
-        if (p == szBuffer || *p != '\0')   // nothing can be read there, or something else is there
+        if (pEnd == szBuffer || *pEnd != '\0')   // nothing can be read there, or something else is there
         {
             std::snprintf(szBuffer, nSize, "unloaded module");
         }

@@ -42,7 +42,7 @@ namespace plat
 
     namespace
     {
-        constexpr std::chrono::seconds LOCK_LIMIT{ 5 };
+        constexpr std::chrono::seconds LOCK_LIMIT{ 5 };   // of a change, from its start until it has its locks
         constexpr std::chrono::microseconds FIRST_PAUSE{ 20 }, LONGEST_PAUSE{ 250 };   // between attempts to lock
         constexpr int DELETED_KEY_TRIES = 1000;   // for a key that others delete while it is opened or written
 
@@ -51,7 +51,7 @@ namespace plat
 
         constinit std::atomic<std::uint32_t> g_dwPlatform = 0;
 
-        bool TreeFolder(RegistryTree_e eTree, char (&szFolder)[STORE_PATH_SIZE])
+        bool GetTreeFolder(RegistryTree_e eTree, char (&szFolder)[STORE_PATH_SIZE])
         {
             char const * const szSet = g_szFolders[static_cast<int>(eTree)];
             if (szSet[0] != 0)
@@ -72,7 +72,7 @@ namespace plat
         StoreHandle_t OpenTree(RegistryTree_e eTree, bool bCreate)
         {
             char szFolder[STORE_PATH_SIZE];
-            if (!TreeFolder(eTree, szFolder))
+            if (!GetTreeFolder(eTree, szFolder))
             {
                 return STORE_NONE;
             }
@@ -286,7 +286,7 @@ namespace plat
             return true;
         }
 
-        // Returns whether the store accepts a value. Sets the name of its file.
+        // Returns whether the store accepts a value, with errno set if not. Sets the name of its file.
         bool IsStorable(char const * szName, std::size_t nSize, std::string & sFile)
         {
             errno = EFBIG;

@@ -15,7 +15,7 @@ namespace plat
     namespace
     {
         constexpr std::int64_t SETTLED = 2100000000;   // nanoseconds; no disk's clock ticks more slowly
-        constexpr std::int64_t FRESH = 20000000;       // nanoseconds for which a listing that was read earlier is used
+        constexpr std::int64_t FRESH = 20000000;       // nanoseconds for which a listing that is not settled is used
 
         constinit std::atomic<unsigned> g_nKeyChanges = 0;
 

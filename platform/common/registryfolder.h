@@ -20,20 +20,6 @@ namespace plat
         bool bRead = false;                  // whether the whole folder was read
     };
 
-    /// Reads the entries of a key's folder and returns them. On failure bRead is false.
-    KeyContents_s ReadKeyContents(StoreHandle_t hFolder);
-
-    /// Returns the name of a subkey as its record spells it. Returns the folded name if there is no record, or if its
-    /// name is another one.
-    std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded);
-
-    /// Empties the folder of a key. Returns false, and deletes nothing, in these cases:
-    /// - the folder can't be read;
-    /// - it has subkeys, or holds anything that is not the store's.
-    ///
-    /// Also returns false if a file can't be deleted; others may then be gone.
-    bool EmptyKey(StoreHandle_t hFolder);
-
     /// The sorted names of a key's subkeys. They are read again if the folder may have changed. Changes by this process
     /// are seen at once. Changes by other processes are seen at once too if the folder's stamp shows them. If not, for
     /// instance in the same tick of the file system's clock as the previous reading, they are seen at most 20 ms later.
@@ -62,6 +48,20 @@ namespace plat
         std::int64_t m_tRead = 0;   // nanoseconds of the steady clock; 0 without a complete reading
         bool m_bSettled = false;    // whether the last change was long before the reading
     };
+
+    /// Reads the entries of a key's folder and returns them. On failure bRead is false.
+    KeyContents_s ReadKeyContents(StoreHandle_t hFolder);
+
+    /// Returns the name of a subkey as its record spells it. Returns the folded name if there is no record, or if its
+    /// name is another one.
+    std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded);
+
+    /// Empties the folder of a key. Returns false with errno ENOTEMPTY, and deletes nothing, in these cases:
+    /// - the folder can't be read;
+    /// - it has subkeys, or holds anything that is not the store's.
+    ///
+    /// Also returns false if a file can't be deleted. Others may then be gone.
+    bool EmptyKey(StoreHandle_t hFolder);
 
     /// Counts a subkey that this process created or deleted. All listings of this process then read their folders
     /// again, except those for which CountChange is called.

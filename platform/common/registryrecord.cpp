@@ -100,7 +100,7 @@ namespace plat
 
         // Makes the name on disk after a mark: folded, with %XX for a leading dot and for bytes that are not plain. A
         // name that gets too long for a file ends in the hash of all that follows the mark. Returns false if sName is
-        // too long. Sets errno.
+        // too long. Sets errno to ENAMETOOLONG in either case.
         bool NameOnDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
@@ -179,16 +179,16 @@ namespace plat
     bool KeyNameFromDisk(char const * szFile, std::string & sName)
     {
         sName.clear();
-        for (char const * p = szFile; *p != 0; ++p)
+        for (char const * pByte = szFile; *pByte != 0; ++pByte)
         {
-            if (*p == '%' && DigitValue(p[1]) >= 0 && DigitValue(p[2]) >= 0)
+            if (*pByte == '%' && DigitValue(pByte[1]) >= 0 && DigitValue(pByte[2]) >= 0)
             {
-                sName += static_cast<char>(DigitValue(p[1]) << 4 | DigitValue(p[2]));
-                p += 2;
+                sName += static_cast<char>(DigitValue(pByte[1]) << 4 | DigitValue(pByte[2]));
+                pByte += 2;
             }
             else
             {
-                sName += *p;
+                sName += *pByte;
             }
         }
         std::string sSame;

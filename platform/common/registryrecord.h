@@ -29,17 +29,17 @@ namespace plat
         std::string_view sData;
     };
 
-    /// Reads a record's file. The record points into the bytes. Returns false if the file can't be read or holds no
-    /// intact record.
+    /// Reads a record's file. The record points into the bytes. Returns false if the file can't be read, or holds no
+    /// intact record (errno is EBADMSG).
     bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & dBytes, Record_t & Record);
 
-    /// Replaces szFile by a record. With bAlone the caller is the only writer to the folder. On failure returns false
+    /// Replaces szFile by a record. bAlone requires that no one else writes to the folder. On failure returns false
     /// and keeps the previous record.
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone);
 
     /// Make the name of a key's folder, or of a value's file, which begins with VALUE_MARK, and return true. The name
-    /// is folded and escaped, and shortened if it gets too long. Return false if the key's or the value's name is too
-    /// long.
+    /// is folded and escaped, and shortened if it gets longer than STORE_NAME_LIMIT. Return false if sName is longer
+    /// than NAME_LIMIT. Set errno to ENAMETOOLONG in either case.
     bool KeyNameToDisk(std::string_view sName, std::string & sFile);
     bool ValueNameToDisk(std::string_view sName, std::string & sFile);
 

@@ -1,7 +1,7 @@
 // storedisk.h: the folders and files of the stores of registry and clipboard. A system's folder implements it.
 //
 // A store is a folder that all processes of the user or of the machine share. It holds folders and files. Their names
-// have at most STORE_NAME_LIMIT bytes. They are opened only if they are of the expected kind. To open a symbolic link,
+// have at most STORE_NAME_LIMIT bytes. An entry is opened only if it is of the expected kind. Opening a symbolic link,
 // a pipe or a device fails at once.
 //
 // Failure: a function that fails leaves the reason in errno. ENOENT means that the entry does not exist.
@@ -29,7 +29,7 @@ namespace plat
     {
         Owner,     // the user only
         Readers,   // of a folder: others may read; a file is the user's
-        AsFolder   // of a file: those who may read its folder
+        AsFolder   // of a file: those who may read its folder; a folder is the user's
     };
 
     /// Function that StoreList calls with an entry of a folder and the caller's context.
@@ -98,8 +98,8 @@ namespace plat
     class StoreKept_c
     {
     public:
-        /// Returns the handle. Returns STORE_NONE if none is held, or if the number is closed or now belongs to another
-        /// file. Makes at most one system call.
+        /// Returns the handle. Returns STORE_NONE if none is held, or if the number does not belong to the file that
+        /// Reset got. Makes at most one system call.
         StoreHandle_t Get() const
         {
             return m_hStore != STORE_NONE && StoreIdentity(m_hStore) == m_Identity ? m_hStore : STORE_NONE;
@@ -127,18 +127,19 @@ namespace plat
     /// shows only when the path is opened.
     void StoreMakePath(char * szPath, StoreRights_e eRights);
 
-    /// Opens a folder by a path in the system's own form, following links. Returns STORE_NONE on failure.
+    /// Opens a folder by a path in the system's own form, following links, and returns it. Returns STORE_NONE on
+    /// failure.
     StoreHandle_t StoreOpenPath(char const * szPath);
 
-    /// Opens a folder in a folder by its name, or the parent by "..". Returns STORE_NONE on failure.
+    /// Opens a folder in a folder by its name, or the parent by "..", and returns it. Returns STORE_NONE on failure.
     StoreHandle_t StoreOpenFolder(StoreHandle_t hParent, char const * szName);
 
-    /// Opens a folder a second time, with locks and a reading position of its own. Returns STORE_NONE on failure, for
-    /// instance if the folder was deleted.
+    /// Opens a folder a second time, with locks and a reading position of its own, and returns it. Returns STORE_NONE
+    /// on failure, for instance if the folder was deleted.
     StoreHandle_t StoreReopen(StoreHandle_t hFolder);
 
-    /// Creates a folder in a folder and returns true. On failure returns false; errno is EEXIST if anything has the
-    /// name.
+    /// Creates a folder in a folder and returns true. On failure returns false. errno is then EEXIST if anything has
+    /// the name.
     bool StoreMakeFolder(StoreHandle_t hParent, char const * szName, StoreRights_e eRights);
 
     /// Delete an empty folder, or a file, and return true. On failure return false. An entry of the other kind is kept.
@@ -155,14 +156,15 @@ namespace plat
     /// the handle's reading position, which a child of a fork shares.
     bool StoreList(StoreHandle_t hFolder, StoreEntry_t fnEntry, void * pContext);
 
-    /// Reads a whole file of at most nMost bytes. On failure returns false; errno is EBADMSG in these cases:
-    /// - what was opened is not a file, or is larger;
+    /// Reads a whole file of at most nMost bytes and returns true. On failure returns false. errno is EBADMSG in these
+    /// cases:
+    /// - what was opened is not a file, or is larger.
     /// - it ends before the size that it had.
     bool StoreReadFile(StoreHandle_t hFolder, char const * szName, std::size_t nMost, std::vector<char> & dBytes);
 
     /// Replaces a file in one step and returns true. The new file has the name szBusy until it is complete. A file that
-    /// has that name already is deleted first. On failure returns false; the previous file stays, and the new one is
-    /// deleted.
+    /// has that name already is deleted first. On failure returns false. The previous file then stays, and the new one
+    /// is deleted.
     bool StoreWriteFile(StoreHandle_t hFolder, char const * szBusy, char const * szName,
         std::vector<char> const & dBytes, StoreRights_e eRights);
 
@@ -173,9 +175,9 @@ namespace plat
     /// Unlocks a folder. Keeps errno.
     void StoreUnlock(StoreHandle_t hFolder);
 
-    /// Opens a file, creating it if necessary, and locks it for the process. The lock ends when the process closes the
-    /// file or ends. A child of a fork does not have it. Returns STORE_NONE on failure, for instance if another
-    /// process has the lock.
+    /// Opens a file, creating it if necessary, locks it for the process and returns it. The lock ends when the process
+    /// closes the file or ends. A child of a fork does not have it. Returns STORE_NONE on failure, for instance if
+    /// another process has the lock.
     StoreHandle_t StoreOpenLock(StoreHandle_t hFolder, char const * szName);
 
     /// Returns the stamp of a folder. On failure returns all zero.

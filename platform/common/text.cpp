@@ -35,8 +35,8 @@ namespace plat
         constexpr Form_t FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
             { 0xF8, 0xF0, 3, 0x10000 } };
 
-        // Reads the character at pText and moves after it. At a byte that starts no character, reads that byte and
-        // returns false.
+        // Reads the character at pText, moves after it and returns true. At a byte that starts no character, reads the
+        // value that represents this byte, moves after it and returns false.
         bool ReadUtf8(unsigned char const *& pText, char32_t & cText)
         {
             unsigned char const * pByte = pText++;
@@ -67,7 +67,7 @@ namespace plat
             return false;
         }
 
-        // Moves wszText after the character, or the value that represents a byte, and returns it. Returns U+FFFD for
+        // Returns the character at wszText, or the value that represents a byte, and moves after it. Returns U+FFFD for
         // any other value.
         char32_t ReadWide(wchar_t const *& wszText)
         {
@@ -82,7 +82,7 @@ namespace plat
             return bValid ? cValue : REPLACEMENT;
         }
 
-        // Writes a character, or the byte that a value represents, in at most 4 bytes. Returns the bytes written.
+        // Writes a character, or the byte that a value represents, in at most 4 bytes. Returns the number of bytes.
         std::size_t PutUtf8(char * pOut, char32_t cText)
         {
             if (IsByte(cText))
@@ -103,7 +103,7 @@ namespace plat
             return static_cast<std::size_t>(nFollowing) + 1;
         }
 
-        // Writes a character as one wide unit, or as one or two units of UTF-16. Returns the units written.
+        // Writes a character as one wide unit, or as one or two units of UTF-16. Returns the number of units.
         std::size_t PutWide(wchar_t * pOut, char32_t cText)
         {
             if (!WIDE_IS_UTF16 || cText < FIRST_OF_TWO)
@@ -144,7 +144,7 @@ namespace plat
             return !bControl && !bTurnsText && !IsByte(cText);
         }
 
-        // Writes a character's escape. Returns the bytes written, at most 6.
+        // Writes the escape of a character up to U+FFFF or of a byte's value. Returns the number of bytes, at most 6.
         std::size_t PutEscape(char * pOut, char32_t cText)
         {
             constexpr char DIGITS[] = "0123456789ABCDEF";

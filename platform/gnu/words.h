@@ -1,4 +1,4 @@
-// words.h: Words_t for GCC and Clang (platform/words.h).
+// words.h: the type and functions of platform/words.h for GCC and Clang.
 #pragma once
 
 #include <cstdint>

@@ -21,9 +21,9 @@ namespace plat
 {
     namespace
     {
-        // Many containers refuse the system's queue of requests, and old kernels have none. Then every write is a plain
-        // one. Whatever the queue does not write is written plainly too. A refused, short or failed request therefore
-        // has the result of a plain write.
+        // Many containers refuse the system's queue of requests. Old kernels have none. In both cases every write is a
+        // plain one. Whatever the queue does not write is written plainly too. A refused, short or failed request
+        // therefore has the result of a plain write.
 
         constexpr std::size_t MAX_REQUEST = 1u << 30;   // bytes; the kernel counts them in 31 bits
 
@@ -35,8 +35,8 @@ namespace plat
             bool bOpen;
             bool bUnderWay;
             int iDescriptor;
-            std::size_t nRings;
-            std::size_t nRequests;
+            std::size_t nRings;       // bytes at pRings
+            std::size_t nRequests;    // bytes at pRequest
             unsigned char * pRings;   // shared with the kernel
             io_uring_sqe * pRequest;
             std::uint32_t * pSubmitTail;
@@ -70,9 +70,9 @@ namespace plat
         template <typename T>
         T * Map(int iDescriptor, std::size_t nBytes, off_t nOffset)
         {
-            void * const p =
+            void * const pMapped =
                 mmap(nullptr, nBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, iDescriptor, nOffset);
-            return p == MAP_FAILED ? nullptr : static_cast<T *>(p);
+            return pMapped == MAP_FAILED ? nullptr : static_cast<T *>(pMapped);
         }
 
         std::uint32_t * WordAt(Queue_s const & Queue, std::uint32_t nOffset)
@@ -132,12 +132,12 @@ namespace plat
 
         long Enter(Queue_s const & Queue, unsigned nSubmit, unsigned nWaitFor)
         {
-            unsigned const dwFlags = nWaitFor > 0 ? IORING_ENTER_GETEVENTS : 0u;
+            unsigned const iFlags = nWaitFor > 0 ? IORING_ENTER_GETEVENTS : 0u;
             return syscall(
-                __NR_io_uring_enter, Queue.iDescriptor, nSubmit, nWaitFor, dwFlags, nullptr, std::size_t{ 0 });
+                __NR_io_uring_enter, Queue.iDescriptor, nSubmit, nWaitFor, iFlags, nullptr, std::size_t{ 0 });
         }
 
-        // Passes a write to the kernel's own thread. Returns false if the kernel accepts none.
+        // Passes a write to the kernel's own thread. Returns false if the kernel does not accept it.
         bool Submit(Queue_s & Queue, int iFile, std::uint64_t nOffset, void const * pData, std::size_t nBytes)
         {
             io_uring_sqe Request{};
@@ -164,8 +164,8 @@ namespace plat
             return std::atomic_ref(*Queue.pDoneTail).load(std::memory_order_acquire) != *Queue.pDoneHead;
         }
 
-        // Waits for the request and returns the bytes that it wrote. Returns 0 if the request failed. Closes the queue
-        // and returns 0 if the system can't wait, for instance because others closed the queue's descriptor.
+        // Waits for the request and returns the number of bytes that it wrote. Returns 0 if the request failed. Closes
+        // the queue and returns 0 if the system can't wait, for instance because others closed the queue's descriptor.
         std::size_t Await(Queue_s & Queue)
         {
             while (!IsDone(Queue))
@@ -198,7 +198,7 @@ namespace plat
         if (m_hFile)
         {
             ForkDropAdd(
-                SystemIn(m_dSystem).Drop, [](void * p) { static_cast<AsyncFile_c *>(p)->Abandon(); }, this);
+                SystemIn(m_dSystem).Drop, [](void * pFile) { static_cast<AsyncFile_c *>(pFile)->Abandon(); }, this);
         }
         if (m_hFile && g_bAllowed)
         {

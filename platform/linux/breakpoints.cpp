@@ -29,15 +29,15 @@ namespace plat
 
         constinit ZQ_THREAD_LOCAL File_s t_File = {};
 
-        void CloseEvent(File_s & File, int i)
+        void CloseEvent(File_s & File, int iRegister)
         {
             int const iError = errno;
-            int const iEvent = File.dEvents[i].Get();
+            int const iEvent = File.dEvents[iRegister].Get();
             if (iEvent >= 0)
             {
                 ::ioctl(iEvent, PERF_EVENT_IOC_DISABLE, 0);   // a child may not have closed its copy yet
             }
-            File.dEvents[i].Reset(-1);
+            File.dEvents[iRegister].Reset(-1);
             errno = iError;
         }
 
@@ -124,36 +124,38 @@ namespace plat
             return nCount > 0;
         }
 
-        int OpenEvent(DebugRegisters_t const & Registers, int i)
+        int OpenEvent(DebugRegisters_t const & Registers, int iRegister)
         {
             constexpr std::uint32_t KINDS[] = { HW_BREAKPOINT_X, HW_BREAKPOINT_W, HW_BREAKPOINT_EMPTY,
                 HW_BREAKPOINT_RW };
             constexpr std::uint64_t LENGTHS[] = { 1, 2, 8, 4 };
             constexpr std::uint64_t EXECUTE_LENGTH = 8;   // a kernel word, in programs of both word sizes
 
-            std::uint32_t const iAccess = Registers.GetAccess(i);
+            std::uint32_t const iAccess = Registers.GetAccess(iRegister);
             if (iAccess == DebugRegisters_t::ACCESS_PORT
                 || (iAccess == DebugRegisters_t::ACCESS_EXECUTE
-                    && Registers.GetLength(i) != DebugRegisters_t::LENGTH_1))
+                    && Registers.GetLength(iRegister) != DebugRegisters_t::LENGTH_1))
             {
                 errno = EINVAL;
                 return -1;
             }
             std::uint64_t const nLength =
-                iAccess == DebugRegisters_t::ACCESS_EXECUTE ? EXECUTE_LENGTH : LENGTHS[Registers.GetLength(i)];
-            perf_event_attr Event = NewEvent(KINDS[iAccess], Registers.dAddress[i], nLength);
+                iAccess == DebugRegisters_t::ACCESS_EXECUTE ? EXECUTE_LENGTH : LENGTHS[Registers.GetLength(iRegister)];
+            perf_event_attr Event = NewEvent(KINDS[iAccess], Registers.dAddress[iRegister], nLength);
             Event.sample_period = 1;
             Event.sigtrap = 1;
             Event.remove_on_exec = 1;
             return OpenOnThisThread(Event);
         }
 
-        bool IsSame(DebugRegisters_t const & Left, DebugRegisters_t const & Right, int i)
+        bool IsSame(DebugRegisters_t const & Left, DebugRegisters_t const & Right, int iRegister)
         {
-            bool const bBothOff = !Left.IsEnabled(i) && !Right.IsEnabled(i);
+            bool const bBothOff = !Left.IsEnabled(iRegister) && !Right.IsEnabled(iRegister);
             return bBothOff
-                   || (Left.IsEnabled(i) == Right.IsEnabled(i) && Left.dAddress[i] == Right.dAddress[i]
-                       && Left.GetAccess(i) == Right.GetAccess(i) && Left.GetLength(i) == Right.GetLength(i));
+                   || (Left.IsEnabled(iRegister) == Right.IsEnabled(iRegister)
+                       && Left.dAddress[iRegister] == Right.dAddress[iRegister]
+                       && Left.GetAccess(iRegister) == Right.GetAccess(iRegister)
+                       && Left.GetLength(iRegister) == Right.GetLength(iRegister));
         }
 
         // Opens the events that Registers needs. Closes the others first, so that their debug registers are free.

@@ -13,6 +13,8 @@ namespace plat
     {
         constexpr std::int64_t NANOSECONDS = 1000000000;   // nanoseconds in a second
 
+        constexpr std::int64_t NANOSECONDS_OF_MILLISECOND = 1000000;
+
         constexpr std::int64_t DAY = 86400;   // seconds in a day
 
         std::atomic<long> g_nKeptOffset{ 0 };   // seconds east of UTC
@@ -37,7 +39,7 @@ namespace plat
 
     std::uint32_t CoarseClockMilliseconds()
     {
-        return static_cast<std::uint32_t>(MonotonicNanoseconds() / 1000000);
+        return static_cast<std::uint32_t>(MonotonicNanoseconds() / NANOSECONDS_OF_MILLISECOND);
     }
 
     // The coarse clock has its finest period already. Refuses only a period of 0.
@@ -69,7 +71,7 @@ namespace plat
         std::tm Local{};
         localtime_r(&Now.tv_sec, &Local);
         return { Local.tm_year + 1900, Local.tm_mon + 1, Local.tm_mday, Local.tm_hour, Local.tm_min, Local.tm_sec,
-            static_cast<int>(Now.tv_nsec / 1000000) };
+            static_cast<int>(Now.tv_nsec / NANOSECONDS_OF_MILLISECOND) };
     }
 
     void LocalTimeKeep()
@@ -98,6 +100,6 @@ namespace plat
         std::chrono::year_month_day const Date{ std::chrono::sys_days{ std::chrono::days{ nDays } } };
         return { static_cast<int>(Date.year()), static_cast<int>(static_cast<unsigned>(Date.month())),
             static_cast<int>(static_cast<unsigned>(Date.day())), nSecond / 3600, nSecond / 60 % 60, nSecond % 60,
-            static_cast<int>(Now.tv_nsec / 1000000) };
+            static_cast<int>(Now.tv_nsec / NANOSECONDS_OF_MILLISECOND) };
     }
 }

@@ -8,7 +8,7 @@
 
 namespace plat
 {
-    /// A descriptor that is closed at the end of its scope. Keeps errno.
+    /// A descriptor that is closed at the end of its scope. Closing keeps errno.
     class Descriptor_c
     {
     public:
@@ -24,7 +24,7 @@ namespace plat
         bool IsOpen() const { return m_iDescriptor >= 0; }
         int Get() const { return m_iDescriptor; }
 
-        /// Closes the present descriptor and holds another. Keeps errno.
+        /// Closes the present descriptor and holds another, or none if it is -1. Keeps errno.
         void Reset(int iDescriptor)
         {
             if (m_iDescriptor >= 0)
@@ -36,7 +36,7 @@ namespace plat
             m_iDescriptor = iDescriptor;
         }
 
-        /// Releases the descriptor to the caller, who then owns it, and returns it.
+        /// Releases the descriptor to the caller, who then owns it, and returns it. Returns -1 if none is held.
         int Release()
         {
             int const iDescriptor = m_iDescriptor;
@@ -65,14 +65,15 @@ namespace plat
     class KeptDescriptor_c
     {
     public:
-        /// Returns the descriptor. Returns -1 if none is held, or if the number is closed or now belongs to another
+        /// Returns the descriptor. Returns -1 if none is held, or if the number is closed or belongs to another
         /// file. Makes at most one system call.
         int Get() const { return m_iDescriptor >= 0 && IdentityOf(m_iDescriptor) == m_Identity ? m_iDescriptor : -1; }
 
-        /// Returns the number, even if it now belongs to another file. Returns -1 if none was set.
+        /// Returns the number, even if it belongs to another file. Returns -1 if no number is set.
         int GetNumber() const { return m_iDescriptor; }
 
-        /// Closes the present descriptor and holds another. Keeps errno.
+        /// Closes the present descriptor and holds another, or none if it is -1. Requires that the other one is open.
+        /// Keeps errno.
         void Reset(int iDescriptor);
 
         /// Makes the number a copy of another descriptor and holds it. The copy is closed at exec. Returns false, with

@@ -72,9 +72,9 @@ namespace plat
             Print("? ");
         }
 
-        // Scope in which the terminal's keys act. A fault filter blocks their signals, and the host may have
-        // handlers that wait for the thread that crashed. SIGTERM ends the process. SIGTTIN stops a process that was
-        // moved to the background.
+        // Scope in which the terminal's keys act. A fault filter blocks their signals. Handlers of the host may wait
+        // for the thread that crashed. SIGTERM ends the process. SIGTTIN stops a process that was moved to the
+        // background.
         class KeysAct_c
         {
         public:
@@ -107,8 +107,8 @@ namespace plat
             sigset_t m_Mask;
         };
 
-        // Reads one whole line and returns its first byte, folded: a line end for an empty line, 0 at the end of the
-        // input.
+        // Reads one whole line and returns its first byte that is not 0, folded. Returns a line end for an empty line,
+        // and 0 at the end of the input.
         char ReadKey()
         {
             char cFirst = 0;

@@ -61,8 +61,8 @@ namespace plat
             return Word.compare_exchange_strong(nFrom, nTo, std::memory_order_acq_rel, std::memory_order_relaxed);
         }
 
-        // The address of this variable names the thread. It stays the same in a child of fork; the thread's number does
-        // not.
+        // The address of this variable names the thread. It stays the same in a child of fork, unlike the thread's
+        // number.
         ZQ_THREAD_LOCAL LockMark_s t_Mark;
 
         // Returns the time of the monotonic clock after nMilliseconds.

@@ -21,7 +21,7 @@ namespace plat
         return nSince1601 < 0 ? 0 : static_cast<FileTime_t>(nSince1601) * 10000000u + nNanoseconds / 100u;
     }
 
-    /// Converts facts that statx read with FACTS_MASK.
+    /// Converts facts that statx read with FACTS_MASK. tCreation is 0 if statx did not report it.
     inline void FactsFromStatx(struct statx const & Stat, FileFacts_t & Facts)
     {
         Facts.nSize = Stat.stx_size;
@@ -33,7 +33,7 @@ namespace plat
     }
 
     /// Reads the facts of what szPath names in the folder iFolder. iFlags are those of statx: 0 follows links; with
-    /// AT_EMPTY_PATH an empty path is iFolder itself. Returns false on failure.
+    /// AT_EMPTY_PATH an empty path is iFolder itself. On failure returns false and keeps Facts.
     inline bool FactsAt(int iFolder, char const * szPath, int iFlags, FileFacts_t & Facts)
     {
         struct statx Stat;

@@ -7,14 +7,15 @@
 // Stores the rest of the context. The assembly below ends with a jump here, so this returns to the caller.
 extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(plat::FaultContext_t * pContext)
 {
-    struct alignas(16) FloatState_t   // as FXSAVE writes it
+    constexpr std::size_t STATE_SIZE = 512;   // bytes that FXSAVE writes
+    struct alignas(16) FloatState_t           // as FXSAVE writes it
     {
         std::uint16_t nControl, nStatus;
         std::uint8_t dUnused[28];
         std::uint8_t dStack[8][16];
-        std::uint8_t dRest[512 - 32 - 128];
+        std::uint8_t dRest[STATE_SIZE - 32 - 128];
     } Floats;
-    static_assert(sizeof Floats == 512);
+    static_assert(sizeof Floats == STATE_SIZE);
     __asm__ volatile("fxsave %0" : "=m"(Floats));
     pContext->nX87Status = Floats.nStatus;
     for (int iEntry = 0; iEntry < 8; ++iEntry)
@@ -33,7 +34,7 @@ extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(p
 
 #define FAULT_AT(member) "i"(offsetof(plat::FaultContext_t, member))
 
-// Naked, without a frame: the registers are still the caller's, except those that a call may change.
+// The function is naked, without a frame: the registers are still the caller's, except those that a call may change.
 #if defined(__x86_64__)
 __attribute__((naked)) void plat::FaultContextCapture(FaultContext_t *)
 {

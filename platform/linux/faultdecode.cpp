@@ -1,4 +1,4 @@
-// The exceptions of the processor: Intel's manual, volume 3, chapter 6; opcodes: volume 2, appendix A.
+// Intel's manual has the processor's exceptions (volume 3, chapter 6) and the opcodes (volume 2, appendix A).
 #include "platform/linux/faultdecode.h"
 
 #include "platform/linux/maps.h"
@@ -30,7 +30,8 @@ namespace plat
         };
 
         constexpr std::uintptr_t UNKNOWN_ADDRESS = ~std::uintptr_t{ 0 };
-        constexpr std::size_t LONGEST_INSTRUCTION = 15;
+        constexpr std::size_t LONGEST_INSTRUCTION = 15;   // bytes
+        constexpr std::size_t AFTER_PREFIXES = 8;         // bytes, more than are read after the prefixes
         constexpr unsigned char INT3 = 0xCC;
         constexpr unsigned char INTO = 0xCE;
 
@@ -48,29 +49,30 @@ namespace plat
         // The bytes of an instruction, and what its prefixes say.
         struct Instruction_t
         {
-            unsigned char dBytes[LONGEST_INSTRUCTION + 1];   // zero after the bytes that could be read
+            unsigned char dBytes[LONGEST_INSTRUCTION + AFTER_PREFIXES];   // zero after the bytes that could be read
             unsigned char const * pOpcode;
-            unsigned dwRex;
-            bool bOperandSize;
-            bool bOtherAddress;   // its address is in a segment of its own, or shorter than a register
+            unsigned dwRex;       // 0 without a REX prefix
+            bool bOperandSize;    // whether it has the prefix of another operand size
+            bool bOtherAddress;   // whether its address is in a segment of its own, or shorter than a register
         };
 
         void ReadInstruction(std::uintptr_t Address, Instruction_t & Instruction)
         {
             Instruction = {};
             MemoryRead(Address, Instruction.dBytes, LONGEST_INSTRUCTION);
-            unsigned char const * p = Instruction.dBytes;
-            while (*p != 0 && std::strchr("\x26\x2E\x36\x3E\x64\x65\x66\x67\xF0\xF2\xF3", *p) != nullptr)
+            unsigned char const * pByte = Instruction.dBytes;
+            while (*pByte != 0 && std::strchr("\x26\x2E\x36\x3E\x64\x65\x66\x67\xF0\xF2\xF3", *pByte) != nullptr)
             {
-                Instruction.bOperandSize = Instruction.bOperandSize || *p == 0x66;
-                Instruction.bOtherAddress = Instruction.bOtherAddress || *p == 0x64 || *p == 0x65 || *p == 0x67;
-                ++p;
+                Instruction.bOperandSize = Instruction.bOperandSize || *pByte == 0x66;
+                Instruction.bOtherAddress =
+                    Instruction.bOtherAddress || *pByte == 0x64 || *pByte == 0x65 || *pByte == 0x67;
+                ++pByte;
             }
-            if (sizeof(void *) == 8 && (*p & 0xF0) == 0x40)
+            if (sizeof(void *) == 8 && (*pByte & 0xF0) == 0x40)
             {
-                Instruction.dwRex = *p++;
+                Instruction.dwRex = *pByte++;
             }
-            Instruction.pOpcode = p;
+            Instruction.pOpcode = pByte;
         }
 
         bool IsPrivileged(std::uintptr_t Address)
@@ -79,10 +81,11 @@ namespace plat
             ReadInstruction(Address, Instruction);
             unsigned char const cFirst = Instruction.pOpcode[0];
             unsigned char const cSecond = Instruction.pOpcode[1];
-            unsigned const iGroup = (Instruction.pOpcode[2] >> 3) & 7;
+            unsigned char const cThird = Instruction.pOpcode[2];
+            unsigned const iGroup = (cThird >> 3) & 7;
             if (cFirst != 0x0F)
             {
-                // ins, outs; in, out by number; in, out by register; hlt; cli, sti
+                // These are ins and outs, in and out by number and by register, hlt, cli and sti.
                 return (cFirst >= 0x6C && cFirst <= 0x6F) || (cFirst >= 0xE4 && cFirst <= 0xE7)
                        || (cFirst >= 0xEC && cFirst <= 0xEF) || cFirst == 0xF4 || cFirst == 0xFA || cFirst == 0xFB;
             }
@@ -90,8 +93,8 @@ namespace plat
             {
             case 0x00:   // lldt, ltr
                 return iGroup == 2 || iGroup == 3;
-            case 0x01:   // lgdt, lidt, lmsw, invlpg
-                return iGroup == 2 || iGroup == 3 || iGroup == 6 || iGroup == 7;
+            case 0x01:   // lmsw; swapgs; lgdt, lidt, invlpg, which have an operand in memory
+                return iGroup == 6 || cThird == 0xF8 || (cThird < 0xC0 && (iGroup == 2 || iGroup == 3 || iGroup == 7));
             case 0x06:   // clts
             case 0x08:   // invd
             case 0x09:   // wbinvd
@@ -115,32 +118,34 @@ namespace plat
         // the instruction's end.
         std::uintptr_t OperandAddress(Instruction_t const & Instruction, FaultContext_t const & Context)
         {
-            unsigned char const * p = Instruction.pOpcode + 1;
-            unsigned const iMode = *p >> 6;
-            unsigned const iBase = *p++ & 7;
+            unsigned char const * pByte = Instruction.pOpcode + 1;
+            unsigned const iMode = *pByte >> 6;
+            unsigned const iBase = *pByte++ & 7;
             unsigned iRegister = iBase;
             std::uintptr_t Address = 0;
             if (iBase == 4)   // a SIB byte follows
             {
-                unsigned const iIndex = ((*p >> 3) & 7) | (Instruction.dwRex & 2) << 2;
-                Address += iIndex == 4 ? 0 : RegisterOf(Context, iIndex) << (*p >> 6);
-                iRegister = *p++ & 7;
+                unsigned const iIndex = ((*pByte >> 3) & 7) | (Instruction.dwRex & 2) << 2;
+                Address += iIndex == 4 ? 0 : RegisterOf(Context, iIndex) << (*pByte >> 6);
+                iRegister = *pByte++ & 7;
             }
             std::int32_t nWide = 0;
-            std::memcpy(&nWide, p, sizeof nWide);
+            std::memcpy(&nWide, pByte, sizeof nWide);
             if (iMode == 0 && iRegister == 5)
             {
                 bool const bRelative = sizeof(void *) == 8 && iBase == 5;
-                std::uintptr_t const End = Context.nIp + static_cast<std::uintptr_t>(p + 4 - Instruction.dBytes);
+                std::uintptr_t const End = Context.nIp + static_cast<std::uintptr_t>(pByte + 4 - Instruction.dBytes);
                 return Address + static_cast<std::uintptr_t>(nWide) + (bRelative ? End : 0);
             }
             Address += RegisterOf(Context, iRegister | (Instruction.dwRex & 1) << 3);
-            std::intptr_t const nOffset = iMode == 1 ? static_cast<signed char>(*p) : iMode == 2 ? nWide : 0;
+            std::intptr_t const nOffset = iMode == 1 ? static_cast<signed char>(*pByte) : iMode == 2 ? nWide : 0;
             return Address + static_cast<std::uintptr_t>(nOffset);
         }
 
-        // Returns whether the divisor is zero. A quotient that does not fit raises the same exception. Returns true if
-        // the divisor can't be read or found, or the instruction is not a div or idiv.
+        // Returns whether the divisor is zero. A quotient that does not fit raises the same exception. Also returns
+        // true in these cases:
+        // - The divisor can't be read or found.
+        // - The instruction is not a div or idiv.
         bool DividesByZero(FaultContext_t const & Context)
         {
             Instruction_t Instruction;
@@ -171,6 +176,8 @@ namespace plat
             return nBytes < 8 ? (nDivisor & ((std::uint64_t{ 1 } << (8 * nBytes)) - 1)) == 0 : nDivisor == 0;
         }
 
+        // Returns the code of the first raised flag in this order: invalid, divide, overflow, underflow, denormal,
+        // inexact. Returns FAULT_FLOAT_INVALID if no flag is raised.
         std::uint32_t FloatCode(unsigned dwRaised, bool bX87Stack)
         {
             if (dwRaised & FLOAT_INVALID_FLAG)
@@ -246,6 +253,7 @@ namespace plat
         }
 #endif
 
+        // Returns the code of a floating-point fault, FAULT_FLOAT_INVALID if its flags are unknown.
         std::uint32_t FloatCode(long iTrap, ucontext_t const & Thread)
         {
             fpregset_t const pFloats = Thread.uc_mcontext.fpregs;
@@ -263,7 +271,7 @@ namespace plat
 
         constexpr std::uintptr_t LARGEST_FRAME = 16 << 20;   // bytes of one function's frame, at most
 
-        // Finds the lowest writable memory that ends above an address. Returns false if there is none.
+        // Finds the lowest writable memory that ends above an address. Returns false if the system reports none.
         bool FindWritableAbove(std::uintptr_t Address, Mapping_t & Mapping)
         {
             Maps_c Maps;
@@ -281,8 +289,8 @@ namespace plat
         // memory whose low end the stack pointer is at, or has just left.
         bool IsStackOverflow(std::uintptr_t Address, std::uintptr_t nSp)
         {
-            constexpr std::uintptr_t ABOVE_END = 1024;          // a stack pointer this far inside is still at the end
-            constexpr std::uintptr_t FARTHEST_PUSH = 0x10000;   // pushes and probes stay this close below
+            constexpr std::uintptr_t ABOVE_END = 1024;          // bytes in which a stack pointer is still at the end
+            constexpr std::uintptr_t FARTHEST_PUSH = 0x10000;   // bytes that pushes and probes reach below, at most
             bool const bNear = nSp > Address ? nSp - Address <= FARTHEST_PUSH : Address - nSp <= LARGEST_FRAME;
             Mapping_t Mapping;
             return bNear && FindWritableAbove(Address, Mapping) && Mapping.Start > Address
@@ -351,7 +359,8 @@ namespace plat
             }
         }
 
-        // Moves the place of a trap back to its one-byte instruction. The processor reports a trap after it has run.
+        // Moves the place of a trap back to its one-byte instruction, if that is the byte before. The processor reports
+        // a trap after the instruction has run.
         void StepBackOver(unsigned char cInstruction, FaultContext_t & Context, FaultRecord_t & Record)
         {
             unsigned char cBefore = 0;

@@ -8,11 +8,13 @@
 
 namespace plat
 {
-    /// Fills in the fault's registers and record. May run in a signal handler.
+    /// Fills in the registers and the record of the fault that a signal reports. Requires SIGSEGV, SIGBUS, SIGILL,
+    /// SIGFPE, SIGTRAP or SIGABRT. A signal handler may call it.
     void FaultFromSignal(int iSignal, siginfo_t const & Info, ucontext_t const & Thread, FaultContext_t & Context,
         FaultRecord_t & Record);
 
     /// Writes "Uncaught C++ exception type: message" for the exception that terminates the calling thread, cut to fit.
-    /// Only a std::exception and a text have a message. Requires such an exception, and that nSize is not 0.
+    /// Only a std::exception and a pointer to a text have a message. Requires an uncaught exception, and that nSize is
+    /// not 0.
     void DescribeException(char * szText, std::size_t nSize);
 }

@@ -49,83 +49,85 @@ namespace plat
             { 'y', "unsigned long long" }, { 'f', "float" }, { 'd', "double" }, { 'e', "long double" },
             { 'w', "wchar_t" }, { 'v', "void" } };
 
-        // Moves p after the code of namespace std. Returns false if there is none at p.
-        bool SkipStd(char const *& p)
+        // Moves pCode after the code of namespace std. Returns false if it is not there.
+        bool SkipStd(char const *& pCode)
         {
-            bool const bStd = std::strncmp(p, "St", 2) == 0;
-            p += bStd ? 2 : 0;
+            bool const bStd = std::strncmp(pCode, "St", 2) == 0;
+            pCode += bStd ? 2 : 0;
             return bStd;
         }
 
-        // Adds the name at p, which its length precedes, and moves p after it. Returns false if there is none at p.
-        bool AddPart(char const *& p, Text_c & Text)
+        // Adds the name at pCode, which its length precedes, and moves pCode after it. Returns false without a name.
+        bool AddPart(char const *& pCode, Text_c & Text)
         {
             std::size_t nPart = 0;
-            for (; *p >= '0' && *p <= '9'; ++p)
+            for (; *pCode >= '0' && *pCode <= '9'; ++pCode)
             {
-                nPart = nPart * 10 + static_cast<std::size_t>(*p - '0');
+                nPart = nPart * 10 + static_cast<std::size_t>(*pCode - '0');
             }
-            if (nPart == 0 || strnlen(p, nPart) != nPart)
+            if (nPart == 0 || strnlen(pCode, nPart) != nPart)
             {
                 return false;
             }
-            if (std::string_view(p, nPart).starts_with("_GLOBAL__N"))
+            if (std::string_view(pCode, nPart).starts_with("_GLOBAL__N"))
             {
                 Text.Add("(anonymous namespace)");
             }
             else
             {
-                Text.Add(p, nPart);
+                Text.Add(pCode, nPart);
             }
-            p += nPart;
+            pCode += nPart;
             return true;
         }
 
-        bool AddNested(char const *& p, Text_c & Text)
+        // Adds the names up to an E, and moves pCode after it. Returns false if one has another form.
+        bool AddNested(char const *& pCode, Text_c & Text)
         {
             bool bFirst = true;
-            for (; *p != 'E'; bFirst = false)
+            for (; *pCode != 'E'; bFirst = false)
             {
                 if (!bFirst)
                 {
                     Text.Add("::");
                 }
-                if (bFirst && SkipStd(p))
+                if (bFirst && SkipStd(pCode))
                 {
                     Text.Add("std");
                 }
-                else if (!AddPart(p, Text))
+                else if (!AddPart(pCode, Text))
                 {
                     return false;
                 }
             }
-            ++p;
+            ++pCode;
             return !bFirst;
         }
 
-        bool AddType(char const * p, Text_c & Text)
+        // Adds a type whose code ends in a zero. Returns false, with a part added, if it has another form.
+        bool AddType(char const * pCode, Text_c & Text)
         {
-            if (*p == 'P' || (*p == 'K' && p[1] != 'P'))
+            if (*pCode == 'P' || (*pCode == 'K' && pCode[1] != 'P'))
             {
-                char const * const szSuffix = *p == 'P' ? "*" : " const";
-                bool const bKnown = AddType(p + 1, Text);
+                char const * const szSuffix = *pCode == 'P' ? "*" : " const";
+                bool const bKnown = AddType(pCode + 1, Text);
                 Text.Add(szSuffix);
                 return bKnown;
             }
             for (Builtin_t const & Builtin : BUILTINS)
             {
-                if (Builtin.cCode == p[0] && p[1] == '\0')
+                if (Builtin.cCode == pCode[0] && pCode[1] == '\0')
                 {
                     Text.Add(Builtin.szName);
                     return true;
                 }
             }
-            if (SkipStd(p))
+            if (SkipStd(pCode))
             {
                 Text.Add("std::");
             }
-            bool const bKnown = *p == 'N' ? AddNested(++p, Text) : AddPart(p, Text);
-            return bKnown && *p == '\0';
+            bool const bKnown = *pCode == 'N' ? AddNested(++pCode, Text) : AddPart(pCode, Text);
+            return bKnown && *pCode == '\0';
         }
 
         void AddTypeName(std::type_info const & Type, Text_c & Text)

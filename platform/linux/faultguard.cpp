@@ -30,9 +30,9 @@ namespace plat
 
         // State of the guarded calls. Only the guarded thread, its signal handlers and a forked child change it.
         std::atomic<Guard_s *> g_pInnermost{ nullptr };
-        std::atomic<int> g_iThread{ 0 };   // the guarded thread; 0 without a guarded call
-        std::atomic<int> g_hClock{ -1 };   // the kernel's timer
-        struct sigaction g_PreviousAction;
+        std::atomic<int> g_iThread{ 0 };     // the guarded thread; 0 without a guarded call
+        std::atomic<int> g_hClock{ -1 };     // the kernel's timer; -1 without one
+        struct sigaction g_PreviousAction;   // for FaultGuardSignal, before the outermost call
 
         // Returns the earliest end of the guarded calls, or NEVER.
         std::int64_t FirstEnd()
@@ -137,7 +137,8 @@ namespace plat
         // forked continue without a limit.
         void KeepOwnGuards()
         {
-            if (g_hClock.exchange(-1) >= 0 && !g_bForkByGuarded)
+            g_hClock = -1;
+            if (g_iThread != 0 && !g_bForkByGuarded)
             {
                 sigaction(FaultGuardSignal(), &g_PreviousAction, nullptr);
             }

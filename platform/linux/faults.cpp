@@ -22,10 +22,11 @@ namespace plat
     namespace
     {
         constexpr int SIGNALS[] = { SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT };
-        constexpr unsigned DYING_LIMIT = 10000;        // milliseconds that another fault waits for the end
-        constexpr unsigned SLEEP = 2;                  // milliseconds between two checks
-        constexpr unsigned DESCRIPTION_LIMIT = 1000;   // milliseconds for an exception's own message
-        constexpr std::size_t DESCRIPTION_SIZE = 512;
+        constexpr unsigned DYING_LIMIT = 10000;               // milliseconds that another fault waits for the end
+        constexpr unsigned SLEEP = 2;                         // milliseconds between two checks
+        constexpr unsigned DESCRIPTION_LIMIT = 1000;          // milliseconds for an exception's own message
+        constexpr std::size_t DESCRIPTION_SIZE = 512;         // bytes of a description, its zero included
+        constexpr std::uintptr_t ALIGNMENT_CHECK = 0x40000;   // flag AC (Intel SDM, volume 1, 3.4.3)
 
         std::atomic<FaultFilter_t> g_fnFilter{ nullptr };
         bool g_bHooked = false;
@@ -62,7 +63,7 @@ namespace plat
         }
 
         // Fills the set of signals that are blocked during a filter: all but its own faults and the guard's clock.
-        void SetOfFilter(sigset_t & Set)
+        void FillFilterSet(sigset_t & Set)
         {
             sigfillset(&Set);
             sigdelset(&Set, FaultGuardSignal());
@@ -89,13 +90,13 @@ namespace plat
         void StopAlignmentChecks()
         {
 #if defined(__x86_64__)
-            __builtin_ia32_writeeflags_u64(__builtin_ia32_readeflags_u64() & ~0x40000ull);
+            __builtin_ia32_writeeflags_u64(__builtin_ia32_readeflags_u64() & ~ALIGNMENT_CHECK);
 #else
-            __builtin_ia32_writeeflags_u32(__builtin_ia32_readeflags_u32() & ~0x40000u);
+            __builtin_ia32_writeeflags_u32(__builtin_ia32_readeflags_u32() & ~ALIGNMENT_CHECK);
 #endif
         }
 
-        // Claims the filter for the calling thread if it is free. Returns the thread that has it then.
+        // Claims the filter for a thread if it is free. Returns the thread that then has it.
         int ClaimFilter(int iThread)
         {
             int iReporter = 0;
@@ -127,13 +128,13 @@ namespace plat
                 return false;
             }
             sigset_t Set;
-            SetOfFilter(Set);
+            FillFilterSet(Set);
             pthread_sigmask(SIG_SETMASK, &Set, nullptr);
             ReserveAllow(true);
             return true;
         }
 
-        // Calls the filter. Returns whether the fault has been dealt with.
+        // Calls the filter. Returns whether it has dealt with the fault. Fills the reserve again if it has.
         bool CallFilter(FaultRecord_t const & Record, FaultContext_t const & Context)
         {
             FaultPointers_t const Fault = { &Record, &Context };
@@ -179,6 +180,7 @@ namespace plat
                    && (Action.sa_handler == SIG_DFL || Action.sa_handler == SIG_IGN);
         }
 
+        // Argument of FilterSignal and its result.
         struct Signal_s
         {
             int iSignal;
@@ -253,7 +255,7 @@ namespace plat
             struct sigaction Action = {};
             Action.sa_sigaction = OnSignal;
             Action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
-            SetOfFilter(Action.sa_mask);
+            FillFilterSet(Action.sa_mask);
             for (std::size_t i = 0; i < std::size(SIGNALS); ++i)
             {
                 sigaction(SIGNALS[i], &Action, &g_dPreviousActions[i]);

@@ -1,6 +1,6 @@
 // faultstack.h: the stack of the one thread that runs the filter.
 //
-// The thread's own may be full, and its alternate stack may be another runtime's with a few kilobytes.
+// The thread's own stack may be full. Its alternate stack may be another runtime's, of a few kilobytes.
 #pragma once
 
 namespace plat

@@ -31,7 +31,7 @@ namespace plat
         // Stacks of threads that have ended, for those that start. A thread costs less without a mapping of its own.
         std::atomic<void *> g_dSpare[8];
 
-        void * TakeSpare()
+        void * ReuseSpare()
         {
             for (std::atomic<void *> & pSpare : g_dSpare)
             {
@@ -63,9 +63,10 @@ namespace plat
         class AlternateStack_c
         {
         public:
-            bool Take()
+            // Sets the stack for the calling thread and returns true. Returns false on failure.
+            bool Set()
             {
-                m_pMemory = m_pMemory != nullptr ? m_pMemory : TakeSpare();
+                m_pMemory = m_pMemory != nullptr ? m_pMemory : ReuseSpare();
                 m_pMemory = m_pMemory != nullptr ? m_pMemory : PagesAllocate(STACK_SIZE);
                 stack_t const Stack = { m_pMemory, 0, STACK_SIZE };
                 return m_pMemory != nullptr && sigaltstack(&Stack, nullptr) == 0;
@@ -90,7 +91,7 @@ namespace plat
     bool FaultThreadJoin()
     {
         static thread_local AlternateStack_c t_Stack;
-        return ADDRESS_CHECKER || t_Stack.Take();
+        return ADDRESS_CHECKER || t_Stack.Set();
     }
 }
 
@@ -128,7 +129,7 @@ namespace
         return fnRun(pArgument);
     }
 
-    // Returns the function that the process would call without this library.
+    // Returns the function that the process would call without this library, or null if there is none.
     Create_t NextCreate()
     {
         static std::atomic<Create_t> s_fnNext{ nullptr };

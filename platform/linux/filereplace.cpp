@@ -22,8 +22,8 @@ namespace plat
     {
         constexpr mode_t RIGHTS = 0777;
 
-        // Reads the facts of the entry that a path names in any spelling. Does not follow a link. Returns 0,
-        // or -1 on failure.
+        // Reads the facts of the entry that a path names in any spelling. Does not follow a link. Returns 0, or -1 on
+        // failure.
         int ReadStat(DiskPath_c & Path, struct stat & Stat)
         {
             return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });
@@ -34,7 +34,7 @@ namespace plat
             return First.st_dev == Second.st_dev && First.st_ino == Second.st_ino;
         }
 
-        // Returns whether a path still names an open file. Sets errno.
+        // Returns whether a path still names an open file. If not, errno is ESTALE, or says why that is unknown.
         bool StillNames(DiskPath_c & Path, int iFile)
         {
             struct stat Named, Open;

@@ -27,6 +27,7 @@ namespace plat
 
         bool DeleteEntry(int iFolder, char const * szName);
 
+        // Deletes all entries of a folder. Returns false if the list is incomplete or an entry is left.
         bool EmptyFolder(int iFolder)
         {
             std::vector<std::string> dNames;
@@ -124,6 +125,10 @@ namespace plat
                 if (nRead == 0)
                 {
                     return true;
+                }
+                if (nRead < 0 && errno == EINTR)
+                {
+                    continue;
                 }
                 if (nRead < 0 || !WriteFully(iTo, pBuffer.get(), static_cast<std::size_t>(nRead)))
                 {

@@ -67,11 +67,11 @@ namespace plat
     void FoldersCreate(char const * szFilePath)
     {
         char szLevel[PATH_MAX];
-        for (char const * p = szFilePath; *p && p - szFilePath < PATH_MAX - 1; ++p)
+        for (char const * pByte = szFilePath; *pByte && pByte - szFilePath < PATH_MAX - 1; ++pByte)
         {
-            if ((*p == '/' || *p == '\\') && p != szFilePath)
+            if ((*pByte == '/' || *pByte == '\\') && pByte != szFilePath)
             {
-                auto const nLength = static_cast<std::size_t>(p - szFilePath);
+                auto const nLength = static_cast<std::size_t>(pByte - szFilePath);
                 std::memcpy(szLevel, szFilePath, nLength);
                 szLevel[nLength] = '\0';
                 FolderCreate(szLevel);

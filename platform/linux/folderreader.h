@@ -12,8 +12,8 @@
 
 namespace plat
 {
-    /// One walk over a folder's entries, without "." and "..". It holds 32 KiB, so it must not be used in a recursive
-    /// function.
+    /// One walk over a folder's entries, without "." and "..". It holds 32 KiB, so a recursive function must not
+    /// use it.
     class FolderReader_c
     {
     public:
@@ -48,6 +48,7 @@ namespace plat
             return szName[0] == '.' && (szName[1] == 0 || (szName[1] == '.' && szName[2] == 0));
         }
 
+        /// Reads the next block of entries and returns true. Returns false at the end or when reading fails.
         bool Fill()
         {
             if (m_iPosition == LAST_POSITION)
@@ -66,14 +67,14 @@ namespace plat
 
         int m_iFolder;
         bool m_bBroken = false;
-        std::int64_t m_iPosition = 0;   // after the last entry returned
-        std::size_t m_iNext = 0;
-        std::size_t m_nFilled = 0;
+        std::int64_t m_iPosition = 0;   // after the last entry read
+        std::size_t m_iNext = 0;        // index in m_dBlock of the next entry
+        std::size_t m_nFilled = 0;      // bytes in m_dBlock
         alignas(dirent64) char m_dBlock[32768];
     };
 
     /// Appends all names of an open folder to dNames, from its position on, without "." and "..". Returns false if
-    /// reading fails; dNames then has the names before.
+    /// reading fails. dNames then has the names that were read before.
     ZQ_COLD inline bool ReadNames(int iFolder, std::vector<std::string> & dNames)
     {
         FolderReader_c Reader(iFolder);

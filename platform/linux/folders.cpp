@@ -29,14 +29,14 @@ namespace plat
         // An entry of the sorted order, and the key that usually decides its place in it.
         struct Place_s
         {
-            std::uint64_t iKey;
+            std::uint64_t nKey;
             FolderEntry_t const * pEntry;
         };
 
         std::vector<FolderEntry_t> m_dEntries;   // in the disk's order
-        std::vector<Place_s> m_dOrder;
-        std::vector<char> m_dNames;   // terminated names, one after the other; the entries point into it
-        bool m_bFolded = true;        // whether all names are folded
+        std::vector<Place_s> m_dOrder;           // in the order of listings
+        std::vector<char> m_dNames;              // terminated names, one after the other; the entries point into it
+        bool m_bFolded = true;                   // whether all names are folded
     };
 
     namespace
@@ -149,6 +149,7 @@ namespace plat
         return !Reader.IsBroken();
     }
 
+    // Appends an entry and a copy of its name, which has nBytes with its terminator.
     void FolderListing_c::Contents_c::AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes)
     {
         if (m_dNames.capacity() - m_dNames.size() < nBytes + KEY_BYTES)
@@ -177,9 +178,9 @@ namespace plat
     {
         std::uint64_t LoadKey(char const * pText)
         {
-            std::uint64_t iKey;
-            std::memcpy(&iKey, pText, KEY_BYTES);
-            return iKey;
+            std::uint64_t nKey;
+            std::memcpy(&nKey, pText, KEY_BYTES);
+            return nKey;
         }
 
         // Returns eight characters as a number that compares as they do. The bytes after a terminator decide nothing:
@@ -198,11 +199,11 @@ namespace plat
         for (FolderEntry_t const & Entry : m_dEntries)
         {
             std::size_t nSame = 0;
-            std::uint64_t iDifferent = 0;
-            while (nSame < nCommon && iDifferent == 0)
+            std::uint64_t nDifferent = 0;
+            while (nSame < nCommon && nDifferent == 0)
             {
-                iDifferent = LoadKey(Entry.szName + nSame) ^ LoadKey(m_dEntries[0].szName + nSame);
-                nSame += static_cast<std::size_t>(std::countr_zero(iDifferent)) / 8;
+                nDifferent = LoadKey(Entry.szName + nSame) ^ LoadKey(m_dEntries[0].szName + nSame);
+                nSame += static_cast<std::size_t>(std::countr_zero(nDifferent)) / 8;
             }
             nCommon = std::min(nCommon, nSame);
         }
@@ -219,7 +220,7 @@ namespace plat
         }
         auto const fnPlain = [](Place_s const & First, Place_s const & Second)
         {
-            return First.iKey != Second.iKey ? First.iKey < Second.iKey
+            return First.nKey != Second.nKey ? First.nKey < Second.nKey
                                              : std::strcmp(First.pEntry->szName, Second.pEntry->szName) < 0;
         };
         auto const fnFolded = [](Place_s const & First, Place_s const & Second)

@@ -47,7 +47,7 @@ namespace plat
             IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR | IN_EXCL_UNLINK;
 
         // Returns the state of a file in a folder that was created at tMade. An older file was renamed. Any other
-        // counts as changed if it has contents and no known writer; otherwise its later close decides.
+        // counts as changed if it has contents and no known writer. Otherwise its later close decides.
         File_s StateOfNewFile(int iFolder, char const * szName, FileTime_t tMade)
         {
             Descriptor_c const File(openat(iFolder, szName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -139,7 +139,7 @@ namespace plat
         bool m_bLost = false;            // whether changes were lost, so that the tree must be read again
         bool m_bStarting = false;        // whether the whole tree is being added: no event has been missed
         char * m_pRead = nullptr;        // the caller's buffer while a read is active
-        std::size_t m_nRead = 0;
+        std::size_t m_nRead = 0;         // bytes of m_pRead
         alignas(inotify_event) char m_dEvents[16384];
     };
 
@@ -295,7 +295,7 @@ namespace plat
         }
     }
 
-    // Opens a queue of its own in the child of a fork, at the child's first call. Returns false on failure; the next
+    // Opens a queue of its own in the child of a fork, at the child's first call. Returns false on failure. The next
     // call tries again.
     ZQ_COLD bool FolderWatch_c::Tree_c::StartInChild()
     {
@@ -478,7 +478,7 @@ namespace plat
     }
 
     // Records the names in a folder. The folder is watched already, so that no change in between is missed. Returns
-    // false if its path no longer leads to it. A folder that can't be opened counts as empty.
+    // false if its path does not lead to it. A folder that can't be opened counts as empty.
     bool FolderWatch_c::Tree_c::List(int iFolder, Appeared_e eAppeared, FileTime_t tMade,
         std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
     {

@@ -46,9 +46,9 @@ namespace plat
         void RunBefore()
         {
             m_ListLock.Enter();
-            for (ForkHandler_c const * p = m_pNewest; p; p = p->m_pPrev)
+            for (ForkHandler_c const * pHandler = m_pNewest; pHandler; pHandler = pHandler->m_pPrev)
             {
-                Call(p->m_Calls.fnBefore);
+                Call(pHandler->m_Calls.fnBefore);
             }
             ForkLock_c const * pFirst = m_pLocks;
             while (pFirst)
@@ -59,36 +59,30 @@ namespace plat
 
         void RunInParent()
         {
-            for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
+            LeaveAll();
+            for (ForkHandler_c const * pHandler = m_pOldest; pHandler; pHandler = pHandler->m_pNext)
             {
-                p->m_Lock.Leave();
-            }
-            for (ForkHandler_c const * p = m_pOldest; p; p = p->m_pNext)
-            {
-                Call(p->m_Calls.fnInParent);
+                Call(pHandler->m_Calls.fnInParent);
             }
             m_ListLock.Leave();
         }
 
         void RunInChild()
         {
-            for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
-            {
-                p->m_Lock.Leave();
-            }
+            LeaveAll();
             m_ListLock.Leave();
-            for (ForkHandler_c const * p = m_pOldest; p; p = p->m_pNext)
+            for (ForkHandler_c const * pHandler = m_pOldest; pHandler; pHandler = pHandler->m_pNext)
             {
-                Call(p->m_Calls.fnInChild);
+                Call(pHandler->m_Calls.fnInChild);
             }
         }
 
         void Visit(void (*fnVisit)(LockState_t const & Lock, void * pContext), void * pContext) const
         {
-            for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
+            for (ForkLock_c const * pLock = m_pLocks; pLock; pLock = pLock->m_pNext)
             {
-                fnVisit({ reinterpret_cast<std::uintptr_t>(&p->m_Lock),
-                            reinterpret_cast<std::uintptr_t>(p->m_Lock.GetOwner()) },
+                fnVisit({ reinterpret_cast<std::uintptr_t>(&pLock->m_Lock),
+                            reinterpret_cast<std::uintptr_t>(pLock->m_Lock.GetOwner()) },
                     pContext);
             }
         }
@@ -102,18 +96,26 @@ namespace plat
             }
         }
 
+        void LeaveAll() const
+        {
+            for (ForkLock_c const * pLock = m_pLocks; pLock; pLock = pLock->m_pNext)
+            {
+                pLock->m_Lock.Leave();
+            }
+        }
+
         // Waits for pFirst, enters all other locks, and returns null. If another thread holds one of those, leaves all
         // again and returns that one.
         ForkLock_c const * EnterAll(ForkLock_c const * pFirst) const
         {
             pFirst->m_Lock.Enter();
-            for (ForkLock_c const * p = m_pLocks; p; p = p->m_pNext)
+            for (ForkLock_c const * pLock = m_pLocks; pLock; pLock = pLock->m_pNext)
             {
-                if (p == pFirst || p->m_Lock.TryEnter())
+                if (pLock == pFirst || pLock->m_Lock.TryEnter())
                 {
                     continue;
                 }
-                for (ForkLock_c const * pEntered = m_pLocks; pEntered != p; pEntered = pEntered->m_pNext)
+                for (ForkLock_c const * pEntered = m_pLocks; pEntered != pLock; pEntered = pEntered->m_pNext)
                 {
                     if (pEntered != pFirst)
                     {
@@ -121,7 +123,7 @@ namespace plat
                     }
                 }
                 pFirst->m_Lock.Leave();
-                return p;
+                return pLock;
             }
             return nullptr;
         }

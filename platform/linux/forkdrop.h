@@ -11,7 +11,7 @@
 
 namespace plat
 {
-    /// One entry, zero while it is not added. It must stay at its address until it is removed or dropped.
+    /// One entry, zero while it is not added. Requires that it stays at its address until it is removed or dropped.
     struct ForkDrop_s
     {
         void (*fnDrop)(void * pOwner);

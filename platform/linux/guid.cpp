@@ -1,8 +1,9 @@
 // Clock sequences: a process binds a socket to a name made of the number, in the abstract namespace. The kernel grants
 // such a name to one process at a time and frees it when the process ends. The processes that share this namespace are
 // exactly those that see the same interfaces. So no two live processes that hold their names use the same address,
-// sequence and tick. A process without a socket tries again each second. A sequence is picked at random. Even if the
-// clock is set back between two processes, they are very unlikely to use the same sequence in the same tick.
+// sequence and tick. A process without a socket tries again at most once a second, when it makes an identifier. A
+// sequence is picked at random. Even if the clock is set back between two processes, they are very unlikely to use the
+// same sequence in the same tick.
 
 #define _FILE_OFFSET_BITS 64
 #define _TIME_BITS 64
@@ -87,6 +88,7 @@ namespace plat
             {
                 LockScope_c const Scope(m_Lock);
                 std::uint64_t const tTick = NextTick();
+                // If the clock was set back, the difference wraps to a large one.
                 if (tTick - m_tChecked >= TICKS_IN_SECOND || m_nSource != NetAddressSourceNumber())
                 {
                     Check(tTick);
@@ -162,9 +164,8 @@ namespace plat
                 m_dSockets[m_nSequences++ % SOCKETS].Reset(iSocket);
             }
 
-            // Runs if a second has passed since the last check, and at once after a new source is set. Chooses another
-            // sequence if the present one has no socket, or the host closed it. Reads the interfaces again if the
-            // source is new, or if the address is not global, because a global one may have appeared.
+            // Chooses another sequence if the present one has no socket, or the host closed it. Reads the interfaces
+            // again if the source is new, or if the address is not global, because a global one may have appeared.
             void Check(std::uint64_t tNow)
             {
                 if (m_dSockets[(m_nSequences - 1) % SOCKETS].Get() < 0)
@@ -200,9 +201,9 @@ namespace plat
             std::uint64_t m_tLast = 0;      // tick of the last identifier
             std::uint64_t m_tChecked = 0;   // tick of the last check
             std::uint32_t m_dwStatus = GUID_NO_ADDRESS;
-            unsigned m_nSource = 0;
-            int m_iSequence = -1;   // -1 for none yet
-            unsigned m_nSequences = 0;
+            unsigned m_nSource = 0;      // number of the source that m_dAddress is from
+            int m_iSequence = -1;        // -1 for none yet
+            unsigned m_nSequences = 0;   // sequences chosen so far
             KeptDescriptor_c m_dSockets[SOCKETS];
             unsigned char m_dAddress[NET_ADDRESS_SIZE] = {};
             unsigned char m_dRandomAddress[NET_ADDRESS_SIZE] = {};

@@ -86,6 +86,7 @@ namespace plat
                 return pAbove != m_dBlocks && nAddress < pAbove[-1].nEnd ? pAbove - 1 : nullptr;
             }
 
+            // Marks the blocks that the words of a range point into. They are scanned later.
             void Scan(std::uintptr_t nBegin, std::uintptr_t nEnd)
             {
                 std::uintptr_t nWord;
@@ -141,7 +142,7 @@ namespace plat
         {
             LiveBlocks_c const * pLive;
             int nBlocks = 0;
-            int nKnown = 0;
+            int nKnown = 0;   // blocks with a source line
             std::size_t nBytes = 0;
         };
 

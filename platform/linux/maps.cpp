@@ -40,14 +40,14 @@ namespace plat
         return static_cast<unsigned char>(m_dBytes[m_iByte++]);
     }
 
-    // Reads the next number and returns it. Stores the byte after it in pNext.
-    std::uint64_t Maps_c::Number(int iBase, int * pNext)
+    // Reads the next number and returns it. Returns 0 if no digit follows. Stores the byte after the number in pNext.
+    std::uint64_t Maps_c::Number(int nBase, int * pNext)
     {
         std::uint64_t nNumber = 0;
         int cByte = Byte();
-        for (int iDigit = DigitOf(cByte); iDigit >= 0 && iDigit < iBase; iDigit = DigitOf(cByte))
+        for (int iDigit = DigitOf(cByte); iDigit >= 0 && iDigit < nBase; iDigit = DigitOf(cByte))
         {
-            nNumber = nNumber * static_cast<unsigned>(iBase) + static_cast<unsigned>(iDigit);
+            nNumber = nNumber * static_cast<unsigned>(nBase) + static_cast<unsigned>(iDigit);
             cByte = Byte();
         }
         *pNext = cByte;

@@ -26,16 +26,17 @@ namespace plat
         /// Opens the list of mappings. If that fails, Next returns false.
         Maps_c();
 
-        /// Reads the next mapping. Returns false after the last one, or if the system does not report them.
+        /// Reads the next mapping and returns true. Returns false after the last one, or if the system does not report
+        /// them.
         bool Next(Mapping_t & Mapping);
 
     private:
         int Byte();
-        std::uint64_t Number(int iBase, int * pNext);
+        std::uint64_t Number(int nBase, int * pNext);
 
         Descriptor_c m_File;
-        std::size_t m_nBytes = 0;
-        std::size_t m_iByte = 0;
+        std::size_t m_nBytes = 0;   // bytes in m_dBytes
+        std::size_t m_iByte = 0;    // index in m_dBytes of the next byte
         char m_dBytes[2048];
     };
 }

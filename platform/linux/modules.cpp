@@ -20,7 +20,7 @@ namespace plat
 
         constexpr std::uint64_t PAGE_MASK = MEMORY_PAGE - 1;
 
-        // Reads a record of the file. Returns false if less than the whole record is there.
+        // Reads a record of the file. Returns false if the whole record can't be read.
         template <typename T>
         bool ReadAt(int iFile, std::uint64_t nOffset, T & Record)
         {
@@ -28,7 +28,7 @@ namespace plat
         }
 
         // Finds the mapping that holds an address. Returns false if there is none. Right after a mapping of a file, a
-        // mapping without a file has that file's zeroed data; for an address in it, Found is the mapping of the file.
+        // mapping without a file has that file's zeroed data. For an address in it, Found is the mapping of the file.
         bool FindMapping(std::uintptr_t Address, Mapping_t & Found)
         {
             Maps_c Maps;

@@ -84,11 +84,11 @@ namespace plat
     /// only.
     Writers_e WritersOf(int iDescriptor);
 
-    /// Returns whether an open file is a regular one. Sets errno: EINVAL if it is of another kind.
+    /// Returns whether an open file is a regular one. If not, errno has the reason: EINVAL for another kind.
     bool IsRegular(int iDescriptor);
 
     /// Locks an open file as being written. Returns false if another open file has locked it. Returns true without
-    /// effect on a file system without such locks.
+    /// effect on any other failure, as on a file system without such locks.
     bool ClaimWriting(int iDescriptor);
 
     /// Returns whether a path names anything, including a link whose target is missing. If not, errno has the
@@ -98,8 +98,8 @@ namespace plat
     /// Synchronizes a file or an open folder. Returns false on failure.
     bool SyncFully(int iFile);
 
-    /// Creates a file for writing in an open folder, and replaces one that a dead writer left there. Returns the
-    /// descriptor, which the caller closes. Returns -1 on failure, also if what is there can't be unlinked.
+    /// Creates a file for writing in an open folder, and replaces any file of that name, as a dead writer leaves one.
+    /// Returns the descriptor, which the caller closes. Returns -1 on failure, also if what is there can't be unlinked.
     int CreateOrReplace(int iFolder, char const * szName, mode_t iMode);
 
     /// Opens an existing regular file of any spelling for writing, with the flags and the mode of open(2). Returns the

@@ -21,6 +21,7 @@ namespace plat
             return Module.dlfo_map_start;
         }
 
+        // Sets a pair to the functions that a scope has under two mangled names.
         template <typename... ALIGNMENT>
         void Find(OperatorPair_T<ALIGNMENT...> & Pair, void * hScope, char const * szNew, char const * szDelete)
         {

@@ -25,6 +25,8 @@ namespace plat
 {
     namespace
     {
+        constexpr long NANOSECONDS_OF_MILLISECOND = 1000000;
+
         std::atomic<void (*)()> g_fnPureCall{ nullptr };
 
         // Converts a path. Returns false, with ERANGE, if it does not fit as a whole.
@@ -48,17 +50,17 @@ namespace plat
             char szStat[512];
             Descriptor_c const Stat(OpenWithReserve([] { return open("/proc/self/stat", O_RDONLY | O_CLOEXEC); }));
             szStat[Stat.IsOpen() ? ReadFully(Stat.Get(), szStat, sizeof szStat - 1) : 0] = 0;
-            char const * p = std::strrchr(szStat, ')');
-            for (int i = 0; p && i < iField; ++i)
+            char const * pField = std::strrchr(szStat, ')');
+            for (int i = 0; pField && i < iField; ++i)
             {
-                p = std::strchr(p + 1, ' ');
+                pField = std::strchr(pField + 1, ' ');
             }
-            return p ? std::strtoull(p, nullptr, 10) : 0;
+            return pField ? std::strtoull(pField, nullptr, 10) : 0;
         }
 
         int ThreadsOfProcess()
         {
-            constexpr int FIELD = 18;
+            constexpr int FIELD = 18;   // number of threads
             return static_cast<int>(FieldOfProcess(FIELD));
         }
     }
@@ -74,7 +76,7 @@ namespace plat
         {
             return 0;
         }
-        constexpr timespec MILLISECOND = { 0, 1000000 };
+        constexpr timespec MILLISECOND = { 0, NANOSECONDS_OF_MILLISECOND };
         int nThreads = ThreadsOfProcess();
         for (int i = 0; i < 10 && nThreads > 1; ++i)
         {
@@ -93,12 +95,14 @@ namespace plat
     // The system counts the start of a process in ticks since its own.
     std::int64_t ProcessUptime()
     {
-        constexpr int FIELD = 20;
+        constexpr int FIELD = 20;   // start in ticks
         auto const nStart = static_cast<std::int64_t>(FieldOfProcess(FIELD));
         std::int64_t const nTicks = sysconf(_SC_CLK_TCK);
         timespec Now;
         bool const bKnown = nStart > 0 && nTicks > 0 && clock_gettime(CLOCK_BOOTTIME, &Now) == 0;
-        return bKnown ? std::int64_t{ Now.tv_sec } * 1000 + Now.tv_nsec / 1000000 - nStart * 1000 / nTicks : -1;
+        return bKnown ? std::int64_t{ Now.tv_sec } * 1000 + Now.tv_nsec / NANOSECONDS_OF_MILLISECOND
+                            - nStart * 1000 / nTicks
+                      : -1;
     }
 
     void ProcessCommandLine(char * szBuffer, std::size_t nSize)

@@ -33,7 +33,7 @@ namespace plat
         };
 
         // Replaces a name by the disk's spelling of it in a folder, if one exists that differs in case only.
-        void ReplaceSpelling(char const * szFolder, char * pName)
+        void ReplaceSpelling(char const * szFolder, char * szName)
         {
             Descriptor_c const Folder(
                 OpenWithReserve([szFolder] { return open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
@@ -41,16 +41,16 @@ namespace plat
             long nRead;
             while (Folder.IsOpen() && (nRead = syscall(SYS_getdents64, Folder.Get(), dEntries, sizeof dEntries)) > 0)
             {
-                for (long iEntry = 0; iEntry < nRead;)
+                for (long nEntry = 0; nEntry < nRead;)
                 {
-                    auto const * const pEntry = reinterpret_cast<FolderEntry_t const *>(dEntries + iEntry);
-                    char const * const szName = dEntries + iEntry + offsetof(FolderEntry_t, szName);
-                    if (CompareFolded(szName, pName) == 0)
+                    auto const * const pEntry = reinterpret_cast<FolderEntry_t const *>(dEntries + nEntry);
+                    char const * const szFound = dEntries + nEntry + offsetof(FolderEntry_t, szName);
+                    if (CompareFolded(szFound, szName) == 0)
                     {
-                        std::memcpy(pName, szName, std::strlen(pName));   // both have the same length
+                        std::memcpy(szName, szFound, std::strlen(szName));   // both have the same length
                         return;
                     }
-                    iEntry += pEntry->nBytes;
+                    nEntry += pEntry->nBytes;
                 }
             }
         }
@@ -82,13 +82,15 @@ namespace plat
             return OpenWithReserve([szPath] { return open(szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); });
         }
 
-        // Returns whether MakeOrContinue made this file for this user, under this name only.
+        // Returns whether a file is as MakeOrContinue makes it: this user's private regular file with one name.
         bool IsOwn(struct stat const & File)
         {
             return S_ISREG(File.st_mode) && (File.st_mode & 07777) == PRIVATE_FILE_MODE && File.st_uid == geteuid()
                    && File.st_nlink == 1;
         }
 
+        // Makes or continues a file as RawMakePrivate does, for a path in the system's own form. Sets bTaken, but never
+        // clears it. Returns the descriptor, or -1 on failure or if bTaken is set.
         int MakeOrContinue(char const * szPath, bool & bTaken)
         {
             constexpr int WRITE_ON = O_APPEND | O_DSYNC;
@@ -122,7 +124,7 @@ namespace plat
             return nullptr;
         }
         int iFile = MakeOrContinue(szHost, bTaken);
-        if (iFile < 0 && errno == ENOENT)
+        if (iFile < 0 && !bTaken && errno == ENOENT)
         {
             ReplaceSpellings(szHost);
             iFile = MakeOrContinue(szHost, bTaken);

@@ -16,9 +16,9 @@ namespace plat
         constexpr int RESERVE = 8;
         constexpr int LOWEST = 20;   // the first numbers are left to the host
 
-        // Copies of one end of a pipe, because no other file has its identity.
+        // Copies of ends of pipes, because no other file has their identity.
         KeptDescriptor_c g_dReserve[RESERVE];
-        std::atomic<bool> g_bAllowed{ false };
+        std::atomic<bool> g_bAllowed{ false };   // as ReserveAllow sets it
 
         int CopyOf(int iDescriptor)
         {

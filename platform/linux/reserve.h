@@ -17,12 +17,12 @@ namespace plat
     void ReserveAllow(bool bAllowed);
 
     /// Closes one descriptor of the reserve, which makes its number free. Returns false if none is left or the use is
-    /// not allowed. A number that a host has closed is not the library's, and stays as it is.
+    /// not allowed. Leaves alone a number that a host has closed.
     bool ReserveFree();
 
-    /// Calls fnOpen, which on failure returns less than 0 and sets errno. As long as the process has no descriptor
-    /// left, frees one of the reserve, if any is left, and calls again. Returns the last result. If another thread uses
-    /// the number first, that costs one more of the reserve.
+    /// Calls fnOpen, which on failure returns less than 0 and sets errno. As long as the process has no descriptor left
+    /// and ReserveFree frees one, calls it again. Returns the last result. If another thread uses the number first,
+    /// that costs one more of the reserve.
     template <typename OPEN>
     auto OpenWithReserve(OPEN const & fnOpen)
     {

@@ -32,7 +32,7 @@ namespace plat
             // that differ in case only, the folded one is the last.
             explicit FolderNames_c(std::vector<char const *> const & dNames)
             {
-                std::size_t nAlike = 0;   // names at the end that differ from the last one in case only
+                std::size_t nAlike = 0;   // names at the end that differ in case only
                 for (char const * szName : dNames)
                 {
                     bool const bAlike = nAlike > 0 && CompareFolded(NameAt(m_dOffsets.back()), szName) == 0;
@@ -73,8 +73,8 @@ namespace plat
             std::vector<std::uint32_t>::iterator FirstNotBefore(char const * szName, BEFORE fnBefore)
             {
                 return std::lower_bound(m_dOffsets.begin(), m_dOffsets.end(), szName,
-                    [this, fnBefore](std::uint32_t nName, char const * szOther)
-                    { return fnBefore(NameAt(nName), szOther); });
+                    [this, fnBefore](std::uint32_t nOffset, char const * szOther)
+                    { return fnBefore(NameAt(nOffset), szOther); });
             }
 
             char const * NameAt(std::uint32_t nOffset) const { return m_sText.c_str() + nOffset; }

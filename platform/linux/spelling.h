@@ -60,13 +60,6 @@ namespace plat
         char const * Get() const { return m_szPath; }
 
     private:
-        ZQ_COLD bool NextSpelling();
-        bool SpellFromRecord();
-        bool SpellFromFolders();
-        bool SpellName(std::size_t iBegin, FolderKey_c const & Folder);
-        void Convert(std::size_t iFrom, std::size_t iTo);
-        bool NextName(std::size_t & iBegin, std::size_t & iEnd) const;
-
         /// Sources of the spelling that was tried last.
         enum class Tried_e
         {
@@ -74,6 +67,13 @@ namespace plat
             Record,
             Folders
         };
+
+        ZQ_COLD bool NextSpelling();
+        bool SpellFromRecord();
+        bool SpellFromFolders();
+        bool SpellName(std::size_t iBegin, FolderKey_c const & Folder);
+        void Convert(std::size_t iFrom, std::size_t iTo);
+        bool NextName(std::size_t & iBegin, std::size_t & iEnd) const;
 
         char const * m_szOriginal;
         std::size_t m_nLength;

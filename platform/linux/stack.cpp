@@ -15,6 +15,7 @@
 
 // Calls fnCall(pArgument) on the stack that ends at pEnd. The frame pointer leads back, so that debuggers and
 // walks of the stack find the caller. Calls and returns stay paired, as a processor with a shadow stack demands.
+// Requires that pEnd is aligned to 16 bytes.
 extern "C" __attribute__((visibility("hidden"))) void ZqStackCall(
     void * pEnd, void (*fnCall)(void * pArgument), void * pArgument);
 
@@ -82,7 +83,7 @@ namespace plat
 #endif
         }
 
-        // Reports to the address checker that the thread runs on that stack.
+        // Reports to the address checker that the thread runs on the stack of the last ReportLeaving.
         void ReportArrival(void * pFrames, void const ** ppFrom, std::size_t * pFromBytes)
         {
 #if ZQ_ADDRESS_CHECKER

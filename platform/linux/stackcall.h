@@ -5,9 +5,8 @@
 
 namespace plat
 {
-    /// Runs fnCall(pArgument) on the nBytes of memory at pStack, which stay the caller's. The thread stays the same,
-    /// and an exception passes through. Without an exception, uses less than 512 bytes of the present stack, no heap
-    /// and no lock. Requires that the end of the memory is aligned to 16 bytes, and that the call does not end the
-    /// thread.
+    /// Runs fnCall(pArgument) on the nBytes of memory at pStack, which stay the caller's. The thread stays the same. An
+    /// exception passes through. Without an exception, uses less than 512 bytes of the present stack, no heap and no
+    /// lock. Requires that the end of the memory is aligned to 16 bytes, and that the call does not end the thread.
     void StackCallOn(void * pStack, std::size_t nBytes, void (*fnCall)(void * pArgument), void * pArgument);
 }

@@ -22,6 +22,8 @@ namespace plat
     {
         static_assert(STORE_NAME_LIMIT == NAME_MAX && STORE_PATH_SIZE == PATH_MAX);
 
+        constexpr unsigned NANOSECONDS = 1000000000;   // in a second
+
         int NumberOf(StoreHandle_t hStore)
         {
             return static_cast<int>(hStore);
@@ -66,8 +68,9 @@ namespace plat
 
     bool StoreGetMachinePath(char const * szName, char (&szPath)[STORE_PATH_SIZE])
     {
-        std::snprintf(szPath, sizeof szPath, "/etc/zqcore/%s", szName);
-        return true;
+        int const nPath = std::snprintf(szPath, sizeof szPath, "/etc/zqcore/%s", szName);
+        errno = ENAMETOOLONG;
+        return nPath > 0 && nPath < static_cast<int>(sizeof szPath);
     }
 
     // Uses the home folder that the system has on record, because the caller controls the environment.
@@ -226,7 +229,7 @@ namespace plat
         {
             return {};
         }
-        return { static_cast<std::int64_t>(Stat.st_ctim.tv_sec) * 1000000000 + Stat.st_ctim.tv_nsec, Stat.st_nlink };
+        return { static_cast<std::int64_t>(Stat.st_ctim.tv_sec) * NANOSECONDS + Stat.st_ctim.tv_nsec, Stat.st_nlink };
     }
 
     bool StoreReadLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite)
@@ -243,6 +246,6 @@ namespace plat
         timespec Now;
         clock_gettime(CLOCK_REALTIME, &Now);
         std::snprintf(szName, sizeof(szName), "%c%d.%u.%llx", cMark, static_cast<int>(getpid()), ++s_nNames,
-            static_cast<unsigned long long>(Now.tv_sec) * 1000000000u + static_cast<unsigned long>(Now.tv_nsec));
+            static_cast<unsigned long long>(Now.tv_sec) * NANOSECONDS + static_cast<unsigned long>(Now.tv_nsec));
     }
 }

@@ -26,7 +26,7 @@ namespace plat
             szText[File.IsOpen() ? ReadFully(File.Get(), szText, nSize - 1) : 0] = 0;
         }
 
-        // Reads the version: "6.1.0-18-amd64" has 6, 1 and 0.
+        // Reads the version: "6.1.0-18-amd64" has 6, 1 and 0. A missing number is 0.
         void ReadVersion(char const * szRelease, SystemFacts_t & Facts)
         {
             long dNumbers[3] = { 0, 0, 0 };
@@ -45,7 +45,7 @@ namespace plat
             Facts.iBuild = static_cast<std::uint32_t>(dNumbers[2]);
         }
 
-        // Returns the first nine digits of the machine's name: 8664 for "x86_64", 686 for "i686".
+        // Returns the first nine digits of the machine's name: 8664 for "x86_64", 686 for "i686", 0 without digits.
         int ProcessorType(char const * szMachine)
         {
             int iType = 0;
@@ -74,8 +74,7 @@ namespace plat
             Facts.nPhysicalTotal = MemoryNamed(szText, "MemTotal:");
             Facts.nPhysicalFree = MemoryNamed(szText, "\nMemAvailable:");   // the kernel's caches count as free
             constexpr bool WIDE = sizeof(void *) == 8;
-            Facts.nVirtualTotal = std::uint64_t(1) << (WIDE ? 47 : 32);   // the addresses that the processor allows a
-                                                                          // process
+            Facts.nVirtualTotal = std::uint64_t(1) << (WIDE ? 47 : 32);   // what the processor allows a process
             rlimit Limit;
             if (getrlimit(RLIMIT_AS, &Limit) == 0 && Limit.rlim_cur < Facts.nVirtualTotal)
             {

@@ -8,8 +8,9 @@
 namespace
 {
     constexpr std::size_t MAX_SHARED = 7;   // the most units at either end
-    constexpr std::size_t HISTORY = 4;
+    constexpr std::size_t HISTORY = 4;      // previous strings that a string may share units with
 
+    // Returns a number as four bytes, the lowest first.
     std::string Word(std::size_t nWord)
     {
         std::string sWord;
@@ -113,7 +114,7 @@ std::string ExpandedForm(std::vector<Group_t> const & dGroups)
 
 namespace
 {
-    // Returns whether a row can match code that starts with a byte. Only the first unit that consumes a byte decides.
+    // Returns whether a row can match code whose first byte is cCode. Only the first unit that consumes a byte decides.
     bool CanMatch(Row_t const & Row, unsigned cCode)
     {
         for (std::size_t i = 0; i < Row.sPattern.size(); i += 2)

@@ -72,22 +72,24 @@ namespace
         {
             throw RowError_c("the compact form of mode " + sMode + " does not expand to the table");
         }
-        return ArrayText("OPCODES_" + sMode, dGroups, sCompact) + IndexText("OPCODES_" + sMode, dGroups)
-               + ArrayText("LATER_" + sMode, dLater, ExpandedForm(dLater)) + IndexText("LATER_" + sMode, dLater);
+        std::string const sName = "OPCODES_" + sMode;
+        std::string const sLaterName = "LATER_" + sMode;
+        return ArrayText(sName, dGroups, sCompact) + IndexText(sName, dGroups)
+               + ArrayText(sLaterName, dLater, ExpandedForm(dLater)) + IndexText(sLaterName, dLater);
     }
 }
 
-int main(int argc, char ** argv)
+int main(int nArguments, char ** dArguments)
 {
-    std::vector<std::string> const dArguments(argv + std::min(argc, 2), argv + argc);
-    auto const itLater = std::find(dArguments.begin(), dArguments.end(), "--");
-    if (itLater == dArguments.begin() || dArguments.end() - itLater < 2)
+    std::vector<std::string> const dInputs(dArguments + std::min(nArguments, 2), dArguments + nArguments);
+    auto const itLater = std::find(dInputs.begin(), dInputs.end(), "--");
+    if (itLater == dInputs.begin() || dInputs.end() - itLater < 2)
     {
         std::fputs("usage: opcodetable OUT ROWS... -- ROWS...\n", stderr);
         return 2;
     }
-    std::vector<std::string> const dFiles(dArguments.begin(), itLater);
-    std::vector<std::string> const dLaterFiles(itLater + 1, dArguments.end());
+    std::vector<std::string> const dFiles(dInputs.begin(), itLater);
+    std::vector<std::string> const dLaterFiles(itLater + 1, dInputs.end());
     try
     {
         std::string sText;
@@ -95,12 +97,12 @@ int main(int argc, char ** argv)
         {
             sText += TablesText(szMode, dFiles, dLaterFiles);
         }
-        std::ofstream Stream(argv[1], std::ios::binary);
+        std::ofstream Stream(dArguments[1], std::ios::binary);
         Stream << sText;
         Stream.close();
         if (!Stream)
         {
-            throw RowError_c(std::string(argv[1]) + ": can't be written");
+            throw RowError_c(std::string(dArguments[1]) + ": can't be written");
         }
     }
     catch (RowError_c const & Error)

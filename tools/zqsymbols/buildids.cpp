@@ -14,6 +14,7 @@ namespace zqsymbols
 {
     namespace
     {
+        // Returns a file's build-id in hexadecimal, or an empty text if it has none.
         std::string BuildIdOf(Elf * pElf)
         {
             void const * pBytes = nullptr;
@@ -21,7 +22,8 @@ namespace zqsymbols
             return nBytes > 0 ? BuildIdText(pBytes, static_cast<std::size_t>(nBytes)) : "";
         }
 
-        // Returns the number of bytes from a module's first page in memory to the end of its last segment.
+        // Returns the number of bytes from a module's first page in memory to the end of its last segment. Returns 0 if
+        // the module has no segment to load.
         std::uint64_t BytesOf(Elf * pElf)
         {
             std::optional<std::uint64_t> Start;
@@ -49,6 +51,7 @@ namespace zqsymbols
         }
     }
 
+    // Adds a file, or replaces one that has the same build-id and less information.
     void BuildIds_c::AddFile(std::string const & sFile)
     {
         int const iFile = open(sFile.c_str(), O_RDONLY | O_CLOEXEC);

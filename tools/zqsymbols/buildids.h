@@ -1,4 +1,4 @@
-// buildids.h: files with debug information, found by the build-id that the linker stored in their program.
+// buildids.h: programs, libraries and files of debug information, found by the build-id that the linker stored.
 #pragma once
 
 #include <cstdint>

@@ -31,6 +31,11 @@ namespace zqsymbols
             return Print("%08llX", static_cast<unsigned long long>(nAddress));
         }
 
+        std::string PlaceLine(Line_t const & Line)
+        {
+            return "    at " + Escaped(Line.sFile) + ":" + std::to_string(Line.nLine) + "\n";
+        }
+
         using Bytes_t = std::vector<std::uint8_t>;
 
         Bytes_t BytesOf(std::uint64_t nValue)
@@ -81,7 +86,7 @@ namespace zqsymbols
     std::string FrameLines_c::Source(Line_t const & Line, bool bAround)
     {
         unsigned const nAround = bAround ? LINES_AROUND : 0;
-        std::string sText = "    at " + Escaped(Line.sFile) + ":" + std::to_string(Line.nLine) + "\n";
+        std::string sText = PlaceLine(Line);
         unsigned const nFirst = Line.nLine > nAround ? Line.nLine - nAround : 1;
         for (unsigned i = nFirst; i <= Line.nLine + nAround; ++i)
         {
@@ -162,9 +167,7 @@ namespace zqsymbols
             sText += i != 0     ? Escaped(dCalls[i - 1].sFunction) + " [inlined]\n"
                      : Function ? Escaped(Function->sName) + Print("+%llX\n", nDisplacement + (Frame.bCall ? 1 : 0))
                                 : "?\n";
-            sText += !Line    ? ""
-                     : bWhole ? Source(*Line, nNumber < SOURCE_FRAMES)
-                              : "    at " + Escaped(Line->sFile) + ":" + std::to_string(Line->nLine) + "\n";
+            sText += !Line ? "" : bWhole ? Source(*Line, nNumber < SOURCE_FRAMES) : PlaceLine(*Line);
             for (Variable_t const & Each : dVariables)
             {
                 bool const bOfCall = Each.iScope >= iScope && Each.iScope < nEnd;

@@ -1,5 +1,6 @@
-// details.h: the frames of a thread as lines of text, with sources and variables (docs/formats.md, "Details of a
-// crash").
+// details.h: the frames of a thread as lines of text, with sources and variables.
+//
+// The lines have the form of docs/formats.md, "Details of a crash".
 #pragma once
 
 #include "tools/zqsymbols/names.h"
@@ -13,7 +14,7 @@ namespace zqsymbols
     class FrameLines_c
     {
     public:
-        /// Requires that all three outlive the object.
+        /// Makes a writer. Requires that all three outlive it.
         FrameLines_c(Process_c & Process, Types_c & Types, Variables_c & Variables)
             : m_Process(Process)
             , m_Types(Types)
@@ -45,7 +46,7 @@ namespace zqsymbols
     class StackLines_c
     {
     public:
-        /// Requires that both outlive the object.
+        /// Begins at the innermost frame. Requires that both outlive the object.
         StackLines_c(FrameLines_c & Lines, Frames_c & Frames)
             : m_Lines(Lines)
             , m_Frames(Frames)
@@ -63,8 +64,8 @@ namespace zqsymbols
 
         FrameLines_c & m_Lines;
         Frames_c & m_Frames;
-        std::size_t m_iFrame = 0;
-        std::size_t m_nNumber = 0;
+        std::size_t m_iFrame = 0;    // the next frame
+        std::size_t m_nNumber = 0;   // of the next frame or inlined call in the lines
     };
 
     /// Returns an address's place in its module: "name+offset" in hexadecimal, "?" without a module that has a file.

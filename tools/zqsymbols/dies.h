@@ -16,11 +16,11 @@ namespace zqsymbols
     }
 
     /// Returns the number that an attribute has, or nElse if the DIE has no such attribute or it is no number.
-    inline std::uint64_t Number(Dwarf_Die * pDie, unsigned iAttribute, std::uint64_t nElse)
+    inline std::uint64_t Number(Dwarf_Die * pDie, unsigned nAttribute, std::uint64_t nElse)
     {
         Dwarf_Attribute Attribute;
         Dwarf_Word nValue = 0;
-        bool const bKnown = dwarf_formudata(dwarf_attr(pDie, iAttribute, &Attribute), &nValue) == 0;
+        bool const bKnown = dwarf_formudata(dwarf_attr(pDie, nAttribute, &Attribute), &nValue) == 0;
         return bKnown ? nValue : nElse;
     }
 
@@ -32,9 +32,9 @@ namespace zqsymbols
     }
 
     /// Returns whether a tag is that of a structure, a class or a union.
-    inline bool IsStructure(int iTag)
+    inline bool IsStructure(int nTag)
     {
-        return iTag == DW_TAG_structure_type || iTag == DW_TAG_class_type || iTag == DW_TAG_union_type;
+        return nTag == DW_TAG_structure_type || nTag == DW_TAG_class_type || nTag == DW_TAG_union_type;
     }
 
     /// Returns what a scope adds before the names in it: its name and "::". The name of an unnamed namespace is
@@ -49,8 +49,8 @@ namespace zqsymbols
     }
 
     /// Returns whether a tag is that of a pointer or a reference.
-    inline bool IsPointer(int iTag)
+    inline bool IsPointer(int nTag)
     {
-        return iTag == DW_TAG_pointer_type || iTag == DW_TAG_reference_type || iTag == DW_TAG_rvalue_reference_type;
+        return nTag == DW_TAG_pointer_type || nTag == DW_TAG_reference_type || nTag == DW_TAG_rvalue_reference_type;
     }
 }

@@ -16,8 +16,8 @@ namespace zqsymbols
         GElf_Shdr Header;
     };
 
-    /// Returns the first section of a name, or nothing if the file has none. pElf may be null.
-    /// The section is valid until pElf is closed.
+    /// Returns the first section of a name, or nothing if the file has none that can be read. Returns nothing too if
+    /// pElf is null. The section is valid until pElf is closed.
     std::optional<Section_t> FindSection(Elf * pElf, std::string_view sName);
 
     /// Returns the bytes of a build-id in lower-case hexadecimal.

@@ -140,6 +140,7 @@ namespace zqsymbols
             }
 
             // Returns a number from the table of addresses, with the bias added if the operation means an address.
+            // Returns nothing if there is no such number.
             std::optional<std::uint64_t> NumberInTable(Dwarf_Op const & Operation) const
             {
                 Dwarf_Attribute Attribute;
@@ -151,7 +152,7 @@ namespace zqsymbols
                 return bFound ? std::optional(nNumber + (bAddress ? m_Surroundings.nBias : 0)) : std::nullopt;
             }
 
-            // Returns what a register held when the function was called.
+            // Returns what a register held when the function was called, or nothing if that is unknown.
             std::optional<std::uint64_t> ValueAtEntry(Dwarf_Op const & Operation) const
             {
                 Dwarf_Attribute Attribute;
@@ -314,7 +315,7 @@ namespace zqsymbols
                 bool const bBySign =
                     nCode == DW_OP_div || nCode == DW_OP_mod || (nCode >= DW_OP_ge && nCode <= DW_OP_lt);
                 m_bFailed |= (nCode == DW_OP_div || nCode == DW_OP_mod) && (nSecond == 0 || nSignedSecond == -1);
-                m_bFailed |= m_bUnsigned && bBySign;   // div and the comparisons use signed numbers
+                m_bFailed |= m_bUnsigned && bBySign;   // numbers are signed in div and ge to lt, but not in mod
                 if (m_bFailed)
                 {
                     return true;

@@ -40,7 +40,7 @@ namespace zqsymbols
     {
         Registers_t Registers;
         std::uint64_t nBias = 0;                     // load bias of the module
-        std::optional<std::uint64_t> nCfa{};         // nothing if unknown
+        std::optional<std::uint64_t> nCfa{};         // canonical frame address; nothing if unknown
         std::optional<std::uint64_t> nFrameBase{};   // likewise
         Frame_t const * pFrame = nullptr;         // frame whose caller has the entry values; null if they are unknown
         EntryValues_t * pEntryValues = nullptr;   // not null with pFrame

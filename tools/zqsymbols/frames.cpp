@@ -15,6 +15,7 @@ namespace zqsymbols
         };
         using Rules_t = std::unique_ptr<Dwarf_Frame, Free_c>;
 
+        // Returns the rules that unwind from an address, or null if the module has none for it.
         Rules_t RulesAt(Dwfl_Module * pModule, std::uint64_t nAddress)
         {
             for (auto const fnTable : { dwfl_module_eh_cfi, dwfl_module_dwarf_cfi })
@@ -134,8 +135,8 @@ namespace zqsymbols
         return nValue.has_value();
     }
 
-    // Serves code without usable rules. A call of an address without code has pushed its return address and nothing
-    // else.
+    // Sets the CFA of a frame without usable rules, and the caller. Returns false if there is no caller. A call of an
+    // address without code has pushed its return address and nothing else.
     bool Frames_c::UnwindByFramePointer(Frame_t & Frame, Frame_t & Caller)
     {
         std::uint64_t const nWord = m_Process.GetWord();

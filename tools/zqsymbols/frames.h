@@ -11,10 +11,10 @@ namespace zqsymbols
     struct Frame_t
     {
         Registers_t Registers;
-        std::uint64_t nAddress = 0;
+        std::uint64_t nAddress = 0;          // of its instruction, or the return address
         std::uint64_t nCfa = 0;              // the stack pointer's value before the call
         bool bCall = false;                  // whether the address is a return address
-        Frame_t const * pCaller = nullptr;   // null at the end of the stack
+        Frame_t const * pCaller = nullptr;   // null at the end of the stack or the walk
 
         /// Returns an address inside the current instruction of the frame.
         std::uint64_t GetInside() const { return nAddress - (bCall ? 1 : 0); }
@@ -32,8 +32,8 @@ namespace zqsymbols
             , m_Start(Start)
         {}
 
-        /// Returns a frame by number; 0 is the innermost. Returns null after the end, and from FRAMES_MAX on. The frame
-        /// is valid as long as the object.
+        /// Returns a frame by number, 0 for the innermost. Returns null after the end, and from FRAMES_MAX on. The
+        /// frame is valid as long as the object.
         Frame_t const * Get(std::size_t iFrame);
 
     private:
@@ -46,6 +46,6 @@ namespace zqsymbols
         Registers_t const & m_Start;
         std::deque<Frame_t> m_dFrames;   // a caller's place is fixed
         Frame_t m_Caller;                // of the last one
-        bool m_bMore = true;
+        bool m_bMore = true;             // whether a frame follows the last one
     };
 }

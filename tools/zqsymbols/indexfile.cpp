@@ -17,14 +17,14 @@ namespace zqsymbols
     namespace
     {
         constexpr char MARK[8] = { 'Z', 'Q', 'I', 'N', 'D', 'E', 'X', '1' };
-        constexpr std::uint64_t FOLDER_MAX = 64 << 20;   // bytes of all files
-        constexpr std::uint64_t FILE_MAX = FOLDER_MAX / 2;
+        constexpr std::uint64_t FOLDER_MAX = 64 << 20;       // bytes of all files
+        constexpr std::uint64_t FILE_MAX = FOLDER_MAX / 2;   // bytes of one file
         constexpr std::size_t BUILD_ID_MAX = 64;
         constexpr char ENDING[] = ".index";
 
         struct Head_t
         {
-            char dMark[8];
+            char dMark[sizeof(MARK)];
             std::uint64_t nSum;   // of all that follows
             char dBuildId[BUILD_ID_MAX];
             std::uint64_t nSpan;
@@ -78,6 +78,7 @@ namespace zqsymbols
             return dRanges;
         }
 
+        // Returns whether the user owns a file and no one else may write to it.
         bool IsOwn(struct stat const & Stat)
         {
             return Stat.st_uid == geteuid() && (Stat.st_mode & (S_IWGRP | S_IWOTH)) == 0;
@@ -86,20 +87,6 @@ namespace zqsymbols
         std::string NameOf(IndexKey_t const & Key)
         {
             return Key.sBuildId + ENDING;
-        }
-
-        bool WriteAll(int hFile, std::string_view sBytes)
-        {
-            while (!sBytes.empty())
-            {
-                ssize_t const nWritten = write(hFile, sBytes.data(), sBytes.size());
-                if (nWritten <= 0)
-                {
-                    return false;
-                }
-                sBytes.remove_prefix(static_cast<std::size_t>(nWritten));
-            }
-            return true;
         }
 
         int OpenFolder(std::string const & sFolder)
@@ -234,7 +221,7 @@ namespace zqsymbols
         bool const bRoom = Folder.IsOpen() && MakeRoom(Folder.Get(), sFile.size());
         plat::Descriptor_c const File(bRoom ? openat(Folder.Get(), sNew.c_str(), FLAGS, S_IRUSR | S_IWUSR) : -1);
         if (File.IsOpen()
-            && (!WriteAll(File.Get(), sFile)
+            && (!plat::WriteFully(File.Get(), sFile.data(), sFile.size())
                 || renameat(Folder.Get(), sNew.c_str(), Folder.Get(), NameOf(Key).c_str()) != 0))
         {
             unlinkat(Folder.Get(), sNew.c_str(), 0);

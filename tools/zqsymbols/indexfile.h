@@ -4,12 +4,12 @@
 // made of other files than the module's. docs/formats.md has the layout of the file.
 //
 // Failure: it costs only time. There is no file in these cases:
-// - the user has no home folder.
-// - the module has no build-id.
-// - the disk has no room for it or is read-only.
-// - it would have more than 32 MiB.
-// - another user owns the folder or may write to it.
-// - the folder is a symbolic link.
+// - The user has no home folder.
+// - The module has no build-id.
+// - The disk has no room for it or is read-only.
+// - It would have more than 32 MiB.
+// - Another user owns the folder or may write to it.
+// - The folder is a symbolic link.
 #pragma once
 
 #include "tools/zqsymbols/moduleindex.h"

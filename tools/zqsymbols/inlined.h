@@ -12,7 +12,7 @@ namespace zqsymbols
     {
         std::string sFunction;         // the callee; "?" if unknown
         std::optional<Line_t> Place;   // of the call; nothing if unknown
-        std::size_t iScope;            // index of the callee's scope
+        std::size_t iScope;            // index of the callee's scope in dScopes
     };
 
     /// Returns the inlined calls among the scopes at an address, outermost first.

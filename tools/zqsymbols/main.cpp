@@ -1,5 +1,5 @@
 // zqsymbols: reports to a process that uses the library the frames, names, lines and variables of one of its threads,
-// and the frames of the others. The library starts it; it does nothing when started by hand.
+// and the frames of the others. The library starts it. Started by hand, it does nothing.
 #include "tools/zqsymbols/details.h"
 #include "tools/zqsymbols/names.h"
 #include "tools/zqsymbols/threads.h"
@@ -18,6 +18,7 @@ namespace zqsymbols
         constexpr rlim_t CPU_LIMIT = 60;            // seconds: the caller has given up long before
         constexpr timeval IDLE_LIMIT = { 60, 0 };   // seconds without a request, likewise
 
+        // Service for one process. It keeps what it found for later requests.
         class Server_c
         {
         public:
@@ -33,6 +34,7 @@ namespace zqsymbols
 
             Values_c & GetValues() { return m_FrameLines.GetValues(); }
 
+            // Writes the values and the text of an answer to To. Returns false if the answer is no.
             bool Answer(plat::SymbolRequest_t const & Request, plat::SymbolAnswer_t & To)
             {
                 auto const iType = static_cast<plat::SymbolType_t>(Request.nValue);
@@ -67,6 +69,7 @@ namespace zqsymbols
             }
 
         private:
+            // Writes a text to To, cut to what an answer holds. Returns false for an empty text.
             static bool PutText(std::string_view sText, plat::SymbolAnswer_t & To)
             {
                 std::size_t const nLength = std::min<std::size_t>(sText.size(), plat::SYMBOL_TEXT - 1);
@@ -145,7 +148,7 @@ namespace zqsymbols
                 return true;
             }
 
-            // Divides a text that is too long for an answer at the ends of lines, and cuts each line so that it fits.
+            // Writes the next lines of a section, at most as many as an answer holds. Cuts a line that is longer.
             // Returns false at the end of the section.
             bool AnswerDetail(std::uint64_t nSection, plat::SymbolAnswer_t & To)
             {
@@ -176,7 +179,7 @@ namespace zqsymbols
             std::map<std::uint64_t, std::optional<Function_t>> m_dFunctions;
             std::map<std::uint64_t, std::optional<Line_t>> m_dLines;
             std::vector<Variable_t> m_dVariables;
-            std::size_t m_iVariablesOf = SIZE_MAX;
+            std::size_t m_iVariablesOf = SIZE_MAX;   // frame of m_dVariables; SIZE_MAX before the first
         };
 
         void SetLimits()

@@ -14,9 +14,9 @@ namespace zqsymbols
     {
         constexpr std::uint32_t RANGE_MAX = std::numeric_limits<std::uint32_t>::max();
 
-        // A module with a build-id and as much of either has an index file, because that is faster to read than the
-        // index to build.
-        constexpr std::uint64_t BIG_BYTES = 64 << 20;
+        // A module with a build-id that reaches either limit has an index file, because reading that is faster than
+        // building the index.
+        constexpr std::uint64_t BIG_BYTES = 64 << 20;   // of .debug_info as stored
         constexpr int BIG_SYMBOLS = 100000;
 
         // The linker's fill between two functions of a unit has fewer bytes.
@@ -85,6 +85,7 @@ namespace zqsymbols
                 }
             }
 
+            // Returns whether one of the segments has the address. Returns true if the file has no such segments.
             bool Holds(std::uint64_t nAddress) const
             {
                 return m_dSegments.empty()
@@ -119,8 +120,8 @@ namespace zqsymbols
             }
         }
 
-        // Returns the rank of a symbol among those of one range: a local one comes first, then a weak one, then a
-        // global one. If two are equal, the one with the lower number comes last. A search finds the last one first.
+        // Returns the rank of a symbol among those of one range: a local one comes first, then a weak one, then any
+        // other. If two are equal, the one with the lower number comes last. A search finds the last one first.
         std::uint64_t Rank(GElf_Sym const & Symbol, int iSymbol)
         {
             unsigned const nBinding = GELF_ST_BIND(Symbol.st_info);
@@ -133,6 +134,7 @@ namespace zqsymbols
             return ~static_cast<int>(static_cast<std::uint32_t>(nRank));
         }
 
+        // Returns the address in memory after a section, or 0 if there is no such section.
         std::uint64_t SectionEnd(Elf * pElf, GElf_Word iSection, GElf_Addr nBias)
         {
             GElf_Shdr Header;
@@ -163,7 +165,8 @@ namespace zqsymbols
             }
         }
 
-        // Adds those of the symbols without a size that lie outside of the others. Requires that both are sorted.
+        // Appends to dSized the symbols of dSizeless that start outside of its ranges, each cut at the next range.
+        // Requires that both are sorted.
         void AddOutside(std::vector<IndexRange_t> & dSized, std::vector<IndexRange_t> & dSizeless)
         {
             std::vector<IndexRange_t> dAdded;
@@ -203,7 +206,7 @@ namespace zqsymbols
             return std::move(Sized.m_dRanges);
         }
 
-        // Returns the size of the section of units, as it is stored.
+        // Returns the bytes of the section of units, as stored, or 0 if there is none.
         std::uint64_t UnitBytes(Dwarf * pDwarf)
         {
             Elf * const pElf = pDwarf == nullptr ? nullptr : dwarf_getelf(pDwarf);

@@ -64,10 +64,11 @@ namespace zqsymbols
         /// - at least 100,000 symbols.
         void Build(Dwfl_Module * pModule, IndexFolder_c const & Folder);
 
-        /// Returns the offsets of the units that claim an address, the one whose range has the nearest start first.
+        /// Returns the offsets of the units that claim an address in memory, the one whose range has the nearest start
+        /// first. The result is empty if none does.
         std::vector<std::uint64_t> UnitsAt(std::uint64_t nAddress) const;
 
-        /// Returns the number of the innermost symbol that holds an address, or nothing if none does.
+        /// Returns the number of the innermost symbol that holds an address in memory, or nothing if none does.
         std::optional<int> SymbolAt(std::uint64_t nAddress) const;
 
     private:

@@ -50,8 +50,8 @@ namespace zqsymbols
         Modules_c & operator=(Modules_c const &) = delete;
 
         /// Adds the program or library of a file that is mapped from nStart to below nEnd. A file that has only the
-        /// debug information of one, such as "objcopy --only-keep-debug" makes, serves too. Requires modules that do
-        /// not overlap.
+        /// debug information of one, such as "objcopy --only-keep-debug" makes, serves too. Requires that modules do
+        /// not overlap and EndModules was not called.
         void AddModule(char const * szPath, std::uint64_t nStart, std::uint64_t nEnd);
 
         /// Ends the additions. Requires one call, before any question.

@@ -9,7 +9,8 @@ namespace zqsymbols
 {
     namespace
     {
-        int Depth(char cText)
+        // Returns by how much a character changes the depth of brackets.
+        int DepthChange(char cText)
         {
             switch (cText)
             {
@@ -73,7 +74,7 @@ namespace zqsymbols
             std::size_t iStart = 0;
             for (std::size_t i = 0; i < sName.size() && !(nDepth == 0 && sName.substr(i).starts_with("operator")); ++i)
             {
-                nDepth += Depth(sName[i]);
+                nDepth += DepthChange(sName[i]);
                 iStart = nDepth == 0 && sName[i] == ' ' ? i + 1 : iStart;
             }
             return sName.substr(iStart);

@@ -57,6 +57,7 @@ namespace zqsymbols
             return Die;
         }
 
+        // Returns a function's name for the linker, its plain name if it has none, or null if it has neither.
         char const * LinkerName(Dwarf_Die * pDie)
         {
             Dwarf_Attribute Attribute;

@@ -32,7 +32,7 @@ namespace zqsymbols
             { "std::__1::shared_ptr<*", PRINT_POINTER, "__ptr_" },
         };
 
-        constexpr std::uint64_t TEXT_MAX = 1u << 20;   // a longer text is damage
+        constexpr std::uint64_t TEXT_MAX = 1u << 20;   // bytes; a longer text is damage
         constexpr char EMPTY_TEXT[] = "(empty)";
 
         std::optional<std::string> ShowText(
@@ -42,8 +42,8 @@ namespace zqsymbols
             return bText ? std::optional(Values.Text({ 0, *nAddress }, *nLength, 1, false)) : std::nullopt;
         }
 
-        // Returns a template's text, with each pair of braces replaced by the member that it names. A brace without its
-        // partner is copied.
+        // Returns a template's text, with each pair of braces replaced by the value of the member that it names, or by
+        // a note if there is no such member. A brace without its partner is copied.
         std::string Fill(Values_c & Values, Value_t const & Value, std::string_view sTemplate, int nDepth)
         {
             std::string sText;
@@ -135,8 +135,8 @@ namespace zqsymbols
                     Values.NumberAt(*Second, 0, Values.GetWord()));
             case PRINT_OPTIONAL:
             {
-                std::optional<std::uint64_t> const Engaged = Values.NumberAt(*First, 0, 1);
-                return !Engaged ? "(unreadable)" : *Engaged == 0 ? EMPTY_TEXT : Values.Show(*Second, nDepth);
+                std::optional<std::uint64_t> const nEngaged = Values.NumberAt(*First, 0, 1);
+                return !nEngaged ? "(unreadable)" : *nEngaged == 0 ? EMPTY_TEXT : Values.Show(*Second, nDepth);
             }
             case PRINT_POINTER:
                 return ShowPointer(Values, *First, nDepth);

@@ -22,7 +22,7 @@ namespace zqsymbols
     {
         std::array<std::uint64_t, REGISTERS> dValues{};
         std::uint64_t nKnown = 0;      // a bit for each register whose value is known
-        std::uint32_t dwAssumed = 0;   // likewise; known if the functions called since then left it alone
+        std::uint32_t dwAssumed = 0;   // a bit for each register that is known if no callee changed it
 
         /// Returns whether a register's value is known. Returns false for a number of REGISTERS or more.
         bool IsKnown(unsigned iRegister) const { return iRegister < REGISTERS && (nKnown >> iRegister & 1) != 0; }
@@ -75,7 +75,8 @@ namespace zqsymbols
         /// Copies nBytes from an address. Returns false if not all of them are readable.
         bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes) override;
 
-        /// Returns an unsigned number of nBytes, or nothing if that is more than 8 or if it is not readable.
+        /// Returns the unsigned number of nBytes at an address, 0 for no bytes. Returns nothing if nBytes is more than
+        /// 8 or the number is not readable.
         std::optional<std::uint64_t> ReadNumber(std::uint64_t nAddress, std::size_t nBytes);
 
     private:

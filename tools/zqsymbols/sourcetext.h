@@ -7,7 +7,7 @@
 
 namespace zqsymbols
 {
-    /// Source files. Reads each once.
+    /// Source files, each read once.
     class SourceText_c
     {
     public:

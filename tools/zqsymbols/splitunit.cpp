@@ -26,7 +26,7 @@ namespace zqsymbols
             sTo.append(reinterpret_cast<char const *>(&Value), sizeof(Value));
         }
 
-        // Returns a number at an offset, 0 if it is not there.
+        // Returns a number at an offset, or 0 if it is not there.
         template <typename T>
         T Take(std::string_view sFrom, std::uint64_t nOffset)
         {
@@ -38,6 +38,7 @@ namespace zqsymbols
             return Value;
         }
 
+        // Returns up to nBytes from an offset. Returns an empty text if the offset lies after the end.
         std::string_view Slice(std::string_view sFrom, std::uint64_t nOffset, std::uint64_t nBytes)
         {
             return nOffset <= sFrom.size() ? sFrom.substr(nOffset, nBytes) : std::string_view();
@@ -110,14 +111,18 @@ namespace zqsymbols
 
         constexpr char INFO[] = ".debug_info.dwo";
         constexpr char TYPES[] = ".debug_types.dwo";
+        constexpr char ABBREVIATIONS[] = ".debug_abbrev.dwo";
+        constexpr char LINES[] = ".debug_line.dwo";
         constexpr char OFFSETS[] = ".debug_str_offsets.dwo";
+        constexpr char ADDRESSES[] = ".debug_addr";
+        constexpr char RANGES[] = ".debug_ranges";
 
         // The kinds of a package's sections, by their numbers in its index of version 2 (the extension of GNU before
         // version 5) and of version 5 (DWARF 5, section 7.3.5). Those that are not used are empty texts.
-        constexpr std::array<char const *, 9> KINDS_2 = { "", INFO, TYPES, ".debug_abbrev.dwo", ".debug_line.dwo",
-            ".debug_loc.dwo", OFFSETS, "", "" };
-        constexpr std::array<char const *, 9> KINDS_5 = { "", INFO, "", ".debug_abbrev.dwo", ".debug_line.dwo",
-            ".debug_loclists.dwo", OFFSETS, "", ".debug_rnglists.dwo" };
+        constexpr std::array<char const *, 9> KINDS_2 = { "", INFO, TYPES, ABBREVIATIONS, LINES, ".debug_loc.dwo",
+            OFFSETS, "", "" };
+        constexpr std::array<char const *, 9> KINDS_5 = { "", INFO, "", ABBREVIATIONS, LINES, ".debug_loclists.dwo",
+            OFFSETS, "", ".debug_rnglists.dwo" };
 
         // A package's index of units: a table of identifiers, then for each unit its parts of the sections.
         class PackageIndex_c
@@ -137,10 +142,10 @@ namespace zqsymbols
             template <typename ROW>
             void Visit(ROW const & fnRow) const
             {
-                std::uint64_t const nRows = HEAD + m_nSlots * 8;
-                for (std::uint64_t i = 0; i < m_nSlots && nRows <= m_sIndex.size(); ++i)
+                std::uint64_t const nNumbers = HEAD + m_nSlots * 8;   // offset of the numbers of rows
+                for (std::uint64_t i = 0; i < m_nSlots && nNumbers <= m_sIndex.size(); ++i)
                 {
-                    std::uint32_t const iRow = Take<std::uint32_t>(m_sIndex, nRows + i * 4);
+                    std::uint32_t const iRow = Take<std::uint32_t>(m_sIndex, nNumbers + i * 4);
                     if (iRow != 0 && iRow <= m_nRows
                         && fnRow(Take<std::uint64_t>(m_sIndex, HEAD + i * 8), PartsOf(iRow - 1)))
                     {
@@ -150,12 +155,12 @@ namespace zqsymbols
             }
 
         private:
-            static constexpr std::uint64_t HEAD = 16;
+            static constexpr std::uint64_t HEAD = 16;   // bytes before the identifiers
 
             Parts_t PartsOf(std::uint64_t iRow) const
             {
                 Parts_t dParts;
-                std::uint64_t const nKinds = HEAD + m_nSlots * 12;
+                std::uint64_t const nKinds = HEAD + m_nSlots * 12;   // offset of the kinds of the columns
                 for (std::uint64_t i = 0; i < m_nColumns && i < KINDS_5.size(); ++i)
                 {
                     std::uint32_t const nKind = Take<std::uint32_t>(m_sIndex, nKinds + i * 4);
@@ -214,6 +219,7 @@ namespace zqsymbols
             return Head;
         }
 
+        // Returns the offset that an attribute holds, or 0 without the attribute.
         std::uint64_t Offset(Dwarf_Die * pDie, unsigned nAttribute)
         {
             Dwarf_Attribute Attribute;
@@ -221,6 +227,7 @@ namespace zqsymbols
             return dwarf_formudata(dwarf_attr(pDie, nAttribute, &Attribute), &nOffset) == 0 ? nOffset : 0;
         }
 
+        // Returns the name of the file of a unit's other part, or an empty text without one.
         std::string NameOfPart(Dwarf_Die * pUnit)
         {
             Dwarf_Attribute Attribute;
@@ -305,17 +312,16 @@ namespace zqsymbols
             Elf * const pElf = dwarf_getelf(dwarf_cu_getdwarf(pUnit->cu));
             std::string const sInfo = InfoOf(pUnit, Head, sPart);
             std::string const sAbbreviations = AbbreviationsOf(bVersion5);
-            std::string_view const sAddresses = SectionOf(pElf, ".debug_addr");
+            std::string_view const sAddresses = SectionOf(pElf, ADDRESSES);
             std::uint64_t const nAddresses = Offset(pUnit, bVersion5 ? DW_AT_addr_base : DW_AT_GNU_addr_base);
             std::uint64_t const nBytes = bVersion5 && nAddresses >= HEAD_5
                                              ? Take<std::uint32_t>(sAddresses, nAddresses - HEAD_5) - 4
                                              : RANGES_MAX;
             Sections_t dSections = { { ".debug_info", sInfo }, { ".debug_abbrev", sAbbreviations },
-                { ".debug_addr", Slice(sAddresses, nAddresses, nBytes) } };
+                { ADDRESSES, Slice(sAddresses, nAddresses, nBytes) } };
             if (!bVersion5)
             {
-                dSections[".debug_ranges"] =
-                    Slice(SectionOf(pElf, ".debug_ranges"), Offset(pUnit, DW_AT_GNU_ranges_base), RANGES_MAX);
+                dSections[RANGES] = Slice(SectionOf(pElf, RANGES), Offset(pUnit, DW_AT_GNU_ranges_base), RANGES_MAX);
             }
             return ElfOf(dSections);
         }
@@ -325,13 +331,13 @@ namespace zqsymbols
     class SplitUnits_c::Image_c
     {
     public:
-        // Opens a file. Without it the object is empty.
+        // Opens a file. If that fails, the object is empty.
         explicit Image_c(std::string const & sPath)
             : m_hFile(open(sPath.c_str(), O_RDONLY | O_CLOEXEC))
             , m_pElf(m_hFile < 0 ? nullptr : elf_begin(m_hFile, ELF_C_READ_MMAP, nullptr))
         {}
 
-        // Makes the unit that refers to another part's file by its path.
+        // Makes a unit whose other part is the file sPart, in memory.
         Image_c(Dwarf_Die * pUnit, std::string const & sPart)
             : m_sImage(SkeletonOf(pUnit, sPart))
             , m_pElf(elf_memory(m_sImage.data(), m_sImage.size()))

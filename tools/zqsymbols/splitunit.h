@@ -1,5 +1,6 @@
-// splitunit.h: the part of a unit that "-gsplit-dwarf" leaves out of the program. It lies in a file of its own (.dwo)
-// or in a package of them (.dwp).
+// splitunit.h: the part of a unit that "-gsplit-dwarf" leaves out of the program.
+//
+// It lies in a file of its own (.dwo) or in a package of them (.dwp).
 //
 // libdw finds a .dwo file at the path that the compiler noted, from the compiler's folder or from the program's. The
 // class also finds a file with that name in the program's folder, and the part in the package beside the program.
@@ -29,8 +30,8 @@ namespace zqsymbols
     private:
         class Image_c;
 
-        std::unordered_map<void *, Dwarf_Die> m_dFound;   // by their units
-        std::unordered_map<std::string, std::unique_ptr<Image_c>> m_dPackages;
-        std::unordered_map<void *, std::unique_ptr<Image_c>> m_dSkeletons;
+        std::unordered_map<void *, Dwarf_Die> m_dFound;                          // by their units
+        std::unordered_map<std::string, std::unique_ptr<Image_c>> m_dPackages;   // by the paths of their programs
+        std::unordered_map<void *, std::unique_ptr<Image_c>> m_dSkeletons;       // by their units
     };
 }

@@ -46,6 +46,7 @@ namespace zqsymbols
             std::uint32_t iEntry, nBase, nLimit, nFlags;
         };
 
+        // State of a stopped thread.
         struct Stopped_t
         {
             Registers_t Registers;
@@ -70,7 +71,7 @@ namespace zqsymbols
 
         void Take64(user_regs_struct const & Kernel, Stopped_t & Stopped)
         {
-            // In the order of DWARF's numbers.
+            // The values are in the order of DWARF's numbers.
             unsigned long long const dValues[] = { Kernel.rax, Kernel.rdx, Kernel.rcx, Kernel.rbx, Kernel.rsi,
                 Kernel.rdi, Kernel.rbp, Kernel.rsp, Kernel.r8, Kernel.r9, Kernel.r10, Kernel.r11, Kernel.r12,
                 Kernel.r13, Kernel.r14, Kernel.r15, Kernel.rip };
@@ -159,7 +160,7 @@ namespace zqsymbols
         return sPlace != "?" ? sPlace : Address.str();
     }
 
-    // Reads the lock that a thread waits for. Adds it if the library did not report it, as that of an open file.
+    // Reads the lock that a thread waits for. Adds a lock that the library did not report, such as an open file's.
     void ThreadLines_c::ReadMark(Thread_t & Thread)
     {
         std::uint64_t const nWord = m_Process.GetWord();

@@ -36,13 +36,13 @@ namespace zqsymbols
         struct Thread_t
         {
             int iThread = 0;
-            std::uint64_t nMark = 0;      // of the locks that it holds
-            std::uint64_t nAwaited = 0;   // the lock that it waits for, 0 for none
+            std::uint64_t nMark = 0;      // address of its LockMark_s, 0 without registers
+            std::uint64_t nAwaited = 0;   // address of the lock that it waits for, 0 for none
             std::string sLocks;           // what it holds and waits for
             int iRank = 0;                // the lowest first
-            std::string sProblem;
+            std::string sProblem;         // why frames are missing; empty for no reason
             std::vector<Frame_t> dFrames;
-            bool bMore = false;   // whether it has further ones
+            bool bMore = false;   // whether its stack has frames after these
         };
 
         void Collect();
@@ -60,6 +60,6 @@ namespace zqsymbols
         std::vector<Thread_t> m_dThreads;
         std::string m_sEnd;   // after the last thread: why there are no more
         bool m_bCollected = false;
-        std::size_t m_iThread = 0;
+        std::size_t m_iThread = 0;   // the next one that Next returns
     };
 }

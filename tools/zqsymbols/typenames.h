@@ -9,7 +9,7 @@
 namespace zqsymbols
 {
     /// Returns the type of a variable or a member as its source spells it, shortened by ShortName: "char const * [4]".
-    /// Aliases stay; restrict and _Atomic do not. What is nested 16 levels deep becomes "?". Returns "void" without a
+    /// Keeps aliases. Drops restrict and _Atomic. What is nested 16 levels deep becomes "?". Returns "void" without a
     /// type, and "(unnamed)" for one without a name.
     std::string SpellTypeOf(Types_c & Types, Dwarf_Die Owner);
 

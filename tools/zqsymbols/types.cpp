@@ -8,10 +8,10 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr unsigned DEPTH_MAX = 16;
+        constexpr unsigned DEPTH_MAX = 16;           // structures in each other whose members are listed
         constexpr std::size_t TYPES_MAX = 1000000;   // damaged information may be endless
 
-        // Skips aliases, const and the like, and references to units of types; keeps the last alias.
+        // Skips aliases, const and the like, and references to units of types. Stores the name of the last alias.
         void Peel(Dwarf_Die & Die, std::string & sAlias)
         {
             constexpr int STEPS_MAX = 64;

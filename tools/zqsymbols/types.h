@@ -39,7 +39,7 @@ namespace zqsymbols
         /// unnamed type.
         std::string QualifiedName(Dwarf_Die Die);
 
-        /// Returns the size in bytes; 0 if unknown.
+        /// Returns the size in bytes, or 0 if it is unknown.
         std::uint64_t GetSize(plat::SymbolType_t iType) const;
 
         /// Return the name, the fundamental type, the members, and the place of a member in the outermost structure, as
@@ -67,7 +67,7 @@ namespace zqsymbols
         void AddMember(plat::SymbolType_t iType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers);
 
         std::uint64_t m_nWord;
-        std::vector<Type_t> m_dTypes = { {} };
+        std::vector<Type_t> m_dTypes = { {} };             // by number; the first is no type
         std::unordered_map<void *, UnitScan_c> m_dScans;   // by the unit
     };
 }

@@ -27,19 +27,20 @@ namespace zqsymbols
         struct Step_t
         {
             Skip_e eSkip;
-            std::uint8_t nBytes;
+            std::uint8_t nBytes;   // of the value; of its length for SKIP_BLOCK
         };
 
         // Content of the abbreviation of a DIE.
         struct Shape_t
         {
             unsigned nTag = 0;
-            bool bKnown = false;
-            bool bChildren = false;
-            bool bCode = false;
+            bool bKnown = false;      // whether the unit has such an abbreviation
+            bool bChildren = false;   // whether the DIE has children
+            bool bCode = false;       // whether the DIE has addresses of code
             std::vector<Step_t> dSteps;
         };
 
+        // Walk over the DIEs of a unit.
         class Scanner_c
         {
         public:
@@ -72,7 +73,8 @@ namespace zqsymbols
                 }
             }
 
-            // Calls fnDie with each DIE but the unit's own, its shape and the address of the DIE around it.
+            // Calls fnDie with each DIE but the unit's own, its shape and the address of the DIE around it. Stops at a
+            // DIE that it can't read.
             template <typename DIE>
             void Visit(DIE const & fnDie)
             {

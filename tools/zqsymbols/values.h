@@ -1,8 +1,12 @@
 // values.h: values of the examined process as text.
 //
-// A value is one line: numbers in decimal, and also in hexadecimal if they are large or negative, addresses and
-// integers of 16 bytes in hexadecimal, enumerators by name, text in quotes, containers in braces. The members of a
-// structure are further lines. Values_c escapes everything from the process.
+// A value is one line:
+// - numbers in decimal, and also in hexadecimal if they are large or negative;
+// - addresses and integers of 16 bytes in hexadecimal;
+// - enumerators by name, and text in quotes;
+// - containers and structures in braces. Members can list a structure's members in further lines.
+//
+// Values_c escapes everything from the process.
 #pragma once
 
 #include "tools/zqsymbols/printers.h"
@@ -32,12 +36,13 @@ namespace zqsymbols
             , m_Types(Types)
         {}
 
-        /// Adds a template for a type, before the previous ones. "*" in the name is any text.
+        /// Adds a template for a type (SymbolsAddPrinter, symbols.h) before the previous ones. "*" in the name is any
+        /// text.
         void AddPrinter(std::string const & sType, std::string const & sTemplate) { m_Printers.Add(sType, sTemplate); }
 
-        /// Returns a value in one line. Shows nDepth levels of structures, and those below as "{...}". Types with a
-        /// printer are shown for some levels more. Cuts an array or a structure at 1,000 bytes. Returns "(unreadable)"
-        /// or "(optimized out)" for a value without bytes.
+        /// Returns a value in one line. Shows nDepth levels of structures with up to 8 members each, and those below as
+        /// "{...}". Types with a printer are shown for some levels more. Cuts an array or a structure at 1,000 bytes.
+        /// Returns "(unreadable)" or "(optimized out)" for a value that it can't show.
         std::string Show(Value_t const & Value, int nDepth = 2);
 
         /// Returns what a reference refers to. Returns any other value, or an unreadable reference, as it is.
@@ -61,8 +66,8 @@ namespace zqsymbols
         /// element. Returns nothing for other types, or if the pointer is not readable.
         std::optional<Value_t> Target(Value_t const & Pointer);
 
-        /// Returns nCount elements from an address on in braces. Shows at most 16 of them, and none after 1,000 bytes,
-        /// each with nDepth levels of structures.
+        /// Returns nCount elements from an address on in braces. Shows at most 16 of them, and none after 1,000 bytes.
+        /// Adds nCount if it is more than 16. Shows nDepth levels of structures in each.
         std::string Elements(plat::SymbolType_t iElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth);
 
         /// Returns the object that numbers the types.

@@ -25,14 +25,14 @@ namespace zqsymbols
     class Variables_c
     {
     public:
-        /// Requires that Process outlives the object.
+        /// Makes a reader for a process. Requires that Process outlives it.
         explicit Variables_c(Process_c & Process)
             : m_Process(Process)
         {}
 
         /// Returns the variables of a frame, from the parameters to the locals of the innermost open block, those of
-        /// inlined calls included. Adds their types to Types. The result is empty without debug information about its
-        /// function. Leaves out these:
+        /// inlined calls included. Adds their types to Types. The result is empty if the frame's function has no
+        /// debug information. Leaves out these:
         /// - variables without a name
         /// - locals that are only declared
         /// - locals that the compiler generated under a name of its own

@@ -20,6 +20,7 @@ namespace
             Row.dHoldings[iReport] = Row.dHoldings[iReport] + Holding;
         }
 
+        // Returns the rows, sorted as GrowthBy says. Requires that the object is not used again.
         std::vector<GrowthRow_t> Take();
 
     private:
@@ -57,7 +58,7 @@ namespace
         return sLine;
     }
 
-    // Returns the rows of the lines of all categories, or of one, sorted as GrowthBy says.
+    // Returns the sorted rows of the lines of all categories, or of *pCategory if it is not null.
     std::vector<GrowthRow_t> Collect(
         GroupBy_e eBy, std::span<AllocationReport_t const> dReports, std::string const * pCategory)
     {

@@ -9,7 +9,7 @@
 /// A group of blocks in each snapshot. A snapshot without such a block has an empty holding.
 struct GrowthRow_t
 {
-    std::string sName;                  // as in the snapshots; not printable everywhere
+    std::string sName;                  // as in the snapshots; it may hold control characters
     std::vector<Holding_t> dHoldings;   // one for each snapshot, in the order of the snapshots; never empty
 
     /// Return the group's holding in the first and in the last snapshot.

@@ -35,7 +35,7 @@ namespace
         return bRead;
     }
 
-    // Reads the title of the tally and "count; total": how many blocks the report must hold. Counts the lines. Returns
+    // Reads the title of the total and "count; total": how many blocks the report must hold. Counts the lines. Returns
     // what is wrong with the last one, or an empty text.
     std::string ReadTotal(std::istream & Stream, int & iLine, std::uint64_t & nBlocks)
     {

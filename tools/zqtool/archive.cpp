@@ -19,14 +19,14 @@
 
 namespace
 {
-    constexpr std::size_t WORD = 4;
+    constexpr std::size_t WORD = 4;           // bytes of a number in an archive
     constexpr std::size_t SHOWN_BYTES = 64;   // of a part that is not recognised
     constexpr char DIGITS[] = "0123456789ABCDEF";
 
     struct Options_s
     {
         std::vector<std::string> dFiles;
-        std::string sNames;
+        std::string sNames;                     // path of a list of names; empty: none
         std::optional<std::uint32_t> dwReads;   // newest version that the program reads
         bool bRaw = false, bJson = false;
     };
@@ -46,7 +46,10 @@ namespace
         return szValue;
     }
 
-    // Returns whether an archive is a file system cache, by its version and the checksum of its first folder's text.
+    // Returns whether an archive is a file system cache. A cache has these marks:
+    // - the major version.
+    // - a first folder whose text begins with a `\`.
+    // - the checksum of that text.
     bool IsCache(std::string_view sArchive)
     {
         constexpr std::size_t TEXT = 4 * WORD;
@@ -60,8 +63,10 @@ namespace
                       == ReadAs<std::uint32_t>(sArchive, 2 * WORD);
     }
 
-    // Returns whether a file has the name of a save, of a previous one (".sav.1") or of one that was put aside
-    // (".sav.old", ".sav.old1").
+    // Returns whether a file has the name of one of these:
+    // - a save (".sav").
+    // - a previous save (".sav.1").
+    // - a save that was put aside (".sav.old", ".sav.old1").
     bool HasSaveName(std::string_view sFile)
     {
         std::size_t const nEnd = sFile.find_last_not_of("0123456789") + 1;
@@ -70,10 +75,11 @@ namespace
         return sFile.ends_with(".sav.old") || sFile.ends_with(bNumber ? ".sav." : ".sav");
     }
 
+    // A file and what was found in it.
     struct Archive_s
     {
         std::string sBytes;
-        bool bSave = false, bCache = false;
+        bool bSave = false, bCache = false;   // whether it is a save, or a file system cache
         SaveCheck_t Save;
         std::size_t nArchive = 0;   // bytes without a seal or a checksum
         std::uint32_t dwVersion = 0;
@@ -108,6 +114,7 @@ namespace
                    { return Part.eKind == ArchivePart_e::Bytes || Part.eKind == ArchivePart_e::Text; });
     }
 
+    // Fills Archive from its bytes.
     void Analyse(
         Archive_s & Archive, std::string const & sFile, ArchiveNames_c const & Names, Options_s const & Options)
     {

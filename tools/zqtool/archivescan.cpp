@@ -71,7 +71,7 @@ namespace
         }
 
         // Finds the chunks without known names: those that follow one another from the version word to the end. The
-        // last one may be unfinished.
+        // last of several may be unfinished.
         void FindChain()
         {
             std::size_t nAt = WORD;
@@ -110,7 +110,7 @@ namespace
 
         int Depth() const { return m_bInChunk + static_cast<int>(m_dOpen.size()); }
 
-        // Adds the bytes before a part that was recognised.
+        // Adds the bytes up to nTo that are not recognised, if there are any.
         void AddRun(std::size_t nTo)
         {
             if (m_nRun < nTo)
@@ -129,31 +129,31 @@ namespace
             return m_nRun = Part.nAt + Part.nBytes;
         }
 
-        // Adds the part at a place, if one is recognised. Returns where the scan continues; nAt means the next byte.
+        // Adds the part at nAt, if one is recognised. Returns where the scan continues. nAt means the next byte.
         std::size_t Step(std::size_t nAt, std::size_t nTo)
         {
             std::uint32_t const dwWord = Word(nAt);
             bool const bInChain = !m_bInChunk && nAt == m_nChain && nAt < m_nChainEnd;
             if (!bInChain && !m_Names.MayKnow(dwWord))
             {
-                return Text(nAt, nTo);
+                return AddText(nAt, nTo);
             }
             if (std::string const * const pChunk = m_Names.Chunk(dwWord); pChunk || bInChain)
             {
-                return Chunk(nAt, nTo, pChunk);
+                return AddChunk(nAt, nTo, pChunk);
             }
             switch (dwWord)
             {
             case PASS:
-                return Pass(nAt, nTo);
+                return AddPass(nAt, nTo);
             case OBJECT_BEGIN:
-                return Object(nAt, nTo);
+                return AddObject(nAt, nTo);
             case OBJECT_END:
-                return ObjectEnd(nAt);
+                return AddObjectEnd(nAt);
             case POINTER:
                 return AddWithIdentifier({ ArchivePart_e::Pointer, nAt, WORD });
             case REGISTERED:
-                return Registered(nAt, nTo);
+                return AddRegistered(nAt, nTo);
             default:
                 break;
             }
@@ -161,10 +161,10 @@ namespace
             {
                 return Add({ ArchivePart_e::Label, nAt, WORD, 0, *pLabel });
             }
-            return Text(nAt, nTo);
+            return AddText(nAt, nTo);
         }
 
-        std::size_t Chunk(std::size_t nAt, std::size_t nTo, std::string const * pName)
+        std::size_t AddChunk(std::size_t nAt, std::size_t nTo, std::string const * pName)
         {
             std::string const sName = pName ? "chunk \"" + *pName + "\"" : "this chunk";
             if (nTo - nAt < 2 * WORD)
@@ -201,8 +201,8 @@ namespace
             return m_nRun = nEnd;
         }
 
-        // Adds a record whose identifier precedes the label, which is at Part.nAt, and returns its end. Without an
-        // identifier the label is data.
+        // Adds a record whose identifier precedes the label, which is at Part.nAt, and returns its end. Reports a label
+        // without an identifier, which is data.
         std::size_t AddWithIdentifier(ArchivePart_t Part)
         {
             std::size_t const nEnd = Part.nAt + Part.nBytes;
@@ -226,8 +226,8 @@ namespace
             }
         }
 
-        // Adds the beginning of a pass. Its static objects are recognised if all identifiers are in their range.
-        std::size_t Pass(std::size_t nAt, std::size_t nTo)
+        // Adds the beginning of a pass. Its static objects are recognised if their count and identifiers are in range.
+        std::size_t AddPass(std::size_t nAt, std::size_t nTo)
         {
             std::size_t const nCount = Add({ ArchivePart_e::Pass, nAt, WORD });
             std::int32_t const nStatics = nTo - nCount >= WORD ? Int(nCount) : 0;
@@ -249,7 +249,7 @@ namespace
             return Add(Part);
         }
 
-        std::size_t Object(std::size_t nAt, std::size_t nTo)
+        std::size_t AddObject(std::size_t nAt, std::size_t nTo)
         {
             constexpr std::int32_t NAME_SIZE = 32;
             std::size_t const nName = nAt + WORD;
@@ -267,7 +267,7 @@ namespace
             return nEnd;
         }
 
-        std::size_t ObjectEnd(std::size_t nAt)
+        std::size_t AddObjectEnd(std::size_t nAt)
         {
             AddRun(nAt);
             if (m_dOpen.empty())
@@ -280,7 +280,7 @@ namespace
             return Add({ ArchivePart_e::ObjectEnd, nAt, WORD, 0, sName });
         }
 
-        std::size_t Registered(std::size_t nAt, std::size_t nTo)
+        std::size_t AddRegistered(std::size_t nAt, std::size_t nTo)
         {
             if (nTo - nAt < 2 * WORD)
             {
@@ -293,7 +293,7 @@ namespace
             return Add(Part);
         }
 
-        std::size_t Text(std::size_t nAt, std::size_t nTo)
+        std::size_t AddText(std::size_t nAt, std::size_t nTo)
         {
             std::int32_t const nLength = Int(nAt);
             auto const nText = static_cast<std::size_t>(nLength);
@@ -332,7 +332,7 @@ ArchiveNames_c::ArchiveNames_c()
 {
     for (std::uint32_t const dwLabel : { PASS, OBJECT_BEGIN, OBJECT_END, POINTER, REGISTERED })
     {
-        m_dKnown.set(dwLabel & 0xFFFF);
+        m_dKnown.set(dwLabel & LOW_HALF);
     }
 }
 
@@ -342,7 +342,7 @@ void ArchiveNames_c::Add(std::string const & sName)
     std::uint32_t const dwChunk = GetCrc32Polynomial(sName.c_str(), static_cast<int>(sName.size()));
     m_dLabels.emplace(dwLabel, sName);
     m_dChunks.emplace(dwChunk, sName);
-    m_dKnown.set(dwLabel & 0xFFFF).set(dwChunk & 0xFFFF);
+    m_dKnown.set(dwLabel & LOW_HALF).set(dwChunk & LOW_HALF);
 }
 
 ArchiveScan_t ScanArchive(std::string_view sArchive, ArchiveNames_c const & Names)

@@ -30,7 +30,7 @@ struct ArchivePart_t
     std::size_t nAt = 0;           // from the start of the file
     std::size_t nBytes = 0;        // of a chunk only its name and length
     int nDepth = 0;                // chunk and objects that it is in; in a chunk only objects that began there count
-    std::string_view sName = {};   // of a label, a chunk or a class, or the text
+    std::string_view sName = {};   // of a label, a chunk or a class, or the text; empty if there is none
     std::int64_t iValue = 0;       // bytes of a chunk's payload that are there, count of static objects, or identifier
     std::uint32_t dwName = 0;      // CRC-32 of a chunk's name
 };
@@ -53,7 +53,7 @@ public:
     void Add(std::string const & sName);
 
     /// Returns whether a word may be the value of a name or of a label of object graphs. False is certain.
-    bool MayKnow(std::uint32_t dwValue) const { return m_dKnown[dwValue & 0xFFFF]; }
+    bool MayKnow(std::uint32_t dwValue) const { return m_dKnown[dwValue & LOW_HALF]; }
 
     /// Return the name of a label or of a chunk, or null.
     std::string const * Label(std::uint32_t dwValue) const { return Find(m_dLabels, dwValue); }
@@ -61,6 +61,7 @@ public:
 
 private:
     using Names_t = std::unordered_map<std::uint32_t, std::string>;
+    static constexpr std::uint32_t LOW_HALF = 0xFFFF;
 
     static std::string const * Find(Names_t const & dNames, std::uint32_t dwValue)
     {
@@ -69,7 +70,7 @@ private:
     }
 
     Names_t m_dLabels, m_dChunks;
-    std::bitset<0x10000> m_dKnown;   // by the low half of the value: most words of an archive are none
+    std::bitset<LOW_HALF + 1> m_dKnown;   // by the low half of the value: most words of an archive are none
 };
 
 /// Parts and problems of an archive after its version word.
@@ -80,7 +81,7 @@ struct ArchiveScan_t
 };
 
 /// Recognises the parts of an archive after its version word:
-/// - chunks of known names, and from the version word on those that follow one another to the end, the last of which
+/// - chunks of known names, and from the version word on those that follow one another to the end, the last of several
 ///   may be unfinished;
 /// - labels of known names, and those of object graphs with their records;
 /// - a text of 3 to 0xFFFFFF bytes, with its length and its zero. It is well-formed UTF-8, and its only characters

@@ -9,7 +9,7 @@ namespace
     HelpOption_t DescribeOption(CLI::Option const & Option)
     {
         HelpOption_t Described;
-        std::string const sType = Option.get_type_name();   // with what its checks are called
+        std::string const sType = Option.get_type_name();   // the names of its checks follow it
         Described.sValue = Option.get_type_size() == 0 ? "" : sType.substr(0, sType.find(':'));
         Described.sPurpose = Option.get_description();
         Described.bPositional = Option.get_positional();

@@ -43,7 +43,7 @@ namespace
         std::string sNotCurrent;            // why a start that compares the folders would scan; empty if it would not,
                                             // or if the cache has no times
         std::vector<std::string> dUnread;   // what the scan could not see
-        std::vector<std::string> dMissing, dNew;
+        std::vector<std::string> dMissing, dNew;   // paths that only the cache has; that only the tree has
         struct Change_s
         {
             std::string sPath;
@@ -70,7 +70,7 @@ namespace
         return sRelative.substr(sRelative.starts_with('/') ? 1 : 0);
     }
 
-    // Returns a time of the library in UTC, to the second; "unknown" for 0, "after 9999" for a later year.
+    // Returns a time of the library in UTC, to the second. Returns "unknown" for 0, and "after 9999" for a later year.
     std::string TimeText(plat::FileTime_t tTime)
     {
         constexpr plat::FileTime_t TICKS = 10000000;            // in a second
@@ -131,7 +131,7 @@ namespace
         return sRoot;
     }
 
-    std::string g_sNotCurrent;
+    std::string g_sNotCurrent;   // what FilesystemCacheIsCurrent logged as the reason
 
     void NoteNotCurrent(char const * szLine)
     {
@@ -147,6 +147,7 @@ namespace
         std::set<std::string> dFolders;                 // relative
     };
 
+    // Returns the tables without the cache itself. Removes from the library's tables what a cache leaves out.
     Table_s ReadTables(std::string const & sRoot, std::string const & sFile)
     {
         Table_s Table;
@@ -276,7 +277,7 @@ namespace
         }
     }
 
-    // Prints the texts of one kind; without bAll at most MOST_LINES, and the number of the others.
+    // Prints the texts of one kind. Without bAll, prints at most MOST_LINES of them and the number of the others.
     void PrintRows(char const * szWhat, std::vector<std::string> const & dTexts, bool bAll)
     {
         std::size_t const nShown = bAll ? dTexts.size() : std::min(dTexts.size(), MOST_LINES);
@@ -412,9 +413,9 @@ namespace
         return Comparison.IsEqual() ? EXIT_DONE : EXIT_FOUND;
     }
 
-    // Returns whether a file may be replaced by a cache. It may in these cases:
-    // - It is absent or empty.
-    // - It is an earlier cache of this major version, which may be damaged.
+    // Returns whether a cache may replace a file. It may in these cases:
+    // - The file is absent or empty.
+    // - The file is a cache of this major version, which may be damaged.
     bool MayReplace(std::string const & sFile)
     {
         std::error_code Error;

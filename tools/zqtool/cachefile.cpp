@@ -39,6 +39,8 @@ namespace
         }
 
     private:
+        // Stores sWhat as the first damage if bIntact is false or the archive has failed. Returns whether the cache is
+        // sound so far.
         bool Require(bool bIntact, std::string const & sWhat)
         {
             if (m_Contents.IsSound() && (!bIntact || m_Archive.IsFailed()))
@@ -111,11 +113,12 @@ namespace
         }
 
         static constexpr char TOO_MANY[] = "more files than the table has room for";
+        static constexpr int HASH_STEP = 117;   // this and the sizes below as in a load
 
         ArchiveCheck_c & m_Archive;
         CacheContents_t & m_Contents;
-        IndexHash_T<bool, 4096, 117> m_Folders;   // as in a load
-        StringHash_T<CacheFile_s, 128, 16384, 117> m_Files;
+        IndexHash_T<bool, 4096, HASH_STEP> m_Folders;
+        StringHash_T<CacheFile_s, 128, FileTable_t::iMask + 1, HASH_STEP> m_Files;
     };
 }
 

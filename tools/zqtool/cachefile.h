@@ -16,7 +16,7 @@ struct CacheContents_t
     std::vector<CacheFile_s> dFiles;
     std::unordered_map<std::uint32_t, std::size_t> dFolderOf;   // by nIndex: index in dFolders
     bool bTimes = false;                                        // whether it has the times of its folders
-    int nLeft = 0;                                              // bytes after the last that was read
+    int nLeft = 0;                                              // bytes after the last that was read, if it is sound
     int iDamage = -1;                                           // byte at which it is damaged; -1 if it is sound
     std::string sDamage;                                        // empty if it is sound
 
@@ -30,8 +30,8 @@ struct CacheContents_t
     std::string PathOf(CacheFile_s const & File) const;
 };
 
-/// Reads a cache up to the first damage: what a load would end the program with, or an incomplete list of times.
-/// Requires empty Contents.
+/// Reads a cache up to the first damage. That is an error at which a load ends the program or asserts, or an incomplete
+/// list of times. Requires empty Contents.
 void ReadCache(std::string_view sBytes, CacheContents_t & Contents);
 
 /// Reads a cache from a file of at most 64 MiB, as ReadCache does, and returns whether the file could be read. On

@@ -19,9 +19,13 @@ namespace
 {
     namespace fs = std::filesystem;
 
-    std::map<std::string, TextKind_e> const KINDS = { { "table", TextKind_e::Table },
-        { "spreadsheet", TextKind_e::Spreadsheet }, { "propertylist", TextKind_e::PropertyList },
-        { "script", TextKind_e::Script } };
+    constexpr char KIND_TABLE[] = "table";
+    constexpr char KIND_SPREADSHEET[] = "spreadsheet";
+    constexpr char KIND_PROPERTY_LIST[] = "propertylist";
+    constexpr char KIND_SCRIPT[] = "script";
+    std::map<std::string, TextKind_e> const KINDS = { { KIND_TABLE, TextKind_e::Table },
+        { KIND_SPREADSHEET, TextKind_e::Spreadsheet }, { KIND_PROPERTY_LIST, TextKind_e::PropertyList },
+        { KIND_SCRIPT, TextKind_e::Script } };
 
     struct Options_s
     {
@@ -69,7 +73,7 @@ namespace
         }
 
     private:
-        // Reads the schema, if one is wanted, and returns whether it is sound. Prints what is wrong with it.
+        // Reads the schema and returns whether it is sound. Prints what is wrong with it. Returns true without one.
         bool ReadSchemaFile()
         {
             if (m_Options.sSchema.empty())
@@ -121,7 +125,7 @@ namespace
             }
         }
 
-        // Checks a file. Skips one of a folder (bNamed is false) that is of no known kind.
+        // Checks a file. If bNamed is false, skips a file of no known kind.
         void CheckFile(std::string const & sFile, bool bNamed)
         {
             CheckedText_t Checked;
@@ -173,7 +177,7 @@ namespace
             }
         }
 
-        // Returns what a text holds, for the line that counts its complaints.
+        // Returns what a text holds, for the line that counts its complaints. Returns an empty text for no known kind.
         static std::string Contents(CheckedText_t const & Checked)
         {
             if (Checked.eKind == TextKind_e::None)
@@ -228,7 +232,7 @@ CommandRun_t PrepareCheck(Arguments_c & Arguments)
         .SetRequired();
     Arguments
         .AddRead("--as", "", "kind of the files; default: by their endings, and a table if a line begins with @head")
-        .SetChoices({ "table", "spreadsheet", "propertylist", "script" })
+        .SetChoices({ KIND_TABLE, KIND_SPREADSHEET, KIND_PROPERTY_LIST, KIND_SCRIPT })
         .SetReader(
             [pOptions](std::string const & sKind)
             {

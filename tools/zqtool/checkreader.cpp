@@ -21,6 +21,7 @@ namespace
         return Lower(sFile).ends_with(sEnd);
     }
 
+    // Returns whether the first column of a line is @head. Returns false for UTF-16.
     bool HasHead(std::string const & sFile, std::string const & sBytes)
     {
         char const * pText = sBytes.data();

@@ -21,6 +21,6 @@ public:
 private:
     static void Listen(char const * szLine);
 
-    static bool s_bListens;
-    static std::vector<Complaint_t> * s_pComplaints;
+    static bool s_bListens;                            // whether the log calls Listen
+    static std::vector<Complaint_t> * s_pComplaints;   // of the object that lives, or null
 };

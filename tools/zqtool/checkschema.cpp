@@ -11,6 +11,10 @@ namespace
 {
     constexpr char const * SCHEMA_KEY = "schema";
 
+    // Columns of a schema that are read more than once.
+    constexpr char const * TYPE_COLUMN = "type";
+    constexpr char const * REQUIRED_COLUMN = "required";
+
     constexpr EnumName_T<SchemaType_e> TYPES[] = { { "int", SchemaType_e::Int }, { "float", SchemaType_e::Float },
         { "bool", SchemaType_e::Bool }, { "text", SchemaType_e::Text }, { "pair", SchemaType_e::Pair } };
     constexpr EnumName_T<bool> ANSWERS[] = { { "yes", true }, { "no", false } };
@@ -49,21 +53,21 @@ namespace
             SchemaColumn_t Column;
             Column.sName = sName;
             std::string sType;
-            Note(m_Table.Get("type", sType));
+            Note(m_Table.Get(TYPE_COLUMN, sType));
             if (sType.find('|') != std::string::npos)
             {
                 Column.eType = SchemaType_e::Name;
                 Column.dNames = SplitNames(sType);
             }
-            else if (m_Table.GetLength("type") >= 0)
+            else if (m_Table.GetLength(TYPE_COLUMN) >= 0)
             {
-                Note(m_Table.Get("type", Column.eType, TYPES));
+                Note(m_Table.Get(TYPE_COLUMN, Column.eType, TYPES));
             }
             Column.Least = Limit("least");
             Column.Most = Limit("most");
-            if (Has("required"))
+            if (Has(REQUIRED_COLUMN))
             {
-                Note(m_Table.Get("required", Column.bRequired, ANSWERS));
+                Note(m_Table.Get(REQUIRED_COLUMN, Column.bRequired, ANSWERS));
             }
             return Column;
         }
@@ -106,6 +110,11 @@ namespace
         return szNumber;
     }
 
+    std::string InColumn(SchemaColumn_t const & Column)
+    {
+        return " in column " + Quoted(Column.sName);
+    }
+
     // Returns why a number, or the length of a text, is outside the range, or an empty text if it is inside.
     std::string RangeViolation(SchemaColumn_t const & Column, double fValue)
     {
@@ -116,7 +125,7 @@ namespace
         }
         std::string const sValue = (Column.eType == SchemaType_e::Text ? "a length of " : "") + NumberText(fValue);
         return sValue + (bBelow ? " is below " : " is above ") + NumberText(bBelow ? *Column.Least : *Column.Most)
-               + " in column " + Quoted(Column.sName);
+               + InColumn(Column);
     }
 
     template <typename TABLE>
@@ -158,7 +167,7 @@ namespace
             || sCell.find_first_not_of(DIGITS) != nMinus)
         {
             return Quoted(sCell) + " is read as " + std::to_string(iFirst) + " and " + std::to_string(iSecond)
-                   + " in column " + Quoted(Column.sName);
+                   + InColumn(Column);
         }
         std::string const sFirst = RangeViolation(Column, iFirst);
         return sFirst.empty() ? RangeViolation(Column, iSecond) : sFirst;
@@ -190,7 +199,7 @@ namespace
         }
         if (sCell.empty())
         {
-            return Column.bRequired ? "there is no value in column " + Quoted(Column.sName) : "";
+            return Column.bRequired ? "there is no value" + InColumn(Column) : "";
         }
         switch (Column.eType)
         {

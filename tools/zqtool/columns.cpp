@@ -19,9 +19,9 @@ namespace
         }
         std::size_t nKept = 0;
         auto const itCut = std::find_if(sText.begin(), sText.end(),
-            [&nKept, nWidth](char c)
+            [&nKept, nWidth](char cByte)
             {
-                nKept += IsFirstByte(c);
+                nKept += IsFirstByte(cByte);
                 return nKept == nWidth;
             });
         sText.erase(itCut, sText.end());

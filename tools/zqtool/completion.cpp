@@ -29,7 +29,8 @@ namespace
         return dNames;
     }
 
-    // Returns the words that a value can be; none if it is the name of a file or any text.
+    // Returns the words that a value can be, with blanks between them. Returns an empty text for a value that is the
+    // name of a file or any text, and for an option without a value.
     std::string ChoicesOf(HelpOption_t const & Option, Commands_t const & dCommands)
     {
         if (Option.bPositional && Option.dNames[0] == "COMMAND")
@@ -61,7 +62,7 @@ namespace
                + (sValues.empty() ? "" : "        case $previous in\n" + sValues + "        esac\n") + "        ;;\n";
     }
 
-    // Returns the script for bash. With no reply, bash itself completes names of files.
+    // Returns the script for bash. If the script has no reply, bash itself completes names of files.
     std::string BashScript(HelpCommand_t const & Program)
     {
         Commands_t const & dCommands = Program.dCommands;
@@ -88,15 +89,15 @@ namespace
                  "complete -o bashdefault -o default -F _zqtool zqtool\n";
     }
 
-    // Returns a text for the inside of single quotes, in brackets or after a colon.
+    // Returns a text escaped for single quotes and, inside of them, for brackets or the place after a colon.
     std::string ZshText(std::string_view sText)
     {
         std::string sOut;
-        for (char const c : sText)
+        for (char const cText : sText)
         {
-            sOut += c == '\''                                       ? "'\\''"
-                    : c == '[' || c == ']' || c == ':' || c == '\\' ? std::string("\\") + c
-                                                                    : std::string(1, c);
+            sOut += cText == '\''                                                   ? "'\\''"
+                    : cText == '[' || cText == ']' || cText == ':' || cText == '\\' ? std::string("\\") + cText
+                                                                                    : std::string(1, cText);
         }
         return sOut;
     }

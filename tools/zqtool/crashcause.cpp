@@ -3,12 +3,14 @@
 #include "tools/zqtool/crashlines.h"
 #include "tools/zqtool/parse.h"
 
+#include "platform/faults.h"
+
 #include <algorithm>
 #include <cstdio>
 
 namespace
 {
-    // An exception code, with the numbers of platform/faults.h.
+    // An exception code, its kind and its text.
     struct CodeKind_t
     {
         std::uint32_t nCode;
@@ -16,30 +18,30 @@ namespace
         char const * szText;
     };
     constexpr CodeKind_t CODES[] = {
-        { 0xC0000005, "access", "access violation" },
-        { 0x80000001, "access", "access to a guard page" },
-        { 0x80000002, "access", "misaligned access" },
-        { 0xC0000006, "access", "access to a page that the system could not read" },
-        { 0xC0000008, "unknown", "invalid handle" },
-        { 0x80000003, "trap", "breakpoint" },
-        { 0x80000004, "trap", "single step" },
-        { 0xC000001D, "instruction", "illegal instruction" },
-        { 0xC0000096, "instruction", "privileged instruction" },
-        { 0xC0000025, "unknown", "exception after one that could not be continued" },
-        { 0xC0000026, "unknown", "invalid disposition" },
-        { 0xC000008C, "arithmetic", "array bounds exceeded" },
-        { 0xC000008D, "arithmetic", "denormal floating-point operand" },
-        { 0xC000008E, "arithmetic", "floating-point division by zero" },
-        { 0xC000008F, "arithmetic", "inexact floating-point result" },
-        { 0xC0000090, "arithmetic", "invalid floating-point operation" },
-        { 0xC0000091, "arithmetic", "floating-point overflow" },
-        { 0xC0000092, "arithmetic", "floating-point stack fault" },
-        { 0xC0000093, "arithmetic", "floating-point underflow" },
-        { 0xC0000094, "arithmetic", "integer division by zero" },
-        { 0xC0000095, "arithmetic", "integer overflow" },
-        { 0xC00000FD, "stack", "full stack" },
-        { 0x40000015, "abort", "abort" },
-        { 0xE06D7363, "exception", "uncaught exception" },
+        { plat::FAULT_ACCESS, "access", "access violation" },
+        { plat::FAULT_GUARD_PAGE, "access", "access to a guard page" },
+        { plat::FAULT_MISALIGNED, "access", "misaligned access" },
+        { plat::FAULT_IN_PAGE, "access", "access to a page that the system could not read" },
+        { plat::FAULT_INVALID_HANDLE, "unknown", "invalid handle" },
+        { plat::FAULT_BREAKPOINT, "trap", "breakpoint" },
+        { plat::FAULT_SINGLE_STEP, "trap", "single step" },
+        { plat::FAULT_ILLEGAL_INSTRUCTION, "instruction", "illegal instruction" },
+        { plat::FAULT_PRIVILEGED, "instruction", "privileged instruction" },
+        { plat::FAULT_NONCONTINUABLE, "unknown", "exception after one that could not be continued" },
+        { plat::FAULT_INVALID_DISPOSITION, "unknown", "invalid disposition" },
+        { plat::FAULT_ARRAY_BOUNDS, "arithmetic", "array bounds exceeded" },
+        { plat::FAULT_FLOAT_DENORMAL, "arithmetic", "denormal floating-point operand" },
+        { plat::FAULT_FLOAT_DIVIDE, "arithmetic", "floating-point division by zero" },
+        { plat::FAULT_FLOAT_INEXACT, "arithmetic", "inexact floating-point result" },
+        { plat::FAULT_FLOAT_INVALID, "arithmetic", "invalid floating-point operation" },
+        { plat::FAULT_FLOAT_OVERFLOW, "arithmetic", "floating-point overflow" },
+        { plat::FAULT_FLOAT_STACK, "arithmetic", "floating-point stack fault" },
+        { plat::FAULT_FLOAT_UNDERFLOW, "arithmetic", "floating-point underflow" },
+        { plat::FAULT_INTEGER_DIVIDE, "arithmetic", "integer division by zero" },
+        { plat::FAULT_INTEGER_OVERFLOW, "arithmetic", "integer overflow" },
+        { plat::FAULT_STACK_OVERFLOW, "stack", "full stack" },
+        { plat::FAULT_ABORT, "abort", "abort" },
+        { plat::FAULT_UNCAUGHT_EXCEPTION, "exception", "uncaught exception" },
     };
 
     CodeKind_t const * FindCode(std::uint32_t nCode)
@@ -49,7 +51,7 @@ namespace
         return pCode == std::end(CODES) ? nullptr : pCode;
     }
 
-    using ModuleKey_t = std::pair<std::string_view, std::uint64_t>;
+    using ModuleKey_t = std::pair<std::string_view, std::uint64_t>;   // file name and start
 
     ModuleKey_t KeyOf(CrashModule_t const & Module)
     {
@@ -188,8 +190,8 @@ namespace
         return sText;
     }
 
-    // Returns the functions of the first frames, without repetitions: those of the host, if it has any. After a stack
-    // overflow they are sorted, because it may stop a recursion in any of its functions.
+    // Returns up to three functions of the first frames, without repetitions: those of the host, if it has any. After a
+    // stack overflow they are sorted, because it may stop a recursion in any of its functions.
     std::vector<std::string> FunctionsOf(Crash_t const & Crash)
     {
         constexpr std::size_t MOST = 3;

@@ -3,9 +3,6 @@
 
 #include "tools/zqtool/crashreport.h"
 
-/// Returns the kind of fault of an exception code, "unknown" for any other code.
-char const * CrashKindOf(std::uint32_t nCode);
-
 /// Index of the modules of a crash.
 class CrashModules_c
 {
@@ -20,6 +17,9 @@ public:
 private:
     std::vector<CrashModule_t const *> m_dModules;   // sorted by file name, then by start
 };
+
+/// Returns the kind of fault of an exception code, "unknown" for any other code.
+char const * CrashKindOf(std::uint32_t nCode);
 
 /// Returns whether a frame is the host's own code: its function or its module is known, and it belongs neither to this
 /// library nor to the system.
@@ -38,11 +38,12 @@ std::string CrashFrameName(CrashFrame_t const & Frame);
 /// frame and has a name. Returns an empty text if there are no frames.
 std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames);
 
-/// Returns what happened, where and on which thread, in one line.
+/// Returns what happened, where and on which thread, in one line. Leaves out a place or thread that is unknown.
 std::string CrashHeadline(Crash_t const & Crash);
 
-/// Returns what crashes of the same cause have in common: the kind, the module or an exception's type, and up to three
-/// functions. An abort and a complaint of the library have no module. The functions are those of the host, or of all
-/// frames if none is the host's. The innermost is first, but after a stack overflow they are sorted. The text holds no
-/// address of a frame. A frame without a function counts by its place in its module.
+/// Returns what crashes of the same cause have in common, without the address of a frame:
+/// - the kind.
+/// - the type of an exception, or else the module. An abort and a complaint of the library have neither.
+/// - up to three functions of the host, or of all frames if none is the host's. The innermost is first, but after a
+///   stack overflow they are sorted. A frame without a function counts by its place in its module.
 std::string CrashSignature(Crash_t const & Crash);

@@ -11,6 +11,7 @@
 
 namespace
 {
+    // Sections of the details, in their order.
     enum class Section_e
     {
         None,
@@ -22,6 +23,7 @@ namespace
         Unknown
     };
     constexpr std::string_view TITLE = "ZQCore crash details ", VERSION = "1";   // words of the first line
+    // The lines that begin the sections, by Section_e up to Process.
     constexpr std::array<char const *, 6> SECTIONS = { "", "[Fault]", "[Frames]", "[Threads]", "[Modules]",
         "[Process]" };
 
@@ -49,7 +51,7 @@ namespace
         Crash_t & Last() { return m_dCrashes.back(); }
 
         CrashLines_c m_Lines;
-        bool m_bAll;
+        bool m_bAll;   // whether more is read than the cause
         std::vector<Crash_t> m_dCrashes;
         Section_e m_eSection = Section_e::None;
         bool m_bEmpty = true;           // whether the previous line is empty
@@ -209,7 +211,8 @@ namespace
         }
     }
 
-    // Sets the paths of the modules in frames, which the details list before the modules. Sets the module of the fault.
+    // Sets the paths of the modules in all frames, which the details list before the modules. Sets the module of the
+    // fault.
     void SetPaths(Crash_t & Crash)
     {
         CrashModules_c const Modules(Crash);
@@ -264,6 +267,7 @@ namespace
         return std::move(m_dCrashes);
     }
 
+    // Begins a crash and returns true. Returns false, with a complaint, if the rest is not read.
     bool DetailsReader_c::ReadFirstLine(std::string_view sLine)
     {
         End();
@@ -283,6 +287,7 @@ namespace
         return true;
     }
 
+    // Completes the last crash, if there is one.
     void DetailsReader_c::End()
     {
         if (m_dCrashes.empty())
@@ -297,6 +302,7 @@ namespace
         }
     }
 
+    // Begins a section and returns true. Returns false if the line is not the name of one.
     bool DetailsReader_c::ReadSectionName(std::string_view sLine)
     {
         if (!sLine.starts_with('[') || !sLine.ends_with(']'))

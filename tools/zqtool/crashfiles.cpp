@@ -100,7 +100,7 @@ namespace
         }
 
         // Returns the details in a folder whose names StemOfMore knows. Lists each folder once. Requires that sFolder
-        // is empty or ends in a slash.
+        // is empty or ends in a separator.
         MoreDetails_t const & MoreDetailsIn(std::string const & sFolder)
         {
             auto const [itList, bNew] = m_dMore.try_emplace(sFolder);
@@ -255,8 +255,8 @@ namespace
         return dCrashes;
     }
 
-    // Returns the local time in a report's name, "CrashReport_26.11.2026__8_18_37": day, month, year. Returns an empty
-    // text if the file name begins otherwise.
+    // Returns the local time in a report's name as "2026-11-26 08:18:37". The name begins with the day:
+    // "CrashReport_26.11.2026__8_18_37". Returns an empty text if the file name begins otherwise.
     std::string TimeOfName(std::string_view sName)
     {
         unsigned dTime[6] = {};

@@ -4,21 +4,23 @@
 #include "tools/zqtool/crashreport.h"
 
 /// Function that receives one line for each of these:
-/// - file that is damaged or foreign
-/// - named file or folder that is not readable
-/// - file of more than 16 MiB, of which the rest is not read
-/// - folder without reports and details
+/// - a file that is damaged or foreign
+/// - a file that can't be read, or a named folder that can't be read to its end
+/// - a file of more than 16 MiB, of which the rest is not read
+/// - a named folder without reports and details
 using CrashFault_t = std::function<void(std::string const & sText)>;
 
-/// Returns the files that arguments name: a report, or its details, or a folder with reports at any depth. A file whose
-/// name has another ending counts as a report, alone. Others come with the regular files of the same stem beside them;
-/// in a folder only details whose names begin with "CrashReport_" count. Returns a stem once, even if two arguments name it.
+/// Returns the files that arguments name. Returns a stem once, even if two arguments name it. An argument is one of
+/// these:
+/// - A report or its details. The regular files of the same stem beside it come with it.
+/// - A folder with reports at any depth. In it only details whose names begin with "CrashReport_" count.
+/// - A file whose name has another ending. It counts as a report, alone.
 std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashFault_t const & fnFault);
 
 /// Reads the files of one stem and returns their crashes, as far as they are readable. Reports at most one fault for
 /// each file.
 std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFault_t const & fnFault);
 
-/// Reads all of a crash that LoadCrashes returned. Leaves it unchanged if its files no longer hold a crash of its
-/// number. Reports no faults.
+/// Reads all of a crash that LoadCrashes returned. Leaves it unchanged if its files hold no crash of its number.
+/// Reports no faults.
 void ReloadCrash(Crash_t & Crash);

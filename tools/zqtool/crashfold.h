@@ -31,7 +31,7 @@ public:
     void Add(Crash_t Crash);
 
     /// Removes and returns the groups, the largest first. If two have the same size, the one with the latest crash is
-    /// first.
+    /// first. If their times are equal too, they are in the order of their signatures.
     std::vector<CrashGroup_t> Take();
 
 private:

@@ -4,12 +4,13 @@
 
 bool CrashLines_c::Next(std::string_view & sLine)
 {
-    constexpr std::size_t LONGEST_LINE = 64 << 10;
+    constexpr std::size_t LONGEST_LINE = 64 << 10;   // bytes
     if (m_sRest.empty())
     {
         if (m_bBroken)
         {
             Complain("the file breaks off within this line");
+            m_bBroken = false;
         }
         return false;
     }

@@ -51,13 +51,13 @@ namespace
     std::string CauseHtml(std::string const & sSignature)
     {
         constexpr std::string_view SEPARATOR = ": ";
-        std::size_t const iColon = sSignature.find(SEPARATOR);
-        if (iColon == std::string::npos)
+        std::size_t const nColon = sSignature.find(SEPARATOR);
+        if (nColon == std::string::npos)
         {
             return Shown(sSignature);
         }
-        std::size_t const iFunctions = iColon + SEPARATOR.size();
-        return Shown(sSignature.substr(0, iFunctions)) + "<b>" + Shown(sSignature.substr(iFunctions)) + "</b>";
+        std::size_t const nFunctions = nColon + SEPARATOR.size();
+        return Shown(sSignature.substr(0, nFunctions)) + "<b>" + Shown(sSignature.substr(nFunctions)) + "</b>";
     }
 
     std::string FrameHtml(CrashFrame_t const & Frame, bool bLikely)

@@ -10,6 +10,7 @@
 
 namespace
 {
+    // Parts of a crash, in their order.
     enum class Part_e
     {
         Head,
@@ -287,7 +288,8 @@ namespace
         }
     }
 
-    // Reads "\tParameter 'NAME' TYPE = VALUE", or of a member "\t\t NAME = VALUE", with a further tab for each level.
+    // Reads "\tParameter 'NAME' TYPE = VALUE", or the same with "Local", or of a member "\t\t NAME = VALUE", with a
+    // further tab for each level.
     void ReportReader_c::AddVariable(std::string_view sLine)
     {
         std::vector<CrashFrame_t> & dFrames = m_dCrashes.back().Thread.dFrames;
@@ -319,9 +321,9 @@ namespace
         }
     }
 
-    // Reports what the last crash of the file lacks. The others need not be whole: a report may fault, and another one
-    // then continues it. Reports a list that was cut if the crash lacks nothing. If there are more crashes than
-    // the limit, removes the last one and reports only that.
+    // Reports that the file has no crash, or what its last one lacks. The others need not be whole: a report may fault,
+    // and another one then continues it. Reports a list that was cut if the crash lacks nothing. If there are more
+    // crashes than the limit, removes the last one and reports only that.
     void ReportReader_c::CheckEnd()
     {
         if (m_dCrashes.empty())

@@ -1,7 +1,7 @@
 // crashreport.h: reads crash reports and the details beside them.
 //
 // The files come from outside. Whatever they hold, reading ends and returns what is readable. Texts are as in the file:
-// what shows them makes them safe.
+// a caller that shows them must make them safe (text.h).
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,7 @@ struct CrashVariable_t
 /// A frame of a stack.
 struct CrashFrame_t
 {
-    std::uint64_t iNumber = 0;
+    std::uint64_t iNumber = 0;   // as in the details; from 0 on in a report
     std::uint64_t nAddress = 0;
     std::string sModule;                // file name; empty if unknown
     std::string sModulePath;            // empty if unknown
@@ -44,9 +44,9 @@ struct CrashFrame_t
 /// A thread and its stack.
 struct CrashThread_t
 {
-    std::string sNumber;
-    std::string sName;   // empty if it has none
-    std::string sLock;   // "holds LOCK", "waits for LOCK"; empty for none
+    std::string sNumber;   // as in the details; empty in a report
+    std::string sName;     // empty if it has none
+    std::string sLock;     // "holds LOCK", "waits for LOCK"; empty for none
     std::vector<CrashFrame_t> dFrames;
     bool bFarther = false;   // whether frames farther out are not listed
 };
@@ -90,15 +90,15 @@ struct Crash_t
     std::vector<CrashThread_t> dThreads;              // the others
     std::string sThreadsNote;                         // why there are no other threads
     std::vector<CrashModule_t> dModules;
-    std::vector<CrashFact_t> dFacts;   // lines of the process
-    std::vector<std::string> dMemory, dLog, dTimers;
-    std::vector<std::string> dCuts;   // "[Frames]: reason" of sections that are incomplete
+    std::vector<CrashFact_t> dFacts;                   // lines of the process
+    std::vector<std::string> dMemory, dLog, dTimers;   // lines of these groups of the details
+    std::vector<std::string> dCuts;                    // "[Frames]: reason" of sections that are incomplete
 
     /// Returns the value of the first fact with a key, or an empty text.
     std::string_view GetFact(std::string_view sKey) const;
 };
 
-/// Function that receives what is wrong, with the number of the line from 1; 0 if the file is empty.
+/// Function that receives what is wrong, with the number of the line from 1 on, or 0 if the file is empty.
 using CrashComplain_t = std::function<void(std::size_t iLine, std::string const & sText)>;
 
 /// Extent to which a crash is read.

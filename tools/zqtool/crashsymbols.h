@@ -12,7 +12,7 @@ class CrashSymbols_c
 {
 public:
     /// Searches folders, at any depth, for files with a build-id. Passes a text to fnFault for each folder that can't
-    /// be read to its end; the rest of that folder is not searched.
+    /// be read to its end. The rest of that folder is not searched.
     explicit CrashSymbols_c(
         std::vector<std::string> const & dFolders, std::function<void(std::string const &)> const & fnFault);
     ~CrashSymbols_c();

@@ -11,6 +11,8 @@
 
 namespace
 {
+    constexpr char BITS_32[] = "32";
+
     struct Options_s
     {
         OpcodeMode_e eMode = OPCODE_64_BIT;
@@ -33,10 +35,10 @@ namespace
         {
             constexpr std::string_view SEPARATOR = ": ";
             std::string const sLine = szLine;
-            std::size_t const iColon = sLine.find(SEPARATOR), iText = iColon + SEPARATOR.size();
-            std::size_t const iEnd = sLine.find_last_not_of(' ') + 1;
+            std::size_t const nColon = sLine.find(SEPARATOR), nText = nColon + SEPARATOR.size();
+            std::size_t const nEnd = sLine.find_last_not_of(' ') + 1;
             m_Lines.push_back(
-                { { "address", "0x" + sLine.substr(0, iColon) }, { "text", sLine.substr(iText, iEnd - iText) } });
+                { { "address", "0x" + sLine.substr(0, nColon) }, { "text", sLine.substr(nText, nEnd - nText) } });
         }
 
         Json_t m_Lines = Json_t::array();
@@ -68,9 +70,13 @@ namespace
         while (nDone != sCode.size())
         {
             CodeListing_c Listing(pCode + nDone, sCode.size() - nDone, Options.nBase + nDone, Options.eMode);
+            // Decode returns 0 in these cases:
+            // - only prefixes are left.
+            // - too many prefixes precede an instruction.
+            // - there is no memory.
             if (Listing.Decode() == 0)
             {
-                break;   // only prefixes are left, too many precede an instruction, or there is no memory
+                break;
             }
             Listing.Write(*pSink);
             nDone += Listing.GetDecodedBytes();
@@ -93,11 +99,11 @@ CommandRun_t PrepareDisasm(Arguments_c & Arguments)
 {
     auto const pOptions = std::make_shared<Options_s>();
     Arguments.AddRead("--bits", "", "mode of the processor; default 64")
-        .SetChoices({ "32", "64" })
+        .SetChoices({ BITS_32, "64" })
         .SetReader(
             [pOptions](std::string const & sBits)
             {
-                pOptions->eMode = sBits == "32" ? OPCODE_32_BIT : OPCODE_64_BIT;
+                pOptions->eMode = sBits == BITS_32 ? OPCODE_32_BIT : OPCODE_64_BIT;
                 return std::string();
             });
     Arguments.AddRead("--base", "ADDRESS", "address of the first byte, hexadecimal; default 0")

@@ -19,6 +19,10 @@
 
 namespace
 {
+    constexpr char ALGORITHM_CRC32[] = "crc32";
+    constexpr char ALGORITHM_NAME[] = "name";
+    constexpr char ALGORITHM_SHA1[] = "sha1";
+
     struct Options_s
     {
         std::vector<std::string> dFiles;
@@ -33,7 +37,8 @@ namespace
         return szHex;
     }
 
-    // Returns the hash of a stream as hexadecimal digits, or an empty text if it can't be read to its end.
+    // Returns the CRC-32 or, for any other algorithm, the SHA-1 of a stream as hexadecimal digits. Returns an empty
+    // text if the stream can't be read to its end.
     std::string HashOf(std::istream & Stream, std::string const & sAlgorithm)
     {
         std::uint32_t dwCrc = 0;
@@ -43,7 +48,7 @@ namespace
         while (Stream.read(dChunk, sizeof dChunk) || Stream.gcount() != 0)
         {
             auto const nBytes = static_cast<std::size_t>(Stream.gcount());
-            if (sAlgorithm == "crc32")
+            if (sAlgorithm == ALGORITHM_CRC32)
             {
                 dwCrc = Crc32(std::as_bytes(std::span(dChunk, nBytes)), dwCrc);
             }
@@ -57,7 +62,7 @@ namespace
         {
             return "";
         }
-        if (sAlgorithm == "crc32")
+        if (sAlgorithm == ALGORITHM_CRC32)
         {
             return HexOf(dwCrc);
         }
@@ -76,7 +81,7 @@ namespace
         std::ifstream Stream;
         sWhyNot = sFile == "-" ? "" : OpenInput(sFile, Stream);
         std::string sHash = sWhyNot.empty() ? HashOf(sFile == "-" ? std::cin : Stream, sAlgorithm) : "";
-        sWhyNot = sHash.empty() && sWhyNot.empty() ? "it can't be read" : sWhyNot;
+        sWhyNot = sHash.empty() && sWhyNot.empty() ? INPUT_UNREADABLE : sWhyNot;
         return sHash;
     }
 
@@ -92,6 +97,7 @@ namespace
         return sOut;
     }
 
+    // Reverses Escaped. Returns false, and changes nothing, if a backslash precedes any other character.
     bool Unescape(std::string & sName)
     {
         std::string sOut;
@@ -114,7 +120,7 @@ namespace
         return true;
     }
 
-    // Prints a line. A terminal gets it printable; a file gets the bytes of the name, so that --check finds the file.
+    // Prints a line. On a terminal the name is printable. Elsewhere it keeps its bytes, so that --check finds the file.
     void PrintLine(std::string const & sBefore, std::string const & sName, std::string const & sAfter)
     {
         std::string const sEscaped = Escaped(sName);
@@ -126,7 +132,7 @@ namespace
     int HashFiles(Options_s const & Options)
     {
         int iStatus = EXIT_DONE;
-        std::string const sAlgorithm = Options.sAlgorithm.empty() ? "sha1" : Options.sAlgorithm;
+        std::string const sAlgorithm = Options.sAlgorithm.empty() ? ALGORITHM_SHA1 : Options.sAlgorithm;
         Json_t Files = Json_t::array();
         for (std::string const & sFile : Options.dFiles)
         {
@@ -156,7 +162,8 @@ namespace
         std::string sHash, sFile, sAlgorithm;
     };
 
-    // Reads "HASH  FILE" or "HASH *FILE". Returns false for any other line.
+    // Reads "HASH  FILE" or "HASH *FILE", or either after a backslash, which means an escaped name. Returns false for
+    // any other line.
     bool ReadLine(std::string sLine, Line_s & Line)
     {
         bool const bEscaped = sLine.starts_with('\\');
@@ -168,7 +175,7 @@ namespace
             return false;
         }
         bool const bCrc = nDigits == 2 * sizeof(std::uint32_t);
-        Line = { Lower(sLine.substr(0, nDigits)), sLine.substr(nDigits + 2), bCrc ? "crc32" : "sha1" };
+        Line = { Lower(sLine.substr(0, nDigits)), sLine.substr(nDigits + 2), bCrc ? ALGORITHM_CRC32 : ALGORITHM_SHA1 };
         return (bCrc || nDigits == 2 * SHA1_HASH_SIZE) && (!bEscaped || Unescape(Line.sFile));
     }
 
@@ -210,7 +217,7 @@ namespace
         }
         if (!List.eof() || iLine == 0)
         {
-            PrintProblem(Options.sList, List.eof() ? "the list is empty" : "it can't be read");
+            PrintProblem(Options.sList, List.eof() ? "the list is empty" : INPUT_UNREADABLE);
             iStatus = EXIT_FOUND;
         }
         if (Options.bJson)
@@ -223,15 +230,16 @@ namespace
     int HashText(Options_s const & Options)
     {
         Json_t Json = { { "text", Options.sText } };
-        for (char const * szAlgorithm : { "crc32", "name", "sha1" })
+        for (char const * szAlgorithm : { ALGORITHM_CRC32, ALGORITHM_NAME, ALGORITHM_SHA1 })
         {
             if (!Options.sAlgorithm.empty() && Options.sAlgorithm != szAlgorithm)
             {
                 continue;
             }
             std::istringstream Stream(Options.sText);
-            std::string const sHash = szAlgorithm == std::string("name") ? HexOf(StringHashOf(Options.sText.c_str()))
-                                                                         : HashOf(Stream, szAlgorithm);
+            std::string const sHash = szAlgorithm == std::string(ALGORITHM_NAME)
+                                          ? HexOf(StringHashOf(Options.sText.c_str()))
+                                          : HashOf(Stream, szAlgorithm);
             Json[szAlgorithm] = sHash;
             if (!Options.bJson)
             {
@@ -253,7 +261,7 @@ CommandRun_t PrepareHash(Arguments_c & Arguments)
     Arguments
         .AddText("--algorithm", "", pOptions->sAlgorithm,
             "crc32 or sha1; of a text also name; default: sha1 of files, all of a text, as it says of a list")
-        .SetChoices({ "crc32", "name", "sha1" });
+        .SetChoices({ ALGORITHM_CRC32, ALGORITHM_NAME, ALGORITHM_SHA1 });
     Argument_c const List =
         Arguments
             .AddText("--check", "LIST", pOptions->sList,
@@ -276,7 +284,7 @@ CommandRun_t PrepareHash(Arguments_c & Arguments)
             {
                 return "FILE, --check LIST or --text TEXT is required";
             }
-            return pOptions->sAlgorithm == "name" && !Text.IsGiven() ? "--algorithm name is for --text" : "";
+            return pOptions->sAlgorithm == ALGORITHM_NAME && !Text.IsGiven() ? "--algorithm name is for --text" : "";
         });
     return [pOptions, List, Text] {
         return Text.IsGiven() ? HashText(*pOptions) : List.IsGiven() ? CheckList(*pOptions) : HashFiles(*pOptions);

@@ -9,7 +9,7 @@
 
 namespace
 {
-    constexpr std::size_t WIDTH = 80, COLUMN = 24;   // of a line; of the texts beside names
+    constexpr std::size_t WIDTH = 80, COLUMN = 24;   // characters of a line; characters before the texts beside names
 
     // Returns a name and its text in two columns.
     std::string Columns(std::string const & sName, std::string const & sText)

@@ -20,7 +20,8 @@ namespace
 
     bool IsVisible(std::string_view sText)
     {
-        return !sText.empty() && std::all_of(sText.begin(), sText.end(), [](char c) { return c > ' ' && c < 0x7F; });
+        return !sText.empty()
+               && std::all_of(sText.begin(), sText.end(), [](char cByte) { return cByte > ' ' && cByte < 0x7F; });
     }
 
     std::string_view Trimmed(std::string_view sText)
@@ -29,9 +30,14 @@ namespace
         return iStart == std::string_view::npos ? "" : sText.substr(iStart, iEnd + 1 - iStart);
     }
 
+    // A browser leaves out the port 80.
     bool IsOwnHost(std::string const & sHost, int iPort)
     {
         std::string const sPort = ":" + std::to_string(iPort);
+        if (iPort == 80 && (sHost == "127.0.0.1" || sHost == "localhost"))
+        {
+            return true;
+        }
         return sHost == "127.0.0.1" + sPort || sHost == "localhost" + sPort;
     }
 }

@@ -17,9 +17,10 @@ bool HttpIsComplete(std::string_view sRequest);
 
 /// Checks the head of a request to this machine's port. Returns HTTP_OK and sets sTarget, or returns the status that
 /// refuses it. Accepts only GET, with one host. The host, and an origin if there is one, must name the loopback address
-/// and iPort: another name that leads here belongs to a foreign page.
+/// and iPort, without which a browser means 80. Another name that leads here belongs to a foreign page. Does not check
+/// that the head is whole.
 int HttpCheck(std::string_view sRequest, int iPort, std::string & sTarget);
 
 /// Returns an answer after which the connection ends. The client keeps nothing of it and shows it to no other page.
-/// Requires one of the statuses above and a body in UTF-8.
+/// Requires one of the statuses above, a media type without parameters and a body in UTF-8.
 std::string HttpAnswer(int iStatus, std::string_view sType, std::string_view sBody);

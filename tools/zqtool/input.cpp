@@ -17,7 +17,7 @@ std::string CheckInput(std::string const & sFile)
     case std::filesystem::file_type::not_found:
         return "there is no such file";
     case std::filesystem::file_type::none:   // such as for a folder on the way that may not be searched
-        return "it can't be read";
+        return INPUT_UNREADABLE;
     default:
         return "this is no regular file";
     }
@@ -30,7 +30,7 @@ std::string OpenInput(std::string const & sFile, std::ifstream & Stream)
         return sWhyNot;
     }
     Stream.open(sFile, std::ios::binary);
-    return Stream ? "" : "it can't be read";
+    return Stream ? "" : INPUT_UNREADABLE;
 }
 
 std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uintmax_t nMost)
@@ -49,7 +49,7 @@ std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uint
     }
     sBytes.resize(static_cast<std::size_t>(nBytes));
     Stream.read(sBytes.data(), static_cast<std::streamsize>(sBytes.size()));
-    return Stream ? "" : "it can't be read";
+    return Stream ? "" : INPUT_UNREADABLE;
 }
 
 void PrintProblem(std::string const & sFile, std::string const & sText)

@@ -6,7 +6,11 @@
 #include <iosfwd>
 #include <string>
 
-/// Returns an empty text for a regular file, otherwise what is wrong. Opening a pipe could block for ever.
+/// Reason why a file that exists can't be opened or read.
+inline constexpr char INPUT_UNREADABLE[] = "it can't be read";
+
+/// Returns an empty text for a regular file, otherwise what is wrong. Only regular files are opened, because opening a
+/// pipe could block for ever.
 std::string CheckInput(std::string const & sFile);
 
 /// Opens a regular file. Returns why it can't be read, or an empty text.
@@ -19,5 +23,5 @@ std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uint
 /// Prints a problem with a file on standard error, after all that went to standard output.
 void PrintProblem(std::string const & sFile, std::string const & sText);
 
-/// Prints a problem with its line and column, or without them if the line is 0.
+/// Prints a problem with its line and column, or without them if the line is 0 or less.
 void PrintProblem(std::string const & sFile, int iLine, int iColumn, std::string const & sText);

@@ -10,15 +10,15 @@
 
 namespace
 {
-    // Returns a text of lines for the body of a page.
+    // Returns a text of lines, escaped for the body of a page.
     std::string Roff(std::string_view sText)
     {
         std::string sOut;
-        for (char const c : sText)
+        for (char const cText : sText)
         {
             bool const bFirst = sOut.empty() || sOut.back() == '\n';
-            sOut += bFirst && (c == '.' || c == '\'') ? "\\&" : "";
-            sOut += c == '\\' ? "\\e" : c == '-' ? "\\-" : std::string(1, c);
+            sOut += bFirst && (cText == '.' || cText == '\'') ? "\\&" : "";
+            sOut += cText == '\\' ? "\\e" : cText == '-' ? "\\-" : std::string(1, cText);
         }
         return sOut;
     }
@@ -28,7 +28,7 @@ namespace
         return ".TP\n\\fB" + Roff(Option.Spelling()) + "\\fR\n" + Roff(Option.sPurpose) + "\n";
     }
 
-    // Returns the lines of a footer; each that is not empty is a paragraph.
+    // Returns the lines of a footer, each that is not empty as a paragraph.
     std::string Paragraphs(std::string const & sText)
     {
         std::string sOut;
@@ -63,10 +63,7 @@ namespace
                + "\n.SH ENVIRONMENT\n.TP\n\\fBNO_COLOR\\fR\nIf set and not empty, nothing is printed in colour.\n"
                  ".SH SEE ALSO\nzqtool.md in the documents of libzqcore\\-dev\n";
     }
-}
 
-namespace
-{
     Json_t JsonOf(HelpCommand_t const & Command)
     {
         Json_t Options = Json_t::array();

@@ -36,6 +36,7 @@ namespace
     constexpr MediaKind_t UNFINISHED = { "unfinished", "files of unfinished saves", "", false };
     constexpr MediaKind_t OVER = { "over", "hidden by an archive", "", false };
 
+    // All kinds, in the order of the findings.
     constexpr MediaKind_t const * KINDS[] = { &DUPLICATE, &CASE, &CUT_NAME, &TOO_LONG, &BAD_NAME, &EMPTY, &TOO_LARGE,
         &NO_ROOM, &UNREADABLE, &MISSING, &SPECIAL, &ARCHIVE, &ENTERED, &CONFIGURATION, &SPLIT, &EXCLUDED, &UNFINISHED,
         &OVER };
@@ -118,7 +119,7 @@ namespace
         }
 
     private:
-        // Adds a link to nothing, if the scan was in its folder.
+        // Adds a finding for a link to nothing, if the scan was in its folder.
         void NoteLink(std::string const & sPath)
         {
             std::error_code Error;
@@ -137,7 +138,7 @@ namespace
 
     bool HasCapital(std::string_view sName)
     {
-        return std::any_of(sName.begin(), sName.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+        return std::any_of(sName.begin(), sName.end(), [](char cByte) { return cByte >= 'A' && cByte <= 'Z'; });
     }
 
     // Returns the entries of the disk to which a path of the tables may lead: at most one, unless they differ in
@@ -163,7 +164,8 @@ namespace
         return dInFolder;
     }
 
-    // Returns the spelling that the library reaches. A path that the walk has not seen keeps its letters.
+    // Returns the spelling that the library reaches. A path that the walk has not seen keeps its letters, but gets `/`
+    // as the separator.
     std::string Spell(MediaScan_t const & Scan, std::string const & sFolded)
     {
         std::vector<std::string> dPaths = SpellingsOf(Scan, sFolded);
@@ -272,7 +274,7 @@ namespace
         }
 
         MediaScan_t & m_Scan;
-        std::map<std::string, std::size_t> m_dTwinsSeen;
+        std::map<std::string, std::size_t> m_dTwinsSeen;   // by folded path: reports of its twins so far
     };
 
     // Returns whether a file's key is only the start of its name, so that its path leads nowhere.
@@ -435,9 +437,9 @@ int MediaScan_t::CountDuplicates() const
 std::string FoldedText(std::string const & sPath)
 {
     std::string sFolded = sPath;
-    for (char & c : sFolded)
+    for (char & cByte : sFolded)
     {
-        c = c == '/' ? '\\' : CharToLower(c);
+        cByte = cByte == '/' ? '\\' : CharToLower(cByte);
     }
     return sFolded;
 }

@@ -1,5 +1,6 @@
-// mediascan.h: what the library's scan makes of media folders and archives, and what it leaves out. A process scans
-// once.
+// mediascan.h: what the library's scan makes of media folders and archives, and what it leaves out.
+//
+// A process can scan only once.
 #pragma once
 
 #include <cstdint>
@@ -31,12 +32,12 @@ struct MediaKind_t
 struct MediaFinding_t
 {
     MediaKind_t const * pKind = nullptr;
-    std::string sPath;    // as the disk spells it
-    std::string sWhy;     // one statement
-    std::string sOther;   // the file that opens instead, or the key that the file gets; may be empty
-    int nFiles = 0;       // below a folder that is left out
-    std::uint64_t nBytes = 0;
-    bool bMissed = false;   // whether the next scan may find more: the system failed, or a table was full
+    std::string sPath;          // as the disk spells it
+    std::string sWhy;           // one statement
+    std::string sOther;         // the file that opens instead, or the key that the file gets; may be empty
+    int nFiles = 0;             // below a folder that is left out on request; otherwise 0
+    std::uint64_t nBytes = 0;   // of these files
+    bool bMissed = false;       // whether the next scan may find more: the system failed, or a table was full
 };
 
 /// An entry of the disk below the folders of a scan, whether the scan has entered it or not.
@@ -59,7 +60,7 @@ struct MediaScan_t
     std::vector<MediaFinding_t> dFindings;   // by kind, then by path
     std::vector<DiskEntry_t> dDisk;          // by sFolded
 
-    /// Return the number of findings that are faults, or duplicates.
+    /// Return the number of findings that are faults, and of those that are duplicates.
     int CountFaults() const;
     int CountDuplicates() const;
 };

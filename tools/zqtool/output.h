@@ -5,21 +5,22 @@
 #include <string>
 #include <vector>
 
-/// File to write, or none if it has no name.
+/// File to write. Without a name there is none, and nothing is written.
 class OutputFile_c
 {
 public:
-    /// Creates the file, or empties an existing one; for an empty name it creates none. Returns false, and prints why,
-    /// on failure or if it is one of the inputs.
+    /// Creates the file, or empties an existing one. For an empty name creates none and returns true. Returns false,
+    /// and prints why, on failure or if it is one of the inputs.
     bool Open(std::string const & sFile, std::vector<std::string> const & dInputs);
 
-    /// Writes the rest. Returns false, and prints why, if the file could not be written whole.
+    /// Writes the rest and closes the file. Returns false, and prints why, if the file could not be written whole.
+    /// Returns true without a name.
     bool Close();
 
     /// Returns whether the file has a name.
     bool IsWanted() const { return !m_sFile.empty(); }
 
-    /// Returns the stream. Requires a name.
+    /// Returns the stream. Requires that the file has a name.
     std::ostream & Get() { return m_Stream; }
 
 private:

@@ -14,7 +14,7 @@ constexpr char LIVE_PAGE_POLICY[] =
 /// Returns the start of a page up to its body: the title, which it escapes, the policy and the look of all pages.
 std::string PageHead(std::string_view sTitle, char const * szPolicy = PAGE_POLICY);
 
-/// Returns the scripts of a page, after the one that all pages share.
+/// Returns an element with the script that all pages share, and then those of this page.
 std::string PageScripts(std::initializer_list<char const *> dScripts);
 
 /// Returns an element with data for the scripts. Requires JSON without '<'.

@@ -127,7 +127,7 @@ namespace
         }
     }
 
-    // Returns false, and says so, if a limit is for a timer that is not there. Returns true if there is no frame.
+    // Returns false, and reports it, if a limit is for a timer that is not there. Returns true if there is no frame.
     bool StatsRun_c::FindTimers()
     {
         std::vector<std::string> dNames = { "frame" };

@@ -9,10 +9,10 @@
 
 namespace
 {
-    constexpr std::size_t HEADER_SIZE = 8, COUNT_SIZE = 4, RECORD_SIZE = 2504;
-    constexpr std::uint32_t ROOT = 0x80000000;
+    constexpr std::size_t HEADER_SIZE = 8, COUNT_SIZE = 4, RECORD_SIZE = 2504;   // bytes
+    constexpr std::uint32_t ROOT = 0x80000000;                                   // identifier of the root
 
-    // Offsets in a record (docs/formats.md).
+    // Offsets and sizes in a record (docs/formats.md), in bytes.
     constexpr std::size_t NAME = 0, NAME_SIZE = 32, TIMER = 32, CHILD = 36, NEXT = 40, SLOTS = 56, SLOT_SIZE = 16;
     constexpr std::size_t AVERAGE = 2456, MAX = 2464, LAST = 2472, MAX_EVER = 2480;
     constexpr std::size_t N_LAST = 2488, N_AT_MAX = 2492, MAX_SLOT = 2496;
@@ -61,7 +61,8 @@ namespace
 
         bool ReadHeader();
 
-        // Reads the next batch. Returns false at the end of the file, or at a fault that ends the reading.
+        // Reads the next batch. Sets bWhole to whether the file holds all of it. Returns false at the end of the file,
+        // or at a fault that ends the reading.
         bool ReadBatch(StatsBatch_t & Batch, bool & bWhole);
 
         bool IsSound() const { return m_bSound; }
@@ -160,9 +161,9 @@ namespace
         }
     }
 
-    // Returns the index of the record that a link leads to. Returns -1 for no link or a damaged one, and reports the
-    // latter. The profiler creates a timer after its parent and its previous siblings, so a link always leads to a
-    // higher index.
+    // Returns the index of the record that a link leads to. Returns -1 for no link or a damaged one. Reports a damaged
+    // one. The profiler creates a timer after its parent and its previous siblings, so a link always leads to a higher
+    // index.
     int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords)
     {
         std::uint32_t const nLink = Word(BytesOf(iRecord, iField));
@@ -193,7 +194,8 @@ namespace
         return static_cast<int>(iLinked);
     }
 
-    // Sets the parent of the timer that a link leads to. A timer beyond the end of a broken file is missing.
+    // Sets the parent of the timer that a link leads to. Reports a timer that has a parent already, and a sibling of
+    // the root. Skips a timer beyond the end of a broken file.
     void StatsReader_c::Hang(
         StatsBatch_t & Batch, std::size_t iRecord, std::size_t iField, std::size_t nRecords, int iParent)
     {
@@ -319,7 +321,7 @@ bool StatsTail_c::State_s::HoldsBatch(std::uint64_t nSize)
     return nRecords > STATS_MAX_TIMERS || nOffset + COUNT_SIZE + nRecords * RECORD_SIZE <= nSize;
 }
 
-// Opens the file each time: another one may have its name.
+// Opens the file each time, because another one may have its name.
 StatsTail_e StatsTail_c::Read(
     StatsBatch_t & Batch, std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain)
 {

@@ -44,10 +44,10 @@ struct StatsTimer_t
     StatsFigures_t Figures;
 };
 
-/// Timers of a batch. It is never empty, and its first timer is the root.
+/// Timers of a batch. A batch that is passed on has at least one timer, and the first one is the root.
 using StatsBatch_t = std::vector<StatsTimer_t>;
 
-/// Function that receives a batch. bWhole is false if the file ends inside it: the timers after that point are missing.
+/// Function that receives a batch. bWhole is false if the file ends inside it and its last timers are missing.
 using StatsTake_t = std::function<void(StatsBatch_t const & Batch, bool bWhole)>;
 
 /// Result of StatsTail_c::Read.
@@ -55,7 +55,7 @@ enum class StatsTail_e
 {
     Nothing,   // the file has no further whole batch yet, or can't be opened
     Batch,     // a batch was read
-    Anew,      // the file was created anew: what was read before is of another run
+    Anew,      // the file was created anew, and what was read before is of another run
     Damaged    // the rest can't be read, unless the file is created anew
 };
 

@@ -62,8 +62,8 @@ namespace
         int m_iRun = 1;
         bool m_bEnded = false;     // whether no further batch will be read
         bool m_bAsked = false;     // whether a page asked for news
-        bool m_bSentEnd = false;   // whether a page received the last of them
-        bool m_bDamaged = false;
+        bool m_bSentEnd = false;   // whether, after the end, the page that asked last has all frames
+        bool m_bDamaged = false;   // whether the rest of the run is not read
     };
 
     void Follower_c::Complain(std::uint64_t nOffset, std::string const & sText)
@@ -124,7 +124,8 @@ namespace
         return true;
     }
 
-    // Answers "/" with the page, and "/data?run=1&from=150" with news. The page has no frame: it asks for all.
+    // Answers "/" with the page, and "/data?run=1&from=150" with news. Any other target is not found. The page has no
+    // frame: it asks for all.
     std::string Follower_c::AnswerTo(std::string const & sTarget)
     {
         int iRun = 0, iFrom = 0, nRead = 0;
@@ -146,6 +147,7 @@ namespace
         return HttpAnswer(HTTP_OK, "application/json", sNews);
     }
 
+    // Returns the answer to a request, or null while the request is incomplete.
     Follower_c::Answer_t Follower_c::Answer(std::string_view sRequest)
     {
         if (!HttpIsComplete(sRequest))

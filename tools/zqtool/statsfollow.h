@@ -12,9 +12,9 @@ struct StatsFollow_t
 };
 
 /// Serves the page until an interrupt from the keyboard or the end in Follow. After that end serves an open page for up
-/// to 3 s. Prints the address. Keeps the times of the last 150,000 frames, the timers of as many as fit in a page, and
-/// sums of all. Adds the last run's batches to Tree and up to 20 of its faults to Facts, and returns true. Returns
-/// false, and prints why, if it can't open the port.
+/// to 3 s. Prints the address. Adds the last run's batches to Tree and up to 20 of its problems to Facts, and returns
+/// true. Returns false, and prints why, if it can't open the port.
 ///
-/// After damage, or once the tree has more than 65,536 nodes, the rest of the run is not read.
+/// Keeps the times of the last 150,000 frames, the timers of as many as fit in a page, and sums of all. After damage,
+/// or once the tree has more than 65,536 nodes, the rest of the run is not read.
 bool StatsFollow(StatsFollow_t const & Follow, StatsFacts_t & Facts, StatsTree_c & Tree);

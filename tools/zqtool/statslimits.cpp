@@ -9,8 +9,10 @@
 
 namespace
 {
+    constexpr std::string_view FRAME = "frame";   // name of a limit of frames
+    constexpr std::string_view PEAK = "peak";
     constexpr std::string_view FRAME_FIGURES[] = { "mean", "median", "p95", "p99", "worst" };
-    constexpr std::string_view TIMER_FIGURES[] = { "mean", "peak" };
+    constexpr std::string_view TIMER_FIGURES[] = { "mean", PEAK };
 
     // Returns a time in milliseconds. Returns a negative number for a negative time and for any other text.
     double ReadTime(std::string_view sText)
@@ -46,7 +48,7 @@ std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
     }
     Limit = { Printable(sText.substr(0, iFigure)), sText.substr(iFigure + 1, iTime - iFigure - 1),
         ReadTime(std::string_view(sText).substr(iTime + 1)) };
-    bool const bFrame = Limit.sName == "frame";
+    bool const bFrame = Limit.sName == FRAME;
     if (bFrame ? std::ranges::count(FRAME_FIGURES, Limit.sFigure) == 0
                : std::ranges::count(TIMER_FIGURES, Limit.sFigure) == 0)
     {
@@ -59,7 +61,7 @@ std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
 StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond)
 {
     double const fMilliseconds = 1000 / fTicksPerSecond;
-    if (Limit.sName == "frame")
+    if (Limit.sName == FRAME)
     {
         return { true, FrameFigure(Tree.GetSummary(), Limit.sFigure) * fMilliseconds };
     }
@@ -70,7 +72,7 @@ StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tre
         StatsNode_t const & Node = Tree.GetNodes()[i];
         if (Node.sName == Limit.sName)
         {
-            double const tTime = Limit.sFigure == "peak" ? static_cast<double>(Node.tPeak) : dAverages[i].tTime;
+            double const tTime = Limit.sFigure == PEAK ? static_cast<double>(Node.tPeak) : dAverages[i].tTime;
             Measured = { true, std::max(Measured.fMilliseconds, tTime * fMilliseconds) };
         }
     }

@@ -23,5 +23,5 @@ struct StatsMeasured_t
 std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit);
 
 /// Returns the time that the file has for a limit. Figures of frames leave out those that the tree has forgotten.
-/// Requires a tree with a frame, and a rate above 0.
+/// Requires a limit that ReadStatsLimit accepted, a tree with a frame and a rate above 0.
 StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond);

@@ -16,7 +16,7 @@ namespace
 {
     constexpr std::size_t MAX_TIMER_BYTES = 24 << 20;   // of the batches' timers in a page
 
-    // Joins the texts of members, all or those from iFrom to before iTo, to a JSON array.
+    // Returns the texts of members, all or those from iFrom to before iTo, as a JSON array.
     template <typename RANGE, typename CALL>
     std::string ArrayOf(RANGE const & Range, CALL const & fnText, std::size_t iFrom = 0, std::size_t iTo = SIZE_MAX)
     {
@@ -49,10 +49,10 @@ namespace
     {
         StatsFigures_t const & Figures = Timer.Figures;
         std::string sText = "[" + std::to_string(iNode);
-        for (std::int64_t const n : { Figures.tAverage, Figures.tMax, Figures.tLast, Figures.tMaxEver,
+        for (std::int64_t const nFigure : { Figures.tAverage, Figures.tMax, Figures.tLast, Figures.tMaxEver,
                  std::int64_t{ Figures.nLast }, std::int64_t{ Figures.nAtMax }, std::int64_t{ Figures.iMaxSlot } })
         {
-            sText += "," + std::to_string(n);
+            sText += "," + std::to_string(nFigure);
         }
         bool const bIdle = std::all_of(Timer.dSlots.begin(), Timer.dSlots.end(),
             [](StatsSlot_t const & Slot) { return Slot.tTime == 0 && Slot.nCalls == 0; });
@@ -111,8 +111,8 @@ void StatsPage_c::ForgetBatch()
 
 std::string StatsPage_c::MakeNews(StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsNews_t const & News) const
 {
-    int const nFirst = Tree.GetFirstFrame();
-    auto const nKnown = static_cast<std::size_t>(std::max(News.iFrom - nFirst, 0)) / STATS_FRAMES;
+    int const iFirst = Tree.GetFirstFrame();
+    auto const nKnown = static_cast<std::size_t>(std::max(News.iFrom - iFirst, 0)) / STATS_FRAMES;
     std::size_t const iFrom = std::min(nKnown, m_dBatches.size());
     std::size_t iTo = iFrom, nBytes = 0;
     while (iTo < m_dBatches.size() && (iTo == iFrom || nBytes + m_dBatches[iTo].sTimers.size() <= News.nMaxBytes))
@@ -125,8 +125,8 @@ std::string StatsPage_c::MakeNews(StatsFacts_t const & Facts, StatsTree_c const 
     return "{\"file\":" + JsonQuoted(Facts.sFile) + ",\"rate\":" + Text(Facts.fTicksPerSecond)
            + ",\"measured\":" + Truth(Facts.bMeasured) + ",\"problems\":" + ArrayOf(Facts.dProblems, JsonQuoted)
            + ",\"live\":" + Truth(News.bLive) + ",\"run\":" + std::to_string(News.iRun)
-           + ",\"more\":" + Truth(iTo < m_dBatches.size()) + ",\"first\":" + std::to_string(nFirst)
-           + ",\"from\":" + std::to_string(nFirst + static_cast<int>(iFrom * STATS_FRAMES))
+           + ",\"more\":" + Truth(iTo < m_dBatches.size()) + ",\"first\":" + std::to_string(iFirst)
+           + ",\"from\":" + std::to_string(iFirst + static_cast<int>(iFrom * STATS_FRAMES))
            + ",\n\"summary\":" + SummaryText(Tree.GetSummary()) + ",\n\"timers\":"
            + ArrayOf(Tree.GetNodes(), [&](StatsNode_t const & Node) { return NodeText(Node, *itAverage++); })
            + ",\n\"frames\":" + ArrayOf(Tree.GetFrames(), Text, iFrom * STATS_FRAMES, iTo * STATS_FRAMES)

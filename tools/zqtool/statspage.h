@@ -31,10 +31,10 @@ struct StatsNews_t
 class StatsPage_c
 {
 public:
-    /// Keeps what the page shows of a batch. dNodes are the nodes of its timers in the tree.
+    /// Keeps what the page shows of a batch. dNodes is what StatsTree_c::Add has returned for the batch.
     void Add(StatsBatch_t const & Batch, std::vector<int> const & dNodes);
 
-    /// Forgets the oldest batch. Requires one.
+    /// Forgets the oldest batch. Requires a batch.
     void ForgetBatch();
 
     /// Writes the page. Requires a tree of the same batches.

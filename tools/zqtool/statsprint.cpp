@@ -7,6 +7,8 @@
 
 namespace
 {
+    constexpr double SECOND = 1000;   // milliseconds
+
     std::vector<std::size_t> Depths(std::vector<StatsNode_t> const & dNodes)
     {
         std::vector<std::size_t> dDepths;
@@ -89,7 +91,7 @@ void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts)
         std::printf("The profiler writes its first batch after %i frames.\n", static_cast<int>(STATS_FRAMES));
         return;
     }
-    double const fMilliseconds = 1000 / Facts.fTicksPerSecond;
+    double const fMilliseconds = SECOND / Facts.fTicksPerSecond;
     StatsSummary_t const Summary = Tree.GetSummary();
     std::printf("frame time in ms: mean %.4f, median %.4f, 95 %% %.4f, 99 %% %.4f, worst %.4f (frame %i)\n\n",
         Summary.tMean * fMilliseconds, Summary.tMedian * fMilliseconds, Summary.t95 * fMilliseconds,
@@ -99,7 +101,7 @@ void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts)
 
 Json_t StatsJson(StatsTree_c const & Tree, StatsFacts_t const & Facts)
 {
-    double const fMilliseconds = 1000 / Facts.fTicksPerSecond;
+    double const fMilliseconds = SECOND / Facts.fTicksPerSecond;
     StatsSummary_t const Summary = Tree.GetSummary();
     Json_t Frame;
     if (Tree.GetFrameCount() > 0)

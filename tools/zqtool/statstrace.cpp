@@ -12,10 +12,10 @@ namespace
 {
     constexpr double LAST_MOMENT = 9e18;   // in nanoseconds; only a damaged file reaches it
 
-    std::string Microseconds(long long nNanoseconds)
+    std::string Microseconds(long long tNanoseconds)
     {
         char szTime[32];
-        std::snprintf(szTime, sizeof szTime, "%lld.%03lld", nNanoseconds / 1000, nNanoseconds % 1000);
+        std::snprintf(szTime, sizeof szTime, "%lld.%03lld", tNanoseconds / 1000, tNanoseconds % 1000);
         return szTime;
     }
 }
@@ -28,14 +28,14 @@ StatsTrace_c::StatsTrace_c(std::ostream & Stream, double fTicksPerSecond)
                 "{\"ph\":\"M\",\"pid\":1,\"tid\":1,\"name\":\"thread_name\",\"args\":{\"name\":\"Frames\"}}";
 }
 
-// Writes an event. Rounds its start and its end. The length is their difference, so events nest exactly like
-// their ticks.
+// Writes an event, with its start and size in ticks. Rounds its start and its end. The length is their difference, so
+// events nest exactly like their ticks.
 void StatsTrace_c::AddEvent(std::string const & sName, double tStart, double tSize, std::string const & sArguments)
 {
     auto const fnRound = [&](double tAt) { return std::llround(std::min(tAt * m_fNanosecondsPerTick, LAST_MOMENT)); };
-    long long const nStart = fnRound(tStart), nEnd = fnRound(tStart + tSize);
+    long long const tFrom = fnRound(tStart), tTo = fnRound(tStart + tSize);
     m_Stream << ",\n{\"ph\":\"X\",\"pid\":1,\"tid\":1,\"name\":" << JsonQuoted(sName)
-             << ",\"ts\":" << Microseconds(nStart) << ",\"dur\":" << Microseconds(nEnd - nStart) << ",\"args\":{"
+             << ",\"ts\":" << Microseconds(tFrom) << ",\"dur\":" << Microseconds(tTo - tFrom) << ",\"args\":{"
              << sArguments << "}}";
 }
 

@@ -1,7 +1,8 @@
 // statstrace.h: a stats file as trace events in JSON, the format that trace viewers load.
 //
 // The file holds times by frame, not the moments of pushes. So each frame begins where the previous one ends. In a
-// frame, each timer with a time or calls is one event with both. It lies inside its parent's event, after the timers of
+// frame, each timer with calls or a length is one event, with its calls and ticks. The length is the timer's time or
+// the sum of its children's lengths, whichever is larger. The event lies inside its parent's event, after the timers of
 // that parent that were created before it.
 #pragma once
 
@@ -19,7 +20,7 @@ public:
     /// Appends the frames of a batch.
     void Add(StatsBatch_t const & Batch);
 
-    /// Writes the end; the stream then holds one JSON value.
+    /// Writes the end. The stream then holds one JSON value.
     void Finish();
 
 private:

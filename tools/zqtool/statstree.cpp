@@ -32,18 +32,18 @@ int StatsTree_c::FindNode(StatsTimer_t const & Timer, int iParent, int iFirstFra
 {
     for (int iLike = 0;; ++iLike)
     {
-        auto const [it, bNew] =
+        auto const [itNode, bNew] =
             m_dIndices.try_emplace({ iParent, Timer.iTimer, iLike }, static_cast<int>(m_dNodes.size()));
         if (bNew)
         {
             m_dNodes.push_back({ .sName = Timer.sName, .iTimer = Timer.iTimer, .iParent = iParent });
             m_dTaken.push_back(-1);
         }
-        int & iTaken = m_dTaken[static_cast<std::size_t>(it->second)];
+        int & iTaken = m_dTaken[static_cast<std::size_t>(itNode->second)];
         if (iTaken != iFirstFrame)
         {
             iTaken = iFirstFrame;
-            return it->second;
+            return itNode->second;
         }
     }
 }

@@ -6,7 +6,7 @@
 #include <map>
 #include <tuple>
 
-/// One timer over the whole file. Times are in ticks; as doubles they are exact up to 2^53.
+/// One timer over the whole file. Times are in ticks. As doubles they are exact up to 2^53.
 struct StatsNode_t
 {
     std::string sName;
@@ -18,7 +18,7 @@ struct StatsNode_t
     int iPeakFrame = -1;   // of the whole file; -1 if no frame had a time above 0
     std::uint32_t nPeakCalls = 0;
     double tOwn = 0;         // sum without the children's, over the frames of whole batches
-    int nBrokenFrames = 0;   // frames of a broken batch that has the timer
+    int nBrokenFrames = 0;   // frames of a broken batch that has the timer, unless it is the only batch
 };
 
 /// A timer's ticks and calls per frame. The frames of a broken batch count only if the batch has the timer.
@@ -29,7 +29,8 @@ struct StatsAverage_t
     double fCalls = 0;
 };
 
-/// Statistics of the times of frames, in ticks. Without a frame all times are 0 and iWorst is -1.
+/// Statistics of the times of frames, in ticks. Without a frame all times are 0 and iWorst is -1. t95 is the smallest
+/// time that 95 percent of the frames do not exceed, t99 that of 99 percent.
 struct StatsSummary_t
 {
     double tMean = 0, tMedian = 0, t95 = 0, t99 = 0, tWorst = 0;
@@ -47,7 +48,8 @@ public:
     /// Returns all nodes, the root first. The result is empty without a batch.
     std::vector<StatsNode_t> const & GetNodes() const { return m_dNodes; }
 
-    /// Forgets the times of the oldest batch's frames. Sums, averages and peaks still count them. Requires a batch.
+    /// Forgets the times of the oldest batch's frames. Sums, averages and peaks still count them. Requires a batch
+    /// that is not forgotten.
     void ForgetBatch();
 
     /// Returns the number of the first frame that is not forgotten.
@@ -77,9 +79,9 @@ private:
     int m_iFirstFrame = 0;
 };
 
-/// Divides a line among the members of a tree. Each has its own size or the sum of its children's, whichever is larger.
-/// Its children lie inside it, from its start on. A size below 0 counts as 0. Requires parents before their children,
-/// and -1 as the parent of a root. Sets dStarts and dSizes.
+/// Divides a line among the members of a tree, and sets dStarts and dSizes. Each has its own size, which dSizes holds
+/// before, or the sum of its children's, whichever is larger. Its children lie inside it, from its start on. A size
+/// below 0 counts as 0. Requires parents before their children, and -1 as the parent of a root.
 void LayOutTree(std::vector<int> const & dParents, std::vector<double> & dSizes, std::vector<double> & dStarts);
 
 /// Returns the order in which the descendants of each member of a tree follow it. Requires parents before children, and

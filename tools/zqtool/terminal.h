@@ -7,5 +7,6 @@
 /// empty.
 bool HasColours();
 
-/// Returns a text as Printable does, in colour if HasColours. Pad it before: the result is longer than it looks.
+/// Returns a text as Printable does, in colour if HasColours returns true. Pad it before: the result is longer than
+/// it looks.
 std::string Painted(std::string_view sText, Colour_e eColour);

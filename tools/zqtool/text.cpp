@@ -54,9 +54,9 @@ std::string Printable(std::string_view sText)
 std::string PrintableLine(std::string_view sText)
 {
     std::string sOut;
-    for (char const c : sText)
+    for (char const cByte : sText)
     {
-        sOut += c == '\t' ? std::string_view("    ") : std::string_view(&c, 1);
+        sOut += cByte == '\t' ? std::string_view("    ") : std::string_view(&cByte, 1);
     }
     return Printable(sOut);
 }
@@ -64,9 +64,9 @@ std::string PrintableLine(std::string_view sText)
 std::string HtmlEscaped(std::string_view sText)
 {
     std::string sOut;
-    for (char const c : sText)
+    for (char const cByte : sText)
     {
-        switch (c)
+        switch (cByte)
         {
         case '&':
             sOut += "&amp;";
@@ -81,7 +81,7 @@ std::string HtmlEscaped(std::string_view sText)
             sOut += "&quot;";
             break;
         default:
-            sOut += c;
+            sOut += cByte;
         }
     }
     return sOut;
@@ -90,17 +90,17 @@ std::string HtmlEscaped(std::string_view sText)
 std::string JsonQuoted(std::string_view sText)
 {
     std::string sOut = "\"";
-    for (char const c : sText)
+    for (char const cByte : sText)
     {
-        if (static_cast<unsigned char>(c) < 0x20 || c == '<' || c == '"' || c == '\\')
+        if (static_cast<unsigned char>(cByte) < 0x20 || cByte == '<' || cByte == '"' || cByte == '\\')
         {
             char szCode[8];
-            std::snprintf(szCode, sizeof szCode, "\\u%04X", static_cast<unsigned>(c));
+            std::snprintf(szCode, sizeof szCode, "\\u%04X", static_cast<unsigned>(cByte));
             sOut += szCode;
         }
         else
         {
-            sOut += c;
+            sOut += cByte;
         }
     }
     return sOut + '"';
@@ -116,9 +116,9 @@ std::string ArchiveVersionText(std::uint32_t dwVersion)
     return std::to_string(dwVersion >> 16) + "." + std::to_string(dwVersion & 0xFFFF);
 }
 
-bool IsFirstByte(char c)
+bool IsFirstByte(char cByte)
 {
-    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    return (static_cast<unsigned char>(cByte) & 0xC0) != 0x80;
 }
 
 std::size_t WidthOf(std::string_view sText)

@@ -38,7 +38,7 @@ std::string Quoted(std::string_view sText);
 std::string ArchiveVersionText(std::uint32_t dwVersion);
 
 /// Returns whether a byte of UTF-8 begins a character.
-bool IsFirstByte(char c);
+bool IsFirstByte(char cByte);
 
 /// Returns the number of characters of a text in UTF-8.
 std::size_t WidthOf(std::string_view sText);

@@ -51,17 +51,17 @@ namespace
     using Findings_t = std::vector<MediaFinding_t>;
 
     // Prints findings of one kind.
-    void PrintKind(Findings_t::const_iterator First, Findings_t::const_iterator End, bool bAll)
+    void PrintKind(Findings_t::const_iterator itFirst, Findings_t::const_iterator itEnd, bool bAll)
     {
-        std::size_t const nFindings = static_cast<std::size_t>(End - First);
+        std::size_t const nFindings = static_cast<std::size_t>(itEnd - itFirst);
         std::size_t const nShown = bAll ? nFindings : std::min(nFindings, MOST_LINES);
-        Colour_e const eColour = First->pKind->bFault ? Colour_e::Bad : Colour_e::Head;
-        std::string const sTitle = std::string(First->pKind->szTitle) + " (" + std::to_string(nFindings) + ")";
-        std::printf(
-            "\n%s%s%s\n", Painted(sTitle, eColour).c_str(), First->pKind->szNote[0] ? ": " : "", First->pKind->szNote);
+        Colour_e const eColour = itFirst->pKind->bFault ? Colour_e::Bad : Colour_e::Head;
+        std::string const sTitle = std::string(itFirst->pKind->szTitle) + " (" + std::to_string(nFindings) + ")";
+        std::printf("\n%s%s%s\n", Painted(sTitle, eColour).c_str(), itFirst->pKind->szNote[0] ? ": " : "",
+            itFirst->pKind->szNote);
         std::vector<std::string> dPaths;
         std::size_t nColumn = 0;
-        std::transform(First, First + static_cast<std::ptrdiff_t>(nShown), std::back_inserter(dPaths),
+        std::transform(itFirst, itFirst + static_cast<std::ptrdiff_t>(nShown), std::back_inserter(dPaths),
             [](MediaFinding_t const & Finding) { return Printable(Finding.sPath); });
         for (std::string const & sPath : dPaths)
         {
@@ -71,7 +71,7 @@ namespace
         for (std::string const & sPath : dPaths)
         {
             std::string const sBlanks(nColumn - std::min(nColumn, WidthOf(sPath)), ' ');
-            std::printf("  %s%s  %s\n", sPath.c_str(), sBlanks.c_str(), FindingText(*First++).c_str());
+            std::printf("  %s%s  %s\n", sPath.c_str(), sBlanks.c_str(), FindingText(*itFirst++).c_str());
         }
         if (nShown < nFindings)
         {
@@ -200,6 +200,7 @@ namespace
         return dOthers;
     }
 
+    // Prints what --find asks for. Returns EXIT_FOUND if no file opens, or if others have the name without --relative.
     int Find(Options_s const & Options, MediaScan_t const & Scan)
     {
         FoldedPath_c const sWhole(Options.sFind.c_str());

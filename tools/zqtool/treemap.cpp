@@ -16,9 +16,9 @@ namespace
     {
         Holding_t const Before = Row.dHoldings.size() > 1 ? Row.First() : Holding_t();
         std::string sText = "[" + JsonQuoted(Printable(Row.sName));
-        for (std::uint64_t const n : { Row.Last().nBytes, Row.Last().nBlocks, Before.nBytes, Before.nBlocks })
+        for (std::uint64_t const nNumber : { Row.Last().nBytes, Row.Last().nBlocks, Before.nBytes, Before.nBlocks })
         {
-            sText += "," + std::to_string(n);
+            sText += "," + std::to_string(nNumber);
         }
         return sText + "]";
     }

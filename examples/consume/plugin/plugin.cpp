@@ -1,6 +1,6 @@
 int GameMain(int nArguments, char ** dArguments);
 
-// The one name that the program looks up.
+// Runs the game and returns its exit status. The program looks up only this name.
 extern "C" int PluginRun(int nArguments, char ** dArguments)
 {
     return GameMain(nArguments, dArguments);

@@ -1,8 +1,8 @@
 // failing.cpp: makes the library's system calls fail on demand, for tests.
 //
 // Only a build with ZQCORE_FAILING has this file. Its linker option --wrap redirects the library's calls of the
-// functions below to this file. No other build contains any of it. A test driver sets the environment variable
-// ZQ_FAILING to the path of a file of TABLE_SIZE bytes, which this process and its driver share:
+// functions below to this file. A test driver sets the environment variable ZQ_FAILING to the path of a file of
+// TABLE_SIZE bytes, which this process and its driver share:
 //
 // | Offset | Bytes | Meaning                                                                                         |
 // |-------:|------:|-------------------------------------------------------------------------------------------------|
@@ -96,16 +96,16 @@ namespace
             return &g_NoTable;
         }
 #ifdef SYS_mmap2
-        auto const iMap = syscall(SYS_mmap2, nullptr, TABLE_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, iFile, 0);
+        auto const nMap = syscall(SYS_mmap2, nullptr, TABLE_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, iFile, 0);
 #else
-        auto const iMap = syscall(SYS_mmap, nullptr, TABLE_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, iFile, 0);
+        auto const nMap = syscall(SYS_mmap, nullptr, TABLE_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, iFile, 0);
 #endif
         syscall(SYS_close, iFile);
-        if (iMap == -1)
+        if (nMap == -1)
         {
             std::abort();
         }
-        auto * const pTable = reinterpret_cast<Table_s *>(iMap);
+        auto * const pTable = reinterpret_cast<Table_s *>(nMap);
         std::memcpy(pTable->dNames, NAMES, sizeof NAMES);
         return pTable;
     }
@@ -227,8 +227,8 @@ FAILING(WRITE, fputs, int, (char const * szText, std::FILE * pFile), (szText, pF
 FAILING(WRITE, fputc, int, (int cByte, std::FILE * pFile), (cByte, pFile), EOF)
 FAILING(WRITE, fflush, int, (std::FILE * pFile), (pFile), EOF)
 FAILING(WRITE, fclose, int, (std::FILE * pFile), (pFile), FailClose(pFile))
-FAILING(WRITE, fwrite, std::size_t, (void const * p, std::size_t nSize, std::size_t nCount, std::FILE * pFile),
-    (p, nSize, nCount, pFile), 0)
+FAILING(WRITE, fwrite, std::size_t, (void const * pData, std::size_t nSize, std::size_t nCount, std::FILE * pFile),
+    (pData, nSize, nCount, pFile), 0)
 FAILING(SEEK, lseek64, off64_t, (int iFile, off64_t nAt, int iFrom), (iFile, nAt, iFrom), -1)
 FAILING(STAT, fstat64, int, (int iFile, struct stat64 * pStat), (iFile, pStat), -1)
 FAILING(STAT, stat64, int, (char const * szPath, struct stat64 * pStat), (szPath, pStat), -1)
@@ -257,11 +257,11 @@ FAILING(MAKE, mkdirat, int, (int iFolder, char const * szPath, mode_t iMode), (i
 FAILING(MAKE, fchmod, int, (int iFile, mode_t iMode), (iFile, iMode), -1)
 FAILING(REMOVE, unlinkat, int, (int iFolder, char const * szPath, int iFlags), (iFolder, szPath, iFlags), -1)
 FAILING(TRUNCATE, ftruncate64, int, (int iFile, off64_t nBytes), (iFile, nBytes), -1)
-FAILING(MAP, mmap, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off_t nAt),
-    (p, nBytes, iRights, iFlags, iFile, nAt), MAP_FAILED)
-FAILING(MAP, mmap64, void *, (void * p, std::size_t nBytes, int iRights, int iFlags, int iFile, off64_t nAt),
-    (p, nBytes, iRights, iFlags, iFile, nAt), MAP_FAILED)
-FAILING(MAP, mprotect, int, (void * p, std::size_t nBytes, int iRights), (p, nBytes, iRights), -1)
+FAILING(MAP, mmap, void *, (void * pAt, std::size_t nBytes, int iRights, int iFlags, int iFile, off_t nAt),
+    (pAt, nBytes, iRights, iFlags, iFile, nAt), MAP_FAILED)
+FAILING(MAP, mmap64, void *, (void * pAt, std::size_t nBytes, int iRights, int iFlags, int iFile, off64_t nAt),
+    (pAt, nBytes, iRights, iFlags, iFile, nAt), MAP_FAILED)
+FAILING(MAP, mprotect, int, (void * pAt, std::size_t nBytes, int iRights), (pAt, nBytes, iRights), -1)
 FAILING(THREAD, pthread_create, int,
     (pthread_t * pThread, pthread_attr_t const * pHow, void * (*fnRun)(void *), void * pWith),
     (pThread, pHow, fnRun, pWith), errno)

@@ -30,7 +30,7 @@ namespace plat
         }
 
         // A connection to a client, which sends its request, reads the answer, and closes. The server waits up to
-        // CLOSE_SECONDS for that before it closes, so that a client that still sends does not lose the answer.
+        // CLOSE_SECONDS for the client to close, so that a client that still sends does not lose the answer.
         class Connection_c
         {
         public:
@@ -101,7 +101,7 @@ namespace plat
             Descriptor_c m_Socket;
             std::int64_t m_tEnd;   // in seconds of the good clock
             std::string m_sRequest;
-            std::shared_ptr<std::string const> m_pAnswer;
+            std::shared_ptr<std::string const> m_pAnswer;   // null until the request is complete
             std::size_t m_nSent = 0;
         };
     }

@@ -4,10 +4,10 @@
 // opened, loaded, streamed and read asynchronously like a file of a folder. Its pPath is null. GetFullPath returns the
 // archive's path, `\` and the name in the archive, cut at 255 characters. Files may be stored or deflated.
 //
-// An archive is mounted over or under what the table holds at that moment. Over: its file hides a present file of the
-// same key until FileZipUnmount. Under: the present file stays, and that of the archive is not added. Later scans see
-// the archive's files as present. So mount after ModuleFile_c is up and after the scans. FileReset, and with it the end
-// of ModuleFile_c, unmounts all archives.
+// An archive is mounted over or under what the table holds at that moment. With Over, its file hides a present file of
+// the same key until FileZipUnmount. With Under, the present file stays, and that of the archive is not added. Later
+// scans see the archive's files as present. So mount after ModuleFile_c is up and after the scans. FileReset, and with
+// it the end of ModuleFile_c, unmounts all archives.
 //
 // An archive may come from anywhere. Mounting skips these entries, logs a line for each and reports it to
 // g_FileSkipCallbacker (cfilepath.h):
@@ -21,24 +21,24 @@
 //   times.
 //
 // The contents are checked against their CRC-32 and size when a file is read whole or streamed from its start to its
-// end. What does not fit fails with a reason (File_c::GetWhyNot), and such a read never returns the whole of a damaged
+// end. What does not fit fails with a reason (File_c::GetWhyNot). Such a read never returns the whole of a damaged
 // file. A part of a deflated file is checked only if it reaches the end of the file. A part of a stored file that is
 // loaded, or read after a seek, is not checked.
 //
 // The archive's file stays open while it is mounted, so a new file of that name has no effect until it is mounted
 // again. Contents that someone writes into the open file fail their check. Therefore Refresh does nothing for a file of
 // an archive. Change tracking (cfiletrack.h) reports names of files on the disk, which an archive may hide. A file
-// system cache (cfilecache.h) lists no file of an archive, but does list the files that they hide.
+// system cache (cfilecache.h) lists no file of an archive, but does list the files that archives hide.
 // FileRefresh adds no file whose name an archive has. FileCloneLoadedMedia does not copy files of archives.
 //
 // Ownership: the table owns the objects. A File_c * is valid until FileZipUnmount, FileReset or FileKill.
 // Threads: the main thread mounts and unmounts. Opens, loads and streams work on any thread as cfile.h states. A lock
-// of each archive guards its file for at most 256 KiB at a time; files are decompressed outside of it. A child of a
+// of each archive guards its file for at most 256 KiB at a time. Files are decompressed outside of it. A child of a
 // fork has the archives too. If the system can't raise the worker of cfileasync.h, the worker opens each archive a
 // second time, so that no thread waits for it.
-// Cost: mounting reads the archive's directory; it may have ZIP_MOST_ENTRIES entries in 8 MiB. The archive keeps one
+// Cost: mounting reads the archive's directory. It may have ZIP_MOST_ENTRIES entries in 8 MiB. The archive keeps one
 // handle open. An open allocates the file's size. A stream reaches a position in a deflated file by decompressing from
-// its last position, or from the start for one before it; a load does so from the start.
+// its last position, or from the start for one before it. A load does so from the start.
 // Failure: a mount or unmount logs a line and returns false. FileZipGetWhyNot returns the reason. An archive that the
 // system does not open is an Achtung too (cfile.h).
 //
