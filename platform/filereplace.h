@@ -50,9 +50,9 @@ namespace plat
     bool FileIsSame(char const * szPath, char const * szOther);
 
     /// A lock on a path, held from Take to Drop. The system releases it when the process ends. While it is held, a file
-    /// that only the owner may use has that name. A child of a fork neither holds its parent's lock nor keeps it alive.
-    /// On a file system without locks it excludes nobody. Requires Drop before the end of an object that holds the
-    /// lock.
+    /// has that name. Take makes it if it is missing, for the owner alone. A child of a fork neither holds its parent's
+    /// lock nor keeps it alive. On a file system without locks it excludes nobody. Requires Drop before the end of an
+    /// object that holds the lock.
     class NameLock_c
     {
     public:

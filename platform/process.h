@@ -1,4 +1,4 @@
-// process.h: facts about the running process.
+// process.h: the running process, its facts, folder and last error, and the start of programs.
 #pragma once
 
 #include <cstddef>

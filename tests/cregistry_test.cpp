@@ -438,7 +438,8 @@ TEST_F(RegistryTest, RenamersAndDeletersGetTheirTurnAndAStalledProcessIsGivenUpO
     auto const tStart = std::chrono::steady_clock::now();
     EXPECT_FALSE(Write("k", "x", "other"));
     double const fSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
-    EXPECT_NEAR(fSeconds, 6, 1);
+    EXPECT_GE(fSeconds, 5.0);
+    EXPECT_LT(fSeconds, 30.0);   // a loaded machine takes longer
     close(iStalled);
     EXPECT_EQ(Read("k", "x"), "value");
 }

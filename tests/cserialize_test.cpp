@@ -83,9 +83,9 @@ namespace
     }
 
     // Checks an archive, which must not complain.
-    ArchiveResult_s Check(std::string const & sBytes, ArchiveBody_t const & fnBody)
+    ArchiveResult_t Check(std::string const & sBytes, ArchiveBody_t const & fnBody)
     {
-        ArchiveResult_s Result;
+        ArchiveResult_t Result;
         EXPECT_EQ(
             FailedConditions([&] { Result = ArchiveCheck(std::as_bytes(std::span(sBytes)), VERSION, fnBody); }), "");
         return Result;
@@ -221,20 +221,20 @@ TEST(Serialize, ACheckSaysWhatIsWrongAndWhere)
     };
     auto const With = [](std::size_t i, char c) { return SavedExample().replace(i, 1, 1, c); };
     for (auto const & [sBytes, eState, iPosition, nLeft, szWhyNot] :
-        Rows_t<std::string, ArchiveResult_s::State_e, int, int, char const *>{
-            { SavedExample(), ArchiveResult_s::SOUND, 0, 15, "" },
-            { "\3\0\1", ArchiveResult_s::DAMAGED, 0, 0, "the archive ends after 1 of 4 bytes" },
-            { With(2, 2), ArchiveResult_s::OTHER_VERSION, 0, 0, "version 2.3, and 1.3 is the newest known" },
-            { With(0, 4), ArchiveResult_s::OTHER_VERSION, 0, 0, "version 1.4, and 1.3 is the newest known" },
-            { With(4, 0), ArchiveResult_s::DAMAGED, 4, 0, "label 'abc' expected" },
-            { With(20, 0), ArchiveResult_s::DAMAGED, 20, 0, "chunk or CRC-32 label 'Looks' expected" },
-            { With(24, 3), ArchiveResult_s::DAMAGED, 28, 0, "chunk 'Looks' has a length of 3" },
-            { With(24, 'A'), ArchiveResult_s::DAMAGED, 28, 0, "chunk 'Looks' ends after the archive" },
-            { SavedExample().replace(24, 4, 4, '\xFF'), ArchiveResult_s::DAMAGED, 28, 0,
+        Rows_t<std::string, ArchiveResult_t::State_e, int, int, char const *>{
+            { SavedExample(), ArchiveResult_t::SOUND, 0, 15, "" },
+            { "\3\0\1", ArchiveResult_t::DAMAGED, 0, 0, "the archive ends after 1 of 4 bytes" },
+            { With(2, 2), ArchiveResult_t::OTHER_VERSION, 0, 0, "version 2.3, and 1.3 is the newest known" },
+            { With(0, 4), ArchiveResult_t::OTHER_VERSION, 0, 0, "version 1.4, and 1.3 is the newest known" },
+            { With(4, 0), ArchiveResult_t::DAMAGED, 4, 0, "label 'abc' expected" },
+            { With(20, 0), ArchiveResult_t::DAMAGED, 20, 0, "chunk or CRC-32 label 'Looks' expected" },
+            { With(24, 3), ArchiveResult_t::DAMAGED, 28, 0, "chunk 'Looks' has a length of 3" },
+            { With(24, 'A'), ArchiveResult_t::DAMAGED, 28, 0, "chunk 'Looks' ends after the archive" },
+            { SavedExample().replace(24, 4, 4, '\xFF'), ArchiveResult_t::DAMAGED, 28, 0,
                 "chunk 'Looks' was not finished" },
         })
     {
-        ArchiveResult_s const Result = Check(sBytes, fnFrames);
+        ArchiveResult_t const Result = Check(sBytes, fnFrames);
         EXPECT_EQ(std::tuple(Result.eState, Result.iPosition, Result.nLeft, std::string(Result.sWhyNot)),
             std::tuple(eState, iPosition, nLeft, std::string(szWhyNot)));
     }
@@ -258,7 +258,7 @@ TEST(Serialize, ATypeHasAVersionOfItsOwn)
     EXPECT_EQ(Log.GetText(),
         "Serializeable_c: 'Unit' in archive 'memory.arc' is of version 2, and this binary only supports 1\n");
     EXPECT_FALSE(Loaded(std::string(sSecond).replace(4, 1, 1, '\0'), VERSION, Of(3)));
-    ArchiveResult_s const Result = Check(sSecond, Of(1));
+    ArchiveResult_t const Result = Check(sSecond, Of(1));
     EXPECT_EQ(std::pair(Result.iPosition, std::string(Result.sWhyNot)),
         std::pair(4, std::string("'Unit' is of version 2, and 1 is the newest known")));
 }

@@ -295,7 +295,7 @@ TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
     {
         RegisterStatics();
         Node_s * pRoot = nullptr;
-        ArchiveResult_s Result;
+        ArchiveResult_t Result;
         EXPECT_EQ(FailedConditions(
                       [&] {
                           Result = ArchiveCheck(

@@ -99,7 +99,7 @@ namespace
     }
 
     template <typename T>
-    ArchiveResult_s LoadGraph(std::string const & sBytes, T *& pRoot)
+    ArchiveResult_t LoadGraph(std::string const & sBytes, T *& pRoot)
     {
         return ArchiveCheck(std::as_bytes(std::span(sBytes)), 1,
             [&](Serializeable_c & Archive)
@@ -206,7 +206,7 @@ TEST(SerializerTyped, WhatHasNoSerializerOrAnotherClassIsRefused)
     Classes.Lamps.m_dMade.clear();
     Owner_s * pOwner = nullptr;
     std::string const sBall = SavedGraph(static_cast<Shape_c *>(&Graph.Ball));
-    ArchiveResult_s const Result = LoadGraph(sBall, pOwner);
+    ArchiveResult_t const Result = LoadGraph(sBall, pOwner);
     EXPECT_EQ(std::tuple(pOwner, std::string(Result.sWhyNot), Classes.Balls.m_dMade.size()),
         std::tuple(nullptr, std::string("an object of class 'Ball'"), 0u));
 }

@@ -131,9 +131,9 @@ public:
     /// gets none. Returns szData.
     char * Hex(char * szData, int nLen) const;
 
-    /// Saves or loads: the size in bits, then the bytes. Loading grows to the size and clears the rest. A size that the
-    /// archive cannot hold, or for which there is no memory, fails the archive and changes nothing. An archive of
-    /// unknown length (GetPosition -1 or GetLength 0) is read in steps. Returns false if the archive has failed.
+    /// Saves or loads: the size in bits, then the bytes. Loading grows to the size and clears the rest. An archive of
+    /// unknown length (GetPosition -1 or GetLength 0) is read in steps. A size that the archive cannot hold, or for
+    /// which there is no memory, fails the archive and changes nothing. Returns false if the archive has failed.
     bool Serialize(Serializeable_c & Archive);
 
     int iDim = 0;                     // bits, a multiple of 8

@@ -94,7 +94,7 @@ ZQ_API void AssertFailed(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void Warning(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Logs the text, fires g_WarningsCallbacker and shows a dialog. Does nothing if the text is one of the last 16
-/// different ones.
+/// different ones. Texts are compared by their first 2,047 characters.
 /// - Yes breaks into the debugger.
 /// - No continues.
 /// - Cancel ends the process with status 0.
@@ -127,9 +127,9 @@ public:
     /// without a dialog, while m_bQuiet is set.
     ZQ_API bool DebugAssert(char const * sFile, int iLine, char const * sText);
 
-    /// Sets the location of the calling thread's next complaints. Keeps sFile as a pointer. Returns
-    /// DebugWarningInternal, to call at once: `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`.
-    /// Each thread has a file and a line of its own. The object has none.
+    /// Sets the location of the calling thread's next complaints. Returns DebugWarningInternal, to call at
+    /// once: `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`. Keeps sFile as a pointer. Each thread has a file
+    /// and a line of its own. The object has none.
     ZQ_API Internal_t SetLocation(char const * sFile, int iLine);
 
     /// Shows an error at the location that was set. Breaks into the debugger on OK. Returns the answer: 1 for OK, or 7
@@ -140,9 +140,9 @@ public:
     /// 7 for No or if DropMessageBox shows no dialog.
     ZQ_API int DebugWarningInternal(char const * fmt, ...) ZQ_PRINTF(2, 3);
 
-    /// Shows a dialog with a stack trace, above all other windows. nStyle combines MESSAGE_ values of cexceptioninfo.h.
-    /// Returns the answer, with the numbers of MessageBoxPlain. Cancel (2) ends the process with status -1. In silent
-    /// mode logs the text and returns 7. Returns 7 without a dialog while the process ends after Cancel.
+    /// Shows a dialog with a stack trace, above all other windows, and returns the answer, with the numbers of
+    /// MessageBoxPlain. nStyle combines MESSAGE_ values of cexceptioninfo.h. Cancel (2) ends the process with status
+    /// -1. In silent mode logs the text and returns 7. Returns 7 without a dialog while the process ends after Cancel.
     ZQ_API ZQ_COLD int DropMessageBox(char const * sCaption, char const * sText, unsigned long nStyle);
 
     bool m_bQuiet = false;       // whether DebugAssert shows nothing

@@ -2,7 +2,7 @@
 //
 // The dialogs of DebugMessages_c (cdebug.h) use MessageBoxWithTrace. Start, Stop and OnUnhandledException are for a
 // host that sets a fault filter. In that filter the faulting thread passes its fault to a thread of this object, the
-// debug support thread, which shows the fault and asks what to do. The library does not start that thread.
+// debug support thread, which shows the fault and asks what to do. The library itself never calls Start.
 //
 // Ownership: the only instance exists from load to the end of the process.
 // Threads: any thread. One lock guards the object, so it shows one dialog at a time. MessageBoxPlain takes no lock.
@@ -69,11 +69,11 @@ public:
     /// thread itself, where exit handlers may run.
     ZQ_API void Stop();
 
-    /// Passes a fault to the support thread and waits for the answer without limit. The support thread traces and shows
-    /// the fault, one fault at a time. Only a fault filter calls it. Returns 0, so that the filters after this one get
-    /// the fault. Answers:
+    /// Passes a fault to the support thread, waits for the answer without limit, and returns 0, so that the filters
+    /// after this one get the fault. The support thread traces and shows one fault at a time. Only a fault filter calls
+    /// it. Answers:
     /// - Yes starts RemoteDebug\rdebug.cmd in the current folder, an executable program or script, and holds the
-    ///   process with a second dialog. If the system can't start it, that dialog shows the reason.
+    ///   process with a second dialog. If the system can't start it, a warning of DebugMessages_c shows the reason.
     /// - No continues. Silent mode continues without a dialog. A fault on the support thread, for example in the host's
     ///   dialog, continues too.
     /// - Cancel ends the process by exit with the exception's code as its status, of which Linux keeps 8 bits.

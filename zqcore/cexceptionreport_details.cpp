@@ -22,8 +22,8 @@ namespace
 
     constexpr char HEAD[] = "ZQCore crash details 1\n";
 
-    // Writes the path of the details to the PATH_SIZE bytes of szPath: the stem of the report's path, szMore and an
-    // ending. Writes an empty text if the path does not fit, or if the report's path has no stem.
+    // Writes the path of the details to the PATH_SIZE bytes of szPath: the stem of the report's path, "_details",
+    // szMore and ".txt". Writes an empty text if the path does not fit, or if the report's path has no stem.
     void MakeDetailsPath(char * szPath, char const * szReport, char const * szMore)
     {
         constexpr std::size_t REPORT_ENDING = 4;   // ".rpt"

@@ -71,7 +71,7 @@ ZQ_API void FilesystemCacheCheck(bool bCheck);
 /// - the cache lists a folder that no scan had read, so it has no size and time of it.
 ///
 /// Another major version ends in Abort. The load reports other damage. The tables stay as they are. Costs one read
-/// of the cache and one system call for each folder.
+/// of the cache, one system call for each folder, and one listing of the cache's own folder.
 ZQ_API bool FilesystemCacheIsCurrent();
 
 /// Writes the folders and files below the media root to the cache sFile, except for a file with the bare name of sFile.

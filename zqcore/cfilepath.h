@@ -25,7 +25,7 @@
 // A bare name of more than 127 characters is cut, so the file can't be opened. A file of 2 GiB or more can't be opened
 // either. Both are logged. g_FileSkipCallbacker reports what a scan skips to a host, such as a tool for artists.
 //
-// Ownership: the functions below create and destroy the objects of both tables.
+// Ownership: the tables own their objects. FileReset destroys all of them.
 // Threads: main thread.
 // Cost: a scan reads each folder once and allocates for each file and folder.
 // Failure: what can't be registered is skipped, as described above. After a failure of the system FileScanIsWhole
@@ -132,10 +132,10 @@ ZQ_API void FileReset();
 /// file's folder. A file that the system does not open is an Achtung too (cfile.h).
 ZQ_API bool FileAddOneFile(char const * sFile);
 
-/// Adds an object of a library above under its key, which is in lower case, and returns HASH_ADDED. The table then owns
-/// it. If the key is present, returns HASH_PRESENT and adds nothing, unless bOver is set: then pFile hides the present
-/// object. Returns HASH_FULL, and adds nothing, if the table has no room. Asserts that pFile has a key, and no pPath if
-/// bOver is set.
+/// Adds an object of a library above under its key, which is in lower case, and returns HASH_ADDED. If the key is
+/// present, returns HASH_PRESENT and adds nothing, unless bOver is set: then pFile hides the present object. Asserts
+/// that pFile has a key, and no pPath if bOver is set. Returns HASH_FULL, and adds nothing, if the table has no room.
+/// The table owns an object that was added.
 ///
 /// A hidden object is in the table again when the object that hides it is destroyed. Until then no lookup finds it, but
 /// pointers to it stay valid. FileResetFiles removes it with its folder, FileReset destroys it, and

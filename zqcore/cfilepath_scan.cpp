@@ -97,7 +97,7 @@ namespace
         }
     }
 
-    // Returns whether an entry can be entered in the tables. If not, logs why.
+    // Logs and reports an entry that can't be entered in the tables. Returns whether it can.
     bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
     {
         if (!Entry.bReachable)

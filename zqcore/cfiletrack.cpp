@@ -199,7 +199,7 @@ namespace
     }
 
     // Adds a file of a known folder to the table, unless its name is in the table or a scan would skip it by another
-    // rule than exclusions.
+    // rule than exclusions and the case of names.
     void RefreshFile(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
     {
         bool const bDrive = Entry.szName[0] && Entry.szName[1] == ':';   // a lookup would treat it as a drive

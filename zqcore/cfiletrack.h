@@ -1,8 +1,8 @@
 // cfiletrack.h: reports known files that were rewritten, and registers files that are new since the scan.
 //
-// One folder is watched with its subfolders. g_FileTrackChangesCallbacker fires for each known file that a writer has
-// changed and closed, with its bare name in the spelling of the disk. All of that happens in FileTrackDoWork, which
-// ModuleFile_c calls in its idle heartbeat.
+// One folder is watched with its subfolders. g_FileTrackChangesCallbacker (ccallback.h) fires for each known file that
+// a writer has changed and closed, with its bare name in the spelling of the disk. All of that happens in
+// FileTrackDoWork, which ModuleFile_c calls in its idle heartbeat.
 //
 // These are changes, one each:
 // - a file was opened for writing and closed: a rewrite, an append, a copy over it.
@@ -38,10 +38,9 @@
 
 #include "zqcore/cstring.h"
 
-/// Starts to watch a folder with its subfolders. Ends a previous watch. Asserts that sPath is not null. Requires that
-/// it has no separator at its end. On failure nothing is watched. Log lines state the reason. FileOpenTracker
-/// raises an Achtung unless it excepts the name. Skips subfolders that can't be read, without a report. Reasons of a
-/// failure:
+/// Starts to watch a folder with its subfolders. Ends a previous watch. Skips subfolders that can't be read, without a
+/// report. Asserts that sPath is not null. Requires that it has no separator at its end. On failure nothing is watched.
+/// Log lines state the reason, and FileOpenTracker (cfilelog.h) raises an Achtung unless it excepts the name. Reasons:
 /// - the folder can't be opened, or its path has more than 255 characters.
 /// - the system's limits. Under Linux they are `fs.inotify.max_user_watches`, the folders that a user may watch,
 ///   `fs.inotify.max_user_instances`, the watches that a user may start, and the number of open files.
@@ -74,7 +73,7 @@ ZQ_API void FileTrackShutdown();
 /// they are opened. Subfolders are not entered, and deleted files stay in the table.
 /// Skips a file without a log line in these cases:
 /// - Its name is known already.
-/// - A scan would skip it by another rule than exclusions.
+/// - A scan would skip it by another rule than exclusions and the case of names.
 /// - The table is full.
 /// - Its folder can't be read.
 ZQ_API void FileRefresh();

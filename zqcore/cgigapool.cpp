@@ -107,7 +107,6 @@ bool GigaSlab_c::RequireNoStorage() const
 
 bool GigaSlab_c::Init(std::span<std::byte> Storage, int iElementSize)
 {
-    static_assert(ALIGNMENT == MEMORY_ALIGNMENT);
     if (!RequireNoStorage())
     {
         return false;
@@ -188,7 +187,7 @@ void GigaSlab_c::SetElementSize(int iElementSize)
     constexpr std::uint64_t ONE = 1ull << RECIPROCAL_BITS;
     auto const nSize = static_cast<std::uint64_t>(iElementSize);
     m_iElementSize = iElementSize;
-    m_iReciprocal = nSize > 0 && nSize <= RECIPROCAL_MAX_SIZE ? (ONE + nSize - 1) / nSize : 0;
+    m_nReciprocal = nSize > 0 && nSize <= RECIPROCAL_MAX_SIZE ? (ONE + nSize - 1) / nSize : 0;
 }
 
 void GigaSlab_c::Reset()
@@ -296,13 +295,13 @@ bool GigaPoolStatic_c::FreeSlow(unsigned iElement, bool bArray)
 }
 
 template <typename CALL>
-void GigaPoolResizeable_c::ChunkMap_c::ForEachPage(Chunk_s const & Chunk, CALL Call)
+void GigaPoolResizeable_c::ChunkMap_c::ForEachPage(Chunk_s const & Chunk, CALL fnCall)
 {
     GigaSlab_c const & Slab = Chunk.Slab;
     std::uintptr_t const iLast = PageMap_T<Entry_s>::PageOf(Slab.GetData() + Slab.GetDataBytes() - 1);
     for (std::uintptr_t iPage = PageMap_T<Entry_s>::PageOf(Slab.GetData()); iPage <= iLast; ++iPage)
     {
-        Call(iPage);
+        fnCall(iPage);
     }
 }
 

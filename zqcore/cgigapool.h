@@ -163,7 +163,7 @@ public:
         {
             std::uint8_t * pData = nullptr;
             std::size_t nQuickBytes = 0;   // bytes of the data; 0 if IndexOf divides
-            std::uint64_t iReciprocal = 0;
+            std::uint64_t nReciprocal = 0;
             GigaGroup_c * pGroups = nullptr;
             GigaPoolResizeable_c * pOwner = nullptr;
             Chunk_s * pChunk = nullptr;
@@ -171,7 +171,7 @@ public:
 
         bool FreeSlow(void const * pPtr, bool bArray) const;
         template <typename CALL>
-        static void ForEachPage(Chunk_s const & Chunk, CALL Call);
+        static void ForEachPage(Chunk_s const & Chunk, CALL fnCall);
 
         PageMap_T<Entry_s> m_Pages;
     };

@@ -69,7 +69,7 @@ inline bool GigaPoolResizeable_c::ChunkMap_c::Free(void const * pPtr, bool bArra
     {
         return FreeSlow(pPtr, bArray);
     }
-    unsigned const iElement = GigaSlab_c::IndexOf(nDistance, Entry.iReciprocal);
+    unsigned const iElement = GigaSlab_c::IndexOf(nDistance, Entry.nReciprocal);
     return Entry.pOwner->Free(*Entry.pChunk, Entry.pGroups, iElement, bArray) || FreeSlow(pPtr, bArray);
 }
 

@@ -16,6 +16,7 @@
 #pragma once
 
 #include "zqcore/cdebug.h"
+#include "zqcore/cmemory.h"
 
 #include "platform/checker.h"
 
@@ -129,7 +130,7 @@ private:
 class ZQ_API GigaSlab_c
 {
 public:
-    static constexpr std::size_t ALIGNMENT = 16;   // bytes: MEMORY_ALIGNMENT of cmemory.h, of the first element
+    static constexpr std::size_t ALIGNMENT = MEMORY_ALIGNMENT;                           // bytes; of the first element
     static constexpr int MAX_ELEMENTS = (GIGA_GROUP_NULL - 1) * GigaGroup_c::ELEMENTS;   // 2,097,088
 
     GigaSlab_c() = default;
@@ -146,7 +147,8 @@ public:
     /// elements. Asserts that the slab has no storage, and returns false otherwise. Returns true even if no group fits.
     bool Init(std::span<std::byte> Storage, int iElementSize);
 
-    /// Returns the bytes of storage in which the previous overload always places a number of elements.
+    /// Returns the bytes of storage in which the previous overload always places a number of elements. Requires a
+    /// number from 0 to MAX_ELEMENTS, and a size above 0.
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {
         auto const nGroups = static_cast<std::size_t>((iElements + GigaGroup_c::ELEMENTS - 1) / GigaGroup_c::ELEMENTS);
@@ -179,15 +181,15 @@ public:
     /// Returns the index of the element that holds an address. Requires Holds(pPtr).
     unsigned IndexOf(void const * pPtr) const;
 
-    /// Returns the index of the element at a distance in bytes from the first one. iReciprocal is GetReciprocal().
+    /// Returns the index of the element at a distance in bytes from the first one. nReciprocal is GetReciprocal().
     /// Requires that it is not 0, because then the index needs a division.
-    static unsigned IndexOf(std::size_t nDistance, std::uint64_t iReciprocal)
+    static unsigned IndexOf(std::size_t nDistance, std::uint64_t nReciprocal)
     {
-        return static_cast<unsigned>((nDistance * iReciprocal) >> RECIPROCAL_BITS);
+        return static_cast<unsigned>((nDistance * nReciprocal) >> RECIPROCAL_BITS);
     }
 
     /// Returns the factor for IndexOf, or 0 if the index needs a division.
-    std::uint64_t GetReciprocal() const { return m_iReciprocal; }
+    std::uint64_t GetReciprocal() const { return m_nReciprocal; }
 
     /// Returns the address of an element.
     std::uint8_t * At(unsigned iElement) const;
@@ -233,7 +235,7 @@ private:
     int m_iFreeList = 0;                 // head of the groups with a free element
     int m_iFullList = GIGA_GROUP_NULL;   // head of the groups without
     std::size_t m_nDataBytes = 0;        // bytes at m_pData
-    std::uint64_t m_iReciprocal = 0;     // 2 to RECIPROCAL_BITS by the element size, rounded up; 0: IndexOf divides
+    std::uint64_t m_nReciprocal = 0;     // 2 to RECIPROCAL_BITS by the element size, rounded up; 0: IndexOf divides
     std::uint8_t * m_pBlock = nullptr;   // the heap's block that holds m_pData; null in storage of the caller
 };
 
@@ -328,11 +330,11 @@ inline bool GigaSlab_c::Holds(void const * pPtr) const
 inline unsigned GigaSlab_c::IndexOf(void const * pPtr) const
 {
     std::size_t const nDistance = reinterpret_cast<std::uintptr_t>(pPtr) - reinterpret_cast<std::uintptr_t>(m_pData);
-    if (m_iReciprocal == 0) [[unlikely]]
+    if (m_nReciprocal == 0) [[unlikely]]
     {
         return static_cast<unsigned>(nDistance / static_cast<std::size_t>(m_iElementSize));
     }
-    return IndexOf(nDistance, m_iReciprocal);
+    return IndexOf(nDistance, m_nReciprocal);
 }
 
 inline std::uint8_t * GigaSlab_c::At(unsigned iElement) const

@@ -121,7 +121,7 @@ namespace
         }
     }
 
-    // Returns the log of a name, and opens it if needed. Returns nulls for a null name or if the file can't be opened.
+    // Opens the log of a name if needed, and returns it. Returns nulls for a null name or if the file can't be opened.
     Found_s FindLog(char const * szName)
     {
         if (!szName)

@@ -44,7 +44,7 @@ public:
     /// than 1023 characters. Before that it is the text of SetLogPath, or empty.
     wchar_t const * GetLogPath() const;
 
-    /// Returns the log of a name, and opens it if needed. Compares names exactly, cut at 63 characters. On disk two
+    /// Opens the log of a name if needed, and returns it. Compares names exactly, cut at 63 characters. On disk two
     /// names that differ in case only are one file. Returns null if sName is null or the file can't be opened.
     ///
     /// The stream has no buffer and belongs to the module. The module has a table for 42 to 64 logs, depending

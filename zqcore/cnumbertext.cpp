@@ -13,7 +13,7 @@ namespace
     constexpr char const * DECIMAL_DIGITS = "0123456789";
     constexpr char const * HEX_DIGITS = "0123456789abcdefABCDEF";
 
-    // Returns a number's text after leading blanks and the sign. Sets bNegative to whether the sign is a minus.
+    // Sets bNegative to whether a number's sign is a minus. Returns its text after leading blanks and the sign.
     char const * SkipSign(char const * szText, bool & bNegative)
     {
         while (*szText == ' ' || (*szText >= '\t' && *szText <= '\r'))

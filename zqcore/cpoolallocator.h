@@ -135,7 +135,7 @@ public:
         m_pPool->Free(pElements, nElements * sizeof(T), alignof(T));
     }
 
-    /// Returns the pool.
+    /// Returns the pool, for an allocator of another type.
     POOL & GetPool() const { return *m_pPool; }
 
     /// Returns whether both use the same pool.

@@ -67,7 +67,7 @@ bool Serializeable_c::AcceptVersion(std::uint32_t dwFile)
         StepBack(WORD_BYTES);
         Fail("version %d.%d, and %d.%d is the newest known", Major(dwFile), Minor(dwFile), Major(m_dwVersion),
             Minor(m_dwVersion));
-        m_pResult->eState = ArchiveResult_s::OTHER_VERSION;
+        m_pResult->eState = ArchiveResult_t::OTHER_VERSION;
         return false;
     }
     if (Major(dwFile) != Major(m_dwVersion))
@@ -171,7 +171,7 @@ void Serializeable_c::Fail(char const * fmt, ...)
         String_T<128> & sWhyNot = m_pResult->sWhyNot;
         std::vsnprintf(sWhyNot.GetBuffer(), static_cast<std::size_t>(sWhyNot.Capacity()), fmt, Arguments);
         va_end(Arguments);
-        m_pResult->eState = ArchiveResult_s::DAMAGED;
+        m_pResult->eState = ArchiveResult_t::DAMAGED;
         m_pResult->iPosition = std::max(GetPosition(), 0);
     }
     m_bFailed = true;

@@ -63,7 +63,7 @@
 class File_c;
 class FileReplacement_c;
 class Serializeable_c;
-struct ArchiveResult_s;
+struct ArchiveResult_t;
 
 /// Versions of the archives of this library and of the layers above: major version in the high 16 bits, minor in the
 /// low 16.
@@ -277,7 +277,7 @@ public:
 protected:
     /// Sets the structure to which the first failure is reported. The constructor of a check calls it. Requires that
     /// the structure lives as long as the archive.
-    void SetResult(ArchiveResult_s & Result) { m_pResult = &Result; }
+    void SetResult(ArchiveResult_t & Result) { m_pResult = &Result; }
 
     static constexpr std::uint32_t UNFINISHED = 0xFFFFFFFF;   // length of a chunk that is open
 
@@ -295,7 +295,7 @@ private:
     /// Moves a check back by nBytes, so that the next failure names the start of the wrong value.
     void StepBack(int nBytes) { m_pPos -= IsChecked() && !m_bFailed ? nBytes : 0; }
 
-    ArchiveResult_s * m_pResult = nullptr;   // of a check, null without one
+    ArchiveResult_t * m_pResult = nullptr;   // of a check, null without one
 
     template <typename T>
     friend void archives::Transfer(Serializeable_c & Archive, T & Value);

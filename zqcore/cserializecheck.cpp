@@ -17,14 +17,14 @@ void ArchiveCheck_c::CheckChunks(std::initializer_list<char const *> dChunks)
     }
 }
 
-ArchiveResult_s ArchiveCheck_c::GetResult() const
+ArchiveResult_t ArchiveCheck_c::GetResult() const
 {
-    ArchiveResult_s Result = m_Result;
+    ArchiveResult_t Result = m_Result;
     Result.nLeft = std::max(GetLeft(), 0);
     return Result;
 }
 
-ArchiveResult_s ArchiveCheck(
+ArchiveResult_t ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, std::initializer_list<char const *> dChunks)
 {
     return ArchiveCheck(Bytes, dwVersion, [&](ArchiveCheck_c & Archive) { Archive.CheckChunks(dChunks); });

@@ -13,7 +13,7 @@
 // Failure: the result reports it. A chunk that is begun or ended out of order is a fault of the function and asserts.
 //
 //     File_c * const pFile = FileOpen("one.sav");
-//     ArchiveResult_s const Result = ArchiveCheck(FileBytes(pFile), ARCHIVE_SAVED_GAME_VERSION, { "Units", "Map" });
+//     ArchiveResult_t const Result = ArchiveCheck(FileBytes(pFile), ARCHIVE_SAVED_GAME_VERSION, { "Units", "Map" });
 //     if (!Result.IsSound())
 //     {
 //         Log("one.sav, byte %i: %s", Result.iPosition, Result.sWhyNot);
@@ -26,7 +26,7 @@
 #include <initializer_list>
 
 /// Result of a check.
-struct ArchiveResult_s
+struct ArchiveResult_t
 {
     /// State of an archive.
     enum State_e
@@ -41,7 +41,7 @@ struct ArchiveResult_s
     int nLeft = 0;            // number of bytes after the last that the check has read; 0 unless sound
     String_T<128> sWhyNot;    // the first error, empty if sound
 
-    /// Returns whether the archive is sound.
+    /// Returns whether the check has found no error.
     bool IsSound() const { return eState == SOUND; }
 };
 
@@ -56,22 +56,22 @@ public:
     void CheckChunks(std::initializer_list<char const *> dChunks);
 
     /// Returns what the check has found so far.
-    ArchiveResult_s GetResult() const;
+    ArchiveResult_t GetResult() const;
 
 private:
-    ArchiveResult_s m_Result;
+    ArchiveResult_t m_Result;
 };
 
 /// Checks the version, then chunks that follow one another after it, and returns the result. Other elements may follow
 /// the last one.
-ZQ_API ArchiveResult_s ArchiveCheck(
+ZQ_API ArchiveResult_t ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, std::initializer_list<char const *> dChunks = {});
 
 /// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c if the version is known, and returns the result.
 /// fnLoad may make some calls of a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that
 /// are not used.
 template <typename LOAD>
-requires std::invocable<LOAD &, ArchiveCheck_c &> ArchiveResult_s ArchiveCheck(
+requires std::invocable<LOAD &, ArchiveCheck_c &> ArchiveResult_t ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, LOAD fnLoad)
 {
     ArchiveCheck_c Archive(Bytes, dwVersion);

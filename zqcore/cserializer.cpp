@@ -1,4 +1,4 @@
-#include "zqcore/cserializer.h"
+#include "zqcore/cserializer_internal.h"
 
 #include "zqcore/cfilemedia.h"
 #include "zqcore/clog.h"
@@ -79,25 +79,7 @@ namespace
     static_assert(std::is_trivially_default_constructible_v<Table_s>, "no constructor touches the table");
     Table_s g_Table;
 
-    // Name of a label, and its value.
-    struct Mark_t
-    {
-        char const * szName;
-        std::uint32_t dwLabel;
-
-        constexpr explicit Mark_t(char const * szText)
-            : szName(szText)
-            , dwLabel(Serializeable_c::LabelCalc(szText))
-        {}
-    };
-
-    constexpr Mark_t MARK_PASS("Serializer_c");
-    constexpr Mark_t MARK_BEGIN("composite object begin");
-    constexpr Mark_t MARK_END("composite object end");
-    constexpr Mark_t MARK_PLAIN("just a pointer");
-    constexpr Mark_t MARK_REGISTERED("Registered pointer");
-
-    void Put(Serializeable_c & archive, Mark_t const & Mark)
+    void Put(Serializeable_c & archive, SerializerMark_t const & Mark)
     {
         archive.Label(Mark.szName, Mark.dwLabel);
     }
@@ -110,11 +92,6 @@ namespace
     {
         std::uint16_t const iOfSlot = g_Table.dClasses[iPointer];
         return iOfSlot == iClass || iOfSlot == CLASS_NONE;
-    }
-
-    bool IsIdentifier(int iPointer)
-    {
-        return iPointer >= -1 && iPointer < Serializer_c::HASH_SIZE;
     }
 
     [[noreturn]] ZQ_COLD void AbortOfFixup(Serializeable_c const & archive)
@@ -239,14 +216,14 @@ bool Serializer_c::AddVoidToCache(void const * pPointer, int * pIndex)
 
 bool Serializer_c::IsInCache(int iPointer)
 {
-    ZQ_ASSERT(IsIdentifier(iPointer));
-    return iPointer == -1 || (IsIdentifier(iPointer) && g_Table.Get(iPointer) != FreeSlot());
+    ZQ_ASSERT_TEXT(SerializerIsIdentifier(iPointer), "IsIdentifier(iPointer)");
+    return iPointer == -1 || (SerializerIsIdentifier(iPointer) && g_Table.Get(iPointer) != FreeSlot());
 }
 
 void Serializer_c::SetCacheData(int iPointer, void const * pPointer)
 {
-    ZQ_ASSERT(IsIdentifier(iPointer));
-    if (IsIdentifier(iPointer))
+    ZQ_ASSERT_TEXT(SerializerIsIdentifier(iPointer), "IsIdentifier(iPointer)");
+    if (SerializerIsIdentifier(iPointer))
     {
         Store(iPointer, pPointer, CLASS_NONE);
     }
@@ -269,7 +246,7 @@ bool Serializer_c::ReadIdentifier(Serializeable_c & archive, int & iPointer)
     {
         return false;
     }
-    bool const bValid = IsIdentifier(iPointer);
+    bool const bValid = SerializerIsIdentifier(iPointer);
     ZQ_ASSERT_EX_TEXT(bValid || archive.IsChecked(), "iPointer >= -1 && iPointer < HASH_SIZE",
         "identifier %d in '%s' file", iPointer, archive.GetFileName());
     if (!bValid)
@@ -326,13 +303,13 @@ void Serializer_c::WritePointer(Serializeable_c & archive, void *& pObject)
         bool const bOwn = iPointer == -1 || IsOfClass(iPointer, m_iClass);
         ZQ_ASSERT_EX_TEXT(bOwn, IS_OWN, "'%s' expected for '%s' file", static_cast<char const *>(m_sClassName),
             archive.GetFileName());
-        return Put(archive, MARK_PLAIN);
+        return Put(archive, SERIALIZER_PLAIN);
     }
     g_Table.dClasses[iPointer] = m_iClass;
-    Put(archive, MARK_BEGIN);
+    Put(archive, SERIALIZER_BEGIN);
     archive.SerializeString(m_sClassName);
     RunBody(archive, pObject);
-    Put(archive, MARK_END);
+    Put(archive, SERIALIZER_END);
 }
 
 bool Serializer_c::Expected_s::Accepts(Serializer_c const & Found) const
@@ -363,7 +340,7 @@ void Serializer_c::WriteTyped(
     }
     int iNull = -1;
     archive.Serialize(iNull);
-    Put(archive, MARK_PLAIN);
+    Put(archive, SERIALIZER_PLAIN);
 }
 
 void * Serializer_c::ReadTyped(Serializeable_c & archive, Expected_s const & Expected)
@@ -434,7 +411,7 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Expecte
     bool bLoaded = ReadIdentifier(archive, iPointer);
     if (bLoaded && IsInCache(iPointer))
     {
-        Put(archive, MARK_PLAIN);
+        Put(archive, SERIALIZER_PLAIN);
         bLoaded = !archive.IsFailed();
         Reconstruct(bLoaded ? iPointer : -1, pObject);
     }
@@ -449,7 +426,7 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Expecte
 // Loads a first reference after its identifier. Returns false, with the archive failed, if its body could not run.
 bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Expected_s const & Expected)
 {
-    Put(archive, MARK_BEGIN);
+    Put(archive, SERIALIZER_BEGIN);
     Serializer_c * const pSerializer = ReadClass(archive, iPointer, Expected);
     if (!pSerializer)
     {
@@ -463,7 +440,7 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
         }
     }
     Store(iPointer, pObject, pSerializer->m_iClass);
-    Put(archive, MARK_END);
+    Put(archive, SERIALIZER_END);
     return true;
 }
 
@@ -512,7 +489,7 @@ void Serializer_c::RegisterOwnPointer(Serializeable_c & archive, void const * pP
 // one.
 void Serializer_c::Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass)
 {
-    Put(archive, MARK_REGISTERED);
+    Put(archive, SERIALIZER_REGISTERED);
     if (archive.IsFailed())
     {
         return;
@@ -577,7 +554,7 @@ void Serializer_c::RegisterSerializedStaticPointer(void * pPointer, String_T<32>
 
 void Serializer_c::StartSerialize(Serializeable_c & archive, bool bStaticPointers)
 {
-    Put(archive, MARK_PASS);
+    Put(archive, SERIALIZER_PASS);
     ResetCache();
     if (bStaticPointers && !archive.IsFailed())
     {

@@ -30,7 +30,7 @@ inline constexpr BalanceColumn_s BALANCE_COLUMNS[] = {
     { "dues", &Balance_s::fDues },
 };
 
-/// Returns the factors of a level, and logs errors in an existing sheet. A factor is 1 if:
+/// Logs errors in an existing sheet, and returns the factors of a level. A factor is 1 if:
 /// - the sheet is missing or damaged;
 /// - the row or the cell is missing;
 /// - the cell is not a number from 0 to 10.

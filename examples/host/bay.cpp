@@ -141,7 +141,7 @@ House_s g_House;
 Duty_s g_AtSea = { "out of", Sail };
 Duty_s g_InPort = { "in", WaitInPort };
 
-void BayHour(Bay_s & Bay)
+void BayRunHour(Bay_s & Bay)
 {
     for (Harbour_s & Harbour : Bay.dHarbours)
     {

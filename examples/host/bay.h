@@ -156,7 +156,7 @@ NoFile_s BayReadTables(Bay_s & Bay);
 void BayCopyNumbers(Bay_s const & From, Bay_s & To);
 
 /// Runs one hour.
-void BayHour(Bay_s & Bay);
+void BayRunHour(Bay_s & Bay);
 
 /// Delete the ships, and empty the whole bay and the purse of g_House.
 void BayFreeShips(Bay_s & Bay);

@@ -14,6 +14,6 @@ void MediaSet(Options_s const & Options, std::string const & sMedia);
 /// Returns which part of the command line does not fit the media, or an empty text. Requires that the modules are up.
 std::string MediaCheckChoice(Options_s const & Options, std::string const & sMedia);
 
-/// Returns a description of where the tables of files came from. With --cache, writes a cache after a scan that saw
-/// everything. Requires that the modules are up.
+/// With --cache, writes a cache after a scan that saw everything. Returns a description of where the tables of files
+/// came from. Requires that the modules are up.
 std::string MediaDescribeSource(Options_s const & Options, std::string const & sMedia);

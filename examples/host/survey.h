@@ -37,7 +37,7 @@ public:
     using Extensions_t = Array_T<Extension_s, 64, 0>;
     using Tables_t = Array_T<Table_s, 64, 0>;
 
-    /// Lists the files and folders that the scan found.
+    /// Lists the files and extensions that the scan found, and counts the folders.
     void List();
 
     /// Reads every file that is not empty once.

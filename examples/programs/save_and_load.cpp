@@ -22,7 +22,7 @@ namespace
         }
     };
 
-    // Returns why the save was not loaded, or an empty text.
+    // Loads the world. Returns why that failed, or an empty text on success or without a save.
     std::string Load(FileSave_c & Save, World_s & World)
     {
         FileSave_c::State_e const eState = Save.Load(VERSION);
@@ -38,7 +38,7 @@ namespace
         return Archive.Close() && !Archive.IsFailed() ? "" : "it has no world";
     }
 
-    // Returns why the save was not stored, or an empty text.
+    // Stores the world and keeps two previous saves. Returns why that failed, or an empty text.
     std::string Store(FileSave_c & Save, World_s & World)
     {
         Save.SetPrevious(2);

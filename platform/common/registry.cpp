@@ -286,7 +286,7 @@ namespace plat
             return true;
         }
 
-        // Returns whether the store accepts a value, with errno set if not. Sets the name of its file.
+        // Sets the name of a value's file, and returns whether the store accepts the value. If not, errno is set.
         bool IsStorable(char const * szName, std::size_t nSize, std::string & sFile)
         {
             errno = EFBIG;

@@ -67,8 +67,8 @@ namespace plat
             return false;
         }
 
-        // Returns the character at wszText, or the value that represents a byte, and moves after it. Returns U+FFFD for
-        // any other value.
+        // Moves after the character at wszText, or after the value that represents a byte, and returns it. Returns
+        // U+FFFD for any other value.
         char32_t ReadWide(wchar_t const *& wszText)
         {
             char32_t const cValue = static_cast<char32_t>(*wszText++);

@@ -89,8 +89,8 @@ namespace plat
                    && File.st_nlink == 1;
         }
 
-        // Makes or continues a file as RawMakePrivate does, for a path in the system's own form. Sets bTaken, but never
-        // clears it. Returns the descriptor, or -1 on failure or if bTaken is set.
+        // Makes or continues a file as RawMakePrivate does, for a path in the system's own form. Requires that bTaken
+        // is false. Returns the descriptor, or -1 on failure or if it sets bTaken.
         int MakeOrContinue(char const * szPath, bool & bTaken)
         {
             constexpr int WRITE_ON = O_APPEND | O_DSYNC;

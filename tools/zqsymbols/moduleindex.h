@@ -85,6 +85,6 @@ namespace zqsymbols
                                              : Left.nValue < Right.nValue;
     }
 
-    /// Returns a module's build-id in lower-case hexadecimal, or an empty text if it has none. Opens its file.
+    /// Opens a module's file and returns its build-id in lower-case hexadecimal, or an empty text if it has none.
     std::string BuildIdOf(Dwfl_Module * pModule);
 }

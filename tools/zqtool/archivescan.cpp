@@ -2,7 +2,7 @@
 
 #include "platform/text.h"
 #include "zqcore/ccrc.h"
-#include "zqcore/cserializer.h"
+#include "zqcore/cserializer_internal.h"
 
 #include <cstring>
 #include <limits>
@@ -14,18 +14,6 @@ namespace
     constexpr std::int32_t LEAST_TEXT = 3;             // shorter ones look like numbers
     constexpr std::int32_t MOST_TEXT = 0xFFFFFF;       // so that a length is not printable, and no text is tested twice
     constexpr std::size_t MOST_PROBLEMS = 1000;        // later ones say nothing new
-
-    // Labels of object graphs.
-    constexpr std::uint32_t PASS = Serializeable_c::LabelCalc("Serializer_c"),
-                            OBJECT_BEGIN = Serializeable_c::LabelCalc("composite object begin"),
-                            OBJECT_END = Serializeable_c::LabelCalc("composite object end"),
-                            POINTER = Serializeable_c::LabelCalc("just a pointer"),
-                            REGISTERED = Serializeable_c::LabelCalc("Registered pointer");
-
-    bool IsIdentifier(std::int32_t iObject)
-    {
-        return iObject >= -1 && iObject < Serializer_c::HASH_SIZE;
-    }
 
     class Scan_c
     {
@@ -144,15 +132,15 @@ namespace
             }
             switch (dwWord)
             {
-            case PASS:
+            case SERIALIZER_PASS.dwLabel:
                 return AddPass(nAt, nTo);
-            case OBJECT_BEGIN:
+            case SERIALIZER_BEGIN.dwLabel:
                 return AddObject(nAt, nTo);
-            case OBJECT_END:
+            case SERIALIZER_END.dwLabel:
                 return AddObjectEnd(nAt);
-            case POINTER:
+            case SERIALIZER_PLAIN.dwLabel:
                 return AddWithIdentifier({ ArchivePart_e::Pointer, nAt, WORD });
-            case REGISTERED:
+            case SERIALIZER_REGISTERED.dwLabel:
                 return AddRegistered(nAt, nTo);
             default:
                 break;
@@ -202,7 +190,7 @@ namespace
         }
 
         // Adds a record whose identifier precedes the label, which is at Part.nAt, and returns its end. Reports a label
-        // without an identifier, which is data.
+        // without an identifier, and adds nothing: it is data.
         std::size_t AddWithIdentifier(ArchivePart_t Part)
         {
             std::size_t const nEnd = Part.nAt + Part.nBytes;
@@ -220,7 +208,7 @@ namespace
 
         void CheckIdentifier(std::size_t nAt)
         {
-            if (!IsIdentifier(Int(nAt)))
+            if (!SerializerIsIdentifier(Int(nAt)))
             {
                 Complain(nAt, "identifier " + std::to_string(Int(nAt)) + " is out of range");
             }
@@ -239,7 +227,7 @@ namespace
             std::size_t const nBytes = (static_cast<std::size_t>(nStatics) + 1) * WORD;
             for (std::size_t nObject = nCount + WORD; nObject < nCount + nBytes; nObject += WORD)
             {
-                if (!IsIdentifier(Int(nObject)))
+                if (!SerializerIsIdentifier(Int(nObject)))
                 {
                     return nCount;   // contents of a static object, or no static objects
                 }
@@ -262,8 +250,12 @@ namespace
             auto const nText = static_cast<std::size_t>(nLength);
             ArchivePart_t Part = { ArchivePart_e::Object, nAt, 2 * WORD + nText + 1 };
             Part.sName = m_sArchive.substr(nName + WORD, nText);
+            bool const bIdentified = nAt >= m_nRun + WORD;
             std::size_t const nEnd = AddWithIdentifier(Part);
-            m_dOpen.push_back(Part);
+            if (bIdentified)
+            {
+                m_dOpen.push_back(Part);
+            }
             return nEnd;
         }
 
@@ -330,9 +322,10 @@ namespace
 
 ArchiveNames_c::ArchiveNames_c()
 {
-    for (std::uint32_t const dwLabel : { PASS, OBJECT_BEGIN, OBJECT_END, POINTER, REGISTERED })
+    for (SerializerMark_t const & Mark :
+        { SERIALIZER_PASS, SERIALIZER_BEGIN, SERIALIZER_END, SERIALIZER_PLAIN, SERIALIZER_REGISTERED })
     {
-        m_dKnown.set(dwLabel & LOW_HALF);
+        m_dKnown.set(Mark.dwLabel & LOW_HALF);
     }
 }
 

@@ -147,7 +147,7 @@ namespace
         std::set<std::string> dFolders;                 // relative
     };
 
-    // Returns the tables without the cache itself. Removes from the library's tables what a cache leaves out.
+    // Removes from the library's tables what a cache leaves out, and returns them without the cache itself.
     Table_s ReadTables(std::string const & sRoot, std::string const & sFile)
     {
         Table_s Table;

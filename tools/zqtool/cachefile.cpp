@@ -139,7 +139,7 @@ void ReadCache(std::string_view sBytes, CacheContents_t & Contents)
 {
     Contents.nSize = sBytes.size();
     // A load reads all minor versions.
-    ArchiveResult_s const Result = ArchiveCheck(std::as_bytes(std::span(sBytes)), FILESYSTEMCACHE_VERSION | 0xFFFF,
+    ArchiveResult_t const Result = ArchiveCheck(std::as_bytes(std::span(sBytes)), FILESYSTEMCACHE_VERSION | 0xFFFF,
         [&](ArchiveCheck_c & Archive)
         {
             Contents.dwVersion = Archive.GetVersion();
@@ -148,7 +148,7 @@ void ReadCache(std::string_view sBytes, CacheContents_t & Contents)
     Contents.nLeft = Result.nLeft;
     if (!Result.IsSound() && Contents.IsSound())
     {
-        bool const bOther = Result.eState == ArchiveResult_s::OTHER_VERSION;
+        bool const bOther = Result.eState == ArchiveResult_t::OTHER_VERSION;
         Contents.iDamage = Result.iPosition;
         Contents.sDamage = bOther ? "a cache of another major version" : Result.sWhyNot.CStr();
     }

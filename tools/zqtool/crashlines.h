@@ -37,7 +37,7 @@ private:
     std::string_view m_sRest;
     CrashComplain_t const & m_fnComplain;
     std::size_t m_iLine = 0;
-    bool m_bBroken = false;   // whether the last line read has no end
+    bool m_bBroken = false;   // whether the last line read has no end, which is not yet reported
     bool m_bZeros;            // whether the text has zeros that are not yet reported
 };
 

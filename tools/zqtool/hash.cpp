@@ -97,7 +97,7 @@ namespace
         return sOut;
     }
 
-    // Reverses Escaped. Returns false, and changes nothing, if a backslash precedes any other character.
+    // Reverses Escaped. Returns false, and changes nothing, if no `n`, `r` or backslash follows a backslash.
     bool Unescape(std::string & sName)
     {
         std::string sOut;
@@ -260,7 +260,7 @@ CommandRun_t PrepareHash(Arguments_c & Arguments)
     Argument_c const Files = Arguments.AddTexts("FILE", "", pOptions->dFiles, "files; - is standard input");
     Arguments
         .AddText("--algorithm", "", pOptions->sAlgorithm,
-            "crc32 or sha1; of a text also name; default: sha1 of files, all of a text, as it says of a list")
+            "crc32 or sha1; of a text also name; default: sha1 of files, all of a text, of a list what each line has")
         .SetChoices({ ALGORITHM_CRC32, ALGORITHM_NAME, ALGORITHM_SHA1 });
     Argument_c const List =
         Arguments
