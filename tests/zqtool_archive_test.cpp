@@ -124,6 +124,9 @@ TEST_F(ZqtoolArchive, ReportsDamageWithItsOffset)
     {
         EXPECT_THAT(Shown(sName, sBytes, sExpected.empty() ? 0 : 1, m_sNames), HasSubstr(sExpected));
     }
+    EXPECT_THAT(Shown("a", sGraph.substr(0, 4) + sGraph.substr(0x28, 15), 1, m_sNames),
+        testing::AllOf(HasSubstr(": byte 0x4: no identifier precedes this label of an object graph\n"),
+            testing::Not(HasSubstr("does not end"))));
     EXPECT_THAT(
         Shown("a", sSave, 1, "--reads 1.2"), HasSubstr("newer: it is of version 1.3, and this program reads 1.2\n"));
     EXPECT_THAT(Shown("a", Changed(sSave, 0xD, "x"), 1, ""), HasSubstr("16 bytes, CRC-32 0x2AAF1655, found 0x"));
