@@ -215,7 +215,9 @@ void LogCaptureListener(char const * szText)
 {
     MemCategoryScope_c const Category(mem::Tools);
     std::lock_guard const Scope(g_Lock);
-    if (g_pCapture)
+    std::string_view const sLine = szText;
+    bool const bSlowStart = sLine.find(" initialized in ") != std::string_view::npos && sLine.ends_with(" sec");
+    if (g_pCapture && (!bSlowStart || g_pCapture->bSlowStarts))
     {
         g_pCapture->m_dLines.emplace_back(szText);
     }

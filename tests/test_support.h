@@ -245,6 +245,8 @@ public:
 
     void Clear();
 
+    bool bSlowStarts = false;   // whether lines about modules that start slowly are collected too
+
 private:
     friend void LogCaptureListener(char const * szText);
 

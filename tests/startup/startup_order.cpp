@@ -69,7 +69,7 @@ namespace
             pNumbers = ZQ_NEW int[100];
             pText = new std::string(100, 'x');
             Check(HasGameBlocks(3), "three blocks count under the category");
-            LogAddCallback([](char const *) { ++g_nLines; });
+            LogAddCallback([](char const * szLine) { g_nLines += std::strcmp(szLine, "before main") == 0; });
             Log("before main");
             g_CommandCallbacker.Add([](int) { ++g_nCommands; }, false);
             Module_c::Register(&g_Probe);
