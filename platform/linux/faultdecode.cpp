@@ -161,12 +161,12 @@ namespace plat
                                        : Instruction.bOperandSize     ? 2
                                                                       : 4;
             std::uint64_t nDivisor = 0;
-            if (cForm < 0xC0 && Instruction.bOtherAddress)
-            {
-                return true;
-            }
             if (cForm < 0xC0)
             {
+                if (Instruction.bOtherAddress)
+                {
+                    return true;
+                }
                 MemoryRead(OperandAddress(Instruction, Context), &nDivisor, nBytes);
                 return nDivisor == 0;
             }

@@ -189,12 +189,15 @@ namespace
             return m_nRun = nEnd;
         }
 
+        // Returns whether the word before a label is no part of another record.
+        bool HasIdentifier(std::size_t nLabel) const { return nLabel >= m_nRun + WORD; }
+
         // Adds a record whose identifier precedes the label, which is at Part.nAt, and returns its end. Reports a label
         // without an identifier, and adds nothing: it is data.
         std::size_t AddWithIdentifier(ArchivePart_t Part)
         {
             std::size_t const nEnd = Part.nAt + Part.nBytes;
-            if (Part.nAt < m_nRun + WORD)
+            if (!HasIdentifier(Part.nAt))
             {
                 Complain(Part.nAt, "no identifier precedes this label of an object graph");
                 return nEnd;
@@ -250,9 +253,9 @@ namespace
             auto const nText = static_cast<std::size_t>(nLength);
             ArchivePart_t Part = { ArchivePart_e::Object, nAt, 2 * WORD + nText + 1 };
             Part.sName = m_sArchive.substr(nName + WORD, nText);
-            bool const bIdentified = nAt >= m_nRun + WORD;
+            bool const bAdded = HasIdentifier(nAt);
             std::size_t const nEnd = AddWithIdentifier(Part);
-            if (bIdentified)
+            if (bAdded)
             {
                 m_dOpen.push_back(Part);
             }
