@@ -146,10 +146,12 @@ namespace
         String_T<16> sFixed("fixed");
         Whole_t dWholes[2];
         wchar_t const * wszWide = L"w\u00EFde";
+        char16_t const * szPair = u"a \U0001F600 pair";
         int (*fnCall)(Passed_t, float) = Fault;
         Colour_e const eUsed = static_cast<Colour_e>(static_cast<int>(eColour) + 1);
         long nUsed = sText.size() * -1000L;
-        Keep(sText, sShort, dNumbers, dTexts, iSome, iNone, pOwned, pNone, sKept, sFixed, dWholes, wszWide, fnCall);
+        Keep(sText, sShort, dNumbers, dTexts, iSome, iNone, pOwned, pNone, sKept, sFixed, dWholes, wszWide, szPair,
+            fnCall);
         int const nResult = Object.Run(1);
         Keep(sText, dNumbers, dTexts, iSome, iNone);
         return nResult + static_cast<int>(eUsed) + static_cast<int>(nUsed) + static_cast<int>(sView.size()) + sView[0]

@@ -368,6 +368,7 @@ namespace zqsymbols
                 Put(m_bFailed ? 0 : m_dStack[m_dStack.size() - 1 - iFromTop]);
             }
 
+            // Continues at another operation. Fails if none begins there.
             void Jump(Dwarf_Op const & Operation)
             {
                 constexpr Dwarf_Word JUMP_BYTES = 3;   // of the operation itself (DWARF 5, section 2.5.1.5)
@@ -377,6 +378,7 @@ namespace zqsymbols
                 {
                     ++m_iOperation;
                 }
+                m_bFailed |= m_iOperation == m_dOperations.size();
             }
 
             bool Rearrange(Dwarf_Op const & Operation)

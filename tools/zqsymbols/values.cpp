@@ -41,6 +41,13 @@ namespace zqsymbols
             return szText;
         }
 
+        // Returns the character of a surrogate pair (RFC 2781). Returns nothing if the units are no pair.
+        std::optional<std::uint64_t> CharacterOfPair(std::uint64_t nHigh, std::uint64_t nLow)
+        {
+            bool const bPair = nHigh >> 10 == 0xD800 >> 10 && nLow >> 10 == 0xDC00 >> 10;
+            return bPair ? std::optional(0x10000 + ((nHigh & 0x3FF) << 10) + (nLow & 0x3FF)) : std::nullopt;
+        }
+
         // Returns the number of bytes of a character of this type. Returns 0 for other types.
         std::uint64_t CharWidth(Dwarf_Die Type, std::uint64_t nSize)
         {
@@ -235,10 +242,15 @@ namespace zqsymbols
                 return UNREADABLE;
             }
             bEnd = !nUnit || (bZero && *nUnit == 0);
+            bool const bMayBePair = nWidth == 2 && !bEnd && iUnit + 1 < nUnits;
+            std::optional<std::uint64_t> const nNext =
+                bMayBePair ? NumberAt(Where, (iUnit + 1) * nWidth, nWidth) : std::nullopt;
+            std::optional<std::uint64_t> const nOfPair = nNext ? CharacterOfPair(*nUnit, *nNext) : std::nullopt;
+            iUnit += nOfPair ? 1 : 0;
             sText += bEnd          ? ""
                      : *nUnit == 0 ? std::string("\\0")
                      : nWidth == 1 ? std::string(1, static_cast<char>(*nUnit))
-                                   : Utf8Of(static_cast<char32_t>(*nUnit));
+                                   : Utf8Of(static_cast<char32_t>(nOfPair.value_or(*nUnit)));
         }
         return "\"" + Escaped(sText) + (bEnd || iUnit == nUnits ? "\"" : "\"...");
     }
