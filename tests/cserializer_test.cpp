@@ -29,6 +29,19 @@ namespace
             return Stored(1, [&](A & a) { World_s::Serialize(a, pRoot); });
         }
 
+        ArchiveResult_t Check(std::string const & sBytes)
+        {
+            Node_s * pRoot = nullptr;
+            ArchiveResult_t Result;
+            EXPECT_EQ(FailedConditions(
+                          [&] {
+                              Result = ArchiveCheck(
+                                  std::as_bytes(std::span(sBytes)), 1, [&](A & a) { World_s::Serialize(a, pRoot); });
+                          }),
+                "");
+            return Result;
+        }
+
     private:
         void Forget()
         {
@@ -166,6 +179,12 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
     EXPECT_EQ(pRoot->pPart, nullptr);
     EXPECT_EQ(dEntries.GetLength(), 3);
     EXPECT_EQ(Log.Count("Serializer_c: number of registered static pointers not match serialized"), 2);
+    for (char const nInFile : { '\0', '\2', '\4' })
+    {
+        EXPECT_FALSE(Check(std::string(sBytes).replace(8, 1, 1, nInFile)).IsSound()) << int{ nInFile };
+        EXPECT_EQ(dEntries.GetLength(), 3) << "a check changes no list";
+    }
+    EXPECT_EQ(Log.CountHolding("number of registered static pointers"), 2) << "and logs nothing";
 
     while (dEntries.GetLength() < 999)
     {
@@ -199,6 +218,7 @@ TEST_F(Serializer, WhatTheFileGetsWrongFailsTheArchive)
              { With(12, "\xFE\xFF\xFF\xFF"),
                  "iPointer >= -1 && iPointer < HASH_SIZE, identifier -2 in 'memory.arc' file", 0 },
              { With(24, "Mode"), "pSerializer, class 'Mode' in 'memory.arc' file", 0 },
+             { With(24, "\nde\t"), "pSerializer, class '\\nde\\t' in 'memory.arc' file", 0 },
              { With(20, "\5\0\0\0Other\0"sv),
                  "sClassName == m_sClassName, class 'Other' for 'Node' in 'memory.arc' file", 0 },
          })
@@ -207,6 +227,7 @@ TEST_F(Serializer, WhatTheFileGetsWrongFailsTheArchive)
         EXPECT_EQ(FailedConditions([&, &sRow = sBytes] { Load(sRow); }), szCondition);
         EXPECT_EQ(std::pair(bWhole, g_dLoaded.size()), std::pair(false, nBodies));
     }
+    EXPECT_STREQ(Check(With(24, "\nde\t")).sWhyNot, "an object of class '\\nde\\t', which has no serializer");
     LogCapture_c const Log;
     g_bRegisterItself = false;   // so that the way back to a node leads to none
     Node.pNext = &Node;
@@ -294,14 +315,7 @@ TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
     auto const ExpectCheck = [&](std::string const & sBytes)
     {
         RegisterStatics();
-        Node_s * pRoot = nullptr;
-        ArchiveResult_t Result;
-        EXPECT_EQ(FailedConditions(
-                      [&] {
-                          Result = ArchiveCheck(
-                              std::as_bytes(std::span(sBytes)), 1, [&](A & a) { World_s::Serialize(a, pRoot); });
-                      }),
-            "");
+        ArchiveResult_t const Result = Check(sBytes);
         EXPECT_EQ(Result.IsSound(), bWhole) << Result.sWhyNot;
     };
     for (std::size_t i = 0; i < sWhole.size(); ++i)

@@ -3,6 +3,7 @@
 #include "zqcore/capp.h"
 #include "zqcore/carray.h"
 #include "zqcore/ccallback_internal.h"
+#include "zqcore/cdebug_internal.h"
 #include "zqcore/cdebug_spelling_internal.h"
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/clog.h"
@@ -306,16 +307,35 @@ void AssertReport(char const * szCondition, char const * szFile, char const * sz
     AssertFailed("Assert failed, %s, %s, %s, %i", szCondition, szFile, szName, iLine);
 }
 
+namespace
+{
+    void ReportExplained(
+        char const * szCondition, char const * szText, char const * szFile, char const * szFunction, int iLine)
+    {
+        char szName[FUNCTION_NAME_SIZE];
+        SpellFunctionName(szFunction, szName, sizeof szName);
+        Debugf("%s(%i) : AssertEx() failed", szFile, iLine);
+        AssertFailed("AssertEx failed, %s, %s, %s, %s, %i", szCondition, szText, szFile, szName, iLine);
+    }
+}
+
 void AssertReportEx(
     char const * szCondition, char const * szFile, char const * szFunction, int iLine, char const * fmt, ...)
 {
     char szText[TEXT_SIZE];
     ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
+    ReportExplained(szCondition, szText, szFile, szFunction, iLine);
+}
 
-    char szName[FUNCTION_NAME_SIZE];
-    SpellFunctionName(szFunction, szName, sizeof szName);
-    Debugf("%s(%i) : AssertEx() failed", szFile, iLine);
-    AssertFailed("AssertEx failed, %s, %s, %s, %s, %i", szCondition, szText, szFile, szName, iLine);
+void AssertReportEscaped(
+    char const * szCondition, char const * szFile, char const * szFunction, int iLine, char const * fmt, ...)
+{
+    char szText[TEXT_SIZE];
+    std::va_list args;
+    va_start(args, fmt);
+    FormatEscaped(szText, TEXT_SIZE, fmt, args);
+    va_end(args);
+    ReportExplained(szCondition, szText, szFile, szFunction, iLine);
 }
 
 DebugMessages_c & DebugMessages_c::Get()

@@ -1,6 +1,7 @@
 #include "zqcore/cfile.h"
 
 #include "zqcore/ccallback_internal.h"
+#include "zqcore/cdebug_internal.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilepath.h"
@@ -268,7 +269,7 @@ void File_c::ReportEmpty(char const * szLocation)
         LogEscaped("File '%s' is empty!", szLocation);
         return;
     }
-    ZQ_ASSERT_EX_TEXT(false, "iLength>0", "File '%s' is empty!", TextForLog(szLocation).GetBuffer());
+    ZQ_ASSERT_ESCAPED(false, "iLength>0", "File '%s' is empty!", szLocation);
 }
 
 bool File_c::TakeUnlocked()

@@ -1,9 +1,12 @@
 #include "zqcore/cserialize.h"
 
 #include "zqcore/ccrc.h"
+#include "zqcore/cdebug_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/cserializecheck.h"
 #include "zqcore/ctexterror.h"
+
+#include "platform/text.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -166,11 +169,13 @@ void Serializeable_c::Fail(char const * fmt, ...)
 {
     if (m_pResult && !m_bFailed)
     {
+        char szText[decltype(m_pResult->sWhyNot)::Capacity()];
         va_list Arguments;
         va_start(Arguments, fmt);
-        String_T<128> & sWhyNot = m_pResult->sWhyNot;
-        std::vsnprintf(sWhyNot.GetBuffer(), static_cast<std::size_t>(sWhyNot.Capacity()), fmt, Arguments);
+        std::vsnprintf(szText, sizeof szText, fmt, Arguments);
         va_end(Arguments);
+        char const * szRest = szText;
+        plat::TextEscape(m_pResult->sWhyNot.GetBuffer(), sizeof szText, szRest, plat::Controls_e::None);
         m_pResult->eState = ArchiveResult_t::DAMAGED;
         m_pResult->iPosition = std::max(GetPosition(), 0);
     }
@@ -269,7 +274,7 @@ void Serializeable_c::ReadString(char * sBuffer, int iBufLength)
         return;
     }
     bool const bFits = nLength >= 0 && nLength < iBufLength;
-    ZQ_ASSERT_EX_TEXT(bFits || IsChecked(), "Len < iBufLength", "text of %d characters in '%s' file, with room for %d",
+    ZQ_ASSERT_ESCAPED(bFits || IsChecked(), "Len < iBufLength", "text of %d characters in '%s' file, with room for %d",
         nLength, GetFileName(), iBufLength - 1);
     if (!bFits)
     {

@@ -267,7 +267,7 @@ public:
     std::uint32_t GetVersion() const { return m_dwVersion; }
 
     /// Fail the archive. Code that finds the loaded data wrong calls them. A check (cserializecheck.h) reports the
-    /// text, formatted like printf and cut at 127 characters.
+    /// text, formatted like printf, escaped as in TextForLog (ctexterror.h) and cut at 127 characters.
     void Fail() { Fail("the data are refused"); }
     ZQ_COLD void Fail(char const * fmt, ...) ZQ_PRINTF(2, 3);
 

@@ -39,7 +39,7 @@ struct ArchiveResult_t
     State_e eState = SOUND;   // state that the check has found
     int iPosition = 0;        // where the first error was found, in bytes from the start
     int nLeft = 0;            // number of bytes after the last that the check has read; 0 unless sound
-    String_T<128> sWhyNot;    // the first error, empty if sound
+    String_T<128> sWhyNot;    // the first error, as one line of a log, empty if sound
 
     /// Returns whether the check has found no error.
     bool IsSound() const { return eState == SOUND; }
@@ -69,7 +69,7 @@ ZQ_API ArchiveResult_t ArchiveCheck(
 
 /// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c if the version is known, and returns the result.
 /// fnLoad may make some calls of a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that
-/// are not used.
+/// are not used. The contents of static objects (cserializer.h) are loaded into these objects.
 template <typename LOAD>
 requires std::invocable<LOAD &, ArchiveCheck_c &> ArchiveResult_t ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, LOAD fnLoad)

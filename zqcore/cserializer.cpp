@@ -1,5 +1,6 @@
 #include "zqcore/cserializer_internal.h"
 
+#include "zqcore/cdebug_internal.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/clog.h"
 #include "zqcore/ctexterror.h"
@@ -247,7 +248,7 @@ bool Serializer_c::ReadIdentifier(Serializeable_c & archive, int & iPointer)
         return false;
     }
     bool const bValid = SerializerIsIdentifier(iPointer);
-    ZQ_ASSERT_EX_TEXT(bValid || archive.IsChecked(), "iPointer >= -1 && iPointer < HASH_SIZE",
+    ZQ_ASSERT_ESCAPED(bValid || archive.IsChecked(), "iPointer >= -1 && iPointer < HASH_SIZE",
         "identifier %d in '%s' file", iPointer, archive.GetFileName());
     if (!bValid)
     {
@@ -301,7 +302,7 @@ void Serializer_c::WritePointer(Serializeable_c & archive, void *& pObject)
     if (!bNew)
     {
         bool const bOwn = iPointer == -1 || IsOfClass(iPointer, m_iClass);
-        ZQ_ASSERT_EX_TEXT(bOwn, IS_OWN, "'%s' expected for '%s' file", static_cast<char const *>(m_sClassName),
+        ZQ_ASSERT_ESCAPED(bOwn, IS_OWN, "'%s' expected for '%s' file", static_cast<char const *>(m_sClassName),
             archive.GetFileName());
         return Put(archive, SERIALIZER_PLAIN);
     }
@@ -327,7 +328,7 @@ void Serializer_c::WriteTyped(
     Serializeable_c & archive, void * pObject, Serializer_c * pSerializer, Expected_s const & Expected)
 {
     bool const bKnown = !pObject || (pSerializer && Expected.Accepts(*pSerializer));
-    ZQ_ASSERT_EX_TEXT(bKnown, "a Serializer_T has this class and names this base", "%s, object of class '%s'",
+    ZQ_ASSERT_ESCAPED(bKnown, "a Serializer_T has this class and names this base", "%s, object of class '%s'",
         Expected.szName, pSerializer ? pSerializer->m_sClassName.CStr() : "");
     if (!bKnown)
     {
@@ -355,7 +356,7 @@ void * Serializer_c::ReadTyped(Serializeable_c & archive, Expected_s const & Exp
     Serializer_c const * const pClass = FindClass(iClass);
     void * const pFound =
         pClass && pClass->m_fnConvert ? pClass->m_fnConvert(pObject, Expected.Type, graphs::Way_e::ToType) : nullptr;
-    ZQ_ASSERT_EX_TEXT(pFound || archive.IsFailed() || archive.IsChecked(), IS_OWN, "%s, class '%s' in '%s' file",
+    ZQ_ASSERT_ESCAPED(pFound || archive.IsFailed() || archive.IsChecked(), IS_OWN, "%s, class '%s' in '%s' file",
         Expected.szName, pClass ? pClass->m_sClassName.CStr() : "", archive.GetFileName());
     if (!pFound)
     {
@@ -394,7 +395,7 @@ void Serializer_c::ReadOwnPointer(Serializeable_c & archive, void *& pObject)
         return;
     }
     bool const bOwn = IsOfClass(iPointer, m_iClass);
-    ZQ_ASSERT_EX_TEXT(
+    ZQ_ASSERT_ESCAPED(
         bOwn || archive.IsChecked(), IS_OWN, "'%s' expected in '%s' file", m_sClassName.CStr(), archive.GetFileName());
     if (!bOwn)
     {
@@ -460,12 +461,12 @@ Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, 
     Serializer_c * const pSerializer = FindSerializer(sClassName);
     char const * const szClass = sClassName;
     bool const bSilent = archive.IsChecked();
-    ZQ_ASSERT_EX_TEXT(pSerializer || bSilent, "pSerializer", "class '%s' in '%s' file", szClass, archive.GetFileName());
+    ZQ_ASSERT_ESCAPED(pSerializer || bSilent, "pSerializer", "class '%s' in '%s' file", szClass, archive.GetFileName());
     bool const bExpected = !pSerializer || Expected.Accepts(*pSerializer);
-    ZQ_ASSERT_EX_TEXT(bExpected || bSilent, "sClassName == m_sClassName", "class '%s' for '%s' in '%s' file", szClass,
+    ZQ_ASSERT_ESCAPED(bExpected || bSilent, "sClassName == m_sClassName", "class '%s' for '%s' in '%s' file", szClass,
         Expected.szName, archive.GetFileName());
     bool const bFirst = g_Table.Class(iPointer) != CLASS_OPEN;
-    ZQ_ASSERT_EX_TEXT(bFirst || bSilent, "object is not inside itself", "identifier %d in '%s' file", iPointer,
+    ZQ_ASSERT_ESCAPED(bFirst || bSilent, "object is not inside itself", "identifier %d in '%s' file", iPointer,
         archive.GetFileName());
     if (!pSerializer || !bExpected || !bFirst)
     {
@@ -595,14 +596,16 @@ void Serializer_c::WriteStaticPointers(Serializeable_c & archive)
 
 void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
 {
-    if (!ReadStaticCount(archive))
+    int nEntries = 0;
+    if (!ReadStaticCount(archive, nEntries))
     {
         return;
     }
-    int const nEntries = dRegisteredStaticPointers.GetLength();   // a body may register more
     for (int i = 0; i < nEntries && !archive.IsFailed(); ++i)
     {
-        RegisteredStaticPointer_t Entry = dRegisteredStaticPointers[i];
+        // A check leaves the list as it is, so the file may have more entries.
+        bool const bRegistered = i < dRegisteredStaticPointers.GetLength();
+        RegisteredStaticPointer_t Entry = bRegistered ? dRegisteredStaticPointers[i] : RegisteredStaticPointer_t{};
         int iPointer = -1;
         if (!ReadIdentifier(archive, iPointer))
         {
@@ -617,17 +620,16 @@ void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
     }
 }
 
-// Loads the number of static objects and changes the list to that length. Returns false, with the archive failed, if
-// there is no valid one.
-bool Serializer_c::ReadStaticCount(Serializeable_c & archive)
+// Loads the number of static objects and, unless a check runs, changes the list to that length. Returns false, with the
+// archive failed, if there is no valid one.
+bool Serializer_c::ReadStaticCount(Serializeable_c & archive, int & nRegisteredStaticPointers)
 {
-    int nRegisteredStaticPointers = 0;
     archive.Serialize(nRegisteredStaticPointers);
     if (archive.IsFailed())
     {
         return false;
     }
-    if (nRegisteredStaticPointers != dRegisteredStaticPointers.GetLength())
+    if (nRegisteredStaticPointers != dRegisteredStaticPointers.GetLength() && !archive.IsChecked())
     {
         Log("Serializer_c: number of registered static pointers not match serialized");
     }
@@ -638,6 +640,10 @@ bool Serializer_c::ReadStaticCount(Serializeable_c & archive)
     {
         archive.Fail("%d static objects", nRegisteredStaticPointers);
         return false;
+    }
+    if (archive.IsChecked())
+    {
+        return true;
     }
     while (dRegisteredStaticPointers.GetLength() > nRegisteredStaticPointers)
     {

@@ -130,7 +130,8 @@ public:
 
     /// Begins a pass. With bStaticPointers, also stores the static objects, or binds the i-th one of the file to the
     /// i-th registered one and loads it. Requires the same flag in save and load. If the file has another number of
-    /// static objects, logs a line, and cuts the list or fills it with nulls to the file's number.
+    /// static objects, logs a line, and cuts the list or fills it with nulls to the file's number. A check
+    /// (cserializecheck.h) does neither.
     static void StartSerialize(Serializeable_c & archive, bool bStaticPointers);
 
     /// Frees every slot. Costs nothing if all are free.
@@ -275,7 +276,7 @@ private:
     static void Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass);
     static void WriteStaticPointers(Serializeable_c & archive);
     static void ReadStaticPointers(Serializeable_c & archive);
-    static bool ReadStaticCount(Serializeable_c & archive);
+    static bool ReadStaticCount(Serializeable_c & archive, int & nRegisteredStaticPointers);
     bool RunBody(Serializeable_c & archive, void *& pObject);
     ZQ_COLD bool RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject);
 

@@ -1,0 +1,14 @@
+// cdebug_internal.h: assertions that show texts from outside.
+#pragma once
+
+#include "zqcore/cdebug.h"
+
+/// Does what AssertReportEx does, for texts from outside, such as names in a file. fmt and what it inserts are treated
+/// as LogEscaped (clog.h) treats them.
+ZQ_COLD void AssertReportEscaped(char const * szCondition, char const * szFile, char const * szFunction, int iLine,
+    char const * fmt, ...) ZQ_PRINTF(5, 6);
+
+/// ZQ_ASSERT_EX_TEXT for texts from outside.
+#define ZQ_ASSERT_ESCAPED(condition, szCondition, ...)                                                                 \
+    ((condition) ? static_cast<void>(0)                                                                                \
+                 : AssertReportEscaped(szCondition, __FILE__, ZQ_FUNCTION, __LINE__, __VA_ARGS__))
