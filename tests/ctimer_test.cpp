@@ -2,6 +2,10 @@
 #include "tests/test_support.h"
 #include "zqcore/ctimer.h"
 
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
 TEST(Timer, PassedTimeGoesOnWithoutAJumpWhenTheClockChanges)
 {
     longTimeGetPassed();
@@ -18,6 +22,30 @@ TEST(Timer, PassedTimeGoesOnWithoutAJumpWhenTheClockChanges)
     Game_longTimeGet = [] { return -5.0; };
     EXPECT_GE(longTimeGet(), 0.0);   // the game's clock is its own
     Game_longTimeGet = longTimeGet;
+}
+
+TEST(Timer, AnotherThreadReadsItWhileItsModuleStarts)
+{
+    longTimeGetPassed();
+    std::atomic<bool> bOver = false;
+    double tLargestStepBack = 0.0;
+    std::thread Reader(
+        [&]
+        {
+            for (double tPrevious = 0.0; !bOver;)
+            {
+                double const tPassed = longTimeGetPassed();
+                tLargestStepBack = std::max(tLargestStepBack, tPrevious - tPassed);
+                tPrevious = tPassed;
+            }
+        });
+    longTimeWait(0.01);
+    EXPECT_TRUE(StartModule(ModuleTimer_c::Get()));
+    longTimeWait(0.01);
+    bOver = true;
+    Reader.join();
+    Module_c::ShutdownAllModules();
+    EXPECT_LT(tLargestStepBack, 10.0) << "no time of one clock counts from the start of the other";
 }
 
 TEST(Timer, WaitsSpinForTheTimeThatTheyReturn)

@@ -2,17 +2,31 @@
 
 #include "platform/clock.h"
 
+#include <atomic>
+
 namespace
 {
     constexpr unsigned COARSE_PERIOD = 1;   // milliseconds requested of the coarse clock
     constexpr std::uint32_t MEASURE_MILLISECONDS = 1000;
 
+    // A clock of the long time.
+    struct LongClock_s
+    {
+        std::int64_t nFrequency = 0;   // ticks of the good clock in a second; 0 for the coarse clock
+        double tStart = 0.0;           // time from which longTimeGetPassed counts
+
+        double Now() const
+        {
+            return nFrequency != 0 ? static_cast<double>(plat::GoodClockTicks()) / static_cast<double>(nFrequency)
+                                   : plat::CoarseClockMilliseconds() / 1000.0;
+        }
+    };
+
     // The main thread writes these, in ModuleTimer_c::Initialize and at the first calls of longTimeGetPassed and
-    // shortTimeGetSec.
-    bool g_bHighResolution = false;
-    std::int64_t g_nFrequency = 0;   // ticks of the good clock in a second
+    // shortTimeGetSec. The clock in use does not change after g_bStarted, so other threads may read it.
+    constinit LongClock_s g_CoarseClock, g_GoodClock;
+    constinit std::atomic<LongClock_s const *> g_pClock = &g_CoarseClock;
     bool g_bStarted = false;
-    double g_tStart = 0.0;   // long time from which longTimeGetPassed counts
     std::int64_t g_nCyclesPerSecond = 0;
 
     constinit ModuleTimer_c g_ModuleTimer;
@@ -22,11 +36,7 @@ double (*Game_longTimeGet)() = longTimeGet;
 
 double longTimeGet()
 {
-    if (g_bHighResolution)
-    {
-        return static_cast<double>(plat::GoodClockTicks()) / static_cast<double>(g_nFrequency);
-    }
-    return plat::CoarseClockMilliseconds() / 1000.0;
+    return g_pClock.load(std::memory_order_acquire)->Now();
 }
 
 double longTimeGetPassed()
@@ -34,9 +44,10 @@ double longTimeGetPassed()
     if (!g_bStarted)
     {
         g_bStarted = true;
-        g_tStart = longTimeGet();
+        g_CoarseClock.tStart = g_CoarseClock.Now();
     }
-    return longTimeGet() - g_tStart;
+    LongClock_s const & Clock = *g_pClock.load(std::memory_order_acquire);
+    return Clock.Now() - Clock.tStart;
 }
 
 double longTimeWait(double tSeconds)
@@ -87,17 +98,16 @@ bool ModuleTimer_c::Initialize()
 {
     double const tPassed = longTimeGetPassed();
     std::int64_t const nFrequency = plat::GoodClockFrequency();
-    if (nFrequency != 0)
-    {
-        g_nFrequency = nFrequency;
-        g_bHighResolution = true;
-        g_tStart = longTimeGet() - tPassed;
-    }
-    else
+    if (nFrequency == 0)
     {
         bool const bRaised = plat::CoarseClockRaise(COARSE_PERIOD);
         ZQ_ASSERT_TEXT(bRaised, "result == TIMERR_NOERROR");
-        g_bHighResolution = false;
+    }
+    else if (g_GoodClock.nFrequency == 0)
+    {
+        g_GoodClock.nFrequency = nFrequency;
+        g_GoodClock.tStart = g_GoodClock.Now() - tPassed;
+        g_pClock.store(&g_GoodClock, std::memory_order_release);
     }
     return Module_c::Initialize();
 }
