@@ -88,6 +88,19 @@ TEST(StringHash, AddReusesTheFirstDeletedSlotAndMissesTheKeyAfterIt)
     EXPECT_EACH(s_Table.DeleteByName(Second.sName), s_Table.FindByName(Second.sName) == &Second);
 }
 
+TEST(StringHash, FindsNoAbsentNameInASmallTableThatWasFull)
+{
+    static StringHash_T<Item_s, 8, 2, 1> s_Table;
+    s_Table.Reset();
+    for (int i = 0; i < 20; ++i)
+    {
+        Item_s Item{ NewString("k%i", i) };
+        EXPECT_EQ(s_Table.Add(&Item, &Item.sName), HASH_ADDED);
+        EXPECT_TRUE(s_Table.DeleteByName(Item.sName));
+        EXPECT_EQ(s_Table.FindByName("none"), nullptr);
+    }
+}
+
 TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
 {
     static StringHash_T<Item_s, 8, 256, 117> s_Table;

@@ -12,7 +12,8 @@
 // Threads: one thread at a time for each array.
 // Cost: an array on the heap allocates at the first Add and doubles when the length would reach the capacity. Delete
 // does not shrink it. Reset frees its storage. The storage counts under the memory category of the moment.
-// Failure: an index or a bound of Sort out of range, and a full array in place, assert.
+// Failure: an index or a bound of Sort out of range, and a full array in place, assert. Requires that the length stays
+// below 2^30.
 //
 //     Array_T<int, 16, 0> dScores;
 //     for (int const iScore : { 30, 10, 20 })

@@ -50,7 +50,7 @@ public:
     void Prefetch(std::uint32_t iHash) const { ZQ_PREFETCH(&m_dEntries[iHash & MASK]); }
 
     /// Returns whether the used and removed words are so many that the index must be rebuilt.
-    bool IsCrowded() const { return m_nUsed > ENTRIES / 4 * 3; }
+    bool IsCrowded() const { return m_nUsed >= ENTRIES / 4 * 3; }
 
     /// Removes all slots.
     void Reset();
