@@ -235,8 +235,22 @@ TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
     EXPECT_EQ(g_dOpenTracks.GetLength(), 1);
     ASSERT_TRUE(Run("echo x > a.txt; echo x > sub/c.txt"));
     EXPECT_EQ(Reported(), "c.txt");
-    ASSERT_TRUE(Run("rm -r sub; mkdir sub; echo x > sub/c.txt"));
-    EXPECT_EQ(Reported(), "") << "the watched folder is gone";
+}
+
+TEST_F(FileTrack, EndsWithItsFolder)
+{
+    ASSERT_TRUE(Scan());
+    for (char const * szEnd : { "rm -r sub", "mv sub else" })
+    {
+        FileTrackChanges(Folder.Join("sub").c_str());
+        EXPECT_EQ(std::string(FileTrackGetProblem()), "");
+        Log.Clear();
+        ASSERT_TRUE(Run(szEnd));
+        ASSERT_TRUE(Run("mkdir sub; echo x > sub/c.txt"));
+        EXPECT_EQ(Reported() + Reported(), "");
+        EXPECT_EQ(Log.CountHolding("/sub\" was moved or deleted and is watched no longer"), 1) << Log.GetText();
+        EXPECT_THAT(std::string(FileTrackGetProblem()), testing::EndsWith("and is watched no longer"));
+    }
 }
 
 TEST_F(FileTrack, RefusesWhatItCantWatch)
@@ -283,4 +297,14 @@ TEST_F(FileTrack, RefreshFindsNewFilesOfKnownFolders)
     EXPECT_EQ(Contents(FileOpen("new.txt")), "12");
     FileClose(FileStream("new.txt"));
     EXPECT_FALSE(FileStream("a.txt")->bDuplicate);
+}
+
+TEST_F(FileTrack, RefreshFindsFilesBesideOneThatABareNameAdded)
+{
+    std::string const sFormer = fs::current_path();
+    fs::current_path(Folder.GetPath());
+    EXPECT_TRUE(FileAddOneFile("a.txt"));
+    FileRefresh();
+    fs::current_path(sFormer);
+    EXPECT_EQ(Keys(), "a.txt b.txt \u00E9.txt");
 }

@@ -37,6 +37,7 @@ namespace
     String_T<1024> g_sTrackProblem;   // text of FileTrackGetProblem
     unsigned g_iTrackRun = 0;         // identifier of the watch: a callback may end it or start another
     bool g_bTrackWalking = false;
+    bool g_bTrackGone = false;   // whether the watched folder's end was reported
 
     // The changed file of a record: the watched folder and the record's name. The name's characters up to U+00FF are
     // converted to UTF-8. Others are left out. The buffer has room for any name of a batch.
@@ -187,10 +188,19 @@ namespace
             static_cast<char const *>(g_sTrackPath));
     }
 
+    ZQ_COLD void ReportGone()
+    {
+        g_bTrackGone = true;
+        std::snprintf(g_sTrackProblem.GetBuffer(), g_sTrackProblem.Capacity(),
+            "\"%s\" was moved or deleted and is watched no longer", static_cast<char const *>(g_sTrackPath));
+        LogEscaped("FileTrackChanges - %s", static_cast<char const *>(g_sTrackProblem));
+    }
+
     void StopTracking()
     {
         ++g_iTrackRun;
         g_sTrackProblem = "";
+        g_bTrackGone = false;
         if (g_hTrackFolder.IsOpen())
         {
             FileCloseTracker(g_hTrackFolder.GetHandle());
@@ -282,6 +292,10 @@ void FileTrackDoWork()
     {
         ReportUnwatched(nUnwatched);
     }
+    if (g_hTrackFolder.IsGone() && !g_bTrackGone)
+    {
+        ReportGone();
+    }
 }
 
 void FileTrackShutdown()
@@ -296,7 +310,8 @@ void FileRefresh()
     for (PathTable_t::Slot_s * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot))
     {
         plat::FolderListing_c Listing;
-        if (!Listing.Read(*pSlot->pObject))
+        bool const bCurrent = pSlot->pObject->IsEmpty();   // the folder of a bare name
+        if (!Listing.Read(bCurrent ? "." : *pSlot->pObject))
         {
             continue;
         }

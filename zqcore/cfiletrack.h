@@ -18,7 +18,7 @@
 // Limits of the watch:
 // - Folders that appear, move or vanish are followed. Links to folders are followed if they exist from the start, links
 //   to files are not.
-// - When the watched folder is deleted or renamed, nothing more is reported.
+// - When the watched folder is deleted or renamed, no more changes are reported. FileTrackGetProblem says so.
 // - All changes between two calls are lost if they need more than 4,094 bytes: 12 each, and two for each character of
 //   the path below the watched folder, rounded up to a multiple of 4. 100 paths of 14 characters fit.
 // - Characters above U+00FF are dropped from paths. So changes of files whose paths hold such characters are lost. A
@@ -46,11 +46,12 @@
 ///   `fs.inotify.max_user_instances`, the watches that a user may start, and the number of open files.
 ZQ_API void FileTrackChanges(char const * sPath);
 
-/// Returns whether a folder is watched.
+/// Returns whether a watch is on, from the success of FileTrackChanges to FileTrackShutdown.
 ZQ_API bool FileTrackIsOn();
 
-/// Returns what FileTrackChanges could not watch, the folder or subfolders that appeared later, and why. Names the
-/// system's setting to raise if that helps. The text is empty in these cases:
+/// Returns what is not watched: the folder of FileTrackChanges or subfolders that appeared later, and why. Names the
+/// system's setting to raise if that helps. After FileTrackDoWork has seen that the folder was moved or deleted, it
+/// says that. The text is empty in these cases:
 /// - all readable folders are watched.
 /// - FileTrackChanges was not called yet, or FileTrackShutdown was called after it.
 ZQ_API String_T<1024> FileTrackGetProblem();

@@ -80,6 +80,7 @@ namespace plat
         int GetNumber() const { return m_Queue.GetNumber(); }
         void Read(void * pBuffer, std::size_t nBytes);
         bool IsComplete();
+        bool IsGone() const { return m_dFolders.empty(); }
 
         std::size_t m_nUnwatched = 0;   // folders that the kernel refused to watch, at least
         int m_iRefusal = 0;             // error of the latest refusal
@@ -769,6 +770,11 @@ namespace plat
     bool FolderWatch_c::IsComplete()
     {
         return IsOpen() && m_pTree->IsComplete();
+    }
+
+    bool FolderWatch_c::IsGone() const
+    {
+        return IsOpen() && m_pTree->IsGone();
     }
 
     std::size_t FolderWatch_c::ExtractUnwatched()
