@@ -286,7 +286,8 @@ TEST_F(FileCacheTest, ReportsWhichFolderHasChangedAndGoesWhereTheHostSays)
 {
     Make({ { "media/a", "1" }, { "media/sub/b", "1" }, { "media/sub/deep/c", "1" } });
     ModuleFile_c & Module = *ModuleFile_c::Get();
-    for (std::string const & sCache : { Folder.Join("media/filesystemcache.bin"), Folder.Join("else/where/c.bin") })
+    for (std::string const & sCache : { Folder.Join("media/filesystemcache.bin"), Folder.Join("media/../media/c.bin"),
+             Folder.Join("else/where/c.bin") })
     {
         Module.SetCacheFile(sCache.c_str());
         Module.CheckCache(false);
@@ -334,6 +335,39 @@ TEST_F(FileCacheTest, ReportsWhichFolderHasChangedAndGoesWhereTheHostSays)
     FilesystemCacheCheck(false);
 }
 
+TEST_F(FileCacheTest, ARunThatKnowsNoMediaLeavesTheHostsCache)
+{
+    struct Failing_s : Module_c
+    {
+        Failing_s()
+            : Module_c("Failing")
+        {}
+        bool Initialize() override { return false; }
+    } Failing;
+    Make({ { "media/a", "1" } });
+    std::string const sCache = Folder.Join("c.bin");
+    ModuleFile_c & Module = *ModuleFile_c::Get();
+    Module.SetCacheFile(sCache.c_str());
+    KeysOfOneRun("");
+    std::string const sSaved = Folder.Read("c.bin");
+    EXPECT_THAT(sSaved, testing::HasSubstr("a"));
+
+    FilesystemCacheInit(sCache.c_str());
+    Module_c::Register(&Failing);
+    EXPECT_FALSE(StartModule(&Module));
+    Module_c::ShutdownAllModules();
+    EXPECT_EQ(Folder.Read("c.bin"), sSaved) << "a failed start";
+
+    FilesystemCacheInit(nullptr);
+    Module.ReadMedia(false);
+    StartModule(&Module);
+    Module_c::ShutdownAllModules();
+    Module.ReadMedia(true);
+    EXPECT_EQ(Folder.Read("c.bin"), sSaved) << "a run without a scan";
+    EXPECT_EQ(KeysOfOneRun(sCache), "a c.bin");
+    Module.SetCacheFile(nullptr);
+}
+
 TEST_F(FileCacheTest, ASaveThatFailsLeavesTheOldCache)
 {
     Make({ { "media/c.bin", "old" }, { "media/folder.bin/", "" } });
@@ -344,12 +378,15 @@ TEST_F(FileCacheTest, ASaveThatFailsLeavesTheOldCache)
     }
     Save("media/folder.bin");
     Save("media/" + std::string(256, 'x'));
+    ExpectComplaints(1);
+    Save("media/c.bin/x.dat");
+    EXPECT_EQ(Dialogs.CountHolding("CreateFile(): opening of file '" + Folder.Join("media/c.bin/x.dat")), 1);
     SetPQXMediaPath("\\");   // none
     Save("media/c.bin");
     FilesystemCacheInit(Folder.Join("media/c.bin").c_str());
     EXPECT_FALSE(FilesystemCacheLoad());
-    EXPECT_EQ(Log.CountHolding("can't write the cache"), 4);
-    EXPECT_EQ(Dialogs.GetCount(), 0);
+    EXPECT_EQ(Log.CountHolding("can't write the cache"), 5);
+    EXPECT_EQ(Dialogs.GetCount(), 1);
     EXPECT_EQ(Folder.Read("media/c.bin"), "old");
     EXPECT_EQ(std::distance(fs::recursive_directory_iterator(Folder.Join("media")), {}), 2) << "nothing is left";
 }

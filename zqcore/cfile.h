@@ -19,8 +19,8 @@
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line; its iLength is the low 32 bits of its
 // size. Unknown names are not logged. FileGetWhyNot and File_c::GetWhyNot return the reason of a failure. After
 // SetTextErrorLog(true) (ctexterror.h) each failed open or Load, except File_c::OpenStored, is also logged as "%s: %s"
-// with the reason after the caller's name, or after the full path if the caller passed an object. These are an Achtung
-// (cdebug.h) too:
+// with the reason after the caller's name, or after the full path if the caller passed an object. FileAddOneFile logs
+// the bare name. These are an Achtung (cdebug.h) too:
 // - a known file that the system does not open, except packs and names in ".bin" (FileOpenTracker, cfilelog.h).
 // - a duplicate (bDuplicate) that FileOpen opens or FileOpenStored finds.
 //

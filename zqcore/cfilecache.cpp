@@ -89,11 +89,25 @@ namespace
         {
             FoldedPath_c const sFile(szFile);
             sBare = sFile.GetBare();
-            sFolder = Folder_t(sFile).SubStr(0, sFile.GetLength() - sBare.Length());
+            sFolder = sFile.GetLength() == sBare.Length()
+                          ? ".\\"
+                          : Folder_t(sFile).SubStr(0, sFile.GetLength() - sBare.Length());
+        }
+
+        // Lets IsIn find the folder under another text than sFolder. It then asks the system of each folder.
+        void Identify() { bIdentified = plat::FolderGetIdentity(sFolder, Identity); }
+
+        // Returns whether a folder of the media is the cache's own.
+        bool IsIn(Folder_t const & sOther) const
+        {
+            plat::FolderIdentity_t Other;
+            return sOther == sFolder || (bIdentified && plat::FolderGetIdentity(sOther, Other) && Other == Identity);
         }
 
         Folder_t sFolder;   // folder in the form of g_sPaths
         Folder_t sBare;
+        plat::FolderIdentity_t Identity{};
+        bool bIdentified = false;   // whether Identity is known
     };
 
     // Returns the stamp of the names in the cache's folder, without the cache and the files that saves leave beside it.
@@ -128,7 +142,7 @@ namespace
     bool HasStamp(Folder_t const & sFolder, CacheStamp_s const & Stamp, CachePlace_s const & Cache)
     {
         CacheStamp_s const Now = StampOf(sFolder);
-        bool const bSame = Stamp != UNKNOWN && Stamp == (sFolder == Cache.sFolder ? StampOfNames(Cache) : Now);
+        bool const bSame = Stamp != UNKNOWN && Stamp == (Cache.IsIn(sFolder) ? StampOfNames(Cache) : Now);
         if (bSame)
         {
             NotedOf(sFolder) = Now;
@@ -212,13 +226,33 @@ namespace
             });
     }
 
+    // Returns the location of a cache. Its folder has the text that it has in g_sPaths, if it is there.
+    CachePlace_s PlaceInTable(char const * szFile, MediaRoot_c const & Root)
+    {
+        CachePlace_s Cache(szFile);
+        if (!g_bCheck || g_sPaths.FindByName(Cache.sFolder))
+        {
+            return Cache;
+        }
+        Cache.Identify();
+        Folder_t const * pSame = nullptr;
+        VisitAll(g_sPaths, [&](Folder_t const * pFolder)
+            { pSame = !pSame && Root.TextBelowRoot(*pFolder) && Cache.IsIn(*pFolder) ? pFolder : pSame; });
+        Cache.sFolder = pSame ? *pSame : Cache.sFolder;
+        return Cache;
+    }
+
     // Writes a whole cache, which replaces an earlier one. Returns false on failure. The earlier one then stays, unless
     // only the last synchronization of Commit failed.
     bool WriteCache(char const * szFile, MediaRoot_c const & Root)
     {
-        CachePlace_s const Cache(szFile);
+        CachePlace_s const Cache = PlaceInTable(szFile, Root);
         CacheStamp_s const Own = g_bCheck ? OwnStamp(Cache) : UNKNOWN;   // before the save changes the folder
         FileReplacement_c Replacement(szFile);
+        if (*Replacement.GetWhyNot())
+        {
+            FileOpenTracker(nullptr, szFile);
+        }
         BufferedWriteable_c Archive(Replacement, FILESYSTEMCACHE_VERSION);
         Archive.Open();
         SaveFolders(Archive, Root);
@@ -459,8 +493,9 @@ namespace
     class CacheReader_c
     {
     public:
-        CacheReader_c()
-            : m_Place(g_sFilesystemCacheName)
+        explicit CacheReader_c(MediaRoot_c const & Root)
+            : m_Root(Root)
+            , m_Place(g_sFilesystemCacheName)
             , m_pFile(FileStream(g_sFilesystemCacheName))
             , m_bOwn(!m_pFile)
         {
@@ -484,12 +519,13 @@ namespace
 
         // Returns why the cache can't be used, as the text of a log line. Returns an empty text if its folders have
         // their stamps.
-        Folder_t GetWhyNot(MediaRoot_c const & Root) const;
+        Folder_t GetWhyNot();
 
     private:
         // Reads all records, and adds the texts of the folders to dRelatives. Returns whether stamps follow.
         static bool ReadRecords(Readable_c & Archive, Array_T<Folder_t, 64, 0> & dRelatives);
 
+        MediaRoot_c const & m_Root;
         CachePlace_s m_Place;
         File_c * m_pFile;
         bool m_bOwn;
@@ -514,7 +550,7 @@ namespace
         return !Archive.IsFailed() && dwFollow == CACHE_STAMPS_FOLLOW;
     }
 
-    Folder_t CacheReader_c::GetWhyNot(MediaRoot_c const & Root) const
+    Folder_t CacheReader_c::GetWhyNot()
     {
         if (IsEmptyFile(g_sFilesystemCacheName) || !FileOpen(m_pFile))
         {
@@ -531,12 +567,17 @@ namespace
         {
             return "it lacks the media root";
         }
+        char const * const szOwn = m_Root.TextBelowRoot(m_Place.sFolder);
+        if (!szOwn || !dRelatives.Find(szOwn))
+        {
+            m_Place.Identify();
+        }
         for (Folder_t const & sRelative : dRelatives)
         {
             Folder_t sFolder;
             CacheStamp_s Stamp;
             Stamp.Serialize(Archive);
-            if (Archive.IsFailed() || !Root.MakeAbsolute(sRelative, sFolder) || !HasStamp(sFolder, Stamp, m_Place))
+            if (Archive.IsFailed() || !m_Root.MakeAbsolute(sRelative, sFolder) || !HasStamp(sFolder, Stamp, m_Place))
             {
                 return NewString("\"%s\" has changed", static_cast<char const *>(sRelative));
             }
@@ -582,7 +623,7 @@ bool FilesystemCacheIsCurrent()
     MediaRoot_c const Root;
     Folder_t const sWhyNot = Root.IsUnknown()                   ? "there is no media root"
                              : g_sFilesystemCacheName.IsEmpty() ? "there is none"
-                                                                : CacheReader_c().GetWhyNot(Root);
+                                                                : CacheReader_c(Root).GetWhyNot();
     if (!sWhyNot.IsEmpty())
     {
         LogEscaped("filesystem: the cache is not current, %s", static_cast<char const *>(sWhyNot));
@@ -629,6 +670,14 @@ void FilesystemCacheSave(char const * sFile)
 {
     ZQ_ASSERT(sFile);
     FileCacheTrySave(sFile);
+}
+
+bool FileCacheHasFolders()
+{
+    MediaRoot_c const Root;
+    bool bFound = false;
+    VisitAll(g_sPaths, [&](Folder_t const * pFolder) { bFound |= Root.TextBelowRoot(*pFolder) != nullptr; });
+    return bFound;
 }
 
 bool FileCacheTrySave(char const * szFile)

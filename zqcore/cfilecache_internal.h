@@ -57,6 +57,9 @@ inline constexpr std::uint64_t CACHE_STAMP_OF_NAMES = ~std::uint64_t{ 0 };
 /// Word after the last record, if a stamp for each folder follows: the bytes "ZQFS" (docs/formats.md).
 inline constexpr std::uint32_t CACHE_STAMPS_FOLLOW = 0x5346515A;
 
+/// Returns whether g_sPaths has a folder of the media root.
+bool FileCacheHasFolders();
+
 /// Does what FilesystemCacheSave does, without its assertion. Returns whether the cache was written.
 bool FileCacheTrySave(char const * szFile);
 

@@ -329,7 +329,9 @@ void ModuleFile_c::Shutdown()
 {
     MemCategoryScope_c const Category(mem::file);
     FileAsyncStop();
-    if (!m_sCacheFile.IsEmpty() || FileExists(CACHE_NAME))
+    // After a failed start, the tables say nothing about the media, and the host's cache stays.
+    bool const bSave = m_sCacheFile.IsEmpty() ? FileExists(CACHE_NAME) : IsInitialized() && FileCacheHasFolders();
+    if (bSave)
     {
         SaveCache(m_sCacheFile);
     }

@@ -60,8 +60,9 @@ extern ZQ_API bool g_bAddon;
 /// mapscache of the media root, which change while a game runs. Without a cache it scans the media root, unless
 /// ReadMedia(false) was called.
 ///
-/// Shutdown stops the worker and writes the cache: the one of SetCacheFile, or else filesystemcache.bin in the media
-/// root if a file of that name is known. Then it empties the tables, the exclude lists, the types of stayers and
+/// Shutdown stops the worker and writes the cache. This is the one of SetCacheFile, which stays as it is if Initialize
+/// did not run or no folder of the media root is known. Without SetCacheFile it is filesystemcache.bin in the media
+/// root, if a file of that name is known. Then Shutdown empties the tables, the exclude lists, the types of stayers and
 /// g_FileOpenCallbacker, and ends the watch of cfiletrack.h. The settings above stay. The cache leaves out:
 /// - the folders profiles, mapscache, $$$pqxautosave and $$$pqxbackup of the media root.
 /// - folders that were registered by a path that begins with `.\`, unless the media root is "." or such a path.
