@@ -13,8 +13,8 @@
 // All this is the debug heap. A library that is built with ZQCORE_HEAP=ship, and the target zqcore::ship, have the heap
 // of a shipped game instead. It keeps categories, counters and reports, adds 16 bytes to a block and takes no lock:
 // - Each thread counts for itself, and a reader adds up. While other threads allocate, figures are of slightly
-//   different moments. Peaks of categories are those that readers saw. The peak of all bytes may lack up to 128 blocks,
-//   or 512 KiB, of each thread and category.
+//   different moments. Peaks of categories are those that readers saw. The peak of all bytes may be up to 512 KiB too
+//   low or too high for each thread and category.
 // - Byte figures are those of the callers. The heap does not fill memory, find damage or report lost blocks. The
 //   snapshot has a line for each category.
 //

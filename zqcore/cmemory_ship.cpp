@@ -73,9 +73,9 @@ namespace
         Figure.store(Figure.load(std::memory_order_relaxed) + iChange, std::memory_order_relaxed);
     }
 
-    // A thread publishes its bytes if they have changed by LARGE or more since it last did. The check runs:
-    // - after every PUBLISH_INTERVAL allocations of a category;
-    // - after each allocation above LARGE;
+    // A thread publishes the bytes of a block above LARGE at once. It publishes other bytes if they have changed by LARGE
+    // or more since it last did. The check runs:
+    // - after every PUBLISH_INTERVAL allocations of a category, and after as many releases;
     // - at its end.
     constexpr std::ptrdiff_t PUBLISH_INTERVAL = 128;
     constexpr std::ptrdiff_t LARGE = 4096;   // bytes
@@ -118,8 +118,22 @@ namespace
         return iBytes;
     }
 
-    // Adds the change of a thread's bytes since its last publication to the bytes of all threads, and raises the peak
-    // to the sum. A change below LARGE waits.
+    // Adds a change to the published bytes of all threads, and raises the peak to the sum.
+    void AddPublished(std::ptrdiff_t iChange)
+    {
+        RaisePeak(g_iPublished.fetch_add(iChange, std::memory_order_relaxed) + iChange);
+    }
+
+    ZQ_COLD void PublishBlock(MemoryFigures_s & Figures, int iCategory, std::ptrdiff_t iChange)
+    {
+        if (iCategory != mem::CRT)
+        {
+            Figures.iPublished += iChange;
+            AddPublished(iChange);
+        }
+    }
+
+    // Publishes the change of a thread's bytes since it last did. A change below LARGE waits.
     ZQ_COLD void Publish(MemoryFigures_s & Figures)
     {
         std::ptrdiff_t const iChange = BytesOf(Figures) - Figures.iPublished;
@@ -128,7 +142,7 @@ namespace
             return;
         }
         Figures.iPublished += iChange;
-        RaisePeak(g_iPublished.fetch_add(iChange, std::memory_order_relaxed) + iChange);
+        AddPublished(iChange);
     }
 
     // Releases the figures of the threads that a forked child lacks, for its new ones.
@@ -193,30 +207,49 @@ namespace
         CategoryFigures_s & Category = g_Shared.dCategories[iCategory];
         (Category.*pEvents).fetch_add(1, std::memory_order_relaxed);
         Category.iBytes.fetch_add(iBytes, std::memory_order_relaxed);
+        if (iCategory != mem::CRT)
+        {
+            AddPublished(iBytes);
+        }
     }
 
-    ZQ_INLINE void CountIn(MemoryFigures_s & Figures, int iCategory, std::size_t nBytes)
+    // Counts an event of a block of nBytes, and the change of the live bytes.
+    ZQ_INLINE void Count(MemoryFigures_s & Figures, int iCategory, Figure_t CategoryFigures_s::*pEvents,
+        std::size_t nBytes, std::ptrdiff_t iChange)
     {
         CategoryFigures_s & Category = Figures.dCategories[iCategory];
-        std::ptrdiff_t const nAllocs = Category.nAllocs.load(std::memory_order_relaxed) + 1;
-        Category.nAllocs.store(nAllocs, std::memory_order_relaxed);
-        Add(Category.iBytes, static_cast<std::ptrdiff_t>(nBytes));
-        if (nAllocs % PUBLISH_INTERVAL == 0)
+        std::ptrdiff_t const nEvents = (Category.*pEvents).load(std::memory_order_relaxed) + 1;
+        (Category.*pEvents).store(nEvents, std::memory_order_relaxed);
+        Add(Category.iBytes, iChange);
+        if (nBytes > std::size_t{ LARGE }) [[unlikely]]
+        {
+            PublishBlock(Figures, iCategory, iChange);
+        }
+        if (nEvents % PUBLISH_INTERVAL == 0)
         {
             Publish(Figures);
         }
     }
 
-    ZQ_COLD void CountOutSlowly(int iCategory, std::ptrdiff_t iBytes)
+    ZQ_INLINE void CountIn(MemoryFigures_s & Figures, int iCategory, std::size_t nBytes)
+    {
+        Count(Figures, iCategory, &CategoryFigures_s::nAllocs, nBytes, static_cast<std::ptrdiff_t>(nBytes));
+    }
+
+    ZQ_INLINE void CountOut(MemoryFigures_s & Figures, int iCategory, std::size_t nBytes)
+    {
+        Count(Figures, iCategory, &CategoryFigures_s::nFrees, nBytes, -static_cast<std::ptrdiff_t>(nBytes));
+    }
+
+    ZQ_COLD void CountOutSlowly(int iCategory, std::size_t nBytes)
     {
         if (MemoryFigures_s * const pFigures = t_MemoryStack.pFigures ? t_MemoryStack.pFigures : ClaimFigures())
         {
-            Add(pFigures->dCategories[iCategory].nFrees, 1);
-            Add(pFigures->dCategories[iCategory].iBytes, -iBytes);
+            CountOut(*pFigures, iCategory, nBytes);
         }
         else
         {
-            CountShared(iCategory, &CategoryFigures_s::nFrees, -iBytes);
+            CountShared(iCategory, &CategoryFigures_s::nFrees, -static_cast<std::ptrdiff_t>(nBytes));
         }
     }
 
@@ -293,10 +326,6 @@ namespace
             return;
         }
         CountIn(*pFigures, iCategory, nBytes);
-        if (nBytes > std::size_t{ LARGE })
-        {
-            Publish(*pFigures);
-        }
     }
 
     void RecordCall(void * pUser, std::size_t nBytes, int iCategory, char const * szFile, int iLine)
@@ -349,7 +378,7 @@ namespace
         auto * const pHeader = static_cast<Header_s *>(std::malloc(nBytes + UNIT));
         if (!pHeader) [[unlikely]]
         {
-            CountOutSlowly(iCategory, static_cast<std::ptrdiff_t>(nBytes));
+            CountOutSlowly(iCategory, nBytes);
             return ReportNoMemory(nBytes);
         }
         *pHeader = { nBytes, static_cast<std::uint16_t>(iCategory), HEADER_MARK, UNIT };
@@ -369,18 +398,16 @@ namespace
         }
         // Reads field by field: a wide read would wait until the narrow writes of a new block have reached the cache.
         Header_s const volatile & Header = *HeaderOf(pUser);
-        auto const iBytes = static_cast<std::ptrdiff_t>(Header.nBytes);
+        std::size_t const nBytes = Header.nBytes;
         int const iCategory = Header.iCategory;
         std::uint32_t const nBefore = Header.nBefore;
         if (MemoryFigures_s * const pFigures = t_MemoryStack.pFigures) [[likely]]
         {
-            CategoryFigures_s & Category = pFigures->dCategories[iCategory];
-            Add(Category.nFrees, 1);
-            Add(Category.iBytes, -iBytes);
+            CountOut(*pFigures, iCategory, nBytes);
         }
         else
         {
-            CountOutSlowly(iCategory, iBytes);
+            CountOutSlowly(iCategory, nBytes);
         }
         if (nBefore == UNIT) [[likely]]   // predicted, so the call does not wait for the header
         {

@@ -6,6 +6,7 @@
 
 #include "tests/test_support.h"
 
+#include <barrier>
 #include <cstdint>
 #include <cstring>
 #include <latch>
@@ -36,6 +37,7 @@ namespace
         return { MemoryTotalAllocations(), MemoryTotalBytesAllocated() };
     }
 
+    constexpr std::ptrdiff_t MIB = 1 << 20;
     void * g_pLast = nullptr;
 
     class CountedShip : public ::testing::Test
@@ -134,6 +136,33 @@ TEST_F(CountedShip, AddsUpTheFiguresOfAllThreads)
     EXPECT_TRUE(MemoryCheckConsistency());
 }
 
+TEST_F(CountedShip, ThePeakLacksWhatOtherThreadsHaveFreed)
+{
+    for (auto const & [nBlocks, nBytes] : Rows_t<std::size_t, std::size_t>{ { 1, MIB }, { 1000, 1000 } })
+    {
+        std::vector<char *> dBlocks(nBlocks);
+        std::barrier Turn(2);
+        InThreads(2,
+            [&dBlocks, &Turn, nBytes](int iThread)
+            {
+                for (int iRound = 0; iRound < 200; ++iRound)
+                {
+                    if (iThread == 0)
+                    {
+                        std::generate(dBlocks.begin(), dBlocks.end(), [nBytes] { return ZQ_NEW char[nBytes]; });
+                    }
+                    Turn.arrive_and_wait();
+                    if (iThread == 1)
+                    {
+                        std::for_each(dBlocks.begin(), dBlocks.end(), [](char const * p) { delete[] p; });
+                    }
+                    Turn.arrive_and_wait();
+                }
+            });
+        EXPECT_LT(MemoryMaxTotalBytesAllocated(), std::get<1>(m_TotalsBefore) + 64 * MIB) << nBytes;
+    }
+}
+
 TEST_F(CountedShip, CountsWhatAThreadDoesAfterItsOwnEnd)
 {
     // The destructors of keys run in the order of the keys, and the library has made its own.
@@ -149,6 +178,12 @@ TEST_F(CountedShip, CountsWhatAThreadDoesAfterItsOwnEnd)
     EXPECT_EQ(Totals(), Figures_t(std::get<0>(m_TotalsBefore) + 1, std::get<1>(m_TotalsBefore) + 10));
     ::operator delete(g_pLast);
     EXPECT_EQ(Totals(), m_TotalsBefore);
+    for (int i = 0; i < 100; ++i)
+    {
+        InThreads(1, [](int) { pthread_setspecific(s_Key, ::operator new(MIB)); });
+        ::operator delete(g_pLast);
+    }
+    EXPECT_LT(MemoryMaxTotalBytesAllocated(), std::get<1>(m_TotalsBefore) + 64 * MIB);
     pthread_key_delete(s_Key);
 }
 
