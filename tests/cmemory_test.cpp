@@ -226,6 +226,30 @@ TEST(Memory, TrackingStartsOnceAndEndsOnce)
     EXPECT_EXIT(EndTwice(), testing::ExitedWithCode(1), "g_MemoryInit == true && \"ModuleInit expected\"");
 }
 
+TEST(Memory, TrackingThatStartsAgainCountsTheBlocksThatItFinds)
+{
+    auto const fnRestart = []
+    {
+        void * const pFreed = New(1000, Word(mem::Generator, 4));
+        Figures_s const Before;
+        MemoryDone();
+        CoreMemory::operator_delete(pFreed);
+        void * const p = New(100, Word(mem::Decals, 4));
+        void * const pRuntime = aligned_malloc_dbg(10, 16, Word(mem::Decals, 2), "f.cpp", 1);
+        MemoryInit();
+        Figures_s const After;
+        CoreMemory::operator_delete(p);
+        aligned_free_dbg(pRuntime);
+        auto const nBlocks = After.d[mem::Generator].iCount - Before.d[mem::Generator].iCount;
+        bool const bFrame = After.d[mem::Decals].iFrameAllocs == Before.d[mem::Decals].iFrameAllocs;
+        return nBlocks == -1 && After.d[mem::Decals].iCount == Before.d[mem::Decals].iCount + 1 && bFrame
+                       && After.iAllocs == Before.iAllocs && MemoryCheckConsistency()
+                   ? 0
+                   : 1;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(fnRestart)), 0);
+}
+
 TEST(Memory, AlignedBlocksHoldTheirPromisesOverRandomRequests)
 {
     HeapReports_c Reports;

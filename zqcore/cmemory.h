@@ -3,7 +3,8 @@
 // Every block of the process belongs to a category. Counters hold the blocks and bytes of each category and their
 // peaks. Each thread has a stack of categories. A MemCategoryScope_c selects one for a scope. A block of ZQ_NEW, or of
 // a plain `new` anywhere in the process, counts under the selected category until it is freed, whichever thread frees
-// it. Byte figures are those of the heap's blocks: they include alignment header and slack.
+// it. Blocks of libraries that are initialised before this one count too, under UNDEFINED. Byte figures are those of the
+// heap's blocks: they include alignment header and slack.
 //
 // The library must be linked to the executable itself, before the C++ runtime. If another library or a plugin loads it
 // instead, or a checker replaces `delete`, the process may bind `delete` to another function. Then `new`, ZQ_NEW
@@ -220,7 +221,8 @@ ZQ_API std::ptrdiff_t MemoryTotalBytesAllocated();
 ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();
 
 /// Start and end the tracking, as only the library's first global object does. MemoryInit asserts that it is off,
-/// MemoryDone that it is on. If other threads still run at the end of the process, the tracking continues.
+/// MemoryDone that it is on. MemoryInit counts the blocks that live already, but not as allocations of a frame. If
+/// other threads still run at the end of the process, the tracking continues.
 ZQ_API void MemoryInit();
 ZQ_API void MemoryDone();
 

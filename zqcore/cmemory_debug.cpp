@@ -22,7 +22,8 @@ namespace
         Number.store(Number.load(std::memory_order_relaxed) + iChange, std::memory_order_relaxed);
     }
 
-    void CountIn(mem::Categories_e eCategory, std::size_t nBytes)
+    // Counts a live block, without the frame's allocations.
+    ZQ_INLINE void CountLive(mem::Categories_e eCategory, std::size_t nBytes)
     {
         MemoryCounters_s & Counters = g_MemoryCounters;
         auto const iBytes = static_cast<std::ptrdiff_t>(nBytes);
@@ -35,8 +36,13 @@ namespace
         Counters.nMaxTotalBytes.store(std::max(Counters.nMaxTotalBytes.load(std::memory_order_relaxed),
                                           Counters.nTotalBytes.load(std::memory_order_relaxed)),
             std::memory_order_relaxed);
-        Counters.nFrameAllocs += 1;
-        Counters.dFrameAllocs[eCategory] += 1;
+    }
+
+    void CountIn(mem::Categories_e eCategory, std::size_t nBytes)
+    {
+        CountLive(eCategory, nBytes);
+        g_MemoryCounters.nFrameAllocs += 1;
+        g_MemoryCounters.dFrameAllocs[eCategory] += 1;
     }
 
     void CountOut(mem::Categories_e eCategory, std::size_t nBytes)
@@ -78,6 +84,27 @@ namespace
             FiringNoWait_c const NoWait;   // a receiver of another thread may wait for the heap's lock
             ZQ_ASSERT_TEXT(MemoryCheckConsistency(), "MemoryCheckConsistency()");
         }
+    }
+
+    // Counts all live blocks anew: those of other libraries' first constructors are older than the tracking. Requires
+    // g_CategoryLock.
+    void CountLiveBlocks()
+    {
+        MemoryCounters_s & Counters = g_MemoryCounters;
+        std::fill_n(Counters.dCount, std::size(Counters.dCount), 0);
+        std::fill_n(Counters.dBytes, std::size(Counters.dBytes), 0);
+        Counters.nTotalCount = 0;
+        Counters.nTotalBytes = 0;
+        plat::HeapWalk(
+            [](plat::HeapBlock_t const & Block, void *)
+            {
+                mem::Categories_e const eCategory = MemoryCountedCategory(Block.dwWord);
+                if (eCategory != mem::CRT)
+                {
+                    CountLive(eCategory, Block.nBytes);
+                }
+            },
+            nullptr);
     }
 
     // Returns whether the module of an object's class is still loaded: the table of its virtual functions and the first
@@ -167,6 +194,8 @@ void MemoryHeapStop()
 {
     plat::HeapSetHook(nullptr);
     plat::HeapSetFailureHandler(nullptr);
+    plat::LockScope_c const Scope(g_CategoryLock);   // a block is either in the list now, or the hook counts it
+    CountLiveBlocks();
 }
 
 void MemoryHeapThreadEnd() {}

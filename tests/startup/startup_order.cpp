@@ -24,6 +24,8 @@
 #include <thread>
 #include <utility>
 
+extern "C" int * EarlyBlock();
+
 namespace
 {
     int g_nLines = 0;
@@ -52,12 +54,27 @@ namespace
     };
     Probe_c g_Probe;
 
-    bool HasGameBlocks(std::ptrdiff_t nExpected)
+    mem::CategoryInfo InfoOf(mem::Categories_e eCategory)
     {
         mem::CategoryInfo dInfo[mem::TOTAL];
         std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
         MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
-        return dInfo[mem::Game].iCount == nExpected;
+        return dInfo[eCategory];
+    }
+
+    bool HasGameBlocks(std::ptrdiff_t nExpected)
+    {
+        return InfoOf(mem::Game).iCount == nExpected;
+    }
+
+    void FreeEarlyBlock()
+    {
+        mem::CategoryInfo const Before = InfoOf(mem::UNDEFINED);
+        Check(Before.iBytes >= 100000 && Before.iMaxBytes >= Before.iBytes, "a block before the tracking counts");
+        delete[] EarlyBlock();
+        mem::CategoryInfo const After = InfoOf(mem::UNDEFINED);
+        Check(After.iCount == Before.iCount - 1 && After.iCount >= 0 && After.iBytes >= 0 && MemoryCheckConsistency(),
+            "it is gone, and no figure is negative");
     }
 
     struct Early_s
@@ -152,6 +169,7 @@ namespace
 int main(int nArguments, char ** dArguments)
 {
     Check(Module_c::InitializeAllModules(), "the modules come up");
+    FreeEarlyBlock();
     Check(g_Probe.GetInitOrder() == 2, "the prerequisites came first");
     g_CommandCallbacker.Fire(1, false);
     Check(g_nLines == 1 && g_nCommands == 1, "listener and callback were called");
