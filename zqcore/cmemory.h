@@ -96,7 +96,7 @@ namespace mem
     class Object_i
     {
     public:
-        /// Writes a description of up to 255 characters and a terminator.
+        /// Writes a description of up to 255 characters. The buffer has 256 bytes, which are all 0 before.
         virtual void Describe(char * szBuffer, std::size_t nSize) const = 0;
 
     protected:

@@ -131,13 +131,13 @@ namespace
         if (auto const * const pObject =
                 static_cast<mem::Object_i const *>(get_aligned_from_block(Block.pUser, MEMORY_ALIGNMENT, 0)))
         {
-            char szDescription[256] = "object of an unloaded module";
-            if (IsClassLoaded(pObject))
+            char szDescription[256] = {};
+            bool const bLoaded = IsClassLoaded(pObject);
+            if (bLoaded)
             {
-                szDescription[0] = '\0';
                 pObject->Describe(szDescription, sizeof szDescription);
             }
-            plat::HeapReport("Memory object dump:\n%s\n", szDescription);
+            plat::HeapReport("Memory object dump:\n%s\n", bLoaded ? szDescription : "object of an unloaded module");
         }
     }
 
