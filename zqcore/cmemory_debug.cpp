@@ -118,6 +118,14 @@ namespace
                && plat::MemoryIsReadable(pOperation, 1);
     }
 
+    // Returns the object at the start of an aligned block. Reports any other block and returns null.
+    mem::Object_i const * ObjectOf(plat::HeapBlock_t const & Block)
+    {
+        bool const bAligned = get_block_from_aligned(Block.pOwn) == Block.pUser;   // to any alignment
+        return static_cast<mem::Object_i const *>(
+            bAligned ? Block.pOwn : get_aligned_from_block(Block.pUser, MEMORY_ALIGNMENT, 0));
+    }
+
     // Adds the description of a block that describes itself to the leak report.
     void CoreDumpHook(plat::HeapBlock_t const & Block)
     {
@@ -128,8 +136,7 @@ namespace
         std::uint32_t const blocktype = Block.dwWord & MEMORY_KIND_MASK;
         ZQ_ASSERT_TEXT(blocktype == MEMORY_CLIENT_BLOCK, "blocktype == _CLIENT_BLOCK");
         ZQ_ASSERT_TEXT(sizeof(mem::Object_i) <= Block.nBytes, "sizeof ( mem::Object_i ) <= nBytes");
-        if (auto const * const pObject =
-                static_cast<mem::Object_i const *>(get_aligned_from_block(Block.pUser, MEMORY_ALIGNMENT, 0)))
+        if (mem::Object_i const * const pObject = ObjectOf(Block))
         {
             char szDescription[256] = {};
             bool const bLoaded = IsClassLoaded(pObject);
@@ -187,6 +194,8 @@ void MemoryHeapStart()
     plat::HeapSetLeakCheck(true);
     plat::HeapSetFailureHandler(MemoryOnExhausted);
     plat::HeapSetDump(CoreDumpHook);
+    plat::LockScope_c const Scope(g_CategoryLock);   // a block is either in the list now, or the hook counts it
+    CountLiveBlocks();
     plat::HeapSetHook(CoreAllocHook);
 }
 
@@ -194,8 +203,6 @@ void MemoryHeapStop()
 {
     plat::HeapSetHook(nullptr);
     plat::HeapSetFailureHandler(nullptr);
-    plat::LockScope_c const Scope(g_CategoryLock);   // a block is either in the list now, or the hook counts it
-    CountLiveBlocks();
 }
 
 void MemoryHeapThreadEnd() {}

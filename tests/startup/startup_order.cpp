@@ -1,6 +1,6 @@
 // startup_order.cpp: works with the shared library before main, in global constructors of its own, and after main, in
 // their destructors. Prints what failed, then "done". The arguments name what it does besides:
-//     leak     loses two blocks
+//     leak     loses three blocks
 //     unload   loses two blocks of a plugin, whose file is the next argument, and lists the live ones
 //     streams  has the C++ runtime keep blocks for good
 //     threads  ends while another thread allocates
@@ -123,6 +123,7 @@ namespace
         auto const iWord =
             static_cast<int>(MEMORY_OBJECT_FLAG | mem::AI << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK);
         new (iWord, "described.cpp", 12) Described_c();
+        new (std::align_val_t{ 256 }, iWord, "described.cpp", 13) Described_c();
         CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, "lost.cpp", 34);
     }
 
@@ -168,8 +169,8 @@ namespace
 
 int main(int nArguments, char ** dArguments)
 {
-    Check(Module_c::InitializeAllModules(), "the modules come up");
     FreeEarlyBlock();
+    Check(Module_c::InitializeAllModules(), "the modules come up");
     Check(g_Probe.GetInitOrder() == 2, "the prerequisites came first");
     g_CommandCallbacker.Fire(1, false);
     Check(g_nLines == 1 && g_nCommands == 1, "listener and callback were called");
