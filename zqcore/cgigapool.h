@@ -10,7 +10,7 @@
 // Threads: no lock; one thread at a time.
 // Cost: Alloc and Free take constant time, a few nanoseconds, unless they allocate or free a chunk. A pool adds 12
 // bytes for every 32 elements. A chunk adds up to 64 KiB of address space, which is counted but not touched. It also
-// adds 256 to 512 bytes for every 64 KiB, or up to 2 KiB if addresses collide.
+// adds 256 to 512 bytes for every 64 KiB, or up to 2 KiB if addresses collide; with 32 bits half of that.
 // Failure: Alloc returns null if a fixed pool is full, or if its storage or a chunk would exceed half of the address
 // space. A lack of memory ends in Abort (cmemory.h). Free returns false for a foreign pointer. Misuse fails an
 // assertion and changes nothing, unless a declaration says otherwise.
