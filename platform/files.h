@@ -62,12 +62,12 @@ namespace plat
         FileFacts_t Facts;        // all facts of a regular file or of a link's target, otherwise only the kind
     };
 
-    /// Identity of a folder: equal for all paths that lead to it.
-    struct FolderIdentity_t
+    /// Identity of a file or folder: equal for all paths that lead to it.
+    struct FileIdentity_t
     {
         std::uint64_t iVolume = 0;
-        std::uint64_t iFolder = 0;
-        bool operator==(FolderIdentity_t const &) const = default;
+        std::uint64_t iFile = 0;
+        bool operator==(FileIdentity_t const &) const = default;
     };
 
     /// Opens an existing regular file for reading and returns it. Fills pFacts, unless it is null, without the system
@@ -146,6 +146,9 @@ namespace plat
     /// and another one now has its address.
     bool StreamIsUnbuffered(std::FILE * pStream);
 
+    /// Returns the identity of the file that a stream writes to. Returns all zero if it has no file.
+    FileIdentity_t StreamGetIdentity(std::FILE * pStream);
+
     /// Writes to the stream's file without its buffer. Requires that the buffer is empty or absent. Uses as few
     /// system calls as possible: one, unless a signal interrupts it or the system writes only a part. Returns the
     /// number of bytes written.
@@ -168,7 +171,7 @@ namespace plat
 
     /// Finds a folder's identity. With bAsWritten only the path's own spelling is tried. Returns false if there is no
     /// such folder.
-    bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity, bool bAsWritten = false);
+    bool FolderGetIdentity(char const * szPath, FileIdentity_t & Identity, bool bAsWritten = false);
 
     /// The entries of a folder, read at once. Their order is the same on every machine: by name folded to lower case
     /// (ASCII), then by the raw bytes. Entries that vanish during the read, and links whose target is missing, are left

@@ -354,23 +354,42 @@ TEST_F(Logs, ALimitKeepsSomePreviousFilesAndCutsNoLine)
     }
 }
 
-TEST_F(Logs, AHostsOwnStreamGetsItsLinesInOrder)
+TEST_F(Logs, AHostsOwnStreamGetsItsLinesInOrderAndHasNoLimit)
 {
-    OpenMainLog();
-    std::fclose(g_pMessageLogFile);
-    char * pText = nullptr;
-    std::size_t nText = 0;
-    for (bool const bMemory : { true, false })
+    struct Row_s
     {
-        g_pMessageLogFile = bMemory ? open_memstream(&pText, &nText) : std::fopen(m_Folder.Join("own").c_str(), "w");
+        char const * szStream;   // memory, file, or the log's stream (which keeps its address) with the file
+        int nPrevious;
+    };
+    std::string const sOwn = m_Folder.Join("own");
+    for (auto const & [szStream, nPrevious] : { Row_s{ "memory", 0 }, { "memory", 2 }, { "file", 0 }, { "file", 2 },
+             { "same stream", 0 }, { "same stream", 2 } })
+    {
+        OpenMainLog();
+        LogSetLimit(4, nPrevious);
+        char * pText = nullptr;
+        std::size_t nText = 0;
+        if (*szStream == 's')
+        {
+            g_pMessageLogFile = std::freopen(sOwn.c_str(), "w", g_pMessageLogFile);
+        }
+        else
+        {
+            std::fclose(g_pMessageLogFile);
+            g_pMessageLogFile = *szStream == 'm' ? open_memstream(&pText, &nText) : std::fopen(sOwn.c_str(), "w");
+        }
         std::fputs("one\n", g_pMessageLogFile);
         Log("two");
         std::fputs("three\n", g_pMessageLogFile);
-        std::fclose(std::exchange(g_pMessageLogFile, nullptr));
-        EXPECT_THAT(
-            bMemory ? std::string(pText, nText) : m_Folder.Read("own"), MatchesRegex("one\n[^\n]+two\nthree\n"));
+        Log("four");
+        LogDone();
+        EXPECT_THAT(pText ? std::string(pText, nText) : m_Folder.Read("own"),
+            MatchesRegex("one\n[^\n]+two\nthree\n[^\n]+four\n"))
+            << szStream << ", " << nPrevious;
+        EXPECT_EQ(m_Folder.Read("message.log"), "");
+        std::free(pText);
     }
-    std::free(pText);
+    LogSetLimit(0, 0);
 }
 
 TEST_F(Logs, AChildOfAForkLogsAndDoublesNoLineOfItsParent)

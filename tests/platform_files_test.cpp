@@ -185,7 +185,7 @@ TEST_F(PlatformFiles, ListsAFolderInOneOrder)
     EXPECT_FALSE(plat::FileCopy(sPipe.c_str(), m_Folder.Join("copy").c_str()));
     EXPECT_FALSE(plat::FileCopy(m_Folder.Join("_x").c_str(), sPipe.c_str()));
 
-    plat::FolderIdentity_t First, Second;
+    plat::FileIdentity_t First, Second;
     EXPECT_EACH(plat::FolderGetIdentity(m_Folder.Join("sub").c_str(), First),
         plat::FolderGetIdentity(m_Folder.Join("linked sub").c_str(), Second), First == Second,
         plat::FolderGetIdentity(m_Folder.GetPath().c_str(), Second), !(First == Second));

@@ -18,8 +18,8 @@ namespace
     // Returns whether a folder's path in lower case leads to another one.
     bool IsHidden(char const * szPath, char const * szFolded)
     {
-        plat::FolderIdentity_t Named;
-        plat::FolderIdentity_t Found;
+        plat::FileIdentity_t Named;
+        plat::FileIdentity_t Found;
         return plat::FolderGetIdentity(szPath, Named, true) && plat::FolderGetIdentity(szFolded, Found)
                && Named != Found;
     }

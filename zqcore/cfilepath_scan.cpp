@@ -61,7 +61,7 @@ namespace
         {
             String_T<256> const * pPath;
             bool bIdentified;   // whether the identity was read
-            plat::FolderIdentity_t Identity;
+            plat::FileIdentity_t Identity;
         };
 
         void AddEntry(Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached);
@@ -289,7 +289,7 @@ namespace
 
     bool FolderScan_c::WasEntered(char const * szPath)
     {
-        plat::FolderIdentity_t Identity;
+        plat::FileIdentity_t Identity;
         if (!plat::FolderGetIdentity(szPath, Identity))
         {
             return false;

@@ -225,11 +225,20 @@ void LogStream_c::SetLimit(std::uint64_t nLimit, int nPrevious)
 
 ZQ_COLD void LogStream_c::BeginAnew(std::FILE * pStream, char const * szPath)
 {
-    if (g_LimitLock.TryEnter())   // otherwise another thread starts the new file
+    if (!g_LimitLock.TryEnter())
+    {
+        return;   // another thread starts the new file
+    }
+    if (plat::StreamIsUnbuffered(pStream) && plat::StreamGetIdentity(pStream) == m_OwnFile)
     {
         m_nSize = plat::StreamLimitLog(pStream, szPath, s_nLimit, s_nPrevious);
-        g_LimitLock.Leave();
+        m_OwnFile = plat::StreamGetIdentity(pStream);
     }
+    else
+    {
+        m_nSize = 0;   // a host's stream with the address of the own one, which it closed
+    }
+    g_LimitLock.Leave();
 }
 
 void LogSetLimit(std::uint64_t nBytes, int nPrevious)
@@ -296,6 +305,7 @@ void LogDone()
         std::fclose(g_pMessageLogFile);
         g_pMessageLogFile = nullptr;
     }
+    g_MessageLog.ForgetOwn();
 }
 
 void LogWriteBare(char const * pLine, std::size_t nLine)

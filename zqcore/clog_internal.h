@@ -4,6 +4,7 @@
 #include "zqcore/cwidepath_internal.h"
 
 #include "platform/compiler.h"
+#include "platform/files.h"
 
 #include <atomic>
 #include <cstddef>
@@ -23,16 +24,21 @@ public:
     void SetOwn(std::FILE * pStream)
     {
         m_pOwn = pStream;
+        m_OwnFile = pStream ? plat::StreamGetIdentity(pStream) : plat::FileIdentity_t{};
         m_nLost = 0;
         m_nSize = UNKNOWN_SIZE;
     }
+
+    /// Forgets the own stream, which is closed: another one may get its address.
+    void ForgetOwn() { m_pOwn = nullptr; }
 
     /// Writes a text, as a rule a line with its end. Counts a lost line and returns false if a part of it is lost.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
     /// Starts a new file if this one has outgrown the limit of LogSetLimit. Does nothing for streams other than the own
-    /// one. The logs call it after each line of nLine bytes, but LogWriteBare does not. fnPath(szPath) writes the path
-    /// that the own stream was opened with.
+    /// one, even for a stream that got the address of the own one after a host had closed that. The logs call it after
+    /// each line of nLine bytes, but LogWriteBare does not. fnPath(szPath) writes the path that the own stream was
+    /// opened with.
     template <typename PATH>
     void Limit(std::FILE * pStream, std::size_t nLine, PATH const & fnPath)
     {
@@ -80,6 +86,7 @@ private:
     static std::atomic<int> s_nPrevious;
 
     std::FILE * m_pOwn = nullptr;
+    plat::FileIdentity_t m_OwnFile;                      // file of the own stream; changed under the lock of BeginAnew
     std::atomic<std::uint64_t> m_nSize = UNKNOWN_SIZE;   // of the file; counted while there is a limit
     std::atomic<std::uint32_t> m_nLost = 0;              // number of lost lines, and the flag TORN
 };

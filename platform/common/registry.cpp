@@ -368,7 +368,7 @@ namespace plat
         struct Level_s
         {
             std::string sFile;
-            FolderIdentity_t Identity;
+            FileIdentity_t Identity;
             std::vector<std::string> dLeft;
         };
 

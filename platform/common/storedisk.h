@@ -90,7 +90,7 @@ namespace plat
     };
 
     /// Returns which folder or file a handle is. Returns all zero if the handle is not open.
-    FolderIdentity_t StoreIdentity(StoreHandle_t hStore);
+    FileIdentity_t StoreIdentity(StoreHandle_t hStore);
 
     /// A handle that is held for long. A host may close all of the process's handles, as a daemon does when it starts.
     /// The number may then belong to another file, which is neither used nor closed. Nothing is closed at the end of
@@ -110,12 +110,12 @@ namespace plat
         {
             StoreClose(Get());
             m_hStore = hStore;
-            m_Identity = hStore != STORE_NONE ? StoreIdentity(hStore) : FolderIdentity_t{};
+            m_Identity = hStore != STORE_NONE ? StoreIdentity(hStore) : FileIdentity_t{};
         }
 
     private:
         StoreHandle_t m_hStore = STORE_NONE;
-        FolderIdentity_t m_Identity;
+        FileIdentity_t m_Identity;
     };
 
     /// Copy the path of a store of this name, for the machine or for the user, and return true. Return false if the

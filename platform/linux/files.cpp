@@ -315,6 +315,12 @@ namespace plat
         return __fbufsize(pStream) == 1;   // the C library's own byte
     }
 
+    FileIdentity_t StreamGetIdentity(std::FILE * pStream)
+    {
+        DescriptorIdentity_t const Identity = IdentityOf(fileno(pStream));
+        return { Identity.iDevice, Identity.iNode };
+    }
+
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes)
     {
         int const iFile = fileno(pStream);

@@ -293,7 +293,7 @@ namespace plat
         return *m_pContents->m_dOrder[iEntry].pEntry;
     }
 
-    bool FolderGetIdentity(char const * szPath, FolderIdentity_t & Identity, bool bAsWritten)
+    bool FolderGetIdentity(char const * szPath, FileIdentity_t & Identity, bool bAsWritten)
     {
         struct stat Stat;
         DiskPath_c Path(szPath);

@@ -60,7 +60,7 @@ namespace plat
         Descriptor_c const Closed(NumberOf(hStore));
     }
 
-    FolderIdentity_t StoreIdentity(StoreHandle_t hStore)
+    FileIdentity_t StoreIdentity(StoreHandle_t hStore)
     {
         DescriptorIdentity_t const Identity = IdentityOf(NumberOf(hStore));
         return { Identity.iDevice, Identity.iNode };
