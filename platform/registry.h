@@ -108,6 +108,7 @@ namespace plat
 
     /// Deletes a key and its values by its path from an open key. An empty path deletes the open key itself, which must
     /// still be closed. Returns false, and deletes nothing, in these cases:
+    /// - the path has separators only.
     /// - the key does not exist, or is a tree itself.
     /// - the key has subkeys, or its folder holds what is not the store's.
     ///

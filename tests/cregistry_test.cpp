@@ -235,7 +235,10 @@ TEST_F(RegistryTest, DeletesKeysAndLeavesWhatIsNotItsOwn)
     EXPECT_EQ(SubKeys(Registry), "a zz ") << "the current key is what it was";
     m_Folder.Write("user/top/a/foreign", "x");
     EXPECT_FALSE(Registry.DeleteKey("a", 1)) << "what is not the store's is left alone";
-    EXPECT_EACH(Inner.OpenKey("top\\zz", 0), Inner.DeleteKey("", 0));
+    EXPECT_EACH(Inner.OpenKey("top\\zz", 0), !Inner.DeleteKey("\\", 1), !Inner.DeleteKey("\\\\", 0),
+        Again.OpenKey("top\\zz", 0))
+        << "a path without a name is no key";
+    EXPECT_TRUE(Inner.DeleteKey("", 0));
     EXPECT_EACH(!Inner.WriteValue("i", 1), !Inner.DeleteKey("", 0)) << "a deleted key accepts nothing";
     EXPECT_TRUE(Again.CreateKey("top\\zz"));
     EXPECT_EACH(!Inner.WriteValue("i", 1), !Inner.DeleteKey("", 0)) << "nor reaches a new one of its name";

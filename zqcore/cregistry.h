@@ -70,7 +70,8 @@ public:
 
     /// Deletes a key by its path from the open one and returns 1. Without bRecursive it refuses a key with subkeys. An
     /// empty name deletes the open key itself, and every further operation on it fails. Returns 0 on failure, also for
-    /// the root. A failed deletion may have deleted values of the key, a recursive one also subkeys.
+    /// the root and for separators without a name. A failed deletion may have deleted values of the key, a recursive
+    /// one also subkeys.
     int DeleteKey(char const * sName, int bRecursive);
 
     /// Write the name of a subkey of the open key, spelled as at its creation, and return true. iIndex counts from 0 in

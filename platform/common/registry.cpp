@@ -319,13 +319,12 @@ namespace plat
             std::string sListed;   // the key's name if the parent is the open key, else empty
         };
 
-        // Finds a key by its path from an open key. An empty path leads to the open key itself. Never finds a tree
-        // itself. Returns false on failure, for instance if there is no such key.
+        // Finds a key by its path from an open key. An empty path leads to the open key itself, and one of separators
+        // only to no key. Never finds a tree itself. Returns false on failure, for instance if there is no such key.
         bool Find(RegistryKey_t hKey, char const * szKey, Victim_s & Victim)
         {
             StoreHandle_t const hFolder = FolderOf(hKey);
-            std::string_view sRest = TextOf(szKey);
-            bool const bItself = RemoveFirstName(sRest).empty();
+            bool const bItself = TextOf(szKey).empty();
             std::string_view sParent, sLast;
             if (hFolder == STORE_NONE)
             {
