@@ -69,7 +69,7 @@ namespace plat
             return eTree == RegistryTree_e::Machine ? StoreRights_e::Readers : StoreRights_e::Owner;
         }
 
-        StoreHandle_t OpenTree(RegistryTree_e eTree, bool bCreate)
+        StoreHandle_t OpenTreeFolder(RegistryTree_e eTree, bool bCreate)
         {
             char szFolder[STORE_PATH_SIZE];
             if (!GetTreeFolder(eTree, szFolder))
@@ -83,6 +83,17 @@ namespace plat
             }
             StoreMakePath(szFolder, FolderRights(eTree));
             return StoreOpenPath(szFolder);
+        }
+
+        // Opens a tree. With bCreate a failure never sets errno to ENOENT, which means that others deleted a key.
+        StoreHandle_t OpenTree(RegistryTree_e eTree, bool bCreate)
+        {
+            StoreHandle_t const hTree = OpenTreeFolder(eTree, bCreate);
+            if (hTree == STORE_NONE && bCreate && errno == ENOENT)
+            {
+                errno = ENXIO;
+            }
+            return hTree;
         }
 
         constinit Lock_c g_Changes;   // held by the thread that changes the store
