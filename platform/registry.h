@@ -19,6 +19,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace plat
 {
@@ -83,9 +84,10 @@ namespace plat
     /// Closes a key. Null does nothing.
     void RegistryCloseKey(RegistryKey_t hKey);
 
-    /// Read and write a value of an open key, as RegistryRead and RegistryWrite above do.
-    bool RegistryRead(
-        RegistryKey_t hKey, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize);
+    /// Read and write a value of an open key, as RegistryRead and RegistryWrite above do. With eRequired, RegistryRead
+    /// also fails for a value of any other type.
+    bool RegistryRead(RegistryKey_t hKey, char const * szName, RegistryType_e & eType, void * pBuffer,
+        std::size_t & nSize, std::optional<RegistryType_e> eRequired = {});
     bool RegistryWrite(
         RegistryKey_t hKey, char const * szName, RegistryType_e eType, void const * pData, std::size_t nSize);
 

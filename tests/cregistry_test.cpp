@@ -14,6 +14,7 @@
 #include <memory>
 #include <numeric>
 #include <random>
+#include <set>
 #include <sys/file.h>
 
 namespace
@@ -163,6 +164,35 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
     EXPECT_FALSE(plat::RegistryKeyExists(USER, "k")) << "a refused value makes no key";
 }
 
+TEST_F(RegistryTest, AFailedReadKeepsTheBufferWhileOthersChangeTheType)
+{
+    Registry_c Registry;
+    EXPECT_EACH(Registry.CreateKey("k"), Registry.WriteString("v", "text"));
+    std::atomic<bool> bEnd = false;
+    std::thread Writer(
+        [&bEnd]
+        {
+            Registry_c Other;
+            for (Other.OpenKey("k", 0); !bEnd;)
+            {
+                EXPECT_EACH(Other.WriteData("v", "\1\2\3\4\5\6\7", 7), Other.WriteString("v", "text"));
+            }
+        });
+    std::set<std::string> dTexts, dDatas;
+    for (int i = 0; i < 5000; ++i)
+    {
+        char sText[8] = "kept", dData[8] = "kept";
+        int const bText = Registry.ReadString("v", sText, sizeof(sText)),
+                  bData = Registry.ReadData("v", dData, sizeof(dData));
+        dTexts.insert(std::to_string(bText) + sText);
+        dDatas.insert(std::to_string(bData) + dData);
+    }
+    bEnd = true;
+    Writer.join();
+    EXPECT_THAT(dTexts, testing::IsSubsetOf({ "0kept", "1text" }));
+    EXPECT_THAT(dDatas, testing::IsSubsetOf({ "0kept", "1\1\2\3\4\5\6\7" }));
+}
+
 TEST_F(RegistryTest, ReadsIntoTextObjectsIntegersAndEnumerators)
 {
     enum class Mode_e
@@ -185,7 +215,8 @@ TEST_F(RegistryTest, ReadsIntoTextObjectsIntegersAndEnumerators)
         Registry.WriteString("t", std::string(256, 'l').c_str()), !Registry.ReadString("t", sPath), sPath == "longer",
         Registry.ReadString("t", sText), sText.size() == 256);
     EXPECT_EACH(!Registry.EnumKey(0, sName), sName == "old", Registry.EnumKey(0, sText), sText == "Subkey");
-    EXPECT_EACH(Registry.WriteString("t", ""), Registry.ReadString("t", sText), sText.empty());
+    EXPECT_EACH(Registry.WriteData("t", "data", 4), !Registry.ReadString("t", sText), sText == "Subkey",
+        Registry.WriteString("t", ""), Registry.ReadString("t", sText), sText.empty());
 
     Mode_e eMode = Mode_e::Window;
     EXPECT_EACH(!Registry.ReadValue("t", &eMode, MODES), Registry.WriteString("t", "FULL"),

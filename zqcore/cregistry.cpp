@@ -110,10 +110,12 @@ int Registry_c::RenameValue(char const * sOldName, char const * sNewName)
     return plat::RegistryRenameValue(m_hKey, sOldName, sNewName);
 }
 
-// Reads a value of any type, and stores its type. Returns false if there is none or if it does not fit.
-bool Registry_c::Query(char const * sName, void * pData, std::size_t & nSize)
+// Reads a value of the type eRequired, or of any type without it, and stores its type. Returns false, with pData
+// unchanged, for any other value and if it does not fit.
+bool Registry_c::Query(
+    char const * sName, void * pData, std::size_t & nSize, std::optional<plat::RegistryType_e> eRequired)
 {
-    return plat::RegistryRead(m_hKey, sName, m_dwType, pData, nSize);
+    return plat::RegistryRead(m_hKey, sName, m_dwType, pData, nSize, eRequired);
 }
 
 // Reads a value of 4 bytes. Returns false for any other, and for a text, because it might have had a terminator.
@@ -185,16 +187,14 @@ int Registry_c::ReadValue(char const * sName, float * pValue)
 // Reads a value of the type eType and of at most nSize bytes. Returns 0 for any other value.
 int Registry_c::ReadTyped(char const * sName, RegistryType_e eType, void * pData, std::size_t nSize)
 {
-    std::size_t nStored = 0;
-    bool const bFits = plat::RegistryQuery(m_hKey, sName, m_dwType, nStored) && m_dwType == eType && nStored <= nSize;
-    return bFits && Query(sName, pData, nSize) && m_dwType == eType;
+    return Query(sName, pData, nSize, eType);
 }
 
 // Reads a text of at most nSize - 1 bytes and terminates it. Returns false for any other value.
 bool Registry_c::ReadText(char const * sName, char * sBuffer, std::size_t nSize)
 {
     std::size_t nText = nSize - 1;
-    if (!Query(sName, sBuffer, nText) || m_dwType != RegistryType_e::Text)
+    if (!Query(sName, sBuffer, nText, RegistryType_e::Text))
     {
         return false;
     }

@@ -30,6 +30,7 @@
 #include "platform/registry.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -173,7 +174,8 @@ public:
     int WriteData(char const * sName, void const * pData, std::uint32_t dwSize);
 
 private:
-    bool Query(char const * sName, void * pData, std::size_t & nSize);
+    bool Query(
+        char const * sName, void * pData, std::size_t & nSize, std::optional<plat::RegistryType_e> eRequired = {});
     int ReadTyped(char const * sName, plat::RegistryType_e eType, void * pData, std::size_t nSize);
     bool ReadNumber(char const * sName, void * pData);
     bool ReadText(char const * sName, char * sBuffer, std::size_t nSize);

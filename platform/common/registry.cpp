@@ -275,8 +275,8 @@ namespace plat
                    && LoadRecord(hFolder, sFile.c_str(), dBytes, Record);
         }
 
-        bool ReadFrom(
-            StoreHandle_t hFolder, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize)
+        bool ReadFrom(StoreHandle_t hFolder, char const * szName, RegistryType_e & eType, void * pBuffer,
+            std::size_t & nSize, std::optional<RegistryType_e> eRequired = {})
         {
             std::size_t const nRoom = nSize;
             nSize = 0;
@@ -288,7 +288,7 @@ namespace plat
             }
             eType = Record.eType;
             nSize = Record.sData.size();
-            if (nSize > nRoom)
+            if (nSize > nRoom || eType != eRequired.value_or(eType))
             {
                 errno = ERANGE;
                 return false;
@@ -478,10 +478,10 @@ namespace plat
         }
     }
 
-    bool RegistryRead(
-        RegistryKey_t hKey, char const * szName, RegistryType_e & eType, void * pBuffer, std::size_t & nSize)
+    bool RegistryRead(RegistryKey_t hKey, char const * szName, RegistryType_e & eType, void * pBuffer,
+        std::size_t & nSize, std::optional<RegistryType_e> eRequired)
     {
-        return ReadFrom(FolderOf(hKey), szName, eType, pBuffer, nSize);
+        return ReadFrom(FolderOf(hKey), szName, eType, pBuffer, nSize, eRequired);
     }
 
     bool RegistryWrite(
