@@ -283,11 +283,11 @@ TEST_F(Logs, AFullDiskTearsNoLaterLineAndTheLostOnesAreCounted)
     OpenMainLog();
     Log("first");
     StartNamedLogs();
-    Logf("a.txt", "first");
+    Logf("a\nb", "first");
     for (auto const & [szName, fnSay, szLost] :
         Rows_t<char const *, void (*)(char const *), char const *>{
             { "message.log", LogText, "[^\n]+\tLog lines lost here: 2\n" },
-            { "a.txt", [](char const * szText) { Logf("a.txt", "%s", szText); }, "" } })
+            { "a\nb", [](char const * szText) { Logf("a\nb", "%s", szText); }, "" } })
     {
         {
             FullDisk_c const Full(static_cast<rlim_t>(fs::file_size(m_Folder.Join(szName)) + 4));
@@ -299,14 +299,14 @@ TEST_F(Logs, AFullDiskTearsNoLaterLineAndTheLostOnesAreCounted)
         EXPECT_THAT(m_Folder.Read(szName),
             MatchesRegex(std::string("[^\n]*first\n[^\n]{4}\n") + szLost + "[^\n]*after\n[^\n]*last\n"));
     }
-    EXPECT_EQ(Capture.CountHolding("Log lines lost in \"a.txt\": 2"), 1);
+    EXPECT_EQ(Capture.CountHolding("Log lines lost in \"a\\nb\": 2"), 1);
     {
         FullDisk_c const Full(1);
-        Logf("a.txt", "lost at the end");
+        Logf("a\nb", "lost at the end");
         Log("lost too");
     }
     Module_c::ShutdownAllModules();
-    EXPECT_EQ(Capture.Count("Log lines lost in \"a.txt\": 1"), 1);
+    EXPECT_EQ(Capture.Count("Log lines lost in \"a\\nb\": 1"), 1);
     EXPECT_THAT(m_Folder.Read("message.log"), testing::HasSubstr("\tLog lines lost here: 1\n"));
 }
 

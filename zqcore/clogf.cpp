@@ -136,7 +136,10 @@ namespace
 
     ZQ_COLD void ReportLost(char const * szName, std::uint32_t nLost)
     {
-        Logc(nLost > 0, "Log lines lost in \"%s\": %u", szName, static_cast<unsigned>(nLost));
+        if (nLost > 0)
+        {
+            LogEscaped("Log lines lost in \"%s\": %u", szName, static_cast<unsigned>(nLost));
+        }
     }
 
     void WriteNamed(char const * szName, char const * pText, std::size_t nText)
