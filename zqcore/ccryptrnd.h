@@ -11,7 +11,8 @@
 // Threads: any thread may add and get bytes. A forked process adds the cycle counter, so its bytes differ from its
 // parent's.
 // Cost: 20 bytes cost about 0.2 us. Nothing allocates but the module's initialisation, which adds a receiver.
-// Failure: GetRandomBytes and Xor assert. Nothing else fails.
+// Failure: GetRandomBytes and Xor assert, and so does the module's start if g_ApplicationMessages has an exclusive
+// receiver (ccallback.h). Nothing else fails.
 //
 //     PutNextRandom();   // at an unpredictable moment, such as a key press
 //     unsigned char dSeed[4];
