@@ -78,8 +78,11 @@ public:
     /// Returns a multiple of 2^-24, from 0 to below 1.
     float NextFloat() { return static_cast<float>(Next() >> 8) * (1.0f / 16777216.0f); }
 
-    unsigned int nSeed;    // the state
-    char const * szName;   // name in the list; null if the generator has none
+    unsigned int nSeed;   // the state
+
+    /// Name in the list, or null if the generator has none. Requires that no host sets a name to null: the generator's
+    /// entry would then stay in the list after its destruction.
+    char const * szName;
 };
 
 /// An entry of the list.
