@@ -51,7 +51,7 @@ private:
     plat::Lock_c m_OutputLock;                                   // guards Get
     std::atomic<unsigned char> m_dEntropyPool[POOL_SIZE] = {};   // read without the lock: an old byte serves too
     unsigned char m_dRandomBytes[SHA1_HASH_SIZE] = {};           // latest block of output
-    std::uint32_t m_nBlocks = 0;                                 // blocks made
+    std::uint32_t m_dwCounter = 0;                               // blocks made
     std::uint32_t m_iWrite = 0;                                  // index in the pool of the next byte
     std::atomic<std::uint32_t> m_nPoolSize{ 0 };                 // bytes of the pool in use
     std::uint32_t m_nBytesLeft = 0;                              // unused bytes of m_dRandomBytes
