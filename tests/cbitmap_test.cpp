@@ -212,6 +212,10 @@ TEST(BitVec, RoundsUpAndGrowsByNeed)
     Long = Vec;
     EXPECT_EQ(Long.iDim, 64) << "assignment keeps the longer storage";
     EXPECT_TRUE(Long == Vec);
+    Long.Bis(40);
+    BitVec_c Source(Vec);
+    Long = std::move(Source);
+    EXPECT_EACH(Long.iDim == 64, Long == Vec, Source.iDim == 0);   // NOLINT(*use-after-move)
     Long = BitVec_c();
     EXPECT_EQ(Long.iDim, 0);
 }

@@ -115,9 +115,16 @@ public:
     /// source empties this row, and so does a lack of memory for a longer one.
     BitVec_c & operator=(BitVec_c const & Other);
 
-    /// Moves the storage and the size of the other row here, and leaves that one empty. Frees this row's storage.
+    /// Does what the assignment of a copy does, and leaves the other row empty. Copies nothing unless this row is
+    /// longer.
     BitVec_c & operator=(BitVec_c && Other) noexcept
     {
+        if (Other.iDim > 0 && Other.iDim < iDim)
+        {
+            *this = std::as_const(Other);
+            Other.Reset();
+            return *this;
+        }
         BitVec_c Row(std::move(Other));
         Swap(Row);
         return *this;
