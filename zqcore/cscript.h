@@ -122,7 +122,8 @@ public:
 
     /// Read the rest of the line without leading blanks and tabs. If it has iMaxLength - 1 characters or more, the next
     /// read continues after these, before the line's end. A carriage return and a line feed each end a line, so a pair
-    /// of them ends two. A NUL inside a line ends it. Assert that iMaxLength is 2 or more, and do nothing otherwise.
+    /// of them ends two. A NUL inside a line ends it, but one at its start does not: the line then reads as empty.
+    /// Assert that iMaxLength is 2 or more, and do nothing otherwise.
     void GetLine(char * sLine, int iMaxLength);
     template <TextObject_T TEXT>
     void GetLine(TEXT & sLine)

@@ -109,7 +109,7 @@ public:
     ///
     /// Numbers have the form that strtol (base 10) and strtod accept in the "C" locale. Nothing follows them in the
     /// cell. Infinities, NaNs and numbers too small for a normal double are out of range. An empty cell is no number. A
-    /// cell that begins with a NUL reads as 0.
+    /// cell that begins with a NUL reads as 0, for bool and unsigned long below too.
     ZQ_API bool Get(char const * sColumn, long & value) const;
     ZQ_API bool Get(char const * sColumn, double & value) const;
     ZQ_API bool Get(char const * sColumn, float & value) const;
@@ -118,8 +118,8 @@ public:
     ZQ_API bool Get(char const * sColumn, unsigned char & value) const;
 
     /// Reads the work line's cell as a whole number in the range of any other integer type. Returns false as the other
-    /// forms do. If std::uint64_t is unsigned long, the form of that type below limits it to 32 bits, and unsigned
-    /// long long has the whole range.
+    /// forms do, and also for a cell that begins with a NUL. If std::uint64_t is unsigned long, the form of that type
+    /// below limits it to 32 bits, and unsigned long long has the whole range.
     template <Integer_T T>
     bool Get(char const * sColumn, T & value) const
     {
