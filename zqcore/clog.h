@@ -39,7 +39,8 @@ extern ZQ_API int g_iLogFrameCounter;
 /// Both texts are cut at 1023 characters. Null counts as an empty text. Requires that LogInit has opened no log.
 /// - The folder ends in a separator. Without one, its last level becomes the start of the log's name and is not made as
 ///   a folder. A crash report needs that folder: if it does not exist, a crash leaves no report.
-/// - A relative folder is below the current one. It stays relative if the whole path has more than 1023 characters.
+/// - A relative folder is below the current one. It stays relative if the whole path has more than 1023 characters or
+///   the current folder is unknown.
 ZQ_API void LogSetFile(wchar_t const * sFolder, wchar_t const * sName);
 
 /// Opens the main log, "message.log" if no name was set, and adds its writer to the listeners, once. Makes the missing
@@ -91,7 +92,8 @@ ZQ_API void LogWinLastError(char const * sPrefix);
 /// Logs the facts of the system and the local time, in 14 lines.
 ZQ_API void DumpSystemInfo();
 
-/// Returns the folder of the main log, absolute unless it was too long, or an empty text before LogSetFile.
+/// Returns the folder of the main log, or an empty text before LogSetFile. It is absolute unless that path was too long
+/// or unknown.
 ZQ_API wchar_t const * LogGetFolder();
 
 /// Makes each missing level of a folder, from the outermost inward. `/` and `\` separate the levels and become `/` in
