@@ -100,13 +100,13 @@ namespace
         // Returns whether a folder of the media is the cache's own.
         bool IsIn(Folder_t const & sOther) const
         {
-            plat::FolderIdentity_t Other;
+            plat::FileIdentity_t Other;
             return sOther == sFolder || (bIdentified && plat::FolderGetIdentity(sOther, Other) && Other == Identity);
         }
 
         Folder_t sFolder;   // folder in the form of g_sPaths
         Folder_t sBare;
-        plat::FolderIdentity_t Identity{};
+        plat::FileIdentity_t Identity{};
         bool bIdentified = false;   // whether Identity is known
     };
 
