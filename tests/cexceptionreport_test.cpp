@@ -112,6 +112,12 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
     }
 }
 
+TEST_F(CrashReport, StopsAndContinuesReceiversThatFaultInEachCrash)
+{
+    EXPECT_THAT(RunAlone("write callbackfaults again").sOutput,
+        ContainsRegex("stops\n(.*\n)*goes on\n(.*\n)*stops\n(.*\n)*goes on\n(.*\n)*previous handler\n"));
+}
+
 TEST_F(CrashReport, IsWholeBeforeAKeyAtTheTerminalsPromptActs)
 {
     // What is typed, and the signal that ends or stops the process.

@@ -73,6 +73,10 @@ public:
     /// Removes all entries.
     void Reset();
 
+    /// Ends a firing that a jump has left: the list no longer counts as firing. Requires that none of its firings
+    /// continues.
+    void EndFiring() { m_bFiring = false; }
+
     /// Returns whether the list has no entry.
     bool IsEmpty() const { return pHead == nullptr; }
 

@@ -193,12 +193,21 @@ namespace
         }
     }
 
+    // Fires g_ExecutionCallbacker. A fault or the limit ends only this firing.
+    void FireExecution(bool bGoesOn)
+    {
+        if (!Guarded(ExceptionReport_c::HOST_LIMIT, [bGoesOn] { g_ExecutionCallbacker.Fire(bGoesOn, false); }))
+        {
+            g_ExecutionCallbacker.EndFiring();
+        }
+    }
+
     // Reports the stack through the host's code. If a step faults or hangs, only that step is lost. Ends a silent
     // process.
     void ReportStack(bool bSilent)
     {
         constexpr unsigned LIMIT = ExceptionReport_c::HOST_LIMIT;
-        Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(false, false); });
+        FireExecution(false);
         bSilent = bSilent || g_silentMode;   // a receiver may set it
         if (!bSilent)
         {
@@ -208,7 +217,7 @@ namespace
                 });
         }
         Guarded(LIMIT, LogDialogText);
-        Guarded(LIMIT, [] { g_ExecutionCallbacker.Fire(true, false); });
+        FireExecution(true);
         if (bSilent)
         {
             Guarded(LIMIT, [] { plat::DialogPrint(CAPTION, g_szDialog); });

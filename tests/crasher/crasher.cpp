@@ -374,6 +374,19 @@ namespace
         plat::FaultFilterSet(fnFilter);
     }
 
+    // A filter before the library's deals with the first fault only.
+    void FaultAgain()
+    {
+        plat::FaultFilter_t const fnFilter = plat::FaultFilterSet(
+            [](plat::FaultPointers_t const *)
+            {
+                static long s_nDone = 1;
+                return s_nDone--;
+            });
+        static ExceptionReport_c const s_Report;   // its previous filter is the one above
+        plat::FaultFilterSet(fnFilter);
+    }
+
     void HoldLocks()
     {
         g_CategoryLock.Enter();
@@ -551,7 +564,17 @@ namespace
         { "locked", HoldLocks },
         { "lockedbeside", [] { StartBeside("beside", HoldLocks); } },
         { "corrupt", CorruptHeap },
-        { "callbackfaults", [] { g_ExecutionCallbacker.Add([](bool) { WriteTo(16); }, false); } },
+        { "callbackfaults",
+            []
+            {
+                g_ExecutionCallbacker.Add(
+                    [](bool bGoesOn)
+                    {
+                        Say(bGoesOn ? "goes on\n" : "stops\n");
+                        WriteTo(16);
+                    },
+                    false);
+            } },
         { "callbackhangs",
             []
             {
@@ -563,6 +586,7 @@ namespace
                     },
                     false);
             } },
+        { "again", FaultAgain },
         { "reportfaults", [] { std::thread(FaultTheReport).detach(); } },
         { "two", [] { std::thread(FaultOnHostThread).detach(); } },
         { "thread", [] { std::thread(FaultOnHostThread).join(); } },
