@@ -361,10 +361,13 @@ int ExceptionReport_c::CrashLog(char const * fmt, ...)
 std::uint64_t ExceptionReport_c::GetSymbol(std::uintptr_t Address, char * szName, unsigned nSize) const
 {
     std::uint64_t nDisplacement;
-    if (nSize > 0)
+    char cNoName;   // instead of a buffer without room
+    if (nSize == 0)
     {
-        szName[0] = '\0';
+        szName = &cNoName;
+        nSize = 1;
     }
+    szName[0] = '\0';
     return g_bWriting && g_Symbols.FunctionAt(Address, szName, nSize, &nDisplacement) ? nDisplacement
                                                                                       : ~std::uint64_t{ 0 };
 }

@@ -228,8 +228,13 @@ namespace plat
             return MemoryRead(Address, &cByte, 1) == 1;
         }
 
+        // Copies a text, cut at nSize - 1 bytes. Writes nothing if nSize is 0.
         void CopyText(char const * szFrom, char * szText, std::size_t nSize)
         {
+            if (nSize == 0)
+            {
+                return;
+            }
             std::size_t const nLength = std::min(std::strlen(szFrom), nSize - 1);
             std::memcpy(szText, szFrom, nLength);
             szText[nLength] = '\0';

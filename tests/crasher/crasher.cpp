@@ -586,6 +586,17 @@ namespace
                     },
                     false);
             } },
+        { "callbackasks",
+            []
+            {
+                g_ExecutionCallbacker.Add(
+                    [](bool)
+                    {
+                        bool const bUnknown = g_ExceptionReport.GetSymbol(16, nullptr, 0) == ~std::uint64_t{ 0 };
+                        Say(bUnknown ? "unknown\n" : "known\n");
+                    },
+                    false);
+            } },
         { "again", FaultAgain },
         { "reportfaults", [] { std::thread(FaultTheReport).detach(); } },
         { "two", [] { std::thread(FaultOnHostThread).detach(); } },
