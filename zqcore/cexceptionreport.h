@@ -11,7 +11,7 @@
 // docs/formats.md describes both files.
 //
 // The file is private to its user. Its name comes from the local time, to the second:
-// - a report of the same user with that name is continued.
+// - a finished report of the same user with that name is continued.
 // - anything else with that name stays as it is. The report's name then gets "_" and eight hexadecimal digits.
 //
 // A process with rights that its caller lacks, as a set-user-id program, could show what its caller must not see. It
