@@ -177,6 +177,10 @@ TEST_F(CrashReport, GoesOnWithoutAFileWithAFullDiskAndWithoutCode)
     EXPECT_EQ(Full.sReport.size(), 300u);
     EXPECT_EQ(Full.sSignal, "SEGV");
     EXPECT_THAT(Full.sLog, HasSubstr("Call stack functions:"));
+    EXPECT_THAT(Full.sLog, ContainsRegex("\tCrash log incomplete: /.*[.]rpt can't be written\n"));
+    Crash_t const Details = RunAlone("read fulldetails");
+    EXPECT_THAT(Details.sLog, ContainsRegex("\tDetails of the crash incomplete: the file beside /.*[.]rpt can't"));
+    EXPECT_THAT(Details.sLog, Not(HasSubstr("Crash log incomplete"))) << "the report is whole";
 }
 
 TEST_F(CrashReport, OutlivesItsHelperAndItsOwnFaults)

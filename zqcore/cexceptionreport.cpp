@@ -248,11 +248,15 @@ namespace
         {
             Guarded(LIMIT, [&Fault] { WriteRest(Fault); });
         }
-        NoteLoss(WriteDetails(g_Symbols, Fault, g_szReport));
+        bool const bDetails = WriteDetails(g_Symbols, Fault, g_szReport);
         Guarded(LIMIT, [] { g_Symbols.Stop(); });
         if (g_bLost)
         {
             Announce("Crash log incomplete: ", g_szReport, " can't be written");
+        }
+        else if (g_hReport && !bDetails)
+        {
+            Announce("Details of the crash incomplete: the file beside ", g_szReport, " can't be written");
         }
         if (bHead)
         {

@@ -532,6 +532,11 @@ namespace
         { "unstoppable", StartUnstoppable },
         { "stucklog", [] { FailAt("\n    | ", StickHalfWay); } },
         { "stuckmodules", [] { FailAt("\n[Modules]\n", StickHalfWay); } },
+        { "fulldetails",
+            [] {
+                FailAt("\n[Modules]\n",
+                    [](int hFile, void const *, std::size_t) { dup2(open("/dev/full", O_WRONLY), hFile); });
+            } },
         { "killhelper", [] { FailAt("\n#20 ", KillHelper); } },
         { "printer",
             []
