@@ -1,6 +1,7 @@
 #include "platform/faults.h"
 #include "platform/symbols.h"
 #include "tests/machine_support.h"
+#include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/cstring.h"
@@ -232,6 +233,48 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
         std::raise(SIGTRAP);
     };
     EXPECT_EXIT(Fault(), EndedAtBreakpoint, "asked");
+}
+
+TEST_F(ExceptionInfo, SecondDialogThatFaultsHoldsNoLaterComplaint)
+{
+    static int s_nDialogs, s_nHeard;
+    s_nDialogs = s_nHeard = 0;
+    auto const Answer = [](plat::Dialog_t const &)
+    {
+        ++s_nDialogs;
+        if (s_nDialogs == 2)   // of the remote debugger, which is missing
+        {
+            Warning("inside a dialog");
+        }
+        return s_nDialogs == 1 ? Answer_e::Yes : Answer_e::No;
+    };
+    auto const Hear = [](char const *)
+    {
+        if (++s_nHeard == 1)
+        {
+            __builtin_trap();
+        }
+    };
+    auto const Run = [=]
+    {
+        TempFolder_c const Folder;
+        CurrentFolderScope_c const Current(Folder.GetPath());
+        CallbackScope_T const Receiver(g_WarningsCallbacker, Hear);
+        plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return 1 + Info.OnUnhandledException(p); });
+        plat::DialogSetHandler(Answer);
+        Info.Start();
+        alarm(20);   // ends threads that wait for ever
+        std::raise(SIGTRAP);
+        InThreads(1,
+            [](int)
+            {
+                Complain();
+                Warning("later");
+            });
+        Info.Stop();
+        return 10 * s_nDialogs + s_nHeard;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(Run)), 32);
 }
 
 TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)

@@ -81,3 +81,24 @@ void Firing_c::EndAll()
         g_FiringLock.Leave();
     }
 }
+
+FiringMark_c::FiringMark_c()
+    : m_nFirings(t_nFirings)
+    , m_nNoWaits(t_nNoWaits)
+{}
+
+void FiringMark_c::EndLater() const
+{
+    t_nNoWaits = m_nNoWaits;
+    if (m_nFirings == 0 && t_nFirings > 0)
+    {
+        g_WarningsCallbacker.EndFiring();
+        g_ExecutionCallbacker.EndFiring();
+        g_FileOpenCallbacker.EndFiring();
+        g_FileReadErrorCallbacker.EndFiring();
+    }
+    for (; t_nFirings > m_nFirings; --t_nFirings)
+    {
+        g_FiringLock.Leave();
+    }
+}

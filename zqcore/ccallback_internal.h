@@ -38,3 +38,17 @@ public:
     /// Returns whether the calling thread is in such a scope.
     static bool IsActive();
 };
+
+/// Mark of the calling thread's scopes above, before a call that a jump may leave.
+class FiringMark_c
+{
+public:
+    FiringMark_c();
+
+    /// Ends the scopes that began after the mark, and the firings in them. Requires that the thread does not return to
+    /// them.
+    void EndLater() const;
+
+private:
+    int const m_nFirings, m_nNoWaits;
+};

@@ -172,15 +172,28 @@ namespace
         }
     }
 
+    // Handles the pending fault. The call is guarded, because a fault in it, such as one of the host's dialog, would
+    // deadlock: this thread would wait until the first fault is handled, and the thread of that fault waits for this
+    // one. After a fault, releases what the call held.
+    void HandleGuarded()
+    {
+        int const nDepth = g_Lock.GetDepth();
+        FiringMark_c const Mark;
+        if (!plat::FaultGuardedCall([](void *) { HandlePending(*g_pPending); }, nullptr, 0))
+        {
+            EndTrace();
+            Mark.EndLater();
+            g_Lock.LeaveDownTo(nDepth);
+        }
+    }
+
     void Handle()
     {
         g_ExceptionEvent.Reset();
         TraceText("Handling Exception...");
         if (g_pPending != nullptr)
         {
-            // The call is guarded, because a fault here, such as one of the host's dialog, would deadlock: this thread
-            // would wait until the first fault is handled, and the thread of that fault waits for this one.
-            plat::FaultGuardedCall([](void *) { HandlePending(*g_pPending); }, nullptr, 0);
+            HandleGuarded();
         }
         TraceText("Handling Exception...done");
         g_pPending = nullptr;

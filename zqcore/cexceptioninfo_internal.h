@@ -26,6 +26,18 @@ namespace exceptioninfo
             m_Lock.Leave();
         }
 
+        /// Returns how often the calling thread has entered the lock. Requires that it holds the lock.
+        int GetDepth() const { return m_nEntered; }
+
+        /// Leaves the lock until the depth is nDepth, after a jump out of its scopes.
+        void LeaveDownTo(int nDepth)
+        {
+            while (m_nEntered > nDepth)
+            {
+                Leave();
+            }
+        }
+
         /// Returns whether the calling thread holds the lock.
         bool IsMine()
         {
@@ -91,6 +103,9 @@ namespace exceptioninfo
 
     /// Traces a text of any length, as TraceLine does a line.
     void TraceText(char const * szText);
+
+    /// Ends a trace that a jump has left.
+    void EndTrace();
 
     /// Returns the text of the calling thread's last system error. It is valid until the next call.
     char const * LastError();

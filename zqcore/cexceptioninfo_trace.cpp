@@ -191,6 +191,11 @@ ModuleInfo_s const * exceptioninfo::ModuleOf(std::uintptr_t Address)
     return pFound != pEnd ? pFound : nullptr;
 }
 
+void exceptioninfo::EndTrace()
+{
+    g_bTraceInUse = false;
+}
+
 char const * exceptioninfo::LastError()
 {
     plat::LastErrorText(g_szError, sizeof g_szError);
