@@ -214,6 +214,19 @@ TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
         std::_Exit(7 + Dialogs.GetCount());
     };
     EXPECT_EXIT(Fault(false), testing::ExitedWithCode(0x94), "");
+    auto const FaultInExit = [](long nAnswer)
+    {
+        static long s_nAnswer;
+        s_nAnswer = nAnswer;
+        plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return s_nAnswer + Info.OnUnhandledException(p); });
+        DialogScript_c const Dialogs({ Answer_e::Cancel });
+        Info.Start();
+        std::atexit([] { std::raise(SIGSEGV); });
+        std::raise(SIGTRAP);
+        std::_Exit(7);
+    };
+    EXPECT_EXIT(FaultInExit(0), testing::ExitedWithCode(3), "");
+    EXPECT_EXIT(FaultInExit(1), testing::ExitedWithCode(3), "");
     SKIP_IF(*TEST_EMULATOR != 0, "an emulated program has no tracer");
     EXPECT_EXIT(Fault(true), testing::ExitedWithCode(7), "");
 }

@@ -147,7 +147,8 @@ namespace
             nullptr, g_szDialog, "Exception", MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_ERROR | MESSAGE_TOPMOST));
     }
 
-    void HandlePending(plat::FaultPointers_t const & Pending)
+    // Sets bExits before the process exits.
+    void HandlePending(plat::FaultPointers_t const & Pending, bool & bExits)
     {
         FiringNoWait_c const NoWait;   // the thread whose fault this is may be firing
         ExceptionInfo_c & Info = ExceptionInfo_c::Get();
@@ -163,6 +164,7 @@ namespace
         switch (Ask(*Pending.pRecord))
         {
         case plat::DialogAnswer_e::Cancel:
+            bExits = true;
             std::exit(static_cast<int>(Pending.pRecord->nCode));
         case plat::DialogAnswer_e::Yes:
             LaunchRemoteDebugger();
@@ -174,13 +176,21 @@ namespace
 
     // Handles the pending fault. The call is guarded, because a fault in it, such as one of the host's dialog, would
     // deadlock: this thread would wait until the first fault is handled, and the thread of that fault waits for this
-    // one. After a fault, releases what the call held.
+    // one. After a fault, releases what the call held. A fault of an exit handler ends the process, which can't exit
+    // again.
     void HandleGuarded()
     {
+        std::uint32_t const nCode = g_pPending->pRecord->nCode;
+        bool bExits = false;
+        auto const fnHandle = [](void * pExits) { HandlePending(*g_pPending, *static_cast<bool *>(pExits)); };
         int const nDepth = g_Lock.GetDepth();
         FiringMark_c const Mark;
-        if (!plat::FaultGuardedCall([](void *) { HandlePending(*g_pPending); }, nullptr, 0))
+        if (!plat::FaultGuardedCall(fnHandle, &bExits, 0))
         {
+            if (bExits)
+            {
+                plat::FaultExit(static_cast<int>(nCode));
+            }
             EndTrace();
             Mark.EndLater();
             g_Lock.LeaveDownTo(nDepth);

@@ -76,7 +76,8 @@ public:
     ///   process with a second dialog. If the system can't start it, a warning of DebugMessages_c shows the reason.
     /// - No continues. Silent mode continues without a dialog. A fault on the support thread, for example in the host's
     ///   dialog, continues too.
-    /// - Cancel ends the process by exit with the exception's code as its status, of which Linux keeps 8 bits.
+    /// - Cancel ends the process by exit with the exception's code as its status, of which Linux keeps 8 bits. If an
+    ///   exit handler faults, the process ends at once with that status.
     ///
     /// Returns 0 at once in these cases:
     /// - a debugger is attached.
