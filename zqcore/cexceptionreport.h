@@ -29,7 +29,7 @@
 // - a part ends when it faults or after REPORT_LIMIT, wherever it hangs. Without the first part there is no second, no
 //   dialog and no copy in the log.
 // - a step into the host's code (receivers of events, listeners of the log, a dialog that nobody can answer) ends after
-//   HOST_LIMIT, or when it faults. A dialog that somebody can answer has no limit.
+//   HOST_LIMIT, or when it faults or throws. A dialog that somebody can answer has no limit.
 // - without the symbol helper, names, lines, variables and other threads are missing. All its answers to the report
 //   take at most 20 seconds, and those to the file of details as long again.
 //

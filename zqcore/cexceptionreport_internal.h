@@ -82,12 +82,12 @@ namespace exceptionreport
         mutable bool m_bEnded = false;   // whether no line ends after m_pNext
     };
 
-    /// Runs a part of the report and returns true. Returns false if it faulted or took longer than nLimit milliseconds.
-    /// An nLimit of 0 sets no limit.
+    /// Runs a part of the report and returns true. Returns false if it faulted, threw or took longer than nLimit
+    /// milliseconds. An nLimit of 0 sets no limit. An exception must not leave it: it would unwind the crashed thread.
     template <typename CALL>
     bool Guarded(unsigned nLimit, CALL fnCall)
     {
-        return plat::FaultGuardedCall([](void * pCall) { (*static_cast<CALL *>(pCall))(); }, &fnCall, nLimit);
+        return plat::FaultGuardedCall([](void * pCall) noexcept { (*static_cast<CALL *>(pCall))(); }, &fnCall, nLimit);
     }
 
     /// The file of details while it is written. Each write stores one or more whole lines.
