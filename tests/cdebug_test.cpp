@@ -11,6 +11,7 @@
 #include "zqcore/cmemory_internal.h"
 
 #include <atomic>
+#include <stdexcept>
 
 // Its members fail an assertion, whose complaint names them, and return the line.
 struct ComplaintTest_c
@@ -467,6 +468,28 @@ TEST_F(Complaints, ADialogThatThrowsSilencesNoLaterOne)
     EXPECT_THROW(Abort("abort"), int);
     EXPECT_EQ(ExtractTrace(), "CLxDXCLxDXLxDX");
     g_isAborting = false;
+}
+
+// Only the handler of the dialog can keep the process.
+TEST_F(Complaints, AnAbortOutlivesListenersAndReceiversThatThrow)
+{
+    auto const End = []
+    {
+        g_bPrint = true;
+        LogAddCallback([](char const *) { throw std::runtime_error("a listener's"); });
+        g_ExecutionCallbacker.Add([](bool bGoesOn) { bGoesOn ? throw 1 : throw std::runtime_error("first"); }, false);
+        try
+        {
+            Abort("abort");
+        }
+        catch (...)
+        {
+            std::_Exit(7);
+        }
+    };
+    EXPECT_EXIT(End(), EndedAtBreakpoint, "a listener's\n.*first\nD.*No crash log saved.*D$");
+    g_silentMode = true;
+    EXPECT_EXIT(End(), testing::ExitedWithCode(1), "first\nApplication aborted!\nabort\n.*Program has crashed");
 }
 
 TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)

@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <optional>
 
 constinit bool g_silentMode = false;
@@ -71,6 +72,30 @@ namespace
             Firing_c const Firing;   // always granted: it waits for the lock, or AskWhileStopped holds the lock
             g_ExecutionCallbacker.Fire(bGoesOn, false);
         }
+    }
+
+    // Calls the host's code in an abort, which no exception may prevent. Prints the exception.
+    template <typename CALL>
+    void CallInAbort(CALL fnCall)
+    {
+        constexpr char CAPTION[] = "Exception while the application aborts!";
+        try
+        {
+            fnCall();
+        }
+        catch (std::exception const & Thrown)
+        {
+            plat::DialogPrint(CAPTION, Thrown.what());
+        }
+        catch (...)
+        {
+            plat::DialogPrint(CAPTION, "");
+        }
+    }
+
+    void FireExecutionInAbort(bool bFires, bool bGoesOn)
+    {
+        CallInAbort([=] { FireExecution(bFires, bGoesOn); });
     }
 
     // Ends the process. Leaves the lock of the event lists first: an exit handler may join a thread that waits to fire.
@@ -132,7 +157,7 @@ namespace
     // Fires the stop, asks, and fires the continuation, also if a receiver or the dialog throws. Returns the answer.
     // If an event may be dropped, one firing covers both: a host that was stopped must be continued.
     template <typename ASK>
-    int AskWhileStopped(ASK fnAsk)
+    int AskWhileStopped(ASK fnAsk, void (*fnFire)(bool bFires, bool bGoesOn) = FireExecution)
     {
         std::optional<Firing_c> Both;
         if (FiringNoWait_c::IsActive())
@@ -143,15 +168,15 @@ namespace
         int iAnswer;
         try
         {
-            FireExecution(bFires, false);
+            fnFire(bFires, false);
             iAnswer = fnAsk();
         }
         catch (...)
         {
-            FireExecution(bFires, true);
+            fnFire(bFires, true);
             throw;
         }
-        FireExecution(bFires, true);
+        fnFire(bFires, true);
         return iAnswer;
     }
 
@@ -193,7 +218,7 @@ namespace
         Store(g_isAborting, true);
         if (g_pAppWindow)
         {
-            plat::WindowSystemGet().fnMinimise(g_pAppWindow);
+            CallInAbort([] { plat::WindowSystemGet().fnMinimise(g_pAppWindow); });
         }
         if (Load(g_silentMode))
         {
@@ -290,9 +315,10 @@ void Abort(char const * fmt, ...)
 {
     char szText[TEXT_SIZE];
     ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
-    LogText(szText);
+    CallInAbort([&szText] { LogText(szText); });
 
-    if (Is(AskWhileStopped([&szText] { return AskBeforeAbort(szText); }), plat::DialogAnswer_e::Cancel))
+    if (Is(AskWhileStopped([&szText] { return AskBeforeAbort(szText); }, FireExecutionInAbort),
+            plat::DialogAnswer_e::Cancel))
     {
         ZQ_BREAK();
     }

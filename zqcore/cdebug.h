@@ -103,7 +103,8 @@ ZQ_API void Warning(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void Achtung(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Logs the text, minimises g_pAppWindow, shows the text and ends the process with a crash. Cancel breaks into the
-/// debugger first. Fires g_ExecutionCallbacker before and after the dialog.
+/// debugger first. Fires g_ExecutionCallbacker before and after the dialog. Prints what a listener of the log or a
+/// receiver throws, and continues. Only an exception of the host's dialog leaves this function.
 [[noreturn]] ZQ_API void Abort(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Set whether Warning, and whether Achtung, does more than log and fire. At start Warning does not and Achtung does.
