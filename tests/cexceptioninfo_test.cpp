@@ -4,6 +4,7 @@
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cexceptioninfo.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cstring.h"
 
 #include <exception>
@@ -309,6 +310,37 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     EXPECT_EQ(Folder.Read("started"), Folder.GetPath() + '\n');
+}
+
+// The thread that faulted holds the heap's lock, and the folder is spelled in another way on disk.
+TEST_F(ExceptionInfo, YesStartsTheRemoteDebuggerWithoutTheHeap)
+{
+    SKIP_IF(!SharesMemoryUntilExec(), "a child of vfork has its own memory, so no program starts from a fault");
+    TempFolder_c const Folder;
+    std::filesystem::permissions(
+        Folder.Write("remotedebug/rdebug.cmd", "#!/bin/sh\n"), std::filesystem::perms::owner_all);
+    auto const Run = [&Folder]
+    {
+        static int s_nDialogs = 0;
+        CurrentFolderScope_c const Current(Folder.GetPath());
+        ExceptionInfo_c::TraceReceiverSet(nullptr);
+        plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return 1 + Info.OnUnhandledException(p); });
+        plat::DialogSetHandler(
+            [](plat::Dialog_t const & Dialog)
+            {
+                bool const bAsks = Dialog.eButtons == plat::DialogButtons_e::YesNoCancel;
+                return ++s_nDialogs == 1 ? Answer_e::No : bAsks ? Answer_e::Yes : Answer_e::Ok;
+            });
+        Info.Start();
+        alarm(20);             // ends a thread that waits for ever
+        std::raise(SIGTRAP);   // waits until the thread runs, whose start uses the heap
+        g_CategoryLock.Enter();
+        std::raise(SIGTRAP);
+        g_CategoryLock.Leave();
+        Info.Stop();
+        return s_nDialogs;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(Run)), 3);
 }
 
 TEST_F(ExceptionInfo, TraceNumbersNamesAndCuts)

@@ -171,7 +171,8 @@ namespace plat
         g_fnPureCall = fnHandler;
     }
 
-    // Does not wait for the new process, so its entry in the list of processes stays until this process ends.
+    // Does not wait for the new process, so its entry in the list of processes stays until this process ends. Uses no
+    // heap: a thread that faulted may hold its lock.
     bool ProcessStart(char const * szProgram)
     {
         auto const fnSpawn = [](char const * szPath)
@@ -181,7 +182,7 @@ namespace plat
             errno = posix_spawn(&iChild, szPath, nullptr, nullptr, dArguments, environ);
             return errno == 0 ? 0 : -1;
         };
-        return DiskPath_c(szProgram).Try(fnSpawn) == 0;
+        return DiskPath_c(szProgram, false).Try(fnSpawn) == 0;
     }
 
     bool LastErrorIsAbsence()

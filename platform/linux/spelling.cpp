@@ -300,8 +300,9 @@ namespace plat
         m_dKey[m_nLength++] = '/';
     }
 
-    DiskPath_c::DiskPath_c(char const * szPath)
+    DiskPath_c::DiskPath_c(char const * szPath, bool bRecord)
         : m_szOriginal(szPath != nullptr ? szPath : "")
+        , m_bRecord(bRecord)
     {
         std::size_t iByte = 0;
         while (m_szOriginal[iByte] != 0 && iByte < PATH_MAX - 1)
@@ -420,7 +421,7 @@ namespace plat
         m_szPath[iBegin] = 0;
         Descriptor_c const Open(open(iBegin > 0 ? m_szPath : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         bool const bFound = Open.IsOpen() && FindInFolder(Open.Get(), szName);
-        if (bFound)
+        if (bFound && m_bRecord)
         {
             RecordFolder(Open.Get(), Folder);
         }

@@ -23,8 +23,9 @@ namespace plat
     class DiskPath_c
     {
     public:
-        /// Copies the path with `/` as the separator. Null counts as an empty path.
-        explicit DiskPath_c(char const * szPath);
+        /// Copies the path with `/` as the separator. Null counts as an empty path. Without bRecord, what a search
+        /// finds is not recorded, and nothing here uses the heap.
+        explicit DiskPath_c(char const * szPath, bool bRecord = true);
 
         /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno is ENOENT,
         /// ELOOP, ENOTDIR or EACCES. Returns the result of the last call.
@@ -80,6 +81,7 @@ namespace plat
         Tried_e m_eTried = Tried_e::AsWritten;
         int m_iFault = 0;   // error from the search of the folders
         bool m_bTooLong;
+        bool const m_bRecord;
         char m_szPath[PATH_MAX];
     };
 
