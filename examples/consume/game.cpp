@@ -16,6 +16,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <string>
 #include <string_view>
 #include <thread>
 
@@ -109,8 +110,9 @@ int main(int nArguments, char ** dArguments)
     std::filesystem::path const Logs = std::filesystem::absolute(dArguments[2]) / "";
     bool const bCrash = nArguments > 3 && std::string_view(dArguments[3]) == "crash";
 
-    g_silentMode = true;   // no dialog asks
-    LogSetFile(Logs.wstring().c_str(), L"message.log");
+    g_silentMode = true;                             // no dialog asks
+    std::u32string const sLogs = Logs.u32string();   // libstdc++'s wstring() refuses names beyond ASCII
+    LogSetFile(std::wstring(sLogs.begin(), sLogs.end()).c_str(), L"message.log");
     AppMiscStartup();
     SetPQXMediaPath(Media.c_str());
     Module_c::Register(ModuleFile_c::Get());

@@ -5,6 +5,7 @@
 #include "loop.h"
 #include "media.h"
 #include "options.h"
+#include "paths.h"
 #include "report.h"
 #include "saves.h"
 #include "services.h"
@@ -61,7 +62,7 @@ namespace
 #endif
         g_szApplicationName = "Harbour";
         g_silentMode = Options.bSilent;
-        LogSetFile(std::filesystem::path(Options.sLogFolder + "/").wstring().c_str(), LOG_NAME);
+        LogSetFile(WideFromPath(Options.sLogFolder + "/").c_str(), LOG_NAME);
         AppMiscStartup();
         if (!g_pMessageLogFile)
         {

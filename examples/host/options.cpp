@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include "paths.h"
+
 #include "zqcore/cstring.h"
 
 #include <algorithm>
@@ -131,7 +133,7 @@ namespace
         try
         {
             std::filesystem::path const Path = std::filesystem::absolute(sPath).lexically_normal();
-            static_cast<void>(Path.wstring());   // throws if a name is not UTF-8
+            static_cast<void>(WideFromPath(Path.string()));   // throws if a name is not UTF-8
             sAbsolute = Path.string();
         }
         catch (std::exception const &)

@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <string>
 
 namespace
 {
@@ -22,7 +23,8 @@ namespace
 int main(int nArguments, char ** dArguments)
 {
     std::filesystem::path const Logs = std::filesystem::absolute(nArguments > 1 ? dArguments[1] : "logs") / "";
-    LogSetFile(Logs.wstring().c_str(), L"message.log");   // ends in a separator
+    std::u32string const sLogs = Logs.u32string();   // libstdc++'s wstring() refuses names beyond ASCII
+    LogSetFile(std::wstring(sLogs.begin(), sLogs.end()).c_str(), L"message.log");   // ends in a separator
     AppMiscStartup();
     LogSetLimit(1 << 20, 3);   // message.log and three previous files of 1 MiB
     LogAddCallback([](char const * szLine) { std::printf("line: %s\n", szLine); });
