@@ -2,6 +2,7 @@
 #include "bay.h"
 
 #include "zqcore/clogf.h"
+#include "zqcore/ctexterror.h"
 
 #include <algorithm>
 
@@ -70,7 +71,8 @@ namespace
         Ship.fCrates = 0.0f;
         Earn(Ship, static_cast<long long>(nCrates) * nPrice);
         Logf(HARBOUR_LOG, "day %3i, %02i:00  %s lands %i crates of %s at %s for %i marks each", Bay.nHours / HOURS,
-            Bay.nHours % HOURS, Ship.sIdent, nCrates, Ship.pCargo->sName, Harbour.sName, nPrice);
+            Bay.nHours % HOURS, TextForLog(Ship.sIdent), nCrates, TextForLog(Ship.pCargo->sName),
+            TextForLog(Harbour.sName), nPrice);
     }
 
     // Buys what the harbour makes if it is worth more at the ship's destination, as far as hold, stock and purse allow.

@@ -5,6 +5,7 @@
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cscript.h"
+#include "zqcore/ctexterror.h"
 
 namespace
 {
@@ -78,7 +79,7 @@ void MissionCheck(Bay_s & Bay)
             Goal.eState = GOAL_MET;
             g_House.iPurse += Goal.iPay;
             Logf(HARBOUR_LOG, "day %3i  the house pays %i marks for %i crates of %s", Bay.nHours / HOURS, Goal.iPay,
-                Goal.nCrates, Goal.pGood->sName);
+                Goal.nCrates, TextForLog(Goal.pGood->sName));
         }
         else if (Bay.nHours >= Goal.nDays * HOURS)
         {
