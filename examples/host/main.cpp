@@ -97,12 +97,14 @@ namespace
     void PrintHead(Options_s const & Options, std::string const & sMedia)
     {
         std::printf("%s\n", GetBuildVersionString());
-        std::printf("    media   %s\n", sMedia.c_str());
-        std::printf("    game    %s\n", Options.sGame.c_str());
-        std::printf("    config  %s\n", Options.sConfig.empty() ? "none" : Options.sConfig.c_str());
-        std::printf("    logs    %s\n", Options.sLogFolder.c_str());
-        std::printf("    save    %s\n", Options.sSave.c_str());
-        std::printf("    stats   %s\n", Options.sStats.empty() ? "none" : Options.sStats.c_str());
+        auto const Print = [](char const * szWhat, std::string const & sText)
+        { std::printf("    %-7s %s\n", szWhat, static_cast<char const *>(TextForLog(sText.c_str()))); };
+        Print("media", sMedia);
+        Print("game", Options.sGame);
+        Print("config", Options.sConfig.empty() ? "none" : Options.sConfig);
+        Print("logs", Options.sLogFolder);
+        Print("save", Options.sSave);
+        Print("stats", Options.sStats.empty() ? "none" : Options.sStats);
     }
 
     // Reads the files and tables of the media. Reports them and the services.

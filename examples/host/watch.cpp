@@ -173,7 +173,7 @@ Watch_c::Watch_c(std::string const & sMedia, Survey_c const & Survey)
     FileTrackChanges(sMedia.c_str());
     if (FileTrackIsOn())
     {
-        std::printf("\nWatching %s; interrupt to end.\n", sMedia.c_str());
+        std::printf("\nWatching %s; interrupt to end.\n", Sz(Shown(sMedia.c_str())));
         std::fflush(stdout);
     }
 }
