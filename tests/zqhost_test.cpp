@@ -4,6 +4,8 @@
 #include "zqcore/cfilesave.h"
 #include "zqcore/cserialize.h"
 
+#include <algorithm>
+
 #ifdef ZQHOST_PATH
 namespace
 {
@@ -109,6 +111,36 @@ TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
     }
     FullDisk_c const Full(sSaved.size() + 4000);   // room for the save and its log, but not for a batch
     EXPECT_EQ(RunHost(sAll + sStats).iStatus, 5);
+}
+
+TEST(ZqHost, RunsInAFolderOfAnyNameAndShowsWhatATerminalWouldObey)
+{
+    SKIP_IF(*TEST_EMULATOR != 0, "the emulator gives a thread the storage of another one after a signal");
+    TempFolder_c const Folder;
+    std::string const sHome = "c\x1B[31m\xC3\xBC", sMedia = sHome + "/m\x1B[31m\xC3\xBC";
+    Folder.MakeFolder(sHome + "/back");
+    std::filesystem::copy(TEST_MEDIA_FOLDER, Folder.Join(sMedia), std::filesystem::copy_options::recursive);
+    std::string sGoods = Folder.Read(sMedia + "/tables/goods.csv");
+    for (std::string_view const sGood : { "Flour", "Timber" })
+    {
+        sGoods.replace(sGoods.find(sGood), sGood.size(), "\"x\nforged\"");
+    }
+    Folder.Write(sMedia + "/tables/goods.csv", sGoods);
+    std::string const sHost = "cd '" + Folder.Join(sHome) + "'; { " ZQHOST_PATH " --silent --media '"
+                              + Folder.Join(sMedia) + "' --save 'back\\slash' --stats stats --frames 480";
+    Result_s const Run = RunShell(sHost + "; } 2>&1");
+    EXPECT_THAT(Run, Ends(0, testing::Not(HasSubstr(" 0 bytes in "))));
+    EXPECT_FALSE(Folder.Read(sHome + "/back/slash").empty());
+    std::string const sLog = Folder.Read(sHome + "/logs/harbour.log");
+    EXPECT_THAT(sLog, testing::AllOf(HasSubstr("crates of x\\nforged"), testing::Not(HasSubstr("\nforged"))));
+
+    RunShell(sHost
+             + " --watch & echo $! >pid; wait $!; echo $? >status; } 2>&1 | tee said |"
+               " { grep -q Watching; kill -TERM $(cat pid); cat; }");
+    EXPECT_EQ(Folder.Read(sHome + "/status"), "0\n");
+    std::string const sSaid = Run.sOutput + Folder.Read(sHome + "/said");
+    auto const IsControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 && c != '\n'; };
+    EXPECT_EQ(std::count_if(sSaid.begin(), sSaid.end(), IsControl), 0) << sSaid;
 }
 
 TEST(ZqHost, KeepsItsWorldWhenTheTerminalGoes)

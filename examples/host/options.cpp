@@ -132,7 +132,9 @@ namespace
     {
         try
         {
-            std::filesystem::path const Path = std::filesystem::absolute(sPath).lexically_normal();
+            std::string sText = std::filesystem::absolute(sPath).string();
+            std::replace(sText.begin(), sText.end(), '\\', '/');   // as the library reads it
+            std::filesystem::path const Path = std::filesystem::path(sText).lexically_normal();
             static_cast<void>(WideFromPath(Path.string()));   // throws if a name is not UTF-8
             sAbsolute = Path.string();
         }
