@@ -113,6 +113,39 @@ TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
     EXPECT_EQ(RunHost(sAll + sStats).iStatus, 5);
 }
 
+TEST(ZqHost, RefusesOutputsThatReplaceEachOtherOrTheMedia)
+{
+    TempFolder_c const Folder;
+    std::string const sLog = Folder.Join("log"), sAll = "--log " + sLog, sSave = sLog + "/pqx.sav";
+    EXPECT_EQ(RunHost(sAll).iStatus, 0);
+    EXPECT_EQ(RunHost(sAll).iStatus, 0);
+    std::string const sSaved = Folder.Read("log/pqx.sav"), sPrevious = Folder.Read("log/pqx.sav.1");
+    EXPECT_EACH(!sSaved.empty(), !sPrevious.empty());
+    std::filesystem::create_symlink("log", Folder.Join("link"));
+    std::filesystem::copy_file(sSave, Folder.Join("copy.sav"));
+    std::filesystem::create_hard_link(sSave, Folder.Join("hard"));
+    std::filesystem::copy(TEST_MEDIA_FOLDER, Folder.Join("media"), std::filesystem::copy_options::recursive);
+    std::string const sGoods = Folder.Read("media/tables/goods.csv");
+    for (auto const & [sArguments, iStatus, szSaid] : Rows_t<std::string, int, char const *>{
+             { " --stats " + sLog + "/../log//PQX.sav", 2, "the save and the stats are one file" },
+             { " --stats " + Folder.Join("link/pqx.sav"), 2, "the save and the stats are one file" },
+             { " --stats " + Folder.Join("hard"), 2, "the save and the stats are one file" },
+             { " --stats '" + Folder.GetPath() + "\\log\\pqx.sav'", 2, "the save and the stats are one file" },
+             { " --cache --cache-file " + sSave, 2, "the save and the cache are one file" },
+             { " --stats " + sSave + ".1", 2, "the stats and a previous save are one file" },
+             { " --save " + sLog + "/message.log", 2, "the save and message.log are one file" },
+             { " --save " + sLog + "/Harbour.log", 2, "the save and harbour.log are one file" },
+             { " --stats " + sLog + "/allocations.csv", 2, "the stats and allocations.csv are one file" },
+             { " --stats " + Folder.Join("media/tables/Goods.csv"), 3, "give another one with --stats" },
+             { " --cache --cache-file " + Folder.Join("goods.csv"), 3, "give another one with --cache-file" },
+             { " --save " + Folder.Join("media/filesystemcache.bin"), 3, "the place of the media's cache" } })
+    {
+        EXPECT_THAT(RunHost(sAll + sArguments, Folder.Join("media")), Ends(iStatus, HasSubstr(szSaid))) << sArguments;
+    }
+    EXPECT_EACH(Folder.Read("log/pqx.sav") == sSaved, Folder.Read("log/pqx.sav.1") == sPrevious,
+        Folder.Read("media/tables/goods.csv") == sGoods, !std::filesystem::exists(Folder.Join("goods.csv")));
+}
+
 TEST(ZqHost, RunsInAFolderOfAnyNameAndShowsWhatATerminalWouldObey)
 {
     SKIP_IF(*TEST_EMULATOR != 0, "the emulator gives a thread the storage of another one after a signal");

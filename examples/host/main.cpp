@@ -35,8 +35,6 @@
 
 namespace
 {
-    constexpr wchar_t const * LOG_NAME = L"message.log";
-
     // Prints why the run fails and returns the status.
     int Fail(Status_e eStatus, std::string const & sMessage)
     {
@@ -62,7 +60,7 @@ namespace
 #endif
         g_szApplicationName = "Harbour";
         g_silentMode = Options.bSilent;
-        LogSetFile(WideFromPath(Options.sLogFolder + "/").c_str(), LOG_NAME);
+        LogSetFile(WideFromPath(Options.sLogFolder + "/").c_str(), WideFromPath(LOG_NAME).c_str());
         AppMiscStartup();
         if (!g_pMessageLogFile)
         {
@@ -262,7 +260,7 @@ int main(int nArguments, char ** dArguments)
     StartApplication(Options);
     std::string const sMedia =
         Options.sMedia.empty() ? static_cast<char const *>(GetPQXMediaPath(false)) : Options.sMedia;
-    sMessage = MediaCheck(sMedia);
+    sMessage = MediaCheck(Options, sMedia);
     int const iStatus = sMessage.empty() ? RunModules(Options, sMedia) : Fail(STATUS_MEDIA, sMessage);
     AppMiscShutdown();
     return CheckOutput(iStatus);

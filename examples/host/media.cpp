@@ -1,7 +1,9 @@
 #include "media.h"
 
 #include "options.h"
+#include "paths.h"
 
+#include "zqcore/cfile.h"
 #include "zqcore/cfilecache.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilename.h"
@@ -12,9 +14,11 @@
 
 namespace
 {
+    constexpr char CACHE_NAME[] = "/filesystemcache.bin";   // below the media root
+
     std::string CacheOf(Options_s const & Options, std::string const & sMedia)
     {
-        return Options.sCacheFile.empty() ? sMedia + "/filesystemcache.bin" : Options.sCacheFile;
+        return Options.sCacheFile.empty() ? sMedia + CACHE_NAME : Options.sCacheFile;
     }
 
     bool IsFromCache()
@@ -49,13 +53,35 @@ namespace
                    : "the media have no folder " + sFolder;
     }
 
+    // Returns the bare name of a path below the media root if the media have such a file, else an empty text.
+    std::string FileOfMedia(std::string const & sPath, std::string const & sMedia)
+    {
+        std::string const sFolded = FoldedPath(sPath), sBare = PathFileName(sFolded.c_str());
+        return sFolded.starts_with(FoldedPath(sMedia) + "/") && FileExists(sBare.c_str()) ? sBare : "";
+    }
+
+    // Returns the bare name of a cache if the media have another file of that name, else an empty text. A cache leaves
+    // out the file of its name, wherever it is.
+    std::string FileOfTheCachesName(std::string const & sCacheFile)
+    {
+        std::string const sBare = PathFileName(sCacheFile.c_str());
+        File_c const * const pFile = FileExists(sBare.c_str()) ? FileStream(sBare.c_str()) : nullptr;
+        bool const bOther = pFile && !IsSameFile(pFile->GetFullPath().CStr(), sCacheFile);
+        return bOther ? sBare : "";
+    }
+
+    std::string DescribeTaken(std::string const & sBare, std::string const & sOption)
+    {
+        return "the media have a file " + sBare + ": give another one with " + sOption;
+    }
+
     std::string CantRead(std::string const & sFolder, std::error_code const & Error)
     {
         return "can't read \"" + sFolder + "\": " + Error.message();
     }
 }
 
-std::string MediaCheck(std::string const & sMedia)
+std::string MediaCheck(Options_s const & Options, std::string const & sMedia)
 {
     if (sMedia.empty())
     {
@@ -72,6 +98,13 @@ std::string MediaCheck(std::string const & sMedia)
     if (sMedia.size() >= static_cast<std::size_t>(String_T<256>::Capacity()) - 1)
     {
         return "the path of the media root takes more than 254 characters: \"" + sMedia + "\"";
+    }
+    for (std::string const & sPath : { Options.sSave, Options.sStats })
+    {
+        if (!sPath.empty() && IsSameFile(sPath, sMedia + CACHE_NAME))
+        {
+            return "\"" + sPath + "\" is the place of the media's cache: give another file";
+        }
     }
     std::filesystem::directory_iterator const First(sMedia, Error);
     return Error ? CantRead(sMedia, Error) : "";
@@ -106,8 +139,16 @@ std::string MediaCheckChoice(Options_s const & Options, std::string const & sMed
     {
         return DescribeMissing("media/_configdependeddata/" + Options.sConfig, Options, sMedia);
     }
-    char const * const szSave = PathFileName(Options.sSave.c_str());
-    return FileExists(szSave) ? "the media have a file " + std::string(szSave) + ": give another one with --save" : "";
+    std::string const sSave = PathFileName(Options.sSave.c_str());
+    std::string const sStats = FileOfMedia(Options.sStats, sMedia), sCache = FileOfTheCachesName(Options.sCacheFile);
+    if (!sCache.empty())
+    {
+        ModuleFile_c::Get()->SetCacheFile(nullptr);   // which would be written at the end
+    }
+    return FileExists(sSave.c_str()) ? DescribeTaken(sSave, "--save")
+           : !sStats.empty()         ? DescribeTaken(sStats, "--stats")
+           : !sCache.empty()         ? DescribeTaken(sCache, "--cache-file")
+                                     : "";
 }
 
 std::string MediaDescribeSource(Options_s const & Options, std::string const & sMedia)

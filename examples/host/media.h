@@ -5,8 +5,9 @@
 
 struct Options_s;
 
-/// Returns why the host can't use a media root, or an empty text if it can.
-std::string MediaCheck(std::string const & sMedia);
+/// Returns why the host can't use a media root, or an empty text if it can. Refuses a save, or stats, in the place of
+/// the root's cache.
+std::string MediaCheck(Options_s const & Options, std::string const & sMedia);
 
 /// Makes the settings that ModuleFile_c reads when it starts. Requires that the modules are not up yet.
 void MediaSet(Options_s const & Options, std::string const & sMedia);

@@ -1,15 +1,19 @@
 #include "options.h"
 
+#include "bay.h"
 #include "paths.h"
+#include "saves.h"
 
 #include "zqcore/cstring.h"
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace
 {
@@ -166,6 +170,35 @@ namespace
         return bGood ? "" : std::string("the ") + szWhat + " is no regular file: " + Quoted(sPath);
     }
 
+    // Returns a message if a file that the host writes is one of its other files too, else an empty text.
+    std::string CheckApart(Options_s const & Options)
+    {
+        std::vector<std::pair<std::string, std::string>> dFiles = { { "the save", Options.sSave },
+            { "the stats", Options.sStats }, { "the cache", Options.sCacheFile } };
+        auto const nChosen = static_cast<std::ptrdiff_t>(dFiles.size());
+        for (char const * const szName : { LOG_NAME, HARBOUR_LOG, "allocations.csv", "uncategorized.csv" })
+        {
+            dFiles.emplace_back(szName, Options.sLogFolder + "/" + szName);
+        }
+        for (int i = 1; i <= PREVIOUS_SAVES; ++i)
+        {
+            dFiles.emplace_back("a previous save", Options.sSave + "." + std::to_string(i));
+        }
+        for (auto itFile = dFiles.begin(); itFile != dFiles.begin() + nChosen; ++itFile)
+        {
+            auto const IsSame = [&](auto const & Other)
+            { return !itFile->second.empty() && !Other.second.empty() && IsSameFile(itFile->second, Other.second); };
+            // A rotation that was cut off may leave one file under the names of the save and a previous one.
+            auto const itEnd = dFiles.end() - (itFile == dFiles.begin() ? PREVIOUS_SAVES : 0);
+            auto const itOther = std::find_if(itFile + 1, itEnd, IsSame);
+            if (itOther != itEnd)
+            {
+                return itFile->first + " and " + itOther->first + " are one file: " + Quoted(itFile->second);
+            }
+        }
+        return "";
+    }
+
     // Converts the values to options. Returns a message if something is wrong, else an empty text.
     std::string Convert(Texts_s const & Texts, Options_s & Options)
     {
@@ -204,7 +237,7 @@ namespace
             sMessage = sMessage.empty() ? CheckLength(szWhat, sPath) : sMessage;
             sMessage = sMessage.empty() ? CheckKind(szWhat, sPath) : sMessage;
         }
-        return sMessage;
+        return sMessage.empty() ? CheckApart(Options) : sMessage;
     }
 }
 

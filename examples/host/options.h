@@ -3,6 +3,8 @@
 
 #include <string>
 
+inline constexpr char const * LOG_NAME = "message.log";   // main log in the log folder
+
 /// Exit statuses of the host.
 enum Status_e : int
 {

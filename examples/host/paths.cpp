@@ -1,6 +1,10 @@
 #include "paths.h"
 
+#include "zqcore/cstring.h"
+
+#include <algorithm>
 #include <filesystem>
+#include <system_error>
 
 std::wstring WideFromPath(std::string const & sPath)
 {
@@ -14,4 +18,21 @@ std::wstring WideFromPath(std::string const & sPath)
     {
         return Path.wstring();
     }
+}
+
+std::string FoldedPath(std::string const & sPath)
+{
+    std::string sFolded = sPath;
+    std::replace(sFolded.begin(), sFolded.end(), '\\', '/');
+    std::error_code Error;
+    std::filesystem::path const Resolved = std::filesystem::weakly_canonical(sFolded, Error);
+    sFolded = Error ? sFolded : Resolved.generic_string();
+    StrToLower(sFolded.data());
+    return sFolded;
+}
+
+bool IsSameFile(std::string const & sPathA, std::string const & sPathB)
+{
+    std::error_code Error;
+    return FoldedPath(sPathA) == FoldedPath(sPathB) || std::filesystem::equivalent(sPathA, sPathB, Error);
 }
