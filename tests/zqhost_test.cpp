@@ -109,6 +109,9 @@ TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
         EXPECT_EQ(RunHost(sAll + sStats).iStatus, 0);
         EXPECT_EQ(Folder.Read(szKept), szDamaged) << "no kept save replaces another";
     }
+    std::string const sLimited = "ulimit -f 4; " TEST_EMULATOR ZQHOST_PATH " --silent --media " TEST_MEDIA_FOLDER " ";
+    EXPECT_THAT(RunShell(sLimited + "--log " + Folder.Join("limited") + " 2>&1 >/dev/null"),
+        Ends(4, HasSubstr("File too large")));
     FullDisk_c const Full(sSaved.size() + 4000);   // room for the save and its log, but not for a batch
     EXPECT_EQ(RunHost(sAll + sStats).iStatus, 5);
 }

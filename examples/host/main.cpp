@@ -58,6 +58,9 @@ namespace
 #ifdef SIGPIPE
         std::signal(SIGPIPE, SIG_IGN);   // the reader of the report may end first, and the world must still be saved
 #endif
+#ifdef SIGXFSZ
+        std::signal(SIGXFSZ, SIG_IGN);   // a write beyond the limit of a file fails instead, and is reported
+#endif
         g_szApplicationName = "Harbour";
         g_silentMode = Options.bSilent;
         LogSetFile(WideFromPath(Options.sLogFolder + "/").c_str(), WideFromPath(LOG_NAME).c_str());
