@@ -140,6 +140,19 @@ namespace
     }
 }
 
+TEST(Documents, ProgramsFailWhenTheirOutputIsLost)
+{
+    TempFolder_c const Folder;
+    CurrentFolderScope_c const Current(Folder.GetPath());
+    for (std::string const sCommand : { "read_table " TEST_MEDIA_FOLDER, "save_and_load", "profile_frames",
+             "log_and_complain", "watch_memory", "auction " TEST_MEDIA_FOLDER " auction.sav auction.stats" })
+    {
+        std::string const sRun =
+            "ASAN_OPTIONS=detect_leaks=0 " TEST_EMULATOR PROGRAMS_FOLDER "/" + sCommand + " 2>/dev/null >/dev/";
+        EXPECT_EACH(RunShell(sRun + "null").iStatus == 0, RunShell(sRun + "full").iStatus == 1) << sCommand;
+    }
+}
+
 // The tables of messages quote the library, with its %s and %i, whole or in part.
 TEST(Documents, QuoteMessagesThatExistAndLinkToFilesThatExist)
 {

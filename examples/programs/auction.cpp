@@ -171,5 +171,5 @@ int main(int nArguments, char ** dArguments)
     }
     Module_c::ShutdownAllModules();
     AppMiscShutdown();
-    return bSold ? 0 : 1;
+    return bSold && std::fflush(stdout) == 0 ? 0 : 1;   // fails too if the output is lost
 }

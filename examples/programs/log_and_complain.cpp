@@ -40,5 +40,5 @@ int main(int nArguments, char ** dArguments)
 
     Module_c::ShutdownAllModules();
     AppMiscShutdown();
-    return g_nComplaints == 2 ? 0 : 1;
+    return g_nComplaints == 2 && std::fflush(stdout) == 0 ? 0 : 1;   // fails too if the output is lost
 }

@@ -34,6 +34,6 @@ int main(int nArguments, char ** dArguments)
     }
     profiler::timer_t const * const pPhysics = ProfilerGetTimer("Physics");
     std::printf("Physics: %u call in the last frame\n", static_cast<unsigned>(pPhysics->nLast));
-    Module_c::ShutdownAllModules();   // waits for the file
-    return ProfilerSwapStatsFailed() ? 1 : 0;
+    Module_c::ShutdownAllModules();                                          // waits for the file
+    return !ProfilerSwapStatsFailed() && std::fflush(stdout) == 0 ? 0 : 1;   // fails too if the output is lost
 }

@@ -38,5 +38,5 @@ int main(int nArguments, char ** dArguments)
     bool const bListed = Module_c::InitializeAllModules() && ListPrices("goods.csv");
     Module_c::ShutdownAllModules();
     AppMiscShutdown();
-    return bListed ? 0 : 1;
+    return bListed && std::fflush(stdout) == 0 ? 0 : 1;   // fails too if the output is lost
 }

@@ -74,5 +74,5 @@ int main(int nArguments, char ** dArguments)
     }
     std::printf("run %i of %s\n", ++World.iRuns, World.sPlayer.CStr());
     std::string const sWhyNot = Store(Save, World);
-    return sWhyNot.empty() ? 0 : Fail(sWhyNot);
+    return !sWhyNot.empty() ? Fail(sWhyNot) : std::fflush(stdout) != 0 ? Fail("the output is lost") : 0;
 }
