@@ -4,15 +4,17 @@
 //
 // The main thread runs frames without pause: the heartbeats, both profilers, opens and asynchronous reads, and now and
 // then a rewritten table, a save, registry values and a complaint. Seven more threads allocate under categories, log,
-// and complain. After each tenth of the frames a line shows what the process holds. Status 1 if something grew from the
-// second line to the last: live blocks of a category, descriptors, threads, pages of the process, or bytes of logs.
+// and complain. After each tenth of the frames a line shows what the process holds. Status 1 in these cases:
+// - A save, a table or a registry value failed, or a complaint was not heard. The last line has the counts.
+// - From the second line to the last, one of these grew: live blocks of a category, descriptors, threads, pages of the
+//   process, or bytes of logs.
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cfile.h"
 #include "zqcore/cfileasync.h"
 #include "zqcore/cfilemedia.h"
-#include "zqcore/cfilereplace.h"
+#include "zqcore/cfilesave.h"
 #include "zqcore/cfiletrack.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
@@ -29,6 +31,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -41,7 +44,14 @@ namespace
     constexpr int THREADS = 7, FILES = 40, SELDOM = 1000, LOG_LIMIT = 10000;
 
     std::atomic<bool> g_bOver = false;
-    std::atomic<int> g_nComplaints = 0;
+    std::atomic<int> g_nComplaints = 0, g_nHeard = 0;
+
+    // What failed on the main thread.
+    struct Failures_s
+    {
+        int nSaves = 0, nTables = 0, nValues = 0;
+    };
+    Failures_s g_Failures;
 
     // What the process holds.
     struct Held_s
@@ -106,6 +116,18 @@ namespace
         std::ofstream(sFile) << sText;
     }
 
+    void Complain(char const * szWho, int iWho)
+    {
+        ++g_nComplaints;
+        Warning("%s %i complains", szWho, iWho);
+    }
+
+    // The library may complain too.
+    void Hear(char const * szText)
+    {
+        g_nHeard += std::strstr(szText, " complains") ? 1 : 0;
+    }
+
     void RunThread(int iThread)
     {
         auto const eCategory = static_cast<mem::Categories_e>(2 + iThread);
@@ -120,7 +142,7 @@ namespace
             {
                 Log("thread %i: %i", iThread, i);
                 Logf(sLog.c_str(), "%i", i);
-                Warning("thread %i complains", iThread);
+                Complain("thread", iThread);
             }
             if (i % (SELDOM / 50) == 0)
             {
@@ -129,21 +151,36 @@ namespace
         }
     }
 
-    void Save(std::string const & sFolder, int iFrame)
+    // Saves, and reads the save as at the next start.
+    void SaveAndLoad(FileSave_c & Save, int iFrame)
     {
-        FileReplacement_c Replacement((sFolder + "/soak.sav").c_str());
-        BufferedWriteable_c Archive(Replacement, ARCHIVE_SAVED_GAME_VERSION);
+        FileSaveWriter_c Writer(Save);
+        BufferedWriteable_c Archive(Writer, ARCHIVE_SAVED_GAME_VERSION);
         if (Archive.Open())
         {
             Archive.Serialize(iFrame);
         }
-        if (!Archive.Close() || !Replacement.Commit())
+        bool const bSaved = Archive.Close() && !Archive.IsFailed() && Writer.Commit();
+        if (!bSaved || Save.Load(ARCHIVE_SAVED_GAME_VERSION) != FileSave_c::WHOLE)
         {
-            std::printf("frame %i is not saved\n", iFrame);
+            ++g_Failures.nSaves;
+            std::printf("frame %i is not saved: %s\n", iFrame, bSaved ? Save.GetWhyNot() : Writer.GetWhyNot());
         }
     }
 
-    void RunFrame(int iFrame, std::string const & sFolder)
+    void WriteValue(int iFrame)
+    {
+        Registry_c Key;
+        std::string const sValue = "value" + std::to_string(iFrame % 7);
+        if (!Key.OpenKey("soak\\values", true) || !Key.WriteValue(sValue.c_str(), iFrame)
+            || Key.ReadInt(sValue.c_str(), -1) != iFrame)
+        {
+            ++g_Failures.nValues;
+            std::printf("frame %i: %s is not in the registry\n", iFrame, sValue.c_str());
+        }
+    }
+
+    void RunFrame(int iFrame, std::string const & sFolder, FileSave_c & Save)
     {
         ProfilerBeginFrame();
         ProfilerPush("Files", false);
@@ -152,6 +189,7 @@ namespace
         int iValue = 0;
         if (!Table.Open(sFile.c_str()) || !Table.FindIdent("row") || !Table.Get("value", iValue))
         {
+            ++g_Failures.nTables;
             std::printf("frame %i: %s can't be read: %s\n", iFrame, sFile.c_str(),
                 static_cast<char const *>(Table.GetLastError().sReason));
         }
@@ -168,11 +206,9 @@ namespace
         if (iFrame % SELDOM == 0)
         {
             Write(sFolder + "/media/" + sFile, "@head;value\nrow;" + std::to_string(iFrame) + "\n");
-            Save(sFolder, iFrame);
-            Registry_c Key;
-            Key.OpenKey("soak\\values", true);
-            Key.WriteValue(("value" + std::to_string(iFrame % 7)).c_str(), iFrame);
-            Warning("frame %i complains", iFrame);
+            SaveAndLoad(Save, iFrame);
+            WriteValue(iFrame);
+            Complain("frame", iFrame);
         }
         MemoryResetFrameAllocCount();
         ++g_iLogFrameCounter;
@@ -181,8 +217,18 @@ namespace
         SimpleProfileReset(SIMPLE_PROFILE_CONTEXT_0);
     }
 
+    bool Failed()
+    {
+        int const nUnheard = g_nComplaints - g_nHeard;
+        std::printf("failed: %i saves, %i tables, %i registry values; %i of %i complaints were not heard\n",
+            g_Failures.nSaves, g_Failures.nTables, g_Failures.nValues, nUnheard, g_nComplaints.load());
+        return g_Failures.nSaves + g_Failures.nTables + g_Failures.nValues > 0 || nUnheard != 0;
+    }
+
     bool Run(int nFrames, std::string const & sFolder)
     {
+        FileSave_c Save((sFolder + "/soak.sav").c_str());
+        Save.SetPrevious(2);
         std::vector<std::thread> dThreads;
         for (int i = 0; i < THREADS; ++i)
         {
@@ -195,12 +241,12 @@ namespace
         {
             for (int i = nFrames / 10 * (iTenth - 1); i < nFrames / 10 * iTenth; ++i)
             {
-                RunFrame(i, sFolder);
+                RunFrame(i, sFolder, Save);
             }
             Last = Hold(sFolder);
             First = iTenth == 2 ? Last : First;
             std::printf("%10i %8td %10td %11td %7td %7ld %10td %10i\n", nFrames / 10 * iTenth, Last.iBlocks,
-                Last.iBytes, Last.nDescriptors, Last.nThreads, Last.nPages, Last.nLogBytes, g_nComplaints.load());
+                Last.iBytes, Last.nDescriptors, Last.nThreads, Last.nPages, Last.nLogBytes, g_nHeard.load());
             std::fflush(stdout);
         }
         g_bOver = true;
@@ -208,7 +254,7 @@ namespace
         {
             Thread.join();
         }
-        return !Grew(First, Last);
+        return !(Failed() | Grew(First, Last));
     }
 }
 
@@ -232,16 +278,16 @@ int main(int nArguments, char ** dArguments)
     SetPQXMediaPath((sFolder + "/media").c_str());
     SetAchtungs(false);
     SetWarnings(false);
-    g_WarningsCallbacker.Add([](char const *) { ++g_nComplaints; }, false);
+    g_WarningsCallbacker.Add(Hear, false);
     Module_c::Register(ModuleFile_c::Get());
     Module_c::Register(ModuleProfiler_c::Get());
-    bool bFlat = false;
+    bool bDone = false;
     if (Module_c::InitializeAllModules())
     {
         FileTrackChanges((sFolder + "/media").c_str());
-        bFlat = Run(std::atoi(dArguments[1]), sFolder);
+        bDone = Run(std::atoi(dArguments[1]), sFolder);
     }
     Module_c::ShutdownAllModules();
     AppMiscShutdown();
-    return bFlat ? 0 : 1;
+    return bDone ? 0 : 1;
 }
