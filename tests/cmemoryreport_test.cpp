@@ -154,4 +154,25 @@ TEST(MemoryReport, FileThatCanNotBeOpenedFailsItsConditionAndSparesTheOther)
     std::remove(Folder.Join("uncategorized.csv").c_str());
     Folder.MakeFolder("uncategorized.csv");
     EXPECT_EQ(FailedConditions(MemoryLogAllocations), "context.f & context.fu");
+    EXPECT_TRUE(MemoryLogAllocationsFailed());
+}
+
+TEST(MemoryReport, FileThatIsNotWrittenWholeIsLogged)
+{
+    TempFolder_c const Folder;
+    CurrentFolderScope_c const Current(Folder.GetPath());
+    LogCapture_c const Log;
+    std::vector<void *> dBlocks(2000);
+    std::ranges::generate(dBlocks, [] { return plat::HeapAlloc(1, WordOf(mem::UNDEFINED), SOURCE, 5); });
+    for (rlim_t const nBytes : { 5, 50000 })   // the first flush fails, or a later one
+    {
+        FullDisk_c const Full(nBytes);
+        MemoryLogAllocations();
+        EXPECT_TRUE(MemoryLogAllocationsFailed());
+    }
+    EXPECT_EQ(Log.CountHolding("MemoryLogAllocations: allocations.csv: File too large"), 2);
+    EXPECT_EQ(Log.CountHolding("MemoryLogAllocations: uncategorized.csv: File too large"), 2);
+    std::ranges::for_each(dBlocks, plat::HeapFree);
+    MemoryLogAllocations();
+    EXPECT_FALSE(MemoryLogAllocationsFailed());
 }

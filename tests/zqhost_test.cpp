@@ -12,7 +12,8 @@ namespace
     using testing::HasSubstr;
 
     // What the host says on standard error, and its status: 2 bad command line, 3 no media, 4 not loaded or saved,
-    // 5 stats not written, 6 a service did not start, 7 not watched, 8 standard output full.
+    // 5 stats not written, 6 a service did not start, 7 not watched, 8 standard output full,
+    // 9 live memory not listed.
     Result_s RunHost(std::string const & sArguments, std::string const & sMedia = TEST_MEDIA_FOLDER,
         std::string const & sOutput = "/dev/null")
     {
@@ -114,6 +115,9 @@ TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
         Ends(4, HasSubstr("File too large")));
     FullDisk_c const Full(sSaved.size() + 4000);   // room for the save and its log, but not for a batch
     EXPECT_EQ(RunHost(sAll + sStats).iStatus, 5);
+    FullDisk_c const Fuller(sSaved.size());
+    EXPECT_THAT(RunHost("--allocations --log " + Folder.Join("log") + " --save " + Folder.Join("save")),
+        Ends(9, HasSubstr("can't list the live memory")));
 }
 
 TEST(ZqHost, RefusesOutputsThatReplaceEachOtherOrTheMedia)

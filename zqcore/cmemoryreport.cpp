@@ -1,6 +1,7 @@
 #include "zqcore/cmemoryreport.h"
 
 #include "zqcore/cdebug.h"
+#include "zqcore/clog.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cmemory_internal.h"
 #include "zqcore/cscope_internal.h"
@@ -13,6 +14,18 @@ namespace
 
     constinit bool g_bNewLogHeaderDone = false;
     constinit bool g_bInNewLog = false;   // the log's own allocations are not logged
+    constinit bool g_bReportFailed = false;
+
+    // Closes a file of the report. Logs why it is not whole.
+    void Close(std::FILE * pFile, char const * szWhatFails)
+    {
+        bool const bWritten = !std::ferror(pFile);
+        if (std::fclose(pFile) != 0 || !bWritten)
+        {
+            g_bReportFailed = true;
+            LogWinLastError(szWhatFails);
+        }
+    }
 }
 
 void MemoryWriteTally(std::FILE * pFile, MemoryTally_s const & Tally)
@@ -66,6 +79,7 @@ void MemoryLogAllocations()
     } const context = { plat::StreamOpen("allocations.csv", "w"), plat::StreamOpen("uncategorized.csv", "w") };
     ZQ_ASSERT(context.f);
     ZQ_ASSERT(context.fu);
+    g_bReportFailed = !context.f || !context.fu;
     if (context.f)
     {
         std::fputs("Memory allocations\n", context.f);
@@ -74,10 +88,15 @@ void MemoryLogAllocations()
     if (context.f)
     {
         MemoryWriteTally(context.f, Tally);
-        std::fclose(context.f);
+        Close(context.f, "MemoryLogAllocations: allocations.csv");
     }
     if (context.fu)
     {
-        std::fclose(context.fu);
+        Close(context.fu, "MemoryLogAllocations: uncategorized.csv");
     }
+}
+
+bool MemoryLogAllocationsFailed()
+{
+    return g_bReportFailed;
 }

@@ -39,7 +39,12 @@ ZQ_API void MemoryNewLogToggle();
 /// - "allocations.csv": a line for each live client block, newest first, then a tally by size. Without any block its
 ///   percentages are 0.
 /// - "uncategorized.csv": a line for each client block of category UNDEFINED.
+///
+/// Asserts that both files open. If one can't be written whole, logs the reason, and the file stays as it is.
 ZQ_API void MemoryLogAllocations();
+
+/// Returns whether a file of the last snapshot could not be opened or written whole.
+ZQ_API bool MemoryLogAllocationsFailed();
 
 /// Returns whether the categories' blocks and bytes add up to the totals. Every event of the debug heap checks the same
 /// under g_CategoryLock. Requires that the caller holds that lock if other threads run. With the heap of a shipped

@@ -77,8 +77,8 @@ namespace
         SetAchtungs(false);      // media of all kinds occur: complaints are counted and reported at the end
     }
 
-    // Writes the list of the live memory into a folder, which is the current one meanwhile.
-    void ListAllocations(std::string const & sFolder)
+    // Writes the list of the live memory into a folder, which is the current one meanwhile. Returns the status.
+    int ListAllocations(std::string const & sFolder)
     {
         std::error_code Error;
         std::filesystem::path const Current = std::filesystem::current_path(Error);
@@ -88,11 +88,12 @@ namespace
         }
         if (Error)
         {
-            std::fprintf(stderr, "zqhost: no list of the live memory: %s\n", Error.message().c_str());
-            return;
+            return Fail(STATUS_MEMORY, "can't list the live memory: " + Error.message());
         }
         MemoryLogAllocations();
         std::filesystem::current_path(Current, Error);
+        return MemoryLogAllocationsFailed() ? Fail(STATUS_MEMORY, "can't list the live memory; the log says why")
+                                            : STATUS_OK;
     }
 
     void PrintHead(Options_s const & Options, std::string const & sMedia)
@@ -218,13 +219,10 @@ namespace
             return Fail(STATUS_MEDIA, std::string("no world can begin: ") + World.GetWhyEmpty());
         }
         int const iStatus = World.IsEmpty() ? PlayEmpty(Options, World, Survey) : Play(Options, World, Survey);
-        if (Options.bAllocations)
-        {
-            ListAllocations(Options.sLogFolder);
-        }
+        int const iListed = Options.bAllocations ? ListAllocations(Options.sLogFolder) : STATUS_OK;
         ReportMemory();
         ReportComplaints(ListenersGetNotes());
-        return iStatus;
+        return iStatus == STATUS_OK ? iListed : iStatus;
     }
 
     int RunModules(Options_s const & Options, std::string const & sMedia)

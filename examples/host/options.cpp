@@ -260,6 +260,6 @@ std::string OptionsHelp()
     std::for_each(std::begin(FLAG_OPTIONS), std::end(FLAG_OPTIONS), Add);
     sHelp += "\nExit status: 0 done, 1 a complaint or crash ended a silent run, 2 bad command line, 3 no such media,\n"
              "4 not loaded or saved, 5 stats not written, 6 a service did not start, 7 the media can't be watched,\n"
-             "8 the report was not written whole. Standard error has the reason.\n";
+             "8 the report was not written whole, 9 the live memory was not listed. Standard error has the reason.\n";
     return sHelp;
 }

@@ -16,7 +16,8 @@ enum Status_e : int
     STATUS_STATS = 5,     // the profiler's file could not be written
     STATUS_SERVICE = 6,   // a service did not start
     STATUS_WATCH = 7,     // the media can't be watched
-    STATUS_OUTPUT = 8     // standard output did not accept all of the report
+    STATUS_OUTPUT = 8,    // standard output did not accept all of the report
+    STATUS_MEMORY = 9     // the live memory could not be listed
 };
 
 /// The command line. Paths are absolute, without a separator at the end.
