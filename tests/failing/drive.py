@@ -45,6 +45,8 @@ REASONS = {
     "start": ("ENOMEM", "EMFILE"),
     "random": ("ENOSYS", "EINTR"),
     "queue": ("ENOSYS", "EAGAIN"),
+    "close": ("EIO", "ENOSPC", "EINTR"),
+    "timer": ("EAGAIN", "ENOMEM"),
     "allocate": ("ENOMEM",),
 }
 FOREVER = 1 << 62
@@ -97,14 +99,27 @@ def run(command, folder, environment=None, drive=None):
     return Outcome(process.returncode, text, time.monotonic() - begin)
 
 
+def judge_stats(zqtool, file, whole):
+    """Returns what is wrong with a stats file, or None. Only a program that failed may leave none or a part."""
+    outcome = run([zqtool, "stats", file], file.parent)
+    if outcome.status == 0 or (not whole and outcome.status == 1):
+        return None
+    return f"stats that zqtool can't read, {outcome.status}: {outcome.text[-200:]}"
+
+
 class Host:
-    """Runs the example host over its own media tree. Its save must be either the old one or the new one."""
+    """Runs the example host over its own media tree. Its save must be either the old one or the new one.
+
+    The next run must find the files that a scan finds, also from a cache.
+    """
     STATUSES = (0, 1, 3, 4, 5, 6, 8)   # the ones in the host's help
     LOADED = re.compile(r"Loaded\n  .* after (\d+) hours")
     SAVED = re.compile(r"Saved\n  .* after (\d+) hours")
+    FILES = re.compile(r"(\d+) files in (\d+) folders")
 
-    def __init__(self, build, runs_before, *options):
+    def __init__(self, build, zqtool, runs_before, *options):
         self.program = build / "examples/host/zqhost"
+        self.zqtool = zqtool
         self.runs_before = runs_before
         self.options = options
         self.prepared = None
@@ -113,11 +128,20 @@ class Host:
         return [self.program, "--silent", "--frames", 10, "--media", folder / "media", "--log", folder / "log",
                 "--save", folder / "game.sav", "--stats", folder / "game.stats", *self.options]
 
-    def plain_run(self, folder):
-        return run([part for part in self.command(folder) if part != "--watch"], folder)
+    def plain_run(self, folder, *without):
+        return run([part for part in self.command(folder) if part not in ("--watch", *without)], folder)
+
+    def count_files(self, outcome):
+        """Returns the numbers of files and folders that a run reported, or None."""
+        found = self.FILES.search(outcome.text)
+        return found and tuple(map(int, found.groups()))
 
     def prepare(self, folder):
         if self.prepared is None:
+            scan = folder / "scan"
+            shutil.copytree(ROOT / "examples/media", scan / "media")
+            self.scanned = self.count_files(self.plain_run(scan, "--cache"))
+            shutil.rmtree(scan)
             shutil.copytree(ROOT / "examples/media", folder / "media")
             for _ in range(self.runs_before):
                 assert self.plain_run(folder).status == 0
@@ -144,13 +168,20 @@ class Host:
         return "a leak" if "Memory leak" in outcome.text else self.judge_files(folder, outcome)
 
     def judge_files(self, folder, outcome):
+        stats = judge_stats(self.zqtool, folder / "game.stats", outcome.status == 0)
+        if stats:
+            return stats
         before = self.runs_before * 10
+        files, folders = self.scanned
+        files += (folder / "media/filesystemcache.bin").exists()
         after = self.plain_run(folder)
         loaded = self.LOADED.search(after.text)
         hours = int(loaded.group(1)) if loaded else 0
         saved = self.SAVED.search(outcome.text)
         if after.status != 0:
             return f"the next run ends with {after.status}: {after.text[-200:]}"
+        if self.count_files(after) != (files, folders):
+            return f"the next run finds {self.count_files(after)} files and folders, a scan {files} in {folders}"
         if saved and hours != int(saved.group(1)):
             return f"saved after {saved.group(1)} hours, the next run loads {hours}"
         if not saved and (hours < before if "--watch" in self.options else hours not in (before, before + 10)):
@@ -204,8 +235,22 @@ class Parts:
             return "failed without a word"
         if outcome.status in (0, 1) and "Memory leak" in outcome.text:
             return "a leak"
+        return self.check(folder, outcome)
+
+    def check(self, folder, outcome):
         after = run([self.program, self.service, folder, "check-new" if outcome.status == 0 else "check"], folder)
         return None if after.status == 0 else f"left: {after.text[-300:]}"
+
+
+class Stats(Parts):
+    """Runs the profiler, whose file `zqtool stats` reads afterwards."""
+
+    def __init__(self, build, zqtool):
+        super().__init__(build, "stats")
+        self.zqtool = zqtool
+
+    def check(self, folder, outcome):
+        return judge_stats(self.zqtool, folder / "game.stats", outcome.status == 0)
 
 
 def kill_after(seconds):
@@ -262,11 +307,16 @@ def main():
     parser.add_argument("--part", default="1/1", metavar="K/N", help="makes the K-th of N parts of the runs")
     parser.add_argument("--only", default="", metavar="SCENARIO[/KIND]")
     parser.add_argument("--kill", type=int, metavar="N", help="kills each scenario N times")
+    parser.add_argument("--zqtool", type=pathlib.Path, default=ROOT / "build/release/tools/zqtool")
     parser.add_argument("--jobs", type=int, default=3 * os.cpu_count())   # they wait most of the time
     options = parser.parse_args()
     build = options.build.resolve()
-    scenarios = {"first start": Host(build, 0, "--cache"), "second start": Host(build, 1, "--cache"),
-                 "scan": Host(build, 1), "watch": Watch(build, 1, "--watch")}
+    zqtool = options.zqtool.resolve()
+    if not zqtool.exists():
+        parser.error(f"no {zqtool}: build the preset release first, or use --zqtool")
+    scenarios = {"first start": Host(build, zqtool, 0, "--cache"), "second start": Host(build, zqtool, 1, "--cache"),
+                 "scan": Host(build, zqtool, 1), "watch": Watch(build, zqtool, 1, "--watch"),
+                 "stats": Stats(build, zqtool)}
     services = ("registry", "clipboard", "archive", "report", "logs", "crash")
     scenarios.update({service: Parts(build, service) for service in services})
     only, _, only_kind = options.only.partition("/")

@@ -62,6 +62,8 @@ namespace
         START,
         RANDOM,
         QUEUE,
+        CLOSE,
+        TIMER,
         ALLOCATE,
         KINDS
     };
@@ -69,7 +71,7 @@ namespace
     constexpr std::size_t NAME_SIZE = 16;   // bytes of a kind's name with its zeros
     constexpr char NAMES[KINDS][NAME_SIZE] = { "open", "read", "write", "seek", "stat", "list", "rename", "sync",
         "make", "remove", "truncate", "map", "thread", "wait", "watch", "lease", "lock", "start", "random", "queue",
-        "allocate" };
+        "close", "timer", "allocate" };
 
     struct Table_s
     {
@@ -184,6 +186,14 @@ extern "C" int __real_fclose(std::FILE * pFile);
 
 namespace
 {
+    // A close that fails has closed the file.
+    int FailClose(int iFile)
+    {
+        syscall(SYS_close, iFile);
+        errno = Table().iReason;
+        return -1;
+    }
+
     int FailClose(std::FILE * pFile)
     {
         __real_fclose(pFile);
@@ -229,6 +239,7 @@ FAILING(WRITE, fflush, int, (std::FILE * pFile), (pFile), EOF)
 FAILING(WRITE, fclose, int, (std::FILE * pFile), (pFile), FailClose(pFile))
 FAILING(WRITE, fwrite, std::size_t, (void const * pData, std::size_t nSize, std::size_t nCount, std::FILE * pFile),
     (pData, nSize, nCount, pFile), 0)
+FAILING(CLOSE, close, int, (int iFile), (iFile), FailClose(iFile))
 FAILING(SEEK, lseek64, off64_t, (int iFile, off64_t nAt, int iFrom), (iFile, nAt, iFrom), -1)
 FAILING(STAT, fstat64, int, (int iFile, struct stat64 * pStat), (iFile, pStat), -1)
 FAILING(STAT, stat64, int, (char const * szPath, struct stat64 * pStat), (szPath, pStat), -1)
@@ -296,7 +307,7 @@ extern "C" long __wrap_syscall(
     long iCall, long nFirst, long nSecond, long nThird, long nFourth, long nFifth, long nSixth)
 {
     Kind_e const eKind = iCall == SYS_getdents64     ? LIST
-                         : iCall == SYS_timer_create ? WAIT
+                         : iCall == SYS_timer_create ? TIMER
                          : iCall == SYS_io_uring_setup || iCall == SYS_io_uring_enter || iCall == SYS_perf_event_open
                              ? QUEUE
                              : KINDS;
