@@ -1,8 +1,13 @@
 #include "platform/asyncwrite.h"
+#include "platform/common/storedisk.h"
 #include "platform/filereplace.h"
 #include "platform/files.h"
+#include "platform/linux/openfile.h"
 #include "platform/process.h"
+#include "platform/rawfiles.h"
 #include "tests/test_support.h"
+#include "zqcore/cfilesave.h"
+#include "zqcore/cserialize.h"
 
 #include <atomic>
 #include <cerrno>
@@ -315,6 +320,68 @@ TEST_F(PlatformFiles, ALogThatCantBeBegunAnewGoesOnInItsFile)
     close(fileno(pStream));
     EXPECT_EQ(plat::StreamLimitLog(pStream, sLog.c_str(), 3, 1), 0u) << "the system can't say";
     std::fclose(pStream);
+}
+
+// What anyone prints to a standard stream that is closed gets into no file.
+TEST_F(PlatformFiles, AreNotThoseOfClosedStandardStreams)
+{
+    auto const Print = [](bool bOpen)
+    {
+        for (int i = 0; i <= STDERR_FILENO; ++i)
+        {
+            dprintf(i, "foreign");
+        }
+        return bOpen;
+    };
+    auto const Fill = [&Print](BufferedWriteable_c & Archive)
+    {
+        bool const bOpen = Print(Archive.Open());
+        for (int i = 0; i < 20000; ++i)   // more than a buffer
+        {
+            Archive.Serialize(i);
+        }
+        return Print(bOpen) && Archive.Close() && !Archive.IsFailed();
+    };
+    std::pair<std::string, std::function<bool(char const *)>> const WRITERS[] = {
+        { "save",
+            [&](char const * szPath)
+            {
+                FileSave_c Save(szPath);
+                FileSaveWriter_c Writer(Save);
+                BufferedWriteable_c Archive(Writer, 1);
+                return Fill(Archive) && Writer.Commit();
+            } },
+        { "archive",
+            [&](char const * szPath)
+            {
+                BufferedWriteable_c Archive(szPath, 1);
+                return Fill(Archive);
+            } },
+        { "log", [&](char const * szPath) { return Print(plat::StreamOpenLog(szPath)); } },
+        { "report",
+            [&, bTaken = false](char const * szPath) mutable { return Print(plat::RawMakePrivate(szPath, bTaken)); } },
+        { "present", [&](char const * szPath) { return Print(plat::FileCreate(szPath)); } },
+        { "lock",
+            [&](char const * szPath)
+            {
+                plat::StoreHandle_t const hFolder = plat::StoreOpenPath(m_Folder.GetPath().c_str());
+                return Print(plat::StoreOpenLock(hFolder, szPath + m_Folder.GetPath().size() + 1) != plat::STORE_NONE);
+            } },
+        { "record", [&](char const * szPath) { return Print(plat::CreateOrReplace(AT_FDCWD, szPath, 0600) >= 0); } },
+    };
+    m_Folder.Write("present", "");
+    for (auto const & [sName, fnWrite] : WRITERS)
+    {
+        std::string const sPath = m_Folder.Join(sName);
+        auto const InChild = [&]
+        {
+            close_range(0, STDERR_FILENO, 0);
+            return fnWrite(sPath.c_str()) ? 0 : 1;
+        };
+        EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0) << sName;
+        EXPECT_EQ(m_Folder.Read(sName).find("foreign"), std::string::npos) << sName;
+    }
+    EXPECT_EQ(FileSave_c(m_Folder.Join("save").c_str()).Load(1), FileSave_c::WHOLE);
 }
 
 // What another user may have planted under the name of a file that is written: nothing is written through it, and

@@ -18,6 +18,16 @@ namespace plat
         return bOpen ? DescriptorIdentity_t{ Stat.st_dev, Stat.st_ino } : DescriptorIdentity_t{};
     }
 
+    int AboveStandard(int iDescriptor)
+    {
+        if (iDescriptor < 0 || iDescriptor > STDERR_FILENO)
+        {
+            return iDescriptor;
+        }
+        Descriptor_c const Low(iDescriptor);
+        return fcntl(iDescriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    }
+
     void KeptDescriptor_c::Reset(int iDescriptor)
     {
         Descriptor_c const Previous(Get());

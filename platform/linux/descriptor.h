@@ -85,6 +85,11 @@ namespace plat
         DescriptorIdentity_t m_Identity;
     };
 
+    /// Moves a descriptor that has the number of a standard stream to a higher one, because what anyone prints to a
+    /// standard stream that is closed would go to its file. Returns the descriptor. Returns -1, with the file closed, if
+    /// no number is left, and -1 for -1. Must precede the locks of fcntl, which the close of the lower number ends.
+    int AboveStandard(int iDescriptor);
+
     /// Reads up to nBytes and returns the number of bytes read. Fewer mean the end of the file or an error.
     inline std::size_t ReadFully(int iDescriptor, void * pBuffer, std::size_t nBytes)
     {

@@ -171,8 +171,8 @@ namespace plat
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts)
     {
         DiskPath_c Path(szPath);
-        Descriptor_c File(
-            Path.Try([](char const * szTry) { return open(szTry, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+        Descriptor_c File(Path.Try([](char const * szTry)
+            { return AboveStandard(open(szTry, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)); }));
         FileFacts_t Facts;
         if (!File.IsOpen() || !FactsAt(File.Get(), "", AT_EMPTY_PATH, Facts))
         {

@@ -58,7 +58,8 @@ namespace plat
         int OpenPresent(DiskPath_c & Path, int iFlags)
         {
             int const iOpenFlags = (iFlags & ~(O_CREAT | O_EXCL | O_TRUNC)) | UNTRUSTED;
-            Descriptor_c File(Path.Try([iOpenFlags](char const * szTry) { return open(szTry, iOpenFlags); }));
+            Descriptor_c File(
+                Path.Try([iOpenFlags](char const * szTry) { return AboveStandard(open(szTry, iOpenFlags)); }));
             struct stat Stat;
             if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0)
             {
@@ -75,13 +76,27 @@ namespace plat
             return bGood ? File.Release() : -1;
         }
 
+        // Creates a file in an open folder exclusively and returns its descriptor. Returns -1 on failure.
+        int MakeIn(int iFolder, char const * szName, int iFlags, mode_t iMode)
+        {
+            int const iLow = openat(iFolder, szName, iFlags, iMode);
+            int const iFile = AboveStandard(iLow);
+            if (iFile < 0 && iLow >= 0)
+            {
+                int const iError = errno;
+                unlinkat(iFolder, szName, 0);
+                errno = iError;
+            }
+            return iFile;
+        }
+
         // Creates a file whose path names nothing yet and returns its descriptor. Returns -1 on failure.
         int MakeFile(DiskPath_c & Path, int iFlags, mode_t iMode)
         {
             Path.SpellFolder();
             Descriptor_c Folder;
             char const * const szName = OpenFolderOf(Path.Get(), Folder);
-            return Folder.IsOpen() ? openat(Folder.Get(), szName, iFlags | O_EXCL | UNTRUSTED, iMode) : -1;
+            return Folder.IsOpen() ? MakeIn(Folder.Get(), szName, iFlags | O_EXCL | UNTRUSTED, iMode) : -1;
         }
     }
 
@@ -133,9 +148,9 @@ namespace plat
 
     int CreateOrReplace(int iFolder, char const * szName, mode_t iMode)
     {
-        int const iFile = openat(iFolder, szName, MAKE_NEW, iMode);
+        int const iFile = MakeIn(iFolder, szName, MAKE_NEW, iMode);
         bool const bLeft = iFile < 0 && errno == EEXIST && unlinkat(iFolder, szName, 0) == 0;
-        return bLeft ? openat(iFolder, szName, MAKE_NEW, iMode) : iFile;
+        return bLeft ? MakeIn(iFolder, szName, MAKE_NEW, iMode) : iFile;
     }
 
     int OpenToWrite(char const * szPath, int iFlags, mode_t iMode)

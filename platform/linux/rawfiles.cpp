@@ -94,13 +94,14 @@ namespace plat
         int MakeOrContinue(char const * szPath, bool & bTaken)
         {
             constexpr int WRITE_ON = O_APPEND | O_DSYNC;
-            Descriptor_c File(
-                OpenWithReserve([szPath] { return open(szPath, MAKE_NEW | WRITE_ON, PRIVATE_FILE_MODE); }));
+            Descriptor_c File(OpenWithReserve(
+                [szPath] { return AboveStandard(open(szPath, MAKE_NEW | WRITE_ON, PRIVATE_FILE_MODE)); }));
             if (!File.IsOpen() && errno == EEXIST)
             {
                 struct stat Stat;
                 bool const bOwn = lstat(szPath, &Stat) == 0 && IsOwn(Stat);
-                auto const fnContinue = [szPath] { return open(szPath, O_WRONLY | WRITE_ON | UNTRUSTED); };
+                auto const fnContinue = [szPath]
+                { return AboveStandard(open(szPath, O_WRONLY | WRITE_ON | UNTRUSTED)); };
                 File.Reset(bOwn ? OpenWithReserve(fnContinue) : -1);
                 bTaken = !File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !IsOwn(Stat);
             }
