@@ -137,7 +137,10 @@ namespace plat
     /// can't report it.
     /// - The full file gets ".1" at the end of its name, and previous ones ".2" up to the number nPrevious. The stream
     ///   continues in a new file szPath.
-    /// - A file that another process has already renamed is not renamed again.
+    /// - A file that another process has already renamed is not renamed again. While another process does so, the
+    ///   stream continues in the old file, and the next call tries again.
+    /// - On a file system without locks, or in a folder that may not be read, two processes that do so at once may
+    ///   replace a full file.
     /// - If nPrevious is 0, the file is emptied instead.
     /// - On failure the stream continues in the old file.
     std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nPrevious);

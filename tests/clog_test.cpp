@@ -354,6 +354,32 @@ TEST_F(Logs, ALimitKeepsSomePreviousFilesAndCutsNoLine)
     }
 }
 
+TEST_F(Logs, ALimitLosesNoLineOfTwoProcesses)
+{
+    constexpr int LINES = 2000, PREVIOUS = 500;   // more files than the lines fill
+    Gate_c const Ready, Start;
+    auto const Work = [&]
+    {
+        OpenMainLog();
+        LogSetLimit(4000, PREVIOUS);
+        bool const bStarted = Ready.Open() && Start.Wait();
+        for (int i = 0; i < LINES; ++i)
+        {
+            Log("line of two processes");
+        }
+        return bStarted ? 0 : 1;
+    };
+    pid_t const dChildren[] = { StartChild(Work), StartChild(Work) };
+    EXPECT_EACH(Ready.Wait(), Ready.Wait(), Start.Open(), Start.Open());
+    EXPECT_EACH(StatusOfChild(dChildren[0]) == 0, StatusOfChild(dChildren[1]) == 0);
+    std::ptrdiff_t nLines = 0;
+    for (auto const & Entry : fs::directory_iterator(m_Folder.GetPath()))
+    {
+        nLines += std::ranges::count(m_Folder.Read(Entry.path().filename().string()), '\n');
+    }
+    EXPECT_EQ(nLines, 2 * LINES);
+}
+
 TEST_F(Logs, AHostsOwnStreamGetsItsLinesInOrderAndHasNoLimit)
 {
     struct Row_s

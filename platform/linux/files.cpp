@@ -284,8 +284,14 @@ namespace plat
         {
             return 0;
         }
+        if (static_cast<std::uint64_t>(Own.st_size) <= nLimit)
+        {
+            return static_cast<std::uint64_t>(Own.st_size);
+        }
+        FolderLock_c const Lock(szPath);   // another process may begin a new file too, or have begun it
+        bool const bMeasured = Lock.IsHeld() && fstat(iFile, &Own) == 0;
         auto const nOwn = static_cast<std::uint64_t>(Own.st_size);
-        if (nOwn <= nLimit)
+        if (!bMeasured || nOwn <= nLimit)
         {
             return nOwn;
         }

@@ -146,6 +146,22 @@ namespace plat
                                  : m_iNamed == NOT_OPEN || SyncFully(m_iNamed);
     }
 
+    FolderLock_c::FolderLock_c(char const * szPath)
+    {
+        DiskPath_c Path(szPath);
+        Path.SpellFolder();
+        OpenFolderOf(Path.Get(), m_Folder, O_RDONLY);
+        m_bHeld = m_Folder.IsOpen() ? ClaimWriting(m_Folder.Get()) : errno == EACCES;
+    }
+
+    FolderLock_c::~FolderLock_c()
+    {
+        if (m_Folder.IsOpen())
+        {
+            flock(m_Folder.Get(), LOCK_UN);   // a process that was started meanwhile may have a copy
+        }
+    }
+
     int CreateOrReplace(int iFolder, char const * szName, mode_t iMode)
     {
         int const iFile = MakeIn(iFolder, szName, MAKE_NEW, iMode);

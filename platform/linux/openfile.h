@@ -60,6 +60,25 @@ namespace plat
         bool m_bUnreadable;
     };
 
+    /// Scope in which no other process, and no other thread, has a FolderLock_c of the same folder. Excludes none on a
+    /// file system without locks, and none in a folder that may not be read.
+    class FolderLock_c
+    {
+    public:
+        /// Locks the folder of a path without waiting.
+        explicit FolderLock_c(char const * szPath);
+        ~FolderLock_c();
+        FolderLock_c(FolderLock_c const &) = delete;
+        FolderLock_c & operator=(FolderLock_c const &) = delete;
+
+        /// Returns false if another one holds the lock, or if the folder can't be opened.
+        bool IsHeld() const { return m_bHeld; }
+
+    private:
+        Descriptor_c m_Folder;
+        bool m_bHeld;
+    };
+
     /// Returns whether an error means that the file system lacks the call. A network file system without a lock daemon
     /// reports ENOLCK for a lock.
     inline bool IsUnknownCall(int iError)
