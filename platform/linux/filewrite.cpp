@@ -26,7 +26,16 @@ namespace plat
     {
         mode_t const iMode = eRights == Rights_e::Private ? PRIVATE_FILE_MODE : NEW_FILE_MODE;
         Descriptor_c File(OpenToWrite(szPath, O_WRONLY | O_CREAT | O_EXCL, iMode));
-        return File.IsOpen() && ClaimWriting(File.Get()) ? HandleOf(File.Release()) : nullptr;
+        if (File.IsOpen() && !ClaimWriting(File.Get()))
+        {
+            int const iError = errno;
+            DiskPath_c Path(szPath);
+            Path.SpellFolder();
+            unlinkat(AT_FDCWD, Path.Get(), 0);   // a foreign program locked the new file, which nobody needs
+            errno = iError;
+            return nullptr;
+        }
+        return HandleOf(File.Release());
     }
 
     bool FileWrite(File_t hFile, void const * pData, std::size_t nBytes)
