@@ -159,15 +159,15 @@ class Host:
                 reason == "ENOENT" and "these media have no" in outcome.text):   # the file was removed meanwhile
             return "ended well and saved nothing"
         if kind == "allocate" and OUT_OF_MEMORY.get(outcome.status, "\0") in outcome.text:
-            return self.judge_files(folder, outcome)
+            return self.judge_files(folder, outcome, reason)
         if outcome.status not in (*self.STATUSES, KILLED):
             return "hangs" if outcome.status is None else f"status {outcome.status}"
         said = re.search("^zqhost: |^Assert|^Application aborted|Can't allocate", outcome.text, re.M)
         if outcome.status not in (0, KILLED, -signal.SIGTERM) and not said:
             return f"status {outcome.status} without a word"
-        return "a leak" if "Memory leak" in outcome.text else self.judge_files(folder, outcome)
+        return "a leak" if "Memory leak" in outcome.text else self.judge_files(folder, outcome, reason)
 
-    def judge_files(self, folder, outcome):
+    def judge_files(self, folder, outcome, reason):
         stats = judge_stats(self.zqtool, folder / "game.stats", outcome.status == 0)
         if stats:
             return stats
@@ -180,7 +180,7 @@ class Host:
         saved = self.SAVED.search(outcome.text)
         if after.status != 0:
             return f"the next run ends with {after.status}: {after.text[-200:]}"
-        if self.count_files(after) != (files, folders):
+        if self.count_files(after) != (files, folders) and reason != "ENOENT":   # a folder was removed meanwhile
             return f"the next run finds {self.count_files(after)} files and folders, a scan {files} in {folders}"
         if saved and hours != int(saved.group(1)):
             return f"saved after {saved.group(1)} hours, the next run loads {hours}"
@@ -245,8 +245,8 @@ class Parts:
 class Stats(Parts):
     """Runs the profiler, whose file `zqtool stats` reads afterwards."""
 
-    def __init__(self, build, zqtool):
-        super().__init__(build, "stats")
+    def __init__(self, build, zqtool, service):
+        super().__init__(build, service)
         self.zqtool = zqtool
 
     def check(self, folder, outcome):
@@ -316,7 +316,7 @@ def main():
         parser.error(f"no {zqtool}: build the preset release first, or use --zqtool")
     scenarios = {"first start": Host(build, zqtool, 0, "--cache"), "second start": Host(build, zqtool, 1, "--cache"),
                  "scan": Host(build, zqtool, 1), "watch": Watch(build, zqtool, 1, "--watch"),
-                 "stats": Stats(build, zqtool)}
+                 **{service: Stats(build, zqtool, service) for service in ("stats", "stats in place")}}
     services = ("registry", "clipboard", "archive", "report", "logs", "crash")
     scenarios.update({service: Parts(build, service) for service in services})
     only, _, only_kind = options.only.partition("/")
