@@ -20,7 +20,7 @@ namespace
     }
 }
 
-int main(int nArguments, char ** dArguments)
+int main(int nArguments, char ** dArguments)   // NOLINT(bugprone-exception-escape): a folder may not be UTF-8
 {
     std::filesystem::path const Logs = std::filesystem::absolute(nArguments > 1 ? dArguments[1] : "logs") / "";
     std::u32string const sLogs = Logs.u32string();   // libstdc++'s wstring() refuses names beyond ASCII
