@@ -138,12 +138,12 @@ TEST_F(CountedShip, AddsUpTheFiguresOfAllThreads)
 
 TEST_F(CountedShip, ThePeakLacksWhatOtherThreadsHaveFreed)
 {
-    for (auto const & [nBlocks, nBytes] : Rows_t<std::size_t, std::size_t>{ { 1, MIB }, { 1000, 1000 } })
+    for (auto const & [nBlocks, nSize] : Rows_t<std::size_t, std::size_t>{ { 1, MIB }, { 1000, 1000 } })
     {
         std::vector<char *> dBlocks(nBlocks);
         std::barrier Turn(2);
         InThreads(2,
-            [&dBlocks, &Turn, nBytes](int iThread)
+            [&dBlocks, &Turn, nBytes = nSize](int iThread)
             {
                 for (int iRound = 0; iRound < 200; ++iRound)
                 {
@@ -159,7 +159,7 @@ TEST_F(CountedShip, ThePeakLacksWhatOtherThreadsHaveFreed)
                     Turn.arrive_and_wait();
                 }
             });
-        EXPECT_LT(MemoryMaxTotalBytesAllocated(), std::get<1>(m_TotalsBefore) + 64 * MIB) << nBytes;
+        EXPECT_LT(MemoryMaxTotalBytesAllocated(), std::get<1>(m_TotalsBefore) + 64 * MIB) << nSize;
     }
 }
 
