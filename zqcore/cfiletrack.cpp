@@ -172,28 +172,31 @@ namespace
         return g_hTrackFolder.IsComplete();
     }
 
-    // Stores and logs what is not watched. The last conversion of the format is the reason.
+    String_T<256> WatchReason()
+    {
+        String_T<256> sReason;
+        plat::FolderWatchReason(sReason.GetBuffer(), static_cast<std::size_t>(sReason.Capacity()));
+        return sReason;
+    }
+
+    // Stores and logs what is not watched.
     template <typename... ARGS>
     void SetProblem(char const * szFormat, ARGS... Args)
     {
-        char szReason[256];
-        plat::FolderWatchReason(szReason, sizeof szReason);
-        std::snprintf(g_sTrackProblem.GetBuffer(), g_sTrackProblem.Capacity(), szFormat, Args..., szReason);
+        std::snprintf(g_sTrackProblem.GetBuffer(), g_sTrackProblem.Capacity(), szFormat, Args...);
         LogEscaped("FileTrackChanges - %s", static_cast<char const *>(g_sTrackProblem));
     }
 
     ZQ_COLD void ReportUnwatched(std::size_t nFolders)
     {
         SetProblem("%u new folders below \"%s\" can't be watched: %s", static_cast<unsigned>(nFolders),
-            static_cast<char const *>(g_sTrackPath));
+            static_cast<char const *>(g_sTrackPath), WatchReason().CStr());
     }
 
     ZQ_COLD void ReportGone()
     {
         g_bTrackGone = true;
-        std::snprintf(g_sTrackProblem.GetBuffer(), g_sTrackProblem.Capacity(),
-            "\"%s\" was moved or deleted and is watched no longer", static_cast<char const *>(g_sTrackPath));
-        LogEscaped("FileTrackChanges - %s", static_cast<char const *>(g_sTrackProblem));
+        SetProblem("\"%s\" was moved or deleted and is watched no longer", static_cast<char const *>(g_sTrackPath));
     }
 
     void StopTracking()
@@ -246,7 +249,7 @@ void FileTrackChanges(char const * sPath)
     bool const bOpened = bFits && g_hTrackFolder.Open(sPath, FileExists);
     if (!bOpened)
     {
-        SetProblem("\"%s\" can't be watched: %s", static_cast<char const *>(g_sTrackPath));
+        SetProblem("\"%s\" can't be watched: %s", static_cast<char const *>(g_sTrackPath), WatchReason().CStr());
     }
     FileOpenTracker(g_hTrackFolder.GetHandle(), sPath);
     if (!bOpened)
