@@ -215,19 +215,21 @@ TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
         std::_Exit(7 + Dialogs.GetCount());
     };
     EXPECT_EXIT(Fault(false), testing::ExitedWithCode(0x94), "");
-    auto const FaultInExit = [](long nAnswer)
+    auto const FaultInExit = [](long nAnswer, std::initializer_list<Answer_e> const & dAnswers)
     {
         static long s_nAnswer;
         s_nAnswer = nAnswer;
         plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return s_nAnswer + Info.OnUnhandledException(p); });
-        DialogScript_c const Dialogs({ Answer_e::Cancel });
+        DialogScript_c const Dialogs(dAnswers);
         Info.Start();
         std::atexit([] { std::raise(SIGSEGV); });
         std::raise(SIGTRAP);
         std::_Exit(7);
     };
-    EXPECT_EXIT(FaultInExit(0), testing::ExitedWithCode(3), "");
-    EXPECT_EXIT(FaultInExit(1), testing::ExitedWithCode(3), "");
+    EXPECT_EXIT(FaultInExit(0, { Answer_e::Cancel }), testing::ExitedWithCode(3), "");
+    EXPECT_EXIT(FaultInExit(1, { Answer_e::Cancel }), testing::ExitedWithCode(3), "");
+    // Of the fault, and of the remote debugger that is missing.
+    EXPECT_EXIT(FaultInExit(0, { Answer_e::Yes, Answer_e::Cancel }), testing::ExitedWithCode(255), "");
     SKIP_IF(*TEST_EMULATOR != 0, "an emulated program has no tracer");
     EXPECT_EXIT(Fault(true), testing::ExitedWithCode(7), "");
 }
@@ -252,25 +254,32 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
 TEST_F(ExceptionInfo, SecondDialogThatFaultsHoldsNoLaterComplaint)
 {
     static int s_nDialogs, s_nHeard;
+    static bool s_bAsserts;
     s_nDialogs = s_nHeard = 0;
     auto const Answer = [](plat::Dialog_t const &)
     {
         ++s_nDialogs;
         if (s_nDialogs == 2)   // of the remote debugger, which is missing
         {
+            ZQ_ASSERT(!s_bAsserts);
             Warning("inside a dialog");
+        }
+        else if (s_nDialogs == 3 && s_bAsserts)
+        {
+            __builtin_trap();
         }
         return s_nDialogs == 1 ? Answer_e::Yes : Answer_e::No;
     };
     auto const Hear = [](char const *)
     {
-        if (++s_nHeard == 1)
+        if (++s_nHeard == 1 && !s_bAsserts)
         {
             __builtin_trap();
         }
     };
-    auto const Run = [=]
+    auto const Run = [=](bool bAsserts)
     {
+        s_bAsserts = bAsserts;
         TempFolder_c const Folder;
         CurrentFolderScope_c const Current(Folder.GetPath());
         CallbackScope_T const Receiver(g_WarningsCallbacker, Hear);
@@ -284,11 +293,13 @@ TEST_F(ExceptionInfo, SecondDialogThatFaultsHoldsNoLaterComplaint)
             {
                 Complain();
                 Warning("later");
+                ZQ_ASSERT(!"later");
             });
         Info.Stop();
         return 10 * s_nDialogs + s_nHeard;
     };
-    EXPECT_EQ(StatusOfChild(StartChild(Run)), 32);
+    EXPECT_EQ(StatusOfChild(StartChild([=] { return Run(false); })), 42);
+    EXPECT_EQ(StatusOfChild(StartChild([=] { return Run(true); })), 51);
 }
 
 TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)

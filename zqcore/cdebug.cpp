@@ -13,6 +13,7 @@
 
 #include "platform/debugger.h"
 #include "platform/dialog.h"
+#include "platform/faults.h"
 #include "platform/fork.h"
 #include "platform/threads.h"
 #include "platform/window.h"
@@ -48,8 +49,10 @@ namespace
     ZQ_THREAD_LOCAL char const * t_szFile = "";
     ZQ_THREAD_LOCAL int t_iLine = 0;
 
-    constinit std::atomic<bool> g_bInAssert = false;
-    plat::ForkHandler_c const g_AssertForkHandler({ nullptr, nullptr, [] { g_bInAssert = false; } });
+    constinit std::atomic<std::uint32_t> g_iAsserts = 0;   // number of the thread that handles an assertion
+    constinit std::atomic<std::uint32_t> g_iExits = 0;     // number of the thread in ExitByComplaint
+    constinit std::atomic<int> g_iExitStatus = 0;
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { g_iAsserts = g_iExits = 0; } });
     constinit plat::Lock_c g_AchtungLock;   // guards the remembered texts
     plat::ForkLock_c const g_AchtungForkLock(g_AchtungLock);
 
@@ -98,18 +101,11 @@ namespace
         CallInAbort([=] { FireExecution(bFires, bGoesOn); });
     }
 
-    // Ends the process. Leaves the lock of the event lists first: an exit handler may join a thread that waits to fire.
-    [[noreturn]] void Exit(int iStatus)
-    {
-        Firing_c::EndAll();
-        std::exit(iStatus);
-    }
-
     // Prints the complaint and ends a process in silent mode.
     [[noreturn]] void ExitSilently(char const * szWhat, char const * szText)
     {
         plat::DialogPrint(szWhat, szText);
-        Exit(1);
+        ExitByComplaint(1);
     }
 
     // Read and set a flag. The exported flags are plain variables, which hosts set and any thread reads.
@@ -133,7 +129,7 @@ namespace
     {
         MemoryAbort();
         ZQ_BREAK();
-        Exit(1);
+        ExitByComplaint(1);
     }
 
     // Remembers a text and returns whether it was new. A new one replaces the oldest if the list is full.
@@ -240,15 +236,46 @@ void SetAchtungs(bool bEnable)
     Store(g_bAchtungs, bEnable);
 }
 
+void ExitByComplaint(int iStatus)
+{
+    Firing_c::EndAll();
+    g_iExitStatus = iStatus;
+    g_iExits = plat::ThreadId();
+    std::exit(iStatus);
+}
+
+void EndIfExiting()
+{
+    if (g_iExits == plat::ThreadId())
+    {
+        plat::FaultExit(g_iExitStatus);
+    }
+}
+
+ComplaintMark_c::ComplaintMark_c()
+    : m_bInAssert(g_iAsserts == plat::ThreadId())
+{}
+
+void ComplaintMark_c::EndLater() const
+{
+    m_Firings.EndLater();
+    std::uint32_t iMine = plat::ThreadId();
+    if (!m_bInAssert)
+    {
+        g_iAsserts.compare_exchange_strong(iMine, 0);
+    }
+}
+
 void AssertFailed(char const * fmt, ...)
 {
-    if (g_bInAssert.exchange(true))   // atomic: of two threads, one continues
+    std::uint32_t iNobody = 0;
+    if (!g_iAsserts.compare_exchange_strong(iNobody, plat::ThreadId()))   // atomic: of two threads, one continues
     {
         return;
     }
     struct Leave_c
     {
-        ~Leave_c() { g_bInAssert = false; }   // a dialog may throw
+        ~Leave_c() { g_iAsserts = 0; }   // a dialog may throw
     } const Leave;
     plat::WindowSystemGet().fnShowCursor();
 
@@ -307,7 +334,7 @@ void Achtung(char const * fmt, ...)
     }
     else if (Is(iAnswer, plat::DialogAnswer_e::Cancel))
     {
-        Exit(0);
+        ExitByComplaint(0);
     }
 }
 
@@ -424,7 +451,7 @@ int DebugMessages_c::DropMessageBox(char const * sCaption, char const * sText, u
     if (Is(iAnswer, plat::DialogAnswer_e::Cancel))
     {
         g_bExitRequested = true;
-        Exit(-1);
+        ExitByComplaint(-1);
     }
     return iAnswer;
 }

@@ -1,7 +1,6 @@
 #include "zqcore/cexceptioninfo_internal.h"
 
-#include "zqcore/ccallback_internal.h"
-#include "zqcore/cdebug.h"
+#include "zqcore/cdebug_internal.h"
 #include "zqcore/cfaultnames_internal.h"
 
 #include "platform/debugger.h"
@@ -12,7 +11,6 @@
 #include <atomic>
 #include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
 #include <thread>
 
 using namespace exceptioninfo;
@@ -26,6 +24,7 @@ namespace
     constexpr char REMOTE_DEBUGGER[] = "RemoteDebug\\rdebug.cmd";
 
     constinit plat::Lock_c g_HandOver;   // held by the thread whose fault is shown; entered before g_Lock
+    constinit plat::Event_c g_Started;   // set by the support thread
     constinit plat::Event_c g_ExceptionEvent;
     constinit plat::Event_c g_ExceptionHandled;
     constinit plat::FaultPointers_t const * g_pPending = nullptr;
@@ -51,6 +50,7 @@ namespace
         g_bRunning = false;
         g_bStop = false;
         g_pPending = nullptr;
+        g_Started.Reset();
         g_ExceptionEvent.Reset();
         g_ExceptionHandled.Reset();
     }
@@ -147,8 +147,7 @@ namespace
             nullptr, g_szDialog, "Exception", MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_ERROR | MESSAGE_TOPMOST));
     }
 
-    // Sets bExits before the process exits.
-    void HandlePending(plat::FaultPointers_t const & Pending, bool & bExits)
+    void HandlePending(plat::FaultPointers_t const & Pending)
     {
         FiringNoWait_c const NoWait;   // the thread whose fault this is may be firing
         ExceptionInfo_c & Info = ExceptionInfo_c::Get();
@@ -164,8 +163,7 @@ namespace
         switch (Ask(*Pending.pRecord))
         {
         case plat::DialogAnswer_e::Cancel:
-            bExits = true;
-            std::exit(static_cast<int>(Pending.pRecord->nCode));
+            ExitByComplaint(static_cast<int>(Pending.pRecord->nCode));
         case plat::DialogAnswer_e::Yes:
             LaunchRemoteDebugger();
             break;
@@ -176,21 +174,15 @@ namespace
 
     // Handles the pending fault. The call is guarded, because a fault in it, such as one of the host's dialog, would
     // deadlock: this thread would wait until the first fault is handled, and the thread of that fault waits for this
-    // one. After a fault, releases what the call held. A fault of an exit handler ends the process, which can't exit
-    // again.
+    // one. After a fault, releases what the call held.
     void HandleGuarded()
     {
-        std::uint32_t const nCode = g_pPending->pRecord->nCode;
-        bool bExits = false;
-        auto const fnHandle = [](void * pExits) { HandlePending(*g_pPending, *static_cast<bool *>(pExits)); };
+        auto const fnHandle = [](void *) { HandlePending(*g_pPending); };
         int const nDepth = g_Lock.GetDepth();
-        FiringMark_c const Mark;
-        if (!plat::FaultGuardedCall(fnHandle, &bExits, 0))
+        ComplaintMark_c const Mark;
+        if (!plat::FaultGuardedCall(fnHandle, nullptr, 0))
         {
-            if (bExits)
-            {
-                plat::FaultExit(static_cast<int>(nCode));
-            }
+            EndIfExiting();
             EndTrace();
             Mark.EndLater();
             g_Lock.LeaveDownTo(nDepth);
@@ -213,6 +205,7 @@ namespace
     void Run(void *)
     {
         g_iThread = plat::ThreadId();
+        g_Started.Set();
         {
             Scope_c const Started;   // waits until Start has reset the events
         }
@@ -272,7 +265,12 @@ bool ExceptionInfo_c::Start()
     Scope_c const Scope;
     TraceText("Initializing debug SP");
     g_bStop = false;
+    g_Started.Reset();
     g_bRunning = g_Thread.Start(Run, nullptr);
+    if (g_bRunning)
+    {
+        g_Started.Wait();   // the start of a thread uses the heap, whose lock a thread may hold when it faults
+    }
     g_ExceptionEvent.Reset();
     g_ExceptionHandled.Reset();
     TraceText("Initializing debug SP, done");

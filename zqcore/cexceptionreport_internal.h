@@ -2,6 +2,7 @@
 // allocates nothing from the heap and waits for no lock.
 #pragma once
 
+#include "zqcore/cdebug_internal.h"
 #include "zqcore/cwidepath_internal.h"
 
 #include "platform/clock.h"
@@ -87,7 +88,14 @@ namespace exceptionreport
     template <typename CALL>
     bool Guarded(unsigned nLimit, CALL fnCall)
     {
-        return plat::FaultGuardedCall([](void * pCall) noexcept { (*static_cast<CALL *>(pCall))(); }, &fnCall, nLimit);
+        ComplaintMark_c const Mark;
+        bool const bEnded =
+            plat::FaultGuardedCall([](void * pCall) noexcept { (*static_cast<CALL *>(pCall))(); }, &fnCall, nLimit);
+        if (!bEnded)
+        {
+            Mark.EndLater();
+        }
+        return bEnded;
     }
 
     /// The file of details while it is written. Each write stores one or more whole lines.
