@@ -231,6 +231,7 @@ namespace plat
     void HeapSetOwn(void * pUser, void * pOwn, std::size_t nOwn)
     {
         Header_s * const pHeader = HeaderOf(pUser);
+        LockScope_c const Scope(g_HeapLock);   // another thread may be walking the blocks
         pHeader->nBefore = static_cast<std::size_t>(static_cast<std::uint8_t *>(pOwn) - UserOf(pHeader));
         pHeader->nOwn = nOwn;
         std::uint8_t * const pFence = OwnOf(pHeader) + nOwn;

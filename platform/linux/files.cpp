@@ -381,8 +381,7 @@ namespace plat
         }
         Descriptor_c To(OpenToWrite(szTo, O_WRONLY | O_CREAT | iFlags, Stat.st_mode & NEW_FILE_MODE));
         return To.IsOpen() && CopyOver(From.Get(), To.Get())
-               && (eDurability == Durability_e::Written || SyncFully(To.Get()))
-               && (close(To.Release()) == 0 || errno == EINTR);   // one that was interrupted has closed the file
+               && (eDurability == Durability_e::Written || SyncFully(To.Get())) && To.Close();
     }
 
     bool TreeDelete(char const * szPath)

@@ -66,11 +66,11 @@ namespace plat
         return ftruncate(DescriptorOf(hFile), static_cast<off_t>(nBytes)) == 0;
     }
 
-    // The claim ends even if a forked child still has a copy. A close that was interrupted has closed the file.
+    // The claim ends even if a forked child still has a copy.
     bool FileFinish(File_t hFile)
     {
         flock(DescriptorOf(hFile), LOCK_UN);
-        return close(DescriptorOf(hFile)) == 0 || errno == EINTR;
+        return Descriptor_c(DescriptorOf(hFile)).Close();
     }
 
     void FoldersCreate(char const * szFilePath)

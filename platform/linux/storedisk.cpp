@@ -180,13 +180,13 @@ namespace plat
         std::vector<char> const & dBytes, StoreRights_e eRights)
     {
         int const iFolder = NumberOf(hFolder);
-        Descriptor_c const File(CreateOrReplace(iFolder, szBusy, FileMode(iFolder, eRights)));
+        Descriptor_c File(CreateOrReplace(iFolder, szBusy, FileMode(iFolder, eRights)));
         if (!File.IsOpen())
         {
             return false;
         }
-        bool const bStored =
-            WriteFully(File.Get(), dBytes.data(), dBytes.size()) && renameat(iFolder, szBusy, iFolder, szName) == 0;
+        bool const bStored = WriteFully(File.Get(), dBytes.data(), dBytes.size()) && File.Close()
+                             && renameat(iFolder, szBusy, iFolder, szName) == 0;
         if (!bStored)
         {
             int const iError = errno;
