@@ -3,6 +3,7 @@
 
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
+#include "zqcore/ccrc.h"
 #include "zqcore/ccryptrnd.h"
 #include "zqcore/cexceptioninfo.h"
 #include "zqcore/cexceptionreport.h"
@@ -10,17 +11,23 @@
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilemedia.h"
+#include "zqcore/cfilename.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/cfilereplace.h"
+#include "zqcore/cfilesave.h"
 #include "zqcore/cguid.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cmemoryreport.h"
+#include "zqcore/cperlin.h"
 #include "zqcore/cregistry.h"
 #include "zqcore/cserialize.h"
+#include "zqcore/csha1.h"
 #include "zqcore/csimpleprofile.h"
+#include "zqcore/csincos.h"
 #include "zqcore/ctexterror.h"
 #include "zqcore/ctimer.h"
+#include "zqcore/ctokenize.h"
 
 #include "platform/registry.h"
 
@@ -34,10 +41,24 @@ namespace
     std::atomic<int> g_nHeard, g_nFiles;
     std::string g_sFolder;
     File_c * g_pShared;
+    float g_fNoise;
+
+    void LogLater(char const * sFile, char const * fmt, ...)
+    {
+        std::va_list args;
+        va_start(args, fmt);
+        LogfArg(sFile, fmt, args);
+        va_end(args);
+    }
 
     void LogAndTime(int i)
     {
         Log("thread %i", i);
+        LogEscaped("thread %i: %s", i, "text\n");
+        LogSetLimit(i % 2 ? 0 : 4096, 2);
+        Logcf(true, "threads.csv", "%i", i);
+        LogLater("threads.csv", "%i", i);
+        LogLater(nullptr, "%i", i);
         Logc(true, "at %f of %f, %lld", longTimeGetPassed(), longTimeGet(), static_cast<long long>(shortTimeGet()));
         LogText("text");
         Debugf("thread %i", i);
@@ -88,6 +109,17 @@ namespace
         Registry_c Registry;
         EXPECT_EACH(Registry.CreateKey("threads"), Registry.WriteValue("value", i));
         EXPECT_LT(Registry.ReadInt("value", THREADS), THREADS);
+        FileSave_c Contested((g_sFolder + "/contested.sav").c_str());   // one thread at a time has the lock
+        if (Contested.IsLocked())
+        {
+            Contested.SetPrevious(2);
+            FileSaveWriter_c Writer(Contested);
+            BufferedWriteable_c Contents(Writer, 0x10000);
+            Contents.Open();
+            Contents.Serialize(i);
+            EXPECT_EACH(Contents.Close(), Writer.Commit());
+            EXPECT_EQ(Contested.Load(0x10000), FileSave_c::WHOLE);
+        }
     }
 
     void UseMemory(int i)
@@ -119,6 +151,23 @@ namespace
         SimpleProfilePush(eContext, SIMPLE_TIMER_AI);
         SimpleProfilePop(eContext, SIMPLE_TIMER_AI);
         SimpleProfileGet(eContext, SIMPLE_TIMER_AI);
+        EXPECT_EQ(PerlinNoise(0.3f), g_fNoise);
+        EXPECT_EQ(SinOfAngle(16384), 1.0f);
+    }
+
+    void ReadTexts(int)
+    {
+        EXPECT_EQ(GetCrc32Polynomial("123456789", 9), 0xCBF43926u);
+        SHA1Context Context;
+        unsigned char dDigest[SHA1_HASH_SIZE];
+        EXPECT_EACH(SHA1Reset(&Context) == shaSuccess, SHA1Result(&Context, dDigest) == shaSuccess);
+        EXPECT_EQ(dDigest[0], 0xDA);   // of no bytes
+        FileName_c const Name("media\\harbour.table");
+        EXPECT_STREQ(Name.GetName(), "harbour");
+        Array_T<String_T<256>, 10, 0> dParts;
+        Tokenize("one,two", dParts, ',');
+        ASSERT_EQ(dParts.GetLength(), 2);
+        EXPECT_STREQ(dParts[1], "two");
     }
 }
 
@@ -138,7 +187,10 @@ TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
     g_nHeard = g_nFiles = 0;
     g_WarningsCallbacker.Add([](char const *) { ++g_nHeard; }, false);
     g_FileOpenCallbacker.Add([](char const *) { ++g_nFiles; }, false);
+    Module_c::Register(ModulePerlin_c::Get());
+    Module_c::Register(ModuleSinCos_c::Get());
     ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
+    g_fNoise = PerlinNoise(0.3f);
     g_pShared = FileStream("shared.csv");
     ASSERT_TRUE(g_pShared);
     FileOpenLogEnable("threads", FILE_LOG_PLAIN | FILE_LOG_CLEAN, false);
@@ -157,10 +209,10 @@ TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
     InThreads(THREADS,
         [&nAtWork](int i)
         {
-            constexpr void (*CALLS[])(int) = { LogAndTime, Complain, UseFiles, Save, UseMemory, UseNumbers };
-            for (int iRound = 0; iRound < ROUNDS * 6; ++iRound)
+            constexpr void (*CALLS[])(int) = { LogAndTime, Complain, UseFiles, Save, UseMemory, UseNumbers, ReadTexts };
+            for (std::size_t nRound = 0; nRound < ROUNDS * std::size(CALLS); ++nRound)
             {
-                CALLS[(iRound + i) % 6](i);
+                CALLS[(nRound + i) % std::size(CALLS)](i);
             }
             --nAtWork;
         });
@@ -175,6 +227,7 @@ TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
     EXPECT_GE(std::ranges::count(sOpens, '\n'), THREADS * ROUNDS);
     EXPECT_THAT(sOpens, testing::MatchesRegex("([0-7]\n|[^\n]+shared.csv\n)+"));
     Module_c::ShutdownAllModules();
+    LogSetLimit(0, 0);
     LogDone();
     g_WarningsCallbacker.Reset();
     plat::RegistrySetFolder(plat::RegistryTree_e::User, nullptr);
