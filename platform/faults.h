@@ -129,6 +129,9 @@ namespace plat
     /// filter may call it.
     bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack);
 
+    /// Start of FaultText's text for an uncaught exception. A space and the type follow, while the filter runs.
+    inline constexpr char FAULT_UNCAUGHT_TEXT[] = "Uncaught C++ exception";
+
     /// Copies the system's text for a code that the caller has no name for, cut to nSize - 1 bytes and always
     /// terminated. For an uncaught exception, while the filter runs, the text has its type, and its message if it has
     /// one. Requires that nSize is not 0.

@@ -23,6 +23,8 @@ namespace plat
 
     /// Ticks of 100 nanoseconds since 1601-01-01 00:00 UTC; 0 if the file system keeps no such time.
     using FileTime_t = std::uint64_t;
+    inline constexpr std::uint32_t FILE_TIME_TICKS = 10000000;               // in a second
+    inline constexpr std::int64_t FILE_TIME_SECONDS_TO_1970 = 11644473600;   // from 1601
 
     /// Rights of others to the file while it is open. On a system without share modes this is advisory: an open that
     /// excludes writers fails while anyone has the file open for writing. It is checked at the open only. It is not

@@ -101,10 +101,9 @@ namespace
     // Returns the time of the last write, or 0 if the archive does not state it.
     plat::FileTime_t TimeOf(zip_stat_t const & Stat)
     {
-        constexpr std::int64_t SECONDS_TO_1970 = 11644473600;   // from 1601, where FileTime_t begins
-        constexpr std::int64_t TICKS = 10000000;                // of a second
         bool const bKnown = (Stat.valid & ZIP_STAT_MTIME) && Stat.mtime > 0;
-        return bKnown ? static_cast<plat::FileTime_t>((Stat.mtime + SECONDS_TO_1970) * TICKS) : 0;
+        auto const nSeconds = static_cast<plat::FileTime_t>(Stat.mtime + plat::FILE_TIME_SECONDS_TO_1970);
+        return bKnown ? nSeconds * plat::FILE_TIME_TICKS : 0;
     }
 
     // Returns what the directory states about an entry. An entry that can't be mounted has a szRefused.

@@ -113,12 +113,13 @@ namespace
         Line.Add("instruction: %08" PRIXPTR, Record.Address);
         Details.EndLine();
         WriteThread(Details, Fault.pContext->iThread);
-        constexpr char PREFIX[] = "Uncaught C++ exception ";
+        constexpr std::size_t PREFIX = sizeof plat::FAULT_UNCAUGHT_TEXT - 1;   // of a type, which a space precedes
         char const * const szText = FaultName(Record.nCode);
-        if (Record.nCode == plat::FAULT_UNCAUGHT_EXCEPTION && std::strncmp(szText, PREFIX, sizeof PREFIX - 1) == 0)
+        if (Record.nCode == plat::FAULT_UNCAUGHT_EXCEPTION
+            && std::strncmp(szText, plat::FAULT_UNCAUGHT_TEXT, PREFIX) == 0 && szText[PREFIX] == ' ')
         {
             Line.Add("exception: ");
-            Line.AddShown(szText + sizeof PREFIX - 1);
+            Line.AddShown(szText + PREFIX + 1);
             Details.EndLine();
         }
         plat::FaultStack_t Stack;

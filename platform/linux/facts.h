@@ -16,9 +16,8 @@ namespace plat
     /// Converts a time since 1970 to 100-nanosecond ticks since 1601. Returns 0 for a time before 1601.
     inline FileTime_t TicksFromTime(std::int64_t nSeconds, std::uint32_t nNanoseconds)
     {
-        constexpr std::int64_t SECONDS_1601_TO_1970 = 11644473600;
-        std::int64_t const nSince1601 = nSeconds + SECONDS_1601_TO_1970;
-        return nSince1601 < 0 ? 0 : static_cast<FileTime_t>(nSince1601) * 10000000u + nNanoseconds / 100u;
+        std::int64_t const nSince1601 = nSeconds + FILE_TIME_SECONDS_TO_1970;
+        return nSince1601 < 0 ? 0 : static_cast<FileTime_t>(nSince1601) * FILE_TIME_TICKS + nNanoseconds / 100u;
     }
 
     /// Converts facts that statx read with FACTS_MASK. tCreation is 0 if statx did not report it.

@@ -144,7 +144,8 @@ namespace plat
     void DescribeException(char * szText, std::size_t nSize)
     {
         Text_c Text = { szText, nSize, 0 };
-        Text.Add("Uncaught C++ exception ");
+        Text.Add(FAULT_UNCAUGHT_TEXT);
+        Text.Add(" ");
         AddTypeName(*abi::__cxa_current_exception_type(), Text);
         try
         {

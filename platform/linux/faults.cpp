@@ -319,7 +319,7 @@ namespace plat
         char const * const szKnown = nCode == FAULT_ABORT                ? "abort() was called"
                                      : nCode != FAULT_UNCAUGHT_EXCEPTION ? "Unknown fault"
                                      : g_szException[0] != '\0'          ? g_szException
-                                                                         : "Uncaught C++ exception";
+                                                                         : FAULT_UNCAUGHT_TEXT;
         std::size_t const nText = strnlen(szKnown, nSize - 1);
         std::memcpy(szText, szKnown, nText);
         szText[nText] = '\0';

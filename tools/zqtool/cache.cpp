@@ -73,10 +73,9 @@ namespace
     // Returns a time of the library in UTC, to the second. Returns "unknown" for 0, and "after 9999" for a later year.
     std::string TimeText(plat::FileTime_t tTime)
     {
-        constexpr plat::FileTime_t TICKS = 10000000;            // in a second
-        constexpr std::int64_t SECONDS_TO_1970 = 11644473600;   // from 1601
-        constexpr std::int64_t END_OF_9999 = 253402300800;      // seconds from 1970
-        auto const nSeconds = static_cast<std::int64_t>(tTime / TICKS) - SECONDS_TO_1970;
+        constexpr std::int64_t END_OF_9999 = 253402300800;   // seconds from 1970
+        auto const nSeconds =
+            static_cast<std::int64_t>(tTime / plat::FILE_TIME_TICKS) - plat::FILE_TIME_SECONDS_TO_1970;
         if (tTime == 0 || nSeconds >= END_OF_9999)
         {
             return tTime == 0 ? "unknown" : "after 9999";
