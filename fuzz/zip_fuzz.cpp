@@ -48,7 +48,8 @@ namespace
     void Check(File_c & File, zip_t * pZip, std::string const & sArchive)
     {
         std::string_view const sKey = File.sName;
-        Require(!sKey.empty() && sKey.find("..\\") == std::string_view::npos && sKey[0] != '\\' && File.iLength >= 0);
+        bool const bLeaves = ("\\" + std::string(sKey)).find("\\..\\") != std::string::npos;
+        Require(!sKey.empty() && !bLeaves && sKey[0] != '\\' && File.iLength >= 0);
         if (!FileOpen(&File))
         {
             Require(!File.pData && File.GetOpensCount() == 0 && File.GetWhyNot() != "");
