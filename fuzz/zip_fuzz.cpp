@@ -48,7 +48,7 @@ namespace
     void Check(File_c & File, zip_t * pZip, std::string const & sArchive)
     {
         std::string_view const sKey = File.sName;
-        bool const bLeaves = ("\\" + std::string(sKey)).find("\\..\\") != std::string::npos;
+        bool const bLeaves = ("\\" + std::string(sKey) + "\\").find("\\..\\") != std::string::npos;
         Require(!sKey.empty() && !bLeaves && sKey[0] != '\\' && File.iLength >= 0);
         if (!FileOpen(&File))
         {

@@ -111,7 +111,7 @@ namespace plat
     };
 
     /// One thread that runs a plain function. Start and Join belong to one thread. The destructor does not wait for the
-    /// end.
+    /// end. The object must live until the function runs.
     class Thread_c
     {
     public:
@@ -130,9 +130,12 @@ namespace plat
 
     private:
         ThreadHandle_t m_hThread{};
+        void (*m_fnRun)(void *) = nullptr;
+        void * m_pContext = nullptr;
     };
 
-    /// Returns the system's number of the calling thread. Numbers of ended threads are used again.
+    /// Returns the system's number of the calling thread. Numbers of ended threads are used again. A fault filter may
+    /// call it.
     std::uint32_t ThreadId();
 
     /// Copies the system's name of the calling thread, always terminated. The name may hold any bytes. A fault filter

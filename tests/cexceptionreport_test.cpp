@@ -115,6 +115,7 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
 TEST_F(CrashReport, CallsReceiversBeforeAndAfterTheDialog)
 {
     EXPECT_THAT(RunAlone("write callbackasks").sOutput, ContainsRegex("unknown\n(.*\n)*unknown\n"));
+    EXPECT_THAT(RunAlone("write callbackcomplains").sOutput, ContainsRegex("heard\n(.*\n)*heard\n"));
     EXPECT_THAT(RunAlone("write callbackfaults again").sOutput,
         ContainsRegex("stops\n(.*\n)*goes on\n(.*\n)*stops\n(.*\n)*goes on\n(.*\n)*previous handler\n"));
 }

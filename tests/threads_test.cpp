@@ -38,7 +38,7 @@ namespace
     constexpr int THREADS = 8;
     constexpr int ROUNDS = 10;
 
-    std::atomic<int> g_nHeard, g_nFiles;
+    std::atomic<int> g_nHeard, g_nFiles, g_nSaves;
     std::string g_sFolder;
     File_c * g_pShared;
     float g_fNoise;
@@ -118,6 +118,7 @@ namespace
             Contents.Open();
             Contents.Serialize(i);
             EXPECT_EACH(Contents.Close(), Writer.Commit());
+            ++g_nSaves;
             EXPECT_EQ(Contested.Load(0x10000), FileSave_c::WHOLE);
         }
     }
@@ -184,13 +185,14 @@ TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
     ExceptionReport_c::SetSymbolHelper("");
     DialogScript_c const Dialogs;
     Guid_c::SetGlobalOnly(false);
-    g_nHeard = g_nFiles = 0;
+    g_nHeard = g_nFiles = g_nSaves = 0;
     g_WarningsCallbacker.Add([](char const *) { ++g_nHeard; }, false);
     g_FileOpenCallbacker.Add([](char const *) { ++g_nFiles; }, false);
     Module_c::Register(ModulePerlin_c::Get());
     Module_c::Register(ModuleSinCos_c::Get());
     ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
     g_fNoise = PerlinNoise(0.3f);
+    ASSERT_NE(g_fNoise, 0);
     g_pShared = FileStream("shared.csv");
     ASSERT_TRUE(g_pShared);
     FileOpenLogEnable("threads", FILE_LOG_PLAIN | FILE_LOG_CLEAN, false);
@@ -222,6 +224,7 @@ TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
     EXPECT_GE(g_nHeard, THREADS * ROUNDS);
     EXPECT_GE(Dialogs.GetCount(), THREADS * ROUNDS * 3);
     EXPECT_GE(g_nFiles, THREADS * ROUNDS);
+    EXPECT_GE(g_nSaves, 1);
     FileOpenLogDisable();
     std::string const sOpens = Folder.Read("media/logs/threads.rsp");
     EXPECT_GE(std::ranges::count(sOpens, '\n'), THREADS * ROUNDS);

@@ -32,6 +32,24 @@ namespace
     ZQ_THREAD_LOCAL int t_nFirings = 0;   // of the calling thread
     ZQ_THREAD_LOCAL int t_nNoWaits = 0;   // scopes of FiringNoWait_c
 
+    // Calls fnCall with a bit and each list that the lock guards.
+    template <typename CALL>
+    void ForEachList(CALL fnCall)
+    {
+        fnCall(1u, g_WarningsCallbacker);
+        fnCall(2u, g_ExecutionCallbacker);
+        fnCall(4u, g_FileOpenCallbacker);
+        fnCall(8u, g_FileReadErrorCallbacker);
+    }
+
+    // Returns the bits of the lists that are firing. Requires the lock.
+    std::uint32_t FiringLists()
+    {
+        std::uint32_t dwLists = 0;
+        ForEachList([&dwLists](std::uint32_t dwList, auto & List) { dwLists |= List.IsFiring() ? dwList : 0; });
+        return dwLists;
+    }
+
     // Enters the lock and returns true. In a FiringNoWait_c returns false if another thread holds it.
     bool Grant()
     {
@@ -85,17 +103,22 @@ void Firing_c::EndAll()
 FiringMark_c::FiringMark_c()
     : m_nFirings(t_nFirings)
     , m_nNoWaits(t_nNoWaits)
+    , m_dwLists(t_nFirings > 0 ? FiringLists() : 0)
 {}
 
 void FiringMark_c::EndLater() const
 {
     t_nNoWaits = m_nNoWaits;
-    if (m_nFirings == 0 && t_nFirings > 0)
+    if (t_nFirings > m_nFirings)
     {
-        g_WarningsCallbacker.EndFiring();
-        g_ExecutionCallbacker.EndFiring();
-        g_FileOpenCallbacker.EndFiring();
-        g_FileReadErrorCallbacker.EndFiring();
+        ForEachList(
+            [this](std::uint32_t dwList, auto & List)
+            {
+                if ((m_dwLists & dwList) == 0)
+                {
+                    List.EndFiring();
+                }
+            });
     }
     for (; t_nFirings > m_nFirings; --t_nFirings)
     {

@@ -77,6 +77,9 @@ public:
     /// continues.
     void EndFiring() { m_bFiring = false; }
 
+    /// Returns whether a firing of the list runs.
+    bool IsFiring() const { return m_bFiring; }
+
     /// Returns whether the list has no entry.
     bool IsEmpty() const { return pHead == nullptr; }
 

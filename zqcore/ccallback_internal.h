@@ -51,4 +51,5 @@ public:
 
 private:
     int const m_nFirings, m_nNoWaits;
+    std::uint32_t const m_dwLists;   // a bit for each list that this thread was firing
 };

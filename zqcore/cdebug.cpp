@@ -2,7 +2,7 @@
 
 #include "zqcore/capp.h"
 #include "zqcore/carray.h"
-#include "zqcore/ccallback_internal.h"
+#include "zqcore/ccomplaint_internal.h"
 #include "zqcore/cdebug_internal.h"
 #include "zqcore/cdebug_spelling_internal.h"
 #include "zqcore/cexceptioninfo.h"
@@ -49,10 +49,11 @@ namespace
     ZQ_THREAD_LOCAL char const * t_szFile = "";
     ZQ_THREAD_LOCAL int t_iLine = 0;
 
-    constinit std::atomic<std::uint32_t> g_iAsserts = 0;   // number of the thread that handles an assertion
-    constinit std::atomic<std::uint32_t> g_iExits = 0;     // number of the thread in ExitByComplaint
-    constinit std::atomic<int> g_iExitStatus = 0;
-    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { g_iAsserts = g_iExits = 0; } });
+    constinit std::atomic<bool> g_bInAssert = false;
+    ZQ_THREAD_LOCAL bool t_bInAssert = false;   // whether the calling thread is the one in an assertion
+    plat::ForkHandler_c const g_AssertForkHandler({ nullptr, nullptr, [] { g_bInAssert = t_bInAssert = false; } });
+    ZQ_THREAD_LOCAL bool t_bExits = false;   // whether the calling thread is in ExitByComplaint
+    ZQ_THREAD_LOCAL int t_iExitStatus = 0;
     constinit plat::Lock_c g_AchtungLock;   // guards the remembered texts
     plat::ForkLock_c const g_AchtungForkLock(g_AchtungLock);
 
@@ -239,43 +240,42 @@ void SetAchtungs(bool bEnable)
 void ExitByComplaint(int iStatus)
 {
     Firing_c::EndAll();
-    g_iExitStatus = iStatus;
-    g_iExits = plat::ThreadId();
+    t_iExitStatus = iStatus;
+    t_bExits = true;
     std::exit(iStatus);
 }
 
 void EndIfExiting()
 {
-    if (g_iExits == plat::ThreadId())
+    if (t_bExits)
     {
-        plat::FaultExit(g_iExitStatus);
+        plat::FaultExit(t_iExitStatus);
     }
 }
 
 ComplaintMark_c::ComplaintMark_c()
-    : m_bInAssert(g_iAsserts == plat::ThreadId())
+    : m_bInAssert(t_bInAssert)
 {}
 
 void ComplaintMark_c::EndLater() const
 {
     m_Firings.EndLater();
-    std::uint32_t iMine = plat::ThreadId();
-    if (!m_bInAssert)
+    if (t_bInAssert && !m_bInAssert)
     {
-        g_iAsserts.compare_exchange_strong(iMine, 0);
+        g_bInAssert = t_bInAssert = false;
     }
 }
 
 void AssertFailed(char const * fmt, ...)
 {
-    std::uint32_t iNobody = 0;
-    if (!g_iAsserts.compare_exchange_strong(iNobody, plat::ThreadId()))   // atomic: of two threads, one continues
+    if (g_bInAssert.exchange(true))   // atomic: of two threads, one continues
     {
         return;
     }
+    t_bInAssert = true;
     struct Leave_c
     {
-        ~Leave_c() { g_iAsserts = 0; }   // a dialog may throw
+        ~Leave_c() { g_bInAssert = t_bInAssert = false; }   // a dialog may throw
     } const Leave;
     plat::WindowSystemGet().fnShowCursor();
 

@@ -1,6 +1,7 @@
 #include "zqcore/cexceptioninfo_internal.h"
 
-#include "zqcore/cdebug_internal.h"
+#include "zqcore/ccomplaint_internal.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/cfaultnames_internal.h"
 
 #include "platform/debugger.h"
@@ -24,7 +25,6 @@ namespace
     constexpr char REMOTE_DEBUGGER[] = "RemoteDebug\\rdebug.cmd";
 
     constinit plat::Lock_c g_HandOver;   // held by the thread whose fault is shown; entered before g_Lock
-    constinit plat::Event_c g_Started;   // set by the support thread
     constinit plat::Event_c g_ExceptionEvent;
     constinit plat::Event_c g_ExceptionHandled;
     constinit plat::FaultPointers_t const * g_pPending = nullptr;
@@ -50,7 +50,6 @@ namespace
         g_bRunning = false;
         g_bStop = false;
         g_pPending = nullptr;
-        g_Started.Reset();
         g_ExceptionEvent.Reset();
         g_ExceptionHandled.Reset();
     }
@@ -205,7 +204,6 @@ namespace
     void Run(void *)
     {
         g_iThread = plat::ThreadId();
-        g_Started.Set();
         {
             Scope_c const Started;   // waits until Start has reset the events
         }
@@ -265,12 +263,7 @@ bool ExceptionInfo_c::Start()
     Scope_c const Scope;
     TraceText("Initializing debug SP");
     g_bStop = false;
-    g_Started.Reset();
     g_bRunning = g_Thread.Start(Run, nullptr);
-    if (g_bRunning)
-    {
-        g_Started.Wait();   // the start of a thread uses the heap, whose lock a thread may hold when it faults
-    }
     g_ExceptionEvent.Reset();
     g_ExceptionHandled.Reset();
     TraceText("Initializing debug SP, done");

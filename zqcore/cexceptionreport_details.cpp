@@ -113,7 +113,7 @@ namespace
         Line.Add("instruction: %08" PRIXPTR, Record.Address);
         Details.EndLine();
         WriteThread(Details, Fault.pContext->iThread);
-        constexpr std::size_t PREFIX = sizeof plat::FAULT_UNCAUGHT_TEXT - 1;   // of a type, which a space precedes
+        constexpr std::size_t PREFIX = sizeof plat::FAULT_UNCAUGHT_TEXT - 1;   // characters before a space and the type
         char const * const szText = FaultName(Record.nCode);
         if (Record.nCode == plat::FAULT_UNCAUGHT_EXCEPTION
             && std::strncmp(szText, plat::FAULT_UNCAUGHT_TEXT, PREFIX) == 0 && szText[PREFIX] == ' ')

@@ -2,7 +2,7 @@
 // allocates nothing from the heap and waits for no lock.
 #pragma once
 
-#include "zqcore/cdebug_internal.h"
+#include "zqcore/ccomplaint_internal.h"
 #include "zqcore/cwidepath_internal.h"
 
 #include "platform/clock.h"

@@ -8,7 +8,7 @@
 
 namespace plat
 {
-    /// A descriptor that is closed at the end of its scope. Closing keeps errno.
+    /// A descriptor that is closed at the end of its scope, with errno kept.
     class Descriptor_c
     {
     public:
@@ -90,8 +90,8 @@ namespace plat
     };
 
     /// Moves a descriptor that has the number of a standard stream to a higher one, because what anyone prints to a
-    /// standard stream that is closed would go to its file. Returns the descriptor. Returns -1, with the file closed, if
-    /// no number is left, and -1 for -1. Must precede the locks of fcntl, which the close of the lower number ends.
+    /// standard stream that is closed would go to its file. Returns the descriptor. Returns -1, with the file closed,
+    /// if no number is left, and -1 for -1. Must precede the locks of fcntl, which the close of the lower number ends.
     int AboveStandard(int iDescriptor);
 
     /// Reads up to nBytes and returns the number of bytes read. Fewer mean the end of the file or an error.

@@ -13,23 +13,7 @@ namespace plat
 {
     namespace
     {
-        struct Start_s
-        {
-            void (*fnRun)(void *);
-            void * pContext;
-        };
-
-        void * RunThread(void * pStart)
-        {
-            Start_s const Start = *static_cast<Start_s *>(pStart);
-            delete static_cast<Start_s *>(pStart);
-            FaultThreadJoin();
-            Start.fnRun(Start.pContext);
-            IdleThreadForget(::pthread_self());
-            return nullptr;
-        }
-
-        thread_local std::uint32_t t_iThread = 0;   // 0 until it is first needed
+        ZQ_THREAD_LOCAL std::uint32_t t_iThread = 0;   // 0 until it is first needed
         ForkHandler_c const g_ForkHandler(
             { nullptr, nullptr, [] { t_iThread = 0; } });   // the child has its own number
     }
@@ -62,11 +46,20 @@ namespace plat
 
     bool Thread_c::Start(void (*fnRun)(void *), void * pContext)
     {
-        auto * const pStart = new Start_s{ fnRun, pContext };
-        pthread_t hThread;
-        if (::pthread_create(&hThread, nullptr, RunThread, pStart) != 0)
+        // Uses no memory of the heap: a thread that faults may hold the heap's lock and wait for this one.
+        auto const fnThread = [](void * pThread) -> void *
         {
-            delete pStart;
+            FaultThreadJoin();
+            auto const * const pThis = static_cast<Thread_c const *>(pThread);
+            pThis->m_fnRun(pThis->m_pContext);
+            IdleThreadForget(::pthread_self());
+            return nullptr;
+        };
+        m_fnRun = fnRun;
+        m_pContext = pContext;
+        pthread_t hThread;
+        if (::pthread_create(&hThread, nullptr, fnThread, this) != 0)
+        {
             return false;
         }
         static_assert(sizeof hThread <= sizeof m_hThread);

@@ -580,6 +580,18 @@ namespace
                     },
                     false);
             } },
+        { "callbackcomplains",
+            []
+            {
+                g_ExecutionCallbacker.Add([](bool) { Warning("inside a report"); }, false);
+                g_WarningsCallbacker.Add(
+                    [](char const *)
+                    {
+                        Say("heard\n");
+                        WriteTo(16);
+                    },
+                    false);
+            } },
         { "callbackhangs",
             []
             {
