@@ -212,9 +212,9 @@ TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
         [&nAtWork](int i)
         {
             constexpr void (*CALLS[])(int) = { LogAndTime, Complain, UseFiles, Save, UseMemory, UseNumbers, ReadTexts };
-            for (std::size_t nRound = 0; nRound < ROUNDS * std::size(CALLS); ++nRound)
+            for (int iRound = 0; iRound < ROUNDS * std::ssize(CALLS); ++iRound)
             {
-                CALLS[(nRound + i) % std::size(CALLS)](i);
+                CALLS[(iRound + i) % std::ssize(CALLS)](i);
             }
             --nAtWork;
         });
