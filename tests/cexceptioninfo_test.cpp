@@ -342,9 +342,9 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebuggerWithoutTheHeap)
                 ++s_nDialogs;
                 return Dialog.eButtons == plat::DialogButtons_e::YesNoCancel ? Answer_e::Yes : Answer_e::Ok;
             });
-        Info.Start();
         alarm(20);   // ends a thread that waits for ever
         g_CategoryLock.Enter();
+        Info.Start();
         std::raise(SIGTRAP);
         g_CategoryLock.Leave();
         Info.Stop();

@@ -1,6 +1,7 @@
 // Reads the report itself. Fixed lines begin its parts, so a part that is missing or damaged costs no other.
 #include "tools/zqtool/crashreport.h"
 
+#include "platform/faults.h"
 #include "tools/zqtool/crashcause.h"
 #include "tools/zqtool/crashlines.h"
 #include "tools/zqtool/parse.h"
@@ -225,7 +226,7 @@ namespace
             Crash.sCodeText = sLine;
             Crash.sKind = CrashKindOf(Crash.nCode);
             std::string_view sException = sLine;
-            if (TakeStart(sException, "Uncaught C++ exception "))
+            if (TakeStart(sException, plat::FAULT_UNCAUGHT_TEXT) && TakeStart(sException, " "))
             {
                 Crash.sException = sException;
             }
