@@ -148,6 +148,7 @@ Result_s RunTool(std::string const & sArguments)
 
 Result_s RunOnTerminal(std::function<int()> const & fnRun, std::string const & sTyped, std::string const & sAwaited)
 {
+    EXPECT_EQ(sTyped.empty(), sAwaited.empty()) << "typed before the child waits, its echo falls between its lines";
     int iTerminal = -1;
     pid_t const iChild = forkpty(&iTerminal, nullptr, nullptr, nullptr);
     if (iChild == 0)
@@ -159,7 +160,7 @@ Result_s RunOnTerminal(std::function<int()> const & fnRun, std::string const & s
     bool bTyped = false;
     for (ssize_t nRead = 0; nRead >= 0;)
     {
-        if (!bTyped && sShown.ends_with(sAwaited))
+        if (!bTyped && !sAwaited.empty() && sShown.ends_with(sAwaited))
         {
             bTyped = true;
             EXPECT_EQ(write(iTerminal, sTyped.data(), sTyped.size()), static_cast<ssize_t>(sTyped.size()));

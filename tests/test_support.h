@@ -146,9 +146,9 @@ Result_s RunShell(std::string const & sCommand);
 Result_s RunTool(std::string const & sArguments);
 
 /// Runs a call in a child process on a terminal of its own, types a text as soon as another one is shown last, and
-/// returns the status and what was shown.
+/// returns the status and what was shown. Without texts it types nothing.
 Result_s RunOnTerminal(
-    std::function<int()> const & fnRun, std::string const & sTyped, std::string const & sAwaited = "");
+    std::function<int()> const & fnRun, std::string const & sTyped = "", std::string const & sAwaited = "");
 
 /// Runs a command line of the shell as the job that has the terminal. Returns the signal that ends or stops it, or 0.
 int RunInForeground(std::string const & sCommand);

@@ -144,8 +144,7 @@ TEST(ZqtoolCheck, ShowsCellsAndWalksFolders)
             return std::system(("stty cols 12; cd " + Folder.GetPath()
                                 + "; NO_COLOR=1 " TEST_EMULATOR ZQTOOL_PATH " check --show b/a.txt")
                                    .c_str());
-        },
-        "");
+        });
     EXPECT_THAT(Narrow.sOutput, HasSubstr("@head  name\r\nx      Nort…\r\nlong   ä\r\n"));
 
     Folder.Write("b/Words.TXT", "Free text, of no kind.\n");
