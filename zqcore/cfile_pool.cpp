@@ -24,16 +24,15 @@ namespace
     // later one that its construction will write, before and after the text sRequestedName.
     void * AllocateObject()
     {
-        constexpr std::size_t LINE = 64;   // bytes of a cache line
-        constexpr std::size_t BYTES_AFTER = sizeof(plat::Lock_c) + LINE;
+        constexpr std::size_t BYTES_AFTER = sizeof(plat::Lock_c) + ZQ_CACHE_LINE;
         constexpr std::size_t BYTES_BEFORE = sizeof(File_c) - sizeof(plat::Lock_c) - sizeof(File_c::sRequestedName);
         auto * const pRoom = static_cast<char *>(Pool().Alloc(false));
         char const * const pLater = pRoom + 2 * sizeof(FileOnDisk_c);
-        for (std::size_t i = 0; i <= BYTES_BEFORE; i += LINE)
+        for (std::size_t i = 0; i <= BYTES_BEFORE; i += ZQ_CACHE_LINE)
         {
             ZQ_PREFETCH(pLater + i);
         }
-        for (std::size_t i = sizeof(File_c) - BYTES_AFTER; i < sizeof(File_c); i += LINE)
+        for (std::size_t i = sizeof(File_c) - BYTES_AFTER; i < sizeof(File_c); i += ZQ_CACHE_LINE)
         {
             ZQ_PREFETCH(pLater + i);
         }

@@ -79,12 +79,10 @@ class StringHash_T
 public:
     using Key_t = String_T<KEYLEN>;   // a name
 
-    static constexpr int CACHE_LINE = 64;   // bytes
-
     /// One cache line. A key that fits is copied into it, so that a lookup reads no object.
-    struct alignas(CACHE_LINE) Slot_s
+    struct alignas(ZQ_CACHE_LINE) Slot_s
     {
-        static constexpr int KEY_ROOM = CACHE_LINE - 2 * static_cast<int>(sizeof(void *)) - 9;   // bytes of szKey
+        static constexpr int KEY_ROOM = ZQ_CACHE_LINE - 2 * static_cast<int>(sizeof(void *)) - 9;   // bytes of szKey
 
         T * pObject = nullptr;           // null in a free or deleted slot
         Key_t const * pName = nullptr;   // unchanged as long as the entry exists; usually a part of the object

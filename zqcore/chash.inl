@@ -274,7 +274,7 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::ObjectIterator_c::FindNext()
 {
     m_pNext = m_pSlot ? m_pTable->Next(m_pSlot) : nullptr;
     auto const * const pBytes = reinterpret_cast<unsigned char const *>(m_pNext ? m_pNext->pObject : nullptr);
-    for (std::size_t i = 0; pBytes && i < sizeof(T); i += static_cast<std::size_t>(CACHE_LINE))
+    for (std::size_t i = 0; pBytes && i < sizeof(T); i += ZQ_CACHE_LINE)
     {
         ZQ_PREFETCH(pBytes + i);
     }

@@ -36,8 +36,7 @@ struct MemoryFigures_s
 
 namespace
 {
-    constexpr std::size_t UNIT = 16;         // bytes of a header, and the least alignment
-    constexpr std::size_t CACHE_LINE = 64;   // bytes
+    constexpr std::size_t UNIT = 16;   // bytes of a header, and the least alignment
 
     // Header of a block. It ends at the address of the caller's bytes, rounded down to a multiple of 16.
     struct alignas(UNIT) Header_s
@@ -82,9 +81,9 @@ namespace
 
     constinit MemoryFigures_s g_Shared = {};   // of threads that have ended their own figures, or have none
     constinit std::atomic<MemoryFigures_s *> g_pFigures = &g_Shared;
-    alignas(CACHE_LINE) constinit Figure_t g_iPublished = 0;   // apart from what each allocation reads
+    alignas(ZQ_CACHE_LINE) constinit Figure_t g_iPublished = 0;   // apart from what each allocation reads
     constinit Figure_t g_iPeak = 0;
-    alignas(CACHE_LINE) constinit std::atomic<bool> g_bNewLog = false;
+    alignas(ZQ_CACHE_LINE) constinit std::atomic<bool> g_bNewLog = false;
 
     // The figures at the ends of frames, and the peaks that readers have seen; under g_CategoryLock.
     struct Seen_s

@@ -15,6 +15,7 @@
 #define ZQ_THREAD_LOCAL thread_local __attribute__((tls_model("initial-exec")))
 #define ZQ_KEEP_WRITES(p) __asm__ volatile("" : : "r"(p) : "memory")
 #define ZQ_PREFETCH(pAddress) __builtin_prefetch(pAddress, 1)
+#define ZQ_CACHE_LINE 64   // of all processors that the library knows
 #define ZQ_FUNCTION __PRETTY_FUNCTION__
 #define ZQ_FIRST_BIT(dwBits) static_cast<unsigned>(__builtin_ctz(dwBits))   // std::countr_zero tests for 0 first
 #define ZQ_UNCHECKED __attribute__((no_sanitize("address", "undefined")))

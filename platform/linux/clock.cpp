@@ -11,10 +11,6 @@ namespace plat
 {
     namespace
     {
-        constexpr std::int64_t NANOSECONDS = 1000000000;   // nanoseconds in a second
-
-        constexpr std::int64_t NANOSECONDS_OF_MILLISECOND = 1000000;
-
         constexpr std::int64_t DAY = 86400;   // seconds in a day
 
         std::atomic<long> g_nKeptOffset{ 0 };   // seconds east of UTC
@@ -23,7 +19,7 @@ namespace plat
         {
             timespec Now;
             clock_gettime(CLOCK_MONOTONIC, &Now);
-            return static_cast<std::int64_t>(Now.tv_sec) * NANOSECONDS + Now.tv_nsec;
+            return static_cast<std::int64_t>(Now.tv_sec) * NANOSECONDS_OF_SECOND + Now.tv_nsec;
         }
     }
 
@@ -34,7 +30,7 @@ namespace plat
 
     std::int64_t GoodClockFrequency()
     {
-        return NANOSECONDS;
+        return NANOSECONDS_OF_SECOND;
     }
 
     std::uint32_t CoarseClockMilliseconds()

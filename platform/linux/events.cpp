@@ -1,3 +1,4 @@
+#include "platform/clock.h"
 #include "platform/fork.h"
 #include "platform/linux/idlethread.h"
 #include "platform/linux/lockmark.h"
@@ -18,7 +19,6 @@ namespace plat
     {
         static_assert(sizeof(WaitWord_t) == 4 && WaitWord_t::is_always_lock_free);
 
-        constexpr long SECOND = 1'000'000'000;                  // nanoseconds
         constexpr std::uint32_t LIFT_AGAIN_MILLISECONDS = 10;   // an owner may not have stored its mark yet
 
         // States of a lock's word and of a wake-up's.
@@ -71,9 +71,9 @@ namespace plat
             timespec Time;
             ::clock_gettime(CLOCK_MONOTONIC, &Time);
             Time.tv_sec += static_cast<std::time_t>(nMilliseconds / 1000);
-            Time.tv_nsec += static_cast<long>(nMilliseconds % 1000) * (SECOND / 1000);
-            Time.tv_sec += Time.tv_nsec / SECOND;
-            Time.tv_nsec %= SECOND;
+            Time.tv_nsec += static_cast<long>(nMilliseconds % 1000) * NANOSECONDS_OF_MILLISECOND;
+            Time.tv_sec += Time.tv_nsec / NANOSECONDS_OF_SECOND;
+            Time.tv_nsec %= NANOSECONDS_OF_SECOND;
             return Time;
         }
 

@@ -3,6 +3,7 @@
 
 #include "platform/process.h"
 
+#include "platform/clock.h"
 #include "platform/compiler.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/reserve.h"
@@ -25,8 +26,6 @@ namespace plat
 {
     namespace
     {
-        constexpr long NANOSECONDS_OF_MILLISECOND = 1000000;
-
         std::atomic<void (*)()> g_fnPureCall{ nullptr };
 
         // Converts a path. Returns false, with ERANGE, if it does not fit as a whole.

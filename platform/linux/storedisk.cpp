@@ -3,6 +3,7 @@
 
 #include "platform/common/storedisk.h"
 
+#include "platform/clock.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/facts.h"
 #include "platform/linux/folderreader.h"
@@ -21,8 +22,6 @@ namespace plat
     namespace
     {
         static_assert(STORE_NAME_LIMIT == NAME_MAX && STORE_PATH_SIZE == PATH_MAX);
-
-        constexpr unsigned NANOSECONDS = 1000000000;   // in a second
 
         int NumberOf(StoreHandle_t hStore)
         {
@@ -230,7 +229,8 @@ namespace plat
         {
             return {};
         }
-        return { static_cast<std::int64_t>(Stat.st_ctim.tv_sec) * NANOSECONDS + Stat.st_ctim.tv_nsec, Stat.st_nlink };
+        return { static_cast<std::int64_t>(Stat.st_ctim.tv_sec) * NANOSECONDS_OF_SECOND + Stat.st_ctim.tv_nsec,
+            Stat.st_nlink };
     }
 
     bool StoreReadLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite)
@@ -247,6 +247,7 @@ namespace plat
         timespec Now;
         clock_gettime(CLOCK_REALTIME, &Now);
         std::snprintf(szName, sizeof(szName), "%c%d.%u.%llx", cMark, static_cast<int>(getpid()), ++s_nNames,
-            static_cast<unsigned long long>(Now.tv_sec) * NANOSECONDS + static_cast<unsigned long>(Now.tv_nsec));
+            static_cast<unsigned long long>(Now.tv_sec) * NANOSECONDS_OF_SECOND
+                + static_cast<unsigned long>(Now.tv_nsec));
     }
 }
