@@ -24,8 +24,6 @@ namespace fs = std::filesystem;
 
 namespace
 {
-    constexpr std::size_t MOST_LINES = 20;   // of each kind without --all
-
     struct Options_s
     {
         std::string sFile, sRoot, sBuild;

@@ -141,12 +141,18 @@ namespace
         return std::any_of(sName.begin(), sName.end(), [](char cByte) { return cByte >= 'A' && cByte <= 'Z'; });
     }
 
+    // Returns the first entry of the disk whose folded path is not before a text, or the end.
+    std::vector<DiskEntry_t>::const_iterator FirstFrom(MediaScan_t const & Scan, std::string const & sFolded)
+    {
+        return std::lower_bound(Scan.dDisk.begin(), Scan.dDisk.end(), sFolded,
+            [](DiskEntry_t const & Entry, std::string const & sWanted) { return Entry.sFolded < sWanted; });
+    }
+
     // Returns the entries of the disk to which a path of the tables may lead: at most one, unless they differ in
     // case only.
     std::vector<std::string> SpellingsOf(MediaScan_t const & Scan, std::string const & sFolded)
     {
-        auto itEntry = std::lower_bound(Scan.dDisk.begin(), Scan.dDisk.end(), sFolded,
-            [](DiskEntry_t const & Entry, std::string const & sWanted) { return Entry.sFolded < sWanted; });
+        auto itEntry = FirstFrom(Scan, sFolded);
         std::vector<std::string> dPaths;
         for (; itEntry != Scan.dDisk.end() && itEntry->sFolded == sFolded; ++itEntry)
         {
@@ -203,8 +209,7 @@ namespace
     void CountBelow(MediaScan_t const & Scan, std::string const & sFolded, MediaFinding_t & Finding)
     {
         std::string const sPrefix = sFolded + '\\';
-        auto itEntry = std::lower_bound(Scan.dDisk.begin(), Scan.dDisk.end(), sPrefix,
-            [](DiskEntry_t const & Entry, std::string const & sWanted) { return Entry.sFolded < sWanted; });
+        auto itEntry = FirstFrom(Scan, sPrefix);
         for (; itEntry != Scan.dDisk.end() && itEntry->sFolded.starts_with(sPrefix); ++itEntry)
         {
             std::error_code Error;

@@ -20,8 +20,6 @@
 
 namespace
 {
-    constexpr std::size_t MAX_PROBLEMS = 20;   // printed; the others are counted
-
     struct Options_s
     {
         std::string sFile, sTrace, sPage;
@@ -104,14 +102,7 @@ namespace
 
     void StatsRun_c::Complain(std::uint64_t nOffset, std::string const & sText)
     {
-        if (m_Facts.dProblems.size() < MAX_PROBLEMS)
-        {
-            m_Facts.dProblems.push_back("byte " + std::to_string(nOffset) + ": " + sText);
-        }
-        else
-        {
-            ++m_nMoreProblems;
-        }
+        m_nMoreProblems += m_Facts.AddProblem(nOffset, sText) ? 0 : 1;
     }
 
     void StatsRun_c::PrintProblems()

@@ -16,7 +16,6 @@ namespace
     constexpr std::size_t MAX_BATCHES = 1000;           // kept for the page
     constexpr std::size_t MAX_TIMERS = 65536;           // of the tree; a program has fewer than a thousand
     constexpr std::size_t MAX_ANSWER_BYTES = 4 << 20;   // of timers in one answer
-    constexpr std::size_t MAX_PROBLEMS = 20;
     constexpr int BATCHES_AT_ONCE = 8, TURN_MILLISECONDS = 100, LAST_ANSWER_SECONDS = 3;
 
     volatile std::sig_atomic_t g_iInterrupted = 0;
@@ -68,10 +67,7 @@ namespace
 
     void Follower_c::Complain(std::uint64_t nOffset, std::string const & sText)
     {
-        if (m_Facts.dProblems.size() < MAX_PROBLEMS)
-        {
-            m_Facts.dProblems.push_back("byte " + std::to_string(nOffset) + ": " + sText);
-        }
+        m_Facts.AddProblem(nOffset, sText);
     }
 
     void Follower_c::StartAnew()

@@ -82,6 +82,16 @@ namespace
     }
 }
 
+bool StatsFacts_t::AddProblem(std::uint64_t nOffset, std::string const & sText)
+{
+    bool const bFits = dProblems.size() < MAX_PROBLEMS;
+    if (bFits)
+    {
+        dProblems.push_back("byte " + std::to_string(nOffset) + ": " + sText);
+    }
+    return bFits;
+}
+
 void StatsPage_c::Add(StatsBatch_t const & Batch, std::vector<int> const & dNodes)
 {
     Batch_s & New = m_dBatches.emplace_back();

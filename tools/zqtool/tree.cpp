@@ -22,7 +22,6 @@ namespace
         bool bJson = false;
     };
 
-    constexpr std::size_t MOST_LINES = 20;    // of each kind without --all
     constexpr std::size_t MOST_COLUMN = 60;   // characters; longer paths do not widen the column
 
     // Returns whether bare names fit a tree. Fewer than three duplicates, or up to a tenth of the files, count as
