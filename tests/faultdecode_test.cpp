@@ -241,6 +241,7 @@ TEST(FaultDecode, AnExceptionIsDescribedByItsTypeAndItsMessage)
     EXPECT_EQ(Describe(5), sHead + "int");
     EXPECT_EQ(Describe(static_cast<char const *>("what\nit says")), sHead + "char const*: what\\nit says");
     EXPECT_EQ(Describe(static_cast<unsigned char const *>(nullptr)), sHead + "unsigned char const*");
+    EXPECT_EQ(Describe(static_cast<char * const *>(nullptr)), sHead + "char* const*");
     EXPECT_EQ(Describe(std::runtime_error("\x1B[31m")), sHead + "std::runtime_error: \\x1B[31m");
     EXPECT_EQ(Describe(outer::Thrown_s()), sHead + "(anonymous namespace)::outer::Thrown_s");
     EXPECT_THAT(Describe(std::filesystem::filesystem_error("gone", {})),

@@ -15,35 +15,35 @@ namespace plat
     namespace
     {
         // A text of a fixed size. Additions are cut to fit.
-        struct Text_c
+        struct Text_s
         {
-            char * m_szText;
-            std::size_t m_nSize;
-            std::size_t m_nLength;
+            char * szText;
+            std::size_t nSize;
+            std::size_t nLength;
 
             void Add(char const * pText, std::size_t nText)
             {
-                for (std::size_t i = 0; i < nText && m_nLength + 1 < m_nSize; ++i)
+                for (std::size_t i = 0; i < nText && nLength + 1 < nSize; ++i)
                 {
-                    m_szText[m_nLength++] = pText[i];
+                    szText[nLength++] = pText[i];
                 }
-                m_szText[m_nLength] = '\0';
+                szText[nLength] = '\0';
             }
             void Add(char const * szMore) { Add(szMore, std::strlen(szMore)); }
 
             // Adds a text with its control characters and line ends escaped, so that all stays on one line.
             void AddEscaped(char const * szMore)
             {
-                m_nLength += TextEscape(m_szText + m_nLength, m_nSize - m_nLength, szMore, Controls_e::None);
+                nLength += TextEscape(szText + nLength, nSize - nLength, szMore, Controls_e::None);
             }
         };
 
-        struct Builtin_t
+        struct Builtin_s
         {
             char cCode;
             char const * szName;
         };
-        constexpr Builtin_t BUILTINS[] = { { 'b', "bool" }, { 'c', "char" }, { 'a', "signed char" },
+        constexpr Builtin_s BUILTINS[] = { { 'b', "bool" }, { 'c', "char" }, { 'a', "signed char" },
             { 'h', "unsigned char" }, { 's', "short" }, { 't', "unsigned short" }, { 'i', "int" },
             { 'j', "unsigned int" }, { 'l', "long" }, { 'm', "unsigned long" }, { 'x', "long long" },
             { 'y', "unsigned long long" }, { 'f', "float" }, { 'd', "double" }, { 'e', "long double" },
@@ -58,7 +58,7 @@ namespace plat
         }
 
         // Adds the name at pCode, which its length precedes, and moves pCode after it. Returns false without a name.
-        bool AddPart(char const *& pCode, Text_c & Text)
+        bool AddPart(char const *& pCode, Text_s & Text)
         {
             std::size_t nPart = 0;
             for (; *pCode >= '0' && *pCode <= '9'; ++pCode)
@@ -82,7 +82,7 @@ namespace plat
         }
 
         // Adds the names up to an E, and moves pCode after it. Returns false if one has another form.
-        bool AddNested(char const *& pCode, Text_c & Text)
+        bool AddNested(char const *& pCode, Text_s & Text)
         {
             bool bFirst = true;
             for (; *pCode != 'E'; bFirst = false)
@@ -105,16 +105,16 @@ namespace plat
         }
 
         // Adds a type whose code ends in a zero. Returns false, with a part added, if it has another form.
-        bool AddType(char const * pCode, Text_c & Text)
+        bool AddType(char const * pCode, Text_s & Text)
         {
-            if (*pCode == 'P' || (*pCode == 'K' && pCode[1] != 'P'))
+            if (*pCode == 'P' || *pCode == 'K')
             {
                 char const * const szSuffix = *pCode == 'P' ? "*" : " const";
                 bool const bKnown = AddType(pCode + 1, Text);
                 Text.Add(szSuffix);
                 return bKnown;
             }
-            for (Builtin_t const & Builtin : BUILTINS)
+            for (Builtin_s const & Builtin : BUILTINS)
             {
                 if (Builtin.cCode == pCode[0] && pCode[1] == '\0')
                 {
@@ -130,12 +130,12 @@ namespace plat
             return bKnown && *pCode == '\0';
         }
 
-        void AddTypeName(std::type_info const & Type, Text_c & Text)
+        void AddTypeName(std::type_info const & Type, Text_s & Text)
         {
-            std::size_t const nBefore = Text.m_nLength;
+            std::size_t const nBefore = Text.nLength;
             if (!AddType(Type.name(), Text))
             {
-                Text.m_nLength = nBefore;
+                Text.nLength = nBefore;
                 Text.Add(Type.name());
             }
         }
@@ -143,7 +143,7 @@ namespace plat
 
     void DescribeException(char * szText, std::size_t nSize)
     {
-        Text_c Text = { szText, nSize, 0 };
+        Text_s Text = { szText, nSize, 0 };
         Text.Add(FAULT_UNCAUGHT_TEXT);
         Text.Add(" ");
         AddTypeName(*abi::__cxa_current_exception_type(), Text);
