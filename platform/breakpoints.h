@@ -54,8 +54,8 @@ namespace plat
     /// Reads the calling thread's registers as this program wrote them. Returns false if they are not available.
     bool DebugRegistersRead(DebugRegisters_t & Registers);
 
-    /// Writes the calling thread's registers. On failure returns false and leaves them as they were. It fails in these
-    /// cases:
+    /// Writes the calling thread's registers. On failure returns false and restores the previous ones as far as the
+    /// system allows. It fails in these cases:
     /// - The address, the length or the kind of a register is bad.
     /// - The system refuses a register, for instance because a debugger holds them all or the process lacks the right.
     /// - The system accepts a register without effect, as some hypervisors do. A test finds this, and its success is

@@ -22,7 +22,7 @@ namespace plat
     struct ClipboardBlock_s;
     using ClipboardBlock_t = ClipboardBlock_s *;
 
-    /// Function that waits.
+    /// Function that ClipboardWait calls instead of a sleep.
     using ClipboardWait_t = void (*)(unsigned int nMilliseconds);
 
     /// Sets the place of the clipboard, for a host or a test. Null or an empty text restores the user's own. Moves no
@@ -31,7 +31,7 @@ namespace plat
     ZQ_API void ClipboardSetFolder(char const * szFolder);
 
     /// Registers a format and returns its number. Names that differ only in ASCII case have the same number. A process
-    /// has at most 4,096 formats. On failure returns 0.
+    /// has at most 4096 formats. On failure returns 0.
     unsigned int ClipboardRegisterFormat(char const * szName);
 
     /// Opens the clipboard without waiting. Returns false if any process has it open, or if it can't be reached.
@@ -73,7 +73,8 @@ namespace plat
     /// - A failed write changes no data. It undoes a ClipboardEmpty that no successful ClipboardSet has followed.
     ClipboardBlock_t ClipboardSet(unsigned int iFormat, ClipboardBlock_t hBlock);
 
-    /// Waits between two attempts to open the clipboard.
+    /// Sleeps, or calls the function of ClipboardSetWait. The library waits so between two attempts to open the
+    /// clipboard.
     void ClipboardWait(unsigned int nMilliseconds);
 
     /// Replaces the wait function, for tests; null restores the default. Returns the previous one.

@@ -9,15 +9,16 @@
 // - ZQ_PRINTF(iFormat, iFirstArgument) checks the arguments of a function that formats like printf. Both positions
 //   count from 1, and `this` counts too.
 // - ZQ_REFUSE_IF(bWrong, szText), after the declarator of a function, refuses calls for which a constant expression of
-//   its parameters is true. It has no effect with GCC. ZQ_COMPILE_ERROR(szText) refuses each call of a function that
-//   remains after optimization.
-// - ZQ_IS_CONSTANT(value) is true if the compiler knows the value. ZQ_FOLDS_CALLS is true if this includes what inlined
-//   calls with constant arguments return. It is false without optimization, and with Clang, where ZQ_REFUSE_IF serves.
+//   its parameters is true. It has no effect with GCC. ZQ_COMPILE_ERROR(szText) refuses each call that remains
+//   after optimization.
+// - ZQ_IS_CONSTANT(value) returns whether the compiler knows the value. ZQ_FOLDS_CALLS is true if this includes what
+//   inlined calls with constant arguments return. It is false without optimization, and with Clang, where ZQ_REFUSE_IF
+//   serves.
 // - ZQ_COLD marks a function that is called rarely, and keeps its code away from the common path.
 // - ZQ_INLINE inlines a function always. ZQ_FLATTEN inlines all calls in a function.
 // - ZQ_FIRST_GLOBAL constructs a global object before all others, the executable's included.
-// - ZQ_THREAD_LOCAL declares a variable of each thread that is reached without a call. The library must be loaded at
-//   program start, not later by hand.
+// - ZQ_THREAD_LOCAL declares a variable of each thread that is reached without a call. Requires that the
+//   library is loaded at program start, not later by hand.
 // - ZQ_KEEP_WRITES(p) stops the compiler from removing writes to the memory at p that the program does not read before
 //   it releases the memory.
 // - ZQ_PREFETCH(pAddress) prefetches the cache line at an address that will be written soon. It may be any address.
@@ -25,7 +26,7 @@
 // - ZQ_BREAK() is a breakpoint trap at this place. Without a debugger it is a fault, as a rule FAULT_BREAKPOINT
 //   (faults.h).
 // - ZQ_FUNCTION is the name of the present function with its class and arguments, as the compiler spells it.
-// - ZQ_FIRST_BIT(dwBits) is the index of the lowest bit set in a 32-bit word, which must not be 0.
+// - ZQ_FIRST_BIT(dwBits) returns the index of the lowest bit set in a 32-bit word. Requires that the word is not 0.
 // - ZQ_UNCHECKED turns the checkers of addresses and of undefined behaviour off in a function that deliberately reads
 //   memory which may be dead or no object.
 //
@@ -34,7 +35,7 @@
 // - ZQ_TARGET(szFeatures) lets a function use instructions beyond those of the build, named as in "sha,sse4.1".
 // - ZQ_WRITTEN_ORDER, at the head of a source, keeps its instructions in the order in which they are written. It has
 //   no effect with Clang.
-// - ZQ_PROCESSOR_HAS(szFeature) is true if the processor has that feature. It can be used before the first
+// - ZQ_PROCESSOR_HAS(szFeature) returns whether the processor has that feature. It can be used before the first
 //   constructor.
 #pragma once
 

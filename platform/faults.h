@@ -110,7 +110,7 @@ namespace plat
     /// false if the system refuses. The end of the thread releases the stack. These threads have one without this call:
     /// - the thread that set the filter, which is as a rule the main thread.
     /// - on systems where the library can hook the creation of threads, those that are started while it is loaded.
-    ///   Exceptions are threads that the C library starts for itself, and those of programs that bind the C library's
+    ///   This excludes threads that the C library starts for itself, and those of programs that bind the C library's
     ///   functions before this library's (docs/porting.md).
     ///
     /// Without one, a stack overflow of the thread ends the process without a report. All other faults need only the
@@ -124,15 +124,15 @@ namespace plat
     /// Captures the caller's registers. nIp is the address after the call. nAx and nVectors are 0.
     ZQ_API void FaultContextCapture(FaultContext_t * pContext);
 
-    /// Finds the stack that the stack pointer of these registers lies in, or has just left at its full end. Requires
-    /// registers of the calling thread. Returns false if there is no such memory or the system does not report it. A
-    /// filter may call it.
+    /// Finds the stack that the stack pointer of these registers lies in, or has just left at its low end, after an
+    /// overflow. Requires registers of the calling thread. Returns false if there is no such memory or the system does
+    /// not report it. A filter may call it.
     bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack);
 
     /// Start of FaultText's text for an uncaught exception. A space and the type follow, while the filter runs.
     inline constexpr char FAULT_UNCAUGHT_TEXT[] = "Uncaught C++ exception";
 
-    /// Copies the system's text for a code that the caller has no name for, cut to nSize - 1 bytes and always
+    /// Copies a text for a code that the caller has no name for, cut to nSize - 1 bytes and always
     /// terminated. For an uncaught exception, while the filter runs, the text has its type, and its message if it has
     /// one. Requires that nSize is not 0.
     ZQ_API void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);

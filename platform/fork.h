@@ -5,10 +5,6 @@
 // a thread, an open file or work under way has a ForkHandler_c. Both are usually global objects. Creating or destroying
 // one requires that the thread holds no registered lock. If the forking thread holds a lock, it still holds it in both
 // processes.
-//
-//     constinit plat::Lock_c g_TableLock;
-//     plat::ForkLock_c const g_TableForkLock(g_TableLock);
-//     plat::ForkHandler_c const g_WorkForkHandler({ WaitForWork, nullptr, ForgetWork });
 #pragma once
 
 #include "platform/threads.h"

@@ -14,7 +14,7 @@
 // - a size above MAX_BITS in X, or of more bytes than an object can have.
 // - growing a plane or a space without memory.
 // A row without memory does not grow. Only Bis asserts then. |= and ^= leave the row as it is, and a copy is empty.
-// If a plane or a space cannot grow to another field or to a vector, it still combines the part that it has. An
+// If a plane or a space can't grow to another field or to a vector, it still combines the part that it has. An
 // exhausted heap ends in Abort (cmemory.h), so an object is without memory only before MemoryInit and after MemoryDone.
 //
 //     BitVec_c Visited(64);
@@ -139,7 +139,7 @@ public:
     char * Hex(char * szData, int nLen) const;
 
     /// Saves or loads: the size in bits, then the bytes. Loading grows to the size and clears the rest. An archive of
-    /// unknown length (GetPosition -1 or GetLength 0) is read in steps. A size that the archive cannot hold, or for
+    /// unknown length (GetPosition -1 or GetLength 0) is read in steps. A size that the archive can't hold, or for
     /// which there is no memory, fails the archive and changes nothing. Returns false if the archive has failed.
     bool Serialize(Serializeable_c & Archive);
 

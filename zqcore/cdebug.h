@@ -94,7 +94,7 @@ ZQ_API void AssertFailed(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void Warning(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Logs the text, fires g_WarningsCallbacker and shows a dialog. Does nothing if the text is one of the last 16
-/// different ones. Texts are compared by their first 2,047 characters.
+/// different ones. Texts are compared by their first 2047 characters.
 /// - Yes breaks into the debugger.
 /// - No continues.
 /// - Cancel ends the process with status 0.

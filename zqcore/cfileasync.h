@@ -17,13 +17,13 @@
 //
 // "Was" means the time at which the worker serves the request. A caller with a buffer must close only if it knows that
 // the file was resident. It knows if it held a reference of its own from before the request until after it. A caller
-// that cannot know does not close: the file may then stay in memory, but no reference of another caller is released.
+// that can't know does not close: the file may then stay in memory, but no reference of another caller is released.
 //
 // Ownership: the caller owns file and buffer. The buffer must exist, and the file must not be closed, refreshed, killed
 //   or reset, until the poll that sees the request done.
 // Threads: the main thread calls all functions. The worker holds the lock of the file that it reads. An open or a close
 //   of that file, or the shutdown of the module, waits for the read and raises the worker to the normal class
-//   meanwhile. On a system that cannot raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c
+//   meanwhile. On a system that can't raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c
 //   without its lock: a FileOpen then reads the file itself, and the shutdown cancels the read of the worker. Nothing
 //   else here waits for a read in progress. The child of a fork has the requests and files of the parent, and starts a
 //   worker at the first call that needs one. At the fork no other thread may use a file that is in no table and has no

@@ -12,7 +12,7 @@
 // tracked. One line on standard error reports that at load.
 //
 // All this is the debug heap. A library that is built with ZQCORE_HEAP=ship, and the target zqcore::ship, have the heap
-// of a shipped game instead. It keeps categories, counters and reports, adds 16 bytes to a block and takes no lock:
+// of a shipped game instead. It keeps categories, counters and reports, adds 16 bytes to a block and acquires no lock:
 // - Each thread counts for itself, and a reader adds up. While other threads allocate, figures are of slightly
 //   different moments. Peaks of categories are those that readers saw. The peak of all bytes may be up to 512 KiB too
 //   low or too high for each thread and category.
@@ -22,7 +22,7 @@
 // Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
 // Cost: one lock cycle and one consistency check for each allocation and each release. Each block takes 99 bytes
-// more, 75 with 32 bits. Selecting a category takes no lock, except at a thread's first push.
+// more, 75 with 32 bits. Selecting a category acquires no lock, except at a thread's first push.
 // Failure: an exhausted heap ends in Abort. Damaged and foreign blocks are reported (MemoryReportSet, cmemoryreport.h).
 //
 //     {
@@ -215,7 +215,7 @@ ZQ_API char const * MemoryCategoryName(mem::Categories_e eCategory);
 ZQ_API void MemoryCategoriesGet(
     mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes, std::ptrdiff_t & iMaxBytes);
 
-/// Return the number of live blocks, the number of live bytes and the peak of that. They take no lock.
+/// Return the number of live blocks, the number of live bytes and the peak of that. They acquire no lock.
 ZQ_API std::ptrdiff_t MemoryTotalAllocations();
 ZQ_API std::ptrdiff_t MemoryTotalBytesAllocated();
 ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();

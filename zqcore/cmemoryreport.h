@@ -9,11 +9,11 @@
 // blocks. Nothing checks the figures at each event. Lost blocks are not reported.
 //
 // Ownership: nothing is owned. A receiver is a plain function.
-// Threads: turning the call log on or off and writing the snapshot take no lock, so no other thread may allocate or
+// Threads: turning the call log on or off and writing the snapshot acquire no lock, so no other thread may allocate or
 // free meanwhile. Other calls: any thread.
 // Cost: while the call log is on, each allocation writes to disk. What the writing itself allocates is counted but not
 // logged.
-// Failure: a snapshot file that cannot be opened asserts. The other one is still written.
+// Failure: a snapshot file that can't be opened asserts. The other one is still written.
 //
 //     MemoryResetFrameAllocCount();   // a frame ends
 //     Log("%u allocations in the last frame", MemoryGetFrameAllocCount());

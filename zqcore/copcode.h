@@ -17,7 +17,7 @@
 // - A prefix that an instruction ignores leaves no trace in the text. `lock` prints as an instruction of its own.
 //
 // Ownership: the caller keeps the code's bytes. The decoder and the listing own pages of the system.
-// Threads: one thread for each object. Nothing takes a lock, so all of it may run in a crashed process.
+// Threads: one thread for each object. Nothing acquires a lock, so all of it may run in a crashed process.
 // Cost: 120 KB of read-only data, which is not read until an object is made. Expanding the first table takes some 30
 // us, an instruction some 0.3 us, each symbol what its callback takes. The heap is not used.
 // Failure: without pages nothing decodes: Decode returns 0.

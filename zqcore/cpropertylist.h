@@ -40,7 +40,7 @@ public:
 
     /// Closes what was open and opens a file by name. Asserts that the name is not null, and returns false otherwise.
     /// Returns false, without a message of its own, if there is no such file or if it is in UTF-16. Also returns false,
-    /// with log lines, if it cannot be read.
+    /// with log lines, if it can't be read.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO);
 
     /// Returns why the last Open failed. Searches and walks set no error.

@@ -209,7 +209,7 @@ void Serializeable_c::LabelCrc32(char const * sName)
     }
 }
 
-// Stores a label and returns true, or returns whether the file has it here. Returns true for a label that cannot
+// Stores a label and returns true, or returns whether the file has it here. Returns true for a label that can't
 // be read, which fails the archive.
 bool Serializeable_c::StepLabel(std::uint32_t dwLabel)
 {

@@ -146,7 +146,7 @@ public:
 
     /// Ends the chunk of that name. A reader continues after the chunk, even if the chunk was not read to its end.
     /// Asserts that this chunk is open, and fails the archive otherwise. Also fails it if a stored length leads beyond
-    /// the archive's end, or if a writer cannot store the length.
+    /// the archive's end, or if a writer can't store the length.
     virtual void ChunkEnd(char const * sName) = 0;
 
     /// Stores the version word, or checks the file's. Returns true on success. GetVersion of a reader then
@@ -154,11 +154,11 @@ public:
     /// - A different major version ends in Abort.
     /// - A newer minor version is logged and returns false.
     /// - A file without a whole version word fails the archive and returns false.
-    /// - A writer returns true in any case, unless its file could not be opened. A word that cannot be stored fails the
+    /// - A writer returns true in any case, unless its file could not be opened. A word that can't be stored fails the
     ///   archive.
     virtual bool Open();
 
-    /// Ends the archive and returns true. Returns false if a writer cannot store the rest of its bytes. Closing again
+    /// Ends the archive and returns true. Returns false if a writer can't store the rest of its bytes. Closing again
     /// does nothing.
     virtual bool Close();
 
@@ -405,7 +405,7 @@ public:
 
     void ChunkEnd(char const * sName) override;
 
-    /// Writes the buffer and does the same as Writeable_c::Close. Returns false if that does, or if the buffer cannot
+    /// Writes the buffer and does the same as Writeable_c::Close. Returns false if that does, or if the buffer can't
     /// be written.
     bool Close() override;
     bool Serialize(void * pData, int iLength) final;

@@ -447,7 +447,7 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
 
 // Loads a class name and returns its serializer. Returns null, with the archive failed, in these cases, of which all
 // but the first assert unless a check runs:
-// - the name cannot be read.
+// - the name can't be read.
 // - no serializer has the name.
 // - the class is none of the expected ones.
 // - the object is inside itself.

@@ -101,7 +101,7 @@ public:
     /// cases below. A closed spreadsheet then stays closed, and an open one keeps its contents.
     /// - the spreadsheet is open already.
     /// - the name is null.
-    /// - the file cannot be opened or read.
+    /// - the file can't be opened or read.
     /// - a failed Refresh has left the open file without contents. This case logs no line.
     /// - the file is in UTF-16.
     /// - the file has no row, or an error after the head.

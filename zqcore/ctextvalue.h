@@ -6,7 +6,7 @@
 // - an integer of any width. A number outside its range is refused and never cut.
 // - an enumerator, by a table of names. Names compare without regard to ASCII case.
 //
-// A property list writes only texts. The registry cuts nothing: a text that a String_T cannot hold is a failure.
+// A property list writes only texts. The registry cuts nothing: a text that a String_T can't hold is a failure.
 //
 // Ownership: a table and its names belong to the caller.
 // Threads: any thread; nothing is shared.

@@ -82,7 +82,7 @@ bool Warehouse_c::Open(
             return true;
         }
     }
-    if (!Text.szRefused || !sClientHeader)   // otherwise the client's header was not read
+    if (!Text.szRefused || !sClientHeader)   // the client's header of a refused file was not read
     {
         LogEscaped(sClientHeader ? "Warehouse_c::Open: File \"%s\": invalid client header line"
                                  : "Warehouse_c::Open: File \"%s\": no client header line specified",
@@ -147,7 +147,7 @@ WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const
     return Scan;
 }
 
-// Stores the place of the work line.
+// Stores the place of the work line. If the text has changed, the places of errors are counted anew.
 void Warehouse_c::NoteWork(WarehouseScan_t const & Scan)
 {
     m_nWork = Scan.GetLineStart();
@@ -422,12 +422,12 @@ bool Warehouse_c::Get(char const * sColumn, int & value) const
 
 bool Warehouse_c::Get(char const * sColumn, short & value) const
 {
-    return GetInteger(sColumn, value, -32768, 32767);
+    return GetInteger(sColumn, value, SHRT_MIN, SHRT_MAX);
 }
 
 bool Warehouse_c::Get(char const * sColumn, unsigned char & value) const
 {
-    return GetInteger(sColumn, value, 0, 255);
+    return GetInteger(sColumn, value, 0, UCHAR_MAX);
 }
 
 bool Warehouse_c::Get(char const * sColumn, bool & value) const

@@ -37,7 +37,7 @@ class File_c;
 class Warehouse_c
 {
 public:
-    /// Makes an empty warehouse. With bCopy, Open copies the text and closes the file at once. Otherwise the file stays
+    /// Makes a closed warehouse. With bCopy, Open copies the text and closes the file at once. Otherwise the file stays
     /// open as long as the warehouse is.
     explicit Warehouse_c(bool bCopy = false)
         : m_bCopy(bCopy)
@@ -48,7 +48,7 @@ public:
 
     /// Closes what was open, opens a file by name and returns true. sSeparators replaces the format's separators. If
     /// the file has no header line, sClientHeader names the columns, separated by blanks, cut at 249 characters.
-    /// Asserts that the name is not null. Returns false if the file cannot be opened. Also returns false, with lines in
+    /// Asserts that the name is not null. Returns false if the file can't be opened. Also returns false, with lines in
     /// the log, if no header is found or the file is refused.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO,
         char const * sClientHeader = nullptr, char const * sSeparators = nullptr);
@@ -99,9 +99,9 @@ public:
     /// column. Here and below, asserts that the column's name is not null.
     ZQ_API int GetLength(char const * sColumn) const;
 
-    /// Sets whether a Get that fails or cuts a text is logged, with the file (empty with bCopy) and the column. It is
-    /// off at start. For a bad cell the log also has a line number. It counts the lines that NextIdent has read, so it
-    /// may differ from the work line's, which GetLastError has.
+    /// Sets whether a Get that fails or cuts a text is logged, with the file (empty with bCopy) and the column. The log
+    /// is off at start. For a bad cell its line also has a number: that of the lines that NextIdent has read. It may
+    /// differ from the work line's, which GetLastError has.
     void LogColName(bool bLog) { m_bLogColName = bLog; }
 
     /// Read the work line's cell as a whole number, or for double and float as any number, in the type's range, and

@@ -460,7 +460,7 @@ void WarehouseScan_t::SkipSeparator(Classes_c const & Classes)
     }
 }
 
-// Returns the position of the next such byte from nFrom on, or nLength.
+// Returns the position of the next byte cText from nFrom on, or nLength.
 int WarehouseScan_t::Find(char cText, int nFrom) const
 {
     void const * const pFound = std::memchr(pLine + nFrom, cText, static_cast<std::size_t>(nLength - nFrom));

@@ -6,7 +6,7 @@
 // Ownership: the application owns its instance of the module.
 // Threads: the main thread.
 // Cost: a system call at start and at shutdown.
-// Failure: InitializeAllModules returns false if COM cannot be started.
+// Failure: InitializeAllModules returns false if COM can't be started.
 //
 //     static ModuleWinCom_c s_WinCom;
 //     Module_c::Register(&s_WinCom);
@@ -30,7 +30,7 @@ public:
 
 protected:
     /// Starts COM and returns true. If the thread has COM already, even in the other concurrency model, logs that.
-    /// Asserts that the module is not initialised. Returns false if COM cannot be started.
+    /// Asserts that the module is not initialised. Returns false if COM can't be started.
     bool Initialize() override;
 
     /// Ends COM if the module is initialised, also if the thread had COM before.

@@ -19,12 +19,13 @@ struct NoFile_s
 class HeldFile_c
 {
 public:
-    /// Reads a file by its bare name and holds the contents until the end of the scope. On failure WhyNot returns the
-    /// reason.
+    /// Reads a file by its bare name and holds the contents until the end of the scope. On failure GetWhyNot returns
+    /// the reason.
     explicit HeldFile_c(char const * szFile);
     HeldFile_c(HeldFile_c const &) = delete;
     HeldFile_c & operator=(HeldFile_c const &) = delete;
 
+    /// Returns why the file can't be used, with an empty text if it can.
     NoFile_s const & GetWhyNot() const { return m_WhyNot; }
 
 private:

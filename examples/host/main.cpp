@@ -1,6 +1,6 @@
 // A host application of ZQCore: it starts the library, runs a main loop over a media tree, and stops.
 //
-// Every application makes the calls below in this order.
+// Every application makes the calls of the library below in this order.
 #include "listeners.h"
 #include "loop.h"
 #include "media.h"

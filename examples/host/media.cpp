@@ -56,8 +56,8 @@ namespace
     // Returns the bare name of a path below the media root if the media have such a file, else an empty text.
     std::string FileOfMedia(std::string const & sPath, std::string const & sMedia)
     {
-        std::string const sFolded = FoldedPath(sPath), sBare = PathFileName(sFolded.c_str());
-        return sFolded.starts_with(FoldedPath(sMedia) + "/") && FileExists(sBare.c_str()) ? sBare : "";
+        std::string const sCompared = ComparedPath(sPath), sBare = PathFileName(sCompared.c_str());
+        return sCompared.starts_with(ComparedPath(sMedia) + "/") && FileExists(sBare.c_str()) ? sBare : "";
     }
 
     // Returns the bare name of a cache if the media have another file of that name, else an empty text. A cache leaves

@@ -20,19 +20,19 @@ std::wstring WideFromPath(std::string const & sPath)
     }
 }
 
-std::string FoldedPath(std::string const & sPath)
+std::string ComparedPath(std::string const & sPath)
 {
-    std::string sFolded = sPath;
-    std::replace(sFolded.begin(), sFolded.end(), '\\', '/');
+    std::string sCompared = sPath;
+    std::replace(sCompared.begin(), sCompared.end(), '\\', '/');
     std::error_code Error;
-    std::filesystem::path const Resolved = std::filesystem::weakly_canonical(sFolded, Error);
-    sFolded = Error ? sFolded : Resolved.generic_string();
-    StrToLower(sFolded.data());
-    return sFolded;
+    std::filesystem::path const Resolved = std::filesystem::weakly_canonical(sCompared, Error);
+    sCompared = Error ? sCompared : Resolved.generic_string();
+    StrToLower(sCompared.data());
+    return sCompared;
 }
 
 bool IsSameFile(std::string const & sPathA, std::string const & sPathB)
 {
     std::error_code Error;
-    return FoldedPath(sPathA) == FoldedPath(sPathB) || std::filesystem::equivalent(sPathA, sPathB, Error);
+    return ComparedPath(sPathA) == ComparedPath(sPathB) || std::filesystem::equivalent(sPathA, sPathB, Error);
 }

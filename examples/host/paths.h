@@ -6,9 +6,9 @@
 /// Returns a path as wide text, in any locale. Throws std::exception if a name in it is not UTF-8.
 std::wstring WideFromPath(std::string const & sPath);
 
-/// Returns a path without links, in lower case and with `/`: the library finds a file in any spelling, and
-/// `\` separates too. The path need not exist.
-std::string FoldedPath(std::string const & sPath);
+/// Returns a path without links, in lower case and with `/`. Two paths by which the library finds the same file have
+/// the same result: it ignores case, and `\` separates too. The path need not exist.
+std::string ComparedPath(std::string const & sPath);
 
 /// Returns whether two paths name one file, or would once it is written.
 bool IsSameFile(std::string const & sPathA, std::string const & sPathB);

@@ -9,8 +9,7 @@
 
 namespace
 {
-    constexpr int HEADER_REACH = 65536;   // bytes at a file's start that may hold a table's header line
-    constexpr char const * HEADER_WORD = "@head";
+    constexpr int HEADER_REACH = 65536;        // bytes at a file's start that may hold a table's header line
     constexpr std::uint32_t WHOLE = 1 << 20;   // bytes up to which a frame reads a whole file
     constexpr std::size_t PIECE = 65536;       // bytes that a frame reads of a bigger file
 
@@ -19,7 +18,7 @@ namespace
     {
         auto const * pText = reinterpret_cast<char const *>(File.pData);
         char const * const pEnd = pText + std::min<std::uint32_t>(FileBytes(File), HEADER_REACH);
-        auto const nWord = static_cast<std::ptrdiff_t>(std::strlen(HEADER_WORD));
+        auto const nWord = static_cast<std::ptrdiff_t>(std::strlen(WAREHOUSE_HEADER));
         while (pEnd - pText >= nWord)
         {
             pText = static_cast<char const *>(std::memchr(pText, '@', static_cast<std::size_t>(pEnd - pText)));
@@ -27,7 +26,7 @@ namespace
             {
                 return false;
             }
-            if (StrCompareNoCase(pText, HEADER_WORD, static_cast<std::size_t>(nWord)) == 0)
+            if (StrCompareNoCase(pText, WAREHOUSE_HEADER, static_cast<std::size_t>(nWord)) == 0)
             {
                 return true;
             }

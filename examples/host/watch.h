@@ -13,7 +13,7 @@ class Watch_c
 {
 public:
     /// Stores the rows of the survey's tables. Handles the signals that ask a program to end: SIGINT, SIGTERM, and
-    /// SIGHUP unless it is ignored.
+    /// SIGHUP unless it is ignored. On failure GetWhyNot returns the reason.
     Watch_c(std::string const & sMedia, Survey_c const & Survey);
 
     /// Ends the watch. Restores the system's handling of SIGINT and SIGTERM.
@@ -21,13 +21,13 @@ public:
     Watch_c(Watch_c const &) = delete;
     Watch_c & operator=(Watch_c const &) = delete;
 
-    /// Prints how many new folders can't be watched, each time that changes, and returns whether the host was asked to
+    /// Prints what is not watched (FileTrackGetProblem), each time that changes. Returns whether the host was asked to
     /// end. SIGINT or SIGTERM a second time ends it at once.
     static bool IsOver();
 
     /// Returns whether the terminal of a watch was closed, so that nothing printed can be read.
     static bool IsHungUp();
 
-    /// Returns why nothing is watched, with the remedy if there is one, or an empty text if the media are watched.
+    /// Returns why nothing is watched, with the remedy if there is one, or an empty text if the watch began.
     static std::string GetWhyNot();
 };

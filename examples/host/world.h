@@ -19,7 +19,7 @@ public:
     /// Returns the instance.
     static ModuleWorld_c * Get();
 
-    /// Deletes the world and starts a new one from the media. On failure the world is empty (GetWhyEmpty).
+    /// Deletes the world and starts a new one from the media. If the media have none, the world is empty (GetWhyEmpty).
     void Begin();
 
     /// Reads the numbers of the media's tables again while the game continues. New rows, deleted rows, changed

@@ -11,8 +11,9 @@
 // so no name ever has half a record.
 //
 // A change of a key locks its folder. The creation or deletion of a key locks its parent first. A lock belongs to a
-// handle that was opened for it, because children share the handle of an open key. All changes of a process run one at
-// a time, so that a fork finds no lock held. docs/formats.md describes the files.
+// handle that was opened for it, because children share the handle of an open key. Changes of a process run one at a
+// time, except while one waits for another process's lock. A fork in that wait copies the handles of locks that the
+// change holds already. Their unlock releases the copies too. docs/formats.md describes the files.
 
 #include "platform/registry.h"
 
@@ -330,8 +331,9 @@ namespace plat
             std::string sListed;   // the key's name if the parent is the open key, else empty
         };
 
-        // Finds a key by its path from an open key. An empty path leads to the open key itself, and one of separators
-        // only to no key. Never finds a tree itself. Returns false on failure, for instance if there is no such key.
+        // Finds a key by its path from an open key. An empty path leads to the open key itself. A path of separators
+        // only leads to no key. Never finds a tree itself. Returns false on failure, for instance if there is no such
+        // key.
         bool Find(RegistryKey_t hKey, char const * szKey, Victim_s & Victim)
         {
             StoreHandle_t const hFolder = FolderOf(hKey);
@@ -354,7 +356,8 @@ namespace plat
             return Victim.Key.IsOpen() && (!bItself || StoreIdentity(Victim.Key.Get()) == StoreIdentity(hFolder));
         }
 
-        // Deletes a key without subkeys for an open key, and updates the open key's listing. Returns false on failure.
+        // Deletes a found key that has no subkeys. Updates the listing of the open key from which it was found.
+        // Returns false on failure.
         bool DeleteFound(RegistryKey_t hKey, Victim_s const & Victim)
         {
             Change_c Change;
@@ -390,8 +393,8 @@ namespace plat
             return Contents.bRead && StoreMayDelete(hKey);
         }
 
-        // Deletes the subkeys of a found key at any depth, each level from the last to the first. Returns false on
-        // failure.
+        // Deletes the subkeys of a found key at any depth, in each key from the last name to the first. Returns false
+        // on failure.
         bool DeleteBelow(RegistryKey_t hKey, Victim_s const & Top)
         {
             std::vector<Level_s> dLevels;

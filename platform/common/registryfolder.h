@@ -52,8 +52,8 @@ namespace plat
     /// Reads the entries of a key's folder and returns them. On failure bRead is false.
     KeyContents_s ReadKeyContents(StoreHandle_t hFolder);
 
-    /// Returns the name of a subkey as its record spells it. Returns the folded name if there is no record, or if its
-    /// name is another one.
+    /// Returns the name of a subkey as its record spells it. Returns the folded name if the subkey has no record, or
+    /// if the record holds another name.
     std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded);
 
     /// Empties the folder of a key. Returns false with errno ENOTEMPTY, and deletes nothing, in these cases:

@@ -100,7 +100,7 @@ namespace plat
 
         // Makes the name on disk after a mark: folded, with %XX for a leading dot and for bytes that are not plain. A
         // name that gets too long for a file ends in the hash of all that follows the mark. Returns false if sName is
-        // too long. Sets errno to ENAMETOOLONG in either case.
+        // too long. Always sets errno to ENAMETOOLONG.
         bool NameOnDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
@@ -153,7 +153,7 @@ namespace plat
     // writers use names that were never used before.
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone)
     {
-        char szBusy[64] = { BUSY_MARK };
+        char szBusy[STORE_UNIQUE_NAME_SIZE] = { BUSY_MARK };
         if (!bAlone)
         {
             StoreMakeUniqueName(BUSY_MARK, szBusy);

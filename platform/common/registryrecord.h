@@ -1,5 +1,5 @@
-// registryrecord.h: the files of the registry's store. The clipboard's have the same names. registry.cpp explains the
-// folder of a key.
+// registryrecord.h: the files of the registry's store. The files of the clipboard's formats are named as those of
+// values are. registry.cpp explains the folder of a key.
 #pragma once
 
 #include "platform/common/storedisk.h"
@@ -39,7 +39,7 @@ namespace plat
 
     /// Make the name of a key's folder, or of a value's file, which begins with VALUE_MARK, and return true. The name
     /// is folded and escaped, and shortened if it gets longer than STORE_NAME_LIMIT. Return false if sName is longer
-    /// than NAME_LIMIT. Set errno to ENAMETOOLONG in either case.
+    /// than NAME_LIMIT. Both always set errno to ENAMETOOLONG.
     bool KeyNameToDisk(std::string_view sName, std::string & sFile);
     bool ValueNameToDisk(std::string_view sName, std::string & sFile);
 

@@ -89,7 +89,7 @@ namespace plat
         StoreHandle_t m_hStore;
     };
 
-    /// Returns which folder or file a handle is. Returns all zero if the handle is not open.
+    /// Returns the identity of a handle's folder or file. Returns all zero if the handle is not open.
     FileIdentity_t StoreIdentity(StoreHandle_t hStore);
 
     /// A handle that is held for long. A host may close all of the process's handles, as a daemon does when it starts.
@@ -186,6 +186,8 @@ namespace plat
     /// Reads the time of a folder's last change. Returns false on failure.
     bool StoreReadLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite);
 
+    constexpr std::size_t STORE_UNIQUE_NAME_SIZE = 64;   // bytes of a name of StoreMakeUniqueName, with the zero
+
     /// Makes a name from a mark and a text that no other call has used, in any process.
-    void StoreMakeUniqueName(char cMark, char (&szName)[64]);
+    void StoreMakeUniqueName(char cMark, char (&szName)[STORE_UNIQUE_NAME_SIZE]);
 }

@@ -1,7 +1,7 @@
 // compiler.h: the macros of platform/compiler.h for GCC and Clang.
 #pragma once
 
-// On Windows the C library's printf is of another kind than the one that the C++ library uses.
+// On Windows, GCC's format "printf" means the conversions of the C runtime, which differ from those of the C++ library.
 #if defined(__MINGW32__) && !defined(__clang__)
     #define ZQ_PRINTF(iFormat, iFirstArgument) __attribute__((format(gnu_printf, iFormat, iFirstArgument)))
 #else

@@ -20,16 +20,16 @@ namespace plat
 {
     namespace
     {
-        struct File_s
+        struct RegisterFile_s
         {
             DebugRegisters_t Registers;
             KeptDescriptor_c dEvents[DEBUG_REGISTERS];
             ForkDrop_s Drop;
         };
 
-        constinit ZQ_THREAD_LOCAL File_s t_File = {};
+        constinit ZQ_THREAD_LOCAL RegisterFile_s t_Registers = {};
 
-        void CloseEvent(File_s & File, int iRegister)
+        void CloseEvent(RegisterFile_s & File, int iRegister)
         {
             int const iError = errno;
             int const iEvent = File.dEvents[iRegister].Get();
@@ -44,7 +44,7 @@ namespace plat
         // Closes the child's copies only: disabling an event would disable the parent's.
         void CloseEventsInChild(void * pFile)
         {
-            File_s & File = *static_cast<File_s *>(pFile);
+            RegisterFile_s & File = *static_cast<RegisterFile_s *>(pFile);
             for (KeptDescriptor_c & Event : File.dEvents)
             {
                 Event.Reset(-1);
@@ -52,7 +52,7 @@ namespace plat
             File.Registers = {};
         }
 
-        void CloseEvents(File_s & File)
+        void CloseEvents(RegisterFile_s & File)
         {
             for (int i = 0; i < DEBUG_REGISTERS; ++i)
             {
@@ -61,7 +61,7 @@ namespace plat
             File.Registers = {};
         }
 
-        // Registers that a fork and the thread's end close the open events. Only the first call on a thread has an
+        // Makes a fork and the thread's end close the open events. Only the first call on a thread has an
         // effect, and the first in a forked child.
         void CloseAtForkAndThreadEnd()
         {
@@ -69,12 +69,12 @@ namespace plat
             {
                 ~Closer_c()
                 {
-                    ForkDropRemove(t_File.Drop);
-                    CloseEvents(t_File);
+                    ForkDropRemove(t_Registers.Drop);
+                    CloseEvents(t_Registers);
                 }
             };
             [[maybe_unused]] static thread_local Closer_c const t_Closer;
-            ForkDropAdd(t_File.Drop, CloseEventsInChild, &t_File);
+            ForkDropAdd(t_Registers.Drop, CloseEventsInChild, &t_Registers);
         }
 
         int OpenOnThisThread(perf_event_attr & Event)
@@ -99,10 +99,10 @@ namespace plat
             return Event;
         }
 
-        // Returns whether a register fires, and false if the system refuses one. Some hypervisors ignore the debug
-        // registers: the kernel grants events that never fire. The test is whether the kernel counts one access. If it
-        // does, that result is stored.
-        bool IsFired()
+        // Returns whether registers fire. Returns false with ENOTSUP if they do not, and with the system's errno if it
+        // refuses one. Some hypervisors ignore the debug registers: the kernel grants events that never fire. The test
+        // is whether the kernel counts one access. If it does, that result is stored.
+        bool RegistersFire()
         {
             static std::atomic<bool> s_bFired = false;
             if (s_bFired.load(std::memory_order_relaxed))
@@ -162,22 +162,22 @@ namespace plat
         // Returns false if an event can't be opened.
         bool Apply(DebugRegisters_t const & Registers)
         {
-            DebugRegisters_t const Previous = t_File.Registers;
-            t_File.Registers = Registers;
+            DebugRegisters_t const Previous = t_Registers.Registers;
+            t_Registers.Registers = Registers;
             for (int i = 0; i < DEBUG_REGISTERS; ++i)
             {
                 if (!IsSame(Previous, Registers, i))
                 {
-                    CloseEvent(t_File, i);
+                    CloseEvent(t_Registers, i);
                 }
             }
             bool bAll = true;
             for (int i = 0; i < DEBUG_REGISTERS; ++i)
             {
-                if (Registers.IsEnabled(i) && t_File.dEvents[i].Get() < 0)
+                if (Registers.IsEnabled(i) && t_Registers.dEvents[i].Get() < 0)
                 {
-                    t_File.dEvents[i].Reset(IsFired() ? OpenEvent(Registers, i) : -1);
-                    bAll = bAll && t_File.dEvents[i].GetNumber() >= 0;
+                    t_Registers.dEvents[i].Reset(RegistersFire() ? OpenEvent(Registers, i) : -1);
+                    bAll = bAll && t_Registers.dEvents[i].GetNumber() >= 0;
                 }
             }
             return bAll;
@@ -186,14 +186,14 @@ namespace plat
 
     bool DebugRegistersRead(DebugRegisters_t & Registers)
     {
-        Registers = t_File.Registers;
+        Registers = t_Registers.Registers;
         return true;
     }
 
     bool DebugRegistersWrite(DebugRegisters_t const & Registers)
     {
         CloseAtForkAndThreadEnd();
-        DebugRegisters_t const Previous = t_File.Registers;
+        DebugRegisters_t const Previous = t_Registers.Registers;
         if (Apply(Registers))
         {
             return true;

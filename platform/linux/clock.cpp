@@ -11,8 +11,6 @@ namespace plat
 {
     namespace
     {
-        constexpr std::int64_t DAY = 86400;   // seconds in a day
-
         std::atomic<long> g_nKeptOffset{ 0 };   // seconds east of UTC
 
         std::int64_t MonotonicNanoseconds()
@@ -85,15 +83,16 @@ namespace plat
         return static_cast<int>(g_nKeptOffset / 60);
     }
 
-    // Does not use the C library's conversions, which take a lock.
+    // Does not use the C library's conversions, which acquire a lock.
     LocalTime_t LocalTimeByKept()
     {
         timespec Now;
         clock_gettime(CLOCK_REALTIME, &Now);
         std::int64_t const tLocal = std::int64_t{ Now.tv_sec } + g_nKeptOffset;   // seconds since 1970
-        auto const nDays = static_cast<int>((tLocal - (tLocal % DAY + DAY) % DAY) / DAY);
-        auto const nSecond = static_cast<int>(tLocal - nDays * DAY);
-        std::chrono::year_month_day const Date{ std::chrono::sys_days{ std::chrono::days{ nDays } } };
+        std::chrono::sys_seconds const Time{ std::chrono::seconds{ tLocal } };
+        auto const Day = std::chrono::floor<std::chrono::days>(Time);
+        auto const nSecond = static_cast<int>((Time - Day).count());
+        std::chrono::year_month_day const Date{ Day };
         return { static_cast<int>(Date.year()), static_cast<int>(static_cast<unsigned>(Date.month())),
             static_cast<int>(static_cast<unsigned>(Date.day())), nSecond / 3600, nSecond / 60 % 60, nSecond % 60,
             static_cast<int>(Now.tv_nsec / NANOSECONDS_OF_MILLISECOND) };

@@ -109,7 +109,7 @@ namespace
 
     // Sets the thread's stack for faults. Keeps one that the thread has already, from another copy of the library or
     // from a checker.
-    __attribute__((noinline)) void JoinWithoutStack()
+    __attribute__((noinline)) void JoinIfStackless()
     {
         stack_t Present;
         if (sigaltstack(nullptr, &Present) == 0 && (Present.ss_flags & SS_DISABLE) != 0)
@@ -125,7 +125,7 @@ namespace
         Run_t const fnRun = static_cast<Start_s *>(pStart)->fnRun;
         void * const pArgument = static_cast<Start_s *>(pStart)->pArgument;
         std::free(pStart);
-        JoinWithoutStack();
+        JoinIfStackless();
         return fnRun(pArgument);
     }
 

@@ -241,7 +241,7 @@ namespace plat
         return bKnown;
     }
 
-    void StoreMakeUniqueName(char cMark, char (&szName)[64])
+    void StoreMakeUniqueName(char cMark, char (&szName)[STORE_UNIQUE_NAME_SIZE])
     {
         static std::atomic<unsigned> s_nNames{ 0 };
         timespec Now;

@@ -41,7 +41,7 @@ namespace zqsymbols
         void AddPrinter(std::string const & sType, std::string const & sTemplate) { m_Printers.Add(sType, sTemplate); }
 
         /// Returns a value in one line. Shows nDepth levels of structures with up to 8 members each, and those below as
-        /// "{...}". Types with a printer are shown for some levels more. Cuts an array or a structure at 1,000 bytes.
+        /// "{...}". Types with a printer are shown for some levels more. Cuts an array or a structure at 1000 bytes.
         /// Returns "(unreadable)" or "(optimized out)" for a value that it can't show.
         std::string Show(Value_t const & Value, int nDepth = 2);
 
@@ -66,7 +66,7 @@ namespace zqsymbols
         /// element. Returns nothing for other types, or if the pointer is not readable.
         std::optional<Value_t> Target(Value_t const & Pointer);
 
-        /// Returns nCount elements from an address on in braces. Shows at most 16 of them, and none after 1,000 bytes.
+        /// Returns nCount elements from an address on in braces. Shows at most 16 of them, and none after 1000 bytes.
         /// Adds nCount if it is more than 16. Shows nDepth levels of structures in each.
         std::string Elements(plat::SymbolType_t iElement, std::uint64_t nAddress, std::uint64_t nCount, int nDepth);
 

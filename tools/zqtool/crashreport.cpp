@@ -1,4 +1,5 @@
-// Reads the report itself. Fixed lines begin its parts, so a part that is missing or damaged costs no other.
+// Reads reports, and joins them with details. Each part begins with a fixed line, so the others are read if one is
+// missing or damaged.
 #include "tools/zqtool/crashreport.h"
 
 #include "platform/faults.h"
@@ -43,8 +44,8 @@ namespace
         bool m_bAll;
         std::vector<Crash_t> m_dCrashes;
         Part_e m_ePart = Part_e::Head;
-        std::size_t m_nFrames = 0;   // of the second call stack: the number of frames so far
-        std::size_t m_nEmpty = 0;    // empty lines since the last other one
+        std::size_t m_nFrames = 0;   // so far of the second call stack; more than the first has: another stack
+        std::size_t m_nEmpty = 0;    // empty lines since the last line that is not empty
         bool m_bStack = false;       // whether the current crash has a call stack
         bool m_bFull = false;        // whether a list of variables was full
     };
@@ -103,8 +104,8 @@ namespace
         }
     }
 
-    // Reads a line of the call stack: "ADDRESS  FRAME  FUNCTION+DISPLACEMENT   FILE(LINE): TEXT", or in place of the
-    // function "SECTION:OFFSET MODULE", or neither. Returns nothing if the line does not begin so.
+    // Reads a line of the call stack: "ADDRESS  FRAME  FUNCTION+DISPLACEMENT   FILE(LINE): TEXT", with
+    // "SECTION:OFFSET MODULE" instead of the function, or with neither. Returns nothing for any other line.
     std::optional<CrashFrame_t> ReadFrame(std::string_view sLine)
     {
         std::optional<std::uint64_t> const Address = TakeNumber(sLine, 16);
