@@ -81,6 +81,9 @@ TEST(ZqHost, FailsWhenItsTablesCannotBeReadOrItsOutputIsFull)
         EXPECT_THAT(RunHost(sAll, Folder.Join("media")), Ends(iStatus, HasSubstr(szSaid)));
         Folder.Write(sFile, sWhole);
     }
+    std::filesystem::remove_all(Folder.Join("media/gamedata"));
+    std::filesystem::create_symlink("gamedata", Folder.Join("media/gamedata"));   // whether it has the game is unknown
+    EXPECT_THAT(RunHost(sAll, Folder.Join("media")), Ends(3, HasSubstr("can't read \"")));
 }
 
 TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)

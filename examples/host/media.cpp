@@ -26,11 +26,7 @@ namespace
         return !g_sFilesystemCacheName.IsEmpty();   // empty unless the start loaded a cache
     }
 
-    // Returns whether a tree has a folder for the game. A tree without one is scanned as a whole.
-    bool IsSplit(Options_s const & Options, std::string const & sMedia)
-    {
-        return DirectoryExists((sMedia + "/gamedata/" + Options.sGame).c_str());
-    }
+    bool g_bSplit = false;   // whether the tree has a folder for the game; one without it is scanned as a whole
 
     bool IsKnown(std::string const & sFolder)
     {
@@ -79,6 +75,17 @@ namespace
     {
         return "can't read \"" + sFolder + "\": " + Error.message();
     }
+
+    // Sets g_bSplit for the game's folder. Returns a message if the system does not say whether there is one: a cache
+    // of the whole tree would be wrong for the game.
+    std::string FindGame(std::string const & sFolder)
+    {
+        std::error_code Error;
+        bool const bFound = DirectoryExists(sFolder.c_str());   // in any spelling
+        std::filesystem::file_status const Status = std::filesystem::status(sFolder, Error);
+        g_bSplit = bFound || std::filesystem::is_directory(Status);
+        return g_bSplit || std::filesystem::status_known(Status) ? "" : CantRead(sFolder, Error);
+    }
 }
 
 std::string MediaCheck(Options_s const & Options, std::string const & sMedia)
@@ -88,9 +95,9 @@ std::string MediaCheck(Options_s const & Options, std::string const & sMedia)
         return "no media: give --media FOLDER, or put media.zq beside the executable";
     }
     std::error_code Error;
-    if (!DirectoryExists(sMedia.c_str()))
+    std::filesystem::file_status const Status = std::filesystem::status(sMedia, Error);
+    if (!DirectoryExists(sMedia.c_str()) && !std::filesystem::is_directory(Status))
     {
-        std::filesystem::file_status const Status = std::filesystem::status(sMedia, Error);
         return std::filesystem::exists(Status) ? "\"" + sMedia + "\" is a file; the media root is a folder"
                : Status.type() == std::filesystem::file_type::not_found ? "no folder \"" + sMedia + "\""
                                                                         : CantRead(sMedia, Error);
@@ -107,7 +114,7 @@ std::string MediaCheck(Options_s const & Options, std::string const & sMedia)
         }
     }
     std::filesystem::directory_iterator const First(sMedia, Error);
-    return Error ? CantRead(sMedia, Error) : "";
+    return Error ? CantRead(sMedia, Error) : FindGame(sMedia + "/gamedata/" + Options.sGame);
 }
 
 void MediaSet(Options_s const & Options, std::string const & sMedia)
@@ -115,7 +122,7 @@ void MediaSet(Options_s const & Options, std::string const & sMedia)
     SetPQXMediaPath(Options.sMedia.c_str());   // if empty, the library discovers it, and sMedia is the result
     SetPQXCurrentConfig(Options.sConfig.c_str());
     FileSetMediaTemplate("media*.zq");
-    FileSetSplit(IsSplit(Options, sMedia) ? "\\gamedata\\" : nullptr);
+    FileSetSplit(g_bSplit ? "\\gamedata\\" : nullptr);
     FileAlwaysExcludeFolder(".git");   // for a tree under version control
     FileSetEmptyAllowed(true);         // editors empty a file before they rewrite it
     ModuleFile_c::Get()->ReadMedia(true);
@@ -130,7 +137,7 @@ std::string MediaCheckChoice(Options_s const & Options, std::string const & sMed
     {
         return "the library reads the first 255 characters of the command line only: put --game first";
     }
-    bool const bGame = Options.bGameGiven || IsSplit(Options, sMedia);
+    bool const bGame = Options.bGameGiven || g_bSplit;
     if (bGame && !IsKnown("\\gamedata\\" + Options.sGame + "\\"))
     {
         return DescribeMissing("gamedata/" + Options.sGame, Options, sMedia);
