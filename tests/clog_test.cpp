@@ -380,6 +380,30 @@ TEST_F(Logs, ALimitLosesNoLineOfTwoProcesses)
     EXPECT_EQ(nLines, 2 * LINES);
 }
 
+TEST_F(Logs, ALogWithALimitFollowsItsNameBeforeItsNextLine)
+{
+    OpenMainLog();
+    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    LogSetLimit(3000, 1);
+    for (bool const bReplaced : { true, false })   // by another process, which has begun a new file, or deleted
+    {
+        for (std::string const sName : { "message.log", "named.log" })
+        {
+            Log("before");
+            Logf("named.log", "before");
+            fs::rename(m_Folder.Join(sName), m_Folder.Join("renamed"));
+            EXPECT_TRUE(!bReplaced || !m_Folder.Write(sName, "of another process\n").empty());
+            std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+            Log("after");
+            Logf("named.log", "after");
+            EXPECT_THAT(
+                m_Folder.Read(sName), MatchesRegex(bReplaced ? "of another process\n[^\n]*after\n" : "[^\n]*after\n"));
+            EXPECT_THAT(m_Folder.Read("renamed"), testing::EndsWith("before\n"));
+        }
+    }
+    LogSetLimit(0, 0);
+}
+
 TEST_F(Logs, AHostsOwnStreamGetsItsLinesInOrderAndHasNoLimit)
 {
     struct Row_s

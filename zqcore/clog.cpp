@@ -99,6 +99,7 @@ namespace
             FormatLinePrefix(Line.Text(), tPassed, std::atomic_ref(g_iLogFrameCounter).load(std::memory_order_relaxed));
         char * const pEnd = Line.Text() + nText;
         *pEnd = '\n';
+        g_MessageLog.Follow(pFile, WriteMessageLogPath);
         bool const bWritten = g_MessageLog.Write(pFile, pBegin, static_cast<std::size_t>(pEnd + 1 - pBegin));
         *pEnd = '\0';
         g_MessageLog.Limit(pFile, static_cast<std::size_t>(pEnd + 1 - pBegin), WriteMessageLogPath);
@@ -212,6 +213,18 @@ ZQ_COLD bool LogStream_c::EndTornLine(std::FILE * pStream)
     bool const bEnded = (m_nLost.fetch_and(~TORN) & TORN) == 0 || WriteSome(pStream, "\n", 1) == 1;
     m_nLost |= bEnded ? 0 : TORN;
     return bEnded;
+}
+
+bool LogStream_c::IsLookDue()
+{
+    constexpr std::uint32_t LOOK_MILLISECONDS = 1000;
+    std::uint32_t const tNow = plat::CoarseClockMilliseconds();
+    bool const bDue = tNow - m_tLooked.load(std::memory_order_relaxed) >= LOOK_MILLISECONDS;
+    if (bDue)
+    {
+        m_tLooked.store(tNow, std::memory_order_relaxed);
+    }
+    return bDue;
 }
 
 constinit std::atomic<std::uint64_t> LogStream_c::s_nLimit = 0;

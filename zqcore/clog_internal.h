@@ -35,6 +35,18 @@ public:
     /// Writes a text, as a rule a line with its end. Counts a lost line and returns false if a part of it is lost.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
+    /// Continues in the file that has the log's name now, if another process has renamed this one. The logs call it
+    /// before each line. It looks at most once a second, and not without a limit of LogSetLimit. The rest is as for
+    /// Limit.
+    template <typename PATH>
+    void Follow(std::FILE * pStream, PATH const & fnPath)
+    {
+        if (s_nLimit.load(std::memory_order_relaxed) != 0 && pStream == m_pOwn && IsLookDue()) [[unlikely]]
+        {
+            BeginAnewAt(pStream, fnPath);
+        }
+    }
+
     /// Starts a new file if this one has outgrown the limit of LogSetLimit. Does nothing for streams other than the own
     /// one, even for a stream that got the address of the own one after a host had closed that. The logs call it after
     /// each line of nLine bytes, but LogWriteBare does not. fnPath(szPath) writes the path that the own stream was
@@ -70,6 +82,7 @@ private:
 
     std::size_t WriteSome(std::FILE * pStream, char const * pText, std::size_t nText) const;
     bool EndTornLine(std::FILE * pStream);
+    bool IsLookDue();
 
     template <typename PATH>
     ZQ_COLD void BeginAnewAt(std::FILE * pStream, PATH const & fnPath)
@@ -89,6 +102,7 @@ private:
     plat::FileIdentity_t m_OwnFile;                      // file of the own stream; changed under the lock of BeginAnew
     std::atomic<std::uint64_t> m_nSize = UNKNOWN_SIZE;   // of the file; counted while there is a limit
     std::atomic<std::uint32_t> m_nLost = 0;              // number of lost lines, and the flag TORN
+    std::atomic<std::uint32_t> m_tLooked = 0;            // when Follow looked, by plat::CoarseClockMilliseconds
 };
 
 /// Writes a line, which includes its line end, to the main log without time and frame. Does nothing while the log is

@@ -145,15 +145,17 @@ namespace
     void WriteNamed(char const * szName, char const * pText, std::size_t nText)
     {
         Found_s const Found = FindLog(szName);
-        if (Found.pFile && Found.pStream->Write(Found.pFile, pText, nText) && Found.pStream->HasLost()) [[unlikely]]
+        if (!Found.pFile)
+        {
+            return;
+        }
+        auto const WritePath = [szName](auto & szPath) { WritePathInLogPath(String_T<NAME_SIZE>(szName), szPath); };
+        Found.pStream->Follow(Found.pFile, WritePath);
+        if (Found.pStream->Write(Found.pFile, pText, nText) && Found.pStream->HasLost()) [[unlikely]]
         {
             ReportLost(szName, Found.pStream->ExtractLost());
         }
-        if (Found.pFile)
-        {
-            Found.pStream->Limit(Found.pFile, nText,
-                [szName](auto & szPath) { WritePathInLogPath(String_T<NAME_SIZE>(szName), szPath); });
-        }
+        Found.pStream->Limit(Found.pFile, nText, WritePath);
     }
 }
 

@@ -110,6 +110,14 @@ namespace plat
             }
         }
 
+        // Returns whether a path names a file. Stores the spelling that does in the path.
+        bool IsNamed(DiskPath_c & Path, struct stat const & File)
+        {
+            struct stat Named;
+            return Path.Try([&Named](char const * szTry) { return lstat(szTry, &Named); }) == 0
+                   && Named.st_dev == File.st_dev && Named.st_ino == File.st_ino;
+        }
+
         // Copies the rest of one file to the other: inside the kernel as far as possible, then through a buffer.
         // Returns false on failure.
         bool CopyContents(int iFrom, int iTo)
@@ -284,26 +292,28 @@ namespace plat
         {
             return 0;
         }
-        if (static_cast<std::uint64_t>(Own.st_size) <= nLimit)
-        {
-            return static_cast<std::uint64_t>(Own.st_size);
-        }
-        FolderLock_c const Lock(szPath);   // another process may begin a new file too, or have begun it
-        bool const bMeasured = Lock.IsHeld() && fstat(iFile, &Own) == 0;
-        auto const nOwn = static_cast<std::uint64_t>(Own.st_size);
-        if (!bMeasured || nOwn <= nLimit)
+        auto nOwn = static_cast<std::uint64_t>(Own.st_size);
+        DiskPath_c Path(szPath);
+        if (nOwn <= nLimit && IsNamed(Path, Own))
         {
             return nOwn;
         }
-        DiskPath_c Path(szPath);
-        struct stat Named;
-        bool const bNamed = Path.Try([&Named](char const * szTry) { return lstat(szTry, &Named); }) == 0;
-        if (nPrevious == 0)
+        FolderLock_c const Lock(szPath);   // another process may begin a new file too, or have begun it
+        if (!Lock.IsHeld() || fstat(iFile, &Own) != 0)
         {
-            return ftruncate(iFile, 0) == 0 ? 0 : nOwn;
+            return nOwn;
         }
-        if (bNamed && Named.st_dev == Own.st_dev && Named.st_ino == Own.st_ino)
+        nOwn = static_cast<std::uint64_t>(Own.st_size);
+        if (IsNamed(Path, Own))
         {
+            if (nOwn <= nLimit)
+            {
+                return nOwn;
+            }
+            if (nPrevious == 0)
+            {
+                return ftruncate(iFile, 0) == 0 ? 0 : nOwn;
+            }
             RenamePrevious(Path.Get(), nPrevious);
         }
         Descriptor_c New(OpenToWrite(szPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, NEW_FILE_MODE));
