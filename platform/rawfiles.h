@@ -16,8 +16,8 @@ namespace plat
     /// `\` and `/` separate in the path, and folders are found in any case. Returns null on failure.
     /// - If a file that this user's processes created this way has the name, and none of them still writes it, appends
     ///   to that file.
-    /// - If anything else has the name, or that file is still being written, fails and sets bTaken. Otherwise
-    ///   clears bTaken.
+    /// - If anything else has the name, or that file is still being written or can't be opened, fails and sets bTaken.
+    ///   Otherwise clears bTaken.
     RawFile_t RawMakePrivate(char const * szPath, bool & bTaken);
 
     /// Writes bytes. Returns false if not all of them were written, or if hFile is null.

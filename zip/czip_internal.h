@@ -94,7 +94,7 @@ private:
     FileOnDisk_c m_Disk;                  // the archive's file, in no table
     FileStored_c * m_pStream = nullptr;   // on m_Disk; null after a fork if the same file could not be opened again
     std::uint32_t m_nSize = 0;
-    std::uint32_t m_nStreamAt = 0;   // position of the stream
+    std::uint32_t m_nStreamAt = 0;   // position of the stream; UINT32_MAX if unknown
     bool m_bForked = false;          // whether the stream is the parent's
     zip_t * m_pZip = nullptr;
     ZipFile_c * m_pFiles = nullptr;

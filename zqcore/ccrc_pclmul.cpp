@@ -276,7 +276,8 @@ namespace
         return Finish(Block, pData, nBytes);
     }
 
-    constexpr std::size_t WIDE_MIN = 256;   // bytes from which on lanes of more than one block are faster
+    // Bytes from which on lanes of more than one block are faster. FoldRun needs four of the widest.
+    constexpr std::size_t WIDE_MIN = 256;
 
     ZQ_TARGET_PCLMUL std::uint32_t Crc32Pclmul(unsigned char const * pData, std::size_t nBytes)
     {

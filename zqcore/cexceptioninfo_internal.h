@@ -87,7 +87,7 @@ namespace exceptioninfo
     struct ModuleInfo_s
     {
         char szPath[260];
-        char const * szName;   // the path's end
+        char const * szName;   // the file's name, in szPath
         std::uintptr_t Base;
         std::size_t nSize;
     };

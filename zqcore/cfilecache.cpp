@@ -94,7 +94,7 @@ namespace
                           : Folder_t(sFile).SubStr(0, sFile.GetLength() - sBare.Length());
         }
 
-        // Lets IsIn find the folder under another text than sFolder. It then asks the system of each folder.
+        // Lets IsIn find the folder under another text than sFolder. IsIn then asks the system about each folder.
         void Identify() { bIdentified = plat::FolderGetIdentity(sFolder, Identity); }
 
         // Returns whether a folder of the media is the cache's own.
@@ -110,7 +110,7 @@ namespace
         bool bIdentified = false;   // whether Identity is known
     };
 
-    // Returns the stamp of the names in the cache's folder, without the cache and the files that saves leave beside it.
+    // Returns the stamp of the names in the cache's folder, without the cache and those of FileReplacement_c::IsBeside.
     CacheStamp_s StampOfNames(CachePlace_s const & Cache)
     {
         plat::FolderListing_c Listing;
@@ -226,7 +226,7 @@ namespace
             });
     }
 
-    // Returns the location of a cache. Its folder has the text that it has in g_sPaths, if it is there.
+    // Returns the location of a cache. With g_bCheck its folder has the text that it has in g_sPaths, if it is there.
     CachePlace_s PlaceInTable(char const * szFile, MediaRoot_c const & Root)
     {
         CachePlace_s Cache(szFile);
@@ -359,7 +359,7 @@ namespace
     private:
         struct Folder_s
         {
-            Folder_t const * pPath = nullptr;   // folder in g_sPaths; null if that is full
+            Folder_t const * pPath = nullptr;   // folder in g_sPaths; null if that is full, and with bTooLong
             bool bTooLong = false;              // whether the load skips the folder and its files
         };
 

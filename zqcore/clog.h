@@ -94,8 +94,8 @@ ZQ_API void LogWinLastError(char const * sPrefix);
 /// Logs the facts of the system and the local time, in 14 lines.
 ZQ_API void DumpSystemInfo();
 
-/// Returns the folder of the main log, or an empty text before LogSetFile. It is absolute unless that path was too long
-/// or unknown.
+/// Returns the folder of the main log, or an empty text before LogSetFile. It is absolute, except in the cases that
+/// LogSetFile names.
 ZQ_API wchar_t const * LogGetFolder();
 
 /// Makes each missing level of a folder, from the outermost inward. `/` and `\` separate the levels and become `/` in

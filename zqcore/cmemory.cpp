@@ -33,8 +33,9 @@ namespace
 
     constinit CategoryStacks_t g_Stacks;   // by the threads' numbers; under g_CategoryLock
 
-    // Numbers of the threads that push: each has the lowest free one until it ends. The system's own thread numbers
-    // hardly ever repeat, and stacks are never removed, so short threads would fill the table.
+    // Numbers of the threads that push. Each gets the lowest free one at its first push and has it until it ends. The
+    // system's own thread numbers hardly ever repeat, and stacks are never removed, so short threads would fill the
+    // table.
     class ThreadNumbers_c
     {
     public:
@@ -240,7 +241,7 @@ void MemCategoryStack_c::Add(mem::Categories_e category)
     {
         ++m_dStack[top].m_iCallCount;
     }
-    else if (top < CATEGORY_STACK_DEPTH - 1)   // otherwise the developer ignored the assertion; the deepest entry stays
+    else if (top < CATEGORY_STACK_DEPTH - 1)   // otherwise the developer ignored the assertion; the top entry stays
     {
         m_dStack[++top] = Entry_s{ category, 1 };
     }

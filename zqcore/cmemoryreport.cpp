@@ -13,10 +13,10 @@ namespace
     constexpr char CALL_LOG[] = "newcalls.csv";
 
     constinit bool g_bNewLogHeaderDone = false;
-    constinit bool g_bInNewLog = false;   // the log's own allocations are not logged
+    constinit bool g_bInNewLog = false;   // whether the call log writes: its own allocations are not logged
     constinit bool g_bReportFailed = false;
 
-    // Closes a file of the report. Logs why it is not whole.
+    // Closes a file of the report. If it is not whole, logs the system's last error.
     void Close(std::FILE * pFile, char const * szWhatFails)
     {
         bool const bWritten = !std::ferror(pFile);

@@ -168,8 +168,8 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 /// Creates the stats file, replacing an old one, and writes its header. It may be called at any time on the profiler's
 /// thread. A caller includes zqcore/cfilename.h. With it, a path (char const *) converts.
 /// - A second call ends the first file. An empty name does nothing.
-/// - If the file can't be created, a line is logged. FileOpenTracker (cfilelog.h) then complains unless it excepts the
-///   name. If the header can't be written, lines are logged. In both cases there is no stats file.
+/// - If the file can't be created, FileOpenTracker (cfilelog.h) complains unless it excepts the name, and a line is
+///   logged. If the header can't be written, lines are logged. In both cases there is no stats file.
 /// - A forked process has no stats file until it names its own.
 ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
 

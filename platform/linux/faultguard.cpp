@@ -170,7 +170,8 @@ namespace plat
     {
         Guard_s Guard;
         Guard.pOuter = g_pInnermost;
-        Guard.tEnd = nMilliseconds == 0 ? NEVER : GoodClockTicks() + std::int64_t{ nMilliseconds } * 1000000;
+        Guard.tEnd =
+            nMilliseconds == 0 ? NEVER : GoodClockTicks() + std::int64_t{ nMilliseconds } * NANOSECONDS_OF_MILLISECOND;
         Guard_s * const pOuter = Guard.pOuter;
         bool volatile bEnded = false;
         if (pOuter == nullptr)

@@ -55,7 +55,7 @@ namespace plat
             }
         }
 
-        // Replaces each folder of the path that does not exist as written by the disk's spelling.
+        // Replaces each folder of the path by the disk's spelling of it, unless it exists as written.
         void ReplaceSpellings(char * szPath)
         {
             char szFolder[PATH_MAX];

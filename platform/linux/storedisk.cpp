@@ -91,17 +91,17 @@ namespace plat
 
     void StoreMakePath(char * szPath, StoreRights_e eRights)
     {
-        for (char * szEnd = szPath; szEnd != nullptr;)
+        for (char * pEnd = szPath; pEnd != nullptr;)
         {
-            szEnd = std::strchr(szEnd + 1, '/');
-            if (szEnd != nullptr)
+            pEnd = std::strchr(pEnd + 1, '/');
+            if (pEnd != nullptr)
             {
-                *szEnd = 0;
+                *pEnd = 0;
             }
             mkdir(szPath, FolderMode(eRights));
-            if (szEnd != nullptr)
+            if (pEnd != nullptr)
             {
-                *szEnd = '/';
+                *pEnd = '/';
             }
         }
     }

@@ -1,5 +1,6 @@
 #include "platform/symbols.h"
 
+#include "platform/clock.h"
 #include "platform/compiler.h"
 #include "platform/faults.h"
 #include "platform/fork.h"
@@ -90,7 +91,7 @@ namespace plat
         {
             timespec Now{};
             ::clock_gettime(CLOCK_MONOTONIC, &Now);
-            return std::int64_t{ Now.tv_sec } * 1000 + Now.tv_nsec / 1000000;
+            return std::int64_t{ Now.tv_sec } * 1000 + Now.tv_nsec / NANOSECONDS_OF_MILLISECOND;
         }
 
         struct Launch_s

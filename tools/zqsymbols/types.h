@@ -30,8 +30,8 @@ namespace zqsymbols
         /// number. Returns 0 if it has none, or if there are a million types.
         plat::SymbolType_t Add(Dwarf_Die * pOwner);
 
-        /// Return the DIE by which Add found the type, and the type without aliases and const. The address of either is
-        /// null if there is none.
+        /// Return the DIE by which Add found the type, and the type without aliases, const and the like. The address of
+        /// either is null if there is none.
         Dwarf_Die GetOwner(plat::SymbolType_t iType) const { return Get(iType).Owner; }
         Dwarf_Die GetDie(plat::SymbolType_t iType) const { return Get(iType).Die; }
 
@@ -53,7 +53,7 @@ namespace zqsymbols
         struct Type_t
         {
             Dwarf_Die Owner{};
-            Dwarf_Die Die{};        // without aliases and const; its address is null for no type
+            Dwarf_Die Die{};        // without aliases, const and the like; its address is null for no type
             std::string sAlias;     // the last one
             std::string sMember;    // of a member
             bool bMember = false;   // whether it is a member: GetName then returns sMember

@@ -75,7 +75,7 @@ namespace
         Json_t Facts = Json_t::object();
         for (CrashFact_t const & Fact : Crash.dFacts)
         {
-            Facts.emplace(Fact.sKey, Fact.sValue);   // the first of a repeated key
+            Facts.emplace(Fact.sKey, Fact.sValue);   // keeps the first value of a repeated key
         }
         return Facts;
     }
