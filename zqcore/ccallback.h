@@ -77,13 +77,13 @@ public:
     /// continues.
     void EndFiring() { m_bFiring = false; }
 
-    /// Returns whether a firing of the list runs.
+    /// Returns whether the list counts as firing.
     bool IsFiring() const { return m_bFiring; }
 
     /// Returns whether the list has no entry.
     bool IsEmpty() const { return pHead == nullptr; }
 
-    /// Calls the functions with the payload. Does nothing during a firing of this list, unless bForce is set.
+    /// Calls the functions with the payload. Without bForce, does nothing while the list counts as firing.
     template <typename U = T>
     void Fire(std::type_identity_t<U> Payload, bool bForce) requires(!std::is_void_v<U>)
     {

@@ -16,9 +16,9 @@ using Crc32Kernel_t = std::uint32_t (*)(unsigned char const * pData, std::size_t
 /// instructions.
 struct Crc32Kernels_s
 {
-    Crc32Kernel_t fnPclmul;    // PCLMULQDQ, 16 bytes a step
-    Crc32Kernel_t fnPairs;     // VPCLMULQDQ with AVX2, 32 bytes a step
-    Crc32Kernel_t fnVpclmul;   // VPCLMULQDQ with AVX-512, 64 bytes a step
+    Crc32Kernel_t fnPclmul;    // PCLMULQDQ, registers of 16 bytes
+    Crc32Kernel_t fnPairs;     // VPCLMULQDQ with AVX2, registers of 32 bytes
+    Crc32Kernel_t fnVpclmul;   // VPCLMULQDQ with AVX-512, registers of 64 bytes
 };
 
 /// Returns the CRC-32 of a run of any length. Uses the tables, eight bytes at a time, and works on every processor.

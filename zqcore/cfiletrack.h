@@ -16,8 +16,8 @@
 // the call is not reported.
 //
 // Limits of the watch:
-// - Folders that appear, move or vanish are followed. Links to folders are followed if they exist from the start, links
-//   to files are not.
+// - Folders that appear, move or vanish are followed. Links to folders are followed if they exist when the watch of
+//   their folder starts. Links to files are not followed.
 // - When the watched folder is deleted or renamed, no more changes are reported. FileTrackGetProblem says so.
 // - All changes between two calls are lost if they need more than 4094 bytes: 12 each, and two for each character of
 //   the path below the watched folder, rounded up to a multiple of 4. 100 paths of 14 characters fit.

@@ -82,8 +82,8 @@ namespace plat
 
         // Empties a file on which no other stream holds a shared lock, and acquires such a lock. All writers hold the
         // lock, so this deletes no lines of another process. The lock is exclusive for a moment only. If a foreign
-        // program holds it exclusively, the file is used without the lock after a tenth of a second. If the file system
-        // has no locks, the file is emptied, and so are lines of other processes.
+        // program holds it exclusively, the file is used without the lock after a tenth of a second. On a file system
+        // without locks the file is emptied, and lines of other processes are lost.
         void EmptyUnlessShared(int iFile)
         {
             constexpr int TRIES = 1000;

@@ -206,7 +206,7 @@ namespace
             sPattern += static_cast<char>(nFirst);
             sPattern += static_cast<char>(nMask);
             m_nFields += nFields;
-            if (m_nFields > static_cast<int>(OPCODE_MAX_FIELDS) - 1)
+            if (m_nFields > OPCODE_FIELD_LAST)
             {
                 Fail("too many fields");
             }
@@ -314,6 +314,7 @@ namespace
             std::string const sKind = iColon == sText.size() ? "" : sText.substr(iColon + 1);
             auto const itPlace = PLACES.find(sSlice);
             auto const itClass = CLASSES.find(sKind);
+            // "y" is a class in vvvv, elsewhere a kind.
             bool const bVector =
                 itPlace != PLACES.end() && itClass != CLASSES.end() && !(sKind == "y" && sSlice != "vvvv");
             auto const itKind = KINDS.find(sKind);

@@ -31,11 +31,11 @@ namespace zqsymbols
         }
 
         // libdw searches separate debug files beside the module and in the system's folders.
-        char g_szDebugPath[] = ":.debug:/usr/lib/debug";
-        char * g_pszDebugPath = g_szDebugPath;
+        char g_szDebugFolders[] = ":.debug:/usr/lib/debug";
+        char * g_szDebugPath = g_szDebugFolders;
 
         constexpr Dwfl_Callbacks CALLBACKS = { FindElf, dwfl_standard_find_debuginfo, dwfl_offline_section_address,
-            &g_pszDebugPath };
+            &g_szDebugPath };
     }
 
     Modules_c::Modules_c(std::string const & sIndexFolder)

@@ -95,7 +95,7 @@ bool ReadAllocationReport(std::istream & Stream, AllocationReport_t & Report,
             Complain(iLine, "not a block: " + sLine);
         }
     }
-    iLine -= Stream ? 0 : 1;   // an end in place of the empty line
+    iLine -= Stream ? 0 : 1;   // the text ended before the empty line
     std::uint64_t nTotal = 0;
     if (std::string const sWrong = ReadTotal(Stream, iLine, nTotal); !sWrong.empty())
     {

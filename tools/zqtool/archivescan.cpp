@@ -73,7 +73,7 @@ namespace
                 nChunks > 0 && m_sArchive.size() - nAt >= 2 * WORD && Word(nAt + WORD) == UNFINISHED;
             if (nChunks > 0 && (nAt == m_sArchive.size() || bUnfinished))
             {
-                m_nChainEnd = bUnfinished ? nAt + 1 : nAt;
+                m_nChainEnd = bUnfinished ? nAt + 1 : nAt;   // the unfinished one begins at nAt
             }
         }
 

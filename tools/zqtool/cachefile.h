@@ -11,7 +11,7 @@
 struct CacheContents_t
 {
     std::uint32_t dwVersion = 0;
-    std::uint64_t nSize = 0;   // bytes of the cache itself, with those after its end
+    std::uint64_t nSize = 0;   // bytes of the cache, those after its end included
     std::vector<CacheFolder_s> dFolders;
     std::vector<CacheFile_s> dFiles;
     std::unordered_map<std::uint32_t, std::size_t> dFolderOf;   // by nIndex: index in dFolders

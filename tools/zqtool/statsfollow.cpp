@@ -47,7 +47,7 @@ namespace
         void ServeTheEnd();
         bool IsAtLimit() const
         {
-            return m_Follow.nMaxFrames > 0 && (m_bDamaged || m_Tree.GetFrameCount() >= m_Follow.nMaxFrames);
+            return m_Follow.nMaxFrames > 0 && (m_bRestSkipped || m_Tree.GetFrameCount() >= m_Follow.nMaxFrames);
         }
         Answer_t Answer(std::string_view sRequest);
         std::string AnswerTo(std::string const & sTarget);
@@ -59,10 +59,10 @@ namespace
         StatsPage_c m_Page;
         plat::LoopbackServer_c m_Server;
         int m_iRun = 1;
-        bool m_bEnded = false;     // whether no further batch will be read
-        bool m_bAsked = false;     // whether a page asked for news
-        bool m_bSentEnd = false;   // whether, after the end, the page that asked last has all frames
-        bool m_bDamaged = false;   // whether the rest of the run is not read
+        bool m_bEnded = false;         // whether no further batch will be read
+        bool m_bAsked = false;         // whether a page asked for news
+        bool m_bSentEnd = false;       // whether, after the end, the page that asked last has all frames
+        bool m_bRestSkipped = false;   // whether the rest of the run is not read
     };
 
     void Follower_c::Complain(std::uint64_t nOffset, std::string const & sText)
@@ -76,7 +76,7 @@ namespace
         m_Tree = StatsTree_c();
         m_Page = StatsPage_c();
         m_Facts.dProblems.clear();
-        m_bDamaged = false;
+        m_bRestSkipped = false;
     }
 
     void Follower_c::Take(StatsBatch_t const & Batch)
@@ -88,10 +88,10 @@ namespace
             m_Tree.ForgetBatch();
             m_Page.ForgetBatch();
         }
-        if (m_Tree.GetNodes().size() > MAX_TIMERS && !m_bDamaged)
+        if (m_Tree.GetNodes().size() > MAX_TIMERS && !m_bRestSkipped)
         {
             Complain(0, "the file has more than 65536 timers; the rest is not read");
-            m_bDamaged = true;
+            m_bRestSkipped = true;
         }
     }
 
@@ -107,9 +107,9 @@ namespace
             {
                 StartAnew();
             }
-            else if (eRead != StatsTail_e::Batch || m_bDamaged)
+            else if (eRead != StatsTail_e::Batch || m_bRestSkipped)
             {
-                m_bDamaged = m_bDamaged || eRead == StatsTail_e::Damaged;
+                m_bRestSkipped = m_bRestSkipped || eRead == StatsTail_e::Damaged;
                 return false;
             }
             else
