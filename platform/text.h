@@ -21,6 +21,13 @@ namespace plat
         Layout   // tabs and line ends, for a text of several lines
     };
 
+    /// Returns whether a character ends a line, or embeds, overrides or isolates a direction of writing (Unicode
+    /// Standard Annex 9).
+    constexpr bool TurnsText(char32_t cText)
+    {
+        return (cText >= 0x2028 && cText <= 0x202E) || (cText >= 0x2066 && cText <= 0x2069);
+    }
+
     /// Converts UTF-8 to wide text. Returns the number of wide characters written, without the terminator.
     std::size_t WideFromUtf8(wchar_t * wszOut, std::size_t nSize, char const * szText);
 

@@ -6,8 +6,6 @@
 
 namespace
 {
-    constexpr std::uint32_t PRESET = 0xFFFFFFFF;   // register before the first byte
-
     constexpr std::array<std::uint32_t, 256> MakeCrc32Tab()
     {
         std::array<std::uint32_t, 256> dTab{};
@@ -145,9 +143,9 @@ namespace
         }
         if (nBytes >= 8)
         {
-            return FinishTables(Crc32Feed8(PRESET, Load4(pBytes), Load4(pBytes + 4)), pBytes + 8, nBytes - 8);
+            return FinishTables(Crc32Feed8(CRC32_PRESET, Load4(pBytes), Load4(pBytes + 4)), pBytes + 8, nBytes - 8);
         }
-        return FinishTables(PRESET, pBytes, nBytes);
+        return FinishTables(CRC32_PRESET, pBytes, nBytes);
     }
 }
 
@@ -157,7 +155,7 @@ constexpr std::array<std::uint16_t, 256> g_dCrc16Tab = MakeCrc16Tab();
 
 std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes)
 {
-    return RunTables(PRESET, pData, nBytes);
+    return RunTables(CRC32_PRESET, pData, nBytes);
 }
 
 std::uint32_t GetCrc32Polynomial(char const * pData, int nLength)

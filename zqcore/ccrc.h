@@ -44,6 +44,8 @@ ZQ_API std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFi
 /// the second part. Costs up to 40 ns for each bit that is set in nSecond.
 ZQ_API std::uint32_t Crc32Join(std::uint32_t dwFirst, std::uint32_t dwSecond, std::uint64_t nSecond);
 
+inline constexpr std::uint32_t CRC32_PRESET = 0xFFFFFFFF;   // register before the first byte
+
 /// Returns the register after the four bytes of a word, low byte first, without preset and complement.
 inline std::uint32_t Crc32Feed4(std::uint32_t dwRegister, std::uint32_t dwValue)
 {
@@ -64,11 +66,11 @@ inline std::uint32_t Crc32Feed8(std::uint32_t dwRegister, std::uint32_t dwFirst,
 /// Returns GetCrc32Polynomial of the four bytes of a value, low byte first.
 inline std::uint32_t GetCrc32Polynomial4(std::uint32_t dwValue)
 {
-    return ~Crc32Feed4(0xFFFFFFFFu, dwValue);
+    return ~Crc32Feed4(CRC32_PRESET, dwValue);
 }
 
 /// Returns GetCrc32Polynomial of the eight bytes of a value, low byte first.
 inline std::uint32_t GetCrc32Polynomial8(std::uint64_t nValue)
 {
-    return ~Crc32Feed8(0xFFFFFFFFu, static_cast<std::uint32_t>(nValue), static_cast<std::uint32_t>(nValue >> 32));
+    return ~Crc32Feed8(CRC32_PRESET, static_cast<std::uint32_t>(nValue), static_cast<std::uint32_t>(nValue >> 32));
 }

@@ -370,7 +370,7 @@ namespace
         void RequireIntact(bool bIntact, char const * szWhat) const;
 
         EarlierFiles_c m_Earlier;
-        IndexHash_T<Folder_s, 4096, 117> m_Folders;
+        IndexHash_T<Folder_s, PATH_TABLE_FOLDERS, FILE_TABLE_STEP> m_Folders;
         Readable_c m_Archive;
         MediaRoot_c const & m_Root;
     };

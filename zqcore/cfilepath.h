@@ -44,9 +44,12 @@
 #include "zqcore/cfile.h"
 #include "zqcore/chash.h"
 
+inline constexpr int FILE_TABLE_STEP = 117;       // of the two tables
+inline constexpr int PATH_TABLE_FOLDERS = 4096;   // that the table of folders has room for
+
 /// Types of the two tables.
-using FileTable_t = StringHash_T<File_c, 128, 16384, 117>;
-using PathTable_t = StringHash_T<String_T<256>, 256, 4096, 117>;
+using FileTable_t = StringHash_T<File_c, 128, 16384, FILE_TABLE_STEP>;
+using PathTable_t = StringHash_T<String_T<256>, 256, PATH_TABLE_FOLDERS, FILE_TABLE_STEP>;
 
 /// Reasons why a scan skips an entry of a folder, or enters a file that can't be opened. InArchive is of a mount.
 enum class FileSkip_e

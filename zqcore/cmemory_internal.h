@@ -153,7 +153,7 @@ void MemoryFreeNormal(void * pBlock);
 /// other pointer and returns false. The heap of a shipped game requires a live block.
 bool MemoryOwnSize(void * pBlock, std::size_t & nBytes);
 
-/// Returns the live bytes of a category. Takes no lock, so a crash may call it.
+/// Returns the live bytes of a category. Acquires no lock, so a crash may call it.
 std::ptrdiff_t MemoryBytesNow(mem::Categories_e eCategory);
 
 /// Return and set whether each allocation is written to the call log.

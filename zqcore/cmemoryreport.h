@@ -51,7 +51,7 @@ ZQ_API bool MemoryLogAllocationsFailed();
 /// game, returns whether no category has negative figures.
 ZQ_API bool MemoryCheckConsistency();
 
-/// Returns the number of allocations in the last finished frame. Takes no lock.
+/// Returns the number of allocations in the last finished frame. Acquires no lock.
 ZQ_API unsigned MemoryGetFrameAllocCount();
 
 /// Ends a frame: call it once a frame, between MemoryInit and MemoryDone.

@@ -140,8 +140,7 @@ namespace plat
                 return (cText == '\t' && eControls == Controls_e::Tabs) || (bLayout && eControls == Controls_e::Layout);
             }
             bool const bControl = cText >= 0x7F && cText <= 0x9F;
-            bool const bTurnsText = (cText >= 0x2028 && cText <= 0x202E) || (cText >= 0x2066 && cText <= 0x2069);
-            return !bControl && !bTurnsText && !IsByte(cText);
+            return !bControl && !TurnsText(cText) && !IsByte(cText);
         }
 
         // Writes the escape of a character up to U+FFFF or of a byte's value. Returns the number of bytes, at most 6.

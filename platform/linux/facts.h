@@ -31,6 +31,12 @@ namespace plat
         Facts.bRegular = S_ISREG(Stat.stx_mode);
     }
 
+    /// Returns whether two facts are those of one file or folder.
+    inline bool IsOneFile(struct stat const & First, struct stat const & Second)
+    {
+        return First.st_dev == Second.st_dev && First.st_ino == Second.st_ino;
+    }
+
     /// Reads the facts of what szPath names in the folder iFolder. iFlags are those of statx: 0 follows links; with
     /// AT_EMPTY_PATH an empty path is iFolder itself. On failure returns false and keeps Facts.
     inline bool FactsAt(int iFolder, char const * szPath, int iFlags, FileFacts_t & Facts)

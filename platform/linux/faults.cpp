@@ -1,5 +1,6 @@
 #include "platform/faults.h"
 
+#include "platform/clock.h"
 #include "platform/fork.h"
 #include "platform/linux/faultdecode.h"
 #include "platform/linux/faultguard.h"
@@ -58,7 +59,7 @@ namespace plat
 
         void Sleep()
         {
-            timespec const Moment = { 0, SLEEP * 1000000 };
+            timespec const Moment = { 0, SLEEP * NANOSECONDS_OF_MILLISECOND };
             nanosleep(&Moment, nullptr);
         }
 

@@ -3,6 +3,7 @@
 #include "platform/filereplace.h"
 
 #include "platform/fork.h"
+#include "platform/linux/facts.h"
 #include "platform/linux/forkdrop.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/spelling.h"
@@ -27,11 +28,6 @@ namespace plat
         int ReadStat(DiskPath_c & Path, struct stat & Stat)
         {
             return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });
-        }
-
-        bool IsOneFile(struct stat const & First, struct stat const & Second)
-        {
-            return First.st_dev == Second.st_dev && First.st_ino == Second.st_ino;
         }
 
         // Returns whether a path still names an open file. If not, errno is ESTALE, or says why that is unknown.

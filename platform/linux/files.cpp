@@ -115,7 +115,7 @@ namespace plat
         {
             struct stat Named;
             return Path.Try([&Named](char const * szTry) { return lstat(szTry, &Named); }) == 0
-                   && Named.st_dev == File.st_dev && Named.st_ino == File.st_ino;
+                   && IsOneFile(Named, File);
         }
 
         // Copies the rest of one file to the other: inside the kernel as far as possible, then through a buffer.
@@ -155,7 +155,7 @@ namespace plat
             {
                 return false;
             }
-            if (From.st_dev == To.st_dev && From.st_ino == To.st_ino)
+            if (IsOneFile(From, To))
             {
                 errno = EINVAL;
                 return false;

@@ -113,12 +113,11 @@ namespace
         }
 
         static constexpr char TOO_MANY[] = "more files than the table has room for";
-        static constexpr int HASH_STEP = 117;   // this and the sizes below as in a load
 
         ArchiveCheck_c & m_Archive;
         CacheContents_t & m_Contents;
-        IndexHash_T<bool, 4096, HASH_STEP> m_Folders;
-        StringHash_T<CacheFile_s, 128, FileTable_t::iMask + 1, HASH_STEP> m_Files;
+        IndexHash_T<bool, PATH_TABLE_FOLDERS, FILE_TABLE_STEP> m_Folders;
+        StringHash_T<CacheFile_s, 128, FileTable_t::iMask + 1, FILE_TABLE_STEP> m_Files;
     };
 }
 

@@ -206,7 +206,7 @@ namespace
         std::FILE * const pFile = std::fopen(sFile.c_str(), "rb");
         if (pFile == nullptr)
         {
-            sFault = "it can't be read";
+            sFault = INPUT_UNREADABLE;
             return "";
         }
         std::setvbuf(pFile, nullptr, _IONBF, 0);
@@ -217,7 +217,7 @@ namespace
             nRead = std::fread(s_sBuffer.data() + nText, 1, s_sBuffer.size() - nText, pFile);
             nText += nRead;
         }
-        sFault = std::ferror(pFile) != 0 ? "it can't be read"
+        sFault = std::ferror(pFile) != 0 ? INPUT_UNREADABLE
                  : nText > MAX_FILE      ? "more than 16 MiB; the rest is not read"
                                          : "";
         std::fclose(pFile);

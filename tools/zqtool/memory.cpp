@@ -81,7 +81,7 @@ namespace
             Total.dHoldings.size() > 2 ? "       " : "", szColumn);
         for (GrowthRow_t const & Row : dRows)
         {
-            if (Row.First() != Row.Last() || Row.IsSteady())
+            if (Row.First() != Row.Last())
             {
                 PrintGrowth(Row);
             }

@@ -1,5 +1,7 @@
 #include "tools/zqtool/text.h"
 
+#include "platform/text.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -33,9 +35,7 @@ namespace
         }
         constexpr std::uint32_t LOWEST[] = { 0, 0, 0xA0, 0x800, 0x10000 };   // below 0xA0 are control characters
         bool const bSurrogate = nLetter >= 0xD800 && nLetter <= 0xDFFF;
-        // Whether it ends a line or changes the direction of writing.
-        bool const bTurnsText = (nLetter >= 0x2028 && nLetter <= 0x202E) || (nLetter >= 0x2066 && nLetter <= 0x2069);
-        return nLetter < LOWEST[nBytes] || nLetter > 0x10FFFF || bSurrogate || bTurnsText ? 0 : nBytes;
+        return nLetter < LOWEST[nBytes] || nLetter > 0x10FFFF || bSurrogate || plat::TurnsText(nLetter) ? 0 : nBytes;
     }
 }
 
