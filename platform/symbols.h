@@ -170,8 +170,8 @@ namespace plat
         /// the last one.
         bool NextVariable(SymbolVariable_t * pVariable);
 
-        /// Copies the name of a structure, an enumeration or a member, cut to nSize - 1 bytes. Skips aliases and const.
-        /// Returns false for other types, and for those without a name.
+        /// Copies the name of a structure, an enumeration or a member, cut to nSize - 1 bytes. Skips const and aliases,
+        /// but an unnamed type has the name of its alias. Returns false for other types, and for those without a name.
         bool TypeName(SymbolType_t iType, char * szName, std::size_t nSize);
 
         /// Returns the number of members of a structure, at most SYMBOL_MEMBERS. Its bases come first; static members
@@ -182,7 +182,7 @@ namespace plat
         bool TypeMember(SymbolType_t iType, unsigned iMember, SymbolMember_t * pMember);
 
         /// Returns the fundamental type of a value: of an enumeration its integer's, of an array of one dimension its
-        /// element's. Returns BASE_NONE for structures, and for pointers to anything but char.
+        /// element's if that is fundamental itself, of a pointer to char BASE_CHAR. Returns BASE_NONE for other types.
         SymbolBase_e TypeBase(SymbolType_t iType);
 
         /// Copies the next lines of a section, each with its line end, cut to nSize - 1 bytes: 4096 bytes hold all.

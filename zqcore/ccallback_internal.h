@@ -18,15 +18,16 @@ public:
     /// Returns whether the caller may fire. Returns false only in a FiringNoWait_c, while another thread fires.
     bool IsGranted() const { return m_bGranted; }
 
-    /// Ends all firings of the calling thread. Requires that the thread does not return to them.
+    /// Leaves the lock for all firings of the calling thread. Their lists still count as firing. Requires that the
+    /// thread does not return to them.
     static void EndAll();
 
 private:
     bool const m_bGranted;
 };
 
-/// Scope in which the firings of the calling thread do not wait: the thread holds a lock that receivers of another
-/// thread may need, such as the heap's. While another thread fires, an event is dropped. Its complaint is in the log.
+/// Scope in which the firings of the calling thread do not wait: a receiver of another thread may wait for this thread,
+/// for instance for the heap's lock. While another thread fires, an event is dropped. Its complaint is in the log.
 class FiringNoWait_c
 {
 public:

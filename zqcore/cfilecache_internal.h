@@ -63,5 +63,5 @@ bool FileCacheHasFolders();
 /// Does what FilesystemCacheSave does, without its assertion. Returns whether the cache was written.
 bool FileCacheTrySave(char const * szFile);
 
-/// Removes the files that do not belong in the cache of a media root from the tables.
+/// Removes the files and folders that do not belong in the cache of a media root from the tables.
 void FileCacheDropOthers(String_T<256> const & sRoot);

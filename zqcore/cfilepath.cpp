@@ -164,7 +164,7 @@ void FileForget(File_c & File)
     {
         return;
     }
-    // It is not found by its key: it left the table, or another object of this key hides it.
+    // It is not found by its key: it left the table, its key was changed, or another object has the same key.
     for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
     {
         if (pSlot->pObject == &File)
@@ -261,7 +261,7 @@ bool FileAddOneFile(char const * sFile)
     FileMakeBareKey(szBare, std::strlen(szBare), pFile->sName.GetBuffer());
     int const nOpens = pFile->RefOpen();
     pFile->RefClose();
-    if (nOpens == 0 || !AddToTable(*pFile))   // 2 for a file that stays resident
+    if (nOpens == 0 || !AddToTable(*pFile))   // nOpens is 2 for a stayer
     {
         FileNoteNotAdded(szBare, nOpens == 0 ? pFile->GetWhyNot() : File_c::Reason_t(FULL));
         FileDiscard(pFile);

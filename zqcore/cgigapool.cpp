@@ -8,7 +8,7 @@
 
 namespace
 {
-    constexpr int MAX_GROUP_INDEX = USHRT_MAX;
+    constexpr int MAX_GROUP_INDEX = USHRT_MAX;   // largest in a record, GIGA_GROUP_NULL included
     constexpr std::int64_t MIN_CHUNK_BYTES = 0x40000;
     constexpr std::int64_t CHUNKS_EXPECTED = 16;   // chunks that hold the expected total
 

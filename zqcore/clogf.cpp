@@ -63,7 +63,7 @@ namespace
         {
             szPath[nFolder] = '\\';
         }
-        StrCopy(pName, szName, NAME_SIZE + 1);
+        StrCopy(pName, szName, NAME_SIZE);
     }
 
     std::FILE * OpenInLogPath(char const * szName)

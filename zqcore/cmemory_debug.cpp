@@ -121,7 +121,7 @@ namespace
     // Returns the object at the start of an aligned block. Reports any other block and returns null.
     mem::Object_i const * ObjectOf(plat::HeapBlock_t const & Block)
     {
-        bool const bAligned = get_block_from_aligned(Block.pOwn) == Block.pUser;   // to any alignment
+        bool const bAligned = get_block_from_aligned(Block.pOwn) == Block.pUser;   // whatever its alignment
         return static_cast<mem::Object_i const *>(
             bAligned ? Block.pOwn : get_aligned_from_block(Block.pUser, MEMORY_ALIGNMENT, 0));
     }

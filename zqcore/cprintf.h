@@ -121,8 +121,8 @@ template <typename... ARGS>
 class PrintfCheck_T
 {
 public:
-    /// Returns whether the format accepts exactly these arguments. Refuses %n, and what is not in every C library: %lc,
-    /// %C, %S, positions (%1$s) and the flags ' and I.
+    /// Returns whether the format accepts exactly these arguments. Refuses %n, and what differs between C libraries:
+    /// %lc, %C, %S, positions (%1$s) and the flags ' and I.
     template <std::size_t N>
     static constexpr bool Matches(char const (&fmt)[N])
     {

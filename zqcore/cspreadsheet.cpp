@@ -140,7 +140,7 @@ bool Spreadsheet_c::MoveToColumnForward(char const * sName)
     }
     if (!IsOpen())
     {
-        LogEscaped("Spreadsheet_c::MoveToColumn( \"%s\" ) : wasn't opened.", sName ? sName : "");
+        LogEscaped("Spreadsheet_c::MoveToColumn( \"%s\" ) : wasn't opened.", sName);
         return false;
     }
     for (int i = iFirst; i < GetColumnCount(); ++i)

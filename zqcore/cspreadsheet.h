@@ -34,7 +34,7 @@
 /// Separators of a spreadsheet.
 struct SpreadsheetFmtDesc_t
 {
-    char cRowSeparator;    // between rows
+    char cRowSeparator;    // at the end of each row
     char cCellSeparator;   // between cells of a row
 };
 

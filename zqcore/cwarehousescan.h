@@ -82,7 +82,7 @@ struct WarehouseScan_t
     int nLength;                 // bytes of the data
     int nPos;                    // position of the next byte, 0 to nLength
     bool bCsv;                   // whether the format is CSV, not text
-    String_T<256> sSeparators;   // separators; NUL always counts as one too
+    String_T<256> sSeparators;   // separators; NUL is one too, but begins a column in a text scan
 
     /// Starts at nPos with the separators of the format. Requires nPos >= 0. Every format but WAREHOUSE_FORMAT_CSV
     /// means text.
@@ -145,6 +145,7 @@ private:
     bool StepText(Classes_c const & Classes, SINK & Sink);
     template <typename SINK>
     bool StepCsv(Classes_c const & Classes, SINK & Sink);
+
     template <typename SINK>
     void ReadQuotedCell(Classes_c const & Classes, SINK & Sink);
     template <typename SINK>

@@ -71,7 +71,7 @@ namespace plat
         FolderLock_c(FolderLock_c const &) = delete;
         FolderLock_c & operator=(FolderLock_c const &) = delete;
 
-        /// Returns false if another one holds the lock, or if the folder can't be opened.
+        /// Returns false if another one holds the lock, or if the folder can't be opened, unless it may not be read.
         bool IsHeld() const { return m_bHeld; }
 
     private:

@@ -13,11 +13,11 @@ bool plat::TerminalIsOutput()
 bool plat::TerminalShowsColours()
 {
     char const * const szTerminal = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) && szTerminal != nullptr && std::strcmp(szTerminal, "dumb") != 0;
+    return TerminalIsOutput() && szTerminal != nullptr && std::strcmp(szTerminal, "dumb") != 0;
 }
 
 int plat::TerminalColumns()
 {
     winsize Size = {};
-    return isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &Size) == 0 ? Size.ws_col : 0;
+    return TerminalIsOutput() && ioctl(STDOUT_FILENO, TIOCGWINSZ, &Size) == 0 ? Size.ws_col : 0;
 }

@@ -91,7 +91,7 @@ namespace zqsymbols
             {
                 std::uint8_t dBytes[BYTES_MAX];
                 std::uint64_t const nValue = eResult == PLACE_BYTES ? 0 : Take();
-                std::optional<std::uint64_t> const nBits = eResult == PLACE_REGISTER ? Register(nValue) : nValue;
+                std::optional<std::uint64_t> const nFound = eResult == PLACE_REGISTER ? Register(nValue) : nValue;
                 bool bKnown = !m_bFailed && nBytes <= BYTES_MAX - m_dPieces.size();
                 if (eResult == PLACE_ADDRESS)
                 {
@@ -104,9 +104,9 @@ namespace zqsymbols
                 }
                 else
                 {
-                    std::uint64_t const nNumber = nBits.value_or(0);
+                    std::uint64_t const nNumber = nFound.value_or(0);
                     bool const bFits = nBytes <= (eResult == PLACE_VALUE ? m_Process.GetWord() : sizeof(nNumber));
-                    bKnown = bKnown && nBits && bFits;
+                    bKnown = bKnown && nFound && bFits;
                     std::memcpy(dBytes, &nNumber, bKnown ? nBytes : 0);
                 }
                 m_dPieces.insert(m_dPieces.end(), dBytes, dBytes + (bKnown ? nBytes : 0));

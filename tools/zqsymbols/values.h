@@ -1,7 +1,7 @@
 // values.h: values of the examined process as text.
 //
 // A value is one line:
-// - numbers in decimal, and also in hexadecimal if they are large or negative;
+// - numbers in decimal, and large or negative integers also in hexadecimal;
 // - addresses and integers of 16 bytes in hexadecimal;
 // - enumerators by name, and text in quotes;
 // - containers and structures in braces. Members can list a structure's members in further lines.
@@ -41,16 +41,17 @@ namespace zqsymbols
         void AddPrinter(std::string const & sType, std::string const & sTemplate) { m_Printers.Add(sType, sTemplate); }
 
         /// Returns a value in one line. Shows nDepth levels of structures with up to 8 members each, and those below as
-        /// "{...}". Types with a printer are shown for some levels more. Cuts an array or a structure at 1000 bytes.
-        /// Returns "(unreadable)" or "(optimized out)" for a value that it can't show.
+        /// "{...}". An array or a container around a structure counts as a level. Types with a printer are shown for
+        /// some levels more. Cuts an array or a structure at 1000 bytes. Returns "(unreadable)" or "(optimized out)"
+        /// for a value that it can't show.
         std::string Show(Value_t const & Value, int nDepth = 2);
 
         /// Returns what a reference refers to. Returns any other value, or an unreadable reference, as it is.
         Value_t Referred(Value_t const & Value);
 
-        /// Returns the members of a structure that has no printer, or of such a structure that a pointer points at: a
-        /// line each, after sIndent. Shows at most 64 members, of 3 levels of structures, and the number of those that
-        /// are left out. Returns an empty text for other values.
+        /// Returns the members of a structure that has no printer, or of such a structure that a pointer or a reference
+        /// leads to: a line each, after sIndent. Shows at most 64 members, of 3 levels of structures, and the number of
+        /// those that are left out. Returns an empty text for other values.
         std::string Members(Value_t const & Value, std::string const & sIndent);
 
         /// Returns an unsigned number of nBytes at an offset from a value's place, or nothing if it is not readable or

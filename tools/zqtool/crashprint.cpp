@@ -50,15 +50,15 @@ namespace
 
     void AddFrame(Text_c & Text, CrashFrame_t const & Frame, bool bLikely)
     {
-        char szPlace[64];
-        std::snprintf(szPlace, sizeof szPlace, "  %s #%-3llu ", bLikely ? ">" : " ",
+        char szPart[64];
+        std::snprintf(szPart, sizeof szPart, "  %s #%-3llu ", bLikely ? ">" : " ",
             static_cast<unsigned long long>(Frame.iNumber));
-        Text.Add(szPlace);
+        Text.Add(szPart);
         std::string sName = CrashFrameName(Frame);
         if (!Frame.sFunction.empty() && !Frame.bInlined)
         {
-            std::snprintf(szPlace, sizeof szPlace, "+%llX", static_cast<unsigned long long>(Frame.nDisplacement));
-            sName += szPlace;
+            std::snprintf(szPart, sizeof szPart, "+%llX", static_cast<unsigned long long>(Frame.nDisplacement));
+            sName += szPart;
         }
         if (bLikely)
         {
