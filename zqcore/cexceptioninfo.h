@@ -111,7 +111,7 @@ public:
     ZQ_API static void TraceLine(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
     /// Replaces the receiver of the trace channel and returns the previous one. Null means none, as at start.
-    /// Complaints call the receiver. The complaining thread may hold the lock that the receiver takes. The complaint
+    /// Complaints call the receiver. The complaining thread may hold the lock that the receiver acquires. The complaint
     /// may be about the heap that it allocates from.
     ZQ_API static TraceReceiver_t TraceReceiverSet(TraceReceiver_t fnReceiver);
 

@@ -20,7 +20,7 @@ namespace
     constexpr std::uint32_t ID_OF_NAME = 0x40000000u;      // the bit of identifiers made of names
     constexpr std::uint32_t ID_HASH_MASK = 0x3FFFFFFFu;
     constexpr int FRAMES_AVERAGED = PROFILER_FRAMES - 1;
-    constexpr std::int64_t CLOCK_WRAP = 0x80000000;   // ticks
+    constexpr std::int64_t CLOCK_WRAP = 0x80000000;   // ticks to add if a time seems to run backwards
     constexpr int LOOKUP_BITS = 10;
     constexpr unsigned LOOKUP_SLOTS = 1u << LOOKUP_BITS;
     static_assert(LOOKUP_SLOTS >= 2 * MAX_TIMERS_TOTAL);

@@ -104,8 +104,7 @@ namespace
     // Allocates the buffer so that the records, which follow a count of four bytes, begin on a cache line.
     void AllocateBuffer()
     {
-        constexpr std::size_t ALIGNMENT = 64;
-        g_pBuffer = static_cast<char *>(aligned_offset_malloc_dbg(BUFFER_SIZE, ALIGNMENT, sizeof(std::uint32_t),
+        g_pBuffer = static_cast<char *>(aligned_offset_malloc_dbg(BUFFER_SIZE, ZQ_CACHE_LINE, sizeof(std::uint32_t),
             static_cast<int>(MemoryBlockWord(MEMORY_CLIENT_BLOCK)), __FILE__, __LINE__));
     }
 

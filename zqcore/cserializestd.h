@@ -14,8 +14,8 @@
 //
 // Ownership: a load replaces the contents of a container.
 // Threads: as cserialize.h.
-// Cost: a load allocates the contents. A save of an unordered container allocates a pointer for each entry. Values that
-// are contiguous are copied as one block.
+// Cost: a load allocates the contents. A save of an unordered container allocates up to two pointers for each entry.
+// Values that are contiguous are copied as one block.
 // Failure: a container that a damaged archive makes too large, or with a key twice, fails the archive. It allocates no
 // more than twice what the bytes in the archive can fill. A container among whose elements the archive fails has some
 // of them. A container whose number of elements fails keeps its contents, and so does each later one.

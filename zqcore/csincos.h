@@ -1,8 +1,8 @@
 // csincos.h: a table of sines for lookups by integer angle.
 //
 // g_dSinTable[i] is the sine of i * 2 pi / 4096, for one whole turn. An angle in 16 bits, 65,536 to the turn, has the
-// entry [angle >> 4]. The cosine is the entry 1024 further, modulo 4096. ModuleSinCos_c fills the table. The
-// application registers it (cmodule.h).
+// entry [angle >> 4]. The cosine is the entry 1024 further, modulo 4096. ModuleSinCos_c, which the application
+// registers (cmodule.h), fills the table.
 //
 // Ownership: the table is static.
 // Threads: any thread may read it after the module has filled it.

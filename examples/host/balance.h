@@ -36,5 +36,6 @@ inline constexpr BalanceColumn_s BALANCE_COLUMNS[] = {
 /// - the cell is not a number from 0 to 10.
 Balance_s BalanceRead(char const * szFile, char const * szLevel);
 
-/// Multiplies the numbers of the bay's tables by the factors, rounds them, and limits nSpoils to MAX_SPOILS.
+/// Multiplies prices, spoils, upkeep and dues of the bay by their factors, rounds them, and limits nSpoils to
+/// MAX_SPOILS.
 void BalanceApply(Balance_s const & Balance, Bay_s & Bay);

@@ -1,10 +1,10 @@
 // symbolprotocol.h: the records that the library and its helper zqsymbols exchange.
 //
 // They use one socket that keeps records whole. The library sends SymbolStart_t, its SymbolPrinter_t and then requests.
-// The helper answers each with one SymbolAnswer_t that has its number, so that a late answer is not mistaken for that
-// of the next request. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the library
-// answers with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word sizes.
-// Both sides come from one build. If the mark in the first record is another one, the helper ends.
+// The helper answers each request with one SymbolAnswer_t that has its number, so that a late answer is not mistaken
+// for that of the next request. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the
+// library answers with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word
+// sizes. Both sides come from one build. If the mark in the first record is another one, the helper ends.
 #pragma once
 
 #include <cstddef>

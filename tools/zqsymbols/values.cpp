@@ -90,6 +90,12 @@ namespace zqsymbols
             }
         }
 
+        // Returns whether a member is a bit field of fewer than 64 bits that begins in the first 64 bits of its unit.
+        bool IsBitField(MemberPlace_t const & Place)
+        {
+            return Place.nBits > 0 && Place.nBits < 64 && Place.nFirstBit < 64;
+        }
+
         // Returns what is shown of a value that lacks bytes.
         std::string TextOfMissing(Value_t const & Value)
         {
@@ -104,9 +110,9 @@ namespace zqsymbols
 
         std::string Integer(std::uint64_t nBits, std::uint64_t nWidth, bool bSigned)
         {
-            std::int64_t const nSigned = ExtendSign(nBits, nWidth);
-            bool const bNegative = bSigned && nSigned < 0;
-            std::string const sText = bNegative ? std::to_string(nSigned) : std::to_string(nBits);
+            std::int64_t const iSigned = ExtendSign(nBits, nWidth);
+            bool const bNegative = bSigned && iSigned < 0;
+            std::string const sText = bNegative ? std::to_string(iSigned) : std::to_string(nBits);
             return bNegative || nBits >= HEX_FROM
                        ? sText + " (" + Hex(nBits, bNegative ? static_cast<int>((nWidth + 3) / 4) : 1) + ")"
                        : sText;
@@ -281,7 +287,7 @@ namespace zqsymbols
         std::uint64_t nBits = 0;
         std::memcpy(&nBits, dBytes, sizeof(nBits));
         std::uint64_t nWidth = nSize * 8;
-        if (Place.nBits > 0 && Place.nBits < 64 && Place.nFirstBit < 64)
+        if (IsBitField(Place))
         {
             nBits = nBits >> Place.nFirstBit & ((std::uint64_t{ 1 } << Place.nBits) - 1);
             nWidth = Place.nBits;
@@ -316,7 +322,7 @@ namespace zqsymbols
             return TextOfMissing(Value);
         }
         MemberPlace_t const & Place = m_Types.GetPlace(Value.iType);
-        bool const bField = Place.nBits > 0 && Place.nBits < 64 && Place.nFirstBit < 64;
+        bool const bField = IsBitField(Place);
         std::uint64_t const nWidth = bField ? Place.nBits : nSize * 8;
         std::uint64_t const nMask = nWidth >= 64 ? UINT64_MAX : (std::uint64_t{ 1 } << nWidth) - 1;
         std::uint64_t const nBits = (bField ? *nRead >> Place.nFirstBit : *nRead) & nMask;

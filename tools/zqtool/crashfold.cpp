@@ -9,7 +9,7 @@ namespace
 {
     // Removes and returns a number without its leading zeros, or else one character. The length comes first, so that
     // the longer of two numbers is the larger.
-    std::pair<std::size_t, std::string_view> TakePart(std::string_view & sText)
+    std::pair<std::size_t, std::string_view> TakeNumberOrCharacter(std::string_view & sText)
     {
         constexpr char DIGITS[] = "0123456789";
         std::size_t const nDigits = std::min(sText.find_first_not_of(DIGITS), sText.size());
@@ -25,7 +25,7 @@ bool VersionLess_c::operator()(std::string_view sA, std::string_view sB) const
     std::string_view sRestA = sA, sRestB = sB;
     while (!sRestA.empty() && !sRestB.empty())
     {
-        auto const PartA = TakePart(sRestA), PartB = TakePart(sRestB);
+        auto const PartA = TakeNumberOrCharacter(sRestA), PartB = TakeNumberOrCharacter(sRestB);
         if (PartA != PartB)
         {
             return PartA < PartB;
