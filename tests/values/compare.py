@@ -226,6 +226,8 @@ def shown_text(value, depth=2, bits=0):
         return "true" if value else "false"
     if code == gdb.TYPE_CODE_FLT:
         return real_text(float(value), kind.sizeof)
+    if code == gdb.TYPE_CODE_COMPLEX:
+        return str(value)
     if code not in (gdb.TYPE_CODE_STRUCT, gdb.TYPE_CODE_UNION):
         shown = number_text(int(value), bits or kind.sizeof * 8)
         return f"'{chr(int(value))}' ({shown})" if is_char(kind) else shown

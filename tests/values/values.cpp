@@ -83,12 +83,15 @@ namespace
         unsigned short nShort = 65535;
         float fFloat = 1.5f;
         long double fLong = 3;
+        __float128 fQuad = -1.5;
+        __complex__ float Complex = 1.5f;
+        __imag__ Complex = 2;
         char const * szText = "a text of more than thirty-one characters";
         int dInts[1] = { 9 };
         float dFloats[1] = { 0.25f };
         char dChars[4] = "abc";
         int dMany[3] = { 1, 2, 3 };
-        Keep(bBool, cChar, nSigned, nShort, fFloat, fLong, szText, dInts, dFloats, dChars, dMany, fParameter);
+        Keep(bBool, cChar, nSigned, nShort, fFloat, fLong, fQuad, Complex, szText, dInts, dFloats, dChars, dMany, fParameter);
         asm volatile("" ::: "rdi", "memory");
         return *g_pNowhere;
     }

@@ -68,8 +68,11 @@ namespace zqsymbols
             return std::string(szText, Result.ptr);
         }
 
-        std::string Real(std::uint8_t const * pBytes, std::uint64_t nSize)
+        // Returns the text of a number of IEEE 754, or with bExtended of the x87's 80 bits if it has 12 or 16 bytes.
+        std::string Real(std::uint8_t const * pBytes, std::uint64_t nSize, bool bExtended)
         {
+            __extension__ using Quad_t = __float128;
+            Quad_t fQuad = 0;
             float fFloat = 0;
             double fDouble = 0;
             long double fLong = 0;
@@ -84,7 +87,8 @@ namespace zqsymbols
             case 12:
             case 16:
                 std::memcpy(&fLong, pBytes, 10);   // what the processor stores
-                return ShortestDecimal(fLong);
+                std::memcpy(&fQuad, pBytes, bExtended ? 0 : sizeof(fQuad));
+                return ShortestDecimal(bExtended ? fLong : static_cast<long double>(fQuad));
             default:
                 return UNREADABLE;
             }
@@ -294,7 +298,11 @@ namespace zqsymbols
         }
         if (nEncoding == DW_ATE_float)
         {
-            return Real(dBytes, nSize);
+            return Real(dBytes, nSize, NameOf(&Type) == "long double");
+        }
+        if (nEncoding == DW_ATE_complex_float)
+        {
+            return Real(dBytes, nSize / 2, true) + " + " + Real(dBytes + nSize / 2, nSize / 2, true) + "i";
         }
         if (nEncoding == DW_ATE_boolean)
         {
