@@ -241,7 +241,8 @@ TEST_F(ZqtoolStats, RefusesWhatItCantDo)
         Rows_t<std::string, int>{ { "", 2 }, { sFile + " more", 2 }, { sFile + " --trace", 2 },
             { sFile + " --ticks-per-second 0", 2 }, { sFile + " --ticks-per-second 9x", 2 }, { sFile + " --svg x", 2 },
             { sFile + " --trace x --html x", 2 }, { sFile, 0 }, { m_Folder.Join("absent"), 1 },
-            { sFile + " --html " + m_Folder.Join("no/such.html"), 1 }, { sFile + " --trace " + sFile, 1 } })
+            { sFile + " --html " + m_Folder.Join("no/such.html"), 1 }, { sFile + " --trace " + sFile, 1 },
+            { sFile + " --trace " + m_Folder.Join("same") + " --html " + m_Folder.Join("./same"), 1 } })
     {
         EXPECT_EQ(RunTool("stats " + sArguments).iStatus, iStatus) << sArguments;
     }

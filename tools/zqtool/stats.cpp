@@ -83,8 +83,17 @@ namespace
             PrintProblem(m_Options.sFile, sWhyNot);
             return false;
         }
-        return m_TraceOut.Open(m_Options.sTrace, { m_Options.sFile })
-               && m_PageOut.Open(m_Options.sPage, { m_Options.sFile });
+        if (!m_TraceOut.Open(m_Options.sTrace, { m_Options.sFile }))
+        {
+            return false;
+        }
+        std::error_code Ignored;
+        if (std::filesystem::equivalent(m_Options.sTrace, m_Options.sPage, Ignored))
+        {
+            PrintProblem(m_Options.sPage, "this is the file of --trace");
+            return false;
+        }
+        return m_PageOut.Open(m_Options.sPage, { m_Options.sFile });
     }
 
     void StatsRun_c::Take(StatsBatch_t const & Batch, bool bWhole)
