@@ -24,7 +24,7 @@ namespace
     constexpr int DUMP_WORDS = 256;
     constexpr char REMOTE_DEBUGGER[] = "RemoteDebug\\rdebug.cmd";
 
-    constinit plat::Lock_c g_HandOver;   // held by the thread whose fault is shown; entered before g_Lock
+    constinit plat::Lock_c g_HandOver;   // held while a fault is shown, and by Start; entered before g_Lock
     constinit plat::Event_c g_ExceptionEvent;
     constinit plat::Event_c g_ExceptionHandled;
     constinit plat::FaultPointers_t const * g_pPending = nullptr;

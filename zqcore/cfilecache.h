@@ -52,6 +52,7 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 ///   and ends in Abort.
 /// - A folder for which g_sPaths has no room is logged. Its files then have no folder, as after a scan.
 /// - A folder whose path has become too long is logged and skipped with its files.
+/// - A file with the name of an unfinished save (FileReplacement_c::IsBeside) is skipped.
 ZQ_API bool FilesystemCacheLoad();
 
 /// Sets whether scans store the size and time of each folder, and FilesystemCacheSave writes them after the records,
@@ -71,7 +72,8 @@ ZQ_API void FilesystemCacheCheck(bool bCheck);
 /// - the cache lists a folder that no scan had read, so it has no size and time of it.
 ///
 /// Another major version ends in Abort. The load reports other damage. The tables stay as they are. Costs one read
-/// of the cache, one system call for each folder, and one listing of the cache's own folder.
+/// of the cache, one listing of the cache's own folder, and one system call for each folder. There are two
+/// for each if the cache does not list its own folder by the path in g_sFilesystemCacheName.
 ZQ_API bool FilesystemCacheIsCurrent();
 
 /// Writes the folders and files below the media root to the cache sFile, except for a file with the bare name of sFile.

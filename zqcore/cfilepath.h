@@ -114,7 +114,7 @@ ZQ_API bool FileScanIsWhole(char const * sPath);
 /// enters but that can't be opened. Requires that no receiver changes the tables. These are not reported:
 /// - links whose target is missing.
 /// - excluded names and unfinished saves of which the system reports no facts.
-/// - excluded names of pipes, sockets and devices.
+/// - excluded names of pipes, sockets and devices that no regular file hides.
 /// - excluded names of files that are hidden by one of these, or by a folder, whose name differs in case only.
 /// - folders below the path of a scan that is not recursive.
 extern ZQ_API Callbacker_T<FileSkip_t> g_FileSkipCallbacker;

@@ -106,8 +106,8 @@ ZQ_COLD void FileReportSkip(
 /// Logs that a bare name of nName characters is cut to FILE_KEY_LENGTH.
 ZQ_COLD void FileLogCutName(char const * szName, std::size_t nName);
 
-/// Writes a bare name as a key, in lower case. A name that does not fit is cut, with a log line. Returns the key's
-/// length. Requires room for FILE_KEY_LENGTH + 1 bytes.
+/// Writes a bare name as a key, in lower case. A name of more than FILE_KEY_LENGTH characters is cut, with a log line.
+/// Returns the key's length. Requires room for the key and a terminator.
 inline std::size_t FileMakeBareKey(char const * szName, std::size_t nName, char * szKey)
 {
     std::size_t const nKey = std::min(nName, FILE_KEY_LENGTH);

@@ -61,7 +61,8 @@ namespace
         return std::max(nAlignment, WORD);
     }
 
-    // Reports an aligned pointer whose header is damaged, and returns its live block, or null.
+    // Reports a pointer without the header of a live block. Returns its live block if only the header is damaged,
+    // otherwise null.
     ZQ_COLD void * FindDamagedBlock(void * pUser, char const * szPlainFunction)
     {
         if (IsPlainBlock(pUser))

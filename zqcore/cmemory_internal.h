@@ -75,8 +75,8 @@ struct MemoryCounters_s
     static constexpr std::size_t COUNT =
         (mem::TOTAL + plat::VECTOR_NUMBERS - 1) / plat::VECTOR_NUMBERS * plat::VECTOR_NUMBERS;
 
-    alignas(64) std::ptrdiff_t dCount[COUNT];
-    alignas(64) std::ptrdiff_t dBytes[COUNT];
+    alignas(plat::VECTOR_NUMBERS * sizeof(std::ptrdiff_t)) std::ptrdiff_t dCount[COUNT];
+    alignas(plat::VECTOR_NUMBERS * sizeof(std::ptrdiff_t)) std::ptrdiff_t dBytes[COUNT];
     std::ptrdiff_t dMaxCount[COUNT];
     std::ptrdiff_t dMaxBytes[COUNT];
     std::ptrdiff_t dFrameAllocs[COUNT];
@@ -149,8 +149,8 @@ bool MemoryIsOwnBlock(void const * pBlock);
 void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine);
 void MemoryFreeNormal(void * pBlock);
 
-/// Writes the size of a live block to nBytes, as its caller requested it, and returns true. The debug heap reports any
-/// other pointer and returns false. The heap of a shipped game requires a live block.
+/// Writes the size of a live aligned block to nBytes, as its caller requested it, and returns true. The debug heap
+/// reports any other pointer and returns false. The heap of a shipped game requires a live block.
 bool MemoryOwnSize(void * pBlock, std::size_t & nBytes);
 
 /// Returns the live bytes of a category. Acquires no lock, so a crash may call it.

@@ -11,7 +11,7 @@ namespace
     constinit Link_T<RandomSeedEntry_s> * g_pSeedList = nullptr;   // newest first
 }
 
-// Common generator, defined after the head of the list, which its construction changes.
+// Common generator. Its constructor adds it to the list, whose head needs no constructor.
 RandomNumber_c g_Random(0, "Common random");
 
 constinit unsigned int g_nSeed0 = 7;

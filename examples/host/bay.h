@@ -88,7 +88,7 @@ struct House_s
 /// Activity of a ship, and the function that runs an hour of it.
 struct Duty_s
 {
-    char const * szWhere;   // word before the name of the harbour that From returns
+    char const * szWhere;   // text before the name of the harbour that From returns
     void (*fnHour)(Bay_s & Bay, Ship_s & Ship);
 };
 

@@ -4,7 +4,7 @@
 // flight, the child closes it at once.
 //
 // An entry has an owner and is used once: the child removes it. A ForkHandler_c differs in that it runs at each fork.
-// In a thread-local object, a ForkHandler_c would dangle in a child, because that thread does not end there.
+// In a thread-local object of another thread, it would dangle in the child: no destructor of that thread runs there.
 //
 // Threads: any thread.
 #pragma once

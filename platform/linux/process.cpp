@@ -29,7 +29,7 @@ namespace plat
         std::atomic<void (*)()> g_fnPureCall{ nullptr };
 
         // Converts a path. Returns false, with ERANGE, if it does not fit as a whole.
-        bool CopyWidePath(wchar_t * wszBuffer, std::size_t nSize, char const * szPath)
+        bool WidePathFromUtf8(wchar_t * wszBuffer, std::size_t nSize, char const * szPath)
         {
             wchar_t wszWide[PATH_MAX];
             std::size_t const nWide = WideFromUtf8(wszWide, PATH_MAX, szPath);
@@ -91,7 +91,7 @@ namespace plat
         return Line.IsOpen() ? ReadFully(Line.Get(), pBuffer, nSize) : 0;
     }
 
-    // The system counts the start of a process in ticks since its own.
+    // The system counts the start of a process in ticks since its own start.
     std::int64_t ProcessUptime()
     {
         constexpr int FIELD = 20;   // start in ticks
@@ -121,13 +121,13 @@ namespace plat
         char szPath[PATH_MAX];
         ssize_t const nPath = readlink("/proc/self/exe", szPath, sizeof(szPath) - 1);
         szPath[std::max<ssize_t>(nPath, 0)] = 0;
-        return nPath > 0 && CopyWidePath(wszBuffer, nSize, szPath);
+        return nPath > 0 && WidePathFromUtf8(wszBuffer, nSize, szPath);
     }
 
     bool ProcessCurrentFolder(wchar_t * wszBuffer, std::size_t nSize)
     {
         char szPath[PATH_MAX];
-        return getcwd(szPath, sizeof(szPath)) != nullptr && CopyWidePath(wszBuffer, nSize, szPath);
+        return getcwd(szPath, sizeof(szPath)) != nullptr && WidePathFromUtf8(wszBuffer, nSize, szPath);
     }
 
     bool ProcessMakeAbsolute(wchar_t * wszPath, std::size_t nSize)

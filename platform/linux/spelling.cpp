@@ -28,8 +28,8 @@ namespace plat
         class FolderNames_c
         {
         public:
-            // Selects, from all names in the order of listings, those that their folded form does not find. Among names
-            // that differ in case only, the folded one is the last.
+            // Records, of all names in the order of listings, those with capitals, unless their folded name is among
+            // them too. The folded name comes after those that differ from it in case only.
             explicit FolderNames_c(std::vector<char const *> const & dNames)
             {
                 std::size_t nAlike = 0;   // names at the end that differ in case only

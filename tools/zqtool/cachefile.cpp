@@ -98,12 +98,12 @@ namespace
 
         void ReadTimes()
         {
-            std::uint32_t nFollow = 0;
-            if (m_Archive.GetLeft() >= static_cast<int>(sizeof nFollow))
+            std::uint32_t dwFollow = 0;
+            if (m_Archive.GetLeft() >= static_cast<int>(sizeof dwFollow))
             {
-                m_Archive.Serialize(nFollow);
+                m_Archive.Serialize(dwFollow);
             }
-            m_Contents.bTimes = nFollow == CACHE_STAMPS_FOLLOW;
+            m_Contents.bTimes = dwFollow == CACHE_STAMPS_FOLLOW;
             for (std::size_t i = 0; m_Contents.bTimes && i < m_Contents.dFolders.size(); ++i)
             {
                 CacheStamp_s Ignored;

@@ -159,10 +159,10 @@ namespace
             }
         }
 
-        // Stores the columns. fnPlace returns the place of one. Complains about these from iFirst on:
-        // - columns without a name
-        // - columns with the name of an earlier one
-        // - columns that the schema does not have
+        // Stores the columns. fnPlace returns the place of one. Complains about these:
+        // - columns from iFirst on without a name
+        // - columns from iFirst on with the name of an earlier one
+        // - columns from iFirst on that the schema does not have
         // - columns that the schema requires and the text lacks
         template <typename PLACE>
         void CheckHead(std::vector<std::string> const & dColumns, int iFirst, PLACE fnPlace)
@@ -507,8 +507,8 @@ namespace
         WarehouseFormat_e m_eFormat;
         FileText_t m_Text;
         char const * m_szSeparators;
-        std::size_t m_nPlacedLine = NOWHERE;
-        std::vector<std::size_t> m_dPlaces;   // of the first cells of m_nPlacedLine, up to the last one that was sought
+        std::size_t m_nPlacedLine = NOWHERE;   // start of the line, or of a spreadsheet's row, of m_dPlaces
+        std::vector<std::size_t> m_dPlaces;    // of its cells: all of a row, of a line up to the last one sought
         std::vector<Found_t> m_dFound;
         CheckedText_t m_Result;
     };

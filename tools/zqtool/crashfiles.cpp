@@ -31,9 +31,9 @@ namespace
         constexpr std::string_view START = "_details_", END = ".txt";
         constexpr std::size_t DIGITS = 8, LENGTH = START.size() + DIGITS + END.size();
         std::size_t const iEnd = sName.size() < LENGTH ? std::string::npos : sName.size() - LENGTH;
-        bool const bForm =
-            iEnd != std::string::npos && sName.ends_with(END) && sName.compare(iEnd, START.size(), START) == 0
-            && sName.find_first_not_of("0123456789ABCDEFabcdef", iEnd + START.size()) == sName.size() - END.size();
+        bool const bForm = iEnd != std::string::npos && sName.ends_with(END)
+                           && sName.compare(iEnd, START.size(), START) == 0
+                           && sName.find_first_not_of(HEX_DIGITS, iEnd + START.size()) == sName.size() - END.size();
         return bForm ? std::optional(sName.substr(0, iEnd)) : std::nullopt;
     }
 

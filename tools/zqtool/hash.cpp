@@ -168,7 +168,7 @@ namespace
     {
         bool const bEscaped = sLine.starts_with('\\');
         sLine.erase(0, bEscaped);
-        std::size_t const nDigits = sLine.find_first_not_of("0123456789abcdefABCDEF");
+        std::size_t const nDigits = sLine.find_first_not_of(HEX_DIGITS);
         if (nDigits == std::string::npos || sLine.size() < nDigits + 3 || sLine[nDigits] != ' '
             || (sLine[nDigits + 1] != ' ' && sLine[nDigits + 1] != '*'))
         {

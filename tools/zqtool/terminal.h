@@ -1,4 +1,4 @@
-// terminal.h: what a command prints if standard output is a terminal.
+// terminal.h: how many lines a command prints, and its colours if standard output is a terminal.
 #pragma once
 
 #include "tools/zqtool/text.h"

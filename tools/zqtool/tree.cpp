@@ -199,7 +199,8 @@ namespace
         return dOthers;
     }
 
-    // Prints what --find asks for. Returns EXIT_FOUND if no file opens, or if others have the name without --relative.
+    // Prints what --find asks for. Returns EXIT_FOUND if no file opens, and without --relative also if others have the
+    // name.
     int Find(Options_s const & Options, MediaScan_t const & Scan)
     {
         FoldedPath_c const sWhole(Options.sFind.c_str());
