@@ -58,7 +58,6 @@ namespace plat
         char const * m_pData = nullptr;
         std::size_t m_nLeft = 0;
         int m_iError = 0;   // the system's error of a write that was done when it returned
-        alignas(std::uint64_t) unsigned char m_dSystem[SYSTEM_SIZE] = {};   // the system's own data, zero until it is
-                                                                            // used
+        alignas(std::uint64_t) unsigned char m_dSystem[SYSTEM_SIZE] = {};   // the system's own; zero until used
     };
 }

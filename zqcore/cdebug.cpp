@@ -31,7 +31,7 @@ constinit bool g_isAborting = false;
 
 namespace
 {
-    constexpr std::size_t TEXT_SIZE = 2049;   // bytes: 2048 characters and a zero
+    constexpr std::size_t COMPLAINT_SIZE = 2049;   // bytes: 2048 characters and a zero
     constexpr int ACHTUNGS_REMEMBERED = 16;
     constexpr std::size_t FUNCTION_NAME_SIZE = 256;   // bytes of a function's spelled name
     constexpr char ACHTUNG_CAPTION[] = "ACHTUNG!";
@@ -279,8 +279,8 @@ void AssertFailed(char const * fmt, ...)
     } const Leave;
     plat::WindowSystemGet().fnShowCursor();
 
-    char szText[TEXT_SIZE];
-    ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
+    char szText[COMPLAINT_SIZE];
+    ZQ_FORMAT_LINE(szText, COMPLAINT_SIZE, fmt);
     LogText(szText);
 
     int const iAnswer = AskWhileStopped([&szText] { return AskAfterAssertion(szText); });
@@ -296,8 +296,8 @@ void AssertFailed(char const * fmt, ...)
 
 void Warning(char const * fmt, ...)
 {
-    char szText[TEXT_SIZE];
-    ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
+    char szText[COMPLAINT_SIZE];
+    ZQ_FORMAT_LINE(szText, COMPLAINT_SIZE, fmt);
     LogText(szText);
 
     FireWarning(szText);
@@ -309,8 +309,8 @@ void Warning(char const * fmt, ...)
 
 void Achtung(char const * fmt, ...)
 {
-    char szText[TEXT_SIZE + sizeof YES_NO_TAIL];
-    ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
+    char szText[COMPLAINT_SIZE + sizeof YES_NO_TAIL];
+    ZQ_FORMAT_LINE(szText, COMPLAINT_SIZE, fmt);
     if (!RememberAchtung(szText))
     {
         return;
@@ -340,8 +340,8 @@ void Achtung(char const * fmt, ...)
 
 void Abort(char const * fmt, ...)
 {
-    char szText[TEXT_SIZE];
-    ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
+    char szText[COMPLAINT_SIZE];
+    ZQ_FORMAT_LINE(szText, COMPLAINT_SIZE, fmt);
     CallInAbort([&szText] { LogText(szText); });
 
     if (Is(AskWhileStopped([&szText] { return AskBeforeAbort(szText); }, FireExecutionInAbort),
@@ -375,18 +375,18 @@ namespace
 void AssertReportEx(
     char const * szCondition, char const * szFile, char const * szFunction, int iLine, char const * fmt, ...)
 {
-    char szText[TEXT_SIZE];
-    ZQ_FORMAT_LINE(szText, TEXT_SIZE, fmt);
+    char szText[COMPLAINT_SIZE];
+    ZQ_FORMAT_LINE(szText, COMPLAINT_SIZE, fmt);
     ReportExplained(szCondition, szText, szFile, szFunction, iLine);
 }
 
 void AssertReportEscaped(
     char const * szCondition, char const * szFile, char const * szFunction, int iLine, char const * fmt, ...)
 {
-    char szText[TEXT_SIZE];
+    char szText[COMPLAINT_SIZE];
     std::va_list args;
     va_start(args, fmt);
-    FormatEscaped(szText, TEXT_SIZE, fmt, args);
+    FormatEscaped(szText, COMPLAINT_SIZE, fmt, args);
     va_end(args);
     ReportExplained(szCondition, szText, szFile, szFunction, iLine);
 }
@@ -403,7 +403,7 @@ bool DebugMessages_c::DebugAssert(char const * sFile, int iLine, char const * sT
     char szDialog[LOCATED_SIZE];
     std::snprintf(szDialog, sizeof szDialog, "Warning: \t%.*s\t%.*s\r\nFile: \t%s\r\nLine:\t%d", LIMIT, sText, LIMIT,
         sText, sFile, iLine);
-    int const iAnswer = m_bQuiet ? 1
+    int const iAnswer = m_bQuiet ? static_cast<int>(plat::DialogAnswer_e::Ok)
                                  : DropMessageBox("Assertion failed", szDialog,
                                      MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
     return Is(iAnswer, plat::DialogAnswer_e::Yes);

@@ -61,7 +61,7 @@ namespace
     }
 
     // Returns the end of an operator's name. Requires that pPos is after the word "operator". The name may hold blanks
-    // and all kinds of brackets.
+    // and brackets. The only round ones that belong to it are those of operator().
     char const * OperatorEnd(char const * pPos)
     {
         constexpr std::string_view CALL = "()";

@@ -225,10 +225,10 @@ namespace
     // control the terminal that shows the list.
     bool FitsALine(char const * szName)
     {
-        for (char const * p = szName; *p; ++p)
+        for (char const * szRest = szName; *szRest; ++szRest)
         {
-            auto const cByte = static_cast<unsigned char>(p[0]);
-            auto const cNext = static_cast<unsigned char>(p[1]);
+            auto const cByte = static_cast<unsigned char>(szRest[0]);
+            auto const cNext = static_cast<unsigned char>(szRest[1]);
             bool const bUpper = cByte == 0xC2 && cNext >= 0x80 && cNext < 0xA0;   // U+0080 to U+009F
             if (cByte < ' ' || cByte == 0x7F || bUpper)
             {

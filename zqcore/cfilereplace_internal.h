@@ -3,7 +3,7 @@
 
 #include "zqcore/cfilereplace.h"
 
-/// Prefix of a save's second name during a commit: that of a file beside whose number is 0.
+/// Prefix of a save's second name during a commit. It has the form of a file beside (cfilereplace.h), with number 0.
 inline constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";
 
 /// Prefix of the name of the lock on a save.
@@ -13,5 +13,5 @@ inline constexpr char SAVE_LOCK_PREFIX[] = "~zqlock-";
 FileReplacement_c::Reason_t LastErrorReason();
 
 /// Returns the path of a file in the folder of sFile: szPrefix and the bare name of sFile. The bare name is cut so
-/// that it has at most 255 bytes with SECOND_NAME_PREFIX.
+/// that it has at most 255 bytes with a prefix as long as SECOND_NAME_PREFIX.
 String_T<272> NameBeside(String_T<256> const & sFile, char const * szPrefix);

@@ -11,7 +11,7 @@ namespace
 {
     constexpr double SLOW_START = 0.1f;   // seconds; the single-precision value
 
-    // Returns the seconds of longTimeGet since tStart, in the precision of the log lines.
+    // Returns the seconds of longTimeGet since tStart, rounded to single precision.
     double SecondsSince(double tStart)
     {
         return static_cast<double>(static_cast<float>(longTimeGet() - tStart));

@@ -51,7 +51,7 @@ bool MemoryReadable_c::Serialize(void * pData, int iLength)
 
 bool MemoryReadable_c::ChunkBegin(char const * sName)
 {
-    constexpr std::uint32_t EMPTY_CHUNK = 4;
+    constexpr std::uint32_t EMPTY_CHUNK = 4;   // length of a chunk without contents: the bytes of the length
     if (m_bFailed)
     {
         return false;

@@ -9,17 +9,17 @@ namespace
     void Split(String_T<256> const sText, ARRAY & dOut,   // NOLINT(performance-unnecessary-value-param)
         char const * szSeparators)
     {
-        for (char const * p = sText; *p;)
+        for (char const * szRest = sText; *szRest;)
         {
-            std::size_t const nPiece = std::strcspn(p, szSeparators);
+            std::size_t const nPiece = std::strcspn(szRest, szSeparators);
             if (nPiece > 0)
             {
-                String_T<256> sPiece(p);
+                String_T<256> sPiece(szRest);
                 sPiece.GetBuffer()[nPiece] = '\0';   // the text is a String_T<256>, so the piece fits
                 dOut.Add(sPiece);
             }
-            p += nPiece;
-            p += *p != '\0';
+            szRest += nPiece;
+            szRest += *szRest != '\0';
         }
     }
 

@@ -13,7 +13,8 @@ std::string MediaCheck(Options_s const & Options, std::string const & sMedia);
 /// accepted, and that the modules are not up yet.
 void MediaSet(Options_s const & Options, std::string const & sMedia);
 
-/// Returns which part of the command line does not fit the media, or an empty text. Requires that the modules are up.
+/// Returns which part of the command line does not fit the media, or an empty text. If --cache-file does not fit, the
+/// shutdown does not write that file. Requires that the modules are up.
 std::string MediaCheckChoice(Options_s const & Options, std::string const & sMedia);
 
 /// With --cache, writes a cache after a scan that saw everything. Returns a description of where the tables of files

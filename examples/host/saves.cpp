@@ -38,7 +38,7 @@ namespace
     }
 
     // Loads the newest previous save that fits, and stores its path in Result. Stops at one that can't be read or is of
-    // another version, and refuses it.
+    // another version, and refuses the load.
     void LoadPrevious(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         for (int i = 1; i <= Save.GetPrevious(); ++i)
@@ -64,7 +64,7 @@ namespace
     }
 
     // Loads the save or a previous one, and fills in Result except its figures. Tries the previous saves before it sets
-    // a damaged one aside. If one of them is refused, the damaged one stays.
+    // a damaged one aside. If that refuses the load, the damaged one stays.
     void Load(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         FileSave_c::State_e const eState = Save.Load(SAVE_VERSION);

@@ -14,7 +14,7 @@ namespace plat
         // Descriptors that a crash has open at once: the report, its details, the helper's process, its two sockets and
         // its list of mappings. Two more are for files that are read meanwhile.
         constexpr int RESERVE = 8;
-        constexpr int LOWEST = 20;   // the first numbers are left to the host
+        constexpr int LOWEST = 20;   // lower numbers are left to the host while a higher one is free
 
         // Copies of ends of pipes, because no other file has their identity.
         KeptDescriptor_c g_dReserve[RESERVE];

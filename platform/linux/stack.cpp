@@ -144,7 +144,7 @@ namespace plat
         ReportLeaving(&pFrames, pStack, nBytes);
         ZqStackCall(static_cast<char *>(pStack) + nBytes, Run, &Call);
         ReportArrival(pFrames, nullptr, nullptr);
-        CheckerAllow(pStack, nBytes);   // its frames have marks
+        CheckerAllow(pStack, nBytes);   // removes the marks that frames left in it
         t_pLow = pPreviousLow;
         if (Call.Thrown)
         {

@@ -16,7 +16,7 @@ namespace zqsymbols
     std::optional<std::uint64_t> ValueOf(Place_t const & Place, Registers_t const & Registers);
 
     /// Returns the place that an attribute of a DIE says, at an address as the unit counts it. Returns PLACE_UNKNOWN if
-    /// the attribute says none there, or if Evaluate does.
+    /// the attribute says none there, or if Evaluate returns it.
     Place_t Locate(
         Process_c & Process, Surroundings_t Surroundings, Dwarf_Die * pDie, unsigned nAttribute, Dwarf_Addr nAddress);
 

@@ -150,7 +150,7 @@ namespace zqsymbols
     {
         std::size_t iPattern = 0;
         std::size_t iStar = std::string_view::npos;   // the last one so far
-        std::size_t iAfterStar = 0;                   // in the name: the end of the text of that one
+        std::size_t iAfterStar = 0;                   // in the name: after the text that this star matches
         for (std::size_t iName = 0; iName < sName.size();)
         {
             char const cPattern = iPattern < sPattern.size() ? sPattern[iPattern] : '\0';

@@ -309,8 +309,8 @@ namespace zqsymbols
             std::uint8_t const * m_pNext;
             std::uint8_t const * m_pEnd;
             std::uint16_t m_nVersion = 0;
-            std::uint8_t m_nAddress = 0;
-            std::uint8_t m_nOffset = 0;
+            std::uint8_t m_nAddress = 0;      // bytes of an address
+            std::uint8_t m_nOffset = 0;       // bytes of an offset in a section
             std::vector<Shape_t> m_dShapes;   // by code
         };
     }

@@ -61,7 +61,7 @@ public:
     explicit Arguments_c(CLI::App & App);
 
     /// Add an argument that stores its value, and return it. szName is spelled as on the command line, a positional
-    /// one without hyphens. szWord names the value in help texts, and may be empty if szName does. Require that the
+    /// one without hyphens. szWord names an option's value in help texts, unless SetChoices does. Require that the
     /// variable lives as long as the parser.
     Argument_c AddText(char const * szName, char const * szWord, std::string & sText, char const * szPurpose);
     Argument_c AddTexts(

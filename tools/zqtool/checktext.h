@@ -27,7 +27,7 @@ struct SchemaColumn_t;
 /// Settings of CheckText.
 struct CheckOptions_t
 {
-    TextKind_e eKind = TextKind_e::None;   // CheckText only complains about None
+    TextKind_e eKind = TextKind_e::None;   // if None, CheckText reads nothing and complains
     std::string sHead;                     // names of the columns of a table without @head, separated by blanks
     std::string sSeparators;               // of a table, instead of the usual ones; a spreadsheet uses the first only
     bool bRows = false;                    // whether to collect the rows

@@ -3,6 +3,6 @@
 
 #include "tools/zqtool/crashfold.h"
 
-/// Return one object in one line, without a line end. It is valid UTF-8, whatever the crash holds.
+/// Return one object in one line, without a line end. It is ASCII, whatever the crash holds.
 std::string CrashJson(Crash_t const & Crash);
 std::string CrashGroupJson(CrashGroup_t const & Group);

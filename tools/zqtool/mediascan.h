@@ -25,7 +25,7 @@ struct MediaKind_t
     char const * szName;    // in JSON
     char const * szTitle;   // for people
     char const * szNote;    // what follows from it; may be empty
-    bool bFault;            // whether it is a fault, not left out on request
+    bool bFault;            // whether it is a fault; a scan leaves the others out on purpose
 };
 
 /// An entry that a scan leaves out, or that does not open as its name says.
@@ -35,7 +35,7 @@ struct MediaFinding_t
     std::string sPath;          // as the disk spells it
     std::string sWhy;           // one statement
     std::string sOther;         // the file that opens instead, or the key that the file gets; may be empty
-    int nFiles = 0;             // below a folder that is left out on request; otherwise 0
+    int nFiles = 0;             // below a folder that is left out on purpose; otherwise 0
     std::uint64_t nBytes = 0;   // of these files
     bool bMissed = false;       // whether the next scan may find more: the system failed, or a table was full
 };
