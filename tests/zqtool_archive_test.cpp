@@ -137,7 +137,8 @@ TEST_F(ZqtoolArchive, ReportsDamageWithItsOffset)
         m_Folder.Write("many/x" + std::to_string(i), Changed(sGraph, i, "\xFE"));
     }
     EXPECT_LE(static_cast<unsigned>(RunTool("archive --json " + m_Folder.Join("many/*")).iStatus), 1u);
-    for (char const * szWrong : { "archive", "archive --reads x a" })
+    for (char const * szWrong :
+        { "archive", "archive --reads x a", "archive --reads '2. 29' a", "archive --reads +2.29 a" })
     {
         EXPECT_EQ(RunTool(szWrong).iStatus, 2) << szWrong;
     }

@@ -226,6 +226,9 @@ TEST_F(ZqtoolCrash, ShowsARecursionOnceWithTheNumberOfItsTurns)
     EXPECT_THAT(RunTool("crash " + WriteDetails(Replaced(DETAILS, "#1 5566", sFew + "#7 5566"))).sOutput,
         HasSubstr("    #6   Walk+7  game\n    #7   Ship_c::Hit"))
         << "three turns are shown";
+    EXPECT_THAT(RunTool("crash " + WriteDetails(Replaced(DETAILS, "\"audio\"", "\"x, holds \"y\""))).sOutput,
+        HasSubstr("4712 \"x, holds \"y\", waits for g_csAsync: "))
+        << "a thread's name forges no lock";
 }
 
 TEST_F(ZqtoolCrash, NamesTheHostsFunctionAsTheCauseNotTheRuntimeThatEndsTheProcess)
@@ -387,6 +390,8 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
             { "", ": the details are empty" }, { "x\n", "(1): not the details of a crash: x" },
             { "ZQCore crash details 2\n", "(1): details of another version" },
             { sDetails.substr(0, sDetails.find("\n[Modules]")), "(38): the details break off in [Threads]" },
+            { sDetails.substr(0, sDetails.find("\n[Modules]") + 1) + sDetails,
+                "(40): the details break off in [Threads]" },
             { Replaced(sDetails, "[Modules]", "[Fault]"), "(40): out of order: [Fault]" },
             { Replaced(sDetails, "data: 00000010", "data: q"), "(6): not an address: data: q" },
             { Replaced(sDetails, "#1 5566", "#x 5566"), "(13): not a frame: #x" },

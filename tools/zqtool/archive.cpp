@@ -4,6 +4,7 @@
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
+#include "tools/zqtool/parse.h"
 #include "tools/zqtool/terminal.h"
 #include "zqcore/ccrc.h"
 #include "zqcore/cfilesave_internal.h"
@@ -450,12 +451,12 @@ namespace
     // Reads a version such as "2.29". Returns what is wrong with it, or an empty text.
     std::string ReadVersion(std::string const & sText, std::uint32_t & dwVersion)
     {
-        constexpr unsigned MOST = 0xFFFF;
-        unsigned nMajor = 0, nMinor = 0;
-        char cRest;
-        bool const bGood =
-            std::sscanf(sText.c_str(), "%5u.%5u%c", &nMajor, &nMinor, &cRest) == 2 && nMajor <= MOST && nMinor <= MOST;
-        dwVersion = nMajor << 16 | (nMinor & MOST);
+        constexpr std::uint64_t MOST = 0xFFFF;
+        std::string_view sRest = sText;
+        std::uint64_t const nMajor = TakeNumber(sRest, 10).value_or(MOST + 1);
+        std::uint64_t const nMinor = TakeStart(sRest, ".") ? TakeNumber(sRest, 10).value_or(MOST + 1) : MOST + 1;
+        bool const bGood = sRest.empty() && nMajor <= MOST && nMinor <= MOST;
+        dwVersion = static_cast<std::uint32_t>(nMajor << 16 | (nMinor & MOST));
         return bGood ? "" : sText + " is not a version such as 2.29";
     }
 }

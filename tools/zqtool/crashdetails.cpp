@@ -176,14 +176,16 @@ namespace
         return true;
     }
 
-    // Reads '4711 "render"', and ", holds LOCK" or ", waits for LOCK" after it. Returns the thread.
+    // Reads '4711 "render"', and ", holds LOCK" or ", waits for LOCK" after it. Returns the thread. The program chose the
+    // name, so it may hold any text.
     CrashThread_t ReadThread(std::string_view sLine)
     {
         CrashThread_t Thread;
         std::size_t const iNumberEnd = std::min(sLine.find_first_of(" ,"), sLine.size());
         Thread.sNumber = sLine.substr(0, iNumberEnd);
         sLine.remove_prefix(iNumberEnd);
-        std::size_t const iLock = std::min(sLine.find(", holds "), sLine.find(", waits for "));
+        std::size_t const iNameEnd = std::min(sLine.rfind('"') + 1, sLine.size());   // 0 without a name
+        std::size_t const iLock = std::min(sLine.find(", holds ", iNameEnd), sLine.find(", waits for ", iNameEnd));
         if (iLock != std::string_view::npos)
         {
             std::string_view sLock = sLine.substr(iLock);
@@ -256,13 +258,6 @@ namespace
             m_Lines.Complain("the details are empty");
             return {};
         }
-        if (m_eSection < Section_e::Process)
-        {
-            m_Lines.Complain(
-                m_eSection == Section_e::None
-                    ? std::string("the details break off before their first section")
-                    : std::string("the details break off in ") + SECTIONS[static_cast<unsigned>(m_eSection)]);
-        }
         End();
         return std::move(m_dCrashes);
     }
@@ -293,6 +288,13 @@ namespace
         if (m_dCrashes.empty())
         {
             return;
+        }
+        if (m_eSection < Section_e::Process)
+        {
+            m_Lines.Complain(
+                m_eSection == Section_e::None
+                    ? std::string("the details break off before their first section")
+                    : std::string("the details break off in ") + SECTIONS[static_cast<unsigned>(m_eSection)]);
         }
         SetPaths(Last());
         if (m_bFull)
