@@ -55,7 +55,7 @@ namespace plat
         std::size_t nValues = 0;
         std::size_t nMaxValueNameLength = 0;
         std::size_t nMaxValueLength = 0;
-        FileTime_t tLastWrite = 0;   // last write or deletion of a value or a subkey
+        FileTime_t tLastWrite = 0;   // last write or deletion of a value, or creation or deletion of a subkey
     };
 
     /// Sets the place of a tree, for a host or a test. Null or an empty text restores the system's own. Moves no keys.
@@ -105,7 +105,7 @@ namespace plat
     /// Copies the name of a subkey, as it was spelled when it was created. iIndex counts from 0 in the order of folded
     /// bytes. Returns false, and leaves the buffer unchanged, if there is no such subkey or the name with its
     /// terminator does not fit. Reads the names once, and again after a change. May see a change by another process
-    /// 20 ms late.
+    /// up to 20 ms late.
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize);
 
     /// Deletes a key and its values by its path from an open key. An empty path deletes the open key itself, which must

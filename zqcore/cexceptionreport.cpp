@@ -92,7 +92,7 @@ namespace
         }
         else if (g_szReport[0])
         {
-            // Readers of logs look for the text of the first line, so it is logged although there is no file.
+            // Readers of logs look for this text, so it is logged although there is no file.
             Guarded(ExceptionReport_c::HOST_LIMIT, [] { LogEscaped("Crash log saved at %s", g_szReport); });
             Announce("No crash log saved: ", g_szReport, " can't be written");
         }
@@ -285,7 +285,7 @@ void ExceptionReport_c::SetLogFileName(wchar_t const * sFolder, wchar_t const * 
     wchar_t wszAbsolute[WIDE_PATH_SIZE];
     CopyWidePath(wszAbsolute, sFolder);
     plat::ProcessMakeAbsolute(wszAbsolute, WIDE_PATH_SIZE);
-    constexpr std::size_t NAME_ROOM = 96;   // of a report
+    constexpr std::size_t NAME_ROOM = 96;   // bytes for the name of a report
     if (plat::Utf8FromWide(g_szFolder, sizeof g_szFolder, wszAbsolute) + NAME_ROOM > sizeof g_szFolder)
     {
         plat::Utf8FromWide(g_szFolder, sizeof g_szFolder, g_wszFolder);

@@ -21,7 +21,8 @@
 // SetTextErrorLog(true) (ctexterror.h) each failed open or Load, except File_c::OpenStored, is also logged as "%s: %s"
 // with the reason after the caller's name, or after the full path if the caller passed an object. FileAddOneFile logs
 // the bare name. These are an Achtung (cdebug.h) too:
-// - a known file that the system does not open, except packs and names in ".bin" (FileOpenTracker, cfilelog.h).
+// - a file, known or of FileAddOneFile, that the system does not open, except packs and names in ".bin"
+//   (FileOpenTracker, cfilelog.h).
 // - a duplicate (bDuplicate) that FileOpen opens or FileOpenStored finds.
 //
 //     if (FileReference_c const File("levels.csv"); File)
@@ -152,8 +153,7 @@ protected:
     /// Stores that a refresh freed the block although there are references to it.
     void SetLost() { m_bLost = true; }
 
-    /// Clears the flag that Open must leave the lock while it reads, and returns its previous value. Open calls it
-    /// once.
+    /// Returns whether Open must leave the lock while it reads, and clears that flag. Open calls it once.
     bool TakeUnlocked();
 
 private:
@@ -256,7 +256,7 @@ public:
 
     /// Opens the file and returns true. Stores the current size and times in the file object, unless it is resident or
     /// another thread is opening it. Asserts that g_bFileReadDisabled is not set, and that the stream is closed: an
-    /// open one stays as it is. Fails if the file is open for writing (plat::FileOpenRead) or has 2 GiB or more. On
+    /// open one stays as it is. Fails if the file is open for writing (plat::Share_e) or has 2 GiB or more. On
     /// failure fires g_FileReadErrorCallbacker and returns false.
     virtual bool OpenStored();
 

@@ -55,8 +55,8 @@ namespace
             char const * szKeyFolder;      // prefix of each key; null for bare names
         };
 
-        // A folder that this scan entered. Its identity is read when the scan finds the first link to a folder: most
-        // trees hold no link. If g_sPaths is full, pPath is null and the identity is read at once.
+        // A folder that this scan entered. Its identity is read when WasEntered first compares it: most trees hold no
+        // link to a folder. If g_sPaths is full, pPath is null and the identity is read at once.
         struct Entered_s
         {
             String_T<256> const * pPath;

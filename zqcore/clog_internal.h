@@ -99,7 +99,7 @@ private:
     static std::atomic<int> s_nPrevious;
 
     std::FILE * m_pOwn = nullptr;
-    plat::FileIdentity_t m_OwnFile;                      // file of the own stream; changed under the lock of BeginAnew
+    plat::FileIdentity_t m_OwnFile;                      // file of the own stream; BeginAnew changes it under a lock
     std::atomic<std::uint64_t> m_nSize = UNKNOWN_SIZE;   // of the file; counted while there is a limit
     std::atomic<std::uint32_t> m_nLost = 0;              // number of lost lines, and the flag TORN
     std::atomic<std::uint32_t> m_tLooked = 0;            // when Follow looked, by plat::CoarseClockMilliseconds

@@ -6,9 +6,8 @@
 //
 // A table consists of groups, a group of rows, and a row of a pattern and a format. A pattern consumes bytes of the
 // code and has conditions. The first row that matches is used. A format is the text to write, with references to
-// fields.
-// Each byte that a pattern consumes is a field. A reference to another group consumes what that group consumes and
-// makes two fields: the first byte, and the text that the group has written.
+// fields. Each byte that a pattern consumes is a field. A reference to another group consumes what that group consumes
+// and makes two fields: the first byte, and the text that the group has written.
 //
 // The compact form consists of two 32-bit little-endian words (number of bytes that follow them, size of the expanded
 // form), a byte with the number of groups, and the groups. Pattern and format of a row are strings. A string is coded
@@ -38,10 +37,10 @@ enum OpcodePattern_e : unsigned char
     OPCODE_IF_F2 = 18,
     OPCODE_IF_F3 = 19,
     OPCODE_IF_NO_SEGMENT = 20,
-    OPCODE_IF_REX_W = 21,   // or W of a VEX, EVEX or XOP prefix; else this and the next ones: 64-bit mode
+    OPCODE_IF_REX_W = 21,   // or W of a VEX, EVEX or XOP prefix; otherwise 21 to 23 serve 64-bit mode
     OPCODE_IF_REX_B = 22,
     OPCODE_IF_NO_REX_X = 23,
-    OPCODE_IF_NO_PREFIX = 24,   // none of 66, F2, F3 and REX; this and the next ones: the table of later instructions
+    OPCODE_IF_NO_PREFIX = 24,   // none of 66, F2, F3 and REX; 24 to 39 serve the table of later instructions
     OPCODE_TAKE_VEX = 25,       // the row's bytes are a VEX, EVEX or XOP prefix; its bits apply from here on
     OPCODE_IF_EVEX = 26,
     OPCODE_IF_NOT_EVEX = 27,

@@ -84,7 +84,7 @@ extern ZQ_API std::uint32_t const FJORDTRACK_FILE_VERSION;
 
 namespace archives
 {
-    /// Returns whether T is a number or an enumerator whose width is the same in every build.
+    /// Returns whether T is a type of numbers or of enumerators that has the same width in every build.
     template <typename T>
     constexpr bool IsOfOneWidth()
     {

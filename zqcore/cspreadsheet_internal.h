@@ -18,8 +18,8 @@ public:
     /// false after the last row.
     bool ParseRow(SpreadsheetRow_c & Row, bool & bError);
 
-    /// Returns the position of the first cell of the last row, in bytes from the start of the text after its byte
-    /// order mark.
+    /// Returns the position of the first cell of the row that ParseRow read last, in bytes from the start of the text
+    /// after its byte order mark.
     std::size_t GetRowStart() const { return m_nRowStart; }
 
     /// Reads the first row. Calls fnFound with the position of each cell, then with that of the row's end, as

@@ -19,7 +19,7 @@ struct SaveResult_s
     std::string sKept;       // the new path of a damaged save; empty for none, no meaning if bRefused is true
     std::string sPrevious;   // the previous save that was loaded instead of a damaged or absent one; empty for none
     bool bRefused = false;   // whether the load was refused: nothing may replace the save
-    long long nBytes = 0;    // size of the file that was loaded or stored; 0 if there is none
+    long long nBytes = 0;    // size of the save, or of the previous save that was loaded; 0 if there is no file
     double tTaken = 0.0;     // seconds
 };
 

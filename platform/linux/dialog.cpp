@@ -46,7 +46,7 @@ namespace plat
 
         std::atomic<DialogHandler_t> g_fnHandler{ nullptr };
 
-        // Escapes the text, so that the terminal obeys nothing in it.
+        // Prints a text, escaped so that the terminal obeys nothing in it.
         void Print(char const * szText)
         {
             char szShown[1024];
@@ -72,9 +72,9 @@ namespace plat
             Print("? ");
         }
 
-        // Scope in which the terminal's keys act. A fault filter blocks their signals. Handlers of the host may wait
-        // for the thread that crashed. SIGTERM ends the process. SIGTTIN stops a process that was moved to the
-        // background.
+        // Scope in which SIGTERM, SIGTTIN and the keys that end or stop a process have their default effect. A fault
+        // filter blocks these signals, and a handler of the host may wait for the thread that crashed. SIGTTIN stops a
+        // process that was moved to the background.
         class KeysAct_c
         {
         public:

@@ -43,7 +43,7 @@ std::string CrashHeadline(Crash_t const & Crash);
 
 /// Returns what crashes of the same cause have in common, without the address of a frame:
 /// - the kind.
-/// - the type of an exception, or else the module. An abort and a complaint of the library have neither.
+/// - the type of an exception, or the module of another fault. An abort and a complaint of the library have neither.
 /// - up to three functions of the host, or of all frames if none is the host's. The innermost is first, but after a
 ///   stack overflow they are sorted. A frame without a function counts by its place in its module.
 std::string CrashSignature(Crash_t const & Crash);

@@ -125,12 +125,13 @@ namespace
     {
         if (std::size_t const nRead = Read(HEADER_SIZE); nRead != HEADER_SIZE)
         {
-            Complain(nRead, "the file ends within its header of 8 bytes");
+            Complain(nRead, "the file ends within its header of " + std::to_string(HEADER_SIZE) + " bytes");
             return false;
         }
         if (std::uint32_t const nSize = Word(m_dBytes.data()); nSize != RECORD_SIZE)
         {
-            Complain(0, "not a stats file: records of " + std::to_string(nSize) + " bytes in place of 2504");
+            Complain(0, "not a stats file: records of " + std::to_string(nSize) + " bytes in place of "
+                            + std::to_string(RECORD_SIZE));
             return false;
         }
         m_nAddress = Word(m_dBytes.data() + 4);
@@ -155,8 +156,8 @@ namespace
         Timer.Figures = ReadFigures(BytesOf(iRecord, 0));
         if (std::int32_t const iSlot = Timer.Figures.iMaxSlot; iSlot < -1 || iSlot >= static_cast<int>(STATS_FRAMES))
         {
-            Complain(OffsetOf(iRecord, MAX_SLOT),
-                "the peak of " + NameOf(iRecord) + " is in slot " + std::to_string(iSlot) + " of 150");
+            Complain(OffsetOf(iRecord, MAX_SLOT), "the peak of " + NameOf(iRecord) + " is in slot "
+                                                      + std::to_string(iSlot) + " of " + std::to_string(STATS_FRAMES));
             Timer.Figures.iMaxSlot = -1;
         }
     }
@@ -232,7 +233,8 @@ namespace
         if (nRecords == 0 || nRecords > STATS_MAX_TIMERS)
         {
             Complain(nStart, "batch " + std::to_string(m_iBatch) + " has " + std::to_string(nRecords)
-                                 + " records in place of 1 to 512; what follows can't be read");
+                                 + " records in place of 1 to " + std::to_string(STATS_MAX_TIMERS)
+                                 + "; what follows can't be read");
             return false;
         }
         m_nRecords = m_nOffset;
