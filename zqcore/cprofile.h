@@ -25,10 +25,9 @@
 //     Module_c::ShutdownAllModules();
 #pragma once
 
+#include "zqcore/cfilename.h"
 #include "zqcore/cmodule.h"
 #include "zqcore/cstring.h"
-
-class FileName_c;
 
 /// Maximum number of timers and depth of the stack, the root included in both. A push without room fails an assertion.
 /// If that is ignored, the push and all pushes inside it are skipped until its pop. Their time counts for the parent.
@@ -166,7 +165,7 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(std::uint32_t iTimer);
 ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 
 /// Creates the stats file, replacing an old one, and writes its header. It may be called at any time on the profiler's
-/// thread. A caller includes zqcore/cfilename.h. With it, a path (char const *) converts.
+/// thread. A path (char const *) converts to FileName_c.
 /// - A second call ends the first file. An empty name does nothing.
 /// - If the file can't be created, FileOpenTracker (cfilelog.h) complains unless it excepts the name, and a line is
 ///   logged. If the header can't be written, lines are logged. In both cases there is no stats file.

@@ -1,5 +1,4 @@
 // Times its frames, and writes the timers of each frame for `zqtool stats`: profile_frames FILE
-#include "zqcore/cfilename.h"
 #include "zqcore/cprofile.h"
 #include "zqcore/ctimer.h"
 
