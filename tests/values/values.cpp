@@ -91,7 +91,8 @@ namespace
         float dFloats[1] = { 0.25f };
         char dChars[4] = "abc";
         int dMany[3] = { 1, 2, 3 };
-        Keep(bBool, cChar, nSigned, nShort, fFloat, fLong, fQuad, Complex, szText, dInts, dFloats, dChars, dMany, fParameter);
+        Keep(bBool, cChar, nSigned, nShort, fFloat, fLong, fQuad, Complex, szText, dInts, dFloats, dChars, dMany,
+            fParameter);
         asm volatile("" ::: "rdi", "memory");
         return *g_pNowhere;
     }
