@@ -32,14 +32,14 @@ struct AsyncFile_t
     int iRoom = 0;              // bytes that pBuffer holds
 };
 
-/// Bare names that a scan skips, in any case. There are few, so a linear search is fastest.
+/// Bare names that a scan skips, compared without regard to ASCII case. There are few, so a linear search is fastest.
 class FileExcludes_c
 {
 public:
     /// Adds a copy of a name, cut at 255 characters, unless the same spelling is there.
     void Add(char const * szName);
 
-    /// Returns whether a name is excluded, in any case.
+    /// Returns whether a name is excluded, without regard to ASCII case.
     bool Has(char const * szName) const;
 
     /// Frees the names.

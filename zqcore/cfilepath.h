@@ -44,7 +44,7 @@
 #include "zqcore/cfile.h"
 #include "zqcore/chash.h"
 
-inline constexpr int FILE_TABLE_STEP = 117;       // of the two tables
+inline constexpr int FILE_TABLE_STEP = 117;       // slots from one probe to the next, in both tables
 inline constexpr int PATH_TABLE_FOLDERS = 4096;   // that the table of folders has room for
 
 /// Types of the two tables.

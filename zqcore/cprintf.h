@@ -363,7 +363,7 @@ private:
     char m_szText[4096];
 };
 
-/// Refuses to compile every call of it.
+/// Fails the compilation if a call of it remains after optimization.
 void PrintfFormatIsWrong() ZQ_COMPILE_ERROR("the format does not match its arguments");
 
 /// Returns whether the format matches, for the templates of ZQ_PRINTF_TEXTS. Refuses to compile a literal that does

@@ -99,9 +99,9 @@ public:
     /// column. Here and below, asserts that the column's name is not null.
     ZQ_API int GetLength(char const * sColumn) const;
 
-    /// Sets whether a Get that fails or cuts a text is logged, with the file (empty with bCopy) and the column. The log
-    /// is off at start. For a bad cell its line also has a number: that of the lines that NextIdent has read. It may
-    /// differ from the work line's, which GetLastError has.
+    /// Sets whether a Get that fails or cuts a text is logged, with the file (empty with bCopy) and the column. It is
+    /// off at start. The log line of a bad cell also has the number of lines that NextIdent has read. That may differ
+    /// from the number of the work line, which GetLastError has.
     void LogColName(bool bLog) { m_bLogColName = bLog; }
 
     /// Read the work line's cell as a whole number, or for double and float as any number, in the type's range, and

@@ -110,7 +110,7 @@ namespace plat
             }
         }
 
-        // Returns whether a path names a file. Stores the spelling that does in the path.
+        // Returns whether a path names an open file in any spelling, and sets the path to that spelling.
         bool IsNamed(DiskPath_c & Path, struct stat const & File)
         {
             struct stat Named;

@@ -72,8 +72,8 @@ namespace zqsymbols
             return nullptr;
         }
 
-        // Returns whether a call is known to call the function. Otherwise its callee may have jumped to the function
-        // at its end.
+        // Returns whether a call is known to call the function. Otherwise its callee may have reached the function
+        // by a tail call.
         bool Calls(Process_c & Process, Surroundings_t const & Caller, Dwarf_Die * pCall, Dwarf_Addr nInCaller,
             Dwarf_Die * pFunction, Dwarf_Addr nEntry)
         {
