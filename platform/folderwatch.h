@@ -4,8 +4,10 @@
 // A change is one of these:
 // - A file that was opened for writing is closed, unless it is new and empty.
 // - A file is renamed to a name that exists, or to a kept name.
-// - In a folder that has just been created, a file is found that has contents and is no older than the folder.
-// - A file with a kept name is found in a folder that has appeared.
+// - In a folder that has just been created, a file is found that is no older than the folder, has contents, and has no
+//   known writer.
+// - A file with a kept name is found in a folder that has appeared, unless it is new, and empty or still open for
+//   writing.
 //
 // At most 65,536 names are kept. The names of files that are deleted or renamed after that are not kept. A batch names
 // each changed file that still exists once, in the order of the first changes. Names that hold a `\` are ignored. In

@@ -24,7 +24,7 @@
 
 #include "platform/clipboard.h"
 
-/// Number of the format "ZQ_TEXT", or 0 until the module is initialised.
+/// Number of the format "ZQ_TEXT", or 0 while it is not registered.
 extern unsigned int g_iTextFormat;
 
 /// Whether this process has the clipboard open: true after a ClipboardOpen that succeeded.

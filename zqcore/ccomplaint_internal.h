@@ -17,8 +17,7 @@ class ComplaintMark_c
 public:
     ComplaintMark_c();
 
-    /// Ends the complaints that began after the mark, and their firings. Requires that the thread does not return to
-    /// them.
+    /// Ends the complaints and the firings that began after the mark. Requires that the thread does not return to them.
     void EndLater() const;
 
 private:

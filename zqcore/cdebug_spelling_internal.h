@@ -3,9 +3,9 @@
 
 #include "zqcore/cconfig.h"
 
-/// Returns the end of the name at p, or p if no name begins there. szText is the whole spelling. A name includes its
-/// scopes: "ns::X_c", "(anonymous namespace)::Run", "main(int)::Local_c", "decltype (x)". Template arguments end it.
-char const * SpelledNameEnd(char const * szText, char const * p);
+/// Returns the end of the name at pPos, or pPos if no name begins there. szText is the whole spelling. A name includes
+/// its scopes: "ns::X_c", "(anonymous namespace)::Run", "main(int)::Local_c", "decltype(x)". Template arguments end it.
+char const * SpelledNameEnd(char const * szText, char const * pPos);
 
 /// Writes the name in a spelling, cut at nSize - 1 bytes: "class::function" of
 /// "type class::function(arguments) const [with ...]".

@@ -35,7 +35,7 @@ bool exceptionreport::SourceFile_c::GetLine(unsigned iLine, char * szText, std::
             m_bEnded = true;
             break;
         }
-        m_pNext = pReturn + 2;   // a line feed follows
+        m_pNext = pReturn + 2;   // the byte after it counts as its line feed
         if (m_iNext++ == iLine)
         {
             std::size_t const nLine = std::min(static_cast<std::size_t>(pReturn - pLine), nSize - 1);

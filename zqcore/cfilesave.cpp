@@ -167,7 +167,7 @@ void FileSave_c::DeleteLeft()
     String_T<512> sFolder(m_sFile);
     sFolder.GetBuffer()[PathFileName(m_sFile) - m_sFile] = '\0';
     plat::FolderListing_c Listing;
-    String_T<272> const sBare = NameBeside(m_sFile, "");
+    String_T<272> const sCutFile = NameBeside(m_sFile, "");
     if (!Listing.Read(sFolder.IsEmpty() ? "." : static_cast<char const *>(sFolder)))
     {
         return;
@@ -176,7 +176,7 @@ void FileSave_c::DeleteLeft()
     {
         plat::FolderEntry_t const & Entry = Listing.GetEntry(i);
         bool const bLeft = FileReplacement_c::IsBeside(Entry.szName) && Entry.Facts.bRegular && !Entry.bLink
-                           && StrCompareNoCase(std::strchr(Entry.szName, '-') + 1, PathFileName(sBare)) == 0;
+                           && StrCompareNoCase(std::strchr(Entry.szName, '-') + 1, PathFileName(sCutFile)) == 0;
         if (bLeft && StrCompareNoCase(Entry.szName, PathFileName(m_sLock)) != 0)
         {
             plat::TreeDelete(sFolder + Entry.szName);

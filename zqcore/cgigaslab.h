@@ -1,7 +1,7 @@
 // cgigaslab.h: the storage of the element pools: a slab of equal-sized elements in groups of 32.
 //
-// It serves cgigapool.h; hosts use its pools. A slab has a record with two bit masks for each group, and two chains of
-// records: the groups with a free element and the full ones. The group from which a pool allocates is open: the pool
+// It serves cgigapool.h, whose pools hosts use. A slab has a record with two bit masks for each group, and two chains
+// of records: the groups with a free element and the full ones. The group from which a pool allocates is open: the pool
 // holds a copy of its masks, and those in the record are out of date until the group is closed. The copy saves time
 // because each call reads what the previous call wrote, and a processor forwards such a value fastest at a fixed
 // address.
@@ -213,7 +213,7 @@ private:
     /// Multiplication, 1994). With these limits the rounding never reaches the next element, and no product leaves 64
     /// bits.
     static constexpr int RECIPROCAL_BITS = 42;
-    static constexpr int RECIPROCAL_MAX_SIZE = 1448;   // its square times MAX_ELEMENTS is below 2 to that power
+    static constexpr int RECIPROCAL_MAX_SIZE = 1448;   // its square times MAX_ELEMENTS is below 2 to RECIPROCAL_BITS
 
     static constexpr std::size_t GroupBytes(int iElementSize)
     {

@@ -1,5 +1,7 @@
 #include "zqcore/chash.h"
 
+#include "zqcore/ceachbyte_internal.h"
+
 namespace
 {
     constexpr std::size_t LONG_WORD = sizeof(std::uint64_t);
@@ -39,14 +41,13 @@ namespace
 
 std::uint32_t StringHashOf(char const * szName, std::size_t nLength)
 {
-    constexpr std::uint64_t NOT_ASCII = 0x8080808080808080u;
     static_assert(std::endian::native == std::endian::little, "the first character is the lowest byte");
     std::uint32_t iHash = 0;
     std::size_t i = 0;
     for (; i + LONG_WORD <= nLength; i += LONG_WORD)
     {
         std::uint64_t const nText = Load<std::uint64_t>(szName + i);
-        if (nText & NOT_ASCII) [[unlikely]]
+        if (nText & HIGH_BITS) [[unlikely]]   // not all are ASCII
         {
             break;
         }

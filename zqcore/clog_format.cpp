@@ -25,8 +25,8 @@ namespace
         return std::countr_zero((nOther - EACH_BYTE) & ~nOther & HIGH_BITS) / 8;
     }
 
-    // Returns a word with some byte's high bit set if a byte is below a blank or above '~'. A bit may be set for plain
-    // bytes too.
+    // Returns a word in which some byte has its high bit set exactly if a byte of nText is below a blank or above '~'.
+    // It need not be the same byte.
     std::uint64_t OthersIn(std::uint64_t nText)
     {
         return (nText - EACH_BYTE * ' ') | nText | (nText + EACH_BYTE);

@@ -1,10 +1,11 @@
 // cserializer.h: graphs of objects in archives.
 //
 // Serializer_c stores each object of a graph once, at its first reference, and every later reference as a number. A
-// load turns each number into the object's new address. Static objects, which exist in every run, keep their identity
-// without being stored. Each class has one static Serializer_T, which a load finds by the class's name. An archive then
-// serializes pointers to its objects. A class that needs more has a subclass of Serializer_c of its own. Its
-// SerializeObject, the body, stores or makes an object and transfers its fields.
+// load turns each number into the object's new address. Static objects, which exist in every run, keep their identity.
+// Only their contents are stored, if they were registered with a class. Each class has one static Serializer_T, which a
+// load finds by the class's name. An archive then serializes pointers to its objects. A class that needs more has a
+// subclass of Serializer_c of its own. Its SerializeObject, the body, stores or makes an object and transfers its
+// fields.
 //
 // Ownership: the caller owns the objects that a body makes, also after a failed load.
 // Threads: all state of a pass is static. One pass at a time runs, on one thread, from one StartSerialize to the next.
@@ -180,8 +181,8 @@ protected:
     /// Stores the object at pObject, or makes or finds an object, sets pObject and loads it.
     virtual void SerializeObject(Serializeable_c & archive, void *& pObject) = 0;
 
-    /// Registers a part that other objects reach by pointers to its class. Writes the same record as RegisterPointer
-    /// and notes this serializer's class for ReadOwnPointer.
+    /// Registers an address, usually of a part, that pointers to this serializer's class may lead to. Writes the same
+    /// record as RegisterPointer and notes the class, which ReadOwnPointer and SerializePointer check.
     void RegisterOwnPointer(Serializeable_c & archive, void const * pPointer);
 
     /// Stores a pointer to an object of this serializer's class, or null. Asserts that the pass has not seen the object

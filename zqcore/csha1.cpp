@@ -17,12 +17,12 @@ namespace
                | static_cast<std::uint32_t>(pBytes[2]) << 8 | static_cast<std::uint32_t>(pBytes[3]);
     }
 
-    void StoreBig(unsigned char * pBytes, std::uint32_t dw)
+    void StoreBig(unsigned char * pBytes, std::uint32_t dwWord)
     {
-        pBytes[0] = static_cast<unsigned char>(dw >> 24);
-        pBytes[1] = static_cast<unsigned char>(dw >> 16);
-        pBytes[2] = static_cast<unsigned char>(dw >> 8);
-        pBytes[3] = static_cast<unsigned char>(dw);
+        pBytes[0] = static_cast<unsigned char>(dwWord >> 24);
+        pBytes[1] = static_cast<unsigned char>(dwWord >> 16);
+        pBytes[2] = static_cast<unsigned char>(dwWord >> 8);
+        pBytes[3] = static_cast<unsigned char>(dwWord);
     }
 
     // Returns the function of round ROUND plus its constant (FIPS 180-4, 4.1.1 and 4.2.1).

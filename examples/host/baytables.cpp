@@ -42,63 +42,63 @@ namespace
     {
         Good_s Good;
         Good.iNumber = Bay.dGoods.GetLength();
-        bool const bGood = Good.iNumber < MAX_GOODS && ReadIdent(Table, Good.sIdent)
-                           && ReadName(Table, "name", Good.sName)
-                           && ReadRange(Table, "price", Good.iLowest, Good.iHighest)
-                           && ReadNumber(Table, "spoils", 0, Good.nSpoils) && Good.nSpoils <= MAX_SPOILS;
-        return bGood && Bay.dGoods.Add(Good) >= 0;
+        bool const bValid = Good.iNumber < MAX_GOODS && ReadIdent(Table, Good.sIdent)
+                            && ReadName(Table, "name", Good.sName)
+                            && ReadRange(Table, "price", Good.iLowest, Good.iHighest)
+                            && ReadNumber(Table, "spoils", 0, Good.nSpoils) && Good.nSpoils <= MAX_SPOILS;
+        return bValid && Bay.dGoods.Add(Good) >= 0;
     }
 
     bool ReadHarbour(Bay_s & Bay, Warehouse_c const & Table)
     {
         Harbour_s Harbour;
-        bool const bGood = ReadIdent(Table, Harbour.sIdent) && ReadName(Table, "name", Harbour.sName)
-                           && ReadReference(Table, "makes", Bay.dGoods, Harbour.pMakes)
-                           && ReadReference(Table, "wants", Bay.dGoods, Harbour.pWants)
-                           && ReadNumber(Table, "output", 0, Harbour.nOutput)
-                           && ReadNumber(Table, "appetite", 0, Harbour.nAppetite)
-                           && ReadNumber(Table, "quay", 1, Harbour.nQuay);
-        return bGood && Bay.dHarbours.Add(Harbour) >= 0;
+        bool const bValid = ReadIdent(Table, Harbour.sIdent) && ReadName(Table, "name", Harbour.sName)
+                            && ReadReference(Table, "makes", Bay.dGoods, Harbour.pMakes)
+                            && ReadReference(Table, "wants", Bay.dGoods, Harbour.pWants)
+                            && ReadNumber(Table, "output", 0, Harbour.nOutput)
+                            && ReadNumber(Table, "appetite", 0, Harbour.nAppetite)
+                            && ReadNumber(Table, "quay", 1, Harbour.nQuay);
+        return bValid && Bay.dHarbours.Add(Harbour) >= 0;
     }
 
     bool ReadRoute(Bay_s & Bay, Warehouse_c const & Table)
     {
         Route_s Route;
-        bool const bGood = ReadIdent(Table, Route.sIdent) && ReadReference(Table, "from", Bay.dHarbours, Route.pFrom)
-                           && ReadReference(Table, "to", Bay.dHarbours, Route.pTo)
-                           && ReadNumber(Table, "miles", 1, Route.nMiles);
-        return bGood && Bay.dRoutes.Add(Route) >= 0;
+        bool const bValid = ReadIdent(Table, Route.sIdent) && ReadReference(Table, "from", Bay.dHarbours, Route.pFrom)
+                            && ReadReference(Table, "to", Bay.dHarbours, Route.pTo)
+                            && ReadNumber(Table, "miles", 1, Route.nMiles);
+        return bValid && Bay.dRoutes.Add(Route) >= 0;
     }
 
     bool ReadWind(Bay_s & Bay, Warehouse_c const & Table)
     {
         Wind_s Wind;
-        bool const bGood = Bay.dWinds.GetLength() < DAYS_A_YEAR && ReadIdent(Table, Wind.sIdent)
-                           && ReadName(Table, "name", Wind.sName)
-                           && ReadRange(Table, "knots", Wind.iLowest, Wind.iHighest)
-                           && ReadNumber(Table, "days", 1, Wind.nDays) && Wind.nDays <= DAYS_A_YEAR;
-        return bGood && Bay.dWinds.Add(Wind) >= 0;
+        bool const bValid = Bay.dWinds.GetLength() < DAYS_A_YEAR && ReadIdent(Table, Wind.sIdent)
+                            && ReadName(Table, "name", Wind.sName)
+                            && ReadRange(Table, "knots", Wind.iLowest, Wind.iHighest)
+                            && ReadNumber(Table, "days", 1, Wind.nDays) && Wind.nDays <= DAYS_A_YEAR;
+        return bValid && Bay.dWinds.Add(Wind) >= 0;
     }
 
     bool ReadShipType(Bay_s & Bay, Warehouse_c const & Table)
     {
         ShipType_s Type;
         int nMostHands = 0;
-        bool const bGood = ReadIdent(Table, Type.sIdent) && ReadName(Table, "name", Type.sName)
-                           && ReadNumber(Table, "hold", 1, Type.nHold)
-                           && ReadRange(Table, "speed", Type.iSlowest, Type.iFastest) && Type.iSlowest > 0
-                           && ReadRange(Table, "crew", Type.nCrew, nMostHands)
-                           && ReadNumber(Table, "upkeep", 0, Type.iUpkeep);
-        return bGood && Bay.dTypes.Add(Type) >= 0;
+        bool const bValid = ReadIdent(Table, Type.sIdent) && ReadName(Table, "name", Type.sName)
+                            && ReadNumber(Table, "hold", 1, Type.nHold)
+                            && ReadRange(Table, "speed", Type.iSlowest, Type.iFastest) && Type.iSlowest > 0
+                            && ReadRange(Table, "crew", Type.nCrew, nMostHands)
+                            && ReadNumber(Table, "upkeep", 0, Type.iUpkeep);
+        return bValid && Bay.dTypes.Add(Type) >= 0;
     }
 
     bool ReadShip(Bay_s & Bay, Warehouse_c const & Table)
     {
         Ship_s Ship;
-        bool const bGood = ReadIdent(Table, Ship.sIdent) && ReadName(Table, "captain", Ship.sCaptain)
-                           && ReadReference(Table, "type", Bay.dTypes, Ship.pType)
-                           && ReadReference(Table, "route", Bay.dRoutes, Ship.pRoute);
-        if (!bGood)
+        bool const bValid = ReadIdent(Table, Ship.sIdent) && ReadName(Table, "captain", Ship.sCaptain)
+                            && ReadReference(Table, "type", Bay.dTypes, Ship.pType)
+                            && ReadReference(Table, "route", Bay.dRoutes, Ship.pRoute);
+        if (!bValid)
         {
             return false;
         }

@@ -142,7 +142,7 @@ namespace zqsymbols
             return bFound ? Header.sh_addr + Header.sh_size + nBias : 0;
         }
 
-        void SortSymbols(Dwfl_Module * pModule, int nSymbols, Collector_c & Sized, Collector_c & Sizeless)
+        void SplitSymbols(Dwfl_Module * pModule, int nSymbols, Collector_c & Sized, Collector_c & Sizeless)
         {
             for (int i = 1; i < nSymbols; ++i)
             {
@@ -198,7 +198,7 @@ namespace zqsymbols
         {
             Collector_c Sized(nStart, nEnd);
             Collector_c Sizeless(nStart, nEnd);
-            SortSymbols(pModule, nSymbols, Sized, Sizeless);
+            SplitSymbols(pModule, nSymbols, Sized, Sizeless);
             std::sort(Sized.m_dRanges.begin(), Sized.m_dRanges.end(), IsBefore);
             std::sort(Sizeless.m_dRanges.begin(), Sizeless.m_dRanges.end(), IsBefore);
             AddOutside(Sized.m_dRanges, Sizeless.m_dRanges);

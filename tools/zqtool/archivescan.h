@@ -19,7 +19,7 @@ enum class ArchivePart_e
     Statics,     // count and identifiers of static objects
     Object,      // identifier, label and class of an object's first reference
     ObjectEnd,   // label after its contents
-    Pointer,     // a later reference
+    Pointer,     // a later reference, or null
     Registered   // label and identifier of an address
 };
 
@@ -70,7 +70,7 @@ private:
     }
 
     Names_t m_dLabels, m_dChunks;
-    std::bitset<LOW_HALF + 1> m_dKnown;   // by the low half of the value: most words of an archive are none
+    std::bitset<LOW_HALF + 1> m_dKnown;   // by the low half of a value: rules out most words of an archive
 };
 
 /// Parts and problems of an archive after its version word.
@@ -81,8 +81,8 @@ struct ArchiveScan_t
 };
 
 /// Recognises the parts of an archive after its version word:
-/// - chunks of known names, and from the version word on those that follow one another to the end, the last of several
-///   may be unfinished;
+/// - chunks of known names, and chunks of any name that follow one another from the version word to the end. The last
+///   of several may be unfinished;
 /// - labels of known names, and those of object graphs with their records;
 /// - a text of 3 to 0xFFFFFF bytes, with its length and its zero. It is well-formed UTF-8, and its only characters
 ///   below U+0020 are tabs and line ends.

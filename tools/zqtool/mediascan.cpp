@@ -205,7 +205,7 @@ namespace
         return Spell(Scan, sFolded);
     }
 
-    // Counts the files, and their bytes, below a folder that the scan has not entered.
+    // Counts the files, and their bytes, below a folder that the scan has skipped.
     void CountBelow(MediaScan_t const & Scan, std::string const & sFolded, MediaFinding_t & Finding)
     {
         std::string const sPrefix = sFolded + '\\';
