@@ -134,8 +134,8 @@ namespace plat
     /// Returns null on failure.
     std::FILE * StreamOpenLog(char const * szPath);
 
-    /// Starts a new log file if the log holds more than nLimit bytes. If szPath does not name the stream's file any
-    /// more, the stream continues in the file that it names, or in a new one. Requires that StreamOpenLog opened pStream
+    /// Starts a new log file if the log holds more than nLimit bytes. If that file was deleted, or another process has
+    /// renamed it as below, the stream continues in the file that szPath names, or in a new one. Requires that StreamOpenLog opened pStream
     /// with szPath. Others may write to it meanwhile. Returns the size of the stream's file in bytes, or 0 if the system
     /// can't report it.
     /// - The full file gets ".1" at the end of its name, and previous ones ".2" up to the number nPrevious. The stream

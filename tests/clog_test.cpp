@@ -387,20 +387,27 @@ TEST_F(Logs, ALogWithALimitFollowsItsNameBeforeItsNextLine)
     LogSetLimit(3000, 1);
     for (bool const bReplaced : { true, false })   // by another process, which has begun a new file, or deleted
     {
-        for (std::string const sName : { "message.log", "named.log" })
+        Log("before");
+        Logf("followed.log", "before");
+        for (std::string const sName : { "message.log", "followed.log" })
         {
-            Log("before");
-            Logf("named.log", "before");
-            fs::rename(m_Folder.Join(sName), m_Folder.Join("renamed"));
-            EXPECT_TRUE(!bReplaced || !m_Folder.Write(sName, "of another process\n").empty());
-            std::this_thread::sleep_for(std::chrono::milliseconds(1100));
-            Log("after");
-            Logf("named.log", "after");
+            fs::rename(m_Folder.Join(sName), m_Folder.Join(sName + ".1"));
+            EXPECT_TRUE(bReplaced ? !m_Folder.Write(sName, "of another process\n").empty()
+                                  : fs::remove(m_Folder.Join(sName + ".1")));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+        Log("after");
+        Logf("followed.log", "after");
+        for (std::string const sName : { "message.log", "followed.log" })
+        {
             EXPECT_THAT(
                 m_Folder.Read(sName), MatchesRegex(bReplaced ? "of another process\n[^\n]*after\n" : "[^\n]*after\n"));
-            EXPECT_THAT(m_Folder.Read("renamed"), testing::EndsWith("before\n"));
         }
     }
+    ModuleLog_c::SetLogPath(Wide(m_Folder.Join("other")).c_str());
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    Logf("followed.log", "last");
+    EXPECT_EQ(m_Folder.Read("followed.log"), "after\nlast\n") << "an open log stays in its folder";
     LogSetLimit(0, 0);
 }
 

@@ -57,7 +57,7 @@ ZQ_API void LogDone();
 ///   previous ones ".2" to ".nPrevious". If nPrevious is 0 or negative, the log empties the file instead.
 /// - Lines that other threads write meanwhile may go to the full file. Another process with the same log continues in
 ///   the full file for at most a second, or nBytes of its own lines.
-/// - If a log is renamed or deleted, its lines go to a file of its own name again after at most a second.
+/// - If a log is deleted, its lines go to a new file of its name after at most a second.
 /// - A stream that the host has set has no limit, and neither has a named log beyond the table of GetLogFile (clogf.h).
 /// - Lines that LogfArg (clogf.h) writes to the main log are not counted until the file's size is read again.
 ZQ_API void LogSetLimit(std::uint64_t nBytes, int nPrevious);

@@ -23,13 +23,6 @@ namespace plat
     {
         constexpr mode_t RIGHTS = 0777;
 
-        // Reads the facts of the entry that a path names in any spelling. Does not follow a link. Returns 0, or -1 on
-        // failure.
-        int ReadStat(DiskPath_c & Path, struct stat & Stat)
-        {
-            return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });
-        }
-
         // Returns whether a path still names an open file. If not, errno is ESTALE, or says why that is unknown.
         bool StillNames(DiskPath_c & Path, int iFile)
         {

@@ -114,8 +114,21 @@ namespace plat
         bool IsNamed(DiskPath_c & Path, struct stat const & File)
         {
             struct stat Named;
-            return Path.Try([&Named](char const * szTry) { return lstat(szTry, &Named); }) == 0
-                   && IsOneFile(Named, File);
+            return ReadStat(Path, Named) == 0 && IsOneFile(Named, File);
+        }
+
+        // Returns whether an open file was deleted, or RenamePrevious has renamed it.
+        bool IsPrevious(char const * szPath, int nPrevious, struct stat const & File)
+        {
+            bool bFound = File.st_nlink == 0;
+            for (int i = 1; i <= nPrevious && !bFound; ++i)
+            {
+                char szName[PATH_MAX + 16];
+                struct stat Named;
+                std::snprintf(szName, sizeof szName, "%s.%i", szPath, i);
+                bFound = lstat(szName, &Named) == 0 && IsOneFile(Named, File);
+            }
+            return bFound;
         }
 
         // Copies the rest of one file to the other: inside the kernel as far as possible, then through a buffer.
@@ -294,7 +307,7 @@ namespace plat
         }
         auto nOwn = static_cast<std::uint64_t>(Own.st_size);
         DiskPath_c Path(szPath);
-        if (nOwn <= nLimit && IsNamed(Path, Own))
+        if (nOwn <= nLimit && (IsNamed(Path, Own) || !IsPrevious(Path.Get(), nPrevious, Own)))
         {
             return nOwn;
         }

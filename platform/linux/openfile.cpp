@@ -116,10 +116,15 @@ namespace plat
         return S_ISREG(Stat.st_mode);
     }
 
+    int ReadStat(DiskPath_c & Path, struct stat & Stat)
+    {
+        return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });
+    }
+
     bool IsThere(DiskPath_c & Path)
     {
         struct stat Stat;
-        return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); }) == 0;
+        return ReadStat(Path, Stat) == 0;
     }
 
     bool SyncFully(int iFile)

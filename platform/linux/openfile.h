@@ -12,11 +12,15 @@
 #include "platform/linux/descriptor.h"
 
 #include <fcntl.h>
-#include <sys/types.h>
+#include <sys/stat.h>
 
 namespace plat
 {
     class DiskPath_c;
+
+    /// Reads the facts of the entry that a path names in any spelling, and sets the path to that spelling. Does not
+    /// follow a link. Returns 0, or -1 on failure.
+    int ReadStat(DiskPath_c & Path, struct stat & Stat);
 
     inline constexpr mode_t NEW_FILE_MODE = 0666;       // rights of a new file, before the process's mask
     inline constexpr mode_t PRIVATE_FILE_MODE = 0600;   // rights of a file for its owner only
