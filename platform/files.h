@@ -135,9 +135,9 @@ namespace plat
     std::FILE * StreamOpenLog(char const * szPath);
 
     /// Starts a new log file if the log holds more than nLimit bytes. If that file was deleted, or another process has
-    /// renamed it as below, the stream continues in the file that szPath names, or in a new one. Requires that StreamOpenLog opened pStream
-    /// with szPath. Others may write to it meanwhile. Returns the size of the stream's file in bytes, or 0 if the system
-    /// can't report it.
+    /// renamed it as below, the stream continues in the file that szPath names, or in a new one. Others may write to it
+    /// meanwhile. Requires that StreamOpenLog opened pStream with szPath. Returns the size of the stream's file in
+    /// bytes, or 0 if the system can't report it.
     /// - The full file gets ".1" at the end of its name, and previous ones ".2" up to the number nPrevious. The stream
     ///   continues in a new file szPath.
     /// - A file that another process has already renamed is not renamed again. While another process does so, the

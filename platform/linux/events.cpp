@@ -25,9 +25,16 @@ namespace plat
         constexpr std::uint32_t FREE = 0, HELD = 1, CONTENDED = 2;
         constexpr std::uint32_t CLEAR = 0, SIGNALLED = 1, AWAITED = 2;
 
+        // A time as the kernel's call reads it. On i386 the seconds of the C library's type are longer.
+        struct KernelTime_s
+        {
+            long nSeconds;
+            long nNanoseconds;
+        };
+
         // Sleeps while the word has the value, until a time of the monotonic clock at most. A null pUntil means for
         // ever. May return early. Returns false if that time has come.
-        bool SleepWhile(WaitWord_t & Word, std::uint32_t nValue, timespec const * pUntil = nullptr)
+        bool SleepWhile(WaitWord_t & Word, std::uint32_t nValue, KernelTime_s const * pUntil = nullptr)
         {
             constexpr int OPERATION = FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG;
             int const iErrorBefore = errno;
@@ -66,15 +73,15 @@ namespace plat
         ZQ_THREAD_LOCAL LockMark_s t_Mark;
 
         // Returns the time of the monotonic clock after nMilliseconds.
-        timespec TimeAfter(std::uint32_t nMilliseconds)
+        KernelTime_s TimeAfter(std::uint32_t nMilliseconds)
         {
-            timespec Time;
-            ::clock_gettime(CLOCK_MONOTONIC, &Time);
-            Time.tv_sec += static_cast<std::time_t>(nMilliseconds / 1000);
-            Time.tv_nsec += static_cast<long>(nMilliseconds % 1000) * NANOSECONDS_OF_MILLISECOND;
-            Time.tv_sec += Time.tv_nsec / NANOSECONDS_OF_SECOND;
-            Time.tv_nsec %= NANOSECONDS_OF_SECOND;
-            return Time;
+            timespec Now;
+            ::clock_gettime(CLOCK_MONOTONIC, &Now);
+            long const nNanoseconds =
+                Now.tv_nsec + static_cast<long>(nMilliseconds % 1000) * NANOSECONDS_OF_MILLISECOND;
+            return { static_cast<long>(Now.tv_sec) + static_cast<long>(nMilliseconds / 1000)
+                         + nNanoseconds / NANOSECONDS_OF_SECOND,
+                nNanoseconds % NANOSECONDS_OF_SECOND };
         }
 
         // The one thread in the idle class.
@@ -223,7 +230,7 @@ namespace plat
             {
                 g_IdleThread.Lift();
             }
-            timespec const Until = TimeAfter(LIFT_AGAIN_MILLISECONDS);
+            KernelTime_s const Until = TimeAfter(LIFT_AGAIN_MILLISECONDS);
             SleepWhile(m_nState, CONTENDED, &Until);
         }
         t_Mark.pAwaited = nullptr;
@@ -280,7 +287,7 @@ namespace plat
 
     bool Event_c::WaitFor(std::uint32_t nMilliseconds)
     {
-        timespec const Until = TimeAfter(nMilliseconds);
+        KernelTime_s const Until = TimeAfter(nMilliseconds);
         while (!IsSet())
         {
             if (!SleepWhile(m_nSet, 0, &Until))

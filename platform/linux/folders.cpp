@@ -1,6 +1,3 @@
-#define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64
-
 #include "platform/common/folding.h"
 #include "platform/files.h"
 #include "platform/linux/descriptor.h"

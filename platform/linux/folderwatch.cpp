@@ -1,8 +1,5 @@
 // The watch over inotify. The kernel has one watch for each folder. Memory has the tree of folders with the names of
 // their files. Only these names distinguish a rename onto a file from a rename to a free name.
-#define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64
-
 #include "platform/folderwatch.h"
 
 #include "platform/common/folderrecords.h"

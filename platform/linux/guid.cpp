@@ -5,9 +5,6 @@
 // sequence is picked at random. Even if the clock is set back between two processes, they are very unlikely to use the
 // same sequence in the same tick.
 
-#define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64
-
 #include "platform/guid.h"
 
 #include "platform/fork.h"

@@ -1,5 +1,3 @@
-#define _FILE_OFFSET_BITS 64
-
 #include "platform/linux/maps.h"
 
 #include "platform/linux/reserve.h"

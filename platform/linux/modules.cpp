@@ -1,5 +1,3 @@
-#define _FILE_OFFSET_BITS 64
-
 #include "platform/modules.h"
 
 #include "platform/linux/maps.h"

@@ -1,6 +1,3 @@
-#define _FILE_OFFSET_BITS 64
-#define _TIME_BITS 64
-
 #include "platform/process.h"
 
 #include "platform/clock.h"

@@ -1,5 +1,3 @@
-#define _FILE_OFFSET_BITS 64
-
 #include "platform/rawfiles.h"
 
 #include "platform/common/folding.h"
