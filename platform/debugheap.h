@@ -5,11 +5,11 @@
 //   keeps the block's category in it.
 // - own bytes of a block: those that the user of the block sees. They are the whole block until HeapSetOwn narrows it,
 //   for instance to the aligned part of a larger block.
-// - fence: at least 4 bytes of 0xFD before each block and after its own bytes. Damage is reported when the block is
+// - fence: at least 4 bytes of HEAP_FENCE before each block and after its own bytes. Damage is reported when the block is
 //   freed.
 //
-// New memory is filled with 0xCD and freed memory with 0xDD. A block of more than HEAP_FILL_LIMIT bytes is filled at
-// its ends only. A hook is called under the heap's lock before each event takes effect.
+// New memory is filled with HEAP_NEW and freed memory with HEAP_FREED. A block of more than HEAP_FILL_LIMIT bytes is
+// filled at its ends only. A hook is called under the heap's lock before each event takes effect.
 //
 // Threads: any thread. The heap can be used before the first constructor and after the last destructor.
 #pragma once
@@ -22,6 +22,11 @@
 
 namespace plat
 {
+    // Values of bytes, as in the Windows debug heap.
+    constexpr std::uint8_t HEAP_NEW = 0xCD;
+    constexpr std::uint8_t HEAP_FREED = 0xDD;
+    constexpr std::uint8_t HEAP_FENCE = 0xFD;
+
     constexpr std::size_t HEAP_FILL_LIMIT = 512;   // bytes up to which a block is filled whole
     constexpr std::size_t HEAP_FILL_ENDS = 128;    // bytes filled at either end of a larger block
 

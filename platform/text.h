@@ -13,6 +13,8 @@ namespace plat
 {
     inline constexpr char32_t WIDE_OF_BYTE = 0xDC00;   // to which a byte from 0x80 on is added
 
+    inline constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
+
     /// The control characters that TextEscape leaves as they are.
     enum class Controls_e
     {

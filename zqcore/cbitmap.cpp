@@ -5,6 +5,8 @@
 #include "zqcore/cmemory.h"
 #include "zqcore/cserialize.h"
 
+#include "platform/text.h"
+
 #include <algorithm>
 
 namespace
@@ -234,7 +236,7 @@ bool BitVec_c::Load(Serializeable_c & Archive, int nBits)
 
 char BitVec_c::IntoDigit(int iValue)
 {
-    return "0123456789ABCDEF"[iValue & 15];
+    return plat::HEX_DIGITS[iValue & 15];
 }
 
 int BitVec_c::FromDigit(char const *& szText)

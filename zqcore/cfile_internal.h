@@ -12,7 +12,7 @@ inline constexpr int FOLDED_LENGTH = 255;      // characters of a caller's path;
 inline constexpr int STAYER_EXT_LENGTH = 8;    // bytes of an extension, its zero included
 inline constexpr int FILE_OPEN_TRACKS = 256;   // entries of the tracker's list; further handles are only counted
 
-/// Path of a file on the disk. It holds folder and name at full length, unlike GetFullPath.
+/// Path of a file on the disk, with the whole folder and the whole name. GetFullPath cuts them.
 class FileLocation_c
 {
 public:

@@ -4,6 +4,8 @@
 // address and one pointer's size of gap bytes.
 #include "zqcore/cmemory_internal.h"
 
+#include "zqcore/ceachbyte_internal.h"
+
 #include "platform/debugger.h"
 #include "platform/debugheap.h"
 
@@ -14,9 +16,11 @@
 namespace
 {
     constexpr std::size_t WORD = sizeof(void *);
-    constexpr std::uintptr_t GAP_FILL = static_cast<std::uintptr_t>(0xBDBDBDBDBDBDBDBD);   // of a live block's header
-    constexpr auto FREED_FILL = static_cast<std::uintptr_t>(0xDDDDDDDDDDDDDDDD);           // of a freed block's header
-    constexpr std::uint32_t PLAIN_FILL = 0xFDFDFDFD;   // what the heap writes before a plain block
+    constexpr std::uint8_t GAP_BYTE = 0xBD;
+    constexpr auto GAP_FILL = static_cast<std::uintptr_t>(EACH_BYTE * GAP_BYTE);   // of a live block's header
+    constexpr auto FREED_FILL =
+        static_cast<std::uintptr_t>(EACH_BYTE * plat::HEAP_FREED);                          // of a freed block's header
+    constexpr auto PLAIN_FILL = static_cast<std::uint32_t>(EACH_BYTE * plat::HEAP_FENCE);   // before a plain block
 
     struct Header_s
     {
@@ -121,7 +125,7 @@ void * aligned_offset_malloc_dbg(
     if (nOffset != 0)
     {
         // The fill is never what precedes a plain block.
-        std::memset(&HeaderOf(pUser) + 1, static_cast<int>(GAP_FILL & 0xFF), GapOf(nOffset));
+        std::memset(&HeaderOf(pUser) + 1, GAP_BYTE, GapOf(nOffset));
     }
     plat::HeapSetOwn(pBlock, pUser, nSize);
     return pUser;

@@ -49,8 +49,6 @@ namespace
         }
 
     private:
-        static constexpr std::size_t HISTORY = 4;   // strings of a kind to which a selector refers
-
         std::size_t Room() const { return static_cast<std::size_t>(m_pOutEnd - m_pOut); }
 
         // Stores the offset of the next byte of output in a slot.
@@ -82,7 +80,7 @@ namespace
             return true;
         }
 
-        bool ExpandString(String_s (&dHistory)[HISTORY], std::size_t nUnit)
+        bool ExpandString(String_s (&dHistory)[OPCODE_HISTORY], std::size_t nUnit)
         {
             if (m_pInEnd - m_pIn < 2 || m_pIn[1] == 0)
             {
@@ -90,10 +88,10 @@ namespace
             }
             unsigned const nSelector = m_pIn[0];
             std::size_t const nLiteral = (m_pIn[1] - 1u) * nUnit;
-            std::size_t const nHead = (nSelector & 7) * nUnit;
-            std::size_t const nTail = (nSelector >> 3 & 7) * nUnit;
+            std::size_t const nHead = (nSelector & OPCODE_SHARED_MASK) * nUnit;
+            std::size_t const nTail = (nSelector >> OPCODE_TAIL_SHIFT & OPCODE_SHARED_MASK) * nUnit;
             m_pIn += 2;
-            String_s const & Old = dHistory[nSelector >> 6];
+            String_s const & Old = dHistory[nSelector >> OPCODE_HISTORY_SHIFT];
             std::size_t const nBytes = nHead + nLiteral + nTail;
             if (nLiteral > static_cast<std::size_t>(m_pInEnd - m_pIn) || nHead > Old.nBytes || nTail > Old.nBytes
                 || nBytes > 255 || nBytes >= Room())
@@ -106,7 +104,7 @@ namespace
             Append(m_pIn, nLiteral);
             Append(Old.pBytes + (Old.nBytes - nTail), nTail);
             m_pIn += nLiteral;
-            std::copy_backward(dHistory, dHistory + HISTORY - 1, dHistory + HISTORY);
+            std::copy_backward(dHistory, dHistory + OPCODE_HISTORY - 1, dHistory + OPCODE_HISTORY);
             dHistory[0] = New;
             return true;
         }
@@ -125,8 +123,8 @@ namespace
         unsigned char * m_pTable;
         unsigned char * m_pOut;
         unsigned char * m_pOutEnd;
-        String_s m_dPatterns[HISTORY];
-        String_s m_dFormats[HISTORY];
+        String_s m_dPatterns[OPCODE_HISTORY];
+        String_s m_dFormats[OPCODE_HISTORY];
     };
 }
 

@@ -163,6 +163,10 @@ enum OpcodePlace_e : unsigned char
 inline constexpr std::size_t OPCODE_MAX_FIELDS = 32;   // fields of all groups that run at a time
 inline constexpr unsigned OPCODE_SYMBOL_SIZE = 1008;   // bytes of the buffer for a symbol's name
 inline constexpr std::size_t OPCODE_MAX_GROUPS = OPCODE_GROUP_MASK + 1;
+inline constexpr std::size_t OPCODE_SHARED_MASK = 7;   // bits of a selector's P, and of its S after the shift
+inline constexpr unsigned OPCODE_TAIL_SHIFT = 3;       // to a selector's S
+inline constexpr unsigned OPCODE_HISTORY_SHIFT = 6;    // to the number of the previous string
+inline constexpr std::size_t OPCODE_HISTORY = 4;       // previous strings of a kind
 inline constexpr std::size_t OPCODE_HEADER_SIZE = 8;   // the two words of the compact form
 
 /// Bits of a REX prefix.

@@ -184,7 +184,7 @@ private:
         return State.ePlace == END && State.nArguments == sizeof...(ARGS);
     }
 
-    /// Consumes the next argument, which must be of a kind, and continues at a place.
+    /// Consumes the next argument and continues at a place, or at WRONG if the argument is of another kind.
     ZQ_INLINE static constexpr void Take(State_s & State, Kind_e eKind, Place_e eThen)
     {
         Kind_e const eArgument = State.nArguments < sizeof...(ARGS) ? KINDS[State.nArguments] : Kind_e::Unknown;

@@ -1,5 +1,6 @@
 #include "zqcore/cscript.h"
 
+#include "zqcore/ceachbyte_internal.h"
 #include "zqcore/cfile.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
@@ -66,16 +67,16 @@ namespace
     }
 
     // Returns the place of the next delimiter, or pEnd. Tests a machine word at a time: with the top bit of each byte
-    // set, subtracting 0x21 clears it in those that are not above the blank, and borrows from no other byte.
+    // set, a subtraction clears it in those that are not above the blank, and borrows from no other byte.
     char const * FindDelimiter(char const * pNext, char const * pEnd)
     {
-        constexpr std::size_t ONES = ~std::size_t{ 0 } / 0xFF;   // 0x01 in each byte
-        constexpr std::size_t TOP_BITS = ONES * 0x80;
+        constexpr auto TOP_BITS = static_cast<std::size_t>(HIGH_BITS);
+        constexpr auto ABOVE_BLANK = static_cast<std::size_t>(EACH_BYTE * (' ' + 1));
         static_assert(std::endian::native == std::endian::little);
         for (std::size_t nWord; pEnd - pNext >= static_cast<std::ptrdiff_t>(sizeof nWord); pNext += sizeof nWord)
         {
             std::memcpy(&nWord, pNext, sizeof nWord);
-            std::size_t const nFound = (~((nWord | TOP_BITS) - ONES * 0x21) | nWord) & TOP_BITS;
+            std::size_t const nFound = (~((nWord | TOP_BITS) - ABOVE_BLANK) | nWord) & TOP_BITS;
             if (nFound)
             {
                 return pNext + std::countr_zero(nFound) / 8;

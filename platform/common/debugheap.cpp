@@ -8,10 +8,6 @@ namespace plat
 {
     namespace
     {
-        // Fill values of the Windows debug heap.
-        constexpr std::uint8_t FILL_NEW = 0xCD;
-        constexpr std::uint8_t FILL_FREED = 0xDD;
-        constexpr std::uint8_t FILL_GAP = 0xFD;
         constexpr std::size_t GAP = 4;      // bytes of the fence before a block, and the fewest of the one after it
         constexpr std::size_t FENCE = 16;   // bytes right after the own bytes that are written and checked
 
@@ -88,7 +84,7 @@ namespace plat
         bool IsGap(std::uint8_t const * pBytes)
         {
             static_assert(sizeof(std::uint32_t) == GAP);
-            return IsFilled<std::uint32_t>(pBytes, FILL_GAP);
+            return IsFilled<std::uint32_t>(pBytes, HEAP_FENCE);
         }
 
         // Returns whether the fence after the own bytes is undamaged. Of a long one, checks only the first FENCE bytes
@@ -99,10 +95,10 @@ namespace plat
             std::uint8_t const * const pEnd = UserOf(pHeader) + pHeader->nBytes;
             if (FenceSize(pHeader) >= FENCE)
             {
-                return IsFilled<std::uint64_t>(pByte, FILL_GAP) && IsFilled<std::uint64_t>(pByte + 8, FILL_GAP)
+                return IsFilled<std::uint64_t>(pByte, HEAP_FENCE) && IsFilled<std::uint64_t>(pByte + 8, HEAP_FENCE)
                        && IsGap(pEnd);
             }
-            while (pByte != pEnd && *pByte == FILL_GAP)
+            while (pByte != pEnd && *pByte == HEAP_FENCE)
             {
                 ++pByte;
             }
@@ -159,17 +155,17 @@ namespace plat
                 pHeader->nOwn = nBytes;
                 pHeader->dwWord = dwWord;
                 pHeader->iLine = iLine;
-                std::memset(pHeader->dGap, FILL_GAP, GAP);
-                Fill(UserOf(pHeader), FILL_NEW, nBytes);
-                std::memset(UserOf(pHeader) + nBytes, FILL_GAP, GAP);
+                std::memset(pHeader->dGap, HEAP_FENCE, GAP);
+                Fill(UserOf(pHeader), HEAP_NEW, nBytes);
+                std::memset(UserOf(pHeader) + nBytes, HEAP_FENCE, GAP);
             }
             return pHeader;
         }
 
         void ReleaseMemory(Header_s * pHeader)
         {
-            Fill(UserOf(pHeader), FILL_FREED, pHeader->nBytes);
-            std::memset(pHeader->dGap, FILL_FREED, GAP);
+            Fill(UserOf(pHeader), HEAP_FREED, pHeader->nBytes);
+            std::memset(pHeader->dGap, HEAP_FREED, GAP);
             ZQ_KEEP_WRITES(pHeader);
             std::free(pHeader);
         }
@@ -177,7 +173,7 @@ namespace plat
         // Reports a front gap that is not whole. Returns false, because the block must not be touched.
         ZQ_COLD bool ReportFront(Header_s * pHeader)
         {
-            HeapReport(IsFilled<std::uint32_t>(pHeader->dGap, FILL_FREED)
+            HeapReport(IsFilled<std::uint32_t>(pHeader->dGap, HEAP_FREED)
                            ? "The block at 0x%08zX was freed already. It is left alone.\n"
                            : "The block at 0x%08zX is damaged in front, or none of this heap's. It is not freed.\n",
                 AddressOf(UserOf(pHeader)));
@@ -237,11 +233,11 @@ namespace plat
         std::uint8_t * const pFence = OwnOf(pHeader) + nOwn;
         if (FenceSize(pHeader) >= FENCE)
         {
-            std::memset(pFence, FILL_GAP, FENCE);
+            std::memset(pFence, HEAP_FENCE, FENCE);
         }
         else
         {
-            std::memset(pFence, FILL_GAP, FenceSize(pHeader));
+            std::memset(pFence, HEAP_FENCE, FenceSize(pHeader));
         }
     }
 

@@ -1,6 +1,7 @@
 #include "platform/common/registryrecord.h"
 
 #include "platform/common/folding.h"
+#include "platform/text.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -104,7 +105,6 @@ namespace plat
         bool NameOnDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
-            constexpr char DIGITS[] = "0123456789ABCDEF";
             constexpr std::size_t HASH_SIZE = 17;   // with its mark
             sFile = sMark;
             for (std::size_t iByte = 0; iByte < sName.size(); ++iByte)
@@ -116,7 +116,7 @@ namespace plat
                 }
                 else
                 {
-                    sFile += { '%', DIGITS[static_cast<unsigned char>(cByte) >> 4], DIGITS[cByte & 15] };
+                    sFile += { '%', HEX_DIGITS[static_cast<unsigned char>(cByte) >> 4], HEX_DIGITS[cByte & 15] };
                 }
             }
             if (sFile.size() > STORE_NAME_LIMIT)

@@ -146,7 +146,6 @@ namespace plat
         // Writes the escape of a character up to U+FFFF or of a byte's value. Returns the number of bytes, at most 6.
         std::size_t PutEscape(char * pOut, char32_t cText)
         {
-            constexpr char DIGITS[] = "0123456789ABCDEF";
             constexpr char LETTERS[] = "tnvfr";   // from 0x09 on
             pOut[0] = '\\';
             if (cText == '\t' || cText == '\n' || cText == '\r')
@@ -160,7 +159,7 @@ namespace plat
             pOut[1] = bOneByte ? 'x' : 'u';
             for (std::size_t i = 0; i < nDigits; ++i)
             {
-                pOut[2 + i] = DIGITS[nValue >> (4 * (nDigits - 1 - i)) & 0xF];
+                pOut[2 + i] = HEX_DIGITS[nValue >> (4 * (nDigits - 1 - i)) & 0xF];
             }
             return 2 + nDigits;
         }

@@ -110,8 +110,8 @@ namespace plat
         return nDone;
     }
 
-    /// Writes nBytes. Returns false as soon as the system accepts no more.
-    inline bool WriteFully(int iDescriptor, void const * pData, std::size_t nBytes)
+    /// Writes until the system accepts no more, at most nBytes, and returns the number of bytes written.
+    inline std::size_t WriteSome(int iDescriptor, void const * pData, std::size_t nBytes)
     {
         std::size_t nDone = 0;
         while (nDone < nBytes)
@@ -119,10 +119,16 @@ namespace plat
             ssize_t const nWritten = write(iDescriptor, static_cast<char const *>(pData) + nDone, nBytes - nDone);
             if (nWritten <= 0 && !(nWritten < 0 && errno == EINTR))
             {
-                return false;
+                break;
             }
             nDone += nWritten > 0 ? static_cast<std::size_t>(nWritten) : 0;
         }
-        return true;
+        return nDone;
+    }
+
+    /// Writes nBytes. Returns false as soon as the system accepts no more.
+    inline bool WriteFully(int iDescriptor, void const * pData, std::size_t nBytes)
+    {
+        return WriteSome(iDescriptor, pData, nBytes) == nBytes;
     }
 }

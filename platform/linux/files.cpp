@@ -349,23 +349,7 @@ namespace plat
 
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes)
     {
-        int const iFile = fileno(pStream);
-        auto const * const pBytes = static_cast<char const *>(pData);
-        std::size_t nWritten = 0;
-        while (nWritten < nBytes)
-        {
-            ssize_t const nResult = write(iFile, pBytes + nWritten, nBytes - nWritten);
-            if (nResult < 0 && errno == EINTR)
-            {
-                continue;
-            }
-            if (nResult <= 0)
-            {
-                break;
-            }
-            nWritten += static_cast<std::size_t>(nResult);
-        }
-        return nWritten;
+        return WriteSome(fileno(pStream), pData, nBytes);
     }
 
     bool FolderCreate(char const * szPath)

@@ -95,7 +95,8 @@ namespace plat
 #endif
         }
 
-        // Keeps an exception, because the checker must know of the change of stacks before the caller's frames go on.
+        // Runs a call on this stack and stores its exception. The caller rethrows it there, because the checker must
+        // be informed of the change of stacks before that.
         void Run(void * pCall)
         {
             Call_s & Call = *static_cast<Call_s *>(pCall);

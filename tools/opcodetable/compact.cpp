@@ -7,9 +7,6 @@
 
 namespace
 {
-    constexpr std::size_t MAX_SHARED = 7;   // the most units at either end
-    constexpr std::size_t HISTORY = 4;      // previous strings that a string may share units with
-
     // Returns a number as four bytes, the lowest first.
     std::string Word(std::size_t nWord)
     {
@@ -27,13 +24,13 @@ namespace
     public:
         explicit Coder_c(std::size_t nUnit)
             : m_nUnit(nUnit)
-            , m_dHistory(HISTORY)
+            , m_dHistory(OPCODE_HISTORY)
         {}
 
         std::string Code(std::string const & sText)
         {
             std::string sBest;
-            for (std::size_t i = 0; i != HISTORY; ++i)
+            for (std::size_t i = 0; i != OPCODE_HISTORY; ++i)
             {
                 std::string const sCode = CodeWith(sText, i);
                 if (i == 0 || sCode.size() < sBest.size())
@@ -51,7 +48,7 @@ namespace
         {
             std::string const & sOld = m_dHistory[iOld];
             std::size_t const nUnits = sText.size() / m_nUnit;
-            std::size_t const nMost = std::min({ nUnits, sOld.size() / m_nUnit, MAX_SHARED });
+            std::size_t const nMost = std::min({ nUnits, sOld.size() / m_nUnit, OPCODE_SHARED_MASK });
             std::size_t nHead = 0;
             while (nHead != nMost && sText.compare(nHead * m_nUnit, m_nUnit, sOld, nHead * m_nUnit, m_nUnit) == 0)
             {
@@ -67,7 +64,8 @@ namespace
                 ++nTail;
             }
             std::size_t const nLiteral = nUnits - nHead - nTail;
-            std::string sCode{ static_cast<char>(iOld << 6 | nTail << 3 | nHead), static_cast<char>(nLiteral + 1) };
+            std::string sCode{ static_cast<char>(iOld << OPCODE_HISTORY_SHIFT | nTail << OPCODE_TAIL_SHIFT | nHead),
+                static_cast<char>(nLiteral + 1) };
             return sCode + sText.substr(nHead * m_nUnit, nLiteral * m_nUnit);
         }
 

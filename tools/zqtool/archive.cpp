@@ -1,4 +1,5 @@
 // zqtool archive: shows what can be recognised in an archive or a save, and what is damaged.
+#include "platform/text.h"
 #include "tools/zqtool/archivescan.h"
 #include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
@@ -22,7 +23,6 @@ namespace
 {
     constexpr std::size_t WORD = 4;           // bytes of a number in an archive
     constexpr std::size_t SHOWN_BYTES = 64;   // of a part that is not recognised
-    constexpr char DIGITS[] = "0123456789ABCDEF";
 
     struct Options_s
     {
@@ -212,8 +212,8 @@ namespace
                     continue;
                 }
                 auto const cByte = static_cast<unsigned char>(sBytes[i]);
-                sOut += DIGITS[cByte >> 4];
-                sOut += DIGITS[cByte & 0xF];
+                sOut += plat::HEX_DIGITS[cByte >> 4];
+                sOut += plat::HEX_DIGITS[cByte & 0xF];
                 sOut += ' ';
                 sCharacters += cByte >= ' ' && cByte < 0x7F ? sBytes[i] : '.';
             }
@@ -437,8 +437,8 @@ namespace
             std::string sHex;
             for (char const cByte : sBytes)
             {
-                sHex += DIGITS[static_cast<unsigned char>(cByte) >> 4];
-                sHex += DIGITS[static_cast<unsigned char>(cByte) & 0xF];
+                sHex += plat::HEX_DIGITS[static_cast<unsigned char>(cByte) >> 4];
+                sHex += plat::HEX_DIGITS[static_cast<unsigned char>(cByte) & 0xF];
             }
             return sHex;
         }
