@@ -9,6 +9,8 @@
 
 #include <ctime>
 
+int const * SharedPageData();   // modules/sharedpage.cpp
+
 namespace
 {
     using testing::ContainsRegex;
@@ -361,6 +363,7 @@ TEST(CrashReportModules, FindTheSectionOfAnAddress)
     EXPECT_EQ(Find(s_dData + 1), std::tuple(true, sProgram, iData, nData + 1));
     EXPECT_FALSE(std::get<0>(Find(nullptr)));
     EXPECT_EQ(std::get<1>(Find(&bText)), "[stack]");
+    EXPECT_EQ(std::get<3>(Find(SharedPageData() + 1)), sizeof(int));
 }
 
 TEST(CrashReportOutside, KnowsNothingAndCapturesTheCallersRegisters)

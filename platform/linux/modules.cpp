@@ -27,17 +27,20 @@ namespace plat
 
         // Finds the mapping that holds an address. Returns false if there is none. Right after a mapping of a file, a
         // mapping without a file has that file's zeroed data. For an address in it, Found is the mapping of the file.
-        bool FindMapping(std::uintptr_t Address, Mapping_t & Found)
+        // ModuleStart is the start of the first of the mappings of this file that follow one another.
+        bool FindMapping(std::uintptr_t Address, Mapping_t & Found, std::uintptr_t & ModuleStart)
         {
             Maps_c Maps;
             Mapping_t Mapping;
             std::uintptr_t FileEnd = 0;
+            Found.szPath[0] = '\0';
             while (Maps.Next(Mapping) && Mapping.Start <= Address)
             {
                 bool const bAfterFile = Mapping.szPath[0] == '\0' && Mapping.Start == FileEnd;
                 FileEnd = Mapping.szPath[0] == '/' || bAfterFile ? Mapping.End : 0;
                 if (!bAfterFile)
                 {
+                    ModuleStart = std::strcmp(Mapping.szPath, Found.szPath) == 0 ? ModuleStart : Mapping.Start;
                     Found = Mapping;
                 }
                 if (Address < Mapping.End)
@@ -48,27 +51,39 @@ namespace plat
             return false;
         }
 
-        // Finds the load bias: an address in memory minus the same address in the file. Returns false if no segment of
-        // the file is mapped there, or if the file can't be read.
-        bool FindBias(int iFile, Header_t const & Header, Mapping_t const & Mapping, std::uintptr_t & nBias)
+        // Finds the load bias: an address in memory minus the same address in the file. Segments may share a page of
+        // the file. Of those that have the mapping's page, finds the one with which the first segment, that of the
+        // lowest address, is at ModuleStart. Returns false if no segment of the file is mapped there, or if the file
+        // can't be read.
+        bool FindBias(int iFile, Header_t const & Header, Mapping_t const & Mapping, std::uintptr_t ModuleStart,
+            std::uintptr_t & nBias)
         {
             Segment_t Segment;
+            std::uintptr_t nOfStart = 0;   // the bias with which the first segment is at ModuleStart
+            bool bFirst = true, bFound = false;
             for (unsigned i = 0; i < Header.e_phnum; ++i)
             {
                 if (!ReadAt(iFile, Header.e_phoff + std::uint64_t{ i } * Header.e_phentsize, Segment))
                 {
                     return false;
                 }
-                std::uint64_t const nFirst = Segment.p_offset & ~PAGE_MASK;
-                if (Segment.p_type == PT_LOAD && Mapping.nOffset >= nFirst
-                    && Mapping.nOffset < Segment.p_offset + Segment.p_filesz)
+                if (Segment.p_type != PT_LOAD)
                 {
-                    nBias = static_cast<std::uintptr_t>(
-                        Mapping.Start - (Segment.p_vaddr + (Mapping.nOffset - Segment.p_offset)));
-                    return true;
+                    continue;
+                }
+                nOfStart =
+                    bFirst ? static_cast<std::uintptr_t>(ModuleStart - (Segment.p_vaddr & ~PAGE_MASK)) : nOfStart;
+                bFirst = false;
+                auto const nOfSegment = static_cast<std::uintptr_t>(
+                    Mapping.Start - (Segment.p_vaddr + (Mapping.nOffset - Segment.p_offset)));
+                if (Mapping.nOffset >= (Segment.p_offset & ~PAGE_MASK)
+                    && Mapping.nOffset < Segment.p_offset + Segment.p_filesz && (!bFound || nOfSegment == nOfStart))
+                {
+                    nBias = nOfSegment;
+                    bFound = true;
                 }
             }
-            return false;
+            return bFound;
         }
 
         // Finds the first section that holds an address of the file or ends at it. Returns false if there is none, or
@@ -105,7 +120,8 @@ namespace plat
     {
         *pPlace = {};
         Mapping_t Mapping;
-        if (!FindMapping(Address, Mapping))
+        std::uintptr_t ModuleStart = 0;
+        if (!FindMapping(Address, Mapping, ModuleStart))
         {
             return false;
         }
@@ -120,7 +136,7 @@ namespace plat
         Header_t Header;
         std::uintptr_t nBias = 0;
         return File.IsOpen() && ReadAt(File.Get(), 0, Header) && IsOurs(Header)
-               && FindBias(File.Get(), Header, Mapping, nBias)
+               && FindBias(File.Get(), Header, Mapping, ModuleStart, nBias)
                && FindSection(File.Get(), Header, Address - nBias, *pPlace);
     }
 }
