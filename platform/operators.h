@@ -9,13 +9,13 @@
 namespace plat
 {
     /// A form of new with its delete. A pointer is null if there is no such function. ALIGNMENT is std::align_val_t or
-    /// nothing.
+    /// nothing. Each has further variants: with std::nothrow, and a delete with the size.
     template <typename... ALIGNMENT>
     struct OperatorPair_T
     {
         void * (*fnNew)(std::size_t nBytes, ALIGNMENT... nAlignment) = nullptr;   // throws std::bad_alloc
         void (*fnDelete)(void * pMemory, ALIGNMENT... nAlignment) = nullptr;
-        bool bOneModule = true;    // whether both belong to one module
+        bool bOneModule = true;    // whether both, and all variants of them, belong to one module
         bool bOwnDelete = false;   // whether fnDelete is the library's
     };
 

@@ -19,11 +19,12 @@ TEST(Binding, ABlockReachesTheHeapThatItCameFrom)
     std::string const sPrefix =
         std::string(*TEST_EMULATOR ? "ASAN_OPTIONS=detect_leaks=0 " : "") + TEST_EMULATOR BINDING_FOLDER "/";
     // A program that reaches the library in one way, and how often it says that its `delete` is another heap's. The
-    // checker refuses a plugin that binds deep.
+    // checker refuses a plugin that binds deep, and a foreign delete.
     for (auto const & [szCommand, nNotices] :
         Rows_t<char const *, int>{ { "binding_direct", plat::ADDRESS_CHECKER }, { "binding_through_engine", 1 },
             { "binding_static_runtime", 1 }, { "binding_plugin " BINDING_ENGINE, 1 }, { "binding_checked", 1 },
-            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_plugin " BINDING_ENGINE " deep", 1 } })
+            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_plugin " BINDING_ENGINE " deep", 1 },
+            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_sized_delete", 1 } })
     {
         Result_s const Result = RunShell(sPrefix + szCommand + " 2>&1");
         SCOPED_TRACE(szCommand + ('\n' + Result.sOutput));

@@ -432,7 +432,7 @@ TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
         RunTool("crash" + sFile).sOutput, ContainsRegex("^write to address 0x10 in stripped\\+[0-9A-F]+, thread"));
     EXPECT_THAT(RunTool("crash" + sFile).sOutput,
         ContainsRegex("\n  > #0 +stripped.*\n +no name in this file; --symbols FOLDER reads it from one with build-id "
-                      "[0-9a-f]{40}\n\nStack\n"));
+                      "[0-9a-f]+\n\nStack\n"));
     Result_s const Named = RunTool("crash --symbols " + m_Folder.Join("symbols") + sFile);
     if (Named.sOutput.find("needs a build with libdw") != std::string::npos)
     {
@@ -443,7 +443,7 @@ TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
         ContainsRegex("^write to address 0x10 in \\(anonymous namespace\\)::WriteInlined \\(crasher.cpp:[0-9]+\\), "));
     EXPECT_THAT(Named.sOutput, ContainsRegex("#0 .*WriteInlined \\[inlined\\]  .*/crasher.cpp:[0-9]+\n +#1 "));
     Result_s const Unknown = RunTool("crash --symbols " + m_Folder.MakeFolder("empty") + sFile);
-    EXPECT_THAT(Unknown.sOutput, ContainsRegex("\nno symbols for " + sProgram + ", build-id [0-9a-f]{40}\n$"));
+    EXPECT_THAT(Unknown.sOutput, ContainsRegex("\nno symbols for " + sProgram + ", build-id [0-9a-f]+\n$"));
 }
 
 TEST_F(ZqtoolCrash, ColoursAreForTerminalsAlone)

@@ -16,9 +16,9 @@ namespace
 {
     constexpr std::size_t PROBE_BYTES = 24;
 
-    // Stores the pair in Foreign and returns true if a part of it is foreign and no part is missing. Replaces the
-    // library's own part by the next module's, because a program may contain a `new` of its own runtime without the
-    // `delete`, or the reverse.
+    // Stores the pair in Foreign and returns true if a part or a variant of it is foreign and no part is missing.
+    // Replaces the library's own part by the next module's, because a program may contain a `new` of its own runtime
+    // without the `delete`, or the reverse.
     template <typename... ALIGNMENT>
     bool TryPair(plat::OperatorPair_T<ALIGNMENT...> plat::Operators_t::*pPair, plat::Operators_t & Foreign,
         plat::Operators_t const & Bound, ALIGNMENT... nAlignment)
@@ -30,14 +30,13 @@ namespace
         }
         void * const pBlock = Pair.fnNew(PROBE_BYTES, nAlignment...);
         bool const bOwnNew = MemoryIsOwnBlock(pBlock);
-        bool const bOwnDelete = Pair.bOneModule ? bOwnNew : Pair.bOwnDelete;
-        if (bOwnNew != bOwnDelete)
+        if (!Pair.bOneModule)
         {
             plat::OperatorPair_T<ALIGNMENT...> const Next = plat::OperatorsAfterOwn().*pPair;
             Pair.fnNew = bOwnNew ? Next.fnNew : Pair.fnNew;
-            Pair.fnDelete = bOwnDelete ? Next.fnDelete : Pair.fnDelete;
+            Pair.fnDelete = Pair.bOwnDelete ? Next.fnDelete : Pair.fnDelete;
         }
-        bool const bForeign = (!bOwnNew || !bOwnDelete) && Pair.fnNew && Pair.fnDelete;
+        bool const bForeign = (!bOwnNew || !Pair.bOneModule) && Pair.fnNew && Pair.fnDelete;
         if (bForeign)
         {
             Foreign.*pPair = Pair;

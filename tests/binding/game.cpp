@@ -1,12 +1,22 @@
 // A program that reaches the library in one of several ways, as it is linked: by itself, through another library, or
 // through a plugin, whose file is the argument. Frees a block that the engine took, and prints "done".
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <new>
 #include <string>
 
 #ifndef GAME_LOADS_PLUGIN
 extern "C" int * EngineTake();
+#endif
+
+#ifdef GAME_HAS_SIZED_DELETE
+// One form of many, as some linkers export those of a static C++ runtime.
+__attribute__((visibility("default"))) void operator delete(void * pBlock, std::size_t, std::align_val_t) noexcept
+{
+    std::free(pBlock);
+}
 #endif
 
 int main([[maybe_unused]] int nArguments, [[maybe_unused]] char ** dArguments)
