@@ -58,7 +58,7 @@ namespace plat
     /// system allows. It fails in these cases:
     /// - The address, the length or the kind of a register is bad.
     /// - The system refuses a register, for instance because a debugger holds them all or the process lacks the right.
-    /// - The system accepts a register without effect, as some hypervisors do. A test finds this, and its success is
-    ///   stored.
+    /// - The system accepts a register without effect, as some hypervisors do. A test finds this. It is not repeated
+    ///   once a register has had an effect.
     bool DebugRegistersWrite(DebugRegisters_t const & Registers);
 }

@@ -5,8 +5,8 @@
 //   keeps the block's category in it.
 // - own bytes of a block: those that the user of the block sees. They are the whole block until HeapSetOwn narrows it,
 //   for instance to the aligned part of a larger block.
-// - fence: at least 4 bytes of HEAP_FENCE before each block and after its own bytes. Damage is reported when the block is
-//   freed.
+// - fence: at least 4 bytes of HEAP_FENCE before each block and after its own bytes. Damage is reported when the block
+//   is freed.
 //
 // New memory is filled with HEAP_NEW and freed memory with HEAP_FREED. A block of more than HEAP_FILL_LIMIT bytes is
 // filled at its ends only. A hook is called under the heap's lock before each event takes effect.

@@ -1,6 +1,6 @@
 // cfilemedia.h: where the media are, which of them belong to this game, and the module that registers them.
 //
-// Make all settings before the modules start. A pack is a file whose presence marks a folder as the media root. Nothing
+// Make all settings before the modules start. The presence of the main pack marks a folder as the media root. Nothing
 // here opens a pack.
 //
 // Ownership: texts are copied.

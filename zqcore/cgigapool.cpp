@@ -402,7 +402,7 @@ inline void GigaPoolResizeable_c::OpenGroup()
     }
 }
 
-// Closes the open group, if there is one. Each change of a chunk requires this first.
+// Closes the open group, if there is one. Each change of a chunk, except by the fast paths, requires this first.
 inline void GigaPoolResizeable_c::CloseGroup()
 {
     if (m_Open.IsOpen())

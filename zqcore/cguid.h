@@ -8,9 +8,9 @@
 //
 // Ownership: a Guid_c is a plain value.
 // Threads: any thread may create one.
-// Cost: creating takes 100 ns or more, because each identifier has a tick of 100 ns of its own. Create allocates only
-// when it reads the network interfaces: the first time, after a host has set another source of addresses, and at
-// most once a second while no address is global.
+// Cost: identifiers created in a row take 100 ns each or more, because each has a tick of 100 ns of its own. Create
+// allocates only when it reads the network interfaces: the first time, after a host has set another source of
+// addresses, and at most once a second while no address is global.
 // Failure: Create and the readers return false and leave their output as it was. CreateNewId asserts.
 //
 //     Guid_c Guid, Copy;

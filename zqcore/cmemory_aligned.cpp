@@ -17,10 +17,11 @@ namespace
 {
     constexpr std::size_t WORD = sizeof(void *);
     constexpr std::uint8_t GAP_BYTE = 0xBD;
-    constexpr auto GAP_FILL = static_cast<std::uintptr_t>(EACH_BYTE * GAP_BYTE);   // of a live block's header
-    constexpr auto FREED_FILL =
-        static_cast<std::uintptr_t>(EACH_BYTE * plat::HEAP_FREED);                          // of a freed block's header
-    constexpr auto PLAIN_FILL = static_cast<std::uint32_t>(EACH_BYTE * plat::HEAP_FENCE);   // before a plain block
+
+    // Gap of a live block's header, gap of a freed block's header, and the bytes before a plain block.
+    constexpr auto GAP_FILL = static_cast<std::uintptr_t>(EACH_BYTE * GAP_BYTE);
+    constexpr auto FREED_FILL = static_cast<std::uintptr_t>(EACH_BYTE * plat::HEAP_FREED);
+    constexpr auto PLAIN_FILL = static_cast<std::uint32_t>(EACH_BYTE * plat::HEAP_FENCE);
 
     struct Header_s
     {

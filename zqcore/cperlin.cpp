@@ -19,7 +19,7 @@ namespace
     constexpr int LATTICE = 256;
     constexpr int REPEATED = LATTICE + 2;   // entries that are repeated, so that no sum of indices needs to wrap
     constexpr int TABLE_SIZE = LATTICE + REPEATED;
-    constexpr float OFFSET = 4096.0f;   // makes coordinates positive, so that truncation is floor
+    constexpr float OFFSET = 4096.0f;   // moves coordinates from -4096 on to 0 or above, so that truncation is floor
 
     constinit ModulePerlin_c g_Module;
     constinit std::uint32_t g_dwSeed = 1;
@@ -101,10 +101,10 @@ namespace
         }
     }
 
-    // Position of a point on the lattice, one lane for each axis.
+    // Position on the lattice of a point, moved by OFFSET, one lane for each axis.
     struct Place_s
     {
-        plat::Int4_t Cell;   // lattice point at or below the point
+        plat::Int4_t Cell;   // lattice point at or below the moved point
         Float4_t r0;         // distance from Cell
         Float4_t r1;         // distance from Cell + 1
         Float4_t Weight;     // of Cell + 1

@@ -39,7 +39,8 @@ namespace archives
         }
     }
 
-    // Reserves what the rest of the archive can fill.
+    // Reserves room for the elements, but no more bytes than the rest of the archive has. Reserves none if the length
+    // of the archive is unknown.
     template <typename T>
     void Reserve(Serializeable_c const & Archive, T & dItems, std::size_t nElements)
     {
@@ -50,7 +51,7 @@ namespace archives
         }
     }
 
-    // Loads elements one by one. A text that is there already keeps its storage.
+    // Loads elements one by one. Texts that are there already keep their storage, unless there are more than nElements.
     template <typename T>
     void LoadElements(Serializeable_c & Archive, T & dItems, std::size_t nElements)
     {

@@ -153,8 +153,8 @@ namespace
         return "";
     }
 
-    // Returns a message if a path is too long, else an empty text. The library keeps a location in 255 characters. A
-    // new save is written next to the old one.
+    // Returns a message if a path is too long, else an empty text. The library keeps a location in 255 characters and a
+    // bare name in 127. A new save is written next to the old one, under a longer name.
     std::string CheckLength(char const * szWhat, std::string const & sPath)
     {
         bool const bGood = sPath.size() < 240 && std::filesystem::path(sPath).filename().string().size() < 120;

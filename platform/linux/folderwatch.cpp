@@ -79,7 +79,7 @@ namespace plat
         bool IsComplete();
         bool IsGone() const { return m_dFolders.empty(); }
 
-        std::size_t m_nUnwatched = 0;   // least number of folders that the kernel refused to watch
+        std::size_t m_nUnwatched = 0;   // folders, and links to folders, left when the kernel refused a watch
         int m_iRefusal = 0;             // error of the latest refusal
 
     private:

@@ -20,7 +20,7 @@ namespace zqsymbols
         std::uint64_t GetInside() const { return nAddress - (bCall ? 1 : 0); }
     };
 
-    /// The frames of one thread, each unwound when it or its callee is first asked for.
+    /// The frames of one thread. Get unwinds them up to the caller of the frame that it returns.
     class Frames_c
     {
     public:
