@@ -53,8 +53,8 @@ ZQ_PRINTF_TEXTS(ZQ_INLINE void, , ClipboardPrintf)
 /// Returns false and writes nothing if there is no text.
 bool ClipboardGetData(char * pData);
 
-/// Returns the bytes of the text's block: the text, the zero at its end, and what another program stored after that.
-/// Returns 0 without a text and while the clipboard is closed.
+/// Returns the size of the text's block in bytes: the text, the zero at its end, and what another program stored after
+/// that. Returns 0 without a text and while the clipboard is closed.
 std::size_t ClipboardGetSize();
 
 /// Returns whether the text's block holds only the zero. Returns false without a text.

@@ -64,14 +64,14 @@ namespace
     using Reason_t = FileReplacement_c::Reason_t;
 
     // Opens a file for reading and tracks its handle. On failure returns null and stores the system's reason in
-    // pReason, unless that is null.
+    // sReason.
     plat::File_t OpenTracked(
-        char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts, Reason_t * pReason)
+        char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts, Reason_t & sReason)
     {
         Tracked_c File(plat::FileOpenRead(szLocation, eShare, &Facts));
-        if (!File.Get() && pReason)
+        if (!File.Get())
         {
-            *pReason = LastErrorReason();
+            sReason = LastErrorReason();
         }
         FileOpenTracker(File.Get(), szLocation);
         if (FileIsCollecting())
@@ -209,7 +209,7 @@ int File_c::RefOpen()
         {
             if (!m_pWhyNot)
             {
-                SetWhyNot("it can't be read");   // a kind of a library above stored no reason
+                SetWhyNot("it can't be read");   // an Open of a library above stored no reason
             }
             return m_bLost ? 0 : GetOpensCount();
         }
@@ -357,7 +357,7 @@ bool FileOnDisk_c::Open(void * pBuffer)
     FileLocation_c const sLocation(*this);
     plat::FileFacts_t Facts;
     Reason_t sReason;
-    Tracked_c File(OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, &sReason));
+    Tracked_c File(OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, sReason));
     if (!File.Get())
     {
         LogEscaped("FileOnDisk_c::Open: Cannot open file: '%s'", static_cast<char const *>(sLocation));
@@ -472,7 +472,7 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
     FileLocation_c const sLocation(*this);
     plat::FileFacts_t Facts;
     Reason_t sReason;
-    plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, &sReason);
+    plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, sReason);
     if (!hFile)
     {
         LogEscaped("FileOnDisk_c::Load: Cannot open file: '%s'", static_cast<char const *>(sLocation));
@@ -540,7 +540,7 @@ bool FileStored_c::OpenStored()
     FileLocation_c const sLocation(*m_pFile);
     plat::FileFacts_t Facts;
     Reason_t sReason;
-    m_hFile = OpenTracked(sLocation, plat::Share_e::Read, Facts, &sReason);
+    m_hFile = OpenTracked(sLocation, plat::Share_e::Read, Facts, sReason);
     if (m_hFile && IsTooLarge(Facts, "FileStored_c::OpenStored", sLocation))
     {
         CloseHandle();

@@ -10,7 +10,7 @@
 #include "zqcore/cserialize.h"
 #include "zqcore/cwarehouse.h"
 
-#ifdef GAME_ZIP   // the component zip was asked for
+#ifdef GAME_ZIP   // the build has the component zip
     #include "zqcore/czip.h"
 #endif
 

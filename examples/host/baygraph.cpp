@@ -99,7 +99,7 @@ namespace
     void Definitions_T<T>::SerializeFields(Serializeable_c &, T &)
     {}   // nothing of a route or a type changes
 
-    // Goods and harbours change. Their bodies follow the objects that they use.
+    // Goods and harbours change. The bodies of these functions follow the objects that they use.
     template <>
     void Definitions_T<Good_s>::SerializeFields(Serializeable_c & Archive, Good_s & Good);
     template <>

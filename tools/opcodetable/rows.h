@@ -1,11 +1,11 @@
-// rows.h: the readable rows of the opcode table, and their translation to the strings of the engine.
+// rows.h: the readable rows of the opcode table, and their translation to the strings of the decoder.
 #pragma once
 
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-/// A pattern and a format as the engine reads them.
+/// A pattern and a format as the decoder reads them.
 struct Row_t
 {
     std::string sPattern;

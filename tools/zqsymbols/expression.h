@@ -44,7 +44,7 @@ namespace zqsymbols
         std::optional<std::uint64_t> nFrameBase{};   // likewise
         Frame_t const * pFrame = nullptr;         // frame whose caller has the entry values; null if they are unknown
         EntryValues_t * pEntryValues = nullptr;   // not null with pFrame
-        unsigned nCallers = 0;                    // number of frames from the one whose values are asked for to pFrame
+        unsigned nCallers = 0;                    // number of calls from pFrame to the frame whose values are asked for
         Dwarf_Attribute * pAttribute = nullptr;   // attribute that has the expression, or null
     };
 

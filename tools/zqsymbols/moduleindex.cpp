@@ -206,7 +206,7 @@ namespace zqsymbols
             return std::move(Sized.m_dRanges);
         }
 
-        // Returns the bytes of the section of units, as stored, or 0 if there is none.
+        // Returns the size of the section of units in bytes, as stored, or 0 if there is none.
         std::uint64_t UnitBytes(Dwarf * pDwarf)
         {
             Elf * const pElf = pDwarf == nullptr ? nullptr : dwarf_getelf(pDwarf);

@@ -71,7 +71,7 @@ namespace zqsymbols
         std::optional<Symbol_t> SymbolAt(std::uint64_t nAddress);
 
         /// Copies memory of the examined process, for modules that no file has. Returns false if it is not readable,
-        /// which it never is without a process.
+        /// and always without a process.
         virtual bool Read(std::uint64_t nAddress, void * pBuffer, std::size_t nBytes);
 
         /// Opens the module that is only in memory and returns it, for the function by which libdw finds a module.

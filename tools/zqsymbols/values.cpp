@@ -68,7 +68,7 @@ namespace zqsymbols
             return std::string(szText, Result.ptr);
         }
 
-        // Returns the text of a number of IEEE 754, or with bExtended of the x87's 80 bits if it has 12 or 16 bytes.
+        // Returns the text of a number of IEEE 754. With bExtended, a number of 12 or 16 bytes is the x87's of 80 bits.
         std::string Real(std::uint8_t const * pBytes, std::uint64_t nSize, bool bExtended)
         {
             __extension__ using Quad_t = __float128;
@@ -183,7 +183,8 @@ namespace zqsymbols
         return IsStructure(iMember) && (dwarf_tag(&Owner) == DW_TAG_inheritance || NameOf(&Owner).empty());
     }
 
-    // Returns the nearest member of the name: one of the structure, or else of its bases, or else of their bases.
+    // Returns the nearest member of the name: one of the structure, or else of its bases and unnamed members, or else
+    // of theirs.
     std::optional<Value_t> Values_c::MemberNamed(Value_t const & Value, std::string_view sName)
     {
         std::deque<plat::SymbolType_t> dStructures = { Value.iType };

@@ -103,8 +103,8 @@ namespace
         return Archive.Scan.dProblems.empty() && (!Archive.bSave || Archive.Save.eState == FileSave_c::WHOLE);
     }
 
-    // Returns whether a file is hardly an archive: it has no part of one except texts, and a version that nobody would
-    // choose. Returns false for a save.
+    // Returns whether a file is probably no archive: its major version is above MOST_MAJOR, and nothing in it but texts
+    // is recognised. Returns false for a save.
     bool IsForeign(Archive_s const & Archive)
     {
         constexpr std::uint32_t MOST_MAJOR = 255;
@@ -196,6 +196,12 @@ namespace
         sOut.append(szOffset).append(static_cast<std::size_t>(std::min(nDepth, MOST_INDENT)) * 2, ' ');
     }
 
+    void AppendHex(std::string & sOut, char cByte)
+    {
+        sOut += plat::HEX_DIGITS[static_cast<unsigned char>(cByte) >> 4];
+        sOut += plat::HEX_DIGITS[static_cast<unsigned char>(cByte) & 0xF];
+    }
+
     // Appends bytes as lines of hexadecimal digits and characters.
     void AppendDump(std::string & sOut, std::string_view sBytes, std::size_t nAt, int nDepth)
     {
@@ -211,11 +217,9 @@ namespace
                     sOut += "   ";
                     continue;
                 }
-                auto const cByte = static_cast<unsigned char>(sBytes[i]);
-                sOut += plat::HEX_DIGITS[cByte >> 4];
-                sOut += plat::HEX_DIGITS[cByte & 0xF];
+                AppendHex(sOut, sBytes[i]);
                 sOut += ' ';
-                sCharacters += cByte >= ' ' && cByte < 0x7F ? sBytes[i] : '.';
+                sCharacters += sBytes[i] >= ' ' && sBytes[i] < 0x7F ? sBytes[i] : '.';
             }
             sOut += ' ' + sCharacters + '\n';
         }
@@ -437,8 +441,7 @@ namespace
             std::string sHex;
             for (char const cByte : sBytes)
             {
-                sHex += plat::HEX_DIGITS[static_cast<unsigned char>(cByte) >> 4];
-                sHex += plat::HEX_DIGITS[static_cast<unsigned char>(cByte) & 0xF];
+                AppendHex(sHex, cByte);
             }
             return sHex;
         }

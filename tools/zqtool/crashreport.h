@@ -18,7 +18,7 @@ struct CrashVariable_t
     std::string sWord;    // "parameter" or "local"; empty for a member; "..." for others, which are left out
     std::string sName;    // of "...": what is left out
     std::string sType;    // empty if unknown
-    std::string sValue;   // empty for a variable whose members follow
+    std::string sValue;   // in a report empty for a variable whose members follow
 };
 
 /// A frame of a stack.
