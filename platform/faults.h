@@ -108,7 +108,7 @@ namespace plat
 
     /// Allocates a stack for faults of the calling thread, so that a stack overflow on it is reported too. Returns
     /// false if the system refuses. The end of the thread releases the stack. These threads have one without this call:
-    /// - the thread that set the filter, which is as a rule the main thread.
+    /// - the thread whose FaultFilterSet hooked the faults, which is as a rule the main thread.
     /// - on systems where the library can hook the creation of threads, those that are started while it is loaded.
     ///   This excludes threads that the C library starts for itself, and those of programs that bind the C library's
     ///   functions before this library's (docs/porting.md).

@@ -18,7 +18,7 @@
 
 namespace exceptionreport
 {
-    inline constexpr std::size_t LINE_SIZE = 4096;     // bytes of a line of stack or source, or of the dialog's text
+    inline constexpr std::size_t LINE_SIZE = 4096;     // bytes of a buffer for a line, or for the dialog's text
     inline constexpr std::size_t SYMBOL_SIZE = 2048;   // bytes of a variable's text
     inline constexpr std::size_t NAME_SIZE = 1024;     // bytes of the name of a function, a variable or a file
     inline constexpr std::size_t STACK_FRAMES = 256;   // further outer frames are left out

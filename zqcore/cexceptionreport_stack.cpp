@@ -101,7 +101,7 @@ namespace
         }
     }
 
-    // Appends a line to the dialog's text. Returns false and leaves the line out if it does not fit.
+    // Appends a line to the dialog's text. Returns false and leaves the line out if the text would then be full.
     bool AddToDialog(char const * szLine, Text_c & DialogText)
     {
         std::size_t const nBefore = DialogText.GetLength();

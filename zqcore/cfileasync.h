@@ -62,7 +62,7 @@ ZQ_API void FileStayerResetMask();
 ZQ_API void FileStayerResetAll();
 
 /// Opens all files of an extension, in lower case with its dot. Each that can be read has a reference more until
-/// FileUnfetch. Both numbers in the log line include the others. Asserts that szExt is not null.
+/// FileUnfetch. Both numbers in the log line include those that can't be read. Asserts that szExt is not null.
 ZQ_API void FilePrefetch(char const * szExt);
 
 /// Closes all files of an extension once. From a file that FilePrefetch has not read, it releases the reference of

@@ -179,8 +179,8 @@ namespace
         }
     }
 
-    // Returns the file of a folder that Top is or hides, if a load could place it: its folder is in the table, and no
-    // other object of the table has its key. Otherwise returns null.
+    // Returns the file of a folder that Top is or hides, if a load could place it: its folder is in the table, and a
+    // search for its key finds Top, not another object of the same key. Otherwise returns null.
     File_c const * PlaceableFileOf(File_c & Top)
     {
         File_c const * const pFile = FileHiding_c::InFolder(Top);

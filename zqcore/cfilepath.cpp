@@ -65,7 +65,7 @@ namespace
             bRemoved = true;
             bool const bTop = pFile == pTop;
             FileClose(pFile);
-            FileStayerForget(*pFile, false);   // the call above closed that entry's reference
+            FileStayerForget(*pFile, false);   // FileClose released the reference of one entry
             if (pFile->GetOpensCount() == 0)
             {
                 delete pFile;

@@ -185,7 +185,7 @@ inline bool MemoryMayAlign(std::size_t nSize, std::size_t nAlignment, std::size_
     return nOffset == 0 || nOffset < nSize || MemoryRefuseAlignment("offset must be within size");
 }
 
-/// Writes what a snapshot lists, all to pAll and what has no category to pUndefined, and returns the tally. Both files
+/// Writes what a snapshot lists, all to pAll and what has no category to pUndefined, and returns the tally. Either file
 /// may be null.
 MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined);
 

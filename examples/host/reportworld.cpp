@@ -12,8 +12,7 @@
 
 namespace
 {
-    // Prints each kind's share of the work in the simple profiler's previous span of 32 frames. Skips kinds without
-    // time.
+    // Prints each kind's share of the work in the simple profiler's previous span. Skips kinds without time.
     void PrintShares()
     {
         auto const Ticks = [](int iType)

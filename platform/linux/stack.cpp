@@ -95,8 +95,8 @@ namespace plat
 #endif
         }
 
-        // Runs a call on this stack and stores its exception. The caller rethrows it there, because the checker must
-        // be informed of the change of stacks before that.
+        // Runs a call on this stack and stores its exception. StackCallOn rethrows it on the caller's stack: the
+        // checker must be informed of the change of stacks before that.
         void Run(void * pCall)
         {
             Call_s & Call = *static_cast<Call_s *>(pCall);

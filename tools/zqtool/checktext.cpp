@@ -508,7 +508,7 @@ namespace
         FileText_t m_Text;
         char const * m_szSeparators;
         std::size_t m_nPlacedLine = NOWHERE;   // start of the line, or of a spreadsheet's row, of m_dPlaces
-        std::vector<std::size_t> m_dPlaces;    // of its cells: all of a row, of a line up to the last one sought
+        std::vector<std::size_t> m_dPlaces;    // of all cells of a row, or of a line's up to the last one sought
         std::vector<Found_t> m_dFound;
         CheckedText_t m_Result;
     };
