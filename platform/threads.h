@@ -16,11 +16,11 @@ namespace plat
     /// Bytes of a thread's name with its terminator.
     inline constexpr std::size_t THREAD_NAME_SIZE = 16;
 
-    /// A recursive lock that spins before it sleeps.
+    /// A recursive lock. A thread that waits for it can spin before it sleeps.
     class Lock_c
     {
     public:
-        /// Creates a free lock. Enter tries nSpin times before it sleeps.
+        /// Creates a free lock. Enter spins up to nSpin times before it sleeps.
         constexpr explicit Lock_c(int nSpin = 0)
             : m_nSpin(nSpin)
         {}
@@ -49,7 +49,7 @@ namespace plat
         void EnterSlowly();
 
         WaitWord_t m_nState{ 0 };   // free, held, or held while threads may sleep
-        int m_nSpin;                // tries before the thread sleeps
+        int m_nSpin;                // most spins before the thread sleeps
         std::atomic<LockOwner_t> m_Owner{};
         std::uint32_t m_nDepth = 0;   // further Enters of the owner
     };

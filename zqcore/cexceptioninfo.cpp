@@ -34,7 +34,7 @@ namespace
     constinit std::atomic<bool> g_bStop = false;
     char g_szExceptionTrace[EXCEPTION_TRACE_SIZE];
 
-    // Forgets the support thread and the pending fault: a forked child has no such thread, and no thread waits for one.
+    // Forgets the support thread and the pending fault. A forked child has neither that thread nor one that awaits it.
     void LeaveSupportThread()
     {
         if (g_HandOver.TryEnter())

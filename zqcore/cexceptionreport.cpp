@@ -202,8 +202,8 @@ namespace
         }
     }
 
-    // Reports the stack through the host's code. If a step faults or hangs, only that step is lost. Ends a silent
-    // process.
+    // Reports the stack through the host's code. If a step faults or exceeds its limit, only that step is lost. Ends a
+    // silent process.
     void ReportStack(bool bSilent)
     {
         constexpr unsigned LIMIT = ExceptionReport_c::HOST_LIMIT;

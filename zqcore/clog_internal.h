@@ -35,9 +35,9 @@ public:
     /// Writes a text, as a rule a line with its end. Counts a lost line and returns false if a part of it is lost.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
-    /// Continues in the file that has the log's name now, if another process has renamed this one. The logs call it
-    /// before each line. It looks at most once a second, and not without a limit of LogSetLimit. The rest is as for
-    /// Limit.
+    /// Continues in the file that has the log's name now, or in a new one, if this one was deleted or another process
+    /// has renamed it. Checks that at most once a second, and only with a limit of LogSetLimit. The logs call it before
+    /// each line, but LogWriteBare does not. pStream and fnPath are as for Limit.
     template <typename PATH>
     void Follow(std::FILE * pStream, PATH const & fnPath)
     {
@@ -102,7 +102,7 @@ private:
     plat::FileIdentity_t m_OwnFile;                      // file of the own stream; BeginAnew changes it under a lock
     std::atomic<std::uint64_t> m_nSize = UNKNOWN_SIZE;   // of the file; counted while there is a limit
     std::atomic<std::uint32_t> m_nLost = 0;              // number of lost lines, and the flag TORN
-    std::atomic<std::uint32_t> m_tLooked = 0;            // when Follow looked, by plat::CoarseClockMilliseconds
+    std::atomic<std::uint32_t> m_tLooked = 0;            // of Follow's last check, by plat::CoarseClockMilliseconds
 };
 
 /// Writes a line, which includes its line end, to the main log without time and frame. Does nothing while the log is

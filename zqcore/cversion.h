@@ -1,8 +1,8 @@
 // cversion.h: the version of these headers and of the loaded library.
 //
 // Below 1.0 each minor version may change the interface. From 1.0 on only a major version may. The file name that a
-// program loads (the soname) holds that version, so a program never loads a library with a changed interface. From 1.0
-// on it may load a library of an earlier minor version, which lacks later additions.
+// program loads (the soname) holds the version up to that part, so a program never loads a library with a changed
+// interface. From 1.0 on it may load a library of an earlier minor version, which lacks later additions.
 //
 // Ownership: nothing is owned.
 // Threads: any thread.

@@ -4,7 +4,7 @@
 #include "zqcore/cfile.h"
 #include "zqcore/cstring.h"
 
-/// Reason why a file can't be used. The text is empty if the file can be used. Without bFault the media have no such
+/// Reason why a file can't be used. The text is empty if it can. Otherwise, without bFault, the media have no such
 /// file, or no acceptable row in it. With bFault the media have a fault:
 /// - the file is empty or can't be read;
 /// - the file is not of the expected kind;

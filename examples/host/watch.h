@@ -22,7 +22,7 @@ public:
     Watch_c & operator=(Watch_c const &) = delete;
 
     /// Prints what is not watched (FileTrackGetProblem), each time that changes. Returns whether the host was asked to
-    /// end. SIGINT or SIGTERM a second time ends it at once.
+    /// end. A second SIGINT, or a second SIGTERM, ends it at once.
     static bool IsOver();
 
     /// Returns whether the terminal of a watch was closed, so that nothing printed can be read.

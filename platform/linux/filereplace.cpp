@@ -21,7 +21,8 @@ namespace plat
     {
         constexpr mode_t RIGHTS = 0777;
 
-        // Returns whether a path still names an open file. If not, errno is ESTALE, or says why that is unknown.
+        // Returns whether a path still names an open file. If it names another one, errno is ESTALE. If it names none,
+        // or the system does not report it, errno is that of the failed call.
         bool StillNames(DiskPath_c & Path, int iFile)
         {
             struct stat Named, Open;

@@ -40,7 +40,7 @@ namespace zqsymbols
             std::uint64_t nAwaited = 0;   // address of the lock that it waits for, 0 for none
             std::string sLocks;           // what it holds and waits for
             int iRank = 0;                // the lowest first
-            std::string sProblem;         // why frames are missing; empty if none are
+            std::string sProblem;         // why it has no frames; empty if it has some
             std::vector<Frame_t> dFrames;
             bool bMore = false;   // whether its stack has frames after these
         };

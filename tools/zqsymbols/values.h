@@ -102,7 +102,7 @@ namespace zqsymbols
         Printers_c m_Printers;
     };
 
-    /// Returns a text cut at nMost bytes at the end of a character, with "..." after it, or the text if it fits.
+    /// Returns the whole characters that fit in nMost bytes, with "..." after them, or the text if it fits.
     std::string Shortened(std::string sText, std::size_t nMost);
 
     /// Returns a text, up to its first zero, with everything escaped that could end its line or command a terminal.

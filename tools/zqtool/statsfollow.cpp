@@ -18,11 +18,11 @@ namespace
     constexpr std::size_t MAX_ANSWER_BYTES = 4 << 20;   // of timers in one answer
     constexpr int BATCHES_AT_ONCE = 8, TURN_MILLISECONDS = 100, LAST_ANSWER_SECONDS = 3;
 
-    volatile std::sig_atomic_t g_iInterrupted = 0;
+    volatile std::sig_atomic_t g_bInterrupted = 0;
 
-    void Interrupt(int)
+    void OnInterrupt(int)
     {
-        g_iInterrupted = 1;
+        g_bInterrupted = 1;
     }
 
     class Follower_c
@@ -163,7 +163,7 @@ namespace
     {
         m_bEnded = true;
         std::int64_t const tEnd = plat::GoodClockTicks() + LAST_ANSWER_SECONDS * plat::GoodClockFrequency();
-        while (m_bAsked && !m_bSentEnd && !g_iInterrupted && plat::GoodClockTicks() < tEnd)
+        while (m_bAsked && !m_bSentEnd && !g_bInterrupted && plat::GoodClockTicks() < tEnd)
         {
             m_Server.Serve(TURN_MILLISECONDS, [this](std::string_view sRequest) { return Answer(sRequest); });
         }
@@ -179,10 +179,10 @@ namespace
             std::fprintf(stderr, "zqtool: can't serve on %s: %s", sPort.c_str(), szReason);
             return false;
         }
-        std::signal(SIGINT, Interrupt);
+        std::signal(SIGINT, OnInterrupt);
         std::printf("Open http://127.0.0.1:%i/ in a browser. Ctrl-C ends.\n", m_Server.GetPort());
         std::fflush(stdout);
-        while (!g_iInterrupted && !IsAtLimit())
+        while (!g_bInterrupted && !IsAtLimit())
         {
             bool const bMore = ReadSome();
             m_Server.Serve(
