@@ -60,8 +60,8 @@ namespace plat
         /// Returns whether a folder is watched.
         bool IsOpen() const { return m_pTree != nullptr; }
 
-        /// Returns whether the watched folder was moved or deleted, as far as IsComplete has seen. No further batch
-        /// arrives then. Returns false while closed.
+        /// Returns whether the watched folder was moved or deleted, or could not be watched again, as far as IsComplete
+        /// has seen. No further batch arrives then. Returns false while closed.
         bool IsGone() const;
 
         /// Returns what identifies the open watch in lists of open files. Returns null while closed.

@@ -47,7 +47,7 @@ namespace
     }
 
     // Shows the message with the trace of the calling thread and returns the answer. The frame of this function exists
-    // while the stack is walked, and is the first of the trace.
+    // while the stack is walked, and is the first that nSkip counts.
     ZQ_COLD int ShowFromHere(Message_s const & Message)
     {
         plat::FaultContext_t Context;

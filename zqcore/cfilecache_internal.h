@@ -5,7 +5,7 @@
 #include "zqcore/cfile.h"
 #include "zqcore/cserialize.h"
 
-/// Returns the CRC-32 of a text: the index of a folder by its text relative to the media root.
+/// Returns the index of a folder: the CRC-32 of its path below the media root, from the separator on.
 inline std::uint32_t CacheIndexOf(char const * szRelative)
 {
     return GetCrc32Polynomial(szRelative, static_cast<int>(std::strlen(szRelative)));

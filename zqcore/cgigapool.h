@@ -207,7 +207,7 @@ public:
 
     /// Frees an element and returns true, as GigaPoolStatic_c::Free does. Returns false and changes nothing if no
     /// chunk, or only a spare, holds the pointer. A chunk without elements in use becomes the spare, or is freed if
-    /// there is one.
+    /// the pool has a spare already.
     bool Free(void const * pPtr, bool bArray) { return m_pMap->Free(pPtr, bArray); }
 
     /// Returns whether a chunk with elements in use holds the pointer. The spare does not count. With a shared map the

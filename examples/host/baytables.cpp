@@ -23,7 +23,7 @@ namespace
         return Table.Get(szColumn, iNumber) && iNumber >= iLeast && iNumber <= MAX_NUMBER;
     }
 
-    // Reads a cell with a range, such as 12-34. Returns false if it is none from 0 to MAX_NUMBER.
+    // Reads a cell with a range, such as 12-34. Returns false if it has no range within 0 to MAX_NUMBER.
     bool ReadRange(Warehouse_c const & Table, char const * szColumn, int & iLowest, int & iHighest)
     {
         return Table.Get(szColumn, iLowest, iHighest) && iLowest >= 0 && iLowest <= iHighest && iHighest <= MAX_NUMBER;

@@ -36,8 +36,8 @@ namespace plat
             m_iDescriptor = iDescriptor;
         }
 
-        /// Closes the present descriptor, for a file that was written. Returns false if a write was lost, or if none is
-        /// held. A close that a signal interrupts has closed the file.
+        /// Closes the present descriptor, for a file that was written. Returns false if a write was lost, or if no
+        /// descriptor is held. A close that a signal interrupts has closed the file.
         bool Close() { return close(Release()) == 0 || errno == EINTR; }
 
         /// Releases the descriptor to the caller, who then owns it, and returns it. Returns -1 if none is held.

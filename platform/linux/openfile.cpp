@@ -30,8 +30,9 @@ namespace plat
         }
 
         // Returns whether another user may have created the file, or a link to it, so that this user writes to it.
-        // Returns true too if the file's folder can't be examined. The kernel's own check (fs.protected_regular) covers
-        // only opens that may create a file. If it returns true, errno has the reason.
+        // Returns false at once for this user's file with one name. Returns true for any other whose folder can't be
+        // examined. The kernel's own check (fs.protected_regular) covers only opens that may create a file. If it
+        // returns true, errno has the reason.
         bool IsPlanted(char const * szPath, struct stat const & File)
         {
             if (File.st_uid == geteuid() && File.st_nlink == 1)

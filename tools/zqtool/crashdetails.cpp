@@ -176,8 +176,8 @@ namespace
         return true;
     }
 
-    // Reads '4711 "render"', and ", holds LOCK" or ", waits for LOCK" after it. Returns the thread. The program chose the
-    // name, so it may hold any text.
+    // Reads '4711 "render"', and ", holds LOCK" or ", waits for LOCK" after it. Returns the thread. The program chose
+    // the name, so it may hold any text.
     CrashThread_t ReadThread(std::string_view sLine)
     {
         CrashThread_t Thread;
@@ -213,8 +213,8 @@ namespace
         }
     }
 
-    // Sets the paths of the modules in all frames, which the details list before the modules. Sets the module of the
-    // fault.
+    // Sets the paths of the modules in all frames, because the details list the frames before the modules. Sets the
+    // module of the fault.
     void SetPaths(Crash_t & Crash)
     {
         CrashModules_c const Modules(Crash);
