@@ -12,7 +12,7 @@ namespace plat
     {
         Missing,   // there is no address
         Local,     // assigned by an administrator or by software: other machines may have the same
-        Global     // assigned by the maker of the hardware: no other machine has it
+        Global     // assigned by the manufacturer of the hardware: no other machine has it
     };
 
     /// Function of a host that copies an address as NetAddressGet does.

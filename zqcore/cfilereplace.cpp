@@ -20,7 +20,8 @@ namespace
     constexpr char PREFIX[] = "~zq";
     constexpr int PREFIX_LENGTH = static_cast<int>(sizeof PREFIX) - 1;
     constexpr int DIGITS = 8;
-    constexpr int BARE_ROOM = 255 - PREFIX_LENGTH - DIGITS - 1;   // bytes of the longest file name after the prefix
+    constexpr int BARE_ROOM = 255 - (PREFIX_LENGTH + DIGITS + 1);   // bytes of the longest file name after the prefix
+    static_assert(PREFIX_LENGTH + DIGITS + 1 == sizeof SECOND_NAME_PREFIX - 1);
 
     constinit int g_nForks = 0;   // forks that lead from the first process to this one
     plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, [] { ++g_nForks; } });

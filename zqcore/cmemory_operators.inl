@@ -42,9 +42,9 @@ namespace
     ZQ_INLINE void * New(AlignedPair_t const & Foreign, std::size_t nBytes, std::align_val_t nAlignment,
         int iBlockType = MEMORY_NORMAL_BLOCK, char const * szFile = nullptr, int iLine = 0)
     {
-        std::size_t const nWhole = std::max(static_cast<std::size_t>(nAlignment), MEMORY_ALIGNMENT);
+        std::size_t const nHeapAlignment = std::max(static_cast<std::size_t>(nAlignment), MEMORY_ALIGNMENT);
         return Foreign.fnNew ? NewForeign(Foreign, nBytes, nAlignment)
-                             : HeapNew(nBytes, nWhole, iBlockType, szFile, iLine);
+                             : HeapNew(nBytes, nHeapAlignment, iBlockType, szFile, iLine);
     }
 
     template <typename... ALIGNMENT>

@@ -36,7 +36,7 @@ struct MemoryFigures_s
 
 namespace
 {
-    constexpr std::size_t UNIT = 16;   // bytes of a header, and the least alignment
+    constexpr std::size_t UNIT = MEMORY_ALIGNMENT;   // bytes of a header, and the least alignment
 
     // Header of a block. It ends at the address of the caller's bytes, rounded down to a multiple of 16.
     struct alignas(UNIT) Header_s
@@ -72,8 +72,8 @@ namespace
         Figure.store(Figure.load(std::memory_order_relaxed) + iChange, std::memory_order_relaxed);
     }
 
-    // A thread publishes the bytes of a block above LARGE at once. It publishes other bytes if they have changed by LARGE
-    // or more since it last did. The check runs:
+    // A thread publishes the bytes of a block above LARGE at once. It publishes other bytes if they have changed by
+    // LARGE or more since it last did. The check runs:
     // - after every PUBLISH_INTERVAL allocations of a category, and after as many releases;
     // - at the thread's end.
     constexpr std::ptrdiff_t PUBLISH_INTERVAL = 128;

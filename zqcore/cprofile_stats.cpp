@@ -32,7 +32,7 @@ namespace
     constinit plat::AsyncFile_c g_StatsFile;
     plat::File_t g_hTracked = nullptr;   // handle that FileOpenTracker was called with
     char * g_pBuffer = nullptr;          // null unless a file is open, or was open before a fork
-    std::uint64_t g_nPosition = 0;       // end of the last batch that is known to be written
+    std::uint64_t g_nPosition = 0;       // end of what is known to be written: header and batches
     bool g_bFailed = false;              // whether the latest file, or a batch of it, is lost
 
     // Returns the array's address in 32 bits. It is moved down if the array would cross their end, so that no linked

@@ -111,7 +111,7 @@ namespace
         }
     }
 
-    // Contexts that the forking thread is in.
+    // By context: whether the forking thread is in it.
     bool g_dOwn[SIMPLE_PROFILE_CONTEXT_TOTAL];
 
     void NoteOwnContexts()

@@ -165,6 +165,7 @@ void BayReset(Bay_s & Bay);
 /// Registers the static objects with the graph. Requires that no save or load has begun.
 void BayRegisterStatics();
 
-/// Stores the game, or loads it over one that was just started from the media. Returns what is wrong with the loaded
-/// data, or an empty text. On failure fails the archive, and the bay then allows no call but BayReset.
+/// Stores the game, or loads it over one that was just started from the media. Returns what is wrong with the data, and
+/// fails the archive then. Returns an empty text otherwise, also if the archive itself fails. After a failed load the
+/// bay allows no call but BayReset.
 String_T<256> BaySerialize(Serializeable_c & Archive, Bay_s & Bay);

@@ -14,7 +14,7 @@ namespace plat
 
         // Adds to each lane the lane that is DISTANCE apart. Combines the signs in the same way.
         template <std::size_t DISTANCE, typename VECTOR, std::size_t... LANE>
-        ZQ_INLINE void AddDistant(VECTOR & First, VECTOR & Signs, VECTOR & Second, std::index_sequence<LANE...>)
+        ZQ_INLINE void AddDistant(VECTOR & First, VECTOR & Second, VECTOR & Signs, std::index_sequence<LANE...>)
         {
             First += __builtin_shufflevector(First, First, static_cast<int>(LANE ^ DISTANCE)...);
             Second += __builtin_shufflevector(Second, Second, static_cast<int>(LANE ^ DISTANCE)...);
@@ -42,17 +42,17 @@ namespace plat
             constexpr std::make_index_sequence<LANES> SEQUENCE;
             if constexpr (LANES > 8)
             {
-                AddDistant<8>(First, Signs, Second, SEQUENCE);
+                AddDistant<8>(First, Second, Signs, SEQUENCE);
             }
             if constexpr (LANES > 4)
             {
-                AddDistant<4>(First, Signs, Second, SEQUENCE);
+                AddDistant<4>(First, Second, Signs, SEQUENCE);
             }
             if constexpr (LANES > 2)
             {
-                AddDistant<2>(First, Signs, Second, SEQUENCE);
+                AddDistant<2>(First, Second, Signs, SEQUENCE);
             }
-            AddDistant<1>(First, Signs, Second, SEQUENCE);
+            AddDistant<1>(First, Second, Signs, SEQUENCE);
             auto const fnSigned = [](std::size_t nSum) { return static_cast<std::ptrdiff_t>(nSum); };
             return { fnSigned(First[0]), fnSigned(Second[0]), fnSigned(Signs[0]) < 0 };
         }

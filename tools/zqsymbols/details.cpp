@@ -19,7 +19,7 @@ namespace zqsymbols
         constexpr std::chrono::seconds FAR_LIMIT(10);   // for the walk to the far end of a stack
 
         template <typename... T>
-        std::string Print(char const * szFormat, T... Values)
+        std::string Formatted(char const * szFormat, T... Values)
         {
             char szText[128];
             int const nText = std::snprintf(szText, sizeof(szText), szFormat, Values...);
@@ -28,7 +28,7 @@ namespace zqsymbols
 
         std::string Address(std::uint64_t nAddress)
         {
-            return Print("%08llX", static_cast<unsigned long long>(nAddress));
+            return Formatted("%08llX", static_cast<unsigned long long>(nAddress));
         }
 
         std::string PlaceLine(Line_t const & Line)
@@ -79,7 +79,7 @@ namespace zqsymbols
         {
             sName.replace(i, 1, "\\x20");
         }
-        return sName + Print("+%llX", static_cast<unsigned long long>(nAddress - nStart));
+        return sName + Formatted("+%llX", static_cast<unsigned long long>(nAddress - nStart));
     }
 
     // Returns the line's place, its text and, with bAround, the texts of its neighbours.
@@ -93,7 +93,7 @@ namespace zqsymbols
             std::string const * const pLine = m_Sources.GetLine(Line.sFile, i);
             if (pLine != nullptr)
             {
-                sText += Print("    %c %u | ", i == Line.nLine ? '>' : ' ', i);
+                sText += Formatted("    %c %u | ", i == Line.nLine ? '>' : ' ', i);
                 sText += Escaped(Shortened(*pLine, SOURCE_SIZE)) + "\n";
             }
         }
@@ -158,29 +158,29 @@ namespace zqsymbols
         std::string const sPlace = " " + Address(Frame.nAddress) + " " + ModulePlace(m_Process, Frame.nAddress) + " ";
         std::string sText;
         std::size_t nEnd = SIZE_MAX;   // of the scopes of a call
-        std::size_t nShown = 0;
+        std::size_t nFound = 0;
         for (std::size_t i = dCalls.size() + 1; i-- > 0;)
         {
             std::size_t const iScope = i == 0 ? 0 : dCalls[i - 1].iScope;
             sText += "#" + std::to_string(nNumber) + sPlace;
             unsigned long long const nDisplacement = Function ? Function->nDisplacement : 0;
             sText += i != 0     ? Escaped(dCalls[i - 1].sFunction) + " [inlined]\n"
-                     : Function ? Escaped(Function->sName) + Print("+%llX\n", nDisplacement + (Frame.bCall ? 1 : 0))
+                     : Function ? Escaped(Function->sName) + Formatted("+%llX\n", nDisplacement + (Frame.bCall ? 1 : 0))
                                 : "?\n";
             sText += !Line ? "" : bWhole ? Source(*Line, nNumber < SOURCE_FRAMES) : PlaceLine(*Line);
             for (Variable_t const & Each : dVariables)
             {
                 bool const bOfCall = Each.iScope >= iScope && Each.iScope < nEnd;
-                sText += bOfCall && nShown < VARIABLES ? Variable(Each) : "";
-                nShown += bOfCall ? 1 : 0;
+                sText += bOfCall && nFound < VARIABLES ? Variable(Each) : "";
+                nFound += bOfCall ? 1 : 0;
             }
             nEnd = iScope;
             Line = i != 0 ? dCalls[i - 1].Place : std::nullopt;
             ++nNumber;
         }
-        if (nShown > VARIABLES)
+        if (nFound > VARIABLES)
         {
-            sText += "    ... " + std::to_string(nShown - VARIABLES) + " variables left out ...\n";
+            sText += "    ... " + std::to_string(nFound - VARIABLES) + " variables left out ...\n";
         }
         return sText;
     }

@@ -51,8 +51,8 @@ namespace zqsymbols
         unsigned GetStackPointer() const { return m_nWord == 8 ? 7 : 4; }
         unsigned GetFramePointer() const { return m_nWord == 8 ? 6 : 5; }
 
-        /// Returns whether a function must leave a register as it found it (System V ABI, processor supplements): BX,
-        /// BP, and in 64 bits R12 to R15, in 32 bits SI and DI. Requires iRegister below 32.
+        /// Returns whether a function must preserve a register (System V ABI, processor supplements): BX, BP, and in 64
+        /// bits R12 to R15, in 32 bits SI and DI. Requires iRegister below 32.
         bool IsKept(unsigned iRegister) const
         {
             constexpr unsigned KEPT_64 = 0xF048, KEPT_32 = 0x00E8;

@@ -80,10 +80,10 @@ private:
 };
 
 /// Divides a line among the members of a tree, and sets dStarts and dSizes. Each has its own size, which dSizes holds
-/// before, or the sum of its children's, whichever is larger. Its children lie inside it, from its start on. A size
-/// below 0 counts as 0. Requires parents before their children, and -1 as the parent of a root.
+/// before, or the sum of its children's, whichever is larger. Its children lie inside it, from its start on. Negative
+/// sizes count as 0. Requires parents before their children, and -1 as the parent of a root.
 void LayOutTree(std::vector<int> const & dParents, std::vector<double> & dSizes, std::vector<double> & dStarts);
 
-/// Returns the order in which the descendants of each member of a tree follow it. Requires parents before children, and
-/// no root but the first.
+/// Returns the indices of a tree's members in depth-first order: each member comes right before its descendants.
+/// Requires parents before children, and no root but the first.
 std::vector<std::size_t> DepthFirst(std::vector<int> const & dParents);
