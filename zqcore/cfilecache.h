@@ -79,12 +79,11 @@ ZQ_API bool FilesystemCacheIsCurrent();
 /// Writes the folders and files below the media root to the cache sFile, except for a file with the bare name of sFile.
 /// The new cache replaces the old one in one step (FileReplacement_c). On failure logs a line, and the old one stays,
 /// unless only the new name could not be synchronized. FileOpenTracker (cfilelog.h) gets a cache that can't be created.
-/// A process that is killed meanwhile leaves a file beside the cache that no scan registers. No cache is written in
-/// these cases:
+/// No cache is written in these cases:
 /// - there is no media root.
 /// - sFile is null, which asserts, or has more than 255 characters.
 /// - scans could not see all below the root (FileScanIsWhole).
 ///
 /// A file that no load could place is left out: its folder is not in g_sPaths, or the table has two objects of its
-/// key.
+/// key. A process that is killed during the call leaves a file beside the cache that no scan registers.
 ZQ_API void FilesystemCacheSave(char const * sFile);

@@ -3,7 +3,7 @@
 #include "zqcore/ccallback.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilelog.h"
-#include "zqcore/cfilepath.h"
+#include "zqcore/cfilepath_internal.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/cfiletrack_internal.h"
 #include "zqcore/clog.h"
@@ -232,8 +232,7 @@ namespace
         pFile->sName = sKey;
         if (g_sFileObjects.Add(pFile, &pFile->sName) != HASH_ADDED)
         {
-            pFile->sName = "";
-            delete pFile;
+            FileDiscard(pFile);
         }
     }
 }

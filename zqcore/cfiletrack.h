@@ -46,7 +46,7 @@
 ///   `fs.inotify.max_user_instances`, the watches that a user may start, and the number of open files.
 ZQ_API void FileTrackChanges(char const * sPath);
 
-/// Returns whether a watch is on, from the success of FileTrackChanges to FileTrackShutdown.
+/// Returns whether a watch is on: the latest FileTrackChanges succeeded, and FileTrackShutdown was not called after it.
 ZQ_API bool FileTrackIsOn();
 
 /// Returns what is not watched: the folder of FileTrackChanges or subfolders that appeared later, and why. Names the

@@ -185,8 +185,8 @@ ZQ_API bool ProfilerSwapStatsFailed();
 /// place. Does nothing without a file or while the profiler is down.
 ZQ_API void ProfilerSwapStats();
 
-/// Receives the end of a write to the stats file. Asserts that dwError is 0: the library handles a failed write itself
-/// and passes 0.
+/// Receives the end of a write to the stats file. Asserts that dwError is 0: the library calls it only after a write
+/// that succeeded, and handles a failed one itself.
 ZQ_API void ProfilerWriteComplete(std::uint32_t dwError, std::uint32_t nBytes, void * pRequest);
 
 /// Module of the profiler. Its Shutdown waits for the stats file and closes it. The file lacks the frames after the

@@ -120,8 +120,8 @@ struct WarehouseScan_t
     /// After a search that found no line the result has no meaning.
     int GetCutCell() const { return m_nCutCell; }
 
-    /// Moves from the start of a line to a column, counted from 0. If the line has fewer columns, moves to its comment
-    /// or its end. Allocates the columns before it for the time of the call.
+    /// Moves from the start of a line to a column, counted from 0. If the line lacks it, moves to a comment that begins
+    /// in its place, or to the line's end. Allocates the columns before it for the time of the call.
     ZQ_API void SeekColumn(int iColumn);
 
     /// Returns the position of the next byte.

@@ -13,7 +13,7 @@ std::string MediaCheck(Options_s const & Options, std::string const & sMedia);
 /// accepted, and that the modules are not up yet.
 void MediaSet(Options_s const & Options, std::string const & sMedia);
 
-/// Returns which part of the command line does not fit the media, or an empty text. If --cache-file does not fit, the
+/// Returns which part of the command line does not fit the media, or an empty text. If that is --cache-file, the
 /// shutdown does not write that file. Requires that the modules are up.
 std::string MediaCheckChoice(Options_s const & Options, std::string const & sMedia);
 

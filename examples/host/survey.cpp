@@ -21,7 +21,8 @@ namespace
         auto const nWord = static_cast<std::ptrdiff_t>(std::strlen(WAREHOUSE_HEADER));
         while (pEnd - pText >= nWord)
         {
-            pText = static_cast<char const *>(std::memchr(pText, '@', static_cast<std::size_t>(pEnd - pText)));
+            pText = static_cast<char const *>(
+                std::memchr(pText, WAREHOUSE_HEADER[0], static_cast<std::size_t>(pEnd - pText)));
             if (!pText || pEnd - pText < nWord)
             {
                 return false;

@@ -177,7 +177,8 @@ namespace plat
         }
 
         // Returns the code of the first raised flag in this order: invalid, divide, overflow, underflow, denormal,
-        // inexact. Returns FAULT_FLOAT_INVALID if no flag is raised.
+        // inexact. With bX87Stack that of invalid is FAULT_FLOAT_STACK. Returns FAULT_FLOAT_INVALID if no flag is
+        // raised.
         std::uint32_t FloatCode(unsigned dwRaised, bool bX87Stack)
         {
             if (dwRaised & FLOAT_INVALID_FLAG)

@@ -13,8 +13,8 @@ namespace plat
     void FaultFromSignal(int iSignal, siginfo_t const & Info, ucontext_t const & Thread, FaultContext_t & Context,
         FaultRecord_t & Record);
 
-    /// Writes "Uncaught C++ exception type: message" for the exception that terminates the calling thread, cut to fit.
-    /// Only a std::exception and a pointer to a text have a message. Requires an uncaught exception, and that nSize is
-    /// not 0.
+    /// Writes "Uncaught C++ exception type: message" for the calling thread's uncaught exception, cut to fit. Only a
+    /// std::exception and a pointer to a text have a message. Requires that there is such an exception, and that nSize
+    /// is not 0.
     void DescribeException(char * szText, std::size_t nSize);
 }

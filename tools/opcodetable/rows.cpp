@@ -1,5 +1,6 @@
 #include "tools/opcodetable/rows.h"
 
+#include "platform/text.h"
 #include "zqcore/copcode_internal.h"
 
 #include <algorithm>
@@ -182,7 +183,7 @@ namespace
 
         unsigned char Number(std::string const & sText, int nBase) const
         {
-            char const * const szDigits = nBase == 16 ? "0123456789ABCDEF" : "0123456789";
+            char const * const szDigits = nBase == 16 ? plat::HEX_DIGITS : "0123456789";
             if (sText.empty() || sText.size() > 2 || sText.find_first_not_of(szDigits) != std::string::npos)
             {
                 Fail("no number: '" + sText + "'");

@@ -312,10 +312,10 @@ namespace zqsymbols
                 std::int64_t const nSignedSecond = ToSigned(nSecond);
                 std::int64_t const nSignedFirst = ToSigned(nFirst);
                 bool const bShifts = nSecond < nBits;
-                bool const bBySign =
+                bool const bByType =
                     nCode == DW_OP_div || nCode == DW_OP_mod || (nCode >= DW_OP_ge && nCode <= DW_OP_lt);
                 m_bFailed |= (nCode == DW_OP_div || nCode == DW_OP_mod) && (nSecond == 0 || nSignedSecond == -1);
-                m_bFailed |= m_bUnsigned && bBySign;   // numbers are signed in div and ge to lt, but not in mod
+                m_bFailed |= m_bUnsigned && bByType;   // types are not kept: mod is unsigned, the others are signed
                 if (m_bFailed)
                 {
                     return true;

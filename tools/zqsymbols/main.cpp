@@ -83,6 +83,7 @@ namespace zqsymbols
             {
                 Frame_t const * const pFrame = m_Frames.Get(iFrame);
                 To.dValues[0] = pFrame != nullptr ? pFrame->nAddress : 0;
+                // A function with a frame pointer stores its caller's below the return address, which ends at the CFA.
                 To.dValues[1] = pFrame != nullptr ? pFrame->nCfa - 2 * m_Process.GetWord() : 0;
                 To.dValues[2] = pFrame != nullptr && pFrame->bCall ? 1 : 0;
                 return pFrame != nullptr;
