@@ -220,8 +220,9 @@ def shown_text(value, depth=2, bits=0):
             return quoted(value.string())
         return elements_text([value[i] for i in range(kind.range()[0], kind.range()[1] + 1)], depth - 1)
     if code == gdb.TYPE_CODE_ENUM:
-        names = {field.enumval: field.name.rpartition("::")[2] for field in kind.fields()}
-        return f"{names[int(value)]} ({number_text(int(value), kind.sizeof * 8)})"
+        mask = (1 << kind.sizeof * 8) - 1   # gdb's enumerators are signed in any type
+        names = {field.enumval & mask: field.name.rpartition("::")[2] for field in kind.fields()}
+        return f"{names[int(value) & mask]} ({number_text(int(value), kind.sizeof * 8)})"
     if code == gdb.TYPE_CODE_BOOL:
         return "true" if value else "false"
     if code == gdb.TYPE_CODE_FLT:

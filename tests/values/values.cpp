@@ -23,6 +23,10 @@ namespace
         Red = 3,
         Blue
     };
+    enum class Wide_e : unsigned long long
+    {
+        Top = 1ull << 63
+    };
     union Either_t
     {
         int nNumber;
@@ -149,13 +153,14 @@ namespace
         std::string_view const sKept = sView.substr(2, 3);
         String_T<16> sFixed("fixed");
         Whole_t dWholes[2];
+        Wide_e const eWide = Wide_e::Top;
         wchar_t const * wszWide = L"w\u00EFde";
         char16_t const * szPair = u"a \U0001F600 pair";
         int (*fnCall)(Passed_t, float) = Fault;
         Colour_e const eUsed = static_cast<Colour_e>(static_cast<int>(eColour) + 1);
         long nUsed = sText.size() * -1000L;
-        Keep(sText, sShort, dNumbers, dTexts, iSome, iNone, pOwned, pNone, sKept, sFixed, dWholes, wszWide, szPair,
-            fnCall);
+        Keep(sText, sShort, dNumbers, dTexts, iSome, iNone, pOwned, pNone, sKept, sFixed, dWholes, eWide, wszWide,
+            szPair, fnCall);
         int const nResult = Object.Run(1);
         Keep(sText, dNumbers, dTexts, iSome, iNone);
         return nResult + static_cast<int>(eUsed) + static_cast<int>(nUsed) + static_cast<int>(sView.size()) + sView[0]

@@ -31,6 +31,12 @@ namespace zqsymbols
         return dwarf_formref_die(dwarf_attr_integrate(pDie, DW_AT_type, &Attribute), pType) != nullptr;
     }
 
+    /// Returns whether the encoding of a base type is that of a signed integer.
+    inline bool IsSignedEncoding(std::uint64_t nEncoding)
+    {
+        return nEncoding == DW_ATE_signed || nEncoding == DW_ATE_signed_char;
+    }
+
     /// Returns whether a tag is that of a structure, a class or a union.
     inline bool IsStructure(int nTag)
     {
@@ -38,13 +44,14 @@ namespace zqsymbols
     }
 
     /// Returns what a scope adds before the names in it: its name and "::". The name of an unnamed namespace is
-    /// "(anonymous namespace)". Returns an empty text for what is neither a namespace nor a structure.
+    /// "(anonymous namespace)", that of an unnamed structure "(unnamed)". Returns an empty text for what is neither a namespace nor a structure.
     inline std::string ScopePrefix(Dwarf_Die * pScope)
     {
         bool const bNamespace = dwarf_tag(pScope) == DW_TAG_namespace;
         std::string const sName = NameOf(pScope);
         return !bNamespace && !IsStructure(dwarf_tag(pScope)) ? ""
                : sName.empty() && bNamespace                  ? "(anonymous namespace)::"
+               : sName.empty()                                ? "(unnamed)::"
                                                               : sName + "::";
     }
 

@@ -127,7 +127,7 @@ namespace zqsymbols
                                    && dwarf_getlocation_die(m_Surroundings.pAttribute, &Operation, &Type) == 0
                                    && dwarf_aggregate_size(&Type, &nSize) == 0;
                 std::uint64_t const nEncoding = bType ? Number(&Type, DW_AT_encoding, 0) : 0;
-                bool const bSigned = nEncoding == DW_ATE_signed || nEncoding == DW_ATE_signed_char;
+                bool const bSigned = IsSignedEncoding(nEncoding);
                 bool const bInteger = bSigned || nEncoding == DW_ATE_unsigned || nEncoding == DW_ATE_unsigned_char
                                       || nEncoding == DW_ATE_boolean || nEncoding == DW_ATE_address;
                 m_bFailed |= !bGeneric && (!bInteger || nSize == 0 || nSize > m_Process.GetWord());

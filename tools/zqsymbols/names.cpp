@@ -1,5 +1,6 @@
 #include "tools/zqsymbols/names.h"
 
+#include <cctype>
 #include <cstdlib>
 #include <cxxabi.h>
 #include <dwarf.h>
@@ -62,17 +63,38 @@ namespace zqsymbols
             return sName;
         }
 
+        // Returns "f<int>(int)" for "void (*f<int>(int))", a function that returns a pointer to a function.
+        std::string_view WithoutPointer(std::string_view sName)
+        {
+            std::size_t const iInner = WithoutArguments(sName).size() + 1;
+            bool const bPointer = sName.ends_with(')') && (sName[iInner] == '*' || sName[iInner] == '&');
+            return bPointer ? sName.substr(iInner + 1, sName.size() - iInner - 2) : sName;
+        }
+
+        // Returns whether a text begins with an operator's name, not with a name such as "operators".
+        bool BeginsOperator(std::string_view sText)
+        {
+            constexpr std::string_view OPERATOR = "operator";
+            return sText.starts_with(OPERATOR) && sText.size() > OPERATOR.size()
+                   && std::isalnum(static_cast<unsigned char>(sText[OPERATOR.size()])) == 0
+                   && sText[OPERATOR.size()] != '_';
+        }
+
         // Returns "ns::f<int>" for "int ns::f<int>". A blank outside of all brackets ends a return type, except in an
         // operator's name.
         std::string_view WithoutReturnType(std::string_view sName)
         {
+            if (std::string_view const sInner = WithoutPointer(sName); sInner.size() != sName.size())
+            {
+                return WithoutArguments(sInner);
+            }
             if (!sName.ends_with('>'))
             {
                 return sName;
             }
             int nDepth = 0;
             std::size_t iStart = 0;
-            for (std::size_t i = 0; i < sName.size() && !(nDepth == 0 && sName.substr(i).starts_with("operator")); ++i)
+            for (std::size_t i = 0; i < sName.size() && !(nDepth == 0 && BeginsOperator(sName.substr(i))); ++i)
             {
                 nDepth += DepthChange(sName[i]);
                 iStart = nDepth == 0 && sName[i] == ' ' ? i + 1 : iStart;

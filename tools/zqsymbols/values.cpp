@@ -315,8 +315,7 @@ namespace zqsymbols
             std::memcpy(&nHigh, dBytes + sizeof(nBits), sizeof(nHigh));
             return Hex(nHigh) + Hex(nBits, 16).substr(2);
         }
-        bool const bSigned = nEncoding == DW_ATE_signed || nEncoding == DW_ATE_signed_char;
-        std::string const sNumber = Integer(nBits, nWidth, bSigned);
+        std::string const sNumber = Integer(nBits, nWidth, IsSignedEncoding(nEncoding));
         bool const bShown = CharWidth(Type, nSize) != 0 && nBits >= ' ' && (nSize > 1 || nBits < 0x7F);
         return bShown ? "'" + Escaped(Utf8Of(static_cast<char32_t>(nBits))) + "' (" + sNumber + ")" : sNumber;
     }
@@ -337,7 +336,9 @@ namespace zqsymbols
         std::uint64_t const nBits = (bField ? *nRead >> Place.nFirstBit : *nRead) & nMask;
         std::uint64_t nLeft = nBits;
         std::string sFlags;
-        bool bSigned = false;
+        Dwarf_Die Underlying;
+        bool const bKnown = Follow(&Type, &Underlying) && dwarf_peel_type(&Underlying, &Underlying) == 0;
+        bool bSigned = bKnown && IsSignedEncoding(Number(&Underlying, DW_AT_encoding, 0));
         Dwarf_Die Child;
         bool bMore = dwarf_child(&Type, &Child) == 0;
         for (; bMore; bMore = dwarf_siblingof(&Child, &Child) == 0)
@@ -349,7 +350,7 @@ namespace zqsymbols
             {
                 continue;
             }
-            bSigned = bSigned || static_cast<Dwarf_Sword>(nEnumerator) < 0;
+            bSigned = bSigned || (!bKnown && static_cast<Dwarf_Sword>(nEnumerator) < 0);
             std::uint64_t const nFlag = nEnumerator & nMask;
             if (nFlag == nBits)
             {
