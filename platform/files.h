@@ -72,9 +72,9 @@ namespace plat
         bool operator==(FileIdentity_t const &) const = default;
     };
 
-    /// Opens an existing regular file for reading and returns it. Fills pFacts, unless it is null, without the system
-    /// call that FileGetFacts makes. Returns null on failure. Fails for folders, pipes, sockets and devices, and never
-    /// waits for them.
+    /// Opens an existing regular file for reading and returns it. Also fills pFacts, unless it is null, which costs no
+    /// further system call. Returns null on failure. Fails for folders, pipes, sockets and devices, and never waits for
+    /// them.
     File_t FileOpenRead(char const * szPath, Share_e eShare, FileFacts_t * pFacts = nullptr);
 
     /// A repeated test whether a file can be opened with writers excluded.

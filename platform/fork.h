@@ -36,10 +36,11 @@ namespace plat
         std::uintptr_t Owner;   // the value of its LockOwner_t, 0 if no thread holds it
     };
 
-    /// Functions that a fork calls on the thread that forks. Each may be null.
+    /// Functions that a fork calls on the thread that forks. Each may be null. The first two may wait for other
+    /// threads, but not for one that registers or ends a registration.
     struct ForkCalls_t
     {
-        void (*fnBefore)();     // before the registered locks are entered; may wait for threads that register nothing
+        void (*fnBefore)();     // before the registered locks are entered
         void (*fnInParent)();   // after the registered locks are left
         void (*fnInChild)();    // after they are left in the child, which has no other thread to wait for
     };

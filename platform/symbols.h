@@ -203,12 +203,12 @@ namespace plat
         bool AskText(SymbolRequest_t const & Request, char * szText, std::size_t nSize, std::uint64_t * pValue);
 
         FaultContext_t const * m_pContext = nullptr;
-        Handle_t m_hHelper = NO_HANDLE;    // for questions
+        Handle_t m_hHelper = NO_HANDLE;    // for requests
         Handle_t m_hProcess = NO_HANDLE;   // to end it
         Handle_t m_iProcess = NO_HANDLE;   // its number
         SymbolEnd_e m_eEnd = HELPER_MISSING;
         unsigned m_nWaited = 0;       // milliseconds spent on answers, of SYMBOL_LIMIT
-        std::uint32_t m_nAsked = 0;   // questions sent
+        std::uint32_t m_nAsked = 0;   // requests sent
         unsigned m_iFrame = 0;        // frames returned
         unsigned m_iVariable = 0;     // variables of the last frame returned
         bool m_bServing = false;      // whether the helper waits for memory

@@ -4,7 +4,7 @@
 
 namespace
 {
-    // Returns the level at tNow on the line from fFrom at tStart to fTo at tEnd.
+    // Returns the level at tNow on the line from fFrom at tStart to fTo at tEnd, never one outside of these levels.
     float Ramp(float fFrom, float fTo, float tStart, float tEnd, float tNow)
     {
         float const tLength = tEnd - tStart;

@@ -3,8 +3,8 @@
 
 #include "zqcore/ccallback.h"
 
-/// Scope of one firing. If granted, holds the lock that the lists of complaints and of files share. They share one
-/// because a receiver of one list may fire another: with two locks, two threads could enter them in opposite orders.
+/// Scope of one firing. If granted, holds the lock that the four lists share (ccallback.h). They share one because a
+/// receiver of one list may fire another: with two locks, two threads could enter them in opposite orders.
 /// The lock is re-entrant, so a receiver may fire. Fire decides what that does (ccallback.h).
 class Firing_c
 {

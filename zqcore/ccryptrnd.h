@@ -1,8 +1,8 @@
 // ccryptrnd.h: random bytes from the moments at which messages arrive, and the digest of a password.
 //
 // The pool holds the low byte of the cycle counter at each of the last 128 messages and calls of PutNextRandom. Each 20
-// bytes of output are the SHA-1 of a block counter and the pool. Use the bytes for shuffles, seeds and games. For keys,
-// tokens, salts and all other secrets use the system's generator, for these reasons:
+// bytes of output are the SHA-1 of a block counter and the pool, last byte first. Use the bytes for shuffles, seeds and
+// games. For keys, tokens, salts and all other secrets use the system's generator, for these reasons:
 // - a message adds a byte that holds a few bits of entropy at most. An attacker may cause the message.
 // - the entropy of the pool is not measured. An empty pool produces the same output in every run.
 // - earlier and later output can be computed from the pool and the counter.

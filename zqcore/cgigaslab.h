@@ -266,7 +266,7 @@ inline void GigaGroup_c::SetMasks(std::uint64_t iMasks)
 /// Returns the element's bit in both masks.
 inline std::uint64_t GigaGroup_c::BothBits(unsigned iElement)
 {
-    return std::rotl(0x100000001ull, static_cast<int>(iElement));   // the same every ELEMENTS
+    return std::rotl(0x100000001ull, static_cast<int>(iElement));   // a rotation by ELEMENTS changes nothing
 }
 
 inline unsigned GigaGroup_c::Alloc(bool bArray)

@@ -14,8 +14,8 @@ namespace
 
     constexpr int TEXT_LENGTH = 36;
 
-    // Returns whether an identifier of this status may be used. Warns if it may not, or if it is unique on this machine
-    // only.
+    // Returns whether an identifier of this status may be used. Warns of every status but GUID_OK, even if it may be
+    // used.
     bool IsUsable(std::uint32_t dwStatus)
     {
         switch (dwStatus & 0xFFFF)

@@ -21,7 +21,7 @@ namespace
 {
     enum Class_e : unsigned char
     {
-        DELIMITER = 1,
+        SEPARATOR = 1,
         PUNCTUATION = 2,
         NUMBER = 4   // characters that GetInt reads
     };
@@ -34,7 +34,7 @@ namespace
         {
             for (int i = 0; i < BYTES; ++i)
             {
-                m_dClasses[i] = i <= ' ' || i >= 0x80 ? DELIMITER : 0;
+                m_dClasses[i] = i <= ' ' || i >= 0x80 ? SEPARATOR : 0;
             }
             Add("'\";,", PUNCTUATION);
             Add("0123456789.-", NUMBER);
@@ -66,9 +66,9 @@ namespace
         return CLASSES.Has(cByte, dwClasses);
     }
 
-    // Returns the place of the next delimiter, or pEnd. Tests a machine word at a time: with the top bit of each byte
+    // Returns the place of the next separator, or pEnd. Tests a machine word at a time: with the top bit of each byte
     // set, a subtraction clears it in those that are not above the blank, and borrows from no other byte.
-    char const * FindDelimiter(char const * pNext, char const * pEnd)
+    char const * FindSeparator(char const * pNext, char const * pEnd)
     {
         constexpr auto TOP_BITS = static_cast<std::size_t>(HIGH_BITS);
         constexpr auto ABOVE_BLANK = static_cast<std::size_t>(EACH_BYTE * (' ' + 1));
@@ -82,24 +82,24 @@ namespace
                 return pNext + std::countr_zero(nFound) / 8;
             }
         }
-        while (pNext < pEnd && !Is(*pNext, DELIMITER))
+        while (pNext < pEnd && !Is(*pNext, SEPARATOR))
         {
             ++pNext;
         }
         return pNext;
     }
 
-    // Returns the place of the next delimiter or punctuation, or pEnd.
-    char const * FindDelimiterOrPunctuation(char const * pNext, char const * pEnd)
+    // Returns the place of the next separator or punctuation, or pEnd.
+    char const * FindSeparatorOrPunctuation(char const * pNext, char const * pEnd)
     {
-        while (pNext < pEnd && !Is(*pNext, DELIMITER | PUNCTUATION))
+        while (pNext < pEnd && !Is(*pNext, SEPARATOR | PUNCTUATION))
         {
             ++pNext;
         }
         return pNext;
     }
 
-    // Copies a few bytes inline, as memcpy does by a call.
+    // Copies a few bytes as memcpy does, but inline.
     void CopyShort(char * pTo, char const * pFrom, std::size_t nBytes)
     {
         constexpr std::size_t WORD = sizeof(std::size_t);
@@ -255,23 +255,23 @@ void Script_c::SkipLine()
 // Returns the next token that is no comment, or an empty text at the end.
 inline std::string_view Script_c::ReadToken(bool bPunctuation)
 {
-    unsigned const dwDelimiters = bPunctuation ? DELIMITER | PUNCTUATION : DELIMITER;
+    unsigned const dwSeparators = bPunctuation ? SEPARATOR | PUNCTUATION : SEPARATOR;
     for (;;)
     {
         m_bInToken = false;
         if (m_bEndOfFile)
         {
-            m_bInToken = !Is(ReadByte(), dwDelimiters);   // moving the position back does not clear the end
+            m_bInToken = !Is(ReadByte(), dwSeparators);   // moving the position back does not clear the end
             return {};
         }
         char const * const pEnd = m_pData + m_iBytesTotal;
         char const * pBegin = m_pData + m_iBytesRead;
         int nLines = 0;
-        for (; pBegin < pEnd && Is(*pBegin, dwDelimiters); ++pBegin)
+        for (; pBegin < pEnd && Is(*pBegin, dwSeparators); ++pBegin)
         {
             nLines += *pBegin == '\n';
         }
-        char const * const pAt = bPunctuation ? FindDelimiterOrPunctuation(pBegin, pEnd) : FindDelimiter(pBegin, pEnd);
+        char const * const pAt = bPunctuation ? FindSeparatorOrPunctuation(pBegin, pEnd) : FindSeparator(pBegin, pEnd);
         m_bInToken = pAt > pBegin;
         m_bEndOfFile = pAt == pEnd;
         bool const bAtLineFeed = pAt < pEnd && *pAt == '\n';
@@ -363,7 +363,7 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
 }
 
 // Moves to the next occurrence of a text before any NUL. Returns false if there is none. Searches ranges that double
-// in length, so the cost is linear in the distance to the nearer of the two.
+// in length, so the cost is linear in the distance to the occurrence or the NUL.
 bool Script_c::Find(char const * szToken)
 {
     constexpr std::size_t FIRST_STRETCH = 64;
@@ -428,12 +428,12 @@ std::string_view Script_c::NextLine(int nMost)
 void Script_c::GetSpecific(char * sWord)
 {
     char cByte = ReadByte();
-    while (Is(cByte, DELIMITER) && !m_bEndOfFile)
+    while (Is(cByte, SEPARATOR) && !m_bEndOfFile)
     {
         cByte = ReadByte();
     }
     int nWord = 0;
-    for (; !Is(cByte, DELIMITER); cByte = ReadByte())   // at the end of the text a NUL is read
+    for (; !Is(cByte, SEPARATOR); cByte = ReadByte())   // at the end of the text a NUL is read
     {
         if (nWord < TOKEN_SIZE - 1)
         {
@@ -454,7 +454,7 @@ std::string_view Script_c::NextString(int nMost, char cQuote)
 {
     bool bSlash = false;
     char cByte = ReadByte();
-    for (; cByte != cQuote && !m_bEndOfFile && (cByte == '/' || Is(cByte, DELIMITER)); cByte = ReadByte())
+    for (; cByte != cQuote && !m_bEndOfFile && (cByte == '/' || Is(cByte, SEPARATOR)); cByte = ReadByte())
     {
         if (cByte == '/' && bSlash)
         {
@@ -651,7 +651,7 @@ void Script_c::Complain() const
 int Script_c::GetTokenStart(char const * szToken) const
 {
     int iStart = m_iBytesRead;
-    while (*szToken && iStart > 0 && !Is(m_pData[iStart - 1], DELIMITER))
+    while (*szToken && iStart > 0 && !Is(m_pData[iStart - 1], SEPARATOR))
     {
         --iStart;
     }

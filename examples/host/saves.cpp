@@ -13,8 +13,8 @@ namespace
 {
     constexpr std::uint32_t SAVE_VERSION = 0x00010000;
 
-    // Stores or loads everything. Returns what is wrong with the data, or an empty text. The archive can fail in both
-    // cases.
+    // Stores or loads everything. Returns what is wrong with the data, or an empty text. The archive has failed with a
+    // text, and may have failed without one.
     std::string Serialize(Serializeable_c & Archive, std::string const & sGame, ModuleWorld_c & World)
     {
         String_T<64> sOfGame = sGame.c_str();
@@ -64,7 +64,7 @@ namespace
     }
 
     // Loads the save or a previous one, and fills in Result except its figures. Tries the previous saves before it sets
-    // a damaged one aside. If that refuses the load, the damaged one stays.
+    // a damaged one aside. If one of them refuses the load, the damaged one stays.
     void Load(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
     {
         FileSave_c::State_e const eState = Save.Load(SAVE_VERSION);

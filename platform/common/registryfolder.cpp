@@ -49,9 +49,9 @@ namespace plat
             {
                 return KeyNameFromDisk(szFile, sName);
             }
-            std::string sSame;
+            std::string sFile;
             sName = FoldedText(StoredSpelling(hFolder, szFile));
-            return KeyNameToDisk(sName, sSame) && sSame == szFile;
+            return KeyNameToDisk(sName, sFile) && sFile == szFile;
         }
 
         struct Reading_s

@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -20,35 +21,24 @@ namespace plat
     {
         constexpr std::size_t LARGEST_READ = 256u << 20;   // bytes
 
-        // Entry of a folder as the kernel writes it (getdents64(2)).
-        struct FolderEntry_t
-        {
-            std::uint64_t iNode;
-            std::int64_t iNext;
-            std::uint16_t nBytes;
-            std::uint8_t eType;
-            char szName[1];
-        };
-
         // Replaces a name by the disk's spelling of it in a folder, if one exists that differs in case only.
         void ReplaceSpelling(char const * szFolder, char * szName)
         {
             Descriptor_c const Folder(
                 OpenWithReserve([szFolder] { return open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-            alignas(FolderEntry_t) char dEntries[4096];
+            alignas(dirent64) char dEntries[4096];
             long nRead;
             while (Folder.IsOpen() && (nRead = syscall(SYS_getdents64, Folder.Get(), dEntries, sizeof dEntries)) > 0)
             {
                 for (long nEntry = 0; nEntry < nRead;)
                 {
-                    auto const * const pEntry = reinterpret_cast<FolderEntry_t const *>(dEntries + nEntry);
-                    char const * const szFound = dEntries + nEntry + offsetof(FolderEntry_t, szName);
-                    if (CompareFolded(szFound, szName) == 0)
+                    auto const * const pEntry = reinterpret_cast<dirent64 const *>(dEntries + nEntry);
+                    if (CompareFolded(pEntry->d_name, szName) == 0)
                     {
-                        std::memcpy(szName, szFound, std::strlen(szName));   // both have the same length
+                        std::memcpy(szName, pEntry->d_name, std::strlen(szName));   // both have the same length
                         return;
                     }
-                    nEntry += pEntry->nBytes;
+                    nEntry += pEntry->d_reclen;
                 }
             }
         }

@@ -25,8 +25,8 @@ namespace plat
         class FolderNames_c
         {
         public:
-            // Records, of all names in the order of listings, those with capitals, unless their folded name is among
-            // them too. The folded name comes after those that differ from it in case only.
+            // Records the names with capitals, unless their folded name is among dNames too. Requires the order of
+            // listings, in which the folded name comes after those that differ from it in case only.
             explicit FolderNames_c(std::vector<char const *> const & dNames)
             {
                 std::size_t nAlike = 0;   // names at the end that differ in case only

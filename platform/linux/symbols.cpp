@@ -347,8 +347,8 @@ namespace plat
         }
     }
 
-    // A fault or a limit may have ended the last call. Its answer is then still to come, and is skipped. A helper that
-    // was waiting for memory is lost.
+    // A fault, or a time limit of the caller, may have ended the last call. Its answer is then still to come, and is
+    // skipped. A helper that was waiting for memory is lost.
     bool Symbols_c::Ask(SymbolRequest_t Request, SymbolAnswer_t * pAnswer)
     {
         pAnswer->szText[0] = '\0';

@@ -6,7 +6,8 @@ namespace zqsymbols
 {
     namespace
     {
-        // Finds the block or inlined call directly in a scope that holds the address. Returns false if there is none.
+        // Finds the block or inlined call that holds an address and lies directly in a scope. Returns false if there is
+        // none.
         bool FindInnerScope(Dwarf_Die Scope, Dwarf_Addr nAddress, Dwarf_Die * pInner)
         {
             bool bGoesOn = dwarf_child(&Scope, pInner) == 0;
