@@ -303,6 +303,12 @@ TEST_F(ZqtoolCrash, FoldsByCauseTheLargestGroupFirst)
     EXPECT_EQ(Json_t({ Largest["count"], Largest["first"], Largest["versions"]["Robots v2.8"],
                   Largest["sample"]["thread"]["frames"].size() }),
         Json_t({ 2, "2013-02-01 09:05:41", 1, 5u }));
+
+    std::string sBare = DETAILS;
+    std::size_t const iFrames = sBare.find("#0 5566");
+    WriteDetails(sBare.erase(iFrames, sBare.find("[Later]") - iFrames), "bare/CrashReport_5");
+    RunTool("crash --html " + m_Folder.Join("bare.html") + " " + m_Folder.Join("bare"));
+    EXPECT_THAT(m_Folder.Read("bare.html"), HasSubstr("last words")) << "a crash without frames has a log";
 }
 
 TEST_F(ZqtoolCrash, CountsTheVersionsOfEachGroupInOrder)

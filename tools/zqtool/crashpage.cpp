@@ -123,9 +123,10 @@ namespace
         std::string sHtml = "<p>" + Shown(CrashHeadline(Crash)) + "</p>\n<p class=\"quiet\">" + Shown(Crash.sFile)
                             + (Crash.sTime.empty() ? "" : ", " + Shown(Crash.sTime)) + "</p>\n";
         CrashFrame_t const * const pLikely = LikelyFrame(Crash.Thread.dFrames);
+        std::string const sLog = LinesHtml("Last lines of the log", Crash.dLog);
         if (pLikely == nullptr)
         {
-            return sHtml;
+            return sHtml + sLog;
         }
         sHtml += SourceHtml(*pLikely) + "<h3>Stack</h3>\n<ol>\n";
         for (CrashFrame_t const & Frame : Crash.Thread.dFrames)
@@ -137,7 +138,7 @@ namespace
             }
             sHtml += FrameHtml(Frame, &Frame == pLikely);
         }
-        return sHtml + "</ol>\n" + VariablesHtml(*pLikely) + LinesHtml("Last lines of the log", Crash.dLog);
+        return sHtml + "</ol>\n" + VariablesHtml(*pLikely) + sLog;
     }
 
     std::string GroupHtml(CrashGroup_t const & Group, std::size_t nLargest, bool bSample)
