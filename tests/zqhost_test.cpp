@@ -2,6 +2,7 @@
 #include "tests/test_support.h"
 
 #include "zqcore/cfilesave.h"
+#include "zqcore/cfilesave_internal.h"
 #include "zqcore/cserialize.h"
 
 #include <algorithm>
@@ -86,6 +87,28 @@ TEST(ZqHost, FailsWhenItsTablesCannotBeReadOrItsOutputIsFull)
     EXPECT_THAT(RunHost(sAll, Folder.Join("media")), Ends(3, HasSubstr("can't read \"")));
 }
 
+TEST(ZqHost, RefusesASaveWithNumbersThatNoGameHas)
+{
+    TempFolder_c const Folder;
+    std::string const sSave = Folder.Join("save"), sAll = "--log " + Folder.Join("log") + " --save " + sSave;
+    EXPECT_EQ(RunHost(sAll).iStatus, 0);
+    std::string sBody = Folder.Read("save");
+    ASSERT_GT(sBody.size(), SAVE_SEAL_SIZE + 16);
+    sBody.resize(sBody.size() - SAVE_SEAL_SIZE);
+    for (std::size_t const nFromEnd : { 16, 12, 8, 4 })   // of the last goal: crates, days, pay, state
+    {
+        std::string sWrong = sBody;
+        sWrong.replace(sWrong.size() - nFromEnd, 4, "\xFF\xFF\xFF\x7F");
+        {
+            FileSave_c Save(sSave.c_str());
+            FileSaveWriter_c Writer(Save);
+            EXPECT_EACH(Writer.Write(sWrong.data(), sWrong.size()), Writer.Commit());
+        }
+        EXPECT_THAT(RunHost(sAll), Ends(4, HasSubstr("a goal has no good, no state or a wrong number"))) << nFromEnd;
+    }
+    EXPECT_THAT(RunHost(sAll + " --game " + std::string(64, 'a')), Ends(2, HasSubstr("of at most 63 bytes")));
+}
+
 TEST(ZqHost, SaysWhatCannotBeWrittenAndLeavesWhatIsNoFile)
 {
     TempFolder_c const Folder;
@@ -148,6 +171,7 @@ TEST(ZqHost, RefusesOutputsThatReplaceEachOtherOrTheMedia)
              { " --stats " + sLog + "/allocations.csv", 2, "the stats and allocations.csv are one file" },
              { " --stats " + Folder.Join("media/tables/Goods.csv"), 3, "give another one with --stats" },
              { " --cache --cache-file " + Folder.Join("goods.csv"), 3, "give another one with --cache-file" },
+             { " --game none --cache --cache-file " + Folder.Join("goods.csv"), 3, "no folder gamedata/none" },
              { " --save " + Folder.Join("media/filesystemcache.bin"), 3, "the place of the media's cache" } })
     {
         EXPECT_THAT(RunHost(sAll + sArguments, Folder.Join("media")), Ends(iStatus, HasSubstr(szSaid))) << sArguments;

@@ -5,7 +5,10 @@
 
 namespace
 {
-    constexpr int MAX_HOURS = 1000000000;   // of a game in an archive
+    // Largest numbers of a game in an archive. Sums and conversions stay far from their limits.
+    constexpr int MAX_HOURS = 1000000000;
+    constexpr float MAX_CRATES = 1e9f;   // and other numbers of a ship
+    constexpr long long MAX_MARKS = 1'000'000'000'000'000;
 
     Bay_s * g_pBay = nullptr;     // the bay of the present pass
     String_T<256> g_sWhyFailed;   // the first error in the data
@@ -17,6 +20,16 @@ namespace
         {
             g_sWhyFailed = szWhy;
             Archive.Fail();
+        }
+    }
+
+    // Refuses a number below -Most or above Most, and one that is not a number.
+    template <typename T>
+    void Limit(Serializeable_c & Archive, T Number, T Most)
+    {
+        if (!(Number >= -Most && Number <= Most))
+        {
+            Refuse(Archive, "a number is out of range");
         }
     }
 
@@ -92,6 +105,7 @@ namespace
         {
             House_s & House = *static_cast<House_s *>(pObject);
             Archive.Serialize(House.iFirstPurse).Serialize(House.iPurse);
+            Limit(Archive, House.iPurse, MAX_MARKS);
         }
     };
 
@@ -145,6 +159,7 @@ namespace
     void Definitions_T<Good_s>::SerializeFields(Serializeable_c & Archive, Good_s & Good)
     {
         Archive.Serialize(Good.nTraded);
+        Limit(Archive, static_cast<float>(Good.nTraded), MAX_CRATES);
     }
 
     template <>
@@ -157,7 +172,9 @@ namespace
                 Good_s * pGood = Archive.IsReading() ? nullptr : &g_pBay->dGoods[i];
                 g_Goods.Serialize(Archive, pGood);
                 float fNothing = 0.0f;
-                Archive.Serialize(pGood ? Harbour.dStock[pGood->iNumber] : fNothing);
+                float & fStock = pGood ? Harbour.dStock[pGood->iNumber] : fNothing;
+                Archive.Serialize(fStock);
+                Limit(Archive, fStock, MAX_CRATES);
             });
     }
 
@@ -173,6 +190,13 @@ namespace
         g_Routes.Serialize(Archive, Ship.pRoute);
         g_Goods.Serialize(Archive, Ship.pCargo);
         g_Ships.Serialize(Archive, Ship.pMet);
+        for (int const nNumber : { Ship.nPortHours, Ship.nVoyages, Ship.nLanded })
+        {
+            Limit(Archive, static_cast<float>(nNumber), MAX_CRATES);
+        }
+        Limit(Archive, Ship.fMilesLeft, MAX_CRATES);
+        Limit(Archive, Ship.fCrates, MAX_CRATES);
+        Limit(Archive, Ship.iProfit, MAX_MARKS);
         bool const bDuty = Ship.pDuty == &g_AtSea || Ship.pDuty == &g_InPort;
         if (!bDuty || Ship.pHouse != &g_House || !Ship.pType || !Ship.pRoute || !Ship.pCargo)
         {
@@ -195,9 +219,9 @@ namespace
                 Goal_s & Goal = dGoals[Archive.IsReading() ? dGoals.Add(Goal_s()) : i];
                 g_Goods.Serialize(Archive, Goal.pGood);
                 Archive.Serialize(Goal.nCrates).Serialize(Goal.nDays).Serialize(Goal.iPay).Serialize(Goal.eState);
-                if (!Goal.pGood || Goal.eState < GOAL_OPEN || Goal.eState > GOAL_MISSED)
+                if (!GoalIsSound(Goal))
                 {
-                    Refuse(Archive, "a goal has no good or no state");
+                    Refuse(Archive, "a goal has no good, no state or a wrong number");
                 }
             });
     }

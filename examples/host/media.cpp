@@ -133,6 +133,11 @@ void MediaSet(Options_s const & Options, std::string const & sMedia)
 
 std::string MediaCheckChoice(Options_s const & Options, std::string const & sMedia)
 {
+    std::string const sCache = FileOfTheCachesName(Options.sCacheFile);
+    if (!sCache.empty())
+    {
+        ModuleFile_c::Get()->SetCacheFile(nullptr);   // which would be written at the end
+    }
     if (Options.bGameGiven && !FileIsAddon())
     {
         return "the library reads the first 255 characters of the command line only: put --game first";
@@ -147,11 +152,7 @@ std::string MediaCheckChoice(Options_s const & Options, std::string const & sMed
         return DescribeMissing("media/_configdependeddata/" + Options.sConfig, Options, sMedia);
     }
     std::string const sSave = PathFileName(Options.sSave.c_str());
-    std::string const sStats = FileOfMedia(Options.sStats, sMedia), sCache = FileOfTheCachesName(Options.sCacheFile);
-    if (!sCache.empty())
-    {
-        ModuleFile_c::Get()->SetCacheFile(nullptr);   // which would be written at the end
-    }
+    std::string const sStats = FileOfMedia(Options.sStats, sMedia);
     return FileExists(sSave.c_str()) ? DescribeTaken(sSave, "--save")
            : !sStats.empty()         ? DescribeTaken(sStats, "--stats")
            : !sCache.empty()         ? DescribeTaken(sCache, "--cache-file")

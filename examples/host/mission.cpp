@@ -9,18 +9,6 @@
 
 namespace
 {
-    bool IsSound(Goal_s const & Goal)
-    {
-        for (int nNumber : { Goal.nCrates, Goal.nDays, Goal.iPay })
-        {
-            if (nNumber <= 0 || nNumber > MAX_NUMBER)
-            {
-                return false;
-            }
-        }
-        return Goal.pGood != nullptr;
-    }
-
     // Reads a goal after the word "deliver".
     void ReadGoal(Script_c & Script, Bay_s & Bay)
     {
@@ -31,7 +19,7 @@ namespace
         Goal.nCrates = Script.GetInt("crates");
         Goal.nDays = Script.GetInt("days");
         Goal.iPay = Script.GetInt("pays");
-        if (IsSound(Goal))
+        if (GoalIsSound(Goal))
         {
             Bay.Mission.dGoals.Add(Goal);
         }
@@ -64,6 +52,16 @@ void MissionRead(char const * szFile, Bay_s & Bay)
         }
     }
     Script.CloseFile();
+}
+
+bool GoalIsSound(Goal_s const & Goal)
+{
+    bool bSound = Goal.pGood != nullptr && Goal.eState >= GOAL_OPEN && Goal.eState <= GOAL_MISSED;
+    for (int nNumber : { Goal.nCrates, Goal.nDays, Goal.iPay })
+    {
+        bSound = bSound && nNumber > 0 && nNumber <= MAX_NUMBER;
+    }
+    return bSound;
 }
 
 void MissionCheck(Bay_s & Bay)

@@ -127,8 +127,10 @@ namespace
     std::string CheckGame(std::string const & sGame)
     {
         bool const bGood = sGame.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ /\\\t") == std::string::npos && sGame != "."
-                           && sGame != "..";
-        return bGood ? "" : "--game takes a bare name in lower case, not " + Quoted(sGame);
+                           && sGame != ".." && sGame.size() < sizeof(Name_t);
+        return bGood ? ""
+                     : "--game takes a bare name in lower case of at most " + std::to_string(sizeof(Name_t) - 1)
+                           + " bytes, not " + Quoted(sGame);
     }
 
     // Makes a path absolute, without a separator at the end. Returns a message on failure, else an empty text.
