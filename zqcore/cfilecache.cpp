@@ -465,8 +465,7 @@ namespace
     {
         bool const bKnown = iResult == HASH_PRESENT && m_Earlier.Has(*pFile);
         File_c::Key_t const sName = pFile->sName;
-        pFile->sName = "";   // the key is another object's
-        delete pFile;
+        FileDiscard(pFile);   // the key is another object's
         if (bKnown)
         {
             return;
@@ -510,8 +509,7 @@ namespace
         {
             if (m_bOwn)
             {
-                m_pFile->sName = "";   // it is in no table
-                delete m_pFile;
+                FileDiscard(m_pFile);
             }
         }
         CacheReader_c(CacheReader_c const &) = delete;

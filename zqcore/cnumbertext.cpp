@@ -2,6 +2,8 @@
 
 #include "zqcore/cstring.h"
 
+#include "platform/text.h"
+
 #include <cfloat>
 #include <charconv>
 #include <cmath>
@@ -11,7 +13,6 @@
 namespace
 {
     constexpr char const * DECIMAL_DIGITS = "0123456789";
-    constexpr char const * HEX_DIGITS = "0123456789abcdefABCDEF";
 
     // Sets bNegative to whether a number's sign is a minus. Returns its text after leading blanks and the sign.
     char const * SkipSign(char const * szText, bool & bNegative)
@@ -32,8 +33,9 @@ namespace
     // Returns the end of a number whose digits follow 0x, or null if there are no digits.
     char const * HexEnd(char const * pDigits)
     {
-        std::size_t const nWhole = std::strspn(pDigits, HEX_DIGITS);
-        std::size_t const nFraction = pDigits[nWhole] == '.' ? std::strspn(pDigits + nWhole + 1, HEX_DIGITS) : 0;
+        std::size_t const nWhole = std::strspn(pDigits, plat::ALL_HEX_DIGITS);
+        std::size_t const nFraction =
+            pDigits[nWhole] == '.' ? std::strspn(pDigits + nWhole + 1, plat::ALL_HEX_DIGITS) : 0;
         if (nWhole + nFraction == 0)
         {
             return nullptr;
@@ -51,7 +53,7 @@ namespace
     // nonzero digit and its exponent decide.
     bool IsTooLarge(char const * pNumber, char const * pEnd, bool bHex)
     {
-        char const * const szDigits = bHex ? HEX_DIGITS : DECIMAL_DIGITS;
+        char const * const szDigits = bHex ? plat::ALL_HEX_DIGITS : DECIMAL_DIGITS;
         char const * const pFirst = pNumber + std::strspn(pNumber, "0");
         auto nPlaces = static_cast<std::ptrdiff_t>(std::strspn(pFirst, szDigits));
         if (nPlaces == 0)

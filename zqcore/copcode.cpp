@@ -320,7 +320,7 @@ void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pForm
             WriteChar(' ');
         }
         unsigned const nSelector = *pNext++;
-        unsigned const nShape = nSelector >> 5 >= OPCODE_SLICE_EXPLICIT ? *pNext++ : 0u;
+        unsigned const nShape = nSelector >> OPCODE_SLICE_SHIFT >= OPCODE_SLICE_EXPLICIT ? *pNext++ : 0u;
         WriteField(Row.pPosition, Row.pFields + (iField - 1), nSelector, nShape);
     }
 }

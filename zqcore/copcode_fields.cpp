@@ -3,6 +3,8 @@
 
 #include "zqcore/copcode_internal.h"
 
+#include "platform/text.h"
+
 #include <cstring>
 
 namespace
@@ -62,8 +64,8 @@ namespace
 void OpcodeDecoder_c::WriteField(
     unsigned char const * pEnd, std::uint32_t const * pField, unsigned nSelector, unsigned nShape)
 {
-    unsigned const eSlice = nSelector >> 5;
-    unsigned const eKind = nSelector & 0x1F;
+    unsigned const eSlice = nSelector >> OPCODE_SLICE_SHIFT;
+    unsigned const eKind = nSelector & OPCODE_KIND_MASK;
     unsigned const nSlice = SliceOf(*pField, eSlice, nShape);
     switch (eKind)
     {
@@ -281,6 +283,6 @@ void OpcodeDecoder_c::WriteHex(std::uint64_t nNumber, int nDigits)
     }
     for (; nShift >= 0; nShift -= 4)
     {
-        WriteChar("0123456789abcdef"[nNumber >> nShift & 15]);
+        WriteChar(plat::LOWER_HEX_DIGITS[nNumber >> nShift & 15]);
     }
 }

@@ -72,7 +72,8 @@ enum OpcodeSize_e : unsigned char
 };
 
 /// Bytes of a format that are not printed as they are. 1 to OPCODE_FIELD_LAST refer to a field. With OPCODE_BLANK a
-/// blank precedes it. The next byte has an OpcodeSlice_e in its high three bits and an OpcodeKind_e in its low five.
+/// blank precedes it. The next byte is a selector: an OpcodeSlice_e from OPCODE_SLICE_SHIFT on, and an OpcodeKind_e in
+/// the bits of OPCODE_KIND_MASK.
 enum OpcodeFormat_e : unsigned char
 {
     OPCODE_FIELD_LAST = 0x1F,
@@ -160,6 +161,8 @@ enum OpcodePlace_e : unsigned char
     OPCODE_PLACE_INDEX = 4,       // bits 3 to 5
 };
 
+inline constexpr unsigned OPCODE_SLICE_SHIFT = 5;
+inline constexpr unsigned OPCODE_KIND_MASK = 0x1F;
 inline constexpr std::size_t OPCODE_MAX_FIELDS = 32;   // fields of all groups that run at a time
 inline constexpr unsigned OPCODE_SYMBOL_SIZE = 1008;   // bytes of the buffer for a symbol's name
 inline constexpr std::size_t OPCODE_MAX_GROUPS = OPCODE_GROUP_MASK + 1;

@@ -148,8 +148,6 @@ namespace
         return iFirst == std::string::npos ? "" : sText.substr(iFirst, sText.find_last_not_of(' ') - iFirst + 1);
     }
 
-    constexpr int SLICE_SHIFT = 5;   // of the slice in a selector; the kind is below it
-
     // Translator of the rows of one mode. It knows the names of the groups.
     class Translator_c
     {
@@ -332,7 +330,7 @@ namespace
             sFormat += static_cast<char>(nField);
             if (bVector)
             {
-                sFormat += static_cast<char>(OPCODE_SLICE_EXPLICIT << SLICE_SHIFT | OPCODE_KIND_VECTOR);
+                sFormat += static_cast<char>(OPCODE_SLICE_EXPLICIT << OPCODE_SLICE_SHIFT | OPCODE_KIND_VECTOR);
                 sFormat += static_cast<char>(itClass->second << 4 | itPlace->second);
                 return;
             }
@@ -346,14 +344,14 @@ namespace
                 int const eSlice = sSlice.empty()   ? OPCODE_SLICE_BYTE
                                    : sSlice == "lo" ? OPCODE_SLICE_LOW
                                                     : OPCODE_SLICE_REGISTER;
-                sFormat += static_cast<char>(eSlice << SLICE_SHIFT | nKind);
+                sFormat += static_cast<char>(eSlice << OPCODE_SLICE_SHIFT | nKind);
                 return;
             }
             if (sSlice.size() != 4 || sSlice[0] != 'w' || sSlice[2] != 's')
             {
                 Fail("no such slice: '" + sSlice + "'");
             }
-            sFormat += static_cast<char>(OPCODE_SLICE_EXPLICIT << SLICE_SHIFT | nKind);
+            sFormat += static_cast<char>(OPCODE_SLICE_EXPLICIT << OPCODE_SLICE_SHIFT | nKind);
             sFormat += static_cast<char>(Number(sSlice.substr(1, 1), 10) << 4 | Number(sSlice.substr(3, 1), 10));
         }
 

@@ -1,5 +1,7 @@
 #include "tools/zqsymbols/elffile.h"
 
+#include "platform/text.h"
+
 namespace zqsymbols
 {
     std::optional<Section_t> FindSection(Elf * pElf, std::string_view sName)
@@ -25,12 +27,11 @@ namespace zqsymbols
 
     std::string BuildIdText(void const * pBytes, std::size_t nBytes)
     {
-        constexpr char DIGITS[] = "0123456789abcdef";
         std::string sText;
         for (std::size_t i = 0; i < nBytes; ++i)
         {
             unsigned char const cByte = static_cast<unsigned char const *>(pBytes)[i];
-            sText += { DIGITS[cByte >> 4], DIGITS[cByte & 15] };
+            sText += { plat::LOWER_HEX_DIGITS[cByte >> 4], plat::LOWER_HEX_DIGITS[cByte & 15] };
         }
         return sText;
     }

@@ -1,5 +1,6 @@
 #include "tools/zqtool/crashfiles.h"
 
+#include "platform/text.h"
 #include "tools/zqtool/crashlines.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/parse.h"
@@ -31,9 +32,9 @@ namespace
         constexpr std::string_view START = "_details_", END = ".txt";
         constexpr std::size_t DIGITS = 8, LENGTH = START.size() + DIGITS + END.size();
         std::size_t const iEnd = sName.size() < LENGTH ? std::string::npos : sName.size() - LENGTH;
-        bool const bForm = iEnd != std::string::npos && sName.ends_with(END)
-                           && sName.compare(iEnd, START.size(), START) == 0
-                           && sName.find_first_not_of(HEX_DIGITS, iEnd + START.size()) == sName.size() - END.size();
+        bool const bForm =
+            iEnd != std::string::npos && sName.ends_with(END) && sName.compare(iEnd, START.size(), START) == 0
+            && sName.find_first_not_of(plat::ALL_HEX_DIGITS, iEnd + START.size()) == sName.size() - END.size();
         return bForm ? std::optional(sName.substr(0, iEnd)) : std::nullopt;
     }
 

@@ -6,6 +6,8 @@
 #include <map>
 #include <unordered_map>
 
+inline constexpr std::size_t CRASH_DAY_SIZE = 10;   // characters of the day in a crash's time, "2026-11-26"
+
 /// Order of texts with numbers in them: "v2.9" is before "v2.10".
 struct VersionLess_c
 {

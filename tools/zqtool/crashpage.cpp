@@ -24,8 +24,8 @@ namespace
 
     std::string Times(CrashGroup_t const & Group)
     {
-        constexpr std::size_t DAY = 10;   // characters of "2026-11-26"
-        std::string const sFirst = Group.sFirst.substr(0, DAY), sLast = Group.sLast.substr(0, DAY);
+        std::string const sFirst = Group.sFirst.substr(0, CRASH_DAY_SIZE),
+                          sLast = Group.sLast.substr(0, CRASH_DAY_SIZE);
         return sFirst + (sFirst == sLast ? "" : " \xE2\x80\x93 " + sLast);
     }
 

@@ -267,7 +267,6 @@ std::string CrashText(Crash_t const & Crash, bool bColours)
 
 std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bColours)
 {
-    constexpr std::size_t DAY = 10;   // characters of "2026-11-26"
     std::size_t nCrashes = 0;
     for (CrashGroup_t const & Group : dGroups)
     {
@@ -282,7 +281,8 @@ std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bCol
         char szCount[32];
         std::snprintf(szCount, sizeof szCount, "%7zu  ", Group.nCount);
         Text.End().Add(Colour_e::Mark, szCount).Add(Colour_e::Title, Group.sSignature).End();
-        std::string const sFirstDay = Group.sFirst.substr(0, DAY), sLastDay = Group.sLast.substr(0, DAY);
+        std::string const sFirstDay = Group.sFirst.substr(0, CRASH_DAY_SIZE),
+                          sLastDay = Group.sLast.substr(0, CRASH_DAY_SIZE);
         std::string sFacts = sFirstDay;
         sFacts += sFirstDay == sLastDay ? "" : " to " + sLastDay;
         sFacts += sFacts.empty() || Group.dVersions.empty() ? "" : ", ";

@@ -1,5 +1,6 @@
 // zqtool hash: the library's checksums of files and texts, in the form that sha1sum has, and checks of such lists.
 #include "platform/terminal.h"
+#include "platform/text.h"
 
 #include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
@@ -168,7 +169,7 @@ namespace
     {
         bool const bEscaped = sLine.starts_with('\\');
         sLine.erase(0, bEscaped);
-        std::size_t const nDigits = sLine.find_first_not_of(HEX_DIGITS);
+        std::size_t const nDigits = sLine.find_first_not_of(plat::ALL_HEX_DIGITS);
         if (nDigits == std::string::npos || sLine.size() < nDigits + 3 || sLine[nDigits] != ' '
             || (sLine[nDigits + 1] != ' ' && sLine[nDigits + 1] != '*'))
         {

@@ -6,9 +6,6 @@
 #include <string>
 #include <string_view>
 
-/// Digits of hexadecimal numbers, in either case.
-inline constexpr std::string_view HEX_DIGITS = "0123456789abcdefABCDEF";
-
 /// Removes sStart from the start of a text and returns true. Returns false, and leaves the text unchanged, if it starts
 /// otherwise.
 bool TakeStart(std::string_view & sText, std::string_view sStart);
