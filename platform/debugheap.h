@@ -22,7 +22,7 @@
 
 namespace plat
 {
-    // Values of bytes, as in the Windows debug heap.
+    /// Values of bytes, as in the Windows debug heap.
     constexpr std::uint8_t HEAP_NEW = 0xCD;
     constexpr std::uint8_t HEAP_FREED = 0xDD;
     constexpr std::uint8_t HEAP_FENCE = 0xFD;

@@ -37,9 +37,9 @@ namespace plat
     /// spelling. Returns false on failure, and without bReplace also if anything has the new name.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
-    /// Adds a second name to a file or a symbolic link. If the system refuses a second name, makes a copy and
-    /// synchronizes it. Returns false on failure, for instance if anything has the name szTo. A failed copy may leave a
-    /// part.
+    /// Adds a second name to a file or a symbolic link. If the file system has no second names, or the file has too
+    /// many, makes a copy and synchronizes it. Returns false on failure, for instance if anything has the name szTo. A
+    /// failed copy may leave a part.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 
     /// Returns whether anything has the name, including a link whose target is missing. Returns true too if the system

@@ -13,7 +13,7 @@ namespace plat
 {
     inline constexpr char32_t WIDE_OF_BYTE = 0xDC00;   // to which a byte from 0x80 on is added
 
-    // Digits of hexadecimal numbers: those that are written, in capitals or not, and all that are read.
+    /// Digits of hexadecimal numbers: those that are written, in capitals or not, and all that are read.
     inline constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
     inline constexpr char LOWER_HEX_DIGITS[] = "0123456789abcdef";
     inline constexpr char ALL_HEX_DIGITS[] = "0123456789abcdefABCDEF";

@@ -5,7 +5,7 @@ namespace
 {
     constexpr char NOTICE[] = "zqcore: this process binds operator delete outside the library";
 
-    // 0 for none, 1 for one, 2 for more.
+    // Returns 0 for no occurrence, 1 for one, 2 for more.
     int CountOf(std::string const & sText, std::string const & sPart)
     {
         std::size_t const iFirst = sText.find(sPart);

@@ -47,7 +47,7 @@ TEST_F(Buffers, AFileLendsItsContentsAndATextItself)
     }
     EXPECT_EQ(pFile->GetOpensCount(), 1);
     FileClose(pFile);
-    fs::remove(Folder.Join("a.txt"));
+    fs::remove(m_Folder.Join("a.txt"));
     auto const fnGone = [&]
     {
         FileBuffer_c const Gone(pFile), None(nullptr);

@@ -7,7 +7,7 @@ namespace
     using testing::MatchesRegex;
     using testing::StartsWith;
 
-    // Of ShowValues in the crasher, with addresses replaced.
+    // Variables of ShowValues in the crasher, with addresses replaced.
     std::string const VALUES = R"(    parameter Ship: (anonymous namespace)::Ship_t const & = {...}
         .x: float = 1
         .y: float = 2
@@ -33,7 +33,7 @@ namespace
     local Point: (anonymous namespace)::Vector_t = <1, 2, 3.5\n(no member Ship.x)>
 )";
 
-    // Replaces hexadecimal numbers of six digits and more.
+    // Returns the text with "0x@" for each hexadecimal number of six or more digits.
     std::string WithoutAddresses(std::string sText)
     {
         constexpr std::size_t PREFIX = 2, DIGITS = 6;
@@ -48,7 +48,7 @@ namespace
         return sText;
     }
 
-    // The lines of a section.
+    // Returns the lines of a section.
     std::string Section(std::string const & sDetails, std::string const & sName)
     {
         std::size_t const nHead = sDetails.find("\n[" + sName + "]\n");
@@ -174,7 +174,7 @@ TEST_F(CrashDetailsByHelper, NameTheArgumentsOfADeepRecursionInTime)
     Crash_t const Crash = RunAlone("depth", ZQSYMBOLS_PATH);
     EXPECT_LT(Crash.tSeconds, 10.0);
     EXPECT_THAT(Section(Crash.sDetails, "Frames"), HasSubstr("\n#25 "));
-#ifndef __clang__                        // which describes no sums of them
+#ifndef __clang__                        // which does not describe sums of a caller's values
     if constexpr (sizeof(void *) == 8)   // 32-bit code describes none either
     {
         EXPECT_THAT(Section(Crash.sDetails, "Frames"),
@@ -193,7 +193,7 @@ TEST_F(CrashDetailsByHelper, SayWhatIsLeftOut)
         ContainsRegex("\n    local nM5: int volatile = [^\n]+\n    \\.\\.\\. 4 variables left out \\.\\.\\.\n#1 "));
 }
 
-TEST_F(CrashDetailsByHelper, EndWholeWhenTheHelperEndsAmongThem)
+TEST_F(CrashDetailsByHelper, EndWholeWhenTheHelperEndsAmongTheFrames)
 {
     Crash_t const Crash = RunAlone("stack killhelper", ZQSYMBOLS_PATH);
     EXPECT_THAT(Section(Crash.sDetails, "Frames"),
@@ -202,7 +202,8 @@ TEST_F(CrashDetailsByHelper, EndWholeWhenTheHelperEndsAmongThem)
     EXPECT_THAT(Section(Crash.sDetails, "Process"), HasSubstr("\ntimers:\n"));
 }
 
-// One that has just been set free may still count.
+// The helper traces one thread at a time. The count may be 2, because a thread that was just released may still be in
+// it.
 TEST_F(CrashDetailsByHelper, SetAThreadFreeThatDoesNotStop)
 {
     Crash_t const Crash = RunAlone("read unstoppable", ZQSYMBOLS_PATH);

@@ -12,9 +12,9 @@ TEST_F(FileTest, FindsAFileByAnySpelling)
 {
     ExpectComplaints(1);
     Make({ { "sub/Tree.Txt", "oak" }, { "rel/deep/leaf.txt", "green" } });
-    SetPQXMediaPath(Folder.GetPath().c_str());
-    ASSERT_TRUE(FileAddSearchPath(Folder.Join("sub").c_str(), true, false));
-    ASSERT_TRUE(FileAddSearchPath(Folder.Join("rel").c_str(), true, true));
+    SetPQXMediaPath(m_Folder.GetPath().c_str());
+    ASSERT_TRUE(FileAddSearchPath(m_Folder.Join("sub").c_str(), true, false));
+    ASSERT_TRUE(FileAddSearchPath(m_Folder.Join("rel").c_str(), true, true));
     // FileExists looks for bare names only, FileGetPath for whole keys only.
     for (auto const & [szName, szContents, bExists, bHasPath] : Rows_t<char const *, char const *, bool, bool>{
              { "tree.txt", "oak", true, true }, { "TREE.TXT", "oak", true, true },
@@ -30,13 +30,13 @@ TEST_F(FileTest, FindsAFileByAnySpelling)
         EXPECT_STREQ(pFile ? pFile->GetFileName() : szName, szName);
         FileClose(pFile);
     }
-    EXPECT_EQ(Log.GetText(), "");
+    EXPECT_EQ(m_Log.GetText(), "");
     EXPECT_EQ(FileStream("tree.txt")->GetFullPath(), (Folded("sub") + "\\tree.txt").c_str());
-    EXPECT_TRUE(DirectoryExists(Folder.Join("SUB").c_str()));
-    EXPECT_FALSE(DirectoryExists(Folder.Join("sub/tree.txt").c_str()));
+    EXPECT_TRUE(DirectoryExists(m_Folder.Join("SUB").c_str()));
+    EXPECT_FALSE(DirectoryExists(m_Folder.Join("sub/tree.txt").c_str()));
     EXPECT_EACH(!FileExists(""), !FileExists((std::string(300, 'x') + "/tree.txt").c_str())) << "after the cut";
     EXPECT_EQ(FileOpen(""), nullptr);
-    EXPECT_EQ(Dialogs.CountHolding("!NameString.empty()"), 1);
+    EXPECT_EQ(m_Dialogs.CountHolding("!NameString.empty()"), 1);
 }
 
 TEST_F(FileTest, TheExtensionFollowsTheLastDotButOneAtTheStart)
@@ -73,9 +73,9 @@ TEST_F(FileTest, OpensShareOneReadUntilTheLastClose)
     }
     EXPECT_EQ(pFile->GetOpensCount(), 0);
 
-    Folder.Write("a.txt", "changed since the scan");
+    m_Folder.Write("a.txt", "changed since the scan");
     plat::FileFacts_t Facts;
-    ASSERT_TRUE(plat::PathGetFacts(Folder.Join("a.txt").c_str(), Facts));
+    ASSERT_TRUE(plat::PathGetFacts(m_Folder.Join("a.txt").c_str(), Facts));
     pFile->ftCreationTime = pFile->ftLastWriteTime = 1;
     EXPECT_EQ(Contents(FileOpen("a.txt")), "changed since the scan");
     EXPECT_EACH(pFile->ftCreationTime == Facts.tCreation, pFile->ftLastWriteTime == Facts.tLastWrite);
@@ -87,19 +87,19 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
 {
     ExpectComplaints(1);
     Make({ { "gone.bin", "x" }, { "folder.bin", "x" }, { "huge.bin", "x" }, { "empty.bin", "" } });
-    fs::create_symlink("/sys/devices/system/cpu/online", Folder.Join("short.bin"));   // a page with any contents
+    fs::create_symlink("/sys/devices/system/cpu/online", m_Folder.Join("short.bin"));   // a page with any contents
     ASSERT_TRUE(Scan());
-    fs::remove(Folder.Join("gone.bin"));
-    fs::remove(Folder.Join("folder.bin"));
-    fs::create_directory(Folder.Join("folder.bin"));
-    fs::resize_file(Folder.Join("huge.bin"), (std::uintmax_t{ 1 } << 32) + 7);
+    fs::remove(m_Folder.Join("gone.bin"));
+    fs::remove(m_Folder.Join("folder.bin"));
+    fs::create_directory(m_Folder.Join("folder.bin"));
+    fs::resize_file(m_Folder.Join("huge.bin"), (std::uintmax_t{ 1 } << 32) + 7);
     File_c * const pEmpty = FileOpen("empty.bin");
-    EXPECT_EQ(Dialogs.CountHolding("AssertEx failed, iLength>0, File '" + Folded("empty.bin") + "' is empty!"), 1);
+    EXPECT_EQ(m_Dialogs.CountHolding("AssertEx failed, iLength>0, File '" + Folded("empty.bin") + "' is empty!"), 1);
     EXPECT_EQ(Contents(pEmpty), "");
     FileClose(pEmpty);
     FileSetEmptyAllowed(true);
     EXPECT_EQ(Contents(FileOpen("empty.bin")), "");
-    EXPECT_EQ(Log.Count("File '" + Folded("empty.bin") + "' is empty!"), 1);
+    EXPECT_EQ(m_Log.Count("File '" + Folded("empty.bin") + "' is empty!"), 1);
     FileSetEmptyAllowed(false);
     FileClose(pEmpty);
     for (auto const & [szName, szReport, sReason, iLength] : Rows_t<char const *, char const *, std::string, int>{
@@ -108,14 +108,14 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
              { "huge.bin", "File has 2 GiB or more", "it has 2 GiB or more", 7 },
              { "short.bin", "Error reading file", "it ends before its size", 4096 } })
     {
-        Log.Clear();
+        m_Log.Clear();
         s_dReported.clear();
         SKIP_IF(iLength == 4096 && (!FileExists(szName) || FileStream(szName)->iLength != 4096),
             "no file is at hand that gives fewer bytes than its size");
         EXPECT_EQ(FileOpen(szName), nullptr);
-        EXPECT_EQ(Log.GetText(), std::string("FileOnDisk_c::Open: ") + szReport + ": '" + Folded(szName) + "'\n"
-                                     + (szReport[0] == 'C' ? "FileOnDisk_c::Open: " + sReason + "\n" : "")
-                                     + "CAN'T OPEN FILE " + szName + "\n");
+        EXPECT_EQ(m_Log.GetText(), std::string("FileOnDisk_c::Open: ") + szReport + ": '" + Folded(szName) + "'\n"
+                                       + (szReport[0] == 'C' ? "FileOnDisk_c::Open: " + sReason + "\n" : "")
+                                       + "CAN'T OPEN FILE " + szName + "\n");
         EXPECT_EQ(FileGetWhyNot(szName), sReason);
         EXPECT_EQ(s_dReported, Reported_t(szReport[0] == 'E', szName));
         File_c const * const pFile = FileStream(szName);
@@ -123,27 +123,28 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
         EXPECT_EQ(pFile->iLength, iLength) << szName;
     }
     SetTextErrorLog(true);
-    Log.Clear();
+    m_Log.Clear();
     auto const TryAll = [&]
     {
         unsigned char cByte;
         std::uint32_t nBytes = 1;
         return FileOpenStored("huge.bin") || FileOpen(FileStream("folder.bin"))
                || FileStream("gone.bin")->Load(0, &cByte, nBytes) || FileOpen("no\nne.bin")
-               || FileAddOneFile(Folder.Join("absent.bin").c_str());
+               || FileAddOneFile(m_Folder.Join("absent.bin").c_str());
     };
     EXPECT_FALSE(TryAll());
     SetTextErrorLog(false);
-    EXPECT_EACH(Log.Count("huge.bin: it has 2 GiB or more") == 1,
-        Log.Count(Folded("folder.bin") + ": Is a directory") == 1,
-        Log.Count(Folded("gone.bin") + ": No such file or directory") == 1,
-        Log.Count("no\\nne.bin: there is no such file") == 1, Log.Count("absent.bin: No such file or directory") == 1);
+    EXPECT_EACH(m_Log.Count("huge.bin: it has 2 GiB or more") == 1,
+        m_Log.Count(Folded("folder.bin") + ": Is a directory") == 1,
+        m_Log.Count(Folded("gone.bin") + ": No such file or directory") == 1,
+        m_Log.Count("no\\nne.bin: there is no such file") == 1,
+        m_Log.Count("absent.bin: No such file or directory") == 1);
     EXPECT_EQ(FileGetWhyNot("Any/ABSENT.bin"), "No such file or directory");
-    fs::permissions(Folder.Write("gone.bin", "y"), fs::perms::none);
-    fs::permissions(Folder.GetPath(), fs::perms::all);
+    fs::permissions(m_Folder.Write("gone.bin", "y"), fs::perms::none);
+    fs::permissions(m_Folder.GetPath(), fs::perms::all);
     EXPECT_EQ(
         StatusAsNobody([] { return !FileOpen("gone.bin") && FileGetWhyNot("gone.bin") == "Permission denied"; }), 1);
-    fs::permissions(Folder.Join("gone.bin"), fs::perms::owner_read);
+    fs::permissions(m_Folder.Join("gone.bin"), fs::perms::owner_read);
     EXPECT_EQ(Contents(FileOpen("gone.bin")), "y");
     EXPECT_EQ(FileGetWhyNot("gone.bin"), "");
 }
@@ -159,12 +160,12 @@ TEST_F(FileTest, ReadsIntoACallersBufferWithoutAReference)
     EXPECT_EACH(!pFile->pData, pFile->GetOpensCount() == 0, pFile->iReads == 1);
 
     ASSERT_TRUE(FileOpen(pFile));
-    Folder.Write("a.bin", "longer than the buffer");
+    m_Folder.Write("a.bin", "longer than the buffer");
     EXPECT_TRUE(pFile->Open(dBuffer)) << "copied from the block";
     FileClose(pFile);
     EXPECT_FALSE(pFile->Open(dBuffer));
     EXPECT_STREQ(dBuffer, "abcdef-") << "the file outgrew the buffer";
-    EXPECT_EQ(Log.CountHolding("File has grown from 6 to 22 bytes"), 1);
+    EXPECT_EQ(m_Log.CountHolding("File has grown from 6 to 22 bytes"), 1);
     EXPECT_EQ(s_dReported, Reported_t{ "a.bin" });
     EXPECT_EQ(pFile->iLength, 22);
 }
@@ -178,7 +179,7 @@ TEST_F(FileTest, LoadsARange)
         Rows_t<std::uint32_t, std::uint32_t, std::string, char const *>{ { 0, 10, "0123456789", "" },
             { 7, 2, "78", "" }, { 8, 5, "89", "" }, { 99, 0, "", "" }, { 10, 1, "", "dwPosition<(DWORD)iLength" } })
     {
-        Log.Clear();
+        m_Log.Clear();
         s_dReported.clear();
         unsigned char dBuffer[16] = {};
         std::uint32_t dwLength = dwAsked;
@@ -192,11 +193,11 @@ TEST_F(FileTest, LoadsARange)
     std::uint32_t dwLength = 20;
     unsigned char dBuffer[20];
     EXPECT_FALSE(pFile->Load(0, dBuffer, dwLength));
-    fs::remove(Folder.Join("a.bin"));
+    fs::remove(m_Folder.Join("a.bin"));
     EXPECT_FALSE(pFile->Load(0, dBuffer, dwLength));
-    EXPECT_EQ(Log.GetText(), "FileOnDisk_c::Load: Error reading file: '" + Folded("a.bin")
-                                 + "'\nFileOnDisk_c::Load: Cannot open file: '" + Folded("a.bin")
-                                 + "'\nFileOnDisk_c::Load: No such file or directory\n");
+    EXPECT_EQ(m_Log.GetText(), "FileOnDisk_c::Load: Error reading file: '" + Folded("a.bin")
+                                   + "'\nFileOnDisk_c::Load: Cannot open file: '" + Folded("a.bin")
+                                   + "'\nFileOnDisk_c::Load: No such file or directory\n");
     EXPECT_EACH(pFile->iReads == 0, !pFile->pData);
 }
 
@@ -220,7 +221,7 @@ TEST_F(FileTest, StreamsWithSeekTellAndRead)
         EXPECT_EQ(pStored->TellStored(), iPosition);
         EXPECT_EQ(pStored->IsEof(), iPosition >= 10);
     }
-    fs::resize_file(Folder.Join("a.bin"), std::uintmax_t{ 3 } << 30);
+    fs::resize_file(m_Folder.Join("a.bin"), std::uintmax_t{ 3 } << 30);
     EXPECT_EACH(pStored->SeekStored(0, 2) == 0, pStored->TellStored() == 10);   // the end has moved out of range
     pStored->CloseStored();
     EXPECT_EQ(pFile->iReads, 2);
@@ -236,7 +237,7 @@ TEST_F(FileTest, AStreamEndsWhereTheFileOnDiskEnds)
     {
         int const iKnown = pFile->iLength;
         ASSERT_EQ(bResident && FileOpen(pFile), bResident);
-        Folder.Write("a.bin", sNow);
+        m_Folder.Write("a.bin", sNow);
         FileStored_c * const pStored = FileOpenStored("a.bin");
         EXPECT_EQ(pStored->FileSize(), sNow.size());
         std::string sRead;
@@ -263,8 +264,8 @@ TEST_F(FileTest, OfLikeNamedFilesTheFirstOpensWithAWarning)
     for (std::string const sName : { "\\1.txt", "\\2.txt", "\\3.txt" })
     {
         std::string const sFirst = Folded("a") + sName, sLine = "File duplication : " + Folded("b") + sName;
-        EXPECT_THAT(Log.GetText(), testing::HasSubstr(sLine + "\n                   " + sFirst + "\n"));
-        EXPECT_EQ(Dialogs.CountHolding("Opened file '" + sFirst + "' is DUPLICATE, random bugs may occur."), 1);
+        EXPECT_THAT(m_Log.GetText(), testing::HasSubstr(sLine + "\n                   " + sFirst + "\n"));
+        EXPECT_EQ(m_Dialogs.CountHolding("Opened file '" + sFirst + "' is DUPLICATE, random bugs may occur."), 1);
     }
 }
 
@@ -275,18 +276,18 @@ TEST_F(FileTest, StreamsOnlyWhatNobodyWritesAndWhenReadingIsAllowed)
     ASSERT_TRUE(Scan());
     std::ptrdiff_t const nBlocks = FileBlocks();
     {
-        std::ofstream const Writer(Folder.Join("a.bin"), std::ios::app);
+        std::ofstream const Writer(m_Folder.Join("a.bin"), std::ios::app);
         EXPECT_EQ(FileOpenStored("a.bin"), nullptr);
         EXPECT_EQ(Contents(FileOpen("a.bin")), "x") << "whole reads share with writers";
         FileClose(FileStream("a.bin"));
     }
     EXPECT_EQ(FileOpenStored("unknown.bin"), nullptr);
     FileStored_c * const pStored = FileOpenStored("a.bin");
-    EXPECT_TRUE(OpensForWriting(Folder.Join("a.bin"))) << "a later writer does not wait";
+    EXPECT_TRUE(OpensForWriting(m_Folder.Join("a.bin"))) << "a later writer does not wait";
     pStored->CloseStored();
     EXPECT_EQ(s_dReported, Reported_t{ "a.bin" });
     EXPECT_EQ(FileBlocks(), nBlocks);
-    EXPECT_EQ(Log.GetText(), "");
+    EXPECT_EQ(m_Log.GetText(), "");
 
     g_bFileReadDisabled = true;
     EXPECT_EQ(FailedConditions([] { FileOpenStored("a.bin")->CloseStored(); }), "! g_bFileReadDisabled");
@@ -301,15 +302,15 @@ TEST_F(FileTest, RefreshReadsResidentFilesAgainAndSurvivesAFailure)
     pFile->Refresh();
     EXPECT_EQ(pFile->iReads, 0) << "not resident";
     EXPECT_EACH(FileOpen(pFile), FileOpen(pFile));
-    Folder.Write("a.bin", "newer");
+    m_Folder.Write("a.bin", "newer");
     pFile->Refresh();
     EXPECT_EQ(Contents(pFile), "newer");
-    fs::remove(Folder.Join("a.bin"));
+    fs::remove(m_Folder.Join("a.bin"));
     pFile->Refresh();
     EXPECT_EACH(!pFile->pData, pFile->GetOpensCount() == 2, !FileOpen(pFile));
-    Folder.Write("a.bin", "back");
+    m_Folder.Write("a.bin", "back");
     EXPECT_EQ(Contents(FileOpen("a.bin")), "back");
-    fs::remove(Folder.Join("a.bin"));
+    fs::remove(m_Folder.Join("a.bin"));
     pFile->Refresh();
     FileClose(pFile);
     FileClose(pFile);

@@ -42,7 +42,7 @@ protected:
     FileAsyncTest()
     {
         Make({ { "a.txt", "one" }, { "b.txt", "twice" }, { "c.msh", "m" }, { "d.animate", "w" }, { "Logs/", "" } });
-        SetPQXMediaPath(Folder.GetPath().c_str());
+        SetPQXMediaPath(m_Folder.GetPath().c_str());
     }
 
     ~FileAsyncTest() override { Module_c::ShutdownAllModules(); }
@@ -67,7 +67,7 @@ protected:
     static inline std::atomic<bool> s_bDone;
     static inline std::atomic<int> s_nEntered;
     static inline std::vector<File_c *> s_dEntered;
-    CurrentFolderScope_c const Current{ Folder.MakeFolder("current") };
+    CurrentFolderScope_c const Current{ m_Folder.MakeFolder("current") };
 };
 
 TEST_F(FileAsyncTest, AStayerHoldsOneReferenceForEachRead)
@@ -86,7 +86,7 @@ TEST_F(FileAsyncTest, AStayerHoldsOneReferenceForEachRead)
         FileClose(FileOpen(szName));
         File_c * const pFile = FileStream(szName);
         pFile->Refresh();
-        FileResetFiles(Folder.GetPath().c_str());
+        FileResetFiles(m_Folder.GetPath().c_str());
         EXPECT_EQ(g_dStayerFiles.GetLength(), nCount) << "one reference of two was released";
         FileStayerResetAll();
         FileReset();
@@ -113,14 +113,14 @@ TEST_F(FileAsyncTest, PrefetchHoldsAllFilesOfATypeAndCountsTheUnreadable)
 {
     ExpectComplaints(1);
     Scan();
-    fs::remove(Folder.Join("b.txt"));
+    fs::remove(m_Folder.Join("b.txt"));
     {
         FilePrefetchScope_c const Texts(".txt");
-        EXPECT_EQ(Log.Count("FilePrefetch: processed (.txt) : 8 bytes in 2 files"), 1);
+        EXPECT_EQ(m_Log.Count("FilePrefetch: processed (.txt) : 8 bytes in 2 files"), 1);
         FileUnfetch("txt");
         EXPECT_EQ(FileStream("a.txt")->GetOpensCount(), 1);
     }
-    EXPECT_EQ(Log.Count("FileUnfetch: processed (.txt) : 2 files"), 1);
+    EXPECT_EQ(m_Log.Count("FileUnfetch: processed (.txt) : 2 files"), 1);
     EXPECT_EQ(FileStream("a.txt")->pData, nullptr);
 }
 
@@ -148,7 +148,7 @@ TEST_F(FileAsyncTest, ThreadWritesNotBeyondABufferThatTheFileOutgrew)
     Start();
     File_c * const pFile = FileStream("b.txt");
     char szSmall[6] = "-----";
-    Folder.Write("b.txt", "larger");
+    m_Folder.Write("b.txt", "larger");
     Await(pFile, szSmall);
     EXPECT_EQ(s_dReported, std::vector<std::string>{ "b.txt" }) << "a read error in the worker";
     SlowFile_s Slow;
@@ -213,7 +213,7 @@ TEST_F(FileAsyncTest, WhoeverWaitsForTheIdleThreadLiftsIt)
 
 TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
 {
-    fs::resize_file(Folder.Write("big.bin", ""), 64 << 20);
+    fs::resize_file(m_Folder.Write("big.bin", ""), 64 << 20);
     auto const OpenBesideBusyThreads = []
     {
         Start();

@@ -13,7 +13,7 @@ using Files_t = std::vector<std::pair<std::string, std::string>>;   // folder an
 class FileCacheTest : public MediaTest
 {
 protected:
-    FileCacheTest() { SetPQXMediaPath(Folder.MakeFolder("media").c_str()); }
+    FileCacheTest() { SetPQXMediaPath(m_Folder.MakeFolder("media").c_str()); }
     ~FileCacheTest() override { FilesystemCacheInit(nullptr); }
 
     static std::string Word(std::size_t n) { return std::string(reinterpret_cast<char const *>(&n), 4); }
@@ -33,7 +33,7 @@ protected:
     // Loads; whether that came to its end. The tables must be sound in any case.
     bool Survives(std::string const & sBytes)
     {
-        FilesystemCacheInit(Folder.Write("outside/cache.bin", sBytes).c_str());
+        FilesystemCacheInit(m_Folder.Write("outside/cache.bin", sBytes).c_str());
         bool const bSurvived = SurvivesWithoutAbort([&] { EXPECT_TRUE(FilesystemCacheLoad()); });
         for (auto * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
         {
@@ -47,7 +47,7 @@ protected:
     }
 
     bool SurvivesAlone(std::string const & sBytes) { return FileReset(), Survives(sBytes); }
-    void Save(std::string const & sName) const { FilesystemCacheSave(Folder.Join(sName).c_str()); }
+    void Save(std::string const & sName) const { FilesystemCacheSave(m_Folder.Join(sName).c_str()); }
 
     // As the fixture's, without a scan of its own if there is a cache.
     static std::string KeysOfOneRun(std::string const & sCache)
@@ -62,7 +62,7 @@ protected:
 
 TEST_F(FileCacheTest, WritesTheExampleOfTheFormatsPageAndReadsItInAnotherPlace)
 {
-    CurrentFolderScope_c const Scope(Folder.GetPath());
+    CurrentFolderScope_c const Scope(m_Folder.GetPath());
     Make({ { "media/ogre.msh", "mesh!" }, { "media/units/Ogre.CSV", "a,b" }, { "media/units/lone.csv", "" },
         { "media/maps/", "" }, { "media/filesystemcache.bin", "x" }, { "media2/outside.csv", "" } });
     SetPQXMediaPath("Media");
@@ -71,11 +71,11 @@ TEST_F(FileCacheTest, WritesTheExampleOfTheFormatsPageAndReadsItInAnotherPlace)
     FileStream("ogre.csv")->ftCreationTime = 0x01DA3C89A0B3C0FF;
     FileStream("lone.csv")->pPath = nullptr;
     FilesystemCacheSave("media\\FilesystemCache.bin");
-    EXPECT_EQ(Hex(Folder.Read("media/filesystemcache.bin")),
+    EXPECT_EQ(Hex(m_Folder.Read("media/filesystemcache.bin")),
         DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "filesystemcache"));
     FileReset();
     fs::rename("media", "Moved");
-    SetPQXMediaPath((Folder.Join("Moved") + "\\/").c_str());
+    SetPQXMediaPath((m_Folder.Join("Moved") + "\\/").c_str());
     FilesystemCacheInit("moved/filesystemcache.bin");
     ASSERT_TRUE(FilesystemCacheLoad());
     EXPECT_EQ(Keys(), "filesystemcache.bin ogre.csv ogre.msh");
@@ -89,13 +89,13 @@ TEST_F(FileCacheTest, WritesTheExampleOfTheFormatsPageAndReadsItInAnotherPlace)
 
 TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
 {
-    std::string const sCache = Folder.Join("media/filesystemcache.bin");
+    std::string const sCache = m_Folder.Join("media/filesystemcache.bin");
     Make({ { "media/declarations/a.csv", "a" }, { "media/profiles/p", "p" }, { "media/mapscache/deep/m", "m" } });
     EXPECT_EQ(KeysOfOneRun(sCache), "a.csv m p") << "scanned, as there is no cache";
     EXPECT_EACH(g_sFilesystemCacheName.IsEmpty(), !fs::exists(sCache));
-    Folder.Write("media/filesystemcache.bin", "x");
+    m_Folder.Write("media/filesystemcache.bin", "x");
     EXPECT_EQ(KeysOfOneRun(""), "a.csv filesystemcache.bin m p");
-    std::string const sBytes = Folder.Read("media/filesystemcache.bin");
+    std::string const sBytes = m_Folder.Read("media/filesystemcache.bin");
     EXPECT_THAT(sBytes, testing::AllOf(testing::HasSubstr("a.csv"), testing::Not(testing::HasSubstr("profiles"))));
     auto const Hash = [] { return Hex({ reinterpret_cast<char const *>(FileGetMediaHash()), 20 }); };
     std::string const sHash = "DC 95 3C 59 0F F2 B0 EA D2 22 6F D3 08 4C 3F 6A 86 3C 64 85";
@@ -108,10 +108,10 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
     g_AddSubfolderCallbacker.Reset();
     std::string const sDeep = Folded("media/mapscache/deep\\");
     EXPECT_EQ(s_dReported, (Folders_t{ Folded("media/profiles\\"), Folded("media/mapscache\\"), sDeep }));
-    EXPECT_EQ(Folder.Read("media/filesystemcache.bin"), sBytes);
+    EXPECT_EQ(m_Folder.Read("media/filesystemcache.bin"), sBytes);
     EXPECT_EQ(Hash(), sHash);
 
-    CurrentFolderScope_c const Scope(Folder.Join("media"));
+    CurrentFolderScope_c const Scope(m_Folder.Join("media"));
     SetPQXMediaPath(".");
     KeysOfOneRun("");
     EXPECT_EQ(KeysOfOneRun(sCache), "a.csv filesystemcache.bin m new.csv p q");
@@ -119,14 +119,14 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
 
 TEST_F(FileCacheTest, TheModuleDropsWhatChangesInARunBeforeTheSave)
 {
-    Folder.Write("media/filesystemcache.bin", "old");
+    m_Folder.Write("media/filesystemcache.bin", "old");
     ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
     for (char const * szName : { "$$$pqxautosave/s", "$$$pqxbackup/t", "mapscache/u", "profiles/v", "kept/w" })
     {
-        EXPECT_TRUE(FileAddOneFile(Folder.Write(std::string("media/") + szName, "x").c_str()));
+        EXPECT_TRUE(FileAddOneFile(m_Folder.Write(std::string("media/") + szName, "x").c_str()));
     }
     Module_c::ShutdownAllModules();
-    EXPECT_TRUE(SurvivesAlone(Folder.Read("media/filesystemcache.bin")));
+    EXPECT_TRUE(SurvivesAlone(m_Folder.Read("media/filesystemcache.bin")));
     EXPECT_EQ(Keys(), "cache.bin w");
     EXPECT_EQ(g_sPaths.FindByName(Folded("media/$$$pqxbackup\\").c_str()), nullptr);
 }
@@ -145,7 +145,7 @@ TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
         bool const bSurvives = SurvivesAlone(std::string(sWhole).replace(i, 1, 1, static_cast<char>(~sWhole[i])));
         if (i % 3 == 0)
         {
-            EXPECT_EQ(RunTool("cache " + Folder.Join("outside/cache.bin")).iStatus, bSurvives ? 0 : 1) << i;
+            EXPECT_EQ(RunTool("cache " + m_Folder.Join("outside/cache.bin")).iStatus, bSurvives ? 0 : 1) << i;
         }
     }
     Folders_t dFolders(4097);
@@ -167,9 +167,9 @@ TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
              { Cache({ std::string(256, 'x') }, {}), "no whole folder" },
              { Cache({ "\\" }, { { "\\", "" } }), "no whole file" }, { sHead + Word(~0u), "no count" } })
     {
-        Log.Clear();
+        m_Log.Clear();
         EXPECT_FALSE(SurvivesAlone(sBytes)) << sComplaint;
-        EXPECT_NE(Log.GetText().find(sComplaint), std::string::npos) << sComplaint << "\n" << Log.GetText();
+        EXPECT_NE(m_Log.GetText().find(sComplaint), std::string::npos) << sComplaint << "\n" << m_Log.GetText();
     }
 }
 
@@ -185,29 +185,29 @@ TEST_F(FileCacheTest, AFolderThatCantBeEnteredLeavesNoDanglingFile)
         }
     }
     EXPECT_TRUE(SurvivesAlone(Cache(dFolders, { { dFolders[0], "first.txt" }, { dFolders[2730], "last.txt" } })));
-    EXPECT_EQ(Log.CountHolding("Global path hash addition error..."), 1) << Log.GetText();
+    EXPECT_EQ(m_Log.CountHolding("Global path hash addition error..."), 1) << m_Log.GetText();
     EXPECT_EACH(FileGetPath("first.txt"), FileExists("last.txt"), !FileGetPath("last.txt"));
 
-    std::string const sLong = '\\' + std::string(255 - 2 - Folder.Join("media").size(), 'x') + '\\';
+    std::string const sLong = '\\' + std::string(255 - 2 - m_Folder.Join("media").size(), 'x') + '\\';
     EXPECT_TRUE(SurvivesAlone(Cache({ sLong, "\\x" + sLong }, { { sLong, "in" }, { "\\x" + sLong, "out" } })));
     EXPECT_EQ(Keys(), "cache.bin in");
-    EXPECT_EQ(Log.CountHolding("its path is too long"), 1);
+    EXPECT_EQ(m_Log.CountHolding("its path is too long"), 1);
 }
 
 TEST_F(FileCacheTest, FilesOfBeforeStayAndKeepTheirFolders)
 {
     for (char const * szFile : { "media/sub/same", "media/new/n", "outside/o" })
     {
-        ASSERT_TRUE(FileAddOneFile(Folder.Write(szFile, szFile).c_str()));
+        ASSERT_TRUE(FileAddOneFile(m_Folder.Write(szFile, szFile).c_str()));
     }
     File_c const * const pSame = FileStream("same");
     EXPECT_TRUE(Survives(Cache({ "\\sub\\" }, { { "\\sub\\", "same" } })));
     EXPECT_EQ(FileOpen("same"), pSame);
     Save("again.bin");
-    EXPECT_TRUE(FileResetFiles(Folder.Join("outside").c_str()));
+    EXPECT_TRUE(FileResetFiles(m_Folder.Join("outside").c_str()));
     EXPECT_EQ(Keys(), "n same");
     EXPECT_FALSE(Survives(Cache({ "\\" }, { { "\\", "same" } }))) << "another of this name";
-    EXPECT_TRUE(SurvivesAlone(Folder.Read("again.bin"))) << "each file has its folder there";
+    EXPECT_TRUE(SurvivesAlone(m_Folder.Read("again.bin"))) << "each file has its folder there";
     EXPECT_EQ(Keys(), "cache.bin n same");
 }
 
@@ -215,17 +215,17 @@ TEST_F(FileCacheTest, AFileThatATwinHidesIsNotSaved)
 {
     std::string const sOne = 'a' + std::string(31, 'x') + 'b', sTwo = 'b' + std::string(31, 'x') + 'a';   // of one hash
     Make({ { "media/" + sOne, "1" }, { "media/" + sTwo, "2" }, { "media/in/" + sTwo, "3" } });
-    FileAddSearchPath(Folder.Join("media").c_str(), false, false);
+    FileAddSearchPath(m_Folder.Join("media").c_str(), false, false);
     FileKill(FileStream(sOne.c_str()));   // the next of this hash takes its slot unseen
-    FileAddSearchPath(Folder.Join("media/in").c_str(), false, false);
+    FileAddSearchPath(m_Folder.Join("media/in").c_str(), false, false);
     Save("twins.bin");
-    EXPECT_TRUE(SurvivesAlone(Folder.Read("twins.bin")));
+    EXPECT_TRUE(SurvivesAlone(m_Folder.Read("twins.bin")));
     EXPECT_EQ(Contents(FileOpen(sTwo.c_str())), "3");
 }
 
 TEST_F(FileCacheTest, WhatAKilledSaveLeavesIsNeverRegistered)
 {
-    Folder.Write("media/a.txt", "");
+    m_Folder.Write("media/a.txt", "");
     Scan();
     auto const SaveToTheDeath = [this]
     {
@@ -236,7 +236,7 @@ TEST_F(FileCacheTest, WhatAKilledSaveLeavesIsNeverRegistered)
     };
     EXPECT_EQ(StatusOfChild(StartChild(SaveToTheDeath)), -1);
     auto const IsCut = [](auto const & Entry) { return Entry.file_size() == 30; };
-    fs::path const Left = std::find_if(fs::directory_iterator(Folder.Join("media")), {}, IsCut)->path();
+    fs::path const Left = std::find_if(fs::directory_iterator(m_Folder.Join("media")), {}, IsCut)->path();
     FileReset();
     Scan();
     FileRefresh();
@@ -251,43 +251,43 @@ TEST_F(FileCacheTest, IsWrittenOfWholeScansOnlyAndASecondFailingReadScans)
 {
     Make({ { "media/good", "" }, { "media/sub/in", "" }, { "media/c.bin", "old" } });
     // A link that the system may not follow, for lack of a right, is one bad entry of its folder.
-    fs::create_symlink("sub/closed/x", Folder.Join("media/bad"));
-    fs::permissions(Folder.MakeFolder("media/sub/closed"), fs::perms::none);
+    fs::create_symlink("sub/closed/x", m_Folder.Join("media/bad"));
+    fs::permissions(m_Folder.MakeFolder("media/sub/closed"), fs::perms::none);
     auto const KeysAsUser = [this](std::string const & sExpected)
     {
         return [this, sExpected]
         {
             Scan();
-            Log.Clear();
+            m_Log.Clear();
             Save("media/c.bin");
-            return Keys() == sExpected && Log.CountHolding("no cache is written") == 1 ? 0 : 1;
+            return Keys() == sExpected && m_Log.CountHolding("no cache is written") == 1 ? 0 : 1;
         };
     };
-    fs::permissions(Folder.GetPath(), fs::perms::all);
-    fs::permissions(Folder.Join("media"), fs::perms::all);
+    fs::permissions(m_Folder.GetPath(), fs::perms::all);
+    fs::permissions(m_Folder.Join("media"), fs::perms::all);
     EXPECT_EQ(StatusAsNobody(KeysAsUser("c.bin good in")), 0);
-    EXPECT_EQ(Folder.Read("media/c.bin"), "old");
-    fs::permissions(Folder.Join("media/sub/closed"), fs::perms::all);
-    EXPECT_EACH(Scan(), FileScanIsWhole(Folder.Join("media").c_str()));
+    EXPECT_EQ(m_Folder.Read("media/c.bin"), "old");
+    fs::permissions(m_Folder.Join("media/sub/closed"), fs::perms::all);
+    EXPECT_EACH(Scan(), FileScanIsWhole(m_Folder.Join("media").c_str()));
     Save("media/c.bin");
-    EXPECT_TRUE(SurvivesAlone(Folder.Read("media/c.bin")));
+    EXPECT_TRUE(SurvivesAlone(m_Folder.Read("media/c.bin")));
 
     static std::string s_sGone;
-    s_sGone = Folder.Write("media/filesystemcache.bin", Cache({ "\\" }, {}));
+    s_sGone = m_Folder.Write("media/filesystemcache.bin", Cache({ "\\" }, {}));
     g_bCollectResource = true;
     g_FileOpenCallbacker.Add([](char const *) { fs::remove(s_sGone); }, false);
     FileReset();
     EXPECT_EQ(KeysOfOneRun(s_sGone), "c.bin good in") << "and the module has written no cache of that scan";
     g_bCollectResource = false;
-    EXPECT_EQ(Dialogs.GetCount(), 0);
+    EXPECT_EQ(m_Dialogs.GetCount(), 0);
 }
 
 TEST_F(FileCacheTest, ReportsWhichFolderHasChangedAndGoesWhereTheHostSays)
 {
     Make({ { "media/a", "1" }, { "media/sub/b", "1" }, { "media/sub/deep/c", "1" } });
     ModuleFile_c & Module = *ModuleFile_c::Get();
-    for (std::string const & sCache : { Folder.Join("media/filesystemcache.bin"), Folder.Join("media/../media/c.bin"),
-             Folder.Join("else/where/c.bin") })
+    for (std::string const & sCache : { m_Folder.Join("media/filesystemcache.bin"),
+             m_Folder.Join("media/../media/c.bin"), m_Folder.Join("else/where/c.bin") })
     {
         Module.SetCacheFile(sCache.c_str());
         Module.CheckCache(false);
@@ -297,33 +297,33 @@ TEST_F(FileCacheTest, ReportsWhichFolderHasChangedAndGoesWhereTheHostSays)
         Module.CheckCache(true);
         auto const Stale = [&]
         {
-            Log.Clear();
+            m_Log.Clear();
             KeysOfOneRun(sCache);
-            std::string const sLog = Log.GetText();
+            std::string const sLog = m_Log.GetText();
             std::size_t const i = sLog.find("the cache is not current, ");
             return i == sLog.npos ? "" : sLog.substr(i + 26, sLog.find('\n', i) - i - 26);
         };
         EXPECT_EQ(Stale(), "it has no whole list of times");
         EXPECT_EQ(Stale() + Stale(), "");
-        Folder.Write("media/sub/b", "written into");
+        m_Folder.Write("media/sub/b", "written into");
         EXPECT_EQ(Stale(), "");
-        fs::rename(Folder.Join("media/sub/deep/c"), Folder.Join("media/sub/deep/d"));
+        fs::rename(m_Folder.Join("media/sub/deep/c"), m_Folder.Join("media/sub/deep/d"));
         EXPECT_EQ(Stale(), "\"\\sub\\deep\\\" has changed");
         EXPECT_EQ(Stale(), "");
-        Folder.Write("media/new" + std::to_string(sCache.size()), "");
+        m_Folder.Write("media/new" + std::to_string(sCache.size()), "");
         EXPECT_EQ(Stale(), "\"\\\" has changed");
         EXPECT_EQ(Stale(), "");
-        Folder.Write("torn", Folder.Read(sCache.substr(Folder.GetPath().size() + 1)).substr(0, 100));
-        fs::rename(Folder.Join("torn"), sCache);
+        m_Folder.Write("torn", m_Folder.Read(sCache.substr(m_Folder.GetPath().size() + 1)).substr(0, 100));
+        fs::rename(m_Folder.Join("torn"), sCache);
         EXPECT_EQ(Stale(), "it has no whole list of times");
-        fs::rename(Folder.Join("media/sub/deep/d"), Folder.Join("media/sub/deep/c"));
+        fs::rename(m_Folder.Join("media/sub/deep/d"), m_Folder.Join("media/sub/deep/c"));
         EXPECT_EQ(Stale(), "\"\\sub\\deep\\\" has changed");
     }
-    std::string const sMedia = Folder.Join("media"), sCache = Folder.Join("else/where/c.bin");
+    std::string const sMedia = m_Folder.Join("media"), sCache = m_Folder.Join("else/where/c.bin");
     std::string const sKeys = KeysOfOneRun(sCache);
-    fs::rename(sMedia, Folder.Join("not mounted"));
+    fs::rename(sMedia, m_Folder.Join("not mounted"));
     EXPECT_EQ(KeysOfOneRun(sCache), "");
-    fs::rename(Folder.Join("not mounted"), sMedia);
+    fs::rename(m_Folder.Join("not mounted"), sMedia);
     EXPECT_EQ(KeysOfOneRun(sCache), sKeys);
     Module.CheckCache(false);   // leaves the host's own setting
     KeysOfOneRun("");
@@ -345,25 +345,25 @@ TEST_F(FileCacheTest, ARunThatKnowsNoMediaLeavesTheHostsCache)
         bool Initialize() override { return false; }
     } Failing;
     Make({ { "media/a", "1" } });
-    std::string const sCache = Folder.Join("c.bin");
+    std::string const sCache = m_Folder.Join("c.bin");
     ModuleFile_c & Module = *ModuleFile_c::Get();
     Module.SetCacheFile(sCache.c_str());
     KeysOfOneRun("");
-    std::string const sSaved = Folder.Read("c.bin");
+    std::string const sSaved = m_Folder.Read("c.bin");
     EXPECT_THAT(sSaved, testing::HasSubstr("a"));
 
     FilesystemCacheInit(sCache.c_str());
     Module_c::Register(&Failing);
     EXPECT_FALSE(StartModule(&Module));
     Module_c::ShutdownAllModules();
-    EXPECT_EQ(Folder.Read("c.bin"), sSaved) << "a failed start";
+    EXPECT_EQ(m_Folder.Read("c.bin"), sSaved) << "a failed start";
 
     FilesystemCacheInit(nullptr);
     Module.ReadMedia(false);
     StartModule(&Module);
     Module_c::ShutdownAllModules();
     Module.ReadMedia(true);
-    EXPECT_EQ(Folder.Read("c.bin"), sSaved) << "a run without a scan";
+    EXPECT_EQ(m_Folder.Read("c.bin"), sSaved) << "a run without a scan";
     EXPECT_EQ(KeysOfOneRun(sCache), "a c.bin");
     Module.SetCacheFile(nullptr);
 }
@@ -380,13 +380,13 @@ TEST_F(FileCacheTest, ASaveThatFailsLeavesTheOldCache)
     Save("media/" + std::string(256, 'x'));
     ExpectComplaints(1);
     Save("media/c.bin/x.dat");
-    EXPECT_EQ(Dialogs.CountHolding("CreateFile(): opening of file '" + Folder.Join("media/c.bin/x.dat")), 1);
+    EXPECT_EQ(m_Dialogs.CountHolding("CreateFile(): opening of file '" + m_Folder.Join("media/c.bin/x.dat")), 1);
     SetPQXMediaPath("\\");   // none
     Save("media/c.bin");
-    FilesystemCacheInit(Folder.Join("media/c.bin").c_str());
+    FilesystemCacheInit(m_Folder.Join("media/c.bin").c_str());
     EXPECT_FALSE(FilesystemCacheLoad());
-    EXPECT_EQ(Log.CountHolding("can't write the cache"), 5);
-    EXPECT_EQ(Dialogs.GetCount(), 1);
-    EXPECT_EQ(Folder.Read("media/c.bin"), "old");
-    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(Folder.Join("media")), {}), 2) << "nothing is left";
+    EXPECT_EQ(m_Log.CountHolding("can't write the cache"), 5);
+    EXPECT_EQ(m_Dialogs.GetCount(), 1);
+    EXPECT_EQ(m_Folder.Read("media/c.bin"), "old");
+    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(m_Folder.Join("media")), {}), 2) << "nothing is left";
 }

@@ -25,7 +25,7 @@ TEST_F(FileHashTest, CoversNamesAndSizesOfTheTables)
     FileStream("top.csv")->pPath = nullptr;
     EXPECT_TRUE(Covers(false, "b.csv\2\0\0\0a.csv\1\0\0\0"s));
     EXPECT_TRUE(Covers(true, "top.csv\5\0\0\0d.csv\3\0\0\0b.csv\2\0\0\0a.csv\1\0\0\0"s));
-    Folder.Write("Declarations/B.CSV", "xyz");
+    m_Folder.Write("Declarations/B.CSV", "xyz");
     EXPECT_TRUE(Covers(false, "b.csv\2\0\0\0a.csv\1\0\0\0"s)) << "the new size is not seen yet";
     FileClose(FileOpen("b.csv"));
     EXPECT_TRUE(Covers(false, "b.csv\3\0\0\0a.csv\1\0\0\0"s));

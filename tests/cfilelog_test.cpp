@@ -35,13 +35,13 @@ TEST_F(FileTrackerTest, WarnsAboveEachLimitOnceAndDumps)
 {
     ExpectComplaints(2);
     std::string sOpened = Open(1, 50, "lim");
-    EXPECT_EQ(Log.GetText(), "");
+    EXPECT_EQ(m_Log.GetText(), "");
     sOpened += Open(51, 51, "lim");
-    EXPECT_EQ(Log.GetText(), "CreateFile(): limit of 50 opened files exceeded on opening file 'lim51'!\n" + sOpened);
+    EXPECT_EQ(m_Log.GetText(), "CreateFile(): limit of 50 opened files exceeded on opening file 'lim51'!\n" + sOpened);
     Close(51, 51);
     Open(51, 61, "lim");
-    EXPECT_EQ(Log.CountHolding("opened files exceeded"), 2);
-    EXPECT_EQ(Log.CountHolding("limit of 60 opened files exceeded on opening file 'lim61'!"), 1);
+    EXPECT_EQ(m_Log.CountHolding("opened files exceeded"), 2);
+    EXPECT_EQ(m_Log.CountHolding("limit of 60 opened files exceeded on opening file 'lim61'!"), 1);
     Close(1, 61);
 }
 
@@ -53,16 +53,16 @@ TEST_F(FileTrackerTest, WarnsOfFailedOpensUnlessTheyArePacksOrBinaries)
              { "media*.zq", "Cache.BIN", true }, { "media*.zq", nullptr, true }, { "media*.zq", "track2.zqx", false },
              { "p*.pak", "track3.zq", false }, { "p*.pak", "track4.Pak", true }, { "media*.zq", "q", false } })
     {
-        Log.Clear();
+        m_Log.Clear();
         FileSetMediaTemplate(szTemplate);
         FileOpenTracker(Handle(0), szName);
         FileOpenTracker(Handle(-1), szName);   // the same text again, which Achtung drops
         std::string const sName = szName ? szName : "";
-        EXPECT_EQ(Log.GetText(), bQuiet ? "" : "CreateFile(): opening of file '" + sName + "' failed!\n");
+        EXPECT_EQ(m_Log.GetText(), bQuiet ? "" : "CreateFile(): opening of file '" + sName + "' failed!\n");
     }
     FileCloseTracker(Handle(0));
     FileCloseTracker(Handle(-1));
-    EXPECT_EQ(Dialogs.CountHolding("CloseHandle()"), 0);
+    EXPECT_EQ(m_Dialogs.CountHolding("CloseHandle()"), 0);
     FileSetMediaTemplate("media*.zq");
 }
 
@@ -72,16 +72,16 @@ TEST_F(FileTrackerTest, CountsHandlesForWhichItHasNoRoom)
     std::string const sUnknown = "CloseHandle(): closing more files than we've opened";
     Open(7, 7, "x");
     Close(8, 8);
-    EXPECT_EQ(Dialogs.CountHolding(sUnknown), 1);
+    EXPECT_EQ(m_Dialogs.CountHolding(sUnknown), 1);
     Close(7, 7);
     g_iMaxOpenFiles = 1000;
     Open(1, 258, "full");
     EXPECT_EQ(g_dOpenTracks.GetLength(), 256);
-    EXPECT_EQ(Dialogs.CountHolding("iAccessIndex >= 0 && iAccessIndex <= LENGTH"), 2);
+    EXPECT_EQ(m_Dialogs.CountHolding("iAccessIndex >= 0 && iAccessIndex <= LENGTH"), 2);
     Close(1, 258);
-    EXPECT_EQ(Dialogs.CountHolding(sUnknown), 1);
+    EXPECT_EQ(m_Dialogs.CountHolding(sUnknown), 1);
     Close(9, 9);
-    EXPECT_EQ(Dialogs.CountHolding(sUnknown), 2);
+    EXPECT_EQ(m_Dialogs.CountHolding(sUnknown), 2);
 }
 
 TEST_F(FileTrackerTest, OpensAreReportedOnlyWhileResourcesAreCollected)
@@ -112,9 +112,9 @@ protected:
     FileLogTest()
     {
         Make({ { "a.txt", "x" }, { "b.txt", "yy" }, { "Logs/", "" }, { "rel/r.txt", "deep" }, { "once.txt", "1" } });
-        SetPQXMediaPath(Folder.GetPath().c_str());
-        FileAddSearchPath(Folder.GetPath().c_str(), false, true);
-        FileAddSearchPath(Folder.Join("rel").c_str(), false, true);
+        SetPQXMediaPath(m_Folder.GetPath().c_str());
+        FileAddSearchPath(m_Folder.GetPath().c_str(), false, true);
+        FileAddSearchPath(m_Folder.Join("rel").c_str(), false, true);
         g_FileOpenCallbacker.Add(ResourceLoadCallback, false);
     }
 
@@ -138,7 +138,7 @@ protected:
         std::string sAll;
         for (char const * szEnding : { ".rsp", "_clean.rsp", "_prefetch.rsp" })
         {
-            std::istringstream Lines(Folder.Read("Logs/" + sName + szEnding));
+            std::istringstream Lines(m_Folder.Read("Logs/" + sName + szEnding));
             for (std::string sLine; std::getline(Lines, sLine);)
             {
                 sAll += sLine == Folded("a.txt") ? "a" : (sLine == Folded("b.txt") ? "b" : "?");
@@ -165,12 +165,12 @@ TEST_F(FileLogTest, EachResponseLogHasItsOpens)
         EXPECT_EQ(Read("thegame"), szLogs);
     }
     FileOpenLogEnable("one", 7, false);
-    Log.Clear();
+    m_Log.Clear();
     for (char const * szForged : { "x\na.txt", "\x1B[2J", "\u009B" })
     {
         FileOpenToResponseLog(szForged, 7);
     }
-    EXPECT_EQ(Log.CountHolding("no response log lists \""), 3);
+    EXPECT_EQ(m_Log.CountHolding("no response log lists \""), 3);
     FileOpenToResponseLog(Folded("b.txt").c_str(), FILE_LOG_PLAIN);
     Run();
     FileOpenLogEnable("two", 2, false);   // closes the previous logs
@@ -182,9 +182,9 @@ TEST_F(FileLogTest, EachResponseLogHasItsOpens)
 TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)
 {
     Make({ { "current/LoadedMedia/old.txt", "" }, { "outside/kept.txt", "" } });
-    CurrentFolderScope_c const Scope(Folder.Join("current"));
-    fs::create_directory_symlink(Folder.Join("outside"), "LoadedMedia/link");
-    std::string const & sFolder = Folder.GetPath();
+    CurrentFolderScope_c const Scope(m_Folder.Join("current"));
+    fs::create_directory_symlink(m_Folder.Join("outside"), "LoadedMedia/link");
+    std::string const & sFolder = m_Folder.GetPath();
     ModuleLog_c::SetLogPath(std::wstring(sFolder.begin(), sFolder.end()).c_str());
     StartModule(ModuleLog_c::Get());
     Run();
@@ -195,18 +195,18 @@ TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)
     FileDumpInfo();
     Module_c::ShutdownAllModules();
     ModuleLog_c::SetLogPath(L"");
-    EXPECT_EQ(Folder.Read("fileopen_calls.log"), "a.txt                           4\n"
-                                                 "b.txt                           3\n"
-                                                 "rel\\r.txt                       2\n");
-    Log.Clear();
+    EXPECT_EQ(m_Folder.Read("fileopen_calls.log"), "a.txt                           4\n"
+                                                   "b.txt                           3\n"
+                                                   "rel\\r.txt                       2\n");
+    m_Log.Clear();
     FileLogLoadedMedia();
     std::string const sCut = "------------ CUT ------------\n";
-    EXPECT_EQ(Log.GetText(), "Media in memory...\n" + sCut + "2, b.txt\n" + sCut);
+    EXPECT_EQ(m_Log.GetText(), "Media in memory...\n" + sCut + "2, b.txt\n" + sCut);
     FileClose(FileStream("b.txt"));
     FileCloneLoadedMedia();
-    EXPECT_EQ(Folder.Read("current/LoadedMedia/a.txt") + Folder.Read("current/LoadedMedia/b.txt")
-                  + Folder.Read("current/LoadedMedia/rel/r.txt"),
+    EXPECT_EQ(m_Folder.Read("current/LoadedMedia/a.txt") + m_Folder.Read("current/LoadedMedia/b.txt")
+                  + m_Folder.Read("current/LoadedMedia/rel/r.txt"),
         "xyydeep");
     EXPECT_EQ(std::distance(fs::directory_iterator("LoadedMedia"), fs::directory_iterator()), 3);
-    EXPECT_TRUE(fs::exists(Folder.Join("outside/kept.txt")));
+    EXPECT_TRUE(fs::exists(m_Folder.Join("outside/kept.txt")));
 }

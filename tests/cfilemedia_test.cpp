@@ -11,8 +11,8 @@ class FileMediaTest : public MediaTest
 protected:
     FileMediaTest()
     {
-        plat::RegistrySetFolder(plat::RegistryTree_e::Machine, Folder.MakeFolder("registry").c_str());
-        Folder.MakeFolder("current");
+        plat::RegistrySetFolder(plat::RegistryTree_e::Machine, m_Folder.MakeFolder("registry").c_str());
+        m_Folder.MakeFolder("current");
     }
 
     ~FileMediaTest() override
@@ -62,7 +62,7 @@ TEST_F(FileMediaTest, TheSplitLetsOneGameIn)
 
 TEST_F(FileMediaTest, FindsTheMediaRootByThreeSourcesInOrder)
 {
-    CurrentFolderScope_c const Scope(Folder.Join("current"));
+    CurrentFolderScope_c const Scope(m_Folder.Join("current"));
     EXPECT_EQ(GetPQXMediaPath(false), "");
     EXPECT_DEATH(
         {
@@ -74,10 +74,10 @@ TEST_F(FileMediaTest, FindsTheMediaRootByThreeSourcesInOrder)
     WriteInstallDir("/not/there\\");
     EXPECT_EQ(GetPQXMediaPath(false), "/not/there") << "the registry's text, though it names nothing";
     FileSetMediaTemplate("packs*.zq");
-    Folder.Write("current/packs.zq", "");
+    m_Folder.Write("current/packs.zq", "");
     EXPECT_EQ(GetPQXMediaPath(true), ".");
-    WriteInstallDir(Folder.GetPath() + "\\");
-    EXPECT_EQ(GetPQXMediaPath(true), Folder.GetPath().c_str());
+    WriteInstallDir(m_Folder.GetPath() + "\\");
+    EXPECT_EQ(GetPQXMediaPath(true), m_Folder.GetPath().c_str());
     for (auto const & [szPath, szRoot] : Rows_t<char const *, char const *>{
              { "/nowhere/at\\all\\", "/nowhere/at\\all" }, { "/a/", "/a" }, { "a\\\\", "a\\" } })
     {
@@ -88,12 +88,12 @@ TEST_F(FileMediaTest, FindsTheMediaRootByThreeSourcesInOrder)
 
 TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
 {
-    CurrentFolderScope_c const Scope(Folder.Join("current"));
+    CurrentFolderScope_c const Scope(m_Folder.Join("current"));
     Make({ { "media/a.txt", "x" }, { "media/.SVN/b.txt", "" }, { "media/_svn/b.txt", "" }, { "media/CVS/b.txt", "" },
         { "media/$$$pqxautosave/b.txt", "" }, { "media/$$$pqxbackup/b.txt", "" }, { "media/Message.LOG", "" },
         { "media/.cvsignore", "" }, { "media/gamedata/pqx/p.txt", "" }, { "media/gamedata/mod/m.txt", "" } });
-    std::string const sMedia = Folder.Join("media");
-    Folder.Write("current/media.zq", "");
+    std::string const sMedia = m_Folder.Join("media");
+    m_Folder.Write("current/media.zq", "");
     std::ptrdiff_t const nBlocks = FileBlocks();
     for (auto const & [sSetting, sRegistry, szSplit, bRead, szKeys, sSource] :
         Rows_t<std::string, std::string, char const *, bool, char const *, std::string>{
@@ -102,7 +102,7 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
             { "", sMedia, nullptr, false, "", "registry - \"" + sKey },
             { "", "", nullptr, true, "media.zq", "main pack - \"media.zq" } })
     {
-        Log.Clear();
+        m_Log.Clear();
         SetPQXMediaPath(sSetting.c_str());
         WriteInstallDir(sRegistry);
         FileSetSplit(szSplit);
@@ -112,8 +112,8 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
         g_dCleanNames.Add("of an earlier run");
         EXPECT_EQ(KeysOfOneRun(), szKeys);
         EXPECT_EACH(g_dStayerExts.IsEmpty(), g_dCleanNames.IsEmpty());
-        EXPECT_EQ(Log.Count("FS game mode: normal"), 1);
-        EXPECT_EQ(Log.Count("Media path in " + sSource + "\""), 1) << Log.GetText();
+        EXPECT_EQ(m_Log.Count("FS game mode: normal"), 1);
+        EXPECT_EQ(m_Log.Count("Media path in " + sSource + "\""), 1) << m_Log.GetText();
         EXPECT_EQ(Keys(), "");
         EXPECT_TRUE(g_FileOpenCallbacker.IsEmpty());
         EXPECT_EQ(FileBlocks(), nBlocks);
@@ -125,13 +125,13 @@ TEST_F(FileMediaTest, TheIdleHeartbeatReportsChangesUntilTheShutdown)
 {
     SKIP_IF(!WatchesReportWrites(), "watches report no change here");
     Make({ { "a.txt", "x" }, { "b.skip", "x" } });
-    SetPQXMediaPath(Folder.GetPath().c_str());
+    SetPQXMediaPath(m_Folder.GetPath().c_str());
     g_FileTrackChangesCallbacker.Add(NoteReport, false);
     for (std::size_t nReported : { 1u, 2u })   // the second run's list is empty by the first one's end
     {
         s_dReported.clear();
         ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
-        FileTrackChanges(Folder.GetPath().c_str());
+        FileTrackChanges(m_Folder.GetPath().c_str());
         if (nReported == 1)
         {
             FileTrackSetIgnoreExtList(".skip");
@@ -151,16 +151,16 @@ TEST_F(FileMediaTest, TheIdleHeartbeatReportsChangesUntilTheShutdown)
 // Runs in a process of its own, started by the next test with a command line of its own.
 TEST_F(FileMediaTest, DISABLED_PrintsTheGame)
 {
-    CurrentFolderScope_c const Scope(Folder.GetPath());
+    CurrentFolderScope_c const Scope(m_Folder.GetPath());
     KeysOfOneRun();
     std::printf("<%s %i>", static_cast<char const *>(g_sSplitGame), FileIsAddon());
 }
 
 TEST_F(FileMediaTest, TakesTheGameFromTheCommandLine)
 {
-    fs::create_symlink(fs::read_symlink("/proc/self/exe"), Folder.Join("t"));   // a short name leaves room
+    fs::create_symlink(fs::read_symlink("/proc/self/exe"), m_Folder.Join("t"));   // a short name leaves room
     std::string const sStart =
-        Folder.Join("t") + " --gtest_also_run_disabled_tests --gtest_filter=*.DISABLED_PrintsTheGame ";
+        m_Folder.Join("t") + " --gtest_also_run_disabled_tests --gtest_filter=*.DISABLED_PrintsTheGame ";
     for (auto const & [sArguments, szResult] : Rows_t<std::string, char const *>{ { "", "<\\gamedata\\pqx\\ 0>" },
              { "a --game one --game two", "<\\gamedata\\one\\ 1>" }, { "--GAME mod", "<\\gamedata\\pqx\\ 0>" },
              { "--game", "<\\gamedata\\pqx\\ 0>" },

@@ -25,10 +25,10 @@ TEST_F(FilePathTest, EntersEveryFileUnderItsFoldedNameDepthFirstInOneOrder)
     File_c const * const pLion = FileStream("lion.txt");
     EXPECT_EACH(pLion->iLength == 4, pLion->ftLastWriteTime > 0, pLion->iReads == 0);
     EXPECT_EQ(Contents(FileOpen("Lion.TXT")), "roar") << "found on disk in its own spelling";
-    EXPECT_EQ(Log.GetText(), "");
+    EXPECT_EQ(m_Log.GetText(), "");
 
     FileReset();
-    ASSERT_TRUE(FileAddSearchPath(Folder.GetPath().c_str(), false, false));
+    ASSERT_TRUE(FileAddSearchPath(m_Folder.GetPath().c_str(), false, false));
     EXPECT_EQ(Keys(), ".hidden") << "not recursive";
 }
 
@@ -37,11 +37,11 @@ TEST_F(FilePathTest, ASecondScanMarksEachFileAndAddsNoFolder)
     Make({ { "a/same.txt", "" }, { " x/c.txt", "" } });
     for (char const * szEnd : { "", "\\" })
     {
-        ASSERT_TRUE(FileAddSearchPath((Folder.Join("a") + szEnd).c_str(), true, false));
+        ASSERT_TRUE(FileAddSearchPath((m_Folder.Join("a") + szEnd).c_str(), true, false));
     }
     EXPECT_TRUE(FileStream("same.txt")->bDuplicate) << "a second scan finds each file again";
     EXPECT_EQ(g_sPaths.Next(g_sPaths.First()), nullptr) << "both spellings are one entry";
-    ASSERT_TRUE(FileAddSearchPath(Folder.Join(" x").c_str(), true, false));
+    ASSERT_TRUE(FileAddSearchPath(m_Folder.Join(" x").c_str(), true, false));
     EXPECT_NE(g_sPaths.FindByName(Folded(" x").c_str()), nullptr) << "no separator after a leading blank";
 }
 
@@ -51,7 +51,7 @@ TEST_F(FilePathTest, EntersOneOfNamesThatDifferInCaseOnly)
     Make({ { "twins/A.TXT", "capitals" }, { "twins/a.txt", "small" }, { "twins/A", "" }, { "Twins/b.txt", "" },
         { "twins/OGRE.csv", "one" }, { "twins/Ogre.CSV", "second" }, { "twins/ogre.Csv", "the third" },
         { "twins/Elf/in.txt", "" }, { "twins/elF", "hidden" }, { "twins/ORC/in2.txt", "" }, { "twins/orc", "file" } });
-    ASSERT_TRUE(FileAddSearchPath(Folder.Join("twins").c_str(), true, false));
+    ASSERT_TRUE(FileAddSearchPath(m_Folder.Join("twins").c_str(), true, false));
     EXPECT_EQ(Keys(), "a a.txt in.txt ogre.csv orc");
     for (auto const & [szName, szContents] :
         Rows_t<char const *, char const *>{ { "a.txt", "small" }, { "ogre.csv", "one" }, { "orc", "file" } })
@@ -59,18 +59,18 @@ TEST_F(FilePathTest, EntersOneOfNamesThatDifferInCaseOnly)
         EXPECT_EQ(FileStream(szName)->iLength, static_cast<int>(std::strlen(szContents))) << szName;
         EXPECT_EQ(Contents(FileOpen(szName)), szContents) << "of twins the one that was entered";
     }
-    EXPECT_EQ(Log.CountHolding("\\elF\" differs from another entry in case only, it is not entered"), 1);
-    EXPECT_EQ(Log.CountHolding("\\ORC\" differs from another entry in case only, it is not entered"), 1);
-    EXPECT_FALSE(FileAddSearchPath(Folder.Join("Twins").c_str(), true, false));
-    EXPECT_EQ(Log.CountHolding("Twins\", it is hidden by a folder that differs in case only"), 1);
+    EXPECT_EQ(m_Log.CountHolding("\\elF\" differs from another entry in case only, it is not entered"), 1);
+    EXPECT_EQ(m_Log.CountHolding("\\ORC\" differs from another entry in case only, it is not entered"), 1);
+    EXPECT_FALSE(FileAddSearchPath(m_Folder.Join("Twins").c_str(), true, false));
+    EXPECT_EQ(m_Log.CountHolding("Twins\", it is hidden by a folder that differs in case only"), 1);
 }
 
 TEST_F(FilePathTest, RefusesWhatIsNoFolder)
 {
-    Folder.Write("a/same.txt", "");
-    EXPECT_FALSE(FileAddSearchPath(Folder.Join("a/same.txt").c_str(), true, false));
+    m_Folder.Write("a/same.txt", "");
+    EXPECT_FALSE(FileAddSearchPath(m_Folder.Join("a/same.txt").c_str(), true, false));
     EXPECT_FALSE(FileAddSearchPath("", true, false));
-    EXPECT_EQ(Log.GetText(), "Path not found " + Folder.Join("a/same.txt") + "\nPath not found \n");
+    EXPECT_EQ(m_Log.GetText(), "Path not found " + m_Folder.Join("a/same.txt") + "\nPath not found \n");
 }
 
 TEST_F(FilePathTest, PassesOverWhatIsExcludedInAnyCase)
@@ -103,11 +103,11 @@ TEST_F(FilePathTest, EntersTheCurrentConfigurationsFolderOnly)
              { "CVS", "flat.txt", Skipped("high") + Skipped("low") } })
     {
         FileReset();
-        Log.Clear();
+        m_Log.Clear();
         SetPQXCurrentConfig(szConfig);
         ASSERT_TRUE(Scan());
         EXPECT_EQ(Keys(), szKeys) << szConfig;
-        EXPECT_EQ(Log.GetText(), sLog);
+        EXPECT_EQ(m_Log.GetText(), sLog);
     }
     g_sExcludedFolders.Reset();
 }
@@ -116,9 +116,9 @@ TEST_F(FilePathTest, EntersTheCurrentConfigurationsFolderOnly)
 TEST_F(FilePathTest, AFileBesideALinkToNothingOpens)
 {
     Make({ { "One.txt", "one" }, { "Two.txt", "two" }, { "Three.txt", "three" } });
-    fs::create_symlink("one.txt", Folder.Join("one.txt"));
-    fs::create_symlink("nothing", Folder.Join("two.txt"));
-    fs::create_symlink("One.txt/x", Folder.Join("three.txt"));
+    fs::create_symlink("one.txt", m_Folder.Join("one.txt"));
+    fs::create_symlink("nothing", m_Folder.Join("two.txt"));
+    fs::create_symlink("One.txt/x", m_Folder.Join("three.txt"));
     ASSERT_TRUE(Scan());
     for (bool const bRecorded : { true, false })   // by the spellings that the scan found, and by reading the folder
     {
@@ -135,12 +135,12 @@ TEST_F(FilePathTest, AFileBesideALinkToNothingOpens)
     }
     // A link whose target this user may not see is there, in any spelling of its folder.
     Make({ { "Sub/Closed/", "" } });
-    fs::create_symlink("Closed/x", Folder.Join("Sub/Link"));
-    fs::permissions(Folder.GetPath(), fs::perms::all);
-    fs::permissions(Folder.Join("Sub"), fs::perms::all);
-    fs::permissions(Folder.Join("Sub/Closed"), fs::perms::none);
-    EXPECT_EQ(StatusAsNobody([this] { return plat::PathIsTaken(Folder.Join("sub/Link").c_str()) ? 0 : 1; }), 0);
-    fs::permissions(Folder.Join("Sub/Closed"), fs::perms::all);
+    fs::create_symlink("Closed/x", m_Folder.Join("Sub/Link"));
+    fs::permissions(m_Folder.GetPath(), fs::perms::all);
+    fs::permissions(m_Folder.Join("Sub"), fs::perms::all);
+    fs::permissions(m_Folder.Join("Sub/Closed"), fs::perms::none);
+    EXPECT_EQ(StatusAsNobody([this] { return plat::PathIsTaken(m_Folder.Join("sub/Link").c_str()) ? 0 : 1; }), 0);
+    fs::permissions(m_Folder.Join("Sub/Closed"), fs::perms::all);
 }
 
 TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
@@ -150,15 +150,15 @@ TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
         { "bad\n\x1B\xFF/in.txt", "" }, { "bad\xC3(.txt", "" }, { "gr\xC3\xBC\xC3\x9F.txt", "" }, { "gone/z.txt", "" },
         { "huge.bin", "" }, { sLong + "/" + sLong + "/in.txt", "" }, { std::string(130, 'n') + ".txt", "" },
         { "q:drive.txt", "" } });
-    fs::resize_file(Folder.Join("huge.bin"), (std::uintmax_t{ 1 } << 31) + 1);
-    fs::create_directory_symlink(Folder.GetPath(), Folder.Join("b/loop"));
-    fs::create_directory_symlink(Folder.Join("b"), Folder.Join("a/zlink"));
-    fs::create_symlink(Folder.Join("nothing"), Folder.Join("dangling"));
-    fs::create_symlink(Folder.Join("b/b.txt"), Folder.Join("linked.txt"));
-    std::ofstream(Folder.GetPath() + "/back\\slash.txt").put('x');
-    MakePipe(Folder.Join("pipe"));
+    fs::resize_file(m_Folder.Join("huge.bin"), (std::uintmax_t{ 1 } << 31) + 1);
+    fs::create_directory_symlink(m_Folder.GetPath(), m_Folder.Join("b/loop"));
+    fs::create_directory_symlink(m_Folder.Join("b"), m_Folder.Join("a/zlink"));
+    fs::create_symlink(m_Folder.Join("nothing"), m_Folder.Join("dangling"));
+    fs::create_symlink(m_Folder.Join("b/b.txt"), m_Folder.Join("linked.txt"));
+    std::ofstream(m_Folder.GetPath() + "/back\\slash.txt").put('x');
+    MakePipe(m_Folder.Join("pipe"));
     static std::string s_sGone;
-    s_sGone = Folder.Join("gone");
+    s_sGone = m_Folder.Join("gone");
     auto const RemoveGone = [](char const * sz)
     { std::string_view(sz).ends_with("\\gone\\") && fs::remove_all(s_sGone); };
     g_AddSubfolderCallbacker.Add(RemoveGone, false);
@@ -181,12 +181,12 @@ TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
             "huge.bin\" has 2 GiB or more and can't be opened",
             "filesystem: name of 134 characters is cut to 127: \"nnn" })
     {
-        EXPECT_EQ(Log.CountHolding(sPart), 1) << sPart << "\n" << Log.GetText();
+        EXPECT_EQ(m_Log.CountHolding(sPart), 1) << sPart << "\n" << m_Log.GetText();
     }
-    EXPECT_EQ(Log.CountHolding("File duplication"), 0);
+    EXPECT_EQ(m_Log.CountHolding("File duplication"), 0);
     EXPECT_EQ(FileStream("huge.bin")->iLength, static_cast<int>(0x80000001u));
     EXPECT_EQ(FileOpen((std::string(130, 'n') + ".txt").c_str()), nullptr);
-    EXPECT_FALSE(FileAddSearchPath(Folder.Join(sLong + "/" + sLong).c_str(), true, false));
+    EXPECT_FALSE(FileAddSearchPath(m_Folder.Join(sLong + "/" + sLong).c_str(), true, false));
 }
 
 TEST_F(FilePathTest, RelativeNamesHoldTheFolderBelowTheMediaRoot)
@@ -194,20 +194,20 @@ TEST_F(FilePathTest, RelativeNamesHoldTheFolderBelowTheMediaRoot)
     std::string const sDeep(100, 'd'), sFits = std::string(22, 'n') + ".txt";
     Make({ { "root/sub/A.txt", "x" }, { "root/top.txt", "" }, { "root/" + sDeep + "/" + sFits, "" },
         { "root/" + sDeep + "/n" + sFits, "" }, { "root/" + std::string(128, 't'), "" }, { "rootless/b.txt", "" } });
-    SetPQXMediaPath((Folder.Join("Root") + "/").c_str());
-    ASSERT_TRUE(FileAddSearchPath(Folder.Join("root").c_str(), true, true));
+    SetPQXMediaPath((m_Folder.Join("Root") + "/").c_str());
+    ASSERT_TRUE(FileAddSearchPath(m_Folder.Join("root").c_str(), true, true));
     EXPECT_EQ(Keys(), sDeep + "\\" + sFits + " sub\\a.txt top.txt");
     for (std::string const & sLeftOut : { sDeep + "/n" + sFits, std::string(128, 't') })
     {
-        EXPECT_EQ(Log.Count("filesystem: skipping \"" + Folded("root/" + sLeftOut)
-                            + "\", its relative name takes more than 127 characters"),
+        EXPECT_EQ(m_Log.Count("filesystem: skipping \"" + Folded("root/" + sLeftOut)
+                              + "\", its relative name takes more than 127 characters"),
             1);
     }
     EXPECT_EQ(Contents(FileOpen("SUB/a.txt")), "x");
 
-    ASSERT_TRUE(FileAddSearchPath(Folder.Join("rootless").c_str(), true, true));
+    ASSERT_TRUE(FileAddSearchPath(m_Folder.Join("rootless").c_str(), true, true));
     EXPECT_TRUE(FileExists("b.txt"));
-    EXPECT_EQ(Log.CountHolding("is not below the media root, its files go by their bare names"), 1);
+    EXPECT_EQ(m_Log.CountHolding("is not below the media root, its files go by their bare names"), 1);
 }
 
 TEST_F(FilePathTest, ListsAndForgetsFilesBelowAPrefixButNotFromUnderTheirHolders)
@@ -215,8 +215,8 @@ TEST_F(FilePathTest, ListsAndForgetsFilesBelowAPrefixButNotFromUnderTheirHolders
     std::ptrdiff_t const nBlocks = FileBlocks();
     Make({ { "a/x.txt", "held" }, { "a/in/y.txt", "" }, { "ab/z.txt", "" } });
     ASSERT_TRUE(Scan());
-    for (auto const & [sPath, iMax, nFiles] : Rows_t<std::string, int, int>{ { Folder.Join("A/"), 1, 1 },
-             { Folder.Join("a/"), 4, 2 }, { Folder.Join("a/in"), 4, 1 }, { "nowhere", 4, 0 }, { "", 4, 3 } })
+    for (auto const & [sPath, iMax, nFiles] : Rows_t<std::string, int, int>{ { m_Folder.Join("A/"), 1, 1 },
+             { m_Folder.Join("a/"), 4, 2 }, { m_Folder.Join("a/in"), 4, 1 }, { "nowhere", 4, 0 }, { "", 4, 3 } })
     {
         File_c * dFiles[4] = {};
         EXPECT_EQ(FileGetDirectoryFiles(sPath.c_str(), dFiles, iMax), nFiles) << sPath;
@@ -224,17 +224,17 @@ TEST_F(FilePathTest, ListsAndForgetsFilesBelowAPrefixButNotFromUnderTheirHolders
     }
     File_c * const pHeld = FileOpen("x.txt");
     ASSERT_TRUE(FileOpen(pHeld));
-    EXPECT_TRUE(FileResetFiles(Folder.Join("A").c_str()));
+    EXPECT_TRUE(FileResetFiles(m_Folder.Join("A").c_str()));
     EXPECT_EQ(Keys(), "z.txt");
     EXPECT_EQ(g_sPaths.FindByName((Folded("a") + "\\").c_str()), nullptr);
     EXPECT_EACH(pHeld->GetOpensCount() == 1, Contents(pHeld) == "held");
     EXPECT_EQ(pHeld->GetFullPath(), (Folded("a") + "\\x.txt").c_str()) << "the folder's text lives on";
     FileClose(pHeld);
     EXPECT_TRUE(FileOpen(pHeld));
-    EXPECT_FALSE(FileResetFiles(Folder.Join("a").c_str()));
+    EXPECT_FALSE(FileResetFiles(m_Folder.Join("a").c_str()));
 
-    ASSERT_TRUE(FileAddSearchPath(Folder.Join("a").c_str(), true, false));
-    FileRemoveSearchPath(Folder.GetPath().c_str(), false);
+    ASSERT_TRUE(FileAddSearchPath(m_Folder.Join("a").c_str(), true, false));
+    FileRemoveSearchPath(m_Folder.GetPath().c_str(), false);
     EXPECT_EQ(Keys(), "");
     FileReset();
     EXPECT_EQ(FileBlocks(), nBlocks);
@@ -259,7 +259,7 @@ TEST_F(FilePathTest, AnObjectOfALibraryAboveHidesAFileUntilItIsDestroyed)
         return pFile;
     };
     Make({ { "a/a.txt", "a" }, { "b/b.txt", "b" } });
-    SetPQXMediaPath(Folder.GetPath().c_str());
+    SetPQXMediaPath(m_Folder.GetPath().c_str());
     ASSERT_TRUE(Scan());
     File_c * const pA = FileStream("a.txt");
     File_c * const pB = FileOpen("b.txt");
@@ -269,8 +269,8 @@ TEST_F(FilePathTest, AnObjectOfALibraryAboveHidesAFileUntilItIsDestroyed)
     File_c * const pOver = Add("a.txt", true);
     File_c * const pTop = Add("a.txt", true);
     File_c * const pOverB = Add("b.txt", true);
-    FilesystemCacheSave(Folder.Join("cache.bin").c_str());
-    EXPECT_THAT(Folder.Read("cache.bin"), testing::AllOf(testing::HasSubstr("a.txt"), testing::HasSubstr("b.txt")));
+    FilesystemCacheSave(m_Folder.Join("cache.bin").c_str());
+    EXPECT_THAT(m_Folder.Read("cache.bin"), testing::AllOf(testing::HasSubstr("a.txt"), testing::HasSubstr("b.txt")));
     EXPECT_EACH(FileStream("a.txt") == pTop, FileStream("b.txt") == pOverB, Contents(pB) == "b");
     delete pOver;
     EXPECT_EQ(FileStream("a.txt"), pTop);
@@ -278,7 +278,7 @@ TEST_F(FilePathTest, AnObjectOfALibraryAboveHidesAFileUntilItIsDestroyed)
     EXPECT_EACH(FileStream("a.txt") == pA, Contents(FileOpen("a.txt")) == "a");
 
     FileOpen(pB);
-    EXPECT_TRUE(FileResetFiles(Folder.Join("b").c_str()));
+    EXPECT_TRUE(FileResetFiles(m_Folder.Join("b").c_str()));
     FileKill(pOverB);
     EXPECT_EACH(!FileExists("b.txt"), Contents(pB) == "b", *pB->pPath == Folded("b\\").c_str());
     FileClose(pB);
@@ -287,15 +287,15 @@ TEST_F(FilePathTest, AnObjectOfALibraryAboveHidesAFileUntilItIsDestroyed)
 
 TEST_F(FilePathTest, AddsOneFileIfItCanBeRead)
 {
-    Folder.Write("a/known.txt", "x");
+    m_Folder.Write("a/known.txt", "x");
     ASSERT_TRUE(Scan());
-    Folder.Write("b/New.txt", "fresh");
+    m_Folder.Write("b/New.txt", "fresh");
     std::ptrdiff_t const nBlocks = FileBlocks();
     EXPECT_TRUE(FileAddOneFile("elsewhere/KNOWN.txt"));
-    EXPECT_FALSE(FileAddOneFile(Folder.Join("b/missing.bin").c_str()));
-    EXPECT_FALSE(FileAddOneFile((Folder.Join("b/") + std::string(300, 'x')).c_str()));
+    EXPECT_FALSE(FileAddOneFile(m_Folder.Join("b/missing.bin").c_str()));
+    EXPECT_FALSE(FileAddOneFile((m_Folder.Join("b/") + std::string(300, 'x')).c_str()));
     EXPECT_EQ(FileBlocks(), nBlocks + 1) << "the folder stays";
-    EXPECT_TRUE(FileAddOneFile(Folder.Join("b/NEW.txt").c_str()));
+    EXPECT_TRUE(FileAddOneFile(m_Folder.Join("b/NEW.txt").c_str()));
     EXPECT_EQ(Keys(), "known.txt new.txt");
     File_c const * const pNew = FileStream("new.txt");
     EXPECT_EACH(pNew->iLength == 5, !pNew->pData, pNew->ftLastWriteTime > 0, !pNew->bOpened);
@@ -315,9 +315,9 @@ TEST_F(FilePathTest, AFullTableIsReportedOnceAndLosesNoMemory)
         g_sFileObjects.Add(&Dummy, &dKeys[i]);
     }
     ASSERT_TRUE(Scan());
-    EXPECT_EACH(!FileExists("a.txt"), !FileAddOneFile(Folder.Join("a.txt").c_str()));
-    EXPECT_EQ(Log.Count("file hash overflow"), 1);
-    EXPECT_EQ(Log.Count("FileAddOneFile - unknown file hash error [Ivo Renning]"), 1);
+    EXPECT_EACH(!FileExists("a.txt"), !FileAddOneFile(m_Folder.Join("a.txt").c_str()));
+    EXPECT_EQ(m_Log.Count("file hash overflow"), 1);
+    EXPECT_EQ(m_Log.Count("FileAddOneFile - unknown file hash error [Ivo Renning]"), 1);
     g_sFileObjects.Reset();
     FileReset();
     EXPECT_EQ(FileBlocks(), nBlocks) << "objects that went nowhere are gone, or their pool would stay";

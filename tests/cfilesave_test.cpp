@@ -32,7 +32,7 @@ namespace
             return bStored;
         }
 
-        // The stored value; the state, below 0, if there is none.
+        // Returns the stored value, or the negated state if there is none.
         static int Load(FileSave_c & Save, int iPrevious = 0)
         {
             FileSave_c::State_e const eState = Save.Load(SAVE_VERSION, iPrevious);
@@ -59,7 +59,7 @@ namespace
         std::vector<std::string> Names() const
         {
             std::vector<std::string> dNames;
-            for (auto const & Entry : fs::directory_iterator(Folder.GetPath()))
+            for (auto const & Entry : fs::directory_iterator(m_Folder.GetPath()))
             {
                 dNames.push_back(Entry.path().filename().string());
             }
@@ -67,8 +67,8 @@ namespace
         }
 
         static inline thread_local std::string t_sWhyNot;   // of the last Store
-        TempFolder_c const Folder;
-        std::string const sPath = Folder.Join("one.sav");
+        TempFolder_c const m_Folder;
+        std::string const m_sPath = m_Folder.Join("one.sav");
     };
 }
 
@@ -80,7 +80,7 @@ TEST_F(FileSave, SkippedBytesAreSealedToo)
             : Writeable_c(Replacement, SAVE_VERSION)
         {}
     };
-    FileSave_c Save(sPath.c_str());
+    FileSave_c Save(m_sPath.c_str());
     FileSaveWriter_c Writer(Save);
     Plain_s Archive(Writer);
     int iValue = 7;
@@ -91,22 +91,22 @@ TEST_F(FileSave, SkippedBytesAreSealedToo)
     EXPECT_EACH(Archive.Close(), Writer.Commit(), Load(Save) == 7);
 }
 
-TEST_F(FileSave, AnythingButAWholeSaveIsSaidToBeDamaged)
+TEST_F(FileSave, EachChangeOfASaveIsNoticed)
 {
-    FileSave_c Save(sPath.c_str());
+    FileSave_c Save(m_sPath.c_str());
     EXPECT_EACH(Load(Save) == -FileSave_c::ABSENT, Store(Save, 7), Load(Save) == 7);
-    std::string const sWhole = Folder.Read("one.sav");
+    std::string const sWhole = m_Folder.Read("one.sav");
     EXPECT_EQ(Hex(sWhole), DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "save"));
-    EXPECT_EQ(fs::status(sPath).permissions(), fs::perms(0600));
+    EXPECT_EQ(fs::status(m_sPath).permissions(), fs::perms(0600));
     for (std::size_t i = 0; i < sWhole.size(); ++i)
     {
-        Folder.Write("one.sav", sWhole.substr(0, i));
+        m_Folder.Write("one.sav", sWhole.substr(0, i));
         EXPECT_EQ(Load(Save), -FileSave_c::DAMAGED) << i << " bytes";
         for (int iBit = 0; iBit < 8; ++iBit)
         {
             std::string sFlipped = sWhole;
             sFlipped[i] ^= static_cast<char>(1 << iBit);
-            Folder.Write("one.sav", sFlipped);
+            m_Folder.Write("one.sav", sFlipped);
             EXPECT_EQ(Load(Save), -FileSave_c::DAMAGED) << i << ", bit " << iBit;
         }
     }
@@ -119,40 +119,40 @@ TEST_F(FileSave, AnythingButAWholeSaveIsSaidToBeDamaged)
         std::string sOther = sWhole;
         sOther[iByte] = cByte;
         SealAnew(sOther);
-        Folder.Write("one.sav", sOther);
+        m_Folder.Write("one.sav", sOther);
         EXPECT_EQ(Save.Load(SAVE_VERSION), eState) << iByte << Save.GetWhyNot();
-        EXPECT_EQ(Folder.Read("one.sav"), sOther);
+        EXPECT_EQ(m_Folder.Read("one.sav"), sOther);
     }
     String_T<256> sAside;
     for (char const * szTo : { ".old", ".old1" })
     {
-        Folder.Write("one.sav", szTo);
+        m_Folder.Write("one.sav", szTo);
         EXPECT_TRUE(Save.PutAside(sAside));
-        EXPECT_EQ(std::string(sAside), sPath + szTo);
+        EXPECT_EQ(std::string(sAside), m_sPath + szTo);
     }
-    EXPECT_EQ(Folder.Read("one.sav.old") + Folder.Read("one.sav.old1"), ".old.old1");
+    EXPECT_EQ(m_Folder.Read("one.sav.old") + m_Folder.Read("one.sav.old1"), ".old.old1");
     EXPECT_FALSE(Save.PutAside(sAside));
 }
 
 TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
 {
-    Folder.Write("whole", "x");
-    Folder.MakeFolder("a folder/full");
-    MakePipe(Folder.Join("a pipe"));
-    fs::create_symlink("a loop", Folder.Join("a loop"));
-    fs::create_symlink("nothing", Folder.Join("to nothing"));
+    m_Folder.Write("whole", "x");
+    m_Folder.MakeFolder("a folder/full");
+    MakePipe(m_Folder.Join("a pipe"));
+    fs::create_symlink("a loop", m_Folder.Join("a loop"));
+    fs::create_symlink("nothing", m_Folder.Join("to nothing"));
     for (auto const & [szName, bReplaced] : Rows_t<char const *, bool>{ { "a folder", false }, { "a pipe", false },
              { "a loop", true }, { "to nothing", true }, { "whole/below", false }, { "a folder/", false } })
     {
-        FileSave_c Save(Folder.Join(szName).c_str());
+        FileSave_c Save(m_Folder.Join(szName).c_str());
         EXPECT_EQ(Load(Save), -FileSave_c::UNREADABLE) << szName << Save.GetWhyNot();
         EXPECT_EQ(Store(Save, 1), bReplaced) << szName;
         EXPECT_EQ(t_sWhyNot.empty(), bReplaced) << szName;
     }
-    FileSave_c Save(sPath.c_str());
+    FileSave_c Save(m_sPath.c_str());
     EXPECT_TRUE(Store(Save, 7));
     {
-        FileSave_c Spelled(Folder.Join("ONE.sav").c_str());
+        FileSave_c Spelled(m_Folder.Join("ONE.sav").c_str());
         FileSaveWriter_c Writer(Save);
         EXPECT_TRUE(Writer.Write("x", 1));
         plat::SpellingsForget();
@@ -174,22 +174,28 @@ TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
 
 TEST_F(FileSave, OneProgramAtATimeHasASave)
 {
-    FileSave_c Save(sPath.c_str());
+    FileSave_c Save(m_sPath.c_str());
     EXPECT_EQ(StatusOfChild(StartChild(
                   [this]
                   {
-                      FileSave_c Other(Folder.Join("ONE.sav").c_str());
+                      FileSave_c Other(m_Folder.Join("ONE.sav").c_str());
                       bool const bStored = Other.IsLocked() || Store(Other, 2);
                       return bStored || t_sWhyNot != "it is in use by another program";
                   })),
         0);
-    EXPECT_EQ(StatusOfChild(StartChild([&Save] { return Save.~FileSave_c(), 0; })), 0) << "a child's copy";
-    auto const IsRefused = [&Save] { return Store(Save, 2) || t_sWhyNot != "it is in use by the parent process"; };
-    EXPECT_EQ(StatusOfChild(StartChild(IsRefused)), 0);
-    EXPECT_FALSE(FileSave_c(sPath.c_str()).IsLocked());
+    auto const Destroy = [&Save]
+    {
+        Save.~FileSave_c();
+        return 0;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(Destroy)), 0) << "a child's copy";
+    auto const FailsToBeRefused = [&Save]
+    { return Store(Save, 2) || t_sWhyNot != "it is in use by the parent process"; };
+    EXPECT_EQ(StatusOfChild(StartChild(FailsToBeRefused)), 0);
+    EXPECT_FALSE(FileSave_c(m_sPath.c_str()).IsLocked());
     EXPECT_EACH(Store(Save, 1), Load(Save) == 1);
 
-    std::string const sHeld = Folder.Join("held.sav");
+    std::string const sHeld = m_Folder.Join("held.sav");
     Gate_c const Held, End;
     pid_t const iHolder = StartChild(
         [&]
@@ -202,10 +208,10 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
     EXPECT_TRUE(FileSave_c(sHeld.c_str()).IsLocked()) << "the child of a dead holder lives";
     EXPECT_TRUE(End.Open());
 
-    std::string const sShared = Folder.Join("shared.sav");
+    std::string const sShared = m_Folder.Join("shared.sav");
     auto const Host = [&sShared](int)
     {
-        for (int i = 1, nStored = 0; nStored < 20; ++i)
+        for (int nStored = 0; nStored < 20;)
         {
             FileSave_c Mine(sShared.c_str());
             Mine.SetPrevious(1);
@@ -221,7 +227,7 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
 
 TEST_F(FileSave, PreviousSavesMoveOnAndAFailedSaveMovesNone)
 {
-    FileSave_c Save(sPath.c_str());
+    FileSave_c Save(m_sPath.c_str());
     auto const All = [&Save] { return std::vector{ Load(Save), Load(Save, 1), Load(Save, 2), Load(Save, 3) }; };
     constexpr int NONE = -FileSave_c::ABSENT;
     for (auto const & [iValue, nPrevious, dAll] : Rows_t<int, int, std::vector<int>>{ { 1, 2, { 1, NONE, NONE, NONE } },
@@ -232,15 +238,15 @@ TEST_F(FileSave, PreviousSavesMoveOnAndAFailedSaveMovesNone)
         EXPECT_TRUE(Store(Save, iValue));
         EXPECT_EQ(All(), dAll);
     }
-    fs::remove(sPath + ".1");
+    fs::remove(m_sPath + ".1");
     EXPECT_TRUE(Store(Save, 8));
     EXPECT_EQ(All(), (std::vector{ 8, 7, 4, 2 })) << "a gap is filled";
-    fs::remove(sPath + ".1");
-    fs::create_hard_link(sPath, sPath + ".1");   // as a save leaves it that failed at the end
+    fs::remove(m_sPath + ".1");
+    fs::create_hard_link(m_sPath, m_sPath + ".1");   // as a save leaves it that failed at the end
     EXPECT_TRUE(Store(Save, 9));
     EXPECT_EQ(All(), (std::vector{ 9, 8, 4, 2 }));
-    fs::remove(sPath + ".3");
-    Folder.MakeFolder("one.sav.3");
+    fs::remove(m_sPath + ".3");
+    m_Folder.MakeFolder("one.sav.3");
     EXPECT_FALSE(Store(Save, 10));
     EXPECT_EQ(t_sWhyNot, "Is a directory");
     EXPECT_EQ(All(), (std::vector{ 9, 8, 4, -FileSave_c::UNREADABLE }));
@@ -257,7 +263,7 @@ TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
         pid_t const iChild = StartChild(
             [this, iLast]
             {
-                FileSave_c Save(sPath.c_str());
+                FileSave_c Save(m_sPath.c_str());
                 Save.SetPrevious(2);
                 for (int iValue = std::max(iLast, 0) + 1; Store(Save, iValue); ++iValue)
                 {}
@@ -266,7 +272,7 @@ TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
         std::this_thread::sleep_for(std::chrono::microseconds(Random() % tMost));
         EXPECT_TRUE(KillChild(iChild)) << t_sWhyNot;
         {
-            FileSave_c Save(sPath.c_str());
+            FileSave_c Save(m_sPath.c_str());
             int const iValue = Load(Save), iFirst = Load(Save, 1), iSecond = Load(Save, 2);
             EXPECT_EACH(Save.IsLocked(), iFirst != -FileSave_c::DAMAGED, iSecond != -FileSave_c::DAMAGED);
             EXPECT_GE(iValue, iLast);

@@ -23,7 +23,7 @@ namespace
             g_FileTrackChangesCallbacker.Add(NoteReport, false);
             Make({ { "a.txt", "a" }, { "b.txt", "b" }, { "sub/c.txt", "c" }, { "loop/d.csv", "d" },
                 { "\u00E9.txt", "e" } });
-            fs::create_directory_symlink("..", Folder.Join("loop/up"));
+            fs::create_directory_symlink("..", m_Folder.Join("loop/up"));
         }
 
         ~FileTrack() override
@@ -38,13 +38,13 @@ namespace
         void Track()
         {
             ASSERT_TRUE(Scan());
-            FileTrackChanges(Folder.GetPath().c_str());
+            FileTrackChanges(m_Folder.GetPath().c_str());
         }
 
         // Runs a command in the tree; whether it succeeded.
         bool Run(std::string const & sCommand) const
         {
-            return RunShell("cd " + Folder.GetPath() + " && { " + sCommand + "; } >/dev/null 2>&1").iStatus == 0;
+            return RunShell("cd " + m_Folder.GetPath() + " && { " + sCommand + "; } >/dev/null 2>&1").iStatus == 0;
         }
 
         // The names of which callbacks came since the last call, joined by blanks.
@@ -112,7 +112,7 @@ INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
 TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
 {
     TempFolder_c const Outside;
-    fs::create_directory_symlink(Outside.GetPath(), Folder.MakeFolder("b") + "/link");
+    fs::create_directory_symlink(Outside.GetPath(), m_Folder.MakeFolder("b") + "/link");
     Track();
     ASSERT_TRUE(Run("mkdir n; mv sub n"));   // n was not watched when sub appeared
     EXPECT_EQ(Reported(), "");
@@ -127,7 +127,7 @@ TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
 TEST_F(FileTrack, KnowsNamesWhoseFilesWentOrWereExchanged)
 {
     auto const Exchange = [this](char const * szA, char const * szB)
-    { return ExchangeFiles(Folder.Join(szA), Folder.Join(szB)); };
+    { return ExchangeFiles(m_Folder.Join(szA), m_Folder.Join(szB)); };
     Track();
     ASSERT_TRUE(Run("mv a.txt a.bak; rm -r sub; touch temp; mv temp gone"));
     EXPECT_EQ(Reported(), "");
@@ -167,10 +167,10 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
     for (auto const & [nHeld, szReported, nSaid] : Rows_t<int, char const *, int>{ { 0, "a.txt b.txt", 0 },
              { 9, "a.txt b.txt", 0 }, { 10, "a.txt b.txt", 11 }, { 499, "a.txt b.txt", 500 }, { 500, "b.txt", 501 } })
     {
-        Log.Clear();
+        m_Log.Clear();
         g_nSleeps = 0;
         Make({ { "a.txt", "x" }, { "b.txt", "x" } });
-        std::FILE * pWriter = nHeld ? std::fopen(Folder.Join("a.txt").c_str(), "a") : nullptr;
+        std::FILE * pWriter = nHeld ? std::fopen(m_Folder.Join("a.txt").c_str(), "a") : nullptr;
         g_fnAtSleep = [pWriter, n = nHeld](int nSleeps)
         {
             if (nSleeps == n)
@@ -179,10 +179,10 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
             }
         };
         EXPECT_EQ(Reported(), szReported) << nHeld;
-        std::string const sLine = "\n>>>FileTracker: Trying to refresh [" + Folder.GetPath() + "\\a.txt]( "
+        std::string const sLine = "\n>>>FileTracker: Trying to refresh [" + m_Folder.GetPath() + "\\a.txt]( "
                                   + std::to_string(nSaid) + " lock-test failed ).\n ";
-        EXPECT_EQ(Log.CountHolding(sLine), nSaid ? 1 : 0) << Log.GetText();
-        EXPECT_EQ(Log.CountHolding("FileTracker"), nSaid ? 1 : 0);
+        EXPECT_EQ(m_Log.CountHolding(sLine), nSaid ? 1 : 0) << m_Log.GetText();
+        EXPECT_EQ(m_Log.CountHolding("FileTracker"), nSaid ? 1 : 0);
         Reported();   // what the writer's own close was
     }
     Make({ { "a.txt", "y" }, { "b.txt", "y" }, { "x\u0436/c.txt", "y" } });
@@ -191,12 +191,12 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
     {
         if (nSleeps == 1)
         {
-            fs::remove(Folder.Join("b.txt"));
+            fs::remove(m_Folder.Join("b.txt"));
         }
     };
     EXPECT_EQ(Reported(), "a.txt") << "of the others one went away before its test, one is not at the narrowed path";
     EXPECT_EQ(g_nSleeps, 1);
-    EXPECT_EQ(Log.CountHolding("\\b.txt]( 501 ") + Log.CountHolding("\\x\\c.txt]( 501 "), 2) << Log.GetText();
+    EXPECT_EQ(m_Log.CountHolding("\\b.txt]( 501 ") + m_Log.CountHolding("\\x\\c.txt]( 501 "), 2) << m_Log.GetText();
 }
 
 TEST_F(FileTrack, IgnoresTypesAndLosesABatchThatIsTooLarge)
@@ -211,9 +211,9 @@ TEST_F(FileTrack, IgnoresTypesAndLosesABatchThatIsTooLarge)
         Make({ { "a.txt", "x" } });     // of 24 bytes
         for (int i = 10; i < 29; ++i)   // of 12 and 2 * 99 each, rounded up to 212
         {
-            Folder.Write(std::string(97, 'n') + std::to_string(i), "x");
+            m_Folder.Write(std::string(97, 'n') + std::to_string(i), "x");
         }
-        Folder.Write(std::string(nLast, 'z'), "x");   // up to 4094, or over it
+        m_Folder.Write(std::string(nLast, 'z'), "x");   // up to 4094, or over it
         EXPECT_EQ(Reported(), bFits ? "a.txt" : "") << nLast;
     }
     Make({ { "a.txt", "x" } });
@@ -231,7 +231,7 @@ TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
     EXPECT_EQ(Reported(), "a.txt");
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
     Track();   // and instead of a watch that is on
-    FileTrackChanges((Folder.GetPath() + "\\SUB").c_str());
+    FileTrackChanges((m_Folder.GetPath() + "\\SUB").c_str());
     EXPECT_EQ(g_dOpenTracks.GetLength(), 1);
     ASSERT_TRUE(Run("echo x > a.txt; echo x > sub/c.txt"));
     EXPECT_EQ(Reported(), "c.txt");
@@ -242,13 +242,13 @@ TEST_F(FileTrack, EndsWithItsFolder)
     ASSERT_TRUE(Scan());
     for (char const * szEnd : { "rm -r sub", "mv sub else" })
     {
-        FileTrackChanges(Folder.Join("sub").c_str());
+        FileTrackChanges(m_Folder.Join("sub").c_str());
         EXPECT_EQ(std::string(FileTrackGetProblem()), "");
-        Log.Clear();
+        m_Log.Clear();
         ASSERT_TRUE(Run(szEnd));
         ASSERT_TRUE(Run("mkdir sub; echo x > sub/c.txt"));
         EXPECT_EQ(Reported() + Reported(), "");
-        EXPECT_EQ(Log.CountHolding("/sub\" was moved or deleted and is watched no longer"), 1) << Log.GetText();
+        EXPECT_EQ(m_Log.CountHolding("/sub\" was moved or deleted and is watched no longer"), 1) << m_Log.GetText();
         EXPECT_THAT(std::string(FileTrackGetProblem()), testing::EndsWith("and is watched no longer"));
     }
 }
@@ -256,10 +256,10 @@ TEST_F(FileTrack, EndsWithItsFolder)
 TEST_F(FileTrack, RefusesWhatItCantWatch)
 {
     ExpectComplaints(1);
-    FileTrackChanges(Folder.Join("a.txt").c_str());
-    EXPECT_EQ(Log.Count("FileTrackChanges - Can't open directory \"" + Folder.Join("a.txt") + "\" handle... \n"), 1)
-        << Log.GetText();
-    EXPECT_EQ(Dialogs.CountHolding("opening of file '" + Folder.Join("a.txt") + "' failed!"), 1);
+    FileTrackChanges(m_Folder.Join("a.txt").c_str());
+    EXPECT_EQ(m_Log.Count("FileTrackChanges - Can't open directory \"" + m_Folder.Join("a.txt") + "\" handle... \n"), 1)
+        << m_Log.GetText();
+    EXPECT_EQ(m_Dialogs.CountHolding("opening of file '" + m_Folder.Join("a.txt") + "' failed!"), 1);
     EXPECT_FALSE(FileTrackIsOn());
     EXPECT_THAT(std::string(FileTrackGetProblem()), testing::EndsWith("/a.txt\" can't be watched: Permission denied"));
     // A limit, with its value, a folder that is made first, and the setting that the problem names, if there is one.
@@ -267,14 +267,14 @@ TEST_F(FileTrack, RefusesWhatItCantWatch)
              { "watches", 3, "sub", "" }, { "instances", 0, "sub", "fs.inotify.max_user_instances" },
              { "watches", 3, "one/too/many", "fs.inotify.max_user_watches" } })
     {
-        Folder.MakeFolder(szFolder);
+        m_Folder.MakeFolder(szFolder);
         auto const TrackLimited = [this, &sWhat = szLimit, n = nLimit, sz = szSetting]
         {
             if (!LimitWatches(sWhat, n))
             {
                 return 2;
             }
-            FileTrackChanges(Folder.GetPath().c_str());
+            FileTrackChanges(m_Folder.GetPath().c_str());
             bool const bSaid = FileTrackGetProblem().IsEmpty() == !sz[0] && FileTrackGetProblem().StrPos(sz) >= 0;
             return bSaid && FileTrackIsOn() == !sz[0] && g_dOpenTracks.GetLength() == FileTrackIsOn() ? 0 : 1;
         };
@@ -302,7 +302,7 @@ TEST_F(FileTrack, RefreshFindsNewFilesOfKnownFolders)
 TEST_F(FileTrack, RefreshFindsFilesBesideOneThatABareNameAdded)
 {
     std::string const sFormer = fs::current_path();
-    fs::current_path(Folder.GetPath());
+    fs::current_path(m_Folder.GetPath());
     EXPECT_TRUE(FileAddOneFile("a.txt"));
     FileRefresh();
     fs::current_path(sFormer);

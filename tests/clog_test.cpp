@@ -25,7 +25,7 @@ namespace
         return std::wstring(sText.begin(), sText.end());
     }
 
-    // Beside what printf makes of it where wide text is UTF-8, whatever the locale.
+    // Compares with what printf writes where wide text is UTF-8, in any locale.
     void ExpectLikePrintf(std::size_t nSize, char const * fmt, ...)
     {
         char szOurs[4096], szTheirs[4096];

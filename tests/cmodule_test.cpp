@@ -143,7 +143,7 @@ TEST_F(Modules, InitialisedBeforeAFailedOneStayUpAndLaterOnesJoinThem)
 
 TEST_F(Modules, SlowOnesAreNamedOutOfAHundred)
 {
-    m_Log.bSlowStarts = true;
+    m_Log.CollectSlowStarts();
     TestModule_c &Slow = Make("slow"), &Quick = Make("quick");
     Slow.tSeconds = 0.12;
     Quick.tSeconds = 0.02;

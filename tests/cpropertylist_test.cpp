@@ -93,7 +93,7 @@ TEST_F(PropertyListTest, NamesItsFileAndSeesTheContentsOfTheMoment)
     EXPECT_TRUE(m_pList->GetFileFullPath(szShort, 6));
     EXPECT_EQ(szShort, std::string(szPath, 5));
 
-    Folder.Write("List.txt", "bb 22\na 3\n");
+    m_Folder.Write("List.txt", "bb 22\na 3\n");
     FileStream("list.txt")->Refresh();
     EXPECT_EQ(Dump(), "bb=22 a=3");
     EXPECT_EACH(m_pList->StartProp(), m_pList->StartVal("a"), m_pList->Open("list.txt"));
@@ -101,7 +101,7 @@ TEST_F(PropertyListTest, NamesItsFileAndSeesTheContentsOfTheMoment)
     EXPECT_FALSE(m_pList->Open("missing.txt"));
     EXPECT_FALSE(m_pList->StartProp()) << "the previous file is closed";
     EXPECT_EQ(FileStream("list.txt")->GetOpensCount(), 0);
-    EXPECT_EQ(Log.GetText(), "");
+    EXPECT_EQ(m_Log.GetText(), "");
 }
 
 TEST_F(PropertyListTest, StatesWhatItRequires)

@@ -141,9 +141,9 @@ TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
         Serve("a.txt", row.sText);
         ASSERT_TRUE(File.OpenFile("A.txt"));
         EXPECT_STREQ(File.m_sName, "A.txt");
-        int const nEarlier = Dialogs.GetCount();
+        int const nEarlier = m_Dialogs.GetCount();
         EXPECT_EQ(Drive(File, row.sSteps), row.sOutcome);
-        EXPECT_EQ(Dialogs.GetCount(), nEarlier) << "a file's mismatches are silent";
+        EXPECT_EQ(m_Dialogs.GetCount(), nEarlier) << "a file's mismatches are silent";
         File.CloseFile();
 
         // A block of exactly the text's size, so that an address checker reports a read beyond it.
@@ -183,12 +183,12 @@ TEST_F(ScriptTest, HoldsAFilesCopyUntilItIsClosed)
         EXPECT_EQ(Drive(Script, "T|pfirst|."), "[] none 0:0!");
         EXPECT_EQ(MemoryTotalAllocations(), nBefore);
     }
-    EXPECT_EQ(Log.GetText(), "");
+    EXPECT_EQ(m_Log.GetText(), "");
     auto pScript = std::make_unique<Script_c>();
     EXPECT_TRUE(pScript->OpenFile("b.txt"));
     char const * const pLeft = pScript->m_pData;
     pScript.reset();
-    EXPECT_EQ(Log.GetText(), "WARNING: current script \"b.txt\" need called Script_c::CloseFile()\n");
+    EXPECT_EQ(m_Log.GetText(), "WARNING: current script \"b.txt\" need called Script_c::CloseFile()\n");
     EXPECT_STREQ(pLeft, "second") << "the copy stays, with its terminator";
     delete[] pLeft;
 }

@@ -28,7 +28,7 @@ namespace
         {
             if (!m_Sheet.IsOpen())
             {
-                return Log.GetText();
+                return m_Log.GetText();
             }
             EXPECT_EQ(m_Sheet.GetCurrentRow(), m_Sheet.GetRowCount() > 0 ? 0 : -1);
             EXPECT_EQ(m_Sheet.GetCurrentColumn(), nullptr);
@@ -103,10 +103,10 @@ TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
 {
     ExpectComplaints(2);
     EXPECT_EACH(!m_Sheet.Open(nullptr), !m_Sheet.Open("missing.csv"));
-    EXPECT_EQ(Log.GetText(), "Spreadsheet_c::Open : file name isn't specified.\n"
-                             "Spreadsheet_c::Open ( \"missing.csv\" ) : can't open file.\n");
+    EXPECT_EQ(m_Log.GetText(), "Spreadsheet_c::Open : file name isn't specified.\n"
+                               "Spreadsheet_c::Open ( \"missing.csv\" ) : can't open file.\n");
     EXPECT_FALSE(Open(""));
-    EXPECT_EQ(Log.CountHolding("head parsing failed."), 1);
+    EXPECT_EQ(m_Log.CountHolding("head parsing failed."), 1);
     std::string const sWord(511, 'w'), sQuoted(24575, ',');
     auto const Row = [&](std::string const & sMore)   // of more than 64 KB
     {
@@ -116,7 +116,7 @@ TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
     ASSERT_TRUE(Open("a,b,c,d,e\n" + Row("") + Row("x") + "next,row\n"));
     EXPECT_FALSE(m_Sheet.Open("other.csv"));
     std::string const sCut = "SimpleTextParser_c::ParseString : string buffer overflow.\n";
-    EXPECT_EQ(Log.GetText(),
+    EXPECT_EQ(m_Log.GetText(),
         WORD_CUT + sCut + sCut + sCut + "Spreadsheet_c::Open ( \"other.csv\" ) : reentry. Was opened yet.\n");
     std::string const sRow = sWord + "|" + sQuoted + "|" + sQuoted + "|" + sQuoted + "|1|\n";
     EXPECT_EQ(Dump(), "a|b|c|d|e|\n" + sRow + sRow + "next|row||||");
@@ -130,11 +130,11 @@ TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)
     {
         for (auto const & [szWhat, fnMove, bExpected, iRow, szColumn, sLog] : dSteps)
         {
-            Log.Clear();
+            m_Log.Clear();
             EXPECT_EQ(fnMove(m_Sheet), bExpected) << szWhat;
             EXPECT_EQ(m_Sheet.GetCurrentRow(), iRow) << szWhat;
             EXPECT_STREQ(m_Sheet.GetCurrentColumn(), szColumn) << szWhat;
-            EXPECT_EQ(Log.GetText(), sLog.empty() ? "" : "Spreadsheet_c::" + sLog + "\n") << szWhat;
+            EXPECT_EQ(m_Log.GetText(), sLog.empty() ? "" : "Spreadsheet_c::" + sLog + "\n") << szWhat;
         }
     };
 #define MOVE(call) #call, [](S & Sheet) -> bool { return Sheet.call; }

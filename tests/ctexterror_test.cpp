@@ -332,7 +332,7 @@ TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
     EXPECT_EQ(TextOf(Script.GetLastError()), "none.txt: there is no such file");
     ExpectComplaints(1);   // of the open
     Serve("gone.txt", "x");
-    std::filesystem::remove(Folder.Join("gone.txt"));
+    std::filesystem::remove(m_Folder.Join("gone.txt"));
     EXPECT_FALSE(Script.OpenFile("gone.txt"));
     EXPECT_EQ(TextOf(Script.GetLastError()), "gone.txt: No such file or directory");
 }
@@ -342,7 +342,7 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
     char const * const szName = "x\n9.9\t0\tforged.txt";
     auto const Fail = [&]
     {
-        Log.Clear();
+        m_Log.Clear();
         Warehouse_c Table;
         Table.LogColName(true);
         int iValue;
@@ -350,7 +350,7 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
         EXPECT_EACH(Table.FindIdent("b"), !Table.Get("n\n", iValue), !Table.Open("none.txt"));
         Spreadsheet_c Sheet;
         EXPECT_EACH(!Sheet.Open(szName), !Sheet.Open("none\n.txt"), !Sheet.MoveToColumn("\x1B[7m\x7F"));
-        return Log.GetText();
+        return m_Log.GetText();
     };
     Serve(szName, "@head\na 1\nb 2");
     std::string const sStated =
@@ -364,21 +364,21 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
                           "none.txt: there is no such file\n",
                           "x\\n9.9\\t0\\tforged.txt(3,4): the last row has no end; a row ends with the row separator\n",
                           "none\\n.txt: there is no such file\n"));
-    Folder.Write("closed/hidden.txt", "");
-    fs::permissions(Folder.Join("closed"), fs::perms::none);
-    fs::permissions(Folder.GetPath(), fs::perms::all);
+    m_Folder.Write("closed/hidden.txt", "");
+    fs::permissions(m_Folder.Join("closed"), fs::perms::none);
+    fs::permissions(m_Folder.GetPath(), fs::perms::all);
     auto const ScanAndOpen = [&]
     {
         Spreadsheet_c Sheet;
         Scan();
-        Log.Clear();
-        return !Sheet.Open("hidden.txt") && Log.CountHolding("a scan could not see all folders") == 1 ? 0 : 1;
+        m_Log.Clear();
+        return !Sheet.Open("hidden.txt") && m_Log.CountHolding("a scan could not see all folders") == 1 ? 0 : 1;
     };
     EXPECT_EQ(StatusAsNobody(ScanAndOpen), 0);
-    Log.Clear();
+    m_Log.Clear();
     SimpleTextParser_c Parser;
     std::string const sText = "a\n " + std::string(130, '1');
     EXPECT_EACH(Parser.Open(sText.data(), 133), Parser.ParseNext(), Parser.ParseNext());
-    EXPECT_EQ(Log.GetText(), "SimpleTextParser_c::ParseNumber : number buffer overflow.\n"
-                             "text(2,2): a number of more than 127 characters is cut\n");
+    EXPECT_EQ(m_Log.GetText(), "SimpleTextParser_c::ParseNumber : number buffer overflow.\n"
+                               "text(2,2): a number of more than 127 characters is cut\n");
 }

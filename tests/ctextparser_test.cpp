@@ -48,7 +48,7 @@ TEST(TextParser, SplitsATextAlikeHoweverItIsOpened)
         std::vector<Rule_s> dRules = {};
         std::string sLog = "";
     };
-    // As long as their buffers hold.
+    // Texts of the lengths that the parser's buffers hold.
     std::string const sWord(511, 'w'), sString(24575, 's'), sNumber = std::string(126, '0') + "7", sMore(1000, '5');
     std::string const sKept = "w:" + sWord + "|s:" + sString + "|n:7|y:;|";
     std::string const sCut = "SimpleTextParser_c::ParseWord : word buffer overflow.\n"

@@ -112,7 +112,7 @@ TEST_F(TextValue, FillsTextsOfAnyKindAndReportsACut)
     EXPECT_EACH(Sheet.Get("v", sText), sText == "longer text", Sheet.Get("n", fNumber), fNumber == 2.5,
         !Sheet.Get("v", fNumber), fNumber == 2.5, !Sheet.GetLastError().sReason.Begins("the text is cut"));
     EXPECT_EACH(Sheet.Get("v", sShort), sShort == "longer ", Sheet.GetLastError().sReason.Begins("the text is cut"));
-    EXPECT_EQ(Log.CountHolding("Spreadsheet_c::Get ( \"v\" ) : there is no number in column"), 1);
+    EXPECT_EQ(m_Log.CountHolding("Spreadsheet_c::Get ( \"v\" ) : there is no number in column"), 1);
     EXPECT_EACH(!Sheet.Get("none", sText), sText == "longer text");
 
     EXPECT_EACH(List.StartProp(), List.NextProp(sText), sText == sLong, !List.NextProp(sText), sText.empty());

@@ -272,12 +272,12 @@ TEST_F(Warehouse, ReadsTextsAndPairs)
 {
     ASSERT_TRUE(Open("pairs.csv", "@HEAD;Name;;p\nx;a long name;7;12-34\ny;;;--5-3-9\nz;;;-99999999999--8\nw;;;12-\n"));
     char sShort[12];
-    Log.Clear();
+    m_Log.Clear();
     ASSERT_TRUE(m_pTable->FindIdent("X"));
     EXPECT_EQ(Text("NAME") + "," + Text("@Head") + "," + Text("none"), "a long name,x,missing");
     EXPECT_EACH(m_pTable->Get("name", sShort, 12), sShort == "a long name"s, m_pTable->Get("name", sShort, 11),
         sShort == "a long nam"s, m_pTable->GetLength("name") == 11);
-    EXPECT_EQ(Log.GetText(), "pairs.csv: Not found column 'none'\npairs.csv: Invalid data in column 'name' line 0\n");
+    EXPECT_EQ(m_Log.GetText(), "pairs.csv: Not found column 'none'\npairs.csv: Invalid data in column 'name' line 0\n");
 
     auto const Pair = [this](char const * szIdent)
     {
@@ -295,10 +295,10 @@ TEST_F(Warehouse, ReadsTextsAndPairs)
     ASSERT_TRUE(m_pTable->SetWorkIdent("y"));
     EXPECT_EACH(m_pTable->GetLength("name") == 0, m_pTable->GetLength("none") == -1, Text("name") == "");
     int iFirst, iSecond;
-    Log.Clear();
+    m_Log.Clear();
     m_pTable->LogColName(false);
     EXPECT_FALSE(m_pTable->Get("name", iFirst, iSecond));
-    EXPECT_EQ(Log.GetText(), "");
+    EXPECT_EQ(m_Log.GetText(), "");
 }
 
 TEST_F(Warehouse, WalksItemsAndSearchesApart)
@@ -314,28 +314,28 @@ TEST_F(Warehouse, WalksItemsAndSearchesApart)
     char sShort[4];
     ASSERT_TRUE(m_pTable->NextIdent(sShort, 4));
     EXPECT_STREQ(sShort, "shi");
-    Log.Clear();
+    m_Log.Clear();
     EXPECT_EQ(Text("gone"), "missing");
     long iValue;
     EXPECT_FALSE(m_pTable->Get("@head", iValue));
-    EXPECT_EQ(Log.GetText(), "walk.txt: Not found column 'gone'\nwalk.txt: Invalid data in column '@head' line 7\n");
+    EXPECT_EQ(m_Log.GetText(), "walk.txt: Not found column 'gone'\nwalk.txt: Invalid data in column '@head' line 7\n");
 }
 
 TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
 {
-    Log.Clear();
+    m_Log.Clear();
     Warehouse_c Closed;
     String_T<256> sText;
     EXPECT_FALSE(Closed.Open("absent.txt"));
-    EXPECT_EQ(Log.GetText(), "");
+    EXPECT_EQ(m_Log.GetText(), "");
     EXPECT_EACH(!Closed.StartIdent(), !Closed.NextIdent(sText), !Closed.FindIdent("a"), !Closed.GetWorkIdent(sText),
         !Closed.GetFileName(sText), !Closed.Get("@head", sText));
     EXPECT_EQ(Closed.GetLength("@head"), -1);
 
     char const * const szBare = "a,b c;d\n";
     EXPECT_FALSE(Open("bare.csv", szBare));
-    EXPECT_EQ(Log.GetText(), "Warehouse_c::Open: File \"bare.csv\": no client header line specified\n"
-                             "Warehouse_c::Open: File \"bare.csv\": no header line found\n");
+    EXPECT_EQ(m_Log.GetText(), "Warehouse_c::Open: File \"bare.csv\": no client header line specified\n"
+                               "Warehouse_c::Open: File \"bare.csv\": no header line found\n");
     EXPECT_FALSE(m_pTable->StartIdent());
     EXPECT_EQ(FileStream("bare.csv")->GetOpensCount(), 0);
 
@@ -360,7 +360,7 @@ TEST_F(Warehouse, ARefreshOfTheOpenFileShowsInTheNextSearch)
     ASSERT_TRUE(Open("live.txt", "@head n\nsword 1\naxe 2\n"));
     String_T<256> sIdent;
     EXPECT_EACH(m_pTable->StartIdent(), m_pTable->NextIdent(sIdent));
-    Folder.Write("live.txt", "@head n\n" + std::string(5000, '\n') + "shield 2\n");
+    m_Folder.Write("live.txt", "@head n\n" + std::string(5000, '\n') + "shield 2\n");
     FileStream("live.txt")->Refresh();
     EXPECT_FALSE(m_pTable->NextIdent(sIdent));   // the walk was of another text
     EXPECT_EQ(Idents(), "shield ");
@@ -396,5 +396,5 @@ TEST_F(Warehouse, ABrokenPreconditionIsReportedAndFails)
     int iValue = 5;
     EXPECT_EACH(!m_pTable->Get(nullptr, iValue), !m_pTable->Get("v", nullptr, 9), !m_pTable->GetFileName(sText, 1),
         !m_pTable->FindIdent(nullptr), !m_pTable->NextIdent(nullptr, 9), !m_pTable->Open(nullptr));
-    EXPECT_EQ(Log.Count("a.txt: Not found column 'nullptr'"), 1);
+    EXPECT_EQ(m_Log.Count("a.txt: Not found column 'nullptr'"), 1);
 }

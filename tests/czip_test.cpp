@@ -32,7 +32,7 @@ protected:
     // Writes an archive. Names that begin with `=` are stored, without that character; others are deflated.
     std::string Zip(std::string const & sArchive, Entries_t const & dEntries)
     {
-        std::string const sPath = Folder.Join(sArchive);
+        std::string const sPath = m_Folder.Join(sArchive);
         zip_t * const pZip = zip_open(sPath.c_str(), ZIP_CREATE | ZIP_TRUNCATE, nullptr);
         for (auto const & [sMarked, sContents] : dEntries)
         {
@@ -49,7 +49,7 @@ protected:
     // Changes the directory record of a name.
     void Patch(std::string const & sArchive, std::string const & sName, Patch_s const & Patch)
     {
-        std::string sBytes = Folder.Read(sArchive);
+        std::string sBytes = m_Folder.Read(sArchive);
         std::size_t const iRecord = sBytes.rfind(sName) - NAME;
         ASSERT_EQ(sBytes.substr(iRecord, 4), "PK\1\2") << sName;
         std::uint32_t nValue = Patch.nValue;
@@ -59,12 +59,12 @@ protected:
             nValue -= Patch.nLess;
         }
         std::memcpy(&sBytes[iRecord + Patch.iAt], &nValue, Patch.nBytes);
-        Folder.Write(sArchive, sBytes);
+        m_Folder.Write(sArchive, sBytes);
     }
 
     bool Mount(std::string const & sArchive, ZipOrder_e eOrder = ZipOrder_e::Over, bool bRelativeNames = false)
     {
-        return FileZipMount(Folder.Join(sArchive).c_str(), eOrder, bRelativeNames);
+        return FileZipMount(m_Folder.Join(sArchive).c_str(), eOrder, bRelativeNames);
     }
 
     static std::string Noise(std::size_t nBytes)
@@ -143,11 +143,11 @@ TEST_F(FileZipTest, ReadsWholeFilesRangesAndStreams)
 
 TEST_F(FileZipTest, TheHeadersExampleRuns)
 {
-    CurrentFolderScope_c const Current(Folder.GetPath());
+    CurrentFolderScope_c const Current(m_Folder.GetPath());
     Make({ { "media/", "" } });
     Zip("media/patch1.zip", { { "levels.csv", "one;two" } });
     RunExample();
-    EXPECT_THAT(Log.GetText(), testing::EndsWith("media\\patch1.zip\\levels.csv has 7 bytes\n"));
+    EXPECT_THAT(m_Log.GetText(), testing::EndsWith("media\\patch1.zip\\levels.csv has 7 bytes\n"));
 }
 
 TEST_F(FileZipTest, MountsOverOrUnderAndUnmountsWhenNothingIsInUse)
@@ -161,16 +161,16 @@ TEST_F(FileZipTest, MountsOverOrUnderAndUnmountsWhenNothingIsInUse)
     EXPECT_EACH(Opened("a.txt") == "one", Opened("b.txt") == "folder", Opened("sub/A.txt") == "one",
         Opened("sub\\b.txt") == "folder", !Mount("1.zip"));
     EXPECT_EQ(FileZipGetWhyNot(), "it is mounted already");
-    auto const Unmount = [&](char const * szArchive) { return FileZipUnmount(Folder.Join(szArchive).c_str()); };
+    auto const Unmount = [&](char const * szArchive) { return FileZipUnmount(m_Folder.Join(szArchive).c_str()); };
     ASSERT_TRUE(Unmount("2.zip"));
     ASSERT_TRUE(Mount("2.zip"));
     EXPECT_EACH(Opened("a.txt") == "two", Opened("b.txt") == "two");
-    EXPECT_EQ(FileStream("a.txt")->GetFullPath(), (Folder.Join("2.zip") + "\\sub/a.txt").c_str());
+    EXPECT_EQ(FileStream("a.txt")->GetFullPath(), (m_Folder.Join("2.zip") + "\\sub/a.txt").c_str());
     FileStored_c * const pStream = FileOpenStored("b.txt");
     FileOpen("a.txt");
     EXPECT_FALSE(Unmount("2.zip"));
-    EXPECT_EACH(
-        Log.Count("FileZipUnmount: \"a.txt\" is in use") == 1, Log.Count("FileZipUnmount: \"b.txt\" is in use") == 1);
+    EXPECT_EACH(m_Log.Count("FileZipUnmount: \"a.txt\" is in use") == 1,
+        m_Log.Count("FileZipUnmount: \"b.txt\" is in use") == 1);
     pStream->CloseStored();
     FileClose(FileStream("a.txt"));
     ASSERT_TRUE(Unmount("1.zip"));
@@ -181,8 +181,8 @@ TEST_F(FileZipTest, MountsOverOrUnderAndUnmountsWhenNothingIsInUse)
     EXPECT_EACH(Opened("a.txt") == "folder", Opened("new.txt") == "one");
 
     SKIP_IF(!std::filesystem::exists(ZQTOOL_PATH), "zqtool is not built here");
-    EXPECT_EQ(RunTool("tree --find a.txt " + Folder.GetPath() + " " + Folder.Join("1.zip")).sOutput,
-        "a.txt opens " + Folder.Join("1.zip/a.txt") + ", 3 bytes\n  not " + Folder.Join("a.txt")
+    EXPECT_EQ(RunTool("tree --find a.txt " + m_Folder.GetPath() + " " + m_Folder.Join("1.zip")).sOutput,
+        "a.txt opens " + m_Folder.Join("1.zip/a.txt") + ", 3 bytes\n  not " + m_Folder.Join("a.txt")
             + ": a file of an archive has its name\n");
 }
 
@@ -231,18 +231,18 @@ TEST_F(FileZipTest, SkipsHostileEntriesWithALineEach)
     s_nSkips = 0;
     CallbackScope_T const Skips(
         g_FileSkipCallbacker, [](FileSkip_t Skip) { s_nSkips += Skip.eWhy == FileSkip_e::InArchive; });
-    ASSERT_TRUE(Mount("h.zip")) << Log.GetText();
+    ASSERT_TRUE(Mount("h.zip")) << m_Log.GetText();
     EXPECT_EQ(s_nSkips, 20);
     EXPECT_EQ(Keys(), "good.txt twin.txt");
     for (auto const & [sMarked, Change, sReason] : dRows)
     {
         std::string const sName(TextForLog(sMarked.c_str() + (sMarked[0] == '=')).CStr());
         EXPECT_EQ(
-            Log.Count("FileZipMount: skipping \"" + sName + "\" of '" + Folder.Join("h.zip") + "', " + sReason), 1)
-            << sName << Log.GetText();
+            m_Log.Count("FileZipMount: skipping \"" + sName + "\" of '" + m_Folder.Join("h.zip") + "', " + sReason), 1)
+            << sName << m_Log.GetText();
     }
-    EXPECT_EQ(Log.CountHolding("skipping \"bomb\""), 1);
-    EXPECT_EQ(Log.CountHolding(": 2 files, 0 of them hide others, 0 are hidden, 20 skipped"), 1);
+    EXPECT_EQ(m_Log.CountHolding("skipping \"bomb\""), 1);
+    EXPECT_EQ(m_Log.CountHolding(": 2 files, 0 of them hide others, 0 are hidden, 20 skipped"), 1);
     EXPECT_EACH(Opened("good.txt") == "good", Opened("twin.txt") == "first", !FileStream("twin.txt")->bDuplicate);
 }
 
@@ -287,10 +287,10 @@ TEST_F(FileZipTest, DamagedContentsFailWithAReasonAndLeaveNothing)
     FileSetEmptyAllowed(false);
 
     Zip("w.zip", { { "=stored.txt", Noise(300) }, { "deflated.txt", Noise(300) } });
-    std::string const sWhole = Folder.Read("w.zip");
+    std::string const sWhole = m_Folder.Read("w.zip");
     for (std::size_t nCut = 0; nCut < sWhole.size(); nCut += 7)
     {
-        Folder.Write("w.zip", sWhole.substr(0, nCut));
+        m_Folder.Write("w.zip", sWhole.substr(0, nCut));
         EXPECT_FALSE(Mount("w.zip")) << nCut;
         EXPECT_NE(FileZipGetWhyNot(), "");
     }
@@ -315,7 +315,7 @@ TEST_F(FileZipTest, AWorkerThatCantBeLiftedReadsByAHandleOfItsOwn)
 {
     std::string const sBig = Noise(300000);
     Zip("w.zip", { { "a.bin", sBig } });
-    fs::permissions(Folder.GetPath(), fs::perms::all);
+    fs::permissions(m_Folder.GetPath(), fs::perms::all);
     auto const ReadAsynchronously = [&]
     {
         File_c * const pFile = StartModule(ModuleFile_c::Get()) && Mount("w.zip") ? FileStream("a.bin") : nullptr;

@@ -100,7 +100,7 @@ void ScanLevels()
             return bUndone;
         }
 
-        CurrentFolderScope_c const Current{ Folder.GetPath() };
+        CurrentFolderScope_c const Current{ m_Folder.GetPath() };
     };
 }
 
@@ -110,7 +110,7 @@ TEST_F(HeaderExamples, ASaveIsFoundAndLoaded)
     EXPECT_EACH(Save(Ogre), Load(Loaded), Undo(Loaded));
     EXPECT_EACH(Loaded.m_iHealth == 7, Loaded.m_fSpeed == 1.5f, Loaded.m_sName == "Ogre");
     EXPECT_TRUE(Replace(Ogre));
-    EXPECT_EQ(Folder.Read("saves/two.sav"), Folder.Read("saves/one.sav"));
+    EXPECT_EQ(m_Folder.Read("saves/two.sav"), m_Folder.Read("saves/one.sav"));
     EXPECT_EQ(LoadAndSave(Ogre), std::pair(false, true));
     EXPECT_EQ(LoadAndSave(Loaded = {}), std::pair(true, true));
     EXPECT_STREQ(Loaded.m_sName, "Ogre");
@@ -120,21 +120,21 @@ TEST_F(HeaderExamples, ARefusedSheetSaysWhere)
 {
     Serve("levels.csv", "level,price\n1");
     ExplainLevels();
-    EXPECT_EQ(Log.CountHolding("levels.csv(2,2): the last row has no end"), 1);
+    EXPECT_EQ(m_Log.CountHolding("levels.csv(2,2): the last row has no end"), 1);
 }
 
 TEST_F(HeaderExamples, AWatchIsArmedOrRefusedWithAComplaint)
 {
     WatchHealth();
-    ExpectComplaints(Log.CountHolding("traps: no"));
+    ExpectComplaints(m_Log.CountHolding("traps: no"));
 }
 
 TEST_F(HeaderExamples, ATextIsShared)
 {
-    plat::ClipboardSetFolder(Folder.GetPath().c_str());
+    plat::ClipboardSetFolder(m_Folder.GetPath().c_str());
     EXPECT_TRUE(StartModule(ModuleClipboard_c::Get()));
     ShareText();
-    EXPECT_EQ(Log.Count("The clipboard holds: 3 ogres"), 1);
+    EXPECT_EQ(m_Log.Count("The clipboard holds: 3 ogres"), 1);
     Module_c::ShutdownAllModules();
     plat::ClipboardSetFolder(nullptr);
 }
@@ -150,10 +150,10 @@ TEST_F(HeaderExamples, LevelsAreReadAndScanned)
 {
     Serve("levels.csv", "level\n");
     ReadLevels();
-    EXPECT_EQ(Log.Count("levels.csv has 6 bytes"), 1);
+    EXPECT_EQ(m_Log.Count("levels.csv has 6 bytes"), 1);
     Make({ { "media/levels/one.lvl", "1" }, { "media/sources/one.max", "1" } });
     ScanLevels();
-    EXPECT_EQ(Log.Count("1 levels"), 1);
+    EXPECT_EQ(m_Log.Count("1 levels"), 1);
     EXPECT_EQ(Keys(), "levels.csv one.lvl");
     g_sExcludedFolders.Reset();
 }
@@ -178,7 +178,7 @@ TEST_F(HeaderExamples, OpensAreListed)
     EXPECT_TRUE(StartModule(ModuleFile_c::Get()));
     ListOpens();
     Module_c::ShutdownAllModules();
-    EXPECT_EQ(Folder.Read("Logs/start_clean.rsp"), ".\\levels.csv\n");
+    EXPECT_EQ(m_Folder.Read("Logs/start_clean.rsp"), ".\\levels.csv\n");
 }
 
 TEST_F(HeaderExamples, AGameHasItsOwnMedia)
@@ -186,7 +186,7 @@ TEST_F(HeaderExamples, AGameHasItsOwnMedia)
     Make({ { "media/gamedata/pqx/levels.csv", "1" }, { "media/gamedata/other/levels.csv", "1" } });
 #include "examples/cfilemedia_1.inl"
     EXPECT_TRUE(bReady);
-    EXPECT_EQ(Log.CountHolding("File duplication"), 0);
+    EXPECT_EQ(m_Log.CountHolding("File duplication"), 0);
     FileSetSplit(nullptr);
 }
 
@@ -210,7 +210,7 @@ TEST_F(HeaderExamples, ReadersFindWhatFilesHold)
     Serve("levels.txt", "monsters ogre\nmonsters elf\n");
     Serve("units.txt", "@head health\nogre 100\n");
     LogMonsters();
-    EXPECT_EQ(std::tuple(Log.Count("ogre"), Log.Count("elf")), std::tuple(1, 1));
+    EXPECT_EQ(std::tuple(m_Log.Count("ogre"), m_Log.Count("elf")), std::tuple(1, 1));
 #include "examples/cspreadsheet_1.inl"
 #include "examples/cwarehouse_1.inl"
     EXPECT_EACH(fPrice == 2.5f, iHealth == 100);
@@ -218,7 +218,7 @@ TEST_F(HeaderExamples, ReadersFindWhatFilesHold)
 
 TEST_F(HeaderExamples, AWrittenValueIsRead)
 {
-    plat::RegistrySetFolder(plat::RegistryTree_e::User, Folder.Join("user").c_str());
+    plat::RegistrySetFolder(plat::RegistryTree_e::User, m_Folder.Join("user").c_str());
 #include "examples/cregistry_1.inl"
     EXPECT_EQ(iWidth, 1280);
     plat::RegistrySetFolder(plat::RegistryTree_e::User, nullptr);

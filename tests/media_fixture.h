@@ -28,7 +28,7 @@ protected:
         g_FileReadErrorCallbacker.Reset();
         FileReset();
         EXPECT_EQ(g_dOpenTracks.GetLength(), 0) << "handles left open";
-        EXPECT_EQ(Dialogs.GetCount(), m_nComplaints) << Dialogs.GetText();
+        EXPECT_EQ(m_Dialogs.GetCount(), m_nComplaints) << m_Dialogs.GetText();
         SetPQXMediaPath("");
         SetPQXCurrentConfig("");
     }
@@ -40,11 +40,11 @@ protected:
         {
             if (sName.back() == '/')
             {
-                Folder.MakeFolder(sName);
+                m_Folder.MakeFolder(sName);
             }
             else
             {
-                Folder.Write(sName, sContents);
+                m_Folder.Write(sName, sContents);
             }
         }
     }
@@ -57,19 +57,19 @@ protected:
             EXPECT_EQ(pPrevious->GetOpensCount(), 0) << sName << " was left open";
             FileKill(pPrevious);
         }
-        ASSERT_TRUE(FileAddOneFile(Folder.Write(sName, sText).c_str()));
-        Log.Clear();
+        ASSERT_TRUE(FileAddOneFile(m_Folder.Write(sName, sText).c_str()));
+        m_Log.Clear();
     }
 
     /// Sets how many complaints the whole test makes; 0 without a call. Each is answered with Ignore, No or OK.
     void ExpectComplaints(int nComplaints) { m_nComplaints = nComplaints; }
 
-    bool Scan() { return FileAddSearchPath(Folder.GetPath().c_str(), true, false); }
+    bool Scan() { return FileAddSearchPath(m_Folder.GetPath().c_str(), true, false); }
 
     /// Returns a path below the tree as the tables have it.
     std::string Folded(std::string const & sName) const
     {
-        return std::string(FoldedPath_c(Folder.Join(sName).c_str()));
+        return std::string(FoldedPath_c(m_Folder.Join(sName).c_str()));
     }
 
     /// Returns all keys in alphabetic order, joined by blanks.
@@ -112,9 +112,9 @@ protected:
     }
 
     static inline std::vector<std::string> s_dReported;
-    TempFolder_c Folder;
-    LogCapture_c Log;
-    DialogScript_c Dialogs;
+    TempFolder_c m_Folder;
+    LogCapture_c m_Log;
+    DialogScript_c m_Dialogs;
 
 private:
     int m_nComplaints = 0;

@@ -218,7 +218,7 @@ void LogCaptureListener(char const * szText)
     std::lock_guard const Scope(g_Lock);
     std::string_view const sLine = szText;
     bool const bSlowStart = sLine.find(" initialized in ") != std::string_view::npos && sLine.ends_with(" sec");
-    if (g_pCapture && (!bSlowStart || g_pCapture->bSlowStarts))
+    if (g_pCapture && (!bSlowStart || g_pCapture->m_bSlowStarts))
     {
         g_pCapture->m_dLines.emplace_back(szText);
     }

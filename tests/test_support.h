@@ -245,13 +245,15 @@ public:
 
     void Clear();
 
-    bool bSlowStarts = false;   // whether lines about modules that start slowly are collected too
+    /// Collects lines about modules that start slowly too.
+    void CollectSlowStarts() { m_bSlowStarts = true; }
 
 private:
     friend void LogCaptureListener(char const * szText);
 
     std::vector<std::string> m_dLines;
     LogCapture_c * m_pOuter;
+    bool m_bSlowStarts = false;
 };
 
 /// Scope that collects the heap's reports. One at a time.

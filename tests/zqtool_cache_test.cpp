@@ -14,12 +14,12 @@ namespace
         {
             for (char const * szName : { "gone.txt", "maps/bay.map", "maps/old.map", "units/ogre.csv", "profiles/me" })
             {
-                Folder.Write(std::string("media/") + szName, "12345");
+                m_Folder.Write(std::string("media/") + szName, "12345");
             }
         }
 
-        TempFolder_c Folder;
-        CurrentFolderScope_c Current{ Folder.GetPath() };
+        TempFolder_c m_Folder;
+        CurrentFolderScope_c m_Current{ m_Folder.GetPath() };
     };
 }
 
@@ -34,10 +34,10 @@ TEST_F(ZqtoolCache, BuildsAndComparesWithTheTree)
     }
     EXPECT_THAT(RunTool("cache --list other.bin").sOutput, HasSubstr("  maps/bay.map\n"));
 
-    fs::remove(Folder.Join("media/gone.txt"));
-    fs::rename(Folder.Join("media/maps/old.map"), Folder.Join("media/units/old.map"));
-    Folder.Write("media/units/ogre.csv", "123456789");
-    Folder.Write("media/new\n\033.txt", "1");
+    fs::remove(m_Folder.Join("media/gone.txt"));
+    fs::rename(m_Folder.Join("media/maps/old.map"), m_Folder.Join("media/units/old.map"));
+    m_Folder.Write("media/units/ogre.csv", "123456789");
+    m_Folder.Write("media/new\n\033.txt", "1");
     EXPECT_THAT(RunTool("cache --check media/filesystemcache.bin"),
         Ends(1, "media/filesystemcache.bin" + sFacts
                     + "compared with media\nmissing   gone.txt\nnew       new\xEF\xBF\xBD\xEF\xBF\xBD.txt\n"
@@ -45,7 +45,7 @@ TEST_F(ZqtoolCache, BuildsAndComparesWithTheTree)
                       "outdated  a start that compares the folders would scan: \"\\maps\\\" has changed\n"));
     for (int i = 0; i < 30; ++i)
     {
-        Folder.Write("media/more/" + std::to_string(i), "1");
+        m_Folder.Write("media/more/" + std::to_string(i), "1");
     }
     EXPECT_THAT(RunTool("cache --check media/filesystemcache.bin").sOutput, HasSubstr("new       and 12 more, which"));
     EXPECT_THAT(RunTool("cache --check --all media/filesystemcache.bin").sOutput, HasSubstr("new       more/9\n"));
@@ -57,9 +57,9 @@ TEST_F(ZqtoolCache, BuildsAndComparesWithTheTree)
 TEST_F(ZqtoolCache, RefusesWhatIsNoCacheOrNoWholeTree)
 {
     ASSERT_EQ(RunTool("cache --build media good.bin").iStatus, 0);
-    Folder.Write("short.bin", Folder.Read("good.bin").substr(0, 40));
-    Folder.Write("second.bin", std::string("\0\0\2\0", 4) + "more");
-    fs::create_symlink("loop", Folder.Join("loop"));
+    m_Folder.Write("short.bin", m_Folder.Read("good.bin").substr(0, 40));
+    m_Folder.Write("second.bin", std::string("\0\0\2\0", 4) + "more");
+    fs::create_symlink("loop", m_Folder.Join("loop"));
     for (auto const & [szArguments, iStatus, szOutput] : Rows_t<char const *, int, char const *>{
              { "short.bin", 1, "short.bin: damaged at byte 39: no whole folder record\n" },
              { "second.bin", 1, "second.bin: damaged at byte 0: a cache of another major version\n" },
@@ -74,16 +74,16 @@ TEST_F(ZqtoolCache, RefusesWhatIsNoCacheOrNoWholeTree)
     {
         EXPECT_THAT(RunTool(std::string("cache ") + szArguments), Ends(iStatus, HasSubstr(szOutput))) << szArguments;
     }
-    fs::permissions(Folder.Join("media/maps"), fs::perms::none);
-    fs::permissions(Folder.GetPath(), fs::perms::all);
+    fs::permissions(m_Folder.Join("media/maps"), fs::perms::none);
+    fs::permissions(m_Folder.GetPath(), fs::perms::all);
     auto const fnRun = [] { return RunTool("cache --build media part.bin >out.txt").iStatus; };
     int const iStatus = IsSuperuser() ? StatusAsNobody(fnRun) : fnRun();
-    fs::permissions(Folder.Join("media/maps"), fs::perms::all);
+    fs::permissions(m_Folder.Join("media/maps"), fs::perms::all);
     SKIP_IF(iStatus == -2, "the superuser's rights can't be dropped");
     EXPECT_EQ(iStatus, 1);
-    EXPECT_EQ(Folder.Read("out.txt"),
+    EXPECT_EQ(m_Folder.Read("out.txt"),
         "media/maps: it can't be read\n"
         "part.bin: no cache is written, since the scan missed 1 file or folder: zqtool tree "
         "lists them\n");
-    EXPECT_FALSE(fs::exists(Folder.Join("part.bin")));
+    EXPECT_FALSE(fs::exists(m_Folder.Join("part.bin")));
 }

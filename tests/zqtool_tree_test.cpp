@@ -19,17 +19,17 @@ namespace
                     { "gamedata/pqx/p.txt", "22" }, { "_configdependeddata/lo/lo.txt", "333" }, { ".svn/entries", "1" },
                     { "e\033[31m\n1 found.txt", "" } })
             {
-                Folder.Write(std::string("media/") + szName, szText);
+                m_Folder.Write(std::string("media/") + szName, szText);
             }
-            Folder.Write("media/" + std::string(130, 'n'), "1");
-            Folder.MakeFolder("media/" + std::string(200, 'p') + "/" + std::string(100, 'p'));
-            fs::create_symlink("nothing", Folder.Join("media/gone"));
-            fs::create_directory_symlink("../a", Folder.Join("media/B/loop"));
-            MakePipe(Folder.Join("media/pipe"));
+            m_Folder.Write("media/" + std::string(130, 'n'), "1");
+            m_Folder.MakeFolder("media/" + std::string(200, 'p') + "/" + std::string(100, 'p'));
+            fs::create_symlink("nothing", m_Folder.Join("media/gone"));
+            fs::create_directory_symlink("../a", m_Folder.Join("media/B/loop"));
+            MakePipe(m_Folder.Join("media/pipe"));
         }
 
-        TempFolder_c Folder;
-        CurrentFolderScope_c Current{ Folder.GetPath() };
+        TempFolder_c m_Folder;
+        CurrentFolderScope_c m_Current{ m_Folder.GetPath() };
     };
 }
 
@@ -72,9 +72,9 @@ TEST_F(ZqtoolTree, ReportsEachEntryOnce)
     std::string const sCut(130, 'n');
     for (std::string const sName : { "Maps/a", "maps/a", "maps/A", "Maps/b" })
     {
-        Folder.Write("twins/" + sName, "1");
+        m_Folder.Write("twins/" + sName, "1");
     }
-    Folder.Write("cut/" + sCut, "");
+    m_Folder.Write("cut/" + sCut, "");
     EXPECT_THAT(RunTool("tree twins"),
         Ends(1, EndsWith("names that differ in case only (2)\n"
                          "  twins/Maps    it differs from another entry in case only: twins/maps\n"
@@ -118,20 +118,20 @@ TEST_F(ZqtoolTree, KnowsATreeThatWasNotMadeForBareNamesAndWhatCantBeRead)
 {
     for (int i = 0; i < 30; ++i)
     {
-        Folder.Write("many/" + std::to_string(i) + "/readme.txt", "1");
+        m_Folder.Write("many/" + std::to_string(i) + "/readme.txt", "1");
     }
     Result_s const Bare = RunTool("tree many");
     EXPECT_THAT(Bare.sOutput, HasSubstr("29 of 30 files have names that are taken"));
     EXPECT_THAT(Bare.sOutput, HasSubstr("  and 9 more, which --all shows\n"));
     EXPECT_THAT(RunTool("tree --relative many"), Ends(0, HasSubstr("many: 30 files in 31 folders")));
 
-    fs::permissions(Folder.Join("many/0"), fs::perms::none);
-    fs::permissions(Folder.Join("many/1/readme.txt"), fs::perms::none);
+    fs::permissions(m_Folder.Join("many/0"), fs::perms::none);
+    fs::permissions(m_Folder.Join("many/1/readme.txt"), fs::perms::none);
     auto const fnRun = [] { return RunTool("tree --relative many >out.txt").iStatus; };
-    fs::permissions(Folder.GetPath(), fs::perms::all);
+    fs::permissions(m_Folder.GetPath(), fs::perms::all);
     int const iStatus = IsSuperuser() ? StatusAsNobody(fnRun) : fnRun();
-    std::string const sOutput = Folder.Read("out.txt");
-    fs::permissions(Folder.Join("many/0"), fs::perms::all);
+    std::string const sOutput = m_Folder.Read("out.txt");
+    fs::permissions(m_Folder.Join("many/0"), fs::perms::all);
     SKIP_IF(iStatus == -2, "the superuser's rights can't be dropped");
     EXPECT_EQ(iStatus, 1);
     EXPECT_THAT(sOutput, HasSubstr("not readable (2)\n  many/0             it can't be read\n"

@@ -72,7 +72,7 @@ public:
     int GetCapacity() const { return LENGTH; }
 
 protected:
-    void Grow(int iAccessIndex);   // makes this the length; asserts 0 to LENGTH, and more counts as LENGTH
+    void Grow(int iAccessIndex);   // makes this the length; asserts that it is 0 to LENGTH; more counts as LENGTH
     void Free() { iLength = 0; }   // empties the array
 
     T pData[LENGTH] = {};   // the elements

@@ -41,9 +41,9 @@ public:
     Breakpoint_c(Breakpoint_c const &) = delete;
     Breakpoint_c & operator=(Breakpoint_c const &) = delete;
 
-    /// Arms the first free register and returns true. The low two bits of each code count. Asserts that no register is
-    /// held. If one is, it stays armed, and Set returns false. On failure asserts "Developer break", holds no register
-    /// and returns false. Reasons:
+    /// Arms the first free register and returns true. Only the low two bits of each code are used. Asserts that no
+    /// register is held. If one is, it stays armed, and Set returns false. On failure asserts "Developer break", holds
+    /// no register and returns false. Reasons:
     /// - All four registers are in use. A debugger may hold some.
     /// - A code is refused, or the address is not aligned to the length.
     /// - The system refuses the register, or accepts it without effect.

@@ -28,7 +28,7 @@ namespace plat
     struct FaultPointers_t;
 }
 
-/// Flags that are combined to the style of a dialog: buttons, icon, default button, modality. The values are those of
+/// Parts of a dialog's style, one of each kind: buttons, icon, default button, modality. The values are those of
 /// Windows.
 inline constexpr unsigned long MESSAGE_OK = 0x0;
 inline constexpr unsigned long MESSAGE_OK_CANCEL = 0x1;

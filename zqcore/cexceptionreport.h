@@ -55,7 +55,7 @@ public:
     /// Sets UnhandledExceptionFilter as the fault filter.
     ExceptionReport_c();
 
-    /// Sets the previous filter again.
+    /// Restores the previous filter.
     ~ExceptionReport_c();
     ExceptionReport_c(ExceptionReport_c const &) = delete;
     ExceptionReport_c & operator=(ExceptionReport_c const &) = delete;

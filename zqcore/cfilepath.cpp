@@ -97,7 +97,7 @@ namespace
             }
             bRemoved = true;
             g_sPaths.Delete(pSlot);
-            if (g_FileOrphans.UseFolder(*pPath))
+            if (g_FileOrphans.PointTo(*pPath))
             {
                 g_FileOrphans.KeepFolder(pPath);
             }

@@ -76,7 +76,7 @@ public:
     void Remove(File_c const & File);
 
     /// Returns whether an orphan points to this folder.
-    bool UseFolder(String_T<256> const & sFolder) const;
+    bool PointTo(String_T<256> const & sFolder) const;
 
     /// Takes ownership of a folder, which DestroyFolders frees.
     void KeepFolder(String_T<256> * pFolder) { m_dFolders.Add(pFolder); }

@@ -171,7 +171,7 @@ public:
     /// iStart < iEnd and iEnd < m_iBytesTotal, and does nothing otherwise.
     void GetDump(char * pBuffer, int iStart, int iEnd);
 
-    // For callers to read, not to write.
+    /// For callers to read, not to write.
     char m_sName[260] = "";      // name of the file, or "Memory mapped: %08X, size: %d", cut to fit
     bool m_bInToken = false;     // whether GetToken found a token, or was the first after a token that ends the text
     int m_iLines = 0;            // line feeds read; a line feed that ends a token counts twice

@@ -119,8 +119,7 @@ public:
     /// Another name for PointerTable_c::NO_ELEMENT.
     static constexpr std::intptr_t HASH_NO_ELEMENT = PointerTable_c::NO_ELEMENT;
 
-    /// Limit of the number of static objects of a file, which must be below it. Otherwise a pass asserts and fails the
-    /// archive.
+    /// Limit of the static objects of a file. If their number is not below it, a pass asserts and fails the archive.
     static constexpr int MAX_STATIC_POINTERS = 1000;
 
     /// Number of bytes of stack that each body has at least.
@@ -144,7 +143,8 @@ public:
     static void RegisterStaticPointer(void * pPointer);
 
     /// Assigns an identifier to an address. Only a body calls it: for its object, so that parts of the object can point
-    /// to it, or for a part. Requires calls at the same place in save and load, and in a load that pObject is set.
+    /// to it, or for a part. Requires calls at the same place in save and load, and in a load that the body has set its
+    /// pObject.
     static void RegisterPointer(Serializeable_c & archive, void const * pPointer);
 
     /// Stores or loads a pointer to an object of a class that has a Serializer_T, or null. Serialize of the archive

@@ -1,9 +1,9 @@
 // ctimer.h: two clocks.
 //
 // The long time is in seconds. Until ModuleTimer_c is initialised it comes from a coarse clock of milliseconds, which
-// wraps after 49 days. Then it comes from a good clock, if the machine has one. longTimeGetPassed continues across that
-// change without a jump. A caller must not compare values of longTimeGet from before and after it. The short time is
-// the processor's cycle counter.
+// wraps after 49 days. After the initialisation it comes from a good clock, if the machine has one. longTimeGetPassed
+// continues across that change without a jump. A caller must not compare values of longTimeGet from before and after
+// it. The short time is the processor's cycle counter.
 //
 // Ownership: nothing is owned.
 // Threads: any thread, without locks. The first calls of longTimeGetPassed and shortTimeGetSec belong to the main

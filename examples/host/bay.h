@@ -1,8 +1,9 @@
 // bay.h: the host's game, a bay where ships carry goods between harbours.
 //
 // The media define the goods, harbours, routes, winds and types of ships. These definitions keep their addresses while
-// the game lasts, so other objects point at them. The bay owns the ships. The same media and the same number of hours
-// always produce the same voyages. Only one game can exist at a time, because the house that owns the ships is static.
+// the game lasts, so other objects point at them. The bay holds the memory of the ships. The same media and the same
+// number of hours always produce the same voyages. Only one game can exist at a time, because the house of the ships is
+// static.
 #pragma once
 
 #include "heldfile.h"

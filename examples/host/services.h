@@ -15,7 +15,7 @@ public:
     void Watch(Module_c * pModule) { m_dPrerequisites[0] = pModule; }
     Module_c const * GetWatched() const { return m_dPrerequisites[0]; }
 
-    /// Returns the longTimeGetPassed of that moment, in seconds, or 0 before it.
+    /// Returns longTimeGetPassed at the mark's start, in seconds, or 0 before it.
     double GetTime() const { return m_tUp; }
 
 protected:

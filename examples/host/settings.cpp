@@ -12,7 +12,7 @@
 namespace
 {
     constexpr char const * LIST = "settings.prp";
-    constexpr char const * PARTS = "report";   // the only name of which every line counts
+    constexpr char const * PARTS = "report";   // the only setting of which every line counts
 
     using Text_t = ModuleSettings_c::Text_t;
 
@@ -47,7 +47,7 @@ namespace
         return nullptr;
     }
 
-    // Reads a number from iLeast to iMost. Returns false and leaves iNumber if the text is no such number.
+    // Reads a number from iLeast to iMost. Returns false, and leaves iNumber unchanged, if the text is no such number.
     bool ReadNumber(Text_t const & sValue, int iLeast, int iMost, int & iNumber)
     {
         char const * const szText = sValue;

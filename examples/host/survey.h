@@ -61,7 +61,7 @@ public:
     int m_nFolders = 0;
     std::uint64_t m_nBytes = 0;   // bytes of all files
     int m_nEmpty = 0;             // files without contents, which are not opened
-    int m_nRead = 0;              // files read, and their bytes
+    int m_nRead = 0;              // files read
     std::uint64_t m_nBytesRead = 0;
     int m_nUnreadable = 0;
     double m_tReading = 0.0;   // seconds in FileOpen and FileClose

@@ -1,4 +1,4 @@
-// Counts memory by category, finds what a frame allocates, and writes a snapshot for `zqtool memory`.
+// Counts memory by category, counts the allocations of a frame, and writes a snapshot for `zqtool memory`.
 #include "zqcore/cmemory.h"
 #include "zqcore/cmemoryreport.h"
 

@@ -1,4 +1,5 @@
-// folding.h: comparison of names without regard to ASCII case, and the order of the entries of a FolderListing_c.
+// folding.h: names in lower case (folded), their comparison without regard to ASCII case, and the order of the entries
+// of a FolderListing_c.
 #pragma once
 
 #include <cstring>

@@ -63,7 +63,7 @@ inline void FaultAmongValues()
 
 #define TEN(name) name##0, name##1, name##2, name##3, name##4, name##5, name##6, name##7, name##8, name##9
 
-// Returns an object whose type has a very long name.
+/// Returns an object whose type has a very long name.
 template <int DEPTH, typename T>
 auto Doubled(T Value)
 {
@@ -77,7 +77,7 @@ auto Doubled(T Value)
     }
 }
 
-// More variables than are shown, of which one has more members than are shown and one has a very long type.
+/// Faults with more variables than are shown. One of them has more members than are shown, and one a very long type.
 inline void FaultAmongMany()
 {
     struct

@@ -135,7 +135,9 @@ namespace zqsymbols
         bool const bRegister = Variable.Place.ePlace == PLACE_REGISTER;
         if (!Value)
         {
-            return sText + (bRegister ? "(unreadable) [register]\n" : "(optimized out)\n");
+            return sText
+                   + (bRegister ? VALUE_UNREADABLE + std::string(" [register]\n")
+                                : VALUE_OPTIMIZED_OUT + std::string("\n"));
         }
         std::string const sMembers = m_Values.Members(*Value, "        ");
         Value_t const Shown = m_Values.Referred(*Value);

@@ -44,7 +44,8 @@ namespace zqsymbols
     }
 
     /// Returns what a scope adds before the names in it: its name and "::". The name of an unnamed namespace is
-    /// "(anonymous namespace)", that of an unnamed structure "(unnamed)". Returns an empty text for what is neither a namespace nor a structure.
+    /// "(anonymous namespace)", that of an unnamed structure "(unnamed)". Returns an empty text for what is neither a
+    /// namespace nor a structure.
     inline std::string ScopePrefix(Dwarf_Die * pScope)
     {
         bool const bNamespace = dwarf_tag(pScope) == DW_TAG_namespace;

@@ -26,7 +26,7 @@ namespace zqsymbols
     public:
         static constexpr std::size_t FRAMES_MAX = 200000;   // more frames of 42 bytes than a stack of 8 MiB has
 
-        /// Walks from a thread's registers. Requires that they and the process outlive the object.
+        /// Begins at a thread's registers. Requires that they and the process outlive the object.
         Frames_c(Process_c & Process, Registers_t const & Start)
             : m_Process(Process)
             , m_Start(Start)

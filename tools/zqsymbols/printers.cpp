@@ -136,7 +136,7 @@ namespace zqsymbols
             case PRINT_OPTIONAL:
             {
                 std::optional<std::uint64_t> const nEngaged = Values.NumberAt(*First, 0, 1);
-                return !nEngaged ? "(unreadable)" : *nEngaged == 0 ? EMPTY_TEXT : Values.Show(*Second, nDepth);
+                return !nEngaged ? VALUE_UNREADABLE : *nEngaged == 0 ? EMPTY_TEXT : Values.Show(*Second, nDepth);
             }
             case PRINT_POINTER:
                 return ShowPointer(Values, *First, nDepth);

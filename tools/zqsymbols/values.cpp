@@ -14,8 +14,6 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr char UNREADABLE[] = "(unreadable)";
-        constexpr char OPTIMIZED_OUT[] = "(optimized out)";
         constexpr char LEFT_OUT[] = "{...}";
         constexpr std::uint64_t TEXT_UNITS = 200;     // of a text that are shown
         constexpr std::uint64_t ELEMENTS = 16;        // of a container
@@ -90,7 +88,7 @@ namespace zqsymbols
                 std::memcpy(&fQuad, pBytes, bExtended ? 0 : sizeof(fQuad));
                 return ShortestDecimal(bExtended ? fLong : static_cast<long double>(fQuad));
             default:
-                return UNREADABLE;
+                return VALUE_UNREADABLE;
             }
         }
 
@@ -103,7 +101,7 @@ namespace zqsymbols
         // Returns what is shown of a value that lacks bytes.
         std::string TextOfMissing(Value_t const & Value)
         {
-            return Value.pBytes ? OPTIMIZED_OUT : UNREADABLE;
+            return Value.pBytes ? VALUE_OPTIMIZED_OUT : VALUE_UNREADABLE;
         }
 
         std::int64_t ExtendSign(std::uint64_t nBits, std::uint64_t nWidth)
@@ -250,7 +248,7 @@ namespace zqsymbols
             std::optional<std::uint64_t> const nUnit = NumberAt(Where, iUnit * nWidth, nWidth);
             if (!nUnit && iUnit == 0)
             {
-                return UNREADABLE;
+                return VALUE_UNREADABLE;
             }
             bEnd = !nUnit || (bZero && *nUnit == 0);
             bool const bMayBePair = nWidth == 2 && !bEnd && iUnit + 1 < nUnits;
@@ -401,7 +399,7 @@ namespace zqsymbols
         {
             return Text(Value, nCount, nWidth, true);
         }
-        return Value.pBytes ? UNREADABLE : Elements(iElement, Value.nAddress + Offset(Value), nCount, nDepth - 1);
+        return Value.pBytes ? VALUE_UNREADABLE : Elements(iElement, Value.nAddress + Offset(Value), nCount, nDepth - 1);
     }
 
     std::string Values_c::ShowStructure(Value_t const & Value, int nDepth)
@@ -422,7 +420,7 @@ namespace zqsymbols
         }
         std::string sText;
         std::size_t nShown = 0;
-        for (plat::SymbolType_t const iMember : std::vector(m_Types.GetMembers(Value.iType)))
+        for (plat::SymbolType_t const iMember : std::vector(m_Types.GetMembers(Value.iType)))   // Show adds types
         {
             sText += sText.empty() ? " " : ", ";
             if (nShown++ == IN_LINE)
@@ -444,7 +442,7 @@ namespace zqsymbols
         Dwarf_Die Type = m_Types.GetDie(Value.iType);
         if (Type.addr == nullptr)
         {
-            return UNREADABLE;
+            return VALUE_UNREADABLE;
         }
         switch (dwarf_tag(&Type))
         {

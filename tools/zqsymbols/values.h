@@ -18,7 +18,11 @@
 
 namespace zqsymbols
 {
-    /// A value by its type and its place. A member's place is that of its outermost structure.
+    inline constexpr char VALUE_UNREADABLE[] = "(unreadable)";
+    inline constexpr char VALUE_OPTIMIZED_OUT[] = "(optimized out)";
+
+    /// A value by its type and its address. A member has the address of its outermost structure, and Types_c has its
+    /// offset there.
     struct Value_t
     {
         plat::SymbolType_t iType = 0;
@@ -54,13 +58,13 @@ namespace zqsymbols
         /// those that are left out. Returns an empty text for other values.
         std::string Members(Value_t const & Value, std::string const & sIndent);
 
-        /// Returns an unsigned number of nBytes at an offset from a value's place, or nothing if it is not readable or
-        /// nBytes is not 1 to 8.
+        /// Returns an unsigned number of nBytes, nOffset bytes after the start of a value. Returns nothing if it is not
+        /// readable or nBytes is not 1 to 8.
         std::optional<std::uint64_t> NumberAt(Value_t const & Value, std::uint64_t nOffset, std::uint64_t nBytes);
 
-        /// Returns the text at a place in quotes: nUnits units of nWidth bytes, at most 200. If bZero, it ends at a
-        /// zero. It ends at a unit that is not readable. If it has 200 units and no end yet, "..." follows. Returns
-        /// "(unreadable)" if the first unit is not readable.
+        /// Returns the text that starts at a value, in quotes: nUnits units of nWidth bytes, at most 200. If bZero, it
+        /// ends at a zero. It ends at a unit that is not readable. If it has 200 units and no end yet, "..." follows.
+        /// Returns "(unreadable)" if the first unit is not readable.
         std::string Text(Value_t const & Where, std::uint64_t nUnits, std::uint64_t nWidth, bool bZero);
 
         /// Returns the value that a pointer or a reference leads to, with its address. Of an array, returns the first

@@ -17,7 +17,8 @@ namespace
     namespace fs = std::filesystem;
 
     constexpr std::string_view REPORT_END = ".rpt", DETAILS_END = "_details.txt", REPORT_START = "CrashReport_";
-    constexpr std::size_t MAX_FILE = 16 << 20;   // bytes
+    constexpr std::size_t MAX_MEBIBYTES = 16;   // of a file
+    constexpr std::size_t MAX_FILE = MAX_MEBIBYTES << 20;
 
     // Returns a name without an ending, or nothing if it has another ending.
     std::optional<std::string> StemOf(std::string const & sName, std::string_view sEnd)
@@ -219,7 +220,7 @@ namespace
             nText += nRead;
         }
         sFault = std::ferror(pFile) != 0 ? INPUT_UNREADABLE
-                 : nText > MAX_FILE      ? "more than 16 MiB; the rest is not read"
+                 : nText > MAX_FILE      ? "more than " + std::to_string(MAX_MEBIBYTES) + " MiB; the rest is not read"
                                          : "";
         std::fclose(pFile);
         return std::string_view(s_sBuffer).substr(0, std::min(nText, MAX_FILE));

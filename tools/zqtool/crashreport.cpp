@@ -44,7 +44,7 @@ namespace
         bool m_bAll;
         std::vector<Crash_t> m_dCrashes;
         Part_e m_ePart = Part_e::Head;
-        std::size_t m_nFrames = 0;   // so far of the second call stack; more than the first has: another stack
+        std::size_t m_nFrames = 0;   // so far of the second call stack; above the first one's number if it is another
         std::size_t m_nEmpty = 0;    // empty lines since the last line that is not empty
         bool m_bStack = false;       // whether the current crash has a call stack
         bool m_bFull = false;        // whether a list of variables was full
@@ -325,7 +325,7 @@ namespace
 
     // Reports that the file has no crash, or what its last one lacks. The others need not be whole: a report may fault,
     // and another one then continues it. Reports a list that was cut if the crash lacks nothing. If there are more
-    // crashes than the limit, removes the last one and reports only that.
+    // crashes than the limit, removes the last one, and reports nothing but that there are more.
     void ReportReader_c::CheckEnd()
     {
         if (m_dCrashes.empty())

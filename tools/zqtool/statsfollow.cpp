@@ -90,7 +90,7 @@ namespace
         }
         if (m_Tree.GetNodes().size() > MAX_TIMERS && !m_bRestSkipped)
         {
-            Complain(0, "the file has more than 65536 timers; the rest is not read");
+            Complain(0, "the file has more than " + std::to_string(MAX_TIMERS) + " timers; the rest is not read");
             m_bRestSkipped = true;
         }
     }

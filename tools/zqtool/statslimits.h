@@ -22,6 +22,6 @@ struct StatsMeasured_t
 /// Returns what is wrong with the text, and may change Limit even then. Returns an empty text if nothing is wrong.
 std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit);
 
-/// Returns the time that the file has for a limit. Figures of frames leave out those that the tree has forgotten.
+/// Returns the time that the file has for a limit. Figures of frames leave out the frames that the tree has forgotten.
 /// Requires a limit that ReadStatsLimit accepted, a tree with a frame and a rate above 0.
 StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond);
