@@ -3,9 +3,9 @@
 # Calls out of the library are bound at load and go past the procedure linkage table, so that a crash binds none.
 set(ZQCORE_SYSTEM_COMPILE_OPTIONS -fno-plt)
 
-# File sizes, inode numbers and times have 64 bits on i386 too. All sources need this, because they pass the system's
-# types to each other.
-target_compile_definitions(zqcore_flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+# File sizes, inode numbers and times have 64 bits on i386 too. All sources of the library need this, because they pass
+# the system's types to each other. Those that pass them to other libraries, as libzip, must not have it.
+set(ZQCORE_SYSTEM_DEFINITIONS _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 set(ZQCORE_EXPORTS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
 set(ZQCORE_SYSTEM_LINK_OPTIONS -Wl,-Bsymbolic-functions -Wl,--version-script=${ZQCORE_EXPORTS})
