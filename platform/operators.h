@@ -8,15 +8,16 @@
 
 namespace plat
 {
-    /// A form of new with its delete. A pointer is null if there is no such function. ALIGNMENT is std::align_val_t or
-    /// nothing. Each has further variants: with std::nothrow, and a delete with the size.
+    /// A form of new with its delete, and their variants. A pointer is null if there is no such function. ALIGNMENT is
+    /// std::align_val_t or nothing.
     template <typename... ALIGNMENT>
     struct OperatorPair_T
     {
         void * (*fnNew)(std::size_t nBytes, ALIGNMENT... nAlignment) = nullptr;   // throws std::bad_alloc
+        void * (*fnNewNothrow)(std::size_t nBytes, ALIGNMENT... nAlignment, std::nothrow_t const &) = nullptr;
         void (*fnDelete)(void * pMemory, ALIGNMENT... nAlignment) = nullptr;
-        bool bOneModule = true;    // whether both, and all variants of them, belong to one module
-        bool bOwnDelete = false;   // whether fnDelete is the library's
+        void (*fnDeleteSized)(void * pMemory, std::size_t nBytes, ALIGNMENT... nAlignment) = nullptr;
+        void (*fnDeleteNothrow)(void * pMemory, ALIGNMENT... nAlignment, std::nothrow_t const &) = nullptr;
     };
 
     /// The four forms of the operators: for an object and for an array, each with and without an alignment.

@@ -24,7 +24,8 @@ TEST(Binding, ABlockReachesTheHeapThatItCameFrom)
         Rows_t<char const *, int>{ { "binding_direct", plat::ADDRESS_CHECKER }, { "binding_through_engine", 1 },
             { "binding_static_runtime", 1 }, { "binding_plugin " BINDING_ENGINE, 1 }, { "binding_checked", 1 },
             { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_plugin " BINDING_ENGINE " deep", 1 },
-            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_sized_delete", 1 } })
+            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_sized_delete", 1 },
+            { "binding_no_pie", plat::ADDRESS_CHECKER } })
     {
         Result_s const Result = RunShell(sPrefix + szCommand + " 2>&1");
         SCOPED_TRACE(szCommand + ('\n' + Result.sOutput));

@@ -6,9 +6,11 @@
 // library allocates with it too.
 #include "zqcore/cmemory_internal.h"
 
+#include <atomic>
 #include <cerrno>
 #include <string>
 #include <system_error>
+#include <type_traits>
 
 constinit plat::Operators_t g_ForeignOperators = {};
 
@@ -16,38 +18,58 @@ namespace
 {
     constexpr std::size_t PROBE_BYTES = 24;
 
-    // Stores the pair in Foreign and returns true if a part or a variant of it is foreign and no part is missing.
-    // Replaces the library's own part by the next module's, because a program may contain a `new` of its own runtime
-    // without the `delete`, or the reverse.
-    template <typename... ALIGNMENT>
-    bool TryPair(plat::OperatorPair_T<ALIGNMENT...> plat::Operators_t::*pPair, plat::Operators_t & Foreign,
-        plat::Operators_t const & Bound, ALIGNMENT... nAlignment)
+    constinit std::atomic<bool> g_bNullDeleted{ false };
+
+    // Returns whether a variant of delete is missing or reaches the library's. Deletes null to find out. Its address
+    // does not show it: it may be the program's stub for the function.
+    template <typename... ARGUMENTS>
+    bool ReachesOwn(void (*fnDelete)(void *, ARGUMENTS...), std::type_identity_t<ARGUMENTS>... Arguments)
     {
-        plat::OperatorPair_T<ALIGNMENT...> Pair = Bound.*pPair;
-        if (!Pair.fnNew || !Pair.fnDelete)
+        g_bNullDeleted = false;
+        if (fnDelete)
+        {
+            fnDelete(nullptr, Arguments...);
+        }
+        return !fnDelete || g_bNullDeleted;
+    }
+
+    // Stores a pair in Foreign and returns true if a function of Bound is foreign, unless a part of the pair would be
+    // missing. Replaces the library's own part by that of Next, because a program may contain a `new` of its own
+    // runtime without the `delete`, or the reverse, or one variant of them.
+    template <typename... ALIGNMENT>
+    bool TryPair(plat::OperatorPair_T<ALIGNMENT...> & Foreign, plat::OperatorPair_T<ALIGNMENT...> const & Bound,
+        plat::OperatorPair_T<ALIGNMENT...> const & Next, ALIGNMENT... nAlignment)
+    {
+        if (!Bound.fnNew || !Bound.fnDelete)
         {
             return false;
         }
-        void * const pBlock = Pair.fnNew(PROBE_BYTES, nAlignment...);
+        void * const pBlock = Bound.fnNew(PROBE_BYTES, nAlignment...);
+        void * const pOther =
+            Bound.fnNewNothrow ? Bound.fnNewNothrow(PROBE_BYTES, nAlignment..., std::nothrow) : nullptr;
         bool const bOwnNew = MemoryIsOwnBlock(pBlock);
-        if (!Pair.bOneModule)
-        {
-            plat::OperatorPair_T<ALIGNMENT...> const Next = plat::OperatorsAfterOwn().*pPair;
-            Pair.fnNew = bOwnNew ? Next.fnNew : Pair.fnNew;
-            Pair.fnDelete = Pair.bOwnDelete ? Next.fnDelete : Pair.fnDelete;
-        }
-        bool const bForeign = (!bOwnNew || !Pair.bOneModule) && Pair.fnNew && Pair.fnDelete;
+        bool const bOwnDelete = ReachesOwn(Bound.fnDelete, nAlignment...);
+        bool const bOwnVariants = (!pOther || MemoryIsOwnBlock(pOther))
+                                  && ReachesOwn(Bound.fnDeleteSized, PROBE_BYTES, nAlignment...)
+                                  && ReachesOwn(Bound.fnDeleteNothrow, nAlignment..., std::nothrow);
+        plat::OperatorPair_T<ALIGNMENT...> Pair;
+        Pair.fnNew = bOwnNew ? Next.fnNew : Bound.fnNew;
+        Pair.fnDelete = bOwnDelete ? Next.fnDelete : Bound.fnDelete;
+        bool const bForeign = !(bOwnNew && bOwnDelete && bOwnVariants) && Pair.fnNew && Pair.fnDelete;
         if (bForeign)
         {
-            Foreign.*pPair = Pair;
+            Foreign = Pair;
         }
-        if (bOwnNew)
+        for (void * const pProbe : { pBlock, pOther })
         {
-            aligned_free_dbg(pBlock);
-        }
-        else if (Pair.fnDelete)
-        {
-            Pair.fnDelete(pBlock, nAlignment...);
+            if (MemoryIsOwnBlock(pProbe))
+            {
+                aligned_free_dbg(pProbe);
+            }
+            else if (pProbe && Pair.fnDelete)
+            {
+                Pair.fnDelete(pProbe, nAlignment...);
+            }
         }
         return bForeign;
     }
@@ -73,19 +95,26 @@ namespace
     }
 }
 
+void MemoryNoteNullDeleted()
+{
+    g_bNullDeleted.store(true, std::memory_order_relaxed);
+}
+
+// The C++ runtime's functions for arrays call those for objects by name, which may lead back to the library. So the
+// latter serve both.
 void MemoryBindOperators()
 {
     constexpr std::align_val_t ALIGNMENT{ 64 };
-    plat::Operators_t const Bound = plat::OperatorsBound();
+    plat::Operators_t const Bound = plat::OperatorsBound(), Next = plat::OperatorsAfterOwn();
     plat::Operators_t Found;
-    bool bForeign = TryPair(&plat::Operators_t::Plain, Found, Bound);
-    bForeign |= TryPair(&plat::Operators_t::Array, Found, Bound);
-    bForeign |= TryPair(&plat::Operators_t::Aligned, Found, Bound, ALIGNMENT);
-    bForeign |= TryPair(&plat::Operators_t::AlignedArray, Found, Bound, ALIGNMENT);
+    bool bForeign = TryPair(Found.Plain, Bound.Plain, Next.Plain);
+    bForeign |= TryPair(Found.Array, Bound.Array, Next.Plain);
+    bForeign |= TryPair(Found.Aligned, Bound.Aligned, Next.Aligned, ALIGNMENT);
+    bForeign |= TryPair(Found.AlignedArray, Bound.AlignedArray, Next.Aligned, ALIGNMENT);
     if (!bForeign && IsRuntimeForeign())
     {
         bForeign = true;
-        Found = plat::OperatorsAfterOwn();
+        Found = { Next.Plain, Next.Plain, Next.Aligned, Next.Aligned };
     }
     g_ForeignOperators = Found;
     if (bForeign)

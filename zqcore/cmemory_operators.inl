@@ -54,9 +54,13 @@ namespace
         {
             Foreign.fnDelete(pBlock, nAlignment...);
         }
-        else
+        else if (pBlock)
         {
             HeapDelete(pBlock);
+        }
+        else
+        {
+            MemoryNoteNullDeleted();
         }
     }
 

@@ -12,12 +12,24 @@ extern "C" int * EngineTake();
 #endif
 
 #ifdef GAME_HAS_SIZED_DELETE
-// One form of many, as some linkers export those of a static C++ runtime.
+// Two of many, as some linkers export those of a static C++ runtime.
 __attribute__((visibility("default"))) void operator delete(void * pBlock, std::size_t, std::align_val_t) noexcept
 {
     std::free(pBlock);
 }
+__attribute__((visibility("default"))) void operator delete[](void * pBlock, std::size_t) noexcept
+{
+    std::free(pBlock);
+}
 #endif
+
+// A program at a fixed address has a stub of its own for a function whose address it takes.
+void UseByAddress()
+{
+    void * (*volatile fnNew)(std::size_t) = &::operator new;
+    void (*volatile fnDelete)(void *) = &::operator delete;
+    fnDelete(fnNew(16));
+}
 
 int main([[maybe_unused]] int nArguments, [[maybe_unused]] char ** dArguments)
 {
@@ -30,6 +42,9 @@ int main([[maybe_unused]] int nArguments, [[maybe_unused]] char ** dArguments)
         return 1;
     }
     auto const EngineTake = reinterpret_cast<int * (*)()>(dlsym(hPlugin, "EngineTake"));
+#endif
+#ifdef GAME_TAKES_ADDRESSES
+    UseByAddress();
 #endif
     std::string sText = "done";
     for (int i = 0; i < 100; ++i)
