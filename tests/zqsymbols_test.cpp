@@ -8,7 +8,13 @@ TEST(Zqsymbols, NamesAFunctionWithoutArgumentsAndResult)
         Rows_t<char const *, char const *>{ { "main.cold", "main" }, { "_ZN2ns1fIiEEiv", "ns::f<int>" },
             // void (*f<int>(int))(long), ns::operators f<int>(), f<int>::operator int(), Of::operator<< <int>(int)
             { "_Z1fIiEPFvlEi", "f<int>" }, { "_Z1fIiEN2ns9operatorsEv", "f<int>" },
-            { "_ZN1fIiEcviEv", "f<int>::operator int" }, { "_ZN2OflsIiEEvT_", "Of::operator<< <int>" } })
+            { "_ZN1fIiEcviEv", "f<int>::operator int" }, { "_Z3a))v", "a))" }, { "_Z3a))2*x", "x" },
+            { "_ZTIPFvvE", "typeinfo for void (*)" },
+            // void (*C::cf<int>(int) const)(long), void (*(*f2<int>(int))(long))(char), int (*f4<int>(int)) [3],
+            // ns::binary_operator<int> ns::g<int>(int)
+            { "_ZNK1C2cfIiEEPFvlET_", "C::cf<int>" }, { "_Z2f2IiEPFPFvcElET_", "f2<int>" },
+            { "_Z2f4IiEPA3_iT_", "f4<int>" }, { "_ZN2ns1gIiEENS_15binary_operatorIiEEi", "ns::g<int>" },
+            { "_ZN2OflsIiEEvT_", "Of::operator<< <int>" } })
     {
         EXPECT_EQ(zqsymbols::PlainName(szLinkerName), szExpected);
     }

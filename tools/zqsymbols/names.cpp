@@ -1,5 +1,6 @@
 #include "tools/zqsymbols/names.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <cxxabi.h>
@@ -36,7 +37,7 @@ namespace zqsymbols
             for (bool bGoesOn = true; bGoesOn;)
             {
                 bGoesOn = false;
-                for (std::string_view const sEnd : { " const", " volatile", " &", " &&" })
+                for (std::string_view const sEnd : { " const", " volatile", " &", " &&", " noexcept" })
                 {
                     if (sName.ends_with(sEnd))
                     {
@@ -63,43 +64,65 @@ namespace zqsymbols
             return sName;
         }
 
-        // Returns "f<int>(int)" for "void (*f<int>(int))", a function that returns a pointer to a function.
-        std::string_view WithoutPointer(std::string_view sName)
+        // Returns "f(int)" for "int (*f(int))", the inner part of what returns a pointer or a reference to a function or
+        // an array. Returns an empty text for other names.
+        std::string_view InnerName(std::string_view sName)
         {
-            std::size_t const iInner = WithoutArguments(sName).size() + 1;
-            bool const bPointer = sName.ends_with(')') && (sName[iInner] == '*' || sName[iInner] == '&');
-            return bPointer ? sName.substr(iInner + 1, sName.size() - iInner - 2) : sName;
+            std::size_t const nBefore = WithoutArguments(sName).size();
+            std::string_view sInner =
+                nBefore < sName.size() ? sName.substr(nBefore + 1, sName.size() - nBefore - 2) : "";
+            std::size_t const iMark = std::min(sInner.find_first_of("*&"), sInner.size());
+            std::string_view const sClass = sInner.substr(0, iMark);   // of a pointer to a member
+            sInner.remove_prefix(std::min(sInner.find_first_not_of("*& ", iMark), sInner.size()));
+            return sClass.empty() || (sClass.ends_with("::") && sClass.find(' ') == sClass.npos) ? sInner : "";
         }
 
-        // Returns whether a text begins with an operator's name, not with a name such as "operators".
-        bool BeginsOperator(std::string_view sText)
+        // Returns whether an operator's name begins at an index, but no name such as "operators" or "binary_operator".
+        bool IsOperatorAt(std::string_view sName, std::size_t iStart)
         {
             constexpr std::string_view OPERATOR = "operator";
-            return sText.starts_with(OPERATOR) && sText.size() > OPERATOR.size()
-                   && std::isalnum(static_cast<unsigned char>(sText[OPERATOR.size()])) == 0
-                   && sText[OPERATOR.size()] != '_';
+            auto const IsLetter = [sName](std::size_t i) {
+                return i < sName.size() && (std::isalnum(static_cast<unsigned char>(sName[i])) != 0 || sName[i] == '_');
+            };
+            return sName.substr(iStart).starts_with(OPERATOR) && !IsLetter(iStart + OPERATOR.size())
+                   && (iStart == 0 || !IsLetter(iStart - 1));
         }
 
         // Returns "ns::f<int>" for "int ns::f<int>". A blank outside of all brackets ends a return type, except in an
         // operator's name.
         std::string_view WithoutReturnType(std::string_view sName)
         {
-            if (std::string_view const sInner = WithoutPointer(sName); sInner.size() != sName.size())
-            {
-                return WithoutArguments(sInner);
-            }
             if (!sName.ends_with('>'))
             {
                 return sName;
             }
             int nDepth = 0;
             std::size_t iStart = 0;
-            for (std::size_t i = 0; i < sName.size() && !(nDepth == 0 && BeginsOperator(sName.substr(i))); ++i)
+            for (std::size_t i = 0; i < sName.size() && !(nDepth == 0 && IsOperatorAt(sName, i)); ++i)
             {
                 nDepth += DepthChange(sName[i]);
                 iStart = nDepth == 0 && sName[i] == ' ' ? i + 1 : iStart;
             }
             return sName.substr(iStart);
+        }
+
+        // Returns "ns::f<int>" for "int ns::f<int>(int) const". Returns the name of a variable as it is.
+        std::string_view FunctionName(std::string_view sName)
+        {
+            constexpr int POINTERS = 8;   // most that a function returns, each to a function that returns the next
+            for (int i = 0;; ++i)
+            {
+                sName = WithoutQualifiers(sName);
+                std::size_t const iBounds = sName.ends_with(']') ? sName.rfind(") [") : sName.npos;
+                std::string_view const sBare = WithoutArguments(sName);
+                std::string_view sInner = InnerName(iBounds == sName.npos ? sName : sName.substr(0, iBounds + 1));
+                sInner = sInner.empty() ? InnerName(sBare) : sInner;
+                if (sInner.empty() || i == POINTERS)
+                {
+                    return sBare.size() != sName.size() ? WithoutReturnType(sBare) : sName;
+                }
+                sName = sInner;
+            }
         }
     }
 
@@ -115,9 +138,7 @@ namespace zqsymbols
             return std::string(
                 sLinkerName.substr(0, sLinkerName.find_first_of(".@", 1)));   // "main.cold", "main@@VERSION"
         }
-        std::string_view const sUnqualified = WithoutQualifiers(pName.get());
-        std::string_view const sName = WithoutArguments(sUnqualified);
-        return std::string(sName.size() != sUnqualified.size() ? WithoutReturnType(sName) : sName);
+        return std::string(FunctionName(pName.get()));
     }
 
     std::optional<Function_t> FunctionAt(Modules_c & Modules, std::uint64_t nAddress)
