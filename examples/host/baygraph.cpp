@@ -5,9 +5,8 @@
 
 namespace
 {
-    // Largest numbers of a game in an archive. Sums and conversions stay far from their limits.
-    constexpr int MAX_HOURS = 1000000000;
-    constexpr float MAX_CRATES = 1e9f;   // and other numbers of a ship
+    // Largest numbers of a game that is loaded. What is counted grows by at most MAX_NUMBER at a time.
+    constexpr int MAX_COUNT = 1000000000;
     constexpr long long MAX_MARKS = 1'000'000'000'000'000;
 
     Bay_s * g_pBay = nullptr;     // the bay of the present pass
@@ -23,11 +22,11 @@ namespace
         }
     }
 
-    // Refuses a number below -Most or above Most, and one that is not a number.
+    // Refuses a loaded number below -Most or above Most, and one that is not a number.
     template <typename T>
     void Limit(Serializeable_c & Archive, T Number, T Most)
     {
-        if (!(Number >= -Most && Number <= Most))
+        if (Archive.IsReading() && !(Number >= -Most && Number <= Most))
         {
             Refuse(Archive, "a number is out of range");
         }
@@ -105,6 +104,7 @@ namespace
         {
             House_s & House = *static_cast<House_s *>(pObject);
             Archive.Serialize(House.iFirstPurse).Serialize(House.iPurse);
+            Limit(Archive, House.iFirstPurse, MAX_MARKS);
             Limit(Archive, House.iPurse, MAX_MARKS);
         }
     };
@@ -159,7 +159,7 @@ namespace
     void Definitions_T<Good_s>::SerializeFields(Serializeable_c & Archive, Good_s & Good)
     {
         Archive.Serialize(Good.nTraded);
-        Limit(Archive, static_cast<float>(Good.nTraded), MAX_CRATES);
+        Limit(Archive, Good.nTraded, MAX_COUNT);
     }
 
     template <>
@@ -174,7 +174,7 @@ namespace
                 float fNothing = 0.0f;
                 float & fStock = pGood ? Harbour.dStock[pGood->iNumber] : fNothing;
                 Archive.Serialize(fStock);
-                Limit(Archive, fStock, MAX_CRATES);
+                Limit<float>(Archive, fStock, MAX_NUMBER);
             });
     }
 
@@ -190,12 +190,11 @@ namespace
         g_Routes.Serialize(Archive, Ship.pRoute);
         g_Goods.Serialize(Archive, Ship.pCargo);
         g_Ships.Serialize(Archive, Ship.pMet);
-        for (int const nNumber : { Ship.nPortHours, Ship.nVoyages, Ship.nLanded })
-        {
-            Limit(Archive, static_cast<float>(nNumber), MAX_CRATES);
-        }
-        Limit(Archive, Ship.fMilesLeft, MAX_CRATES);
-        Limit(Archive, Ship.fCrates, MAX_CRATES);
+        Limit(Archive, Ship.nPortHours, MAX_NUMBER);
+        Limit(Archive, Ship.nVoyages, MAX_COUNT);
+        Limit(Archive, Ship.nLanded, MAX_COUNT);
+        Limit<float>(Archive, Ship.fMilesLeft, MAX_NUMBER);
+        Limit<float>(Archive, Ship.fCrates, MAX_NUMBER);
         Limit(Archive, Ship.iProfit, MAX_MARKS);
         bool const bDuty = Ship.pDuty == &g_AtSea || Ship.pDuty == &g_InPort;
         if (!bDuty || Ship.pHouse != &g_House || !Ship.pType || !Ship.pRoute || !Ship.pCargo)
@@ -258,7 +257,7 @@ String_T<256> BaySerialize(Serializeable_c & Archive, Bay_s & Bay)
     Bay.dShips.Sort([](Ship_s const * pA, Ship_s const * pB)
         { return (pA->iNumber < pB->iNumber) - (pA->iNumber > pB->iNumber); },
         0, -1);
-    if (Bay.dShips.IsEmpty() || Bay.nHours < 0 || Bay.nHours > MAX_HOURS)
+    if (Bay.dShips.IsEmpty() || Bay.nHours < 0 || Bay.nHours > MAX_COUNT)
     {
         Refuse(Archive, "it holds no game");
     }
