@@ -14,7 +14,7 @@ namespace fleet
         char szName[8];
     };
 
-    union Load_t
+    union Load_u
     {
         float fTons;
         unsigned nCrates;
@@ -31,7 +31,7 @@ namespace fleet
     struct Galley_t : Ship_t
     {
         List_T<Cargo_e, 3> Cargo;
-        Load_t Load;
+        Load_u Load;
         bool (*fnSail)(Galley_t & Galley);
     };
 }

@@ -12,7 +12,7 @@ namespace
         .x: float = 1
         .y: float = 2
         .z: float = 3
-        .eColour: (anonymous namespace)::Colour_e = Red (2)
+        .eColour: (anonymous namespace)::Colour_e = RED (2)
         .nLow: unsigned int = 5
         .nHigh: unsigned int = 65
         .Speed: (anonymous namespace)::Vector_t = <4, 5, 6\n(no member Ship.x)>
@@ -20,7 +20,7 @@ namespace
     parameter fnCall: void (*)() = 0x@ (anonymous namespace)::FaultAmongValues
     parameter wszWide: wchar_t const * = "wïde"
     local nNegative: short int = -2 (0xFFFE)
-    local eBoth: (anonymous namespace)::Colour_e const = Red | Blue (0x6)
+    local eBoth: (anonymous namespace)::Colour_e const = RED | BLUE (0x6)
     local szShort: char [8] = "a\nb"
     local dNumbers: int [3] = { 1, 2, 3 }
     local sFixed: String_T<32> = "fixed"

@@ -13,7 +13,7 @@ TEST(PageMap, HoldsPagesThatMeetAsAPlainModelDoes)
     PageMap_T<int> Map;
     std::map<std::uintptr_t, int> Model;
     std::mt19937 Random(12);
-    // Runs of 8 pages at distances at which all of them lead to the same 8 slots.
+    // Runs of 8 pages whose home slots are the same 8, or the same 16 in a table of 4096 slots.
     auto const AnyPage = [&] { return (Random() % 30) << 11 | Random() % 8; };
     auto const Address = [](std::uintptr_t iPage) { return reinterpret_cast<void const *>((iPage << 16) + 0xFFFF); };
     for (int iStep = 1; iStep < 20000; ++iStep)

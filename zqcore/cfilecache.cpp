@@ -150,16 +150,6 @@ namespace
         return bSame;
     }
 
-    // Calls fnVisit with each object of a table, in table order. Requires that fnVisit does not change the table.
-    template <typename TABLE, typename VISIT>
-    void VisitAll(TABLE & Table, VISIT fnVisit)
-    {
-        for (auto * pSlot = Table.First(); pSlot; pSlot = Table.Next(pSlot))
-        {
-            fnVisit(pSlot->pObject);
-        }
-    }
-
     void SaveFolders(Serializeable_c & Archive, MediaRoot_c const & Root)
     {
         Array_T<char const *, 1024, 0> dRelatives;

@@ -3,7 +3,7 @@
 #include "zqcore/ccallback_internal.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
-#include "zqcore/cfilepath.h"
+#include "zqcore/cfilepath_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cscope_internal.h"
@@ -278,16 +278,6 @@ namespace
         return std::atomic_ref(File.bOpened).load(std::memory_order_relaxed);
     }
 
-    // Calls a function with each file, in table order.
-    template <typename CALL>
-    void ForEachFile(CALL fnCall)
-    {
-        for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
-        {
-            fnCall(*pSlot->pObject);
-        }
-    }
-
     // Returns whether a key has a component that leads upwards.
     bool LeadsUp(char const * szKey)
     {
@@ -392,9 +382,9 @@ void FileDumpInfo()
 {
     MemCategoryScope_c const Category(mem::file);
     Array_T<FileOpenCalls_t, 16384, 0> dCalls;
-    ForEachFile(
-        [&dCalls](File_c & File) {
-            dCalls.Add({ File.sName, std::atomic_ref(File.iReads).load(std::memory_order_relaxed) });
+    VisitAll(g_sFileObjects,
+        [&dCalls](File_c * pFile) {
+            dCalls.Add({ pFile->sName, std::atomic_ref(pFile->iReads).load(std::memory_order_relaxed) });
         });
     dCalls.Sort([](FileOpenCalls_t const & Left, FileOpenCalls_t const & Right)
         { return Left.iCalls > Right.iCalls ? 1 : (Left.iCalls < Right.iCalls ? -1 : 0); },
@@ -413,13 +403,13 @@ void FileLogLoadedMedia()
     constexpr char const * CUT = "------------ CUT ------------";
     Log("Media in memory...");
     LogText(CUT);
-    ForEachFile(
-        [](File_c & File)
+    VisitAll(g_sFileObjects,
+        [](File_c * pFile)
         {
-            plat::LockScope_c const Scope(File.m_Lock);
-            if (WasOpened(File) && File.pData)
+            plat::LockScope_c const Scope(pFile->m_Lock);
+            if (WasOpened(*pFile) && pFile->pData)
             {
-                LogEscaped("%i, %s", File.iLength, static_cast<char const *>(File.sName));
+                LogEscaped("%i, %s", pFile->iLength, static_cast<char const *>(pFile->sName));
             }
         });
     LogText(CUT);
@@ -433,12 +423,12 @@ void FileCloneLoadedMedia()
     {
         return;
     }
-    ForEachFile(
-        [](File_c & File)
+    VisitAll(g_sFileObjects,
+        [](File_c * pFile)
         {
-            if (WasOpened(File))
+            if (WasOpened(*pFile))
             {
-                Clone(File);
+                Clone(*pFile);
             }
         });
 }

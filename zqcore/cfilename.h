@@ -1,10 +1,12 @@
-// cfilename.h: a path and its parts. `/` and `\` both separate.
+// cfilename.h: a path and its parts.
+//
+// `/` and `\` both separate.
 //
 // Ownership: a FileName_c is a plain value of up to 255 characters. Longer paths are cut.
 // Threads: any thread.
 // Cost: a scan of the path. Nothing allocates.
-// Failure: the constructor of FileName_c asserts that its path is not null. PathFileName requires that. A part that a
-// path lacks is an empty text.
+// Failure: the constructor of FileName_c asserts that its path is not null. PathFileName requires a path that is not
+// null. A part that a path lacks is an empty text.
 //
 //     FileName_c const sPath("media\\levels/harbour.lvl");
 //     String_T<256> const sBare = sPath.GetFileName();                    // "harbour.lvl"

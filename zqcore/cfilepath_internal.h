@@ -120,6 +120,17 @@ inline std::size_t FileMakeBareKey(char const * szName, std::size_t nName, char 
     return nKey;
 }
 
+/// Calls fnVisit with a pointer to each object of a table, in table order. Requires that fnVisit does not change the
+/// table.
+template <typename TABLE, typename VISIT>
+void VisitAll(TABLE & Table, VISIT fnVisit)
+{
+    for (auto * pSlot = Table.First(); pSlot; pSlot = Table.Next(pSlot))
+    {
+        fnVisit(pSlot->pObject);
+    }
+}
+
 /// Destroys an object that is not in the table.
 inline void FileDiscard(File_c * pFile)
 {

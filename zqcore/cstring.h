@@ -106,7 +106,8 @@ public:
         return *this <=> static_cast<char const *>(Other);
     }
 
-    /// Append what fits, operator+ to a copy. Assert that a C text is not null. A null appends nothing.
+    /// Append what fits. operator+ appends to a copy and returns it. Assert that a C text is not null. A null appends
+    /// nothing.
     String_T & operator+=(char const * sTxt);
     String_T & operator+=(std::string_view sTxt) { return Put(std::strlen(m_sText), sTxt); }
     template <int M>

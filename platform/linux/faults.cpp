@@ -36,8 +36,8 @@ namespace plat
 
         std::atomic<int> g_iReporter{ 0 };        // the thread in the filter, or whose fault it passed on; 0 for none
         std::atomic<bool> g_bReported{ false };   // whether a filter has passed its fault on, or has faulted
-        std::atomic<bool> g_bDying{ false };      // whether only the end of the process is to follow
-        char g_szException[DESCRIPTION_SIZE];     // the message of an uncaught exception
+        std::atomic<bool> g_bDying{ false };      // whether the process is about to end
+        char g_szException[DESCRIPTION_SIZE];     // description of an uncaught exception
 
         bool g_bForkByReporter = false;   // whether the reporter forks; written under the fork's lock
 

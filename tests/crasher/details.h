@@ -4,8 +4,8 @@
 
 enum Colour_e
 {
-    Red = 2,
-    Blue = 4
+    RED = 2,
+    BLUE = 4
 };
 struct Vector_t
 {
@@ -27,7 +27,7 @@ inline __attribute__((always_inline)) int Touch(int volatile * pTouched, int nFa
 __attribute__((noinline)) int ShowValues(Ship_t const & Ship, void (*fnCall)(), wchar_t const * wszWide)
 {
     short nNegative = -2;
-    auto const eBoth = static_cast<Colour_e>(Red | Blue);
+    auto const eBoth = static_cast<Colour_e>(RED | BLUE);
     char szShort[8] = "a\nb";
     int dNumbers[] = { 1, 2, 3 };
     String_T<32> sFixed("fixed");
@@ -54,7 +54,7 @@ __attribute__((noinline)) int ShowValues(Ship_t const & Ship, void (*fnCall)(), 
 
 inline void FaultAmongValues()
 {
-    Ship_t Ship = { { 1, 2, 3 }, Red, 5, 65, { 4, 5, 6 }, "ship" };
+    Ship_t Ship = { { 1, 2, 3 }, RED, 5, 65, { 4, 5, 6 }, "ship" };
     register int nInRegister __asm__(IN_REGISTER) = 77;
     __asm__ volatile("" : "+r"(nInRegister));
     ShowValues(Ship, FaultAmongValues, L"w\u00EFde");
@@ -123,7 +123,8 @@ inline int Descend(int nFrames)
     return nFrames == 0 ? pause() : Descend(nFrames - 1) + 1;
 }
 
-/// One thread does nothing and one does nothing deep in its stack. Others hold a lock or wait for one.
+/// Starts a thread that does nothing, one that does nothing deep in its stack, and others that hold a lock or wait for
+/// one.
 inline void StartThreads()
 {
     StartBeside("idle", DoNothing);
@@ -135,7 +136,7 @@ inline void StartThreads()
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
-/// Counts the threads that are traced.
+/// Returns the number of this process's threads that have a tracer.
 inline int CountTraced()
 {
     int nTraced = 0;
@@ -150,7 +151,8 @@ inline int CountTraced()
     return nTraced;
 }
 
-/// Four threads wait for a child and do not stop until it ends. Prints the most threads that are traced at once.
+/// Starts four threads that wait for a child and do not stop until it ends. Prints the most threads that are traced at
+/// once.
 inline void StartUnstoppable()
 {
     for (int i = 0; i < 4; ++i)
@@ -195,7 +197,8 @@ inline void ForbidTracing()
     prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &Program);
 }
 
-/// A fault with many lines before that of the next instruction. Must be last: the file has no such lines.
+/// Faults at a line after which a gap of line numbers follows. Requires that it is the last function: the file has no
+/// such lines.
 inline void FaultBeforeGap()
 {
 #line 1001

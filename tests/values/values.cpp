@@ -27,7 +27,7 @@ namespace
     {
         Top = 1ull << 63
     };
-    union Either_t
+    union Either_u
     {
         int nNumber;
         float fNumber;
@@ -45,7 +45,7 @@ namespace
             char const * szText = "inner";
         };
         Inner_t Inner;
-        Either_t Either = { 7 };
+        Either_u Either = { 7 };
         unsigned nLow : 3 = 5, nHigh : 9 = 300;
         double dNumbers[1] = { 2.5 };
         static int s_nShared;
@@ -66,7 +66,7 @@ namespace
 
     int * volatile g_pNowhere = nullptr;
 
-    // The compiler must keep what has these addresses in memory.
+    // Makes the compiler keep a variable in memory.
     template <typename T>
     inline void KeepOne(T const & Variable)
     {
@@ -78,7 +78,7 @@ namespace
         (KeepOne(Variables), ...);
     }
 
-    // Its register of the hidden reference is known only from the call.
+    // Faults. The register of the hidden reference is known only from the call.
     NOT_CHANGED int Fault(Passed_t Passed, float fParameter)
     {
         bool bBool = true;

@@ -54,7 +54,7 @@ namespace zqsymbols
         /// not overlap and EndModules was not called.
         void AddModule(char const * szPath, std::uint64_t nStart, std::uint64_t nEnd);
 
-        /// Ends the additions. Must be called once, before the first request.
+        /// Ends the additions. Requires that it is called once, before the first lookup.
         void EndModules() { dwfl_report_end(m_pDwfl, nullptr, nullptr); }
 
         /// Returns the module that holds an address, or null.

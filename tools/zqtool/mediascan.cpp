@@ -71,16 +71,6 @@ namespace
         return sFolded.substr(sFolded.rfind('\\') + 1);   // the whole text if there is none
     }
 
-    // Calls fnDo with each file of the table.
-    template <typename DO>
-    void ForEachFile(DO fnDo)
-    {
-        for (auto * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
-        {
-            fnDo(*pSlot->pObject);
-        }
-    }
-
     // Entries of the disk, in the order of the paths of the tables. The walk follows no links. It does not enter
     // folders whose path has more than 512 bytes: no scan could enter them.
     class Disk_c
@@ -300,9 +290,10 @@ namespace
             Scan.dFindings.push_back(
                 { &Kind, PathOf(Scan, File), szWhy, std::move(sOther), 0, 0, Kind.szName == NO_ROOM.szName });
         };
-        ForEachFile(
-            [&](File_c & Top)
+        VisitAll(g_sFileObjects,
+            [&](File_c * pTop)
             {
+                File_c & Top = *pTop;
                 ++Scan.nFiles;
                 Scan.nBytes += static_cast<std::uint32_t>(Top.iLength);
                 bool const bCut = Top.pPath && IsCut(Scan, Top);
@@ -369,7 +360,7 @@ namespace
         {
             std::error_code Ignored;
             fs::path const Whole = fs::canonical(sPath, Ignored);
-            // An archive may be in a folder.
+            // Only folders get a separator: an archive may be in one.
             dWhole.push_back(fs::is_directory(Whole, Ignored) ? (Whole / "").native() : Whole.native());
             for (std::size_t i = 0; i + 1 < dWhole.size() && !Whole.empty(); ++i)
             {
