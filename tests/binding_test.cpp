@@ -25,6 +25,8 @@ TEST(Binding, ABlockReachesTheHeapThatItCameFrom)
             { "binding_static_runtime", 1 }, { "binding_plugin " BINDING_ENGINE, 1 }, { "binding_checked", 1 },
             { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_plugin " BINDING_ENGINE " deep", 1 },
             { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_sized_delete", 1 },
+            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_has_heap", 1 },
+            { plat::ADDRESS_CHECKER ? "binding_direct" : "binding_forwards", plat::ADDRESS_CHECKER },
             { "binding_no_pie", plat::ADDRESS_CHECKER } })
     {
         Result_s const Result = RunShell(sPrefix + szCommand + " 2>&1");

@@ -6,11 +6,10 @@
 // library allocates with it too.
 #include "zqcore/cmemory_internal.h"
 
-#include <atomic>
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <system_error>
-#include <type_traits>
 
 constinit plat::Operators_t g_ForeignOperators = {};
 
@@ -18,24 +17,44 @@ namespace
 {
     constexpr std::size_t PROBE_BYTES = 24;
 
-    constinit std::atomic<bool> g_bNullDeleted{ false };
+    void * g_pProbe = nullptr;   // block with which a variant of delete is tried
+    bool g_bReached = false;     // whether it has reached the library's delete
 
-    // Returns whether a variant of delete is missing or reaches the library's. Deletes null to find out. Its address
-    // does not show it: it may be the program's stub for the function.
-    template <typename... ARGUMENTS>
-    bool ReachesOwn(void (*fnDelete)(void *, ARGUMENTS...), std::type_identity_t<ARGUMENTS>... Arguments)
+    // The library's operators while variants are tried. The delete leaves the probe as it is.
+    template <typename... ALIGNMENT>
+    void * ProbeNew(std::size_t nBytes, ALIGNMENT... nAlignment)
     {
-        g_bNullDeleted = false;
-        if (fnDelete)
+        std::size_t const nLeast = std::max({ MEMORY_ALIGNMENT, static_cast<std::size_t>(nAlignment)... });
+        return aligned_malloc_dbg(nBytes, nLeast, MEMORY_NORMAL_BLOCK, nullptr, 0);
+    }
+
+    template <typename... ALIGNMENT>
+    void ProbeDelete(void * pBlock, ALIGNMENT...)
+    {
+        if (pBlock && pBlock == g_pProbe)
         {
-            fnDelete(nullptr, Arguments...);
+            g_bReached = true;
+            return;
         }
-        return !fnDelete || g_bNullDeleted;
+        aligned_free_dbg(pBlock);
+    }
+
+    // Deletes a block by a function and returns whether it has reached the library's delete. Then the block lives on.
+    template <typename DELETE>
+    bool Reaches(void * pBlock, DELETE const & fnDelete)
+    {
+        g_pProbe = pBlock;
+        g_bReached = false;
+        fnDelete(pBlock);
+        g_pProbe = nullptr;
+        return g_bReached;
     }
 
     // Stores a pair in Foreign and returns true if a function of Bound is foreign, unless a part of the pair would be
     // missing. Replaces the library's own part by that of Next, because a program may contain a `new` of its own
-    // runtime without the `delete`, or the reverse, or one variant of them.
+    // runtime without the `delete`, or the reverse, or one variant of them. Tries each function with a block, because
+    // addresses do not show what it does: a program may have a stub of it, or a function of its own that forwards.
+    // Requires that the library's operators are those above.
     template <typename... ALIGNMENT>
     bool TryPair(plat::OperatorPair_T<ALIGNMENT...> & Foreign, plat::OperatorPair_T<ALIGNMENT...> const & Bound,
         plat::OperatorPair_T<ALIGNMENT...> const & Next, ALIGNMENT... nAlignment)
@@ -44,34 +63,58 @@ namespace
         {
             return false;
         }
-        void * const pBlock = Bound.fnNew(PROBE_BYTES, nAlignment...);
-        void * const pOther =
-            Bound.fnNewNothrow ? Bound.fnNewNothrow(PROBE_BYTES, nAlignment..., std::nothrow) : nullptr;
+        void * pBlock = Bound.fnNew(PROBE_BYTES, nAlignment...);
         bool const bOwnNew = MemoryIsOwnBlock(pBlock);
-        bool const bOwnDelete = ReachesOwn(Bound.fnDelete, nAlignment...);
-        bool const bOwnVariants = (!pOther || MemoryIsOwnBlock(pOther))
-                                  && ReachesOwn(Bound.fnDeleteSized, PROBE_BYTES, nAlignment...)
-                                  && ReachesOwn(Bound.fnDeleteNothrow, nAlignment..., std::nothrow);
         plat::OperatorPair_T<ALIGNMENT...> Pair;
         Pair.fnNew = bOwnNew ? Next.fnNew : Bound.fnNew;
-        Pair.fnDelete = bOwnDelete ? Next.fnDelete : Bound.fnDelete;
-        bool const bForeign = !(bOwnNew && bOwnDelete && bOwnVariants) && Pair.fnNew && Pair.fnDelete;
-        if (bForeign)
+        if (bOwnNew)
         {
-            Foreign = Pair;
+            aligned_free_dbg(pBlock);
+            if (!Next.fnNew || !Next.fnDelete)
+            {
+                return false;
+            }
+            pBlock = Pair.fnNew(PROBE_BYTES, nAlignment...);
         }
-        for (void * const pProbe : { pBlock, pOther })
+        bool bOwn = Reaches(pBlock, [&](void * p) { Bound.fnDelete(p, nAlignment...); });
+        Pair.fnDelete = bOwn ? Next.fnDelete : Bound.fnDelete;
+        auto const fnRelease = bOwnNew ? Next.fnDelete : Pair.fnDelete;
+        if (!fnRelease)   // the probe is lost
         {
-            if (MemoryIsOwnBlock(pProbe))
-            {
-                aligned_free_dbg(pProbe);
-            }
-            else if (pProbe && Pair.fnDelete)
-            {
-                Pair.fnDelete(pProbe, nAlignment...);
-            }
+            return false;
         }
-        return bForeign;
+        if (bOwn)
+        {
+            fnRelease(pBlock, nAlignment...);
+        }
+        bOwn = bOwn && bOwnNew;
+        auto const TryDelete = [&](auto const & fnDelete)
+        {
+            void * const pProbe = Pair.fnNew(PROBE_BYTES, nAlignment...);
+            bool const bReached = Reaches(pProbe, fnDelete);
+            if (bReached)
+            {
+                fnRelease(pProbe, nAlignment...);
+            }
+            bOwn = bOwn && bReached;
+        };
+        if (Bound.fnDeleteSized)
+        {
+            TryDelete([&](void * p) { Bound.fnDeleteSized(p, PROBE_BYTES, nAlignment...); });
+        }
+        if (Bound.fnDeleteNothrow)
+        {
+            TryDelete([&](void * p) { Bound.fnDeleteNothrow(p, nAlignment..., std::nothrow); });
+        }
+        if (void * const p =
+                Bound.fnNewNothrow ? Bound.fnNewNothrow(PROBE_BYTES, nAlignment..., std::nothrow) : nullptr)
+        {
+            bool const bOwnNothrow = MemoryIsOwnBlock(p);
+            bOwnNothrow ? aligned_free_dbg(p) : Pair.fnDelete(p, nAlignment...);
+            bOwn = bOwn && bOwnNothrow;
+        }
+        Foreign = bOwn ? Foreign : Pair;
+        return !bOwn;
     }
 
     // Returns whether the C++ runtime's compiled code is bound to foreign operators. It may be bound separately. The
@@ -95,22 +138,23 @@ namespace
     }
 }
 
-void MemoryNoteNullDeleted()
-{
-    g_bNullDeleted.store(true, std::memory_order_relaxed);
-}
-
 // The C++ runtime's functions for arrays call those for objects by name, which may lead back to the library. So the
 // latter serve both.
 void MemoryBindOperators()
 {
     constexpr std::align_val_t ALIGNMENT{ 64 };
     plat::Operators_t const Bound = plat::OperatorsBound(), Next = plat::OperatorsAfterOwn();
-    plat::Operators_t Found;
+    plat::Operators_t Probe, Found;
+    Probe.Plain.fnNew = Probe.Array.fnNew = ProbeNew<>;
+    Probe.Plain.fnDelete = Probe.Array.fnDelete = ProbeDelete<>;
+    Probe.Aligned.fnNew = Probe.AlignedArray.fnNew = ProbeNew<std::align_val_t>;
+    Probe.Aligned.fnDelete = Probe.AlignedArray.fnDelete = ProbeDelete<std::align_val_t>;
+    g_ForeignOperators = Probe;
     bool bForeign = TryPair(Found.Plain, Bound.Plain, Next.Plain);
     bForeign |= TryPair(Found.Array, Bound.Array, Next.Plain);
     bForeign |= TryPair(Found.Aligned, Bound.Aligned, Next.Aligned, ALIGNMENT);
     bForeign |= TryPair(Found.AlignedArray, Bound.AlignedArray, Next.Aligned, ALIGNMENT);
+    g_ForeignOperators = {};
     if (!bForeign && IsRuntimeForeign())
     {
         bForeign = true;

@@ -122,9 +122,6 @@ extern MemoryCounters_s g_MemoryCounters;
 /// are set once, when the library is loaded.
 extern plat::Operators_t g_ForeignOperators;
 
-/// Notes that the library's delete got null, by which MemoryBindOperators recognises it.
-ZQ_COLD void MemoryNoteNullDeleted();
-
 /// Sets g_ForeignOperators and reports foreign operators in one line. Requires that the heap is not tracked yet.
 void MemoryBindOperators();
 

@@ -54,13 +54,9 @@ namespace
         {
             Foreign.fnDelete(pBlock, nAlignment...);
         }
-        else if (pBlock)
-        {
-            HeapDelete(pBlock);
-        }
         else
         {
-            MemoryNoteNullDeleted();
+            HeapDelete(pBlock);
         }
     }
 

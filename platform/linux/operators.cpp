@@ -57,6 +57,8 @@ namespace plat
 
     Operators_t OperatorsAfterOwn()
     {
-        return OperatorsOf(RTLD_NEXT);
+        Operators_t const Operators = OperatorsOf(RTLD_NEXT);
+        ::dlerror();   // a program with the library in it must not find an error of these calls
+        return Operators;
     }
 }
