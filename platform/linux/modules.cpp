@@ -27,17 +27,20 @@ namespace plat
 
         // Finds the mapping that holds an address. Returns false if there is none. Right after a mapping of a file, a
         // mapping without a file has that file's zeroed data. For an address in it, Found is the mapping of the file.
-        bool FindMapping(std::uintptr_t Address, Mapping_t & Found)
+        // ModuleStart is the start of the first of the mappings of this file that follow one another.
+        bool FindMapping(std::uintptr_t Address, Mapping_t & Found, std::uintptr_t & ModuleStart)
         {
             Maps_c Maps;
             Mapping_t Mapping;
             std::uintptr_t FileEnd = 0;
+            Found.szPath[0] = '\0';
             while (Maps.Next(Mapping) && Mapping.Start <= Address)
             {
                 bool const bAfterFile = Mapping.szPath[0] == '\0' && Mapping.Start == FileEnd;
                 FileEnd = Mapping.szPath[0] == '/' || bAfterFile ? Mapping.End : 0;
                 if (!bAfterFile)
                 {
+                    ModuleStart = std::strcmp(Mapping.szPath, Found.szPath) == 0 ? ModuleStart : Mapping.Start;
                     Found = Mapping;
                 }
                 if (Address < Mapping.End)
@@ -49,32 +52,41 @@ namespace plat
         }
 
         // Finds the load bias: an address in memory minus the same address in the file. Segments may share a page of
-        // the file, so finds that of the segment that holds the address's own byte of the file. An address of zeroed
-        // data has none, and is in the last segment that has the mapping's page. Returns false if no segment of the
-        // file is mapped there, or if the file can't be read.
+        // the file. Of those that have the mapping's page, prefers one whose memory holds the address, and then one
+        // with which the first segment, that of the lowest address, is at ModuleStart. Returns false if no segment of
+        // the file is mapped there, or if the file can't be read.
         bool FindBias(int iFile, Header_t const & Header, Mapping_t const & Mapping, std::uintptr_t Address,
-            std::uintptr_t & nBias)
+            std::uintptr_t ModuleStart, std::uintptr_t & nBias)
         {
-            std::uint64_t const nByte = Mapping.nOffset + (Address - Mapping.Start);
             Segment_t Segment;
-            bool bFound = false, bHolds = false;
-            for (unsigned i = 0; i < Header.e_phnum && !bHolds; ++i)
+            std::uintptr_t nOfStart = 0;   // the bias with which the first segment is at ModuleStart
+            bool bFirst = true;
+            int nBest = 0;
+            for (unsigned i = 0; i < Header.e_phnum; ++i)
             {
                 if (!ReadAt(iFile, Header.e_phoff + std::uint64_t{ i } * Header.e_phentsize, Segment))
                 {
                     return false;
                 }
-                std::uint64_t const nEnd = Segment.p_offset + Segment.p_filesz;
-                if (Segment.p_type == PT_LOAD && Mapping.nOffset >= (Segment.p_offset & ~PAGE_MASK)
-                    && Mapping.nOffset < nEnd)
+                if (Segment.p_type != PT_LOAD)
                 {
-                    nBias = static_cast<std::uintptr_t>(
-                        Mapping.Start - (Segment.p_vaddr + (Mapping.nOffset - Segment.p_offset)));
-                    bFound = true;
-                    bHolds = nByte >= Segment.p_offset && nByte < nEnd;
+                    continue;
+                }
+                auto const nStart = static_cast<std::uintptr_t>(Segment.p_vaddr);
+                nOfStart = bFirst ? ModuleStart - (nStart & ~static_cast<std::uintptr_t>(PAGE_MASK)) : nOfStart;
+                bFirst = false;
+                auto const nOffset = static_cast<std::uintptr_t>(Mapping.nOffset - Segment.p_offset);
+                std::uintptr_t const nOfSegment = Mapping.Start - (nStart + nOffset);
+                bool const bHolds = Address - nOfSegment - nStart <= Segment.p_memsz;
+                int const nRank = 1 + (bHolds ? 2 : 0) + (nOfSegment == nOfStart ? 1 : 0);
+                if (Mapping.nOffset >= (Segment.p_offset & ~PAGE_MASK)
+                    && Mapping.nOffset < Segment.p_offset + Segment.p_filesz && nRank > nBest)
+                {
+                    nBias = nOfSegment;
+                    nBest = nRank;
                 }
             }
-            return bFound;
+            return nBest > 0;
         }
 
         // Finds the first section that holds an address of the file or ends at it. Returns false if there is none, or
@@ -111,7 +123,8 @@ namespace plat
     {
         *pPlace = {};
         Mapping_t Mapping;
-        if (!FindMapping(Address, Mapping))
+        std::uintptr_t ModuleStart = 0;
+        if (!FindMapping(Address, Mapping, ModuleStart))
         {
             return false;
         }
@@ -126,7 +139,7 @@ namespace plat
         Header_t Header;
         std::uintptr_t nBias = 0;
         return File.IsOpen() && ReadAt(File.Get(), 0, Header) && IsOurs(Header)
-               && FindBias(File.Get(), Header, Mapping, Address, nBias)
+               && FindBias(File.Get(), Header, Mapping, Address, ModuleStart, nBias)
                && FindSection(File.Get(), Header, Address - nBias, *pPlace);
     }
 }
