@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <cstring>
 #include <cxxabi.h>
 #include <dwarf.h>
 #include <memory>
@@ -11,23 +12,20 @@ namespace zqsymbols
 {
     namespace
     {
-        // Returns by how much a character changes the depth of brackets.
-        int DepthChange(char cText)
+        // Depth of brackets in a text that is read from its start. In round and curly ones '<' and '>' may be operators.
+        class Depth_c
         {
-            switch (cText)
+        public:
+            void Add(char cText)
             {
-            case '(':
-            case '<':
-            case '{':
-                return 1;
-            case ')':
-            case '>':
-            case '}':
-                return -1;
-            default:
-                return 0;
+                m_nOther += cText == '(' || cText == '{' ? 1 : cText == ')' || cText == '}' ? -1 : 0;
+                m_nAngle += m_nOther != 0 ? 0 : cText == '<' ? 1 : cText == '>' ? -1 : 0;
             }
-        }
+            bool IsOutside() const { return m_nAngle == 0 && m_nOther == 0; }
+
+        private:
+            int m_nAngle = 0, m_nOther = 0;
+        };
 
         // Returns "f(int)" for "f(int) [clone .cold]" and for "f(int) const &".
         std::string_view WithoutQualifiers(std::string_view sName)
@@ -71,10 +69,16 @@ namespace zqsymbols
             std::size_t const nBefore = WithoutArguments(sName).size();
             std::string_view sInner =
                 nBefore < sName.size() ? sName.substr(nBefore + 1, sName.size() - nBefore - 2) : "";
-            std::size_t const iMark = std::min(sInner.find_first_of("*&"), sInner.size());
-            std::string_view const sClass = sInner.substr(0, iMark);   // of a pointer to a member
+            Depth_c Depth;
+            std::size_t iMark = 0;
+            while (iMark < sInner.size() && !(Depth.IsOutside() && std::strchr("*& ", sInner[iMark]) != nullptr))
+            {
+                Depth.Add(sInner[iMark++]);
+            }
+            bool const bMark = iMark < sInner.size() && sInner[iMark] != ' ';
+            bool const bMember = sInner.substr(0, iMark).ends_with("::");   // the class is before the mark
             sInner.remove_prefix(std::min(sInner.find_first_not_of("*& ", iMark), sInner.size()));
-            return sClass.empty() || (sClass.ends_with("::") && sClass.find(' ') == sClass.npos) ? sInner : "";
+            return bMark && (iMark == 0 || bMember) ? sInner : "";
         }
 
         // Returns whether an operator's name begins at an index, but no name such as "operators" or "binary_operator".
@@ -89,19 +93,23 @@ namespace zqsymbols
         }
 
         // Returns "ns::f<int>" for "int ns::f<int>". A blank outside of all brackets ends a return type, except in an
-        // operator's name.
+        // operator's name and before the qualifier of a function around this one.
         std::string_view WithoutReturnType(std::string_view sName)
         {
             if (!sName.ends_with('>'))
             {
                 return sName;
             }
-            int nDepth = 0;
+            Depth_c Depth;
             std::size_t iStart = 0;
-            for (std::size_t i = 0; i < sName.size() && !(nDepth == 0 && IsOperatorAt(sName, i)); ++i)
+            for (std::size_t i = 0; i < sName.size() && !(Depth.IsOutside() && IsOperatorAt(sName, i)); ++i)
             {
-                nDepth += DepthChange(sName[i]);
-                iStart = nDepth == 0 && sName[i] == ' ' ? i + 1 : iStart;
+                Depth.Add(sName[i]);
+                std::string_view const sNext = sName.substr(i + 1);
+                bool const bQualifier =
+                    i > 0 && sName[i - 1] == ')'
+                    && (sNext.starts_with("const") || sNext.starts_with("volatile") || sNext.starts_with('&'));
+                iStart = Depth.IsOutside() && sName[i] == ' ' && !bQualifier ? i + 1 : iStart;
             }
             return sName.substr(iStart);
         }
