@@ -24,8 +24,7 @@ TEST(Binding, ABlockReachesTheHeapThatItCameFrom)
         Rows_t<char const *, int>{ { "binding_direct", plat::ADDRESS_CHECKER }, { "binding_through_engine", 1 },
             { "binding_static_runtime", 1 }, { "binding_plugin " BINDING_ENGINE, 1 }, { "binding_checked", 1 },
             { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_plugin " BINDING_ENGINE " deep", 1 },
-            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_sized_delete", 1 },
-            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_has_heap", 1 },
+            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_sized_delete", 1 }, { "binding_has_heap", 1 },
             { plat::ADDRESS_CHECKER ? "binding_direct" : "binding_forwards", plat::ADDRESS_CHECKER },
             { "binding_no_pie", plat::ADDRESS_CHECKER } })
     {

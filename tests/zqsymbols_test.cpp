@@ -15,6 +15,8 @@ TEST(Zqsymbols, NamesAFunctionWithoutArgumentsAndResult)
             { "_ZNK1C2cfIiEEPFvlET_", "C::cf<int>" }, { "_Z2f2IiEPFPFvcElET_", "f2<int>" },
             { "_Z2f5IiEM1BIjEFilET_", "f5<int>" },   // int (B<unsigned int>::*f5<int>(int))(long)
             { "_ZZNK1A2cmEvENKUlT_E_clIiEEDaS0_", "A::cm() const::{lambda(auto:1)#1}::operator()<int>" },
+            { "_ZZNKR1A1fEvENKUlT_E_clIiEEDaS0_", "A::f() const &::{lambda(auto:1)#1}::operator()<int>" },
+            { "_Z3f16IiEPKPFivET_", "f16<int>" },   // int (* const*f16<int>(int))()
             { "_Z2f4IiEPA3_iT_", "f4<int>" }, { "_ZN2ns1gIiEENS_15binary_operatorIiEEi", "ns::g<int>" },
             { "_ZN2OflsIiEEvT_", "Of::operator<< <int>" } })
     {

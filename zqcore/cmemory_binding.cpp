@@ -54,7 +54,8 @@ namespace
     // missing. Replaces the library's own part by that of Next, because a program may contain a `new` of its own
     // runtime without the `delete`, or the reverse, or one variant of them. Tries each function with a block, because
     // addresses do not show what it does: a program may have a stub of it, or a function of its own that forwards.
-    // Requires that the library's operators are those above.
+    // Does not try variants beside a foreign part, because they may be those of a third module. Requires that the
+    // library's operators are those above.
     template <typename... ALIGNMENT>
     bool TryPair(plat::OperatorPair_T<ALIGNMENT...> & Foreign, plat::OperatorPair_T<ALIGNMENT...> const & Bound,
         plat::OperatorPair_T<ALIGNMENT...> const & Next, ALIGNMENT... nAlignment)
@@ -96,25 +97,41 @@ namespace
             {
                 fnRelease(pProbe, nAlignment...);
             }
-            bOwn = bOwn && bReached;
+            bOwn = bReached;
         };
-        if (Bound.fnDeleteSized)
+        if (bOwn && Bound.fnDeleteSized)
         {
             TryDelete([&](void * p) { Bound.fnDeleteSized(p, PROBE_BYTES, nAlignment...); });
         }
-        if (Bound.fnDeleteNothrow)
+        if (bOwn && Bound.fnDeleteNothrow)
         {
             TryDelete([&](void * p) { Bound.fnDeleteNothrow(p, nAlignment..., std::nothrow); });
         }
-        if (void * const p =
-                Bound.fnNewNothrow ? Bound.fnNewNothrow(PROBE_BYTES, nAlignment..., std::nothrow) : nullptr)
+        if (bOwn && Bound.fnNewNothrow)
         {
-            bool const bOwnNothrow = MemoryIsOwnBlock(p);
-            bOwnNothrow ? aligned_free_dbg(p) : Pair.fnDelete(p, nAlignment...);
-            bOwn = bOwn && bOwnNothrow;
+            void * const pOther = Bound.fnNewNothrow(PROBE_BYTES, nAlignment..., std::nothrow);
+            bOwn = !pOther || MemoryIsOwnBlock(pOther);
+            bOwn ? aligned_free_dbg(pOther) : Pair.fnDelete(pOther, nAlignment...);
         }
         Foreign = bOwn ? Foreign : Pair;
         return !bOwn;
+    }
+
+    // Sets the pairs that are foreign. Leaves the delete of the others, which a thread may be about to call.
+    void SetForeign(plat::Operators_t const & Found)
+    {
+        auto const SetPair = [](auto & Live, auto const & Pair)
+        {
+            if (Pair.fnNew)
+            {
+                Live.fnDelete = Pair.fnDelete;
+            }
+            Live.fnNew = Pair.fnNew;
+        };
+        SetPair(g_ForeignOperators.Plain, Found.Plain);
+        SetPair(g_ForeignOperators.Array, Found.Array);
+        SetPair(g_ForeignOperators.Aligned, Found.Aligned);
+        SetPair(g_ForeignOperators.AlignedArray, Found.AlignedArray);
     }
 
     // Returns whether the C++ runtime's compiled code is bound to foreign operators. It may be bound separately. The
@@ -154,13 +171,13 @@ void MemoryBindOperators()
     bForeign |= TryPair(Found.Array, Bound.Array, Next.Plain);
     bForeign |= TryPair(Found.Aligned, Bound.Aligned, Next.Aligned, ALIGNMENT);
     bForeign |= TryPair(Found.AlignedArray, Bound.AlignedArray, Next.Aligned, ALIGNMENT);
-    g_ForeignOperators = {};
+    SetForeign({});
     if (!bForeign && IsRuntimeForeign())
     {
         bForeign = true;
         Found = { Next.Plain, Next.Plain, Next.Aligned, Next.Aligned };
     }
-    g_ForeignOperators = Found;
+    SetForeign(Found);
     if (bForeign)
     {
         plat::HeapReport("zqcore: this process binds operator delete outside the library, so blocks of new are not "

@@ -118,8 +118,8 @@ private:
 /// The debug heap's figures of this process. They are written under g_CategoryLock, except bNewLogEnabled.
 extern MemoryCounters_s g_MemoryCounters;
 
-/// The process's own operators, which replace the heap. Their pairs are null if the library's operators are bound. They
-/// are set once, when the library is loaded.
+/// The process's own operators, which replace the heap. A pair whose fnNew is null has no meaning: the library's
+/// operators are bound. MemoryBindOperators sets them, when the library is loaded.
 extern plat::Operators_t g_ForeignOperators;
 
 /// Sets g_ForeignOperators and reports foreign operators in one line. Requires that the heap is not tracked yet.

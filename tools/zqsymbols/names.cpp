@@ -12,19 +12,23 @@ namespace zqsymbols
 {
     namespace
     {
-        // Depth of brackets in a text that is read from its start. In round and curly ones '<' and '>' may be operators.
+        // Depth of brackets in a text that is read from its start. In round and curly ones, '<' and '>' may be
+        // operators, and '<' is one after them.
         class Depth_c
         {
         public:
             void Add(char cText)
             {
                 m_nOther += cText == '(' || cText == '{' ? 1 : cText == ')' || cText == '}' ? -1 : 0;
-                m_nAngle += m_nOther != 0 ? 0 : cText == '<' ? 1 : cText == '>' ? -1 : 0;
+                bool const bOperator = m_nOther != 0 || (cText == '<' && m_cLast == ')');
+                m_nAngle += bOperator ? 0 : cText == '<' ? 1 : cText == '>' ? -1 : 0;
+                m_cLast = cText;
             }
             bool IsOutside() const { return m_nAngle == 0 && m_nOther == 0; }
 
         private:
             int m_nAngle = 0, m_nOther = 0;
+            char m_cLast = '\0';
         };
 
         // Returns "f(int)" for "f(int) [clone .cold]" and for "f(int) const &".
@@ -62,6 +66,27 @@ namespace zqsymbols
             return sName;
         }
 
+        // Returns "f" for "* const volatile*f" and for " const &f".
+        std::string_view WithoutMarks(std::string_view sName)
+        {
+            for (bool bGoesOn = true; bGoesOn;)
+            {
+                bGoesOn = false;
+                for (std::string_view const sMark : { "*", "&", " ", "const", "volatile" })
+                {
+                    std::size_t const nMark = sMark.size();
+                    bool const bWhole =
+                        nMark == 1 || (sName.size() > nMark && std::strchr(" *&:", sName[nMark]) != nullptr);
+                    if (sName.starts_with(sMark) && bWhole)
+                    {
+                        sName.remove_prefix(nMark);
+                        bGoesOn = true;
+                    }
+                }
+            }
+            return sName;
+        }
+
         // Returns "f(int)" for "int (*f(int))", the inner part of what returns a pointer or a reference to a function or
         // an array. Returns an empty text for other names.
         std::string_view InnerName(std::string_view sName)
@@ -77,8 +102,7 @@ namespace zqsymbols
             }
             bool const bMark = iMark < sInner.size() && sInner[iMark] != ' ';
             bool const bMember = sInner.substr(0, iMark).ends_with("::");   // the class is before the mark
-            sInner.remove_prefix(std::min(sInner.find_first_not_of("*& ", iMark), sInner.size()));
-            return bMark && (iMark == 0 || bMember) ? sInner : "";
+            return bMark && (iMark == 0 || bMember) ? WithoutMarks(sInner.substr(iMark)) : "";
         }
 
         // Returns whether an operator's name begins at an index, but no name such as "operators" or "binary_operator".
@@ -105,10 +129,7 @@ namespace zqsymbols
             for (std::size_t i = 0; i < sName.size() && !(Depth.IsOutside() && IsOperatorAt(sName, i)); ++i)
             {
                 Depth.Add(sName[i]);
-                std::string_view const sNext = sName.substr(i + 1);
-                bool const bQualifier =
-                    i > 0 && sName[i - 1] == ')'
-                    && (sNext.starts_with("const") || sNext.starts_with("volatile") || sNext.starts_with('&'));
+                bool const bQualifier = WithoutMarks(sName.substr(i)).starts_with("::");
                 iStart = Depth.IsOutside() && sName[i] == ' ' && !bQualifier ? i + 1 : iStart;
             }
             return sName.substr(iStart);
