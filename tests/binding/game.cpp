@@ -27,7 +27,7 @@ __attribute__((visibility("default"))) void operator delete[](void * pBlock, std
 namespace
 {
     std::size_t g_nBlocks = 0;
-    constexpr std::size_t HEAD = 16;   // bytes before a block of the program's own heap
+    [[maybe_unused]] constexpr std::size_t HEAD = 16;   // bytes before a block of the program's own heap
 }
 
 // Operators that count blocks and forward to the next ones, or a heap whose delete expects no null.
