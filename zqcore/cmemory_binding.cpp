@@ -53,9 +53,9 @@ namespace
     // Stores a pair in Foreign and returns true if a function of Bound is foreign, unless a part of the pair would be
     // missing. Replaces the library's own part by that of Next, because a program may contain a `new` of its own
     // runtime without the `delete`, or the reverse, or one variant of them. Tries each function with a block, because
-    // addresses do not show what it does: a program may have a stub of it, or a function of its own that forwards.
-    // Does not try variants beside a foreign part, because they may be those of a third module. Requires that the
-    // library's operators are those above.
+    // its address does not show whose it is: it may be in the program and lead to the library. A `new` that returns
+    // another address than the library's counts as foreign. Does not try variants beside a foreign part, because they
+    // may be those of a third module. Requires that the library's operators are those above.
     template <typename... ALIGNMENT>
     bool TryPair(plat::OperatorPair_T<ALIGNMENT...> & Foreign, plat::OperatorPair_T<ALIGNMENT...> const & Bound,
         plat::OperatorPair_T<ALIGNMENT...> const & Next, ALIGNMENT... nAlignment)
@@ -135,8 +135,8 @@ namespace
     }
 
     // Returns whether the C++ runtime's compiled code is bound to foreign operators. It may be bound separately. The
-    // block of a text that it returns shows which operators it uses.
-    bool IsRuntimeForeign()
+    // block of a text that it returns shows which operators it uses. Next are those after the library's.
+    bool IsRuntimeForeign(plat::Operators_t const & Next)
     {
         alignas(std::string) unsigned char dRoom[sizeof(std::string)];
         auto * const pText = new (dRoom) std::string(std::generic_category().message(ENOENT));
@@ -147,9 +147,9 @@ namespace
             pText->~basic_string();
             return false;
         }
-        if (auto const fnDelete = plat::OperatorsAfterOwn().Plain.fnDelete)
+        if (Next.Plain.fnDelete)
         {
-            fnDelete(pBlock);
+            Next.Plain.fnDelete(pBlock);
         }
         return true;
     }
@@ -172,7 +172,7 @@ void MemoryBindOperators()
     bForeign |= TryPair(Found.Aligned, Bound.Aligned, Next.Aligned, ALIGNMENT);
     bForeign |= TryPair(Found.AlignedArray, Bound.AlignedArray, Next.Aligned, ALIGNMENT);
     SetForeign({});
-    if (!bForeign && IsRuntimeForeign())
+    if (!bForeign && IsRuntimeForeign(Next))
     {
         bForeign = true;
         Found = { Next.Plain, Next.Plain, Next.Aligned, Next.Aligned };

@@ -59,7 +59,7 @@ __attribute__((visibility("default"))) void operator delete(void * pBlock, std::
 }
 #endif
 
-// A program at a fixed address has a stub of its own for a function whose address it takes.
+// A program at a fixed address has an entry of its own for a function whose address it takes.
 void UseByAddress()
 {
     void * (*volatile fnNew)(std::size_t) = &::operator new;
