@@ -124,13 +124,14 @@ namespace zqsymbols
             {
                 return sName;
             }
+            constexpr std::size_t QUALIFIERS_SIZE = 24;   // bytes of " const volatile &&::" and some more
             Depth_c Depth;
             std::size_t iStart = 0;
             for (std::size_t i = 0; i < sName.size() && !(Depth.IsOutside() && IsOperatorAt(sName, i)); ++i)
             {
                 Depth.Add(sName[i]);
-                bool const bQualifier = WithoutMarks(sName.substr(i)).starts_with("::");
-                iStart = Depth.IsOutside() && sName[i] == ' ' && !bQualifier ? i + 1 : iStart;
+                bool const bBlank = Depth.IsOutside() && sName[i] == ' ';
+                iStart = bBlank && !WithoutMarks(sName.substr(i, QUALIFIERS_SIZE)).starts_with("::") ? i + 1 : iStart;
             }
             return sName.substr(iStart);
         }
