@@ -26,7 +26,8 @@ TEST(Binding, ABlockReachesTheHeapThatItCameFrom)
             { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_plugin " BINDING_ENGINE " deep", 1 },
             { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_sized_delete", 1 }, { "binding_has_heap", 1 },
             { plat::ADDRESS_CHECKER ? "binding_direct" : "binding_forwards", plat::ADDRESS_CHECKER },
-            { "binding_no_pie", plat::ADDRESS_CHECKER } })
+            { plat::ADDRESS_CHECKER ? "binding_direct" : "binding_calls_heap", plat::ADDRESS_CHECKER },
+            { "binding_adds_head", 1 }, { "binding_serves_small", 1 }, { "binding_no_pie", plat::ADDRESS_CHECKER } })
     {
         Result_s const Result = RunShell(sPrefix + szCommand + " 2>&1");
         SCOPED_TRACE(szCommand + ('\n' + Result.sOutput));

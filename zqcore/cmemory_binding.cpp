@@ -12,18 +12,21 @@
 #include <system_error>
 
 constinit plat::Operators_t g_ForeignOperators = {};
+constinit bool g_bForeignPassesOn = false;
 
 namespace
 {
     constexpr std::size_t PROBE_BYTES = 24;
+    constexpr std::size_t LARGE_PROBE_BYTES = 1024 * 1024;
 
     void * g_pProbe = nullptr;   // block with which a variant of delete is tried
-    bool g_bReached = false;     // whether it has reached the library's delete
+    bool g_bReached = false;     // whether a call has reached the library's new, or its delete with the probe
 
-    // The library's operators while variants are tried. The delete leaves the probe as it is.
+    // The library's operators while others are tried. The delete leaves the probe as it is.
     template <typename... ALIGNMENT>
     void * ProbeNew(std::size_t nBytes, ALIGNMENT... nAlignment)
     {
+        g_bReached = true;
         std::size_t const nLeast = std::max({ MEMORY_ALIGNMENT, static_cast<std::size_t>(nAlignment)... });
         return aligned_malloc_dbg(nBytes, nLeast, MEMORY_NORMAL_BLOCK, nullptr, 0);
     }
@@ -50,12 +53,27 @@ namespace
         return g_bReached;
     }
 
+    // Returns whether a foreign new passes requests of some sizes on to the library's.
+    template <typename... ALIGNMENT>
+    bool PassesOn(plat::OperatorPair_T<ALIGNMENT...> const & Foreign, ALIGNMENT... nAlignment)
+    {
+        g_bReached = false;
+        for (std::size_t const nBytes : { PROBE_BYTES, LARGE_PROBE_BYTES })
+        {
+            Foreign.fnDelete(Foreign.fnNew(nBytes, nAlignment...), nAlignment...);
+        }
+        return g_bReached;
+    }
+
     // Stores a pair in Foreign and returns true if a function of Bound is foreign, unless a part of the pair would be
     // missing. Replaces the library's own part by that of Next, because a program may contain a `new` of its own
     // runtime without the `delete`, or the reverse, or one variant of them. Tries each function with a block, because
-    // its address does not show whose it is: it may be in the program and lead to the library. A `new` that returns
-    // another address than the library's counts as foreign. Does not try variants beside a foreign part, because they
-    // may be those of a third module. Requires that the library's operators are those above.
+    // its address does not show whose it is: it may be in the program and lead to the library.
+    // - A `new` that returns another address than the library's is foreign.
+    // - A pair whose `new` takes blocks of the library's heap past the library's operator is not foreign: its `delete`
+    //   releases them in the same way.
+    // - Variants beside a foreign part are not tried: they may be those of a third module.
+    // Requires that the library's operators are those above.
     template <typename... ALIGNMENT>
     bool TryPair(plat::OperatorPair_T<ALIGNMENT...> & Foreign, plat::OperatorPair_T<ALIGNMENT...> const & Bound,
         plat::OperatorPair_T<ALIGNMENT...> const & Next, ALIGNMENT... nAlignment)
@@ -64,8 +82,14 @@ namespace
         {
             return false;
         }
+        g_bReached = false;
         void * pBlock = Bound.fnNew(PROBE_BYTES, nAlignment...);
         bool const bOwnNew = MemoryIsOwnBlock(pBlock);
+        if (bOwnNew && !g_bReached)
+        {
+            aligned_free_dbg(pBlock);
+            return false;
+        }
         plat::OperatorPair_T<ALIGNMENT...> Pair;
         Pair.fnNew = bOwnNew ? Next.fnNew : Bound.fnNew;
         if (bOwnNew)
@@ -113,7 +137,11 @@ namespace
             bOwn = !pOther || MemoryIsOwnBlock(pOther);
             bOwn ? aligned_free_dbg(pOther) : Pair.fnDelete(pOther, nAlignment...);
         }
-        Foreign = bOwn ? Foreign : Pair;
+        if (!bOwn)
+        {
+            Foreign = Pair;
+            g_bForeignPassesOn |= PassesOn(Pair, nAlignment...);
+        }
         return !bOwn;
     }
 

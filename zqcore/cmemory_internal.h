@@ -122,7 +122,10 @@ extern MemoryCounters_s g_MemoryCounters;
 /// operators are bound. MemoryBindOperators sets them, when the library is loaded.
 extern plat::Operators_t g_ForeignOperators;
 
-/// Sets g_ForeignOperators and reports foreign operators in one line. Requires that the heap is not tracked yet.
+/// Whether a foreign operator calls the library's in turn, for some blocks or for all.
+extern bool g_bForeignPassesOn;
+
+/// Sets both and reports foreign operators in one line. Requires that the heap is not tracked yet.
 void MemoryBindOperators();
 
 /// Returns whether no counter of the debug heap is negative and the categories add up to the totals. False is not yet a

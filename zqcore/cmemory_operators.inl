@@ -10,12 +10,31 @@
 
 namespace
 {
+    // Whether the calling thread is in a foreign operator. Its calls of the library's operators reach the heap, if it
+    // makes such calls. Stays false if it makes none.
+    ZQ_THREAD_LOCAL constinit bool t_bInForeign = false;
+
+    class ForeignScope_c
+    {
+    public:
+        ForeignScope_c() { t_bInForeign = g_bForeignPassesOn; }
+        ~ForeignScope_c() { t_bInForeign = false; }
+        ForeignScope_c(ForeignScope_c const &) = delete;
+        ForeignScope_c & operator=(ForeignScope_c const &) = delete;
+    };
+
     // Allocates from the process's own operator and returns the block. Returns null if that fails while the heap is not
     // tracked. Otherwise a failure ends in Abort.
     template <typename... ALIGNMENT>
     ZQ_COLD void * NewForeign(
         plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... nAlignment)
     {
+        if (t_bInForeign)
+        {
+            std::size_t const nLeast = std::max({ MEMORY_ALIGNMENT, static_cast<std::size_t>(nAlignment)... });
+            return HeapNew(nBytes, nLeast, MEMORY_NORMAL_BLOCK, nullptr, 0);
+        }
+        ForeignScope_c const Scope;
         try
         {
             return Pair.fnNew(nBytes, nAlignment...);
@@ -48,11 +67,23 @@ namespace
     }
 
     template <typename... ALIGNMENT>
+    ZQ_COLD void DeleteForeign(plat::OperatorPair_T<ALIGNMENT...> const & Pair, void * pBlock, ALIGNMENT... nAlignment)
+    {
+        if (t_bInForeign)
+        {
+            HeapDelete(pBlock);
+            return;
+        }
+        ForeignScope_c const Scope;
+        Pair.fnDelete(pBlock, nAlignment...);
+    }
+
+    template <typename... ALIGNMENT>
     ZQ_INLINE void Delete(plat::OperatorPair_T<ALIGNMENT...> const & Foreign, void * pBlock, ALIGNMENT... nAlignment)
     {
         if (Foreign.fnNew)
         {
-            Foreign.fnDelete(pBlock, nAlignment...);
+            DeleteForeign(Foreign, pBlock, nAlignment...);
         }
         else
         {

@@ -23,42 +23,6 @@ __attribute__((visibility("default"))) void operator delete[](void * pBlock, std
 }
 #endif
 
-#if defined(GAME_FORWARDS) || defined(GAME_HAS_HEAP)
-namespace
-{
-    std::size_t g_nBlocks = 0;
-    [[maybe_unused]] constexpr std::size_t HEAD = 16;   // bytes before a block of the program's own heap
-}
-
-// Operators that count blocks and forward to the next ones, or a heap whose delete expects no null.
-__attribute__((visibility("default"))) void * operator new(std::size_t nBytes)
-{
-    ++g_nBlocks;
-    #ifdef GAME_FORWARDS
-    char const * const szNew = sizeof(std::size_t) == 8 ? "_Znwm" : "_Znwj";
-    return reinterpret_cast<void * (*)(std::size_t)>(dlsym(RTLD_NEXT, szNew))(nBytes);
-    #else
-    return static_cast<char *>(std::memset(std::malloc(HEAD + nBytes), 0, HEAD)) + HEAD;
-    #endif
-}
-__attribute__((visibility("default"))) void operator delete(void * pBlock) noexcept
-{
-    #ifdef GAME_FORWARDS
-    if (pBlock)
-    {
-        --g_nBlocks;
-        reinterpret_cast<void (*)(void *)>(dlsym(RTLD_NEXT, "_ZdlPv"))(pBlock);
-    }
-    #else
-    std::free(std::memset(static_cast<char *>(pBlock) - HEAD, 0, HEAD));
-    #endif
-}
-__attribute__((visibility("default"))) void operator delete(void * pBlock, std::size_t) noexcept
-{
-    operator delete(pBlock);
-}
-#endif
-
 // A program at a fixed address has an entry of its own for a function whose address it takes.
 void UseByAddress()
 {

@@ -1,0 +1,119 @@
+// Operators new and delete of a program, of the kind that GAME_OPERATORS names.
+#include "zqcore/cmemory.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <new>
+
+namespace
+{
+    constexpr std::size_t HEAD = 16;   // bytes before a block, where a kind adds some
+
+    // Call the operators that come after the program's.
+    void * NewOfNext(std::size_t nBytes)
+    {
+        char const * const szNew = sizeof(std::size_t) == 8 ? "_Znwm" : "_Znwj";
+        return reinterpret_cast<void * (*)(std::size_t)>(dlsym(RTLD_NEXT, szNew))(nBytes);
+    }
+    void DeleteOfNext(void * pBlock)
+    {
+        reinterpret_cast<void (*)(void *)>(dlsym(RTLD_NEXT, "_ZdlPv"))(pBlock);
+    }
+
+    // Move a block's begin by its head, whose bytes are zero.
+    void * WithoutHead(void * pMemory)
+    {
+        return static_cast<char *>(std::memset(pMemory, 0, HEAD)) + HEAD;
+    }
+    void * WithHead(void * pBlock)
+    {
+        return std::memset(static_cast<char *>(pBlock) - HEAD, 0, HEAD);
+    }
+
+    // Counts blocks.
+    [[maybe_unused]] struct
+    {
+        std::size_t nBlocks = 0;
+
+        void * New(std::size_t nBytes)
+        {
+            ++nBlocks;
+            return NewOfNext(nBytes);
+        }
+        void Delete(void * pBlock)
+        {
+            if (pBlock)
+            {
+                --nBlocks;
+                DeleteOfNext(pBlock);
+            }
+        }
+    } FORWARDS;
+
+    // A heap, whose delete expects no null.
+    [[maybe_unused]] struct
+    {
+        void * New(std::size_t nBytes) { return WithoutHead(std::malloc(HEAD + nBytes)); }
+        void Delete(void * pBlock) { std::free(WithHead(pBlock)); }
+    } HAS_HEAP;
+
+    [[maybe_unused]] struct
+    {
+        void * New(std::size_t nBytes) { return WithoutHead(NewOfNext(HEAD + nBytes)); }
+        void Delete(void * pBlock)
+        {
+            if (pBlock)
+            {
+                DeleteOfNext(WithHead(pBlock));
+            }
+        }
+    } ADDS_HEAD;
+
+    // Serves small blocks, each once, and forwards the others.
+    [[maybe_unused]] struct
+    {
+        alignas(HEAD) char dRoom[65536];
+        std::size_t nUsed = 0;
+
+        void * New(std::size_t nBytes)
+        {
+            if (nBytes > HEAD * 2 || nUsed == sizeof dRoom)
+            {
+                return NewOfNext(nBytes);
+            }
+            nUsed += HEAD * 2;
+            return dRoom + nUsed - HEAD * 2;
+        }
+        void Delete(void * pBlock)
+        {
+            if (pBlock && (pBlock < dRoom || pBlock >= dRoom + sizeof dRoom))
+            {
+                DeleteOfNext(pBlock);
+            }
+        }
+    } SERVES_SMALL;
+
+    // Calls the library's heap, past its operators.
+    [[maybe_unused]] struct
+    {
+        void * New(std::size_t nBytes)
+        {
+            return aligned_malloc_dbg(nBytes, HEAD, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
+        }
+        void Delete(void * pBlock) { aligned_free_dbg(pBlock); }
+    } CALLS_HEAP;
+}
+
+__attribute__((visibility("default"))) void * operator new(std::size_t nBytes)
+{
+    return GAME_OPERATORS.New(nBytes);
+}
+__attribute__((visibility("default"))) void operator delete(void * pBlock) noexcept
+{
+    GAME_OPERATORS.Delete(pBlock);
+}
+__attribute__((visibility("default"))) void operator delete(void * pBlock, std::size_t) noexcept
+{
+    operator delete(pBlock);
+}
