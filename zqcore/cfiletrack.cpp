@@ -196,7 +196,8 @@ namespace
     ZQ_COLD void ReportGone()
     {
         g_bTrackGone = true;
-        SetProblem("\"%s\" was moved or deleted and is watched no longer", static_cast<char const *>(g_sTrackPath));
+        SetProblem("\"%s\" is watched no longer: it was moved or deleted, or the system refused to watch it again",
+            static_cast<char const *>(g_sTrackPath));
     }
 
     void StopTracking()

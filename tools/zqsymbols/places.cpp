@@ -113,7 +113,8 @@ namespace zqsymbols
                 return false;
             }
             unsigned const nCode = pOperations->atom;
-            return nCode == DW_OP_regx ? pOperations->number == iRegister : nCode == DW_OP_reg0 + iRegister;
+            return nCode == DW_OP_regx ? pOperations->number == iRegister
+                                       : nCode <= DW_OP_reg31 && nCode == DW_OP_reg0 + iRegister;
         }
 
         // Returns whether the unit's debug information places a variable in a register during a call only if the callee
