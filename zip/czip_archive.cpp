@@ -121,8 +121,8 @@ std::size_t ZipArchive_c::ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t 
     return ReadDisk(nAt, pBuffer, nBytes);
 }
 
-// Reads from a position of the file and returns the number of bytes. A child of a fork shares the parent's handle and
-// its position, so it opens the file again. Reads nothing if that fails or leads to another file.
+// Reads from a position of the file and returns the number of bytes. A forked child shares the parent's handle and its
+// position, so it opens the file again. Reads nothing if that fails or leads to another file.
 std::size_t ZipArchive_c::ReadDisk(std::uint32_t nAt, void * pBuffer, std::size_t nBytes)
 {
     if (m_bForked)

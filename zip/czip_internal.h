@@ -67,10 +67,10 @@ public:
     /// Returns the mounted archive of a path, or null.
     static ZipArchive_c * Find(char const * szPath);
 
-    /// Puts the archive into the list of those that are mounted. Its files own it from then on.
+    /// Adds the archive to the list of mounted archives. Its files own it from then on.
     void Mount();
 
-    /// Makes all mounted archives open their files again at the next read. The child of a fork calls it.
+    /// Makes all mounted archives open their files again at the next read. A forked child calls it.
     static void LeaveHandles();
 
 private:
@@ -102,7 +102,7 @@ private:
     ZipArchive_c * m_pNext = nullptr;             // in the list of mounted archives
     bool m_bMounted = false;                      // whether its files own it
 
-    // The archive's file as libzip sees it.
+    /// The archive's file as libzip sees it.
     zip_error_t m_Error;
     std::uint32_t m_nAt = 0;         // position
     std::uint32_t m_nReadAt = 0;     // position of the last read

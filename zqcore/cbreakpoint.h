@@ -44,9 +44,9 @@ public:
     /// Arms the first free register and returns true. Only the low two bits of each code are used. Asserts that no
     /// register is held. If one is, it stays armed, and Set returns false. On failure asserts "Developer break", holds
     /// no register and returns false. Reasons:
-    /// - All four registers are in use. A debugger may hold some.
-    /// - A code is refused, or the address is not aligned to the length.
-    /// - The system refuses the register, or accepts it without effect.
+    /// - all four registers are in use. A debugger may hold some.
+    /// - a code is refused, or the address is not aligned to the length.
+    /// - the system refuses the register, or accepts it without effect.
     bool Set(std::uintptr_t nAddress, int nLength, int nAccess);
 
     /// Disarms and releases the register, if one is held. Requires the thread that called Set. If the system refuses,

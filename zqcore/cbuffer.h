@@ -77,7 +77,7 @@ private:
     File_c * m_pFile;
 };
 
-/// A text without the zero at its end. Requires that the text outlives the buffer.
+/// A text without its terminator. Requires that the text outlives the buffer.
 class ZQ_API StringBuffer_c : public Buffer_c
 {
 public:

@@ -30,8 +30,8 @@ extern unsigned int g_iTextFormat;
 /// Whether this process has the clipboard open: true after a ClipboardOpen that succeeded.
 extern bool g_isOpen;
 
-/// The clipboard's text with the zero at its end, as last read or set. It is null without a text and while the
-/// clipboard is closed.
+/// The clipboard's text with its terminator, as last read or set. It is null without a text and while the clipboard is
+/// closed.
 extern plat::ClipboardBlock_t g_hClipboard;
 
 /// Opens the clipboard. Tries up to 100 times, every 0.1 s, while another process has it or it can't be reached. If it
@@ -49,15 +49,15 @@ void ClipboardPrintf(char const * sFormat, ...) ZQ_PRINTF(1, 2);
 /// Does the same with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , ClipboardPrintf)
 
-/// Copies the text and the zero at its end to pData, and returns true. Requires room for ClipboardGetSize bytes.
-/// Returns false and writes nothing if there is no text.
+/// Copies the text and its terminator to pData, and returns true. Requires room for ClipboardGetSize bytes. Returns
+/// false and writes nothing if there is no text.
 bool ClipboardGetData(char * pData);
 
-/// Returns the size of the text's block in bytes: the text, the zero at its end, and what another program stored after
-/// that. Returns 0 without a text and while the clipboard is closed.
+/// Returns the size of the text's block in bytes: the text, its terminator, and what another program stored after that.
+/// Returns 0 without a text and while the clipboard is closed.
 std::size_t ClipboardGetSize();
 
-/// Returns whether the text's block holds only the zero. Returns false without a text.
+/// Returns whether the text's block holds only the terminator. Returns false without a text.
 bool ClipboardIsEmpty();
 
 /// Removes the data of all formats and stores an empty text. On failure asserts, and the previous data stay.

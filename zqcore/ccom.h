@@ -8,7 +8,7 @@
 // Threads: no lock. AddRef and Release must not run at the same time anywhere in the process.
 // Cost: AddRef takes constant time, Release a walk over the object's references. Nothing allocates: all notes of the
 // process come from one static pool of COM_REFERENCES, whose memory is touched as it is used.
-// Failure: wrong use asserts. Each declaration states what the function does if the developer ignores that.
+// Failure: wrong use asserts. Each declaration states what the function does if the developer continues.
 //
 //     class Texture_c : public ComObject_c
 //     {};
@@ -27,7 +27,7 @@
 /// Signature of every live object.
 inline constexpr std::uint32_t COM_SIGNATURE = 0xC0C0C0C0;
 
-/// Most references that have a note at a time. A further one asserts, and is counted without a note.
+/// Maximum number of references that have a note at a time. A further one asserts, and is counted without a note.
 inline constexpr int COM_REFERENCES = 200000;
 
 /// Note of one reference that is held.

@@ -8,7 +8,7 @@
 // - earlier and later output can be computed from the pool and the counter.
 //
 // Ownership: the one generator exists from load to unload. A Password_s is a plain value.
-// Threads: any thread may add and get bytes. A forked process adds the cycle counter, so its bytes differ from its
+// Threads: any thread may add and get bytes. A forked child adds the cycle counter, so its bytes differ from its
 // parent's.
 // Cost: 20 bytes cost about 0.2 us. Nothing allocates but the module's initialisation, which adds a receiver.
 // Failure: GetRandomBytes and Xor assert, and so does the module's start if g_ApplicationMessages has an exclusive

@@ -38,8 +38,8 @@ public:
     /// Returns the number of bytes of the pool in use.
     std::size_t GetPoolSize() const { return m_nPoolSize.load(std::memory_order_acquire); }
 
-    /// Discards the unused output and adds the low 4 bytes of the cycle counter to the pool. A child of a fork calls
-    /// it, so that its bytes differ from those of its parent and of the parent's other children. Requires that no other
+    /// Discards the unused output and adds the low 4 bytes of the cycle counter to the pool. A forked child calls it,
+    /// so that its bytes differ from those of its parent and of the parent's other children. Requires that no other
     /// thread is in Get.
     void Diverge();
 

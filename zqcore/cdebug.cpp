@@ -31,7 +31,7 @@ constinit bool g_isAborting = false;
 
 namespace
 {
-    constexpr std::size_t COMPLAINT_SIZE = 2049;   // bytes: 2048 characters and a zero
+    constexpr std::size_t COMPLAINT_SIZE = 2049;   // bytes: 2048 characters and the terminator
     constexpr int ACHTUNGS_REMEMBERED = 16;
     constexpr std::size_t FUNCTION_NAME_SIZE = 256;   // bytes of a function's spelled name
     constexpr char ACHTUNG_CAPTION[] = "ACHTUNG!";

@@ -31,8 +31,8 @@ namespace
     }
 
     // Returns whether the bracket at pBracket is part of a name:
-    // - "(anonymous namespace)";
-    // - "decltype(...)" or "decltype (...)";
+    // - "(anonymous namespace)".
+    // - "decltype(...)" or "decltype (...)".
     // - "function(...)::" before a local class.
     bool IsBracketInName(char const * szText, char const * pBracket)
     {

@@ -61,7 +61,7 @@ public:
     ZQ_API static ExceptionInfo_c & Get();
 
     /// Starts the debug support thread, unless it runs already, and returns true. Returns false if the system refuses a
-    /// thread. A forked process has no support thread until it calls Start.
+    /// thread. A forked child has no support thread until it calls Start.
     ZQ_API bool Start();
 
     /// Ends the support thread. Waits for it up to half a second, or until this object's open dialog is answered. A

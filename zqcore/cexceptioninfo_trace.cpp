@@ -23,7 +23,7 @@ constinit OwnedLock_c exceptioninfo::g_Lock;
 
 namespace
 {
-    constexpr std::size_t LINE_SIZE = 2048;     // bytes of a line of TraceLine, its zero included
+    constexpr std::size_t LINE_SIZE = 2048;     // bytes of a line of TraceLine, the terminator included
     constexpr std::size_t ERROR_SIZE = 16384;   // bytes of the text of a system error
     constexpr int MODULES = 512;                // further ones are not listed
     constexpr int ROW_WORDS = 12;               // words in a row of DumpMemory

@@ -177,7 +177,7 @@ namespace
         WriteCallStack(g_Symbols, false, &DialogText);
     }
 
-    // Logs each line of the dialog's text with its line end. A longer line than the buffer is cut.
+    // Logs each line of the dialog's text with its line end. A line that is longer than the buffer is cut.
     void LogDialogText()
     {
         char szLine[CRASH_LINE_SIZE];

@@ -96,12 +96,12 @@ public:
     /// one.
     ///
     /// In silent mode the report ends after the first call stack, which goes to standard error instead of a dialog. The
-    /// process then ends at once with status 1, unless the first part of the report failed. Handlers of exit do not
-    /// run, because they could wait for what the crashed thread holds.
+    /// process then ends at once with status 1, unless the first part of the report failed. Exit handlers do not run,
+    /// because they could wait for what the crashed thread holds.
     ZQ_API static long UnhandledExceptionFilter(plat::FaultPointers_t const * pFault);
 
-    /// Writes a formatted text, cut at 1023 bytes, to the report, without a zero at its end. Returns the text's length
-    /// in bytes, whether or not the disk has stored it. Does nothing and returns 0 while no report is being written. A
+    /// Writes a formatted text, cut at 1023 bytes, to the report, without a terminator. Returns the text's length in
+    /// bytes, whether or not the disk has stored it. Does nothing and returns 0 while no report is being written. A
     /// receiver of g_ExecutionCallbacker may call it. Its text then follows the rest of the report.
     ZQ_API static int CrashLog(char const * fmt, ...) ZQ_PRINTF(1, 2);
 

@@ -24,7 +24,7 @@ namespace
         plat::SymbolType_t iType;
     };
 
-    // What AddType has added.
+    // Result of AddType: what it has added.
     enum Printed_e
     {
         PRINTED_NAME,        // the name of a type without members; the value does not follow yet

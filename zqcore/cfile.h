@@ -86,7 +86,7 @@ public:
 
     /// Reads the whole file: into its own block if pBuffer is null, else into pBuffer, which has room for iLength
     /// bytes. Adds no reference, except for a stayer (StayerDoWork). Returns whether the own block is resident.
-    /// Enters no lock itself: FileOpen calls it inside the file's lock. If pBuffer is not null:
+    /// FileOpen calls it inside the file's lock. It reads outside of it if TakeUnlocked returns true. With pBuffer:
     /// - Copies a resident block to it and returns true.
     /// - Reads a file that is not resident into it from the disk and returns false. If GetWhyNot is empty, the bytes
     ///   are there.
@@ -111,7 +111,7 @@ public:
     /// so the block stays. Open calls it after it has read the own block. Any thread may call it.
     void StayerDoWork();
 
-    unsigned char * pData = nullptr;         // contents while resident, without a zero at the end; owned
+    unsigned char * pData = nullptr;         // contents while resident, without a terminator; owned
     int iLength = 0;                         // bytes: low 32 bits of the file's size when it was last seen
     Key_t sName;                             // key in g_sFileObjects, lower case
     String_T<256> const * pPath = nullptr;   // folder, an entry of g_sPaths; null if sName alone is the location
@@ -188,7 +188,7 @@ private:
         return iCount;
     }
 
-    /// Releases the lock if another thread holds it. It is for the child of a fork, where no other thread exists.
+    /// Releases the lock if another thread holds it. It is for a forked child, which has no other thread.
     void RenewLock();
 
     std::atomic<int> m_iOpensCount = 0;   // references to the block; changed under the lock

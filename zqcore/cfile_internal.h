@@ -9,7 +9,7 @@
 #include <atomic>
 
 inline constexpr int FOLDED_LENGTH = 255;      // characters of a caller's path; longer ones are cut
-inline constexpr int STAYER_EXT_LENGTH = 8;    // bytes of an extension, its zero included
+inline constexpr int STAYER_EXT_LENGTH = 8;    // bytes of an extension, the terminator included
 inline constexpr int FILE_OPEN_TRACKS = 256;   // entries of the tracker's list; further handles are only counted
 
 /// Path of a file on the disk, with the whole folder and the whole name. GetFullPath cuts them.

@@ -19,7 +19,7 @@ public:
     // Runs the worker until it must stop.
     static void Work(void *);
 
-    // Discards the worker, in the child of a fork, and renews the locks that it may have held.
+    // Discards the worker, in a forked child, and renews the locks that it may have held.
     static void LeaveWorker();
 
     // Serves all requests in this call. A receiver of the event of an open may add requests. The outer call serves
@@ -52,7 +52,7 @@ namespace
     constinit plat::WakeUp_c g_WakeUp;     // signal that a request was added or the worker must stop
     constinit std::atomic<bool> g_bStop = false;
     constinit bool g_bNoWorker = false;     // whether the system refused a thread
-    constinit bool g_bWorkerLost = false;   // whether the child of a fork must still start a worker
+    constinit bool g_bWorkerLost = false;   // whether a forked child must still start a worker
 
     plat::ForkLock_c const g_AsyncForkLock(g_csAsync);
     plat::ForkLock_c const g_StayerForkLock(g_StayerLock);
@@ -127,7 +127,7 @@ namespace
         return reinterpret_cast<void *>(std::intptr_t{ iRequest });
     }
 
-    // Starts a worker at the first use in the child of a fork. It begins with the request that the parent's worker was
+    // Starts a worker at the first use in a forked child. It begins with the request that the parent's worker was
     // serving.
     void RestoreWorker()
     {

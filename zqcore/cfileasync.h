@@ -20,14 +20,13 @@
 // that can't know does not close: the file may then stay in memory, but no reference of another caller is released.
 //
 // Ownership: the caller owns file and buffer. The buffer must exist, and the file must not be closed, refreshed, killed
-//   or reset, until the poll that sees the request done.
+// or reset, until the poll that sees the request done.
 // Threads: the main thread calls all functions. The worker holds the lock of the file that it reads. An open or a close
-//   of that file, or the shutdown of the module, waits for the read and raises the worker to the normal class
-//   meanwhile. On a system that can't raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c
-//   without its lock: a FileOpen then reads the file itself, and the shutdown cancels the read of the worker. Nothing
-//   else here waits for a read in progress. The child of a fork has the requests and files of the parent, and starts a
-//   worker at the first call that needs one. At the fork no other thread may use a file that is in no table and has no
-//   request.
+// of that file, or the shutdown of the module, waits for the read and raises the worker to the normal class meanwhile.
+// On a system that can't raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c without its lock: a
+// FileOpen then reads the file itself, and the shutdown cancels the read of the worker. Nothing else here waits for a
+// read in progress. A forked child has the requests and files of the parent, and starts a worker at the first call that
+// needs one. At the fork no other thread may use a file that is in no table and has no request.
 // Cost: the worker sleeps while there is no request. FilePrefetch and FileUnfetch walk the table of files.
 // Failure: a failed read is done too. It adds no reference. A buffer may then hold a part of the contents.
 //
@@ -65,8 +64,8 @@ ZQ_API void FileStayerResetAll();
 /// FileUnfetch. Both numbers in the log line include those that can't be read. Asserts that szExt is not null.
 ZQ_API void FilePrefetch(char const * szExt);
 
-/// Closes all files of an extension once. From a file that FilePrefetch has not read, it releases the reference of
-/// another caller, if there is one. Asserts that szExt is not null.
+/// Closes all files of an extension once. If FilePrefetch has not read a file, this releases another caller's reference
+/// to it, if any. Asserts that szExt is not null.
 ZQ_API void FileUnfetch(char const * szExt);
 
 /// Scope in which all files of an extension are in memory: calls FilePrefetch, and FileUnfetch at the end. szExt

@@ -71,8 +71,8 @@ ZQ_API void FilesystemCacheCheck(bool bCheck);
 /// - the cache was written without FilesystemCacheCheck.
 /// - the cache lists a folder that no scan had read, so it has no size and time of it.
 ///
-/// Another major version ends in Abort. The load reports other damage. The tables stay as they are. Costs one read
-/// of the cache, one listing of the cache's own folder, and one system call for each folder. There are two
+/// Another major version ends in Abort. The load reports other damage. The tables stay as they are. Costs one read of
+/// the cache, one listing of the cache's own folder, and one system call for each folder. There are two system calls
 /// for each if the cache does not list its own folder by the path in g_sFilesystemCacheName.
 ZQ_API bool FilesystemCacheIsCurrent();
 

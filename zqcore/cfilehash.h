@@ -19,8 +19,8 @@
 #include "zqcore/cconfig.h"
 
 /// Computes the fingerprint of all CSV files if bAllCsv is set, else of those below a folder whose name ends in
-/// "declarations", without regard to case. ModuleFile_c does the latter when it starts. The size of a file is its
-/// object's iLength.
+/// "declarations", without regard to case. ModuleFile_c passes false when it starts. The size of a file is its object's
+/// iLength.
 ZQ_API void FileBuildMediaHash(bool bAllCsv);
 
 /// Returns the SHA1_HASH_SIZE bytes of the last FileBuildMediaHash, or zeros before the first. The address never

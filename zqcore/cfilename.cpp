@@ -8,8 +8,7 @@
 
 namespace
 {
-    // Returns a word with the top bit set in each byte that equals cSought (Warren, Hacker's Delight,
-    // section 6-1).
+    // Returns a word with the top bit set in each byte that equals cSought (Warren, Hacker's Delight, section 6-1).
     std::uint64_t EightMatches(std::uint64_t nText, char cSought)
     {
         std::uint64_t const nDifferent = nText ^ (EACH_BYTE * static_cast<unsigned char>(cSought));

@@ -20,7 +20,7 @@
 /// the whole path. It is empty if the path ends in a separator or is only a drive.
 ZQ_API char const * PathFileName(char const * szPath);
 
-/// Returns the last component of a path of nLength characters, which needs no zero at its end.
+/// Returns the last component of a path of nLength characters, which needs no terminator.
 ZQ_API char const * PathFileName(char const * szPath, std::size_t nLength);
 
 /// A path with functions that return its parts.

@@ -106,8 +106,8 @@ ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativ
 
 /// Returns whether scans have seen all of a folder and its subfolders. An empty sPath means all scans. A folder that
 /// could not be read, or whose entries the system could not report, makes it false until it is scanned again or
-/// removed. A media root that ModuleFile_c can't scan or find makes it false too. sPath is compared as text with the
-/// paths of the scans, as in the functions below.
+/// removed. A named media root that ModuleFile_c can't scan or find makes it false too. sPath is compared as text with
+/// the paths of the scans, as in the functions below.
 ZQ_API bool FileScanIsWhole(char const * sPath);
 
 /// Event that fires, forced, for each entry that a scan or FileZipMount (czip.h) skips, and for each file that a scan

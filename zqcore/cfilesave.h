@@ -81,7 +81,7 @@ public:
     FileSave_c & operator=(FileSave_c const &) = delete;
 
     /// Returns whether this object has the lock. Without it PutAside and writers fail. Load works, unless the path is
-    /// refused. A child of a fork does not have its parent's lock. After the constructor GetWhyNot has the reason:
+    /// refused. A forked child does not have its parent's lock. After the constructor GetWhyNot has the reason:
     /// - another FileSave_c has the lock, in this process or another.
     /// - the path is refused.
     /// - the system can't make the lock. The reason is in its words.

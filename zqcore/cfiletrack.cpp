@@ -35,7 +35,7 @@ namespace
     alignas(4) unsigned char g_dTrackBuffer[BUFFER_BYTES];
     Array_T<String_T<256>, 1024, 0> g_dTrackIgnoreExts;
     String_T<1024> g_sTrackProblem;   // text of FileTrackGetProblem
-    unsigned g_iTrackRun = 0;         // identifier of the watch: a callback may end it or start another
+    unsigned g_iTrackRun = 0;         // identifier of the watch: a receiver may end it or start another
     bool g_bTrackWalking = false;
     bool g_bTrackGone = false;   // whether the watched folder's end was reported
 
@@ -130,7 +130,7 @@ namespace
         g_hTrackFolder.Read(g_dTrackBuffer, READ_BYTES);
     }
 
-    // Scope of a walk. Its end requests the next batch, also after an exception, unless a callback ended the watch.
+    // Scope of a walk. Its end requests the next batch, also after an exception, unless a receiver ended the watch.
     class NextRead_c
     {
     public:
@@ -148,7 +148,7 @@ namespace
         unsigned const m_iRun = g_iTrackRun;
     };
 
-    // Reports the files that a batch lists as modified, until a callback ends the watch.
+    // Reports the files that a batch lists as modified, until a receiver ends the watch.
     ZQ_COLD void WalkBatch()
     {
         NextRead_c const NextRead;

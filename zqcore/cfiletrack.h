@@ -25,7 +25,7 @@
 //   line is logged if only the names of folders hold them and the file is known.
 //
 // Ownership: texts are copied.
-// Threads: main thread. The watch has no thread of its own. A forked process reports only changes after its first call.
+// Threads: main thread. The watch has no thread of its own. A forked child reports only changes after its first call.
 // Its parent reports the earlier ones.
 // Cost: a call without changes is one system call that does not wait.
 // Failure: log lines. FileTrackGetProblem returns what is not watched.
@@ -63,7 +63,7 @@ ZQ_API void FileTrackSetIgnoreExtList(char const * sList);
 /// Reports what has changed since the last call. Waits at each file to report until it can be opened and no process has
 /// it open for writing: at least 10 ms, and at most 5 seconds. A wait of more than 100 ms is logged. After 5 seconds
 /// the change is lost. If the file is not at its path, the change is logged and lost without a further wait. A call
-/// from within the callback does nothing.
+/// from within a receiver does nothing.
 ZQ_API void FileTrackDoWork();
 
 /// Ends the watch, if there is one, and empties the list of extensions.
@@ -71,10 +71,10 @@ ZQ_API void FileTrackShutdown();
 
 /// Registers the files of the known folders whose bare names are not in the table, under these names: files that were
 /// added since the scan, and files that it excluded or added under a relative key. Their size and times are 0 until
-/// they are opened. Subfolders are not entered, and deleted files stay in the table.
-/// Skips a file without a log line in these cases:
-/// - Its name is known already.
-/// - A scan would skip it by another rule than exclusions and the case of names.
-/// - The table is full.
-/// - Its folder can't be read.
+/// they are opened. Subfolders are not entered, and deleted files stay in the table. Skips a file without a log line in
+/// these cases:
+/// - its name is known already.
+/// - a scan would skip it by another rule than exclusions and the case of names.
+/// - the table is full.
+/// - its folder can't be read.
 ZQ_API void FileRefresh();

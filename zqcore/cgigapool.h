@@ -66,9 +66,9 @@ public:
 
     /// Allocates storage for iElements, rounded up to a multiple of 32, of iElementSize bytes each. Negative values
     /// count as 0. Asserts in these cases:
-    /// - The pool has storage. If the developer continues, it keeps that.
-    /// - There are more than MAX_ELEMENTS. If the developer continues, their number is cut to that.
-    /// - The storage would exceed half of the address space. If the developer continues, Alloc returns null.
+    /// - the pool has storage. If the developer continues, it keeps that.
+    /// - there are more than MAX_ELEMENTS. If the developer continues, their number is cut to that.
+    /// - the storage would exceed half of the address space. If the developer continues, Alloc returns null.
     void Init(int iElements, int iElementSize);
 
     /// Uses storage of the caller and nothing of the heap. It holds as many whole groups of 32 elements as fit, but no
@@ -98,9 +98,9 @@ public:
 
     /// Frees the element that holds the pointer. Returns false and changes nothing if the pointer is not in the pool,
     /// otherwise true. An element in use is freed even with a wrong bArray. Asserts in these cases:
-    /// - The pool has no storage.
-    /// - The element is not in use.
-    /// - The element was allocated with the other bArray.
+    /// - the pool has no storage.
+    /// - the element is not in use.
+    /// - the element was allocated with the other bArray.
     bool Free(void const * pPtr, bool bArray);
 
     /// Returns whether the pointer lies in the storage. Asserts that there is storage.
@@ -198,7 +198,7 @@ public:
 
     /// Allocates an element, and a chunk if necessary, and returns the element. Asserts and returns null only in these
     /// cases:
-    /// - A chunk would exceed half of the address space.
+    /// - a chunk would exceed half of the address space.
     /// - Init has not been called with at least one element of at least one byte.
     void * Alloc(bool bArray);
 

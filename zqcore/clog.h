@@ -5,7 +5,7 @@
 // processes write to it. A line without a listener is lost. Formatted lines are cut at LOG_LINE_LENGTH characters.
 //
 // Ownership: the library opens and closes the file. Listeners are kept as pointers.
-// Threads: any thread may log at any time but during LogDone, also in a child of a fork. The list of listeners has no
+// Threads: any thread may log at any time but during LogDone, also in a forked child. The list of listeners has no
 // lock: add them at start-up, and call LogDone when no other thread logs.
 // Cost: a line is one system call for the file. Nothing allocates for a line.
 // Failure: lines that a full disk does not store are lost. The next line that is written comes after "Log lines lost
@@ -25,7 +25,7 @@
 #include <cstdint>
 #include <cstdio>
 
-/// Maximum number of characters of a formatted line, without the zero at its end.
+/// Maximum number of characters of a formatted line, without the terminator.
 inline constexpr int LOG_LINE_LENGTH = 2048;
 
 /// The open main log, or null. After LogInit a host may close it and set a stream of its own. Lines go through the

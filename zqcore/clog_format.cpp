@@ -516,7 +516,7 @@ namespace
 {
     ZQ_COLD std::size_t EscapeSlowly(char * szText, std::size_t nText, std::size_t nSize)
     {
-        constexpr std::size_t LONGEST = 16384;   // bytes of the copy, its zero included
+        constexpr std::size_t LONGEST = 16384;   // bytes of the copy, the terminator included
         char szCopy[LONGEST];
         nText = std::min(nText, LONGEST - 1);
         std::memcpy(szCopy, szText, nText);

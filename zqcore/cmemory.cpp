@@ -241,7 +241,7 @@ void MemCategoryStack_c::Add(mem::Categories_e category)
     {
         ++m_dStack[top].m_iCallCount;
     }
-    else if (top < CATEGORY_STACK_DEPTH - 1)   // otherwise the developer ignored the assertion; the top entry stays
+    else if (top < CATEGORY_STACK_DEPTH - 1)   // otherwise the developer has continued; the top entry stays
     {
         m_dStack[++top] = Entry_s{ category, 1 };
     }

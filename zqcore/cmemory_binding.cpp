@@ -184,7 +184,7 @@ namespace
 }
 
 // The C++ runtime's functions for arrays call those for objects by name, which may lead back to the library. So the
-// latter serve both.
+// functions for objects serve both.
 void MemoryBindOperators()
 {
     constexpr std::align_val_t ALIGNMENT{ 64 };

@@ -10,8 +10,8 @@
 
 namespace
 {
-    // Whether the calling thread is in a foreign operator. Its calls of the library's operators reach the heap, if it
-    // makes such calls. Stays false if it makes none.
+    /// Whether the calling thread is in a foreign operator. Its calls of the library's operators reach the heap, if it
+    /// makes such calls. Stays false if it makes none.
     ZQ_THREAD_LOCAL constinit bool t_bInForeign = false;
 
     class ForeignScope_c
@@ -23,8 +23,8 @@ namespace
         ForeignScope_c & operator=(ForeignScope_c const &) = delete;
     };
 
-    // Allocates from the process's own operator and returns the block. Returns null if that fails while the heap is not
-    // tracked. Otherwise a failure ends in Abort.
+    /// Allocates from the process's own operator and returns the block. Returns null if that fails while the heap is
+    /// not tracked. Otherwise a failure ends in Abort.
     template <typename... ALIGNMENT>
     ZQ_COLD void * NewForeign(
         plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... nAlignment)
@@ -146,7 +146,7 @@ namespace CoreMemory
     }
 }
 
-// The language's operators, for the whole process, so that a plain `new` is tracked too.
+/// The language's operators, for the whole process, so that a plain `new` is tracked too.
 // clang-format off
 ZQ_API void * operator new(std::size_t nBytes) { return Require(New(g_ForeignOperators.Plain, nBytes)); }
 ZQ_API void * operator new[](std::size_t nBytes) { return Require(New(g_ForeignOperators.Array, nBytes)); }

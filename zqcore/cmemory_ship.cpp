@@ -74,7 +74,7 @@ namespace
 
     // A thread publishes the bytes of a block above LARGE at once. It publishes other bytes if they have changed by
     // LARGE or more since it last did. The check runs:
-    // - after every PUBLISH_INTERVAL allocations of a category, and after as many releases;
+    // - after every PUBLISH_INTERVAL allocations of a category, and after as many releases.
     // - at the thread's end.
     constexpr std::ptrdiff_t PUBLISH_INTERVAL = 128;
     constexpr std::ptrdiff_t LARGE = 4096;   // bytes

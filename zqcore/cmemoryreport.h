@@ -54,7 +54,7 @@ ZQ_API bool MemoryCheckConsistency();
 /// Returns the number of allocations in the last finished frame. Acquires no lock.
 ZQ_API unsigned MemoryGetFrameAllocCount();
 
-/// Ends a frame: call it once a frame, between MemoryInit and MemoryDone.
+/// Ends a frame. The application calls it once a frame. Requires a call between MemoryInit and MemoryDone.
 ZQ_API void MemoryResetFrameAllocCount();
 
 /// Turns the leak check at exit off. Fatal errors call it before they end the process.

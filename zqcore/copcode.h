@@ -78,8 +78,8 @@ public:
     /// The text is "%-6s %s" with mnemonic and operands, cut at nText - 1 characters. Requires nText > 0. Returns 0 and
     /// an empty text in these cases:
     /// - nBytes is 0.
-    /// - The bytes end inside prefixes.
-    /// - The object has no pages.
+    /// - the bytes end inside prefixes.
+    /// - the object has no pages.
     ZQ_API std::size_t Decode(unsigned char const * pCode, std::size_t nBytes, char * szText, std::size_t nText);
 
 private:

@@ -216,9 +216,9 @@ constexpr std::uint32_t OpcodeWord(unsigned char const * pWord)
 
 /// Expands a compact form of nCompact bytes into pTable, of nTable bytes, and returns the number of bytes written.
 /// Returns 0 in these cases:
-/// - The expanded form does not fit.
-/// - The compact form is malformed.
-/// - The compact form contradicts its first two words.
+/// - the expanded form does not fit.
+/// - the compact form is malformed.
+/// - the compact form contradicts its first two words.
 std::size_t OpcodeExpand(
     unsigned char const * pCompact, std::size_t nCompact, unsigned char * pTable, std::size_t nTable);
 

@@ -40,7 +40,7 @@ ZQ_API float PerlinNoise(Vec3fpu_t const & Point);
 /// the module builds other tables than this call.
 ZQ_API void PerlinNoiseSetSeed(unsigned int nSeed);
 
-/// Module that builds the tables from the present seed when it is initialised.
+/// Module that builds the tables from the present seed when it is initialised. It depends on no other module.
 class ZQ_API ModulePerlin_c : public Module_c
 {
 public:
@@ -49,7 +49,7 @@ public:
     {}
     ~ModulePerlin_c() override;
 
-    /// Returns the instance.
+    /// Returns the only instance.
     static ModulePerlin_c * Get();
 
 protected:

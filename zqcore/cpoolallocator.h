@@ -79,9 +79,9 @@ public:
 
     /// Allocates an element and returns it, never null. Requires that nAlignment is a power of 2. Ends in Abort in
     /// these cases:
-    /// - No element is left.
-    /// - The block needs more bytes than an element has.
-    /// - The alignment is above 16, or the size of an element is no multiple of it.
+    /// - no element is left.
+    /// - the block needs more bytes than an element has.
+    /// - the alignment is above 16, or the size of an element is no multiple of it.
     void * Allocate(std::size_t nBytes, std::size_t nAlignment)
     {
         auto const nElement = static_cast<std::size_t>(m_Pool.ElementSize());

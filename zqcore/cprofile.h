@@ -30,7 +30,8 @@
 #include "zqcore/cstring.h"
 
 /// Maximum number of timers and depth of the stack, the root included in both. A push without room fails an assertion.
-/// If that is ignored, the push and all pushes inside it are skipped until its pop. Their time counts for the parent.
+/// If the developer continues, the push and all pushes inside it are skipped until its pop. Their time counts for the
+/// parent.
 inline constexpr int MAX_TIMERS_TOTAL = 512;
 inline constexpr int MAX_TIMERS_INHERITED = 64;
 
@@ -169,14 +170,14 @@ ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 /// - A second call ends the first file. An empty name does nothing.
 /// - If the file can't be created, FileOpenTracker (cfilelog.h) complains unless it excepts the name, and a line is
 ///   logged. If the header can't be written, lines are logged. In both cases there is no stats file.
-/// - A forked process has no stats file until it names its own.
+/// - A forked child has no stats file until it names its own.
 ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
 
 /// Returns whether the stats file of the latest ProfilerInitSwapStats has failed. The answer is final after
 /// ModuleProfiler_c's Shutdown, which waits for the last batch. These failures count:
-/// - The file could not be created.
-/// - Its header or a batch could not be written.
-/// - Its close failed.
+/// - the file could not be created.
+/// - its header or a batch could not be written.
+/// - its close failed.
 ZQ_API bool ProfilerSwapStatsFailed();
 
 /// Appends all timers to the stats file. ProfilerUpdateFrame calls it when the ring is full. Waits for the previous
@@ -189,8 +190,8 @@ ZQ_API void ProfilerSwapStats();
 /// that succeeded, and handles a failed one itself.
 ZQ_API void ProfilerWriteComplete(std::uint32_t dwError, std::uint32_t nBytes, void * pRequest);
 
-/// Module of the profiler. Its Shutdown waits for the stats file and closes it. The file lacks the frames after the
-/// last full ring.
+/// Module of the profiler. It depends on ModuleTimer_c. Its Shutdown waits for the stats file and closes it. The file
+/// lacks the frames after the last full ring.
 class ZQ_API ModuleProfiler_c : public Module_c
 {
 public:

@@ -112,7 +112,8 @@ extern ZQ_API unsigned int g_nSeed0, g_nSeed1, g_nSeed2, g_nSeed3;
 extern ZQ_API RandomMask_t const MM_EXPONENT_MASK;
 extern ZQ_API RandomMask_t const MM_MANTISSA_MASK;
 
-/// Module that empties the list when it shuts down. The destructor of a generator that lives longer then does nothing.
+/// Module that empties the list when it shuts down. It depends on no other module. The destructor of a generator that
+/// lives longer then does nothing.
 class ZQ_API ModuleRandom_c : public Module_c
 {
 public:

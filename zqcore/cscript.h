@@ -81,8 +81,8 @@ public:
     /// Read the next token, as GetToken without bPunctuation does, as a text, a whole number, a number or the name of
     /// an enumerator, and return true. A text that a String_T cuts is an error of GetLastError. Return false, with the
     /// value unchanged, in these cases:
-    /// - The text has no further token.
-    /// - The token is nothing of the kind or out of range, which is a mismatch.
+    /// - the text has no further token.
+    /// - the token is nothing of the kind or out of range, which is a mismatch.
     template <TextObject_T TEXT>
     bool Get(TEXT & sValue)
     {
@@ -137,7 +137,7 @@ public:
     /// Read the text between an opening cQuote and the next one. It may contain line ends. sString has iMaxLength + 1
     /// bytes. Assert that the text fits; otherwise reading stops when the buffer is full, and the next read continues
     /// there. Before the opening quote they skip:
-    /// - separators,
+    /// - separators.
     /// - the first slash, and each further slash with the rest of its line.
     ///
     /// Anything else before the opening quote is a mismatch, with an empty text.
@@ -171,7 +171,7 @@ public:
     /// iStart < iEnd and iEnd < m_iBytesTotal, and does nothing otherwise.
     void GetDump(char * pBuffer, int iStart, int iEnd);
 
-    /// For callers to read, not to write.
+    /// State for callers to read, not to write.
     char m_sName[260] = "";      // name of the file, or "Memory mapped: %08X, size: %d", cut to fit
     bool m_bInToken = false;     // whether GetToken found a token, or was the first after a token that ends the text
     int m_iLines = 0;            // line feeds read; a line feed that ends a token counts twice

@@ -395,9 +395,9 @@ public:
 
     /// Writes the file of a replacement (cfilereplace.h), which must outlive the archive. Commit comes after Close, and
     /// fails if the archive has failed. Open fails in these cases:
-    /// - The replacement has failed or is committed.
-    /// - The replacement holds bytes.
-    /// - The replacement has another archive.
+    /// - the replacement has failed or is committed.
+    /// - the replacement holds bytes.
+    /// - the replacement has another archive.
     BufferedWriteable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion);
     ~BufferedWriteable_c() override;
 

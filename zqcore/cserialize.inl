@@ -95,7 +95,7 @@ namespace archives
     template <typename T>
     constexpr bool NEVER = false;
 
-    // Refuses a type, with a message that says what to do instead.
+    /// Refuses a type, with a message that says what to do instead.
     template <typename T>
     constexpr void Refuse()
     {
@@ -135,7 +135,7 @@ namespace archives
         }
     }
 
-    // Stores or loads objects that follow one another in memory.
+    /// Stores or loads objects that follow one another in memory.
     template <typename T>
     void TransferAll(Serializeable_c & Archive, T * pFirst, std::size_t nObjects)
     {

@@ -337,7 +337,7 @@ void Serialize(Serializeable_c & archive, T *& pObject)
 /// Removes all serializers. Afterwards no object can be loaded, and static objects have no contents.
 ZQ_API void SerializerListFree();
 
-/// Module of serialization, which needs ModuleFile_c. It resets the table at start. At shutdown it removes the static
+/// Module of serialization. It depends on ModuleFile_c. It resets the table at start. At shutdown it removes the static
 /// objects and the serializers. Serializers register at load time, so a process serializes only until the first
 /// shutdown.
 class ZQ_API ModuleSerialize_c : public Module_c

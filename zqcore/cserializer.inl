@@ -81,7 +81,7 @@ void * Serializer_T<T, BASES...>::Convert(void * pFrom, graphs::Type_t Type, gra
     return pFound;
 }
 
-// Sets pFound if the type is TYPE, which is T or a base.
+/// Sets pFound if the type is TYPE, which is T or a base.
 template <typename T, typename... BASES>
 template <typename TYPE>
 void Serializer_T<T, BASES...>::ConvertFor(void * pFrom, graphs::Type_t Type, graphs::Way_e eWay, void *& pFound)

@@ -3,8 +3,8 @@
 
 namespace archives
 {
-    // Loads contiguous values. An archive of unknown length is read in steps, each as long as all before it, so that a
-    // damaged number does not allocate memory for which no bytes follow.
+    /// Loads contiguous values. An archive of unknown length is read in steps, each as long as all before it, so that a
+    /// damaged number does not allocate memory for which no bytes follow.
     template <typename T>
     void LoadValues(Serializeable_c & Archive, T & dItems, std::size_t nValues)
     {
@@ -20,7 +20,7 @@ namespace archives
         }
     }
 
-    // Stores or loads one element. A bool may not be an object of its own, as in a std::vector<bool>.
+    /// Stores or loads one element. A bool may not be an object of its own, as in a std::vector<bool>.
     template <typename ITERATOR>
     void TransferElement(Serializeable_c & Archive, ITERATOR it)
     {
@@ -39,8 +39,8 @@ namespace archives
         }
     }
 
-    // Reserves room for the elements, but no more bytes than the rest of the archive has. Reserves none if the length
-    // of the archive is unknown.
+    /// Reserves room for the elements, but no more bytes than the rest of the archive has. Reserves none if the length
+    /// of the archive is unknown.
     template <typename T>
     void Reserve(Serializeable_c const & Archive, T & dItems, std::size_t nElements)
     {
@@ -51,7 +51,8 @@ namespace archives
         }
     }
 
-    // Loads elements one by one. Texts that are there already keep their storage, unless there are more than nElements.
+    /// Loads elements one by one. Texts that are there already keep their storage, unless there are more than
+    /// nElements.
     template <typename T>
     void LoadElements(Serializeable_c & Archive, T & dItems, std::size_t nElements)
     {
@@ -76,7 +77,7 @@ namespace archives
         }
     }
 
-    // Calls fnStore for each entry, in the order of the keys.
+    /// Calls fnStore for each entry, in the order of the keys.
     template <typename T, typename KEY_OF, typename STORE>
     void ForEachInOrder(T & dItems, KEY_OF fnKeyOf, STORE fnStore)
     {
@@ -107,14 +108,14 @@ namespace archives
         }
     }
 
-    // Stores an object that its container shows as const. A writing archive does not change it.
+    /// Stores an object that its container shows as const. A writing archive does not change it.
     template <typename T>
     void Store(Serializeable_c & Archive, T const & Value)
     {
         Archive.Serialize(const_cast<T &>(Value));
     }
 
-    // Loads entries by fnLoadOne, which adds one to dItems.
+    /// Loads entries by fnLoadOne, which adds one to dItems.
     template <typename T, typename LOAD>
     void LoadEntries(Serializeable_c & Archive, T & dItems, std::size_t nEntries, LOAD fnLoadOne)
     {

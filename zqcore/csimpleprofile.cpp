@@ -111,7 +111,7 @@ namespace
         }
     }
 
-    // By context: whether the forking thread is in it.
+    // Whether the forking thread is in a context, by context.
     bool g_dOwn[SIMPLE_PROFILE_CONTEXT_TOTAL];
 
     void NoteOwnContexts()

@@ -28,7 +28,7 @@ inline constexpr int SIN_TABLE_SIZE = 4096;
 /// Table of sines. Each entry is the nearest float to the sine of the nearest float to its angle, with pi as a float.
 extern ZQ_API std::array<float, SIN_TABLE_SIZE> g_dSinTable;
 
-/// Module that fills the table when it is initialised.
+/// Module that fills the table when it is initialised. It depends on no other module.
 class ZQ_API ModuleSinCos_c : public Module_c
 {
 public:
@@ -37,7 +37,7 @@ public:
     {}
     ~ModuleSinCos_c() override;
 
-    /// Returns the instance.
+    /// Returns the only instance.
     static ModuleSinCos_c * Get();
 
 protected:

@@ -97,8 +97,8 @@ public:
     Spreadsheet_c & operator=(Spreadsheet_c const &) = delete;
 
     /// Read a file by name and return true. pFmt names other separators than line feed and comma. Null means these. The
-    /// cursor is on the first row, if there is one, and on no column. Return false, with a line in the log, in the
-    /// cases below. A closed spreadsheet then stays closed, and an open one keeps its contents.
+    /// cursor is on the first row, if there is one, and on no column. Return false, with a log line, in the cases
+    /// below. A closed spreadsheet then stays closed, and an open one keeps its contents.
     /// - the spreadsheet is open already.
     /// - the name is null.
     /// - the file can't be opened or read.
@@ -129,7 +129,7 @@ public:
     bool MoveToRow(int iRow);
 
     /// Selects the next row, or the first if none was current, selects no column and returns true. After the last row
-    /// returns false and selects neither row nor column. Does so while closed too, with a line in the log.
+    /// returns false and selects neither row nor column. Does so while closed too, with a log line.
     bool MoveToNextRow();
 
     /// Returns the number of cells in the head, 0 while closed. A row may have more cells, which no operation reaches,
@@ -176,8 +176,8 @@ public:
     /// Move to the column and write its cell to a text object (ctextvalue.h), or read it as a whole number, a number or
     /// the name of an enumerator. Return false, with the value unchanged, in these cases:
     /// - the cell is missing, or it is empty and not read as a text.
-    /// - with a line in the log and the reason in GetLastError: the whole cell is no number of the type's range, or no
-    ///   name of the table.
+    /// - with a log line and the reason in GetLastError: the whole cell is no number of the type's range, or no name of
+    ///   the table.
     ///
     /// A text that a String_T cuts is reported in the same way, but returns true.
     template <TextObject_T TEXT>

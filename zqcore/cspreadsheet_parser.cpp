@@ -211,8 +211,8 @@ void SpreadsheetParser_c::FindCells(std::function<void(std::size_t)> const & fnF
 }
 
 // Reads the cell that begins with the current token and moves to the next cell. Returns false if the row has none. Also
-// returns false, and sets bError, if the token after the cell is no separator. Inlined by force, since a call for each
-// cell makes a load 8 % slower.
+// returns false, and sets bError, if the token after the cell is no separator. It is inlined by force, because a call
+// for each cell makes a load 8 percent slower.
 ZQ_INLINE bool SpreadsheetParser_c::ParseCell(SpreadsheetRow_c & Row, bool & bError)
 {
     bool const bQuoted = m_Token.eKind == LAST_PARSED_STRING;

@@ -35,7 +35,7 @@ String_T<N> & String_T<N>::operator=(char const * sTxt)
     return *this;
 }
 
-// Replaces the text from nAt on. The view may be a part of this text.
+/// Replaces the text from nAt on. The view may be a part of this text.
 template <int N>
 String_T<N> & String_T<N>::Put(std::size_t nAt, std::string_view sTxt)
 {

@@ -74,7 +74,7 @@ struct TextToken_t;
 class ZQ_API SimpleTextParser_c
 {
 public:
-    /// Sizes of the buffers in bytes. A token keeps one character less. A longer one is cut with a line in the log.
+    /// Sizes of the buffers in bytes. A token keeps one character less. A longer one is cut, with a log line.
     static constexpr int WORD_SIZE = 0x200;
     static constexpr int STRING_SIZE = 0x6000;
     static constexpr int NUMBER_SIZE = 128;
@@ -91,8 +91,8 @@ public:
 
     /// Start on a text, which must stay until Close, and return true. UTF-8's byte order mark at its start is skipped.
     /// Return false:
-    /// - with a line in the log, for an empty text or a null pointer;
-    /// - with a line in the log, on an open parser, which keeps its text;
+    /// - with a log line, for an empty text or a null pointer.
+    /// - with a log line, on an open parser, which keeps its text.
     /// - without a line, for a text that begins with UTF-16's mark.
     bool Open(char const * pBegin, char const * pEnd);
     bool Open(char const * pText, int iLength);
@@ -100,8 +100,8 @@ public:
     /// Discards the text and the tokens. The rules stay.
     void Close();
 
-    /// Reads the next token and returns true. Returns false at the end of the text and, with a line in the log, on a
-    /// closed parser.
+    /// Reads the next token and returns true. Returns false at the end of the text and, with a log line, on a closed
+    /// parser.
     bool ParseNext();
 
     /// Returns why the last Open failed, which token was cut last, or that ParseNext was called on a closed parser. It

@@ -48,8 +48,8 @@ public:
 
     /// Closes what was open, opens a file by name and returns true. sSeparators replaces the format's separators. If
     /// the file has no header line, sClientHeader names the columns, separated by blanks, cut at 249 characters.
-    /// Asserts that the name is not null. Returns false if the file can't be opened. Also returns false, with lines in
-    /// the log, if no header is found or the file is refused.
+    /// Asserts that the name is not null. Returns false if the file can't be opened. Also returns false, with log
+    /// lines, if no header is found or the file is refused.
     ZQ_API bool Open(char const * sFileName, WarehouseFormat_e eFormat = WAREHOUSE_FORMAT_AUTO,
         char const * sClientHeader = nullptr, char const * sSeparators = nullptr);
 
@@ -209,7 +209,7 @@ private:
     bool m_bCopy;
     bool m_bLogColName = false;
 
-    /// Last error. Its place is counted only for GetLastError or the log, since a Get may fail in normal use.
+    /// Last error. Its place is counted only for GetLastError or the log, because a Get may fail in normal use.
     mutable TextErrors_c m_Errors;
     mutable Text_s m_ErrorText;     // text of an error whose place is not counted yet
     mutable int m_nErrorLine = 0;   // start of the error's line

@@ -16,7 +16,7 @@
 
 #include "zqcore/cmodule.h"
 
-/// Module of COM. It has no prerequisites.
+/// Module of COM. It depends on no other module.
 class ZQ_API ModuleWinCom_c : public Module_c
 {
 public:

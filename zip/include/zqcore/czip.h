@@ -11,12 +11,12 @@
 //
 // An archive may come from anywhere. Mounting skips these entries, logs a line for each and reports it to
 // g_FileSkipCallbacker (cfilepath.h):
-// - absolute names, and names whose first or last part begins with a drive;
-// - names with `..`, `.`, `\`, an empty part or characters that TextForLog (ctexterror.h) escapes;
-// - names of more than 255 characters, and keys of more than 127;
-// - an entry that can't be read or lacks a size, a CRC or a method, and a file for which the table has no room;
-// - a second file of the same key; the first one opens without the complaint that a scan's duplicate has;
-// - files that are encrypted or compressed by another method, links and devices;
+// - absolute names, and names whose first or last part begins with a drive.
+// - names with `..`, `.`, `\`, an empty part or characters that TextForLog (ctexterror.h) escapes.
+// - names of more than 255 characters, and keys of more than 127.
+// - an entry that can't be read or lacks a size, a CRC or a method, and a file for which the table has no room.
+// - a second file of the same key; the first one opens without the complaint that a scan's duplicate has.
+// - files that are encrypted or compressed by another method, links and devices.
 // - files of 2 GiB or more, sizes that can't be true, and files above 1 MiB that expand more than ZIP_MOST_EXPANSION
 //   times.
 //
@@ -33,9 +33,9 @@
 //
 // Ownership: the table owns the objects. A File_c * is valid until FileZipUnmount, FileReset or FileKill.
 // Threads: the main thread mounts and unmounts. Opens, loads and streams work on any thread as cfile.h states. A lock
-// of each archive guards its file for at most 256 KiB at a time. Files are decompressed outside of it. A child of a
-// fork has the archives too. If the system can't raise the worker of cfileasync.h, the worker opens each archive a
-// second time, so that no thread waits for it.
+// of each archive guards its file for at most 256 KiB at a time. Files are decompressed outside of it. A forked child
+// has the archives too. If the system can't raise the worker of cfileasync.h, the worker opens each archive a second
+// time, so that no thread waits for it.
 // Cost: mounting reads the archive's directory. It may have ZIP_MOST_ENTRIES entries in 8 MiB. The archive keeps one
 // handle open. An open allocates the file's size. A stream reaches a position in a deflated file by decompressing from
 // its last position, or from the start for one before it. A load does so from the start.
@@ -55,7 +55,7 @@
 
 #include "zqcore/cfile.h"
 
-/// Which file is found if the table has a file of the same key when an archive is mounted.
+/// Choice of the file that is found if the table has a file of the same key when an archive is mounted.
 enum class ZipOrder_e
 {
     Over,   // the archive's
