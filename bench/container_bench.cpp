@@ -1,5 +1,5 @@
 // Lookups in the name table and in hash maps.
-#include "zqcore/chash.h"
+#include "zqcore/cfilepath.h"
 
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
@@ -17,7 +17,7 @@ namespace
 
     struct Object_s
     {
-        String_T<128> sName;
+        File_c::Key_t sName;
         int iValue = 0;
     };
 
@@ -27,7 +27,7 @@ namespace
         std::vector<std::string> dPresent;
         std::vector<std::string> dMissing;
         std::vector<Object_s> dObjects;
-        StringHash_T<Object_s, 128, 16384, 117> sTable;
+        StringHash_T<Object_s, File_c::Key_t::Capacity(), FileTable_t::iMask + 1, FILE_TABLE_STEP> sTable;
         std::unordered_map<std::string, Object_s *> StdMap;
         absl::flat_hash_map<std::string, Object_s *> AbslMap;
 

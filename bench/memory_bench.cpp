@@ -2,23 +2,13 @@
 // and as memory_ship_bench over the heap of a shipped game, with WORK as the first part of the rows' names.
 #include "zqcore/cmemory.h"
 
-#include <benchmark/benchmark.h>
+#include "bench/mimalloc.h"
 
 #include <cstdlib>
-#include <dlfcn.h>
 
 namespace
 {
     constexpr std::size_t SIZE = 64;
-
-    // Returns a function of a library that is loaded by hand. Linked normally, the two libraries would replace malloc
-    // for the whole process and so change every row.
-    template <typename FUNCTION>
-    FUNCTION PeerFunction(char const * szLibrary, char const * szFunction)
-    {
-        void * const hLibrary = ::dlopen(szLibrary, RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);
-        return hLibrary ? reinterpret_cast<FUNCTION>(::dlsym(hLibrary, szFunction)) : nullptr;
-    }
 
     void TrackedPair(benchmark::State & State)
     {
@@ -56,18 +46,16 @@ namespace
 
     void MimallocPair(benchmark::State & State)
     {
-        auto const fnMalloc = PeerFunction<void * (*)(std::size_t)>("libmimalloc.so.2", "mi_malloc");
-        auto const fnFree = PeerFunction<void (*)(void *)>("libmimalloc.so.2", "mi_free");
-        if (!fnMalloc || !fnFree)
+        Mimalloc_s Peer;
+        if (!Peer.IsInstalled(State))
         {
-            State.SkipWithError("libmimalloc is not installed");
             return;
         }
         for (auto _ : State)
         {
-            void * const p = fnMalloc(SIZE);
+            void * const p = Peer.Allocate(SIZE);
             benchmark::DoNotOptimize(p);
-            fnFree(p);
+            Peer.Release(p, SIZE);
         }
     }
     BENCHMARK(MimallocPair)->Name(WORK "/pair64/mimalloc")->Threads(1)->Threads(8);

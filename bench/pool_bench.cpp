@@ -4,13 +4,14 @@
 #include "zqcore/chwm.h"
 #include "zqcore/cpoolallocator.h"
 
-#include <benchmark/benchmark.h>
+#include "bench/bench_support.h"
+#include "bench/mimalloc.h"
+
 #include <boost/pool/pool.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <list>
 #include <map>
 #include <memory_resource>
@@ -149,19 +150,6 @@ namespace
         std::pmr::unsynchronized_pool_resource Pool{ &Upstream };
     };
 
-    // Loaded by hand: linked normally, it would replace malloc for the whole process and so change every row.
-    struct Mimalloc_s
-    {
-        void * Allocate(std::size_t nBytes) { return fnMalloc(nBytes); }
-        void Release(void * p, std::size_t) { fnFree(p); }
-
-        void * hLibrary = ::dlopen("libmimalloc.so.2", RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);
-        void * (*fnMalloc)(std::size_t) = hLibrary ? reinterpret_cast<void * (*)(std::size_t)>(
-                                              ::dlsym(hLibrary, "mi_malloc"))
-                                                   : nullptr;
-        void (*fnFree)(void *) = hLibrary ? reinterpret_cast<void (*)(void *)>(::dlsym(hLibrary, "mi_free")) : nullptr;
-    };
-
     template <typename ALLOCATOR>
     void Run(benchmark::State & State, Order_e eOrder, Sizes_e eSizes)
     {
@@ -172,9 +160,8 @@ namespace
     void Run<Mimalloc_s>(benchmark::State & State, Order_e eOrder, Sizes_e eSizes)
     {
         Mimalloc_s Allocator;
-        if (!Allocator.fnMalloc || !Allocator.fnFree)
+        if (!Allocator.IsInstalled(State))
         {
-            State.SkipWithError("libmimalloc is not installed");
             return;
         }
         Pairs(State, eOrder, eSizes, Allocator);
@@ -209,18 +196,8 @@ namespace
     struct Malloc_s
     {
         template <typename T>
-        struct Allocator_t
-        {
-            using value_type = T;
-            Allocator_t(Malloc_s &) {}
-            template <typename U>
-            Allocator_t(Allocator_t<U> const &)
-            {}
-            T * allocate(std::size_t n) { return static_cast<T *>(std::malloc(n * sizeof(T))); }
-            void deallocate(T * p, std::size_t) { std::free(p); }
-            bool operator==(Allocator_t const &) const { return true; }
-        };
-        Malloc_s & Get() { return *this; }
+        using Allocator_t = PlainHeap_T<T>;
+        static PlainHeap_T<char> Get() { return {}; }
     };
 
     // Fills a list and clears it. The time is that of one node.

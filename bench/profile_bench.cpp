@@ -13,8 +13,9 @@
 
 namespace
 {
-    constexpr std::size_t BATCH_SIZE = 4 + std::size_t{ MAX_TIMERS_TOTAL } * 2504;   // bytes of 512 records in a file
-    constexpr std::chrono::milliseconds PAUSE(10);   // for the write; the next one comes 150 frames later
+    // Bytes of a batch in a file: the number of its records, and the most of them.
+    constexpr std::size_t BATCH_SIZE = sizeof(std::uint32_t) + MAX_TIMERS_TOTAL * sizeof(profiler::timer_t);
+    constexpr std::chrono::milliseconds PAUSE(10);   // for the write; the next one comes PROFILER_FRAMES later
 
     // A running profiler for a benchmark, with the root and timers below it.
     struct Profiler_s

@@ -240,9 +240,10 @@ namespace
         for (auto _ : State)
         {
             int const iFile = open(Place.sPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-            for (std::size_t i = 0; i < Bytes.size(); i += 4096)
+            constexpr std::size_t BUFFER = BufferedWriteable_c::BUFSIZE;
+            for (std::size_t i = 0; i < Bytes.size(); i += BUFFER)
             {
-                std::size_t const nBytes = std::min<std::size_t>(4096, Bytes.size() - i);
+                std::size_t const nBytes = std::min(BUFFER, Bytes.size() - i);
                 Require(write(iFile, Bytes.data() + i, nBytes) == static_cast<ssize_t>(nBytes));
             }
             Require(close(iFile) == 0);

@@ -14,21 +14,20 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         }
         return Names;
     }();
-    constexpr std::size_t WORD = 4;
     std::string const sArchive(pData, pData + nSize);
-    if (nSize < WORD)
+    if (nSize < ARCHIVE_WORD)
     {
         return 0;
     }
     ArchiveScan_t const Scan = ScanArchive(sArchive, s_Names);
-    std::size_t nAt = WORD;
+    std::size_t nAt = ARCHIVE_WORD;
     for (ArchivePart_t const & Part : Scan.dParts)
     {
         Require(Part.nAt == nAt && Part.nBytes > 0 && Part.nBytes <= nSize - nAt && Part.nDepth >= 0);
         nAt += Part.nBytes;
         if (Part.eKind == ArchivePart_e::Text)
         {
-            Require(sArchive.substr(Part.nAt + WORD, Part.sName.size()) == Part.sName);
+            Require(sArchive.substr(Part.nAt + ARCHIVE_WORD, Part.sName.size()) == Part.sName);
         }
         if (Part.eKind == ArchivePart_e::Chunk)
         {

@@ -5,6 +5,7 @@
 #include "platform/faults.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/cmemory.h"
+#include "zqcore/cstring.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -114,8 +115,7 @@ private:
 /// Returns the text with its ASCII capitals in lower case.
 inline std::string Lower(std::string sText)
 {
-    std::transform(sText.begin(), sText.end(), sText.begin(),
-        [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    std::ranges::transform(sText, sText.begin(), CharToLower);
     return sText;
 }
 

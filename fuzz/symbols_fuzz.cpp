@@ -29,7 +29,7 @@ namespace
             nValue = cKind & 4 ? g_pInput->Get<std::uint64_t>() : g_pInput->Get();
         }
         static void * const s_pPage =
-            mmap(reinterpret_cast<void *>(0x100000), 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            mmap(reinterpret_cast<void *>(0x100000), plat::SYMBOL_PAGE, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         Answer.dValues[2] += cKind & 32 ? reinterpret_cast<std::uintptr_t>(s_pPage) : 0;   // of a variable, the address
         std::size_t const nTaken = g_pInput->Take(nText).copy(Answer.szText, nText);
         std::memset(Answer.szText + nTaken, 'x', cKind & 8 ? plat::SYMBOL_TEXT - nTaken : 0);
@@ -52,8 +52,8 @@ namespace
         case 1:
             return Require(!Symbols.NextVariable(&Variable) || std::memchr(Variable.szName, 0, sizeof Variable.szName));
         case 2:
-            return Require(
-                Symbols.TypeMembers(n) <= 1024 && Symbols.TypeMember(n, n, &Member) + Symbols.TypeBase(n) >= 0);
+            return Require(Symbols.TypeMembers(n) <= plat::SYMBOL_MEMBERS
+                           && Symbols.TypeMember(n, n, &Member) + Symbols.TypeBase(n) >= 0);
         case 3:
             Require(Symbols.FunctionAt(n, sText.data(), n + 1, &nDisplacement) || sText[0] == '\0');
             break;

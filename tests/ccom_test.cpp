@@ -135,8 +135,9 @@ TEST(ComObject, ReleaseOfWhatIsNoObjectFailsItsConditionAndTouchesNothing)
 
     for (auto const & [szWhat, p, szCondition] :
         { std::tuple<char const *, void const *, char const *>{ "null", nullptr, UNREADABLE },
-            { "small", reinterpret_cast<void *>(16), UNREADABLE }, { "unmapped", pPage + PAGE_BYTES, UNREADABLE },
-            { "runs out of its page", pPage + PAGE_BYTES - 8, UNREADABLE },
+            { "small", reinterpret_cast<void *>(16), UNREADABLE },
+            { "unmapped", pPage + plat::MEMORY_PAGE, UNREADABLE },
+            { "runs out of its page", pPage + plat::MEMORY_PAGE - 8, UNREADABLE },
             { "beside a held object", pPage + 256, NO_SIGNATURE }, { "text", OWNERS, NO_SIGNATURE },
             { "deleted", pDead, NO_SIGNATURE }, { "ended while referenced", pEnded, "iRefCount > 0" } })
     {
@@ -168,7 +169,7 @@ TEST(ComObject, LedgerTouchesItsMemoryAsItIsUsedAndEndsAtItsLimit)
         }
         std::fprintf(stderr, "%i free, %i left, %s; %i free; %li pages", nFree, nLeft, sFailed.c_str(),
             ComObject_c::GetFreeReferences(), nCounted);
-        std::_Exit(nCounted < COM_REFERENCES * long{ sizeof(ComDebug_t) } / 4096 / 8 ? 0 : 1);
+        std::_Exit(nCounted < COM_REFERENCES * long{ sizeof(ComDebug_t) } / long{ plat::MEMORY_PAGE } / 8 ? 0 : 1);
     };
     // A process of its own, where no record was ever used.
     EXPECT_EXIT(UseAll(), testing::ExitedWithCode(0), "^200000 free, 0 left, m_pEmptyList; 200000 free");

@@ -440,7 +440,7 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
     EXPECT_EACH(s_Inside.Wait(), s_Inside.Wait());
     EXPECT_EQ(StatusOfChild(StartChild([] { return Warning("heard in the child"), s_nHeard; })), 3);
     Other.join();
-    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
+    NEEDS_FORKS;
     auto const End = [](char const * szText)
     {
         static std::thread s_Waits;

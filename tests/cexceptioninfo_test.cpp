@@ -162,7 +162,7 @@ TEST_F(ExceptionInfo, ThreadHandlesOneFaultAtATimeAndOnlyWhileItRuns)
 
 TEST_F(ExceptionInfo, AForkedChildHasNoDialogOfAnotherThread)
 {
-    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
+    NEEDS_FORKS;
     static plat::Event_c s_Shown, s_Answer;
     static int s_nShown;
     auto const Answer = [](plat::Dialog_t const &)
@@ -304,7 +304,7 @@ TEST_F(ExceptionInfo, SecondDialogThatFaultsHoldsNoLaterComplaint)
 
 TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
 {
-    SKIP_IF(!SharesMemoryUntilExec(), "a child of vfork has its own memory, so no program starts from a fault");
+    NEEDS_VFORK;
     TempFolder_c const Folder;
     CurrentFolderScope_c const Current(Folder.GetPath());
     Fault_s const Fault(plat::FAULT_INTEGER_DIVIDE);
@@ -326,7 +326,7 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
 // The thread that faulted holds the heap's lock, and the folder is spelled in another way on disk.
 TEST_F(ExceptionInfo, YesStartsTheRemoteDebuggerWithoutTheHeap)
 {
-    SKIP_IF(!SharesMemoryUntilExec(), "a child of vfork has its own memory, so no program starts from a fault");
+    NEEDS_VFORK;
     TempFolder_c const Folder;
     std::filesystem::permissions(
         Folder.Write("remotedebug/rdebug.cmd", "#!/bin/sh\n"), std::filesystem::perms::owner_all);

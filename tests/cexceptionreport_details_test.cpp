@@ -66,7 +66,7 @@ protected:
     void SetUp() override
     {
         CrashTest::SetUp();
-        SKIP_IF(!fs::exists(ZQSYMBOLS_PATH), "zqsymbols is not built here: libdw was not found");
+        NEEDS_ZQSYMBOLS;
     }
 };
 

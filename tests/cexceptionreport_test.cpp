@@ -205,7 +205,7 @@ TEST_F(CrashReport, OutlivesItsHelperAndItsOwnFaults)
 
 TEST_F(CrashReport, NamesFunctionsLinesAndVariables)
 {
-    SKIP_IF(!fs::exists(ZQSYMBOLS_PATH), "zqsymbols is not built here: libdw was not found");
+    NEEDS_ZQSYMBOLS;
     Crash_t const Crash = RunAlone("read", ZQSYMBOLS_PATH);
     char const FRAME[] = "ReadNowhere\\+[0-9A-F]+   [^ ]*/tests/crasher/nowhere.h\\([0-9]+\\): return "
                          "\\*static_cast<int volatile \\*>\\(g_pNowhere\\)";
@@ -235,7 +235,7 @@ TEST_F(CrashReport, ListsInstructionsAndLinesInFull)
 {
     EXPECT_THAT(RunAlone("interrupted").sReport,
         ContainsRegex("ud2 +<--------- FAULT!!!\n(.*: nop *\n){124}.*: mov    eax,00000078\n\n\n="));
-    SKIP_IF(!fs::exists(ZQSYMBOLS_PATH), "zqsymbols is not built here: libdw was not found");
+    NEEDS_ZQSYMBOLS;
     std::string const sReport = RunAlone("gap", ZQSYMBOLS_PATH).sReport;
     std::size_t nAt = sReport.find("FAULT!!!\n");
     for (int iLine = 1002; iLine <= 1201; ++iLine)
@@ -247,7 +247,7 @@ TEST_F(CrashReport, ListsInstructionsAndLinesInFull)
 
 TEST_F(CrashReport, NamesAnInterruptedFunctionByTheInstructionItself)
 {
-    SKIP_IF(!fs::exists(ZQSYMBOLS_PATH), "zqsymbols is not built here: libdw was not found");
+    NEEDS_ZQSYMBOLS;
     Crash_t const Crash = RunAlone("handler", ZQSYMBOLS_PATH);
     EXPECT_THAT(Crash.sReport, HasSubstr("  Interrupted+0  "));
     EXPECT_THAT(Crash.sDetails, HasSubstr(" Interrupted+0\n"));

@@ -271,7 +271,7 @@ TEST_F(FileTest, OfLikeNamedFilesTheFirstOpensWithAWarning)
 
 TEST_F(FileTest, StreamsOnlyWhatNobodyWritesAndWhenReadingIsAllowed)
 {
-    SKIP_IF(!LeasesSeeWriters(), "leases do not show a writer here");
+    NEEDS_LEASES;
     Make({ { "a.bin", "x" } });
     ASSERT_TRUE(Scan());
     std::ptrdiff_t const nBlocks = FileBlocks();

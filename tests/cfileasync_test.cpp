@@ -239,7 +239,7 @@ TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
 
 TEST_F(FileAsyncTest, AForkLeavesTheChildItsFilesAndAWorkerOfItsOwn)
 {
-    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
+    NEEDS_FORKS;
     Start();
     File_c * const pFile = FileStream("b.txt");
     SlowFile_s Slow;

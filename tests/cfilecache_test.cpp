@@ -71,8 +71,7 @@ TEST_F(FileCacheTest, WritesTheExampleOfTheFormatsPageAndReadsItInAnotherPlace)
     FileStream("ogre.csv")->ftCreationTime = 0x01DA3C89A0B3C0FF;
     FileStream("lone.csv")->pPath = nullptr;
     FilesystemCacheSave("media\\FilesystemCache.bin");
-    EXPECT_EQ(Hex(m_Folder.Read("media/filesystemcache.bin")),
-        DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "filesystemcache"));
+    EXPECT_EQ(Hex(m_Folder.Read("media/filesystemcache.bin")), DumpOfPage(FORMATS_PAGE, "filesystemcache"));
     FileReset();
     fs::rename("media", "Moved");
     SetPQXMediaPath((m_Folder.Join("Moved") + "\\/").c_str());
@@ -133,7 +132,7 @@ TEST_F(FileCacheTest, TheModuleDropsWhatChangesInARunBeforeTheSave)
 
 TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
 {
-    SKIP_IF(!std::filesystem::exists(ZQTOOL_PATH), "zqtool is not built here");
+    NEEDS_ZQTOOL;
     std::string const sWhole = Cache({ "\\", "\\s\\" }, { { "\\", "a.txt" }, { "\\s\\", "b" } }), sHead = Word(0x10002);
     EXPECT_TRUE(SurvivesAlone(sWhole));
     EXPECT_EQ(g_sPaths.FindByName(Folded("outside\\").c_str()), nullptr) << "no folder of media";

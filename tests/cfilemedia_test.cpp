@@ -123,7 +123,7 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
 
 TEST_F(FileMediaTest, TheIdleHeartbeatReportsChangesUntilTheShutdown)
 {
-    SKIP_IF(!WatchesReportWrites(), "watches report no change here");
+    NEEDS_WATCHES;
     Make({ { "a.txt", "x" }, { "b.skip", "x" } });
     SetPQXMediaPath(m_Folder.GetPath().c_str());
     g_FileTrackChangesCallbacker.Add(NoteReport, false);

@@ -96,7 +96,7 @@ TEST_F(FileSave, EachChangeOfASaveIsNoticed)
     FileSave_c Save(m_sPath.c_str());
     EXPECT_EACH(Load(Save) == -FileSave_c::ABSENT, Store(Save, 7), Load(Save) == 7);
     std::string const sWhole = m_Folder.Read("one.sav");
-    EXPECT_EQ(Hex(sWhole), DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "save"));
+    EXPECT_EQ(Hex(sWhole), DumpOfPage(FORMATS_PAGE, "save"));
     EXPECT_EQ(fs::status(m_sPath).permissions(), fs::perms(0600));
     for (std::size_t i = 0; i < sWhole.size(); ++i)
     {

@@ -33,7 +33,7 @@ namespace
             g_fnTrackSleep = m_fnSleep;
         }
 
-        void SetUp() override { SKIP_IF(!WatchesReportWrites(), "watches report nothing here"); }
+        void SetUp() override { NEEDS_WATCHES; }
 
         void Track()
         {
@@ -161,7 +161,7 @@ TEST_F(FileTrack, AChildOfAForkWatchesForItself)
 
 TEST_F(FileTrack, WaitsForWritersWithinLimits)
 {
-    SKIP_IF(!LeasesSeeWriters(), "leases do not show a writer here");
+    NEEDS_LEASES;
     Track();
     // Tries that find the file open, the names reported, and the number in the line, 0 for no line.
     for (auto const & [nHeld, szReported, nSaid] : Rows_t<int, char const *, int>{ { 0, "a.txt b.txt", 0 },

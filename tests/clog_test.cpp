@@ -20,11 +20,6 @@ namespace
     using testing::MatchesRegex;
     namespace fs = std::filesystem;
 
-    std::wstring Wide(std::string const & sText)
-    {
-        return std::wstring(sText.begin(), sText.end());
-    }
-
     // Compares with what printf writes where wide text is UTF-8, in any locale.
     void ExpectLikePrintf(std::size_t nSize, char const * fmt, ...)
     {

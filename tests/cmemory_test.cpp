@@ -291,26 +291,27 @@ TEST(Memory, AlignedOperationsReportMisuse)
         EXPECT_EQ(Reports.Take(), szReport);
         EXPECT_EQ(errno, EINVAL);
     }
-    auto const At = [](void * p) { return std::string(NewString("0x%08zX", reinterpret_cast<std::size_t>(p))); };
     void * const pPlain = plat::HeapAlloc(100, 4, nullptr, 0);
     aligned_free_dbg(pPlain);
-    EXPECT_EQ(Reports.Take(), "The block at " + At(pPlain) + " was not allocated by _aligned routines, use free()");
+    EXPECT_EQ(
+        Reports.Take(), "The block at " + AddressText(pPlain) + " was not allocated by _aligned routines, use free()");
     EXPECT_EQ(aligned_realloc_dbg(pPlain, 5, 4, 4, nullptr, 0), nullptr);
-    EXPECT_EQ(Reports.Take(), "The block at " + At(pPlain) + " was not allocated by _aligned routines, use realloc()");
+    EXPECT_EQ(Reports.Take(),
+        "The block at " + AddressText(pPlain) + " was not allocated by _aligned routines, use realloc()");
     EXPECT_EQ(get_aligned_from_block(pPlain, 16, 0), nullptr);
-    EXPECT_EQ(Reports.Take(), "The Block at " + At(pPlain) + " was not allocated by aligned routines");
+    EXPECT_EQ(Reports.Take(), "The Block at " + AddressText(pPlain) + " was not allocated by aligned routines");
     plat::HeapFree(pPlain);
 
     auto * const p = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, 4, nullptr, 0));
     p[-1] = 0;
     EXPECT_EQ(get_block_from_aligned(p), nullptr);
     aligned_free_dbg(p);
-    EXPECT_EQ(Reports.Take(), "Damage before " + At(p) + " which was allocated by aligned routine\n");
+    EXPECT_EQ(Reports.Take(), "Damage before " + AddressText(p) + " which was allocated by aligned routine\n");
 
     auto * const pFront = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, 4, nullptr, 0));
     std::fill_n(pFront - 2 * sizeof(void *), 2 * sizeof(void *), 0x11);   // the address of its block, too
     aligned_free_dbg(pFront);
-    EXPECT_EQ(Reports.Take(), "Damage before " + At(pFront) + " which was allocated by aligned routine\n");
+    EXPECT_EQ(Reports.Take(), "Damage before " + AddressText(pFront) + " which was allocated by aligned routine\n");
     plat::HeapBlock_t Block;
     EXPECT_FALSE(plat::HeapFindBlock(pFront, Block));
 
@@ -320,9 +321,10 @@ TEST(Memory, AlignedOperationsReportMisuse)
     {
         aligned_free_dbg(pForeign);
     }
-    std::string const sForeign = "Damage before " + At(dForeign + 32)
+    std::string const sForeign = "Damage before " + AddressText(dForeign + 32)
                                  + " which was allocated by aligned routine\nNo live block of this heap starts at "
-                                 + At(dForeign + 32) + ": freed already, or another heap's. It is left alone.\n";
+                                 + AddressText(dForeign + 32)
+                                 + ": freed already, or another heap's. It is left alone.\n";
     EXPECT_EQ(Reports.Take(), sForeign + sForeign);
 }
 

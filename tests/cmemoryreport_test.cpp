@@ -34,7 +34,7 @@ namespace
     {
         auto const Run = [&]
         {
-            ModuleLog_c::SetLogPath(std::wstring(Folder.GetPath().begin(), Folder.GetPath().end()).c_str());
+            ModuleLog_c::SetLogPath(Wide(Folder.GetPath()).c_str());
             StartModule(ModuleLog_c::Get());
             fnRun();
             return static_cast<int>(testing::Test::HasFailure());

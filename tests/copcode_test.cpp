@@ -246,7 +246,7 @@ TEST(Opcode, ExpandsTheTableExactlyAndRefusesADamagedOne)
 
 TEST(ZqtoolDisasm, ListsAFileOfAnyLength)
 {
-    SKIP_IF(!std::filesystem::exists(ZQTOOL_PATH), "zqtool is not built here");
+    NEEDS_ZQTOOL;
     TempFolder_c const Folder;
     std::string const sFile = Folder.Write("code.bin", std::string(1500, '\x90') + "\xE9\xFB\xFF\xFF\xFF\x66");
     Result_s const Result = RunTool("disasm --bits 32 --base 0x1000 " + sFile);

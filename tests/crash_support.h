@@ -67,8 +67,5 @@ inline std::string WriteHelper(TempFolder_c const & Folder, std::string const & 
 class CrashTest : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        SKIP_IF(!SharesMemoryUntilExec(), "a child of vfork has its own memory, so no program starts from a fault");
-    }
+    void SetUp() override { NEEDS_VFORK; }
 };

@@ -28,8 +28,7 @@ namespace
 
     std::string Lower(std::string sText)
     {
-        std::transform(sText.begin(), sText.end(), sText.begin(),
-            [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+        std::ranges::transform(sText, sText.begin(), CharToLower);
         return sText;
     }
 
@@ -248,7 +247,7 @@ TEST_F(RegistryTest, ListsKeysWithTheirFigures)
     EXPECT_EQ(Figures(Registry), (std::vector{ 5, 3, 2, 12, 4 }));
     _tag_KEY_INFO Info;
     EXPECT_TRUE(Registry.GetKeyInfo(&Info));
-    auto const tNow = static_cast<plat::FileTime_t>(std::time(nullptr) + 11644473600) * 10000000;
+    std::int64_t const tNow = (std::time(nullptr) + plat::FILE_TIME_SECONDS_TO_1970) * plat::FILE_TIME_TICKS;
     EXPECT_NEAR(static_cast<double>(Info.ftLastWrite), static_cast<double>(tNow), 1e8);
     plat::RegistrySetPlatform(2);
     Registry_c Doubled;
@@ -368,8 +367,7 @@ TEST_F(RegistryTest, ReadsNoValueFromADamagedFile)
     EXPECT_EQ(m_Folder.Read("user/key/@key").substr(20), "Key");
     Registry_c Registry;
     EXPECT_EACH(Registry.OpenKey("Key", 0), Registry.WriteValue("Width", 1024));
-    EXPECT_EQ(Hex(m_Folder.Read("user/key/=width")),
-        DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "registryrecord"));
+    EXPECT_EQ(Hex(m_Folder.Read("user/key/=width")), DumpOfPage(FORMATS_PAGE, "registryrecord"));
     EXPECT_TRUE(Registry.WriteData((std::string(254, 'N') + ".").c_str(), "", 0));
     EXPECT_TRUE(fs::exists(m_Folder.Join("user/key/=" + std::string(237, 'n') + "~C2C9B77716554469")));
     for (std::size_t iByte = 0; iByte < sWhole.size(); ++iByte)

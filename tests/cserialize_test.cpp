@@ -97,7 +97,7 @@ static_assert(ArchiveValue_T<std::int64_t> && ArchiveValue_T<long> == std::is_sa
 
 TEST(Serialize, WritesAndReadsTheExampleOfTheFormatsPage)
 {
-    EXPECT_EQ(Hex(SavedExample()), DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "archive"));
+    EXPECT_EQ(Hex(SavedExample()), DumpOfPage(FORMATS_PAGE, "archive"));
     Example_s Read{ 0, 0, "", _mm_set1_ps(5), 0 };
     EXPECT_TRUE(Loaded(SavedExample(), VERSION, [&](A & a) { Read.Serialize(a); }));
     EXPECT_EQ(std::tuple(Read.iHealth, Read.fSpeed, std::string(Read.sName), Read.fRest, Read.bEmpty),
@@ -351,7 +351,7 @@ TEST(Serialize, AWriterHoldsItsFileAndTakesNoMemory)
         EXPECT_EACH(!Other.Open(), Other.IsFailed(), !Other.Serialize(&Other, 9999), Other.Close());
         EXPECT_EQ(Other.GetFileName(), sOther);
     }
-    EXPECT_EQ(Folder.Read("taken.bin").size(), 8192u);
+    EXPECT_EQ(Folder.Read("taken.bin").size(), 2u * BufferedWriteable_c::BUFSIZE);
     EXPECT_EQ(Dialogs.CountHolding("f.arc' failed!"), 1) << "the open tracker hears of it";
 }
 

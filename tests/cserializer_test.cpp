@@ -1,4 +1,5 @@
 #include "platform/checker.h"
+#include "platform/memory.h"
 #include "zqcore/cserializer.h"
 
 #include "tests/coverage.h"
@@ -112,7 +113,7 @@ TEST_F(Serializer, WritesTheExampleOfTheFormatsPage)
             Units.WritePointer(a, pUnit);
             Units.WritePointer(a, pUnit);
         });
-    EXPECT_EQ(Hex(sBytes), DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "graph"));
+    EXPECT_EQ(Hex(sBytes), DumpOfPage(FORMATS_PAGE, "graph"));
     EXPECT_EQ(Hex(Stored(1, [](A & a) { Serializer_c::StartSerialize(a, false); })), "01 00 00 00 E9 CB 02 00");
 }
 
@@ -143,7 +144,8 @@ TEST(SerializerDeathTest, TheTableTakesMemoryWhereItIsUsedUntilItIsFull)
         {
             nNew += Access::AddVoidToCache(At(n * 8), &iSlot);
         }
-        bool const bGrew = ResidentPages() - nBefore >= Serializer_c::HASH_SIZE / 4096 * long{ sizeof(void *) };
+        bool const bGrew =
+            ResidentPages() - nBefore >= Serializer_c::HASH_SIZE / long{ plat::MEMORY_PAGE } * long{ sizeof(void *) };
         bool const bFull = !SurvivesWithoutAbort([&] { Access::AddVoidToCache(At(4), &iSlot); });
         EndChild(bGrew && bFull && nNew == Serializer_c::HASH_SIZE ? 0 : 1);
     };

@@ -1,9 +1,8 @@
 #include "zqcore/cserializestd.h"
 
 #include "tests/archive_support.h"
+#include "tests/memory_support.h"
 #include "tests/test_support.h"
-
-#include "zqcore/cmemory.h"
 
 #include <deque>
 #include <list>
@@ -91,7 +90,7 @@ TEST(SerializeStd, WritesAndReadsTheExampleOfTheFormatsPage)
 {
     Types_s Types = Example(), Read;
     std::string const sBytes = Saved(Types);
-    EXPECT_EQ(Hex(sBytes), DumpOfPage(TEST_MEDIA_FOLDER "/../../docs/formats.md", "types"));
+    EXPECT_EQ(Hex(sBytes), DumpOfPage(FORMATS_PAGE, "types"));
     EXPECT_TRUE(LoadsInto(Read, sBytes));
     EXPECT_EQ(Read, Types);
 }
@@ -144,10 +143,7 @@ TEST(SerializeStd, DamageFailsTheArchiveAndTakesLittleMemory)
                      "wwwwwwww" /* array */ "ffff"
                      "ffffwwwwwffff"
                      "ffffwwwwwffffffffwwwwf" /* map */ "ffffwwwwwwwww");
-    mem::CategoryInfo dInfo[mem::TOTAL];
-    std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
-    MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
-    EXPECT_LT(dInfo[mem::DataBase].iMaxBytes, 30000);
+    EXPECT_LT(InfoOf(mem::DataBase).iMaxBytes, 30000);
 }
 
 // What the compiler says of each type that an archive refuses.

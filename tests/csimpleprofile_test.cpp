@@ -123,7 +123,7 @@ TEST(SimpleProfile, OneThreadAtATimeIsInAContext)
 
 TEST(SimpleProfile, AForkedChildIsInItsOwnContextsAlone)
 {
-    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
+    NEEDS_FORKS;
     std::latch Inside(2), Forked(2);
     std::thread Other(
         [&]

@@ -159,7 +159,7 @@ namespace
 
 TEST_F(TextError, TheExamplesOfTheDocsAreReadOrRefusedAsShown)
 {
-    std::ifstream Page(TEST_MEDIA_FOLDER "/../../docs/formats.md");
+    std::ifstream Page(FORMATS_PAGE);
     std::map<std::string, std::string> dBlocks;
     std::string sBlock;
     int nRefused = 0;

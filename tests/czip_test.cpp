@@ -180,7 +180,7 @@ TEST_F(FileZipTest, MountsOverOrUnderAndUnmountsWhenNothingIsInUse)
     ASSERT_TRUE(Mount("1.zip", ZipOrder_e::Under));
     EXPECT_EACH(Opened("a.txt") == "folder", Opened("new.txt") == "one");
 
-    SKIP_IF(!std::filesystem::exists(ZQTOOL_PATH), "zqtool is not built here");
+    NEEDS_ZQTOOL;
     EXPECT_EQ(RunTool("tree --find a.txt " + m_Folder.GetPath() + " " + m_Folder.Join("1.zip")).sOutput,
         "a.txt opens " + m_Folder.Join("1.zip/a.txt") + ", 3 bytes\n  not " + m_Folder.Join("a.txt")
             + ": a file of an archive has its name\n");

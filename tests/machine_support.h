@@ -2,6 +2,7 @@
 // tests need of the system.
 #pragma once
 
+#include "platform/memory.h"
 #include "tests/test_support.h"
 
 #include <cerrno>
@@ -27,6 +28,13 @@
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <ucontext.h>
+
+/// Skip the test if the machine does not do what it needs.
+#define NEEDS_LEASES SKIP_IF(!LeasesSeeWriters(), "leases do not show a writer here")
+#define NEEDS_WATCHES SKIP_IF(!WatchesReportWrites(), "watches report nothing here")
+#define NEEDS_FORKS SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none")
+#define NEEDS_VFORK                                                                                                    \
+    SKIP_IF(!SharesMemoryUntilExec(), "a child of vfork has its own memory, so no program starts from a fault")
 
 /// Returns whether a read lease is refused while a file is open for writing, and granted afterwards.
 inline bool LeasesSeeWriters()
@@ -201,19 +209,17 @@ inline void RefuseThreads(bool bRefuse)
     pthread_setattr_default_np(&Attributes);
 }
 
-constexpr std::size_t PAGE_BYTES = 4096;
-
 /// Returns a new page of memory with no memory after it.
 inline char * AllocateLastPage()
 {
-    void * const p = mmap(nullptr, 2 * PAGE_BYTES, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    munmap(static_cast<char *>(p) + PAGE_BYTES, PAGE_BYTES);
+    void * const p = mmap(nullptr, 2 * plat::MEMORY_PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    munmap(static_cast<char *>(p) + plat::MEMORY_PAGE, plat::MEMORY_PAGE);
     return static_cast<char *>(p);
 }
 
 inline void ReleasePage(char * pPage)
 {
-    munmap(pPage, PAGE_BYTES);
+    munmap(pPage, plat::MEMORY_PAGE);
 }
 
 /// Lets the parent process trace this one, as a debugger does.

@@ -11,14 +11,6 @@
 #include <latch>
 #include <unistd.h>
 
-namespace
-{
-    std::string At(void * p)
-    {
-        return std::string(NewString("0x%08zX", reinterpret_cast<std::size_t>(p)));
-    }
-}
-
 TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
 {
     HeapReports_c Reports;
@@ -50,13 +42,13 @@ TEST(DebugHeap, DamageIsReportedAndForeignBlocksStayAlone)
     auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(10, 4, "file.cpp", 12));
     p[-1] = 0;
     plat::HeapFree(p);
-    EXPECT_EQ(
-        Reports.Take(), "The block at " + At(p) + " is damaged in front, or none of this heap's. It is not freed.\n");
+    EXPECT_EQ(Reports.Take(),
+        "The block at " + AddressText(p) + " is damaged in front, or none of this heap's. It is not freed.\n");
     p[-1] = 0xFD;
     p[10] = 0;
     plat::HeapFree(p);
-    EXPECT_EQ(Reports.Take(),
-        "Damage after the block at " + At(p) + " of 10 bytes, category UNDEFINED, allocated at file.cpp(12).\n");
+    EXPECT_EQ(Reports.Take(), "Damage after the block at " + AddressText(p)
+                                  + " of 10 bytes, category UNDEFINED, allocated at file.cpp(12).\n");
     plat::HeapBlock_t Block;
     EXPECT_FALSE(plat::HeapFindBlock(p, Block));
 }
@@ -71,14 +63,14 @@ TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
     plat::HeapFree(pBlock);
     EXPECT_EQ(std::count(p, p + 100, 0xDD), 100);
     plat::HeapFree(pBlock);
-    EXPECT_EQ(Reports.Take(), "The block at " + At(pBlock) + " was freed already. It is left alone.\n");
+    EXPECT_EQ(Reports.Take(), "The block at " + AddressText(pBlock) + " was freed already. It is left alone.\n");
     for (std::size_t const nBytes : { 1u, 64u, 4000u, 50000u })
     {
         auto * const pOwn = static_cast<char *>(aligned_malloc_dbg(nBytes, 1024, 4, nullptr, 0));
         void * const volatile pAgain = pOwn;
         aligned_free_dbg(pOwn);
         aligned_free_dbg(pAgain);
-        EXPECT_EQ(Reports.Take(), "The block at " + At(pAgain) + " was freed already. It is left alone.\n");
+        EXPECT_EQ(Reports.Take(), "The block at " + AddressText(pAgain) + " was freed already. It is left alone.\n");
     }
 }
 
@@ -128,7 +120,7 @@ TEST(Threads, RunLockAndWakeEachOther)
 
 TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
 {
-    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
+    NEEDS_FORKS;
     std::atomic<bool> bStop = false;
     std::latch AllThere(101);
     auto const Allocate = [&](int)
@@ -168,7 +160,7 @@ TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
 
 TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)
 {
-    SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none");
+    NEEDS_FORKS;
     static plat::Lock_c s_First, s_Second;
     static plat::WakeUp_c s_Forking;
     static std::string s_sCalls;

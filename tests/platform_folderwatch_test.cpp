@@ -25,7 +25,7 @@ namespace
     class FolderWatch : public testing::Test
     {
     protected:
-        void SetUp() override { SKIP_IF(!WatchesReportWrites(), "watches report nothing here"); }
+        void SetUp() override { NEEDS_WATCHES; }
 
         // The names of the next batch, each with its end; "-" if none has come, "empty" if one was lost.
         std::u16string Batch()

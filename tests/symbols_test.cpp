@@ -147,8 +147,8 @@ class SymbolWalk : public testing::Test
 protected:
     void SetUp() override
     {
-        SKIP_IF(access(ZQSYMBOLS_PATH, X_OK) != 0, "zqsymbols is not built here: libdw was not found");
-        SKIP_IF(!SharesMemoryUntilExec(), "a child of vfork has its own memory, so no program starts from a fault");
+        NEEDS_ZQSYMBOLS;
+        NEEDS_VFORK;
         g_dLines.clear();
     }
 };

@@ -272,6 +272,22 @@ void LogCapture_c::Clear()
     m_dLines.clear();
 }
 
+std::string AddressText(void const * pMemory)
+{
+    char szText[32];
+    std::snprintf(szText, sizeof szText, "0x%08zX", reinterpret_cast<std::size_t>(pMemory));
+    return szText;
+}
+
+std::string Without(std::string sText, std::string_view sPart)
+{
+    for (std::size_t i; (i = sText.find(sPart)) != std::string::npos;)
+    {
+        sText.erase(i, sPart.size());
+    }
+    return sText;
+}
+
 std::string FailedConditions(std::function<void()> const & fnCall)
 {
     LogCapture_c const Log;

@@ -142,6 +142,11 @@ auto Ends(int iStatus, OUTPUT const & Output)
 /// Runs a command line of the shell and waits for its end. Returns its status and standard output.
 Result_s RunShell(std::string const & sCommand);
 
+/// Skip the test if a program that it runs is not built.
+#define NEEDS_ZQTOOL SKIP_IF(!std::filesystem::exists(ZQTOOL_PATH), "zqtool is not built here")
+#define NEEDS_ZQSYMBOLS                                                                                                \
+    SKIP_IF(!std::filesystem::exists(ZQSYMBOLS_PATH), "zqsymbols is not built here: libdw was not found")
+
 /// Runs zqtool. Returns its status and what it prints on both streams.
 Result_s RunTool(std::string const & sArguments);
 
@@ -270,6 +275,21 @@ private:
     static inline std::string s_sReports;
     plat::HeapReport_t m_fnPrevious = plat::HeapReportSet([](char const * szText) { s_sReports += szText; });
 };
+
+/// Returns an ASCII text as wide text.
+inline std::wstring Wide(std::string const & sText)
+{
+    return std::wstring(sText.begin(), sText.end());
+}
+
+/// Returns an address as the heap's reports show it.
+std::string AddressText(void const * pMemory);
+
+/// Removes each occurrence of a part from a text and returns the rest.
+std::string Without(std::string sText, std::string_view sPart);
+
+/// Page of the file formats, whose examples are tested.
+#define FORMATS_PAGE TEST_SOURCE_FOLDER "/docs/formats.md"
 
 /// Returns the conditions of the assertions that fail in a call, joined by " & ". Ignores each.
 std::string FailedConditions(std::function<void()> const & fnCall);

@@ -65,7 +65,7 @@ TEST(ZqHost, LeavesASaveAloneThatIsNoneOfItsOwn)
 
 TEST(ZqHost, FailsWhenItsTablesCannotBeReadOrItsOutputIsFull)
 {
-    SKIP_IF(!std::filesystem::exists(ZQTOOL_PATH), "zqtool is not built here");
+    NEEDS_ZQTOOL;
     TempFolder_c const Folder;
     std::string const sAll = "--log " + Folder.Join("log"), sStats = Folder.Join("stats");
     EXPECT_EQ(RunHost(sAll + " --stats " + sStats, TEST_MEDIA_FOLDER, "/dev/full").iStatus, 8);

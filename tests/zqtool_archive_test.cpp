@@ -15,7 +15,7 @@ namespace
     std::string Example(std::string const & sName)
     {
         std::string sBytes;
-        std::istringstream Digits(DumpOfPage(TEST_SOURCE_FOLDER "/docs/formats.md", sName));
+        std::istringstream Digits(DumpOfPage(FORMATS_PAGE, sName));
         for (std::string sByte; Digits >> sByte;)
         {
             sBytes += static_cast<char>(std::stoi(sByte, nullptr, 16));
@@ -37,13 +37,9 @@ namespace
             std::string const & sName, std::string const & sBytes, int iStatus, std::string const & sOptions)
         {
             std::string const sFile = m_Folder.Write(sName, sBytes);
-            Result_s Result = RunTool("archive " + sOptions + " " + sFile);
+            Result_s const Result = RunTool("archive " + sOptions + " " + sFile);
             EXPECT_EQ(Result.iStatus, iStatus) << Result.sOutput;
-            for (std::size_t i; (i = Result.sOutput.find(sFile)) != std::string::npos;)
-            {
-                Result.sOutput.erase(i, sFile.size());
-            }
-            return Result.sOutput;
+            return Without(Result.sOutput, sFile);
         }
 
         TempFolder_c m_Folder;

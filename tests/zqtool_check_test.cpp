@@ -14,13 +14,9 @@ namespace
     {
         TempFolder_c const Folder;
         std::string const sFile = Folder.Write(sName, sText);
-        Result_s Result = RunTool("check " + sOptions + " " + sFile);
-        for (std::size_t i; (i = Result.sOutput.find(sFile)) != std::string::npos;)
-        {
-            Result.sOutput.erase(i, sFile.size());
-        }
+        Result_s const Result = RunTool("check " + sOptions + " " + sFile);
         EXPECT_EQ(Result.iStatus, Result.sOutput.find(": no complaint\n") == std::string::npos) << Result.sOutput;
-        return Result.sOutput;
+        return Without(Result.sOutput, sFile);
     }
 
     constexpr char SCHEMA[] =

@@ -1,5 +1,6 @@
 // The pages of zqtool at the widths of a phone, a tablet and a desk, light and dark, and the page of a running program.
 #include "tests/browser_support.h"
+#include "zqcore/cprofile.h"
 
 #include <array>
 #include <cmath>
@@ -14,7 +15,7 @@ namespace
 {
     using testing::HasSubstr;
 
-    constexpr std::size_t PAGE_FRAMES = 150, PAGE_RECORD = 2504;
+    constexpr std::size_t PAGE_FRAMES = PROFILER_FRAMES, PAGE_RECORD = sizeof(profiler::timer_t);
     constexpr char PAGE_RATE[] = " --ticks-per-second 1e9 ";
 
     void Put(std::string & sBytes, std::size_t nOffset, std::uint64_t nNumber, std::size_t nBytes)
@@ -51,7 +52,7 @@ namespace
         Put(sFile, 0, PAGE_RECORD, 4);
         Put(sFile, 4, nAddress, 4);
         Put(sBatch, 0, 5, 4);
-        sBatch += Timer("", 0x80000000, At(1), 0, 0) + Timer("Application", 0x801003E6, At(2), 0, 20000000)
+        sBatch += Timer("", 0x80000000, At(1), 0, 0) + Timer("Application", ZQ_TIMER_APPLICATION, At(2), 0, 20000000)
                   + Timer("A name as long as names can be", 1, 0, At(3), 14000000) + Timer("micro", 2, 0, At(4), 700000)
                   + Timer("nano", 3, 0, 0, 450);
         for (std::size_t i = 0; i < nBatches; ++i)

@@ -11,7 +11,7 @@ namespace
     using Json_t = nlohmann::json;
     using testing::HasSubstr;
 
-    constexpr std::size_t FRAMES = 150, RECORD = 2504, TIMERS = 6, WORST = 77;
+    constexpr std::size_t FRAMES = PROFILER_FRAMES, RECORD = sizeof(profiler::timer_t), TIMERS = 6, WORST = 77;
     constexpr std::size_t BATCH_0 = 8, BATCH_1 = BATCH_0 + 4 + (TIMERS - 1) * RECORD;   // offsets in the sample
     constexpr std::uint32_t RECORD_ADDRESS = 0xFFFFF000;   // the addresses of the next records wrap around
 

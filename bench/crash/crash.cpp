@@ -1,5 +1,7 @@
 // crash.cpp: the program whose crash is measured. Its argument is what reports the crash: "ours", "backtrace_symbols",
 // "backward" or "none".
+#include "step.h"
+
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
 
@@ -11,16 +13,6 @@
 #include <execinfo.h>
 #include <unistd.h>
 
-struct Argument_t
-{
-    int nNumber;
-    double fNumber;
-    char const * szText;
-    int dNumbers[4];
-};
-
-template <int N>
-int StepInto(Argument_t const & Argument, int nDepth);
 extern template int StepInto<0>(Argument_t const & Argument, int nDepth);
 
 namespace

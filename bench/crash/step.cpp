@@ -2,16 +2,7 @@
 #include "heavy.h"
 
 #ifdef STEP
-struct Argument_t
-{
-    int nNumber;
-    double fNumber;
-    char const * szText;
-    int dNumbers[4];
-};
-
-template <int N>
-int StepInto(Argument_t const & Argument, int nDepth);
+    #include "step.h"
 
 template <>
 __attribute__((noinline)) int StepInto<STEP>(Argument_t const & Argument, int nDepth)

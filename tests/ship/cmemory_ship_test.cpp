@@ -4,6 +4,7 @@
 #include "zqcore/cmemory_internal.h"
 #include "zqcore/cmemoryreport.h"
 
+#include "tests/memory_support.h"
 #include "tests/test_support.h"
 
 #include <barrier>
@@ -17,14 +18,6 @@
 namespace
 {
     using Figures_t = std::tuple<std::ptrdiff_t, std::ptrdiff_t>;   // live blocks, live bytes
-
-    mem::CategoryInfo InfoOf(mem::Categories_e eCategory)
-    {
-        mem::CategoryInfo dInfo[mem::TOTAL];
-        std::ptrdiff_t nAllocs, nBytes, nMaxBytes;
-        MemoryCategoriesGet(dInfo, nAllocs, nBytes, nMaxBytes);
-        return dInfo[eCategory];
-    }
 
     Figures_t FiguresOf(mem::Categories_e eCategory)
     {
@@ -265,7 +258,7 @@ TEST_F(CountedShip, CallLogHasEachAllocationWhileItIsOn)
     TempFolder_c const Folder;
     auto const fnRun = [&Folder]
     {
-        ModuleLog_c::SetLogPath(std::wstring(Folder.GetPath().begin(), Folder.GetPath().end()).c_str());
+        ModuleLog_c::SetLogPath(Wide(Folder.GetPath()).c_str());
         StartModule(ModuleLog_c::Get());
         MemCategoryScope_c const Category(mem::Decals);
         for (bool const bOn : { false, true, false })

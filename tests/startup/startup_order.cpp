@@ -4,6 +4,7 @@
 //     unload   loses two blocks of a plugin, whose file is the next argument, and lists the live ones
 //     streams  has the C++ runtime keep blocks for good
 //     threads  ends while another thread allocates
+#include "tests/memory_support.h"
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
@@ -53,14 +54,6 @@ namespace
         }
     };
     Probe_c g_Probe;
-
-    mem::CategoryInfo InfoOf(mem::Categories_e eCategory)
-    {
-        mem::CategoryInfo dInfo[mem::TOTAL];
-        std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
-        MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
-        return dInfo[eCategory];
-    }
 
     bool HasGameBlocks(std::ptrdiff_t nExpected)
     {

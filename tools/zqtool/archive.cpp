@@ -2,6 +2,7 @@
 #include "platform/text.h"
 #include "tools/zqtool/archivescan.h"
 #include "tools/zqtool/arguments.h"
+#include "tools/zqtool/cachefile.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
@@ -21,7 +22,6 @@
 
 namespace
 {
-    constexpr std::size_t WORD = 4;           // bytes of a number in an archive
     constexpr std::size_t SHOWN_BYTES = 64;   // of a part that is not recognised
 
     struct Options_s
@@ -42,9 +42,7 @@ namespace
 
     std::string Hex(std::uint32_t dwValue)
     {
-        char szValue[16];
-        std::snprintf(szValue, sizeof szValue, "0x%08" PRIX32, dwValue);
-        return szValue;
+        return "0x" + HexWord(dwValue);
     }
 
     // Returns whether an archive is a file system cache. A cache has these marks:
@@ -53,15 +51,15 @@ namespace
     // - the checksum of that text.
     bool IsCache(std::string_view sArchive)
     {
-        constexpr std::size_t TEXT = 4 * WORD;
-        if (sArchive.size() <= TEXT || ReadAs<std::uint32_t>(sArchive, 0) >> 16 != FILESYSTEMCACHE_VERSION >> 16)
+        constexpr std::size_t TEXT = 4 * ARCHIVE_WORD;
+        if (sArchive.size() <= TEXT || !IsCacheVersion(ReadAs<std::uint32_t>(sArchive, 0)))
         {
             return false;
         }
-        auto const nText = ReadAs<std::uint32_t>(sArchive, 3 * WORD);
+        auto const nText = ReadAs<std::uint32_t>(sArchive, 3 * ARCHIVE_WORD);
         return nText > 0 && nText < sArchive.size() - TEXT && sArchive[TEXT] == '\\'
                && GetCrc32Polynomial(sArchive.data() + TEXT, static_cast<int>(nText))
-                      == ReadAs<std::uint32_t>(sArchive, 2 * WORD);
+                      == ReadAs<std::uint32_t>(sArchive, 2 * ARCHIVE_WORD);
     }
 
     // Returns whether a file has the name of one of these:
@@ -70,7 +68,7 @@ namespace
     // - a save that was put aside (".sav.old", ".sav.old1").
     bool HasSaveName(std::string_view sFile)
     {
-        std::size_t const nEnd = sFile.find_last_not_of("0123456789") + 1;
+        std::size_t const nEnd = sFile.find_last_not_of(DECIMAL_DIGITS) + 1;
         bool const bNumber = nEnd < sFile.size();
         sFile = sFile.substr(0, nEnd);
         return sFile.ends_with(".sav.old") || sFile.ends_with(bNumber ? ".sav." : ".sav");
@@ -121,7 +119,7 @@ namespace
     {
         std::string const & sBytes = Archive.sBytes;
         Archive.nArchive = sBytes.size();
-        if (sBytes.size() >= WORD)
+        if (sBytes.size() >= ARCHIVE_WORD)
         {
             Archive.dwVersion = ReadAs<std::uint32_t>(sBytes, 0);
         }
@@ -134,11 +132,11 @@ namespace
         }
         else if (Archive.Save.bChecksum)
         {
-            Archive.nArchive -= WORD;
+            Archive.nArchive -= ARCHIVE_WORD;
         }
         std::string_view const sArchive = std::string_view(sBytes).substr(0, Archive.nArchive);
         Archive.bCache = !Archive.bSave && IsCache(sArchive);
-        if (sArchive.size() < WORD)
+        if (sArchive.size() < ARCHIVE_WORD)
         {
             Archive.Scan.dProblems.push_back({ sArchive.size(), "the archive ends before its version" });
         }
@@ -347,9 +345,9 @@ namespace
                 return;
             }
             std::string const & sBytes = Archive.sBytes;
-            auto const nLength = ReadAs<std::uint64_t>(sBytes, Archive.nArchive + WORD);
-            auto const dwCrc = ReadAs<std::uint32_t>(sBytes, sBytes.size() - WORD);
-            auto const dwFound = GetCrc32Polynomial(sBytes.data(), static_cast<int>(sBytes.size() - WORD));
+            auto const nLength = ReadAs<std::uint64_t>(sBytes, Archive.nArchive + ARCHIVE_WORD);
+            auto const dwCrc = ReadAs<std::uint32_t>(sBytes, sBytes.size() - ARCHIVE_WORD);
+            auto const dwFound = GetCrc32Polynomial(sBytes.data(), static_cast<int>(sBytes.size() - ARCHIVE_WORD));
             std::printf("%08zX  seal, version %c, %" PRIu64 " bytes%s, CRC-32 %s%s\n", Archive.nArchive,
                 sBytes[Archive.nArchive + 3], nLength,
                 nLength == Archive.nArchive ? "" : (" of " + std::to_string(Archive.nArchive)).c_str(),
@@ -474,7 +472,7 @@ CommandRun_t PrepareArchive(Arguments_c & Arguments)
         .SetReader([pOptions](std::string const & sText) { return ReadVersion(sText, pOptions->dwReads.emplace()); });
     Arguments.AddFlag(
         "--raw", pOptions->bRaw, "print all bytes that are not recognised, not the first 64 of each part");
-    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.AddJson(pOptions->bJson);
     Arguments.SetFooter("Example: zqtool archive --names names.txt saves/one.sav");
     return [pOptions] { return Viewer_c(*pOptions).Run(); };
 }

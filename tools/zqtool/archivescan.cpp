@@ -9,11 +9,15 @@
 
 namespace
 {
-    constexpr std::size_t WORD = 4;
-    constexpr std::uint32_t UNFINISHED = 0xFFFFFFFF;   // length of a chunk that was not ended
-    constexpr std::int32_t LEAST_TEXT = 3;             // shorter ones look like numbers
-    constexpr std::int32_t MOST_TEXT = 0xFFFFFF;       // so that a length is not printable, and no text is tested twice
-    constexpr std::size_t MOST_PROBLEMS = 1000;        // later ones say nothing new
+    constexpr std::int32_t LEAST_TEXT = 3;         // shorter ones look like numbers
+    constexpr std::int32_t MOST_TEXT = 0xFFFFFF;   // so that a length is not printable, and no text is tested twice
+    constexpr std::size_t MOST_PROBLEMS = 1000;    // later ones say nothing new
+
+    // Shows a constant that the archives have for themselves.
+    struct ArchiveLayout_s : Serializeable_c
+    {
+        using Serializeable_c::UNFINISHED;
+    };
 
     class Scan_c
     {
@@ -26,7 +30,7 @@ namespace
         ArchiveScan_t Run()
         {
             FindChain();
-            Scan(WORD, m_sArchive.size());
+            Scan(ARCHIVE_WORD, m_sArchive.size());
             return std::move(m_Result);
         }
 
@@ -34,7 +38,7 @@ namespace
         std::uint32_t Word(std::size_t nAt) const
         {
             std::uint32_t dwWord;
-            std::memcpy(&dwWord, m_sArchive.data() + nAt, WORD);
+            std::memcpy(&dwWord, m_sArchive.data() + nAt, ARCHIVE_WORD);
             return dwWord;
         }
         std::int32_t Int(std::size_t nAt) const { return static_cast<std::int32_t>(Word(nAt)); }
@@ -50,27 +54,29 @@ namespace
         // Returns the end of a chunk by its length, or 0 if there is no chunk or it does not end in the archive.
         std::size_t EndOfChunk(std::size_t nAt) const
         {
-            if (m_sArchive.size() - nAt < 2 * WORD)
+            if (m_sArchive.size() - nAt < 2 * ARCHIVE_WORD)
             {
                 return 0;
             }
-            std::uint32_t const nLength = Word(nAt + WORD);
-            return nLength >= WORD && nLength <= m_sArchive.size() - nAt - WORD ? nAt + WORD + nLength : 0;
+            std::uint32_t const nLength = Word(nAt + ARCHIVE_WORD);
+            return nLength >= ARCHIVE_WORD && nLength <= m_sArchive.size() - nAt - ARCHIVE_WORD
+                       ? nAt + ARCHIVE_WORD + nLength
+                       : 0;
         }
 
         // Finds the chunks without known names: those that follow one another from the version word to the end. The
         // last of several may be unfinished.
         void FindChain()
         {
-            std::size_t nAt = WORD;
+            std::size_t nAt = ARCHIVE_WORD;
             std::size_t nChunks = 0;
             while (nAt < m_sArchive.size() && EndOfChunk(nAt) != 0)
             {
                 nAt = EndOfChunk(nAt);
                 ++nChunks;
             }
-            bool const bUnfinished =
-                nChunks > 0 && m_sArchive.size() - nAt >= 2 * WORD && Word(nAt + WORD) == UNFINISHED;
+            bool const bUnfinished = nChunks > 0 && m_sArchive.size() - nAt >= 2 * ARCHIVE_WORD
+                                     && Word(nAt + ARCHIVE_WORD) == ArchiveLayout_s::UNFINISHED;
             if (nChunks > 0 && (nAt == m_sArchive.size() || bUnfinished))
             {
                 m_nChainEnd = bUnfinished ? nAt + 1 : nAt;   // the unfinished one begins at nAt
@@ -84,7 +90,7 @@ namespace
             std::size_t const nRun = std::exchange(m_nRun, nFrom);
             for (std::size_t nAt = nFrom; nAt < nTo;)
             {
-                std::size_t const nNext = nTo - nAt >= WORD ? Step(nAt, nTo) : nAt;
+                std::size_t const nNext = nTo - nAt >= ARCHIVE_WORD ? Step(nAt, nTo) : nAt;
                 nAt = nNext > nAt ? nNext : nAt + 1;
             }
             AddRun(nTo);
@@ -139,7 +145,7 @@ namespace
             case SERIALIZER_END.dwLabel:
                 return AddObjectEnd(nAt);
             case SERIALIZER_PLAIN.dwLabel:
-                return AddWithIdentifier({ ArchivePart_e::Pointer, nAt, WORD });
+                return AddWithIdentifier({ ArchivePart_e::Pointer, nAt, ARCHIVE_WORD });
             case SERIALIZER_REGISTERED.dwLabel:
                 return AddRegistered(nAt, nTo);
             default:
@@ -147,7 +153,7 @@ namespace
             }
             if (std::string const * const pLabel = m_Names.Label(dwWord))
             {
-                return Add({ ArchivePart_e::Label, nAt, WORD, 0, *pLabel });
+                return Add({ ArchivePart_e::Label, nAt, ARCHIVE_WORD, 0, *pLabel });
             }
             return AddText(nAt, nTo);
         }
@@ -155,7 +161,7 @@ namespace
         std::size_t AddChunk(std::size_t nAt, std::size_t nTo, std::string const * pName)
         {
             std::string const sName = pName ? "chunk \"" + *pName + "\"" : "this chunk";
-            if (nTo - nAt < 2 * WORD)
+            if (nTo - nAt < 2 * ARCHIVE_WORD)
             {
                 Complain(nAt, sName + " has no length");
                 return nAt;
@@ -165,19 +171,20 @@ namespace
                 Complain(nAt, sName + " begins in another chunk");
                 return nAt;
             }
-            std::size_t const nPayload = nAt + 2 * WORD;
-            std::uint32_t const nLength = Word(nAt + WORD);
+            std::size_t const nPayload = nAt + 2 * ARCHIVE_WORD;
+            std::uint32_t const nLength = Word(nAt + ARCHIVE_WORD);
             std::size_t nEnd = EndOfChunk(nAt);
             if (nEnd == 0)
             {
                 std::size_t const nLeft = nTo - nPayload;
-                Complain(nAt + WORD, nLength == UNFINISHED ? sName + " was never finished"
-                                     : nLength < WORD      ? sName + " has a length below 4"
-                                                      : sName + " has " + std::to_string(nLength - WORD) + " bytes, "
-                                                            + std::to_string(nLeft) + " are left");
-                nEnd = nLength < WORD ? nPayload : nTo;
+                Complain(nAt + ARCHIVE_WORD, nLength == ArchiveLayout_s::UNFINISHED ? sName + " was never finished"
+                                             : nLength < ARCHIVE_WORD
+                                                 ? sName + " has a length below 4"
+                                                 : sName + " has " + std::to_string(nLength - ARCHIVE_WORD) + " bytes, "
+                                                       + std::to_string(nLeft) + " are left");
+                nEnd = nLength < ARCHIVE_WORD ? nPayload : nTo;
             }
-            ArchivePart_t Part = { ArchivePart_e::Chunk, nAt, 2 * WORD };
+            ArchivePart_t Part = { ArchivePart_e::Chunk, nAt, 2 * ARCHIVE_WORD };
             Part.sName = pName ? std::string_view(*pName) : std::string_view();
             Part.iValue = static_cast<std::int64_t>(nEnd - nPayload);
             Part.dwName = Word(nAt);
@@ -190,7 +197,7 @@ namespace
         }
 
         // Returns whether the word before a label is no part of another record.
-        bool HasIdentifier(std::size_t nLabel) const { return nLabel >= m_nRun + WORD; }
+        bool HasIdentifier(std::size_t nLabel) const { return nLabel >= m_nRun + ARCHIVE_WORD; }
 
         // Adds a record whose identifier precedes the label, which is at Part.nAt, and returns its end. Reports a label
         // without an identifier, and adds nothing: it is data.
@@ -202,8 +209,8 @@ namespace
                 Complain(Part.nAt, "no identifier precedes this label of an object graph");
                 return nEnd;
             }
-            Part.nAt -= WORD;
-            Part.nBytes += WORD;
+            Part.nAt -= ARCHIVE_WORD;
+            Part.nBytes += ARCHIVE_WORD;
             CheckIdentifier(Part.nAt);
             Part.iValue = Int(Part.nAt);
             return Add(Part);
@@ -220,15 +227,15 @@ namespace
         // Adds the beginning of a pass. Its static objects are recognised if their count and identifiers are in range.
         std::size_t AddPass(std::size_t nAt, std::size_t nTo)
         {
-            std::size_t const nCount = Add({ ArchivePart_e::Pass, nAt, WORD });
-            std::int32_t const nStatics = nTo - nCount >= WORD ? Int(nCount) : 0;
+            std::size_t const nCount = Add({ ArchivePart_e::Pass, nAt, ARCHIVE_WORD });
+            std::int32_t const nStatics = nTo - nCount >= ARCHIVE_WORD ? Int(nCount) : 0;
             if (nStatics <= 0 || nStatics >= Serializer_c::MAX_STATIC_POINTERS
-                || (nTo - nCount) / WORD <= static_cast<std::size_t>(nStatics))
+                || (nTo - nCount) / ARCHIVE_WORD <= static_cast<std::size_t>(nStatics))
             {
                 return nCount;
             }
-            std::size_t const nBytes = (static_cast<std::size_t>(nStatics) + 1) * WORD;
-            for (std::size_t nObject = nCount + WORD; nObject < nCount + nBytes; nObject += WORD)
+            std::size_t const nBytes = (static_cast<std::size_t>(nStatics) + 1) * ARCHIVE_WORD;
+            for (std::size_t nObject = nCount + ARCHIVE_WORD; nObject < nCount + nBytes; nObject += ARCHIVE_WORD)
             {
                 if (!SerializerIsIdentifier(Int(nObject)))
                 {
@@ -243,16 +250,16 @@ namespace
         std::size_t AddObject(std::size_t nAt, std::size_t nTo)
         {
             constexpr std::int32_t NAME_SIZE = 32;
-            std::size_t const nName = nAt + WORD;
-            std::int32_t const nLength = nTo - nName >= WORD ? Int(nName) : -1;
-            if (nLength < 0 || nLength >= NAME_SIZE || nTo - nName - WORD <= static_cast<std::size_t>(nLength))
+            std::size_t const nName = nAt + ARCHIVE_WORD;
+            std::int32_t const nLength = nTo - nName >= ARCHIVE_WORD ? Int(nName) : -1;
+            if (nLength < 0 || nLength >= NAME_SIZE || nTo - nName - ARCHIVE_WORD <= static_cast<std::size_t>(nLength))
             {
                 Complain(nName, "no name of a class is here");
                 return nName;
             }
             auto const nText = static_cast<std::size_t>(nLength);
-            ArchivePart_t Part = { ArchivePart_e::Object, nAt, 2 * WORD + nText + 1 };
-            Part.sName = m_sArchive.substr(nName + WORD, nText);
+            ArchivePart_t Part = { ArchivePart_e::Object, nAt, 2 * ARCHIVE_WORD + nText + 1 };
+            Part.sName = m_sArchive.substr(nName + ARCHIVE_WORD, nText);
             bool const bAdded = HasIdentifier(nAt);
             std::size_t const nEnd = AddWithIdentifier(Part);
             if (bAdded)
@@ -268,23 +275,23 @@ namespace
             if (m_dOpen.empty())
             {
                 Complain(nAt, "an object ends that did not begin");
-                return Add({ ArchivePart_e::ObjectEnd, nAt, WORD });
+                return Add({ ArchivePart_e::ObjectEnd, nAt, ARCHIVE_WORD });
             }
             std::string_view const sName = m_dOpen.back().sName;
             m_dOpen.pop_back();
-            return Add({ ArchivePart_e::ObjectEnd, nAt, WORD, 0, sName });
+            return Add({ ArchivePart_e::ObjectEnd, nAt, ARCHIVE_WORD, 0, sName });
         }
 
         std::size_t AddRegistered(std::size_t nAt, std::size_t nTo)
         {
-            if (nTo - nAt < 2 * WORD)
+            if (nTo - nAt < 2 * ARCHIVE_WORD)
             {
                 Complain(nAt, "no identifier follows this label of an object graph");
-                return nAt + WORD;
+                return nAt + ARCHIVE_WORD;
             }
-            CheckIdentifier(nAt + WORD);
-            ArchivePart_t Part = { ArchivePart_e::Registered, nAt, 2 * WORD };
-            Part.iValue = Int(nAt + WORD);
+            CheckIdentifier(nAt + ARCHIVE_WORD);
+            ArchivePart_t Part = { ArchivePart_e::Registered, nAt, 2 * ARCHIVE_WORD };
+            Part.iValue = Int(nAt + ARCHIVE_WORD);
             return Add(Part);
         }
 
@@ -292,12 +299,12 @@ namespace
         {
             std::int32_t const nLength = Int(nAt);
             auto const nText = static_cast<std::size_t>(nLength);
-            if (nLength < LEAST_TEXT || nLength > MOST_TEXT || nTo - nAt - WORD <= nText
-                || m_sArchive[nAt + WORD + nText] != '\0')
+            if (nLength < LEAST_TEXT || nLength > MOST_TEXT || nTo - nAt - ARCHIVE_WORD <= nText
+                || m_sArchive[nAt + ARCHIVE_WORD + nText] != '\0')
             {
                 return nAt;
             }
-            std::string_view const sText = m_sArchive.substr(nAt + WORD, nText);
+            std::string_view const sText = m_sArchive.substr(nAt + ARCHIVE_WORD, nText);
             for (char const cText : sText)
             {
                 if (static_cast<unsigned char>(cText) < ' ' && cText != '\n' && cText != '\r' && cText != '\t')
@@ -309,15 +316,15 @@ namespace
             {
                 return nAt;
             }
-            return Add({ ArchivePart_e::Text, nAt, WORD + nText + 1, 0, sText });
+            return Add({ ArchivePart_e::Text, nAt, ARCHIVE_WORD + nText + 1, 0, sText });
         }
 
         std::string_view const m_sArchive;
         ArchiveNames_c const & m_Names;
         ArchiveScan_t m_Result;
-        std::vector<ArchivePart_t> m_dOpen;   // objects of the stretch that have not ended
-        std::size_t m_nRun = 0;               // start of the bytes that are not recognised
-        std::size_t m_nChain = WORD;          // start of the next chunk of the chain, if before m_nChainEnd
+        std::vector<ArchivePart_t> m_dOpen;    // objects of the stretch that have not ended
+        std::size_t m_nRun = 0;                // start of the bytes that are not recognised
+        std::size_t m_nChain = ARCHIVE_WORD;   // start of the next chunk of the chain, if before m_nChainEnd
         std::size_t m_nChainEnd = 0;
         bool m_bInChunk = false;
     };

@@ -8,6 +8,9 @@
 #include <unordered_map>
 #include <vector>
 
+/// Bytes of a version, a label, an identifier, a length or a count in an archive.
+constexpr std::size_t ARCHIVE_WORD = 4;
+
 /// Kind of a part of an archive.
 enum class ArchivePart_e
 {

@@ -70,6 +70,9 @@ public:
     Argument_c AddNumber(char const * szName, char const * szWord, double & fNumber, char const * szPurpose);
     Argument_c AddFlag(char const * szName, bool & bFlag, char const * szPurpose);
 
+    /// Adds the flag by which a command prints one JSON document, and returns it.
+    Argument_c AddJson(bool & bFlag) { return AddFlag("--json", bFlag, "print one JSON document"); }
+
     /// Adds an option of which only a reader stores the value, and returns it.
     Argument_c AddRead(char const * szName, char const * szWord, char const * szPurpose);
 

@@ -5,6 +5,7 @@
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/mediascan.h"
+#include "tools/zqtool/output.h"
 #include "tools/zqtool/terminal.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilecache.h"
@@ -422,7 +423,7 @@ namespace
         }
         CacheContents_t Contents;
         std::string sIgnored;
-        return ReadCacheFile(sFile, Contents, sIgnored) && Contents.dwVersion >> 16 == FILESYSTEMCACHE_VERSION >> 16;
+        return ReadCacheFile(sFile, Contents, sIgnored) && IsCacheVersion(Contents.dwVersion);
     }
 
     int Build(Options_s const & Options)
@@ -453,7 +454,7 @@ namespace
         FileCacheDropOthers(String_T<256>(sRoot.c_str()));
         if (!FileCacheTrySave(sFile.c_str()))
         {
-            return Fail(Options.sFile, "it can't be written");
+            return Fail(Options.sFile, OUTPUT_UNWRITABLE);
         }
         if (int const nDuplicates = Options.bJson ? 0 : Scan.CountDuplicates())
         {
@@ -476,7 +477,7 @@ CommandRun_t PrepareCache(Arguments_c & Arguments)
     Arguments.AddText("--build", "FOLDER", pOptions->sBuild, "scan this folder and write the cache FILE")
         .SetExcludes(Check);
     AddMediaOptions(Arguments, pOptions->Media);
-    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.AddJson(pOptions->bJson);
     Arguments.SetFooter("Example: zqtool cache --build media media/filesystemcache.bin");
     return [pOptions] { return pOptions->sBuild.empty() ? Show(*pOptions) : Build(*pOptions); };
 }

@@ -117,7 +117,7 @@ namespace
         ArchiveCheck_c & m_Archive;
         CacheContents_t & m_Contents;
         IndexHash_T<bool, PATH_TABLE_FOLDERS, FILE_TABLE_STEP> m_Folders;
-        StringHash_T<CacheFile_s, 128, FileTable_t::iMask + 1, FILE_TABLE_STEP> m_Files;
+        StringHash_T<CacheFile_s, File_c::Key_t::Capacity(), FileTable_t::iMask + 1, FILE_TABLE_STEP> m_Files;
     };
 }
 

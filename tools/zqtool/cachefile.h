@@ -7,6 +7,12 @@
 #include <unordered_map>
 #include <vector>
 
+/// Returns whether the version of an archive is that of a cache which a load reads: all minor versions.
+inline bool IsCacheVersion(std::uint32_t dwVersion)
+{
+    return dwVersion >> 16 == FILESYSTEMCACHE_VERSION >> 16;
+}
+
 /// Contents of a cache, up to the first damage.
 struct CacheContents_t
 {

@@ -246,7 +246,7 @@ CommandRun_t PrepareCheck(Arguments_c & Arguments)
     Arguments.AddText(
         "--separators", "CHARS", pOptions->Check.sSeparators, "characters between cells instead of the usual ones");
     Arguments.AddFlag("--show", pOptions->Check.bRows, "print the cells in aligned columns");
-    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.AddJson(pOptions->bJson);
     Arguments.SetFooter("Example: zqtool check --schema units.schema media/units.csv");
     Arguments.SetCheck(
         [pOptions]

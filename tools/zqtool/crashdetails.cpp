@@ -273,7 +273,7 @@ namespace
         }
         if (m_dCrashes.size() == CRASH_MAX_CRASHES)
         {
-            m_Lines.Complain("more than " + std::to_string(CRASH_MAX_CRASHES) + " crashes; the rest is not read");
+            m_Lines.ComplainOfMoreCrashes();
             return false;
         }
         m_dCrashes.emplace_back().bDetails = true;
@@ -366,15 +366,10 @@ namespace
         std::string_view const sKey = TakeUpTo(sValue, ": ");
         if (sKey == "code")
         {
-            std::optional<std::uint64_t> const Code = TakeNumber(sValue, 16);
-            if (!Code || *Code > UINT32_MAX)
+            if (!TakeCode(sValue, Crash))
             {
                 m_Lines.ComplainOf("not an exception code", sLine);
-                return;
             }
-            TakeStart(sValue, " ");
-            Crash.nCode = static_cast<std::uint32_t>(*Code);
-            Crash.sCodeText = sValue;
         }
         else if (sKey == "kind")
         {

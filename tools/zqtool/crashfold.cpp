@@ -1,6 +1,7 @@
 #include "tools/zqtool/crashfold.h"
 
 #include "tools/zqtool/crashcause.h"
+#include "tools/zqtool/parse.h"
 
 #include <algorithm>
 #include <tuple>
@@ -11,8 +12,7 @@ namespace
     // the longer of two numbers is the larger.
     std::pair<std::size_t, std::string_view> TakeNumberOrCharacter(std::string_view & sText)
     {
-        constexpr char DIGITS[] = "0123456789";
-        std::size_t const nDigits = std::min(sText.find_first_not_of(DIGITS), sText.size());
+        std::size_t const nDigits = std::min(sText.find_first_not_of(DECIMAL_DIGITS), sText.size());
         std::size_t const nZeros = std::min(sText.find_first_not_of('0'), nDigits);
         std::string_view const sPart = sText.substr(nZeros, nDigits > 0 ? nDigits - nZeros : 1);
         sText.remove_prefix(nZeros + sPart.size());
@@ -32,6 +32,13 @@ bool VersionLess_c::operator()(std::string_view sA, std::string_view sB) const
         }
     }
     return std::tuple(sRestA.size(), sA) < std::tuple(sRestB.size(), sB);
+}
+
+std::string CrashDays(CrashGroup_t const & Group, char const * szBetween)
+{
+    constexpr std::size_t DAY_SIZE = 10;   // characters of the day in a crash's time, "2026-11-26"
+    std::string const sFirst = Group.sFirst.substr(0, DAY_SIZE), sLast = Group.sLast.substr(0, DAY_SIZE);
+    return sFirst + (sFirst == sLast ? "" : szBetween + sLast);
 }
 
 void CrashFold_c::Add(Crash_t Crash)

@@ -6,8 +6,6 @@
 #include <map>
 #include <unordered_map>
 
-inline constexpr std::size_t CRASH_DAY_SIZE = 10;   // characters of the day in a crash's time, "2026-11-26"
-
 /// Order of texts with numbers in them: "v2.9" is before "v2.10".
 struct VersionLess_c
 {
@@ -24,6 +22,10 @@ struct CrashGroup_t
     std::map<std::string, std::size_t, VersionLess_c> dVersions;   // of the host, with the number of crashes
     Crash_t Sample;                                                // the latest with details, or else the latest
 };
+
+/// Returns the days of the first and the last crash of a group, with szBetween between them if they differ. Returns an
+/// empty text if none is known.
+std::string CrashDays(CrashGroup_t const & Group, char const * szBetween);
 
 /// Groups of crashes by their signatures.
 class CrashFold_c

@@ -2,6 +2,7 @@
 
 #include "tools/zqtool/crashcause.h"
 #include "tools/zqtool/json.h"
+#include "tools/zqtool/text.h"
 
 #include <cstdio>
 
@@ -82,12 +83,10 @@ namespace
 
     Json_t JsonOfCrash(Crash_t const & Crash)
     {
-        char szCode[16];
-        std::snprintf(szCode, sizeof szCode, "%08X", static_cast<unsigned>(Crash.nCode));
         CrashFrame_t const * const pLikely = LikelyFrame(Crash.Thread.dFrames);
         return { { "file", Crash.sFile }, { "details", Crash.bDetails }, { "time", TextOrNull(Crash.sTime) },
             { "headline", CrashHeadline(Crash) }, { "signature", CrashSignature(Crash) }, { "kind", Crash.sKind },
-            { "code", szCode }, { "codeText", Crash.sCodeText }, { "data", AddressOrNull(Crash.Data) },
+            { "code", HexWord(Crash.nCode) }, { "codeText", Crash.sCodeText }, { "data", AddressOrNull(Crash.Data) },
             { "instruction", AddressOrNull(Crash.Instruction) }, { "exception", TextOrNull(Crash.sException) },
             { "depth", TextOrNull(Crash.sDepth) },
             { "likelyFrame", pLikely != nullptr ? Json_t(pLikely - Crash.Thread.dFrames.data()) : Json_t() },

@@ -1,6 +1,6 @@
 #include "tools/zqtool/crashlines.h"
 
-#include <algorithm>
+#include "tools/zqtool/parse.h"
 
 bool CrashLines_c::Next(std::string_view & sLine)
 {
@@ -45,8 +45,26 @@ void CrashLines_c::ComplainOf(char const * szWhat, std::string_view sLine) const
     Complain(std::string(szWhat) + ": " + StartOf(sLine));
 }
 
+void CrashLines_c::ComplainOfMoreCrashes() const
+{
+    Complain("more than " + std::to_string(CRASH_MAX_CRASHES) + " crashes; the rest is not read");
+}
+
 std::string CrashLines_c::StartOf(std::string_view sLine)
 {
     constexpr std::size_t SHOWN = 60;
     return std::string(sLine.substr(0, SHOWN)) + (sLine.size() > SHOWN ? "..." : "");
+}
+
+bool TakeCode(std::string_view & sText, Crash_t & Crash)
+{
+    std::optional<std::uint64_t> const Code = TakeNumber(sText, 16);
+    if (!Code || *Code > UINT32_MAX)
+    {
+        return false;
+    }
+    TakeStart(sText, " ");
+    Crash.nCode = static_cast<std::uint32_t>(*Code);
+    Crash.sCodeText = sText;
+    return true;
 }

@@ -1,4 +1,4 @@
-// crashlines.h: what the readers of reports and of details share: lines and limits.
+// crashlines.h: what the readers of reports and of details share: lines, limits and codes.
 #pragma once
 
 #include "tools/zqtool/crashreport.h"
@@ -30,6 +30,9 @@ public:
     /// Reports what is wrong with a line, with the start of the line.
     void ComplainOf(char const * szWhat, std::string_view sLine) const;
 
+    /// Reports that the file has more than CRASH_MAX_CRASHES crashes, and that no further one is read.
+    void ComplainOfMoreCrashes() const;
+
     /// Returns the first 60 bytes of a line for a complaint, and "..." if the line has more.
     static std::string StartOf(std::string_view sLine);
 
@@ -40,6 +43,10 @@ private:
     bool m_bBroken = false;   // whether the last line read has no end, which is not yet reported
     bool m_bZeros;            // whether the text has zeros that are not yet reported
 };
+
+/// Takes an exception code with its text from the start of a text and sets those of a crash. Returns false if the text
+/// begins with no such code.
+bool TakeCode(std::string_view & sText, Crash_t & Crash);
 
 /// Appends a member unless the list has CRASH_MAX_MEMBERS already. Returns whether it did.
 template <typename T>

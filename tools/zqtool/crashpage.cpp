@@ -15,18 +15,12 @@ namespace
 {
     constexpr std::size_t MAX_SAMPLES = 500;   // groups with their sample
     constexpr std::size_t MAX_FAULTS = 50;
+    constexpr char TO[] = " \xE2\x80\x93 ";   // between two days
 
     // Returns a text from a report for the page.
     std::string Shown(std::string_view sText)
     {
         return HtmlEscaped(PrintableLine(sText));
-    }
-
-    std::string Times(CrashGroup_t const & Group)
-    {
-        std::string const sFirst = Group.sFirst.substr(0, CRASH_DAY_SIZE),
-                          sLast = Group.sLast.substr(0, CRASH_DAY_SIZE);
-        return sFirst + (sFirst == sLast ? "" : " \xE2\x80\x93 " + sLast);
     }
 
     std::string VersionsShort(CrashGroup_t const & Group)
@@ -146,7 +140,7 @@ namespace
         char szShare[32];
         std::snprintf(
             szShare, sizeof szShare, "%.4f", static_cast<double>(Group.nCount) / static_cast<double>(nLargest));
-        std::string const sTimes = Times(Group), sVersions = VersionsShort(Group);
+        std::string const sTimes = CrashDays(Group, TO), sVersions = VersionsShort(Group);
         return "<li><details><summary style=\"--share:" + std::string(szShare) + "\"><span class=\"count\">"
                + std::to_string(Group.nCount) + "</span> <span class=\"cause\">" + CauseHtml(Group.sSignature)
                + "</span> <span class=\"when\">"
@@ -188,7 +182,7 @@ namespace
                 All.sFirst.empty() || (!Group.sFirst.empty() && Group.sFirst < All.sFirst) ? Group.sFirst : All.sFirst;
             All.sLast = std::max(All.sLast, Group.sLast);
         }
-        std::string const sTimes = Times(All);
+        std::string const sTimes = CrashDays(All, TO);
         return std::to_string(nCrashes) + (nCrashes == 1 ? " crash" : " crashes") + " \xC2\xB7 "
                + std::to_string(dGroups.size()) + (dGroups.size() == 1 ? " group" : " groups")
                + (sTimes.empty() ? "" : " \xC2\xB7 " + sTimes);

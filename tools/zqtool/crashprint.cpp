@@ -238,10 +238,9 @@ std::string CrashText(Crash_t const & Crash, bool bColours)
 {
     Text_c Text(bColours);
     Text.Add(Colour_e::Title, CrashHeadline(Crash)).End();
-    char szCode[16];
-    std::snprintf(szCode, sizeof szCode, "%08X", static_cast<unsigned>(Crash.nCode));
-    Text.Add(Colour_e::Quiet, Crash.sFile + (Crash.sTime.empty() ? "" : ", " + Crash.sTime) + ", " + szCode + " "
-                                  + Crash.sCodeText + (Crash.bDetails ? "" : ", without details"));
+    Text.Add(Colour_e::Quiet, Crash.sFile + (Crash.sTime.empty() ? "" : ", " + Crash.sTime) + ", "
+                                  + HexWord(Crash.nCode) + " " + Crash.sCodeText
+                                  + (Crash.bDetails ? "" : ", without details"));
     Text.End();
     CrashFrame_t const * const pLikely = LikelyFrame(Crash.Thread.dFrames);
     if (pLikely != nullptr)
@@ -281,10 +280,7 @@ std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bCol
         char szCount[32];
         std::snprintf(szCount, sizeof szCount, "%7zu  ", Group.nCount);
         Text.End().Add(Colour_e::Mark, szCount).Add(Colour_e::Title, Group.sSignature).End();
-        std::string const sFirstDay = Group.sFirst.substr(0, CRASH_DAY_SIZE),
-                          sLastDay = Group.sLast.substr(0, CRASH_DAY_SIZE);
-        std::string sFacts = sFirstDay;
-        sFacts += sFirstDay == sLastDay ? "" : " to " + sLastDay;
+        std::string sFacts = CrashDays(Group, " to ");
         sFacts += sFacts.empty() || Group.dVersions.empty() ? "" : ", ";
         sFacts += Group.dVersions.empty() ? "" : "version " + VersionsText(Group);
         if (!sFacts.empty())

@@ -216,15 +216,11 @@ namespace
         Crash_t & Crash = m_dCrashes.back();
         if (TakeStart(sLine, "Exception code: "))
         {
-            std::optional<std::uint64_t> const Code = TakeNumber(sLine, 16);
-            if (!Code || *Code > UINT32_MAX)
+            if (!TakeCode(sLine, Crash))
             {
                 m_Lines.ComplainOf("not an exception code", sLine);
                 return;
             }
-            TakeStart(sLine, " ");
-            Crash.nCode = static_cast<std::uint32_t>(*Code);
-            Crash.sCodeText = sLine;
             Crash.sKind = CrashKindOf(Crash.nCode);
             std::string_view sException = sLine;
             if (TakeStart(sException, plat::FAULT_UNCAUGHT_TEXT) && TakeStart(sException, " "))
@@ -334,7 +330,7 @@ namespace
         }
         else if (m_dCrashes.size() > CRASH_MAX_CRASHES)
         {
-            m_Lines.Complain("more than " + std::to_string(CRASH_MAX_CRASHES) + " crashes; the rest is not read");
+            m_Lines.ComplainOfMoreCrashes();
             m_dCrashes.pop_back();
         }
         else if (!m_bStack)

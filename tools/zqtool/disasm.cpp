@@ -109,7 +109,7 @@ CommandRun_t PrepareDisasm(Arguments_c & Arguments)
     Arguments.AddRead("--base", "ADDRESS", "address of the first byte, hexadecimal; default 0")
         .SetReader([pOptions](std::string const & sText) { return ReadAddress(sText, pOptions->nBase); });
     Arguments.AddText("FILE", "", pOptions->sFile, "raw bytes of code").SetRequired();
-    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.AddJson(pOptions->bJson);
     Arguments.SetFooter("Example: zqtool disasm --base 401000 code.bin");
     return [pOptions] { return Run(*pOptions); };
 }

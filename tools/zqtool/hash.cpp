@@ -276,7 +276,7 @@ CommandRun_t PrepareHash(Arguments_c & Arguments)
                 "and sha1")
             .SetExcludes(Files)
             .SetExcludes(List);
-    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.AddJson(pOptions->bJson);
     Arguments.SetFooter("Example: zqtool hash *.csv >list; zqtool hash --check list");
     Arguments.SetCheck(
         [pOptions, Files, List, Text]() -> std::string

@@ -145,6 +145,11 @@ std::string DidYouMean(std::string_view sWord, std::vector<std::string> const & 
     return sNearest.empty() ? "" : "; did you mean " + sNearest + "?";
 }
 
+int ReportNoCommand(std::string const & sCommand, std::vector<std::string> const & dKnown)
+{
+    return ReportMisuse("there is no command " + sCommand + DidYouMean(sCommand, dKnown), "");
+}
+
 int ReportMisuse(std::string_view sText, std::string_view sCommand)
 {
     std::fprintf(stderr, "zqtool: %s (zqtool %s--help has more)\n", Printable(sText).c_str(),

@@ -122,7 +122,7 @@ namespace
         std::vector<std::string> const dNames = CommandNames();
         if (argv[1][0] != '-' && std::ranges::count(dNames, argv[1]) == 0)
         {
-            return ReportMisuse(std::string("there is no command ") + argv[1] + DidYouMean(argv[1], dNames), "");
+            return ReportNoCommand(argv[1], dNames);
         }
         try
         {

@@ -112,8 +112,7 @@ CommandRun_t PrepareHelp(Arguments_c & Arguments)
         }
         if (pWanted == nullptr)
         {
-            return ReportMisuse(
-                "there is no command " + pOptions->sCommand + DidYouMean(pOptions->sCommand, dNames), "");
+            return ReportNoCommand(pOptions->sCommand, dNames);
         }
         if (pOptions->bJson)
         {

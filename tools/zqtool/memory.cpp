@@ -195,7 +195,7 @@ CommandRun_t PrepareMemory(Arguments_c & Arguments)
         .SetRequired();
     Arguments.AddText(
         "--html", "OUT", pOptions->sPage, "write a treemap of the last snapshot, or of the growth, as one page");
-    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.AddJson(pOptions->bJson);
     Arguments.SetFooter("Example: zqtool memory --html map.html monday/allocations.csv tuesday/allocations.csv");
     return [pOptions] { return Run(*pOptions); };
 }

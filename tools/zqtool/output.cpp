@@ -38,7 +38,7 @@ bool OutputFile_c::Check() const
 {
     if (!m_Stream)
     {
-        PrintProblem(m_sFile, "it can't be written");
+        PrintProblem(m_sFile, OUTPUT_UNWRITABLE);
     }
     return static_cast<bool>(m_Stream);
 }

@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+/// Reason why a file is not written.
+inline constexpr char OUTPUT_UNWRITABLE[] = "it can't be written";
+
 /// File to write. Without a name there is none, and nothing is written.
 class OutputFile_c
 {

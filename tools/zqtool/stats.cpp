@@ -256,7 +256,7 @@ CommandRun_t PrepareStats(Arguments_c & Arguments)
         .SetOneValue()
         .SetReader(
             [pOptions](std::string const & sText) { return ReadStatsLimit(sText, pOptions->dLimits.emplace_back()); });
-    Argument_c const Json = Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Argument_c const Json = Arguments.AddJson(pOptions->bJson);
     Arguments.SetFooter("Example: zqtool stats --html game.html --fail-over frame.p99=20ms game.stats");
     Argument_c const Follow =
         Arguments

@@ -9,8 +9,8 @@
 
 namespace
 {
-    constexpr std::size_t HEADER_SIZE = 8, COUNT_SIZE = 4, RECORD_SIZE = 2504;   // bytes
-    constexpr std::uint32_t ROOT = 0x80000000;                                   // identifier of the root
+    constexpr std::size_t HEADER_SIZE = 8, COUNT_SIZE = 4, RECORD_SIZE = sizeof(profiler::timer_t);   // bytes
+    constexpr std::uint32_t ROOT = 0x80000000;   // identifier of the root
 
     // Offsets and sizes in a record (docs/formats.md), in bytes.
     constexpr std::size_t NAME = 0, NAME_SIZE = 32, TIMER = 32, CHILD = 36, NEXT = 40, SLOTS = 56, SLOT_SIZE = 16;
@@ -36,13 +36,6 @@ namespace
     std::int64_t Ticks(char const * pBytes)
     {
         return static_cast<std::int64_t>(Number(pBytes, 8));
-    }
-
-    std::string Hex(std::uint32_t nNumber)
-    {
-        char szNumber[16];
-        std::snprintf(szNumber, sizeof szNumber, "%08X", static_cast<unsigned>(nNumber));
-        return szNumber;
     }
 
     StatsFigures_t ReadFigures(char const * pRecord)
@@ -189,7 +182,7 @@ namespace
         if (szFault != nullptr)
         {
             Complain(OffsetOf(iRecord, iField), (iField == CHILD ? "the child of " : "the sibling of ")
-                                                    + NameOf(iRecord) + " is at address " + Hex(nLink) + szFault);
+                                                    + NameOf(iRecord) + " is at address " + HexWord(nLink) + szFault);
             return -1;
         }
         return static_cast<int>(iLinked);
@@ -245,7 +238,7 @@ namespace
             ReadTimer(Batch[i], i);
             if (i == 0 && Batch[i].iTimer != ROOT)
             {
-                Complain(OffsetOf(i, TIMER), NameOf(i) + " is not the root: its id is " + Hex(Batch[i].iTimer));
+                Complain(OffsetOf(i, TIMER), NameOf(i) + " is not the root: its id is " + HexWord(Batch[i].iTimer));
             }
             else if (i > 0 && Batch[i].iParent < 0)
             {
@@ -372,7 +365,7 @@ double StatsFrameTime(StatsBatch_t const & Batch, std::size_t iSlot)
         if (Timer.iParent == 0)
         {
             double const tTime = static_cast<double>(Timer.dSlots[iSlot].tTime);
-            if (Timer.iTimer == STATS_APPLICATION)
+            if (Timer.iTimer == ZQ_TIMER_APPLICATION)
             {
                 return tTime;
             }

@@ -1,8 +1,10 @@
-// statsfile.h: the stats file of the hierarchical profiler: a header, then a batch of timers for every 150 frames.
+// statsfile.h: the stats file of the hierarchical profiler: a header, then a batch of timers for every so many frames.
 //
 // The file comes from outside. Whatever it holds, reading ends, and the timers of a batch form a tree in which a parent
 // comes before its children. One batch is in memory at a time.
 #pragma once
+
+#include "zqcore/cprofile.h"
 
 #include <array>
 #include <cstdint>
@@ -12,11 +14,8 @@
 #include <string>
 #include <vector>
 
-constexpr std::size_t STATS_FRAMES = 150;         // frames in a batch
-constexpr std::uint32_t STATS_MAX_TIMERS = 512;   // most timers in a batch
-
-/// The id of the timer around a whole frame.
-constexpr std::uint32_t STATS_APPLICATION = 0x801003E6;
+constexpr std::size_t STATS_FRAMES = PROFILER_FRAMES;          // frames in a batch
+constexpr std::uint32_t STATS_MAX_TIMERS = MAX_TIMERS_TOTAL;   // most timers in a batch
 
 /// A timer in one frame.
 struct StatsSlot_t

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace
 {
@@ -12,30 +13,18 @@ namespace
     // character is invalid or controls a terminal: a control character, a line end or a change of writing direction.
     std::size_t LetterLength(std::string_view sText)
     {
-        auto const Byte = [&](std::size_t i)
-        { return static_cast<std::uint32_t>(static_cast<unsigned char>(sText[i])); };
-        std::uint32_t const nLead = Byte(0);
+        auto const nLead = static_cast<unsigned char>(sText[0]);
         if (nLead < 0x80)
         {
-            return nLead >= 0x20 && nLead != 0x7F;
+            return nLead >= ' ' && nLead != 0x7F;
         }
         std::size_t const nBytes = nLead >= 0xF0 ? 4 : nLead >= 0xE0 ? 3 : 2;
-        if (nLead < 0xC2 || nLead > 0xF4 || sText.size() < nBytes)
-        {
-            return 0;
-        }
-        std::uint32_t nLetter = nLead & (0x7Fu >> nBytes);
-        for (std::size_t i = 1; i < nBytes; ++i)
-        {
-            if ((Byte(i) & 0xC0) != 0x80)
-            {
-                return 0;
-            }
-            nLetter = nLetter << 6 | (Byte(i) & 0x3F);
-        }
-        constexpr std::uint32_t LOWEST[] = { 0, 0, 0xA0, 0x800, 0x10000 };   // below 0xA0 are control characters
-        bool const bSurrogate = nLetter >= 0xD800 && nLetter <= 0xDFFF;
-        return nLetter < LOWEST[nBytes] || nLetter > 0x10FFFF || bSurrogate || plat::TurnsText(nLetter) ? 0 : nBytes;
+        char szLetter[5] = {};
+        char szShown[8];   // has room for one escape
+        sText.copy(szLetter, nBytes);
+        char const * szRest = szLetter;
+        plat::TextEscape(szShown, sizeof szShown, szRest, plat::Controls_e::None);
+        return std::strcmp(szShown, szLetter) == 0 ? nBytes : 0;
     }
 }
 
@@ -124,6 +113,13 @@ bool IsFirstByte(char cByte)
 std::size_t WidthOf(std::string_view sText)
 {
     return static_cast<std::size_t>(std::count_if(sText.begin(), sText.end(), IsFirstByte));
+}
+
+std::string HexWord(std::uint32_t nNumber)
+{
+    char szNumber[16];
+    std::snprintf(szNumber, sizeof szNumber, "%08X", static_cast<unsigned>(nNumber));
+    return szNumber;
 }
 
 std::string Counted(std::uint64_t nCount, std::string const & sNoun)

@@ -43,6 +43,9 @@ bool IsFirstByte(char cByte);
 /// Returns the number of characters of a text in UTF-8.
 std::size_t WidthOf(std::string_view sText);
 
+/// Returns a number as eight hexadecimal digits in capitals.
+std::string HexWord(std::uint32_t nNumber);
+
 /// Returns a number with a noun, as "1 thread" or "3 threads".
 std::string Counted(std::uint64_t nCount, std::string const & sNoun);
 

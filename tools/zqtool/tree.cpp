@@ -270,7 +270,7 @@ CommandRun_t PrepareTree(Arguments_c & Arguments)
     AddMediaOptions(Arguments, pOptions->Media);
     Arguments.AddText("--find", "NAME", pOptions->sFind, "show which file a name opens, and which others have it");
     Arguments.AddFlag("--all", pOptions->bAll, "show every line");
-    Arguments.AddFlag("--json", pOptions->bJson, "print one JSON document");
+    Arguments.AddJson(pOptions->bJson);
     Arguments.SetFooter("Example: zqtool tree --game storm media patch1.zip");
     return [pOptions] { return Run(*pOptions); };
 }

@@ -1,0 +1,15 @@
+// step.h: what the program and the frames of its stack share.
+#pragma once
+
+/// What a frame is called with.
+struct Argument_t
+{
+    int nNumber;
+    double fNumber;
+    char const * szText;
+    int dNumbers[4];
+};
+
+/// Calls the next step, or faults after the last one.
+template <int N>
+int StepInto(Argument_t const & Argument, int nDepth);

@@ -1,0 +1,34 @@
+// mimalloc.h: the peer mimalloc, and functions of libraries that are loaded by hand.
+#pragma once
+
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+
+/// Returns a function of a library that is loaded by hand, or null. Linked normally, an allocator would replace malloc
+/// for the whole process and so change every row.
+template <typename FUNCTION>
+FUNCTION PeerFunction(char const * szLibrary, char const * szFunction)
+{
+    void * const hLibrary = ::dlopen(szLibrary, RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);
+    return hLibrary ? reinterpret_cast<FUNCTION>(::dlsym(hLibrary, szFunction)) : nullptr;
+}
+
+struct Mimalloc_s
+{
+    /// Returns whether it is installed. Otherwise fails the benchmark.
+    bool IsInstalled(benchmark::State & State) const
+    {
+        bool const bInstalled = fnMalloc && fnFree;
+        if (!bInstalled)
+        {
+            State.SkipWithError("libmimalloc is not installed");
+        }
+        return bInstalled;
+    }
+    void * Allocate(std::size_t nBytes) { return fnMalloc(nBytes); }
+    void Release(void * p, std::size_t) { fnFree(p); }
+
+    static constexpr char LIBRARY[] = "libmimalloc.so.2";
+    void * (*fnMalloc)(std::size_t) = PeerFunction<void * (*)(std::size_t)>(LIBRARY, "mi_malloc");
+    void (*fnFree)(void *) = PeerFunction<void (*)(void *)>(LIBRARY, "mi_free");
+};

@@ -1,0 +1,13 @@
+// memory_support.h: figures of the heap, for tests and for the programs that they run.
+#pragma once
+
+#include "zqcore/cmemory.h"
+
+/// Returns the figures of a category.
+inline mem::CategoryInfo InfoOf(mem::Categories_e eCategory)
+{
+    mem::CategoryInfo dInfo[mem::TOTAL];
+    std::ptrdiff_t nAllocs, nBytes, nMaxBytes;
+    MemoryCategoriesGet(dInfo, nAllocs, nBytes, nMaxBytes);
+    return dInfo[eCategory];
+}
