@@ -53,7 +53,7 @@ namespace
         return s_Tree;
     }
 
-    // Each start begins with the processor's caches as filling and emptying the tables leave them.
+    // Measures a start. Each begins with the processor's caches as filling and emptying the tables leave them.
     template <typename START>
     void Start(benchmark::State & State, START FillTables)
     {

@@ -1,4 +1,4 @@
-// Lookups in the name table and in hash maps.
+// container_bench.cpp: lookups in the name table and in hash maps.
 #include "zqcore/cfilepath.h"
 
 #include <absl/container/flat_hash_map.h>

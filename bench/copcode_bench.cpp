@@ -12,7 +12,7 @@ namespace
 {
     constexpr std::size_t SPAN = 256;
 
-    // Is listed, not run. Its loop is longer than the span.
+    // Code to list, which never runs. Its loop is longer than the span.
     __attribute__((target("avx2,fma"), noinline, used)) void Transform(float * pValues, float const * pFactors, int n)
     {
         for (int i = 0; i < n; i += 64)
@@ -28,7 +28,7 @@ namespace
         }
     }
 
-    // Code of this process, which is what a crash report lists.
+    // Returns code of this process, which is what a crash report lists.
     template <typename FUNCTION>
     unsigned char const * CodeOf(FUNCTION fnFunction)
     {

@@ -89,7 +89,7 @@ namespace
         return sWord;
     }
 
-    // objdump names compares by their immediate byte.
+    // Returns whether both names are of one instruction. objdump names compares by their immediate byte.
     bool IsSameName(std::string const & sTheirs, std::string const & sOurs)
     {
         static constexpr char const * COMPARES[] = { "vcmp", "vpcmp", "vpcom", "vpclmul" };

@@ -1,4 +1,4 @@
-// A flushed log line, compared with the bare write of the same bytes and with other loggers.
+// log_bench.cpp: a flushed log line, compared with the bare write of the same bytes and with other loggers.
 #include "zqcore/clog.h"
 
 #include <benchmark/benchmark.h>
@@ -14,7 +14,7 @@
 
 namespace
 {
-    // Makes 91 bytes in the log, with the time, the frame and the line end.
+    // Format that makes 91 bytes in the log, with the time, the frame and the line end.
     constexpr char FORMAT[] = "File opened: %s, %i bytes, category %s, after %i reads, from the media tree";
 
     struct Folder_s

@@ -1,5 +1,6 @@
-// The tracked allocator, compared with the allocators that a user would choose instead. Built twice: over the debug heap,
-// and as memory_ship_bench over the heap of a shipped game, with WORK as the first part of the rows' names.
+// memory_bench.cpp: the tracked allocator, compared with the allocators that a user would choose instead. Built twice:
+// over the debug heap, and as memory_ship_bench over the heap of a shipped game, with WORK as the first part of the
+// rows' names.
 #include "zqcore/cmemory.h"
 
 #include "bench/mimalloc.h"

@@ -149,7 +149,7 @@ namespace
         }
     }
 
-    // The two fields have no bit in common, so the whole of both is read.
+    // Compares two fields that have no bit in common, so the whole of both is read.
     void MeetOurs(benchmark::State & State, int nBits)
     {
         BitMap3D_c A(nBits / 64, 8, 8);

@@ -1,4 +1,5 @@
-// The element pools, the multi-size pool and the reference counts, compared with allocators that a user would choose.
+// pool_bench.cpp: the element pools, the multi-size pool and the reference counts, compared with allocators that a user
+// would choose.
 #include "zqcore/ccom.h"
 #include "zqcore/cgigapool.h"
 #include "zqcore/chwm.h"
@@ -167,7 +168,7 @@ namespace
         Pairs(State, eOrder, eSizes, Allocator);
     }
 
-    // What makes the allocator of a container.
+    // Source of the allocator of a container.
     struct OurAllocator_s
     {
         template <typename T>

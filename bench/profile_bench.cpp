@@ -1,4 +1,4 @@
-// Both profilers, compared with the bare clock readings, copies and locks that they need.
+// profile_bench.cpp: both profilers, compared with the bare clock readings, copies and locks that they need.
 #include "zqcore/cfilename.h"
 #include "zqcore/cprofile.h"
 #include "zqcore/csimpleprofile.h"
@@ -70,8 +70,8 @@ namespace
     }
     BENCHMARK(ByName)->Name("PushPop/by_name/ours");
 
-    // Each frame adds a step to the frame before. With a negative step every timer's peak leaves the ring in every
-    // frame.
+    // Measures a frame whose times are those of the previous frame plus a step. With a negative step every timer's peak
+    // leaves the ring in every frame.
     void Update(benchmark::State & State, std::int64_t tFirst, std::int64_t tStep)
     {
         Profiler_s const Profiler(MAX_TIMERS_TOTAL);
@@ -111,7 +111,7 @@ namespace
     }
     BENCHMARK(Swap)->Name("SwapStats/512/ours")->Iterations(50);
 
-    // The copy only. Another thread writes it to a file in the pauses, as the system does with ours.
+    // Measures the copy only. Another thread writes it to a file in the pauses, as the system does with ours.
     void Copy(benchmark::State & State)
     {
         PlainVector_T<char> const dFrom(BATCH_SIZE, 1);
@@ -131,8 +131,8 @@ namespace
     }
     BENCHMARK(Copy)->Name("SwapStats/512/memcpy")->Iterations(50);
 
-    // The locks of the C library are cheaper in a process that never had a second thread. Such a process does not need
-    // them.
+    // Starts and ends a thread. The locks of the C library are cheaper in a process that never had a second one, and
+    // does not need them.
     void StartAThread()
     {
         std::thread([] {}).join();

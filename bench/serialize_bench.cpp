@@ -1,6 +1,7 @@
 // serialize_bench.cpp: values, texts and a graph of shared objects, saved and loaded, compared with cereal's binary
-// archives. Each row writes or reads a file in the page cache, which is opened and closed in the loop. The rows "bare"
-// write the same bytes as ours by bare calls of 4096 bytes, the limit of an archive with such a buffer.
+// archives. All rows but those that save to memory write or read a file in the page cache, which is opened and closed
+// in the loop. The rows "bare" write the same bytes as ours by bare calls of 4096 bytes, the limit of an archive with
+// such a buffer.
 #include "zqcore/cfile.h"
 #include "zqcore/cserializer.h"
 #include "zqcore/cserializestd.h"
@@ -156,7 +157,7 @@ namespace
         bool operator==(Both_s const &) const = default;
     };
 
-    // The same as containers, which both libraries copy as blocks where they can.
+    // The same as containers, which both libraries copy as blocks if they can.
     struct Containers_s
     {
         std::vector<int> dInts;
@@ -302,7 +303,7 @@ namespace
         }
     };
 
-    // Creates the nodes; ours are in an array of their owner.
+    // Serializer that creates the nodes; ours are in an array of their owner.
     class NodeSerializer_c : public Serializer_c
     {
     public:

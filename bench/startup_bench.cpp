@@ -1,4 +1,5 @@
-// The cost of loading the library: a program that links it, compared with the same program without it.
+// startup_bench.cpp: the cost of loading the library: a program that links it, compared with the same program without
+// it.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>

@@ -13,7 +13,7 @@ OURS = "ours"
 
 
 def run(program):
-    """The fastest of some repetitions of each row: what others do on the machine meanwhile only slows."""
+    """Returns the fastest of some repetitions of each row: what others do on the machine meanwhile only slows."""
     command = [str(program), "--benchmark_format=json", f"--benchmark_repetitions={REPETITIONS}",
                "--benchmark_enable_random_interleaving=true", "--benchmark_min_time=0.05"]
     output = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=True).stdout

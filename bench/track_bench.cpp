@@ -1,4 +1,4 @@
-// The cost of change tracking while nothing changes, and of its start.
+// track_bench.cpp: the cost of change tracking while nothing changes, and of its start.
 #include "zqcore/cfiletrack.h"
 
 #include <benchmark/benchmark.h>
@@ -48,7 +48,7 @@ namespace
         return s_Tree.GetRoot();
     }
 
-    // A watch of the kernel on each folder of the tree.
+    // Descriptor of the queue of inotify that has a watch on each folder of the tree.
     int g_iBareWatch = -1;
 
     int WatchBare(char const * szPath, struct stat const *, int iKind, FTW *)

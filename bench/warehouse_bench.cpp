@@ -76,7 +76,7 @@ namespace
         }
     }
 
-    // No first column is @head, so that the whole file is searched.
+    // Searches the whole file, because no first column is @head.
     void OpenOursWithoutHeader(benchmark::State & State)
     {
         Warehouse_c Table;
@@ -129,7 +129,7 @@ namespace
         CountBytes(State, TABLE());
     }
 
-    // The peers split every line, as a program without a table of its own does.
+    // Splits every line, as a program without a table of its own does.
     template <Table_s const & (*TABLE)()>
     void FindGetlineStrtok(benchmark::State & State)
     {
@@ -169,7 +169,7 @@ namespace
         CountBytes(State, TextTable());
     }
 
-    // The minimum of a search: the line ends, and the first bytes of each line.
+    // Does the minimum of a search: finds the line ends, and compares the first bytes of each line.
     void FindMemchr(benchmark::State & State)
     {
         for (auto _ : State)

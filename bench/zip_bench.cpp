@@ -1,4 +1,4 @@
-// zip_bench.cpp: files of one zip archive through zqcore::zip and PhysicsFS. The archive has 2,000 files of 16 KB of
+// zip_bench.cpp: files of one zip archive through zqcore::zip and PhysicsFS. The archive has 2,000 files of 16 KiB of
 // text, every second one stored. All reads come from the page cache.
 #include "bench/bench_support.h"
 #include "zqcore/czip.h"
@@ -48,7 +48,7 @@ namespace
         static std::string Name(int i) { return "media/file" + std::to_string(i) + ".txt"; }
 
     private:
-        // Rows of a table, which deflate to about a third.
+        // Returns rows of a table, which deflate to about a third.
         static std::string Text()
         {
             std::mt19937 Random(1);

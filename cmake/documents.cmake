@@ -1,4 +1,4 @@
-# Installs the documents for users of the library; runs at installation, after headers.cmake. Where a page links to a
+# Installs the documents for users of the library; runs at installation, after headers.cmake. If a page links to a
 # public header, the installed page links to the installed header. A link to a file that is not installed becomes its
 # text.
 cmake_policy(VERSION 3.25)

@@ -1,4 +1,5 @@
-// graph_fuzz.cpp: object graphs of any bytes. Every pointer of every loaded node must lead to a node or nowhere.
+// graph_fuzz.cpp: object graphs of any bytes. Each pointer of a loaded node to a node must lead to what was
+// loaded or registered, or nowhere.
 #include "fuzz/fuzz_support.h"
 #include "tests/graph_support.h"
 

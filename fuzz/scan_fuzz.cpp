@@ -66,7 +66,7 @@ namespace
         }
     }
 
-    // What a scan must find, by the rules of cfilepath.h.
+    // Model of what a scan must find, by the rules of cfilepath.h.
     struct Model_s
     {
         std::map<std::string, std::string> Files;   // by key: the path on disk

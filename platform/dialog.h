@@ -10,7 +10,7 @@
 
 namespace plat
 {
-    /// Buttons of a dialog.
+    /// Sets of buttons of a dialog.
     enum class DialogButtons_e
     {
         Ok,

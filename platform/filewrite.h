@@ -2,7 +2,8 @@
 //
 // The handles are those of files.h, which also has the calls for positions and facts. Paths are found as there.
 //
-// The library opens all files that it writes, streams included, by one rule:
+// The library opens all files that it writes, streams included, by one rule, except those of storedisk.h and
+// rawfiles.h:
 // - A file that does not exist is created exclusively. One that exists must be a regular file.
 // - A symbolic link as the last name is refused, not followed, wherever it leads.
 // - Pipes, sockets, devices and folders are refused, and never waited for.

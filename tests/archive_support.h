@@ -34,7 +34,7 @@ public:
     void Close() override {}
 };
 
-/// Calls fnRun. Returns false if an Abort ended it. Assertions are ignored.
+/// Calls fnRun, and ignores its assertions. Returns false if an Abort ended it.
 template <typename RUN>
 bool SurvivesWithoutAbort(RUN fnRun)
 {

@@ -4,7 +4,7 @@
 #include "platform/checker.h"
 #include "tests/test_support.h"
 
-/// Why a test of pages is skipped.
+/// Reason for which a test of pages is skipped.
 inline constexpr char NEEDS_BROWSER[] =
     "needs a browser, for instance Debian's package chromium-headless-shell, and 64 bits without the address checker";
 
@@ -22,7 +22,7 @@ inline std::string FindBrowser()
 }
 
 /// Returns the document of a page after the page's script and then the given lines have run. sAfter follows the file's
-/// name in the address. Expects that the page says it is ready. Of two options with one name the last one counts.
+/// name in the address. Expects that the page says it is ready. If two options share a name, the last one counts.
 inline std::string BrowserDocument(TempFolder_c const & Folder, std::string const & sPage,
     std::string const & sScript = "", std::string const & sAfter = "", std::string const & sOptions = "")
 {

@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-// Outside the unnamed namespace and called through a variable, so that no compiler knows that the call is pure.
+// Class outside the unnamed namespace, called through a variable, so that no compiler knows that the call is pure.
 struct AppTestAbstract_s
 {
     AppTestAbstract_s() { m_fnCall(*this); }
@@ -19,7 +19,7 @@ namespace
 {
     double g_tFake = 100.0;
 
-    // Window 3 is a child of window 2, which is a child of window 1. Window 9 has no parent.
+    // Returns a window. Window 3 is a child of window 2, which is a child of window 1. Window 9 has no parent.
     plat::Window_t Window(std::uintptr_t i)
     {
         return reinterpret_cast<plat::Window_t>(i);

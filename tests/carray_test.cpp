@@ -21,7 +21,7 @@ namespace
     template <typename T>
     using Inline_T = SortedArray_T<T, StaticArrayLenTraits_T<T, 40>>;
 
-    // Random adding, deleting, searching and sorting, compared with a vector. Make(i) makes an element.
+    // Adds, deletes, searches and sorts at random, and compares with a vector. Make(i) makes an element.
     template <typename T, typename ARRAY, typename MAKE>
     void CompareWithVector(MAKE Make)
     {

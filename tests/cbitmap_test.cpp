@@ -20,7 +20,7 @@ namespace
         return sHex;
     }
 
-    // The rows, joined by blanks.
+    // Returns the rows, joined by blanks.
     std::string Text(BitMap_c const & Map)
     {
         std::string sRows;
@@ -69,7 +69,7 @@ namespace
     protected:
         int Random(int iBelow) { return static_cast<int>(m_Random() % static_cast<unsigned>(iBelow)); }
 
-        // A field of random size and density.
+        // Makes a field of random size and density.
         FACE Make()
         {
             int const iX = Random(4) == 0 ? 570 + Random(4) * 64 : Random(2) == 0 ? Random(1100) : Random(40);
@@ -86,7 +86,7 @@ namespace
             return Face;
         }
 
-        // The cells, within a size and one beyond it, that differ from those which a predicate says are set.
+        // Returns the cells, within a size and one beyond it, that differ from those which a predicate says are set.
         static std::string Differences(FACE const & Face, Cell_t const & Size, auto const & IsSet)
         {
             std::string sDifferent = Face.Size() == Size ? "" : "size ";

@@ -53,7 +53,7 @@ namespace
         g_Event.Remove(Throw);
     }
 
-    // The trace that the functions leave, added in this order, when the list is fired.
+    // Fires the list after these functions were added in this order. Returns the trace that all functions leave.
     std::string Fire(int i, std::initializer_list<void (*)(int)> dAdded = {})
     {
         for (auto const fn : dAdded)

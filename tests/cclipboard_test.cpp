@@ -25,7 +25,7 @@ namespace
             plat::ClipboardSetWait(nullptr);
         }
 
-        // The text of the open clipboard.
+        // Returns the text of the open clipboard.
         static std::string Text()
         {
             std::string sText(ClipboardGetSize(), '?');

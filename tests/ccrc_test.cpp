@@ -28,7 +28,7 @@ namespace
         return dBytes;
     }
 
-    // Runs before all other globals: the choice of a kernel must not wait for a constructor.
+    // Global that runs before all others: the choice of a kernel must not wait for a constructor.
     struct EarlyCrc_s
     {
         std::uint32_t dwCrc = GetCrc32Polynomial(std::string(300, 'z').c_str(), 300);
@@ -91,7 +91,7 @@ TEST(Crc32, TwoRunsAreJoined)
     EXPECT_EQ(Crc32({}, 7), 7u);
 }
 
-// Every length to 600 at every alignment to 15, in memory that ends with the run, then long runs.
+// Every length to 600 that a kernel takes, at every alignment to 15, in memory that ends with the run, then long runs.
 TEST(Crc32, EveryKernelAgreesWithTheDefinitionAtEveryLengthAndAlignment)
 {
     // A kernel whose instructions this processor lacks is null.

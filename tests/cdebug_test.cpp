@@ -13,7 +13,7 @@
 #include <atomic>
 #include <stdexcept>
 
-// Its members fail an assertion, whose complaint names them, and return the line.
+// Class whose members fail an assertion and return the line. The complaint names them.
 struct ComplaintTest_c
 {
     // clang-format off
@@ -36,10 +36,10 @@ namespace
     // What happened, in order, a letter for each:
     //     C  the cursor was shown             W  the warning event was fired
     //     L  a line was logged                D  a dialog was shown
-    //     x  the program was told to stop     M  the window was minimised while the process aborts
-    //     X  the program was told to go on    m  the window was minimised otherwise
+    //     x  the program was stopped          M  the window was minimised while the process aborts
+    //     X  the program was continued        m  the window was minimised otherwise
     std::string g_sDebugTrace;
-    bool g_bPrint = false;   // the trace, on standard error
+    bool g_bPrint = false;   // whether the trace is printed on standard error
     std::string g_sLog, g_sDebugger, g_sText, g_sCaption;
     plat::Dialog_t g_Dialog;   // the last one, apart from its texts
     Answer_e g_eAnswer;
@@ -126,7 +126,7 @@ namespace
         plat::DebugOutput_t m_fnOutput;
     };
 
-    // A text that no Achtung had yet.
+    // Returns a text that no Achtung had yet.
     std::string Fresh()
     {
         static int s_nTexts = 0;
@@ -233,7 +233,7 @@ TEST_F(Complaints, AchtungIsShownOnceWhileSixteenAreRemembered)
         Achtung("%s", Fresh().c_str());
         EXPECT_EQ(ExtractTrace(), "LW");
     }
-    Achtung("%s", sFirst.c_str());   // the seventeenth took its place
+    Achtung("%s", sFirst.c_str());   // the seventeenth replaced it
     EXPECT_EQ(ExtractTrace(), "LW");
 }
 

@@ -228,7 +228,7 @@ TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
     };
     EXPECT_EXIT(FaultInExit(0, { Answer_e::Cancel }), testing::ExitedWithCode(3), "");
     EXPECT_EXIT(FaultInExit(1, { Answer_e::Cancel }), testing::ExitedWithCode(3), "");
-    // Of the fault, and of the remote debugger that is missing.
+    // The dialogs are those of the fault, and of the remote debugger that is missing.
     EXPECT_EXIT(FaultInExit(0, { Answer_e::Yes, Answer_e::Cancel }), testing::ExitedWithCode(255), "");
     SKIP_IF(*TEST_EMULATOR != 0, "an emulated program has no tracer");
     EXPECT_EXIT(Fault(true), testing::ExitedWithCode(7), "");

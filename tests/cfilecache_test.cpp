@@ -30,7 +30,7 @@ protected:
         return sBytes;
     }
 
-    // Loads; whether that came to its end. The tables must be sound in any case.
+    // Loads a cache, after which the tables must be sound in any case. Returns whether no Abort ended the load.
     bool Survives(std::string const & sBytes)
     {
         FilesystemCacheInit(m_Folder.Write("outside/cache.bin", sBytes).c_str());
@@ -49,7 +49,7 @@ protected:
     bool SurvivesAlone(std::string const & sBytes) { return FileReset(), Survives(sBytes); }
     void Save(std::string const & sName) const { FilesystemCacheSave(m_Folder.Join(sName).c_str()); }
 
-    // As the fixture's, without a scan of its own if there is a cache.
+    // Returns the keys as the fixture's does, without a scan if there is a cache.
     static std::string KeysOfOneRun(std::string const & sCache)
     {
         FilesystemCacheInit(sCache.c_str());
@@ -215,7 +215,7 @@ TEST_F(FileCacheTest, AFileThatATwinHidesIsNotSaved)
     std::string const sOne = 'a' + std::string(31, 'x') + 'b', sTwo = 'b' + std::string(31, 'x') + 'a';   // of one hash
     Make({ { "media/" + sOne, "1" }, { "media/" + sTwo, "2" }, { "media/in/" + sTwo, "3" } });
     FileAddSearchPath(m_Folder.Join("media").c_str(), false, false);
-    FileKill(FileStream(sOne.c_str()));   // the next of this hash takes its slot unseen
+    FileKill(FileStream(sOne.c_str()));   // the next of this hash gets its slot unseen
     FileAddSearchPath(m_Folder.Join("media/in").c_str(), false, false);
     Save("twins.bin");
     EXPECT_TRUE(SurvivesAlone(m_Folder.Read("twins.bin")));

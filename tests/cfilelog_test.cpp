@@ -10,7 +10,7 @@ protected:
 
     static void * Handle(std::intptr_t i) { return reinterpret_cast<void *>(i); }
 
-    // Opens the handles from iFirst to iLast, each named after the test and its number; a line for each.
+    // Opens the handles from iFirst to iLast, each named after the test and its number. Returns a line for each.
     static std::string Open(int iFirst, int iLast, std::string const & sTest)
     {
         std::string sLines;
@@ -131,8 +131,8 @@ protected:
         std::for_each_n(std::begin({ "a.txt", "a.txt", "b.txt" }), 3, [](char const * sz) { FileClose(FileOpen(sz)); });
     }
 
-    // The three response logs, in the order of all opens, clean and prefetched: "a" for a.txt, "b" for b.txt, "?" for
-    // others.
+    // Returns the three response logs, in the order of all opens, clean and prefetched: "a" for a.txt, "b" for b.txt,
+    // "?" for others.
     std::string Read(std::string const & sName) const
     {
         std::string sAll;

@@ -41,13 +41,13 @@ namespace
             FileTrackChanges(m_Folder.GetPath().c_str());
         }
 
-        // Runs a command in the tree; whether it succeeded.
+        // Runs a command in the tree. Returns whether it succeeded.
         bool Run(std::string const & sCommand) const
         {
             return RunShell("cd " + m_Folder.GetPath() + " && { " + sCommand + "; } >/dev/null 2>&1").iStatus == 0;
         }
 
-        // The names of which callbacks came since the last call, joined by blanks.
+        // Returns the names of which callbacks came since the last call, joined by blanks.
         static std::string Reported()
         {
             s_dReported.clear();

@@ -22,7 +22,7 @@ namespace
         std::deque<int> dFree = { 0, 1, 2, 3 };   // groups with room
         std::uint32_t dBits[4] = {};
 
-        // The element's index, or -1.
+        // Returns the element's index, or -1.
         int Alloc()
         {
             if (dFree.empty())
@@ -48,7 +48,7 @@ namespace
         }
     };
 
-    // Address of an element of a pool whose first one is pFirst.
+    // Returns the address of an element of a pool whose first one is pFirst.
     char * At(void * pFirst, int iElement, int nSize)
     {
         return static_cast<char *>(pFirst) + static_cast<std::ptrdiff_t>(iElement) * nSize;
@@ -64,7 +64,7 @@ namespace
 
 TEST(GigaPoolStatic, GivesTheElementsThatAPlainModelGives)
 {
-    // The sizes take the ways of finding an element by product and by division, and those at their limits.
+    // The sizes are those at which an element is found by product and by division, and those at their limits.
     for (int const nSize : { 1, 3, 8, 24, 64, 1000, 1447, 1448, 1449, 5000 })
     {
         GigaPoolStatic_c Pool(3 * 32 + 1, nSize);
@@ -166,7 +166,7 @@ TEST(GigaPoolStatic, MisuseFailsItsConditionAndHarmsNothing)
     GigaGroup_c * pGroups;
     std::memcpy(&pGroups, static_cast<void *>(&Overwritten), sizeof pGroups);
     pGroups[1].Alloc(true);
-    std::memset(static_cast<void *>(&pGroups[1]), 0, sizeof(std::uint32_t));   // an array that nobody allocated
+    std::memset(static_cast<void *>(&pGroups[1]), 0, sizeof(std::uint32_t));   // an array that was never allocated
     EXPECT_EQ(FailedConditions(
                   [&]
                   {

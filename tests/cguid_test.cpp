@@ -41,14 +41,14 @@ namespace
     Guid_c const SAMPLE(0x01234567, 0x89ab, 0xcdef, 0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef);
     constexpr char SAMPLE_TEXT[] = "01234567-89ab-cdef-0123-456789abcdef";
 
-    // 100-nanosecond ticks since 1582.
+    // Returns the 100-nanosecond ticks since 1582.
     std::uint64_t TickOf(Guid_c const & Guid)
     {
         plat::Guid_t const & g = Guid.m_guid;
         return std::uint64_t{ g.Data3 & 0xFFFu } << 48 | std::uint64_t{ g.Data2 } << 32 | g.Data1;
     }
 
-    // Waits for the moment, then makes so many; a line each.
+    // Waits for the moment, then makes so many identifiers. Returns a line for each.
     std::string MakeMany(std::chrono::steady_clock::time_point tStart, int nGuids)
     {
         std::string sLines;

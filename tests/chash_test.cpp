@@ -77,7 +77,7 @@ TEST(StringHash, AddReusesTheFirstDeletedSlotAndMissesTheKeyAfterIt)
 {
     static StringHash_T<Item_s, 8, 8, 1> s_Table;
     s_Table.Reset();
-    // Of one slot: the fifth character counts only through bits beyond the index.
+    // All have one slot: the fifth character counts only through bits beyond the index.
     Item_s First{ "abcda" }, Second{ "abcdb" }, Twin = Second;
     EXPECT_EACH(s_Table.Add(&First, &First.sName) == HASH_ADDED, s_Table.Add(&Second, &Second.sName) == HASH_ADDED,
         s_Table.Add(&Twin, &Twin.sName) == HASH_PRESENT, s_Table.FindByName(Twin.sName) == &Second);

@@ -20,7 +20,7 @@ namespace
     using testing::MatchesRegex;
     namespace fs = std::filesystem;
 
-    // Compares with what printf writes where wide text is UTF-8, in any locale.
+    // Compares with what printf writes if wide text is UTF-8, in any locale.
     void ExpectLikePrintf(std::size_t nSize, char const * fmt, ...)
     {
         char szOurs[4096], szTheirs[4096];

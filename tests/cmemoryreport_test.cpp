@@ -20,7 +20,7 @@ namespace
         return static_cast<std::uint32_t>((eCategory << MEMORY_CATEGORY_SHIFT) | MEMORY_CLIENT_BLOCK);
     }
 
-    // A record of the call log, some frames after the test's start.
+    // Returns a record of the call log, some frames after the test's start.
     std::string Record(int iFrame, int iLine, mem::Categories_e eCategory, std::size_t nBytes)
     {
         std::ostringstream Text;

@@ -67,7 +67,7 @@ namespace
 
         static std::string ExtractTrace() { return std::exchange(g_sModuleTrace, ""); }
 
-        // The log's text with # in the place of each time.
+        // Returns the log's text with # instead of each time.
         std::string TextWithoutTimes() const
         {
             return std::regex_replace(m_Log.GetText(), std::regex("[0-9]+\\.[0-9]{2} sec"), "# sec");

@@ -14,7 +14,7 @@
 
 namespace
 {
-    // Keeps the lines; knows the function Blit at 0x401000 and a source line for each address.
+    // Sink that keeps the lines. It knows the function Blit at 0x401000 and a source line for each address.
     class Lines_c final : public CodeListingSink_c
     {
     public:
@@ -54,7 +54,7 @@ namespace
     constexpr std::uint64_t BIAS = 0x12345670;
     constexpr char LOCK[] = "lock   ";   // an instruction of its own here
 
-    // Random bytes, often with a prefix or two and with 0F in front.
+    // Returns random bytes, often with a prefix or two and with 0F in front.
     std::vector<unsigned char> RandomInstruction(std::mt19937 & Random, OpcodeMode_e eMode)
     {
         static constexpr unsigned char PREFIXES[] = { 0x66, 0xF2, 0xF3, 0x66, 0x67, 0xF0, 0x2E, 0x64 };
@@ -80,7 +80,7 @@ namespace
         return dBytes;
     }
 
-    // The text of the first instruction, with the one that it locks, and the length of both.
+    // Returns the text of the first instruction, with the one that it locks, and the length of both.
     std::string Decoded(OpcodeDecoder_c & Decoder, std::vector<unsigned char> const & dBytes, std::size_t & nLength)
     {
         char szText[256];

@@ -5,8 +5,8 @@
 
 namespace
 {
-    // Calls with text classes. The one without shows that the compiler's own check is still there. s is a String_T, t a
-    // std::string, v a std::string_view.
+    // Calls with text classes and without. The last one shows that the compiler's own check is still there. s is a
+    // String_T, t a std::string, v a std::string_view.
     struct Call_s
     {
         char const * szCall;
@@ -67,7 +67,7 @@ TEST(Printf, TakesTextClassesInAllFunctions)
     EXPECT_EQ(FailedConditions([&] { ZQ_ASSERT_EX(s.IsEmpty(), "%s is %s", s, t); }), "s.IsEmpty(), Ogre is the cave");
 }
 
-// g++ refuses with optimization, clang++ always.
+// g++ refuses with optimisation, clang++ always.
 TEST(Printf, ACallWithAWrongFormatDoesNotCompile)
 {
     TempFolder_c const Folder;

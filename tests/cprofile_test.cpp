@@ -30,7 +30,7 @@ namespace
         }
     }
 
-    // The tree below a timer with the calls in a frame: "a*1(b*2 c*1)".
+    // Returns the tree below a timer with the calls in a frame: "a*1(b*2 c*1)".
     std::string Tree(profiler::timer_t const * pParent, int iFrame = 0)
     {
         std::string sTree;
@@ -46,7 +46,7 @@ namespace
 
     using Figures_t = std::array<std::int64_t, 4>;   // mean, peak, its calls, its slot
 
-    // The figures after the last of these frames, worked out by looking back.
+    // Returns the figures after the last of these frames, computed by looking back.
     Figures_t LookBack(Frames_t const & dFrames)
     {
         Figures_t dFigures{ 0, 0, 0, -1 };
@@ -233,7 +233,7 @@ protected:
         sTo.append(reinterpret_cast<char const *>(dValues.begin()), dValues.size() * sizeof(T));
     }
 
-    // A record by its layout. Frame i of 150 took tFirst + i in i calls.
+    // Appends a record by its layout. Frame i of 150 took tFirst + i in i calls.
     static void PutRecord(std::string & sTo, char cName, std::uint32_t dwChild, std::uint32_t dwNext, int tFirst)
     {
         sTo += cName + std::string(31, '\0');

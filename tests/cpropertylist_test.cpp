@@ -33,7 +33,7 @@ namespace
             return sAll;
         }
 
-        // All properties with all values, which are read inside the walk over the names.
+        // Returns all properties with all values, which are read inside the walk over the names.
         std::string Dump()
         {
             std::string sAll;

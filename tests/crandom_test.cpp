@@ -13,7 +13,7 @@
 
 namespace
 {
-    // The names in the list, from its head, joined by blanks; a wrong link back shows as "!".
+    // Returns the names in the list, from its head, joined by blanks. A wrong link back shows as "!".
     std::string Names()
     {
         std::string sNames;

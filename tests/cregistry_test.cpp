@@ -32,7 +32,7 @@ namespace
         return sText;
     }
 
-    // Both trees are stored in a folder of the test.
+    // Fixture that stores both trees in a folder of the test.
     class RegistryTest : public testing::Test
     {
     protected:
@@ -53,7 +53,7 @@ namespace
             return plat::RegistryWrite(USER, szKey, szName, RegistryType_e::Text, sData.data(), sData.size());
         }
 
-        // A text of up to 60,000 characters, or "none".
+        // Returns a text of up to 60,000 characters, or "none".
         static std::string Read(char const * szKey, char const * szName, RegistryTree_e eTree = USER)
         {
             std::string sData(60000, '?');
@@ -64,7 +64,8 @@ namespace
             return bRead && eType == RegistryType_e::Text ? sData : "none";
         }
 
-        // What GetKeyInfo reports of the open key: subkeys, values, and the longest of their names and of the data.
+        // Returns what GetKeyInfo reports of the open key: subkeys, values, and the longest of their names and of the
+        // data.
         static std::vector<int> Figures(Registry_c & Registry)
         {
             _tag_KEY_INFO Found{};
@@ -74,7 +75,7 @@ namespace
             return std::vector<int>(dFigures.begin(), dFigures.end());
         }
 
-        // The names of the subkeys of the open key, joined by blanks.
+        // Returns the names of the subkeys of the open key, joined by blanks.
         static std::string SubKeys(Registry_c & Registry)
         {
             std::string sNames;
@@ -86,7 +87,7 @@ namespace
             return sNames;
         }
 
-        // How many files of writers at work a key has.
+        // Returns how many files of writers at work a key has.
         std::ptrdiff_t BusyFiles(char const * szKeyFolder) const
         {
             return std::count_if(fs::directory_iterator(m_Folder.Join(szKeyFolder)), {},
@@ -148,7 +149,7 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
     EXPECT_EACH(!Registry.OpenKey("Software\\None", 0), !Registry.ValueExists("t")) << "the previous key is closed";
     EXPECT_EACH(Registry.OpenKey("Software\\None", 1), Registry.OpenKey("SOFTWARE\\none", 0));
 
-    // By the path: the size comes out whether the value fits or not.
+    // A read by the path returns the size whether the value fits or not.
     for (auto const & [szName, nRoom, bRead, nSize] : Rows_t<char const *, std::size_t, bool, std::size_t>{
              { "i", 4, true, 4 }, { "i", 3, false, 4 }, { "none", 4, false, 0 }, { "t", 0, false, 9 } })
     {
@@ -521,7 +522,7 @@ TEST_F(RegistryTest, ManyValuesAndKeysAndDeepTreesCostNoMoreEach)
     plat::RegistrySetFolder(USER, Memory.GetPath().c_str());
     Registry_c Registry;
     ASSERT_TRUE(Registry.CreateKey("top"));
-    std::clock_t const tStart = std::clock();   // processor time, which other programs don't stretch
+    std::clock_t const tStart = std::clock();   // processor time, which other programs do not stretch
     std::string sDeep = "top\\deep";
     for (int i = 0; i < MANY; ++i)
     {
@@ -548,7 +549,7 @@ TEST_F(RegistryTest, ATreeThatCantBeMadeIsGivenUpOnAtOnce)
 {
     plat::RegistrySetFolder(USER, "/proc/none/registry");
     Registry_c Registry;
-    std::clock_t const tStart = std::clock();   // processor time, which other programs don't stretch
+    std::clock_t const tStart = std::clock();   // processor time, which other programs do not stretch
     for (int i = 0; i < 100; ++i)
     {
         EXPECT_EACH(!Registry.CreateKey("a"), !Registry.OpenKey("a", 1), !Write("a", "name", "x"));

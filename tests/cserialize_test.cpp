@@ -16,7 +16,7 @@ namespace
 
     using A = Serializeable_c;
 
-    // The bytes that all writers must agree on.
+    // Returns the bytes that all writers must agree on.
     std::string Saved(ArchiveBody_t const & fnBody)
     {
         TempFolder_c const Folder;
@@ -50,7 +50,7 @@ namespace
         String_T<128> sName{ "Ogre" };
         __m128 vPlace = _mm_setr_ps(1, 2, 3, 9);
         float fRest = 0.25f;
-        bool bEmpty = false;   // the empty chunk was seen as one
+        bool bEmpty = false;   // whether the empty chunk was seen as one
 
         void Serialize(A & a)
         {
@@ -74,7 +74,7 @@ namespace
         return Saved([](A & a) { Example_s().Serialize(a); });
     }
 
-    // How a load ends: "w" whole, "f" failed, "a" in an abort.
+    // Returns how a load ends: "w" whole, "f" failed, "a" in an abort.
     char EndOf(std::string_view sBytes, ArchiveBody_t const & fnBody)
     {
         bool bWhole = false;
@@ -182,7 +182,8 @@ TEST(Serialize, VersionsAndLabelsDecideWhatLoads)
     EXPECT_EACH(!None.Open(), None.IsFailed(), None.Close(), None.Close());
 }
 
-// With any byte changed and the file cut anywhere, a load ends: whole, failed, or in a complaint. A check knows.
+// A load ends whole, failed or in a complaint, whichever byte is changed and wherever the file is cut. A check finds
+// the archive sound only if the load ends whole.
 TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
 {
     LogCapture_c const Log;

@@ -57,7 +57,7 @@ namespace
         Lit_c * m_pTwin = nullptr;
     };
 
-    // Keeps what loads make.
+    // Serializer that keeps what loads make.
     template <typename T, typename... BASES>
     class Kept_T : public Serializer_T<T, BASES...>
     {
@@ -115,7 +115,7 @@ namespace
         return !pObject || std::ranges::any_of(Serializer.m_dMade, [&](auto const & p) { return p.get() == pObject; });
     }
 
-    // A graph that reaches one lamp by pointers of four types.
+    // A graph that reaches its lamp by pointers to two of its bases.
     struct Graph_s
     {
         Owner_s Owner{ "me", { &Ball, &Lamp, nullptr, &Ball }, &Owner };
@@ -151,7 +151,8 @@ TEST(SerializerTyped, ObjectsComeBackByTheirDynamicType)
     EXPECT_EQ(pLit, Classes.Lamps.m_dMade.back().get());
 }
 
-// With any byte changed, and with any two words exchanged, every pointer leads to an object of its type or nowhere.
+// Changes each byte after the version in three ways, and exchanges each two words. Every pointer then leads to an
+// object of its type or nowhere.
 TEST(SerializerTyped, DamageNeverMakesAPointerOfAnotherType)
 {
     Classes_s Classes;

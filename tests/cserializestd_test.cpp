@@ -118,7 +118,7 @@ TEST(SerializeStd, ContainersOfOneKindLoadWhatAnotherHasStored)
     EXPECT_EQ(dLoadedBig, dBig);
 }
 
-// With any byte changed and the archive cut anywhere, a load ends whole or failed.
+// A load ends whole or failed, whichever byte after the version is changed and wherever the archive is cut.
 TEST(SerializeStd, DamageFailsTheArchiveAndTakesLittleMemory)
 {
     Types_s Types = Example(), Read;

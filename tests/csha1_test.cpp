@@ -11,7 +11,7 @@ namespace
         return reinterpret_cast<unsigned char const *>(sText.data());
     }
 
-    // A context that saw the text in pieces of nPiece bytes.
+    // Returns a context that saw the text in pieces of nPiece bytes.
     SHA1Context Fed(std::string const & sText, std::size_t nPiece)
     {
         SHA1Context Context;
@@ -23,7 +23,7 @@ namespace
         return Context;
     }
 
-    // The digest in hexadecimal digits.
+    // Returns the digest in hexadecimal digits.
     std::string Result(SHA1Context Context)
     {
         unsigned char dHash[SHA1_HASH_SIZE] = {};
@@ -36,7 +36,7 @@ namespace
         return sHex;
     }
 
-    // The first bytes of an arbitrary text.
+    // Returns the first bytes of an arbitrary text.
     std::string Pattern(std::size_t nBytes)
     {
         std::string sText(nBytes, '\0');

@@ -14,7 +14,7 @@ namespace
     class SpreadsheetTest : public MediaTest
     {
     protected:
-        // Writes a file and opens it; the sheet must be closed.
+        // Writes a file and opens it. Requires that the sheet is closed.
         bool Open(std::string const & sText, SpreadsheetFmtDesc_t const * pFmt = nullptr)
         {
             Serve("sheet.csv", sText);
@@ -23,7 +23,7 @@ namespace
             return bOpen;
         }
 
-        // Head and rows, their cells joined by bars; what was logged if the sheet is closed.
+        // Returns head and rows, their cells joined by bars. Returns what was logged if the sheet is closed.
         std::string Dump()
         {
             if (!m_Sheet.IsOpen())
@@ -108,7 +108,7 @@ TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
     EXPECT_FALSE(Open(""));
     EXPECT_EQ(m_Log.CountHolding("head parsing failed."), 1);
     std::string const sWord(511, 'w'), sQuoted(24575, ',');
-    auto const Row = [&](std::string const & sMore)   // of more than 64 KB
+    auto const Row = [&](std::string const & sMore)   // of more than 64 KiB
     {
         std::string const sCell = ",\"" + sQuoted + sMore + "\"";
         return sWord + sMore + sCell + sCell + sCell + ",1\n";

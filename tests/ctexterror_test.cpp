@@ -12,7 +12,7 @@ using namespace std::string_literals;
 
 namespace
 {
-    // "file(line,column): reason".
+    // Returns "file(line,column): reason".
     std::string TextOf(TextError_t const & Error)
     {
         std::string const sPlace =
@@ -26,7 +26,7 @@ namespace
         sAll += (sAll.empty() || sAll.back() == '\n' ? "" : szBetween) + (sText.empty() ? "(none)" : sText);
     }
 
-    // Each reads all of "table.txt", or the text. Returns what it read, or the reason why it can't be opened.
+    // Reads all of "table.txt", or the text, as each of these does. Returns what it read, or why it can't be opened.
     std::string ReadSheet(std::string const &)
     {
         Spreadsheet_c Sheet;

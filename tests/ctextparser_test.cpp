@@ -7,7 +7,8 @@ using namespace std::string_literals;
 
 namespace
 {
-    // The last token after a letter for its kind: w for word, s for string, n for number, y for symbol; "." for none.
+    // Returns the last token after a letter for its kind: w for word, s for string, n for number, y for symbol; "." for
+    // none.
     std::string Token(SimpleTextParser_c const & Parser)
     {
         std::ostringstream Out;
@@ -19,7 +20,7 @@ namespace
         return Out.str();
     }
 
-    // All tokens of an open parser, each followed by a bar.
+    // Returns all tokens of an open parser, each followed by a bar.
     std::string Tokens(SimpleTextParser_c & Parser)
     {
         std::string sAll;

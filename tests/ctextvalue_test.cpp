@@ -19,8 +19,8 @@ namespace
 
     using TextValue = MediaTest;
 
-    // Reads a text as each integer type and as an enumerator. Get(value...) reads. A minus sign is a failure that left
-    // the value unchanged.
+    // Reads a text as integers of each width and as an enumerator. Get(value...) reads. A minus sign is a failure that
+    // left the value unchanged.
     template <typename GET>
     std::string AsAllTypes(GET Get)
     {

@@ -11,7 +11,7 @@ using namespace std::string_literals;
 
 namespace
 {
-    // The columns, joined by bars; a null column is a tilde.
+    // Returns the columns, joined by bars. A null column is a tilde.
     std::string Joined(WarehouseLine_c const & Line)
     {
         std::string sAll;
@@ -39,7 +39,7 @@ namespace
         }
     };
 
-    // Each line in brackets.
+    // Returns each line in brackets.
     std::string Lines(std::string const & sData, WarehouseFormat_e eFormat, char const * szSeparators = nullptr)
     {
         Scan_s Data(sData, eFormat, szSeparators);
@@ -88,8 +88,8 @@ namespace
             return sAll;
         }
 
-        // What the Get of each type does with a cell: the value, or a minus sign if it failed and left the output
-        // unchanged.
+        // Returns what Get does with a cell for eight types: the value, or a minus sign if it failed and left the
+        // output unchanged.
         std::string Numbers(std::string const & sCell)
         {
             EXPECT_EACH(Open("get.txt", "@head v\ni " + sCell + "\n"), m_pTable->FindIdent("I"));

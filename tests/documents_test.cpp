@@ -24,7 +24,7 @@ namespace
         return { std::istreambuf_iterator<char>(File), {} };
     }
 
-    /// Returns whether a text is the expected one, in which `...` means any text.
+    // Returns whether a text is the expected one, in which `...` means any text.
     bool Matches(std::string_view sText, std::string_view sExpected)
     {
         std::size_t const nDots = sExpected.find("...");
@@ -48,7 +48,7 @@ namespace
         return false;
     }
 
-    /// Makes the commands of the documents known: a script for each in `bin`.
+    // Makes the commands of the documents known: a script for each in `bin`.
     void MakeCommands(TempFolder_c const & Folder)
     {
         std::vector<std::string> dPrograms = { ZQTOOL_PATH };
@@ -64,7 +64,7 @@ namespace
         }
     }
 
-    /// Runs the blocks of a page in order, in a folder of its own.
+    // Runs the blocks of a page in order, in a folder of its own.
     void RunPage(std::string const & sPage, std::initializer_list<Block_s> dBlocks)
     {
         SKIP_IF(sPage.find("crash") != std::string::npos && (*TEST_EMULATOR || !*ZQSYMBOLS_PATH),
@@ -107,7 +107,7 @@ namespace
 
 namespace
 {
-    /// Returns the texts between each sBegin and the next sEnd.
+    // Returns the texts between each sBegin and the next sEnd.
     std::vector<std::string> Between(std::string const & sText, std::string_view sBegin, std::string_view sEnd)
     {
         std::vector<std::string> dFound;
@@ -121,7 +121,7 @@ namespace
         return dFound;
     }
 
-    /// Returns source text with its string literals joined and without their escapes.
+    // Returns source text with its string literals joined and without their escapes.
     std::string Plain(std::string const & sSource)
     {
         std::string sPlain;

@@ -19,7 +19,7 @@ struct Node_s
     void const * pPart = nullptr;
 };
 
-inline bool g_bRegisterItself = true;                    // nodes can be reached from inside their own body
+inline bool g_bRegisterItself = true;                    // whether nodes can be reached from inside their own body
 inline std::vector<std::unique_ptr<Node_s>> g_dLoaded;   // all that loads made
 inline Node_s g_StaticNode;                              // a static object with contents
 
@@ -74,7 +74,7 @@ struct World_s
     NodeSerializer_c Nodes{ "Node" };
     NodeSerializer_c Others{ "Other" };
     int iStatic = 0;
-    bool bWhole = false;   // the latest load did not fail
+    bool bWhole = false;   // whether the latest load did not fail
 
     void RegisterStatics()
     {
@@ -110,8 +110,8 @@ struct World_s
         return pRoot;
     }
 
-    /// Loads any bytes. Returns whether every pointer of every node that this made leads to a node, to what was
-    /// registered without a class, or nowhere.
+    /// Loads any bytes. Returns whether pNext and pOther of each node that this made, and of the static one, lead to a
+    /// node, to what was registered without a class, or nowhere.
     bool LoadsSoundly(std::string_view sBytes)
     {
         RegisterStatics();

@@ -13,7 +13,7 @@ namespace
 
     struct IndexFile : testing::Test
     {
-        // Whether the file is accepted, and then has what was saved.
+        // Returns whether the file is accepted, and then has what was saved.
         bool Loads(IndexKey_t const & Key = KEY) const
         {
             std::optional<IndexParts_t> const Parts = IndexFolder_c(Folder.Join("cache/zqcore")).Load(Key);
@@ -64,7 +64,7 @@ TEST_F(IndexFile, OfAnythingElseIsIgnored)
 TEST_F(IndexFile, TheOldestMakeRoom)
 {
     IndexFolder_c const Indices(Folder.Join("cache/zqcore"));
-    IndexParts_t const Big = { std::vector<IndexRange_t>(1 << 20, IndexRange_t{ 0, 1, 0 }), {} };   // 16 MB
+    IndexParts_t const Big = { std::vector<IndexRange_t>(1 << 20, IndexRange_t{ 0, 1, 0 }), {} };   // 16 MiB
     auto const Save = [&](std::string const & sBuildId) { Indices.Save({ sBuildId, 1, 1, 1 }, Big); };
     for (char const * szBuildId : { "a", "b", "c" })
     {

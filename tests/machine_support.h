@@ -151,7 +151,7 @@ inline std::ptrdiff_t CountHandles()
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-/// Returns the handles of this process that are sockets whose name holds szPart after its first character.
+/// Returns the handles of this process below 256 that are sockets whose name holds szPart after its first character.
 inline std::vector<int> SocketsNamed(char const * szPart)
 {
     std::vector<int> dSockets;
@@ -236,7 +236,7 @@ inline bool GrantsSetUserId(std::string const & sFolder)
            && (Disk.f_flag & ST_NOSUID) == 0;
 }
 
-/// Counts the breakpoints that this process hits during a scope.
+/// Scope that counts the breakpoints that this process hits.
 class TrapCount_c
 {
 public:

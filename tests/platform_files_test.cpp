@@ -22,13 +22,13 @@ namespace fs = std::filesystem;
 
 namespace
 {
-    // Each test has a folder of its own, and no spellings from another test.
+    // Fixture with a folder of its own, and no spellings from another test.
     class PlatformFiles : public testing::Test
     {
     protected:
         ~PlatformFiles() override { plat::SpellingsForget(); }
 
-        // The contents of the file that a path opens, or why none opened.
+        // Returns the contents of the file that a path opens, or why none opened.
         static std::string Open(std::string const & sPath)
         {
             plat::FileFacts_t Facts;
@@ -43,8 +43,9 @@ namespace
             return sContents;
         }
 
-        // The entries of a folder in the listing's order: a file's name with its size, "name/" for a folder, "name!"
-        // for what is neither, "name?" for what can't be opened, "->" before links; "unreadable" if the listing fails.
+        // Returns the entries of a folder in the listing's order: a file's name with its size, "name/" for a folder,
+        // "name!" for what is neither, "name?" for what can't be opened, "->" before links. Returns "unreadable" if the
+        // listing fails.
         static std::string List(std::string const & sPath)
         {
             plat::FolderListing_c Listing;

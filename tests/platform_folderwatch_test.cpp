@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 namespace
 {
-    // In memory if there is such a place: ten thousand folders keep a busy disk for a minute.
+    // Folder of the trees, in memory if there is such a place: ten thousand folders keep a busy disk for a minute.
     std::string const ROOT = std::getenv("TMPDIR") || !fs::exists("/dev/shm") ? fs::temp_directory_path() : "/dev/shm";
 
     constexpr char INOTIFY[] = "anon_inode:inotify";
@@ -27,7 +27,8 @@ namespace
     protected:
         void SetUp() override { NEEDS_WATCHES; }
 
-        // The names of the next batch, each with its end; "-" if none has come, "empty" if one was lost.
+        // Returns the names of the next batch, each with its end. Returns "-" if none has come, "empty" if one was
+        // lost.
         std::u16string Batch()
         {
             m_dBuffer.assign(m_dBuffer.size(), 0);
@@ -48,7 +49,7 @@ namespace
             return sNames;
         }
 
-        // Names of one letter stay known.
+        // Returns whether a name has one letter. Such names stay known.
         static bool IsKept(char const * szName) { return szName[1] == '\0'; }
 
         TempFolder_c m_Folder{ ROOT };

@@ -44,7 +44,7 @@ namespace
         }
     }
 
-    // The names at an address: of the function by its symbol, and of what debug information has.
+    // Returns the names at an address: of the function by its symbol, and of what debug information has.
     std::string NamesAt(std::string const & sProgram)
     {
         Modules_c Modules("");
@@ -93,7 +93,7 @@ TEST(SplitUnits, DamagedFilesCostVariablesAlone)
             Folder.Write(sFile, sDamaged);
             return NamesAt(sProgram);
         };
-        for (std::size_t i = 0; i < sWhole.size(); i += 4)   // each number in turn, and each length
+        for (std::size_t i = 0; i < sWhole.size(); i += 4)   // each number in turn, and a cut at each eighth one
         {
             std::string sDamaged = sWhole;
             sDamaged.replace(i, 4, "\xFF\xFF\xFF\xFF");

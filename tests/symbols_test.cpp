@@ -26,7 +26,7 @@ namespace symbols_test
         return iLine;
     }
 
-    // What the calls return is used after them, so that none is a jump.
+    // Calls fnLook. What the calls return is used after them, so that none is a jump.
     NOT_INLINED unsigned Innermost(Look_t const & fnLook)
     {
         plat::FaultContext_t Context;
@@ -116,7 +116,7 @@ namespace
         return dAddresses;
     }
 
-    // Sets the helper for a scope.
+    // Scope with another helper.
     struct HelperScope_s
     {
         explicit HelperScope_s(std::string const & sPath) { plat::SymbolsSetHelper(sPath.c_str()); }
@@ -124,7 +124,7 @@ namespace
         HelperScope_s & operator=(HelperScope_s &&) = delete;
     };
 
-    // Ends the helper among our children; false if it isn't listed.
+    // Ends the helper among our children. Returns false if it is not listed.
     bool KillHelper()
     {
         std::string const sOwn = std::to_string(getpid());

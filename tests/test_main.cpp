@@ -7,7 +7,7 @@
 int main(int argc, char ** argv)
 {
     testing::InitGoogleTest(&argc, argv);
-    // The system can't start the program anew where it runs in an emulator.
+    // The system can't start the program anew if it runs in an emulator.
     testing::GTEST_FLAG(death_test_style) = *TEST_EMULATOR != 0 ? "fast" : "threadsafe";
     umask(022);                                            // what the tests expect of files that others may read
     g_ExceptionReport.SetLogFileName(L"/dev/null", L"");   // no folder: processes that a test ends leave no report

@@ -211,7 +211,7 @@ namespace
     }
 }
 
-// What the collecting allocates must not count under the category of the code under test.
+// Collects a line. What the collecting allocates must not count under the category of the code under test.
 void LogCaptureListener(char const * szText)
 {
     MemCategoryScope_c const Category(mem::Tools);

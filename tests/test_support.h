@@ -132,7 +132,7 @@ struct Result_s
     std::string sSignal = "";   // as in "SEGV"; empty for an exit
 };
 
-/// A matcher of a result with this status and an output that matches.
+/// Returns a matcher of a result with this status and an output that matches.
 template <typename OUTPUT>
 auto Ends(int iStatus, OUTPUT const & Output)
 {
@@ -185,7 +185,7 @@ private:
 /// Scope in which every write beyond so many bytes of a file fails, as on a full disk.
 using FullDisk_c = LimitScope_c<RLIMIT_FSIZE>;
 
-/// Scope in which no descriptor has this number or a higher one.
+/// Scope in which no new descriptor has this number or a higher one.
 using FewDescriptors_c = LimitScope_c<RLIMIT_NOFILE>;
 
 /// A fresh folder below the system's temporary one or another, deleted with all it holds at the end of the scope.
@@ -227,7 +227,7 @@ private:
     std::filesystem::path const m_Previous = std::filesystem::current_path();
 };
 
-/// Prints all that is logged from now on. For processes that the test ends.
+/// Prints all that is logged from now on. Serves processes that the test ends.
 void LogToStandardError();
 
 /// Scope that collects the lines that any thread logs. Scopes may nest: the innermost collects. LogDone within the

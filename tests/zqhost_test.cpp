@@ -12,9 +12,9 @@ namespace
 {
     using testing::HasSubstr;
 
-    // What the host says on standard error, and its status: 2 bad command line, 3 no media, 4 not loaded or saved,
-    // 5 stats not written, 6 a service did not start, 7 not watched, 8 standard output full,
-    // 9 live memory not listed.
+    // Runs the host. Returns what it says on standard error, and its status: 2 bad command line, 3 no media, 4 not
+    // loaded or saved, 5 stats not written, 6 a service did not start, 7 not watched, 8 standard output full, 9 live
+    // memory not listed.
     Result_s RunHost(std::string const & sArguments, std::string const & sMedia = TEST_MEDIA_FOLDER,
         std::string const & sOutput = "/dev/null")
     {

@@ -26,7 +26,7 @@ namespace
         }
     }
 
-    // A timer of a batch with the addresses of its first child and its next sibling. The times differ a little
+    // Returns a timer of a batch with the addresses of its first child and its next sibling. The times differ a little
     // by frame; frame 77 takes two seconds.
     std::string Timer(
         char const * szName, std::uint32_t iTimer, std::size_t nChild, std::size_t nNext, std::uint64_t tTime)
@@ -44,7 +44,7 @@ namespace
         return sRecord;
     }
 
-    // A file of a program that has its timers at nAddress.
+    // Returns a file of a program that has its timers at nAddress.
     std::string StatsFile(std::size_t nBatches, std::size_t nAddress = 0)
     {
         std::string sFile(8, '\0'), sBatch(4, '\0');
@@ -133,7 +133,7 @@ document.documentElement.dataset.figures = (isStats
     .join(";");
 )js";
 
-    // Shows the means of the cells of screenshots, a grid of 6 by 8, as hexadecimal digits.
+    // Script that shows the means of the cells of screenshots, a grid of 6 by 8, as hexadecimal digits.
     constexpr char GRID_SCRIPT[] = R"(
 const means = (image) =>
 {
@@ -269,7 +269,8 @@ TEST(ZqtoolPages, OfMemoryFitEachWidthAndSchemeAndLookAsBefore)
 
 namespace
 {
-    // Follows a file that grows, is created anew, and grows up to the limit; asks what a foreign page may ask.
+    // Script that follows a file that grows, is created anew, and grows up to the limit. It asks what a foreign page
+    // may ask.
     constexpr char FOLLOW_SCRIPT[] = R"(
 import json, socket, subprocess, sys, time
 tool, path, whole, again = sys.argv[1].split(), sys.argv[2], *(open(name, "rb").read() for name in sys.argv[3:])

@@ -65,7 +65,7 @@ namespace
         return Folder.Read("stats");
     }
 
-    // A record at RECORD_ADDRESS.
+    // Returns a record at RECORD_ADDRESS.
     std::string Sample()
     {
         static std::string const s_sRecord = Record();

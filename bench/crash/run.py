@@ -29,7 +29,7 @@ def limits():
 
 
 def measure(command):
-    """Processor and wall time in milliseconds, of the command and of what it starts and waits for."""
+    """Returns the processor and wall time in milliseconds, of the command and of what it starts and waits for."""
     start = time.monotonic()
     process = subprocess.Popen(command, cwd=FOLDER, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                stderr=subprocess.DEVNULL, preexec_fn=limits)
@@ -53,7 +53,7 @@ def remove(pattern):
 
 
 def report_addresses(program):
-    """The addresses of the frames of the program, as a report has them."""
+    """Returns the addresses of the frames of the program, as a report has them."""
     remove(f"{FOLDER}/CrashReport_*")
     measure([program, "ours"])
     with open(glob.glob(f"{FOLDER}/CrashReport_*.rpt")[0], newline="") as file:

@@ -156,7 +156,7 @@ NoFile_s BayReadTables(Bay_s & Bay);
 /// Copies the rules of one bay to another, and the names and numbers of its definitions to those of the same idents.
 void BayCopyNumbers(Bay_s const & From, Bay_s & To);
 
-/// Runs one hour.
+/// Runs one hour of the harbours and the ships, and settles goals.
 void BayRunHour(Bay_s & Bay);
 
 /// Delete the ships, and empty the whole bay and the purse of g_House.

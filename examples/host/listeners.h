@@ -18,7 +18,7 @@ struct Heard_s
     String_T<256> dTexts[KEPT];   // oldest first
 };
 
-/// What was heard, by its kind.
+/// Texts that were heard, by their kind.
 struct Notes_s
 {
     Heard_s Dropped;      // locations of files whose name was in use already

@@ -173,7 +173,7 @@ std::string MediaDescribeSource(Options_s const & Options, std::string const & s
     {
         return "a scan that could not see all, as the log says; no cache is written";
     }
-    // A save replaces the cache by a new file, so a write that failed leaves the old time.
+    // FilesystemCacheSave replaces the cache by a new file, so a write that failed leaves the old time.
     std::error_code Error;
     std::string const sCache = CacheOf(Options, sMedia);
     auto const tBefore = std::filesystem::last_write_time(sCache, Error);

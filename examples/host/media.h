@@ -17,6 +17,6 @@ void MediaSet(Options_s const & Options, std::string const & sMedia);
 /// shutdown does not write that file. Requires that the modules are up.
 std::string MediaCheckChoice(Options_s const & Options, std::string const & sMedia);
 
-/// With --cache, writes a cache after a scan that saw everything. Returns a description of where the tables of files
-/// came from. Requires that the modules are up.
+/// Writes a cache if --cache is set and a scan saw everything. Returns a description of where the tables of files came
+/// from. Requires that the modules are up.
 std::string MediaDescribeSource(Options_s const & Options, std::string const & sMedia);

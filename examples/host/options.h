@@ -32,10 +32,10 @@ struct Options_s
     std::string sStats;          // the profiler's file; empty: none
     std::string sCacheFile;      // of the file system cache; empty: in the media root
     int nFrames = 480;           // from 0 to 1,000,000; bWatch ignores it
-    bool bNew = false;           // start a new world even if there is a save
-    bool bCache = false;         // start from the file system cache
-    bool bWatch = false;         // run until interrupted, and follow changes of the media
-    bool bAllocations = false;   // list the live memory after the last frame
+    bool bNew = false;           // whether to start a new world even if there is a save
+    bool bCache = false;         // whether to start from the file system cache
+    bool bWatch = false;         // whether to run until interrupted, and follow changes of the media
+    bool bAllocations = false;   // whether to list the live memory after the last frame
     bool bSilent = false;
     bool bHelp = false;
 };

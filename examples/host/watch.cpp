@@ -32,7 +32,7 @@ namespace
     }
 
 #ifdef SIGHUP
-    // The terminal was closed. The signal comes twice if the shell passes it on, so a second one does not end the host.
+    // Notes that the terminal was closed. Ignores a second signal, which comes if the shell passes the first one on.
     void OnHangUp(int iSignal)
     {
         std::signal(iSignal, SIG_IGN);

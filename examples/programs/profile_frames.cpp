@@ -9,7 +9,7 @@ namespace
     void Work(char const * szTimer, double tSeconds)
     {
         ProfilerScope_c const Timer(szTimer);
-        longTimeWait(tSeconds);   // in place of the work
+        longTimeWait(tSeconds);   // instead of the work
     }
 }
 

@@ -87,8 +87,8 @@ namespace plat
             return IsFilled<std::uint32_t>(pBytes, HEAP_FENCE);
         }
 
-        // Returns whether the fence after the own bytes is undamaged. Of a long one, checks only the first FENCE bytes
-        // and the last GAP bytes.
+        // Returns whether the fence after the own bytes is undamaged. Checks only the first FENCE bytes and the last
+        // GAP bytes of a long one.
         bool IsFenceWhole(Header_s * pHeader)
         {
             std::uint8_t const * pByte = OwnOf(pHeader) + pHeader->nOwn;

@@ -118,7 +118,7 @@ namespace
         }
     }
 
-    // Ends in a jump if optimized, so that the thread's call stack has no frame of it. Therefore nothing uses a local's
+    // Ends in a jump if optimised, so that the thread's call stack has no frame of it. Therefore nothing uses a local's
     // address.
     void * RunJoined(void * pStart)
     {

@@ -1,6 +1,6 @@
 # What Linux adds to the library's build.
 
-# Calls out of the library are bound at load and go past the procedure linkage table, so that a crash binds none.
+# Calls out of the library are bound at load and skip the procedure linkage table, so that a crash binds none.
 set(ZQCORE_SYSTEM_COMPILE_OPTIONS -fno-plt)
 
 # File sizes, inode numbers and times have 64 bits on i386 too. All sources of the library need this, because they pass

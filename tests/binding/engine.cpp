@@ -1,4 +1,5 @@
-// What an engine's library or a plugin does with the heap: works inside, and passes a block across its border.
+// engine.cpp: what an engine's library or a plugin does with the heap: works inside, and passes a block across its
+// border.
 #include "zqcore/cbitmap.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"

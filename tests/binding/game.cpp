@@ -1,5 +1,5 @@
-// A program that reaches the library in one of several ways, as it is linked: by itself, through another library, or
-// through a plugin, whose file is the argument. Frees a block that the engine took, and prints "done".
+// game.cpp: a program that reaches the library in one of several ways, as it is linked: by itself, through another
+// library, or through a plugin, whose file is the argument. Frees a block that the engine allocated, and prints "done".
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,7 +23,8 @@ __attribute__((visibility("default"))) void operator delete[](void * pBlock, std
 }
 #endif
 
-// A program at a fixed address has an entry of its own for a function whose address it takes.
+// Allocates and frees through pointers. A program at a fixed address has an entry of its own for a function whose
+// address it takes.
 void UseByAddress()
 {
     void * (*volatile fnNew)(std::size_t) = &::operator new;

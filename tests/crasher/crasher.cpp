@@ -278,7 +278,7 @@ namespace
         g_fHuge = (g_fZero + 5e-324) + g_fHuge;
     }
 
-    constexpr int HEAP = -1;   // the road to the filter needs the heap
+    constexpr int HEAP = -1;   // the way to the filter needs the heap
     constexpr int PLAIN = 0;   // else: floating-point exceptions to unmask
     struct Fault_t
     {
@@ -339,7 +339,7 @@ namespace
     Fault_t const * g_pFault = nullptr;
     plat::FaultFilter_t g_fnFilter = nullptr;
 
-    // What the library does, without the heap, whatever the road there.
+    // Does what the library does, without the heap, however the fault reached the filter.
     long Filter(plat::FaultPointers_t const * pFault)
     {
         NoHeap();
@@ -350,7 +350,7 @@ namespace
         return nResult;
     }
 
-    // Alignment may still be checked: the flags are the fault's.
+    // Turns alignment checks off first: the flags are the fault's.
     void PreviousHandler(int iSignal, siginfo_t *, void *)
     {
         SetFlags(2);
@@ -360,7 +360,7 @@ namespace
         std::raise(iSignal);
     }
 
-    // Sets who gets the faults after the library; null is nobody.
+    // Sets the handler that gets the faults after the library; null: none.
     void SetPrevious(void (*fnHandler)(int, siginfo_t *, void *))
     {
         plat::FaultFilter_t const fnFilter = plat::FaultFilterSet(nullptr);
@@ -374,7 +374,7 @@ namespace
         plat::FaultFilterSet(fnFilter);
     }
 
-    // A filter before the library's deals with the first fault only.
+    // Sets a filter before the library's, which deals with the first fault only.
     void FaultAgain()
     {
         plat::FaultFilter_t const fnFilter = plat::FaultFilterSet(
@@ -411,7 +411,7 @@ namespace
         {}
     }
 
-    // Another folder is the current one when the log is opened and at the crash.
+    // Makes another folder the current one, while the log is opened and at the crash.
     void MoveElsewhere()
     {
         mkdir("elsewhere", 0700);
@@ -420,7 +420,7 @@ namespace
         LogInit();
     }
 
-    // A folder whose path has more bytes than characters.
+    // Sets a folder whose path has more bytes than characters.
     void SetLongFolder()
     {
         std::wstring sFolder;
@@ -478,7 +478,7 @@ namespace
         Thread.Join();
     }
 
-    // A disk that stops in the middle of a write.
+    // Stops in the middle of a write, as a disk may.
     void StickHalfWay(int hFile, void const * pBytes, std::size_t nBytes)
     {
         syscall(SYS_write, hFile, pBytes, nBytes / 2);
@@ -502,7 +502,7 @@ namespace
 
     int g_nLogLine = 300;
 
-    // A host with a name, a long log and open timers.
+    // Acts as a host with a name, a long log and open timers.
     void BeBusy()
     {
         g_szApplicationName = "Robots";

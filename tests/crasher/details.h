@@ -45,7 +45,7 @@ __attribute__((noinline)) int ShowValues(Ship_t const & Ship, void (*fnCall)(), 
            + *pOwned + static_cast<int>(Point.x + Ship.x) + (fnCall ? 1 : 0) + static_cast<int>(wszWide[0]);
 }
 
-// A register that a called function keeps.
+/// Register that a called function keeps.
 #if defined(__x86_64__)
     #define IN_REGISTER "rbx"
 #else

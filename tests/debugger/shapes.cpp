@@ -1,4 +1,4 @@
-// Makes values of the types that gdb prints, and ends with a signal that leaves a core file.
+// shapes.cpp: makes values of the types that gdb prints, and ends with a signal that leaves a core file.
 #include "zqcore/zqcore.h"
 
 #include <csignal>

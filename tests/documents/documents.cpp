@@ -1,4 +1,5 @@
-// The programs of the documents, cut out by the build (tests/examples.cmake): documents NAME runs one of them.
+// documents.cpp: the programs of the documents, cut out by the build (tests/examples.cmake): documents NAME runs one of
+// them.
 #include <cstdio>
 #include <initializer_list>
 #include <map>
@@ -9,8 +10,8 @@
 
 namespace
 {
-    /// Runs a body as a part of a game: between the start of all modules and their end, over the media root "media". Its
-    /// log lines are printed.
+    // Runs a body as a part of a game: between the start of all modules and their end, over the media root "media". Its
+    // log lines are printed.
     int RunBody(void (*fnBody)())
     {
         LogSetFile(L"logs/", L"message.log");

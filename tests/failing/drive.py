@@ -23,7 +23,7 @@ TABLE_SIZE = 4096   # see failing.cpp
 HEAD = struct.Struct("<IiQQQQ")
 SHORT = 0   # the call handles half of its bytes
 
-# The values of errno that each kind of call can set.
+# How each kind of call can fail: by values of errno, or SHORT.
 REASONS = {
     "open": ("ENOENT", "EACCES", "EMFILE", "ENOSPC", "EIO", "EINTR"),
     "read": ("EIO", "EINTR", SHORT),

@@ -60,7 +60,7 @@ namespace
         return bWritten || Fail("registry: not written");
     }
 
-    // Each value may be old or new.
+    // Returns the name, or "damaged". Each value may be old or new.
     std::string ReadRegistry(std::string const &)
     {
         Registry_c Key;
@@ -147,7 +147,7 @@ namespace
         return Contents(sFolder + "/allocations.csv").find("1111; ") != std::string::npos ? "old" : "new";
     }
 
-    // Each line of this program must be complete.
+    // Returns "old", "new" or a damaged line. Each line of this program must be complete.
     std::string ReadLogs(std::string const & sFolder)
     {
         std::string sKind = "old";
@@ -175,7 +175,7 @@ namespace
         return ReadLogs(sFolder) == sText || Fail("logs: not written");
     }
 
-    // Two batches. The driver reads the file.
+    // Writes two batches. The driver reads the file.
     bool WriteStats(std::string const & sFolder, std::string const &)
     {
         Module_c::Register(ModuleProfiler_c::Get());
@@ -194,7 +194,7 @@ namespace
         return !ProfilerSwapStatsFailed() || Fail("stats: not written");
     }
 
-    // Without a queue of requests, whose writes can't be made to fail.
+    // Writes without a queue of requests, whose writes can't be made to fail.
     bool WriteStatsInPlace(std::string const & sFolder, std::string const & sText)
     {
         plat::AsyncFile_c::AllowConcurrent(false);
@@ -203,7 +203,7 @@ namespace
 
     bool Crash(std::string const &, std::string const & sText)
     {
-        auto const Address = static_cast<std::uintptr_t>(sText.size());   // unmapped; the compiler doesn't know it
+        auto const Address = static_cast<std::uintptr_t>(sText.size());   // unmapped; the compiler does not know it
         return sText == "old" || *reinterpret_cast<int volatile *>(Address) == 1;
     }
 

@@ -98,7 +98,7 @@ class Noise:
 
 
 def sine(angle):
-    """The sine of a float, rounded to a float."""
+    """Returns the sine of a float, rounded to a float."""
     one = 1 << 200
     numerator, denominator = angle.as_integer_ratio()
     x = numerator * one // denominator
@@ -133,7 +133,7 @@ def envelope(levels, durations, time):
 
 
 def coordinates():
-    """Floats from -300 to 300, the same as the test draws."""
+    """Returns floats from -300 to 300, the same as the test draws."""
     state = 12345
     while True:
         state = (state * 1664525 + 1013904223) % 2**32

@@ -46,14 +46,14 @@ namespace
     std::atomic<bool> g_bOver = false;
     std::atomic<int> g_nComplaints = 0, g_nHeard = 0;
 
-    // What failed on the main thread.
+    // Failures on the main thread.
     struct Failures_s
     {
         int nSaves = 0, nTables = 0, nValues = 0;
     };
     Failures_s g_Failures;
 
-    // What the process holds.
+    // Figures of what the process holds.
     struct Held_s
     {
         std::array<mem::CategoryInfo, mem::TOTAL> dCategories{};
@@ -86,7 +86,7 @@ namespace
         return Held;
     }
 
-    // Threads hold a few blocks at any moment.
+    // Returns whether a number grew by more than its play: threads hold a few blocks at any moment. Prints it then.
     bool Grew(char const * szWhat, std::ptrdiff_t iFirst, std::ptrdiff_t iLast, std::ptrdiff_t iPlay)
     {
         bool const bGrew = iLast > iFirst + iPlay;
@@ -122,7 +122,7 @@ namespace
         Warning("%s %i complains", szWho, iWho);
     }
 
-    // The library may complain too.
+    // Counts a complaint of this program. The library may complain too.
     void Hear(char const * szText)
     {
         g_nHeard += std::strstr(szText, " complains") ? 1 : 0;

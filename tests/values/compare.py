@@ -52,7 +52,7 @@ def build_and_compare(mode, root, libraries):
 
 
 def value_text(value, kind, size):
-    """What the report prints for a value, or None for nothing."""
+    """Returns what the report prints for a value, or None for nothing."""
     is_float = kind is not None and kind.code == gdb.TYPE_CODE_FLT
     raw = bytes(gdb.selected_inferior().read_memory(int(value.address), size)) if size in (1, 2, 4, 8) else b""
     number = int.from_bytes(raw, "little")
@@ -66,7 +66,8 @@ def value_text(value, kind, size):
 
 
 def base_of(kind):
-    """The type by which a value is printed: its own; of a pointer to char and of an array that of its element."""
+    """Returns the type by which a value is printed: its own, or for an array or a pointer to char that of its element.
+    Returns None for any other pointer."""
     if kind.code == gdb.TYPE_CODE_PTR:
         target = kind.target().strip_typedefs().unqualified()
         return target if target.name == "char" else None
@@ -96,7 +97,7 @@ def flatten(name, value, level, lines):
 
 
 def is_computed(symbol, value, frame):
-    """Whether a variable has a value but no place. Of some types gdb always has an address."""
+    """Returns whether a variable has a value but no place. Of some types gdb always has an address."""
     if value.type.strip_typedefs().code in (gdb.TYPE_CODE_REF, gdb.TYPE_CODE_RVALUE_REF, gdb.TYPE_CODE_ARRAY):
         frame.select()
         return "DW_OP_" in gdb.execute(f"info address {symbol.name}", to_string=True)
@@ -104,7 +105,7 @@ def is_computed(symbol, value, frame):
 
 
 def frame_variables(frame):
-    """The variables of a frame that gdb shows and that are in memory."""
+    """Returns the variables of a frame that gdb shows and that are in memory."""
     block = frame.block()
     while block is not None:
         for symbol in block:
@@ -123,7 +124,7 @@ def frame_variables(frame):
 
 
 def gdb_frames():
-    """The variables of each frame of the program's source, with those of the calls inlined into it."""
+    """Returns the variables of each frame of the program's source, with those of the calls inlined into it."""
     frames, pending, frame = [], [], gdb.newest_frame()
     while frame is not None and frame.find_sal().symtab is not None:
         pending += list(frame_variables(frame))
@@ -160,7 +161,7 @@ def quoted(text, more=False):
 
 
 def real_text(number, size):
-    """The shortest text that is the number."""
+    """Returns the shortest text that is the number."""
     packed = "f" if size == 4 else "d"
     texts = ("%.*g" % (digits, number) for digits in range(1, 18))
     return next(text for text in texts if struct.pack(packed, float(text)) == struct.pack(packed, number))
@@ -176,7 +177,7 @@ def elements_text(values, depth):
 
 
 def known_text(value, depth):
-    """What the details print for a type with a printer of gdb's or of the library, or None for another type."""
+    """Returns what the details print for a type with a printer of gdb's or of the library, or None for another type."""
     name = value.type.strip_typedefs().unqualified().name or ""
     if name.startswith("String_T<"):
         return quoted(value["m_sText"].string())
@@ -200,7 +201,7 @@ def known_text(value, depth):
 
 
 def shown_text(value, depth=2, bits=0):
-    """What the details print for a value in one line."""
+    """Returns what the details print for a value in one line."""
     kind = value.type.strip_typedefs().unqualified()
     code = kind.code
     if value.is_optimized_out:
@@ -261,7 +262,7 @@ def member_lines(value, level, lines):
 
 
 def detailed(symbol, frame):
-    """The lines that the details have for a variable."""
+    """Returns the lines that the details have for a variable."""
     value = symbol.value(frame)
     mode = os.environ["MODE"]
     if value.is_optimized_out:
@@ -285,7 +286,7 @@ def detailed(symbol, frame):
 
 
 def block_symbols(frame):
-    """The arguments and variables of a frame, of each name the innermost."""
+    """Returns the arguments and variables of a frame, of each name the innermost."""
     block, seen = frame.block(), set()
     while block is not None:
         for symbol in block:
@@ -299,8 +300,8 @@ def block_symbols(frame):
 
 
 def is_lost(symbol, frame):
-    """Whether the place of a variable is a register that the functions called since may have changed. Clang does not
-    say so, and gdb then shows what they left there."""
+    """Returns whether the place of a variable is a register that the functions called since may have changed. Clang
+    does not say so, and gdb then shows what they left there."""
     if frame.newer() is None or frame.newer().type() == gdb.INLINE_FRAME and frame.newer().newer() is None:
         return False
     frame.select()
@@ -311,7 +312,7 @@ def is_lost(symbol, frame):
 
 
 def gdb_details():
-    """The lines of the variables of each frame and inlined call of the program's source."""
+    """Returns the lines of the variables of each frame and inlined call of the program's source."""
     frames, frame = [], gdb.newest_frame()
     while frame is not None and frame.find_sal().symtab is not None:
         variables = [detailed(symbol, frame) for symbol in block_symbols(frame)]

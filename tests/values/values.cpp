@@ -52,7 +52,7 @@ namespace
     };
     int Whole_t::s_nShared = 1;
 
-    // Passed by a hidden reference.
+    // Structure that is passed by a hidden reference.
     struct Passed_t
     {
         explicit Passed_t(int n)
@@ -141,7 +141,7 @@ namespace
         }
     };
 
-    // Whatever is not kept in memory is used after the call.
+    // Holds variables of many kinds during the fault. Whatever is not kept in memory is used after the call.
     NOT_CHANGED int Contain(Object_t & Object, std::string_view sView, std::optional<short> iPassed, Colour_e eColour)
     {
         std::string sText("a text that is too long for the object"), sShort("a \"text\"\n");

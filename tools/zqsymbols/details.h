@@ -52,7 +52,7 @@ namespace zqsymbols
             , m_Frames(Frames)
         {}
 
-        /// Returns the lines of the next frame, or an empty text at the end. Of a stack with more than NEAR + FAR
+        /// Returns the lines of the next frame, or an empty text at the end. If the stack has more than NEAR + FAR
         /// frames, returns the first NEAR, a line that reports what is left out, and the last FAR. If it does not reach
         /// the far end in 10 seconds or FRAMES_MAX frames, reports that instead of the last FAR.
         std::string Next();

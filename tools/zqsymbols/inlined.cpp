@@ -10,8 +10,8 @@ namespace zqsymbols
 {
     namespace
     {
-        // Returns the callee's name with the namespaces and structures around its declaration, or "?" if none has a
-        // name.
+        // Returns the callee's name with the namespaces and structures around its declaration. Returns "?" if it has no
+        // name and nothing is around it.
         std::string QualifiedName(Dwarf_Die & Call)
         {
             Dwarf_Die Declaration = Call;

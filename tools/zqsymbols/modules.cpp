@@ -17,7 +17,7 @@ namespace zqsymbols
             return nTag == DW_TAG_compile_unit || nTag == DW_TAG_partial_unit || nTag == DW_TAG_skeleton_unit;
         }
 
-        // Opens a module's file for libdw and returns its descriptor. For VDSO sets *ppElf and returns -1.
+        // Opens a module's file for libdw and returns its descriptor. Sets *ppElf and returns -1 for VDSO.
         int FindElf(
             Dwfl_Module * pModule, void ** ppModules, char const * szModule, Dwarf_Addr, char ** pszFile, Elf ** ppElf)
         {

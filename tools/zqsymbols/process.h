@@ -16,8 +16,8 @@ namespace zqsymbols
 {
     inline constexpr unsigned REGISTERS = 33;   // one more than the highest number
 
-    /// A thread's registers by DWARF's numbers. The one after the last general register is the instruction's address.
-    /// Of vector registers it has the low halves.
+    /// A thread's registers by DWARF's numbers. The one after the last general register is the instruction's address. A
+    /// vector register has only its low half.
     struct Registers_t
     {
         std::array<std::uint64_t, REGISTERS> dValues{};

@@ -19,7 +19,7 @@ namespace zqsymbols
     class ThreadLines_c
     {
     public:
-        /// Requires that both outlive the object.
+        /// Makes a writer. Requires that both outlive it.
         ThreadLines_c(Process_c & Process, FrameLines_c & Lines)
             : m_Process(Process)
             , m_Lines(Lines)

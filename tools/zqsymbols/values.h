@@ -67,8 +67,8 @@ namespace zqsymbols
         /// Returns "(unreadable)" if the first unit is not readable.
         std::string Text(Value_t const & Where, std::uint64_t nUnits, std::uint64_t nWidth, bool bZero);
 
-        /// Returns the value that a pointer or a reference leads to, with its address. Of an array, returns the first
-        /// element. Returns nothing for other types, or if the pointer is not readable.
+        /// Returns the value that a pointer or a reference leads to, with its address. Returns the first element of an
+        /// array. Returns nothing for other types, or if the pointer is not readable.
         std::optional<Value_t> Target(Value_t const & Pointer);
 
         /// Returns nCount elements from an address on in braces. Shows at most 16 of them, and none after 1000 bytes.

@@ -32,8 +32,8 @@ enum class GroupBy_e
     Line   // "file(line)"
 };
 
-/// Returns a row for each group that a snapshot has. The largest growth in bytes comes first. If two grew
-/// alike, the one with the larger last holding comes first. The rows of a single snapshot are thus sorted by size.
+/// Returns a row for each group that a snapshot has. The largest growth in bytes comes first. If two grew alike, the
+/// one with the larger last holding comes first. The rows of a single snapshot are thus sorted by size.
 std::vector<GrowthRow_t> GrowthBy(GroupBy_e eBy, std::span<AllocationReport_t const> dReports);
 
 /// Returns the rows of the source lines of one category, sorted likewise.

@@ -257,7 +257,7 @@ namespace
         return dCrashes;
     }
 
-    // Returns the local time in a report's name as "2026-11-26 08:18:37". In the name the day comes first:
+    // Returns the local time in a report's name as "2026-11-26 08:18:37". The name has the day first:
     // "CrashReport_26.11.2026__8_18_37". Returns an empty text if the file name begins otherwise.
     std::string TimeOfName(std::string_view sName)
     {

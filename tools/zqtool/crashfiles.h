@@ -13,7 +13,7 @@ using CrashFault_t = std::function<void(std::string const & sText)>;
 /// Returns the files that arguments name. Returns a stem once, even if two arguments name it. An argument is one of
 /// these:
 /// - A report or its details. The regular files of the same stem beside it come with it.
-/// - A folder with reports at any depth. In it only details whose names begin with "CrashReport_" count.
+/// - A folder with reports at any depth. Details in it count only if their names begin with "CrashReport_".
 /// - A file whose name has another ending. It counts as a report, alone.
 std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashFault_t const & fnFault);
 

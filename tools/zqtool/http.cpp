@@ -30,7 +30,7 @@ namespace
         return iStart == std::string_view::npos ? "" : sText.substr(iStart, iEnd + 1 - iStart);
     }
 
-    // A browser leaves out the port 80.
+    // Returns whether a host is the loopback address with the port. A browser leaves out port 80.
     bool IsOwnHost(std::string const & sHost, int iPort)
     {
         std::string const sPort = ":" + std::to_string(iPort);

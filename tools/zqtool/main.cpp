@@ -49,7 +49,7 @@ namespace
                + std::to_string(ZQCORE_VERSION_PATCH);
     }
 
-    // Writes the help of the parser as help.h does.
+    // Formatter that writes the help of the parser as help.h does.
     class Formatter_c final : public CLI::Formatter
     {
     public:

@@ -65,7 +65,7 @@ struct MediaScan_t
     int CountDuplicates() const;
 };
 
-/// Declares `--game`, `--split`, `--config` and `--relative`. Requires Options to outlive the parse.
+/// Declares `--game`, `--split`, `--config` and `--relative`. Requires that Options outlives the parse.
 void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options);
 
 /// Scans folders and mounts archives over them, in their order. The first folder is the media root. The library's

@@ -4,7 +4,7 @@
 const $ = (id) => document.getElementById(id);
 const clamp = (x, low, high) => Math.min(Math.max(x, low), high);
 
-/// Makes an element with properties, data attributes, further attributes and children, which are elements or texts.
+// Makes an element with properties, data attributes, further attributes and children, which are elements or texts.
 function make(tag, properties, ...children)
 {
     const element = document.createElement(tag);
@@ -25,7 +25,8 @@ function showNumber(n, digits = 0)
     return formats[digits].format(n);
 }
 
-/// A number in the largest unit that leaves at least 1, or in the smallest one, with so many digits that count.
+// Returns a number in the largest unit that leaves at least 1, or in the smallest one, with so many significant
+// digits. Bytes have no fraction.
 function showIn(units, n, digits)
 {
     const [size, name] = units.find((unit) => Math.abs(n) >= unit[0] * 0.99995) || units[units.length - 1];
@@ -43,7 +44,7 @@ const showCount = (n, word) => `${showNumber(n, Number.isInteger(n) ? 0 : 2)}\u0
 
 // Boxes
 
-/// Same names, same colours.
+// Returns the hue of a name in degrees. Same names have the same hue.
 function hueOf(name)
 {
     let hash = 0;
@@ -56,8 +57,9 @@ function hueOf(name)
 
 // Tables
 
-/// A table whose heads sort it. A column is { key, text, of, cell }: `of` returns what to sort by, `cell` what a cell
-/// holds, of a row's member. Members of equal keys keep their order. Returns the function that shows other members.
+// Makes a table that its heads sort. A column is { key, text, of, cell }: `of` returns what to sort by, `cell` what a
+// cell holds, of a row's member. Members of equal keys keep their order. Returns the function that shows other
+// members.
 function sortedTable(table, columns, sort, limit, dataOf)
 {
     let members = [], ascending = false;

@@ -19,7 +19,7 @@ const timeOf = (frame) => data.frames[frame - data.first];
 const toMs = (ticks) => ticks * 1000 / data.rate;
 const showTicks = (ticks) => showTime(toMs(ticks));
 
-/// Reads the timers anew. Parents come first.
+// Reads the timers anew. Parents come first.
 function readTimers()
 {
     timers = data.timers.map(([name, id, parent, average, own, calls, allCalls, peak, peakFrame, peakCalls], index) =>
@@ -35,9 +35,9 @@ function readTimers()
     }
 }
 
-/// The records of a batch, by the number that it has in the file: [node, average, max, last, max ever, calls of last,
-/// calls at max, slot of max, times, calls] for each timer; null if the page is without them. A batch is a text until
-/// it is wanted: a page opens fast and stays small.
+// Returns the records of a batch, by the number that it has in the file: [node, average, max, last, max ever, calls of
+// last, calls at max, slot of max, times, calls] for each timer. Returns null if the page is without them. A batch is
+// a text until it is wanted: a page opens fast and stays small.
 const batchOf = (() =>
 {
     const held = new Map();
@@ -61,7 +61,7 @@ const batchOf = (() =>
     };
 })();
 
-/// The record of a timer in a batch, without reading the others.
+// Returns the record of a timer in a batch, without reading the others. Returns null if the page does not have it.
 function recordOf(iBatch, index)
 {
     const text = data.batches[iBatch - data.first / SLOTS] || "", isFirst = text.startsWith(`[[${index},`);
@@ -69,7 +69,7 @@ function recordOf(iBatch, index)
     return start >= 3 || isFirst ? JSON.parse(text.slice(start, text.indexOf("]]", start) + 2)) : null;
 }
 
-/// Time and calls of each timer, in one frame or on average; null if the page doesn't have the frame's.
+// Returns time and calls of each timer, in one frame or on average. Returns null if the page does not have the frame's.
 function valuesOf(mode, frame)
 {
     if (mode === "average")
@@ -89,7 +89,7 @@ function valuesOf(mode, frame)
     return values;
 }
 
-/// Room for each timer: its own time or that of its children together, whichever is more. Parents come first.
+// Returns room for each timer: its own time or that of its children together, whichever is more. Parents come first.
 function layOut(values)
 {
     const places = values.map((value) => ({ start: 0, size: Math.max(value.time, 0), children: 0, next: 0 }));
@@ -108,7 +108,7 @@ function layOut(values)
     return places;
 }
 
-/// The timer with the most time of its own in a frame or on average; null if there is none.
+// Returns the timer with the most time of its own in a frame or on average, or null if there is none.
 function hottestOf(mode, frame)
 {
     const values = valuesOf(mode, frame);
@@ -123,7 +123,7 @@ function hottestOf(mode, frame)
     return best > 0 && own[best] > 0 ? timers[best] : null;
 }
 
-/// A function that returns the time of a timer in a frame, 0 where the page doesn't have it.
+// Returns a function that returns the time of a timer in a frame, or 0 if the page does not have it.
 const seriesOf = (() =>
 {
     let held = -1, known = "", series = null;
@@ -148,7 +148,7 @@ const seriesOf = (() =>
     };
 })();
 
-/// The times of all frames in order of size, for shares such as the 99th of 100.
+// Returns the times of all frames in order of size, for shares such as the 99th of 100.
 const sortedFrames = (() =>
 {
     let known = "", sorted = null;

@@ -1,11 +1,11 @@
 // The flame view: timers, each within the one that called it, and what is known of one.
 
 const ROW_HEIGHT = 22;
-const MIN_BOX = 0.0004;         // part of the width below which a timer isn't drawn
+const MIN_BOX = 0.0004;         // part of the width below which a timer is not drawn
 
 const flame = $("flame");
 
-/// How a timer stands to the one that fills the view: "above" it, "in" it, or "" for neither.
+// Returns the place of a timer beside the one that fills the view: "above" it, "in" it, or "" for neither.
 function standing(index)
 {
     const isWithin = (inner, outer) =>
@@ -72,7 +72,7 @@ function drawFlame()
 
 const boxOf = (index) => flame.querySelector(`[data-timer="${index}"]`);
 
-/// Fills the view with a timer and marks it in the graph; a second time goes back to its parent.
+// Fills the view with a timer and marks it in the graph; a second time goes back to its parent.
 function zoomTimer(index)
 {
     state.root = index === state.root && index > 0 ? timers[index].parent : index;
@@ -118,7 +118,7 @@ function detailColumn(title, ...lines)
     return make("div", {}, make("h3", {}, title), ...lines.map((line) => make("p", {}, ...[line].flat())));
 }
 
-/// What is known of a timer; of the hottest one in place of the root, which isn't timed.
+// Shows what is known of a timer. Shows the hottest one instead of the root, which is not timed.
 function showDetail(wanted)
 {
     const hottest = wanted > 0 ? null : hottestOf(state.mode, state.frame), index = hottest ? hottest.index : wanted;

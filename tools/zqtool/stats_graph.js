@@ -13,7 +13,7 @@ const plotWidth = () => Math.max(graph.clientWidth - margin.left - margin.right,
 const plotHeight = () => graph.clientHeight - TOP - BOTTOM;
 const xOf = (frame) => margin.left + (frame - state.from) / (state.to - state.from) * plotWidth();
 
-/// The frames that share the column of pixels at x, as [first, end).
+// Returns the frames that share the column of pixels at x, as [first, end).
 function framesAt(x)
 {
     const column = Math.floor(x - margin.left);
@@ -37,14 +37,15 @@ function worstIn(valueOf, first, end)
     return worst;
 }
 
-/// A step of 1, 2 or 5 times a power of ten, about a fourth of the range.
+// Returns a step of 1, 2 or 5 times a power of ten, about a fourth of the range.
 function niceStep(range)
 {
     const power = 10 ** Math.floor(Math.log10(range / 4));
     return power * ([1, 2, 5].find((factor) => factor * power * 4 >= range * 0.8) || 10);
 }
 
-/// The vertical axis: its kind, its ends in milliseconds, how high a time is as a part of the plot, and its labels.
+// Returns the vertical axis: its kind, the longest time and the upper end in milliseconds, how high a time is as a
+// part of the plot, and the times of its labels.
 function axisOf()
 {
     const worst = Math.max(toMs(timeOf(worstIn(timeOf, state.from, state.to))), 1e-6);
@@ -71,15 +72,15 @@ function axisOf()
     return { kind, worst, top, partOf: (ms) => clamp(ms / top, 0, 1), ticks };
 }
 
-/// A time at the axis, without digits that mean nothing.
+// Returns a time at the axis as text, without digits that mean nothing.
 function showTick(ms)
 {
     const [size, name] = TIMES.find((unit) => ms >= unit[0] * 0.999) || TIMES[3];
     return ms === 0 ? "0" : `${(Number((ms / size).toPrecision(6))).toLocaleString("en")}\u00A0${name}`;
 }
 
-/// A bar for each frame, or, where there are more frames than pixels, for the worst one of each column. A mark tops a
-/// bar that the axis cuts.
+// Draws a bar for each frame, or, if there are more frames than pixels, for the worst one of each column. A mark tops
+// a bar that the axis cuts.
 function drawBars(valueOf, axis, colour, cut)
 {
     const span = state.to - state.from, nBars = Math.min(span, plotWidth()), step = plotWidth() / nBars;
@@ -108,8 +109,8 @@ function drawLine(x0, y0, x1, y1, colour, dash)
     context.stroke();
 }
 
-/// The texts around the plot are elements, each on a place of its own: numbers of times at the left, of frames below,
-/// names of the guides at the right.
+// Places the texts around the plot. They are elements, each on a place of its own: numbers of times at the left, of
+// frames below, names of the guides at the right.
 const placeLabels = (() =>
 {
     let known = "";
@@ -237,7 +238,7 @@ function zoom(factor, centre)
     showRange(centre - (centre - state.from) * factor, centre + (state.to - centre) * factor);
 }
 
-/// The middle of a zoom by key or button: the selected frame if it is in view.
+// Returns the middle of a zoom by key or button: the selected frame if it is in view.
 function zoomCentre()
 {
     const inView = state.frame >= state.from && state.frame < state.to;

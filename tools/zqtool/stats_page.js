@@ -24,7 +24,7 @@ function rememberPlace()
     }
 }
 
-/// Shows what is selected, and in full what is known of a timer.
+// Shows what is selected, and in full what is known of a timer.
 function showState(timer)
 {
     $("modeAverage").checked = state.mode === "average";
@@ -41,7 +41,7 @@ function update()
     rememberPlace();
 }
 
-/// Shows the timers of a frame, and moves the graph to it if asked to.
+// Shows the timers of a frame, and moves the graph to it if asked to.
 function selectFrame(frame, follow)
 {
     state.mode = "frame";
@@ -140,7 +140,7 @@ function showHead()
     }));
 }
 
-/// Shows everything anew.
+// Shows everything anew.
 function showAllParts()
 {
     readTimers();
@@ -158,7 +158,7 @@ function showAllParts()
 
 // News of a program that still runs
 
-/// Forgets the timers of the quickest batches if the page holds too many.
+// Forgets the timers of the quickest batches if the page holds too many.
 function limitTexts()
 {
     let size = data.batches.reduce((sum, text) => sum + text.length, 0);
@@ -172,7 +172,7 @@ function limitTexts()
     }
 }
 
-/// Takes news: the frames after those that the page has, and all figures of the whole.
+// Takes news: the frames after those that the page has, and all figures of the whole.
 function takeNews(news)
 {
     const had = data.frames.length, hadEnd = endOfFrames(), wasAll = state.from <= data.first && state.to >= hadEnd;

@@ -11,8 +11,8 @@ struct StatsFollow_t
     int nMaxFrames = 0;   // ends after so many, or when the rest is not read; 0: only an interrupt ends it
 };
 
-/// Serves the page until an interrupt from the keyboard or the end in Follow. After that end serves an open page for up
-/// to 3 s. Prints the address. Adds the last run's batches to Tree and up to 20 of its problems to Facts, and returns
+/// Serves the page until an interrupt from the keyboard or the end in Follow. Serves an open page for up to 3 s after
+/// that end. Prints the address. Adds the last run's batches to Tree and up to 20 of its problems to Facts, and returns
 /// true. Returns false, and prints why, if it can't open the port.
 ///
 /// Keeps the times of the last 150,000 frames, the timers of as many as fit in a page, and sums of all. After damage,

@@ -49,7 +49,8 @@ namespace
 
     using Findings_t = std::vector<MediaFinding_t>;
 
-    // Prints findings of one kind.
+    // Prints the findings of one kind below its title. Without bAll, prints at most MOST_LINES of them and the number
+    // of the others.
     void PrintKind(Findings_t::const_iterator itFirst, Findings_t::const_iterator itEnd, bool bAll)
     {
         std::size_t const nFindings = static_cast<std::size_t>(itEnd - itFirst);

@@ -2,7 +2,7 @@
 // and van Wijk, "Squarified Treemaps" (2000).
 
 const HEAD = 17;                // height of the head of an area that holds others
-const MIN_AREA = 4;             // pixels of width and height below which an area isn't drawn
+const MIN_AREA = 4;             // pixels of width and height below which an area is not drawn
 const LETTER = 7;               // width of a letter of a figure, at most
 const MAX_ROWS = 500;
 
@@ -56,7 +56,7 @@ function makeTree()
     }
 }
 
-/// Sets the area of each node by what is measured, and sorts the parts of each, largest first.
+// Sets the area of each node by what is measured, and sorts the parts of each, largest first.
 function measure()
 {
     const byGrowth = data.growth && $("byGrowth").checked;
@@ -67,7 +67,7 @@ function measure()
 
 // The picture
 
-/// Divides an area among nodes, which are sorted, largest first. Calls place(node, area) for each with an area.
+// Divides an area among nodes, which are sorted, largest first. Calls place(node, area) for each with an area.
 function divide(area, parts, place)
 {
     const shown = parts.filter((part) => part.area > 0), sum = shown.reduce((total, part) => total + part.area, 0);
@@ -104,7 +104,7 @@ function divide(area, parts, place)
 
 const showGrowth = (n) => (n > 0 ? "+" : n < 0 ? "\u2212" : "\u00B1") + showBytes(Math.abs(n));
 
-/// The name in a picture, without folders. A line in the area of its file is named by its number.
+// Returns the name in a picture, without folders. A line in the area of its file is named by its number.
 function shortName({ name, parent })
 {
     const line = parent && /\(\d+\)$/.test(name) && name.startsWith(`${parent.name}(`)
@@ -112,7 +112,7 @@ function shortName({ name, parent })
     return line || name.replace(/^.*[\\/]/, "");
 }
 
-/// What an area says: its size, and with two snapshots its growth.
+// Returns what an area says: its size, or its growth if the areas show that.
 const figureOf = (node) => data.growth && $("byGrowth").checked ? showGrowth(growthOf(node)) : showBytes(node.bytes);
 
 function describe(node)
@@ -186,7 +186,7 @@ function drawMap()
 
 const boxOf = (index) => map.querySelector(`[data-node="${index}"]`);
 
-/// Fills the picture with a node, or with the parent of a line. Zooming to what fills the picture goes back.
+// Fills the picture with a node, or with the parent of a line. Zooming to what fills the picture goes back.
 function zoomTo(node)
 {
     const whole = isLine(node) ? node.parent : node;
@@ -196,8 +196,9 @@ function zoomTo(node)
     (boxOf(focused) || map.firstElementChild).focus();
 }
 
-/// The box beside another one, in the direction of an arrow: the nearest of those that lie in its way, else the one
-/// that is least beside it. A head counts as its own place.
+// Returns the box in the direction of an arrow from another one, or null if there is none. If there are several,
+// returns the one with the shortest way: a distance beside the direction counts three times. A head counts as its own
+// place.
 function neighbour(box, [dx, dy])
 {
     const placeOf = (other) => ({ x: other.offsetLeft, y: other.offsetTop, width: other.offsetWidth,
@@ -261,7 +262,7 @@ function categoryOf(node)
     return node.parent.parent.parent ? node.parent.parent.name : node.parent.name;
 }
 
-/// The parts of what fills the picture, or every source line in it.
+// Shows the parts of what fills the picture, or every source line in it.
 function showParts()
 {
     const wanted = $("filter").value.toLowerCase(), found = [];

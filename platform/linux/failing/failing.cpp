@@ -186,7 +186,7 @@ extern "C" int __real_fclose(std::FILE * pFile);
 
 namespace
 {
-    // A close that fails has closed the file.
+    // Closes a file and returns a failure, because a close that fails has closed the file.
     int FailClose(int iFile)
     {
         syscall(SYS_close, iFile);

@@ -7,7 +7,7 @@ REVERSED = bytes(int(f"{byte:08b}"[::-1], 2) for byte in range(256))  # bit 0 of
 
 
 def check(pointer, size):
-    """Fails if a field cannot have this many bytes at this place."""
+    """Fails if a field can't have this many bytes at this place."""
     if size < 0 or size and int(pointer) == 0:
         raise Damaged(f"{size} bytes at {int(pointer):#x}")
     read(pointer + max(size - 1, 0), min(size, 1))

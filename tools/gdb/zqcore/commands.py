@@ -37,7 +37,7 @@ def write_table(heads, rows):
 
 
 class Command(gdb.Command):
-    """A command that reports what it cannot read."""
+    """A command that reports what it can't read."""
 
     def __init__(self, name, completer=gdb.COMPLETE_NONE):
         super().__init__(name, gdb.COMMAND_DATA, completer)

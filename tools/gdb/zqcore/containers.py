@@ -11,7 +11,7 @@ def is_in_place(data):
 
 
 def array_shape(value):
-    """Returns the length and the capacity of an array. Fails if they cannot be true."""
+    """Returns the length and the capacity of an array. Fails if they can't be true."""
     length = int(value["iLength"])
     data = value["pData"]
     capacity = array_length(data) if is_in_place(data) else int(value["iAllocated"])

@@ -1,11 +1,11 @@
-"""Reads values that may be damaged, optimized out or out of reach, and has the base of all printers."""
+"""Reads values that may be damaged, optimised out or out of reach, and has the base of all printers."""
 import gdb
 
 LARGE = 1 << 20  # bytes and elements beyond which nothing is counted
 
 
 class Damaged(Exception):
-    """A value that the program cannot have stored."""
+    """A value that the program can't have stored."""
 
 
 class Printer:
