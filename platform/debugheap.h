@@ -29,6 +29,7 @@ namespace plat
 
     constexpr std::size_t HEAP_FILL_LIMIT = 512;   // bytes up to which a block is filled whole
     constexpr std::size_t HEAP_FILL_ENDS = 128;    // bytes filled at either end of a larger block
+    constexpr std::size_t HEAP_FILE_SIZE = 256;    // bytes of a source file's name in a report, its zero included
 
     /// Event of which a hook is informed, with the numbers of the Windows debug heap (_HOOK_ALLOC, _HOOK_FREE).
     enum class HeapEvent_e
@@ -120,6 +121,15 @@ namespace plat
 
     /// Formats a text, cut at 1023 characters, and passes it to the receiver, or to standard error without one.
     void HeapReport(char const * szFormat, ...) ZQ_PRINTF(1, 2);
+
+    /// Returns an address as reports show it.
+    inline std::size_t HeapAddressOf(void const * pMemory)
+    {
+        return reinterpret_cast<std::size_t>(pMemory);
+    }
+
+    /// Reports that a block was freed before, and is not freed again.
+    void HeapReportFreed(void const * pUser);
 
     /// Installs a receiver of reports; null restores the default. Returns the previous one.
     HeapReport_t HeapReportSet(HeapReport_t fnReceiver);

@@ -21,6 +21,8 @@ namespace plat
     /// An open file; null for none.
     using File_t = void *;
 
+    inline constexpr std::size_t FILE_NAME_LIMIT = 255;   // bytes of the name of a file or folder
+
     /// Ticks of 100 nanoseconds since 1601-01-01 00:00 UTC; 0 if the file system keeps no such time.
     using FileTime_t = std::uint64_t;
     inline constexpr std::uint32_t FILE_TIME_TICKS = 10000000;               // in a second

@@ -17,6 +17,13 @@ namespace plat
     /// safe for any address and usually makes one system call. A fault filter may call it.
     std::size_t MemoryRead(std::uintptr_t Address, void * pBuffer, std::size_t nBytes);
 
+    /// Copies an object from an address as MemoryRead does. Returns false if not all of it can be read.
+    template <typename T>
+    bool MemoryReadObject(std::uintptr_t Address, T & Object)
+    {
+        return MemoryRead(Address, &Object, sizeof Object) == sizeof Object;
+    }
+
     /// Allocates zeroed pages without the heap. Returns null if there are none. A fault filter may call it.
     void * PagesAllocate(std::size_t nBytes);
 

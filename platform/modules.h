@@ -8,12 +8,14 @@
 
 namespace plat
 {
+    constexpr std::size_t MODULE_PATH_SIZE = 1024;   // bytes of a module's path with the terminator
+
     /// Position of an address in a module.
     struct ModulePlace_t
     {
-        char szPath[1024];        // of the module's file, else the system's name for the memory; may be empty
-        unsigned iSection;        // from 1, as the file counts its sections; 0 if unknown
-        std::uintptr_t nOffset;   // from the section's start; if that is unknown, in the file or the memory
+        char szPath[MODULE_PATH_SIZE];   // of the module's file, else the system's name for the memory; may be empty
+        unsigned iSection;               // from 1, as the file counts its sections; 0 if unknown
+        std::uintptr_t nOffset;          // from the section's start; if that is unknown, in the file or the memory
     };
 
     /// Finds the module and the section of an address. Both ends of a section belong to it. Returns false if it finds

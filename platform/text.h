@@ -1,4 +1,4 @@
-// text.h: conversions between UTF-8 and wide text.
+// text.h: conversions between UTF-8 and wide text, and tests of characters.
 //
 // The result is terminated unless nSize is 0, and is cut between whole characters. nSize counts the elements of the
 // output, wide characters or bytes, with the terminator.
@@ -11,12 +11,33 @@
 
 namespace plat
 {
-    inline constexpr char32_t WIDE_OF_BYTE = 0xDC00;   // to which a byte from 0x80 on is added
+    /// Surrogates of UTF-16 (RFC 2781): a character from FIRST_OF_TWO on is a high one, then a low one.
+    inline constexpr char32_t FIRST_HIGH_SURROGATE = 0xD800;
+    inline constexpr char32_t FIRST_LOW_SURROGATE = 0xDC00;
+    inline constexpr char32_t AFTER_SURROGATES = 0xE000;
+    inline constexpr char32_t FIRST_OF_TWO = 0x10000;
+    inline constexpr char32_t LAST_CHARACTER = 0x10FFFF;   // of Unicode
+
+    inline constexpr char32_t WIDE_OF_BYTE = FIRST_LOW_SURROGATE;   // to which a byte from 0x80 on is added
 
     /// Digits of hexadecimal numbers: those that are written, in capitals or not, and all that are read.
     inline constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
     inline constexpr char LOWER_HEX_DIGITS[] = "0123456789abcdef";
     inline constexpr char ALL_HEX_DIGITS[] = "0123456789abcdefABCDEF";
+
+    constexpr bool IsDigit(char cText)
+    {
+        return cText >= '0' && cText <= '9';
+    }
+
+    /// Returns the value of a hexadecimal digit, or -1 for any other character.
+    constexpr int HexDigitValue(char cText)
+    {
+        return IsDigit(cText)                 ? cText - '0'
+               : cText >= 'A' && cText <= 'F' ? cText - 'A' + 10
+               : cText >= 'a' && cText <= 'f' ? cText - 'a' + 10
+                                              : -1;
+    }
 
     /// The control characters that TextEscape leaves as they are.
     enum class Controls_e
@@ -26,11 +47,42 @@ namespace plat
         Layout   // tabs and line ends, for a text of several lines
     };
 
-    /// Returns whether a character ends a line, or embeds, overrides or isolates a direction of writing (Unicode
-    /// Standard Annex 9).
-    constexpr bool TurnsText(char32_t cText)
+    /// Returns whether a byte belongs to a UTF-8 character (RFC 3629) and is not its first.
+    constexpr bool ContinuesUtf8(char cByte)
     {
-        return (cText >= 0x2028 && cText <= 0x202E) || (cText >= 0x2066 && cText <= 0x2069);
+        return (static_cast<unsigned char>(cByte) & 0xC0) == 0x80;
+    }
+
+    constexpr bool IsSurrogate(char32_t cValue)
+    {
+        return cValue >= FIRST_HIGH_SURROGATE && cValue < AFTER_SURROGATES;
+    }
+
+    /// Returns whether two units of UTF-16 are a high surrogate and a low one.
+    constexpr bool IsSurrogatePair(char32_t cHigh, char32_t cLow)
+    {
+        return cHigh >= FIRST_HIGH_SURROGATE && cHigh < FIRST_LOW_SURROGATE && cLow >= FIRST_LOW_SURROGATE
+               && cLow < AFTER_SURROGATES;
+    }
+
+    /// Returns the character of a pair of surrogates.
+    constexpr char32_t CharacterFromPair(char32_t cHigh, char32_t cLow)
+    {
+        return FIRST_OF_TWO + ((cHigh - FIRST_HIGH_SURROGATE) << 10) + (cLow - FIRST_LOW_SURROGATE);
+    }
+
+    /// Writes a character as one or two units of UTF-16. Returns the number of units.
+    template <typename UNIT>
+    constexpr std::size_t PutUtf16(UNIT * pOut, char32_t cText)
+    {
+        if (cText < FIRST_OF_TWO)
+        {
+            pOut[0] = static_cast<UNIT>(cText);
+            return 1;
+        }
+        pOut[0] = static_cast<UNIT>(FIRST_HIGH_SURROGATE + ((cText - FIRST_OF_TWO) >> 10));
+        pOut[1] = static_cast<UNIT>(FIRST_LOW_SURROGATE + ((cText - FIRST_OF_TWO) & 0x3FF));
+        return 2;
     }
 
     /// Converts UTF-8 to wide text. Returns the number of wide characters written, without the terminator.

@@ -235,7 +235,7 @@ TEST(Opcode, ListsASpan)
 TEST(Opcode, ExpandsTheTableExactlyAndRefusesADamagedOne)
 {
     auto const [pBytes, nBytes] = OpcodeTables(false).First;
-    std::vector<unsigned char> dTable(OpcodeWord(pBytes + 4));
+    std::vector<unsigned char> dTable(plat::WordFromLittle(pBytes + 4));
     EXPECT_EQ(OpcodeExpand(pBytes, nBytes, dTable.data(), dTable.size()), dTable.size());
     EXPECT_EQ(OpcodeExpand(pBytes, nBytes, dTable.data(), dTable.size() - 1), 0u);
     EXPECT_EQ(OpcodeExpand(pBytes, nBytes - 1, dTable.data(), dTable.size()), 0u);

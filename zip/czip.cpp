@@ -34,7 +34,7 @@ namespace
     // Returns why a name can't be used, or null.
     char const * WhyNotName(std::string_view sName)
     {
-        if (sName.size() > 255)
+        if (sName.size() >= static_cast<std::size_t>(String_T<256>::Capacity()))
         {
             return "its name has more than 255 characters";
         }
@@ -87,7 +87,7 @@ namespace
         }
         if (Stat.size > INT_MAX)
         {
-            return "it has 2 GiB or more";
+            return FILE_TOO_LARGE;
         }
         if (Stat.comp_size > nArchive || (!bDeflated && Stat.comp_size != Stat.size)
             || (Stat.comp_size == 0 && Stat.size > 0))
@@ -117,7 +117,7 @@ namespace
         char const * const szName = zip_get_name(Archive.GetZip(), iEntry, 0);
         if (!szName || zip_stat_index(Archive.GetZip(), iEntry, 0, &Stat) != 0)
         {
-            return { false, "it can't be read", szName ? szName : "", {} };
+            return { false, FILE_UNREADABLE, szName ? szName : "", {} };
         }
         Entry.szName = szName;
         zip_uint8_t iSystem = 0;
@@ -205,7 +205,7 @@ namespace
             if (FileAddObject(pFile.get(), m_eOrder == ZipOrder_e::Over) != HASH_ADDED)
             {
                 pFile->sName = "";
-                return "the table has no room for it";
+                return FILE_NO_ROOM;
             }
             static_cast<void>(pFile.release());   // the table owns it
             ++m_nAdded;

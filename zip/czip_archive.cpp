@@ -50,7 +50,7 @@ std::unique_ptr<ZipArchive_c> ZipArchive_c::Open(char const * szPath, File_c::Re
     if (std::strlen(szPath) >= static_cast<std::size_t>(String_T<256>::Capacity())
         || std::strlen(PathFileName(szPath)) >= static_cast<std::size_t>(File_c::Key_t::Capacity()))
     {
-        sWhyNot = "its path is too long";
+        sWhyNot = FILE_LONG_PATH;
         return nullptr;
     }
     std::unique_ptr<ZipArchive_c> pArchive(ZQ_NEW ZipArchive_c(szPath));

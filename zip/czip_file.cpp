@@ -116,7 +116,7 @@ bool ZipFile_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uin
         return true;
     }
     dwLength = nRead;
-    Complain("ZipFile_c::Load", Reader.GetWhyNot() ? Reader.GetWhyNot() : "it ends before its size");
+    Complain("ZipFile_c::Load", Reader.GetWhyNot() ? Reader.GetWhyNot() : FILE_ENDS_EARLY);
     return LogWhyNot();
 }
 

@@ -1,7 +1,6 @@
 #include "zqcore/cbitmap.h"
 
 #include "zqcore/cbitrows_internal.h"
-#include "zqcore/chexdigit_internal.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cserialize.h"
 
@@ -38,7 +37,7 @@ BitVec_c & BitVec_c::Grow(int nBits)
     ZQ_ASSERT(nBits <= MAX_BITS);
     if (nBits <= MAX_BITS)
     {
-        int const iNewDim = (nBits + 7) & ~7;
+        int const iNewDim = bits::RoundUp(nBits);
         if (unsigned char * const pNew = AllocateBytes(static_cast<std::size_t>(iNewDim >> 3)))
         {
             std::copy_n(pVec, GetBytes(), pNew);
@@ -243,7 +242,7 @@ int BitVec_c::FromDigit(char const *& szText)
 {
     while (*szText != '\0')
     {
-        int const iValue = HexDigitValue(*szText++);
+        int const iValue = plat::HexDigitValue(*szText++);
         if (iValue >= 0)
         {
             return iValue;

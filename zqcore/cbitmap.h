@@ -148,6 +148,8 @@ public:
 
 protected:
     friend class BitMap_c;
+    template <typename FIELD, typename... INDEX>
+    friend class BitField_T;
 
     /// Returns the low four bits as a digit, 0 to 9 or A to F.
     static char IntoDigit(int iValue);
@@ -515,7 +517,7 @@ bool BitField_T<FIELD, INDEX...>::Bit(int iX, INDEX... iRow) const
 {
     unsigned char const * const pRow = Self().Row(iRow...);
     return pRow && static_cast<unsigned>(iX) < static_cast<unsigned>(Self().iDimX)
-           && (pRow[iX >> 3] & 0x80 >> (iX & 7)) != 0;
+           && (pRow[iX >> 3] & BitVec_c::MaskOf(iX)) != 0;
 }
 
 inline unsigned char * BitMap_c::Row(int iY) const

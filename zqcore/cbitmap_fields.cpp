@@ -96,7 +96,7 @@ namespace
         {
             return false;
         }
-        New = { (std::max(Old.iX, Wanted.iX) + 7) & ~7, std::max(Old.iY, Wanted.iY), std::max(Old.iZ, Wanted.iZ) };
+        New = { bits::RoundUp(std::max(Old.iX, Wanted.iX)), std::max(Old.iY, Wanted.iY), std::max(Old.iZ, Wanted.iZ) };
         ZQ_ASSERT(BytesOf(New) != 0);
         return BytesOf(New) != 0;
     }
@@ -269,19 +269,19 @@ namespace
         return bInside ? pRow + (iX >> 3) : nullptr;
     }
 
-    void SetBit(unsigned char * pByte, int iX)
+    void SetBit(unsigned char * pByte, unsigned char cMask)
     {
         if (pByte)
         {
-            *pByte |= static_cast<unsigned char>(0x80 >> (iX & 7));
+            *pByte |= cMask;
         }
     }
 
-    void ClearBit(unsigned char * pByte, int iX)
+    void ClearBit(unsigned char * pByte, unsigned char cMask)
     {
         if (pByte)
         {
-            *pByte &= static_cast<unsigned char>(~(0x80 >> (iX & 7)));
+            *pByte &= static_cast<unsigned char>(~cMask);
         }
     }
 
@@ -347,13 +347,13 @@ unsigned char * BitField_T<FIELD, INDEX...>::GrowToByte(int iX, INDEX... iRow)
 template <typename FIELD, typename... INDEX>
 void BitField_T<FIELD, INDEX...>::Bis(int iX, INDEX... iRow)
 {
-    SetBit(GrowToByte(iX, iRow...), iX);
+    SetBit(GrowToByte(iX, iRow...), BitVec_c::MaskOf(iX));
 }
 
 template <typename FIELD, typename... INDEX>
 void BitField_T<FIELD, INDEX...>::Bic(int iX, INDEX... iRow)
 {
-    ClearBit(GrowToByte(iX, iRow...), iX);
+    ClearBit(GrowToByte(iX, iRow...), BitVec_c::MaskOf(iX));
 }
 
 template <typename FIELD, typename... INDEX>

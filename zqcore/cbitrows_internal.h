@@ -16,6 +16,12 @@ namespace bits
     inline constexpr std::size_t REGISTER = sizeof(plat::Words_t);
     inline constexpr std::size_t STEP = 4 * REGISTER;
 
+    /// Returns a number of bits, rounded up to whole bytes.
+    constexpr int RoundUp(int nBits)
+    {
+        return (nBits + 7) & ~7;
+    }
+
     /// Returns the value stored at pBytes.
     template <typename T>
     T Load(unsigned char const * pBytes)

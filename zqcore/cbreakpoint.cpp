@@ -1,11 +1,9 @@
 #include "zqcore/cbreakpoint.h"
 
-#include "zqcore/cdebug.h"
+#include "zqcore/cdebug_internal.h"
 
 namespace
 {
-    constexpr char DEVELOPER_BREAK[] = "Developer break";
-
     int FirstFree(plat::DebugRegisters_t const & Registers)
     {
         int i = 0;

@@ -26,6 +26,16 @@ private:
     bool const m_bGranted;
 };
 
+/// Fires an event with a text, unless the firing is not granted.
+inline void FireIfGranted(Callbacker_T<char const *> & Event, char const * szText)
+{
+    Firing_c const Firing;
+    if (Firing.IsGranted())
+    {
+        Event.Fire(szText, false);
+    }
+}
+
 /// Scope in which the firings of the calling thread do not wait: a receiver of another thread may wait for this thread,
 /// for instance for the heap's lock. While another thread fires, an event is dropped. Its complaint is in the log.
 class FiringNoWait_c

@@ -2,6 +2,8 @@
 
 #include "zqcore/ccrc_internal.h"
 
+#include "platform/bytes.h"
+
 #include <atomic>
 
 namespace
@@ -83,19 +85,12 @@ namespace
 
     constexpr std::array<std::uint32_t, 64> CRC32_MOVES = MakeCrc32Moves();
 
-    // Returns four bytes as a little-endian word. Compilers merge the four loads.
-    std::uint32_t Load4(unsigned char const * pData)
-    {
-        return static_cast<std::uint32_t>(pData[0]) | static_cast<std::uint32_t>(pData[1]) << 8
-               | static_cast<std::uint32_t>(pData[2]) << 16 | static_cast<std::uint32_t>(pData[3]) << 24;
-    }
-
     // Returns the CRC of a run from its register before the last bytes, fewer than eight.
     inline std::uint32_t FinishTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes >= 4)
         {
-            dwRegister = Crc32Feed4(dwRegister, Load4(pData));
+            dwRegister = Crc32Feed4(dwRegister, plat::WordFromLittle(pData));
             pData += 4;
             nBytes -= 4;
         }
@@ -111,7 +106,7 @@ namespace
     {
         for (; nBytes >= 8; nBytes -= 8, pData += 8)
         {
-            dwRegister = Crc32Feed8(dwRegister, Load4(pData), Load4(pData + 4));
+            dwRegister = Crc32Feed8(dwRegister, plat::WordFromLittle(pData), plat::WordFromLittle(pData + 4));
         }
         return FinishTables(dwRegister, pData, nBytes);
     }
@@ -143,7 +138,9 @@ namespace
         }
         if (nBytes >= 8)
         {
-            return FinishTables(Crc32Feed8(CRC32_PRESET, Load4(pBytes), Load4(pBytes + 4)), pBytes + 8, nBytes - 8);
+            return FinishTables(
+                Crc32Feed8(CRC32_PRESET, plat::WordFromLittle(pBytes), plat::WordFromLittle(pBytes + 4)), pBytes + 8,
+                nBytes - 8);
         }
         return FinishTables(CRC32_PRESET, pBytes, nBytes);
     }

@@ -35,11 +35,14 @@ namespace
     constexpr int ACHTUNGS_REMEMBERED = 16;
     constexpr std::size_t FUNCTION_NAME_SIZE = 256;   // bytes of a function's spelled name
     constexpr char ACHTUNG_CAPTION[] = "ACHTUNG!";
+    constexpr char ERROR_CAPTION[] = "Error";
+    constexpr char WARNING_CAPTION[] = "Warning";
     constexpr char YES_NO_TAIL[] = "\r\n\r\nUse Yes to break into Debugger, No to continue.\r\nand Cancel to Quit\r\n";
     constexpr char OK_TAIL[] = "\r\n\r\nUse Ok to break into Debugger, Cancel exits.\r\n\r\n";
     constexpr int STACK_FRAMES = 10;   // of a dialog's trace
     constexpr int STACK_SKIPPED = 4;   // the complaint's own frames
 
+    static_assert(DebugMessages_c::TEXT_SIZE <= ESCAPED_SIZE);
     constexpr std::size_t LOCATED_SIZE = 2 * DebugMessages_c::TEXT_SIZE + 4096;   // of a located complaint's dialog
 
     constinit bool g_bAchtungs = true;
@@ -57,17 +60,8 @@ namespace
     constinit plat::Lock_c g_AchtungLock;   // guards the remembered texts
     plat::ForkLock_c const g_AchtungForkLock(g_AchtungLock);
 
-    using AchtungText_t = String_T<2048>;
+    using AchtungText_t = String_T<COMPLAINT_SIZE - 1>;
     using SeenAchtungs_t = SortedArray_T<AchtungText_t, StaticArrayLenTraits_T<AchtungText_t, ACHTUNGS_REMEMBERED>>;
-
-    void FireWarning(char const * szText)
-    {
-        Firing_c const Firing;
-        if (Firing.IsGranted())
-        {
-            g_WarningsCallbacker.Fire(szText, false);
-        }
-    }
 
     void FireExecution(bool bFires, bool bGoesOn)
     {
@@ -300,7 +294,7 @@ void Warning(char const * fmt, ...)
     ZQ_FORMAT_LINE(szText, COMPLAINT_SIZE, fmt);
     LogText(szText);
 
-    FireWarning(szText);
+    FireIfGranted(g_WarningsCallbacker, szText);
     if (Load(g_bEnableWarnings) && !Load(g_silentMode))
     {
         MessageBoxPlain(nullptr, szText, "Warning!", MESSAGE_OK | MESSAGE_ICON_ERROR | MESSAGE_ALWAYS_ON_TOP);
@@ -316,7 +310,7 @@ void Achtung(char const * fmt, ...)
         return;
     }
     LogText(szText);
-    FireWarning(szText);
+    FireIfGranted(g_WarningsCallbacker, szText);
     if (!Load(g_bAchtungs))
     {
         return;
@@ -419,19 +413,20 @@ DebugMessages_c::Internal_t DebugMessages_c::SetLocation(char const * sFile, int
 int DebugMessages_c::DebugErrorInternal(char const * fmt, ...)
 {
     char szDialog[LOCATED_SIZE];
-    ZQ_FORMAT_LINE(BeginLocated(szDialog, "Error"), TEXT_SIZE, fmt);
+    ZQ_FORMAT_LINE(BeginLocated(szDialog, ERROR_CAPTION), TEXT_SIZE, fmt);
     EndLocated(szDialog, OK_TAIL);
-    int const iAnswer = DropMessageBox("Error", szDialog, MESSAGE_OK_CANCEL | MESSAGE_ICON_ERROR | MESSAGE_TASK_MODAL);
+    int const iAnswer =
+        DropMessageBox(ERROR_CAPTION, szDialog, MESSAGE_OK_CANCEL | MESSAGE_ICON_ERROR | MESSAGE_TASK_MODAL);
     return BreakIfWanted(iAnswer);
 }
 
 int DebugMessages_c::DebugWarningInternal(char const * fmt, ...)
 {
     char szDialog[LOCATED_SIZE];
-    ZQ_FORMAT_LINE(BeginLocated(szDialog, "Warning"), TEXT_SIZE, fmt);
+    ZQ_FORMAT_LINE(BeginLocated(szDialog, WARNING_CAPTION), TEXT_SIZE, fmt);
     EndLocated(szDialog, YES_NO_TAIL);
     int const iAnswer =
-        DropMessageBox("Warning", szDialog, MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
+        DropMessageBox(WARNING_CAPTION, szDialog, MESSAGE_YES_NO_CANCEL | MESSAGE_ICON_WARNING | MESSAGE_TASK_MODAL);
     return BreakIfWanted(iAnswer);
 }
 

@@ -1,7 +1,10 @@
-// cdebug_internal.h: assertions that show texts from outside.
+// cdebug_internal.h: assertions that show texts from outside, and a text of assertions.
 #pragma once
 
 #include "zqcore/cdebug.h"
+
+/// Text of ZQ_ASSERT_BREAK for a failure that has no condition to show.
+inline constexpr char DEVELOPER_BREAK[] = "Developer break";
 
 /// Does what AssertReportEx does, for texts from outside, such as names in a file. fmt and what it inserts are treated
 /// as LogEscaped (clog.h) treats them.

@@ -24,7 +24,8 @@ namespace
 
     plat::DialogButtons_e ButtonsOf(unsigned long nStyle)
     {
-        switch (nStyle & 0xF)
+        constexpr unsigned long BUTTONS = 0xF;
+        switch (nStyle & BUTTONS)
         {
         case MESSAGE_OK_CANCEL:
             return plat::DialogButtons_e::OkCancel;
@@ -70,12 +71,13 @@ namespace
 
 int MessageBoxPlain(void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle)
 {
+    constexpr unsigned long ICON = 0xF0;
     plat::Dialog_t Dialog;
     Dialog.szText = sText;
     Dialog.szCaption = sCaption;
     Dialog.eButtons = ButtonsOf(nStyle);
     Dialog.iDefaultButton = nStyle & MESSAGE_DEFAULT_2 ? 2 : 1;
-    Dialog.eIcon = (nStyle & 0xF0) == MESSAGE_ICON_WARNING ? plat::DialogIcon_e::Warning : plat::DialogIcon_e::Error;
+    Dialog.eIcon = (nStyle & ICON) == MESSAGE_ICON_WARNING ? plat::DialogIcon_e::Warning : plat::DialogIcon_e::Error;
     Dialog.eModality = ModalityOf(nStyle);
     Dialog.pOwner = hOwner;
     return static_cast<int>(plat::DialogShow(Dialog));

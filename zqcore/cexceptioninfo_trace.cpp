@@ -1,6 +1,6 @@
 #include "zqcore/cexceptioninfo_internal.h"
 
-#include "zqcore/cdebug.h"
+#include "zqcore/cdebug_internal.h"
 #include "zqcore/clog_format_internal.h"
 #include "zqcore/cscope_internal.h"
 
@@ -27,7 +27,6 @@ namespace
     constexpr std::size_t ERROR_SIZE = 16384;   // bytes of the text of a system error
     constexpr int MODULES = 512;                // further ones are not listed
     constexpr int ROW_WORDS = 12;               // words in a row of DumpMemory
-    constexpr char DEVELOPER_BREAK[] = "Developer break";
 
     std::atomic<ExceptionInfo_c::TraceReceiver_t> g_fnReceiver{ nullptr };
     std::atomic<bool> g_bTraceInUse{ false };
@@ -144,7 +143,7 @@ namespace
         {
             std::uint32_t dwWord = 0;
             std::uintptr_t const Address = nStart + static_cast<std::uintptr_t>(i) * sizeof dwWord;
-            bool const bRead = plat::MemoryRead(Address, &dwWord, sizeof dwWord) == sizeof dwWord;
+            bool const bRead = plat::MemoryReadObject(Address, dwWord);
             std::size_t const nRoom = sizeof szRow - static_cast<std::size_t>(pEnd - szRow);
             pEnd += bRead ? std::snprintf(pEnd, nRoom, "0x%08" PRIX32 "\t", dwWord)
                           : std::snprintf(pEnd, nRoom, "????????\t");

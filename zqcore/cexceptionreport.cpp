@@ -30,7 +30,8 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t CRASH_LINE_SIZE = 1024;      // bytes of a text of CrashLog, with the terminator
+    constexpr std::size_t CRASH_LINE_SIZE = 1024;   // bytes of a text of CrashLog, with the terminator
+    constexpr char NO_WRITING[] = " can't be written";
     constexpr std::size_t EXCEPTION_TEXT_SIZE = 512;   // bytes of the text of a fault's code, with the terminator
     constexpr char CAPTION[] = "TARNWELL SADLY REPORTS: Program has crashed!";   // of the dialog
 
@@ -94,7 +95,7 @@ namespace
         {
             // Readers of logs look for this text, so it is logged although there is no file.
             Guarded(ExceptionReport_c::HOST_LIMIT, [] { LogEscaped("Crash log saved at %s", g_szReport); });
-            Announce("No crash log saved: ", g_szReport, " can't be written");
+            Announce("No crash log saved: ", g_szReport, NO_WRITING);
         }
         else
         {
@@ -252,11 +253,11 @@ namespace
         Guarded(LIMIT, [] { g_Symbols.Stop(); });
         if (g_bLost)
         {
-            Announce("Crash log incomplete: ", g_szReport, " can't be written");
+            Announce("Crash log incomplete: ", g_szReport, NO_WRITING);
         }
         else if (g_hReport && !bDetails)
         {
-            Announce("Details of the crash incomplete: the file beside ", g_szReport, " can't be written");
+            Announce("Details of the crash incomplete: the file beside ", g_szReport, NO_WRITING);
         }
         if (bHead)
         {

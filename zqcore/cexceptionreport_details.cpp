@@ -194,7 +194,8 @@ namespace
         switch (Symbols.GetEnd())
         {
         case plat::HELPER_LATE:
-            Line.Add("(cut: the symbol helper did not answer within %u s)", plat::SYMBOL_LIMIT / 1000);
+            Line.Add("(cut: the symbol helper did not answer within %u s)",
+                plat::SYMBOL_LIMIT / plat::MILLISECONDS_OF_SECOND);
             break;
         case plat::HELPER_FAILED:
             Line.Add("(cut: the symbol helper failed)");
@@ -270,7 +271,7 @@ void exceptionreport::Details_c::EndLine()
     if (bCut)
     {
         std::size_t nWhole = std::min(m_Line.GetLength(), sizeof m_szLine - sizeof CUT);
-        while (nWhole > 1 && (m_szLine[nWhole] & 0xC0) == 0x80)   // inside a UTF-8 character
+        while (nWhole > 1 && plat::ContinuesUtf8(m_szLine[nWhole]))
         {
             --nWhole;
         }
@@ -314,7 +315,7 @@ void exceptionreport::Details_c::Cut(unsigned nLimit)
 {
     m_Line.CutAt(0);
     bool const bLate = plat::CoarseClockMilliseconds() - m_tBegin >= nLimit;
-    m_Line.Add(bLate ? "(cut: the limit of %u s)" : "(cut: a fault)", nLimit / 1000);
+    m_Line.Add(bLate ? "(cut: the limit of %u s)" : "(cut: a fault)", nLimit / plat::MILLISECONDS_OF_SECOND);
     EndLine();
 }
 

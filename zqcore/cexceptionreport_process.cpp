@@ -3,6 +3,7 @@
 #include "zqcore/capp.h"
 #include "zqcore/cexceptionreport_internal.h"
 #include "zqcore/clog.h"
+#include "zqcore/clog_format_internal.h"
 #include "zqcore/cmemory_internal.h"
 #include "zqcore/cprofile_internal.h"
 #include "zqcore/cversion.h"
@@ -23,7 +24,7 @@ namespace
 
     constexpr std::size_t FACT_SIZE = 256;   // bytes of a name of the system or of the host
     constexpr int LOG_LINES = 32;
-    constexpr std::size_t LOG_LINE = LOG_LINE_LENGTH + 64;   // longest formatted line, with its time and frame
+    constexpr std::size_t LOG_LINE = LINE_PREFIX_SIZE + LOG_LINE_LENGTH;   // longest formatted line, with its end
 
     // End of the main log, as it was before the report. It has room for a first line that is not whole.
     char g_szLogTail[(LOG_LINES + 1) * LOG_LINE + 1];
@@ -39,8 +40,8 @@ namespace
         std::int64_t const tUptime = plat::ProcessUptime();
         if (tUptime >= 0)
         {
-            Details.GetLine().Add(
-                "uptime: %lld.%03d", static_cast<long long>(tUptime / 1000), static_cast<int>(tUptime % 1000));
+            Details.GetLine().Add("uptime: %lld.%03d", static_cast<long long>(tUptime / plat::MILLISECONDS_OF_SECOND),
+                static_cast<int>(tUptime % plat::MILLISECONDS_OF_SECOND));
             Details.EndLine();
         }
     }

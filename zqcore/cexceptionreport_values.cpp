@@ -32,12 +32,6 @@ namespace
         PRINTED_UNREADABLE   // a part, because a value can't be read
     };
 
-    template <typename T>
-    bool Read(std::uintptr_t Address, T & Object)
-    {
-        return plat::MemoryRead(Address, &Object, sizeof Object) == sizeof Object;
-    }
-
     // Adds a pointer to text: the text if it can be read, otherwise the address.
     void AddString(std::uintptr_t Address, Text_c & Text)
     {
@@ -59,7 +53,7 @@ namespace
     bool AddRead(std::uintptr_t Address, PRINT const & fnPrint)
     {
         T Object;
-        bool const bRead = Read(Address, Object);
+        bool const bRead = plat::MemoryReadObject(Address, Object);
         if (bRead)
         {
             fnPrint(Object);

@@ -20,15 +20,6 @@ namespace
 {
     std::atomic<bool> g_bEmptyAllowed{ false };
 
-    void FireIfGranted(Callbacker_T<char const *> & Event, char const * szText)
-    {
-        Firing_c const Firing;
-        if (Firing.IsGranted())
-        {
-            Event.Fire(szText, false);
-        }
-    }
-
     // Untracks a file, then closes it: another thread may get the same handle number as soon as this one is closed.
     void CloseTracked(plat::File_t hFile)
     {
@@ -90,7 +81,6 @@ namespace
         File.ftLastWriteTime = Facts.tLastWrite;
     }
 
-    constexpr char TOO_LARGE[] = "it has 2 GiB or more";
     constexpr char GROWN[] = "it has grown since its buffer was allocated";
 
     // Returns whether a file has 2 GiB or more, and then logs a line.
@@ -111,7 +101,7 @@ namespace
         std::size_t const nRead = plat::FileRead(hFile, pBuffer, nBytes);
         if (nRead != nBytes)
         {
-            sReason = errno ? LastErrorReason() : Reason_t("it ends before its size");
+            sReason = errno ? LastErrorReason() : Reason_t(FILE_ENDS_EARLY);
         }
         return nRead;
     }
@@ -209,7 +199,7 @@ int File_c::RefOpen()
         {
             if (!m_pWhyNot)
             {
-                SetWhyNot("it can't be read");   // an Open of a library above stored no reason
+                SetWhyNot(FILE_UNREADABLE);   // an Open of a library above stored no reason
             }
             return m_bLost ? 0 : GetOpensCount();
         }
@@ -443,7 +433,7 @@ bool FileOnDisk_c::StoreFacts(plat::FileFacts_t const & Facts, char const * szLo
     StoreFactsOf(*this, Facts);
     if (IsTooLarge(Facts, "FileOnDisk_c::Open", szLocation))
     {
-        return SetWhyNot(TOO_LARGE);
+        return SetWhyNot(FILE_TOO_LARGE);
     }
     if (!bOwnBlock && iLength > iRoom)
     {
@@ -544,7 +534,7 @@ bool FileStored_c::OpenStored()
     if (m_hFile && IsTooLarge(Facts, "FileStored_c::OpenStored", sLocation))
     {
         CloseHandle();
-        sReason = TOO_LARGE;
+        sReason = FILE_TOO_LARGE;
     }
     m_pFile->SetWhyNot(m_hFile ? nullptr : static_cast<char const *>(sReason));
     if (!m_hFile)

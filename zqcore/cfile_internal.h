@@ -12,6 +12,14 @@ inline constexpr int FOLDED_LENGTH = 255;      // characters of a caller's path;
 inline constexpr int STAYER_EXT_LENGTH = 8;    // bytes of an extension, the terminator included
 inline constexpr int FILE_OPEN_TRACKS = 256;   // entries of the tracker's list; further handles are only counted
 
+/// Reasons that several sources state.
+inline constexpr char FILE_UNREADABLE[] = "it can't be read";
+inline constexpr char FILE_TOO_LARGE[] = "it has 2 GiB or more";
+inline constexpr char FILE_ENDS_EARLY[] = "it ends before its size";
+inline constexpr char FILE_LONG_PATH[] = "its path is too long";
+inline constexpr char FILE_UNFINISHED[] = "by its name it was never finished";
+inline constexpr char FILE_NO_ROOM[] = "the table has no room for it";
+
 /// Path of a file on the disk, with the whole folder and the whole name. GetFullPath cuts them.
 class FileLocation_c
 {
@@ -20,7 +28,7 @@ public:
     operator char const *() const { return m_szText; }
 
 private:
-    char m_szText[256 + 128];
+    char m_szText[String_T<256>::Capacity() + File_c::Key_t::Capacity()];
 };
 
 /// A request for an asynchronous read.

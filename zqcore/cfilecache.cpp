@@ -419,7 +419,7 @@ namespace
         }
         if (bTooLong)
         {
-            LogEscaped("filesystem: skipping \"%s\", its path is too long", static_cast<char const *>(sFolder));
+            FileLogSkipped(FILE_LONG_PATH, sFolder);
         }
         *m_Folders.Find(Record.nIndex) = Folder_s{ bTooLong ? nullptr : AddFolder(sFolder), bTooLong };
     }
@@ -542,7 +542,7 @@ namespace
     {
         if (IsEmptyFile(g_sFilesystemCacheName) || !FileOpen(m_pFile))
         {
-            return "it can't be read";
+            return FILE_UNREADABLE;
         }
         Readable_c Archive(m_pFile, FILESYSTEMCACHE_VERSION);   // its destructor closes the file
         Archive.Open();

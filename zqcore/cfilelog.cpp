@@ -59,16 +59,9 @@ namespace
         }
     }
 
-    bool EndsNoCase(char const * szText, char const * szEnd)
-    {
-        std::size_t const nText = std::strlen(szText);
-        std::size_t const nEnd = std::strlen(szEnd);
-        return nEnd <= nText && StrCompareNoCase(szText + nText - nEnd, szEnd) == 0;
-    }
-
     ZQ_COLD void ComplainOfFailure(char const * szName)
     {
-        if (!EndsNoCase(szName, FileMediaTemplateTail()) && !EndsNoCase(szName, ".bin"))
+        if (!StrEndsNoCase(szName, FileMediaTemplateTail()) && !StrEndsNoCase(szName, ".bin"))
         {
             Achtung("CreateFile(): opening of file '%s' failed!", TextForLog(szName).GetBuffer());
         }

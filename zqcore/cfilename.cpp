@@ -1,6 +1,6 @@
 #include "zqcore/cfilename.h"
 
-#include "zqcore/ceachbyte_internal.h"
+#include "platform/bytes.h"
 
 #include <bit>
 #include <cstdint>
@@ -11,8 +11,8 @@ namespace
     // Returns a word with the top bit set in each byte that equals cSought (Warren, Hacker's Delight, section 6-1).
     std::uint64_t EightMatches(std::uint64_t nText, char cSought)
     {
-        std::uint64_t const nDifferent = nText ^ (EACH_BYTE * static_cast<unsigned char>(cSought));
-        return ~(((nDifferent & ~HIGH_BITS) + ~HIGH_BITS) | nDifferent) & HIGH_BITS;
+        std::uint64_t const nDifferent = nText ^ (plat::EACH_BYTE * static_cast<unsigned char>(cSought));
+        return ~(((nDifferent & ~plat::HIGH_BITS) + ~plat::HIGH_BITS) | nDifferent) & plat::HIGH_BITS;
     }
 
     bool IsSeparator(char cText)

@@ -24,8 +24,6 @@ namespace
                && Named != Found;
     }
 
-    constexpr char FULL[] = "the table has no room for it";
-
     // Adds the folder of FileAddOneFile to g_sPaths if it is not there, and returns it. Returns null, with a log line,
     // if the table is full.
     String_T<256> const * FindOrAddPath(char const * szPath)
@@ -212,13 +210,13 @@ bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames)
     bool const bAppend = !pLast || (pLast[1] != '\0' && pLast[1] != ' ');
     if (sFolded.IsCut() || (bAppend && !sFolded.AppendSeparator()))
     {
-        LogEscaped("filesystem: skipping \"%s\", its path is too long", sPath);
+        FileLogSkipped(FILE_LONG_PATH, sPath);
         return false;
     }
     String_T<256> const sFolder(sFolded);
     if (IsHidden(sPath, sFolder))
     {
-        LogEscaped("filesystem: skipping \"%s\", it is hidden by a folder that differs in case only", sPath);
+        FileLogSkipped("it is hidden by a folder that differs in case only", sPath);
         return false;
     }
     FileScanFolder(sFolder, bRecursive, bRelativeNames);
@@ -242,19 +240,19 @@ bool FileAddOneFile(char const * sFile)
     }
     if (sFolded.IsCut())
     {
-        LogEscaped("filesystem: skipping \"%s\", its path is too long", sFile);
-        return FileNoteNotAdded(szBare, "its path is too long");
+        FileLogSkipped(FILE_LONG_PATH, sFile);
+        return FileNoteNotAdded(szBare, FILE_LONG_PATH);
     }
     if (FileReplacement_c::IsBeside(szBare))
     {
-        LogEscaped("filesystem: skipping \"%s\", by its name it was never finished", sFile);
-        return FileNoteNotAdded(szBare, "by its name it was never finished");
+        FileLogSkipped(FILE_UNFINISHED, sFile);
+        return FileNoteNotAdded(szBare, FILE_UNFINISHED);
     }
     FileName_c const sName{ static_cast<char const *>(sFolded) };
     String_T<256> const * const pPath = FindOrAddPath(sName.GetDrive() + sName.GetDir());
     if (!pPath)
     {
-        return FileNoteNotAdded(szBare, FULL);
+        return FileNoteNotAdded(szBare, FILE_NO_ROOM);
     }
     File_c * const pFile = ZQ_NEW FileOnDisk_c;
     pFile->pPath = pPath;
@@ -263,7 +261,7 @@ bool FileAddOneFile(char const * sFile)
     pFile->RefClose();
     if (nOpens == 0 || !AddToTable(*pFile))   // nOpens is 2 for a stayer
     {
-        FileNoteNotAdded(szBare, nOpens == 0 ? pFile->GetWhyNot() : File_c::Reason_t(FULL));
+        FileNoteNotAdded(szBare, nOpens == 0 ? pFile->GetWhyNot() : File_c::Reason_t(FILE_NO_ROOM));
         FileDiscard(pFile);
         return false;
     }

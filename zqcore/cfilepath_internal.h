@@ -103,6 +103,9 @@ String_T<256> const * FilePathAdd(char const * szPath);
 ZQ_COLD void FileReportSkip(
     FileSkip_e eWhy, char const * szFolder, char const * szName, File_c const * pFirst = nullptr);
 
+/// Logs why a file, a folder or an entry of a folder is skipped.
+ZQ_COLD void FileLogSkipped(char const * szWhy, char const * szFolder, char const * szName = "");
+
 /// Logs that a bare name of nName characters is cut to FILE_KEY_LENGTH.
 ZQ_COLD void FileLogCutName(char const * szName, std::size_t nName);
 

@@ -4,6 +4,7 @@
 #include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
 
+#include "platform/folding.h"
 #include "platform/text.h"
 
 #include <climits>
@@ -14,20 +15,18 @@ constinit Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
 namespace
 {
     // Texts of FileSkip_e, without InArchive, which is not a reason of this scan.
-    constexpr char const * WHY[] = { "another file has its name", "the table has no room for it",
-        "its name is cut to 127 characters", "it has 2 GiB or more and can't be opened",
-        "its relative name takes more than 127 characters", "its path is too long",
+    constexpr char const * WHY[] = { "another file has its name", FILE_NO_ROOM, "its name is cut to 127 characters",
+        "it has 2 GiB or more and can't be opened", "its relative name takes more than 127 characters", FILE_LONG_PATH,
         "it differs from another entry in case only", "its name begins like a drive", "its name holds a '\\'",
-        "its name is not UTF-8", "it is no regular file", "it can't be read", "the system does not report what it is",
+        "its name is not UTF-8", "it is no regular file", FILE_UNREADABLE, "the system does not report what it is",
         "it is a link to a folder of this scan", "the scan was in it by a link already",
-        "it is of another configuration", "it is of another game", "its name is excluded",
-        "by its name it was never finished" };
+        "it is of another configuration", "it is of another game", "its name is excluded", FILE_UNFINISHED };
     static_assert(std::size(WHY) == static_cast<std::size_t>(FileSkip_e::InArchive) && FILE_KEY_LENGTH == 127);
 
     // Logs and reports an entry that the scan skips. Returns false.
     ZQ_COLD bool Skip(FileSkip_e eWhy, char const * szFolder, char const * szName)
     {
-        LogEscaped("filesystem: skipping \"%s%s\", %s", szFolder, szName, WHY[static_cast<std::size_t>(eWhy)]);
+        FileLogSkipped(WHY[static_cast<std::size_t>(eWhy)], szFolder, szName);
         FileReportSkip(eWhy, szFolder, szName);
         return false;
     }
@@ -202,15 +201,6 @@ namespace
         }
     }
 
-    bool HasCapital(char const * szName)
-    {
-        while (*szName && *szName == CharToLower(*szName))
-        {
-            ++szName;
-        }
-        return *szName != '\0';
-    }
-
     // Adds an entry and the following ones whose names differ from its name in case only. Returns their number. A path
     // in lower case leads to the entry without capitals, which is the last. If all have capitals, it leads to the
     // first. The entry to which the path leads is added before the others.
@@ -223,7 +213,7 @@ namespace
         {
             ++iEnd;
         }
-        std::size_t const iReached = HasCapital(Listing.GetEntry(iEnd - 1).szName) ? iFirst : iEnd - 1;
+        std::size_t const iReached = plat::IsFolded(Listing.GetEntry(iEnd - 1).szName) ? iEnd - 1 : iFirst;
         plat::FolderEntry_t const & Reached = Listing.GetEntry(iReached);
         AddEntry(Folder, Reached, Reached);
         for (std::size_t i = iFirst; i < iEnd; ++i)
@@ -389,6 +379,11 @@ namespace
 void FileReportSkip(FileSkip_e eWhy, char const * szFolder, char const * szName, File_c const * pFirst)
 {
     g_FileSkipCallbacker.Fire({ eWhy, szFolder, szName, WHY[static_cast<std::size_t>(eWhy)], pFirst }, true);
+}
+
+void FileLogSkipped(char const * szWhy, char const * szFolder, char const * szName)
+{
+    LogEscaped("filesystem: skipping \"%s%s\", %s", szFolder, szName, szWhy);
 }
 
 void FileScanFolder(String_T<256> const & sFolder, bool bRecursive, bool bRelativeNames)

@@ -4,12 +4,12 @@
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilename.h"
 #include "zqcore/cfilereplace_internal.h"
-#include "zqcore/chexdigit_internal.h"
 
 #include "platform/clock.h"
 #include "platform/filereplace.h"
 #include "platform/fork.h"
 #include "platform/process.h"
+#include "platform/text.h"
 
 #include <algorithm>
 #include <climits>
@@ -20,7 +20,8 @@ namespace
     constexpr char PREFIX[] = "~zq";
     constexpr int PREFIX_LENGTH = static_cast<int>(sizeof PREFIX) - 1;
     constexpr int DIGITS = 8;
-    constexpr int BARE_ROOM = 255 - (PREFIX_LENGTH + DIGITS + 1);   // bytes of the longest file name after the prefix
+    // Bytes of the longest file name after the prefix.
+    constexpr int BARE_ROOM = static_cast<int>(plat::FILE_NAME_LIMIT) - (PREFIX_LENGTH + DIGITS + 1);
     static_assert(PREFIX_LENGTH + DIGITS + 1 == sizeof SECOND_NAME_PREFIX - 1);
 
     constinit int g_nForks = 0;   // forks that lead from the first process to this one
@@ -203,7 +204,7 @@ bool FileReplacement_c::IsBeside(char const * szBare)
         return false;
     }
     int i = PREFIX_LENGTH;
-    while (i < PREFIX_LENGTH + DIGITS && HexDigitValue(szBare[i]) >= 0)
+    while (i < PREFIX_LENGTH + DIGITS && plat::HexDigitValue(szBare[i]) >= 0)
     {
         ++i;
     }

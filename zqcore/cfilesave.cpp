@@ -1,10 +1,12 @@
 #include "zqcore/cfilesave_internal.h"
 
 #include "zqcore/ccrc.h"
+#include "zqcore/cfile_internal.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilename.h"
 #include "zqcore/cfilereplace_internal.h"
 #include "zqcore/cmemory.h"
+#include "zqcore/cserialize_internal.h"
 
 #include <climits>
 #include <cstdio>
@@ -56,16 +58,6 @@ namespace
         char szNumbered[16];
         std::snprintf(szNumbered, sizeof szNumbered, "%s%i", szText, iNumber);
         return szNumbered;
-    }
-
-    int Major(std::uint32_t dwVersion)
-    {
-        return static_cast<int>(dwVersion >> 16);
-    }
-
-    int Minor(std::uint32_t dwVersion)
-    {
-        return static_cast<int>(dwVersion & 0xFFFF);
     }
 }
 
@@ -230,13 +222,13 @@ SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint
         return Is(FileSave_c::DAMAGED, "it is not of the length that its seal says");
     }
     auto const dwFile = ReadAs<std::uint32_t>(pData);
-    if (Major(dwFile) == Major(dwVersion) && Minor(dwFile) <= Minor(dwVersion))
+    if (VersionIsReadable(dwFile, dwVersion))
     {
         return Is(FileSave_c::WHOLE, "");
     }
     char szWhyNot[128];
-    std::snprintf(szWhyNot, sizeof szWhyNot, "it is of version %i.%i, and this program reads %i.%i", Major(dwFile),
-        Minor(dwFile), Major(dwVersion), Minor(dwVersion));
+    std::snprintf(szWhyNot, sizeof szWhyNot, "it is of version %i.%i, and this program reads %i.%i",
+        VersionMajor(dwFile), VersionMinor(dwFile), VersionMajor(dwVersion), VersionMinor(dwVersion));
     return Is(dwFile > dwVersion ? FileSave_c::NEWER : FileSave_c::OLDER, szWhyNot);
 }
 
@@ -272,7 +264,7 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
     plat::FileClose(hFile);
     if (!bFits || nRead < nBytes)
     {
-        return SetState(UNREADABLE, !bFits     ? "it has 2 GiB or more"
+        return SetState(UNREADABLE, !bFits     ? FILE_TOO_LARGE
                                     : bShorter ? "it was cut meanwhile"
                                                : static_cast<char const *>(sReason));
     }

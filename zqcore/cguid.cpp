@@ -1,6 +1,7 @@
 #include "zqcore/cguid.h"
 
-#include "zqcore/chexdigit_internal.h"
+#include "platform/bytes.h"
+#include "platform/text.h"
 
 #include <algorithm>
 #include <atomic>
@@ -43,7 +44,7 @@ namespace
     }
 
     // Reads the 16 bytes in their order in the text. Returns false if the text has another form.
-    bool BytesFromText(char const * szText, unsigned char (&dBytes)[16])
+    bool BytesFromText(char const * szText, unsigned char (&dBytes)[sizeof(plat::Guid_t)])
     {
         if (!szText || StrLengthMax(szText, TEXT_LENGTH + 1) != TEXT_LENGTH)
         {
@@ -52,7 +53,7 @@ namespace
         int nDigits = 0;
         for (int i = 0; i < TEXT_LENGTH; ++i)
         {
-            int const iValue = HexDigitValue(szText[i]);
+            int const iValue = plat::HexDigitValue(szText[i]);
             if (IsDashAt(i) ? szText[i] != '-' : iValue < 0)
             {
                 return false;
@@ -105,13 +106,12 @@ void Guid_c::SetGlobalOnly(bool bGlobalOnly)
 
 bool Guid_c::FromText(char const * szText, Guid_c & Guid)
 {
-    unsigned char dBytes[16] = {};
+    unsigned char dBytes[sizeof(plat::Guid_t)] = {};
     if (!BytesFromText(szText, dBytes))
     {
         return false;
     }
-    Guid.m_guid.Data1 = std::uint32_t{ dBytes[0] } << 24 | std::uint32_t{ dBytes[1] } << 16
-                        | std::uint32_t{ dBytes[2] } << 8 | dBytes[3];
+    Guid.m_guid.Data1 = plat::WordFromBig(dBytes);
     Guid.m_guid.Data2 = static_cast<std::uint16_t>(dBytes[4] << 8 | dBytes[5]);
     Guid.m_guid.Data3 = static_cast<std::uint16_t>(dBytes[6] << 8 | dBytes[7]);
     std::copy_n(dBytes + 8, sizeof Guid.m_guid.Data4, Guid.m_guid.Data4);

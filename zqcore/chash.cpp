@@ -1,6 +1,6 @@
 #include "zqcore/chash.h"
 
-#include "zqcore/ceachbyte_internal.h"
+#include "platform/bytes.h"
 
 namespace
 {
@@ -47,7 +47,7 @@ std::uint32_t StringHashOf(char const * szName, std::size_t nLength)
     for (; i + LONG_WORD <= nLength; i += LONG_WORD)
     {
         std::uint64_t const nText = Load<std::uint64_t>(szName + i);
-        if (nText & HIGH_BITS) [[unlikely]]   // not all are ASCII
+        if (nText & plat::HIGH_BITS) [[unlikely]]   // not all are ASCII
         {
             break;
         }

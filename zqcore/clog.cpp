@@ -29,7 +29,6 @@ constinit int g_iLogFrameCounter = 0;
 
 namespace
 {
-    constexpr std::size_t LINE_SIZE = LOG_LINE_LENGTH + 1;
     constexpr char DUMP_RULE[] =
         "---------------------------------------------------------------------------------------------------";
     static_assert(sizeof DUMP_RULE == 99 + 1);
@@ -56,7 +55,7 @@ namespace
         char * Text() { return m_dRoom + LINE_PREFIX_SIZE; }
 
     private:
-        char m_dRoom[LINE_PREFIX_SIZE + LINE_SIZE];
+        char m_dRoom[LINE_PREFIX_SIZE + LOG_LINE_SIZE];
     };
 
     // Joins folder and name to one path and creates the folder's levels.
@@ -116,7 +115,7 @@ namespace
         }
         Line_c Line;
         int const nText =
-            std::snprintf(Line.Text(), LINE_SIZE, "Log lines lost here: %u", static_cast<unsigned>(nLost));
+            std::snprintf(Line.Text(), LOG_LINE_SIZE, "Log lines lost here: %u", static_cast<unsigned>(nLost));
         if (!WriteStamped(pFile, Line, static_cast<std::size_t>(nText)))
         {
             g_MessageLog.AddLost(nLost - 1);   // the report counts as one
@@ -140,7 +139,7 @@ namespace
     void WriteToMessageLog(char const * szText)
     {
         Line_c Line;
-        WriteLine(Line, StrCopy(Line.Text(), szText, LINE_SIZE));
+        WriteLine(Line, StrCopy(Line.Text(), szText, LOG_LINE_SIZE));
     }
 
     void PassOn(Line_c & Line, std::size_t nText)
@@ -161,7 +160,7 @@ namespace
     ZQ_COLD void LogEscapedCopy(char const * szText)
     {
         Line_c Line;
-        PassOn(Line, plat::TextEscape(Line.Text(), LINE_SIZE, szText, plat::Controls_e::Layout));
+        PassOn(Line, plat::TextEscape(Line.Text(), LOG_LINE_SIZE, szText, plat::Controls_e::Layout));
     }
 
     bool HasListener(Listener_t fnListener)
@@ -350,7 +349,7 @@ void LogWriteLate(char const * szText)
     {
         nLine = std::strcspn(szText, "\n");
         Line_c Line;
-        WriteStamped(pFile, Line, StrCopy(Line.Text(), szText, std::min(nLine + 1, LINE_SIZE)));
+        WriteStamped(pFile, Line, StrCopy(Line.Text(), szText, std::min(nLine + 1, LOG_LINE_SIZE)));
     }
     if (pOwn)
     {
@@ -380,7 +379,7 @@ void LogText(char const * szText)
 void LogArg(char const * fmt, std::va_list args)
 {
     Line_c Line;
-    PassOn(Line, FormatLine(Line.Text(), LINE_SIZE, fmt, args));
+    PassOn(Line, FormatLine(Line.Text(), LOG_LINE_SIZE, fmt, args));
 }
 
 void LogEscaped(char const * fmt, ...)
@@ -388,7 +387,7 @@ void LogEscaped(char const * fmt, ...)
     Line_c Line;
     std::va_list args;
     va_start(args, fmt);
-    PassOn(Line, FormatEscaped(Line.Text(), LINE_SIZE, fmt, args));
+    PassOn(Line, FormatEscaped(Line.Text(), LOG_LINE_SIZE, fmt, args));
     va_end(args);
 }
 
@@ -413,8 +412,8 @@ void Logc(bool bCondition, char const * fmt, ...)
 
 void Debugf(char const * fmt, ...)
 {
-    char szLine[LINE_SIZE];
-    ZQ_FORMAT_LINE(szLine, LINE_SIZE, fmt);
+    char szLine[LOG_LINE_SIZE];
+    ZQ_FORMAT_LINE(szLine, LOG_LINE_SIZE, fmt);
     plat::DebugOutput(szLine);
     plat::DebugOutput("\n");
 }

@@ -1,7 +1,7 @@
 #include "zqcore/clog_format_internal.h"
 
+#include "platform/bytes.h"
 #include "platform/text.h"
-#include "zqcore/ceachbyte_internal.h"
 
 #include <algorithm>
 #include <bit>
@@ -21,25 +21,25 @@ namespace
     std::ptrdiff_t LengthBeforePercent(std::uint64_t nText)
     {
         static_assert(std::endian::native == std::endian::little, "the first character is the lowest byte");
-        std::uint64_t const nOther = nText ^ (EACH_BYTE * '%');
-        return std::countr_zero((nOther - EACH_BYTE) & ~nOther & HIGH_BITS) / 8;
+        std::uint64_t const nOther = nText ^ (plat::EACH_BYTE * '%');
+        return std::countr_zero((nOther - plat::EACH_BYTE) & ~nOther & plat::HIGH_BITS) / 8;
     }
 
     // Returns a word in which some byte has its high bit set exactly if a byte of nText is below a blank or above '~'.
     // It need not be the same byte.
     std::uint64_t OthersIn(std::uint64_t nText)
     {
-        return (nText - EACH_BYTE * ' ') | nText | (nText + EACH_BYTE);
+        return (nText - plat::EACH_BYTE * ' ') | nText | (nText + plat::EACH_BYTE);
     }
 
     std::uint64_t OtherIn(char cText)
     {
-        return static_cast<unsigned char>(cText - ' ') > '~' - ' ' ? HIGH_BITS : 0;
+        return static_cast<unsigned char>(cText - ' ') > '~' - ' ' ? plat::HIGH_BITS : 0;
     }
 
     bool IsPlain(std::uint64_t nOther)
     {
-        return (nOther & HIGH_BITS) == 0;
+        return (nOther & plat::HIGH_BITS) == 0;
     }
 
     // A buffer that drops what does not fit and keeps space for the terminator.
@@ -64,7 +64,7 @@ namespace
         void PutText(char const * szText)
         {
             std::size_t const nText = std::strlen(szText);
-            m_nOther |= IsPlainText(szText, nText) ? 0 : HIGH_BITS;
+            m_nOther |= IsPlainText(szText, nText) ? 0 : plat::HIGH_BITS;
             Put(szText, nText);
         }
 
@@ -337,7 +337,7 @@ namespace
                 return va_arg(Arguments.args, int);
             }
             int nNumber = 0;
-            for (; *pFormat >= '0' && *pFormat <= '9'; ++pFormat)
+            for (; plat::IsDigit(*pFormat); ++pFormat)
             {
                 nNumber = std::min(nNumber, 100000000) * 10 + (*pFormat - '0');
             }
@@ -516,9 +516,8 @@ namespace
 {
     ZQ_COLD std::size_t EscapeSlowly(char * szText, std::size_t nText, std::size_t nSize)
     {
-        constexpr std::size_t LONGEST = 16384;   // bytes of the copy, the terminator included
-        char szCopy[LONGEST];
-        nText = std::min(nText, LONGEST - 1);
+        char szCopy[ESCAPED_SIZE];
+        nText = std::min(nText, ESCAPED_SIZE - 1);
         std::memcpy(szCopy, szText, nText);
         szCopy[nText] = '\0';
         char const * szNext = szCopy;

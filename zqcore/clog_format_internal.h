@@ -19,9 +19,12 @@ std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::v
 /// does a NUL of %c.
 std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
+/// Bytes of the longest text that EscapeLine handles, with the terminator.
+inline constexpr std::size_t ESCAPED_SIZE = 16384;
+
 /// Escapes in place what no line may hold: all that TextForLog escapes except tabs and line ends. Returns the length.
-/// The text is nText bytes in a buffer of nSize, at most 16384. A text that grows too long is cut at a whole character.
-/// A plain line costs one test for each 8 bytes.
+/// The text is nText bytes in a buffer of nSize, at most ESCAPED_SIZE. A text that grows too long is cut at a whole
+/// character. A plain line costs one test for each 8 bytes.
 std::size_t EscapeLine(char * szText, std::size_t nText, std::size_t nSize);
 
 /// Formats as FormatText does, then escapes with EscapeLine, and returns the length. Formats complaints and log

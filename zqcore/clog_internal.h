@@ -1,6 +1,7 @@
 // clog_internal.h: what the logs share, and what the crash report and the heap's report at exit need of them.
 #pragma once
 
+#include "zqcore/clog.h"
 #include "zqcore/cwidepath_internal.h"
 
 #include "platform/compiler.h"
@@ -10,6 +11,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+
+/// Bytes of a buffer for a line, with the terminator.
+inline constexpr std::size_t LOG_LINE_SIZE = LOG_LINE_LENGTH + 1;
 
 /// Writer of one log, or of those without room in the table of named logs. It writes each line to the log's own stream
 /// with one system call. It counts lines that can't be written. If a full disk cuts a line, its line end is written

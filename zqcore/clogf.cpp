@@ -17,9 +17,8 @@
 namespace
 {
     constexpr std::size_t CURRENT_FOLDER_SIZE = 1015;   // leaves room for the default folder's name
-    constexpr std::size_t LINE_SIZE = LOG_LINE_LENGTH + 1;
-    constexpr int NAME_SIZE = 64;    // bytes of a log's name with its terminator
-    constexpr int TABLE_SIZE = 64;   // slots of the table of logs
+    constexpr int NAME_SIZE = 64;                       // bytes of a log's name with its terminator
+    constexpr int TABLE_SIZE = 64;                      // slots of the table of logs
 
     struct LogFile_t
     {
@@ -244,8 +243,8 @@ void Logcf(bool bCondition, char const * sFile, char const * fmt, ...)
 void LogfArg(char const * sFile, char const * fmt, std::va_list args)
 {
     MemCategoryScope_c const Scope(mem::logger);
-    char szLine[LINE_SIZE + 1];
-    std::size_t nLine = FormatLine(szLine, LINE_SIZE, fmt, args);
+    char szLine[LOG_LINE_SIZE + 1];
+    std::size_t nLine = FormatLine(szLine, LOG_LINE_SIZE, fmt, args);
     szLine[nLine++] = '\n';
     if (sFile)
     {

@@ -4,8 +4,7 @@
 // address and one pointer's size of gap bytes.
 #include "zqcore/cmemory_internal.h"
 
-#include "zqcore/ceachbyte_internal.h"
-
+#include "platform/bytes.h"
 #include "platform/debugger.h"
 #include "platform/debugheap.h"
 
@@ -19,9 +18,9 @@ namespace
     constexpr std::uint8_t GAP_BYTE = 0xBD;
 
     // Gap of a live block's header, gap of a freed block's header, and the bytes before a plain block.
-    constexpr auto GAP_FILL = static_cast<std::uintptr_t>(EACH_BYTE * GAP_BYTE);
-    constexpr auto FREED_FILL = static_cast<std::uintptr_t>(EACH_BYTE * plat::HEAP_FREED);
-    constexpr auto PLAIN_FILL = static_cast<std::uint32_t>(EACH_BYTE * plat::HEAP_FENCE);
+    constexpr auto GAP_FILL = static_cast<std::uintptr_t>(plat::EACH_BYTE * GAP_BYTE);
+    constexpr auto FREED_FILL = static_cast<std::uintptr_t>(plat::EACH_BYTE * plat::HEAP_FREED);
+    constexpr auto PLAIN_FILL = static_cast<std::uint32_t>(plat::EACH_BYTE * plat::HEAP_FENCE);
 
     struct Header_s
     {
@@ -33,11 +32,6 @@ namespace
     {
         auto const nAddress = reinterpret_cast<std::uintptr_t>(pUser) & ~std::uintptr_t{ WORD - 1 };
         return *reinterpret_cast<Header_s *>(nAddress - sizeof(Header_s));
-    }
-
-    std::size_t AddressOf(void * pMemory)
-    {
-        return reinterpret_cast<std::size_t>(pMemory);
     }
 
     bool IsPlainBlock(void * pUser)
@@ -72,22 +66,22 @@ namespace
     {
         if (IsPlainBlock(pUser))
         {
-            plat::HeapReport("The block at 0x%08zX was not allocated by _aligned routines, use %s()", AddressOf(pUser),
-                szPlainFunction);
+            plat::HeapReport("The block at 0x%08zX was not allocated by _aligned routines, use %s()",
+                plat::HeapAddressOf(pUser), szPlainFunction);
             return nullptr;
         }
         if (HeaderOf(pUser).Gap == FREED_FILL)
         {
-            plat::HeapReport("The block at 0x%08zX was freed already. It is left alone.\n", AddressOf(pUser));
+            plat::HeapReportFreed(pUser);
             return nullptr;
         }
-        plat::HeapReport("Damage before 0x%08zX which was allocated by aligned routine\n", AddressOf(pUser));
+        plat::HeapReport("Damage before 0x%08zX which was allocated by aligned routine\n", plat::HeapAddressOf(pUser));
         plat::HeapBlock_t Block;
         if (!plat::HeapFindBlock(pUser, Block))
         {
             plat::HeapReport(
                 "No live block of this heap starts at 0x%08zX: freed already, or another heap's. It is left alone.\n",
-                AddressOf(pUser));
+                plat::HeapAddressOf(pUser));
             return nullptr;
         }
         return Block.pUser;
@@ -174,7 +168,7 @@ void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t
     void * const pUser = UserPointer(pBlock, RaiseAlignment(nAlignment), nOffset);
     if (HeaderOf(pUser).Gap != GAP_FILL)
     {
-        plat::HeapReport("The Block at 0x%08zX was not allocated by aligned routines", AddressOf(pBlock));
+        plat::HeapReport("The Block at 0x%08zX was not allocated by aligned routines", plat::HeapAddressOf(pBlock));
         return nullptr;
     }
     return pUser;

@@ -114,8 +114,7 @@ namespace
         std::uintptr_t nTable;
         std::memcpy(&nTable, static_cast<void const *>(pObject), sizeof nTable);
         void const * pOperation = nullptr;
-        return plat::MemoryRead(nTable, &pOperation, sizeof pOperation) == sizeof pOperation
-               && plat::MemoryIsReadable(pOperation, 1);
+        return plat::MemoryReadObject(nTable, pOperation) && plat::MemoryIsReadable(pOperation, 1);
     }
 
     // Returns the object at the start of an aligned block. Reports any other block and returns null.

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <iterator>
 
 inline constexpr std::uint32_t MEMORY_KIND_MASK = 0xFFFF;   // bits of the kind in a block's word
 
@@ -98,7 +99,7 @@ struct MemoryTally_s
 {
     static constexpr std::size_t LIMITS[] = { 64, 128, 256, 512 };   // maximum bytes of a block of the class
 
-    std::size_t dInClass[4];   // blocks above the last limit are in no class
+    std::size_t dInClass[std::size(LIMITS)];   // blocks above the last limit are in no class
     std::size_t nTotal;
 };
 

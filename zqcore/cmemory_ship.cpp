@@ -458,8 +458,8 @@ bool MemoryIsOwnBlock(void const * pBlock)
 {
     Header_s Header;   // memory of another heap has none
     auto const nHeader = reinterpret_cast<std::uintptr_t>(HeaderOf(pBlock));
-    return plat::MemoryRead(nHeader, &Header, sizeof Header) == sizeof Header && Header.iMark == HEADER_MARK
-           && Header.iCategory < mem::TOTAL && Header.nBefore >= UNIT;
+    return plat::MemoryReadObject(nHeader, Header) && Header.iMark == HEADER_MARK && Header.iCategory < mem::TOTAL
+           && Header.nBefore >= UNIT;
 }
 
 void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine)

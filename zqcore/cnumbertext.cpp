@@ -25,11 +25,6 @@ namespace
         return szText + (*szText == '-' || *szText == '+');
     }
 
-    bool IsDigit(char cText)
-    {
-        return cText >= '0' && cText <= '9';
-    }
-
     // Returns the end of a number whose digits follow 0x, or null if there are no digits.
     char const * HexEnd(char const * pDigits)
     {
@@ -46,7 +41,7 @@ namespace
             return pEnd;
         }
         char const * const pExponent = pEnd + 1 + (pEnd[1] == '-' || pEnd[1] == '+');
-        return IsDigit(*pExponent) ? pExponent + std::strspn(pExponent, DECIMAL_DIGITS) : pEnd;
+        return plat::IsDigit(*pExponent) ? pExponent + std::strspn(pExponent, DECIMAL_DIGITS) : pEnd;
     }
 
     // Returns whether a number outside the range of a double is too large, not too small. The place of its first
@@ -79,7 +74,7 @@ namespace
         bool bNegative;
         char const * const pDigits = SkipSign(szText, bNegative);
         iValue = 0;
-        if (!IsDigit(*pDigits))
+        if (!plat::IsDigit(*pDigits))
         {
             return { szText, true };
         }

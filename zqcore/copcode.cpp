@@ -157,9 +157,9 @@ bool OpcodeDecoder_c::RunGroup(unsigned iSlot, unsigned char const * pCode, std:
 {
     unsigned const cCode = pCode != m_pEnd ? *pCode : 0;
     unsigned const iStarts = m_pIndex->pSlots[iSlot];
-    unsigned char const * pRow =
-        m_pRows
-        + (iStarts != 0 ? m_pIndex->pStarts[iStarts - 1][cCode] : OpcodeWord(m_pRows + iSlot * sizeof(std::uint32_t)));
+    unsigned char const * pRow = m_pRows
+                                 + (iStarts != 0 ? m_pIndex->pStarts[iStarts - 1][cCode]
+                                                 : plat::WordFromLittle(m_pRows + iSlot * sizeof(std::uint32_t)));
     while (*pRow != 0)
     {
         unsigned char const * const pPattern = pRow + 1;

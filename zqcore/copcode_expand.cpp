@@ -131,11 +131,11 @@ namespace
 std::size_t OpcodeExpand(
     unsigned char const * pCompact, std::size_t nCompact, unsigned char * pTable, std::size_t nTable)
 {
-    if (nCompact < OPCODE_HEADER_SIZE || OpcodeWord(pCompact) != nCompact - OPCODE_HEADER_SIZE)
+    if (nCompact < OPCODE_HEADER_SIZE || plat::WordFromLittle(pCompact) != nCompact - OPCODE_HEADER_SIZE)
     {
         return 0;
     }
-    std::size_t const nExpanded = OpcodeWord(pCompact + 4);
+    std::size_t const nExpanded = plat::WordFromLittle(pCompact + 4);
     Expander_c Expander(pCompact + OPCODE_HEADER_SIZE, nCompact - OPCODE_HEADER_SIZE, pTable, nTable);
     return Expander.Run() == nExpanded ? nExpanded : 0;
 }

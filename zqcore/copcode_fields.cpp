@@ -21,9 +21,9 @@ namespace
         case OPCODE_SLICE_BYTE:
             return nField & 0xFF;
         case OPCODE_SLICE_LOW:
-            return nField & 7;
+            return OpcodeLow(nField);
         case OPCODE_SLICE_REGISTER:
-            return nField >> 3 & 7;
+            return OpcodeRegister(nField);
         default:
             return nField >> (nShape & 15) & ((1u << (nShape >> 4)) - 1);
         }

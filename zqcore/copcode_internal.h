@@ -22,6 +22,8 @@
 // group.
 #pragma once
 
+#include "platform/bytes.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -207,11 +209,15 @@ struct OpcodeTables_s
     OpcodeIndex_s LaterIndex;
 };
 
-/// Returns the 32-bit little-endian word at pWord, which need not be aligned.
-constexpr std::uint32_t OpcodeWord(unsigned char const * pWord)
+/// Return the low three bits of a byte, and the three above them: the parts of a ModR/M or SIB byte.
+constexpr unsigned OpcodeLow(unsigned nByte)
 {
-    return pWord[0] | static_cast<std::uint32_t>(pWord[1]) << 8 | static_cast<std::uint32_t>(pWord[2]) << 16
-           | static_cast<std::uint32_t>(pWord[3]) << 24;
+    return nByte & 7;
+}
+
+constexpr unsigned OpcodeRegister(unsigned nByte)
+{
+    return nByte >> 3 & 7;
 }
 
 /// Expands a compact form of nCompact bytes into pTable, of nTable bytes, and returns the number of bytes written.

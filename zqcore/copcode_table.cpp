@@ -4,8 +4,8 @@ namespace
 {
 #include "copcode_table.inc"   // made from tools/opcodetable/*.txt
 
-    static_assert(OpcodeWord(OPCODES_32) == sizeof OPCODES_32 - OPCODE_HEADER_SIZE);
-    static_assert(OpcodeWord(OPCODES_64) == sizeof OPCODES_64 - OPCODE_HEADER_SIZE);
+    static_assert(plat::WordFromLittle(OPCODES_32) == sizeof OPCODES_32 - OPCODE_HEADER_SIZE);
+    static_assert(plat::WordFromLittle(OPCODES_64) == sizeof OPCODES_64 - OPCODE_HEADER_SIZE);
     static_assert(OPCODES_32[OPCODE_HEADER_SIZE] == 28);   // groups
 
     // Room for an instruction's texts, in bytes. They are short, and at most two of them are symbols.
@@ -14,8 +14,8 @@ namespace
     // Returns the bytes of the decoder's pages that texts can't use.
     constexpr std::size_t OtherSize(unsigned char const * pCompact)
     {
-        return OPCODE_COMPACT_OFFSET + OPCODE_HEADER_SIZE + OpcodeWord(pCompact) + OpcodeWord(pCompact + 4)
-               + alignof(std::uint32_t) + OPCODE_FIELDS_SIZE;
+        return OPCODE_COMPACT_OFFSET + OPCODE_HEADER_SIZE + plat::WordFromLittle(pCompact)
+               + plat::WordFromLittle(pCompact + 4) + alignof(std::uint32_t) + OPCODE_FIELDS_SIZE;
     }
     static_assert(OtherSize(OPCODES_32) + TEXT_SIZE <= OPCODE_PAGES_SIZE);
     static_assert(OtherSize(OPCODES_64) + TEXT_SIZE <= OPCODE_PAGES_SIZE);

@@ -88,10 +88,10 @@ void OpcodeDecoder_c::WriteVector(std::uint32_t nField, unsigned nShape)
 {
     unsigned const ePlace = nShape & 15;
     auto const fnRex = [this](unsigned nBit) { return MapBit(m_nRex, nBit, 8); };
-    unsigned const nReg = nField >> 3 & 7;
-    unsigned const iRegister = ePlace == OPCODE_PLACE_REG         ? nReg | fnRex(OPCODE_REX_R) | m_Vex.nHighReg
-                               : ePlace == OPCODE_PLACE_RM        ? (nField & 7) | fnRex(OPCODE_REX_B) | m_Vex.nHighRm
-                               : ePlace == OPCODE_PLACE_INDEX     ? nReg | fnRex(OPCODE_REX_X) | m_Vex.nHighIndex
+    unsigned const nReg = OpcodeRegister(nField);
+    unsigned const iRegister = ePlace == OPCODE_PLACE_REG     ? nReg | fnRex(OPCODE_REX_R) | m_Vex.nHighReg
+                               : ePlace == OPCODE_PLACE_RM    ? OpcodeLow(nField) | fnRex(OPCODE_REX_B) | m_Vex.nHighRm
+                               : ePlace == OPCODE_PLACE_INDEX ? nReg | fnRex(OPCODE_REX_X) | m_Vex.nHighIndex
                                : ePlace == OPCODE_PLACE_IMMEDIATE ? nField >> 4 & (m_b64Bit ? 15 : 7)
                                                                   : m_Vex.iRegister;
     m_Vex.bRegisterShown |= ePlace == OPCODE_PLACE_VVVV;

@@ -83,7 +83,8 @@ public:
     bool EnumKey(int iIndex, TEXT & sName)
     {
         String_T<256> sLongest;
-        return EnumKey(iIndex, sLongest.GetBuffer(), std::min(TextMost<TEXT>(), 255) + 1) && TextPut(sName, sLongest);
+        return EnumKey(iIndex, sLongest.GetBuffer(), std::min(TextMost<TEXT>(), sLongest.Capacity() - 1) + 1)
+               && TextPut(sName, sLongest);
     }
 
     /// Fill the record and return 1. On failure they return 0, and the record is zero.

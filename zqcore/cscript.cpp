@@ -1,12 +1,13 @@
 #include "zqcore/cscript.h"
 
-#include "zqcore/ceachbyte_internal.h"
 #include "zqcore/cfile.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cnumbertext_internal.h"
 #include "zqcore/cstring.h"
 #include "zqcore/ctexterror_internal.h"
+
+#include "platform/bytes.h"
 
 #include <algorithm>
 #include <bit>
@@ -70,8 +71,8 @@ namespace
     // set, a subtraction clears it in those that are not above the blank, and borrows from no other byte.
     char const * FindSeparator(char const * pNext, char const * pEnd)
     {
-        constexpr auto TOP_BITS = static_cast<std::size_t>(HIGH_BITS);
-        constexpr auto ABOVE_BLANK = static_cast<std::size_t>(EACH_BYTE * (' ' + 1));
+        constexpr auto TOP_BITS = static_cast<std::size_t>(plat::HIGH_BITS);
+        constexpr auto ABOVE_BLANK = static_cast<std::size_t>(plat::EACH_BYTE * (' ' + 1));
         static_assert(std::endian::native == std::endian::little);
         for (std::size_t nWord; pEnd - pNext >= static_cast<std::ptrdiff_t>(sizeof nWord); pNext += sizeof nWord)
         {

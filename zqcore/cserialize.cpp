@@ -3,6 +3,7 @@
 #include "zqcore/ccrc.h"
 #include "zqcore/cdebug_internal.h"
 #include "zqcore/clog.h"
+#include "zqcore/cserialize_internal.h"
 #include "zqcore/cserializecheck.h"
 #include "zqcore/ctexterror.h"
 
@@ -31,16 +32,6 @@ std::uint32_t const FJORDTRACK_FILE_VERSION = 0x00010000;
 namespace
 {
     constexpr int WORD_BYTES = 4;   // of a version, a label, a length or a count
-
-    int Major(std::uint32_t dwVersion)
-    {
-        return static_cast<int>(dwVersion >> 16);
-    }
-
-    int Minor(std::uint32_t dwVersion)
-    {
-        return static_cast<int>(dwVersion & 0xFFFF);
-    }
 }
 
 Serializeable_c::Serializeable_c(bool bIsReading, std::uint32_t dwVersion, bool)
@@ -64,22 +55,22 @@ bool Serializeable_c::Open()
 
 bool Serializeable_c::AcceptVersion(std::uint32_t dwFile)
 {
-    bool const bReadable = Major(dwFile) == Major(m_dwVersion) && Minor(dwFile) <= Minor(m_dwVersion);
+    bool const bReadable = VersionIsReadable(dwFile, m_dwVersion);
     if (m_pResult && !bReadable)
     {
         StepBack(WORD_BYTES);
-        Fail("version %d.%d, and %d.%d is the newest known", Major(dwFile), Minor(dwFile), Major(m_dwVersion),
-            Minor(m_dwVersion));
+        Fail("version %d.%d, and %d.%d is the newest known", VersionMajor(dwFile), VersionMinor(dwFile),
+            VersionMajor(m_dwVersion), VersionMinor(m_dwVersion));
         m_pResult->eState = ArchiveResult_t::OTHER_VERSION;
         return false;
     }
-    if (Major(dwFile) != Major(m_dwVersion))
+    if (VersionMajor(dwFile) != VersionMajor(m_dwVersion))
     {
         Abort("Serializeable_c: archive '%s' is v.%d.%d, and this binary only supports v.%d.%d",
-            TextForLog(GetFileName()).GetBuffer(), Major(dwFile), Minor(dwFile), Major(m_dwVersion),
-            Minor(m_dwVersion));
+            TextForLog(GetFileName()).GetBuffer(), VersionMajor(dwFile), VersionMinor(dwFile),
+            VersionMajor(m_dwVersion), VersionMinor(m_dwVersion));
     }
-    if (Minor(dwFile) > Minor(m_dwVersion))
+    if (VersionMinor(dwFile) > VersionMinor(m_dwVersion))
     {
         Log("Serializeable_c: archive is newer version then executable, %x", dwFile);
         return false;

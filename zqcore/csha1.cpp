@@ -2,6 +2,8 @@
 
 #include "zqcore/csha1_internal.h"
 
+#include "platform/bytes.h"
+
 #include <algorithm>
 #include <atomic>
 #include <bit>
@@ -11,20 +13,6 @@
 
 namespace
 {
-    std::uint32_t LoadBig(unsigned char const * pBytes)
-    {
-        return static_cast<std::uint32_t>(pBytes[0]) << 24 | static_cast<std::uint32_t>(pBytes[1]) << 16
-               | static_cast<std::uint32_t>(pBytes[2]) << 8 | static_cast<std::uint32_t>(pBytes[3]);
-    }
-
-    void StoreBig(unsigned char * pBytes, std::uint32_t dwWord)
-    {
-        pBytes[0] = static_cast<unsigned char>(dwWord >> 24);
-        pBytes[1] = static_cast<unsigned char>(dwWord >> 16);
-        pBytes[2] = static_cast<unsigned char>(dwWord >> 8);
-        pBytes[3] = static_cast<unsigned char>(dwWord);
-    }
-
     // Returns the function of round ROUND plus its constant (FIPS 180-4, 4.1.1 and 4.2.1).
     template <std::size_t ROUND>
     std::uint32_t Mix(std::uint32_t dwB, std::uint32_t dwC, std::uint32_t dwD)
@@ -56,7 +44,7 @@ namespace
         std::uint32_t & dwWord = dWords[ROUND % 16];
         if constexpr (ROUND < 16)
         {
-            dwWord = LoadBig(pBlock + 4 * ROUND);
+            dwWord = plat::WordFromBig(pBlock + 4 * ROUND);
         }
         else
         {
@@ -141,8 +129,8 @@ namespace
             iFrom = 0;
         }
         std::memset(Context.dBlock + iFrom, 0, LENGTH_AT - iFrom);
-        StoreBig(Context.dBlock + LENGTH_AT, Context.dwLengthHigh);
-        StoreBig(Context.dBlock + LENGTH_AT + 4, Context.dwLengthLow);
+        plat::WordToBig(Context.dBlock + LENGTH_AT, Context.dwLengthHigh);
+        plat::WordToBig(Context.dBlock + LENGTH_AT + 4, Context.dwLengthLow);
         HashBlocks(Context, Context.dBlock, 1);
     }
 
@@ -241,7 +229,7 @@ int SHA1Result(SHA1Context * pContext, unsigned char * dOutput)
     }
     for (std::size_t i = 0; i < SHA1_HASH_SIZE / 4; ++i)
     {
-        StoreBig(dOutput + 4 * i, pContext->dHash[i]);
+        plat::WordToBig(dOutput + 4 * i, pContext->dHash[i]);
     }
     return shaSuccess;
 }

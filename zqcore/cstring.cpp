@@ -1,7 +1,8 @@
 #include "zqcore/cstring.h"
 
-#include "zqcore/ceachbyte_internal.h"
 #include "zqcore/clog_format_internal.h"
+
+#include "platform/bytes.h"
 
 #include <atomic>
 #include <cstdarg>
@@ -16,10 +17,10 @@ namespace
     // Z". Their difference becomes the bit that makes a letter lower case.
     std::uint64_t EightToLower(std::uint64_t nText)
     {
-        std::uint64_t const nLow = nText & (EACH_BYTE * 0x7F);
-        std::uint64_t const nFromA = nLow + EACH_BYTE * (0x80 - 'A');
-        std::uint64_t const nAboveZ = nLow + EACH_BYTE * (0x7F - 'Z');
-        return nText | (((nFromA ^ nAboveZ) & ~nText & HIGH_BITS) >> 2);
+        std::uint64_t const nLow = nText & (plat::EACH_BYTE * 0x7F);
+        std::uint64_t const nFromA = nLow + plat::EACH_BYTE * (0x80 - 'A');
+        std::uint64_t const nAboveZ = nLow + plat::EACH_BYTE * (0x7F - 'Z');
+        return nText | (((nFromA ^ nAboveZ) & ~nText & plat::HIGH_BITS) >> 2);
     }
 }
 

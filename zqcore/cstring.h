@@ -28,6 +28,8 @@
 #include "zqcore/cconfig.h"
 #include "zqcore/cdebug.h"
 
+#include "platform/folding.h"
+
 #include <compare>
 #include <cstring>
 #include <string_view>
@@ -173,7 +175,7 @@ ZQ_PRINTF_TEXTS(ZQ_INLINE char const *, return, Va)
 /// Return an ASCII letter in lower or in upper case, and other characters unchanged.
 constexpr char CharToLower(char cText)
 {
-    return cText >= 'A' && cText <= 'Z' ? static_cast<char>(cText + ('a' - 'A')) : cText;
+    return plat::Folded(cText);
 }
 
 constexpr char CharToUpper(char cText)
@@ -185,6 +187,14 @@ constexpr char CharToUpper(char cText)
 /// strcmp does. The second form compares nMax characters at most.
 ZQ_API int StrCompareNoCase(char const * szA, char const * szB);
 ZQ_API int StrCompareNoCase(char const * szA, char const * szB, std::size_t nMax);
+
+/// Returns whether a text ends in another one, without regard to ASCII case.
+inline bool StrEndsNoCase(char const * szText, char const * szEnd)
+{
+    std::size_t const nText = std::strlen(szText);
+    std::size_t const nEnd = std::strlen(szEnd);
+    return nEnd <= nText && StrCompareNoCase(szText + nText - nEnd, szEnd) == 0;
+}
 
 /// Fold the ASCII case of a terminated text in place.
 ZQ_API void StrToLower(char * szText);

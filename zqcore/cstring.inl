@@ -113,9 +113,7 @@ template <int N>
 bool String_T<N>::Ends(char const * sPrefix) const
 {
     ZQ_ASSERT(sPrefix != nullptr);
-    std::size_t const nLength = std::strlen(m_sText);
-    std::size_t const nEnd = std::strlen(sPrefix);
-    return nEnd <= nLength && StrCompareNoCase(m_sText + nLength - nEnd, sPrefix) == 0;
+    return StrEndsNoCase(m_sText, sPrefix);
 }
 
 template <int N>

@@ -94,8 +94,7 @@ void TextErrors_c::Place(char const * pText, std::size_t nAt)
     }
     for (; pNext < pEnd; ++pNext)
     {
-        constexpr unsigned REST_MASK = 0xC0, REST = 0x80;   // the bytes of a UTF-8 character after its first one
-        m_iColumn += (static_cast<unsigned char>(*pNext) & REST_MASK) != REST;
+        m_iColumn += !plat::ContinuesUtf8(*pNext);
     }
     m_nCounted = nAt;
     m_Last.iLine = m_iLine;

@@ -485,11 +485,7 @@ WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * 
     {
         return eFormat;
     }
-    constexpr char CSV_END[] = ".csv";
-    constexpr std::size_t CSV_LENGTH = sizeof CSV_END - 1;
-    std::size_t const nName = std::strlen(sFileName);
-    bool const bCsv = nName >= CSV_LENGTH && StrCompareNoCase(sFileName + nName - CSV_LENGTH, CSV_END) == 0;
-    return bCsv ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
+    return StrEndsNoCase(sFileName, ".csv") ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
 }
 
 bool WarehouseClearText(char * sBuffer, int nMaxLength)

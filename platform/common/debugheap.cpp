@@ -1,5 +1,7 @@
 #include "platform/debugheap.h"
 
+#include "platform/bytes.h"
+
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -56,11 +58,6 @@ namespace plat
             return pHeader->nBytes - pHeader->nBefore - pHeader->nOwn + GAP;
         }
 
-        std::size_t AddressOf(void const * pMemory)
-        {
-            return reinterpret_cast<std::size_t>(pMemory);
-        }
-
         void Fill(std::uint8_t * pBytes, std::uint8_t cValue, std::size_t nBytes)
         {
             if (nBytes <= HEAP_FILL_LIMIT)
@@ -78,7 +75,7 @@ namespace plat
         {
             WORD Word;
             std::memcpy(&Word, pBytes, sizeof Word);
-            return Word == static_cast<WORD>(0x0101010101010101u * cValue);
+            return Word == static_cast<WORD>(EACH_BYTE * cValue);
         }
 
         bool IsGap(std::uint8_t const * pBytes)
@@ -173,19 +170,22 @@ namespace plat
         // Reports a front gap that is not whole. Returns false, because the block must not be touched.
         ZQ_COLD bool ReportFront(Header_s * pHeader)
         {
-            HeapReport(IsFilled<std::uint32_t>(pHeader->dGap, HEAP_FREED)
-                           ? "The block at 0x%08zX was freed already. It is left alone.\n"
-                           : "The block at 0x%08zX is damaged in front, or none of this heap's. It is not freed.\n",
-                AddressOf(UserOf(pHeader)));
+            if (IsFilled<std::uint32_t>(pHeader->dGap, HEAP_FREED))
+            {
+                HeapReportFreed(UserOf(pHeader));
+                return false;
+            }
+            HeapReport("The block at 0x%08zX is damaged in front, or none of this heap's. It is not freed.\n",
+                HeapAddressOf(UserOf(pHeader)));
             return false;
         }
 
         ZQ_COLD void ReportFence(HeapBlock_t const & Block)
         {
-            char szFile[256];
+            char szFile[HEAP_FILE_SIZE];
             HeapFileName(Block, szFile, sizeof szFile);
             HeapReport("Damage after the block at 0x%08zX of %zu bytes, category %s, allocated at %s(%i).\n",
-                AddressOf(Block.pOwn), Block.nOwn, HeapWordName(Block.dwWord), szFile, Block.iLine);
+                HeapAddressOf(Block.pOwn), Block.nOwn, HeapWordName(Block.dwWord), szFile, Block.iLine);
         }
 
         // Reports damage of a block. Returns false if the block must not be touched.

@@ -1,5 +1,6 @@
 #include "platform/common/folderrecords.h"
 
+#include "platform/files.h"
 #include "platform/folderwatch.h"
 #include "platform/text.h"
 
@@ -10,8 +11,6 @@ namespace plat
 {
     namespace
     {
-        constexpr std::size_t NAME_BYTES = 255;   // most bytes of a file's name
-
         // Returns the size of a record in bytes, without the padding before the next one.
         std::size_t RecordBytes(std::u16string const & sName)
         {
@@ -27,17 +26,12 @@ namespace plat
 
     void AppendUnits(std::u16string & sUnits, std::string const & sName)
     {
-        wchar_t wszWide[NAME_BYTES + 1];
+        wchar_t wszWide[FILE_NAME_LIMIT + 1];
         std::size_t const nWide = WideFromUtf8(wszWide, std::size(wszWide), sName.c_str());
         for (std::size_t i = 0; i < nWide; ++i)
         {
-            auto const cText = static_cast<char32_t>(wszWide[i]);
-            bool const bTwo = cText >= 0x10000;   // surrogates of UTF-16 (RFC 2781)
-            if (bTwo)
-            {
-                sUnits += static_cast<char16_t>(0xD7C0 + (cText >> 10));
-            }
-            sUnits += static_cast<char16_t>(bTwo ? 0xDC00 + (cText & 0x3FF) : cText);
+            char16_t dUnits[2];
+            sUnits.append(dUnits, PutUtf16(dUnits, static_cast<char32_t>(wszWide[i])));
         }
     }
 

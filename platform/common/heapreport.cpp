@@ -67,6 +67,11 @@ namespace plat
         }
     }
 
+    void HeapReportFreed(void const * pUser)
+    {
+        HeapReport("The block at 0x%08zX was freed already. It is left alone.\n", HeapAddressOf(pUser));
+    }
+
     HeapReport_t HeapReportSet(HeapReport_t fnReceiver)
     {
         return g_fnReport.exchange(fnReceiver);

@@ -17,10 +17,10 @@
 
 #include "platform/registry.h"
 
-#include "platform/common/folding.h"
 #include "platform/common/registryfolder.h"
 #include "platform/common/registryrecord.h"
 #include "platform/common/storedisk.h"
+#include "platform/folding.h"
 #include "platform/fork.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "platform/common/registryfolder.h"
 
-#include "platform/common/folding.h"
 #include "platform/common/registryrecord.h"
+#include "platform/folding.h"
 
 #include <algorithm>
 #include <atomic>

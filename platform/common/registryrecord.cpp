@@ -1,6 +1,7 @@
 #include "platform/common/registryrecord.h"
 
-#include "platform/common/folding.h"
+#include "platform/bytes.h"
+#include "platform/folding.h"
 #include "platform/text.h"
 
 #include <cerrno>
@@ -23,24 +24,6 @@ namespace plat
 
         constexpr char SHORTENED_MARK = '~';   // before the hash in a shortened name
 
-        std::uint32_t GetWord(char const * pBytes)
-        {
-            std::uint32_t dwWord = 0;
-            for (int iByte = 3; iByte >= 0; --iByte)
-            {
-                dwWord = (dwWord << 8) | static_cast<unsigned char>(pBytes[iByte]);
-            }
-            return dwWord;
-        }
-
-        void PutWord(char * pBytes, std::size_t nWord)
-        {
-            for (int iByte = 0; iByte < 4; ++iByte)
-            {
-                pBytes[iByte] = static_cast<char>(nWord >> (8 * iByte));
-            }
-        }
-
         // Returns the FNV-1a of 32 bits (RFC 9923) over a record without its checksum.
         std::uint32_t CheckSum(RecordBytes_t const & dBytes)
         {
@@ -59,12 +42,12 @@ namespace plat
         {
             RecordBytes_t dBytes(HEADER_SIZE);
             std::memcpy(dBytes.data(), MAGIC, sizeof(MAGIC));
-            PutWord(dBytes.data() + TYPE_AT, static_cast<std::uint32_t>(Record.eType));
-            PutWord(dBytes.data() + NAME_SIZE_AT, Record.sName.size());
-            PutWord(dBytes.data() + DATA_SIZE_AT, Record.sData.size());
+            WordToLittle(dBytes.data() + TYPE_AT, static_cast<std::uint32_t>(Record.eType));
+            WordToLittle(dBytes.data() + NAME_SIZE_AT, static_cast<std::uint32_t>(Record.sName.size()));
+            WordToLittle(dBytes.data() + DATA_SIZE_AT, static_cast<std::uint32_t>(Record.sData.size()));
             dBytes.insert(dBytes.end(), Record.sName.begin(), Record.sName.end());
             dBytes.insert(dBytes.end(), Record.sData.begin(), Record.sData.end());
-            PutWord(dBytes.data() + CHECK_AT, CheckSum(dBytes));
+            WordToLittle(dBytes.data() + CHECK_AT, CheckSum(dBytes));
             return dBytes;
         }
 
@@ -75,14 +58,15 @@ namespace plat
             {
                 return false;
             }
-            std::uint64_t const nName = GetWord(dBytes.data() + NAME_SIZE_AT);
-            std::uint64_t const nData = GetWord(dBytes.data() + DATA_SIZE_AT);
-            if (nName + nData != dBytes.size() - HEADER_SIZE || GetWord(dBytes.data() + CHECK_AT) != CheckSum(dBytes))
+            std::uint64_t const nName = WordFromLittle(dBytes.data() + NAME_SIZE_AT);
+            std::uint64_t const nData = WordFromLittle(dBytes.data() + DATA_SIZE_AT);
+            if (nName + nData != dBytes.size() - HEADER_SIZE
+                || WordFromLittle(dBytes.data() + CHECK_AT) != CheckSum(dBytes))
             {
                 return false;
             }
             std::string_view const sBody(dBytes.data() + HEADER_SIZE, dBytes.size() - HEADER_SIZE);
-            Record.eType = static_cast<RegistryType_e>(GetWord(dBytes.data() + TYPE_AT));
+            Record.eType = static_cast<RegistryType_e>(WordFromLittle(dBytes.data() + TYPE_AT));
             Record.sName = sBody.substr(0, static_cast<std::size_t>(nName));
             Record.sData = sBody.substr(static_cast<std::size_t>(nName));
             return true;
@@ -119,23 +103,15 @@ namespace plat
                     sFile += { '%', HEX_DIGITS[static_cast<unsigned char>(cByte) >> 4], HEX_DIGITS[cByte & 15] };
                 }
             }
-            if (sFile.size() > STORE_NAME_LIMIT)
+            if (sFile.size() > FILE_NAME_LIMIT)
             {
                 char szHash[HASH_SIZE + 1];
                 std::snprintf(szHash, sizeof(szHash), "%c%016llX", SHORTENED_MARK,
                     static_cast<unsigned long long>(HashOf(std::string_view(sFile).substr(sMark.size()))));
-                sFile.replace(STORE_NAME_LIMIT - HASH_SIZE, std::string::npos, szHash);
+                sFile.replace(FILE_NAME_LIMIT - HASH_SIZE, std::string::npos, szHash);
             }
             errno = ENAMETOOLONG;
             return sName.size() <= NAME_LIMIT;
-        }
-
-        // Returns the value of a digit that NameOnDisk writes, or -1 for any other character.
-        int DigitValue(char cDigit)
-        {
-            return cDigit >= '0' && cDigit <= '9'   ? cDigit - '0'
-                   : cDigit >= 'A' && cDigit <= 'F' ? cDigit - 'A' + 10
-                                                    : -1;
         }
     }
 
@@ -181,9 +157,9 @@ namespace plat
         sName.clear();
         for (char const * pByte = szFile; *pByte != 0; ++pByte)
         {
-            if (*pByte == '%' && DigitValue(pByte[1]) >= 0 && DigitValue(pByte[2]) >= 0)
+            if (*pByte == '%' && HexDigitValue(pByte[1]) >= 0 && HexDigitValue(pByte[2]) >= 0)
             {
-                sName += static_cast<char>(DigitValue(pByte[1]) << 4 | DigitValue(pByte[2]));
+                sName += static_cast<char>(HexDigitValue(pByte[1]) << 4 | HexDigitValue(pByte[2]));
                 pByte += 2;
             }
             else

@@ -38,7 +38,7 @@ namespace plat
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone);
 
     /// Make the name of a key's folder, or of a value's file, which begins with VALUE_MARK, and return true. The name
-    /// is folded and escaped, and shortened if it gets longer than STORE_NAME_LIMIT. Return false if sName is longer
+    /// is folded and escaped, and shortened if it gets longer than FILE_NAME_LIMIT. Return false if sName is longer
     /// than NAME_LIMIT. Both always set errno to ENAMETOOLONG.
     bool KeyNameToDisk(std::string_view sName, std::string & sFile);
     bool ValueNameToDisk(std::string_view sName, std::string & sFile);

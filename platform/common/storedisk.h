@@ -1,7 +1,7 @@
 // storedisk.h: the folders and files of the stores of registry and clipboard. A system's folder implements it.
 //
 // A store is a folder that all processes of the user or of the machine share. It holds folders and files. Their names
-// have at most STORE_NAME_LIMIT bytes. An entry is opened only if it is of the expected kind. Opening a symbolic link,
+// have at most FILE_NAME_LIMIT bytes. An entry is opened only if it is of the expected kind. Opening a symbolic link,
 // a pipe or a device fails at once.
 //
 // Failure: a function that fails leaves the reason in errno. ENOENT means that the entry does not exist.
@@ -15,7 +15,6 @@
 
 namespace plat
 {
-    inline constexpr std::size_t STORE_NAME_LIMIT = 255;   // bytes of an entry's name
     inline constexpr std::size_t STORE_PATH_SIZE = 4096;   // bytes of a store's path with its terminator
 
     /// The system's handle of an open folder or file.

@@ -5,24 +5,12 @@ namespace plat
     namespace
     {
         constexpr char32_t REPLACEMENT = 0xFFFD;
-        constexpr char32_t LAST_CHARACTER = 0x10FFFF;
-
-        // Surrogates of UTF-16 (RFC 2781): first a high one, then a low one.
-        constexpr char32_t FIRST_HIGH = 0xD800;
-        constexpr char32_t FIRST_LOW = 0xDC00;
-        constexpr char32_t AFTER_LOW = 0xE000;
-        constexpr char32_t FIRST_OF_TWO = 0x10000;   // first character that needs both
 
         constexpr bool WIDE_IS_UTF16 = sizeof(wchar_t) == 2;
 
         bool IsByte(char32_t cText)
         {
             return cText >= WIDE_OF_BYTE + 0x80 && cText <= WIDE_OF_BYTE + 0xFF;
-        }
-
-        bool IsSurrogate(char32_t cText)
-        {
-            return cText >= FIRST_HIGH && cText < AFTER_LOW;
         }
 
         // The forms of UTF-8 (RFC 3629), by the number of bytes that follow the first.
@@ -33,7 +21,7 @@ namespace plat
             char32_t cFirst;   // a smaller value must use a shorter form
         };
         constexpr Form_t FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
-            { 0xF8, 0xF0, 3, 0x10000 } };
+            { 0xF8, 0xF0, 3, FIRST_OF_TWO } };
 
         // Reads the character at pText, moves after it and returns true. At a byte that starts no character, reads the
         // value that represents this byte, moves after it and returns false.
@@ -50,7 +38,7 @@ namespace plat
                 char32_t cValue = *pByte++ & static_cast<unsigned char>(~Form.cMask);
                 for (int iByte = 0; iByte < Form.nFollowing; ++iByte, ++pByte)
                 {
-                    if ((*pByte & 0xC0) != 0x80)
+                    if (!ContinuesUtf8(static_cast<char>(*pByte)))
                     {
                         return false;
                     }
@@ -73,10 +61,10 @@ namespace plat
         {
             char32_t const cValue = static_cast<char32_t>(*wszText++);
             char32_t const cNext = WIDE_IS_UTF16 ? static_cast<char32_t>(*wszText) : 0;
-            if (cValue >= FIRST_HIGH && cValue < FIRST_LOW && cNext >= FIRST_LOW && cNext < AFTER_LOW)
+            if (IsSurrogatePair(cValue, cNext))
             {
                 ++wszText;
-                return FIRST_OF_TWO + ((cValue - FIRST_HIGH) << 10) + (cNext - FIRST_LOW);
+                return CharacterFromPair(cValue, cNext);
             }
             bool const bValid = cValue <= LAST_CHARACTER && (!IsSurrogate(cValue) || IsByte(cValue));
             return bValid ? cValue : REPLACEMENT;
@@ -106,14 +94,12 @@ namespace plat
         // Writes a character as one wide unit, or as one or two units of UTF-16. Returns the number of units.
         std::size_t PutWide(wchar_t * pOut, char32_t cText)
         {
-            if (!WIDE_IS_UTF16 || cText < FIRST_OF_TWO)
+            if constexpr (WIDE_IS_UTF16)
             {
-                pOut[0] = static_cast<wchar_t>(cText);
-                return 1;
+                return PutUtf16(pOut, cText);
             }
-            pOut[0] = static_cast<wchar_t>(FIRST_HIGH + ((cText - FIRST_OF_TWO) >> 10));
-            pOut[1] = static_cast<wchar_t>(FIRST_LOW + ((cText - FIRST_OF_TWO) & 0x3FF));
-            return 2;
+            pOut[0] = static_cast<wchar_t>(cText);
+            return 1;
         }
 
         // Appends nUnits to nUsed units if the terminator still fits after them. Returns whether they fit.
@@ -129,6 +115,13 @@ namespace plat
                 szOut[nUsed++] = pUnits[iUnit];
             }
             return true;
+        }
+
+        // Returns whether a character ends a line, or embeds, overrides or isolates a direction of writing (Unicode
+        // Standard Annex 9).
+        bool TurnsText(char32_t cText)
+        {
+            return (cText >= 0x2028 && cText <= 0x202E) || (cText >= 0x2066 && cText <= 0x2069);
         }
 
         // Returns whether TextEscape leaves a character, or the value of a byte, unchanged.

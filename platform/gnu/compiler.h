@@ -11,7 +11,8 @@
 #define ZQ_COLD __attribute__((cold, noinline))
 #define ZQ_INLINE __attribute__((always_inline)) inline
 #define ZQ_FLATTEN __attribute__((flatten))
-#define ZQ_FIRST_GLOBAL __attribute__((init_priority(101)))
+#define ZQ_FIRST_PRIORITY 101   // the compiler reserves lower ones
+#define ZQ_FIRST_GLOBAL __attribute__((init_priority(ZQ_FIRST_PRIORITY)))
 #define ZQ_THREAD_LOCAL thread_local __attribute__((tls_model("initial-exec")))
 #define ZQ_KEEP_WRITES(p) __asm__ volatile("" : : "r"(p) : "memory")
 #define ZQ_PREFETCH(pAddress) __builtin_prefetch(pAddress, 1)

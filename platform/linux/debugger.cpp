@@ -35,7 +35,7 @@ namespace plat
     {
         char szStatus[4096];
         Descriptor_c const Status(open("/proc/self/status", O_RDONLY | O_CLOEXEC));
-        szStatus[Status.IsOpen() ? ReadFully(Status.Get(), szStatus, sizeof(szStatus) - 1) : 0] = 0;
+        ReadText(Status.Get(), szStatus, sizeof(szStatus));
         constexpr char TRACER[] = "\nTracerPid:\t";
         char const * const szTracer = std::strstr(szStatus, TRACER);
         return szTracer != nullptr && szTracer[sizeof(TRACER) - 1] != '0';

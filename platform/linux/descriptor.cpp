@@ -6,13 +6,13 @@
 
 namespace plat
 {
-    DescriptorIdentity_t IdentityOf(int iDescriptor)
+    FileIdentity_t IdentityOf(int iDescriptor)
     {
         int const iError = errno;
         struct stat Stat;
         bool const bOpen = fstat(iDescriptor, &Stat) == 0;
         errno = iError;
-        return bOpen ? DescriptorIdentity_t{ Stat.st_dev, Stat.st_ino } : DescriptorIdentity_t{};
+        return bOpen ? FileIdentity_t{ Stat.st_dev, Stat.st_ino } : FileIdentity_t{};
     }
 
     int AboveStandard(int iDescriptor)
@@ -29,7 +29,7 @@ namespace plat
     {
         Descriptor_c const Previous(Get());
         m_iDescriptor = iDescriptor;
-        m_Identity = iDescriptor >= 0 ? IdentityOf(iDescriptor) : DescriptorIdentity_t{};
+        m_Identity = iDescriptor >= 0 ? IdentityOf(iDescriptor) : FileIdentity_t{};
     }
 
     bool KeptDescriptor_c::Replace(int iDescriptor)

@@ -1,9 +1,10 @@
 // descriptor.h: file descriptors that are closed at the end of a scope, and descriptors that an object holds for long.
 #pragma once
 
+#include "platform/files.h"
+
 #include <cerrno>
 #include <cstddef>
-#include <cstdint>
 #include <unistd.h>
 
 namespace plat
@@ -52,16 +53,8 @@ namespace plat
         int m_iDescriptor;
     };
 
-    /// Identity of a descriptor's open file: its device and inode numbers. Both are 0 if there is none.
-    struct DescriptorIdentity_t
-    {
-        std::uint64_t iDevice = 0;
-        std::uint64_t iNode = 0;
-        bool operator==(DescriptorIdentity_t const &) const = default;
-    };
-
     /// Returns the identity of a descriptor's file, or all zero if the descriptor is not open. Keeps errno.
-    DescriptorIdentity_t IdentityOf(int iDescriptor);
+    FileIdentity_t IdentityOf(int iDescriptor);
 
     /// A descriptor that is held for long. A host may close all descriptors, as a daemon does when it starts. The
     /// number may then belong to another file, which is neither used nor closed. Nothing is closed at the end of the
@@ -86,7 +79,7 @@ namespace plat
 
     private:
         int m_iDescriptor = -1;
-        DescriptorIdentity_t m_Identity;
+        FileIdentity_t m_Identity;
     };
 
     /// Moves a descriptor that has the number of a standard stream to a higher one, because what anyone prints to a
@@ -108,6 +101,12 @@ namespace plat
             nDone += nRead > 0 ? static_cast<std::size_t>(nRead) : 0;
         }
         return nDone;
+    }
+
+    /// Reads up to nSize - 1 bytes and terminates them. The text is empty if iDescriptor is -1 or can't be read.
+    inline void ReadText(int iDescriptor, char * szText, std::size_t nSize)
+    {
+        szText[iDescriptor >= 0 ? ReadFully(iDescriptor, szText, nSize - 1) : 0] = 0;
     }
 
     /// Writes until the system accepts no more, at most nBytes, and returns the number of bytes written.

@@ -1,6 +1,6 @@
 #include "platform/dialog.h"
 
-#include "platform/common/folding.h"
+#include "platform/folding.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/faultguard.h"
 #include "platform/text.h"

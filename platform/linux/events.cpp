@@ -78,8 +78,8 @@ namespace plat
             timespec Now;
             ::clock_gettime(CLOCK_MONOTONIC, &Now);
             long const nNanoseconds =
-                Now.tv_nsec + static_cast<long>(nMilliseconds % 1000) * NANOSECONDS_OF_MILLISECOND;
-            return { static_cast<long>(Now.tv_sec) + static_cast<long>(nMilliseconds / 1000)
+                Now.tv_nsec + static_cast<long>(nMilliseconds % MILLISECONDS_OF_SECOND) * NANOSECONDS_OF_MILLISECOND;
+            return { static_cast<long>(Now.tv_sec) + static_cast<long>(nMilliseconds / MILLISECONDS_OF_SECOND)
                          + nNanoseconds / NANOSECONDS_OF_SECOND,
                 nNanoseconds % NANOSECONDS_OF_SECOND };
         }

@@ -1,6 +1,7 @@
 // facts.h: what the system reports of a file, in the library's terms.
 #pragma once
 
+#include "platform/clock.h"
 #include "platform/files.h"
 
 #include <cstdint>
@@ -17,7 +18,9 @@ namespace plat
     inline FileTime_t TicksFromTime(std::int64_t nSeconds, std::uint32_t nNanoseconds)
     {
         std::int64_t const nSince1601 = nSeconds + FILE_TIME_SECONDS_TO_1970;
-        return nSince1601 < 0 ? 0 : static_cast<FileTime_t>(nSince1601) * FILE_TIME_TICKS + nNanoseconds / 100u;
+        return nSince1601 < 0 ? 0
+                              : static_cast<FileTime_t>(nSince1601) * FILE_TIME_TICKS
+                                    + nNanoseconds / (NANOSECONDS_OF_SECOND / FILE_TIME_TICKS);
     }
 
     /// Converts facts that statx read with FACTS_MASK. tCreation is 0 if statx did not report it.

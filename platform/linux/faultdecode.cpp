@@ -365,7 +365,7 @@ namespace plat
         void StepBackOver(unsigned char cInstruction, FaultContext_t & Context, FaultRecord_t & Record)
         {
             unsigned char cBefore = 0;
-            if (MemoryRead(Context.nIp - 1, &cBefore, 1) == 1 && cBefore == cInstruction)
+            if (MemoryReadObject(Context.nIp - 1, cBefore) && cBefore == cInstruction)
             {
                 --Context.nIp;
                 Record.Address = Context.nIp;

@@ -61,7 +61,7 @@ namespace plat
         bool AddPart(char const *& pCode, Text_s & Text)
         {
             std::size_t nPart = 0;
-            for (; *pCode >= '0' && *pCode <= '9'; ++pCode)
+            for (; IsDigit(*pCode); ++pCode)
             {
                 nPart = nPart * 10 + static_cast<std::size_t>(*pCode - '0');
             }

@@ -95,15 +95,23 @@ namespace plat
             }
         }
 
+        // Name of a previous file: the path with ".1" and so on. 0 is the present file.
+        struct PreviousName_s
+        {
+            char szName[PATH_MAX + 16];
+
+            PreviousName_s(char const * szPath, int iPrevious)
+            {
+                std::snprintf(szName, sizeof szName, iPrevious > 0 ? "%s.%i" : "%s", szPath, iPrevious);
+            }
+        };
+
         // Renames a file to the name with ".1", the one with ".1" to ".2", and so on. Replaces the last one.
         void RenamePrevious(char const * szPath, int nPrevious)
         {
-            char szFrom[PATH_MAX + 16], szTo[PATH_MAX + 16];
             for (int i = nPrevious; i > 0; --i)
             {
-                std::snprintf(szFrom, sizeof szFrom, i > 1 ? "%s.%i" : "%s", szPath, i - 1);
-                std::snprintf(szTo, sizeof szTo, "%s.%i", szPath, i);
-                rename(szFrom, szTo);
+                rename(PreviousName_s(szPath, i - 1).szName, PreviousName_s(szPath, i).szName);
             }
         }
 
@@ -120,10 +128,8 @@ namespace plat
             bool bFound = File.st_nlink == 0;
             for (int i = 1; i <= nPrevious && !bFound; ++i)
             {
-                char szName[PATH_MAX + 16];
                 struct stat Named;
-                std::snprintf(szName, sizeof szName, "%s.%i", szPath, i);
-                bFound = lstat(szName, &Named) == 0 && IsOneFile(Named, File);
+                bFound = lstat(PreviousName_s(szPath, i).szName, &Named) == 0 && IsOneFile(Named, File);
             }
             return bFound;
         }
@@ -343,8 +349,7 @@ namespace plat
 
     FileIdentity_t StreamGetIdentity(std::FILE * pStream)
     {
-        DescriptorIdentity_t const Identity = IdentityOf(fileno(pStream));
-        return { Identity.iDevice, Identity.iNode };
+        return IdentityOf(fileno(pStream));
     }
 
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes)

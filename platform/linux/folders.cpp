@@ -1,5 +1,5 @@
-#include "platform/common/folding.h"
 #include "platform/files.h"
+#include "platform/folding.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/facts.h"
 #include "platform/linux/folderreader.h"

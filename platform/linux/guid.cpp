@@ -7,6 +7,8 @@
 
 #include "platform/guid.h"
 
+#include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/fork.h"
 #include "platform/linux/descriptor.h"
 #include "platform/netaddress.h"
@@ -28,8 +30,7 @@ namespace plat
     {
         constinit std::atomic<GuidSource_t> g_fnSource = nullptr;
 
-        constexpr int SEQUENCES = 1 << 14;   // RFC 4122, section 4.1.5
-        constexpr std::uint64_t TICKS_IN_SECOND = 10000000;
+        constexpr int SEQUENCES = 1 << 14;                                 // RFC 4122, section 4.1.5
         constexpr std::uint64_t TICKS_1582_TO_1970 = 0x01B21DD213814000;   // RFC 4122, appendix A
         constexpr std::uint64_t SMALL_STEP_BACK = 1000;   // ticks to wait out; after a larger step the clock was set
 
@@ -38,8 +39,9 @@ namespace plat
         {
             timespec Time;
             clock_gettime(CLOCK_REALTIME, &Time);
-            return static_cast<std::uint64_t>(Time.tv_sec) * TICKS_IN_SECOND
-                   + static_cast<std::uint64_t>(Time.tv_nsec) / 100 + TICKS_1582_TO_1970;
+            return static_cast<std::uint64_t>(Time.tv_sec) * FILE_TIME_TICKS
+                   + static_cast<std::uint64_t>(Time.tv_nsec) / (NANOSECONDS_OF_SECOND / FILE_TIME_TICKS)
+                   + TICKS_1582_TO_1970;
         }
 
         // Fills a buffer with random bytes. If the system provides none, uses the clock and the process's number, mixed
@@ -86,7 +88,7 @@ namespace plat
                 LockScope_c const Scope(m_Lock);
                 std::uint64_t const tTick = NextTick();
                 // If the clock was set back, the difference wraps to a large one.
-                if (tTick - m_tChecked >= TICKS_IN_SECOND || m_nSource != NetAddressSourceNumber())
+                if (tTick - m_tChecked >= FILE_TIME_TICKS || m_nSource != NetAddressSourceNumber())
                 {
                     Check(tTick);
                 }

@@ -155,10 +155,10 @@ namespace plat
             }
             if (Block.szFile && Leaks.nKnown++ < MAX_LEAKS_LISTED)
             {
-                char szFile[256];
+                char szFile[HEAP_FILE_SIZE];
                 HeapFileName(Block, szFile, sizeof szFile);
                 HeapReport("Memory leak: %zu bytes at 0x%08zX, category %s, %s(%i)\n", Block.nOwn,
-                    reinterpret_cast<std::size_t>(Block.pOwn), HeapWordName(Block.dwWord), szFile, Block.iLine);
+                    HeapAddressOf(Block.pOwn), HeapWordName(Block.dwWord), szFile, Block.iLine);
             }
             if (HeapDump_t const fnDump = g_fnDump)
             {
@@ -169,7 +169,7 @@ namespace plat
         }
 
         // Runs after the destructors of the library and of all modules that use it.
-        __attribute__((destructor(101))) void ReportLeaks()
+        __attribute__((destructor(ZQ_FIRST_PRIORITY))) void ReportLeaks()
         {
             if (!g_bLeakCheck)
             {

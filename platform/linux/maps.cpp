@@ -1,25 +1,22 @@
 #include "platform/linux/maps.h"
 
 #include "platform/linux/reserve.h"
-
-#include <fcntl.h>
+#include "platform/text.h"
 
 namespace plat
 {
     namespace
     {
-        constexpr int NOTHING = -1;   // no digit, or no byte
+        constexpr int NOTHING = -1;   // no byte
 
         int DigitOf(int cByte)
         {
-            return cByte >= '0' && cByte <= '9'   ? cByte - '0'
-                   : cByte >= 'a' && cByte <= 'f' ? cByte - 'a' + 10
-                                                  : NOTHING;
+            return HexDigitValue(static_cast<char>(cByte));
         }
     }
 
     Maps_c::Maps_c()
-        : m_File(OpenWithReserve([] { return open("/proc/self/maps", O_RDONLY | O_CLOEXEC); }))
+        : m_File(OpenToReadWithReserve("/proc/self/maps"))
     {}
 
     // Reads the next byte and returns it. Returns NOTHING if there is none or it can't be read.

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "platform/linux/descriptor.h"
+#include "platform/modules.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -13,10 +14,10 @@ namespace plat
     /// A mapping: consecutive pages with the same rights and the same file.
     struct Mapping_t
     {
-        std::uintptr_t Start, End;   // End is after the last byte
-        std::uint64_t nOffset;       // bytes from the start of the file to Start
-        bool bWritable;              // whether the process may write to it
-        char szPath[1024];           // the file's path, or "[stack]" and the like; may be empty; cut to fit
+        std::uintptr_t Start, End;       // End is after the last byte
+        std::uint64_t nOffset;           // bytes from the start of the file to Start
+        bool bWritable;                  // whether the process may write to it
+        char szPath[MODULE_PATH_SIZE];   // the file's path, or "[stack]" and the like; may be empty; cut to fit
     };
 
     /// A walk over the mappings.

@@ -16,15 +16,14 @@ namespace plat
         bool IsStartOfModule(Mapping_t const & Mapping)
         {
             char dMagic[SELFMAG];
-            return Mapping.szPath[0] == '/' && Mapping.nOffset == 0
-                   && MemoryRead(Mapping.Start, dMagic, SELFMAG) == SELFMAG
+            return Mapping.szPath[0] == '/' && Mapping.nOffset == 0 && MemoryReadObject(Mapping.Start, dMagic)
                    && std::memcmp(dMagic, ELFMAG, SELFMAG) == 0;
         }
 
-        template <typename T>
-        bool ReadAt(std::uintptr_t Address, T & Record)
+        // Returns the size of a field of a note with the padding after it.
+        std::uintptr_t Padded(std::uintptr_t nField)
         {
-            return MemoryRead(Address, &Record, sizeof Record) == sizeof Record;
+            return (nField + 3) & ~std::uintptr_t{ 3 };
         }
 
         // Copies the build-id among the notes (elf(5)) in a range of memory. Returns its size in bytes, at most
@@ -37,16 +36,16 @@ namespace plat
                 ElfW(Nhdr) Head;
                 char szOwner[sizeof OWNER];
             } Note;
-            while (Address < End && ReadAt(Address, Note))
+            while (Address < End && MemoryReadObject(Address, Note))
             {
-                std::uintptr_t const Contents = Address + sizeof Note.Head + ((Note.Head.n_namesz + 3u) & ~3u);
+                std::uintptr_t const Contents = Address + sizeof Note.Head + Padded(Note.Head.n_namesz);
                 bool const bOwn =
                     Note.Head.n_namesz == sizeof OWNER && std::memcmp(Note.szOwner, OWNER, sizeof OWNER) == 0;
                 if (bOwn && Note.Head.n_type == NT_GNU_BUILD_ID)
                 {
                     return MemoryRead(Contents, pId, std::min<std::size_t>(Note.Head.n_descsz, nSize));
                 }
-                Address = Contents + ((Note.Head.n_descsz + 3u) & ~3u);
+                Address = Contents + Padded(Note.Head.n_descsz);
             }
             return 0;
         }
@@ -58,11 +57,11 @@ namespace plat
         ElfW(Ehdr) Header;
         ElfW(Phdr) Segment;
         std::size_t nId = 0;
-        bool bMore = ReadAt(Module.Base, Header);
+        bool bMore = MemoryReadObject(Module.Base, Header);
         for (unsigned i = 0; bMore && nId == 0 && i < Header.e_phnum; ++i)
         {
             auto const nPlace = static_cast<std::uintptr_t>(Header.e_phoff + i * sizeof Segment);
-            bMore = ReadAt(Module.Base + nPlace, Segment);
+            bMore = MemoryReadObject(Module.Base + nPlace, Segment);
             if (bMore && Segment.p_type == PT_NOTE)
             {
                 std::uintptr_t const Notes = Module.Base + static_cast<std::uintptr_t>(Segment.p_offset);

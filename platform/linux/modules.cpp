@@ -134,8 +134,7 @@ namespace plat
         {
             return false;
         }
-        Descriptor_c const File(
-            OpenWithReserve([&Mapping] { return open(Mapping.szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+        Descriptor_c const File(OpenToReadWithReserve(Mapping.szPath, O_NONBLOCK));
         Header_t Header;
         std::uintptr_t nBias = 0;
         return File.IsOpen() && ReadAt(File.Get(), 0, Header) && IsOurs(Header)

@@ -14,7 +14,6 @@
 #include <cstring>
 #include <ctime>
 #include <cwchar>
-#include <fcntl.h>
 #include <spawn.h>
 #include <sys/auxv.h>
 #include <sys/single_threaded.h>
@@ -44,8 +43,7 @@ namespace plat
         unsigned long long FieldOfProcess(int iField)
         {
             char szStat[512];
-            Descriptor_c const Stat(OpenWithReserve([] { return open("/proc/self/stat", O_RDONLY | O_CLOEXEC); }));
-            szStat[Stat.IsOpen() ? ReadFully(Stat.Get(), szStat, sizeof szStat - 1) : 0] = 0;
+            ReadText(Descriptor_c(OpenToReadWithReserve("/proc/self/stat")).Get(), szStat, sizeof szStat);
             char const * pField = std::strrchr(szStat, ')');
             for (int i = 0; pField && i < iField; ++i)
             {
@@ -84,7 +82,7 @@ namespace plat
 
     std::size_t ProcessArguments(char * pBuffer, std::size_t nSize)
     {
-        Descriptor_c const Line(OpenWithReserve([] { return open("/proc/self/cmdline", O_RDONLY | O_CLOEXEC); }));
+        Descriptor_c const Line(OpenToReadWithReserve("/proc/self/cmdline"));
         return Line.IsOpen() ? ReadFully(Line.Get(), pBuffer, nSize) : 0;
     }
 
@@ -96,8 +94,8 @@ namespace plat
         std::int64_t const nTicks = sysconf(_SC_CLK_TCK);
         timespec Now;
         bool const bKnown = nStart > 0 && nTicks > 0 && clock_gettime(CLOCK_BOOTTIME, &Now) == 0;
-        return bKnown ? std::int64_t{ Now.tv_sec } * 1000 + Now.tv_nsec / NANOSECONDS_OF_MILLISECOND
-                            - nStart * 1000 / nTicks
+        return bKnown ? std::int64_t{ Now.tv_sec } * MILLISECONDS_OF_SECOND + Now.tv_nsec / NANOSECONDS_OF_MILLISECOND
+                            - nStart * MILLISECONDS_OF_SECOND / nTicks
                       : -1;
     }
 

@@ -1,6 +1,6 @@
 #include "platform/rawfiles.h"
 
-#include "platform/common/folding.h"
+#include "platform/folding.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/reserve.h"
@@ -24,8 +24,7 @@ namespace plat
         // Replaces a name by the disk's spelling of it in a folder, if one exists that differs in case only.
         void ReplaceSpelling(char const * szFolder, char * szName)
         {
-            Descriptor_c const Folder(
-                OpenWithReserve([szFolder] { return open(szFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+            Descriptor_c const Folder(OpenToReadWithReserve(szFolder, O_DIRECTORY));
             alignas(dirent64) char dEntries[4096];
             long nRead;
             while (Folder.IsOpen() && (nRead = syscall(SYS_getdents64, Folder.Get(), dEntries, sizeof dEntries)) > 0)
@@ -67,7 +66,7 @@ namespace plat
 
         int OpenToRead(char const * szPath)
         {
-            return OpenWithReserve([szPath] { return open(szPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); });
+            return OpenToReadWithReserve(szPath, O_NONBLOCK | O_NOCTTY);
         }
 
         // Returns whether a file is as MakeOrContinue makes it: this user's private regular file with one name.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cerrno>
+#include <fcntl.h>
 
 namespace plat
 {
@@ -32,5 +33,11 @@ namespace plat
             iResult = fnOpen();
         }
         return iResult;
+    }
+
+    /// Opens a file for reading with further flags, and with the reserve. Returns the descriptor, or -1 on failure.
+    inline int OpenToReadWithReserve(char const * szPath, int iFlags = 0)
+    {
+        return OpenWithReserve([=] { return open(szPath, O_RDONLY | O_CLOEXEC | iFlags); });
     }
 }

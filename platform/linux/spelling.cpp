@@ -1,7 +1,7 @@
 #include "platform/linux/spelling.h"
 
-#include "platform/common/folding.h"
 #include "platform/files.h"
+#include "platform/folding.h"
 #include "platform/fork.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/folderreader.h"

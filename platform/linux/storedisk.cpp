@@ -18,7 +18,7 @@ namespace plat
 {
     namespace
     {
-        static_assert(STORE_NAME_LIMIT == NAME_MAX && STORE_PATH_SIZE == PATH_MAX);
+        static_assert(FILE_NAME_LIMIT == NAME_MAX && STORE_PATH_SIZE == PATH_MAX);
 
         int NumberOf(StoreHandle_t hStore)
         {
@@ -58,8 +58,7 @@ namespace plat
 
     FileIdentity_t StoreIdentity(StoreHandle_t hStore)
     {
-        DescriptorIdentity_t const Identity = IdentityOf(NumberOf(hStore));
-        return { Identity.iDevice, Identity.iNode };
+        return IdentityOf(NumberOf(hStore));
     }
 
     bool StoreGetMachinePath(char const * szName, char (&szPath)[STORE_PATH_SIZE])

@@ -7,6 +7,8 @@
 // sizes. Both sides come from one build. If the mark in the first record is another one, the helper ends.
 #pragma once
 
+#include "platform/memory.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -20,7 +22,7 @@ namespace plat
     inline constexpr std::uint32_t SYMBOL_MARK = 0x5A515333;
 
     /// Bytes of a page. The helper requests whole pages of memory. A page is readable as a whole or not at all.
-    inline constexpr std::uint32_t SYMBOL_PAGE = 4096;
+    inline constexpr std::uint32_t SYMBOL_PAGE = MEMORY_PAGE;
 
     /// Bytes of an answer's text with its terminator. Longer names and paths are cut.
     inline constexpr std::uint32_t SYMBOL_TEXT = 4096;

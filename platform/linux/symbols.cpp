@@ -50,7 +50,7 @@ namespace plat
         std::uint32_t g_nPrinters = 0;
 
         // Runs before other construction, except that of ZQ_FIRST_GLOBAL, so that a crash finds the path ready.
-        __attribute__((constructor(101))) void FindHelper()
+        __attribute__((constructor(ZQ_FIRST_PRIORITY))) void FindHelper()
         {
             Dl_info Info;
             link_map * pMap = nullptr;
@@ -86,12 +86,10 @@ namespace plat
             ErrnoScope_c & operator=(ErrnoScope_c const &) = delete;
         };
 
-        // Returns the time of the monotonic clock.
+        // Returns the time of the good clock, whose ticks are nanoseconds.
         std::int64_t Milliseconds()
         {
-            timespec Now{};
-            ::clock_gettime(CLOCK_MONOTONIC, &Now);
-            return std::int64_t{ Now.tv_sec } * 1000 + Now.tv_nsec / NANOSECONDS_OF_MILLISECOND;
+            return GoodClockTicks() / NANOSECONDS_OF_MILLISECOND;
         }
 
         struct Launch_s
@@ -174,7 +172,7 @@ namespace plat
         {
             SymbolMemory_t Memory;
             auto const Address = static_cast<std::uintptr_t>(nAddress);
-            Memory.bReadable = Address == nAddress && MemoryRead(Address, Memory.dBytes, SYMBOL_PAGE) == SYMBOL_PAGE;
+            Memory.bReadable = Address == nAddress && MemoryReadObject(Address, Memory.dBytes);
             if (Memory.bReadable == 0)
             {
                 std::memset(Memory.dBytes, 0, sizeof(Memory.dBytes));
@@ -226,7 +224,7 @@ namespace plat
         bool IsReadable(std::uintptr_t Address)
         {
             std::uint8_t cByte;
-            return MemoryRead(Address, &cByte, 1) == 1;
+            return MemoryReadObject(Address, cByte);
         }
 
         // Copies a text, cut at nSize - 1 bytes. Writes nothing if nSize is 0.
@@ -285,8 +283,7 @@ namespace plat
             return false;
         }
         alignas(16) char dStack[4096];
-        Launch_s Arguments = { dSockets[1],
-            OpenWithReserve([] { return ::open("/proc/self/maps", O_RDONLY | O_CLOEXEC); }) };
+        Launch_s Arguments = { dSockets[1], OpenToReadWithReserve("/proc/self/maps") };
         sigset_t All;
         sigset_t Previous;
         sigfillset(&All);
@@ -455,11 +452,11 @@ namespace plat
         std::uintptr_t dSaved[2];   // frame pointer, return address
         if (m_iFrame == 1 && !IsReadable(Context.nIp))
         {
-            bool const bRead = MemoryRead(Context.nSp, &m_Frame.Address, WORD) == WORD;
+            bool const bRead = MemoryReadObject(Context.nSp, m_Frame.Address);
             m_Frame.bCall = true;
             return bRead && IsReadable(m_Frame.Address);
         }
-        if (m_bLast || MemoryRead(m_Frame.Frame, dSaved, sizeof(dSaved)) != sizeof(dSaved) || !IsReadable(dSaved[1]))
+        if (m_bLast || !MemoryReadObject(m_Frame.Frame, dSaved) || !IsReadable(dSaved[1]))
         {
             return false;
         }

@@ -2,13 +2,13 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/reserve.h"
+#include "platform/text.h"
 
 #include <algorithm>
 #include <cpuid.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <pwd.h>
 #include <sys/resource.h>
 #include <sys/utsname.h>
@@ -17,13 +17,6 @@ namespace plat
 {
     namespace
     {
-        // Reads a text file of the kernel, up to nSize - 1 bytes. The text is empty if it can't be read.
-        void ReadText(char const * szPath, char * szText, std::size_t nSize)
-        {
-            Descriptor_c const File(OpenWithReserve([szPath] { return open(szPath, O_RDONLY | O_CLOEXEC); }));
-            szText[File.IsOpen() ? ReadFully(File.Get(), szText, nSize - 1) : 0] = 0;
-        }
-
         // Reads the version: "6.1.0-18-amd64" has 6, 1 and 0. A missing number is 0.
         void ReadVersion(char const * szRelease, SystemFacts_t & Facts)
         {
@@ -49,7 +42,7 @@ namespace plat
             int iType = 0;
             for (int nDigits = 0; *szMachine != 0 && nDigits < 9; ++szMachine)
             {
-                if (*szMachine >= '0' && *szMachine <= '9')
+                if (IsDigit(*szMachine))
                 {
                     iType = iType * 10 + (*szMachine - '0');
                     ++nDigits;
@@ -68,7 +61,7 @@ namespace plat
         void ReadMemory(SystemFacts_t & Facts)
         {
             char szText[4096];
-            ReadText("/proc/meminfo", szText, sizeof(szText));
+            ReadText(Descriptor_c(OpenToReadWithReserve("/proc/meminfo")).Get(), szText, sizeof(szText));
             Facts.nPhysicalTotal = MemoryNamed(szText, "MemTotal:");
             Facts.nPhysicalFree = MemoryNamed(szText, "\nMemAvailable:");   // the kernel's caches count as free
             constexpr bool WIDE = sizeof(void *) == 8;
@@ -78,7 +71,7 @@ namespace plat
             {
                 Facts.nVirtualTotal = Limit.rlim_cur;
             }
-            ReadText("/proc/self/statm", szText, sizeof(szText));
+            ReadText(Descriptor_c(OpenToReadWithReserve("/proc/self/statm")).Get(), szText, sizeof(szText));
             std::uint64_t const nPage = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
             std::uint64_t const nUsed = std::strtoull(szText, nullptr, 10) * nPage;
             Facts.nVirtualFree = nUsed > 0 && nUsed < Facts.nVirtualTotal ? Facts.nVirtualTotal - nUsed : 0;

@@ -39,11 +39,12 @@ namespace zqsymbols
             return szText;
         }
 
-        // Returns the character of a surrogate pair (RFC 2781). Returns nothing if the units are no pair.
-        std::optional<std::uint64_t> CharacterOfPair(std::uint64_t nHigh, std::uint64_t nLow)
+        // Returns the character of two units of UTF-16. Returns nothing if they are no pair.
+        std::optional<char32_t> CharacterOfPair(std::uint64_t nFirst, std::uint64_t nSecond)
         {
-            bool const bPair = nHigh >> 10 == 0xD800 >> 10 && nLow >> 10 == 0xDC00 >> 10;
-            return bPair ? std::optional(0x10000 + ((nHigh & 0x3FF) << 10) + (nLow & 0x3FF)) : std::nullopt;
+            auto const cHigh = static_cast<char32_t>(nFirst), cLow = static_cast<char32_t>(nSecond);
+            return plat::IsSurrogatePair(cHigh, cLow) ? std::optional(plat::CharacterFromPair(cHigh, cLow))
+                                                      : std::nullopt;
         }
 
         // Returns the number of bytes of a character of this type. Returns 0 for other types.
@@ -125,7 +126,7 @@ namespace zqsymbols
     {
         if (sText.size() > nMost)
         {
-            while (nMost > 0 && (sText[nMost] & 0xC0) == 0x80)   // in a character
+            while (nMost > 0 && plat::ContinuesUtf8(sText[nMost]))
             {
                 --nMost;
             }
@@ -254,12 +255,12 @@ namespace zqsymbols
             bool const bMayBePair = nWidth == 2 && !bEnd && iUnit + 1 < nUnits;
             std::optional<std::uint64_t> const nNext =
                 bMayBePair ? NumberAt(Where, (iUnit + 1) * nWidth, nWidth) : std::nullopt;
-            std::optional<std::uint64_t> const nOfPair = nNext ? CharacterOfPair(*nUnit, *nNext) : std::nullopt;
+            std::optional<char32_t> const nOfPair = nNext ? CharacterOfPair(*nUnit, *nNext) : std::nullopt;
             iUnit += nOfPair ? 1 : 0;
             sText += bEnd          ? ""
                      : *nUnit == 0 ? std::string("\\0")
                      : nWidth == 1 ? std::string(1, static_cast<char>(*nUnit))
-                                   : Utf8Of(static_cast<char32_t>(nOfPair.value_or(*nUnit)));
+                                   : Utf8Of(nOfPair.value_or(static_cast<char32_t>(*nUnit)));
         }
         return "\"" + Escaped(sText) + (bEnd || iUnit == nUnits ? "\"" : "\"...");
     }

@@ -11,6 +11,7 @@
 #include "zqcore/ccrc.h"
 #include "zqcore/cfilesave_internal.h"
 #include "zqcore/cserialize.h"
+#include "zqcore/cserialize_internal.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -105,9 +106,9 @@ namespace
     // is recognised. Returns false for a save.
     bool IsForeign(Archive_s const & Archive)
     {
-        constexpr std::uint32_t MOST_MAJOR = 255;
+        constexpr int MOST_MAJOR = 255;
         auto const & dParts = Archive.Scan.dParts;
-        return !Archive.bSave && Archive.dwVersion >> 16 > MOST_MAJOR
+        return !Archive.bSave && VersionMajor(Archive.dwVersion) > MOST_MAJOR
                && std::all_of(dParts.begin(), dParts.end(),
                    [](ArchivePart_t const & Part)
                    { return Part.eKind == ArchivePart_e::Bytes || Part.eKind == ArchivePart_e::Text; });

@@ -12,6 +12,7 @@
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
+#include "zqcore/cserialize_internal.h"
 
 #include <algorithm>
 #include <chrono>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zqcore/cfilecache_internal.h"
+#include "zqcore/cserialize_internal.h"
 
 #include <string>
 #include <unordered_map>
@@ -10,7 +11,7 @@
 /// Returns whether the version of an archive is that of a cache which a load reads: all minor versions.
 inline bool IsCacheVersion(std::uint32_t dwVersion)
 {
-    return dwVersion >> 16 == FILESYSTEMCACHE_VERSION >> 16;
+    return VersionMajor(dwVersion) == VersionMajor(FILESYSTEMCACHE_VERSION);
 }
 
 /// Contents of a cache, up to the first damage.

@@ -1,5 +1,6 @@
 #include "tools/zqtool/mediascan.h"
 
+#include "platform/folding.h"
 #include "tools/zqtool/arguments.h"
 #include "tools/zqtool/input.h"
 #include "zqcore/cdebug.h"
@@ -72,7 +73,7 @@ namespace
     }
 
     // Entries of the disk, in the order of the paths of the tables. The walk follows no links. It does not enter
-    // folders whose path has more than 512 bytes: no scan could enter them.
+    // folders whose path has more than MOST_FOLDER bytes: no scan could enter them.
     class Disk_c
     {
     public:
@@ -90,7 +91,7 @@ namespace
                 fs::file_type const eType = itEntry->symlink_status(Ignored).type();
                 std::string const & sPath = itEntry->path().native();
                 m_Scan.dDisk.push_back({ FoldedText(sPath), sPath, eType == fs::file_type::directory });
-                if (sPath.size() > 512)
+                if (sPath.size() > MOST_FOLDER)
                 {
                     itEntry.disable_recursion_pending();
                 }
@@ -109,6 +110,8 @@ namespace
         }
 
     private:
+        static constexpr std::size_t MOST_FOLDER = 512;
+
         // Adds a finding for a link to nothing, if the scan was in its folder.
         void NoteLink(std::string const & sPath)
         {
@@ -117,7 +120,7 @@ namespace
             std::string const sFolded = FoldedText(sPath);
             std::string const sFolder = sFolded.substr(0, sFolded.size() - BareOf(sFolded).size());
             if ((eType == fs::file_type::not_found || Error == std::errc::too_many_symbolic_link_levels)
-                && sFolder.size() < 256 && g_sPaths.FindByName(sFolder.c_str()))
+                && sFolder.size() <= FOLDED_LENGTH && g_sPaths.FindByName(sFolder.c_str()))
             {
                 m_Scan.dFindings.push_back({ &MISSING, sPath, "it leads nowhere", "", 0, 0, false });
             }
@@ -125,11 +128,6 @@ namespace
 
         MediaScan_t & m_Scan;
     };
-
-    bool HasCapital(std::string_view sName)
-    {
-        return std::any_of(sName.begin(), sName.end(), [](char cByte) { return cByte >= 'A' && cByte <= 'Z'; });
-    }
 
     // Returns the first entry of the disk whose folded path is not before a text, or the end.
     std::vector<DiskEntry_t>::const_iterator FirstFrom(MediaScan_t const & Scan, std::string const & sFolded)
@@ -171,7 +169,7 @@ namespace
                 Spell(Scan, sFolded.substr(0, sFolded.size() - std::min(sFolded.size(), BareOf(sFolded).size() + 1)));
             std::vector<std::string> const dInParent = PathsInFolder(dPaths, sParent);
             dPaths = dInParent.empty() ? dPaths : dInParent;
-            return HasCapital(fs::path(dPaths.back()).filename().native()) ? dPaths.front() : dPaths.back();
+            return plat::IsFolded(fs::path(dPaths.back()).filename().c_str()) ? dPaths.back() : dPaths.front();
         }
         std::string sPath = dPaths.empty() ? sFolded : dPaths[0];
         if (dPaths.empty())
@@ -402,7 +400,7 @@ void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options)
                 {
                     bool const bBare =
                         sName.find_first_of("/\\") == std::string::npos && !sName.empty() && sName.size() <= MOST_BYTES;
-                    return bBare && !HasCapital(sName) ? "" : "a game is a bare name in lower case";
+                    return bBare && plat::IsFolded(sName.c_str()) ? "" : "a game is a bare name in lower case";
                 });
     Arguments.AddText("--split", "LOCATION", Options.sSplit, "folder of the games; default \\gamedata\\")
         .SetNeeds(Game)
@@ -411,8 +409,9 @@ void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options)
             {
                 bool const bBounded = sLocation.size() > 1 && sLocation.size() <= MOST_BYTES
                                       && sLocation.starts_with('\\') && sLocation.ends_with('\\');
-                return bBounded && !HasCapital(sLocation) ? ""
-                                                          : "a location is in lower case and begins and ends with \\";
+                return bBounded && plat::IsFolded(sLocation.c_str())
+                           ? ""
+                           : "a location is in lower case and begins and ends with \\";
             });
     Arguments.AddText("--config", "NAME", Options.sConfig, "folder of media\\_configdependeddata\\ to enter");
     Arguments.AddFlag("--relative", Options.bRelative, "names are paths below the first folder");

@@ -1,6 +1,7 @@
 #include "tools/zqtool/text.h"
 
 #include "platform/text.h"
+#include "zqcore/cserialize_internal.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -102,12 +103,12 @@ std::string Quoted(std::string_view sText)
 
 std::string ArchiveVersionText(std::uint32_t dwVersion)
 {
-    return std::to_string(dwVersion >> 16) + "." + std::to_string(dwVersion & 0xFFFF);
+    return std::to_string(VersionMajor(dwVersion)) + "." + std::to_string(VersionMinor(dwVersion));
 }
 
 bool IsFirstByte(char cByte)
 {
-    return (static_cast<unsigned char>(cByte) & 0xC0) != 0x80;
+    return !plat::ContinuesUtf8(cByte);
 }
 
 std::size_t WidthOf(std::string_view sText)

@@ -7,7 +7,7 @@
 namespace plat
 {
     /// Returns the lower-case letter of an ASCII capital, and every other byte unchanged.
-    inline char Folded(char cByte)
+    constexpr char Folded(char cByte)
     {
         return cByte >= 'A' && cByte <= 'Z' ? static_cast<char>(cByte | 0x20) : cByte;
     }

@@ -1,0 +1,48 @@
+// bytes.h: the bytes of words: their order, and constants for steps on all of them at once.
+#pragma once
+
+#include <cstdint>
+
+namespace plat
+{
+    /// The number 1 in each byte. A product with it repeats a byte.
+    inline constexpr std::uint64_t EACH_BYTE = 0x0101010101010101u;
+
+    /// Highest bit of each byte.
+    inline constexpr std::uint64_t HIGH_BITS = EACH_BYTE * 0x80;
+
+    /// Return the word of four bytes whose first one is its lowest, or its highest. The address may be any. Compilers
+    /// merge the four loads.
+    template <typename BYTE>
+    constexpr std::uint32_t WordFromLittle(BYTE const * pBytes)
+    {
+        auto const Byte = [=](int i) { return std::uint32_t{ static_cast<unsigned char>(pBytes[i]) }; };
+        return Byte(0) | Byte(1) << 8 | Byte(2) << 16 | Byte(3) << 24;
+    }
+
+    template <typename BYTE>
+    constexpr std::uint32_t WordFromBig(BYTE const * pBytes)
+    {
+        auto const Byte = [=](int i) { return std::uint32_t{ static_cast<unsigned char>(pBytes[i]) }; };
+        return Byte(0) << 24 | Byte(1) << 16 | Byte(2) << 8 | Byte(3);
+    }
+
+    /// Write the four bytes of a word, the lowest or the highest one first.
+    template <typename BYTE>
+    constexpr void WordToLittle(BYTE * pBytes, std::uint32_t dwWord)
+    {
+        pBytes[0] = static_cast<BYTE>(dwWord);
+        pBytes[1] = static_cast<BYTE>(dwWord >> 8);
+        pBytes[2] = static_cast<BYTE>(dwWord >> 16);
+        pBytes[3] = static_cast<BYTE>(dwWord >> 24);
+    }
+
+    template <typename BYTE>
+    constexpr void WordToBig(BYTE * pBytes, std::uint32_t dwWord)
+    {
+        pBytes[0] = static_cast<BYTE>(dwWord >> 24);
+        pBytes[1] = static_cast<BYTE>(dwWord >> 16);
+        pBytes[2] = static_cast<BYTE>(dwWord >> 8);
+        pBytes[3] = static_cast<BYTE>(dwWord);
+    }
+}
