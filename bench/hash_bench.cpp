@@ -89,7 +89,7 @@ namespace
         }
     }
 
-    bool const s_bRegistered = []
+    bool const g_bRegistered = []
     {
         for (std::size_t const nBytes :
             std::initializer_list<std::size_t>{ 4, 8, 15, 16, 31, 64, 100, 256, 1024, 4096, 65536, 1 << 20 })

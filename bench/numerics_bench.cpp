@@ -209,7 +209,7 @@ namespace
         }
     }
 
-    void RegisterAll()
+    bool RegisterAll()
     {
         PerlinNoiseSetSeed(1);
         RegisterNoise("noise 3D/ours", [](Vec3fpu_t const & p) { return PerlinNoise(p); });
@@ -236,7 +236,8 @@ namespace
         RegisterBits("intersects/dynamic_bitset", 65536, MeetTheirs);
         benchmark::RegisterBenchmark("identifier/ours", GuidOurs);
         benchmark::RegisterBenchmark("identifier/libuuid", GuidTheirs);
+        return true;
     }
 
-    [[maybe_unused]] bool const s_bRegistered = (RegisterAll(), true);
+    [[maybe_unused]] bool const g_bRegistered = RegisterAll();
 }

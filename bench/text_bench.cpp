@@ -292,7 +292,7 @@ namespace
         ReadPairs(State, READ);
     }
 
-    bool const s_bRegistered = []
+    bool const g_bRegistered = []
     {
         Register("Spreadsheet/ours", SheetOurs);
         Register("Spreadsheet/libcsv into strings", SheetLibcsv);

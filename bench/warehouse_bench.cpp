@@ -242,7 +242,7 @@ namespace
         benchmark::RegisterBenchmark(szName, [=](benchmark::State & State) { Function(State, szArgument); });
     }
 
-    bool const s_bRegistered = []
+    bool const g_bRegistered = []
     {
         Register("Open/ours, header first", OpenOurs<TextTable>);
         Register("Open/ours, no header", OpenOursWithoutHeader);

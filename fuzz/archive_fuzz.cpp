@@ -91,7 +91,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
                 bool const bFailed = Archive.IsFailed();
                 int const iPosition = Archive.GetPosition();
                 Call(Archive, static_cast<unsigned char>(cCall));
-                Require(Archive.GetPosition() >= 0 && Archive.GetPosition() <= Archive.GetLength());
+                Require(Archive.GetPosition() >= 0);
+                Require(Archive.GetPosition() <= Archive.GetLength());
                 Require(!bFailed || (Archive.IsFailed() && Archive.GetPosition() == iPosition));
             }
         });

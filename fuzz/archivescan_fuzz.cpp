@@ -1,5 +1,5 @@
-// archivescan_fuzz.cpp: archives of any bytes, as zqtool shows them. The parts must cover the archive without a gap, and
-// each piece of a part must lie in it.
+// archivescan_fuzz.cpp: archives of any bytes, as zqtool shows them. The parts must cover the archive without a gap,
+// and each piece of a part must lie in it.
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/archivescan.h"
 
@@ -23,7 +23,10 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::size_t nAt = ARCHIVE_WORD;
     for (ArchivePart_t const & Part : Scan.dParts)
     {
-        Require(Part.nAt == nAt && Part.nBytes > 0 && Part.nBytes <= nSize - nAt && Part.nDepth >= 0);
+        Require(Part.nAt == nAt);
+        Require(Part.nBytes > 0);
+        Require(Part.nBytes <= nSize - nAt);
+        Require(Part.nDepth >= 0);
         nAt += Part.nBytes;
         if (Part.eKind == ArchivePart_e::Text)
         {
@@ -31,13 +34,15 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         }
         if (Part.eKind == ArchivePart_e::Chunk)
         {
-            Require(Part.iValue >= 0 && static_cast<std::size_t>(Part.iValue) <= nSize - nAt);
+            Require(Part.iValue >= 0);
+            Require(static_cast<std::size_t>(Part.iValue) <= nSize - nAt);
         }
     }
     Require(nAt == nSize);
     for (ArchiveProblem_t const & Problem : Scan.dProblems)
     {
-        Require(Problem.nAt <= nSize && !Problem.sText.empty());
+        Require(Problem.nAt <= nSize);
+        Require(!Problem.sText.empty());
     }
     return 0;
 }

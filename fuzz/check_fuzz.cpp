@@ -10,7 +10,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         "@head type least most required\na text 1 5 yes\nb int 0 100 yes\nc pair 1 20 -\nd x|y - - -\n"
         "e float - 2.5 -\nf bool - - no\n",
         s_dNone));
-    Require(s_dNone.empty() && s_dSchema.size() == 6);
+    Require(s_dNone.empty());
+    Require(s_dSchema.size() == 6);
 
     Input_c Input(pData, nSize);
     unsigned const nChoice = Input.Get();
@@ -29,11 +30,14 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     int iLine = 0;
     for (Complaint_t const & Complaint : Checked.dComplaints)
     {
-        Require(!Complaint.sText.empty() && Complaint.iLine >= iLine && Complaint.iLine <= nLines + 1);
+        Require(!Complaint.sText.empty());
+        Require(Complaint.iLine >= iLine);
+        Require(Complaint.iLine <= nLines + 1);
         Require(Complaint.iLine == 0 || Complaint.iColumn > 0);
         iLine = Complaint.iLine;
     }
     Require(Checked.bWhole || !Checked.dComplaints.empty());
-    Require(Checked.nRows >= 0 && (Options.bRows || Checked.dRows.empty()));
+    Require(Checked.nRows >= 0);
+    Require(Options.bRows || Checked.dRows.empty());
     return 0;
 }

@@ -15,7 +15,10 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::string const sDetails(iMark == sAll.npos ? std::string_view() : sAll.substr(iMark + 6));
     std::size_t const nLines = static_cast<std::size_t>(std::count(sAll.begin(), sAll.end(), '\n')) + 1;
     CrashComplain_t const fnComplain = [nLines](std::size_t iLine, std::string const & sText)
-    { Require(iLine <= nLines && !sText.empty()); };
+    {
+        Require(iLine <= nLines);
+        Require(!sText.empty());
+    };
 
     std::vector<Crash_t> dReports = ReadCrashReport(sReport, fnComplain);
     std::vector<Crash_t> dDetails = ReadCrashDetails(sDetails, fnComplain);
@@ -23,7 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Require(ReadCrashDetails(sDetails, fnComplain, CrashExtent_e::Cause).size() == dDetails.size());
     std::size_t const nReports = dReports.size(), nDetails = dDetails.size();
     std::vector<Crash_t> dCrashes = JoinCrashes(std::move(dReports), std::move(dDetails));
-    Require(dCrashes.size() <= nReports + nDetails && dCrashes.size() >= std::max(nReports, nDetails));
+    Require(dCrashes.size() <= nReports + nDetails);
+    Require(dCrashes.size() >= std::max(nReports, nDetails));
     CrashFold_c Fold;
     for (Crash_t & Crash : dCrashes)
     {

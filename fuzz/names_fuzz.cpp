@@ -23,17 +23,20 @@ namespace
         FileName_c const Name(sText.c_str());
         Require(Name.GetDrive() == sPath.substr(0, nDrive).c_str());
         Require(Name.GetDir() == sPath.substr(nDrive, iName - nDrive).c_str());
-        Require(Name.GetName() == sName.substr(0, iDot).c_str() && Name.GetExt() == sName.substr(iDot).c_str());
+        Require(Name.GetName() == sName.substr(0, iDot).c_str());
+        Require(Name.GetExt() == sName.substr(iDot).c_str());
         Require(Name.GetFileName() == sName.c_str());
 
         std::string sFolded = Lower(sPath);
         std::replace(sFolded.begin(), sFolded.end(), '/', '\\');
         FoldedPath_c Folded(sText.c_str());
-        Require(sFolded == static_cast<char const *>(Folded) && Folded.IsCut() == (sText.size() > 255)
-                && Folded.GetBare() == Lower(sName));
+        Require(sFolded == static_cast<char const *>(Folded));
+        Require(Folded.IsCut() == (sText.size() > 255));
+        Require(Folded.GetBare() == Lower(sName));
         Require(FoldedName_c(sText.c_str()).GetText() == Lower(sName));
         sFolded += sFolded.ends_with('\\') || sFolded.size() == 255 ? "" : "\\";
-        Require(Folded.AppendSeparator() == sFolded.ends_with('\\') && sFolded == static_cast<char const *>(Folded));
+        Require(Folded.AppendSeparator() == sFolded.ends_with('\\'));
+        Require(sFolded == static_cast<char const *>(Folded));
     }
 
     // Returns the number of bytes of the character at the start of a text, by the grammar of RFC 3629; 0 for none.
@@ -80,11 +83,14 @@ namespace
     {
         std::string sFile, sValue, sName, sSame;
         bool const bKey = plat::KeyNameToDisk(sText, sFile);
-        Require(bKey == (sText.size() <= plat::NAME_LIMIT) && plat::ValueNameToDisk(sText, sValue) == bKey);
+        Require(bKey == (sText.size() <= plat::NAME_LIMIT));
+        Require(plat::ValueNameToDisk(sText, sValue) == bKey);
         Require(!bKey || (sFile.size() <= NAME_MAX && sValue.size() <= NAME_MAX && sValue[0] == plat::VALUE_MARK));
-        Require(sFile.find('/') == std::string::npos && (sFile.empty() || !std::strchr("@=~.", sFile[0])));
+        Require(sFile.find('/') == std::string::npos);
+        Require(sFile.empty() || !std::strchr("@=~.", sFile[0]));
         bool const bNamed = bKey && !plat::IsShortenedName(sFile) && !sText.empty() && sText.find('\\') > sText.size();
-        Require(plat::KeyNameFromDisk(sFile.c_str(), sName) == bNamed && (!bNamed || sName == Lower(sText)));
+        Require(plat::KeyNameFromDisk(sFile.c_str(), sName) == bNamed);
+        Require(!bNamed || sName == Lower(sText));
         bool const bOnDisk = plat::KeyNameFromDisk(sText.c_str(), sName);
         Require(!bOnDisk || (plat::KeyNameToDisk(sName, sSame) && sSame == sText));
     }

@@ -20,7 +20,8 @@ namespace
         {
             dTexts.emplace_back(sBuffer.c_str());
         }
-        Require(bAny == !dTexts.empty() && sBuffer[0] == '\0');
+        Require(bAny == !dTexts.empty());
+        Require(sBuffer[0] == '\0');
         return dTexts;
     }
 }
@@ -61,7 +62,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 
     auto const NextProp = [&](char * p, int n) { return List.NextProp(p, n); };
     auto const NextVal = [&](char * p, int n) { return List.NextVal(p, n); };
-    Require(Collect(List.StartProp(), NextProp) == dNames && Collect(List.StartProp(), NextProp) == dNames);
+    Require(Collect(List.StartProp(), NextProp) == dNames);
+    Require(Collect(List.StartProp(), NextProp) == dNames);
     int nSearches = 0;   // each is a scan from the top
     for (auto const & [sName, dValues] : Values)
     {

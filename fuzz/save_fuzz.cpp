@@ -55,8 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     FileSave_c::State_e const eState = s_Save.Load(0x10003);
     Require(eState == StateOf(sSave, nArchive, nCrc));
     File_c * const pFile = s_Save.OpenFile();
-    Require(
-        (pFile != nullptr) == (eState == FileSave_c::WHOLE) && (s_Save.GetWhyNot()[0] == '\0') == (pFile != nullptr));
+    Require((pFile != nullptr) == (eState == FileSave_c::WHOLE));
+    Require((s_Save.GetWhyNot()[0] == '\0') == (pFile != nullptr));
     Require(!pFile
             || sSave.substr(0, nArchive) == std::string_view(reinterpret_cast<char const *>(pFile->pData), nArchive));
     FileClose(pFile);

@@ -132,8 +132,11 @@ int g_nSaid = 0;   // lines of dropped files
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    static bool const s_bHears =
-        (LogAddCallback([](char const * sz) { g_nSaid += std::strncmp(sz, "File dup", 8) == 0; }), true);
+    static bool const s_bHears = []
+    {
+        LogAddCallback([](char const * sz) { g_nSaid += std::strncmp(sz, "File dup", 8) == 0; });
+        return true;
+    }();
     Input_c Input(pData, nSize);
     g_nSaid = s_bHears ? 0 : -1;
     fs::path const Root = FuzzFolder() + "/tree";
@@ -153,7 +156,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     {
         std::string const sKey(*pSlot->pName);
         File_c * const pFile = pSlot->pObject;
-        Require(Model.Files.contains(sKey) && pFile->bDuplicate == Model.Duplicates.contains(sKey));
+        Require(Model.Files.contains(sKey));
+        Require(pFile->bDuplicate == Model.Duplicates.contains(sKey));
         bool const bOpen = FileOpen(pFile);   // no file has the cut name
         std::string const sPath(pFile->pData, pFile->pData + (bOpen ? pFile->iLength : 0));
         Require(bOpen ? sPath == fs::canonical(Model.Files[sKey]) : sKey.size() == 127);
@@ -163,7 +167,9 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     {
         Require(Model.Folders.contains(std::string(*pSlot->pName)));
     }
-    Require(nFiles == Model.Files.size() && nFolders == Model.Folders.size() && g_nSaid == Model.nDropped);
+    Require(nFiles == Model.Files.size());
+    Require(nFolders == Model.Folders.size());
+    Require(g_nSaid == Model.nDropped);
     FileReset();
     fs::remove_all(Root);
     return 0;

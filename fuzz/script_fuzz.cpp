@@ -74,19 +74,25 @@ namespace
             switch (iWhat % 8)
             {
             case 0:
-                return Script.GetToken(p, iArgument & 1), sLast = p;
+                Script.GetToken(p, iArgument & 1);
+                sLast = p;
+                return sLast;
             case 1:
-                return Script.GetSpecific(p), p;
+                Script.GetSpecific(p);
+                return p;
             case 2:
-                return Script.GetLine(p, 2 + iArgument), p;
+                Script.GetLine(p, 2 + iArgument);
+                return p;
             case 3:
                 return std::to_string(Script.GetInt());
             case 4:
                 return std::to_string(Script.RewindAfterToken(sLast.c_str(), iArgument & 1, iArgument & 2));
             case 5:
-                return Script.SetPosition(iArgument * 3 % (Script.m_iBytesTotal + 2)), "";
+                Script.SetPosition(iArgument * 3 % (Script.m_iBytesTotal + 2));
+                return "";
             case 6:
-                return Script.GetString(p, static_cast<int>(sBuffer.size()) - 1, static_cast<char>(iArgument)), p;
+                Script.GetString(p, static_cast<int>(sBuffer.size()) - 1, static_cast<char>(iArgument));
+                return p;
             default:
                 return std::to_string(Script.GetFloat());
             }
@@ -123,7 +129,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         {
             Memory.Place() = File.Place();
         }
-        Require(File.sLast == Memory.sLast && File.Place() == Memory.Place());
+        Require(File.sLast == Memory.sLast);
+        Require(File.Place() == Memory.Place());
     }
     File.Script.CloseFile();
     return 0;

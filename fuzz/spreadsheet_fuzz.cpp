@@ -48,7 +48,8 @@ namespace
     {
         for (int iColumn = 0; iColumn < Sheet.GetColumnCount() && iColumn < 20; ++iColumn)
         {
-            Require(Sheet.MoveToRow(iRow) && Sheet.MoveToFirstColumn());
+            Require(Sheet.MoveToRow(iRow));
+            Require(Sheet.MoveToFirstColumn());
             for (int i = 0; i < iColumn; ++i)
             {
                 Require(Sheet.MoveToNextColumn());
@@ -57,7 +58,8 @@ namespace
             std::string const sCell = Sheet.GetCell(), sName = Sheet.GetCurrentColumn();
             Require(sCell == (iCell < dCells.size() ? dCells[iCell] : std::string()));
             std::string const sNamed = Sheet.GetCell(sName.c_str());
-            Require(Sheet.FindFirstCell(sName.c_str(), sNamed.c_str()) && Sheet.GetCurrentRow() <= iRow);
+            Require(Sheet.FindFirstCell(sName.c_str(), sNamed.c_str()));
+            Require(Sheet.GetCurrentRow() <= iRow);
             Require(StrCompareNoCase(Sheet.GetCell(), sNamed.c_str()) == 0);
         }
     }
@@ -73,8 +75,9 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Spreadsheet_c Sheet;
     bool const bOpen = Sheet.Open("fuzz.txt", bUsual ? nullptr : &Fmt);
     TextError_t const & Error = Sheet.GetLastError();
-    Require(
-        (bOpen || Error.IsSet()) && Error.iLine <= static_cast<int>(nSize) && Error.iColumn <= static_cast<int>(nSize));
+    Require(bOpen || Error.IsSet());
+    Require(Error.iLine <= static_cast<int>(nSize));
+    Require(Error.iColumn <= static_cast<int>(nSize));
     std::string_view sRead(sText);
     if (IsRefused(sRead))
     {
@@ -101,6 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
             CompareRow(Sheet, nRows, dCells);
         }
     }
-    Require(bOpen == !bError && Sheet.GetRowCount() == (bOpen ? nRows : 0));
+    Require(bOpen == !bError);
+    Require(Sheet.GetRowCount() == (bOpen ? nRows : 0));
     return 0;
 }

@@ -14,10 +14,13 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     bool bComplained = false;
     auto const Take = [&](StatsBatch_t const & Batch, bool bWhole)
     {
-        Require(!Batch.empty() && Batch.size() <= STATS_MAX_TIMERS && Batch[0].iParent == -1);
+        Require(!Batch.empty());
+        Require(Batch.size() <= STATS_MAX_TIMERS);
+        Require(Batch[0].iParent == -1);
         for (std::size_t i = 1; i < Batch.size(); ++i)
         {
-            Require(Batch[i].iParent >= 0 && static_cast<std::size_t>(Batch[i].iParent) < i);
+            Require(Batch[i].iParent >= 0);
+            Require(static_cast<std::size_t>(Batch[i].iParent) < i);
         }
         Require(Tree.Add(Batch, bWhole).size() == Batch.size());
         Trace.Add(Batch);

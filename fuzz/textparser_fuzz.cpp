@@ -73,9 +73,10 @@ namespace
             std::string sToken;
             eKind = Plain.Next(sToken);
             Require(Parser.ParseNext() == (eKind != LAST_PARSED_NOTHING));
-            Require(Parser.IsWord() == (eKind == LAST_PARSED_WORD) && Parser.IsString() == (eKind == LAST_PARSED_STRING)
-                    && Parser.IsNumber() == (eKind == LAST_PARSED_NUMBER)
-                    && Parser.IsSymbol() == (eKind == LAST_PARSED_SYMBOL));
+            Require(Parser.IsWord() == (eKind == LAST_PARSED_WORD));
+            Require(Parser.IsString() == (eKind == LAST_PARSED_STRING));
+            Require(Parser.IsNumber() == (eKind == LAST_PARSED_NUMBER));
+            Require(Parser.IsSymbol() == (eKind == LAST_PARSED_SYMBOL));
             auto const fNumber = static_cast<float>(std::atof(sToken.substr(0, 127).c_str()));
             Require(!Parser.IsWord() || Parser.GetWord() == std::string(sToken.substr(0, 511).c_str()));
             Require(!Parser.IsString() || Parser.GetString() == std::string(sToken.substr(1, 24575).c_str()));

@@ -49,10 +49,15 @@ namespace
     {
         std::string_view const sKey = File.sName;
         bool const bLeaves = ("\\" + std::string(sKey) + "\\").find("\\..\\") != std::string::npos;
-        Require(!sKey.empty() && !bLeaves && sKey[0] != '\\' && File.iLength >= 0);
+        Require(!sKey.empty());
+        Require(!bLeaves);
+        Require(sKey[0] != '\\');
+        Require(File.iLength >= 0);
         if (!FileOpen(&File))
         {
-            Require(!File.pData && File.GetOpensCount() == 0 && File.GetWhyNot() != "");
+            Require(!File.pData);
+            Require(File.GetOpensCount() == 0);
+            Require(File.GetWhyNot() != "");
             Streamed(File);
             return;
         }

@@ -126,7 +126,8 @@ extern "C" ssize_t __wrap_send(int, void const * pRecord, std::size_t nRecord, i
 {
     auto const & Answer = *static_cast<plat::SymbolAnswer_t const *>(pRecord);
     std::size_t const nText = nRecord - plat::SYMBOL_ANSWER_HEAD;
-    Require(Answer.eAnswer <= plat::ANSWER_NEEDS_MEMORY && nText <= plat::SYMBOL_TEXT);
+    Require(Answer.eAnswer <= plat::ANSWER_NEEDS_MEMORY);
+    Require(nText <= plat::SYMBOL_TEXT);
     Require(nText == 0 || (Answer.nText == nText && std::strlen(Answer.szText) == nText - 1));
     return static_cast<ssize_t>(nRecord);
 }

@@ -39,7 +39,7 @@ TEST(Adsr, ReportsThePhaseAndStretchesOneOfThem)
             { &ADSR_c::SetSustain, 4.5, true, { 1, 0.5, 1, 2 } }, { &ADSR_c::SetAttack, 3.5, true, { 0, 0.5, 1, 2 } },
             { &ADSR_c::SetAttack, 4.0, true, { 0.5, 0.5, 1, 2 } } })
     {
-        EXPECT_EQ((Envelope.*fnSet)(tLength), bExpected);
+        EXPECT_EQ((Envelope.*fnSet)(tLength), bExpected) << tLength;
         EXPECT_EQ(
             (Durations_t{ Envelope.GetAttack(), Envelope.GetDecay(), Envelope.GetSustain(), Envelope.GetRelease() }),
             dDurations);
@@ -53,6 +53,6 @@ TEST(Adsr, ReportsThePhaseAndStretchesOneOfThem)
         Envelope.TimePass(t);
         Copy = Envelope;
         EXPECT_EQ(Copy.GetPhase(), ePhase) << t;
-        EXPECT_EQ(Copy.Get(), Envelope.Get());
+        EXPECT_EQ(Copy.Get(), Envelope.Get()) << t;
     }
 }

@@ -34,7 +34,7 @@ namespace
             auto const iOperation = Random() % 100;
             if (iOperation < 60 && dModel.size() < 40)
             {
-                ASSERT_EQ(dArray.Add(Element), static_cast<int>(dModel.size()));
+                ASSERT_EQ(dArray.Add(Element), static_cast<int>(dModel.size())) << "step " << iStep;
                 dModel.push_back(Element);
             }
             else if (iOperation < 90 && !dModel.empty())
@@ -53,10 +53,10 @@ namespace
                 dArray.Reset();
                 dModel.clear();
             }
-            ASSERT_TRUE(std::equal(dArray.begin(), dArray.end(), dModel.begin(), dModel.end()));
+            ASSERT_EQ(std::vector<T>(dArray.begin(), dArray.end()), dModel) << "step " << iStep;
             auto const Found = std::find(dModel.begin(), dModel.end(), Element);
-            ASSERT_EQ(
-                dArray.Find(Element), Found == dModel.end() ? nullptr : dArray.begin() + (Found - dModel.begin()));
+            ASSERT_EQ(dArray.Find(Element), Found == dModel.end() ? nullptr : dArray.begin() + (Found - dModel.begin()))
+                << "step " << iStep;
         }
     }
 }
@@ -160,7 +160,7 @@ TEST(Sort, PutsTheGreatestFirstBetweenItsBounds)
         Fill(dArray, dInput);
         auto const Sort = [&, iFrom = iStart, iTo = iEnd]
         { dArray.Sort([](int a, int b) { return a / 10 - b / 10; }, iFrom, iTo); };
-        EXPECT_EQ(FailedConditions(Sort), "");
+        EXPECT_EQ(FailedConditions(Sort), "") << testing::PrintToString(dInput);
         EXPECT_EQ(Numbers_t(dArray.begin(), dArray.end()), dExpected);
     }
 }
@@ -194,7 +194,7 @@ TEST(Sort, StaysInBoundsUnderAComparatorThatContradictsItself)
         Array_T<int, 1, 0> dArray;
         Fill(dArray, dValues);
         dArray.Sort([&](int, int) { return iRound % 3 == 0 ? 1 : static_cast<int>(Random() % 3) - 1; }, 0, -1);
-        ASSERT_TRUE(std::is_permutation(dArray.begin(), dArray.end(), dValues.begin(), dValues.end()));
+        ASSERT_TRUE(std::is_permutation(dArray.begin(), dArray.end(), dValues.begin(), dValues.end())) << iRound;
     }
 }
 

@@ -118,6 +118,7 @@ TYPED_TEST(BitField, OperatorsCombineEachCellOverBothExtents)
     };
     for (int iRound = 0; iRound < 300; ++iRound)
     {
+        SCOPED_TRACE(iRound);
         TypeParam const A = this->Make(), B = this->Make();
         auto const [iZ, iY, iX] = A.Size();
         auto const [iOtherZ, iOtherY, iOtherX] = B.Size();
@@ -135,7 +136,7 @@ TYPED_TEST(BitField, OperatorsCombineEachCellOverBothExtents)
             fnApply(Face.Field, B.Field);
             bool const bGrows = fnBit(false, true) && !fnBit(false, false);
             auto const IsSet = [&, fn = fnBit](int x, int y, int z) { return fn(A.Bit(x, y, z), B.Bit(x, y, z)); };
-            ASSERT_EQ(this->Differences(Face, bGrows ? Both : A.Size(), IsSet), "") << szName << " in round " << iRound;
+            ASSERT_EQ(this->Differences(Face, bGrows ? Both : A.Size(), IsSet), "") << szName;
         }
         auto const IsInB = [&](int x, int y, int z) { return B.Bit(x, y, z); };
         TypeParam Larger = A, Whole = A;
@@ -180,6 +181,7 @@ TYPED_TEST(BitField, MovesCountsAndCombinesToNewFields)
 {
     for (int i = 0; i < 40; ++i)
     {
+        SCOPED_TRACE(i);
         TypeParam A = this->Make(), B = this->Make();
         auto Field = A.Field;
         Field |= B.Field;
@@ -250,7 +252,7 @@ TEST(BitVec, ScansForTheFirstSetOrClearBit)
         }
         EXPECT_EQ(dFound, dModel);
         EXPECT_EQ(Vec.Count(), dModel.size());
-        EXPECT_EACH(Vec.AnySet(), !Vec.NoneSet(), Vec.NextSet(INT_MAX) == -1);
+        EXPECT_EACH(Vec.AnySet(), !Vec.NoneSet(), Vec.NextSet(INT_MAX) == -1) << iBits;
     }
 }
 
@@ -358,6 +360,7 @@ TEST(BitVec, LoadsFromAnArchiveThatKnowsNoLength)
 {
     for (int const nBytes : { 0, 1, 4095, 4096, 4097, 30000 })
     {
+        SCOPED_TRACE(nBytes);
         int const iBits = 8 * nBytes;
         std::string sBits(static_cast<std::size_t>(nBytes), '?');
         std::iota(sBits.begin(), sBits.end(), '\1');
@@ -365,7 +368,7 @@ TEST(BitVec, LoadsFromAnArchiveThatKnowsNoLength)
         BitVec_c Vec(16);
         Vec.Bis(3);
         StreamArchive_c Short(sBytes.substr(0, sBytes.size() - 1)), Whole(sBytes);
-        EXPECT_EACH(!Vec.Serialize(Short), Short.IsFailed()) << nBytes;
+        EXPECT_EACH(!Vec.Serialize(Short), Short.IsFailed());
         EXPECT_EQ(Text(Vec), "1000");
         EXPECT_EACH(Vec.Serialize(Whole), Whole.m_sBytes.empty());
         EXPECT_EQ(std::string_view(reinterpret_cast<char *>(Vec.pVec), sBits.size()), sBits);
@@ -404,7 +407,7 @@ TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
         std::memcpy(&sBad[4], &iBits, 4);
         BitVec_c Vec(8);
         Vec.Bis(1);
-        EXPECT_FALSE(Loaded(sBad, VERSION, [&](Serializeable_c & a) { EXPECT_FALSE(Vec.Serialize(a)); }));
+        EXPECT_FALSE(Loaded(sBad, VERSION, [&](Serializeable_c & a) { EXPECT_FALSE(Vec.Serialize(a)); })) << iBits;
         EXPECT_EQ(Text(Vec), "40") << iBits;
     }
 }

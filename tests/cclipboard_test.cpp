@@ -3,7 +3,7 @@
 
 namespace
 {
-    int s_nWaits = 0;
+    int g_nWaits = 0;
 
     class ClipboardTest : public testing::Test
     {
@@ -12,7 +12,7 @@ namespace
         {
             plat::ClipboardSetFolder(m_Folder.Join("clip/board").c_str());
             EXPECT_TRUE(StartModule(ModuleClipboard_c::Get()));
-            s_nWaits = 0;
+            g_nWaits = 0;
         }
         ~ClipboardTest() override
         {
@@ -25,7 +25,7 @@ namespace
             plat::ClipboardSetWait(nullptr);
         }
 
-        // Returns the text of the open clipboard.
+        // Returns the text of the open clipboard, or "none".
         static std::string Text()
         {
             std::string sText(ClipboardGetSize(), '?');
@@ -113,11 +113,12 @@ TEST_F(ClipboardTest, WhatIsLeftInItsFolderIsReplacedByPrivateFiles)
 
 TEST_F(ClipboardTest, CallsFailTheirConditionWhileItIsClosed)
 {
-    void (*const dCalls[])() = { [] { ClipboardPrintf("x"); }, ClipboardReset, ClipboardClose,
-        [] { EXPECT_FALSE(ClipboardGetData(nullptr)); }, [] { EXPECT_FALSE(ClipboardIsEmpty()); } };
-    for (auto const fnCall : dCalls)
+    for (auto const & [szCall, fnCall] :
+        Rows_t<char const *, void (*)()>{ { "Printf", [] { ClipboardPrintf("x"); } }, { "Reset", ClipboardReset },
+            { "Close", ClipboardClose }, { "GetData", [] { EXPECT_FALSE(ClipboardGetData(nullptr)); } },
+            { "IsEmpty", [] { EXPECT_FALSE(ClipboardIsEmpty()); } } })
     {
-        EXPECT_EQ(FailedConditions(fnCall), "g_isOpen == true");
+        EXPECT_EQ(FailedConditions(fnCall), "g_isOpen == true") << szCall;
     }
 }
 
@@ -148,7 +149,7 @@ TEST_F(ClipboardTest, WhatIsNoTextCountsAsNone)
     for (std::string const & sBad : { std::string("no end"), std::string() })
     {
         m_Folder.Write("clip/board/=zq_text", sBad);
-        EXPECT_EQ(TextOfClosed(), "");
+        EXPECT_EQ(TextOfClosed(), "") << sBad;
     }
     m_Folder.Write("clip/board/=zq_text", std::string("cut\0here", 8));
     ClipboardOpen();
@@ -173,9 +174,9 @@ TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)
 TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothing)
 {
     int const iChild = Child([] { std::this_thread::sleep_for(std::chrono::minutes(1)); });
-    plat::ClipboardSetWait([](unsigned nMilliseconds) { s_nWaits += nMilliseconds == 100; });
+    plat::ClipboardSetWait([](unsigned nMilliseconds) { g_nWaits += nMilliseconds == 100; });
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == true");
-    EXPECT_EACH(s_nWaits == 100, !g_isOpen);
+    EXPECT_EACH(g_nWaits == 100, !g_isOpen);
     KillChild(iChild);
     ClipboardOpen();
     EXPECT_EQ(Text(), "kept");
@@ -183,7 +184,13 @@ TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothin
 
     // A child that continues with this process's descriptors does not hold the clipboard either, and can open it later.
     Gate_c const Closed;
-    int const iHeir = StartChild([&] { return !g_isOpen && Closed.Wait() && TextOfClosed() == "kept" ? 0 : 1; });
+    int const iHeir = StartChild(
+        [&]
+        {
+            EXPECT_EACH(!g_isOpen, Closed.Wait());
+            EXPECT_EQ(TextOfClosed(), "kept");
+            return 0;
+        });
     ClipboardClose();
-    EXPECT_EACH(TextOfClosed() == "kept", s_nWaits == 100, Closed.Open(), StatusOfChild(iHeir) == 0);
+    EXPECT_EACH(TextOfClosed() == "kept", g_nWaits == 100, Closed.Open(), StatusOfChild(iHeir) == 0);
 }

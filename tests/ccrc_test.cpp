@@ -33,7 +33,7 @@ namespace
     {
         std::uint32_t dwCrc = GetCrc32Polynomial(std::string(300, 'z').c_str(), 300);
     };
-    ZQ_FIRST_GLOBAL EarlyCrc_s s_Early;
+    ZQ_FIRST_GLOBAL EarlyCrc_s g_EarlyCrc;
 }
 
 TEST(Crc32, GivesThePublishedValues)
@@ -46,7 +46,7 @@ TEST(Crc32, GivesThePublishedValues)
     }
     EXPECT_EQ(GetCrc32Polynomial(nullptr, 0), 0u);
     EXPECT_EQ(GetCrc32Polynomial("abc", -1), 0u);
-    EXPECT_EQ(s_Early.dwCrc, Reference(Bytes_t(300, 'z').data(), 300)) << "before constructors";
+    EXPECT_EQ(g_EarlyCrc.dwCrc, Reference(Bytes_t(300, 'z').data(), 300)) << "before constructors";
     EXPECT_EQ(g_dCrc32Tab[255], 0x2D02EF8Du);
     for (auto const & [i, iExpected] :
         Rows_t<std::size_t, int>{ { 1, 0x97A0 }, { 2, 0xB9E1 }, { 128, 0x8FD8 }, { 255, 0x87F0 } })

@@ -33,7 +33,7 @@ namespace
         return Pass;
     }
 
-    int s_nHeard = 0;
+    int g_nHeardMessages = 0;
 }
 
 TEST(CryptRandom, GivesBlocksFromTheirEndAndKeepsTheNewestBytes)
@@ -74,12 +74,12 @@ TEST(CryptRandom, ForkedChildrenGiveBytesOfTheirOwn)
 
 TEST(CryptRandom, TheModuleListensToApplicationMessages)
 {
-    s_nHeard = 0;
-    auto const Hear = [](MessageData_s) { ++s_nHeard; };
+    g_nHeardMessages = 0;
+    auto const Hear = [](MessageData_s) { ++g_nHeardMessages; };
     g_ApplicationMessages.Add(Hear, false);
     ASSERT_TRUE(StartModule(ModuleCryptRandom_c::Get()));
     g_ApplicationMessages.Fire({}, false);
-    EXPECT_EQ(s_nHeard, 1) << "the module is not exclusive";
+    EXPECT_EQ(g_nHeardMessages, 1) << "the module is not exclusive";
     g_ApplicationMessages.Remove(Hear);
     EXPECT_FALSE(g_ApplicationMessages.IsEmpty());
     Module_c::ShutdownAllModules();
@@ -90,7 +90,8 @@ TEST(CryptRandom, TheModuleListensToApplicationMessages)
     std::string const sBytes(dBytes, dBytes + 40);
     for (char iCounter = 0; iCounter < 100; ++iCounter)
     {
-        EXPECT_EQ(sBytes.find(Block(iCounter, "")), std::string::npos) << "a block of an empty pool";
+        EXPECT_EQ(sBytes.find(Block(iCounter, "")), std::string::npos)
+            << "block " << int{ iCounter } << " of an empty pool";
     }
 }
 

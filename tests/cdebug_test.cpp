@@ -229,9 +229,9 @@ TEST_F(Complaints, AchtungIsShownOnceWhileSixteenAreRemembered)
     for (int i = 2; i <= 16; ++i)
     {
         Achtung("%s", sFirst.c_str());
-        EXPECT_EQ(ExtractTrace(), "");
+        EXPECT_EQ(ExtractTrace(), "") << i;
         Achtung("%s", Fresh().c_str());
-        EXPECT_EQ(ExtractTrace(), "LW");
+        EXPECT_EQ(ExtractTrace(), "LW") << i;
     }
     Achtung("%s", sFirst.c_str());   // the seventeenth replaced it
     EXPECT_EQ(ExtractTrace(), "LW");
@@ -292,7 +292,14 @@ TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
             {
                 try
                 {
-                    iThread % 2 ? Warning("%i", i) : Achtung("thread %i: %i", iThread, i);
+                    if (iThread % 2 != 0)
+                    {
+                        Warning("%i", i);
+                    }
+                    else
+                    {
+                        Achtung("thread %i: %i", iThread, i);
+                    }
                 }
                 catch (char const *)
                 {}
@@ -414,6 +421,11 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
 {
     static int s_nHeard;
     static Gate_c s_Inside;
+    static auto const s_fnHeardAfter = [](char const * szText)
+    {
+        Warning("%s", szText);
+        return s_nHeard;
+    };
     HearNothing();
     g_WarningsCallbacker.Add(
         [](char const * szText)
@@ -423,7 +435,7 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
             if (szText[0] == 'f')
             {
-                EXPECT_EQ(StatusOfChild(StartChild([] { return Warning("dropped"), s_nHeard; })), 1);
+                EXPECT_EQ(StatusOfChild(StartChild([] { return s_fnHeardAfter("dropped"); })), 1);
             }
             if (szText[0] == 'e')
             {
@@ -438,7 +450,7 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
     Warning("fork");
     std::thread Other([] { Warning("while another thread forks"); });
     EXPECT_EACH(s_Inside.Wait(), s_Inside.Wait());
-    EXPECT_EQ(StatusOfChild(StartChild([] { return Warning("heard in the child"), s_nHeard; })), 3);
+    EXPECT_EQ(StatusOfChild(StartChild([] { return s_fnHeardAfter("heard in the child"); })), 3);
     Other.join();
     NEEDS_FORKS;
     auto const End = [](char const * szText)
@@ -477,7 +489,16 @@ TEST_F(Complaints, AnAbortOutlivesListenersAndReceiversThatThrow)
     {
         g_bPrint = true;
         LogAddCallback([](char const *) { throw std::runtime_error("a listener's"); });
-        g_ExecutionCallbacker.Add([](bool bGoesOn) { bGoesOn ? throw 1 : throw std::runtime_error("first"); }, false);
+        g_ExecutionCallbacker.Add(
+            [](bool bGoesOn)
+            {
+                if (bGoesOn)
+                {
+                    throw 1;
+                }
+                throw std::runtime_error("first");
+            },
+            false);
         try
         {
             Abort("abort");

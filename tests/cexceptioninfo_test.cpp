@@ -117,6 +117,7 @@ TEST_F(ExceptionInfo, ThreadTracesAFaultAndAsks)
              { 0xC0000005, 1, "EXCEPTION_ACCESS_VIOLATION", "attempt to write ptr 0x00005678\r\n" },
              { 0xC000013A, 0, "CONTROL_C_EXIT", "" }, { 0x12345678, 0, "unknown", "" } })
     {
+        SCOPED_TRACE(szName + sAccess);
         Fault_s const Fault(nCode, bWrite);
         DialogScript_c const Dialogs;
         g_sFaultTrace = "";

@@ -94,6 +94,7 @@ TEST_F(CrashDetails, SayWhatWasTouchedByWhichThreadAndHow)
                  "exception\n",
                  "exception: std::runtime_error: what\\\\x1B\\\\nit says\n" } })
     {
+        SCOPED_TRACE(sArguments);
         Crash_t const Crash = RunAlone(sArguments);
         EXPECT_THAT(Crash.sDetails, StartsWith("ZQCore crash details 1\n\n[Fault]\n"));
         EXPECT_THAT(Section(Crash.sDetails, "Fault"), MatchesRegex(sBefore + sPlain + sAfter));
@@ -249,6 +250,6 @@ TEST_F(CrashDetailsByHelper, GoOnWithALateHelperAndSayWhyNamesAreMissing)
     {
         Crash_t const Crash = RunAlone("read silent", WriteHelper(Folder, szScript));
         EXPECT_THAT(Crash.sDetails, ContainsRegex(szExpected)) << szScript;
-        EXPECT_LT(Crash.tSeconds, 25.0);
+        EXPECT_LT(Crash.tSeconds, 25.0) << szScript;
     }
 }

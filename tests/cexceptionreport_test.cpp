@@ -20,8 +20,8 @@ namespace
 
     constexpr bool IS_64_BIT = sizeof(void *) == 8;
 
-    // Returns whether a report has all texts of a complete one, with their line ends, in order.
-    bool IsComplete(std::string const & sReport, std::string const & sException)
+    // Expects that a report has all texts of a complete one, with their line ends, in order.
+    void ExpectComplete(std::string const & sReport, std::string const & sException)
     {
         std::vector<std::string> dTexts = { "\nPROGRAM IS CRASHED!!!\r\nException code: " + sException
                                                 + "\r\nFault address:  ",
@@ -41,7 +41,7 @@ namespace
             nAt = sReport.find(dTexts[i], nAt);
             EXPECT_NE(nAt, std::string::npos) << "no " << dTexts[i] << " in its place in\n" << sReport;
         }
-        return sReport.ends_with("\r\n\r\n\r\n");   // of the last line, of its frame, of the report
+        EXPECT_THAT(sReport, EndsWith("\r\n\r\n\r\n"));   // of the last line, of its frame, of the report
     }
 }
 
@@ -100,7 +100,7 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
     {
         SCOPED_TRACE(sArguments);
         Crash_t const Crash = RunAlone(sArguments);
-        EXPECT_TRUE(IsComplete(Crash.sReport, sException));
+        ExpectComplete(Crash.sReport, sException);
         EXPECT_EQ(Crash.sSignal, sSignal) << "status " << Crash.iStatus << ": " << Crash.sOutput;
         EXPECT_EQ(Crash.nReports, 1);
         EXPECT_THAT(Crash.sOutput, HasSubstr("TARNWELL SADLY REPORTS: Program has crashed!\nCall stack functions:\n"));
@@ -131,12 +131,13 @@ TEST_F(CrashReport, IsWholeBeforeAKeyAtTheTerminalsPromptActs)
         TempFolder_c const Folder;
         std::string const sCommand =
             "cd '" + Folder.GetPath() + "' && exec " TEST_EMULATOR "'" CRASHER_PATH "' read ''";
+        SCOPED_TRACE(iSignal);
         Result_s const Result = RunOnTerminal([&] { return RunInForeground(sCommand); }, szTyped, "(O)k* ? ");
         EXPECT_EQ(Result.iStatus, iSignal) << Result.sOutput;
         EXPECT_THAT(Result.sOutput, ContainsRegex("Crash log saved at /.*rpt\r\n"));
         Crash_t Crash;
         ReadReports(Folder, Crash);
-        EXPECT_TRUE(IsComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION"));
+        ExpectComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION");
     }
 }
 
@@ -144,7 +145,7 @@ TEST_F(CrashReport, OutlivesACorruptedHeapAndEndsTheProcessByTheFault)
 {
     SKIP_IF(plat::ADDRESS_CHECKER, "the address checker ends the process where the heap is overwritten");
     Crash_t const Crash = RunAlone("read corrupt alone");
-    EXPECT_TRUE(IsComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION"));
+    ExpectComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION");
     EXPECT_EQ(Crash.sSignal, "SEGV");
     EXPECT_THAT(Crash.sOutput, EndsWith("log closed\n"));
 }
@@ -153,6 +154,7 @@ TEST_F(CrashReport, EndsASilentProcessAfterTheFirstCallStack)
 {
     for (char const * szFault : { "read silent", "abort! silent" })
     {
+        SCOPED_TRACE(szFault);
         Crash_t const Crash = RunAlone(szFault);
         EXPECT_EQ(Crash.iStatus, 1);
         EXPECT_THAT(Crash.sOutput, ContainsRegex("Crash log saved at /.*rpt\n"));
@@ -191,10 +193,11 @@ TEST_F(CrashReport, OutlivesItsHelperAndItsOwnFaults)
     TempFolder_c const Folder;
     for (char const * szScript : { "exit 1", "kill -SEGV $$", "echo nonsense >&0" })
     {
+        SCOPED_TRACE(szScript);
         Crash_t const Crash = RunAlone("read", WriteHelper(Folder, szScript));
-        EXPECT_TRUE(IsComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION")) << szScript;
-        EXPECT_EQ(Crash.sSignal, "SEGV") << szScript;
-        EXPECT_LT(Crash.tSeconds, 10.0) << szScript;
+        ExpectComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION");
+        EXPECT_EQ(Crash.sSignal, "SEGV");
+        EXPECT_LT(Crash.tSeconds, 10.0);
     }
     Crash_t const Faulting = RunAlone("read reportfaults", WriteHelper(Folder, "exec sleep 3"));
     EXPECT_THAT(Faulting.sReport, EndsWith("MM7 = 0000000000000000\r\n"));
@@ -265,19 +268,21 @@ TEST_F(CrashReport, AppendsToTheReportOfTheSameSecond)
     }
     ASSERT_EQ(Crash.nReports, 1) << "no two crashes in a second";
     std::size_t const nSecond = Crash.sReport.rfind("\nPROGRAM IS CRASHED!!!");
-    EXPECT_TRUE(IsComplete(Crash.sReport.substr(0, nSecond), "C0000005 ACCESS_VIOLATION"));
-    EXPECT_TRUE(IsComplete(Crash.sReport.substr(nSecond), "C0000005 ACCESS_VIOLATION"));
+    ExpectComplete(Crash.sReport.substr(0, nSecond), "C0000005 ACCESS_VIOLATION");
+    ExpectComplete(Crash.sReport.substr(nSecond), "C0000005 ACCESS_VIOLATION");
 }
 
 TEST_F(CrashReport, IsPrivateAndLeavesAloneWhatHasItsName)
 {
     using Plant_t = void (*)(std::string const & sVictim, std::string const & sAt);
-    for (Plant_t const fnPlant :
-        { Plant_t([](auto const &sVictim, auto const &sAt) { fs::create_symlink(sVictim, sAt); }),
-            Plant_t([](auto const &sVictim, auto const &sAt) { fs::create_hard_link(sVictim, sAt); }),
-            Plant_t([](auto const &, auto const &sAt) { MakePipe(sAt); }),
-            Plant_t([](auto const &, auto const &sAt) { fs::create_directory(sAt); }) })
+    for (auto const & [szPlant, fnPlant] :
+        Rows_t<char const *, Plant_t>{
+            { "link", [](auto const &sVictim, auto const &sAt) { fs::create_symlink(sVictim, sAt); } },
+            { "second name", [](auto const &sVictim, auto const &sAt) { fs::create_hard_link(sVictim, sAt); } },
+            { "pipe", [](auto const &, auto const &sAt) { MakePipe(sAt); } },
+            { "folder", [](auto const &, auto const &sAt) { fs::create_directory(sAt); } } })
     {
+        SCOPED_TRACE(szPlant);
         TempFolder_c const Folder;
         std::string const sVictim = Folder.Write("victim", "kept");
         fs::permissions(sVictim, fs::perms(0600));
@@ -294,7 +299,7 @@ TEST_F(CrashReport, IsPrivateAndLeavesAloneWhatHasItsName)
             ContainsRegex("Crash log saved at .*/CrashReport_[0-9._]+_" + std::string(8, '.') + "\\.rpt\n"));
         std::size_t const nName = Crash.sLog.rfind("CrashReport_");
         std::string const sName = Crash.sLog.substr(nName, Crash.sLog.find('\n', nName) - nName);
-        EXPECT_TRUE(IsComplete(Folder.Read(sName), "C0000005 ACCESS_VIOLATION"));
+        ExpectComplete(Folder.Read(sName), "C0000005 ACCESS_VIOLATION");
         EXPECT_EQ(fs::status(Folder.Join(sName)).permissions(), fs::perms(0600));
         EXPECT_EQ(Folder.Read("victim"), "kept");
         EXPECT_LT(Crash.tSeconds, 60);
@@ -326,7 +331,7 @@ TEST_F(CrashReport, NamesAStrippedProgramByItsSections)
     EXPECT_THAT(Crash.sReport, ContainsRegex("Fault address:  [0-9A-F]+ [0-9A-F]{2}:[0-9A-F]{8} " + sProgram));
     EXPECT_THAT(Crash.sReport,
         ContainsRegex("SourceFile\r\n([0-9A-F]+  [0-9A-F]+  [0-9A-F]{4}:[0-9A-F]{8} " + sProgram + "  \r\n){5}"));
-    EXPECT_TRUE(IsComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION"));
+    ExpectComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION");
     EXPECT_THAT(Crash.sOutput, HasSubstr(Folder.GetPath() + "/a.RPTder/crasher\n"));
 }
 
@@ -340,8 +345,8 @@ TEST(CrashReportSource, GivesLinesThatEndInCarriageReturnAndLineFeed)
     for (auto const & [iLine, bGiven, szExpected] : Rows_t<unsigned, bool, char const *>{ { 1, true, "first" },
              { 2, true, "" }, { 3, true, "  third" }, { 0, false, "  third" }, { 4, false, "  third" } })
     {
-        EXPECT_EQ(Source.GetLine(iLine, szText, sizeof szText), bGiven);
-        EXPECT_STREQ(szText, szExpected);
+        EXPECT_EQ(Source.GetLine(iLine, szText, sizeof szText), bGiven) << iLine;
+        EXPECT_STREQ(szText, szExpected) << iLine;
     }
     EXPECT_EACH(!Other.GetLine(1, szText, sizeof szText), !Missing.GetLine(1, szText, sizeof szText));
 }

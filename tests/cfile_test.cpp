@@ -61,7 +61,7 @@ TEST_F(FileTest, OpensShareOneReadUntilTheLastClose)
     for (int const iLeft : { 2, 1, 0, 0 })   // the last close finds the file not resident and does nothing
     {
         FileClose(pFile);
-        EXPECT_EACH(pFile->pData == (iLeft > 0 ? pBlock : nullptr), pFile->GetOpensCount() == iLeft);
+        EXPECT_EACH(pFile->pData == (iLeft > 0 ? pBlock : nullptr), pFile->GetOpensCount() == iLeft) << iLeft;
     }
     FileClose(nullptr);
     {
@@ -108,6 +108,7 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
              { "huge.bin", "File has 2 GiB or more", "it has 2 GiB or more", 7 },
              { "short.bin", "Error reading file", "it ends before its size", 4096 } })
     {
+        SCOPED_TRACE(szName);
         m_Log.Clear();
         s_dReported.clear();
         SKIP_IF(iLength == 4096 && (!FileExists(szName) || FileStream(szName)->iLength != 4096),
@@ -120,19 +121,15 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
         EXPECT_EQ(s_dReported, Reported_t(szReport[0] == 'E', szName));
         File_c const * const pFile = FileStream(szName);
         EXPECT_EACH(!pFile->pData, pFile->GetOpensCount() == 0, !pFile->bOpened, pFile->iReads == 0);
-        EXPECT_EQ(pFile->iLength, iLength) << szName;
+        EXPECT_EQ(pFile->iLength, iLength);
     }
     SetTextErrorLog(true);
     m_Log.Clear();
-    auto const TryAll = [&]
-    {
-        unsigned char cByte;
-        std::uint32_t nBytes = 1;
-        return FileOpenStored("huge.bin") || FileOpen(FileStream("folder.bin"))
-               || FileStream("gone.bin")->Load(0, &cByte, nBytes) || FileOpen("no\nne.bin")
-               || FileAddOneFile(m_Folder.Join("absent.bin").c_str());
-    };
-    EXPECT_FALSE(TryAll());
+    unsigned char cByte;
+    std::uint32_t nBytes = 1;
+    EXPECT_EACH(!FileOpenStored("huge.bin"), !FileOpen(FileStream("folder.bin")),
+        !FileStream("gone.bin")->Load(0, &cByte, nBytes), !FileOpen("no\nne.bin"),
+        !FileAddOneFile(m_Folder.Join("absent.bin").c_str()));
     SetTextErrorLog(false);
     EXPECT_EACH(m_Log.Count("huge.bin: it has 2 GiB or more") == 1,
         m_Log.Count(Folded("folder.bin") + ": Is a directory") == 1,
@@ -142,8 +139,13 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
     EXPECT_EQ(FileGetWhyNot("Any/ABSENT.bin"), "No such file or directory");
     fs::permissions(m_Folder.Write("gone.bin", "y"), fs::perms::none);
     fs::permissions(m_Folder.GetPath(), fs::perms::all);
-    EXPECT_EQ(
-        StatusAsNobody([] { return !FileOpen("gone.bin") && FileGetWhyNot("gone.bin") == "Permission denied"; }), 1);
+    auto const OpenClosed = []
+    {
+        EXPECT_EQ(FileOpen("gone.bin"), nullptr);
+        EXPECT_EQ(FileGetWhyNot("gone.bin"), "Permission denied");
+        return 0;
+    };
+    EXPECT_EQ(StatusAsNobody(OpenClosed), 0);
     fs::permissions(m_Folder.Join("gone.bin"), fs::perms::owner_read);
     EXPECT_EQ(Contents(FileOpen("gone.bin")), "y");
     EXPECT_EQ(FileGetWhyNot("gone.bin"), "");
@@ -179,6 +181,7 @@ TEST_F(FileTest, LoadsARange)
         Rows_t<std::uint32_t, std::uint32_t, std::string, char const *>{ { 0, 10, "0123456789", "" },
             { 7, 2, "78", "" }, { 8, 5, "89", "" }, { 99, 0, "", "" }, { 10, 1, "", "dwPosition<(DWORD)iLength" } })
     {
+        SCOPED_TRACE(dwPosition);
         m_Log.Clear();
         s_dReported.clear();
         unsigned char dBuffer[16] = {};
@@ -186,7 +189,7 @@ TEST_F(FileTest, LoadsARange)
         bool bLoaded = false;
         EXPECT_EQ(
             FailedConditions([&, dw = dwPosition] { bLoaded = pFile->Load(dw, dBuffer, dwLength); }), szAssertion);
-        EXPECT_EQ(bLoaded, dwAsked == sBytes.size()) << dwPosition;
+        EXPECT_EQ(bLoaded, dwAsked == sBytes.size());
         EXPECT_EQ(std::string(dBuffer, dBuffer + dwLength), sBytes);
         EXPECT_EQ(s_dReported, Reported_t(bLoaded ? 0 : 1, "a.bin"));
     }
@@ -215,6 +218,7 @@ TEST_F(FileTest, StreamsWithSeekTellAndRead)
             { -20, 1, 0, 0, 9, "", 10 }, { INT_MAX, 0, 1, 1, 1, "", INT_MAX }, { 1, 1, 0, 1, 1, "", INT_MAX },
             { INT_MAX, 2, 0, 1, 1, "", INT_MAX }, { 1, 77, 1, 1, 1, "1", 2 }, { 0, 0, 1, 5, 3, "0123456789", 10 } })
     {
+        SCOPED_TRACE(testing::PrintToString(std::pair(iOffset, iOrigin)));
         char dBuffer[16];
         EXPECT_EQ(pStored->SeekStored(iOffset, iOrigin), iMoved);
         EXPECT_EQ(std::string(dBuffer, pStored->ReadStored(dBuffer, iSize, iCount)), sBytes);
@@ -235,6 +239,7 @@ TEST_F(FileTest, AStreamEndsWhereTheFileOnDiskEnds)
     for (auto const & [sNow, bResident] :
         Rows_t<std::string, bool>{ { "longer than known", false }, { "less", false }, { "more again", true } })
     {
+        SCOPED_TRACE(sNow);
         int const iKnown = pFile->iLength;
         ASSERT_EQ(bResident && FileOpen(pFile), bResident);
         m_Folder.Write("a.bin", sNow);

@@ -75,10 +75,11 @@ TEST_F(FileAsyncTest, AStayerHoldsOneReferenceForEachRead)
     for (auto const & [szExt, szName, nCount] : Rows_t<char const *, char const *, int>{
              { ".msh", "c.msh", 1 }, { "msh", "c.msh", 0 }, { ".MSH", "c.msh", 0 }, { ".animate", "d.animate", 1 } })
     {
+        SCOPED_TRACE(szExt);
         Scan();
         FileStayerRegister(".x", szExt, nullptr);
         FileClose(FileOpen(szName));
-        EXPECT_EQ(FileStream(szName)->GetOpensCount(), nCount) << szExt;
+        EXPECT_EQ(FileStream(szName)->GetOpensCount(), nCount);
         FileStream(szName)->Refresh();
         EXPECT_EQ(g_dStayerFiles.GetLength(), 2 * nCount);
         FileStayerResetAll();
@@ -101,7 +102,8 @@ TEST_F(FileAsyncTest, StayersAreListedInTheOrderOfTheirReadsAndTheirTypesAreLimi
     for (int i = 0; i <= g_iMaxStayerTypes; ++i)
     {
         EXPECT_EQ(FailedConditions([] { FileStayerRegister(".txt", nullptr); }),
-            i < g_iMaxStayerTypes ? "" : "g_dStayerExts.GetLength() < g_iMaxStayerTypes");
+            i < g_iMaxStayerTypes ? "" : "g_dStayerExts.GetLength() < g_iMaxStayerTypes")
+            << i;
     }
     FileClose(FileOpen("b.txt"));
     FileClose(FileOpen("a.txt"));
@@ -132,6 +134,7 @@ TEST_F(FileAsyncTest, ThreadFillsABufferOrTakesAReference)
     for (auto const & [bBuffer, bResident, bTakes] :
         Rows_t<bool, bool, bool>{ { 0, 0, 1 }, { 0, 1, 1 }, { 1, 0, 0 }, { 1, 1, 1 } })
     {
+        SCOPED_TRACE(testing::PrintToString(std::pair(bBuffer, bResident)));
         char szBuffer[] = "-----";
         EXPECT_EQ(bResident && FileOpen(pFile), bResident);
         Await(pFile, bBuffer ? szBuffer : nullptr);
@@ -154,6 +157,7 @@ TEST_F(FileAsyncTest, ThreadWritesNotBeyondABufferThatTheFileOutgrew)
     SlowFile_s Slow;
     for (bool const bResident : { false, true })   // learns of a larger file once the buffer has its size
     {
+        SCOPED_TRACE(bResident);
         pFile->iLength = 5;
         FileAsyncOpen(&Slow, nullptr);
         FileAsyncOpen(pFile, szSmall);
@@ -230,7 +234,12 @@ TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
         bool const bOpened = FileOpen(pFile), bWaited = FileAsyncIsLoadedSlow(pFile);
         bool const bLiftable = plat::ThreadCanBeLifted();
         Module_c::ShutdownAllModules();
-        return bLiftable ? 77 : !bOpened || bWaited;
+        if (bLiftable)
+        {
+            return 77;
+        }
+        EXPECT_EACH(bOpened, !bWaited);
+        return 0;
     };
     int const iStatus = StatusAsNobody(OpenBesideBusyThreads);
     SKIP_IF(iStatus == 77, "the system lets every thread leave the idle class");
@@ -245,15 +254,19 @@ TEST_F(FileAsyncTest, AForkLeavesTheChildItsFilesAndAWorkerOfItsOwn)
     SlowFile_s Slow;
     Slow.sName = "slow";
     std::atomic<bool> bStop = false;
-    auto const OpenAndClose = [&] { return FileClose(FileOpen(pFile) ? pFile : nullptr), bStop.load(); };
+    auto const OpenAndClose = [&]
+    {
+        FileClose(FileOpen(pFile) ? pFile : nullptr);
+        return bStop.load();
+    };
     std::thread Opener([&] { Until(OpenAndClose); });
     auto const ReadInChild = [&]
     {
-        bool bRead = FileOpen(pFile) && !FileOpen(&Slow);
+        EXPECT_EACH(FileOpen(pFile), !FileOpen(&Slow));
         Await(FileStream("a.txt"), nullptr);
-        bRead = bRead && FileAsyncIsLoadedSlow(&Slow) && Contents(FileStream("a.txt")) == "one";
+        EXPECT_EACH(FileAsyncIsLoadedSlow(&Slow), Contents(FileStream("a.txt")) == "one");
         Module_c::ShutdownAllModules();
-        return bRead ? 0 : 1;
+        return 0;
     };
     for (int i = 0; i < 10; ++i)
     {

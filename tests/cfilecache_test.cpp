@@ -46,7 +46,11 @@ protected:
         return bSurvived;
     }
 
-    bool SurvivesAlone(std::string const & sBytes) { return FileReset(), Survives(sBytes); }
+    bool SurvivesAlone(std::string const & sBytes)
+    {
+        FileReset();
+        return Survives(sBytes);
+    }
     void Save(std::string const & sName) const { FilesystemCacheSave(m_Folder.Join(sName).c_str()); }
 
     // Returns the keys as the fixture's does, without a scan if there is a cache.
@@ -122,7 +126,7 @@ TEST_F(FileCacheTest, TheModuleDropsWhatChangesInARunBeforeTheSave)
     ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
     for (char const * szName : { "$$$pqxautosave/s", "$$$pqxbackup/t", "mapscache/u", "profiles/v", "kept/w" })
     {
-        EXPECT_TRUE(FileAddOneFile(m_Folder.Write(std::string("media/") + szName, "x").c_str()));
+        EXPECT_TRUE(FileAddOneFile(m_Folder.Write(std::string("media/") + szName, "x").c_str())) << szName;
     }
     Module_c::ShutdownAllModules();
     EXPECT_TRUE(SurvivesAlone(m_Folder.Read("media/filesystemcache.bin")));
@@ -197,7 +201,7 @@ TEST_F(FileCacheTest, FilesOfBeforeStayAndKeepTheirFolders)
 {
     for (char const * szFile : { "media/sub/same", "media/new/n", "outside/o" })
     {
-        ASSERT_TRUE(FileAddOneFile(m_Folder.Write(szFile, szFile).c_str()));
+        ASSERT_TRUE(FileAddOneFile(m_Folder.Write(szFile, szFile).c_str())) << szFile;
     }
     File_c const * const pSame = FileStream("same");
     EXPECT_TRUE(Survives(Cache({ "\\sub\\" }, { { "\\sub\\", "same" } })));
@@ -259,7 +263,9 @@ TEST_F(FileCacheTest, IsWrittenOfWholeScansOnlyAndASecondFailingReadScans)
             Scan();
             m_Log.Clear();
             Save("media/c.bin");
-            return Keys() == sExpected && m_Log.CountHolding("no cache is written") == 1 ? 0 : 1;
+            EXPECT_EQ(Keys(), sExpected);
+            EXPECT_EQ(m_Log.CountHolding("no cache is written"), 1);
+            return 0;
         };
     };
     fs::permissions(m_Folder.GetPath(), fs::perms::all);
@@ -288,6 +294,7 @@ TEST_F(FileCacheTest, ReportsWhichFolderHasChangedAndGoesWhereTheHostSays)
     for (std::string const & sCache : { m_Folder.Join("media/filesystemcache.bin"),
              m_Folder.Join("media/../media/c.bin"), m_Folder.Join("else/where/c.bin") })
     {
+        SCOPED_TRACE(sCache);
         Module.SetCacheFile(sCache.c_str());
         Module.CheckCache(false);
         FilesystemCacheCheck(false);

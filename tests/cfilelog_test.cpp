@@ -58,7 +58,7 @@ TEST_F(FileTrackerTest, WarnsOfFailedOpensUnlessTheyArePacksOrBinaries)
         FileOpenTracker(Handle(0), szName);
         FileOpenTracker(Handle(-1), szName);   // the same text again, which Achtung drops
         std::string const sName = szName ? szName : "";
-        EXPECT_EQ(m_Log.GetText(), bQuiet ? "" : "CreateFile(): opening of file '" + sName + "' failed!\n");
+        EXPECT_EQ(m_Log.GetText(), bQuiet ? "" : "CreateFile(): opening of file '" + sName + "' failed!\n") << sName;
     }
     FileCloseTracker(Handle(0));
     FileCloseTracker(Handle(-1));
@@ -157,6 +157,7 @@ TEST_F(FileLogTest, EachResponseLogHasItsOpens)
             { "", 7, 4, true, "aab ab aab " }, { "thegame", 2, 7, true, "aab abab aab " },
             { "thegame", 7, 7, false, "aab ab aab " }, { "nowhere/x", 7, 7, false, "aab ab aab " } })
     {
+        SCOPED_TRACE(testing::PrintToString(std::tuple(szName, dwMask, dwMode)));
         FileOpenLogMode(dwMode);
         FileOpenLogEnable(szName, dwMask, bAppend);
         Run();

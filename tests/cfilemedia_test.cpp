@@ -40,7 +40,7 @@ TEST_F(FileMediaTest, TakesOnlyATemplateWithOneStarBeforeADot)
     {
         FileSetMediaTemplate("previous*.zq");
         EXPECT_EQ(FailedConditions([sz = szTemplate] { FileSetMediaTemplate(sz); }).empty(), bTaken) << szTemplate;
-        EXPECT_EQ(FileGetMediaTemplate(), bTaken ? szTemplate : "previous*.zq");
+        EXPECT_EQ(FileGetMediaTemplate(), bTaken ? szTemplate : "previous*.zq") << szTemplate;
     }
 }
 
@@ -102,6 +102,7 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
             { "", sMedia, nullptr, false, "", "registry - \"" + sKey },
             { "", "", nullptr, true, "media.zq", "main pack - \"media.zq" } })
     {
+        SCOPED_TRACE(sSource);
         m_Log.Clear();
         SetPQXMediaPath(sSetting.c_str());
         WriteInstallDir(sRegistry);

@@ -107,7 +107,7 @@ TEST_F(FilePathTest, EntersTheCurrentConfigurationsFolderOnly)
         SetPQXCurrentConfig(szConfig);
         ASSERT_TRUE(Scan());
         EXPECT_EQ(Keys(), szKeys) << szConfig;
-        EXPECT_EQ(m_Log.GetText(), sLog);
+        EXPECT_EQ(m_Log.GetText(), sLog) << szConfig;
     }
     g_sExcludedFolders.Reset();
 }
@@ -160,7 +160,12 @@ TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
     static std::string s_sGone;
     s_sGone = m_Folder.Join("gone");
     auto const RemoveGone = [](char const * sz)
-    { std::string_view(sz).ends_with("\\gone\\") && fs::remove_all(s_sGone); };
+    {
+        if (std::string_view(sz).ends_with("\\gone\\"))
+        {
+            fs::remove_all(s_sGone);
+        }
+    };
     g_AddSubfolderCallbacker.Add(RemoveGone, false);
     static std::multiset<FileSkip_e> s_dSkips;
     s_dSkips.clear();
@@ -220,7 +225,8 @@ TEST_F(FilePathTest, ListsAndForgetsFilesBelowAPrefixButNotFromUnderTheirHolders
     {
         File_c * dFiles[4] = {};
         EXPECT_EQ(FileGetDirectoryFiles(sPath.c_str(), dFiles, iMax), nFiles) << sPath;
-        EXPECT_EQ(std::find(dFiles, dFiles + 4, nullptr) - dFiles, nFiles) << "nothing written after the result";
+        EXPECT_EQ(std::find(dFiles, dFiles + 4, nullptr) - dFiles, nFiles)
+            << sPath << ": nothing written after the result";
     }
     File_c * const pHeld = FileOpen("x.txt");
     ASSERT_TRUE(FileOpen(pHeld));

@@ -121,7 +121,7 @@ TEST_F(FileSave, EachChangeOfASaveIsNoticed)
         SealAnew(sOther);
         m_Folder.Write("one.sav", sOther);
         EXPECT_EQ(Save.Load(SAVE_VERSION), eState) << iByte << Save.GetWhyNot();
-        EXPECT_EQ(m_Folder.Read("one.sav"), sOther);
+        EXPECT_EQ(m_Folder.Read("one.sav"), sOther) << iByte;
     }
     String_T<256> sAside;
     for (char const * szTo : { ".old", ".old1" })
@@ -166,8 +166,8 @@ TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
     for (rlim_t nBytes : { 0, 15, 20, 30 })   // the archive has 16 bytes
     {
         FullDisk_c const Full(nBytes);
-        EXPECT_FALSE(Store(Save, 9));
-        EXPECT_EQ(t_sWhyNot, "File too large");
+        EXPECT_FALSE(Store(Save, 9)) << nBytes;
+        EXPECT_EQ(t_sWhyNot, "File too large") << nBytes;
     }
     EXPECT_EQ(Load(Save), 7);
 }
@@ -175,23 +175,27 @@ TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
 TEST_F(FileSave, OneProgramAtATimeHasASave)
 {
     FileSave_c Save(m_sPath.c_str());
-    EXPECT_EQ(StatusOfChild(StartChild(
-                  [this]
-                  {
-                      FileSave_c Other(m_Folder.Join("ONE.sav").c_str());
-                      bool const bStored = Other.IsLocked() || Store(Other, 2);
-                      return bStored || t_sWhyNot != "it is in use by another program";
-                  })),
-        0);
+    auto const StoreOther = [this]
+    {
+        FileSave_c Other(m_Folder.Join("ONE.sav").c_str());
+        EXPECT_EACH(!Other.IsLocked(), !Store(Other, 2));
+        EXPECT_EQ(t_sWhyNot, "it is in use by another program");
+        return 0;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(StoreOther)), 0);
     auto const Destroy = [&Save]
     {
         Save.~FileSave_c();
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Destroy)), 0) << "a child's copy";
-    auto const FailsToBeRefused = [&Save]
-    { return Store(Save, 2) || t_sWhyNot != "it is in use by the parent process"; };
-    EXPECT_EQ(StatusOfChild(StartChild(FailsToBeRefused)), 0);
+    auto const StoreCopy = [&Save]
+    {
+        EXPECT_FALSE(Store(Save, 2));
+        EXPECT_EQ(t_sWhyNot, "it is in use by the parent process");
+        return 0;
+    };
+    EXPECT_EQ(StatusOfChild(StartChild(StoreCopy)), 0);
     EXPECT_FALSE(FileSave_c(m_sPath.c_str()).IsLocked());
     EXPECT_EACH(Store(Save, 1), Load(Save) == 1);
 
@@ -235,8 +239,8 @@ TEST_F(FileSave, PreviousSavesMoveOnAndAFailedSaveMovesNone)
              { 5, 1, { 5, 4, 2, NONE } }, { 6, 0, { 6, 4, 2, NONE } }, { 7, 3, { 7, 6, 4, 2 } } })
     {
         Save.SetPrevious(nPrevious);
-        EXPECT_TRUE(Store(Save, iValue));
-        EXPECT_EQ(All(), dAll);
+        EXPECT_TRUE(Store(Save, iValue)) << iValue;
+        EXPECT_EQ(All(), dAll) << iValue;
     }
     fs::remove(m_sPath + ".1");
     EXPECT_TRUE(Store(Save, 8));
@@ -260,6 +264,7 @@ TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
     unsigned tMost = 20000;   // microseconds up to a kill
     for (int i = 0; i < 25 || (iLast <= 10 && i < 1000); ++i)
     {
+        SCOPED_TRACE(i);
         pid_t const iChild = StartChild(
             [this, iLast]
             {

@@ -47,7 +47,7 @@ namespace
             return RunShell("cd " + m_Folder.GetPath() + " && { " + sCommand + "; } >/dev/null 2>&1").iStatus == 0;
         }
 
-        // Returns the names of which callbacks came since the last call, joined by blanks.
+        // Reports changes. Returns the names of which callbacks came, joined by blanks.
         static std::string Reported()
         {
             s_dReported.clear();
@@ -152,7 +152,12 @@ TEST_F(FileTrack, AChildOfAForkWatchesForItself)
     Track();
     ASSERT_TRUE(Run("echo x > a.txt"));
     auto const TrackInChild = [this]
-    { return Reported() == "" && Run("echo x > b.txt") && Reported() == "b.txt" ? 0 : 1; };
+    {
+        EXPECT_EQ(Reported(), "");
+        EXPECT_TRUE(Run("echo x > b.txt"));
+        EXPECT_EQ(Reported(), "b.txt");
+        return 0;
+    };
     EXPECT_EQ(StatusOfChild(StartChild(TrackInChild)), 0);
     EXPECT_EQ(Reported(), "a.txt b.txt") << "the child did not eat it";
     ASSERT_TRUE(Run("echo x > sub/c.txt"));
@@ -196,7 +201,8 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
     };
     EXPECT_EQ(Reported(), "a.txt") << "of the others one went away before its test, one is not at the narrowed path";
     EXPECT_EQ(g_nSleeps, 1);
-    EXPECT_EQ(m_Log.CountHolding("\\b.txt]( 501 ") + m_Log.CountHolding("\\x\\c.txt]( 501 "), 2) << m_Log.GetText();
+    EXPECT_EACH(m_Log.CountHolding("\\b.txt]( 501 ") == 1, m_Log.CountHolding("\\x\\c.txt]( 501 ") == 1)
+        << m_Log.GetText();
 }
 
 TEST_F(FileTrack, IgnoresTypesAndLosesABatchThatIsTooLarge)
@@ -242,6 +248,7 @@ TEST_F(FileTrack, EndsWithItsFolder)
     ASSERT_TRUE(Scan());
     for (char const * szEnd : { "rm -r sub", "mv sub else" })
     {
+        SCOPED_TRACE(szEnd);
         FileTrackChanges(m_Folder.Join("sub").c_str());
         EXPECT_EQ(std::string(FileTrackGetProblem()), "");
         m_Log.Clear();
@@ -275,8 +282,9 @@ TEST_F(FileTrack, RefusesWhatItCantWatch)
                 return 2;
             }
             FileTrackChanges(m_Folder.GetPath().c_str());
-            bool const bSaid = FileTrackGetProblem().IsEmpty() == !sz[0] && FileTrackGetProblem().StrPos(sz) >= 0;
-            return bSaid && FileTrackIsOn() == !sz[0] && g_dOpenTracks.GetLength() == FileTrackIsOn() ? 0 : 1;
+            EXPECT_EACH(FileTrackGetProblem().IsEmpty() == !sz[0], FileTrackGetProblem().StrPos(sz) >= 0,
+                FileTrackIsOn() == !sz[0], g_dOpenTracks.GetLength() == FileTrackIsOn());
+            return 0;
         };
         int const iStatus = StatusOfChild(StartChild(TrackLimited));
         SKIP_IF(iStatus == 2, "the system gives no namespace with few watches");
@@ -301,10 +309,10 @@ TEST_F(FileTrack, RefreshFindsNewFilesOfKnownFolders)
 
 TEST_F(FileTrack, RefreshFindsFilesBesideOneThatABareNameAdded)
 {
-    std::string const sFormer = fs::current_path();
-    fs::current_path(m_Folder.GetPath());
-    EXPECT_TRUE(FileAddOneFile("a.txt"));
-    FileRefresh();
-    fs::current_path(sFormer);
+    {
+        CurrentFolderScope_c const Current(m_Folder.GetPath());
+        EXPECT_TRUE(FileAddOneFile("a.txt"));
+        FileRefresh();
+    }
     EXPECT_EQ(Keys(), "a.txt b.txt \u00E9.txt");
 }

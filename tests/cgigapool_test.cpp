@@ -67,6 +67,7 @@ TEST(GigaPoolStatic, GivesTheElementsThatAPlainModelGives)
     // The sizes are those at which an element is found by product and by division, and those at their limits.
     for (int const nSize : { 1, 3, 8, 24, 64, 1000, 1447, 1448, 1449, 5000 })
     {
+        SCOPED_TRACE(nSize);
         GigaPoolStatic_c Pool(3 * 32 + 1, nSize);
         void * const pFirst = Pool.Alloc(false);
         Pool.Free(pFirst, false);
@@ -81,8 +82,8 @@ TEST(GigaPoolStatic, GivesTheElementsThatAPlainModelGives)
                 bool const bArray = Random() % 3 == 0;
                 void * const p = Pool.Alloc(bArray);
                 int const iElement = Model.Alloc();
-                ASSERT_EQ(p, iElement < 0 ? nullptr : At(pFirst, iElement, nSize)) << nSize << " bytes, step " << iStep;
-                ASSERT_EQ(p ? Pool.IsArray(p) : bArray, bArray);
+                ASSERT_EQ(p, iElement < 0 ? nullptr : At(pFirst, iElement, nSize)) << "step " << iStep;
+                ASSERT_EQ(p ? Pool.IsArray(p) : bArray, bArray) << "step " << iStep;
                 if (iElement >= 0)
                 {
                     dOut[iElement] = bArray;
@@ -92,13 +93,13 @@ TEST(GigaPoolStatic, GivesTheElementsThatAPlainModelGives)
             {
                 auto const it = std::next(dOut.begin(), static_cast<int>(Random() % dOut.size()));
                 int const iInside = static_cast<int>(Random() % static_cast<unsigned>(nSize));
-                ASSERT_TRUE(Pool.Free(At(pFirst, it->first, nSize) + iInside, it->second));
+                ASSERT_TRUE(Pool.Free(At(pFirst, it->first, nSize) + iInside, it->second)) << "step " << iStep;
                 Model.Free(it->first);
                 dOut.erase(it);
             }
             nPeak = std::max(nPeak, static_cast<int>(dOut.size()));
-            ASSERT_EQ(Pool.WaterMark(), static_cast<int>(dOut.size()));
-            ASSERT_EQ(Pool.HighWaterMark(), nPeak);
+            ASSERT_EQ(Pool.WaterMark(), static_cast<int>(dOut.size())) << "step " << iStep;
+            ASSERT_EQ(Pool.HighWaterMark(), nPeak) << "step " << iStep;
         }
     }
 }
@@ -111,13 +112,13 @@ TEST(GigaPoolStatic, FindsTheElementAtEveryEdgeOfTheLargestPool)
     ASSERT_TRUE(pFirst);
     for (int i = 1; i < GigaPoolStatic_c::MAX_ELEMENTS; ++i)
     {
-        ASSERT_EQ(Pool.Alloc(i % 2 != 0), At(pFirst, i, nSize));
+        ASSERT_EQ(Pool.Alloc(i % 2 != 0), At(pFirst, i, nSize)) << i;
     }
     EXPECT_EQ(Pool.Alloc(false), nullptr);
     for (int i = 0; i < GigaPoolStatic_c::MAX_ELEMENTS; ++i)
     {
         bool const bLastByte = i % 3 == 0;   // a neighbour's element would fail its array condition
-        ASSERT_TRUE(Pool.Free(At(pFirst, i, nSize) + (bLastByte ? nSize - 1 : 0), i % 2 != 0));
+        ASSERT_TRUE(Pool.Free(At(pFirst, i, nSize) + (bLastByte ? nSize - 1 : 0), i % 2 != 0)) << i;
     }
     EXPECT_EQ(Pool.WaterMark(), 0);
 }
@@ -194,6 +195,7 @@ TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
     std::mt19937 Random(8);
     for (int const nSize : { 8192, 1024 })   // one group in each chunk, and eight
     {
+        SCOPED_TRACE(nSize);
         int const nPerChunk = 0x40000 / nSize;
         GigaPoolResizeable_c Pool(1, nSize);
         std::vector<void *> dTaken = Take(Pool, 3 * nPerChunk);
@@ -205,7 +207,7 @@ TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
             pSpare = dTaken[dTaken.size() - static_cast<std::size_t>(nPerChunk)];
             for (int i = 0; i < nPerChunk; ++i)
             {
-                EXPECT_TRUE(Pool.IsValid(pSpare)) << nSize << " bytes, " << nPerChunk - i << " elements out";
+                EXPECT_TRUE(Pool.IsValid(pSpare)) << nPerChunk - i << " elements out";
                 EXPECT_TRUE(Pool.Free(dTaken.back(), false));
                 dTaken.pop_back();
             }
@@ -241,6 +243,7 @@ TEST(GigaPoolResizeable, MisuseFailsItsConditionAndHarmsNothing)
     std::vector<void *> dTaken = Take(Pool, 40);   // all elements of a group, and 8 of the next one
     for (std::size_t const i : { 35u, 3u })
     {
+        SCOPED_TRACE(i);
         EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(Pool.Free(dTaken[i], true)); }), ARRAY_CONDITION);
         EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(Pool.Free(dTaken[i], false)); }), "pGroup->m_iBits & iBit");
         EXPECT_EQ(Pool.Alloc(true), dTaken[i]) << "the one that was freed last";

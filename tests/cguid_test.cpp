@@ -12,18 +12,18 @@ namespace
 {
     using Address_t = unsigned char (&)[plat::NET_ADDRESS_SIZE];
 
-    plat::NetAddress_e s_eAddress;
+    plat::NetAddress_e g_eAddress;
     plat::NetAddress_e TestAddress(Address_t dAddress)
     {
-        if (s_eAddress != plat::NetAddress_e::Missing)
+        if (g_eAddress != plat::NetAddress_e::Missing)
         {
             std::copy_n("\x10\x22\x33\x44\x55\x66", 6, dAddress);
         }
-        return s_eAddress;
+        return g_eAddress;
     }
 
-    std::uint32_t s_dwStatus;
-    plat::Guid_t s_Source;
+    std::uint32_t g_dwStatus;
+    plat::Guid_t g_GuidOfSource;
 
     class GuidTest : public testing::Test
     {
@@ -103,7 +103,7 @@ TEST_F(GuidTest, IsAKeyInTheOrderOfItsText)
     std::vector<Guid_c> dGuids = { SAMPLE, Guid_c(), Guid_c(1, 2, 3, 0xFF, 0, 0, 0, 0, 0, 0, 0),
         Guid_c(1, 2, 3, 0, 0, 0, 0, 0, 0, 0, 1), Guid_c(1, 0x200, 3, 0, 0, 0, 0, 0, 0, 0, 0) };
     std::sort(dGuids.begin(), dGuids.end());
-    EXPECT_TRUE(dGuids.front().IsNull() && !dGuids.back().IsNull());
+    EXPECT_EACH(dGuids.front().IsNull(), !dGuids.back().IsNull());
     EXPECT_TRUE(std::is_sorted(
         dGuids.begin(), dGuids.end(), [](Guid_c const & A, Guid_c const & B) { return A.ToText() < B.ToText(); }));
     std::unordered_set<Guid_c> dSet(dGuids.begin(), dGuids.end());
@@ -128,12 +128,17 @@ TEST_F(GuidTest, CreateJudgesTheStatus)
         { 5, false, false, false, sFailed },
         { 0x10001, true, true, false, sFailed },
     };
-    plat::GuidSetSource([](plat::Guid_t & Guid) { return Guid = s_Source, s_dwStatus; });
+    plat::GuidSetSource(
+        [](plat::Guid_t & Guid)
+        {
+            Guid = g_GuidOfSource;
+            return g_dwStatus;
+        });
     for (auto const & [dwStatus, bNull, bGlobalOnly, bExpected, sWarnings] : dRows)
     {
         m_Log.Clear();
-        s_dwStatus = dwStatus;
-        s_Source = bNull ? plat::Guid_t{} : SAMPLE.m_guid;
+        g_dwStatus = dwStatus;
+        g_GuidOfSource = bNull ? plat::Guid_t{} : SAMPLE.m_guid;
         Guid_c::SetGlobalOnly(bGlobalOnly);
         Guid_c Guid(1, 2, 3, 4);
         EXPECT_EQ(Guid_c::Create(Guid), bExpected) << dwStatus;
@@ -143,8 +148,8 @@ TEST_F(GuidTest, CreateJudgesTheStatus)
     GuidObject_c Object;
     EXPECT_EQ(FailedConditions([&] { Object.CreateNewId(); }), "bCreated");
     EXPECT_TRUE(Object.GetId() == Guid_c());
-    s_dwStatus = 0;
-    s_Source = SAMPLE.m_guid;
+    g_dwStatus = 0;
+    g_GuidOfSource = SAMPLE.m_guid;
     Object.CreateNewId();
     EXPECT_TRUE(Object.GetId() == SAMPLE);
 }
@@ -155,7 +160,8 @@ TEST_F(GuidTest, TheGeneratorReportsWhatTheAddressIs)
              std::pair(plat::NetAddress_e::Local, plat::GUID_LOCAL_ONLY),
              std::pair(plat::NetAddress_e::Global, plat::GUID_OK) })
     {
-        s_eAddress = eAddress;
+        SCOPED_TRACE(dwStatus);
+        g_eAddress = eAddress;
         plat::NetAddressSetSource(TestAddress);
         Guid_c First, Second;
         EXPECT_EQ(plat::GuidCreateSequential(First.m_guid), dwStatus);
@@ -185,7 +191,7 @@ TEST_F(GuidTest, TheAddressIsOneOfTheInterfaces)
 TEST_F(GuidTest, ThreadsAndProcessesOfOneInstantGetDifferentOnes)
 {
     constexpr int PROCESSES = 4, THREADS = 3, GUIDS = 2000;
-    s_eAddress = plat::NetAddress_e::Global;
+    g_eAddress = plat::NetAddress_e::Global;
     plat::NetAddressSetSource(TestAddress);
     MakeMany({}, 1);   // the children inherit a generator at work
     TempFolder_c const Folder;
@@ -195,7 +201,12 @@ TEST_F(GuidTest, ThreadsAndProcessesOfOneInstantGetDifferentOnes)
     {
         auto const WriteMany = [&](int iThread)
         { Folder.Write(std::to_string(iProcess * THREADS + iThread), MakeMany(tStart, GUIDS)); };
-        dChildren.push_back(StartChild([&] { return InThreads(THREADS, WriteMany), 0; }));
+        auto const WriteAll = [&]
+        {
+            InThreads(THREADS, WriteMany);
+            return 0;
+        };
+        dChildren.push_back(StartChild(WriteAll));
     }
     std::istringstream Texts(MakeMany(tStart, GUIDS));
     std::set<std::string> dAll(std::istream_iterator<std::string>(Texts), {});
@@ -210,18 +221,23 @@ TEST_F(GuidTest, ThreadsAndProcessesOfOneInstantGetDifferentOnes)
 
 TEST_F(GuidTest, DescriptorsThatAHostReusedAreLeftAlone)
 {
-    s_eAddress = plat::NetAddress_e::Global;
+    g_eAddress = plat::NetAddress_e::Global;
     plat::NetAddressSetSource(TestAddress);
     auto const Host = []
     {
         MakeMany({}, 1);
         std::vector<int> const dPrevious = SocketsNamed("clock-sequence");
         ReplaceHandles(dPrevious);
-        auto const IsGood = [&] { return AreOpen(dPrevious) && SocketsNamed("clock-sequence").size() == 1; };
-        int const iChild = StatusOfChild(StartChild([&] { return MakeMany({}, 1) != "" && IsGood() ? 0 : 1; }));
+        auto const MakeOne = [&]
+        {
+            EXPECT_NE(MakeMany({}, 1), "");
+            EXPECT_EACH(AreOpen(dPrevious), SocketsNamed("clock-sequence").size() == 1);
+            return 0;
+        };
+        EXPECT_FALSE(dPrevious.empty());
+        EXPECT_EQ(StatusOfChild(StartChild(MakeOne)), 0);
         std::this_thread::sleep_for(std::chrono::milliseconds(1100));
-        MakeMany({}, 1);
-        return dPrevious.empty() || iChild != 0 || !IsGood();
+        return MakeOne();
     };
     EXPECT_EQ(StatusOfChild(StartChild(Host)), 0);
 }

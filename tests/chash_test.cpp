@@ -46,15 +46,15 @@ TEST(StringHash, BehavesLikeAMapOverRandomOperations)
         Item_s & Item = dItems[iItem];
         Item.sName = NewString("%c%c", static_cast<char>('a' + iItem % 5), static_cast<char>('A' + iItem / 5));
         auto const Known = Model.find(Item.sName.GetBuffer());
-        ASSERT_EQ(s_Table.FindByName(Item.sName), Known == Model.end() ? nullptr : &Item);
+        ASSERT_EQ(s_Table.FindByName(Item.sName), Known == Model.end() ? nullptr : &Item) << "step " << iStep;
         if (Random() % 2 && Known == Model.end())
         {
-            ASSERT_EQ(s_Table.Add(&Item, &Item.sName), HASH_ADDED);
+            ASSERT_EQ(s_Table.Add(&Item, &Item.sName), HASH_ADDED) << "step " << iStep;
             Model[Item.sName.GetBuffer()] = &Item;
         }
         else if (Random() % 2)
         {
-            ASSERT_EQ(s_Table.DeleteByName(Item.sName), Model.erase(Item.sName.GetBuffer()) == 1);
+            ASSERT_EQ(s_Table.DeleteByName(Item.sName), Model.erase(Item.sName.GetBuffer()) == 1) << "step " << iStep;
         }
     }
     using Table_t = decltype(s_Table);
@@ -95,9 +95,9 @@ TEST(StringHash, FindsNoAbsentNameInASmallTableThatWasFull)
     for (int i = 0; i < 20; ++i)
     {
         Item_s Item{ NewString("k%i", i) };
-        EXPECT_EQ(s_Table.Add(&Item, &Item.sName), HASH_ADDED);
-        EXPECT_TRUE(s_Table.DeleteByName(Item.sName));
-        EXPECT_EQ(s_Table.FindByName("none"), nullptr);
+        EXPECT_EACH(s_Table.Add(&Item, &Item.sName) == HASH_ADDED, s_Table.DeleteByName(Item.sName),
+            !s_Table.FindByName("none"))
+            << i;
     }
 }
 
@@ -121,7 +121,7 @@ TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
                 ++nProbes;
             }
             int const iExpected = nProbes == 170 ? HASH_FULL : Model.contains(iSlot) ? HASH_PRESENT : HASH_ADDED;
-            ASSERT_EQ(s_Table.Add(&Item, &Item.sName), iExpected);
+            ASSERT_EQ(s_Table.Add(&Item, &Item.sName), iExpected) << "round " << iRound;
             if (iExpected == HASH_ADDED)
             {
                 Model[iSlot] = &Item;
@@ -130,11 +130,11 @@ TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
         auto * pSlot = s_Table.First();
         for (auto const & [iSlot, pItem] : Model)
         {
-            ASSERT_EQ(pSlot->pObject, pItem) << "slot " << iSlot;
+            ASSERT_EQ(pSlot->pObject, pItem) << "slot " << iSlot << " in round " << iRound;
             s_Table.Delete(pSlot);   // while iterating
             pSlot = s_Table.Next(pSlot);
         }
-        EXPECT_EACH(!pSlot, !s_Table.First());
+        EXPECT_EACH(!pSlot, !s_Table.First()) << "round " << iRound;
     }
 }
 
@@ -150,15 +150,15 @@ TEST(IndexHash, BehavesLikeAMapUntilNoSlotIsFound)
         auto const iKey = static_cast<std::uint32_t>(Random() % 200 << Random() % 8);
         int const * const pValue = s_Table.Find(iKey);
         auto const Known = Model.find(iKey);
-        ASSERT_EQ(pValue ? *pValue : -1, Known != Model.end() ? Known->second : -1);
+        ASSERT_EQ(pValue ? *pValue : -1, Known != Model.end() ? Known->second : -1) << "step " << iStep;
         int const iResult = s_Table.Add(iStep, iKey);
-        ASSERT_EQ(iResult == HASH_PRESENT, pValue != nullptr);
+        ASSERT_EQ(iResult == HASH_PRESENT, pValue != nullptr) << "step " << iStep;
         nFull += iResult == HASH_FULL;
         if (iResult == HASH_ADDED)
         {
             Model[iKey] = iStep;
         }
-        ASSERT_EQ(s_Table.GetCount(), static_cast<int>(Model.size()));
+        ASSERT_EQ(s_Table.GetCount(), static_cast<int>(Model.size())) << "step " << iStep;
         if (iStep % 150 == 0)
         {
             s_Table.Reset();

@@ -27,9 +27,9 @@ TEST(StaticMemoryPool, TakesTheSmallestClassThatFits)
     {
         void * const p = Pool.Alloc(nBytes, false);
         EXPECT_EQ(Pool.IsValid(p), iClass) << nBytes;
-        EXPECT_EQ(FailedConditions([&] { Pool.IsArray(p); }), "0 && \"why would you care?\"");
-        EXPECT_TRUE(Pool.Free(p, false));
-        EXPECT_EQ(Pool.IsValid(p), 0) << "in a spare chunk";
+        EXPECT_EQ(FailedConditions([&] { Pool.IsArray(p); }), "0 && \"why would you care?\"") << nBytes;
+        EXPECT_TRUE(Pool.Free(p, false)) << nBytes;
+        EXPECT_EQ(Pool.IsValid(p), 0) << nBytes << ": in a spare chunk";
     }
     int iForeign = 0;
     EXPECT_EQ(Pool.IsValid(&iForeign), 0);

@@ -334,7 +334,7 @@ TEST_F(Logs, ALimitKeepsSomePreviousFilesAndCutsNoLine)
     EXPECT_EQ(fs::file_size(m_Folder.Join("emptied.log")), 0u) << "what was written without a limit counts";
     for (std::string const sName : { "message.log", "named.log" })
     {
-        EXPECT_FALSE(fs::exists(m_Folder.Join(sName + ".3")));
+        EXPECT_FALSE(fs::exists(m_Folder.Join(sName + ".3"))) << sName;
         for (std::string const & sFile : { sName, sName + ".1", sName + ".2" })
         {
             std::string const sText = m_Folder.Read(sFile);
@@ -387,8 +387,14 @@ TEST_F(Logs, ALogWithALimitFollowsItsNameBeforeItsNextLine)
         for (std::string const sName : { "message.log", "followed.log" })
         {
             fs::rename(m_Folder.Join(sName), m_Folder.Join(sName + ".1"));
-            EXPECT_TRUE(bReplaced ? !m_Folder.Write(sName, "of another process\n").empty()
-                                  : fs::remove(m_Folder.Join(sName + ".1")));
+            if (bReplaced)
+            {
+                m_Folder.Write(sName, "of another process\n");
+            }
+            else
+            {
+                fs::remove(m_Folder.Join(sName + ".1"));
+            }
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1100));
         Log("after");
@@ -438,7 +444,7 @@ TEST_F(Logs, AHostsOwnStreamGetsItsLinesInOrderAndHasNoLimit)
         EXPECT_THAT(pText ? std::string(pText, nText) : m_Folder.Read("own"),
             MatchesRegex("one\n[^\n]+two\nthree\n[^\n]+four\n"))
             << szStream << ", " << nPrevious;
-        EXPECT_EQ(m_Folder.Read("message.log"), "");
+        EXPECT_EQ(m_Folder.Read("message.log"), "") << szStream << ", " << nPrevious;
         std::free(pText);
     }
     LogSetLimit(0, 0);
@@ -570,7 +576,8 @@ TEST_F(Logs, ANamedOneBeyondTheTableIsOpenedAllTheSame)
         pFirst = Open(nKept + 1);
         pSecond = Open(nKept + 1);
     }
-    ASSERT_TRUE(pFirst && pSecond);
+    ASSERT_NE(pFirst, nullptr);
+    ASSERT_NE(pSecond, nullptr);
     std::fclose(pFirst);
     std::fclose(pSecond);
     EXPECT_THAT(nKept, testing::AllOf(testing::Gt(42), testing::Le(65)));

@@ -60,6 +60,7 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
             { Word(mem::AI, 1), mem::UNDEFINED, mem::UNDEFINED }, { Word(mem::TOTAL, 4), mem::file, mem::file },
             { Word(0x7FFF, 4), mem::UNDEFINED, mem::UNDEFINED }, { Word(mem::AI, 2), mem::file, mem::AI } })
     {
+        SCOPED_TRACE(testing::PrintToString(std::pair(iWord, int{ ePushed })));
         MemCategoryScope_c const Scope(ePushed);
         Figures_s const Before;
         void * const p = New(100, iWord);
@@ -140,7 +141,7 @@ TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)
                 aligned_malloc_dbg(nBytes, nAlignment, Word(mem::Lua, 4), "a file", static_cast<int>(iOverrun)));
             auto const nFence = plat::HeapBlockSize(get_block_from_aligned(p)) + 4
                                 - static_cast<std::size_t>(p - static_cast<char *>(get_block_from_aligned(p))) - nBytes;
-            EXPECT_GE(nFence, 4u);
+            EXPECT_GE(nFence, 4u) << nAlignment;
             if (iOverrun < std::min<std::size_t>(nFence, 16))
             {
                 const_cast<char volatile *>(p)[nBytes + iOverrun] = 'x';
@@ -187,7 +188,10 @@ TEST(Memory, EveryFormOfNewIsTracked)
     EXPECT_TRUE(plat::HeapFindBlock(get_block_from_aligned(pNamed), Block));
     EXPECT_EQ(Block.iLine, iLine);
     EXPECT_STREQ(Block.szFile, __FILE__);
-    delete pPlain, delete[] pWide, delete pNamed, delete[] pQuiet;
+    delete pPlain;
+    delete[] pWide;
+    delete pNamed;
+    delete[] pQuiet;
     EXPECT_EQ(Figures_s() - Before, Changes_t());
 }
 
@@ -242,10 +246,9 @@ TEST(Memory, TrackingThatStartsAgainCountsTheBlocksThatItFinds)
         aligned_free_dbg(pRuntime);
         auto const nBlocks = After.d[mem::Generator].iCount - Before.d[mem::Generator].iCount;
         bool const bFrame = After.d[mem::Decals].iFrameAllocs == Before.d[mem::Decals].iFrameAllocs;
-        return nBlocks == -1 && After.d[mem::Decals].iCount == Before.d[mem::Decals].iCount + 1 && bFrame
-                       && After.iAllocs == Before.iAllocs && MemoryCheckConsistency()
-                   ? 0
-                   : 1;
+        EXPECT_EACH(nBlocks == -1, After.d[mem::Decals].iCount == Before.d[mem::Decals].iCount + 1, bFrame,
+            After.iAllocs == Before.iAllocs, MemoryCheckConsistency());
+        return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(fnRestart)), 0);
 }
@@ -263,14 +266,14 @@ TEST(Memory, AlignedBlocksHoldTheirPromisesOverRandomRequests)
         { return (reinterpret_cast<std::uintptr_t>(pUser) + nOffset) % nAlignment == 0; };
         auto const cFill = static_cast<unsigned char>(iRound);   // at times that of the fences
         auto * p = static_cast<unsigned char *>(aligned_offset_malloc_dbg(nSize, nAlignment, nOffset, 4, "f.cpp", 1));
-        ASSERT_TRUE(IsAligned(p));
-        ASSERT_EQ(get_aligned_from_block(get_block_from_aligned(p), nAlignment, nOffset), p);
+        ASSERT_TRUE(IsAligned(p)) << "round " << iRound;
+        ASSERT_EQ(get_aligned_from_block(get_block_from_aligned(p), nAlignment, nOffset), p) << "round " << iRound;
         std::fill_n(p, nSize, cFill);
         p = static_cast<unsigned char *>(aligned_offset_realloc_dbg(p, nNewSize, nAlignment, nOffset, 4, "f.cpp", 2));
-        ASSERT_EQ(Reports.Take(), "");
-        ASSERT_TRUE(IsAligned(p));
+        ASSERT_EQ(Reports.Take(), "") << "round " << iRound;
+        ASSERT_TRUE(IsAligned(p)) << "round " << iRound;
         auto const nKept = static_cast<std::ptrdiff_t>(std::min(nSize, nNewSize));
-        ASSERT_EQ(std::count(p, p + nKept, cFill), nKept);
+        ASSERT_EQ(std::count(p, p + nKept, cFill), nKept) << "round " << iRound;
         std::fill_n(p, nNewSize, cFill);
         ASSERT_EQ(aligned_realloc_dbg(p, 0, nAlignment, 4, "f.cpp", 3), nullptr);   // frees
     }
@@ -429,7 +432,7 @@ TEST(Memory, AWrongCountIsCaughtByTheNextEvent)
             g_MemoryCounters.dBytes[mem::Application] -= iNext;
         };
         EXPECT_EQ(FailedConditions(Allocate), bWrong ? "MemoryCheckConsistency()" : "") << iCount << ' ' << iBytes;
-        EXPECT_EQ(bConsistent, !bWrong);
+        EXPECT_EQ(bConsistent, !bWrong) << iCount << ' ' << iBytes;
         CoreMemory::operator_delete(p);
     }
 }
@@ -444,8 +447,7 @@ TEST(Memory, ExhaustionEndsInAbort)
     for (std::size_t const nBytes : { SIZE_MAX / 2, SIZE_MAX })
     {
         LogToStandardError();
-        EXPECT_EXIT(
-            g_pSeen = New(nBytes), testing::KilledBySignal(SIGTRAP), "Can't allocate additional [0-9]+ bytes\n");
+        EXPECT_EXIT(g_pSeen = New(nBytes), EndedAtBreakpoint, "Can't allocate additional [0-9]+ bytes\n");
         LogDone();
     }
 }

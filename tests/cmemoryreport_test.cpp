@@ -35,9 +35,9 @@ namespace
         auto const Run = [&]
         {
             ModuleLog_c::SetLogPath(Wide(Folder.GetPath()).c_str());
-            StartModule(ModuleLog_c::Get());
+            EXPECT_TRUE(StartModule(ModuleLog_c::Get()));
             fnRun();
-            return static_cast<int>(testing::Test::HasFailure());
+            return 0;
         };
         EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
     }
@@ -168,7 +168,7 @@ TEST(MemoryReport, FileThatIsNotWrittenWholeIsLogged)
     {
         FullDisk_c const Full(nBytes);
         MemoryLogAllocations();
-        EXPECT_TRUE(MemoryLogAllocationsFailed());
+        EXPECT_TRUE(MemoryLogAllocationsFailed()) << nBytes;
     }
     EXPECT_EQ(Log.CountHolding("MemoryLogAllocations: allocations.csv: File too large"), 2);
     EXPECT_EQ(Log.CountHolding("MemoryLogAllocations: uncategorized.csv: File too large"), 2);

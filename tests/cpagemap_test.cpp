@@ -32,7 +32,7 @@ TEST(PageMap, HoldsPagesThatMeetAsAPlainModelDoes)
         }
         std::uintptr_t const iOther = AnyPage();
         ASSERT_EQ(Map.Find(iOther), Model.contains(iOther) ? Model[iOther] : 0) << "step " << iStep;
-        ASSERT_EQ(Map.PageOf(Address(iOther)), iOther);
+        ASSERT_EQ(Map.PageOf(Address(iOther)), iOther) << "step " << iStep;
     }
     while (!Model.empty())
     {

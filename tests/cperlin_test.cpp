@@ -48,14 +48,13 @@ TEST(Perlin, IsZeroOnTheLatticeRepeatsAndComplainsOfWhatIsNoPlace)
     {
         for (float x : { -4095.0f, -17.0f, 0.0f, 4.0f, 255.0f, 100000.0f })
         {
-            EXPECT_EQ(Noise(nDimensions, x, x + 1, x - 2 < -4095 ? x : x - 2), 0.0f);
+            EXPECT_EQ(Noise(nDimensions, x, x + 1, x - 2 < -4095 ? x : x - 2), 0.0f) << x << " in " << nDimensions;
         }
-        EXPECT_EQ(Noise(nDimensions, 0.25f, 9.5f, -3.75f), Noise(nDimensions, 256.25f, 265.5f, 252.25f));
-        EXPECT_NE(Noise(nDimensions, 0.25f, 9.5f, -3.75f), Noise(nDimensions, 1.25f, 9.5f, -3.75f));
+        EXPECT_EQ(Noise(nDimensions, 0.25f, 9.5f, -3.75f), Noise(nDimensions, 256.25f, 265.5f, 252.25f)) << nDimensions;
+        EXPECT_NE(Noise(nDimensions, 0.25f, 9.5f, -3.75f), Noise(nDimensions, 1.25f, 9.5f, -3.75f)) << nDimensions;
     }
     PerlinNoiseSetSeed(1);
-    Module_c::Register(ModulePerlin_c::Get());
-    ASSERT_TRUE(Module_c::InitializeAllModules());
+    ASSERT_TRUE(StartModule(ModulePerlin_c::Get()));
     Module_c::ShutdownAllModules();
     EXPECT_NE(PerlinNoise(Vec3fpu_t{ 0.25f, 9.5f, -3.75f }), fFirst) << "the seed had moved on";
     PerlinNoiseSetSeed(1);
@@ -67,7 +66,7 @@ TEST(Perlin, IsZeroOnTheLatticeRepeatsAndComplainsOfWhatIsNoPlace)
     {
         for (float x : { NAN, INFINITY, -1e30f })
         {
-            EXPECT_LE(std::abs(Noise(nDimensions, x, 0.5f, 0.5f)), 0.5f);
+            EXPECT_LE(std::abs(Noise(nDimensions, x, 0.5f, 0.5f)), 0.5f) << x << " in " << nDimensions;
         }
         EXPECT_EQ(Log.CountHolding(Va("Invalid %dD-perlin noise", nDimensions)), 3);
     }

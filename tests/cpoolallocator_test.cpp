@@ -30,7 +30,7 @@ TEST(PoolAllocator, ServesStandardContainersLikeTheHeap)
         {
             int const iFilled = static_cast<int>(Random() % 20000), iFreed = static_cast<int>(Random() % 20000);
             Map[iFilled] = Model[iFilled] = std::string(iStep % 40, 'x');
-            ASSERT_EQ(Map.erase(iFreed), Model.erase(iFreed));
+            ASSERT_EQ(Map.erase(iFreed), Model.erase(iFreed)) << "step " << iStep;
         }
         EXPECT_TRUE(std::equal(Map.begin(), Map.end(), Model.begin(), Model.end()));
         auto const * const pFirst = &*Map.begin();
@@ -75,7 +75,7 @@ TEST(PoolAllocator, EveryBlockIsAlignedAndApart)
     std::uintptr_t iEnd = 0;
     for (auto const & [iBlock, nBytes] : Taken)
     {
-        ASSERT_GE(iBlock, iEnd);
+        ASSERT_GE(iBlock, iEnd) << nBytes;
         iEnd = iBlock + std::max<std::size_t>(nBytes, 1);
         Blocks.Free(reinterpret_cast<void *>(iBlock), nBytes, 16);
     }
@@ -85,9 +85,10 @@ TEST(PoolAllocator, AFixedPoolServesFromTheCallersStorageAlone)
 {
     constexpr int NODE = 48;
     alignas(16) std::array<std::byte, GigaPoolStatic_c::StorageFor(64, NODE) + 1> dStorage;
-    std::ptrdiff_t const nBefore = MemoryTotalAllocations();
     for (std::size_t const nSkip : { 0u, 1u })   // a start that is aligned, and one that is not
     {
+        SCOPED_TRACE(nSkip);
+        std::ptrdiff_t const nBefore = MemoryTotalAllocations();
         dStorage.fill(std::byte{ 0xAB });
         std::size_t const nStorage = dStorage.size() - 1;
         std::span<std::byte> const dPart = std::span(dStorage).subspan(nSkip, nStorage);

@@ -66,7 +66,7 @@ namespace
     class Profiler : public testing::TestWithParam<bool>
     {
     protected:
-        Profiler() { StartModule(ModuleProfiler_c::Get()); }
+        Profiler() { EXPECT_TRUE(StartModule(ModuleProfiler_c::Get())); }
         ~Profiler() override
         {
             plat::AsyncFile_c::AllowConcurrent(true);
@@ -118,8 +118,8 @@ TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
     Brackets({ "a", ")", ")" });
     ProfilerUpdateFrame(true);
     EXPECT_EQ(ProfilerGetRoot(), nullptr);
-    EXPECT_EQ(g_iTimerTotalCount + m_Dialogs.GetCount(), 0);
-    StartModule(ModuleProfiler_c::Get());
+    EXPECT_EQ(std::pair(g_iTimerTotalCount, m_Dialogs.GetCount()), std::pair(0, 0));
+    EXPECT_TRUE(StartModule(ModuleProfiler_c::Get()));
     Brackets({ "a", ")" });
     ProfilerUpdateFrame(false);
     EXPECT_EQ(Tree(ProfilerGetRoot()), "a*1") << "a reload ends with its profiler";
@@ -181,8 +181,8 @@ TEST_F(Profiler, MeasuresAcrossAClockThatRunsBackwards)
         shortTimeWait(20000);
         ProfilerPop();
         std::int64_t const tTime = ProfilerGetTimer("a")->dFrames[0].tTime + tOffset - (tOffset ? 0x80000000 : 0);
-        EXPECT_GE(tTime, 20000);
-        EXPECT_LE(tTime, shortTimeGet() + tOffset - tBefore);
+        EXPECT_GE(tTime, 20000) << tOffset;
+        EXPECT_LE(tTime, shortTimeGet() + tOffset - tBefore) << tOffset;
     }
 }
 
@@ -302,8 +302,8 @@ TEST_P(ProfilerStats, FileHasTheLayout)
     {
         g_tSwapMaxTime = tLongest;
         sExpected += Batch(sHeader);
-        EXPECT_GT(g_tSwapLastTime, 1);
-        EXPECT_EQ(g_tSwapMaxTime, std::max(tLongest, g_tSwapLastTime));
+        EXPECT_GT(g_tSwapLastTime, 1) << tLongest;
+        EXPECT_EQ(g_tSwapMaxTime, std::max(tLongest, g_tSwapLastTime)) << tLongest;
     }
     for (int i = 0; i < 149; ++i, ProfilerUpdateFrame(false))
     {}
@@ -317,7 +317,7 @@ TEST_P(ProfilerStats, FileHasTheLayout)
     EXPECT_EQ(MemoryTotalAllocations(), nOpen - 1);
     EXPECT_EACH(m_Folder.Read("stats") == sExpected, m_Folder.Read("second") == sHeader + sSecond,
         !ProfilerSwapStatsFailed(), !IsQueueOpen());
-    EXPECT_EQ(g_dOpenTracks.GetLength() + static_cast<int>(g_nBytesToWrite), 0);
+    EXPECT_EACH(g_dOpenTracks.IsEmpty(), g_nBytesToWrite == 0);
 }
 
 TEST_P(ProfilerStats, AForkedChildLeavesTheFileToItsParent)
@@ -331,7 +331,8 @@ TEST_P(ProfilerStats, AForkedChildLeavesTheFileToItsParent)
         ProfilerInitSwapStats(m_Folder.Join("second").c_str());
         std::string const sOwn = Batch(sHeader);
         Module_c::ShutdownAllModules();
-        return m_Folder.Read("second") == sHeader + sOwn && g_dOpenTracks.GetLength() == 0 ? 0 : 1;
+        EXPECT_EACH(m_Folder.Read("second") == sHeader + sOwn, g_dOpenTracks.IsEmpty());
+        return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(UseAnother)), 0);
     sExpected += Batch(sHeader);
@@ -367,5 +368,5 @@ TEST_P(ProfilerStats, AFailedBatchIsLoggedAndLost)
     std::string const sBatch = Batch(sHeader);
     Module_c::ShutdownAllModules();
     EXPECT_TRUE(m_Folder.Read("stats") == sHeader + sBatch);
-    EXPECT_EQ(static_cast<int>(g_nBytesToWrite) + g_dOpenTracks.GetLength(), 0);
+    EXPECT_EACH(g_dOpenTracks.IsEmpty(), g_nBytesToWrite == 0);
 }

@@ -1,7 +1,6 @@
 #include "tests/media_fixture.h"
 #include "zqcore/cpropertylist.h"
 
-#include <cstring>
 #include <memory>
 
 using namespace std::string_literals;
@@ -29,7 +28,7 @@ namespace
             {
                 sAll += (sAll.empty() ? "" : ",") + std::string(sValue);
             }
-            EXPECT_EQ(bAny && sValue.IsEmpty(), !sAll.empty());
+            EXPECT_EACH(bAny == !sAll.empty(), !bAny || sValue.IsEmpty()) << sAll;
             return sAll;
         }
 
@@ -43,7 +42,7 @@ namespace
             {
                 sAll += (sAll.empty() ? "" : " ") + std::string(sName) + "=" + Values(sName);
             }
-            EXPECT_EQ(bAny && sName.IsEmpty(), !sAll.empty());
+            EXPECT_EACH(bAny == !sAll.empty(), !bAny || sName.IsEmpty()) << sAll;
             return sAll;
         }
 
@@ -107,23 +106,22 @@ TEST_F(PropertyListTest, NamesItsFileAndSeesTheContentsOfTheMoment)
 TEST_F(PropertyListTest, StatesWhatItRequires)
 {
     EXPECT_EACH(Open("list.txt", "longer value\nx y\n"), m_pList->StartProp(), m_pList->StartVal("longer"));
-    char szSmall[4];
-    std::tuple<bool, std::function<bool()>, char const *> const dRows[] = {
-        { true, [&] { return m_pList->NextProp(szSmall, 4) && !std::strcmp(szSmall, "lon"); },
-            "int(strlen(m_Names[0])) < nMaxLength" },
-        { true, [&] { return m_pList->NextVal(szSmall, 4) && !std::strcmp(szSmall, "val"); },
-            "int(strlen(m_List[0])) < nMaxLength" },
-        { false, [&] { return m_pList->NextProp(szSmall, 1); }, "nMaxLength > 1" },
-        { false, [&] { return m_pList->NextVal(nullptr, 4); }, "sBuffer" },
-        { false, [&] { return m_pList->StartVal(nullptr); }, "sPropName" },
-        { false, [&] { return m_pList->FindProp(nullptr); }, "sPropName" },
-        { false, [&] { return m_pList->Open(nullptr); }, "sFileName" },
+    char szSmall[4] = "";
+    // What the buffer has after a call that succeeds, or "refused".
+    std::tuple<std::string, std::function<bool()>, char const *> const dRows[] = {
+        { "lon", [&] { return m_pList->NextProp(szSmall, 4); }, "int(strlen(m_Names[0])) < nMaxLength" },
+        { "val", [&] { return m_pList->NextVal(szSmall, 4); }, "int(strlen(m_List[0])) < nMaxLength" },
+        { "refused", [&] { return m_pList->NextProp(szSmall, 1); }, "nMaxLength > 1" },
+        { "refused", [&] { return m_pList->NextVal(nullptr, 4); }, "sBuffer" },
+        { "refused", [&] { return m_pList->StartVal(nullptr); }, "sPropName" },
+        { "refused", [&] { return m_pList->FindProp(nullptr); }, "sPropName" },
+        { "refused", [&] { return m_pList->Open(nullptr); }, "sFileName" },
     };
-    for (auto const & [bExpected, fnCall, szCondition] : dRows)
+    for (auto const & [sExpected, fnCall, szCondition] : dRows)
     {
-        bool bResult = !bExpected;
-        EXPECT_EQ(FailedConditions([&, &fn = fnCall] { bResult = fn(); }), szCondition);
-        EXPECT_EQ(bResult, bExpected) << szCondition;
+        bool bDone = false;
+        EXPECT_EQ(FailedConditions([&, &fn = fnCall] { bDone = fn(); }), szCondition);
+        EXPECT_EQ(bDone ? szSmall : "refused", sExpected) << szCondition;
     }
 }
 

@@ -128,7 +128,7 @@ TEST(Random, NumbersOfNeighbouringSeedsAndPositionsAreUnrelated)
 TEST(Random, RangesAreFullAndEven)
 {
     RandomNumber_c Random(1);
-    EXPECT_EQ(Random.NextBelow(0) + Random.NextBelow(1), 0u);
+    EXPECT_EACH(Random.NextBelow(0) == 0, Random.NextBelow(1) == 0);
     EXPECT_EQ(Random.NextInRange(-5, -5), -5);
     // Three quarters of 2^32: without a correction the multiples of 3 would come twice as often.
     int dThirds[3] = {};
@@ -143,8 +143,8 @@ TEST(Random, RangesAreFullAndEven)
         fLeast = std::min(fLeast, f);
         fMost = std::max(fMost, f);
     }
-    EXPECT_TRUE(std::all_of(dThirds, dThirds + 3, [](int n) { return n > 9600 && n < 10400; })) << dThirds[0];
-    EXPECT_EACH(nAll == 0xFFFFFFFFu, nRange == 63) << nRange;
+    EXPECT_THAT(dThirds, testing::Each(testing::AllOf(testing::Gt(9600), testing::Lt(10400))));
+    EXPECT_EQ(std::pair(nAll, nRange), std::pair(0xFFFFFFFFu, 63u));
     EXPECT_EACH(fLeast >= 0.0f, fLeast<0.01f, fMost> 0.99f, fMost < 1.0f) << fLeast << " to " << fMost;
     EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Random.NextInRange(3, 2), 3); }), "iFirst <= iLast");
     std::uint32_t const dwMixed = (0xFFFFFFFFu & MM_MANTISSA_MASK.dLanes[3]) | MM_EXPONENT_MASK.dLanes[0];

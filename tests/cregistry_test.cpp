@@ -15,7 +15,6 @@
 #include <numeric>
 #include <random>
 #include <set>
-#include <sys/file.h>
 
 namespace
 {
@@ -75,7 +74,7 @@ namespace
             return std::vector<int>(dFigures.begin(), dFigures.end());
         }
 
-        // Returns the names of the subkeys of the open key, joined by blanks.
+        // Returns the names of the subkeys of the open key, each followed by a blank.
         static std::string SubKeys(Registry_c & Registry)
         {
             std::string sNames;
@@ -202,7 +201,7 @@ TEST_F(RegistryTest, ReadsIntoTextObjectsIntegersAndEnumerators)
     };
     static constexpr EnumName_T<Mode_e> MODES[] = { { "window", Mode_e::Window }, { "full", Mode_e::Full } };
     Registry_c Registry;
-    ASSERT_TRUE(Registry.CreateKey("Test\\Subkey") && Registry.CreateKey("Test"));
+    EXPECT_EACH(Registry.CreateKey("Test\\Subkey"), Registry.CreateKey("Test"));
     std::string sText = "stale";
     String_T<5> sShort("old");
     String_T<6> sName("old");
@@ -282,7 +281,7 @@ TEST_F(RegistryTest, APathLeadsToItsKeyAlone)
     for (char const * szKey : { "software\\HOUSE", "software\\house\\", "\\software\\\\House" })
     {
         EXPECT_EQ(Read(szKey, "INSTALL"), "dir") << szKey;
-        EXPECT_EQ(Read(szKey, "INSTALL", MACHINE), "none") << "the trees are apart";
+        EXPECT_EQ(Read(szKey, "INSTALL", MACHINE), "none") << szKey << ": the trees are apart";
     }
     EXPECT_EQ(Read(nullptr, nullptr), "root");
     EXPECT_EACH(!plat::RegistryKeyExists(USER, "SOFTWARE\\House\\Install"), !plat::RegistryKeyExists(MACHINE, ""));
@@ -304,6 +303,7 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
     Registry_c Registry;
     for (int iStep = 0; iStep < 3000; ++iStep)
     {
+        SCOPED_TRACE(iStep);
         std::string const sKey = dKeys[fnRandom(13)], sName = dNames[fnRandom(13)], sOther = dNames[fnRandom(13)];
         std::string const sModelKey = Lower(sKey), sModelName = Lower(sName), sModelOther = Lower(sOther);
         bool const bKey = dModel.count(sModelKey) != 0;
@@ -466,14 +466,14 @@ TEST_F(RegistryTest, RenamersAndDeletersGetTheirTurnAndAStalledProcessIsGivenUpO
             << i;
     }
     EXPECT_EACH(KillChild(dWriters[0]), KillChild(dWriters[1])) << "a write failed";
-    int const iStalled = open(m_Folder.Join("user/k").c_str(), O_RDONLY);
-    ASSERT_EQ(flock(iStalled, LOCK_EX), 0);
-    auto const tStart = std::chrono::steady_clock::now();
-    EXPECT_FALSE(Write("k", "x", "other"));
-    double const fSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
-    EXPECT_GE(fSeconds, 5.0);
-    EXPECT_LT(fSeconds, 30.0);   // a loaded machine takes longer
-    close(iStalled);
+    {
+        FolderLock_c const OfStalledProcess(m_Folder.Join("user/k"));
+        auto const tStart = std::chrono::steady_clock::now();
+        EXPECT_FALSE(Write("k", "x", "other"));
+        double const fSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
+        EXPECT_GE(fSeconds, 5.0);
+        EXPECT_LT(fSeconds, 30.0);   // a loaded machine takes longer
+    }
     EXPECT_EQ(Read("k", "x"), "value");
 }
 
@@ -492,7 +492,11 @@ TEST_F(RegistryTest, ParentAndChildGoOnWithAnOpenKey)
         });
     for (int i = 0; i < 100; ++i)
     {
-        auto const fnChild = [&] { return Registry.WriteValue("i", i) && Registry.RenameValue("i", "j") ? 0 : 1; };
+        auto const fnChild = [&]
+        {
+            EXPECT_EACH(Registry.WriteValue("i", i), Registry.RenameValue("i", "j"));
+            return 0;
+        };
         EXPECT_EQ(StatusOfChild(StartChild(fnChild)), 0) << i;
         EXPECT_EQ(Registry.ReadInt("j", -1), i);
         EXPECT_TRUE(Registry.DeleteValue("j")) << i;
@@ -507,9 +511,10 @@ TEST_F(RegistryTest, ParentAndChildGoOnWithAnOpenKey)
         auto pKept = std::make_unique<Registry_c>();
         pKept->CreateKey("k");
         ReplaceHandles(dHandles);
-        bool const bWritten = pKept->WriteValue("i", 1);
+        EXPECT_FALSE(pKept->WriteValue("i", 1));
         pKept.reset();
-        return !bWritten && AreOpen(dHandles) && !AreOpen({ 64 }) ? 0 : 1;
+        EXPECT_EACH(AreOpen(dHandles), !AreOpen({ 64 }));
+        return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(fnDaemon)), 0) << "it uses or closes another's descriptor";
 }
@@ -590,7 +595,7 @@ TEST_F(RegistryTest, WhatMayOnlyBeReadIsReadAndNotChanged)
         EXPECT_EACH(Key.OpenKey("k", 0), !Key.WriteValue("i", 7), !Key.WriteValue("j", 7), !Key.RenameValue("i", "j"),
             !Key.DeleteValue("i"), Key.ReadInt("i", 0) == 5, !Registry_c(MACHINE).CreateKey("new"));
         EXPECT_EACH(Own.OpenKey("own", 0), !Own.DeleteKey("", 1), Own.ReadInt("i", 0) == 6);
-        return HasFailure() ? 1 : 0;
+        return 0;
     };
     int const iResult = StatusAsNobody(fnOpen);
     fs::permissions(sTree, fs::perms(0755));

@@ -32,21 +32,21 @@ namespace
 #define OPERATION(...)                                                                                                 \
     []([[maybe_unused]] Script_c & S, [[maybe_unused]] char * b, [[maybe_unused]] std::string a) { __VA_ARGS__; }
     std::map<char, Operation_t> const g_dOperations = {
-        { 'T', OPERATION(return S.GetToken(b, false), "["s + b + "]") },
-        { 'P', OPERATION(return S.GetToken(b, true), "["s + b + "]") },
-        { 'W', OPERATION(return S.GetSpecific(b), "<"s + b + ">") },
-        { 'L', OPERATION(return S.GetLine(b, std::stoi(a)), "{"s + b + "}") },
-        { 'S', OPERATION(return S.GetString(b, 5, a[0]), "'"s + b + "'") },
+        { 'T', OPERATION(S.GetToken(b, false); return "["s + b + "]") },
+        { 'P', OPERATION(S.GetToken(b, true); return "["s + b + "]") },
+        { 'W', OPERATION(S.GetSpecific(b); return "<"s + b + ">") },
+        { 'L', OPERATION(S.GetLine(b, std::stoi(a)); return "{"s + b + "}") },
+        { 'S', OPERATION(S.GetString(b, 5, a[0]); return "'"s + b + "'") },
         { 'I', OPERATION(return std::to_string(a.empty() ? S.GetInt() : S.GetInt(a.c_str()))) },
         { 'F', OPERATION(float const f = a.empty() ? S.GetFloat() : S.GetFloat(a.c_str());
                          return ""s + Va("%g", static_cast<double>(f))) },
-        { 'K', OPERATION(return S.SkipToken(a.c_str()), ""s) },
-        { '@', OPERATION(return S.SetPosition(std::stoi(a)), ""s) },
+        { 'K', OPERATION(S.SkipToken(a.c_str()); return ""s) },
+        { '@', OPERATION(S.SetPosition(std::stoi(a)); return ""s) },
         { 'w', OPERATION(return Found(S.RewindAfterToken(a.c_str(), false, true))) },
         { 'X', OPERATION(return Found(S.RewindAfterToken(a.c_str(), true, true))) },
         { 'p', OPERATION(return Found(S.RewindAfterToken(a.c_str(), false, false))) },
         { 'q', OPERATION(return Found(S.RewindAfterToken(a.c_str(), true, false))) },
-        { 'D', OPERATION(return S.GetDump(b, std::stoi(a), std::stoi(a) + 3), std::string(b, 3)) },
+        { 'D', OPERATION(S.GetDump(b, std::stoi(a), std::stoi(a) + 3); return std::string(b, 3)) },
         { '.', OPERATION(return std::to_string(S.m_iBytesRead) + ":" + std::to_string(S.m_iLines)
                                 + (S.m_bEndOfFile ? "!" : "")) },
     };
@@ -134,20 +134,20 @@ TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
         { std::string(250, 'x') + " needle " + std::string(99, 'y') + "\0b c"s, "pneedle|T|qc|qy|.",
             "found [" + std::string(99, 'y') + "] none found 357:0" },
     };
-    for (Row_s const & row : dRows)
+    for (Row_s const & Row : dRows)
     {
-        SCOPED_TRACE(row.sText + " -> " + row.sSteps);
+        SCOPED_TRACE(Row.sText + " -> " + Row.sSteps);
         Script_c File;
-        Serve("a.txt", row.sText);
+        Serve("a.txt", Row.sText);
         ASSERT_TRUE(File.OpenFile("A.txt"));
         EXPECT_STREQ(File.m_sName, "A.txt");
         int const nEarlier = m_Dialogs.GetCount();
-        EXPECT_EQ(Drive(File, row.sSteps), row.sOutcome);
+        EXPECT_EQ(Drive(File, Row.sSteps), Row.sOutcome);
         EXPECT_EQ(m_Dialogs.GetCount(), nEarlier) << "a file's mismatches are silent";
         File.CloseFile();
 
         // A block of exactly the text's size, so that an address checker reports a read beyond it.
-        std::vector<char> dText(row.sText.begin(), row.sText.end());
+        std::vector<char> dText(Row.sText.begin(), Row.sText.end());
         char * const pText = dText.empty() ? nullptr : dText.data();
         int const nText = static_cast<int>(dText.size());
         Script_c Memory;
@@ -155,9 +155,9 @@ TEST_F(ScriptTest, ReadsTheSameFromAFileAndFromMemory)
         EXPECT_STREQ(Memory.m_sName,
             Va("Memory mapped: %08" PRIXPTR ", size: %d", reinterpret_cast<std::uintptr_t>(pText), nText));
         std::string sOutcome;
-        std::string sFailed = FailedConditions([&] { sOutcome = Drive(Memory, row.sSteps); });
-        EXPECT_EQ(sOutcome, row.sOutcome);
-        EXPECT_EQ(std::count(sFailed.begin(), sFailed.end(), '&') + !sFailed.empty(), row.nMismatches) << sFailed;
+        std::string sFailed = FailedConditions([&] { sOutcome = Drive(Memory, Row.sSteps); });
+        EXPECT_EQ(sOutcome, Row.sOutcome);
+        EXPECT_EQ(std::count(sFailed.begin(), sFailed.end(), '&') + !sFailed.empty(), Row.nMismatches) << sFailed;
     }
 }
 
@@ -209,7 +209,7 @@ TEST_F(ScriptTest, StatesWhatItRequires)
         Script.OpenMemoryLocation("'12345678'", 10);
         std::string sOutcome;
         EXPECT_EQ(FailedConditions([&, p = szSteps] { sOutcome = Drive(Script, p); }), szConditions) << szSteps;
-        EXPECT_EQ(sOutcome, szOutcome);
+        EXPECT_EQ(sOutcome, szOutcome) << szSteps;
     }
     char c = 'c';
     EXPECT_EQ(FailedConditions([&] { Script.GetDump(&c, 2, 2); }), "iEnd > iStart");

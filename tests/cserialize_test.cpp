@@ -120,7 +120,7 @@ TEST(Serialize, StoresAndLoadsWhatTheExampleLacks)
     {
         std::string const sBytes = Saved(fnBody);
         EXPECT_EQ(Hex(sBytes), std::string("03 00 01 00") + szHex);
-        EXPECT_TRUE(Loaded(sBytes, VERSION, fnBody));
+        EXPECT_TRUE(Loaded(sBytes, VERSION, fnBody)) << szHex;
     }
     EXPECT_EQ(sWord, "a") << "loaded from a text that was cut";
 }
@@ -132,6 +132,7 @@ TEST(Serialize, ChunksCrossTheBufferAndAreLeftEarly)
     std::iota(sBlock.begin(), sBlock.end() - 5000, '\0');
     for (int nLead = BufferedWriteable_c::BUFSIZE - 18; nLead <= BufferedWriteable_c::BUFSIZE; ++nLead)
     {
+        SCOPED_TRACE(nLead);
         std::string sData = sBlock;
         std::uint32_t dwTail = 77;
         ArchiveBody_t const fnBody = [&](A & a)
@@ -150,8 +151,8 @@ TEST(Serialize, ChunksCrossTheBufferAndAreLeftEarly)
         {
             sData.assign(nRead, '\0');
             dwTail = 0;
-            EXPECT_TRUE(Loaded(sBytes, VERSION, fnBody));
-            EXPECT_EQ(dwTail, 77u);
+            EXPECT_TRUE(Loaded(sBytes, VERSION, fnBody)) << nRead;
+            EXPECT_EQ(dwTail, 77u) << nRead;
             EXPECT_EQ(sData.substr(0, 10000), sBlock.substr(0, nRead));
         }
     }
@@ -173,7 +174,7 @@ TEST(Serialize, VersionsAndLabelsDecideWhatLoads)
         })
     {
         LogCapture_c const Log;
-        EXPECT_EQ(EndOf(sBytes, fnBody), cEnd);
+        EXPECT_EQ(EndOf(sBytes, fnBody), cEnd) << szLog;
         EXPECT_EQ(Log.GetText(), szLog);
     }
     EXPECT_EQ(dwVersion, 0x00010002u);
@@ -239,7 +240,12 @@ TEST(Serialize, ACheckSaysWhatIsWrongAndWhere)
         EXPECT_EQ(std::tuple(Result.eState, Result.iPosition, Result.nLeft, std::string(Result.sWhyNot)),
             std::tuple(eState, iPosition, nLeft, std::string(szWhyNot)));
     }
-    MemoryFile_c File(Saved([](A & a) { a.ChunkEnd((a.ChunkBegin("A"), "A")); }));
+    MemoryFile_c File(Saved(
+        [](A & a)
+        {
+            a.ChunkBegin("A");
+            a.ChunkEnd("A");
+        }));
     EXPECT_EACH(ArchiveCheck(FileBytes(&File), VERSION).nLeft == 8,
         ArchiveCheck(FileBytes(&File), VERSION, { "A" }).IsSound(),
         !ArchiveCheck(FileBytes(&File), VERSION, { "A", "B" }).IsSound(),
@@ -303,6 +309,7 @@ TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)
             { "sBuffer && iBufLength > 0", [&](A & a) { a.SerializeString(szKept, 0); } },
         })
     {
+        SCOPED_TRACE(szCondition);
         MemoryFile_c File(sChunk);
         FileOpen(&File);
         Readable_c Archive(&File, VERSION);
@@ -349,7 +356,7 @@ TEST(Serialize, AWriterHoldsItsFileAndTakesNoMemory)
     for (std::string const & sOther : { sPath, Folder.MakeFolder("f.arc") })
     {
         BufferedWriteable_c Other(sOther.c_str(), VERSION);
-        EXPECT_EACH(!Other.Open(), Other.IsFailed(), !Other.Serialize(&Other, 9999), Other.Close());
+        EXPECT_EACH(!Other.Open(), Other.IsFailed(), !Other.Serialize(&Other, 9999), Other.Close()) << sOther;
         EXPECT_EQ(Other.GetFileName(), sOther);
     }
     EXPECT_EQ(Folder.Read("taken.bin").size(), 2u * BufferedWriteable_c::BUFSIZE);
@@ -375,7 +382,12 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
     };
     {
         FileReplacement_c Replacement(sPath.c_str());
-        EXPECT_EQ(StatusOfChild(StartChild([&] { return Replacement.~FileReplacement_c(), 0; })), 0);
+        auto const Destroy = [&Replacement]
+        {
+            Replacement.~FileReplacement_c();
+            return 0;
+        };
+        EXPECT_EQ(StatusOfChild(StartChild(Destroy)), 0);
         EXPECT_EQ(CountBeside(), 1) << "a child's copy";
     }
     for (auto const & [eWay, sName, bReplaced] : Rows_t<Way_e, std::string, bool>{ { LEFT, "one.sav", false },
@@ -395,7 +407,10 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
             EXPECT_EQ(CountBeside(), sName.size() <= 7 ? 2 : 0) << sName << ": one for each replacement here";
             bool const bWhole = eWay == STILL_OPEN || (Archive.Close() && !Archive.IsFailed());
             EXPECT_EQ(eWay != LEFT && bWhole && Replacement.Commit(), bReplaced) << sName;
-            EXPECT_FALSE(bReplaced ? Replacement.Commit() : false) << "a second time";
+            if (bReplaced)
+            {
+                EXPECT_FALSE(Replacement.Commit()) << "a second time";
+            }
         }
         EXPECT_EQ(CountBeside(), 0) << "something is left";
     }

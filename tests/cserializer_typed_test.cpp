@@ -182,6 +182,7 @@ TEST(SerializerTyped, DamageNeverMakesAPointerOfAnotherType)
     };
     for (std::size_t i = 4; i < sWhole.size(); ++i)
     {
+        SCOPED_TRACE(i);
         for (int const iFlip : { 0x01, 0x80, 0x07 })
         {
             ExpectSound(std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ iFlip)));

@@ -102,9 +102,11 @@ TEST(Sha1, ReturnsThePublishedDigestAndRefusesNullTooLongAndWrongOrder)
     EXPECT_EQ(SHA1Input(&Long, &cByte, 1), shaInputTooLong);
     EXPECT_EQ(SHA1Input(&NoBytes, nullptr, 1), shaNull);
     EXPECT_EQ(SHA1Result(&NoOutput, nullptr), shaNull);
-    for (SHA1Context * pFailed : { &Done, &Long, &NoBytes, &NoOutput })
+    for (auto const & [szWhat, pFailed] : Rows_t<char const *, SHA1Context *>{
+             { "done", &Done }, { "too long", &Long }, { "no bytes", &NoBytes }, { "no output", &NoOutput } })
     {
         EXPECT_EACH(SHA1Input(pFailed, &cByte, 1) == shaStateError, SHA1Result(pFailed, dHash) == shaStateError,
-            SHA1Reset(pFailed) == shaSuccess, SHA1Input(pFailed, &cByte, 1) == shaSuccess);
+            SHA1Reset(pFailed) == shaSuccess, SHA1Input(pFailed, &cByte, 1) == shaSuccess)
+            << szWhat;
     }
 }

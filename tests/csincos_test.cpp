@@ -1,9 +1,9 @@
 #include "zqcore/csincos.h"
 
+#include "tests/test_support.h"
 #include "zqcore/ccrc.h"
 
 #include <bit>
-#include <gtest/gtest.h>
 
 namespace
 {
@@ -12,8 +12,7 @@ namespace
 
 TEST(SinCos, TheModuleFillsTheTableWithTheNearestFloats)
 {
-    Module_c::Register(ModuleSinCos_c::Get());
-    ASSERT_TRUE(Module_c::InitializeAllModules());
+    ASSERT_TRUE(StartModule(ModuleSinCos_c::Get()));
     Module_c::ShutdownAllModules();
     std::uint32_t dwCrc = 0xFFFFFFFFu;
     for (float const fSine : g_dSinTable)

@@ -23,7 +23,7 @@ namespace
             return bOpen;
         }
 
-        // Returns head and rows, their cells joined by bars. Returns what was logged if the sheet is closed.
+        // Returns head and rows, each cell followed by a bar, or what was logged if the sheet is closed.
         std::string Dump()
         {
             if (!m_Sheet.IsOpen())
@@ -81,18 +81,18 @@ TEST_F(SpreadsheetTest, ReadsHeadAndRowsOrReportsWhatIsWrong)
         { "\n\r\n\t\n", HEAD_FAILED },
         { "\x01\0"s, HEAD_FAILED },
     };
-    for (Row_s const & row : dRows)
+    for (Row_s const & Row : dRows)
     {
-        SCOPED_TRACE(row.sText.substr(0, 80));
-        SpreadsheetFmtDesc_t const * const pFmt = row.dFmt.empty() ? nullptr : row.dFmt.data();
-        bool const bOpen = Open(row.sText, pFmt);
+        SCOPED_TRACE(Row.sText.substr(0, 80));
+        SpreadsheetFmtDesc_t const * const pFmt = Row.dFmt.empty() ? nullptr : Row.dFmt.data();
+        bool const bOpen = Open(Row.sText, pFmt);
         EXPECT_EQ(bOpen, m_Sheet.IsOpen());
-        EXPECT_EQ(Dump(), row.sOutcome);
+        EXPECT_EQ(Dump(), Row.sOutcome);
         if (bOpen)
         {
             m_Sheet.Close();
         }
-        EXPECT_EQ(m_Sheet.GetRowCount() + m_Sheet.GetColumnCount(), 0);
+        EXPECT_EQ(std::pair(m_Sheet.GetRowCount(), m_Sheet.GetColumnCount()), std::pair(0, 0));
         EXPECT_TRUE(Open("a,b\n")) << "the usual separators are back";
         EXPECT_EQ(Dump(), "a|b|");
         m_Sheet.Close();
@@ -216,6 +216,7 @@ TEST_F(SpreadsheetTest, HoldsNotMoreThanFourTimesTheFile)
     ASSERT_TRUE(Open(sTiny));   // the first file object allocates room for many
     for (std::string const & sText : { sPlain, sTiny, sWide + "\n1\n2\n3\n4\n" })
     {
+        SCOPED_TRACE(sText.size());
         m_Sheet.Close();
         std::ptrdiff_t const nBefore = MemoryTotalBytesAllocated();
         ASSERT_TRUE(Open(sText));

@@ -11,13 +11,13 @@ namespace
     // none.
     std::string Token(SimpleTextParser_c const & Parser)
     {
-        std::ostringstream Out;
-        Parser.IsWord()     ? Out << "w:" << Parser.GetWord()
-        : Parser.IsString() ? Out << "s:" << Parser.GetString()
-        : Parser.IsNumber() ? Out << "n:" << Parser.GetNumber()
-        : Parser.IsSymbol() ? Out << "y:" << Parser.GetSymbol()
-                            : Out << ".";
-        return Out.str();
+        std::ostringstream Number;
+        Number << Parser.GetNumber();
+        return Parser.IsWord()     ? "w:"s + Parser.GetWord()
+               : Parser.IsString() ? "s:"s + Parser.GetString()
+               : Parser.IsNumber() ? "n:" + Number.str()
+               : Parser.IsSymbol() ? "y:"s + Parser.GetSymbol()
+                                   : ".";
     }
 
     // Returns all tokens of an open parser, each followed by a bar.
@@ -84,23 +84,23 @@ TEST(TextParser, SplitsATextAlikeHoweverItIsOpened)
         { "a b", "w:a|w:b|", { { 0, 255, CharacterParsingRule_e{} }, { 0, 255, CharacterParsingRule_e{ 8 } } },
             sUnknown + sUnknown },
     };
-    for (Row_s const & row : dRows)
+    for (Row_s const & Row : dRows)
     {
-        SCOPED_TRACE(row.sText.substr(0, 80));
+        SCOPED_TRACE(Row.sText.substr(0, 80));
         LogCapture_c Log;
         SimpleTextParser_c Parser;
-        for (Rule_s const & Rule : row.dRules)
+        for (Rule_s const & Rule : Row.dRules)
         {
             Parser.SetCharacterRule(static_cast<char>(Rule.iFirst), static_cast<char>(Rule.iLast), Rule.eRule);
         }
         // A block of exactly the text's size, so that an address checker reports a read beyond it.
-        std::vector<char> const dText(row.sText.begin(), row.sText.end());
+        std::vector<char> const dText(Row.sText.begin(), Row.sText.end());
         ASSERT_TRUE(Parser.Open(dText.data(), static_cast<int>(dText.size())));
-        EXPECT_EQ(Tokens(Parser), row.sTokens);
-        EXPECT_EQ(Log.GetText(), row.sLog);
+        EXPECT_EQ(Tokens(Parser), Row.sTokens);
+        EXPECT_EQ(Log.GetText(), Row.sLog);
         Parser.Close();
         ASSERT_TRUE(Parser.Open(dText.data(), dText.data() + dText.size())) << "the rules outlive Close";
-        EXPECT_EQ(Tokens(Parser), row.sTokens);
+        EXPECT_EQ(Tokens(Parser), Row.sTokens);
     }
 }
 
@@ -111,7 +111,8 @@ TEST(TextParser, ClassifiesEachByteByDefault)
     {
         SimpleTextParser_c Parser;
         auto const c = static_cast<char>(i);
-        EXPECT_EQ(Parser.Open(&c, 1) && Parser.ParseNext(), i > ' ');
+        EXPECT_TRUE(Parser.Open(&c, 1)) << i;
+        EXPECT_EQ(Parser.ParseNext(), i > ' ') << i;
         sKinds += Token(Parser)[0];
     }
     EXPECT_EQ(sKinds, std::string(33, '.') + "ysyyyyyyyynynyynnnnnnnnnnyyyyyyy" + std::string(26, 'w') + "yyyywy"

@@ -116,7 +116,7 @@ TEST_F(TextValue, FillsTextsOfAnyKindAndReportsACut)
     EXPECT_EACH(!Sheet.Get("none", sText), sText == "longer text");
 
     EXPECT_EACH(List.StartProp(), List.NextProp(sText), sText == sLong, !List.NextProp(sText), sText.empty());
-    EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(List.StartProp() && List.NextProp(sCut)); }),
+    EXPECT_EQ(FailedConditions([&] { EXPECT_EACH(List.StartProp(), List.NextProp(sCut)); }),
         "int(strlen(m_Names[0])) < nMaxLength");
     EXPECT_EACH(List.StartVal(sLong.c_str()), List.NextVal(sShort), sShort == "value");
     EXPECT_EACH(List.GetFileFullPath(sPath), sPath.ends_with("l.txt"), List.GetFileName(sText), sText == "l.txt");

@@ -25,10 +25,11 @@ TEST(Tokenize, ReturnsThePiecesBetweenSeparators)
             { "  a,, b ,c", " ,", "a|b|c|" }, { "a b", nullptr, "a|b|" }, { "", " ", "" }, { ",,,", ",", "" },
             { "no separator", "", "no separator|" }, { "x;", ";", "x|" }, { sLong.c_str(), " ", sCut.c_str() } })
     {
-        EXPECT_EQ(Pieces<10>(szText, szSeparators), szExpected);
-        EXPECT_EQ(Pieces<1024>(szText, szSeparators), szExpected);
+        EXPECT_EQ(Pieces<10>(szText, szSeparators), szExpected) << szText;
+        EXPECT_EQ(Pieces<1024>(szText, szSeparators), szExpected) << szText;
     }
-    EXPECT_EQ(Pieces<10>(";a;;bc;", ';') + Pieces<1024>("d;e", ';'), "a|bc|d|e|");
+    EXPECT_EQ(Pieces<10>(";a;;bc;", ';'), "a|bc|");
+    EXPECT_EQ(Pieces<1024>("d;e", ';'), "d|e|");
 
     Array_T<String_T<256>, 10, 0> dPieces;
     dPieces.Add(String_T<256>("1,2,3,4,5,6,7,8,9,10,11,12"));

@@ -5,8 +5,8 @@
 
 namespace
 {
-    std::uint32_t s_dwResult;
-    int s_nStarts, s_nEnds;
+    std::uint32_t g_dwComResult;
+    int g_nComStarts, g_nComEnds;
 }
 
 TEST(WinCom, EachResultOfStartingDecidesWhatFollows)
@@ -18,19 +18,25 @@ TEST(WinCom, EachResultOfStartingDecidesWhatFollows)
              { true, 0, true, 0, 0 }, { true, 1, true, 2, 0 }, { true, 0x80010106, true, 0, 2 },
              { true, 0x8007000E, false, 0, 0 }, { true, 2, false, 0, 0 }, { false, 2, true, 0, 0 } })
     {
+        SCOPED_TRACE(testing::PrintToString(std::pair(bCom, dwResult)));
         LogCapture_c const Log;
-        s_dwResult = dwResult;
-        s_nStarts = s_nEnds = 0;
-        plat::ComSystem_t const Com = { [] { return ++s_nStarts, s_dwResult; }, [] { ++s_nEnds; } };
+        g_dwComResult = dwResult;
+        g_nComStarts = g_nComEnds = 0;
+        auto const Begin = []
+        {
+            ++g_nComStarts;
+            return g_dwComResult;
+        };
+        plat::ComSystem_t const Com = { Begin, [] { ++g_nComEnds; } };
         plat::ComSystem_t const Previous = plat::ComSystemSet(bCom ? Com : plat::ComSystem_t());
         for (int iRun = 0; iRun < 2; ++iRun)
         {
-            EXPECT_EQ(StartModule(ModuleWinCom_c::Get()), bInitialized) << dwResult;
+            EXPECT_EQ(StartModule(ModuleWinCom_c::Get()), bInitialized);
             EXPECT_EQ(ModuleWinCom_c::Get()->IsInitialized(), bInitialized);
             Module_c::ShutdownAllModules();
         }
-        EXPECT_EQ(s_nStarts, bCom ? 2 : 0) << "each start-up starts anew";
-        EXPECT_EQ(s_nEnds, bCom && bInitialized ? 2 : 0);
+        EXPECT_EQ(g_nComStarts, bCom ? 2 : 0) << "each start-up starts anew";
+        EXPECT_EQ(g_nComEnds, bCom && bInitialized ? 2 : 0);
         EXPECT_EACH(Log.Count(sAlready) == nAlready, Log.CountHolding("COM library") == nAlready,
             Log.Count(sChanged) == nChanged, Log.CountHolding("CoInitializeEx") == nChanged)
             << Log.GetText();

@@ -182,7 +182,10 @@ TEST(Documents, QuoteMessagesThatExistAndLinkToFilesThatExist)
             fs::path const Target = Entry.path().parent_path() / sLink.substr(0, sLink.find('#'));
             bool const bLambda = !Target.has_extension() || sLink.find(' ') != std::string::npos;
             bool const bOwn = !bLambda && sLink.find("://") == std::string::npos;
-            EXPECT_TRUE(!bOwn || fs::exists(Target)) << Entry.path() << ": " << sLink;
+            if (bOwn)
+            {
+                EXPECT_TRUE(fs::exists(Target)) << Entry.path() << ": " << sLink;
+            }
         }
     }
     EXPECT_GT(nMessages, 50u);

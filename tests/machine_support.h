@@ -19,6 +19,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -174,6 +175,22 @@ inline void ReplaceHandles(std::vector<int> const & dHandles)
     int const iFile = open("/dev/null", O_RDONLY);
     std::ranges::for_each(dHandles, [iFile](int i) { dup2(iFile, i); });
 }
+
+/// Scope in which a folder is locked, as by a process that stopped at work in it.
+class FolderLock_c
+{
+public:
+    explicit FolderLock_c(std::string const & sFolder)
+        : m_iFolder(open(sFolder.c_str(), O_RDONLY | O_CLOEXEC))
+    {
+        EXPECT_EQ(flock(m_iFolder, LOCK_EX), 0);
+    }
+    ~FolderLock_c() { close(m_iFolder); }
+    FolderLock_c & operator=(FolderLock_c &&) = delete;
+
+private:
+    int m_iFolder;
+};
 
 inline bool AreOpen(std::vector<int> const & dHandles)
 {

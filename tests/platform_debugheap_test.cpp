@@ -9,7 +9,6 @@
 
 #include <cstddef>
 #include <latch>
-#include <unistd.h>
 
 TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
 {
@@ -17,12 +16,13 @@ TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
     for (std::size_t const nBytes :
         { std::size_t{}, std::size_t{ 1 }, plat::HEAP_FILL_LIMIT, plat::HEAP_FILL_LIMIT + 1 })
     {
+        SCOPED_TRACE(nBytes);
         auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(nBytes, 0x290004, "file.cpp", 12));
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % alignof(std::max_align_t), 0u);
         auto const nEnds = static_cast<std::ptrdiff_t>(nBytes <= plat::HEAP_FILL_LIMIT ? nBytes : plat::HEAP_FILL_ENDS);
         EXPECT_EQ(std::count(p, p + nEnds, 0xCD), nEnds);
         EXPECT_EQ(std::count(p + nBytes - nEnds, p + nBytes, 0xCD), nEnds);
-        EXPECT_EQ(std::count(p - 4, p, 0xFD) + std::count(p + nBytes, p + nBytes + 4, 0xFD), 8);
+        EXPECT_EACH(std::count(p - 4, p, 0xFD) == 4, std::count(p + nBytes, p + nBytes + 4, 0xFD) == 4);
         plat::HeapBlock_t Block;
         ASSERT_TRUE(plat::HeapFindBlock(p, Block));
         EXPECT_EACH(Block.pUser == p, Block.nBytes == nBytes, Block.dwWord == 0x290004, Block.iLine == 12,
@@ -194,7 +194,10 @@ TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)
         {
             bool bFree = false;
             std::thread([&bFree] { bFree = s_First.TryEnter() && s_Second.TryEnter(); }).join();
-            return bFree && s_sCalls == "BbcC" && s_dGuarded[0] == s_dGuarded[1] ? 0 : 1;
+            EXPECT_TRUE(bFree);
+            EXPECT_EQ(s_sCalls, "BbcC");
+            EXPECT_EQ(s_dGuarded[0], s_dGuarded[1]);
+            return 0;
         };
         EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0);
         EXPECT_EQ(std::exchange(s_sCalls, ""), "BbpP");

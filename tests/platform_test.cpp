@@ -5,7 +5,6 @@
 #include "platform/process.h"
 #include "platform/system.h"
 #include "platform/text.h"
-#include "tests/coverage.h"
 #include "tests/test_support.h"
 
 #include <cerrno>
@@ -29,9 +28,10 @@ TEST(PlatformText, ConvertsBetweenUtf8AndWide)
     {
         wchar_t szWide[32];
         char szUtf8[32];
+        SCOPED_TRACE(szText);
         EXPECT_EQ(plat::WideFromUtf8(szWide, 32, szText), std::wcslen(szExpected));
-        EXPECT_STREQ(szWide, szExpected) << szText;
-        EXPECT_EQ(plat::IsUtf8(szText), bValid) << szText;
+        EXPECT_STREQ(szWide, szExpected);
+        EXPECT_EQ(plat::IsUtf8(szText), bValid);
         EXPECT_EQ(plat::Utf8FromWide(szUtf8, 32, szExpected), std::strlen(szText));
         EXPECT_STREQ(szUtf8, szText);
     }
@@ -122,16 +122,17 @@ TEST(PlatformReserve, FreesNoDescriptorOfTheHostAndOpensWhatTheHostHasClosed)
 
 TEST(PlatformDebugger, SeesATracerAndBreaksIntoIt)
 {
-    pid_t const iChild = fork();
-    if (iChild == 0)
+    auto const BreakTraced = []
     {
         bool const bBefore = plat::DebuggerIsPresent();
         bool const bAllowed = ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0;
         bool const bTraced = plat::DebuggerIsPresent();
         signal(SIGTRAP, SIG_DFL);
         ZQ_BREAK();   // untraced, the end
-        EndChild(bAllowed && !bBefore && bTraced ? 3 : 4);
-    }
+        EXPECT_EACH(!bBefore, bAllowed, bTraced);
+        return 3;
+    };
+    pid_t const iChild = StartChild(BreakTraced);
     int iStatus = 0;
     waitpid(iChild, &iStatus, 0);
     EXPECT_EQ(WIFSTOPPED(iStatus) ? WSTOPSIG(iStatus) : WTERMSIG(iStatus), SIGTRAP);

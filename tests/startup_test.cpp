@@ -8,7 +8,7 @@ namespace
     {
         Result_s const Result =
             RunShell("cd " + Folder.GetPath() + " && " TEST_EMULATOR "'" STARTUP_ORDER_PATH "' " + sArgument + " 2>&1");
-        EXPECT_EQ(Result.iStatus, 0);
+        EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;
         return Result.sOutput;
     }
 }

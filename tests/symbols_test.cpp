@@ -194,9 +194,9 @@ TEST_F(SymbolWalk, AWalkGoesOnWhenTheHelperDies)
             SKIP_IF(!KillHelper(), "the kernel does not list a thread's children");
             for (std::size_t i = 1; i < NAMES.size(); ++i)
             {
-                ASSERT_TRUE(Symbols.NextFrame(&Frame));
-                EXPECT_EQ(Frame.Address, dReal[i]);
-                EXPECT_FALSE(Symbols.IsRunning());
+                ASSERT_TRUE(Symbols.NextFrame(&Frame)) << i;
+                EXPECT_EQ(Frame.Address, dReal[i]) << i;
+                EXPECT_FALSE(Symbols.IsRunning()) << i;
             }
         });
 }

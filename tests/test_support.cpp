@@ -74,11 +74,14 @@ long ResidentPages()
 
 pid_t StartChild(std::function<int()> const & fnRun)
 {
+    constexpr int EXPECTATION_FAILED = 98;
+    bool const bFailedBefore = testing::Test::HasFailure();
     pid_t const iChild = fork();
     if (iChild == 0)
     {
         alarm(60);   // ends it if the test does not
-        EndChild(fnRun());
+        int const iStatus = fnRun();
+        EndChild(testing::Test::HasFailure() && !bFailedBefore ? EXPECTATION_FAILED : iStatus);
     }
     return iChild;
 }

@@ -73,7 +73,7 @@ bool StartModule(Module_c * pModule);
 /// Returns the pages of this process in memory, without those of files.
 long ResidentPages();
 
-/// Starts a child process that ends with the status that the call returns.
+/// Starts a child process that ends with the status that the call returns, or with 98 if an expectation failed in it.
 pid_t StartChild(std::function<int()> const & fnRun);
 
 /// Waits for the end of a child. Returns its status, or -1 if a signal ended it.

@@ -20,6 +20,6 @@ TEST(Zqsymbols, NamesAFunctionWithoutArgumentsAndResult)
             { "_Z2f4IiEPA3_iT_", "f4<int>" }, { "_ZN2ns1gIiEENS_15binary_operatorIiEEi", "ns::g<int>" },
             { "_ZN2OflsIiEEvT_", "Of::operator<< <int>" } })
     {
-        EXPECT_EQ(zqsymbols::PlainName(szLinkerName), szExpected);
+        EXPECT_EQ(zqsymbols::PlainName(szLinkerName), szExpected) << szLinkerName;
     }
 }

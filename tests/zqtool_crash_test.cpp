@@ -482,6 +482,6 @@ TEST_F(ZqtoolCrash, ArgumentsAreChecked)
     {
         EXPECT_THAT(RunTool(sArguments), Ends(iStatus, HasSubstr(sExpected))) << sArguments;
     }
-    EXPECT_EQ(RunShell(TEST_EMULATOR "'" ZQTOOL_PATH "' crash --help 2>/dev/null").sOutput.empty(), false);
+    EXPECT_NE(RunShell(TEST_EMULATOR "'" ZQTOOL_PATH "' crash --help 2>/dev/null").sOutput, "");
     EXPECT_EQ(m_Folder.Read(std::string(STEM) + "_details.txt"), DETAILS);
 }

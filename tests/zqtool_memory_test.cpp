@@ -114,7 +114,8 @@ TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)
         Result_s const Result = RunTool("memory " + Folder.Write("bad.csv", sReport));
         EXPECT_EQ(Result.iStatus, 1) << sWhat;
         EXPECT_THAT(Result.sOutput, HasSubstr("bad.csv" + sExpected)) << sWhat;
-        EXPECT_EQ(Result.sOutput.find("60 100.0%") != std::string::npos, sReport.find(sBlock) != std::string::npos);
+        EXPECT_EQ(Result.sOutput.find("60 100.0%") != std::string::npos, sReport.find(sBlock) != std::string::npos)
+            << sWhat;
     }
     EXPECT_EQ(RunTool("memory " + Folder.Join("absent.csv")).iStatus, 1);
     std::string const sFile = Folder.Write("good.csv", REPORT + TAIL);
@@ -123,6 +124,6 @@ TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)
     {
         Result_s const Result = RunTool(szArguments);
         EXPECT_EQ(Result.iStatus, 2) << szArguments;
-        EXPECT_THAT(Result.sOutput, HasSubstr("zqtool memory --help"));
+        EXPECT_THAT(Result.sOutput, HasSubstr("zqtool memory --help")) << szArguments;
     }
 }

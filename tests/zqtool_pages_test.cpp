@@ -219,7 +219,7 @@ namespace
                 EXPECT_EQ(AttributeOf(sDocument, "seen"), sSeen + (bDark ? "; dark; " : "; light; ") + sWidth)
                     << sState;
                 std::vector<std::string> const dFigures = Split(AttributeOf(sDocument, "figures"), ';');
-                EXPECT_EQ(dFigures.size(), 4u);
+                EXPECT_EQ(dFigures.size(), 4u) << sState;
                 for (std::string const & sFigures : dFigures)
                 {
                     EXPECT_THAT(Result.sOutput, HasSubstr(sFigures)) << sState;

@@ -247,8 +247,7 @@ TEST_F(ZqtoolStats, RefusesWhatItCantDo)
         EXPECT_EQ(RunTool("stats " + sArguments).iStatus, iStatus) << sArguments;
     }
     EXPECT_EQ(m_Folder.Read("zq.stats"), Sample());
-    std::string const sPipe = m_Folder.Join("pipe"), sFolder = m_Folder.MakeFolder("folder");
-    ASSERT_EQ(RunShell("mkfifo " + sPipe).iStatus, 0);
+    std::string const sPipe = MakePipe(m_Folder.Join("pipe")), sFolder = m_Folder.MakeFolder("folder");
     for (std::string const & sOther : { sPipe, sFolder })
     {
         for (char const * szCommand : { "stats ", "stats --follow --frames 300 ", "memory ", "disasm " })

@@ -17,8 +17,8 @@ namespace
         int nPrice;
     };
 
-    StringHash_T<Item_s, 128, 64, 3> s_Items;
-    IndexHash_T<int, 16, 1> s_Numbers;
+    StringHash_T<Item_s, 128, 64, 3> g_Items;
+    IndexHash_T<int, 16, 1> g_Numbers;
 
     // Memory that no constructor has seen.
     template <typename T>
@@ -72,11 +72,11 @@ int main()
     Raw_T<Callbacker_T<bool>> RawEvent;
 
     Item_s Sword{ "sword", 12 }, Rope{ "rope", 3 };
-    s_Items.Add(&Sword, &Sword.sName);
-    s_Items.Add(&Rope, &Rope.sName);
+    g_Items.Add(&Sword, &Sword.sName);
+    g_Items.Add(&Rope, &Rope.sName);
     String_T<128> const sGhost("ghost");
-    s_Items.Add(reinterpret_cast<Item_s *>(16), &sGhost);
-    s_Numbers.Add(700, 7);
+    g_Items.Add(reinterpret_cast<Item_s *>(16), &sGhost);
+    g_Numbers.Add(700, 7);
     Raw_T<IndexHash_T<int, 16, 1>> RawTable;
 
     GigaPoolStatic_c Pool(64, 48);

@@ -33,7 +33,7 @@ namespace
     constexpr std::ptrdiff_t MIB = 1 << 20;
     void * g_pLast = nullptr;
 
-    class CountedShip : public ::testing::Test
+    class CountedShip : public testing::Test
     {
     protected:
         // Threads and libraries of the test itself allocate under other categories.
@@ -82,19 +82,21 @@ TEST_F(CountedShip, AlignsBlocksAndKeepsTheirContents)
     for (auto const & [nBytes, nAlignment, nOffset] :
         Rows_t<std::size_t, std::size_t, std::size_t>{ { 10, 3, 0 }, { 10, 16, 10 }, { 10, 0, 0 } })
     {
-        EXPECT_EQ(aligned_offset_malloc_dbg(nBytes, nAlignment, nOffset, iWord, __FILE__, __LINE__), nullptr);
+        EXPECT_EQ(aligned_offset_malloc_dbg(nBytes, nAlignment, nOffset, iWord, __FILE__, __LINE__), nullptr)
+            << nAlignment;
     }
     for (auto const & [nBytes, nAlignment, nOffset] : Rows_t<std::size_t, std::size_t, std::size_t>{
              { 10, 1, 0 }, { 10, 4, 3 }, { 64, 64, 0 }, { 100, 4096, 37 }, { 1 << 20, 1 << 16, 16 } })
     {
+        SCOPED_TRACE(nAlignment);
         auto * p =
             static_cast<char *>(aligned_offset_malloc_dbg(nBytes, nAlignment, nOffset, iWord, __FILE__, __LINE__));
-        EXPECT_EQ((reinterpret_cast<std::uintptr_t>(p) + nOffset) % nAlignment, 0u) << nAlignment;
+        EXPECT_EQ((reinterpret_cast<std::uintptr_t>(p) + nOffset) % nAlignment, 0u);
         EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, static_cast<std::ptrdiff_t>(nBytes)));
         EXPECT_EQ(get_aligned_from_block(get_block_from_aligned(p), nAlignment, nOffset), p);
         std::memset(p, 7, nBytes);
         p = static_cast<char *>(aligned_realloc_dbg(p, nBytes + 50, 32, iWord, __FILE__, __LINE__));
-        EXPECT_EQ(std::string(p, nBytes), std::string(nBytes, 7)) << nAlignment;
+        EXPECT_EQ(std::string(p, nBytes), std::string(nBytes, 7));
         aligned_free_dbg(p);
         EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
     }
@@ -203,7 +205,7 @@ TEST_F(CountedShip, WritesALineForEachCategory)
     MemCategoryScope_c const Category(mem::Decals);
     std::unique_ptr<char[]> const One(ZQ_NEW char[100]), Two(ZQ_NEW char[200]);
     MemoryLogAllocations();
-    EXPECT_THAT(Folder.Read("allocations.csv"), ::testing::HasSubstr("\n300; Decals; blocks(2)\n"));
+    EXPECT_THAT(Folder.Read("allocations.csv"), testing::HasSubstr("\n300; Decals; blocks(2)\n"));
 }
 
 TEST_F(CountedShip, AForkedChildCountsOn)
@@ -218,7 +220,8 @@ TEST_F(CountedShip, AForkedChildCountsOn)
                 MemCategoryScope_c const Inner(mem::Decals);
                 g_pLast = ::operator new(10);
             });
-        return FiguresOf(mem::Decals) == Figures_t(2, 110) ? 0 : 1;
+        EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(2, 110));
+        return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(fnCount)), 0);
 }
@@ -227,29 +230,31 @@ TEST_F(CountedShip, EachFormOfTheOperatorsFreesWhatItsCounterpartCounts)
 {
     constexpr std::align_val_t WIDE{ 64 };
     MemCategoryScope_c const Category(mem::Decals);
-    using Calls_t = std::tuple<void * (*)(), void (*)(void *)>;
-    for (auto const & [fnNew, fnDelete] :
-        {
-            Calls_t(
-                [] { return ::operator new(100, std::nothrow); }, [](void * p) { ::operator delete(p, std::nothrow); }),
-            { [] { return ::operator new[](100, std::nothrow); },
+    for (auto const & [szForm, fnNew, fnDelete] :
+        Rows_t<char const *, void * (*)(), void (*)(void *)>{
+            { "nothrow", [] { return ::operator new(100, std::nothrow); },
+                [](void * p) { ::operator delete(p, std::nothrow); } },
+            { "array, nothrow", [] { return ::operator new[](100, std::nothrow); },
                 [](void * p) { ::operator delete[](p, std::nothrow); } },
-            { [] { return ::operator new(100, WIDE); }, [](void * p) { ::operator delete(p, WIDE); } },
-            { [] { return ::operator new(100, WIDE, std::nothrow); },
+            { "aligned", [] { return ::operator new(100, WIDE); }, [](void * p) { ::operator delete(p, WIDE); } },
+            { "aligned, nothrow", [] { return ::operator new(100, WIDE, std::nothrow); },
                 [](void * p) { ::operator delete(p, WIDE, std::nothrow); } },
-            { [] { return ::operator new[](100, WIDE); }, [](void * p) { ::operator delete[](p, 100, WIDE); } },
-            { [] { return ::operator new[](100, WIDE, std::nothrow); },
+            { "aligned array", [] { return ::operator new[](100, WIDE); },
+                [](void * p) { ::operator delete[](p, 100, WIDE); } },
+            { "aligned array, nothrow", [] { return ::operator new[](100, WIDE, std::nothrow); },
                 [](void * p) { ::operator delete[](p, WIDE, std::nothrow); } },
-            { [] { return CoreMemory::operator_new_aligned(100, 64, MEMORY_CLIENT_BLOCK, "ship.cpp", 1); },
+            { "library's aligned",
+                [] { return CoreMemory::operator_new_aligned(100, 64, MEMORY_CLIENT_BLOCK, "ship.cpp", 1); },
                 [](void * p) { CoreMemory::operator_delete_aligned(p, 64); } },
-            { [] { return CoreMemory::operator_new_array_aligned(100, 64, MEMORY_CLIENT_BLOCK, "ship.cpp", 1); },
+            { "library's aligned array",
+                [] { return CoreMemory::operator_new_array_aligned(100, 64, MEMORY_CLIENT_BLOCK, "ship.cpp", 1); },
                 [](void * p) { CoreMemory::operator_delete_array_aligned(p, 64); } },
         })
     {
         void * const p = fnNew();
-        EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, 100));
+        EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, 100)) << szForm;
         fnDelete(p);
-        EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
+        EXPECT_EQ(FiguresOf(mem::Decals), m_Before) << szForm;
     }
 }
 
@@ -259,7 +264,7 @@ TEST_F(CountedShip, CallLogHasEachAllocationWhileItIsOn)
     auto const fnRun = [&Folder]
     {
         ModuleLog_c::SetLogPath(Wide(Folder.GetPath()).c_str());
-        StartModule(ModuleLog_c::Get());
+        EXPECT_TRUE(StartModule(ModuleLog_c::Get()));
         MemCategoryScope_c const Category(mem::Decals);
         for (bool const bOn : { false, true, false })
         {
@@ -280,9 +285,8 @@ TEST(ShipDeathTest, ExhaustionEndsInAbort)
     for (std::size_t const nBytes : { SIZE_MAX / 2, SIZE_MAX })
     {
         LogToStandardError();
-        EXPECT_EXIT(g_pLast = ::operator new(nBytes), testing::KilledBySignal(SIGTRAP),
-            "Can't allocate additional [0-9]+ bytes\n");
-        EXPECT_EXIT(g_pLast = ::operator new (nBytes, std::align_val_t{ 64 }), testing::KilledBySignal(SIGTRAP),
+        EXPECT_EXIT(g_pLast = ::operator new(nBytes), EndedAtBreakpoint, "Can't allocate additional [0-9]+ bytes\n");
+        EXPECT_EXIT(g_pLast = ::operator new (nBytes, std::align_val_t{ 64 }), EndedAtBreakpoint,
             "Can't allocate additional [0-9]+ bytes\n");
         LogDone();
     }

@@ -63,11 +63,14 @@ namespace
     void FreeEarlyBlock()
     {
         mem::CategoryInfo const Before = InfoOf(mem::UNDEFINED);
-        Check(Before.iBytes >= 100000 && Before.iMaxBytes >= Before.iBytes, "a block before the tracking counts");
+        Check(Before.iBytes >= 100000, "a block before the tracking counts");
+        Check(Before.iMaxBytes >= Before.iBytes, "the most is not less than what is there");
         delete[] EarlyBlock();
         mem::CategoryInfo const After = InfoOf(mem::UNDEFINED);
-        Check(After.iCount == Before.iCount - 1 && After.iCount >= 0 && After.iBytes >= 0 && MemoryCheckConsistency(),
-            "it is gone, and no figure is negative");
+        Check(After.iCount == Before.iCount - 1, "it is gone");
+        Check(After.iCount >= 0, "the count is not negative");
+        Check(After.iBytes >= 0, "the bytes are not negative");
+        Check(MemoryCheckConsistency(), "the heap is consistent");
     }
 
     struct Early_s
@@ -166,7 +169,8 @@ int main(int nArguments, char ** dArguments)
     Check(Module_c::InitializeAllModules(), "the modules come up");
     Check(g_Probe.GetInitOrder() == 2, "the prerequisites came first");
     g_CommandCallbacker.Fire(1, false);
-    Check(g_nLines == 1 && g_nCommands == 1, "listener and callback were called");
+    Check(g_nLines == 1, "the listener was called");
+    Check(g_nCommands == 1, "the callback was called");
     for (auto const & [szWish, fnRun] : WISHES)
     {
         if (nArguments > 1 && std::strcmp(szWish, dArguments[1]) == 0)
