@@ -7,7 +7,6 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <string_view>
 #include <unordered_map>
 #include <vector>
 

@@ -4,7 +4,6 @@
 
 #include <Zydis/Zydis.h>
 #include <benchmark/benchmark.h>
-#include <cstdlib>
 #include <cstring>
 #include <immintrin.h>
 

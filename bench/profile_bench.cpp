@@ -2,7 +2,6 @@
 #include "zqcore/cfilename.h"
 #include "zqcore/cprofile.h"
 #include "zqcore/csimpleprofile.h"
-#include "zqcore/ctimer.h"
 
 #include "bench/bench_support.h"
 

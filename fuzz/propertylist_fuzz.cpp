@@ -45,19 +45,21 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     WarehouseLine_c Line;
     while (Scan.GetLine(&Line))
     {
-        if (!Line.IsNull(0))
+        if (Line.IsNull(0))
         {
-            Texts_t & dValues = Values[Line[0]];
-            if (!Line.IsNull(1))
-            {
-                if (dValues.empty())
-                {
-                    dNames.emplace_back(Line[0]);
-                }
-                StrToLower(Line[1]);
-                dValues.emplace_back(Line[1]);
-            }
+            continue;
         }
+        Texts_t & dValues = Values[Line[0]];
+        if (Line.IsNull(1))
+        {
+            continue;
+        }
+        if (dValues.empty())
+        {
+            dNames.emplace_back(Line[0]);
+        }
+        StrToLower(Line[1]);
+        dValues.emplace_back(Line[1]);
     }
 
     auto const NextProp = [&](char * p, int n) { return List.NextProp(p, n); };

@@ -9,7 +9,6 @@
 
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <vector>
 
 namespace
 {

@@ -1,6 +1,5 @@
 // zip_fuzz.cpp: archives of any bytes. What mounts is read in each way; contents are those that libzip reads by itself.
 #include "fuzz/fuzz_support.h"
-#include "zqcore/cdebug.h"
 #include "zqcore/czip.h"
 
 #include <fstream>

@@ -146,28 +146,31 @@ extern "C" std::FILE * __wrap_fdopen(int, char const *)
     return fmemopen(s_sMaps.data(), s_sMaps.size(), "r");
 }
 
-static void ReadIndex(std::string_view sFile)
+namespace
 {
-    using namespace zqsymbols;
-    IndexKey_t const Key = { "0123", 0x1000000, 1, 1 };
-    std::optional<IndexParts_t> const Whole = ParseIndex(sFile, Key);
-    Require(!Whole || FormatIndex(Key, *Whole) == sFile);
-    IndexParts_t Parts;
-    for (; sFile.size() >= sizeof(IndexRange_t); sFile.remove_prefix(sizeof(IndexRange_t)))
+    void ReadIndex(std::string_view sFile)
     {
-        IndexRange_t Range;
-        std::memcpy(&Range, sFile.data(), sizeof Range);
-        (Range.nValue & 1 ? Parts.dUnits : Parts.dSymbols).push_back(Range);
-    }
-    std::optional<IndexParts_t> const Read = ParseIndex(FormatIndex(Key, Parts), Key);
-    if (Read)
-    {
-        RangeIndex_c const Index(Read->dUnits);
-        for (IndexRange_t const & Range : Read->dUnits)
+        using namespace zqsymbols;
+        IndexKey_t const Key = { "0123", 0x1000000, 1, 1 };
+        std::optional<IndexParts_t> const Whole = ParseIndex(sFile, Key);
+        Require(!Whole || FormatIndex(Key, *Whole) == sFile);
+        IndexParts_t Parts;
+        for (; sFile.size() >= sizeof(IndexRange_t); sFile.remove_prefix(sizeof(IndexRange_t)))
         {
-            bool bFound = Range.nBytes == 0;
-            Index.FindAt(Range.nStart, [&](std::uint64_t nValue) { return bFound |= nValue == Range.nValue; });
-            Require(bFound);
+            IndexRange_t Range;
+            std::memcpy(&Range, sFile.data(), sizeof Range);
+            (Range.nValue & 1 ? Parts.dUnits : Parts.dSymbols).push_back(Range);
+        }
+        std::optional<IndexParts_t> const Read = ParseIndex(FormatIndex(Key, Parts), Key);
+        if (Read)
+        {
+            RangeIndex_c const Index(Read->dUnits);
+            for (IndexRange_t const & Range : Read->dUnits)
+            {
+                bool bFound = Range.nBytes == 0;
+                Index.FindAt(Range.nStart, [&](std::uint64_t nValue) { return bFound |= nValue == Range.nValue; });
+                Require(bFound);
+            }
         }
     }
 }

@@ -9,7 +9,7 @@
 // Failure: a call that fails leaves the reason for LastErrorText (process.h).
 #pragma once
 
-#include "platform/filewrite.h"
+#include "platform/files.h"
 
 namespace plat
 {

@@ -21,7 +21,7 @@
 namespace plat
 {
     /// Whether this build runs under the address checker.
-    constexpr bool ADDRESS_CHECKER = ZQ_ADDRESS_CHECKER;
+    inline constexpr bool ADDRESS_CHECKER = ZQ_ADDRESS_CHECKER;
 
     /// Makes each access to these bytes an error that the checker reports. The checker works in units of 8 bytes, so an
     /// access to a smaller remainder at either end may go unnoticed.

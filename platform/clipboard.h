@@ -16,7 +16,7 @@
 
 namespace plat
 {
-    constexpr std::size_t CLIPBOARD_LIMIT = 64 * 1024 * 1024;   // bytes of a block
+    inline constexpr std::size_t CLIPBOARD_LIMIT = 64 * 1024 * 1024;   // bytes of a block
 
     /// A block of bytes that can be put into the clipboard. A null block has the size 0 and can't be locked.
     struct ClipboardBlock_s;

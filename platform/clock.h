@@ -7,9 +7,9 @@
 
 namespace plat
 {
-    constexpr int NANOSECONDS_OF_SECOND = 1'000'000'000;
-    constexpr int NANOSECONDS_OF_MILLISECOND = 1'000'000;
-    constexpr int MILLISECONDS_OF_SECOND = 1000;
+    inline constexpr int NANOSECONDS_OF_SECOND = 1'000'000'000;
+    inline constexpr int NANOSECONDS_OF_MILLISECOND = 1'000'000;
+    inline constexpr int MILLISECONDS_OF_SECOND = 1000;
 
     /// Date and time of day, local.
     struct LocalTime_t

@@ -11,9 +11,9 @@
 namespace plat
 {
     /// Results of ComInitialize, with the numbers of Windows (CoInitializeEx). All other values are failures.
-    constexpr std::uint32_t COM_OK = 0;
-    constexpr std::uint32_t COM_ALREADY_INITIALIZED = 1;     // on this thread, in the same concurrency model
-    constexpr std::uint32_t COM_CHANGED_MODE = 0x80010106;   // on this thread, in the other model
+    inline constexpr std::uint32_t COM_OK = 0;
+    inline constexpr std::uint32_t COM_ALREADY_INITIALIZED = 1;     // on this thread, in the same concurrency model
+    inline constexpr std::uint32_t COM_CHANGED_MODE = 0x80010106;   // on this thread, in the other model
 
     /// The functions of a host. A null function counts as a success that does nothing.
     struct ComSystem_t

@@ -23,13 +23,14 @@
 namespace plat
 {
     /// Values of bytes, as in the Windows debug heap.
-    constexpr std::uint8_t HEAP_NEW = 0xCD;
-    constexpr std::uint8_t HEAP_FREED = 0xDD;
-    constexpr std::uint8_t HEAP_FENCE = 0xFD;
+    inline constexpr std::uint8_t HEAP_NEW = 0xCD;
+    inline constexpr std::uint8_t HEAP_FREED = 0xDD;
+    inline constexpr std::uint8_t HEAP_FENCE = 0xFD;
 
-    constexpr std::size_t HEAP_FILL_LIMIT = 512;   // bytes up to which a block is filled whole
-    constexpr std::size_t HEAP_FILL_ENDS = 128;    // bytes filled at either end of a larger block
-    constexpr std::size_t HEAP_FILE_SIZE = 256;    // bytes of a source file's name in a report, its zero included
+    inline constexpr std::size_t HEAP_FILL_LIMIT = 512;   // bytes up to which a block is filled whole
+    inline constexpr std::size_t HEAP_FILL_ENDS = 128;    // bytes filled at either end of a larger block
+    inline constexpr std::size_t HEAP_FILE_SIZE =
+        256;   // bytes of a source file's name in a report, with its terminator
 
     /// Event of which a hook is informed, with the numbers of the Windows debug heap (_HOOK_ALLOC, _HOOK_FREE).
     enum class HeapEvent_e

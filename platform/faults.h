@@ -46,6 +46,9 @@ namespace plat
     inline constexpr std::uint32_t FAULT_ABORT = 0x40000015;                // abort()
     inline constexpr std::uint32_t FAULT_UNCAUGHT_EXCEPTION = 0xE06D7363;   // a C++ exception that nobody catches
 
+    /// Start of FaultText's text for an uncaught exception. A space and the type follow, while the filter runs.
+    inline constexpr char FAULT_UNCAUGHT_TEXT[] = "Uncaught C++ exception";
+
     /// A thread's registers. The general ones are as wide as the process's addresses.
     struct FaultContext_t
     {
@@ -128,9 +131,6 @@ namespace plat
     /// overflow. Requires registers of the calling thread. Returns false if there is no such memory or the system does
     /// not report it. A filter may call it.
     bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack);
-
-    /// Start of FaultText's text for an uncaught exception. A space and the type follow, while the filter runs.
-    inline constexpr char FAULT_UNCAUGHT_TEXT[] = "Uncaught C++ exception";
 
     /// Copies a text for a code that the caller has no name for, cut to nSize - 1 bytes and always
     /// terminated. For an uncaught exception, while the filter runs, the text has its type, and its message if it has

@@ -6,6 +6,7 @@
 // Failure: nothing here logs. A function that fails leaves the reason for LastErrorText (process.h).
 #pragma once
 
+#include "platform/files.h"
 #include "platform/filewrite.h"
 
 namespace plat

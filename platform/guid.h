@@ -22,9 +22,9 @@ namespace plat
 
     /// Results of GuidCreateSequential, in the low 16 bits, with the numbers of Windows (UuidCreateSequential). All
     /// other values are failures. The last two come with an identifier.
-    constexpr std::uint32_t GUID_OK = 0;
-    constexpr std::uint32_t GUID_NO_ADDRESS = 1739;   // the machine has no hardware address
-    constexpr std::uint32_t GUID_LOCAL_ONLY = 1824;   // unique on this machine, but perhaps not elsewhere
+    inline constexpr std::uint32_t GUID_OK = 0;
+    inline constexpr std::uint32_t GUID_NO_ADDRESS = 1739;   // the machine has no hardware address
+    inline constexpr std::uint32_t GUID_LOCAL_ONLY = 1824;   // unique on this machine, but perhaps not elsewhere
 
     /// Function of a host that creates an identifier and returns a GUID_ result.
     using GuidSource_t = std::uint32_t (*)(Guid_t & Guid);

@@ -21,7 +21,7 @@
 
 namespace plat
 {
-    constexpr std::size_t LOOPBACK_MAX_REQUEST = 8192;   // bytes
+    inline constexpr std::size_t LOOPBACK_MAX_REQUEST = 8192;   // bytes
 
     /// Function that answers a request. It receives all that a client sent so far, at most LOOPBACK_MAX_REQUEST bytes.
     /// It returns null if the request is not complete, and then is called again once there is more. At the limit null

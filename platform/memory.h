@@ -7,7 +7,7 @@
 namespace plat
 {
     /// Bytes of the smallest page of this system. Memory is readable in whole pages of this size.
-    constexpr std::uintptr_t MEMORY_PAGE = 4096;
+    inline constexpr std::uintptr_t MEMORY_PAGE = 4096;
 
     /// Returns whether nBytes from an address on can be read. Tests one byte if nBytes is 0. It is safe for any
     /// address, including null. Makes one system call for each page.

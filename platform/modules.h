@@ -3,7 +3,6 @@
 // ModuleFind uses no heap and no lock, so a fault filter may call it.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 namespace plat

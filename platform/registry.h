@@ -45,7 +45,7 @@ namespace plat
     using RegistryKey_t = RegistryKey_s *;
 
     /// All rights, including the standard ones, with the number of Windows (KEY_ALL_ACCESS).
-    constexpr std::uint32_t REGISTRY_ALL_ACCESS = 0xF003F;
+    inline constexpr std::uint32_t REGISTRY_ALL_ACCESS = 0xF003F;
 
     /// Counts, and lengths in bytes. Those of names do not include a terminator.
     struct RegistryKeyInfo_t

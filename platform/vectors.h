@@ -6,7 +6,7 @@
 namespace plat
 {
     /// Numbers in 64 bytes, the widest register that SumPairs may use.
-    constexpr std::size_t VECTOR_NUMBERS = 64 / sizeof(std::ptrdiff_t);
+    inline constexpr std::size_t VECTOR_NUMBERS = 64 / sizeof(std::ptrdiff_t);
 
     /// Result of SumPairs.
     struct PairSums_t

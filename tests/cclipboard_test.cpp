@@ -1,4 +1,4 @@
-#include "tests/machine_support.h"
+#include "tests/test_support.h"
 #include "zqcore/cclipboard.h"
 
 namespace

@@ -1,4 +1,3 @@
-#include "platform/checker.h"
 #include "platform/debugger.h"
 #include "tests/machine_support.h"
 #include "zqcore/ccom.h"

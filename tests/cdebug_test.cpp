@@ -5,7 +5,6 @@
 #include "zqcore/ccallback_internal.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cdebug_spelling_internal.h"
-#include "zqcore/cexceptionreport.h"
 #include "zqcore/cfile.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory_internal.h"

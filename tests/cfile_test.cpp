@@ -3,6 +3,7 @@
 #include "zqcore/ctexterror.h"
 
 #include <climits>
+#include <fstream>
 
 using Reported_t = std::vector<std::string>;
 

@@ -1,5 +1,4 @@
 #include "tests/archive_support.h"
-#include "tests/machine_support.h"
 #include "tests/media_fixture.h"
 #include "zqcore/ccrc.h"
 #include "zqcore/cfilecache.h"

@@ -5,6 +5,8 @@
 #include "platform/filereplace.h"
 #include "platform/files.h"
 
+#include <fstream>
+
 using FilePathTest = MediaTest;
 
 TEST_F(FilePathTest, EntersEveryFileUnderItsFoldedNameDepthFirstInOneOrder)

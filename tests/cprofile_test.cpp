@@ -188,9 +188,10 @@ TEST_F(Profiler, MeasuresAcrossAClockThatRunsBackwards)
 
 TEST_F(Profiler, LeavesOutWhatFindsNoRoom)
 {
-    for (std::uint32_t i = 1; i < 512; ++i, ProfilerPop())   // the root is the first
+    for (std::uint32_t i = 1; i < 512; ++i)   // the root is the first
     {
         ProfilerPush(i, "t");
+        ProfilerPop();
     }
     EXPECT_EQ(FailedConditions([] { ProfilerPush(512, "t"); }), "g_iTimerTotalCount < MAX_TIMERS_TOTAL");
     Brackets({ "t", ")" });
@@ -305,8 +306,10 @@ TEST_P(ProfilerStats, FileHasTheLayout)
         EXPECT_GT(g_tSwapLastTime, 1) << tLongest;
         EXPECT_EQ(g_tSwapMaxTime, std::max(tLongest, g_tSwapLastTime)) << tLongest;
     }
-    for (int i = 0; i < 149; ++i, ProfilerUpdateFrame(false))
-    {}
+    for (int i = 0; i < 149; ++i)
+    {
+        ProfilerUpdateFrame(false);
+    }
     std::ptrdiff_t const nLater = MemoryTotalAllocations();
     ProfilerInitSwapStats(m_Folder.Join("second").c_str());
     EXPECT_EQ(MemoryTotalAllocations() - nLater + g_dOpenTracks.GetLength(), 1) << "the first one is closed";

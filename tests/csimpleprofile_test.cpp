@@ -189,12 +189,13 @@ TEST(SimpleProfile, KeepsItsLimits)
     }
     EXPECT_EQ(FailedConditions([] { SimpleProfileContextPush(C2); }),
         "g_iSProfileContextStackPtr < SIMPLE_PROFILE_STACKSIZE");
-    for (int i = 0; i < 33; ++i, SimpleProfileContextPop())
+    for (int i = 0; i < 33; ++i)
     {
         auto const eContext = i == 0 ? C2 : i < 32 ? C0 : SIMPLE_PROFILE_CONTEXT_1;
         SimpleProfileReset(eContext);
         Steps(SIMPLE_PROFILE_CONTEXT_CURRENT, "Q.q");
         SimpleProfileReset(eContext);
         ASSERT_GT(Get(eContext, 16).tLast, 0) << i;
+        SimpleProfileContextPop();
     }
 }

@@ -6,6 +6,7 @@
 #include "zqcore/ctextparser.h"
 #include "zqcore/cwarehouse.h"
 
+#include <fstream>
 #include <map>
 
 using namespace std::string_literals;
@@ -32,12 +33,13 @@ namespace
         Spreadsheet_c Sheet;
         std::string sCells;
         bool bRow = Sheet.Open("table.txt");
-        for (; bRow && Sheet.GetRowCount() > 0; bRow = Sheet.MoveToNextRow(), sCells += '\n')
+        for (; bRow && Sheet.GetRowCount() > 0; bRow = Sheet.MoveToNextRow())
         {
             for (bool bMore = Sheet.MoveToFirstColumn(); bMore; bMore = Sheet.MoveToNextColumn())
             {
                 Add(sCells, Sheet.GetCell(), " | ");
             }
+            sCells += '\n';
         }
         return Sheet.IsOpen() ? sCells : TextOf(Sheet.GetLastError());
     }

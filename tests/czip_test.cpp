@@ -2,16 +2,18 @@
 #include "tests/media_fixture.h"
 
 #include "zqcore/cfileasync.h"
-#include "zqcore/clog.h"
 #include "zqcore/ctexterror.h"
 #include "zqcore/czip.h"
 
 #include <random>
 #include <zip.h>
 
-static void RunExample()
+namespace
 {
+    void RunExample()
+    {
 #include "examples/czip_1.inl"
+    }
 }
 
 class FileZipTest : public MediaTest

@@ -16,6 +16,8 @@
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/cwarehouse.h"
 
+#include <fstream>
+
 namespace
 {
     struct Unit_c

@@ -9,7 +9,6 @@
 #include "zqcore/cfilepath.h"
 #include "zqcore/cmemory_internal.h"
 
-#include <fstream>
 #include <set>
 
 namespace fs = std::filesystem;

@@ -5,7 +5,6 @@
 #include "platform/files.h"
 #include "platform/linux/openfile.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>

@@ -7,7 +7,6 @@
 #include "platform/text.h"
 #include "tests/test_support.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <ctime>

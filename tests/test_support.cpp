@@ -6,7 +6,6 @@
 #include "zqcore/cmodule.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>

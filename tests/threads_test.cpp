@@ -1,7 +1,6 @@
 // What the headers allow to several threads, done by eight of them at once. The thread checker sees the most of it.
 #include "tests/test_support.h"
 
-#include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/ccrc.h"
 #include "zqcore/ccryptrnd.h"
@@ -12,7 +11,6 @@
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilename.h"
-#include "zqcore/cfilepath.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/cfilesave.h"
 #include "zqcore/cguid.h"
@@ -32,6 +30,7 @@
 #include "platform/registry.h"
 
 #include <atomic>
+#include <cstdarg>
 
 namespace
 {

@@ -1,4 +1,3 @@
-#include "zqcore/cfilesave.h"
 
 #include "tests/archive_support.h"
 #include "tests/test_support.h"

@@ -1,6 +1,7 @@
 // The file of an archive, as libzip and the readers see it.
 #include "zip/czip_internal.h"
 
+#include "zqcore/cfilename.h"
 #include "zqcore/cmemory.h"
 
 #include <algorithm>

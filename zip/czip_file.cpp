@@ -2,6 +2,7 @@
 #include "zip/czip_internal.h"
 
 #include "zqcore/cdebug.h"
+#include "zqcore/cfile.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
 

@@ -2,9 +2,12 @@
 #pragma once
 
 #include "zqcore/cfile_internal.h"
+#include "zqcore/cstring.h"
 #include "zqcore/czip.h"
 
+#include "platform/files.h"
 #include "platform/fork.h"
+#include "platform/threads.h"
 
 #include <memory>
 #include <zip.h>

@@ -1,6 +1,7 @@
 #include "zqcore/capp.h"
 
 #include "zqcore/ccallback.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
 #include "zqcore/crandom_internal.h"

@@ -1,5 +1,6 @@
 #include "zqcore/cbuffer.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile.h"
 
 #include <cstring>

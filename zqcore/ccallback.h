@@ -122,7 +122,8 @@ private:
             m_List.m_bChanged = m_List.m_bChanged || m_bChangedBefore;
             m_List.m_bFiring = false;
         }
-        FiringScope_c & operator=(FiringScope_c &&) = delete;
+        FiringScope_c(FiringScope_c const &) = delete;
+        FiringScope_c & operator=(FiringScope_c const &) = delete;
     };
 
     template <typename... ARGS>

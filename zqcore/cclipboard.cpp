@@ -1,10 +1,12 @@
 #include "zqcore/cclipboard.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/clog_format_internal.h"
 
 #include "platform/fork.h"
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstring>
 
 constinit unsigned int g_iTextFormat = 0;

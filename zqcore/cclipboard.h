@@ -21,6 +21,7 @@
 #pragma once
 
 #include "zqcore/cmodule.h"
+#include "zqcore/cprintf.h"
 
 #include "platform/clipboard.h"
 

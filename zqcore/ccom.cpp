@@ -3,10 +3,8 @@
 #include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
 
-#include "platform/checker.h"
 #include "platform/memory.h"
 
-#include <bit>
 #include <cinttypes>
 
 namespace

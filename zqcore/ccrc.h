@@ -22,6 +22,8 @@
 #include <array>
 #include <span>
 
+inline constexpr std::uint32_t CRC32_PRESET = 0xFFFFFFFF;   // register before the first byte
+
 /// Table of CRC-32. Entry i is the register after the byte i, from a register of 0.
 extern ZQ_API std::array<std::uint32_t, 256> const g_dCrc32Tab;
 
@@ -43,8 +45,6 @@ ZQ_API std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFi
 /// Returns the CRC-32 of a run from the CRC-32 of its first and of its second part. nSecond is the number of bytes of
 /// the second part. Costs up to 40 ns for each bit that is set in nSecond.
 ZQ_API std::uint32_t Crc32Join(std::uint32_t dwFirst, std::uint32_t dwSecond, std::uint64_t nSecond);
-
-inline constexpr std::uint32_t CRC32_PRESET = 0xFFFFFFFF;   // register before the first byte
 
 /// Returns the register after the four bytes of a word, low byte first, without preset and complement.
 inline std::uint32_t Crc32Feed4(std::uint32_t dwRegister, std::uint32_t dwValue)

@@ -2,6 +2,7 @@
 
 #include "zqcore/capp.h"
 #include "zqcore/carray.h"
+#include "zqcore/ccallback.h"
 #include "zqcore/ccomplaint_internal.h"
 #include "zqcore/cdebug_internal.h"
 #include "zqcore/cdebug_spelling_internal.h"
@@ -11,7 +12,6 @@
 #include "zqcore/cmemoryreport.h"
 #include "zqcore/cstring.h"
 
-#include "platform/debugger.h"
 #include "platform/dialog.h"
 #include "platform/faults.h"
 #include "platform/fork.h"

@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cinttypes>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 

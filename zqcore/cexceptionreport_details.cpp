@@ -140,19 +140,20 @@ namespace
     void AddIfInModule(plat::Module_t const & Module, void * pPlace)
     {
         auto & Place = *static_cast<Place_t *>(pPlace);
-        if (Place.Address - Module.Base < Module.nBytes && !Place.bFound)
+        if (Place.bFound || Place.Address - Module.Base >= Module.nBytes)
         {
-            char const * const pSlash = std::strrchr(Module.szPath, '/');
-            for (char const * pPart = pSlash ? pSlash + 1 : Module.szPath; *pPart != '\0';)
-            {
-                std::size_t const nPart = std::strcspn(pPart, " ");
-                Place.Line.AddShown(pPart, nPart);
-                Place.Line.Add("%s", pPart[nPart] == ' ' ? "\\x20" : "");
-                pPart += nPart + (pPart[nPart] == ' ' ? 1 : 0);
-            }
-            Place.Line.Add("+%" PRIXPTR, Place.Address - Module.Base);
-            Place.bFound = true;
+            return;
         }
+        char const * const pSlash = std::strrchr(Module.szPath, '/');
+        for (char const * pPart = pSlash ? pSlash + 1 : Module.szPath; *pPart != '\0';)
+        {
+            std::size_t const nPart = std::strcspn(pPart, " ");
+            Place.Line.AddShown(pPart, nPart);
+            Place.Line.Add("%s", pPart[nPart] == ' ' ? "\\x20" : "");
+            pPart += nPart + (pPart[nPart] == ' ' ? 1 : 0);
+        }
+        Place.Line.Add("+%" PRIXPTR, Place.Address - Module.Base);
+        Place.bFound = true;
     }
 
     // Writes the frames without a helper: addresses and modules.

@@ -10,7 +10,6 @@
 
 #include "platform/clock.h"
 #include "platform/memory.h"
-#include "platform/modulelist.h"
 #include "platform/process.h"
 #include "platform/system.h"
 

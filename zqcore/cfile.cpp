@@ -7,6 +7,7 @@
 #include "zqcore/cfilepath.h"
 #include "zqcore/cfilereplace_internal.h"
 #include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/ctexterror.h"
 
 #include <algorithm>
@@ -116,7 +117,8 @@ namespace
             m_Lock.Leave();
         }
         ~UnlockScope_c() { m_Lock.Enter(); }
-        UnlockScope_c & operator=(UnlockScope_c &&) = delete;
+        UnlockScope_c(UnlockScope_c const &) = delete;
+        UnlockScope_c & operator=(UnlockScope_c const &) = delete;
 
     private:
         plat::Lock_c & m_Lock;

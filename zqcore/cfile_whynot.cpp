@@ -2,6 +2,7 @@
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/ctexterror.h"
 
 #include "platform/fork.h"

@@ -1,12 +1,15 @@
 #include "zqcore/cfileasync.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
+#include "zqcore/cfilename.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/clog.h"
-#include "zqcore/cmemory_internal.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cscope_internal.h"
 
 #include "platform/fork.h"
+#include "platform/threads.h"
 
 #include <atomic>
 #include <climits>

@@ -1,13 +1,18 @@
 #include "zqcore/cfilecache.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilecache_internal.h"
+#include "zqcore/cfilelog.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath_internal.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cserialize.h"
 #include "zqcore/ctexterror.h"
+
+#include "platform/files.h"
 
 String_T<256> g_sFilesystemCacheName;
 

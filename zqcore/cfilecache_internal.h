@@ -4,6 +4,15 @@
 #include "zqcore/ccrc.h"
 #include "zqcore/cfile.h"
 #include "zqcore/cserialize.h"
+#include "zqcore/cstring.h"
+
+#include "platform/files.h"
+
+/// Size in the stamp of the cache's own folder.
+inline constexpr std::uint64_t CACHE_STAMP_OF_NAMES = ~std::uint64_t{ 0 };
+
+/// Word after the last record, if a stamp for each folder follows: the bytes "ZQFS" (docs/formats.md).
+inline constexpr std::uint32_t CACHE_STAMPS_FOLLOW = 0x5346515A;
 
 /// Returns the index of a folder: the CRC-32 of its path below the media root, from the separator on.
 inline std::uint32_t CacheIndexOf(char const * szRelative)
@@ -52,10 +61,6 @@ struct CacheStamp_s
 
     void Serialize(Serializeable_c & Archive) { Archive.Serialize(nBytes).Serialize(tWrite); }
 };
-inline constexpr std::uint64_t CACHE_STAMP_OF_NAMES = ~std::uint64_t{ 0 };
-
-/// Word after the last record, if a stamp for each folder follows: the bytes "ZQFS" (docs/formats.md).
-inline constexpr std::uint32_t CACHE_STAMPS_FOLLOW = 0x5346515A;
 
 /// Returns whether g_sPaths has a folder of the media root.
 bool FileCacheHasFolders();

@@ -1,9 +1,12 @@
 #include "zqcore/cfilehash.h"
 
 #include "zqcore/carray.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/csha1.h"
+#include "zqcore/cstring.h"
 
 #include <cstring>
 

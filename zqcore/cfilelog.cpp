@@ -1,14 +1,19 @@
 #include "zqcore/cfilelog.h"
 
 #include "zqcore/ccallback_internal.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
+#include "zqcore/cfilename.h"
 #include "zqcore/cfilepath_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cscope_internal.h"
+#include "zqcore/cstring.h"
 #include "zqcore/ctexterror.h"
 
+#include "platform/files.h"
 #include "platform/filewrite.h"
 #include "platform/fork.h"
 

@@ -2,6 +2,7 @@
 
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfileasync.h"
 #include "zqcore/cfilecache.h"
@@ -11,8 +12,10 @@
 #include "zqcore/cfiletrack.h"
 #include "zqcore/clog.h"
 #include "zqcore/clogf.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/ctokenize.h"
 
+#include "platform/files.h"
 #include "platform/process.h"
 #include "platform/registry.h"
 

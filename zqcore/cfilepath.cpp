@@ -1,9 +1,11 @@
 #include "zqcore/cfilepath.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilepath_internal.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
 
 #include "platform/files.h"
 #include "platform/process.h"

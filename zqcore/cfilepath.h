@@ -43,6 +43,7 @@
 #include "zqcore/ccallback.h"
 #include "zqcore/cfile.h"
 #include "zqcore/chash.h"
+#include "zqcore/cstring.h"
 
 inline constexpr int FILE_TABLE_STEP = 117;       // slots from one probe to the next, in both tables
 inline constexpr int PATH_TABLE_FOLDERS = 4096;   // that the table of folders has room for

@@ -1,5 +1,8 @@
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cstring.h"
 
 FileExcludes_c g_sExcludedFolders;
 FileExcludes_c g_sExcludedFiles;

@@ -1,4 +1,5 @@
 // Objects of libraries above that hide objects of the same key.
+#include "zqcore/cdebug.h"
 #include "zqcore/cfilepath_internal.h"
 
 HashAdd_e FileHiding_c::Add(File_c & File, bool bOver)

@@ -3,6 +3,7 @@
 
 #include "zqcore/carray.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cstring.h"
 
 #include <algorithm>
 #include <utility>

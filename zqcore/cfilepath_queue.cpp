@@ -1,3 +1,4 @@
+#include "zqcore/cdebug.h"
 #include "zqcore/cfilepath_internal.h"
 #include "zqcore/clog.h"
 

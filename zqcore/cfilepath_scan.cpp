@@ -1,9 +1,14 @@
+#include "zqcore/ccallback.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath_internal.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cstring.h"
 
+#include "platform/files.h"
 #include "platform/folding.h"
 #include "platform/text.h"
 

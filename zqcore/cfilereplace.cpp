@@ -7,6 +7,7 @@
 
 #include "platform/clock.h"
 #include "platform/filereplace.h"
+#include "platform/files.h"
 #include "platform/fork.h"
 #include "platform/process.h"
 #include "platform/text.h"

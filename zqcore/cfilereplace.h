@@ -25,6 +25,7 @@
 #include "zqcore/cconfig.h"
 #include "zqcore/cstring.h"
 
+#include "platform/files.h"
 #include "platform/filewrite.h"
 
 /// A new file that replaces an old one when it is whole.

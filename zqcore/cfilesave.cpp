@@ -1,12 +1,19 @@
 #include "zqcore/cfilesave_internal.h"
 
 #include "zqcore/ccrc.h"
+#include "zqcore/cdebug.h"
+#include "zqcore/cfile.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilename.h"
 #include "zqcore/cfilereplace_internal.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cserialize_internal.h"
+#include "zqcore/cstring.h"
+
+#include "platform/filereplace.h"
+#include "platform/files.h"
+#include "platform/filewrite.h"
 
 #include <climits>
 #include <cstdio>

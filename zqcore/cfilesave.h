@@ -51,6 +51,7 @@
 
 #include "zqcore/cfile.h"
 #include "zqcore/cfilereplace.h"
+#include "zqcore/cstring.h"
 
 #include "platform/filereplace.h"
 

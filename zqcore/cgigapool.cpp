@@ -1,6 +1,9 @@
 #include "zqcore/cgigapool.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/cmemory.h"
+
+#include "platform/checker.h"
 
 #include <algorithm>
 #include <climits>

@@ -1,5 +1,7 @@
 #include "zqcore/cguid.h"
 
+#include "zqcore/cdebug.h"
+
 #include "platform/bytes.h"
 #include "platform/text.h"
 

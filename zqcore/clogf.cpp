@@ -4,6 +4,8 @@
 #include "zqcore/clog.h"
 #include "zqcore/clog_format_internal.h"
 #include "zqcore/clog_internal.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cstring.h"
 #include "zqcore/cwidepath_internal.h"
 
 #include "platform/files.h"

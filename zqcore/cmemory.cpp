@@ -1,20 +1,16 @@
 #include "zqcore/cmemory_internal.h"
 
-#include "zqcore/ccallback_internal.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
 #include "zqcore/clog_internal.h"
 #include "zqcore/cmemoryreport.h"
 #include "zqcore/cscope_internal.h"
 
-#include "platform/debugger.h"
 #include "platform/debugheap.h"
 #include "platform/fork.h"
-#include "platform/memory.h"
 #include "platform/process.h"
 #include "platform/threads.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstring>

@@ -135,7 +135,14 @@ namespace
         {
             void * const pOther = Bound.fnNewNothrow(PROBE_BYTES, nAlignment..., std::nothrow);
             bOwn = !pOther || MemoryIsOwnBlock(pOther);
-            bOwn ? aligned_free_dbg(pOther) : Pair.fnDelete(pOther, nAlignment...);
+            if (bOwn)
+            {
+                aligned_free_dbg(pOther);
+            }
+            else
+            {
+                Pair.fnDelete(pOther, nAlignment...);
+            }
         }
         if (!bOwn)
         {

@@ -1,6 +1,8 @@
 #include "zqcore/cmodule.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cprofile_internal.h"
 #include "zqcore/cstring.h"
 #include "zqcore/ctimer.h"

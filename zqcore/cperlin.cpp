@@ -1,5 +1,7 @@
 #include "zqcore/cperlin.h"
 
+#include "zqcore/cdebug.h"
+
 #include "platform/float4.h"
 
 #include <algorithm>

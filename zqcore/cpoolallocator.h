@@ -19,6 +19,8 @@
 //     Healths.insert(100);
 #pragma once
 
+#include "zqcore/cgigapool.h"
+#include "zqcore/cgigaslab.h"
 #include "zqcore/chwm.h"
 
 #include <type_traits>

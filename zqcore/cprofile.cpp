@@ -1,6 +1,7 @@
 #include "zqcore/cprofile.h"
 
 #include "zqcore/ccrc.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/cprofile_internal.h"
 #include "zqcore/ctimer.h"
 

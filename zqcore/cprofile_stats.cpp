@@ -1,3 +1,4 @@
+#include "zqcore/cdebug.h"
 #include "zqcore/cprofile_internal.h"
 
 #include "zqcore/cfilelog.h"
@@ -6,6 +7,7 @@
 #include "zqcore/cmemory.h"
 
 #include "platform/asyncwrite.h"
+#include "platform/filewrite.h"
 #include "platform/process.h"
 
 #include <bit>

@@ -1,7 +1,11 @@
 #include "zqcore/cpropertylist.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile.h"
+#include "zqcore/cfile_internal.h"
 #include "zqcore/chash.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cstring.h"
 #include "zqcore/ctexterror_internal.h"
 
 #include <algorithm>

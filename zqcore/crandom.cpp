@@ -1,6 +1,8 @@
 #include "zqcore/crandom.h"
 
 #include "zqcore/ccrc.h"
+#include "zqcore/cdebug.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/crandom_internal.h"
 
 #include "platform/clock.h"

@@ -25,8 +25,10 @@
 //     int const iWidth = Registry.ReadInt("Width", 640);
 #pragma once
 
+#include "zqcore/cstring.h"
 #include "zqcore/ctextvalue.h"
 
+#include "platform/files.h"
 #include "platform/registry.h"
 
 #include <algorithm>
@@ -151,14 +153,15 @@ public:
     {
         // Most texts are short. Another process may store a longer one meanwhile.
         constexpr int MOST = TextMost<TEXT>();
-        for (int nText = std::min(MOST, 255), nLast = -1; nText > nLast && nText <= MOST;
-             nLast = nText, nText = GetSizeValue(sName))
+        int nLast = -1;
+        for (int nText = std::min(MOST, 255); nText > nLast && nText <= MOST; nText = GetSizeValue(sName))
         {
             std::string sRead(static_cast<std::size_t>(nText) + 1, '\0');
             if (ReadText(sName, sRead.data(), sRead.size()))
             {
                 return TextPut(sText, sRead.c_str());
             }
+            nLast = nText;
         }
         return 0;
     }

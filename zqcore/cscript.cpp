@@ -1,6 +1,8 @@
 #include "zqcore/cscript.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile.h"
+#include "zqcore/cfile_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cnumbertext_internal.h"

@@ -1,4 +1,5 @@
 #include "zqcore/ccrc.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile.h"
 #include "zqcore/cserialize.h"
 

@@ -1,4 +1,5 @@
 #include "zqcore/ccrc.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"

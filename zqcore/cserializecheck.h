@@ -22,6 +22,7 @@
 #pragma once
 
 #include "zqcore/cserialize.h"
+#include "zqcore/cstring.h"
 
 #include <initializer_list>
 

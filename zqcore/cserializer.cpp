@@ -2,7 +2,9 @@
 
 #include "zqcore/cdebug_internal.h"
 #include "zqcore/cfilemedia.h"
+#include "zqcore/clink.h"
 #include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/ctexterror.h"
 
 #include "platform/stack.h"

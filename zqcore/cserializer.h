@@ -57,8 +57,10 @@
 
 #include "zqcore/carray.h"
 #include "zqcore/clink.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cmodule.h"
 #include "zqcore/cserialize.h"
+#include "zqcore/cstring.h"
 
 class Serializer_c;
 

@@ -1,6 +1,7 @@
 #include "zqcore/csimpleprofile.h"
 
 #include "zqcore/carray.h"
+#include "zqcore/cdebug.h"
 #include "zqcore/ctimer.h"
 
 #include "platform/fork.h"

@@ -1,10 +1,10 @@
 #include "zqcore/cspreadsheet.h"
 
 #include "zqcore/cfile.h"
+#include "zqcore/cfile_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/cnumbertext_internal.h"
 #include "zqcore/cstring.h"
-#include "zqcore/ctexterror_internal.h"
 
 #include <cmath>
 #include <cstring>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zqcore/cspreadsheet.h"
+#include "zqcore/ctextparser.h"
 #include "zqcore/ctextparser_internal.h"
 
 #include <functional>

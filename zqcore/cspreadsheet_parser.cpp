@@ -1,3 +1,5 @@
+#include "zqcore/cdebug.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cspreadsheet_internal.h"
 
 #include "zqcore/clog.h"

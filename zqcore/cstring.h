@@ -27,6 +27,7 @@
 
 #include "zqcore/cconfig.h"
 #include "zqcore/cdebug.h"
+#include "zqcore/cprintf.h"
 
 #include "platform/folding.h"
 

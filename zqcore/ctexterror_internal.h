@@ -1,7 +1,7 @@
 // ctexterror_internal.h: the beginning of a text, for all readers.
 #pragma once
 
-#include "zqcore/cfile_internal.h"
+#include "zqcore/cfile.h"
 
 /// Text of a file for a reader.
 struct FileText_t

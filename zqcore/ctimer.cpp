@@ -1,5 +1,7 @@
 #include "zqcore/ctimer.h"
 
+#include "zqcore/cdebug.h"
+
 #include "platform/clock.h"
 
 #include <atomic>
@@ -31,6 +33,21 @@ namespace
     std::int64_t g_nCyclesPerSecond = 0;
 
     constinit ModuleTimer_c g_ModuleTimer;
+
+    // Waits for a second and returns the ticks of the cycle counter in it.
+    std::int64_t MeasureCyclesPerSecond()
+    {
+        std::uint32_t const tBefore = plat::CoarseClockMilliseconds();
+        std::uint32_t tStart = tBefore;
+        while (tStart == tBefore)   // begin at a tick of the clock
+        {
+            tStart = plat::CoarseClockMilliseconds();
+        }
+        std::int64_t const nStart = shortTimeGet();
+        while (plat::CoarseClockMilliseconds() - tStart < MEASURE_MILLISECONDS)
+        {}
+        return shortTimeGet() - nStart;
+    }
 }
 
 double (*Game_longTimeGet)() = longTimeGet;
@@ -68,16 +85,7 @@ std::int64_t shortTimeGetSec()
 {
     if (g_nCyclesPerSecond == 0)
     {
-        std::uint32_t const tBefore = plat::CoarseClockMilliseconds();
-        std::uint32_t tStart = tBefore;
-        while (tStart == tBefore)   // begin at a tick of the clock
-        {
-            tStart = plat::CoarseClockMilliseconds();
-        }
-        std::int64_t const nStart = shortTimeGet();
-        while (plat::CoarseClockMilliseconds() - tStart < MEASURE_MILLISECONDS)
-        {}
-        g_nCyclesPerSecond = shortTimeGet() - nStart;
+        g_nCyclesPerSecond = MeasureCyclesPerSecond();
     }
     return g_nCyclesPerSecond;
 }

@@ -1,8 +1,12 @@
 #include "zqcore/cwarehouse.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/cfile.h"
+#include "zqcore/cfile_internal.h"
 #include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cnumbertext_internal.h"
+#include "zqcore/cstring.h"
 #include "zqcore/ctexterror_internal.h"
 
 #include <algorithm>

@@ -27,6 +27,7 @@
 //     }
 #pragma once
 
+#include "zqcore/cstring.h"
 #include "zqcore/ctexterror.h"
 #include "zqcore/ctextvalue.h"
 #include "zqcore/cwarehousescan.h"

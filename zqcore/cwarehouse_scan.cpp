@@ -1,3 +1,6 @@
+#include "zqcore/cdebug.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cstring.h"
 #include "zqcore/cwarehousescan.h"
 
 #include <algorithm>

@@ -1,5 +1,6 @@
 #include "zqcore/cwincom.h"
 
+#include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
 
 #include "platform/com.h"

@@ -5,6 +5,7 @@
 #include "zqcore/cfile.h"
 #include "zqcore/clog.h"
 #include "zqcore/cspreadsheet.h"
+#include "zqcore/ctexterror.h"
 
 #include <algorithm>
 #include <cmath>

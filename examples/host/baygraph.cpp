@@ -2,6 +2,10 @@
 // ident, by which a load finds it, and the values that the game has changed.
 #include "bay.h"
 #include "graph.h"
+#include "mission.h"
+
+#include "zqcore/cmemory.h"
+#include "zqcore/cstring.h"
 
 namespace
 {

@@ -2,6 +2,8 @@
 #include "bay.h"
 
 #include "zqcore/clog.h"
+#include "zqcore/cmemory.h"
+#include "zqcore/cstring.h"
 #include "zqcore/cwarehouse.h"
 
 namespace

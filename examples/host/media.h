@@ -5,8 +5,8 @@
 
 struct Options_s;
 
-/// Returns why the host can't use a media root, or an empty text if it can. Refuses a save, or stats, in the place of
-/// the root's cache.
+/// Returns why the host can't use a media root, or an empty text if it can. Refuses a save, or stats, that would
+/// replace the root's cache.
 std::string MediaCheck(Options_s const & Options, std::string const & sMedia);
 
 /// Makes the settings that ModuleFile_c reads when it starts. Requires a root that MediaCheck

@@ -29,9 +29,6 @@ struct Goal_s
     GoalState_e eState = GOAL_OPEN;
 };
 
-/// Returns whether a goal has a good, a state, and numbers from 1 to MAX_NUMBER (bay.h).
-bool GoalIsSound(Goal_s const & Goal);
-
 /// Title and goals of the script. Both are empty without a script.
 struct Mission_s
 {
@@ -42,6 +39,9 @@ struct Mission_s
 /// Reads the bay's mission. Skips and logs a goal that is not sound. A title that does not fit in sTitle is cut. If the
 /// script is missing or can't be read, there is no mission.
 void MissionRead(char const * szFile, Bay_s & Bay);
+
+/// Returns whether a goal has a good, a state, and numbers from 1 to MAX_NUMBER (bay.h).
+bool GoalIsSound(Goal_s const & Goal);
 
 /// Settles the goals that are met or whose time is over, and pays for those that are met.
 void MissionCheck(Bay_s & Bay);

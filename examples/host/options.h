@@ -27,8 +27,8 @@ struct Options_s
     std::string sConfig;         // empty: no configuration
     std::string sGame = "pqx";   // folder of gamedata, a bare name in lower case
     bool bGameGiven = false;     // whether the command line names the game
-    std::string sLogFolder;      // "logs" in the caller's current folder if none is given
-    std::string sSave;           // a file; sGame and ".sav" in the log folder if none is given
+    std::string sLogFolder;      // "logs" in the caller's current folder if empty
+    std::string sSave;           // a file; sGame and ".sav" in the log folder if empty
     std::string sStats;          // the profiler's file; empty: none
     std::string sCacheFile;      // of the file system cache; empty: in the media root
     int nFrames = 480;           // from 0 to 1,000,000; bWatch ignores it

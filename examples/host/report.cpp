@@ -7,6 +7,7 @@
 #include "texts.h"
 
 #include "zqcore/cmemory.h"
+#include "zqcore/cstring.h"
 
 #include <algorithm>
 #include <cstdio>

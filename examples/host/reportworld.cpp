@@ -1,4 +1,5 @@
 // The report's parts about the world and its run.
+#include "bay.h"
 #include "loop.h"
 #include "report.h"
 #include "saves.h"

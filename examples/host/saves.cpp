@@ -1,8 +1,10 @@
 #include "saves.h"
 
+#include "bay.h"
 #include "world.h"
 
 #include "zqcore/cfilesave.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cserialize.h"
 #include "zqcore/ctimer.h"
 

@@ -1,5 +1,6 @@
 #include "survey.h"
 
+#include "zqcore/cfile.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/ctimer.h"
 #include "zqcore/cwarehouse.h"

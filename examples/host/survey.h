@@ -11,9 +11,6 @@
 
 class File_c;
 
-/// Returns the size of a file in bytes, as the table of files has it.
-std::uint32_t FileBytes(File_c const & File);
-
 /// The files of one extension.
 struct Extension_s
 {
@@ -28,6 +25,9 @@ struct Table_s
     File_c const * pFile = nullptr;
     int nRows = 0;
 };
+
+/// Returns the size of a file in bytes, as the table of files has it.
+std::uint32_t FileBytes(File_c const & File);
 
 /// Survey of one media tree. Requires List first, then ReadFiles, then ReadTables, each once.
 class Survey_c

@@ -1,8 +1,10 @@
 #include "world.h"
 
+#include "mission.h"
 #include "settings.h"
 
 #include "zqcore/ccryptrnd.h"
+#include "zqcore/cmemory.h"
 #include "zqcore/cserializer.h"
 
 #include <algorithm>

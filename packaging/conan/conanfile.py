@@ -58,7 +58,7 @@ class ZqcoreRecipe(ConanFile):
         CMake(self).install()
 
     def package_info(self):
-        # The package brings a CMake package of its own, which has the forms shared, static and checked.
+        # The package brings a CMake package of its own, which has the forms shared, ship, static and checked.
         self.cpp_info.set_property("cmake_find_mode", "none")
         self.cpp_info.builddirs = [os.path.join("lib", "cmake", "zqcore")]
         self.cpp_info.libs = ["zqcore"]

@@ -144,18 +144,19 @@ namespace plat
         Header_s * MakeBlock(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine)
         {
             Header_s * const pHeader = AllocateMemory(nBytes);
-            if (pHeader)
+            if (!pHeader)
             {
-                pHeader->szFile = szFile;
-                pHeader->nBytes = nBytes;
-                pHeader->nBefore = 0;
-                pHeader->nOwn = nBytes;
-                pHeader->dwWord = dwWord;
-                pHeader->iLine = iLine;
-                std::memset(pHeader->dGap, HEAP_FENCE, GAP);
-                Fill(UserOf(pHeader), HEAP_NEW, nBytes);
-                std::memset(UserOf(pHeader) + nBytes, HEAP_FENCE, GAP);
+                return nullptr;
             }
+            pHeader->szFile = szFile;
+            pHeader->nBytes = nBytes;
+            pHeader->nBefore = 0;
+            pHeader->nOwn = nBytes;
+            pHeader->dwWord = dwWord;
+            pHeader->iLine = iLine;
+            std::memset(pHeader->dGap, HEAP_FENCE, GAP);
+            Fill(UserOf(pHeader), HEAP_NEW, nBytes);
+            std::memset(UserOf(pHeader) + nBytes, HEAP_FENCE, GAP);
             return pHeader;
         }
 

@@ -11,12 +11,12 @@
 
 namespace plat
 {
-    constexpr std::size_t VALUE_LIMIT = 16 * 1024 * 1024;   // bytes of a value; a larger one is refused
-    constexpr std::size_t NAME_LIMIT = 255;                 // bytes of a name; a longer one is refused
-    constexpr char KEY_RECORD[] = "@key";                   // name of the file with a key's own record
-    constexpr char KEY_MARK = KEY_RECORD[0];                // first character of that name
-    constexpr char VALUE_MARK = '=';                        // first character of the name of a value's file
-    constexpr char BUSY_MARK = '~';                         // first character of the name of an unfinished file
+    inline constexpr std::size_t VALUE_LIMIT = 16 * 1024 * 1024;   // bytes of a value; a larger one is refused
+    inline constexpr std::size_t NAME_LIMIT = 255;                 // bytes of a name; a longer one is refused
+    inline constexpr char KEY_RECORD[] = "@key";                   // name of the file with a key's own record
+    inline constexpr char KEY_MARK = KEY_RECORD[0];                // first character of that name
+    inline constexpr char VALUE_MARK = '=';                        // first character of the name of a value's file
+    inline constexpr char BUSY_MARK = '~';                         // first character of the name of an unfinished file
 
     /// Contents of a record's file.
     using RecordBytes_t = std::vector<char>;

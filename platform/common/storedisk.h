@@ -16,6 +16,8 @@
 namespace plat
 {
     inline constexpr std::size_t STORE_PATH_SIZE = 4096;   // bytes of a store's path with its terminator
+    inline constexpr std::size_t STORE_UNIQUE_NAME_SIZE =
+        64;   // bytes of a name of StoreMakeUniqueName, with its terminator
 
     /// The system's handle of an open folder or file.
     enum class StoreHandle_t : std::intptr_t
@@ -184,8 +186,6 @@ namespace plat
 
     /// Reads the time of a folder's last change. Returns false on failure.
     bool StoreReadLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite);
-
-    constexpr std::size_t STORE_UNIQUE_NAME_SIZE = 64;   // bytes of a name of StoreMakeUniqueName, with the zero
 
     /// Makes a name from a mark and a text that no other call has used, in any process.
     void StoreMakeUniqueName(char cMark, char (&szName)[STORE_UNIQUE_NAME_SIZE]);

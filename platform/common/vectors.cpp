@@ -3,7 +3,6 @@
 #include "platform/compiler.h"
 
 #include <atomic>
-#include <cstdint>
 #include <utility>
 
 namespace plat

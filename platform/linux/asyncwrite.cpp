@@ -1,12 +1,12 @@
 #include "platform/asyncwrite.h"
 
+#include "platform/filewrite.h"
 #include "platform/linux/forkdrop.h"
 #include "platform/linux/openfile.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <linux/io_uring.h>
 #include <new>
 #include <sys/mman.h>

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstring>
 #include <iterator>
 #include <optional>
 

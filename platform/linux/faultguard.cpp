@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csetjmp>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>

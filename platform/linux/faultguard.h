@@ -2,8 +2,6 @@
 // that it waits for.
 #pragma once
 
-#include <csignal>
-
 namespace plat
 {
     /// Returns the system's number of the calling thread.

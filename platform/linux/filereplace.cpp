@@ -1,5 +1,6 @@
 #include "platform/filereplace.h"
 
+#include "platform/files.h"
 #include "platform/fork.h"
 #include "platform/linux/facts.h"
 #include "platform/linux/forkdrop.h"

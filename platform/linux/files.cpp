@@ -6,7 +6,6 @@
 #include "platform/linux/openfile.h"
 #include "platform/linux/spelling.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <memory>

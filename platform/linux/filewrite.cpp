@@ -5,7 +5,6 @@
 #include "platform/linux/spelling.h"
 
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>

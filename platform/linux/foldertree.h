@@ -7,7 +7,7 @@
 
 namespace plat::watch
 {
-    constexpr int NO_FOLDER = -1;   // number that no folder has
+    inline constexpr int NO_FOLDER = -1;   // number that no folder has
 
     /// A file of the tree.
     struct File_s

@@ -228,13 +228,13 @@ namespace plat
     bool FolderWatch_c::Tree_c::Deliver()
     {
         std::vector<std::u16string> const dNames = ExtractNames();
+        if (!m_bLost && dNames.empty())
+        {
+            return false;
+        }
         if (std::exchange(m_bLost, false))
         {
             m_bLost = !Rebuild() || m_bLost;
-        }
-        else if (dNames.empty())
-        {
-            return false;
         }
         else
         {
@@ -591,12 +591,13 @@ namespace plat
         {
             Unlink(Event.wd);
             RemoveTree(Event.wd);
+            return;
         }
-        else if (Event.len == 0 || std::strchr(Event.name, '\\') != nullptr)
+        if (Event.len == 0 || std::strchr(Event.name, '\\') != nullptr)
         {
             return;
         }
-        else if ((Event.mask & (IN_CREATE | IN_MOVED_TO)) != 0)
+        if ((Event.mask & (IN_CREATE | IN_MOVED_TO)) != 0)
         {
             OnAppeared(Event.wd, itFolder->second, Event);
         }

@@ -18,10 +18,6 @@ namespace plat
 {
     class DiskPath_c;
 
-    /// Reads the facts of the entry that a path names in any spelling, and sets the path to that spelling. Does not
-    /// follow a link. Returns 0, or -1 on failure.
-    int ReadStat(DiskPath_c & Path, struct stat & Stat);
-
     inline constexpr mode_t NEW_FILE_MODE = 0666;       // rights of a new file, before the process's mask
     inline constexpr mode_t PRIVATE_FILE_MODE = 0600;   // rights of a file for its owner only
 
@@ -114,6 +110,10 @@ namespace plat
     /// Locks an open file as being written. Returns false if another open file has locked it. Returns true without
     /// effect on any other failure, as on a file system without such locks.
     bool ClaimWriting(int iDescriptor);
+
+    /// Reads the facts of the entry that a path names in any spelling, and sets the path to that spelling. Does not
+    /// follow a link. Returns 0, or -1 on failure.
+    int ReadStat(DiskPath_c & Path, struct stat & Stat);
 
     /// Returns whether a path names anything, including a link whose target is missing. If not, errno has the
     /// reason.

@@ -7,7 +7,6 @@
 // Status 0 if the check holds, else 1 with what is wrong.
 #include "platform/asyncwrite.h"
 #include "platform/clipboard.h"
-#include "platform/process.h"
 #include "zqcore/capp.h"
 #include "zqcore/cclipboard.h"
 #include "zqcore/cdebug.h"

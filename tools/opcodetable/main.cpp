@@ -1,6 +1,7 @@
 // opcodetable OUT ROWS... -- ROWS...: writes two opcode tables for each mode as C++ arrays, with their indices. The
 // first is in the compact form, that of later instructions in the expanded one.
 #include "tools/opcodetable/compact.h"
+#include "tools/opcodetable/rows.h"
 
 #include "zqcore/copcode_internal.h"
 

@@ -3,8 +3,11 @@
 // The lines have the form of docs/formats.md, "Details of a crash".
 #pragma once
 
+#include "tools/zqsymbols/frames.h"
 #include "tools/zqsymbols/names.h"
+#include "tools/zqsymbols/process.h"
 #include "tools/zqsymbols/sourcetext.h"
+#include "tools/zqsymbols/types.h"
 #include "tools/zqsymbols/values.h"
 #include "tools/zqsymbols/variables.h"
 

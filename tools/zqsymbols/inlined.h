@@ -1,6 +1,7 @@
 // inlined.h: the calls that the compiler replaced by the callee's code.
 #pragma once
 
+#include "tools/zqsymbols/modules.h"
 #include "tools/zqsymbols/names.h"
 
 #include <vector>

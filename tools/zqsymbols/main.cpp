@@ -3,6 +3,7 @@
 #include "tools/zqsymbols/details.h"
 #include "tools/zqsymbols/names.h"
 #include "tools/zqsymbols/threads.h"
+#include "tools/zqsymbols/values.h"
 
 #include <algorithm>
 #include <cstring>

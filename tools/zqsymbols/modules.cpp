@@ -1,10 +1,8 @@
 #include "tools/zqsymbols/modules.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <dwarf.h>
 #include <fcntl.h>
-#include <vector>
 
 namespace zqsymbols
 {

@@ -7,13 +7,13 @@
 #pragma once
 
 #include "tools/zqsymbols/indexfile.h"
+#include "tools/zqsymbols/moduleindex.h"
 #include "tools/zqsymbols/splitunit.h"
 #include "tools/zqsymbols/unitscan.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <elfutils/libdwfl.h>
-#include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>

@@ -1,6 +1,5 @@
 #include "tools/zqsymbols/names.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
@@ -87,8 +86,8 @@ namespace zqsymbols
             return sName;
         }
 
-        // Returns "f(int)" for "int (*f(int))", the inner part of what returns a pointer or a reference to a function or
-        // an array. Returns an empty text for other names.
+        // Returns "f(int)" for "int (*f(int))", the inner part of what returns a pointer or a reference to a function
+        // or an array. Returns an empty text for other names.
         std::string_view InnerName(std::string_view sName)
         {
             std::size_t const nBefore = WithoutArguments(sName).size();

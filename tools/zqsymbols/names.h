@@ -3,8 +3,9 @@
 
 #include "tools/zqsymbols/modules.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
-#include <string_view>
 
 namespace zqsymbols
 {

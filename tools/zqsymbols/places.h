@@ -3,6 +3,8 @@
 
 #include "tools/zqsymbols/expression.h"
 #include "tools/zqsymbols/frames.h"
+#include "tools/zqsymbols/modules.h"
+#include "tools/zqsymbols/process.h"
 
 namespace zqsymbols
 {

@@ -87,24 +87,32 @@ namespace zqsymbols
         EndModules();
     }
 
+    // Returns the page from the other side, or nothing if it is not readable there.
+    std::optional<Process_c::Page_t> Process_c::FetchPage(std::uint64_t nPage)
+    {
+        plat::SymbolAnswer_t Need;
+        Need.eAnswer = plat::ANSWER_NEEDS_MEMORY;
+        Need.dValues[0] = nPage;
+        plat::SymbolMemory_t Memory;
+        if (send(plat::SYMBOL_SOCKET, &Need, plat::SYMBOL_ANSWER_HEAD, MSG_NOSIGNAL) < 0
+            || recv(plat::SYMBOL_SOCKET, &Memory, sizeof(Memory), 0) != sizeof(Memory))
+        {
+            _exit(1);
+        }
+        std::optional<Page_t> Page;
+        if (Memory.bReadable != 0)
+        {
+            std::memcpy(Page.emplace().data(), Memory.dBytes, plat::SYMBOL_PAGE);
+        }
+        return Page;
+    }
+
     std::optional<Process_c::Page_t> const & Process_c::PageAt(std::uint64_t nPage)
     {
         auto const [itPage, bNew] = m_dPages.try_emplace(nPage);
         if (bNew)
         {
-            plat::SymbolAnswer_t Need;
-            Need.eAnswer = plat::ANSWER_NEEDS_MEMORY;
-            Need.dValues[0] = nPage;
-            plat::SymbolMemory_t Memory;
-            if (send(plat::SYMBOL_SOCKET, &Need, plat::SYMBOL_ANSWER_HEAD, MSG_NOSIGNAL) < 0
-                || recv(plat::SYMBOL_SOCKET, &Memory, sizeof(Memory), 0) != sizeof(Memory))
-            {
-                _exit(1);
-            }
-            if (Memory.bReadable != 0)
-            {
-                std::memcpy(itPage->second.emplace().data(), Memory.dBytes, plat::SYMBOL_PAGE);
-            }
+            itPage->second = FetchPage(nPage);
         }
         return itPage->second;
     }

@@ -82,8 +82,9 @@ namespace zqsymbols
     private:
         using Page_t = std::array<std::uint8_t, plat::SYMBOL_PAGE>;
 
-        std::optional<Page_t> const & PageAt(std::uint64_t nPage);
         void ReportModules();
+        static std::optional<Page_t> FetchPage(std::uint64_t nPage);
+        std::optional<Page_t> const & PageAt(std::uint64_t nPage);
 
         std::uint64_t m_nWord = 8;
         std::uint32_t m_iThread = 0;

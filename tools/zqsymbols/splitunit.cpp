@@ -356,8 +356,6 @@ namespace zqsymbols
         Image_c(Image_c const &) = delete;
         Image_c & operator=(Image_c const &) = delete;
 
-        Elf * GetElf() const { return m_pElf; }
-
         // Returns the DIE of the other part of the unit, or nothing if it is not found.
         std::optional<Dwarf_Die> GetPart() const
         {

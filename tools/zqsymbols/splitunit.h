@@ -8,7 +8,6 @@
 
 #include <elfutils/libdw.h>
 #include <memory>
-#include <optional>
 #include <string>
 #include <unordered_map>
 

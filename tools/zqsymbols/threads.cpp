@@ -2,9 +2,9 @@
 
 #include "platform/linux/lockmark.h"
 #include "tools/zqsymbols/names.h"
+#include "tools/zqsymbols/values.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>

@@ -5,6 +5,8 @@
 #pragma once
 
 #include "tools/zqsymbols/details.h"
+#include "tools/zqsymbols/frames.h"
+#include "tools/zqsymbols/process.h"
 
 namespace zqsymbols
 {

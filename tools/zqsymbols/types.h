@@ -2,9 +2,12 @@
 #pragma once
 
 #include "platform/symbols.h"
-#include "tools/zqsymbols/process.h"
+#include "tools/zqsymbols/unitscan.h"
 
+#include <cstdint>
+#include <elfutils/libdw.h>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace zqsymbols

@@ -9,7 +9,9 @@
 // Values_c escapes everything from the process.
 #pragma once
 
+#include "platform/symbols.h"
 #include "tools/zqsymbols/printers.h"
+#include "tools/zqsymbols/process.h"
 #include "tools/zqsymbols/types.h"
 
 #include <memory>

@@ -1,8 +1,10 @@
 // variables.h: the variables in scope in a frame.
 #pragma once
 
+#include "platform/symbols.h"
 #include "tools/zqsymbols/expression.h"
 #include "tools/zqsymbols/frames.h"
+#include "tools/zqsymbols/process.h"
 #include "tools/zqsymbols/types.h"
 
 namespace zqsymbols

@@ -67,12 +67,13 @@ namespace
         {
             for (auto const & [sCategory, dLines] : dReports[i].dCategories)
             {
+                if (pCategory && sCategory != *pCategory)
+                {
+                    continue;
+                }
                 for (auto const & [sLine, Holding] : dLines)
                 {
-                    if (!pCategory || sCategory == *pCategory)
-                    {
-                        Rows.Add(NameOf(eBy, sCategory, sLine), i, Holding);
-                    }
+                    Rows.Add(NameOf(eBy, sCategory, sLine), i, Holding);
                 }
             }
         }

@@ -8,6 +8,7 @@
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/parse.h"
 #include "tools/zqtool/terminal.h"
+#include "tools/zqtool/text.h"
 #include "zqcore/ccrc.h"
 #include "zqcore/cfilesave_internal.h"
 #include "zqcore/cserialize.h"

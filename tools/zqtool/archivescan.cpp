@@ -5,7 +5,6 @@
 #include "zqcore/cserializer_internal.h"
 
 #include <cstring>
-#include <limits>
 
 namespace
 {

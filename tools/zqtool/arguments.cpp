@@ -1,7 +1,6 @@
 #include "tools/zqtool/arguments.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <utility>
 
 namespace

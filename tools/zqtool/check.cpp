@@ -1,13 +1,14 @@
 // zqtool check: what the library's readers say about tables, spreadsheets, property lists and scripts.
+#include "platform/terminal.h"
 #include "tools/zqtool/arguments.h"
 #include "tools/zqtool/checkschema.h"
+#include "tools/zqtool/checktext.h"
 #include "tools/zqtool/columns.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/terminal.h"
-
-#include "platform/terminal.h"
+#include "tools/zqtool/text.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,13 +1,11 @@
 #include "tools/zqtool/checkreader.h"
-#include "tools/zqtool/parse.h"
 
+#include "tools/zqtool/parse.h"
 #include "zqcore/clog.h"
-#include "zqcore/cstring.h"
 #include "zqcore/ctexterror.h"
 #include "zqcore/ctexterror_internal.h"
 #include "zqcore/cwarehousescan.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <utility>
 

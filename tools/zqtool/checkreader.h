@@ -3,7 +3,6 @@
 
 #include "tools/zqtool/checktext.h"
 
-#include <string>
 #include <vector>
 
 /// Name of the text in the table of files while it is checked.
@@ -16,7 +15,8 @@ class ReaderErrors_c
 public:
     explicit ReaderErrors_c(std::vector<Complaint_t> & dComplaints);
     ~ReaderErrors_c();
-    ReaderErrors_c & operator=(ReaderErrors_c &&) = delete;
+    ReaderErrors_c(ReaderErrors_c const &) = delete;
+    ReaderErrors_c & operator=(ReaderErrors_c const &) = delete;
 
 private:
     static void Listen(char const * szLine);

@@ -3,10 +3,9 @@
 #include "tools/zqtool/parse.h"
 #include "tools/zqtool/text.h"
 #include "tools/zqtool/textfile.h"
+#include "zqcore/cwarehousescan.h"
 
 #include <cstdio>
-#include <set>
-#include <type_traits>
 
 namespace
 {

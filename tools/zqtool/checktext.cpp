@@ -9,6 +9,7 @@
 #include "zqcore/cscript.h"
 #include "zqcore/cspreadsheet_internal.h"
 #include "zqcore/ctexterror_internal.h"
+#include "zqcore/cwarehousescan.h"
 
 #include <algorithm>
 #include <cctype>

@@ -9,9 +9,9 @@ class Arguments_c;
 using CommandRun_t = std::function<int()>;
 
 /// Exit statuses.
-constexpr int EXIT_DONE = 0;
-constexpr int EXIT_FOUND = 1;   // found something, or failed, as with a file that can't be read or written
-constexpr int EXIT_USAGE = 2;   // wrong arguments
+inline constexpr int EXIT_DONE = 0;
+inline constexpr int EXIT_FOUND = 1;   // found something, or failed, as with a file that can't be read or written
+inline constexpr int EXIT_USAGE = 2;   // wrong arguments
 
 /// Declare the arguments of a subcommand and return what runs it. Require that the parser outlives the returned
 /// function.

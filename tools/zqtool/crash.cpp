@@ -8,6 +8,7 @@
 #include "tools/zqtool/crashsymbols.h"
 #include "tools/zqtool/output.h"
 #include "tools/zqtool/terminal.h"
+#include "tools/zqtool/text.h"
 
 #include <cstdio>
 #include <memory>

@@ -1,9 +1,7 @@
 #include "tools/zqtool/crashcause.h"
 
-#include "tools/zqtool/crashlines.h"
-#include "tools/zqtool/parse.h"
-
 #include "platform/faults.h"
+#include "tools/zqtool/parse.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,8 +1,7 @@
 // The details beside a report. The reader skips lines of an unknown form, as the format asks.
-#include "tools/zqtool/crashreport.h"
-
 #include "tools/zqtool/crashcause.h"
 #include "tools/zqtool/crashlines.h"
+#include "tools/zqtool/crashreport.h"
 #include "tools/zqtool/parse.h"
 
 #include <algorithm>
@@ -150,20 +149,21 @@ namespace
             std::optional<std::uint64_t> const Line = WholeNumber(sNumber, 10);
             Frame.sFile = sText.substr(0, Line ? iColon : sText.size());
             Frame.iLine = Line && *Line <= UINT32_MAX ? static_cast<unsigned>(*Line) : 0;
+            return true;
         }
-        else if (TakeNumber(sSource, 10) && sSource.starts_with(" |"))
+        if (TakeNumber(sSource, 10) && sSource.starts_with(" |"))
         {
             return AppendMember(Frame.dSource, std::string(sLine));
         }
-        else if (TakeStart(sText, "... "))
+        if (TakeStart(sText, "... "))
         {
             return AppendMember(Frame.dVariables, ReadVariable("...", sText, nLevel));
         }
-        else if (TakeStart(sText, "."))
+        if (TakeStart(sText, "."))
         {
             return AppendMember(Frame.dVariables, ReadVariable("", sText, nLevel));
         }
-        else if (nBlanks == 0)
+        if (nBlanks == 0)
         {
             char const * const szWord = TakeStart(sText, "parameter ") ? "parameter"
                                         : TakeStart(sText, "local ")   ? "local"

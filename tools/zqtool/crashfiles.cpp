@@ -1,7 +1,6 @@
 #include "tools/zqtool/crashfiles.h"
 
 #include "platform/text.h"
-#include "tools/zqtool/crashlines.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/parse.h"
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tools/zqtool/crashfold.h"
+#include "tools/zqtool/crashreport.h"
 
 /// Return one object in one line, without a line end. It is ASCII, whatever the crash holds.
 std::string CrashJson(Crash_t const & Crash);

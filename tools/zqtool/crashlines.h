@@ -5,8 +5,8 @@
 
 /// Most members of a list in a crash, such as frames, threads, modules, variables or lines of one kind, and most
 /// crashes in a file. The naming of inlined calls may make a stack longer.
-constexpr std::size_t CRASH_MAX_MEMBERS = 10000;
-constexpr std::size_t CRASH_MAX_CRASHES = 1000;
+inline constexpr std::size_t CRASH_MAX_MEMBERS = 10000;
+inline constexpr std::size_t CRASH_MAX_CRASHES = 1000;
 
 /// Lines of a text. A line ends with LF or CR LF.
 class CrashLines_c

@@ -1,7 +1,6 @@
 #include "tools/zqtool/crashprint.h"
 
 #include "tools/zqtool/crashcause.h"
-#include "tools/zqtool/crashlines.h"
 #include "tools/zqtool/text.h"
 
 #include <algorithm>

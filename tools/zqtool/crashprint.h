@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tools/zqtool/crashfold.h"
+#include "tools/zqtool/crashreport.h"
 
 /// Returns a crash as text: what happened, the likely frame, the stack, the rest. bColours adds a terminal's escape
 /// sequences.

@@ -3,6 +3,7 @@
 
 #include "tools/zqsymbols/buildids.h"
 #include "tools/zqsymbols/inlined.h"
+#include "tools/zqsymbols/names.h"
 #include "tools/zqtool/crashcause.h"
 #include "tools/zqtool/crashlines.h"
 

@@ -16,7 +16,8 @@ public:
     explicit CrashSymbols_c(
         std::vector<std::string> const & dFolders, std::function<void(std::string const &)> const & fnFault);
     ~CrashSymbols_c();
-    CrashSymbols_c & operator=(CrashSymbols_c &&) = delete;
+    CrashSymbols_c(CrashSymbols_c const &) = delete;
+    CrashSymbols_c & operator=(CrashSymbols_c const &) = delete;
 
     /// Returns whether this build can read debug information. If not, the other functions do nothing.
     static bool CanRead();

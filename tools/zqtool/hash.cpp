@@ -1,7 +1,6 @@
 // zqtool hash: the library's checksums of files and texts, in the form that sha1sum has, and checks of such lists.
 #include "platform/terminal.h"
 #include "platform/text.h"
-
 #include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"

@@ -5,12 +5,12 @@
 #include <string_view>
 
 /// Statuses of an answer (RFC 9110; the last one RFC 6585).
-constexpr int HTTP_OK = 200;
-constexpr int HTTP_BAD_REQUEST = 400;
-constexpr int HTTP_FORBIDDEN = 403;
-constexpr int HTTP_NOT_FOUND = 404;
-constexpr int HTTP_BAD_METHOD = 405;
-constexpr int HTTP_TOO_LARGE = 431;
+inline constexpr int HTTP_OK = 200;
+inline constexpr int HTTP_BAD_REQUEST = 400;
+inline constexpr int HTTP_FORBIDDEN = 403;
+inline constexpr int HTTP_NOT_FOUND = 404;
+inline constexpr int HTTP_BAD_METHOD = 405;
+inline constexpr int HTTP_TOO_LARGE = 431;
 
 /// Returns whether a request holds its whole head.
 bool HttpIsComplete(std::string_view sRequest);

@@ -1,5 +1,6 @@
 #include "tools/zqtool/mediascan.h"
 
+#include "platform/files.h"
 #include "platform/folding.h"
 #include "tools/zqtool/arguments.h"
 #include "tools/zqtool/input.h"
@@ -7,10 +8,10 @@
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilepath_internal.h"
+#include "zqcore/cstring.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <map>
 

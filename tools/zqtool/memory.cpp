@@ -1,11 +1,13 @@
 // zqtool memory: live memory by category, file and source line, from snapshots that MemoryLogAllocations wrote.
 #include "tools/zqtool/allocationgrowth.h"
+#include "tools/zqtool/allocationreport.h"
 #include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/output.h"
 #include "tools/zqtool/terminal.h"
+#include "tools/zqtool/text.h"
 #include "tools/zqtool/treemap.h"
 
 #include <cstdio>

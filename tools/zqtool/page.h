@@ -7,8 +7,8 @@
 
 /// Policies of CSP (W3C) for what a page may load. The first is the default: nothing at all. The second allows requests
 /// to the server of the page.
-constexpr char PAGE_POLICY[] = "default-src 'none'; style-src 'unsafe-inline'; script-src 'unsafe-inline'";
-constexpr char LIVE_PAGE_POLICY[] =
+inline constexpr char PAGE_POLICY[] = "default-src 'none'; style-src 'unsafe-inline'; script-src 'unsafe-inline'";
+inline constexpr char LIVE_PAGE_POLICY[] =
     "default-src 'none'; style-src 'unsafe-inline'; script-src 'unsafe-inline'; connect-src 'self'";
 
 /// Returns the start of a page up to its body: the title, which it escapes, the policy and the look of all pages.

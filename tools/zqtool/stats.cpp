@@ -1,11 +1,12 @@
 // zqtool stats: shows a stats file of the hierarchical profiler as a tree, as trace events and as a page.
 #include "platform/clock.h"
-
 #include "tools/zqtool/arguments.h"
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/help.h"
 #include "tools/zqtool/input.h"
+#include "tools/zqtool/json.h"
 #include "tools/zqtool/output.h"
+#include "tools/zqtool/statsfile.h"
 #include "tools/zqtool/statsfollow.h"
 #include "tools/zqtool/statslimits.h"
 #include "tools/zqtool/statsprint.h"

@@ -6,7 +6,7 @@ const MIN_BOX = 0.0004;         // part of the width below which a timer is not 
 const flame = $("flame");
 
 // Returns the place of a timer beside the one that fills the view: "above" it, "in" it, or "" for neither.
-function standing(index)
+function locate(index)
 {
     const isWithin = (inner, outer) =>
     {
@@ -54,12 +54,12 @@ function drawFlame()
     let depth = 0;
     for (const timer of timers)
     {
-        const place = places[timer.index], stands = standing(timer.index);
-        const width = stands === "above" || timer.index === state.root ? 1 : place.size / (root.size || 1);
-        if (stands && width >= MIN_BOX)
+        const place = places[timer.index], where = locate(timer.index);
+        const width = where === "above" || timer.index === state.root ? 1 : place.size / (root.size || 1);
+        if (where && width >= MIN_BOX)
         {
-            const left = stands === "above" ? 0 : (place.start - root.start) / (root.size || 1);
-            flame.append(drawBox(timer, values[timer.index], place, left, width, stands === "above"));
+            const left = where === "above" ? 0 : (place.start - root.start) / (root.size || 1);
+            flame.append(drawBox(timer, values[timer.index], place, left, width, where === "above"));
             depth = Math.max(depth, timer.depth + 1);
         }
     }

@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-constexpr std::size_t STATS_FRAMES = PROFILER_FRAMES;          // frames in a batch
-constexpr std::uint32_t STATS_MAX_TIMERS = MAX_TIMERS_TOTAL;   // most timers in a batch
+inline constexpr std::size_t STATS_FRAMES = PROFILER_FRAMES;          // frames in a batch
+inline constexpr std::uint32_t STATS_MAX_TIMERS = MAX_TIMERS_TOTAL;   // most timers in a batch
 
 /// A timer in one frame.
 struct StatsSlot_t

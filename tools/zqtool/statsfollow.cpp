@@ -3,9 +3,7 @@
 #include "platform/clock.h"
 #include "platform/loopback.h"
 #include "platform/process.h"
-
 #include "tools/zqtool/http.h"
-#include "tools/zqtool/text.h"
 
 #include <csignal>
 #include <cstdio>
@@ -106,16 +104,14 @@ namespace
             if (eRead == StatsTail_e::Anew)
             {
                 StartAnew();
+                continue;
             }
-            else if (eRead != StatsTail_e::Batch || m_bRestSkipped)
+            if (eRead != StatsTail_e::Batch || m_bRestSkipped)
             {
                 m_bRestSkipped = m_bRestSkipped || eRead == StatsTail_e::Damaged;
                 return false;
             }
-            else
-            {
-                Take(Batch);
-            }
+            Take(Batch);
         }
         return true;
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tools/zqtool/statspage.h"
+#include "tools/zqtool/statstree.h"
 
 /// Options of StatsFollow: the file, the port and the end.
 struct StatsFollow_t

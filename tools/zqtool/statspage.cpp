@@ -2,12 +2,12 @@
 
 #include "tools/zqtool/page.h"
 #include "tools/zqtool/parse.h"
+#include "tools/zqtool/statsfile.h"
 #include "tools/zqtool/text.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <ostream>
-#include <ranges>
 
 // The parts of the page, which the build makes from stats_page.html and stats_*.js.
 extern char const STATS_PAGE_HTML[], STATS_DATA_JS[], STATS_GRAPH_JS[], STATS_FLAME_JS[], STATS_PAGE_JS[];

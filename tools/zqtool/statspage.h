@@ -4,6 +4,7 @@
 // those with the worst frames. It loads nothing, unless it is live: then it asks its server for news.
 #pragma once
 
+#include "tools/zqtool/statsfile.h"
 #include "tools/zqtool/statstree.h"
 
 #include <deque>

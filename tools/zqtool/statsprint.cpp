@@ -1,6 +1,6 @@
 #include "tools/zqtool/statsprint.h"
 
-#include "tools/zqtool/terminal.h"
+#include "tools/zqtool/statstree.h"
 
 #include <algorithm>
 #include <cstdio>

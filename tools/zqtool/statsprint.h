@@ -3,6 +3,7 @@
 
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/statspage.h"
+#include "tools/zqtool/statstree.h"
 
 /// Prints the times of frames, and the tree of timers with their figures, on standard output. The times of frames leave
 /// out those that the tree has forgotten. Without frames, prints that there are none and when the profiler writes the

@@ -4,6 +4,7 @@
 #include "tools/zqtool/json.h"
 #include "tools/zqtool/mediascan.h"
 #include "tools/zqtool/terminal.h"
+#include "tools/zqtool/text.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilepath.h"
 
