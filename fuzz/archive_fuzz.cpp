@@ -78,8 +78,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 {
     Input_c Input(pData, nSize);
     std::size_t const nCalls = Input.Get();
-    std::string const sCalls = Input.Take(nCalls);
-    MemoryFile_c File(Input.Take());
+    std::string const sCalls = Input.Extract(nCalls);
+    MemoryFile_c File(Input.Extract());
     FileOpen(&File);
     Readable_c Archive(&File, 0x00010003);
     SurvivesWithoutAbort(

@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Options.pSchema = (nChoice & 8) != 0 && Options.eKind < TextKind_e::PropertyList ? &s_dSchema : nullptr;
     Options.sHead = (nChoice & 16) != 0 && Options.eKind == TextKind_e::Table ? "a b" : "";
     Options.sSeparators = (nChoice & 32) != 0 ? "/" : "";
-    std::string const sText = Input.Take();
+    std::string const sText = Input.Extract();
     CheckedText_t const Checked = CheckText((nChoice & 64) != 0 ? "x.csv" : "x.txt", sText, Options);
 
     int const nLines = static_cast<int>(std::count(sText.begin(), sText.end(), '\n')) + 1;

@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         Fold.Add(std::move(Crash));
     }
     std::size_t nFolded = 0;
-    for (CrashGroup_t const & Group : Fold.Take())
+    for (CrashGroup_t const & Group : Fold.Extract())
     {
         nFolded += Group.nCount;
         Require(nlohmann::json::accept(CrashGroupJson(Group)));

@@ -92,18 +92,18 @@ public:
     {}
     bool IsEmpty() const { return m_sRest.empty(); }
     /// Returns the next bytes, fewer at the end.
-    std::string Take(std::size_t nBytes = std::string::npos)
+    std::string Extract(std::size_t nBytes = std::string::npos)
     {
-        std::string const sTaken(m_sRest.substr(0, nBytes));
-        m_sRest.remove_prefix(sTaken.size());
-        return sTaken;
+        std::string const sExtracted(m_sRest.substr(0, nBytes));
+        m_sRest.remove_prefix(sExtracted.size());
+        return sExtracted;
     }
     /// Returns the next value. Zeros follow the end.
     template <typename T = unsigned char>
     T Get()
     {
         T Value{};
-        std::string const sBytes = Take(sizeof Value);
+        std::string const sBytes = Extract(sizeof Value);
         std::memcpy(&Value, sBytes.data(), sBytes.size());
         return Value;
     }

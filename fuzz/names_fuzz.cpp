@@ -100,7 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 {
     Input_c Input(pData, nSize);
     std::size_t const nRoom = Input.Get();
-    std::string const sText = Input.Take().c_str();
+    std::string const sText = Input.Extract().c_str();
     CheckParts(sText);
     CheckWide(sText, nRoom % (sText.size() + 1));
     CheckRegistryNames(sText);

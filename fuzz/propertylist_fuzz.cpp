@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 {
     Input_c Input(pData, nSize);
     WarehouseFormat_e const eFormat = Input.Get() & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
-    std::string_view sRead(FuzzFile_c::Get().sText = Input.Take());
+    std::string_view sRead(FuzzFile_c::Get().sText = Input.Extract());
     PropertyList_c List;
     bool const bOpens = !IsRefused(sRead);
     Require(List.Open("fuzz.txt", eFormat) == bOpens);

@@ -18,7 +18,7 @@ namespace
     }
 
     // Returns the FNV-1a of 32 bits (RFC 9923) over a record without its checksum.
-    std::uint32_t CheckSum(std::string sRecord)
+    std::uint32_t Checksum(std::string sRecord)
     {
         std::uint32_t nSum = 0x811C9DC5;
         for (char const c : sRecord.erase(16, 4))
@@ -34,16 +34,16 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     static plat::StoreHandle_t const s_hFolder = plat::StoreOpenPath(FuzzFolder().c_str());
     Input_c Input(pData, nSize);
     bool const bCorrect = Input.Get() & 1;
-    std::string sRecord = Input.Take();
+    std::string sRecord = Input.Extract();
     if (bCorrect && sRecord.size() >= 20)
     {
-        std::uint32_t const nSum = CheckSum(sRecord);
+        std::uint32_t const nSum = Checksum(sRecord);
         std::memcpy(sRecord.data() + 16, &nSum, sizeof nSum);
     }
     std::ofstream(FuzzFolder() + "/given", std::ios::binary) << sRecord;
     plat::RecordBytes_t dBytes;
     plat::Record_t Record;
-    bool const bSound = sRecord.size() >= 20 && sRecord.starts_with("ZQRV") && WordAt(sRecord, 16) == CheckSum(sRecord)
+    bool const bSound = sRecord.size() >= 20 && sRecord.starts_with("ZQRV") && WordAt(sRecord, 16) == Checksum(sRecord)
                         && std::uint64_t{ WordAt(sRecord, 8) } + WordAt(sRecord, 12) == sRecord.size() - 20;
     Require(plat::LoadRecord(s_hFolder, "given", dBytes, Record) == bSound);
     if (bSound)

@@ -38,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     static FileSave_c & s_Save = *new FileSave_c(s_sFile.c_str());
     Input_c Input(pData, nSize);
     unsigned char const cCorrect = Input.Get();
-    std::string sSave = Input.Take();
+    std::string sSave = Input.Extract();
     std::size_t const nArchive = std::max<std::size_t>(sSave.size(), 16) - 16;
     if (cCorrect & 1 && sSave.size() >= 16)
     {

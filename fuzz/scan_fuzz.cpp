@@ -21,7 +21,7 @@ namespace
     std::string Name(Input_c & Input, std::size_t nName)
     {
         static constexpr char LETTERS[] = "aAbB.:\\-~zq0\x1b\xc3\xa4\xc4";
-        std::string sName = Input.Take(nName);
+        std::string sName = Input.Extract(nName);
         for (char & c : sName)
         {
             c = LETTERS[static_cast<unsigned char>(c) % (sizeof LETTERS - 1)];

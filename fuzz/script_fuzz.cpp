@@ -31,7 +31,7 @@ namespace
         }
 
         // Reads a token one byte at a time, and leaves the byte that ends it unread.
-        void PlainToken(bool bPunctuation)
+        void ReadPlainToken(bool bPunctuation)
         {
             std::string sToken;
             char c;
@@ -61,7 +61,7 @@ namespace
                 sLast.clear();
                 if (!Script.m_bEndOfFile)
                 {
-                    PlainToken(bPunctuation);
+                    ReadPlainToken(bPunctuation);
                 }
             }
         }
@@ -104,8 +104,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 {
     Input_c Input(pData, nSize);
     std::size_t const nSteps = Input.Get() % 64u;
-    std::string const sSteps = Input.Take(2 * nSteps);
-    std::string & sText = FuzzFile_c::Get().sText = Input.Take();
+    std::string const sSteps = Input.Extract(2 * nSteps);
+    std::string & sText = FuzzFile_c::Get().sText = Input.Extract();
     std::vector<char> const dText(sText.begin(), sText.end());   // a block of exactly its size
 
     Reader_s File, Memory;
@@ -119,7 +119,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         std::string const sOutcome = File.Step(cWhat, cArgument);
         if (cWhat % 8 == 0)
         {
-            Memory.PlainToken(cArgument & 1);
+            Memory.ReadPlainToken(cArgument & 1);
         }
         else if (cWhat % 8 < 6)
         {

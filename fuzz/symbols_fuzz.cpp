@@ -30,7 +30,7 @@ namespace
         static void * const s_pPage =
             mmap(reinterpret_cast<void *>(0x100000), plat::SYMBOL_PAGE, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         Answer.dValues[2] += cKind & 32 ? reinterpret_cast<std::uintptr_t>(s_pPage) : 0;   // of a variable, the address
-        std::size_t const nTaken = g_pInput->Take(nText).copy(Answer.szText, nText);
+        std::size_t const nTaken = g_pInput->Extract(nText).copy(Answer.szText, nText);
         std::memset(Answer.szText + nTaken, 'x', cKind & 8 ? plat::SYMBOL_TEXT - nTaken : 0);
         std::size_t const nSent = plat::SYMBOL_ANSWER_HEAD + (cKind & 8 ? plat::SYMBOL_TEXT : nTaken);
         send(g_hHelper, &Answer, cKind & 16 ? nText : nSent, MSG_DONTWAIT);
@@ -90,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 {
     Input_c Input(pData, nSize);
     std::size_t const nCalls = Input.Get();
-    std::string const sCalls = Input.Take(nCalls);
+    std::string const sCalls = Input.Extract(nCalls);
     g_pInput = &Input;
     plat::SymbolsSetHelper("helper");
     plat::FaultContext_t Context;

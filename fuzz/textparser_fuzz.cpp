@@ -90,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 {
     Input_c Input(pData, nSize);
     std::size_t const nRules = Input.Get() % 16u;
-    std::string const sRules = Input.Take(3 * nRules), sAll = Input.Take();
+    std::string const sRules = Input.Extract(3 * nRules), sAll = Input.Extract();
     std::vector<char> const dText(sAll.begin(), sAll.end());   // a block of exactly its size
     std::string_view sRead(dText.data(), dText.size());
     bool const bOpens = !dText.empty() && !IsRefused(sRead);

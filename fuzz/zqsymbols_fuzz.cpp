@@ -56,7 +56,7 @@ namespace
             for (int i = cDamage & 7; i > 0; --i)
             {
                 std::uint16_t const nPlace = Input.Get<std::uint16_t>();
-                std::string const sChange = Input.Take(std::size_t{ 1 } << (nPlace >> 14));
+                std::string const sChange = Input.Extract(std::size_t{ 1 } << (nPlace >> 14));
                 sBytes.replace((nPlace & 0x3FFF) % sBytes.size(), sChange.size(), sChange);
             }
             sBytes.resize(cDamage & 8 ? Input.Get<std::uint16_t>() % sBytes.size() : sBytes.size());
@@ -105,8 +105,8 @@ extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
     {
         auto & Printer = *static_cast<plat::SymbolPrinter_t *>(pRecord);
         Printer = {};
-        g_pInput->Take(g_pInput->Get() & 63).copy(Printer.szType, sizeof Printer.szType);
-        g_pInput->Take(g_pInput->Get()).copy(Printer.szTemplate, sizeof Printer.szTemplate);
+        g_pInput->Extract(g_pInput->Get() & 63).copy(Printer.szType, sizeof Printer.szType);
+        g_pInput->Extract(g_pInput->Get()).copy(Printer.szTemplate, sizeof Printer.szTemplate);
     }
     else
     {

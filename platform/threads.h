@@ -145,7 +145,7 @@ namespace plat
     /// Calls fnEnd on the calling thread when the thread ends, after the destructors of its thread-local variables.
     /// Each thread has one function: a later call replaces it. A call from fnEnd registers again, as often as the
     /// system allows. fnEnd is not called at the end of the process, or if the system has no room for it.
-    void ThreadAtEnd(void (*fnEnd)());
+    void ThreadCallAtEnd(void (*fnEnd)());
 
     /// Moves the calling thread to the idle scheduling class, which runs only when nothing else needs the processor.
     /// Requires that no other thread of the process is in that class. Returns false if the system refuses. If another

@@ -14,7 +14,7 @@ namespace
 #include "tests/golden/adsr.inc"
 }
 
-TEST(Adsr, GivesTheBitsOfTheGoldenTable)
+TEST(Adsr, MatchesTheBitsOfTheGoldenTable)
 {
     for (EnvelopeRow_s const & Row : ENVELOPE_ROWS)
     {

@@ -16,9 +16,9 @@ namespace
 
     int TrapsIn(void (*fnTouch)())
     {
-        TrapCount_c::Take();
+        TrapCount_c::Extract();
         fnTouch();
-        return TrapCount_c::Take();
+        return TrapCount_c::Extract();
     }
 
     bool Arm(Watch_t & Watch, int nLength = Watch_t::LENGTH_4, int nAccess = Watch_t::ACCESS_WRITE, int nOffset = 0)
@@ -107,15 +107,15 @@ TEST_F(Breakpoint, BindsItsThreadAndItsProcess)
     alignas(Watch_t) char dLost[12][sizeof(Watch_t)];
     Watch_t Watch;
     ASSERT_TRUE(Arm(Watch));
-    TrapCount_c::Take();
+    TrapCount_c::Extract();
     std::atomic<int> nArmed = 0;   // by threads, whose registers are released when they end
-    InThreads(12,
+    RunInThreads(12,
         [&](int i)
         {
             Write();
             nArmed += Arm(*::new (dLost[i]) Watch_t);
         });
-    EXPECT_EQ(TrapCount_c::Take(), 0);
+    EXPECT_EQ(TrapCount_c::Extract(), 0);
     EXPECT_EQ(nArmed, 12);
     auto const CountOwnTraps = []
     {

@@ -7,7 +7,7 @@ namespace
     std::string g_sTrace;
 
     template <char NAME>
-    void Callback(int i)
+    void OnEvent(int i)
     {
         g_sTrace += NAME + std::to_string(i);
     }
@@ -74,12 +74,12 @@ namespace
 TEST_F(Callbacks, RunFromTheLastAddedToTheFirst)
 {
     EXPECT_EQ(Fire(0), "");
-    EXPECT_EQ(Fire(7, { Callback<'A'>, Callback<'B'>, Callback<'A'> }), "A7B7A7");
-    g_Event.Remove(Callback<'A'>);   // the later one
+    EXPECT_EQ(Fire(7, { OnEvent<'A'>, OnEvent<'B'>, OnEvent<'A'> }), "A7B7A7");
+    g_Event.Remove(OnEvent<'A'>);   // the later one
     EXPECT_EQ(Fire(8), "B8A8");
-    g_Event.Remove(Callback<'X'>);
+    g_Event.Remove(OnEvent<'X'>);
     {
-        CallbackScope_T const Receiver(g_Event, Callback<'C'>);
+        CallbackScope_T const Receiver(g_Event, OnEvent<'C'>);
         EXPECT_EQ(Fire(9), "C9B9A9");
     }
     EXPECT_EQ(Fire(0), "B0A0");
@@ -87,21 +87,21 @@ TEST_F(Callbacks, RunFromTheLastAddedToTheFirst)
 
 TEST_F(Callbacks, AChangeEndsTheFiring)
 {
-    EXPECT_EQ(Fire(1, { Callback<'A'>, RemoveItself, Callback<'B'> }), "B1-");
+    EXPECT_EQ(Fire(1, { OnEvent<'A'>, RemoveItself, OnEvent<'B'> }), "B1-");
     EXPECT_EQ(Fire(2), "B2A2");
     EXPECT_EQ(Fire(3, { RemoveItselfAndForce }), "B4A4") << "no freed node was touched";
 }
 
 TEST_F(Callbacks, NestedFiringIsDroppedUnlessForced)
 {
-    EXPECT_EQ(Fire(1, { Callback<'A'>, FireAgain }), "<>A1");
+    EXPECT_EQ(Fire(1, { OnEvent<'A'>, FireAgain }), "<>A1");
     EXPECT_EQ(Fire(-1), "<<>A0>A-1");   // the forced one nests once more, unforced
     EXPECT_EQ(Fire(5, { ForceInFive }), "<>A6<<>A6>A5") << "after the forced one, the outer one drops nothing";
 }
 
 TEST_F(Callbacks, OneThatThrowsEndsItsFiringAlone)
 {
-    EXPECT_THROW(Fire(1, { Callback<'A'>, Throw }), int);
+    EXPECT_THROW(Fire(1, { OnEvent<'A'>, Throw }), int);
     g_Event.Remove(Throw);
     EXPECT_EQ(Fire(2), "A2");
     EXPECT_EQ(Fire(3, { RemoveForcedAndCatch }), "!") << "no freed node was touched";
@@ -109,10 +109,10 @@ TEST_F(Callbacks, OneThatThrowsEndsItsFiringAlone)
 
 TEST_F(Callbacks, AnExclusiveOneHidesAllOthersAndStaysAtTheHead)
 {
-    g_Event.Add(Callback<'A'>, false);
-    g_Event.Add(Callback<'E'>, true);
+    g_Event.Add(OnEvent<'A'>, false);
+    g_Event.Add(OnEvent<'E'>, true);
     EXPECT_EQ(Fire(1), "E1");
-    EXPECT_EQ(FailedConditions([] { g_Event.Add(Callback<'B'>, false); }), "!pHead || !pHead->Get().m_bExclusive");
+    EXPECT_EQ(FailedConditions([] { g_Event.Add(OnEvent<'B'>, false); }), "!pHead || !pHead->Get().m_bExclusive");
     g_Event.Reset();
     EXPECT_TRUE(g_Event.IsEmpty());
     Callbacker_T<void> NoPayload;

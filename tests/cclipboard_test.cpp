@@ -42,7 +42,7 @@ namespace
         }
 
         // Starts a child that opens the clipboard, puts a text there, then calls the function. Returns once it is open.
-        static int Child(void (*fnHold)())
+        static int StartHolder(void (*fnHold)())
         {
             Gate_c const Holds;
             auto const Hold = [&]
@@ -166,14 +166,14 @@ TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)
         ClipboardPrintf(" for long");
         ClipboardClose();
     };
-    int const iChild = Child(Release);
+    int const iChild = StartHolder(Release);
     EXPECT_EQ(TextOfClosed(), "kept for long");
     StatusOfChild(iChild);
 }
 
 TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothing)
 {
-    int const iChild = Child([] { std::this_thread::sleep_for(std::chrono::minutes(1)); });
+    int const iChild = StartHolder([] { std::this_thread::sleep_for(std::chrono::minutes(1)); });
     plat::ClipboardSetWait([](unsigned nMilliseconds) { g_nWaits += nMilliseconds == 100; });
     EXPECT_EQ(FailedConditions([] { ClipboardOpen(); }), "g_isOpen == true");
     EXPECT_EACH(g_nWaits == 100, !g_isOpen);

@@ -36,7 +36,7 @@ namespace
     ZQ_FIRST_GLOBAL EarlyCrc_s g_EarlyCrc;
 }
 
-TEST(Crc32, GivesThePublishedValues)
+TEST(Crc32, ReturnsThePublishedValues)
 {
     for (auto const & [sText, dwExpected] : Rows_t<std::string, std::uint32_t>{ { "", 0 }, { "a", 0xE8B7BE43 },
              { "123456789", 0xCBF43926 }, { "The quick brown fox jumps over the lazy dog", 0x414FA339 },

@@ -36,7 +36,7 @@ namespace
     int g_nHeardMessages = 0;
 }
 
-TEST(CryptRandom, GivesBlocksFromTheirEndAndKeepsTheNewestBytes)
+TEST(CryptRandom, ReturnsBlocksFromTheirEndAndKeepsTheNewestBytes)
 {
     CryptoRandomGenerator_c Generator;
     EXPECT_EQ(Block(0, "")[0], 0x73) << "the SHA-1 of four zero bytes ends so";
@@ -56,7 +56,7 @@ TEST(CryptRandom, GivesBlocksFromTheirEndAndKeepsTheNewestBytes)
     EXPECT_EQ(Take(Generator, 20), Block(3, sPool));
 }
 
-TEST(CryptRandom, ForkedChildrenGiveBytesOfTheirOwn)
+TEST(CryptRandom, ForkedChildrenReturnBytesOfTheirOwn)
 {
     auto const FirstByte = []
     {

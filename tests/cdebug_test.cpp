@@ -284,7 +284,7 @@ TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
             }
         },
         false);
-    InThreads(8,
+    RunInThreads(8,
         [](int iThread)
         {
             for (int i = 0; i < 500; ++i)
@@ -334,7 +334,7 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
         static void (*const s_dCalls[])() = { [] { Warning("first"); }, [] { EXPECT_THROW(Abort("first"), int); },
             s_fnFailRead };
         alarm(20);   // ends threads that wait for ever
-        InThreads(3, [](int iThread) { s_dCalls[iThread](); });
+        RunInThreads(3, [](int iThread) { s_dCalls[iThread](); });
         return s_nHeard >= 3 ? 0 : 1;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);

@@ -17,7 +17,7 @@ namespace
     using Answer_e = plat::DialogAnswer_e;
     using Word_t = std::uintptr_t;
 
-    ExceptionInfo_c & Info = ExceptionInfo_c::Get();
+    ExceptionInfo_c & g_Info = ExceptionInfo_c::Get();
     std::mutex g_TraceLock;
     std::string g_sFaultTrace;   // each line in angles
     plat::FaultContext_t g_Context;
@@ -50,7 +50,7 @@ namespace
     std::string StackOf(plat::FaultPointers_t const * pPointers, int nFrames, int nSkip, std::size_t nSize = 16384)
     {
         std::string sText(nSize, '?');
-        Info.StackTrace(sText.data(), nSize, nFrames, nSkip, pPointers);
+        g_Info.StackTrace(sText.data(), nSize, nFrames, nSkip, pPointers);
         return sText.c_str();
     }
 
@@ -84,7 +84,7 @@ namespace
         }
         ~ExceptionInfo() override
         {
-            Info.Stop();
+            g_Info.Stop();
             ExceptionInfo_c::TraceReceiverSet(nullptr);
         }
     };
@@ -110,7 +110,7 @@ TEST_F(ExceptionInfo, ThreadTracesAFaultAndAsks)
         "><0x57AC0000\t(0x00000000\t){11}>(<(0x00000000\t){12}>){20}<DoneDump\r\n>"
         "<><Starting dump of memory at 0x00000100, size 256 dword's><Address contained in EBP value 0x00000300>"
         "(<([?]{8}\t){12}>){21}<DoneDump\r\n><StackTrace><Stack Trace Failed:: zero eip><Handling Exception...done>";
-    EXPECT_EACH(Info.Start(), Info.Start());
+    EXPECT_EACH(g_Info.Start(), g_Info.Start());
     EXPECT_EQ(g_sFaultTrace, "<Initializing debug SP><Initializing debug SP, done>");
     for (auto const & [nCode, bWrite, szName, sAccess] : Rows_t<std::uint32_t, unsigned, char const *, std::string>{
              { 0xC0000005, 0, "EXCEPTION_ACCESS_VIOLATION", "attempt to read ptr 0x00005678\r\n" },
@@ -121,7 +121,7 @@ TEST_F(ExceptionInfo, ThreadTracesAFaultAndAsks)
         Fault_s const Fault(nCode, bWrite);
         DialogScript_c const Dialogs;
         g_sFaultTrace = "";
-        EXPECT_EQ(Info.OnUnhandledException(&Fault.Pointers), 0);
+        EXPECT_EQ(g_Info.OnUnhandledException(&Fault.Pointers), 0);
         std::string const sCode = Hex(nCode), sSp = Hex(Fault.Context.nSp), sName = szName;
         EXPECT_EQ(Dialogs.CountHolding(
                       "Unhandled Exception " + sName + " (" + sCode + ") at 0x1234ABCD\r\n" + sAccess + TAIL),
@@ -137,26 +137,26 @@ TEST_F(ExceptionInfo, ThreadHandlesOneFaultAtATimeAndOnlyWhileItRuns)
     DialogScript_c const Dialogs;
     static Fault_s s_Fault(plat::FAULT_ACCESS);
     s_Fault.Record.Address = reinterpret_cast<Word_t>(&Complain);
-    Info.OnUnhandledException(&s_Fault.Pointers);
+    g_Info.OnUnhandledException(&s_Fault.Pointers);
     EXPECT_EQ(Dialogs.GetCount(), 0) << "not started";
     for (int iRound = 1; iRound <= 2; ++iRound)
     {
-        Info.Start();
-        InThreads(4, [](int) { Info.OnUnhandledException(&s_Fault.Pointers); });
+        g_Info.Start();
+        RunInThreads(4, [](int) { g_Info.OnUnhandledException(&s_Fault.Pointers); });
         EXPECT_EQ(Dialogs.GetCount(), 4 * iRound);
-        Info.Stop();
+        g_Info.Stop();
         EXPECT_THAT(g_sFaultTrace, testing::EndsWith("<Releasing debug SP><Releasing debug SP, done>"));
     }
     std::string const sModule = program_invocation_short_name;
     EXPECT_THAT(
         g_sFaultTrace, HasSubstr("<Exception in address space of module : " + sModule + "><Module loaded from : /"));
-    Info.Start();
-    auto const fnPrevious = plat::DialogSetHandler(
-        [](plat::Dialog_t const &) { return static_cast<Answer_e>(5 + Info.OnUnhandledException(&s_Fault.Pointers)); });
-    EXPECT_EQ(Info.MessageBoxWithTrace(nullptr, "faults while it is shown", "", 0, 1, 0), 5);
+    g_Info.Start();
+    auto const fnPrevious = plat::DialogSetHandler([](plat::Dialog_t const &)
+        { return static_cast<Answer_e>(5 + g_Info.OnUnhandledException(&s_Fault.Pointers)); });
+    EXPECT_EQ(g_Info.MessageBoxWithTrace(nullptr, "faults while it is shown", "", 0, 1, 0), 5);
     plat::DialogSetHandler(fnPrevious);
     g_silentMode = true;
-    Info.OnUnhandledException(&s_Fault.Pointers);
+    g_Info.OnUnhandledException(&s_Fault.Pointers);
     g_silentMode = false;
     EXPECT_EQ(Dialogs.GetCount(), 8);
 }
@@ -179,16 +179,16 @@ TEST_F(ExceptionInfo, AForkedChildHasNoDialogOfAnotherThread)
         s_Answer.Set();
         std::raise(SIGTRAP);   // without a support thread
         AssertFailed("%s", "in the child");
-        Info.Start();
+        g_Info.Start();
         std::raise(SIGTRAP);
-        Info.Stop();
+        g_Info.Stop();
         return s_nShown;
     };
     auto const fnPrevious = plat::DialogSetHandler(Answer);
-    plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return 1 + Info.OnUnhandledException(pFault); });
+    plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return 1 + g_Info.OnUnhandledException(pFault); });
     for (void (*fnShow)() : { +[] { std::raise(SIGTRAP); }, +[] { AssertFailed("%s", "in the parent"); } })
     {
-        Info.Start();
+        g_Info.Start();
         s_Shown.Reset();
         s_Answer.Reset();
         std::thread Other(fnShow);
@@ -210,9 +210,9 @@ TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
         {
             BeTraced();
         }
-        Info.Start();
+        g_Info.Start();
         Fault_s const Divide(plat::FAULT_INTEGER_DIVIDE);
-        Info.OnUnhandledException(&Divide.Pointers);
+        g_Info.OnUnhandledException(&Divide.Pointers);
         std::_Exit(7 + Dialogs.GetCount());
     };
     EXPECT_EXIT(Fault(false), testing::ExitedWithCode(0x94), "");
@@ -220,9 +220,10 @@ TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
     {
         static long s_nAnswer;
         s_nAnswer = nAnswer;
-        plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return s_nAnswer + Info.OnUnhandledException(p); });
+        plat::FaultFilterSet(
+            [](plat::FaultPointers_t const * p) { return s_nAnswer + g_Info.OnUnhandledException(p); });
         DialogScript_c const Dialogs(dAnswers);
-        Info.Start();
+        g_Info.Start();
         std::atexit([] { std::raise(SIGSEGV); });
         std::raise(SIGTRAP);
         std::_Exit(7);
@@ -239,14 +240,14 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
 {
     auto const Fault = []
     {
-        plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return Info.OnUnhandledException(pFault); });
+        plat::FaultFilterSet([](plat::FaultPointers_t const * pFault) { return g_Info.OnUnhandledException(pFault); });
         plat::DialogSetHandler(
             [](plat::Dialog_t const &) -> Answer_e
             {
                 std::fputs("asked", stderr);
                 __builtin_trap();
             });
-        Info.Start();
+        g_Info.Start();
         std::raise(SIGTRAP);
     };
     EXPECT_EXIT(Fault(), EndedAtBreakpoint, "asked");
@@ -284,19 +285,19 @@ TEST_F(ExceptionInfo, SecondDialogThatFaultsHoldsNoLaterComplaint)
         TempFolder_c const Folder;
         CurrentFolderScope_c const Current(Folder.GetPath());
         CallbackScope_T const Receiver(g_WarningsCallbacker, Hear);
-        plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return 1 + Info.OnUnhandledException(p); });
+        plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return 1 + g_Info.OnUnhandledException(p); });
         plat::DialogSetHandler(Answer);
-        Info.Start();
+        g_Info.Start();
         alarm(20);   // ends threads that wait for ever
         std::raise(SIGTRAP);
-        InThreads(1,
+        RunInThreads(1,
             [](int)
             {
                 Complain();
                 Warning("later");
                 ZQ_ASSERT(s_nDialogs < 0);
             });
-        Info.Stop();
+        g_Info.Stop();
         return 10 * s_nDialogs + s_nHeard;
     };
     EXPECT_EQ(StatusOfChild(StartChild([=] { return Run(false); })), 42);
@@ -309,13 +310,13 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
     TempFolder_c const Folder;
     CurrentFolderScope_c const Current(Folder.GetPath());
     Fault_s const Fault(plat::FAULT_INTEGER_DIVIDE);
-    Info.Start();
+    g_Info.Start();
     DialogScript_c const Dialogs({ Answer_e::Yes, Answer_e::No, Answer_e::Yes });
-    Info.OnUnhandledException(&Fault.Pointers);
+    g_Info.OnUnhandledException(&Fault.Pointers);
     EXPECT_EQ(Dialogs.CountHolding("Warning: \tNo such file or directory\n"), 1);
     std::filesystem::permissions(
         Folder.Write("RemoteDebug/rdebug.cmd", "#!/bin/sh\npwd > started\n"), std::filesystem::perms::owner_all);
-    Info.OnUnhandledException(&Fault.Pointers);
+    g_Info.OnUnhandledException(&Fault.Pointers);
     EXPECT_EQ(Dialogs.CountHolding("Please attach by remote debugger and press ok"), 1);
     for (int i = 0; i < 1000 && Folder.Read("started").empty(); ++i)
     {
@@ -336,7 +337,7 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebuggerWithoutTheHeap)
         static int s_nDialogs = 0;
         CurrentFolderScope_c const Current(Folder.GetPath());
         ExceptionInfo_c::TraceReceiverSet(nullptr);
-        plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return 1 + Info.OnUnhandledException(p); });
+        plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return 1 + g_Info.OnUnhandledException(p); });
         plat::DialogSetHandler(
             [](plat::Dialog_t const & Dialog)
             {
@@ -345,10 +346,10 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebuggerWithoutTheHeap)
             });
         alarm(20);   // ends a thread that waits for ever
         g_CategoryLock.Enter();
-        Info.Start();
+        g_Info.Start();
         std::raise(SIGTRAP);
         g_CategoryLock.Leave();
-        Info.Stop();
+        g_Info.Stop();
         return s_nDialogs;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 2);
@@ -368,7 +369,7 @@ TEST_F(ExceptionInfo, TraceNumbersNamesAndCuts)
     Fault_s Fault(plat::FAULT_ACCESS);
     DialogScript_c const Dialogs;
     EXPECT_EQ(StackOf(nullptr, 5, 0), "");
-    Info.StackTrace(nullptr, 5, 5, 0, &Fault.Pointers);
+    g_Info.StackTrace(nullptr, 5, 5, 0, &Fault.Pointers);
     EXPECT_EQ(Dialogs.CountHolding("Developer break"), 2);
     Fault.Context.nIp = reinterpret_cast<Word_t>(static_cast<void (*)()>(std::terminate));
     std::string const sName = bHelper ? "std::terminate" : "?";   // its library comes without lines

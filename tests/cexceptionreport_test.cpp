@@ -335,7 +335,7 @@ TEST_F(CrashReport, NamesAStrippedProgramByItsSections)
     EXPECT_THAT(Crash.sOutput, HasSubstr(Folder.GetPath() + "/a.RPTder/crasher\n"));
 }
 
-TEST(CrashReportSource, GivesLinesThatEndInCarriageReturnAndLineFeed)
+TEST(CrashReportSource, ReturnsOnlyLinesThatEndInCarriageReturnAndLineFeed)
 {
     TempFolder_c const Folder;
     exceptionreport::SourceFile_c const Source(Folder.Write("a.cpp", "first\r\n\r\n  third \r\nno end").c_str());

@@ -52,11 +52,11 @@ protected:
     static void Await(File_c * pFile, void * pBuffer)
     {
         void * const hRequest = FileAsyncOpen(pFile, pBuffer);
-        Until([hRequest] { return FileAsyncIsLoaded(hRequest); });
+        WaitUntil([hRequest] { return FileAsyncIsLoaded(hRequest); });
     }
 
     template <typename CALL>
-    static void Until(CALL const & Call)
+    static void WaitUntil(CALL const & Call)
     {
         while (!Call())
         {
@@ -162,10 +162,10 @@ TEST_F(FileAsyncTest, ThreadWritesNotBeyondABufferThatTheFileOutgrew)
         FileAsyncOpen(&Slow, nullptr);
         FileAsyncOpen(pFile, szSmall);
         FileClose(FileOpen(pFile) && !bResident ? pFile : nullptr);
-        Until([&] { return FileAsyncIsLoadedSlow(pFile); });
+        WaitUntil([&] { return FileAsyncIsLoadedSlow(pFile); });
         EXPECT_STREQ(szSmall, "-----");
         EXPECT_EQ(pFile->GetOpensCount(), bResident);
-        Until([&] { return FileAsyncIsLoadedSlow(&Slow); });
+        WaitUntil([&] { return FileAsyncIsLoadedSlow(&Slow); });
     }
     FileClose(pFile);
     EXPECT_EQ(pFile->GetOpensCount(), 0);
@@ -190,7 +190,7 @@ TEST_F(FileAsyncTest, ThreadServesInOrderSleepsAndDropsItsQueueAtTheStop)
     {
         EXPECT_EQ(FailedConditions([=] { FileAsyncIsLoaded(hBad); }), "int(file) < g_pAsyncFiles.GetLength ()");
     }
-    Until([&] { return s_nEntered >= 2; });
+    WaitUntil([&] { return s_nEntered >= 2; });
     Module_c::ShutdownAllModules();
     EXPECT_EACH(s_dEntered[0] == &dSlow[0], s_dEntered[1] == &dSlow[1]) << "the oldest first";
     EXPECT_TRUE(s_bDone) << "the read in progress was let finish";
@@ -205,10 +205,10 @@ TEST_F(FileAsyncTest, WhoeverWaitsForTheIdleThreadLiftsIt)
     s_nEntered = 0;
     File.sName = "awaited";
     FileAsyncOpen(&File, nullptr);
-    Until([] { return s_nEntered >= 1; });
+    WaitUntil([] { return s_nEntered >= 1; });
     EXPECT_FALSE(FileOpen(&File));   // waits, then reads on its own
     FileAsyncOpen(&File, nullptr);
-    Until([] { return s_nEntered >= 3; });
+    WaitUntil([] { return s_nEntered >= 3; });
     Module_c::ShutdownAllModules();
     SKIP_IF(!IdleThreadsCanLeave(), "the system has no idle class, or lets no thread leave it");
     std::pair const Lifted(true, false);
@@ -226,11 +226,11 @@ TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
         g_bCollectResource = true;
         for (unsigned i = 0; i < 2 * std::thread::hardware_concurrency(); ++i)
         {
-            std::thread([] { Until([] { return false; }); }).detach();   // to the end of the process
+            std::thread([] { WaitUntil([] { return false; }); }).detach();   // to the end of the process
         }
         File_c * const pFile = FileStream("big.bin");
         FileAsyncOpen(pFile, nullptr);
-        Until([] { return s_nEntered > 0; });
+        WaitUntil([] { return s_nEntered > 0; });
         bool const bOpened = FileOpen(pFile), bWaited = FileAsyncIsLoadedSlow(pFile);
         bool const bLiftable = plat::ThreadCanBeLifted();
         Module_c::ShutdownAllModules();
@@ -259,7 +259,7 @@ TEST_F(FileAsyncTest, AForkLeavesTheChildItsFilesAndAWorkerOfItsOwn)
         FileClose(FileOpen(pFile) ? pFile : nullptr);
         return bStop.load();
     };
-    std::thread Opener([&] { Until(OpenAndClose); });
+    std::thread Opener([&] { WaitUntil(OpenAndClose); });
     auto const ReadInChild = [&]
     {
         EXPECT_EACH(FileOpen(pFile), !FileOpen(&Slow));
@@ -272,9 +272,9 @@ TEST_F(FileAsyncTest, AForkLeavesTheChildItsFilesAndAWorkerOfItsOwn)
     {
         s_nEntered = 0;
         FileAsyncOpen(&Slow, nullptr);
-        Until([] { return s_nEntered > 0; });
+        WaitUntil([] { return s_nEntered > 0; });
         EXPECT_EQ(StatusOfChild(StartChild(ReadInChild)), 0);
-        Until([&] { return FileAsyncIsLoadedSlow(&Slow); });
+        WaitUntil([&] { return FileAsyncIsLoadedSlow(&Slow); });
     }
     bStop = true;
     Opener.join();

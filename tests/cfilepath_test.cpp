@@ -75,7 +75,7 @@ TEST_F(FilePathTest, RefusesWhatIsNoFolder)
     EXPECT_EQ(m_Log.GetText(), "Path not found " + m_Folder.Join("a/same.txt") + "\nPath not found \n");
 }
 
-TEST_F(FilePathTest, PassesOverWhatIsExcludedInAnyCase)
+TEST_F(FilePathTest, SkipsWhatIsExcludedInAnyCase)
 {
     Make({ { "Cvs/a.txt", "" }, { "sub/CVS/b.txt", "" }, { "cvs2/c.txt", "" }, { "sub/MESSAGE.LOG", "" } });
     FileAlwaysExcludeFolder("cvs");

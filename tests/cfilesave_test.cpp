@@ -134,7 +134,7 @@ TEST_F(FileSave, EachChangeOfASaveIsNoticed)
     EXPECT_FALSE(Save.PutAside(sAside));
 }
 
-TEST_F(FileSave, WhatTheSystemRefusesIsNeitherAbsentNorReplaced)
+TEST_F(FileSave, WhatTheSystemRefusesIsUnreadableAndAFailedSaveReplacesNothing)
 {
     m_Folder.Write("whole", "x");
     m_Folder.MakeFolder("a folder/full");
@@ -224,7 +224,7 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
             nStored += Mine.IsLocked() && Store(Mine, iHad < 0 ? 1 : iHad + 1);
         }
     };
-    InThreads(3, Host);
+    RunInThreads(3, Host);
     FileSave_c Shared(sShared.c_str());
     EXPECT_EQ(std::pair(Load(Shared), Load(Shared, 1)), std::pair(60, 59)) << "a save of another is lost";
 }

@@ -54,7 +54,7 @@ namespace
         return static_cast<char *>(pFirst) + static_cast<std::ptrdiff_t>(iElement) * nSize;
     }
 
-    std::vector<void *> Take(GigaPoolResizeable_c & Pool, int nElements)
+    std::vector<void *> AllocateElements(GigaPoolResizeable_c & Pool, int nElements)
     {
         std::vector<void *> dTaken(static_cast<std::size_t>(nElements));
         std::generate(dTaken.begin(), dTaken.end(), [&] { return Pool.Alloc(false); });
@@ -62,7 +62,7 @@ namespace
     }
 }
 
-TEST(GigaPoolStatic, GivesTheElementsThatAPlainModelGives)
+TEST(GigaPoolStatic, ReturnsTheElementsThatAPlainModelReturns)
 {
     // The sizes are those at which an element is found by product and by division, and those at their limits.
     for (int const nSize : { 1, 3, 8, 24, 64, 1000, 1447, 1448, 1449, 5000 })
@@ -198,7 +198,7 @@ TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
         SCOPED_TRACE(nSize);
         int const nPerChunk = 0x40000 / nSize;
         GigaPoolResizeable_c Pool(1, nSize);
-        std::vector<void *> dTaken = Take(Pool, 3 * nPerChunk);
+        std::vector<void *> dTaken = AllocateElements(Pool, 3 * nPerChunk);
         std::ptrdiff_t const nFull = MemoryTotalAllocations();
         void * pSpare = nullptr;
         auto const FreeChunk = [&]
@@ -230,7 +230,7 @@ TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
     }
 
     GigaPoolResizeable_c Pool(1, 8192);
-    std::vector<void *> const dTaken = Take(Pool, 32);
+    std::vector<void *> const dTaken = AllocateElements(Pool, 32);
     EXPECT_TRUE(Pool.Alloc(false));
     EXPECT_EQ(FailedConditions([&] { Pool.IsArray(dTaken[0]); }), "0 && \"why would you care?\"");
     EXPECT_EQ(FailedConditions([&] { Pool.Init(1, 8); }), "!m_pFullList & !m_pHalfList");
@@ -240,7 +240,7 @@ TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
 TEST(GigaPoolResizeable, MisuseFailsItsConditionAndHarmsNothing)
 {
     GigaPoolResizeable_c Pool(1, 1024);
-    std::vector<void *> dTaken = Take(Pool, 40);   // all elements of a group, and 8 of the next one
+    std::vector<void *> dTaken = AllocateElements(Pool, 40);   // all elements of a group, and 8 of the next one
     for (std::size_t const i : { 35u, 3u })
     {
         SCOPED_TRACE(i);
@@ -254,7 +254,7 @@ TEST(GigaPoolResizeable, MisuseFailsItsConditionAndHarmsNothing)
     EXPECT_EQ(Pool.Alloc(false), dTaken[39]);
     EXPECT_EQ(Pool.WaterMark(), 40);
 
-    std::vector<void *> const dMore = Take(Pool, 300);   // past the end of the chunk
+    std::vector<void *> const dMore = AllocateElements(Pool, 300);   // past the end of the chunk
     EXPECT_TRUE(Pool.Free(dTaken[0], false));
     EXPECT_EQ(Pool.Alloc(false), dTaken[0]) << "its chunk was full";
 

@@ -203,7 +203,7 @@ TEST_F(GuidTest, ThreadsAndProcessesOfOneInstantGetDifferentOnes)
         { Folder.Write(std::to_string(iProcess * THREADS + iThread), MakeMany(tStart, GUIDS)); };
         auto const WriteAll = [&]
         {
-            InThreads(THREADS, WriteMany);
+            RunInThreads(THREADS, WriteMany);
             return 0;
         };
         dChildren.push_back(StartChild(WriteAll));

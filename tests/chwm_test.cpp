@@ -17,7 +17,7 @@ namespace
     }
 }
 
-TEST(StaticMemoryPool, TakesTheSmallestClassThatFits)
+TEST(StaticMemoryPool, AllocatesFromTheSmallestClassThatFits)
 {
     StaticMemoryPool_c Pool("classes");
     AddGroups(Pool, { 16, 64, 65, 100, 1000, 1024, 1025, 5000 });

@@ -241,7 +241,7 @@ TEST_F(Logs, ASecondRunTruncatesAndThreadsDoNotMixTheirLines)
             Log("%s", std::string(500, static_cast<char>('a' + iThread)).c_str());
         }
     };
-    InThreads(3, Work);
+    RunInThreads(3, Work);
     std::istringstream Lines(m_Folder.Read("run.log"));
     int nLines = 0;
     for (std::string sLine; std::getline(Lines, sLine); ++nLines)
@@ -319,7 +319,7 @@ TEST_F(Logs, ALimitKeepsSomePreviousFilesAndCutsNoLine)
             Logf("named.log", "line %i of all", i);
         }
     };
-    InThreads(4, Write);
+    RunInThreads(4, Write);
     Write(0);   // alone, so that no line comes while a new file is begun
     LogSetLimit(LIMIT, 0);
     Logf("emptied.log", "%s", std::string(2000, 'x').c_str());

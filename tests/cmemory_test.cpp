@@ -76,9 +76,9 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
         Figures_s const Freed;
         EXPECT_EQ(std::pair(Freed - Before, Freed.iBytes), std::pair(Changes_t(), Before.iBytes));
     }
-    EXPECT_EQ(Reports.Take(), "");
+    EXPECT_EQ(Reports.Extract(), "");
     CoreMemory::operator_delete(New(1, 5));
-    EXPECT_EQ(Reports.Take(), "operator_new: 5 is no kind of block\n");
+    EXPECT_EQ(Reports.Extract(), "operator_new: 5 is no kind of block\n");
     EXPECT_STREQ(MemoryCategoryName(mem::Core), "Core");
     EXPECT_STREQ(MemoryCategoryName(mem::Generator), "Generator");
     MemoryResetFrameAllocCount();
@@ -112,8 +112,8 @@ TEST(Memory, PeaksStayWhenBlocksGoAndNewOnesStayBelow)
 
 TEST(Memory, AnEndedThreadLeavesNoCategoryToTheNext)
 {
-    InThreads(1, [](int) { MemoryCategoryPush(mem::AI); });
-    InThreads(1,
+    RunInThreads(1, [](int) { MemoryCategoryPush(mem::AI); });
+    RunInThreads(1,
         [](int)
         {
             {
@@ -270,7 +270,7 @@ TEST(Memory, AlignedBlocksHoldTheirPromisesOverRandomRequests)
         ASSERT_EQ(get_aligned_from_block(get_block_from_aligned(p), nAlignment, nOffset), p) << "round " << iRound;
         std::fill_n(p, nSize, cFill);
         p = static_cast<unsigned char *>(aligned_offset_realloc_dbg(p, nNewSize, nAlignment, nOffset, 4, "f.cpp", 2));
-        ASSERT_EQ(Reports.Take(), "") << "round " << iRound;
+        ASSERT_EQ(Reports.Extract(), "") << "round " << iRound;
         ASSERT_TRUE(IsAligned(p)) << "round " << iRound;
         auto const nKept = static_cast<std::ptrdiff_t>(std::min(nSize, nNewSize));
         ASSERT_EQ(std::count(p, p + nKept, cFill), nKept) << "round " << iRound;
@@ -280,7 +280,7 @@ TEST(Memory, AlignedBlocksHoldTheirPromisesOverRandomRequests)
     aligned_free_dbg(aligned_realloc_dbg(nullptr, 5, 8, 4, "f.cpp", 4));
     aligned_free_dbg(nullptr);
     EXPECT_EQ(get_block_from_aligned(nullptr), nullptr);
-    EXPECT_EQ(Reports.Take(), "");
+    EXPECT_EQ(Reports.Extract(), "");
 }
 
 TEST(Memory, AlignedOperationsReportMisuse)
@@ -291,30 +291,30 @@ TEST(Memory, AlignedOperationsReportMisuse)
     {
         errno = 0;
         EXPECT_EQ(aligned_offset_malloc_dbg(8, nAlignment, nOffset, 4, nullptr, 0), nullptr);
-        EXPECT_EQ(Reports.Take(), szReport);
+        EXPECT_EQ(Reports.Extract(), szReport);
         EXPECT_EQ(errno, EINVAL);
     }
     void * const pPlain = plat::HeapAlloc(100, 4, nullptr, 0);
     aligned_free_dbg(pPlain);
     EXPECT_EQ(
-        Reports.Take(), "The block at " + AddressText(pPlain) + " was not allocated by _aligned routines, use free()");
+        Reports.Extract(), "The block at " + AddressText(pPlain) + " was not allocated by _aligned routines, use free()");
     EXPECT_EQ(aligned_realloc_dbg(pPlain, 5, 4, 4, nullptr, 0), nullptr);
-    EXPECT_EQ(Reports.Take(),
+    EXPECT_EQ(Reports.Extract(),
         "The block at " + AddressText(pPlain) + " was not allocated by _aligned routines, use realloc()");
     EXPECT_EQ(get_aligned_from_block(pPlain, 16, 0), nullptr);
-    EXPECT_EQ(Reports.Take(), "The Block at " + AddressText(pPlain) + " was not allocated by aligned routines");
+    EXPECT_EQ(Reports.Extract(), "The Block at " + AddressText(pPlain) + " was not allocated by aligned routines");
     plat::HeapFree(pPlain);
 
     auto * const p = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, 4, nullptr, 0));
     p[-1] = 0;
     EXPECT_EQ(get_block_from_aligned(p), nullptr);
     aligned_free_dbg(p);
-    EXPECT_EQ(Reports.Take(), "Damage before " + AddressText(p) + " which was allocated by aligned routine\n");
+    EXPECT_EQ(Reports.Extract(), "Damage before " + AddressText(p) + " which was allocated by aligned routine\n");
 
     auto * const pFront = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, 4, nullptr, 0));
     std::fill_n(pFront - 2 * sizeof(void *), 2 * sizeof(void *), 0x11);   // the address of its block, too
     aligned_free_dbg(pFront);
-    EXPECT_EQ(Reports.Take(), "Damage before " + AddressText(pFront) + " which was allocated by aligned routine\n");
+    EXPECT_EQ(Reports.Extract(), "Damage before " + AddressText(pFront) + " which was allocated by aligned routine\n");
     plat::HeapBlock_t Block;
     EXPECT_FALSE(plat::HeapFindBlock(pFront, Block));
 
@@ -328,7 +328,7 @@ TEST(Memory, AlignedOperationsReportMisuse)
                                  + " which was allocated by aligned routine\nNo live block of this heap starts at "
                                  + AddressText(dForeign + 32)
                                  + ": freed already, or another heap's. It is left alone.\n";
-    EXPECT_EQ(Reports.Take(), sForeign + sForeign);
+    EXPECT_EQ(Reports.Extract(), sForeign + sForeign);
 }
 
 TEST(Memory, UserAllocatorsFillSixtyFourSlots)
@@ -370,7 +370,7 @@ TEST(Memory, FiguresReturnToTheirStartAfterThreadsThatShareBlocks)
                 Logc(i % 100 == 0, "thread");
             }
         };
-        InThreads(8, Work);
+        RunInThreads(8, Work);
         std::for_each(dShared, dShared + 4, [](std::atomic<std::string *> & pText) { delete pText.load(); });
     }
     Figures_s const After;
@@ -382,7 +382,7 @@ TEST(Memory, FiguresReturnToTheirStartAfterThreadsThatShareBlocks)
 
 TEST(Memory, AThreadWithoutASlotIsReported)
 {
-    EXPECT_EQ(FailedConditions([] { InThreads(1, [](int) { MemoryCategoryPop(mem::AI); }); }), "pStack");
+    EXPECT_EQ(FailedConditions([] { RunInThreads(1, [](int) { MemoryCategoryPop(mem::AI); }); }), "pStack");
     auto const FillSlots = []
     {
         LogDone();
@@ -390,12 +390,12 @@ TEST(Memory, AThreadWithoutASlotIsReported)
         LogAddCallback([](char const *) { MemCategoryScope_c const Scope(mem::AI); });   // finds no slot either
         for (int i = 0; i < 300; ++i)
         {
-            InThreads(1, [](int) { MemoryCategoryPush(mem::AI); });   // the next has this one's slot, emptied
+            RunInThreads(1, [](int) { MemoryCategoryPush(mem::AI); });   // the next has this one's slot, emptied
         }
         std::fputs("300 in turn\n", stderr);
         std::latch AllThere(129);
         std::mutex OneComplaint;
-        InThreads(129,
+        RunInThreads(129,
             [&](int)
             {
                 OneComplaint.lock();

@@ -30,7 +30,7 @@ namespace
     }
 
     // Runs in a child process, where the call log's header is still to come, with a folder for the log.
-    void InChild(TempFolder_c const & Folder, void (*fnRun)())
+    void RunInChild(TempFolder_c const & Folder, void (*fnRun)())
     {
         auto const Run = [&]
         {
@@ -43,14 +43,14 @@ namespace
     }
 
     // Allocates blocks of the kinds that are logged and of those that are not.
-    void TakeBlocks()
+    void AllocateBlocks()
     {
         MemCategoryScope_c const Scope(mem::Core);
         CoreMemory::operator_delete(CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, SOURCE, 11));
         plat::HeapFree(plat::HeapAlloc(7, MEMORY_CRT_BLOCK, SOURCE, 12));
         plat::HeapFree(plat::HeapAlloc(8, WordOf(mem::AI), SOURCE, 13));
     }
-    std::string TakenBlocks(int iFrame)
+    std::string AllocatedBlocks(int iFrame)
     {
         return Record(iFrame, 11, mem::Core, 40 + AROUND) + Record(iFrame, 13, mem::AI, 8);
     }
@@ -59,41 +59,42 @@ namespace
 TEST(MemoryReport, CallLogHasOneHeaderAndEachAllocationWhileItIsOn)
 {
     TempFolder_c const Folder;
-    InChild(Folder,
+    RunInChild(Folder,
         []
         {
             MemoryNewLogEnable(false);
-            TakeBlocks();
+            AllocateBlocks();
         });
     EXPECT_FALSE(std::filesystem::exists(Folder.Join("newcalls.csv"))) << "a log that is off makes no file";
 
-    InChild(Folder,
+    RunInChild(Folder,
         []
         {
             MemoryNewLogEnable(true);
-            TakeBlocks();
+            AllocateBlocks();
             MemoryNewLogToggle();
-            TakeBlocks();
+            AllocateBlocks();
             MemoryNewLogToggle();
             MemoryResetFrameAllocCount();
             MemoryResetFrameAllocCount();
-            TakeBlocks();
+            AllocateBlocks();
             MemoryNewLogEnable(false);
         });
-    EXPECT_EQ(Folder.Read("newcalls.csv"), "frame;file;line;category;size;\n" + TakenBlocks(0) + TakenBlocks(2));
+    EXPECT_EQ(
+        Folder.Read("newcalls.csv"), "frame;file;line;category;size;\n" + AllocatedBlocks(0) + AllocatedBlocks(2));
 
-    InChild(Folder,
+    RunInChild(Folder,
         []
         {
             MemoryNewLogEnable(true);
             Module_c::ShutdownAllModules();   // so that the next record opens the file, which allocates a block
             Module_c::InitializeAllModules();
             std::ptrdiff_t const nLoggers = g_MemoryCounters.dCount[mem::logger];
-            TakeBlocks();
+            AllocateBlocks();
             EXPECT_EQ(g_MemoryCounters.dCount[mem::logger], nLoggers + 1);
             MemoryNewLogEnable(false);
         });
-    EXPECT_EQ(Folder.Read("newcalls.csv"), TakenBlocks(0)) << "without that block";
+    EXPECT_EQ(Folder.Read("newcalls.csv"), AllocatedBlocks(0)) << "without that block";
 }
 
 TEST(MemoryReport, ListsLiveBlocksAndTalliesThemBySize)

@@ -120,7 +120,7 @@ TEST_F(Modules, ThatNeedEachOtherStayDown)
     EXPECT_EQ(Dialogs.GetCount(), 2);
 }
 
-TEST_F(Modules, InitialisedBeforeAFailedOneStayUpAndLaterOnesJoinThem)
+TEST_F(Modules, InitializedBeforeAFailedOneStayUpAndLaterOnesJoinThem)
 {
     TestModule_c &a = Make("a"), &b = Make("b"), &c = Make("c");
     b.bFails = true;

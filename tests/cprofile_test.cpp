@@ -15,7 +15,7 @@ namespace
     constexpr char LOST[] = "ProfilerSwapStats: failed to write file - Ivo Renning";
 
     // Pushes names and pops at ")"; a name with "/" goes under the root.
-    void Brackets(std::initializer_list<char const *> dNames)
+    void PushAndPop(std::initializer_list<char const *> dNames)
     {
         for (char const * szName : dNames)
         {
@@ -82,7 +82,7 @@ namespace
 TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
 {
     constexpr char LONG_NAME[] = "a name of forty characters, of which 31.";
-    Brackets({ "a", "b", ")", "b", ")", "/r", ")", "c", "b", ")", ")", ")", "b", ")", LONG_NAME, ")", "/r", ")" });
+    PushAndPop({ "a", "b", ")", "b", ")", "/r", ")", "c", "b", ")", ")", ")", "b", ")", LONG_NAME, ")", "/r", ")" });
     EXPECT_EQ(Tree(ProfilerGetRoot()), "a*1(b*2 c*1(b*1)) /r*2 b*1 a name of forty characters, of *1");
     EXPECT_EQ(ProfilerGetTimer(0x40000000u | (GetCrc32Polynomial("b", 1) & 0x3FFFFFFFu)), ProfilerGetTimer("b"));
     EXPECT_EQ(ProfilerGetTimer(0xC0000000u | (GetCrc32Polynomial("/r", 2) & 0x3FFFFFFFu)), ProfilerGetTimer("/r"));
@@ -115,12 +115,12 @@ TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
     EXPECT_EQ(Tree(ProfilerGetRoot(), 1), "ProfilerUpdateFrame*1");
     ProfilerReload();
     Module_c::ShutdownAllModules();
-    Brackets({ "a", ")", ")" });
+    PushAndPop({ "a", ")", ")" });
     ProfilerUpdateFrame(true);
     EXPECT_EQ(ProfilerGetRoot(), nullptr);
     EXPECT_EQ(std::pair(g_iTimerTotalCount, m_Dialogs.GetCount()), std::pair(0, 0));
     EXPECT_TRUE(StartModule(ModuleProfiler_c::Get()));
-    Brackets({ "a", ")" });
+    PushAndPop({ "a", ")" });
     ProfilerUpdateFrame(false);
     EXPECT_EQ(Tree(ProfilerGetRoot()), "a*1") << "a reload ends with its profiler";
 }
@@ -149,7 +149,7 @@ TEST_F(Profiler, FiguresAreThoseOfTheLast149Frames)
     for (std::size_t iKind = 0; iKind < 5; ++iKind)
     {
         ProfilerReset();
-        Brackets({ "t", ")" });
+        PushAndPop({ "t", ")" });
         profiler::timer_t & Timer = *ProfilerGetTimer("t");
         Frames_t dFrames;
         std::int64_t tMaxEver = 0;
@@ -194,7 +194,7 @@ TEST_F(Profiler, LeavesOutWhatFindsNoRoom)
         ProfilerPop();
     }
     EXPECT_EQ(FailedConditions([] { ProfilerPush(512, "t"); }), "g_iTimerTotalCount < MAX_TIMERS_TOTAL");
-    Brackets({ "t", ")" });
+    PushAndPop({ "t", ")" });
     EXPECT_EQ(FailedConditions(
                   []
                   {

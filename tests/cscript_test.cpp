@@ -31,7 +31,7 @@ namespace
     //   .            position:lines, and ! once the end was met
 #define OPERATION(...)                                                                                                 \
     []([[maybe_unused]] Script_c & S, [[maybe_unused]] char * b, [[maybe_unused]] std::string a) { __VA_ARGS__; }
-    std::map<char, Operation_t> const g_dOperations = {
+    std::map<char, Operation_t> const OPERATIONS = {
         { 'T', OPERATION(S.GetToken(b, false); return "["s + b + "]") },
         { 'P', OPERATION(S.GetToken(b, true); return "["s + b + "]") },
         { 'W', OPERATION(S.GetSpecific(b); return "<"s + b + ">") },
@@ -59,7 +59,7 @@ namespace
         while (std::getline(Steps, sStep, '|'))
         {
             char szBuffer[1024] = "stale";
-            std::string const sOutcome = g_dOperations.at(sStep[0])(Script, szBuffer, sStep.substr(1));
+            std::string const sOutcome = OPERATIONS.at(sStep[0])(Script, szBuffer, sStep.substr(1));
             sAll += (sAll.empty() || sOutcome.empty() ? "" : " ") + sOutcome;
         }
         return sAll;

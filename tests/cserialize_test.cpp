@@ -338,7 +338,7 @@ TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)
     EXPECT_EACH(Archive.IsFailed(), Archive.Close());
 }
 
-TEST(Serialize, AWriterHoldsItsFileAndTakesNoMemory)
+TEST(Serialize, AWriterHoldsItsFileAndAllocatesNothing)
 {
     TempFolder_c const Folder;
     DialogScript_c const Dialogs;

@@ -134,7 +134,7 @@ TEST_F(Serializer, TheTableProbesWrapsAndForgets)
     EXPECT_EACH(Access::IsInCache(-1), !Access::IsInCache(204));
 }
 
-TEST(SerializerDeathTest, TheTableTakesMemoryWhereItIsUsedUntilItIsFull)
+TEST(SerializerDeathTest, TheTableTouchesItsMemoryAsItIsUsedUntilItIsFull)
 {
     auto const Fill = []
     {

@@ -119,7 +119,7 @@ TEST(SerializeStd, ContainersOfOneKindLoadWhatAnotherHasStored)
 }
 
 // A load ends whole or failed, whichever byte after the version is changed and wherever the archive is cut.
-TEST(SerializeStd, DamageFailsTheArchiveAndTakesLittleMemory)
+TEST(SerializeStd, DamageEndsEveryLoadAndAllocatesLittle)
 {
     Types_s Types = Example(), Read;
     std::string const sWhole = Saved(Types);

@@ -13,7 +13,7 @@ namespace
     constexpr std::int64_t SPAN = 50000;   // cycles
 
     // Runs kinds by a text: a capital pushes the kind of that place, a small letter pops it, '.' takes SPAN.
-    void Steps(SimpleProfileContext_e eContext, std::string_view sSteps)
+    void RunSteps(SimpleProfileContext_e eContext, std::string_view sSteps)
     {
         for (char const c : sSteps)
         {
@@ -45,7 +45,7 @@ TEST(SimpleProfile, TimesKindsWithoutTheKindsInThem)
              { "A.A.a.a", { 3, 0, 0 } }, { "A.B.C.cB.bba", { 1, 2, 1 } }, { "A.aA.a", { 2, 0, 0 } } })
     {
         std::int64_t const tStart = shortTimeGet();
-        Steps(C0, szSteps);
+        RunSteps(C0, szSteps);
         std::int64_t tLeft = shortTimeGet() - tStart;
         SimpleProfileReset(C0);
         for (int i = 0; i < 3; ++i)
@@ -64,9 +64,9 @@ TEST(SimpleProfile, ScopesEndWhatTheyBegin)
     {
         SimpleProfileContextScope_c const Context(C2);
         SimpleProfileScope_c const Work(SIMPLE_PROFILE_CONTEXT_CURRENT, SIMPLE_TIMER_SERVER);
-        Steps(C2, ".");
+        RunSteps(C2, ".");
     }
-    Steps(SIMPLE_PROFILE_CONTEXT_CURRENT, "A.a");
+    RunSteps(SIMPLE_PROFILE_CONTEXT_CURRENT, "A.a");
     for (auto const eContext : { SIMPLE_PROFILE_CONTEXT_1, C2 })
     {
         SimpleProfileReset(eContext);   // requires that the context was left
@@ -76,7 +76,7 @@ TEST(SimpleProfile, ScopesEndWhatTheyBegin)
 
 TEST(SimpleProfile, AveragesOverSpansOf32Frames)
 {
-    Steps(C2, "A.a");
+    RunSteps(C2, "A.a");
     do
     {
         SimpleProfileReset(C2);
@@ -85,7 +85,7 @@ TEST(SimpleProfile, AveragesOverSpansOf32Frames)
     std::int64_t tSum = 0, tPeak = 0, tAverage = Get(C2).tAverage;
     for (int i = 1; i <= 70; ++i)
     {
-        Steps(C2, i % 5 == 0 ? "" : i == 20 ? "A....a" : "A.a");
+        RunSteps(C2, i % 5 == 0 ? "" : i == 20 ? "A....a" : "A.a");
         SimpleProfileReset(C2);
         if (i % 32 == 0)
         {
@@ -103,14 +103,14 @@ TEST(SimpleProfile, AveragesOverSpansOf32Frames)
 TEST(SimpleProfile, OneThreadAtATimeIsInAContext)
 {
     std::atomic<bool> bInside = false, bLeft = false;
-    Steps(C0, "AB");
+    RunSteps(C0, "AB");
     std::thread Other(
         [&]
         {
-            Steps(C2, "A.a");   // contexts do not meet
-            Steps(C0, "A");
+            RunSteps(C2, "A.a");   // contexts do not meet
+            RunSteps(C0, "A");
             bInside = true;
-            Steps(C0, ".a");
+            RunSteps(C0, ".a");
         });
     std::thread Resetter(
         [&]
@@ -119,12 +119,12 @@ TEST(SimpleProfile, OneThreadAtATimeIsInAContext)
             EXPECT_TRUE(bLeft) << "a reset waits for the thread inside";
         });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    Steps(C0, "b");
-    InThreads(1, [](int) { Get(C0); });   // figures are read all the while
+    RunSteps(C0, "b");
+    RunInThreads(1, [](int) { Get(C0); });   // figures are read all the while
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(bInside);
     bLeft = true;
-    Steps(C0, "a");
+    RunSteps(C0, "a");
     Other.join();
     Resetter.join();
     EXPECT_TRUE(bInside);
@@ -137,20 +137,20 @@ TEST(SimpleProfile, AForkedChildIsInItsOwnContextsAlone)
     std::thread Other(
         [&]
         {
-            Steps(C2, "A");
+            RunSteps(C2, "A");
             Inside.arrive_and_wait();
             Forked.arrive_and_wait();
-            Steps(C2, "a");
+            RunSteps(C2, "a");
         });
-    Steps(C0, "AAB");
+    RunSteps(C0, "AAB");
     Inside.arrive_and_wait();
     auto const InChild = []
     {
         auto const Use = []
         {
-            Steps(C2, "A.a");
-            Steps(C0, ".baa");
-            InThreads(1, [](int) { Steps(C0, "A.a"); });
+            RunSteps(C2, "A.a");
+            RunSteps(C0, ".baa");
+            RunInThreads(1, [](int) { RunSteps(C0, "A.a"); });
             SimpleProfileReset(C2);
         };
         EXPECT_EQ(FailedConditions(Use), "");
@@ -159,24 +159,24 @@ TEST(SimpleProfile, AForkedChildIsInItsOwnContextsAlone)
     };
     EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0);
     Forked.arrive_and_wait();
-    Steps(C0, "baa");
+    RunSteps(C0, "baa");
     Other.join();
 }
 
 TEST(SimpleProfile, KeepsItsLimits)
 {
     std::string const sFull = "ABABABABABABABABABABABABABABABAB", sEmpty = "babababababababababababababababa";
-    Steps(C0, std::string(40, 'C') + std::string(40, 'c') + sFull);   // the first 40 are one entry
-    EXPECT_EQ(FailedConditions([] { Steps(C0, "A"); }), "iStackPtr < SIMPLE_PROFILE_STACKSIZE");
-    Steps(C0, "a" + sEmpty);
-    EXPECT_EQ(FailedConditions([] { Steps(C0, "a"); }), "iStackPtr >= 0");
-    EXPECT_EQ(FailedConditions([] { Steps(C0, "ABab"); }), "Top.eType == eType & Top.eType == eType");
+    RunSteps(C0, std::string(40, 'C') + std::string(40, 'c') + sFull);   // the first 40 are one entry
+    EXPECT_EQ(FailedConditions([] { RunSteps(C0, "A"); }), "iStackPtr < SIMPLE_PROFILE_STACKSIZE");
+    RunSteps(C0, "a" + sEmpty);
+    EXPECT_EQ(FailedConditions([] { RunSteps(C0, "a"); }), "iStackPtr >= 0");
+    EXPECT_EQ(FailedConditions([] { RunSteps(C0, "ABab"); }), "Top.eType == eType & Top.eType == eType");
     EXPECT_EQ(FailedConditions(
                   []
                   {
-                      Steps(C0, "A");
+                      RunSteps(C0, "A");
                       SimpleProfileReset(C0);
-                      Steps(C0, "a");
+                      RunSteps(C0, "a");
                   }),
         "iStackPtr == -1");
     EXPECT_STREQ(SimpleProfileName(SIMPLE_TIMER_AI), "TIMER_AI");
@@ -193,7 +193,7 @@ TEST(SimpleProfile, KeepsItsLimits)
     {
         auto const eContext = i == 0 ? C2 : i < 32 ? C0 : SIMPLE_PROFILE_CONTEXT_1;
         SimpleProfileReset(eContext);
-        Steps(SIMPLE_PROFILE_CONTEXT_CURRENT, "Q.q");
+        RunSteps(SIMPLE_PROFILE_CONTEXT_CURRENT, "Q.q");
         SimpleProfileReset(eContext);
         ASSERT_GT(Get(eContext, 16).tLast, 0) << i;
         SimpleProfileContextPop();

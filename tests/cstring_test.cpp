@@ -77,9 +77,9 @@ TEST(String, MeetsStandardTexts)
 TEST(String, BehavesLikeAStandardStringThatIsCut)
 {
     EXPECT_STREQ(String_T<8>("abcde") + "fghij", "abcdefg");
-    constexpr std::size_t MOST = 11;
+    constexpr std::size_t MAX_LENGTH = 11;
     std::mt19937 Random(1);
-    String_T<MOST + 1> s;
+    String_T<MAX_LENGTH + 1> s;
     std::string sModel;
     for (int iStep = 0; iStep < 20000; ++iStep)
     {
@@ -114,7 +114,7 @@ TEST(String, BehavesLikeAStandardStringThatIsCut)
                 << sModel << ' ' << sText;
             ASSERT_EQ(s.StrLastPos(sText.c_str()), static_cast<int>(sModel.rfind(sText))) << sModel << ' ' << sText;
         }
-        sModel.resize(std::min(sModel.size(), MOST));
+        sModel.resize(std::min(sModel.size(), MAX_LENGTH));
         ASSERT_STREQ(s, sModel.c_str());
         ASSERT_EQ(s.Length(), static_cast<int>(sModel.size()));
     }

@@ -367,7 +367,7 @@ TEST_F(Warehouse, ARefreshOfTheOpenFileShowsInTheNextSearch)
     EXPECT_EQ(Idents(), "shield ");
 }
 
-TEST_F(Warehouse, PassingLinesAndGettingNumbersAllocatesNothing)
+TEST_F(Warehouse, SkippedLinesAndNumbersAllocateNothing)
 {
     std::string sText = "@head;n\n";
     for (int i = 0; i < 1000; ++i)

@@ -370,7 +370,7 @@ TEST_F(FileZipTest, ThreadsAndAChildReadOneArchiveAtOnce)
     };
     bool const bForks = ForksBesideThreads();
     pid_t iChild = 0;
-    InThreads(4,
+    RunInThreads(4,
         [&](int iThread)
         {
             if (iThread == 3 && bForks)

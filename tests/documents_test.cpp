@@ -16,7 +16,7 @@ namespace
         char const * szExpected;   // what it prints, or null
     };
 
-    fs::path const g_Source = fs::path(TEST_MEDIA_FOLDER).parent_path().parent_path();
+    fs::path const SOURCE_FOLDER = fs::path(TEST_MEDIA_FOLDER).parent_path().parent_path();
 
     std::string ReadFile(fs::path const & Path)
     {
@@ -76,7 +76,7 @@ namespace
         {
             fs::create_hard_link(ZQSYMBOLS_PATH, "zqsymbols");
         }
-        fs::create_symlink(g_Source / "examples", "examples");
+        fs::create_symlink(SOURCE_FOLDER / "examples", "examples");
         Folder.MakeFolder("media");
         MakeCommands(Folder);
         for (Block_s const & Block : dBlocks)
@@ -159,13 +159,13 @@ TEST(Documents, QuoteMessagesThatExistAndLinkToFilesThatExist)
     std::string sSource;
     for (char const * szFolder : { "zqcore", "platform", "tools" })
     {
-        for (auto const & Entry : fs::recursive_directory_iterator(g_Source / szFolder))
+        for (auto const & Entry : fs::recursive_directory_iterator(SOURCE_FOLDER / szFolder))
         {
             sSource += Entry.is_regular_file() ? Plain(ReadFile(Entry.path())) : "";
         }
     }
     std::size_t nMessages = 0;
-    for (auto const & Entry : fs::directory_iterator(g_Source / "docs/guides"))
+    for (auto const & Entry : fs::directory_iterator(SOURCE_FOLDER / "docs/guides"))
     {
         std::string const sPage = ReadFile(Entry.path());
         for (std::string const & sTable : Between(sPage, "\n| Message |", "\n\n"))

@@ -39,7 +39,7 @@ namespace
     constexpr std::size_t DIVISOR = 20;   // the index of its word
 
     // Returns the bytes of numbers such as "F7 3B".
-    std::string FromHex(std::string_view sHex)
+    std::string BytesFromHex(std::string_view sHex)
     {
         std::string sBytes;
         for (; !sHex.empty(); sHex.remove_prefix(std::min<std::size_t>(3, sHex.size())))
@@ -55,7 +55,7 @@ namespace
         Signal_s(int iSignal_, int iCode, Word_t nException, std::string_view sInstruction)
             : iSignal(iSignal_)
         {
-            std::string const sBytes = FromHex(sInstruction);
+            std::string const sBytes = BytesFromHex(sInstruction);
             std::memcpy(dBytes + 1, sBytes.data(), sBytes.size());
             Info.si_code = iCode;
             Set(IP, AddressOf(dBytes + 1));

@@ -207,7 +207,7 @@ inline bool IsIdleThread()
 inline bool IdleThreadsCanLeave()
 {
     bool bCan = false;
-    InThreads(1,
+    RunInThreads(1,
         [&bCan](int)
         {
             sched_param const Parameters = {};
@@ -262,7 +262,7 @@ public:
     TrapCount_c & operator=(TrapCount_c &&) = delete;
 
     /// Returns how many there were since the last call.
-    static int Take()
+    static int Extract()
     {
         int const nTraps = s_nTraps;
         s_nTraps = 0;

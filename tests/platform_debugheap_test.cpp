@@ -33,7 +33,7 @@ TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
         EXPECT_FALSE(plat::HeapFindBlock(p, Block));
     }
     plat::HeapFree(nullptr);
-    EXPECT_EQ(Reports.Take(), "");
+    EXPECT_EQ(Reports.Extract(), "");
 }
 
 TEST(DebugHeap, DamageIsReportedAndForeignBlocksStayAlone)
@@ -42,12 +42,12 @@ TEST(DebugHeap, DamageIsReportedAndForeignBlocksStayAlone)
     auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(10, 4, "file.cpp", 12));
     p[-1] = 0;
     plat::HeapFree(p);
-    EXPECT_EQ(Reports.Take(),
+    EXPECT_EQ(Reports.Extract(),
         "The block at " + AddressText(p) + " is damaged in front, or none of this heap's. It is not freed.\n");
     p[-1] = 0xFD;
     p[10] = 0;
     plat::HeapFree(p);
-    EXPECT_EQ(Reports.Take(), "Damage after the block at " + AddressText(p)
+    EXPECT_EQ(Reports.Extract(), "Damage after the block at " + AddressText(p)
                                   + " of 10 bytes, category UNDEFINED, allocated at file.cpp(12).\n");
     plat::HeapBlock_t Block;
     EXPECT_FALSE(plat::HeapFindBlock(p, Block));
@@ -63,14 +63,14 @@ TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
     plat::HeapFree(pBlock);
     EXPECT_EQ(std::count(p, p + 100, 0xDD), 100);
     plat::HeapFree(pBlock);
-    EXPECT_EQ(Reports.Take(), "The block at " + AddressText(pBlock) + " was freed already. It is left alone.\n");
+    EXPECT_EQ(Reports.Extract(), "The block at " + AddressText(pBlock) + " was freed already. It is left alone.\n");
     for (std::size_t const nBytes : { 1u, 64u, 4000u, 50000u })
     {
         auto * const pOwn = static_cast<char *>(aligned_malloc_dbg(nBytes, 1024, 4, nullptr, 0));
         void * const volatile pAgain = pOwn;
         aligned_free_dbg(pOwn);
         aligned_free_dbg(pAgain);
-        EXPECT_EQ(Reports.Take(), "The block at " + AddressText(pAgain) + " was freed already. It is left alone.\n");
+        EXPECT_EQ(Reports.Extract(), "The block at " + AddressText(pAgain) + " was freed already. It is left alone.\n");
     }
 }
 
@@ -86,7 +86,7 @@ TEST(DebugHeap, AFailedAllocationIsTriedAgainAsOftenAsTheHandlerSays)
     EXPECT_EQ(StatusOfChild(StartChild(Exhaust)), 3);
 }
 
-TEST(Threads, RunLockAndWakeEachOther)
+TEST(PlatformThreads, RunLockAndWakeEachOther)
 {
     static plat::Lock_c s_Lock(10);
     static plat::WakeUp_c s_Go;
@@ -136,7 +136,7 @@ TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
     auto const InChild = []
     {
         std::latch Here(100);
-        InThreads(100,
+        RunInThreads(100,
             [&Here](int)
             {
                 MemCategoryScope_c const Scope(
@@ -145,7 +145,7 @@ TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
             });
         return plat::ThreadId() == static_cast<std::uint32_t>(getpid()) ? 0 : 2;
     };
-    std::thread Others([&] { InThreads(100, Allocate); });
+    std::thread Others([&] { RunInThreads(100, Allocate); });
     AllThere.arrive_and_wait();
     EXPECT_NE(plat::ThreadId(), 0u);   // kept from now on, but not by a child
     g_silentMode = true;               // a complaint ends the child

@@ -70,7 +70,7 @@ namespace
     };
 
     // Runs in a child process as a user without rights. Returns whether it succeeded.
-    bool AsNobody(std::function<bool()> const & fnRun)
+    bool RunAsNobody(std::function<bool()> const & fnRun)
     {
         return StatusAsNobody([&] { return fnRun() ? 0 : 1; }) == 0;
     }
@@ -117,7 +117,7 @@ TEST_F(PlatformFiles, FindsTheDisksSpellingOfAPath)
     EXPECT_EQ(Open("media\\" + std::string(300, 'a')), "File name too long");
 }
 
-TEST_F(PlatformFiles, FindsANameThatAListingMetUntilItIsRenamed)
+TEST_F(PlatformFiles, RemembersANameThatAListingMetAndNoticesItsRenaming)
 {
     std::string const sFile = m_Folder.Write("Data/Map.dat", "map"), sData = m_Folder.Join("Data");
     std::string const sAsked = m_Folder.GetPath() + "\\data\\map.dat";
@@ -126,11 +126,11 @@ TEST_F(PlatformFiles, FindsANameThatAListingMetUntilItIsRenamed)
     EXPECT_EQ(Open(sAsked), "map") << "the recorded name is stale";
     fs::permissions(sData, fs::perms(0311));
     fs::permissions(m_Folder.GetPath(), fs::perms(0311));
-    EXPECT_TRUE(AsNobody([&]() { return Open(sAsked) == "map"; })) << "the folders can't be read, only remembered";
+    EXPECT_TRUE(RunAsNobody([&]() { return Open(sAsked) == "map"; })) << "the folders can't be read, only remembered";
     plat::SpellingsForget();
-    EXPECT_TRUE(AsNobody([&]() { return Open(sAsked) == "No such file or directory"; }));
+    EXPECT_TRUE(RunAsNobody([&]() { return Open(sAsked) == "No such file or directory"; }));
     fs::permissions(sData, fs::perms(0444));
-    EXPECT_TRUE(AsNobody([&]() { return List(sData) == "MAP.DAT?"; })) << "its facts can't be seen";
+    EXPECT_TRUE(RunAsNobody([&]() { return List(sData) == "MAP.DAT?"; })) << "its facts can't be seen";
     fs::permissions(m_Folder.GetPath(), fs::perms(0700));
     fs::permissions(sData, fs::perms(0700));
     fs::remove(m_Folder.Join("Data/MAP.DAT"));
@@ -302,7 +302,7 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
     }
     EXPECT_EQ(List(sRoot), "Keep/");
     fs::permissions(m_Folder.Join("Keep"), fs::perms(0555));
-    EXPECT_TRUE(AsNobody([this]() { return !plat::TreeDelete(m_Folder.Join("Keep").c_str()); }));
+    EXPECT_TRUE(RunAsNobody([this]() { return !plat::TreeDelete(m_Folder.Join("Keep").c_str()); }));
     fs::permissions(m_Folder.Join("Keep"), fs::perms(0755));
     EXPECT_EQ(m_Folder.Read("Keep/file"), "kept");
 }

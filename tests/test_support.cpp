@@ -214,7 +214,7 @@ namespace
 }
 
 // Collects a line. What the collecting allocates must not count under the category of the code under test.
-void LogCaptureListener(char const * szText)
+void OnCapturedLine(char const * szText)
 {
     MemCategoryScope_c const Category(mem::Tools);
     std::lock_guard const Scope(g_Lock);
@@ -236,7 +236,7 @@ LogCapture_c::LogCapture_c()
     LogText("");   // shows whether the listener is still there: LogDone drops it
     if (GetLines().empty())
     {
-        LogAddCallback(LogCaptureListener);
+        LogAddCallback(OnCapturedLine);
     }
     Clear();
 }
@@ -314,7 +314,7 @@ std::string FailedConditions(std::function<void()> const & fnCall)
     return sConditions;
 }
 
-plat::DialogAnswer_e DialogScriptHandler(plat::Dialog_t const & Dialog)
+plat::DialogAnswer_e OnScriptedDialog(plat::Dialog_t const & Dialog)
 {
     MemCategoryScope_c const Category(mem::Tools);
     std::lock_guard const Scope(g_Lock);
@@ -334,7 +334,7 @@ DialogScript_c::DialogScript_c(std::initializer_list<plat::DialogAnswer_e> dAnsw
     , m_pOuter(g_pScript)
 {
     g_pScript = this;
-    m_fnPrevious = plat::DialogSetHandler(DialogScriptHandler);
+    m_fnPrevious = plat::DialogSetHandler(OnScriptedDialog);
 }
 
 DialogScript_c::~DialogScript_c()

@@ -30,7 +30,7 @@ using Rows_t = std::initializer_list<std::tuple<T...>>;
 
 /// Calls with the numbers from 0, each on a thread of its own, and waits for all.
 template <typename CALL>
-void InThreads(int nThreads, CALL const & Call)
+void RunInThreads(int nThreads, CALL const & Call)
 {
     std::vector<std::thread> dThreads;
     for (int i = 0; i < nThreads; ++i)
@@ -254,7 +254,7 @@ public:
     void CollectSlowStarts() { m_bSlowStarts = true; }
 
 private:
-    friend void LogCaptureListener(char const * szText);
+    friend void OnCapturedLine(char const * szText);
 
     std::vector<std::string> m_dLines;
     LogCapture_c * m_pOuter;
@@ -269,7 +269,7 @@ public:
     HeapReports_c & operator=(HeapReports_c &&) = delete;
 
     /// Returns what was reported since the last call.
-    std::string Take() { return std::exchange(s_sReports, ""); }
+    std::string Extract() { return std::exchange(s_sReports, ""); }
 
 private:
     static inline std::string s_sReports;
@@ -311,7 +311,7 @@ public:
     std::string GetText() const;
 
 private:
-    friend plat::DialogAnswer_e DialogScriptHandler(plat::Dialog_t const & Dialog);
+    friend plat::DialogAnswer_e OnScriptedDialog(plat::Dialog_t const & Dialog);
 
     std::vector<plat::DialogAnswer_e> m_dAnswers;
     std::vector<std::string> m_dShown;

@@ -207,7 +207,7 @@ TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
                 std::this_thread::yield();
             }
         });
-    InThreads(THREADS,
+    RunInThreads(THREADS,
         [&nAtWork](int i)
         {
             constexpr void (*CALLS[])(int) = { LogAndTime, Complain, UseFiles, Save, UseMemory, UseNumbers, ReadTexts };

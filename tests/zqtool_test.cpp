@@ -8,7 +8,7 @@ namespace
 {
     using testing::HasSubstr;
 
-    std::string const g_Tool = TEST_EMULATOR ZQTOOL_PATH " ";
+    std::string const TOOL = TEST_EMULATOR ZQTOOL_PATH " ";
 
     using Words_t = std::vector<std::string>;
 
@@ -70,8 +70,8 @@ TEST(Zqtool, HelpGoesToStandardOutputAndMistakesToTheOther)
                  "zqtool: one argument too many: \xEF\xBF\xBD[1m (zqtool disasm --help has more)\n" },
              { "stats", 2, "", "zqtool: FILE is required (zqtool stats --help has more)\n" } })
     {
-        Result_s const Output = RunShell(g_Tool + sArguments + " 2>/dev/null");
-        Result_s const Errors = RunShell(g_Tool + sArguments + " 2>&1 >/dev/null");
+        Result_s const Output = RunShell(TOOL + sArguments + " 2>/dev/null");
+        Result_s const Errors = RunShell(TOOL + sArguments + " 2>&1 >/dev/null");
         EXPECT_EQ(Output.iStatus, iStatus) << sArguments;
         EXPECT_EQ(Output.sOutput.empty(), sOutput.empty()) << sArguments;
         EXPECT_EQ(Errors.sOutput.empty(), sErrors.empty()) << sArguments;

@@ -9,7 +9,7 @@
 
 namespace
 {
-    constexpr std::int64_t MOST_DIRECTORY = std::int64_t{ 8 } << 20;   // bytes read to find and read the directory
+    constexpr std::int64_t MAX_DIRECTORY = std::int64_t{ 8 } << 20;   // bytes read to find and read the directory
     constexpr char TOO_LARGE[] = "its directory has more entries or bytes than a mount allows";
 
     ZipArchive_c * g_pArchives = nullptr;   // mounted ones; the main thread changes it
@@ -64,7 +64,7 @@ std::unique_ptr<ZipArchive_c> ZipArchive_c::Open(char const * szPath, File_c::Re
     zip_error_init(&Error);
     zip_source_t * const pSource = zip_source_function_create(Serve, pArchive.get(), &Error);
     pArchive->m_bReadingDirectory = true;
-    pArchive->m_nMayRead = MOST_DIRECTORY;
+    pArchive->m_nMayRead = MAX_DIRECTORY;
     pArchive->m_nMayHave = ZIP_MOST_ENTRIES;
     pArchive->m_pZip = pSource ? zip_open_from_source(pSource, ZIP_RDONLY, &Error) : nullptr;
     pArchive->m_bReadingDirectory = false;

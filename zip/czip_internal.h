@@ -149,7 +149,7 @@ private:
     bool IsAtDataEnd();
 
     static constexpr std::uint32_t PIECE = 16384;
-    static constexpr std::uint32_t MOST_LOCKED = 256 * 1024;   // bytes that are read in one hold of the lock
+    static constexpr std::uint32_t MAX_LOCKED = 256 * 1024;   // bytes that are read in one hold of the lock
 
     ZipArchive_c & m_Archive;
     ZipFacts_t const m_Facts;

@@ -67,7 +67,7 @@ bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
     std::uint32_t nDone = 0;
     while (nDone < nBytes)
     {
-        std::uint32_t const nPiece = std::min(nBytes - nDone, MOST_LOCKED);
+        std::uint32_t const nPiece = std::min(nBytes - nDone, MAX_LOCKED);
         if (m_Archive.ReadAt(m_nDataAt + m_nAt + nDone, pBuffer + nDone, nPiece) != nPiece)
         {
             return Fail(UNREADABLE);

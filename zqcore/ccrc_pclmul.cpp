@@ -129,7 +129,7 @@ namespace
         }
 
         // Sets the same distance for each block.
-        ZQ_TARGET_PCLMUL static inline void Factors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
+        ZQ_TARGET_PCLMUL static inline void SetFactors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
         {
             Factors = _mm_set_epi64x(nNear, nFar);
         }
@@ -166,7 +166,7 @@ namespace
             Blocks = _mm256_xor_si256(Blocks, _mm256_zextsi128_si256(_mm_cvtsi32_si128(-1)));
         }
 
-        ZQ_TARGET_PAIRS static inline void Factors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
+        ZQ_TARGET_PAIRS static inline void SetFactors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
         {
             Factors = _mm256_set_epi64x(nNear, nFar, nNear, nFar);
         }
@@ -207,7 +207,7 @@ namespace
             Blocks = _mm512_xor_si512(Blocks, _mm512_zextsi128_si512(_mm_cvtsi32_si128(-1)));
         }
 
-        ZQ_TARGET_VPCLMUL static inline void Factors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
+        ZQ_TARGET_VPCLMUL static inline void SetFactors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
         {
             Factors = _mm512_set_epi64(nNear, nFar, nNear, nFar, nNear, nFar, nNear, nFar);
         }
@@ -248,9 +248,9 @@ namespace
         constexpr std::size_t LANE_BYTES = sizeof(Blocks_t);
         constexpr int BITS = 8 * static_cast<int>(LANE_BYTES);
         Blocks_t Blocks0, Blocks1, Blocks2, Blocks3, By1, By2, By4;
-        LANE::Factors(By1, FAR_FACTOR<BITS>, NEAR_FACTOR<BITS>);
-        LANE::Factors(By2, FAR_FACTOR<2 * BITS>, NEAR_FACTOR<2 * BITS>);
-        LANE::Factors(By4, FAR_FACTOR<4 * BITS>, NEAR_FACTOR<4 * BITS>);
+        LANE::SetFactors(By1, FAR_FACTOR<BITS>, NEAR_FACTOR<BITS>);
+        LANE::SetFactors(By2, FAR_FACTOR<2 * BITS>, NEAR_FACTOR<2 * BITS>);
+        LANE::SetFactors(By4, FAR_FACTOR<4 * BITS>, NEAR_FACTOR<4 * BITS>);
         LANE::Load(Blocks0, pData);
         LANE::Load(Blocks1, pData + LANE_BYTES);
         LANE::Load(Blocks2, pData + 2 * LANE_BYTES);

@@ -65,8 +65,8 @@ namespace
     // Logs what became of the report, and prints it for a person at the terminal. The dialog's text does not say it.
     void Announce(char const * szBefore, char const * szPath = "", char const * szAfter = "")
     {
-        Guarded(ExceptionReport_c::HOST_LIMIT, [=] { LogEscaped("%s%s%s", szBefore, szPath, szAfter); });
-        Guarded(ExceptionReport_c::HOST_LIMIT,
+        CallGuarded(ExceptionReport_c::HOST_LIMIT, [=] { LogEscaped("%s%s%s", szBefore, szPath, szAfter); });
+        CallGuarded(ExceptionReport_c::HOST_LIMIT,
             [=]
             {
                 char szLine[LINE_SIZE];
@@ -85,7 +85,7 @@ namespace
             Announce("No crash log saved: this process has rights that its caller lacks");
             return;
         }
-        Guarded(ExceptionReport_c::HOST_LIMIT, KeepLogTail);
+        CallGuarded(ExceptionReport_c::HOST_LIMIT, KeepLogTail);
         g_hReport = MakeUnderFreeName(g_szReport, MakeReportPath);
         if (g_hReport)
         {
@@ -94,7 +94,7 @@ namespace
         else if (g_szReport[0])
         {
             // Readers of logs look for this text, so it is logged although there is no file.
-            Guarded(ExceptionReport_c::HOST_LIMIT, [] { LogEscaped("Crash log saved at %s", g_szReport); });
+            CallGuarded(ExceptionReport_c::HOST_LIMIT, [] { LogEscaped("Crash log saved at %s", g_szReport); });
             Announce("No crash log saved: ", g_szReport, NO_WRITING);
         }
         else
@@ -197,7 +197,7 @@ namespace
     // Fires g_ExecutionCallbacker. A fault or the limit ends only this firing.
     void FireExecution(bool bGoesOn)
     {
-        if (!Guarded(ExceptionReport_c::HOST_LIMIT, [bGoesOn] { g_ExecutionCallbacker.Fire(bGoesOn, false); }))
+        if (!CallGuarded(ExceptionReport_c::HOST_LIMIT, [bGoesOn] { g_ExecutionCallbacker.Fire(bGoesOn, false); }))
         {
             g_ExecutionCallbacker.EndFiring();
         }
@@ -212,16 +212,16 @@ namespace
         bSilent = bSilent || g_silentMode;   // a receiver may set it
         if (!bSilent)
         {
-            Guarded(plat::DialogIsAttended() ? 0 : LIMIT,
+            CallGuarded(plat::DialogIsAttended() ? 0 : LIMIT,
                 [] {
                     MessageBoxPlain(nullptr, g_szDialog, CAPTION, MESSAGE_OK | MESSAGE_ICON_ERROR | MESSAGE_FOREGROUND);
                 });
         }
-        Guarded(LIMIT, LogDialogText);
+        CallGuarded(LIMIT, LogDialogText);
         FireExecution(true);
         if (bSilent)
         {
-            Guarded(LIMIT, [] { plat::DialogPrint(CAPTION, g_szDialog); });
+            CallGuarded(LIMIT, [] { plat::DialogPrint(CAPTION, g_szDialog); });
             plat::FaultExit(1);
         }
     }
@@ -244,13 +244,13 @@ namespace
         constexpr unsigned LIMIT = ExceptionReport_c::REPORT_LIMIT;
         bool const bSilent = g_silentMode;
         g_szDialog[0] = '\0';
-        bool const bHead = Guarded(LIMIT, [&Fault] { WriteHead(Fault); });
+        bool const bHead = CallGuarded(LIMIT, [&Fault] { WriteHead(Fault); });
         if (bHead && !bSilent)
         {
-            Guarded(LIMIT, [&Fault] { WriteRest(Fault); });
+            CallGuarded(LIMIT, [&Fault] { WriteRest(Fault); });
         }
         bool const bDetails = WriteDetails(g_Symbols, Fault, g_szReport);
-        Guarded(LIMIT, [] { g_Symbols.Stop(); });
+        CallGuarded(LIMIT, [] { g_Symbols.Stop(); });
         if (g_bLost)
         {
             Announce("Crash log incomplete: ", g_szReport, NO_WRITING);

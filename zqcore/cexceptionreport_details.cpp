@@ -343,11 +343,11 @@ bool exceptionreport::WriteDetails(
     {
         return false;
     }
-    Details.Section("Fault", SHORT_LIMIT, [&](Details_c & To) { WriteFault(To, Fault); });
+    Details.WriteSection("Fault", SHORT_LIMIT, [&](Details_c & To) { WriteFault(To, Fault); });
     Symbols.Renew();
-    Details.Section("Frames", HELPER_LIMIT, [&](Details_c & To) { WriteFrames(To, Symbols); });
-    Details.Section("Threads", HELPER_LIMIT, [&](Details_c & To) { WriteThreads(To, Symbols); });
-    Details.Section("Modules", SHORT_LIMIT, [](Details_c & To) { plat::ModulesVisit(WriteModule, &To); });
-    Details.Section("Process", SHORT_LIMIT, WriteProcess);
+    Details.WriteSection("Frames", HELPER_LIMIT, [&](Details_c & To) { WriteFrames(To, Symbols); });
+    Details.WriteSection("Threads", HELPER_LIMIT, [&](Details_c & To) { WriteThreads(To, Symbols); });
+    Details.WriteSection("Modules", SHORT_LIMIT, [](Details_c & To) { plat::ModulesVisit(WriteModule, &To); });
+    Details.WriteSection("Process", SHORT_LIMIT, WriteProcess);
     return !Details.HasLost();
 }

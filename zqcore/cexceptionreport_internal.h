@@ -86,7 +86,7 @@ namespace exceptionreport
     /// Runs a part of the report and returns true. Returns false if it faulted, threw or took longer than nLimit
     /// milliseconds. An nLimit of 0 sets no limit. An exception must not leave it: it would unwind the crashed thread.
     template <typename CALL>
-    bool Guarded(unsigned nLimit, CALL fnCall)
+    bool CallGuarded(unsigned nLimit, CALL fnCall)
     {
         ComplaintMark_c const Mark;
         bool const bEnded =
@@ -125,7 +125,7 @@ namespace exceptionreport
         /// Writes a section: the lines that fnCall adds. If a fault or nLimit milliseconds end it early, its whole
         /// lines stay, and a last line says why. After a write that does not return in time, writes no more sections.
         template <typename CALL>
-        void Section(char const * szName, unsigned nLimit, CALL fnCall)
+        void WriteSection(char const * szName, unsigned nLimit, CALL fnCall)
         {
             auto const fnWhole = [&]
             {
@@ -138,7 +138,7 @@ namespace exceptionreport
                 Cut(nLimit);
                 Flush();
             };
-            m_bStuck = m_bStuck || (!Guarded(nLimit, fnWhole) && !Guarded(WRITE_LIMIT, fnEnd));
+            m_bStuck = m_bStuck || (!CallGuarded(nLimit, fnWhole) && !CallGuarded(WRITE_LIMIT, fnEnd));
         }
 
     private:

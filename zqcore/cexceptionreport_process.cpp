@@ -179,7 +179,7 @@ void exceptionreport::WriteProcess(Details_c & Details)
     for (auto const fnWrite : { WriteTime, WriteCommand, WriteVersions, WriteMemory, WriteLog, WriteTimers })
     {
         Details.GetLine().CutAt(0);
-        if (!Guarded(STEP_LIMIT, [&] { fnWrite(Details); }))
+        if (!CallGuarded(STEP_LIMIT, [&] { fnWrite(Details); }))
         {
             Details.GetLine().CutAt(0);
             Details.AddLines("(cut: a fault, or the limit of 1 s)\n");

@@ -23,7 +23,7 @@
 namespace
 {
     constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };   // begins a seal; the last character is its version
-    constexpr int MOST_PATH = 255 - 6;                // characters of the longest path: leaves room for ".old99"
+    constexpr int MAX_PATH_LENGTH = 255 - 6;          // characters of the longest path: leaves room for ".old99"
     constexpr std::size_t MARK_FAMILY = 3;            // leading bytes that all versions share
     constexpr std::size_t HEAD_SIZE = sizeof MARK + sizeof(std::uint64_t);
     static_assert(SAVE_SEAL_SIZE == HEAD_SIZE + sizeof(std::uint32_t));
@@ -110,7 +110,7 @@ private:
 FileSave_c::FileSave_c(char const * szFile)
     : m_sFile(szFile ? szFile : "")
 {
-    if (m_sFile.Length() > MOST_PATH || !*PathFileName(m_sFile))
+    if (m_sFile.Length() > MAX_PATH_LENGTH || !*PathFileName(m_sFile))
     {
         m_sWhyNot = m_sWhyNoLock = "the path is empty, too long or that of a folder";
         return;
@@ -198,7 +198,7 @@ FileSave_c::State_e FileSave_c::Check(unsigned char const * pData, std::size_t n
 SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion)
 {
     SaveCheck_t Found;
-    auto const Is = [&Found](FileSave_c::State_e eState, char const * szWhyNot)
+    auto const Set = [&Found](FileSave_c::State_e eState, char const * szWhyNot)
     {
         Found.eState = eState;
         Found.sWhyNot = szWhyNot;
@@ -208,35 +208,35 @@ SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint
     Found.bChecksum = HasChecksum(pData, nBytes);
     if (nBytes == 0)
     {
-        return Is(FileSave_c::DAMAGED, "it is empty");
+        return Set(FileSave_c::DAMAGED, "it is empty");
     }
     if (!Found.bChecksum)
     {
-        return Is(FileSave_c::DAMAGED, "it has no seal that fits");
+        return Set(FileSave_c::DAMAGED, "it has no seal that fits");
     }
     if (!Found.bMark)
     {
-        return Is(FileSave_c::OLDER, "it has the checksum of an older program and no seal");
+        return Set(FileSave_c::OLDER, "it has the checksum of an older program and no seal");
     }
     unsigned char const * const pSeal = pData + nBytes - SAVE_SEAL_SIZE;
     std::size_t const nArchive = nBytes - SAVE_SEAL_SIZE;
     if (pSeal[MARK_FAMILY] > MARK[MARK_FAMILY])
     {
-        return Is(FileSave_c::NEWER, "its seal is of a newer version");
+        return Set(FileSave_c::NEWER, "its seal is of a newer version");
     }
     if (ReadAs<std::uint64_t>(pSeal + sizeof MARK) != nArchive || nArchive < sizeof dwVersion)
     {
-        return Is(FileSave_c::DAMAGED, "it is not of the length that its seal says");
+        return Set(FileSave_c::DAMAGED, "it is not of the length that its seal says");
     }
     auto const dwFile = ReadAs<std::uint32_t>(pData);
     if (VersionIsReadable(dwFile, dwVersion))
     {
-        return Is(FileSave_c::WHOLE, "");
+        return Set(FileSave_c::WHOLE, "");
     }
     char szWhyNot[128];
     std::snprintf(szWhyNot, sizeof szWhyNot, "it is of version %i.%i, and this program reads %i.%i",
         VersionMajor(dwFile), VersionMinor(dwFile), VersionMajor(dwVersion), VersionMinor(dwVersion));
-    return Is(dwFile > dwVersion ? FileSave_c::NEWER : FileSave_c::OLDER, szWhyNot);
+    return Set(dwFile > dwVersion ? FileSave_c::NEWER : FileSave_c::OLDER, szWhyNot);
 }
 
 FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)

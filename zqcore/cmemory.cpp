@@ -128,7 +128,7 @@ namespace
         int const iResult = AllocateStack(t_MemoryStack);
         if (t_MemoryStack.pStack)
         {
-            plat::ThreadAtEnd(MemoryThreadEnd);
+            plat::ThreadCallAtEnd(MemoryThreadEnd);
         }
         else
         {
@@ -151,7 +151,7 @@ namespace
     constinit std::atomic<bool> g_bLeaving = false;   // whether the library's objects are destroyed
 
     // Receives the heap's reports.
-    void CoreReport(char const * szText)
+    void OnHeapReport(char const * szText)
     {
         if (MemoryReport_t const fnReport = g_fnReport)
         {
@@ -262,7 +262,7 @@ void MemoryInit()
 {
     ZQ_ASSERT_TEXT(g_MemoryInit == false, "g_MemoryInit == false && \"ModuleDone expected\"");
     plat::HeapSetWordName(NameOfWord);
-    plat::HeapReportSet(CoreReport);
+    plat::HeapReportSet(OnHeapReport);
     MemoryHeapStart();
     g_MemoryInit = true;
 }

@@ -126,7 +126,7 @@ void * aligned_offset_malloc_dbg(
     return pUser;
 }
 
-bool MemoryOwnSize(void * pUser, std::size_t & nBytes)
+bool MemoryGetOwnSize(void * pUser, std::size_t & nBytes)
 {
     void * const pBlock = BlockOf(pUser, "realloc");
     if (pBlock)

@@ -155,7 +155,7 @@ void MemoryFreeNormal(void * pBlock);
 
 /// Writes the size of a live aligned block to nBytes, as its caller requested it, and returns true. The debug heap
 /// reports any other pointer and returns false. The heap of a shipped game requires a live block.
-bool MemoryOwnSize(void * pBlock, std::size_t & nBytes);
+bool MemoryGetOwnSize(void * pBlock, std::size_t & nBytes);
 
 /// Returns the live bytes of a category. Acquires no lock, so a crash may call it.
 std::ptrdiff_t MemoryBytesNow(mem::Categories_e eCategory);
@@ -170,7 +170,7 @@ int MemoryFrame();
 // Both heaps share these.
 
 /// Ends what the allocator keeps for the calling thread. It is the one function that the allocator registers with
-/// plat::ThreadAtEnd.
+/// plat::ThreadCallAtEnd.
 void MemoryThreadEnd();
 
 /// Ends in Abort, which names the bytes that could not be allocated.

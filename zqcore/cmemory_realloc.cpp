@@ -31,7 +31,7 @@ void * aligned_offset_realloc_dbg(void * p, std::size_t nSize, std::size_t nAlig
         return nullptr;
     }
     std::size_t nOld = 0;
-    if (!MemoryOwnSize(p, nOld))
+    if (!MemoryGetOwnSize(p, nOld))
     {
         return nullptr;
     }

@@ -195,7 +195,7 @@ namespace
         t_MemoryStack.pFigures = pFree ? pFree : NewFigures();
         if (t_MemoryStack.pFigures)
         {
-            plat::ThreadAtEnd(MemoryThreadEnd);
+            plat::ThreadCallAtEnd(MemoryThreadEnd);
         }
         return t_MemoryStack.pFigures;
     }
@@ -300,7 +300,7 @@ namespace
     }
 
     // Writes the header of a new block and returns the caller's bytes.
-    ZQ_INLINE void * Describe(void * pBlock, char * pUser, std::size_t nBytes, int iCategory)
+    ZQ_INLINE void * WriteHeader(void * pBlock, char * pUser, std::size_t nBytes, int iCategory)
     {
         *HeaderOf(pUser) = { nBytes, static_cast<std::uint16_t>(iCategory), HEADER_MARK,
             static_cast<std::uint32_t>(pUser - static_cast<char *>(pBlock)) };
@@ -351,7 +351,7 @@ namespace
         {
             return ReportNoMemory(nBytes);
         }
-        void * const pUser = Describe(pBlock, UserPointer(pBlock, nAlignment, nOffset), nBytes, iCategory);
+        void * const pUser = WriteHeader(pBlock, UserPointer(pBlock, nAlignment, nOffset), nBytes, iCategory);
         CountInSlowly(iCategory, nBytes);
         if (g_bNewLog && iCategory != mem::CRT)
         {
@@ -448,7 +448,7 @@ void * get_aligned_from_block(void * pBlock, std::size_t nAlignment, std::size_t
     return pBlock ? UserPointer(pBlock, std::max(nAlignment, UNIT), nOffset) : nullptr;
 }
 
-bool MemoryOwnSize(void * pUser, std::size_t & nBytes)
+bool MemoryGetOwnSize(void * pUser, std::size_t & nBytes)
 {
     nBytes = HeaderOf(pUser)->nBytes;
     return true;

@@ -99,11 +99,11 @@ int Serializeable_c::GetLeft() const
 // Copies bytes that the memory for small values does not hold, and returns true. Returns false on failure.
 bool Serializeable_c::SerializeRun(void * pData, std::size_t nBytes)
 {
-    constexpr std::size_t MOST = 1 << 30;   // in one call, which counts by int
+    constexpr std::size_t MAX_STEP = 1 << 30;   // in one call, which counts by int
     auto * pNext = static_cast<unsigned char *>(pData);
     for (std::size_t nLeft = nBytes; nLeft > 0;)
     {
-        std::size_t const nStep = std::min(nLeft, MOST);
+        std::size_t const nStep = std::min(nLeft, MAX_STEP);
         if (!Serialize(pNext, static_cast<int>(nStep)))
         {
             return false;

@@ -38,7 +38,7 @@ namespace
     // Runs rounds 4 * GROUP to 4 * GROUP + 3. Replaces the row that they used by the row of four groups later, if
     // there is one.
     template <int GROUP>
-    ZQ_TARGET_SHA ZQ_INLINE void FourRounds(State_s & State, Schedule_s & Schedule)
+    ZQ_TARGET_SHA ZQ_INLINE void RunFourRounds(State_s & State, Schedule_s & Schedule)
     {
         __m128i & Row = Schedule.dRows[GROUP % 4];
         __m128i const Words = GROUP == 0 ? _mm_add_epi32(State.E, Row) : _mm_sha1nexte_epu32(State.E, Row);
@@ -54,16 +54,16 @@ namespace
 
     // Runs five groups: the rounds of one constant.
     template <int FIRST>
-    ZQ_TARGET_SHA ZQ_INLINE void TwentyRounds(State_s & State, Schedule_s & Schedule)
+    ZQ_TARGET_SHA ZQ_INLINE void RunTwentyRounds(State_s & State, Schedule_s & Schedule)
     {
-        FourRounds<FIRST>(State, Schedule);
-        FourRounds<FIRST + 1>(State, Schedule);
-        FourRounds<FIRST + 2>(State, Schedule);
-        FourRounds<FIRST + 3>(State, Schedule);
-        FourRounds<FIRST + 4>(State, Schedule);
+        RunFourRounds<FIRST>(State, Schedule);
+        RunFourRounds<FIRST + 1>(State, Schedule);
+        RunFourRounds<FIRST + 2>(State, Schedule);
+        RunFourRounds<FIRST + 3>(State, Schedule);
+        RunFourRounds<FIRST + 4>(State, Schedule);
     }
 
-    ZQ_TARGET_SHA void Sha1Shani(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks)
+    ZQ_TARGET_SHA void Sha1HashShani(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks)
     {
         constexpr int REVERSED = 0x1B;   // order of the lanes
         __m128i const Words = _mm_loadu_si128(reinterpret_cast<__m128i const *>(dHash));
@@ -73,10 +73,10 @@ namespace
             State_s const Before = State;
             Schedule_s Schedule{ { LoadRow(pBlocks), LoadRow(pBlocks + 16), LoadRow(pBlocks + 32),
                 LoadRow(pBlocks + 48) } };
-            TwentyRounds<0>(State, Schedule);
-            TwentyRounds<5>(State, Schedule);
-            TwentyRounds<10>(State, Schedule);
-            TwentyRounds<15>(State, Schedule);
+            RunTwentyRounds<0>(State, Schedule);
+            RunTwentyRounds<5>(State, Schedule);
+            RunTwentyRounds<10>(State, Schedule);
+            RunTwentyRounds<15>(State, Schedule);
             State.Abcd = _mm_add_epi32(State.Abcd, Before.Abcd);
             State.E = _mm_sha1nexte_epu32(State.E, Before.E);
         }
@@ -94,7 +94,7 @@ Sha1Kernel_t Sha1FindKernel()
     {
         return nullptr;
     }
-    return __get_cpuid_count(7, 0, &dwA, &dwB, &dwC, &dwD) != 0 && (dwB & SHA) != 0 ? Sha1Shani : nullptr;
+    return __get_cpuid_count(7, 0, &dwA, &dwB, &dwC, &dwD) != 0 && (dwB & SHA) != 0 ? Sha1HashShani : nullptr;
 }
 
 #else

@@ -71,7 +71,7 @@ namespace
         return "the media have a file " + sBare + ": give another one with " + sOption;
     }
 
-    std::string CantRead(std::string const & sFolder, std::error_code const & Error)
+    std::string DescribeUnreadable(std::string const & sFolder, std::error_code const & Error)
     {
         return "can't read \"" + sFolder + "\": " + Error.message();
     }
@@ -84,7 +84,7 @@ namespace
         bool const bFound = DirectoryExists(sFolder.c_str());   // in any spelling
         std::filesystem::file_status const Status = std::filesystem::status(sFolder, Error);
         g_bSplit = bFound || std::filesystem::is_directory(Status);
-        return g_bSplit || std::filesystem::status_known(Status) ? "" : CantRead(sFolder, Error);
+        return g_bSplit || std::filesystem::status_known(Status) ? "" : DescribeUnreadable(sFolder, Error);
     }
 }
 
@@ -100,7 +100,7 @@ std::string MediaCheck(Options_s const & Options, std::string const & sMedia)
     {
         return std::filesystem::exists(Status) ? "\"" + sMedia + "\" is a file; the media root is a folder"
                : Status.type() == std::filesystem::file_type::not_found ? "no folder \"" + sMedia + "\""
-                                                                        : CantRead(sMedia, Error);
+                                                                        : DescribeUnreadable(sMedia, Error);
     }
     if (sMedia.size() >= static_cast<std::size_t>(String_T<256>::Capacity()) - 1)
     {
@@ -114,7 +114,7 @@ std::string MediaCheck(Options_s const & Options, std::string const & sMedia)
         }
     }
     std::filesystem::directory_iterator const First(sMedia, Error);
-    return Error ? CantRead(sMedia, Error) : FindGame(sMedia + "/gamedata/" + Options.sGame);
+    return Error ? DescribeUnreadable(sMedia, Error) : FindGame(sMedia + "/gamedata/" + Options.sGame);
 }
 
 void MediaSet(Options_s const & Options, std::string const & sMedia)

@@ -43,7 +43,7 @@ namespace plat
 
         // Reads the folded name of the key whose folder is szFile and returns true. Returns false if it is not a key's
         // folder, or if the name is shortened and the key has no record of it.
-        bool KeyNameOfFolder(StoreHandle_t hFolder, char const * szFile, std::string & sName)
+        bool ReadKeyName(StoreHandle_t hFolder, char const * szFile, std::string & sName)
         {
             if (!IsShortenedName(szFile))
             {
@@ -65,7 +65,7 @@ namespace plat
             auto & Reading = *static_cast<Reading_s *>(pReading);
             KeyContents_s & Contents = Reading.Contents;
             std::string sName;
-            if (bFolder && KeyNameOfFolder(Reading.hFolder, szFile, sName))
+            if (bFolder && ReadKeyName(Reading.hFolder, szFile, sName))
             {
                 Contents.dSubKeys.push_back(std::move(sName));
             }

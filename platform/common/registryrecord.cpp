@@ -25,7 +25,7 @@ namespace plat
         constexpr char SHORTENED_MARK = '~';   // before the hash in a shortened name
 
         // Returns the FNV-1a of 32 bits (RFC 9923) over a record without its checksum.
-        std::uint32_t CheckSum(RecordBytes_t const & dBytes)
+        std::uint32_t Checksum(RecordBytes_t const & dBytes)
         {
             std::uint32_t dwSum = 0x811C9DC5u;
             for (std::size_t iByte = 0; iByte < dBytes.size(); ++iByte)
@@ -47,7 +47,7 @@ namespace plat
             WordToLittle(dBytes.data() + DATA_SIZE_AT, static_cast<std::uint32_t>(Record.sData.size()));
             dBytes.insert(dBytes.end(), Record.sName.begin(), Record.sName.end());
             dBytes.insert(dBytes.end(), Record.sData.begin(), Record.sData.end());
-            WordToLittle(dBytes.data() + CHECK_AT, CheckSum(dBytes));
+            WordToLittle(dBytes.data() + CHECK_AT, Checksum(dBytes));
             return dBytes;
         }
 
@@ -61,7 +61,7 @@ namespace plat
             std::uint64_t const nName = WordFromLittle(dBytes.data() + NAME_SIZE_AT);
             std::uint64_t const nData = WordFromLittle(dBytes.data() + DATA_SIZE_AT);
             if (nName + nData != dBytes.size() - HEADER_SIZE
-                || WordFromLittle(dBytes.data() + CHECK_AT) != CheckSum(dBytes))
+                || WordFromLittle(dBytes.data() + CHECK_AT) != Checksum(dBytes))
             {
                 return false;
             }
@@ -86,7 +86,7 @@ namespace plat
         // Makes the name on disk after a mark: folded, with %XX for a leading dot and for bytes that are not plain. A
         // name that gets too long for a file ends in the hash of all that follows the mark. Returns false if sName is
         // too long. Always sets errno to ENAMETOOLONG.
-        bool NameOnDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
+        bool NameToDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
             constexpr std::size_t HASH_SIZE = 17;   // with its mark
@@ -139,12 +139,12 @@ namespace plat
 
     bool KeyNameToDisk(std::string_view sName, std::string & sFile)
     {
-        return NameOnDisk("", sName, sFile);
+        return NameToDisk("", sName, sFile);
     }
 
     bool ValueNameToDisk(std::string_view sName, std::string & sFile)
     {
-        return NameOnDisk({ &VALUE_MARK, 1 }, sName, sFile);
+        return NameToDisk({ &VALUE_MARK, 1 }, sName, sFile);
     }
 
     bool IsShortenedName(std::string_view sFile)

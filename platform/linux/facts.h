@@ -42,7 +42,7 @@ namespace plat
 
     /// Reads the facts of what szPath names in the folder iFolder. iFlags are those of statx: 0 follows links; with
     /// AT_EMPTY_PATH an empty path is iFolder itself. On failure returns false and keeps Facts.
-    inline bool FactsAt(int iFolder, char const * szPath, int iFlags, FileFacts_t & Facts)
+    inline bool ReadFactsAt(int iFolder, char const * szPath, int iFlags, FileFacts_t & Facts)
     {
         struct statx Stat;
         if (statx(iFolder, szPath, iFlags, FACTS_MASK, &Stat) != 0)
@@ -57,7 +57,7 @@ namespace plat
     inline FileFacts_t FactsOf(std::string const & sPath, int iFolder = AT_FDCWD)
     {
         FileFacts_t Facts = {};
-        FactsAt(iFolder, sPath.c_str(), 0, Facts);
+        ReadFactsAt(iFolder, sPath.c_str(), 0, Facts);
         return Facts;
     }
 }

@@ -197,7 +197,7 @@ namespace plat
         Descriptor_c File(Path.Try([](char const * szTry)
             { return AboveStandard(open(szTry, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)); }));
         FileFacts_t Facts;
-        if (!File.IsOpen() || !FactsAt(File.Get(), "", AT_EMPTY_PATH, Facts))
+        if (!File.IsOpen() || !ReadFactsAt(File.Get(), "", AT_EMPTY_PATH, Facts))
         {
             return nullptr;
         }
@@ -237,7 +237,7 @@ namespace plat
 
     bool FileGetFacts(File_t hFile, FileFacts_t & Facts)
     {
-        return FactsAt(DescriptorOf(hFile), "", AT_EMPTY_PATH, Facts);
+        return ReadFactsAt(DescriptorOf(hFile), "", AT_EMPTY_PATH, Facts);
     }
 
     void FileHintSequential(File_t hFile, std::uint64_t nBytes)
@@ -267,7 +267,7 @@ namespace plat
     bool PathGetFacts(char const * szPath, FileFacts_t & Facts)
     {
         DiskPath_c Path(szPath);
-        return Path.Try([&Facts](char const * szTry) { return FactsAt(AT_FDCWD, szTry, 0, Facts) ? 0 : -1; }) == 0;
+        return Path.Try([&Facts](char const * szTry) { return ReadFactsAt(AT_FDCWD, szTry, 0, Facts) ? 0 : -1; }) == 0;
     }
 
     std::FILE * StreamOpen(char const * szPath, char const * szMode)

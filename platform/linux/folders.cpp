@@ -61,7 +61,7 @@ namespace plat
             }
             Entry.bLink = S_ISLNK(Stat.stx_mode);
             FactsFromStatx(Stat, Entry.Facts);
-            return !Entry.bLink || FactsAt(iFolder, szName, 0, Entry.Facts) || FailFacts(Entry);
+            return !Entry.bLink || ReadFactsAt(iFolder, szName, 0, Entry.Facts) || FailFacts(Entry);
         }
 
         // Reads the facts of an entry. Returns whether the entry belongs in the listing. A folder, a pipe, a socket or
@@ -71,7 +71,7 @@ namespace plat
             switch (Raw.d_type)
             {
             case DT_REG:
-                return FactsAt(iFolder, Raw.d_name, AT_SYMLINK_NOFOLLOW, Entry.Facts) || FailFacts(Entry);
+                return ReadFactsAt(iFolder, Raw.d_name, AT_SYMLINK_NOFOLLOW, Entry.Facts) || FailFacts(Entry);
 
             case DT_DIR:
                 Entry.Facts.bFolder = true;

@@ -49,7 +49,7 @@ namespace plat
         {
             Descriptor_c const File(openat(iFolder, szName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
             FileFacts_t Facts;
-            bool const bFile = File.IsOpen() && FactsAt(File.Get(), "", AT_EMPTY_PATH, Facts) && Facts.bRegular;
+            bool const bFile = File.IsOpen() && ReadFactsAt(File.Get(), "", AT_EMPTY_PATH, Facts) && Facts.bRegular;
             if (bFile && Facts.tCreation < tMade)
             {
                 return {};
@@ -716,7 +716,7 @@ namespace plat
         File_s & File = Folder.dFiles[sName];
         FileFacts_t Facts;
         if (!std::exchange(File.bFresh, false)
-            || (FactsAt(AT_FDCWD, (PathOf(iFolder) + '/' + sName).c_str(), AT_SYMLINK_NOFOLLOW, Facts)
+            || (ReadFactsAt(AT_FDCWD, (PathOf(iFolder) + '/' + sName).c_str(), AT_SYMLINK_NOFOLLOW, Facts)
                 && Facts.nSize > 0))
         {
             Change(iFolder, sName, File);

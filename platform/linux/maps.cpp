@@ -9,7 +9,7 @@ namespace plat
     {
         constexpr int NOTHING = -1;   // no byte
 
-        int DigitOf(int cByte)
+        int DigitValue(int cByte)
         {
             return HexDigitValue(static_cast<char>(cByte));
         }
@@ -40,7 +40,7 @@ namespace plat
     {
         std::uint64_t nNumber = 0;
         int cByte = Byte();
-        for (int iDigit = DigitOf(cByte); iDigit >= 0 && iDigit < nBase; iDigit = DigitOf(cByte))
+        for (int iDigit = DigitValue(cByte); iDigit >= 0 && iDigit < nBase; iDigit = DigitValue(cByte))
         {
             nNumber = nNumber * static_cast<unsigned>(nBase) + static_cast<unsigned>(iDigit);
             cByte = Byte();

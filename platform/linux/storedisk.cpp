@@ -232,7 +232,7 @@ namespace plat
     bool StoreReadLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite)
     {
         FileFacts_t Facts;
-        bool const bKnown = FactsAt(NumberOf(hFolder), "", AT_EMPTY_PATH, Facts);
+        bool const bKnown = ReadFactsAt(NumberOf(hFolder), "", AT_EMPTY_PATH, Facts);
         tLastWrite = Facts.tLastWrite;
         return bKnown;
     }

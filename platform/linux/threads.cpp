@@ -33,7 +33,7 @@ namespace plat
         ::prctl(PR_GET_NAME, szName);
     }
 
-    void ThreadAtEnd(void (*fnEnd)())
+    void ThreadCallAtEnd(void (*fnEnd)())
     {
         static pthread_key_t s_Key;
         static bool const s_bKey =

@@ -16,7 +16,7 @@ namespace
     };
 }
 
-extern "C" ZQ_API int * EngineTake()
+extern "C" ZQ_API int * EngineAllocate()
 {
     delete ZQ_NEW int(5);
     delete[] ZQ_NEW std::string[5];

@@ -8,7 +8,7 @@
 #include <string>
 
 #ifndef GAME_LOADS_PLUGIN
-extern "C" int * EngineTake();
+extern "C" int * EngineAllocate();
 #endif
 
 #ifdef GAME_HAS_SIZED_DELETE
@@ -42,7 +42,7 @@ int main([[maybe_unused]] int nArguments, [[maybe_unused]] char ** dArguments)
         std::puts(dlerror());
         return 1;
     }
-    auto const EngineTake = reinterpret_cast<int * (*)()>(dlsym(hPlugin, "EngineTake"));
+    auto const EngineAllocate = reinterpret_cast<int * (*)()>(dlsym(hPlugin, "EngineAllocate"));
 #endif
 #ifdef GAME_TAKES_ADDRESSES
     UseByAddress();
@@ -52,7 +52,7 @@ int main([[maybe_unused]] int nArguments, [[maybe_unused]] char ** dArguments)
     {
         sText += '\n';
     }
-    delete[] EngineTake();
+    delete[] EngineAllocate();
     std::printf("%.5s", sText.c_str());
     return 0;
 }

@@ -99,7 +99,7 @@ namespace
 #endif
     }
 
-    void NoHeap()
+    void ForbidHeap()
     {
         g_iNoHeap = syscall(SYS_gettid);
     }
@@ -119,7 +119,7 @@ extern "C"
 namespace
 {
     template <typename CALL>
-    auto InHeap(CALL Call)
+    auto CallInHeap(CALL Call)
     {
         if (g_iNoHeap != 0 && g_iNoHeap == syscall(SYS_gettid))
         {
@@ -140,19 +140,19 @@ extern "C"
 {
     void * malloc(std::size_t n) noexcept
     {
-        return InHeap([n] { return __libc_malloc(n); });
+        return CallInHeap([n] { return __libc_malloc(n); });
     }
     void * calloc(std::size_t n, std::size_t nSize) noexcept
     {
-        return InHeap([n, nSize] { return __libc_calloc(n, nSize); });
+        return CallInHeap([n, nSize] { return __libc_calloc(n, nSize); });
     }
     void * realloc(void * p, std::size_t n) noexcept
     {
-        return InHeap([p, n] { return __libc_realloc(p, n); });
+        return CallInHeap([p, n] { return __libc_realloc(p, n); });
     }
     void free(void * p) noexcept
     {
-        InHeap([p] { __libc_free(p); });
+        CallInHeap([p] { __libc_free(p); });
     }
 }
 #endif
@@ -342,7 +342,7 @@ namespace
     // Does what the library does, without the heap, however the fault reached the filter.
     long Filter(plat::FaultPointers_t const * pFault)
     {
-        NoHeap();
+        ForbidHeap();
         long const nResult = g_fnFilter(pFault);
         Say(g_pMessageLogFile == nullptr ? "log closed\n" : "log open\n");
         g_iNoHeap = 0;
@@ -351,7 +351,7 @@ namespace
     }
 
     // Turns alignment checks off first: the flags are the fault's.
-    void PreviousHandler(int iSignal, siginfo_t *, void *)
+    void OnSignal(int iSignal, siginfo_t *, void *)
     {
         SetFlags(2);
         Say("previous handler\n");
@@ -456,7 +456,7 @@ namespace
     {
         if (g_pFault->iKind != HEAP)
         {
-            NoHeap();
+            ForbidHeap();
         }
         if (g_pFault->iKind > 0)
         {
@@ -629,7 +629,7 @@ int main(int nArguments, char ** dArguments)
     LogSetFile(L"./", L"message.log");
     LogInit();
     plat::ProcessSetPureCallHandler([] { Abort("pure virtual function call"); });
-    SetPrevious(PreviousHandler);
+    SetPrevious(OnSignal);
     g_fnFilter = plat::FaultFilterSet(Filter);
     for (Fault_t const & Known : FAULTS)
     {

@@ -1,16 +1,16 @@
 // deep.cpp: a fault in a recursion whose frames know their arguments only from those of their callers. This part of the
 // crasher is optimised.
 #if defined(__clang__)
-    #define ON_ITS_OWN __attribute__((noinline))
+    #define NOT_INLINED __attribute__((noinline))
 #else
-    #define ON_ITS_OWN __attribute__((noipa))
+    #define NOT_INLINED __attribute__((noipa))
 #endif
 
 namespace
 {
     int * volatile g_pNowhere = nullptr;
 
-    ON_ITS_OWN int Deepen(int nMore, int nSum, int nDifference)
+    NOT_INLINED int Deepen(int nMore, int nSum, int nDifference)
     {
         int const nResult = nMore == 0 ? *g_pNowhere : Deepen(nMore - 1, nSum + nDifference, nSum - nDifference);
         __asm__ volatile("");   // not the last call

@@ -38,7 +38,7 @@ namespace
         int (*fnMain)();
     };
 
-    constexpr Program_s g_dPrograms[] = {
+    constexpr Program_s PROGRAMS[] = {
 #include "documents/entries.inl"
     };
 }
@@ -46,7 +46,7 @@ namespace
 int main(int nArguments, char ** dArguments)
 {
     std::setvbuf(stdout, nullptr, _IONBF, 0);   // in the order of standard error
-    for (Program_s const & Program : g_dPrograms)
+    for (Program_s const & Program : PROGRAMS)
     {
         if (nArguments == 2 && Program.sName == dArguments[1])
         {

@@ -108,7 +108,7 @@ TEST_F(CountedShip, AddsUpTheFiguresOfAllThreads)
     std::vector<char *> dBlocks(THREADS * BLOCKS);
     std::ptrdiff_t const nStart = MemoryTotalBytesAllocated();
     std::latch AllAllocated(THREADS);
-    InThreads(THREADS,
+    RunInThreads(THREADS,
         [&dBlocks, &AllAllocated](int iThread)
         {
             MemCategoryScope_c const Category(mem::Decals);
@@ -137,7 +137,7 @@ TEST_F(CountedShip, ThePeakLacksWhatOtherThreadsHaveFreed)
     {
         std::vector<char *> dBlocks(nBlocks);
         std::barrier Turn(2);
-        InThreads(2,
+        RunInThreads(2,
             [&dBlocks, &Turn, nBytes = nSize](int iThread)
             {
                 for (int iRound = 0; iRound < 200; ++iRound)
@@ -169,25 +169,25 @@ TEST_F(CountedShip, CountsWhatAThreadDoesAfterItsOwnEnd)
                       g_pLast = ::operator new(10);
                   }),
         0);
-    InThreads(1, [](int) { pthread_setspecific(s_Key, ::operator new(100)); });
+    RunInThreads(1, [](int) { pthread_setspecific(s_Key, ::operator new(100)); });
     EXPECT_EQ(Totals(), Figures_t(std::get<0>(m_TotalsBefore) + 1, std::get<1>(m_TotalsBefore) + 10));
     ::operator delete(g_pLast);
     EXPECT_EQ(Totals(), m_TotalsBefore);
     for (int i = 0; i < 100; ++i)
     {
-        InThreads(1, [](int) { pthread_setspecific(s_Key, ::operator new(MIB)); });
+        RunInThreads(1, [](int) { pthread_setspecific(s_Key, ::operator new(MIB)); });
         ::operator delete(g_pLast);
     }
     EXPECT_LT(MemoryMaxTotalBytesAllocated(), std::get<1>(m_TotalsBefore) + 64 * MIB);
     pthread_key_delete(s_Key);
 }
 
-TEST_F(CountedShip, GivesAThreadThatStartsWhatAnEarlierOneHad)
+TEST_F(CountedShip, AThreadThatStartsReusesWhatAnEarlierOneHad)
 {
     LogCapture_c const Log;   // a push without a stack is logged
     for (int i = 0; i < 300; ++i)
     {
-        InThreads(1,
+        RunInThreads(1,
             [i](int)
             {
                 delete (i % 2 == 0 ? new int : nullptr);   // before the push, or after it
@@ -214,7 +214,7 @@ TEST_F(CountedShip, AForkedChildCountsOn)
     {
         MemCategoryScope_c const Category(mem::Decals);
         g_pLast = ::operator new(100);
-        InThreads(1,
+        RunInThreads(1,
             [](int)
             {
                 MemCategoryScope_c const Inner(mem::Decals);

@@ -11,9 +11,9 @@
 
 // A function whose callers know nothing of it; in one mode they know which registers it leaves alone.
 #if defined(__clang__) || defined(KNOWN_TO_CALLERS)
-    #define NOT_CHANGED __attribute__((noinline))
+    #define NOT_INLINED __attribute__((noinline))
 #else
-    #define NOT_CHANGED __attribute__((noipa))
+    #define NOT_INLINED __attribute__((noipa))
 #endif
 
 namespace
@@ -79,7 +79,7 @@ namespace
     }
 
     // Faults. The register of the hidden reference is known only from the call.
-    NOT_CHANGED int Fault(Passed_t Passed, float fParameter)
+    NOT_INLINED int Fault(Passed_t Passed, float fParameter)
     {
         bool bBool = true;
         char cChar = 'x';
@@ -142,7 +142,7 @@ namespace
     };
 
     // Holds variables of many kinds during the fault. Whatever is not kept in memory is used after the call.
-    NOT_CHANGED int Contain(Object_t & Object, std::string_view sView, std::optional<short> iPassed, Colour_e eColour)
+    NOT_INLINED int Contain(Object_t & Object, std::string_view sView, std::optional<short> iPassed, Colour_e eColour)
     {
         std::string sText("a text that is too long for the object"), sShort("a \"text\"\n");
         std::vector<int> dNumbers(20, 70000);

@@ -197,12 +197,12 @@ namespace zqsymbols
         {
             ++nFrames;
         }
-        bool const bEnd = m_Frames.Get(nFrames) == nullptr && nFrames < Frames_c::FRAMES_MAX;
+        bool const bEnd = m_Frames.Get(nFrames) == nullptr && nFrames < Frames_c::MAX_FRAMES;
         if (nFrames <= NEAR + FAR && bEnd)
         {
             return "";
         }
-        m_iFrame = bEnd ? nFrames - FAR : Frames_c::FRAMES_MAX;   // a number that no frame has
+        m_iFrame = bEnd ? nFrames - FAR : Frames_c::MAX_FRAMES;   // a number that no frame has
         std::size_t const nLeftOut = (bEnd ? m_iFrame : nFrames) - NEAR;
         m_nNumber += nLeftOut;
         return "... " + std::to_string(nLeftOut)

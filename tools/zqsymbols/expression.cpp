@@ -11,8 +11,8 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr int STEPS_MAX = 10000;        // an expression may jump back
-        constexpr std::size_t BYTES_MAX = 64;   // of a value in pieces, or in the expression
+        constexpr int MAX_STEPS = 10000;        // an expression may jump back
+        constexpr std::size_t MAX_BYTES = 64;   // of a value in pieces, or in the expression
 
         class Evaluator_c
         {
@@ -36,7 +36,7 @@ namespace zqsymbols
                                               : bMore
                                                     && (Push(Operation) || Compute(Operation) || Rearrange(Operation)
                                                         || Place(Operation, eResult));
-                    if (!bDone || m_bFailed || nSteps > STEPS_MAX)
+                    if (!bDone || m_bFailed || nSteps > MAX_STEPS)
                     {
                         return {};
                     }
@@ -89,10 +89,10 @@ namespace zqsymbols
             // they are unknown or too many.
             bool AddPiece(Place_e & eResult, std::uint64_t nBytes)
             {
-                std::uint8_t dBytes[BYTES_MAX];
+                std::uint8_t dBytes[MAX_BYTES];
                 std::uint64_t const nValue = eResult == PLACE_BYTES ? 0 : Take();
                 std::optional<std::uint64_t> const nFound = eResult == PLACE_REGISTER ? Register(nValue) : nValue;
-                bool bKnown = !m_bFailed && nBytes <= BYTES_MAX - m_dPieces.size();
+                bool bKnown = !m_bFailed && nBytes <= MAX_BYTES - m_dPieces.size();
                 if (eResult == PLACE_ADDRESS)
                 {
                     bKnown = bKnown && m_Process.Read(nValue, dBytes, nBytes);
@@ -428,14 +428,14 @@ namespace zqsymbols
             }
 
             // Runs an operation that ends an expression or a piece: a register by its number, the computed value, or a
-            // value of at most BYTES_MAX bytes that the expression has. Returns false for any other.
+            // value of at most MAX_BYTES bytes that the expression has. Returns false for any other.
             bool Place(Dwarf_Op const & Operation, Place_e & eResult)
             {
                 unsigned const nCode = Operation.atom;
                 Dwarf_Block Block;
                 if (nCode == DW_OP_implicit_value && m_Surroundings.pAttribute != nullptr
                     && dwarf_getlocation_implicit_value(m_Surroundings.pAttribute, &Operation, &Block) == 0
-                    && Block.length <= BYTES_MAX)
+                    && Block.length <= MAX_BYTES)
                 {
                     m_dBytes.assign(Block.data, Block.data + Block.length);
                     eResult = PLACE_BYTES;

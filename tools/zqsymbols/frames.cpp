@@ -34,7 +34,7 @@ namespace zqsymbols
 
     Frame_t const * Frames_c::Get(std::size_t iFrame)
     {
-        bool const bAsked = iFrame < FRAMES_MAX;                      // a stack filled with one address has no end
+        bool const bAsked = iFrame < MAX_FRAMES;                      // a stack filled with one address has no end
         while (bAsked && m_dFrames.size() <= iFrame + 1 && m_bMore)   // also its caller
         {
             Frame_t Frame = m_Caller;

@@ -24,7 +24,7 @@ namespace zqsymbols
     class Frames_c
     {
     public:
-        static constexpr std::size_t FRAMES_MAX = 200000;   // more frames of 42 bytes than a stack of 8 MiB has
+        static constexpr std::size_t MAX_FRAMES = 200000;   // more frames of 42 bytes than a stack of 8 MiB has
 
         /// Begins at a thread's registers. Requires that they and the process outlive the object.
         Frames_c(Process_c & Process, Registers_t const & Start)
@@ -32,7 +32,7 @@ namespace zqsymbols
             , m_Start(Start)
         {}
 
-        /// Returns a frame by number, 0 for the innermost. Returns null after the end, and from FRAMES_MAX on. The
+        /// Returns a frame by number, 0 for the innermost. Returns null after the end, and from MAX_FRAMES on. The
         /// frame is valid as long as the object.
         Frame_t const * Get(std::size_t iFrame);
 

@@ -17,16 +17,16 @@ namespace zqsymbols
     namespace
     {
         constexpr char MARK[8] = { 'Z', 'Q', 'I', 'N', 'D', 'E', 'X', '1' };
-        constexpr std::uint64_t FOLDER_MAX = 64 << 20;       // bytes of all files
-        constexpr std::uint64_t FILE_MAX = FOLDER_MAX / 2;   // bytes of one file
-        constexpr std::size_t BUILD_ID_MAX = 64;
+        constexpr std::uint64_t MAX_FOLDER = 64 << 20;       // bytes of all files
+        constexpr std::uint64_t MAX_FILE = MAX_FOLDER / 2;   // bytes of one file
+        constexpr std::size_t MAX_BUILD_ID = 64;
         constexpr char ENDING[] = ".index";
 
         struct Head_t
         {
             char dMark[sizeof(MARK)];
             std::uint64_t nSum;   // of all that follows
-            char dBuildId[BUILD_ID_MAX];
+            char dBuildId[MAX_BUILD_ID];
             std::uint64_t nSpan;
             std::uint64_t nUnitBytes;
             std::uint64_t nSymbols;
@@ -57,7 +57,7 @@ namespace zqsymbols
         {
             Head_t Head{};
             std::memcpy(Head.dMark, MARK, sizeof(MARK));
-            Key.sBuildId.copy(Head.dBuildId, BUILD_ID_MAX);
+            Key.sBuildId.copy(Head.dBuildId, MAX_BUILD_ID);
             Head.nSpan = Key.nSpan;
             Head.nUnitBytes = Key.nUnitBytes;
             Head.nSymbols = Key.nSymbols;
@@ -102,7 +102,7 @@ namespace zqsymbols
             return hFolder;
         }
 
-        // Deletes the files that were unused for the longest time until all and nBytes more have at most FOLDER_MAX.
+        // Deletes the files that were unused for the longest time until all and nBytes more have at most MAX_FOLDER.
         // Returns false if the files can't be counted.
         bool MakeRoom(int hFolder, std::uint64_t nBytes)
         {
@@ -133,7 +133,7 @@ namespace zqsymbols
             closedir(pFolder);
             std::ranges::sort(
                 dFiles, {}, [](File_t const & File) { return std::pair(File.tUsed.tv_sec, File.tUsed.tv_nsec); });
-            for (std::size_t i = 0; i < dFiles.size() && nBytes > FOLDER_MAX; ++i)
+            for (std::size_t i = 0; i < dFiles.size() && nBytes > MAX_FOLDER; ++i)
             {
                 unlinkat(hFolder, dFiles[i].sName.c_str(), 0);
                 nBytes -= dFiles[i].nBytes;
@@ -156,7 +156,7 @@ namespace zqsymbols
     std::optional<IndexParts_t> ParseIndex(std::string_view sFile, IndexKey_t const & Key)
     {
         Head_t Head;
-        if (sFile.size() < sizeof(Head) || sFile.size() > FILE_MAX)
+        if (sFile.size() < sizeof(Head) || sFile.size() > MAX_FILE)
         {
             return std::nullopt;
         }
@@ -189,7 +189,7 @@ namespace zqsymbols
                                                        : openat(Folder.Get(), NameOf(Key).c_str(),
                                                            O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode) || !IsOwn(Stat)
-            || static_cast<std::uint64_t>(Stat.st_size) > FILE_MAX)
+            || static_cast<std::uint64_t>(Stat.st_size) > MAX_FILE)
         {
             return std::nullopt;
         }
@@ -209,7 +209,7 @@ namespace zqsymbols
     void IndexFolder_c::Save(IndexKey_t const & Key, IndexParts_t const & Parts) const
     {
         std::string const sFile = FormatIndex(Key, Parts);
-        if (m_sFolder.empty() || sFile.size() > FILE_MAX)
+        if (m_sFolder.empty() || sFile.size() > MAX_FILE)
         {
             return;
         }

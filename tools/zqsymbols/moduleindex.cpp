@@ -12,7 +12,7 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr std::uint32_t RANGE_MAX = std::numeric_limits<std::uint32_t>::max();
+        constexpr std::uint32_t MAX_RANGE = std::numeric_limits<std::uint32_t>::max();
 
         // A module with a build-id that reaches either limit has an index file, because reading that is faster than
         // building the index.
@@ -20,7 +20,7 @@ namespace zqsymbols
         constexpr int BIG_SYMBOLS = 100000;
 
         // The linker's fill between two functions of a unit has fewer bytes.
-        constexpr std::uint64_t GAP_MAX = 16;
+        constexpr std::uint64_t MAX_GAP = 16;
 
         // Collector of the ranges inside a module. Skips others, and those that end 4 GiB or more after its start.
         class Collector_c
@@ -33,7 +33,7 @@ namespace zqsymbols
 
             void Add(std::uint64_t nFrom, std::uint64_t nTo, std::uint64_t nValue)
             {
-                bool const bInside = nFrom >= m_nStart && nFrom <= nTo && nTo <= m_nEnd && nTo - m_nStart <= RANGE_MAX;
+                bool const bInside = nFrom >= m_nStart && nFrom <= nTo && nTo <= m_nEnd && nTo - m_nStart <= MAX_RANGE;
                 if (bInside)
                 {
                     m_dRanges.push_back({ static_cast<std::uint32_t>(nFrom - m_nStart),
@@ -42,14 +42,14 @@ namespace zqsymbols
             }
 
             // Adds a range of a unit, or extends the last one if that belongs to the same unit and ends less than
-            // GAP_MAX bytes before. Skips an empty range that does not extend it.
+            // MAX_GAP bytes before. Skips an empty range that does not extend it.
             void AddUnit(std::uint64_t nFrom, std::uint64_t nTo, std::uint64_t nUnit)
             {
                 std::uint64_t const nLastEnd =
                     m_dRanges.empty() ? 0 : m_nStart + m_dRanges.back().nStart + m_dRanges.back().nBytes;
                 bool const bExtends = !m_dRanges.empty() && m_dRanges.back().nValue == nUnit && nFrom >= nLastEnd
-                                      && nFrom - nLastEnd < GAP_MAX && nFrom <= nTo && nTo <= m_nEnd
-                                      && nTo - m_nStart <= RANGE_MAX;
+                                      && nFrom - nLastEnd < MAX_GAP && nFrom <= nTo && nTo <= m_nEnd
+                                      && nTo - m_nStart <= MAX_RANGE;
                 if (bExtends)
                 {
                     m_dRanges.back().nBytes += static_cast<std::uint32_t>(nTo - nLastEnd);
@@ -183,7 +183,7 @@ namespace zqsymbols
                 }
                 if (nSizedEnd <= Label.nStart)
                 {
-                    std::uint32_t const nNext = iSized < dSized.size() ? dSized[iSized].nStart : RANGE_MAX;
+                    std::uint32_t const nNext = iSized < dSized.size() ? dSized[iSized].nStart : MAX_RANGE;
                     Label.nBytes = std::min(Label.nBytes, nNext - Label.nStart);
                     dAdded.push_back(Label);
                 }

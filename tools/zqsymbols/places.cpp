@@ -8,7 +8,7 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr unsigned CALLERS_MAX = 32;   // a caller's value may in turn be one of its own caller's
+        constexpr unsigned MAX_CALLERS = 32;   // a caller's value may in turn be one of its own caller's
 
         bool IsOneOf(int nTag, int nFirst, int nSecond)
         {
@@ -143,7 +143,7 @@ namespace zqsymbols
             Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
         {
             Frame_t const & Frame = *Surroundings.pFrame;
-            Frame_t const * const pCaller = Surroundings.nCallers < CALLERS_MAX ? Frame.pCaller : nullptr;
+            Frame_t const * const pCaller = Surroundings.nCallers < MAX_CALLERS ? Frame.pCaller : nullptr;
             std::optional<Unit_t> Own = Process.UnitAt(Frame.GetInside());
             std::optional<Unit_t> Unit =
                 Own && pCaller != nullptr && pCaller->bCall ? Process.UnitAt(pCaller->GetInside()) : std::nullopt;

@@ -32,13 +32,13 @@ namespace zqsymbols
             { "std::__1::shared_ptr<*", PRINT_POINTER, "__ptr_" },
         };
 
-        constexpr std::uint64_t TEXT_MAX = 1u << 20;   // bytes; a longer text is damage
+        constexpr std::uint64_t MAX_TEXT = 1u << 20;   // bytes; a longer text is damage
         constexpr char EMPTY_TEXT[] = "(empty)";
 
         std::optional<std::string> ShowText(
             Values_c & Values, std::optional<std::uint64_t> nAddress, std::optional<std::uint64_t> nLength)
         {
-            bool const bText = nAddress && nLength && *nLength <= TEXT_MAX;
+            bool const bText = nAddress && nLength && *nLength <= MAX_TEXT;
             return bText ? std::optional(Values.Text({ 0, *nAddress }, *nLength, 1, false)) : std::nullopt;
         }
 

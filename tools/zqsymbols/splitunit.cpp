@@ -186,15 +186,15 @@ namespace zqsymbols
         void CompactStrings(std::string_view sStrings, bool bHead, std::string & sOffsets, std::string & sOwn)
         {
             // Bytes of one string and of all: those of a damaged package may have any length.
-            constexpr std::size_t STRING_MAX = 1 << 14;
-            constexpr std::size_t STRINGS_MAX = 1 << 26;
+            constexpr std::size_t MAX_STRING = 1 << 14;
+            constexpr std::size_t MAX_STRINGS = 1 << 26;
             for (std::size_t i = bHead ? HEAD_5 : 0; i + 4 <= sOffsets.size(); i += 4)
             {
                 std::string_view const sRest = Slice(sStrings, Take<std::uint32_t>(sOffsets, i), sStrings.size());
                 auto const nOwn = static_cast<std::uint32_t>(sOwn.size());
                 std::memcpy(sOffsets.data() + i, &nOwn, sizeof(nOwn));
-                std::size_t const nLength = sOwn.size() < STRINGS_MAX ? sRest.substr(0, STRING_MAX).find('\0') : 0;
-                sOwn.append(sRest.substr(0, std::min(nLength, STRING_MAX)));
+                std::size_t const nLength = sOwn.size() < MAX_STRINGS ? sRest.substr(0, MAX_STRING).find('\0') : 0;
+                sOwn.append(sRest.substr(0, std::min(nLength, MAX_STRING)));
                 sOwn += '\0';
             }
         }
@@ -306,7 +306,7 @@ namespace zqsymbols
         // Returns a file with the attributes by which libdw finds the other part of a unit and completes it.
         std::string SkeletonOf(Dwarf_Die * pUnit, std::string const & sPart)
         {
-            constexpr std::uint64_t RANGES_MAX = 1 << 20;   // bytes of the tables of version 4, which have no length
+            constexpr std::uint64_t MAX_RANGES = 1 << 20;   // bytes of the tables of version 4, which have no length
             UnitHead_t const Head = HeadOf(pUnit);
             bool const bVersion5 = Head.nVersion >= 5;
             Elf * const pElf = dwarf_getelf(dwarf_cu_getdwarf(pUnit->cu));
@@ -316,12 +316,12 @@ namespace zqsymbols
             std::uint64_t const nAddresses = Offset(pUnit, bVersion5 ? DW_AT_addr_base : DW_AT_GNU_addr_base);
             std::uint64_t const nBytes = bVersion5 && nAddresses >= HEAD_5
                                              ? Take<std::uint32_t>(sAddresses, nAddresses - HEAD_5) - 4
-                                             : RANGES_MAX;
+                                             : MAX_RANGES;
             Sections_t dSections = { { ".debug_info", sInfo }, { ".debug_abbrev", sAbbreviations },
                 { ADDRESSES, Slice(sAddresses, nAddresses, nBytes) } };
             if (!bVersion5)
             {
-                dSections[RANGES] = Slice(SectionOf(pElf, RANGES), Offset(pUnit, DW_AT_GNU_ranges_base), RANGES_MAX);
+                dSections[RANGES] = Slice(SectionOf(pElf, RANGES), Offset(pUnit, DW_AT_GNU_ranges_base), MAX_RANGES);
             }
             return ElfOf(dSections);
         }

@@ -6,7 +6,7 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr int DEPTH_MAX = 16;   // damaged information may be circular
+        constexpr int MAX_DEPTH = 16;   // damaged information may be circular
 
         std::string Spell(Types_c & Types, Dwarf_Die Type, int nDepth);
 
@@ -126,7 +126,7 @@ namespace zqsymbols
 
     std::string SpellTypeOf(Types_c & Types, Dwarf_Die Owner)
     {
-        return Owner.addr == nullptr ? "void" : ShortName(SpellTarget(Types, Owner, DEPTH_MAX));
+        return Owner.addr == nullptr ? "void" : ShortName(SpellTarget(Types, Owner, MAX_DEPTH));
     }
 
     std::string ShortName(std::string_view sName)

@@ -8,14 +8,14 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr unsigned DEPTH_MAX = 16;           // structures in each other whose members are listed
-        constexpr std::size_t TYPES_MAX = 1000000;   // damaged information may be endless
+        constexpr unsigned MAX_DEPTH = 16;           // structures in each other whose members are listed
+        constexpr std::size_t MAX_TYPES = 1000000;   // damaged information may be endless
 
         // Skips aliases, const and the like, and references to units of types. Stores the name of the last alias.
         void Peel(Dwarf_Die & Die, std::string & sAlias)
         {
-            constexpr int STEPS_MAX = 64;
-            for (int i = 0; i < STEPS_MAX && Die.addr != nullptr; ++i)
+            constexpr int MAX_STEPS = 64;
+            for (int i = 0; i < MAX_STEPS && Die.addr != nullptr; ++i)
             {
                 int const nTag = dwarf_tag(&Die);
                 Dwarf_Attribute Signature;
@@ -106,7 +106,7 @@ namespace zqsymbols
     plat::SymbolType_t Types_c::Add(Dwarf_Die * pOwner)
     {
         Type_t Type;
-        if (m_dTypes.size() >= TYPES_MAX || !Follow(pOwner, &Type.Die))
+        if (m_dTypes.size() >= MAX_TYPES || !Follow(pOwner, &Type.Die))
         {
             return 0;
         }
@@ -208,7 +208,7 @@ namespace zqsymbols
         Type_t const & Type = Get(iType);
         Dwarf_Die Die = Type.Die;
         Dwarf_Die Child;
-        if (Type.bExpanded || Die.addr == nullptr || Type.nDepth >= DEPTH_MAX || !IsStructure(dwarf_tag(&Die))
+        if (Type.bExpanded || Die.addr == nullptr || Type.nDepth >= MAX_DEPTH || !IsStructure(dwarf_tag(&Die))
             || dwarf_child(&Die, &Child) != 0)
         {
             return Type.dMembers;

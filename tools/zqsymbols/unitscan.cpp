@@ -9,8 +9,8 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr std::size_t CODES_MAX = 1 << 16;
-        constexpr std::size_t DEPTH_MAX = 1 << 10;
+        constexpr std::size_t MAX_CODES = 1 << 16;
+        constexpr std::size_t MAX_DEPTH = 1 << 10;
 
         // Way to skip the value of an attribute.
         enum Skip_e : std::uint8_t
@@ -92,7 +92,7 @@ namespace zqsymbols
                         dAround.pop_back();
                         continue;
                     }
-                    if (nCode >= m_dShapes.size() || !m_dShapes[nCode].bKnown || dAround.size() >= DEPTH_MAX)
+                    if (nCode >= m_dShapes.size() || !m_dShapes[nCode].bKnown || dAround.size() >= MAX_DEPTH)
                     {
                         return;
                     }
@@ -267,7 +267,7 @@ namespace zqsymbols
                         return;
                     }
                     unsigned const nCode = dwarf_getabbrevcode(pAbbreviation);
-                    if (nCode < CODES_MAX)
+                    if (nCode < MAX_CODES)
                     {
                         m_dShapes.resize(std::max<std::size_t>(m_dShapes.size(), nCode + 1));
                         m_dShapes[nCode] = ShapeOf(pAbbreviation);

@@ -31,7 +31,7 @@ namespace zqsymbols
             return szText;
         }
 
-        std::string Utf8Of(char32_t cText)
+        std::string Utf8FromCharacter(char32_t cText)
         {
             wchar_t const wszText[] = { static_cast<wchar_t>(cText), 0 };
             char szText[8];
@@ -260,7 +260,7 @@ namespace zqsymbols
             sText += bEnd          ? ""
                      : *nUnit == 0 ? std::string("\\0")
                      : nWidth == 1 ? std::string(1, static_cast<char>(*nUnit))
-                                   : Utf8Of(nOfPair.value_or(static_cast<char32_t>(*nUnit)));
+                                   : Utf8FromCharacter(nOfPair.value_or(static_cast<char32_t>(*nUnit)));
         }
         return "\"" + Escaped(sText) + (bEnd || iUnit == nUnits ? "\"" : "\"...");
     }
@@ -316,7 +316,8 @@ namespace zqsymbols
         }
         std::string const sNumber = Integer(nBits, nWidth, IsSignedEncoding(nEncoding));
         bool const bShown = CharWidth(Type, nSize) != 0 && nBits >= ' ' && (nSize > 1 || nBits < 0x7F);
-        return bShown ? "'" + Escaped(Utf8Of(static_cast<char32_t>(nBits))) + "' (" + sNumber + ")" : sNumber;
+        return bShown ? "'" + Escaped(Utf8FromCharacter(static_cast<char32_t>(nBits))) + "' (" + sNumber + ")"
+                      : sNumber;
     }
 
     // Returns an enumerator, or several that make up the value as flags, or a number.

@@ -21,14 +21,14 @@ namespace
         }
 
         // Returns the rows, sorted as GrowthBy says. Requires that the object is not used again.
-        std::vector<GrowthRow_t> Take();
+        std::vector<GrowthRow_t> Extract();
 
     private:
         std::size_t m_nReports;
         std::map<std::string, GrowthRow_t> m_dRows;
     };
 
-    std::vector<GrowthRow_t> Rows_c::Take()
+    std::vector<GrowthRow_t> Rows_c::Extract()
     {
         std::vector<GrowthRow_t> dRows;
         for (auto & [sName, Row] : m_dRows)
@@ -77,7 +77,7 @@ namespace
                 }
             }
         }
-        return Rows.Take();
+        return Rows.Extract();
     }
 }
 

@@ -103,13 +103,13 @@ namespace
         return Archive.Scan.dProblems.empty() && (!Archive.bSave || Archive.Save.eState == FileSave_c::WHOLE);
     }
 
-    // Returns whether a file is probably no archive: its major version is above MOST_MAJOR, and nothing in it but texts
+    // Returns whether a file is probably no archive: its major version is above MAX_MAJOR, and nothing in it but texts
     // is recognised. Returns false for a save.
     bool IsForeign(Archive_s const & Archive)
     {
-        constexpr int MOST_MAJOR = 255;
+        constexpr int MAX_MAJOR = 255;
         auto const & dParts = Archive.Scan.dParts;
-        return !Archive.bSave && VersionMajor(Archive.dwVersion) > MOST_MAJOR
+        return !Archive.bSave && VersionMajor(Archive.dwVersion) > MAX_MAJOR
                && std::all_of(dParts.begin(), dParts.end(),
                    [](ArchivePart_t const & Part)
                    { return Part.eKind == ArchivePart_e::Bytes || Part.eKind == ArchivePart_e::Text; });
@@ -192,8 +192,8 @@ namespace
     {
         char szOffset[24];
         std::snprintf(szOffset, sizeof szOffset, "%08zX  ", nAt);
-        constexpr int MOST_INDENT = 32;
-        sOut.append(szOffset).append(static_cast<std::size_t>(std::min(nDepth, MOST_INDENT)) * 2, ' ');
+        constexpr int MAX_INDENT = 32;
+        sOut.append(szOffset).append(static_cast<std::size_t>(std::min(nDepth, MAX_INDENT)) * 2, ' ');
     }
 
     void AppendHex(std::string & sOut, char cByte)
@@ -454,12 +454,13 @@ namespace
     // Reads a version such as "2.29". Returns what is wrong with it, or an empty text.
     std::string ReadVersion(std::string const & sText, std::uint32_t & dwVersion)
     {
-        constexpr std::uint64_t MOST = 0xFFFF;
+        constexpr std::uint64_t MAX_NUMBER = 0xFFFF;
         std::string_view sRest = sText;
-        std::uint64_t const nMajor = TakeNumber(sRest, 10).value_or(MOST + 1);
-        std::uint64_t const nMinor = TakeStart(sRest, ".") ? TakeNumber(sRest, 10).value_or(MOST + 1) : MOST + 1;
-        bool const bGood = sRest.empty() && nMajor <= MOST && nMinor <= MOST;
-        dwVersion = static_cast<std::uint32_t>(nMajor << 16 | (nMinor & MOST));
+        std::uint64_t const nMajor = TakeNumber(sRest, 10).value_or(MAX_NUMBER + 1);
+        std::uint64_t const nMinor =
+            TakeStart(sRest, ".") ? TakeNumber(sRest, 10).value_or(MAX_NUMBER + 1) : MAX_NUMBER + 1;
+        bool const bGood = sRest.empty() && nMajor <= MAX_NUMBER && nMinor <= MAX_NUMBER;
+        dwVersion = static_cast<std::uint32_t>(nMajor << 16 | (nMinor & MAX_NUMBER));
         return bGood ? "" : sText + " is not a version such as 2.29";
     }
 }

@@ -8,9 +8,9 @@
 
 namespace
 {
-    constexpr std::int32_t LEAST_TEXT = 3;         // shorter ones look like numbers
-    constexpr std::int32_t MOST_TEXT = 0xFFFFFF;   // so that a length is not printable, and no text is tested twice
-    constexpr std::size_t MOST_PROBLEMS = 1000;    // later ones say nothing new
+    constexpr std::int32_t MIN_TEXT = 3;         // shorter ones look like numbers
+    constexpr std::int32_t MAX_TEXT = 0xFFFFFF;   // so that a length is not printable, and no text is tested twice
+    constexpr std::size_t MAX_PROBLEMS = 1000;    // later ones say nothing new
 
     // Shows a constant that the archives have for themselves.
     struct ArchiveLayout_s : Serializeable_c
@@ -44,7 +44,7 @@ namespace
 
         void Complain(std::size_t nAt, std::string sText)
         {
-            if (m_Result.dProblems.size() < MOST_PROBLEMS)
+            if (m_Result.dProblems.size() < MAX_PROBLEMS)
             {
                 m_Result.dProblems.push_back({ nAt, std::move(sText) });
             }
@@ -298,7 +298,7 @@ namespace
         {
             std::int32_t const nLength = Int(nAt);
             auto const nText = static_cast<std::size_t>(nLength);
-            if (nLength < LEAST_TEXT || nLength > MOST_TEXT || nTo - nAt - ARCHIVE_WORD <= nText
+            if (nLength < MIN_TEXT || nLength > MAX_TEXT || nTo - nAt - ARCHIVE_WORD <= nText
                 || m_sArchive[nAt + ARCHIVE_WORD + nText] != '\0')
             {
                 return nAt;

@@ -278,10 +278,10 @@ namespace
         }
     }
 
-    // Prints the texts of one kind. Without bAll, prints at most MOST_LINES of them and the number of the others.
+    // Prints the texts of one kind. Without bAll, prints at most MAX_LINES of them and the number of the others.
     void PrintRows(char const * szWhat, std::vector<std::string> const & dTexts, bool bAll)
     {
-        std::size_t const nShown = bAll ? dTexts.size() : std::min(dTexts.size(), MOST_LINES);
+        std::size_t const nShown = bAll ? dTexts.size() : std::min(dTexts.size(), MAX_LINES);
         for (std::size_t i = 0; i < nShown; ++i)
         {
             std::printf("%-8s  %s\n", szWhat, Printable(dTexts[i]).c_str());
@@ -324,7 +324,7 @@ namespace
         }
     }
 
-    Json_t ComparisonJson(Comparison_t const & Comparison)
+    Json_t JsonOf(Comparison_t const & Comparison)
     {
         Json_t Changed = Json_t::array(), Moved = Json_t::array();
         for (auto const & [sPath, nCached, nNow] : Comparison.dChanged)
@@ -353,7 +353,7 @@ namespace
         }
         if (pComparison)
         {
-            Json["check"] = ComparisonJson(*pComparison);
+            Json["check"] = JsonOf(*pComparison);
         }
         if (Options.bList)
         {
@@ -446,7 +446,7 @@ namespace
         std::vector<std::string> const dUnread = UnreadOf(Scan);
         if (!Scan.bWhole)
         {
-            for (std::size_t i = 0; i < std::min(dUnread.size(), MOST_LINES); ++i)
+            for (std::size_t i = 0; i < std::min(dUnread.size(), MAX_LINES); ++i)
             {
                 std::fprintf(stderr, "%s\n", Printable(dUnread[i]).c_str());
             }

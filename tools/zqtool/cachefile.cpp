@@ -10,7 +10,7 @@
 
 namespace
 {
-    constexpr std::uint64_t MOST_BYTES = 64 << 20;   // full tables have less than 5 MiB
+    constexpr std::uint64_t MAX_BYTES = 64 << 20;   // full tables have less than 5 MiB
 
     // Reader of one cache. The tables decide, as in a load, which records fit.
     class CacheFileReader_c
@@ -156,7 +156,7 @@ void ReadCache(std::string_view sBytes, CacheContents_t & Contents)
 bool ReadCacheFile(std::string const & sFile, CacheContents_t & Contents, std::string & sWhyNot)
 {
     std::string sBytes;
-    sWhyNot = ReadInput(sFile, sBytes, MOST_BYTES);
+    sWhyNot = ReadInput(sFile, sBytes, MAX_BYTES);
     if (sWhyNot.empty())
     {
         ReadCache(sBytes, Contents);

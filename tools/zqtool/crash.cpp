@@ -65,7 +65,7 @@ namespace
     // the causes.
     void CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
     {
-        std::vector<CrashGroup_t> dGroups = m_Fold.Take();
+        std::vector<CrashGroup_t> dGroups = m_Fold.Extract();
         for (std::size_t i = 0; i < dGroups.size() && (m_Options.bJson || m_Page.IsWanted()); ++i)
         {
             ReloadCrash(dGroups[i].Sample);

@@ -192,11 +192,11 @@ namespace
     // stack overflow they are sorted, because it may stop a recursion in any of its functions.
     std::vector<std::string> FunctionsOf(Crash_t const & Crash)
     {
-        constexpr std::size_t MOST = 3;
+        constexpr std::size_t MAX_FUNCTIONS = 3;
         std::vector<CrashFrame_t> const & dFrames = Crash.Thread.dFrames;
         bool const bOwn = std::any_of(dFrames.begin(), dFrames.end(), IsOwnFrame);
         std::vector<std::string> dNames;
-        for (auto itFrame = dFrames.begin(); itFrame != dFrames.end() && dNames.size() < MOST; ++itFrame)
+        for (auto itFrame = dFrames.begin(); itFrame != dFrames.end() && dNames.size() < MAX_FUNCTIONS; ++itFrame)
         {
             if (bOwn ? IsOwnFrame(*itFrame) : !itFrame->sFunction.empty() || !itFrame->sModule.empty())
             {

@@ -76,7 +76,7 @@ namespace
             AddFiles(DetailsStem ? *DetailsStem : ReportStem.value_or(sName), Files);
         }
 
-        std::vector<CrashFiles_t> Take() { return std::move(m_dFound); }
+        std::vector<CrashFiles_t> Extract() { return std::move(m_dFound); }
 
     private:
         using MoreDetails_t = std::multimap<std::string, std::string>;   // names by stem
@@ -302,7 +302,7 @@ std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames
     {
         Finder.Add(sName);
     }
-    return Finder.Take();
+    return Finder.Extract();
 }
 
 std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFault_t const & fnFault)

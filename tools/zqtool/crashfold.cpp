@@ -63,7 +63,7 @@ void CrashFold_c::Add(Crash_t Crash)
     }
 }
 
-std::vector<CrashGroup_t> CrashFold_c::Take()
+std::vector<CrashGroup_t> CrashFold_c::Extract()
 {
     std::vector<CrashGroup_t> dGroups;
     for (auto & [sSignature, Group] : m_dGroups)

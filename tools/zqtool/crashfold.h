@@ -36,7 +36,7 @@ public:
 
     /// Removes and returns the groups, the largest first. If two have the same size, the one with the latest crash is
     /// first. If their times are equal too, they are in the order of their signatures.
-    std::vector<CrashGroup_t> Take();
+    std::vector<CrashGroup_t> Extract();
 
 private:
     std::unordered_map<std::string, CrashGroup_t> m_dGroups;

@@ -6,6 +6,6 @@
 #include <iosfwd>
 
 /// Writes the page. Only the first 500 groups show their samples. dFaults says what could not be read. The page shows
-/// its first 50 texts. Requires the largest group first, as CrashFold_c::Take returns them.
+/// its first 50 texts. Requires the largest group first, as CrashFold_c::Extract returns them.
 void WriteCrashPage(
     std::ostream & Stream, std::vector<CrashGroup_t> const & dGroups, std::vector<std::string> const & dFaults);

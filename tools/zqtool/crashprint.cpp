@@ -35,7 +35,7 @@ namespace
             return *this;
         }
 
-        std::string Take() { return std::move(m_sText); }
+        std::string Extract() { return std::move(m_sText); }
 
     private:
         std::string m_sText;
@@ -114,8 +114,8 @@ namespace
     // if there is none.
     Cycle_t FindCycle(std::vector<CrashFrame_t> const & dFrames, std::size_t iFirst)
     {
-        constexpr std::size_t MOST_FRAMES = 16, FEWEST_AGAIN = 3;
-        for (Cycle_t Cycle; Cycle.nFrames <= MOST_FRAMES; ++Cycle.nFrames)
+        constexpr std::size_t MAX_FRAMES = 16, MIN_AGAIN = 3;
+        for (Cycle_t Cycle; Cycle.nFrames <= MAX_FRAMES; ++Cycle.nFrames)
         {
             std::size_t iEnd = iFirst + Cycle.nFrames;
             while (iEnd < dFrames.size() && IsSameCall(dFrames[iEnd - Cycle.nFrames], dFrames[iEnd]))
@@ -123,7 +123,7 @@ namespace
                 ++iEnd;
             }
             Cycle.nAgain = (iEnd - iFirst) / Cycle.nFrames - 1;
-            if (Cycle.nAgain >= FEWEST_AGAIN)
+            if (Cycle.nAgain >= MIN_AGAIN)
             {
                 return Cycle;
             }
@@ -260,7 +260,7 @@ std::string CrashText(Crash_t const & Crash, bool bColours)
     AddLines(Text, "Open timers", Crash.dTimers);
     AddLines(Text, "Last lines of the log", Crash.dLog);
     AddLines(Text, "Incomplete", Crash.dCuts);
-    return Text.Take();
+    return Text.Extract();
 }
 
 std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bColours)
@@ -288,5 +288,5 @@ std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bCol
         }
         Text.Add(Colour_e::Quiet, "         " + Group.Sample.sFile).End();
     }
-    return Text.Take();
+    return Text.Extract();
 }

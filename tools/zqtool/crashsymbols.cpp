@@ -13,8 +13,8 @@
 
 namespace
 {
-    constexpr std::uint64_t BASE = 0x10000000;           // leaves room below 4 GiB for the modules of 32-bit programs
-    constexpr std::uint64_t MOST = 0x100000000 - BASE;   // bytes of a module
+    constexpr std::uint64_t BASE = 0x10000000;   // leaves room below 4 GiB for the modules of 32-bit programs
+    constexpr std::uint64_t MAX_BYTES = 0x100000000 - BASE;   // bytes of a module
 
     // One module of a build.
     class Build_c
@@ -25,7 +25,7 @@ namespace
         explicit Build_c(zqsymbols::BuildIds_c::Found_t const & File)
             : m_Modules("")
         {
-            m_Modules.AddModule(File.sPath.c_str(), BASE, BASE + std::min(File.nBytes, MOST));
+            m_Modules.AddModule(File.sPath.c_str(), BASE, BASE + std::min(File.nBytes, MAX_BYTES));
             m_Modules.EndModules();
         }
 

@@ -125,7 +125,7 @@ std::string HelpText(HelpCommand_t const & Command)
     return sOut + (Command.sFooter.empty() ? "" : "\n" + Command.sFooter + "\n");
 }
 
-std::string DidYouMean(std::string_view sWord, std::vector<std::string> const & dKnown)
+std::string Suggestion(std::string_view sWord, std::vector<std::string> const & dKnown)
 {
     auto const Bare = [](std::string_view sText)
     { return sText.substr(std::min(sText.find_first_not_of('-'), sText.size())); };

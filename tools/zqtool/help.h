@@ -42,7 +42,7 @@ std::vector<std::string> OptionNames(HelpCommand_t const & Command);
 std::string HelpText(HelpCommand_t const & Command);
 
 /// Returns "; did you mean X?" with the most similar of the known words, or an empty text if none is similar.
-std::string DidYouMean(std::string_view sWord, std::vector<std::string> const & dKnown);
+std::string Suggestion(std::string_view sWord, std::vector<std::string> const & dKnown);
 
 /// Reports a command that is none of the known ones, with the most similar of them, and returns EXIT_USAGE.
 int ReportNoCommand(std::string const & sCommand, std::vector<std::string> const & dKnown);

@@ -93,7 +93,7 @@ namespace
             if (sLeft.size() > 1 && sLeft[0] == '-' && sLeft != "--")
             {
                 std::string const sOption = sLeft.substr(0, sLeft.find('='));
-                return ReportMisuse("unknown option " + sOption + DidYouMean(sOption, dKnown), Command.sName);
+                return ReportMisuse("unknown option " + sOption + Suggestion(sOption, dKnown), Command.sName);
             }
         }
         if (!dLeft.empty() && dynamic_cast<CLI::ExtrasError const *>(&Error) != nullptr)

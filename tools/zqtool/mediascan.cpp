@@ -74,7 +74,7 @@ namespace
     }
 
     // Entries of the disk, in the order of the paths of the tables. The walk follows no links. It does not enter
-    // folders whose path has more than MOST_FOLDER bytes: no scan could enter them.
+    // folders whose path has more than MAX_FOLDER bytes: no scan could enter them.
     class Disk_c
     {
     public:
@@ -92,7 +92,7 @@ namespace
                 fs::file_type const eType = itEntry->symlink_status(Ignored).type();
                 std::string const & sPath = itEntry->path().native();
                 m_Scan.dDisk.push_back({ FoldedText(sPath), sPath, eType == fs::file_type::directory });
-                if (sPath.size() > MOST_FOLDER)
+                if (sPath.size() > MAX_FOLDER)
                 {
                     itEntry.disable_recursion_pending();
                 }
@@ -111,7 +111,7 @@ namespace
         }
 
     private:
-        static constexpr std::size_t MOST_FOLDER = 512;
+        static constexpr std::size_t MAX_FOLDER = 512;
 
         // Adds a finding for a link to nothing, if the scan was in its folder.
         void NoteLink(std::string const & sPath)
@@ -393,14 +393,14 @@ namespace
 
 void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options)
 {
-    constexpr std::size_t MOST_BYTES = 99;   // of a name or location
+    constexpr std::size_t MAX_BYTES = 99;   // of a name or location
     Argument_c const Game =
         Arguments.AddText("--game", "NAME", Options.sGame, "enter only this game's folder of the split, in lower case")
             .SetReader(
                 [](std::string const & sName) -> std::string
                 {
                     bool const bBare =
-                        sName.find_first_of("/\\") == std::string::npos && !sName.empty() && sName.size() <= MOST_BYTES;
+                        sName.find_first_of("/\\") == std::string::npos && !sName.empty() && sName.size() <= MAX_BYTES;
                     return bBare && plat::IsFolded(sName.c_str()) ? "" : "a game is a bare name in lower case";
                 });
     Arguments.AddText("--split", "LOCATION", Options.sSplit, "folder of the games; default \\gamedata\\")
@@ -408,7 +408,7 @@ void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options)
         .SetReader(
             [](std::string const & sLocation) -> std::string
             {
-                bool const bBounded = sLocation.size() > 1 && sLocation.size() <= MOST_BYTES
+                bool const bBounded = sLocation.size() > 1 && sLocation.size() <= MAX_BYTES
                                       && sLocation.starts_with('\\') && sLocation.ends_with('\\');
                 return bBounded && plat::IsFolded(sLocation.c_str())
                            ? ""

@@ -140,7 +140,7 @@ namespace
         {
             if (m_Tree.GetFrameCount() > 0 && !MeasureStats(Limit, m_Tree, m_Facts.fTicksPerSecond).bKnown)
             {
-                ReportMisuse("there is no timer " + Limit.sName + DidYouMean(Limit.sName, dNames), "stats");
+                ReportMisuse("there is no timer " + Limit.sName + Suggestion(Limit.sName, dNames), "stats");
                 return false;
             }
         }
@@ -226,7 +226,7 @@ namespace
             PrintStats(m_Tree, m_Facts);
         }
         PrintProblems();
-        Json_t Json = StatsJson(m_Tree, m_Facts);
+        Json_t Json = JsonOfStats(m_Tree, m_Facts);
         Json["file"] = m_Options.sFile;   // that of the facts is a page's title
         bool const bKept = CheckLimits(Json);
         if (m_Options.bJson)

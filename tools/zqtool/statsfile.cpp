@@ -68,7 +68,8 @@ namespace
         void Complain(std::uint64_t nOffset, std::string const & sText);
         void ReadTimer(StatsTimer_t & Timer, std::size_t iRecord);
         int ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords);
-        void Hang(StatsBatch_t & Batch, std::size_t iRecord, std::size_t iField, std::size_t nRecords, int iParent);
+        void SetParent(
+            StatsBatch_t & Batch, std::size_t iRecord, std::size_t iField, std::size_t nRecords, int iParent);
         std::string NameOf(std::size_t iRecord) const;
         std::uint64_t OffsetOf(std::size_t iRecord, std::size_t iField) const;
         char const * BytesOf(std::size_t iRecord, std::size_t iField) const;
@@ -190,7 +191,7 @@ namespace
 
     // Sets the parent of the timer that a link leads to. Reports a timer that has a parent already, and a sibling of
     // the root. Skips a timer beyond the end of a broken file.
-    void StatsReader_c::Hang(
+    void StatsReader_c::SetParent(
         StatsBatch_t & Batch, std::size_t iRecord, std::size_t iField, std::size_t nRecords, int iParent)
     {
         int const iLinked = ReadLink(iRecord, iField, nRecords);
@@ -245,8 +246,8 @@ namespace
                 Complain(OffsetOf(i, 0), "nothing links to " + NameOf(i) + "; it is shown under the root");
                 Batch[i].iParent = 0;
             }
-            Hang(Batch, i, CHILD, nRecords, static_cast<int>(i));
-            Hang(Batch, i, NEXT, nRecords, Batch[i].iParent);
+            SetParent(Batch, i, CHILD, nRecords, static_cast<int>(i));
+            SetParent(Batch, i, NEXT, nRecords, Batch[i].iParent);
         }
         bWhole = nWhole == nRecords;
         if (!bWhole)

@@ -30,7 +30,7 @@ namespace
     }
 
     // Returns a finite number as JSON, with all digits of the double.
-    std::string Text(double fNumber)
+    std::string NumberText(double fNumber)
     {
         char szNumber[32];
         std::snprintf(szNumber, sizeof szNumber, "%.17g", fNumber);
@@ -38,7 +38,7 @@ namespace
     }
 
     template <typename T>
-    std::string TextOfInteger(T nNumber)
+    std::string IntegerText(T nNumber)
     {
         return std::to_string(nNumber);
     }
@@ -60,8 +60,8 @@ namespace
         {
             return sText + ",[],[]]";
         }
-        return sText + "," + ArrayOf(Timer.dSlots, [](StatsSlot_t const & Slot) { return TextOfInteger(Slot.tTime); })
-               + "," + ArrayOf(Timer.dSlots, [](StatsSlot_t const & Slot) { return TextOfInteger(Slot.nCalls); }) + "]";
+        return sText + "," + ArrayOf(Timer.dSlots, [](StatsSlot_t const & Slot) { return IntegerText(Slot.tTime); })
+               + "," + ArrayOf(Timer.dSlots, [](StatsSlot_t const & Slot) { return IntegerText(Slot.nCalls); }) + "]";
     }
 
     // Returns [name, id, parent, average time, own time and calls, calls in all, peak, frame of the peak, calls at the
@@ -69,16 +69,16 @@ namespace
     std::string NodeText(StatsNode_t const & Node, StatsAverage_t const & Average)
     {
         return "[" + JsonQuoted(Node.sName) + "," + std::to_string(Node.iTimer) + "," + std::to_string(Node.iParent)
-               + "," + Text(Average.tTime) + "," + Text(Average.tOwn) + "," + Text(Average.fCalls) + ","
-               + std::to_string(Node.nCalls) + "," + std::to_string(Node.tPeak) + "," + std::to_string(Node.iPeakFrame)
-               + "," + std::to_string(Node.nPeakCalls) + "]";
+               + "," + NumberText(Average.tTime) + "," + NumberText(Average.tOwn) + "," + NumberText(Average.fCalls)
+               + "," + std::to_string(Node.nCalls) + "," + std::to_string(Node.tPeak) + ","
+               + std::to_string(Node.iPeakFrame) + "," + std::to_string(Node.nPeakCalls) + "]";
     }
 
     std::string SummaryText(StatsSummary_t const & Summary)
     {
-        return "{\"mean\":" + Text(Summary.tMean) + ",\"median\":" + Text(Summary.tMedian)
-               + ",\"p95\":" + Text(Summary.t95) + ",\"p99\":" + Text(Summary.t99)
-               + ",\"worst\":" + Text(Summary.tWorst) + ",\"worstFrame\":" + std::to_string(Summary.iWorst) + "}";
+        return "{\"mean\":" + NumberText(Summary.tMean) + ",\"median\":" + NumberText(Summary.tMedian)
+               + ",\"p95\":" + NumberText(Summary.t95) + ",\"p99\":" + NumberText(Summary.t99)
+               + ",\"worst\":" + NumberText(Summary.tWorst) + ",\"worstFrame\":" + std::to_string(Summary.iWorst) + "}";
     }
 }
 
@@ -132,14 +132,14 @@ std::string StatsPage_c::MakeNews(StatsFacts_t const & Facts, StatsTree_c const 
     std::vector<StatsAverage_t> const dAverages = Tree.GetAverages();
     auto itAverage = dAverages.begin();
     auto const Truth = [](bool bTrue) { return bTrue ? "true" : "false"; };
-    return "{\"file\":" + JsonQuoted(Facts.sFile) + ",\"rate\":" + Text(Facts.fTicksPerSecond)
+    return "{\"file\":" + JsonQuoted(Facts.sFile) + ",\"rate\":" + NumberText(Facts.fTicksPerSecond)
            + ",\"measured\":" + Truth(Facts.bMeasured) + ",\"problems\":" + ArrayOf(Facts.dProblems, JsonQuoted)
            + ",\"live\":" + Truth(News.bLive) + ",\"run\":" + std::to_string(News.iRun)
            + ",\"more\":" + Truth(iTo < m_dBatches.size()) + ",\"first\":" + std::to_string(iFirst)
            + ",\"from\":" + std::to_string(iFirst + static_cast<int>(iFrom * STATS_FRAMES))
            + ",\n\"summary\":" + SummaryText(Tree.GetSummary()) + ",\n\"timers\":"
            + ArrayOf(Tree.GetNodes(), [&](StatsNode_t const & Node) { return NodeText(Node, *itAverage++); })
-           + ",\n\"frames\":" + ArrayOf(Tree.GetFrames(), Text, iFrom * STATS_FRAMES, iTo * STATS_FRAMES)
+           + ",\n\"frames\":" + ArrayOf(Tree.GetFrames(), NumberText, iFrom * STATS_FRAMES, iTo * STATS_FRAMES)
            + ",\n\"batches\":"
            + ArrayOf(
                m_dBatches, [](Batch_s const & Batch) { return '"' + Batch.sTimers + "\"\n"; }, iFrom, iTo)

@@ -54,7 +54,7 @@ namespace
     }
 
     // Returns the timers in depth-first order, without the root, which is not timed.
-    Json_t TimersJson(StatsTree_c const & Tree, double fMilliseconds)
+    Json_t JsonOfTimers(StatsTree_c const & Tree, double fMilliseconds)
     {
         std::vector<StatsNode_t> const & dNodes = Tree.GetNodes();
         std::vector<StatsAverage_t> const dAverages = Tree.GetAverages();
@@ -99,7 +99,7 @@ void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts)
     PrintTree(Tree, fMilliseconds);
 }
 
-Json_t StatsJson(StatsTree_c const & Tree, StatsFacts_t const & Facts)
+Json_t JsonOfStats(StatsTree_c const & Tree, StatsFacts_t const & Facts)
 {
     double const fMilliseconds = SECOND / Facts.fTicksPerSecond;
     StatsSummary_t const Summary = Tree.GetSummary();
@@ -112,5 +112,5 @@ Json_t StatsJson(StatsTree_c const & Tree, StatsFacts_t const & Facts)
     }
     return { { "file", Facts.sFile }, { "frames", Tree.GetFrameCount() }, { "batches", BatchesOf(Tree) },
         { "ticks_per_second", Facts.fTicksPerSecond }, { "frame", Frame },
-        { "timers", TimersJson(Tree, fMilliseconds) }, { "problems", Facts.dProblems } };
+        { "timers", JsonOfTimers(Tree, fMilliseconds) }, { "problems", Facts.dProblems } };
 }

@@ -11,4 +11,4 @@
 void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts);
 
 /// Returns the same as an object, with the file's name and problems. Without frames, their times are null.
-Json_t StatsJson(StatsTree_c const & Tree, StatsFacts_t const & Facts);
+Json_t JsonOfStats(StatsTree_c const & Tree, StatsFacts_t const & Facts);

@@ -23,7 +23,7 @@ namespace
         bool bJson = false;
     };
 
-    constexpr std::size_t MOST_COLUMN = 60;   // characters; longer paths do not widen the column
+    constexpr std::size_t MAX_COLUMN = 60;   // characters; longer paths do not widen the column
 
     // Returns whether bare names fit a tree. Fewer than three duplicates, or up to a tenth of the files, count as
     // accidents.
@@ -50,12 +50,12 @@ namespace
 
     using Findings_t = std::vector<MediaFinding_t>;
 
-    // Prints the findings of one kind below its title. Without bAll, prints at most MOST_LINES of them and the number
+    // Prints the findings of one kind below its title. Without bAll, prints at most MAX_LINES of them and the number
     // of the others.
     void PrintKind(Findings_t::const_iterator itFirst, Findings_t::const_iterator itEnd, bool bAll)
     {
         std::size_t const nFindings = static_cast<std::size_t>(itEnd - itFirst);
-        std::size_t const nShown = bAll ? nFindings : std::min(nFindings, MOST_LINES);
+        std::size_t const nShown = bAll ? nFindings : std::min(nFindings, MAX_LINES);
         Colour_e const eColour = itFirst->pKind->bFault ? Colour_e::Bad : Colour_e::Head;
         std::string const sTitle = std::string(itFirst->pKind->szTitle) + " (" + std::to_string(nFindings) + ")";
         std::printf("\n%s%s%s\n", Painted(sTitle, eColour).c_str(), itFirst->pKind->szNote[0] ? ": " : "",
@@ -67,7 +67,7 @@ namespace
         for (std::string const & sPath : dPaths)
         {
             std::size_t const nPath = WidthOf(sPath);
-            nColumn = std::max(nColumn, nPath <= MOST_COLUMN ? nPath : 0);
+            nColumn = std::max(nColumn, nPath <= MAX_COLUMN ? nPath : 0);
         }
         for (std::string const & sPath : dPaths)
         {
@@ -115,7 +115,7 @@ namespace
         }
     }
 
-    Json_t FindingJson(MediaFinding_t const & Finding)
+    Json_t JsonOf(MediaFinding_t const & Finding)
     {
         Json_t Json = { { "kind", Finding.pKind->szName }, { "path", Finding.sPath }, { "why", Finding.sWhy } };
         if (!Finding.sOther.empty())
@@ -135,7 +135,7 @@ namespace
         Json_t Found = Json_t::array(), LeftOut = Json_t::array();
         for (MediaFinding_t const & Finding : Scan.dFindings)
         {
-            (Finding.pKind->bFault ? Found : LeftOut).push_back(FindingJson(Finding));
+            (Finding.pKind->bFault ? Found : LeftOut).push_back(JsonOf(Finding));
         }
         PrintJson({ { "paths", Scan.dPaths }, { "game", Options.Media.sGame }, { "config", Options.Media.sConfig },
             { "relative", Options.Media.bRelative }, { "files", Scan.nFiles }, { "folders", Scan.nFolders },

@@ -6,7 +6,7 @@ import gdb
 from .values import ArrayPrinter, Damaged, ListPrinter, basic_type, nodes
 
 
-MOST = 10000  # nodes that are counted
+MAX_NODES = 10000  # nodes that are counted
 
 
 def count_nodes(chain):
@@ -14,7 +14,7 @@ def count_nodes(chain):
     count = 0
     try:
         for count, _ in enumerate(chain, 1):
-            if count == MOST:
+            if count == MAX_NODES:
                 return f"{count} or more"
     except (Damaged, gdb.error):
         return f"{count}, damaged"

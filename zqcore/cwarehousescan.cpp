@@ -187,11 +187,11 @@ public:
     // Returns whether there is no quote from nFrom to below nTo. Requires calls with rising nFrom.
     bool IsFree(int nFrom, int nTo)
     {
-        constexpr int SEARCH_LEAST = 4096;   // a short line is not worth a search of its own
+        constexpr int MIN_SEARCH = 4096;   // a short line is not worth a search of its own
         m_nFree = std::max(m_nFree, nFrom);
         while (m_nFree < nTo)
         {
-            int const nSearch = std::min(std::max(nTo - m_nFree, SEARCH_LEAST), m_Scan.nLength - m_nFree);
+            int const nSearch = std::min(std::max(nTo - m_nFree, MIN_SEARCH), m_Scan.nLength - m_nFree);
             char const * const pFrom = m_Scan.pLine + m_nFree;
             void const * const pQuote = std::memchr(pFrom, '"', static_cast<std::size_t>(nSearch));
             if (pQuote)
