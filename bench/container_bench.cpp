@@ -26,7 +26,7 @@ namespace
         std::vector<std::string> dPresent;
         std::vector<std::string> dMissing;
         std::vector<Object_s> dObjects;
-        StringHash_T<Object_s, File_c::Key_t::Capacity(), FileTable_t::iMask + 1, FILE_TABLE_STEP> sTable;
+        StringHash_T<Object_s, File_c::Key_t::Capacity(), FileTable_t::iMask + 1, FILE_TABLE_STEP> dTable;
         std::unordered_map<std::string, Object_s *> StdMap;
         absl::flat_hash_map<std::string, Object_s *> AbslMap;
 
@@ -47,7 +47,7 @@ namespace
                 Object_s & Object = dObjects[static_cast<std::size_t>(i)];
                 Object.sName = dPresent.back().c_str();
                 Object.iValue = i;
-                sTable.Add(&Object, &Object.sName);
+                dTable.Add(&Object, &Object.sName);
                 StdMap[dPresent.back()] = &Object;
                 AbslMap[dPresent.back()] = &Object;
             }
@@ -76,7 +76,7 @@ namespace
     void Ours(benchmark::State & State, bool bHit)
     {
         Run(State, bHit ? Names().dPresent : Names().dMissing,
-            [](std::string const & sName) { return Names().sTable.FindByName(sName.c_str()); });
+            [](std::string const & sName) { return Names().dTable.FindByName(sName.c_str()); });
     }
     BENCHMARK_CAPTURE(Ours, hit, true)->Name("FindByName/hit/ours");
     BENCHMARK_CAPTURE(Ours, miss, false)->Name("FindByName/miss/ours");

@@ -37,9 +37,9 @@ namespace
     class LengthSink_c final : public CodeListingSink_c
     {
     public:
-        void WriteLine(char const * szLine) override { nCharacters += std::strlen(szLine); }
+        void WriteLine(char const * szLine) override { m_nCharacters += std::strlen(szLine); }
 
-        std::size_t nCharacters = 0;
+        std::size_t m_nCharacters = 0;
     };
 
     void ListCode(benchmark::State & State, unsigned char const * pCode)
@@ -51,7 +51,7 @@ namespace
             nInstructions = Listing.Decode();
             LengthSink_c Sink;
             Listing.Write(Sink);
-            benchmark::DoNotOptimize(Sink.nCharacters);
+            benchmark::DoNotOptimize(Sink.m_nCharacters);
         }
         State.counters["instructions"] = static_cast<double>(nInstructions);
     }

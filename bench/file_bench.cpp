@@ -314,9 +314,9 @@ namespace
     {
         int nFiles = 0;
         char ** const dNames = PHYSFS_enumerateFiles(sFolder.c_str());
-        for (char ** pName = dNames; *pName; ++pName)
+        for (char ** ppName = dNames; *ppName; ++ppName)
         {
-            std::string const sName = sFolder + *pName;
+            std::string const sName = sFolder + *ppName;
             PHYSFS_Stat Stat;
             PHYSFS_stat(sName.c_str(), &Stat);
             benchmark::DoNotOptimize(Stat);

@@ -212,17 +212,21 @@ namespace
     bool RegisterAll()
     {
         PerlinNoiseSetSeed(1);
-        RegisterNoise("noise 3D/ours", [](Vec3fpu_t const & p) { return PerlinNoise(p); });
-        RegisterNoise(
-            "noise 3D/stb_perlin", [](Vec3fpu_t const & p) { return stb_perlin_noise3(p.x, p.y, p.z, 0, 0, 0); });
-        RegisterNoise("noise 3D/libnoise",
-            [](Vec3fpu_t const & p) { return noise::GradientCoherentNoise3D(p.x, p.y, p.z, 1, noise::QUALITY_STD); });
+        RegisterNoise("noise 3D/ours", [](Vec3fpu_t const & Point) { return PerlinNoise(Point); });
+        RegisterNoise("noise 3D/stb_perlin",
+            [](Vec3fpu_t const & Point) { return stb_perlin_noise3(Point.x, Point.y, Point.z, 0, 0, 0); });
+        RegisterNoise("noise 3D/libnoise", [](Vec3fpu_t const & Point)
+            { return noise::GradientCoherentNoise3D(Point.x, Point.y, Point.z, 1, noise::QUALITY_STD); });
         // The peers have no noise of fewer dimensions. A user takes a plane or a line of theirs.
-        RegisterNoise("noise 2D/ours", [](Vec3fpu_t const & p) { return PerlinNoise(Vector2_t{ p.x, p.y }); });
+        RegisterNoise("noise 2D/ours",
+            [](Vec3fpu_t const & Point) {
+                return PerlinNoise(Vector2_t{ Point.x, Point.y });
+            });
+        RegisterNoise("noise 2D/stb_perlin",
+            [](Vec3fpu_t const & Point) { return stb_perlin_noise3(Point.x, Point.y, 0, 0, 0, 0); });
+        RegisterNoise("noise 1D/ours", [](Vec3fpu_t const & Point) { return PerlinNoise(Point.x); });
         RegisterNoise(
-            "noise 2D/stb_perlin", [](Vec3fpu_t const & p) { return stb_perlin_noise3(p.x, p.y, 0, 0, 0, 0); });
-        RegisterNoise("noise 1D/ours", [](Vec3fpu_t const & p) { return PerlinNoise(p.x); });
-        RegisterNoise("noise 1D/stb_perlin", [](Vec3fpu_t const & p) { return stb_perlin_noise3(p.x, 0, 0, 0, 0, 0); });
+            "noise 1D/stb_perlin", [](Vec3fpu_t const & Point) { return stb_perlin_noise3(Point.x, 0, 0, 0, 0, 0); });
         for (int const nBits : { 64, 512, 4096, 65536, 1 << 26 })
         {
             RegisterBits("bits or/ours", nBits, OrOurs);

@@ -12,18 +12,18 @@ namespace
     // Returns the kilobytes of memory that belong to the process alone, as it prints them.
     double PrivateKilobytes(char const * szProgram)
     {
-        double nTotal = 0;
+        double fTotal = 0;
         if (std::FILE * const pOutput = ::popen(szProgram, "r"))
         {
             long nKilobytes;
             char szName[64];
             while (std::fscanf(pOutput, "%63[^:]: %ld kB ", szName, &nKilobytes) == 2)
             {
-                nTotal += static_cast<double>(nKilobytes);
+                fTotal += static_cast<double>(nKilobytes);
             }
             ::pclose(pOutput);
         }
-        return nTotal;
+        return fTotal;
     }
 
     void Run(benchmark::State & State, char const * szProgram)

@@ -89,8 +89,8 @@ namespace
 
     void IdleRead(benchmark::State & State)
     {
-        alignas(inotify_event) static char s_aEvents[16384];
-        IdleBare(State, [] { return read(g_iBareWatch, s_aEvents, sizeof s_aEvents); });
+        alignas(inotify_event) static char s_dEvents[16384];
+        IdleBare(State, [] { return read(g_iBareWatch, s_dEvents, sizeof s_dEvents); });
     }
 
     void IdlePoll(benchmark::State & State)

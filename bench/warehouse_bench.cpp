@@ -23,15 +23,15 @@ namespace
             : sName(szName)
             , sText(szHeader)
         {
-            char sLine[256];
+            char szLine[256];
             for (; sText.size() < TABLE_SIZE; ++nItems)
             {
-                std::snprintf(sLine, sizeof sLine, szFormat, nItems, nItems * 3, nItems % 7, nItems % 100);
-                sText += sLine;
+                std::snprintf(szLine, sizeof szLine, szFormat, nItems, nItems * 3, nItems % 7, nItems % 100);
+                sText += szLine;
             }
-            std::snprintf(sLine, sizeof sLine,
+            std::snprintf(szLine, sizeof szLine,
                 std::strchr(szHeader, ';') ? "%s;1;2;name;0.5;7\n" : "%s 1 2 name 0.5 7\n", LAST_IDENT);
-            sText += sLine;
+            sText += szLine;
             ++nItems;
 
             sName = ServeFile(sName, sText);

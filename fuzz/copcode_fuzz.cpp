@@ -14,7 +14,7 @@ namespace
         void WriteLine(char const * szLine) override
         {
             Require(std::strlen(szLine) > 10);
-            ++nLines;
+            ++m_nLines;
         }
         std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize) override
         {
@@ -23,7 +23,7 @@ namespace
             return static_cast<std::int64_t>(Address % 3) - 1;
         }
 
-        std::size_t nLines = 0;
+        std::size_t m_nLines = 0;
     };
 
     std::string Text(OpcodeDecoder_c & Decoder, unsigned char const * pCode, std::size_t & nBytes)
@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         Require(Listing.GetDecodedBytes() <= dCode.size());
         CountingSink_c Sink;
         Listing.Write(Sink);
-        Require(Sink.nLines == nInstructions);
+        Require(Sink.m_nLines == nInstructions);
         OpcodeDecoder_c Decoder(eMode);
         std::size_t nFirst = dCode.size();
         std::string const sFirst = Text(Decoder, dCode.data(), nFirst);

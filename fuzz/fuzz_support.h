@@ -38,9 +38,9 @@ public:
     FileStored_c * OpenStored() override { return nullptr; }
     bool Open(void *) override
     {
-        iLength = static_cast<int>(sText.size());
-        pData = ZQ_NEW unsigned char[sText.size()];
-        std::memcpy(pData, sText.data(), sText.size());
+        iLength = static_cast<int>(m_sText.size());
+        pData = ZQ_NEW unsigned char[m_sText.size()];
+        std::memcpy(pData, m_sText.data(), m_sText.size());
         return true;
     }
     void Close() override
@@ -49,7 +49,7 @@ public:
         pData = nullptr;
     }
 
-    std::string sText;
+    std::string m_sText;
 
 private:
     FuzzFile_c()

@@ -66,16 +66,16 @@ namespace
             dBytes.push_back(std::max<std::size_t>(CharacterBytes(sRest), 1));
         }
         Require(plat::IsUtf8(sText.c_str()) == bUtf8);
-        std::vector<wchar_t> szWide(sText.size() + 1), szCut(nRoom + 1);   // of exactly the room, for the checker
+        std::vector<wchar_t> wszWide(sText.size() + 1), wszCut(nRoom + 1);   // of exactly the room, for the checker
         std::vector<char> szBack(nRoom + 1);
-        Require(plat::WideFromUtf8(szWide.data(), szWide.size(), sText.c_str()) == dBytes.size());
-        Require(plat::WideFromUtf8(szCut.data(), nRoom + 1, sText.c_str()) == std::min(dBytes.size(), nRoom));
+        Require(plat::WideFromUtf8(wszWide.data(), wszWide.size(), sText.c_str()) == dBytes.size());
+        Require(plat::WideFromUtf8(wszCut.data(), nRoom + 1, sText.c_str()) == std::min(dBytes.size(), nRoom));
         std::size_t nFits = 0;
         for (std::size_t i = 0; i < dBytes.size() && nFits + dBytes[i] <= nRoom; ++i)
         {
             nFits += dBytes[i];
         }
-        Require(plat::Utf8FromWide(szBack.data(), nRoom + 1, szWide.data()) == nFits);
+        Require(plat::Utf8FromWide(szBack.data(), nRoom + 1, wszWide.data()) == nFits);
         Require(sText.substr(0, nFits) == szBack.data());
     }
 

@@ -15,7 +15,7 @@ namespace
     Texts_t Collect(bool bAny, NEXT Next)
     {
         Texts_t dTexts;
-        std::string sBuffer(FuzzFile_c::Get().sText.size() + 2, '?');
+        std::string sBuffer(FuzzFile_c::Get().m_sText.size() + 2, '?');
         while (Next(sBuffer.data(), static_cast<int>(sBuffer.size())))
         {
             dTexts.emplace_back(sBuffer.c_str());
@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 {
     Input_c Input(pData, nSize);
     WarehouseFormat_e const eFormat = Input.Get() & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
-    std::string_view sRead(FuzzFile_c::Get().sText = Input.Extract());
+    std::string_view sRead(FuzzFile_c::Get().m_sText = Input.Extract());
     PropertyList_c List;
     bool const bOpens = !IsRefused(sRead);
     Require(List.Open("fuzz.txt", eFormat) == bOpens);

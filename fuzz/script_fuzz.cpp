@@ -69,7 +69,7 @@ namespace
         // Does one operation. Returns what it read.
         std::string Step(unsigned char iWhat, unsigned char iArgument)
         {
-            std::string sBuffer(FuzzFile_c::Get().sText.size() + 300, '?');
+            std::string sBuffer(FuzzFile_c::Get().m_sText.size() + 300, '?');
             char * const p = sBuffer.data();
             switch (iWhat % 8)
             {
@@ -105,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Input_c Input(pData, nSize);
     std::size_t const nSteps = Input.Get() % 64u;
     std::string const sSteps = Input.Extract(2 * nSteps);
-    std::string & sText = FuzzFile_c::Get().sText = Input.Extract();
+    std::string & sText = FuzzFile_c::Get().m_sText = Input.Extract();
     std::vector<char> const dText(sText.begin(), sText.end());   // a block of exactly its size
 
     Reader_s File, Memory;

@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     unsigned char const cChoice = Input.Get();
     WarehouseFormat_e const eFormat = cChoice & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
     char const * const szSeparators = s_dSeparators[cChoice >> 1 & 7];
-    std::string_view sRead(FuzzFile_c::Get().sText = Input.Extract());
+    std::string_view sRead(FuzzFile_c::Get().m_sText = Input.Extract());
     Warehouse_c InPlace, Copy(true);
     bool const bOpens = !IsRefused(sRead);
     Require(InPlace.Open("fuzz.txt", eFormat, "a b c", szSeparators) == bOpens);

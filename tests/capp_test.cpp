@@ -9,10 +9,10 @@
 // Class outside the unnamed namespace, called through a variable, so that no compiler knows that the call is pure.
 struct AppTestAbstract_s
 {
-    AppTestAbstract_s() { m_fnCall(*this); }
+    AppTestAbstract_s() { fnCall(*this); }
     virtual void Act() = 0;
 
-    void (*volatile m_fnCall)(AppTestAbstract_s &) = [](AppTestAbstract_s & Object) { Object.Act(); };
+    void (*volatile fnCall)(AppTestAbstract_s &) = [](AppTestAbstract_s & Object) { Object.Act(); };
 };
 
 namespace

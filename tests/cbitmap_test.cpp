@@ -238,13 +238,13 @@ TEST(BitVec, ScansForTheFirstSetOrClearBit)
         EXPECT_EQ((~One).Scan0(), iBit);
     }
     std::mt19937 Random(3);
-    for (int const iBits : { 8, 72, 1000 })
+    for (int const nBits : { 8, 72, 1000 })
     {
-        BitVec_c Vec(iBits);
+        BitVec_c Vec(nBits);
         std::set<int> dModel, dFound;
-        for (int i = 0; i < iBits / 5; ++i)
+        for (int i = 0; i < nBits / 5; ++i)
         {
-            Vec.Bis(*dModel.insert(static_cast<int>(Random() % static_cast<unsigned>(iBits))).first);
+            Vec.Bis(*dModel.insert(static_cast<int>(Random() % static_cast<unsigned>(nBits))).first);
         }
         for (int iBit = Vec.NextSet(0); iBit >= 0; iBit = Vec.NextSet(iBit + 1))
         {
@@ -272,9 +272,9 @@ TEST(BitVec, ReadsAndWritesHexadecimalText)
     {
         EXPECT_EQ(std::string(Last.Hex(szHex, nLength), 4), "01??") << "no room for more, or for a terminator";
     }
-    char const * const sRows[] = { "01FF", "8", nullptr };
+    char const * const dRows[] = { "01FF", "8", nullptr };
     BitMap_c Map(16, 3);
-    ~Map = sRows;
+    ~Map = dRows;
     EXPECT_EQ(Text(Map), "01FF 8000 0000") << "rows after the last text are cleared";
     EXPECT_EQ(FailedConditions([&] { Last = static_cast<char const *>(nullptr); }), "szData != nullptr");
     EXPECT_EQ(FailedConditions([&] { Map = static_cast<char const * const *>(nullptr); }), "sData != nullptr");
@@ -361,10 +361,10 @@ TEST(BitVec, LoadsFromAnArchiveThatKnowsNoLength)
     for (int const nBytes : { 0, 1, 4095, 4096, 4097, 30000 })
     {
         SCOPED_TRACE(nBytes);
-        int const iBits = 8 * nBytes;
+        int const nBits = 8 * nBytes;
         std::string sBits(static_cast<std::size_t>(nBytes), '?');
         std::iota(sBits.begin(), sBits.end(), '\1');
-        std::string const sBytes = std::string(reinterpret_cast<char const *>(&iBits), 4) + sBits;
+        std::string const sBytes = std::string(reinterpret_cast<char const *>(&nBits), 4) + sBits;
         BitVec_c Vec(16);
         Vec.Bis(3);
         StreamArchive_c Short(sBytes.substr(0, sBytes.size() - 1)), Whole(sBytes);
@@ -401,13 +401,13 @@ TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
         }));
     EXPECT_EQ(Text(Short), "80FF01");
     EXPECT_EQ(Text(Long), "0000000000000000") << "a longer vector keeps its size and is cleared";
-    for (int const iBits : { 17, 0x7FFFFFF8, INT_MAX, -1, INT_MIN })
+    for (int const nBits : { 17, 0x7FFFFFF8, INT_MAX, -1, INT_MIN })
     {
         std::string sBad = sFile.substr(0, 4) + "????\1\2";
-        std::memcpy(&sBad[4], &iBits, 4);
+        std::memcpy(&sBad[4], &nBits, 4);
         BitVec_c Vec(8);
         Vec.Bis(1);
-        EXPECT_FALSE(Loaded(sBad, VERSION, [&](Serializeable_c & a) { EXPECT_FALSE(Vec.Serialize(a)); })) << iBits;
-        EXPECT_EQ(Text(Vec), "40") << iBits;
+        EXPECT_FALSE(Loaded(sBad, VERSION, [&](Serializeable_c & a) { EXPECT_FALSE(Vec.Serialize(a)); })) << nBits;
+        EXPECT_EQ(Text(Vec), "40") << nBits;
     }
 }

@@ -59,10 +59,10 @@ TEST_F(FileTest, OpensShareOneReadUntilTheLastClose)
     EXPECT_EACH(FileOpen("a.txt") == pFile, FileOpen(pFile));
     unsigned char const * const pBlock = pFile->pData;
     EXPECT_EACH(pFile->iReads == 1, pFile->GetOpensCount() == 3, pFile->bOpened);
-    for (int const iLeft : { 2, 1, 0, 0 })   // the last close finds the file not resident and does nothing
+    for (int const nLeft : { 2, 1, 0, 0 })   // the last close finds the file not resident and does nothing
     {
         FileClose(pFile);
-        EXPECT_EACH(pFile->pData == (iLeft > 0 ? pBlock : nullptr), pFile->GetOpensCount() == iLeft) << iLeft;
+        EXPECT_EACH(pFile->pData == (nLeft > 0 ? pBlock : nullptr), pFile->GetOpensCount() == nLeft) << nLeft;
     }
     FileClose(nullptr);
     {

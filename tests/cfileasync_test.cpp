@@ -67,7 +67,7 @@ protected:
     static inline std::atomic<bool> s_bDone;
     static inline std::atomic<int> s_nEntered;
     static inline std::vector<File_c *> s_dEntered;
-    CurrentFolderScope_c const Current{ m_Folder.MakeFolder("current") };
+    CurrentFolderScope_c const m_Current{ m_Folder.MakeFolder("current") };
 };
 
 TEST_F(FileAsyncTest, AStayerHoldsOneReferenceForEachRead)

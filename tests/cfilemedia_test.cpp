@@ -26,11 +26,11 @@ protected:
 
     void WriteInstallDir(std::string const & sText) const
     {
-        ASSERT_TRUE(plat::RegistryWrite(plat::RegistryTree_e::Machine, sKey.c_str(), "InstallDir",
+        ASSERT_TRUE(plat::RegistryWrite(plat::RegistryTree_e::Machine, m_sKey.c_str(), "InstallDir",
             plat::RegistryType_e::Text, sText.c_str(), sText.size() + 1));
     }
 
-    std::string const sKey = std::string("SOFTWARE\\Brindle Harbor\\") + g_szApplicationName + "\\Install";
+    std::string const m_sKey = std::string("SOFTWARE\\Brindle Harbor\\") + g_szApplicationName + "\\Install";
 };
 
 TEST_F(FileMediaTest, TakesOnlyATemplateWithOneStarBeforeADot)
@@ -98,8 +98,8 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
     for (auto const & [sSetting, sRegistry, szSplit, bRead, szKeys, sSource] :
         Rows_t<std::string, std::string, char const *, bool, char const *, std::string>{
             { sMedia, sMedia, "\\gamedata\\", true, "a.txt p.txt", "commandline - \"" + sMedia },
-            { "", sMedia + "\\", nullptr, true, "a.txt m.txt p.txt", "registry - \"" + sKey },
-            { "", sMedia, nullptr, false, "", "registry - \"" + sKey },
+            { "", sMedia + "\\", nullptr, true, "a.txt m.txt p.txt", "registry - \"" + m_sKey },
+            { "", sMedia, nullptr, false, "", "registry - \"" + m_sKey },
             { "", "", nullptr, true, "media.zq", "main pack - \"media.zq" } })
     {
         SCOPED_TRACE(sSource);

@@ -270,12 +270,12 @@ TEST_F(FileTrack, RefusesWhatItCantWatch)
     EXPECT_FALSE(FileTrackIsOn());
     EXPECT_THAT(std::string(FileTrackGetProblem()), testing::EndsWith("/a.txt\" can't be watched: Permission denied"));
     // A limit, with its value, a folder that is made first, and the setting that the problem names, if there is one.
-    for (auto const & [szLimit, nLimit, szFolder, szSetting] : Rows_t<std::string, int, char const *, char const *>{
+    for (auto const & [sLimit, nLimit, szFolder, szSetting] : Rows_t<std::string, int, char const *, char const *>{
              { "watches", 3, "sub", "" }, { "instances", 0, "sub", "fs.inotify.max_user_instances" },
              { "watches", 3, "one/too/many", "fs.inotify.max_user_watches" } })
     {
         m_Folder.MakeFolder(szFolder);
-        auto const TrackLimited = [this, &sWhat = szLimit, n = nLimit, sz = szSetting]
+        auto const TrackLimited = [this, &sWhat = sLimit, n = nLimit, sz = szSetting]
         {
             if (!LimitWatches(sWhat, n))
             {
@@ -288,7 +288,7 @@ TEST_F(FileTrack, RefusesWhatItCantWatch)
         };
         int const iStatus = StatusOfChild(StartChild(TrackLimited));
         SKIP_IF(iStatus == 2, "the system gives no namespace with few watches");
-        EXPECT_EQ(iStatus, 0) << szLimit << szSetting;
+        EXPECT_EQ(iStatus, 0) << sLimit << szSetting;
     }
 }
 

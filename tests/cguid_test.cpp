@@ -44,8 +44,8 @@ namespace
     // Returns the 100-nanosecond ticks since 1582.
     std::uint64_t TickOf(Guid_c const & Guid)
     {
-        plat::Guid_t const & g = Guid.m_guid;
-        return std::uint64_t{ g.Data3 & 0xFFFu } << 48 | std::uint64_t{ g.Data2 } << 32 | g.Data1;
+        plat::Guid_t const & Parts = Guid.m_guid;
+        return std::uint64_t{ Parts.Data3 & 0xFFFu } << 48 | std::uint64_t{ Parts.Data2 } << 32 | Parts.Data1;
     }
 
     // Waits for the moment, then makes so many identifiers. Returns a line for each.

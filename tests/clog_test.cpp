@@ -66,9 +66,9 @@ namespace
             g_iLogFrameCounter = 0;
         }
 
-        void OpenMainLog(wchar_t const * szName = L"")
+        void OpenMainLog(wchar_t const * wszName = L"")
         {
-            LogSetFile(Wide(m_Folder.GetPath() + "/").c_str(), szName);
+            LogSetFile(Wide(m_Folder.GetPath() + "/").c_str(), wszName);
             LogInit();
         }
 

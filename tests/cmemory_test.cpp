@@ -296,8 +296,8 @@ TEST(Memory, AlignedOperationsReportMisuse)
     }
     void * const pPlain = plat::HeapAlloc(100, 4, nullptr, 0);
     aligned_free_dbg(pPlain);
-    EXPECT_EQ(
-        Reports.Extract(), "The block at " + AddressText(pPlain) + " was not allocated by _aligned routines, use free()");
+    EXPECT_EQ(Reports.Extract(),
+        "The block at " + AddressText(pPlain) + " was not allocated by _aligned routines, use free()");
     EXPECT_EQ(aligned_realloc_dbg(pPlain, 5, 4, 4, nullptr, 0), nullptr);
     EXPECT_EQ(Reports.Extract(),
         "The block at " + AddressText(pPlain) + " was not allocated by _aligned routines, use realloc()");

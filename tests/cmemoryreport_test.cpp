@@ -132,9 +132,9 @@ TEST(MemoryReport, ListsLiveBlocksAndTalliesThemBySize)
 
     auto const Text = [&Folder](MemoryTally_s const & Counts)
     {
-        std::FILE * const f = std::fopen(Folder.Join("tally").c_str(), "w");
-        MemoryWriteTally(f, Counts);
-        std::fclose(f);
+        std::FILE * const pFile = std::fopen(Folder.Join("tally").c_str(), "w");
+        MemoryWriteTally(pFile, Counts);
+        std::fclose(pFile);
         return Folder.Read("tally");
     };
     EXPECT_THAT(sReport, testing::EndsWith(Text(Tally)));

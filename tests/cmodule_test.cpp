@@ -16,21 +16,21 @@ namespace
     {
         explicit TestModule_c(char const * szName, Module_c * pFirst = nullptr, Module_c * pSecond = nullptr)
             : Module_c(szName)
-            , dNeeded{ pFirst, pSecond, nullptr }
+            , m_dNeeded{ pFirst, pSecond, nullptr }
         {}
 
         Module_c ** GetPrerequisites() const override
         {
-            return dNeeded[0] ? const_cast<Module_c **>(dNeeded) : nullptr;
+            return m_dNeeded[0] ? const_cast<Module_c **>(m_dNeeded) : nullptr;
         }
 
         bool Initialize() override
         {
             Trace("I");
             double const tStart = longTimeGet();
-            longTimeWait(tSeconds);
-            tTaken = longTimeGet() - tStart;
-            return !bFails && Module_c::Initialize();
+            longTimeWait(m_tSeconds);
+            m_tTaken = longTimeGet() - tStart;
+            return !m_bFails && Module_c::Initialize();
         }
 
         void Initialize2() override { Trace("2"); }
@@ -42,10 +42,10 @@ namespace
             Module_c::Shutdown();
         }
 
-        Module_c * dNeeded[3];
-        bool bFails = false;
-        double tSeconds = 0.0;   // that Initialize waits
-        double tTaken = 0.0;     // that it waited
+        Module_c * m_dNeeded[3];
+        bool m_bFails = false;
+        double m_tSeconds = 0.0;   // that Initialize waits
+        double m_tTaken = 0.0;     // that it waited
 
         void Trace(char const * szEvent) const { g_sModuleTrace += std::string(szEvent) + GetName() + ' '; }
     };
@@ -110,7 +110,7 @@ TEST_F(Modules, ThatNeedEachOtherStayDown)
     s_sA = "cyclic" + std::to_string(++s_nRun);
     s_sB = s_sA + "b";
     TestModule_c &a = Make(s_sA.c_str()), &b = Make(s_sB.c_str(), &a), &c = Make("c");
-    a.dNeeded[0] = &b;
+    a.m_dNeeded[0] = &b;
     Register({ &a, &c });
     DialogScript_c const Dialogs;
     EXPECT_FALSE(Module_c::InitializeAllModules());
@@ -123,7 +123,7 @@ TEST_F(Modules, ThatNeedEachOtherStayDown)
 TEST_F(Modules, InitializedBeforeAFailedOneStayUpAndLaterOnesJoinThem)
 {
     TestModule_c &a = Make("a"), &b = Make("b"), &c = Make("c");
-    b.bFails = true;
+    b.m_bFails = true;
     Register({ &a, &b, &c });
     EXPECT_FALSE(Module_c::InitializeAllModules());
     EXPECT_EQ(m_Log.GetText(), "Module [b] failed to initialize\n");
@@ -131,7 +131,7 @@ TEST_F(Modules, InitializedBeforeAFailedOneStayUpAndLaterOnesJoinThem)
     Module_c::ShutdownAllModules();
     EXPECT_EQ(ExtractTrace(), "Ia Ib Sa Sb Sc ");   // in the order of registration
 
-    b.bFails = false;
+    b.m_bFails = false;
     Register({ &a, &b });
     EXPECT_TRUE(Module_c::InitializeAllModules());
     Register({ &c });
@@ -145,8 +145,8 @@ TEST_F(Modules, SlowOnesAreNamedOutOfAHundred)
 {
     m_Log.CollectSlowStarts();
     TestModule_c &Slow = Make("slow"), &Quick = Make("quick");
-    Slow.tSeconds = 0.12;
-    Quick.tSeconds = 0.02;
+    Slow.m_tSeconds = 0.12;
+    Quick.m_tSeconds = 0.02;
     Register({ &Slow, &Quick });
     for (int i = 0; i < 100; ++i)   // more than the registry has room for at first
     {
@@ -154,7 +154,7 @@ TEST_F(Modules, SlowOnesAreNamedOutOfAHundred)
     }
     EXPECT_TRUE(Module_c::InitializeAllModules());
     EXPECT_THAT(m_Log.GetText(), testing::ContainsRegex("^slow initialized in [0-9]+\\.[0-9][0-9] sec\n"));
-    if (Quick.tTaken < 0.05)   // a loaded machine may wait longer
+    if (Quick.m_tTaken < 0.05)   // a loaded machine may wait longer
     {
         EXPECT_THAT(m_Log.GetText(), testing::Not(testing::HasSubstr("quick")));
     }

@@ -18,10 +18,10 @@ namespace
     class Lines_c final : public CodeListingSink_c
     {
     public:
-        void WriteLine(char const * szLine) override { dLines.push_back(szLine); }
+        void WriteLine(char const * szLine) override { m_dLines.push_back(szLine); }
         unsigned WriteSource(std::uint64_t Address, unsigned iLastLine) override
         {
-            dLines.push_back(Hex(iLastLine));
+            m_dLines.push_back(Hex(iLastLine));
             return static_cast<unsigned>(Address & 0xFF);
         }
         std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize) override
@@ -33,7 +33,7 @@ namespace
         }
         static std::string Hex(unsigned n) { return testing::PrintToString(n); }
 
-        std::vector<std::string> dLines;
+        std::vector<std::string> m_dLines;
     };
 
     std::vector<std::string> Listing(
@@ -48,7 +48,7 @@ namespace
         Listing.Decode();
         Lines_c Lines;
         Listing.Write(Lines);
-        return Lines.dLines;
+        return Lines.m_dLines;
     }
 
     constexpr std::uint64_t BIAS = 0x12345670;

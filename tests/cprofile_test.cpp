@@ -273,9 +273,9 @@ protected:
             ProfilerUpdateFrame(false);
         }
         std::string sBatch("\4\0\0\0", 4);
-        std::uint32_t const dw = *reinterpret_cast<std::uint32_t const *>(sHeader.data() + 4);
-        PutRecord(sBatch, 'r', dw + 2504, 0, 0);
-        PutRecord(sBatch, 'a', dw + 2 * 2504, dw + 3 * 2504, 1000);
+        std::uint32_t const dwAddress = *reinterpret_cast<std::uint32_t const *>(sHeader.data() + 4);
+        PutRecord(sBatch, 'r', dwAddress + 2504, 0, 0);
+        PutRecord(sBatch, 'a', dwAddress + 2 * 2504, dwAddress + 3 * 2504, 1000);
         PutRecord(sBatch, 'c', 0, 0, 2000);
         PutRecord(sBatch, 'b', 0, 0, 3000);
         return sBatch.replace(4, 36, std::string("root").append(31, '\0') + '\x80');
@@ -295,9 +295,9 @@ TEST_P(ProfilerStats, FileHasTheLayout)
     EXPECT_EQ(MemoryTotalAllocations() - nBlocks, g_dOpenTracks.GetLength());   // one each
     EXPECT_EQ(IsQueueOpen(), GetParam());
     std::string const sHeader = m_Folder.Read("stats");
-    auto const iAddress = reinterpret_cast<std::uintptr_t>(ProfilerGetRoot());
+    auto const nAddress = reinterpret_cast<std::uintptr_t>(ProfilerGetRoot());
     std::string sExpected("\xC8\x09\0\0", 4);
-    Put<std::uint32_t>(sExpected, { static_cast<std::uint32_t>(iAddress) });
+    Put<std::uint32_t>(sExpected, { static_cast<std::uint32_t>(nAddress) });
     ASSERT_EQ(sHeader, sExpected);
     for (std::int64_t const tLongest : { std::int64_t{ 1 }, INT64_MAX })
     {

@@ -115,9 +115,9 @@ TEST(Random, NumbersOfNeighbouringSeedsAndPositionsAreUnrelated)
                 ++dBins[(dwOther - dwFirst) / (1u << 28)];
             }
             double fSpread = 0;
-            for (double const n : dBins)
+            for (double const fBin : dBins)
             {
-                fSpread += (n - SEEDS / BINS) * (n - SEEDS / BINS) / (SEEDS / BINS);
+                fSpread += (fBin - SEEDS / BINS) * (fBin - SEEDS / BINS) / (SEEDS / BINS);
             }
             EXPECT_LT(std::abs(fProducts), 4 * 64) << "correlated: stride " << nStride << ", position " << iPosition;
             EXPECT_LT(fSpread, 45) << "alike: stride " << nStride << ", position " << iPosition;

@@ -134,14 +134,14 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
     Registry_c Registry;
     EXPECT_EACH(Registry.CreateKey("Software\\Test"), Registry.WriteString("t", "some text"),
         Registry.WriteData("b", "\0\1\2", 3), Registry.WriteValue("i", -5));
-    char sBuffer[16] = "untouched";
-    EXPECT_EACH(!Registry.ReadString("t", sBuffer, 8), !Registry.ReadString("b", sBuffer, 16),
-        !Registry.ReadData("t", sBuffer, 16), !Registry.ReadData("b", sBuffer, 2));
-    EXPECT_STREQ(sBuffer, "untouched");
-    EXPECT_TRUE(Registry.ReadString("t", sBuffer, 9));
-    EXPECT_STREQ(sBuffer, "some text") << "exactly as long, no terminator added";
-    EXPECT_TRUE(Registry.ReadData("b", sBuffer, 16));
-    EXPECT_EQ(std::string(sBuffer, 4), std::string("\0\1\2e", 4));
+    char szBuffer[16] = "untouched";
+    EXPECT_EACH(!Registry.ReadString("t", szBuffer, 8), !Registry.ReadString("b", szBuffer, 16),
+        !Registry.ReadData("t", szBuffer, 16), !Registry.ReadData("b", szBuffer, 2));
+    EXPECT_STREQ(szBuffer, "untouched");
+    EXPECT_TRUE(Registry.ReadString("t", szBuffer, 9));
+    EXPECT_STREQ(szBuffer, "some text") << "exactly as long, no terminator added";
+    EXPECT_TRUE(Registry.ReadData("b", szBuffer, 16));
+    EXPECT_EQ(std::string(szBuffer, 4), std::string("\0\1\2e", 4));
     _tag_DATA_INFO Info = { 9, 9 };
     EXPECT_EACH(!Registry.GetDataInfo("none", &Info), Info.dwType == 0, Info.dwSize == 0,
         Registry.GetSizeValue("none") == -1, Registry.GetDataInfo("B", &Info), Info.dwType == 3, Info.dwSize == 3);
@@ -154,10 +154,10 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
     {
         std::size_t nHave = nRoom;
         RegistryType_e eType = RegistryType_e::Untyped;
-        std::memcpy(sBuffer, "????", 4);
-        EXPECT_EQ(plat::RegistryRead(USER, "Software\\Test", szName, eType, sBuffer, nHave), bRead) << szName;
+        std::memcpy(szBuffer, "????", 4);
+        EXPECT_EQ(plat::RegistryRead(USER, "Software\\Test", szName, eType, szBuffer, nHave), bRead) << szName;
         EXPECT_EQ(nHave, nSize) << szName;
-        EXPECT_EQ(std::string(sBuffer, 4), bRead ? "\xFB\xFF\xFF\xFF" : "????") << szName;
+        EXPECT_EQ(std::string(szBuffer, 4), bRead ? "\xFB\xFF\xFF\xFF" : "????") << szName;
     }
     EXPECT_FALSE(Write("k", "huge", std::string(16 * 1024 * 1024 + 1, 'h')));
     EXPECT_FALSE(plat::RegistryKeyExists(USER, "k")) << "a refused value makes no key";
@@ -180,10 +180,10 @@ TEST_F(RegistryTest, AFailedReadKeepsTheBufferWhileOthersChangeTheType)
     std::set<std::string> dTexts, dDatas;
     for (int i = 0; i < 5000; ++i)
     {
-        char sText[8] = "kept", dData[8] = "kept";
-        int const bText = Registry.ReadString("v", sText, sizeof(sText)),
+        char szText[8] = "kept", dData[8] = "kept";
+        int const bText = Registry.ReadString("v", szText, sizeof(szText)),
                   bData = Registry.ReadData("v", dData, sizeof(dData));
-        dTexts.insert(std::to_string(bText) + sText);
+        dTexts.insert(std::to_string(bText) + szText);
         dDatas.insert(std::to_string(bData) + dData);
     }
     bEnd = true;

@@ -271,12 +271,12 @@ TEST_F(Warehouse, ConvertsACellToEachType)
 TEST_F(Warehouse, ReadsTextsAndPairs)
 {
     ASSERT_TRUE(Open("pairs.csv", "@HEAD;Name;;p\nx;a long name;7;12-34\ny;;;--5-3-9\nz;;;-99999999999--8\nw;;;12-\n"));
-    char sShort[12];
+    char szShort[12];
     m_Log.Clear();
     ASSERT_TRUE(m_pTable->FindIdent("X"));
     EXPECT_EQ(Text("NAME") + "," + Text("@Head") + "," + Text("none"), "a long name,x,missing");
-    EXPECT_EACH(m_pTable->Get("name", sShort, 12), sShort == "a long name"s, m_pTable->Get("name", sShort, 11),
-        sShort == "a long nam"s, m_pTable->GetLength("name") == 11);
+    EXPECT_EACH(m_pTable->Get("name", szShort, 12), szShort == "a long name"s, m_pTable->Get("name", szShort, 11),
+        szShort == "a long nam"s, m_pTable->GetLength("name") == 11);
     EXPECT_EQ(m_Log.GetText(), "pairs.csv: Not found column 'none'\npairs.csv: Invalid data in column 'name' line 0\n");
 
     auto const Pair = [this](char const * szIdent)
@@ -311,9 +311,9 @@ TEST_F(Warehouse, WalksItemsAndSearchesApart)
     ASSERT_TRUE(m_pTable->NextIdent(sIdent));
     EXPECT_STREQ(sIdent, "sword");
     EXPECT_EACH(!m_pTable->FindIdent("@head"), !m_pTable->FindIdent("swor"), !m_pTable->GetWorkIdent(sIdent));
-    char sShort[4];
-    ASSERT_TRUE(m_pTable->NextIdent(sShort, 4));
-    EXPECT_STREQ(sShort, "shi");
+    char szShort[4];
+    ASSERT_TRUE(m_pTable->NextIdent(szShort, 4));
+    EXPECT_STREQ(szShort, "shi");
     m_Log.Clear();
     EXPECT_EQ(Text("gone"), "missing");
     long iValue;
@@ -395,9 +395,9 @@ TEST_F(Warehouse, ABrokenPreconditionIsReportedAndFails)
 {
     ExpectComplaints(6);
     EXPECT_EACH(Open("a.txt", "@head v\na 1\n"), m_pTable->FindIdent("a"));
-    char sText[2] = "x";
+    char szText[2] = "x";
     int iValue = 5;
-    EXPECT_EACH(!m_pTable->Get(nullptr, iValue), !m_pTable->Get("v", nullptr, 9), !m_pTable->GetFileName(sText, 1),
+    EXPECT_EACH(!m_pTable->Get(nullptr, iValue), !m_pTable->Get("v", nullptr, 9), !m_pTable->GetFileName(szText, 1),
         !m_pTable->FindIdent(nullptr), !m_pTable->NextIdent(nullptr, 9), !m_pTable->Open(nullptr));
     EXPECT_EQ(m_Log.Count("a.txt: Not found column 'nullptr'"), 1);
 }

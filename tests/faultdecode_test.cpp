@@ -52,8 +52,8 @@ namespace
     // A signal at an instruction, and words that the instruction may use.
     struct Signal_s
     {
-        Signal_s(int iSignal_, int iCode, Word_t nException, std::string_view sInstruction)
-            : iSignal(iSignal_)
+        Signal_s(int iRaised, int iCode, Word_t nException, std::string_view sInstruction)
+            : iSignal(iRaised)
         {
             std::string const sBytes = BytesFromHex(sInstruction);
             std::memcpy(dBytes + 1, sBytes.data(), sBytes.size());

@@ -102,7 +102,7 @@ void ScanLevels()
             return bUndone;
         }
 
-        CurrentFolderScope_c const Current{ m_Folder.GetPath() };
+        CurrentFolderScope_c const m_Current{ m_Folder.GetPath() };
     };
 }
 

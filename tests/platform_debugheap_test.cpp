@@ -48,7 +48,7 @@ TEST(DebugHeap, DamageIsReportedAndForeignBlocksStayAlone)
     p[10] = 0;
     plat::HeapFree(p);
     EXPECT_EQ(Reports.Extract(), "Damage after the block at " + AddressText(p)
-                                  + " of 10 bytes, category UNDEFINED, allocated at file.cpp(12).\n");
+                                     + " of 10 bytes, category UNDEFINED, allocated at file.cpp(12).\n");
     plat::HeapBlock_t Block;
     EXPECT_FALSE(plat::HeapFindBlock(p, Block));
 }

@@ -16,7 +16,7 @@
 
 TEST(PlatformText, ConvertsBetweenUtf8AndWide)
 {
-    for (auto const & [szText, szExpected, bValid] : Rows_t<char const *, wchar_t const *, bool>{ { "", L"", true },
+    for (auto const & [szText, wszExpected, bValid] : Rows_t<char const *, wchar_t const *, bool>{ { "", L"", true },
              { "plain", L"plain", true }, { "\xC2\x80\xDF\xBF", L"\x80\x7FF", true },
              { "\xE0\xA0\x80\xEF\xBF\xBF", L"\x800\xFFFF", true }, { "\xF0\x9F\x98\x80!", L"\U0001F600!", true },
              { "\xF4\x8F\xBF\xBF", L"\U0010FFFF", true }, { "\x80z", L"\xDC80z", false },
@@ -25,13 +25,13 @@ TEST(PlatformText, ConvertsBetweenUtf8AndWide)
              { "\xF4\x90\x80\x80", L"\xDCF4\xDC90\xDC80\xDC80", false },
              { "\xF8\x88\xFF", L"\xDCF8\xDC88\xDCFF", false } })
     {
-        wchar_t szWide[32];
+        wchar_t wszWide[32];
         char szUtf8[32];
         SCOPED_TRACE(szText);
-        EXPECT_EQ(plat::WideFromUtf8(szWide, 32, szText), std::wcslen(szExpected));
-        EXPECT_STREQ(szWide, szExpected);
+        EXPECT_EQ(plat::WideFromUtf8(wszWide, 32, szText), std::wcslen(wszExpected));
+        EXPECT_STREQ(wszWide, wszExpected);
         EXPECT_EQ(plat::IsUtf8(szText), bValid);
-        EXPECT_EQ(plat::Utf8FromWide(szUtf8, 32, szExpected), std::strlen(szText));
+        EXPECT_EQ(plat::Utf8FromWide(szUtf8, 32, wszExpected), std::strlen(szText));
         EXPECT_STREQ(szUtf8, szText);
     }
 }
@@ -46,10 +46,10 @@ TEST(PlatformText, CutsAtAWholeCharacterAndTerminates)
         EXPECT_EQ(plat::Utf8FromWide(szUtf8, nRoom, dBroken), sExpected.size());
         EXPECT_EQ(szUtf8, sExpected);
     }
-    wchar_t szWide[3] = { L'?', L'?', L'?' };
-    EXPECT_EACH(plat::WideFromUtf8(szWide, 0, "abc") == 0, szWide[0] == L'?');
-    EXPECT_EQ(plat::WideFromUtf8(szWide, 3, "a\xC3\xA4z"), 2u);
-    EXPECT_STREQ(szWide, L"a\xE4");
+    wchar_t wszWide[3] = { L'?', L'?', L'?' };
+    EXPECT_EACH(plat::WideFromUtf8(wszWide, 0, "abc") == 0, wszWide[0] == L'?');
+    EXPECT_EQ(plat::WideFromUtf8(wszWide, 3, "a\xC3\xA4z"), 2u);
+    EXPECT_STREQ(wszWide, L"a\xE4");
 }
 
 TEST(PlatformDialog, AsksTheTerminalUntilAnAnswerFits)
@@ -149,20 +149,20 @@ TEST(PlatformProcess, KnowsItsCommandLineAndPaths)
     plat::ProcessCommandLine(szCut, sizeof(szCut));
     EXPECT_EQ(szCut, std::string(szLine).substr(0, 4));
 
-    wchar_t szPath[1024];
-    ASSERT_TRUE(plat::ProcessExecutablePath(szPath, 1024));
-    plat::Utf8FromWide(szExecutable, sizeof(szExecutable), szPath);
+    wchar_t wszPath[1024];
+    ASSERT_TRUE(plat::ProcessExecutablePath(wszPath, 1024));
+    plat::Utf8FromWide(szExecutable, sizeof(szExecutable), wszPath);
     EXPECT_EQ(access(szExecutable, X_OK), 0) << szExecutable;
-    EXPECT_FALSE(plat::ProcessExecutablePath(szPath, 3));
+    EXPECT_FALSE(plat::ProcessExecutablePath(wszPath, 3));
 
     TempFolder_c const Folder;
     CurrentFolderScope_c const Current(Folder.GetPath());
     Folder.MakeFolder("Gr\xC3\xB6\xC3\x9F");
     EXPECT_TRUE(plat::ProcessSetCurrentFolder(L"gR\xF6\xDF\\"));
     EXPECT_FALSE(plat::ProcessSetCurrentFolder(L"none"));
-    ASSERT_TRUE(plat::ProcessCurrentFolder(szPath, 1024));
-    EXPECT_STREQ(std::wcsrchr(szPath, L'/'), L"/Gr\xF6\xDF");
-    EXPECT_FALSE(plat::ProcessCurrentFolder(szPath, std::wcslen(szPath)));
+    ASSERT_TRUE(plat::ProcessCurrentFolder(wszPath, 1024));
+    EXPECT_STREQ(std::wcsrchr(wszPath, L'/'), L"/Gr\xF6\xDF");
+    EXPECT_FALSE(plat::ProcessCurrentFolder(wszPath, std::wcslen(wszPath)));
 }
 
 TEST(PlatformSystem, GathersTheFacts)

@@ -129,13 +129,13 @@ namespace
     {
         std::string const sOwn = std::to_string(getpid());
         std::ifstream Children("/proc/self/task/" + sOwn + "/children");
-        for (int nChild = 0; Children >> nChild;)
+        for (int iChild = 0; Children >> iChild;)
         {
             std::string sName;
-            std::ifstream("/proc/" + std::to_string(nChild) + "/comm") >> sName;
+            std::ifstream("/proc/" + std::to_string(iChild) + "/comm") >> sName;
             if (sName == "zqsymbols")
             {
-                return kill(nChild, SIGKILL) == 0;
+                return kill(iChild, SIGKILL) == 0;
             }
         }
         return false;

@@ -85,15 +85,15 @@ namespace
     {
         EXPECT_EACH(FileOpen(g_pShared), g_pShared->GetOpensCount() > 0);
         EXPECT_EQ(g_pShared->pData[0], 'i');
-        unsigned char szPart[2];
-        std::uint32_t nBytes = sizeof szPart;
-        EXPECT_TRUE(g_pShared->Load(0, szPart, nBytes));
+        unsigned char dPart[2];
+        std::uint32_t nBytes = sizeof dPart;
+        EXPECT_TRUE(g_pShared->Load(0, dPart, nBytes));
         FileStored_c * const pStream = g_pShared->OpenStored();
-        EXPECT_EQ(pStream->ReadStored(szPart, 1, 2), 2u);
+        EXPECT_EQ(pStream->ReadStored(dPart, 1, 2), 2u);
         pStream->CloseStored();
         FileClose(g_pShared);
-        FileOpenTracker(&szPart, "own handle");
-        FileCloseTracker(&szPart);
+        FileOpenTracker(&dPart, "own handle");
+        FileCloseTracker(&dPart);
         FileOpenToResponseLog(std::to_string(i).c_str(), FILE_LOG_PLAIN | FILE_LOG_CLEAN);
         EXPECT_TRUE(DirectoryExists(g_sFolder.c_str()));
     }

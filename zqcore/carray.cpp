@@ -30,7 +30,7 @@ void ArrayTypeName(char const * szFunction, char * szBuffer, std::size_t nSize)
     auto const Put = [&](std::string_view sText) { nOut += sText.copy(szBuffer + nOut, nSize - 1 - nOut); };
 
     char const * const szType = FindType(szFunction);
-    int iDepth = 0;
+    int nDepth = 0;
     bool bAfterName = false;
     for (char const * pNext = szType; *pNext;)
     {
@@ -40,7 +40,7 @@ void ArrayTypeName(char const * szFunction, char * szBuffer, std::size_t nSize)
         {
             std::string_view const sName(pName, static_cast<std::size_t>(pNext - pName));
             bool const bInScope = sName.starts_with(':');   // of a template's instance
-            bool const bTemplate = iDepth > 0 && *pNext == '<';
+            bool const bTemplate = nDepth > 0 && *pNext == '<';
             Put(bAfterName ? " " : "");
             Put(bInScope ? "" : bTemplate ? "class " : KeywordOf(sName));
             Put(sName);
@@ -54,13 +54,13 @@ void ArrayTypeName(char const * szFunction, char * szBuffer, std::size_t nSize)
         }
         else if (cNext == '<' || cNext == ',')
         {
-            iDepth += cNext == '<';
+            nDepth += cNext == '<';
             Put({ &cNext, 1 });
         }
         else if (cNext == '>')
         {
             Put(nOut > 0 && szBuffer[nOut - 1] == '>' ? " >" : ">");
-            if (--iDepth == 0)
+            if (--nDepth == 0)
             {
                 break;
             }

@@ -208,8 +208,8 @@ namespace
         for (int nRead = 0; nRead < nBytes; nRead += nStep)
         {
             nStep = std::min(nBytes - nRead, std::max(nRead, FIRST_STEP));
-            int const iNeeded = 8 * (nRead + nStep);
-            if (Vec.Grow(iNeeded).iDim < iNeeded || !Archive.Serialize(Vec.pVec + nRead, nStep))
+            int const nNeeded = 8 * (nRead + nStep);
+            if (Vec.Grow(nNeeded).iDim < nNeeded || !Archive.Serialize(Vec.pVec + nRead, nStep))
             {
                 return false;
             }

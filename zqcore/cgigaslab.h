@@ -44,7 +44,7 @@ public:
 
     /// Make a record without allocated elements. The second one has these neighbours in its chain.
     GigaGroup_c() = default;
-    GigaGroup_c(int iNext, int iPrev);
+    GigaGroup_c(int iNextGroup, int iPrevGroup);
 
     /// Returns a record without a free element.
     static constexpr GigaGroup_c Full();

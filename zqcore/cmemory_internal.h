@@ -31,8 +31,8 @@ public:
     };
 
     /// Push and pop a category, as MemoryCategoryPush and MemoryCategoryPop do.
-    void Add(mem::Categories_e eCategory);
-    void Remove(mem::Categories_e eCategory);
+    void Add(mem::Categories_e category);
+    void Remove(mem::Categories_e category);
 
     /// Returns the category on top, or UNDEFINED if the stack is empty. Asserts that `top` is in range.
     mem::Categories_e Top() const
@@ -155,7 +155,7 @@ void MemoryFreeNormal(void * pBlock);
 
 /// Writes the size of a live aligned block to nBytes, as its caller requested it, and returns true. The debug heap
 /// reports any other pointer and returns false. The heap of a shipped game requires a live block.
-bool MemoryGetOwnSize(void * pBlock, std::size_t & nBytes);
+bool MemoryGetOwnSize(void * pUser, std::size_t & nBytes);
 
 /// Returns the live bytes of a category. Acquires no lock, so a crash may call it.
 std::ptrdiff_t MemoryBytesNow(mem::Categories_e eCategory);

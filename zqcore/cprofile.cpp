@@ -324,9 +324,9 @@ int ProfilerOpenTimers(char const ** dNames, int nMost)
     return nOpen;
 }
 
-void ProfilerPopTo(int iDepth)
+void ProfilerPopTo(int nDepth)
 {
-    for (int nLeft = ProfilerDepth() - std::max(iDepth, 1); nLeft > 0; --nLeft)
+    for (int nLeft = ProfilerDepth() - std::max(nDepth, 1); nLeft > 0; --nLeft)
     {
         ProfilerPop();
     }

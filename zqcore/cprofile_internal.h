@@ -26,7 +26,7 @@ int ProfilerDepth();
 int ProfilerOpenTimers(char const ** dNames, int nMost);
 
 /// Pops down to this depth, but never the root.
-void ProfilerPopTo(int iDepth);
+void ProfilerPopTo(int nDepth);
 
 /// Scope in which a timer runs around calls of a host's code. If an exception ends it, the pushes inside that were not
 /// popped are popped too.
@@ -43,7 +43,7 @@ public:
     {
         if (std::uncaught_exceptions() > m_nExceptions)
         {
-            ProfilerPopTo(m_iDepth);
+            ProfilerPopTo(m_nDepth);
         }
     }
     ProfilerHostScope_c(ProfilerHostScope_c const &) = delete;
@@ -51,7 +51,7 @@ public:
 
 private:
     ProfilerScope_c const m_Timer;
-    int const m_iDepth = ProfilerDepth();   // with the timer
+    int const m_nDepth = ProfilerDepth();   // with the timer
     int const m_nExceptions = std::uncaught_exceptions();
 };
 

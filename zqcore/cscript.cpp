@@ -215,10 +215,10 @@ void Script_c::StartText(char const * pText, int iLength)
 
 bool Script_c::Read(char * pBuffer, int iCount)
 {
-    int const iLeft = m_iBytesTotal - m_iBytesRead;
-    if (iLeft < iCount)
+    int const nLeft = m_iBytesTotal - m_iBytesRead;
+    if (nLeft < iCount)
     {
-        iCount = iLeft;
+        iCount = nLeft;
         m_bEndOfFile = true;
     }
     if (iCount > 0)

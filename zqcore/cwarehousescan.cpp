@@ -1,7 +1,7 @@
+#include "zqcore/cwarehousescan.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cstring.h"
-#include "zqcore/cwarehousescan.h"
 
 #include <algorithm>
 #include <cstring>
@@ -271,7 +271,7 @@ bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLin
         }
         if (First.m_bPasses)
         {
-            nPos = m_nLineStart = nStart;
+            nPos = nLineStart = nStart;
             Read(Classes, pResult);
             return true;
         }
@@ -286,7 +286,7 @@ bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLin
 bool WarehouseScan_t::Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost)
 {
     LineSink_c Sink{ *pResult };
-    m_nOpenQuote = m_nCutCell = -1;
+    nOpenQuote = nCutCell = -1;
     bool bMore = true;
     while (bMore && pResult->GetLength() < nMost)
     {
@@ -358,7 +358,7 @@ bool WarehouseScan_t::StepText(Classes_c const & Classes, SINK & Sink)
             ++nPos;
         }
         Sink.Add(pLine + nStart + 1, nPos - nStart - 1);
-        m_nOpenQuote = GetChar() == '"' ? m_nOpenQuote : nStart;
+        nOpenQuote = GetChar() == '"' ? nOpenQuote : nStart;
         return true;
     }
     nPos = FindClass(Classes, Classes_c::SEPARATOR | Classes_c::LINE_FEED, nPos);
@@ -417,10 +417,10 @@ void WarehouseScan_t::ReadQuotedCell(Classes_c const & Classes, SINK & Sink)
         nEnd = Find('"', nEnd + 2);
     }
     nPos = PlaceAfter(nEnd);
-    m_nOpenQuote = nEnd < nLength ? m_nOpenQuote : nStart - 1;
+    nOpenQuote = nEnd < nLength ? nOpenQuote : nStart - 1;
     if (!bEscaped)
     {
-        m_nCutCell = nEnd - nStart > WAREHOUSE_CELL_SIZE ? nStart - 1 : m_nCutCell;
+        nCutCell = nEnd - nStart > WAREHOUSE_CELL_SIZE ? nStart - 1 : nCutCell;
         Sink.Add(pLine + nStart, StripBlanks(pLine + nStart, std::min(nEnd - nStart, WAREHOUSE_CELL_SIZE)));
     }
     else if constexpr (SINK::WANTS_TEXT)
@@ -446,7 +446,7 @@ void WarehouseScan_t::PassEscapedCell(int nStart, int nEnd, SINK & Sink)
         dCell[nCell++] = pLine[i];
         i += pLine[i] == '"';
     }
-    m_nCutCell = i < nEnd ? nStart - 1 : m_nCutCell;
+    nCutCell = i < nEnd ? nStart - 1 : nCutCell;
     Sink.Add(dCell, StripBlanks(dCell, nCell));
 }
 

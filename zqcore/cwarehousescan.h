@@ -109,16 +109,16 @@ struct WarehouseScan_t
     ZQ_API bool NextItem(WarehouseLine_c * pLine, int & nLines);
 
     /// Returns the position of the line that FindLine or NextItem has read.
-    int GetLineStart() const { return m_nLineStart; }
+    int GetLineStart() const { return nLineStart; }
 
     /// Returns the position of the last quote in the last line read that was never closed, or -1. In a text table whose
     /// lines end with a line feed the next line, if any, was joined to this one. In CSV the cell includes the rest of
     /// the data. After a search that found no line the result has no meaning.
-    int GetOpenQuote() const { return m_nOpenQuote; }
+    int GetOpenQuote() const { return nOpenQuote; }
 
     /// Returns the position of the last cell in the last line read that was cut at WAREHOUSE_CELL_SIZE, or -1.
     /// After a search that found no line the result has no meaning.
-    int GetCutCell() const { return m_nCutCell; }
+    int GetCutCell() const { return nCutCell; }
 
     /// Moves from the start of a line to a column, counted from 0. If the line lacks it, moves to a comment that begins
     /// in its place, or to the line's end. Allocates the columns before it for the time of the call.
@@ -163,9 +163,9 @@ private:
     int PlaceAfter(int nAt) const { return nAt < nLength ? nAt + 1 : nLength; }
     bool IsDoubled(int nQuote) const { return nQuote < nLength - 1 && pLine[nQuote + 1] == '"'; }
 
-    int m_nLineStart = 0;
-    int m_nOpenQuote = -1;
-    int m_nCutCell = -1;
+    int nLineStart = 0;
+    int nOpenQuote = -1;
+    int nCutCell = -1;
 };
 
 /// Returns the format in which a file is read: eFormat, unless that is WAREHOUSE_FORMAT_AUTO. That becomes CSV if the

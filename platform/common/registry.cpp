@@ -48,13 +48,13 @@ namespace plat
         constexpr int DELETED_KEY_TRIES = 1000;   // for a key that others delete while it is opened or written
 
         // The folders of the two trees; empty for the default.
-        char g_szFolders[2][STORE_PATH_SIZE];
+        char g_dFolders[2][STORE_PATH_SIZE];
 
         constinit std::atomic<std::uint32_t> g_dwPlatform = 0;
 
         bool GetTreeFolder(RegistryTree_e eTree, char (&szFolder)[STORE_PATH_SIZE])
         {
-            char const * const szSet = g_szFolders[static_cast<int>(eTree)];
+            char const * const szSet = g_dFolders[static_cast<int>(eTree)];
             if (szSet[0] != 0)
             {
                 std::strcpy(szFolder, szSet);
@@ -425,7 +425,7 @@ namespace plat
 
     void RegistrySetFolder(RegistryTree_e eTree, char const * szFolder)
     {
-        char(&szSet)[STORE_PATH_SIZE] = g_szFolders[static_cast<int>(eTree)];
+        char(&szSet)[STORE_PATH_SIZE] = g_dFolders[static_cast<int>(eTree)];
         std::snprintf(szSet, sizeof(szSet), "%s", szFolder != nullptr ? szFolder : "");
     }
 

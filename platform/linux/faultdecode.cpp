@@ -304,14 +304,14 @@ namespace plat
         constexpr long ERROR_FETCH = 0x10;
 
         void DecodePageFault(
-            long dwError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
+            long nError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
         {
-            Record.dParameters[0] = (dwError & ERROR_WRITE) != 0 ? 1 : 0;
+            Record.dParameters[0] = (nError & ERROR_WRITE) != 0 ? 1 : 0;
             Record.dParameters[1] = reinterpret_cast<std::uintptr_t>(Info.si_addr);
-            bool const bFetch = (dwError & ERROR_FETCH) != 0 || Record.dParameters[1] == Context.nIp;
-            Record.eAccess = bFetch                         ? FaultAccess_e::Execute
-                             : (dwError & ERROR_WRITE) != 0 ? FaultAccess_e::Write
-                                                            : FaultAccess_e::Read;
+            bool const bFetch = (nError & ERROR_FETCH) != 0 || Record.dParameters[1] == Context.nIp;
+            Record.eAccess = bFetch                        ? FaultAccess_e::Execute
+                             : (nError & ERROR_WRITE) != 0 ? FaultAccess_e::Write
+                                                           : FaultAccess_e::Read;
         }
 
         // Records an access of unknown kind and address: the processor does not report the address, for instance
@@ -323,12 +323,12 @@ namespace plat
         }
 
         void DecodeAccess(
-            long iTrap, long dwError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
+            long iTrap, long nError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
         {
             Record.nCode = FAULT_ACCESS;
             if (iTrap == TRAP_PAGE)
             {
-                DecodePageFault(dwError, Info, Context, Record);
+                DecodePageFault(nError, Info, Context, Record);
                 if (IsStackOverflow(Record.dParameters[1], Context.nSp))
                 {
                     Record.nCode = FAULT_STACK_OVERFLOW;
@@ -345,14 +345,14 @@ namespace plat
         }
 
         void DecodeBus(
-            long iTrap, long dwError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
+            long iTrap, long nError, siginfo_t const & Info, FaultContext_t const & Context, FaultRecord_t & Record)
         {
             Record.nCode = Info.si_code == BUS_ADRALN ? FAULT_MISALIGNED
                            : iTrap == TRAP_PAGE       ? FAULT_IN_PAGE
                                                       : FAULT_ACCESS;
             if (iTrap == TRAP_PAGE)
             {
-                DecodePageFault(dwError, Info, Context, Record);
+                DecodePageFault(nError, Info, Context, Record);
             }
             else
             {
@@ -393,7 +393,7 @@ namespace plat
         }
 
         void DecodeSegmentation(
-            long iTrap, long dwError, siginfo_t const & Info, FaultContext_t & Context, FaultRecord_t & Record)
+            long iTrap, long nError, siginfo_t const & Info, FaultContext_t & Context, FaultRecord_t & Record)
         {
             switch (iTrap)
             {
@@ -405,7 +405,7 @@ namespace plat
                 Record.nCode = FAULT_ARRAY_BOUNDS;
                 break;
             default:
-                DecodeAccess(iTrap, dwError, Info, Context, Record);
+                DecodeAccess(iTrap, nError, Info, Context, Record);
                 break;
             }
         }
@@ -414,7 +414,7 @@ namespace plat
             FaultRecord_t & Record)
         {
             long const iTrap = static_cast<long>(Thread.uc_mcontext.gregs[REG_TRAPNO]);
-            long const dwError = static_cast<long>(Thread.uc_mcontext.gregs[REG_ERR]);
+            long const nError = static_cast<long>(Thread.uc_mcontext.gregs[REG_ERR]);
             if (Info.si_code <= 0 || iSignal == SIGABRT)
             {
                 Record.nCode = CodeOfSent(iSignal);
@@ -427,10 +427,10 @@ namespace plat
             switch (iSignal)
             {
             case SIGSEGV:
-                DecodeSegmentation(iTrap, dwError, Info, Context, Record);
+                DecodeSegmentation(iTrap, nError, Info, Context, Record);
                 break;
             case SIGBUS:
-                DecodeBus(iTrap, dwError, Info, Context, Record);
+                DecodeBus(iTrap, nError, Info, Context, Record);
                 break;
             case SIGFPE:
                 Record.nCode = iTrap != TRAP_DIVIDE     ? FloatCode(iTrap, Thread)

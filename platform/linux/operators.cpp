@@ -30,13 +30,13 @@ namespace plat
 
         // Sets a pair to the functions that a scope has under mangled names.
         template <typename... ALIGNMENT>
-        void FindPair(OperatorPair_T<ALIGNMENT...> & Pair, void * hScope, char const * const (&szNames)[5])
+        void FindPair(OperatorPair_T<ALIGNMENT...> & Pair, void * hScope, char const * const (&dNames)[5])
         {
-            Find(Pair.fnNew, hScope, szNames[0]);
-            Find(Pair.fnNewNothrow, hScope, szNames[1]);
-            Find(Pair.fnDelete, hScope, szNames[2]);
-            Find(Pair.fnDeleteSized, hScope, szNames[3]);
-            Find(Pair.fnDeleteNothrow, hScope, szNames[4]);
+            Find(Pair.fnNew, hScope, dNames[0]);
+            Find(Pair.fnNewNothrow, hScope, dNames[1]);
+            Find(Pair.fnDelete, hScope, dNames[2]);
+            Find(Pair.fnDeleteSized, hScope, dNames[3]);
+            Find(Pair.fnDeleteNothrow, hScope, dNames[4]);
         }
 
         Operators_t OperatorsOf(void * hScope)

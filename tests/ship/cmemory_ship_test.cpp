@@ -112,8 +112,8 @@ TEST_F(CountedShip, AddsUpTheFiguresOfAllThreads)
         [&dBlocks, &AllAllocated](int iThread)
         {
             MemCategoryScope_c const Category(mem::Decals);
-            char ** const pOwn = &dBlocks[static_cast<std::size_t>(iThread * BLOCKS)];
-            std::generate_n(pOwn, BLOCKS, [] { return ZQ_NEW char[BYTES]; });
+            char ** const ppOwn = &dBlocks[static_cast<std::size_t>(iThread * BLOCKS)];
+            std::generate_n(ppOwn, BLOCKS, [] { return ZQ_NEW char[BYTES]; });
             AllAllocated.arrive_and_wait();
             for (int i = 0; i < BLOCKS; i += 2)   // half of a neighbour's blocks
             {

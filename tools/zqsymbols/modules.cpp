@@ -17,14 +17,14 @@ namespace zqsymbols
 
         // Opens a module's file for libdw and returns its descriptor. Sets *ppElf and returns -1 for VDSO.
         int FindElf(
-            Dwfl_Module * pModule, void ** ppModules, char const * szModule, Dwarf_Addr, char ** pszFile, Elf ** ppElf)
+            Dwfl_Module * pModule, void ** ppModules, char const * szModule, Dwarf_Addr, char ** ppFile, Elf ** ppElf)
         {
             if (std::strcmp(szModule, VDSO) == 0)
             {
                 *ppElf = static_cast<Modules_c *>(*ppModules)->OpenVdso(pModule);
                 return -1;
             }
-            *pszFile = strdup(szModule);
+            *ppFile = strdup(szModule);
             return open(szModule, O_RDONLY | O_CLOEXEC);
         }
 

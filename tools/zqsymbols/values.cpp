@@ -438,10 +438,10 @@ namespace zqsymbols
         return "{" + sText + (sText.empty() ? "}" : " }");
     }
 
-    std::string Values_c::Show(Value_t const & Original, int nDepth)
+    std::string Values_c::Show(Value_t const & Value, int nDepth)
     {
-        Value_t const Value = Referred(Original);
-        Dwarf_Die Type = m_Types.GetDie(Value.iType);
+        Value_t const Target = Referred(Value);
+        Dwarf_Die Type = m_Types.GetDie(Target.iType);
         if (Type.addr == nullptr)
         {
             return VALUE_UNREADABLE;
@@ -449,22 +449,22 @@ namespace zqsymbols
         switch (dwarf_tag(&Type))
         {
         case DW_TAG_base_type:
-            return ShowBase(Value, Type);
+            return ShowBase(Target, Type);
         case DW_TAG_enumeration_type:
-            return ShowEnumeration(Value, Type);
+            return ShowEnumeration(Target, Type);
         case DW_TAG_array_type:
-            return Shortened(ShowArray(Value, Type, nDepth), VALUE_SIZE);
+            return Shortened(ShowArray(Target, Type, nDepth), VALUE_SIZE);
         case DW_TAG_pointer_type:
         case DW_TAG_reference_type:
         case DW_TAG_rvalue_reference_type:
-            return ShowPointer(Value);
+            return ShowPointer(Target);
         case DW_TAG_structure_type:
         case DW_TAG_class_type:
         case DW_TAG_union_type:
-            return Shortened(ShowStructure(Value, nDepth), VALUE_SIZE);
+            return Shortened(ShowStructure(Target, nDepth), VALUE_SIZE);
         default:
-            std::optional<std::uint64_t> const nNumber = NumberAt(Value, 0, m_Types.GetSize(Value.iType));
-            return nNumber ? Hex(*nNumber) : TextOfMissing(Value);
+            std::optional<std::uint64_t> const nNumber = NumberAt(Target, 0, m_Types.GetSize(Target.iType));
+            return nNumber ? Hex(*nNumber) : TextOfMissing(Target);
         }
     }
 

@@ -8,7 +8,7 @@
 
 namespace
 {
-    constexpr std::int32_t MIN_TEXT = 3;         // shorter ones look like numbers
+    constexpr std::int32_t MIN_TEXT = 3;          // shorter ones look like numbers
     constexpr std::int32_t MAX_TEXT = 0xFFFFFF;   // so that a length is not printable, and no text is tested twice
     constexpr std::size_t MAX_PROBLEMS = 1000;    // later ones say nothing new
 

@@ -274,8 +274,8 @@ FAILING(MAP, mmap64, void *, (void * pAt, std::size_t nBytes, int iRights, int i
     (pAt, nBytes, iRights, iFlags, iFile, nAt), MAP_FAILED)
 FAILING(MAP, mprotect, int, (void * pAt, std::size_t nBytes, int iRights), (pAt, nBytes, iRights), -1)
 FAILING(THREAD, pthread_create, int,
-    (pthread_t * pThread, pthread_attr_t const * pHow, void * (*fnRun)(void *), void * pWith),
-    (pThread, pHow, fnRun, pWith), errno)
+    (pthread_t * pThread, pthread_attr_t const * pAttributes, void * (*fnRun)(void *), void * pArgument),
+    (pThread, pAttributes, fnRun, pArgument), errno)
 FAILING(WAIT, poll, int, (pollfd * pFiles, nfds_t nFiles, int nMilliseconds), (pFiles, nFiles, nMilliseconds), -1)
 FAILING(WAIT, nanosleep, int, (timespec const * pTime, timespec * pRest),
     (pTime, pRest), FailSleep(pTime, pRest))
@@ -284,12 +284,12 @@ FAILING(WAIT, waitid, int, (idtype_t eType, id_t iChild, siginfo_t * pInfo, int 
 FAILING(WATCH, inotify_init1, int, (int iFlags), (iFlags), -1)
 FAILING(WATCH, inotify_add_watch, int, (int iWatch, char const * szPath, std::uint32_t iMask),
     (iWatch, szPath, iMask), -1)
-FAILING(LEASE, fcntl64, int, (int iFile, int iCommand, void * pWith), (iFile, iCommand, pWith), -1)
+FAILING(LEASE, fcntl64, int, (int iFile, int iCommand, void * pArgument), (iFile, iCommand, pArgument), -1)
 FAILING(LOCK, flock, int, (int iFile, int iOperation), (iFile, iOperation), -1)
 FAILING(START, posix_spawn, int,
     (pid_t * pChild, char const * szPath, posix_spawn_file_actions_t const * pActions,
-        posix_spawnattr_t const * pHow, char * const * dArguments, char * const * dVariables),
-    (pChild, szPath, pActions, pHow, dArguments, dVariables), errno)
+        posix_spawnattr_t const * pAttributes, char * const * dArguments, char * const * dVariables),
+    (pChild, szPath, pActions, pAttributes, dArguments, dVariables), errno)
 FAILING(START, pipe2, int, (int * dEnds, int iFlags), (dEnds, iFlags), -1)
 FAILING(START, socketpair, int, (int iFamily, int iType, int iProtocol, int * dEnds),
     (iFamily, iType, iProtocol, dEnds), -1)
