@@ -20,7 +20,7 @@ namespace plat
 
     /// Renames an open file from szFrom to szTo in the same folder. It replaces the file that has the name szTo in any
     /// spelling, or a symbolic link. The replacement is one step: at any moment, even after a power failure, the name
-    /// has all of the old contents or all of the new ones. Requires that the file was synchronized.
+    /// has all of the old contents or all of the new ones. Requires that the file was synchronised.
     ///
     /// A shared file gets the access rights of the file that it replaces. If that file belongs to another user, the new
     /// file gets no rights that it does not have already.
@@ -28,10 +28,10 @@ namespace plat
     /// Returns false, with both names unchanged:
     /// - if szFrom does not name that file;
     /// - if szTo names anything but a regular file or a link;
-    /// - if the folder can't be opened for the synchronization, unless only the right to read it is missing;
+    /// - if the folder can't be opened for the synchronisation, unless only the right to read it is missing;
     /// - on any other failure of the rename.
     ///
-    /// Also returns false if the synchronization itself fails. Then szTo has the new contents unless the power fails.
+    /// Also returns false if the synchronisation itself fails. Then szTo has the new contents unless the power fails.
     bool FileReplace(File_t hFile, char const * szFrom, char const * szTo, Rights_e eRights = Rights_e::Shared);
 
     /// Renames a file in its folder and returns true. With bReplace, replaces the file that has the new name in any
@@ -39,7 +39,7 @@ namespace plat
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
     /// Adds a second name to a file or a symbolic link. If the file system has no second names, or the file has too
-    /// many, makes a copy and synchronizes it. Returns false on failure, for instance if anything has the name szTo. A
+    /// many, makes a copy and synchronises it. Returns false on failure, for instance if anything has the name szTo. A
     /// failed copy may leave a part.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 

@@ -167,7 +167,7 @@ namespace plat
 
     /// Copies a regular file's contents and write time to szTo, which is opened by the rule of filewrite.h. Returns
     /// false on failure, which may leave a part of the contents there. Fails if both paths name one file. Does
-    /// not synchronize the folder.
+    /// not synchronise the folder.
     bool FileCopy(char const * szFrom, char const * szTo, Durability_e eDurability = Durability_e::Written);
 
     /// Deletes a file, or a folder with all its contents. Removes links without following them. Returns false if there

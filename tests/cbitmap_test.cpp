@@ -252,7 +252,7 @@ TEST(BitVec, ScansForTheFirstSetOrClearBit)
         }
         EXPECT_EQ(dFound, dModel);
         EXPECT_EQ(Vec.Count(), dModel.size());
-        EXPECT_EACH(Vec.AnySet(), !Vec.NoneSet(), Vec.NextSet(INT_MAX) == -1) << iBits;
+        EXPECT_EACH(Vec.AnySet(), !Vec.NoneSet(), Vec.NextSet(INT_MAX) == -1) << nBits;
     }
 }
 

@@ -160,7 +160,7 @@ TEST_F(FileSave, WhatTheSystemRefusesIsUnreadableAndAFailedSaveReplacesNothing)
         EXPECT_EACH(Load(Save) == -FileSave_c::UNREADABLE, !Store(Save, 8));
         EXPECT_EQ(t_sWhyNot + Save.GetWhyNot(), "Too many open filesToo many open files");
         EXPECT_EQ(Load(Spelled), -FileSave_c::UNREADABLE) << "in another spelling: " << Spelled.GetWhyNot();
-        EXPECT_FALSE(Writer.Commit()) << "its name can't be synchronized";
+        EXPECT_FALSE(Writer.Commit()) << "its name can't be synchronised";
     }
     EXPECT_EQ(Load(Save), 7);
     for (rlim_t nBytes : { 0, 15, 20, 30 })   // the archive has 16 bytes

@@ -110,18 +110,23 @@ struct World_s
         return pRoot;
     }
 
-    /// Loads any bytes. Returns whether pNext and pOther of each node that this made, and of the static one, lead to a
-    /// node, to what was registered without a class, or nowhere.
+    /// Loads any bytes. Returns whether the pointers of each node that this made, and of the static one, lead to a node,
+    /// to what was registered without a class, or nowhere. Those to parts may lead to a part too.
     bool LoadsSoundly(std::string_view sBytes)
     {
         RegisterStatics();
         SurvivesWithoutAbort([&] { Load(sBytes); });
-        auto const Leads = [this](Node_s const * p)
+        auto const IsAny = [](auto const & IsIt)
         {
-            return !p || p == &g_StaticNode || static_cast<void const *>(p) == &iStatic
-                   || std::any_of(g_dLoaded.begin(), g_dLoaded.end(), [p](auto const & pMade) { return &*pMade == p; });
+            return IsIt(g_StaticNode)
+                   || std::any_of(g_dLoaded.begin(), g_dLoaded.end(), [&](auto const & pMade) { return IsIt(*pMade); });
         };
-        auto const IsSound = [&](auto const & pMade) { return Leads(pMade->pNext) && Leads(pMade->pOther); };
+        auto const Leads = [&](void const * p)
+        { return !p || p == &iStatic || IsAny([p](Node_s const & Node) { return p == &Node; }); };
+        auto const IsPart = [&](void const * p)
+        { return IsAny([p](Node_s const & Node) { return p == &Node.iPart; }); };
+        auto const IsSound = [&](auto const & pMade)
+        { return Leads(pMade->pNext) && Leads(pMade->pOther) && (Leads(pMade->pPart) || IsPart(pMade->pPart)); };
         bool const bSound = IsSound(&g_StaticNode) && std::all_of(g_dLoaded.begin(), g_dLoaded.end(), IsSound);
         g_dLoaded.clear();
         return bSound;

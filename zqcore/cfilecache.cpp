@@ -238,7 +238,7 @@ namespace
     }
 
     // Writes a whole cache, which replaces an earlier one. Returns false on failure. The earlier one then stays, unless
-    // only the last synchronization of Commit failed.
+    // only the last synchronisation of Commit failed.
     bool WriteCache(char const * szFile, MediaRoot_c const & Root)
     {
         CachePlace_s const Cache = PlaceInTable(szFile, Root);

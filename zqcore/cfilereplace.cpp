@@ -184,7 +184,7 @@ bool FileReplacement_c::Replace()
         return FailAsSystem();
     }
     FileCloseTracker(m_hFile);
-    plat::FileFinish(m_hFile);   // the data was synchronized, so a failure here loses nothing
+    plat::FileFinish(m_hFile);   // the data was synchronised, so a failure here loses nothing
     m_hFile = nullptr;
     return true;
 }

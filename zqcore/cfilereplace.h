@@ -62,12 +62,12 @@ public:
     /// Returns false and replaces nothing in these cases:
     /// - a previous call has failed, or Commit was called before.
     /// - an archive is still open on the file beside.
-    /// - the file beside can't be synchronized, or has lost its name.
+    /// - the file beside can't be synchronised, or has lost its name.
     /// - the folder can't be opened, unless only the right to read it is missing.
     /// - the name is that of a folder, a pipe, a socket or a device.
     /// - the system refuses the rename.
     ///
-    /// Also returns false if only the new name can't be synchronized. Then the new file has the name already.
+    /// Also returns false if only the new name can't be synchronised. Then the new file has the name already.
     virtual bool Commit();
 
     /// Returns the path of the file that Commit replaces.

@@ -1,7 +1,7 @@
 // cfilesave.h: saved games that a failed save never destroys, and that are found whole or reported as damaged.
 //
 // A save is an archive followed by a seal: its length and CRC-32 (docs/formats.md). A new save is written beside the
-// old one, synchronized, and replaces it in one step. The writer can keep previous saves under the name with ".1" (the
+// old one, synchronised, and replaces it in one step. The writer can keep previous saves under the name with ".1" (the
 // newest), ".2" and so on. Only the file's owner can read a new save.
 //
 // A FileSave_c holds a lock on the save, so that one program at a time writes it. The lock is a file beside the save.
@@ -138,12 +138,12 @@ public:
     /// Begins a new save beside the old one. If Save has no lock, all later calls fail for the reason in GetWhyNot.
     explicit FileSaveWriter_c(FileSave_c & Save);
 
-    /// Seals and synchronizes the new save, keeps the previous ones, replaces the old save, synchronizes the folder and
-    /// returns true. For a first save, also synchronizes the folders of its path. Fails as FileReplacement_c::Commit
+    /// Seals and synchronises the new save, keeps the previous ones, replaces the old save, synchronises the folder and
+    /// returns true. For a first save, also synchronises the folders of its path. Fails as FileReplacement_c::Commit
     /// does. After a failure previous saves may have the next numbers already. Also fails, and the old save stays, in
     /// these cases:
     /// - the seal can't be written.
-    /// - the folders of a first save can't be synchronized.
+    /// - the folders of a first save can't be synchronised.
     /// - a previous save can't be kept.
     bool Commit() override;
 

@@ -3,8 +3,8 @@
 // Log and functions like it accept a printf format. `%s` also accepts a text class: a String_T, a std::string, a
 // std::string_view, and classes like them. If one of the arguments is such a class, a template passes its text to the
 // function, and checks the format against the arguments:
-// - g++ with optimization, and clang++ always, refuse a call whose literal format does not match.
-// - g++ without optimization checks when the call runs, and so does g++ for a format of more than 255 characters. A
+// - g++ with optimisation, and clang++ always, refuse a call whose literal format does not match.
+// - g++ without optimisation checks when the call runs, and so does g++ for a format of more than 255 characters. A
 //   format that does not match is then written as it is.
 // - A format in a variable is checked when the call runs.
 //
@@ -116,7 +116,7 @@ constexpr PrintfKind_e PrintfKind()
 }
 
 /// Check of a format against the types of its arguments: an automaton with one step for each character. Each step is
-/// inlined, so that an optimizing compiler folds the check of a literal to a constant.
+/// inlined, so that an optimising compiler folds the check of a literal to a constant.
 template <typename... ARGS>
 class PrintfCheck_T
 {
@@ -363,7 +363,7 @@ private:
     char m_szText[4096];
 };
 
-/// Fails the compilation if a call of it remains after optimization.
+/// Fails the compilation if a call of it remains after optimisation.
 void PrintfFormatIsWrong() ZQ_COMPILE_ERROR("the format does not match its arguments");
 
 /// Returns whether the format matches, for the templates of ZQ_PRINTF_TEXTS. Refuses to compile a literal that does

@@ -37,7 +37,7 @@ namespace plat
     };
 
     /// The folder of a path as the disk spells it. It is opened before a name in it changes, so that nothing changes if
-    /// it can't be opened. If the folder may not be read, Sync synchronizes iNamed instead: the open file whose name in
+    /// it can't be opened. If the folder may not be read, Sync synchronises iNamed instead: the open file whose name in
     /// it changes, which must stay open. With NOT_OPEN, Sync then does nothing.
     class FolderSync_c
     {
@@ -51,7 +51,7 @@ namespace plat
         bool IsReady() const { return m_Folder.IsOpen() || m_bUnreadable; }
 
         /// Writes the names in the folder to the disk. Returns false on failure. Returns true on a file system that is
-        /// read-only or does not synchronize folders.
+        /// read-only or does not synchronise folders.
         bool Sync() const;
 
     private:

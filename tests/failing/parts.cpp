@@ -146,7 +146,7 @@ namespace
         return Contents(sFolder + "/allocations.csv").find("1111; ") != std::string::npos ? "old" : "new";
     }
 
-    // Returns "old", "new" or a damaged line. Each line of this program must be complete.
+    // Returns "old" or "new" by the last line of this program, or its first damaged line.
     std::string ReadLogs(std::string const & sFolder)
     {
         std::string sKind = "old";
@@ -156,9 +156,15 @@ namespace
             for (std::string sLine; std::getline(Lines, sLine);)
             {
                 std::size_t const nAt = std::min(sLine.find("new "), sLine.find("old "));
-                bool const bWhole =
-                    nAt == std::string::npos || sLine.find_first_not_of("0123456789", nAt + 4) == std::string::npos;
-                sKind = bWhole ? nAt == std::string::npos ? sKind : sLine.substr(nAt, 3) : "damaged: " + sLine;
+                if (nAt == std::string::npos)
+                {
+                    continue;
+                }
+                if (sLine.find_first_not_of("0123456789", nAt + 4) != std::string::npos)
+                {
+                    return "damaged: " + sLine;
+                }
+                sKind = sLine.substr(nAt, 3);
             }
         }
         return sKind;

@@ -147,7 +147,7 @@ std::string Suggestion(std::string_view sWord, std::vector<std::string> const & 
 
 int ReportNoCommand(std::string const & sCommand, std::vector<std::string> const & dKnown)
 {
-    return ReportMisuse("there is no command " + sCommand + DidYouMean(sCommand, dKnown), "");
+    return ReportMisuse("there is no command " + sCommand + Suggestion(sCommand, dKnown), "");
 }
 
 int ReportMisuse(std::string_view sText, std::string_view sCommand)
