@@ -108,8 +108,8 @@ namespace plat
     /// up to 20 ms late.
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize);
 
-    /// Deletes a key and its values by its path from an open key. An empty path deletes the open key itself, which must
-    /// still be closed. Returns false, and deletes nothing, in these cases:
+    /// Deletes a key and its values by its path from an open key. An empty path deletes the open key itself, which
+    /// the caller still closes. Returns false, and deletes nothing, in these cases:
     /// - the path has separators only.
     /// - the key does not exist, or is a tree itself.
     /// - the key has subkeys, or its folder holds what is not the store's.

@@ -111,7 +111,7 @@ namespace plat
     };
 
     /// One thread that runs a plain function. Start and Join belong to one thread. The destructor does not wait for the
-    /// end. The object must live until the function runs.
+    /// end. Requires that the object lives until the function runs.
     class Thread_c
     {
     public:

@@ -308,7 +308,7 @@ TEST_F(FileZipTest, DamagedContentsFailWithAReasonAndLeaveNothing)
 TEST_F(FileZipTest, ADirectoryOverTheLimitsIsRefusedBeforeItIsRead)
 {
     Entries_t dEntries;
-    for (int i = 0; i <= ZIP_MOST_ENTRIES; ++i)
+    for (int i = 0; i <= ZIP_MAX_ENTRIES; ++i)
     {
         dEntries.emplace_back("=" + std::to_string(i), "");
     }

@@ -20,7 +20,7 @@ struct Node_s
 };
 
 inline bool g_bRegisterItself = true;                    // whether nodes can be reached from inside their own body
-inline std::vector<std::unique_ptr<Node_s>> g_dLoaded;   // all that loads made
+inline std::vector<std::unique_ptr<Node_s>> g_dLoaded;   // all nodes that loads made
 inline Node_s g_StaticNode;                              // a static object with contents
 
 class NodeSerializer_c : public Serializer_c
@@ -67,14 +67,14 @@ public:
         Serializer_c::RegisterOwnPointer, Serializer_c::RegisterSerializedStaticPointer, Serializer_c::WritePointer;
 };
 
-/// Two classes of nodes, that of their parts and two static objects.
+/// Serializers of two classes of nodes and of their parts, and a static object.
 struct World_s
 {
     NodeSerializer_c Parts{ "Part" };
     NodeSerializer_c Nodes{ "Node" };
     NodeSerializer_c Others{ "Other" };
     int iStatic = 0;
-    bool bWhole = false;   // whether the latest load did not fail
+    bool bWhole = false;   // whether the latest load succeeded
 
     void RegisterStatics()
     {
@@ -110,8 +110,8 @@ struct World_s
         return pRoot;
     }
 
-    /// Loads any bytes. Returns whether the pointers of each node that this made, and of the static one, lead to a node,
-    /// to what was registered without a class, or nowhere. Those to parts may lead to a part too.
+    /// Loads any bytes. Returns whether the pointers of each node that this made, and of the static one, lead to a
+    /// node, to what was registered without a class, or nowhere. Those to parts may lead to a part too.
     bool LoadsSoundly(std::string_view sBytes)
     {
         RegisterStatics();

@@ -95,7 +95,7 @@ namespace
         {
             return "its sizes can't be true";
         }
-        bool const bBomb = Stat.size > ALWAYS_READ && Stat.size / ZIP_MOST_EXPANSION > Stat.comp_size;
+        bool const bBomb = Stat.size > ALWAYS_READ && Stat.size / ZIP_MAX_EXPANSION > Stat.comp_size;
         return bBomb ? "it would expand too much" : nullptr;
     }
 

@@ -65,7 +65,7 @@ std::unique_ptr<ZipArchive_c> ZipArchive_c::Open(char const * szPath, File_c::Re
     zip_source_t * const pSource = zip_source_function_create(Serve, pArchive.get(), &Error);
     pArchive->m_bReadingDirectory = true;
     pArchive->m_nMayRead = MAX_DIRECTORY;
-    pArchive->m_nMayHave = ZIP_MOST_ENTRIES;
+    pArchive->m_nMayHave = ZIP_MAX_ENTRIES;
     pArchive->m_pZip = pSource ? zip_open_from_source(pSource, ZIP_RDONLY, &Error) : nullptr;
     pArchive->m_bReadingDirectory = false;
     bool const bTooLarge = pArchive->m_nMayRead < 0 || pArchive->m_nMayHave < 0;
@@ -75,7 +75,7 @@ std::unique_ptr<ZipArchive_c> ZipArchive_c::Open(char const * szPath, File_c::Re
     }
     sWhyNot = bTooLarge ? TOO_LARGE : zip_error_strerror(&Error);
     zip_error_fini(&Error);
-    if (pArchive->m_pZip && zip_get_num_entries(pArchive->m_pZip, 0) > ZIP_MOST_ENTRIES)
+    if (pArchive->m_pZip && zip_get_num_entries(pArchive->m_pZip, 0) > ZIP_MAX_ENTRIES)
     {
         sWhyNot = TOO_LARGE;
         return nullptr;

@@ -30,7 +30,7 @@ namespace exceptionreport
     class Text_c
     {
     public:
-        /// Begins an empty text in a buffer of nSize bytes, which must outlive the object.
+        /// Begins an empty text in a buffer of nSize bytes. Requires that the buffer outlives the object.
         Text_c(char * szText, std::size_t nSize);
 
         /// Appends a formatted text, cut to what fits.
@@ -84,7 +84,7 @@ namespace exceptionreport
     };
 
     /// Runs a part of the report and returns true. Returns false if it faulted, threw or took longer than nLimit
-    /// milliseconds. An nLimit of 0 sets no limit. An exception must not leave it: it would unwind the crashed thread.
+    /// milliseconds. An nLimit of 0 sets no limit. No exception leaves it: it would unwind the crashed thread.
     template <typename CALL>
     bool CallGuarded(unsigned nLimit, CALL fnCall)
     {

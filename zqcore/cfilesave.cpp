@@ -150,8 +150,8 @@ bool FileSave_c::IsLocked() const
 
 void FileSave_c::SetPrevious(int nPrevious)
 {
-    ZQ_ASSERT(nPrevious >= 0 && nPrevious <= MOST_PREVIOUS);
-    m_nPrevious = nPrevious < 0 ? 0 : nPrevious < MOST_PREVIOUS ? nPrevious : MOST_PREVIOUS;
+    ZQ_ASSERT(nPrevious >= 0 && nPrevious <= MAX_PREVIOUS);
+    m_nPrevious = nPrevious < 0 ? 0 : nPrevious < MAX_PREVIOUS ? nPrevious : MAX_PREVIOUS;
 }
 
 String_T<256> FileSave_c::GetPath(int iPrevious) const

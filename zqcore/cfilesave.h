@@ -70,7 +70,7 @@ public:
         OLDER
     };
 
-    static constexpr int MOST_PREVIOUS = 9;   // maximum number of previous saves
+    static constexpr int MAX_PREVIOUS = 9;   // maximum number of previous saves
 
     /// Makes the missing folders of szFile and acquires the lock. Deletes the files that a killed process left. Does
     /// not open the save. The path has at most 249 characters. On failure IsLocked returns false.
@@ -89,7 +89,7 @@ public:
     bool IsLocked() const;
 
     /// Set and return how many previous saves a commit keeps, 0 at start. Asserts that the number is 0 to
-    /// MOST_PREVIOUS; other values are clamped. A commit does not delete previous saves with higher numbers.
+    /// MAX_PREVIOUS; other values are clamped. A commit does not delete previous saves with higher numbers.
     void SetPrevious(int nPrevious);
     int GetPrevious() const { return m_nPrevious; }
 
@@ -131,7 +131,7 @@ private:
     int m_nPrevious = 0;
 };
 
-/// Writer of a save. Its FileSave_c must outlive it.
+/// Writer of a save. Requires that its FileSave_c outlives it.
 class ZQ_API FileSaveWriter_c : public FileReplacement_c
 {
 public:

@@ -74,7 +74,7 @@ private:
 class PoolElements_c
 {
 public:
-    /// Uses a pool, which must outlive the object.
+    /// Uses a pool. Requires that it outlives the object.
     explicit PoolElements_c(GigaPoolStatic_c & Pool)
         : m_Pool(Pool)
     {}
@@ -116,8 +116,8 @@ public:
     using propagate_on_container_move_assignment = std::true_type;
     using propagate_on_container_swap = std::true_type;
 
-    /// Use a pool, which must outlive the container. They convert, so that a container's constructor accepts the pool
-    /// itself.
+    /// Use a pool. Require that it outlives the container. They convert, so that a container's constructor accepts the
+    /// pool itself.
     PoolAllocator_T(POOL & Pool) noexcept
         : m_pPool(&Pool)
     {}
@@ -152,7 +152,7 @@ private:
 };
 
 #ifdef __cpp_lib_memory_resource
-/// Memory resource of the containers in std::pmr, over a pool that must outlive it.
+/// Memory resource of the containers in std::pmr, over a pool. Requires that the pool outlives it.
 template <typename POOL>
 class PoolResource_T final : public std::pmr::memory_resource
 {

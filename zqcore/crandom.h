@@ -38,8 +38,8 @@ class ZQ_API RandomNumber_c
 public:
     using result_type = std::uint32_t;   // as in standard generators
 
-    /// Makes a generator that starts with this seed, and adds it to the list unless the name is null. The name is not
-    /// copied and must outlive the generator.
+    /// Makes a generator that starts with this seed, and adds it to the list unless the name is null. Does not
+    /// copy the name. Requires that it outlives the generator.
     explicit RandomNumber_c(unsigned int nStartSeed = 0, char const * szItsName = nullptr);
 
     /// Removes the generator's entry from the list, if it has one.

@@ -37,10 +37,10 @@ struct ArchiveResult_t
         OTHER_VERSION   // another major version than the caller's, or a newer minor one
     };
 
-    State_e eState = SOUND;   // state that the check has found
-    int iPosition = 0;        // where the first error was found, in bytes from the start
-    int nLeft = 0;            // number of bytes after the last that the check has read; 0 unless sound
-    String_T<128> sWhyNot;    // the first error, as one line of a log, empty if sound
+    State_e eState = SOUND;
+    int iPosition = 0;       // where the first error was found, in bytes from the start
+    int nLeft = 0;           // number of bytes after the last that the check has read; 0 unless sound
+    String_T<128> sWhyNot;   // the first error, as one line of a log, empty if sound
 
     /// Returns whether the check has found no error.
     bool IsSound() const { return eState == SOUND; }
@@ -50,7 +50,7 @@ struct ArchiveResult_t
 class ZQ_API ArchiveCheck_c : public MemoryReadable_c
 {
 public:
-    /// Reads bytes that must outlive the object. dwVersion is the newest version that the caller reads.
+    /// Begins a check. dwVersion is the newest version that the caller reads. Requires that the bytes outlive the object.
     ArchiveCheck_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion);
 
     /// Checks the names and lengths of chunks that follow one another. GetResult has the first error.

@@ -7,7 +7,7 @@
 
 #include <functional>
 
-/// Parser of rows of cells in a text, which must outlive it.
+/// Parser of rows of cells in a text. Requires that the text outlives it.
 class SpreadsheetParser_c
 {
 public:

@@ -89,8 +89,8 @@ public:
     SimpleTextParser_c(SimpleTextParser_c const &) = delete;
     SimpleTextParser_c & operator=(SimpleTextParser_c const &) = delete;
 
-    /// Start on a text, which must stay until Close, and return true. UTF-8's byte order mark at its start is skipped.
-    /// Return false:
+    /// Start on a text and return true. Require that the text stays until Close. Skip UTF-8's byte order mark at its
+    /// start. Return false:
     /// - with a log line, for an empty text or a null pointer.
     /// - with a log line, on an open parser, which keeps its text.
     /// - without a line, for a text that begins with UTF-16's mark.

@@ -1,7 +1,7 @@
 // step.h: what the program and the frames of its stack share.
 #pragma once
 
-/// What a frame is called with.
+/// Arguments of a frame's function.
 struct Argument_t
 {
     int nNumber;

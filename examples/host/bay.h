@@ -159,7 +159,7 @@ void BayCopyNumbers(Bay_s const & From, Bay_s & To);
 /// Runs one hour of the harbours and the ships, and settles goals.
 void BayRunHour(Bay_s & Bay);
 
-/// Delete the ships, and empty the whole bay and the purse of g_House.
+/// Delete the ships. BayReset also empties the rest of the bay and the purse of g_House.
 void BayFreeShips(Bay_s & Bay);
 void BayReset(Bay_s & Bay);
 

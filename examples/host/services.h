@@ -27,7 +27,8 @@ private:
     double m_tUp = 0.0;                                              // as GetTime returns it
 };
 
-/// The host's list of modules. It must outlive Module_c::ShutdownAllModules, because the registry points at the marks.
+/// The host's list of modules. Requires that it outlives Module_c::ShutdownAllModules, because the registry points at the
+/// marks.
 class Services_c
 {
 public:

@@ -21,8 +21,8 @@ namespace plat
     inline constexpr mode_t NEW_FILE_MODE = 0666;       // rights of a new file, before the process's mask
     inline constexpr mode_t PRIVATE_FILE_MODE = 0600;   // rights of a file for its owner only
 
-    /// Flags that open a name that others may have created, without following a link and without waiting. The opened
-    /// file must still pass IsRegular.
+    /// Flags that open a name that others may have created, without following a link and without waiting. The caller
+    /// still checks the opened file with IsRegular.
     inline constexpr int UNTRUSTED = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
     /// Flags that create a file for writing. A name that exists in any form is refused.
@@ -38,7 +38,7 @@ namespace plat
 
     /// The folder of a path as the disk spells it. It is opened before a name in it changes, so that nothing changes if
     /// it can't be opened. If the folder may not be read, Sync synchronises iNamed instead: the open file whose name in
-    /// it changes, which must stay open. With NOT_OPEN, Sync then does nothing.
+    /// it changes. Requires that iNamed stays open. With NOT_OPEN, Sync then does nothing.
     class FolderSync_c
     {
     public:

@@ -17,7 +17,7 @@
 // - an entry that can't be read or lacks a size, a CRC or a method, and a file for which the table has no room.
 // - a second file of the same key; the first one opens without the complaint that a scan's duplicate has.
 // - files that are encrypted or compressed by another method, links and devices.
-// - files of 2 GiB or more, sizes that can't be true, and files above 1 MiB that expand more than ZIP_MOST_EXPANSION
+// - files of 2 GiB or more, sizes that can't be true, and files above 1 MiB that expand more than ZIP_MAX_EXPANSION
 //   times.
 //
 // The contents are checked against their CRC-32 and size when a file is read whole or streamed from its start to its
@@ -36,7 +36,7 @@
 // of each archive guards its file for at most 256 KiB at a time. Files are decompressed outside of it. A forked child
 // has the archives too. If the system can't raise the worker of cfileasync.h, the worker opens each archive a second
 // time, so that no thread waits for it.
-// Cost: mounting reads the archive's directory. It may have ZIP_MOST_ENTRIES entries in 8 MiB. The archive keeps one
+// Cost: mounting reads the archive's directory. It may have ZIP_MAX_ENTRIES entries in 8 MiB. The archive keeps one
 // handle open. An open allocates the file's size. A stream reaches a position in a deflated file by decompressing from
 // its last position, or from the start for one before it. A load does so from the start.
 // Failure: a mount or unmount logs a line and returns false. FileZipGetWhyNot returns the reason. An archive that the
@@ -63,10 +63,10 @@ enum class ZipOrder_e
 };
 
 /// Maximum number of entries of an archive.
-inline constexpr int ZIP_MOST_ENTRIES = 32768;
+inline constexpr int ZIP_MAX_ENTRIES = 32768;
 
 /// Maximum ratio of size to compressed size of a file of more than 1 MiB.
-inline constexpr int ZIP_MOST_EXPANSION = 250;
+inline constexpr int ZIP_MAX_EXPANSION = 250;
 
 /// Mounts an archive and returns true. sArchive is a path on the disk with at most 255 characters, 127 of them in its
 /// last part. The keys are bare names in lower case, or with bRelativeNames whole names with `\`. Asserts that sArchive
