@@ -21,7 +21,7 @@
 
 namespace
 {
-    // Returns points that neither the branch predictor nor the lattice cells can adapt to.
+    // Returns random points: neighbours share no lattice cell, and branches on them can't be predicted.
     std::vector<Vec3fpu_t> const & Points()
     {
         static std::vector<Vec3fpu_t> const s_dPoints = []
@@ -175,14 +175,14 @@ namespace
         }
     }
 
+    // Declares the address that the generator drew a global one.
     plat::NetAddress_e GlobalAddress(unsigned char (&dAddress)[plat::NET_ADDRESS_SIZE])
     {
         dAddress[0] = 0;
         return plat::NetAddress_e::Global;
     }
 
-    // Uses an address that a maker of hardware assigned, even if this machine has none. Without one each call would
-    // warn.
+    // Makes identifiers. Without a global address, which this machine may lack, Create warns and fails.
     void GuidOurs(benchmark::State & State)
     {
         plat::NetAddressSource_t const fnPrevious = plat::NetAddressSetSource(GlobalAddress);

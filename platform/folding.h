@@ -1,5 +1,4 @@
-// folding.h: names in lower case (folded), their comparison without regard to ASCII case, and the order of the entries
-// of a FolderListing_c.
+// folding.h: names in lower case, and the order of the entries of a FolderListing_c.
 #pragma once
 
 #include <cstring>

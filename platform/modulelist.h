@@ -10,7 +10,7 @@ namespace plat
     struct Module_t
     {
         char const * szPath;   // in the system's own form, cut at 1023 bytes; valid during the visit only
-        std::uintptr_t Base;   // address of the start of its file
+        std::uintptr_t Base;   // address at which the start of its file is mapped
         std::size_t nBytes;    // from the base to the end of the last part of the file
     };
 

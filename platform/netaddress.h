@@ -26,6 +26,6 @@ namespace plat
     /// Replaces the system's interfaces by a function of the host; null restores them. Returns the previous function.
     ZQ_API NetAddressSource_t NetAddressSetSource(NetAddressSource_t fnSource);
 
-    /// Returns how often a source was set. Addresses that were read under another number may be wrong.
+    /// Returns how often a source was set. An address that was read under another number may be outdated.
     unsigned NetAddressSourceNumber();
 }

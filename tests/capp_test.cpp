@@ -134,19 +134,19 @@ TEST_F(App, StartsInItsFolderAndEndsPureVirtualCallsInAbort)
 
 TEST_F(App, ShutdownEmptiesTheListsOfAppearancesAndInput)
 {
-    auto const CountKept = [](auto &... Events)
+    auto const AreKept = [](auto &... Events)
     {
         (Events.Add(nullptr, false), ...);   // never fired
         AppMiscShutdown();
-        return (static_cast<int>(!Events.IsEmpty()) + ...);
+        return std::vector<bool>{ !Events.IsEmpty()... };
     };
-    EXPECT_EQ(CountKept(g_CommandCallbacker, g_RenderCallbacker, g_ActiveCallbacker, g_SizeCallbacker, g_IdleCallbacker,
+    EXPECT_EQ(AreKept(g_CommandCallbacker, g_RenderCallbacker, g_ActiveCallbacker, g_SizeCallbacker, g_IdleCallbacker,
                   g_InitMenuCallbacker, g_FullscreenCallbacker, g_MouseCallbacker, g_KeyboardCallbacker,
                   g_JoystickCallbacker, g_CharCallbacker, g_ApplicationMessages, g_FileReadErrorCallbacker,
                   g_NetworkCallbacker, g_FullscreenSwitchCallbacker, g_FileTrackChangesCallbacker,
                   g_AddSubfolderCallbacker, g_ResourceLoadCallbacker, g_WarningsCallbacker),
-        0);
-    EXPECT_EQ(CountKept(g_ExecutionCallbacker, g_LoadingCallbacker, g_FileOpenCallbacker), 3);
+        std::vector<bool>(19, false));
+    EXPECT_EQ(AreKept(g_ExecutionCallbacker, g_LoadingCallbacker, g_FileOpenCallbacker), std::vector<bool>(3, true));
     g_ExecutionCallbacker.Reset();
     g_LoadingCallbacker.Reset();
     g_FileOpenCallbacker.Reset();

@@ -1,3 +1,4 @@
+#include "platform/text.h"
 #include "tests/crash_support.h"
 
 namespace
@@ -39,7 +40,7 @@ namespace
         constexpr std::size_t PREFIX = 2, DIGITS = 6;
         for (std::size_t n = sText.find("0x"); n != std::string::npos; n = sText.find("0x", n + PREFIX))
         {
-            std::size_t const nEnd = sText.find_first_not_of("0123456789ABCDEF", n + PREFIX);
+            std::size_t const nEnd = sText.find_first_not_of(plat::HEX_DIGITS, n + PREFIX);
             if (nEnd - n >= PREFIX + DIGITS)
             {
                 sText.replace(n + PREFIX, nEnd - n - PREFIX, "@");

@@ -1,3 +1,4 @@
+#include "platform/text.h"
 #include "tests/test_support.h"
 #include "zqcore/csha1.h"
 #include "zqcore/csha1_internal.h"
@@ -11,7 +12,7 @@ namespace
         return reinterpret_cast<unsigned char const *>(sText.data());
     }
 
-    // Returns a context that saw the text in pieces of nPiece bytes.
+    // Returns a context to which the text was input in pieces of nPiece bytes.
     SHA1Context Fed(std::string const & sText, std::size_t nPiece)
     {
         SHA1Context Context;
@@ -29,9 +30,9 @@ namespace
         unsigned char dHash[SHA1_HASH_SIZE] = {};
         EXPECT_EQ(SHA1Result(&Context, dHash), shaSuccess);
         std::string sHex;
-        for (unsigned const iByte : dHash)
+        for (unsigned char const cByte : dHash)
         {
-            sHex += { "0123456789abcdef"[iByte / 16], "0123456789abcdef"[iByte % 16] };
+            sHex += { plat::LOWER_HEX_DIGITS[cByte >> 4], plat::LOWER_HEX_DIGITS[cByte & 15] };
         }
         return sHex;
     }

@@ -9,5 +9,5 @@
 class HeaderExample : public MediaTest
 {
 protected:
-    CurrentFolderScope_c const Current{ m_Folder.GetPath() };
+    CurrentFolderScope_c const m_Current{ m_Folder.GetPath() };
 };

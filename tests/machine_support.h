@@ -1,5 +1,6 @@
-// machine_support.h: whether the machine does what its kernel grants, for tests that need it done, and what only a few
-// tests need of the system.
+// machine_support.h: what a few tests need of the machine and of its system.
+//
+// A kernel may grant what an emulated machine does not do. The macros NEEDS_ skip such tests.
 #pragma once
 
 #include "platform/memory.h"

@@ -1,5 +1,7 @@
-// test_support.h: GoogleTest, and what the tests of several services need: a folder that is removed after the test,
-// other processes, the lines that were logged, the dialogs that were shown.
+// test_support.h: GoogleTest, and what the tests of several services need.
+//
+// For instance a folder that is removed after the test, other processes, the lines that were logged and the dialogs
+// that were shown.
 #pragma once
 
 #include "platform/debugheap.h"

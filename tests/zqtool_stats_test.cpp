@@ -13,6 +13,8 @@ namespace
 
     constexpr std::size_t FRAMES = PROFILER_FRAMES, RECORD = sizeof(profiler::timer_t), TIMERS = 6, WORST = 77;
     constexpr std::size_t BATCH_0 = 8, BATCH_1 = BATCH_0 + 4 + (TIMERS - 1) * RECORD;   // offsets in the sample
+    constexpr std::size_t NAME_END = 28, TIMER = 32, CHILD = 36, NEXT = 40, FIRST_TIME_HIGH = 60,
+                          MAX_SLOT = 2496;                 // offsets in a record, which docs/formats.md lists
     constexpr std::uint32_t RECORD_ADDRESS = 0xFFFFF000;   // the addresses of the next records wrap around
 
     constexpr char UGLY[] = "</script><b id=evil>&\"'\\\x1B[1m\xFF_x";
@@ -40,7 +42,7 @@ namespace
     }
 
     // Lets the profiler write two batches; the last timer comes with the second one.
-    std::string Record()
+    std::string RecordedFile()
     {
         TempFolder_c const Folder;
         EXPECT_TRUE(StartModule(ModuleProfiler_c::Get()));
@@ -65,19 +67,19 @@ namespace
         return Folder.Read("stats");
     }
 
-    // Returns a record at RECORD_ADDRESS.
+    // Returns a stats file of a process whose first record was at RECORD_ADDRESS.
     std::string Sample()
     {
-        static std::string const s_sRecord = Record();
-        std::string sBytes = Patched(s_sRecord, 4, RECORD_ADDRESS);
+        static std::string const s_sFile = RecordedFile();
+        std::string sBytes = Patched(s_sFile, 4, RECORD_ADDRESS);
         for (std::size_t i = 0; i < 2 * TIMERS - 1; ++i)
         {
             std::size_t const nRecord =
                 i < TIMERS - 1 ? BATCH_0 + 4 + i * RECORD : BATCH_1 + 4 + (i + 1 - TIMERS) * RECORD;
-            for (std::size_t const nLink : { nRecord + 36, nRecord + 40 })   // the first child and the next sibling
+            for (std::size_t const nLink : { nRecord + CHILD, nRecord + NEXT })
             {
                 std::uint32_t const nFrom = Word(sBytes, nLink);
-                sBytes = Patched(sBytes, nLink, nFrom != 0 ? nFrom - Word(s_sRecord, 4) + RECORD_ADDRESS : 0);
+                sBytes = Patched(sBytes, nLink, nFrom != 0 ? nFrom - Word(s_sFile, 4) + RECORD_ADDRESS : 0);
             }
         }
         return sBytes;
@@ -165,25 +167,29 @@ TEST_F(ZqtoolStats, ReportsWhereTheFileIsDamagedAndShowsTheRest)
             { Patched(sGood, 0, 2500), "byte 0: not a stats file: records of 2500 bytes in place of 2504", "0 frames" },
             { sGood.substr(0, BATCH_0 + 2), "byte 10: the file ends within the count of batch 0", "0 frames" },
             { sGood.substr(0, BATCH_0 + 9), "byte 17: the file ends within record 0 of batch 0", "0 frames" },
-            { sGood.substr(0, nRecord + 40), "byte 20088: the file ends within record 3 of batch 1, which has 6",
+            { sGood.substr(0, nRecord + NEXT), "byte 20088: the file ends within record 3 of batch 1, which has 6",
                 sTwo },
             { sGood.substr(0, BATCH_1 + 3), "byte 12535: the file ends within the count of batch 1", sOne },
             { Patched(sGood, BATCH_1, 0), "byte 12532: batch 1 has 0 records in place of 1 to 512", sOne },
             { Patched(sGood, BATCH_1, 513), "byte 12532: batch 1 has 513 records", sOne },
-            { Patched(sGood, nRecord + 40, At(1)),
+            { Patched(sGood, nRecord + NEXT, At(1)),
                 "byte 20088: the sibling of record 3 of batch 1 is at address FFFFF9C8, which leads back", sTwo },
-            { Patched(sGood, nRecord + 36, At(3)), "byte 20084: the child of record 3 of batch 1 is at address", sTwo },
-            { Patched(sGood, nRecord + 40, At(6)), ", which is outside of the batch", sTwo },
-            { Patched(sGood, nRecord + 40, At(5) + 1), ", which is within a record", sTwo },
-            { Patched(sGood, nRecord + 40, 0), "byte 25056: nothing links to record 5 of batch 1; it is shown", sTwo },
-            { Patched(sGood, nRecord + 40, At(4)),
-                "byte 20088: record 3 of batch 1 links to record 4, which hangs elsewhere", sTwo },
-            { Patched(sGood, BATCH_1 + 4 + 40, At(5)), "links to record 5 as a sibling of the root", sTwo },
-            { Patched(sGood, BATCH_1 + 4 + 32, 7), "record 0 of batch 1 is not the root: its id is 00000007", sTwo },
-            { Patched(sGood, nRecord + 28, 0x41414141), "byte 20048: the name of record 3 of batch 1 has no end",
+            { Patched(sGood, nRecord + CHILD, At(3)), "byte 20084: the child of record 3 of batch 1 is at address",
                 sTwo },
-            { Patched(sGood, nRecord + 2496, 150), "byte 22544: the peak of record 3 of batch 1 is in slot 150", sTwo },
-            { Patched(sGood, BATCH_1 + 4 + RECORD + 60, 0x7FFFFFFF) + "x", "the count of batch 2", sTwo } })
+            { Patched(sGood, nRecord + NEXT, At(6)), ", which is outside of the batch", sTwo },
+            { Patched(sGood, nRecord + NEXT, At(5) + 1), ", which is within a record", sTwo },
+            { Patched(sGood, nRecord + NEXT, 0), "byte 25056: nothing links to record 5 of batch 1; it is shown",
+                sTwo },
+            { Patched(sGood, nRecord + NEXT, At(4)),
+                "byte 20088: record 3 of batch 1 links to record 4, which hangs elsewhere", sTwo },
+            { Patched(sGood, BATCH_1 + 4 + NEXT, At(5)), "links to record 5 as a sibling of the root", sTwo },
+            { Patched(sGood, BATCH_1 + 4 + TIMER, 7), "record 0 of batch 1 is not the root: its id is 00000007", sTwo },
+            { Patched(sGood, nRecord + NAME_END, 0x41414141), "byte 20048: the name of record 3 of batch 1 has no end",
+                sTwo },
+            { Patched(sGood, nRecord + MAX_SLOT, 150), "byte 22544: the peak of record 3 of batch 1 is in slot 150",
+                sTwo },
+            { Patched(sGood, BATCH_1 + 4 + RECORD + FIRST_TIME_HIGH, 0x7FFFFFFF) + "x", "the count of batch 2",
+                sTwo } })
     {
         Result_s const Result =
             Run(sBytes, " --html " + m_Folder.Join("p.html") + " --trace " + m_Folder.Join("t.json"));
@@ -300,7 +306,7 @@ TEST_F(ZqtoolStatsBrowser, ThePageShowsTheFilesFigures)
     EXPECT_EQ(sFrame.find("<b id"), std::string::npos) << "a name became an element";
 }
 
-TEST_F(ZqtoolStatsBrowser, KeysAndThePointerWork)
+TEST_F(ZqtoolStatsBrowser, KeysAndThePointerSelectFramesAndTimers)
 {
     std::string const sDocument = Load("#average", R"(
 const seen = [], press = (key) => document.activeElement.dispatchEvent(new KeyboardEvent("keydown", { key, bubbles: true }));
@@ -318,7 +324,19 @@ boxOf(1).focus(); press("ArrowDown"); press("ArrowDown"); press("ArrowUp"); seen
 document.activeElement.click(); seen.push(flame.querySelectorAll(".above").length, $("range").textContent);
 press("Escape"); press("Escape"); seen.push(flame.querySelectorAll(".above").length);
 $("filter").value = "LAT"; $("filter").oninput(); seen.push($("hot").tBodies[0].rows.length);
-press("Home"); selectFrame(0, false); hovered = -1;
+document.documentElement.dataset.seen = seen.join("; ");
+)");
+    EXPECT_THAT(sDocument,
+        HasSubstr("data-seen=\"299 0 300; 298 0 300; 148 0 300; 148 74 224; 148 0 300; 0 0 300; 0 0 300; frame 77: "
+                  "20.00&nbsp;ms, most in world; 0 60 81; 77 60 81; 2; 2; frames 60 to 80, cut at 6.000&nbsp;ms, the "
+                  "time in world marked; 0; 1\""));
+}
+
+TEST_F(ZqtoolStatsBrowser, DrawsALongFrameAtEachWidthAndTakesNews)
+{
+    std::string const sDocument = Load("#average", R"(
+const seen = [];
+selectFrame(0, false);
 let drawn = 0;   // widths of the graph at which the one long frame shows half way up
 for (let width = 150; width < 750; width += 6)
 {
@@ -341,11 +359,6 @@ askForNews().then(() => { document.documentElement.dataset.problems = String($("
 seen.push(data.frames.length);
 document.documentElement.dataset.seen = seen.join("; ");
 )");
-    EXPECT_THAT(sDocument,
-        HasSubstr(
-            "data-seen=\"299 0 300; 298 0 300; 148 0 300; 148 74 224; 148 0 300; 0 0 300; 0 0 300; frame 77: "
-            "20.00&nbsp;ms, most in world; 0 60 81; 77 60 81; 2; 2; frames 60 to 80, cut at 6.000&nbsp;ms, the time "
-            "in world marked; 0; 1; "
-            "100; 150,300,2,150,450,7; 0,150,0,150; 135000\""));
+    EXPECT_THAT(sDocument, HasSubstr("data-seen=\"100; 150,300,2,150,450,7; 0,150,0,150; 135000\""));
     EXPECT_THAT(sDocument, HasSubstr("data-problems=\"false\"")) << "damage without new frames stays hidden";
 }

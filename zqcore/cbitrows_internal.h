@@ -1,5 +1,6 @@
-// cbitrows_internal.h: operations on runs of bytes by whole words. The runs need no alignment. The two runs of a call
-// may be the same, but must not overlap otherwise.
+// cbitrows_internal.h: operations on runs of bytes by whole words.
+//
+// The runs need no alignment. Requires that the two runs of a call are the same or do not overlap.
 #pragma once
 
 #include "zqcore/cconfig.h"

@@ -30,8 +30,8 @@ extern ZQ_API std::array<std::uint32_t, 256> const g_dCrc32Tab;
 /// Tables of CRC-32 for eight bytes at a time. Row i is g_dCrc32Tab after i + 1 further zero bytes.
 extern ZQ_API std::array<std::array<std::uint32_t, 256>, 7> const g_dCrc32FollowTab;
 
-/// Table of a CRC-16 with the polynomial 0xA097, most significant bit first. Entry i is the CRC of the byte i with its
-/// two bytes swapped. It is for hosts: the library does not read it.
+/// Table of a CRC-16 with the polynomial 0xA097, most significant bit first. Entry i is the CRC of the byte i,
+/// with the two bytes of the CRC swapped. It is for hosts: the library does not read it.
 extern ZQ_API std::array<std::uint16_t, 256> const g_dCrc16Tab;
 
 /// Returns the CRC-32 of nLength bytes. For a length of 0 or less returns 0, the CRC of nothing, and does not read

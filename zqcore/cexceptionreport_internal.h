@@ -1,5 +1,6 @@
-// cexceptionreport_internal.h: the parts of the crash report's writer. All of it belongs to the one thread that writes,
-// allocates nothing from the heap and waits for no lock.
+// cexceptionreport_internal.h: the parts of the crash report's writer.
+//
+// All of it belongs to the one thread that writes, allocates nothing from the heap and waits for no lock.
 #pragma once
 
 #include "zqcore/ccomplaint_internal.h"

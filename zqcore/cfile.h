@@ -86,7 +86,7 @@ public:
 
     /// Reads the whole file: into its own block if pBuffer is null, else into pBuffer, which has room for iLength
     /// bytes. Adds no reference, except for a stayer (StayerDoWork). Returns whether the own block is resident.
-    /// FileOpen calls it inside the file's lock. It reads outside of it if TakeUnlocked returns true. With pBuffer:
+    /// FileOpen calls it inside the file's lock. Open reads outside of that if TakeUnlocked returns true. With pBuffer:
     /// - Copies a resident block to it and returns true.
     /// - Reads a file that is not resident into it from the disk and returns false. If GetWhyNot is empty, the bytes
     ///   are there.

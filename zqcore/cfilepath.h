@@ -46,7 +46,7 @@
 #include "zqcore/cstring.h"
 
 inline constexpr int FILE_TABLE_STEP = 117;       // slots from one probe to the next, in both tables
-inline constexpr int PATH_TABLE_FOLDERS = 4096;   // that the table of folders has room for
+inline constexpr int PATH_TABLE_FOLDERS = 4096;   // slots of the table of folders
 
 /// Types of the two tables.
 using FileTable_t = StringHash_T<File_c, 128, 16384, FILE_TABLE_STEP>;

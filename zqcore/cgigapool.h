@@ -75,9 +75,9 @@ public:
     /// more than MAX_ELEMENTS elements. Storage that is too small for a group, or a size below 1, makes a pool without
     /// elements. Requires that the storage stays until Reset or the end of the pool. Asserts that the pool has no
     /// storage. If the developer continues, it keeps that.
-    ///
-    /// StorageFor returns the bytes for a number of elements.
     void Init(std::span<std::byte> Storage, int iElementSize);
+
+    /// Returns the bytes of storage that hold a number of elements.
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {
         return GigaSlab_c::StorageFor(iElements, iElementSize);

@@ -6,7 +6,7 @@
 // because each call reads what the previous call wrote, and a processor forwards such a value fastest at a fixed
 // address.
 //
-// Ownership: a slab owns its elements and records, unless they lie in storage of the caller; an open group points into
+// Ownership: a slab owns its elements and records, unless they lie in storage of the caller. An open group points into
 // them.
 // Threads: one at a time.
 // Cost: 12 bytes for every 32 elements. Only Init and Reset loop or touch the heap.
@@ -81,9 +81,9 @@ private:
 
     /// Returns both masks as one word, m_iBits in the lower half.
     std::uint64_t Masks() const;
-    void SetMasks(std::uint64_t iMasks);
-    static std::uint32_t Lower(std::uint64_t iMasks) { return static_cast<std::uint32_t>(iMasks); }
-    static std::uint64_t WithLowestFree(std::uint64_t iMasks) { return iMasks | (iMasks + 1); }
+    void SetMasks(std::uint64_t nMasks);
+    static std::uint32_t Lower(std::uint64_t nMasks) { return static_cast<std::uint32_t>(nMasks); }
+    static std::uint64_t WithLowestFree(std::uint64_t nMasks) { return nMasks | (nMasks + 1); }
     static std::uint64_t BothBits(unsigned iElement);
 
     std::uint32_t m_iBits = 0;    // allocated elements
@@ -253,14 +253,14 @@ constexpr GigaGroup_c GigaGroup_c::Full()
 
 inline std::uint64_t GigaGroup_c::Masks() const
 {
-    std::uint64_t iMasks;
-    std::memcpy(&iMasks, this, sizeof iMasks);
-    return iMasks;
+    std::uint64_t nMasks;
+    std::memcpy(&nMasks, this, sizeof nMasks);
+    return nMasks;
 }
 
-inline void GigaGroup_c::SetMasks(std::uint64_t iMasks)
+inline void GigaGroup_c::SetMasks(std::uint64_t nMasks)
 {
-    std::memcpy(static_cast<void *>(this), &iMasks, sizeof iMasks);
+    std::memcpy(static_cast<void *>(this), &nMasks, sizeof nMasks);
 }
 
 /// Returns the element's bit in both masks.
@@ -271,22 +271,22 @@ inline std::uint64_t GigaGroup_c::BothBits(unsigned iElement)
 
 inline unsigned GigaGroup_c::Alloc(bool bArray)
 {
-    std::uint64_t const iWas = Masks();
-    std::uint64_t const iNow = WithLowestFree(iWas);
-    SetMasks(bArray ? iNow | (iNow ^ iWas) << ELEMENTS : iNow);
-    return ZQ_FIRST_BIT(~Lower(iWas));
+    std::uint64_t const nWas = Masks();
+    std::uint64_t const nNow = WithLowestFree(nWas);
+    SetMasks(bArray ? nNow | (nNow ^ nWas) << ELEMENTS : nNow);
+    return ZQ_FIRST_BIT(~Lower(nWas));
 }
 
 inline bool GigaGroup_c::Free(unsigned iElement, bool bArray, Last_e eLast)
 {
-    std::uint64_t const iBoth = BothBits(iElement);
-    std::uint64_t const iWas = Masks();
-    std::uint64_t const iNow = iWas ^ (bArray ? iBoth : Lower(iBoth));
-    if ((iNow & iBoth) != 0 || Lower(iNow) < static_cast<std::uint32_t>(eLast))
+    std::uint64_t const nBoth = BothBits(iElement);
+    std::uint64_t const nWas = Masks();
+    std::uint64_t const nNow = nWas ^ (bArray ? nBoth : Lower(nBoth));
+    if ((nNow & nBoth) != 0 || Lower(nNow) < static_cast<std::uint32_t>(eLast))
     {
         return false;
     }
-    SetMasks(iNow);
+    SetMasks(nNow);
     return true;
 }
 

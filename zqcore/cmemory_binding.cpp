@@ -65,6 +65,40 @@ namespace
         return g_bReached;
     }
 
+    // Returns whether the variants of Bound are the library's, as its main functions are. Other is another heap's pair.
+    template <typename... ALIGNMENT>
+    bool AreVariantsOwn(plat::OperatorPair_T<ALIGNMENT...> const & Bound,
+        plat::OperatorPair_T<ALIGNMENT...> const & Other, ALIGNMENT... nAlignment)
+    {
+        auto const IsOwn = [&](auto const & fnDelete)
+        {
+            void * const pProbe = Other.fnNew(PROBE_BYTES, nAlignment...);
+            bool const bReached = Reaches(pProbe, fnDelete);
+            if (bReached)
+            {
+                Other.fnDelete(pProbe, nAlignment...);
+            }
+            return bReached;
+        };
+        if (Bound.fnDeleteSized && !IsOwn([&](void * p) { Bound.fnDeleteSized(p, PROBE_BYTES, nAlignment...); }))
+        {
+            return false;
+        }
+        if (Bound.fnDeleteNothrow && !IsOwn([&](void * p) { Bound.fnDeleteNothrow(p, nAlignment..., std::nothrow); }))
+        {
+            return false;
+        }
+        void * const pBlock =
+            Bound.fnNewNothrow ? Bound.fnNewNothrow(PROBE_BYTES, nAlignment..., std::nothrow) : nullptr;
+        if (pBlock && !MemoryIsOwnBlock(pBlock))
+        {
+            Other.fnDelete(pBlock, nAlignment...);
+            return false;
+        }
+        aligned_free_dbg(pBlock);
+        return true;
+    }
+
     // Stores a pair in Foreign and returns true if a function of Bound is foreign, unless a part of the pair would be
     // missing. Replaces the library's own part by that of Next, because a program may contain a `new` of its own
     // runtime without the `delete`, or the reverse, or one variant of them. Tries each function with a block, because
@@ -112,38 +146,7 @@ namespace
         {
             fnRelease(pBlock, nAlignment...);
         }
-        bOwn = bOwn && bOwnNew;
-        auto const TryDelete = [&](auto const & fnDelete)
-        {
-            void * const pProbe = Pair.fnNew(PROBE_BYTES, nAlignment...);
-            bool const bReached = Reaches(pProbe, fnDelete);
-            if (bReached)
-            {
-                fnRelease(pProbe, nAlignment...);
-            }
-            bOwn = bReached;
-        };
-        if (bOwn && Bound.fnDeleteSized)
-        {
-            TryDelete([&](void * p) { Bound.fnDeleteSized(p, PROBE_BYTES, nAlignment...); });
-        }
-        if (bOwn && Bound.fnDeleteNothrow)
-        {
-            TryDelete([&](void * p) { Bound.fnDeleteNothrow(p, nAlignment..., std::nothrow); });
-        }
-        if (bOwn && Bound.fnNewNothrow)
-        {
-            void * const pOther = Bound.fnNewNothrow(PROBE_BYTES, nAlignment..., std::nothrow);
-            bOwn = !pOther || MemoryIsOwnBlock(pOther);
-            if (bOwn)
-            {
-                aligned_free_dbg(pOther);
-            }
-            else
-            {
-                Pair.fnDelete(pOther, nAlignment...);
-            }
-        }
+        bOwn = bOwn && bOwnNew && AreVariantsOwn(Bound, Pair, nAlignment...);
         if (!bOwn)
         {
             Foreign = Pair;

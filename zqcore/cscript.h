@@ -48,18 +48,18 @@ public:
     Script_c(Script_c const &) = delete;
     Script_c & operator=(Script_c const &) = delete;
 
-    /// Copies a file's text, closes the file, frees the previous copy and returns true. CloseFile frees the copy. Asserts
-    /// that the name is not null. Returns false, without a message, if there is no such file or it is refused. Also
-    /// returns false, with log lines, if it can't be read. The previous text then stays open, though m_sName is the
-    /// new name.
+    /// Copies a file's text, closes the file, frees the previous copy and returns true. CloseFile frees the new one.
+    /// Asserts that the name is not null. Returns false, without a message, if there is no such file or it is refused.
+    /// Also returns false, with log lines, if it can't be read. The previous text then stays open, though m_sName is
+    /// the new name.
     bool OpenFile(char const * sFileName);
 
     /// Frees the copy of a file. If the script was reading that copy, its text is empty afterwards.
     void CloseFile();
 
-    /// Starts on a block of iLength bytes. It needs no terminator. Asserts that pText is not null and iLength not
-    /// negative, and requires that the block stays while it is read. If an assertion fails, the text is empty. A refused text counts as empty too. m_sName stays the file's
-    /// while a file's copy is still held.
+    /// Starts on a block of iLength bytes, which needs no terminator. Requires that the block stays while it is read.
+    /// Asserts that pText is not null and iLength not negative; otherwise the text is empty. A refused text counts as
+    /// empty too. m_sName stays the file's while a file's copy is still held.
     void OpenMemoryLocation(char const * pText, int iLength);
 
     /// Returns why the last opening failed, or the first mismatch of the last read that had one. A quoted string

@@ -393,8 +393,8 @@ public:
     /// Creates the file as Writeable_c does.
     BufferedWriteable_c(char const * sFileName, std::uint32_t dwVersion);
 
-    /// Writes the file of a replacement (cfilereplace.h). Commit comes after Close, and fails if the archive has failed.
-    /// Requires that the replacement outlives the archive. Open fails in these cases:
+    /// Writes the file of a replacement (cfilereplace.h). Requires that the replacement outlives the archive. Commit
+    /// comes after Close, and fails if the archive has failed. Open fails in these cases:
     /// - the replacement has failed or is committed.
     /// - the replacement holds bytes.
     /// - the replacement has another archive.
@@ -430,7 +430,8 @@ public:
     /// Writes to memory that the archive allocates and owns.
     explicit MemoryWriteable_c(std::uint32_t dwVersion);
 
-    /// Writes to the caller's memory. Requires that it outlives the archive. A write that does not fit fails the archive.
+    /// Writes to the caller's memory. Requires that it outlives the archive. A write that does not fit fails the
+    /// archive.
     MemoryWriteable_c(std::span<std::byte> Memory, std::uint32_t dwVersion);
     ~MemoryWriteable_c() override;
 
@@ -462,8 +463,8 @@ private:
 class ZQ_API MemoryReadable_c : public Serializeable_c
 {
 public:
-    /// Reads bytes of the caller. szName is what messages name. Requires that the bytes stay until Close, and that szName
-    /// outlives the archive. Bytes of 2 GiB or more fail it.
+    /// Reads bytes of the caller. szName is what messages name. Requires that the bytes stay until Close, and that
+    /// szName outlives the archive. Bytes of 2 GiB or more fail it.
     MemoryReadable_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion, char const * szName = "memory");
 
     using Serializeable_c::Serialize;

@@ -24,8 +24,9 @@ enum GoalState_e : int
 struct Goal_s
 {
     Good_s * pGood = nullptr;
-    int nCrates = 0, nDays = 0;   // days from the start of the game
-    int iPay = 0;                 // marks
+    int nCrates = 0;
+    int nDays = 0;   // from the start of the game
+    int iPay = 0;    // marks
     GoalState_e eState = GOAL_OPEN;
 };
 

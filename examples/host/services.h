@@ -27,8 +27,7 @@ private:
     double m_tUp = 0.0;                                              // as GetTime returns it
 };
 
-/// The host's list of modules. Requires that it outlives Module_c::ShutdownAllModules, because the registry points at the
-/// marks.
+/// The host's list of modules. Requires that it outlives Module_c::ShutdownAllModules: the registry has its marks.
 class Services_c
 {
 public:

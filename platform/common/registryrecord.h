@@ -1,5 +1,6 @@
-// registryrecord.h: the files of the registry's store. The files of the clipboard's formats are named as those of
-// values are. registry.cpp explains the folder of a key.
+// registryrecord.h: the files of the registry's store.
+//
+// The files of the clipboard's formats are named as those of values are. registry.cpp explains the folder of a key.
 #pragma once
 
 #include "platform/common/storedisk.h"

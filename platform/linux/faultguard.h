@@ -1,5 +1,6 @@
-// faultguard.h: the guarded calls that are under way. They belong to the thread that runs the filter, or to the one
-// that it waits for.
+// faultguard.h: the guarded calls that are under way.
+//
+// They belong to the thread that runs the filter, or to the one that it waits for.
 #pragma once
 
 namespace plat

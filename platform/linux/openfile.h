@@ -107,8 +107,8 @@ namespace plat
     /// Returns whether an open file is a regular one. If not, errno has the reason: EINVAL for another kind.
     bool IsRegular(int iDescriptor);
 
-    /// Locks an open file as being written. Returns false if another open file has locked it. Returns true without
-    /// effect on any other failure, as on a file system without such locks.
+    /// Claims an open file for writing, by a lock. Returns false if another open file has locked it. Returns true
+    /// without effect on any other failure, as on a file system without such locks.
     bool ClaimWriting(int iDescriptor);
 
     /// Reads the facts of the entry that a path names in any spelling, and sets the path to that spelling. Does not
@@ -119,7 +119,7 @@ namespace plat
     /// reason.
     bool IsThere(DiskPath_c & Path);
 
-    /// Synchronizes a file or an open folder. Returns false on failure.
+    /// Synchronises a file or an open folder. Returns false on failure.
     bool SyncFully(int iFile);
 
     /// Creates a file for writing in an open folder, and replaces any file of that name, as a dead writer leaves one.

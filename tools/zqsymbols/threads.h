@@ -21,7 +21,7 @@ namespace zqsymbols
     class ThreadLines_c
     {
     public:
-        /// Makes a writer. Requires that both outlive it.
+        /// Makes a writer. Requires that Process and Lines outlive it.
         ThreadLines_c(Process_c & Process, FrameLines_c & Lines)
             : m_Process(Process)
             , m_Lines(Lines)

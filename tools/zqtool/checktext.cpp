@@ -230,7 +230,8 @@ namespace
             return Scan;
         }
 
-        // Returns the place of a cell in a line of a table, or the line's end if it has fewer cells.
+        // Returns the place of a cell in a line of a table. If the line has fewer cells, returns the place of a comment
+        // that begins instead, or else the line's end.
         int CellAt(int nLine, int iCell)
         {
             bool bMore = true;

@@ -44,8 +44,8 @@ private:
     bool m_bZeros;            // whether the text has zeros that are not yet reported
 };
 
-/// Takes an exception code with its text from the start of a text and sets those of a crash. Returns false if the text
-/// begins with no such code.
+/// Removes an exception code, and the blank after it, from the start of a text. Sets the code of a crash, and what is
+/// left as the code's text. Returns false if the text begins with no such code.
 bool TakeCode(std::string_view & sText, Crash_t & Crash);
 
 /// Appends a member unless the list has CRASH_MAX_MEMBERS already. Returns whether it did.

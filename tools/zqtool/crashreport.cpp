@@ -44,10 +44,10 @@ namespace
         bool m_bAll;
         std::vector<Crash_t> m_dCrashes;
         Part_e m_ePart = Part_e::Head;
-        std::size_t m_nFrames = 0;   // so far of the second call stack; above the first one's number if it is another
+        std::size_t m_nFrames = 0;   // of the second call stack so far; more than the first one has if the two differ
         std::size_t m_nEmpty = 0;    // empty lines since the last line that is not empty
         bool m_bStack = false;       // whether the current crash has a call stack
-        bool m_bFull = false;        // whether a list of variables was full
+        bool m_bFull = false;        // whether a list of variables is cut
     };
 
     // Reads "SECTION:OFFSET MODULE". Returns false, and leaves the line unchanged, if it begins otherwise.

@@ -158,18 +158,18 @@ namespace
             bool const bFrames = m_Tree.GetFrameCount() > 0;
             auto const [bKnown, fTime] =
                 bFrames ? MeasureStats(Limit, m_Tree, m_Facts.fTicksPerSecond) : StatsMeasured_t();
-            bool const bExceeded = !bKnown || fTime > Limit.fMilliseconds;
+            bool const bExceeded = !bKnown || fTime > Limit.tLimit;
             if (!bFrames)
             {
                 std::fprintf(stderr, "%s: %s has a limit of %g ms, but no frame was measured\n",
-                    Printable(m_Options.sFile).c_str(), sName.c_str(), Limit.fMilliseconds);
+                    Printable(m_Options.sFile).c_str(), sName.c_str(), Limit.tLimit);
             }
             else if (bKnown && bExceeded)
             {
                 std::fprintf(stderr, "%s: %s is %g ms, over its limit of %g ms\n", Printable(m_Options.sFile).c_str(),
-                    sName.c_str(), fTime, Limit.fMilliseconds);
+                    sName.c_str(), fTime, Limit.tLimit);
             }
-            Json["limits"].push_back({ { "name", sName }, { "limit_ms", Limit.fMilliseconds },
+            Json["limits"].push_back({ { "name", sName }, { "limit_ms", Limit.tLimit },
                 { "measured_ms", bKnown ? Json_t(fTime) : Json_t() }, { "exceeded", bExceeded } });
             bKept = bKept && !bExceeded;
         }

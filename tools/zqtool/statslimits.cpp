@@ -55,7 +55,7 @@ std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
         return sText + ": there is no " + Limit.sFigure
                + (bFrame ? " of frames, only mean, median, p95, p99 and worst" : " of a timer, only mean and peak");
     }
-    return Limit.fMilliseconds < 0 ? sText + ": the limit is a number from 0 on with the unit s, ms or us" : "";
+    return Limit.tLimit < 0 ? sText + ": the limit is a number from 0 on with the unit s, ms or us" : "";
 }
 
 StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond)
@@ -73,7 +73,7 @@ StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tre
         if (Node.sName == Limit.sName)
         {
             double const tTime = Limit.sFigure == PEAK ? static_cast<double>(Node.tPeak) : dAverages[i].tTime;
-            Measured = { true, std::max(Measured.fMilliseconds, tTime * fMilliseconds) };
+            Measured = { true, std::max(Measured.tMilliseconds, tTime * fMilliseconds) };
         }
     }
     return Measured;

@@ -8,14 +8,14 @@ struct StatsLimit_t
 {
     std::string sName;     // "frame" or the name of a timer, printable as in the tree
     std::string sFigure;   // of frames: mean, median, p95, p99, worst; of a timer: mean, peak
-    double fMilliseconds = 0;
+    double tLimit = 0;     // milliseconds
 };
 
 /// Time that a file has for a limit. If several timers share a name, the largest time counts.
 struct StatsMeasured_t
 {
     bool bKnown = false;   // whether the name is "frame" or that of a timer
-    double fMilliseconds = 0;
+    double tMilliseconds = 0;
 };
 
 /// Reads a limit. The name ends at the last dot before the last '='. Units are s, ms and us. A negative time is wrong.
