@@ -3,11 +3,12 @@
 // ModuleFind uses no heap and no lock, so a fault filter may call it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace plat
 {
-    constexpr std::size_t MODULE_PATH_SIZE = 1024;   // bytes of a module's path with the terminator
+    inline constexpr std::size_t MODULE_PATH_SIZE = 1024;   // bytes of a module's path with the terminator
 
     /// Position of an address in a module.
     struct ModulePlace_t

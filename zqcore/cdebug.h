@@ -43,6 +43,8 @@
 #include "zqcore/cconfig.h"
 #include "zqcore/cprintf.h"
 
+#include <cstdarg>
+
 /// States a precondition. If it does not hold, logs and shows its text as AssertFailed does. If the developer ignores
 /// the complaint, the code continues after it.
 #define ZQ_ASSERT(condition) ZQ_ASSERT_TEXT(condition, #condition)

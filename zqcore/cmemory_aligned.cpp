@@ -7,6 +7,7 @@
 #include "platform/bytes.h"
 #include "platform/debugger.h"
 #include "platform/debugheap.h"
+#include "platform/memory.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -124,6 +125,13 @@ void * aligned_offset_malloc_dbg(
     }
     plat::HeapSetOwn(pBlock, pUser, nSize);
     return pUser;
+}
+
+bool MemoryIsOwnBlock(void const * pBlock)
+{
+    Header_s Header;   // memory of another heap has none
+    auto const nHeader = reinterpret_cast<std::uintptr_t>(&HeaderOf(const_cast<void *>(pBlock)));
+    return plat::MemoryReadObject(nHeader, Header) && Header.Gap == GAP_FILL;
 }
 
 bool MemoryGetOwnSize(void * pUser, std::size_t & nBytes)

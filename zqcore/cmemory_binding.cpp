@@ -53,14 +53,19 @@ namespace
         return g_bReached;
     }
 
-    // Returns whether a foreign new passes requests of some sizes on to the library's.
+    // Returns whether a foreign new passes requests of some sizes on to the library's. It may refuse a large one.
     template <typename... ALIGNMENT>
     bool PassesOn(plat::OperatorPair_T<ALIGNMENT...> const & Foreign, ALIGNMENT... nAlignment)
     {
         g_bReached = false;
         for (std::size_t const nBytes : { PROBE_BYTES, LARGE_PROBE_BYTES })
         {
-            Foreign.fnDelete(Foreign.fnNew(nBytes, nAlignment...), nAlignment...);
+            try
+            {
+                Foreign.fnDelete(Foreign.fnNew(nBytes, nAlignment...), nAlignment...);
+            }
+            catch (...)
+            {}
         }
         return g_bReached;
     }

@@ -206,12 +206,6 @@ void MemoryHeapStop()
 
 void MemoryHeapThreadEnd() {}
 
-bool MemoryIsOwnBlock(void const * pBlock)
-{
-    plat::HeapBlock_t Block;
-    return plat::HeapFindBlock(pBlock, Block);
-}
-
 void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine)
 {
     return plat::HeapAlloc(nBytes, MEMORY_NORMAL_BLOCK, szFile, iLine);

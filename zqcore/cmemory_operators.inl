@@ -10,8 +10,8 @@
 
 namespace
 {
-    /// Whether the calling thread is in a foreign operator. Its calls of the library's operators reach the heap, if it
-    /// makes such calls. Stays false if it makes none.
+    /// Whether the calling thread is in a foreign `new` that passes blocks on. The library's `new`, which it calls, then
+    /// allocates from the heap.
     ZQ_THREAD_LOCAL constinit bool t_bInForeign = false;
 
     class ForeignScope_c
@@ -66,15 +66,16 @@ namespace
                              : HeapNew(nBytes, nHeapAlignment, iBlockType, szFile, iLine);
     }
 
+    /// Releases a block by the process's own operator, or one that this has passed on by the heap. Only the block shows
+    /// which: the operator may have moved its start, and the host may call it first.
     template <typename... ALIGNMENT>
     ZQ_COLD void DeleteForeign(plat::OperatorPair_T<ALIGNMENT...> const & Pair, void * pBlock, ALIGNMENT... nAlignment)
     {
-        if (t_bInForeign)
+        if (g_bForeignPassesOn && MemoryIsOwnBlock(pBlock))
         {
             HeapDelete(pBlock);
             return;
         }
-        ForeignScope_c const Scope;
         Pair.fnDelete(pBlock, nAlignment...);
     }
 

@@ -152,9 +152,9 @@ public:
     int ReadString(char const * sName, TEXT & sText)
     {
         // Most texts are short. Another process may store a longer one meanwhile.
-        constexpr int MAX = TextMost<TEXT>();
+        constexpr int MAX_TEXT = TextMost<TEXT>();
         int nLast = -1;
-        for (int nText = std::min(MAX, 255); nText > nLast && nText <= MAX; nText = GetSizeValue(sName))
+        for (int nText = std::min(MAX_TEXT, 255); nText > nLast && nText <= MAX_TEXT; nText = GetSizeValue(sName))
         {
             std::string sRead(static_cast<std::size_t>(nText) + 1, '\0');
             if (ReadText(sName, sRead.data(), sRead.size()))
