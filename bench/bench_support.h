@@ -12,7 +12,7 @@
 #include <vector>
 
 /// Registers a text as a file that stays resident until the end of the process, so that opening it costs no disk
-/// access. Returns the name to open it by.
+/// access. Returns the name to open it by. Aborts on failure.
 inline std::string ServeFile(std::string const & sName, std::string const & sText)
 {
     struct Served_s
@@ -53,8 +53,8 @@ struct PlainHeap_T
     template <typename OTHER>
     PlainHeap_T(PlainHeap_T<OTHER> const &)
     {}
-    T * allocate(std::size_t n) { return static_cast<T *>(std::malloc(n * sizeof(T))); }
-    void deallocate(T * p, std::size_t) { std::free(p); }
+    T * allocate(std::size_t nElements) { return static_cast<T *>(std::malloc(nElements * sizeof(T))); }
+    void deallocate(T * pElements, std::size_t) { std::free(pElements); }
     bool operator==(PlainHeap_T const &) const { return true; }
 };
 
@@ -63,7 +63,7 @@ using PlainString_t = std::basic_string<char, std::char_traits<char>, PlainHeap_
 template <typename T>
 using PlainVector_T = std::vector<T, PlainHeap_T<T>>;
 
-/// Calls Ask with one name in each iteration, in turn. Fails the benchmark if it returns false.
+/// Calls Ask with one name in each iteration, in turn. Fails the benchmark if a call returns false.
 template <typename ASK>
 void AskInTurn(benchmark::State & State, std::vector<std::string> const & dNames, ASK Ask)
 {
@@ -78,7 +78,7 @@ void AskInTurn(benchmark::State & State, std::vector<std::string> const & dNames
     }
 }
 
-/// Fails a benchmark whose work had the wrong result.
+/// Fails a benchmark if bCondition is false: its work has the wrong result.
 inline void Require(benchmark::State & State, bool bCondition)
 {
     if (!bCondition)

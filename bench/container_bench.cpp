@@ -4,6 +4,8 @@
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <random>
 #include <string>
@@ -35,9 +37,10 @@ namespace
             std::mt19937 Random(7);
             char const * const dWords[] = { "unit", "harbour", "tex", "sound", "ui", "map", "tower", "crane" };
             char const * const dEnds[] = { ".txt", ".csv", ".png", ".wav", ".dat" };
-            auto const Make = [&](int i) {
-                return std::string(dWords[Random() % 8]) + "_" + dWords[Random() % 8] + std::to_string(i)
-                       + dEnds[Random() % 5];
+            auto const Make = [&](int i)
+            {
+                return std::string(dWords[Random() % std::size(dWords)]) + "_" + dWords[Random() % std::size(dWords)]
+                       + std::to_string(i) + dEnds[Random() % std::size(dEnds)];
             };
             dObjects.resize(NAMES);
             for (int i = 0; i < NAMES; ++i)
@@ -62,6 +65,7 @@ namespace
         return *s_pNames;
     }
 
+    // Looks up one name in each iteration, in turn.
     template <typename LOOKUP>
     void Run(benchmark::State & State, std::vector<std::string> const & dNames, LOOKUP Lookup)
     {

@@ -1,6 +1,6 @@
 // memory_bench.cpp: the tracked allocator, compared with the allocators that a user would choose instead. Built twice:
-// over the debug heap, and as memory_ship_bench over the heap of a shipped game, with WORK as the first part of the
-// rows' names.
+// over the debug heap, and as memory_ship_bench over the heap of a shipped game. WORK is the first part of the rows'
+// names in each build.
 #include "zqcore/cmemory.h"
 
 #include "bench/mimalloc.h"
@@ -9,7 +9,7 @@
 
 namespace
 {
-    constexpr std::size_t SIZE = 64;
+    constexpr std::size_t SIZE = 64;   // bytes of a block, as in the rows' names
 
     void TrackedPair(benchmark::State & State)
     {

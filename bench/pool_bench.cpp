@@ -48,15 +48,15 @@ namespace
         return dOrder;
     }
 
-    // Sizes of blocks: all equal; those that the multi-size pool has classes for; or any size of small objects, most of
-    // them small.
+    // Sizes of blocks.
     enum class Sizes_e
     {
-        Same,
-        OfClasses,
-        Any
+        Same,        // SIZE
+        OfClasses,   // those of CLASSES, at random
+        Any          // any up to the largest of CLASSES, small ones more often
     };
 
+    // Sizes of the multi-size pool's blocks, in bytes.
     constexpr std::array CLASSES = { 16u, 32u, 64u, 128u, 256u };
 
     std::vector<std::size_t> Sizes(Sizes_e eSizes)
@@ -137,7 +137,7 @@ namespace
         void * Allocate(std::size_t nBytes) { return Pool.allocate(nBytes); }
         void Release(void * p, std::size_t nBytes) { Pool.deallocate(p, nBytes); }
 
-        // The pool's own blocks come from malloc, so that the figure does not include the tracked heap.
+        // The pool's own blocks come from the C library, so that the figure does not include the tracked heap.
         struct Malloc_s : std::pmr::memory_resource
         {
             void * do_allocate(std::size_t nBytes, std::size_t nAlign) override
@@ -168,7 +168,7 @@ namespace
         Pairs(State, eOrder, eSizes, Allocator);
     }
 
-    // Source of the allocator of a container.
+    // Sources of the allocators of containers. Get returns what the constructor of a container expects.
     struct OurAllocator_s
     {
         template <typename T>
@@ -217,7 +217,7 @@ namespace
         }
     }
 
-    // Inserts keys into a map in a random order and erases them in another one. The time is that of one key.
+    // Inserts keys into a map in a random order and erases them in ascending order. The time is that of one key.
     template <typename SOURCE>
     void Map(benchmark::State & State)
     {
@@ -260,31 +260,27 @@ namespace
         }
     }
 
+    template <typename POOL>
+    void RegisterElementPool(std::string const & sWork)
+    {
+        Register<POOL>(sWork, "ours", Sizes_e::Same);
+        Register<BoostPool_s>(sWork, "boost_pool", Sizes_e::Same);
+        Register<Glibc_s>(sWork, "glibc", Sizes_e::Same);
+        Register<Mimalloc_s>(sWork, "mimalloc", Sizes_e::Same);
+        Register<StdPool_s>(sWork, "std_pmr_pool", Sizes_e::Same);
+    }
+
     [[maybe_unused]] bool const g_bRegistered = []
     {
-        for (std::string const sWork : { "Pool64/static", "Pool64/resizeable" })
-        {
-            if (sWork.ends_with("static"))
-            {
-                Register<StaticPool_s>(sWork, "ours", Sizes_e::Same);
-            }
-            else
-            {
-                Register<ResizeablePool_s>(sWork, "ours", Sizes_e::Same);
-            }
-            Register<BoostPool_s>(sWork, "boost_pool", Sizes_e::Same);
-            Register<Glibc_s>(sWork, "glibc", Sizes_e::Same);
-            Register<Mimalloc_s>(sWork, "mimalloc", Sizes_e::Same);
-            Register<StdPool_s>(sWork, "std_pmr_pool", Sizes_e::Same);
-        }
+        RegisterElementPool<StaticPool_s>("Pool64/static");
+        RegisterElementPool<ResizeablePool_s>("Pool64/resizeable");
         for (auto const & [szWork, eSizes] : { std::pair{ "MultiPool/64", Sizes_e::Same },
                  { "MultiPool/of_classes", Sizes_e::OfClasses }, { "MultiPool/1to256", Sizes_e::Any } })
         {
-            std::string const sWork = szWork;
-            Register<MultiPool_s>(sWork, "ours", eSizes);
-            Register<Glibc_s>(sWork, "glibc", eSizes);
-            Register<Mimalloc_s>(sWork, "mimalloc", eSizes);
-            Register<StdPool_s>(sWork, "std_pmr_pool", eSizes);
+            Register<MultiPool_s>(szWork, "ours", eSizes);
+            Register<Glibc_s>(szWork, "glibc", eSizes);
+            Register<Mimalloc_s>(szWork, "mimalloc", eSizes);
+            Register<StdPool_s>(szWork, "std_pmr_pool", eSizes);
         }
         return true;
     }();

@@ -1,4 +1,4 @@
-// warehouse_bench.cpp: searches, walks and conversions in a table of 20 MB, compared with code written by hand.
+// warehouse_bench.cpp: opening, searches, walks and conversions in tables of 20 MB, compared with code written by hand.
 #include "bench/bench_support.h"
 #include "zqcore/cwarehouse.h"
 
@@ -10,10 +10,10 @@
 
 namespace
 {
-    constexpr std::size_t TABLE_SIZE = 20'000'000;
+    constexpr std::size_t TABLE_SIZE = 20'000'000;   // bytes
     constexpr char const * LAST_IDENT = "the_last";
 
-    // A generated table, which is registered as a file until the end of the program.
+    // A generated table, which is registered as a file until the end of the process.
     struct Table_s
     {
         std::string sName, sText;
@@ -76,7 +76,7 @@ namespace
         }
     }
 
-    // Searches the whole file, because no first column is @head.
+    // Searches the whole file: with a blank as the only separator no first column is @head.
     void OpenOursWithoutHeader(benchmark::State & State)
     {
         Warehouse_c Table;
@@ -144,7 +144,7 @@ namespace
                 char * pState = nullptr;
                 char const * const szIdent = strtok_r(sLine.data(), szSeparators, &pState);
                 bFound = szIdent && std::strcmp(szIdent, LAST_IDENT) == 0;
-                for (char * p = pState; p && strtok_r(nullptr, szSeparators, &pState);)
+                while (szIdent && strtok_r(nullptr, szSeparators, &pState))
                 {}
             }
             Require(State, bFound);

@@ -1,5 +1,5 @@
 // copcode_fuzz.cpp: code of any bytes in both modes, and compact tables of any bytes. The bytes after an instruction
-// must not change its text.
+// do not change its text.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/copcode.h"
 #include "zqcore/copcode_internal.h"
@@ -8,12 +8,15 @@
 
 namespace
 {
+    constexpr std::uint64_t ADDRESS = 0x1000;   // of the code's first byte
+
+    // Counts the lines of a listing. An address has a symbol or none, depending on its value.
     class CountingSink_c final : public CodeListingSink_c
     {
     public:
         void WriteLine(char const * szLine) override
         {
-            Require(std::strlen(szLine) > 10);
+            Require(std::strlen(szLine) > std::strlen("00001000: "));
             ++m_nLines;
         }
         std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize) override
@@ -26,10 +29,11 @@ namespace
         std::size_t m_nLines = 0;
     };
 
+    // Decodes the first instruction of nBytes and returns its text, padded with zeros. Sets nBytes to its length.
     std::string Text(OpcodeDecoder_c & Decoder, unsigned char const * pCode, std::size_t & nBytes)
     {
         std::string sText(256, '\0');
-        Decoder.SetAddressBias(0x1000 - reinterpret_cast<std::uintptr_t>(pCode));
+        Decoder.SetAddressBias(ADDRESS - reinterpret_cast<std::uintptr_t>(pCode));
         nBytes = Decoder.Decode(pCode, nBytes, sText.data(), sText.size());
         return sText;
     }
@@ -40,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::vector<unsigned char> const dCode(pData, pData + nSize);   // a block of exactly its size
     for (OpcodeMode_e const eMode : { OPCODE_32_BIT, OPCODE_64_BIT })
     {
-        CodeListing_c Listing(dCode.data(), dCode.size(), 0x1000, eMode);
+        CodeListing_c Listing(dCode.data(), dCode.size(), ADDRESS, eMode);
         std::size_t const nInstructions = Listing.Decode();
         Require(Listing.GetDecodedBytes() <= dCode.size());
         CountingSink_c Sink;

@@ -1,10 +1,13 @@
-// options_fuzz.cpp: command lines of the host, split as its help describes. One that is accepted must mean the same
-// when it is written out in full.
+// options_fuzz.cpp: command lines of the host, split as its help describes. Checks that one which is accepted means
+// the same when it is written out in full.
 //
-// Arguments end at zeros. One of a single byte is the option of that number, from 1, in the order of their names.
+// Arguments end at zeros. An argument of a single byte is the option of that number, from 1, in the order of the
+// options' names.
 #include "examples/host/options.h"
 #include "fuzz/fuzz_support.h"
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <vector>
@@ -16,21 +19,22 @@ namespace
     // Returns the options of the help, and whether they take a value.
     std::map<std::string, bool> const & HelpOptions()
     {
-        static auto & s_Options = *new std::map<std::string, bool>;
-        std::istringstream Help(s_Options.empty() ? OptionsHelp() : "");
+        static auto & s_dOptions = *new std::map<std::string, bool>;
+        std::istringstream Help(s_dOptions.empty() ? OptionsHelp() : "");
         for (std::string sLine; std::getline(Help, sLine);)
         {
             std::size_t const iEnd = sLine.find(' ', 2);
             if (sLine.starts_with("  --"))
             {
-                s_Options[sLine.substr(2, iEnd - 2)] = sLine[iEnd + 1] != ' ';
+                s_dOptions[sLine.substr(2, iEnd - 2)] = sLine[iEnd + 1] != ' ';
             }
         }
-        return s_Options;
+        return s_dOptions;
     }
 
-    // Splits arguments into options and values. Returns false if they are no options with their values.
-    bool Split(Arguments_t const & dArguments, std::map<std::string, std::string> & Values)
+    // Splits arguments into options and values. Returns false if they are no options with their values, or
+    // if an option has two values.
+    bool Split(Arguments_t const & dArguments, std::map<std::string, std::string> & dValues)
     {
         bool bGood = true;
         for (std::size_t i = 0; i < dArguments.size() && bGood; ++i)
@@ -40,12 +44,13 @@ namespace
             if (bGood && HelpOptions().at(sName))
             {
                 bGood = ++i < dArguments.size() && !dArguments[i].empty() && !dArguments[i].starts_with("--")
-                        && Values.emplace(sName, dArguments[i]).second;
+                        && dValues.emplace(sName, dArguments[i]).second;
             }
         }
         return bGood;
     }
 
+    // Reads a command line. Returns whether it is accepted.
     bool Read(Arguments_t dArguments, Options_s & Options)
     {
         std::string sProgram, sMessage;
@@ -56,6 +61,7 @@ namespace
         return bRead;
     }
 
+    // Returns a command line that has each option by its name.
     Arguments_t InFull(Options_s const & Options)
     {
         Arguments_t dFull{ "--frames", std::to_string(Options.nFrames) };
@@ -87,9 +93,9 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         bool const bOption = sArgument.size() == 1 && static_cast<unsigned char>(sArgument[0]) <= HelpOptions().size();
         dArguments.push_back(bOption ? std::next(HelpOptions().begin(), sArgument[0] - 1)->first : sArgument);
     }
-    std::map<std::string, std::string> Values;
+    std::map<std::string, std::string> dValues;
     Options_s Options, Again;
-    bool const bSplit = Split(dArguments, Values);
+    bool const bSplit = Split(dArguments, dValues);
     bool const bRead = Read(dArguments, Options);
     Require(bSplit || !bRead);
     if (!bRead || Options.bHelp)
@@ -101,8 +107,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     {
         Require(sPath.empty() || (sPath[0] == '/' && (sPath.size() == 1 || sPath.back() != '/')));
     }
-    Require(Options.sConfig == Values["--config"]);
-    Require(Options.bGameGiven == Values.contains("--game"));
+    Require(Options.sConfig == dValues["--config"]);
+    Require(Options.bGameGiven == dValues.contains("--game"));
     Require(Read(InFull(Options), Again));
     Require(InFull(Again) == InFull(Options));
     return 0;

@@ -46,9 +46,9 @@ namespace
             Require(!m_sWhole.empty());
         }
 
-        // Writes the other file with the damage of the input. A byte has the number of changes in three bits and
-        // whether the file is cut in the fourth. Each change has an offset of 14 bits, the logarithm of its bytes, and
-        // the bytes. The length after the cut has two bytes.
+        // Writes the other file with the damage of the input, and returns the program's path. A byte has the number of
+        // changes in three bits and whether the file is cut in the fourth. Each change has an offset of 14 bits, the
+        // logarithm of its bytes, and the bytes. The length after the cut has two bytes.
         std::string const & Damage(Input_c & Input) const
         {
             std::string sBytes = m_sWhole;
@@ -76,7 +76,7 @@ namespace
     }
 }
 
-// Returns what the library would send, instead of the socket's data.
+// Receives what the library would send, instead of the socket's data.
 extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
 {
     if (nRecord == sizeof(plat::SymbolMemory_t))
@@ -122,6 +122,7 @@ extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
     return static_cast<ssize_t>(nRecord);
 }
 
+// Checks an answer to the library.
 extern "C" ssize_t __wrap_send(int, void const * pRecord, std::size_t nRecord, int)
 {
     auto const & Answer = *static_cast<plat::SymbolAnswer_t const *>(pRecord);
@@ -139,6 +140,7 @@ extern "C" long __wrap_ptrace(int, ...)
     return -1;
 }
 
+// Opens a memory map that holds the program alone.
 extern "C" std::FILE * __wrap_fdopen(int, char const *)
 {
     static std::string s_sMaps;

@@ -30,8 +30,8 @@ namespace plat
     /// the result does not fit.
     bool ProcessMakeAbsolute(wchar_t * wszPath, std::size_t nSize);
 
-    /// Returns whether the process has rights that the user who started it lacks. Then that user must not see what the
-    /// process can read. A fault filter may call it.
+    /// Returns whether the process has rights that the user who started it lacks. Such a process can read what is
+    /// hidden from that user. A fault filter may call it.
     bool ProcessIsSecure();
 
     /// Makes a folder the current one. Returns false on failure.

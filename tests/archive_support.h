@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -43,7 +44,7 @@ bool SurvivesWithoutAbort(RUN fnRun)
     plat::DialogHandler_t const fnPrevious = plat::DialogSetHandler(
         [](plat::Dialog_t const & Dialog)
         {
-            if (std::strncmp(Dialog.szCaption, "Application aborted!", 20) == 0)
+            if (std::string_view(Dialog.szCaption).starts_with("Application aborted!"))
             {
                 throw Aborted_s{};
             }
@@ -63,9 +64,10 @@ bool SurvivesWithoutAbort(RUN fnRun)
     return bBack;
 }
 
+/// Function that reads or writes the contents of an archive.
 using ArchiveBody_t = std::function<void(Serializeable_c &)>;
 
-/// Runs the calls over an archive of these bytes. Returns whether it opened and did not fail.
+/// Runs fnBody over an archive that reads these bytes. Returns whether the archive opened and did not fail.
 inline bool Loaded(std::string_view sBytes, std::uint32_t dwVersion, ArchiveBody_t const & fnBody)
 {
     MemoryFile_c File(sBytes);
@@ -76,7 +78,7 @@ inline bool Loaded(std::string_view sBytes, std::uint32_t dwVersion, ArchiveBody
     return bOpen && !Archive.IsFailed();
 }
 
-/// Returns the bytes of an archive in memory that the calls write, none if it failed.
+/// Returns the bytes that fnBody writes to an archive in memory, or none if the archive failed.
 inline std::string Stored(std::uint32_t dwVersion, ArchiveBody_t const & fnBody)
 {
     MemoryWriteable_c Archive(dwVersion);
@@ -113,19 +115,19 @@ public:
     std::string m_sBytes;
 };
 
-/// Returns the CRC-32, computed bit by bit, straight from the definition.
+/// Returns the CRC-32 of IEEE 802.3, computed bit by bit, straight from the definition.
 inline std::uint32_t PlainCrc32(std::string_view sBytes)
 {
-    std::uint32_t nCrc = ~0u;
+    std::uint32_t dwCrc = ~0u;
     for (char const c : sBytes)
     {
-        nCrc ^= static_cast<unsigned char>(c);
+        dwCrc ^= static_cast<unsigned char>(c);
         for (int iBit = 0; iBit < 8; ++iBit)
         {
-            nCrc = nCrc >> 1 ^ (nCrc & 1 ? 0xEDB88320u : 0);
+            dwCrc = dwCrc >> 1 ^ (dwCrc & 1 ? 0xEDB88320u : 0);
         }
     }
-    return ~nCrc;
+    return ~dwCrc;
 }
 
 /// Returns bytes as "03 00 FF".
@@ -155,7 +157,8 @@ inline std::string DumpOfPage(std::string const & sPage, std::string const & sNa
         }
         else if (bInside)
         {
-            sHex += (sHex.empty() ? "" : " ") + sLine.substr(6, sLine.find("  ", 6) - 6);
+            constexpr std::size_t BYTES_FROM = 6;   // after the offset
+            sHex += (sHex.empty() ? "" : " ") + sLine.substr(BYTES_FROM, sLine.find("  ", BYTES_FROM) - BYTES_FROM);
         }
     }
     return sHex;

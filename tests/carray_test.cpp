@@ -18,21 +18,25 @@ namespace
         std::for_each(dElements.begin(), dElements.end(), [&](T const & Element) { dArray.Add(Element); });
     }
 
-    template <typename T>
-    using Inline_T = SortedArray_T<T, StaticArrayLenTraits_T<T, 40>>;
+    constexpr int MAX_ELEMENTS = 40;
+    constexpr int VARIANTS = 30;   // different elements
 
-    // Adds, deletes, searches and sorts at random, and compares with a vector. Make(i) makes an element.
+    template <typename T>
+    using Inline_T = SortedArray_T<T, StaticArrayLenTraits_T<T, MAX_ELEMENTS>>;
+
+    // Adds, deletes, sorts and empties at random. Compares the array and its search with a vector after each step.
+    // fnMake(i) makes an element.
     template <typename T, typename ARRAY, typename MAKE>
-    void CompareWithVector(MAKE Make)
+    void CompareWithVector(MAKE fnMake)
     {
         ARRAY dArray;
         std::vector<T> dModel;
         std::mt19937 Random(4);
         for (int iStep = 0; iStep < 5000; ++iStep)
         {
-            T const Element = Make(static_cast<int>(Random() % 30));
+            T const Element = fnMake(static_cast<int>(Random() % VARIANTS));
             auto const iOperation = Random() % 100;
-            if (iOperation < 60 && dModel.size() < 40)
+            if (iOperation < 60 && dModel.size() < MAX_ELEMENTS)
             {
                 ASSERT_EQ(dArray.Add(Element), static_cast<int>(dModel.size())) << "step " << iStep;
                 dModel.push_back(Element);
@@ -54,8 +58,9 @@ namespace
                 dModel.clear();
             }
             ASSERT_EQ(std::vector<T>(dArray.begin(), dArray.end()), dModel) << "step " << iStep;
-            auto const Found = std::find(dModel.begin(), dModel.end(), Element);
-            ASSERT_EQ(dArray.Find(Element), Found == dModel.end() ? nullptr : dArray.begin() + (Found - dModel.begin()))
+            auto const itFound = std::find(dModel.begin(), dModel.end(), Element);
+            ASSERT_EQ(
+                dArray.Find(Element), itFound == dModel.end() ? nullptr : dArray.begin() + (itFound - dModel.begin()))
                 << "step " << iStep;
         }
     }
@@ -63,7 +68,7 @@ namespace
 
 TEST(Array, BehavesLikeAVectorOverRandomOperations)
 {
-    static char s_dBytes[30];
+    static char s_dBytes[VARIANTS];
     auto const MakeText = [](int i) { return std::string(static_cast<std::size_t>(i), 'x'); };
     CompareWithVector<std::string, Array_T<std::string, 3, 0>>(MakeText);
     CompareWithVector<std::string, Inline_T<std::string>>(MakeText);

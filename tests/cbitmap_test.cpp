@@ -13,6 +13,7 @@ namespace
 {
     using Cell_t = std::tuple<int, int, int>;   // z, y, x
 
+    // Returns the bits in hexadecimal.
     std::string Text(BitVec_c const & Vec)
     {
         std::string sHex(static_cast<std::size_t>(Vec.iDim / 4), '?');
@@ -20,7 +21,7 @@ namespace
         return sHex;
     }
 
-    // Returns the rows, joined by blanks.
+    // Returns the rows in hexadecimal, joined by blanks.
     std::string Text(BitMap_c const & Map)
     {
         std::string sRows;
@@ -86,7 +87,8 @@ namespace
             return Face;
         }
 
-        // Returns the cells, within a size and one beyond it, that differ from those which a predicate says are set.
+        // Returns the cells whose bit differs from IsSet's or, in the layer of cells around Size, is set. "size"
+        // precedes them if Face has another size.
         static std::string Differences(FACE const & Face, Cell_t const & Size, auto const & IsSet)
         {
             std::string sDifferent = Face.Size() == Size ? "" : "size ";
@@ -96,7 +98,7 @@ namespace
                 int const x = i % (iX + 2) - 1, y = i / (iX + 2) % (iY + 2) - 1, z = i / (iX + 2) / (iY + 2) - 1;
                 bool const bInside = std::min({ x, y, z }) >= 0 && x < iX && y < iY && z < iZ;
                 bool const bSame = Face.Bit(x, y, z) == (bInside && IsSet(x, y, z));
-                sDifferent += bSame ? "" : "(" + std::to_string(x) + "," + std::to_string(y) + ") ";
+                sDifferent += bSame ? "" : testing::PrintToString(Cell_t(z, y, x)) + " ";
             }
             return sDifferent;
         }
@@ -150,7 +152,7 @@ TYPED_TEST(BitField, OperatorsCombineEachCellOverBothExtents)
     }
 }
 
-TYPED_TEST(BitField, CopiesGrowsClearsAndComplains)
+TYPED_TEST(BitField, CopiesClearsAndComplainsOfBadIndices)
 {
     TypeParam const A = this->Make(), Empty{ TypeParam::New(-3, 2, 2) };
     TypeParam Copy = A;
@@ -229,7 +231,7 @@ TEST(BitVec, ScansForTheFirstSetOrClearBit)
     EXPECT_EQ((~None).Scan0(), -1) << "the rounding bits are inverted too";
     EXPECT_EQ(BitVec_c().Scan0(), -1);
     EXPECT_EQ(BitVec_c().Scan1(), -1);
-    for (int iBit : { 0, 7, 63, 64, 511, 512, 700, 1999 })
+    for (int const iBit : { 0, 7, 63, 64, 511, 512, 700, 1999 })
     {
         BitVec_c One(2000);
         One.Bis(iBit);
@@ -258,8 +260,8 @@ TEST(BitVec, ScansForTheFirstSetOrClearBit)
 
 TEST(BitVec, ReadsAndWritesHexadecimalText)
 {
-    for (auto const & [szText, szExpected] : { std::pair("80", "800000"), std::pair("", "000000"),
-             std::pair("a-B c\nDxeF01", "ABCDEF"), std::pair("1", "100000") })
+    for (auto const & [szText, szExpected] : Rows_t<char const *, char const *>{
+             { "80", "800000" }, { "", "000000" }, { "a-B c\nDxeF01", "ABCDEF" }, { "1", "100000" } })
     {
         BitVec_c Vec(24);
         ~Vec = szText;
@@ -267,10 +269,10 @@ TEST(BitVec, ReadsAndWritesHexadecimalText)
     }
     BitVec_c Last(8);
     Last.Bis(7);
-    char szHex[4] = { '?', '?', '?', '?' };
+    char dHex[4] = { '?', '?', '?', '?' };
     for (int const nLength : { 2, 1, 0 })
     {
-        EXPECT_EQ(std::string(Last.Hex(szHex, nLength), 4), "01??") << "no room for more, or for a terminator";
+        EXPECT_EQ(std::string(Last.Hex(dHex, nLength), 4), "01??") << "no room for more, or for a terminator";
     }
     char const * const dRows[] = { "01FF", "8", nullptr };
     BitMap_c Map(16, 3);
@@ -316,7 +318,7 @@ TEST(BitMap, RowsCombineWithVectors)
     EXPECT_EQ(Text(Map), "00000000 00000000 FFFF0000") << "clearing a bit outside grows a plane";
 }
 
-TEST(BitMap, RowsOfASpaceCombineWithVectorsAndSpacesIntersect)
+TEST(BitMap3D, RowsCombineWithVectorsAndSpacesIntersect)
 {
     BitVec_c Vec(16);
     Vec.Bis(12);
@@ -378,7 +380,7 @@ TEST(BitVec, LoadsFromAnArchiveThatKnowsNoLength)
     BitVec_c Vec;
     EXPECT_FALSE(Vec.Serialize(Huge));
     EXPECT_EQ(Vec.iDim, 0);
-    EXPECT_LT(MemoryMaxTotalBytesAllocated() - nPeak, 100000) << "a damaged size takes no memory";
+    EXPECT_LT(MemoryMaxTotalBytesAllocated() - nPeak, 100000) << "a damaged size allocates no block of that size";
 }
 
 TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
@@ -394,10 +396,10 @@ TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
     BitVec_c Short, Long(64);
     Long.Bis(63);
     EXPECT_TRUE(Loaded(sFile, VERSION,
-        [&](Serializeable_c & a)
+        [&](Serializeable_c & Archive)
         {
-            Short.Serialize(a);
-            Long.Serialize(a);
+            Short.Serialize(Archive);
+            Long.Serialize(Archive);
         }));
     EXPECT_EQ(Text(Short), "80FF01");
     EXPECT_EQ(Text(Long), "0000000000000000") << "a longer vector keeps its size and is cleared";
@@ -407,7 +409,8 @@ TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
         std::memcpy(&sBad[4], &nBits, 4);
         BitVec_c Vec(8);
         Vec.Bis(1);
-        EXPECT_FALSE(Loaded(sBad, VERSION, [&](Serializeable_c & a) { EXPECT_FALSE(Vec.Serialize(a)); })) << nBits;
+        auto const LoadVec = [&Vec](Serializeable_c & Archive) { EXPECT_FALSE(Vec.Serialize(Archive)); };
+        EXPECT_FALSE(Loaded(sBad, VERSION, LoadVec)) << nBits;
         EXPECT_EQ(Text(Vec), "40") << nBits;
     }
 }

@@ -45,13 +45,12 @@ TEST(BreakpointSwallowed, SetFailsWithTheComplaint)
 {
     auto const Set = []
     {
-        bool const bSwallowed = SwallowDebugRegisters();
-        DialogScript_c const Dialogs;
-        Watch_t Watch;
-        if (!bSwallowed)
+        if (!SwallowDebugRegisters())
         {
             return 2;
         }
+        DialogScript_c const Dialogs;
+        Watch_t Watch;
         EXPECT_EACH(!Arm(Watch), Watch.m_nIndex == Watch_t::INVALID_INDEX);
         EXPECT_EQ(Dialogs.CountHolding("Developer break"), 1);
         return 0;
@@ -104,19 +103,20 @@ TEST_F(Breakpoint, FifthFailsAndARegisterIsReleased)
 
 TEST_F(Breakpoint, BindsItsThreadAndItsProcess)
 {
-    alignas(Watch_t) char dLost[12][sizeof(Watch_t)];
+    constexpr int THREADS = 12;
+    alignas(Watch_t) char dLost[THREADS][sizeof(Watch_t)];
     Watch_t Watch;
     ASSERT_TRUE(Arm(Watch));
     TrapCount_c::Extract();
     std::atomic<int> nArmed = 0;   // by threads, whose registers are released when they end
-    RunInThreads(12,
+    RunInThreads(THREADS,
         [&](int i)
         {
             Write();
             nArmed += Arm(*::new (dLost[i]) Watch_t);
         });
     EXPECT_EQ(TrapCount_c::Extract(), 0);
-    EXPECT_EQ(nArmed, 12);
+    EXPECT_EQ(nArmed, THREADS);
     auto const CountOwnTraps = []
     {
         int const nInherited = TrapsIn(Write);

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-TEST(NumberText, ReadsNumbersAsTheCLocaleDoes)
+TEST(NumberText, ReadsNumbersAsTheCLibraryDoes)
 {
     for (std::string const sText : { "1.5", " +1.5e+3x", "-.5", "5.", ".", "-", "", "+-1", "--1", "1e", "1e+", "1e+-5",
              "1,5", "0x", "0x1.8p3", "0x.8", "0xg", "0x.", "-0x1p+-3", "0x1p-2z", "0x-1", "0x1.p1+-", "inf",

@@ -125,8 +125,16 @@ TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
 TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)
 {
     using S = Spreadsheet_c;
-    using Step_t = std::tuple<char const *, bool (*)(S &), bool, int, char const *, std::string>;
-    auto const Walk = [this](std::initializer_list<Step_t> dSteps)
+    struct Step_s
+    {
+        char const * szWhat;
+        bool (*fnMove)(S &);
+        bool bExpected;
+        int iRow;
+        char const * szColumn;
+        std::string sLog;   // without the class's name and the line end
+    };
+    auto const Walk = [this](std::initializer_list<Step_s> dSteps)
     {
         for (auto const & [szWhat, fnMove, bExpected, iRow, szColumn, sLog] : dSteps)
         {
@@ -139,7 +147,7 @@ TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)
     };
 #define MOVE(call) #call, [](S & Sheet) -> bool { return Sheet.call; }
 #define CELL(call, text)                                                                                               \
-    #call, [](S & Sheet) -> bool { char const * p = Sheet.call; return p && !std::strcmp(p, text); }
+    #call, [](S & Sheet) -> bool { char const * szCell = Sheet.call; return szCell && !std::strcmp(szCell, text); }
     Walk({
         { MOVE(MoveToNextRow()), false, -1, nullptr, "MoveToRow : spreadsheet wasn't opened." },
         { MOVE(MoveToFirstColumn()), false, -1, nullptr, "MoveToFirstCol() : wasn't opened." },
@@ -201,7 +209,7 @@ TEST_F(SpreadsheetTest, CopiesAndConvertsCells)
     EXPECT_EQ(sNumbers, "12 !77 -150 0 !77 ");
 }
 
-TEST_F(SpreadsheetTest, HoldsNotMoreThanFourTimesTheFile)
+TEST_F(SpreadsheetTest, HoldsAtMostFourTimesTheFile)
 {
     std::string sPlain, sTiny, sWide = "a";
     for (int i = 0; i < 10'000; ++i)

@@ -12,23 +12,25 @@
 
 TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
 {
+    constexpr std::uint32_t WORD = 0x290004;
     HeapReports_c Reports;
     for (std::size_t const nBytes :
         { std::size_t{}, std::size_t{ 1 }, plat::HEAP_FILL_LIMIT, plat::HEAP_FILL_LIMIT + 1 })
     {
         SCOPED_TRACE(nBytes);
-        auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(nBytes, 0x290004, "file.cpp", 12));
+        auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(nBytes, WORD, "file.cpp", 12));
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % alignof(std::max_align_t), 0u);
         auto const nEnds = static_cast<std::ptrdiff_t>(nBytes <= plat::HEAP_FILL_LIMIT ? nBytes : plat::HEAP_FILL_ENDS);
-        EXPECT_EQ(std::count(p, p + nEnds, 0xCD), nEnds);
-        EXPECT_EQ(std::count(p + nBytes - nEnds, p + nBytes, 0xCD), nEnds);
-        EXPECT_EACH(std::count(p - 4, p, 0xFD) == 4, std::count(p + nBytes, p + nBytes + 4, 0xFD) == 4);
+        EXPECT_EQ(std::count(p, p + nEnds, plat::HEAP_NEW), nEnds);
+        EXPECT_EQ(std::count(p + nBytes - nEnds, p + nBytes, plat::HEAP_NEW), nEnds);
+        EXPECT_EACH(
+            std::count(p - 4, p, plat::HEAP_FENCE) == 4, std::count(p + nBytes, p + nBytes + 4, plat::HEAP_FENCE) == 4);
         plat::HeapBlock_t Block;
         ASSERT_TRUE(plat::HeapFindBlock(p, Block));
-        EXPECT_EACH(Block.pUser == p, Block.nBytes == nBytes, Block.dwWord == 0x290004, Block.iLine == 12,
-            Block.pOwn == p, Block.nOwn == nBytes);
+        EXPECT_EACH(Block.pUser == p, Block.nBytes == nBytes, Block.dwWord == WORD, Block.iLine == 12, Block.pOwn == p,
+            Block.nOwn == nBytes);
         EXPECT_STREQ(Block.szFile, "file.cpp");
-        EXPECT_EACH(plat::HeapBlockSize(p) == nBytes, plat::HeapBlockWord(p) == 0x290004);
+        EXPECT_EACH(plat::HeapBlockSize(p) == nBytes, plat::HeapBlockWord(p) == WORD);
         plat::HeapFree(p);
         EXPECT_FALSE(plat::HeapFindBlock(p, Block));
     }
@@ -44,7 +46,7 @@ TEST(DebugHeap, DamageIsReportedAndForeignBlocksStayAlone)
     plat::HeapFree(p);
     EXPECT_EQ(Reports.Extract(),
         "The block at " + AddressText(p) + " is damaged in front, or none of this heap's. It is not freed.\n");
-    p[-1] = 0xFD;
+    p[-1] = plat::HEAP_FENCE;
     p[10] = 0;
     plat::HeapFree(p);
     EXPECT_EQ(Reports.Extract(), "Damage after the block at " + AddressText(p)
@@ -61,7 +63,7 @@ TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
     auto * const p = static_cast<unsigned char volatile *>(plat::HeapAlloc(100, 4, nullptr, 0));
     auto * const pBlock = const_cast<unsigned char *>(p);
     plat::HeapFree(pBlock);
-    EXPECT_EQ(std::count(p, p + 100, 0xDD), 100);
+    EXPECT_EQ(std::count(p, p + 100, plat::HEAP_FREED), 100);
     plat::HeapFree(pBlock);
     EXPECT_EQ(Reports.Extract(), "The block at " + AddressText(pBlock) + " was freed already. It is left alone.\n");
     for (std::size_t const nBytes : { 1u, 64u, 4000u, 50000u })
@@ -113,7 +115,7 @@ TEST(PlatformThreads, RunLockAndWakeEachOther)
     s_fnCount();
     Thread.Join();
     EXPECT_EACH(!Thread.IsStarted(), s_nCount == 20000, s_iThread != plat::ThreadId());
-    s_Go.Signal();   // kept; two are one
+    s_Go.Signal();   // kept for the next Wait
     s_Go.Signal();
     s_Go.Wait();
 }
@@ -121,8 +123,9 @@ TEST(PlatformThreads, RunLockAndWakeEachOther)
 TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
 {
     NEEDS_FORKS;
+    constexpr int THREADS = 100;
     std::atomic<bool> bStop = false;
-    std::latch AllThere(101);
+    std::latch AllThere(THREADS + 1);
     auto const Allocate = [&](int)
     {
         MemCategoryScope_c const Scope(mem::AI);
@@ -135,8 +138,8 @@ TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
     };
     auto const InChild = []
     {
-        std::latch Here(100);
-        RunInThreads(100,
+        std::latch Here(THREADS);
+        RunInThreads(THREADS,
             [&Here](int)
             {
                 MemCategoryScope_c const Scope(
@@ -145,7 +148,7 @@ TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
             });
         return plat::ThreadId() == static_cast<std::uint32_t>(getpid()) ? 0 : 2;
     };
-    std::thread Others([&] { RunInThreads(100, Allocate); });
+    std::thread Others([&] { RunInThreads(THREADS, Allocate); });
     AllThere.arrive_and_wait();
     EXPECT_NE(plat::ThreadId(), 0u);   // kept from now on, but not by a child
     g_silentMode = true;               // a complaint ends the child

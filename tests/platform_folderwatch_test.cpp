@@ -15,7 +15,8 @@ namespace fs = std::filesystem;
 
 namespace
 {
-    // Folder of the trees, in memory if there is such a place: ten thousand folders keep a busy disk for a minute.
+    // Folder of the trees. Without TMPDIR it is in memory if there is such a place: ten thousand folders keep a busy
+    // disk for a minute.
     std::string const ROOT = std::getenv("TMPDIR") || !fs::exists("/dev/shm") ? fs::temp_directory_path() : "/dev/shm";
 
     constexpr char INOTIFY[] = "anon_inode:inotify";
@@ -26,8 +27,8 @@ namespace
     protected:
         void SetUp() override { NEEDS_WATCHES; }
 
-        // Returns the names of the next batch, each with its end. Returns "-" if none has come, "empty" if one was
-        // lost.
+        // Returns the names of the next batch, each with a semicolon. Returns "-" if no batch has come, and "empty" if
+        // changes were lost.
         std::u16string Batch()
         {
             m_dBuffer.assign(m_dBuffer.size(), 0);
@@ -101,7 +102,10 @@ TEST_F(FolderWatch, LeavesADescriptorThatIsAnothersByNow)
         m_Watch.Close();
         char dRead[sizeof dBytes];
         EXPECT_EQ(read(iQueue, dRead, sizeof dRead), static_cast<ssize_t>(sizeof dRead)) << "it is left";
-        std::for_each_n(std::begin({ iQueue, dEnds[0], dEnds[1] }), 3, close);
+        for (int const iDescriptor : { iQueue, dEnds[0], dEnds[1] })
+        {
+            close(iDescriptor);
+        }
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild([&] { return ReplaceQueue(false); })), 0) << "it keeps no queue of the parent";

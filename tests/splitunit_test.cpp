@@ -44,7 +44,7 @@ namespace
         }
     }
 
-    // Returns the names at an address: of the function by its symbol, and of what debug information has.
+    // Returns the names at ADDRESS: that of the function by its symbol, and those in the debug information.
     std::string NamesAt(std::string const & sProgram)
     {
         Modules_c Modules("");

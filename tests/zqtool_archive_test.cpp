@@ -1,4 +1,3 @@
-
 #include "tests/archive_support.h"
 #include "tests/test_support.h"
 
@@ -22,6 +21,7 @@ namespace
         return sBytes;
     }
 
+    // Returns the bytes and their CRC-32, in which a save ends.
     std::string WithChecksum(std::string sBytes)
     {
         std::uint32_t const dwCrc = PlainCrc32(sBytes);
@@ -91,9 +91,9 @@ TEST_F(ZqtoolArchive, ShowsThePartsThatAreRecognised)
 TEST_F(ZqtoolArchive, ReportsDamageWithItsOffset)
 {
     std::string const sArchive = Example("archive"), sGraph = Example("graph"), sSave = Example("save");
-    std::string const sPath = m_Folder.Join("");
     auto const Changed = [](std::string sBytes, std::size_t nAt, std::string const & sNew)
     { return sBytes.replace(nAt, sNew.size(), sNew); };
+    // Without sExpected the tool finds nothing wrong.
     for (auto const & [sName, sBytes, sExpected] :
         Rows_t<std::string, std::string, std::string>{ { "a", "", ": byte 0x0: the archive ends before its version\n" },
             { "a", sArchive.substr(0, 0x2A), ": byte 0x18: chunk \"Looks\" has 21 bytes, 14 are left\n" },
@@ -125,7 +125,7 @@ TEST_F(ZqtoolArchive, ReportsDamageWithItsOffset)
     EXPECT_THAT(
         Shown("a", sSave, 1, "--reads 1.2"), HasSubstr("newer: it is of version 1.3, and this program reads 1.2\n"));
     EXPECT_THAT(Shown("a", Changed(sSave, 0xD, "x"), 1, ""), HasSubstr("16 bytes, CRC-32 0x2AAF1655, found 0x"));
-    // The first bytes of an archive, and all of it with a changed byte: no way to crash.
+    // No prefix of an archive, and no archive with a changed byte, crashes the tool.
     for (std::size_t i = 0; i < sGraph.size(); ++i)
     {
         m_Folder.Write("many/" + std::to_string(i), sGraph.substr(0, i));

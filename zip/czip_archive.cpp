@@ -300,12 +300,12 @@ void ZipArchive_c::Mount()
 
 void ZipArchive_c::LeaveHandles()
 {
-    for (ZipArchive_c * p = g_pArchives; p; p = p->m_pNext)
+    for (ZipArchive_c * pArchive = g_pArchives; pArchive; pArchive = pArchive->m_pNext)
     {
-        p->m_bForked = true;
-        if (p->m_pForWorker)
+        pArchive->m_bForked = true;
+        if (pArchive->m_pForWorker)
         {
-            p->m_pForWorker->m_bForked = true;
+            pArchive->m_pForWorker->m_bForked = true;
         }
     }
 }

@@ -31,6 +31,7 @@ String_T<256> ZipFile_c::GetFullPath() const
     return m_Archive.GetPath() + "\\" + m_Archive.NameOf(m_Facts.iEntry);
 }
 
+// Logs and stores why a read failed, reports the file to g_FileReadErrorCallbacker and returns false.
 bool ZipFile_c::Complain(char const * szWho, char const * szWhyNot)
 {
     String_T<256> const sLocation = GetFullPath();

@@ -3,7 +3,8 @@
 // LogSetFile comes first, then AppMiscStartup, then Module_c::InitializeAllModules. Module_c::ShutdownAllModules and
 // AppMiscShutdown come at the end.
 //
-// Ownership: the application owns the window and the texts that it sets. They must live until AppMiscShutdown.
+// Ownership: the application owns the window and the texts that it sets. Requires that they live until
+// AppMiscShutdown.
 // Threads: main thread.
 // Cost: a call. Only the start and the end touch the disk.
 // Failure: AppIsInFocus asserts that g_pAppWindow is set. AppMiscStartup logs a line if it can't change the current
@@ -54,8 +55,8 @@ ZQ_API void AppMiscShutdown();
 /// call. There is no upper limit.
 ZQ_API double AppGetDeltaTime(double tMinDelta);
 
-/// Returns whether the window with the focus is g_pAppWindow or a descendant of it. Asserts that g_pAppWindow is set;
-/// otherwise returns false.
+/// Returns whether the window with the focus is g_pAppWindow or a descendant of it. Asserts that g_pAppWindow is set.
+/// Returns false if it is null.
 ZQ_API bool AppIsInFocus();
 
 /// Deliver the waiting messages of this thread's windows: all of them, or those of the keyboard.

@@ -142,7 +142,7 @@ public:
     using value_type = T;                    // as in standard containers
     static constexpr int iLength = LENGTH;   // number of elements
 
-    /// Returns an element. Asserts that 0 <= nIndex < LENGTH; another index reads or writes foreign memory.
+    /// Returns an element. Asserts that 0 <= nIndex < LENGTH; another index accesses memory outside the elements.
     T & operator[](int nIndex)
     {
         ZQ_ASSERT_TEXT((nIndex >= 0) && (nIndex < iLength), "(nIndex>=0) && (nIndex<iLength)");

@@ -28,8 +28,8 @@ namespace plat
     struct FaultPointers_t;
 }
 
-/// Parts of a dialog's style, one of each kind: buttons, icon, default button, modality. The values are those of
-/// Windows.
+/// Parts of a dialog's style: one of each kind (buttons, icon, default button, modality), and the flags
+/// MESSAGE_FOREGROUND and MESSAGE_TOPMOST. The values are those of Windows.
 inline constexpr unsigned long MESSAGE_OK = 0x0;
 inline constexpr unsigned long MESSAGE_OK_CANCEL = 0x1;
 inline constexpr unsigned long MESSAGE_ABORT_RETRY_IGNORE = 0x2;
@@ -70,8 +70,8 @@ public:
     ZQ_API void Stop();
 
     /// Passes a fault to the support thread, waits for the answer without limit, and returns 0, so that the filters
-    /// after this one get the fault. The support thread traces and shows one fault at a time. Only a fault filter calls
-    /// it. Answers:
+    /// after this one get the fault. The support thread traces and shows one fault at a time. Requires a call
+    /// from a fault filter. Answers:
     /// - Yes starts RemoteDebug\rdebug.cmd in the current folder, an executable program or script, and holds the
     ///   process with a second dialog. If the system can't start it, a warning of DebugMessages_c shows the reason.
     /// - No continues. Silent mode continues without a dialog. A fault on the support thread, for example in the host's
@@ -112,7 +112,7 @@ public:
 
     /// Replaces the receiver of the trace channel and returns the previous one. Null means none, as at start.
     /// Complaints call the receiver. The complaining thread may hold the lock that the receiver acquires. The complaint
-    /// may be about the heap that it allocates from.
+    /// may be about the heap that the receiver allocates from.
     ZQ_API static TraceReceiver_t TraceReceiverSet(TraceReceiver_t fnReceiver);
 
 private:

@@ -84,7 +84,7 @@ namespace
 
     constexpr char GROWN[] = "it has grown since its buffer was allocated";
 
-    // Returns whether a file has 2 GiB or more, and then logs a line.
+    // Returns whether a file has 2 GiB or more. Logs a line if so.
     bool IsTooLarge(plat::FileFacts_t const & Facts, char const * szWho, char const * szLocation)
     {
         if (Facts.nSize > INT_MAX)
@@ -124,6 +124,7 @@ namespace
         plat::Lock_c & m_Lock;
     };
 
+    // Logs that a file has more bytes than the buffer that was allocated for it.
     void LogGrown(int iRoom, int iLength, char const * szLocation)
     {
         LogEscaped("FileOnDisk_c::Open: File has grown from %i to %i bytes: '%s'", iRoom, iLength, szLocation);
@@ -422,7 +423,7 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     {
         return pBlock != nullptr;
     }
-    StoreFactsOf(*this, Facts);   // other threads may have seen another size meanwhile
+    StoreFactsOf(*this, Facts);   // other threads may have stored another size meanwhile
     pData = pBlock.release();
     StayerDoWork();
     return true;
@@ -559,11 +560,11 @@ int FileStored_c::SeekStored(long iOffset, int iOrigin)
     }
     // A position above INT_MAX is out of the range of TellStored if long has 32 bits. The end can lie there, because
     // the file may have grown since it was opened.
-    std::int64_t const iBeforeEnd = iOrigin == 2 ? plat::FileSeek(m_hFile, 0, 1) : 0;
+    std::int64_t const iBefore = iOrigin == 2 ? plat::FileSeek(m_hFile, 0, 1) : 0;
     std::int64_t const iAfter = plat::FileSeek(m_hFile, iOffset, iOrigin);
     if (iAfter > INT_MAX)
     {
-        plat::FileSeek(m_hFile, iOrigin == 1 ? iAfter - iOffset : iBeforeEnd, 0);
+        plat::FileSeek(m_hFile, iOrigin == 1 ? iAfter - iOffset : iBefore, 0);
     }
     return iAfter >= 0 && iAfter <= INT_MAX ? 1 : 0;
 }
@@ -578,7 +579,7 @@ unsigned int FileStored_c::ReadStored(void * pBuffer, unsigned int iSize, unsign
 {
     ZQ_ASSERT(m_hFile);
     std::uint64_t const nRequested = std::uint64_t{ iSize } * iCount;
-    // Only a file that has grown since it was opened has more; the rest is for further calls.
+    // Only a file that has grown since it was opened has more bytes. Further calls read them.
     auto const nBytes = static_cast<std::size_t>(std::min<std::uint64_t>(nRequested, INT_MAX));
     return m_hFile ? static_cast<unsigned int>(plat::FileRead(m_hFile, pBuffer, nBytes)) : 0;
 }

@@ -40,7 +40,7 @@ namespace
     }
 }
 
-// Allocates from the pool. An object of a derived class, which may be larger, comes from the heap.
+// Allocates from the pool, or from the heap if the object is of a derived class with another size.
 void * FileOnDisk_c::operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept
 {
     return nBytes == sizeof(FileOnDisk_c) ? AllocateObject() : ::operator new(nBytes, iBlockType, sFile, iLine);

@@ -38,7 +38,7 @@ namespace
 
         char const * Get() const { return m_sRoot; }
 
-        // Makes the folder of a relative text. Returns false if the folder is too long, and cuts it.
+        // Joins the root and a folder's text below it. Returns false, with sFolder cut, if the path is too long.
         bool MakeAbsolute(Folder_t const & sRelative, Folder_t & sFolder) const
         {
             sFolder = m_sRoot + sRelative;
@@ -73,7 +73,8 @@ namespace
         return plat::PathGetFacts(sFolder, Facts) ? CacheStamp_s{ Facts.nSize, Facts.tLastWrite } : UNKNOWN;
     }
 
-    // Returns the noted stamp of a folder, which the caller may change. Notes UNKNOWN for a folder that has none.
+    // Returns the noted stamp of a folder, for reads and writes until the next call. Notes UNKNOWN for a folder that
+    // has none.
     CacheStamp_s & NotedOf(Folder_t const & sFolder)
     {
         std::uint32_t const dwPath = CacheIndexOf(sFolder);
@@ -87,7 +88,7 @@ namespace
         return g_dNoted[g_dNoted.Add({ dwPath, UNKNOWN })].Stamp;
     }
 
-    // The location of a cache.
+    // Location of a cache.
     struct CachePlace_s
     {
         explicit CachePlace_s(char const * szFile)
@@ -99,7 +100,7 @@ namespace
                           : Folder_t(sFile).SubStr(0, sFile.GetLength() - sBare.Length());
         }
 
-        // Lets IsIn find the folder under another text than sFolder. IsIn then asks the system about each folder.
+        // Lets IsIn find the folder under another text than sFolder. IsIn then asks the system about each other folder.
         void Identify() { bIdentified = plat::FolderGetIdentity(sFolder, Identity); }
 
         // Returns whether a folder of the media is the cache's own.
@@ -109,8 +110,8 @@ namespace
             return sOther == sFolder || (bIdentified && plat::FolderGetIdentity(sOther, Other) && Other == Identity);
         }
 
-        Folder_t sFolder;   // folder in the form of g_sPaths
-        Folder_t sBare;
+        Folder_t sFolder;      // folder in the form of g_sPaths
+        String_T<256> sBare;   // bare name
         plat::FileIdentity_t Identity{};
         bool bIdentified = false;   // whether Identity is known
     };
@@ -135,8 +136,8 @@ namespace
         return { CACHE_STAMP_OF_NAMES, nSum };
     }
 
-    // Returns the stamp of the cache's own folder for saving. Returns UNKNOWN if the folder has changed since the scan:
-    // the scan may then have seen other names.
+    // Returns the stamp of the cache's own folder for saving. Returns UNKNOWN if no scan has read the folder, or if it
+    // has changed since the scan, which may then have seen other names.
     CacheStamp_s OwnStamp(CachePlace_s const & Cache)
     {
         CacheStamp_s const Now = StampOf(Cache.sFolder);
@@ -205,6 +206,7 @@ namespace
         }
     }
 
+    // Saves the stamps of the folders, in the order of SaveFolders.
     void SaveStamps(
         Serializeable_c & Archive, MediaRoot_c const & Root, Folder_t const & sOwn, CacheStamp_s const & Own)
     {
@@ -276,9 +278,9 @@ namespace
         return g_sPaths.FindByName(sFolder);
     }
 
-    // The files that were registered before a load. The constructor empties g_sPaths, but keeps the folders' texts. The
-    // destructor makes the files point to entries of the new table with the same texts. The folder of the cache itself
-    // is not media, so it is in the new table only if the cache lists it or other files lie in it.
+    // Files that were registered before a load, except the cache. The constructor empties g_sPaths, but keeps the
+    // folders' texts. The destructor makes the files point to entries of the new table with the same texts. The folder
+    // of the cache itself is not media, so it is in the new table only if the cache lists it or other files lie in it.
     class EarlierFiles_c
     {
     public:
@@ -326,7 +328,7 @@ namespace
         EarlierFiles_c(EarlierFiles_c const &) = delete;
         EarlierFiles_c & operator=(EarlierFiles_c const &) = delete;
 
-        // Returns whether a file of this name and folder is among them.
+        // Returns whether an earlier file has this name and folder.
         bool Has(File_c const & File)
         {
             File_c * const pEarlier = g_sFileObjects.FindByName(File.sName);
@@ -370,6 +372,7 @@ namespace
         MediaRoot_c const & m_Root;
     };
 
+    // Aborts if the archive has failed or a condition does not hold. szWhat is the fault.
     void CacheLoader_c::RequireIntact(bool bIntact, char const * szWhat) const
     {
         if (m_Archive.IsFailed() || !bIntact) [[unlikely]]
@@ -482,8 +485,8 @@ namespace
         return plat::PathGetFacts(szPath, Facts) && Facts.bRegular && Facts.nSize == 0;
     }
 
-    // A cache that is read without a change of the tables: by its file object, or by one of its own if the cache is not
-    // registered.
+    // A cache that is read without a change of the tables: by its file object, or by one of the reader if the cache is
+    // not registered.
     class CacheReader_c
     {
     public:
@@ -512,7 +515,7 @@ namespace
 
         // Returns why the cache can't be used, as the text of a log line. Returns an empty text if its folders have
         // their stamps.
-        Folder_t GetWhyNot();
+        String_T<256> GetWhyNot();
 
     private:
         // Reads all records, and adds the texts of the folders to dRelatives. Returns whether stamps follow.
@@ -521,7 +524,7 @@ namespace
         MediaRoot_c const & m_Root;
         CachePlace_s m_Place;
         File_c * m_pFile;
-        bool m_bOwn;
+        bool m_bOwn;   // whether the reader owns m_pFile
     };
 
     bool CacheReader_c::ReadRecords(Readable_c & Archive, Array_T<Folder_t, 64, 0> & dRelatives)
@@ -543,7 +546,7 @@ namespace
         return !Archive.IsFailed() && dwFollow == CACHE_STAMPS_FOLLOW;
     }
 
-    Folder_t CacheReader_c::GetWhyNot()
+    String_T<256> CacheReader_c::GetWhyNot()
     {
         if (IsEmptyFile(g_sFilesystemCacheName) || !FileOpen(m_pFile))
         {
@@ -614,9 +617,9 @@ bool FilesystemCacheIsCurrent()
 {
     MemCategoryScope_c const Category(mem::file);
     MediaRoot_c const Root;
-    Folder_t const sWhyNot = Root.IsUnknown()                   ? "there is no media root"
-                             : g_sFilesystemCacheName.IsEmpty() ? "there is none"
-                                                                : CacheReader_c(Root).GetWhyNot();
+    String_T<256> const sWhyNot = Root.IsUnknown()                   ? "there is no media root"
+                                  : g_sFilesystemCacheName.IsEmpty() ? "there is none"
+                                                                     : CacheReader_c(Root).GetWhyNot();
     if (!sWhyNot.IsEmpty())
     {
         LogEscaped("filesystem: the cache is not current, %s", static_cast<char const *>(sWhyNot));

@@ -165,7 +165,7 @@ namespace
 
 void FileExcludeToolFiles()
 {
-    for (char const * szFolder : { "_svn", "CVS", ".svn", AUTOSAVE + 1, BACKUP + 1 })
+    for (char const * szFolder : { "_svn", "CVS", ".svn", AUTOSAVE + 1, BACKUP + 1 })   // without the separator
     {
         FileAlwaysExcludeFolder(szFolder);
     }

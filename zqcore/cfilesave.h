@@ -12,7 +12,7 @@
 // A load changes nothing on the disk. It returns one of these states:
 // - whole: OpenFile returns the archive.
 // - absent: there is no save. Start from the beginning.
-// - unreadable: the save may be good, so it must not be replaced. One of these is the reason:
+// - unreadable: the save may be good, so do not replace it. One of these is the reason:
 //   - the constructor refused the path.
 //   - the system refuses the file.
 //   - it is no regular file of less than 2 GiB.
@@ -89,7 +89,7 @@ public:
     bool IsLocked() const;
 
     /// Set and return how many previous saves a commit keeps, 0 at start. Asserts that the number is 0 to
-    /// MAX_PREVIOUS; other values are clamped. A commit does not delete previous saves with higher numbers.
+    /// MAX_PREVIOUS. Other values are clamped. A commit does not delete previous saves with higher numbers.
     void SetPrevious(int nPrevious);
     int GetPrevious() const { return m_nPrevious; }
 
@@ -97,9 +97,9 @@ public:
     String_T<256> GetPath(int iPrevious = 0) const;
 
     /// Reads the save, or a previous one as in GetPath, checks it and returns its state. Returns NEWER or OLDER for a
-    /// save whose major version (the high 16 bits) differs from dwVersion's, or whose minor version is above it. A
-    /// newer form of the seal is NEWER too, and a CRC-32 without a seal OLDER. Frees the contents of the previous load.
-    /// Requires that their reader is closed.
+    /// save whose major version (the high 16 bits) differs from dwVersion's, or whose minor version is above
+    /// dwVersion's. A newer form of the seal is NEWER too, and a CRC-32 without a seal OLDER. Frees the contents of the
+    /// previous load. Requires that their reader is closed.
     State_e Load(std::uint32_t dwVersion, int iPrevious = 0);
 
     /// Returns the archive that Load has found whole, for one Readable_c, which frees the contents when it is closed.

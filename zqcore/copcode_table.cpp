@@ -6,7 +6,7 @@ namespace
 
     static_assert(plat::WordFromLittle(OPCODES_32) == sizeof OPCODES_32 - OPCODE_HEADER_SIZE);
     static_assert(plat::WordFromLittle(OPCODES_64) == sizeof OPCODES_64 - OPCODE_HEADER_SIZE);
-    static_assert(OPCODES_32[OPCODE_HEADER_SIZE] == 28);   // groups
+    static_assert(OPCODES_32[OPCODE_HEADER_SIZE] == 28);   // number of groups
 
     // Room for an instruction's texts, in bytes. They are short, and at most two of them are symbols.
     constexpr std::size_t TEXT_SIZE = 16 * OPCODE_SYMBOL_SIZE;

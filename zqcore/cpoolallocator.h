@@ -8,7 +8,7 @@
 //
 // PoolAllocator_T is an allocator over one of them. PoolResource_T is a std::pmr::memory_resource over one.
 //
-// Ownership: the containers must end before the pool.
+// Ownership: the caller owns the pool. A container requires that its pool outlives it.
 // Threads: no lock: all containers of a pool belong to one thread at a time.
 // Cost: a node costs a few nanoseconds. A size that is used for the first time allocates a chunk of at least 256 KiB,
 // which is counted but not touched.
@@ -105,8 +105,8 @@ private:
     GigaPoolStatic_c & m_Pool;
 };
 
-/// Allocator of a standard container. Allocators of one pool are equal. A move, a swap or the copy of a container
-/// carries the pool along. A copy assignment does not.
+/// Allocator of a standard container. Allocators of one pool are equal. A move, a swap or a copy construction of a
+/// container carries the pool along. A copy assignment does not.
 template <typename T, typename POOL = PoolBlocks_c>
 class PoolAllocator_T
 {

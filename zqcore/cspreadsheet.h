@@ -96,9 +96,9 @@ public:
     Spreadsheet_c(Spreadsheet_c const &) = delete;
     Spreadsheet_c & operator=(Spreadsheet_c const &) = delete;
 
-    /// Read a file by name and return true. pFmt names other separators than line feed and comma. Null means these. The
-    /// cursor is on the first row, if there is one, and on no column. Return false, with a log line, in the cases
-    /// below. A closed spreadsheet then stays closed, and an open one keeps its contents.
+    /// Read a file by name and return true. pFmt names the separators. Null means line feed and comma. The cursor is
+    /// on the first row, if there is one, and on no column. Return false, with a log line, in the cases below. A
+    /// closed spreadsheet then stays closed, and an open one keeps its contents.
     /// - the spreadsheet is open already.
     /// - the name is null.
     /// - the file can't be opened or read.

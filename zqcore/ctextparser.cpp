@@ -208,7 +208,7 @@ void SimpleTextParser_c::LogNotOpened() const
     Refuse("SimpleTextParser_c::ParseNext : text wasn't opened.", NO_TEXT);
 }
 
-// Returns the offset in bytes of a token's start in the text, the delimiter of a string included.
+// Returns the offset in bytes of a token in the text. A string begins at its delimiter.
 std::size_t SimpleTextParser_c::GetOffset(LAST_PARSED eKind, char const * pText) const
 {
     return static_cast<std::size_t>(pText - m_pBegin) - (eKind == LAST_PARSED_STRING);

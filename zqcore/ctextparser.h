@@ -4,9 +4,9 @@
 // which characters may start or continue a token. The caller changes them by rules, so one parser serves many small
 // grammars. Characters in no set separate tokens. The text may hold any bytes.
 //
-// Ownership: the text belongs to the caller and must stay until Close. The parser owns its tokens.
+// Ownership: the text belongs to the caller, and the parser reads it until Close. The parser owns its tokens.
 // Threads: one thread for each parser.
-// Cost: Open allocates two buffers. Reading a token allocates nothing. The text is read in place.
+// Cost: Open allocates two buffers, 25 KB in all. Reading a token allocates nothing. The text is read in place.
 // Failure: calls return false and log the lines that their comments state. A token that is too long is cut and logged.
 //
 //     char const szText[] = "health = 100; speed = 2.5;";
@@ -89,8 +89,8 @@ public:
     SimpleTextParser_c(SimpleTextParser_c const &) = delete;
     SimpleTextParser_c & operator=(SimpleTextParser_c const &) = delete;
 
-    /// Start on a text and return true. Require that the text stays until Close. Skip UTF-8's byte order mark at its
-    /// start. Return false:
+    /// Start on a text, after UTF-8's byte order mark if it has one, and return true. Require that the text stays
+    /// unchanged until Close. Return false in these cases:
     /// - with a log line, for an empty text or a null pointer.
     /// - with a log line, on an open parser, which keeps its text.
     /// - without a line, for a text that begins with UTF-16's mark.

@@ -16,7 +16,7 @@
 
 namespace
 {
-    constexpr int SHOWN = 20;   // most rows that are printed of each kind of change
+    constexpr int MAX_ROWS = 20;   // most rows that are printed of each kind of change
 
     // The cells of each row, joined, by the row's ident. A repeated ident gets a number.
     using Rows_t = std::map<std::string, std::string>;
@@ -25,6 +25,7 @@ namespace
     volatile std::sig_atomic_t g_bOver = 0;
     volatile std::sig_atomic_t g_bHungUp = 0;
 
+    // Ends the watch. A second signal ends the process.
     void OnSignal(int iSignal)
     {
         std::signal(iSignal, SIG_DFL);
@@ -104,23 +105,23 @@ namespace
         return dRows;
     }
 
-    // Prints the first rows of dA that dB lacks or, with bOther, has with other cells. Returns the number of all such
+    // Prints the first rows that dOthers lacks or, with bDiffer, has with other cells. Returns the number of all such
     // rows.
-    int PrintRows(char const * szWhat, Rows_t const & dA, Rows_t const & dB, bool bOther)
+    int PrintRows(char const * szWhat, Rows_t const & dRows, Rows_t const & dOthers, bool bDiffer)
     {
         int nRows = 0;
-        for (auto const & [sIdent, sCells] : dA)
+        for (auto const & [sIdent, sCells] : dRows)
         {
-            auto const itOther = dB.find(sIdent);
-            bool const bThere = itOther != dB.end();
-            if (bThere == bOther && (!bThere || itOther->second != sCells) && ++nRows <= SHOWN)
+            auto const itOther = dOthers.find(sIdent);
+            bool const bThere = itOther != dOthers.end();
+            if (bThere == bDiffer && (!bThere || itOther->second != sCells) && ++nRows <= MAX_ROWS)
             {
                 std::printf("    %-8s %s\n", szWhat, Sz(Shown(sIdent.c_str())));
             }
         }
-        if (nRows > SHOWN)
+        if (nRows > MAX_ROWS)
         {
-            std::printf("    %-8s %i more\n", szWhat, nRows - SHOWN);
+            std::printf("    %-8s %i more\n", szWhat, nRows - MAX_ROWS);
         }
         return nRows;
     }

@@ -68,7 +68,8 @@ namespace
         return ZQ_NEW Lot_s;
     }
 
-    // Sells a lot by bids, one in each frame. The level in the list of settings says how often a bid raises the price.
+    // Sells a lot. The first frame has a bid, and each later frame one at most. A bid raises the price by a tenth. The
+    // level in the list of settings says how often a frame has one.
     void Bid(Lot_s & Lot, RandomNumber_c & Random)
     {
         static constexpr EnumName_T<std::uint32_t> CHANCES[] = { { "calm", 8 }, { "fair", 4 }, { "rough", 2 } };
@@ -78,14 +79,14 @@ namespace
         PropertyList_c Settings;
         if (Settings.Open("settings.prp") && Settings.StartVal("level") && Settings.NextVal(sLevel))
         {
-            EnumFromName(sLevel, nChance, CHANCES);   // bids of a hundred that raise the price
+            EnumFromName(sLevel, nChance, CHANCES);   // frames of a hundred that have a bid
         }
         for (int iFrame = 0; iFrame < PROFILER_FRAMES; ++iFrame)
         {
             ProfilerBeginFrame();
             if (ProfilerScope_c const Timer("Bid"); Lot.dBidders.empty() || Random.NextBelow(100) < nChance)
             {
-                Lot.dBidders.push_back(DEALERS[Random.NextBelow(3)]);
+                Lot.dBidders.push_back(DEALERS[Random.NextBelow(std::size(DEALERS))]);
                 Lot.nMarks += Lot.nMarks / 10;
             }
             ProfilerEndFrame();

@@ -31,7 +31,7 @@ namespace plat
     namespace
     {
         constexpr unsigned int FIRST_FORMAT = 0xC000;   // as on Windows (RegisterClipboardFormat)
-        constexpr std::size_t FORMAT_LIMIT = 0x1000;    // number of formats
+        constexpr std::size_t MAX_FORMATS = 0x1000;     // of a process
         constexpr char LOCK_FILE[] = "lock";
         constexpr char BUSY_FILE[] = "busy";
 
@@ -55,7 +55,8 @@ namespace plat
 
         constinit Clipboard_s g_Clipboard;
 
-        // Opens the folder szSet, or the user's own if szSet is empty. Returns STORE_NONE on failure.
+        // Opens the folder szSet, or the user's own if szSet is empty. Creates a missing one. Returns STORE_NONE on
+        // failure.
         StoreHandle_t OpenClipboardFolder(char const * szSet)
         {
             char szFolder[STORE_PATH_SIZE];
@@ -79,6 +80,7 @@ namespace plat
                                                                                 : nullptr;
         }
 
+        // Frees the blocks that belong to the clipboard.
         void DropBlocks()
         {
             for (Format_s & Format : g_Clipboard.dFormats)
@@ -87,6 +89,7 @@ namespace plat
             }
         }
 
+        // Frees the blocks and closes the clipboard. Its files stay as they are.
         void Forget()
         {
             DropBlocks();
@@ -97,7 +100,7 @@ namespace plat
         // A child has not opened what its parent has open.
         ForkHandler_c const g_ForkHandler({ nullptr, nullptr, Forget });
 
-        // Deletes the files of all formats except the file sKeep; an empty sKeep keeps none.
+        // Deletes the files of all formats but the file sKeep. An empty sKeep keeps none.
         void DeleteFiles(StoreHandle_t hFolder, std::string const & sKeep)
         {
             std::vector<std::string> dFiles;
@@ -141,7 +144,7 @@ namespace plat
         auto const itFound = std::find_if(
             dFormats.begin(), dFormats.end(), [&](Format_s const & Known) { return Known.sFile == Format.sFile; });
         std::size_t const iFormat = static_cast<std::size_t>(itFound - dFormats.begin());
-        if (iFormat == FORMAT_LIMIT)
+        if (iFormat == MAX_FORMATS)
         {
             return 0;
         }

@@ -15,9 +15,9 @@
 
 namespace plat
 {
-    inline constexpr std::size_t STORE_PATH_SIZE = 4096;   // bytes of a store's path with its terminator
-    inline constexpr std::size_t STORE_UNIQUE_NAME_SIZE =
-        64;   // bytes of a name of StoreMakeUniqueName, with its terminator
+    /// Bytes of a store's path, and of a name of StoreMakeUniqueName, each with its terminator.
+    inline constexpr std::size_t STORE_PATH_SIZE = 4096;
+    inline constexpr std::size_t STORE_UNIQUE_NAME_SIZE = 64;
 
     /// The system's handle of an open folder or file.
     enum class StoreHandle_t : std::intptr_t
@@ -124,8 +124,8 @@ namespace plat
     bool StoreGetMachinePath(char const * szName, char (&szPath)[STORE_PATH_SIZE]);
     bool StoreGetUserPath(char const * szName, char (&szPath)[STORE_PATH_SIZE]);
 
-    /// Creates the missing folders of an absolute path. Changes the text of the path meanwhile. A failure
-    /// shows only when the path is opened.
+    /// Creates the missing folders of an absolute path. Changes the text of the path meanwhile. A failure shows only
+    /// when the path is opened.
     void StoreMakePath(char * szPath, StoreRights_e eRights);
 
     /// Opens a folder by a path in the system's own form, following links, and returns it. Returns STORE_NONE on

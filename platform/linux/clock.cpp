@@ -88,10 +88,10 @@ namespace plat
         std::int64_t const tLocal = std::int64_t{ Now.tv_sec } + g_nKeptOffset;   // seconds since 1970
         std::chrono::sys_seconds const Time{ std::chrono::seconds{ tLocal } };
         auto const Day = std::chrono::floor<std::chrono::days>(Time);
-        auto const nSecond = static_cast<int>((Time - Day).count());
+        auto const nSecondOfDay = static_cast<int>((Time - Day).count());
         std::chrono::year_month_day const Date{ Day };
         return { static_cast<int>(Date.year()), static_cast<int>(static_cast<unsigned>(Date.month())),
-            static_cast<int>(static_cast<unsigned>(Date.day())), nSecond / 3600, nSecond / 60 % 60, nSecond % 60,
-            static_cast<int>(Now.tv_nsec / NANOSECONDS_OF_MILLISECOND) };
+            static_cast<int>(static_cast<unsigned>(Date.day())), nSecondOfDay / 3600, nSecondOfDay / 60 % 60,
+            nSecondOfDay % 60, static_cast<int>(Now.tv_nsec / NANOSECONDS_OF_MILLISECOND) };
     }
 }

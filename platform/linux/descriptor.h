@@ -83,8 +83,9 @@ namespace plat
     };
 
     /// Moves a descriptor that has the number of a standard stream to a higher one, because what anyone prints to a
-    /// standard stream that is closed would go to its file. Returns the descriptor. Returns -1, with the file closed,
-    /// if no number is left, and -1 for -1. Must precede the locks of fcntl, which the close of the lower number ends.
+    /// standard stream that is closed would go to the file. Returns the descriptor. Requires that fcntl has not locked
+    /// the file: the close of the lower number ends such locks. Returns -1, with the file closed, if no number is left.
+    /// Returns -1 for -1.
     int AboveStandard(int iDescriptor);
 
     /// Reads up to nBytes and returns the number of bytes read. Fewer mean the end of the file or an error.
@@ -103,7 +104,8 @@ namespace plat
         return nDone;
     }
 
-    /// Reads up to nSize - 1 bytes and terminates them. The text is empty if iDescriptor is -1 or can't be read.
+    /// Reads up to nSize - 1 bytes and terminates them. Requires that nSize is above 0. The text is empty if
+    /// iDescriptor is -1 or can't be read.
     inline void ReadText(int iDescriptor, char * szText, std::size_t nSize)
     {
         szText[iDescriptor >= 0 ? ReadFully(iDescriptor, szText, nSize - 1) : 0] = 0;

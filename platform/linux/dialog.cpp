@@ -119,6 +119,7 @@ namespace plat
             return Folded(cFirst);
         }
 
+        // Asks until a line begins with a key. An empty line, or the end of the input, selects eGoOn.
         DialogAnswer_e AskTerminal(Choices_t const & Choices)
         {
             for (;;)
@@ -139,7 +140,7 @@ namespace plat
             }
         }
 
-        // Uses no heap, because dialogs are shown during a crash too.
+        // Prints the texts, and asks at a terminal. Uses no heap, because dialogs are shown during a crash too.
         DialogAnswer_e ShowOnTerminal(Dialog_t const & Dialog)
         {
             DialogPrint(Dialog.szCaption, Dialog.szText);

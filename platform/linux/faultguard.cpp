@@ -26,7 +26,7 @@ namespace plat
         {
             sigjmp_buf Jump;
             Guard_s * pOuter;
-            std::int64_t tEnd;   // ticks of the good clock, or NEVER
+            std::int64_t tEnd;   // nanoseconds of the good clock, or NEVER
         };
 
         // State of the guarded calls. Only the guarded thread, its signal handlers and a forked child change it.
@@ -46,8 +46,8 @@ namespace plat
             return tEnd;
         }
 
-        // Sets the clock to the earliest end of the guarded calls, or to 1 ns from now if that has passed. Stops it
-        // if no call has an end. Uses the kernel's call, because the C library allocates memory for a timer.
+        // Sets the clock to the earliest end of the guarded calls, or to 1 ns from now if that end has passed. Stops
+        // the clock if no call has an end. Uses the kernel's call, because the C library allocates memory for a timer.
         void SetClock()
         {
             std::int64_t const tEnd = FirstEnd();
@@ -55,10 +55,10 @@ namespace plat
             {
                 return;
             }
-            std::int64_t const nLeft = tEnd == NEVER ? 0 : tEnd - GoodClockTicks();
-            std::int64_t const nWait = tEnd != NEVER && nLeft < 1 ? 1 : nLeft;
-            long const dTimes[4] = { 0, 0, static_cast<long>(nWait / GoodClockFrequency()),
-                static_cast<long>(nWait % GoodClockFrequency()) };   // no interval; 0 stops it
+            std::int64_t const tLeft = tEnd == NEVER ? 0 : tEnd - GoodClockTicks();
+            std::int64_t const tWait = tEnd != NEVER && tLeft < 1 ? 1 : tLeft;
+            long const dTimes[4] = { 0, 0, static_cast<long>(tWait / GoodClockFrequency()),
+                static_cast<long>(tWait % GoodClockFrequency()) };   // no interval; 0 stops it
             ::syscall(SYS_timer_settime, g_hClock.load(), 0, dTimes, nullptr);
         }
 
@@ -68,7 +68,7 @@ namespace plat
             siglongjmp(pGuard->Jump, 1);
         }
 
-        // Clears the address checker's marks of the frames that a jump has left. They are below the caller's.
+        // Clears the address checker's marks of the frames that a jump has left. They are below the caller's frame.
         void ForgetFrames()
         {
             if (ADDRESS_CHECKER)

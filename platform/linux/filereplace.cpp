@@ -20,7 +20,7 @@ namespace plat
 {
     namespace
     {
-        constexpr mode_t RIGHTS = 0777;
+        constexpr mode_t RIGHTS = 0777;   // bits of a mode that a replacement copies
 
         // Returns whether a path still names an open file. If it names another one, errno is ESTALE. If it names none,
         // or the system does not report it, errno is that of the failed call.
@@ -67,6 +67,7 @@ namespace plat
         constinit Lock_c g_TakeLock;   // held from the open of a lock's file until ForkDropAdd knows the file
         ForkLock_c const g_TakeForkLock(g_TakeLock);
 
+        // Returns the entry that lies in the bytes of a lock.
         template <std::size_t N>
         ForkDrop_s & DropIn(unsigned char (&dBytes)[N])
         {

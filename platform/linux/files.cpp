@@ -78,8 +78,8 @@ namespace plat
 
         // Empties a file on which no other stream holds a shared lock, and acquires such a lock. All writers hold the
         // lock, so this deletes no lines of another process. The lock is exclusive for a moment only. If a foreign
-        // program holds it exclusively, the file is used without the lock after a tenth of a second. On a file system
-        // without locks the file is emptied, and lines of other processes are lost.
+        // program holds it exclusively, the file is used without the lock after at least a tenth of a second. On a file
+        // system without locks the file is emptied, and lines of other processes are lost.
         void EmptyUnlessShared(int iFile)
         {
             constexpr int TRIES = 1000;
@@ -94,10 +94,10 @@ namespace plat
             }
         }
 
-        // Name of a previous file: the path with ".1" and so on. 0 is the present file.
+        // Name of a previous file: the path with ".1" and so on. An iPrevious of 0 means the present file.
         struct PreviousName_s
         {
-            char szName[PATH_MAX + 16];
+            char szName[PATH_MAX + 16];   // room for a path and its number
 
             PreviousName_s(char const * szPath, int iPrevious)
             {

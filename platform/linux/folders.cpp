@@ -42,8 +42,8 @@ namespace plat
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
         constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // m_dNames can be read this far after any character
 
-        // Sets bFailed of an entry without facts. Returns whether the entry belongs in the listing. An entry that does
-        // not exist does not belong, nor does a link to itself or to a missing target.
+        // Sets bFailed by errno after the facts of an entry could not be read. Returns whether the entry belongs in the
+        // listing. An entry that does not exist does not belong, nor does a link to itself or to a missing target.
         ZQ_COLD bool FailFacts(FolderEntry_t & Entry)
         {
             Entry.bFailed = errno != ENOENT && errno != ENOTDIR && errno != ELOOP;
@@ -142,7 +142,7 @@ namespace plat
                 m_bFolded = m_bFolded && (dwKinds & CAPITAL) == 0;
             }
         }
-        m_dNames.resize(m_dNames.size() + KEY_BYTES);   // after the last name
+        m_dNames.resize(m_dNames.size() + KEY_BYTES);   // AddEntry has reserved them, so no name moves
         return !Reader.IsBroken();
     }
 
@@ -158,7 +158,7 @@ namespace plat
         m_dEntries.push_back(Entry);
     }
 
-    // Makes room for nBytes more in m_dNames. The entries then point into the new block.
+    // Makes room in m_dNames for nBytes more and KEY_BYTES after them. The entries then point into the new block.
     ZQ_COLD void FolderListing_c::Contents_c::GrowNames(std::size_t nBytes)
     {
         std::vector<char> dLarger;

@@ -100,7 +100,7 @@ namespace plat
 
         bool AddRoot();
         bool AddTree(ToAdd_s Top);
-        int AddFolder(ToAdd_s & ToAdd);
+        int AddFolder(ToAdd_s const & ToAdd);
         void Relocate(std::string const & sPath, ToAdd_s const & ToAdd);
         bool Place(int iFolder, int iParent, std::string const & sName);
         bool IsBelow(int iFolder, int iTop) const;
@@ -136,7 +136,7 @@ namespace plat
         std::vector<ToAdd_s> m_dLater;   // folders that the paths known at that time did not lead to
         bool m_bLost = false;            // whether changes were lost, so that the tree must be read again
         bool m_bStarting = false;        // whether the whole tree is being added: no event has been missed
-        char * m_pRead = nullptr;        // the caller's buffer while a read is active
+        char * m_pRead = nullptr;        // the caller's buffer while a Read is pending
         std::size_t m_nRead = 0;         // bytes of m_pRead
         alignas(inotify_event) char m_dEvents[16384];
     };
@@ -273,6 +273,7 @@ namespace plat
         return dNames;
     }
 
+    // Makes a child of a fork call Abandon.
     void FolderWatch_c::Tree_c::DropAtFork()
     {
         ForkDropAdd(
@@ -293,9 +294,9 @@ namespace plat
         }
     }
 
-    // Opens a queue of its own in the child of a fork, at the child's first call. Returns false on failure. The next
-    // call tries again.
-    ZQ_COLD bool FolderWatch_c::Tree_c::StartInChild()
+    // Opens a queue of its own in the child of a fork, at the child's first IsComplete after a Read. Returns false on
+    // failure. The next call tries again.
+    bool FolderWatch_c::Tree_c::StartInChild()
     {
         LockScope_c const Scope(g_TreeLock);
         return m_Queue.Get() >= 0 && Rebuild();
@@ -325,6 +326,7 @@ namespace plat
         return false;
     }
 
+    // Watches the whole tree. Returns what AddTree returns.
     bool FolderWatch_c::Tree_c::AddRoot()
     {
         m_bStarting = true;
@@ -371,7 +373,7 @@ namespace plat
 
     // Watches one folder and returns the number of the watch. Returns -1, with errno, on failure, or if the folder is
     // watched already.
-    int FolderWatch_c::Tree_c::AddFolder(ToAdd_s & ToAdd)
+    int FolderWatch_c::Tree_c::AddFolder(ToAdd_s const & ToAdd)
     {
         bool const bRoot = ToAdd.iParent == NO_FOLDER;
         if (!bRoot && !m_dFolders.contains(ToAdd.iParent))   // moved away meanwhile
@@ -447,6 +449,7 @@ namespace plat
         return -1;
     }
 
+    // Returns whether a folder is iTop or lies below it.
     bool FolderWatch_c::Tree_c::IsBelow(int iFolder, int iTop) const
     {
         while (iFolder != iTop && iFolder != NO_FOLDER)
@@ -493,14 +496,14 @@ namespace plat
         FolderReader_c Reader(Open.Get());
         while (dirent64 const * const pEntry = Reader.Next())
         {
-            bool const bLink = pEntry->d_type == DT_LNK || pEntry->d_type == DT_UNKNOWN;
+            bool const bMayBeLink = pEntry->d_type == DT_LNK || pEntry->d_type == DT_UNKNOWN;
             if (std::strchr(pEntry->d_name, '\\') != nullptr)
             {
                 continue;   // no path leads there
             }
-            if (pEntry->d_type == DT_DIR || (bLink && FactsOf(pEntry->d_name, Open.Get()).bFolder))
+            if (pEntry->d_type == DT_DIR || (bMayBeLink && FactsOf(pEntry->d_name, Open.Get()).bFolder))
             {
-                (bLink ? dLinks : dFolders).push_back({ iFolder, pEntry->d_name, eAppeared });
+                (bMayBeLink ? dLinks : dFolders).push_back({ iFolder, pEntry->d_name, eAppeared });
                 continue;
             }
             File_s & File = Folder.dFiles[pEntry->d_name];
@@ -547,6 +550,7 @@ namespace plat
         Folder.iParent = NO_FOLDER;
     }
 
+    // Returns the path of a folder, which begins with that of the watched folder.
     std::string FolderWatch_c::Tree_c::PathOf(int iFolder) const
     {
         Folder_s const & Folder = m_dFolders.at(iFolder);
@@ -681,8 +685,8 @@ namespace plat
         }
     }
 
-    // Removes the record of the folder that had the name before another one got it, and returns that folder. Returns
-    // NO_FOLDER if there is none, or if that folder is not watched.
+    // Removes the record of the folder that had the name before another one got it, and returns the number of that
+    // folder. Returns NO_FOLDER if there is none, or if that folder is not watched.
     int FolderWatch_c::Tree_c::ExtractDisplaced(int iParent, char const * szName)
     {
         auto const itDisplaced = std::find_if(m_dDisplaced.begin(), m_dDisplaced.end(),
@@ -723,6 +727,7 @@ namespace plat
         }
     }
 
+    // Adds a file to the changes of the present batch, unless it belongs to them already.
     void FolderWatch_c::Tree_c::Change(int iFolder, std::string const & sName, File_s & File)
     {
         if (!std::exchange(File.bChanged, true))

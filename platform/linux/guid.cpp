@@ -1,9 +1,9 @@
 // Clock sequences: a process binds a socket to a name made of the number, in the abstract namespace. The kernel grants
 // such a name to one process at a time and frees it when the process ends. The processes that share this namespace are
 // exactly those that see the same interfaces. So no two live processes that hold their names use the same address,
-// sequence and tick. A process without a socket tries again when it makes an identifier, at most once a second or if
-// the address has a new source. A sequence is picked at random. Even if the clock is set back between two processes,
-// they are very unlikely to use the same sequence in the same tick.
+// sequence and tick. A process without a socket tries again when it makes an identifier: at most once a second, and
+// whenever the address has a new source. A sequence is chosen at random. Even if the clock is set back between two
+// processes, they are very unlikely to use the same sequence in the same tick.
 
 #include "platform/guid.h"
 
@@ -80,9 +80,11 @@ namespace plat
             return iSocket;
         }
 
+        // The generator of the process.
         class Generator_c
         {
         public:
+            // Makes an identifier and returns its GUID_ result. Acquires m_Lock.
             std::uint32_t Create(Guid_t & Guid)
             {
                 LockScope_c const Scope(m_Lock);

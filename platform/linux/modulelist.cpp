@@ -13,6 +13,7 @@ namespace plat
 {
     namespace
     {
+        // Returns whether a mapping begins with the first bytes of an ELF file.
         bool IsStartOfModule(Mapping_t const & Mapping)
         {
             char dMagic[SELFMAG];

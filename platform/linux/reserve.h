@@ -13,8 +13,8 @@ namespace plat
     /// Closes the reserve.
     void ReserveDrop();
 
-    /// Sets whether OpenWithReserve may use the reserve. It may while a filter runs, and after one that
-    /// did not deal with its fault.
+    /// Sets whether OpenWithReserve may use the reserve. It may while a filter runs, and after one that did not deal
+    /// with its fault.
     void ReserveAllow(bool bAllowed);
 
     /// Closes one descriptor of the reserve, which makes its number free. Returns false if none is left or the use is

@@ -62,6 +62,7 @@ namespace plat
     {
         ZQ_THREAD_LOCAL char const * t_pLow = nullptr;   // low end of the thread's present stack, null if unknown
 
+        // Call on another stack.
         struct Call_s
         {
             void (*fnCall)(void *);
@@ -83,7 +84,8 @@ namespace plat
 #endif
         }
 
-        // Reports to the address checker that the thread runs on the stack of the last ReportLeaving.
+        // Reports to the address checker that the thread runs on the stack of the last ReportLeaving. Sets *ppFrom and
+        // *pFromBytes to the stack before it.
         void ReportArrival(void * pFrames, void const ** ppFrom, std::size_t * pFromBytes)
         {
 #if ZQ_ADDRESS_CHECKER
@@ -95,8 +97,8 @@ namespace plat
 #endif
         }
 
-        // Runs a call on this stack and stores its exception. StackCallOn rethrows it on the caller's stack: the
-        // checker must be informed of the change of stacks before that.
+        // Runs a call on this stack and stores its exception. StackCallOn rethrows it on the caller's stack, after
+        // ReportArrival.
         void Run(void * pCall)
         {
             Call_s & Call = *static_cast<Call_s *>(pCall);
@@ -112,6 +114,7 @@ namespace plat
             ReportLeaving(nullptr, Call.pCallerStack, Call.nCallerStack);
         }
 
+        // Returns the low end of the thread's first stack. Returns null if the system does not report it.
         ZQ_COLD char const * FindLow()
         {
             pthread_attr_t Attributes;

@@ -1,5 +1,6 @@
-// documents.cpp: the programs of the documents, cut out by the build (tests/examples.cmake): documents NAME runs one of
-// them.
+// documents.cpp: the programs of the documents, which the build cuts out (tests/examples.cmake).
+//
+// documents NAME runs one of them.
 #include <cstdio>
 #include <initializer_list>
 #include <map>
@@ -10,8 +11,8 @@
 
 namespace
 {
-    // Runs a body as a part of a game: between the start of all modules and their end, over the media root "media". Its
-    // log lines are printed.
+    // Runs a body as a part of a game: between the start of its modules and their end, over the media root "media".
+    // Prints the log lines of the body. Returns 0, or 1 if a module fails to start.
     int RunBody(void (*fnBody)())
     {
         LogSetFile(L"logs/", L"message.log");

@@ -10,6 +10,7 @@
 
 namespace
 {
+    // A row before its translation.
     struct Line_t
     {
         std::string sPlace;   // file and line, for errors
@@ -17,16 +18,18 @@ namespace
         std::string sFormat;
     };
 
+    // A group before its translation.
     struct Source_t
     {
         std::string sName;
         std::vector<Line_t> dLines;
     };
 
+    // Form in which fields are written.
     struct Kind_t
     {
-        unsigned char nCode;
-        int nFields;   // fields that it reads
+        unsigned char nCode;   // an OpcodeKind_e
+        int nFields;           // fields that it reads
     };
 
     std::map<std::string, Kind_t> const KINDS = {
@@ -141,13 +144,6 @@ namespace
         { "sae", OPCODE_PRINT_SAE },
     };
 
-    // Returns a text without the blanks at its ends.
-    std::string Trimmed(std::string const & sText)
-    {
-        std::size_t const iFirst = sText.find_first_not_of(' ');
-        return iFirst == std::string::npos ? "" : sText.substr(iFirst, sText.find_last_not_of(' ') - iFirst + 1);
-    }
-
     // Translator of the rows of one mode. It knows the names of the groups.
     class Translator_c
     {
@@ -200,6 +196,7 @@ namespace
             return static_cast<unsigned char>(itSource - m_dSources.begin());
         }
 
+        // Adds a unit that makes nFields fields.
         void AddPair(std::string & sPattern, int nFirst, int nMask, int nFields)
         {
             sPattern += static_cast<char>(nFirst);
@@ -211,6 +208,7 @@ namespace
             }
         }
 
+        // Adds a word of a pattern.
         void AddItem(std::string & sPattern, std::string const & sWord)
         {
             auto const itCondition = CONDITIONS.find(sWord);
@@ -268,9 +266,9 @@ namespace
         // Adds a byte like 8B or 50/F8.
         void AddByte(std::string & sPattern, std::string const & sWord)
         {
-            std::size_t const iBar = sWord.find('/');
-            int const nByte = Number(sWord.substr(0, iBar), 16);
-            int const nMask = iBar == std::string::npos ? 0xFF : Number(sWord.substr(iBar + 1), 16);
+            std::size_t const iSlash = sWord.find('/');
+            int const nByte = Number(sWord.substr(0, iSlash), 16);
+            int const nMask = iSlash == std::string::npos ? 0xFF : Number(sWord.substr(iSlash + 1), 16);
             if (nMask == 0 || (nByte & ~nMask) != 0)
             {
                 Fail("bits outside of the mask: '" + sWord + "'");
@@ -337,6 +335,7 @@ namespace
             AddSelector(sFormat, sSlice, itKind->second.nCode);
         }
 
+        // Adds the selector of a field, and the byte of an explicit slice like w4s2.
         void AddSelector(std::string & sFormat, std::string const & sSlice, int nKind) const
         {
             if (sSlice.empty() || sSlice == "lo" || sSlice == "reg")
@@ -381,7 +380,8 @@ namespace
         {
             std::string const sPlace = sFile + "(" + std::to_string(iLine) + ")";
             sText = sText.substr(0, sText.find('#'));
-            if (Trimmed(sText).empty() || !TakeMode(sText, sMode))
+            bool const bBlank = sText.find_first_not_of(' ') == std::string::npos;
+            if (bBlank || !TakeMode(sText, sMode))
             {
                 continue;
             }

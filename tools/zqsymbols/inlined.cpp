@@ -35,6 +35,7 @@ namespace zqsymbols
             return sName.empty() ? "?" : sName;
         }
 
+        // Returns the callee's name, from its linkage name if it has one.
         std::string FunctionOf(Dwarf_Die & Call)
         {
             Dwarf_Attribute Attribute;
@@ -49,6 +50,7 @@ namespace zqsymbols
             return QualifiedName(Call);
         }
 
+        // Returns the file and the line of a call, or nothing if one of them is unknown.
         std::optional<Line_t> PlaceOf(Unit_t & Unit, Dwarf_Die & Call)
         {
             Dwarf_Attribute Attribute;

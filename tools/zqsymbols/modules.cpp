@@ -15,7 +15,8 @@ namespace zqsymbols
             return nTag == DW_TAG_compile_unit || nTag == DW_TAG_partial_unit || nTag == DW_TAG_skeleton_unit;
         }
 
-        // Opens a module's file for libdw and returns its descriptor. Sets *ppElf and returns -1 for VDSO.
+        // Opens a module's file for libdw and returns its descriptor, or -1 on failure. Sets *ppElf and returns -1
+        // for VDSO.
         int FindElf(
             Dwfl_Module * pModule, void ** ppModules, char const * szModule, Dwarf_Addr, char ** ppFile, Elf ** ppElf)
         {
@@ -28,7 +29,7 @@ namespace zqsymbols
             return open(szModule, O_RDONLY | O_CLOEXEC);
         }
 
-        // libdw searches separate debug files beside the module and in the system's folders.
+        // libdw searches for separate debug files beside the module and in the system's folders.
         char g_szDebugFolders[] = ":.debug:/usr/lib/debug";
         char * g_szDebugPath = g_szDebugFolders;
 

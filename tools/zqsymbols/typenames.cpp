@@ -10,13 +10,14 @@ namespace zqsymbols
 
         std::string Spell(Types_c & Types, Dwarf_Die Type, int nDepth);
 
-        // Returns the spelling of the type that a DIE's attribute names, "void" without one.
+        // Returns the spelling of the type that a DIE's type attribute names, or "void" without one.
         std::string SpellTarget(Types_c & Types, Dwarf_Die Die, int nDepth)
         {
             Dwarf_Die Target;
             return Follow(&Die, &Target) ? Spell(Types, Target, nDepth - 1) : "void";
         }
 
+        // Returns the dimensions of an array: "[4][2]". One of unknown size, or of size 0, is "[]".
         std::string Dimensions(Dwarf_Die Array)
         {
             std::string sText;
@@ -34,6 +35,7 @@ namespace zqsymbols
             return sText;
         }
 
+        // Returns the types of a function's parameters: "int, ...".
         std::string Arguments(Types_c & Types, Dwarf_Die Function, int nDepth)
         {
             std::string sText;
@@ -63,6 +65,7 @@ namespace zqsymbols
             return SpellTarget(Types, Pointer, nDepth) + " " + szMark;
         }
 
+        // Returns the spelling of a type, or "?" at depth 0.
         std::string Spell(Types_c & Types, Dwarf_Die Type, int nDepth)
         {
             if (nDepth <= 0)
@@ -101,7 +104,8 @@ namespace zqsymbols
             return sName.empty() ? "(unnamed)" : sName;
         }
 
-        // Removes ", std::allocator<...>" and the like: a template argument with this start, up to its closing bracket.
+        // Removes each template argument that begins with sStart, such as ", std::allocator<", up to its closing
+        // bracket.
         void RemoveArguments(std::string & sName, std::string_view sStart)
         {
             for (std::size_t nAt = sName.find(sStart); nAt != std::string::npos; nAt = sName.find(sStart, nAt))

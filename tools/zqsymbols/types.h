@@ -12,7 +12,7 @@
 
 namespace zqsymbols
 {
-    /// The bytes and bits of a member in the outermost structure.
+    /// Bytes and bits of a member in the outermost structure.
     struct MemberPlace_t
     {
         std::uint64_t nOffset = 0;     // from the outermost structure's start
@@ -30,7 +30,7 @@ namespace zqsymbols
         {}
 
         /// Adds the type of a variable or a member, or the one that a pointer or an array refers to, and returns its
-        /// number. Returns 0 if it has none, or if there are a million types.
+        /// number. Returns 0 if it has none, or if a million numbers are in use.
         plat::SymbolType_t Add(Dwarf_Die * pOwner);
 
         /// Return the DIE by which Add found the type, and the type without aliases, const and the like. The address of
@@ -61,8 +61,8 @@ namespace zqsymbols
             std::string sMember;    // of a member
             bool bMember = false;   // whether it is a member: GetName then returns sMember
             MemberPlace_t Place;
-            unsigned nDepth = 0;
-            bool bExpanded = false;
+            unsigned nDepth = 0;      // number of structures around a member; 0 for other types
+            bool bExpanded = false;   // whether dMembers is complete
             std::vector<plat::SymbolType_t> dMembers;
         };
 

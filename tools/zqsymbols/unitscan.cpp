@@ -9,8 +9,8 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr std::size_t MAX_CODES = 1 << 16;
-        constexpr std::size_t MAX_DEPTH = 1 << 10;
+        constexpr std::size_t MAX_CODES = 1 << 16;   // codes of abbreviations that are read, from 0
+        constexpr std::size_t MAX_DEPTH = 1 << 10;   // a DIE with this many around it is not read
 
         // Way to skip the value of an attribute.
         enum Skip_e : std::uint8_t
@@ -24,6 +24,7 @@ namespace zqsymbols
             SKIP_REST          // of the unit
         };
 
+        // Step over the values of one or more attributes.
         struct Step_t
         {
             Skip_e eSkip;
@@ -74,7 +75,7 @@ namespace zqsymbols
             }
 
             // Calls fnDie with each DIE but the unit's own, its shape and the address of the DIE around it. Stops at a
-            // DIE that it can't read.
+            // DIE without a known shape, and at one that has MAX_DEPTH DIEs around it.
             template <typename DIE>
             void Visit(DIE const & fnDie)
             {
@@ -113,6 +114,7 @@ namespace zqsymbols
             }
 
         private:
+            // Reads an unsigned number in LEB128 (DWARF 5, 7.6). Returns 0 if the unit ends inside it.
             std::uint64_t TakeLeb128()
             {
                 std::uint64_t nValue = 0;
@@ -128,6 +130,7 @@ namespace zqsymbols
                 return 0;
             }
 
+            // Reads a little-endian number, cut at the end of the unit.
             std::uint64_t TakeNumber(unsigned nBytes)
             {
                 std::uint64_t nValue = 0;
@@ -168,7 +171,8 @@ namespace zqsymbols
                 }
             }
 
-            // Returns the number of bytes of a form's values, or nothing if it is unknown or differs between them.
+            // Returns the number of bytes of a form's values. Returns nothing for an unknown form, and for one whose
+            // values differ in length.
             std::optional<std::uint8_t> BytesOf(unsigned nForm) const
             {
                 switch (nForm)

@@ -12,7 +12,7 @@ namespace
     constexpr std::int32_t MAX_TEXT = 0xFFFFFF;   // so that a length is not printable, and no text is tested twice
     constexpr std::size_t MAX_PROBLEMS = 1000;    // later ones say nothing new
 
-    // Shows a constant that the archives have for themselves.
+    // Access to a constant that archives protect.
     struct ArchiveLayout_s : Serializeable_c
     {
         using Serializeable_c::UNFINISHED;
@@ -63,8 +63,8 @@ namespace
                        : 0;
         }
 
-        // Finds the chunks without known names: those that follow one another from the version word to the end. The
-        // last of several may be unfinished.
+        // Finds the chain: chunks of any names that follow one another from the version word to the end. The last of
+        // several may be unfinished.
         void FindChain()
         {
             std::size_t nAt = ARCHIVE_WORD;
@@ -157,6 +157,8 @@ namespace
             return AddText(nAt, nTo);
         }
 
+        // Adds a chunk, with its name or null, and the parts of its payload. Returns the end of the payload. If no
+        // chunk can begin here, reports that and returns nAt.
         std::size_t AddChunk(std::size_t nAt, std::size_t nTo, std::string const * pName)
         {
             std::string const sName = pName ? "chunk \"" + *pName + "\"" : "this chunk";
@@ -248,7 +250,7 @@ namespace
 
         std::size_t AddObject(std::size_t nAt, std::size_t nTo)
         {
-            constexpr std::int32_t NAME_SIZE = 32;
+            constexpr std::int32_t NAME_SIZE = 32;   // bytes of a class's name, with its terminator (cserializer.h)
             std::size_t const nName = nAt + ARCHIVE_WORD;
             std::int32_t const nLength = nTo - nName >= ARCHIVE_WORD ? Int(nName) : -1;
             if (nLength < 0 || nLength >= NAME_SIZE || nTo - nName - ARCHIVE_WORD <= static_cast<std::size_t>(nLength))
@@ -294,6 +296,7 @@ namespace
             return Add(Part);
         }
 
+        // Adds a text and returns its end. Returns nAt if none is there.
         std::size_t AddText(std::size_t nAt, std::size_t nTo)
         {
             std::int32_t const nLength = Int(nAt);
@@ -311,7 +314,7 @@ namespace
                     return nAt;
                 }
             }
-            if (!plat::IsUtf8(sText.data()))   // a zero ends it
+            if (!plat::IsUtf8(sText.data()))   // a zero follows the text
             {
                 return nAt;
             }

@@ -9,8 +9,8 @@ namespace
 {
     constexpr std::string_view GAP = "  ", ELLIPSIS = "\xE2\x80\xA6";
 
-    // Cuts a text to nWidth characters, the last of which is then an ellipsis. Requires nWidth above 0, unless the
-    // text is empty.
+    // Cuts a longer text to nWidth characters, the last of which is then an ellipsis. Requires nWidth above 0, unless
+    // the text is empty.
     void Cut(std::string & sText, std::size_t nWidth)
     {
         if (WidthOf(sText) <= nWidth)

@@ -26,8 +26,8 @@ char const * CrashKindOf(std::uint32_t nCode);
 bool IsOwnFrame(CrashFrame_t const & Frame);
 
 /// Returns the frame of a stack at which a developer looks first, or null if there are no frames:
-/// - the first that is the host's own code;
-/// - if there is none, the first whose function has a name;
+/// - the first that is the host's own code.
+/// - if there is none, the first whose function has a name.
 /// - if there is none either, the first.
 CrashFrame_t const * LikelyFrame(std::vector<CrashFrame_t> const & dFrames);
 

@@ -4,7 +4,7 @@
 
 bool CrashLines_c::Next(std::string_view & sLine)
 {
-    constexpr std::size_t LONGEST_LINE = 64 << 10;   // bytes
+    constexpr std::size_t MAX_LINE_SIZE = 64 << 10;   // bytes
     if (m_sRest.empty())
     {
         if (m_bBroken)
@@ -27,10 +27,10 @@ bool CrashLines_c::Next(std::string_view & sLine)
     {
         sLine.remove_suffix(1);
     }
-    if (sLine.size() > LONGEST_LINE)
+    if (sLine.size() > MAX_LINE_SIZE)
     {
         Complain("a line of " + std::to_string(sLine.size()) + " bytes is cut");
-        sLine = sLine.substr(0, LONGEST_LINE);
+        sLine = sLine.substr(0, MAX_LINE_SIZE);
     }
     if (m_bZeros && sLine.find('\0') != std::string_view::npos)
     {
@@ -52,7 +52,7 @@ void CrashLines_c::ComplainOfMoreCrashes() const
 
 std::string CrashLines_c::StartOf(std::string_view sLine)
 {
-    constexpr std::size_t SHOWN = 60;
+    constexpr std::size_t SHOWN = 60;   // bytes
     return std::string(sLine.substr(0, SHOWN)) + (sLine.size() > SHOWN ? "..." : "");
 }
 

@@ -23,6 +23,7 @@ namespace
         return sOut;
     }
 
+    // Returns the paragraph of an argument.
     std::string Entry(HelpOption_t const & Option)
     {
         return ".TP\n\\fB" + Roff(Option.Spelling()) + "\\fR\n" + Roff(Option.sPurpose) + "\n";

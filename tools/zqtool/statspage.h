@@ -18,7 +18,7 @@ struct StatsFacts_t
     bool bMeasured = false;               // whether the ticks per second are this machine's
     std::vector<std::string> dProblems;   // what is wrong with the file
 
-    static constexpr std::size_t MAX_PROBLEMS = 20;
+    static constexpr std::size_t MAX_PROBLEMS = 20;   // problems that a page lists
 
     /// Adds what is wrong at an offset of the file. Returns false, and adds nothing, if there are MAX_PROBLEMS.
     bool AddProblem(std::uint64_t nOffset, std::string const & sText);

@@ -5,10 +5,11 @@
 #include "tools/zqtool/statspage.h"
 #include "tools/zqtool/statstree.h"
 
-/// Prints the times of frames, and the tree of timers with their figures, on standard output. The times of frames leave
-/// out those that the tree has forgotten. Without frames, prints that there are none and when the profiler writes the
-/// first ones. Requires a rate above 0.
+/// Prints the times of frames, and the tree of timers with their figures, on standard output. Leaves out the times of
+/// frames that the tree has forgotten. Without frames, prints that there are none and when the profiler writes the
+/// first ones. Requires that Facts.fTicksPerSecond is above 0.
 void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts);
 
 /// Returns the same as an object, with the file's name and problems. Without frames, their times are null.
+/// Requires that Facts.fTicksPerSecond is above 0.
 Json_t JsonOfStats(StatsTree_c const & Tree, StatsFacts_t const & Facts);

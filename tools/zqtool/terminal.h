@@ -10,6 +10,6 @@ inline constexpr std::size_t MAX_LINES = 20;
 /// empty.
 bool HasColours();
 
-/// Returns a text as Printable does, in colour if HasColours returns true. Pad it before: the result is longer than
-/// it looks.
+/// Returns a text as Printable does, in colour if HasColours returns true. Pad the text before: a result in colour has
+/// more bytes than columns.
 std::string Painted(std::string_view sText, Colour_e eColour);

@@ -10,8 +10,8 @@
 class TextFile_c final : public File_c
 {
 public:
-    /// Registers the contents under a name in lower case, until the object is destroyed. Requires that FileReset does
-    /// not run before that, and that the table has room.
+    /// Registers the contents under szName until the object is destroyed. Requires that szName is in lower case, that
+    /// the table has room, and that FileReset does not run before the end of the object.
     TextFile_c(char const * szName, std::string sBytes);
 
     void Refresh() override {}

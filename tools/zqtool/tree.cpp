@@ -150,6 +150,7 @@ namespace
         std::string sPath, sWhy;
     };
 
+    // Returns whether a folded path ends in a folded bare name.
     bool HasBareName(std::string const & sFolded, std::string const & sName)
     {
         return sFolded.ends_with(sName)
@@ -157,9 +158,9 @@ namespace
     }
 
     // Returns why a file does not open by its bare name. The first of these that applies is the reason:
-    // - that of the file itself;
-    // - that of a folder that it is in;
-    // - that it opens by another name.
+    // - a finding about the file.
+    // - a finding about a folder that it is in.
+    // - it opens by another name.
     std::string WhyNotEntered(MediaScan_t const & Scan, std::string const & sPath)
     {
         std::string sWhy = "it opens by another name";
@@ -177,6 +178,7 @@ namespace
         return sWhy;
     }
 
+    // Returns the files that have a folded bare name, except the one that opens.
     std::vector<Other_t> OthersOf(MediaScan_t const & Scan, std::string const & sName, std::string const & sOpened)
     {
         std::vector<Other_t> dOthers;
