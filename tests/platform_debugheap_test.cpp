@@ -10,6 +10,9 @@
 #include <cstddef>
 #include <latch>
 
+// As in the Windows debug heap.
+static_assert(plat::HEAP_NEW == 0xCD && plat::HEAP_FREED == 0xDD && plat::HEAP_FENCE == 0xFD);
+
 TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
 {
     constexpr std::uint32_t WORD = 0x290004;
