@@ -1,6 +1,6 @@
 // spreadsheet_fuzz.cpp: sheets of any bytes, compared with a reader of a text parser's tokens.
 //
-// The first two bytes are the separators; the usual ones are used if both are the same. The rest is the file.
+// The first two bytes are the separators. If both are the same, the usual ones are used. The rest is the file.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cspreadsheet.h"
 #include "zqcore/cstring.h"
@@ -12,7 +12,8 @@ namespace
 {
     using Row_t = std::vector<std::string>;
 
-    // Reads the next row that holds anything. Returns false at the end of the text.
+    // Reads the next row that holds anything. Returns false at the end of the text. Sets bError to whether a separator
+    // is missing.
     bool ReadRow(SimpleTextParser_c & Parser, SpreadsheetFmtDesc_t const & Fmt, Row_t & dCells, bool & bError)
     {
         auto const Is = [&](char cSymbol) { return Parser.IsSymbol() && Parser.GetSymbol() == cSymbol; };
@@ -43,10 +44,11 @@ namespace
         return bRow;
     }
 
-    // Compares the cells that have a name, and finds each in the first row that holds it.
+    // Compares the first MAX_COLUMNS cells that have a name, and finds each in the first row that holds it.
     void CompareRow(Spreadsheet_c & Sheet, int iRow, Row_t const & dCells)
     {
-        for (int iColumn = 0; iColumn < Sheet.GetColumnCount() && iColumn < 20; ++iColumn)
+        constexpr int MAX_COLUMNS = 20;   // the time grows with its square
+        for (int iColumn = 0; iColumn < std::min(Sheet.GetColumnCount(), MAX_COLUMNS); ++iColumn)
         {
             Require(Sheet.MoveToRow(iRow));
             Require(Sheet.MoveToFirstColumn());

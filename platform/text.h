@@ -25,6 +25,7 @@ namespace plat
     inline constexpr char LOWER_HEX_DIGITS[] = "0123456789abcdef";
     inline constexpr char ALL_HEX_DIGITS[] = "0123456789abcdefABCDEF";
 
+    /// Returns whether a character is a decimal digit of ASCII.
     constexpr bool IsDigit(char cText)
     {
         return cText >= '0' && cText <= '9';
@@ -53,6 +54,7 @@ namespace plat
         return (static_cast<unsigned char>(cByte) & 0xC0) == 0x80;
     }
 
+    /// Returns whether a value is a surrogate, high or low.
     constexpr bool IsSurrogate(char32_t cValue)
     {
         return cValue >= FIRST_HIGH_SURROGATE && cValue < AFTER_SURROGATES;
@@ -71,7 +73,7 @@ namespace plat
         return FIRST_OF_TWO + ((cHigh - FIRST_HIGH_SURROGATE) << 10) + (cLow - FIRST_LOW_SURROGATE);
     }
 
-    /// Writes a character as one or two units of UTF-16. Returns the number of units.
+    /// Writes a character as one or two units of UTF-16. Returns the number of units. Requires room for two.
     template <typename UNIT>
     constexpr std::size_t PutUtf16(UNIT * pOut, char32_t cText)
     {
@@ -93,8 +95,8 @@ namespace plat
     std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * wszText);
 
     /// Copies a text so that it can't control a terminal or viewer. These are written as escapes:
-    /// - control characters (C0, C1, DEL) that eControls does not leave, as `\n`, `\r`, `\t`, `\x1B` or `\u009B`;
-    /// - characters that end lines, or that embed, override or isolate a direction of writing, as `\u2028`;
+    /// - control characters (C0, C1, DEL) that eControls does not leave, as `\n`, `\r`, `\t`, `\x1B` or `\u009B`.
+    /// - characters that end lines, or that embed, override or isolate a direction of writing, as `\u2028`.
     /// - a byte that is not UTF-8, as `\xFF`.
     ///
     /// All else is copied unchanged, including `\`. Copies the whole characters and escapes that fit, and moves szText

@@ -1,4 +1,4 @@
-// The text readers with text objects, integers of exact width and enumerators. Each has the same rows.
+// The text readers with text objects, integers of exact width and enumerators. Those with Get have the same rows.
 #include "tests/media_fixture.h"
 #include "zqcore/cfilename.h"
 #include "zqcore/cpropertylist.h"
@@ -16,6 +16,8 @@ namespace
         Water
     };
     constexpr EnumName_T<Element_e> ELEMENTS[] = { { "fire", Element_e::Fire }, { "water", Element_e::Water } };
+
+    constexpr auto NO_ELEMENT = static_cast<Element_e>(7);
 
     using TextValue = MediaTest;
 
@@ -37,15 +39,16 @@ namespace
         Add(std::uint32_t{ 77 });
         Add(77ll);
         Add(77ull);
-        auto eElement = static_cast<Element_e>(7);
+        auto eElement = NO_ELEMENT;
         bool const bRead = Get(eElement, ELEMENTS);
-        Out << (bRead ? EnumToName(eElement, ELEMENTS) : eElement == static_cast<Element_e>(7) ? "-" : "changed");
+        Out << (bRead ? EnumToName(eElement, ELEMENTS) : eElement == NO_ELEMENT ? "-" : "changed");
         return Out.str();
     }
 }
 
 TEST_F(TextValue, ReadsExactIntegersAndEnumerators)
 {
+    // Values: 8 bits signed and not, 16 and 32 bits unsigned, 64 bits signed and not, the enumerator.
     for (auto const & [sText, sValues] : Rows_t<std::string, std::string>{
              { "0", "0 0 0 0 0 0 -" },
              { "-128", "-128 - - - -128 - -" },

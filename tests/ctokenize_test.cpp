@@ -1,10 +1,9 @@
 #include "tests/test_support.h"
 #include "zqcore/ctokenize.h"
 
-#include <array>
-
 namespace
 {
+    // Returns the pieces of a text, each followed by a bar.
     template <int GROW, typename SEPARATORS>
     std::string Pieces(char const * szText, SEPARATORS Separators)
     {
@@ -21,7 +20,7 @@ TEST(Tokenize, ReturnsThePiecesBetweenSeparators)
 {
     std::string const sLong(300, 'x'), sCut = sLong.substr(0, 255) + '|';
     for (auto const & [szText, szSeparators, szExpected] :
-        std::initializer_list<std::array<char const *, 3>>{ { "one two", " ", "one|two|" },
+        Rows_t<char const *, char const *, char const *>{ { "one two", " ", "one|two|" },
             { "  a,, b ,c", " ,", "a|b|c|" }, { "a b", nullptr, "a|b|" }, { "", " ", "" }, { ",,,", ",", "" },
             { "no separator", "", "no separator|" }, { "x;", ";", "x|" }, { sLong.c_str(), " ", sCut.c_str() } })
     {

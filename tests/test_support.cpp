@@ -133,10 +133,10 @@ Result_s RunShell(std::string const & sCommand)
 {
     std::string sOutput;
     std::FILE * const pPipe = popen(sCommand.c_str(), "r");
-    char szPart[4096];
-    while (std::size_t const n = std::fread(szPart, 1, sizeof szPart, pPipe))
+    char dBlock[4096];
+    while (std::size_t const nRead = std::fread(dBlock, 1, sizeof dBlock, pPipe))
     {
-        sOutput.append(szPart, n);
+        sOutput.append(dBlock, nRead);
     }
     int const iStatus = pclose(pPipe);
     return WIFEXITED(iStatus) ? Result_s{ WEXITSTATUS(iStatus), sOutput }
@@ -201,7 +201,7 @@ void LogToStandardError()
 
 namespace
 {
-    std::mutex g_Lock;
+    std::mutex g_Lock;   // of the lines and the texts that are collected
     LogCapture_c * g_pCapture = nullptr;
     DialogScript_c * g_pScript = nullptr;
 
@@ -213,7 +213,7 @@ namespace
     }
 }
 
-// Collects a line. What the collecting allocates must not count under the category of the code under test.
+// Collects a line. What this allocates counts under Tools, not under the category of the code under test.
 void OnCapturedLine(char const * szText)
 {
     MemCategoryScope_c const Category(mem::Tools);
@@ -304,7 +304,7 @@ std::string FailedConditions(std::function<void()> const & fnCall)
         {
             iFile = std::min(iFile, sLine.find(szEnd));
         }
-        if (sLine.starts_with("Assert") && iFailed <= sizeof "AssertEx" && iFile != std::string::npos)
+        if (sLine.starts_with("Assert") && iFailed < sizeof "AssertEx" && iFile != std::string::npos)
         {
             std::size_t const iCondition = iFailed + sizeof " failed, " - 1;
             std::string const sCondition = sLine.substr(iCondition, sLine.rfind(", ", iFile) - iCondition);

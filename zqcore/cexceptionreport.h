@@ -80,8 +80,9 @@ public:
     /// else in that of the installation, or else none. Requires that no other thread crashes or shows a trace.
     ZQ_API static void SetSymbolHelper(char const * szPath);
 
-    /// Adds a printer: the form in which the file of details shows the values of a type. Copies both texts. If several
-    /// printers match a type, the last one added applies. Requires that no other thread adds or crashes.
+    /// Adds a printer, the form in which the file of details shows the values of a type, and returns true. Copies both
+    /// texts. If several printers match a type, the last one added applies. Requires that no other thread adds or
+    /// crashes.
     /// - szType is the type's name with its namespaces, at most 127 bytes. `*` in it is any text.
     /// - szTemplate has at most 255 bytes: "({x}, {y}, {z})". `{name}` is the value of a member, `{name.name}` that of
     ///   a member's member, and all else is copied. A member that the type does not have is shown as "(no member x)".

@@ -1,4 +1,4 @@
-// cfaultnames_internal.h: names of the codes of faults, as the crash report and the exception handler show them.
+// cfaultnames_internal.h: names of the codes of faults, for the crash report and the exception handler.
 #pragma once
 
 #include "platform/faults.h"
@@ -39,7 +39,7 @@ inline constexpr FaultName_s FAULT_NAMES[] = {
     { plat::FAULT_STACK_OVERFLOW, "EXCEPTION_STACK_OVERFLOW" },
 };
 
-/// Returns the name of a code after its first nSkip characters, or null if the code has none.
+/// Returns the name of a code without the first nSkip characters, or null if the code has no name.
 inline char const * FaultNameOf(std::uint32_t nCode, std::size_t nSkip = 0)
 {
     for (FaultName_s const & Name : FAULT_NAMES)

@@ -14,6 +14,7 @@ namespace
 {
     unsigned char g_dMediaHash[SHA1_HASH_SIZE];
 
+    // Returns whether the path of a file's folder has a folder whose name ends in "declarations".
     bool IsDeclaration(File_c const & File)
     {
         String_T<256> sPath(File.pPath ? static_cast<char const *>(*File.pPath) : "");

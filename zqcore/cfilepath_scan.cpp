@@ -79,7 +79,7 @@ namespace
 
         bool m_bRecursive, m_bRelativeNames;
         bool m_bLinkEntered = false;
-        String_T<256> m_sRoot;   // media root in the form of g_sPaths; empty without relative names
+        String_T<256> m_sRoot;   // media root in the form of g_sPaths; empty without relative names or a usable root
         std::deque<plat::FolderListing_c> m_dListings;   // one for each level, reused for its folders in turn
         std::size_t m_iLevel = 0;
         Array_T<Entered_s, 64, 0> m_dEntered;
@@ -101,7 +101,7 @@ namespace
         }
     }
 
-    // Logs and reports an entry that can't be entered in the tables. Returns whether it can.
+    // Returns whether an entry can be in the tables. Logs and reports one that can't.
     bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
     {
         if (!Entry.bReachable)
@@ -115,6 +115,7 @@ namespace
         return Entry.Facts.bFolder || Entry.Facts.bRegular || Skip(FileSkip_e::NoRegularFile, szFolder, Entry.szName);
     }
 
+    // Logs and reports an entry that Reached hides: a path with the name in lower case leads to Reached.
     void LogHidden(char const * szFolder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached)
     {
         LogEscaped("filesystem: \"%s%s\" differs from another %s in case only, it is not entered", szFolder,
@@ -171,8 +172,8 @@ namespace
         m_Queue.Flush();
     }
 
-    // Logs an entry whose facts the system did not return, and stores its folder as missed. Does nothing for an
-    // excluded name or a file that was never finished: the scan skips both in any case.
+    // Logs and reports an entry whose facts the system does not return, and stores its folder as missed. Does nothing
+    // for an excluded name or a file of an unfinished save: the scan skips both in any case.
     ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
     {
         if (!g_sExcludedFiles.Has(Entry.szName) && !g_sExcludedFolders.Has(Entry.szName)
@@ -282,6 +283,7 @@ namespace
         Scan(sSub);
     }
 
+    // Returns whether this scan has entered a folder, by any path. Returns false if its identity can't be read.
     bool FolderScan_c::WasEntered(char const * szPath)
     {
         plat::FileIdentity_t Identity;
@@ -303,8 +305,8 @@ namespace
         return false;
     }
 
-    // Returns the part of a folder's path that its keys begin with. Returns null for bare names, and with a log line
-    // for a folder that is not below the media root.
+    // Returns the part of a folder's path that the keys of its files begin with. Returns null for bare names, and with
+    // a log line for a folder that is not below the media root.
     char const * FolderScan_c::KeyFolder(String_T<256> const & sPath) const
     {
         char const * const szPath = sPath;
@@ -320,8 +322,8 @@ namespace
         return szPath + m_sRoot.Length();
     }
 
-    // Makes the key of a file and returns its length. Returns 0, with a log line, for a name that no lookup finds and
-    // for a relative key that does not fit.
+    // Makes the key of a file and returns the key's length. Returns 0, with a log line, for a name that no lookup finds
+    // and for a relative key that does not fit.
     std::size_t FolderScan_c::MakeKey(
         Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const
     {
@@ -374,7 +376,7 @@ namespace
             FileReportSkip(FileSkip_e::TooLarge, Folder.sPath, Entry.szName);
         }
         pFile->pPath = Folder.pPath;
-        pFile->iLength = static_cast<int>(static_cast<std::uint32_t>(Entry.Facts.nSize));
+        pFile->iLength = static_cast<int>(static_cast<std::uint32_t>(Entry.Facts.nSize));   // the low 32 bits
         pFile->ftCreationTime = Entry.Facts.tCreation;
         pFile->ftLastWriteTime = Entry.Facts.tLastWrite;
         m_Queue.Push(pFile, nKey);

@@ -110,8 +110,8 @@ namespace Tessel
             return;
         }
         ValueScope_T const Collecting(s_bCollecting, true);
-        s_iEpoch =
-            static_cast<int>(static_cast<unsigned>(s_iEpoch) + 1);   // only compared for equality, so it may wrap
+        // Epochs are compared for equality only, so they may wrap.
+        s_iEpoch = static_cast<int>(static_cast<unsigned>(s_iEpoch) + 1);
         g_Root.MarkReachable();
         for (GcObj *pObject = s_pObjects, *pNext; pObject; pObject = pNext)
         {

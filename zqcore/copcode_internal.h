@@ -17,9 +17,9 @@
 // - A unit is two bytes of a pattern, or one byte of a format. The literal has L - 1 units.
 // - Two zero bytes end a group.
 //
-// The expanded form consists of a table of 32-bit little-endian offsets into itself and the groups. Slot 0 is the last
-// group, which is the root. Slot i + 1 is group i. Each string is a length byte and its bytes. Two zero bytes end a
-// group.
+// The expanded form consists of slots and the groups. A slot is a group's 32-bit little-endian offset from the start of
+// the form. Slot 0 is that of the last group, which is the root. Slot i + 1 is that of group i. Each string is a length
+// byte and its bytes. Two zero bytes end a group.
 #pragma once
 
 #include "platform/bytes.h"
@@ -209,7 +209,7 @@ struct OpcodeTables_s
     OpcodeIndex_s LaterIndex;
 };
 
-/// Return the low three bits of a byte, and the three above them: the parts of a ModR/M or SIB byte.
+/// Return the low three bits of a byte, and the three above them: two parts of a ModR/M or SIB byte.
 constexpr unsigned OpcodeLow(unsigned nByte)
 {
     return nByte & 7;

@@ -64,6 +64,7 @@ namespace
 
     constexpr Classes_c CLASSES;
 
+    // Returns whether a byte has one of these classes.
     bool Is(char cByte, unsigned dwClasses)
     {
         return CLASSES.Has(cByte, dwClasses);
@@ -126,7 +127,7 @@ namespace
         return cByte == '\n' || cByte == '\r';
     }
 
-    // Returns whether a token that reads as 0 has only digits and at most one sign and one decimal mark.
+    // Returns whether a token that reads as 0 has only digits, at most one sign and at most one decimal mark.
     bool IsNumber(std::string_view sToken)
     {
         int nSigns = 0, nMarks = 0;
@@ -213,6 +214,7 @@ void Script_c::StartText(char const * pText, int iLength)
     m_Errors.Begin(m_sName);
 }
 
+// Copies the next iCount bytes, or those that are left. If there are none, writes a terminator. Returns m_bEndOfFile.
 bool Script_c::Read(char * pBuffer, int iCount)
 {
     int const nLeft = m_iBytesTotal - m_iBytesRead;
@@ -248,7 +250,7 @@ inline char Script_c::ReadByte()
     return cByte;
 }
 
-// Reads up to and including a line feed.
+// Reads up to and including the next line feed, or to the end of the text.
 void Script_c::SkipLine()
 {
     while (!m_bEndOfFile && ReadByte() != '\n')
@@ -369,9 +371,9 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
 // in length, so the cost is linear in the distance to the occurrence or the NUL.
 bool Script_c::Find(char const * szToken)
 {
-    constexpr std::size_t FIRST_STRETCH = 64;
+    constexpr std::size_t FIRST_RANGE = 64;
     std::string_view const sRest(m_pData + m_iBytesRead, static_cast<std::size_t>(m_iBytesTotal - m_iBytesRead));
-    for (std::size_t nSeen = FIRST_STRETCH;; nSeen *= 2)
+    for (std::size_t nSeen = FIRST_RANGE;; nSeen *= 2)
     {
         std::string_view const sSeen = sRest.substr(0, nSeen);
         std::size_t const nEnd = sSeen.find('\0');
@@ -399,8 +401,8 @@ void Script_c::GetLine(char * sLine, int iMaxLength)
     sLine[sRead.copy(sLine, sRead.size())] = '\0';
 }
 
-// Reads the rest of the line, and its end unless the line has nMost bytes or more. Returns at most nMost bytes, without
-// leading blanks.
+// Returns the rest of the line without leading blanks and tabs, and reads the line's end. If that text has nMost bytes
+// or more, returns its first nMost and reads no further.
 std::string_view Script_c::NextLine(int nMost)
 {
     char cByte;
@@ -583,7 +585,7 @@ bool Script_c::GetWhole(WholeRange_t const & Range, std::uint64_t & iBits)
                || RefuseToken("this is no whole number in range", szToken));
 }
 
-// Does the same for a number whose absolute value is at most fMost.
+// Reads the next token as GetWhole does, but as a number whose absolute value is at most fMost.
 bool Script_c::GetNumber(double fMost, double & fValue)
 {
     char szToken[TOKEN_SIZE];
@@ -644,7 +646,7 @@ void Script_c::ErrorAt(char const * szReason, char const * szAbout, int iPositio
     Complain();
 }
 
-// Asserts that a file's copy is held. A mismatch in a block of memory is a fault of the program, one in a file is not.
+// Asserts that a file's copy is held. A mismatch in a file is no fault of the program. One in a block of memory is.
 void Script_c::Complain() const
 {
     ZQ_ASSERT(m_pFileData);

@@ -3,8 +3,8 @@
 
 namespace archives
 {
-    /// Loads contiguous values. An archive of unknown length is read in steps, each as long as all before it, so that a
-    /// damaged number does not allocate memory for which no bytes follow.
+    /// Loads contiguous values. An archive of unknown length is read in steps of FIRST_STEP values at first, then of as
+    /// many as all before, so that a damaged number allocates little memory for which no bytes follow.
     template <typename T>
     void LoadValues(Serializeable_c & Archive, T & dItems, std::size_t nValues)
     {
@@ -20,7 +20,7 @@ namespace archives
         }
     }
 
-    /// Stores or loads one element. A bool may not be an object of its own, as in a std::vector<bool>.
+    /// Stores or loads one element. A bool may be a mere bit, as in a std::vector<bool>.
     template <typename ITERATOR>
     void TransferElement(Serializeable_c & Archive, ITERATOR it)
     {
@@ -115,7 +115,7 @@ namespace archives
         Archive.Serialize(const_cast<T &>(Value));
     }
 
-    /// Loads entries by fnLoadOne, which adds one to dItems.
+    /// Replaces the entries of dItems. fnLoadOne loads and adds one. If its key is there already, fails the archive.
     template <typename T, typename LOAD>
     void LoadEntries(Serializeable_c & Archive, T & dItems, std::size_t nEntries, LOAD fnLoadOne)
     {

@@ -69,7 +69,7 @@ public:
         return TextPut(sName, FileKey());
     }
 
-    /// Rewinds NextIdent and clears the work line. Returns false on a closed warehouse.
+    /// Rewinds NextIdent, clears the work line and returns true. Returns false on a closed warehouse.
     ZQ_API bool StartIdent();
 
     /// Make the next item's line the work line and write its ident in lower case. Return false, without a work line,

@@ -12,10 +12,11 @@ namespace
 {
     struct alignas(64) Wide_s
     {
-        char d[64];
+        char dBytes[64];
     };
 }
 
+// Returns 16 integers, which the caller deletes.
 extern "C" ZQ_API int * EngineAllocate()
 {
     delete ZQ_NEW int(5);

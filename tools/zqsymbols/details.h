@@ -56,8 +56,8 @@ namespace zqsymbols
         {}
 
         /// Returns the lines of the next frame, or an empty text at the end. If the stack has more than NEAR + FAR
-        /// frames, returns the first NEAR, a line that reports what is left out, and the last FAR. If it does not reach
-        /// the far end in 10 seconds or MAX_FRAMES frames, reports that instead of the last FAR.
+        /// frames, returns the first NEAR, a line that reports what is left out, and the last FAR. If the far end
+        /// is not reached in 10 seconds or MAX_FRAMES frames (frames.h), reports that instead of the last FAR.
         std::string Next();
 
     private:

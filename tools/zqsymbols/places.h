@@ -8,9 +8,8 @@
 
 namespace zqsymbols
 {
-    /// Returns what the expressions of a frame's function may refer to. nCallers is the number of calls from
-    /// this frame to the one whose values are asked for. Requires that the frame and the entry values outlive the
-    /// result.
+    /// Returns what the expressions of a frame's function may refer to. nCallers is the number of calls from this frame
+    /// to the one whose values are asked for. Requires that the frame and the entry values outlive the result.
     Surroundings_t SurroundingsOf(Process_c & Process, Frame_t const & Frame, Unit_t const & Unit,
         Dwarf_Die * pFunction, EntryValues_t & EntryValues, unsigned nCallers = 0);
 

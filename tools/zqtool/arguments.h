@@ -26,7 +26,7 @@ public:
     /// Makes it an error to omit the argument.
     Argument_c & SetRequired();
 
-    /// Lets an option occur any number of times with one value each. The word after the value is no value of it.
+    /// Lets an option occur any number of times with one value each. The word after the value does not belong to it.
     Argument_c & SetOneValue();
 
     /// Restricts the values to a few words, which also replace the word of the help texts.

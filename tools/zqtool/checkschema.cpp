@@ -24,6 +24,7 @@ namespace
         return { Error.iLine, Error.iColumn, Error.sReason.CStr() };
     }
 
+    // Returns the names between the bars of a type. Skips empty ones.
     std::vector<std::string> SplitNames(std::string const & sType)
     {
         std::vector<std::string> dNames;
@@ -39,7 +40,7 @@ namespace
         return dNames;
     }
 
-    // Reader of the columns of a schema's current row. Except for the type, a hyphen is an empty cell.
+    // Reader of the cells of a schema's current row. Except for the type, a hyphen is an empty cell.
     class SchemaRow_c
     {
     public:
@@ -73,6 +74,7 @@ namespace
         }
 
     private:
+        // Adds the table's last error to the complaints if a cell was not read.
         void Note(bool bRead)
         {
             if (!bRead)
@@ -134,6 +136,7 @@ namespace
         return Table.GetLastError().sReason.CStr();
     }
 
+    // Return why the cell of the current row is not of the column's type or range, or an empty text if it is.
     template <typename NUMBER, typename TABLE>
     std::string NumberViolation(TABLE & Table, SchemaColumn_t const & Column)
     {

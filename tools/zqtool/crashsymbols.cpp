@@ -47,6 +47,7 @@ namespace
         std::map<std::uint64_t, std::vector<CrashFrame_t>> m_dFrames;
     };
 
+    // Sets the source line of a frame, or none.
     void SetPlace(CrashFrame_t & Frame, std::optional<zqsymbols::Line_t> const & Line)
     {
         Frame.sFile = Line ? Line->sFile : "";
@@ -82,7 +83,7 @@ namespace
     }
 
     // Returns a named frame with what the report says of its address. If an address has several frames, only the first
-    // can follow frames left out.
+    // can follow frames left out. A return address was looked up one byte before, so its displacement grows by 1.
     CrashFrame_t Merged(CrashFrame_t Named, CrashFrame_t const & Reported, bool bFirst)
     {
         Named.nAddress = Reported.nAddress;

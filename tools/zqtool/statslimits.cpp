@@ -14,18 +14,25 @@ namespace
     constexpr std::string_view FRAME_FIGURES[] = { "mean", "median", "p95", "p99", "worst" };
     constexpr std::string_view TIMER_FIGURES[] = { "mean", PEAK };
 
+    // Unit of a limit's time.
+    struct Unit_s
+    {
+        std::string_view sName;
+        double tLength;   // in milliseconds
+    };
+    constexpr Unit_s UNITS[] = { { "ms", 1 }, { "us", 1e-3 }, { "s", 1e3 } };
+
     // Returns a time in milliseconds. Returns a negative number for a negative time and for any other text.
     double ReadTime(std::string_view sText)
     {
-        static constexpr std::pair<std::string_view, double> UNITS[] = { { "ms", 1 }, { "us", 1e-3 }, { "s", 1e3 } };
         double fNumber = 0;
         auto const [pRest, eError] = std::from_chars(sText.data(), sText.data() + sText.size(), fNumber);
         std::string_view const sUnit(pRest, static_cast<std::size_t>(sText.data() + sText.size() - pRest));
-        for (auto const & [sKnown, fFactor] : UNITS)
+        for (Unit_s const & Unit : UNITS)
         {
-            if (eError == std::errc() && sUnit == sKnown && std::isfinite(fNumber))
+            if (eError == std::errc() && sUnit == Unit.sName && std::isfinite(fNumber))
             {
-                return fNumber * fFactor;
+                return fNumber * Unit.tLength;
             }
         }
         return -1;
@@ -60,10 +67,10 @@ std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
 
 StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond)
 {
-    double const fMilliseconds = 1000 / fTicksPerSecond;
+    double const fMillisecondsOfTick = 1000 / fTicksPerSecond;
     if (Limit.sName == FRAME)
     {
-        return { true, FrameFigure(Tree.GetSummary(), Limit.sFigure) * fMilliseconds };
+        return { true, FrameFigure(Tree.GetSummary(), Limit.sFigure) * fMillisecondsOfTick };
     }
     StatsMeasured_t Measured;
     std::vector<StatsAverage_t> const dAverages = Tree.GetAverages();
@@ -73,7 +80,7 @@ StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tre
         if (Node.sName == Limit.sName)
         {
             double const tTime = Limit.sFigure == PEAK ? static_cast<double>(Node.tPeak) : dAverages[i].tTime;
-            Measured = { true, std::max(Measured.tMilliseconds, tTime * fMilliseconds) };
+            Measured = { true, std::max(Measured.tMilliseconds, tTime * fMillisecondsOfTick) };
         }
     }
     return Measured;

@@ -32,7 +32,7 @@ namespace
         return Tree.GetFrameCount() / static_cast<int>(STATS_FRAMES);
     }
 
-    void PrintTree(StatsTree_c const & Tree, double fMilliseconds)
+    void PrintTree(StatsTree_c const & Tree, double fMillisecondsOfTick)
     {
         std::vector<StatsNode_t> const & dNodes = Tree.GetNodes();
         std::vector<StatsAverage_t> const dAverages = Tree.GetAverages();
@@ -44,8 +44,8 @@ namespace
             StatsNode_t const & Node = dNodes[i];
             if (i > 0)   // the root is not timed
             {
-                std::printf("%12.4f %12.4f %12.4f %9s %12llu %12.2f  %*s%s\n", dAverages[i].tTime * fMilliseconds,
-                    dAverages[i].tOwn * fMilliseconds, static_cast<double>(Node.tPeak) * fMilliseconds,
+                std::printf("%12.4f %12.4f %12.4f %9s %12llu %12.2f  %*s%s\n", dAverages[i].tTime * fMillisecondsOfTick,
+                    dAverages[i].tOwn * fMillisecondsOfTick, static_cast<double>(Node.tPeak) * fMillisecondsOfTick,
                     Node.iPeakFrame < 0 ? "-" : std::to_string(Node.iPeakFrame).c_str(),
                     static_cast<unsigned long long>(Node.nCalls), dAverages[i].fCalls,
                     static_cast<int>(2 * dDepths[i] - 2), "", Node.sName.c_str());
@@ -54,7 +54,7 @@ namespace
     }
 
     // Returns the timers in depth-first order, without the root, which is not timed.
-    Json_t JsonOfTimers(StatsTree_c const & Tree, double fMilliseconds)
+    Json_t JsonOfTimers(StatsTree_c const & Tree, double fMillisecondsOfTick)
     {
         std::vector<StatsNode_t> const & dNodes = Tree.GetNodes();
         std::vector<StatsAverage_t> const dAverages = Tree.GetAverages();
@@ -69,9 +69,9 @@ namespace
                 dPlaces[i] = static_cast<int>(Timers.size());
                 int const iParent = dPlaces[static_cast<std::size_t>(Node.iParent)];
                 Timers.push_back({ { "name", Node.sName }, { "parent", iParent < 0 ? Json_t() : Json_t(iParent) },
-                    { "depth", dDepths[i] - 1 }, { "mean_ms", dAverages[i].tTime * fMilliseconds },
-                    { "own_ms", dAverages[i].tOwn * fMilliseconds },
-                    { "peak_ms", static_cast<double>(Node.tPeak) * fMilliseconds },
+                    { "depth", dDepths[i] - 1 }, { "mean_ms", dAverages[i].tTime * fMillisecondsOfTick },
+                    { "own_ms", dAverages[i].tOwn * fMillisecondsOfTick },
+                    { "peak_ms", static_cast<double>(Node.tPeak) * fMillisecondsOfTick },
                     { "peak_frame", Node.iPeakFrame < 0 ? Json_t() : Json_t(Node.iPeakFrame) },
                     { "calls", Node.nCalls }, { "calls_per_frame", dAverages[i].fCalls } });
             }
@@ -91,26 +91,27 @@ void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts)
         std::printf("The profiler writes its first batch after %i frames.\n", static_cast<int>(STATS_FRAMES));
         return;
     }
-    double const fMilliseconds = SECOND / Facts.fTicksPerSecond;
+    double const fMillisecondsOfTick = SECOND / Facts.fTicksPerSecond;
     StatsSummary_t const Summary = Tree.GetSummary();
     std::printf("frame time in ms: mean %.4f, median %.4f, 95 %% %.4f, 99 %% %.4f, worst %.4f (frame %i)\n\n",
-        Summary.tMean * fMilliseconds, Summary.tMedian * fMilliseconds, Summary.t95 * fMilliseconds,
-        Summary.t99 * fMilliseconds, Summary.tWorst * fMilliseconds, Summary.iWorst);
-    PrintTree(Tree, fMilliseconds);
+        Summary.tMean * fMillisecondsOfTick, Summary.tMedian * fMillisecondsOfTick, Summary.t95 * fMillisecondsOfTick,
+        Summary.t99 * fMillisecondsOfTick, Summary.tWorst * fMillisecondsOfTick, Summary.iWorst);
+    PrintTree(Tree, fMillisecondsOfTick);
 }
 
 Json_t JsonOfStats(StatsTree_c const & Tree, StatsFacts_t const & Facts)
 {
-    double const fMilliseconds = SECOND / Facts.fTicksPerSecond;
+    double const fMillisecondsOfTick = SECOND / Facts.fTicksPerSecond;
     StatsSummary_t const Summary = Tree.GetSummary();
     Json_t Frame;
     if (Tree.GetFrameCount() > 0)
     {
-        Frame = { { "mean_ms", Summary.tMean * fMilliseconds }, { "median_ms", Summary.tMedian * fMilliseconds },
-            { "p95_ms", Summary.t95 * fMilliseconds }, { "p99_ms", Summary.t99 * fMilliseconds },
-            { "worst_ms", Summary.tWorst * fMilliseconds }, { "worst_frame", Summary.iWorst } };
+        Frame = { { "mean_ms", Summary.tMean * fMillisecondsOfTick },
+            { "median_ms", Summary.tMedian * fMillisecondsOfTick }, { "p95_ms", Summary.t95 * fMillisecondsOfTick },
+            { "p99_ms", Summary.t99 * fMillisecondsOfTick }, { "worst_ms", Summary.tWorst * fMillisecondsOfTick },
+            { "worst_frame", Summary.iWorst } };
     }
     return { { "file", Facts.sFile }, { "frames", Tree.GetFrameCount() }, { "batches", BatchesOf(Tree) },
         { "ticks_per_second", Facts.fTicksPerSecond }, { "frame", Frame },
-        { "timers", JsonOfTimers(Tree, fMilliseconds) }, { "problems", Facts.dProblems } };
+        { "timers", JsonOfTimers(Tree, fMillisecondsOfTick) }, { "problems", Facts.dProblems } };
 }

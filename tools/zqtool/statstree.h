@@ -73,15 +73,17 @@ private:
     std::vector<StatsNode_t> m_dNodes;
     int m_nWholeFrames = 0;      // of whole batches; a single broken one counts as whole
     std::vector<int> m_dTaken;   // first frame of the last batch that used a node
-    std::map<std::tuple<int, std::uint32_t, int>, int>
-        m_dIndices;   // by parent, id, and number among those with equal ones
+
+    // Indices of nodes by parent, id, and number among those with equal ones.
+    std::map<std::tuple<int, std::uint32_t, int>, int> m_dIndices;
+
     std::vector<double> m_dFrames;
     int m_iFirstFrame = 0;
 };
 
-/// Divides a line among the members of a tree, and sets dStarts and dSizes. Each has its own size, which dSizes holds
-/// before, or the sum of its children's, whichever is larger. Its children lie inside it, from its start on. Negative
-/// sizes count as 0. Requires parents before their children, and -1 as the parent of a root.
+/// Divides a line among the members of a tree, and sets dStarts and dSizes. A member has its own size, which dSizes
+/// holds at the call, or the sum of its children's, whichever is larger. Its children lie inside it, from its start on.
+/// Negative sizes count as 0. Requires parents before their children, and -1 as the parent of a root.
 void LayOutTree(std::vector<int> const & dParents, std::vector<double> & dSizes, std::vector<double> & dStarts);
 
 /// Returns the indices of a tree's members in depth-first order: each member comes right before its descendants.

@@ -6,6 +6,6 @@
 #include <iosfwd>
 #include <span>
 
-/// Writes one HTML page that loads nothing: the last snapshot, and if there are more its growth since the first.
+/// Writes one HTML page that loads no other file: the last snapshot and, if there are more, its growth since the first.
 /// Requires a snapshot.
 void WriteTreemapPage(std::ostream & Stream, std::span<AllocationReport_t const> dReports);

@@ -186,7 +186,7 @@ extern "C" int __real_fclose(std::FILE * pFile);
 
 namespace
 {
-    // Closes a file and returns a failure, because a close that fails has closed the file.
+    // Close a file and return a failure, because a close that fails has closed the file.
     int FailClose(int iFile)
     {
         syscall(SYS_close, iFile);
