@@ -2,6 +2,7 @@
 #include "platform/debugger.h"
 #include "platform/dialog.h"
 #include "platform/linux/reserve.h"
+#include "platform/modulelist.h"
 #include "platform/process.h"
 #include "platform/system.h"
 #include "platform/text.h"
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <cwchar>
+#include <link.h>
 #include <sys/ptrace.h>
 #include <unistd.h>
 
@@ -180,4 +182,35 @@ TEST(PlatformSystem, GathersTheFacts)
     std::tm Expected = { Local.iSecond, Local.iMinute, Local.iHour, Local.iDay, Local.iMonth - 1, Local.iYear - 1900, 0,
         0, -1, 0, nullptr };
     EXPECT_LE(std::abs(std::difftime(std::time(nullptr), std::mktime(&Expected))), 3601.0) << "up to an hour set back";
+}
+
+TEST(PlatformModules, ANoteThatExceedsItsSegmentEndsTheSearchForABuildId)
+{
+    struct Note_s
+    {
+        ElfW(Nhdr) Head;
+        char szOwner[4];
+        std::uint32_t nContents;
+    };
+    struct Image_s
+    {
+        ElfW(Ehdr) Header = {};
+        ElfW(Phdr) Segment = {};
+        Note_s Other = { { 4, 4, 1 }, "GNU", 1 }, BuildId = { { 4, 4, NT_GNU_BUILD_ID }, "GNU", 0x12345678 };
+    } Image;
+    Image.Header.e_phnum = 1;
+    Image.Header.e_phoff = offsetof(Image_s, Segment);
+    Image.Segment.p_type = PT_NOTE;
+    Image.Segment.p_offset = offsetof(Image_s, Other);
+    Image.Segment.p_filesz = sizeof Image.Other + sizeof Image.BuildId;
+    for (auto const & [nOwner, nContents, nExpected] : Rows_t<std::uint32_t, std::uint32_t, std::size_t>{ { 4, 4, 4 },
+             { 0xFFFFFFF4, 0, 0 }, { 0xFFFFFFFD, 0, 0 }, { 4, 0xFFFFFFF0, 0 }, { 4, 24, 0 }, { 4, 25, 0 } })
+    {
+        Image.Other.Head.n_namesz = nOwner;
+        Image.Other.Head.n_descsz = nContents;
+        std::uint8_t dId[8] = {};
+        plat::Module_t const Module = { "", reinterpret_cast<std::uintptr_t>(&Image), sizeof Image };
+        ASSERT_EQ(plat::ModuleBuildId(Module, dId, sizeof dId), nExpected) << nOwner << ' ' << nContents;
+        EXPECT_EQ(std::memcmp(dId, &Image.BuildId.nContents, nExpected), 0);
+    }
 }

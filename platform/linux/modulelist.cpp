@@ -22,13 +22,13 @@ namespace plat
         }
 
         // Returns the size of a field of a note with the padding after it.
-        std::uintptr_t Padded(std::uintptr_t nField)
+        std::uint64_t Padded(std::uint32_t nField)
         {
-            return (nField + 3) & ~std::uintptr_t{ 3 };
+            return (std::uint64_t{ nField } + 3) & ~std::uint64_t{ 3 };
         }
 
         // Copies the build-id among the notes (elf(5)) in a range of memory. Returns its size in bytes, at most
-        // nSize, or 0 if there is none.
+        // nSize, or 0 if there is none before the first note that does not fit the range.
         std::size_t CopyBuildId(std::uintptr_t Address, std::uintptr_t End, std::uint8_t * pId, std::size_t nSize)
         {
             constexpr char OWNER[] = "GNU";
@@ -39,14 +39,20 @@ namespace plat
             } Note;
             while (Address < End && MemoryReadObject(Address, Note))
             {
-                std::uintptr_t const Contents = Address + sizeof Note.Head + Padded(Note.Head.n_namesz);
+                std::uint64_t const nBefore = sizeof Note.Head + Padded(Note.Head.n_namesz);
+                std::uint64_t const nNote = nBefore + Padded(Note.Head.n_descsz);
+                if (nNote > End - Address)
+                {
+                    return 0;
+                }
                 bool const bOwn =
                     Note.Head.n_namesz == sizeof OWNER && std::memcmp(Note.szOwner, OWNER, sizeof OWNER) == 0;
                 if (bOwn && Note.Head.n_type == NT_GNU_BUILD_ID)
                 {
+                    auto const Contents = static_cast<std::uintptr_t>(Address + nBefore);
                     return MemoryRead(Contents, pId, std::min<std::size_t>(Note.Head.n_descsz, nSize));
                 }
-                Address = Contents + Padded(Note.Head.n_descsz);
+                Address = static_cast<std::uintptr_t>(Address + nNote);
             }
             return 0;
         }
