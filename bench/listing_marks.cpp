@@ -38,10 +38,10 @@ namespace
 
     struct Count_t
     {
-        unsigned nAll = 0, nLost = 0, nLength = 0, nName = 0;
+        unsigned nAll = 0, nLost = 0, nOtherLength = 0, nOtherName = 0;
     };
 
-    // Reads "  ADDRESS:\tBYTES \tTEXT" and returns whether the line is one.
+    // Reads a line "  ADDRESS:\tBYTES \tTEXT". Returns false if it has another form.
     bool ReadLine(
         std::string const & sLine, std::uint64_t & Address, std::vector<unsigned char> & dBytes, std::string & sText)
     {
@@ -63,6 +63,7 @@ namespace
         return !dBytes.empty();
     }
 
+    // Returns whether the code has a VEX, EVEX or XOP prefix, alone or after segment and address size prefixes.
     bool IsVector(Section_t const & Section, Instruction_t const & Instruction, bool b64Bit)
     {
         unsigned char const * p = Section.dCode.data() + Instruction.nOffset;
@@ -89,13 +90,13 @@ namespace
         return sWord;
     }
 
-    // Returns whether both names are of one instruction. objdump names compares by their immediate byte.
+    // Returns whether both names are of one instruction. In names with STEMS, objdump expresses the immediate byte.
     bool IsSameName(std::string const & sTheirs, std::string const & sOurs)
     {
-        static constexpr char const * COMPARES[] = { "vcmp", "vpcmp", "vpcom", "vpclmul" };
+        static constexpr char const * STEMS[] = { "vcmp", "vpcmp", "vpcom", "vpclmul" };
         return sTheirs == sOurs
-               || std::any_of(std::begin(COMPARES), std::end(COMPARES),
-                   [&](char const * sz) { return sTheirs.rfind(sz, 0) == 0 && sOurs.rfind(sz, 0) == 0; });
+               || std::any_of(std::begin(STEMS), std::end(STEMS),
+                   [&](char const * szStem) { return sTheirs.starts_with(szStem) && sOurs.starts_with(szStem); });
     }
 
     class Measure_c
@@ -113,8 +114,8 @@ namespace
             for (Instruction_t const & Instruction : Section.dInstructions)
             {
                 bool const bVector = IsVector(Section, Instruction, m_b64Bit);
-                ++m_Counts[bVector].nAll;
-                m_Counts[bVector].nLost += !IsMarked(Section, Instruction.nOffset);
+                ++m_dCounts[bVector].nAll;
+                m_dCounts[bVector].nLost += !IsMarked(Section, Instruction.nOffset);
                 Compare(Section, Instruction, bVector);
             }
         }
@@ -123,12 +124,12 @@ namespace
         {
             for (bool const bVector : { true, false })
             {
-                Count_t const & Count = m_Counts[bVector];
+                Count_t const & Count = m_dCounts[bVector];
                 std::printf("%-6s %7u, lost %u (%.2f %%), other length %u, other name %u\n",
                     bVector ? "vector" : "other", Count.nAll, Count.nLost,
-                    Count.nAll != 0 ? 100.0 * Count.nLost / Count.nAll : 0.0, Count.nLength, Count.nName);
+                    Count.nAll != 0 ? 100.0 * Count.nLost / Count.nAll : 0.0, Count.nOtherLength, Count.nOtherName);
             }
-            for (auto const & [sWhat, nTimes] : m_Details)
+            for (auto const & [sWhat, nTimes] : m_dDetails)
             {
                 std::printf("    %6u  %s\n", nTimes, sWhat.c_str());
             }
@@ -147,6 +148,7 @@ namespace
             return m_dLengths[nOffset];
         }
 
+        // Returns whether the listing that a fault at this offset would have has an instruction there.
         bool IsMarked(Section_t const & Section, std::size_t nFault)
         {
             std::size_t const nInBlock = (Section.Address + nFault) % BLOCK;
@@ -161,23 +163,23 @@ namespace
         void Compare(Section_t const & Section, Instruction_t const & Instruction, bool bVector)
         {
             std::string const sTheirs = Mnemonic(Instruction.sText);
-            if (sTheirs.empty() || sTheirs == ".byte" || sTheirs.rfind("rex", 0) == 0
+            if (sTheirs.empty() || sTheirs == ".byte" || sTheirs.starts_with("rex")
                 || Instruction.sText.find("(bad)") != std::string::npos)
             {
                 return;
             }
-            Count_t & Count = m_Counts[bVector];
+            Count_t & Count = m_dCounts[bVector];
             char szText[256];
             std::size_t const nBytes = m_Decoder.Decode(Section.dCode.data() + Instruction.nOffset,
                 Section.dCode.size() - Instruction.nOffset, szText, sizeof szText);
             std::string const sOurs = szText;
             bool const bLength = nBytes != Instruction.nBytes && sOurs != "lock   " && sOurs != "wait   ";
             bool const bName = bVector && !IsSameName(sTheirs, Mnemonic(sOurs));
-            Count.nLength += bLength;
-            Count.nName += bName;
+            Count.nOtherLength += bLength;
+            Count.nOtherName += bName;
             if (m_bDetails && (bLength || bName))
             {
-                ++m_Details[Instruction.sText + " is " + sOurs];
+                ++m_dDetails[Instruction.sText + " is " + sOurs];
             }
         }
 
@@ -185,8 +187,8 @@ namespace
         bool m_bDetails;
         OpcodeDecoder_c m_Decoder;
         std::vector<unsigned char> m_dLengths;   // at each offset of the section, 0 if not known yet
-        Count_t m_Counts[2];
-        std::map<std::string, unsigned> m_Details;
+        Count_t m_dCounts[2];
+        std::map<std::string, unsigned> m_dDetails;
     };
 }
 

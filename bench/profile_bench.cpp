@@ -14,12 +14,13 @@ namespace
 {
     // Bytes of a batch in a file: the number of its records, and the most of them.
     constexpr std::size_t BATCH_SIZE = sizeof(std::uint32_t) + MAX_TIMERS_TOTAL * sizeof(profiler::timer_t);
-    constexpr std::chrono::milliseconds PAUSE(10);   // for the write; the next one comes PROFILER_FRAMES later
+    // Time for the write of a batch. A program starts the next one PROFILER_FRAMES frames later.
+    constexpr std::chrono::milliseconds PAUSE(10);
 
     // A running profiler for a benchmark, with the root and timers below it.
-    struct Profiler_s
+    struct Profiler_c
     {
-        explicit Profiler_s(int nTimers)
+        explicit Profiler_c(int nTimers)
         {
             Module_c::Register(ModuleProfiler_c::Get());
             Module_c::InitializeAllModules();
@@ -29,7 +30,7 @@ namespace
                 ProfilerPop();
             }
         }
-        ~Profiler_s() { Module_c::ShutdownAllModules(); }
+        ~Profiler_c() { Module_c::ShutdownAllModules(); }
     };
 
     void Clock(benchmark::State & State)
@@ -46,7 +47,7 @@ namespace
 
     void ById(benchmark::State & State, int nTimers)
     {
-        Profiler_s const Profiler(nTimers);
+        Profiler_c const Profiler(nTimers);
         std::uint32_t iTimer = 0;
         for (auto _ : State)
         {
@@ -60,7 +61,7 @@ namespace
 
     void ByName(benchmark::State & State)
     {
-        Profiler_s const Profiler(8);
+        Profiler_c const Profiler(8);
         for (auto _ : State)
         {
             ProfilerPush("Frame ModuleWorld_c", false);
@@ -69,11 +70,11 @@ namespace
     }
     BENCHMARK(ByName)->Name("PushPop/by_name/ours");
 
-    // Measures a frame whose times are those of the previous frame plus a step. With a negative step every timer's peak
-    // leaves the ring in every frame.
+    // Measures a frame whose times are those of the previous frame plus tStep, each changed by less than 64. With a
+    // step below -64 every timer's peak leaves the ring in every frame.
     void Update(benchmark::State & State, std::int64_t tFirst, std::int64_t tStep)
     {
-        Profiler_s const Profiler(MAX_TIMERS_TOTAL);
+        Profiler_c const Profiler(MAX_TIMERS_TOTAL);
         profiler::timer_t * const pFirst = ProfilerGetRoot();
         std::int64_t tFrame = tFirst;
         int iRing = 0;
@@ -94,11 +95,16 @@ namespace
     BENCHMARK_CAPTURE(Update, steady, 1000, 0)->Name("UpdateFrame/512/ours");
     BENCHMARK_CAPTURE(Update, falling, std::int64_t{ 1 } << 60, -1000)->Name("UpdateFrame/512_falling/ours");
 
+    std::filesystem::path BatchPath()
+    {
+        return std::filesystem::temp_directory_path() / "zqcore_profile_bench";
+    }
+
     void Swap(benchmark::State & State)
     {
-        Profiler_s const Profiler(MAX_TIMERS_TOTAL);
-        std::string const sFile = (std::filesystem::temp_directory_path() / "zqcore_profile_bench").string();
-        ProfilerInitSwapStats(FileName_c(sFile.c_str()));
+        Profiler_c const Profiler(MAX_TIMERS_TOTAL);
+        std::filesystem::path const Path = BatchPath();
+        ProfilerInitSwapStats(FileName_c(Path.c_str()));
         for (auto _ : State)
         {
             ProfilerSwapStats();
@@ -106,16 +112,16 @@ namespace
             std::this_thread::sleep_for(PAUSE);
             State.ResumeTiming();
         }
-        std::filesystem::remove(sFile);
+        std::filesystem::remove(Path);
     }
     BENCHMARK(Swap)->Name("SwapStats/512/ours")->Iterations(50);
 
-    // Measures the copy only. Another thread writes it to a file in the pauses, as the system does with ours.
+    // Measures the copy only. Another thread writes it to a file in the pauses, as the system does with the profiler's.
     void Copy(benchmark::State & State)
     {
         PlainVector_T<char> const dFrom(BATCH_SIZE, 1);
         PlainVector_T<char> dTo(BATCH_SIZE);
-        std::filesystem::path const Path = std::filesystem::temp_directory_path() / "zqcore_profile_bench";
+        std::filesystem::path const Path = BatchPath();
         std::ofstream File(Path, std::ios::binary);
         for (auto _ : State)
         {
@@ -130,8 +136,7 @@ namespace
     }
     BENCHMARK(Copy)->Name("SwapStats/512/memcpy")->Iterations(50);
 
-    // Starts and ends a thread. The locks of the C library are cheaper in a process that never had a second one, and
-    // does not need them.
+    // Starts and ends a thread. The locks of the C library are cheaper in a process that never had a second thread.
     void StartAThread()
     {
         std::thread([] {}).join();

@@ -1,5 +1,4 @@
-// startup_bench.cpp: the cost of loading the library: a program that links it, compared with the same program without
-// it.
+// startup_bench.cpp: the cost of loading the library, measured against the same program without it.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -9,7 +8,7 @@
 
 namespace
 {
-    // Returns the kilobytes of memory that belong to the process alone, as it prints them.
+    // Runs a program and returns the kilobytes of memory that belong to its process alone, as the program prints them.
     double PrivateKilobytes(char const * szProgram)
     {
         double fTotal = 0;

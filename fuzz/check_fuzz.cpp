@@ -1,5 +1,5 @@
-// check_fuzz.cpp: texts of any bytes, as zqtool checks them. The first byte chooses the kind, the format and whether a
-// schema is compared. Each complaint must have a place in the text, and later ones follow.
+// check_fuzz.cpp: texts of any bytes, as zqtool checks them. The first byte chooses the kind, the options and the name
+// of the file. Complaints come in the order of their lines, and each that has a line has a column.
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/checkschema.h"
 
@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     constexpr TextKind_e KINDS[] = { TextKind_e::Table, TextKind_e::Spreadsheet, TextKind_e::PropertyList,
         TextKind_e::Script };
     CheckOptions_t Options;
-    Options.eKind = KINDS[nChoice % 4];
+    Options.eKind = KINDS[nChoice % std::size(KINDS)];
     Options.bRows = (nChoice & 4) != 0;
     Options.pSchema = (nChoice & 8) != 0 && Options.eKind < TextKind_e::PropertyList ? &s_dSchema : nullptr;
     Options.sHead = (nChoice & 16) != 0 && Options.eKind == TextKind_e::Table ? "a b" : "";

@@ -50,7 +50,7 @@ public:
         pData = nullptr;
     }
 
-    std::string m_sText;
+    std::string m_sText;   // the bytes
 
 private:
     FuzzFile_c()
@@ -60,21 +60,22 @@ private:
     }
 };
 
-/// Returns whether the readers refuse a text as UTF-16. Skips the byte order mark of UTF-8.
+/// Skips the byte order mark of UTF-8. Returns whether the readers refuse the text as UTF-16.
 inline bool IsRefused(std::string_view & sText)
 {
-    if (sText.starts_with("\xEF\xBB\xBF"))
+    constexpr std::string_view MARK = "\xEF\xBB\xBF";
+    if (sText.starts_with(MARK))
     {
-        sText.remove_prefix(3);
+        sText.remove_prefix(MARK.size());
         return false;
     }
     return sText.starts_with("\xFF\xFE") || sText.starts_with("\xFE\xFF");
 }
 
 /// Prints the caller's line on standard error and aborts if a condition does not hold.
-inline void Require(bool bAgreed, int iLine = __builtin_LINE())
+inline void Require(bool bHolds, int iLine = __builtin_LINE())
 {
-    if (!bAgreed)
+    if (!bHolds)
     {
         std::fprintf(stderr, "line %d does not hold\n", iLine);
         std::abort();

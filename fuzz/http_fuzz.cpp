@@ -1,4 +1,4 @@
-// http_fuzz.cpp: requests of any bytes. What is answered is a GET that names this machine.
+// http_fuzz.cpp: requests of any bytes. A request that is accepted is a GET that names this machine.
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/http.h"
 

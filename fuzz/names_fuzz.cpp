@@ -1,6 +1,6 @@
 // names_fuzz.cpp: texts of any bytes as paths, folded paths, wide text and names of the registry, compared with models.
 //
-// The first byte is the room for converted text, modulo the length of the text plus 1; the rest, up to a zero, is the
+// The first byte is the room for converted text, modulo the length of the text plus 1. The rest, up to a zero, is the
 // text.
 #include "fuzz/fuzz_support.h"
 #include "platform/common/registryrecord.h"
@@ -14,7 +14,8 @@ namespace
 {
     void CheckParts(std::string const & sText)
     {
-        std::string const sPath = sText.substr(0, 255);
+        constexpr std::size_t LIMIT = FOLDED_LENGTH;   // a FileName_c has the same one
+        std::string const sPath = sText.substr(0, LIMIT);
         std::size_t const nDrive = sPath.size() > 1 && sPath[1] == ':' ? 2 : 0;
         std::size_t const iSeparator = sPath.substr(nDrive).find_last_of("/\\");
         std::size_t const iName = nDrive + iSeparator + 1;   // npos + 1 is 0
@@ -31,29 +32,29 @@ namespace
         std::replace(sFolded.begin(), sFolded.end(), '/', '\\');
         FoldedPath_c Folded(sText.c_str());
         Require(sFolded == static_cast<char const *>(Folded));
-        Require(Folded.IsCut() == (sText.size() > 255));
+        Require(Folded.IsCut() == (sText.size() > LIMIT));
         Require(Folded.GetBare() == Lower(sName));
         Require(FoldedName_c(sText.c_str()).GetText() == Lower(sName));
-        sFolded += sFolded.ends_with('\\') || sFolded.size() == 255 ? "" : "\\";
+        sFolded += sFolded.ends_with('\\') || sFolded.size() == LIMIT ? "" : "\\";
         Require(Folded.AppendSeparator() == sFolded.ends_with('\\'));
         Require(sFolded == static_cast<char const *>(Folded));
     }
 
-    // Returns the number of bytes of the character at the start of a text, by the grammar of RFC 3629; 0 for none.
+    // Returns the number of bytes of the character at the start of a text, by the grammar of RFC 3629, or 0.
     std::size_t CharacterBytes(std::string_view sText)
     {
         auto const Is = [&](std::size_t i, int iFrom, int iTo)
         { return i < sText.size() && (sText[i] & 0xFF) >= iFrom && (sText[i] & 0xFF) <= iTo; };
-        auto const Tail = [&](std::size_t i) { return Is(i, 0x80, 0xBF); };
+        auto const IsTail = [&](std::size_t i) { return Is(i, 0x80, 0xBF); };
         bool const bThree = (Is(0, 0xE0, 0xE0) && Is(1, 0xA0, 0xBF)) || (Is(0, 0xED, 0xED) && Is(1, 0x80, 0x9F))
-                            || ((Is(0, 0xE1, 0xEC) || Is(0, 0xEE, 0xEF)) && Tail(1));
-        bool const bFour = (Is(0, 0xF0, 0xF0) && Is(1, 0x90, 0xBF)) || (Is(0, 0xF1, 0xF3) && Tail(1))
+                            || ((Is(0, 0xE1, 0xEC) || Is(0, 0xEE, 0xEF)) && IsTail(1));
+        bool const bFour = (Is(0, 0xF0, 0xF0) && Is(1, 0x90, 0xBF)) || (Is(0, 0xF1, 0xF3) && IsTail(1))
                            || (Is(0, 0xF4, 0xF4) && Is(1, 0x80, 0x8F));
-        return Is(0, 0, 0x7F)                 ? 1
-               : Is(0, 0xC2, 0xDF) && Tail(1) ? 2
-               : bThree && Tail(2)            ? 3
-               : bFour && Tail(2) && Tail(3)  ? 4
-                                              : 0;
+        return Is(0, 0, 0x7F)                    ? 1
+               : Is(0, 0xC2, 0xDF) && IsTail(1)  ? 2
+               : bThree && IsTail(2)             ? 3
+               : bFour && IsTail(2) && IsTail(3) ? 4
+                                                 : 0;
     }
 
     void CheckWide(std::string const & sText, std::size_t nRoom)
@@ -88,7 +89,8 @@ namespace
         Require(!bKey || (sFile.size() <= NAME_MAX && sValue.size() <= NAME_MAX && sValue[0] == plat::VALUE_MARK));
         Require(sFile.find('/') == std::string::npos);
         Require(sFile.empty() || !std::strchr("@=~.", sFile[0]));
-        bool const bNamed = bKey && !plat::IsShortenedName(sFile) && !sText.empty() && sText.find('\\') > sText.size();
+        bool const bNamed =
+            bKey && !plat::IsShortenedName(sFile) && !sText.empty() && sText.find('\\') == std::string::npos;
         Require(plat::KeyNameFromDisk(sFile.c_str(), sName) == bNamed);
         Require(!bNamed || sName == Lower(sText));
         bool const bOnDisk = plat::KeyNameFromDisk(sText.c_str(), sName);

@@ -25,9 +25,8 @@ namespace plat
     /// Installs functions. Returns the previous ones. Requires the main thread.
     ZQ_API ComSystem_t ComSystemSet(ComSystem_t const & System);
 
-    /// Start and end COM on the calling thread. The start returns a COM_ result. COM_OK and
-    /// COM_ALREADY_INITIALIZED each require one end on the same thread. ModuleWinCom_c (cwincom.h) also ends it after
-    /// COM_CHANGED_MODE.
+    /// Start and end COM on the calling thread. The start returns a COM_ result. COM_OK and COM_ALREADY_INITIALIZED
+    /// each require one end on the same thread. ModuleWinCom_c (cwincom.h) also ends COM after COM_CHANGED_MODE.
     std::uint32_t ComInitialize();
     void ComUninitialize();
 }

@@ -5,8 +5,8 @@
 //   keeps the block's category in it.
 // - own bytes of a block: those that the user of the block sees. They are the whole block until HeapSetOwn narrows it,
 //   for instance to the aligned part of a larger block.
-// - fence: at least 4 bytes of HEAP_FENCE before each block and after its own bytes. Damage is reported when the block
-//   is freed.
+// - fence: 4 bytes of HEAP_FENCE before each block, and at least 4 after its own bytes. Damage is reported when the
+//   block is freed.
 //
 // New memory is filled with HEAP_NEW and freed memory with HEAP_FREED. A block of more than HEAP_FILL_LIMIT bytes is
 // filled at its ends only. A hook is called under the heap's lock before each event takes effect.
@@ -29,8 +29,7 @@ namespace plat
 
     inline constexpr std::size_t HEAP_FILL_LIMIT = 512;   // bytes up to which a block is filled whole
     inline constexpr std::size_t HEAP_FILL_ENDS = 128;    // bytes filled at either end of a larger block
-    inline constexpr std::size_t HEAP_FILE_SIZE =
-        256;   // bytes of a source file's name in a report, with its terminator
+    inline constexpr std::size_t HEAP_FILE_SIZE = 256;    // bytes of a source file's name in a report, terminated
 
     /// Event of which a hook is informed, with the numbers of the Windows debug heap (_HOOK_ALLOC, _HOOK_FREE).
     enum class HeapEvent_e
@@ -55,7 +54,8 @@ namespace plat
     /// arguments are the event, the block, its size and its word.
     using HeapHook_t = void (*)(HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwWord);
 
-    /// Function that is called when no memory is available. The heap tries again if it returns true.
+    /// Function that is called with the requested size when no memory is available. The heap tries again if the
+    /// function returns true.
     using HeapFailure_t = bool (*)(std::size_t nBytes);
 
     /// Function that returns the text that reports show for a block's word.

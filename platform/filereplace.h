@@ -50,10 +50,10 @@ namespace plat
     /// Returns whether two paths name the same file. Does not follow a link as the last name. Returns false on failure.
     bool FileIsSame(char const * szPath, char const * szOther);
 
-    /// A lock on a path, held from Take to Drop. The system releases it when the process ends. While it is held, a file
-    /// has that name. Take makes it if it is missing, for the owner alone. A child of a fork neither holds its parent's
-    /// lock nor keeps it alive. On a file system without locks it excludes nobody. Requires Drop before the end of an
-    /// object that holds the lock.
+    /// A lock on a path, held from Take to Drop. The system releases it when the process ends. While the lock is
+    /// held, a file has that name. Take makes a missing file, for the owner alone. A child of a fork neither holds its
+    /// parent's lock nor keeps it alive. On a file system without locks the lock excludes nobody. Requires Drop before
+    /// the end of an object that holds the lock.
     class NameLock_c
     {
     public:

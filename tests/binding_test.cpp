@@ -29,12 +29,12 @@ TEST(Binding, ABlockReachesTheHeapThatItCameFrom)
             { plat::ADDRESS_CHECKER ? "binding_direct" : "binding_calls_heap", plat::ADDRESS_CHECKER },
             { "binding_adds_head", 1 }, { "binding_serves_small", 1 }, { "binding_no_pie", plat::ADDRESS_CHECKER } })
     {
-        Result_s const Result = RunShell(sPrefix + szCommand + " 2>&1");
+        Result_t const Result = RunShell(sPrefix + szCommand + " 2>&1");
         SCOPED_TRACE(szCommand + ('\n' + Result.sOutput));
         EXPECT_EQ(Result.iStatus, 0);
         EXPECT_EQ(CountOf(Result.sOutput, NOTICE), nNotices);
-        std::size_t const nNotice = Result.sOutput.starts_with(NOTICE) ? Result.sOutput.find('\n') + 1 : 0;
-        EXPECT_EQ(Result.sOutput.substr(nNotice), "done\n") << "damage or a leak";
+        std::size_t const nNoticeSize = Result.sOutput.starts_with(NOTICE) ? Result.sOutput.find('\n') + 1 : 0;
+        EXPECT_EQ(Result.sOutput.substr(nNoticeSize), "done\n") << "damage or a leak";
     }
 }
 
@@ -44,7 +44,7 @@ TEST(Binding, ValgrindSeesItsOwnBlocks)
     for (auto const & [szOption, nNotices] :
         Rows_t<char const *, int>{ { "", 1 }, { "--soname-synonyms=somalloc=nouserintercepts ", 0 } })
     {
-        Result_s const Result =
+        Result_t const Result =
             RunShell(std::string("valgrind --error-exitcode=9 ") + szOption + BINDING_FOLDER "/binding_direct 2>&1");
         SKIP_IF(CountOf(Result.sOutput, "ERROR SUMMARY") == 0, "valgrind can't run this program: " << Result.sOutput);
         EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;

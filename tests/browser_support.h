@@ -27,7 +27,7 @@ inline std::string BrowserDocument(TempFolder_c const & Folder, std::string cons
     std::string const & sScript = "", std::string const & sAfter = "", std::string const & sOptions = "")
 {
     std::string const sFile = Folder.Write("test.html", sPage + "<script>" + sScript + "</script>");
-    Result_s const Result = RunShell(
+    Result_t const Result = RunShell(
         "timeout 60 " + FindBrowser()
         + " --headless --no-sandbox --disable-gpu --window-size=1200,900 --user-data-dir=" + Folder.Join("profile")
         + " --virtual-time-budget=3000 --dump-dom " + sOptions + " 'file://" + sFile + sAfter + "' 2>&1");

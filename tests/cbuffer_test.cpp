@@ -51,7 +51,8 @@ TEST_F(Buffers, AFileLendsItsContentsAndATextItself)
     auto const fnGone = [&]
     {
         FileBuffer_c const Gone(pFile), None(nullptr);
-        EXPECT_EQ(BytesOf(Gone) + BytesOf(None), "");
+        EXPECT_EQ(BytesOf(Gone), "");
+        EXPECT_EQ(BytesOf(None), "");
     };
     EXPECT_EQ(FailedConditions(fnGone), "FileOpen ( m_pFile ) & FileOpen ( m_pFile )");
     EXPECT_EQ(pFile->GetOpensCount(), 0);

@@ -45,15 +45,15 @@ namespace
         throw 1;
     }
 
-    void RemoveForcedAndCatch(int i)   // what it catches is an inner firing that changed the list
+    void RemoveItselfAndCatch(int i)   // the exception ends an inner firing of the changed list
     {
-        g_Event.Remove(RemoveForcedAndCatch);
+        g_Event.Remove(RemoveItselfAndCatch);
         g_Event.Add(Throw, false);
         EXPECT_THROW(g_Event.Fire(i + 1, true), int);
         g_Event.Remove(Throw);
     }
 
-    // Fires the list after these functions were added in this order. Returns the trace that all functions leave.
+    // Adds these functions in this order, fires the list and returns the trace that its functions leave.
     std::string Fire(int i, std::initializer_list<void (*)(int)> dAdded = {})
     {
         for (auto const fn : dAdded)
@@ -104,7 +104,7 @@ TEST_F(Callbacks, OneThatThrowsEndsItsFiringAlone)
     EXPECT_THROW(Fire(1, { OnEvent<'A'>, Throw }), int);
     g_Event.Remove(Throw);
     EXPECT_EQ(Fire(2), "A2");
-    EXPECT_EQ(Fire(3, { RemoveForcedAndCatch }), "!") << "no freed node was touched";
+    EXPECT_EQ(Fire(3, { RemoveItselfAndCatch }), "!") << "no freed node was touched";
 }
 
 TEST_F(Callbacks, AnExclusiveOneHidesAllOthersAndStaysAtTheHead)

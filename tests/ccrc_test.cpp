@@ -10,12 +10,12 @@ namespace
 {
     using Bytes_t = std::vector<unsigned char>;
 
-    std::uint32_t Reference(unsigned char const * pBytes, std::size_t nBytes)
+    std::uint32_t ReferenceCrc(unsigned char const * pBytes, std::size_t nBytes)
     {
         return PlainCrc32({ reinterpret_cast<char const *>(pBytes), nBytes });
     }
 
-    std::uint32_t Public(unsigned char const * pBytes, std::size_t nBytes)
+    std::uint32_t PublicCrc(unsigned char const * pBytes, std::size_t nBytes)
     {
         return GetCrc32Polynomial(reinterpret_cast<char const *>(pBytes), static_cast<int>(nBytes));
     }
@@ -28,7 +28,7 @@ namespace
         return dBytes;
     }
 
-    // Global that runs before all others: the choice of a kernel must not wait for a constructor.
+    // Global that is constructed before all others: the choice of a kernel waits for no constructor.
     struct EarlyCrc_s
     {
         std::uint32_t dwCrc = GetCrc32Polynomial(std::string(300, 'z').c_str(), 300);
@@ -46,7 +46,7 @@ TEST(Crc32, ReturnsThePublishedValues)
     }
     EXPECT_EQ(GetCrc32Polynomial(nullptr, 0), 0u);
     EXPECT_EQ(GetCrc32Polynomial("abc", -1), 0u);
-    EXPECT_EQ(g_EarlyCrc.dwCrc, Reference(Bytes_t(300, 'z').data(), 300)) << "before constructors";
+    EXPECT_EQ(g_EarlyCrc.dwCrc, ReferenceCrc(Bytes_t(300, 'z').data(), 300)) << "before constructors";
     EXPECT_EQ(g_dCrc32Tab[255], 0x2D02EF8Du);
     for (auto const & [i, iExpected] :
         Rows_t<std::size_t, int>{ { 1, 0x97A0 }, { 2, 0xB9E1 }, { 128, 0x8FD8 }, { 255, 0x87F0 } })
@@ -63,19 +63,19 @@ TEST(Crc32, UnrolledFormsEqualTheGeneralOne)
         Bytes_t const dBytes = RandomBytes(8 + i);
         std::uint64_t nValue = 0;
         std::for_each(dBytes.rend() - 8, dBytes.rend(), [&](unsigned char cByte) { nValue = nValue << 8 | cByte; });
-        EXPECT_EQ(GetCrc32Polynomial4(static_cast<std::uint32_t>(nValue)), Reference(dBytes.data(), 4)) << nValue;
-        EXPECT_EQ(GetCrc32Polynomial8(nValue), Reference(dBytes.data(), 8)) << nValue;
+        EXPECT_EQ(GetCrc32Polynomial4(static_cast<std::uint32_t>(nValue)), ReferenceCrc(dBytes.data(), 4)) << nValue;
+        EXPECT_EQ(GetCrc32Polynomial8(nValue), ReferenceCrc(dBytes.data(), 8)) << nValue;
     }
 }
 
-TEST(Crc32, TwoRunsAreJoined)
+TEST(Crc32, TwoRunsAreJoinedAndOneIsContinued)
 {
     Bytes_t const dBytes = RandomBytes(70000);
-    for (std::size_t nFirst : { 0, 1, 255, 4464, 69999, 70000 })
+    for (std::size_t const nFirst : { 0, 1, 255, 4464, 69999, 70000 })
     {
         std::size_t const nSecond = dBytes.size() - nFirst;
-        EXPECT_EQ(Crc32Join(Public(dBytes.data(), nFirst), Public(dBytes.data() + nFirst, nSecond), nSecond),
-            Public(dBytes.data(), dBytes.size()))
+        EXPECT_EQ(Crc32Join(PublicCrc(dBytes.data(), nFirst), PublicCrc(dBytes.data() + nFirst, nSecond), nSecond),
+            PublicCrc(dBytes.data(), dBytes.size()))
             << nFirst;
     }
     for (std::size_t const nPiece : { 1, 7, 511, 512, 5000 })
@@ -86,17 +86,18 @@ TEST(Crc32, TwoRunsAreJoined)
         {
             dwCrc = Crc32(dRest.first(std::min(nPiece, dRest.size())), dwCrc);
         }
-        EXPECT_EQ(dwCrc, Public(dBytes.data(), dBytes.size())) << nPiece;
+        EXPECT_EQ(dwCrc, PublicCrc(dBytes.data(), dBytes.size())) << nPiece;
     }
     EXPECT_EQ(Crc32({}, 7), 7u);
 }
 
-// Every length to 600 that a kernel takes, at every alignment to 15, in memory that ends with the run, then long runs.
+// Every length up to 600 that a kernel takes, then long ones, each at every alignment up to 15, in memory that ends
+// with the run.
 TEST(Crc32, EveryKernelAgreesWithTheDefinitionAtEveryLengthAndAlignment)
 {
     // A kernel whose instructions this processor lacks is null.
     for (auto const & [szKernel, fnCrc, nMin] :
-        Rows_t<char const *, Crc32Kernel_t, std::size_t>{ { "public", Public, 0 }, { "tables", Crc32Tables, 0 },
+        Rows_t<char const *, Crc32Kernel_t, std::size_t>{ { "public", PublicCrc, 0 }, { "tables", Crc32Tables, 0 },
             { "pclmul", Crc32FindKernels().fnPclmul, CRC32_KERNEL_MIN },
             { "pairs", Crc32FindKernels().fnPairs, CRC32_KERNEL_MIN },
             { "vpclmul", Crc32FindKernels().fnVpclmul, CRC32_KERNEL_MIN } })
@@ -105,7 +106,7 @@ TEST(Crc32, EveryKernelAgreesWithTheDefinitionAtEveryLengthAndAlignment)
         {
             std::size_t const nBytes = n <= 600 ? n : 3001 * (n - 600) * (n - 600);
             Bytes_t const dSource = RandomBytes(nBytes);
-            std::uint32_t const dwExpected = Reference(dSource.data(), nBytes);
+            std::uint32_t const dwExpected = ReferenceCrc(dSource.data(), nBytes);
             for (std::size_t iAlign = 0; iAlign < 16; ++iAlign)
             {
                 Bytes_t dBytes(iAlign + nBytes);

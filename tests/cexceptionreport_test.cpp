@@ -132,7 +132,7 @@ TEST_F(CrashReport, IsWholeBeforeAKeyAtTheTerminalsPromptActs)
         std::string const sCommand =
             "cd '" + Folder.GetPath() + "' && exec " TEST_EMULATOR "'" CRASHER_PATH "' read ''";
         SCOPED_TRACE(iSignal);
-        Result_s const Result = RunOnTerminal([&] { return RunInForeground(sCommand); }, szTyped, "(O)k* ? ");
+        Result_t const Result = RunOnTerminal([&] { return RunInForeground(sCommand); }, szTyped, "(O)k* ? ");
         EXPECT_EQ(Result.iStatus, iSignal) << Result.sOutput;
         EXPECT_THAT(Result.sOutput, ContainsRegex("Crash log saved at /.*rpt\r\n"));
         Crash_t Crash;

@@ -9,7 +9,7 @@ class FileAsyncTest : public MediaTest
 {
 protected:
     // A file that takes long to read.
-    struct SlowFile_s : FileOnDisk_c
+    struct SlowFile_c : FileOnDisk_c
     {
         bool Open(void *) override
         {
@@ -21,9 +21,9 @@ protected:
         }
     };
 
-    // A file whose read lasts until a thread waits for it. Records whether the reading thread was idle before and
-    // after.
-    struct AwaitedFile_s : FileOnDisk_c
+    // A file whose read lasts until a thread waits for it, three seconds at most. Records whether the reading thread
+    // was idle before and after.
+    struct AwaitedFile_c : FileOnDisk_c
     {
         bool Open(void *) override
         {
@@ -154,7 +154,7 @@ TEST_F(FileAsyncTest, ThreadWritesNotBeyondABufferThatTheFileOutgrew)
     m_Folder.Write("b.txt", "larger");
     Await(pFile, szSmall);
     EXPECT_EQ(s_dReported, std::vector<std::string>{ "b.txt" }) << "a read error in the worker";
-    SlowFile_s Slow;
+    SlowFile_c Slow;
     for (bool const bResident : { false, true })   // learns of a larger file once the buffer has its size
     {
         SCOPED_TRACE(bResident);
@@ -175,33 +175,34 @@ TEST_F(FileAsyncTest, ThreadServesInOrderSleepsAndDropsItsQueueAtTheStop)
 {
     ExpectComplaints(1);
     Start();
-    SlowFile_s dSlow[100];
+    constexpr int FILES = 100;
+    SlowFile_c dSlow[FILES];
     File_c * const pFile = FileStream("a.txt");
     Await(pFile, nullptr);
     std::clock_t const tStart = std::clock();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    EXPECT_LT(std::clock() - tStart, CLOCKS_PER_SEC / 10) << "nothing waits";
+    EXPECT_LT(std::clock() - tStart, CLOCKS_PER_SEC / 10) << "a worker without requests uses no processor time";
     s_nEntered = 0;
     s_dEntered.clear();
-    std::for_each(dSlow, dSlow + 100, [](SlowFile_s & Slow) { FileAsyncOpen(&Slow, nullptr); });
-    EXPECT_EQ(FileAsyncOpen(pFile, nullptr), reinterpret_cast<void *>(100));
+    std::ranges::for_each(dSlow, [](SlowFile_c & Slow) { FileAsyncOpen(&Slow, nullptr); });
+    EXPECT_EQ(FileAsyncOpen(pFile, nullptr), reinterpret_cast<void *>(FILES));
     EXPECT_EACH(!FileAsyncIsLoadedSlow(pFile), !FileAsyncIsLoadedSlow(nullptr));
-    for (void * const hBad : { reinterpret_cast<void *>(101), FileAsyncOpen(nullptr, nullptr) })
+    for (void * const hBad : { reinterpret_cast<void *>(FILES + 1), FileAsyncOpen(nullptr, nullptr) })
     {
         EXPECT_EQ(FailedConditions([=] { FileAsyncIsLoaded(hBad); }), "int(file) < g_pAsyncFiles.GetLength ()");
     }
     WaitUntil([&] { return s_nEntered >= 2; });
     Module_c::ShutdownAllModules();
     EXPECT_EACH(s_dEntered[0] == &dSlow[0], s_dEntered[1] == &dSlow[1]) << "the oldest first";
-    EXPECT_TRUE(s_bDone) << "the read in progress was let finish";
-    EXPECT_LT(s_nEntered, 100);
+    EXPECT_TRUE(s_bDone) << "the read in progress finished";
+    EXPECT_LT(s_nEntered, FILES);
     EXPECT_EQ(g_pAsyncFiles.GetLength(), 0);
 }
 
 TEST_F(FileAsyncTest, WhoeverWaitsForTheIdleThreadLiftsIt)
 {
     Start();
-    AwaitedFile_s File;
+    AwaitedFile_c File;
     s_nEntered = 0;
     File.sName = "awaited";
     FileAsyncOpen(&File, nullptr);
@@ -217,6 +218,7 @@ TEST_F(FileAsyncTest, WhoeverWaitsForTheIdleThreadLiftsIt)
 
 TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
 {
+    constexpr int LIFTABLE = 77;   // status of the child
     fs::resize_file(m_Folder.Write("big.bin", ""), 64 << 20);
     auto const OpenBesideBusyThreads = []
     {
@@ -236,13 +238,13 @@ TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
         Module_c::ShutdownAllModules();
         if (bLiftable)
         {
-            return 77;
+            return LIFTABLE;
         }
         EXPECT_EACH(bOpened, !bWaited);
         return 0;
     };
     int const iStatus = StatusAsNobody(OpenBesideBusyThreads);
-    SKIP_IF(iStatus == 77, "the system lets every thread leave the idle class");
+    SKIP_IF(iStatus == LIFTABLE, "the system lets every thread leave the idle class");
     EXPECT_EQ(iStatus, 0);
 }
 
@@ -251,7 +253,7 @@ TEST_F(FileAsyncTest, AForkLeavesTheChildItsFilesAndAWorkerOfItsOwn)
     NEEDS_FORKS;
     Start();
     File_c * const pFile = FileStream("b.txt");
-    SlowFile_s Slow;
+    SlowFile_c Slow;
     Slow.sName = "slow";
     std::atomic<bool> bStop = false;
     auto const OpenAndClose = [&]

@@ -7,7 +7,7 @@
 
 namespace
 {
-    // What happens at the nth sleep of the lock test, which takes no time here.
+    // Number of sleeps of the lock test, and what happens at each of them. A sleep takes no time here.
     int g_nSleeps = 0;
     std::function<void(int nSleeps)> g_fnAtSleep;
 
@@ -47,7 +47,7 @@ namespace
             return RunShell("cd " + m_Folder.GetPath() + " && { " + sCommand + "; } >/dev/null 2>&1").iStatus == 0;
         }
 
-        // Reports changes. Returns the names of which callbacks came, joined by blanks.
+        // Reports the changes and returns the names that the callbacks received, joined by blanks.
         static std::string Reported()
         {
             s_dReported.clear();
@@ -63,17 +63,18 @@ namespace
         void (*const m_fnSleep)(int) = g_fnTrackSleep;
     };
 
-    struct Program_t
+    // A command, the program that it needs, and the names that the tracker reports after it.
+    struct Program_s
     {
         std::string sProgram, sCommand, sReported;
     };
 
-    void PrintTo(Program_t const & Program, std::ostream * pOut)
+    void PrintTo(Program_s const & Program, std::ostream * pOut)
     {
         *pOut << Program.sCommand;
     }
 
-    class FileTrackProgram : public FileTrack, public testing::WithParamInterface<Program_t>
+    class FileTrackProgram : public FileTrack, public testing::WithParamInterface<Program_s>
     {};
 }
 
@@ -88,26 +89,26 @@ TEST_P(FileTrackProgram, ReportsEachChangeOnce)
 }
 
 INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
-    testing::Values(Program_t{ "sh", "echo new > a.txt", "a.txt" },
-        Program_t{ "sh", "echo 1 > a.txt; echo 2 > b.txt; echo 3 > a.txt", "a.txt b.txt" },
-        Program_t{ "cp", "cp -f --remove-destination b.txt a.txt", "a.txt" },
-        Program_t{ "cp", "cp -r sub new/ && mkdir deep && cp -r sub deep", "c.txt c.txt" },
-        Program_t{ "mv", "rm a.txt && mv b.txt a.txt", "a.txt" },
-        Program_t{ "mv", "mv a.txt a.bak && echo x > n && mv n a.txt && rm a.bak", "a.txt" },
-        Program_t{ "mv", "rm -r sub && mkdir sub && mv b.txt sub/c.txt", "c.txt" },
-        Program_t{ "mv", "mv sub dir && echo x > dir/c.txt", "c.txt" },
-        Program_t{ "mkdir", "mkdir -p n/e/w && echo x > n/e/w/a.txt", "a.txt" },
-        Program_t{ "touch", "touch a.txt", "a.txt" }, Program_t{ "sed", "sed -i s/a/b/ a.txt", "a.txt" },
-        Program_t{ "perl", "perl -i.bak -pe s/a/b/ a.txt", "a.txt" },
-        Program_t{ "vim", "vim -es -u NONE -c s/a/b/ -c wq a.txt", "a.txt" },
-        Program_t{ "vim", "vim -es -u NONE -c 'set backup backupcopy=no' -c s/a/b/ -c wq a.txt", "a.txt" },
-        Program_t{ "rsync", "rsync -I b.txt sub/c.txt", "c.txt" },
-        Program_t{ "sh", "echo \u00E9 > \u00E9.txt; echo x > \u0436.txt; echo x > unknown.txt", "\u00E9.txt" },
-        // No callback: a file is created, is deleted, or is renamed to a free name.
-        Program_t{ "touch", "rm a.txt && touch a.txt", "" },
-        Program_t{ "rm", "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
-        Program_t{ "mv", "mv sub dir; mv loop/d.csv d", "" },
-        Program_t{ "mv", "sleep 0.02; mkdir n && mv a.txt n", "" }, Program_t{ "chmod", "chmod 600 a.txt", "" }));
+    testing::Values(Program_s{ "sh", "echo new > a.txt", "a.txt" },
+        Program_s{ "sh", "echo 1 > a.txt; echo 2 > b.txt; echo 3 > a.txt", "a.txt b.txt" },
+        Program_s{ "cp", "cp -f --remove-destination b.txt a.txt", "a.txt" },
+        Program_s{ "cp", "cp -r sub new/ && mkdir deep && cp -r sub deep", "c.txt c.txt" },
+        Program_s{ "mv", "rm a.txt && mv b.txt a.txt", "a.txt" },
+        Program_s{ "mv", "mv a.txt a.bak && echo x > n && mv n a.txt && rm a.bak", "a.txt" },
+        Program_s{ "mv", "rm -r sub && mkdir sub && mv b.txt sub/c.txt", "c.txt" },
+        Program_s{ "mv", "mv sub dir && echo x > dir/c.txt", "c.txt" },
+        Program_s{ "mkdir", "mkdir -p n/e/w && echo x > n/e/w/a.txt", "a.txt" },
+        Program_s{ "touch", "touch a.txt", "a.txt" }, Program_s{ "sed", "sed -i s/a/b/ a.txt", "a.txt" },
+        Program_s{ "perl", "perl -i.bak -pe s/a/b/ a.txt", "a.txt" },
+        Program_s{ "vim", "vim -es -u NONE -c s/a/b/ -c wq a.txt", "a.txt" },
+        Program_s{ "vim", "vim -es -u NONE -c 'set backup backupcopy=no' -c s/a/b/ -c wq a.txt", "a.txt" },
+        Program_s{ "rsync", "rsync -I b.txt sub/c.txt", "c.txt" },
+        Program_s{ "sh", "echo \u00E9 > \u00E9.txt; echo x > \u0436.txt; echo x > unknown.txt", "\u00E9.txt" },
+        // No callback: a file is created, is deleted, is renamed to a free name, or only changes its mode.
+        Program_s{ "touch", "rm a.txt && touch a.txt", "" },
+        Program_s{ "rm", "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
+        Program_s{ "mv", "mv sub dir; mv loop/d.csv d", "" },
+        Program_s{ "mv", "sleep 0.02; mkdir n && mv a.txt n", "" }, Program_s{ "chmod", "chmod 600 a.txt", "" }));
 
 TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
 {
@@ -159,7 +160,7 @@ TEST_F(FileTrack, AChildOfAForkWatchesForItself)
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(TrackInChild)), 0);
-    EXPECT_EQ(Reported(), "a.txt b.txt") << "the child did not eat it";
+    EXPECT_EQ(Reported(), "a.txt b.txt") << "the child consumed no change of the parent";
     ASSERT_TRUE(Run("echo x > sub/c.txt"));
     EXPECT_EQ(Reported(), "c.txt");
 }
@@ -188,7 +189,7 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
                                   + std::to_string(nSaid) + " lock-test failed ).\n ";
         EXPECT_EQ(m_Log.CountHolding(sLine), nSaid ? 1 : 0) << m_Log.GetText();
         EXPECT_EQ(m_Log.CountHolding("FileTracker"), nSaid ? 1 : 0);
-        Reported();   // what the writer's own close was
+        Reported();   // the change of the writer's own close
     }
     Make({ { "a.txt", "y" }, { "b.txt", "y" }, { "x\u0436/c.txt", "y" } });
     g_nSleeps = 0;
@@ -254,7 +255,8 @@ TEST_F(FileTrack, EndsWithItsFolder)
         m_Log.Clear();
         ASSERT_TRUE(Run(szEnd));
         ASSERT_TRUE(Run("mkdir sub; echo x > sub/c.txt"));
-        EXPECT_EQ(Reported() + Reported(), "");
+        EXPECT_EQ(Reported(), "");
+        EXPECT_EQ(Reported(), "") << "the second time";
         EXPECT_EQ(m_Log.CountHolding("/sub\" is watched no longer: it was moved or deleted"), 1) << m_Log.GetText();
         EXPECT_THAT(std::string(FileTrackGetProblem()), testing::HasSubstr("/sub\" is watched no longer"));
     }

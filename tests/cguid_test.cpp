@@ -12,12 +12,14 @@ namespace
 {
     using Address_t = unsigned char (&)[plat::NET_ADDRESS_SIZE];
 
+    constexpr unsigned char CARD_ADDRESS[plat::NET_ADDRESS_SIZE] = { 0x10, 0x22, 0x33, 0x44, 0x55, 0x66 };
+
     plat::NetAddress_e g_eAddress;
     plat::NetAddress_e TestAddress(Address_t dAddress)
     {
         if (g_eAddress != plat::NetAddress_e::Missing)
         {
-            std::copy_n("\x10\x22\x33\x44\x55\x66", 6, dAddress);
+            std::ranges::copy(CARD_ADDRESS, dAddress);
         }
         return g_eAddress;
     }
@@ -116,6 +118,8 @@ TEST_F(GuidTest, CreateJudgesTheStatus)
     std::string const sNone = "Cannot get the hardware address for this computer.\n";
     std::string const sLocal = "Warning: Unable to determine your network address.\r\n  The UUID generated is unique on"
                                " this computer only.\r\n  It should not be used on another computer.\n";
+    // Low 16 bits of a status: 0 success, 1739 (0x6CB) no address, 1824 (0x720) unique on this machine only, others
+    // failure.
     Rows_t<std::uint32_t, bool, bool, bool, std::string> const dRows = {
         { 0, false, true, true, "" },
         { 0x80070000, false, true, true, "" },
@@ -171,9 +175,10 @@ TEST_F(GuidTest, TheGeneratorReportsWhatTheAddressIs)
         EXPECT_EQ(First.m_guid.Data4[0] >> 6, 2) << "the variant";
         EXPECT_TRUE(std::equal(First.m_guid.Data4, First.m_guid.Data4 + 8, Second.m_guid.Data4));
         bool const bRandom = eAddress == plat::NetAddress_e::Missing;
-        EXPECT_EQ(std::memcmp(First.m_guid.Data4 + 2, "\x10\x22\x33\x44\x55\x66", 6) != 0, bRandom);
+        EXPECT_EQ(std::memcmp(First.m_guid.Data4 + 2, CARD_ADDRESS, sizeof(CARD_ADDRESS)) != 0, bRandom);
         EXPECT_EQ(First.m_guid.Data4[2] & 1, bRandom) << "no card has the address";
-        auto const nSeconds = static_cast<std::int64_t>(TickOf(First) / 10000000) - 12219292800;
+        constexpr std::int64_t SECONDS_TO_1970 = 12219292800;   // from the first tick of RFC 4122
+        auto const nSeconds = static_cast<std::int64_t>(TickOf(First) / 10000000) - SECONDS_TO_1970;
         EXPECT_NEAR(static_cast<double>(nSeconds), static_cast<double>(std::time(nullptr)), 2);
     }
 }

@@ -23,7 +23,7 @@ namespace
         std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
     };
 
-    // Blocks and bytes that the categories hold more than before, if any changed.
+    // Growth of the categories that changed, in blocks and bytes. It is negative if a category shrank.
     using Changes_t = std::map<int, std::pair<std::ptrdiff_t, std::ptrdiff_t>>;
 
     Changes_t operator-(Figures_s const & New, Figures_s const & Old)
@@ -53,6 +53,7 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
 {
     HeapReports_c Reports;
     MemoryResetFrameAllocCount();
+    // Kinds of blocks: 1 normal, 2 of the runtime, 4 client. A new block has kind 4.
     for (auto const & [iWord, ePushed, iExpected] :
         Rows_t<int, mem::Categories_e, int>{ { Word(0, 4), mem::UNDEFINED, mem::UNDEFINED },
             { Word(0, 4), mem::file, mem::file }, { Word(mem::Core, 4), mem::file, mem::Core },
@@ -137,8 +138,8 @@ TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)
         for (std::size_t iOverrun = 0; iOverrun < 20; ++iOverrun)
         {
             std::size_t const nBytes = 30 + nAlignment % 3;
-            auto * const p = static_cast<char *>(
-                aligned_malloc_dbg(nBytes, nAlignment, Word(mem::Lua, 4), "a file", static_cast<int>(iOverrun)));
+            auto * const p = static_cast<char *>(aligned_malloc_dbg(
+                nBytes, nAlignment, Word(mem::Lua, MEMORY_CLIENT_BLOCK), "a file", static_cast<int>(iOverrun)));
             auto const nFence = plat::HeapBlockSize(get_block_from_aligned(p)) + 4
                                 - static_cast<std::size_t>(p - static_cast<char *>(get_block_from_aligned(p))) - nBytes;
             EXPECT_GE(nFence, 4u) << nAlignment;
@@ -175,13 +176,13 @@ TEST(Memory, EveryFormOfNewIsTracked)
     int const iLine = __LINE__ - 1;
     EXPECT_THROW(ZQ_NEW Thrower_s, int);
     Wide_s * dWide[8];   // one of them would be aligned by chance
-    std::generate_n(dWide, 8, [] { return ZQ_NEW Wide_s; });
+    std::ranges::generate(dWide, [] { return ZQ_NEW Wide_s; });
     Figures_s const After;
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pWide) % 64, 0u);
-    EXPECT_EQ(After.d[mem::kiln].iCount, Before.d[mem::kiln].iCount + 12);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pWide) % alignof(Wide_s), 0u);
+    EXPECT_EQ(After.d[mem::kiln].iCount, Before.d[mem::kiln].iCount + 4 + std::ssize(dWide));
     for (Wide_s const * const p : dWide)
     {
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 64, 0u);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % alignof(Wide_s), 0u);
         delete p;
     }
     plat::HeapBlock_t Block;
@@ -234,19 +235,19 @@ TEST(Memory, TrackingThatStartsAgainCountsTheBlocksThatItFinds)
 {
     auto const fnRestart = []
     {
-        void * const pFreed = New(1000, Word(mem::Generator, 4));
+        void * const pFreed = New(1000, Word(mem::Generator, MEMORY_CLIENT_BLOCK));
         Figures_s const Before;
         MemoryDone();
         CoreMemory::operator_delete(pFreed);
-        void * const p = New(100, Word(mem::Decals, 4));
-        void * const pRuntime = aligned_malloc_dbg(10, 16, Word(mem::Decals, 2), "f.cpp", 1);
+        void * const p = New(100, Word(mem::Decals, MEMORY_CLIENT_BLOCK));
+        void * const pRuntime = aligned_malloc_dbg(10, 16, Word(mem::Decals, MEMORY_CRT_BLOCK), "f.cpp", 1);
         MemoryInit();
         Figures_s const After;
         CoreMemory::operator_delete(p);
         aligned_free_dbg(pRuntime);
-        auto const nBlocks = After.d[mem::Generator].iCount - Before.d[mem::Generator].iCount;
-        bool const bFrame = After.d[mem::Decals].iFrameAllocs == Before.d[mem::Decals].iFrameAllocs;
-        EXPECT_EACH(nBlocks == -1, After.d[mem::Decals].iCount == Before.d[mem::Decals].iCount + 1, bFrame,
+        auto const iGrown = After.d[mem::Generator].iCount - Before.d[mem::Generator].iCount;
+        bool const bSameFrame = After.d[mem::Decals].iFrameAllocs == Before.d[mem::Decals].iFrameAllocs;
+        EXPECT_EACH(iGrown == -1, After.d[mem::Decals].iCount == Before.d[mem::Decals].iCount + 1, bSameFrame,
             After.iAllocs == Before.iAllocs, MemoryCheckConsistency());
         return 0;
     };
@@ -265,19 +266,21 @@ TEST(Memory, AlignedBlocksHoldTheirPromisesOverRandomRequests)
         auto const IsAligned = [=](void * pUser)
         { return (reinterpret_cast<std::uintptr_t>(pUser) + nOffset) % nAlignment == 0; };
         auto const cFill = static_cast<unsigned char>(iRound);   // at times that of the fences
-        auto * p = static_cast<unsigned char *>(aligned_offset_malloc_dbg(nSize, nAlignment, nOffset, 4, "f.cpp", 1));
+        auto * p = static_cast<unsigned char *>(
+            aligned_offset_malloc_dbg(nSize, nAlignment, nOffset, MEMORY_CLIENT_BLOCK, "f.cpp", 1));
         ASSERT_TRUE(IsAligned(p)) << "round " << iRound;
         ASSERT_EQ(get_aligned_from_block(get_block_from_aligned(p), nAlignment, nOffset), p) << "round " << iRound;
         std::fill_n(p, nSize, cFill);
-        p = static_cast<unsigned char *>(aligned_offset_realloc_dbg(p, nNewSize, nAlignment, nOffset, 4, "f.cpp", 2));
+        p = static_cast<unsigned char *>(
+            aligned_offset_realloc_dbg(p, nNewSize, nAlignment, nOffset, MEMORY_CLIENT_BLOCK, "f.cpp", 2));
         ASSERT_EQ(Reports.Extract(), "") << "round " << iRound;
         ASSERT_TRUE(IsAligned(p)) << "round " << iRound;
         auto const nKept = static_cast<std::ptrdiff_t>(std::min(nSize, nNewSize));
         ASSERT_EQ(std::count(p, p + nKept, cFill), nKept) << "round " << iRound;
         std::fill_n(p, nNewSize, cFill);
-        ASSERT_EQ(aligned_realloc_dbg(p, 0, nAlignment, 4, "f.cpp", 3), nullptr);   // frees
+        ASSERT_EQ(aligned_realloc_dbg(p, 0, nAlignment, MEMORY_CLIENT_BLOCK, "f.cpp", 3), nullptr);   // frees
     }
-    aligned_free_dbg(aligned_realloc_dbg(nullptr, 5, 8, 4, "f.cpp", 4));
+    aligned_free_dbg(aligned_realloc_dbg(nullptr, 5, 8, MEMORY_CLIENT_BLOCK, "f.cpp", 4));
     aligned_free_dbg(nullptr);
     EXPECT_EQ(get_block_from_aligned(nullptr), nullptr);
     EXPECT_EQ(Reports.Extract(), "");
@@ -290,28 +293,28 @@ TEST(Memory, AlignedOperationsReportMisuse)
              { 3, 0, "alignment must be a power of 2" }, { 16, 8, "offset must be within size" } })
     {
         errno = 0;
-        EXPECT_EQ(aligned_offset_malloc_dbg(8, nAlignment, nOffset, 4, nullptr, 0), nullptr);
+        EXPECT_EQ(aligned_offset_malloc_dbg(8, nAlignment, nOffset, MEMORY_CLIENT_BLOCK, nullptr, 0), nullptr);
         EXPECT_EQ(Reports.Extract(), szReport);
         EXPECT_EQ(errno, EINVAL);
     }
-    void * const pPlain = plat::HeapAlloc(100, 4, nullptr, 0);
+    void * const pPlain = plat::HeapAlloc(100, MEMORY_CLIENT_BLOCK, nullptr, 0);
     aligned_free_dbg(pPlain);
     EXPECT_EQ(Reports.Extract(),
         "The block at " + AddressText(pPlain) + " was not allocated by _aligned routines, use free()");
-    EXPECT_EQ(aligned_realloc_dbg(pPlain, 5, 4, 4, nullptr, 0), nullptr);
+    EXPECT_EQ(aligned_realloc_dbg(pPlain, 5, 4, MEMORY_CLIENT_BLOCK, nullptr, 0), nullptr);
     EXPECT_EQ(Reports.Extract(),
         "The block at " + AddressText(pPlain) + " was not allocated by _aligned routines, use realloc()");
     EXPECT_EQ(get_aligned_from_block(pPlain, 16, 0), nullptr);
     EXPECT_EQ(Reports.Extract(), "The Block at " + AddressText(pPlain) + " was not allocated by aligned routines");
     plat::HeapFree(pPlain);
 
-    auto * const p = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, 4, nullptr, 0));
+    auto * const p = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, MEMORY_CLIENT_BLOCK, nullptr, 0));
     p[-1] = 0;
     EXPECT_EQ(get_block_from_aligned(p), nullptr);
     aligned_free_dbg(p);
     EXPECT_EQ(Reports.Extract(), "Damage before " + AddressText(p) + " which was allocated by aligned routine\n");
 
-    auto * const pFront = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, 4, nullptr, 0));
+    auto * const pFront = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, MEMORY_CLIENT_BLOCK, nullptr, 0));
     std::fill_n(pFront - 2 * sizeof(void *), 2 * sizeof(void *), 0x11);   // the address of its block, too
     aligned_free_dbg(pFront);
     EXPECT_EQ(Reports.Extract(), "Damage before " + AddressText(pFront) + " which was allocated by aligned routine\n");
@@ -319,8 +322,8 @@ TEST(Memory, AlignedOperationsReportMisuse)
     EXPECT_FALSE(plat::HeapFindBlock(pFront, Block));
 
     alignas(16) char dForeign[64] = {};
-    for (void * const pForeign :
-        { static_cast<void *>(dForeign + 32), aligned_realloc_dbg(dForeign + 32, 5, 4, 4, nullptr, 0) })
+    for (void * const pForeign : { static_cast<void *>(dForeign + 32),
+             aligned_realloc_dbg(dForeign + 32, 5, 4, MEMORY_CLIENT_BLOCK, nullptr, 0) })
     {
         aligned_free_dbg(pForeign);
     }
@@ -413,7 +416,7 @@ TEST(Memory, AThreadWithoutASlotIsReported)
 
 TEST(Memory, AWrongCountIsCaughtByTheNextEvent)
 {
-    // What is added to the blocks and bytes of a category and to the bytes of the next one; whether that is wrong.
+    // What is added to the blocks and bytes of a category and to the bytes of the next one, and whether that is wrong.
     for (auto const & [iCount, iBytes, iNextBytes, bWrong] : Rows_t<int, std::ptrdiff_t, std::ptrdiff_t, bool>{
              { 1, 0, 0, true }, { -1, 0, 0, true }, { 0, 8, 0, true }, { 0, -8, 0, true }, { 0, PTRDIFF_MAX, 0, true },
              { 0, -8, 8, false }, { 0, PTRDIFF_MAX, -PTRDIFF_MAX, true } })

@@ -249,7 +249,7 @@ TEST(ZqtoolDisasm, ListsAFileOfAnyLength)
     NEEDS_ZQTOOL;
     TempFolder_c const Folder;
     std::string const sFile = Folder.Write("code.bin", std::string(1500, '\x90') + "\xE9\xFB\xFF\xFF\xFF\x66");
-    Result_s const Result = RunTool("disasm --bits 32 --base 0x1000 " + sFile);
+    Result_t const Result = RunTool("disasm --bits 32 --base 0x1000 " + sFile);
     EXPECT_EQ(Result.iStatus, 1) << "a prefix ends the file";
     EXPECT_EQ(std::count(Result.sOutput.begin(), Result.sOutput.end(), '\n'), 1502);
     EXPECT_THAT(Result.sOutput, testing::StartsWith("00001000: nop    \n"));

@@ -17,7 +17,7 @@ inline void WriteCoverage()
     }
 }
 
-/// Ends the process as `_exit` does, after it has written the counts.
+/// Writes the counts and ends the process as `_exit` does.
 [[noreturn]] inline void EndChild(int iStatus)
 {
     WriteCoverage();

@@ -88,7 +88,7 @@ TEST(Printf, ACallWithAWrongFormatDoesNotCompile)
             continue;
         }
         ++nCompilers;
-        Result_s const Compiled =
+        Result_t const Compiled =
             RunShell(sCompiler + " -std=c++20 -Wall -I" + TEST_SOURCE_FOLDER + " -I" + TEST_PLATFORM_INCLUDE + " -c "
                      + sFile + " -o " + Folder.Join("calls.o") + " 2>&1");
         int iLine = 100;

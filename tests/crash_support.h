@@ -8,7 +8,7 @@
 namespace fs = std::filesystem;
 
 /// Result of a run of the crasher, and the texts of its reports, their details and its logs.
-struct Crash_t : Result_s
+struct Crash_t : Result_t
 {
     int nReports = 0;
     std::string sReport = "", sDetails = "", sLog = "";

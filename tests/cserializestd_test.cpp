@@ -124,29 +124,33 @@ TEST(SerializeStd, DamageEndsEveryLoadAndAllocatesLittle)
     Types_s Types = Example(), Read;
     std::string const sWhole = Saved(Types);
     MemCategoryScope_c const Category(mem::DataBase);
-    std::string sEnds;   // of the worst change of each byte
+    std::string sEnds;   // of the worst change of each byte: w for whole, f for failed
     for (std::size_t i = 4; i < sWhole.size(); ++i)
     {
         EXPECT_FALSE(LoadsInto(Read, sWhole.substr(0, i))) << "cut at " << i;
         bool bWhole = true;
-        for (int const iFlip : { 0x01, 0x80, 0xFF, 0x02, 0x7F })
+        for (int const nFlip : { 0x01, 0x80, 0xFF, 0x02, 0x7F })
         {
             std::string sDamaged = sWhole;
-            sDamaged[i] = static_cast<char>(sDamaged[i] ^ iFlip);
+            sDamaged[i] = static_cast<char>(sDamaged[i] ^ nFlip);
             bWhole = LoadsInto(Read, sDamaged) && bWhole;
             StreamArchive_c Stream(sDamaged.substr(4));
             Stream.Serialize(Read);
         }
         sEnds += bWhole ? 'w' : 'f';
     }
-    EXPECT_EQ(sEnds, "fwwwwffffwwwww" /* numbers, text */ "ffffwwwwffffff" /* vectors */ "fwf" /* optionals */
-                     "wwwwwwww" /* array */ "ffff"
-                     "ffffwwwwwffff"
-                     "ffffwwwwwffffffffwwwwf" /* map */ "ffffwwwwwwwww");
+    EXPECT_EQ(sEnds, "fwwwwffffwwwww"           // numbers, text
+                     "ffffwwwwffffff"           // vectors
+                     "fwf"                      // optionals
+                     "wwwwwwww"                 // array
+                     "ffff"                     // map: count
+                     "ffffwwwwwffff"            // belt
+                     "ffffwwwwwffffffffwwwwf"   // sack
+                     "ffffwwwwwwwww");          // set
     EXPECT_LT(InfoOf(mem::DataBase).iMaxBytes, 30000);
 }
 
-// What the compiler says of each type that an archive refuses.
+// One error of the compiler for each type that an archive refuses.
 TEST(SerializeStd, RefusedTypesNameTheRemedy)
 {
     TempFolder_c const Folder;

@@ -48,7 +48,7 @@ namespace
         return false;
     }
 
-    // Makes the commands of the documents known: a script for each in `bin`.
+    // Makes a script in `bin` for each command of the documents.
     void MakeCommands(TempFolder_c const & Folder)
     {
         std::vector<std::string> dPrograms = { ZQTOOL_PATH };
@@ -72,7 +72,7 @@ namespace
         TempFolder_c const Folder(fs::path(DOCUMENTS_PROGRAM).parent_path());
         CurrentFolderScope_c const Current(Folder.GetPath());
         fs::create_hard_link(DOCUMENTS_PROGRAM, "game");
-        if (*ZQSYMBOLS_PATH)   // a program that the library is a part of looks for it beside itself
+        if (*ZQSYMBOLS_PATH)   // a program that contains the library looks for zqsymbols beside itself
         {
             fs::create_hard_link(ZQSYMBOLS_PATH, "zqsymbols");
         }
@@ -93,7 +93,7 @@ namespace
                 sCommand = Block.sWords == "run" ? "bash -e commands" : "bash -n commands";
             }
             // Some memory is lost on purpose, and the library lists it.
-            Result_s const Result = RunShell("ASAN_OPTIONS=detect_leaks=0; export ASAN_OPTIONS; " + sCommand
+            Result_t const Result = RunShell("ASAN_OPTIONS=detect_leaks=0; export ASAN_OPTIONS; " + sCommand
                                              + " </dev/null 2>&1" + (Block.szExpected ? "" : " >/dev/null"));
             SCOPED_TRACE(sPage + ":" + std::to_string(Block.iLine) + " ends with " + std::to_string(Result.iStatus)
                          + " and prints:\n" + Result.sOutput);
@@ -121,7 +121,7 @@ namespace
         return dFound;
     }
 
-    // Returns source text with its string literals joined and without their escapes.
+    // Returns source text with adjacent string literals joined, and `\"` and `\\` without the escaping backslash.
     std::string Plain(std::string const & sSource)
     {
         std::string sPlain;
@@ -180,7 +180,7 @@ TEST(Documents, QuoteMessagesThatExistAndLinkToFilesThatExist)
         for (std::string const & sLink : Between(sPage, "](", ")"))
         {
             fs::path const Target = Entry.path().parent_path() / sLink.substr(0, sLink.find('#'));
-            bool const bLambda = !Target.has_extension() || sLink.find(' ') != std::string::npos;
+            bool const bLambda = !Target.has_extension() || sLink.find(' ') != std::string::npos;   // in code
             bool const bOwn = !bLambda && sLink.find("://") == std::string::npos;
             if (bOwn)
             {

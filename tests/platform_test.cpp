@@ -78,7 +78,7 @@ TEST(PlatformDialog, AsksTheTerminalUntilAnAnswerFits)
         Dialog.eButtons = eButtons;
         Dialog.iDefaultButton = iDefault;
         auto const Show = [&Dialog] { return static_cast<int>(plat::DialogShow(Dialog)); };
-        Result_s const Result = RunOnTerminal(Show, szTyped, " ? ");
+        Result_t const Result = RunOnTerminal(Show, szTyped, " ? ");
         EXPECT_EQ(Result.iStatus, static_cast<int>(eAnswer)) << szTyped;
         EXPECT_THAT(Result.sOutput, testing::HasSubstr("The caption\r\nThe text\r\n"));
     }

@@ -6,7 +6,7 @@ namespace
     // Returns what the program prints on both streams, run in a new folder or in the one passed.
     std::string RunStartupOrder(std::string const & sArgument, TempFolder_c const & Folder = TempFolder_c())
     {
-        Result_s const Result =
+        Result_t const Result =
             RunShell("cd " + Folder.GetPath() + " && " TEST_EMULATOR "'" STARTUP_ORDER_PATH "' " + sArgument + " 2>&1");
         EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;
         return Result.sOutput;

@@ -26,7 +26,7 @@ namespace symbols_test
         return iLine;
     }
 
-    // Calls fnLook. What the calls return is used after them, so that none is a jump.
+    // Calls fnLook. Each function of the stack works on after its call, so that none is a tail call.
     NOT_INLINED unsigned Innermost(Look_t const & fnLook)
     {
         plat::FaultContext_t Context;
@@ -117,14 +117,15 @@ namespace
     }
 
     // Scope with another helper.
-    struct HelperScope_s
+    class HelperScope_c
     {
-        explicit HelperScope_s(std::string const & sPath) { plat::SymbolsSetHelper(sPath.c_str()); }
-        ~HelperScope_s() { plat::SymbolsSetHelper(ZQSYMBOLS_PATH); }
-        HelperScope_s & operator=(HelperScope_s &&) = delete;
+    public:
+        explicit HelperScope_c(std::string const & sPath) { plat::SymbolsSetHelper(sPath.c_str()); }
+        ~HelperScope_c() { plat::SymbolsSetHelper(ZQSYMBOLS_PATH); }
+        HelperScope_c & operator=(HelperScope_c &&) = delete;
     };
 
-    // Ends the helper among our children. Returns false if it is not listed.
+    // Ends the helper, a child of the main thread. Returns false if the system does not list it.
     bool KillHelper()
     {
         std::string const sOwn = std::to_string(getpid());
@@ -169,11 +170,13 @@ TEST_F(SymbolWalk, HasTheNamesAndLinesOfTheFramesThatTheRuntimeWalks)
     {
         EXPECT_THAT(dFrames[i].sName, testing::EndsWith(NAMES[i]));
         EXPECT_EQ(dFrames[i].sName.size() == NAMES[i].size(), i != LAMBDA) << dFrames[i].sName;
-        EXPECT_EQ(i == 0 ? "" : dFrames[i].sPlace,
-            i == 0 ? "" : __FILE__ ":" + std::to_string(g_dLines[NAMES.size() - 1 - i]));
+        if (i != 0)   // the innermost notes no line
+        {
+            EXPECT_EQ(dFrames[i].sPlace, __FILE__ ":" + std::to_string(g_dLines[NAMES.size() - 1 - i]));
+        }
     }
     EXPECT_EQ(std::count_if(dFrames.begin(), dFrames.end(), [](Frame_s const & At) { return At.sName == "main"; }), 1);
-    // Both end at the same frame; theirs begins further in.
+    // Both walks end at the same frame. The runtime's begins further in.
     ASSERT_GT(nTheirs, dFrames.size());
     for (std::size_t i = 1; i < dFrames.size(); ++i)
     {
@@ -187,7 +190,7 @@ TEST_F(SymbolWalk, AWalkGoesOnWhenTheHelperDies)
     Hidden(
         [&](plat::FaultContext_t const & Context)
         {
-            std::vector<std::uintptr_t> dReal = Addresses(WalkFrom(Context));
+            std::vector<std::uintptr_t> const dReal = Addresses(WalkFrom(Context));
             plat::Symbols_c Symbols;
             plat::SymbolFrame_t Frame;
             EXPECT_EACH(Symbols.Start(&Context), Symbols.NextFrame(&Frame));
@@ -214,7 +217,7 @@ TEST_F(SymbolWalk, MemoryThatCannotBeReadEndsTheWalk)
             };
             for (bool const bHelper : { true, false })
             {
-                HelperScope_s const Scope(bHelper ? ZQSYMBOLS_PATH : "");
+                HelperScope_c const Scope(bHelper ? ZQSYMBOLS_PATH : "");
                 for (auto const & [nIp, nSp, nBp, dExpected] : dRows)
                 {
                     plat::FaultContext_t Context = Real;

@@ -129,7 +129,7 @@ WaitingChild_c::~WaitingChild_c()
     KillChild(m_iChild);
 }
 
-Result_s RunShell(std::string const & sCommand)
+Result_t RunShell(std::string const & sCommand)
 {
     std::string sOutput;
     std::FILE * const pPipe = popen(sCommand.c_str(), "r");
@@ -139,16 +139,16 @@ Result_s RunShell(std::string const & sCommand)
         sOutput.append(dBlock, nRead);
     }
     int const iStatus = pclose(pPipe);
-    return WIFEXITED(iStatus) ? Result_s{ WEXITSTATUS(iStatus), sOutput }
-                              : Result_s{ -1, sOutput, sigabbrev_np(WTERMSIG(iStatus)) };
+    return WIFEXITED(iStatus) ? Result_t{ WEXITSTATUS(iStatus), sOutput }
+                              : Result_t{ -1, sOutput, sigabbrev_np(WTERMSIG(iStatus)) };
 }
 
-Result_s RunTool(std::string const & sArguments)
+Result_t RunTool(std::string const & sArguments)
 {
     return RunShell(TEST_EMULATOR ZQTOOL_PATH " " + sArguments + " 2>&1");
 }
 
-Result_s RunOnTerminal(std::function<int()> const & fnRun, std::string const & sTyped, std::string const & sAwaited)
+Result_t RunOnTerminal(std::function<int()> const & fnRun, std::string const & sTyped, std::string const & sAwaited)
 {
     EXPECT_EQ(sTyped.empty(), sAwaited.empty()) << "typed before the child waits, its echo falls between its lines";
     int iTerminal = -1;

@@ -30,7 +30,7 @@ class Module_c;
 template <typename... T>
 using Rows_t = std::initializer_list<std::tuple<T...>>;
 
-/// Calls with the numbers from 0, each on a thread of its own, and waits for all.
+/// Calls Call(0) to Call(nThreads - 1), each on a thread of its own, and waits for all.
 template <typename CALL>
 void RunInThreads(int nThreads, CALL const & Call)
 {
@@ -51,6 +51,7 @@ void RunInThreads(int nThreads, CALL const & Call)
 /// that are false, counted from 1.
 #define EXPECT_EACH(...) EXPECT_EQ(FalseAmong({ __VA_ARGS__ }), "")
 
+/// Condition of EXPECT_EACH: any value that converts to a truth value.
 struct Condition_s
 {
     template <typename T>
@@ -59,6 +60,8 @@ struct Condition_s
     {}
     bool bHolds;
 };
+
+/// Returns the numbers of the false conditions, counted from 1, each followed by a blank.
 inline std::string FalseAmong(std::initializer_list<Condition_s> dConditions)
 {
     std::string sNumbers;
@@ -72,7 +75,7 @@ inline std::string FalseAmong(std::initializer_list<Condition_s> dConditions)
 /// Starts a module and what it needs. Returns false on failure. Module_c::ShutdownAllModules ends all.
 bool StartModule(Module_c * pModule);
 
-/// Returns the pages of this process in memory, without those of files.
+/// Returns the number of this process's pages in memory, without those of files.
 long ResidentPages();
 
 /// Starts a child process that ends with the status that the call returns, or with 98 if an expectation failed in it.
@@ -84,10 +87,11 @@ int StatusOfChild(pid_t iChild);
 /// Kills a child and waits for its end. Returns whether it still ran.
 bool KillChild(pid_t iChild);
 
-/// Whether a breakpoint ended a process: a predicate for EXPECT_EXIT.
+/// Predicate for EXPECT_EXIT: whether a breakpoint ended the process.
 inline testing::KilledBySignal const EndedAtBreakpoint(SIGTRAP);
 
-/// Runs a call in a child process without the superuser's rights. Returns its status, or -2 if it can't drop them.
+/// Runs a call in a child process without the superuser's rights. Returns its status, or -2 if the system
+/// refuses to drop them.
 int StatusAsNobody(std::function<int()> const & fnRun);
 
 /// Returns whether this process may do what file permissions forbid.
@@ -108,8 +112,13 @@ public:
     }
     Gate_c & operator=(Gate_c &&) = delete;
 
+    /// Open the gate, and wait until it is open. Return false on failure.
     bool Open() const { return write(m_dEnds[1], "x", 1) == 1; }
-    bool Wait(char c = 0) const { return read(m_dEnds[0], &c, 1) == 1; }
+    bool Wait() const
+    {
+        char cRead;
+        return read(m_dEnds[0], &cRead, 1) == 1;
+    }
 
 private:
     int m_dEnds[2] = {};
@@ -127,7 +136,8 @@ private:
     pid_t m_iChild;
 };
 
-struct Result_s
+/// Status and output of a process that has ended.
+struct Result_t
 {
     int iStatus = -1;   // -1 if a signal ended it
     std::string sOutput = "";
@@ -138,11 +148,11 @@ struct Result_s
 template <typename OUTPUT>
 auto Ends(int iStatus, OUTPUT const & Output)
 {
-    return testing::AllOf(testing::Field(&Result_s::iStatus, iStatus), testing::Field(&Result_s::sOutput, Output));
+    return testing::AllOf(testing::Field(&Result_t::iStatus, iStatus), testing::Field(&Result_t::sOutput, Output));
 }
 
 /// Runs a command line of the shell and waits for its end. Returns its status and standard output.
-Result_s RunShell(std::string const & sCommand);
+Result_t RunShell(std::string const & sCommand);
 
 /// Skip the test if a program that it runs is not built.
 #define NEEDS_ZQTOOL SKIP_IF(!std::filesystem::exists(ZQTOOL_PATH), "zqtool is not built here")
@@ -150,11 +160,11 @@ Result_s RunShell(std::string const & sCommand);
     SKIP_IF(!std::filesystem::exists(ZQSYMBOLS_PATH), "zqsymbols is not built here: libdw was not found")
 
 /// Runs zqtool. Returns its status and what it prints on both streams.
-Result_s RunTool(std::string const & sArguments);
+Result_t RunTool(std::string const & sArguments);
 
 /// Runs a call in a child process on a terminal of its own, types a text as soon as another one is shown last, and
 /// returns the status and what was shown. Without texts it types nothing.
-Result_s RunOnTerminal(
+Result_t RunOnTerminal(
     std::function<int()> const & fnRun, std::string const & sTyped = "", std::string const & sAwaited = "");
 
 /// Runs a command line of the shell as the job that has the terminal. Returns the signal that ends or stops it, or 0.
@@ -201,7 +211,7 @@ public:
     /// Returns the folder, absolute, in the system's own form, without a trailing separator.
     std::string const & GetPath() const { return m_sPath; }
 
-    /// Returns the path of a name in the folder; `/` and `\` in the name both separate.
+    /// Returns the path of a name in the folder. Both `/` and `\` separate the parts of the name.
     std::string Join(std::string_view sName) const;
 
     /// Writes a file and makes the folders of its path. Returns the path.
@@ -263,7 +273,7 @@ private:
     bool m_bSlowStarts = false;
 };
 
-/// Scope that collects the heap's reports. One at a time.
+/// Scope that collects the heap's reports. Requires that no other one exists.
 class HeapReports_c
 {
 public:
@@ -293,7 +303,7 @@ std::string Without(std::string sText, std::string_view sPart);
 /// Page of the file formats, whose examples are tested.
 #define FORMATS_PAGE TEST_SOURCE_FOLDER "/docs/formats.md"
 
-/// Returns the conditions of the assertions that fail in a call, joined by " & ". Ignores each.
+/// Runs a call and ignores each assertion that fails in it. Returns their conditions, joined by " & ".
 std::string FailedConditions(std::function<void()> const & fnCall);
 
 /// Scope that answers dialogs and keeps their texts. The answers are used in order. After the last one, and without

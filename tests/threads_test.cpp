@@ -1,4 +1,4 @@
-// What the headers allow to several threads, done by eight of them at once. The thread checker sees the most of it.
+// Calls that the headers allow to several threads, made by eight at once. The thread checker finds most of the faults.
 #include "tests/test_support.h"
 
 #include "zqcore/ccallback.h"
@@ -42,7 +42,8 @@ namespace
     File_c * g_pShared;
     float g_fNoise;
 
-    void LogLater(char const * sFile, char const * fmt, ...)
+    // Writes a line by LogfArg.
+    void LogByArg(char const * sFile, char const * fmt, ...)
     {
         std::va_list args;
         va_start(args, fmt);
@@ -56,8 +57,8 @@ namespace
         LogEscaped("thread %i: %s", i, "text\n");
         LogSetLimit(i % 2 ? 0 : 4096, 2);
         Logcf(true, "threads.csv", "%i", i);
-        LogLater("threads.csv", "%i", i);
-        LogLater(nullptr, "%i", i);
+        LogByArg("threads.csv", "%i", i);
+        LogByArg(nullptr, "%i", i);
         Logc(true, "at %f of %f, %lld", longTimeGetPassed(), longTimeGet(), static_cast<long long>(shortTimeGet()));
         LogText("text");
         Debugf("thread %i", i);
@@ -169,32 +170,56 @@ namespace
         ASSERT_EQ(dParts.GetLength(), 2);
         EXPECT_STREQ(dParts[1], "two");
     }
+
+    // The services that the threads use, in a folder of their own.
+    struct Threads : testing::Test
+    {
+        void SetUp() override
+        {
+            g_sFolder = m_Folder.GetPath();
+            m_Folder.Write("media/shared.csv", "ident;n\n@head;\na;1\n");
+            m_Folder.MakeFolder("media/logs");
+            LogSetFile(std::filesystem::path(g_sFolder + "/").wstring().c_str(), L"message.log");
+            LogInit();
+            plat::RegistrySetFolder(plat::RegistryTree_e::User, m_Folder.MakeFolder("registry").c_str());
+            SetPQXMediaPath(m_Folder.Join("media").c_str());
+            ExceptionReport_c::SetSymbolHelper("");
+            Guid_c::SetGlobalOnly(false);
+            g_nHeard = g_nFiles = g_nSaves = 0;
+            g_WarningsCallbacker.Add([](char const *) { ++g_nHeard; }, false);
+            g_FileOpenCallbacker.Add([](char const *) { ++g_nFiles; }, false);
+            Module_c::Register(ModulePerlin_c::Get());
+            Module_c::Register(ModuleSinCos_c::Get());
+            ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
+            g_fNoise = PerlinNoise(0.3f);
+            ASSERT_NE(g_fNoise, 0);
+            g_pShared = FileStream("shared.csv");
+            ASSERT_TRUE(g_pShared);
+            FileOpenLogEnable("threads", FILE_LOG_PLAIN | FILE_LOG_CLEAN, false);
+        }
+
+        ~Threads() override
+        {
+            Module_c::ShutdownAllModules();
+            LogSetLimit(0, 0);
+            LogDone();
+            g_WarningsCallbacker.Reset();
+            plat::RegistrySetFolder(plat::RegistryTree_e::User, nullptr);
+            ExceptionReport_c::SetSymbolHelper(ZQSYMBOLS_PATH);
+            Guid_c::SetGlobalOnly(true);
+            SetTextErrorLog(false);
+            SetWarnings(false);
+            SetAchtungs(true);
+            SetPQXMediaPath("");
+        }
+
+        TempFolder_c const m_Folder;
+        DialogScript_c const m_Dialogs;
+    };
 }
 
-TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
+TEST_F(Threads, MayDoAtOnceWhatTheHeadersAllow)
 {
-    TempFolder_c const Folder;
-    g_sFolder = Folder.GetPath();
-    Folder.Write("media/shared.csv", "ident;n\n@head;\na;1\n");
-    Folder.MakeFolder("media/logs");
-    LogSetFile(std::filesystem::path(g_sFolder + "/").wstring().c_str(), L"message.log");
-    LogInit();
-    plat::RegistrySetFolder(plat::RegistryTree_e::User, Folder.MakeFolder("registry").c_str());
-    SetPQXMediaPath(Folder.Join("media").c_str());
-    ExceptionReport_c::SetSymbolHelper("");
-    DialogScript_c const Dialogs;
-    Guid_c::SetGlobalOnly(false);
-    g_nHeard = g_nFiles = g_nSaves = 0;
-    g_WarningsCallbacker.Add([](char const *) { ++g_nHeard; }, false);
-    g_FileOpenCallbacker.Add([](char const *) { ++g_nFiles; }, false);
-    Module_c::Register(ModulePerlin_c::Get());
-    Module_c::Register(ModuleSinCos_c::Get());
-    ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
-    g_fNoise = PerlinNoise(0.3f);
-    ASSERT_NE(g_fNoise, 0);
-    g_pShared = FileStream("shared.csv");
-    ASSERT_TRUE(g_pShared);
-    FileOpenLogEnable("threads", FILE_LOG_PLAIN | FILE_LOG_CLEAN, false);
     std::atomic<int> nAtWork{ THREADS };
     std::thread Frames(
         [&nAtWork]
@@ -221,22 +246,11 @@ TEST(Threads, MayDoAtOnceWhatTheHeadersAllow)
     EXPECT_EACH(g_pShared->GetOpensCount() == 0, !g_pShared->pData);
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
     EXPECT_GE(g_nHeard, THREADS * ROUNDS);
-    EXPECT_GE(Dialogs.GetCount(), THREADS * ROUNDS * 3);
+    EXPECT_GE(m_Dialogs.GetCount(), THREADS * ROUNDS * 3);
     EXPECT_GE(g_nFiles, THREADS * ROUNDS);
     EXPECT_GE(g_nSaves, 1);
     FileOpenLogDisable();
-    std::string const sOpens = Folder.Read("media/logs/threads.rsp");
+    std::string const sOpens = m_Folder.Read("media/logs/threads.rsp");
     EXPECT_GE(std::ranges::count(sOpens, '\n'), THREADS * ROUNDS);
     EXPECT_THAT(sOpens, testing::MatchesRegex("([0-7]\n|[^\n]+shared.csv\n)+"));
-    Module_c::ShutdownAllModules();
-    LogSetLimit(0, 0);
-    LogDone();
-    g_WarningsCallbacker.Reset();
-    plat::RegistrySetFolder(plat::RegistryTree_e::User, nullptr);
-    ExceptionReport_c::SetSymbolHelper(ZQSYMBOLS_PATH);
-    Guid_c::SetGlobalOnly(true);
-    SetTextErrorLog(false);
-    SetWarnings(false);
-    SetAchtungs(true);
-    SetPQXMediaPath("");
 }

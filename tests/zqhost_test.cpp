@@ -15,7 +15,7 @@ namespace
     // Runs the host. Returns what it says on standard error, and its status: 2 bad command line, 3 no media, 4 not
     // loaded or saved, 5 stats not written, 6 a service did not start, 7 not watched, 8 standard output full, 9 live
     // memory not listed.
-    Result_s RunHost(std::string const & sArguments, std::string const & sMedia = TEST_MEDIA_FOLDER,
+    Result_t RunHost(std::string const & sArguments, std::string const & sMedia = TEST_MEDIA_FOLDER,
         std::string const & sOutput = "/dev/null")
     {
         return RunShell(TEST_EMULATOR ZQHOST_PATH " --silent --frames 155 --media " + sMedia + " " + sArguments
@@ -195,7 +195,7 @@ TEST(ZqHost, RunsInAFolderOfAnyNameAndShowsWhatATerminalWouldObey)
     Folder.Write(sMedia + "/tables/goods.csv", sGoods);
     std::string const sHost = "cd '" + Folder.Join(sHome) + "'; { " ZQHOST_PATH " --silent --media '"
                               + Folder.Join(sMedia) + "' --save 'back\\slash' --stats stats --frames 480";
-    Result_s const Run = RunShell(sHost + "; } 2>&1");
+    Result_t const Run = RunShell(sHost + "; } 2>&1");
     EXPECT_THAT(Run, Ends(0, testing::Not(HasSubstr(" 0 bytes in "))));
     EXPECT_FALSE(Folder.Read(sHome + "/back/slash").empty());
     std::string const sLog = Folder.Read(sHome + "/logs/harbour.log");
@@ -223,7 +223,7 @@ TEST(ZqHost, KeepsItsWorldWhenTheTerminalGoes)
     EXPECT_EQ(Folder.Read("status"), "0\n") << Folder.Read("said");
     EXPECT_GT(Folder.Read("pqx.sav").size(), 1000u);
 
-    Result_s const Unwatched =
+    Result_t const Unwatched =
         RunShell("unshare -Ur sh -c 'echo 0 >/proc/sys/user/max_inotify_instances && " + sHost + " 2>&1 >/dev/null'");
     SKIP_IF(Unwatched.sOutput.find("unshare") != std::string::npos, Unwatched.sOutput);
     EXPECT_THAT(Unwatched, Ends(7, HasSubstr("raise fs.inotify.max_user_instances")));

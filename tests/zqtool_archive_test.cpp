@@ -36,7 +36,7 @@ namespace
             std::string const & sName, std::string const & sBytes, int iStatus, std::string const & sOptions)
         {
             std::string const sFile = m_Folder.Write(sName, sBytes);
-            Result_s const Result = RunTool("archive " + sOptions + " " + sFile);
+            Result_t const Result = RunTool("archive " + sOptions + " " + sFile);
             EXPECT_EQ(Result.iStatus, iStatus) << Result.sOutput;
             return Without(Result.sOutput, sFile);
         }

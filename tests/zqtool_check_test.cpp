@@ -14,7 +14,7 @@ namespace
     {
         TempFolder_c const Folder;
         std::string const sFile = Folder.Write(sName, sText);
-        Result_s const Result = RunTool("check " + sOptions + " " + sFile);
+        Result_t const Result = RunTool("check " + sOptions + " " + sFile);
         EXPECT_EQ(Result.iStatus, Result.sOutput.find(": no complaint\n") == std::string::npos) << Result.sOutput;
         return Without(Result.sOutput, sFile);
     }
@@ -134,7 +134,7 @@ TEST(ZqtoolCheck, ShowsCellsAndWalksFolders)
                                                  "@head  name\nx      North herring\nlong   ä\n");
     TempFolder_c const Folder;
     std::string const sFile = Folder.Write("b/a.txt", sText);
-    Result_s const Narrow = RunOnTerminal(
+    Result_t const Narrow = RunOnTerminal(
         [&]
         {
             return std::system(("stty cols 12; cd " + Folder.GetPath()
@@ -145,7 +145,7 @@ TEST(ZqtoolCheck, ShowsCellsAndWalksFolders)
 
     Folder.Write("b/Words.TXT", "Free text, of no kind.\n");
     Folder.Write("c.csv", "a,b\n1,2,3\n");
-    Result_s const Whole = RunTool("check --json " + Folder.GetPath());
+    Result_t const Whole = RunTool("check --json " + Folder.GetPath());
     EXPECT_EQ(Whole.iStatus, 1);
     EXPECT_EQ(
         Whole.sOutput, "{\"complaints\":1,\"files\":[{\"file\":\"" + sFile

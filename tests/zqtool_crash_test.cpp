@@ -164,7 +164,7 @@ TEST_F(ZqtoolCrash, ShowsTheDetails)
     std::string const sDetails = WriteDetails(DETAILS);
     EXPECT_THAT(RunTool("crash " + sDetails), Ends(0, Replaced(SHOWN, "FILE", m_Folder.Join(STEM))));
     std::string const sReport = WriteReport(std::string(HEAD) + STACK);
-    Result_s const Both = RunTool("crash " + sReport + " " + sDetails + " " + m_Folder.GetPath());
+    Result_t const Both = RunTool("crash " + sReport + " " + sDetails + " " + m_Folder.GetPath());
     EXPECT_EQ(Both.sOutput, Replaced(SHOWN, "FILE_details.txt", sReport)) << "each crash once, whatever names it";
     // The details' own name is taken by something that is no file.
     std::string const sMore = m_Folder.Join(std::string(STEM) + "_details_0123CDEF.txt");
@@ -187,7 +187,7 @@ TEST_F(ZqtoolCrash, ShowsTheDetails)
 
 TEST_F(ZqtoolCrash, ShowsAReportWithoutDetails)
 {
-    Result_s const Result = RunTool("crash " + WriteReport(WithVariables()));
+    Result_t const Result = RunTool("crash " + WriteReport(WithVariables()));
     EXPECT_EQ(Result.iStatus, 0);
     EXPECT_EQ(Result.sOutput,
         "access violation in std::vector<int>::operator[], called from (anonymous namespace)::operator (a(1).cpp:22)\n"
@@ -259,7 +259,7 @@ TEST_F(ZqtoolCrash, ShowsWhatTheLibraryWrites)
 {
     SKIP_IF(!SharesMemoryUntilExec(), "no program starts from a fault here");
     RunIn(m_Folder, "write busy silent", ZQSYMBOLS_PATH);
-    Result_s const Result = RunTool("crash --json " + m_Folder.GetPath());
+    Result_t const Result = RunTool("crash --json " + m_Folder.GetPath());
     ASSERT_EQ(Result.iStatus, 0) << Result.sOutput;
     Json_t const Crash = Json_t::parse(Result.sOutput);
     EXPECT_THAT(Crash["headline"].get<std::string>(), testing::StartsWith("write to address 0x10 in "));
@@ -281,7 +281,7 @@ TEST_F(ZqtoolCrash, FoldsByCauseTheLargestGroupFirst)
     std::string const sMoved = Replaced(Replaced(DETAILS, "Tick<int>+5E", "Tick<int>+6F"), "2013-03-07", "2013-02-01");
     WriteDetails(Replaced(sMoved, "v2.7", "v2.8"), "deep/er/CrashReport_3");
     WriteReport("not one", "deep/CrashReport_4");
-    Result_s const Result = RunTool("crash --fold --html " + m_Folder.Join("page.html") + " " + m_Folder.GetPath());
+    Result_t const Result = RunTool("crash --fold --html " + m_Folder.Join("page.html") + " " + m_Folder.GetPath());
     EXPECT_EQ(Result.iStatus, 1) << "one is no report";
     EXPECT_EQ(Result.sOutput,
         m_Folder.Join("deep/CrashReport_4.rpt(1): not a crash report: not one\n")
@@ -439,7 +439,7 @@ TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
     EXPECT_THAT(RunTool("crash" + sFile).sOutput,
         ContainsRegex("\n  > #0 +stripped.*\n +no name in this file; --symbols FOLDER reads it from one with build-id "
                       "[0-9a-f]+\n\nStack\n"));
-    Result_s const Named = RunTool("crash --symbols " + m_Folder.Join("symbols") + sFile);
+    Result_t const Named = RunTool("crash --symbols " + m_Folder.Join("symbols") + sFile);
     if (Named.sOutput.find("needs a build with libdw") != std::string::npos)
     {
         EXPECT_EQ(Named.iStatus, 1);
@@ -448,7 +448,7 @@ TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
     EXPECT_THAT(Named.sOutput,
         ContainsRegex("^write to address 0x10 in \\(anonymous namespace\\)::WriteInlined \\(crasher.cpp:[0-9]+\\), "));
     EXPECT_THAT(Named.sOutput, ContainsRegex("#0 .*WriteInlined \\[inlined\\]  .*/crasher.cpp:[0-9]+\n +#1 "));
-    Result_s const Unknown = RunTool("crash --symbols " + m_Folder.MakeFolder("empty") + sFile);
+    Result_t const Unknown = RunTool("crash --symbols " + m_Folder.MakeFolder("empty") + sFile);
     EXPECT_THAT(Unknown.sOutput, ContainsRegex("\nno symbols for " + sProgram + ", build-id [0-9a-f]+\n$"));
 }
 

@@ -17,7 +17,7 @@ TEST(ZqtoolHash, ListsAreThoseOfSha1sum)
     EXPECT_EQ(sList, RunShell("sha1sum abc we*").sOutput);
     EXPECT_THAT(sList, testing::StartsWith(ABC_SHA1 + std::string("  abc\n\\")));
     Folder.Write("list", sList);
-    Result_s const Checked = RunTool("hash --check list");
+    Result_t const Checked = RunTool("hash --check list");
     EXPECT_EQ(Checked.iStatus, 0);
     EXPECT_EQ(Checked.sOutput, "abc: OK\n\\we\\\\ird\\nname: OK\n");
     EXPECT_EQ(RunShell("sha1sum --check list").sOutput, Checked.sOutput);
@@ -40,7 +40,7 @@ TEST(ZqtoolHash, ReportsWhatDiffersAndWhatIsNoList)
              { "\\352441c2  a\\bc\n", "list(1): not a hash" } })
     {
         Folder.Write("list", sList);
-        Result_s const Result = RunTool("hash --check list");
+        Result_t const Result = RunTool("hash --check list");
         EXPECT_EQ(Result.iStatus, 1) << sList;
         EXPECT_THAT(Result.sOutput, HasSubstr(sExpected)) << sList;
     }

@@ -19,7 +19,7 @@ TEST(ZqtoolMemory, PrintsTheLargestFirst)
 {
     TempFolder_c const Folder;
     std::string const sFile = Folder.Write("allocations.csv", REPORT + TAIL);
-    Result_s const Result = RunTool("memory " + sFile + " --html " + Folder.Join("map.html"));
+    Result_t const Result = RunTool("memory " + sFile + " --html " + Folder.Join("map.html"));
     EXPECT_EQ(Result.iStatus, 0);
     EXPECT_EQ(Result.sOutput, "         bytes  share     blocks  category\n"
                               "           600  60.0%          1  AI\n"
@@ -50,12 +50,13 @@ TEST(ZqtoolMemory, ReadsWhatTheLibraryWrites)
     TempFolder_c const Folder;
     CurrentFolderScope_c const Current(Folder.GetPath());
     MemCategoryScope_c const Scope(mem::ScaleForm);
-    char * const p = ZQ_NEW char[70000];
+    constexpr std::size_t BYTES = 70000;
+    char * const p = ZQ_NEW char[BYTES];
     MemoryLogAllocations();
-    Result_s const Result = RunTool("memory allocations.csv");
+    Result_t const Result = RunTool("memory allocations.csv");
     delete[] p;
     EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;
-    std::size_t const nBlock = 70000 + 15 + 2 * sizeof(void *);
+    std::size_t const nBlock = BYTES + MEMORY_ALIGNMENT - 1 + 2 * sizeof(void *);   // with padding and header
     EXPECT_THAT(Result.sOutput, testing::ContainsRegex(std::to_string(nBlock) + " +[0-9.]+% +1  ScaleForm"));
     EXPECT_THAT(Result.sOutput,
         testing::ContainsRegex(std::to_string(nBlock) + " +[0-9.]+% +1  .*zqtool_memory_test.cpp\\([0-9]+\\)"));
@@ -80,7 +81,7 @@ TEST(ZqtoolMemory, ComparesSnapshots)
                             "            60            130            +70         +1  GFX\n"
                             "           665           1035           +370         +1  total\n\n"));
     std::string const sThree = sTwo + Snapshot("c.csv", "60; GFX; x.cpp(1)\n90; GFX; x.cpp(2)\n300; AI; y.cpp(7)\n");
-    Result_s const Result = RunTool("memory" + sThree);
+    Result_t const Result = RunTool("memory" + sThree);
     EXPECT_EQ(Result.iStatus, 0);
     EXPECT_THAT(Result.sOutput, HasSubstr("            60            150            +90         +1 steady  x.cpp\n"
                                           "             5              0             -5         -1         z.cpp\n"
@@ -111,7 +112,7 @@ TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)
              { "too large", sHead + "99999999999999999999; GFX; y.cpp(1)\n" + sBlock, "(2): not a block: " },
              { "no source", sHead + "5; GFX\r\n" + sBlock, "(2): not a block: 5; GFX\n" } })
     {
-        Result_s const Result = RunTool("memory " + Folder.Write("bad.csv", sReport));
+        Result_t const Result = RunTool("memory " + Folder.Write("bad.csv", sReport));
         EXPECT_EQ(Result.iStatus, 1) << sWhat;
         EXPECT_THAT(Result.sOutput, HasSubstr("bad.csv" + sExpected)) << sWhat;
         EXPECT_EQ(Result.sOutput.find("60 100.0%") != std::string::npos, sReport.find(sBlock) != std::string::npos)
@@ -122,7 +123,7 @@ TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)
     EXPECT_EQ(RunTool("memory " + sFile + " --html " + Folder.Join("no/such.html")).iStatus, 1);
     for (char const * szArguments : { "memory", "memory a --html" })
     {
-        Result_s const Result = RunTool(szArguments);
+        Result_t const Result = RunTool(szArguments);
         EXPECT_EQ(Result.iStatus, 2) << szArguments;
         EXPECT_THAT(Result.sOutput, HasSubstr("zqtool memory --help")) << szArguments;
     }

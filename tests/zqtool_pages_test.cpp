@@ -18,6 +18,7 @@ namespace
     constexpr std::size_t PAGE_FRAMES = PROFILER_FRAMES, PAGE_RECORD = sizeof(profiler::timer_t);
     constexpr char PAGE_RATE[] = " --ticks-per-second 1e9 ";
 
+    // Writes a number of nBytes bytes, lowest first.
     void Put(std::string & sBytes, std::size_t nOffset, std::uint64_t nNumber, std::size_t nBytes)
     {
         for (std::size_t i = 0; i < nBytes; ++i)
@@ -26,8 +27,8 @@ namespace
         }
     }
 
-    // Returns a timer of a batch with the addresses of its first child and its next sibling. The times differ a little
-    // by frame; frame 77 takes two seconds.
+    // Returns a timer of a batch with the addresses of its first child and its next sibling. Its frames take tTime to
+    // 1.6 * tTime nanoseconds. Frame 77 of a timer of more than a millisecond takes two seconds.
     std::string Timer(
         char const * szName, std::uint32_t iTimer, std::size_t nChild, std::size_t nNext, std::uint64_t tTime)
     {
@@ -62,6 +63,7 @@ namespace
         return sFile;
     }
 
+    // Returns a snapshot of 13 blocks in each category. The third has nGrown bytes more, the fifth nGrown / 2 fewer.
     std::string Snapshot(int nGrown)
     {
         std::string sText = "Memory allocations\n";
@@ -160,11 +162,12 @@ addEventListener("load", () =>
 });
 )";
 
+    // Returns the value of a data attribute, or an empty text if the document has none of the name.
     std::string AttributeOf(std::string const & sDocument, std::string const & sName)
     {
-        std::size_t const iName = sDocument.find(" data-" + sName + "=\"");
-        std::size_t const iStart = iName + sName.size() + 8;
-        return iName == std::string::npos ? "" : sDocument.substr(iStart, sDocument.find('"', iStart) - iStart);
+        std::string const sHead = " data-" + sName + "=\"";
+        std::size_t const iHead = sDocument.find(sHead), iStart = iHead + sHead.size();
+        return iHead == std::string::npos ? "" : sDocument.substr(iStart, sDocument.find('"', iStart) - iStart);
     }
 
     std::vector<std::string> Split(std::string const & sText, char cSeparator)
@@ -178,7 +181,7 @@ addEventListener("load", () =>
         return dParts;
     }
 
-    // Returns the mean difference of the bytes of two grids.
+    // Returns the mean difference of the bytes of two grids, or 1000 if they differ in size.
     double Difference(std::string const & sGrid, std::string const & sKnown)
     {
         double fSum = 0;
@@ -190,22 +193,20 @@ addEventListener("load", () =>
         }
         return sGrid.size() == sKnown.size() ? 2 * fSum / static_cast<double>(sGrid.size()) : 1000;
     }
-}
 
-namespace
-{
     struct Page_s
     {
-        std::string sName, sArguments, sSeen;
+        std::string sName, sArguments;
+        std::string sSeen;   // what LAYOUT_SCRIPT reports before the scheme and the width
     };
 
-    // Makes pages, looks at them at three widths in both schemes, and compares the pictures with those before.
+    // Makes pages, shows them at three widths in both schemes, and compares the pictures with the golden ones.
     void ExpectPagesFitAndLookAsBefore(TempFolder_c const & Folder, std::vector<Page_s> const & dPages)
     {
         std::string sImages, sNames;
         for (auto const & [sName, sArguments, sSeen] : dPages)
         {
-            Result_s const Result = RunTool(sArguments + " --html " + Folder.Join("page.html"));
+            Result_t const Result = RunTool(sArguments + " --html " + Folder.Join("page.html"));
             ASSERT_EQ(Result.iStatus, 0) << Result.sOutput;
             for (int i = 0; i < 6; ++i)
             {
@@ -269,8 +270,8 @@ TEST(ZqtoolPages, OfMemoryFitEachWidthAndSchemeAndLookAsBefore)
 
 namespace
 {
-    // Script that follows a file that grows, is created anew, and grows up to the limit. It asks what a foreign page
-    // may ask.
+    // Script that follows a file that grows, is created anew, and grows up to the limit. It also sends the
+    // requests that a hostile page could send.
     constexpr char FOLLOW_SCRIPT[] = R"(
 import json, socket, subprocess, sys, time
 tool, path, whole, again = sys.argv[1].split(), sys.argv[2], *(open(name, "rb").read() for name in sys.argv[3:])
@@ -344,14 +345,14 @@ TEST(ZqtoolPages, AreServedWhileTheFileGrows)
     SKIP_IF(RunShell("python3 -c ''").iStatus != 0, "needs python3");
     TempFolder_c const Folder;
     std::string const sScript = Folder.Write("follow.py", FOLLOW_SCRIPT);
-    Result_s const Result = RunShell("timeout 100 python3 " + sScript + " '" TEST_EMULATOR ZQTOOL_PATH "' "
+    Result_t const Result = RunShell("timeout 100 python3 " + sScript + " '" TEST_EMULATOR ZQTOOL_PATH "' "
                                      + Folder.Join("live.stats") + " " + Folder.Write("whole.stats", StatsFile(2)) + " "
                                      + Folder.Write("again.stats", StatsFile(2, 4096)) + " 2>&1");
     EXPECT_EQ(Result.iStatus, 0);
     EXPECT_THAT(Result.sOutput, HasSubstr("300 frames in 2 batches; 1000000000 ticks a second\n"));
     EXPECT_THAT(Result.sOutput, testing::EndsWith(" nano\n 0\n"));
     // The limit is out of reach after the damage.
-    Result_s const Damaged = RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' stats --follow --frames 300 "
+    Result_t const Damaged = RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' stats --follow --frames 300 "
                                       + Folder.Write("cut.stats", StatsFile(1) + std::string(4, '\0')) + " 2>&1");
     EXPECT_EQ(Damaged.iStatus, 1);
     EXPECT_THAT(Damaged.sOutput, HasSubstr("batch 1 has 0 records"));

@@ -91,7 +91,7 @@ namespace
 class ZqtoolStats : public testing::Test
 {
 protected:
-    Result_s Run(std::string const & sBytes, std::string const & sArguments = "")
+    Result_t Run(std::string const & sBytes, std::string const & sArguments = "")
     {
         return RunTool("stats " + m_Folder.Write("zq.stats", sBytes) + RATE + sArguments);
     }
@@ -101,7 +101,7 @@ protected:
 
 TEST_F(ZqtoolStats, PrintsTheTree)
 {
-    Result_s const Result = Run(Sample());
+    Result_t const Result = Run(Sample());
     EXPECT_EQ(Result.iStatus, 0);
     EXPECT_EQ(Result.sOutput,
         "300 frames in 2 batches; 1000000 ticks a second\n"
@@ -114,14 +114,14 @@ TEST_F(ZqtoolStats, PrintsTheTree)
         "\xEF\xBF\xBD[1m\xEF\xBF\xBD_x\n"
         "      0.0500       0.0500       0.1000       150          150         0.50      late\n"
         "      0.0100       0.0100       0.0100         0          300         1.00  update\n");
-    Result_s const Broken = Run(Sample().substr(0, BATCH_1 + 4 + 2 * RECORD));
+    Result_t const Broken = Run(Sample().substr(0, BATCH_1 + 4 + 2 * RECORD));
     EXPECT_THAT(
         Broken.sOutput, HasSubstr("      2.0600       0.5000      20.0000        77          300         1.00  App"))
         << "the time of its own comes from the batch that is whole";
     EXPECT_THAT(
         Broken.sOutput, HasSubstr("      1.6200       1.3700      19.5000        77          450         3.00    wor"))
         << "frames in which a timer isn't known don't count";
-    Result_s const Young = Run(Sample().substr(0, BATCH_0));
+    Result_t const Young = Run(Sample().substr(0, BATCH_0));
     EXPECT_EQ(Young.iStatus, 0) << "a file of less than 150 frames is no damaged one";
     EXPECT_THAT(Young.sOutput, HasSubstr("The profiler writes its first batch after 150 frames."));
 }
@@ -148,7 +148,7 @@ for event in json.load(open(sys.argv[1]))["traceEvents"]:
         sums["Frame" if "frame" in args else event["name"]][i] += n
 print(*(f"{ascii(name)} {sum}" for name, sum in sums.items()), sep="\n")
 )");
-    Result_s const Result = RunShell("python3 " + sScript + " " + m_Folder.Join("trace.json") + " 2>&1");
+    Result_t const Result = RunShell("python3 " + sScript + " " + m_Folder.Join("trace.json") + " 2>&1");
     EXPECT_EQ(Result.iStatus, 0);
     EXPECT_EQ(Result.sOutput, "'Frame' [621000000, 0, 0]\n'Application' [618000000, 618000, 300]\n"
                               "'world' [468000000, 468000, 900]\n'update' [3000000, 3000, 300]\n"
@@ -191,7 +191,7 @@ TEST_F(ZqtoolStats, ReportsWhereTheFileIsDamagedAndShowsTheRest)
             { Patched(sGood, BATCH_1 + 4 + RECORD + FIRST_TIME_HIGH, 0x7FFFFFFF) + "x", "the count of batch 2",
                 sTwo } })
     {
-        Result_s const Result =
+        Result_t const Result =
             Run(sBytes, " --html " + m_Folder.Join("p.html") + " --trace " + m_Folder.Join("t.json"));
         EXPECT_EQ(Result.iStatus, 1) << sExpected;
         EXPECT_THAT(Result.sOutput, HasSubstr("zq.stats: byte "));
@@ -216,15 +216,15 @@ TEST_F(ZqtoolStats, FailsOverALimit)
              { "frame.p99=20", 2, "the unit s, ms or us" }, { "frame.p99=-1s", 2, "the unit" },
              { "world=1s", 2, "world=1s is not a limit" } })
     {
-        Result_s const Result = Run(Sample(), " --fail-over " + sLimits);
+        Result_t const Result = Run(Sample(), " --fail-over " + sLimits);
         EXPECT_EQ(Result.iStatus, iStatus) << sLimits;
         EXPECT_THAT(Result.sOutput, testing::ContainsRegex(sExpected)) << sLimits;
         EXPECT_EQ(Result.sOutput.find("over its limit") != std::string::npos, iStatus == 1) << sLimits;
     }
-    Result_s const Mistyped = Run(Sample(), " --fail-over wrld.mean=1s --html " + m_Folder.Join("keep.html"));
+    Result_t const Mistyped = Run(Sample(), " --fail-over wrld.mean=1s --html " + m_Folder.Join("keep.html"));
     EXPECT_THAT(Mistyped.sOutput, HasSubstr("300 frames in 2 batches"));
     EXPECT_THAT(m_Folder.Read("keep.html"), testing::EndsWith("</html>\n"));
-    Result_s const Young = Run(Sample().substr(0, BATCH_0), " --fail-over frame.p99=1s --fail-over x.mean=1s");
+    Result_t const Young = Run(Sample().substr(0, BATCH_0), " --fail-over frame.p99=1s --fail-over x.mean=1s");
     EXPECT_EQ(Young.iStatus, 1);
     EXPECT_THAT(Young.sOutput, HasSubstr("x.mean has a limit of 1000 ms, but no frame was measured\n"));
 }
@@ -258,7 +258,7 @@ TEST_F(ZqtoolStats, RefusesWhatItCantDo)
     {
         for (char const * szCommand : { "stats ", "stats --follow --frames 300 ", "memory ", "disasm " })
         {
-            Result_s const Result =
+            Result_t const Result =
                 RunShell("timeout 20 " TEST_EMULATOR "'" ZQTOOL_PATH "' " + (szCommand + sOther) + " 2>&1");
             EXPECT_EQ(Result.iStatus, 1) << szCommand;
             EXPECT_EQ(Result.sOutput, sOther + ": this is no regular file\n") << szCommand;

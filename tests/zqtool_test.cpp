@@ -70,8 +70,8 @@ TEST(Zqtool, HelpGoesToStandardOutputAndMistakesToTheOther)
                  "zqtool: one argument too many: \xEF\xBF\xBD[1m (zqtool disasm --help has more)\n" },
              { "stats", 2, "", "zqtool: FILE is required (zqtool stats --help has more)\n" } })
     {
-        Result_s const Output = RunShell(TOOL + sArguments + " 2>/dev/null");
-        Result_s const Errors = RunShell(TOOL + sArguments + " 2>&1 >/dev/null");
+        Result_t const Output = RunShell(TOOL + sArguments + " 2>/dev/null");
+        Result_t const Errors = RunShell(TOOL + sArguments + " 2>&1 >/dev/null");
         EXPECT_EQ(Output.iStatus, iStatus) << sArguments;
         EXPECT_EQ(Output.sOutput.empty(), sOutput.empty()) << sArguments;
         EXPECT_EQ(Errors.sOutput.empty(), sErrors.empty()) << sArguments;

@@ -35,7 +35,7 @@ namespace
 
 TEST_F(ZqtoolTree, ShowsWhatTheScanMakesOfAFolder)
 {
-    Result_s const Result = RunTool("tree media/ --game storm");
+    Result_t const Result = RunTool("tree media/ --game storm");
     EXPECT_THAT(Result, Ends(1, HasSubstr("media: 7 files in 8 folders, 7 bytes, scanned in ")));
     EXPECT_EQ(Result.sOutput.find('\033'), std::string::npos) << "names command no terminal";
     EXPECT_EQ(Result.sOutput.find("\n1 found"), std::string::npos) << "and begin no line";
@@ -120,7 +120,7 @@ TEST_F(ZqtoolTree, KnowsATreeThatWasNotMadeForBareNamesAndWhatCantBeRead)
     {
         m_Folder.Write("many/" + std::to_string(i) + "/readme.txt", "1");
     }
-    Result_s const Bare = RunTool("tree many");
+    Result_t const Bare = RunTool("tree many");
     EXPECT_THAT(Bare.sOutput, HasSubstr("29 of 30 files have names that are taken"));
     EXPECT_THAT(Bare.sOutput, HasSubstr("  and 9 more, which --all shows\n"));
     EXPECT_THAT(RunTool("tree --relative many"), Ends(0, HasSubstr("many: 30 files in 31 folders")));

@@ -90,7 +90,7 @@ private:
     zip_int64_t Serve(void * pData, zip_uint64_t nBytes, zip_source_cmd_t eCommand);
     static zip_int64_t Serve(void * pArchive, void * pData, zip_uint64_t nBytes, zip_source_cmd_t eCommand);
 
-    static constexpr std::size_t BUFFER = 8192;
+    static constexpr std::size_t BUFFER = 8192;   // bytes of m_dBuffer
 
     String_T<256> m_sPath;
     String_T<256> m_sFolder;
@@ -148,7 +148,7 @@ private:
     bool Feed();
     bool IsAtDataEnd();
 
-    static constexpr std::uint32_t PIECE = 16384;
+    static constexpr std::uint32_t PIECE = 16384;             // bytes of m_dPiece
     static constexpr std::uint32_t MAX_LOCKED = 256 * 1024;   // bytes that are read in one hold of the lock
 
     ZipArchive_c & m_Archive;

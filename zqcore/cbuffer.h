@@ -50,7 +50,7 @@ public:
 
     /// Appends a copy of nBytes bytes and returns true. The bytes may be the buffer's own. Previous data pointers
     /// become invalid. Returns false at once if nBytes is 0. Asserts that pBytes is not null and that the whole fits
-    /// MAX_BYTES; otherwise returns false, with no change.
+    /// MAX_BYTES, and otherwise returns false and changes nothing.
     bool ExpandBuffer(void const * pBytes, unsigned int nBytes);
 
     void * GetBufferData() const override;
@@ -61,8 +61,7 @@ public:
 class ZQ_API FileBuffer_c : public Buffer_c
 {
 public:
-    /// Opens the file (FileOpen). Asserts that pFile is not null and that it can be opened; otherwise the buffer is
-    /// empty.
+    /// Opens the file (FileOpen). Asserts that pFile is not null and can be opened. Otherwise the buffer is empty.
     explicit FileBuffer_c(File_c * pFile);
     ~FileBuffer_c() override;
     FileBuffer_c(FileBuffer_c const &) = delete;

@@ -28,6 +28,7 @@ namespace
     }
     plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, Forget });   // a forked child has the clipboard closed
 
+    // Asserts that the clipboard is open, and returns whether it is.
     bool IsOpen()
     {
         ZQ_ASSERT(g_isOpen == true);

@@ -35,9 +35,9 @@ extern bool g_isOpen;
 /// closed.
 extern plat::ClipboardBlock_t g_hClipboard;
 
-/// Opens the clipboard. Tries up to 100 times, every 0.1 s, while another process has it or it can't be reached. If it
-/// holds no text of this format, does what ClipboardReset does. Asserts that g_iTextFormat is not 0 and the
-/// clipboard not open yet, and does nothing otherwise. If no try succeeds, asserts, and g_isOpen stays false.
+/// Opens the clipboard. Tries up to 100 times, every 0.1 s, while another process has it or it can't be reached.
+/// Without a text of this format, does what ClipboardReset does. Asserts that g_iTextFormat is not 0 and that the
+/// clipboard is not open, and does nothing otherwise. If no try succeeds, asserts, and g_isOpen stays false.
 void ClipboardOpen();
 
 /// Closes the clipboard. If the system refuses, asserts, and the clipboard counts as closed.

@@ -31,7 +31,7 @@ constinit bool g_isAborting = false;
 
 namespace
 {
-    constexpr std::size_t COMPLAINT_SIZE = 2049;   // bytes: 2048 characters and the terminator
+    constexpr std::size_t COMPLAINT_SIZE = LOG_LINE_LENGTH + 1;   // bytes, the terminator included
     constexpr int ACHTUNGS_REMEMBERED = 16;
     constexpr std::size_t FUNCTION_NAME_SIZE = 256;   // bytes of a function's spelled name
     constexpr char ACHTUNG_CAPTION[] = "ACHTUNG!";
@@ -185,6 +185,7 @@ namespace
             szDialog + nText, LOCATED_SIZE - nText, "%s\r\nFile: \t%s\r\nLine:\t%d", szTail, t_szFile, t_iLine);
     }
 
+    // Breaks into the debugger after the answer OK or Yes. Returns the answer.
     int BreakIfWanted(int iAnswer)
     {
         if (Is(iAnswer, plat::DialogAnswer_e::Ok) || Is(iAnswer, plat::DialogAnswer_e::Yes))

@@ -13,6 +13,7 @@ namespace
 {
     char g_szMessageTrace[MESSAGE_TRACE_SIZE];
 
+    // Arguments of MessageBoxWithTrace.
     struct Message_s
     {
         void * hOwner;
@@ -24,7 +25,7 @@ namespace
 
     plat::DialogButtons_e ButtonsOf(unsigned long nStyle)
     {
-        constexpr unsigned long BUTTONS = 0xF;
+        constexpr unsigned long BUTTONS = 0xF;   // bits of a style
         switch (nStyle & BUTTONS)
         {
         case MESSAGE_OK_CANCEL:
@@ -71,7 +72,7 @@ namespace
 
 int MessageBoxPlain(void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle)
 {
-    constexpr unsigned long ICON = 0xF0;
+    constexpr unsigned long ICON = 0xF0;   // bits of a style
     plat::Dialog_t Dialog;
     Dialog.szText = sText;
     Dialog.szCaption = sCaption;

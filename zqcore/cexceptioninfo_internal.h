@@ -1,4 +1,6 @@
-// cexceptioninfo_internal.h: what the sources of ExceptionInfo_c share. The lock guards all but TraceText.
+// cexceptioninfo_internal.h: what the sources of ExceptionInfo_c share.
+//
+// Threads: g_szDialog and all functions but TraceText require that the caller holds g_Lock.
 #pragma once
 
 #include "zqcore/cexceptioninfo.h"

@@ -26,22 +26,22 @@ namespace
 {
     constexpr std::size_t LINE_SIZE = 2048;     // bytes of a line of TraceLine, the terminator included
     constexpr std::size_t ERROR_SIZE = 16384;   // bytes of the text of a system error
-    constexpr int MODULES = 512;                // further ones are not listed
+    constexpr int MAX_MODULES = 512;            // further ones are not listed
     constexpr int ROW_WORDS = 12;               // words in a row of DumpMemory
 
     std::atomic<ExceptionInfo_c::TraceReceiver_t> g_fnReceiver{ nullptr };
     std::atomic<bool> g_bTraceInUse{ false };
 
     // Drops the dialog and the trace of other threads, which a forked child lacks.
-    void LeaveOthersDialog()
+    void DropOthers()
     {
         g_Lock.Renew();
         g_bTraceInUse = false;
     }
-    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveOthersDialog });
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, DropOthers });
 
     bool g_bSymbolsReady = false;
-    ModuleInfo_s g_dModules[MODULES];
+    ModuleInfo_s g_dModules[MAX_MODULES];
     int g_nModules = 0;
     char g_szError[ERROR_SIZE];
 
@@ -53,7 +53,7 @@ namespace
 
     void AddModule(plat::Module_t const & Module, void *)
     {
-        if (g_nModules < MODULES)
+        if (g_nModules < MAX_MODULES)
         {
             ModuleInfo_s & Info = g_dModules[g_nModules++];
             std::snprintf(Info.szPath, sizeof Info.szPath, "%s", Module.szPath);
@@ -63,7 +63,7 @@ namespace
         }
     }
 
-    // The text of one trace. It is static, because the caller may have little stack.
+    // Text of one trace. g_TraceText is a global, because the caller may have little stack.
     class TraceText_c
     {
     public:

@@ -25,6 +25,7 @@
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
+#include <iterator>
 
 namespace
 {
@@ -62,7 +63,8 @@ namespace
         }
     }
 
-    // Logs what became of the report, and prints it for a person at the terminal. The dialog's text does not say it.
+    // Logs a line on what became of the report, and prints the line for a person at the terminal. The dialog's text
+    // does not have it.
     void Announce(char const * szBefore, char const * szPath = "", char const * szAfter = "")
     {
         CallGuarded(ExceptionReport_c::HOST_LIMIT, [=] { LogEscaped("%s%s%s", szBefore, szPath, szAfter); });
@@ -78,6 +80,7 @@ namespace
             });
     }
 
+    // Opens the report's file under a free name. Announces its path, or the reason why there is no file.
     void OpenAndAnnounce()
     {
         if (plat::ProcessIsSecure())
@@ -103,6 +106,7 @@ namespace
         }
     }
 
+    // Marks the report as incomplete if a part of its file was not written.
     void NoteLoss(bool bWritten)
     {
         g_bLost = g_bLost || (g_hReport && !bWritten);
@@ -145,7 +149,7 @@ namespace
         {
             char szLines[CRASH_LINE_SIZE];
             Text_c Lines(szLines, sizeof szLines);
-            for (int i = 0; i < 8; ++i)
+            for (int i = 0; i < std::ssize(Context.dExtended); ++i)
             {
                 Lines.Add("R%d:%08" PRIXPTR "\r\n", i + 8, Context.dExtended[i]);
             }
@@ -159,7 +163,7 @@ namespace
     void WriteMmx(plat::FaultContext_t const & Context)
     {
         int const iTop = (Context.nX87Status >> 11) & 7;
-        for (int i = 0; i < 8; ++i)
+        for (int i = 0; i < std::ssize(Context.dX87); ++i)
         {
             std::uint32_t dValue[2];
             std::memcpy(dValue, Context.dX87[(i - iTop) & 7], sizeof dValue);
@@ -312,15 +316,16 @@ bool ExceptionReport_c::AddTypePrinter(char const * szType, char const * szTempl
 
 void ExceptionReport_c::SetReportFileAutoName()
 {
-    constexpr std::size_t ENDING = 3;
+    constexpr wchar_t ENDING[] = L"RPT";
+    constexpr std::size_t LENGTH = std::size(ENDING) - 1;
     if (!plat::ProcessExecutablePath(g_wszLogFile, WIDE_PATH_SIZE))
     {
         g_wszLogFile[0] = L'\0';
     }
     wchar_t * const pDot = std::wcschr(g_wszLogFile, L'.');
-    if (pDot && std::wcslen(pDot + 1) >= ENDING)
+    if (pDot && std::wcslen(pDot + 1) >= LENGTH)
     {
-        std::wmemcpy(pDot + 1, L"RPT", ENDING);
+        std::wmemcpy(pDot + 1, ENDING, LENGTH);
     }
 }
 

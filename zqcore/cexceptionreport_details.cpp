@@ -184,7 +184,7 @@ namespace
         }
     }
 
-    // Ends a section of the helper that it could not end itself.
+    // Writes why the helper did not complete a section. Writes nothing if the helper still runs.
     void WriteHelperEnd(Details_c & Details, plat::Symbols_c const & Symbols)
     {
         if (Symbols.IsRunning())

@@ -79,7 +79,8 @@ namespace
         Dump();
     }
 
-    // Adds the handle to the list. Returns the limit that this exceeds, or 0. Sets bListed to whether there was room.
+    // Counts the handle as open, and lists it if there is room. Sets bListed to whether it is listed. Returns the limit
+    // that the count exceeds, or 0.
     int List(void * hFile, char const * szName, bool & bListed)
     {
         plat::LockScope_c const Scope(g_TrackerLock);
@@ -103,8 +104,8 @@ namespace
         return nLimit;
     }
 
-    // Removes the handle. A handle that is not in the list counts as one that found no room. Returns false if there is
-    // none of those either.
+    // Removes the handle from the list. A handle that is not listed counts as one that found no room. Returns false if
+    // no such handle is open.
     bool Unlist(void const * hFile)
     {
         plat::LockScope_c const Scope(g_TrackerLock);
@@ -227,8 +228,8 @@ namespace
         {
             auto const cByte = static_cast<unsigned char>(szRest[0]);
             auto const cNext = static_cast<unsigned char>(szRest[1]);
-            bool const bUpper = cByte == 0xC2 && cNext >= 0x80 && cNext < 0xA0;   // U+0080 to U+009F
-            if (cByte < ' ' || cByte == 0x7F || bUpper)
+            bool const bC1 = cByte == 0xC2 && cNext >= 0x80 && cNext < 0xA0;   // U+0080 to U+009F
+            if (cByte < ' ' || cByte == 0x7F || bC1)
             {
                 return false;
             }
@@ -236,8 +237,8 @@ namespace
         return true;
     }
 
-    // Logs a name that the response logs can't hold, and returns whether they must have the name. Asserts that it is
-    // not null.
+    // Returns whether the response logs list a name: while names are collected, if it fits a line. Logs a name that
+    // does not fit. Asserts that the name is not null.
     bool IsWanted(char const * szName)
     {
         ZQ_ASSERT_TEXT(szName, "sFileName");
@@ -254,7 +255,7 @@ namespace
     struct Report_s
     {
         std::uint32_t dwMode;   // replaces g_dwFileOpenLogMode
-        bool bReceived;         // whether ResourceLoadCallback received it
+        bool bReceived;         // whether ResourceLoadCallback received the name
     };
     ZQ_THREAD_LOCAL Report_s * t_pReport = nullptr;   // the call of this thread, or null
 
@@ -292,8 +293,8 @@ namespace
         return false;
     }
 
-    // Copies a file to CLONE_FOLDER. If its key is a relative name with a folder, the copy lies in the same folder
-    // below CLONE_FOLDER. A file whose key leads upwards is not copied.
+    // Copies a file to CLONE_FOLDER. If its key has folders, the copy lies in the same folders below CLONE_FOLDER. A
+    // file whose key leads upwards is not copied.
     void Clone(File_c const & File)
     {
         String_T<256> const sTarget = String_T<256>(CLONE_FOLDER) + "\\" + File.sName;

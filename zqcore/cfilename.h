@@ -1,6 +1,6 @@
 // cfilename.h: a path and its parts.
 //
-// `/` and `\` both separate.
+// Both `/` and `\` are separators.
 //
 // Ownership: a FileName_c is a plain value of up to 255 characters. Longer paths are cut.
 // Threads: any thread.

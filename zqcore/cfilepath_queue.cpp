@@ -4,7 +4,7 @@
 
 namespace
 {
-    bool g_bOverflowReported = false;   // whether the full table of files was reported, once in a process
+    bool g_bOverflowReported = false;   // whether the process has reported the full table of files
 
     char const * FolderOf(File_c const & File)
     {

@@ -2,7 +2,7 @@
 //
 // A list is a pointer to its head, null while it is empty. It grows at the head.
 //
-// Ownership: the caller owns the nodes. LinkFreeAll frees all nodes of a list, which must come from ZQ_NEW.
+// Ownership: the caller owns the nodes. LinkFreeAll frees all nodes of a list. Requires that they come from ZQ_NEW.
 // Threads: a list belongs to one thread at a time.
 // Cost: constant time, but LinkFreeAll is linear in the list. Nothing allocates.
 // Failure: no call fails.

@@ -5,7 +5,7 @@
 // processes write to it. A line without a listener is lost. Formatted lines are cut at LOG_LINE_LENGTH characters.
 //
 // Ownership: the library opens and closes the file. Listeners are kept as pointers.
-// Threads: any thread may log at any time but during LogDone, also in a forked child. The list of listeners has no
+// Threads: any thread may log at any time except during LogDone, also in a forked child. The list of listeners has no
 // lock: add them at start-up, and call LogDone when no other thread logs.
 // Cost: a line is one system call for the file. Nothing allocates for a line.
 // Failure: lines that a full disk does not store are lost. The next line that is written comes after "Log lines lost
@@ -52,7 +52,7 @@ ZQ_API void LogInit();
 ZQ_API void LogDone();
 
 /// Limits each file of the main log and of the named logs to nBytes. 0, as at start, means no limit. Any thread may
-/// call it.
+/// set the limit.
 /// - After the line that exceeds the limit, the log begins a new file. The full one gets ".1" at the end of its name,
 ///   previous ones ".2" to ".nPrevious". If nPrevious is 0 or negative, the log empties the file instead.
 /// - Lines that other threads write meanwhile may go to the full file. Another process with the same log continues in

@@ -42,7 +42,7 @@ namespace
         aligned_free_dbg(pBlock);
     }
 
-    // Deletes a block by a function and returns whether it has reached the library's delete. Then the block lives on.
+    // Deletes a block by a function. Returns whether that reached the library's delete, which leaves the block alive.
     template <typename DELETE>
     bool Reaches(void * pBlock, DELETE const & fnDelete)
     {
@@ -160,7 +160,7 @@ namespace
         return !bOwn;
     }
 
-    // Sets the pairs that are foreign. Leaves the delete of the others, which a thread may be about to call.
+    // Sets the foreign pairs. Clears the new of the others. Leaves their delete, which a thread may be about to call.
     void SetForeign(plat::Operators_t const & Found)
     {
         auto const SetPair = [](auto & Live, auto const & Pair)
@@ -202,7 +202,7 @@ namespace
 // functions for objects serve both.
 void MemoryBindOperators()
 {
-    constexpr std::align_val_t ALIGNMENT{ 64 };
+    constexpr std::align_val_t ALIGNMENT{ 64 };   // any above MEMORY_ALIGNMENT
     plat::Operators_t const Bound = plat::OperatorsBound(), Next = plat::OperatorsAfterOwn();
     plat::Operators_t Probe, Found;
     Probe.Plain.fnNew = Probe.Array.fnNew = ProbeNew<>;

@@ -1,4 +1,4 @@
-// cmemory_operators.inl: the operators over a heap, which defines HeapNew and HeapDelete before it includes this.
+// cmemory_operators.inl: the operators over a heap, whose source includes this after it defines HeapNew and HeapDelete.
 // iBlockType selects the category, as in MemoryBlockWord.
 //
 //     void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine);
@@ -10,10 +10,11 @@
 
 namespace
 {
-    /// Whether the calling thread is in a foreign `new` that passes blocks on. The library's `new`, which it calls, then
-    /// allocates from the heap.
+    /// Whether the calling thread is in a foreign `new` that passes blocks on. The library's `new`, which the foreign
+    /// one calls, then allocates from the heap.
     ZQ_THREAD_LOCAL constinit bool t_bInForeign = false;
 
+    /// Scope of a call to a foreign `new`.
     class ForeignScope_c
     {
     public:
@@ -66,8 +67,8 @@ namespace
                              : HeapNew(nBytes, nHeapAlignment, iBlockType, szFile, iLine);
     }
 
-    /// Releases a block by the process's own operator, or one that this has passed on by the heap. Only the block shows
-    /// which: the operator may have moved its start, and the host may call it first.
+    /// Releases a block by the process's own operator, or by the heap if the operator has passed the block on. Only the
+    /// block shows which: the operator may have moved the block's start, and the host may call the operator first.
     template <typename... ALIGNMENT>
     ZQ_COLD void DeleteForeign(plat::OperatorPair_T<ALIGNMENT...> const & Pair, void * pBlock, ALIGNMENT... nAlignment)
     {
@@ -92,6 +93,7 @@ namespace
         }
     }
 
+    /// Returns the block. Throws std::bad_alloc if it is null.
     void * Require(void * pBlock)
     {
         if (!pBlock)

@@ -1,4 +1,5 @@
-// The heap of a shipped game: the C library's memory with 16 bytes before each block, counted without a lock.
+// The heap of a shipped game: the C library's memory, with a header of 16 bytes before each block, counted without a
+// lock.
 //
 // Each thread counts in figures of its own, which only it writes. A reader adds up those of all threads. Figures are
 // never freed: a thread that starts continues those of one that has ended.
@@ -31,7 +32,7 @@ struct MemoryFigures_s
     CategoryFigures_s dCategories[mem::TOTAL];
     std::ptrdiff_t iPublished = 0;   // this thread's part of g_iPublished
     MemoryFigures_s * pNext;
-    std::atomic<bool> bInUse;
+    std::atomic<bool> bInUse;   // whether a thread counts here
 };
 
 namespace
@@ -49,6 +50,7 @@ namespace
     static_assert(sizeof(Header_s) == UNIT);
     constexpr std::uint16_t HEADER_MARK = 0x5A51;   // of the headers of this heap
 
+    // Returns the header of the caller's bytes.
     Header_s * HeaderOf(void const * pUser)
     {
         auto const nAddress = reinterpret_cast<std::uintptr_t>(pUser) & ~std::uintptr_t{ UNIT - 1 };
@@ -61,12 +63,15 @@ namespace
         return (0 - nOffset) & (UNIT - 1);
     }
 
+    // Returns the caller's bytes in a block: nOffset bytes before an aligned address, with room for the header and the
+    // gap before them.
     char * UserPointer(void * pBlock, std::size_t nAlignment, std::size_t nOffset)
     {
         auto const nFirst = reinterpret_cast<std::uintptr_t>(pBlock) + UNIT + GapOf(nOffset) + nOffset;
         return reinterpret_cast<char *>(((nFirst + nAlignment - 1) & ~(nAlignment - 1)) - nOffset);
     }
 
+    // Changes a figure that no other thread writes.
     void Add(Figure_t & Figure, std::ptrdiff_t iChange)
     {
         Figure.store(Figure.load(std::memory_order_relaxed) + iChange, std::memory_order_relaxed);
@@ -123,6 +128,7 @@ namespace
         RaisePeak(g_iPublished.fetch_add(iChange, std::memory_order_relaxed) + iChange);
     }
 
+    // Publishes the change of a block above LARGE, unless its category is mem::CRT.
     ZQ_COLD void PublishBlock(MemoryFigures_s & Figures, int iCategory, std::ptrdiff_t iChange)
     {
         if (iCategory != mem::CRT)
@@ -157,7 +163,8 @@ namespace
     }
     plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveOtherFigures });
 
-    MemoryFigures_s * FindFreeFigures()
+    // Claims figures that a thread has ended and returns them, or null if there are none.
+    MemoryFigures_s * ReuseFigures()
     {
         for (MemoryFigures_s * pFree = g_pFigures.load(std::memory_order_acquire); pFree != &g_Shared;
              pFree = pFree->pNext)
@@ -171,6 +178,7 @@ namespace
         return nullptr;
     }
 
+    // Adds claimed figures to the list and returns them, or null if there is no memory.
     MemoryFigures_s * NewFigures()
     {
         auto * const pFigures = static_cast<MemoryFigures_s *>(std::calloc(1, sizeof(MemoryFigures_s)));
@@ -191,7 +199,7 @@ namespace
         {
             return nullptr;
         }
-        MemoryFigures_s * const pFree = FindFreeFigures();
+        MemoryFigures_s * const pFree = ReuseFigures();
         t_MemoryStack.pFigures = pFree ? pFree : NewFigures();
         if (t_MemoryStack.pFigures)
         {
@@ -274,7 +282,7 @@ namespace
         return Sums;
     }
 
-    // Calls fnVisit(category, sums) for each category that is counted.
+    // Calls fnVisit(category, sums) for each category except mem::CRT.
     template <typename VISIT>
     void VisitCategories(VISIT fnVisit)
     {
@@ -307,6 +315,7 @@ namespace
         return pUser;
     }
 
+    // Ends in Abort if the heap is tracked. Otherwise returns null.
     void * ReportNoMemory(std::size_t nBytes)
     {
         if (g_MemoryInit)
@@ -553,7 +562,7 @@ int MemoryFrame()
     return g_iFrame;
 }
 
-// Writes one line for each category with live blocks, because this heap has no list of them.
+// Writes one line for each category with live blocks, because this heap has no list of blocks.
 MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined)
 {
     MemoryTally_s Tally = {};

@@ -16,7 +16,7 @@ namespace
     constinit bool g_bInNewLog = false;   // whether the call log writes: its own allocations are not logged
     constinit bool g_bReportFailed = false;
 
-    // Closes a file of the report. If it is not whole, logs the system's last error.
+    // Closes a file of the report. If it is not whole, marks the report as failed and logs the system's last error.
     void Close(std::FILE * pFile, char const * szWhatFails)
     {
         bool const bWritten = !std::ferror(pFile);

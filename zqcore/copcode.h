@@ -20,7 +20,7 @@
 // Threads: one thread for each object. Nothing acquires a lock, so all of it may run in a crashed process.
 // Cost: 120 KB of read-only data, which is not read until an object is made. Expanding the first table takes some 30
 // us, an instruction some 0.3 us, each symbol what its callback takes. The heap is not used.
-// Failure: without pages nothing decodes: Decode returns 0.
+// Failure: without pages Decode returns 0.
 //
 //     struct Sink_c final : CodeListingSink_c
 //     {
@@ -78,8 +78,8 @@ public:
     /// The text is "%-6s %s" with mnemonic and operands, cut at nText - 1 characters. Requires nText > 0. Returns 0 and
     /// an empty text in these cases:
     /// - nBytes is 0.
-    /// - the bytes end inside prefixes.
-    /// - the object has no pages.
+    /// - The bytes end inside prefixes.
+    /// - The object has no pages.
     ZQ_API std::size_t Decode(unsigned char const * pCode, std::size_t nBytes, char * szText, std::size_t nText);
 
 private:

@@ -2,13 +2,14 @@
 
 #include "zqcore/cdebug.h"
 
+#include <iterator>
 #include <new>
 
 PoolBlocks_c::PoolBlocks_c(char const * sName, unsigned nExpected)
     : m_Pool(sName)
 {
     static constexpr unsigned SIZES[] = { 16, 32, 48, 64, 80, 96, 128, 192, 256, 384, 512, LARGEST };
-    static_assert(sizeof SIZES / sizeof *SIZES <= StaticMemoryPool_c::MAX_GROUPS);
+    static_assert(std::size(SIZES) <= StaticMemoryPool_c::MAX_GROUPS);
     for (unsigned const nSize : SIZES)
     {
         m_Pool.AddGroup(nSize, nExpected);

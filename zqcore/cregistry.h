@@ -6,8 +6,8 @@
 // value name is the key's unnamed value.
 //
 // Functions with a buffer and its size differ from the rule of cstring.h: nothing is cut. What does not fit is a
-// failure, and the buffer stays unchanged. With a text object or an integer of any width (ctextvalue.h) it is the
-// same.
+// failure, and the buffer stays unchanged. The same holds for text objects and for integers of any width
+// (ctextvalue.h).
 //
 // Ownership: an object owns its open key. Results are copied to the caller.
 // Threads: one thread for each object. Any number of objects and processes may share the store. A value is replaced as
@@ -66,8 +66,8 @@ public:
     Registry_c & operator=(Registry_c const &) = delete;
 
     /// Close the open key, open another one by its path from the root, and return 1. CreateKey, and OpenKey with
-    /// bCreate, create it if needed. They also open a key that the user may only read; operations that would change
-    /// it fail. On failure they return 0, and no key is open.
+    /// bCreate, create it if needed. They also open a key that the user may only read, whose changes then fail.
+    /// On failure return 0, and no key is open.
     int CreateKey(char const * sName);
     int OpenKey(char const * sName, int bCreate);
 
@@ -114,8 +114,8 @@ public:
     /// Copies a value to *pValue and returns 1, if it has 4 bytes and the type that WriteValue of an int stores.
     int ReadValue(char const * sName, int * pValue);
 
-    /// Copies a value to *pValue and returns 1, if it has 8 bytes and no type. No operation here writes such a value;
-    /// other programs may.
+    /// Copies a value to *pValue and returns 1, if it has 8 bytes and no type. No operation here writes such a value,
+    /// but other programs may.
     int ReadValue(char const * sName, double * pValue);
 
     /// Stores a value without a type in *pValue and returns 1. The value has 4 bytes, as WriteValue of a float stores

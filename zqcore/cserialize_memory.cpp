@@ -46,7 +46,8 @@ bool MemoryWriteable_c::Serialize(void * pData, int iLength)
     return true;
 }
 
-// Makes room for nBytes more and returns true. Returns false if the caller's memory or an archive has no more room.
+// Makes room for nBytes more and returns true. Returns false if the caller's memory is full or the archive would exceed
+// NO_CHUNK bytes.
 bool MemoryWriteable_c::Grow(std::size_t nBytes)
 {
     constexpr std::size_t FIRST_SIZE = 256;

@@ -34,7 +34,7 @@ namespace
         return reinterpret_cast<void const *>(Serializer_c::HASH_NO_ELEMENT);
     }
 
-    // The table. Its pages are prepared at their first use. Zeroed memory is an empty table.
+    // Table of the pass's addresses. Its pages are prepared at their first use. Zeroed memory is an empty table.
     struct Table_s
     {
         static constexpr int SIZE = Serializer_c::HASH_SIZE;
@@ -42,7 +42,7 @@ namespace
 
         bool bUsed;                       // whether any page is ready
         bool dReady[SIZE / PAGE_SLOTS];   // pages that hold this pass's contents
-        std::uint16_t dClasses[SIZE];     // of the slots' objects: see Serializer_c::m_iClass
+        std::uint16_t dClasses[SIZE];     // of the slots' objects (Serializer_c::m_iClass)
         void const * dSlots[SIZE];
 
         void const * Get(int iSlot) const { return dReady[iSlot / PAGE_SLOTS] ? dSlots[iSlot] : FreeSlot(); }
@@ -426,7 +426,7 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Expecte
     return bLoaded ? iPointer : -1;
 }
 
-// Loads a first reference after its identifier. Returns false, with the archive failed, if its body could not run.
+// Loads a first reference after its identifier. Returns false, with the archive failed, if its body can't run.
 bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Expected_s const & Expected)
 {
     Put(archive, SERIALIZER_BEGIN);

@@ -12,7 +12,7 @@
 // Cost: the table of pointers does not use the heap. It has 10 MiB, 6 MiB in a 32-bit process, of which only the pages
 // in use are touched. A level of the graph needs some 200 bytes of stack in a save and 350 in a load, besides the
 // body's own. The graph may be as deep as it is large: when less than BODY_STACK bytes of stack are left, a body runs
-// on a fresh stack. A body itself must not need more than BODY_STACK.
+// on a fresh stack. Requires that a body itself needs at most BODY_STACK.
 // Failure: a damaged file asserts and fails the archive, or ends in Abort. In a check (cserializecheck.h) it only fails
 // the archive. If the system has no fresh stack, a line is logged and the archive fails. A pointer that could not be
 // loaded is null, unless the body of its object had begun. Then it is the object that the body made, so the caller can
@@ -144,14 +144,14 @@ public:
     /// the same order in each run.
     static void RegisterStaticPointer(void * pPointer);
 
-    /// Assigns an identifier to an address. Only a body calls it: for its object, so that parts of the object can point
-    /// to it, or for a part. Requires calls at the same place in save and load, and in a load that the body has set its
+    /// Assigns an identifier to the address of a body's object, so that parts of the object can point to it, or of a
+    /// part. Requires that a body calls it, at the same place in save and load, and in a load that the body has set its
     /// pObject.
     static void RegisterPointer(Serializeable_c & archive, void const * pPointer);
 
     /// Stores or loads a pointer to an object of a class that has a Serializer_T, or null. Serialize of the archive
     /// calls it. A load makes an object of the class that was stored.
-    /// - Writing: asserts that the Serializer_T of the object's class names T; otherwise fails the archive.
+    /// - Writing: asserts that the Serializer_T of the object's class names T, and fails the archive otherwise.
     /// - Reading: a class whose Serializer_T does not name T asserts and fails the archive. An address that was
     ///   registered without a class is not checked, and is returned as it was registered.
     template <typename T>
@@ -199,8 +199,8 @@ protected:
     static void ReadPointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of this serializer's class, or null. An object of another class, to which a damaged
-    /// file can lead, asserts and fails the archive. A static object has the class that it was registered with, a part
-    /// that of the serializer whose RegisterOwnPointer was called. One without a class is not checked.
+    /// file can lead, asserts and fails the archive. A static object has the class that it was registered with. A part
+    /// has that of the serializer whose RegisterOwnPointer was called. An object without a class is not checked.
     void ReadOwnPointer(Serializeable_c & archive, void *& pObject);
 
     /// Stores or loads a pointer to an address that the pass has already seen, or null. Calls Abort otherwise. A loaded
@@ -232,7 +232,7 @@ protected:
     /// slots are in use.
     static bool AddVoidToCache(void const * pPointer, int * pIndex);
 
-    /// Sets pPointer to the address of an identifier. Asserts that the slot is not free; a free slot and -1 set null.
+    /// Sets pPointer to the address of an identifier. Asserts that the slot is not free. A free slot and -1 set null.
     template <typename T>
     static void Reconstruct(int iPointer, T *& pPointer);
 
@@ -288,16 +288,16 @@ private:
 
     static OpenRecord_s * s_pOpen;        // innermost object that is being loaded
     static Serializer_c * s_pLastFound;   // latest result of FindSerializer
-    static std::uint16_t s_nClasses;
+    static std::uint16_t s_nClasses;      // numbers assigned to classes
 };
 
 /// Serializer of a class T, by which its objects take part in graphs. It has one instance, which is static. The member
 /// or the function `Serialize` of T (cserialize.h) transfers the fields. BASES are the bases of T whose pointers may
 /// lead to objects of T.
 ///
-/// A T with virtual functions has a public member `virtual Serializer_c & GetSerializer() const`, which returns the
-/// instance. Each class that derives from T overrides it and has a Serializer_T of its own. A T that is final or has no
-/// virtual functions needs no such member.
+/// Requires that a T with virtual functions has a public member `virtual Serializer_c & GetSerializer() const`, which
+/// returns the instance, and that each class that derives from T overrides it and has a Serializer_T of its own. A T
+/// that is final or has no virtual functions needs no such member.
 template <typename T, typename... BASES>
 class Serializer_T : public Serializer_c
 {
@@ -310,9 +310,9 @@ public:
     /// RegisterStaticPointer does.
     void RegisterStatic(T & Object) { RegisterSerializedStaticPointer(&Object, m_sClassName); }
 
-    /// Registers a T that is a part of another object. The other object's Serialize calls it, before any pointer to the
-    /// part is serialized. Requires that the part does not lie at the address of the other object, as a first member
-    /// can. That address has the other object's class, so a pointer to the part asserts.
+    /// Registers a T that is a part of another object. Requires that the other object's Serialize calls it, before any
+    /// pointer to the part is serialized, and that the part does not lie at the address of the other object, as a first
+    /// member can. That address has the other object's class, so a pointer to the part asserts.
     void RegisterPart(Serializeable_c & archive, T & Part) { RegisterOwnPointer(archive, &Part); }
 
 protected:

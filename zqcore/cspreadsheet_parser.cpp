@@ -16,7 +16,7 @@ namespace
         Log("Spreadsheet_c::Parse : head parsing failed.");
     }
 
-    // A block stores its ends in 16 bits if it is small enough, otherwise in 32.
+    // Maximum size in bytes of a block that stores its ends in 16 bits. A larger one stores them in 32.
     constexpr std::size_t NARROW_LIMIT = 0xFFFF;
 
     constexpr std::size_t EndSize(std::size_t nBlock)
@@ -119,7 +119,7 @@ inline void SpreadsheetRow_c::Commit(std::size_t nText)
 
 void SpreadsheetRow_c::Grow(std::size_t nNeeded)
 {
-    constexpr std::size_t FIRST = 64;
+    constexpr std::size_t FIRST = 64;   // bytes of a growing row's first block, at least
     Block_s Larger;
     Larger.nBytes = std::max({ nNeeded, m_Block.nBytes * 2, FIRST });
     Larger.pBytes = ZQ_NEW char[Larger.nBytes];
@@ -246,6 +246,7 @@ inline std::size_t SpreadsheetParser_c::GetRoom() const
     return m_Token.eKind == LAST_PARSED_STRING ? SimpleTextParser_c::STRING_SIZE : SimpleTextParser_c::WORD_SIZE;
 }
 
+// Adds a cell with the text of the current token, cut to the parser's buffer. Reports a token that is cut.
 inline void SpreadsheetParser_c::AddToken(SpreadsheetRow_c & Row)
 {
     bool const bString = m_Token.eKind == LAST_PARSED_STRING;
@@ -347,11 +348,11 @@ bool Spreadsheet_c::Parse(char const * pText, int iLength)
         LogHeadFailed();
         return m_Errors.Fail("the file holds no row");
     }
-    if (bError)   // in the head, which keeps the cells before it
+    if (bError)   // in the head, which keeps the cells before the error
     {
         Parser.GetErrors().LogIfWanted();
     }
-    constexpr std::size_t SMALLEST_CHUNK = 1024, LARGEST_CHUNK = 1 << 20;
+    constexpr std::size_t SMALLEST_CHUNK = 1024, LARGEST_CHUNK = 1 << 20;   // bytes
     std::size_t const nChunk = std::clamp(static_cast<std::size_t>(iLength) / 16, SMALLEST_CHUNK, LARGEST_CHUNK);
     for (m_pHead = Keep(Row, nChunk); Parser.ParseRow(Row, bError) && !bError; m_dRows.Add(Keep(Row, nChunk)))
     {}

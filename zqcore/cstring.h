@@ -7,8 +7,8 @@
 // Buffers of callers: a function of any header that writes a text to a buffer with a size follows one rule, unless its
 // comment says otherwise.
 // - The size is that of the buffer in bytes, the terminator included.
-// - The text is always terminated. A longer one is cut at size - 1 bytes. The function returns what it
-//   returns for one that fits.
+// - The text is always terminated. A longer one is cut at size - 1 bytes. The function returns what it returns for one
+//   that fits.
 // - On failure the buffer holds an empty text.
 //
 // Ownership: a string is a plain value and is copied like one.
@@ -201,14 +201,14 @@ inline bool StrEndsNoCase(char const * szText, char const * szEnd)
 ZQ_API void StrToLower(char * szText);
 ZQ_API void StrToUpper(char * szText);
 
-/// Copies nLength characters in lower case, without a terminator. Requires that the two do not overlap.
+/// Copies nLength characters in lower case, without a terminator. Requires that pTo and pFrom do not overlap.
 ZQ_API void CopyToLower(char * pTo, char const * pFrom, std::size_t nLength);
 
 /// Returns the length of a text, nMax at most. Reads no more than nMax characters.
 ZQ_API std::size_t StrLengthMax(char const * szText, std::size_t nMax);
 
-/// Copies at most nSize - 1 characters, terminates them and returns their number. The two may overlap. Requires that
-/// nSize is above 0.
+/// Copies at most nSize - 1 characters, terminates them and returns their number. szTo and szFrom may overlap.
+/// Requires that nSize is above 0.
 ZQ_API std::size_t StrCopy(char * szTo, char const * szFrom, std::size_t nSize);
 
 #include "zqcore/cstring.inl"

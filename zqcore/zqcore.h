@@ -1,5 +1,5 @@
 // zqcore.h: includes every exported header of zqcore/. A source that needs few services includes their headers instead.
-// A host includes the headers of platform/ that it needs by themselves.
+// A host that needs headers of platform/ includes them itself.
 #pragma once
 
 #include "zqcore/cadsr.h"

@@ -16,6 +16,8 @@ namespace
 {
     constexpr char CACHE_NAME[] = "/filesystemcache.bin";   // below the media root
 
+    bool g_bSplit = false;   // whether the tree has a folder for the game; one without it is scanned as a whole
+
     std::string CacheOf(Options_s const & Options, std::string const & sMedia)
     {
         return Options.sCacheFile.empty() ? sMedia + CACHE_NAME : Options.sCacheFile;
@@ -26,8 +28,7 @@ namespace
         return !g_sFilesystemCacheName.IsEmpty();   // empty unless the start loaded a cache
     }
 
-    bool g_bSplit = false;   // whether the tree has a folder for the game; one without it is scanned as a whole
-
+    // Returns whether the library reads a folder whose path ends in sFolder.
     bool IsKnown(std::string const & sFolder)
     {
         for (auto * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot))
@@ -40,6 +41,7 @@ namespace
         return false;
     }
 
+    // Returns why the library does not read a folder that the options name.
     std::string DescribeMissing(std::string const & sFolder, Options_s const & Options, std::string const & sMedia)
     {
         return IsFromCache()

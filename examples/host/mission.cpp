@@ -9,7 +9,7 @@
 
 namespace
 {
-    // Reads a goal after the word "deliver".
+    // Reads the goal after the word "deliver". Adds it to the mission, or logs that it is left out.
     void ReadGoal(Script_c & Script, Bay_s & Bay)
     {
         char szGood[Script_c::TOKEN_SIZE];
@@ -42,7 +42,7 @@ void MissionRead(char const * szFile, Bay_s & Bay)
     {
         if (StrCompareNoCase(szToken, "mission") == 0)
         {
-            std::string sTitle;   // of any length; the mission's is cut
+            std::string sTitle;   // of any length, while the mission's is cut
             Script.GetString(sTitle, '"');
             Bay.Mission.sTitle = sTitle;
         }

@@ -1,8 +1,8 @@
 // settings.h: how the host runs, from the property list settings.prp of the media.
 //
 // The module starts after the files and before all modules that use it. It does not start if the list has a fault
-// (NoFile_s). SETTINGS in settings.cpp has the names and ranges. If a name is on several lines, the last valid one
-// counts. A setting has the default below in these cases:
+// (NoFile_s). SETTINGS in settings.cpp has the names and ranges. If a name other than `report` is on several
+// lines, the last valid one counts. A setting has the default below in these cases:
 // - The list is missing.
 // - The list has no value for it.
 // - It is a number, and no value of the list is a number in its range.

@@ -10,15 +10,15 @@
 
 namespace
 {
-    constexpr int HEADER_REACH = 65536;        // bytes at a file's start that may hold a table's header line
-    constexpr std::uint32_t WHOLE = 1 << 20;   // bytes up to which a frame reads a whole file
-    constexpr std::size_t PIECE = 65536;       // bytes that a frame reads of a bigger file
+    constexpr std::uint32_t HEADER_REACH = 65536;    // bytes at a file's start that may hold a table's header line
+    constexpr std::uint32_t WHOLE_LIMIT = 1 << 20;   // bytes up to which a frame reads a whole file
+    constexpr std::size_t PIECE_SIZE = 65536;        // bytes that a frame reads of a bigger file
 
     // Returns whether the first HEADER_REACH bytes of a resident file have the word that begins a table's header line.
     bool HasHeaderWord(File_c const & File)
     {
         auto const * pText = reinterpret_cast<char const *>(File.pData);
-        char const * const pEnd = pText + std::min<std::uint32_t>(FileBytes(File), HEADER_REACH);
+        char const * const pEnd = pText + std::min(FileBytes(File), HEADER_REACH);
         auto const nWord = static_cast<std::ptrdiff_t>(std::strlen(WAREHOUSE_HEADER));
         while (pEnd - pText >= nWord)
         {
@@ -51,7 +51,7 @@ namespace
     // Reads the first piece of a file that is too big for one frame.
     void StreamPiece(File_c const & File)
     {
-        static unsigned char s_dPiece[PIECE];
+        static unsigned char s_dPiece[PIECE_SIZE];
         if (FileStoredScope_c const Stream(File.sName); Stream)
         {
             Stream->ReadStored(s_dPiece, 1, sizeof s_dPiece);
@@ -183,7 +183,7 @@ void Survey_c::StreamFiles(int nFiles)
         m_iNext = (m_iNext + 1) % m_dStreamed.GetLength();
         if (FileBytes(File) != 0)   // may have been emptied while the host runs
         {
-            if (FileBytes(File) <= WHOLE)
+            if (FileBytes(File) <= WHOLE_LIMIT)
             {
                 FileClose(FileOpen(File.sName));
             }

@@ -13,6 +13,7 @@ namespace
 {
     ModuleWorld_c g_ModuleWorld;
 
+    // Fills half of a quay's room for the good that its harbour makes, and an eighth of the room for each other good.
     void StockQuays(Bay_s & Bay)
     {
         for (Harbour_s & Harbour : Bay.dHarbours)

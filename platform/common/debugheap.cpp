@@ -11,7 +11,7 @@ namespace plat
     namespace
     {
         constexpr std::size_t GAP = 4;      // bytes of the fence before a block, and the fewest of the one after it
-        constexpr std::size_t FENCE = 16;   // bytes right after the own bytes that are written and checked
+        constexpr std::size_t FENCE = 16;   // most bytes right after the own bytes that are written and checked
 
         struct Link_s
         {
@@ -92,8 +92,9 @@ namespace plat
             std::uint8_t const * const pEnd = UserOf(pHeader) + pHeader->nBytes;
             if (FenceSize(pHeader) >= FENCE)
             {
-                return IsFilled<std::uint64_t>(pByte, HEAP_FENCE) && IsFilled<std::uint64_t>(pByte + 8, HEAP_FENCE)
-                       && IsGap(pEnd);
+                static_assert(2 * sizeof(std::uint64_t) == FENCE);
+                return IsFilled<std::uint64_t>(pByte, HEAP_FENCE)
+                       && IsFilled<std::uint64_t>(pByte + FENCE / 2, HEAP_FENCE) && IsGap(pEnd);
             }
             while (pByte != pEnd && *pByte == HEAP_FENCE)
             {

@@ -47,7 +47,7 @@ namespace plat
         constexpr std::chrono::microseconds FIRST_PAUSE{ 20 }, LONGEST_PAUSE{ 250 };   // between attempts to lock
         constexpr int DELETED_KEY_TRIES = 1000;   // for a key that others delete while it is opened or written
 
-        // The folders of the two trees; empty for the default.
+        // Folders of the two trees. An empty one means the default.
         char g_dFolders[2][STORE_PATH_SIZE];
 
         constinit std::atomic<std::uint32_t> g_dwPlatform = 0;
@@ -70,6 +70,7 @@ namespace plat
             return eTree == RegistryTree_e::Machine ? StoreRights_e::Readers : StoreRights_e::Owner;
         }
 
+        // Opens the folder of a tree. With bCreate creates the folder if it is missing.
         StoreHandle_t OpenTreeFolder(RegistryTree_e eTree, bool bCreate)
         {
             char szFolder[STORE_PATH_SIZE];
@@ -104,9 +105,8 @@ namespace plat
         class Change_c
         {
         public:
-            // Waits for the lock of a folder. Returns false when the time is up. Other threads and a fork may run
-            // meanwhile. Sets bAlone to whether the lock is held. A file system without such locks is used without
-            // them.
+            // Waits for the lock of a folder and sets bAlone to whether it is held. A file system without such locks is
+            // used without them. Other threads and a fork may run meanwhile. Returns false when the time is up.
             bool Lock(StoreHandle_t hFolder, bool & bAlone)
             {
                 for (std::chrono::microseconds tPause = FIRST_PAUSE;; tPause = std::min(tPause * 2, LONGEST_PAUSE))
@@ -132,7 +132,8 @@ namespace plat
             std::chrono::steady_clock::time_point m_tLimit = std::chrono::steady_clock::now() + LOCK_LIMIT;
         };
 
-        // Lock of a key's folder for a scope, with a handle of its own. A deleted folder can't be locked.
+        // Lock of a key's folder for a scope, with a handle of its own. A folder that is deleted already can't be
+        // locked. If it is deleted during the wait, the lock is held, but nothing can be created in the folder.
         class KeyLock_c
         {
         public:
@@ -161,6 +162,7 @@ namespace plat
             bool m_bAlone = false;
         };
 
+        // Writes the record of a key, which holds the spelling of its name. Returns false on failure.
         bool StoreSpelling(Change_c & Change, StoreHandle_t hKey, std::string_view sName)
         {
             return KeyLock_c(Change, hKey).Store(KEY_RECORD, { RegistryType_e::Untyped, sName, {} });
@@ -276,6 +278,8 @@ namespace plat
                    && LoadRecord(hFolder, sFile.c_str(), dBytes, Record);
         }
 
+        // Copies the data of a value and sets nSize to their size. Returns false if the value can't be read. Returns
+        // false with errno ERANGE if the data do not fit or have another type than the required one.
         bool ReadFrom(StoreHandle_t hFolder, char const * szName, RegistryType_e & eType, void * pBuffer,
             std::size_t & nSize, std::optional<RegistryType_e> eRequired = {})
         {
@@ -331,9 +335,9 @@ namespace plat
             std::string sListed;   // the key's name if the parent is the open key, else empty
         };
 
-        // Finds a key by its path from an open key. An empty path leads to the open key itself. A path of separators
-        // only leads to no key. Never finds a tree itself. Returns false on failure, for instance if there is no such
-        // key.
+        // Finds a key by its path from an open key. An empty path leads to the open key itself. A path that consists of
+        // separators leads to no key. Never finds a tree itself. Returns false on failure, for instance if there is no
+        // such key.
         bool Find(RegistryKey_t hKey, char const * szKey, Victim_s & Victim)
         {
             StoreHandle_t const hFolder = FolderOf(hKey);
@@ -385,6 +389,7 @@ namespace plat
             std::vector<std::string> dLeft;
         };
 
+        // Adds a level for a key. Returns false if the key can't be read or its subkeys may not be deleted.
         bool PushLevel(std::vector<Level_s> & dLevels, std::string sFile, StoreHandle_t hKey)
         {
             KeyContents_s Contents = ReadKeyContents(hKey);

@@ -14,7 +14,7 @@ namespace plat
 {
     namespace
     {
-        constexpr std::int64_t SETTLED = 2100000000;   // nanoseconds; no disk's clock ticks more slowly
+        constexpr std::int64_t SETTLED = 2100000000;   // nanoseconds, longer than a tick of any disk's clock
         constexpr std::int64_t FRESH = 20000000;       // nanoseconds for which a listing that is not settled is used
 
         constinit std::atomic<unsigned> g_nKeyChanges = 0;
@@ -54,12 +54,14 @@ namespace plat
             return KeyNameToDisk(sName, sFile) && sFile == szFile;
         }
 
+        // State of one listing of a key's folder.
         struct Reading_s
         {
             StoreHandle_t hFolder;
             KeyContents_s Contents;
         };
 
+        // Adds an entry of the folder to the contents of the Reading_s.
         void AddEntry(char const * szFile, bool bFolder, void * pReading)
         {
             auto & Reading = *static_cast<Reading_s *>(pReading);

@@ -1,6 +1,6 @@
-// Names of types: the Itanium C++ ABI, section 5.1. The runtime's own decoder allocates memory. Therefore the usual
-// forms are decoded here: classes, in namespaces or not, builtin types and pointers. Other names print as they are
-// encoded.
+// Describes an uncaught exception. Names of types are encoded by the Itanium C++ ABI, section 5.1. The runtime's own
+// decoder allocates memory, so the usual forms are decoded here: classes, in namespaces or not, builtin types, pointers
+// and const. Other names print as they are encoded.
 #include "platform/linux/faultdecode.h"
 #include "platform/text.h"
 
@@ -104,7 +104,7 @@ namespace plat
             return !bFirst;
         }
 
-        // Adds a type whose code ends in a zero. Returns false, with a part added, if it has another form.
+        // Adds a type whose code ends in a zero. Returns false if it has another form. A part may then be added.
         bool AddType(char const * pCode, Text_s & Text)
         {
             if (*pCode == 'P' || *pCode == 'K')

@@ -60,6 +60,7 @@ namespace plat
             return false;
         }
 
+        // Alternate stack of one thread.
         class AlternateStack_c
         {
         public:
@@ -118,8 +119,8 @@ namespace
         }
     }
 
-    // Ends in a jump if optimised, so that the thread's call stack has no frame of it. Therefore nothing uses a local's
-    // address.
+    // Runs the thread's function with a stack for faults. If optimised, ends in a jump, so that the thread's call stack
+    // has no frame of this function. Therefore nothing here uses the address of a local.
     void * RunJoined(void * pStart)
     {
         Run_t const fnRun = static_cast<Start_s *>(pStart)->fnRun;

@@ -19,7 +19,7 @@ namespace plat
 {
     namespace
     {
-        constexpr std::size_t LARGEST_READ = 256u << 20;   // bytes
+        constexpr std::size_t MAX_READ = 256u << 20;   // bytes
 
         // Replaces a name by the disk's spelling of it in a folder, if one exists that differs in case only.
         void ReplaceSpelling(char const * szFolder, char * szName)
@@ -76,8 +76,8 @@ namespace plat
                    && File.st_nlink == 1;
         }
 
-        // Makes or continues a file as RawMakePrivate does, for a path in the system's own form. Requires that bTaken
-        // is false. Returns the descriptor, or -1 on failure or if it sets bTaken.
+        // Makes or continues a file as RawMakePrivate does, for a path in the system's own form. Returns the
+        // descriptor, or -1 on failure, which may set bTaken. Requires that bTaken is false.
         int MakeOrContinue(char const * szPath, bool & bTaken)
         {
             constexpr int WRITE_ON = O_APPEND | O_DSYNC;
@@ -145,7 +145,7 @@ namespace plat
         struct stat Stat;
         Descriptor_c const File(OpenToRead(szPath));
         if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !S_ISREG(Stat.st_mode) || Stat.st_size <= 0
-            || static_cast<std::uint64_t>(Stat.st_size) > LARGEST_READ)
+            || static_cast<std::uint64_t>(Stat.st_size) > MAX_READ)
         {
             return nullptr;
         }

@@ -1,5 +1,5 @@
-// details.h: a fault in an inlined call, with values of many types around it; a part of crasher.cpp. This file has LF
-// line ends.
+// details.h: the part of crasher.cpp with faults among values of many types, and with threads that a report describes.
+// This file has LF line ends.
 #pragma once
 
 enum Colour_e
@@ -45,7 +45,7 @@ __attribute__((noinline)) int ShowValues(Ship_t const & Ship, void (*fnCall)(), 
            + *pOwned + static_cast<int>(Point.x + Ship.x) + (fnCall ? 1 : 0) + static_cast<int>(wszWide[0]);
 }
 
-/// Register that a called function keeps.
+/// Name of a callee-saved register.
 #if defined(__x86_64__)
     #define IN_REGISTER "rbx"
 #else
@@ -96,7 +96,7 @@ std::atomic<int> g_nBeside = 0;
 
 inline void DoNothing() {}
 
-/// Starts a thread with a name, which makes one call, then another one. Waits until the first has returned.
+/// Starts a named thread that calls fnFirst, then fnThen, and then pauses. Waits until fnFirst has returned.
 inline void StartBeside(char const * szName, void (*fnFirst)(), void (*fnThen)() = DoNothing)
 {
     int const nBefore = g_nBeside;
@@ -118,6 +118,7 @@ inline void StartBeside(char const * szName, void (*fnFirst)(), void (*fnThen)()
 
 plat::Lock_c * const g_pUnregistered = new plat::Lock_c;
 
+/// Pauses below nFrames further calls.
 inline int Descend(int nFrames)
 {
     return nFrames == 0 ? pause() : Descend(nFrames - 1) + 1;
@@ -192,7 +193,7 @@ inline void ForbidTracing()
     sock_filter dFilter[] = { BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PTRACE, 0, 1), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW) };
-    sock_fprog const Program = { 4, dFilter };
+    sock_fprog const Program = { std::size(dFilter), dFilter };
     prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
     prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &Program);
 }

@@ -30,7 +30,8 @@ namespace
         Raw_T() { std::memset(dBytes, 0xCD, sizeof dBytes); }
     };
 
-    void MakeMedia()
+    // Makes a media root and initialises the modules that read it.
+    void SetUpMedia()
     {
         std::filesystem::create_directory("media");
         std::ofstream("media/Goods.csv") << "@head;price\nherring;6\n";
@@ -44,7 +45,7 @@ namespace
 int main()
 {
     LogSetFile(L"./", L"message.log");
-    MakeMedia();
+    SetUpMedia();
 
     String_T<16> sName("Ogre \"king\""), sEmpty, sUmlaut("M\u00F6we"), sBroken;
     std::memset(sBroken.GetBuffer(), 'x', 16);

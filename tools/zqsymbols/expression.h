@@ -3,8 +3,10 @@
 
 #include "tools/zqsymbols/process.h"
 
+#include <cstdint>
 #include <elfutils/libdw.h>
 #include <map>
+#include <optional>
 #include <span>
 #include <utility>
 #include <vector>

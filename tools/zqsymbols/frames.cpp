@@ -34,8 +34,8 @@ namespace zqsymbols
 
     Frame_t const * Frames_c::Get(std::size_t iFrame)
     {
-        bool const bAsked = iFrame < MAX_FRAMES;                      // a stack filled with one address has no end
-        while (bAsked && m_dFrames.size() <= iFrame + 1 && m_bMore)   // also its caller
+        bool const bBelowLimit = iFrame < MAX_FRAMES;                      // a stack filled with one address has no end
+        while (bBelowLimit && m_dFrames.size() <= iFrame + 1 && m_bMore)   // unwinds its caller too
         {
             Frame_t Frame = m_Caller;
             if (m_dFrames.empty())
@@ -51,7 +51,7 @@ namespace zqsymbols
                 m_dFrames[m_dFrames.size() - 2].pCaller = &m_dFrames.back();
             }
         }
-        return bAsked && iFrame < m_dFrames.size() ? &m_dFrames[iFrame] : nullptr;
+        return bBelowLimit && iFrame < m_dFrames.size() ? &m_dFrames[iFrame] : nullptr;
     }
 
     // Sets the CFA of the frame, and the caller. Returns false at the end of the stack. A caller's CFA is higher,
@@ -91,20 +91,20 @@ namespace zqsymbols
         return true;
     }
 
-    // Sets the caller's value of a register by its rule. Returns false if the value is unknown or only assumed.
-    bool Frames_c::Recover(Dwarf_Frame * pRules, unsigned iRegister, Frame_t const & Frame, Frame_t & Caller)
+    // Sets the caller's value of a register by its rule, as known or as assumed. Leaves an unknown value out.
+    void Frames_c::Recover(Dwarf_Frame * pRules, unsigned iRegister, Frame_t const & Frame, Frame_t & Caller)
     {
         Dwarf_Op dOwn[3];
         Dwarf_Op * pOperations = nullptr;
         std::size_t nOperations = 0;
         if (dwarf_frame_register(pRules, static_cast<int>(iRegister), dOwn, &pOperations, &nOperations) != 0)
         {
-            return false;
+            return;
         }
         std::optional<std::uint64_t> nValue;
         if (nOperations == 0)
         {
-            // libdw's defaults for such registers are not those of the ABI: by them AX is left alone and BX is not.
+            // libdw's defaults for such registers are not those of the ABI: they preserve AX, and not BX.
             std::uint32_t const dwBit = 1u << iRegister;
             bool const bGeneral = iRegister != m_Process.GetInstruction() && iRegister != m_Process.GetStackPointer();
             if (bGeneral && m_Process.IsKept(iRegister) && Frame.Registers.IsKnown(iRegister))
@@ -132,7 +132,6 @@ namespace zqsymbols
         {
             Caller.Registers.Set(iRegister, *nValue);
         }
-        return nValue.has_value();
     }
 
     // Sets the CFA of a frame without usable rules, and the caller. Returns false if there is no caller. A call of an

@@ -40,7 +40,7 @@ namespace zqsymbols
         bool Unwind(Frame_t & Frame, Frame_t & Caller);
         bool UnwindByInformation(Frame_t & Frame, Frame_t & Caller);
         bool UnwindByFramePointer(Frame_t & Frame, Frame_t & Caller);
-        bool Recover(Dwarf_Frame * pRules, unsigned iRegister, Frame_t const & Frame, Frame_t & Caller);
+        void Recover(Dwarf_Frame * pRules, unsigned iRegister, Frame_t const & Frame, Frame_t & Caller);
 
         Process_c & m_Process;
         Registers_t const & m_Start;

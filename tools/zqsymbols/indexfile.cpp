@@ -19,10 +19,10 @@ namespace zqsymbols
         constexpr char MARK[8] = { 'Z', 'Q', 'I', 'N', 'D', 'E', 'X', '1' };
         constexpr std::uint64_t MAX_FOLDER = 64 << 20;       // bytes of all files
         constexpr std::uint64_t MAX_FILE = MAX_FOLDER / 2;   // bytes of one file
-        constexpr std::size_t MAX_BUILD_ID = 64;
+        constexpr std::size_t MAX_BUILD_ID = 64;             // bytes
         constexpr char ENDING[] = ".index";
 
-        struct Head_t
+        struct Head_s
         {
             char dMark[sizeof(MARK)];
             std::uint64_t nSum;   // of all that follows
@@ -33,8 +33,8 @@ namespace zqsymbols
             std::uint64_t nUnitRanges;
             std::uint64_t nSymbolRanges;
         };
-        static_assert(sizeof(Head_t) == 120 && sizeof(IndexRange_t) == 16);
-        constexpr std::size_t SUMMED_FROM = offsetof(Head_t, dBuildId);
+        static_assert(sizeof(Head_s) == 120 && sizeof(IndexRange_t) == 16);
+        constexpr std::size_t SUMMED_FROM = offsetof(Head_s, dBuildId);
 
         // Returns a checksum by words, because a file has some megabytes. Ignores an incomplete last word, which only a
         // damaged file has.
@@ -53,9 +53,10 @@ namespace zqsymbols
             return nSum;
         }
 
-        Head_t HeadOf(IndexKey_t const & Key, std::uint64_t nUnitRanges, std::uint64_t nSymbolRanges)
+        // Returns the head of a file, without its checksum.
+        Head_s HeadOf(IndexKey_t const & Key, std::uint64_t nUnitRanges, std::uint64_t nSymbolRanges)
         {
-            Head_t Head{};
+            Head_s Head{};
             std::memcpy(Head.dMark, MARK, sizeof(MARK));
             Key.sBuildId.copy(Head.dBuildId, MAX_BUILD_ID);
             Head.nSpan = Key.nSpan;
@@ -89,6 +90,7 @@ namespace zqsymbols
             return Key.sBuildId + ENDING;
         }
 
+        // Opens a folder and returns it. Returns -1 on failure, and if the folder is not the user's own.
         int OpenFolder(std::string const & sFolder)
         {
             int const hFolder =
@@ -102,11 +104,11 @@ namespace zqsymbols
             return hFolder;
         }
 
-        // Deletes the files that were unused for the longest time until all and nBytes more have at most MAX_FOLDER.
+        // Deletes the files that were unused for the longest time until the rest and nBytes more are within MAX_FOLDER.
         // Returns false if the files can't be counted.
         bool MakeRoom(int hFolder, std::uint64_t nBytes)
         {
-            struct File_t
+            struct Entry_s
             {
                 timespec tUsed;
                 std::uint64_t nBytes;
@@ -119,24 +121,24 @@ namespace zqsymbols
                 return false;
             }
             Own.Release();   // closedir closes it
-            std::vector<File_t> dFiles;
+            std::vector<Entry_s> dEntries;
             while (dirent const * const pEntry = readdir(pFolder))
             {
                 struct stat Stat = {};
                 std::string sName = pEntry->d_name;
                 if (sName.ends_with(ENDING) && fstatat(hFolder, sName.c_str(), &Stat, AT_SYMLINK_NOFOLLOW) == 0)
                 {
-                    dFiles.push_back({ Stat.st_mtim, static_cast<std::uint64_t>(Stat.st_size), std::move(sName) });
-                    nBytes += dFiles.back().nBytes;
+                    dEntries.push_back({ Stat.st_mtim, static_cast<std::uint64_t>(Stat.st_size), std::move(sName) });
+                    nBytes += dEntries.back().nBytes;
                 }
             }
             closedir(pFolder);
             std::ranges::sort(
-                dFiles, {}, [](File_t const & File) { return std::pair(File.tUsed.tv_sec, File.tUsed.tv_nsec); });
-            for (std::size_t i = 0; i < dFiles.size() && nBytes > MAX_FOLDER; ++i)
+                dEntries, {}, [](Entry_s const & Entry) { return std::pair(Entry.tUsed.tv_sec, Entry.tUsed.tv_nsec); });
+            for (std::size_t i = 0; i < dEntries.size() && nBytes > MAX_FOLDER; ++i)
             {
-                unlinkat(hFolder, dFiles[i].sName.c_str(), 0);
-                nBytes -= dFiles[i].nBytes;
+                unlinkat(hFolder, dEntries[i].sName.c_str(), 0);
+                nBytes -= dEntries[i].nBytes;
             }
             return true;
         }
@@ -144,24 +146,24 @@ namespace zqsymbols
 
     std::string FormatIndex(IndexKey_t const & Key, IndexParts_t const & Parts)
     {
-        Head_t const Head = HeadOf(Key, Parts.dUnits.size(), Parts.dSymbols.size());
+        Head_s const Head = HeadOf(Key, Parts.dUnits.size(), Parts.dSymbols.size());
         std::string sFile(reinterpret_cast<char const *>(&Head), sizeof(Head));
         sFile += BytesOf(Parts.dUnits);
         sFile += BytesOf(Parts.dSymbols);
         std::uint64_t const nSum = Sum(std::string_view(sFile).substr(SUMMED_FROM));
-        std::memcpy(sFile.data() + offsetof(Head_t, nSum), &nSum, sizeof(nSum));
+        std::memcpy(sFile.data() + offsetof(Head_s, nSum), &nSum, sizeof(nSum));
         return sFile;
     }
 
     std::optional<IndexParts_t> ParseIndex(std::string_view sFile, IndexKey_t const & Key)
     {
-        Head_t Head;
+        Head_s Head;
         if (sFile.size() < sizeof(Head) || sFile.size() > MAX_FILE)
         {
             return std::nullopt;
         }
         std::memcpy(&Head, sFile.data(), sizeof(Head));
-        Head_t Expected = HeadOf(Key, Head.nUnitRanges, Head.nSymbolRanges);
+        Head_s Expected = HeadOf(Key, Head.nUnitRanges, Head.nSymbolRanges);
         Expected.nSum = Sum(sFile.substr(SUMMED_FROM));
         std::string_view const sRanges = sFile.substr(sizeof(Head));
         std::uint64_t const nRanges = sRanges.size() / sizeof(IndexRange_t);

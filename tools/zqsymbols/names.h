@@ -23,9 +23,9 @@ namespace zqsymbols
         unsigned nLine;   // from 1
     };
 
-    /// Returns a linker's name as the source spells it, without argument types, return type, qualifiers and clone
-    /// suffix. A name that is not mangled, or can't be demangled, loses what begins with a '.' or '@' after its first
-    /// character.
+    /// Returns a linker's name as the source spells it, without the function's own argument types, return type and
+    /// qualifiers, and without a clone suffix. A name that is not mangled, or can't be demangled, loses what begins
+    /// with a '.' or '@' after its first character.
     std::string PlainName(char const * szLinkerName);
 
     /// Returns the function that holds an address, or nothing if it is unknown.

@@ -44,6 +44,7 @@ namespace
         return dRows;
     }
 
+    // Returns the name of the group of a line's blocks.
     std::string NameOf(GroupBy_e eBy, std::string const & sCategory, std::string const & sLine)
     {
         switch (eBy)
@@ -58,7 +59,7 @@ namespace
         return sLine;
     }
 
-    // Returns the sorted rows of the lines of all categories, or of *pCategory if it is not null.
+    // Returns the sorted rows of the groups of all categories, or of *pCategory if it is not null.
     std::vector<GrowthRow_t> Collect(
         GroupBy_e eBy, std::span<AllocationReport_t const> dReports, std::string const * pCategory)
     {

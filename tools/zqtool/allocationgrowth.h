@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-/// A group of blocks in each snapshot. A snapshot without such a block has an empty holding.
+/// A group of blocks in each snapshot. A snapshot without blocks of the group has an empty holding.
 struct GrowthRow_t
 {
     std::string sName;                  // as in the snapshots; it may hold control characters
@@ -32,8 +32,9 @@ enum class GroupBy_e
     Line   // "file(line)"
 };
 
-/// Returns a row for each group that a snapshot has. The largest growth in bytes comes first. If two grew alike, the
-/// one with the larger last holding comes first. The rows of a single snapshot are thus sorted by size.
+/// Returns a row for each group that a snapshot has. The largest growth in bytes comes first. Of equal
+/// growths, the one with more bytes in the last snapshot comes first. The rows of a single snapshot are thus sorted by
+/// size.
 std::vector<GrowthRow_t> GrowthBy(GroupBy_e eBy, std::span<AllocationReport_t const> dReports);
 
 /// Returns the rows of the source lines of one category, sorted likewise.

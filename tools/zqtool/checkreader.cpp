@@ -14,12 +14,13 @@ std::vector<Complaint_t> * ReaderErrors_c::s_pComplaints = nullptr;
 
 namespace
 {
+    // Returns whether a file's name has an ending, in any case. Requires the ending in lower case.
     bool EndsIn(std::string const & sFile, std::string_view sEnd)
     {
         return Lower(sFile).ends_with(sEnd);
     }
 
-    // Returns whether the first column of a line is @head. Returns false for UTF-16.
+    // Returns whether a text has a line whose first column is WAREHOUSE_HEADER. Returns false for UTF-16.
     bool HasHead(std::string const & sFile, std::string const & sBytes)
     {
         char const * pText = sBytes.data();

@@ -16,6 +16,8 @@
 
 namespace
 {
+    constexpr std::size_t DIVIDER_WIDTH = 78;   // columns of the line between two crashes
+
     struct Options_s
     {
         std::vector<std::string> dNames, dSymbols;
@@ -23,6 +25,7 @@ namespace
         bool bFold = false, bJson = false;
     };
 
+    // One run of the command.
     class CrashRun_c
     {
     public:
@@ -47,6 +50,7 @@ namespace
         std::size_t m_nShown = 0;
     };
 
+    // Prints a fault, and keeps it for the page and the status.
     void CrashRun_c::Complain(std::string const & sText)
     {
         std::fflush(stdout);
@@ -58,7 +62,7 @@ namespace
     {
         std::string const sText = m_Options.bJson ? CrashJson(Crash) + "\n" : CrashText(Crash, m_bColours);
         bool const bDivided = m_nShown++ > 0 && !m_Options.bJson;
-        std::fputs(((bDivided ? "\n" + std::string(78, '-') + "\n\n" : "") + sText).c_str(), stdout);
+        std::fputs(((bDivided ? "\n" + std::string(DIVIDER_WIDTH, '-') + "\n\n" : "") + sText).c_str(), stdout);
     }
 
     // Prints the groups and writes the page. For a page or JSON it first reads all of each sample: folding needs only
@@ -66,12 +70,15 @@ namespace
     void CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
     {
         std::vector<CrashGroup_t> dGroups = m_Fold.Extract();
-        for (std::size_t i = 0; i < dGroups.size() && (m_Options.bJson || m_Page.IsWanted()); ++i)
+        if (m_Options.bJson || m_Page.IsWanted())
         {
-            ReloadCrash(dGroups[i].Sample);
-            if (pSymbols != nullptr)
+            for (CrashGroup_t & Group : dGroups)
             {
-                pSymbols->Name(dGroups[i].Sample);
+                ReloadCrash(Group.Sample);
+                if (pSymbols != nullptr)
+                {
+                    pSymbols->Name(Group.Sample);
+                }
             }
         }
         if (m_Options.bJson)

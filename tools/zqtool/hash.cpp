@@ -1,4 +1,5 @@
 // zqtool hash: the library's checksums of files and texts, in the form that sha1sum has, and checks of such lists.
+#include "platform/bytes.h"
 #include "platform/terminal.h"
 #include "platform/text.h"
 #include "tools/zqtool/arguments.h"
@@ -67,10 +68,9 @@ namespace
             return HexOf(dwCrc);
         }
         std::string sHex;
-        for (std::size_t i = 0; i < SHA1_HASH_SIZE; i += 4)
+        for (std::size_t i = 0; i < SHA1_HASH_SIZE; i += sizeof(std::uint32_t))
         {
-            sHex += HexOf(static_cast<std::uint32_t>(
-                dDigest[i] << 24 | dDigest[i + 1] << 16 | dDigest[i + 2] << 8 | dDigest[i + 3]));
+            sHex += HexOf(plat::WordFromBig(dDigest + i));
         }
         return sHex;
     }

@@ -29,7 +29,7 @@ namespace
         return sArray + "]";
     }
 
-    // Returns a finite number as JSON, with all digits of the double.
+    // Returns a number as JSON, with all digits of the double. Requires that it is finite.
     std::string NumberText(double fNumber)
     {
         char szNumber[32];
@@ -64,8 +64,8 @@ namespace
                + "," + ArrayOf(Timer.dSlots, [](StatsSlot_t const & Slot) { return IntegerText(Slot.nCalls); }) + "]";
     }
 
-    // Returns [name, id, parent, average time, own time and calls, calls in all, peak, frame of the peak, calls at the
-    // peak].
+    // Returns [name, id, parent, average time, average own time, average calls, calls in all, peak, frame of the peak,
+    // calls at the peak].
     std::string NodeText(StatsNode_t const & Node, StatsAverage_t const & Average)
     {
         return "[" + JsonQuoted(Node.sName) + "," + std::to_string(Node.iTimer) + "," + std::to_string(Node.iParent)

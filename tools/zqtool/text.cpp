@@ -12,20 +12,20 @@ namespace
 {
     // Returns the number of bytes of the UTF-8 character (RFC 3629) that a non-empty text begins with. Returns 0 if the
     // character is invalid or controls a terminal: a control character, a line end or a change of writing direction.
-    std::size_t LetterLength(std::string_view sText)
+    std::size_t CharacterLength(std::string_view sText)
     {
-        auto const nLead = static_cast<unsigned char>(sText[0]);
-        if (nLead < 0x80)
+        auto const cLead = static_cast<unsigned char>(sText[0]);
+        if (cLead < 0x80)
         {
-            return nLead >= ' ' && nLead != 0x7F;
+            return cLead >= ' ' && cLead != 0x7F;
         }
-        std::size_t const nBytes = nLead >= 0xF0 ? 4 : nLead >= 0xE0 ? 3 : 2;
-        char szLetter[5] = {};
+        std::size_t const nBytes = cLead >= 0xF0 ? 4 : cLead >= 0xE0 ? 3 : 2;
+        char szCharacter[5] = {};
         char szShown[8];   // has room for one escape
-        sText.copy(szLetter, nBytes);
-        char const * szRest = szLetter;
+        sText.copy(szCharacter, nBytes);
+        char const * szRest = szCharacter;
         plat::TextEscape(szShown, sizeof szShown, szRest, plat::Controls_e::None);
-        return std::strcmp(szShown, szLetter) == 0 ? nBytes : 0;
+        return std::strcmp(szShown, szCharacter) == 0 ? nBytes : 0;
     }
 }
 
@@ -34,8 +34,8 @@ std::string Printable(std::string_view sText)
     std::string sOut;
     while (!sText.empty())
     {
-        std::size_t const nBytes = LetterLength(sText);
-        sOut += nBytes ? sText.substr(0, nBytes) : "\xEF\xBF\xBD";
+        std::size_t const nBytes = CharacterLength(sText);
+        sOut += nBytes ? sText.substr(0, nBytes) : "\xEF\xBF\xBD";   // U+FFFD
         sText.remove_prefix(nBytes ? nBytes : 1);
     }
     return sOut;
