@@ -1,7 +1,7 @@
 // script_fuzz.cpp: operations on texts of any bytes, from a file and from memory. Tokens are compared with those of a
 // reader that goes byte by byte.
 //
-// The first byte is the number of operations, each of which takes two bytes; the rest is the text.
+// The first byte, modulo 64, is the number of operations. Each operation takes two bytes. The rest is the text.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cscript.h"
 
@@ -10,7 +10,9 @@
 
 namespace
 {
-    // One of two scripts over the same text, which do the same.
+    constexpr int OPERATIONS = 8;
+
+    // Script and its last token. Two of them do the same operations on the same text.
     struct Reader_s
     {
         Script_c Script;
@@ -30,7 +32,8 @@ namespace
             return c;
         }
 
-        // Reads a token one byte at a time, and leaves the byte that ends it unread.
+        // Reads the next token that is no comment into sLast, byte by byte. Then moves back by one byte: the one that
+        // ends the token, or at the end of the text the token's last one.
         void ReadPlainToken(bool bPunctuation)
         {
             std::string sToken;
@@ -38,7 +41,8 @@ namespace
             Script.m_bInToken = false;
             do
             {
-                sToken += c = ReadByte();
+                c = ReadByte();
+                sToken += c;
                 bool const bDelimiter =
                     static_cast<signed char>(c) <= 0x20 || (bPunctuation && std::strchr("'\";,", c));
                 Script.m_bInToken = Script.m_bInToken || !bDelimiter;
@@ -51,7 +55,7 @@ namespace
             }
             while (!Script.m_bEndOfFile);
             sToken.resize(sToken.empty() ? 0 : sToken.size() - 1);
-            sLast = sToken.substr(0, 259);
+            sLast = sToken.substr(0, Script_c::TOKEN_SIZE - 1);
             if (sToken.starts_with("//"))
             {
                 while (c != '\n' && !Script.m_bEndOfFile)
@@ -66,12 +70,12 @@ namespace
             }
         }
 
-        // Does one operation. Returns what it read.
-        std::string Step(unsigned char iWhat, unsigned char iArgument)
+        // Does the operation of a number below OPERATIONS. Returns what it read.
+        std::string Step(int iOperation, unsigned char iArgument)
         {
-            std::string sBuffer(FuzzFile_c::Get().m_sText.size() + 300, '?');
+            std::string sBuffer(FuzzFile_c::Get().m_sText.size() + Script_c::TOKEN_SIZE, '?');
             char * const p = sBuffer.data();
-            switch (iWhat % 8)
+            switch (iOperation)
             {
             case 0:
                 Script.GetToken(p, iArgument & 1);
@@ -115,15 +119,16 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Memory.Script.OpenMemoryLocation(bOpens ? dText.data() : nullptr, static_cast<int>(bOpens ? dText.size() : 0));
     for (Input_c Steps(sSteps); bOpens && !Steps.IsEmpty();)
     {
-        unsigned char const cWhat = Steps.Get(), cArgument = Steps.Get();
-        std::string const sOutcome = File.Step(cWhat, cArgument);
-        if (cWhat % 8 == 0)
+        int const iOperation = Steps.Get() % OPERATIONS;
+        unsigned char const iArgument = Steps.Get();
+        std::string const sOutcome = File.Step(iOperation, iArgument);
+        if (iOperation == 0)
         {
-            Memory.ReadPlainToken(cArgument & 1);
+            Memory.ReadPlainToken(iArgument & 1);
         }
-        else if (cWhat % 8 < 6)
+        else if (iOperation < 6)
         {
-            Require(Memory.Step(cWhat, cArgument) == sOutcome);
+            Require(Memory.Step(iOperation, iArgument) == sOutcome);
         }
         else   // may fail an assertion in a block of memory
         {

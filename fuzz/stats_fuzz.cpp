@@ -10,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::istringstream Stream(std::string(pData, pData + nSize));
     std::ostringstream TraceStream;
     StatsTree_c Tree;
-    StatsTrace_c Trace(TraceStream, 1e9);
+    StatsTrace_c Trace(TraceStream, 1e9);   // ticks in a second
     bool bComplained = false;
     auto const Take = [&](StatsBatch_t const & Batch, bool bWhole)
     {

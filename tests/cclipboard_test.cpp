@@ -33,6 +33,7 @@ namespace
             return bText ? sText.c_str() : "none";
         }
 
+        // Opens the clipboard, closes it again and returns what Text returned in between.
         static std::string TextOfClosed()
         {
             ClipboardOpen();
@@ -168,7 +169,7 @@ TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)
     };
     int const iChild = StartHolder(Release);
     EXPECT_EQ(TextOfClosed(), "kept for long");
-    StatusOfChild(iChild);
+    EXPECT_EQ(StatusOfChild(iChild), 0);
 }
 
 TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothing)

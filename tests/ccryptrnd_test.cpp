@@ -19,6 +19,7 @@ namespace
         return std::string(std::rbegin(dHash), std::rend(dHash));
     }
 
+    // Returns the generator's next bytes.
     std::string Take(CryptoRandomGenerator_c & Generator, std::size_t nBytes)
     {
         std::string sBytes(nBytes, '\0');
@@ -43,7 +44,7 @@ TEST(CryptRandom, ReturnsBlocksFromTheirEndAndKeepsTheNewestBytes)
     EXPECT_EQ(Take(Generator, 21), Block(0, "") + Block(1, "")[0]);
     EXPECT_EQ(Take(Generator, 19), Block(1, "").substr(1));
     std::string sPool;
-    for (unsigned char i = 0; i < 128; ++i)
+    for (unsigned char i = 0; i < CryptoRandomGenerator_c::POOL_SIZE; ++i)
     {
         EXPECT_EQ(Generator.GetPoolSize(), i);
         sPool += static_cast<char>(i);
@@ -52,7 +53,7 @@ TEST(CryptRandom, ReturnsBlocksFromTheirEndAndKeepsTheNewestBytes)
     EXPECT_EQ(Take(Generator, 20), Block(2, sPool));
     Generator.Put('x');
     sPool[0] = 'x';
-    EXPECT_EQ(Generator.GetPoolSize(), 128u);
+    EXPECT_EQ(Generator.GetPoolSize(), CryptoRandomGenerator_c::POOL_SIZE);
     EXPECT_EQ(Take(Generator, 20), Block(3, sPool));
 }
 
@@ -85,9 +86,9 @@ TEST(CryptRandom, TheModuleListensToApplicationMessages)
     Module_c::ShutdownAllModules();
     EXPECT_TRUE(g_ApplicationMessages.IsEmpty());
 
-    unsigned char dBytes[40];
-    GetRandomBytes(dBytes, 40);
-    std::string const sBytes(dBytes, dBytes + 40);
+    unsigned char dBytes[2 * SHA1_HASH_SIZE];
+    GetRandomBytes(dBytes, sizeof dBytes);
+    std::string const sBytes(std::begin(dBytes), std::end(dBytes));
     for (char iCounter = 0; iCounter < 100; ++iCounter)
     {
         EXPECT_EQ(sBytes.find(Block(iCounter, "")), std::string::npos)
@@ -111,9 +112,9 @@ TEST(CryptRandom, ComplainsOfNoBufferNoBytesAndAnUnsetPassword)
 
 TEST(Password, HoldsADigestThatComparesAndCombines)
 {
-    EXPECT_EQ(Password("").dHash[0], 0x5B) << "the SHA-1 of the single byte 0";
-    EXPECT_EQ(Password("abc").dHash[19], 0x77);
-    EXPECT_EQ(Password(std::string(255, 'x')).dHash[19], 0x67);
+    EXPECT_EQ(Password("").dHash.front(), 0x5B) << "the SHA-1 of the single byte 0";
+    EXPECT_EQ(Password("abc").dHash.back(), 0x77) << "the SHA-1 of the byte 3 and the text ends so";
+    EXPECT_EQ(Password(std::string(255, 'x')).dHash.back(), 0x67) << "the length still fits into the byte";
 
     Password_s Unset, One = Password("one"), Two = Password("two"), Sum = One;
     EXPECT_EACH(

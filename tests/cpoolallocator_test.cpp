@@ -85,10 +85,9 @@ TEST(PoolAllocator, AFixedPoolServesFromTheCallersStorageAlone)
 {
     constexpr int NODE = 48;
     alignas(16) std::array<std::byte, GigaPoolStatic_c::StorageFor(64, NODE) + 1> dStorage;
+    std::ptrdiff_t const nBefore = MemoryTotalAllocations();
     for (std::size_t const nSkip : { 0u, 1u })   // a start that is aligned, and one that is not
     {
-        SCOPED_TRACE(nSkip);
-        std::ptrdiff_t const nBefore = MemoryTotalAllocations();
         dStorage.fill(std::byte{ 0xAB });
         std::size_t const nStorage = dStorage.size() - 1;
         std::span<std::byte> const dPart = std::span(dStorage).subspan(nSkip, nStorage);

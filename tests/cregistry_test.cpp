@@ -27,7 +27,10 @@ namespace
 
     std::string Lower(std::string sText)
     {
-        std::ranges::transform(sText, sText.begin(), CharToLower);
+        for (char & c : sText)   // not by the library, which is compared with it
+        {
+            c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        }
         return sText;
     }
 

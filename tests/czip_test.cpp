@@ -354,22 +354,23 @@ TEST_F(FileZipTest, ThreadsAndAChildReadOneArchiveAtOnce)
         File_c * const pFile = FileStream(szName);
         for (int i = 0; i < 20; ++i)
         {
-            SCOPED_TRACE(szName + (" " + std::to_string(i)));
-            EXPECT_EACH(FileOpen(pFile), Contents(pFile) == sBig);
+            EXPECT_EACH(FileOpen(pFile), Contents(pFile) == sBig) << szName << ' ' << i;   // a trace locks, see below
             FileClose(pFile);
             std::string sRead(70000, '?');
             std::uint32_t nLength = 70000;
             auto const nAt = static_cast<std::uint32_t>(i * 10000);
             EXPECT_EACH(pFile->Load(nAt, reinterpret_cast<unsigned char *>(sRead.data()), nLength),
-                sRead == sBig.substr(nAt, 70000));
+                sRead == sBig.substr(nAt, 70000))
+                << szName << ' ' << i;
             FileStored_c * const pStream = pFile->OpenStored();
             EXPECT_EACH(pStream->SeekStored(i, 0), pStream->ReadStored(sRead.data(), 1, 70000) == 70000,
-                sRead == sBig.substr(static_cast<std::size_t>(i), 70000));
+                sRead == sBig.substr(static_cast<std::size_t>(i), 70000))
+                << szName << ' ' << i;
             pStream->CloseStored();
         }
     };
     bool const bForks = ForksBesideThreads();
-    pid_t iChild = 0;
+    pid_t iChild = 0;   // its fork must not meet another thread with a lock of the test library
     RunInThreads(4,
         [&](int iThread)
         {

@@ -180,8 +180,9 @@ TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)
     };
     plat::ForkHandler_c const Older({ Before, [] { s_sCalls += 'p'; }, [] { s_sCalls += 'c'; } });
     plat::ForkHandler_c const Newer({ [] { s_sCalls += 'B'; }, [] { s_sCalls += 'P'; }, [] { s_sCalls += 'C'; } });
-    for (auto [pHeld, pWanted] : { std::pair(&s_First, &s_Second), std::pair(&s_Second, &s_First) })
+    for (auto const & Pair : { std::pair(&s_First, &s_Second), std::pair(&s_Second, &s_First) })
     {
+        auto *const pHeld = Pair.first, *const pWanted = Pair.second;
         std::latch Held(2);
         std::thread Other(
             [&]

@@ -378,7 +378,7 @@ TEST_F(PlatformFiles, AreNotThoseOfClosedStandardStreams)
     for (auto const & [sName, fnWrite] : WRITERS)
     {
         std::string const sPath = m_Folder.Join(sName);
-        auto const InChild = [&]
+        auto const InChild = [&sPath, fnWrite = fnWrite]
         {
             close_range(0, STDERR_FILENO, 0);
             return fnWrite(sPath.c_str()) ? 0 : 1;

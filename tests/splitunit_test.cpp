@@ -88,7 +88,7 @@ TEST(SplitUnits, DamagedFilesCostVariablesAlone)
         ++nBuilt;
         std::string const sWhole = Folder.Read(sFile), sNames = NamesAt(sProgram);
         EXPECT_THAT(sNames, testing::HasSubstr("Sink: Sink pHull nShots Before ")) << sCompiler;
-        auto const Try = [&](std::string const & sDamaged)
+        auto const Try = [&, &sFile = sFile](std::string const & sDamaged)
         {
             Folder.Write(sFile, sDamaged);
             return NamesAt(sProgram);

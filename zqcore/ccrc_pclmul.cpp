@@ -2,6 +2,7 @@
 //
 // After V. Gopal and others, "Fast CRC Computation for Generic Polynomials Using PCLMULQDQ Instruction", Intel, 2009.
 // Bits are reflected throughout: the first byte's low bit is the highest power of x.
+#include "zqcore/ccrc.h"
 #include "zqcore/ccrc_internal.h"
 
 #if defined(__x86_64__) || defined(__i386__)
@@ -41,7 +42,7 @@ namespace
         return static_cast<std::int64_t>(nQuotient);
     }
 
-    // The factors that move the second and the first half of a 16-byte block by BITS.
+    // Factors that move the second and the first half of a 16-byte block by BITS.
     template <int BITS>
     constexpr std::int64_t NEAR_FACTOR = PowerOfX(BITS - 32);
     template <int BITS>
@@ -49,6 +50,8 @@ namespace
     constexpr std::int64_t QUOTIENT = Quotient();
 
     constexpr std::size_t BLOCK_BYTES = 16;
+    static_assert(CRC32_KERNEL_MIN >= BLOCK_BYTES);
+    constexpr int PRESET = static_cast<int>(CRC32_PRESET);
 
     // Returns masks for a shuffle. The 16 bytes from offset r move the first r bytes of a block to its end, those from
     // offset 16 + r its last 16 - r bytes to its start. The other bytes become 0.
@@ -125,7 +128,7 @@ namespace
         // Adds the preset register to the first block.
         ZQ_TARGET_PCLMUL static inline void Preset(Blocks_t & Blocks)
         {
-            Blocks = _mm_xor_si128(Blocks, _mm_cvtsi32_si128(-1));
+            Blocks = _mm_xor_si128(Blocks, _mm_cvtsi32_si128(PRESET));
         }
 
         // Sets the same distance for each block.
@@ -163,7 +166,7 @@ namespace
 
         ZQ_TARGET_PAIRS static inline void Preset(Blocks_t & Blocks)
         {
-            Blocks = _mm256_xor_si256(Blocks, _mm256_zextsi128_si256(_mm_cvtsi32_si128(-1)));
+            Blocks = _mm256_xor_si256(Blocks, _mm256_zextsi128_si256(_mm_cvtsi32_si128(PRESET)));
         }
 
         ZQ_TARGET_PAIRS static inline void SetFactors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
@@ -204,7 +207,7 @@ namespace
 
         ZQ_TARGET_VPCLMUL static inline void Preset(Blocks_t & Blocks)
         {
-            Blocks = _mm512_xor_si512(Blocks, _mm512_zextsi128_si512(_mm_cvtsi32_si128(-1)));
+            Blocks = _mm512_xor_si512(Blocks, _mm512_zextsi128_si512(_mm_cvtsi32_si128(PRESET)));
         }
 
         ZQ_TARGET_VPCLMUL static inline void SetFactors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
@@ -240,7 +243,8 @@ namespace
         }
     };
 
-    // Folds a run of at least four lanes: four at a time, the four to one, then one at a time. Returns the CRC.
+    // Folds a run: four lanes at a time, the four to one, one lane at a time, and the rest. Returns the CRC. Requires
+    // at least four lanes.
     template <typename LANE>
     ZQ_TARGET_PCLMUL ZQ_INLINE std::uint32_t FoldRun(unsigned char const * pData, std::size_t nBytes)
     {
@@ -276,14 +280,15 @@ namespace
         return Finish(Block, pData, nBytes);
     }
 
-    // Bytes from which on lanes of more than one block are faster. FoldRun needs four of the widest.
+    // Number of bytes from which on lanes of more than one block are faster.
     constexpr std::size_t WIDE_MIN = 256;
+    static_assert(WIDE_MIN >= 4 * sizeof(Lane512_s::Blocks_t));
 
     ZQ_TARGET_PCLMUL std::uint32_t Crc32Pclmul(unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes < 4 * BLOCK_BYTES)
         {
-            __m128i const First = _mm_xor_si128(LoadBlock(pData), _mm_cvtsi32_si128(-1));
+            __m128i const First = _mm_xor_si128(LoadBlock(pData), _mm_cvtsi32_si128(PRESET));
             return Finish(First, pData + BLOCK_BYTES, nBytes - BLOCK_BYTES);
         }
         return FoldRun<Lane128_s>(pData, nBytes);

@@ -15,9 +15,9 @@ namespace
         return ~(((nDifferent & ~plat::HIGH_BITS) + ~plat::HIGH_BITS) | nDifferent) & plat::HIGH_BITS;
     }
 
-    bool IsSeparator(char cText)
+    bool IsSeparator(char c)
     {
-        return cText == '/' || cText == '\\';
+        return c == '/' || c == '\\';
     }
 }
 

@@ -1,8 +1,8 @@
 // chash.inl: bodies of the tables.
 #pragma once
 
-/// Returns whether two texts of nLength characters are equal. Compares words of eight bytes if there are as many. Names
-/// were often copied by such words just before, and a processor forwards a store fastest to a load of the same width.
+/// Returns whether two texts of nLength characters are equal. Compares words of eight bytes, unless the texts are
+/// shorter: names have often just been copied by such words, and a store is forwarded fastest to a load as wide.
 inline bool IsSameText(char const * pA, char const * pB, std::size_t nLength)
 {
     constexpr std::size_t WORD = sizeof(std::uint64_t);

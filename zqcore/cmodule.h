@@ -4,11 +4,11 @@
 // Their prerequisites are registered with them. One call initialises all modules, two calls drive them from the main
 // loop, and one call shuts them down in the reverse order.
 //
-// Ownership: the registry only points at modules. A module must outlive ShutdownAllModules.
+// Ownership: the registry only points at modules. Requires that a module outlives ShutdownAllModules.
 // Threads: the main thread. Nothing is locked.
 // Cost: Register allocates the list of modules. A heartbeat is a virtual call inside a timer of the profiler.
-// Failure: InitializeAllModules returns false. Modules that were initialised before the failure stay so: the caller
-// must call ShutdownAllModules.
+// Failure: InitializeAllModules returns false. Modules that were initialised before the failure stay so, until the
+// caller calls ShutdownAllModules.
 //
 //     struct Weather_c : Module_c
 //     {
@@ -107,7 +107,7 @@ private:
     char const * m_szName;
     bool m_bIsInitialized = false;
     int m_iInitOrder = -1;
-    Module_c ** m_ppPrerequisites = nullptr;   // as Register saw them; a debugger can't call GetPrerequisites on a core
+    Module_c ** m_ppPrerequisites = nullptr;   // at Register, for debuggers: they can't call GetPrerequisites on a core
 
     static Array_T<Module_c *, 64, 0> m_dModules;
 };

@@ -73,12 +73,12 @@ namespace
     unsigned LookupSlot(timer_t const * pParent, std::uint32_t iTimer)
     {
         constexpr std::uint32_t GOLDEN = 0x9E3779B1u;   // prime near 2^32 over the golden ratio (Knuth, TAOCP 3, 6.4)
-        auto const dwParent = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pParent) >> 3);
-        return ((dwParent * GOLDEN ^ iTimer) * GOLDEN) >> (32 - LOOKUP_BITS);
+        auto const nParent = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pParent) >> 3);
+        return ((nParent * GOLDEN ^ iTimer) * GOLDEN) >> (32 - LOOKUP_BITS);
     }
 
-    // Returns the parent's child of this identifier, or null. iSlot becomes its place in the lookup, or the free place
-    // where it belongs.
+    // Returns the parent's child of this identifier, or null. Sets iSlot to the child's place in the lookup, or to the
+    // free place where it belongs.
     timer_t * FindChild(timer_t const * pParent, std::uint32_t iTimer, unsigned & iSlot)
     {
         for (iSlot = LookupSlot(pParent, iTimer); g_dLookup[iSlot] != 0; iSlot = (iSlot + 1) % LOOKUP_SLOTS)
@@ -101,7 +101,7 @@ namespace
         return &Timer;
     }
 
-    // Makes the last child of the parent. Returns null if all records are in use.
+    // Makes the last child of the parent. Asserts that a record is free, and returns null otherwise.
     ZQ_COLD timer_t * MakeChild(timer_t * pParent, std::uint32_t iTimer, char const * szName, unsigned iSlot)
     {
         bool const bRoom = g_iTimerTotalCount < MAX_TIMERS_TOTAL;
@@ -149,8 +149,8 @@ namespace
         pTimer->tStart = shortTimeGet();
     }
 
-    // Returns the timer to pop, or null if only the root is on the stack. If the latest open push was skipped, ends it
-    // and returns null.
+    // Returns the timer to pop. Asserts that there is one besides the root, and returns null otherwise. If the latest
+    // open push was skipped, ends that push and returns null.
     timer_t * Top()
     {
         if (g_nDropped > 0) [[unlikely]]
@@ -198,7 +198,7 @@ namespace
     }
 
     // Adds the new frame to the sum and removes the oldest. Searches the peak again only when its frame is removed.
-    // Slots that no frame has used yet are zero and change neither.
+    // Slots that no frame has used yet are zero, so they change neither sum nor peak.
     void Derive(timer_t & Timer, State_s & State, int iOldest, std::int64_t nAveraged)
     {
         timerFrame_t const & Frame = Timer.dFrames[g_iRing];

@@ -12,13 +12,13 @@
 // The buffers of GetLine follow the rule of cstring.h. GetToken, GetSpecific, GetString and GetDump say how they
 // differ. A text object (ctextvalue.h) has no size to pass.
 //
-// Ownership: the text is a private copy of a file, which CloseFile frees, or the caller's block, which must stay until
-// the next opening.
+// Ownership: the text is a private copy of a file, which CloseFile frees, or the caller's block. Requires that the
+// block stays until the next opening.
 // Threads: one thread for each object. OpenFile belongs to the main thread, as the table of files does (cfile.h).
 // Cost: opening a file allocates the copy. Reading allocates nothing, but a std::string may.
-// Failure: GetLastError has the place, and SetTextErrorLog also logs it. A mismatch, such as a wrong label or a missing
-// opening quote, is otherwise skipped silently in a file. In a block of memory it also fails an assertion, unless a
-// file's copy is still held. A text that begins with UTF-16's mark is refused.
+// Failure: GetLastError has reason and place, which are also logged if SetTextErrorLog is on. A mismatch, such as a
+// wrong label or a missing opening quote, is otherwise skipped silently in a file. In a block of memory it also fails
+// an assertion, unless a file's copy is still held. A text that begins with UTF-16's mark is refused.
 //
 //     char const szText[] = "health 100 name 'Ogre'";
 //     Script_c Script;
@@ -58,8 +58,8 @@ public:
     void CloseFile();
 
     /// Starts on a block of iLength bytes, which needs no terminator. Requires that the block stays while it is read.
-    /// Asserts that pText is not null and iLength not negative; otherwise the text is empty. A refused text counts as
-    /// empty too. m_sName stays the file's while a file's copy is still held.
+    /// Asserts that pText is not null and iLength not negative, and starts on an empty text otherwise. A refused text
+    /// counts as empty too. m_sName stays the file's while a file's copy is still held.
     void OpenMemoryLocation(char const * pText, int iLength);
 
     /// Returns why the last opening failed, or the first mismatch of the last read that had one. A quoted string
@@ -67,7 +67,7 @@ public:
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
     /// Reads the next token that is no comment, or an empty text at the end. With bPunctuation, single and double
-    /// quotes, semicolons and commas separate tokens too. sToken has TOKEN_SIZE bytes.
+    /// quotes, semicolons and commas separate tokens too. Requires that sToken has TOKEN_SIZE bytes.
     void GetToken(char * sToken, bool bPunctuation);
 
     /// Reads the next token as GetToken does, into a text object of any capacity. If a String_T cuts it, that is an
@@ -108,7 +108,7 @@ public:
     }
 
     /// Reads a token. Any other token than sToken is a mismatch. Here and below, asserts that sToken or sLabel is not
-    /// null; otherwise reads nothing and returns false or 0.
+    /// null, and otherwise reads nothing and returns false or 0.
     void SkipToken(char const * sToken);
 
     /// Moves after the next token with sToken, from the start of the text or from the current position, and returns
@@ -131,12 +131,12 @@ public:
         PutToken(sLine, NextLine(TextMost<TEXT>()));
     }
 
-    /// Reads the next word, comments included, and the separator after it. sWord has TOKEN_SIZE bytes.
+    /// Reads the next word, comments included, and the separator after it. Requires that sWord has TOKEN_SIZE bytes.
     void GetSpecific(char * sWord);
 
-    /// Read the text between an opening cQuote and the next one. It may contain line ends. sString has iMaxLength + 1
-    /// bytes. Assert that the text fits; otherwise reading stops when the buffer is full, and the next read continues
-    /// there. Before the opening quote they skip:
+    /// Read the text between an opening cQuote and the next one. It may contain line ends. Require that sString has
+    /// iMaxLength + 1 bytes. Assert that the text fits. If it does not, reading stops when the buffer is full, and the
+    /// next read continues there. Before the opening quote they skip:
     /// - separators.
     /// - the first slash, and each further slash with the rest of its line.
     ///
@@ -164,7 +164,7 @@ public:
     float GetFloat();
 
     /// Moves the reading position to this byte. A position after the end of the text becomes the end and sets
-    /// m_bEndOfFile. Never clears m_bEndOfFile. Asserts that it is not negative; otherwise moves to the start.
+    /// m_bEndOfFile. Never clears it. Asserts that iPosition is not negative, and moves to the start otherwise.
     void SetPosition(int iPosition);
 
     /// Copies the bytes from iStart up to iEnd, without a terminator, and moves to iEnd. Asserts that 0 <= iStart,

@@ -31,7 +31,7 @@ std::uint32_t const FJORDTRACK_FILE_VERSION = 0x00010000;
 
 namespace
 {
-    constexpr int WORD_BYTES = 4;   // of a version, a label, a length or a count
+    constexpr int WORD_BYTES = 4;   // of an archive's version, a label, a length or a count
 }
 
 Serializeable_c::Serializeable_c(bool bIsReading, std::uint32_t dwVersion, bool)
@@ -99,7 +99,7 @@ int Serializeable_c::GetLeft() const
 // Copies bytes that the memory for small values does not hold, and returns true. Returns false on failure.
 bool Serializeable_c::SerializeRun(void * pData, std::size_t nBytes)
 {
-    constexpr std::size_t MAX_STEP = 1 << 30;   // in one call, which counts by int
+    constexpr std::size_t MAX_STEP = 1 << 30;   // bytes of one call, which counts them by int
     auto * pNext = static_cast<unsigned char *>(pData);
     for (std::size_t nLeft = nBytes; nLeft > 0;)
     {
@@ -150,7 +150,7 @@ int Serializeable_c::SerializeVersion(char const * sType, int iNewest)
             Log("Serializeable_c: '%s' in archive '%s' is of version %d, and this binary only supports %d", sType,
                 TextForLog(GetFileName()).GetBuffer(), nVersion, iNewest);
         }
-        StepBack(2);
+        StepBack(sizeof nVersion);
         Fail("'%s' is of version %d, and %d is the newest known", sType, nVersion, iNewest);
     }
     return m_bFailed ? iNewest : nVersion;

@@ -22,7 +22,7 @@ namespace plat
     /// Contents of a record's file.
     using RecordBytes_t = std::vector<char>;
 
-    /// The record of a key or a value.
+    /// Record of a key or a value.
     struct Record_t
     {
         RegistryType_e eType = RegistryType_e::Untyped;
@@ -30,12 +30,12 @@ namespace plat
         std::string_view sData;
     };
 
-    /// Reads a record's file. The record points into the bytes. Returns false if the file can't be read, or holds no
-    /// intact record (errno is EBADMSG).
+    /// Reads a record's file and returns true. The record points into the bytes. Returns false if the file can't be
+    /// read, or holds no intact record (errno is EBADMSG).
     bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & dBytes, Record_t & Record);
 
-    /// Replaces szFile by a record. bAlone requires that no one else writes to the folder. On failure returns false
-    /// and keeps the previous record.
+    /// Replaces szFile by a record and returns true. With bAlone, requires that no one else writes to the folder. On
+    /// failure returns false and keeps the previous record.
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone);
 
     /// Make the name of a key's folder, or of a value's file, which begins with VALUE_MARK, and return true. The name
@@ -47,7 +47,7 @@ namespace plat
     /// Returns whether a file's name is a shortened one. The full name can't be read from it.
     bool IsShortenedName(std::string_view sFile);
 
-    /// Reads the folded name of the key that has szFile for its folder. Returns false if szFile is not a key's folder,
-    /// or is shortened.
+    /// Makes the folded name of the key whose folder is szFile, and returns true. Returns false if szFile is not the
+    /// folder of a key, or is shortened.
     bool KeyNameFromDisk(char const * szFile, std::string & sName);
 }

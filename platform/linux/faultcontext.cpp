@@ -1,14 +1,15 @@
 #include "platform/faults.h"
 
 #include <cstring>
+#include <iterator>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 // Stores the rest of the context. The assembly below ends with a jump here, so this returns to the caller.
 extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(plat::FaultContext_t * pContext)
 {
-    constexpr std::size_t STATE_SIZE = 512;   // bytes that FXSAVE writes
-    struct alignas(16) FloatState_t           // as FXSAVE writes it
+    constexpr std::size_t STATE_SIZE = 512;   // bytes that FXSAVE writes (Intel SDM, volume 1, 10.5.1)
+    struct alignas(16) FloatState_t           // these bytes
     {
         std::uint16_t nControl, nStatus;
         std::uint8_t dUnused[28];
@@ -18,7 +19,7 @@ extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(p
     static_assert(sizeof Floats == STATE_SIZE);
     __asm__ volatile("fxsave %0" : "=m"(Floats));
     pContext->nX87Status = Floats.nStatus;
-    for (int iEntry = 0; iEntry < 8; ++iEntry)
+    for (std::size_t iEntry = 0; iEntry < std::size(Floats.dStack); ++iEntry)
     {
         std::memcpy(pContext->dX87[iEntry], Floats.dStack[iEntry], sizeof pContext->dX87[iEntry]);
     }

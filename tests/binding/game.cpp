@@ -1,5 +1,6 @@
 // game.cpp: a program that reaches the library in one of several ways, as it is linked: by itself, through another
-// library, or through a plugin, whose file is the argument. Frees a block that the engine allocated, and prints "done".
+// library, or through a plugin. The first argument is the plugin's file. With "deep" as the second one, the plugin's
+// own scope is searched first. Frees a block that the engine allocated, and prints "done".
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,7 +13,7 @@ extern "C" int * EngineAllocate();
 #endif
 
 #ifdef GAME_HAS_SIZED_DELETE
-// Two of many, as some linkers export those of a static C++ runtime.
+// Two of the many forms of delete, as some linkers export them from a static C++ runtime.
 __attribute__((visibility("default"))) void operator delete(void * pBlock, std::size_t, std::align_val_t) noexcept
 {
     std::free(pBlock);
@@ -50,7 +51,7 @@ int main([[maybe_unused]] int nArguments, [[maybe_unused]] char ** dArguments)
     std::string sText = "done";
     for (int i = 0; i < 100; ++i)
     {
-        sText += '\n';
+        sText += '\n';   // outgrows the text object: the heap is used
     }
     delete[] EngineAllocate();
     std::printf("%.5s", sText.c_str());

@@ -3,8 +3,8 @@
 //   crasher FAULT [CIRCUMSTANCE...] HELPER
 //
 // HELPER is the path of the symbol helper, empty for none.
-// Logs to message.log in the current folder, where the report lands too. From the fault on, the thread that faults may
-// not touch the heap: that ends the process with status 99.
+// Logs to message.log in the current folder, where the report lands too. The thread that faults may not touch the heap
+// from the fault on, or from the filter on if the fault needs the heap. A use of it ends the process with status 99.
 #include "zqcore/capp.h"
 #include "zqcore/carray.h"
 #include "zqcore/ccallback.h"
@@ -82,13 +82,18 @@ Interrupted:
 
 namespace
 {
-    long volatile g_iNoHeap = 0;   // the thread
+    long volatile g_iNoHeap = 0;   // thread that may not use the heap, 0 for none
     std::atomic_flag g_HeapLock = ATOMIC_FLAG_INIT;
 
     void Say(char const * szText)
     {
         [[maybe_unused]] auto const n = write(STDERR_FILENO, szText, std::strlen(szText));
     }
+
+    // Flags of the processor (Intel SDM, volume 1, 3.4.3).
+    constexpr unsigned FLAG_ALWAYS_SET = 0x2;
+    constexpr unsigned FLAG_TRAP = 0x100;
+    constexpr unsigned FLAG_ALIGNMENT_CHECK = 0x40000;
 
     void SetFlags(unsigned nFlags)
     {
@@ -159,7 +164,7 @@ extern "C"
 
 namespace
 {
-    // A write to the file of details that has this text fails in a way of its own, once; null for none.
+    // Text of the write at which g_fnAtText is called, once; null for none.
     char const * g_szAtText = nullptr;
     void (*g_fnAtText)(int hFile, void const * pBytes, std::size_t nBytes);
 }
@@ -182,7 +187,8 @@ namespace
     [[maybe_unused]] int const BOUNDS[] = { 0, 1 };
     double volatile g_fZero = 0.0;
     double volatile g_fHuge = 1e308;
-    void * volatile g_pNowhere = reinterpret_cast<void *>(16);
+    constexpr std::uintptr_t NOWHERE = 16;   // address without memory
+    void * volatile g_pNowhere = reinterpret_cast<void *>(NOWHERE);
 
 #include "tests/crasher/details.h"
 #include "tests/crasher/nowhere.h"
@@ -205,7 +211,7 @@ namespace
         return n < 0 ? 0 : Recurse(n + 1) + dFrame[0];
     }
 
-    // Calls with little of the stack left, and without an alternate stack.
+    // Makes the call with little of the stack left, and without an alternate stack.
     __attribute__((noinline)) void CallDeep(void (*fnCall)())
     {
         constexpr std::size_t LITTLE = 10000;
@@ -227,8 +233,9 @@ namespace
     // Sets an alternate stack as other runtimes do, with no access below it.
     void SetSmallStack(std::size_t nBytes)
     {
-        auto * const pMemory = static_cast<char *>(mmap(nullptr, 65536, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        stack_t const Stack = { pMemory + 65536 - nBytes, 0, nBytes };
+        constexpr std::size_t MAPPED = 65536;
+        void * const pMapped = mmap(nullptr, MAPPED, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        stack_t const Stack = { static_cast<char *>(pMapped) + MAPPED - nBytes, 0, nBytes };
         mprotect(Stack.ss_sp, nBytes, PROT_READ | PROT_WRITE);
         sigaltstack(&Stack, nullptr);
     }
@@ -269,17 +276,17 @@ namespace
         plat::FaultPointers_t const Here = { &Record, &Context };
         ExceptionInfo_c::Get().StackTrace(s_szTrace, sizeof s_szTrace, 8, 0, &Here);
         Say(s_szTrace);
-        WriteTo(16);
+        WriteTo(NOWHERE);
     }
 
     void AddDenormals()
     {
-        _mm_setcsr(_mm_getcsr() & ~0x100u);
+        _mm_setcsr(_mm_getcsr() & ~unsigned{ _MM_MASK_DENORM });
         g_fHuge = (g_fZero + 5e-324) + g_fHuge;
     }
 
-    constexpr int HEAP = -1;   // the way to the filter needs the heap
-    constexpr int PLAIN = 0;   // else: floating-point exceptions to unmask
+    constexpr int HEAP = -1;   // kind of the faults whose way to the filter needs the heap
+    constexpr int PLAIN = 0;   // kind of other faults; a positive kind is the floating-point exceptions to unmask
     struct Fault_t
     {
         char const * szName;
@@ -288,8 +295,8 @@ namespace
     };
     constexpr Fault_t FAULTS[] = {
         { "read", PLAIN, [] { ReadNowhere(5, "second"); } },
-        { "write", PLAIN, [] { WriteTo(16); } },
-        { "inlined", PLAIN, [] { WriteInlined(16); } },
+        { "write", PLAIN, [] { WriteTo(NOWHERE); } },
+        { "inlined", PLAIN, [] { WriteInlined(NOWHERE); } },
         { "wild", PLAIN, [] { WriteTo(UINTPTR_MAX / 3 * 2); } },
         { "call", PLAIN, [] { reinterpret_cast<void (*)()>(static_cast<std::intptr_t>(g_nZero))(); } },
         { "divide", PLAIN, [] { g_nZero = 10 / g_nZero; } },
@@ -303,7 +310,7 @@ namespace
         { "floatstack", FE_INVALID, [] { __asm__ volatile("fstp %st(0)\n\tfstp %st(0)\n\tfwait"); } },
         { "illegal", PLAIN, [] { __builtin_trap(); } },
         { "privileged", PLAIN, [] { __asm__ volatile("hlt"); } },
-        { "step", PLAIN, [] { MisalignWithFlags(0x100); } },
+        { "step", PLAIN, [] { MisalignWithFlags(FLAG_TRAP); } },
 #if defined(__i386__)
         { "into", PLAIN, [] { __asm__ volatile("movb $127, %%al\n\taddb $1, %%al\n\tinto"
                                                :
@@ -316,7 +323,7 @@ namespace
         { "abort!", HEAP, [] { Abort("the end of %s", "it"); } },
         { "stack", PLAIN, [] { Recurse(0); } },
         { "bus", PLAIN, ReadPastEnd },
-        { "misaligned", PLAIN, [] { MisalignWithFlags(0x40000); } },
+        { "misaligned", PLAIN, [] { MisalignWithFlags(FLAG_ALIGNMENT_CHECK); } },
         { "throw", HEAP, [] { throw std::runtime_error("what\x1B\nit says"); } },
         { "throwint", HEAP, [] { throw 5; } },
         { "readdeep", HEAP, [] { CallDeep([] { ReadNowhere(5, "second"); }); } },
@@ -353,14 +360,14 @@ namespace
     // Turns alignment checks off first: the flags are the fault's.
     void OnSignal(int iSignal, siginfo_t *, void *)
     {
-        SetFlags(2);
+        SetFlags(FLAG_ALWAYS_SET);
         Say("previous handler\n");
         WriteCoverage();
-        std::signal(iSignal, SIG_DFL);   // the same again, to the end
+        std::signal(iSignal, SIG_DFL);   // the same signal ends the process
         std::raise(iSignal);
     }
 
-    // Sets the handler that gets the faults after the library; null: none.
+    // Sets the handler that gets the faults after the library; null for none.
     void SetPrevious(void (*fnHandler)(int, siginfo_t *, void *))
     {
         plat::FaultFilter_t const fnFilter = plat::FaultFilterSet(nullptr);
@@ -398,7 +405,7 @@ namespace
     void LimitFiles()
     {
         std::signal(SIGXFSZ, SIG_DFL);
-        dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);   // what is said here is a file too
+        dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);   // a file on standard error would be limited too
         rlimit const Limit = { 300, 300 };
         setrlimit(RLIMIT_FSIZE, &Limit);
     }
@@ -444,7 +451,7 @@ namespace
         std::memset(static_cast<std::size_t *>(p) - 2, 0x41, 4096);   // the sizes and links of the blocks after it
     }
 
-    // Faults the main thread from beside, while its report waits for a helper that says nothing.
+    // Sends a fault to the main thread from another one, while its report waits for a helper that prints nothing.
     void FaultTheReport()
     {
         std::this_thread::sleep_for(std::chrono::seconds(1));
@@ -500,7 +507,7 @@ namespace
         g_fnAtText = fnAtText;
     }
 
-    int g_nLogLine = 300;
+    int g_nLogLine = 300;   // characters of a busy host's lines after their numbers
 
     // Acts as a host with a name, a long log and open timers.
     void BeBusy()
@@ -576,7 +583,7 @@ namespace
                     [](bool bGoesOn)
                     {
                         Say(bGoesOn ? "goes on\n" : "stops\n");
-                        WriteTo(16);
+                        WriteTo(NOWHERE);
                     },
                     false);
             } },
@@ -588,7 +595,7 @@ namespace
                     [](char const *)
                     {
                         Say("heard\n");
-                        WriteTo(16);
+                        WriteTo(NOWHERE);
                     },
                     false);
             } },
@@ -609,7 +616,7 @@ namespace
                 g_ExecutionCallbacker.Add(
                     [](bool)
                     {
-                        bool const bUnknown = g_ExceptionReport.GetSymbol(16, nullptr, 0) == ~std::uint64_t{ 0 };
+                        bool const bUnknown = g_ExceptionReport.GetSymbol(NOWHERE, nullptr, 0) == ~std::uint64_t{ 0 };
                         Say(bUnknown ? "unknown\n" : "known\n");
                     },
                     false);

@@ -52,8 +52,8 @@ namespace zqsymbols
             return nDimensions == 1;
         }
 
-        // Returns the size of an array whose unit has no language: libdw then does not know that the lowest index is
-        // 0.
+        // Returns the size in bytes of an array whose unit has no language: libdw then does not know the lowest index,
+        // which is 0.
         std::uint64_t ArraySize(Dwarf_Die * pArray)
         {
             Dwarf_Die Child;
@@ -74,6 +74,7 @@ namespace zqsymbols
             return nSize;
         }
 
+        // Returns whether the tag is that of a structure or an enumeration, whose name GetName returns.
         bool IsNamed(int nTag)
         {
             return IsStructure(nTag) || nTag == DW_TAG_enumeration_type;
@@ -224,7 +225,8 @@ namespace zqsymbols
         return m_dTypes[iType].dMembers;
     }
 
-    // Skips static members, and virtual bases, whose offset only the object's table has.
+    // Adds a member or a base of a structure. Skips static members, and virtual bases, whose offset only the object's
+    // table has.
     void Types_c::AddMember(plat::SymbolType_t iType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers)
     {
         int const nTag = dwarf_tag(pMember);

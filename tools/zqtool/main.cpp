@@ -128,7 +128,7 @@ namespace
         {
             App.parse(argc, argv);
             int const iStatus = fnRun();
-            FileReset();   // destroys what a scan has entered
+            FileReset();   // frees what a scan has added to the table of files
             g_sExcludedFolders.Reset();
             g_sExcludedFiles.Reset();
             return CheckOutput(iStatus);

@@ -18,7 +18,7 @@ std::string PageHead(std::string_view sTitle, char const * szPolicy)
 std::string PageScripts(std::initializer_list<char const *> dScripts)
 {
     std::string sScripts = "<script>\n" + std::string(PAGE_JS);
-    for (char const * szScript : dScripts)
+    for (char const * const szScript : dScripts)
     {
         sScripts += szScript;
     }

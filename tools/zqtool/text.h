@@ -28,7 +28,8 @@ std::string PrintableLine(std::string_view sText);
 /// Returns the text for the content of an HTML element or for an attribute in double quotes.
 std::string HtmlEscaped(std::string_view sText);
 
-/// Returns UTF-8 as a JSON string with its quotes. It holds no '<', so it may be part of a script element.
+/// Returns a text as a JSON string with its quotes, which holds no '<', so it may be part of a script element. Requires
+/// UTF-8.
 std::string JsonQuoted(std::string_view sText);
 
 /// Returns a text in double quotes.
