@@ -11,6 +11,7 @@ namespace fs = std::filesystem;
 
 namespace
 {
+    constexpr int AREAS = 20;   // folders that hold the others
     constexpr int FOLDERS = 500;
     constexpr int FILES = 10'000;
 
@@ -24,7 +25,7 @@ namespace
             for (int i = 0; i < FILES; ++i)
             {
                 fs::path const Folder =
-                    m_Root / ("area" + std::to_string(i % 20)) / ("set" + std::to_string(i % FOLDERS));
+                    m_Root / ("area" + std::to_string(i % AREAS)) / ("set" + std::to_string(i % FOLDERS));
                 fs::create_directories(Folder);
                 std::ofstream(Folder / ("unit_" + std::to_string(i) + "_diffuse.dds")) << i;
             }
@@ -53,7 +54,8 @@ namespace
         return s_Tree;
     }
 
-    // Measures a start. Each begins with the processor's caches as filling and emptying the tables leave them.
+    // Measures starts by FillTables. Each begins with the processor's caches as filling and emptying the tables leave
+    // them.
     template <typename START>
     void Start(benchmark::State & State, START FillTables)
     {

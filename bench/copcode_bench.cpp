@@ -1,5 +1,5 @@
-// copcode_bench.cpp: the code listing of a crash report and a general disassembler. Both turn 256 bytes of code into
-// text, of the C library and of a loop of AVX2. A last row measures the set-up before the listing.
+// copcode_bench.cpp: the code listing of a crash report and a general disassembler. Both turn 256 bytes of the C
+// library's code, and 256 of a loop of AVX2, into text. A last row measures the set-up before the listing.
 #include "zqcore/copcode.h"
 
 #include <Zydis/Zydis.h>
@@ -9,12 +9,13 @@
 
 namespace
 {
-    constexpr std::size_t SPAN = 256;
+    constexpr std::size_t SPAN = 256;   // bytes that are listed
 
     // Code to list, which never runs. Its loop is longer than the span.
-    __attribute__((target("avx2,fma"), noinline, used)) void Transform(float * pValues, float const * pFactors, int n)
+    __attribute__((target("avx2,fma"), noinline, used)) void Transform(
+        float * pValues, float const * pFactors, int nValues)
     {
-        for (int i = 0; i < n; i += 64)
+        for (int i = 0; i < nValues; i += 64)
         {
 #pragma GCC unroll 8
             for (int k = 0; k < 64; k += 8)
@@ -27,13 +28,14 @@ namespace
         }
     }
 
-    // Returns code of this process, which is what a crash report lists.
+    // Returns the code of a function of this process, as a crash report lists it.
     template <typename FUNCTION>
     unsigned char const * CodeOf(FUNCTION fnFunction)
     {
         return reinterpret_cast<unsigned char const *>(reinterpret_cast<std::uintptr_t>(fnFunction));
     }
 
+    // Sink that counts the characters of a listing.
     class LengthSink_c final : public CodeListingSink_c
     {
     public:

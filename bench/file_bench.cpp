@@ -15,7 +15,13 @@ namespace
 {
     constexpr int FOLDERS = 500;
     constexpr int FILES_A_FOLDER = 20;
+    constexpr int FOLDERS_A_GROUP = 25;
     constexpr int FILES = FOLDERS * FILES_A_FOLDER;
+
+    // Bytes of the two files in the root, which ReadWhole reads.
+    constexpr std::int64_t SMALL_BLOB = 16 << 10;
+    constexpr std::int64_t LARGE_BLOB = 1 << 20;
+    constexpr int FILES_AND_BLOBS = FILES + 2;
 
     // The tree, below the system's temporary folder. Removed at the end of the process.
     class Tree_c
@@ -26,8 +32,7 @@ namespace
             m_Root = fs::temp_directory_path() / ("zqcore_bench_" + std::to_string(getpid()));
             for (int iFolder = 0; iFolder < FOLDERS; ++iFolder)
             {
-                fs::path const Folder =
-                    m_Root / ("group" + std::to_string(iFolder / 25)) / ("folder" + std::to_string(iFolder));
+                fs::path const Folder = m_Root / FolderPath(iFolder);
                 fs::create_directories(Folder);
                 for (int iFile = 0; iFile < FILES_A_FOLDER; ++iFile)
                 {
@@ -35,9 +40,10 @@ namespace
                     std::ofstream(Folder / sName) << sName;
                 }
             }
-            for (std::size_t nBytes : { std::size_t{ 16 } << 10, std::size_t{ 1 } << 20 })
+            for (std::int64_t const nBytes : { SMALL_BLOB, LARGE_BLOB })
             {
-                std::ofstream(m_Root / BlobName(nBytes), std::ios::binary) << std::string(nBytes, 'x');
+                std::string const sContents(static_cast<std::size_t>(nBytes), 'x');
+                std::ofstream(m_Root / BlobName(nBytes), std::ios::binary) << sContents;
             }
             PHYSFS_init("file_bench");
             PHYSFS_mount(m_Root.c_str(), nullptr, 1);
@@ -50,32 +56,34 @@ namespace
             fs::remove_all(m_Root);
         }
 
-        static std::string BlobName(std::size_t nBytes) { return "blob" + std::to_string(nBytes) + ".bin"; }
+        static std::string BlobName(std::int64_t nBytes) { return "blob" + std::to_string(nBytes) + ".bin"; }
         std::string Root() const { return m_Root.string(); }
-        std::string Blob(std::size_t nBytes) const { return (m_Root / BlobName(nBytes)).string(); }
+        std::string BlobPath(std::int64_t nBytes) const { return (m_Root / BlobName(nBytes)).string(); }
 
         // Returns a file name as in a game.
         static std::string FileName(int iFile)
         {
-            static char const * const s_dPlaces[] = { "harbor", "tower", "cellar", "forest", "mill", "bridge", "keep",
+            static constexpr char const * PLACES[] = { "harbor", "tower", "cellar", "forest", "mill", "bridge", "keep",
                 "mine", "chapel", "market", "gate", "ruin", "quay", "barn", "crypt", "well" };
-            static char const * const s_dThings[] = { "wall", "door", "lamp", "crate", "banner", "guard", "wolf",
+            static constexpr char const * THINGS[] = { "wall", "door", "lamp", "crate", "banner", "guard", "wolf",
                 "roof", "stone", "barrel", "chair", "water", "grass", "smoke", "sword", "chest", "rope", "bell" };
-            static char const * const s_dKinds[] = { "_diffuse.dds", "_normal.dds", "_lod0.msh", "_lod1.msh",
+            static constexpr char const * KINDS[] = { "_diffuse.dds", "_normal.dds", "_lod0.msh", "_lod1.msh",
                 "_walk.anm", "_idle.anm", "_step.ogg", ".mat", ".lua" };
-            std::string const sNumber = std::to_string(iFile / (16 * 18 * 9));
-            return std::string(s_dPlaces[iFile % 16]) + '_' + s_dThings[iFile / 16 % 18] + sNumber
-                   + s_dKinds[iFile / (16 * 18) % 9];
+            auto const iPlace = static_cast<std::size_t>(iFile);
+            std::size_t const iThing = iPlace / std::size(PLACES), iKind = iThing / std::size(THINGS);
+            return std::string(PLACES[iPlace % std::size(PLACES)]) + '_' + THINGS[iThing % std::size(THINGS)]
+                   + std::to_string(iKind / std::size(KINDS)) + KINDS[iKind % std::size(KINDS)];
         }
 
         // Returns a file's path below the root.
-        static std::string Name(int iFile)
-        {
-            int const iFolder = iFile / FILES_A_FOLDER;
-            return "group" + std::to_string(iFolder / 25) + "/folder" + std::to_string(iFolder) + "/" + FileName(iFile);
-        }
+        static std::string Path(int iFile) { return FolderPath(iFile / FILES_A_FOLDER) + "/" + FileName(iFile); }
 
     private:
+        static std::string FolderPath(int iFolder)
+        {
+            return "group" + std::to_string(iFolder / FOLDERS_A_GROUP) + "/folder" + std::to_string(iFolder);
+        }
+
         fs::path m_Root;
     };
 
@@ -91,8 +99,7 @@ namespace
         FileAddSearchPath(Tree().Root().c_str(), true, false);
     }
 
-    // Looks for all files in turn, as a caller spells them: ours with a folder before the name and in capitals, the
-    // others as the disk needs it.
+    // Looks for all files in turn, by sPrefix and their paths below the root.
     template <typename ASK>
     void Exists(benchmark::State & State, std::string const & sPrefix, ASK Ask)
     {
@@ -100,11 +107,12 @@ namespace
         std::vector<std::string> dNames;
         for (int i = 0; i < FILES; ++i)
         {
-            dNames.push_back(sPrefix + Tree_c::Name(i));
+            dNames.push_back(sPrefix + Tree_c::Path(i));
         }
         AskInTurn(State, dNames, Ask);
     }
 
+    // The library ignores the case and the folders, one of which the disk does not have.
     void ExistsOurs(benchmark::State & State)
     {
         Exists(State, "Data/", [](char const * szName) { return FileExists(szName); });
@@ -132,6 +140,7 @@ namespace
         Exists(State, "", [](char const * szName) { return PHYSFS_exists(szName) != 0; });
     }
 
+    // Reads a blob of State.range(0) bytes. Read(nBytes) returns the number of bytes read.
     template <typename READ>
     void ReadWhole(benchmark::State & State, READ Read)
     {
@@ -149,7 +158,7 @@ namespace
 
     void ReadWholeOurs(benchmark::State & State)
     {
-        std::string const sName = Tree_c::BlobName(static_cast<std::size_t>(State.range(0)));
+        std::string const sName = Tree_c::BlobName(State.range(0));
         ReadWhole(State,
             [&sName](std::size_t)
             {
@@ -162,7 +171,7 @@ namespace
     }
     void ReadWholeBare(benchmark::State & State)
     {
-        std::string const sPath = Tree().Blob(static_cast<std::size_t>(State.range(0)));
+        std::string const sPath = Tree().BlobPath(State.range(0));
         ReadWhole(State,
             [&sPath](std::size_t)
             {
@@ -180,7 +189,7 @@ namespace
     }
     void ReadWholeIfstream(benchmark::State & State)
     {
-        std::string const sPath = Tree().Blob(static_cast<std::size_t>(State.range(0)));
+        std::string const sPath = Tree().BlobPath(State.range(0));
         ReadWhole(State,
             [&sPath](std::size_t nBytes)
             {
@@ -193,7 +202,7 @@ namespace
     }
     void ReadWholePhysfs(benchmark::State & State)
     {
-        std::string const sName = Tree_c::BlobName(static_cast<std::size_t>(State.range(0)));
+        std::string const sName = Tree_c::BlobName(State.range(0));
         ReadWhole(State,
             [&sName](std::size_t)
             {
@@ -208,8 +217,9 @@ namespace
             });
     }
 
-    // Reads size and times of all files. Every scan begins with the processor's caches as filling and emptying the
-    // tables leave them. A game scans once, at its start, not in a loop that keeps the system's tables hot.
+    // Reads size and times of all files. ScanTree() returns the number of files. Every scan begins with the processor's
+    // caches as filling and emptying the tables leave them. A game scans once, at its start, not in a loop that keeps
+    // the system's tables hot.
     template <typename SCAN>
     void Scan(benchmark::State & State, SCAN ScanTree)
     {
@@ -219,7 +229,7 @@ namespace
         {
             int const nFiles = ScanTree();
             State.PauseTiming();
-            if (nFiles != FILES + 2)
+            if (nFiles != FILES_AND_BLOBS)
             {
                 State.SkipWithError("files were missed");
             }
@@ -237,10 +247,11 @@ namespace
             [&sRoot]
             {
                 FileAddSearchPath(sRoot.c_str(), true, false);
-                return FileExists(Tree_c::FileName(FILES - 1).c_str()) ? FILES + 2 : 0;
+                return FileExists(Tree_c::FileName(FILES - 1).c_str()) ? FILES_AND_BLOBS : 0;
             });
     }
 
+    // Returns the number of files in an open folder and below it, and closes the folder.
     int ScanFolderBare(int iFolder)
     {
         int nFiles = 0;
@@ -336,10 +347,10 @@ namespace
     BENCHMARK(ExistsFindByName)->Name("Exists/find_by_name");
     BENCHMARK(ExistsStat)->Name("Exists/stat");
     BENCHMARK(ExistsPhysfs)->Name("Exists/physfs");
-    BENCHMARK(ReadWholeOurs)->Name("ReadWhole/ours")->Arg(16 << 10)->Arg(1 << 20);
-    BENCHMARK(ReadWholeBare)->Name("ReadWhole/bare_malloc")->Arg(16 << 10)->Arg(1 << 20);
-    BENCHMARK(ReadWholeIfstream)->Name("ReadWhole/ifstream")->Arg(16 << 10)->Arg(1 << 20);
-    BENCHMARK(ReadWholePhysfs)->Name("ReadWhole/physfs")->Arg(16 << 10)->Arg(1 << 20);
+    BENCHMARK(ReadWholeOurs)->Name("ReadWhole/ours")->Arg(SMALL_BLOB)->Arg(LARGE_BLOB);
+    BENCHMARK(ReadWholeBare)->Name("ReadWhole/bare_malloc")->Arg(SMALL_BLOB)->Arg(LARGE_BLOB);
+    BENCHMARK(ReadWholeIfstream)->Name("ReadWhole/ifstream")->Arg(SMALL_BLOB)->Arg(LARGE_BLOB);
+    BENCHMARK(ReadWholePhysfs)->Name("ReadWhole/physfs")->Arg(SMALL_BLOB)->Arg(LARGE_BLOB);
     BENCHMARK(ScanOurs)->Name("Scan/ours")->Unit(benchmark::kMillisecond);
     BENCHMARK(ScanReaddirStatx)->Name("Scan/readdir_statx")->Unit(benchmark::kMillisecond);
     BENCHMARK(ScanFts)->Name("Scan/fts")->Unit(benchmark::kMillisecond);

@@ -13,9 +13,10 @@ FUNCTION PeerFunction(char const * szLibrary, char const * szFunction)
     return hLibrary ? reinterpret_cast<FUNCTION>(::dlsym(hLibrary, szFunction)) : nullptr;
 }
 
+/// Functions of mimalloc, null if it is not installed.
 struct Mimalloc_s
 {
-    /// Returns whether it is installed. Otherwise fails the benchmark.
+    /// Returns whether mimalloc is installed. Otherwise fails the benchmark.
     bool IsInstalled(benchmark::State & State) const
     {
         bool const bInstalled = fnMalloc && fnFree;
@@ -25,8 +26,10 @@ struct Mimalloc_s
         }
         return bInstalled;
     }
+
+    /// Allocate and release a block. Require that mimalloc is installed.
     void * Allocate(std::size_t nBytes) { return fnMalloc(nBytes); }
-    void Release(void * p, std::size_t) { fnFree(p); }
+    void Release(void * pBlock, std::size_t) { fnFree(pBlock); }
 
     static constexpr char LIBRARY[] = "libmimalloc.so.2";
     void * (*fnMalloc)(std::size_t) = PeerFunction<void * (*)(std::size_t)>(LIBRARY, "mi_malloc");

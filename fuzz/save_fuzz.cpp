@@ -1,6 +1,6 @@
 // save_fuzz.cpp: saves of any bytes, compared with a model of their seal. Only a whole save has an archive.
 //
-// Bit 0 of the first byte corrects the length in the seal, bit 1 the CRC-32; the rest is the save.
+// Bit 0 of the first byte corrects the length in the seal, bit 1 the CRC-32. The rest is the save.
 #include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
 #include "zqcore/cfilesave.h"
@@ -9,26 +9,29 @@
 
 namespace
 {
-    // Returns the state of a save whose CRC-32, without its last four bytes, is nCrc.
-    FileSave_c::State_e StateOf(std::string const & sSave, std::size_t nArchive, std::uint32_t nCrc)
+    constexpr std::size_t SEAL_SIZE = 16;                          // bytes, the CRC-32 included
+    constexpr std::uint32_t OLDEST = 0x10000, PRESENT = 0x10003;   // versions of archives that load
+
+    // Returns the state of a save whose CRC-32, without its last four bytes, is dwCrc.
+    FileSave_c::State_e StateOf(std::string const & sSave, std::size_t nArchive, std::uint32_t dwCrc)
     {
-        if (sSave.size() < 8 || Input_c(std::string_view(sSave).substr(sSave.size() - 4)).Get<std::uint32_t>() != nCrc)
+        if (sSave.size() < 8 || Input_c(std::string_view(sSave).substr(sSave.size() - 4)).Get<std::uint32_t>() != dwCrc)
         {
             return FileSave_c::DAMAGED;
         }
-        std::string const sSeal = sSave.size() < 16 ? "none" : sSave.substr(nArchive);
+        std::string const sSeal = sSave.size() < SEAL_SIZE ? "none" : sSave.substr(nArchive);
         if (!sSeal.starts_with("ZQS") || sSeal[3] < '1' || sSeal[3] > '9')
         {
             return FileSave_c::OLDER;   // programs before the seal wrote the CRC-32 alone
         }
-        auto const nVersion = Input_c(sSave).Get<std::uint32_t>();
+        auto const dwVersion = Input_c(sSave).Get<std::uint32_t>();
         bool const bLength =
             Input_c(std::string_view(sSeal).substr(4)).Get<std::uint64_t>() == nArchive && nArchive >= 4;
-        return sSeal[3] > '1'                               ? FileSave_c::NEWER
-               : !bLength                                   ? FileSave_c::DAMAGED
-               : nVersion >= 0x10000 && nVersion <= 0x10003 ? FileSave_c::WHOLE
-               : nVersion > 0x10003                         ? FileSave_c::NEWER
-                                                            : FileSave_c::OLDER;
+        return sSeal[3] > '1'                                ? FileSave_c::NEWER
+               : !bLength                                    ? FileSave_c::DAMAGED
+               : dwVersion >= OLDEST && dwVersion <= PRESENT ? FileSave_c::WHOLE
+               : dwVersion > PRESENT                         ? FileSave_c::NEWER
+                                                             : FileSave_c::OLDER;
     }
 }
 
@@ -39,21 +42,21 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Input_c Input(pData, nSize);
     unsigned char const cCorrect = Input.Get();
     std::string sSave = Input.Extract();
-    std::size_t const nArchive = std::max<std::size_t>(sSave.size(), 16) - 16;
-    if (cCorrect & 1 && sSave.size() >= 16)
+    std::size_t const nArchive = std::max(sSave.size(), SEAL_SIZE) - SEAL_SIZE;
+    if (cCorrect & 1 && sSave.size() >= SEAL_SIZE)
     {
         std::memcpy(&sSave[nArchive + 4], &nArchive, 8);
     }
     std::size_t const nBefore = std::max<std::size_t>(sSave.size(), 4) - 4;
-    std::uint32_t const nCrc = PlainCrc32(std::string_view(sSave).substr(0, nBefore));
+    std::uint32_t const dwCrc = PlainCrc32(std::string_view(sSave).substr(0, nBefore));
     if (cCorrect & 2 && sSave.size() >= 4)
     {
-        std::memcpy(&sSave[nBefore], &nCrc, 4);
+        std::memcpy(&sSave[nBefore], &dwCrc, 4);
     }
     std::ofstream(s_sFile, std::ios::binary) << sSave;
 
-    FileSave_c::State_e const eState = s_Save.Load(0x10003);
-    Require(eState == StateOf(sSave, nArchive, nCrc));
+    FileSave_c::State_e const eState = s_Save.Load(PRESENT);
+    Require(eState == StateOf(sSave, nArchive, dwCrc));
     File_c * const pFile = s_Save.OpenFile();
     Require((pFile != nullptr) == (eState == FileSave_c::WHOLE));
     Require((s_Save.GetWhyNot()[0] == '\0') == (pFile != nullptr));

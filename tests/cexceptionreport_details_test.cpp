@@ -49,11 +49,12 @@ namespace
         return sText;
     }
 
-    // Returns the lines of a section.
+    // Returns the lines of a section, or an empty text if there is none of the name.
     std::string Section(std::string const & sDetails, std::string const & sName)
     {
-        std::size_t const nHead = sDetails.find("\n[" + sName + "]\n");
-        std::size_t const nFrom = nHead == std::string::npos ? sDetails.size() : nHead + sName.size() + 4;
+        std::string const sHead = "\n[" + sName + "]\n";
+        std::size_t const nHead = sDetails.find(sHead);
+        std::size_t const nFrom = nHead == std::string::npos ? sDetails.size() : nHead + sHead.size();
         return sDetails.substr(nFrom, sDetails.find("\n[", nFrom) - nFrom);
     }
 }
@@ -131,7 +132,7 @@ TEST_F(CrashDetails, SurviveADiskThatStops)
     std::string const sLog = Section(RunAlone("read busy stucklog").sDetails, "Process");
     EXPECT_THAT(sLog, ContainsRegex("log:\n(    \\|  *[0-9.]+\t0\tline [0-9]+ +end\n)+"
                                     "\\(cut: a fault, or the limit of 1 s\\)\ntimers:\n    Application\n    World\n"));
-    int iLine = 8;
+    int iLine = 8;   // the first of the last 32 of 40 lines
     for (std::size_t n = sLog.find("line "); n != std::string::npos; n = sLog.find("line ", n + 1))
     {
         EXPECT_EQ(std::stoi(sLog.substr(n + 5)), iLine++);

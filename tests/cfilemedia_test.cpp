@@ -6,6 +6,7 @@
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfiletrack.h"
 
+// Fixture with a registry and a current folder of its own. It restores the settings of the media.
 class FileMediaTest : public MediaTest
 {
 protected:
@@ -19,11 +20,12 @@ protected:
     {
         plat::RegistrySetFolder(plat::RegistryTree_e::Machine, nullptr);
         g_sGameFolder = "";
-        FileSetSplit("\\gamedata\\");
+        FileSetSplit("\\gamedata\\");   // the location, which the next call keeps
         FileSetSplit(nullptr);
         FileSetMediaTemplate("media*.zq");
     }
 
+    // Writes the registry's text for the media root, with a terminator as other programs store it.
     void WriteInstallDir(std::string const & sText) const
     {
         ASSERT_TRUE(plat::RegistryWrite(plat::RegistryTree_e::Machine, m_sKey.c_str(), "InstallDir",
@@ -128,7 +130,7 @@ TEST_F(FileMediaTest, TheIdleHeartbeatReportsChangesUntilTheShutdown)
     Make({ { "a.txt", "x" }, { "b.skip", "x" } });
     SetPQXMediaPath(m_Folder.GetPath().c_str());
     g_FileTrackChangesCallbacker.Add(NoteReport, false);
-    for (std::size_t nReported : { 1u, 2u })   // the second run's list is empty by the first one's end
+    for (std::size_t nReported : { 1u, 2u })   // the end of the first run empties the list
     {
         s_dReported.clear();
         ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
@@ -162,10 +164,11 @@ TEST_F(FileMediaTest, TakesTheGameFromTheCommandLine)
     fs::create_symlink(fs::read_symlink("/proc/self/exe"), m_Folder.Join("t"));   // a short name leaves room
     std::string const sStart =
         m_Folder.Join("t") + " --gtest_also_run_disabled_tests --gtest_filter=*.DISABLED_PrintsTheGame ";
+    constexpr std::size_t LONGEST = 255;   // characters of the command line that are searched for the game
     for (auto const & [sArguments, szResult] : Rows_t<std::string, char const *>{ { "", "<\\gamedata\\pqx\\ 0>" },
              { "a --game one --game two", "<\\gamedata\\one\\ 1>" }, { "--GAME mod", "<\\gamedata\\pqx\\ 0>" },
              { "--game", "<\\gamedata\\pqx\\ 0>" },
-             { std::string(255 - sStart.size(), 'x') + " --game mod", "<\\gamedata\\pqx\\ 0>" } })
+             { std::string(LONGEST - sStart.size(), 'x') + " --game mod", "<\\gamedata\\pqx\\ 0>" } })
     {
         EXPECT_THAT(RunShell(TEST_EMULATOR + sStart + sArguments + " 2>&1").sOutput, testing::HasSubstr(szResult))
             << sArguments;

@@ -14,6 +14,8 @@
 
 namespace
 {
+    constexpr int GROUP = GigaPoolStatic_c::GROUP_ELEMENTS;
+    constexpr std::uint32_t FULL = 0xFFFFFFFF;   // a group with all elements in use
     constexpr char ARRAY_CONDITION[] = "!( ( (pGroup->m_iArray & iBit) ? true : false ) ^ bArray )";
 
     // A plain model of one slab: which element the next Alloc returns.
@@ -22,7 +24,7 @@ namespace
         std::deque<int> dFree = { 0, 1, 2, 3 };   // groups with room
         std::uint32_t dBits[4] = {};
 
-        // Returns the element's index, or -1.
+        // Allocates an element and returns its index, or -1 if all are in use.
         int Alloc()
         {
             if (dFree.empty())
@@ -31,20 +33,20 @@ namespace
             }
             int const iGroup = dFree.front();
             int const iBit = std::countr_one(dBits[iGroup]);
-            if ((dBits[iGroup] |= 1u << iBit) == 0xFFFFFFFF)
+            if ((dBits[iGroup] |= 1u << iBit) == FULL)
             {
                 dFree.pop_front();
             }
-            return iGroup * 32 + iBit;
+            return iGroup * GROUP + iBit;
         }
 
         void Free(int iElement)
         {
-            if (dBits[iElement / 32] == 0xFFFFFFFF)
+            if (dBits[iElement / GROUP] == FULL)
             {
-                dFree.push_front(iElement / 32);
+                dFree.push_front(iElement / GROUP);
             }
-            dBits[iElement / 32] &= ~(1u << iElement % 32);
+            dBits[iElement / GROUP] &= ~(1u << iElement % GROUP);
         }
     };
 
@@ -54,11 +56,32 @@ namespace
         return static_cast<char *>(pFirst) + static_cast<std::ptrdiff_t>(iElement) * nSize;
     }
 
+    // Allocates elements and returns their addresses in order.
     std::vector<void *> AllocateElements(GigaPoolResizeable_c & Pool, int nElements)
     {
         std::vector<void *> dTaken(static_cast<std::size_t>(nElements));
         std::generate(dTaken.begin(), dTaken.end(), [&] { return Pool.Alloc(false); });
         return dTaken;
+    }
+
+    // Expects that a listener of a complaint about the pool may allocate from it.
+    template <typename POOL>
+    void ExpectThatAListenerMayUse(POOL Pool)
+    {
+        static POOL * s_pPool;
+        static std::set<void *> s_dOut;
+        s_pPool = &Pool;
+        void * const p = Pool.Alloc(false);
+        g_ExecutionCallbacker.Add([](bool) { s_dOut.insert(s_pPool->Alloc(false)); }, false);
+        EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(Pool.Free(p, true)); }), ARRAY_CONDITION);
+        g_ExecutionCallbacker.Reset();
+        EXPECT_EQ(Pool.WaterMark(), 2) << "one when the program stops, one when it goes on";
+        EXPECT_EQ(Pool.Alloc(false), p);
+        s_dOut.insert(p);
+        for (int i = 0; i < 40; ++i)
+        {
+            EXPECT_TRUE(s_dOut.insert(Pool.Alloc(false)).second) << "an element that is out already";
+        }
     }
 }
 
@@ -68,7 +91,7 @@ TEST(GigaPoolStatic, ReturnsTheElementsThatAPlainModelReturns)
     for (int const nSize : { 1, 3, 8, 24, 64, 1000, 1447, 1448, 1449, 5000 })
     {
         SCOPED_TRACE(nSize);
-        GigaPoolStatic_c Pool(3 * 32 + 1, nSize);
+        GigaPoolStatic_c Pool(3 * GROUP + 1, nSize);   // rounded up to the four groups of the model
         void * const pFirst = Pool.Alloc(false);
         Pool.Free(pFirst, false);
         Model_s Model;
@@ -106,7 +129,8 @@ TEST(GigaPoolStatic, ReturnsTheElementsThatAPlainModelReturns)
 
 TEST(GigaPoolStatic, FindsTheElementAtEveryEdgeOfTheLargestPool)
 {
-    int const nSize = sizeof(void *) == 8 && !plat::ADDRESS_CHECKER ? 1448 : 24;   // 3 GB, hardly any of it touched
+    // The larger size takes 3 GB, hardly any of it touched.
+    int const nSize = sizeof(void *) == 8 && !plat::ADDRESS_CHECKER ? 1448 : 24;
     GigaPoolStatic_c Pool(GigaPoolStatic_c::MAX_ELEMENTS, nSize);
     void * const pFirst = Pool.Alloc(false);
     ASSERT_TRUE(pFirst);
@@ -157,7 +181,7 @@ TEST(GigaPoolStatic, MisuseFailsItsConditionAndHarmsNothing)
         FailedConditions([&] { Pool.Init(GigaPoolStatic_c::MAX_ELEMENTS + 1, 1); }), "m_iNumGroups<GIGA_GROUP_NULL");
     EXPECT_TRUE(Pool.Alloc(false));
 
-    GigaPoolStatic_c Full(GigaPoolStatic_c::GROUP_ELEMENTS, 8);
+    GigaPoolStatic_c Full(GROUP, 8);
     while (Full.Alloc(false))
     {}
     Full.Reset();
@@ -167,11 +191,11 @@ TEST(GigaPoolStatic, MisuseFailsItsConditionAndHarmsNothing)
     GigaGroup_c * pGroups;
     std::memcpy(&pGroups, static_cast<void *>(&Overwritten), sizeof pGroups);
     pGroups[1].Alloc(true);
-    std::memset(static_cast<void *>(&pGroups[1]), 0, sizeof(std::uint32_t));   // an array that was never allocated
+    std::memset(static_cast<void *>(&pGroups[1]), 0, sizeof(std::uint32_t));   // an array that is not allocated
     EXPECT_EQ(FailedConditions(
                   [&]
                   {
-                      for (int i = 0; i < 32; ++i)
+                      for (int i = 0; i < GROUP; ++i)
                       {
                           Overwritten.Alloc(false);
                       }
@@ -193,10 +217,11 @@ TEST(GigaPool, UseOfAFreedElementIsCaughtByTheAddressChecker)
 TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
 {
     std::mt19937 Random(8);
+    constexpr int CHUNK_BYTES = 0x40000;     // of a pool for few elements
     for (int const nSize : { 8192, 1024 })   // one group in each chunk, and eight
     {
         SCOPED_TRACE(nSize);
-        int const nPerChunk = 0x40000 / nSize;
+        int const nPerChunk = CHUNK_BYTES / nSize;
         GigaPoolResizeable_c Pool(1, nSize);
         std::vector<void *> dTaken = AllocateElements(Pool, 3 * nPerChunk);
         std::ptrdiff_t const nFull = MemoryTotalAllocations();
@@ -228,13 +253,6 @@ TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
         EXPECT_EQ(Pool.HighWaterMark(), 3 * nPerChunk);
         EXPECT_TRUE(Pool.Alloc(false)) << "without a new Init";
     }
-
-    GigaPoolResizeable_c Pool(1, 8192);
-    std::vector<void *> const dTaken = AllocateElements(Pool, 32);
-    EXPECT_TRUE(Pool.Alloc(false));
-    EXPECT_EQ(FailedConditions([&] { Pool.IsArray(dTaken[0]); }), "0 && \"why would you care?\"");
-    EXPECT_EQ(FailedConditions([&] { Pool.Init(1, 8); }), "!m_pFullList & !m_pHalfList");
-    EXPECT_EQ(Pool.ElementSize(), 8192);
 }
 
 TEST(GigaPoolResizeable, MisuseFailsItsConditionAndHarmsNothing)
@@ -255,6 +273,9 @@ TEST(GigaPoolResizeable, MisuseFailsItsConditionAndHarmsNothing)
     EXPECT_EQ(Pool.WaterMark(), 40);
 
     std::vector<void *> const dMore = AllocateElements(Pool, 300);   // past the end of the chunk
+    EXPECT_EQ(FailedConditions([&] { Pool.IsArray(dTaken[0]); }), "0 && \"why would you care?\"");
+    EXPECT_EQ(FailedConditions([&] { Pool.Init(1, 8); }), "!m_pFullList & !m_pHalfList");
+    EXPECT_EQ(Pool.ElementSize(), 1024);
     EXPECT_TRUE(Pool.Free(dTaken[0], false));
     EXPECT_EQ(Pool.Alloc(false), dTaken[0]) << "its chunk was full";
 
@@ -262,25 +283,6 @@ TEST(GigaPoolResizeable, MisuseFailsItsConditionAndHarmsNothing)
     EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Unready.Alloc(false), nullptr); }),
         "m_pData, Trying to allocate 0 bytes, watermark 0 & m_pGroups");
     EXPECT_EACH(Unready.WaterMark() == 0, !Unready.IsValid(&Unready));
-}
-
-template <typename POOL>
-void ExpectThatAListenerMayUse(POOL Pool)
-{
-    static POOL * s_pPool;
-    static std::set<void *> s_dOut;
-    s_pPool = &Pool;
-    void * const p = Pool.Alloc(false);
-    g_ExecutionCallbacker.Add([](bool) { s_dOut.insert(s_pPool->Alloc(false)); }, false);
-    EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(Pool.Free(p, true)); }), ARRAY_CONDITION);
-    g_ExecutionCallbacker.Reset();
-    EXPECT_EQ(Pool.WaterMark(), 2) << "one when the program stops, one when it goes on";
-    EXPECT_EQ(Pool.Alloc(false), p);
-    s_dOut.insert(p);
-    for (int i = 0; i < 40; ++i)
-    {
-        EXPECT_TRUE(s_dOut.insert(Pool.Alloc(false)).second) << "an element that is out already";
-    }
 }
 
 TEST(GigaPool, AListenerOfAComplaintMayUseThePool)

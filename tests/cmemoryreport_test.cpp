@@ -15,21 +15,22 @@ namespace
     constexpr std::size_t AROUND = 15 + 2 * sizeof(void *);   // bytes of an aligned block beyond those asked for
     char const * const SOURCE = __FILE__;
 
+    // Returns the word of a client block of a category.
     std::uint32_t WordOf(mem::Categories_e eCategory)
     {
         return static_cast<std::uint32_t>((eCategory << MEMORY_CATEGORY_SHIFT) | MEMORY_CLIENT_BLOCK);
     }
 
-    // Returns a record of the call log, some frames after the test's start.
-    std::string Record(int iFrame, int iLine, mem::Categories_e eCategory, std::size_t nBytes)
+    // Returns a record of the call log, nFrames after the present frame.
+    std::string Record(int nFrames, int iLine, mem::Categories_e eCategory, std::size_t nBytes)
     {
         std::ostringstream Text;
-        Text << g_MemoryCounters.iFrame + iFrame << ";\"" << SOURCE << "\";" << iLine << ';' << eCategory << ';'
+        Text << g_MemoryCounters.iFrame + nFrames << ";\"" << SOURCE << "\";" << iLine << ';' << eCategory << ';'
              << nBytes << '\n';
         return Text.str();
     }
 
-    // Runs in a child process, where the call log's header is still to come, with a folder for the log.
+    // Runs fnRun in a child process, where the call log's header is still to come, with a folder for the log.
     void RunInChild(TempFolder_c const & Folder, void (*fnRun)())
     {
         auto const Run = [&]
@@ -50,9 +51,11 @@ namespace
         plat::HeapFree(plat::HeapAlloc(7, MEMORY_CRT_BLOCK, SOURCE, 12));
         plat::HeapFree(plat::HeapAlloc(8, WordOf(mem::AI), SOURCE, 13));
     }
-    std::string AllocatedBlocks(int iFrame)
+
+    // Returns the call log's records of those that are logged.
+    std::string AllocatedBlocks(int nFrames)
     {
-        return Record(iFrame, 11, mem::Core, 40 + AROUND) + Record(iFrame, 13, mem::AI, 8);
+        return Record(nFrames, 11, mem::Core, 40 + AROUND) + Record(nFrames, 13, mem::AI, 8);
     }
 }
 
@@ -104,9 +107,13 @@ TEST(MemoryReport, ListsLiveBlocksAndTalliesThemBySize)
     MemoryLogAllocations();   // allocates what opening a file keeps
     MemoryTally_s Tally = MemoryWriteBlocks(nullptr, nullptr);
 
-    // The bytes of a block and the class that must count it: 0 to 3, or -1.
-    constexpr std::pair<std::size_t, int> BLOCKS[] = { { 0, 0 }, { 64, 0 }, { 65, 1 }, { 128, 1 }, { 129, 2 },
-        { 257, 3 }, { 512, 3 }, { 513, -1 } };
+    struct Row_s
+    {
+        std::size_t nBytes;
+        int iClass;   // index in dInClass; -1 if no class counts the block
+    };
+    constexpr Row_s BLOCKS[] = { { 0, 0 }, { 64, 0 }, { 65, 1 }, { 128, 1 }, { 129, 2 }, { 257, 3 }, { 512, 3 },
+        { 513, -1 } };
     void * dBlocks[std::size(BLOCKS) + 3] = { plat::HeapAlloc(3, MEMORY_CRT_BLOCK, "other kind", 1),
         plat::HeapAlloc(5, WordOf(mem::TOTAL), SOURCE, 77), plat::HeapAlloc(6, WordOf(mem::AI), nullptr, 0) };
     Tally.nTotal += 2;

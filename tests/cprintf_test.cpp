@@ -5,13 +5,15 @@
 
 namespace
 {
-    // Calls with text classes and without. The last one shows that the compiler's own check is still there. s is a
-    // String_T, t a std::string, v a std::string_view.
+    // Source text of a call.
     struct Call_s
     {
         char const * szCall;
         bool bCompiles;
     };
+
+    // Calls with text classes and without. The last one shows that the compiler's own check is still there. s is a
+    // String_T, t a std::string, v a std::string_view, n an int.
     constexpr Call_s CALLS[] = {
         { R"(Log("%s %-8s|%.*s|%i %5.1f %p %c%%", s, t, n, v, n, 1.5, &n, 'c');)", true },
         { R"(Log("%zu %td %jd %ld %lld %hhu %Lf %lf %ls %s", sizeof n, &n - &n, std::intmax_t{ 1 }, 1L, 1LL, 1, 1.0L, 1.0, L"w", s);)",
@@ -67,12 +69,14 @@ TEST(Printf, TakesTextClassesInAllFunctions)
     EXPECT_EQ(FailedConditions([&] { ZQ_ASSERT_EX(s.IsEmpty(), "%s is %s", s, t); }), "s.IsEmpty(), Ogre is the cave");
 }
 
-// g++ refuses with optimisation, clang++ always.
+// g++ refuses only with optimisation, clang++ always.
 TEST(Printf, ACallWithAWrongFormatDoesNotCompile)
 {
+    constexpr int FIRST_LINE = 101;
     TempFolder_c const Folder;
     std::string sSource = "#include \"zqcore/clog.h\"\n#include \"zqcore/clogf.h\"\n#include \"zqcore/cstring.h\"\n"
-                          "#include <string>\n#line 101\n";
+                          "#include <string>\n#line "
+                          + std::to_string(FIRST_LINE) + "\n";
     for (Call_s const & Call : CALLS)
     {
         sSource += "void F" + std::to_string(&Call - CALLS)
@@ -91,10 +95,10 @@ TEST(Printf, ACallWithAWrongFormatDoesNotCompile)
         Result_t const Compiled =
             RunShell(sCompiler + " -std=c++20 -Wall -I" + TEST_SOURCE_FOLDER + " -I" + TEST_PLATFORM_INCLUDE + " -c "
                      + sFile + " -o " + Folder.Join("calls.o") + " 2>&1");
-        int iLine = 100;
+        int iLine = FIRST_LINE;
         for (Call_s const & Call : CALLS)
         {
-            std::string const sPlace = "calls.cpp:" + std::to_string(++iLine) + ":";
+            std::string const sPlace = "calls.cpp:" + std::to_string(iLine++) + ":";
             EXPECT_EQ(Compiled.sOutput.find(sPlace) == std::string::npos, Call.bCompiles)
                 << sCompiler << ": " << Call.szCall << "\n"
                 << Compiled.sOutput;

@@ -14,7 +14,7 @@ namespace
 {
     constexpr char LOST[] = "ProfilerSwapStats: failed to write file - Ivo Renning";
 
-    // Pushes names and pops at ")"; a name with "/" goes under the root.
+    // Pushes names, and pops at ")". A name that begins with "/" goes under the root.
     void PushAndPop(std::initializer_list<char const *> dNames)
     {
         for (char const * szName : dNames)
@@ -34,10 +34,11 @@ namespace
     std::string Tree(profiler::timer_t const * pParent, int iFrame = 0)
     {
         std::string sTree;
-        for (profiler::timer_t const * p = pParent->pChild; p; p = p->pNext)
+        for (profiler::timer_t const * pTimer = pParent->pChild; pTimer; pTimer = pTimer->pNext)
         {
-            sTree += std::string(sTree.empty() ? "" : " ") + static_cast<char const *>(p->szName) + "*"
-                     + std::to_string(p->dFrames[iFrame].nCalls) + (p->pChild ? "(" + Tree(p, iFrame) + ")" : "");
+            sTree += std::string(sTree.empty() ? "" : " ") + static_cast<char const *>(pTimer->szName) + "*"
+                     + std::to_string(pTimer->dFrames[iFrame].nCalls)
+                     + (pTimer->pChild ? "(" + Tree(pTimer, iFrame) + ")" : "");
         }
         return sTree;
     }
@@ -51,12 +52,13 @@ namespace
     {
         Figures_t dFigures{ 0, 0, 0, -1 };
         std::int64_t nCount = 0;
-        for (std::size_t i = dFrames.size(); i-- > 0 && nCount < 149; ++nCount)
+        for (std::size_t i = dFrames.size(); i-- > 0 && nCount < PROFILER_FRAMES - 1; ++nCount)
         {
             dFigures[0] += dFrames[i].first;
             if (dFrames[i].first > dFigures[1])
             {
-                dFigures = { dFigures[0], dFrames[i].first, dFrames[i].second, static_cast<std::int64_t>(i % 150) };
+                auto const iSlot = static_cast<std::int64_t>(i % PROFILER_FRAMES);
+                dFigures = { dFigures[0], dFrames[i].first, dFrames[i].second, iSlot };
             }
         }
         dFigures[0] /= nCount;
@@ -146,6 +148,7 @@ TEST_F(Profiler, AScopePopsWhatAnExceptionLeft)
 TEST_F(Profiler, FiguresAreThoseOfTheLast149Frames)
 {
     std::mt19937 Random(7);
+    // Kinds of times: equal ones, ties, falling ones, rare ones, large ones.
     for (std::size_t iKind = 0; iKind < 5; ++iKind)
     {
         ProfilerReset();
@@ -159,58 +162,60 @@ TEST_F(Profiler, FiguresAreThoseOfTheLast149Frames)
             std::int64_t const tTime =
                 std::array<std::int64_t, 5>{ 700, tTie, 999 - i - tTie, i % 200 ? 0 : 9, tTie << 50 }[iKind];
             dFrames.emplace_back(tTime, Random() % 9);
-            Timer.dFrames[i % 150] = { tTime, dFrames.back().second };
+            Timer.dFrames[i % PROFILER_FRAMES] = { tTime, dFrames.back().second };
             ProfilerUpdateFrame(false);
             tMaxEver = std::max(tMaxEver, Timer.tMax);
             Figures_t const dFigures{ Timer.tAverage, Timer.tMax, Timer.nAtMax, Timer.iMaxSlot };
             ASSERT_EQ(dFigures, LookBack(dFrames)) << "kind " << iKind << " frame " << i;
-            ASSERT_EQ((Frames_t{ { Timer.tLast, Timer.nLast }, { tMaxEver, 0 } }),
-                (Frames_t{ dFrames.back(), { Timer.tMaxEver, Timer.dFrames[(i + 1) % 150].tTime } }));
+            std::int64_t const tNext = Timer.dFrames[(i + 1) % PROFILER_FRAMES].tTime;
+            ASSERT_EQ(std::tuple(Timer.tLast, Timer.nLast, Timer.tMaxEver, tNext),
+                std::tuple(tTime, dFrames.back().second, tMaxEver, 0));
         }
     }
 }
 
 TEST_F(Profiler, MeasuresAcrossAClockThatRunsBackwards)
 {
+    constexpr std::int64_t WAIT = 20000;   // ticks
     for (std::int64_t const tOffset : { std::int64_t{ 0 }, std::int64_t{ 0x7000000000 } })
     {
         ProfilerReset();
         std::int64_t const tBefore = shortTimeGet() + tOffset;
         ProfilerPush("a", false);
         ProfilerGetTimer("a")->tStart += tOffset;
-        shortTimeWait(20000);
+        shortTimeWait(WAIT);
         ProfilerPop();
         std::int64_t const tTime = ProfilerGetTimer("a")->dFrames[0].tTime + tOffset - (tOffset ? 0x80000000 : 0);
-        EXPECT_GE(tTime, 20000) << tOffset;
+        EXPECT_GE(tTime, WAIT) << tOffset;
         EXPECT_LE(tTime, shortTimeGet() + tOffset - tBefore) << tOffset;
     }
 }
 
 TEST_F(Profiler, LeavesOutWhatFindsNoRoom)
 {
-    for (std::uint32_t i = 1; i < 512; ++i)   // the root is the first
+    for (std::uint32_t i = 1; i < MAX_TIMERS_TOTAL; ++i)   // the root is the first
     {
         ProfilerPush(i, "t");
         ProfilerPop();
     }
-    EXPECT_EQ(FailedConditions([] { ProfilerPush(512, "t"); }), "g_iTimerTotalCount < MAX_TIMERS_TOTAL");
+    EXPECT_EQ(FailedConditions([] { ProfilerPush(MAX_TIMERS_TOTAL, "t"); }), "g_iTimerTotalCount < MAX_TIMERS_TOTAL");
     PushAndPop({ "t", ")" });
     EXPECT_EQ(FailedConditions(
                   []
                   {
-                      ProfilerPop(512);
+                      ProfilerPop(MAX_TIMERS_TOTAL);
                       ProfilerPop();
                   }),
         "g_iTimerStackTop > 1");
     ProfilerReset();
-    while (g_iTimerStackTop < 64)
+    while (g_iTimerStackTop < MAX_TIMERS_INHERITED)
     {
         ProfilerPush("deep", false);
     }
     EXPECT_EQ(FailedConditions([] { ProfilerPush("deep", true); }), "g_iTimerStackTop < MAX_TIMERS_INHERITED");
     ProfilerPop();
     EXPECT_EQ(FailedConditions([] { ProfilerPop(7); }), "pTop->iTimer==_iTimer");
-    EXPECT_EQ(g_iTimerStackTop, 63);
+    EXPECT_EQ(g_iTimerStackTop, MAX_TIMERS_INHERITED - 1);
     EXPECT_EQ(m_Dialogs.GetCount(), 0);
 }
 
@@ -221,6 +226,7 @@ protected:
 
     void SetUp() override { SKIP_IF(GetParam() && !HasRequestQueue(), "the kernel has no queue of requests"); }
 
+    // Returns whether this process has a queue of requests.
     static bool IsQueueOpen()
     {
         std::error_code Gone;
@@ -228,13 +234,14 @@ protected:
             [&](auto const & Entry) { return read_symlink(Entry.path(), Gone) == "anon_inode:[io_uring]"; });
     }
 
+    // Appends values as they lie in memory.
     template <typename T>
     static void Put(std::string & sTo, std::initializer_list<T> dValues)
     {
         sTo.append(reinterpret_cast<char const *>(dValues.begin()), dValues.size() * sizeof(T));
     }
 
-    // Appends a record by its layout. Frame i of 150 took tFirst + i in i calls.
+    // Appends a record by its layout. Frame i of 150 takes tFirst + i in i calls.
     static void PutRecord(std::string & sTo, char cName, std::uint32_t dwChild, std::uint32_t dwNext, int tFirst)
     {
         sTo += cName + std::string(31, '\0');
@@ -252,15 +259,15 @@ protected:
     static std::string Batch(std::string const & sHeader)
     {
         ProfilerReset();
-        for (char const c : std::string("ac  b "))
+        for (char const cName : std::string("ac  b "))   // a blank is a pop
         {
-            if (c == ' ')
+            if (cName == ' ')
             {
                 ProfilerPop();
             }
             else
             {
-                ProfilerPush(static_cast<std::uint32_t>(c), std::string(1, c).c_str());
+                ProfilerPush(static_cast<std::uint32_t>(cName), std::string(1, cName).c_str());
             }
         }
         for (std::uint32_t i = 0; i < 150; ++i)
@@ -274,12 +281,15 @@ protected:
         }
         std::string sBatch("\4\0\0\0", 4);
         std::uint32_t const dwAddress = *reinterpret_cast<std::uint32_t const *>(sHeader.data() + 4);
-        PutRecord(sBatch, 'r', dwAddress + 2504, 0, 0);
-        PutRecord(sBatch, 'a', dwAddress + 2 * 2504, dwAddress + 3 * 2504, 1000);
+        PutRecord(sBatch, 'r', dwAddress + RECORD_SIZE, 0, 0);
+        PutRecord(sBatch, 'a', dwAddress + 2 * RECORD_SIZE, dwAddress + 3 * RECORD_SIZE, 1000);
         PutRecord(sBatch, 'c', 0, 0, 2000);
         PutRecord(sBatch, 'b', 0, 0, 3000);
+        // The root has another name and identifier.
         return sBatch.replace(4, 36, std::string("root").append(31, '\0') + '\x80');
     }
+
+    static constexpr std::uint32_t RECORD_SIZE = 2504;   // bytes
 
     FileName_c const m_sName{ m_Folder.Join("stats").c_str() };
 };
@@ -292,7 +302,8 @@ TEST_P(ProfilerStats, FileHasTheLayout)
     ProfilerInitSwapStats("");
     std::ptrdiff_t const nBlocks = MemoryTotalAllocations();
     ProfilerInitSwapStats(m_sName);
-    EXPECT_EQ(MemoryTotalAllocations() - nBlocks, g_dOpenTracks.GetLength());   // one each
+    EXPECT_EQ(
+        std::pair(MemoryTotalAllocations() - nBlocks, g_dOpenTracks.GetLength()), std::pair(std::ptrdiff_t{ 1 }, 1));
     EXPECT_EQ(IsQueueOpen(), GetParam());
     std::string const sHeader = m_Folder.Read("stats");
     auto const nAddress = reinterpret_cast<std::uintptr_t>(ProfilerGetRoot());
@@ -306,13 +317,15 @@ TEST_P(ProfilerStats, FileHasTheLayout)
         EXPECT_GT(g_tSwapLastTime, 1) << tLongest;
         EXPECT_EQ(g_tSwapMaxTime, std::max(tLongest, g_tSwapLastTime)) << tLongest;
     }
-    for (int i = 0; i < 149; ++i)
+    for (int i = 0; i < PROFILER_FRAMES - 1; ++i)   // too few for a batch
     {
         ProfilerUpdateFrame(false);
     }
     std::ptrdiff_t const nLater = MemoryTotalAllocations();
     ProfilerInitSwapStats(m_Folder.Join("second").c_str());
-    EXPECT_EQ(MemoryTotalAllocations() - nLater + g_dOpenTracks.GetLength(), 1) << "the first one is closed";
+    EXPECT_EQ(
+        std::pair(MemoryTotalAllocations() - nLater, g_dOpenTracks.GetLength()), std::pair(std::ptrdiff_t{ 0 }, 1))
+        << "the first one is closed";
     EXPECT_TRUE(m_Folder.Read("stats") == sExpected);
     std::string const sSecond = Batch(sHeader);
     std::ptrdiff_t const nOpen = MemoryTotalAllocations();

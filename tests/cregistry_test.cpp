@@ -50,12 +50,13 @@ namespace
             plat::RegistrySetPlatform(0);
         }
 
+        // Writes a text to the user's tree. Returns whether that succeeds.
         static bool Write(char const * szKey, char const * szName, std::string const & sData)
         {
             return plat::RegistryWrite(USER, szKey, szName, RegistryType_e::Text, sData.data(), sData.size());
         }
 
-        // Returns a text of up to 60,000 characters, or "none".
+        // Returns a text value of up to 60,000 characters, or "none" if there is no such value.
         static std::string Read(char const * szKey, char const * szName, RegistryTree_e eTree = USER)
         {
             std::string sData(60000, '?');
@@ -66,8 +67,8 @@ namespace
             return bRead && eType == RegistryType_e::Text ? sData : "none";
         }
 
-        // Returns what GetKeyInfo reports of the open key: subkeys, values, and the longest of their names and of the
-        // data.
+        // Returns what GetKeyInfo reports of the open key: the number of subkeys, the length of their longest name, the
+        // number of values, the length of their longest name, and the size of the largest value.
         static std::vector<int> Figures(Registry_c & Registry)
         {
             _tag_KEY_INFO Found{};
@@ -106,12 +107,13 @@ TEST_F(RegistryTest, ReadsEachTypeOnlyAsWhatItHolds)
     EXPECT_EACH(!Registry.WriteValue("i", 1), !Registry.ValueExists("i"), !Registry.DeleteKey("x", 1)) << "no key open";
     ASSERT_TRUE(Registry.CreateKey("Software\\Test"));
     double const fDouble = -1.0 / 3.0;
-    plat::RegistryWrite(USER, "software\\TEST", "d", RegistryType_e::Untyped, &fDouble, 8);
+    plat::RegistryWrite(USER, "software\\TEST", "d", RegistryType_e::Untyped, &fDouble, sizeof(fDouble));
     EXPECT_EACH(Registry.WriteValue("i", -5), Registry.WriteValue("f", 0.1f), Registry.WriteString("four", "1234"),
         Registry.WriteString("t", "some text"), Registry.WriteData("b", "\0\1\2", 3),
         Registry.WriteData("four bytes", "\x0D\0\0\0", 4));
 
-    // The bits of ReadInt and ReadFloat, 77 by default; what ReadValue reads by type, and the float, 99 before.
+    // iBits is what ReadInt and ReadFloat return, 77 by default. bInt, bDouble and bFloat are the results of ReadValue,
+    // and fFloat is the float after it, 99 before.
     for (auto const & [szName, iBits, bInt, bDouble, bFloat, fFloat] :
         Rows_t<char const *, int, bool, bool, bool, float>{ { "i", -5, true, false, false, 0.0f },
             { "f", std::bit_cast<int>(0.1f), false, false, true, 0.1f }, { "d", 77, false, true, true, -1.0f / 3.0f },
@@ -138,12 +140,12 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
     EXPECT_EACH(Registry.CreateKey("Software\\Test"), Registry.WriteString("t", "some text"),
         Registry.WriteData("b", "\0\1\2", 3), Registry.WriteValue("i", -5));
     char szBuffer[16] = "untouched";
-    EXPECT_EACH(!Registry.ReadString("t", szBuffer, 8), !Registry.ReadString("b", szBuffer, 16),
-        !Registry.ReadData("t", szBuffer, 16), !Registry.ReadData("b", szBuffer, 2));
+    EXPECT_EACH(!Registry.ReadString("t", szBuffer, 8), !Registry.ReadString("b", szBuffer, sizeof(szBuffer)),
+        !Registry.ReadData("t", szBuffer, sizeof(szBuffer)), !Registry.ReadData("b", szBuffer, 2));
     EXPECT_STREQ(szBuffer, "untouched");
     EXPECT_TRUE(Registry.ReadString("t", szBuffer, 9));
     EXPECT_STREQ(szBuffer, "some text") << "exactly as long, no terminator added";
-    EXPECT_TRUE(Registry.ReadData("b", szBuffer, 16));
+    EXPECT_TRUE(Registry.ReadData("b", szBuffer, sizeof(szBuffer)));
     EXPECT_EQ(std::string(szBuffer, 4), std::string("\0\1\2e", 4));
     _tag_DATA_INFO Info = { 9, 9 };
     EXPECT_EACH(!Registry.GetDataInfo("none", &Info), Info.dwType == 0, Info.dwSize == 0,
@@ -162,7 +164,8 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
         EXPECT_EQ(nHave, nSize) << szName;
         EXPECT_EQ(std::string(szBuffer, 4), bRead ? "\xFB\xFF\xFF\xFF" : "????") << szName;
     }
-    EXPECT_FALSE(Write("k", "huge", std::string(16 * 1024 * 1024 + 1, 'h')));
+    constexpr std::size_t LARGEST = 16 * 1024 * 1024;   // bytes of a value
+    EXPECT_FALSE(Write("k", "huge", std::string(LARGEST + 1, 'h')));
     EXPECT_FALSE(plat::RegistryKeyExists(USER, "k")) << "a refused value makes no key";
 }
 
@@ -265,7 +268,7 @@ TEST_F(RegistryTest, DeletesKeysAndLeavesWhatIsNotItsOwn)
     ASSERT_TRUE(Registry.OpenKey("top", 0));
     EXPECT_EACH(!Registry.DeleteKey("b", 0), !Registry.DeleteKey("none", 1), !Registry.DeleteKey(nullptr, 1));
     EXPECT_EACH(Registry.DeleteKey("B", 1), Registry.DeleteKey("zz\\.x", 0));
-    EXPECT_EQ(SubKeys(Registry), "a zz ") << "the current key is what it was";
+    EXPECT_EQ(SubKeys(Registry), "a zz ") << "the open key stays open";
     m_Folder.Write("user/top/a/foreign", "x");
     EXPECT_FALSE(Registry.DeleteKey("a", 1)) << "what is not the store's is left alone";
     EXPECT_EACH(Inner.OpenKey("top\\zz", 0), !Inner.DeleteKey("\\", 1), !Inner.DeleteKey("\\\\", 0),
@@ -302,12 +305,13 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
         "~1\\=install", "\x01\xFF\n/", sLongA + "\\" + sLongB, sLongA + "\\" + sLong + "c" };
     std::string const dNames[] = { "", "one", "ONE", "a\\b", "\xC3\xA4/%41", "A", "%41", "=~@.", "..", "@key", "~",
         sLongA, sLongB };
+    auto const fnPick = [&Random](auto const & dTexts) { return dTexts[Random() % std::size(dTexts)]; };
     std::map<std::string, std::map<std::string, std::string>> dModel;   // values by folded key and name
     Registry_c Registry;
     for (int iStep = 0; iStep < 3000; ++iStep)
     {
         SCOPED_TRACE(iStep);
-        std::string const sKey = dKeys[fnRandom(13)], sName = dNames[fnRandom(13)], sOther = dNames[fnRandom(13)];
+        std::string const sKey = fnPick(dKeys), sName = fnPick(dNames), sOther = fnPick(dNames);
         std::string const sModelKey = Lower(sKey), sModelName = Lower(sName), sModelOther = Lower(sOther);
         bool const bKey = dModel.count(sModelKey) != 0;
         ASSERT_EQ(Registry.OpenKey(sKey.c_str(), 0) != 0, bKey) << sKey;
@@ -354,7 +358,7 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
         for (auto const & [sAnyKey, dAll] : dModel)
         {
             ASSERT_TRUE(Registry.OpenKey(sAnyKey.c_str(), 0));
-            EXPECT_EQ(Figures(Registry)[2], static_cast<int>(dAll.size()));
+            EXPECT_EQ(Figures(Registry)[2], static_cast<int>(dAll.size())) << "number of values";
             for (auto const & [sAnyName, sData] : dAll)
             {
                 ASSERT_EQ(Read(sAnyKey.c_str(), sAnyName.c_str()), sData) << sAnyKey << " " << sAnyName;
@@ -402,11 +406,11 @@ TEST_F(RegistryTest, KilledWritersAndRenamersLoseAndHalveNothing)
     std::string const dTexts[] = { std::string(5000, 'a'), std::string(50000, 'b') };
     EXPECT_EACH(Write("k", "w", dTexts[0]), Write("k", "x", dTexts[1]));
     std::mt19937 Random(8);
-    int nX = 0, nY = 0;
+    int nX = 0, nY = 0;                                      // rounds that leave only x, and only y
     int const nRounds = plat::ADDRESS_CHECKER ? 100 : 300;   // under it a fork takes ten times as long
     for (int iRound = 0; iRound < nRounds; ++iRound)
     {
-        unsigned const tMost = nY > 0 ? 2000 : 2000u << iRound / 50;   // a busy machine needs longer
+        unsigned const tMost = nY > 0 ? 2000 : 2000u << iRound / 50;   // microseconds; more on a busy machine
         auto const fnWrite = [&dTexts]
         {
             for (int i = 0;; ++i)
@@ -422,7 +426,7 @@ TEST_F(RegistryTest, KilledWritersAndRenamersLoseAndHalveNothing)
             {
                 Renamer.RenameValue("x", "y");
                 Renamer.RenameValue("y", "x");
-                // A renamer that was killed leaves both names.
+                // A renamer that is killed may leave both names.
                 if (Renamer.ValueExists("x") && Renamer.ValueExists("y"))
                 {
                     Renamer.DeleteValue("y");
@@ -436,19 +440,19 @@ TEST_F(RegistryTest, KilledWritersAndRenamersLoseAndHalveNothing)
         {
             if (iRead == 3)
             {
-                std::for_each(dChildren, dChildren + 2, KillChild);
+                std::ranges::for_each(dChildren, KillChild);
             }
             EXPECT_THAT(Read("k", "w"), testing::AnyOf(dTexts[0], dTexts[1])) << "round " << iRound;
         }
         bool const bX = Read("k", "x") == dTexts[1], bY = Read("k", "y") == dTexts[1];
-        EXPECT_GT(bX + bY, 0) << "a value is lost in round " << iRound;
+        EXPECT_TRUE(bX || bY) << "a value is lost in round " << iRound;
         nX += !bY;
         nY += !bX;
     }
     EXPECT_GT(nX, 0);
     EXPECT_GT(nY, 0) << "no rename succeeded";
     EXPECT_TRUE(Write("k", "w", "last"));
-    EXPECT_EQ(BusyFiles("user/k"), 0) << "what killed writers left is swept away";
+    EXPECT_EQ(BusyFiles("user/k"), 0) << "what killed writers leave is swept away";
 }
 
 TEST_F(RegistryTest, RenamersAndDeletersGetTheirTurnAndAStalledProcessIsGivenUpOn)
@@ -473,9 +477,9 @@ TEST_F(RegistryTest, RenamersAndDeletersGetTheirTurnAndAStalledProcessIsGivenUpO
         FolderLock_c const OfStalledProcess(m_Folder.Join("user/k"));
         auto const tStart = std::chrono::steady_clock::now();
         EXPECT_FALSE(Write("k", "x", "other"));
-        double const fSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
-        EXPECT_GE(fSeconds, 5.0);
-        EXPECT_LT(fSeconds, 30.0);   // a loaded machine takes longer
+        double const tSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
+        EXPECT_GE(tSeconds, 5.0);
+        EXPECT_LT(tSeconds, 30.0);   // a loaded machine takes longer
     }
     EXPECT_EQ(Read("k", "x"), "value");
 }
@@ -574,7 +578,7 @@ TEST_F(RegistryTest, AFullDiskKeepsTheOldValueAndMakesNoKeyWithoutItsSpelling)
         EXPECT_FALSE(Registry_c().CreateKey("Key\\Other"));
     }
     EXPECT_EACH(Read("Key", "name") == "old", BusyFiles("user/key") == 0, !plat::RegistryKeyExists(USER, "key\\other"));
-    // What killed processes left: a key without a spelling and half a record.
+    // What killed processes leave: a key without a spelling and half a record.
     fs::remove(m_Folder.Join("user/key/@key"));
     m_Folder.Write("user/key/~", "half");
     EXPECT_TRUE(Write("KEY", "name", "value"));
@@ -587,7 +591,7 @@ TEST_F(RegistryTest, WhatMayOnlyBeReadIsReadAndNotChanged)
 {
     Registry_c Registry(MACHINE);
     EXPECT_EACH(Registry.CreateKey("k"), Registry.WriteValue("i", 5));
-    EXPECT_EACH(Registry.CreateKey("own"), Registry.WriteValue("i", 6));   // whose tree can't be written
+    EXPECT_EACH(Registry.CreateKey("own"), Registry.WriteValue("i", 6));   // a key of a tree that can't be written
     std::string const sTree = m_Folder.Join("not/yet/machine"), sKey = sTree + "/k";
     fs::permissions(sTree + "/own", fs::perms(0777));
     fs::permissions(sKey, fs::perms(0555));

@@ -10,9 +10,10 @@
 namespace
 {
     constexpr auto C0 = SIMPLE_PROFILE_CONTEXT_0, C2 = SIMPLE_PROFILE_CONTEXT_2;
-    constexpr std::int64_t SPAN = 50000;   // cycles
+    constexpr std::int64_t STEP = 50000;   // cycles
 
-    // Runs kinds by a text: a capital pushes the kind of that place, a small letter pops it, '.' takes SPAN.
+    // Pushes and pops kinds by a text: a capital pushes the kind of its place in the alphabet, a small letter pops it,
+    // and '.' waits for STEP.
     void RunSteps(SimpleProfileContext_e eContext, std::string_view sSteps)
     {
         for (char const c : sSteps)
@@ -20,7 +21,7 @@ namespace
             auto const eType = static_cast<SimpleProfileType_e>((c | 0x20) - 'a');
             if (c == '.')
             {
-                shortTimeWait(SPAN);
+                shortTimeWait(STEP);
             }
             else if (c >= 'a')
             {
@@ -41,7 +42,8 @@ namespace
 
 TEST(SimpleProfile, TimesKindsWithoutTheKindsInThem)
 {
-    for (auto const & [szSteps, dSpans] : Rows_t<char const *, std::vector<int>>{ { "A.B..b.a", { 2, 2, 0 } },
+    // dTimes has the STEPs that each of the first three kinds takes.
+    for (auto const & [szSteps, dTimes] : Rows_t<char const *, std::vector<int>>{ { "A.B..b.a", { 2, 2, 0 } },
              { "A.A.a.a", { 3, 0, 0 } }, { "A.B.C.cB.bba", { 1, 2, 1 } }, { "A.aA.a", { 2, 0, 0 } } })
     {
         std::int64_t const tStart = shortTimeGet();
@@ -50,9 +52,9 @@ TEST(SimpleProfile, TimesKindsWithoutTheKindsInThem)
         SimpleProfileReset(C0);
         for (int i = 0; i < 3; ++i)
         {
-            int const nSpans = dSpans[static_cast<std::size_t>(i)];
-            EXPECT_GE(Get(C0, i).tLast, nSpans * SPAN) << szSteps;
-            EXPECT_EQ(Get(C0, i).tLast > 0, nSpans > 0) << szSteps;
+            int const nTimes = dTimes[static_cast<std::size_t>(i)];
+            EXPECT_GE(Get(C0, i).tLast, nTimes * STEP) << szSteps;
+            EXPECT_EQ(Get(C0, i).tLast > 0, nTimes > 0) << szSteps;
             tLeft -= Get(C0, i).tLast;
         }
         EXPECT_GE(tLeft, 0) << szSteps << ": nothing counts twice";
@@ -69,8 +71,8 @@ TEST(SimpleProfile, ScopesEndWhatTheyBegin)
     RunSteps(SIMPLE_PROFILE_CONTEXT_CURRENT, "A.a");
     for (auto const eContext : { SIMPLE_PROFILE_CONTEXT_1, C2 })
     {
-        SimpleProfileReset(eContext);   // requires that the context was left
-        EXPECT_GE(Get(eContext).tLast, SPAN) << eContext;
+        SimpleProfileReset(eContext);   // asserts that the thread has left the context
+        EXPECT_GE(Get(eContext).tLast, STEP) << eContext;
     }
 }
 
@@ -82,14 +84,15 @@ TEST(SimpleProfile, AveragesOverSpansOf32Frames)
         SimpleProfileReset(C2);
     }
     while (Get(C2).tSum != 0);   // until a span begins
+    constexpr int FRAMES = 32;
     std::int64_t tSum = 0, tPeak = 0, tAverage = Get(C2).tAverage;
     for (int i = 1; i <= 70; ++i)
     {
         RunSteps(C2, i % 5 == 0 ? "" : i == 20 ? "A....a" : "A.a");
         SimpleProfileReset(C2);
-        if (i % 32 == 0)
+        if (i % FRAMES == 0)
         {
-            tAverage = tSum / 32;
+            tAverage = tSum / FRAMES;
             tSum = tPeak = 0;
         }
         SimpleProfileInfo_t const Info = Get(C2);
@@ -120,7 +123,7 @@ TEST(SimpleProfile, OneThreadAtATimeIsInAContext)
         });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     RunSteps(C0, "b");
-    RunInThreads(1, [](int) { Get(C0); });   // figures are read all the while
+    RunInThreads(1, [](int) { Get(C0); });   // reading figures waits for no thread inside
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(bInside);
     bLeft = true;
@@ -154,7 +157,7 @@ TEST(SimpleProfile, AForkedChildIsInItsOwnContextsAlone)
             SimpleProfileReset(C2);
         };
         EXPECT_EQ(FailedConditions(Use), "");
-        EXPECT_GE(Get(C2).tLast, SPAN);
+        EXPECT_GE(Get(C2).tLast, STEP);
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0);
@@ -165,6 +168,7 @@ TEST(SimpleProfile, AForkedChildIsInItsOwnContextsAlone)
 
 TEST(SimpleProfile, KeepsItsLimits)
 {
+    constexpr int DEPTH = SIMPLE_PROFILE_STACKSIZE;
     std::string const sFull = "ABABABABABABABABABABABABABABABAB", sEmpty = "babababababababababababababababa";
     RunSteps(C0, std::string(40, 'C') + std::string(40, 'c') + sFull);   // the first 40 are one entry
     EXPECT_EQ(FailedConditions([] { RunSteps(C0, "A"); }), "iStackPtr < SIMPLE_PROFILE_STACKSIZE");
@@ -180,22 +184,22 @@ TEST(SimpleProfile, KeepsItsLimits)
                   }),
         "iStackPtr == -1");
     EXPECT_STREQ(SimpleProfileName(SIMPLE_TIMER_AI), "TIMER_AI");
-    EXPECT_STREQ(SimpleProfileName(static_cast<SimpleProfileType_e>(17)), "unknown");
+    EXPECT_STREQ(SimpleProfileName(static_cast<SimpleProfileType_e>(SIMPLE_TIMER_DEBUG + 1)), "unknown");
 
     SimpleProfileContextPop();   // nothing to pop
-    for (int i = 0; i < 32; ++i)
+    for (int i = 0; i < DEPTH; ++i)
     {
-        SimpleProfileContextPush(i < 31 ? C0 : C2);
+        SimpleProfileContextPush(i < DEPTH - 1 ? C0 : C2);
     }
     EXPECT_EQ(FailedConditions([] { SimpleProfileContextPush(C2); }),
         "g_iSProfileContextStackPtr < SIMPLE_PROFILE_STACKSIZE");
-    for (int i = 0; i < 33; ++i)
+    for (int i = 0; i <= DEPTH; ++i)
     {
-        auto const eContext = i == 0 ? C2 : i < 32 ? C0 : SIMPLE_PROFILE_CONTEXT_1;
+        auto const eContext = i == 0 ? C2 : i < DEPTH ? C0 : SIMPLE_PROFILE_CONTEXT_1;
         SimpleProfileReset(eContext);
         RunSteps(SIMPLE_PROFILE_CONTEXT_CURRENT, "Q.q");
         SimpleProfileReset(eContext);
-        ASSERT_GT(Get(eContext, 16).tLast, 0) << i;
+        ASSERT_GT(Get(eContext, SIMPLE_TIMER_DEBUG).tLast, 0) << i;
         SimpleProfileContextPop();
     }
 }

@@ -7,8 +7,8 @@ using namespace std::string_literals;
 
 namespace
 {
-    // Returns the last token after a letter for its kind: w for word, s for string, n for number, y for symbol; "." for
-    // none.
+    // Returns the last token after a letter for its kind: w for word, s for string, n for number, y for symbol. Returns
+    // "." if there is none.
     std::string Token(SimpleTextParser_c const & Parser)
     {
         std::ostringstream Number;
@@ -20,13 +20,20 @@ namespace
                                    : ".";
     }
 
+    // Returns the letters of all kinds that the parser reports for the last token.
+    std::string Kinds(SimpleTextParser_c const & Parser)
+    {
+        return (Parser.IsWord() ? "w"s : "") + (Parser.IsString() ? "s" : "") + (Parser.IsNumber() ? "n" : "")
+               + (Parser.IsSymbol() ? "y" : "");
+    }
+
     // Returns all tokens of an open parser, each followed by a bar.
     std::string Tokens(SimpleTextParser_c & Parser)
     {
         std::string sAll;
         while (Parser.ParseNext())
         {
-            EXPECT_EQ(Parser.IsWord() + Parser.IsString() + Parser.IsNumber() + Parser.IsSymbol(), 1);
+            EXPECT_EQ(Kinds(Parser), Token(Parser).substr(0, 1)) << "one kind alone";
             sAll += Token(Parser) + "|";
         }
         EXPECT_FALSE(Parser.ParseNext()) << "the end stays the end";
@@ -34,6 +41,7 @@ namespace
         return sAll;
     }
 
+    // Role of the characters from iFirst to iLast.
     struct Rule_s
     {
         int iFirst, iLast;
@@ -50,7 +58,8 @@ TEST(TextParser, SplitsATextAlikeHoweverItIsOpened)
         std::string sLog = "";
     };
     // Texts of the lengths that the parser's buffers hold.
-    std::string const sWord(511, 'w'), sString(24575, 's'), sNumber = std::string(126, '0') + "7", sMore(1000, '5');
+    std::string const sWord(SimpleTextParser_c::WORD_SIZE - 1, 'w'), sString(SimpleTextParser_c::STRING_SIZE - 1, 's'),
+        sNumber = std::string(SimpleTextParser_c::NUMBER_SIZE - 2, '0') + "7", sMore(1000, '5');
     std::string const sKept = "w:" + sWord + "|s:" + sString + "|n:7|y:;|";
     std::string const sCut = "SimpleTextParser_c::ParseWord : word buffer overflow.\n"
                              "SimpleTextParser_c::ParseString : string buffer overflow.\n"
@@ -110,8 +119,8 @@ TEST(TextParser, ClassifiesEachByteByDefault)
     for (int i = 0; i <= 0xFF; ++i)
     {
         SimpleTextParser_c Parser;
-        auto const c = static_cast<char>(i);
-        EXPECT_TRUE(Parser.Open(&c, 1)) << i;
+        auto const cText = static_cast<char>(i);
+        EXPECT_TRUE(Parser.Open(&cText, 1)) << i;
         EXPECT_EQ(Parser.ParseNext(), i > ' ') << i;
         sKinds += Token(Parser)[0];
     }
@@ -130,15 +139,17 @@ TEST(TextParser, RefusesWhatItCannotReadAndKeepsTheLastTokenOfEachKind)
     LogCapture_c Log;
     SimpleTextParser_c Parser;
     char const szText[] = "word \"text\" 2.5 ;";
+    constexpr int LENGTH = sizeof szText - 1;
     EXPECT_EACH(!Parser.ParseNext(), !Parser.Open(nullptr, szText), !Parser.Open(szText, szText),
         !Parser.Open(szText, 0), !Parser.Open(nullptr, 0), !Parser.Open(nullptr, 1));
     EXPECT_EQ(Kept(Parser), "  0 0");
-    EXPECT_EACH(Parser.Open(szText, 17), Parser.ParseNext(), !Parser.Open(szText, szText + 1), !Parser.Open(szText, 1));
+    EXPECT_EACH(
+        Parser.Open(szText, LENGTH), Parser.ParseNext(), !Parser.Open(szText, szText + 1), !Parser.Open(szText, 1));
     EXPECT_EQ(Tokens(Parser), "s:text|n:2.5|y:;|") << "the first text stays";
     EXPECT_EQ(Kept(Parser), "word text 2.5 59");
     Parser.Close();
     EXPECT_EQ(Kept(Parser), "  0 0");
-    EXPECT_EACH(Parser.Open(szText, 17), Parser.ParseNext());
+    EXPECT_EACH(Parser.Open(szText, LENGTH), Parser.ParseNext());
     Parser.Close();
     EXPECT_EQ(Token(Parser), ".");
     EXPECT_FALSE(Parser.ParseNext());

@@ -228,7 +228,7 @@ TEST_F(HeaderExamples, AWrittenValueIsRead)
 
 TEST_F(HeaderExamples, ItemsComeBackByTheirClass)
 {
-    Serializer_T<Item_c> Items("Item");   // in a process in which the module has ended, the static ones are gone
+    Serializer_T<Item_c> Items("Item");   // the static ones are gone if the module has ended in this process
     Serializer_T<Sword_c, Item_c> Swords("Sword");
     Item_c Sack, *pItem = &Sack;
     Sword_c Sword;
@@ -250,7 +250,7 @@ TEST_F(HeaderExamples, ItemsComeBackByTheirClass)
     delete pItem;
 }
 
-// Each promise must name tests that exist.
+// Each promise of docs/reliability.md names its tests.
 TEST(Reliability, PageNamesTestsThatExist)
 {
     std::set<std::string> dTests;

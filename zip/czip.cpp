@@ -25,6 +25,7 @@ namespace
         ZipFacts_t Facts;
     };
 
+    // Stores and logs why a call fails. Returns false.
     bool Fail(char const * szWho, char const * szArchive, char const * szWhyNot)
     {
         g_sWhyNot = szWhyNot;
@@ -72,7 +73,7 @@ namespace
     {
         constexpr zip_uint64_t NEEDED =
             ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC | ZIP_STAT_COMP_METHOD | ZIP_STAT_ENCRYPTION_METHOD;
-        constexpr zip_uint64_t ALWAYS_READ = 1 << 20;   // bytes; so few are read however far they expand
+        constexpr zip_uint64_t ALWAYS_READ = 1 << 20;   // bytes; a file that is no larger may expand by any ratio
         bool const bDeflated = Stat.comp_method == ZIP_CM_DEFLATE;
         if ((Stat.valid & NEEDED) != NEEDED)
         {
@@ -272,7 +273,7 @@ bool FileZipUnmount(char const * sArchive)
     {
         return Fail(WHO, sArchive, "files of it are in use");
     }
-    // The last one destroys the archive.
+    // The last file's destructor destroys the archive.
     for (ZipFile_c * pFile = pArchive->GetFirst(); pFile;)
     {
         ZipFile_c * const pNext = pFile->GetNext();

@@ -29,6 +29,7 @@ bool ZipReader_c::Fail(char const * szWhyNot)
     return false;
 }
 
+// Finds the data in the archive and prepares zlib, if no call has done so. Returns false, with a reason, on failure.
 bool ZipReader_c::Begin()
 {
     if (m_nDataAt != 0 || m_Facts.nStored == 0)
@@ -77,7 +78,7 @@ bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
     return true;
 }
 
-// Reads the next piece of the deflated data, if there is one. Returns false if it can't be read.
+// Reads the next piece of the deflated data, if there is one. Returns false, with a reason, if it can't be read.
 bool ZipReader_c::Feed()
 {
     std::uint32_t const nPiece = std::min(m_Facts.nStored - m_nFed, PIECE);
@@ -118,7 +119,8 @@ bool ZipReader_c::Inflate(unsigned char * pBuffer, std::uint32_t nBytes)
     return true;
 }
 
-// Returns whether the deflated data end with the contents. Stored data do.
+// Returns whether the deflated data end with the contents. Stored data do. Sets a reason if the data are damaged or
+// can't be read.
 bool ZipReader_c::IsAtDataEnd()
 {
     if (!m_Facts.bDeflated || m_Facts.nStored == 0)

@@ -131,7 +131,7 @@ public:
     }
 
     /// Sets all bytes from hexadecimal digits, two a byte, the high half first. Skips other characters. Fills with
-    /// zeros after a short text. The size stays. Asserts that szData is not null; otherwise changes nothing.
+    /// zeros after a short text. The size stays. Asserts that szData is not null, and changes nothing otherwise.
     BitVec_c & operator=(char const * szData);
 
     /// Writes upper-case digits, at most nLen, and a terminator if one fits: a buffer of up to two characters a byte
@@ -170,8 +170,8 @@ private:
     BitVec_c & XorAny(BitVec_c const & Other);
 };
 
-/// Combines two short rows of the same number of whole words without a call, which would take longer than the work.
-/// Returns false and changes nothing for other rows.
+/// Combines two short rows of the same number of whole words and returns true. Makes no call, which would take longer
+/// than the work. Returns false and changes nothing for other rows.
 template <typename COMBINE>
 bool BitVec_c::CombineShort(BitVec_c const & Other, COMBINE fnCombine)
 {
@@ -330,7 +330,7 @@ public:
     void Swap(BitMap_c & Other) noexcept;
 
     /// Sets the rows from an array of texts that ends in null, each as BitVec_c does, and clears the further rows. The
-    /// size stays. Asserts that sData is not null; otherwise changes nothing.
+    /// size stays. Asserts that sData is not null, and changes nothing otherwise.
     BitMap_c & operator=(char const * const * sData);
 
     int iDimX = 0;                    // bits in a row, a multiple of 8
@@ -421,7 +421,7 @@ BITS operator-(BITS A, BITS const & B)
     return A;
 }
 
-/// Exchanges two fields, as the standard library's algorithms ask for it.
+/// Exchanges two fields. Algorithms of the standard library call it.
 template <AnyBitField BITS>
 void swap(BITS & A, BITS & B) noexcept
 {
@@ -457,14 +457,19 @@ public:
     }
 
     /// Sets the width to the low four bits of nWidth, and the field to the low 28 bits of dwField.
-    void SetValues(std::uint32_t nWidth, std::uint32_t dwField) { m_dwBits = dwField << 4 | (nWidth & WIDTH_MASK); }
+    void SetValues(std::uint32_t nWidth, std::uint32_t dwField)
+    {
+        m_dwBits = dwField << WIDTH_BITS | (nWidth & WIDTH_MASK);
+    }
 
 private:
-    static constexpr std::uint32_t WIDTH_MASK = 15;
-    static constexpr std::uint32_t FIRST_CELL = 16;
+    static constexpr int WIDTH_BITS = 4;
+    static constexpr int CELLS = 28;
+    static constexpr std::uint32_t FIRST_CELL = 1u << WIDTH_BITS;
+    static constexpr std::uint32_t WIDTH_MASK = FIRST_CELL - 1;
 
     std::int64_t CellOf(int iX, int iY) const { return std::int64_t{ GetWidth() } * iY + iX; }
-    static bool IsCell(std::int64_t iCell) { return iCell >= 0 && iCell < 28; }
+    static bool IsCell(std::int64_t iCell) { return iCell >= 0 && iCell < CELLS; }
 
     std::uint32_t m_dwBits = 0;
 };

@@ -5,7 +5,7 @@
 // early list the references that are held.
 //
 // Ownership: the references own the object together. Holders are only noted, and may be any address.
-// Threads: no lock. AddRef and Release must not run at the same time anywhere in the process.
+// Threads: no lock. Requires that no two calls of AddRef or Release run at the same time anywhere in the process.
 // Cost: AddRef takes constant time, Release a walk over the object's references. Nothing allocates: all notes of the
 // process come from one static pool of COM_REFERENCES, whose memory is touched as it is used.
 // Failure: wrong use asserts. Each declaration states what the function does if the developer continues.
@@ -36,7 +36,7 @@ struct ComDebug_t
     ComDebug_t * pNext;    // next older note of the object, or null
     ComDebug_t * pPrev;    // next newer one, or null
     void const * pOwner;   // holder
-    char const * sFile;    // source of the AddRef; not copied
+    char const * sFile;    // source of the AddRef, kept as a pointer
     int iLine;             // line of the AddRef
 };
 
@@ -50,12 +50,12 @@ public:
 
     /// Adds a reference that pOwner holds and returns the count before. Keeps sFile as a pointer. pObject is the object
     /// again: a difference shows a call through a wrong pointer. Asserts that pObject is this object, and that pOwner
-    /// is not null; otherwise counts the reference too, for a null owner without a note.
+    /// is not null. If the developer continues, counts the reference too, for a null owner without a note.
     std::uint32_t AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
     /// Removes the owner's newest reference, or one without a note if pOwner is null. Returns true if it was the last
-    /// one: the object is then disposed of. Asserts that an owner that is not null holds a reference; otherwise lowers
-    /// the count too. Asserts the following; otherwise returns false and changes nothing:
+    /// one: the object is then disposed of. Asserts that an owner that is not null holds a reference. If the developer
+    /// continues, lowers the count too. Asserts the following, and returns false and changes nothing otherwise:
     /// - pObject is this object.
     /// - It is a live object. An address that is not readable fails the assertion and is not read.
     /// - It has references.

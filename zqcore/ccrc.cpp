@@ -8,6 +8,7 @@
 
 namespace
 {
+    // Returns the registers after each single byte, from a register of 0.
     constexpr std::array<std::uint32_t, 256> MakeCrc32Tab()
     {
         std::array<std::uint32_t, 256> dTab{};
@@ -41,6 +42,7 @@ namespace
         return dTab;
     }
 
+    // Returns the registers after each single byte, from a register of 0, with their two bytes exchanged.
     constexpr std::array<std::uint16_t, 256> MakeCrc16Tab()
     {
         constexpr unsigned POLYNOMIAL = 0xA097;   // of CRC-16/TELEDISK in the RevEng catalogue of CRC algorithms
@@ -85,7 +87,7 @@ namespace
 
     constexpr std::array<std::uint32_t, 64> CRC32_MOVES = MakeCrc32Moves();
 
-    // Returns the CRC of a run from its register before the last bytes, fewer than eight.
+    // Returns the CRC of a run from the register before its last nBytes. nBytes is below 8.
     inline std::uint32_t FinishTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes >= 4)
@@ -111,7 +113,7 @@ namespace
         return FinishTables(dwRegister, pData, nBytes);
     }
 
-    std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes);
+    std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes);   // chooses the kernel, and runs it
 
     // The kernel for CRC32_KERNEL_MIN bytes and more. The first call chooses it. That call may come before any
     // constructor. Threads that choose at the same time store the same kernel.
@@ -119,7 +121,7 @@ namespace
 
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes)
     {
-        Crc32Kernels_s const Kernels = Crc32FindKernels();
+        Crc32Kernels_t const Kernels = Crc32FindKernels();
         Crc32Kernel_t fnKernel = Crc32Tables;
         for (Crc32Kernel_t const fnBetter : { Kernels.fnPclmul, Kernels.fnPairs, Kernels.fnVpclmul })
         {

@@ -14,7 +14,7 @@ using Crc32Kernel_t = std::uint32_t (*)(unsigned char const * pData, std::size_t
 
 /// The kernels that this processor can run, the fastest one last. A kernel is null if the processor lacks its
 /// instructions.
-struct Crc32Kernels_s
+struct Crc32Kernels_t
 {
     Crc32Kernel_t fnPclmul;    // PCLMULQDQ, registers of 16 bytes
     Crc32Kernel_t fnPairs;     // VPCLMULQDQ with AVX2, registers of 32 bytes
@@ -25,4 +25,4 @@ struct Crc32Kernels_s
 std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes);
 
 /// Returns the kernels of the processor that runs the call.
-Crc32Kernels_s Crc32FindKernels();
+Crc32Kernels_t Crc32FindKernels();

@@ -305,7 +305,7 @@ namespace
     }
 }
 
-Crc32Kernels_s Crc32FindKernels()
+Crc32Kernels_t Crc32FindKernels()
 {
     bool const bPclmul = ZQ_PROCESSOR_HAS("pclmul") && ZQ_PROCESSOR_HAS("sse4.1");
     bool const bPairs = bPclmul && ZQ_PROCESSOR_HAS("vpclmulqdq") && ZQ_PROCESSOR_HAS("avx2");
@@ -315,7 +315,7 @@ Crc32Kernels_s Crc32FindKernels()
 
 #else
 
-Crc32Kernels_s Crc32FindKernels()
+Crc32Kernels_t Crc32FindKernels()
 {
     return {};
 }

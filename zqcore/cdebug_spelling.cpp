@@ -61,7 +61,7 @@ namespace
     }
 
     // Returns the end of an operator's name. Requires that pPos is after the word "operator". The name may hold blanks
-    // and brackets, but of round ones only those of operator(). A conversion to a type that has others is cut there.
+    // and brackets, but of round ones only those of operator(). A conversion to a type with others is cut before them.
     char const * OperatorEnd(char const * pPos)
     {
         constexpr std::string_view CALL = "()";

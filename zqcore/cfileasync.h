@@ -1,6 +1,6 @@
 // cfileasync.h: when the contents of files are read, apart from a plain FileOpen: stayers, prefetch, asynchronous open.
 //
-// A stayer is a file that stays in memory after its last reader closed it. The game registers extensions. Each read of
+// A stayer is a file that stays in memory after its last reader closes it. The game registers extensions. Each read of
 // a file with such an extension into its own block, a refresh too, adds a reference, which FileStayerResetAll releases.
 // FileResetFiles releases one of them for each file that it removes, so a stayer that was refreshed stays in memory,
 // out of the table, until FileStayerResetAll or FileReset. Prefetch reads all files of an extension at once. An
@@ -10,23 +10,23 @@
 // What a request leaves:
 //
 //   pBuffer | file was     | contents                            | reference added
-//   null    | not resident | in pData                            | yes: the caller must FileClose
+//   null    | not resident | in pData                            | yes: the caller calls FileClose
 //   null    | resident     | in pData                            | yes
 //   set     | not resident | in the buffer; pData stays null     | no
 //   set     | resident     | copied to the buffer                | yes
 //
-// "Was" means the time at which the worker serves the request. A caller with a buffer must close only if it knows that
-// the file was resident. It knows if it held a reference of its own from before the request until after it. A caller
+// "Was" means the time at which the worker serves the request. A caller with a buffer closes only if it knows that the
+// file was resident. It knows if it held a reference of its own from before the request until after it. A caller
 // that can't know does not close: the file may then stay in memory, but no reference of another caller is released.
 //
-// Ownership: the caller owns file and buffer. The buffer must exist, and the file must not be closed, refreshed, killed
-// or reset, until the poll that sees the request done.
+// Ownership: the caller owns file and buffer. Requires that the buffer exists, and that the file is not closed,
+// refreshed, killed or reset, until the poll that sees the request done.
 // Threads: the main thread calls all functions. The worker holds the lock of the file that it reads. An open or a close
 // of that file, or the shutdown of the module, waits for the read and raises the worker to the normal class meanwhile.
 // On a system that can't raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c without its lock: a
 // FileOpen then reads the file itself, and the shutdown cancels the read of the worker. Nothing else here waits for a
 // read in progress. A forked child has the requests and files of the parent, and starts a worker at the first call that
-// needs one. At the fork no other thread may use a file that is in no table and has no request.
+// needs one. Requires that at the fork no other thread uses a file that is in no table and has no request.
 // Cost: the worker sleeps while there is no request. FilePrefetch and FileUnfetch walk the table of files.
 // Failure: a failed read is done too. It adds no reference. A buffer may then hold a part of the contents.
 //
@@ -48,9 +48,9 @@
 /// adds is not limited.
 inline constexpr int g_iMaxStayerTypes = 32;
 
-/// Registers extensions: a list that ends with a null pointer. Their first 7 characters are compared exactly. A file
-/// that is in memory already becomes a stayer at its next read. Requires extensions in lower case that begin with the
-/// dot. Asserts that the list is not empty.
+/// Registers extensions. Their first 7 characters are compared exactly. A file that is in memory already becomes a
+/// stayer at its next read. Requires that the list ends with a null pointer, and that the extensions are in lower case
+/// and begin with the dot. Asserts that the list is not empty.
 ZQ_API void FileStayerRegister(char const * szExtList, ...);
 
 /// Removes the registered extensions. Stayers remain stayers.
@@ -60,8 +60,9 @@ ZQ_API void FileStayerResetMask();
 /// registered.
 ZQ_API void FileStayerResetAll();
 
-/// Opens all files of an extension, in lower case with its dot. Each that can be read has a reference more until
-/// FileUnfetch. Both numbers in the log line include those that can't be read. Asserts that szExt is not null.
+/// Opens all files of an extension. Each that can be read has a reference more until FileUnfetch. Both numbers in the
+/// log line include those that can't be read. Requires that szExt is in lower case and begins with the dot. Asserts
+/// that it is not null.
 ZQ_API void FilePrefetch(char const * szExt);
 
 /// Closes all files of an extension once. If FilePrefetch has not read a file, this releases another caller's reference
@@ -69,7 +70,7 @@ ZQ_API void FilePrefetch(char const * szExt);
 ZQ_API void FileUnfetch(char const * szExt);
 
 /// Scope in which all files of an extension are in memory: calls FilePrefetch, and FileUnfetch at the end. szExt
-/// is as in FilePrefetch and is kept as a pointer. Requires that no file of the type is added or removed meanwhile.
+/// is as in FilePrefetch and is kept as a pointer. Requires that no such file is added or removed meanwhile.
 class FilePrefetchScope_c
 {
 public:
@@ -86,8 +87,8 @@ private:
     char const * const m_szExt;
 };
 
-/// Queues a read of the file: into its own block, or into a buffer that has at least the iLength bytes of the file as
-/// of this call. A file that is larger when it is served is not read into a buffer. Returns a handle.
+/// Queues a read of the file into its own block, or into a buffer, and returns a handle. A file that is larger when it
+/// is served is not read into a buffer. Requires that a buffer has room for the file's iLength bytes as of this call.
 /// - Requests are served in order, one at a time.
 /// - Requests from before the module is up wait for its start. Its Shutdown drops those that are left.
 /// - If the system has no thread for a worker, this call serves the request.

@@ -50,8 +50,8 @@ ZQ_API void FileCloseTracker(void * hFile);
 /// Old contents are deleted, unless bAppend is set. A log of dwMask that is open is closed first. The clean log then
 /// writes each path again. Logs outside of dwMask stay open. Without the folder no log is created.
 ///
-/// Sets g_bCollectResource. Opens are written while ModuleFile_c is initialised, as the paths that were opened. A path
-/// with a control character would forge a line: it is skipped, with a line in the main log.
+/// Sets g_bCollectResource to true. Opens are written while ModuleFile_c is initialised, as the paths that were opened.
+/// A path with a control character would forge a line: it is skipped, with a line in the main log.
 ZQ_API void FileOpenLogEnable(char const * sName, std::uint32_t dwMask, bool bAppend);
 
 /// Closes all response logs and sets g_bCollectResource to false. ModuleFile_c's Shutdown does not: the logs stay open

@@ -116,5 +116,5 @@ private:
     std::uint64_t m_nBytes = 0;
     std::uint32_t m_dwCrc = 0;
     bool m_bArchive = false;   // whether an archive has begun and not ended
-    int m_nForks;              // number of forks from the first process on, as it was when the object was made
+    int m_nForks;              // number of forks from the first process to the one that made the object
 };

@@ -41,8 +41,8 @@ namespace
     constinit bool g_bOpened = false;   // whether LogInit has opened the log's file
     constinit LogStream_c g_MessageLog;
 
-    constinit plat::Lock_c
-        g_HostStreamLock;   // held until a host's stream is flushed, so that a fork copies no buffered text
+    // Held until a host's stream is flushed, so that a fork copies no buffered text.
+    constinit plat::Lock_c g_HostStreamLock;
     plat::ForkLock_c const g_HostStreamForkLock(g_HostStreamLock);
 
     constinit plat::Lock_c g_LimitLock;   // held by the thread that starts a new file
@@ -58,29 +58,24 @@ namespace
         char m_dRoom[LINE_PREFIX_SIZE + LOG_LINE_SIZE];
     };
 
-    // Joins folder and name to one path and creates the folder's levels.
-    void JoinPath(wchar_t (&wszPath)[WIDE_PATH_SIZE], wchar_t const * wszName)
+    // Writes the path of the main log and creates the levels of its folder.
+    void WriteWidePath(wchar_t (&wszPath)[WIDE_PATH_SIZE])
     {
-        wchar_t wszFolder[WIDE_PATH_SIZE];
-        CopyWidePath(wszFolder, g_wszFolder);
-        LogCreateFolders(wszFolder);
-        CopyWidePath(wszPath, wszFolder);
+        wchar_t const * const wszName = g_wszFile[0] ? g_wszFile : L"message.log";
+        CopyWidePath(wszPath, g_wszFolder);
+        LogCreateFolders(wszPath);
         std::wcsncat(wszPath, wszName, WIDE_PATH_SIZE - 1 - std::wcslen(wszPath));
     }
 
-    wchar_t const * FileNameOrDefault()
-    {
-        return g_wszFile[0] ? g_wszFile : L"message.log";
-    }
-
+    // Does the same in UTF-8.
     void WriteMessageLogPath(char (&szPath)[LogStream_c::PATH_SIZE])
     {
         wchar_t wszPath[WIDE_PATH_SIZE];
-        JoinPath(wszPath, FileNameOrDefault());
+        WriteWidePath(wszPath);
         plat::Utf8FromWide(szPath, sizeof szPath, wszPath);
     }
 
-    // Creates the folder, opens the file in it and returns its stream. Returns null on failure.
+    // Creates the folder, opens the file in it by fnOpen(szPath) and returns its stream. Returns null on failure.
     template <typename OPEN>
     std::FILE * OpenMessageLog(OPEN fnOpen)
     {
@@ -122,6 +117,7 @@ namespace
         }
     }
 
+    // Writes the line to the main log if that is open, after a report of lines that were lost.
     void WriteLine(Line_c & Line, std::size_t nText)
     {
         std::FILE * const pFile = g_pMessageLogFile;
@@ -136,6 +132,7 @@ namespace
         WriteStamped(pFile, Line, nText);
     }
 
+    // The main log's listener. PassOn calls WriteLine instead, which saves the copy.
     void WriteToMessageLog(char const * szText)
     {
         Line_c Line;
@@ -175,10 +172,12 @@ namespace
 
     double Megabytes(std::uint64_t nBytes)
     {
-        return static_cast<double>(static_cast<float>(nBytes) / 1048576.0f);
+        constexpr float MEGABYTE = 1024 * 1024;
+        return static_cast<double>(static_cast<float>(nBytes) / MEGABYTE);
     }
 }
 
+// Writes a text and returns the number of bytes written. If that is unknown, returns half of nText.
 std::size_t LogStream_c::WriteSome(std::FILE * pStream, char const * pText, std::size_t nText) const
 {
     if (pStream == m_pOwn && plat::StreamIsUnbuffered(pStream))
@@ -187,7 +186,7 @@ std::size_t LogStream_c::WriteSome(std::FILE * pStream, char const * pText, std:
     }
     plat::LockScope_c const Scope(g_HostStreamLock);
     bool const bWritten = std::fwrite(pText, 1, nText, pStream) == nText;
-    return std::fflush(pStream) == 0 && bWritten ? nText : nText / 2;   // the number of bytes written is unknown
+    return std::fflush(pStream) == 0 && bWritten ? nText : nText / 2;
 }
 
 bool LogStream_c::Write(std::FILE * pStream, char const * pLine, std::size_t nLine)
@@ -207,6 +206,7 @@ bool LogStream_c::Write(std::FILE * pStream, char const * pLine, std::size_t nLi
     return true;
 }
 
+// Ends the line that was written in part, unless another thread does. Returns false if the end can't be written.
 ZQ_COLD bool LogStream_c::EndTornLine(std::FILE * pStream)
 {
     bool const bEnded = (m_nLost.fetch_and(~TORN) & TORN) == 0 || WriteSome(pStream, "\n", 1) == 1;
@@ -214,6 +214,7 @@ ZQ_COLD bool LogStream_c::EndTornLine(std::FILE * pStream)
     return bEnded;
 }
 
+// Returns whether Follow's last check was a second ago or more. If so, this time becomes that of the last check.
 bool LogStream_c::IsLookDue()
 {
     constexpr std::uint32_t LOOK_MILLISECONDS = 1000;
@@ -248,7 +249,7 @@ ZQ_COLD void LogStream_c::BeginAnew(std::FILE * pStream, char const * szPath)
     }
     else
     {
-        m_nSize = 0;   // a host's stream with the address of the own one, which it closed
+        m_nSize = 0;   // a host's stream with the address of the own one, which the host has closed
     }
     g_LimitLock.Leave();
 }
@@ -284,7 +285,7 @@ void LogSetFile(wchar_t const * sFolder, wchar_t const * sName)
     plat::ProcessMakeAbsolute(g_wszFolder, WIDE_PATH_SIZE);
 
     wchar_t wszPath[WIDE_PATH_SIZE];
-    JoinPath(wszPath, FileNameOrDefault());
+    WriteWidePath(wszPath);
     g_ExceptionReport.SetLogFileName(g_wszFolder, wszPath);
 }
 
@@ -302,7 +303,7 @@ void LogInit()
     g_pMessageLogFile = OpenMessageLog(plat::StreamOpenLog);
     g_MessageLog.SetOwn(g_pMessageLogFile);
     g_bOpened = g_bOpened || g_pMessageLogFile;
-    if (!HasListener(WriteToMessageLog))   // an earlier call adds it even if it can't open the file
+    if (!HasListener(WriteToMessageLog))   // a call that can't open the file adds it too
     {
         LogAddCallback(WriteToMessageLog);
     }

@@ -32,6 +32,7 @@ namespace
         return (nText - plat::EACH_BYTE * ' ') | nText | (nText + plat::EACH_BYTE);
     }
 
+    // Returns plat::HIGH_BITS if a character is below a blank or above '~', otherwise 0.
     std::uint64_t OtherIn(char cText)
     {
         return static_cast<unsigned char>(cText - ' ') > '~' - ' ' ? plat::HIGH_BITS : 0;
@@ -158,6 +159,7 @@ namespace
             m_pOut += nPut;
         }
 
+        // Ends the text and returns its length.
         std::size_t Terminate()
         {
             *m_pOut = '\0';
@@ -329,6 +331,7 @@ namespace
         }
 
     private:
+        // Returns the argument of a '*', or a number of the format, or 0 if neither follows. Moves pFormat after it.
         static int TakeNumber(char const *& pFormat, Arguments_s & Arguments)
         {
             if (*pFormat == '*')
@@ -336,10 +339,11 @@ namespace
                 ++pFormat;
                 return va_arg(Arguments.args, int);
             }
+            constexpr int LIMIT = 100000000;   // a digit more fits an int
             int nNumber = 0;
             for (; plat::IsDigit(*pFormat); ++pFormat)
             {
-                nNumber = std::min(nNumber, 100000000) * 10 + (*pFormat - '0');
+                nNumber = std::min(nNumber, LIMIT) * 10 + (*pFormat - '0');
             }
             return nNumber;
         }
@@ -348,6 +352,7 @@ namespace
     // The promoted type of a wide character among variadic arguments.
     using PassedWide_t = decltype(+std::wint_t{});
 
+    // Writes a conversion of wide text. The C library would stop at a character that the locale can't represent.
     void PutWideConversion(Output_c & Output, Conversion_s const & Conversion, Arguments_s & Arguments)
     {
         constexpr std::size_t UNLIMITED = SIZE_MAX - 1;
@@ -363,6 +368,7 @@ namespace
         Output.PutWide(wszText ? wszText : L"(null)", nMost, Conversion.nWidth);
     }
 
+    // Writes a conversion that HasWide knows.
     void PutAnyConversion(Output_c & Output, Conversion_s const & Conversion, Arguments_s & Arguments)
     {
         char szConversion[64];
@@ -418,8 +424,7 @@ namespace
         return bWide;
     }
 
-    // Serves all formats, on the slow path. The C library stops at wide text that the locale can't represent, so this
-    // function writes formats with wide text itself.
+    // Serves all formats, on the slow path. Writes formats with wide text itself, and all others by the C library.
     ZQ_COLD void FormatAny(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
     {
         if (!HasWide(fmt))
@@ -514,6 +519,7 @@ bool IsPlainText(char const * pText, std::size_t nText)
 
 namespace
 {
+    // Slow path of EscapeLine.
     ZQ_COLD std::size_t EscapeSlowly(char * szText, std::size_t nText, std::size_t nSize)
     {
         char szCopy[ESCAPED_SIZE];

@@ -5,13 +5,13 @@
 
 #include <cstdarg>
 
-/// Number of bytes before pEnd that FormatLinePrefix may need.
+/// Bytes of the longest text that FormatLinePrefix writes, with space for a terminator.
 inline constexpr std::size_t LINE_PREFIX_SIZE = 64;
 
 /// Formats like vsnprintf, and allocates nothing itself. Returns the length up to the first NUL, at most nSize - 1.
 /// Wide text becomes UTF-8 in every locale, unless fmt has %n or another conversion that the slow path does not know. A
-/// value in it that is no character becomes U+FFFD, except a byte of a path (platform/text.h). The fast path serves
-/// plain %s, %c, %i, %d, %u, %x, %zu and %%. Requires nSize > 0.
+/// wide value that is no character becomes U+FFFD, except a byte of a path (platform/text.h). The fast path serves
+/// plain %s, %c, %i, %d, %u, %x, %zu and %%. Requires that nSize is above 0.
 std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 /// Formats as FormatText does, for texts from outside, and returns the length. What %s and %c insert is escaped whole,
@@ -23,8 +23,8 @@ std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std
 inline constexpr std::size_t ESCAPED_SIZE = 16384;
 
 /// Escapes in place what no line may hold: all that TextForLog escapes except tabs and line ends. Returns the length.
-/// The text is nText bytes in a buffer of nSize, at most ESCAPED_SIZE. A text that grows too long is cut at a whole
-/// character. A plain line costs one test for each 8 bytes.
+/// A text that grows too long is cut at a whole character. A plain line costs one test for each 8 bytes. Requires that
+/// the text ends after nText bytes, in a buffer of nSize bytes, and that nSize is at most ESCAPED_SIZE.
 std::size_t EscapeLine(char * szText, std::size_t nText, std::size_t nSize);
 
 /// Formats as FormatText does, then escapes with EscapeLine, and returns the length. Formats complaints and log
@@ -47,5 +47,6 @@ std::size_t FormatLine(char * szOut, std::size_t nSize, char const * fmt, std::v
 bool IsPlainText(char const * pText, std::size_t nText);
 
 /// Writes the start of a line of the main log, as "%8.3f\t%i\t" formats it, so that it ends at pEnd. Returns where it
-/// begins. It has at most LINE_PREFIX_SIZE - 1 characters and no terminator. tPassed is in seconds.
+/// begins. It has at most LINE_PREFIX_SIZE - 1 characters and no terminator. tPassed is in seconds. Requires that the
+/// buffer has as many bytes before pEnd.
 char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame);

@@ -21,7 +21,8 @@ inline constexpr std::size_t LOG_LINE_SIZE = LOG_LINE_LENGTH + 1;
 class LogStream_c
 {
 public:
-    static constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64 + 1;   // bytes of a path that Limit asks for
+    /// Bytes of a path, with room for a folder, a separator and a log's name.
+    static constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64 + 1;
 
     /// Sets the stream that plat::StreamOpenLog opened for this log. It is written without stdio's buffer. Other
     /// streams, such as a host's, are written through stdio under a lock. Sets the number of lost lines to 0.
@@ -36,7 +37,8 @@ public:
     /// Forgets the own stream, which is closed: another one may get its address.
     void ForgetOwn() { m_pOwn = nullptr; }
 
-    /// Writes a text, as a rule a line with its end. Counts a lost line and returns false if a part of it is lost.
+    /// Writes a text, as a rule a line with its end, and returns true. If a part of the text is lost, counts a lost
+    /// line and returns false.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
     /// Continues in the file that has the log's name now, or in a new one, if this one was deleted or another process
@@ -69,7 +71,7 @@ public:
         }
     }
 
-    /// Sets the limit of all logs in bytes, 0 for none, and the number of previous files. A negative one counts as 0.
+    /// Sets the limit of all logs in bytes, 0 for none, and the number of previous files. Negative numbers count as 0.
     static void SetLimit(std::uint64_t nLimit, int nPrevious);
 
     /// Returns whether there are lost lines to report, or the last line that was written has no end.

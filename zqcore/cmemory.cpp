@@ -68,7 +68,7 @@ namespace
     };
     constinit ThreadNumbers_c g_ThreadNumbers;   // under g_CategoryLock
 
-    // Empties the thread's stack for the next thread that pushes.
+    // Empties and releases the thread's stack, for the next thread that pushes.
     void LeaveOwnStack()
     {
         CategoryLockScope_c const Scope;
@@ -148,9 +148,10 @@ namespace
     }
 
     constinit std::atomic<MemoryReport_t> g_fnReport = nullptr;
-    constinit std::atomic<bool> g_bLeaving = false;   // whether the library's objects are destroyed
+    constinit std::atomic<bool> g_bLeaving = false;   // whether the library's global objects are destroyed
 
-    // Receives the heap's reports.
+    // Passes a report of the heap to the receiver, or to standard error without one. Logs its first line, or all lines
+    // after the library's last destructor.
     void OnHeapReport(char const * szText)
     {
         if (MemoryReport_t const fnReport = g_fnReport)
@@ -237,7 +238,7 @@ void MemCategoryStack_c::Add(mem::Categories_e category)
     {
         ++m_dStack[top].m_iCallCount;
     }
-    else if (top < CATEGORY_STACK_DEPTH - 1)   // otherwise the developer has continued; the top entry stays
+    else if (top < CATEGORY_STACK_DEPTH - 1)   // otherwise the developer continues, and the top entry stays
     {
         m_dStack[++top] = Entry_s{ category, 1 };
     }

@@ -48,6 +48,7 @@ namespace
         return (0 - nOffset) & (WORD - 1);
     }
 
+    // Returns the user pointer in a block. The header fits before it, and the address nOffset bytes on is aligned.
     std::uint8_t * UserPointer(void * pBlock, std::size_t nAlignment, std::size_t nOffset)
     {
         auto const nBlock = reinterpret_cast<std::uintptr_t>(pBlock);
@@ -120,7 +121,7 @@ void * aligned_offset_malloc_dbg(
     HeaderOf(pUser) = Header_s{ pBlock, GAP_FILL };
     if (nOffset != 0)
     {
-        // The fill is never what precedes a plain block.
+        // The fill differs from the bytes before a plain block.
         std::memset(&HeaderOf(pUser) + 1, GAP_BYTE, GapOf(nOffset));
     }
     plat::HeapSetOwn(pBlock, pUser, nSize);
@@ -192,6 +193,7 @@ namespace
         plat::DebugOutput(szText);
     }
 
+    // The heap for cmemory_operators.inl.
     void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
     {
         auto const iWord = static_cast<int>(MemoryWordOf(iBlockType));

@@ -119,8 +119,8 @@ private:
 /// The debug heap's figures of this process. They are written under g_CategoryLock, except bNewLogEnabled.
 extern MemoryCounters_s g_MemoryCounters;
 
-/// The process's own operators, which replace the heap. A pair whose fnNew is null has no meaning: the library's
-/// operators are bound. MemoryBindOperators sets them, when the library is loaded.
+/// The process's own operators, which replace the heap. If fnNew of a pair is null, the heap serves that form.
+/// MemoryBindOperators sets the pairs when the library is loaded.
 extern plat::Operators_t g_ForeignOperators;
 
 /// Whether a foreign operator calls the library's in turn, for some blocks or for all.
@@ -133,7 +133,7 @@ void MemoryBindOperators();
 /// fault: then MemoryCheckConsistency decides.
 bool MemoryCountersAddUp();
 
-/// Writes an allocation to the call log, except the log's own. Requires g_CategoryLock.
+/// Writes an allocation to the call log, except the log's own. Requires that the thread holds g_CategoryLock.
 ZQ_COLD void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory);
 
 // Each of the two heaps, the debug heap and the heap of a shipped game, has these in its own source.

@@ -53,7 +53,7 @@ OpcodeDecoder_c::~OpcodeDecoder_c()
 
 namespace
 {
-    // Writes "%-6s %s" with the text up to its first blank and the text after it.
+    // Writes "%-6s %s" with the text up to its first blank and the text after it, cut at nOut - 1 characters.
     void SplitText(char const * szText, char * szOut, std::size_t nOut)
     {
         constexpr std::size_t MNEMONIC_WIDTH = 6;
@@ -153,6 +153,7 @@ bool OpcodeDecoder_c::RunTables(unsigned char const * pCode, Match_s & Match)
     return RunGroup(0, pCode, m_pFields, Match);
 }
 
+// Matches the rows of a group and writes the text of the first that matches. Returns false if none does.
 bool OpcodeDecoder_c::RunGroup(unsigned iSlot, unsigned char const * pCode, std::uint32_t * pFields, Match_s & Match)
 {
     unsigned const cCode = pCode != m_pEnd ? *pCode : 0;
@@ -185,6 +186,8 @@ bool OpcodeDecoder_c::RunGroup(unsigned iSlot, unsigned char const * pCode, std:
     return false;
 }
 
+// Adds the fields of a pattern to the row. Returns false if the code does not match, if a condition does not hold, or
+// if the bytes or the space for fields end first.
 bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, std::size_t nPattern)
 {
     for (unsigned char const * pPart = pPattern; pPart != pPattern + nPattern; pPart += 2)
@@ -218,7 +221,7 @@ bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, 
     return true;
 }
 
-// Returns whether a condition holds. Unknown ones do.
+// Returns whether a condition holds. An unknown one does.
 bool OpcodeDecoder_c::IsFlagSet(unsigned eCondition) const
 {
     switch (eCondition)
@@ -272,6 +275,8 @@ bool OpcodeDecoder_c::IsFlagSet(unsigned eCondition) const
     }
 }
 
+// Runs the group of a pattern's unit and adds its two fields to the row. Returns false if no row of the group matches,
+// if no byte was consumed to step back to, or without space for the fields.
 bool OpcodeDecoder_c::RunSubtable(Row_s & Row, unsigned eCode)
 {
     bool const bBack = eCode & OPCODE_STEP_BACK;
@@ -296,6 +301,7 @@ bool OpcodeDecoder_c::RunSubtable(Row_s & Row, unsigned eCode)
     return true;
 }
 
+// Writes the text of a row by its format.
 void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pFormat, std::size_t nFormat)
 {
     unsigned char const * const pEnd = pFormat + nFormat;
@@ -325,6 +331,7 @@ void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pForm
     }
 }
 
+// Applies the prefix of a format's code, or writes the part of the text for which the code stands.
 void OpcodeDecoder_c::RunCode(unsigned eCode, std::uint32_t nFirstField)
 {
     if (eCode >= OPCODE_PRINT_SIZE)

@@ -5,6 +5,7 @@
 
 namespace
 {
+    // A string of the expanded form.
     struct String_s
     {
         unsigned char const * pBytes = nullptr;
@@ -23,7 +24,7 @@ namespace
             , m_pOutEnd(pOut + nOut)
         {}
 
-        // Returns the number of bytes written, or 0 on failure.
+        // Writes the whole form and returns the number of its bytes. Returns 0 on failure.
         std::size_t Run()
         {
             std::size_t const nGroups = m_pIn != m_pInEnd ? *m_pIn++ : 0;
@@ -55,10 +56,7 @@ namespace
         void SetSlot(std::size_t iSlot)
         {
             auto const nOffset = static_cast<std::uint32_t>(m_pOut - m_pTable);
-            for (unsigned i = 0; i != sizeof nOffset; ++i)
-            {
-                m_pTable[iSlot * sizeof nOffset + i] = static_cast<unsigned char>(nOffset >> 8 * i);
-            }
+            plat::WordToLittle(m_pTable + iSlot * sizeof nOffset, nOffset);
         }
 
         bool ExpandGroup()
@@ -80,6 +78,7 @@ namespace
             return true;
         }
 
+        // Expands the next string of a kind, whose units have nUnit bytes each, and makes it the latest of the history.
         bool ExpandString(String_s (&dHistory)[OPCODE_HISTORY], std::size_t nUnit)
         {
             if (m_pInEnd - m_pIn < 2 || m_pIn[1] == 0)
@@ -94,7 +93,7 @@ namespace
             String_s const & Old = dHistory[nSelector >> OPCODE_HISTORY_SHIFT];
             std::size_t const nBytes = nHead + nLiteral + nTail;
             if (nLiteral > static_cast<std::size_t>(m_pInEnd - m_pIn) || nHead > Old.nBytes || nTail > Old.nBytes
-                || nBytes > 255 || nBytes >= Room())
+                || nBytes > UINT8_MAX || nBytes >= Room())
             {
                 return false;
             }
@@ -135,7 +134,7 @@ std::size_t OpcodeExpand(
     {
         return 0;
     }
-    std::size_t const nExpanded = plat::WordFromLittle(pCompact + 4);
+    std::size_t const nExpanded = plat::WordFromLittle(pCompact + sizeof(std::uint32_t));
     Expander_c Expander(pCompact + OPCODE_HEADER_SIZE, nCompact - OPCODE_HEADER_SIZE, pTable, nTable);
     return Expander.Run() == nExpanded ? nExpanded : 0;
 }

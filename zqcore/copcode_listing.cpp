@@ -66,7 +66,7 @@ std::size_t CodeListing_c::Decode()
 void CodeListing_c::Write(CodeListingSink_c & Sink)
 {
     m_Decoder.SetSymbolCallback(AskSink, &Sink);
-    unsigned iLastLine = ~0u;
+    unsigned iLastLine = ~0u;   // none yet
     for (std::size_t i = 0; i != m_nInstructions; ++i)
     {
         auto const [nOffset, nBytes] = m_pInstructions[i];
@@ -75,7 +75,7 @@ void CodeListing_c::Write(CodeListingSink_c & Sink)
         char szText[LINE_SIZE];
         m_Decoder.Decode(m_pCode + nOffset, nBytes, szText, sizeof szText);
         bool const bMark = m_bFault && Address == m_FaultAddress;
-        char szLine[LINE_SIZE + 64];
+        char szLine[LINE_SIZE + 64];   // with the address and the mark
         std::snprintf(szLine, sizeof szLine, "%08llx: %s%s", static_cast<unsigned long long>(Address), szText,
             bMark ? "      <--------- FAULT!!!" : "");
         Sink.WriteLine(szLine);

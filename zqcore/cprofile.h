@@ -6,7 +6,8 @@
 // ModuleProfiler_c::Initialize to its Shutdown. At other times calls that return a timer return null, and all others do
 // nothing, except ProfilerInitSwapStats, ProfilerSwapStatsFailed and ProfilerWriteComplete.
 //
-// Ownership: the profiler owns the timers. A host reads them and keeps no pointer beyond a reset or the shutdown.
+// Ownership: the profiler owns the timers, and a host only reads them. Requires that the host keeps no pointer to one
+// beyond a reset or the shutdown.
 // Threads: all calls belong to one thread. Nothing is locked or checked.
 // Cost: a push and a pop read the clock twice and cost about 10 ns more, however many siblings a timer has. A frame
 // update costs a few nanoseconds for each timer. Only the write buffer of a stats file is allocated. The stats file is
@@ -88,9 +89,9 @@ ZQ_API void ProfilerPush(std::uint32_t iTimer, char const * szName);
 /// whole name, its top two bits replaced: bRoot, then 1. Asserts that the name is not null.
 ZQ_API void ProfilerPush(char const * szName, bool bRoot);
 
-/// Pop the timer that was pushed last. Assert that there is one besides the root, and that it has this identifier. A
-/// timer with another identifier is popped in any case. A time that seems to run backwards is treated as a clock that
-/// wrapped at 2^31.
+/// Pop the timer that was pushed last. Assert that there is one besides the root. The first function also asserts that
+/// the timer has this identifier, but pops it in any case. If the clock seems to run backwards, it counts as wrapped at
+/// 2^31.
 ZQ_API void ProfilerPop(std::uint32_t iTimer);
 ZQ_API void ProfilerPop();
 
@@ -98,8 +99,8 @@ ZQ_API void ProfilerPop();
 ZQ_API void ProfilerBeginFrame();
 ZQ_API void ProfilerEndFrame();
 
-/// Scope in which a timer runs. Pushes it as ProfilerPush does, and pops it at the end. As with the calls, each push
-/// inside needs its pop. A reset inside fails an assertion at the end.
+/// Scope in which a timer runs. Pushes it as ProfilerPush does, and pops it at the end. Requires that each push inside
+/// has its pop inside. Asserts at the end that no reset ran inside.
 class ProfilerScope_c
 {
 public:

@@ -58,8 +58,8 @@ private:
 /// Returns whether a stats file is open.
 bool ProfilerHasStats();
 
-/// Waits for the write in progress and returns true. Returns false, with log lines, if it failed.
+/// Waits for the write in progress, if there is one, and returns true. Returns false, with log lines, if it failed.
 bool ProfilerFinishWrite();
 
-/// Waits for the write in progress and closes the stats file, if there is one.
+/// Waits for the write in progress and closes the stats file, if one is open.
 void ProfilerCloseStats();

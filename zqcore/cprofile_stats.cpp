@@ -32,7 +32,7 @@ namespace
     static_assert(offsetof(timer_t, tMaxEver) == 2480 && sizeof(timerFrame_t) == 16);
 
     constinit plat::AsyncFile_c g_StatsFile;
-    plat::File_t g_hTracked = nullptr;   // handle that FileOpenTracker was called with
+    plat::File_t g_hTracked = nullptr;   // handle passed to FileOpenTracker
     char * g_pBuffer = nullptr;          // null unless a file is open, or was open before a fork
     std::uint64_t g_nPosition = 0;       // end of what is known to be written: header and batches
     bool g_bFailed = false;              // whether the latest file, or a batch of it, is lost
@@ -46,6 +46,7 @@ namespace
         return nAddress < HIGHEST ? nAddress : HIGHEST;
     }
 
+    // Returns the address of a record in 32 bits, or 0 for none.
     std::uint32_t FileAddress(timer_t const * pTimer)
     {
         return pTimer ? FileAddress() + static_cast<std::uint32_t>(pTimer - ProfilerTimers()) * RECORD_SIZE : 0;

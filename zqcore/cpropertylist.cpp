@@ -15,7 +15,7 @@
 
 namespace
 {
-    // Set of the texts of a line, a hash table that grows with their number.
+    // Set of the texts of a line: a hash table that grows with their number. Requires that the line outlives it.
     class TextSet_c
     {
     public:
@@ -23,6 +23,7 @@ namespace
             : m_Texts(Texts)
         {}
 
+        // Returns whether a text was added.
         bool Has(char const * szText) const
         {
             return m_nSlots > 0 && m_pSlots[SlotOf(szText, HashOf(szText))].iText >= 0;
@@ -34,12 +35,14 @@ namespace
             int const iText = m_Texts.GetLength() - 1;
             if (static_cast<std::size_t>(iText) * 2 >= m_nSlots)
             {
-                Rebuild(std::max<std::size_t>(64, m_nSlots * 4));
+                Rebuild(std::max(FIRST_SLOTS, m_nSlots * 4));
             }
             Enter(iText);
         }
 
     private:
+        static constexpr std::size_t FIRST_SLOTS = 64;
+
         struct Slot_s
         {
             int iText = -1;
@@ -60,12 +63,14 @@ namespace
             return i;
         }
 
+        // Stores a text in its slot. Requires that the table has a free one.
         void Enter(int iText)
         {
             std::uint32_t const iHash = HashOf(m_Texts[iText]);
             m_pSlots[SlotOf(m_Texts[iText], iHash)] = { iText, iHash };
         }
 
+        // Replaces the table by one of nSlots, with all texts but the last one.
         void Rebuild(std::size_t nSlots)
         {
             m_nSlots = nSlots;
@@ -130,7 +135,7 @@ bool PropertyList_c::GetFileFullPath(char * sPath, int nMaxLength) const
     return true;
 }
 
-// Returns a scan from the start of the file. It is empty if no file is open, or if a refresh has lost its contents.
+// Returns a scan from the start of the file. The scan is empty if no file is open, or if a refresh lost the contents.
 WarehouseScan_t PropertyList_c::Scan() const
 {
     FileText_t const Text = m_pFile ? TextOfFile(*m_pFile) : FileText_t{};

@@ -110,15 +110,15 @@ int Registry_c::RenameValue(char const * sOldName, char const * sNewName)
     return plat::RegistryRenameValue(m_hKey, sOldName, sNewName);
 }
 
-// Reads a value of the type eRequired, or of any type without it, and stores its type. Returns false, with pData
-// unchanged, for any other value and if it does not fit.
+// Reads a value and stores its type. With eRequired, reads only a value of that type. Returns false, with pData
+// unchanged, for any other value and for one that does not fit.
 bool Registry_c::Query(
     char const * sName, void * pData, std::size_t & nSize, std::optional<plat::RegistryType_e> eRequired)
 {
     return plat::RegistryRead(m_hKey, sName, m_dwType, pData, nSize, eRequired);
 }
 
-// Reads a value of 4 bytes. Returns false for any other, and for a text, because it might have had a terminator.
+// Reads a value of 4 bytes. Returns false for any other, and for a text, whose size may include a terminator.
 bool Registry_c::ReadNumber(char const * sName, void * pData)
 {
     char dBytes[4];

@@ -1,8 +1,9 @@
-// cserialize_internal.h: the two halves of an archive's version.
+// cserialize_internal.h: the two halves of an archive's version, and which versions a program reads.
 #pragma once
 
 #include <cstdint>
 
+/// Return the major number, in the high 16 bits of a version, and the minor one, in the low 16 bits.
 inline int VersionMajor(std::uint32_t dwVersion)
 {
     return static_cast<int>(dwVersion >> 16);

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <bit>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -88,7 +89,7 @@ namespace
         return iStatus;
     }
 
-    // Adds nBytes to the length, which counts bits. Returns false if it would reach 2^64.
+    // Adds nBytes to the length, which counts bits. Returns false and adds nothing if it would reach 2^64.
     bool AddLength(SHA1Context & Context, std::size_t nBytes)
     {
         std::uint64_t const nBits = static_cast<std::uint64_t>(Context.dwLengthHigh) << 32 | Context.dwLengthLow;
@@ -152,7 +153,7 @@ void Sha1HashPlain(std::uint32_t * dHash, unsigned char const * pBlocks, std::si
     {
         std::uint32_t dVars[5] = { dHash[0], dHash[1], dHash[2], dHash[3], dHash[4] };
         RunAllRounds(dVars, pBlocks, std::make_index_sequence<80>());
-        for (int i = 0; i < 5; ++i)
+        for (std::size_t i = 0; i < std::size(dVars); ++i)
         {
             dHash[i] += dVars[i];
         }

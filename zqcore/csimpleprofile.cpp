@@ -20,7 +20,7 @@ namespace
     constexpr int KINDS = static_cast<int>(std::size(KIND_NAMES));
     static_assert(KINDS == SIMPLE_TIMER_DEBUG + 1);
 
-    // Kind that was pushed and not yet popped. Times are in ticks of shortTimeGet.
+    // Kind of work that is pushed and not yet popped. Times are in ticks of shortTimeGet.
     struct SimpleProfileData_t
     {
         std::int64_t tStart = 0;
@@ -29,13 +29,14 @@ namespace
         SimpleProfileType_e eType = SIMPLE_TIMER_SERVER;
     };
 
+    // State of a context. Times are in ticks of shortTimeGet.
     struct SimpleProfile_t
     {
         StaticArray_T<SimpleProfileInfo_t, KINDS> dInfo;
         StaticArray_T<SimpleProfileData_t, SIMPLE_PROFILE_STACKSIZE> dStack;
         std::int64_t dFrameTime[KINDS] = {};   // times in the current frame
         int iStackPtr = -1;                    // index of the top, -1 if empty
-        int nBeyond = 0;                       // open pushes that found no room
+        int nBeyond = 0;                       // open pushes without room in dStack
         int nFrames = 0;                       // frames in the current span
         plat::Lock_c StatsLock;                // guards the figures, for short steps
         plat::Lock_c UseLock;                  // held from push to pop, locked first
@@ -55,7 +56,7 @@ namespace
         return eType >= 0 && eType < KINDS;
     }
 
-    // Returns the context. Asserts that context and kind exist, and returns null otherwise.
+    // Returns the state of a context. Asserts that context and kind exist, and returns null otherwise.
     SimpleProfile_t * Find(SimpleProfileContext_e eContext, SimpleProfileType_e eType)
     {
         ZQ_ASSERT_TEXT(IsContext(eContext), "eContext < SIMPLE_PROFILE_CONTEXT_TOTAL");
@@ -63,6 +64,7 @@ namespace
         return IsContext(eContext) && IsKind(eType) ? &g_dProfiles[eContext] : nullptr;
     }
 
+    // Returns the context itself, or the one that SIMPLE_PROFILE_CONTEXT_CURRENT means.
     SimpleProfileContext_e Resolve(SimpleProfileContext_e eContext)
     {
         if (eContext != SIMPLE_PROFILE_CONTEXT_CURRENT)
@@ -115,6 +117,7 @@ namespace
     // Whether the forking thread is in a context, by context.
     bool g_dOwn[SIMPLE_PROFILE_CONTEXT_TOTAL];
 
+    // Records in which contexts the forking thread is.
     void NoteOwnContexts()
     {
         for (int i = 0; i < SIMPLE_PROFILE_CONTEXT_TOTAL; ++i)
@@ -128,7 +131,8 @@ namespace
         }
     }
 
-    // A forked child lacks the other threads. It leaves the contexts that they were in, and stays in its own.
+    // Leaves the contexts of the other threads, which a forked child lacks. Renews all locks, and enters those of its
+    // own contexts again.
     void KeepOwnContexts()
     {
         for (int i = 0; i < SIMPLE_PROFILE_CONTEXT_TOTAL; ++i)

@@ -2,8 +2,8 @@
 //
 // The long time is in seconds. Until ModuleTimer_c is initialised it comes from a coarse clock of milliseconds, which
 // wraps after 49 days. After the initialisation it comes from a good clock, if the machine has one. longTimeGetPassed
-// continues across that change without a jump. A caller must not compare values of longTimeGet from before and after
-// it. The short time is the processor's cycle counter.
+// continues across that change without a jump. Requires that values of longTimeGet from before and after the change are
+// not compared. The short time is the processor's cycle counter.
 //
 // Ownership: nothing is owned.
 // Threads: any thread, without locks. The first calls of longTimeGetPassed and shortTimeGetSec belong to the main
@@ -24,7 +24,7 @@ ZQ_API double longTimeGet();
 /// Returns the seconds since the first call of this function in the process.
 ZQ_API double longTimeGetPassed();
 
-/// Spins for tSeconds, and returns them.
+/// Spins for tSeconds and returns tSeconds.
 ZQ_API double longTimeWait(double tSeconds);
 
 /// Returns the cycle counter: rdtsc on x86, the ticks of the good clock on other processors.
@@ -33,11 +33,12 @@ ZQ_API std::int64_t shortTimeGet();
 /// Returns the cycles in a second. The first call measures them and takes a second.
 ZQ_API std::int64_t shortTimeGetSec();
 
-/// Spins for nCycles of the cycle counter, and returns them.
+/// Spins for nCycles of the cycle counter and returns nCycles.
 ZQ_API std::int64_t shortTimeWait(std::int64_t nCycles);
 
 /// Clock of the game's time, longTimeGet at start. A layer above may set its own, for instance one that pauses.
-/// AppGetDeltaTime reads it; the log's time column does not. Requires that no other thread reads it while it is set.
+/// AppGetDeltaTime reads it, but the log's time column does not. Requires that no other thread reads it while it is
+/// set.
 extern ZQ_API double (*Game_longTimeGet)();
 
 /// Module that chooses the clock. Without a good clock it asserts that the system accepts the period of the coarse one.

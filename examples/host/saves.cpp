@@ -15,11 +15,11 @@ namespace
 {
     constexpr std::uint32_t SAVE_VERSION = 0x00010000;
 
-    // Stores or loads everything. Returns what is wrong with the data, or an empty text. The archive has failed with a
-    // text, and may have failed without one.
+    // Stores or loads the game's name and the world. Returns what is wrong with the data, and fails the archive then.
+    // Returns an empty text otherwise, also if the archive itself fails.
     std::string Serialize(Serializeable_c & Archive, std::string const & sGame, ModuleWorld_c & World)
     {
-        String_T<64> sOfGame = sGame.c_str();
+        Name_t sOfGame = sGame.c_str();
         Archive.SerializeString(sOfGame);
         if (sOfGame != sGame.c_str())
         {
@@ -30,7 +30,7 @@ namespace
         return static_cast<char const *>(BaySerialize(Archive, World.GetBay()));
     }
 
-    // Loads a save that was found whole. Returns why that failed, or an empty text.
+    // Loads a save whose state is WHOLE. Returns why that fails, or an empty text.
     std::string LoadWhole(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
     {
         Readable_c Archive(Save.OpenFile(), SAVE_VERSION);
@@ -100,7 +100,7 @@ namespace
         }
     }
 
-    // Stores the world. Returns why that failed, or an empty text.
+    // Stores the world. Returns why that fails, or an empty text.
     std::string Store(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
     {
         FileSaveWriter_c Writer(Save);

@@ -89,7 +89,7 @@ namespace plat
         bool NameToDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
-            constexpr std::size_t HASH_SIZE = 17;   // with its mark
+            constexpr std::size_t HASH_SIZE = 17;   // characters, with its mark
             sFile = sMark;
             for (std::size_t iByte = 0; iByte < sName.size(); ++iByte)
             {
@@ -126,7 +126,7 @@ namespace plat
     }
 
     // A writer that is alone always uses the same temporary name, so it replaces the file of a killed writer. Other
-    // writers use names that were never used before.
+    // writers use names that no other call uses.
     bool StoreRecord(StoreHandle_t hFolder, char const * szFile, Record_t const & Record, bool bAlone)
     {
         char szBusy[STORE_UNIQUE_NAME_SIZE] = { BUSY_MARK };

@@ -80,6 +80,7 @@ namespace plat
 
         PairSums_t SumFirstTime(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers);
 
+        // The function of the widest registers that the processor has. The first call chooses it.
         constinit std::atomic<Sum_t> g_fnSum = SumFirstTime;
 
         PairSums_t SumFirstTime(std::ptrdiff_t const * pFirst, std::ptrdiff_t const * pSecond, std::size_t nNumbers)

@@ -42,6 +42,7 @@ namespace plat
 
         bool g_bForkByReporter = false;   // whether the reporter forks; written under the fork's lock
 
+        // Runs before a fork, on the thread that forks.
         void NoteReporter()
         {
             g_bForkByReporter = g_iReporter == CallingThread();
@@ -105,10 +106,10 @@ namespace plat
             return g_iReporter.compare_exchange_strong(iReporter, iThread) ? iThread : iReporter;
         }
 
-        // Claims the filter and prepares the calling thread for it. Returns false if that thread is not to run it. A
+        // Claims the filter and prepares the calling thread for it. Returns false if the thread may not run it. A
         // fault of the filter itself ends the guarded call that it is in, or else is passed on. A fault of another
         // thread waits until the filter is done, and then at most DYING_LIMIT for the end of the process.
-        bool Begin()
+        bool BeginFilter()
         {
             FaultGuardEscape();
             int const iThread = CallingThread();
@@ -205,7 +206,7 @@ namespace plat
         {
             StopAlignmentChecks();
             int const iError = errno;
-            if (Begin())
+            if (BeginFilter())
             {
                 Signal_s Signal = { iSignal, *pInfo, *static_cast<ucontext_t const *>(pThread), false };
                 FaultStackCall(FilterSignal, &Signal);
@@ -237,7 +238,7 @@ namespace plat
 
         [[noreturn]] void OnTerminate()
         {
-            if (abi::__cxa_current_exception_type() != nullptr && Begin())
+            if (abi::__cxa_current_exception_type() != nullptr && BeginFilter())
             {
                 FaultContext_t Context;
                 FaultContextCapture(&Context);

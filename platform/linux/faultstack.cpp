@@ -22,6 +22,7 @@ namespace plat
         // pages too. It is never released, because a thread may be on it when the process ends.
         char * g_pMemory = nullptr;
 
+        // Argument of Run: a function with its own argument.
         struct Call_s
         {
             void (*fnCall)(void *);

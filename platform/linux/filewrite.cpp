@@ -28,7 +28,7 @@ namespace plat
             int const iError = errno;
             DiskPath_c Path(szPath);
             Path.SpellFolder();
-            unlinkat(AT_FDCWD, Path.Get(), 0);   // a foreign program locked the new file, which nobody needs
+            unlinkat(AT_FDCWD, Path.Get(), 0);   // another program has locked the new file, which nobody needs
             errno = iError;
             return nullptr;
         }
@@ -63,7 +63,7 @@ namespace plat
         return ftruncate(DescriptorOf(hFile), static_cast<off_t>(nBytes)) == 0;
     }
 
-    // The claim ends even if a forked child still has a copy.
+    // The claim ends even if a forked child still has a copy of the handle.
     bool FileFinish(File_t hFile)
     {
         flock(DescriptorOf(hFile), LOCK_UN);

@@ -142,6 +142,7 @@ namespace plat
         constinit Fork_c g_Fork;
     }
 
+    // Makes each fork call this object, unless that is done. If the system refuses, the next registration tries again.
     void Fork_c::Hook()
     {
         if (!m_bHooked)

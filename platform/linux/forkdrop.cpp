@@ -8,9 +8,10 @@ namespace plat
 {
     namespace
     {
-        constinit Lock_c g_Lock;
+        constinit Lock_c g_Lock;   // guards the list
         constinit ForkDrop_s * g_pFirst = nullptr;
 
+        // Runs in a child, which has no other thread, so it needs no lock.
         void DropAll()
         {
             while (ForkDrop_s * const pEntry = g_pFirst)

@@ -35,7 +35,7 @@ namespace plat
         return static_cast<unsigned char>(m_dBytes[m_iByte++]);
     }
 
-    // Reads the next number and returns it. Returns 0 if no digit follows. Stores the byte after the number in pNext.
+    // Reads the next number and returns it. Returns 0 if no digit follows. Sets *pNext to the byte after the number.
     std::uint64_t Maps_c::Number(int nBase, int * pNext)
     {
         std::uint64_t nNumber = 0;
@@ -61,9 +61,9 @@ namespace plat
         Mapping.End = static_cast<std::uintptr_t>(Number(16, &cByte));
         Byte();
         Mapping.bWritable = Byte() == 'w';
-        for (int iRest = 0; iRest < 3; ++iRest)
+        for (int iRest = 0; iRest < 3; ++iRest)   // x, p and the blank
         {
-            cByte = Byte();
+            Byte();
         }
         Mapping.nOffset = Number(16, &cByte);
         Number(16, &cByte);

@@ -112,6 +112,7 @@ namespace plat
             return false;
         }
 
+        // Returns whether a file is an ELF file of this process's word size.
         bool IsOurs(Header_t const & Header)
         {
             constexpr unsigned char CLASS = sizeof(void *) == 8 ? ELFCLASS64 : ELFCLASS32;

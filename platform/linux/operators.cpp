@@ -22,13 +22,14 @@ namespace plat
             DELETE OPERATORS_SIZE ALIGNMENT, DELETE ALIGNMENT OPERATORS_NOTHROW                                        \
     }
 
+        // Sets fnFunction to the function that a scope has under a mangled name, or to null.
         template <typename FUNCTION>
         void Find(FUNCTION *& fnFunction, void * hScope, char const * szName)
         {
             fnFunction = reinterpret_cast<FUNCTION *>(::dlsym(hScope, szName));
         }
 
-        // Sets a pair to the functions that a scope has under mangled names.
+        // Sets a pair to the functions that a scope has under mangled names, in the order of OPERATORS_NAMES.
         template <typename... ALIGNMENT>
         void FindPair(OperatorPair_T<ALIGNMENT...> & Pair, void * hScope, char const * const (&dNames)[5])
         {
@@ -58,7 +59,7 @@ namespace plat
     Operators_t OperatorsAfterOwn()
     {
         Operators_t const Operators = OperatorsOf(RTLD_NEXT);
-        ::dlerror();   // a program with the library in it must not find an error of these calls
+        ::dlerror();   // clears the error of a missing function, so that the program does not read it
         return Operators;
     }
 }

@@ -16,8 +16,9 @@ namespace plat
 
         // Copies of ends of pipes, because no other file has their identity.
         KeptDescriptor_c g_dReserve[RESERVE];
-        std::atomic<bool> g_bAllowed{ false };   // as ReserveAllow sets it
+        std::atomic<bool> g_bAllowed{ false };   // whether the reserve may be used
 
+        // Returns a copy of a descriptor, with a number from LOWEST on if one is free, or -1 on failure.
         int CopyOf(int iDescriptor)
         {
             int const iHigh = fcntl(iDescriptor, F_DUPFD_CLOEXEC, LOWEST);

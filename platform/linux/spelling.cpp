@@ -80,6 +80,7 @@ namespace plat
             std::vector<std::uint32_t> m_dOffsets;   // into m_sText, in the order of listings
         };
 
+        // Hash that finds a key without a copy of it.
         struct KeyHash_c
         {
             using is_transparent = void;
@@ -130,6 +131,7 @@ namespace plat
             bool const m_bGranted;
         };
 
+        // Object whose destructor frees the record.
         struct RecordEnd_c
         {
             ~RecordEnd_c() { SpellingsForget(); }
@@ -146,7 +148,8 @@ namespace plat
             return itFolder != g_pRecord->end() ? itFolder->second : (*g_pRecord)[std::string(Folder.Get())];
         }
 
-        // Returns whether a name is a link whose target is missing, which listings leave out.
+        // Returns whether a name leads to nothing. A name that exists is then a link whose target is missing, which
+        // listings leave out.
         bool LeadsNowhere(int iFolder, char const * szName)
         {
             struct stat Stat;
@@ -205,8 +208,8 @@ namespace plat
         }
 
         // Overwrites szName with the first entry, in the order of listings, that has its folded name. A link whose
-        // target is missing is used only if there is no other entry. Returns false, with errno, if there is none or the
-        // folder can't be read to its end.
+        // target is missing is used only if there is no other such entry. Returns false, with errno, if no entry has
+        // the name or the folder can't be read to its end.
         bool FindInFolder(int iFolder, char * szName)
         {
             char szFound[NAME_MAX + 1];

@@ -19,11 +19,11 @@ namespace plat
 {
     class FolderKey_c;
 
-    /// One path to be passed to the system. Requires that the caller's text outlives it.
+    /// One path to be passed to the system. Requires that the caller's text outlives the object.
     class DiskPath_c
     {
     public:
-        /// Copies the path with `/` as the separator. Null counts as an empty path. Without bRecord, what a search
+        /// Copies the path with `/` as the separator. Null counts as an empty path. If bRecord is false, what a search
         /// finds is not recorded, and nothing here uses the heap.
         explicit DiskPath_c(char const * szPath, bool bRecord = true);
 
@@ -51,10 +51,10 @@ namespace plat
         }
 
         /// Spells the folder as on disk and keeps the caller's spelling of the last name: the path of something to be
-        /// created.
+        /// created. Calls TrimSeparators.
         void SpellFolder();
 
-        /// Removes separators from the end, so that a link at the end means the link itself.
+        /// Removes separators from the end, so that a link at the end means the link itself. Keeps that of the root.
         void TrimSeparators();
 
         /// Returns the spelling tried last.
@@ -79,7 +79,7 @@ namespace plat
         char const * m_szOriginal;
         std::size_t m_nLength;
         Tried_e m_eTried = Tried_e::AsWritten;
-        int m_iFault = 0;   // error from the search of the folders
+        int m_iFault = 0;   // error from the search of the folders, or 0
         bool m_bTooLong;
         bool const m_bRecord;
         char m_szPath[PATH_MAX];
@@ -92,10 +92,11 @@ namespace plat
         /// Starts at the root or at the current folder.
         explicit FolderKey_c(bool bRoot);
 
-        /// Makes the key of a path that fits a DiskPath_c.
+        /// Makes the key of a path. Requires that `/` separates its names and that it fits a DiskPath_c.
         explicit FolderKey_c(char const * szPath);
 
-        /// Appends the name of a subfolder. "" and "." change nothing. Requires that the path fits a DiskPath_c.
+        /// Appends the name of a subfolder. "" and "." change nothing. Requires that the whole path fits a
+        /// DiskPath_c.
         void Append(std::string_view sName);
 
         /// Returns the key so far, which is valid as long as the object.
@@ -106,7 +107,7 @@ namespace plat
         char m_dKey[PATH_MAX + 2];
     };
 
-    /// Replaces the record of how a folder's names are spelled. szFolder is a spelling that DiskPath_c has found.
-    /// dNames has all names in the order of listings, or none if all are folded.
+    /// Replaces the record of how a folder's names are spelled. Requires that szFolder is a spelling that DiskPath_c
+    /// found, and that dNames has all names in the order of listings, or none if all are folded.
     void SpellingsReplace(char const * szFolder, std::vector<char const *> const & dNames);
 }

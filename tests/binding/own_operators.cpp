@@ -8,7 +8,8 @@
 
 namespace
 {
-    constexpr std::size_t HEAD = 16;   // bytes before a block, where a kind adds some
+    constexpr std::size_t HEAD = 16;          // bytes before a block, if a kind adds some
+    constexpr std::size_t SMALL = 2 * HEAD;   // bytes of the largest small block
 
     // Call the operators that come after the program's.
     void * NewOfNext(std::size_t nBytes)
@@ -21,7 +22,7 @@ namespace
         reinterpret_cast<void (*)(void *)>(dlsym(RTLD_NEXT, "_ZdlPv"))(pBlock);
     }
 
-    // Move a block's begin by its head, whose bytes are zero.
+    // Move a pointer over a block's head, zero the head, and return the pointer.
     void * WithoutHead(void * pMemory)
     {
         return static_cast<char *>(std::memset(pMemory, 0, HEAD)) + HEAD;
@@ -31,7 +32,7 @@ namespace
         return std::memset(static_cast<char *>(pBlock) - HEAD, 0, HEAD);
     }
 
-    // Counts blocks.
+    // Operators that forward to the next ones and count blocks.
     [[maybe_unused]] struct
     {
         std::size_t nBlocks = 0;
@@ -58,6 +59,7 @@ namespace
         void Delete(void * pBlock) { std::free(WithHead(pBlock)); }
     } HAS_HEAP;
 
+    // Operators that add a head to each block of the next ones.
     [[maybe_unused]] struct
     {
         void * New(std::size_t nBytes) { return WithoutHead(NewOfNext(HEAD + nBytes)); }
@@ -70,7 +72,7 @@ namespace
         }
     } ADDS_HEAD;
 
-    // Serves small blocks, each once, and forwards the others.
+    // Operators that serve small blocks, each once, and forward the others.
     [[maybe_unused]] struct
     {
         alignas(HEAD) char dRoom[65536];
@@ -78,12 +80,12 @@ namespace
 
         void * New(std::size_t nBytes)
         {
-            if (nBytes > HEAD * 2 || nUsed == sizeof dRoom)
+            if (nBytes > SMALL || nUsed == sizeof dRoom)
             {
                 return NewOfNext(nBytes);
             }
-            nUsed += HEAD * 2;
-            return dRoom + nUsed - HEAD * 2;
+            nUsed += SMALL;
+            return dRoom + nUsed - SMALL;
         }
         void Delete(void * pBlock)
         {
@@ -94,7 +96,7 @@ namespace
         }
     } SERVES_SMALL;
 
-    // Calls the library's heap, past its operators.
+    // Operators that call the library's heap instead of its operators.
     [[maybe_unused]] struct
     {
         void * New(std::size_t nBytes)

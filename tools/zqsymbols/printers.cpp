@@ -64,6 +64,7 @@ namespace zqsymbols
             return sText;
         }
 
+        // Shows elements from the pointer First on. Second is their number, or a pointer after the last one.
         std::optional<std::string> ShowRange(
             Values_c & Values, Value_t const & First, Value_t const & Second, Printer_e ePrinter, int nDepth)
         {
@@ -83,6 +84,7 @@ namespace zqsymbols
                        : std::optional(Values.Elements(Begin->iType, Begin->nAddress, *nCount, nDepth - 1));
         }
 
+        // Shows a pointer and what it points at.
         std::optional<std::string> ShowPointer(Values_c & Values, Value_t const & Pointer, int nDepth)
         {
             std::optional<Value_t> const Target = Values.Target(Pointer);
@@ -94,6 +96,7 @@ namespace zqsymbols
             return Target->nAddress == 0 ? EMPTY_TEXT : sAddress + " { " + Values.Show(*Target, nDepth - 1) + " }";
         }
 
+        // Shows a std::string: libstdc++'s, or with bShort libc++'s, which has no pointer to a short text.
         std::optional<std::string> ShowByWords(Values_c & Values, Value_t const & Value, bool bShort)
         {
             std::uint64_t const nWord = Values.GetWord();
@@ -108,6 +111,7 @@ namespace zqsymbols
                 Values, Values.NumberAt(Value, bShort ? 2 * nWord : 0, nWord), Values.NumberAt(Value, nWord, nWord));
         }
 
+        // Shows a value by one row. Returns nothing if the row does not fit its members or can't read them.
         std::optional<std::string> ShowBy(
             Printer_t const & Printer, Values_c & Values, Value_t const & Value, int nDepth)
         {

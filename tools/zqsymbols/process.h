@@ -1,4 +1,4 @@
-// process.h: the examined process: its registers, its memory and its modules.
+// process.h: registers, memory and modules of the examined process.
 //
 // Memory arrives page by page over the socket. Process_c keeps each page until ForgetMemory.
 #pragma once

@@ -9,8 +9,9 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr off_t LARGEST = 16 << 20;   // bytes
+        constexpr off_t LARGEST = 16 << 20;   // bytes of a source that is read
 
+        // Returns the contents of a regular file of at most LARGEST bytes, or an empty text.
         std::string ReadAll(char const * szFile)
         {
             std::string sText;
@@ -29,6 +30,7 @@ namespace zqsymbols
             return sText;
         }
 
+        // Returns the lines of a text without their ends.
         std::vector<std::string> Lines(std::string const & sText)
         {
             std::vector<std::string> dLines;

@@ -1,9 +1,9 @@
 // values.h: values of the examined process as text.
 //
 // A value is one line:
-// - numbers in decimal, and large or negative integers also in hexadecimal;
-// - addresses and integers of 16 bytes in hexadecimal;
-// - enumerators by name, and text in quotes;
+// - numbers in decimal, and large or negative integers also in hexadecimal.
+// - addresses and integers of 16 bytes in hexadecimal.
+// - enumerators by name, and text in quotes.
 // - containers and structures in braces. Members can list a structure's members in further lines.
 //
 // Values_c escapes everything from the process.

@@ -66,6 +66,7 @@ namespace
         }
     };
 
+    // Returns a relative path of the library with `/` as the separator, and without one at the start.
     std::string PathFromRelative(std::string sRelative)
     {
         std::replace(sRelative.begin(), sRelative.end(), '\\', '/');
@@ -94,6 +95,7 @@ namespace
         return szText;
     }
 
+    // Returns the sum of the lengths of a cache's files.
     std::uint64_t BytesOf(CacheContents_t const & Contents)
     {
         std::uint64_t nBytes = 0;
@@ -136,7 +138,7 @@ namespace
 
     void NoteNotCurrent(char const * szLine)
     {
-        std::string_view constexpr START = "filesystem: the cache is not current, ";
+        constexpr std::string_view START = "filesystem: the cache is not current, ";
         std::string_view const sLine(szLine);
         g_sNotCurrent = sLine.starts_with(START) ? sLine.substr(START.size()) : g_sNotCurrent;
     }
@@ -168,6 +170,7 @@ namespace
         return Table;
     }
 
+    // Adds the folders that only the cache has, and those that only the tree has.
     void CompareFolders(CacheContents_t const & Contents, std::set<std::string> dFolders, Comparison_t & Comparison)
     {
         for (CacheFolder_s const & Folder : Contents.dFolders)
@@ -180,6 +183,7 @@ namespace
         std::transform(dFolders.begin(), dFolders.end(), std::back_inserter(Comparison.dNew), PathFromRelative);
     }
 
+    // Adds the files that differ. The paths of the tables begin with the root, which has nRoot characters.
     void CompareFiles(CacheContents_t const & Contents, Table_s Table, std::size_t nRoot, Comparison_t & Comparison)
     {
         auto const PathNow = [nRoot](File_c const & File)

@@ -1,4 +1,4 @@
-// checkschema.h: what the cells of a table must be. A schema is itself a warehouse table, one row for each column.
+// checkschema.h: what the cells of a table may hold. A schema is itself a warehouse table, one row for each column.
 #pragma once
 
 #include "tools/zqtool/checktext.h"
@@ -27,11 +27,11 @@ struct SchemaColumn_t
     SchemaType_e eType = SchemaType_e::Text;
     std::vector<std::string> dNames;     // the names that the type Name allows
     std::optional<double> Least, Most;   // of a number, of both parts of a pair, or of the bytes of a text
-    bool bRequired = false;              // whether a table must have the column, and each row a value in it
+    bool bRequired = false;              // whether a table needs the column, and each row a value in it
 };
 
 /// Reads a schema and returns its columns. The ending of its name decides its format. Replaces dComplaints by what is
-/// wrong with it. Only one call of this or of CheckText may run at a time.
+/// wrong with the schema. Requires that no other call of this or of CheckText runs.
 std::vector<SchemaColumn_t> ReadSchema(
     std::string const & sName, std::string const & sBytes, std::vector<Complaint_t> & dComplaints);
 

@@ -5,7 +5,7 @@
 
 class Arguments_c;
 
-/// Function that runs a subcommand after its arguments were read. Returns the exit status.
+/// Function that runs a subcommand after its arguments are read. Returns the exit status.
 using CommandRun_t = std::function<int()>;
 
 /// Exit statuses.

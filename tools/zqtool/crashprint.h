@@ -8,5 +8,5 @@
 /// sequences.
 std::string CrashText(Crash_t const & Crash, bool bColours);
 
-/// Returns groups as text, a few lines each, with bColours as above.
+/// Returns groups as text, a few lines each. bColours does the same as above.
 std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bColours);

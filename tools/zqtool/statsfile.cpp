@@ -18,6 +18,7 @@ namespace
     constexpr std::size_t N_LAST = 2488, N_AT_MAX = 2492, MAX_SLOT = 2496;
     static_assert(SLOTS + STATS_FRAMES * SLOT_SIZE == AVERAGE);
 
+    // Returns a number of nBytes bytes, the lowest byte first.
     std::uint64_t Number(char const * pBytes, int nBytes)
     {
         std::uint64_t nNumber = 0;
@@ -44,6 +45,7 @@ namespace
             Word(pRecord + N_LAST), Word(pRecord + N_AT_MAX), static_cast<std::int32_t>(Word(pRecord + MAX_SLOT)) };
     }
 
+    // Reader of a stats file from its start.
     class StatsReader_c
     {
     public:
@@ -52,12 +54,14 @@ namespace
             , m_fnComplain(fnComplain)
         {}
 
+        // Reads the header. Returns false if it is incomplete or not that of a stats file.
         bool ReadHeader();
 
         // Reads the next batch. Sets bWhole to whether the file holds all of it. Returns false at the end of the file,
         // or at a fault that ends the reading.
         bool ReadBatch(StatsBatch_t & Batch, bool & bWhole);
 
+        // Returns whether no fault was found.
         bool IsSound() const { return m_bSound; }
 
         // Returns the offset of the next batch.
@@ -67,19 +71,19 @@ namespace
         std::size_t Read(std::size_t nBytes);
         void Complain(std::uint64_t nOffset, std::string const & sText);
         void ReadTimer(StatsTimer_t & Timer, std::size_t iRecord);
-        int ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords);
+        int ReadLink(std::size_t iRecord, std::size_t nField, std::size_t nRecords);
         void SetParent(
-            StatsBatch_t & Batch, std::size_t iRecord, std::size_t iField, std::size_t nRecords, int iParent);
+            StatsBatch_t & Batch, std::size_t iRecord, std::size_t nField, std::size_t nRecords, int iParent);
         std::string NameOf(std::size_t iRecord) const;
-        std::uint64_t OffsetOf(std::size_t iRecord, std::size_t iField) const;
-        char const * BytesOf(std::size_t iRecord, std::size_t iField) const;
+        std::uint64_t OffsetOf(std::size_t iRecord, std::size_t nField) const;
+        char const * BytesOf(std::size_t iRecord, std::size_t nField) const;
 
         std::istream & m_Stream;
         std::function<void(std::uint64_t, std::string const &)> const & m_fnComplain;
-        std::vector<char> m_dBytes;     // of the last Read
-        std::uint64_t m_nOffset = 0;    // of the next byte to read
-        std::uint64_t m_nRecords = 0;   // offset of the batch's first record
-        std::uint32_t m_nAddress = 0;   // of the array of timers in the process that wrote the file
+        std::vector<char> m_dBytes;         // of the last Read
+        std::uint64_t m_nOffset = 0;        // of the next byte to read
+        std::uint64_t m_nFirstRecord = 0;   // offset of the batch's first record
+        std::uint32_t m_nAddress = 0;       // of the array of timers in the process that wrote the file
         int m_iBatch = -1;
         bool m_bSound = true;
     };
@@ -100,14 +104,14 @@ namespace
         m_bSound = false;
     }
 
-    std::uint64_t StatsReader_c::OffsetOf(std::size_t iRecord, std::size_t iField) const
+    std::uint64_t StatsReader_c::OffsetOf(std::size_t iRecord, std::size_t nField) const
     {
-        return m_nRecords + iRecord * RECORD_SIZE + iField;
+        return m_nFirstRecord + iRecord * RECORD_SIZE + nField;
     }
 
-    char const * StatsReader_c::BytesOf(std::size_t iRecord, std::size_t iField) const
+    char const * StatsReader_c::BytesOf(std::size_t iRecord, std::size_t nField) const
     {
-        return m_dBytes.data() + iRecord * RECORD_SIZE + iField;
+        return m_dBytes.data() + iRecord * RECORD_SIZE + nField;
     }
 
     std::string StatsReader_c::NameOf(std::size_t iRecord) const
@@ -159,9 +163,9 @@ namespace
     // Returns the index of the record that a link leads to. Returns -1 for no link or a damaged one. Reports a damaged
     // one. The profiler creates a timer after its parent and its previous siblings, so a link always leads to a higher
     // index.
-    int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t iField, std::size_t nRecords)
+    int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t nField, std::size_t nRecords)
     {
-        std::uint32_t const nLink = Word(BytesOf(iRecord, iField));
+        std::uint32_t const nLink = Word(BytesOf(iRecord, nField));
         if (nLink == 0)
         {
             return -1;
@@ -182,7 +186,7 @@ namespace
         }
         if (szFault != nullptr)
         {
-            Complain(OffsetOf(iRecord, iField), (iField == CHILD ? "the child of " : "the sibling of ")
+            Complain(OffsetOf(iRecord, nField), (nField == CHILD ? "the child of " : "the sibling of ")
                                                     + NameOf(iRecord) + " is at address " + HexWord(nLink) + szFault);
             return -1;
         }
@@ -192,9 +196,9 @@ namespace
     // Sets the parent of the timer that a link leads to. Reports a timer that has a parent already, and a sibling of
     // the root. Skips a timer beyond the end of a broken file.
     void StatsReader_c::SetParent(
-        StatsBatch_t & Batch, std::size_t iRecord, std::size_t iField, std::size_t nRecords, int iParent)
+        StatsBatch_t & Batch, std::size_t iRecord, std::size_t nField, std::size_t nRecords, int iParent)
     {
-        int const iLinked = ReadLink(iRecord, iField, nRecords);
+        int const iLinked = ReadLink(iRecord, nField, nRecords);
         if (iLinked < 0 || static_cast<std::size_t>(iLinked) >= Batch.size())
         {
             return;
@@ -202,7 +206,7 @@ namespace
         int & iHeld = Batch[static_cast<std::size_t>(iLinked)].iParent;
         if (iHeld >= 0 || iParent < 0)
         {
-            Complain(OffsetOf(iRecord, iField),
+            Complain(OffsetOf(iRecord, nField),
                 NameOf(iRecord) + " links to record " + std::to_string(iLinked)
                     + (iParent < 0 ? " as a sibling of the root" : ", which hangs elsewhere"));
             return;
@@ -231,7 +235,7 @@ namespace
                                  + "; what follows can't be read");
             return false;
         }
-        m_nRecords = m_nOffset;
+        m_nFirstRecord = m_nOffset;
         std::size_t const nWhole = Read(nRecords * RECORD_SIZE) / RECORD_SIZE;
         Batch.assign(nWhole, {});
         for (std::size_t i = 0; i < nWhole; ++i)
@@ -283,8 +287,8 @@ struct StatsTail_c::State_s
     std::ifstream Stream;
     std::string sHeader;
     std::function<void(std::uint64_t, std::string const &)> fnComplain;
-    std::optional<StatsReader_c> Reader;   // none before the header was read
-    bool bDamaged = false;
+    std::optional<StatsReader_c> Reader;   // none until the file has a whole header
+    bool bDamaged = false;                 // whether the rest can't be read
 };
 
 StatsTail_c::StatsTail_c(std::string sFile)
@@ -317,7 +321,7 @@ bool StatsTail_c::State_s::HoldsBatch(std::uint64_t nSize)
     return nRecords > STATS_MAX_TIMERS || nOffset + COUNT_SIZE + nRecords * RECORD_SIZE <= nSize;
 }
 
-// Opens the file each time, because another one may have its name.
+// Opens the file each time, because another one may have replaced it.
 StatsTail_e StatsTail_c::Read(
     StatsBatch_t & Batch, std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain)
 {
