@@ -121,6 +121,7 @@ TEST(LogFormat, TextIsThatOfPrintfAndWideTextUtf8InEveryLocale)
         'x', static_cast<void *>(nullptr));
     ExpectLikePrintf(
         2049, "%5.2f %e %Lg %.3s %*d %-*d| %.*s %ls", 1.5, 2.5, 3.5L, "abcdef", 6, 7, 8, 9, 2, "xyz", L"\u00e4");
+    ExpectLikePrintf(2049, "%Ld %Lx %ls", 1LL << 40, 0xABCDEF0123ULL, L"\u00e4");
     EXPECT_STREQ(NewString("%ls|%i", L"\xD800\u00e4", 1), "\uFFFD\u00e4|1");   // half a pair is no character
 }
 

@@ -304,6 +304,7 @@ namespace
                 return sizeof(std::size_t);
             case 'j':
             case 'q':
+            case 'L':   // as the C library reads it before integers
                 return sizeof(long long);
             default:
                 return sizeof(int);
