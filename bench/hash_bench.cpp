@@ -14,11 +14,13 @@
 
 namespace
 {
+    constexpr std::size_t MAX_BYTES = std::size_t{ 1 } << 20;   // of one hash
+
     std::vector<unsigned char> const & Bytes()
     {
         static std::vector<unsigned char> const s_dBytes = []
         {
-            std::vector<unsigned char> dBytes(std::size_t{ 1 } << 20);
+            std::vector<unsigned char> dBytes(MAX_BYTES);
             std::mt19937 Random(1);
             for (unsigned char & Byte : dBytes)
             {
@@ -92,14 +94,14 @@ namespace
     bool const g_bRegistered = []
     {
         for (std::size_t const nBytes :
-            std::initializer_list<std::size_t>{ 4, 8, 15, 16, 31, 64, 100, 256, 1024, 4096, 65536, 1 << 20 })
+            std::initializer_list<std::size_t>{ 4, 8, 15, 16, 31, 64, 100, 256, 1024, 4096, 65536, MAX_BYTES })
         {
             Register<CrcOurs>("Crc32/ours", nBytes);
             Register<CrcLibdeflate>("Crc32/libdeflate", nBytes);
             Register<CrcZlib>("Crc32/zlib", nBytes);
         }
         benchmark::RegisterBenchmark("Crc32/ours word/4", Crc32OfOneWord);
-        for (std::size_t const nBytes : std::initializer_list<std::size_t>{ 4, 16, 64, 256, 4096, 65536, 1 << 20 })
+        for (std::size_t const nBytes : std::initializer_list<std::size_t>{ 4, 16, 64, 256, 4096, 65536, MAX_BYTES })
         {
             Register<Sha1Ours>("Sha1/ours", nBytes);
             Register<Sha1OpenSsl>("Sha1/openssl", nBytes);

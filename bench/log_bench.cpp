@@ -14,9 +14,11 @@
 
 namespace
 {
-    // Format that makes 91 bytes in the log, with the time, the frame and the line end.
+    // Format of a line, and the bytes of such a line with a time, a frame of two digits and the line end.
     constexpr char FORMAT[] = "File opened: %s, %i bytes, category %s, after %i reads, from the media tree";
+    constexpr std::size_t LINE_BYTES = 91;
 
+    // A folder for temporary files, until the object is destroyed.
     struct Folder_s
     {
         std::string sPath;
@@ -49,7 +51,7 @@ namespace
     {
         Folder_s const Folder;
         int const iFile = ::open((Folder.sPath + "bare").c_str(), O_CREAT | O_WRONLY, 0644);
-        std::string const sLine(91, 'x');
+        std::string const sLine(LINE_BYTES, 'x');
         for (auto _ : State)
         {
             benchmark::DoNotOptimize(::write(iFile, sLine.data(), sLine.size()));

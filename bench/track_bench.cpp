@@ -105,7 +105,7 @@ namespace
 
     void StartOurs(benchmark::State & State)
     {
-        Root();
+        Root();   // makes the tree
         for (auto _ : State)
         {
             FileTrackChanges(Root());
@@ -115,7 +115,7 @@ namespace
 
     void StartBare(benchmark::State & State)
     {
-        Root();
+        Root();   // makes the tree
         for (auto _ : State)
         {
             if (!OpenBare())

@@ -1,6 +1,6 @@
 // archive_fuzz.cpp: archives of any bytes, read by any calls.
 //
-// The first byte is the number of calls that follow, one byte each; the rest is the archive.
+// The first byte is the number of calls that follow, one byte each. The rest is the archive.
 #include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
 
@@ -10,6 +10,8 @@
 
 namespace
 {
+    constexpr std::uint32_t VERSION = 0x00010003;
+
     void ReadText(Serializeable_c & Archive, int nSize)
     {
         std::string sBuffer(static_cast<std::size_t>(nSize), '\1');   // of exactly the size, for the checker
@@ -42,6 +44,7 @@ namespace
         }
     }
 
+    // Makes the call that a byte selects: bits 0 to 2 the function, the others its size or name.
     void Call(Serializeable_c & Archive, unsigned char cCall)
     {
         static char const * const s_dNames[] = { "", "a", "A", "chunk" };
@@ -81,11 +84,11 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::string const sCalls = Input.Extract(nCalls);
     MemoryFile_c File(Input.Extract());
     FileOpen(&File);
-    Readable_c Archive(&File, 0x00010003);
+    Readable_c Archive(&File, VERSION);
     SurvivesWithoutAbort(
         [&]
         {
-            Require(!Archive.Open() || (Archive.GetPosition() == 4 && Archive.GetVersion() <= 0x00010003));
+            Require(!Archive.Open() || (Archive.GetPosition() == 4 && Archive.GetVersion() <= VERSION));
             for (char const cCall : sCalls)
             {
                 bool const bFailed = Archive.IsFailed();

@@ -1,6 +1,6 @@
 // propertylist_fuzz.cpp: lists of any bytes, compared with a walk over all their lines.
 //
-// Bit 0 of the first byte chooses CSV; the rest is the file.
+// Bit 0 of the first byte chooses CSV. The rest is the file.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cpropertylist.h"
 
@@ -11,6 +11,7 @@ namespace
 {
     using Texts_t = std::vector<std::string>;
 
+    // Returns the texts that Next stores one after another. Checks that bAny is whether there are any.
     template <typename NEXT>
     Texts_t Collect(bool bAny, NEXT Next)
     {
@@ -40,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     }
 
     Texts_t dNames;
-    std::map<std::string, Texts_t> Values;   // by name, also of names without values
+    std::map<std::string, Texts_t> dValuesOf;   // by name, also of names without values
     WarehouseScan_t Scan(sRead.data(), static_cast<int>(sRead.size()), 0, eFormat);
     WarehouseLine_c Line;
     while (Scan.GetLine(&Line))
@@ -49,7 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         {
             continue;
         }
-        Texts_t & dValues = Values[Line[0]];
+        Texts_t & dValues = dValuesOf[Line[0]];
         if (Line.IsNull(1))
         {
             continue;
@@ -65,14 +66,15 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     auto const NextProp = [&](char * p, int n) { return List.NextProp(p, n); };
     auto const NextVal = [&](char * p, int n) { return List.NextVal(p, n); };
     Require(Collect(List.StartProp(), NextProp) == dNames);
-    Require(Collect(List.StartProp(), NextProp) == dNames);
+    Require(Collect(List.StartProp(), NextProp) == dNames);   // starts over
+
     int nSearches = 0;   // each is a scan from the top
-    for (auto const & [sName, dValues] : Values)
+    for (auto const & [sName, dValues] : dValuesOf)
     {
         if (++nSearches <= 20)
         {
             Require(List.FindProp(sName.c_str()));
-            Require(List.FindProp((sName + "x").c_str()) == Values.contains(sName + "x"));
+            Require(List.FindProp((sName + "x").c_str()) == dValuesOf.contains(sName + "x"));
             Require(Collect(List.StartVal(sName.c_str()), NextVal) == dValues);
         }
     }

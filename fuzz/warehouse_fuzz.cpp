@@ -1,6 +1,6 @@
 // warehouse_fuzz.cpp: tables of any bytes, read in several ways that must agree.
 //
-// Bit 0 of the first byte chooses CSV, bits 1 to 3 the separators; the rest is the table.
+// Bit 0 of the first byte chooses CSV, bits 1 to 3 the separators. The other bytes are the table.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cwarehouse.h"
 
@@ -10,9 +10,10 @@
 
 namespace
 {
-    // A walk over all items, each as the ident and all that a table reports of it.
+    // All items in order, each as its ident and all that a table reports of it.
     using Items_t = std::vector<std::pair<std::string, std::string>>;
 
+    // Returns the results of all getters for the current item, with the last error of a column for which one fails.
     std::string Cells(Warehouse_c const & Table)
     {
         std::string sAll;
@@ -51,15 +52,15 @@ namespace
         return dItems;
     }
 
-    // Requires that FindIdent finds the first item of each ident, and none for an ident that no item has.
+    // Checks that FindIdent finds the first item of each ident, and none for an ident that no item has.
     void CheckSearches(Warehouse_c & Table, Items_t const & dItems)
     {
-        constexpr std::size_t SEARCHES = 20;                                      // each is a scan from the top
-        std::map<std::string, std::string> First(dItems.begin(), dItems.end());   // the first of each ident
+        constexpr std::size_t SEARCHES = 20;                                       // each is a scan from the top
+        std::map<std::string, std::string> dFirst(dItems.begin(), dItems.end());   // the first of each ident
         for (std::size_t i = 0; i < dItems.size() && i < SEARCHES; ++i)
         {
-            std::string const & sIdent = dItems[i].first;   // cut, perhaps, at 255 bytes
-            Require(sIdent.size() == 255 || (Table.FindIdent(sIdent.c_str()) && Cells(Table) == First[sIdent]));
+            std::string const & sIdent = dItems[i].first;   // may be cut at 255 bytes
+            Require(sIdent.size() == 255 || (Table.FindIdent(sIdent.c_str()) && Cells(Table) == dFirst[sIdent]));
         }
         Require(!Table.FindIdent("@HEAD"));
     }

@@ -1,7 +1,7 @@
 // asyncwrite.h: a file that is written while its thread continues, one write at a time.
 //
-// The caller's bytes are written while the caller continues. They must stay unchanged until the write is done. On a
-// system without such writes, a write is done when the call returns.
+// The caller's bytes are written while the caller continues. Requires that they stay unchanged until the write is done.
+// On a system without such writes, a write is done when the call returns.
 //
 // Ownership: a child process has none of its parent's files. Only the parent continues to write.
 // Threads: all calls on a file belong to one thread.

@@ -28,7 +28,7 @@
 // - ZQ_FUNCTION is the name of the present function with its class and arguments, as the compiler spells it.
 // - ZQ_FIRST_BIT(dwBits) returns the index of the lowest bit set in a 32-bit word. Requires that the word is not 0.
 // - ZQ_UNCHECKED turns the checkers of addresses and of undefined behaviour off in a function that deliberately reads
-//   memory which may be dead or no object.
+//   memory that may be dead or no object.
 //
 // For code of one kind of processor:
 //

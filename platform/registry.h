@@ -47,7 +47,7 @@ namespace plat
     /// All rights, including the standard ones, with the number of Windows (KEY_ALL_ACCESS).
     inline constexpr std::uint32_t REGISTRY_ALL_ACCESS = 0xF003F;
 
-    /// Counts, and lengths in bytes. Those of names do not include a terminator.
+    /// Counts of a key's subkeys and values, and lengths in bytes. Those of names do not include a terminator.
     struct RegistryKeyInfo_t
     {
         std::size_t nSubKeys = 0;
@@ -110,11 +110,11 @@ namespace plat
 
     /// Deletes a key and its values by its path from an open key. An empty path deletes the open key itself, which
     /// the caller still closes. Returns false, and deletes nothing, in these cases:
-    /// - the path has separators only.
-    /// - the key does not exist, or is a tree itself.
-    /// - the key has subkeys, or its folder holds what is not the store's.
+    /// - The path has separators only.
+    /// - The key does not exist, or is a tree itself.
+    /// - The key has subkeys, or its folder holds what is not the store's.
     ///
-    /// Also returns false on any other failure, which may leave some of its values deleted.
+    /// Also returns false on any other failure, which may leave some of the key's values deleted.
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey);
 
     /// Deletes a key with its values and all subkeys at any depth, by its path from an open key. Deletes subkeys before

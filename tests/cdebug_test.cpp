@@ -40,7 +40,7 @@ namespace
     std::string g_sDebugTrace;
     bool g_bPrint = false;   // whether the trace is printed on standard error
     std::string g_sLog, g_sDebugger, g_sText, g_sCaption;
-    plat::Dialog_t g_Dialog;   // the last one, apart from its texts
+    plat::Dialog_t g_Dialog;   // the last dialog, apart from its texts
     Answer_e g_eAnswer;
 
     void Trace(char cEvent)
@@ -200,7 +200,7 @@ TEST_F(Complaints, WarningIsALineAndAnEventUntilDialogsAreEnabled)
     SetWarnings(true);
     Warning("%s", std::string(3000, 'w').c_str());
     EXPECT_EQ(ExtractTrace(), "LWD");
-    EXPECT_EQ(g_sText, std::string(2048, 'w'));
+    EXPECT_EQ(g_sText, std::string(LOG_LINE_LENGTH, 'w'));
     EXPECT_EQ(g_sLog, "odd 1\n" + g_sText + '\n');
     ExpectDialog("Warning!", Buttons_e::Ok, Icon_e::Error, Modality_e::AlwaysOnTop);
     g_silentMode = true;
@@ -221,9 +221,9 @@ TEST_F(Complaints, AchtungIsShownOnceWhileSixteenAreRemembered)
 
     std::string const sLong = Fresh() + std::string(3000, 'a');
     Achtung("%s", sLong.c_str());
-    EXPECT_EQ(g_sText, sLong.substr(0, 2048) + YES_NO_TAIL);
+    EXPECT_EQ(g_sText, sLong.substr(0, LOG_LINE_LENGTH) + YES_NO_TAIL);
     SetAchtungs(false);
-    g_silentMode = true;   // has no say while they are off
+    g_silentMode = true;   // has no effect while Achtungs are off
     ExtractTrace();
     for (int i = 2; i <= 16; ++i)
     {
@@ -250,7 +250,7 @@ TEST_F(Complaints, WithALocationCarryFileLineAndATail)
 
     EXPECT_EQ(Messages.DebugErrorInternal("%s", std::string(20000, 'e').c_str()), 7);
     EXPECT_THAT(g_sText,
-        StartsWith("Error: \t" + std::string(16383, 'e')
+        StartsWith("Error: \t" + std::string(DebugMessages_c::TEXT_SIZE - 1, 'e')
                    + "\r\n\r\nUse Ok to break into Debugger, Cancel exits.\r\n\r\n\r\nFile: \tat.cpp\r\nLine:\t34"));
     ExpectDialog("Error", Buttons_e::OkCancel, Icon_e::Error, Modality_e::AlwaysOnTop);
 
@@ -267,27 +267,28 @@ TEST_F(Complaints, WithALocationCarryFileLineAndATail)
 
 TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
 {
-    static std::atomic<int> s_nHeard, s_nInside, s_nNested;
-    s_nHeard = s_nInside = s_nNested = 0;
+    constexpr int THREADS = 8, EACH = 500, PERIOD = 7;   // the receiver throws in each PERIOD-th call
+    static std::atomic<int> s_nHeard, s_nInside, s_nHeardByNext;
+    s_nHeard = s_nInside = s_nHeardByNext = 0;
     HearNothing();
     SetAchtungs(false);
-    g_WarningsCallbacker.Add([](char const *) { ++s_nNested; }, false);
+    g_WarningsCallbacker.Add([](char const *) { ++s_nHeardByNext; }, false);
     g_WarningsCallbacker.Add(
         [](char const * szText)
         {
             EXPECT_EQ(s_nInside++, 0) << "another thread is in a receiver";
             Warning("inside a receiver, which is dropped");
             --s_nInside;
-            if (++s_nHeard % 7 == 0)
+            if (++s_nHeard % PERIOD == 0)
             {
                 throw szText;
             }
         },
         false);
-    RunInThreads(8,
+    RunInThreads(THREADS,
         [](int iThread)
         {
-            for (int i = 0; i < 500; ++i)
+            for (int i = 0; i < EACH; ++i)
             {
                 try
                 {
@@ -304,12 +305,13 @@ TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
                 {}
             }
         });
-    EXPECT_EQ(s_nHeard, 8 * 500);
-    EXPECT_EQ(s_nNested, 8 * 500 - 8 * 500 / 7);
+    EXPECT_EQ(s_nHeard, THREADS * EACH);
+    EXPECT_EQ(s_nHeardByNext, THREADS * EACH - THREADS * EACH / PERIOD);
 }
 
 TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
 {
+    constexpr int LISTS = 3;
     static std::atomic<int> s_nInside, s_nHeard;
     static FileOnDisk_c s_Missing;   // of no table
     static auto const s_fnFailRead = [] { EXPECT_EQ(s_Missing.OpenStored(), nullptr); };
@@ -317,7 +319,7 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
     {
         ++s_nHeard;
         ++s_nInside;
-        for (int i = 0; i < 20 && s_nInside < 3; ++i)
+        for (int i = 0; i < 20 && s_nInside < LISTS; ++i)
         {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
@@ -331,11 +333,11 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
         g_WarningsCallbacker.Add([](char const *) { s_fnHear([] { AssertFailed("in a receiver"); }); }, false);
         g_ExecutionCallbacker.Add([](bool) { s_fnHear(s_fnFailRead); }, false);
         g_FileReadErrorCallbacker.Add([](char const *) { s_fnHear([] { Warning("in a receiver"); }); }, false);
-        static void (*const s_dCalls[])() = { [] { Warning("first"); }, [] { EXPECT_THROW(Abort("first"), int); },
+        static void (*const s_dCalls[LISTS])() = { [] { Warning("first"); }, [] { EXPECT_THROW(Abort("first"), int); },
             s_fnFailRead };
         alarm(20);   // ends threads that wait for ever
-        RunInThreads(3, [](int iThread) { s_dCalls[iThread](); });
-        return s_nHeard >= 3 ? 0 : 1;
+        RunInThreads(LISTS, [](int iThread) { s_dCalls[iThread](); });
+        return s_nHeard >= LISTS ? 0 : 1;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
 }
@@ -382,7 +384,7 @@ TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
 }
 
-// A host that was stopped must be continued, also if another thread fires during the dialog.
+// A stopped host is continued, also if another thread fires during the dialog.
 TEST_F(Complaints, FromUnderALockOfTheLibraryFireBothHalvesOfAStop)
 {
     static std::string s_sExecution;
@@ -448,7 +450,7 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
         false);
     Warning("fork");
     std::thread Other([] { Warning("while another thread forks"); });
-    EXPECT_EACH(s_Inside.Wait(), s_Inside.Wait());
+    EXPECT_EACH(s_Inside.Wait(), s_Inside.Wait());   // one for each warning so far
     EXPECT_EQ(StatusOfChild(StartChild([] { return s_fnHeardAfter("heard in the child"); })), 3);
     Other.join();
     NEEDS_FORKS;
@@ -519,7 +521,7 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
     auto const End = [] { Abort("abort %i", 1); };
     auto const Error = [] { DebugMessages_c::Get().DebugErrorInternal("error"); };
     auto const Break = [] { ZQ_ASSERT_BREAK(1 == 2, "Developer break"); };
-    auto const fnLocated = []
+    auto const Located = []
     {
         std::atexit([] { std::fprintf(stderr, ", then %i", DebugMessages_c::Get().DropMessageBox("", "", 0)); });
         DebugMessages_c::Get().DebugWarningInternal("located");
@@ -542,8 +544,8 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
             { Attention, false, Answer_e::Yes, BREAKPOINT, "^LWD" },
             { End, true, Answer_e::Ok, 1, "^LxMApplication aborted!\nabort 1\nX" },
             { End, false, Answer_e::Ok, BREAKPOINT, "^LxMDX" }, { End, false, Answer_e::Cancel, BREAKPOINT, "^LxMDX" },
-            { fnLocated, false, Answer_e::Cancel, 255, "^D, then 7\\." },
-            { fnLocated, false, Answer_e::Yes, BREAKPOINT, "^D" }, { Error, false, Answer_e::Ok, BREAKPOINT, "^D" },
+            { Located, false, Answer_e::Cancel, 255, "^D, then 7\\." },
+            { Located, false, Answer_e::Yes, BREAKPOINT, "^D" }, { Error, false, Answer_e::Ok, BREAKPOINT, "^D" },
             { Break, false, Answer_e::Yes, BREAKPOINT, "^D" } })
     {
         g_silentMode = bSilent;

@@ -43,6 +43,24 @@ namespace
         }
         EXPECT_THAT(sReport, EndsWith("\r\n\r\n\r\n"));   // of the last line, of its frame, of the report
     }
+
+    // Runs the crasher, and expects one complete report, the lines of a crash and the end by the signal.
+    void ExpectReported(std::string const & sArguments, std::string const & sException, std::string const & sSignal)
+    {
+        SCOPED_TRACE(sArguments);
+        Crash_t const Crash = RunAlone(sArguments);
+        ExpectComplete(Crash.sReport, sException);
+        EXPECT_EQ(Crash.sSignal, sSignal) << "status " << Crash.iStatus << ": " << Crash.sOutput;
+        EXPECT_EQ(Crash.nReports, 1);
+        EXPECT_THAT(Crash.sOutput, HasSubstr("TARNWELL SADLY REPORTS: Program has crashed!\nCall stack functions:\n"));
+        EXPECT_THAT(Crash.sOutput, ContainsRegex("log closed\n(.*\n)*previous handler\n"));
+        EXPECT_THAT(Crash.sDetails, HasSubstr("\n[Process]\n"));
+        EXPECT_THAT(Crash.sLog, HasSubstr("\tCrash log saved at /"));
+        EXPECT_THAT(Crash.sLog, Not(HasSubstr("elsewhere")));
+        EXPECT_THAT(Crash.sOutput, HasSubstr("Crash log saved at /"));
+        EXPECT_THAT(Crash.sLog, HasSubstr("\tCall stack functions:\n\n"));
+        EXPECT_LT(Crash.tSeconds, 15.0);
+    }
 }
 
 class CrashReport : public CrashTest
@@ -76,7 +94,7 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
         { "throwint thread", "E06D7363 Uncaught C++ exception int", "ABRT" },
         { "abort", "40000015 abort() was called", "ABRT" },
     };
-#ifndef __SANITIZE_THREAD__   // its own handler runs first and misaligns, and it creates the threads
+#ifndef __SANITIZE_THREAD__   // this checker's handler runs first and misaligns, and the checker creates the threads
     dRows.emplace_back("stack unjoined", "C00000FD STACK_OVERFLOW", "SEGV");
     dRows.emplace_back("misaligned", "80000002 DATATYPE_MISALIGNMENT", "BUS");
 #endif
@@ -98,19 +116,7 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
     }
     for (auto const & [sArguments, sException, sSignal] : dRows)
     {
-        SCOPED_TRACE(sArguments);
-        Crash_t const Crash = RunAlone(sArguments);
-        ExpectComplete(Crash.sReport, sException);
-        EXPECT_EQ(Crash.sSignal, sSignal) << "status " << Crash.iStatus << ": " << Crash.sOutput;
-        EXPECT_EQ(Crash.nReports, 1);
-        EXPECT_THAT(Crash.sOutput, HasSubstr("TARNWELL SADLY REPORTS: Program has crashed!\nCall stack functions:\n"));
-        EXPECT_THAT(Crash.sOutput, ContainsRegex("log closed\n(.*\n)*previous handler\n"));
-        EXPECT_THAT(Crash.sDetails, HasSubstr("\n[Process]\n"));
-        EXPECT_THAT(Crash.sLog, HasSubstr("\tCrash log saved at /"));
-        EXPECT_THAT(Crash.sLog, Not(HasSubstr("elsewhere")));
-        EXPECT_THAT(Crash.sOutput, HasSubstr("Crash log saved at /"));
-        EXPECT_THAT(Crash.sLog, HasSubstr("\tCall stack functions:\n\n"));
-        EXPECT_LT(Crash.tSeconds, 15.0);
+        ExpectReported(sArguments, sException, sSignal);
     }
 }
 
@@ -342,10 +348,10 @@ TEST(CrashReportSource, ReturnsOnlyLinesThatEndInCarriageReturnAndLineFeed)
     exceptionreport::SourceFile_c const Other(Folder.Write("b.cpp", "first\nsecond\n").c_str());
     exceptionreport::SourceFile_c const Missing(Folder.Join("c.cpp").c_str());
     char szText[8];
-    for (auto const & [iLine, bGiven, szExpected] : Rows_t<unsigned, bool, char const *>{ { 1, true, "first" },
+    for (auto const & [iLine, bFound, szExpected] : Rows_t<unsigned, bool, char const *>{ { 1, true, "first" },
              { 2, true, "" }, { 3, true, "  third" }, { 0, false, "  third" }, { 4, false, "  third" } })
     {
-        EXPECT_EQ(Source.GetLine(iLine, szText, sizeof szText), bGiven) << iLine;
+        EXPECT_EQ(Source.GetLine(iLine, szText, sizeof szText), bFound) << iLine;
         EXPECT_STREQ(szText, szExpected) << iLine;
     }
     EXPECT_EACH(!Other.GetLine(1, szText, sizeof szText), !Missing.GetLine(1, szText, sizeof szText));

@@ -8,9 +8,10 @@ class FileTrackerTest : public MediaTest
 protected:
     ~FileTrackerTest() override { g_iMaxOpenFiles = 50; }
 
-    static void * Handle(std::intptr_t i) { return reinterpret_cast<void *>(i); }
+    static void * Handle(std::intptr_t iHandle) { return reinterpret_cast<void *>(iHandle); }
 
-    // Opens the handles from iFirst to iLast, each named after the test and its number. Returns a line for each.
+    // Opens the handles from iFirst to iLast, each under the name of the test and the handle's number. Returns the line
+    // for each in the tracker's list.
     static std::string Open(int iFirst, int iLast, std::string const & sTest)
     {
         std::string sLines;
@@ -75,10 +76,10 @@ TEST_F(FileTrackerTest, CountsHandlesForWhichItHasNoRoom)
     EXPECT_EQ(m_Dialogs.CountHolding(sUnknown), 1);
     Close(7, 7);
     g_iMaxOpenFiles = 1000;
-    Open(1, 258, "full");
-    EXPECT_EQ(g_dOpenTracks.GetLength(), 256);
+    Open(1, FILE_OPEN_TRACKS + 2, "full");
+    EXPECT_EQ(g_dOpenTracks.GetLength(), FILE_OPEN_TRACKS);
     EXPECT_EQ(m_Dialogs.CountHolding("iAccessIndex >= 0 && iAccessIndex <= LENGTH"), 2);
-    Close(1, 258);
+    Close(1, FILE_OPEN_TRACKS + 2);
     EXPECT_EQ(m_Dialogs.CountHolding(sUnknown), 1);
     Close(9, 9);
     EXPECT_EQ(m_Dialogs.CountHolding(sUnknown), 2);
@@ -121,18 +122,21 @@ protected:
     ~FileLogTest() override
     {
         FileOpenLogDisable();
-        FileOpenLogMode(3);
+        FileOpenLogMode(FILE_LOG_PLAIN | FILE_LOG_CLEAN);
         g_FileOpenCallbacker.Reset();
     }
 
     // Reads a, a and b from the disk.
     static void Run()
     {
-        std::for_each_n(std::begin({ "a.txt", "a.txt", "b.txt" }), 3, [](char const * sz) { FileClose(FileOpen(sz)); });
+        for (char const * szName : { "a.txt", "a.txt", "b.txt" })
+        {
+            FileClose(FileOpen(szName));
+        }
     }
 
-    // Returns the three response logs, in the order of all opens, clean and prefetched: "a" for a.txt, "b" for b.txt,
-    // "?" for others.
+    // Returns the plain, the clean and the prefetch log, each with a blank after it: "a" for a.txt, "b" for b.txt, "?"
+    // for others.
     std::string Read(std::string const & sName) const
     {
         std::string sAll;
@@ -152,6 +156,7 @@ protected:
 TEST_F(FileLogTest, EachResponseLogHasItsOpens)
 {
     auto const nHandles = CountHandles();
+    // Masks and modes: 1 is the plain log, 2 the clean one, 4 that of prefetches.
     for (auto const & [szName, dwMask, dwMode, bAppend, szLogs] :
         Rows_t<char const *, std::uint32_t, std::uint32_t, bool, char const *>{ { nullptr, 7, 3, false, "aab ab  " },
             { "", 7, 4, true, "aab ab aab " }, { "thegame", 2, 7, true, "aab abab aab " },
@@ -174,10 +179,11 @@ TEST_F(FileLogTest, EachResponseLogHasItsOpens)
     EXPECT_EQ(m_Log.CountHolding("no response log lists \""), 3);
     FileOpenToResponseLog(Folded("b.txt").c_str(), FILE_LOG_PLAIN);
     Run();
-    FileOpenLogEnable("two", 2, false);   // closes the previous logs
+    FileOpenLogEnable("two", FILE_LOG_CLEAN, false);   // closes the clean log of "one", and no other
     Run();
     EXPECT_EQ(CountHandles(), nHandles + 3);
-    EXPECT_EQ(Read("one") + Read("two"), "baabaab ab aabaab  ab  ");
+    EXPECT_EQ(Read("one"), "baabaab ab aabaab ");
+    EXPECT_EQ(Read("two"), " ab  ");
 }
 
 TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)
@@ -204,9 +210,9 @@ TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)
     EXPECT_EQ(m_Log.GetText(), "Media in memory...\n" + sCut + "2, b.txt\n" + sCut);
     FileClose(FileStream("b.txt"));
     FileCloneLoadedMedia();
-    EXPECT_EQ(m_Folder.Read("current/LoadedMedia/a.txt") + m_Folder.Read("current/LoadedMedia/b.txt")
-                  + m_Folder.Read("current/LoadedMedia/rel/r.txt"),
-        "xyydeep");
+    EXPECT_EQ(m_Folder.Read("current/LoadedMedia/a.txt"), "x");
+    EXPECT_EQ(m_Folder.Read("current/LoadedMedia/b.txt"), "yy");
+    EXPECT_EQ(m_Folder.Read("current/LoadedMedia/rel/r.txt"), "deep");
     EXPECT_EQ(std::distance(fs::directory_iterator("LoadedMedia"), fs::directory_iterator()), 3);
     EXPECT_TRUE(fs::exists(m_Folder.Join("outside/kept.txt")));
 }

@@ -68,23 +68,24 @@ TEST(PoolAllocator, EveryBlockIsAlignedAndApart)
     std::set<std::pair<std::uintptr_t, std::size_t>> Taken;
     for (std::size_t nBytes = 0; nBytes <= 1100; ++nBytes)
     {
-        auto const iBlock = reinterpret_cast<std::uintptr_t>(Blocks.Allocate(nBytes, 16));
-        ASSERT_EQ(iBlock % 16, 0u) << nBytes;
-        Taken.emplace(iBlock, nBytes);
+        auto const nBlock = reinterpret_cast<std::uintptr_t>(Blocks.Allocate(nBytes, 16));
+        ASSERT_EQ(nBlock % 16, 0u) << nBytes;
+        Taken.emplace(nBlock, nBytes);
     }
-    std::uintptr_t iEnd = 0;
-    for (auto const & [iBlock, nBytes] : Taken)
+    std::uintptr_t nEnd = 0;
+    for (auto const & [nBlock, nBytes] : Taken)
     {
-        ASSERT_GE(iBlock, iEnd) << nBytes;
-        iEnd = iBlock + std::max<std::size_t>(nBytes, 1);
-        Blocks.Free(reinterpret_cast<void *>(iBlock), nBytes, 16);
+        ASSERT_GE(nBlock, nEnd) << nBytes;
+        nEnd = nBlock + std::max<std::size_t>(nBytes, 1);
+        Blocks.Free(reinterpret_cast<void *>(nBlock), nBytes, 16);
     }
 }
 
 TEST(PoolAllocator, AFixedPoolServesFromTheCallersStorageAlone)
 {
-    constexpr int NODE = 48;
-    alignas(16) std::array<std::byte, GigaPoolStatic_c::StorageFor(64, NODE) + 1> dStorage;
+    constexpr int ELEMENTS = 64;
+    constexpr int NODE = 48;   // bytes
+    alignas(16) std::array<std::byte, GigaPoolStatic_c::StorageFor(ELEMENTS, NODE) + 1> dStorage;
     std::ptrdiff_t const nBefore = MemoryTotalAllocations();
     for (std::size_t const nSkip : { 0u, 1u })   // a start that is aligned, and one that is not
     {
@@ -94,15 +95,15 @@ TEST(PoolAllocator, AFixedPoolServesFromTheCallersStorageAlone)
         GigaPoolStatic_c Pool(dPart, NODE);
         PoolElements_c Elements(Pool);
         std::list<std::array<char, 16>, Elements_T<std::array<char, 16>>> List(Elements);
-        List.resize(64);
-        EXPECT_EACH(Pool.GetElements() == 64, Pool.WaterMark() == 64, !Pool.Alloc(false));
+        List.resize(ELEMENTS);
+        EXPECT_EACH(Pool.GetElements() == ELEMENTS, Pool.WaterMark() == ELEMENTS, !Pool.Alloc(false));
         auto const * const pFirst = reinterpret_cast<std::byte const *>(&List.front());
         EXPECT_EACH(pFirst >= dStorage.data(), pFirst < dStorage.data() + dStorage.size());
         EXPECT_EQ(dStorage[nSkip == 0 ? nStorage : 0], std::byte{ 0xAB }) << "beside the storage";
         List.pop_front();
         List.emplace_back();
         List.clear();
-        EXPECT_EACH(Pool.WaterMark() == 0, Pool.HighWaterMark() == 64, MemoryTotalAllocations() == nBefore);
+        EXPECT_EACH(Pool.WaterMark() == 0, Pool.HighWaterMark() == ELEMENTS, MemoryTotalAllocations() == nBefore);
         Pool.Reset();
         Pool.Init(std::span(dStorage).first(100), NODE);
         EXPECT_EQ(Pool.GetElements(), 0);

@@ -16,7 +16,7 @@ namespace
 
     using A = Serializeable_c;
 
-    // Returns the bytes that all writers must agree on.
+    // Saves with each kind of writer and expects equal archives. Returns their bytes.
     std::string Saved(ArchiveBody_t const & fnBody)
     {
         TempFolder_c const Folder;
@@ -74,7 +74,7 @@ namespace
         return Saved([](A & a) { Example_s().Serialize(a); });
     }
 
-    // Returns how a load ends: "w" whole, "f" failed, "a" in an abort.
+    // Returns how a load ends: 'w' whole, 'f' failed, 'a' in an abort.
     char EndOf(std::string_view sBytes, ArchiveBody_t const & fnBody)
     {
         bool bWhole = false;
@@ -82,7 +82,7 @@ namespace
         return !bBack ? 'a' : bWhole ? 'w' : 'f';
     }
 
-    // Checks an archive, which must not complain.
+    // Checks an archive and expects that no assertion fails. Returns the result of the check.
     ArchiveResult_t Check(std::string const & sBytes, ArchiveBody_t const & fnBody)
     {
         ArchiveResult_t Result;
@@ -183,8 +183,8 @@ TEST(Serialize, VersionsAndLabelsDecideWhatLoads)
     EXPECT_EACH(!None.Open(), None.IsFailed(), None.Close(), None.Close());
 }
 
-// A load ends whole, failed or in a complaint, whichever byte is changed and wherever the file is cut. A check finds
-// the archive sound only if the load ends whole.
+// A load ends whole, failed or in an abort, whichever byte is changed and wherever the file is cut. A check finds the
+// archive sound exactly if the load ends whole.
 TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
 {
     LogCapture_c const Log;
@@ -196,10 +196,10 @@ TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
         EXPECT_EQ(EndOf(sWhole.substr(0, i), fnLoad), 'f') << "cut at " << i;
         EXPECT_FALSE(Check(sWhole.substr(0, i), fnLoad).IsSound()) << "cut at " << i;
         char cWorst = 'w';
-        for (int const iFlip : { 0x01, 0x80, 0xFF, 0x02, 0x7F })
+        for (int const nFlip : { 0x01, 0x80, 0xFF, 0x02, 0x7F })
         {
             std::string sDamaged = sWhole;
-            sDamaged[i] = static_cast<char>(sDamaged[i] ^ iFlip);
+            sDamaged[i] = static_cast<char>(sDamaged[i] ^ nFlip);
             char const cEnd = EndOf(sDamaged, fnLoad);
             EXPECT_EQ(Check(sDamaged, fnLoad).IsSound(), cEnd == 'w') << "changed at " << i;
             cWorst = std::min(cWorst, cEnd);
@@ -304,7 +304,7 @@ TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)
                 [&](A & a)
                 {
                     a.ChunkBegin("A");
-                    a.SerializeString(szKept, 18);
+                    a.SerializeString(szKept, sizeof szKept);
                 } },
             { "sBuffer && iBufLength > 0", [&](A & a) { a.SerializeString(szKept, 0); } },
         })
@@ -317,7 +317,7 @@ TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)
         EXPECT_EQ(FailedConditions([&, &fnRun = fnBody] { fnRun(Archive); }), szCondition);
         EXPECT_TRUE(Archive.IsFailed());
         int const iPosition = Archive.GetPosition();
-        Archive.Serialize(fKept).SerializeString(szKept, 18);
+        Archive.Serialize(fKept).SerializeString(szKept, sizeof szKept);
         Archive.Label("other");
         Archive.ChunkEnd("another");
         EXPECT_EACH(!Archive.ChunkBegin("chunk"), Archive.LabelRead() == 0, Archive.GetPosition() == iPosition);
@@ -360,7 +360,7 @@ TEST(Serialize, AWriterHoldsItsFileAndAllocatesNothing)
         EXPECT_EQ(Other.GetFileName(), sOther);
     }
     EXPECT_EQ(Folder.Read("taken.bin").size(), 2u * BufferedWriteable_c::BUFSIZE);
-    EXPECT_EQ(Dialogs.CountHolding("f.arc' failed!"), 1) << "the open tracker hears of it";
+    EXPECT_EQ(Dialogs.CountHolding("f.arc' failed!"), 1) << "the open tracker complains";
 }
 
 TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
@@ -377,8 +377,8 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
     {
         WHOLE,
         FULL_DISK,
-        LEFT,
-        STILL_OPEN
+        LEFT,        // without a commit
+        STILL_OPEN   // at the commit
     };
     {
         FileReplacement_c Replacement(sPath.c_str());
@@ -388,7 +388,7 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
             return 0;
         };
         EXPECT_EQ(StatusOfChild(StartChild(Destroy)), 0);
-        EXPECT_EQ(CountBeside(), 1) << "a child's copy";
+        EXPECT_EQ(CountBeside(), 1) << "a child deletes no file of its parent";
     }
     for (auto const & [eWay, sName, bReplaced] : Rows_t<Way_e, std::string, bool>{ { LEFT, "one.sav", false },
              { FULL_DISK, "one.sav", false }, { STILL_OPEN, "one.sav", false }, { WHOLE, "", false },
@@ -424,7 +424,7 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
         !FileReplacement_c::IsBeside("~zq"), !FileReplacement_c::IsBeside("a"));
 }
 
-// What does not fit: a value, the zeros at the end, the flush at the end, a flush.
+// What does not fit, in order: a value, the zeros at the end, the flush at the end, a flush, a replacement's zeros.
 TEST(Serialize, AFullDiskSetsTheFlag)
 {
     TempFolder_c const Folder;

@@ -55,7 +55,7 @@ namespace
     };
 }
 
-// As deep as it is long: a thread's stack holds a small part of it.
+// The graph is as deep as it has nodes. A thread's stack has room for a small part of that.
 TEST_F(Serializer, SharedAndCyclicObjectsComeBackOnce)
 {
     constexpr std::size_t DEPTH = 200000;
@@ -69,7 +69,7 @@ TEST_F(Serializer, SharedAndCyclicObjectsComeBackOnce)
     }
     std::string sBytes;
     {
-        // Without one the system can't report the first thread's stack. The checker needs some itself.
+        // Without a descriptor the system can't report the first thread's stack. The checker needs some itself.
         FewDescriptors_c const None(plat::ADDRESS_CHECKER ? 64 : 0);
         sBytes = SaveGraph(dNodes.data());
     }
@@ -189,7 +189,7 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
     }
     EXPECT_EQ(Log.CountHolding("number of registered static pointers"), 2) << "and logs nothing";
 
-    while (dEntries.GetLength() < 999)
+    while (dEntries.GetLength() < Serializer_c::MAX_STATIC_POINTERS - 1)
     {
         dEntries.Add({});
     }
@@ -232,7 +232,7 @@ TEST_F(Serializer, WhatTheFileGetsWrongFailsTheArchive)
     }
     EXPECT_STREQ(Check(With(24, "\nde\t")).sWhyNot, "an object of class '\\nde\\t', which has no serializer");
     LogCapture_c const Log;
-    g_bRegisterItself = false;   // so that the way back to a node leads to none
+    g_bRegisterItself = false;   // so that a pointer back to a node finds none
     Node.pNext = &Node;
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Load(SaveGraph(&Node)); }));
     EXPECT_EQ(Log.Count("Label 'composite object begin' expected in 'memory.arc' file."), 1);

@@ -29,8 +29,8 @@ namespace
 {
     constinit plat::Lock_c g_FiringLock;
     plat::ForkLock_c const g_FiringForkLock(g_FiringLock);
-    ZQ_THREAD_LOCAL int t_nFirings = 0;   // of the calling thread
-    ZQ_THREAD_LOCAL int t_nNoWaits = 0;   // scopes of FiringNoWait_c
+    ZQ_THREAD_LOCAL int t_nFirings = 0;   // firings of the calling thread
+    ZQ_THREAD_LOCAL int t_nNoWaits = 0;   // open scopes of FiringNoWait_c on the calling thread
 
     // Calls fnCall with a bit and each list that the lock guards.
     template <typename CALL>
@@ -59,6 +59,15 @@ namespace
         }
         g_FiringLock.Enter();
         return true;
+    }
+
+    // Leaves the lock until nFirings firings of the calling thread are left.
+    void LeaveUntil(int nFirings)
+    {
+        for (; t_nFirings > nFirings; --t_nFirings)
+        {
+            g_FiringLock.Leave();
+        }
     }
 }
 
@@ -94,10 +103,7 @@ bool FiringNoWait_c::IsActive()
 
 void Firing_c::EndAll()
 {
-    for (; t_nFirings > 0; --t_nFirings)
-    {
-        g_FiringLock.Leave();
-    }
+    LeaveUntil(0);
 }
 
 FiringMark_c::FiringMark_c()
@@ -120,8 +126,5 @@ void FiringMark_c::EndLater() const
                 }
             });
     }
-    for (; t_nFirings > m_nFirings; --t_nFirings)
-    {
-        g_FiringLock.Leave();
-    }
+    LeaveUntil(m_nFirings);
 }

@@ -11,7 +11,7 @@ inline constexpr char DEVELOPER_BREAK[] = "Developer break";
 ZQ_COLD void AssertReportEscaped(char const * szCondition, char const * szFile, char const * szFunction, int iLine,
     char const * fmt, ...) ZQ_PRINTF(5, 6);
 
-/// ZQ_ASSERT_EX_TEXT for texts from outside.
+/// Does what ZQ_ASSERT_EX_TEXT does, for texts from outside.
 #define ZQ_ASSERT_ESCAPED(condition, szCondition, ...)                                                                 \
     ((condition) ? static_cast<void>(0)                                                                                \
                  : AssertReportEscaped(szCondition, __FILE__, ZQ_FUNCTION, __LINE__, __VA_ARGS__))

@@ -62,7 +62,7 @@ namespace
         Details.EndLine();
     }
 
-    // Copies a text of the host, cut to FACT_SIZE - 1 bytes. The copy is empty if the text can't be read.
+    // Copies a text of the host, as far as it can be read, cut to FACT_SIZE - 1 bytes.
     void CopyText(char const * szText, char (&szCopy)[FACT_SIZE])
     {
         std::size_t const nRead = plat::MemoryRead(reinterpret_cast<std::uintptr_t>(szText), szCopy, sizeof szCopy - 1);

@@ -27,7 +27,7 @@ namespace
     // Result of AddType: what it has added.
     enum Printed_e
     {
-        PRINTED_NAME,        // the name of a type without members; the value does not follow yet
+        PRINTED_NAME,        // the name of a type without members, and no value
         PRINTED_MEMBERS,     // the name and the members with their values
         PRINTED_UNREADABLE   // a part, because a value can't be read
     };
@@ -49,6 +49,7 @@ namespace
         }
     }
 
+    // Reads an object and passes it to fnPrint. Returns false if it can't be read.
     template <typename T, typename PRINT>
     bool AddRead(std::uintptr_t Address, PRINT const & fnPrint)
     {
@@ -107,6 +108,7 @@ namespace
         return true;
     }
 
+    // Adds the value of a member, which may be a bit field. Returns false as AddValue and AddBits do.
     bool AddMember(
         plat::Symbols_c & Symbols, plat::SymbolMember_t const & Member, std::uintptr_t Address, Text_c & Text)
     {
@@ -152,7 +154,7 @@ namespace
         return PRINTED_MEMBERS;
     }
 
-    // Writes a variable that lies in memory. Skips others. Returns false if its value can't be read.
+    // Writes a variable that lies in memory. Skips others, and functions. Returns false if its value can't be read.
     bool WriteVariable(plat::Symbols_c & Symbols, plat::SymbolVariable_t const & Variable)
     {
         if (Variable.bFunction || Variable.ePlace != plat::PLACE_MEMORY)

@@ -44,7 +44,8 @@ struct AsyncFile_t
 class FileExcludes_c
 {
 public:
-    /// Adds a copy of a name, cut at 255 characters, unless the same spelling is there.
+    /// Adds a copy of a name, cut at 255 characters, unless the same spelling is there. Asserts that szName is not
+    /// null.
     void Add(char const * szName);
 
     /// Returns whether a name is excluded, without regard to ASCII case.

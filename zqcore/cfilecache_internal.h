@@ -68,5 +68,5 @@ bool FileCacheHasFolders();
 /// Does what FilesystemCacheSave does, without its assertion. Returns whether the cache was written.
 bool FileCacheTrySave(char const * szFile);
 
-/// Removes the files and folders that do not belong in the cache of a media root from the tables.
+/// Removes from the tables the files and folders that do not belong in the cache of a media root.
 void FileCacheDropOthers(String_T<256> const & sRoot);

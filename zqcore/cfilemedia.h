@@ -1,7 +1,7 @@
 // cfilemedia.h: where the media are, which of them belong to this game, and the module that registers them.
 //
-// Make all settings before the modules start. The presence of the main pack marks a folder as the media root. Nothing
-// here opens a pack.
+// Requires that all settings are made before the modules start. The presence of the main pack marks a folder as the
+// media root. Nothing here opens a pack.
 //
 // Ownership: texts are copied.
 // Threads: main thread.
@@ -20,13 +20,13 @@
 #include "zqcore/cstring.h"
 
 /// Set and return the name pattern of the packs, "media*.zq" at start. FileSetMediaTemplate asserts that it is not null
-/// and holds one `*`, directly before a dot; otherwise the previous pattern stays.
+/// and holds one `*`, directly before a dot. Otherwise the previous pattern stays.
 ZQ_API void FileSetMediaTemplate(char const * sTemplate);
 ZQ_API String_T<256> FileGetMediaTemplate();
 
 /// Sets the folder below which scans enter only the current game's subfolder. sLocation is a part of its path, such as
 /// "\gamedata\". Null, as at start, means no such folder. Requires sLocation and the game's name in lower case. Asserts
-/// that sLocation begins and ends with `\`; otherwise the previous one stays.
+/// that sLocation begins and ends with `\`. Otherwise the previous one stays.
 ZQ_API void FileSetSplit(char const * sLocation);
 
 /// Returns the media root. Removes one separator at its end. Each call tries these in turn:
@@ -34,7 +34,7 @@ ZQ_API void FileSetSplit(char const * sLocation);
 /// - the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if that path exists.
 /// - ".", if the main pack, the pattern without its `*`, lies in the current folder.
 ///
-/// If all fail, calls Abort if bAbortIfMissing is set. Otherwise returns the registry's text, or an empty one.
+/// If all fail and bAbortIfMissing is set, calls Abort. If it is not set, returns the registry's text, or an empty one.
 ZQ_API String_T<256> GetPQXMediaPath(bool bAbortIfMissing);
 
 /// Sets the media root. If sPath is null or empty, as at start, GetPQXMediaPath searches for it.
@@ -85,7 +85,7 @@ public:
     /// also calls FilesystemCacheCheck(true), which stays on. If false, that setting is left to the host.
     void CheckCache(bool bCheck) { m_bCheckCache = bCheck; }
 
-    /// Sets the path of the cache that Shutdown writes, for a media root that must not be written. To load it, pass the
+    /// Sets the path of the cache that Shutdown writes, for a media root that is read-only. To load it, pass the
     /// same path to FilesystemCacheInit. Null or an empty text, as at start, means filesystemcache.bin in the media
     /// root.
     void SetCacheFile(char const * sFile) { m_sCacheFile = sFile; }

@@ -64,7 +64,7 @@ FileReplacement_c::FileReplacement_c(char const * szFile, plat::Rights_e eRights
     for (int i = 0; i < TRIES && !m_hFile; ++i, ++iNumber)
     {
         char szPrefix[16];   // not Va, whose buffers are shared by all threads
-        std::snprintf(szPrefix, sizeof szPrefix, "%s%08x-", PREFIX, iNumber);
+        std::snprintf(szPrefix, sizeof szPrefix, "%s%0*x-", PREFIX, DIGITS, iNumber);
         m_sBeside = NameBeside(m_sFile, szPrefix);
         m_hFile = plat::FileMake(m_sBeside, eRights);
     }

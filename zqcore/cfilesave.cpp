@@ -24,7 +24,6 @@ namespace
 {
     constexpr char MARK[] = { 'Z', 'Q', 'S', '1' };   // begins a seal; the last character is its version
     constexpr int MAX_PATH_LENGTH = 255 - 6;          // characters of the longest path: leaves room for ".old99"
-    constexpr std::size_t MARK_FAMILY = 3;            // leading bytes that all versions share
     constexpr std::size_t HEAD_SIZE = sizeof MARK + sizeof(std::uint64_t);
     static_assert(SAVE_SEAL_SIZE == HEAD_SIZE + sizeof(std::uint32_t));
 
@@ -39,12 +38,12 @@ namespace
     // Returns whether a save has the mark of a seal, of this version or a newer one.
     bool HasMark(unsigned char const * pData, std::size_t nBytes)
     {
-        if (nBytes < SAVE_SEAL_SIZE || std::memcmp(pData + nBytes - SAVE_SEAL_SIZE, MARK, MARK_FAMILY) != 0)
+        if (nBytes < SAVE_SEAL_SIZE || std::memcmp(pData + nBytes - SAVE_SEAL_SIZE, MARK, SAVE_SEAL_VERSION) != 0)
         {
             return false;
         }
-        unsigned char const cVersion = pData[nBytes - SAVE_SEAL_SIZE + MARK_FAMILY];
-        return cVersion >= MARK[MARK_FAMILY] && cVersion <= '9';
+        unsigned char const cVersion = pData[nBytes - SAVE_SEAL_SIZE + SAVE_SEAL_VERSION];
+        return cVersion >= MARK[SAVE_SEAL_VERSION] && cVersion <= '9';
     }
 
     // Returns whether a save ends in the CRC-32 of all before it. Returns false if fewer than 4 bytes precede it.
@@ -159,7 +158,7 @@ String_T<256> FileSave_c::GetPath(int iPrevious) const
     return iPrevious > 0 ? m_sFile + Numbered(".", iPrevious) : m_sFile;
 }
 
-// Deletes files left by writers of this save that were killed. No other program writes it at this point, because this
+// Deletes the files that killed writers of this save left. No other program writes it at this point, because this
 // object has the lock.
 void FileSave_c::DeleteLeft()
 {
@@ -220,7 +219,7 @@ SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint
     }
     unsigned char const * const pSeal = pData + nBytes - SAVE_SEAL_SIZE;
     std::size_t const nArchive = nBytes - SAVE_SEAL_SIZE;
-    if (pSeal[MARK_FAMILY] > MARK[MARK_FAMILY])
+    if (pSeal[SAVE_SEAL_VERSION] > MARK[SAVE_SEAL_VERSION])
     {
         return Set(FileSave_c::NEWER, "its seal is of a newer version");
     }
@@ -310,9 +309,9 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
     return false;
 }
 
-// Links the save to its first previous name, and renames each previous save to the next name, up to a free one. If none
-// is free, replaces the oldest previous save. Changes nothing if a failed commit has already linked the save.
-// On failure sets sWhyNot and returns false.
+// Links the save to its first previous name, renames each previous save to the next name, up to a free one, and returns
+// true. If none is free, replaces the oldest previous save. Changes nothing if a failed commit has already linked the
+// save. On failure sets sWhyNot and returns false.
 bool FileSave_c::KeepPrevious(FileReplacement_c::Reason_t & sWhyNot)
 {
     if (m_nPrevious == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))

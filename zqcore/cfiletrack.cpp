@@ -43,7 +43,7 @@ namespace
     bool g_bTrackGone = false;   // whether the watched folder's end was reported
 
     // The changed file of a record: the watched folder and the record's name. The name's characters up to U+00FF are
-    // converted to UTF-8. Others are left out. The buffer has room for any name of a batch.
+    // converted to UTF-8. Others are skipped. The buffer has room for any name of a batch.
     class ChangedFile_c
     {
     public:
@@ -119,6 +119,7 @@ namespace
         return bOpened;
     }
 
+    // Calls the receivers for a changed file, unless it is ignored or WaitForWriters fails.
     void ReportChange(ChangedFile_c const & File)
     {
         if (!IsIgnored(File.GetBare()) && WaitForWriters(File.GetPath()))

@@ -17,8 +17,8 @@ namespace
 
     constexpr int TEXT_LENGTH = 36;
 
-    // Returns whether an identifier of this status may be used. Warns of every status but GUID_OK, even if it may be
-    // used.
+    // Returns whether an identifier of this status may be used. Warns of every status but GUID_OK, also of one that
+    // permits the use.
     bool IsUsable(std::uint32_t dwStatus)
     {
         switch (dwStatus & 0xFFFF)

@@ -42,7 +42,7 @@ public:
     static bool Create(Guid_c & Guid);
 
     /// Sets whether Create refuses identifiers that are unique on this machine only. At start it refuses them.
-    /// Create warns of such an identifier even if it is allowed. Any thread may call it.
+    /// Create warns of such an identifier even if it is allowed. Any thread may call this function.
     static void SetGlobalOnly(bool bGlobalOnly);
 
     /// Reads 8-4-4-4-12 hexadecimal digits of either case. Returns false for any other text or null, with Guid
@@ -82,7 +82,7 @@ struct std::hash<Guid_c>
     }
 };
 
-/// Base of objects that carry an identifier, which is null until one is created.
+/// Base of objects that carry an identifier, which is null until one is created or set.
 class ZQ_API GuidObject_c
 {
 public:

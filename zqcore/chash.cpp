@@ -23,6 +23,7 @@ namespace
         return iHash ^ (iHash >> 32);
     }
 
+    // Returns a character, extended with its sign to 32 bits and rotated left by its position.
     std::uint32_t RotatedCharacter(char cText, std::size_t iPosition)
     {
         auto const nWide = static_cast<std::int32_t>(static_cast<signed char>(cText));

@@ -5,7 +5,7 @@
 // destructor writes the peaks, and what was never freed, to the debugger's output.
 //
 // Ownership: the pool owns all blocks. Its destructor frees those that are still allocated.
-// Threads: no lock; one thread at a time.
+// Threads: one thread at a time. There is no lock.
 // Cost: one table read finds the class of a request of up to 1024 bytes. Larger requests need a walk over the classes,
 // and so do sizes next to a class size that is not a multiple of 4. The pools allocate whole chunks.
 // Failure: a lack of memory, a request above the largest class and a class size out of order end in Abort. Free of a
@@ -27,7 +27,7 @@
 class ZQ_API StaticMemoryPool_c
 {
 public:
-    static constexpr int MAX_GROUPS = 12;   // of sizes
+    static constexpr int MAX_GROUPS = 12;   // maximum number of classes
 
     /// Makes a pool without classes. Its messages hold the name, cut at 255 characters. Asserts that sName is not null.
     explicit StaticMemoryPool_c(char const * sName);
@@ -55,7 +55,7 @@ public:
     /// Returns the block size, in bytes, of the class that holds the pointer. Returns 0 if none does.
     int IsValid(void const * pPtr);
 
-    /// Fails an assertion and returns false: it must not be called.
+    /// Fails an assertion and returns false for any pointer.
     bool IsArray(void const * pPtr);
 
     /// Sets the peaks of all classes to 0.

@@ -14,6 +14,7 @@ namespace
     constexpr char const * BYTES_WITH_REX[] = { "al", "cl", "dl", "bl", "spl", "bpl", "sil", "dil" };
     constexpr char const * SEGMENTS[] = { "es", "cs", "ss", "ds", "fs", "gs", "?6s", "?7s" };
 
+    // Returns a slice of a field. nShape has the width and the shift of an explicit one.
     unsigned SliceOf(std::uint32_t nField, unsigned eSlice, unsigned nShape)
     {
         switch (eSlice)
@@ -50,6 +51,7 @@ namespace
         return nValue;
     }
 
+    // Return a signed number whose bytes are fields.
     std::int64_t Signed32(std::uint32_t const * pField)
     {
         return static_cast<std::int32_t>(Number(pField, 4));
@@ -132,7 +134,7 @@ void OpcodeDecoder_c::WriteRegister(unsigned eKind, unsigned iRegister)
     }
 }
 
-// Writes a name with a number below 100.
+// Writes a name and a number below 100.
 void OpcodeDecoder_c::WriteNumbered(char const * szClass, unsigned iRegister)
 {
     WriteText(szClass);
@@ -273,7 +275,7 @@ void OpcodeDecoder_c::WriteText(char const * szText)
     }
 }
 
-// Writes nDigits digits, or more if the number needs them.
+// Writes nDigits lower-case hexadecimal digits, or more if the number needs them.
 void OpcodeDecoder_c::WriteHex(std::uint64_t nNumber, int nDigits)
 {
     int nShift = (nDigits - 1) * 4;

@@ -3,6 +3,8 @@
 
 #include "zqcore/copcode_internal.h"
 
+#include <iterator>
+
 namespace
 {
     constexpr unsigned XMM_BYTES = 16;   // of the shortest vector; each further length doubles them
@@ -84,6 +86,8 @@ bool OpcodeDecoder_c::IsVexShown() const
            && (m_Vex.iMask == 0 ? !m_Vex.bZero : m_Vex.bMaskShown);
 }
 
+// Writes the register whose number is in nField or in the prefix. nShape has an OpcodePlace_e and, from bit 4 on, an
+// OpcodeClass_e.
 void OpcodeDecoder_c::WriteVector(std::uint32_t nField, unsigned nShape)
 {
     unsigned const ePlace = nShape & 15;
@@ -113,11 +117,12 @@ void OpcodeDecoder_c::WriteVector(std::uint32_t nField, unsigned nShape)
     WriteNumbered(NAMES[nLength], iRegister);
 }
 
+// Writes the word of the smallest size that holds nBytes, or of the largest size.
 void OpcodeDecoder_c::WriteSize(unsigned nBytes)
 {
     static constexpr char const * WORDS[] = { "byte", "word", "dword", "qword", "xmmword", "ymmword", "zmmword" };
     unsigned iWord = 0;
-    for (; 1u << iWord < nBytes && iWord != 6; ++iWord)
+    for (; 1u << iWord < nBytes && iWord + 1 < std::size(WORDS); ++iWord)
     {}
     WriteText(WORDS[iWord]);
     WriteText(" ptr ");

@@ -154,8 +154,7 @@ public:
     /// - A different major version ends in Abort.
     /// - A newer minor version is logged and returns false.
     /// - A file without a whole version word fails the archive and returns false.
-    /// - A writer returns true in any case, unless its file could not be opened. A word that can't be stored fails the
-    ///   archive.
+    /// - A writer returns true, unless its file could not be opened. A word that can't be stored fails the archive.
     virtual bool Open();
 
     /// Ends the archive and returns true. Returns false if a writer can't store the rest of its bytes. Closing again
@@ -201,8 +200,9 @@ public:
     /// Requires that pData is not null and nBytes is not 0.
     bool SerializeBytes(void * pData, std::size_t nBytes);
 
-    /// Stores a number of elements as an `int`, or loads one, and returns it. Requires that each element stores at
-    /// least nBytesEach bytes, which is at least 1. Returns 0 if the archive has failed. These numbers fail it:
+    /// Stores a number of elements as an `int`, or loads one, and returns it. Requires that nBytesEach is at
+    /// least 1, and that each element stores at least as many bytes. Returns 0 if the archive has failed. These numbers
+    /// fail it:
     /// - a negative one.
     /// - one above the range of `int`.
     /// - one of more elements than the rest of a reader's file can hold.
@@ -463,8 +463,8 @@ private:
 class ZQ_API MemoryReadable_c : public Serializeable_c
 {
 public:
-    /// Reads bytes of the caller. szName is what messages name. Requires that the bytes stay until Close, and that
-    /// szName outlives the archive. Bytes of 2 GiB or more fail it.
+    /// Reads bytes of the caller. szName is the archive's name in messages. Requires that the bytes stay until Close,
+    /// and that szName outlives the archive. Open fails if there are 2 GiB or more.
     MemoryReadable_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion, char const * szName = "memory");
 
     using Serializeable_c::Serialize;

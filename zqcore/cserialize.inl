@@ -2,6 +2,7 @@
 #pragma once
 
 #include <bit>
+#include <climits>
 #include <cstring>
 
 static_assert(std::endian::native == std::endian::little, "values are stored as they are in memory");
@@ -28,7 +29,7 @@ inline void Serializeable_c::StoreText(char const * sText, std::size_t nLength)
 {
     auto const nCount = static_cast<std::uint32_t>(nLength);
     std::size_t const nBytes = sizeof nCount + nLength + 1;
-    if (m_bIsReading || nBytes > static_cast<std::size_t>(m_pEnd - m_pPos) || nLength > 0x7FFFFFFF) [[unlikely]]
+    if (m_bIsReading || nBytes > static_cast<std::size_t>(m_pEnd - m_pPos) || nLength > INT_MAX) [[unlikely]]
     {
         return StoreLongText(sText, nLength);
     }

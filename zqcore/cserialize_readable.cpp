@@ -52,7 +52,7 @@ bool MemoryReadable_c::Serialize(void * pData, int iLength)
 
 bool MemoryReadable_c::ChunkBegin(char const * sName)
 {
-    constexpr std::uint32_t EMPTY_CHUNK = 4;   // length of a chunk without contents: the bytes of the length
+    constexpr std::uint32_t EMPTY_CHUNK = sizeof(std::uint32_t);   // of a chunk that holds only its length
     if (m_bFailed)
     {
         return false;

@@ -1,4 +1,4 @@
-// crash.cpp: the program whose crash is measured. Its argument is what reports the crash: "ours", "backtrace_symbols",
+// crash.cpp: the program whose crash is measured. Its argument names what reports it: "ours", "backtrace_symbols",
 // "backward" or "none".
 #include "step.h"
 
@@ -19,14 +19,14 @@ namespace
 {
     constexpr int FRAMES = 40;
 
-    void ByBacktraceSymbols(int)
+    void ReportByBacktraceSymbols(int)
     {
         void * dFrames[FRAMES];
         backtrace_symbols_fd(dFrames, backtrace(dFrames, FRAMES), STDERR_FILENO);
         _exit(1);
     }
 
-    void ByBackward(int)
+    void ReportByBackward(int)
     {
         backward::StackTrace Trace;
         Trace.load_here(FRAMES);
@@ -34,6 +34,7 @@ namespace
         _exit(1);
     }
 
+    // Installs what reports the crash, then crashes in nested calls.
     [[noreturn]] void Crash(char const * szBy)
     {
         if (std::strcmp(szBy, "ours") == 0)
@@ -42,8 +43,8 @@ namespace
         }
         else
         {
-            signal(SIGSEGV, std::strcmp(szBy, "backward") == 0            ? ByBackward
-                            : std::strcmp(szBy, "backtrace_symbols") == 0 ? ByBacktraceSymbols
+            signal(SIGSEGV, std::strcmp(szBy, "backward") == 0            ? ReportByBackward
+                            : std::strcmp(szBy, "backtrace_symbols") == 0 ? ReportByBacktraceSymbols
                                                                           : SIG_DFL);
         }
         Argument_t const Argument = { 1, 2, "first", { 0, 1, 2, 3 } };

@@ -1,4 +1,4 @@
-// step.cpp: one frame of the stack, compiled once for each STEP. The frame after the last one faults.
+// step.cpp: one frame of the stack, compiled once for each STEP. The last frame faults.
 #include "heavy.h"
 
 #ifdef STEP

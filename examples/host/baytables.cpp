@@ -85,7 +85,7 @@ namespace
     bool ReadShipType(Bay_s & Bay, Warehouse_c const & Table)
     {
         ShipType_s Type;
-        int nMostHands = 0;
+        int nMostHands = 0;   // only checked: ships sail with the fewest
         bool const bValid = ReadIdent(Table, Type.sIdent) && ReadName(Table, "name", Type.sName)
                             && ReadNumber(Table, "hold", 1, Type.nHold)
                             && ReadRange(Table, "speed", Type.iSlowest, Type.iFastest) && Type.iSlowest > 0

@@ -17,7 +17,7 @@ namespace
         Heard.Add(szText);
     }
 
-    // The log's lines that the report counts, recognised by their start.
+    // A kind of log line that the report counts, recognised by its start.
     struct LogLine_s
     {
         char const * szBegin;

@@ -21,7 +21,7 @@ namespace
 {
     constexpr auto IDLE_NAP = std::chrono::microseconds(500);
 
-    void Idle(FrameStats_s & Stats)
+    void Idle(FrameStats_t & Stats)
     {
         Module_c::HeartbeatAllModulesIdle();
         ++Stats.nIdle;
@@ -72,7 +72,7 @@ namespace
         }
     }
 
-    void Count(FrameStats_s & Stats, double tTaken)
+    void Count(FrameStats_t & Stats, double tTaken)
     {
         Stats.tTotal += tTaken;
         if (tTaken > Stats.tWorst)
@@ -88,10 +88,10 @@ namespace
     }
 }
 
-FrameStats_s LoopRun(int nFrames, Survey_c & Survey)
+FrameStats_t LoopRun(int nFrames, Survey_c & Survey)
 {
     double const tFrame = 1.0 / ModuleSettings_c::Get()->m_nRate;
-    FrameStats_s Stats;
+    FrameStats_t Stats;
     MemoryResetFrameAllocCount();   // allocations before the first frame do not count
     while (nFrames == FRAMES_UNTIL_OVER ? !Watch_c::IsOver() : Stats.nFrames < nFrames)
     {

@@ -1,6 +1,6 @@
 // A host application of ZQCore: it starts the library, runs a main loop over a media tree, and stops.
 //
-// Every application makes the calls of the library below in this order.
+// Every application makes those of the library's calls below that it needs, in this order.
 #include "listeners.h"
 #include "loop.h"
 #include "media.h"
@@ -120,8 +120,8 @@ namespace
         ReportTables(Survey);
     }
 
-    // Runs the frames. Returns why it can't watch, or an empty text.
-    std::string RunLoop(Options_s const & Options, Survey_c & Survey, FrameStats_s & Stats)
+    // Runs the frames and sets Stats to their figures. Returns why it can't watch, or an empty text.
+    std::string RunLoop(Options_s const & Options, Survey_c & Survey, FrameStats_t & Stats)
     {
         if (!Options.bWatch)
         {
@@ -130,7 +130,7 @@ namespace
         }
         Watch_c const Watch(static_cast<char const *>(GetPQXMediaPath(false)), Survey);
         std::string sWhyNot = Watch_c::GetWhyNot();
-        Stats = sWhyNot.empty() ? LoopRun(FRAMES_UNTIL_OVER, Survey) : FrameStats_s{};
+        Stats = sWhyNot.empty() ? LoopRun(FRAMES_UNTIL_OVER, Survey) : FrameStats_t{};
         return sWhyNot;
     }
 
@@ -139,9 +139,10 @@ namespace
         return Fail(STATUS_SAVE, "can't save to \"" + Options.sSave + "\": " + sWhyNot);
     }
 
+    // Runs the frames, and reports them and the world. Returns the status of the process.
     int RunAndReport(Options_s const & Options, ModuleWorld_c const & World, Survey_c & Survey)
     {
-        FrameStats_s Stats;
+        FrameStats_t Stats;
         std::string const sWhyNotWatched = RunLoop(Options, Survey, Stats);
         if (!sWhyNotWatched.empty())
         {
@@ -225,6 +226,7 @@ namespace
         return iStatus == STATUS_OK ? iListed : iStatus;
     }
 
+    // Starts the modules, runs the game and stops them. Returns the status of the process.
     int RunModules(Options_s const & Options, std::string const & sMedia)
     {
         MediaSet(Options, sMedia);

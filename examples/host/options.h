@@ -11,7 +11,7 @@ enum Status_e : int
     STATUS_OK = 0,
     STATUS_FAILED = 1,    // the library ended a silent run: a broken precondition or a crash
     STATUS_USAGE = 2,     // the command line makes no sense
-    STATUS_MEDIA = 3,     // no media, not the requested ones, or unreadable ones
+    STATUS_MEDIA = 3,     // no media, not the requested ones, or unreadable or faulty ones
     STATUS_SAVE = 4,      // the world could not be loaded or saved
     STATUS_STATS = 5,     // the profiler's file could not be written
     STATUS_SERVICE = 6,   // a service did not start
@@ -27,8 +27,8 @@ struct Options_s
     std::string sConfig;         // empty: no configuration
     std::string sGame = "pqx";   // folder of gamedata, a bare name in lower case
     bool bGameGiven = false;     // whether the command line names the game
-    std::string sLogFolder;      // "logs" in the caller's current folder if empty
-    std::string sSave;           // a file; sGame and ".sav" in the log folder if empty
+    std::string sLogFolder;      // default: "logs" in the caller's current folder
+    std::string sSave;           // a file; default: sGame and ".sav" in the log folder
     std::string sStats;          // the profiler's file; empty: none
     std::string sCacheFile;      // of the file system cache; empty: in the media root
     int nFrames = 480;           // from 0 to 1,000,000; bWatch ignores it

@@ -44,7 +44,7 @@ namespace
         std::printf("  The biggest\n");
         for (int i = 0; i < std::min(dFiles.GetLength(), TOP_FILES); ++i)
         {
-            std::printf("    %12s  %s\n", Sz(Size(FileBytes(*dFiles[i]))), Sz(BelowRoot(*dFiles[i])));
+            std::printf("    %12s  %s\n", Sz(Size(SizeOf(*dFiles[i]))), Sz(BelowRoot(*dFiles[i])));
         }
     }
 

@@ -1,7 +1,7 @@
 // report.h: the report on standard output for the person who ran the host. The settings choose its parts.
 #pragma once
 
-struct FrameStats_s;
+struct FrameStats_t;
 struct Notes_s;
 struct SaveResult_s;
 class ModuleWorld_c;
@@ -26,7 +26,7 @@ void ReportTables(Survey_c const & Survey);
 void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World);
 void ReportNotLoaded(char const * szWhy);
 void ReportWorld(ModuleWorld_c const & World);
-void ReportFrames(FrameStats_s const & Stats);
+void ReportFrames(FrameStats_t const & Stats);
 void ReportSave(SaveResult_s const & Result, ModuleWorld_c const & World);
 
 /// Reports the live blocks and bytes, and the peak, of each category that was ever used, and of all together.

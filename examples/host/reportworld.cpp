@@ -173,7 +173,7 @@ void ReportWorld(ModuleWorld_c const & World)
         "  The purse: %s marks at first, %s now\n", Sz(Grouped(g_House.iFirstPurse)), Sz(Grouped(g_House.iPurse)));
 }
 
-void ReportFrames(FrameStats_s const & Stats)
+void ReportFrames(FrameStats_t const & Stats)
 {
     if (!ReportBegin("frames", "Frames"))
     {

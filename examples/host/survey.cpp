@@ -18,7 +18,7 @@ namespace
     bool HasHeaderWord(File_c const & File)
     {
         auto const * pText = reinterpret_cast<char const *>(File.pData);
-        char const * const pEnd = pText + std::min(FileBytes(File), HEADER_REACH);
+        char const * const pEnd = pText + std::min(SizeOf(File), HEADER_REACH);
         auto const nWord = static_cast<std::ptrdiff_t>(std::strlen(WAREHOUSE_HEADER));
         while (pEnd - pText >= nWord)
         {
@@ -66,7 +66,7 @@ namespace
     }
 }
 
-std::uint32_t FileBytes(File_c const & File)
+std::uint32_t SizeOf(File_c const & File)
 {
     return static_cast<std::uint32_t>(File.iLength);
 }
@@ -81,11 +81,11 @@ void Survey_c::List()
     {
         File_c & File = *pSlot->pObject;
         m_dFiles.Add(&File);
-        m_nBytes += FileBytes(File);
+        m_nBytes += SizeOf(File);
         CountExtension(File);
     }
     // A positive result puts the first argument before the second.
-    m_dFiles.Sort([](File_c const * pA, File_c const * pB) { return OrderOf(FileBytes(*pA), FileBytes(*pB)); }, 0, -1);
+    m_dFiles.Sort([](File_c const * pA, File_c const * pB) { return OrderOf(SizeOf(*pA), SizeOf(*pB)); }, 0, -1);
     m_dExtensions.Sort([](Extension_s const & A, Extension_s const & B) { return OrderOf(A.nBytes, B.nBytes); }, 0, -1);
 }
 
@@ -105,7 +105,7 @@ void Survey_c::CountExtension(File_c const & File)
         pExtension = &m_dExtensions[m_dExtensions.Add(Extension_s{ File.GetExt() })];
     }
     ++pExtension->nFiles;
-    pExtension->nBytes += FileBytes(File);
+    pExtension->nBytes += SizeOf(File);
 }
 
 int Survey_c::CountDuplicates() const
@@ -118,7 +118,7 @@ void Survey_c::ReadFiles()
 {
     for (File_c * const pFile : m_dFiles)
     {
-        if (FileBytes(*pFile))
+        if (SizeOf(*pFile))
         {
             ReadFile(*pFile);
         }
@@ -140,7 +140,7 @@ void Survey_c::ReadFile(File_c & File)
         return;
     }
     ++m_nRead;
-    m_nBytesRead += FileBytes(*pFile);
+    m_nBytesRead += SizeOf(*pFile);
     if (!pFile->bDuplicate)   // opening such a file complains each time
     {
         m_dStreamed.Add(pFile);
@@ -181,9 +181,9 @@ void Survey_c::StreamFiles(int nFiles)
     {
         File_c & File = *m_dStreamed[m_iNext];
         m_iNext = (m_iNext + 1) % m_dStreamed.GetLength();
-        if (FileBytes(File) != 0)   // may have been emptied while the host runs
+        if (SizeOf(File) != 0)   // may have been emptied while the host runs
         {
-            if (FileBytes(File) <= WHOLE_LIMIT)
+            if (SizeOf(File) <= WHOLE_LIMIT)
             {
                 FileClose(FileOpen(File.sName));
             }

@@ -27,7 +27,7 @@ struct Table_s
 };
 
 /// Returns the size of a file in bytes, as the table of files has it.
-std::uint32_t FileBytes(File_c const & File);
+std::uint32_t SizeOf(File_c const & File);
 
 /// Survey of one media tree. Requires List first, then ReadFiles, then ReadTables, each once.
 class Survey_c

@@ -8,6 +8,7 @@ namespace plat
 
         constexpr bool WIDE_IS_UTF16 = sizeof(wchar_t) == 2;
 
+        // Returns whether a value represents a byte.
         bool IsByte(char32_t cText)
         {
             return cText >= WIDE_OF_BYTE + 0x80 && cText <= WIDE_OF_BYTE + 0xFF;
@@ -119,7 +120,7 @@ namespace plat
 
         // Returns whether a character ends a line, or embeds, overrides or isolates a direction of writing (Unicode
         // Standard Annex 9).
-        bool TurnsText(char32_t cText)
+        bool EndsOrTurnsLine(char32_t cText)
         {
             return (cText >= 0x2028 && cText <= 0x202E) || (cText >= 0x2066 && cText <= 0x2069);
         }
@@ -133,10 +134,11 @@ namespace plat
                 return (cText == '\t' && eControls == Controls_e::Tabs) || (bLayout && eControls == Controls_e::Layout);
             }
             bool const bControl = cText >= 0x7F && cText <= 0x9F;
-            return !bControl && !TurnsText(cText) && !IsByte(cText);
+            return !bControl && !EndsOrTurnsLine(cText) && !IsByte(cText);
         }
 
-        // Writes the escape of a character up to U+FFFF or of a byte's value. Returns the number of bytes, at most 6.
+        // Writes the escape of a character or of a byte's value. Returns the number of bytes, at most 6. Requires that
+        // the character is at most U+FFFF.
         std::size_t PutEscape(char * pOut, char32_t cText)
         {
             constexpr char LETTERS[] = "tnvfr";   // from 0x09 on

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -107,11 +108,13 @@ namespace plat
             }
         }
 
+        // Returns a register by its number in an instruction.
         std::uintptr_t RegisterOf(FaultContext_t const & Context, unsigned iRegister)
         {
             std::uintptr_t const dRegisters[] = { Context.nAx, Context.nCx, Context.nDx, Context.nBx, Context.nSp,
                 Context.nBp, Context.nSi, Context.nDi };
-            return iRegister < 8 ? dRegisters[iRegister] : Context.dExtended[iRegister - 8];
+            constexpr std::size_t FIRST_EXTENDED = std::size(dRegisters);
+            return iRegister < FIRST_EXTENDED ? dRegisters[iRegister] : Context.dExtended[iRegister - FIRST_EXTENDED];
         }
 
         // Returns the address of a ModR/M byte's memory operand. An address relative to the instruction counts from
@@ -177,7 +180,7 @@ namespace plat
         }
 
         // Returns the code of the first raised flag in this order: invalid, divide, overflow, underflow, denormal,
-        // inexact. With bX87Stack that of invalid is FAULT_FLOAT_STACK. Returns FAULT_FLOAT_INVALID if no flag is
+        // inexact. With bX87Stack the code of invalid is FAULT_FLOAT_STACK. Returns FAULT_FLOAT_INVALID if no flag is
         // raised.
         std::uint32_t FloatCode(unsigned dwRaised, bool bX87Stack)
         {
@@ -215,6 +218,7 @@ namespace plat
             return pFloats->swd;
         }
 
+        // Returns the flags that are raised and not masked. Other bits have no meaning.
         unsigned X87Raised(fpregset_t pFloats)
         {
             return pFloats->swd & ~unsigned{ pFloats->cwd };
@@ -458,7 +462,7 @@ namespace plat
             {
                 return;
             }
-            for (int iEntry = 0; iEntry < 8; ++iEntry)
+            for (std::size_t iEntry = 0; iEntry < std::size(Context.dX87); ++iEntry)
             {
                 std::memcpy(Context.dX87[iEntry], &pFloats->_st[iEntry], sizeof Context.dX87[iEntry]);
             }
@@ -491,7 +495,7 @@ namespace plat
             Context.nDx = Register(REG_RDX);
             Context.nSi = Register(REG_RSI);
             Context.nDi = Register(REG_RDI);
-            for (int i = 0; i < 8; ++i)
+            for (std::size_t i = 0; i < std::size(EXTENDED); ++i)
             {
                 Context.dExtended[i] = Register(EXTENDED[i]);
             }

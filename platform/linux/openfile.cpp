@@ -10,8 +10,8 @@ namespace plat
 {
     namespace
     {
-        // Opens the folder of a path, with O_PATH or O_RDONLY, and returns the name in it. On failure Folder is not
-        // open.
+        // Opens the folder of a path, with O_PATH or O_RDONLY, and returns the name in it. Requires that the path is
+        // shorter than PATH_MAX. On failure Folder is not open.
         char const * OpenFolderOf(char const * szPath, Descriptor_c & Folder, int iAccess = O_PATH)
         {
             int const iFlags = iAccess | O_DIRECTORY | O_CLOEXEC;

@@ -4,7 +4,7 @@
 //     parts SERVICE FOLDER check         checks that the old or the new data are complete
 //     parts SERVICE FOLDER check-new     checks that the new data are complete
 //
-// Status 0 if the check holds, else 1 with what is wrong.
+// Status 0 on success, 1 with a line that says what is wrong, or 2 if the arguments are wrong.
 #include "platform/asyncwrite.h"
 #include "platform/clipboard.h"
 #include "zqcore/capp.h"
@@ -121,8 +121,8 @@ namespace
     std::string ReadArchive(std::string const & sFolder)
     {
         std::string const sBytes = Contents(sFolder + "/deep/kept.sav");
-        std::string const sFirst = sBytes.substr(0, 8).substr(4, 1);
         bool bWhole = sBytes.size() == 4 + 4 * VALUES;
+        std::string const sFirst = bWhole ? sBytes.substr(4, 1) : "";
         for (std::size_t i = 4; bWhole && i < sBytes.size(); i += 4)
         {
             bWhole = sBytes.substr(i, 1) == sFirst;
@@ -146,7 +146,7 @@ namespace
         return Contents(sFolder + "/allocations.csv").find("1111; ") != std::string::npos ? "old" : "new";
     }
 
-    // Returns "old" or "new" by the last line of this program, or its first damaged line.
+    // Returns "old" or "new" by the last line of this program, or "damaged: " and the first damaged line.
     std::string ReadLogs(std::string const & sFolder)
     {
         std::string sKind = "old";

@@ -27,6 +27,7 @@ namespace
             , m_dHistory(OPCODE_HISTORY)
         {}
 
+        // Returns the shortest code of a string, and adds the string to the history.
         std::string Code(std::string const & sText)
         {
             std::string sBest;
@@ -44,6 +45,7 @@ namespace
         }
 
     private:
+        // Returns the code of a string that shares its ends with the string iOld of the history.
         std::string CodeWith(std::string const & sText, std::size_t iOld) const
         {
             std::string const & sOld = m_dHistory[iOld];
@@ -69,7 +71,7 @@ namespace
             return sCode + sText.substr(nHead * m_nUnit, nLiteral * m_nUnit);
         }
 
-        std::size_t m_nUnit;
+        std::size_t m_nUnit;                  // bytes of a unit
         std::deque<std::string> m_dHistory;   // the latest string first
     };
 }
@@ -134,8 +136,8 @@ namespace
 
 std::vector<Starts_t> RowStarts(std::vector<Group_t> const & dGroups)
 {
-    constexpr std::size_t SMALL_GROUP = 16;
-    std::vector<Starts_t> dStarts(1);   // of the root, which is the last group
+    constexpr std::size_t SMALL_GROUP = 16;   // rows; a smaller group needs no starts
+    std::vector<Starts_t> dStarts(1);         // of the root, which is the last group
     std::size_t nOffset = (dGroups.size() + 1) * sizeof(std::uint32_t);
     for (Group_t const & Group : dGroups)
     {

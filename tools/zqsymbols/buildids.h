@@ -28,6 +28,7 @@ namespace zqsymbols
         Found_t const * Find(std::string const & sBuildId) const;
 
     private:
+        // Information that a file has about its functions, the least first.
         enum Rank_e
         {
             RANK_NONE,
@@ -43,6 +44,6 @@ namespace zqsymbols
 
         void AddFile(std::string const & sFile);
 
-        std::unordered_map<std::string, File_s> m_dFiles;
+        std::unordered_map<std::string, File_s> m_dFiles;   // by build-id
     };
 }

@@ -12,7 +12,7 @@ namespace zqsymbols
     namespace
     {
         // Depth of brackets in a text that is read from its start. In round and curly ones, '<' and '>' may be
-        // operators, and '<' is one after them.
+        // operators, and a '<' after ')' is one: these are not counted.
         class Depth_c
         {
         public:
@@ -104,15 +104,15 @@ namespace zqsymbols
             return bMark && (iMark == 0 || bMember) ? WithoutMarks(sInner.substr(iMark)) : "";
         }
 
-        // Returns whether an operator's name begins at an index, but no name such as "operators" or "binary_operator".
+        // Returns whether an operator's name begins at an index. "operators" and "binary_operator" are no such names.
         bool IsOperatorAt(std::string_view sName, std::size_t iStart)
         {
             constexpr std::string_view OPERATOR = "operator";
-            auto const IsLetter = [sName](std::size_t i) {
+            auto const IsWordCharacter = [sName](std::size_t i) {
                 return i < sName.size() && (std::isalnum(static_cast<unsigned char>(sName[i])) != 0 || sName[i] == '_');
             };
-            return sName.substr(iStart).starts_with(OPERATOR) && !IsLetter(iStart + OPERATOR.size())
-                   && (iStart == 0 || !IsLetter(iStart - 1));
+            return sName.substr(iStart).starts_with(OPERATOR) && !IsWordCharacter(iStart + OPERATOR.size())
+                   && (iStart == 0 || !IsWordCharacter(iStart - 1));
         }
 
         // Returns "ns::f<int>" for "int ns::f<int>". A blank outside of all brackets ends a return type, except in an

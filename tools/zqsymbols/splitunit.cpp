@@ -44,7 +44,7 @@ namespace zqsymbols
             return nOffset <= sFrom.size() ? sFrom.substr(nOffset, nBytes) : std::string_view();
         }
 
-        // Returns an ELF file with sections alone.
+        // Returns an ELF file of these sections and the table of their names, without segments.
         std::string ElfOf(Sections_t const & dSections)
         {
             std::string sNames(1, '\0');
@@ -128,7 +128,14 @@ namespace zqsymbols
         class PackageIndex_c
         {
         public:
-            using Parts_t = std::map<std::string, std::pair<std::uint64_t, std::uint64_t>>;   // offset and size
+            // A unit's part of a section.
+            struct Part_s
+            {
+                std::uint64_t nOffset = 0;
+                std::uint64_t nBytes = 0;
+                bool operator==(Part_s const &) const = default;
+            };
+            using Parts_t = std::map<std::string, Part_s>;   // by the names of the sections
 
             explicit PackageIndex_c(std::string_view sIndex)
                 : m_sIndex(sIndex)
@@ -137,6 +144,8 @@ namespace zqsymbols
                 , m_nRows(Take<std::uint32_t>(sIndex, 8))
                 , m_nSlots(Take<std::uint32_t>(sIndex, 12))
             {}
+
+            bool IsVersion5() const { return m_bVersion5; }
 
             // Calls fnRow with the identifier and the parts of each unit, until it returns true.
             template <typename ROW>
@@ -182,7 +191,8 @@ namespace zqsymbols
             std::uint64_t m_nSlots;
         };
 
-        // Copies the strings that a unit refers to into a table of their own, and changes its offsets.
+        // Copies the strings that a unit refers to into a table of their own, and changes its offsets. bHead
+        // says whether these begin with the head of version 5.
         void CompactStrings(std::string_view sStrings, bool bHead, std::string & sOffsets, std::string & sOwn)
         {
             // Bytes of one string and of all: those of a damaged package may have any length.
@@ -255,12 +265,12 @@ namespace zqsymbols
             {
                 Put<std::uint8_t>(sInfo, DW_UT_skeleton);
                 Put(sInfo, Head.nAddressBytes);
-                Put<std::uint32_t>(sInfo, 0);
+                Put<std::uint32_t>(sInfo, 0);   // the offset of the abbreviations
                 Put(sInfo, Head.iUnit);
             }
             else
             {
-                Put<std::uint32_t>(sInfo, 0);
+                Put<std::uint32_t>(sInfo, 0);   // as above
                 Put(sInfo, Head.nAddressBytes);
             }
             sInfo += '\1';   // the abbreviation's number
@@ -299,14 +309,14 @@ namespace zqsymbols
                 PutNumber(DW_AT_GNU_dwo_id);
                 PutNumber(DW_FORM_data8);
             }
-            sAbbreviations.append(3, '\0');
+            sAbbreviations.append(3, '\0');   // the end of the attributes, two bytes, and of the table
             return sAbbreviations;
         }
 
         // Returns a file with the attributes by which libdw finds the other part of a unit and completes it.
         std::string SkeletonOf(Dwarf_Die * pUnit, std::string const & sPart)
         {
-            constexpr std::uint64_t MAX_RANGES = 1 << 20;   // bytes of the tables of version 4, which have no length
+            constexpr std::uint64_t MAX_TABLE = 1 << 20;   // bytes of a table without a length, as all of version 4 are
             UnitHead_t const Head = HeadOf(pUnit);
             bool const bVersion5 = Head.nVersion >= 5;
             Elf * const pElf = dwarf_getelf(dwarf_cu_getdwarf(pUnit->cu));
@@ -316,18 +326,18 @@ namespace zqsymbols
             std::uint64_t const nAddresses = Offset(pUnit, bVersion5 ? DW_AT_addr_base : DW_AT_GNU_addr_base);
             std::uint64_t const nBytes = bVersion5 && nAddresses >= HEAD_5
                                              ? Take<std::uint32_t>(sAddresses, nAddresses - HEAD_5) - 4
-                                             : MAX_RANGES;
+                                             : MAX_TABLE;
             Sections_t dSections = { { ".debug_info", sInfo }, { ".debug_abbrev", sAbbreviations },
                 { ADDRESSES, Slice(sAddresses, nAddresses, nBytes) } };
             if (!bVersion5)
             {
-                dSections[RANGES] = Slice(SectionOf(pElf, RANGES), Offset(pUnit, DW_AT_GNU_ranges_base), MAX_RANGES);
+                dSections[RANGES] = Slice(SectionOf(pElf, RANGES), Offset(pUnit, DW_AT_GNU_ranges_base), MAX_TABLE);
             }
             return ElfOf(dSections);
         }
     }
 
-    // A file that is open or in memory.
+    // An ELF file, open or in memory.
     class SplitUnits_c::Image_c
     {
     public:
@@ -368,7 +378,7 @@ namespace zqsymbols
         }
 
         // Makes a file of one unit of a package and returns its descriptor, which the caller closes. Returns a negative
-        // number if the unit is not in there or the file can't be made.
+        // number if the package lacks the unit or the file can't be made.
         int Extract(std::uint64_t iUnit) const;
 
     private:
@@ -382,8 +392,8 @@ namespace zqsymbols
     {
         constexpr char STRINGS[] = ".debug_str.dwo";
         PackageIndex_c::Parts_t dParts;
-        std::string_view const sIndex = SectionOf(m_pElf, ".debug_cu_index");
-        PackageIndex_c(sIndex).Visit(
+        PackageIndex_c const Units(SectionOf(m_pElf, ".debug_cu_index"));
+        Units.Visit(
             [&](std::uint64_t iFound, PackageIndex_c::Parts_t const & dOf)
             {
                 dParts = iFound == iUnit ? dOf : dParts;
@@ -395,18 +405,18 @@ namespace zqsymbols
         }
         std::map<std::string, std::string> dContents;
         // No part is there twice, but rows of a damaged index may all claim the same one.
-        auto const Append = [&](std::string const & sKind, std::pair<std::uint64_t, std::uint64_t> const & Part)
+        auto const Append = [&](std::string const & sKind, PackageIndex_c::Part_s const & Part)
         {
             std::string & sContent = dContents[sKind];
             std::string_view const sSection = SectionOf(m_pElf, sKind.c_str());
-            std::string_view const sPart = Slice(sSection, Part.first, Part.second);
+            std::string_view const sPart = Slice(sSection, Part.nOffset, Part.nBytes);
             sContent += sPart.size() <= sSection.size() - sContent.size() ? sPart : std::string_view();
         };
         for (auto const & [sKind, Part] : dParts)
         {
             Append(sKind, Part);
         }
-        // The types that came from the same file have its abbreviations and its strings.
+        // The types that come from the same file have its abbreviations and its strings.
         PackageIndex_c(SectionOf(m_pElf, ".debug_tu_index"))
             .Visit(
                 [&](std::uint64_t, PackageIndex_c::Parts_t const & dOf)
@@ -422,8 +432,7 @@ namespace zqsymbols
                     }
                     return false;
                 });
-        bool const bVersion5 = Take<std::uint16_t>(sIndex, 0) == 5;
-        CompactStrings(SectionOf(m_pElf, STRINGS), bVersion5, dContents[OFFSETS], dContents[STRINGS]);
+        CompactStrings(SectionOf(m_pElf, STRINGS), Units.IsVersion5(), dContents[OFFSETS], dContents[STRINGS]);
         std::string const sFile = ElfOf(Sections_t(dContents.begin(), dContents.end()));
         int const hFile = memfd_create("dwo", MFD_CLOEXEC);
         if (hFile >= 0 && write(hFile, sFile.data(), sFile.size()) != static_cast<ssize_t>(sFile.size()))

@@ -24,7 +24,8 @@
 
 namespace
 {
-    constexpr std::size_t SHOWN_BYTES = 64;   // of a part that is not recognised
+    constexpr std::size_t SHOWN_BYTES = 64;        // of a part that is not recognised
+    constexpr std::size_t OUTPUT_SIZE = 1 << 20;   // bytes of text that are collected before they are printed
 
     struct Options_s
     {
@@ -115,7 +116,7 @@ namespace
                    { return Part.eKind == ArchivePart_e::Bytes || Part.eKind == ArchivePart_e::Text; });
     }
 
-    // Fills Archive from its bytes.
+    // Fills the other members of Archive from its bytes and the file's name.
     void Analyse(
         Archive_s & Archive, std::string const & sFile, ArchiveNames_c const & Names, Options_s const & Options)
     {
@@ -158,7 +159,7 @@ namespace
         return iObject == -1 ? "null" : "#" + std::to_string(iObject);
     }
 
-    // Returns what a part is, without its indentation.
+    // Returns what a recognised part is, without its offset and indentation.
     std::string Describe(ArchivePart_t const & Part)
     {
         std::string const sQuoted = "\"" + Printable(Part.sName) + "\"";
@@ -312,7 +313,7 @@ namespace
             for (ArchivePart_t const & Part : Archive.Scan.dParts)
             {
                 Append(sOut, Part, Archive.sBytes);
-                if (sOut.size() > 1 << 20)
+                if (sOut.size() > OUTPUT_SIZE)
                 {
                     std::fwrite(sOut.data(), 1, sOut.size(), stdout);
                     sOut.clear();
@@ -323,6 +324,12 @@ namespace
             ShowProblems(sFile, Archive);
         }
 
+        // Returns the number of bytes to show of a part that is not recognised.
+        std::size_t CountShown(ArchivePart_t const & Part) const
+        {
+            return m_Options.bRaw ? Part.nBytes : std::min(Part.nBytes, SHOWN_BYTES);
+        }
+
         void Append(std::string & sOut, ArchivePart_t const & Part, std::string_view sBytes) const
         {
             if (Part.eKind != ArchivePart_e::Bytes)
@@ -331,7 +338,7 @@ namespace
                 sOut += Describe(Part) + '\n';
                 return;
             }
-            std::size_t const nShown = m_Options.bRaw ? Part.nBytes : std::min(Part.nBytes, SHOWN_BYTES);
+            std::size_t const nShown = CountShown(Part);
             AppendDump(sOut, sBytes.substr(Part.nAt, nShown), Part.nAt, Part.nDepth);
             if (nShown < Part.nBytes)
             {
@@ -342,7 +349,7 @@ namespace
 
         static void ShowSeal(Archive_s const & Archive)
         {
-            if (!Archive.bSave || !Archive.Save.bMark)
+            if (!Archive.Save.bMark)
             {
                 return;
             }
@@ -351,7 +358,7 @@ namespace
             auto const dwCrc = ReadAs<std::uint32_t>(sBytes, sBytes.size() - ARCHIVE_WORD);
             auto const dwFound = GetCrc32Polynomial(sBytes.data(), static_cast<int>(sBytes.size() - ARCHIVE_WORD));
             std::printf("%08zX  seal, version %c, %" PRIu64 " bytes%s, CRC-32 %s%s\n", Archive.nArchive,
-                sBytes[Archive.nArchive + 3], nLength,
+                sBytes[Archive.nArchive + SAVE_SEAL_VERSION], nLength,
                 nLength == Archive.nArchive ? "" : (" of " + std::to_string(Archive.nArchive)).c_str(),
                 Hex(dwCrc).c_str(), dwCrc == dwFound ? "" : (", found " + Hex(dwFound)).c_str());
         }
@@ -405,8 +412,7 @@ namespace
             switch (Part.eKind)
             {
             case ArchivePart_e::Bytes:
-                Json["hex"] =
-                    HexOf(sBytes.substr(Part.nAt, m_Options.bRaw ? Part.nBytes : std::min(Part.nBytes, SHOWN_BYTES)));
+                Json["hex"] = HexOf(sBytes.substr(Part.nAt, CountShown(Part)));
                 break;
             case ArchivePart_e::Chunk:
                 Json["name"] = Part.sName.empty() ? Json_t() : Json_t(std::string(Part.sName));

@@ -22,10 +22,10 @@ struct CacheContents_t
     std::vector<CacheFolder_s> dFolders;
     std::vector<CacheFile_s> dFiles;
     std::unordered_map<std::uint32_t, std::size_t> dFolderOf;   // by nIndex: index in dFolders
-    bool bTimes = false;                                        // whether it has the times of its folders
-    int nLeft = 0;                                              // bytes after the last that was read, if it is sound
-    int iDamage = -1;                                           // byte at which it is damaged; -1 if it is sound
-    std::string sDamage;                                        // empty if it is sound
+    bool bTimes = false;                                        // whether the cache has the times of its folders
+    int nLeft = 0;         // bytes after the last that was read, if the cache is sound
+    int iDamage = -1;      // byte at which the cache is damaged; -1 if it is sound
+    std::string sDamage;   // empty if the cache is sound
 
     /// Returns whether no damage was found.
     bool IsSound() const { return sDamage.empty(); }

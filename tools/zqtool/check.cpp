@@ -98,6 +98,7 @@ namespace
             return dComplaints.empty();
         }
 
+        // Checks the files of a folder that have a text's ending, at any depth, in the order of their paths.
         void CheckFolder(std::string const & sFolder)
         {
             std::vector<std::string> dFiles;
@@ -119,23 +120,17 @@ namespace
             }
             if (Error)
             {
-                CheckedText_t Checked;
-                Checked.bWhole = false;
-                Checked.dComplaints.push_back({ 0, 0, Error.message() });
-                Show(sFolder, Checked);
+                ShowUnread(sFolder, Error.message());
             }
         }
 
         // Checks a file. If bNamed is false, skips a file of no known kind.
         void CheckFile(std::string const & sFile, bool bNamed)
         {
-            CheckedText_t Checked;
             std::string sBytes;
             if (std::string const sWhyNot = ReadInput(sFile, sBytes); !sWhyNot.empty())
             {
-                Checked.bWhole = false;
-                Checked.dComplaints.push_back({ 0, 0, sWhyNot });
-                Show(sFile, Checked);
+                ShowUnread(sFile, sWhyNot);
                 return;
             }
             CheckOptions_t Options = m_Check;
@@ -151,6 +146,15 @@ namespace
             {
                 Show(sFile, CheckText(sFile, std::move(sBytes), Options));
             }
+        }
+
+        // Shows why a file, or the whole of a folder, can't be read.
+        void ShowUnread(std::string const & sName, std::string const & sWhyNot)
+        {
+            CheckedText_t Checked;
+            Checked.bWhole = false;
+            Checked.dComplaints.push_back({ 0, 0, sWhyNot });
+            Show(sName, Checked);
         }
 
         void Show(std::string const & sFile, CheckedText_t const & Checked)

@@ -42,6 +42,7 @@ namespace
         return sChoices;
     }
 
+    // Returns the branch for a command: its options, and what completes the values of each and the command's argument.
     std::string BashCase(HelpCommand_t const & Command, Commands_t const & dCommands)
     {
         std::string sValues, sArguments;
@@ -108,6 +109,7 @@ namespace
         return sChoices.empty() ? "_files" : "(" + sChoices + ")";
     }
 
+    // Returns the specifications of a command's options and arguments, as _arguments of zsh expects them.
     std::string ZshArguments(HelpCommand_t const & Command, Commands_t const & dCommands)
     {
         std::string sOut;
@@ -133,6 +135,7 @@ namespace
         return sOut;
     }
 
+    // Returns the script for zsh, which zsh loads as a function or sources.
     std::string ZshScript(HelpCommand_t const & Program)
     {
         Commands_t const & dCommands = Program.dCommands;

@@ -67,8 +67,8 @@ namespace
         return StartsWithAny(sModule, { "libzqcore.", "zqcore." });
     }
 
-    // Returns whether a module is the system's, by its file name: details that break off before the paths of the
-    // modules leave only that.
+    // Returns whether a module is the system's, by its file name. It serves reports whose details break off before the
+    // paths of the modules.
     bool IsSystemModule(std::string_view sModule)
     {
         return StartsWithAny(sModule, { "libc.so", "libm.so", "libpthread.so", "libstdc++.so", "libgcc_s.so",
@@ -189,7 +189,7 @@ namespace
     }
 
     // Returns up to three functions of the first frames, without repetitions: those of the host, if it has any. After a
-    // stack overflow they are sorted, because it may stop a recursion in any of its functions.
+    // stack overflow they are sorted, because a recursion may overflow the stack in any of its functions.
     std::vector<std::string> FunctionsOf(Crash_t const & Crash)
     {
         constexpr std::size_t MAX_FUNCTIONS = 3;
@@ -257,8 +257,8 @@ bool IsOwnFrame(CrashFrame_t const & Frame)
     {
         return false;
     }
-    // A report names either the module of a frame or its function and line, and no inlined calls. So the line of the
-    // host's function may be one of a system's header that is inlined in it.
+    // A report names either a frame's module, or its function and line without inlined calls. So the line of a host's
+    // function may lie in a system's header whose code is inlined there.
     bool const bInlinesAreFrames = !Frame.sModule.empty();
     if (bInlinesAreFrames && IsSystemPath(Frame.sFile))
     {

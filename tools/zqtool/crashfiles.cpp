@@ -38,12 +38,14 @@ namespace
         return bForm ? std::optional(sName.substr(0, iEnd)) : std::nullopt;
     }
 
+    // Returns the stem of a name of details in either form, or nothing for any other name.
     std::optional<std::string> StemOfDetails(std::string const & sName)
     {
         std::optional<std::string> const Stem = StemOf(sName, DETAILS_END);
         return Stem ? Stem : StemOfMore(sName);
     }
 
+    // Finder of the files that arguments name.
     class Finder_c
     {
     public:
@@ -225,6 +227,7 @@ namespace
         return std::string_view(s_sBuffer).substr(0, std::min(nText, MAX_FILE));
     }
 
+    // Reads a file and returns its crashes, none for an empty name. Reports at most one fault.
     std::vector<Crash_t> LoadOne(std::string const & sFile, CrashFault_t const & fnFault, CrashExtent_e eExtent,
         std::vector<Crash_t> (*fnRead)(std::string_view, CrashComplain_t const &, CrashExtent_e))
     {
@@ -265,7 +268,7 @@ namespace
         std::string const sText(sFile.substr(sFile.starts_with(REPORT_START) ? REPORT_START.size() : sFile.size()));
         if (std::sscanf(sText.c_str(), "%2u.%2u.%4u__%2u_%2u_%2u", &dTime[0], &dTime[1], &dTime[2], &dTime[3],
                 &dTime[4], &dTime[5])
-            != 6)
+            != std::ssize(dTime))
         {
             return "";
         }

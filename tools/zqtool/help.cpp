@@ -9,7 +9,8 @@
 
 namespace
 {
-    constexpr std::size_t WIDTH = 80, COLUMN = 24;   // characters of a line; characters before the texts beside names
+    constexpr std::size_t WIDTH = 80;    // characters of a line
+    constexpr std::size_t COLUMN = 24;   // characters before the texts beside names
 
     // Returns a name and its text in two columns.
     std::string Columns(std::string const & sName, std::string const & sText)

@@ -20,7 +20,7 @@ std::string OpenInput(std::string const & sFile, std::ifstream & Stream);
 /// no meaning. By default the size fits into an int with a byte to spare, as the library's readers need it.
 std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uintmax_t nMost = INT_MAX - 1);
 
-/// Prints a problem with a file on standard error, after all that went to standard output.
+/// Flushes standard output and prints a problem with a file on standard error.
 void PrintProblem(std::string const & sFile, std::string const & sText);
 
 /// Prints a problem with its line and column, or without them if the line is 0 or less.

@@ -1,6 +1,4 @@
 // mediascan.h: what the library's scan makes of media folders and archives, and what it leaves out.
-//
-// A process can scan only once.
 #pragma once
 
 #include <cstdint>
@@ -69,7 +67,8 @@ struct MediaScan_t
 void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options);
 
 /// Scans folders and mounts archives over them, in their order. The first folder is the media root. The library's
-/// tables then hold the files. Requires an empty Scan. Returns false, and prints why, in these cases:
+/// tables then hold the files. Requires an empty Scan, and that the process has not scanned before. Returns false, and
+/// prints why, in these cases:
 /// - A path can't be scanned or mounted.
 /// - Two paths are the same.
 /// - A folder is in another one.
