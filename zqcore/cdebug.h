@@ -22,8 +22,8 @@
 //   heap's assertion on its counters, and a complaint inside a dialog with a trace, do not wait either: while another
 //   thread fires, their events are dropped.
 // - a complaint inside a receiver of the same list is not fired. It is logged, unless it is one of those above.
-// - a receiver may log, store data and complain. It must not wait for another thread, and must not open a file that
-//   another thread may be opening.
+// - a receiver may log, store data and complain. Requires that it does not wait for another thread, and opens no file
+//   that another thread may be opening.
 //
 // Ownership: texts are copied, unless a function says otherwise.
 // Threads: any thread may complain. A dialog blocks the thread that complains.

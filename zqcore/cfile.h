@@ -13,7 +13,7 @@
 // that was found may be opened and closed on any thread. g_FileOpenCallbacker and g_FileReadErrorCallbacker fire on the
 // thread that reads, the worker of cfileasync.h included. If the whole file is read, they fire inside the file's lock.
 // One thread at a time runs receivers of these lists and of complaints (cdebug.h). A receiver may log, store data and
-// complain. It must not open a file that another thread may be opening.
+// complain. Requires that it opens no file that another thread may be opening.
 // Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates the file's size and reads
 // it at once.
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line; its iLength is the low 32 bits of its
@@ -59,8 +59,8 @@ public:
     File_c & operator=(File_c const &) = delete;
 
     /// Reads the contents again if they are resident. Requires that no thread is reading the old block. On failure
-    /// pData is null and the references stay: holders must check pData after a refresh and still call FileClose. The
-    /// next FileOpen reads the disk again.
+    /// pData is null and the references stay. Holders check pData after a refresh, and still call FileClose. The next
+    /// FileOpen reads the disk again.
     virtual void Refresh() = 0;
 
     /// Returns the location on disk, cut at 255 characters: the folder and the last component of the key, or the key

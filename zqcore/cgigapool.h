@@ -214,7 +214,7 @@ public:
     /// chunks of all its pools count.
     bool IsValid(void const * pPtr) const { return m_pMap->FindPool(pPtr) != nullptr; }
 
-    /// Fails an assertion and returns false: it must not be called.
+    /// Fails an assertion and returns false for any pointer.
     bool IsArray(void const * pPtr) const;
 
     /// Return the bytes of an element, the number of elements in use, and the most that were in use at once.

@@ -5,8 +5,8 @@
 // slots. Many file names share a chain. So a StringHash_T also has an index of its entries, and a lookup costs a hash
 // and one comparison for a chain of any length. It walks the chain only if a name may be in the table twice (Add).
 //
-// Ownership: a StringHash_T owns neither objects nor names, which must outlive their entries.
-// Threads: no lock. The caller must lock a table that several threads use, unless none of them changes it.
+// Ownership: a StringHash_T owns neither objects nor names. Requires that both outlive their entries.
+// Threads: no lock. Requires that the caller locks a table that several threads use, unless none of them changes it.
 // Cost: no allocation. A table in static storage is constant-initialised: it costs nothing at load, and is usable
 // before any constructor runs.
 // Failure: Add returns HASH_PRESENT or HASH_FULL and changes nothing. A search returns null, a deletion false.

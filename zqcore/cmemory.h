@@ -6,10 +6,10 @@
 // it. Blocks of libraries that are initialised before this one count too, under UNDEFINED. Byte figures are those of
 // the heap's blocks: they include alignment header and slack.
 //
-// The library must be linked to the executable itself, before the C++ runtime. If another library or a plugin loads it
-// instead, or a checker replaces `delete`, the process may bind `delete` to another function. Then `new`, ZQ_NEW
-// and CoreMemory use the process's operators. Every block still returns to its own heap, but only those are tracked that
-// these operators pass on to the library's. One line on standard error reports that at load.
+// Requires that the library is linked to the executable itself, before the C++ runtime. If another library or a plugin
+// loads it instead, or a checker replaces `delete`, the process may bind `delete` to another function. Then `new`,
+// ZQ_NEW and CoreMemory use the process's operators. Every block still returns to its own heap, but only those are
+// tracked that these operators pass on to the library's. One line on standard error reports that at load.
 //
 // All this is the debug heap. A library that is built with ZQCORE_HEAP=ship, and the target zqcore::ship, have the heap
 // of a shipped game instead. It keeps categories, counters and reports, adds 16 bytes to a block and acquires no lock:

@@ -7,8 +7,8 @@
 //
 // Texts are written to buffers by the rule of cstring.h, and to text objects (ctextvalue.h).
 //
-// Ownership: the file stays open until the next Open or the destructor, which must come before ModuleFile_c shuts down.
-// Texts are copied to the caller.
+// Ownership: the file stays open until the next Open or the destructor. Requires that both come before ModuleFile_c
+// shuts down. Texts are copied to the caller.
 // Threads: one thread for each object.
 // Cost: FindProp, StartProp and StartVal scan the file again, linear in its length, so they see a refreshed file. A
 // walk allocates a copy of each text.

@@ -10,7 +10,7 @@
 //   their entries are stored in the order of their keys, so that equal contents have equal bytes.
 // - std::array, std::pair, std::tuple and std::optional.
 //
-// An element of a sequence, a map or a set must store at least one byte.
+// Requires that an element of a sequence, a map or a set stores at least one byte.
 //
 // Ownership: a load replaces the contents of a container.
 // Threads: as cserialize.h.

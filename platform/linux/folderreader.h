@@ -12,8 +12,8 @@
 
 namespace plat
 {
-    /// One walk over a folder's entries, without "." and "..". It holds 32 KiB, so a recursive function must not
-    /// use it.
+    /// One walk over a folder's entries, without "." and "..". It holds 32 KiB. Requires that no recursive
+    /// function has one.
     class FolderReader_c
     {
     public:
