@@ -15,7 +15,9 @@ namespace
 {
     constexpr int FILES = 10'000;
     constexpr int FILES_A_FOLDER = 20;
-    constexpr int FILE_SIZE = 1000;
+    constexpr int FILE_SIZE = 1000;   // bytes, as for the next two
+    constexpr int SMALL_BLOB = 16 << 10;
+    constexpr int LARGE_BLOB = 1 << 20;
 
     // A media tree with the running module, until the end of the process.
     class Media_c
@@ -30,7 +32,7 @@ namespace
                 fs::create_directories(Folder);
                 std::ofstream(Folder / ("piece" + std::to_string(i) + ".dat")) << std::string(FILE_SIZE, 'x');
             }
-            for (int nBytes : { 16 << 10, 1 << 20 })
+            for (int const nBytes : { SMALL_BLOB, LARGE_BLOB })
             {
                 std::ofstream(m_Root / BlobName(nBytes)) << std::string(static_cast<std::size_t>(nBytes), 'x');
             }
@@ -46,9 +48,9 @@ namespace
         }
 
         static std::string BlobName(std::int64_t nBytes) { return "blob" + std::to_string(nBytes) + ".bin"; }
-        std::string Blob(std::int64_t nBytes) const { return (m_Root / BlobName(nBytes)).string(); }
+        std::string BlobPath(std::int64_t nBytes) const { return (m_Root / BlobName(nBytes)).string(); }
 
-        // Returns the small files in the order in which a prefetch reads them.
+        // Returns the paths of the small files in the order in which a prefetch reads them.
         static std::vector<std::string> Pieces()
         {
             std::vector<std::string> dPaths;
@@ -73,6 +75,7 @@ namespace
         return s_Media;
     }
 
+    // Reads a whole file with bare system calls. Returns its bytes, which the caller frees.
     void * ReadBare(char const * szPath)
     {
         int const iFile = open(szPath, O_RDONLY | O_CLOEXEC);
@@ -116,7 +119,7 @@ namespace
     }
     void AsyncReadBare(benchmark::State & State)
     {
-        std::string const sPath = Media().Blob(State.range(0));
+        std::string const sPath = Media().BlobPath(State.range(0));
         for (auto _ : State)
         {
             SleepFrame();
@@ -162,9 +165,9 @@ namespace
         State.SetItemsProcessed(State.iterations() * FILES);
     }
 
-    BENCHMARK(AsyncReadOurs)->Name("AsyncRead/ours")->Arg(16 << 10)->Arg(1 << 20);
-    BENCHMARK(AsyncReadBare)->Name("AsyncRead/bare_read")->Arg(16 << 10)->Arg(1 << 20);
-    BENCHMARK(AsyncReadNothing)->Name("AsyncRead/sleep_only")->Arg(16 << 10)->Arg(1 << 20);
+    BENCHMARK(AsyncReadOurs)->Name("AsyncRead/ours")->Arg(SMALL_BLOB)->Arg(LARGE_BLOB);
+    BENCHMARK(AsyncReadBare)->Name("AsyncRead/bare_read")->Arg(SMALL_BLOB)->Arg(LARGE_BLOB);
+    BENCHMARK(AsyncReadNothing)->Name("AsyncRead/sleep_only")->Arg(SMALL_BLOB)->Arg(LARGE_BLOB);
     BENCHMARK(PrefetchOurs)->Name("Prefetch/ours")->Unit(benchmark::kMillisecond);
     BENCHMARK(PrefetchBare)->Name("Prefetch/bare_malloc")->Unit(benchmark::kMillisecond);
 }

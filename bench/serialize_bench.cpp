@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <span>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -30,6 +31,7 @@ namespace
     constexpr std::size_t TEXTS = 100'000;
     constexpr std::size_t NODES = 100'000;
 
+    // Ends the program if a condition is false: a row would not measure the whole work.
     void Require(bool bAgreed)
     {
         if (!bAgreed)
@@ -38,7 +40,7 @@ namespace
         }
     }
 
-    // A path for one file, which is removed at the end of the program.
+    // Path of a file in the temporary folder. The destructor removes the file.
     struct Place_s
     {
         std::string sPath;
@@ -50,7 +52,7 @@ namespace
         ~Place_s() { std::remove(sPath.c_str()); }
     };
 
-    // Returns a file of our own kind, at a location that no table knows.
+    // Opens a file that the table of files does not have, and returns it.
     std::unique_ptr<FileOnDisk_c> OpenAt(std::string const & sPath)
     {
         static String_T<256> s_sFolder;
@@ -63,6 +65,7 @@ namespace
         return pFile;
     }
 
+    // Numbers of two widths.
     struct Values_s
     {
         std::vector<int> dInts = std::vector<int>(VALUES);
@@ -129,6 +132,7 @@ namespace
             }
         }
 
+        // A load fills the texts of one library only.
         bool operator==(Texts_s const & Other) const { return dOurs == Other.dOurs || dTheirs == Other.dTheirs; }
     };
 
@@ -242,10 +246,10 @@ namespace
         {
             int const iFile = open(Place.sPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
             constexpr std::size_t BUFFER = BufferedWriteable_c::BUFSIZE;
-            for (std::size_t i = 0; i < Bytes.size(); i += BUFFER)
+            for (std::size_t nAt = 0; nAt < Bytes.size(); nAt += BUFFER)
             {
-                std::size_t const nBytes = std::min(BUFFER, Bytes.size() - i);
-                Require(write(iFile, Bytes.data() + i, nBytes) == static_cast<ssize_t>(nBytes));
+                std::size_t const nBytes = std::min(BUFFER, Bytes.size() - nAt);
+                Require(write(iFile, Bytes.data() + nAt, nBytes) == static_cast<ssize_t>(nBytes));
             }
             Require(close(iFile) == 0);
         }
@@ -280,8 +284,8 @@ namespace
         Require(Loaded == Data);
     }
 
-    // A graph. Each node shares two earlier ones and weakly refers to a third. The nodes are saved in order, so that no
-    // peer recurses deeply.
+    // Node of a graph. It shares two earlier nodes and weakly refers to a third. The nodes are saved in order, so that
+    // no peer recurses deeply.
     struct OurNode_s
     {
         int iValue = 0;
@@ -303,7 +307,7 @@ namespace
         }
     };
 
-    // Serializer that creates the nodes; ours are in an array of their owner.
+    // Serializer of OurNode_s. It keeps the nodes that a load creates.
     class NodeSerializer_c : public Serializer_c
     {
     public:
@@ -352,7 +356,7 @@ namespace
         return i == 0 ? POINTER() : dNodes[(i * 7919 + iLink * 104729) % i];
     }
 
-    // The same class with a Serializer_T.
+    // The same node for a Serializer_T.
     struct TypedNode_s
     {
         int iValue = 0;
@@ -402,6 +406,7 @@ namespace
         }
     };
 
+    // Makes a graph of the nodes in dStorage. With bChain the first link of each node but the last is the next one.
     template <typename GRAPH, typename NODE>
     GRAPH MakeOurs(std::vector<NODE> & dStorage, bool bChain)
     {
@@ -417,7 +422,7 @@ namespace
         return Graph;
     }
 
-    template <typename GRAPH, typename NODE, auto & NODES_OF, bool CHAIN>
+    template <typename GRAPH, typename NODE, auto & SERIALIZER, bool CHAIN>
     void BM_GraphOurs(benchmark::State & State)
     {
         Place_s const Place("graph.arc");
@@ -428,8 +433,8 @@ namespace
             GRAPH Loaded;
             SaveOurs(Place.sPath, Saved);
             LoadOurs(Place.sPath, Loaded);
-            Require(NODES_OF.m_dLoaded.size() == NODES && Loaded.dNodes[1]->pWeak == Loaded.dNodes[0]);
-            NODES_OF.m_dLoaded.clear();
+            Require(SERIALIZER.m_dLoaded.size() == NODES && Loaded.dNodes[1]->pWeak == Loaded.dNodes[0]);
+            SERIALIZER.m_dLoaded.clear();
         }
     }
 

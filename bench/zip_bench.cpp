@@ -16,7 +16,7 @@ namespace
     constexpr int FILES = 2000;
     constexpr std::size_t BYTES = 16 << 10;
 
-    // The archive, below the system's temporary folder. Removed at the end of the process.
+    // Archive in the system's temporary folder. The destructor removes it.
     class Archive_c
     {
     public:
@@ -63,6 +63,7 @@ namespace
         fs::path m_Path;
     };
 
+    // Returns the names of every second file, from iFirst on. The first call makes the archive.
     std::vector<std::string> Names(int iFirst)
     {
         static Archive_c const s_Archive;

@@ -14,10 +14,13 @@ namespace
     std::vector<std::string> Fields(std::string const & sLine, std::regex const & Pattern)
     {
         std::smatch Match;
+        if (!std::regex_match(sLine, Match, Pattern))
+        {
+            return {};
+        }
         errno = 0;
-        bool const bMatch =
-            std::regex_match(sLine, Match, Pattern) && (std::strtoull(Match[1].str().c_str(), nullptr, 10), errno == 0);
-        return bMatch ? std::vector<std::string>(Match.begin() + 1, Match.end()) : std::vector<std::string>();
+        std::strtoull(Match[1].str().c_str(), nullptr, 10);   // sets errno above 64 bits
+        return errno == 0 ? std::vector<std::string>(Match.begin() + 1, Match.end()) : std::vector<std::string>();
     }
 
     // Reads the report's contents. Returns how often the reader must complain.

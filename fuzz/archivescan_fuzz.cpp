@@ -1,5 +1,5 @@
-// archivescan_fuzz.cpp: archives of any bytes, as zqtool shows them. The parts must cover the archive without a gap,
-// and each piece of a part must lie in it.
+// archivescan_fuzz.cpp: archives of any bytes, as zqtool shows them. The parts cover the archive without a gap, and
+// the text or the payload of a part lies in the archive.
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/archivescan.h"
 

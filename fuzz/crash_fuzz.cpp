@@ -9,9 +9,10 @@
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
     std::string_view const sAll(reinterpret_cast<char const *>(pData), nSize);
-    std::size_t const iMark = sAll.find("\n----\n");
+    constexpr std::string_view MARK = "\n----\n";
+    std::size_t const iMark = sAll.find(MARK);
     std::string const sReport(sAll.substr(0, iMark));
-    std::string const sDetails(iMark == sAll.npos ? std::string_view() : sAll.substr(iMark + 6));
+    std::string const sDetails(iMark == sAll.npos ? std::string_view() : sAll.substr(iMark + MARK.size()));
     std::size_t const nLines = static_cast<std::size_t>(std::count(sAll.begin(), sAll.end(), '\n')) + 1;
     CrashComplain_t const fnComplain = [nLines](std::size_t iLine, std::string const & sText)
     {

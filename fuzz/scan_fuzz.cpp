@@ -5,6 +5,7 @@
 #include "fuzz/fuzz_support.h"
 #include "platform/text.h"
 #include "zqcore/cfilemedia.h"
+#include "zqcore/cfilepath_internal.h"
 #include "zqcore/cfilereplace.h"
 #include "zqcore/clog.h"
 
@@ -22,9 +23,9 @@ namespace
     {
         static constexpr char LETTERS[] = "aAbB.:\\-~zq0\x1b\xc3\xa4\xc4";
         std::string sName = Input.Extract(nName);
-        for (char & c : sName)
+        for (char & cLetter : sName)
         {
-            c = LETTERS[static_cast<unsigned char>(c) % (sizeof LETTERS - 1)];
+            cLetter = LETTERS[static_cast<unsigned char>(cLetter) % (sizeof LETTERS - 1)];
         }
         return sName;
     }
@@ -66,21 +67,21 @@ namespace
         }
     }
 
-    // Model of what a scan must find, by the rules of cfilepath.h.
+    // Model of what a scan finds, by the rules of cfilepath.h.
     struct Model_s
     {
         std::map<std::string, std::string> Files;   // by key: the path on disk
         std::set<std::string> Duplicates, Folders;
         std::set<std::pair<dev_t, ino_t>> Entered;
-        int nDropped = 0;        // files that have a line in the log
+        int nDropped = 0;        // files whose key another one has: each has a line in the log
         std::size_t nRoot = 0;   // of relative names: characters of the root with its separator
 
         void AddFile(std::string const & sFolder, std::string const & sName, std::string const & sDisk)
         {
             std::string const sBelow = nRoot ? sFolder.substr(nRoot) : "";
-            std::string const sKey = sBelow + Lower(sName).substr(0, 127);
+            std::string const sKey = sBelow + Lower(sName).substr(0, FILE_KEY_LENGTH);
             if (!FileReplacement_c::IsBeside(sName.c_str()) && (!sBelow.empty() || sName.substr(1, 1) != ":")
-                && (!nRoot || sBelow.size() + sName.size() <= 127) && !Files.emplace(sKey, sDisk).second)
+                && (!nRoot || sBelow.size() + sName.size() <= FILE_KEY_LENGTH) && !Files.emplace(sKey, sDisk).second)
             {
                 Duplicates.insert(sKey);
                 ++nDropped;
@@ -96,7 +97,7 @@ namespace
             }
             std::error_code Ignored;
             Folders.insert(sFolder);
-            std::map<std::string, std::vector<std::string>> Names;   // alike but for case; a path leads to the first
+            std::map<std::string, std::vector<std::string>> Names;   // by lower case, of which a path finds the first
             for (fs::directory_entry const & Entry : fs::directory_iterator(Disk))
             {
                 std::string const sName = Entry.path().filename().string();
@@ -126,19 +127,20 @@ namespace
             }
         }
     };
-}
 
-int g_nSaid = 0;   // lines of dropped files
+    int g_nDroppedLines = 0;   // lines of the log about dropped files
+}
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
     static bool const s_bHears = []
     {
-        LogAddCallback([](char const * sz) { g_nSaid += std::strncmp(sz, "File dup", 8) == 0; });
+        LogAddCallback(
+            [](char const * szLine) { g_nDroppedLines += std::string_view(szLine).starts_with("File dup"); });
         return true;
     }();
     Input_c Input(pData, nSize);
-    g_nSaid = s_bHears ? 0 : -1;
+    g_nDroppedLines = s_bHears ? 0 : -1;
     fs::path const Root = FuzzFolder() + "/tree";
     std::string sFolder = Lower(Root.string()) + '\\';
     std::replace(sFolder.begin(), sFolder.end(), '/', '\\');
@@ -160,7 +162,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         Require(pFile->bDuplicate == Model.Duplicates.contains(sKey));
         bool const bOpen = FileOpen(pFile);   // no file has the cut name
         std::string const sPath(pFile->pData, pFile->pData + (bOpen ? pFile->iLength : 0));
-        Require(bOpen ? sPath == fs::canonical(Model.Files[sKey]) : sKey.size() == 127);
+        Require(bOpen ? sPath == fs::canonical(Model.Files[sKey]) : sKey.size() == FILE_KEY_LENGTH);
         FileClose(bOpen ? pFile : nullptr);
     }
     for (PathTable_t::Slot_s * pSlot = g_sPaths.First(); pSlot; pSlot = g_sPaths.Next(pSlot), ++nFolders)
@@ -169,7 +171,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     }
     Require(nFiles == Model.Files.size());
     Require(nFolders == Model.Folders.size());
-    Require(g_nSaid == Model.nDropped);
+    Require(g_nDroppedLines == Model.nDropped);
     FileReset();
     fs::remove_all(Root);
     return 0;

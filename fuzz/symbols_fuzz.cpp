@@ -1,4 +1,4 @@
-// symbols_fuzz.cpp: the library with any records from its helper. No process starts; the records wait in the socket.
+// symbols_fuzz.cpp: the library with any records from its helper. No process starts. The records wait in the socket.
 //
 // The first byte is the number of calls that follow, one byte each. A record has a byte for its kind, one for the
 // length of its text, its values of one byte or of eight, and the text.
@@ -16,6 +16,13 @@ namespace
     int g_hHelper = -1;
     std::uint32_t g_nAnswers = 0;   // sent, which is the number of the question if none was skipped
 
+    // Sends a record to the library. Bits of its kind:
+    // - 1 and 2: the answer.
+    // - 4: values of eight bytes.
+    // - 8: a text that fills its room.
+    // - 16: the length of the text is that of the whole record.
+    // - 32: the third value counts from the start of the page.
+    // - 64: the length of the text is also the number of the question.
     void SendRecord()
     {
         plat::SymbolAnswer_t Answer{};
@@ -36,6 +43,7 @@ namespace
         send(g_hHelper, &Answer, cKind & 16 ? nText : nSent, MSG_DONTWAIT);
     }
 
+    // Calls one of the functions. The lower three bits of cCall select it, and the others are its argument.
     void Call(plat::Symbols_c & Symbols, unsigned char cCall)
     {
         unsigned n = cCall >> 3, iLine;

@@ -1,4 +1,5 @@
-// zip_fuzz.cpp: archives of any bytes. What mounts is read in each way; contents are those that libzip reads by itself.
+// zip_fuzz.cpp: archives of any bytes. What mounts is read in each way.
+// Contents are those that libzip reads by itself.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/czip.h"
 
@@ -64,6 +65,7 @@ namespace
         FileClose(&File);
         Require(Streamed(File) == sContents);
         std::string const sName = std::string(File.GetFullPath()).substr(sArchive.size() + 1);
+        // A path of 255 bytes may be cut.
         Require(sName.size() + sArchive.size() > 253 || HasEntry(pZip, sName, sContents));
         if (sContents.size() > 2)
         {

@@ -1,4 +1,4 @@
-// bytes.h: the bytes of words: their order, and constants for steps on all of them at once.
+// bytes.h: the order of a word's bytes, and constants for steps on all bytes of a word at once.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +11,8 @@ namespace plat
     /// Highest bit of each byte.
     inline constexpr std::uint64_t HIGH_BITS = EACH_BYTE * 0x80;
 
-    /// Return the word of four bytes whose first one is its lowest, or its highest. The address may be any. Compilers
-    /// merge the four loads.
+    /// Return the word of four bytes whose first one is its lowest, or its highest. The address may have any
+    /// alignment. Compilers merge the four loads.
     template <typename BYTE>
     constexpr std::uint32_t WordFromLittle(BYTE const * pBytes)
     {

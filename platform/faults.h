@@ -105,8 +105,8 @@ namespace plat
     };
 
     /// Sets the filter and returns the previous one. The first filter, also the first after null, hooks the faults and
-    /// calls FaultThreadJoin and FaultReserveDescriptors. Null unhooks the faults. Only one thread at a time may call
-    /// it.
+    /// calls FaultThreadJoin and FaultReserveDescriptors. Null unhooks the faults. Requires that
+    /// only one thread at a time calls it.
     ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
 
     /// Allocates a stack for faults of the calling thread, so that a stack overflow on it is reported too. Returns
@@ -120,8 +120,8 @@ namespace plat
     /// few kilobytes that the system needs to start a handler.
     ZQ_API bool FaultThreadJoin();
 
-    /// Opens the descriptors that are held for the filter in case the process has used up all of its own, or those that
-    /// the host has closed since. Any thread may call it, but only one at a time.
+    /// Opens the descriptors that are held for the filter, in case the process has used up its own. Later calls open
+    /// again those that the host has closed. Requires that only one thread at a time calls it.
     void FaultReserveDescriptors();
 
     /// Captures the caller's registers. nIp is the address after the call. nAx and nVectors are 0.

@@ -2,8 +2,8 @@
 //
 // Paths are UTF-8. Both `\` and `/` separate names. A path whose letters differ from the disk's only in case leads to
 // the file with the disk's spelling. Three spellings are tried in this order:
-// 1. the path as it is;
-// 2. the spelling that a folder listing found;
+// 1. the path as it is.
+// 2. the spelling that a folder listing found.
 // 3. the spelling found by reading the folders of the path.
 //
 // Threads: any thread may call any function.

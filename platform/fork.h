@@ -1,9 +1,9 @@
 // fork.h: locks and shared work across a fork of the process.
 //
-// In the child only the thread that forked exists. A lock that another thread held would stay held there for ever, and
-// work that another thread had begun would never finish. Therefore each global lock has a ForkLock_c. Each service with
-// a thread, an open file or work under way has a ForkHandler_c. Both are usually global objects. Creating or destroying
-// one requires that the thread holds no registered lock. If the forking thread holds a lock, it still holds it in both
+// In the child only the thread that forks exists. A lock that another thread holds would stay held there for ever, and
+// work that another thread does would never finish. Therefore each global lock has a ForkLock_c. Each service with a
+// thread, an open file or work under way has a ForkHandler_c. Both are usually global objects. Creating or destroying
+// one requires that the thread holds no registered lock. The thread that forks keeps the locks that it holds, in both
 // processes.
 #pragma once
 

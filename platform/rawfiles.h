@@ -29,19 +29,19 @@ namespace plat
     /// Returns the size of a file in bytes, or 0 if it is unknown or hFile is null.
     std::uint64_t RawSize(RawFile_t hFile);
 
-    /// Reads a regular file, whose path is in the system's own form. Returns its contents in pages, not terminated, and
-    /// sets *pBytes to its size. The caller releases the pages by PagesRelease with that size. Returns null, with no
-    /// meaning in *pBytes, in these cases:
-    /// - the file can't be read, or is not a regular one;
-    /// - the file is empty or has more than 256 MiB;
-    /// - there is no memory.
+    /// Reads a regular file. Returns its contents in pages, not terminated, and sets *pBytes to its size. Requires a
+    /// path in the system's own form. The caller releases the pages by PagesRelease with that size. Returns null, with
+    /// no meaning in *pBytes, in these cases:
+    /// - The file can't be read, or is not a regular one.
+    /// - The file is empty or has more than 256 MiB.
+    /// - There is no memory.
     char const * RawReadAll(char const * szPath, std::size_t * pBytes);
 
     /// Copies the last bytes of the file that a C stream writes, at most nSize. Returns their number, or 0 if the
     /// file can't be read or is not a regular one.
     std::size_t RawReadTail(std::FILE * pStream, char * pBuffer, std::size_t nSize);
 
-    /// Closes the file of a C stream that has no buffer, even if another thread holds the stream's lock. The stream
-    /// stays valid and drops what is written to it from then on.
+    /// Closes the file of a C stream, even if another thread holds the stream's lock. The stream stays valid and drops
+    /// what is written to it from then on. Requires that the stream has no buffer.
     void RawCloseStream(std::FILE * pStream);
 }

@@ -27,9 +27,9 @@ namespace
     char const OWNERS[4] = {};   // their addresses name the owners
 
     // Calls Release on what may be no object, which the checkers would report first.
-    ZQ_UNCHECKED bool ReleaseAnything(void const * p)
+    ZQ_UNCHECKED bool ReleaseAnything(void const * pAny)
     {
-        return static_cast<ComObject_c const *>(p)->Release(OWNERS, "", 0, p);
+        return static_cast<ComObject_c const *>(pAny)->Release(OWNERS, "", 0, pAny);
     }
 }
 
@@ -89,7 +89,7 @@ TEST(ComObject, ListsItsOwnersTheNewestFirst)
     plat::DebugOutputSet(fnPrevious);
     Object.Release(OWNERS, "", 0, &Object);
     EXPECT_EQ(Object.GetOwners(dOwners, 3), 2);
-    EXPECT_EQ(dOwners[1].iLine, 0) << "of two references the one that was added last has gone";
+    EXPECT_EQ(dOwners[1].iLine, 0) << "of two references the one that was added last is removed";
     EXPECT_EACH(!COM_RELEASE(&Object, OWNERS), COM_RELEASE(&Object, OWNERS + 3));
 }
 
@@ -132,7 +132,7 @@ TEST(ComObject, ReleaseOfWhatIsNoObjectFailsItsConditionAndTouchesNothing)
     COM_ADDREF(pDead, OWNERS);
     COM_RELEASE(pDead, OWNERS);
 
-    for (auto const & [szWhat, p, szCondition] :
+    for (auto const & [szWhat, pAny, szCondition] :
         { std::tuple<char const *, void const *, char const *>{ "null", nullptr, UNREADABLE },
             { "small", reinterpret_cast<void *>(16), UNREADABLE },
             { "unmapped", pPage + plat::MEMORY_PAGE, UNREADABLE },
@@ -140,7 +140,8 @@ TEST(ComObject, ReleaseOfWhatIsNoObjectFailsItsConditionAndTouchesNothing)
             { "beside a held object", pPage + 256, NO_SIGNATURE }, { "text", OWNERS, NO_SIGNATURE },
             { "deleted", pDead, NO_SIGNATURE }, { "ended while referenced", pEnded, "iRefCount > 0" } })
     {
-        EXPECT_THAT(FailedConditions([p = p] { EXPECT_FALSE(ReleaseAnything(p)); }), testing::StartsWith(szCondition))
+        EXPECT_THAT(
+            FailedConditions([pAny = pAny] { EXPECT_FALSE(ReleaseAnything(pAny)); }), testing::StartsWith(szCondition))
             << szWhat;
     }
     EXPECT_TRUE(COM_RELEASE(pInPage, OWNERS));

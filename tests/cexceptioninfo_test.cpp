@@ -22,13 +22,14 @@ namespace
     std::string g_sFaultTrace;   // each line in angles
     plat::FaultContext_t g_Context;
 
-    // A fault at no address, with a stack that no walk leaves and a frame pointer into nothing.
+    // A fault whose instruction pointer is 0. Its stack is as large as a dump. Its frame pointer leads to no memory.
     struct Fault_s
     {
         explicit Fault_s(std::uint32_t nCode, Word_t bWrite = 0)
-            : Record{ nCode, 0x1234ABCD, { bWrite, 0x5678 } }
-            , Context{ 0, reinterpret_cast<Word_t>(dStack) + 512, 0x300, 0xA, 0xB, 0xC, 0xD, 0x51, 0xD1, {}, 0xC5, 0x55,
-                0xD5, 0xE5, 0xF5, 0x65, 0xF1, {}, 0, 0, 0, {} }
+            : Record{ .nCode = nCode, .Address = 0x1234ABCD, .dParameters = { bWrite, 0x5678 } }
+            // Ip, Sp, Bp, Ax, Bx, Cx, Dx, Si, Di, R8 to R15, Cs, Ss, Ds, Es, Fs, Gs, flags, and no further registers
+            , Context{ 0, reinterpret_cast<Word_t>(dStack) + sizeof(dStack) / 2, 0x300, 0xA, 0xB, 0xC, 0xD, 0x51, 0xD1,
+                {}, 0xC5, 0x55, 0xD5, 0xE5, 0xF5, 0x65, 0xF1, {}, 0, 0, 0, {} }
         {}
         std::uint32_t dStack[256] = { 0x57AC0000 };
         plat::FaultRecord_t Record;
@@ -36,9 +37,9 @@ namespace
         plat::FaultPointers_t Pointers = { &Record, &Context };
     };
 
-    std::string Hex(Word_t n)
+    std::string Hex(Word_t nWord)
     {
-        return Va("0x%08llX", static_cast<unsigned long long>(n));
+        return Va("0x%08llX", static_cast<unsigned long long>(nWord));
     }
 
     bool HasHelper()
@@ -54,6 +55,7 @@ namespace
         return sText.c_str();
     }
 
+    // Returns the trace of ten frames, from the fifth on, of nLevels nested calls.
     __attribute__((noinline)) std::string Deep(int nLevels, std::size_t nSize)
     {
         if (nLevels > 0)
@@ -152,8 +154,9 @@ TEST_F(ExceptionInfo, ThreadHandlesOneFaultAtATimeAndOnlyWhileItRuns)
         g_sFaultTrace, HasSubstr("<Exception in address space of module : " + sModule + "><Module loaded from : /"));
     g_Info.Start();
     auto const fnPrevious = plat::DialogSetHandler([](plat::Dialog_t const &)
-        { return static_cast<Answer_e>(5 + g_Info.OnUnhandledException(&s_Fault.Pointers)); });
-    EXPECT_EQ(g_Info.MessageBoxWithTrace(nullptr, "faults while it is shown", "", 0, 1, 0), 5);
+        { return g_Info.OnUnhandledException(&s_Fault.Pointers) == 0 ? Answer_e::Ignore : Answer_e::Abort; });
+    int const iAnswer = g_Info.MessageBoxWithTrace(nullptr, "faults while it is shown", "", 0, 1, 0);
+    EXPECT_EQ(iAnswer, static_cast<int>(Answer_e::Ignore));
     plat::DialogSetHandler(fnPrevious);
     g_silentMode = true;
     g_Info.OnUnhandledException(&s_Fault.Pointers);
@@ -298,7 +301,7 @@ TEST_F(ExceptionInfo, SecondDialogThatFaultsHoldsNoLaterComplaint)
                 ZQ_ASSERT(s_nDialogs < 0);
             });
         g_Info.Stop();
-        return 10 * s_nDialogs + s_nHeard;
+        return 10 * s_nDialogs + s_nHeard;   // a digit for each
     };
     EXPECT_EQ(StatusOfChild(StartChild([=] { return Run(false); })), 42);
     EXPECT_EQ(StatusOfChild(StartChild([=] { return Run(true); })), 51);

@@ -138,18 +138,24 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
         m_Log.Count("no\\nne.bin: there is no such file") == 1,
         m_Log.Count("absent.bin: No such file or directory") == 1);
     EXPECT_EQ(FileGetWhyNot("Any/ABSENT.bin"), "No such file or directory");
-    fs::permissions(m_Folder.Write("gone.bin", "y"), fs::perms::none);
+    m_Folder.Write("gone.bin", "y");
+    EXPECT_EQ(Contents(FileOpen("gone.bin")), "y");
+    EXPECT_EQ(FileGetWhyNot("gone.bin"), "");
+}
+
+TEST_F(FileTest, SaysThatReadingIsNotPermitted)
+{
+    Make({ { "closed.bin", "x" } });
+    ASSERT_TRUE(Scan());
+    fs::permissions(m_Folder.Join("closed.bin"), fs::perms::none);
     fs::permissions(m_Folder.GetPath(), fs::perms::all);
     auto const OpenClosed = []
     {
-        EXPECT_EQ(FileOpen("gone.bin"), nullptr);
-        EXPECT_EQ(FileGetWhyNot("gone.bin"), "Permission denied");
+        EXPECT_EQ(FileOpen("closed.bin"), nullptr);
+        EXPECT_EQ(FileGetWhyNot("closed.bin"), "Permission denied");
         return 0;
     };
     EXPECT_EQ(StatusAsNobody(OpenClosed), 0);
-    fs::permissions(m_Folder.Join("gone.bin"), fs::perms::owner_read);
-    EXPECT_EQ(Contents(FileOpen("gone.bin")), "y");
-    EXPECT_EQ(FileGetWhyNot("gone.bin"), "");
 }
 
 TEST_F(FileTest, ReadsIntoACallersBufferWithoutAReference)
@@ -178,27 +184,26 @@ TEST_F(FileTest, LoadsARange)
     Make({ { "a.bin", "0123456789" } });
     ASSERT_TRUE(Scan());
     File_c * const pFile = FileStream("a.bin");
-    for (auto const & [dwPosition, dwAsked, sBytes, szAssertion] :
+    for (auto const & [nAt, nAsked, sBytes, szAssertion] :
         Rows_t<std::uint32_t, std::uint32_t, std::string, char const *>{ { 0, 10, "0123456789", "" },
             { 7, 2, "78", "" }, { 8, 5, "89", "" }, { 99, 0, "", "" }, { 10, 1, "", "dwPosition<(DWORD)iLength" } })
     {
-        SCOPED_TRACE(dwPosition);
+        SCOPED_TRACE(nAt);
         m_Log.Clear();
         s_dReported.clear();
         unsigned char dBuffer[16] = {};
-        std::uint32_t dwLength = dwAsked;
+        std::uint32_t nLength = nAsked;
         bool bLoaded = false;
-        EXPECT_EQ(
-            FailedConditions([&, dw = dwPosition] { bLoaded = pFile->Load(dw, dBuffer, dwLength); }), szAssertion);
-        EXPECT_EQ(bLoaded, dwAsked == sBytes.size());
-        EXPECT_EQ(std::string(dBuffer, dBuffer + dwLength), sBytes);
+        EXPECT_EQ(FailedConditions([&, nFrom = nAt] { bLoaded = pFile->Load(nFrom, dBuffer, nLength); }), szAssertion);
+        EXPECT_EQ(bLoaded, nAsked == sBytes.size());
+        EXPECT_EQ(std::string(dBuffer, dBuffer + nLength), sBytes);
         EXPECT_EQ(s_dReported, Reported_t(bLoaded ? 0 : 1, "a.bin"));
     }
-    std::uint32_t dwLength = 20;
     unsigned char dBuffer[20];
-    EXPECT_FALSE(pFile->Load(0, dBuffer, dwLength));
+    std::uint32_t nLength = sizeof dBuffer;
+    EXPECT_FALSE(pFile->Load(0, dBuffer, nLength));
     fs::remove(m_Folder.Join("a.bin"));
-    EXPECT_FALSE(pFile->Load(0, dBuffer, dwLength));
+    EXPECT_FALSE(pFile->Load(0, dBuffer, nLength));
     EXPECT_EQ(m_Log.GetText(), "FileOnDisk_c::Load: Error reading file: '" + Folded("a.bin")
                                    + "'\nFileOnDisk_c::Load: Cannot open file: '" + Folded("a.bin")
                                    + "'\nFileOnDisk_c::Load: No such file or directory\n");
@@ -213,18 +218,19 @@ TEST_F(FileTest, StreamsWithSeekTellAndRead)
     ASSERT_NE(pStored, nullptr);
     File_c * const pFile = FileStream("a.bin");
     EXPECT_EACH(pFile->bOpened, pFile->iReads == 1, !pFile->pData, pStored->FileSize() == 10);
-    for (auto const & [iOffset, iOrigin, iMoved, iSize, iCount, sBytes, iPosition] :
+    // Origins: 1 is the current position, 2 the end, anything else the start.
+    for (auto const & [nOffset, iOrigin, iMoved, nSize, nCount, sBytes, nPosition] :
         Rows_t<long, int, int, unsigned int, unsigned int, std::string, long>{ { 2, 0, 1, 2, 2, "2345", 6 },
             { -1, 1, 1, 1, 1, "5", 6 }, { -3, 2, 1, 2, 1, "78", 9 }, { 0, 1, 1, 5, 5, "9", 10 },
             { -20, 1, 0, 0, 9, "", 10 }, { INT_MAX, 0, 1, 1, 1, "", INT_MAX }, { 1, 1, 0, 1, 1, "", INT_MAX },
             { INT_MAX, 2, 0, 1, 1, "", INT_MAX }, { 1, 77, 1, 1, 1, "1", 2 }, { 0, 0, 1, 5, 3, "0123456789", 10 } })
     {
-        SCOPED_TRACE(testing::PrintToString(std::pair(iOffset, iOrigin)));
+        SCOPED_TRACE(testing::PrintToString(std::pair(nOffset, iOrigin)));
         char dBuffer[16];
-        EXPECT_EQ(pStored->SeekStored(iOffset, iOrigin), iMoved);
-        EXPECT_EQ(std::string(dBuffer, pStored->ReadStored(dBuffer, iSize, iCount)), sBytes);
-        EXPECT_EQ(pStored->TellStored(), iPosition);
-        EXPECT_EQ(pStored->IsEof(), iPosition >= 10);
+        EXPECT_EQ(pStored->SeekStored(nOffset, iOrigin), iMoved);
+        EXPECT_EQ(std::string(dBuffer, pStored->ReadStored(dBuffer, nSize, nCount)), sBytes);
+        EXPECT_EQ(pStored->TellStored(), nPosition);
+        EXPECT_EQ(pStored->IsEof(), nPosition >= 10);
     }
     fs::resize_file(m_Folder.Join("a.bin"), std::uintmax_t{ 3 } << 30);
     EXPECT_EACH(pStored->SeekStored(0, 2) == 0, pStored->TellStored() == 10);   // the end has moved out of range
@@ -318,11 +324,11 @@ TEST_F(FileTest, RefreshReadsResidentFilesAgainAndSurvivesAFailure)
     EXPECT_EQ(Contents(FileOpen("a.bin")), "back");
     fs::remove(m_Folder.Join("a.bin"));
     pFile->Refresh();
-    FileClose(pFile);
-    FileClose(pFile);
-    FileClose(pFile);
-    FileClose(pFile);
-    EXPECT_EQ(pFile->GetOpensCount(), 0);
+    for (int const nLeft : { 2, 1, 0, 0 })   // the last close does nothing
+    {
+        FileClose(pFile);
+        EXPECT_EQ(pFile->GetOpensCount(), nLeft);
+    }
     FileOnDisk_c().sName = "a.bin";   // never registered: the other object keeps its key
     EXPECT_EQ(Keys(), "a.bin");
     FileKill(pFile);

@@ -94,7 +94,7 @@ TEST_F(FilePathTest, EntersTheCurrentConfigurationsFolderOnly)
     std::string const sConfigs = "media/_configdependeddata/";
     Make({ { sConfigs + "low/in/l.txt", "" }, { sConfigs + "high/h.txt", "" }, { sConfigs + "flat.txt", "" },
         { sConfigs + "CVS/c.txt", "" } });
-    FileAlwaysExcludeFolder("CVS");   // which is asked only after the configuration
+    FileAlwaysExcludeFolder("CVS");   // which excludes only what the configuration enters
     auto const Skipped = [&](char const * szName)
     { return "filesystem: skipping \"" + Folded(sConfigs) + szName + "\\\"\n"; };
     for (auto const & [szConfig, szKeys, sLog] : Rows_t<char const *, char const *, std::string>{
@@ -161,9 +161,9 @@ TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
     MakePipe(m_Folder.Join("pipe"));
     static std::string s_sGone;
     s_sGone = m_Folder.Join("gone");
-    auto const RemoveGone = [](char const * sz)
+    auto const RemoveGone = [](char const * szFolder)
     {
-        if (std::string_view(sz).ends_with("\\gone\\"))
+        if (std::string_view(szFolder).ends_with("\\gone\\"))
         {
             fs::remove_all(s_sGone);
         }
@@ -227,7 +227,7 @@ TEST_F(FilePathTest, ListsAndForgetsFilesBelowAPrefixButNotFromUnderTheirHolders
     {
         File_c * dFiles[4] = {};
         EXPECT_EQ(FileGetDirectoryFiles(sPath.c_str(), dFiles, iMax), nFiles) << sPath;
-        EXPECT_EQ(std::find(dFiles, dFiles + 4, nullptr) - dFiles, nFiles)
+        EXPECT_EQ(std::find(dFiles, std::end(dFiles), nullptr) - dFiles, nFiles)
             << sPath << ": nothing written after the result";
     }
     File_c * const pHeld = FileOpen("x.txt");
@@ -290,7 +290,7 @@ TEST_F(FilePathTest, AnObjectOfALibraryAboveHidesAFileUntilItIsDestroyed)
     FileKill(pOverB);
     EXPECT_EACH(!FileExists("b.txt"), Contents(pB) == "b", *pB->pPath == Folded("b\\").c_str());
     FileClose(pB);
-    Add("a.txt", true);   // FileReset destroys both
+    Add("a.txt", true);   // FileReset destroys it and the file that it hides
 }
 
 TEST_F(FilePathTest, AddsOneFileIfItCanBeRead)
@@ -316,7 +316,7 @@ TEST_F(FilePathTest, AFullTableIsReportedOnceAndLosesNoMemory)
     Make({ { "a.txt", "" }, { "b.txt", "" } });
     std::ptrdiff_t const nBlocks = FileBlocks();
     FileOnDisk_c Dummy;
-    std::vector<File_c::Key_t> dKeys(40000);
+    std::vector<File_c::Key_t> dKeys(40000);   // more than the table has slots
     for (std::size_t i = 0; i < dKeys.size(); ++i)
     {
         dKeys[i] = NewString("%zu-%zx", i, i * 40503);
@@ -328,5 +328,5 @@ TEST_F(FilePathTest, AFullTableIsReportedOnceAndLosesNoMemory)
     EXPECT_EQ(m_Log.Count("FileAddOneFile - unknown file hash error [Ivo Renning]"), 1);
     g_sFileObjects.Reset();
     FileReset();
-    EXPECT_EQ(FileBlocks(), nBlocks) << "objects that went nowhere are gone, or their pool would stay";
+    EXPECT_EQ(FileBlocks(), nBlocks) << "objects that found no room are destroyed, or their pool would stay";
 }

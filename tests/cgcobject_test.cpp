@@ -47,7 +47,7 @@ namespace
     protected:
         GarbageCollection() { g_sDeleted.clear(); }
 
-        // Returns what a collection deletes, in order. An object that still saw another one has a '!' after it.
+        // Returns what a collection deletes, in order. One that sees another in its destructor has a '!' after it.
         static std::string Collect()
         {
             g_sDeleted.clear();

@@ -25,11 +25,11 @@ TEST(StaticMemoryPool, AllocatesFromTheSmallestClassThatFits)
         { std::pair{ 0u, 16 }, { 16, 16 }, { 17, 64 }, { 64, 64 }, { 65, 65 }, { 66, 100 }, { 101, 1000 },
             { 1000, 1000 }, { 1001, 1024 }, { 1024, 1024 }, { 1025, 1025 }, { 1026, 5000 }, { 5000, 5000 } })
     {
-        void * const p = Pool.Alloc(nBytes, false);
-        EXPECT_EQ(Pool.IsValid(p), iClass) << nBytes;
-        EXPECT_EQ(FailedConditions([&] { Pool.IsArray(p); }), "0 && \"why would you care?\"") << nBytes;
-        EXPECT_TRUE(Pool.Free(p, false)) << nBytes;
-        EXPECT_EQ(Pool.IsValid(p), 0) << nBytes << ": in a spare chunk";
+        void * const pBlock = Pool.Alloc(nBytes, false);
+        EXPECT_EQ(Pool.IsValid(pBlock), iClass) << nBytes;
+        EXPECT_EQ(FailedConditions([&] { Pool.IsArray(pBlock); }), "0 && \"why would you care?\"") << nBytes;
+        EXPECT_TRUE(Pool.Free(pBlock, false)) << nBytes;
+        EXPECT_EQ(Pool.IsValid(pBlock), 0) << nBytes << ": in a spare chunk";
     }
     int iForeign = 0;
     EXPECT_EQ(Pool.IsValid(&iForeign), 0);

@@ -28,7 +28,7 @@ namespace
         {
             Trace("I");
             double const tStart = longTimeGet();
-            longTimeWait(m_tSeconds);
+            longTimeWait(m_tWait);
             m_tTaken = longTimeGet() - tStart;
             return !m_bFails && Module_c::Initialize();
         }
@@ -44,8 +44,8 @@ namespace
 
         Module_c * m_dNeeded[3];
         bool m_bFails = false;
-        double m_tSeconds = 0.0;   // that Initialize waits
-        double m_tTaken = 0.0;     // that it waited
+        double m_tWait = 0.0;    // seconds that Initialize asks for
+        double m_tTaken = 0.0;   // seconds that it waits
 
         void Trace(char const * szEvent) const { g_sModuleTrace += std::string(szEvent) + GetName() + ' '; }
     };
@@ -145,8 +145,8 @@ TEST_F(Modules, SlowOnesAreNamedOutOfAHundred)
 {
     m_Log.CollectSlowStarts();
     TestModule_c &Slow = Make("slow"), &Quick = Make("quick");
-    Slow.m_tSeconds = 0.12;
-    Quick.m_tSeconds = 0.02;
+    Slow.m_tWait = 0.12;
+    Quick.m_tWait = 0.02;
     Register({ &Slow, &Quick });
     for (int i = 0; i < 100; ++i)   // more than the registry has room for at first
     {

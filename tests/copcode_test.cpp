@@ -21,7 +21,7 @@ namespace
         void WriteLine(char const * szLine) override { m_dLines.push_back(szLine); }
         unsigned WriteSource(std::uint64_t Address, unsigned iLastLine) override
         {
-            m_dLines.push_back(Hex(iLastLine));
+            m_dLines.push_back(std::to_string(iLastLine));
             return static_cast<unsigned>(Address & 0xFF);
         }
         std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize) override
@@ -31,7 +31,6 @@ namespace
             std::snprintf(szName, nSize, "Blit");
             return Address >= 0x401000 && Address < 0x401100 ? static_cast<std::int64_t>(Address - 0x401000) : -1;
         }
-        static std::string Hex(unsigned n) { return testing::PrintToString(n); }
 
         std::vector<std::string> m_dLines;
     };
@@ -52,18 +51,19 @@ namespace
     }
 
     constexpr std::uint64_t BIAS = 0x12345670;
-    constexpr char LOCK[] = "lock   ";   // an instruction of its own here
+    constexpr char LOCK[] = "lock   ";         // an instruction of its own here
+    constexpr std::size_t RANDOM_BYTES = 24;   // bytes of random code for an instruction
 
     // Returns random bytes, often with a prefix or two and with 0F in front.
     std::vector<unsigned char> RandomInstruction(std::mt19937 & Random, OpcodeMode_e eMode)
     {
         static constexpr unsigned char PREFIXES[] = { 0x66, 0xF2, 0xF3, 0x66, 0x67, 0xF0, 0x2E, 0x64 };
         std::vector<unsigned char> dBytes;
-        auto const OneOf = [&](unsigned n) { return static_cast<unsigned>(Random()) % n; };
-        auto const Add = [&](unsigned c) { dBytes.push_back(static_cast<unsigned char>(c)); };
+        auto const OneOf = [&](std::size_t n) { return static_cast<unsigned>(Random() % n); };
+        auto const Add = [&](unsigned nByte) { dBytes.push_back(static_cast<unsigned char>(nByte)); };
         while (OneOf(2) == 0)
         {
-            Add(PREFIXES[OneOf(8)]);
+            Add(PREFIXES[OneOf(std::size(PREFIXES))]);
         }
         if (eMode == OPCODE_64_BIT && OneOf(3) == 0)
         {
@@ -73,7 +73,7 @@ namespace
         {
             Add(0x0F);
         }
-        while (dBytes.size() < 24)
+        while (dBytes.size() < RANDOM_BYTES)
         {
             Add(OneOf(256));
         }
@@ -148,7 +148,8 @@ TEST(Opcode, WritesInstructions)
 TEST(Opcode, AgreesWithAnotherDecoderOnVectorInstructions)
 {
 #ifdef TEST_ZYDIS
-    static constexpr unsigned char KINDS[] = { 0xC5, 0xC4, 0xC4, 0x8F, 0x62, 0x62 };
+    static constexpr unsigned char VEX2 = 0xC5, VEX3 = 0xC4, XOP = 0x8F, EVEX = 0x62;   // first bytes
+    static constexpr unsigned char KINDS[] = { VEX2, VEX3, VEX3, XOP, EVEX, EVEX };
     static constexpr unsigned char EVEX_MAPS[] = { 1, 2, 2, 3, 5, 6 };
     for (auto const & [eMode, eMachine, eWidth] : Rows_t<OpcodeMode_e, ZydisMachineMode, ZydisStackWidth>{
              { OPCODE_32_BIT, ZYDIS_MACHINE_MODE_LEGACY_32, ZYDIS_STACK_WIDTH_32 },
@@ -161,19 +162,19 @@ TEST(Opcode, AgreesWithAnotherDecoderOnVectorInstructions)
         int nCompared = 0;
         for (int i = 0; i != 200'000; ++i)
         {
-            std::vector<unsigned char> dBytes(24);
+            std::vector<unsigned char> dBytes(RANDOM_BYTES);
             std::generate(dBytes.begin(), dBytes.end(), [&] { return static_cast<unsigned char>(Random()); });
             unsigned char const cKind = dBytes[0] = KINDS[i % 6];
-            unsigned const nMap = cKind == 0x62 ? EVEX_MAPS[i / 6 % 6] : i / 6 % 3 + (cKind == 0x8F ? 8u : 1u);
-            unsigned const nMask = cKind == 0xC5 ? 0xFF : cKind == 0x62 ? 0xF0 : 0xE0;
+            unsigned const nMap = cKind == EVEX ? EVEX_MAPS[i / 6 % 6] : i / 6 % 3 + (cKind == XOP ? 8u : 1u);
+            unsigned const nMask = cKind == VEX2 ? 0xFF : cKind == EVEX ? 0xF0 : 0xE0;
             dBytes[1] = static_cast<unsigned char>(
-                (dBytes[1] & nMask) | (cKind == 0xC5 ? 0 : nMap) | (eMode == OPCODE_32_BIT ? 0xC0 : 0));
-            unsigned char & cRegister = dBytes[cKind == 0xC5 ? 1 : 2];
-            cRegister = static_cast<unsigned char>(cRegister | (i % 2 ? 0x78 : 0));   // no register in the prefix
-            dBytes[2] = static_cast<unsigned char>(dBytes[2] | (cKind == 0x62 ? 4 : 0));
-            if (cKind == 0x62 && i % 4 < 2)
+                (dBytes[1] & nMask) | (cKind == VEX2 ? 0 : nMap) | (eMode == OPCODE_32_BIT ? 0xC0 : 0));
+            unsigned char & cRegister = dBytes[cKind == VEX2 ? 1 : 2];
+            cRegister = static_cast<unsigned char>(cRegister | (i % 2 ? 0x78 : 0));        // no register in the prefix
+            dBytes[2] = static_cast<unsigned char>(dBytes[2] | (cKind == EVEX ? 4 : 0));   // a fixed bit
+            if (cKind == EVEX && i % 4 < 2)
             {
-                dBytes[3] = static_cast<unsigned char>((dBytes[3] & 0x6F) | 8);
+                dBytes[3] = static_cast<unsigned char>((dBytes[3] & 0x6F) | 8);   // neither zeroing nor broadcast
             }
             ZydisDecodedInstruction Theirs;
             ZydisDecodedOperand dOperands[ZYDIS_MAX_OPERAND_COUNT];
@@ -196,8 +197,8 @@ TEST(Opcode, AgreesWithAnotherDecoderOnVectorInstructions)
 #endif
 }
 
-// A checksum over texts and lengths. Each mnemonic, operand and length was compared with an independent decoder's
-// before the checksums were written down.
+// Checksums over texts and lengths, one for each mode. An independent decoder has the same mnemonics, operands and
+// lengths.
 TEST(Opcode, WritesTheKnownTextsOfRandomBytes)
 {
     for (auto const & [eMode, dwCrc] :
@@ -228,8 +229,8 @@ TEST(Opcode, ListsASpan)
         << "in step after vector instructions";
     std::vector<unsigned char> const dCode(2000, 0x90);
     CodeListing_c Listing(dCode.data(), dCode.size(), 0);
-    EXPECT_EQ(Listing.Decode(), 1024u);
-    EXPECT_EQ(Listing.GetDecodedBytes(), 1024u);
+    EXPECT_EQ(Listing.Decode(), CodeListing_c::MAX_INSTRUCTIONS);
+    EXPECT_EQ(Listing.GetDecodedBytes(), CodeListing_c::MAX_INSTRUCTIONS);
 }
 
 TEST(Opcode, ExpandsTheTableExactlyAndRefusesADamagedOne)

@@ -1,4 +1,4 @@
-// crash_support.h: runs the crasher, and what it leaves.
+// crash_support.h: runs the crasher and reads what it leaves.
 #pragma once
 
 #include "tests/machine_support.h"
@@ -15,7 +15,7 @@ struct Crash_t : Result_t
     double tSeconds = 0.0;
 };
 
-/// Adds the reports and details in a folder.
+/// Adds the reports and details in a folder to Crash.
 inline void ReadReports(TempFolder_c const & Folder, Crash_t & Crash)
 {
     for (auto const & Entry : fs::recursive_directory_iterator(Folder.GetPath()))
@@ -34,7 +34,8 @@ inline void ReadReports(TempFolder_c const & Folder, Crash_t & Crash)
     }
 }
 
-/// Runs the crasher in a folder, with a symbol helper's path, and reads what it leaves there.
+/// Runs the crasher, or another program, in a folder with a symbol helper's path. Returns its result and what it leaves
+/// there.
 inline Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments, std::string const & sHelper,
     std::string const & sProgram = CRASHER_PATH)
 {
@@ -49,7 +50,7 @@ inline Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments
     return Crash;
 }
 
-/// Runs the crasher in a folder of its own.
+/// Runs the crasher in a folder of its own. Returns what RunIn does.
 inline Crash_t RunAlone(std::string const & sArguments, std::string const & sHelper = "")
 {
     return RunIn(TempFolder_c(), sArguments, sHelper);

@@ -11,7 +11,8 @@
 
 namespace
 {
-    // A hierarchy in which a pointer to a base is not the address of the object, and a class without virtual functions.
+    // A hierarchy in which a pointer to a base may differ from the object's address, and Owner_s, which has no virtual
+    // functions.
     class Shape_c
     {
     public:
@@ -69,7 +70,7 @@ namespace
         T * Make() override { return m_dMade.emplace_back(std::make_unique<T>()).get(); }
     };
 
-    // One serializer for each class, while a test runs.
+    // One serializer for each class that has objects, while a test runs.
     struct Classes_s
     {
         Kept_T<Owner_s> Owners{ "Owner" };
@@ -115,7 +116,7 @@ namespace
         return !pObject || std::ranges::any_of(Serializer.m_dMade, [&](auto const & p) { return p.get() == pObject; });
     }
 
-    // A graph that reaches its lamp by pointers to two of its bases.
+    // A graph that reaches its lamp by pointers to two of the lamp's bases.
     struct Graph_s
     {
         Owner_s Owner{ "me", { &Ball, &Lamp, nullptr, &Ball }, &Owner };
@@ -183,9 +184,9 @@ TEST(SerializerTyped, DamageNeverMakesAPointerOfAnotherType)
     for (std::size_t i = 4; i < sWhole.size(); ++i)
     {
         SCOPED_TRACE(i);
-        for (int const iFlip : { 0x01, 0x80, 0x07 })
+        for (int const nFlip : { 0x01, 0x80, 0x07 })
         {
-            ExpectSound(std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ iFlip)));
+            ExpectSound(std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ nFlip)));
         }
         for (std::size_t j = 4; j + 4 <= sWhole.size() && i + 4 <= sWhole.size(); ++j)
         {
@@ -204,7 +205,7 @@ TEST(SerializerTyped, WhatHasNoSerializerOrAnotherClassIsRefused)
             testing::StartsWith("a Serializer_T has this class and names this base"));
     }
     Classes_s Classes;
-    Kept_T<Lamp_c> Nameless("Lamp");   // names no base
+    Kept_T<Lamp_c> Baseless("Lamp");   // names no base
     Classes.Lamps.m_dMade.clear();
     Owner_s * pOwner = nullptr;
     std::string const sBall = SavedGraph(static_cast<Shape_c *>(&Graph.Ball));
@@ -231,9 +232,9 @@ TEST(SerializerTyped, StaticObjectsAndPartsAreKnown)
     EXPECT_EACH(
         Loaded(sBytes, 1, Pass), pPart == &Part, pRoot != &Root, pRoot->pNext == &House, House.sName == "house");
     EXPECT_EQ(Classes.Owners.m_dMade.size(), 1u) << "the static object and the part are not made";
-    struct Forget_s : Serializer_c
+    struct StaticPointers_s : Serializer_c
     {
         using Serializer_c::dRegisteredStaticPointers;
     };
-    Forget_s::dRegisteredStaticPointers.Reset();
+    StaticPointers_s::dRegisteredStaticPointers.Reset();   // House ends here
 }

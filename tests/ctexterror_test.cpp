@@ -21,13 +21,13 @@ namespace
         return std::string(Error.sFile) + sPlace + (Error.IsSet() ? ": " : "") + std::string(Error.sReason);
     }
 
-    // Appends a text to others; an empty one shows as (none).
+    // Appends a text to others, after szBetween unless it begins a line. An empty text shows as (none).
     void Add(std::string & sAll, std::string const & sText, char const * szBetween)
     {
         sAll += (sAll.empty() || sAll.back() == '\n' ? "" : szBetween) + (sText.empty() ? "(none)" : sText);
     }
 
-    // Reads all of "table.txt", or the text, as each of these does. Returns what it read, or why it can't be opened.
+    // Read all of "table.txt", or of the text that is passed. Return what they read, or why it can't be opened.
     std::string ReadSheet(std::string const &)
     {
         Spreadsheet_c Sheet;
@@ -133,21 +133,22 @@ namespace
 
     bool GetPair(Warehouse_c const & Table, char const * szColumn)
     {
-        int i;
-        return Table.Get(szColumn, i, i);
+        int iFirst, iSecond;
+        return Table.Get(szColumn, iFirst, iSecond);
     }
 
+    // Returns false for a text that Get cuts, because Get returns true.
     bool GetCut(Warehouse_c const & Table, char const * szColumn)
     {
-        char sz[2];
-        return !Table.Get(szColumn, sz, 2);
+        char szText[2];
+        return !Table.Get(szColumn, szText, sizeof szText);
     }
 
     std::string ReplacedAll(std::string sText, std::string const & sFrom, std::string const & sTo)
     {
-        for (std::size_t n = sText.find(sFrom); n != std::string::npos; n = sText.find(sFrom, n + sTo.size()))
+        for (std::size_t nAt = sText.find(sFrom); nAt != std::string::npos; nAt = sText.find(sFrom, nAt + sTo.size()))
         {
-            sText.replace(n, sFrom.size(), sTo);
+            sText.replace(nAt, sFrom.size(), sTo);
         }
         return sText;
     }
@@ -285,39 +286,39 @@ TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
 
 TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
 {
-    auto const GetQuoted = [](Script_c & S, char cQuote)
+    auto const GetQuoted = [](Script_c & Script, char cQuote)
     {
-        char sz[9];
-        S.GetString(sz, 8, cQuote);
+        char szText[9];
+        Script.GetString(szText, sizeof szText - 1, cQuote);
     };
     for (auto const & [fnRead, sError] :
         Rows_t<std::function<void(Script_c &)>, std::string>{
-            { [](Script_c & S)
+            { [](Script_c & Script)
                 {
-                    S.SkipToken("size");
-                    S.GetInt("weight");
+                    Script.SkipToken("size");
+                    Script.GetInt("weight");
                 },
                 "" },
-            { [](Script_c & S)
+            { [](Script_c & Script)
                 {
-                    S.SkipToken("x");
-                    S.SkipToken("y");
+                    Script.SkipToken("x");
+                    Script.SkipToken("y");
                 },
                 "(4,1): this is not the expected token \"y\"" },
-            { [](Script_c & S) { S.GetFloat("none"); }, "(2,3): this is not the expected label \"none\"" },
-            { [](Script_c & S) { S.GetFloat(); }, "(2,3): this is no number \"size\"" },
-            { [&](Script_c & S) { GetQuoted(S, '\''); }, "(2,3): this is no quote" },
-            { [&](Script_c & S)
+            { [](Script_c & Script) { Script.GetFloat("none"); }, "(2,3): this is not the expected label \"none\"" },
+            { [](Script_c & Script) { Script.GetFloat(); }, "(2,3): this is no number \"size\"" },
+            { [&](Script_c & Script) { GetQuoted(Script, '\''); }, "(2,3): this is no quote" },
+            { [&](Script_c & Script)
                 {
-                    S.SetPosition(23);
-                    GetQuoted(S, '"');
+                    Script.SetPosition(23);
+                    GetQuoted(Script, '"');
                 },
                 "(4,10): no quote ends this text" },
-            { [](Script_c & S)
+            { [](Script_c & Script)
                 {
-                    S.RewindAfterToken("12", true, false);
-                    S.GetInt("y");
-                    S.GetInt("z");
+                    Script.RewindAfterToken("12", true, false);
+                    Script.GetInt("y");
+                    Script.GetInt("z");
                 },
                 "(5,1): this is not the expected label \"z\"" },
         })
@@ -342,7 +343,7 @@ TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
 TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
 {
     char const * const szName = "x\n9.9\t0\tforged.txt";
-    auto const Fail = [&]
+    auto const LogOfFailures = [&]
     {
         m_Log.Clear();
         Warehouse_c Table;
@@ -359,13 +360,14 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
         "x\\n9.9\\t0\\tforged.txt: Not found column 'n\\n'\n%sSpreadsheet_c::Parse : row parsing failed.\n%s"
         "Spreadsheet_c::Open ( \"none\\n.txt\" ) : can't open file.\n%s"
         "Spreadsheet_c::MoveToColumn( \"\\x1B[7m\\x7F\" ) : wasn't opened.\n";
-    EXPECT_EQ(Fail(), Va(sStated.c_str(), "", "", ""));
+    EXPECT_EQ(LogOfFailures(), Va(sStated.c_str(), "", "", ""));
     SetTextErrorLog(true);
-    EXPECT_EQ(Fail(), Va(sStated.c_str(),
-                          "x\\n9.9\\t0\\tforged.txt(3,1): there is no column \"n\\n\"\n"
-                          "none.txt: there is no such file\n",
-                          "x\\n9.9\\t0\\tforged.txt(3,4): the last row has no end; a row ends with the row separator\n",
-                          "none\\n.txt: there is no such file\n"));
+    EXPECT_EQ(LogOfFailures(),
+        Va(sStated.c_str(),
+            "x\\n9.9\\t0\\tforged.txt(3,1): there is no column \"n\\n\"\n"
+            "none.txt: there is no such file\n",
+            "x\\n9.9\\t0\\tforged.txt(3,4): the last row has no end; a row ends with the row separator\n",
+            "none\\n.txt: there is no such file\n"));
     m_Folder.Write("closed/hidden.txt", "");
     fs::permissions(m_Folder.Join("closed"), fs::perms::none);
     fs::permissions(m_Folder.GetPath(), fs::perms::all);
@@ -383,7 +385,7 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
     m_Log.Clear();
     SimpleTextParser_c Parser;
     std::string const sText = "a\n " + std::string(130, '1');
-    EXPECT_EACH(Parser.Open(sText.data(), 133), Parser.ParseNext(), Parser.ParseNext());
+    EXPECT_EACH(Parser.Open(sText.data(), static_cast<int>(sText.size())), Parser.ParseNext(), Parser.ParseNext());
     EXPECT_EQ(m_Log.GetText(), "SimpleTextParser_c::ParseNumber : number buffer overflow.\n"
                                "text(2,2): a number of more than 127 characters is cut\n");
 }

@@ -68,12 +68,14 @@ namespace
             return m_pTable->Open(sName.c_str(), WAREHOUSE_FORMAT_AUTO, szHeader, szSeparators);
         }
 
+        // Returns the text of a cell, after "missing" if Get fails.
         std::string Text(char const * szColumn)
         {
             String_T<256> sText("stale");
             return m_pTable->Get(szColumn, sText) ? std::string(sText) : "missing" + std::string(sText);
         }
 
+        // Returns the idents of a walk over the table, each with a blank after it.
         std::string Idents()
         {
             std::string sAll;
@@ -88,7 +90,7 @@ namespace
             return sAll;
         }
 
-        // Returns what Get does with a cell for eight types: the value, or a minus sign if it failed and left the
+        // Returns what Get does with a cell for eight types: the value, or a minus sign if it fails and leaves the
         // output unchanged.
         std::string Numbers(std::string const & sCell)
         {
@@ -190,8 +192,8 @@ TEST(WarehouseScan, SearchesFindWhatAWalkOverAllLinesFinds)
             sData += s_dPieces[Random() % std::size(s_dPieces)];
         }
         auto const eFormat = iRound % 2 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
-        char const * const szSeparators = s_dSeparators[Random() % 5];
-        char const * const szWanted = s_dWanted[Random() % 4];
+        char const * const szSeparators = s_dSeparators[Random() % std::size(s_dSeparators)];
+        char const * const szWanted = s_dWanted[Random() % std::size(s_dWanted)];
         Scan_s Walk(sData, eFormat, szSeparators), Items(sData, eFormat, szSeparators),
             Find(sData, eFormat, szSeparators);
         WarehouseLine_c Line;
@@ -287,7 +289,7 @@ TEST_F(Warehouse, ReadsTextsAndPairs)
         return (bValid ? "" : "invalid ") + std::to_string(iFirst) + " " + std::to_string(iSecond);
     };
     EXPECT_EQ(Pair("x"), "12 34");
-    EXPECT_EQ(Pair("y"), "5 3") << "minus signs in front are passed over, and a third piece counts for nothing";
+    EXPECT_EQ(Pair("y"), "5 3") << "leading minus signs are skipped, and a third part is ignored";
     EXPECT_EQ(Pair("z"), std::to_string(INT_MAX) + " -8");
     EXPECT_EQ(Pair("w"), "invalid 1 2");
     EXPECT_EQ(Pair("absent"), "invalid 1 2");

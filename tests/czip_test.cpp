@@ -19,19 +19,19 @@ namespace
 class FileZipTest : public MediaTest
 {
 protected:
-    // A change of an entry's directory record: nBytes at iAt get the value, or become less by nLess.
+    // A change of an entry's directory record: nBytes at nAt get the value, or are reduced by nLess.
     struct Patch_s
     {
-        std::size_t iAt = 0;
+        std::size_t nAt = 0;
         std::size_t nBytes = 0;
         std::uint32_t nValue = 0;
         std::uint32_t nLess = 0;
     };
-    static constexpr std::size_t FLAGS = 8, METHOD = 10, CRC = 16, STORED = 20, SIZE = 24, ATTRIBUTES = 38, HEADER = 42,
-                                 NAME = 46;
+    static constexpr std::size_t MADE_BY = 4, FLAGS = 8, METHOD = 10, CRC = 16, STORED = 20, SIZE = 24, ATTRIBUTES = 38,
+                                 HEADER = 42, NAME = 46;
     using Entries_t = std::vector<std::pair<std::string, std::string>>;
 
-    // Writes an archive. Names that begin with `=` are stored, without that character; others are deflated.
+    // Writes an archive. An entry whose name begins with `=` is stored under the rest of it. Others are deflated.
     std::string Zip(std::string const & sArchive, Entries_t const & dEntries)
     {
         std::string const sPath = m_Folder.Join(sArchive);
@@ -40,27 +40,28 @@ protected:
         {
             bool const bStored = sMarked[0] == '=';
             zip_source_t * const pSource = zip_source_buffer(pZip, sContents.data(), sContents.size(), 0);
-            zip_int64_t const i = zip_file_add(pZip, sMarked.c_str() + bStored, pSource, ZIP_FL_ENC_UTF_8);
-            EXPECT_GE(i, 0) << sMarked;
-            zip_set_file_compression(pZip, static_cast<zip_uint64_t>(i), bStored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, 0);
+            zip_int64_t const iEntry = zip_file_add(pZip, sMarked.c_str() + bStored, pSource, ZIP_FL_ENC_UTF_8);
+            EXPECT_GE(iEntry, 0) << sMarked;
+            zip_set_file_compression(
+                pZip, static_cast<zip_uint64_t>(iEntry), bStored ? ZIP_CM_STORE : ZIP_CM_DEFLATE, 0);
         }
         EXPECT_EQ(zip_close(pZip), 0) << zip_strerror(pZip);
         return sPath;
     }
 
     // Changes the directory record of a name.
-    void Patch(std::string const & sArchive, std::string const & sName, Patch_s const & Patch)
+    void Patch(std::string const & sArchive, std::string const & sName, Patch_s const & Change)
     {
         std::string sBytes = m_Folder.Read(sArchive);
-        std::size_t const iRecord = sBytes.rfind(sName) - NAME;
-        ASSERT_EQ(sBytes.substr(iRecord, 4), "PK\1\2") << sName;
-        std::uint32_t nValue = Patch.nValue;
-        if (Patch.nLess > 0)
+        std::size_t const nRecord = sBytes.rfind(sName) - NAME;
+        ASSERT_EQ(sBytes.substr(nRecord, 4), "PK\1\2") << sName;
+        std::uint32_t nValue = Change.nValue;
+        if (Change.nLess > 0)
         {
-            std::memcpy(&nValue, &sBytes[iRecord + Patch.iAt], Patch.nBytes);
-            nValue -= Patch.nLess;
+            std::memcpy(&nValue, &sBytes[nRecord + Change.nAt], Change.nBytes);
+            nValue -= Change.nLess;
         }
-        std::memcpy(&sBytes[iRecord + Patch.iAt], &nValue, Patch.nBytes);
+        std::memcpy(&sBytes[nRecord + Change.nAt], &nValue, Change.nBytes);
         m_Folder.Write(sArchive, sBytes);
     }
 
@@ -69,6 +70,7 @@ protected:
         return FileZipMount(m_Folder.Join(sArchive).c_str(), eOrder, bRelativeNames);
     }
 
+    // Returns random letters, the same ones in each run.
     static std::string Noise(std::size_t nBytes)
     {
         std::mt19937 Random(7);
@@ -86,6 +88,7 @@ protected:
         }
     }
 
+    // Opens and closes a file, and returns its contents in between.
     static std::string Opened(char const * szName)
     {
         File_c * const pFile = FileOpen(szName);
@@ -121,6 +124,7 @@ TEST_F(FileZipTest, ReadsWholeFilesRangesAndStreams)
             EXPECT_EACH(nLength == nGot, sBuffer.substr(0, nGot) == sBig.substr(nAt, nGot)) << nAt;
         }
         FileStored_c * const pStream = FileOpenStored(szName);
+        // Origins: 0 is the start, 1 the current position, 2 the end.
         for (auto const & [nOffset, iOrigin, nAt] :
             Rows_t<long, int, std::size_t>{ { 500000, 0, 500000 }, { -450000, 1, 50010 }, { -10, 2, 599990 },
                 { 0, 0, 0 }, { 300000, 1, 300010 }, { 600000, 0, 600000 }, { -600000, 2, 0 } })
@@ -227,9 +231,9 @@ TEST_F(FileZipTest, SkipsHostileEntriesWithALineEach)
         {
             Patch("h.zip", sMarked.substr(sMarked[0] == '='), Change);
         }
-        if (Change.iAt == ATTRIBUTES)
+        if (Change.nAt == ATTRIBUTES)
         {
-            Patch("h.zip", sMarked, { 4, 2, 3 << 8 });   // made on Unix
+            Patch("h.zip", sMarked, { MADE_BY, 2, 3 << 8 });   // on Unix
         }
     }
     static int s_nSkips;
@@ -267,7 +271,7 @@ TEST_F(FileZipTest, DamagedContentsFailWithAReasonAndLeaveNothing)
              { "f.bin", { HEADER, 4, 0x7FFFFFFF }, "its data can't be read from the archive" },
          })
     {
-        SCOPED_TRACE(sMarked + " changed at " + std::to_string(Change.iAt));
+        SCOPED_TRACE(sMarked + " changed at " + std::to_string(Change.nAt));
         Zip("d.zip", { { sMarked, sText }, { "whole.txt", "whole" }, { "empty.txt", "" } });
         Patch("d.zip", "f.bin", Change);
         s_dReported.clear();
@@ -319,6 +323,7 @@ TEST_F(FileZipTest, ADirectoryOverTheLimitsIsRefusedBeforeItIsRead)
 
 TEST_F(FileZipTest, AWorkerThatCantBeLiftedReadsByAHandleOfItsOwn)
 {
+    constexpr int LIFTABLE = 77;   // status of the child
     std::string const sBig = Noise(300000);
     Zip("w.zip", { { "a.bin", sBig } });
     fs::permissions(m_Folder.GetPath(), fs::perms::all);
@@ -332,14 +337,14 @@ TEST_F(FileZipTest, AWorkerThatCantBeLiftedReadsByAHandleOfItsOwn)
         Module_c::ShutdownAllModules();
         if (bLiftable)
         {
-            return 77;
+            return LIFTABLE;
         }
         EXPECT_TRUE(bRead);
         EXPECT_EQ(std::pair(nTracks, g_dOpenTracks.GetLength()), std::pair(2, 0)) << "while it is open, and after";
         return 0;
     };
     int const iStatus = StatusAsNobody(ReadAsynchronously);
-    SKIP_IF(iStatus == 77, "the system lets every thread leave the idle class");
+    SKIP_IF(iStatus == LIFTABLE, "the system lets every thread leave the idle class");
     EXPECT_EQ(iStatus, 0);
 }
 

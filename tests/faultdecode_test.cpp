@@ -19,10 +19,12 @@ namespace
     enum Exception_e : Word_t
     {
         DIVISION = 0,
+        BREAKPOINT = 3,
         INTO_OVERFLOW = 4,
         BOUND_RANGE = 5,
         PROTECTION = 13,
         PAGE = 14,
+        ALIGNMENT = 17,
         SIMD = 19
     };
 #if defined(__x86_64__)
@@ -36,7 +38,7 @@ namespace
         {};
     }
 
-    constexpr std::size_t DIVISOR = 20;   // the index of its word
+    constexpr std::size_t DIVISOR = 20;   // index of its word in dWords
 
     // Returns the bytes of numbers such as "F7 3B".
     std::string BytesFromHex(std::string_view sHex)
@@ -72,7 +74,7 @@ namespace
         }
 
         int iSignal;
-        unsigned char dBytes[32] = {};   // the instruction from the second on
+        unsigned char dBytes[32] = {};   // the instruction from the second byte on
         std::uint32_t dWords[64] = {};
         siginfo_t Info{};
         ucontext_t Thread{};
@@ -80,7 +82,7 @@ namespace
         plat::FaultRecord_t Record{};
     };
 
-    // Returns the code of a division. The divisor alone is zero, or it alone is not.
+    // Returns the code of a division. Of all words the divisor alone is zero, or without bZero it alone is not.
     std::uint32_t CodeOfDivision(std::string_view sInstruction, bool bZero)
     {
         Signal_s Fault(SIGFPE, FPE_INTDIV, DIVISION, sInstruction);
@@ -125,7 +127,8 @@ TEST(FaultDecode, ADivisorInMemoryIsFoundInEachFormOfAnAddress)
         EXPECT_EQ(CodeOfDivision(sInstruction, true), plat::FAULT_INTEGER_DIVIDE) << sInstruction;
         EXPECT_EQ(CodeOfDivision(sInstruction, false), plat::FAULT_INTEGER_OVERFLOW) << sInstruction;
     }
-    for (std::string_view const sUnknown : { "64 F7 3B", "65 F7 3B", "67 F7 3B", "D4 00" })   // fs, gs, short; aam
+    for (std::string_view const sUnknown :
+        { "64 F7 3B", "65 F7 3B", "67 F7 3B", "D4 00" })   // fs, gs, short addresses; aam
     {
         EXPECT_EQ(CodeOfDivision(sUnknown, false), plat::FAULT_INTEGER_DIVIDE) << sUnknown;
     }
@@ -155,6 +158,8 @@ TEST(FaultDecode, PrivilegedInstructionsAreKnownByTheirBytes)
 {
     auto const Decode = [](std::string_view sInstruction)
     { return Signal_s(SIGSEGV, SI_KERNEL, PROTECTION, sInstruction).Decode(); };
+    // hlt; cli; sti; insb; outsw; in al, 16; in eax, dx; rep outsb; lgdt [ax]; invlpg [ax]; lmsw ax; swapgs; lldt ax;
+    // ltr ax; clts; invd; wbinvd; wrmsr; rdmsr; rdpmc; mov eax, cr0; mov dr0, eax
     for (std::string_view const sInstruction :
         { "F4", "FA", "FB", "6C", "66 6F", "E4 10", "ED", "F3 6E", "0F 01 10", "0F 01 38", "0F 01 F0", "0F 01 F8",
             "0F 00 D0", "0F 00 D8", "0F 06", "0F 08", "0F 09", "0F 30", "0F 32", "0F 33", "0F 20 C0", "0F 23 C0" })
@@ -189,7 +194,7 @@ TEST(FaultDecode, SignalsWithoutAnInstructionToBlameHaveTheirOwnCodes)
              { SIGSEGV, SI_KERNEL, INTO_OVERFLOW, plat::FAULT_INTEGER_OVERFLOW, FaultAccess_e::NoMemory },
              { SIGSEGV, SI_KERNEL, BOUND_RANGE, plat::FAULT_ARRAY_BOUNDS, FaultAccess_e::NoMemory },
              { SIGFPE, FPE_FLTINV, SIMD, plat::FAULT_FLOAT_INVALID, FaultAccess_e::NoMemory },   // without its state
-             { SIGBUS, BUS_ADRALN, 17, plat::FAULT_MISALIGNED, FaultAccess_e::Unknown },
+             { SIGBUS, BUS_ADRALN, ALIGNMENT, plat::FAULT_MISALIGNED, FaultAccess_e::Unknown },
              { SIGBUS, BUS_ADRERR, PAGE, plat::FAULT_IN_PAGE, FaultAccess_e::Read },
          })
     {
@@ -199,7 +204,7 @@ TEST(FaultDecode, SignalsWithoutAnInstructionToBlameHaveTheirOwnCodes)
         EXPECT_EQ(Fault.Record.Address, Fault.AddressOf(Fault.dBytes + 1));
     }
 
-    Signal_s Break(SIGTRAP, SI_KERNEL, 3, "90");
+    Signal_s Break(SIGTRAP, SI_KERNEL, BREAKPOINT, "90");
     Break.dBytes[0] = 0xCC;   // the breakpoint before the place
     EXPECT_EQ(Break.Decode(), plat::FAULT_BREAKPOINT);
     EXPECT_EQ(Break.Record.Address, Break.AddressOf(Break.dBytes));
@@ -216,6 +221,7 @@ TEST(FaultDecode, APageFaultSaysWhatItsAccessWas)
         EXPECT_EQ(Fault.Record.dParameters[1], Fault.AddressOf(Fault.Info.si_addr));
         return Fault.Record.eAccess;
     };
+    // Bits of the error code: 2 is a write, 4 the user's mode, 0x10 the fetch of an instruction.
     EXPECT_EQ(Access(4, false), FaultAccess_e::Read);
     EXPECT_EQ(Access(6, false), FaultAccess_e::Write);
     EXPECT_EQ(Access(0x14, false), FaultAccess_e::Execute);

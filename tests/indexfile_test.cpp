@@ -6,21 +6,23 @@ namespace
 {
     using namespace zqsymbols;
 
-    IndexKey_t const KEY = { "0123abcd", 0x10000, 5000, 7 };
+    std::string const CACHE = "cache/zqcore";
+    IndexKey_t const KEY = { .sBuildId = "0123abcd", .nSpan = 0x10000, .nUnitBytes = 5000, .nSymbols = 7 };
+    std::string const KEY_FILE = CACHE + "/" + KEY.sBuildId + ".index";
     IndexParts_t const PARTS = { { { 0, 16, 11 }, { 16, 8, 300 } }, { { 4, 4, 1 } } };
 
     struct IndexFile : testing::Test
     {
-        // Returns whether the file is accepted, and then has what was saved.
+        // Returns whether the file is accepted and has what SetUp saved.
         bool Loads(IndexKey_t const & Key = KEY) const
         {
-            std::optional<IndexParts_t> const Parts = IndexFolder_c(Folder.Join("cache/zqcore")).Load(Key);
+            std::optional<IndexParts_t> const Parts = IndexFolder_c(Folder.Join(CACHE)).Load(Key);
             return Parts && FormatIndex(Key, *Parts) == FormatIndex(Key, PARTS);
         }
 
         TempFolder_c Folder;
-        std::string const sFile = Folder.Join("cache/zqcore/0123abcd.index");
-        void SetUp() override { IndexFolder_c(Folder.Join("cache/zqcore")).Save(KEY, PARTS); }
+        std::string const sFile = Folder.Join(KEY_FILE);
+        void SetUp() override { IndexFolder_c(Folder.Join(CACHE)).Save(KEY, PARTS); }
     };
 }
 
@@ -28,24 +30,26 @@ TEST_F(IndexFile, IsPrivateAndReadAsWritten)
 {
     EXPECT_TRUE(Loads());
     EXPECT_EQ(std::filesystem::status(sFile).permissions(), std::filesystem::perms(0600));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder.Join("cache/zqcore")), {}), 1);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Folder.Join(CACHE)), {}), 1);
 }
 
 TEST_F(IndexFile, OfAnythingElseIsIgnored)
 {
-    std::string const sGood = Folder.Read("cache/zqcore/0123abcd.index");
+    std::string const sGood = Folder.Read(KEY_FILE);
     for (std::size_t i = 0; i < sGood.size(); ++i)
     {
         std::string sBad = sGood;
         sBad[i] = static_cast<char>(sBad[i] ^ 0x10);
-        Folder.Write("cache/zqcore/0123abcd.index", sBad);
+        Folder.Write(KEY_FILE, sBad);
         EXPECT_FALSE(Loads()) << i;
-        Folder.Write("cache/zqcore/0123abcd.index", sGood.substr(0, i));
+        Folder.Write(KEY_FILE, sGood.substr(0, i));
         EXPECT_FALSE(Loads()) << i;
     }
-    Folder.Write("cache/zqcore/0123abcd.index", sGood);
+    Folder.Write(KEY_FILE, sGood);
     EXPECT_TRUE(Loads());
-    EXPECT_FALSE(Loads({ "0123abcd", 0x10000, 5001, 7 })) << "made of other debug information";
+    IndexKey_t Other = KEY;
+    ++Other.nUnitBytes;
+    EXPECT_FALSE(Loads(Other)) << "made of other debug information";
     IndexParts_t const Unsorted = { { { 16, 8, 300 }, { 0, 16, 11 } }, {} };
     IndexParts_t const Outside = { { { 0xFFFF, 2, 1 } }, {} };
     for (IndexParts_t const & Parts : { Unsorted, Outside })
@@ -61,7 +65,7 @@ TEST_F(IndexFile, OfAnythingElseIsIgnored)
 
 TEST_F(IndexFile, TheOldestMakeRoom)
 {
-    IndexFolder_c const Indices(Folder.Join("cache/zqcore"));
+    IndexFolder_c const Indices(Folder.Join(CACHE));
     IndexParts_t const Big = { std::vector<IndexRange_t>(1 << 20, IndexRange_t{ 0, 1, 0 }), {} };   // 16 MiB
     auto const Save = [&](std::string const & sBuildId) { Indices.Save({ sBuildId, 1, 1, 1 }, Big); };
     for (char const * szBuildId : { "a", "b", "c" })
@@ -69,12 +73,12 @@ TEST_F(IndexFile, TheOldestMakeRoom)
         Save(szBuildId);
     }
     std::filesystem::last_write_time(
-        Folder.Join("cache/zqcore/b.index"), std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+        Folder.Join(CACHE + "/b.index"), std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
     Save("d");
     std::string sLeft;
     for (char const * szName : { "a", "b", "c", "d" })
     {
-        sLeft += std::filesystem::exists(Folder.Join("cache/zqcore/" + std::string(szName) + ".index")) ? szName : "";
+        sLeft += std::filesystem::exists(Folder.Join(CACHE + "/" + szName + ".index")) ? szName : "";
     }
     EXPECT_EQ(sLeft, "acd");
 }

@@ -9,7 +9,8 @@ namespace
 {
     using testing::HasSubstr;
 
-    // Runs a check of a file of this name. Returns what it prints, without the path.
+    // Runs a check of a file of this name. Expects status 1 if it complains, and 0 otherwise. Returns its output
+    // without the path.
     std::string Checked(std::string const & sName, std::string const & sText, std::string const & sOptions = "")
     {
         TempFolder_c const Folder;

@@ -12,7 +12,7 @@ namespace
 
     using Words_t = std::vector<std::string>;
 
-    // Returns the words after a start of lines, sorted: the long options, or else the names.
+    // Returns the words that follow sStart at the start of lines, sorted: long options if bOptions is set, else names.
     Words_t WordsOf(std::string const & sText, std::string const & sStart, bool bOptions)
     {
         Words_t dFound;
@@ -31,6 +31,7 @@ namespace
         return dFound;
     }
 
+    // Returns the names of the commands as --help has them.
     Words_t Commands()
     {
         return WordsOf(RunTool("--help").sOutput, "  ", false);
@@ -42,7 +43,8 @@ namespace
         return WordsOf(RunTool(sCommand + " --help").sOutput, "  ", true);
     }
 
-    // Returns the part of a text from a line to the next one that begins in the same way.
+    // Returns the part of a text from the line of sHead and sName to the next line that begins with sHead. Returns an
+    // empty text if the text has no such part.
     std::string Section(std::string const & sText, std::string const & sHead, std::string const & sName)
     {
         std::size_t const nBegin = sText.find("\n" + sHead + sName + "\n");
@@ -50,7 +52,7 @@ namespace
     }
 }
 
-TEST(Zqtool, HelpGoesToStandardOutputAndMistakesToTheOther)
+TEST(Zqtool, HelpGoesToStandardOutputAndMistakesToStandardError)
 {
     for (auto const & [sArguments, iStatus, sOutput, sErrors] : Rows_t<std::string, int, std::string, std::string>{
              { "", 2, "", "Usage: zqtool COMMAND" }, { "--help", 0, "Usage: zqtool COMMAND", "" },
@@ -86,14 +88,14 @@ TEST(Zqtool, ThePageOfAllCommandsHasEachOption)
     EXPECT_THAT(RunTool("help hash --json").sOutput,
         testing::HasSubstr("{\"names\":[\"--check\"],\"value\":\"LIST\",\"purpose\":\"check the files that"));
     std::string const sManual = RunTool("help --man").sOutput;
-    std::string const sPage = RunShell("cat " TEST_MEDIA_FOLDER "/../../docs/zqtool.md").sOutput;
+    std::string const sPage = RunShell("cat " TEST_SOURCE_FOLDER "/docs/zqtool.md").sOutput;
     ASSERT_GT(Commands().size(), 6u);
     for (std::string const & sCommand : Commands())
     {
         std::string sPart = Section(sManual, ".SS ", sCommand);
-        for (std::size_t n; (n = sPart.find("\\-")) != std::string::npos;)
+        for (std::size_t nEscape; (nEscape = sPart.find("\\-")) != std::string::npos;)
         {
-            sPart.erase(n, 1);
+            sPart.erase(nEscape, 1);
         }
         EXPECT_EQ(WordsOf(sPart, "\\fB", true), Options(sCommand)) << sCommand;
         std::string const sDocument = Section(sPage, "## ", sCommand);
@@ -121,8 +123,10 @@ TEST(Zqtool, ShellsCompleteWhatHelpHas)
             .sOutput;
     };
     EXPECT_EQ(WordsOf(Completed("\"\""), "", false), Commands());
-    EXPECT_EQ(Completed("disasm --bits \"\"") + Completed("help st") + Completed("completion z") + Completed("stats x"),
-        "32\n64\nstats\nzsh\n\n");
+    EXPECT_EQ(Completed("disasm --bits \"\""), "32\n64\n");
+    EXPECT_EQ(Completed("help st"), "stats\n");
+    EXPECT_EQ(Completed("completion z"), "zsh\n");
+    EXPECT_EQ(Completed("stats x"), "\n");
     std::string const sZsh = RunTool("completion zsh").sOutput;
     for (std::string const & sCommand : Commands())
     {

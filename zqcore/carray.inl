@@ -55,7 +55,7 @@ T * ArrayTraits_T<T, GROW, UNUSED>::Allocate(int nElements)
     auto const nCount = static_cast<std::size_t>(nElements);
     if constexpr (std::is_pointer_v<T>)
     {
-        auto const iWord = static_cast<int>(MemoryBlockWord(MEMORY_CLIENT_BLOCK));   // the category of the moment
+        auto const iWord = static_cast<int>(MemoryBlockWord(MEMORY_CLIENT_BLOCK));   // the thread's category
         return static_cast<T *>(aligned_malloc_dbg(nCount * sizeof(T), 1, iWord, __FILE__, __LINE__));
     }
     else
@@ -157,7 +157,7 @@ template <typename T, typename TRAITS>
 template <typename COMPARE>
 void SortedArray_T<T, TRAITS>::Sort(COMPARE Compare, int iStart, int iEnd)
 {
-    constexpr int STACK_DEPTH = 32;   // the smaller part is sorted first, so the depth is the length's logarithm
+    constexpr int STACK_DEPTH = 32;   // the smaller part is sorted first, so the length's binary logarithm is enough
     int const nElements = this->iLength;
     if (nElements <= 1)
     {

@@ -104,7 +104,7 @@ BitVec_c & BitVec_c::OrAny(BitVec_c const & Other)
     Grow(Other.iDim);
     if (Other.iDim > iDim)
     {
-        return *this;   // no memory; nothing is changed
+        return *this;   // no memory: nothing changes
     }
     bits::Or(pVec, Other.pVec, Other.GetBytes());
     return *this;
@@ -115,7 +115,7 @@ BitVec_c & BitVec_c::XorAny(BitVec_c const & Other)
     Grow(Other.iDim);
     if (Other.iDim > iDim)
     {
-        return *this;   // no memory; nothing is changed
+        return *this;   // no memory: nothing changes
     }
     bits::Xor(pVec, Other.pVec, Other.GetBytes());
     return *this;
@@ -199,8 +199,8 @@ bool BitVec_c::Serialize(Serializeable_c & Archive)
 
 namespace
 {
-    // Reads nBytes of an archive of unknown length into an empty vector. The vector grows with the bytes that arrive: a
-    // damaged size allocates no more than twice their number, or FIRST_STEP bytes. Returns false on failure.
+    // Reads nBytes of an archive of unknown length into an empty vector. The vector grows with the bytes that arrive.
+    // With a damaged size it has at most twice their number, or FIRST_STEP bytes. Returns false on failure.
     bool ReadGrowing(Serializeable_c & Archive, BitVec_c & Vec, int nBytes)
     {
         constexpr int FIRST_STEP = 4096;

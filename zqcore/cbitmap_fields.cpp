@@ -12,11 +12,17 @@ namespace
         int iX = 0, iY = 0, iZ = 1;   // a plane is one deep
     };
 
+    // Returns the number of bytes of a row of iDimX bits.
+    std::size_t RowBytes(int iDimX)
+    {
+        return static_cast<std::size_t>(iDimX >> 3);
+    }
+
     // Returns the number of bytes of a field, or 0 if they are more than an object can have.
     std::size_t BytesOf(Extent_s const & Extent)
     {
         constexpr std::uint64_t LIMIT = PTRDIFF_MAX;
-        std::uint64_t const nRow = static_cast<unsigned>(Extent.iX >> 3);
+        std::uint64_t const nRow = RowBytes(Extent.iX);
         std::uint64_t const nPlane = nRow * static_cast<unsigned>(Extent.iY);   // below 2^59
         std::uint64_t const nPlanes = static_cast<unsigned>(Extent.iZ);
         return nPlane != 0 && nPlanes > LIMIT / nPlane ? 0 : static_cast<std::size_t>(nPlane * nPlanes);
@@ -28,7 +34,7 @@ namespace
         Extent_s Extent;
         unsigned char * pBytes = nullptr;
 
-        std::size_t GetRowBytes() const { return static_cast<std::size_t>(Extent.iX >> 3); }
+        std::size_t GetRowBytes() const { return RowBytes(Extent.iX); }
         std::size_t GetBytes() const { return BytesOf(Extent); }
         unsigned char * Row(int iY, int iZ) const
         {
@@ -80,7 +86,7 @@ namespace
     }
 
     // Sets New to the size that holds both and returns true. Returns false if nothing has to grow, or if a wanted size
-    // is below 1. Asserts that the size is allowed, and returns false otherwise.
+    // is below 1. Asserts that the new size is allowed, and returns false otherwise.
     bool GrowExtent(Extent_s const & Old, Extent_s const & Wanted, Extent_s & New)
     {
         if (Wanted.iX < 1 || Wanted.iY < 1 || Wanted.iZ < 1)
@@ -201,7 +207,7 @@ namespace
 
     std::size_t BytesOf(BitVec_c const & Vec)
     {
-        return static_cast<std::size_t>(Vec.iDim >> 3);
+        return RowBytes(Vec.iDim);
     }
 
     // Copies the vector to a row and clears the rest. In this and the next functions pRow is null if the field has no
@@ -210,7 +216,7 @@ namespace
     {
         if (pRow)
         {
-            bits::CopyAndClear(pRow, static_cast<std::size_t>(iDimX >> 3), Vec.pVec, BytesOf(Vec));
+            bits::CopyAndClear(pRow, RowBytes(iDimX), Vec.pVec, BytesOf(Vec));
         }
     }
 
@@ -218,7 +224,7 @@ namespace
     {
         if (pRow)
         {
-            bits::AndAndClear(pRow, static_cast<std::size_t>(iDimX >> 3), Vec.pVec, BytesOf(Vec));
+            bits::AndAndClear(pRow, RowBytes(iDimX), Vec.pVec, BytesOf(Vec));
         }
     }
 
@@ -226,13 +232,13 @@ namespace
     {
         if (pRow)
         {
-            fnCombine(pRow, Vec.pVec, std::min(static_cast<std::size_t>(iDimX >> 3), BytesOf(Vec)));
+            fnCombine(pRow, Vec.pVec, std::min(RowBytes(iDimX), BytesOf(Vec)));
         }
     }
 
     bool RowEquals(unsigned char const * pRow, int iDimX, BitVec_c const & Vec)
     {
-        return bits::Equal(pRow, pRow ? static_cast<std::size_t>(iDimX >> 3) : 0, Vec.pVec, BytesOf(Vec));
+        return bits::Equal(pRow, pRow ? RowBytes(iDimX) : 0, Vec.pVec, BytesOf(Vec));
     }
 
     BitVec_c & GetRow(unsigned char const * pRow, int iDimX, BitVec_c & Vec)
@@ -243,7 +249,7 @@ namespace
             return Vec;
         }
         Vec.Grow(iDimX);
-        bits::CopyAndClear(Vec.pVec, BytesOf(Vec), pRow, static_cast<std::size_t>(iDimX >> 3));
+        bits::CopyAndClear(Vec.pVec, BytesOf(Vec), pRow, RowBytes(iDimX));
         return Vec;
     }
 
@@ -285,6 +291,8 @@ namespace
         }
     }
 
+    // Grows a field to the size that GrowExtent sets, if it returns true. Asserts that there is memory, and keeps the
+    // field otherwise.
     template <typename FIELD>
     void GrowTo(FIELD & Map, Extent_s const & Wanted)
     {
@@ -419,7 +427,7 @@ bool BitField_T<FIELD, INDEX...>::IsEqual(FIELD const & Other) const
     return RowsEqual(FieldOf(Self()), FieldOf(Other)) && RowsEqual(FieldOf(Other), FieldOf(Self()));
 }
 
-// Grows to at least the size of the other field. Asserts that it is as wide. On failure keeps the size.
+// Grows to at least the size of the other field. Asserts that this field is then as wide. On failure keeps the size.
 template <typename FIELD, typename... INDEX>
 FIELD & BitField_T<FIELD, INDEX...>::GrowToField(FIELD const & Other)
 {
@@ -487,7 +495,7 @@ BitMap_c & BitMap_c::operator=(char const * const * sData)
     for (int iY = 0; iY < iDimY; ++iY)
     {
         char const * const szRow = *sData ? *sData++ : "";
-        BitVec_c::FillFromDigits(Row(iY), static_cast<std::size_t>(iDimX >> 3), szRow);
+        BitVec_c::FillFromDigits(Row(iY), RowBytes(iDimX), szRow);
     }
     return *this;
 }

@@ -4,16 +4,18 @@
 
 namespace
 {
+    // Returns the first register that is not enabled, or DEBUG_REGISTERS if all are.
     int FirstFree(plat::DebugRegisters_t const & Registers)
     {
-        int i = 0;
-        while (i < plat::DEBUG_REGISTERS && Registers.IsEnabled(i))
+        int iRegister = 0;
+        while (iRegister < plat::DEBUG_REGISTERS && Registers.IsEnabled(iRegister))
         {
-            ++i;
+            ++iRegister;
         }
-        return i;
+        return iRegister;
     }
 
+    // Sets a two-bit code of the control word.
     void SetField(std::uint32_t & dwControl, int nShift, int nCode)
     {
         dwControl = (dwControl & ~(3U << nShift)) | (static_cast<std::uint32_t>(nCode) & 3U) << nShift;

@@ -35,7 +35,7 @@ namespace
     char g_szExceptionTrace[EXCEPTION_TRACE_SIZE];
 
     // Forgets the support thread and the pending fault. A forked child has neither that thread nor one that awaits it.
-    void LeaveSupportThread()
+    void ForgetSupportThread()
     {
         if (g_HandOver.TryEnter())
         {
@@ -53,7 +53,7 @@ namespace
         g_ExceptionEvent.Reset();
         g_ExceptionHandled.Reset();
     }
-    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, LeaveSupportThread });
+    plat::ForkHandler_c const g_ForkHandler({ nullptr, nullptr, ForgetSupportThread });
 
     char const * ExceptionName(std::uint32_t nCode)
     {
@@ -224,6 +224,7 @@ namespace
         return g_Lock.IsMine() || g_iThread == plat::ThreadId();
     }
 
+    // Passes a fault to the support thread. Returns false if none runs.
     bool Post(plat::FaultPointers_t const * pPointers)
     {
         Scope_c const Scope;
@@ -236,6 +237,7 @@ namespace
         return true;
     }
 
+    // Passes a fault to the support thread and waits until it is handled, or until Stop. Does nothing if none runs.
     void HandOver(plat::FaultPointers_t const * pPointers)
     {
         plat::LockScope_c const Turn(g_HandOver);

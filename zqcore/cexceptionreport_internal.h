@@ -85,7 +85,7 @@ namespace exceptionreport
     };
 
     /// Runs a part of the report and returns true. Returns false if it faulted, threw or took longer than nLimit
-    /// milliseconds. An nLimit of 0 sets no limit. No exception leaves it: it would unwind the crashed thread.
+    /// milliseconds. An nLimit of 0 sets no limit. No exception leaves the call: that would unwind the crashed thread.
     template <typename CALL>
     bool CallGuarded(unsigned nLimit, CALL fnCall)
     {
@@ -120,7 +120,7 @@ namespace exceptionreport
         /// Ends that line and starts the next one. A line that was cut ends in "...".
         void EndLine();
 
-        /// Adds lines that are whole. Escapes control characters that are left in them.
+        /// Adds whole lines. Escapes control characters that are left in them.
         void AddLines(char const * szLines);
 
         /// Writes a section: the lines that fnCall adds. If a fault or nLimit milliseconds end it early, its whole
@@ -156,8 +156,8 @@ namespace exceptionreport
         std::size_t volatile m_nWhole = 0;      // bytes of whole lines in the buffer
         bool volatile m_bFlushing = false;      // whether a write of the buffer has begun
         std::uint64_t volatile m_nBefore = 0;   // bytes of the file before it
-        bool m_bLost = false;
-        bool m_bStuck = false;
+        bool m_bLost = false;                   // whether a write failed
+        bool m_bStuck = false;                  // whether a section and its end were both broken off
         char m_szLine[LINE_SIZE];
         Text_c m_Line{ m_szLine, sizeof m_szLine };
         std::uint32_t m_tBegin = 0;   // of the section, in milliseconds

@@ -17,7 +17,7 @@ constinit PathTable_t g_sPaths;
 
 namespace
 {
-    // Returns whether a folder's path in lower case leads to another one.
+    // Returns whether the folded form of a folder's path leads to another folder.
     bool IsHidden(char const * szPath, char const * szFolded)
     {
         plat::FileIdentity_t Named;
@@ -39,6 +39,7 @@ namespace
         return pPath;
     }
 
+    // Adds the file of FileAddOneFile to g_sFileObjects. Returns false, with a log line, if the table refuses it.
     bool AddToTable(File_c & File)
     {
         bool const bAdded = g_sFileObjects.Add(&File, &File.sName) == HASH_ADDED;
@@ -49,6 +50,8 @@ namespace
         return bAdded;
     }
 
+    // Closes each file whose folder begins with szPrefix once, and removes it from the table. Destroys it, or makes it
+    // an orphan if it is still open. Returns whether there was one.
     bool ResetFilesBelow(char const * szPrefix)
     {
         bool bRemoved = false;
@@ -83,6 +86,7 @@ namespace
         return bRemoved;
     }
 
+    // Removes the folders that begin with szPrefix. Frees those without orphans. Returns whether there was one.
     bool ResetPathsBelow(char const * szPrefix)
     {
         bool bRemoved = false;
@@ -164,7 +168,7 @@ void FileForget(File_c & File)
     {
         return;
     }
-    // It is not found by its key: it left the table, its key was changed, or another object has the same key.
+    // The file is not found by its key: it left the table, its key was changed, or another object has the same key.
     for (FileTable_t::Slot_s * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
     {
         if (pSlot->pObject == &File)

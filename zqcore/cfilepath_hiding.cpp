@@ -9,8 +9,8 @@ HashAdd_e FileHiding_c::Add(File_c & File, bool bOver)
         g_sFileObjects.DeleteByName(File.sName);
         File.m_pHidden = pHidden;
     }
-    return static_cast<HashAdd_e>(
-        g_sFileObjects.Add(&File, &File.sName));   // HASH_ADDED if a hidden object was deleted
+    // Returns HASH_ADDED over a hidden object too, because its entry is deleted above.
+    return static_cast<HashAdd_e>(g_sFileObjects.Add(&File, &File.sName));
 }
 
 File_c * FileHiding_c::InFolder(File_c & Top)

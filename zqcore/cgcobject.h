@@ -3,8 +3,8 @@
 // A collection deletes each GcObj to which no path of references leads from the root. Cycles are collected too.
 // References are GcRef_c objects, as a rule members of their source. None of this is exported.
 //
-// Ownership: the collector owns all objects but the root. They come from new. A collection sets all references from and
-// to the objects that it deletes to null, and then deletes them, the oldest first.
+// Ownership: the collector owns all objects but the root. Requires that they come from new. A collection sets all
+// references from and to the objects that it deletes to null, and then deletes the objects, the oldest first.
 // Threads: one thread. Nothing is locked.
 // Cost: a collection takes time in proportion to objects and references. It allocates nothing, and its stack does not
 // grow with long paths.
@@ -32,7 +32,7 @@ namespace Tessel
     {
     public:
         /// Makes a reference from pSource to pTarget, which may be null. Requires that pSource is not null. As a rule
-        /// the reference is a member of it: `GcRef_c m_Next{ this };`.
+        /// the reference is a member of the source: `GcRef_c m_Next{ this };`.
         explicit GcRef_c(GcObj * pSource, GcObj * pTarget = nullptr);
 
         /// Removes the reference from its source and target.
@@ -40,7 +40,7 @@ namespace Tessel
         GcRef_c(GcRef_c const &) = delete;
         GcRef_c & operator=(GcRef_c const &) = delete;
 
-        /// Returns the target, or null if it has none. The target becomes null when it or the source is deleted.
+        /// Returns the target, or null if there is none. The reference becomes null when either end is deleted.
         GcObj * Get() const { return m_pTarget; }
 
         /// Replaces the target, which may be null.
@@ -60,7 +60,7 @@ namespace Tessel
         GcRef_c * m_pPrevOutgoing = nullptr;
     };
 
-    /// Base of collected objects. All but the root come from new.
+    /// Base of collected objects. Requires that all but the root come from new.
     class GcObj
     {
     public:
@@ -76,7 +76,7 @@ namespace Tessel
         static GcObj & Root();
 
         /// Deletes each object that can't be reached from the root. Does nothing during a collection, as in a
-        /// destructor that it calls.
+        /// destructor that the collection calls.
         static void Collect();
 
         /// Sets all references to the object to null and deletes it at once. Requires that pObject is neither null nor

@@ -21,6 +21,13 @@ namespace
         return iElements / GROUP + (iElements % GROUP != 0 ? 1 : 0);
     }
 
+    // Returns the bytes from an address to the next multiple of nAlignment, 0 if it is one. Requires a power of 2.
+    std::size_t AlignmentGap(void const * pAddress, std::size_t nAlignment)
+    {
+        auto const nAddress = reinterpret_cast<std::uintptr_t>(pAddress);
+        return ((nAddress + nAlignment - 1) & ~(nAlignment - 1)) - nAddress;
+    }
+
     template <typename CHUNK>
     void LinkChunk(CHUNK *& pList, CHUNK * pChunk)
     {
@@ -36,7 +43,8 @@ namespace
     template <typename CHUNK>
     void UnlinkChunk(CHUNK *& pList, CHUNK * pChunk)
     {
-        (pChunk->pPrev ? pChunk->pPrev->pNext : pList) = pChunk->pNext;
+        CHUNK *& pLink = pChunk->pPrev ? pChunk->pPrev->pNext : pList;
+        pLink = pChunk->pNext;
         if (pChunk->pNext)
         {
             pChunk->pNext->pPrev = pChunk->pPrev;
@@ -114,8 +122,7 @@ bool GigaSlab_c::Init(std::span<std::byte> Storage, int iElementSize)
     {
         return false;
     }
-    auto const nBegin = reinterpret_cast<std::uintptr_t>(Storage.data());
-    std::size_t const nSkip = ((nBegin + ALIGNMENT - 1) & ~(ALIGNMENT - 1)) - nBegin;
+    std::size_t const nSkip = AlignmentGap(Storage.data(), ALIGNMENT);
     std::size_t const nFit =
         iElementSize > 0 && nSkip < Storage.size() ? (Storage.size() - nSkip) / GroupBytes(iElementSize) : 0;
     m_iNumGroups = static_cast<int>(std::min<std::size_t>(nFit, GIGA_GROUP_NULL - 1));
@@ -176,8 +183,7 @@ void GigaSlab_c::AllocData(std::size_t nAlignment)
     }
     if (m_pBlock)
     {
-        auto const nBlock = reinterpret_cast<std::uintptr_t>(m_pBlock);
-        m_pData = m_pBlock + (((nBlock + nAlignment - 1) & ~(nAlignment - 1)) - nBlock);
+        m_pData = m_pBlock + AlignmentGap(m_pBlock, nAlignment);
         m_nDataBytes = static_cast<std::size_t>(nBytes);
     }
     ZQ_ASSERT_EX(m_pData, "Cannot allocate more elements %i, element size - %i", m_iNumElements, m_iElementSize);
@@ -271,7 +277,8 @@ bool GigaPoolStatic_c::IsArray(void const * pPtr) const
     return m_Open.UpToDate(m_Slab.GroupOf(iElement)).IsArray(iElement);
 }
 
-// Allocates the last element of the open group, if there is one.
+// Allocates the last free element of the open group. Returns null if the pool is full or, after an assertion, has no
+// storage.
 void * GigaPoolStatic_c::AllocSlow(bool bArray)
 {
     if (m_Slab.IsFull() || !m_Slab.RequireStorageToAlloc(m_Marks.Level()))
@@ -284,7 +291,8 @@ void * GigaPoolStatic_c::AllocSlow(bool bArray)
     return pElement;
 }
 
-// Frees an element of a full group and reports misuse. Returns false for an element that is not in use.
+// Frees an element of a full group, or one with the other bArray. Reports misuse. Returns false for an element that is
+// not in use.
 bool GigaPoolStatic_c::FreeSlow(unsigned iElement, bool bArray)
 {
     if (!m_Slab.RequireAllocated(m_Open, iElement, bArray))
@@ -415,7 +423,8 @@ inline void GigaPoolResizeable_c::CloseGroup()
     }
 }
 
-// Allocates the last element of the open group, or the first one of a chunk.
+// Allocates the last free element of the open group, or the first one of a chunk. Returns null, after an assertion, if
+// there is no storage for a chunk.
 void * GigaPoolResizeable_c::AllocSlow(bool bArray)
 {
     if (!m_pHalfList && !AddChunk())
@@ -439,7 +448,7 @@ void * GigaPoolResizeable_c::AllocSlow(bool bArray)
     return pElement;
 }
 
-// Frees an element of a full group or chunk, or the last one in use of either. Reports misuse.
+// Frees an element of a full group, the last one in use of a group, or one with the other bArray. Reports misuse.
 void GigaPoolResizeable_c::FreeSlow(Chunk_s & Chunk, unsigned iElement, bool bArray)
 {
     GigaSlab_c & Slab = Chunk.Slab;

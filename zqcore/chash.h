@@ -23,12 +23,12 @@
 #include <bit>
 #include <cstring>
 
-/// Results of Add.
+/// Results of Add. The table is unchanged unless the result is HASH_ADDED.
 enum HashAdd_e : int
 {
     HASH_ADDED = 0,
-    HASH_PRESENT = 1,   // the key was present; the table is unchanged
-    HASH_FULL = 2       // no slot of the chain is free; the table is unchanged
+    HASH_PRESENT = 1,   // the key is in the table already
+    HASH_FULL = 2       // no slot of the chain is free
 };
 
 /// Index of slots by the second hash of their names: open addressing with linear probing over ENTRIES words. It
@@ -84,12 +84,15 @@ public:
     {
         static constexpr int KEY_ROOM = ZQ_CACHE_LINE - 2 * static_cast<int>(sizeof(void *)) - 9;   // bytes of szKey
 
-        T * pObject = nullptr;           // null in a free or deleted slot
-        Key_t const * pName = nullptr;   // unchanged as long as the entry exists; usually a part of the object
-        std::uint32_t iHash = 0;         // hash of the name; selects the chain
-        std::uint32_t iIndexHash = 0;    // hash of the name; finds the slot in the table's index
-        bool bDeleted = false;           // whether its entry was removed
-        char szKey[KEY_ROOM] = {};       // a copy of the key if it fits
+        T * pObject = nullptr;   // null in a free or deleted slot
+
+        /// Name of the entry, usually a part of the object. Requires that it stays unchanged while the entry exists.
+        Key_t const * pName = nullptr;
+
+        std::uint32_t iHash = 0;        // hash of the name that selects the chain
+        std::uint32_t iIndexHash = 0;   // hash of the name that finds the slot in the table's index
+        bool bDeleted = false;          // whether its entry was removed
+        char szKey[KEY_ROOM] = {};      // a copy of the key if it fits
     };
 
     /// A name to add in two steps, for many names in a row: Prepare prefetches what Add reads, while the caller does
@@ -103,9 +106,9 @@ public:
         std::uint32_t iIndexHash;   // hash as in Slot_s
     };
 
-    /// Walk over the objects in slot order. While the caller works on one object, the processor loads the cache lines
-    /// of the next one. The caller may delete the entry of the present object, but not that of the next one. It is a
-    /// forward iterator.
+    /// Forward iterator over the objects in slot order. While the caller works on one object, the processor loads the
+    /// cache lines of the next one. Requires that the entry of the next object is not deleted. That of the present one
+    /// may be.
     class ObjectIterator_c
     {
     public:

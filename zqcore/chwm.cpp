@@ -89,7 +89,7 @@ void * StaticMemoryPool_c::AllocSlow(unsigned int nBytes, bool bArray)
         }
         GigaPoolResizeable_c * const pPool = Group.pPool;
         ZQ_ASSERT(pPool);
-        bool const bFailed = pPool == PoolFor(nBytes);   // it has complained already
+        bool const bFailed = pPool == PoolFor(nBytes);   // the pool has complained already
         if (void * const pBlock = pPool && !bFailed ? pPool->Alloc(bArray) : nullptr)
         {
             return pBlock;

@@ -1,4 +1,4 @@
-// How the debug heap is counted: each event under the heap's lock, with a check of all figures.
+// The counting of the debug heap: each event under the heap's lock, with a check of the live counts and bytes.
 #include "zqcore/ccallback_internal.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cmemory_internal.h"
@@ -22,7 +22,7 @@ namespace
         Number.store(Number.load(std::memory_order_relaxed) + iChange, std::memory_order_relaxed);
     }
 
-    // Counts a live block, without the frame's allocations.
+    // Counts a live block, but no allocation of the frame.
     ZQ_INLINE void CountLive(mem::Categories_e eCategory, std::size_t nBytes)
     {
         MemoryCounters_s & Counters = g_MemoryCounters;
@@ -58,8 +58,8 @@ namespace
     // Counts an event of the debug heap, which holds g_CategoryLock meanwhile.
     void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwWord)
     {
-        // Checks the state before this event: that memory was not written just before, so the processor reads it at
-        // full speed. Both sides change by the same amounts below, so the balance stays. Only the counters that
+        // Checks the state before this event. The counters were not written just before, so the processor reads them
+        // at full speed. Both sides change by the same amounts below, so the balance stays. Only the counters that
         // change can become negative.
         bool const bSoundBefore = MemoryCountersAddUp();
         mem::Categories_e const eCategory = MemoryCountedCategory(dwWord);

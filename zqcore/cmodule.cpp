@@ -81,6 +81,7 @@ void Module_c::Register(Module_c * pModule)
     }
 }
 
+// Initialises a module and sets its order. Warns if that is slow. Returns false, after a Warning, if it fails.
 bool Module_c::InitializeOne(Module_c & Module, int iOrder)
 {
     double const tStart = longTimeGetPassed();
@@ -98,6 +99,7 @@ bool Module_c::InitializeOne(Module_c & Module, int iOrder)
     return true;
 }
 
+// Raises an Achtung for each module that is not initialised. Returns whether there is one.
 bool Module_c::ComplainOfUninitialized()
 {
     bool bFound = false;
@@ -159,6 +161,7 @@ void Module_c::ShutdownAllModules()
     Log("All modules have been shutdown in %2.2f sec", SecondsSince(tBegin));
 }
 
+// Runs one of the two heartbeats inside a timer of the profiler.
 void Module_c::Heartbeat(char const * szKind, bool bFrame, double dt)
 {
     String_T<256> sLabel(szKind);

@@ -5,7 +5,7 @@
 // stored in another slot, and the table grows sooner.
 //
 // Ownership: the map owns copies of the values. A reference to one is valid until the next Add or Remove.
-// Threads: no lock; one thread at a time.
+// Threads: no lock. Requires that one thread at a time uses a map.
 // Cost: a lookup usually reads one slot. Add allocates when the table grows, to 16 slots or more: 4 to 8 slots for each
 // page, up to 32 if home slots are in use. The table does not shrink until the last page is removed.
 // Failure: none is reported. Adding a page twice, or removing a page that is not in the map, breaks the map.
@@ -47,7 +47,7 @@ public:
     VALUE const & AtHome(void const * pAddress) const
     {
         constexpr int SLOT_BITS = std::bit_width(sizeof(Slot_s)) - 1;
-        auto const nOffset = (reinterpret_cast<std::uintptr_t>(pAddress) >> (PAGE_BITS - SLOT_BITS)) & m_iHomeMask;
+        auto const nOffset = (reinterpret_cast<std::uintptr_t>(pAddress) >> (PAGE_BITS - SLOT_BITS)) & m_nHomeMask;
         return reinterpret_cast<Slot_s const *>(reinterpret_cast<std::byte const *>(m_pSlots) + nOffset)->Value;
     }
 
@@ -140,7 +140,7 @@ private:
     {
         m_pSlots = pSlots;
         m_nSlots = nSlots;
-        m_iHomeMask = (nSlots - 1) * sizeof(Slot_s);
+        m_nHomeMask = (nSlots - 1) * sizeof(Slot_s);
     }
 
     static void Delete(Slot_s * pSlots, std::size_t nSlots)
@@ -155,6 +155,6 @@ private:
 
     Slot_s * m_pSlots = &s_NoSlot;
     std::size_t m_nSlots = 1;      // a power of 2
-    std::size_t m_iHomeMask = 0;   // mask of the offset in bytes of a home slot
+    std::size_t m_nHomeMask = 0;   // mask of the offset in bytes of a home slot
     std::size_t m_nUsed = 0;       // at most a quarter of the slots
 };

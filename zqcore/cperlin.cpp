@@ -26,6 +26,7 @@ namespace
     constinit ModulePerlin_c g_Module;
     constinit std::uint32_t g_dwSeed = 1;
 
+    // Permutation of the lattice, and gradients in one, two and three dimensions.
     struct Tables_s
     {
         int dPermutation[TABLE_SIZE];
@@ -42,6 +43,7 @@ namespace
         return static_cast<int>(g_dwSeed >> 16 & 0x7FFF);
     }
 
+    // Returns a gradient's component before it is normalised, from -1 to below 1.
     float DrawComponent()
     {
         return static_cast<float>(Draw() % (2 * LATTICE) - LATTICE) / static_cast<float>(LATTICE);
@@ -140,7 +142,7 @@ namespace
         return Gradient.x * x + Gradient.y * y;
     }
 
-    // The corners of a cell in x and y: lanes 00, 10, 01, 11.
+    // Indices of the gradients at the corners of a cell in x and y. i10 is that of the next point along x.
     struct Corners_s
     {
         int i00, i10, i01, i11;
@@ -159,7 +161,8 @@ namespace
         }
     };
 
-    // Returns the values of the four corners in the plane iZ. x, y and z are the distances from the corners.
+    // Returns the values of the four corners in the plane iZ, in the order of Corners_s. x, y and z are the distances
+    // from the corners.
     Float4_t PlaneValues(Corners_s const & Corners, int iZ, Float4_t x, Float4_t y, Float4_t z)
     {
         Float4_t const * const g = g_Tables.dGradients3 + iZ;

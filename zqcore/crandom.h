@@ -9,12 +9,12 @@
 // source of secrets.
 //
 // A generator is a std::uniform_random_bit_generator, so that std::shuffle and the distributions of <random> accept it.
-// Their results depend on the standard library; those of NextBelow, NextInRange and NextFloat do not.
+// Their results depend on the standard library. Those of NextBelow, NextInRange and NextFloat do not.
 //
 // A named generator is in a list of the process, the newest first, so that a host can read and set all seeds.
 //
-// Ownership: the caller owns generators and names; the library owns the entries of the list.
-// Threads: a generator belongs to one thread. Named ones are constructed and destroyed on the main thread.
+// Ownership: the caller owns generators and names. The library owns the entries of the list.
+// Threads: a generator belongs to one thread. Requires that named ones are made and destroyed on the main thread.
 // Cost: about a nanosecond for a number. A named generator allocates its entry.
 // Failure: NextInRange asserts its range. An exhausted heap ends in Abort (cmemory.h). Before MemoryInit and after
 // MemoryDone a named generator without memory for its entry is not in the list.
@@ -38,8 +38,8 @@ class ZQ_API RandomNumber_c
 public:
     using result_type = std::uint32_t;   // as in standard generators
 
-    /// Makes a generator that starts with this seed, and adds it to the list unless the name is null. Does not
-    /// copy the name. Requires that it outlives the generator.
+    /// Makes a generator that starts with this seed, and adds it to the list unless the name is null. Does not copy the
+    /// name. Requires that the name outlives the generator.
     explicit RandomNumber_c(unsigned int nStartSeed = 0, char const * szItsName = nullptr);
 
     /// Removes the generator's entry from the list, if it has one.
@@ -69,10 +69,11 @@ public:
     static constexpr std::uint32_t min() { return 0; }
     static constexpr std::uint32_t max() { return 0xFFFFFFFF; }
 
-    /// Returns a number from 0 to nCount - 1, each equally likely; 0 if nCount is 0. May need more than one step.
+    /// Returns a number from 0 to nCount - 1, each equally likely. Returns 0 if nCount is 0. May need several steps.
     std::uint32_t NextBelow(std::uint32_t nCount);
 
-    /// Returns a number from iFirst to iLast, each equally likely. Asserts that iFirst <= iLast; else returns iFirst.
+    /// Returns a number from iFirst to iLast, each equally likely. Asserts that iFirst <= iLast, and returns iFirst
+    /// otherwise.
     int NextInRange(int iFirst, int iLast);
 
     /// Returns a multiple of 2^-24, from 0 to below 1.

@@ -65,12 +65,12 @@ enum SimpleProfileType_e : int
 struct SimpleProfileInfo_t
 {
     std::int64_t tLast = 0;      // time of the latest frame
-    std::int64_t tPeak = 0;      // largest frame of the current span of 32 frames
+    std::int64_t tPeak = 0;      // largest time of a frame in the current span of 32 frames
     std::int64_t tAverage = 0;   // time of the previous span / 32, 0 in the first span, which has only 31 frames
     std::int64_t tSum = 0;       // time in the current span
 };
 
-/// Push and pop the context that SIMPLE_PROFILE_CONTEXT_CURRENT means. Only one thread may call them.
+/// Push and pop the context that SIMPLE_PROFILE_CONTEXT_CURRENT means. Require that only one thread calls them.
 /// - The push asserts that eContext is one of the three, and that at most 32 are pushed. Otherwise it pushes nothing.
 /// - A pop of an empty stack does nothing.
 ZQ_API void SimpleProfileContextPush(SimpleProfileContext_e eContext);

@@ -9,7 +9,7 @@
 namespace
 {
     constexpr unsigned COARSE_PERIOD = 1;   // milliseconds requested of the coarse clock
-    constexpr std::uint32_t MEASURE_MILLISECONDS = 1000;
+    constexpr std::uint32_t MEASURE_MILLISECONDS = plat::MILLISECONDS_OF_SECOND;
 
     // A clock of the long time.
     struct LongClock_s
@@ -20,7 +20,7 @@ namespace
         double Now() const
         {
             return nFrequency != 0 ? static_cast<double>(plat::GoodClockTicks()) / static_cast<double>(nFrequency)
-                                   : plat::CoarseClockMilliseconds() / 1000.0;
+                                   : plat::CoarseClockMilliseconds() / double{ plat::MILLISECONDS_OF_SECOND };
         }
     };
 

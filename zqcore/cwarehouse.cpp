@@ -21,7 +21,7 @@ namespace
     constexpr char const * NO_WHOLE_NUMBER = "there is no whole number in column";
     constexpr char const * OUT_OF_RANGE = "the number is out of range in column";
 
-    constexpr double ULONG_LIMIT = 4294967295.0;   // highest unsigned long that Get returns, the same on every machine
+    constexpr double ULONG_LIMIT = 4294967295.0;   // highest unsigned long that Get reads, the same on every machine
 
     // Returns a column's name as messages show it.
     char const * ShownName(char const * sColumn)
@@ -126,7 +126,8 @@ bool Warehouse_c::ReadHeader(char const * sClientHeader)
     {
         return false;
     }
-    String_T<256> sHeader("@HEAD ");
+    String_T<256> sHeader(WAREHOUSE_HEADER);
+    sHeader += " ";
     sHeader += sClientHeader;
     WarehouseScan_t(sHeader, sHeader.Length(), 0, WAREHOUSE_FORMAT_TEXT).GetLine(&m_Head);
     return m_Head.IsHeader();
@@ -315,7 +316,7 @@ char const * Warehouse_c::TextCell(char const * sColumn, int nMost) const
     return szCell ? szCell : "";
 }
 
-// Reads the cell as a whole number of a range. If it is none, stores the error and returns false.
+// Reads the cell as a whole number in a range and returns true. Otherwise stores the error and returns false.
 bool Warehouse_c::GetWhole(char const * sColumn, WholeRange_t const & Range, std::uint64_t & iBits) const
 {
     char const * const szCell = NumberCell(sColumn);

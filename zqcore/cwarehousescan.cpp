@@ -251,8 +251,8 @@ bool WarehouseScan_t::NextItem(WarehouseLine_c * pResult, int & nLines)
         pResult, nLines);
 }
 
-// Reads the first line whose first column is not null and passes the test. Adds the number of lines read to nLines.
-// Returns false if there is no such line.
+// Skips lines up to the first one whose first column is not null and passes the test, and reads it. Adds the number of
+// lines skipped and read to nLines. Returns false if there is no such line.
 template <typename TEST>
 bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLines)
 {
@@ -310,7 +310,7 @@ void WarehouseScan_t::SeekColumn(int iColumn)
     }
 }
 
-// Moves to the next line. The next line feed ends this one if no quote precedes it.
+// Moves to the next line. The next line feed ends this one if it is no separator and no quote precedes it.
 void WarehouseScan_t::SkipRest(Classes_c const & Classes, QuoteWatch_c & Watch)
 {
     if (!Classes.Is('\n', Classes_c::SEPARATOR))

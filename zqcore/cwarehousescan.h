@@ -168,7 +168,7 @@ private:
     int nCutCell = -1;
 };
 
-/// Returns the format in which a file is read: eFormat, unless that is WAREHOUSE_FORMAT_AUTO. That becomes CSV if the
+/// Returns the format in which a file is read: eFormat, unless that is WAREHOUSE_FORMAT_AUTO. Then it is CSV if the
 /// name ends in ".csv" without regard to case, else text.
 ZQ_API WarehouseFormat_e WarehouseSettleFormat(WarehouseFormat_e eFormat, char const * sFileName);
 

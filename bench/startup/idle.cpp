@@ -5,7 +5,7 @@
 
 int main()
 {
-    // Prints the memory that the process has now, for the program that started it.
+    // Prints the private memory of the process, for the program that started it.
     if (std::FILE * const pStatus = std::fopen("/proc/self/smaps_rollup", "r"))
     {
         char szLine[256];

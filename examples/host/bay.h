@@ -151,7 +151,7 @@ T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
 
 /// Fills the bay, and the purse of g_House, from the media's tables. Requires an empty bay. Returns why there is no
 /// game in the tables, or an empty reason on success. On failure the bay and the purse may hold a part.
-NoFile_s BayReadTables(Bay_s & Bay);
+NoFile_t BayReadTables(Bay_s & Bay);
 
 /// Copies the rules of one bay to another, and the names and numbers of its definitions to those of the same idents.
 void BayCopyNumbers(Bay_s const & From, Bay_s & To);

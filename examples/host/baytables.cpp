@@ -171,7 +171,7 @@ namespace
 
     // Reads a table, and logs and leaves out rows that are not acceptable. Returns why it can't be read, or an empty
     // reason.
-    NoFile_s ReadTable(Bay_s & Bay, TableOfBay_s const & TableOfBay)
+    NoFile_t ReadTable(Bay_s & Bay, TableOfBay_s const & TableOfBay)
     {
         HeldFile_c const File(TableOfBay.szFile);
         if (!File.GetWhyNot().sWhy.IsEmpty())
@@ -197,11 +197,11 @@ namespace
     }
 }
 
-NoFile_s BayReadTables(Bay_s & Bay)
+NoFile_t BayReadTables(Bay_s & Bay)
 {
     for (TableOfBay_s const & TableOfBay : TABLES)
     {
-        NoFile_s Why = ReadTable(Bay, TableOfBay);
+        NoFile_t Why = ReadTable(Bay, TableOfBay);
         if (!Why.sWhy.IsEmpty())
         {
             return Why;

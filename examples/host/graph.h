@@ -4,7 +4,7 @@
 #include "zqcore/cserializer.h"
 #include "zqcore/cstring.h"
 
-/// Serializer of pointers to the objects of a class. T has a text sIdent, which is stored first.
+/// Serializer of pointers to the objects of a class. Requires that T has a text sIdent, which is stored first.
 template <typename T>
 class Graph_T : public Serializer_c
 {
@@ -30,7 +30,7 @@ public:
     }
 
 protected:
-    /// Finds or creates the object with that ident during a load. On failure fails the archive and returns null.
+    /// Finds or creates the object with an ident during a load. On failure fails the archive and returns null.
     virtual T * Obtain(Serializeable_c & Archive, char const * szIdent) = 0;
 
     /// Serializes the fields of an object except its ident.

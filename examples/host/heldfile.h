@@ -9,7 +9,7 @@
 /// - the file is empty or can't be read;
 /// - the file is not of the expected kind;
 /// - the scan of the media was not whole, and may have missed the file.
-struct NoFile_s
+struct NoFile_t
 {
     String_T<256> sWhy;
     bool bFault = false;
@@ -19,16 +19,16 @@ struct NoFile_s
 class HeldFile_c
 {
 public:
-    /// Reads a file by its bare name and holds the contents until the end of the scope. On failure GetWhyNot returns
-    /// the reason.
+    /// Reads a file by its bare name and holds the contents until the destructor. On failure GetWhyNot returns the
+    /// reason.
     explicit HeldFile_c(char const * szFile);
     HeldFile_c(HeldFile_c const &) = delete;
     HeldFile_c & operator=(HeldFile_c const &) = delete;
 
     /// Returns why the file can't be used, with an empty text if it can.
-    NoFile_s const & GetWhyNot() const { return m_WhyNot; }
+    NoFile_t const & GetWhyNot() const { return m_WhyNot; }
 
 private:
     FileReference_c m_File;
-    NoFile_s m_WhyNot;
+    NoFile_t m_WhyNot;
 };

@@ -28,7 +28,7 @@ namespace
         std::this_thread::sleep_for(IDLE_NAP);
     }
 
-    // A kind of work, which both profilers measure while this lives.
+    // A kind of work, which both profilers measure while the object lives.
     class Work_c
     {
     public:
@@ -46,8 +46,8 @@ namespace
     {
         ProfilerFrameScope_c const Application;
         {
-            // A host with windows passes on each message of the system. The entropy pool needs the times at which they
-            // arrive.
+            // A host with windows passes on each message of the system. The entropy pool needs the time at which each
+            // arrives.
             Work_c const Work("Messages", SIMPLE_TIMER_CLIENT_DISPATCHMSG);
             g_ApplicationMessages.Fire(MessageData_s{}, false);
         }

@@ -169,7 +169,7 @@ namespace
         }
         else
         {
-            SaveResult_s const Loaded = SaveLoad(Save, Options.sGame, World);
+            SaveResult_t const Loaded = SaveLoad(Save, Options.sGame, World);
             if (Loaded.bRefused)
             {
                 return Fail(STATUS_SAVE, "can't load \"" + Options.sSave + "\": " + Loaded.sWhyNot
@@ -181,7 +181,7 @@ namespace
         {
             return iStatus;
         }
-        SaveResult_s const Saved = SaveStore(Save, Options.sGame, World);
+        SaveResult_t const Saved = SaveStore(Save, Options.sGame, World);
         ReportSave(Saved, World);
         return Saved.sWhyNot.empty() ? STATUS_OK : FailSave(Options, Saved.sWhyNot);
     }

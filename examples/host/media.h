@@ -9,8 +9,8 @@ struct Options_s;
 /// replace the root's cache.
 std::string MediaCheck(Options_s const & Options, std::string const & sMedia);
 
-/// Makes the settings that ModuleFile_c reads when it starts. Requires a root that MediaCheck
-/// accepted, and that the modules are not up yet.
+/// Makes the settings that ModuleFile_c reads when it starts. Requires a root that MediaCheck accepted, and that the
+/// modules are not up yet.
 void MediaSet(Options_s const & Options, std::string const & sMedia);
 
 /// Returns which part of the command line does not fit the media, or an empty text. If that is --cache-file, the

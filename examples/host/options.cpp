@@ -25,6 +25,7 @@ namespace
         std::string sMedia, sConfig, sGame, sFrames, sLog, sSave, sStats, sCacheFile;
     };
 
+    // An option that a value follows.
     struct ValueOption_s
     {
         char const * szName;
@@ -43,6 +44,7 @@ namespace
         { "--cache-file", &Texts_s::sCacheFile, "FILE the file of --cache, for media that may not be written" },
     };
 
+    // An option without a value.
     struct FlagOption_s
     {
         char const * szName;
@@ -163,8 +165,8 @@ namespace
         return bGood ? "" : std::string("the path of the ") + szWhat + " is too long: " + Quoted(sPath);
     }
 
-    // Returns a message if a path names anything but a regular file, else an empty text. A written file must not
-    // replace a folder, pipe or device.
+    // Returns a message if a path names anything but a regular file, else an empty text. The host never replaces a
+    // folder, pipe or device.
     std::string CheckKind(char const * szWhat, std::string const & sPath)
     {
         std::error_code Error;

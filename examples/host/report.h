@@ -3,7 +3,7 @@
 
 struct FrameStats_t;
 struct Notes_s;
-struct SaveResult_s;
+struct SaveResult_t;
 class ModuleWorld_c;
 class Services_c;
 class Survey_c;
@@ -23,11 +23,11 @@ void ReportTables(Survey_c const & Survey);
 /// Report what was loaded, why nothing was loaded, the world, the frames, and what was saved. ReportLoad reports a save
 /// that was set aside, or replaced by a previous one, even if the settings leave the part out. ReportSave reports
 /// nothing if the save failed.
-void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World);
+void ReportLoad(SaveResult_t const & Result, ModuleWorld_c const & World);
 void ReportNotLoaded(char const * szWhy);
 void ReportWorld(ModuleWorld_c const & World);
 void ReportFrames(FrameStats_t const & Stats);
-void ReportSave(SaveResult_s const & Result, ModuleWorld_c const & World);
+void ReportSave(SaveResult_t const & Result, ModuleWorld_c const & World);
 
 /// Reports the live blocks and bytes, and the peak, of each category that was ever used, and of all together.
 void ReportMemory();

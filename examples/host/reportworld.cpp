@@ -104,7 +104,7 @@ namespace
         }
     }
 
-    void PrintSave(SaveResult_s const & Result, Bay_s const & Bay)
+    void PrintSave(SaveResult_t const & Result, Bay_s const & Bay)
     {
         std::printf("  %i ships, %i harbours, %i goods and %i goals after %i hours: %s in %s\n", Bay.dShips.GetLength(),
             Bay.dHarbours.GetLength(), Bay.dGoods.GetLength(), Bay.Mission.dGoals.GetLength(), Bay.nHours,
@@ -120,7 +120,7 @@ void ReportNotLoaded(char const * szWhy)
     }
 }
 
-void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World)
+void ReportLoad(SaveResult_t const & Result, ModuleWorld_c const & World)
 {
     if (!Result.sKept.empty() || !Result.sPrevious.empty())
     {
@@ -142,7 +142,7 @@ void ReportLoad(SaveResult_s const & Result, ModuleWorld_c const & World)
     }
 }
 
-void ReportSave(SaveResult_s const & Result, ModuleWorld_c const & World)
+void ReportSave(SaveResult_t const & Result, ModuleWorld_c const & World)
 {
     if (Result.sWhyNot.empty() && ReportBegin("saved", "Saved"))
     {

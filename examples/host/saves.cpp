@@ -41,7 +41,7 @@ namespace
 
     // Loads the newest previous save that fits, and stores its path in Result. Stops at one that can't be read or is of
     // another version, and refuses the load.
-    void LoadPrevious(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
+    void LoadPrevious(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_t & Result)
     {
         for (int i = 1; i <= Save.GetPrevious(); ++i)
         {
@@ -67,7 +67,7 @@ namespace
 
     // Loads the save or a previous one, and fills in Result except its figures. Tries the previous saves before it sets
     // a damaged one aside. If one of them refuses the load, the damaged one stays.
-    void Load(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_s & Result)
+    void Load(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_t & Result)
     {
         FileSave_c::State_e const eState = Save.Load(SAVE_VERSION);
         switch (eState)
@@ -120,9 +120,9 @@ namespace
     }
 }
 
-SaveResult_s SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
+SaveResult_t SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
 {
-    SaveResult_s Result;
+    SaveResult_t Result;
     double const tStart = longTimeGet();
     Load(Save, sGame, World, Result);
     Result.tTaken = longTimeGet() - tStart;
@@ -130,9 +130,9 @@ SaveResult_s SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_
     return Result;
 }
 
-SaveResult_s SaveStore(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
+SaveResult_t SaveStore(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World)
 {
-    SaveResult_s Result;
+    SaveResult_t Result;
     double const tStart = longTimeGet();
     Result.sWhyNot = Store(Save, sGame, World);
     Result.tTaken = longTimeGet() - tStart;

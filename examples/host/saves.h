@@ -13,7 +13,7 @@ class ModuleWorld_c;
 inline constexpr int PREVIOUS_SAVES = 3;
 
 /// The result of a load or a save.
-struct SaveResult_s
+struct SaveResult_t
 {
     std::string sWhyNot;     // why the save itself was not loaded or stored; empty if it was
     std::string sKept;       // the new path of a damaged save; empty for none, no meaning if bRefused is true
@@ -31,7 +31,7 @@ struct SaveResult_s
 /// - the save is of another game.
 /// - the save holds no sound world.
 /// - a damaged save can't be set aside.
-SaveResult_s SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World);
+SaveResult_t SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World);
 
 /// Stores the world and returns the result.
-SaveResult_s SaveStore(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World);
+SaveResult_t SaveStore(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World);

@@ -1,7 +1,7 @@
 // settings.h: how the host runs, from the property list settings.prp of the media.
 //
 // The module starts after the files and before all modules that use it. It does not start if the list has a fault
-// (NoFile_s). SETTINGS in settings.cpp has the names and ranges. If a name other than `report` is on several
+// (NoFile_t). SETTINGS in settings.cpp has the names and ranges. If a name other than `report` is on several
 // lines, the last valid one counts. A setting has the default below in these cases:
 // - The list is missing.
 // - The list has no value for it.

@@ -31,7 +31,7 @@ public:
     bool IsEmpty() const { return m_Bay.dShips.IsEmpty(); }
     char const * GetWhyEmpty() const { return m_Why.sWhy; }
 
-    /// Returns whether the media have no world because of a fault (NoFile_s).
+    /// Returns whether the media have no world because of a fault (NoFile_t).
     bool IsFaulty() const { return m_Why.bFault; }
 
     Bay_s & GetBay() { return m_Bay; }
@@ -49,5 +49,5 @@ protected:
 private:
     Bay_s m_Bay;
     Balance_s m_Balance;
-    NoFile_s m_Why;   // why there is no world
+    NoFile_t m_Why;   // why there is no world
 };

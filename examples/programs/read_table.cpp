@@ -1,4 +1,4 @@
-// Lists the prices of a table, which it finds below MEDIA by its bare name: read_table [MEDIA]
+// Lists the prices of the table goods.csv, which it finds below MEDIA by its bare name: read_table [MEDIA]
 #include "zqcore/capp.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cwarehouse.h"

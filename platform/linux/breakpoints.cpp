@@ -99,9 +99,9 @@ namespace plat
             return Event;
         }
 
-        // Returns whether registers fire. Returns false with ENOTSUP if they do not, and with the system's errno if it
-        // refuses one. Some hypervisors ignore the debug registers: the kernel grants events that never fire. The test
-        // is whether the kernel counts one access. If it does, that result is stored.
+        // Returns whether registers fire. Returns false with ENOTSUP if they do not, and with the system's errno if the
+        // system refuses one. Some hypervisors ignore the debug registers: the kernel grants events that never fire.
+        // The test is whether the kernel counts one access. If it does, that result is stored.
         bool RegistersFire()
         {
             static std::atomic<bool> s_bFired = false;
@@ -124,8 +124,10 @@ namespace plat
             return nCount > 0;
         }
 
+        // Opens the event of a register and returns its descriptor. On failure returns -1, with errno.
         int OpenEvent(DebugRegisters_t const & Registers, int iRegister)
         {
+            // By the codes Access_e and Length_e.
             constexpr std::uint32_t KINDS[] = { HW_BREAKPOINT_X, HW_BREAKPOINT_W, HW_BREAKPOINT_EMPTY,
                 HW_BREAKPOINT_RW };
             constexpr std::uint64_t LENGTHS[] = { 1, 2, 8, 4 };

@@ -45,6 +45,7 @@ namespace plat
             return !bTimeout;
         }
 
+        // Wakes at most nThreads threads that sleep on the word.
         ZQ_COLD void Wake(WaitWord_t & Word, int nThreads)
         {
             int const iErrorBefore = errno;
@@ -52,8 +53,8 @@ namespace plat
             errno = iErrorBefore;
         }
 
-        // Changes a lock's word to another value if it has the first one, and returns whether it had. A process with
-        // one thread uses no locked memory cycle, which is most of the cost.
+        // Changes a lock's word from nFrom to nTo. Returns false, and changes nothing, if it has another value. A
+        // process with one thread uses no locked memory cycle, because that is most of the cost.
         inline bool Change(WaitWord_t & Word, std::uint32_t nFrom, std::uint32_t nTo)
         {
             if (__libc_single_threaded)
@@ -97,7 +98,7 @@ namespace plat
             bool CanBeLifted() const { return m_bCanBeLifted.load(std::memory_order_relaxed); }
             void Lift() const { SetClass(m_iThread.load(std::memory_order_relaxed), SCHED_OTHER); }
 
-            // Makes the calling thread that one. Returns false if the system refuses.
+            // Makes the calling thread the one in the idle class. Returns false if the system refuses.
             bool Enter()
             {
                 if (!Is(&t_Mark))
@@ -121,8 +122,8 @@ namespace plat
             }
 
         private:
-            // Uses the system's number: a call with that of an ended thread fails. A call with the handle of one is
-            // undefined.
+            // Sets the class of a thread, 0 for the calling one. Returns false if the system refuses. Uses the system's
+            // number: a call with that of an ended thread fails. A call with the handle of one is undefined.
             static bool SetClass(pid_t iThread, int iClass)
             {
                 int const iErrorBefore = errno;
@@ -133,7 +134,7 @@ namespace plat
                 return bSet;
             }
 
-            std::atomic<void const *> m_pMark{ nullptr };   // the address of its t_Mark; null without one
+            std::atomic<void const *> m_pMark{ nullptr };   // its t_Mark, or null if there is no such thread
             std::atomic<pthread_t> m_hThread{ 0 };
             std::atomic<pid_t> m_iThread{ 0 };
             std::atomic<bool> m_bCanBeLifted{ true };

@@ -40,7 +40,7 @@ namespace plat
         return First.st_dev == Second.st_dev && First.st_ino == Second.st_ino;
     }
 
-    /// Reads the facts of what szPath names in the folder iFolder. iFlags are those of statx: 0 follows links; with
+    /// Reads the facts of what szPath names in the folder iFolder. iFlags are those of statx: 0 follows links. With
     /// AT_EMPTY_PATH an empty path is iFolder itself. On failure returns false and keeps Facts.
     inline bool ReadFactsAt(int iFolder, char const * szPath, int iFlags, FileFacts_t & Facts)
     {

@@ -12,12 +12,13 @@
 
 namespace plat
 {
-    /// One walk over a folder's entries, without "." and "..". It holds 32 KiB. Requires that no recursive
-    /// function has one.
+    /// One walk over a folder's entries, without "." and "..". It holds 32 KiB. Requires that no recursive function has
+    /// one on its stack.
     class FolderReader_c
     {
     public:
-        /// Reads the folder of a descriptor from its position on. The caller keeps the descriptor open and closes it.
+        /// Makes a walk over the folder of a descriptor, from its position on. Requires that the descriptor stays open
+        /// during the walk. The caller closes it.
         explicit FolderReader_c(int iFolder)
             : m_iFolder(iFolder)
         {}
@@ -74,7 +75,7 @@ namespace plat
     };
 
     /// Appends all names of an open folder to dNames, from its position on, without "." and "..". Returns false if
-    /// reading fails. dNames then has the names that were read before.
+    /// reading fails. dNames then has the names that were read until then.
     ZQ_COLD inline bool ReadNames(int iFolder, std::vector<std::string> & dNames)
     {
         FolderReader_c Reader(iFolder);

@@ -1,4 +1,4 @@
-// foldertree.h: what a folder watch stores about the folders and files below it.
+// foldertree.h: what a folder watch stores about the folders and files in its tree.
 #pragma once
 
 #include <cstdint>

@@ -86,7 +86,7 @@ namespace plat
         return Line.IsOpen() ? ReadFully(Line.Get(), pBuffer, nSize) : 0;
     }
 
-    // The system counts the start of a process in ticks since its own start.
+    // The system counts the start of a process in ticks since the boot.
     std::int64_t ProcessUptime()
     {
         constexpr int FIELD = 20;   // start in ticks
@@ -106,16 +106,16 @@ namespace plat
             return;
         }
         std::size_t nLine = ProcessArguments(szBuffer, nSize - 1);
-        nLine -= nLine > 0 && szBuffer[nLine - 1] == 0 ? 1 : 0;
+        nLine -= nLine > 0 && szBuffer[nLine - 1] == '\0' ? 1 : 0;
         std::replace(szBuffer, szBuffer + nLine, '\0', ' ');
-        szBuffer[nLine] = 0;
+        szBuffer[nLine] = '\0';
     }
 
     bool ProcessExecutablePath(wchar_t * wszBuffer, std::size_t nSize)
     {
         char szPath[PATH_MAX];
         ssize_t const nPath = readlink("/proc/self/exe", szPath, sizeof(szPath) - 1);
-        szPath[std::max<ssize_t>(nPath, 0)] = 0;
+        szPath[std::max<ssize_t>(nPath, 0)] = '\0';
         return nPath > 0 && WidePathFromUtf8(wszBuffer, nSize, szPath);
     }
 
@@ -166,7 +166,7 @@ namespace plat
     }
 
     // Does not wait for the new process, so its entry in the list of processes stays until this process ends. Uses no
-    // heap: a thread that faulted may hold its lock.
+    // heap: a thread that faulted may hold the heap's lock.
     bool ProcessStart(char const * szProgram)
     {
         auto const fnSpawn = [](char const * szPath)

@@ -86,16 +86,17 @@ namespace plat
             ErrnoScope_c & operator=(ErrnoScope_c const &) = delete;
         };
 
-        // Returns the time of the good clock, whose ticks are nanoseconds.
+        // Returns the time of the good clock, whose ticks are nanoseconds, in milliseconds.
         std::int64_t Milliseconds()
         {
             return GoodClockTicks() / NANOSECONDS_OF_MILLISECOND;
         }
 
-        struct Launch_s
+        // Descriptors that BecomeHelper passes to the helper.
+        struct Launch_t
         {
-            int hSocket;
-            int hMaps;
+            int hSocket;   // for SYMBOL_SOCKET
+            int hMaps;     // for SYMBOL_MAPS
         };
 
         // Closes all descriptors but two and the standard ones.
@@ -120,7 +121,7 @@ namespace plat
         __attribute__((no_sanitize_address, no_sanitize_thread)) int BecomeHelper(void * pArgument)
         {
             constexpr int ABOVE_ALL = SYMBOL_MAPS + 1;
-            auto const & Launch = *static_cast<Launch_s const *>(pArgument);
+            auto const & Launch = *static_cast<Launch_t const *>(pArgument);
             CloseAllBut(Launch.hSocket, Launch.hMaps);   // the host may have used up all descriptors
             long const hSocket = ::syscall(SYS_fcntl, Launch.hSocket, F_DUPFD, ABOVE_ALL);
             long const hMaps = ::syscall(SYS_fcntl, Launch.hMaps, F_DUPFD, ABOVE_ALL);
@@ -149,6 +150,7 @@ namespace plat
             }
         }
 
+        // Sends one record. Returns false if that fails.
         template <typename RECORD>
         bool Send(int hSocket, RECORD const & Record)
         {
@@ -168,6 +170,7 @@ namespace plat
             return true;
         }
 
+        // Sends the page at an address, or zeros if it is not readable. Returns false if the sending fails.
         ZQ_COLD bool ServeMemory(int hSocket, std::uint64_t nAddress)
         {
             SymbolMemory_t Memory;
@@ -283,7 +286,7 @@ namespace plat
             return false;
         }
         alignas(16) char dStack[4096];
-        Launch_s Arguments = { dSockets[1], OpenToReadWithReserve("/proc/self/maps") };
+        Launch_t Arguments = { dSockets[1], OpenToReadWithReserve("/proc/self/maps") };
         sigset_t All;
         sigset_t Previous;
         sigfillset(&All);
@@ -372,7 +375,7 @@ namespace plat
         return bAnswered && pAnswer->eAnswer == ANSWER_YES;
     }
 
-    // Some systems let a process be traced by its parents alone. The helper is a child. The function also reports the
+    // Some systems let a process be traced by its ancestors alone. The helper is a child. The function also reports the
     // registered locks (fork.h) to it.
     void Symbols_c::AllowTracing()
     {

@@ -3,11 +3,13 @@
 //   soak FRAMES FOLDER
 //
 // The main thread runs frames without pause: the heartbeats, both profilers, opens and asynchronous reads, and now and
-// then a rewritten table, a save, registry values and a complaint. Seven more threads allocate under categories, log,
+// then a rewritten table, a save, a registry value and a complaint. Seven more threads allocate under categories, log,
 // and complain. After each tenth of the frames a line shows what the process holds. Status 1 in these cases:
-// - A save, a table or a registry value failed, or a complaint was not heard. The last line has the counts.
-// - From the second line to the last, one of these grew: live blocks of a category, descriptors, threads, pages of the
-//   process, or bytes of logs.
+// - A module did not start.
+// - A save, a table or a registry value failed, or a complaint was not heard. A line at the end has the counts.
+// - From the second line to the last, one of these grew by more than its play: live blocks of a category, descriptors,
+//   threads, or pages of the process.
+// - The logs hold more bytes at the end than their limits allow.
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
@@ -41,7 +43,9 @@
 
 namespace
 {
-    constexpr int THREADS = 7, FILES = 40, SELDOM = 1000, LOG_LIMIT = 10000;
+    constexpr int THREADS = 7, FILES = 40;
+    constexpr int SELDOM = 1000;       // frames, or rounds of a thread, from one rare step to the next
+    constexpr int LOG_LIMIT = 10000;   // bytes of one file of a log
 
     std::atomic<bool> g_bOver = false;
     std::atomic<int> g_nComplaints = 0, g_nHeard = 0;
@@ -69,7 +73,7 @@ namespace
         return std::distance(Iterator_t(szFolder), Iterator_t());
     }
 
-    Held_s Hold(std::string const & sFolder)
+    Held_s HeldNow(std::string const & sFolder)
     {
         Held_s Held;
         MemoryCategoriesGet(Held.dCategories.data(), Held.iBlocks, Held.iBytes, Held.iPeak);
@@ -86,7 +90,8 @@ namespace
         return Held;
     }
 
-    // Returns whether a number grew by more than its play: threads hold a few blocks at any moment. Prints it then.
+    // Returns whether a number grew by more than iPlay, and prints such a growth. Threads hold a few blocks at any
+    // moment.
     bool Grew(char const * szWhat, std::ptrdiff_t iFirst, std::ptrdiff_t iLast, std::ptrdiff_t iPlay)
     {
         bool const bGrew = iLast > iFirst + iPlay;
@@ -130,7 +135,7 @@ namespace
 
     void RunThread(int iThread)
     {
-        auto const eCategory = static_cast<mem::Categories_e>(2 + iThread);
+        auto const eCategory = static_cast<mem::Categories_e>(2 + iThread);   // another for each thread
         std::string const sLog = "thread" + std::to_string(iThread) + ".log";
         for (int i = 0; !g_bOver; ++i)
         {
@@ -243,7 +248,7 @@ namespace
             {
                 RunFrame(i, sFolder, Save);
             }
-            Last = Hold(sFolder);
+            Last = HeldNow(sFolder);
             First = iTenth == 2 ? Last : First;
             std::printf("%10i %8td %10td %11td %7td %7ld %10td %10i\n", nFrames / 10 * iTenth, Last.iBlocks,
                 Last.iBytes, Last.nDescriptors, Last.nThreads, Last.nPages, Last.nLogBytes, g_nHeard.load());

@@ -1,7 +1,7 @@
 // startup_order.cpp: works with the shared library before main, in global constructors of its own, and after main, in
-// their destructors. Prints what failed, then "done". The arguments name what it does besides:
+// their destructors. Prints what failed, then "done". The first argument names what it does besides:
 //     leak     loses three blocks
-//     unload   loses two blocks of a plugin, whose file is the next argument, and lists the live ones
+//     unload   loses two blocks of a plugin, whose file is the second argument, and lists the live ones
 //     streams  has the C++ runtime keep blocks for good
 //     threads  ends while another thread allocates
 #include "tests/memory_support.h"
@@ -23,7 +23,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <utility>
 
 extern "C" int * EarlyBlock();
 
@@ -159,8 +158,13 @@ namespace
         s_Started.arrive_and_wait();
     }
 
-    constexpr std::pair<char const *, void (*)(char const *)> WISHES[] = { { "leak", Leak },
-        { "unload", LoseFromPlugin }, { "streams", KeepInRuntime }, { "threads", StartThread } };
+    struct Wish_s
+    {
+        char const * szName;
+        void (*fnRun)(char const * szPlugin);
+    };
+    constexpr Wish_s WISHES[] = { { "leak", Leak }, { "unload", LoseFromPlugin }, { "streams", KeepInRuntime },
+        { "threads", StartThread } };
 }
 
 int main(int nArguments, char ** dArguments)
@@ -171,11 +175,11 @@ int main(int nArguments, char ** dArguments)
     g_CommandCallbacker.Fire(1, false);
     Check(g_nLines == 1, "the listener was called");
     Check(g_nCommands == 1, "the callback was called");
-    for (auto const & [szWish, fnRun] : WISHES)
+    for (Wish_s const & Wish : WISHES)
     {
-        if (nArguments > 1 && std::strcmp(szWish, dArguments[1]) == 0)
+        if (nArguments > 1 && std::strcmp(Wish.szName, dArguments[1]) == 0)
         {
-            fnRun(dArguments[2]);
+            Wish.fnRun(dArguments[2]);
         }
     }
     Module_c::ShutdownAllModules();

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-// A function whose callers know nothing of it; in one mode they know which registers it leaves alone.
+// For a function whose callers know nothing of it. With KNOWN_TO_CALLERS they know which registers it leaves alone.
 #if defined(__clang__) || defined(KNOWN_TO_CALLERS)
     #define NOT_INLINED __attribute__((noinline))
 #else
@@ -122,7 +122,7 @@ namespace
             {
                 int nInLambda = nArgument + nCaptured + nMember;
                 Keep(nInLambda);
-                int nKept = nInLambda * 3;   // in a register during the call, if there are any
+                int nKept = nInLambda * 3;   // in a register during the call, if one is free
                 return Inlined(static_cast<double>(nInLambda)) + static_cast<int>(Whole.nBase) + nKept;
             };
             Keep(nCaptured, Whole, Reference, fnLambda, *this);

@@ -62,10 +62,11 @@ namespace zqsymbols
             Rank_e const eRank = HasSection(pElf, ".debug_info") || HasSection(pElf, ".zdebug_info") ? RANK_DEBUG
                                  : HasSection(pElf, ".symtab")                                       ? RANK_SYMBOLS
                                                                                                      : RANK_NONE;
-            auto const [itKnown, bNew] = m_dFiles.try_emplace(sBuildId, File_s{ { sFile, BytesOf(pElf) }, eRank });
+            File_s const File = { { sFile, BytesOf(pElf) }, eRank };
+            auto const [itKnown, bNew] = m_dFiles.try_emplace(sBuildId, File);
             if (!bNew && itKnown->second.eRank < eRank)
             {
-                itKnown->second = { { sFile, BytesOf(pElf) }, eRank };
+                itKnown->second = File;
             }
         }
         elf_end(pElf);

@@ -15,7 +15,7 @@ namespace zqsymbols
         constexpr std::size_t SOURCE_FRAMES = 8;        // frames that show the lines around
         constexpr unsigned LINES_AROUND = 3;            // on each side
         constexpr std::size_t SOURCE_SIZE = 500;        // bytes of a source line
-        constexpr std::size_t VARIABLES = 128;          // the most variables of a frame
+        constexpr std::size_t VARIABLES = 128;          // variables of a frame that are shown
         constexpr std::chrono::seconds FAR_LIMIT(10);   // for the walk to the far end of a stack
 
         template <typename... T>
@@ -159,7 +159,7 @@ namespace zqsymbols
         std::optional<Function_t> const Function = FunctionAt(m_Process, nInside);
         std::string const sPlace = " " + Address(Frame.nAddress) + " " + ModulePlace(m_Process, Frame.nAddress) + " ";
         std::string sText;
-        std::size_t nEnd = SIZE_MAX;   // of the scopes of a call
+        std::size_t nEnd = SIZE_MAX;   // where the scopes of a call end
         std::size_t nFound = 0;
         for (std::size_t i = dCalls.size() + 1; i-- > 0;)
         {

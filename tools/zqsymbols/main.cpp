@@ -19,7 +19,7 @@ namespace zqsymbols
         constexpr rlim_t CPU_LIMIT = 60;            // seconds: the caller has given up long before
         constexpr timeval IDLE_LIMIT = { 60, 0 };   // seconds without a request, likewise
 
-        // Service for one process. It keeps what it found for later requests.
+        // Service for one process. It keeps what it finds for later requests.
         class Server_c
         {
         public:
@@ -150,8 +150,8 @@ namespace zqsymbols
                 return true;
             }
 
-            // Writes the next lines of a section, at most as many as an answer holds. Cuts a line that is longer.
-            // Returns false at the end of the section.
+            // Writes the next lines of a section, at most as many as an answer holds. Cuts a line that does not fit an
+            // answer. Returns false at the end of the section.
             bool AnswerDetail(std::uint64_t nSection, plat::SymbolAnswer_t & To)
             {
                 if (m_sDetail.empty())
@@ -193,6 +193,8 @@ namespace zqsymbols
             setsockopt(plat::SYMBOL_SOCKET, SOL_SOCKET, SO_RCVTIMEO, &IDLE_LIMIT, sizeof(IDLE_LIMIT));
         }
 
+        // Receives the printers, and then answers requests until none arrives. Returns false if a printer does not
+        // arrive, or if an answer can't be sent.
         bool Serve(Process_c & Process)
         {
             Server_c Server(Process);

@@ -85,7 +85,7 @@ namespace zqsymbols
                 }
             }
 
-            // Returns whether one of the segments has the address. Returns true if the file has no such segments.
+            // Returns whether one of the segments holds the address. Returns true if the file has no such segments.
             bool Holds(std::uint64_t nAddress) const
             {
                 return m_dSegments.empty()
@@ -97,6 +97,7 @@ namespace zqsymbols
             std::vector<std::pair<std::uint64_t, std::uint64_t>> m_dSegments;
         };
 
+        // Adds the ranges of compilation units, full ones and skeletons, that start in a segment with code.
         void CollectUnits(Dwarf * pDwarf, Dwarf_Addr nBias, Collector_c & Collector)
         {
             Code_c const Code(dwarf_getelf(pDwarf));
@@ -129,6 +130,7 @@ namespace zqsymbols
             return nStrength << 32 | static_cast<std::uint32_t>(~iSymbol);
         }
 
+        // Returns the number of the symbol that has a rank.
         int SymbolOf(std::uint64_t nRank)
         {
             return ~static_cast<int>(static_cast<std::uint32_t>(nRank));
@@ -142,6 +144,7 @@ namespace zqsymbols
             return bFound ? Header.sh_addr + Header.sh_size + nBias : 0;
         }
 
+        // Adds each symbol of code or data to a collector: to Sized if it has a size, otherwise to Sizeless.
         void SplitSymbols(Dwfl_Module * pModule, int nSymbols, Collector_c & Sized, Collector_c & Sizeless)
         {
             for (int i = 1; i < nSymbols; ++i)
@@ -172,9 +175,8 @@ namespace zqsymbols
             std::vector<IndexRange_t> dAdded;
             std::uint64_t nSizedEnd = 0;
             std::size_t iSized = 0;
-            for (std::size_t i = 0; i < dSizeless.size(); ++i)
+            for (IndexRange_t & Label : dSizeless)
             {
-                IndexRange_t & Label = dSizeless[i];
                 while (iSized < dSized.size() && dSized[iSized].nStart <= Label.nStart)
                 {
                     nSizedEnd = std::max<std::uint64_t>(

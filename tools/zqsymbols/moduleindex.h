@@ -21,17 +21,17 @@ namespace zqsymbols
         std::uint64_t nValue;
     };
 
-    /// Ranges that may overlap.
+    /// Index of ranges, which may overlap.
     class RangeIndex_c
     {
     public:
         RangeIndex_c() = default;
 
-        /// Holds ranges. Requires that they are sorted by IsBefore.
+        /// Makes an index of ranges. Requires that they are sorted by IsBefore.
         explicit RangeIndex_c(std::vector<IndexRange_t> dRanges);
 
         /// Calls fnFound with the value of each range that holds an address, the one with the nearest start first,
-        /// until it returns true. The address counts from the module's start.
+        /// until fnFound returns true. The address counts from the module's start.
         template <typename FOUND>
         void FindAt(std::uint64_t nAddress, FOUND const & fnFound) const
         {
@@ -49,7 +49,7 @@ namespace zqsymbols
         std::size_t CountUpTo(std::uint64_t nAddress) const;
 
         std::vector<IndexRange_t> m_dRanges;
-        std::vector<std::uint64_t> m_dEnds;   // of each, the highest end up to it
+        std::vector<std::uint64_t> m_dEnds;   // for each range the highest end of it and of those before
     };
 
     class IndexFolder_c;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <dwarf.h>
+#include <string_view>
 
 namespace zqsymbols
 {
@@ -100,7 +101,7 @@ namespace zqsymbols
         }
 
         // Returns whether a parameter of a call is passed in the register iRegister.
-        bool IsIn(Dwarf_Die * pParameter, unsigned iRegister)
+        bool IsPassedIn(Dwarf_Die * pParameter, unsigned iRegister)
         {
             Dwarf_Attribute Attribute;
             Dwarf_Op * pOperations = nullptr;
@@ -123,7 +124,7 @@ namespace zqsymbols
         {
             Dwarf_Attribute Attribute;
             char const * const szProducer = dwarf_formstring(dwarf_attr(&Unit, DW_AT_producer, &Attribute));
-            return szProducer != nullptr && std::strncmp(szProducer, "GNU ", 4) == 0;
+            return szProducer != nullptr && std::string_view(szProducer).starts_with("GNU ");
         }
 
         // Returns the first address of a function, or nothing if it is unknown. One in several parts may have no
@@ -138,7 +139,8 @@ namespace zqsymbols
             return bKnown ? std::optional(nEntry) : std::nullopt;
         }
 
-        // Returns an entry value by the call's parameter that is passed in the register, or nothing if it is unknown.
+        // Returns what a register held when the frame's function was called, by the call's parameter that is passed in
+        // it. Returns nothing if that is unknown.
         std::optional<std::uint64_t> ValueAtCall(
             Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
         {
@@ -167,7 +169,7 @@ namespace zqsymbols
                            && dwarf_child(&Call, &Parameter) == 0;
             for (; bGoesOn; bGoesOn = dwarf_siblingof(&Parameter, &Parameter) == 0)
             {
-                if (IsIn(&Parameter, iRegister))
+                if (IsPassedIn(&Parameter, iRegister))
                 {
                     unsigned const nAttribute = dwarf_tag(&Parameter) == DW_TAG_call_site_parameter
                                                     ? DW_AT_call_value

@@ -1,4 +1,4 @@
-// printers.h: how values of known types are shown: one table by the type's name.
+// printers.h: shows values of known types by one table, whose rows the type's name selects.
 #pragma once
 
 #include <cstdint>
@@ -49,8 +49,8 @@ namespace zqsymbols
             Values_c & Values, Value_t const & Value, std::string_view sType, int nDepth) const;
 
     private:
-        std::list<std::string> m_dTexts;   // of the rows
-        std::vector<Printer_t> m_dOwn;
+        std::list<std::string> m_dTexts;   // of m_dOwn; a list, because the rows refer to them
+        std::vector<Printer_t> m_dOwn;     // rows of the host
     };
 
     /// Returns whether a name fits a pattern in which "*" is any text.

@@ -1,6 +1,7 @@
 #include "tools/zqsymbols/process.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -51,7 +52,7 @@ namespace zqsymbols
             }
         };
         std::FILE * const pMaps = fdopen(plat::SYMBOL_MAPS, "r");
-        char szLine[4200];   // PATH_MAX bytes of a path, and the fields before it
+        char szLine[PATH_MAX + 104];   // a path, and the fields before it
         while (pMaps != nullptr && std::fgets(szLine, sizeof(szLine), pMaps) != nullptr)
         {
             unsigned long nFrom = 0;

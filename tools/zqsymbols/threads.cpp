@@ -69,9 +69,9 @@ namespace zqsymbols
             return !bStopped ? -1 : bByTracer ? 0 : WSTOPSIG(iStatus);
         }
 
+        // Copy the registers, in the order of DWARF's numbers, and the thread pointer.
         void Take64(user_regs_struct const & Kernel, Stopped_t & Stopped)
         {
-            // The values are in the order of DWARF's numbers.
             unsigned long long const dValues[] = { Kernel.rax, Kernel.rdx, Kernel.rcx, Kernel.rbx, Kernel.rsi,
                 Kernel.rdi, Kernel.rbp, Kernel.rsp, Kernel.r8, Kernel.r9, Kernel.r10, Kernel.r11, Kernel.r12,
                 Kernel.r13, Kernel.r14, Kernel.r15, Kernel.rip };
@@ -91,7 +91,7 @@ namespace zqsymbols
                 Stopped.Registers.Set(i, dValues[i]);
             }
             Segment32_t Segment = {};
-            std::uintptr_t const iEntry = Kernel.nGs >> 3;
+            std::uintptr_t const iEntry = Kernel.nGs >> 3;   // without the bits of table and privilege
             if (ptrace(PTRACE_GET_THREAD_AREA, iThread, iEntry, &Segment) == 0)
             {
                 Stopped.nThreadPointer = Segment.nBase;
@@ -123,17 +123,18 @@ namespace zqsymbols
             return true;
         }
 
-        std::string ThreadFolder(int iThread)
+        // Returns the folder of the parent's threads. The parent is the process that the helper describes.
+        std::string TaskFolder()
         {
-            return "/proc/" + std::to_string(getppid()) + "/task/" + std::to_string(iThread);
+            return "/proc/" + std::to_string(getppid()) + "/task/";
         }
 
-        std::vector<int> ThreadsOf(int iProcess)
+        // Returns the identifiers of the parent's threads, in ascending order.
+        std::vector<int> ThreadsOfParent()
         {
             std::vector<int> dThreads;
             std::error_code Error;
-            for (auto const & Entry :
-                std::filesystem::directory_iterator("/proc/" + std::to_string(iProcess) + "/task", Error))
+            for (auto const & Entry : std::filesystem::directory_iterator(TaskFolder(), Error))
             {
                 dThreads.push_back(std::atoi(Entry.path().filename().c_str()));
             }
@@ -142,6 +143,7 @@ namespace zqsymbols
         }
     }
 
+    // Returns the name of the lock's variable, or its place in a module, or its address.
     std::string ThreadLines_c::LockName(Lock_t const & Lock)
     {
         Dwfl_Module * const pModule = m_Process.ModuleAt(Lock.nAddress);
@@ -175,6 +177,7 @@ namespace zqsymbols
         }
     }
 
+    // Describes the locks that a thread holds or waits for, and sets its rank.
     void ThreadLines_c::FindLocks(Thread_t & Thread)
     {
         constexpr int RANK_HOLDS = -2, RANK_WAITS = -1;
@@ -215,7 +218,7 @@ namespace zqsymbols
         ReadMark(Thread);
     }
 
-    // Stops a thread, walks its stack and lets it run on. Returns false if the system forbids it.
+    // Stops a thread, walks its stack and lets it run on. Returns false if the system forbids that.
     bool ThreadLines_c::Trace(Thread_t & Thread)
     {
         constexpr char ENDED[] = "(cut: it has ended)";
@@ -239,8 +242,8 @@ namespace zqsymbols
         return true;
     }
 
-    // Traces a thread from a thread of its own. Only a stopped thread can be detached. The end of the tracing thread
-    // sets any other one free. Returns false if the system forbids it or allows no further thread.
+    // Traces a thread from a new thread. Only a stopped thread can be detached. The end of the tracing thread sets any
+    // other one free. Returns false if the system forbids the trace or allows no further thread.
     bool ThreadLines_c::TraceApart(Thread_t & Thread)
     {
         bool bAllowed = false;
@@ -258,7 +261,7 @@ namespace zqsymbols
     void ThreadLines_c::Collect()
     {
         auto const tEnd = Clock_t::now() + ALL_LIMIT;
-        std::vector<int> dAll = ThreadsOf(getppid());
+        std::vector<int> dAll = ThreadsOfParent();
         std::erase(dAll, static_cast<int>(m_Process.GetThread()));
         std::size_t nLeft = dAll.size();
         for (int const iThread : dAll)
@@ -287,10 +290,10 @@ namespace zqsymbols
             [](Thread_t const & Left, Thread_t const & Right) { return Left.iRank < Right.iRank; });
     }
 
-    std::string ThreadLines_c::Print(Thread_t const & Thread)
+    std::string ThreadLines_c::TextOf(Thread_t const & Thread)
     {
         std::string sName;
-        std::getline(std::ifstream(ThreadFolder(Thread.iThread) + "/comm"), sName);
+        std::getline(std::ifstream(TaskFolder() + std::to_string(Thread.iThread) + "/comm"), sName);
         std::string sText =
             "thread " + std::to_string(Thread.iThread) + " \"" + Escaped(sName) + "\"" + Thread.sLocks + "\n";
         std::size_t nNumber = 0;
@@ -316,7 +319,7 @@ namespace zqsymbols
         }
         if (m_iThread < m_dThreads.size())
         {
-            return Print(m_dThreads[m_iThread++]);
+            return TextOf(m_dThreads[m_iThread++]);
         }
         return std::exchange(m_sEnd, "");
     }

@@ -54,7 +54,7 @@ namespace zqsymbols
         void ReadMark(Thread_t & Thread);
         void FindLocks(Thread_t & Thread);
         std::string LockName(Lock_t const & Lock);
-        std::string Print(Thread_t const & Thread);
+        std::string TextOf(Thread_t const & Thread);
 
         Process_c & m_Process;
         FrameLines_c & m_Lines;

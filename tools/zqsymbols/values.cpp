@@ -47,7 +47,7 @@ namespace zqsymbols
                                                       : std::nullopt;
         }
 
-        // Returns the number of bytes of a character of this type. Returns 0 for other types.
+        // Returns the number of bytes of a character type. Returns 0 for other types.
         std::uint64_t CharWidth(Dwarf_Die Type, std::uint64_t nSize)
         {
             if (Type.addr == nullptr || dwarf_tag(&Type) != DW_TAG_base_type)
@@ -111,6 +111,7 @@ namespace zqsymbols
                                 : static_cast<std::int64_t>(nBits << (64 - nWidth)) >> (64 - nWidth);
         }
 
+        // Returns a number of nWidth bits in decimal. A negative or a large one has its hexadecimal form too.
         std::string Integer(std::uint64_t nBits, std::uint64_t nWidth, bool bSigned)
         {
             std::int64_t const iSigned = ExtendSign(nBits, nWidth);
@@ -175,7 +176,7 @@ namespace zqsymbols
         return Die.addr != nullptr && zqsymbols::IsStructure(dwarf_tag(&Die));
     }
 
-    // Returns whether a member's own members are shown in its place: it is a base, or has no name.
+    // Returns whether a member's own members are shown in its place: it is a structure, and a base or without a name.
     bool Values_c::IsFlat(plat::SymbolType_t iMember)
     {
         Dwarf_Die Owner = m_Types.GetOwner(iMember);
@@ -255,12 +256,12 @@ namespace zqsymbols
             bool const bMayBePair = nWidth == 2 && !bEnd && iUnit + 1 < nUnits;
             std::optional<std::uint64_t> const nNext =
                 bMayBePair ? NumberAt(Where, (iUnit + 1) * nWidth, nWidth) : std::nullopt;
-            std::optional<char32_t> const nOfPair = nNext ? CharacterOfPair(*nUnit, *nNext) : std::nullopt;
-            iUnit += nOfPair ? 1 : 0;
+            std::optional<char32_t> const cOfPair = nNext ? CharacterOfPair(*nUnit, *nNext) : std::nullopt;
+            iUnit += cOfPair ? 1 : 0;
             sText += bEnd          ? ""
                      : *nUnit == 0 ? std::string("\\0")
                      : nWidth == 1 ? std::string(1, static_cast<char>(*nUnit))
-                                   : Utf8FromCharacter(nOfPair.value_or(static_cast<char32_t>(*nUnit)));
+                                   : Utf8FromCharacter(cOfPair.value_or(static_cast<char32_t>(*nUnit)));
         }
         return "\"" + Escaped(sText) + (bEnd || iUnit == nUnits ? "\"" : "\"...");
     }
@@ -484,11 +485,11 @@ namespace zqsymbols
                 continue;
             }
             Dwarf_Die Owner = m_Types.GetOwner(iMember);
-            std::string const sKnown = Show(Member, nDepth > 1 && IsStructure(iMember) ? 0 : 2);
+            std::string const sValue = Show(Member, nDepth > 1 && IsStructure(iMember) ? 0 : 2);
             sText += sIndent;
             sText +=
-                "." + Escaped(NameOf(&Owner)) + ": " + Escaped(SpellTypeOf(m_Types, Owner)) + " = " + sKnown + "\n";
-            if (nDepth > 1 && sKnown == LEFT_OUT)
+                "." + Escaped(NameOf(&Owner)) + ": " + Escaped(SpellTypeOf(m_Types, Owner)) + " = " + sValue + "\n";
+            if (nDepth > 1 && sValue == LEFT_OUT)
             {
                 AddMembers(Member, sIndent + "    ", nDepth - 1, nLeft, sText);
             }

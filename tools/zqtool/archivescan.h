@@ -16,7 +16,7 @@ enum class ArchivePart_e
 {
     Bytes,   // not recognised
     Label,   // of a name that is known
-    Chunk,   // its name and length; its contents follow
+    Chunk,   // its name and length, without its contents
     Text,
     Pass,        // label that begins a pass of an object graph
     Statics,     // count and identifiers of static objects
@@ -26,7 +26,7 @@ enum class ArchivePart_e
     Registered   // label and identifier of an address
 };
 
-/// A part of an archive. Views are of its bytes, or of the names.
+/// A part of an archive. sName is a view of the archive's bytes or of a name in the ArchiveNames_c.
 struct ArchivePart_t
 {
     ArchivePart_e eKind = ArchivePart_e::Bytes;
@@ -52,7 +52,7 @@ public:
     /// Knows the labels of object graphs, and no names.
     ArchiveNames_c();
 
-    /// Adds a name, as a label and as a chunk. If two names share a value, it keeps the first.
+    /// Adds a name, as a label and as a chunk. If two names share a value, keeps the first.
     void Add(std::string const & sName);
 
     /// Returns whether a word may be the value of a name or of a label of object graphs. False is certain.

@@ -1,4 +1,4 @@
-// The details beside a report. The reader skips lines of an unknown form, as the format asks.
+// The details beside a report. The reader skips lines of an unknown form, as the format requires.
 #include "tools/zqtool/crashcause.h"
 #include "tools/zqtool/crashlines.h"
 #include "tools/zqtool/crashreport.h"
@@ -26,6 +26,7 @@ namespace
     constexpr std::array<char const *, 6> SECTIONS = { "", "[Fault]", "[Frames]", "[Threads]", "[Modules]",
         "[Process]" };
 
+    // Reader of one text of details.
     class DetailsReader_c
     {
     public:
@@ -135,7 +136,7 @@ namespace
 
     // Reads a line that belongs to a frame, without its first four blanks. Returns false if the frame has no room for
     // it.
-    bool ReadOfFrame(std::string_view sLine, CrashFrame_t & Frame)
+    bool ReadFrameLine(std::string_view sLine, CrashFrame_t & Frame)
     {
         std::size_t const nBlanks = std::min(sLine.find_first_not_of(' '), sLine.size());
         auto const nLevel = static_cast<int>(nBlanks / 4);   // of a variable
@@ -176,7 +177,7 @@ namespace
         return true;
     }
 
-    // Reads '4711 "render"', and ", holds LOCK" or ", waits for LOCK" after it. Returns the thread. The program chose
+    // Reads '4711 "render"', and ", holds LOCK" or ", waits for LOCK" after it. Returns the thread. The program chooses
     // the name, so it may hold any text.
     CrashThread_t ReadThread(std::string_view sLine)
     {
@@ -201,6 +202,7 @@ namespace
         return Thread;
     }
 
+    // Sets the module's path in each frame whose module is listed.
     void SetPaths(std::vector<CrashFrame_t> & dFrames, CrashModules_c const & Modules)
     {
         for (CrashFrame_t & Frame : dFrames)
@@ -414,7 +416,7 @@ namespace
         {
             if (m_bAll || sRest.starts_with("at "))
             {
-                m_bFull = !ReadOfFrame(sRest, dFrames.back()) || m_bFull;
+                m_bFull = !ReadFrameLine(sRest, dFrames.back()) || m_bFull;
             }
         }
         else if (sLine.starts_with('#'))

@@ -8,7 +8,7 @@
 
 namespace
 {
-    // Returns an address as a text, because it may be larger than the integers that every reader of JSON has.
+    // Returns an address or an offset as a text. It may be larger than the integers that every reader of JSON has.
     std::string Address(std::uint64_t nAddress)
     {
         char szAddress[24];
@@ -21,9 +21,9 @@ namespace
         return sText.empty() ? Json_t() : Json_t(sText);
     }
 
-    Json_t AddressOrNull(std::optional<std::uint64_t> const & Number)
+    Json_t AddressOrNull(std::optional<std::uint64_t> nAddress)
     {
-        return Number ? Json_t(Address(*Number)) : Json_t();
+        return nAddress ? Json_t(Address(*nAddress)) : Json_t();
     }
 
     Json_t JsonOfVariable(CrashVariable_t const & Variable)

@@ -14,8 +14,9 @@ extern char const CRASH_PAGE_JS[];
 namespace
 {
     constexpr std::size_t MAX_SAMPLES = 500;   // groups with their sample
-    constexpr std::size_t MAX_FAULTS = 50;
-    constexpr char TO[] = " \xE2\x80\x93 ";   // between two days
+    constexpr std::size_t MAX_FAULTS = 50;     // shown
+    constexpr int MAX_LEVEL = 20;              // of indentation
+    constexpr char TO[] = " \xE2\x80\x93 ";    // between two days
 
     // Returns a text from a report for the page.
     std::string Shown(std::string_view sText)
@@ -91,7 +92,7 @@ namespace
         std::string sHtml;
         for (CrashVariable_t const & Variable : Frame.dVariables)
         {
-            sHtml += std::string(2 * static_cast<std::size_t>(std::clamp(Variable.nLevel, 0, 20)), ' ');
+            sHtml += std::string(2 * static_cast<std::size_t>(std::clamp(Variable.nLevel, 0, MAX_LEVEL)), ' ');
             sHtml += Variable.sWord.empty() ? "." : Variable.sWord + " ";
             sHtml += Shown(Variable.sName + (Variable.sType.empty() ? "" : ": " + Variable.sType)
                            + (Variable.sValue.empty() ? "" : " = " + Variable.sValue))
@@ -140,11 +141,11 @@ namespace
         char szShare[32];
         std::snprintf(
             szShare, sizeof szShare, "%.4f", static_cast<double>(Group.nCount) / static_cast<double>(nLargest));
-        std::string const sTimes = CrashDays(Group, TO), sVersions = VersionsShort(Group);
+        std::string const sDays = CrashDays(Group, TO), sVersions = VersionsShort(Group);
         return "<li><details><summary style=\"--share:" + std::string(szShare) + "\"><span class=\"count\">"
                + std::to_string(Group.nCount) + "</span> <span class=\"cause\">" + CauseHtml(Group.sSignature)
                + "</span> <span class=\"when\">"
-               + Shown(sTimes + (sTimes.empty() || sVersions.empty() ? "" : ", ") + sVersions)
+               + Shown(sDays + (sDays.empty() || sVersions.empty() ? "" : ", ") + sVersions)
                + "</span></summary>\n<div class=\"sample\">\n" + VersionsHtml(Group)
                + (bSample ? SampleHtml(Group.Sample)
                           : "<p>The sample is left out to keep the page small.</p>\n<p class=\"quiet\">"
@@ -182,10 +183,10 @@ namespace
                 All.sFirst.empty() || (!Group.sFirst.empty() && Group.sFirst < All.sFirst) ? Group.sFirst : All.sFirst;
             All.sLast = std::max(All.sLast, Group.sLast);
         }
-        std::string const sTimes = CrashDays(All, TO);
+        std::string const sDays = CrashDays(All, TO);
         return std::to_string(nCrashes) + (nCrashes == 1 ? " crash" : " crashes") + " \xC2\xB7 "
                + std::to_string(dGroups.size()) + (dGroups.size() == 1 ? " group" : " groups")
-               + (sTimes.empty() ? "" : " \xC2\xB7 " + sTimes);
+               + (sDays.empty() ? "" : " \xC2\xB7 " + sDays);
     }
 }
 

@@ -34,11 +34,14 @@ namespace
     bool IsOwnHost(std::string const & sHost, int iPort)
     {
         std::string const sPort = ":" + std::to_string(iPort);
-        if (iPort == 80 && (sHost == "127.0.0.1" || sHost == "localhost"))
+        for (char const * const szName : { "127.0.0.1", "localhost" })
         {
-            return true;
+            if (sHost == szName + sPort || (iPort == 80 && sHost == szName))
+            {
+                return true;
+            }
         }
-        return sHost == "127.0.0.1" + sPort || sHost == "localhost" + sPort;
+        return false;
     }
 }
 

@@ -57,6 +57,7 @@ namespace
     };
     std::vector<Skip_s> g_dSkips;
 
+    // Returns the path of a file with a folder, otherwise its key. Both have the form of the tables.
     std::string LocationOf(File_c const & File)
     {
         return File.pPath ? static_cast<char const *>(FileLocation_c(File)) : File.GetFullPath().CStr();
@@ -137,8 +138,7 @@ namespace
             [](DiskEntry_t const & Entry, std::string const & sWanted) { return Entry.sFolded < sWanted; });
     }
 
-    // Returns the entries of the disk to which a path of the tables may lead: at most one, unless they differ in
-    // case only.
+    // Returns the disk's spellings of a path of the tables: at most one, unless entries differ in case only.
     std::vector<std::string> SpellingsOf(MediaScan_t const & Scan, std::string const & sFolded)
     {
         auto itEntry = FirstFrom(Scan, sFolded);
@@ -159,8 +159,8 @@ namespace
         return dInFolder;
     }
 
-    // Returns the spelling that the library reaches. A path that the walk has not seen keeps its letters, but gets `/`
-    // as the separator.
+    // Returns the spelling of a path that the library reaches. A path that the walk has not seen keeps its letters, but
+    // gets `/` as the separator.
     std::string Spell(MediaScan_t const & Scan, std::string const & sFolded)
     {
         std::vector<std::string> dPaths = SpellingsOf(Scan, sFolded);
@@ -180,6 +180,7 @@ namespace
         return sPath;
     }
 
+    // Returns the spelling of a folder. A root of the scan keeps the caller's spelling.
     std::string SpellFolder(MediaScan_t const & Scan, std::string sFolded)
     {
         for (std::string const & sRoot : Scan.dPaths)
@@ -327,6 +328,7 @@ namespace
         }
     }
 
+    // Scans a folder or mounts an archive. Returns false, and prints why, if that fails.
     bool AddPath(std::string const & sPath, MediaOptions_t const & Options)
     {
         std::error_code Ignored;
@@ -363,13 +365,13 @@ namespace
             dWhole.push_back(fs::is_directory(Whole, Ignored) ? (Whole / "").native() : Whole.native());
             for (std::size_t i = 0; i + 1 < dWhole.size() && !Whole.empty(); ++i)
             {
-                std::string const sBoth = dWhole[i] == dWhole.back()       ? "it is the same as "
-                                          : IsIn(dWhole.back(), dWhole[i]) ? "it is in "
-                                          : IsIn(dWhole[i], dWhole.back()) ? "it holds "
-                                                                           : "";
-                if (!sBoth.empty())
+                std::string const sRelation = dWhole[i] == dWhole.back()       ? "it is the same as "
+                                              : IsIn(dWhole.back(), dWhole[i]) ? "it is in "
+                                              : IsIn(dWhole[i], dWhole.back()) ? "it holds "
+                                                                               : "";
+                if (!sRelation.empty())
                 {
-                    PrintProblem(sPath, sBoth + dPaths[i]);
+                    PrintProblem(sPath, sRelation + dPaths[i]);
                     return false;
                 }
             }
@@ -377,7 +379,8 @@ namespace
         return true;
     }
 
-    void Choose(MediaOptions_t const & Options)
+    // Makes the library's settings for the scan.
+    void ApplyOptions(MediaOptions_t const & Options)
     {
         g_silentMode = true;
         SetAchtungs(false);   // they would end the process
@@ -447,7 +450,7 @@ std::string PathOf(MediaScan_t const & Scan, File_c const & File)
 
 bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & Options, MediaScan_t & Scan)
 {
-    Choose(Options);
+    ApplyOptions(Options);
     for (std::string sPath : dPaths)
     {
         while (sPath.size() > 1 && sPath.ends_with('/'))
@@ -467,7 +470,7 @@ bool ScanMedia(std::vector<std::string> const & dPaths, MediaOptions_t const & O
     auto const tStart = std::chrono::steady_clock::now();
     bool const bAdded = std::all_of(
         Scan.dPaths.begin(), Scan.dPaths.end(), [&](std::string const & sPath) { return AddPath(sPath, Options); });
-    Scan.fMilliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - tStart).count();
+    Scan.tMilliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - tStart).count();
     if (!bAdded)
     {
         return false;

@@ -53,7 +53,7 @@ struct MediaScan_t
     int nFiles = 0;                    // in the table
     int nFolders = 0;
     std::uint64_t nBytes = 0;
-    double fMilliseconds = 0;
+    double tMilliseconds = 0;
     bool bWhole = true;                      // whether the scan could see all, and no finding is bMissed
     std::vector<MediaFinding_t> dFindings;   // by kind, then by path
     std::vector<DiskEntry_t> dDisk;          // by sFolded

@@ -38,6 +38,7 @@ namespace
         { GroupBy_e::Line, "source line", "by_line" },
     };
 
+    // Returns a number in the type of "%llu".
     unsigned long long Widened(std::uint64_t nNumber)
     {
         return nNumber;
@@ -143,8 +144,8 @@ namespace
         PrintJson(Json);
     }
 
-    // Adds a snapshot, unless the file can't be opened. Returns false, and prints why, if something is wrong with it.
-    // What could be read counts.
+    // Adds a snapshot with all that can be read. Returns false, and prints why, if the file has a fault. If it can't be
+    // opened, adds none.
     bool Read(std::string const & sFile, Reports_t & dReports)
     {
         std::ifstream Stream;

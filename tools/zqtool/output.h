@@ -12,8 +12,8 @@ inline constexpr char OUTPUT_UNWRITABLE[] = "it can't be written";
 class OutputFile_c
 {
 public:
-    /// Creates the file, or empties an existing one. For an empty name creates none and returns true. Returns false,
-    /// and prints why, on failure or if it is one of the inputs.
+    /// Creates the file, or empties an existing one, and returns true. For an empty name only returns true. Returns
+    /// false, and prints why, on failure or if the file is one of the inputs.
     bool Open(std::string const & sFile, std::vector<std::string> const & dInputs);
 
     /// Writes the rest and closes the file. Returns false, and prints why, if the file could not be written whole.

@@ -1,4 +1,4 @@
-// statsfile.h: the stats file of the hierarchical profiler: a header, then a batch of timers for every so many frames.
+// statsfile.h: the stats file of the hierarchical profiler: a header, then batches of timers of STATS_FRAMES frames.
 //
 // The file comes from outside. Whatever it holds, reading ends, and the timers of a batch form a tree in which a parent
 // comes before its children. One batch is in memory at a time.

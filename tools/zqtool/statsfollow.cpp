@@ -12,8 +12,8 @@
 namespace
 {
     constexpr std::size_t MAX_BATCHES = 1000;           // kept for the page
-    constexpr std::size_t MAX_TIMERS = 65536;           // of the tree; a program has fewer than a thousand
-    constexpr std::size_t MAX_ANSWER_BYTES = 4 << 20;   // of timers in one answer
+    constexpr std::size_t MAX_TIMERS = 65536;           // of the tree: a program has fewer than a thousand
+    constexpr std::size_t MAX_ANSWER_BYTES = 4 << 20;   // of timers in an answer of several batches
     constexpr int BATCHES_AT_ONCE = 8, TURN_MILLISECONDS = 100, LAST_ANSWER_SECONDS = 3;
 
     volatile std::sig_atomic_t g_bInterrupted = 0;
@@ -57,10 +57,10 @@ namespace
         StatsPage_c m_Page;
         plat::LoopbackServer_c m_Server;
         int m_iRun = 1;
-        bool m_bEnded = false;         // whether no further batch will be read
+        bool m_bEnded = false;         // whether no further batch is read
         bool m_bAsked = false;         // whether a page asked for news
         bool m_bSentEnd = false;       // whether, after the end, the page that asked last has all frames
-        bool m_bRestSkipped = false;   // whether the rest of the run is not read
+        bool m_bRestSkipped = false;   // whether the rest of the run is skipped
     };
 
     void Follower_c::Complain(std::uint64_t nOffset, std::string const & sText)
@@ -93,7 +93,7 @@ namespace
         }
     }
 
-    // Reads some batches. Returns whether there may be more.
+    // Reads at most BATCHES_AT_ONCE batches. Returns whether there may be more.
     bool Follower_c::ReadSome()
     {
         StatsBatch_t Batch;
@@ -139,7 +139,7 @@ namespace
         return HttpAnswer(HTTP_OK, "application/json", sNews);
     }
 
-    // Returns the answer to a request, or null while the request is incomplete.
+    // Returns the answer to a request, or null while the request is incomplete. Refuses a request that is too long.
     Follower_c::Answer_t Follower_c::Answer(std::string_view sRequest)
     {
         if (!HttpIsComplete(sRequest))
@@ -154,7 +154,7 @@ namespace
             iStatus == HTTP_OK ? AnswerTo(sTarget) : HttpAnswer(iStatus, "text/plain", "Refused.\n"));
     }
 
-    // Lets a page that is open read the last frames.
+    // Lets a page that is open read the last frames, for at most LAST_ANSWER_SECONDS.
     void Follower_c::ServeTheEnd()
     {
         m_bEnded = true;

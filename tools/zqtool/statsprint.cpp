@@ -9,6 +9,7 @@ namespace
 {
     constexpr double SECOND = 1000;   // milliseconds
 
+    // Returns how many ancestors each node has. A parent comes before its children.
     std::vector<std::size_t> Depths(std::vector<StatsNode_t> const & dNodes)
     {
         std::vector<std::size_t> dDepths;

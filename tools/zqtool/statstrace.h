@@ -14,7 +14,7 @@
 class StatsTrace_c
 {
 public:
-    /// Begins the trace. Requires that the stream outlives the object, and a rate above 0.
+    /// Begins the trace. Requires that the stream outlives the object, and that the rate is above 0.
     StatsTrace_c(std::ostream & Stream, double fTicksPerSecond);
 
     /// Appends the frames of a batch.

@@ -90,7 +90,7 @@ namespace
         std::printf("%s: %s in %s, %s, scanned in %.2f ms\n", Painted(sPaths, Colour_e::Title).c_str(),
             Counted(static_cast<std::uint64_t>(Scan.nFiles), "file").c_str(),
             Counted(static_cast<std::uint64_t>(Scan.nFolders), "folder").c_str(), Counted(Scan.nBytes, "byte").c_str(),
-            Scan.fMilliseconds);
+            Scan.tMilliseconds);
         auto const EndOf = [&](Findings_t::const_iterator itFirst)
         {
             return std::find_if(itFirst, Scan.dFindings.end(),
@@ -139,7 +139,7 @@ namespace
         }
         PrintJson({ { "paths", Scan.dPaths }, { "game", Options.Media.sGame }, { "config", Options.Media.sConfig },
             { "relative", Options.Media.bRelative }, { "files", Scan.nFiles }, { "folders", Scan.nFolders },
-            { "bytes", Scan.nBytes }, { "scan_ms", Scan.fMilliseconds }, { "whole", Scan.bWhole },
+            { "bytes", Scan.nBytes }, { "scan_ms", Scan.tMilliseconds }, { "whole", Scan.bWhole },
             { "duplicates", Scan.CountDuplicates() }, { "fits_bare_names", FitsBareNames(Scan) },
             { "found", std::move(Found) }, { "left_out", std::move(LeftOut) } });
     }
