@@ -32,7 +32,7 @@ protected:
         SetPQXCurrentConfig("");
     }
 
-    /// Writes files with their contents; a name that ends in `/` is a folder.
+    /// Writes files with their contents. A name that ends in `/` is a folder.
     void Make(std::initializer_list<std::pair<std::string, std::string>> dRows)
     {
         for (auto const & [sName, sContents] : dRows)
@@ -48,7 +48,7 @@ protected:
         }
     }
 
-    /// Writes and registers a file. Replaces one of that name, which must be closed.
+    /// Writes and registers a file. Replaces one of that name. Expects that it is closed.
     void Serve(std::string const & sName, std::string const & sText)
     {
         if (File_c * const pPrevious = FileStream(sName.c_str()))
@@ -60,7 +60,7 @@ protected:
         m_Log.Clear();
     }
 
-    /// Sets how many complaints the whole test makes; 0 without a call. Each is answered with Ignore, No or OK.
+    /// Sets how many complaints the whole test makes. Without a call it is 0. Each is answered with Ignore, No or OK.
     void ExpectComplaints(int nComplaints) { m_nComplaints = nComplaints; }
 
     bool Scan() { return FileAddSearchPath(m_Folder.GetPath().c_str(), true, false); }

@@ -1,7 +1,7 @@
 // crashreport.h: reads crash reports and the details beside them.
 //
 // The files come from outside. Whatever they hold, reading ends and returns what is readable. Texts are as in the file:
-// a caller that shows them must make them safe (text.h).
+// a caller that shows them makes them safe (text.h).
 #pragma once
 
 #include <cstdint>
