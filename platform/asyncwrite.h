@@ -26,8 +26,8 @@ namespace plat
         AsyncFile_c(AsyncFile_c const &) = delete;
         AsyncFile_c & operator=(AsyncFile_c const &) = delete;
 
-        /// Creates and opens a file as FileCreate does. Closes one that is open, without a report of a loss. Returns
-        /// false on failure.
+        /// Creates and opens a file as FileCreate does. First closes one that is open, and does not report its losses.
+        /// Returns false on failure.
         bool Create(char const * szPath);
 
         /// Returns the open file, or null. Requires that the caller does not use it while a write is under way.

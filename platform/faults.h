@@ -5,10 +5,10 @@
 // use neither the heap nor a lock.
 //
 // - One filter is set at a time. A caller that sets one keeps the previous one, and its filter calls that.
-// - A fault that the filter has not dealt with goes to the handler that was set before the library's, with the thread
+// - A fault that the filter has not handled goes to the handler that was set before the library's, with the thread
 //   as it was. Without such a handler the process terminates as if the fault were unhandled.
 // - One thread at a time runs the filter. Another one that faults meanwhile waits for it. After that it skips the
-//   filter, unless the filter has dealt with the first fault.
+//   filter, unless the filter has handled the first fault.
 // - A fault in a filter, outside a guarded call, skips the filter too.
 #pragma once
 
@@ -92,7 +92,7 @@ namespace plat
     };
 
     /// Function that handles a fault. Returns 0 to pass the fault on to the handler that was set before the library's.
-    /// Any other value means that the fault has been dealt with: the instruction runs again, or after a trap, such as a
+    /// Any other value means that the fault has been handled: the instruction runs again, or after a trap, such as a
     /// breakpoint or a step, the next one. An uncaught exception and abort() end the process whatever the value.
     using FaultFilter_t = long (*)(FaultPointers_t const * pFault);
 

@@ -13,7 +13,7 @@ namespace plat
     using RawFile_t = void *;
 
     /// Creates a file for writing that only its owner may read. Each write has reached the disk when it returns. Both
-    /// `\` and `/` separate in the path, and folders are found in upper or lower case. Returns null on failure.
+    /// `\` and `/` separate in the path, and folders are found without regard to case. Returns null on failure.
     /// - If a file that this user's processes created this way has the name, and none of them still writes it, appends
     ///   to that file.
     /// - If anything else has the name, or that file is still being written or can't be opened, fails and sets bTaken.

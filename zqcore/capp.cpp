@@ -63,9 +63,9 @@ void CounterSync_Default(FunctionCounters_e, char const *) {}
 
 void AppMiscStartup()
 {
-    bool const bThere = GoToFolderOfExecutable();
+    bool const bMoved = GoToFolderOfExecutable();
     LogInit();
-    Logc(!bThere, "Can't go to the folder of the executable, the current folder stays");
+    Logc(!bMoved, "Can't go to the folder of the executable, the current folder stays");
     ExceptionInit();
     plat::ProcessSetPureCallHandler(OnPureCall);
 }

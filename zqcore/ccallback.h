@@ -38,7 +38,7 @@ struct MessageData_s
     std::intptr_t iResult = 0;        // result of the message
 };
 
-/// Type of the functions of an event with the payload T, or void for none.
+/// Type of the functions of an event. T is the payload, or void for none.
 template <typename T>
 struct CallbackFunction_T
 {
@@ -131,7 +131,7 @@ private:
 
     Link_T<Entry_s> * pHead = nullptr;   // the entry added last
     bool m_bChanged = false;             // whether the list was changed since this firing began
-    bool m_bFiring = false;              // whether a firing runs; false after a forced one that ended in it
+    bool m_bFiring = false;              // whether a firing runs; false for its rest after a forced one inside it
 };
 
 /// An event.

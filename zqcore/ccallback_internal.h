@@ -26,7 +26,7 @@ private:
     bool const m_bGranted;
 };
 
-/// Fires an event with a text, unless the firing is not granted.
+/// Fires an event with a text if the firing is granted.
 inline void FireIfGranted(Callbacker_T<char const *> & Event, char const * szText)
 {
     Firing_c const Firing;
@@ -37,7 +37,8 @@ inline void FireIfGranted(Callbacker_T<char const *> & Event, char const * szTex
 }
 
 /// Scope in which the firings of the calling thread do not wait: a receiver of another thread may wait for this thread,
-/// for instance for the heap's lock. While another thread fires, an event is dropped. Its complaint is in the log.
+/// for instance for the heap's lock. While another thread fires, an event is dropped. If a complaint
+/// fires it, that is in the log.
 class FiringNoWait_c
 {
 public:

@@ -113,7 +113,7 @@ namespace
         return FinishTables(dwRegister, pData, nBytes);
     }
 
-    std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes);   // chooses the kernel, and runs it
+    std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes);   // replaces itself in g_fnKernel
 
     // The kernel for CRC32_KERNEL_MIN bytes and more. The first call chooses it. That call may come before any
     // constructor. Threads that choose at the same time store the same kernel.

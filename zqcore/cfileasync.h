@@ -1,4 +1,4 @@
-// cfileasync.h: when the contents of files are read, apart from a plain FileOpen: stayers, prefetch, asynchronous open.
+// cfileasync.h: ways to load files other than FileOpen: stayers, prefetch and asynchronous open.
 //
 // A stayer is a file that stays in memory after its last reader closes it. The game registers extensions. Each read of
 // a file with such an extension into its own block, a refresh too, adds a reference, which FileStayerResetAll releases.
@@ -44,8 +44,8 @@
 
 #include "zqcore/cfile.h"
 
-/// Number of registered extensions from which on FileStayerRegister asserts. The number of extensions that one call
-/// adds is not limited.
+/// Limit of registered extensions. If there are this many already, FileStayerRegister asserts. The number of extensions
+/// that one call adds is not limited.
 inline constexpr int g_iMaxStayerTypes = 32;
 
 /// Registers extensions. Their first 7 characters are compared exactly. A file that is in memory already becomes a
@@ -60,9 +60,9 @@ ZQ_API void FileStayerResetMask();
 /// registered.
 ZQ_API void FileStayerResetAll();
 
-/// Opens all files of an extension. Each that can be read has a reference more until FileUnfetch. Both numbers in the
-/// log line include those that can't be read. Requires that szExt is in lower case and begins with the dot. Asserts
-/// that it is not null.
+/// Opens all files of an extension. Each that can be read has one more reference until FileUnfetch. Logs their
+/// number and bytes, including those that can't be read. Requires that szExt is in lower case and begins with the dot.
+/// Asserts that it is not null.
 ZQ_API void FilePrefetch(char const * szExt);
 
 /// Closes all files of an extension once. If FilePrefetch has not read a file, this releases another caller's reference
@@ -74,6 +74,7 @@ ZQ_API void FileUnfetch(char const * szExt);
 class FilePrefetchScope_c
 {
 public:
+    /// Calls FilePrefetch.
     explicit FilePrefetchScope_c(char const * szExt)
         : m_szExt(szExt)
     {
@@ -87,8 +88,9 @@ private:
     char const * const m_szExt;
 };
 
-/// Queues a read of the file into its own block, or into a buffer, and returns a handle. A file that is larger when it
-/// is served is not read into a buffer. Requires that a buffer has room for the file's iLength bytes as of this call.
+/// Queues a read of the file into its own block, or into a buffer, and returns a handle. Requires that a buffer has
+/// room for the file's iLength bytes as of this call. If the file has grown when the request is served, it is not read
+/// into the buffer.
 /// - Requests are served in order, one at a time.
 /// - Requests from before the module is up wait for its start. Its Shutdown drops those that are left.
 /// - If the system has no thread for a worker, this call serves the request.

@@ -31,17 +31,17 @@ namespace
 
 FileReplacement_c::Reason_t LastErrorReason()
 {
-    char szError[128];
+    char szError[FileReplacement_c::Reason_t::Capacity()];
     plat::LastErrorText(szError, sizeof szError);
     FileReplacement_c::Reason_t sReason(szError);
     sReason.Chop(1);   // removes the line end
     return sReason;
 }
 
-String_T<272> NameBeside(String_T<256> const & sFile, char const * szPrefix)
+FileReplacement_c::Beside_t NameBeside(String_T<256> const & sFile, char const * szPrefix)
 {
     char const * const szBare = PathFileName(sFile);
-    String_T<272> sBeside(sFile);
+    FileReplacement_c::Beside_t sBeside(sFile);
     sBeside.GetBuffer()[szBare - static_cast<char const *>(sFile)] = '\0';
     sBeside += szPrefix;
     sBeside += String_T<BARE_ROOM + 1>(szBare);

@@ -35,6 +35,9 @@ public:
     /// Type of a reason's text.
     using Reason_t = String_T<128>;
 
+    /// Type of the path of a file beside: a path of at most 255 characters and a prefix.
+    using Beside_t = String_T<272>;
+
     /// Makes the missing folders of szFile and, with the rights eRights, an empty file beside it. szFile has at most
     /// 255 characters and need not exist. On failure all later calls fail for that reason.
     explicit FileReplacement_c(char const * szFile, plat::Rights_e eRights = plat::Rights_e::Shared)
@@ -109,7 +112,7 @@ protected:
 
 private:
     String_T<256> m_sFile;
-    String_T<272> m_sBeside;
+    Beside_t m_sBeside;
     Reason_t m_sWhyNot;
     plat::Rights_e m_eRights;
     plat::File_t m_hFile = nullptr;   // the file beside, open until it is renamed

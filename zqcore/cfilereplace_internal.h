@@ -14,4 +14,4 @@ FileReplacement_c::Reason_t LastErrorReason();
 
 /// Returns the path of a file in the folder of sFile: szPrefix and the bare name of sFile. The bare name is cut so
 /// that it has at most 255 bytes with a prefix as long as SECOND_NAME_PREFIX.
-String_T<272> NameBeside(String_T<256> const & sFile, char const * szPrefix);
+FileReplacement_c::Beside_t NameBeside(String_T<256> const & sFile, char const * szPrefix);

@@ -165,7 +165,7 @@ void FileSave_c::DeleteLeft()
     String_T<512> sFolder(m_sFile);
     sFolder.GetBuffer()[PathFileName(m_sFile) - m_sFile] = '\0';
     plat::FolderListing_c Listing;
-    String_T<272> const sCutFile = NameBeside(m_sFile, "");
+    FileReplacement_c::Beside_t const sCutFile = NameBeside(m_sFile, "");
     if (!Listing.Read(sFolder.IsEmpty() ? "." : static_cast<char const *>(sFolder)))
     {
         return;
@@ -318,7 +318,7 @@ bool FileSave_c::KeepPrevious(FileReplacement_c::Reason_t & sWhyNot)
     {
         return true;
     }
-    String_T<272> const sSecond = NameBeside(m_sFile, SECOND_NAME_PREFIX);
+    FileReplacement_c::Beside_t const sSecond = NameBeside(m_sFile, SECOND_NAME_PREFIX);
     plat::TreeDelete(sSecond);
     int iFree = 1;
     while (iFree < m_nPrevious && plat::PathIsTaken(GetPath(iFree)))

@@ -124,7 +124,7 @@ private:
     bool KeepPrevious(FileReplacement_c::Reason_t & sWhyNot);
 
     String_T<256> m_sFile;
-    String_T<272> m_sLock;
+    FileReplacement_c::Beside_t m_sLock;
     FileReplacement_c::Reason_t m_sWhyNot, m_sWhyNoLock;
     plat::NameLock_c m_Lock;
     Contents_c * m_pContents = nullptr;   // owned

@@ -27,7 +27,7 @@ struct Link_T
     Link_T * pNext = nullptr;   // null in the last node
     Link_T * pPrev = nullptr;   // null in the head
 
-    /// Makes a node of no list with a copy of Data.
+    /// Makes a node with a copy of Data. It is in no list.
     explicit Link_T(T const & Data)
         : tData(Data)
     {}
@@ -36,7 +36,8 @@ struct Link_T
     T & Get() { return tData; }
     T const & Get() const { return tData; }
 
-    /// Inserts this node before the head, which may be null. Returns the new head. Requires a node of no list.
+    /// Inserts this node before the head, which may be null. Returns the new head. Requires that
+    /// this node is in no list.
     Link_T * Link(Link_T * pHead)
     {
         if (pHead)

@@ -215,14 +215,14 @@ ZQ_COLD bool LogStream_c::EndTornLine(std::FILE * pStream)
 }
 
 // Returns whether Follow's last check was a second ago or more. If so, this time becomes that of the last check.
-bool LogStream_c::IsLookDue()
+bool LogStream_c::IsCheckDue()
 {
-    constexpr std::uint32_t LOOK_MILLISECONDS = 1000;
+    constexpr std::uint32_t CHECK_MILLISECONDS = 1000;
     std::uint32_t const tNow = plat::CoarseClockMilliseconds();
-    bool const bDue = tNow - m_tLooked.load(std::memory_order_relaxed) >= LOOK_MILLISECONDS;
+    bool const bDue = tNow - m_tChecked.load(std::memory_order_relaxed) >= CHECK_MILLISECONDS;
     if (bDue)
     {
-        m_tLooked.store(tNow, std::memory_order_relaxed);
+        m_tChecked.store(tNow, std::memory_order_relaxed);
     }
     return bDue;
 }

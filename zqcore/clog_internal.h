@@ -47,14 +47,14 @@ public:
     template <typename PATH>
     void Follow(std::FILE * pStream, PATH const & fnPath)
     {
-        if (s_nLimit.load(std::memory_order_relaxed) != 0 && pStream == m_pOwn && IsLookDue()) [[unlikely]]
+        if (s_nLimit.load(std::memory_order_relaxed) != 0 && pStream == m_pOwn && IsCheckDue()) [[unlikely]]
         {
             BeginAnewAt(pStream, fnPath);
         }
     }
 
-    /// Starts a new file if this one has outgrown the limit of LogSetLimit. Does nothing for streams other than the own
-    /// one, even for a stream that got the address of the own one after a host had closed that. The logs call it after
+    /// Starts a new file if this one has outgrown the limit of LogSetLimit. Does nothing for other streams,
+    /// including one that got the own one's address after a host closed that. The logs call it after
     /// each line of nLine bytes, but LogWriteBare does not. fnPath(szPath) writes the path that the own stream was
     /// opened with.
     template <typename PATH>
@@ -88,7 +88,7 @@ private:
 
     std::size_t WriteSome(std::FILE * pStream, char const * pText, std::size_t nText) const;
     bool EndTornLine(std::FILE * pStream);
-    bool IsLookDue();
+    bool IsCheckDue();
 
     template <typename PATH>
     ZQ_COLD void BeginAnewAt(std::FILE * pStream, PATH const & fnPath)
@@ -108,7 +108,7 @@ private:
     plat::FileIdentity_t m_OwnFile;                      // file of the own stream; BeginAnew changes it under a lock
     std::atomic<std::uint64_t> m_nSize = UNKNOWN_SIZE;   // of the file; counted while there is a limit
     std::atomic<std::uint32_t> m_nLost = 0;              // number of lost lines, and the flag TORN
-    std::atomic<std::uint32_t> m_tLooked = 0;            // of Follow's last check, by plat::CoarseClockMilliseconds
+    std::atomic<std::uint32_t> m_tChecked = 0;           // of Follow's last check, by plat::CoarseClockMilliseconds
 };
 
 /// Writes a line, which includes its line end, to the main log without time and frame. Does nothing while the log is

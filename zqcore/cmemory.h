@@ -21,8 +21,8 @@
 //
 // Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
-// Cost: one lock cycle and one consistency check for each allocation and each release. Each block takes 99 bytes
-// more, 75 with 32 bits. Selecting a category acquires no lock, except at a thread's first push.
+// Cost: one lock cycle and one consistency check for each allocation and each release. Each block costs 99 bytes,
+// or 75 with 32 bits. Selecting a category acquires no lock, except at a thread's first push.
 // Failure: an exhausted heap ends in Abort. Damaged and foreign blocks are reported (MemoryReportSet, cmemoryreport.h).
 //
 //     {
@@ -106,7 +106,7 @@ namespace mem
     /// Report of a user allocator: three words, whose meaning the allocator defines.
     struct UserAllocatorInfo_t
     {
-        std::uint32_t dwInfo0, dwInfo1, dwInfo2;   // the three words
+        std::uint32_t dwInfo0, dwInfo1, dwInfo2;
     };
 
     /// Interface of an allocator that does not use this heap and wants to appear in reports.
@@ -221,7 +221,7 @@ ZQ_API std::ptrdiff_t MemoryTotalAllocations();
 ZQ_API std::ptrdiff_t MemoryTotalBytesAllocated();
 ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();
 
-/// Start and end the tracking, as only the library's first global object does. MemoryInit asserts that it is off,
+/// Start and end the tracking. Only the library's first global object calls them. MemoryInit asserts that it is off,
 /// MemoryDone that it is on. MemoryInit counts the blocks that live already, but not as allocations of a frame. If
 /// other threads still run at the end of the process, the tracking continues.
 ZQ_API void MemoryInit();

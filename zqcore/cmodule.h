@@ -56,8 +56,8 @@ public:
     static void Register(Module_c * pModule);
 
     /// Initialises every registered module that is not yet initialised, prerequisites first. Then runs Initialize2 on
-    /// every registered module, in ascending GetInitOrder, also on those of an earlier call. A module that takes over
-    /// 0.1 s raises a Warning. Returns false in two cases, and then calls no Initialize2:
+    /// every registered module, in ascending GetInitOrder, also on those of an earlier call. A module whose
+    /// Initialize lasts longer than 0.1 s raises a Warning. Returns false in two cases, and then calls no Initialize2:
     /// - a module fails. The call raises a Warning and ends at once.
     /// - a module's prerequisites can't be initialised. The call raises an Achtung for each such module.
     static bool InitializeAllModules();

@@ -1,7 +1,7 @@
 // cpoolallocator.h: pools as allocators of standard containers.
 //
-// A container that allocates node by node, such as std::list or std::map, runs fastest on a pool. Two classes pass a
-// pool on:
+// A container that allocates node by node, such as std::list or std::map, runs fastest on a pool. Two kinds of
+// pools serve containers:
 // - PoolBlocks_c has blocks of all sizes and grows. Blocks of more than 1024 bytes, or with an alignment above 16, come
 //   from the heap.
 // - PoolElements_c has the elements of a GigaPoolStatic_c, which may lie in storage of the caller. It needs no heap.
@@ -10,8 +10,8 @@
 //
 // Ownership: the caller owns the pool. A container requires that its pool outlives it.
 // Threads: no lock: all containers of a pool belong to one thread at a time.
-// Cost: a node costs a few nanoseconds. A size that is used for the first time allocates a chunk of at least 256 KiB,
-// which is counted but not touched.
+// Cost: a node costs a few nanoseconds. The first block of a size class allocates a chunk of at least 256 KiB, which is
+// counted but not touched.
 // Failure: a PoolElements_c without an element that suits a node ends in Abort. So does an exhausted heap.
 //
 //     PoolBlocks_c Blocks("healths");
@@ -50,7 +50,7 @@ public:
         return bPooled ? m_Pool.Alloc(static_cast<unsigned>(nBytes), false) : AllocateLarge(nBytes, nAlignment);
     }
 
-    /// Frees a block that was allocated with the same numbers.
+    /// Frees a block. Requires the numbers of its allocation.
     void Free(void * pBlock, std::size_t nBytes, std::size_t nAlignment)
     {
         if (nBytes <= LARGEST && nAlignment <= ALIGNMENT)

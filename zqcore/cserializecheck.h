@@ -70,7 +70,7 @@ ZQ_API ArchiveResult_t ArchiveCheck(
 
 /// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c if the version is known, and returns the result.
 /// fnLoad may make some calls of a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that
-/// are not used. The contents of static objects (cserializer.h) are loaded into these objects.
+/// are not used. Static objects (cserializer.h) have no copies: their contents are loaded into the registered ones.
 template <typename LOAD>
 requires std::invocable<LOAD &, ArchiveCheck_c &> ArchiveResult_t ArchiveCheck(
     std::span<std::byte const> Bytes, std::uint32_t dwVersion, LOAD fnLoad)

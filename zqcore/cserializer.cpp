@@ -426,7 +426,8 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Expecte
     return bLoaded ? iPointer : -1;
 }
 
-// Loads a first reference after its identifier. Returns false, with the archive failed, if its body can't run.
+// Loads a first reference after its identifier. Returns false, with the archive failed,
+// if ReadClass finds no class or there is no stack for the body.
 bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Expected_s const & Expected)
 {
     Put(archive, SERIALIZER_BEGIN);

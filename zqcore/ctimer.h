@@ -30,7 +30,7 @@ ZQ_API double longTimeWait(double tSeconds);
 /// Returns the cycle counter: rdtsc on x86, the ticks of the good clock on other processors.
 ZQ_API std::int64_t shortTimeGet();
 
-/// Returns the cycles in a second. The first call measures them and takes a second.
+/// Returns the cycles in a second. The first call measures them for one second.
 ZQ_API std::int64_t shortTimeGetSec();
 
 /// Spins for nCycles of the cycle counter and returns nCycles.

@@ -29,7 +29,7 @@ namespace
         return sColumn ? sColumn : "nullptr";
     }
 
-    // Returns whether a number in range filled the whole text. An empty text counts as 0.
+    // Returns whether a number in range filled the whole text. Returns true for an empty text.
     bool IsWhole(NumberEnd_t const & End)
     {
         return End.bInRange && *End.pEnd == '\0';

@@ -7,7 +7,7 @@ class File_c;
 
 using Text_t = String_T<256>;   // of the program's output, cut at 255 characters
 
-/// Returns the text in the form that printf needs, valid as long as sText.
+/// Returns the text in the form that printf needs, valid until sText changes or ends.
 inline char const * Sz(Text_t const & sText)
 {
     return sText;
@@ -26,6 +26,6 @@ Text_t Size(double fBytes);
 Text_t Duration(double tSeconds);
 
 /// Return a location, or that of a file, as a path below the media root, with `/` and safe for a terminal.
-/// A location that is at most as long as the root stays whole.
+/// Requires that a location that is longer than the root lies below it. A shorter one is not cut.
 Text_t BelowRoot(char const * szLocation);
 Text_t BelowRoot(File_c const & File);

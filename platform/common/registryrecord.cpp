@@ -85,7 +85,7 @@ namespace plat
 
         // Makes the name on disk after a mark: folded, with %XX for a leading dot and for bytes that are not plain. A
         // name that gets too long for a file ends in the hash of all that follows the mark. Returns false if sName is
-        // too long. Always sets errno to ENAMETOOLONG.
+        // too long. Sets errno to ENAMETOOLONG, on success too.
         bool NameToDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";

@@ -40,7 +40,8 @@ namespace plat
 
     /// Make the name of a key's folder, or of a value's file, which begins with VALUE_MARK, and return true. The name
     /// is folded and escaped, and shortened if it gets longer than FILE_NAME_LIMIT. Return false if sName is longer
-    /// than NAME_LIMIT. Both always set errno to ENAMETOOLONG.
+    /// than NAME_LIMIT. Both set errno to ENAMETOOLONG, on success
+    /// too.
     bool KeyNameToDisk(std::string_view sName, std::string & sFile);
     bool ValueNameToDisk(std::string_view sName, std::string & sFile);
 

@@ -137,7 +137,7 @@ namespace plat
             return true;
         }
 
-        // Calls the filter. Returns whether it has dealt with the fault. Fills the reserve again if it has.
+        // Calls the filter. Returns whether it has handled the fault. Fills the reserve again if it has.
         bool CallFilter(FaultRecord_t const & Record, FaultContext_t const & Context)
         {
             FaultPointers_t const Fault = { &Record, &Context };

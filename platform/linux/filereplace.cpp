@@ -239,7 +239,7 @@ namespace plat
             unlinkat(AT_FDCWD, Path.Get(), 0);
         }
         ForkDropRemove(DropIn(m_dDrop));
-        flock(iFile, LOCK_UN);   // a process that was started without the calls of a fork may have the file open
+        flock(iFile, LOCK_UN);   // a process that was started without fork handlers may have the file open
         close(iFile);
         m_hFile = nullptr;
     }

@@ -13,12 +13,12 @@ namespace plat
     /// Closes the reserve.
     void ReserveDrop();
 
-    /// Sets whether OpenWithReserve may use the reserve. It may while a filter runs, and after one that did not deal
-    /// with its fault.
+    /// Sets whether OpenWithReserve may use the reserve. Callers allow it while a filter runs, and after one that did
+    /// not handle its fault.
     void ReserveAllow(bool bAllowed);
 
     /// Closes one descriptor of the reserve, which makes its number free. Returns false if none is left or the use is
-    /// not allowed. Leaves alone a number that a host has closed.
+    /// not allowed. Skips a number that the host has closed.
     bool ReserveFree();
 
     /// Calls fnOpen, which on failure returns less than 0 and sets errno. As long as the process has no descriptor left

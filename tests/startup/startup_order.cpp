@@ -63,7 +63,7 @@ namespace
     {
         mem::CategoryInfo const Before = InfoOf(mem::UNDEFINED);
         Check(Before.iBytes >= 100000, "a block before the tracking counts");
-        Check(Before.iMaxBytes >= Before.iBytes, "the most is not less than what is there");
+        Check(Before.iMaxBytes >= Before.iBytes, "the peak is not below the bytes alive");
         delete[] EarlyBlock();
         mem::CategoryInfo const After = InfoOf(mem::UNDEFINED);
         Check(After.iCount == Before.iCount - 1, "it is gone");
@@ -158,12 +158,12 @@ namespace
         s_Started.arrive_and_wait();
     }
 
-    struct Wish_s
+    struct Mode_s
     {
         char const * szName;
         void (*fnRun)(char const * szPlugin);
     };
-    constexpr Wish_s WISHES[] = { { "leak", Leak }, { "unload", LoseFromPlugin }, { "streams", KeepInRuntime },
+    constexpr Mode_s MODES[] = { { "leak", Leak }, { "unload", LoseFromPlugin }, { "streams", KeepInRuntime },
         { "threads", StartThread } };
 }
 
@@ -175,11 +175,11 @@ int main(int nArguments, char ** dArguments)
     g_CommandCallbacker.Fire(1, false);
     Check(g_nLines == 1, "the listener was called");
     Check(g_nCommands == 1, "the callback was called");
-    for (Wish_s const & Wish : WISHES)
+    for (Mode_s const & Mode : MODES)
     {
-        if (nArguments > 1 && std::strcmp(Wish.szName, dArguments[1]) == 0)
+        if (nArguments > 1 && std::strcmp(Mode.szName, dArguments[1]) == 0)
         {
-            Wish.fnRun(dArguments[2]);
+            Mode.fnRun(dArguments[2]);
         }
     }
     Module_c::ShutdownAllModules();

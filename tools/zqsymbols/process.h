@@ -14,7 +14,7 @@
 
 namespace zqsymbols
 {
-    inline constexpr unsigned REGISTERS = 33;   // one more than the highest number
+    inline constexpr unsigned REGISTERS = 33;   // one more than the highest number of DWARF that is kept: XMM15, 32
 
     /// A thread's registers by DWARF's numbers. The one after the last general register is the instruction's address. A
     /// vector register has only its low half.

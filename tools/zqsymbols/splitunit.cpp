@@ -105,7 +105,7 @@ namespace zqsymbols
             return sPath.substr(0, sPath.rfind('/') + 1);
         }
 
-        // Bytes before the entries of a table of addresses or of offsets of strings, in version 5 (DWARF 5, sections
+        // Bytes before the entries of a table of offsets of strings or of addresses, in version 5 (DWARF 5, sections
         // 7.26 and 7.27).
         constexpr std::uint64_t HEAD_5 = 8;
 
@@ -324,6 +324,7 @@ namespace zqsymbols
             std::string const sAbbreviations = AbbreviationsOf(bVersion5);
             std::string_view const sAddresses = SectionOf(pElf, ADDRESSES);
             std::uint64_t const nAddresses = Offset(pUnit, bVersion5 ? DW_AT_addr_base : DW_AT_GNU_addr_base);
+            // The length of a table counts the 4 bytes of its version and its two sizes too.
             std::uint64_t const nBytes = bVersion5 && nAddresses >= HEAD_5
                                              ? Take<std::uint32_t>(sAddresses, nAddresses - HEAD_5) - 4
                                              : MAX_TABLE;

@@ -17,6 +17,8 @@
 //
 // K is the number of kinds (KINDS). Without the variable, or if the file can't be opened, all calls go through. If the
 // file can't be mapped, the process aborts.
+#include "platform/compiler.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -114,14 +116,14 @@ namespace
 
     std::atomic<bool> g_bEnded{ false };
 
-    // Lets all calls through after the library's last destructor. What follows is not the library's, such as the
-    // writing of code coverage, which has priority 100.
-    __attribute__((destructor(101))) void EndFailures()
+    // Lets all calls through from one of the library's last destructors on. What follows is not the library's, such as
+    // the writing of code coverage, which has a priority below.
+    __attribute__((destructor(ZQ_FIRST_PRIORITY))) void EndFailures()
     {
         g_bEnded = true;
     }
 
-    // Returns the table. Requires that the loader's thread makes the first call.
+    // Returns the table. Requires that the first call comes while only the loader's thread runs.
     Table_s & Table()
     {
         static constinit Table_s * s_pTable = nullptr;

@@ -68,9 +68,9 @@ inline constexpr int ZIP_MAX_ENTRIES = 32768;
 /// Maximum ratio of size to compressed size of a file of more than 1 MiB.
 inline constexpr int ZIP_MAX_EXPANSION = 250;
 
-/// Mounts an archive and returns true. sArchive is a path on the disk with at most 255 characters, 127 of them in its
-/// last part. The keys are bare names in lower case, or with bRelativeNames whole names with `\`. Asserts that sArchive
-/// is not null. Returns false, with the reason, in these cases:
+/// Mounts an archive and returns true. sArchive is a path on the disk with at most 255 characters, and at most 127 in
+/// its last part. The keys are bare names in lower case, or with bRelativeNames whole names with `\`. Asserts that
+/// sArchive is not null. Returns false, with the reason, in these cases:
 /// - sArchive is null, or a longer path.
 /// - the archive is mounted already.
 /// - it can't be opened, or has 2 GiB or more.
