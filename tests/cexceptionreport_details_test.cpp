@@ -190,7 +190,7 @@ TEST_F(CrashDetailsByHelper, NameTheArgumentsOfADeepRecursionInTime)
 TEST_F(CrashDetailsByHelper, SayWhatIsLeftOut)
 {
     std::string const sFrames = Section(RunAlone("many", ZQSYMBOLS_PATH).sDetails, "Frames");
-    EXPECT_THAT(sFrames, ContainsRegex("\n        \\.m_nG3: int = 0\n        \\.\\.\\. 6 members left out \\.\\.\\.\n  "
+    EXPECT_THAT(sFrames, ContainsRegex("\n        \\.nG3: int = 0\n        \\.\\.\\. 6 members left out \\.\\.\\.\n  "
                                        "  local Long: std::pair<std::pair<[^\n]+\\.\\.\\.\n"));
     EXPECT_THAT(sFrames,
         ContainsRegex("\n    local nM5: int volatile = [^\n]+\n    \\.\\.\\. 4 variables left out \\.\\.\\.\n#1 "));

@@ -147,6 +147,10 @@ TEST_F(FileTest, SaysThatReadingIsNotPermitted)
 {
     Make({ { "closed.bin", "x" } });
     ASSERT_TRUE(Scan());
+    fs::remove(m_Folder.Join("closed.bin"));
+    EXPECT_EQ(FileOpen("closed.bin"), nullptr);
+    EXPECT_EQ(FileGetWhyNot("closed.bin"), "No such file or directory");
+    m_Folder.Write("closed.bin", "x");
     fs::permissions(m_Folder.Join("closed.bin"), fs::perms::none);
     fs::permissions(m_Folder.GetPath(), fs::perms::all);
     auto const OpenClosed = []

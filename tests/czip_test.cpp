@@ -27,6 +27,7 @@ protected:
         std::uint32_t nValue = 0;
         std::uint32_t nLess = 0;
     };
+    // Offsets in an entry's directory record (APPNOTE.TXT 4.3.12). 4.4 explains the fields and their values.
     static constexpr std::size_t MADE_BY = 4, FLAGS = 8, METHOD = 10, CRC = 16, STORED = 20, SIZE = 24, ATTRIBUTES = 38,
                                  HEADER = 42, NAME = 46;
     using Entries_t = std::vector<std::pair<std::string, std::string>>;
@@ -359,7 +360,7 @@ TEST_F(FileZipTest, ThreadsAndAChildReadOneArchiveAtOnce)
         File_c * const pFile = FileStream(szName);
         for (int i = 0; i < 20; ++i)
         {
-            EXPECT_EACH(FileOpen(pFile), Contents(pFile) == sBig) << szName << ' ' << i;   // a trace locks, see below
+            EXPECT_EACH(FileOpen(pFile), Contents(pFile) == sBig) << szName << ' ' << i;   // no SCOPED_TRACE: it locks
             FileClose(pFile);
             std::string sRead(70000, '?');
             std::uint32_t nLength = 70000;

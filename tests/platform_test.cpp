@@ -214,4 +214,11 @@ TEST(PlatformModules, ANoteThatExceedsItsSegmentEndsTheSearchForABuildId)
         ASSERT_EQ(plat::ModuleBuildId(Module, dId, sizeof dId), nExpected) << nOwner << ' ' << nContents;
         EXPECT_EQ(std::memcmp(dId, &Image.BuildId.nContents, nExpected), 0);
     }
+
+    // As lld leaves a build-id of an odd length: the segment ends before its padding.
+    Image.Other.Head = { 4, 4, 1 };
+    Image.BuildId.Head.n_descsz = 3;
+    --Image.Segment.p_filesz;
+    std::uint8_t dId[8] = {};
+    EXPECT_EQ(plat::ModuleBuildId({ "", reinterpret_cast<std::uintptr_t>(&Image), sizeof Image }, dId, sizeof dId), 3u);
 }

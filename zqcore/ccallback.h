@@ -42,13 +42,13 @@ struct MessageData_s
 template <typename T>
 struct CallbackFunction_T
 {
-    using Type = void (*)(T);   // pointer to such a function; its result is void
+    using Function_t = void (*)(T);   // pointer to such a function; its result is void
 };
 
 template <>
 struct CallbackFunction_T<void>
 {
-    using Type = void (*)();
+    using Function_t = void (*)();
 };
 
 /// The list of an event's functions.
@@ -56,7 +56,7 @@ template <typename T>
 class CallbackerBase_T
 {
 public:
-    using Function_t = typename CallbackFunction_T<T>::Type;   // pointer to a receiver
+    using Function_t = typename CallbackFunction_T<T>::Function_t;   // pointer to a receiver
 
     constexpr CallbackerBase_T() = default;
     virtual ~CallbackerBase_T() { Reset(); }

@@ -19,8 +19,9 @@ namespace
     constexpr std::size_t PROBE_BYTES = 24;
     constexpr std::size_t LARGE_PROBE_BYTES = 1024 * 1024;
 
-    void * g_pProbe = nullptr;   // block with which a variant of delete is tried
+    void * g_pProbe = nullptr;   // block with which a delete is tried
     bool g_bReached = false;     // whether a call has reached the library's new, or its delete with the probe
+    bool g_bPassesOn = false;    // value of g_bForeignPassesOn after the trials
 
     // The library's operators while others are tried. The delete leaves the probe as it is.
     template <typename... ALIGNMENT>
@@ -109,8 +110,8 @@ namespace
     // runtime without the `delete`, or the reverse, or one variant of them. Tries each function with a block, because
     // its address does not show whose it is: it may be in the program and lead to the library.
     // - A `new` that returns another address than the library's is foreign.
-    // - A pair whose `new` takes blocks of the library's heap past the library's operator is not foreign: its `delete`
-    //   releases them in the same way.
+    // - A pair whose `new` allocates from the library's heap without the library's operator is not foreign: its
+    //   `delete` releases the blocks in the same way.
     // - Variants beside a foreign part are not tried: they may be those of a third module.
     // Requires that the library's operators are those above.
     template <typename... ALIGNMENT>
@@ -155,7 +156,7 @@ namespace
         if (!bOwn)
         {
             Foreign = Pair;
-            g_bForeignPassesOn |= PassesOn(Pair, nAlignment...);
+            g_bPassesOn |= PassesOn(Pair, nAlignment...);
         }
         return !bOwn;
     }
@@ -221,10 +222,11 @@ void MemoryBindOperators()
         Found = { Next.Plain, Next.Plain, Next.Aligned, Next.Aligned };
     }
     SetForeign(Found);
+    g_bForeignPassesOn = g_bPassesOn;
     if (bForeign)
     {
         plat::HeapReport("zqcore: this process binds operator delete outside the library, so blocks of new are not "
-                         "tracked. To track them, link the executable itself with zqcore, ahead of the C++ runtime; "
+                         "tracked. To track them, link the executable itself with zqcore, before the C++ runtime; "
                          "under a checker, with the library's objects.\n");
     }
 }

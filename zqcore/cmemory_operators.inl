@@ -10,11 +10,10 @@
 
 namespace
 {
-    /// Whether the calling thread is in a foreign `new` that passes blocks on. The library's `new`, which the foreign
-    /// one calls, then allocates from the heap.
+    /// Whether the calling thread is in a foreign operator that passes blocks on. The library's operators, which it
+    /// calls, then reach the heap.
     ZQ_THREAD_LOCAL constinit bool t_bInForeign = false;
 
-    /// Scope of a call to a foreign `new`.
     class ForeignScope_c
     {
     public:
@@ -67,25 +66,28 @@ namespace
                              : HeapNew(nBytes, nHeapAlignment, iBlockType, szFile, iLine);
     }
 
-    /// Releases a block by the process's own operator, or by the heap if the operator has passed the block on. Only the
-    /// block shows which: the operator may have moved the block's start, and the host may call the operator first.
-    template <typename... ALIGNMENT>
+    /// Releases a block by the process's own operator, or one that this passes on by the heap. LANGUAGE is whether the
+    /// language's `delete` releases it. The process's own one may come first and pass on a block, which it may have
+    /// moved, so the block decides: one of the heap was passed on. That is wrong only for a block of the process's own
+    /// heap that begins where one of this heap does, if the library itself deletes it.
+    template <bool LANGUAGE, typename... ALIGNMENT>
     ZQ_COLD void DeleteForeign(plat::OperatorPair_T<ALIGNMENT...> const & Pair, void * pBlock, ALIGNMENT... nAlignment)
     {
-        if (g_bForeignPassesOn && MemoryIsOwnBlock(pBlock))
+        if (t_bInForeign || (LANGUAGE && g_bForeignPassesOn && MemoryIsOwnBlock(pBlock)))
         {
             HeapDelete(pBlock);
             return;
         }
+        ForeignScope_c const Scope;
         Pair.fnDelete(pBlock, nAlignment...);
     }
 
-    template <typename... ALIGNMENT>
+    template <bool LANGUAGE, typename... ALIGNMENT>
     ZQ_INLINE void Delete(plat::OperatorPair_T<ALIGNMENT...> const & Foreign, void * pBlock, ALIGNMENT... nAlignment)
     {
         if (Foreign.fnNew)
         {
-            DeleteForeign(Foreign, pBlock, nAlignment...);
+            DeleteForeign<LANGUAGE>(Foreign, pBlock, nAlignment...);
         }
         else
         {
@@ -93,7 +95,6 @@ namespace
         }
     }
 
-    /// Returns the block. Throws std::bad_alloc if it is null.
     void * Require(void * pBlock)
     {
         if (!pBlock)
@@ -118,12 +119,12 @@ namespace CoreMemory
 
     void operator_delete(void * p)
     {
-        Delete(g_ForeignOperators.Plain, p);
+        Delete<false>(g_ForeignOperators.Plain, p);
     }
 
     void operator_delete_array(void * p)
     {
-        Delete(g_ForeignOperators.Array, p);
+        Delete<false>(g_ForeignOperators.Array, p);
     }
 
     void * operator_new_aligned(
@@ -140,12 +141,12 @@ namespace CoreMemory
 
     void operator_delete_aligned(void * p, std::size_t nAlignment)
     {
-        Delete(g_ForeignOperators.Aligned, p, std::align_val_t{ nAlignment });
+        Delete<false>(g_ForeignOperators.Aligned, p, std::align_val_t{ nAlignment });
     }
 
     void operator_delete_array_aligned(void * p, std::size_t nAlignment)
     {
-        Delete(g_ForeignOperators.AlignedArray, p, std::align_val_t{ nAlignment });
+        Delete<false>(g_ForeignOperators.AlignedArray, p, std::align_val_t{ nAlignment });
     }
 }
 
@@ -166,24 +167,24 @@ ZQ_API void * operator new(std::size_t nBytes, std::align_val_t nAlignment, std:
 ZQ_API void * operator new[](std::size_t nBytes, std::align_val_t nAlignment, std::nothrow_t const &) noexcept
 { return New(g_ForeignOperators.AlignedArray, nBytes, nAlignment); }
 
-ZQ_API void operator delete(void * pBlock) noexcept { Delete(g_ForeignOperators.Plain, pBlock); }
-ZQ_API void operator delete[](void * pBlock) noexcept { Delete(g_ForeignOperators.Array, pBlock); }
+ZQ_API void operator delete(void * pBlock) noexcept { Delete<true>(g_ForeignOperators.Plain, pBlock); }
+ZQ_API void operator delete[](void * pBlock) noexcept { Delete<true>(g_ForeignOperators.Array, pBlock); }
 ZQ_API void operator delete(void * pBlock, std::nothrow_t const &) noexcept
-{ Delete(g_ForeignOperators.Plain, pBlock); }
+{ Delete<true>(g_ForeignOperators.Plain, pBlock); }
 ZQ_API void operator delete[](void * pBlock, std::nothrow_t const &) noexcept
-{ Delete(g_ForeignOperators.Array, pBlock); }
-ZQ_API void operator delete(void * pBlock, std::size_t) noexcept { Delete(g_ForeignOperators.Plain, pBlock); }
-ZQ_API void operator delete[](void * pBlock, std::size_t) noexcept { Delete(g_ForeignOperators.Array, pBlock); }
+{ Delete<true>(g_ForeignOperators.Array, pBlock); }
+ZQ_API void operator delete(void * pBlock, std::size_t) noexcept { Delete<true>(g_ForeignOperators.Plain, pBlock); }
+ZQ_API void operator delete[](void * pBlock, std::size_t) noexcept { Delete<true>(g_ForeignOperators.Array, pBlock); }
 ZQ_API void operator delete(void * pBlock, std::align_val_t nAlignment) noexcept
-{ Delete(g_ForeignOperators.Aligned, pBlock, nAlignment); }
+{ Delete<true>(g_ForeignOperators.Aligned, pBlock, nAlignment); }
 ZQ_API void operator delete[](void * pBlock, std::align_val_t nAlignment) noexcept
-{ Delete(g_ForeignOperators.AlignedArray, pBlock, nAlignment); }
+{ Delete<true>(g_ForeignOperators.AlignedArray, pBlock, nAlignment); }
 ZQ_API void operator delete(void * pBlock, std::align_val_t nAlignment, std::nothrow_t const &) noexcept
-{ Delete(g_ForeignOperators.Aligned, pBlock, nAlignment); }
+{ Delete<true>(g_ForeignOperators.Aligned, pBlock, nAlignment); }
 ZQ_API void operator delete[](void * pBlock, std::align_val_t nAlignment, std::nothrow_t const &) noexcept
-{ Delete(g_ForeignOperators.AlignedArray, pBlock, nAlignment); }
+{ Delete<true>(g_ForeignOperators.AlignedArray, pBlock, nAlignment); }
 ZQ_API void operator delete(void * pBlock, std::size_t, std::align_val_t nAlignment) noexcept
-{ Delete(g_ForeignOperators.Aligned, pBlock, nAlignment); }
+{ Delete<true>(g_ForeignOperators.Aligned, pBlock, nAlignment); }
 ZQ_API void operator delete[](void * pBlock, std::size_t, std::align_val_t nAlignment) noexcept
-{ Delete(g_ForeignOperators.AlignedArray, pBlock, nAlignment); }
+{ Delete<true>(g_ForeignOperators.AlignedArray, pBlock, nAlignment); }
 // clang-format on

@@ -12,8 +12,6 @@
 
 namespace
 {
-    constexpr char const * DECIMAL_DIGITS = "0123456789";
-
     // Sets bNegative to whether a number's sign is a minus. Returns its text after leading blanks and the sign.
     char const * SkipSign(char const * szText, bool & bNegative)
     {
@@ -41,14 +39,14 @@ namespace
             return pEnd;
         }
         char const * const pExponent = pEnd + 1 + (pEnd[1] == '-' || pEnd[1] == '+');
-        return plat::IsDigit(*pExponent) ? pExponent + std::strspn(pExponent, DECIMAL_DIGITS) : pEnd;
+        return plat::IsDigit(*pExponent) ? pExponent + std::strspn(pExponent, plat::DECIMAL_DIGITS) : pEnd;
     }
 
     // Returns whether a number outside the range of a double is too large, not too small. The place of its first
     // nonzero digit and its exponent decide.
     bool IsTooLarge(char const * pNumber, char const * pEnd, bool bHex)
     {
-        char const * const szDigits = bHex ? plat::ALL_HEX_DIGITS : DECIMAL_DIGITS;
+        char const * const szDigits = bHex ? plat::ALL_HEX_DIGITS : plat::DECIMAL_DIGITS;
         char const * const pFirst = pNumber + std::strspn(pNumber, "0");
         auto nPlaces = static_cast<std::ptrdiff_t>(std::strspn(pFirst, szDigits));
         if (nPlaces == 0)

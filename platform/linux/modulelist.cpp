@@ -40,8 +40,7 @@ namespace plat
             while (Address < End && MemoryReadObject(Address, Note))
             {
                 std::uint64_t const nBefore = sizeof Note.Head + Padded(Note.Head.n_namesz);
-                std::uint64_t const nNote = nBefore + Padded(Note.Head.n_descsz);
-                if (nNote > End - Address)
+                if (nBefore + Note.Head.n_descsz > End - Address)   // the last note may lack its padding
                 {
                     return 0;
                 }
@@ -52,7 +51,8 @@ namespace plat
                     auto const Contents = static_cast<std::uintptr_t>(Address + nBefore);
                     return MemoryRead(Contents, pId, std::min<std::size_t>(Note.Head.n_descsz, nSize));
                 }
-                Address = static_cast<std::uintptr_t>(Address + nNote);
+                std::uint64_t const nNote = nBefore + Padded(Note.Head.n_descsz);
+                Address = nNote < End - Address ? static_cast<std::uintptr_t>(Address + nNote) : End;
             }
             return 0;
         }

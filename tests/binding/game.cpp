@@ -31,6 +31,7 @@ void UseByAddress()
     void * (*volatile fnNew)(std::size_t) = &::operator new;
     void (*volatile fnDelete)(void *) = &::operator delete;
     fnDelete(fnNew(16));
+    fnDelete(nullptr);
 }
 
 int main([[maybe_unused]] int nArguments, [[maybe_unused]] char ** dArguments)

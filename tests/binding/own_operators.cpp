@@ -89,7 +89,7 @@ namespace
         }
         void Delete(void * pBlock)
         {
-            if (pBlock && (pBlock < dRoom || pBlock >= dRoom + sizeof dRoom))
+            if (pBlock < dRoom || pBlock >= dRoom + sizeof dRoom)   // also null
             {
                 DeleteOfNext(pBlock);
             }

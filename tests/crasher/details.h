@@ -82,12 +82,12 @@ inline void FaultAmongMany()
 {
     struct
     {
-        int TEN(m_nA), TEN(m_nB), TEN(m_nC), TEN(m_nD), TEN(m_nE), TEN(m_nF), TEN(m_nG);
+        int TEN(nA), TEN(nB), TEN(nC), TEN(nD), TEN(nE), TEN(nF), TEN(nG);
     } Large = {};
     [[maybe_unused]] auto const Long = Doubled<9>(0);
     [[maybe_unused]] int volatile TEN(nA), TEN(nB), TEN(nC), TEN(nD), TEN(nE), TEN(nF), TEN(nG), TEN(nH), TEN(nI),
         TEN(nJ), TEN(nK), TEN(nL), TEN(nM);
-    nM9 = Large.m_nA0 + *static_cast<int volatile *>(g_pNowhere);
+    nM9 = Large.nA0 + *static_cast<int volatile *>(g_pNowhere);
 }
 
 constinit plat::Lock_c g_HostLock;

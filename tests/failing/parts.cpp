@@ -7,6 +7,7 @@
 // Status 0 on success, 1 with a line that says what is wrong, or 2 if the arguments are wrong.
 #include "platform/asyncwrite.h"
 #include "platform/clipboard.h"
+#include "platform/text.h"
 #include "zqcore/capp.h"
 #include "zqcore/cclipboard.h"
 #include "zqcore/cdebug.h"
@@ -160,7 +161,7 @@ namespace
                 {
                     continue;
                 }
-                if (sLine.find_first_not_of("0123456789", nAt + 4) != std::string::npos)
+                if (sLine.find_first_not_of(plat::DECIMAL_DIGITS, nAt + 4) != std::string::npos)
                 {
                     return "damaged: " + sLine;
                 }

@@ -177,7 +177,7 @@ namespace
 
         unsigned char Number(std::string const & sText, int nBase) const
         {
-            char const * const szDigits = nBase == 16 ? plat::HEX_DIGITS : "0123456789";
+            char const * const szDigits = nBase == 16 ? plat::HEX_DIGITS : plat::DECIMAL_DIGITS;
             if (sText.empty() || sText.size() > 2 || sText.find_first_not_of(szDigits) != std::string::npos)
             {
                 Fail("no number: '" + sText + "'");

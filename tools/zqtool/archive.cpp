@@ -71,7 +71,7 @@ namespace
     // - a save that was put aside (".sav.old", ".sav.old1").
     bool HasSaveName(std::string_view sFile)
     {
-        std::size_t const nEnd = sFile.find_last_not_of(DECIMAL_DIGITS) + 1;
+        std::size_t const nEnd = sFile.find_last_not_of(plat::DECIMAL_DIGITS) + 1;
         bool const bNumber = nEnd < sFile.size();
         sFile = sFile.substr(0, nEnd);
         return sFile.ends_with(".sav.old") || sFile.ends_with(bNumber ? ".sav." : ".sav");

@@ -1,5 +1,6 @@
 #include "tools/zqtool/checkschema.h"
 
+#include "platform/text.h"
 #include "tools/zqtool/parse.h"
 #include "tools/zqtool/text.h"
 #include "tools/zqtool/textfile.h"
@@ -165,8 +166,8 @@ namespace
             return LastReason(Table);
         }
         std::size_t const nMinus = sCell.find('-');
-        if (nMinus == 0 || sCell.find_first_not_of(DECIMAL_DIGITS, nMinus + 1) != std::string::npos
-            || sCell.find_first_not_of(DECIMAL_DIGITS) != nMinus)
+        if (nMinus == 0 || sCell.find_first_not_of(plat::DECIMAL_DIGITS, nMinus + 1) != std::string::npos
+            || sCell.find_first_not_of(plat::DECIMAL_DIGITS) != nMinus)
         {
             return Quoted(sCell) + " is read as " + std::to_string(iFirst) + " and " + std::to_string(iSecond)
                    + InColumn(Column);

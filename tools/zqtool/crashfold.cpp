@@ -1,5 +1,6 @@
 #include "tools/zqtool/crashfold.h"
 
+#include "platform/text.h"
 #include "tools/zqtool/crashcause.h"
 #include "tools/zqtool/parse.h"
 
@@ -12,7 +13,7 @@ namespace
     // the longer of two numbers is the larger.
     std::pair<std::size_t, std::string_view> TakeNumberOrCharacter(std::string_view & sText)
     {
-        std::size_t const nDigits = std::min(sText.find_first_not_of(DECIMAL_DIGITS), sText.size());
+        std::size_t const nDigits = std::min(sText.find_first_not_of(plat::DECIMAL_DIGITS), sText.size());
         std::size_t const nZeros = std::min(sText.find_first_not_of('0'), nDigits);
         std::string_view const sPart = sText.substr(nZeros, nDigits > 0 ? nDigits - nZeros : 1);
         sText.remove_prefix(nZeros + sPart.size());

@@ -6,9 +6,6 @@
 #include <string>
 #include <string_view>
 
-/// Digits of decimal numbers.
-inline constexpr char DECIMAL_DIGITS[] = "0123456789";
-
 /// Removes sStart from the start of a text and returns true. Returns false, and leaves the text unchanged, if it starts
 /// otherwise.
 bool TakeStart(std::string_view & sText, std::string_view sStart);
