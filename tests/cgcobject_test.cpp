@@ -47,7 +47,8 @@ namespace
     protected:
         GarbageCollection() { g_sDeleted.clear(); }
 
-        // Returns what a collection deletes, in order. One that sees another in its destructor has a '!' after it.
+        // Returns what a collection deletes, in order. A '!' follows an object that sees another in its
+        // destructor.
         static std::string Collect()
         {
             g_sDeleted.clear();

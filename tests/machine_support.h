@@ -193,6 +193,7 @@ private:
     int m_iFolder;
 };
 
+/// Returns whether all of the handles are open.
 inline bool AreOpen(std::vector<int> const & dHandles)
 {
     return std::ranges::all_of(dHandles, [](int i) { return fcntl(i, F_GETFD) >= 0; });
@@ -235,6 +236,7 @@ inline char * AllocateLastPage()
     return static_cast<char *>(p);
 }
 
+/// Releases a page of AllocateLastPage.
 inline void ReleasePage(char * pPage)
 {
     munmap(pPage, plat::MEMORY_PAGE);
@@ -294,8 +296,8 @@ inline bool CountsATouch()
     return bCounted;
 }
 
-/// Makes each debug register of this process, from now on, a descriptor that only reads as zeros. Returns false if the
-/// kernel accepts no filter of system calls.
+/// Makes each later open of a debug register by this process return a descriptor that only reads as zeros. Returns
+/// false if the kernel accepts no filter of system calls.
 inline bool SwallowDebugRegisters()
 {
 #if defined(__i386__)

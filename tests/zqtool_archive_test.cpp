@@ -21,7 +21,7 @@ namespace
         return sBytes;
     }
 
-    // Returns the bytes and their CRC-32, in which a save ends.
+    // Returns the bytes with their CRC-32 appended, as a save ends.
     std::string WithChecksum(std::string sBytes)
     {
         std::uint32_t const dwCrc = PlainCrc32(sBytes);

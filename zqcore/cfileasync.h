@@ -66,7 +66,7 @@ ZQ_API void FileStayerResetAll();
 ZQ_API void FilePrefetch(char const * szExt);
 
 /// Closes all files of an extension once. If FilePrefetch has not read a file, this releases another caller's reference
-/// to it, if any. Asserts that szExt is not null.
+/// to it, if any. szExt is as in FilePrefetch. Asserts that it is not null.
 ZQ_API void FileUnfetch(char const * szExt);
 
 /// Scope in which all files of an extension are in memory: calls FilePrefetch, and FileUnfetch at the end. szExt

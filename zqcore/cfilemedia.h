@@ -45,8 +45,9 @@ ZQ_API void SetPQXMediaPath(char const * sPath);
 ZQ_API void SetPQXCurrentConfig(char const * sConfig);
 
 /// Returns whether the first 255 bytes of the command line have `--game <name>`. Returns false until the module starts.
-/// g_bAddon is the same.
 ZQ_API bool FileIsAddon();
+
+/// Whether FileIsAddon returns true.
 extern ZQ_API bool g_bAddon;
 
 /// Module of the file system. It depends on ModuleLog_c.
@@ -60,10 +61,11 @@ extern ZQ_API bool g_bAddon;
 /// mapscache of the media root, which change while a game runs. Without a cache it scans the media root, unless
 /// ReadMedia(false) was called.
 ///
-/// Shutdown stops the worker and writes the cache. This is the one of SetCacheFile, which stays as it is if Initialize
-/// did not run or no folder of the media root is known. Without SetCacheFile it is filesystemcache.bin in the media
-/// root, if a file of that name is known. Then Shutdown empties the tables, the exclude lists, the types of stayers and
-/// g_FileOpenCallbacker, and ends the watch of cfiletrack.h. The settings above stay. The cache leaves out:
+/// Shutdown stops the worker and writes the cache to the path of SetCacheFile. It leaves that file unchanged if
+/// Initialize did not run or no folder of the media root is known. Without SetCacheFile it writes
+/// filesystemcache.bin in the media root, if a file of that name is known. Then Shutdown empties the tables, the
+/// exclude lists, the types of stayers and g_FileOpenCallbacker, and ends the watch of cfiletrack.h. The settings above
+/// stay. The cache leaves out:
 /// - the folders profiles, mapscache, $$$pqxautosave and $$$pqxbackup of the media root.
 /// - folders that were registered by a path that begins with `.\`, unless the media root is "." or such a path.
 class ZQ_API ModuleFile_c : public Module_c

@@ -106,7 +106,7 @@ namespace mem
     /// Report of a user allocator: three words, whose meaning the allocator defines.
     struct UserAllocatorInfo_t
     {
-        std::uint32_t dwInfo0, dwInfo1, dwInfo2;
+        std::uint32_t dwInfo0, dwInfo1, dwInfo2;   // numbers or flags, for instance
     };
 
     /// Interface of an allocator that does not use this heap and wants to appear in reports.

@@ -25,10 +25,10 @@
 // file. A part of a deflated file is checked only if it reaches the end of the file. A part of a stored file that is
 // loaded, or read after a seek, is not checked.
 //
-// The archive's file stays open while it is mounted, so a new file of that name has no effect until it is mounted
-// again. Contents that someone writes into the open file fail their check. Therefore Refresh does nothing for a file of
-// an archive. Change tracking (cfiletrack.h) reports names of files on the disk, which an archive may hide. A file
-// system cache (cfilecache.h) lists no file of an archive, but does list the files that archives hide.
+// The archive's file stays open while it is mounted. So a new file of that name has no effect until it is mounted
+// again, and Refresh does nothing. Contents that someone writes into the open file fail their check. Change tracking
+// (cfiletrack.h) reports names of files on the disk, which an archive may hide. A file system cache (cfilecache.h)
+// lists no file of an archive, but does list the files that archives hide.
 // FileRefresh adds no file whose name an archive has. FileCloneLoadedMedia does not copy files of archives.
 //
 // Ownership: the table owns the objects. A File_c * is valid until FileZipUnmount, FileReset or FileKill.
