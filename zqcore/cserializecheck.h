@@ -37,7 +37,7 @@ struct ArchiveResult_t
         OTHER_VERSION   // another major version than the caller's, or a newer minor one
     };
 
-    State_e eState = SOUND;   // worst state found
+    State_e eState = SOUND;   // as of the first error
     int iPosition = 0;        // where the first error was found, in bytes from the start
     int nLeft = 0;            // number of bytes after the last that the check has read; 0 unless sound
     String_T<128> sWhyNot;    // the first error, as one line of a log, empty if sound
