@@ -331,7 +331,7 @@ void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pForm
     }
 }
 
-// Applies the prefix of a format's code, or writes the part of the text for which the code stands.
+// Applies the prefix that a format's code names, or writes the part of the text that the code names.
 void OpcodeDecoder_c::RunCode(unsigned eCode, std::uint32_t nFirstField)
 {
     if (eCode >= OPCODE_PRINT_SIZE)

@@ -126,8 +126,7 @@ bool Warehouse_c::ReadHeader(char const * sClientHeader)
     {
         return false;
     }
-    String_T<256> sHeader(WAREHOUSE_HEADER);
-    sHeader += " ";
+    String_T<256> sHeader("@HEAD ");   // WAREHOUSE_HEADER in capitals, as the stored header shows it
     sHeader += sClientHeader;
     WarehouseScan_t(sHeader, sHeader.Length(), 0, WAREHOUSE_FORMAT_TEXT).GetLine(&m_Head);
     return m_Head.IsHeader();
