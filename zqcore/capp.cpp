@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <optional>
 
 constinit plat::Window_t g_pAppWindow = nullptr;
 constinit void * g_pAppInstance = nullptr;
@@ -99,9 +100,13 @@ void AppMiscShutdown()
 
 double AppGetDeltaTime(double tMinDelta)
 {
-    static double s_tLast = Game_longTimeGet() - FIRST_DELTA;
+    static constinit std::optional<double> s_tLast;
     double const tNow = Game_longTimeGet();
-    double const tDelta = tNow - s_tLast;
+    if (!s_tLast)
+    {
+        s_tLast = tNow - FIRST_DELTA;
+    }
+    double const tDelta = tNow - *s_tLast;
     if (tMinDelta > tDelta)
     {
         return 0.0;

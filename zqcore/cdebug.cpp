@@ -130,7 +130,7 @@ namespace
     // Remembers a text and returns whether it was new. A new one replaces the oldest if the list is full.
     bool RememberAchtung(char const * szText)
     {
-        static SeenAchtungs_t s_dSeen;
+        static constinit SeenAchtungs_t s_dSeen;
         AchtungText_t const sText(szText);
         plat::LockScope_c const Scope(g_AchtungLock);
         if (s_dSeen.Find(sText))

@@ -5,19 +5,31 @@
 #include "zqcore/cgigapool.h"
 #include "zqcore/cmemory.h"
 
-#include <new>
-
 namespace
 {
     constexpr int FILES_EXPECTED = 8192;   // expected files; each growth has room for at least a sixteenth of them
     static_assert(alignof(FileOnDisk_c) <= MEMORY_ALIGNMENT);
 
-    // Returns the pool. It is never destroyed: objects may outlive every destructor of the process.
+    // Holds the pool and never destroys it: objects may outlive every destructor of the process.
+    union Pool_u
+    {
+        constexpr Pool_u()
+            : Pool()
+        {}
+        ~Pool_u() {}
+
+        GigaPoolResizeable_c Pool;
+    };
+
+    constinit Pool_u g_Pool;
+
     GigaPoolResizeable_c & Pool()
     {
-        alignas(GigaPoolResizeable_c) static std::byte s_dRoom[sizeof(GigaPoolResizeable_c)];
-        static auto & s_Pool = *::new (s_dRoom) GigaPoolResizeable_c(FILES_EXPECTED, sizeof(FileOnDisk_c));
-        return s_Pool;
+        if (g_Pool.Pool.ElementSize() == 0) [[unlikely]]
+        {
+            g_Pool.Pool.Init(FILES_EXPECTED, sizeof(FileOnDisk_c));
+        }
+        return g_Pool.Pool;
     }
 
     // Returns storage for an object. Objects are mostly allocated in a row, so it also prefetches the cache lines of a

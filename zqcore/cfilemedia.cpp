@@ -273,6 +273,7 @@ bool FileIsAddon()
 namespace
 {
     ModuleFile_c g_ModuleFile;
+    Module_c * g_dPrerequisites[] = { ModuleLog_c::Get(), nullptr };
 }
 
 ModuleFile_c * ModuleFile_c::Get()
@@ -282,8 +283,7 @@ ModuleFile_c * ModuleFile_c::Get()
 
 Module_c ** ModuleFile_c::GetPrerequisites() const
 {
-    static Module_c * s_dPrerequisites[] = { ModuleLog_c::Get(), nullptr };
-    return s_dPrerequisites;
+    return g_dPrerequisites;
 }
 
 bool ModuleFile_c::Initialize()

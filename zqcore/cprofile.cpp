@@ -58,6 +58,7 @@ namespace
     bool g_bReload = false;      // whether the next update ends with a reset
 
     constinit ModuleProfiler_c g_ModuleProfiler;
+    Module_c * g_dPrerequisites[] = { ModuleTimer_c::Get(), nullptr };
 
     State_s & StateOf(timer_t const * pTimer)
     {
@@ -435,6 +436,5 @@ void ModuleProfiler_c::Shutdown()
 
 Module_c ** ModuleProfiler_c::GetPrerequisites() const
 {
-    static Module_c * s_dPrerequisites[] = { ModuleTimer_c::Get(), nullptr };
-    return s_dPrerequisites;
+    return g_dPrerequisites;
 }

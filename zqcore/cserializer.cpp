@@ -670,6 +670,7 @@ void SerializerListFree()
 namespace
 {
     ModuleSerialize_c g_ModuleSerialize;
+    Module_c * g_dPrerequisites[] = { ModuleFile_c::Get(), nullptr };
 }
 
 ModuleSerialize_c * ModuleSerialize_c::Get()
@@ -679,8 +680,7 @@ ModuleSerialize_c * ModuleSerialize_c::Get()
 
 Module_c ** ModuleSerialize_c::GetPrerequisites() const
 {
-    static Module_c * s_dPrerequisites[] = { ModuleFile_c::Get(), nullptr };
-    return s_dPrerequisites;
+    return g_dPrerequisites;
 }
 
 bool ModuleSerialize_c::Initialize()

@@ -34,6 +34,7 @@
 #include <compare>
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 
 /// Text of at most N - 1 characters.
 template <int N>
@@ -43,7 +44,17 @@ class String_T
 
 public:
     /// Makes an empty string.
-    String_T() { m_sText[0] = '\0'; }
+    constexpr String_T()
+    {
+        if (std::is_constant_evaluated())
+        {
+            for (char & cText : m_sText)   // a constant has no byte without a value
+            {
+                cText = '\0';
+            }
+        }
+        m_sText[0] = '\0';
+    }
 
     /// Copies a text. Asserts that it is not null. A null makes an empty string.
     String_T(char const * sTxt);

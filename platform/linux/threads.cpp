@@ -35,9 +35,12 @@ namespace plat
 
     void ThreadCallAtEnd(void (*fnEnd)())
     {
-        static pthread_key_t s_Key;
-        static bool const s_bKey =
-            ::pthread_key_create(&s_Key, [](void * pEnd) { reinterpret_cast<void (*)()>(pEnd)(); }) == 0;
+        static constinit pthread_key_t s_Key{};
+        static constinit bool s_bKey = false;
+        static constinit pthread_once_t s_Once = PTHREAD_ONCE_INIT;   // unlike a static's guard, safe across a fork
+        auto const Create = []
+        { s_bKey = ::pthread_key_create(&s_Key, [](void * pEnd) { reinterpret_cast<void (*)()>(pEnd)(); }) == 0; };
+        ::pthread_once(&s_Once, Create);
         if (s_bKey)
         {
             ::pthread_setspecific(s_Key, reinterpret_cast<void *>(fnEnd));
