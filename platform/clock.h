@@ -1,6 +1,6 @@
 // clock.h: the machine's clocks.
 //
-// Threads: any thread. LocalTime and LocalTimeKeep may wait for a lock of the C library. The other calls use no lock.
+// Threads: any thread. LocalTime and LocalTimeKeep may wait for a lock. The other calls use no lock.
 #pragma once
 
 #include <cstdint>

@@ -8,7 +8,7 @@ namespace plat
     /// Returns the lower-case letter of an ASCII capital, and every other byte unchanged.
     constexpr char Folded(char cByte)
     {
-        return cByte >= 'A' && cByte <= 'Z' ? static_cast<char>(cByte | 0x20) : cByte;
+        return cByte >= 'A' && cByte <= 'Z' ? static_cast<char>(cByte + ('a' - 'A')) : cByte;
     }
 
     /// Returns whether the terminated name holds no ASCII capital.

@@ -1,4 +1,5 @@
 #include "platform/checker.h"
+#include "platform/clock.h"
 #include "platform/debugheap.h"
 #include "platform/files.h"
 #include "platform/fork.h"
@@ -162,6 +163,31 @@ TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
     g_silentMode = false;
     bStop = true;
     Others.join();
+}
+
+TEST(Fork, AChildConvertsTheTimeThatAThreadOfItsParentConverted)
+{
+    std::atomic<bool> bStop = false;
+    std::thread Other(
+        [&bStop]
+        {
+            while (!bStop)
+            {
+                plat::LocalTime();
+                plat::LocalTimeKeep();
+            }
+        });
+    for (int i = 0; i < 50; ++i)
+    {
+        auto const InChild = []
+        {
+            plat::LocalTimeKeep();
+            return plat::LocalTime().iHour == plat::LocalTimeByKept().iHour ? 0 : 1;
+        };
+        EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0) << i;
+    }
+    bStop = true;
+    Other.join();
 }
 
 TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)

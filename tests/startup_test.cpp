@@ -36,6 +36,13 @@ TEST(Startup, LeakReportAtExitNamesWhatTheCallerHadAndIsLogged)
         testing::AllOf(testing::ContainsRegex("\t0\t" + sLost + '\n'), testing::EndsWith("\t0\t" + sSum)));
 }
 
+TEST(Startup, AChildReportsItsBlocksWhateverAThreadOfItsParentDoesInTheLinker)
+{
+    EXPECT_THAT(
+        RunStartupOrder("children"), testing::AllOf(testing::HasSubstr("Memory leaks: "), testing::EndsWith("done\n"),
+                                         testing::Not(testing::HasSubstr("failed"))));
+}
+
 TEST(Startup, BlocksOfAnUnloadedPluginAreListedWithoutIt)
 {
     SKIP_IF(plat::ADDRESS_CHECKER, "the plugin brings another heap than the program's");

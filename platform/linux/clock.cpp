@@ -1,5 +1,7 @@
 #include "platform/clock.h"
 
+#include "platform/fork.h"
+
 #include <atomic>
 #include <chrono>
 #include <ctime>
@@ -10,11 +12,22 @@ namespace plat
     {
         std::atomic<long> g_nKeptOffset{ 0 };   // seconds east of UTC
 
+        // Held while the C library converts a time: its own lock would stay held in the child of a fork.
+        constinit Lock_c g_ConversionLock;
+        ForkLock_c const g_ConversionForkLock(g_ConversionLock);
+
         std::int64_t MonotonicNanoseconds()
         {
             timespec Now;
             clock_gettime(CLOCK_MONOTONIC, &Now);
             return static_cast<std::int64_t>(Now.tv_sec) * NANOSECONDS_OF_SECOND + Now.tv_nsec;
+        }
+
+        // Writes the local time of tUtc to Local. Returns false if the system does not report it.
+        bool ConvertToLocal(std::time_t tUtc, std::tm & Local)
+        {
+            LockScope_c const Scope(g_ConversionLock);
+            return localtime_r(&tUtc, &Local) != nullptr;
         }
     }
 
@@ -60,16 +73,15 @@ namespace plat
         timespec Now;
         clock_gettime(CLOCK_REALTIME, &Now);
         std::tm Local{};
-        localtime_r(&Now.tv_sec, &Local);
+        ConvertToLocal(Now.tv_sec, Local);
         return { Local.tm_year + 1900, Local.tm_mon + 1, Local.tm_mday, Local.tm_hour, Local.tm_min, Local.tm_sec,
             static_cast<int>(Now.tv_nsec / NANOSECONDS_OF_MILLISECOND) };
     }
 
     void LocalTimeKeep()
     {
-        std::time_t const tNow = std::time(nullptr);
         std::tm Local{};
-        if (localtime_r(&tNow, &Local) != nullptr)
+        if (ConvertToLocal(std::time(nullptr), Local))
         {
             g_nKeptOffset = Local.tm_gmtoff;
         }

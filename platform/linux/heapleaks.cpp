@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 #include <link.h>
 #include <locale>
+#include <span>
 
 namespace plat
 {
@@ -43,13 +46,7 @@ namespace plat
                     &pNext);
                 std::sort(m_dBlocks, m_dBlocks + m_nBlocks,
                     [](Block_s const & Left, Block_s const & Right) { return Left.nBegin < Right.nBegin; });
-                ::dl_iterate_phdr(
-                    [](dl_phdr_info * pModule, std::size_t, void * pThis)
-                    {
-                        static_cast<LiveBlocks_c *>(pThis)->ScanIfRuntime(*pModule);
-                        return 0;
-                    },
-                    this);
+                ScanRuntime();
                 while (m_nToScan != 0)
                 {
                     Block_s const & Block = *m_dToScan[--m_nToScan];
@@ -103,30 +100,28 @@ namespace plat
                 }
             }
 
-            // Scans a module if it is the runtime's and not this library's too. In one module the runtime's globals
-            // can't be distinguished from others.
-            void ScanIfRuntime(dl_phdr_info const & Module)
+            // Scans the runtime's globals, unless they are in one module with this library's: they can't be distinguished
+            // there. Does not visit the modules with dl_iterate_phdr, whose lock a fork leaves held in the child.
+            void ScanRuntime()
             {
-                auto const nRuntime = reinterpret_cast<std::uintptr_t>(&std::locale::classic());
-                auto const nLibrary = reinterpret_cast<std::uintptr_t>(&g_bLeakCheck);
-                ElfW(Phdr) const * const pEnd = Module.dlpi_phdr + Module.dlpi_phnum;
-                auto const fnHolds = [&](std::uintptr_t nAddress)
-                {
-                    return std::any_of(Module.dlpi_phdr, pEnd,
-                        [&](ElfW(Phdr) const & Part) {
-                            return Part.p_type == PT_LOAD && nAddress - Module.dlpi_addr - Part.p_vaddr < Part.p_memsz;
-                        });
-                };
-                if (!fnHolds(nRuntime) || fnHolds(nLibrary))
+                Dl_info Runtime, Library;
+                if (::dladdr(&std::locale::classic(), &Runtime) == 0 || ::dladdr(&g_bLeakCheck, &Library) == 0
+                    || Runtime.dli_fbase == Library.dli_fbase)
                 {
                     return;
                 }
-                for (ElfW(Phdr) const * pPart = Module.dlpi_phdr; pPart != pEnd; ++pPart)
+                auto const * const pBase = static_cast<std::byte const *>(Runtime.dli_fbase);
+                auto const & Header = *reinterpret_cast<ElfW(Ehdr) const *>(pBase);
+                std::span const dParts(
+                    reinterpret_cast<ElfW(Phdr) const *>(pBase + Header.e_phoff), std::size_t{ Header.e_phnum });
+                auto const First = std::find_if(
+                    dParts.begin(), dParts.end(), [](ElfW(Phdr) const & Part) { return Part.p_type == PT_LOAD; });
+                for (ElfW(Phdr) const & Part : dParts)
                 {
-                    if (pPart->p_type == PT_LOAD && (pPart->p_flags & PF_W) != 0)
+                    if (Part.p_type == PT_LOAD && (Part.p_flags & PF_W) != 0)
                     {
-                        std::uintptr_t const nBegin = Module.dlpi_addr + pPart->p_vaddr;
-                        Scan(nBegin, nBegin + pPart->p_memsz);
+                        auto const nBegin = reinterpret_cast<std::uintptr_t>(pBase) + Part.p_vaddr - First->p_vaddr;
+                        Scan(nBegin, nBegin + Part.p_memsz);
                     }
                 }
             }

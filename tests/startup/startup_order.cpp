@@ -4,6 +4,7 @@
 //     unload   loses two blocks of a plugin, whose file is the second argument, and lists the live ones
 //     streams  has the C++ runtime keep blocks for good
 //     threads  ends while another thread allocates
+//     children ends 20 children of a fork, beside a thread that visits the modules
 #include "tests/memory_support.h"
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
@@ -14,15 +15,20 @@
 #include "zqcore/cmemoryreport.h"
 #include "zqcore/ctimer.h"
 
+#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <iostream>
 #include <latch>
+#include <link.h>
 #include <locale>
 #include <memory>
 #include <string>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 extern "C" int * EarlyBlock();
 
@@ -158,13 +164,40 @@ namespace
         s_Started.arrive_and_wait();
     }
 
+    void EndChildren(char const *)
+    {
+        std::atomic<bool> bStop = false;
+        std::thread Other(
+            [&bStop]
+            {
+                while (!bStop)
+                {
+                    dl_iterate_phdr([](dl_phdr_info *, std::size_t, void *) { return 0; }, nullptr);
+                }
+            });
+        for (int i = 0; i < 20; ++i)
+        {
+            pid_t const iChild = fork();
+            if (iChild == 0)
+            {
+                alarm(20);   // ends a child that hangs
+                std::exit(0);
+            }
+            int iStatus = -1;
+            waitpid(iChild, &iStatus, 0);
+            Check(iStatus == 0, "a child reports its blocks and ends");
+        }
+        bStop = true;
+        Other.join();
+    }
+
     struct Mode_s
     {
         char const * szName;
         void (*fnRun)(char const * szPlugin);
     };
     constexpr Mode_s MODES[] = { { "leak", Leak }, { "unload", LoseFromPlugin }, { "streams", KeepInRuntime },
-        { "threads", StartThread } };
+        { "threads", StartThread }, { "children", EndChildren } };
 }
 
 int main(int nArguments, char ** dArguments)
