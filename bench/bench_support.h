@@ -63,14 +63,14 @@ using PlainString_t = std::basic_string<char, std::char_traits<char>, PlainHeap_
 template <typename T>
 using PlainVector_T = std::vector<T, PlainHeap_T<T>>;
 
-/// Calls Ask with one name in each iteration, in turn. Fails the benchmark if a call returns false.
+/// Calls fnAsk with one name in each iteration, in turn. Requires a name. Fails the benchmark if a call returns false.
 template <typename ASK>
-void AskInTurn(benchmark::State & State, std::vector<std::string> const & dNames, ASK Ask)
+void AskInTurn(benchmark::State & State, std::vector<std::string> const & dNames, ASK fnAsk)
 {
     std::size_t i = 0;
     for (auto _ : State)
     {
-        if (!Ask(dNames[i].c_str()))
+        if (!fnAsk(dNames[i].c_str()))
         {
             State.SkipWithError("not found or not read");
         }

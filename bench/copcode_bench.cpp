@@ -4,6 +4,7 @@
 
 #include <Zydis/Zydis.h>
 #include <benchmark/benchmark.h>
+#include <cstdlib>
 #include <cstring>
 #include <immintrin.h>
 
@@ -18,12 +19,12 @@ namespace
         for (int i = 0; i < nValues; i += 64)
         {
 #pragma GCC unroll 8
-            for (int k = 0; k < 64; k += 8)
+            for (int iFactor = 0; iFactor < 64; iFactor += 8)
             {
-                __m256 const Factor = _mm256_loadu_ps(pFactors + k);
-                __m256 const Value = _mm256_fmadd_ps(_mm256_loadu_ps(pValues + i + k), Factor, Factor);
+                __m256 const Factor = _mm256_loadu_ps(pFactors + iFactor);
+                __m256 const Value = _mm256_fmadd_ps(_mm256_loadu_ps(pValues + i + iFactor), Factor, Factor);
                 __m256i const Shuffled = _mm256_shuffle_epi32(_mm256_castps_si256(Value), 0x4E);
-                _mm256_storeu_ps(pValues + i + k, _mm256_max_ps(Value, _mm256_castsi256_ps(Shuffled)));
+                _mm256_storeu_ps(pValues + i + iFactor, _mm256_max_ps(Value, _mm256_castsi256_ps(Shuffled)));
             }
         }
     }

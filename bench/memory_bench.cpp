@@ -1,6 +1,7 @@
-// memory_bench.cpp: the tracked allocator, compared with the allocators that a user would choose instead. Built twice:
-// over the debug heap, and as memory_ship_bench over the heap of a shipped game. WORK is the first part of the rows'
-// names in each build.
+// memory_bench.cpp: the tracked allocator, compared with the allocators that a user would choose instead.
+//
+// It is built twice: over the debug heap, and as memory_ship_bench over the heap of a shipped game. WORK is the first
+// part of the rows' names in each build.
 #include "zqcore/cmemory.h"
 
 #include "bench/mimalloc.h"

@@ -21,6 +21,10 @@
 
 namespace
 {
+    constexpr std::size_t POINTS = 4096;   // a power of 2
+    constexpr unsigned STEP = 7919;        // a prime, so the tests come to all bits of a field
+    constexpr int FIELD_BITS = 65536;
+
     // Returns random points: neighbours share no lattice cell, and branches on them can't be predicted.
     std::vector<Vec3fpu_t> const & Points()
     {
@@ -28,7 +32,7 @@ namespace
         {
             std::mt19937 Random(1);
             std::uniform_real_distribution<float> Coordinate(-200.0f, 200.0f);
-            std::vector<Vec3fpu_t> dPoints(4096);
+            std::vector<Vec3fpu_t> dPoints(POINTS);
             for (Vec3fpu_t & Point : dPoints)
             {
                 Point = { Coordinate(Random), Coordinate(Random), Coordinate(Random) };
@@ -48,7 +52,7 @@ namespace
                 std::size_t i = 0;
                 for (auto _ : State)
                 {
-                    benchmark::DoNotOptimize(fnNoise(dPoints[i++ & 4095]));
+                    benchmark::DoNotOptimize(fnNoise(dPoints[i++ % POINTS]));
                 }
             });
     }
@@ -134,7 +138,7 @@ namespace
         for (auto _ : State)
         {
             benchmark::DoNotOptimize(A.Bit(static_cast<int>(i)));
-            i = (i + 7919) % static_cast<unsigned>(nBits);
+            i = (i + STEP) % static_cast<unsigned>(nBits);
         }
     }
 
@@ -145,7 +149,7 @@ namespace
         for (auto _ : State)
         {
             benchmark::DoNotOptimize(A.test(i));
-            i = (i + 7919) % static_cast<unsigned>(nBits);
+            i = (i + STEP) % static_cast<unsigned>(nBits);
         }
     }
 
@@ -175,7 +179,7 @@ namespace
         }
     }
 
-    // Declares the address that the generator drew a global one.
+    // Reports the generator's random address as a global one.
     plat::NetAddress_e GlobalAddress(unsigned char (&dAddress)[plat::NET_ADDRESS_SIZE])
     {
         dAddress[0] = 0;
@@ -227,17 +231,17 @@ namespace
         RegisterNoise("noise 1D/ours", [](Vec3fpu_t const & Point) { return PerlinNoise(Point.x); });
         RegisterNoise(
             "noise 1D/stb_perlin", [](Vec3fpu_t const & Point) { return stb_perlin_noise3(Point.x, 0, 0, 0, 0, 0); });
-        for (int const nBits : { 64, 512, 4096, 65536, 1 << 26 })
+        for (int const nBits : { 64, 512, 4096, FIELD_BITS, 1 << 26 })
         {
             RegisterBits("bits or/ours", nBits, OrOurs);
             RegisterBits("bits or/dynamic_bitset", nBits, OrTheirs);
         }
-        RegisterBits("first set bit/ours", 65536, FirstOurs);
-        RegisterBits("first set bit/dynamic_bitset", 65536, FirstTheirs);
-        RegisterBits("test of a bit/ours", 65536, TestOurs);
-        RegisterBits("test of a bit/dynamic_bitset", 65536, TestTheirs);
-        RegisterBits("intersects/ours", 65536, MeetOurs);
-        RegisterBits("intersects/dynamic_bitset", 65536, MeetTheirs);
+        RegisterBits("first set bit/ours", FIELD_BITS, FirstOurs);
+        RegisterBits("first set bit/dynamic_bitset", FIELD_BITS, FirstTheirs);
+        RegisterBits("test of a bit/ours", FIELD_BITS, TestOurs);
+        RegisterBits("test of a bit/dynamic_bitset", FIELD_BITS, TestTheirs);
+        RegisterBits("intersects/ours", FIELD_BITS, MeetOurs);
+        RegisterBits("intersects/dynamic_bitset", FIELD_BITS, MeetTheirs);
         benchmark::RegisterBenchmark("identifier/ours", GuidOurs);
         benchmark::RegisterBenchmark("identifier/libuuid", GuidTheirs);
         return true;

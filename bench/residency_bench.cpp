@@ -97,7 +97,7 @@ namespace
     // Waits like a frame that has other things to do. It is the same for all rows, so a row of its own measures it.
     void SleepFrame()
     {
-        timespec const Time = { 0, 500'000 };
+        timespec const Time = { .tv_sec = 0, .tv_nsec = 500'000 };
         nanosleep(&Time, nullptr);
     }
 

@@ -19,13 +19,13 @@ namespace
         Require(Archive.IsFailed() || sBuffer.find('\0') != std::string::npos);
     }
 
-    void ReadType(Serializeable_c & Archive, int nSize)
+    void ReadType(Serializeable_c & Archive, int iType)
     {
-        __m128 vValue = _mm_setzero_ps();
+        __m128 Vector = _mm_setzero_ps();
         std::string sText;
         std::vector<std::optional<double>> dValues;
         std::map<std::string, std::vector<bool>> dMap;
-        switch (nSize & 7)
+        switch (iType & 7)
         {
         case 0:
             Archive.Serialize(sText);
@@ -37,14 +37,14 @@ namespace
             Archive.Serialize(dMap);
             break;
         case 3:
-            Require(Archive.SerializeVersion("type", nSize) <= nSize);
+            Require(Archive.SerializeVersion("type", iType) <= iType);
             break;
         default:
-            Archive.SerializeVector3(vValue);
+            Archive.SerializeVector3(Vector);
         }
     }
 
-    // Makes the call that a byte selects: bits 0 to 2 the function, the others its size or name.
+    // Makes the call that a byte selects: bits 0 to 2 the function, the others its size, name or type.
     void Call(Serializeable_c & Archive, unsigned char cCall)
     {
         static char const * const s_dNames[] = { "", "a", "A", "chunk" };

@@ -1,6 +1,7 @@
-// cache_fuzz.cpp: file system caches of any bytes, compared with the disk, and loaded over a file that was registered
-// before. Each file then has a folder of the table, or none. The reader of zqtool finds damage if a load ends the
-// program, and only then.
+// cache_fuzz.cpp: file system caches of any bytes, compared with the disk, and loaded over an earlier file.
+//
+// Each file then has a folder of the table, or none. The reader of zqtool finds damage if a load ends the program, and
+// only then.
 #include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
 #include "tools/zqtool/cachefile.h"

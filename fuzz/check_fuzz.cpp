@@ -1,5 +1,7 @@
-// check_fuzz.cpp: texts of any bytes, as zqtool checks them. The first byte chooses the kind, the options and the name
-// of the file. Complaints come in the order of their lines, and each that has a line has a column.
+// check_fuzz.cpp: texts of any bytes, as zqtool checks them.
+//
+// The first byte chooses the kind, the options and the name of the file. Complaints come in the order of their lines,
+// and each that has a line has a column.
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/checkschema.h"
 

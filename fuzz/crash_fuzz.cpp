@@ -1,5 +1,6 @@
-// crash_fuzz.cpp: a report and the details beside it of any bytes, divided by a line of dashes. What is printed of them
-// controls no terminal, and the JSON parses.
+// crash_fuzz.cpp: reports and details of any bytes.
+//
+// A line of dashes separates the report from the details. The printed text controls no terminal, and the JSON parses.
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/crashjson.h"
 #include "tools/zqtool/crashprint.h"

@@ -60,19 +60,19 @@ private:
     }
 };
 
-/// Skips the byte order mark of UTF-8. Returns whether the readers refuse the text as UTF-16.
-inline bool IsRefused(std::string_view & sText)
+/// Skips the byte order mark of UTF-8, as the readers do. Returns false for that of UTF-16, which they refuse.
+inline bool SkipMark(std::string_view & sText)
 {
     constexpr std::string_view MARK = "\xEF\xBB\xBF";
     if (sText.starts_with(MARK))
     {
         sText.remove_prefix(MARK.size());
-        return false;
+        return true;
     }
-    return sText.starts_with("\xFF\xFE") || sText.starts_with("\xFE\xFF");
+    return !sText.starts_with("\xFF\xFE") && !sText.starts_with("\xFE\xFF");
 }
 
-/// Prints the caller's line on standard error and aborts if a condition does not hold.
+/// Prints the number of the caller's line on standard error and aborts if a condition does not hold.
 inline void Require(bool bHolds, int iLine = __builtin_LINE())
 {
     if (!bHolds)

@@ -1,5 +1,4 @@
-// graph_fuzz.cpp: object graphs of any bytes. Each pointer of a loaded node to a node must lead to what was
-// loaded or registered, or nowhere.
+// graph_fuzz.cpp: object graphs of any bytes. Checks where the pointers of loaded nodes lead.
 #include "fuzz/fuzz_support.h"
 #include "tests/graph_support.h"
 

@@ -1,8 +1,7 @@
-// options_fuzz.cpp: command lines of the host, split as its help describes. Checks that one which is accepted means
-// the same when it is written out in full.
+// options_fuzz.cpp: command lines of the host, split as its help describes.
 //
-// Arguments end at zeros. An argument of a single byte is the option of that number, from 1, in the order of the
-// options' names.
+// Checks that one which is accepted means the same when it is written out in full. Arguments end at zeros. An argument
+// of a single byte is the option of that number, from 1, in the order of the options' names, if there is one.
 #include "examples/host/options.h"
 #include "fuzz/fuzz_support.h"
 
@@ -32,8 +31,8 @@ namespace
         return s_dOptions;
     }
 
-    // Splits arguments into options and values. Returns false if they are no options with their values, or
-    // if an option has two values.
+    // Splits arguments into options and values. Returns false if they are no options with their values, or if an option
+    // has two values.
     bool Split(Arguments_t const & dArguments, std::map<std::string, std::string> & dValues)
     {
         bool bGood = true;
@@ -61,7 +60,7 @@ namespace
         return bRead;
     }
 
-    // Returns a command line that has each option by its name.
+    // Returns a command line that has each option that is set, by its name.
     Arguments_t InFull(Options_s const & Options)
     {
         Arguments_t dFull{ "--frames", std::to_string(Options.nFrames) };

@@ -33,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     WarehouseFormat_e const eFormat = Input.Get() & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
     std::string_view sRead(FuzzFile_c::Get().m_sText = Input.Extract());
     PropertyList_c List;
-    bool const bOpens = !IsRefused(sRead);
+    bool const bOpens = SkipMark(sRead);
     Require(List.Open("fuzz.txt", eFormat) == bOpens);
     if (!bOpens)
     {
@@ -68,10 +68,11 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Require(Collect(List.StartProp(), NextProp) == dNames);
     Require(Collect(List.StartProp(), NextProp) == dNames);   // starts over
 
-    int nSearches = 0;   // each is a scan from the top
+    constexpr int MAX_SEARCHES = 20;   // each is a scan from the top
+    int nSearches = 0;
     for (auto const & [sName, dValues] : dValuesOf)
     {
-        if (++nSearches <= 20)
+        if (++nSearches <= MAX_SEARCHES)
         {
             Require(List.FindProp(sName.c_str()));
             Require(List.FindProp((sName + "x").c_str()) == dValuesOf.contains(sName + "x"));

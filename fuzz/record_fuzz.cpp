@@ -1,7 +1,6 @@
-// record_fuzz.cpp: records of the registry of any bytes, compared with a model. A sound one is stored as the same
-// bytes.
+// record_fuzz.cpp: records of the registry of any bytes, compared with a model.
 //
-// Bit 0 of the first byte corrects the checksum. The rest is the record.
+// Bit 0 of the first byte corrects the checksum. The rest is the record. A sound record is stored as the same bytes.
 //
 // A record has its mark at 0, its type at 4, the lengths of name and data at 8 and 12, its checksum at 16, and name and
 // data from 20 on (docs/formats.md).

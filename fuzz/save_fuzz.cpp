@@ -3,13 +3,12 @@
 // Bit 0 of the first byte corrects the length in the seal, bit 1 the CRC-32. The rest is the save.
 #include "fuzz/fuzz_support.h"
 #include "tests/archive_support.h"
-#include "zqcore/cfilesave.h"
+#include "zqcore/cfilesave_internal.h"
 
 #include <fstream>
 
 namespace
 {
-    constexpr std::size_t SEAL_SIZE = 16;                          // bytes, the CRC-32 included
     constexpr std::uint32_t OLDEST = 0x10000, PRESENT = 0x10003;   // versions of archives that load
 
     // Returns the state of a save whose CRC-32, without its last four bytes, is dwCrc.
@@ -19,10 +18,10 @@ namespace
         {
             return FileSave_c::DAMAGED;
         }
-        std::string const sSeal = sSave.size() < SEAL_SIZE ? "none" : sSave.substr(nArchive);
+        std::string const sSeal = sSave.size() < SAVE_SEAL_SIZE ? "none" : sSave.substr(nArchive);
         if (!sSeal.starts_with("ZQS") || sSeal[3] < '1' || sSeal[3] > '9')
         {
-            return FileSave_c::OLDER;   // programs before the seal wrote the CRC-32 alone
+            return FileSave_c::OLDER;   // a save without a seal ends in the CRC-32 alone
         }
         auto const dwVersion = Input_c(sSave).Get<std::uint32_t>();
         bool const bLength =
@@ -42,8 +41,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Input_c Input(pData, nSize);
     unsigned char const cCorrect = Input.Get();
     std::string sSave = Input.Extract();
-    std::size_t const nArchive = std::max(sSave.size(), SEAL_SIZE) - SEAL_SIZE;
-    if (cCorrect & 1 && sSave.size() >= SEAL_SIZE)
+    std::size_t const nArchive = std::max(sSave.size(), SAVE_SEAL_SIZE) - SAVE_SEAL_SIZE;
+    if (cCorrect & 1 && sSave.size() >= SAVE_SEAL_SIZE)
     {
         std::memcpy(&sSave[nArchive + 4], &nArchive, 8);
     }

@@ -1,7 +1,7 @@
 // scan_fuzz.cpp: scans of generated trees, compared with a model that walks the tree itself.
 //
 // Bit 0 of the first byte chooses relative names. The rest makes the tree: a byte for what is made, one for the length
-// of its name, and the letters.
+// of its name, the letters, and for a link the letter of its target.
 #include "fuzz/fuzz_support.h"
 #include "platform/text.h"
 #include "zqcore/cfilemedia.h"
@@ -160,7 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         File_c * const pFile = pSlot->pObject;
         Require(Model.Files.contains(sKey));
         Require(pFile->bDuplicate == Model.Duplicates.contains(sKey));
-        bool const bOpen = FileOpen(pFile);   // no file has the cut name
+        bool const bOpen = FileOpen(pFile);   // false for a cut name, which no file on disk has
         std::string const sPath(pFile->pData, pFile->pData + (bOpen ? pFile->iLength : 0));
         Require(bOpen ? sPath == fs::canonical(Model.Files[sKey]) : sKey.size() == FILE_KEY_LENGTH);
         FileClose(bOpen ? pFile : nullptr);

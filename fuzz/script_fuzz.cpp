@@ -1,7 +1,7 @@
-// script_fuzz.cpp: operations on texts of any bytes, from a file and from memory. Tokens are compared with those of a
-// reader that goes byte by byte.
+// script_fuzz.cpp: operations on texts of any bytes, from a file and from memory.
 //
-// The first byte, modulo 64, is the number of operations. Each operation takes two bytes. The rest is the text.
+// Tokens are compared with those of a reader that goes byte by byte. The first byte of the input, modulo 64, is the
+// number of operations. Each operation takes two bytes. The rest is the text.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cscript.h"
 
@@ -10,9 +10,9 @@
 
 namespace
 {
-    constexpr int OPERATIONS = 8;
+    constexpr int OPERATIONS = 8;   // kinds of operations
 
-    // Script and its last token. Two of them do the same operations on the same text.
+    // A script and its last token. Two readers do the same operations on the same text.
     struct Reader_s
     {
         Script_c Script;
@@ -114,7 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 
     Reader_s File, Memory;
     std::string_view sRead(sText);
-    bool const bOpens = !IsRefused(sRead);
+    bool const bOpens = SkipMark(sRead);
     Require(File.Script.OpenFile("fuzz.txt") == bOpens);
     Memory.Script.OpenMemoryLocation(bOpens ? dText.data() : nullptr, static_cast<int>(bOpens ? dText.size() : 0));
     for (Input_c Steps(sSteps); bOpens && !Steps.IsEmpty();)

@@ -81,7 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Require(Error.iLine <= static_cast<int>(nSize));
     Require(Error.iColumn <= static_cast<int>(nSize));
     std::string_view sRead(sText);
-    if (IsRefused(sRead))
+    if (!SkipMark(sRead))
     {
         Require(!bOpen);
         return 0;
@@ -97,14 +97,16 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Row_t dHead, dCells;
     bool bError;
     bool const bHead = ReadRow(Parser, Fmt, dHead, bError);
+    bError = !bHead;   // an error in the head ends only the head
     int nRows = 0;
-    for (bError = !bHead; !bError && ReadRow(Parser, Fmt, dCells, bError) && !bError; ++nRows)
+    while (!bError && ReadRow(Parser, Fmt, dCells, bError) && !bError)
     {
         if (bOpen)
         {
             Require(Sheet.GetColumnCount() == static_cast<int>(dHead.size()));
             CompareRow(Sheet, nRows, dCells);
         }
+        ++nRows;
     }
     Require(bOpen == !bError);
     Require(Sheet.GetRowCount() == (bOpen ? nRows : 0));

@@ -1,4 +1,4 @@
-// stats_fuzz.cpp: stats files of any bytes. The result must be a tree, whatever the links are.
+// stats_fuzz.cpp: stats files of any bytes. The result is a tree, whatever the links are.
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/statstrace.h"
 #include "tools/zqtool/statstree.h"

@@ -95,17 +95,17 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::string const sRules = Input.Extract(3 * nRules), sAll = Input.Extract();
     std::vector<char> const dText(sAll.begin(), sAll.end());   // a block of exactly its size
     std::string_view sRead(dText.data(), dText.size());
-    bool const bOpens = !dText.empty() && !IsRefused(sRead);
+    bool const bOpens = !dText.empty() && SkipMark(sRead);
     std::string const sText(sRead);
     SimpleTextParser_c Parser;
     PlainParser_s Plain{ sText };
+    // The rules of a new parser.
     for (auto const & [szRange, iRule] :
         { std::pair{ "!~", 6 }, { "{\xFF", 6 }, { "AZ", 1 }, { "az", 1 }, { "__", 1 }, { "\"\"", 3 }, { "09", 4 },
             { "++", 4 }, { "--", 4 }, { "AZ", 2 }, { "az", 2 }, { "__", 2 }, { "09", 2 }, { "09", 5 }, { "..", 5 } })
     {
         Plain.SetRule(static_cast<unsigned char>(szRange[0]), static_cast<unsigned char>(szRange[1]), iRule);
     }
-    Plain.dSets[6]['_'] = true;
     for (Input_c Rules(sRules); !Rules.IsEmpty();)
     {
         unsigned char const cFirst = Rules.Get(), cLast = Rules.Get();

@@ -61,9 +61,8 @@ namespace plat
     void ClipboardBlockUnlock(ClipboardBlock_t hBlock);
 
     /// Returns the format's data. Returns null if the clipboard is closed, or if it has no data of the format that can
-    /// be read. The block belongs to the clipboard. It is valid until one of these calls:
-    /// - ClipboardEmpty or ClipboardClose.
-    /// - ClipboardSet of the format.
+    /// be read. The block belongs to the clipboard. It is valid until ClipboardEmpty, ClipboardClose or a ClipboardSet
+    /// of the format.
     ClipboardBlock_t ClipboardGet(unsigned int iFormat);
 
     /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null, and the
@@ -73,8 +72,8 @@ namespace plat
     /// - A failed write changes no data. It undoes a ClipboardEmpty that no successful ClipboardSet has followed.
     ClipboardBlock_t ClipboardSet(unsigned int iFormat, ClipboardBlock_t hBlock);
 
-    /// Sleeps, or calls the function of ClipboardSetWait. The library waits so between two attempts to open the
-    /// clipboard.
+    /// Sleeps, or calls the function of ClipboardSetWait. The library calls it after each failed attempt to open
+    /// the clipboard.
     void ClipboardWait(unsigned int nMilliseconds);
 
     /// Replaces the wait function, for tests; null restores the default. Returns the previous one.

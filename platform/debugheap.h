@@ -78,8 +78,8 @@ namespace plat
 
     /// Releases a block. Null does nothing. Requires that the 64 bytes before the pointer can be read. Reports the
     /// pointer and releases nothing in these cases:
-    /// - the block was released before, and its memory is not in use again;
-    /// - its front fence is damaged;
+    /// - the block was released before, and its memory is not in use again.
+    /// - its front fence is damaged.
     /// - it is not a block of this heap.
     void HeapFree(void * pUser);
 
@@ -132,7 +132,7 @@ namespace plat
     /// Reports that a block was freed before, and is not freed again.
     void HeapReportFreed(void const * pUser);
 
-    /// Installs a receiver of reports; null restores the default. Returns the previous one.
+    /// Installs a receiver of reports. Null restores the default. Returns the previous receiver.
     HeapReport_t HeapReportSet(HeapReport_t fnReceiver);
 
     /// The heap's lock, with a spin count of 4000. It is held during each hook.

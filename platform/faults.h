@@ -7,7 +7,7 @@
 // - One filter is set at a time. A caller that sets one keeps the previous one, and its filter calls that.
 // - A fault that the filter has not handled goes to the handler that was set before the library's, with the thread
 //   as it was. Without such a handler the process terminates as if the fault were unhandled.
-// - One thread at a time runs the filter. Another one that faults meanwhile waits for it. After that it skips the
+// - One thread at a time runs the filter. Another one that faults meanwhile waits for the first, and then skips the
 //   filter, unless the filter has handled the first fault.
 // - A fault in a filter, outside a guarded call, skips the filter too.
 #pragma once
@@ -105,8 +105,8 @@ namespace plat
     };
 
     /// Sets the filter and returns the previous one. The first filter, also the first after null, hooks the faults and
-    /// calls FaultThreadJoin and FaultReserveDescriptors. Null unhooks the faults. Requires that
-    /// only one thread at a time calls it.
+    /// calls FaultThreadJoin and FaultReserveDescriptors. Null unhooks the faults. Requires that only one thread at a
+    /// time calls it.
     ZQ_API FaultFilter_t FaultFilterSet(FaultFilter_t fnFilter);
 
     /// Allocates a stack for faults of the calling thread, so that a stack overflow on it is reported too. Returns
@@ -132,9 +132,9 @@ namespace plat
     /// not report it. A filter may call it.
     bool FaultFindStack(FaultContext_t const & Context, FaultStack_t * pStack);
 
-    /// Copies a text for a code that the caller has no name for, cut to nSize - 1 bytes and always
-    /// terminated. For an uncaught exception, while the filter runs, the text has its type, and its message if it has
-    /// one. Requires that nSize is not 0.
+    /// Copies a text for a code that the caller has no name for, cut to nSize - 1 bytes and always terminated. For an
+    /// uncaught exception, while the filter runs, the text has its type, and its message if it has one. Requires that
+    /// nSize is not 0.
     ZQ_API void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
 
     /// Calls fnCall(pArgument), for at most nMilliseconds; 0 means no limit. Guarded calls may nest, and the limit of

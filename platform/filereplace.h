@@ -25,11 +25,11 @@ namespace plat
     /// A shared file gets the access rights of the file that it replaces. If that file belongs to another user, the new
     /// file gets no rights that it does not have already.
     ///
-    /// Returns false, with both names unchanged:
-    /// - if szFrom does not name that file;
-    /// - if szTo names anything but a regular file or a link;
-    /// - if the folder can't be opened for the synchronisation, unless only the right to read it is missing;
-    /// - on any other failure of the rename.
+    /// Returns false, with both names unchanged, in these cases:
+    /// - szFrom does not name that file.
+    /// - szTo names anything but a regular file or a link.
+    /// - the folder can't be opened for the synchronisation, unless only the right to read it is missing.
+    /// - the rename fails for any other reason.
     ///
     /// Also returns false if the synchronisation itself fails. Then szTo has the new contents unless the power fails.
     bool FileReplace(File_t hFile, char const * szFrom, char const * szTo, Rights_e eRights = Rights_e::Shared);

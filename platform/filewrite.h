@@ -4,7 +4,7 @@
 //
 // The library opens all files that it writes, streams included, by one rule, except those of storedisk.h and
 // rawfiles.h:
-// - A file that does not exist is created exclusively. One that exists must be a regular file.
+// - A file that does not exist is created exclusively. One that exists is opened only if it is a regular file.
 // - A symbolic link as the last name is refused, not followed, wherever it leads.
 // - Pipes, sockets, devices and folders are refused, and never waited for.
 // - In a sticky folder that others may write to, a file is refused if it has a second name. It is also refused if it

@@ -63,7 +63,7 @@ namespace plat
         ForkHandler_c * m_pPrev;
     };
 
-    /// Visits the registered locks. Waits for no lock, so a fault filter may call it. If another thread registers a
-    /// lock or ends a registration meanwhile, the visit may miss locks or fault.
+    /// Calls fnVisit with the state of each registered lock and with pContext. Waits for no lock, so a fault filter may
+    /// call it. If another thread registers a lock or ends a registration meanwhile, the visit may miss locks or fault.
     void ForkLocksVisit(void (*fnVisit)(LockState_t const & Lock, void * pContext), void * pContext);
 }

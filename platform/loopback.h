@@ -44,7 +44,7 @@ namespace plat
         /// Returns the port. Requires that Open succeeded.
         int GetPort() const;
 
-        /// Waits up to nMilliseconds until a client connects, sends or reads, then does all that needs no waiting. May
+        /// Waits up to nMilliseconds until a client connects, sends or reads, then does what needs no waiting. May
         /// return earlier.
         void Serve(int nMilliseconds, LoopbackAnswer_t const & fnAnswer);
 

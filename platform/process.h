@@ -13,8 +13,8 @@ namespace plat
     /// Returns the milliseconds since the process started, or -1 if that is unknown. A fault filter may call it.
     std::int64_t ProcessUptime();
 
-    /// Copies the command line as one text, with blanks between the arguments. The text is cut to nSize - 1 bytes and
-    /// always terminated.
+    /// Copies the command line as one text, with blanks between the arguments, or an empty text if they are unknown.
+    /// The text is cut to nSize - 1 bytes and always terminated.
     void ProcessCommandLine(char * szBuffer, std::size_t nSize);
 
     /// Copies the executable's path. nSize counts wide characters. Returns false, and leaves the buffer unchanged, if
@@ -38,7 +38,7 @@ namespace plat
     bool ProcessSetCurrentFolder(wchar_t const * wszFolder);
 
     /// Returns the number of threads besides the calling one, or 0 if it is unknown. A thread that was just joined
-    /// still counts for some microseconds, so the call waits up to 10 ms for the number to fall to 0.
+    /// still counts for some microseconds, so the call waits up to about 10 ms for the number to fall to 0.
     int ProcessOtherThreads();
 
     /// Installs the handler of calls of pure virtual functions, or none for null. If it returns, the process aborts.

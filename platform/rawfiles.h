@@ -9,11 +9,12 @@
 
 namespace plat
 {
-    /// A file to write; null for none.
+    /// Handle of a file to write, or null.
     using RawFile_t = void *;
 
-    /// Creates a file for writing that only its owner may read. Each write has reached the disk when it returns. Both
-    /// `\` and `/` separate in the path, and folders are found without regard to case. Returns null on failure.
+    /// Creates a file that only its owner may read, and opens it for writing. Each write has reached the disk when it
+    /// returns. Both `\` and `/` separate in the path, and folders are found without regard to case. Returns null on
+    /// failure.
     /// - If a file that this user's processes created this way has the name, and none of them still writes it, appends
     ///   to that file.
     /// - If anything else has the name, or that file is still being written or can't be opened, fails and sets bTaken.

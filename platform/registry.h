@@ -97,9 +97,9 @@ namespace plat
     /// Deletes a value. Returns false on failure, for instance if there is none.
     bool RegistryDeleteValue(RegistryKey_t hKey, char const * szName);
 
-    /// Renames a value. Fails if the new name is in use. Writes the new value before it deletes the old one. A process
-    /// killed in between leaves both. No other writer comes in between. On failure returns false and keeps the old
-    /// value.
+    /// Renames a value. Writes the new value before it deletes the old one. A process killed in between leaves both. No
+    /// other writer comes in between. On failure, for instance if the new name is in use, returns false and keeps the
+    /// old value.
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName);
 
     /// Copies the name of a subkey, as it was spelled when it was created. iIndex counts from 0 in the order of folded

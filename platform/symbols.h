@@ -9,7 +9,7 @@
 //
 // Threads: one object serves one thread's registers and is not shared.
 // Cost: less than 12 KiB of stack. The calls use no heap and no lock, so a fault filter may make all of them. All
-// answers of one object together take at most SYMBOL_LIMIT; one answer may use all of that.
+// answers of one object together take at most SYMBOL_LIMIT, and one answer may use all of that.
 #pragma once
 
 #include <cstddef>
@@ -33,7 +33,7 @@ namespace plat
     struct SymbolFrame_t
     {
         std::uintptr_t Address;   // of the next instruction
-        std::uintptr_t Frame;     // address at which a function with a frame pointer stores its caller's; 0 if unknown
+        std::uintptr_t Frame;     // where a function with a frame pointer stores that of its caller; 0 if unknown
         bool bCall;               // whether the address is a return address
 
         /// Returns the address that has the frame's place in the source. A return address may lie after the last byte
@@ -57,8 +57,8 @@ namespace plat
         PLACE_MEMORY
     };
 
-    /// Number of a type that the helper knows, valid until Stop; 0 for none. Each member has a number too, so that
-    /// TypeName can return its name (SymbolMember_t).
+    /// Number of a type, valid while the helper runs, or 0 for none. Each member has a number too, for which TypeName
+    /// copies the member's name (SymbolMember_t).
     using SymbolType_t = std::uint32_t;
 
     /// A variable in scope.
@@ -107,7 +107,7 @@ namespace plat
     enum SymbolEnd_e : std::uint8_t
     {
         HELPER_ENDED,     // Stop was called
-        HELPER_MISSING,   // there is none, or it may not be used
+        HELPER_MISSING,   // none was started
         HELPER_FAILED,    // it ended, or its answer was not understood
         HELPER_LATE       // SYMBOL_LIMIT has passed
     };
@@ -135,7 +135,7 @@ namespace plat
         Symbols_c & operator=(Symbols_c const &) = delete;
 
         /// Starts the helper for the calling process and the thread with these registers. Requires that *pContext
-        /// outlives the walk. Returns false without a helper; the walk then uses frame pointers. Also returns false if
+        /// outlives the walk. Returns false without a helper: the walk then uses frame pointers. Also returns false if
         /// ProcessIsSecure (process.h) returns true, because names and lines come from files.
         bool Start(FaultContext_t const * pContext);
 
@@ -174,19 +174,21 @@ namespace plat
         /// but an unnamed type has the name of its alias. Returns false for other types, and for those without a name.
         bool TypeName(SymbolType_t iType, char * szName, std::size_t nSize);
 
-        /// Returns the number of members of a structure, at most SYMBOL_MEMBERS. Its bases come first; static members
+        /// Returns the number of members of a structure, at most SYMBOL_MEMBERS. Its bases come first. Static members
         /// and virtual bases are left out. Returns 0 for every other type, and for structures nested deeper than 16.
         unsigned TypeMembers(SymbolType_t iType);
 
         /// Reads a member. iMember counts from 0. Returns false after the last one.
         bool TypeMember(SymbolType_t iType, unsigned iMember, SymbolMember_t * pMember);
 
-        /// Returns the fundamental type of a value: of an enumeration its integer's, of an array of one dimension its
-        /// element's if that is fundamental itself, of a pointer to char BASE_CHAR. Returns BASE_NONE for other types.
+        /// Returns the fundamental type of a value. Returns BASE_NONE for other types, except for these:
+        /// - an enumeration has that of its integer.
+        /// - an array of one dimension has that of its element, if the element is of a fundamental type.
+        /// - a pointer to char has BASE_CHAR.
         SymbolBase_e TypeBase(SymbolType_t iType);
 
-        /// Copies the next lines of a section, each with its line end, cut to nSize - 1 bytes: 4096 bytes hold all.
-        /// Returns false at the end of the section. A failed helper ends it too.
+        /// Copies the next lines of a section, each with its line end, and returns true. Cuts them to nSize - 1 bytes:
+        /// an nSize of 4096 cuts nothing. Returns false at the end of the section, and if the helper fails.
         bool NextDetail(SymbolSection_e eSection, char * szText, std::size_t nSize);
 
     private:
@@ -209,8 +211,8 @@ namespace plat
         SymbolEnd_e m_eEnd = HELPER_MISSING;
         unsigned m_nWaited = 0;       // milliseconds spent on answers, of SYMBOL_LIMIT
         std::uint32_t m_nAsked = 0;   // requests sent
-        unsigned m_iFrame = 0;        // frames returned
-        unsigned m_iVariable = 0;     // variables of the last frame returned
+        unsigned m_iFrame = 0;        // number of the next frame
+        unsigned m_iVariable = 0;     // number of the next variable of the last frame returned
         bool m_bServing = false;      // whether the helper waits for memory
         bool m_bTraced = false;       // whether the helper was allowed to trace
         bool m_bLast = false;         // whether the chain of frame pointers ends here

@@ -6,7 +6,8 @@
 
 #include <cmath>
 
-// Class outside the unnamed namespace, called through a variable, so that no compiler knows that the call is pure.
+// Class whose constructor calls through a variable, outside the unnamed namespace, so that no compiler knows that the
+// call is pure.
 struct AppTestAbstract_s
 {
     AppTestAbstract_s() { fnCall(*this); }
@@ -17,7 +18,7 @@ struct AppTestAbstract_s
 
 namespace
 {
-    double g_tFake = 100.0;
+    double g_tFake = 100.0;   // seconds
 
     // Returns a window. Window 3 is a child of window 2, which is a child of window 1. Window 9 has no parent.
     plat::Window_t Window(std::uintptr_t i)
@@ -132,7 +133,7 @@ TEST_F(App, StartsInItsFolderAndEndsPureVirtualCallsInAbort)
     EXPECT_EXIT(CallPureVirtual(), EndedAtBreakpoint, "in folder: 1, log: 1\n.*\npure virtual function call");
 }
 
-TEST_F(App, ShutdownEmptiesTheListsOfAppearancesAndInput)
+TEST_F(App, ShutdownEmptiesTheEventListsExceptThree)
 {
     auto const AreKept = [](auto &... Events)
     {

@@ -43,11 +43,12 @@ namespace
 // Some hypervisors grant an event that never fires.
 TEST(BreakpointSwallowed, SetFailsWithTheComplaint)
 {
+    constexpr int NO_FILTER = 2;   // status of the child
     auto const Set = []
     {
         if (!SwallowDebugRegisters())
         {
-            return 2;
+            return NO_FILTER;
         }
         DialogScript_c const Dialogs;
         Watch_t Watch;
@@ -56,7 +57,7 @@ TEST(BreakpointSwallowed, SetFailsWithTheComplaint)
         return 0;
     };
     int const iStatus = StatusOfChild(StartChild(Set));
-    SKIP_IF(iStatus == 2, "the kernel accepts no filter of system calls");
+    SKIP_IF(iStatus == NO_FILTER, "the kernel accepts no filter of system calls");
     EXPECT_EQ(iStatus, 0);
 }
 

@@ -125,7 +125,7 @@ namespace
         plat::DebugOutput_t m_fnOutput;
     };
 
-    // Returns a text that no Achtung had yet.
+    // Returns a text that no Achtung has had.
     std::string Fresh()
     {
         static int s_nTexts = 0;

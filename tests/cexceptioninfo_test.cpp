@@ -19,7 +19,7 @@ namespace
 
     ExceptionInfo_c & g_Info = ExceptionInfo_c::Get();
     std::mutex g_TraceLock;
-    std::string g_sFaultTrace;   // each line in angles
+    std::string g_sFaultTrace;   // each line in angle brackets
     plat::FaultContext_t g_Context;
 
     // A fault whose instruction pointer is 0. Its stack is as large as a dump. Its frame pointer leads to no memory.
@@ -60,7 +60,7 @@ namespace
     {
         if (nLevels > 0)
         {
-            return Deep(nLevels - 1, nSize) + "";
+            return Deep(nLevels - 1, nSize) + "";   // no tail call
         }
         plat::FaultContextCapture(&g_Context);
         plat::FaultPointers_t const Here = { nullptr, &g_Context };
@@ -97,7 +97,7 @@ TEST_F(ExceptionInfo, ThreadTracesAFaultAndAsks)
     constexpr char TAIL[] =
         "Stack Trace\r\n\r\nStack Trace Failed:: zero eip\r\n\r\nPress:\r\n"
         "Yes - to launch remote debug\r\nNo - to ignore exception\r\nCancel - to terminate application";
-    // Expressions for the trace, each line in angles.
+    // Expressions for the trace, each line in angle brackets.
     constexpr char START[] =
         "<Handling Exception...>(<Symbols Init (Ok|Failed)>)?<Enumirating loaded modules...>"
         "<loading debug info for modules>(<Symbols loaded: \"/[^>]*\"\n>)+<Enumirating loaded modules...done>"
@@ -125,9 +125,8 @@ TEST_F(ExceptionInfo, ThreadTracesAFaultAndAsks)
         g_sFaultTrace = "";
         EXPECT_EQ(g_Info.OnUnhandledException(&Fault.Pointers), 0);
         std::string const sCode = Hex(nCode), sSp = Hex(Fault.Context.nSp), sName = szName;
-        EXPECT_EQ(Dialogs.CountHolding(
-                      "Unhandled Exception " + sName + " (" + sCode + ") at 0x1234ABCD\r\n" + sAccess + TAIL),
-            1);
+        std::string const sWhere = " (" + sCode + ") at 0x1234ABCD\r\n";
+        EXPECT_EQ(Dialogs.CountHolding("Unhandled Exception " + sName + sWhere + sAccess + TAIL), 1);
         std::string const sLine = sAccess.empty() ? "" : '<' + sAccess + '>';
         EXPECT_THAT(g_sFaultTrace,
             MatchesRegex(START + sCode + " at Addres: 0x1234ABCD>" + sLine + REGISTERS + sName + DUMPS + sSp + WORDS));
@@ -218,7 +217,7 @@ TEST_F(ExceptionInfo, CancelEndsTheProcessAndADebuggerComesFirst)
         g_Info.OnUnhandledException(&Divide.Pointers);
         std::_Exit(7 + Dialogs.GetCount());
     };
-    EXPECT_EXIT(Fault(false), testing::ExitedWithCode(0x94), "");
+    EXPECT_EXIT(Fault(false), testing::ExitedWithCode(plat::FAULT_INTEGER_DIVIDE & 0xFF), "");
     auto const FaultInExit = [](long nAnswer, std::initializer_list<Answer_e> const & dAnswers)
     {
         static long s_nAnswer;

@@ -9,14 +9,14 @@ namespace
     using testing::StartsWith;
 
     // Variables of ShowValues in the crasher, with addresses replaced.
-    std::string const VALUES = R"(    parameter Ship: (anonymous namespace)::Ship_t const & = {...}
+    std::string const VALUES = R"(    parameter Ship: (anonymous namespace)::Ship_s const & = {...}
         .x: float = 1
         .y: float = 2
         .z: float = 3
         .eColour: (anonymous namespace)::Colour_e = RED (2)
         .nLow: unsigned int = 5
         .nHigh: unsigned int = 65
-        .Speed: (anonymous namespace)::Vector_t = <4, 5, 6\n(no member Ship.x)>
+        .Speed: (anonymous namespace)::Vector_s = <4, 5, 6\n(no member Ship.x)>
         .szName: char const * = "ship"
     parameter fnCall: void (*)() = 0x@ (anonymous namespace)::FaultAmongValues
     parameter wszWide: wchar_t const * = "wïde"
@@ -31,7 +31,7 @@ namespace
     local dMany: std::vector<int> = { 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, ... 100 elements }
     local iSome: std::optional<short int> = 7
     local pOwned: std::unique_ptr<int> const = 0x@ { 9 }
-    local Point: (anonymous namespace)::Vector_t = <1, 2, 3.5\n(no member Ship.x)>
+    local Point: (anonymous namespace)::Vector_s = <1, 2, 3.5\n(no member Ship.x)>
 )";
 
     // Returns the text with "0x@" for each hexadecimal number of six or more digits.

@@ -88,7 +88,7 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
 {
     ExpectComplaints(1);
     Make({ { "gone.bin", "x" }, { "folder.bin", "x" }, { "huge.bin", "x" }, { "empty.bin", "" } });
-    fs::create_symlink("/sys/devices/system/cpu/online", m_Folder.Join("short.bin"));   // a page with any contents
+    fs::create_symlink("/sys/devices/system/cpu/online", m_Folder.Join("short.bin"));   // shorter than its size
     ASSERT_TRUE(Scan());
     fs::remove(m_Folder.Join("gone.bin"));
     fs::remove(m_Folder.Join("folder.bin"));
@@ -113,7 +113,7 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
         m_Log.Clear();
         s_dReported.clear();
         SKIP_IF(iLength == 4096 && (!FileExists(szName) || FileStream(szName)->iLength != 4096),
-            "no file is at hand that gives fewer bytes than its size");
+            "no file is at hand that has fewer bytes than its size");
         EXPECT_EQ(FileOpen(szName), nullptr);
         EXPECT_EQ(m_Log.GetText(), std::string("FileOnDisk_c::Open: ") + szReport + ": '" + Folded(szName) + "'\n"
                                        + (szReport[0] == 'C' ? "FileOnDisk_c::Open: " + sReason + "\n" : "")

@@ -33,10 +33,10 @@ protected:
             {
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
             }
-            dIdle.emplace_back(bIdle, IsIdleThread());
+            m_dIdle.emplace_back(bIdle, IsIdleThread());
             return false;
         }
-        std::vector<std::pair<bool, bool>> dIdle;
+        std::vector<std::pair<bool, bool>> m_dIdle;
     };
 
     FileAsyncTest()
@@ -146,7 +146,7 @@ TEST_F(FileAsyncTest, ThreadFillsABufferOrTakesAReference)
     }
 }
 
-TEST_F(FileAsyncTest, ThreadWritesNotBeyondABufferThatTheFileOutgrew)
+TEST_F(FileAsyncTest, ThreadWritesNothingBeyondABufferThatTheFileOutgrew)
 {
     Start();
     File_c * const pFile = FileStream("b.txt");
@@ -155,7 +155,7 @@ TEST_F(FileAsyncTest, ThreadWritesNotBeyondABufferThatTheFileOutgrew)
     Await(pFile, szSmall);
     EXPECT_EQ(s_dReported, std::vector<std::string>{ "b.txt" }) << "a read error in the worker";
     SlowFile_c Slow;
-    for (bool const bResident : { false, true })   // learns of a larger file once the buffer has its size
+    for (bool const bResident : { false, true })   // pFile learns the larger size after the request
     {
         SCOPED_TRACE(bResident);
         pFile->iLength = 5;
@@ -213,7 +213,7 @@ TEST_F(FileAsyncTest, WhoeverWaitsForTheIdleThreadLiftsIt)
     Module_c::ShutdownAllModules();
     SKIP_IF(!IdleThreadsCanLeave(), "the system has no idle class, or lets no thread leave it");
     std::pair const Lifted(true, false);
-    EXPECT_EQ(File.dIdle, (std::vector{ Lifted, { false, false }, Lifted }));
+    EXPECT_EQ(File.m_dIdle, (std::vector{ Lifted, { false, false }, Lifted }));
 }
 
 TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)

@@ -22,7 +22,7 @@ TEST_F(FileHashTest, CoversNamesAndSizesOfTheTables)
     Make({ { "top.csv", "12345" }, { "Declarations/B.CSV", "12" }, { "my_DECLARATIONS/sub/a.Csv", "1" },
         { "Declarations/c.txt", "" }, { "declarations2/d.csv", "123" }, { "Declarations/csv", "" } });
     Scan();
-    FileStream("top.csv")->pPath = nullptr;
+    FileStream("top.csv")->pPath = nullptr;   // without a folder, so no declaration
     EXPECT_TRUE(Covers(false, "b.csv\2\0\0\0a.csv\1\0\0\0"s));
     EXPECT_TRUE(Covers(true, "top.csv\5\0\0\0d.csv\3\0\0\0b.csv\2\0\0\0a.csv\1\0\0\0"s));
     m_Folder.Write("Declarations/B.CSV", "xyz");

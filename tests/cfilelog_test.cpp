@@ -10,15 +10,15 @@ protected:
 
     static void * Handle(std::intptr_t iHandle) { return reinterpret_cast<void *>(iHandle); }
 
-    // Opens the handles from iFirst to iLast, each under the name of the test and the handle's number. Returns the line
-    // for each in the tracker's list.
-    static std::string Open(int iFirst, int iLast, std::string const & sTest)
+    // Opens the handles from iFirst to iLast, each under sPrefix and the handle's number. Returns the line for each in
+    // the tracker's list.
+    static std::string Open(int iFirst, int iLast, std::string const & sPrefix)
     {
         std::string sLines;
         for (int i = iFirst; i <= iLast; ++i)
         {
-            FileOpenTracker(Handle(i), (sTest + std::to_string(i)).c_str());
-            sLines += "Opened file: '" + sTest + std::to_string(i) + "'\n";
+            FileOpenTracker(Handle(i), (sPrefix + std::to_string(i)).c_str());
+            sLines += "Opened file: '" + sPrefix + std::to_string(i) + "'\n";
         }
         return sLines;
     }
@@ -153,7 +153,7 @@ protected:
     }
 };
 
-TEST_F(FileLogTest, EachResponseLogHasItsOpens)
+TEST_F(FileLogTest, EachResponseLogHasItsOpensAndNoForgedLine)
 {
     auto const nHandles = CountHandles();
     // Masks and modes: 1 is the plain log, 2 the clean one, 4 that of prefetches.

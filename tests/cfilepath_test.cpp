@@ -135,7 +135,10 @@ TEST_F(FilePathTest, AFileBesideALinkToNothingOpens)
             FileClose(pFile);
         }
     }
-    // A link whose target this user may not see is there, in any spelling of its folder.
+}
+
+TEST_F(FilePathTest, ALinkToWhatThisUserMayNotSeeIsThereInAnySpellingOfItsFolder)
+{
     Make({ { "Sub/Closed/", "" } });
     fs::create_symlink("Closed/x", m_Folder.Join("Sub/Link"));
     fs::permissions(m_Folder.GetPath(), fs::perms::all);
@@ -250,19 +253,20 @@ TEST_F(FilePathTest, ListsAndForgetsFilesBelowAPrefixButNotFromUnderTheirHolders
 
 TEST_F(FilePathTest, AnObjectOfALibraryAboveHidesAFileUntilItIsDestroyed)
 {
-    struct Above_s : FileOnDisk_c
+    struct Above_c : FileOnDisk_c
     {
         bool Open(void *) override { return false; }
     };
     auto const Add = [](char const * szKey, bool bOver)
     {
-        File_c * const pFile = new Above_s;
+        File_c * const pFile = new Above_c;
         pFile->sName = szKey;
         if (HashAdd_e const eAdded = FileAddObject(pFile, bOver))
         {
+            EXPECT_EQ(eAdded, HASH_PRESENT);
             pFile->sName = "";
             delete pFile;
-            return eAdded == HASH_PRESENT ? static_cast<File_c *>(nullptr) : pFile;
+            return static_cast<File_c *>(nullptr);
         }
         return pFile;
     };

@@ -112,12 +112,12 @@ TEST_F(FileSave, EachChangeOfASaveIsNoticed)
             EXPECT_EQ(Load(Save), -FileSave_c::DAMAGED) << i << ", bit " << iBit;
         }
     }
-    std::size_t const iMark = sWhole.size() - SAVE_SEAL_SIZE;
-    // Bytes 0 and 2 are the minor and the major version. The mark ends in its version, and the length follows it.
+    std::size_t const iSealVersion = sWhole.size() - SAVE_SEAL_SIZE + SAVE_SEAL_VERSION_AT;
+    // Bytes 0 and 2 are the minor and the major version. The length follows the version of the seal.
     for (auto const & [iByte, cByte, eState] : Rows_t<std::size_t, char, int>{ { 0, 4, FileSave_c::NEWER },
              { 0, 2, FileSave_c::WHOLE }, { 2, 2, FileSave_c::NEWER }, { 2, 0, FileSave_c::OLDER },
-             { iMark + 3, '2', FileSave_c::NEWER }, { iMark + 3, '0', FileSave_c::OLDER },
-             { iMark + 3, '\xFF', FileSave_c::OLDER }, { iMark + 4, 1, FileSave_c::DAMAGED } })
+             { iSealVersion, '2', FileSave_c::NEWER }, { iSealVersion, '0', FileSave_c::OLDER },
+             { iSealVersion, '\xFF', FileSave_c::OLDER }, { iSealVersion + 1, 1, FileSave_c::DAMAGED } })
     {
         std::string sOther = sWhole;
         sOther[iByte] = cByte;
@@ -126,6 +126,11 @@ TEST_F(FileSave, EachChangeOfASaveIsNoticed)
         EXPECT_EQ(Save.Load(SAVE_VERSION), eState) << iByte << Save.GetWhyNot();
         EXPECT_EQ(m_Folder.Read("one.sav"), sOther) << iByte;
     }
+}
+
+TEST_F(FileSave, SavesThatArePutAsideKeepApart)
+{
+    FileSave_c Save(m_sPath.c_str());
     String_T<256> sAside;
     for (char const * szTo : { ".old", ".old1" })
     {
@@ -133,9 +138,8 @@ TEST_F(FileSave, EachChangeOfASaveIsNoticed)
         EXPECT_TRUE(Save.PutAside(sAside));
         EXPECT_EQ(std::string(sAside), m_sPath + szTo);
     }
-    EXPECT_EQ(m_Folder.Read("one.sav.old"), ".old");
-    EXPECT_EQ(m_Folder.Read("one.sav.old1"), ".old1");
-    EXPECT_FALSE(Save.PutAside(sAside));
+    EXPECT_EQ(std::tuple(m_Folder.Read("one.sav.old"), m_Folder.Read("one.sav.old1")), std::tuple(".old", ".old1"));
+    EXPECT_FALSE(Save.PutAside(sAside)) << "there is none";
 }
 
 TEST_F(FileSave, WhatTheSystemRefusesIsUnreadableAndAFailedSaveReplacesNothing)
@@ -267,6 +271,7 @@ TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
     std::mt19937 Random(1);
     int iLast = -FileSave_c::ABSENT;
     unsigned tMost = 20000;   // microseconds up to a kill
+    // At least 25 programs, and at most 1000 until the stored value is above 10.
     for (int i = 0; i < 25 || (iLast <= 10 && i < 1000); ++i)
     {
         SCOPED_TRACE(i);

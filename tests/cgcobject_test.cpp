@@ -47,8 +47,7 @@ namespace
     protected:
         GarbageCollection() { g_sDeleted.clear(); }
 
-        // Returns what a collection deletes, in order. A '!' follows an object that sees another in its
-        // destructor.
+        // Returns what a collection deletes, in order. A '!' follows an object that sees another in its destructor.
         static std::string Collect()
         {
             g_sDeleted.clear();
@@ -72,9 +71,9 @@ TEST_F(GarbageCollection, DeletesWhatTheRootDoesNotReachTheOldestFirst)
     pD->m_First.Set(pC);
     pD->m_Second.Set(pA);
     pE->m_First.Set(pE);
-    GcRef_c const Outside(nullptr, pD);
+    GcRef_c const Outside(pE, pD);
     EXPECT_EQ(Collect(), "cde");
-    EXPECT_EQ(Outside.Get(), nullptr) << "a reference without a source keeps nothing alive";
+    EXPECT_EQ(Outside.Get(), nullptr) << "an unreachable source keeps nothing alive";
     EXPECT_EQ(Collect(), "");
     EXPECT_EQ(pA->m_First.Get(), pB);
 

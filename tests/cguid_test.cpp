@@ -50,7 +50,7 @@ namespace
         return std::uint64_t{ Parts.Data3 & 0xFFFu } << 48 | std::uint64_t{ Parts.Data2 } << 32 | Parts.Data1;
     }
 
-    // Waits for the moment, then makes so many identifiers. Returns a line for each.
+    // Waits until tStart, then makes nGuids identifiers. Returns a line for each.
     std::string MakeMany(std::chrono::steady_clock::time_point tStart, int nGuids)
     {
         std::string sLines;
@@ -241,7 +241,7 @@ TEST_F(GuidTest, DescriptorsThatAHostReusedAreLeftAlone)
         };
         EXPECT_FALSE(dPrevious.empty());
         EXPECT_EQ(StatusOfChild(StartChild(MakeOne)), 0);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1100));   // the generator checks at most once a second
         return MakeOne();
     };
     EXPECT_EQ(StatusOfChild(StartChild(Host)), 0);

@@ -13,7 +13,7 @@
 
 namespace
 {
-    std::atomic<void const *> g_pSeen;   // keeps the compiler from doing without a block
+    std::atomic<void const *> g_pSeen;   // keeps the compiler from removing an allocation
 
     struct Figures_s
     {
@@ -126,7 +126,8 @@ TEST(Memory, AnEndedThreadLeavesNoCategoryToTheNext)
         });
 }
 
-// A fence follows the caller's bytes directly, with every alignment.
+// A fence follows the caller's bytes directly, with every alignment. It ends 4 bytes after the heap's block. Its first
+// 16 bytes are checked.
 TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)
 {
     static std::string s_sReports;
@@ -209,12 +210,12 @@ TEST(Memory, StackMergesPushesAndCountsChanges)
     Stack.Remove(mem::file);
     EXPECT_EQ(Stack.Top(), mem::UNDEFINED);
     EXPECT_EQ(FailedConditions([&] { Stack.Remove(mem::file); }), "top < CATEGORY_STACK_DEPTH && top >= 0");
-    for (int i = 0; i < 64; ++i)
+    for (int i = 0; i < MemCategoryStack_c::CATEGORY_STACK_DEPTH; ++i)
     {
         EXPECT_EQ(FailedConditions([&] { Stack.Add(i % 2 ? mem::AI : mem::Lua); }), "") << i;
     }
     EXPECT_EQ(FailedConditions([&] { Stack.Add(mem::Lua); }), "top >= -1 && top < CATEGORY_STACK_DEPTH-1");
-    EXPECT_EQ(Stack.top, 63);
+    EXPECT_EQ(Stack.top, MemCategoryStack_c::CATEGORY_STACK_DEPTH - 1);
 }
 
 TEST(Memory, TrackingStartsOnceAndEndsOnce)
@@ -334,21 +335,22 @@ TEST(Memory, AlignedOperationsReportMisuse)
     EXPECT_EQ(Reports.Extract(), sForeign + sForeign);
 }
 
-TEST(Memory, UserAllocatorsFillSixtyFourSlots)
+TEST(Memory, UserAllocatorsFillTheSlotsAndReuseThem)
 {
-    mem::UserAllocatorInfo_c dAllocators[65];
-    for (int i = 0; i < 65; ++i)
+    constexpr unsigned SLOTS = mem::MAX_USER_ALLOCATORS;
+    mem::UserAllocatorInfo_c dAllocators[SLOTS + 1];
+    for (unsigned i = 0; i <= SLOTS; ++i)
     {
-        EXPECT_EQ(mem::RegisterUserAllocator(dAllocators[i]), i < 64) << i;
+        EXPECT_EQ(mem::RegisterUserAllocator(dAllocators[i]), i < SLOTS) << i;
     }
     EXPECT_EACH(mem::UnRegisterUserAllocator(dAllocators[5]), !mem::UnRegisterUserAllocator(dAllocators[5]),
-        mem::GetUserAllocators(nullptr, 0) == 63, mem::RegisterUserAllocator(dAllocators[64]));
-    dAllocators[64].m_dwInfo1 = 9;
-    mem::UserAllocatorInfo_i * dFound[64];
+        mem::GetUserAllocators(nullptr, 0) == SLOTS - 1, mem::RegisterUserAllocator(dAllocators[SLOTS]));
+    dAllocators[SLOTS].m_dwInfo1 = 9;
+    mem::UserAllocatorInfo_i * dFound[SLOTS];
     EXPECT_EACH(mem::GetUserAllocators(dFound, 0) == 0, mem::GetUserAllocators(dFound, 7) == 7);
     mem::UserAllocatorInfo_t Info;
-    EXPECT_EACH(dFound[5] == &dAllocators[64], dFound[5]->GetInfo(Info), Info.dwInfo1 == 9);
-    std::for_each(dAllocators, dAllocators + 65, mem::UnRegisterUserAllocator);
+    EXPECT_EACH(dFound[5] == &dAllocators[SLOTS], dFound[5]->GetInfo(Info), Info.dwInfo1 == 9);
+    std::for_each(dAllocators, dAllocators + SLOTS + 1, mem::UnRegisterUserAllocator);
     EXPECT_EQ(mem::GetUserAllocators(nullptr, 0), 0u);
 }
 

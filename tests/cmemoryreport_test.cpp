@@ -21,7 +21,7 @@ namespace
         return static_cast<std::uint32_t>((eCategory << MEMORY_CATEGORY_SHIFT) | MEMORY_CLIENT_BLOCK);
     }
 
-    // Returns a record of the call log, nFrames after the present frame.
+    // Returns a record of the call log for the frame nFrames after the present one.
     std::string Record(int nFrames, int iLine, mem::Categories_e eCategory, std::size_t nBytes)
     {
         std::ostringstream Text;
@@ -30,7 +30,7 @@ namespace
         return Text.str();
     }
 
-    // Runs fnRun in a child process, where the call log's header is still to come, with a folder for the log.
+    // Runs fnRun in a child process, whose call log has no header yet and lies in Folder.
     void RunInChild(TempFolder_c const & Folder, void (*fnRun)())
     {
         auto const Run = [&]
@@ -52,7 +52,7 @@ namespace
         plat::HeapFree(plat::HeapAlloc(8, WordOf(mem::AI), SOURCE, 13));
     }
 
-    // Returns the call log's records of those that are logged.
+    // Returns the call log's records of AllocateBlocks.
     std::string AllocatedBlocks(int nFrames)
     {
         return Record(nFrames, 11, mem::Core, 40 + AROUND) + Record(nFrames, 13, mem::AI, 8);

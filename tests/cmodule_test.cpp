@@ -169,6 +169,10 @@ TEST_F(Modules, ComplainOfMisuse)
         EXPECT_EQ(FailedConditions([&] { a.Initialize(); }), "!m_bIsInitialized");
     }
     EXPECT_EQ(m_Log.GetText(), "a: still initialized!\n");
+}
+
+TEST_F(Modules, OfTheLibraryHaveTheNamesOfTheirClasses)
+{
     EXPECT_STREQ(ModuleLog_c::Get()->GetName(), "ModuleLog_c");
     EXPECT_STREQ(ModuleTimer_c::Get()->GetName(), "ModuleTimer_c");
 }

@@ -26,7 +26,7 @@ namespace
         }
         std::int64_t GetSymbol(std::uint64_t Address, char * szName, unsigned nSize) override
         {
-            EXPECT_EQ(nSize, 1008u);
+            EXPECT_EQ(nSize, OPCODE_SYMBOL_SIZE);
             EXPECT_NE(Address, 0u);
             std::snprintf(szName, nSize, "Blit");
             return Address >= 0x401000 && Address < 0x401100 ? static_cast<std::int64_t>(Address - 0x401000) : -1;
@@ -35,6 +35,7 @@ namespace
         std::vector<std::string> m_dLines;
     };
 
+    // Returns the lines of a listing of bytes, which sHex has as hexadecimal numbers.
     std::vector<std::string> Listing(
         int nBits, std::string const & sHex, std::uint64_t Address, std::uint64_t Fault = 1)
     {

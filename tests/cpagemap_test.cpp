@@ -7,7 +7,7 @@
 #include <map>
 #include <random>
 
-TEST(PageMap, HoldsPagesThatMeetAsAPlainModelDoes)
+TEST(PageMap, HoldsPagesThatCollideAsAPlainModelDoes)
 {
     std::ptrdiff_t const nBefore = MemoryTotalAllocations();
     PageMap_T<int> Map;
@@ -40,13 +40,14 @@ TEST(PageMap, HoldsPagesThatMeetAsAPlainModelDoes)
         Model.erase(Model.begin());
     }
     EXPECT_EQ(Map.AtHome(Address(5)), 0);
+    std::uintptr_t const iColliding = 5 + (1 << 11);   // its home slot is that of page 5
     Map.Add(5, 1);
     EXPECT_EQ(Map.AtHome(Address(5)), 1);
-    Map.Add(5 + (1 << 11), 2);
-    EXPECT_EQ(Map.AtHome(Address(5 + (1 << 11))), 1) << "another page's";
-    EXPECT_EQ(Map.Find(5 + (1 << 11)), 2);
+    Map.Add(iColliding, 2);
+    EXPECT_EQ(Map.AtHome(Address(iColliding)), 1) << "another page's";
+    EXPECT_EQ(Map.Find(iColliding), 2);
     Map.Remove(5);
-    EXPECT_EQ(Map.AtHome(Address(5 + (1 << 11))), 2) << "at home again";
-    Map.Remove(5 + (1 << 11));
+    EXPECT_EQ(Map.AtHome(Address(iColliding)), 2) << "at home again";
+    Map.Remove(iColliding);
     EXPECT_EQ(MemoryTotalAllocations(), nBefore) << "without pages there is no storage";
 }

@@ -56,7 +56,7 @@ TEST(Perlin, IsZeroOnTheLatticeRepeatsAndComplainsOfWhatIsNoPlace)
     PerlinNoiseSetSeed(1);
     ASSERT_TRUE(StartModule(ModulePerlin_c::Get()));
     Module_c::ShutdownAllModules();
-    EXPECT_NE(PerlinNoise(Vec3fpu_t{ 0.25f, 9.5f, -3.75f }), fFirst) << "the seed had moved on";
+    EXPECT_NE(PerlinNoise(Vec3fpu_t{ 0.25f, 9.5f, -3.75f }), fFirst) << "building the tables advances the seed";
     PerlinNoiseSetSeed(1);
     EXPECT_EQ(PerlinNoise(Vec3fpu_t{ 0.25f, 9.5f, -3.75f }), fFirst);
 

@@ -41,7 +41,7 @@ namespace
     };
 }
 
-TEST(Printf, TakesTextClassesInAllFunctions)
+TEST(Printf, TextClassesPrintAsTheirTexts)
 {
     String_T<8> const s("Ogre");
     std::string const t = "the cave";

@@ -110,7 +110,7 @@ TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
     }
     EXPECT_EQ(g_iTimerStackTop, 1);
     EXPECT_EQ(Tree(ProfilerGetTimer("a")), "b*2 c*1(b*1)");   // the application's timer hangs under the root
-    EXPECT_EQ(ProfilerGetTimer(0x801003E6u)->dFrames[0].nCalls, 1u);
+    EXPECT_EQ(ProfilerGetTimer(ZQ_TIMER_APPLICATION)->dFrames[0].nCalls, 1u);
     ProfilerUpdateFrame(true);
     EXPECT_EQ(Tree(ProfilerGetRoot()), "");
     ProfilerUpdateFrame(true);   // the reload came once; the update's time counts for the frame that it begins
@@ -176,7 +176,8 @@ TEST_F(Profiler, FiguresAreThoseOfTheLast149Frames)
 
 TEST_F(Profiler, MeasuresAcrossAClockThatRunsBackwards)
 {
-    constexpr std::int64_t WAIT = 20000;   // ticks
+    constexpr std::int64_t WAIT = 20000;        // ticks
+    constexpr std::int64_t WRAP = 0x80000000;   // ticks added to a time that is below 0
     for (std::int64_t const tOffset : { std::int64_t{ 0 }, std::int64_t{ 0x7000000000 } })
     {
         ProfilerReset();
@@ -185,7 +186,7 @@ TEST_F(Profiler, MeasuresAcrossAClockThatRunsBackwards)
         ProfilerGetTimer("a")->tStart += tOffset;
         shortTimeWait(WAIT);
         ProfilerPop();
-        std::int64_t const tTime = ProfilerGetTimer("a")->dFrames[0].tTime + tOffset - (tOffset ? 0x80000000 : 0);
+        std::int64_t const tTime = ProfilerGetTimer("a")->dFrames[0].tTime + tOffset - (tOffset ? WRAP : 0);
         EXPECT_GE(tTime, WAIT) << tOffset;
         EXPECT_LE(tTime, shortTimeGet() + tOffset - tBefore) << tOffset;
     }

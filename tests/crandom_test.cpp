@@ -13,7 +13,7 @@
 
 namespace
 {
-    // Returns the names in the list, from its head, joined by blanks. A wrong link back shows as "!".
+    // Returns the names in the list, from its head, each with a blank after it. A wrong link back shows as "!".
     std::string Names()
     {
         std::string sNames;
@@ -104,9 +104,10 @@ TEST(Random, NumbersOfNeighbouringSeedsAndPositionsAreUnrelated)
     };
     for (unsigned const nStride : { 0u, 1u, 2u, 10u, 256u, 65536u, 1u << 31 })
     {
-        for (int iPosition = nStride == 0; iPosition < 4; ++iPosition)
+        for (int iPosition = nStride == 0 ? 1 : 0; iPosition < 4; ++iPosition)   // no number with itself
         {
-            // On a line the numbers would be correlated or, if it wraps, their differences would be alike.
+            // On a line the numbers would be correlated or, if it wraps, their differences would be alike. The limits
+            // are 4 deviations, and the chi-square of BINS - 1 degrees of freedom that one of 10,000 cases exceeds.
             double fProducts = 0, dBins[BINS] = {};
             for (unsigned nSeed = 0; nSeed < SEEDS; ++nSeed)
             {

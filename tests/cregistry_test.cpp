@@ -132,6 +132,9 @@ TEST_F(RegistryTest, ReadsEachTypeOnlyAsWhatItHolds)
             std::tuple(bInt, bInt ? iBits : 99, bDouble, bDouble ? fDouble : 99.0, bFloat, fFloat))
             << szName;
     }
+    _tag_DATA_INFO Info = { 9, 9 };
+    EXPECT_EACH(!Registry.GetDataInfo("none", &Info), Info.dwType == 0, Info.dwSize == 0,
+        Registry.GetSizeValue("none") == -1, Registry.GetDataInfo("B", &Info), Info.dwType == 3, Info.dwSize == 3);
 }
 
 TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
@@ -147,11 +150,6 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
     EXPECT_STREQ(szBuffer, "some text") << "exactly as long, no terminator added";
     EXPECT_TRUE(Registry.ReadData("b", szBuffer, sizeof(szBuffer)));
     EXPECT_EQ(std::string(szBuffer, 4), std::string("\0\1\2e", 4));
-    _tag_DATA_INFO Info = { 9, 9 };
-    EXPECT_EACH(!Registry.GetDataInfo("none", &Info), Info.dwType == 0, Info.dwSize == 0,
-        Registry.GetSizeValue("none") == -1, Registry.GetDataInfo("B", &Info), Info.dwType == 3, Info.dwSize == 3);
-    EXPECT_EACH(!Registry.OpenKey("Software\\None", 0), !Registry.ValueExists("t")) << "the previous key is closed";
-    EXPECT_EACH(Registry.OpenKey("Software\\None", 1), Registry.OpenKey("SOFTWARE\\none", 0));
 
     // A read by the path returns the size whether the value fits or not.
     for (auto const & [szName, nRoom, bRead, nSize] : Rows_t<char const *, std::size_t, bool, std::size_t>{
@@ -164,9 +162,6 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
         EXPECT_EQ(nHave, nSize) << szName;
         EXPECT_EQ(std::string(szBuffer, 4), bRead ? "\xFB\xFF\xFF\xFF" : "????") << szName;
     }
-    constexpr std::size_t LARGEST = 16 * 1024 * 1024;   // bytes of a value
-    EXPECT_FALSE(Write("k", "huge", std::string(LARGEST + 1, 'h')));
-    EXPECT_FALSE(plat::RegistryKeyExists(USER, "k")) << "a refused value makes no key";
 }
 
 TEST_F(RegistryTest, AFailedReadKeepsTheBufferWhileOthersChangeTheType)
@@ -178,7 +173,8 @@ TEST_F(RegistryTest, AFailedReadKeepsTheBufferWhileOthersChangeTheType)
         [&bEnd]
         {
             Registry_c Other;
-            for (Other.OpenKey("k", 0); !bEnd;)
+            Other.OpenKey("k", 0);
+            while (!bEnd)
             {
                 EXPECT_EACH(Other.WriteData("v", "\1\2\3\4\5\6\7", 7), Other.WriteString("v", "text"));
             }
@@ -254,8 +250,8 @@ TEST_F(RegistryTest, ListsKeysWithTheirFigures)
     _tag_KEY_INFO Info;
     EXPECT_TRUE(Registry.GetKeyInfo(&Info));
     std::int64_t const tNow = (std::time(nullptr) + plat::FILE_TIME_SECONDS_TO_1970) * plat::FILE_TIME_TICKS;
-    EXPECT_NEAR(static_cast<double>(Info.ftLastWrite), static_cast<double>(tNow), 1e8);
-    plat::RegistrySetPlatform(2);
+    EXPECT_NEAR(static_cast<double>(Info.ftLastWrite), static_cast<double>(tNow), 10.0 * plat::FILE_TIME_TICKS);
+    plat::RegistrySetPlatform(2);   // counts names in 16-bit units
     Registry_c Doubled;
     EXPECT_TRUE(Doubled.OpenKey("top", 0));
     EXPECT_EQ(Figures(Doubled), (std::vector{ 5, 6, 2, 24, 4 })) << "lengths of wide characters";
@@ -271,6 +267,9 @@ TEST_F(RegistryTest, DeletesKeysAndLeavesWhatIsNotItsOwn)
     EXPECT_EQ(SubKeys(Registry), "a zz ") << "the open key stays open";
     m_Folder.Write("user/top/a/foreign", "x");
     EXPECT_FALSE(Registry.DeleteKey("a", 1)) << "what is not the store's is left alone";
+    fs::create_directory_symlink(m_Folder.MakeFolder("victim"), m_Folder.Join("user/top/planted"));
+    EXPECT_FALSE(Write("top\\Planted", "Name", "x"));
+    EXPECT_TRUE(fs::is_empty(m_Folder.Join("victim")));
     EXPECT_EACH(Inner.OpenKey("top\\zz", 0), !Inner.DeleteKey("\\", 1), !Inner.DeleteKey("\\\\", 0),
         Again.OpenKey("top\\zz", 0))
         << "a path without a name is no key";
@@ -291,9 +290,20 @@ TEST_F(RegistryTest, APathLeadsToItsKeyAlone)
     }
     EXPECT_EQ(Read(nullptr, nullptr), "root");
     EXPECT_EACH(!plat::RegistryKeyExists(USER, "SOFTWARE\\House\\Install"), !plat::RegistryKeyExists(MACHINE, ""));
-    std::string const sTooLong(256, 'n');
-    EXPECT_EACH(!Write("key", sTooLong.c_str(), "x"), !Write(sTooLong.c_str(), "name", "x"));
     EXPECT_FALSE(fs::exists(m_Folder.Join("etc"))) << "no name leads out of the store";
+    Registry_c Registry;
+    EXPECT_EACH(Registry.OpenKey("Software\\House", 0), !Registry.OpenKey("Software\\None", 0),
+        !Registry.ValueExists("Install"))
+        << "the previous key is closed";
+    EXPECT_EACH(Registry.OpenKey("Software\\None", 1), Registry.OpenKey("SOFTWARE\\none", 0));
+}
+
+TEST_F(RegistryTest, NamesAndValuesBeyondTheLimitsAreRefusedAndMakeNoKey)
+{
+    std::string const sTooLong(256, 'n'), sHuge(16 * 1024 * 1024 + 1, 'h');
+    EXPECT_EACH(
+        !Write("key", sTooLong.c_str(), "x"), !Write(sTooLong.c_str(), "name", "x"), !Write("k", "huge", sHuge));
+    EXPECT_EACH(!plat::RegistryKeyExists(USER, "key"), !plat::RegistryKeyExists(USER, "k"));
 }
 
 TEST_F(RegistryTest, BehavesAsAPlainModel)
@@ -367,17 +377,25 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
     }
 }
 
-TEST_F(RegistryTest, ReadsNoValueFromADamagedFile)
+TEST_F(RegistryTest, FilesHaveTheDocumentedFormAndTheRightsOfTheirTree)
 {
     ASSERT_TRUE(Write("Key", "Name", "value"));
-    std::string const sFile = "user/key/=name", sWhole = m_Folder.Read(sFile);
-    EXPECT_EQ(sWhole.size(), 20u + 4 + 5);
+    EXPECT_EQ(m_Folder.Read("user/key/=name").size(), 20u + 4 + 5);
     EXPECT_EQ(m_Folder.Read("user/key/@key").substr(20), "Key");
     Registry_c Registry;
     EXPECT_EACH(Registry.OpenKey("Key", 0), Registry.WriteValue("Width", 1024));
     EXPECT_EQ(Hex(m_Folder.Read("user/key/=width")), DumpOfPage(FORMATS_PAGE, "registryrecord"));
     EXPECT_TRUE(Registry.WriteData((std::string(254, 'N') + ".").c_str(), "", 0));
     EXPECT_TRUE(fs::exists(m_Folder.Join("user/key/=" + std::string(237, 'n') + "~C2C9B77716554469")));
+    EXPECT_EQ(fs::status(m_Folder.Join("user/key/=name")).permissions(), fs::perms(0600));
+    ASSERT_TRUE(plat::RegistryWrite(MACHINE, "Key", "Name", RegistryType_e::Text, "x", 1));
+    EXPECT_EQ(fs::status(m_Folder.Join("not/yet/machine/key/=name")).permissions(), fs::perms(0644));
+}
+
+TEST_F(RegistryTest, ReadsNoValueFromADamagedFile)
+{
+    ASSERT_TRUE(Write("Key", "Name", "value"));
+    std::string const sFile = "user/key/=name", sWhole = m_Folder.Read(sFile);
     for (std::size_t iByte = 0; iByte < sWhole.size(); ++iByte)
     {
         std::string sDamaged = sWhole;
@@ -393,12 +411,6 @@ TEST_F(RegistryTest, ReadsNoValueFromADamagedFile)
     EXPECT_EQ(Read("Key", "Name"), "none") << "a pipe is not waited for";
     ASSERT_TRUE(Write("Key", "Name", "again"));
     EXPECT_EQ(Read("Key", "Name"), "again");
-    EXPECT_EQ(fs::status(m_Folder.Join(sFile)).permissions(), fs::perms(0600));
-    ASSERT_TRUE(plat::RegistryWrite(MACHINE, "Key", "Name", RegistryType_e::Text, "x", 1));
-    EXPECT_EQ(fs::status(m_Folder.Join("not/yet/machine/key/=name")).permissions(), fs::perms(0644));
-    fs::create_directory_symlink(m_Folder.MakeFolder("victim"), m_Folder.Join("user/key/planted"));
-    EXPECT_FALSE(Write("Key\\Planted", "Name", "x"));
-    EXPECT_TRUE(fs::is_empty(m_Folder.Join("victim")));
 }
 
 TEST_F(RegistryTest, KilledWritersAndRenamersLoseAndHalveNothing)
@@ -410,7 +422,7 @@ TEST_F(RegistryTest, KilledWritersAndRenamersLoseAndHalveNothing)
     int const nRounds = plat::ADDRESS_CHECKER ? 100 : 300;   // under it a fork takes ten times as long
     for (int iRound = 0; iRound < nRounds; ++iRound)
     {
-        unsigned const tMost = nY > 0 ? 2000 : 2000u << iRound / 50;   // microseconds; more on a busy machine
+        unsigned const tMost = nY > 0 ? 2000 : 2000u << iRound / 50;   // microseconds; more until a rename succeeds
         auto const fnWrite = [&dTexts]
         {
             for (int i = 0;; ++i)
@@ -513,7 +525,7 @@ TEST_F(RegistryTest, ParentAndChildGoOnWithAnOpenKey)
 
     auto const fnDaemon = []
     {
-        std::vector<int> dHandles(61);
+        std::vector<int> dHandles(61);   // 3 to 63
         std::iota(dHandles.begin(), dHandles.end(), 3);
         auto pKept = std::make_unique<Registry_c>();
         pKept->CreateKey("k");

@@ -11,7 +11,7 @@ using namespace std::string_literals;
 
 namespace
 {
-    using Operation_t = std::string (*)(Script_c & Script, char * sBuffer, std::string sArgument);
+    using Operation_t = std::string (*)(Script_c & Script, char * szBuffer, std::string sArgument);
 
     std::string Found(bool bFound)
     {

@@ -240,12 +240,7 @@ TEST(Serialize, ACheckSaysWhatIsWrongAndWhere)
         EXPECT_EQ(std::tuple(Result.eState, Result.iPosition, Result.nLeft, std::string(Result.sWhyNot)),
             std::tuple(eState, iPosition, nLeft, std::string(szWhyNot)));
     }
-    MemoryFile_c File(Saved(
-        [](A & a)
-        {
-            a.ChunkBegin("A");
-            a.ChunkEnd("A");
-        }));
+    MemoryFile_c File(Saved([](A & a) { ArchiveChunk_c const Empty(a, "A"); }));
     EXPECT_EACH(ArchiveCheck(FileBytes(&File), VERSION).nLeft == 8,
         ArchiveCheck(FileBytes(&File), VERSION, { "A" }).IsSound(),
         !ArchiveCheck(FileBytes(&File), VERSION, { "A", "B" }).IsSound(),
@@ -278,9 +273,8 @@ TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)
     std::string const sChunk = Saved(
         [&](A & a)
         {
-            a.ChunkBegin("A");
+            ArchiveChunk_c const Chunk(a, "A");
             a.SerializeString(sText);
-            a.ChunkEnd("A");
         });
     char const * const szOpen = "m_pCurrentChunk && m_dwChunkLabel == GetCrc32Polynomial(sName, strlen(sName))";
     for (auto const & [szCondition, fnBody] :
@@ -323,6 +317,10 @@ TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)
         EXPECT_EACH(!Archive.ChunkBegin("chunk"), Archive.LabelRead() == 0, Archive.GetPosition() == iPosition);
         EXPECT_EQ(std::pair(fKept, std::string(szKept)), std::pair(0.5, std::string("kept")));
     }
+}
+
+TEST(Serialize, AWriterReportsCallsThatDoNotFitItsState)
+{
     TempFolder_c const Folder;
     Writeable_c Archive(Folder.Join("a.arc").c_str(), VERSION);
     EXPECT_EQ(FailedConditions(

@@ -14,9 +14,9 @@ namespace
     using Access = NodeSerializer_c;
     using A = Serializeable_c;
 
-    void const * At(std::uintptr_t n)
+    void const * At(std::uintptr_t nAddress)
     {
-        return reinterpret_cast<void const *>(n);
+        return reinterpret_cast<void const *>(nAddress);
     }
 
     class Serializer : public testing::Test, protected World_s
@@ -65,7 +65,7 @@ TEST_F(Serializer, SharedAndCyclicObjectsComeBackOnce)
     };
     for (std::size_t i = 0; i < DEPTH; ++i)
     {
-        Link(dNodes[i], i, [&](std::size_t n) -> Node_s & { return dNodes[n]; });
+        Link(dNodes[i], i, [&](std::size_t iNode) -> Node_s & { return dNodes[iNode]; });
     }
     std::string sBytes;
     {
@@ -80,7 +80,7 @@ TEST_F(Serializer, SharedAndCyclicObjectsComeBackOnce)
     for (std::size_t i = 0; i < DEPTH; ++i)
     {
         Node_s Expected;
-        Link(Expected, i, [](std::size_t n) -> Node_s & { return *g_dLoaded[n]; });
+        Link(Expected, i, [](std::size_t iNode) -> Node_s & { return *g_dLoaded[iNode]; });
         ASSERT_EQ(std::memcmp(&Expected, g_dLoaded[i].get(), sizeof Expected), 0) << i;
     }
     Load(sBytes.substr(0, sBytes.size() / 4));
@@ -326,10 +326,10 @@ TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
     {
         SCOPED_TRACE(i);
         EXPECT_EACH(LoadsSoundly(sWhole.substr(0, i)), !bWhole) << "cut";
-        for (int const iFlip : { 0x01, 0x80, 0xFF, 0x7F })
+        for (int const nFlip : { 0x01, 0x80, 0xFF, 0x7F })
         {
-            std::string const sDamaged = std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ iFlip));
-            EXPECT_TRUE(LoadsSoundly(sDamaged)) << iFlip;
+            std::string const sDamaged = std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ nFlip));
+            EXPECT_TRUE(LoadsSoundly(sDamaged)) << nFlip;
             ExpectCheck(sDamaged);
         }
         for (std::size_t j = 4; j + 4 <= sWhole.size() && i + 4 <= sWhole.size(); ++j)

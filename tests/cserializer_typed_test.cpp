@@ -199,11 +199,9 @@ TEST(SerializerTyped, DamageNeverMakesAPointerOfAnotherType)
 TEST(SerializerTyped, WhatHasNoSerializerOrAnotherClassIsRefused)
 {
     Graph_s Graph;
-    {
-        Owner_s Loner;
-        EXPECT_THAT(FailedConditions([&] { EXPECT_EQ(SavedGraph(&Loner), ""); }),
-            testing::StartsWith("a Serializer_T has this class and names this base"));
-    }
+    Owner_s Loner;
+    EXPECT_THAT(FailedConditions([&] { EXPECT_EQ(SavedGraph(&Loner), ""); }),
+        testing::StartsWith("a Serializer_T has this class and names this base"));
     Classes_s Classes;
     Kept_T<Lamp_c> Baseless("Lamp");   // names no base
     Classes.Lamps.m_dMade.clear();

@@ -88,7 +88,7 @@ TEST(SimpleProfile, AveragesOverSpansOf32Frames)
     std::int64_t tSum = 0, tPeak = 0, tAverage = Get(C2).tAverage;
     for (int i = 1; i <= 70; ++i)
     {
-        RunSteps(C2, i % 5 == 0 ? "" : i == 20 ? "A....a" : "A.a");
+        RunSteps(C2, i % 5 == 0 ? "" : i == 21 ? "A....a" : "A.a");
         SimpleProfileReset(C2);
         if (i % FRAMES == 0)
         {
@@ -166,7 +166,7 @@ TEST(SimpleProfile, AForkedChildIsInItsOwnContextsAlone)
     Other.join();
 }
 
-TEST(SimpleProfile, KeepsItsLimits)
+TEST(SimpleProfile, AssertsAtTheLimitsOfItsStacks)
 {
     constexpr int DEPTH = SIMPLE_PROFILE_STACKSIZE;
     std::string const sFull = "ABABABABABABABABABABABABABABABAB", sEmpty = "babababababababababababababababa";

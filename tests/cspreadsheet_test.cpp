@@ -14,7 +14,7 @@ namespace
     class SpreadsheetTest : public MediaTest
     {
     protected:
-        // Writes a file and opens it. Requires that the sheet is closed.
+        // Writes a file, opens it and returns whether that succeeded. Requires that the sheet is closed.
         bool Open(std::string const & sText, SpreadsheetFmtDesc_t const * pFmt = nullptr)
         {
             Serve("sheet.csv", sText);
@@ -42,6 +42,29 @@ namespace
                 }
             }
             return sAll;
+        }
+
+        struct Step_s
+        {
+            char const * szWhat;
+            bool (*fnMove)(Spreadsheet_c &);
+            bool bExpected;
+            int iRow;
+            char const * szColumn;
+            std::string sLog;   // without the class's name and the line end
+        };
+
+        // Takes the steps, and expects of each its result, the cursor and the log.
+        void Walk(std::initializer_list<Step_s> dSteps)
+        {
+            for (auto const & [szWhat, fnMove, bExpected, iRow, szColumn, sLog] : dSteps)
+            {
+                m_Log.Clear();
+                EXPECT_EQ(fnMove(m_Sheet), bExpected) << szWhat;
+                EXPECT_EQ(m_Sheet.GetCurrentRow(), iRow) << szWhat;
+                EXPECT_STREQ(m_Sheet.GetCurrentColumn(), szColumn) << szWhat;
+                EXPECT_EQ(m_Log.GetText(), sLog.empty() ? "" : "Spreadsheet_c::" + sLog + "\n") << szWhat;
+            }
         }
 
         Spreadsheet_c m_Sheet;
@@ -125,26 +148,6 @@ TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
 TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)
 {
     using S = Spreadsheet_c;
-    struct Step_s
-    {
-        char const * szWhat;
-        bool (*fnMove)(S &);
-        bool bExpected;
-        int iRow;
-        char const * szColumn;
-        std::string sLog;   // without the class's name and the line end
-    };
-    auto const Walk = [this](std::initializer_list<Step_s> dSteps)
-    {
-        for (auto const & [szWhat, fnMove, bExpected, iRow, szColumn, sLog] : dSteps)
-        {
-            m_Log.Clear();
-            EXPECT_EQ(fnMove(m_Sheet), bExpected) << szWhat;
-            EXPECT_EQ(m_Sheet.GetCurrentRow(), iRow) << szWhat;
-            EXPECT_STREQ(m_Sheet.GetCurrentColumn(), szColumn) << szWhat;
-            EXPECT_EQ(m_Log.GetText(), sLog.empty() ? "" : "Spreadsheet_c::" + sLog + "\n") << szWhat;
-        }
-    };
 #define MOVE(call) #call, [](S & Sheet) -> bool { return Sheet.call; }
 #define CELL(call, text)                                                                                               \
     #call, [](S & Sheet) -> bool { char const * szCell = Sheet.call; return szCell && !std::strcmp(szCell, text); }

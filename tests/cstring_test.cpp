@@ -41,7 +41,7 @@ TEST(String, ComparesWithAndWithoutRegardToCase)
 TEST(String, IsComparedOrderedAndHashedByItsText)
 {
     using Text_t = String_T<8>;
-    std::vector<Text_t> dTexts{ "b", "aa", "\xC4", "a" };   // a byte above ASCII is the greater
+    std::vector<Text_t> dTexts{ "b", "aa", "\xC4", "a" };   // a byte above ASCII comes last
     std::sort(dTexts.begin(), dTexts.end());
     EXPECT_EQ(dTexts, (std::vector<Text_t>{ "a", "aa", "b", "\xC4" }));
     EXPECT_EQ((std::set<Text_t>{ "a", "b", "a" }.size()), 2u);
@@ -128,7 +128,7 @@ TEST(String, FormatsIntoAValueAndIntoSixteenSharedBuffers)
     char const * dTexts[17];
     std::generate(dTexts, dTexts + 17, [i = 0]() mutable { return Va("%i", i++); });
     EXPECT_STREQ(dTexts[1], "1");
-    EXPECT_STREQ(dTexts[0], "16");   // its buffer came again
+    EXPECT_STREQ(dTexts[0], "16");   // the 17th text is in the first one's buffer
 }
 
 TEST(String, StatesThatTextsAreNotNull)

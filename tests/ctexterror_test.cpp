@@ -254,23 +254,23 @@ TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
         "\xEF\xBB\xBF# n\n@head;n;t;u\r\n\na;\"1\n2\";x;7\nb; \xC3\xA4\xC3\xA4 ; \"\"\"y\n\" ;zz\nc\n";
     std::string const sText = "@head n t u\n\na  1 x\t7\nb \"q\" \"y\n z zz\nc\nd 99999999999999999999 1e999\n";
     using Get_t = bool (*)(Warehouse_c const &, char const *);
-    constexpr Get_t GetInt = GetOne<int>;
+    constexpr Get_t fnGetInt = GetOne<int>;
     for (auto const & [bCsv, szIdent, fnGet, szColumn, sError] :
         Rows_t<bool, char const *, Get_t, char const *, std::string>{
-            { true, "a", GetInt, "n", "(4,3): there is no whole number in column \"n\"" },
+            { true, "a", fnGetInt, "n", "(4,3): there is no whole number in column \"n\"" },
             { true, "a", GetPair, "T", "(5,4): there is no pair of numbers in column \"T\"" },
-            { true, "b", GetInt, "n", "(6,4): there is no whole number in column \"n\"" },
+            { true, "b", fnGetInt, "n", "(6,4): there is no whole number in column \"n\"" },
             { true, "b", GetCut, "u", "(7,4): the text is cut in column \"u\"" },
-            { true, "b", GetInt, "none\n1", "(6,1): there is no column \"none\\n1\"" },
-            { true, "c", GetInt, "n", "(8,2): there is no value in column \"n\"" },
+            { true, "b", fnGetInt, "none\n1", "(6,1): there is no column \"none\\n1\"" },
+            { true, "c", fnGetInt, "n", "(8,2): there is no value in column \"n\"" },
             { false, "a", GetOne<double>, "u", "" },
             { false, "b", GetPair, "T", "(4,7): there is no pair of numbers in column \"T\"" },
             { false, "b", GetOne<double>, "u", "(5,2): there is no number in column \"u\"" },
-            { false, "c", GetInt, "n", "(6,2): there is no value in column \"n\"" },
+            { false, "c", fnGetInt, "n", "(6,2): there is no value in column \"n\"" },
             { false, "c", GetOne<unsigned char>, "@head", "(6,1): there is no whole number in column \"@head\"" },
             { false, "d", GetOne<long>, "n", "(7,3): the number is out of range in column \"n\"" },
             { false, "d", GetOne<double>, "t", "(7,24): the number is out of range in column \"t\"" },
-            { false, "x", GetInt, "n", ": without a work line there is no column \"n\"" },
+            { false, "x", fnGetInt, "n", ": without a work line there is no column \"n\"" },
         })
     {
         SCOPED_TRACE(sError);

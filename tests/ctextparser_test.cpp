@@ -57,7 +57,7 @@ TEST(TextParser, SplitsATextAlikeHoweverItIsOpened)
         std::vector<Rule_s> dRules = {};
         std::string sLog = "";
     };
-    // Texts of the lengths that the parser's buffers hold.
+    // Texts of the lengths that the parser's buffers hold, and digits that have no room there.
     std::string const sWord(SimpleTextParser_c::WORD_SIZE - 1, 'w'), sString(SimpleTextParser_c::STRING_SIZE - 1, 's'),
         sNumber = std::string(SimpleTextParser_c::NUMBER_SIZE - 2, '0') + "7", sMore(1000, '5');
     std::string const sKept = "w:" + sWord + "|s:" + sString + "|n:7|y:;|";

@@ -1,5 +1,5 @@
-// The text readers with text objects, integers of exact width and enumerators. The readers that
-// have Get are compared on the same rows.
+// The text readers with text objects, integers of exact width and enumerators. The readers that have Get are compared
+// on the same rows.
 #include "tests/media_fixture.h"
 #include "zqcore/cfilename.h"
 #include "zqcore/cpropertylist.h"

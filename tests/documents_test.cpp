@@ -16,6 +16,7 @@ namespace
         char const * szExpected;   // what it prints, or null
     };
 
+    constexpr int NO_PROGRAM = 99;   // status of `game` for a name that it does not have
     fs::path const SOURCE_FOLDER = fs::path(TEST_MEDIA_FOLDER).parent_path().parent_path();
 
     std::string ReadFile(fs::path const & Path)
@@ -98,6 +99,7 @@ namespace
             SCOPED_TRACE(sPage + ":" + std::to_string(Block.iLine) + " ends with " + std::to_string(Result.iStatus)
                          + " and prints:\n" + Result.sOutput);
             EXPECT_EQ(Result.iStatus == 0, Block.sWords != "fails");
+            EXPECT_NE(Result.iStatus, NO_PROGRAM);
             EXPECT_TRUE(Matches(Result.sOutput, Block.szExpected ? Block.szExpected : ""));
         }
     }

@@ -225,7 +225,7 @@ TEST(FaultDecode, APageFaultSaysWhatItsAccessWas)
     EXPECT_EQ(Access(4, false), FaultAccess_e::Read);
     EXPECT_EQ(Access(6, false), FaultAccess_e::Write);
     EXPECT_EQ(Access(0x14, false), FaultAccess_e::Execute);
-    EXPECT_EQ(Access(4, true), FaultAccess_e::Execute);   // pages there can't forbid execution
+    EXPECT_EQ(Access(4, true), FaultAccess_e::Execute);   // without the bit, as if pages can't forbid execution
 }
 
 TEST(FaultDecode, AnExceptionIsDescribedByItsTypeAndItsMessage)
@@ -252,10 +252,7 @@ TEST(FaultDecode, AnExceptionIsDescribedByItsTypeAndItsMessage)
     EXPECT_EQ(Describe(outer::Thrown_s()), sHead + "(anonymous namespace)::outer::Thrown_s");
     EXPECT_THAT(Describe(std::filesystem::filesystem_error("gone", {})),
         testing::ContainsRegex("exception std::filesystem::([a-z0-9_]+::)?filesystem_error: .*gone"));
-    for (auto const & [sText, pType] : { std::pair(Describe(std::pair(1, 2)), &typeid(std::pair<int, int>)),
-             { Describe(&std::abort), &typeid(void (*)() noexcept) } })   // forms that are not decoded
-    {
-        EXPECT_EQ(sText, sHead + pType->name());
-    }
+    EXPECT_EQ(Describe(std::pair(1, 2)), sHead + typeid(std::pair<int, int>).name());   // forms that are not decoded
+    EXPECT_EQ(Describe(&std::abort), sHead + typeid(void (*)() noexcept).name());
     EXPECT_EQ(Describe(std::runtime_error("cut"), sHead.size() + 9), sHead + "std::run");
 }

@@ -1,4 +1,5 @@
 // The examples in the heads of public headers, cut out by the build (CMakeLists.txt), compiled and run.
+// Also the names of tests in docs/reliability.md.
 #include "tests/media_fixture.h"
 #include "zqcore/cbreakpoint.h"
 #include "zqcore/cclipboard.h"
@@ -95,7 +96,6 @@ void ScanLevels()
 #include "examples/cserialize_3.inl"
             return bLoaded;
         }
-
         static bool Undo(Unit_c & Unit)
         {
 #include "examples/cserialize_4.inl"
@@ -250,7 +250,6 @@ TEST_F(HeaderExamples, ItemsComeBackByTheirClass)
     delete pItem;
 }
 
-// Each promise of docs/reliability.md names its tests.
 TEST(Reliability, PageNamesTestsThatExist)
 {
     std::set<std::string> dTests;

@@ -31,7 +31,7 @@
 #include <sys/un.h>
 #include <ucontext.h>
 
-/// Skip the test if the machine does not do what it needs.
+/// Skip a test that needs what the machine does not do.
 #define NEEDS_LEASES SKIP_IF(!LeasesSeeWriters(), "leases do not show a writer here")
 #define NEEDS_WATCHES SKIP_IF(!WatchesReportWrites(), "watches report nothing here")
 #define NEEDS_FORKS SKIP_IF(!ForksBesideThreads(), "a child forked beside other threads can start none")
@@ -228,7 +228,7 @@ inline void RefuseThreads(bool bRefuse)
     pthread_setattr_default_np(&Attributes);
 }
 
-/// Returns a new page of memory with no memory after it.
+/// Allocates a page of memory with no memory after it, and returns it.
 inline char * AllocateLastPage()
 {
     void * const p = mmap(nullptr, 2 * plat::MEMORY_PAGE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -264,7 +264,7 @@ public:
     ~TrapCount_c() { std::signal(SIGTRAP, m_fnPrevious); }
     TrapCount_c & operator=(TrapCount_c &&) = delete;
 
-    /// Returns how many there were since the last call.
+    /// Returns how many it has counted since the last call.
     static int Extract()
     {
         int const nTraps = s_nTraps;
@@ -314,6 +314,6 @@ inline bool SwallowDebugRegisters()
     sock_filter dFilter[] = { BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_perf_event_open, 0, 1), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRAP),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW) };
-    sock_fprog const Program = { 4, dFilter };
+    sock_fprog const Program = { std::size(dFilter), dFilter };
     return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &Program) == 0;
 }

@@ -69,7 +69,7 @@ namespace
         TempFolder_c const m_Folder;
     };
 
-    // Runs in a child process as a user without rights. Returns whether it succeeded.
+    // Runs a function in a child process as a user without rights. Returns whether it returned true.
     bool RunAsNobody(std::function<bool()> const & fnRun)
     {
         return StatusAsNobody([&] { return fnRun() ? 0 : 1; }) == 0;
@@ -438,22 +438,28 @@ TEST_F(PlatformFiles, WritesThroughNothingThatWasPlanted)
         }
     }
     EXPECT_FALSE(fs::exists(m_Folder.Join("no")));
+    SKIP_IF(!IsSuperuser(), "only the superuser makes another user's file; all else was tried");
+}
+
+TEST_F(PlatformFiles, AReplacementHasTheRightsThatItsWriterAskedFor)
+{
+    std::string const sAt = m_Folder.Join("at"), sOld = m_Folder.Join("old");
     for (auto const & [eRights, iRights] :
         Rows_t<plat::Rights_e, unsigned>{ { plat::Rights_e::Private, 0600 }, { plat::Rights_e::Shared, 0644 } })
     {
         m_Folder.Write("old", "o");
-        fs::permissions(m_Folder.Join("old"), fs::perms(0644));
+        fs::permissions(sOld, fs::perms(0644));
         plat::File_t const hFile = plat::FileMake(sAt.c_str(), eRights);
         EXPECT_EQ(static_cast<unsigned>(fs::status(sAt).permissions()), iRights);
-        EXPECT_TRUE(plat::FileReplace(hFile, sAt.c_str(), m_Folder.Join("old").c_str(), eRights));
-        EXPECT_TRUE(Made(hFile));
-        EXPECT_EQ(static_cast<unsigned>(fs::status(m_Folder.Join("old")).permissions()), iRights);
+        EXPECT_TRUE(plat::FileReplace(hFile, sAt.c_str(), sOld.c_str(), eRights));
+        EXPECT_TRUE(plat::FileFinish(hFile));
+        EXPECT_EQ(static_cast<unsigned>(fs::status(sOld).permissions()), iRights);
     }
-    fs::create_symlink(sVictim, sAt);
-    fs::permissions(sVictim, fs::perms(0666));
+    std::string const sFrom = m_Folder.Write("from", "new");
+    fs::create_symlink(sOld, sAt);
+    fs::permissions(sOld, fs::perms(0666));
     plat::File_t const hFrom = plat::FileCreate(sFrom.c_str());
-    EXPECT_EACH(plat::FileReplace(hFrom, sFrom.c_str(), sAt.c_str()), Made(hFrom));
+    EXPECT_EACH(plat::FileReplace(hFrom, sFrom.c_str(), sAt.c_str()), plat::FileFinish(hFrom));
     EXPECT_EQ(fs::symlink_status(sAt).type(), fs::file_type::regular);
     EXPECT_EQ(static_cast<unsigned>(fs::status(sAt).permissions()), 0644u) << "no rights by way of a link";
-    SKIP_IF(!IsSuperuser(), "only the superuser makes another user's file; all else was tried");
 }

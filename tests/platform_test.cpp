@@ -175,7 +175,10 @@ TEST(PlatformSystem, GathersTheFacts)
     EXPECT_STREQ(Facts.szName, "Linux");
     EXPECT_EACH(Facts.iMajor >= 3, Facts.nProcessors >= 1, Facts.szComputer[0], Facts.iProcessorType > 0,
         Facts.nPhysicalFree > 0, Facts.nPhysicalTotal > Facts.nPhysicalFree, Facts.nVirtualTotal > Facts.nVirtualFree);
+}
 
+TEST(PlatformClock, RefusesAPeriodOfZeroAndReturnsTheLocalTime)
+{
     EXPECT_TRUE(plat::CoarseClockRaise(1));
     plat::CoarseClockLower(1);
     EXPECT_FALSE(plat::CoarseClockRaise(0));
@@ -204,13 +207,13 @@ TEST(PlatformModules, ANoteThatExceedsItsSegmentEndsTheSearchForABuildId)
     Image.Segment.p_type = PT_NOTE;
     Image.Segment.p_offset = offsetof(Image_s, Other);
     Image.Segment.p_filesz = sizeof Image.Other + sizeof Image.BuildId;
+    plat::Module_t const Module = { "", reinterpret_cast<std::uintptr_t>(&Image), sizeof Image };
+    std::uint8_t dId[8] = {};
     for (auto const & [nOwner, nContents, nExpected] : Rows_t<std::uint32_t, std::uint32_t, std::size_t>{ { 4, 4, 4 },
              { 0xFFFFFFF4, 0, 0 }, { 0xFFFFFFFD, 0, 0 }, { 4, 0xFFFFFFF0, 0 }, { 4, 24, 0 }, { 4, 25, 0 } })
     {
         Image.Other.Head.n_namesz = nOwner;
         Image.Other.Head.n_descsz = nContents;
-        std::uint8_t dId[8] = {};
-        plat::Module_t const Module = { "", reinterpret_cast<std::uintptr_t>(&Image), sizeof Image };
         ASSERT_EQ(plat::ModuleBuildId(Module, dId, sizeof dId), nExpected) << nOwner << ' ' << nContents;
         EXPECT_EQ(std::memcmp(dId, &Image.BuildId.nContents, nExpected), 0);
     }
@@ -219,6 +222,5 @@ TEST(PlatformModules, ANoteThatExceedsItsSegmentEndsTheSearchForABuildId)
     Image.Other.Head = { 4, 4, 1 };
     Image.BuildId.Head.n_descsz = 3;
     --Image.Segment.p_filesz;
-    std::uint8_t dId[8] = {};
-    EXPECT_EQ(plat::ModuleBuildId({ "", reinterpret_cast<std::uintptr_t>(&Image), sizeof Image }, dId, sizeof dId), 3u);
+    EXPECT_EQ(plat::ModuleBuildId(Module, dId, sizeof dId), 3u);
 }

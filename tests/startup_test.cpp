@@ -3,7 +3,7 @@
 
 namespace
 {
-    // Returns what the program prints on both streams, run in a new folder or in the one passed.
+    // Runs the program in a new folder or in the one passed. Expects status 0. Returns what both streams received.
     std::string RunStartupOrder(std::string const & sArgument, TempFolder_c const & Folder = TempFolder_c())
     {
         Result_t const Result =

@@ -150,7 +150,7 @@ Result_t RunTool(std::string const & sArguments)
 
 Result_t RunOnTerminal(std::function<int()> const & fnRun, std::string const & sTyped, std::string const & sAwaited)
 {
-    EXPECT_EQ(sTyped.empty(), sAwaited.empty()) << "typed before the child waits, its echo falls between its lines";
+    EXPECT_EQ(sTyped.empty(), sAwaited.empty()) << "what is typed before the child waits is echoed between its lines";
     int iTerminal = -1;
     pid_t const iChild = forkpty(&iTerminal, nullptr, nullptr, nullptr);
     if (iChild == 0)

@@ -1,7 +1,6 @@
 // test_support.h: GoogleTest, and what the tests of several services need.
 //
-// For instance a folder that is removed after the test, other processes, the lines that were logged and the dialogs
-// that were shown.
+// Folders that are deleted after a test, other processes, lines that are logged, dialogs that are shown, and the like.
 #pragma once
 
 #include "platform/debugheap.h"
@@ -79,6 +78,7 @@ bool StartModule(Module_c * pModule);
 long ResidentPages();
 
 /// Starts a child process that ends with the status that the call returns, or with 98 if an expectation failed in it.
+/// A signal ends it after a minute.
 pid_t StartChild(std::function<int()> const & fnRun);
 
 /// Waits for the end of a child. Returns its status, or -1 if a signal ended it.
@@ -90,8 +90,8 @@ bool KillChild(pid_t iChild);
 /// Predicate for EXPECT_EXIT: whether a breakpoint ended the process.
 inline testing::KilledBySignal const EndedAtBreakpoint(SIGTRAP);
 
-/// Runs a call in a child process without the superuser's rights. Returns its status, or -2 if the system
-/// refuses to drop them.
+/// Runs a call in a child process without the superuser's rights. Returns its status, or -2 if the system refuses to
+/// drop them.
 int StatusAsNobody(std::function<int()> const & fnRun);
 
 /// Returns whether this process may do what file permissions forbid.
@@ -262,7 +262,7 @@ public:
 
     void Clear();
 
-    /// Collects lines about modules that start slowly too.
+    /// Also collects the lines about modules that start slowly.
     void CollectSlowStarts() { m_bSlowStarts = true; }
 
 private:

@@ -43,11 +43,11 @@ namespace
     float g_fNoise;
 
     // Writes a line by LogfArg.
-    void LogByArg(char const * sFile, char const * fmt, ...)
+    void LogByArg(char const * szFile, char const * fmt, ...)
     {
         std::va_list args;
         va_start(args, fmt);
-        LogfArg(sFile, fmt, args);
+        LogfArg(szFile, fmt, args);
         va_end(args);
     }
 
@@ -246,7 +246,7 @@ TEST_F(Threads, MayDoAtOnceWhatTheHeadersAllow)
     EXPECT_EACH(g_pShared->GetOpensCount() == 0, !g_pShared->pData);
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
     EXPECT_GE(g_nHeard, THREADS * ROUNDS);
-    EXPECT_GE(m_Dialogs.GetCount(), THREADS * ROUNDS * 3);
+    EXPECT_GE(m_Dialogs.GetCount(), THREADS * ROUNDS * 3);   // three or more for each Complain
     EXPECT_GE(g_nFiles, THREADS * ROUNDS);
     EXPECT_GE(g_nSaves, 1);
     FileOpenLogDisable();

@@ -83,7 +83,6 @@ TEST_F(ZqtoolCache, RefusesWhatIsNoCacheOrNoWholeTree)
     EXPECT_EQ(iStatus, 1);
     EXPECT_EQ(m_Folder.Read("out.txt"),
         "media/maps: it can't be read\n"
-        "part.bin: no cache is written, since the scan missed 1 file or folder: zqtool tree "
-        "lists them\n");
+        "part.bin: no cache is written, since the scan missed 1 file or folder: zqtool tree lists them\n");
     EXPECT_FALSE(fs::exists(m_Folder.Join("part.bin")));
 }

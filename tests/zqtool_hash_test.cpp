@@ -2,25 +2,32 @@
 
 namespace
 {
-    using testing::HasSubstr;
-
     constexpr char ABC_SHA1[] = "a9993e364706816aba3e25717850c26c9cd0d89d";   // FIPS 180
+
+    class ZqtoolHash : public testing::Test
+    {
+    protected:
+        ZqtoolHash() { m_Folder.Write("abc", "abc"); }
+
+        TempFolder_c const m_Folder;
+        CurrentFolderScope_c const m_Current{ m_Folder.GetPath() };
+    };
 }
 
-TEST(ZqtoolHash, ListsAreThoseOfSha1sum)
+TEST_F(ZqtoolHash, ListsAreThoseOfSha1sum)
 {
-    TempFolder_c const Folder;
-    CurrentFolderScope_c const Current(Folder.GetPath());
-    Folder.Write("abc", "abc");
-    std::filesystem::rename(Folder.Write("long", std::string(100000, 'x')), "we\\ird\nname");
+    std::filesystem::rename(m_Folder.Write("long", std::string(100000, 'x')), "we\\ird\nname");
     std::string const sList = RunTool("hash abc we*").sOutput;
     EXPECT_EQ(sList, RunShell("sha1sum abc we*").sOutput);
     EXPECT_THAT(sList, testing::StartsWith(ABC_SHA1 + std::string("  abc\n\\")));
-    Folder.Write("list", sList);
+    m_Folder.Write("list", sList);
     Result_t const Checked = RunTool("hash --check list");
-    EXPECT_EQ(Checked.iStatus, 0);
-    EXPECT_EQ(Checked.sOutput, "abc: OK\n\\we\\\\ird\\nname: OK\n");
+    EXPECT_THAT(Checked, Ends(0, std::string("abc: OK\n\\we\\\\ird\\nname: OK\n")));
     EXPECT_EQ(RunShell("sha1sum --check list").sOutput, Checked.sOutput);
+}
+
+TEST_F(ZqtoolHash, PrintsOtherAlgorithmsAndForms)
+{
     EXPECT_EQ(RunTool("hash --algorithm crc32 - <abc").sOutput, "352441c2  -\n");
     EXPECT_EQ(RunTool("hash --json abc").sOutput,
         "{\"files\":[{\"file\":\"abc\",\"algorithm\":\"sha1\",\"hash\":\"" + std::string(ABC_SHA1) + "\"}]}\n");
@@ -28,23 +35,19 @@ TEST(ZqtoolHash, ListsAreThoseOfSha1sum)
         RunTool("hash --text abc").sOutput, "352441c2  crc32\n00000129  name\n" + std::string(ABC_SHA1) + "  sha1\n");
 }
 
-TEST(ZqtoolHash, ReportsWhatDiffersAndWhatIsNoList)
+TEST_F(ZqtoolHash, ReportsWhatDiffersAndWhatIsNoList)
 {
-    TempFolder_c const Folder;
-    CurrentFolderScope_c const Current(Folder.GetPath());
-    Folder.Write("abc", "abc");
     for (auto const & [sList, sExpected] : Rows_t<std::string, std::string>{ { "", "list: the list is empty\n" },
              { "352441C2 *abc\r\n352441c3  abc\n", "abc: OK\nabc: FAILED\n" },
              { std::string(ABC_SHA1) + "  absent\n", "absent: FAILED, there is no such file\n" },
              { "352441c2 abc\n12  abc\n352441c2  \n", "list(1): not a hash of 8 or 40 digits" },
              { "\\352441c2  a\\bc\n", "list(1): not a hash" } })
     {
-        Folder.Write("list", sList);
-        Result_t const Result = RunTool("hash --check list");
-        EXPECT_EQ(Result.iStatus, 1) << sList;
-        EXPECT_THAT(Result.sOutput, HasSubstr(sExpected)) << sList;
+        m_Folder.Write("list", sList);
+        EXPECT_THAT(RunTool("hash --check list"), Ends(1, testing::HasSubstr(sExpected))) << sList;
     }
-    Folder.Write("crc", "352441c2  abc\n");
+    m_Folder.Write("crc", "352441c2  abc\n");
+    // Statuses: 1 a file differs or can't be read, 2 wrong arguments.
     for (auto const & [sArguments, iStatus] :
         Rows_t<std::string, int>{ { "absent abc", 1 }, { ".", 1 }, { "--check absent", 1 }, { "--check absent abc", 2 },
             { "--check crc", 0 }, { "--algorithm crc32 --check crc", 0 }, { "--algorithm sha1 --check crc", 1 },

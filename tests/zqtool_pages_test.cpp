@@ -27,8 +27,8 @@ namespace
         }
     }
 
-    // Returns a timer of a batch with the addresses of its first child and its next sibling. Its frames take tTime to
-    // 1.6 * tTime nanoseconds. Frame 77 of a timer of more than a millisecond takes two seconds.
+    // Returns a timer of a batch (docs/formats.md) with the addresses of its first child and its next sibling. Its
+    // frames take tTime to 1.6 * tTime nanoseconds. Frame 77 of a timer of more than a millisecond takes two seconds.
     std::string Timer(
         char const * szName, std::uint32_t iTimer, std::size_t nChild, std::size_t nNext, std::uint64_t tTime)
     {

@@ -82,11 +82,11 @@ TEST(Zqtool, HelpGoesToStandardOutputAndMistakesToStandardError)
     }
 }
 
-TEST(Zqtool, ThePageOfAllCommandsHasEachOption)
+TEST(Zqtool, TheManualAndThePageHaveEachOption)
 {
     TempFolder_c const Folder;
     EXPECT_THAT(RunTool("help hash --json").sOutput,
-        testing::HasSubstr("{\"names\":[\"--check\"],\"value\":\"LIST\",\"purpose\":\"check the files that"));
+        HasSubstr("{\"names\":[\"--check\"],\"value\":\"LIST\",\"purpose\":\"check the files that"));
     std::string const sManual = RunTool("help --man").sOutput;
     std::string const sPage = RunShell("cat " TEST_SOURCE_FOLDER "/docs/zqtool.md").sOutput;
     ASSERT_GT(Commands().size(), 6u);

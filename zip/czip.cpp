@@ -33,7 +33,7 @@ namespace
         return false;
     }
 
-    // Returns why a name can't be used, or null.
+    // Returns why a name can't be used, or null. Requires that a zero follows the name.
     char const * WhyNotName(std::string_view sName)
     {
         if (sName.size() >= static_cast<std::size_t>(String_T<256>::Capacity()))
@@ -132,10 +132,11 @@ namespace
             Entry.bFolder = true;
             return Entry;
         }
-        Entry.szRefused = WhyNotName(szName);
-        Entry.szRefused =
-            Entry.szRefused || iType == 0 || iType == REGULAR ? Entry.szRefused : "it is a link or no regular file";
-        Entry.szRefused = Entry.szRefused ? Entry.szRefused : WhyNotData(Stat, Archive.GetSize());
+        bool const bFile = iType == 0 || iType == REGULAR;
+        char const * const szWhyNotName = WhyNotName(szName);
+        Entry.szRefused = szWhyNotName ? szWhyNotName
+                          : bFile      ? WhyNotData(Stat, Archive.GetSize())
+                                       : "it is a link or no regular file";
         Entry.Facts.nSize = static_cast<std::uint32_t>(Stat.size);
         Entry.Facts.nStored = static_cast<std::uint32_t>(Stat.comp_size);
         Entry.Facts.dwCrc = Stat.crc;

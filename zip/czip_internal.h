@@ -43,12 +43,12 @@ public:
     std::uint32_t GetSize() const { return m_nSize; }
     zip_t * GetZip() { return m_pZip; }
 
-    /// Returns the name of an entry. Requires that the mount has read it: libzip then keeps the text. Any thread may
-    /// call it.
+    /// Returns the name of an entry. Requires that the mount has read the name: libzip then keeps the text. Any
+    /// thread may call this function.
     String_T<256> NameOf(zip_uint64_t iEntry) { return zip_get_name(m_pZip, iEntry, 0); }
 
-    /// Returns the position of an entry's data in the archive's file, or 0 on failure. Requires that it has data. Any
-    /// thread may call it.
+    /// Returns the position of an entry's data in the archive's file, or 0 on failure. Requires that the entry has
+    /// data. Any thread may call this function.
     std::uint32_t DataOf(zip_uint64_t iEntry);
 
     /// Reads from a position of the archive's file. Returns the number of bytes read, which is smaller than nBytes at
@@ -111,8 +111,8 @@ private:
     std::uint32_t m_nReadAt = 0;     // position of the last read
     std::uint32_t m_nBuffered = 0;   // bytes in m_dBuffer
     std::uint32_t m_nBufferAt = 0;   // position of m_dBuffer
-    std::int64_t m_nMayRead = 0;     // bytes that the directory may still have
-    int m_nMayHave = 0;              // entries that it may still have
+    std::int64_t m_nMayRead = 0;     // bytes that may still be read for the directory
+    int m_nMayHave = 0;              // entries that the directory may still have
     bool m_bReadingDirectory = false;
     unsigned char m_dBuffer[BUFFER];
 

@@ -55,12 +55,9 @@ std::size_t ZipReader_c::Read(void * pBuffer, std::size_t nBytes)
     }
     m_nAt += nWanted;
     m_dwCrc = Crc32(std::as_bytes(std::span(pTo, nWanted)), m_dwCrc);
-    if (m_nAt == m_Facts.nSize && !m_bSkipped && !(m_dwCrc == m_Facts.dwCrc && IsAtDataEnd()))
-    {
-        m_szWhyNot = m_szWhyNot ? m_szWhyNot : m_dwCrc == m_Facts.dwCrc ? WRONG_SIZE : DAMAGED;
-        return 0;
-    }
-    return nWanted;
+    bool const bAll = m_nAt == m_Facts.nSize && !m_bSkipped;
+    bool const bSound = !bAll || (m_dwCrc == m_Facts.dwCrc ? IsAtDataEnd() : Fail(DAMAGED));
+    return bSound ? nWanted : 0;
 }
 
 bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
@@ -96,7 +93,7 @@ bool ZipReader_c::Inflate(unsigned char * pBuffer, std::uint32_t nBytes)
 {
     m_Inflater.next_out = pBuffer;
     m_Inflater.avail_out = nBytes;
-    // If all data are in one piece, a read of the whole contents needs no window of zlib's.
+    // With Z_FINISH, zlib allocates no window if one call of inflate reaches the end of the contents.
     int const iFlush = nBytes == m_Facts.nSize ? Z_FINISH : Z_NO_FLUSH;
     while (m_Inflater.avail_out > 0)
     {
@@ -119,8 +116,8 @@ bool ZipReader_c::Inflate(unsigned char * pBuffer, std::uint32_t nBytes)
     return true;
 }
 
-// Returns whether the deflated data end with the contents. Stored data do. Sets a reason if the data are damaged or
-// can't be read.
+// Returns whether the data end with the contents, as stored data always do. Sets a reason if there are more contents,
+// or if the data are damaged or can't be read.
 bool ZipReader_c::IsAtDataEnd()
 {
     if (!m_Facts.bDeflated || m_Facts.nStored == 0)
@@ -140,7 +137,11 @@ bool ZipReader_c::IsAtDataEnd()
         }
         iResult = inflate(&m_Inflater, Z_NO_FLUSH);
     }
-    return m_Inflater.avail_out == 1 && (iResult == Z_STREAM_END || Fail(iResult == Z_MEM_ERROR ? NO_MEMORY : DAMAGED));
+    if (m_Inflater.avail_out == 0)
+    {
+        return Fail(WRONG_SIZE);
+    }
+    return iResult == Z_STREAM_END || Fail(iResult == Z_MEM_ERROR ? NO_MEMORY : DAMAGED);
 }
 
 bool ZipReader_c::Seek(std::uint32_t nAt)

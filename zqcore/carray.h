@@ -49,8 +49,11 @@ public:
     int GetCapacity() const { return iAllocated; }
 
 protected:
-    void Grow(int iAccessIndex);   // makes this the length, with storage for one element more
-    void Free();                   // empties the array and frees the storage
+    /// Makes iAccessIndex the length, with storage for one element more.
+    void Grow(int iAccessIndex);
+
+    /// Empties the array and frees the storage.
+    void Free();
 
     int iAllocated = 0;    // elements for which there is storage
     T * pData = nullptr;   // the elements, null without storage
@@ -72,8 +75,11 @@ public:
     int GetCapacity() const { return LENGTH; }
 
 protected:
-    void Grow(int iAccessIndex);   // makes this the length; asserts that it is 0 to LENGTH; more counts as LENGTH
-    void Free() { iLength = 0; }   // empties the array
+    /// Makes iAccessIndex the length. Asserts that it is 0 to LENGTH. More counts as LENGTH.
+    void Grow(int iAccessIndex);
+
+    /// Empties the array.
+    void Free() { iLength = 0; }
 
     T pData[LENGTH] = {};   // the elements
     int iLength = 0;        // elements in use

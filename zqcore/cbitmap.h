@@ -429,7 +429,7 @@ void swap(BITS & A, BITS & B) noexcept
 }
 
 /// A plane of at most 28 bits in one word: the width in bits 0 to 3, the field from bit 4 on. Cell (iX, iY) is bit
-/// width * iY + iX of the field, counted from its lowest. With width 0 all rows share column iX. Cells outside bits 0
+/// width * iY + iX of the field, counted from its lowest. With width 0 all rows share their cells. Cells outside bits 0
 /// to 27 read as false, and setting them does nothing.
 class TinyBitmap_c
 {

@@ -167,8 +167,8 @@ namespace bits
                && IsZero(pFirst + nCommon, nFirst - nCommon) && IsZero(pSecond + nCommon, nSecond - nCommon);
     }
 
-    /// Copy pFrom to pTo, or keep in pTo the bits that are set in both. Both cut pFrom at nTo bytes, and clear the
-    /// bytes of pTo after nFrom.
+    /// Copy pFrom to pTo, or keep in pTo the bits that are set in both. Cut pFrom at nTo bytes. Clear the bytes of pTo
+    /// after nFrom.
     inline void CopyAndClear(unsigned char * pTo, std::size_t nTo, unsigned char const * pFrom, std::size_t nFrom)
     {
         std::size_t const nCommon = std::min(nTo, nFrom);

@@ -21,6 +21,7 @@ namespace
         dwControl = (dwControl & ~(3U << nShift)) | (static_cast<std::uint32_t>(nCode) & 3U) << nShift;
     }
 
+    // Enables a register. nLength and nAccess are codes of the control word.
     void Arm(plat::DebugRegisters_t & Registers, int iRegister, std::uintptr_t nAddress, int nLength, int nAccess)
     {
         Registers.dAddress[iRegister] = nAddress;

@@ -108,7 +108,7 @@ private:
     struct FiringScope_c
     {
         CallbackerBase_T & m_List;
-        bool const m_bChangedBefore;   // the outer firing's flag, which a forced firing must not lose
+        bool const m_bChangedBefore;   // the outer firing's flag, which a forced firing keeps
 
         explicit FiringScope_c(CallbackerBase_T & List)
             : m_List(List)

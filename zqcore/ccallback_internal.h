@@ -4,8 +4,8 @@
 #include "zqcore/ccallback.h"
 
 /// Scope of one firing. If granted, holds the lock that the four lists share (ccallback.h). They share one because a
-/// receiver of one list may fire another: with two locks, two threads could enter them in opposite orders.
-/// The lock is re-entrant, so a receiver may fire. Fire decides what that does (ccallback.h).
+/// receiver of one list may fire another: with two locks, two threads could enter them in opposite orders. The lock is
+/// re-entrant, so a receiver may fire. Fire decides what that does (ccallback.h).
 class Firing_c
 {
 public:
@@ -37,8 +37,8 @@ inline void FireIfGranted(Callbacker_T<char const *> & Event, char const * szTex
 }
 
 /// Scope in which the firings of the calling thread do not wait: a receiver of another thread may wait for this thread,
-/// for instance for the heap's lock. While another thread fires, an event is dropped. If a complaint
-/// fires it, that is in the log.
+/// for instance for the heap's lock. An event is dropped while another thread fires. A complaint whose event is dropped
+/// is logged all the same.
 class FiringNoWait_c
 {
 public:

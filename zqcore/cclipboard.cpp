@@ -52,7 +52,7 @@ namespace
     }
 
     // Replaces the clipboard's whole contents by the block, which the clipboard then owns. Asserts that there is a
-    // block. On failure asserts and frees the block.
+    // block, and does nothing otherwise. On failure asserts and frees the block.
     void Install(plat::ClipboardBlock_t hNewText)
     {
         ZQ_ASSERT(hNewText != nullptr);

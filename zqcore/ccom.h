@@ -5,7 +5,7 @@
 // early list the references that are held.
 //
 // Ownership: the references own the object together. Holders are only noted, and may be any address.
-// Threads: no lock. Requires that no two calls of AddRef or Release run at the same time anywhere in the process.
+// Threads: no lock. Requires that no two calls run at the same time in the process, also for different objects.
 // Cost: AddRef takes constant time, Release a walk over the object's references. Nothing allocates: all notes of the
 // process come from one static pool of COM_REFERENCES, whose memory is touched as it is used.
 // Failure: wrong use asserts. Each declaration states what the function does if the developer continues.

@@ -87,7 +87,7 @@ namespace
 
     constexpr std::array<std::uint32_t, 64> CRC32_MOVES = MakeCrc32Moves();
 
-    // Returns the CRC of a run from the register before its last nBytes. nBytes is below 8.
+    // Returns the CRC of a run from the register before its last nBytes. Requires nBytes below 8.
     inline std::uint32_t FinishTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes >= 4)

@@ -250,6 +250,7 @@ namespace
     {
         using Blocks_t = typename LANE::Blocks_t;
         constexpr std::size_t LANE_BYTES = sizeof(Blocks_t);
+        constexpr std::size_t STEP = 4 * LANE_BYTES;
         constexpr int BITS = 8 * static_cast<int>(LANE_BYTES);
         Blocks_t Blocks0, Blocks1, Blocks2, Blocks3, By1, By2, By4;
         LANE::SetFactors(By1, FAR_FACTOR<BITS>, NEAR_FACTOR<BITS>);
@@ -260,8 +261,9 @@ namespace
         LANE::Load(Blocks2, pData + 2 * LANE_BYTES);
         LANE::Load(Blocks3, pData + 3 * LANE_BYTES);
         LANE::Preset(Blocks0);
-        for (pData += 4 * LANE_BYTES, nBytes -= 4 * LANE_BYTES; nBytes >= 4 * LANE_BYTES;
-             pData += 4 * LANE_BYTES, nBytes -= 4 * LANE_BYTES)
+        pData += STEP;
+        nBytes -= STEP;
+        for (; nBytes >= STEP; nBytes -= STEP, pData += STEP)
         {
             LANE::Fold(Blocks0, By4, pData);
             LANE::Fold(Blocks1, By4, pData + LANE_BYTES);

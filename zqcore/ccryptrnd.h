@@ -57,7 +57,7 @@ protected:
 /// does not withstand a search for the text.
 struct Password_s
 {
-    using Hash_t = std::array<unsigned char, SHA1_HASH_SIZE>;   // a digest: 20 bytes
+    using Hash_t = std::array<unsigned char, SHA1_HASH_SIZE>;   // a digest
 
     Hash_t dHash{};        // all 0 while unset
     bool bIsSet = false;   // whether dHash is a digest

@@ -52,8 +52,8 @@ namespace
     ZQ_THREAD_LOCAL char const * t_szFile = "";
     ZQ_THREAD_LOCAL int t_iLine = 0;
 
-    constinit std::atomic<bool> g_bInAssert = false;
-    ZQ_THREAD_LOCAL bool t_bInAssert = false;   // whether the calling thread is the one in an assertion
+    constinit std::atomic<bool> g_bInAssert = false;   // whether any thread is in an assertion
+    ZQ_THREAD_LOCAL bool t_bInAssert = false;          // whether the calling thread is the one in an assertion
     plat::ForkHandler_c const g_AssertForkHandler({ nullptr, nullptr, [] { g_bInAssert = t_bInAssert = false; } });
     ZQ_THREAD_LOCAL bool t_bExits = false;   // whether the calling thread is in ExitByComplaint
     ZQ_THREAD_LOCAL int t_iExitStatus = 0;
@@ -63,6 +63,7 @@ namespace
     using AchtungText_t = String_T<COMPLAINT_SIZE - 1>;
     using SeenAchtungs_t = SortedArray_T<AchtungText_t, StaticArrayLenTraits_T<AchtungText_t, ACHTUNGS_REMEMBERED>>;
 
+    // Fires g_ExecutionCallbacker, unless bFires is false.
     void FireExecution(bool bFires, bool bGoesOn)
     {
         if (bFires)
@@ -195,6 +196,7 @@ namespace
         return iAnswer;
     }
 
+    // Shows the dialog of an assertion and returns its answer. Ends a process in silent mode.
     int AskAfterAssertion(char const * szText)
     {
         if (Load(g_silentMode))
@@ -205,6 +207,8 @@ namespace
             MESSAGE_ABORT_RETRY_IGNORE | MESSAGE_DEFAULT_2 | MESSAGE_ICON_WARNING | MESSAGE_ALWAYS_ON_TOP);
     }
 
+    // Marks the abort, minimises the window, shows the dialog and returns its answer. In silent mode prints the text
+    // instead of the dialog and returns 0.
     int AskBeforeAbort(char const * szText)
     {
         Store(g_isAborting, true);
@@ -388,7 +392,7 @@ void AssertReportEscaped(
 
 DebugMessages_c & DebugMessages_c::Get()
 {
-    static DebugMessages_c s_Messages;
+    static constinit DebugMessages_c s_Messages;
     return s_Messages;
 }
 

@@ -98,7 +98,8 @@ void SpellFunctionName(char const * szFunction, char * szBuffer, std::size_t nSi
 {
     char const * pStart = szFunction;
     char const * pPos = szFunction;
-    for (int nDepth = 0; *pPos;)
+    int nDepth = 0;
+    while (*pPos)
     {
         char const * const pName = pPos;
         pPos = SpelledNameEnd(szFunction, pPos);

@@ -45,7 +45,7 @@ namespace
     int g_nModules = 0;
     char g_szError[ERROR_SIZE];
 
-    char const * EndOfPath(char const * szPath)
+    char const * FileNameOf(char const * szPath)
     {
         char const * const szLast = std::strrchr(szPath, '/');
         return szLast != nullptr ? szLast + 1 : szPath;
@@ -57,7 +57,7 @@ namespace
         {
             ModuleInfo_s & Info = g_dModules[g_nModules++];
             std::snprintf(Info.szPath, sizeof Info.szPath, "%s", Module.szPath);
-            Info.szName = EndOfPath(Info.szPath);
+            Info.szName = FileNameOf(Info.szPath);
             Info.Base = Module.Base;
             Info.nSize = Module.nBytes;
         }

@@ -171,6 +171,7 @@ namespace
         }
     }
 
+    // Writes the report up to the first call stack, whose text is also the dialog's.
     void WriteHead(plat::FaultPointers_t const & Fault)
     {
         WriteFault(*Fault.pRecord);
@@ -230,6 +231,7 @@ namespace
         }
     }
 
+    // Writes the code at the fault, and the call stack with its variables.
     void WriteRest(plat::FaultPointers_t const & Fault)
     {
         ExceptionReport_c::CrashLog("\nCrash code disassembly:\n\n");
@@ -433,7 +435,7 @@ unsigned ExceptionReport_c::LogSourceString(std::uintptr_t Address, unsigned iLa
 char const * exceptionreport::FaultName(std::uint32_t nCode)
 {
     constexpr std::size_t PREFIX = sizeof "EXCEPTION_" - 1;
-    static char s_szText[EXCEPTION_TEXT_SIZE];
+    static constinit char s_szText[EXCEPTION_TEXT_SIZE] = {};
     if (char const * const szName = FaultNameOf(nCode, PREFIX))
     {
         return szName;

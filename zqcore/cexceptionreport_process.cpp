@@ -23,10 +23,10 @@ namespace
 
     constexpr std::size_t FACT_SIZE = 256;   // bytes of a name of the system or of the host
     constexpr int LOG_LINES = 32;
-    constexpr std::size_t LOG_LINE = LINE_PREFIX_SIZE + LOG_LINE_LENGTH;   // longest formatted line, with its end
+    constexpr std::size_t LOG_LINE_BYTES = LINE_PREFIX_SIZE + LOG_LINE_LENGTH;   // longest formatted line, with its end
 
     // End of the main log, as it was before the report. It has room for a first line that is not whole.
-    char g_szLogTail[(LOG_LINES + 1) * LOG_LINE + 1];
+    char g_szLogTail[(LOG_LINES + 1) * LOG_LINE_BYTES + 1];
 
     void WriteTime(Details_c & Details)
     {
@@ -166,8 +166,9 @@ void exceptionreport::KeepLogTail()
     std::FILE * const pLog = g_pMessageLogFile;
     std::size_t const nTail = pLog ? plat::RawReadTail(pLog, g_szLogTail, sizeof g_szLogTail - 1) : 0;
     g_szLogTail[nTail] = '\0';
+    // A full tail may begin within a line. That line is dropped, unless it is the only one.
     char const * const pEnd = nTail == sizeof g_szLogTail - 1 ? std::strchr(g_szLogTail, '\n') : nullptr;
-    if (pEnd && pEnd[1] != '\0')   // else the only line is shown, although it is not whole
+    if (pEnd && pEnd[1] != '\0')
     {
         std::memmove(g_szLogTail, pEnd + 1, std::strlen(pEnd + 1) + 1);
     }

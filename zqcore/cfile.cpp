@@ -55,8 +55,8 @@ namespace
 
     using Reason_t = FileReplacement_c::Reason_t;
 
-    // Opens a file for reading and tracks its handle. On failure returns null and stores the system's reason in
-    // sReason.
+    // Opens a file for reading, stores its facts and tracks its handle. Fires g_FileOpenCallbacker while opens are
+    // collected. On failure returns null and stores the system's reason in sReason.
     plat::File_t OpenTracked(
         char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts, Reason_t & sReason)
     {
@@ -408,9 +408,11 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
         UnlockScope_c const Scope(GetLock());
         pBlock.reset(pBuffer ? nullptr : ZQ_NEW unsigned char[nBytes]);
         char * const pTo = static_cast<char *>(pBuffer ? pBuffer : pBlock.get());
-        for (std::size_t nSlice = SLICE; nSlice == SLICE && nRead < nBytes && !FileAsyncIsStopping(); nRead += nSlice)
+        std::size_t nSlice = SLICE;
+        while (nSlice == SLICE && nRead < nBytes && !FileAsyncIsStopping())
         {
             nSlice = ReadOrSayWhy(hFile, pTo + nRead, std::min(SLICE, nBytes - nRead), sReason);
+            nRead += nSlice;
         }
         File.Close();
     }

@@ -16,7 +16,7 @@
 // complain. Requires that it opens no file that another thread may be opening.
 // Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates the file's size and reads
 // it at once.
-// Failure: null or false. Opening a file of 2 GiB or more fails with a log line; its iLength is the low 32 bits of its
+// Failure: null or false. Opening a file of 2 GiB or more fails with a log line. Its iLength is the low 32 bits of its
 // size. Unknown names are not logged. FileGetWhyNot and File_c::GetWhyNot return the reason of a failure. After
 // SetTextErrorLog(true) (ctexterror.h) each failed open or Load, except File_c::OpenStored, is also logged as "%s: %s"
 // with the reason after the caller's name, or after the full path if the caller passed an object. FileAddOneFile logs
@@ -84,9 +84,10 @@ public:
     /// Removes the object from g_sFileObjects, unless its key is empty. Another object of its key stays.
     virtual ~File_c();
 
-    /// Reads the whole file: into its own block if pBuffer is null, else into pBuffer, which has room for iLength
-    /// bytes. Adds no reference, except for a stayer (StayerDoWork). Returns whether the own block is resident.
-    /// FileOpen calls it inside the file's lock. Open reads outside of that if TakeUnlocked returns true. With pBuffer:
+    /// Reads the whole file: into its own block if pBuffer is null, else into pBuffer. Adds no reference, except for a
+    /// stayer (StayerDoWork). Returns whether the own block is resident. Requires that pBuffer, if not null, has room
+    /// for iLength bytes. FileOpen calls Open inside the file's lock. Open reads outside of the lock if TakeUnlocked
+    /// returns true. With pBuffer:
     /// - Copies a resident block to it and returns true.
     /// - Reads a file that is not resident into it from the disk and returns false. If GetWhyNot is empty, the bytes
     ///   are there.
@@ -129,8 +130,8 @@ protected:
     /// it, never around it.
     plat::Lock_c & GetLock() { return m_Lock; }
 
-    /// Stores a text for GetWhyNot, cut to fit; null for none. Returns false. Allocates for each reason. Any thread
-    /// may call it.
+    /// Stores a text for GetWhyNot, cut to fit, or removes it if szReason is null. Returns false. Allocates for each
+    /// reason. Any thread may call it.
     bool SetWhyNot(char const * szReason);
 
     /// Logs the full path and the reason if SetTextErrorLog is on and there is a reason. Returns false. Any thread may
@@ -175,9 +176,9 @@ private:
     int RefOpen();
     int RefClose();
 
-    /// Opens the file for an asynchronous request and returns the result of Open. If pBuffer is not null, it has room
-    /// for iRoom bytes. Adds a reference if Open returns true. Returns false without an open if the resident contents
-    /// do not fit. Logs as LogWhyNot if the result is false.
+    /// Opens the file for an asynchronous request and returns the result of Open. Adds a reference if Open returns
+    /// true. Requires that pBuffer, if not null, has room for iRoom bytes. Returns false without an open if the
+    /// resident contents do not fit. Logs as LogWhyNot if the result is false.
     bool RefOpenAsync(void * pBuffer, int iRoom);
 
     /// Adds nReferences to the count. Returns the new count. Requires the lock.
@@ -188,7 +189,7 @@ private:
         return iCount;
     }
 
-    /// Releases the lock if another thread holds it. It is for a forked child, which has no other thread.
+    /// Releases the lock if it belongs to a thread that the fork did not copy. A forked child calls it.
     void RenewLock();
 
     std::atomic<int> m_iOpensCount = 0;   // references to the block; changed under the lock
@@ -278,7 +279,7 @@ private:
     int m_iLength;   // result of FileSize
 };
 
-/// Whether opening a stream asserts. If the developer continues, the stream opens. It is false at start; the
+/// Whether opening a stream asserts. If the developer continues, the stream opens. It is false at start. The
 /// application sets it.
 extern ZQ_API bool g_bFileReadDisabled;
 
@@ -297,7 +298,7 @@ ZQ_API bool FileOpen(File_c * pFile);
 /// is no such file, or that a scan could not see all folders. Only the main thread may call it.
 ZQ_API File_c::Reason_t FileGetWhyNot(char const * name);
 
-/// Removes one reference; the last one frees the contents. Null does nothing. Asserts that a resident file has a
+/// Removes one reference. Frees the contents with the last one. Null does nothing. Asserts that a resident file has a
 /// reference.
 ZQ_API void FileClose(File_c * pFile);
 
@@ -326,7 +327,7 @@ public:
         return *this;
     }
 
-    /// Return the file; null or false if the reference is of no file.
+    /// Return the file, or null, and whether there is one.
     File_c * Get() const { return m_pFile; }
     explicit operator bool() const { return m_pFile != nullptr; }
 

@@ -64,7 +64,7 @@ namespace
         std::uint32_t dwPath;   // the checksum of its path
         CacheStamp_s Stamp;
     };
-    constinit bool g_bCheck = false;            // whether FilesystemCacheCheck asks for stamps
+    constinit bool g_bCheck = false;            // whether scans and saves store stamps (FilesystemCacheCheck)
     Array_T<NotedFolder_s, 1024, 0> g_dNoted;   // folders as scans and comparisons found them
 
     CacheStamp_s StampOf(Folder_t const & sFolder)
@@ -179,7 +179,7 @@ namespace
     // search for its key finds Top, not another object of the same key. Otherwise returns null.
     File_c const * PlaceableFileOf(File_c & Top)
     {
-        File_c const * const pFile = FileHiding_c::InFolder(Top);
+        File_c const * const pFile = FileHiding_c::FirstInFolder(Top);
         bool const bPlaceable =
             pFile && g_sPaths.FindByName(*pFile->pPath) && g_sFileObjects.FindByName(Top.sName) == &Top;
         return bPlaceable ? pFile : nullptr;
@@ -290,7 +290,7 @@ namespace
             VisitAll(g_sFileObjects,
                 [this](File_c * pTop)
                 {
-                    File_c * const pFile = FileHiding_c::InFolder(*pTop);
+                    File_c * const pFile = FileHiding_c::FirstInFolder(*pTop);
                     if (pFile && pFile != m_pCache)
                     {
                         m_dFiles.Add(pFile);
@@ -513,7 +513,7 @@ namespace
         CacheReader_c(CacheReader_c const &) = delete;
         CacheReader_c & operator=(CacheReader_c const &) = delete;
 
-        // Returns why the cache can't be used, as the text of a log line. Returns an empty text if its folders have
+        // Returns why the cache can't be used, as the end of a log line. Returns an empty text if its folders have
         // their stamps.
         String_T<256> GetWhyNot();
 

@@ -26,6 +26,7 @@ struct CacheFolder_s
     std::uint32_t nIndex = 0;   // index of sRelative (CacheIndexOf)
     String_T<256> sRelative;    // path below the media root, from the separator on
 
+    /// Return whether the index is that of sRelative, and whether sRelative also begins and ends with a separator.
     bool HasItsIndex() const { return nIndex == CacheIndexOf(sRelative); }
     bool IsSound() const { return HasItsIndex() && sRelative[0] == '\\' && sRelative.Ends("\\"); }
 

@@ -79,8 +79,8 @@ namespace
         Dump();
     }
 
-    // Counts the handle as open, and lists it if there is room. Sets bListed to whether it is listed. Returns the limit
-    // that the count exceeds, or 0.
+    // Counts the handle as open, and lists it if there is room. Sets bListed to whether it is listed. If the count
+    // exceeds the limit, raises the limit and returns the previous one. Otherwise returns 0.
     int List(void * hFile, char const * szName, bool & bListed)
     {
         plat::LockScope_c const Scope(g_TrackerLock);

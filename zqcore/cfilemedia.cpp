@@ -74,7 +74,7 @@ namespace
     // it is no text.
     String_T<256> RegistryPath()
     {
-        char szText[257] = "";
+        char szText[String_T<256>::Capacity() + 1] = "";   // a value may lack its terminator
         std::size_t nSize = sizeof szText - 1;
         plat::RegistryType_e eType;
         bool const bRead =

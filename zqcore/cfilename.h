@@ -16,8 +16,8 @@
 
 #include "zqcore/cstring.h"
 
-/// Returns the last component of a path, as a pointer into it. Without a separator it is all after the drive, or
-/// the whole path. It is empty if the path ends in a separator or is only a drive.
+/// Returns a pointer to the last component of a path. Without a separator that is all after the drive, or the whole
+/// path. The component is empty if the path ends in a separator or is only a drive.
 ZQ_API char const * PathFileName(char const * szPath);
 
 /// Returns the last component of a path of nLength characters, which needs no terminator.

@@ -60,7 +60,7 @@ namespace
         {
             pNext = g_sFileObjects.Next(pSlot);
             File_c * const pTop = pSlot->pObject;
-            File_c * const pFile = FileHiding_c::InFolder(*pTop);
+            File_c * const pFile = FileHiding_c::FirstInFolder(*pTop);
             if (!pFile || !pFile->pPath->Begins(szPrefix))
             {
                 continue;
@@ -101,7 +101,7 @@ namespace
             }
             bRemoved = true;
             g_sPaths.Delete(pSlot);
-            if (g_FileOrphans.PointTo(*pPath))
+            if (g_FileOrphans.HasFileIn(*pPath))
             {
                 g_FileOrphans.KeepFolder(pPath);
             }

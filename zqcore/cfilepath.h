@@ -1,9 +1,9 @@
 // cfilepath.h: the table of files, and the scans of folders that fill it.
 //
-// The file system is flat. A scan of a folder enters each file under its lower-case name in one table, so a lookup is
-// one probe and does not touch the disk. If two files have one name, the one found first stays and the other is
-// dropped with a log line. A later folder never hides a file of an earlier one. Scans are depth first and by name, the
-// same on every machine. A scan never opens a file and always ends.
+// The file system is flat. A scan of a folder enters each file under its lower-case name in one table, so a lookup
+// does not touch the disk. If two files share a name, the one found first stays and the other is dropped with a log
+// line. A later folder never hides a file of an earlier one. Scans are depth first and by name, the same on every
+// machine. A scan never opens a file and always ends.
 //
 // Folders are stored in lower case with `\`, also at the end. If names in one folder differ in case only, a path in
 // lower case leads to the one without capitals. If all have capitals, it leads to the first in byte order. The scan
@@ -20,7 +20,7 @@
 // - links whose target is missing.
 // - files of unfinished saves (FileReplacement_c::IsBeside).
 // - excluded names, and the folders of other games (FileSetSplit).
-// - files for which the table has no room. The first one of the process is a Warning.
+// - files for which the table has no room, after the first one of the process, which is a Warning.
 //
 // A bare name of more than 127 characters is cut, so the file can't be opened. A file of 2 GiB or more can't be opened
 // either. Both are logged. g_FileSkipCallbacker reports what a scan skips to a host, such as a tool for artists.
@@ -95,14 +95,15 @@ extern ZQ_API PathTable_t g_sPaths;
 /// Registers the files of a folder, with those of its subfolders if bRecursive is set, and returns true. Fires
 /// g_AddSubfolderCallbacker for each folder. Requires that no receiver removes folders from the tables. Returns true
 /// too if the folder can't be read. FileScanIsWhole then returns false. Returns false, with a log line, in these cases:
-/// - there is no such folder, or the system can't report it. In the second case FileScanIsWhole returns false too.
+/// - there is no such folder.
+/// - the system can't report it. FileScanIsWhole then returns false too.
 /// - its path has more than 255 characters.
 /// - a folder in lower case hides it.
 ///
 /// With bRelativeNames the key of a file is its path below the media root, so a file directly in the root has its bare
 /// name as the key. A file whose key exceeds 127 characters is then skipped with a log line. Files of a folder outside
 /// of the media root keep bare names, with a log line for the folder. If g_sPaths has no room for a folder, its files
-/// have none: their keys alone are their paths on disk.
+/// have no folder: their keys alone are their paths on disk.
 ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativeNames);
 
 /// Returns whether scans have seen all of a folder and its subfolders. An empty sPath means all scans. A folder that

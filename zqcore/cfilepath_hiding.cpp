@@ -13,7 +13,7 @@ HashAdd_e FileHiding_c::Add(File_c & File, bool bOver)
     return static_cast<HashAdd_e>(g_sFileObjects.Add(&File, &File.sName));
 }
 
-File_c * FileHiding_c::InFolder(File_c & Top)
+File_c * FileHiding_c::FirstInFolder(File_c & Top)
 {
     File_c * pFile = &Top;
     while (pFile && !pFile->pPath)

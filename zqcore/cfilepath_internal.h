@@ -55,7 +55,7 @@ public:
     static HashAdd_e Add(File_c & File, bool bOver);
 
     /// Returns the first object of the chain that lies in a folder, or null.
-    static File_c * InFolder(File_c & Top);
+    static File_c * FirstInFolder(File_c & Top);
 
     /// Adds the object that a file hid, if any, to the table. Requires that the file has left the table.
     static void Reveal(File_c & File);
@@ -77,7 +77,7 @@ public:
     void Remove(File_c const & File);
 
     /// Returns whether an orphan points to this folder.
-    bool PointTo(String_T<256> const & sFolder) const;
+    bool HasFileIn(String_T<256> const & sFolder) const;
 
     /// Takes ownership of a folder, which DestroyFolders frees.
     void KeepFolder(String_T<256> * pFolder) { m_dFolders.Add(pFolder); }

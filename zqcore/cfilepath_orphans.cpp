@@ -14,7 +14,7 @@ void FileOrphans_c::Remove(File_c const & File)
     }
 }
 
-bool FileOrphans_c::PointTo(String_T<256> const & sFolder) const
+bool FileOrphans_c::HasFileIn(String_T<256> const & sFolder) const
 {
     for (File_c const * pFile : m_dFiles)
     {

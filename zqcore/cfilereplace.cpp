@@ -20,7 +20,7 @@ namespace
 {
     constexpr char PREFIX[] = "~zq";
     constexpr int PREFIX_LENGTH = static_cast<int>(sizeof PREFIX) - 1;
-    constexpr int DIGITS = 8;
+    constexpr int DIGITS = 8;   // of the number after PREFIX
     // Bytes of the longest file name after the prefix.
     constexpr int BARE_ROOM = static_cast<int>(plat::FILE_NAME_LIMIT) - (PREFIX_LENGTH + DIGITS + 1);
     static_assert(PREFIX_LENGTH + DIGITS + 1 == sizeof SECOND_NAME_PREFIX - 1);

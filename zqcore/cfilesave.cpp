@@ -38,12 +38,12 @@ namespace
     // Returns whether a save has the mark of a seal, of this version or a newer one.
     bool HasMark(unsigned char const * pData, std::size_t nBytes)
     {
-        if (nBytes < SAVE_SEAL_SIZE || std::memcmp(pData + nBytes - SAVE_SEAL_SIZE, MARK, SAVE_SEAL_VERSION) != 0)
+        if (nBytes < SAVE_SEAL_SIZE || std::memcmp(pData + nBytes - SAVE_SEAL_SIZE, MARK, SAVE_SEAL_VERSION_AT) != 0)
         {
             return false;
         }
-        unsigned char const cVersion = pData[nBytes - SAVE_SEAL_SIZE + SAVE_SEAL_VERSION];
-        return cVersion >= MARK[SAVE_SEAL_VERSION] && cVersion <= '9';
+        unsigned char const cVersion = pData[nBytes - SAVE_SEAL_SIZE + SAVE_SEAL_VERSION_AT];
+        return cVersion >= MARK[SAVE_SEAL_VERSION_AT] && cVersion <= '9';
     }
 
     // Returns whether a save ends in the CRC-32 of all before it. Returns false if fewer than 4 bytes precede it.
@@ -115,10 +115,7 @@ FileSave_c::FileSave_c(char const * szFile)
         return;
     }
     m_sLock = NameBeside(m_sFile, SAVE_LOCK_PREFIX);
-    for (char * pChar = m_sLock.GetBuffer() + (PathFileName(m_sLock) - m_sLock); *pChar; ++pChar)
-    {
-        *pChar = CharToLower(*pChar);
-    }
+    StrToLower(m_sLock.GetBuffer() + (PathFileName(m_sLock) - m_sLock));
     plat::FoldersCreate(m_sFile);
     plat::NameLock_c::Result_e const eResult = m_Lock.Take(m_sLock);
     if (eResult == plat::NameLock_c::FAILED)
@@ -219,7 +216,7 @@ SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint
     }
     unsigned char const * const pSeal = pData + nBytes - SAVE_SEAL_SIZE;
     std::size_t const nArchive = nBytes - SAVE_SEAL_SIZE;
-    if (pSeal[SAVE_SEAL_VERSION] > MARK[SAVE_SEAL_VERSION])
+    if (pSeal[SAVE_SEAL_VERSION_AT] > MARK[SAVE_SEAL_VERSION_AT])
     {
         return Set(FileSave_c::NEWER, "its seal is of a newer version");
     }
@@ -253,8 +250,10 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
     {
         return SetState(ABSENT, "there is none");
     }
-    hFile =
-        hFile ? hFile : plat::FileOpenRead(sPath, plat::Share_e::ReadWrite, &Facts);   // it may have just been created
+    if (!hFile)   // it may have just been created
+    {
+        hFile = plat::FileOpenRead(sPath, plat::Share_e::ReadWrite, &Facts);
+    }
     if (!hFile)
     {
         return SetState(UNREADABLE, LastErrorReason());

@@ -6,8 +6,8 @@
 /// Bytes of a seal, the last ones of a save.
 inline constexpr std::size_t SAVE_SEAL_SIZE = 16;
 
-/// Offset of the version, one character, in a seal. The bytes before it are the same in all versions.
-inline constexpr std::size_t SAVE_SEAL_VERSION = 3;
+/// Offset in a seal of its version, one character. The bytes before it are the same in all versions.
+inline constexpr std::size_t SAVE_SEAL_VERSION_AT = 3;
 
 /// Result of a check.
 struct SaveCheck_t

@@ -47,7 +47,7 @@ namespace
     class ChangedFile_c
     {
     public:
-        explicit ChangedFile_c(unsigned char const * pUnits, std::uint32_t nBytes)
+        ChangedFile_c(unsigned char const * pUnits, std::uint32_t nBytes)
         {
             m_nLength = StrCopy(m_szPath, g_sTrackPath, sizeof m_szPath);
             m_szPath[m_nLength++] = '\\';

@@ -100,16 +100,16 @@ class GigaOpenGroup_c
 public:
     using Last_e = GigaGroup_c::Last_e;   // rule for the last element, as for a group
 
-    /// Return whether a group is open, and what GigaGroup_c returns for it.
+    /// Return whether a group is open, and what GigaGroup_c returns for it: false if none is open.
     bool IsOpen() const { return m_pRecord != nullptr; }
     bool IsEmpty() const { return m_Group.IsEmpty(); }
-    bool HasTwoFree() const { return m_Group.HasTwoFree(); }   // false if no group is open
+    bool HasTwoFree() const { return m_Group.HasTwoFree(); }
 
     /// Allocates the lowest free element. Returns its address. Requires a free element.
     void * Alloc(bool bArray, int iElementSize);
 
-    /// Calls GigaGroup_c::Free for the element's group: with eOpenLast if that group is open, else with eLast. Also
-    /// returns false for a full group that is not open. dGroups are the records of the element's slab.
+    /// Frees an element as GigaGroup_c::Free does, with eOpenLast if its group is open, else with eLast. Also returns
+    /// false for a full group that is not open. dGroups are the records of the element's slab.
     bool Free(GigaGroup_c * dGroups, unsigned iElement, bool bArray, Last_e eLast, Last_e eOpenLast);
 
     /// Returns the up-to-date masks of a group: the copy if the group is open, else the record.
@@ -182,7 +182,7 @@ public:
     unsigned IndexOf(void const * pPtr) const;
 
     /// Returns the index of the element at a distance in bytes from the first one. nReciprocal is GetReciprocal().
-    /// Requires that it is not 0, because then the index needs a division.
+    /// Requires that it is not 0: with 0 the index needs a division.
     static unsigned IndexOf(std::size_t nDistance, std::uint64_t nReciprocal)
     {
         return static_cast<unsigned>((nDistance * nReciprocal) >> RECIPROCAL_BITS);

@@ -15,13 +15,13 @@ namespace
 {
     constinit std::atomic<bool> g_bGlobalOnly = true;
 
-    constexpr int TEXT_LENGTH = 36;
+    constexpr int TEXT_LENGTH = 36;   // 8-4-4-4-12 digits with their dashes (RFC 4122)
 
     // Returns whether an identifier of this status may be used. Warns of every status but GUID_OK, also of one that
     // permits the use.
     bool IsUsable(std::uint32_t dwStatus)
     {
-        switch (dwStatus & 0xFFFF)
+        switch (dwStatus & 0xFFFF)   // the result is in the low 16 bits
         {
         case plat::GUID_OK:
             return true;

@@ -2,7 +2,7 @@
 #pragma once
 
 /// Returns whether two texts of nLength characters are equal. Compares words of eight bytes, unless the texts are
-/// shorter: names have often just been copied by such words, and a store is forwarded fastest to a load as wide.
+/// shorter: names have often just been copied by such words, and a store is forwarded fastest to a load of its width.
 inline bool IsSameText(char const * pA, char const * pB, std::size_t nLength)
 {
     constexpr std::size_t WORD = sizeof(std::uint64_t);
@@ -142,7 +142,7 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Store(Slot_s & Slot, Entry_s const & E
     }
     else
     {
-        std::memset(Slot.szKey, 1, sizeof Slot.szKey);   // no text, so that no short name equals it
+        std::memset(Slot.szKey, 1, sizeof Slot.szKey);   // no terminator, so that no short name equals it
     }
 }
 

@@ -38,9 +38,9 @@ public:
     StaticMemoryPool_c & operator=(StaticMemoryPool_c const &) = delete;
 
     /// Adds a class of blocks of element_size bytes. elements_total is the expected number of blocks, which is no
-    /// limit. A size that is not above the previous class's, or is above INT_MAX, ends in Abort. Asserts that
-    /// elements_total > 0. Alloc from a class of 0 blocks, or of 0 bytes, ends in Abort. Asserts that there are at most
-    /// MAX_GROUPS classes. A further one is not added.
+    /// limit. Asserts that elements_total > 0, and that there are fewer than MAX_GROUPS classes: a further one is not
+    /// added. A size that is not above the previous class's, or is above INT_MAX, ends in Abort. So does Alloc from a
+    /// class of 0 blocks, or of 0 bytes.
     void AddGroup(unsigned int element_size, unsigned int elements_total);
 
     /// Allocates a block of the smallest class with nBytes or more and returns it, never null. Blocks of a class whose

@@ -2,7 +2,7 @@
 //
 // A list is a pointer to its head, null while it is empty. It grows at the head.
 //
-// Ownership: the caller owns the nodes. LinkFreeAll frees all nodes of a list. Requires that they come from ZQ_NEW.
+// Ownership: the caller owns the nodes. LinkFreeAll frees nodes that come from ZQ_NEW.
 // Threads: a list belongs to one thread at a time.
 // Cost: constant time, but LinkFreeAll is linear in the list. Nothing allocates.
 // Failure: no call fails.
@@ -36,8 +36,8 @@ struct Link_T
     T & Get() { return tData; }
     T const & Get() const { return tData; }
 
-    /// Inserts this node before the head, which may be null. Returns the new head. Requires that
-    /// this node is in no list.
+    /// Inserts this node before the head, which may be null. Returns the new head. Requires that this node is in no
+    /// list.
     Link_T * Link(Link_T * pHead)
     {
         if (pHead)
@@ -50,6 +50,7 @@ struct Link_T
     }
 
     /// Removes this node from the list that starts at pHead. Returns the head of the rest, or null if none is left.
+    /// Requires that the list holds this node.
     Link_T * Unlink(Link_T * pHead)
     {
         if (pNext)

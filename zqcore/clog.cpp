@@ -41,7 +41,7 @@ namespace
     constinit bool g_bOpened = false;   // whether LogInit has opened the log's file
     constinit LogStream_c g_MessageLog;
 
-    // Held until a host's stream is flushed, so that a fork copies no buffered text.
+    // Lock that is held until a host's stream is flushed, so that a fork copies no buffered text.
     constinit plat::Lock_c g_HostStreamLock;
     plat::ForkLock_c const g_HostStreamForkLock(g_HostStreamLock);
 
@@ -345,12 +345,12 @@ void LogWriteLate(char const * szText)
                                  ? OpenMessageLog([](char const * szPath) { return plat::StreamOpen(szPath, "ab"); })
                                  : nullptr;
     std::FILE * const pFile = pOwn ? pOwn : g_pMessageLogFile;
-    std::size_t nLine;
-    for (; pFile && *szText; szText += nLine + (szText[nLine] == '\n'))
+    while (pFile && *szText)
     {
-        nLine = std::strcspn(szText, "\n");
+        std::size_t const nLine = std::strcspn(szText, "\n");
         Line_c Line;
         WriteStamped(pFile, Line, StrCopy(Line.Text(), szText, std::min(nLine + 1, LOG_LINE_SIZE)));
+        szText += nLine + (szText[nLine] == '\n');
     }
     if (pOwn)
     {

@@ -70,7 +70,7 @@ namespace
         }
 
         // Returns whether all is plain that PutText, PutLiteral and PutCharacter appended. May return false for plain
-        // texts. Numbers are plain. The other functions are not checked.
+        // texts. Numbers are plain. What the other functions append is not checked.
         bool IsPlain() const { return ::IsPlain(m_nOther); }
 
         // Appends the characters before the next '%', eight at a time. Returns where the '%' is, or pEnd.
@@ -425,7 +425,7 @@ namespace
         return bWide;
     }
 
-    // Serves all formats, on the slow path. Writes formats with wide text itself, and all others by the C library.
+    // Serves all formats, on the slow path. Writes those that HasWide accepts itself, and all others by the C library.
     ZQ_COLD void FormatAny(char * szOut, std::size_t nSize, char const * fmt, std::va_list args)
     {
         if (!HasWide(fmt))
@@ -437,10 +437,12 @@ namespace
         Arguments_s Arguments;
         va_copy(Arguments.args, args);
         char const * const pEnd = fmt + std::strlen(fmt);
-        for (char const * pFormat = fmt; (pFormat = Output.PutLiteral(pFormat, pEnd)) != pEnd;)
+        char const * pFormat = Output.PutLiteral(fmt, pEnd);
+        while (pFormat != pEnd)
         {
             ++pFormat;
             PutAnyConversion(Output, Conversion_s(pFormat, Arguments), Arguments);
+            pFormat = Output.PutLiteral(pFormat, pEnd);
         }
         va_end(Arguments.args);
         Output.Terminate();
@@ -553,7 +555,7 @@ char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame)
         return static_cast<char *>(std::memcpy(pEnd - nText, szPrefix, static_cast<std::size_t>(nText)));
     }
     // A float times 1000 is exact in a double. Adding 1.5 times 2 to the 52nd leaves no room for a fraction, and rounds
-    // to the nearest number, halves to the even one, as printf does.
+    // to the nearest whole number, halves to the even one, as printf does.
     constexpr double SHIFT = 6755399441055744.0;
     constexpr std::ptrdiff_t SECONDS_WIDTH = 4;
     auto const nMilliseconds = static_cast<std::uint64_t>(static_cast<double>(tPassed) * 1000.0 + SHIFT - SHIFT);

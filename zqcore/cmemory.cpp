@@ -166,7 +166,7 @@ namespace
                 std::fputc('\n', stderr);
             }
         }
-        char szLine[1024];
+        char szLine[LOG_LINE_SIZE];
         std::snprintf(szLine, sizeof szLine, "%.*s", static_cast<int>(std::strcspn(szText, "\n")), szText);
         if (g_bLeaving)
         {

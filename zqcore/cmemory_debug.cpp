@@ -38,6 +38,7 @@ namespace
             std::memory_order_relaxed);
     }
 
+    // Counts an allocation.
     void CountIn(mem::Categories_e eCategory, std::size_t nBytes)
     {
         CountLive(eCategory, nBytes);
@@ -45,6 +46,7 @@ namespace
         g_MemoryCounters.dFrameAllocs[eCategory] += 1;
     }
 
+    // Counts a release.
     void CountOut(mem::Categories_e eCategory, std::size_t nBytes)
     {
         MemoryCounters_s & Counters = g_MemoryCounters;
@@ -87,7 +89,7 @@ namespace
     }
 
     // Counts all live blocks anew: those of other libraries' first constructors are older than the tracking. Requires
-    // g_CategoryLock.
+    // that the thread holds g_CategoryLock.
     void CountLiveBlocks()
     {
         MemoryCounters_s & Counters = g_MemoryCounters;
@@ -125,7 +127,7 @@ namespace
             bAligned ? Block.pOwn : get_aligned_from_block(Block.pUser, MEMORY_ALIGNMENT, 0));
     }
 
-    // Adds the description of a block that describes itself to the leak report.
+    // Adds to the leak report the description of a block that describes itself.
     void CoreDumpHook(plat::HeapBlock_t const & Block)
     {
         if (!(Block.dwWord & MEMORY_OBJECT_FLAG))

@@ -1,8 +1,7 @@
-// The heap of a shipped game: the C library's memory, with a header of 16 bytes before each block, counted without a
-// lock.
+// The heap of a shipped game: the C library's memory, counted without a lock.
 //
-// Each thread counts in figures of its own, which only it writes. A reader adds up those of all threads. Figures are
-// never freed: a thread that starts continues those of one that has ended.
+// A header of 16 bytes lies before each block. Each thread counts in figures of its own, which only it writes. A reader
+// adds up those of all threads. Figures are never freed: a thread that starts continues those of one that has ended.
 #include "zqcore/cmemory_internal.h"
 #include "zqcore/cmemoryreport.h"
 
@@ -90,7 +89,7 @@ namespace
     constinit Figure_t g_iPeak = 0;
     alignas(ZQ_CACHE_LINE) constinit std::atomic<bool> g_bNewLog = false;
 
-    // The figures at the ends of frames, and the peaks that readers have seen; under g_CategoryLock.
+    // The figures at the ends of frames, and the peaks that readers have seen. g_CategoryLock guards them.
     struct Seen_s
     {
         std::ptrdiff_t nFrameStart;    // allocations before this frame
@@ -248,6 +247,7 @@ namespace
         Count(Figures, iCategory, &CategoryFigures_s::nFrees, nBytes, -static_cast<std::ptrdiff_t>(nBytes));
     }
 
+    // Counts a release on a thread that may have no figures.
     ZQ_COLD void CountOutSlowly(int iCategory, std::size_t nBytes)
     {
         if (MemoryFigures_s * const pFigures = t_MemoryStack.pFigures ? t_MemoryStack.pFigures : ClaimFigures())
@@ -325,6 +325,7 @@ namespace
         return nullptr;
     }
 
+    // Counts an allocation on a thread that may have no figures.
     void CountInSlowly(int iCategory, std::size_t nBytes)
     {
         MemoryFigures_s * const pFigures = t_MemoryStack.pFigures ? t_MemoryStack.pFigures : ClaimFigures();

@@ -48,7 +48,7 @@ ZQ_API bool MemoryLogAllocationsFailed();
 
 /// Returns whether the categories' blocks and bytes add up to the totals. Every event of the debug heap checks the same
 /// under g_CategoryLock. Requires that the caller holds that lock if other threads run. With the heap of a shipped
-/// game, returns whether no category has negative figures.
+/// game, returns whether no category has negative figures, and requires that no other thread uses the heap meanwhile.
 ZQ_API bool MemoryCheckConsistency();
 
 /// Returns the number of allocations in the last finished frame. Acquires no lock.

@@ -17,7 +17,7 @@ struct OpcodeDecoder_c::Row_s
 };
 
 // Result of a group: the code after its bytes, and the start of its text.
-struct OpcodeDecoder_c::Match_s
+struct OpcodeDecoder_c::Match_t
 {
     unsigned char const * pPosition = nullptr;
     std::uint32_t iText = 0;
@@ -94,7 +94,7 @@ std::size_t OpcodeDecoder_c::Decode(unsigned char const * pCode, std::size_t nBy
     m_pEnd = pCode + nBytes;
     m_pInstructionEnd = nullptr;
     m_bRelative = false;
-    Match_s Match;
+    Match_t Match;
     if (!RunInstruction(pCode, Match))
     {
         return 0;
@@ -109,7 +109,7 @@ std::size_t OpcodeDecoder_c::Decode(unsigned char const * pCode, std::size_t nBy
 }
 
 // Runs the tables until a row makes a text. Returns false if no row matches, or if the bytes end first.
-bool OpcodeDecoder_c::RunInstruction(unsigned char const * pCode, Match_s & Match)
+bool OpcodeDecoder_c::RunInstruction(unsigned char const * pCode, Match_t & Match)
 {
     m_bOperandSize = m_bAddressSize = m_bF2 = m_bF3 = m_nRex = 0;
     m_szSegment = nullptr;
@@ -132,7 +132,7 @@ bool OpcodeDecoder_c::RunInstruction(unsigned char const * pCode, Match_s & Matc
 
 // Tries the later instructions first. A VEX prefix that begins none of them, or that has bits which the text does not
 // show, has no effect.
-bool OpcodeDecoder_c::RunTables(unsigned char const * pCode, Match_s & Match)
+bool OpcodeDecoder_c::RunTables(unsigned char const * pCode, Match_t & Match)
 {
     std::uint32_t const nText = m_nText;
     m_pRows = m_Tables.pLater;
@@ -154,7 +154,7 @@ bool OpcodeDecoder_c::RunTables(unsigned char const * pCode, Match_s & Match)
 }
 
 // Matches the rows of a group and writes the text of the first that matches. Returns false if none does.
-bool OpcodeDecoder_c::RunGroup(unsigned iSlot, unsigned char const * pCode, std::uint32_t * pFields, Match_s & Match)
+bool OpcodeDecoder_c::RunGroup(unsigned iSlot, unsigned char const * pCode, std::uint32_t * pFields, Match_t & Match)
 {
     unsigned const cCode = pCode != m_pEnd ? *pCode : 0;
     unsigned const iStarts = m_pIndex->pSlots[iSlot];
@@ -199,7 +199,7 @@ bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, 
             bool const bHolds = eCode >= OPCODE_SUBTABLE      ? RunSubtable(Row, eCode)
                                 : eCode >= OPCODE_MEMORY_SIZE ? SetMemorySize(eCode)
                                 : eCode == OPCODE_TAKE_VEX    ? TakeVex(Row.pFields, Row.pPosition)
-                                                              : IsFlagSet(eCode);
+                                                              : IsConditionMet(eCode);
             if (!bHolds)
             {
                 return false;
@@ -222,7 +222,7 @@ bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, 
 }
 
 // Returns whether a condition holds. An unknown one does.
-bool OpcodeDecoder_c::IsFlagSet(unsigned eCondition) const
+bool OpcodeDecoder_c::IsConditionMet(unsigned eCondition) const
 {
     switch (eCondition)
     {
@@ -290,7 +290,7 @@ bool OpcodeDecoder_c::RunSubtable(Row_s & Row, unsigned eCode)
     {
         return false;
     }
-    Match_s Match;
+    Match_t Match;
     if (!RunGroup((eCode & OPCODE_GROUP_MASK) + 1, pCode, pFields, Match))
     {
         return false;

@@ -84,7 +84,7 @@ public:
 
 private:
     struct Row_s;
-    struct Match_s;
+    struct Match_t;
 
     /// Bits of a VEX, XOP or EVEX prefix, except R, X and B, which m_nRex has, and what the text shows of them.
     struct Vex_s
@@ -108,11 +108,11 @@ private:
         bool bRoundingShown;
     };
 
-    bool RunInstruction(unsigned char const * pCode, Match_s & Match);
-    bool RunTables(unsigned char const * pCode, Match_s & Match);
-    bool RunGroup(unsigned iSlot, unsigned char const * pCode, std::uint32_t * pFields, Match_s & Match);
+    bool RunInstruction(unsigned char const * pCode, Match_t & Match);
+    bool RunTables(unsigned char const * pCode, Match_t & Match);
+    bool RunGroup(unsigned iSlot, unsigned char const * pCode, std::uint32_t * pFields, Match_t & Match);
     bool MatchPattern(Row_s & Row, unsigned char const * pPattern, std::size_t nPattern);
-    bool IsFlagSet(unsigned eCondition) const;
+    bool IsConditionMet(unsigned eCondition) const;
     bool RunSubtable(Row_s & Row, unsigned eCode);
     bool TakeVex(std::uint32_t const * pFields, unsigned char const * pCode);
     bool TakeEvex(unsigned nFirst, unsigned nThird, unsigned char const * pCode);
@@ -192,7 +192,7 @@ public:
     static constexpr std::size_t MAX_INSTRUCTIONS = 1024;
 
     /// Makes a listing of nBytes bytes. Address is the real address of the first one. The last instruction may end in
-    /// the nAfter bytes that follow, where none begins. The caller keeps all these bytes until the last Write.
+    /// the nAfter bytes that follow, where none begins. Requires that all these bytes stay until the last Write.
     ZQ_API CodeListing_c(unsigned char const * pCode, std::size_t nBytes, std::uint64_t Address,
         OpcodeMode_e eMode = OPCODE_NATIVE, std::size_t nAfter = 0);
     ZQ_API ~CodeListing_c();

@@ -243,7 +243,7 @@ void OpcodeDecoder_c::OfferSymbol(std::uint64_t Address, std::uint32_t iText)
     {
         return;
     }
-    char szNumber[24];
+    char szNumber[24];   // a sign and 16 digits fit
     std::size_t const nNumber = m_nText - iText < sizeof szNumber ? m_nText - iText : sizeof szNumber - 1;
     std::memcpy(szNumber, m_pText + iText, nNumber);
     szNumber[nNumber] = '\0';

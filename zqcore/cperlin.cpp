@@ -69,7 +69,7 @@ namespace
         v = { v.x / fLength, v.y / fLength, v.z / fLength };
     }
 
-    // Draws entry i of each table. The order of the draws decides the noise.
+    // Sets entry i of each table. The order of the draws decides the noise.
     void DrawEntry(int i)
     {
         g_Tables.dPermutation[i] = i;

@@ -115,6 +115,7 @@ bool Serializeable_c::SerializeRun(void * pData, std::size_t nBytes)
 }
 
 // Stores a number of elements, or loads one that the memory for small values does not hold or that is wrong.
+// Returns the number, or 0 if the archive has failed.
 int Serializeable_c::SerializeCountSlowly(std::size_t nElements, std::size_t nBytesEach)
 {
     bool const bCounts = nElements <= std::size_t{ std::numeric_limits<int>::max() };

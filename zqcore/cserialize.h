@@ -39,7 +39,7 @@
 //     if (bKnown) { Unit.Serialize(Archive); }
 //     bool const bLoaded = Archive.Close() && bKnown && !Archive.IsFailed();
 //
-// A state in memory, and the way back to it:
+// A MemoryWriteable_c keeps a state, and a MemoryReadable_c restores it.
 //
 //     MemoryWriteable_c State(1);
 //     if (State.Open()) { Unit.Serialize(State); }
@@ -174,7 +174,8 @@ public:
     /// Returns a reader's position in bytes from the start, 0 while it is not open. Returns -1 for a writer.
     virtual int GetPosition() const;
 
-    /// Returns the number of bytes after a reader's position. Asserts as GetLength does. Returns -1 for these archives:
+    /// Returns the number of bytes after a reader's position. Asserts as the archive's GetLength does. Returns -1
+    /// for these archives:
     /// - a writer.
     /// - an archive that has failed.
     /// - a reader that is empty or closed, or does not know its length.
@@ -256,7 +257,7 @@ public:
     /// false and loads nothing if the archive is not a reader of memory, or if there is no whole text.
     bool ViewText(std::string_view & sText);
 
-    /// Stores or loads three lanes of a vector. The fourth is neither stored nor changed.
+    /// Stores or loads the first three lanes of a vector. The fourth is neither stored nor changed.
     void SerializeVector3(__m128 & vValue);
 
     /// Return whether the archive is reading, and whether it has failed.

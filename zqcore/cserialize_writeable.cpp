@@ -83,10 +83,11 @@ bool Writeable_c::PutZeros(std::size_t nBytes)
 {
     static constexpr char ZEROS[4096] = {};
     bool bDone = true;
-    for (std::size_t nPart; nBytes > 0 && bDone; nBytes -= nPart)
+    while (nBytes > 0 && bDone)
     {
-        nPart = std::min(nBytes, sizeof ZEROS);
+        std::size_t const nPart = std::min(nBytes, sizeof ZEROS);
         bDone = Put(ZEROS, nPart);
+        nBytes -= nPart;
     }
     return bDone;
 }

@@ -50,10 +50,11 @@ struct ArchiveResult_t
 class ZQ_API ArchiveCheck_c : public MemoryReadable_c
 {
 public:
-    /// Begins a check. dwVersion is the newest version that the caller reads. Requires that the bytes outlive it.
+    /// Begins a check. dwVersion is the newest version that the caller reads. Requires that the bytes outlive the
+    /// object.
     ArchiveCheck_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion);
 
-    /// Checks the names and lengths of chunks that follow one another. GetResult has the first error.
+    /// Checks the names and lengths of chunks that follow one another. GetResult returns the first error.
     void CheckChunks(std::initializer_list<char const *> dChunks);
 
     /// Returns what the check has found so far.

@@ -82,6 +82,7 @@ namespace
     static_assert(std::is_trivially_default_constructible_v<Table_s>, "no constructor touches the table");
     Table_s g_Table;
 
+    // Stores the mark's label, or compares the file's with it.
     void Put(Serializeable_c & archive, SerializerMark_t const & Mark)
     {
         archive.Label(Mark.szName, Mark.dwLabel);
@@ -426,8 +427,8 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Expecte
     return bLoaded ? iPointer : -1;
 }
 
-// Loads a first reference after its identifier. Returns false, with the archive failed,
-// if ReadClass finds no class or there is no stack for the body.
+// Loads a first reference after its identifier. Returns false, with the archive failed, if ReadClass finds no class or
+// there is no stack for the body.
 bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Expected_s const & Expected)
 {
     Put(archive, SERIALIZER_BEGIN);

@@ -144,8 +144,8 @@ public:
     /// the same order in each run.
     static void RegisterStaticPointer(void * pPointer);
 
-    /// Assigns an identifier to the address of a body's object, so that parts of the object can point to it, or of a
-    /// part. Requires that a body calls it, at the same place in save and load, and in a load that the body has set its
+    /// Assigns an identifier to the address of a body's object or of one of its parts, so that pointers can lead there.
+    /// Requires that a body calls it, at the same place in save and load, and in a load that the body has set its
     /// pObject.
     static void RegisterPointer(Serializeable_c & archive, void const * pPointer);
 

@@ -3,8 +3,8 @@
 
 namespace archives
 {
-    /// Loads contiguous values. An archive of unknown length is read in steps of FIRST_STEP values at first, then of as
-    /// many as all before, so that a damaged number allocates little memory for which no bytes follow.
+    /// Loads contiguous values. An archive of unknown length is read in steps: FIRST_STEP values first, then each time
+    /// as many as all before, so that a damaged number allocates little memory for which no bytes follow.
     template <typename T>
     void LoadValues(Serializeable_c & Archive, T & dItems, std::size_t nValues)
     {

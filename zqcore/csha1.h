@@ -27,7 +27,7 @@ enum Sha1Status_e : int
     shaSuccess = 0,
     shaNull = 1,           // a null argument
     shaInputTooLong = 2,   // the message would reach 2^64 bits
-    shaStateError = 3      // Input of bytes after Result; Input of bytes or Result after a failure
+    shaStateError = 3      // Input of bytes after Result, or either of these after a failure
 };
 
 /// State of a message between SHA1Reset and SHA1Result.
@@ -42,10 +42,10 @@ struct SHA1Context
     int Corrupted;                // the status of the last failure, else shaSuccess
 };
 
-/// Starts a message, discards what the context held and returns shaSuccess. Returns shaNull for a null context.
+/// Starts a message, discards what the context holds and returns shaSuccess. Returns shaNull for a null context.
 ZQ_API int SHA1Reset(SHA1Context * pContext);
 
-/// Adds bytes to the message and returns a Sha1Status_e. Succeeds for 0 bytes in any state of the context. On failure
+/// Adds bytes to the message and returns a Sha1Status_e. Succeeds for 0 bytes with any context, even null. On failure
 /// adds nothing. The context then accepts only SHA1Reset, and inputs of 0 bytes.
 ZQ_API int SHA1Input(SHA1Context * pContext, unsigned char const * dBytes, std::size_t nBytes);
 

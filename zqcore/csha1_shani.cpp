@@ -63,6 +63,7 @@ namespace
         RunFourRounds<FIRST + 4>(State, Schedule);
     }
 
+    // Hashes blocks as a Sha1Kernel_t.
     ZQ_TARGET_SHA void Sha1HashShani(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks)
     {
         constexpr int REVERSED = 0x1B;   // order of the lanes

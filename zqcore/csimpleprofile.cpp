@@ -37,7 +37,7 @@ namespace
         std::int64_t dFrameTime[KINDS] = {};   // times in the current frame
         int iStackPtr = -1;                    // index of the top, -1 if empty
         int nBeyond = 0;                       // open pushes without room in dStack
-        int nFrames = 0;                       // frames in the current span
+        int nFrames = 0;                       // resets since the last span was closed
         plat::Lock_c StatsLock;                // guards the figures, for short steps
         plat::Lock_c UseLock;                  // held from push to pop, locked first
     };

@@ -1,8 +1,7 @@
 #include "zqcore/cdebug.h"
+#include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cspreadsheet_internal.h"
-
-#include "zqcore/clog.h"
 #include "zqcore/cstring.h"
 #include "zqcore/ctexterror_internal.h"
 
@@ -19,11 +18,13 @@ namespace
     // Maximum size in bytes of a block that stores its ends in 16 bits. A larger one stores them in 32.
     constexpr std::size_t NARROW_LIMIT = 0xFFFF;
 
+    // Returns the size in bytes of one end in a block of nBlock bytes.
     constexpr std::size_t EndSize(std::size_t nBlock)
     {
         return nBlock <= NARROW_LIMIT ? sizeof(std::uint16_t) : sizeof(std::uint32_t);
     }
 
+    // Load and store the end of a cell's text. The ends lie before pTableEnd, that of cell 0 last.
     template <typename T>
     std::size_t LoadEnd(char const * pTableEnd, int iCell)
     {
@@ -117,6 +118,7 @@ inline void SpreadsheetRow_c::Commit(std::size_t nText)
     m_nCells = std::max(m_nCells, m_nStored);
 }
 
+// Moves the cells to a new block of at least nNeeded bytes.
 void SpreadsheetRow_c::Grow(std::size_t nNeeded)
 {
     constexpr std::size_t FIRST = 64;   // bytes of a growing row's first block, at least
@@ -354,8 +356,11 @@ bool Spreadsheet_c::Parse(char const * pText, int iLength)
     }
     constexpr std::size_t SMALLEST_CHUNK = 1024, LARGEST_CHUNK = 1 << 20;   // bytes
     std::size_t const nChunk = std::clamp(static_cast<std::size_t>(iLength) / 16, SMALLEST_CHUNK, LARGEST_CHUNK);
-    for (m_pHead = Keep(Row, nChunk); Parser.ParseRow(Row, bError) && !bError; m_dRows.Add(Keep(Row, nChunk)))
-    {}
+    m_pHead = Keep(Row, nChunk);
+    while (Parser.ParseRow(Row, bError) && !bError)
+    {
+        m_dRows.Add(Keep(Row, nChunk));
+    }
     m_Errors = Parser.GetErrors();
     if (bError)
     {

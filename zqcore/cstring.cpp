@@ -11,7 +11,7 @@
 namespace
 {
     constexpr unsigned VA_BUFFERS = 16;
-    constexpr std::size_t VA_SIZE = 4096;
+    constexpr std::size_t VA_SIZE = 4096;   // bytes of each
 
     // Returns eight characters in lower case. The additions set the top bit of each byte for "at least A" and "above
     // Z". Their difference becomes the bit that makes a letter lower case.
@@ -26,7 +26,7 @@ namespace
 
 int StrCompareNoCase(char const * szA, char const * szB)
 {
-    return StrCompareNoCase(szA, szB, static_cast<std::size_t>(-1));
+    return StrCompareNoCase(szA, szB, SIZE_MAX);
 }
 
 int StrCompareNoCase(char const * szA, char const * szB, std::size_t nMax)
@@ -110,8 +110,8 @@ String_T<256> NewString(char const * sFmt, ...)
 
 char const * Va(char const * sFmt, ...)
 {
-    static char s_dBuffers[VA_BUFFERS][VA_SIZE];
-    static std::atomic<unsigned> s_iNext = 0;
+    static constinit char s_dBuffers[VA_BUFFERS][VA_SIZE] = {};
+    static constinit std::atomic<unsigned> s_iNext = 0;
     char * const szBuffer = s_dBuffers[s_iNext.fetch_add(1, std::memory_order_relaxed) % VA_BUFFERS];
 
     std::va_list args;

@@ -1,6 +1,6 @@
 // cstringformat.h: String_T as an argument of std::format.
 //
-// Every format of a std::string_view serves: width, fill, alignment, precision. If the standard library has no
+// Every format of a std::string_view is valid: width, fill, alignment, precision. If the standard library has no
 // std::format, the header defines nothing. Streams need no header: `<<` writes a String_T as it writes a C text.
 //
 // Ownership: nothing is owned.

@@ -26,7 +26,7 @@
 /// TextForLog, so each text fits on one line of a log.
 struct TextError_t
 {
-    String_T<256> sFile;   // name as opened, cut to fit; empty for a text in memory, with Script_c its address and size
+    String_T<256> sFile;   // name as opened, cut to fit; of a text in memory empty, or in Script_c its address and size
     int iLine = 0;         // line from 1, counted by line feeds; 0 if the error has no place
     int iColumn = 0;       // character of that line from 1; a UTF-8 character counts once, and so does a tab
     String_T<256> sReason;   // one statement in English, empty without an error

@@ -37,7 +37,7 @@ SimpleTextParser_c::SimpleTextParser_c()
     m_setNumberFirst.AddChar('0', '9');
     m_setNumberFirst.AddChar('+');
     m_setNumberFirst.AddChar('-');
-    m_setSymbol.AddChar(0x21);
+    m_setSymbol.AddChar(0x21);   // symbols: the bytes from 0x21 on that begin no other token
     m_setSymbol.AddChar(0x23, 0x2A);
     m_setSymbol.AddChar(0x2C);
     m_setSymbol.AddChar(0x2E, 0x2F);

@@ -82,8 +82,9 @@ public:
         return GetWorkIdent(sIdent);
     }
 
-    /// Make the first line with this ident the work line and return true. Do not disturb a walk with NextIdent. Assert
-    /// that the ident is not null. Return false, without a work line, if there is none or if it is a header line.
+    /// Make the line of the first item with this ident the work line and return true. Do not disturb a walk with
+    /// NextIdent. Assert that the ident is not null. Return false, without a work line, if no item has it. A header
+    /// line is no item.
     ZQ_API bool FindIdent(char const * sIdent);
     bool SetWorkIdent(char const * sIdent) { return FindIdent(sIdent); }
 

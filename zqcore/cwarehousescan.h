@@ -116,8 +116,8 @@ struct WarehouseScan_t
     /// the data. After a search that found no line the result has no meaning.
     int GetOpenQuote() const { return nOpenQuote; }
 
-    /// Returns the position of the last cell in the last line read that was cut at WAREHOUSE_CELL_SIZE, or -1.
-    /// After a search that found no line the result has no meaning.
+    /// Returns the position of the last cell in the last line read that was cut at WAREHOUSE_CELL_SIZE, or -1. After
+    /// a search that found no line the result has no meaning.
     int GetCutCell() const { return nCutCell; }
 
     /// Moves from the start of a line to a column, counted from 0. If the line lacks it, moves to a comment that begins

@@ -17,7 +17,7 @@ extern template int StepInto<0>(Argument_t const & Argument, int nDepth);
 
 namespace
 {
-    constexpr int FRAMES = 40;
+    constexpr int FRAMES = 40;   // of a stack, at most
 
     void ReportByBacktraceSymbols(int)
     {

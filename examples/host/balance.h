@@ -5,7 +5,7 @@
 
 struct Bay_s;
 
-/// The factors of a level.
+/// Factors of a level.
 struct Balance_s
 {
     String_T<64> sLevel;   // the level's name
@@ -31,8 +31,8 @@ inline constexpr BalanceColumn_s BALANCE_COLUMNS[] = {
 };
 
 /// Logs errors in an existing sheet, and returns the factors of a level. A factor is 1 if:
-/// - the sheet is missing or damaged;
-/// - the row or the cell is missing;
+/// - the sheet is missing or damaged.
+/// - the row or the cell is missing.
 /// - the cell is not a number from 0 to 10.
 Balance_s BalanceRead(char const * szFile, char const * szLevel);
 

@@ -11,6 +11,7 @@ namespace
     constexpr int GALE = 30;                 // knots of wind above which a ship goes no faster
     constexpr float OTHER_APPETITE = 1.0f;   // crates a day of a good that a harbour neither makes nor wants
 
+    // Adds an hour of what the harbour makes to its stock, and removes an hour of what it uses up.
     void MakeAndEat(Bay_s const & Bay, Harbour_s & Harbour)
     {
         for (Good_s const & Good : Bay.dGoods)
@@ -49,12 +50,14 @@ namespace
         return Good.iHighest - static_cast<int>(fFill * static_cast<float>(Good.iHighest - Good.iLowest));
     }
 
+    // Adds marks to the ship's profit and to its house's purse.
     void Earn(Ship_s & Ship, long long nMarks)
     {
         Ship.iProfit += nMarks;
         Ship.pHouse->iPurse += nMarks;
     }
 
+    // Pays the harbour's dues and sells the cargo.
     void Land(Bay_s & Bay, Ship_s & Ship, Harbour_s & Harbour)
     {
         Earn(Ship, -Bay.nDues);
@@ -104,6 +107,7 @@ namespace
         Harbour.pLastCaller = &Ship;
     }
 
+    // Runs an hour at sea. A ship that arrives is in port afterwards.
     void Sail(Bay_s & Bay, Ship_s & Ship)
     {
         ShipType_s const & Type = *Ship.pType;
@@ -122,6 +126,7 @@ namespace
         }
     }
 
+    // Runs an hour in port. After the last one the ship loads and goes to sea.
     void WaitInPort(Bay_s &, Ship_s & Ship)
     {
         if (--Ship.nPortHours <= 0)

@@ -10,16 +10,19 @@ namespace
 {
     constexpr int DAYS_A_YEAR = 365;   // also the maximum number of winds
 
+    // Reads a cell with a text. Returns false if there is none.
     bool ReadName(Warehouse_c const & Table, char const * szColumn, Name_t & sName)
     {
         return Table.Get(szColumn, sName) && !sName.IsEmpty();
     }
 
+    // Reads the ident of the current row.
     bool ReadIdent(Warehouse_c const & Table, Name_t & sIdent)
     {
         return Table.GetWorkIdent(sIdent);
     }
 
+    // Reads a cell with a number. Returns false if it has none from iLeast to MAX_NUMBER.
     bool ReadNumber(Warehouse_c const & Table, char const * szColumn, int iLeast, int & iNumber)
     {
         return Table.Get(szColumn, iNumber) && iNumber >= iLeast && iNumber <= MAX_NUMBER;

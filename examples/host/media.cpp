@@ -138,7 +138,7 @@ std::string MediaCheckChoice(Options_s const & Options, std::string const & sMed
     std::string const sCache = FileOfTheCachesName(Options.sCacheFile);
     if (!sCache.empty())
     {
-        ModuleFile_c::Get()->SetCacheFile(nullptr);   // which would be written at the end
+        ModuleFile_c::Get()->SetCacheFile(nullptr);   // the shutdown would write that file
     }
     if (Options.bGameGiven && !FileIsAddon())
     {

@@ -13,8 +13,8 @@ std::string MediaCheck(Options_s const & Options, std::string const & sMedia);
 /// modules are not up yet.
 void MediaSet(Options_s const & Options, std::string const & sMedia);
 
-/// Returns which part of the command line does not fit the media, or an empty text. If that is --cache-file, the
-/// shutdown does not write that file. Requires that the modules are up.
+/// Returns which part of the command line does not fit the media, or an empty text. If --cache-file does not fit, the
+/// shutdown writes no cache to it. Requires that the modules are up.
 std::string MediaCheckChoice(Options_s const & Options, std::string const & sMedia);
 
 /// Writes a cache if --cache is set and a scan saw everything. Returns a description of where the tables of files came

@@ -37,8 +37,8 @@ struct Mission_s
     Array_T<Goal_s, 16, 0> dGoals;
 };
 
-/// Reads the bay's mission. Skips and logs a goal that is not sound. A title that does not fit in sTitle is cut. If the
-/// script is missing or can't be read, there is no mission.
+/// Reads a script: sets the title of the bay's mission and adds goals. Skips and logs a goal that is not sound. Cuts a
+/// title that does not fit in sTitle. If the script is missing or can't be read, the mission stays as it is.
 void MissionRead(char const * szFile, Bay_s & Bay);
 
 /// Returns whether a goal has a good, a state, and numbers from 1 to MAX_NUMBER (bay.h).

@@ -66,6 +66,7 @@ namespace
         { "--help", &Options_s::bHelp, "           this text" },
     };
 
+    // Returns the option of this name, or null.
     template <typename OPTION, int N>
     OPTION const * FindOption(OPTION const (&dOptions)[N], char const * szArgument)
     {
@@ -161,7 +162,9 @@ namespace
     // bare name in 127. A new save is written next to the old one, under a longer name.
     std::string CheckLength(char const * szWhat, std::string const & sPath)
     {
-        bool const bGood = sPath.size() < 240 && std::filesystem::path(sPath).filename().string().size() < 120;
+        constexpr std::size_t PATH_LIMIT = 240, NAME_LIMIT = 120;   // with room for the longer name
+        bool const bGood =
+            sPath.size() < PATH_LIMIT && std::filesystem::path(sPath).filename().string().size() < NAME_LIMIT;
         return bGood ? "" : std::string("the path of the ") + szWhat + " is too long: " + Quoted(sPath);
     }
 

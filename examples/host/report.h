@@ -17,7 +17,7 @@ void ReportServices(Services_c const & Services);
 /// Reports the files. szSource describes where the tables of files came from. Filling them took tTables seconds.
 void ReportFiles(Survey_c const & Survey, char const * szSource, double tTables, Notes_s const & Notes);
 
-/// Reports the numbers of tables and rows, the time to walk them, and the first tables with their rows.
+/// Reports the numbers of tables and rows, the time to walk them, and the numbers of rows of the first tables.
 void ReportTables(Survey_c const & Survey);
 
 /// Report what was loaded, why nothing was loaded, the world, the frames, and what was saved. ReportLoad reports a save

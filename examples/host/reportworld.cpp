@@ -21,7 +21,7 @@ namespace
             auto const eType = static_cast<SimpleProfileType_e>(iType);
             return static_cast<double>(SimpleProfileGet(SIMPLE_PROFILE_CONTEXT_1, eType).tAverage);
         };
-        double tAll = 0.0;
+        double tAll = 0.0;   // ticks
         for (int i = 0; i <= SIMPLE_TIMER_DEBUG; ++i)
         {
             tAll += Ticks(i);

@@ -66,7 +66,7 @@ namespace
     }
 
     // Loads the save or a previous one, and fills in Result except its figures. Tries the previous saves before it sets
-    // a damaged one aside. If one of them refuses the load, the damaged one stays.
+    // a damaged save aside. If one of them refuses the load, the damaged save stays.
     void Load(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World, SaveResult_t & Result)
     {
         FileSave_c::State_e const eState = Save.Load(SAVE_VERSION);

@@ -35,6 +35,7 @@ namespace
 
     ModuleSettings_c g_ModuleSettings;
 
+    // Returns the setting of a name in any case of letters, or null.
     Setting_s const * FindSetting(char const * szName)
     {
         for (Setting_s const & Setting : SETTINGS)
@@ -58,6 +59,7 @@ namespace
         return bGood;
     }
 
+    // Sets a setting to a value of the list. Logs a value that is no number in the setting's range.
     void Set(ModuleSettings_c & Settings, Setting_s const & Setting, Text_t const & sValue)
     {
         if (Setting.pText)

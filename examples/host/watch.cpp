@@ -89,8 +89,9 @@ namespace
 
     bool IsEmptyOnDisk(File_c & File)
     {
+        constexpr int FROM_END = 2;   // origin of SeekStored
         FileStoredScope_c const Stream(File);
-        return Stream && Stream->SeekStored(0, 2) && Stream->TellStored() == 0;
+        return Stream && Stream->SeekStored(0, FROM_END) && Stream->TellStored() == 0;
     }
 
     // Reads the rows of the file as it is on disk. Returns none if it can't be read.

@@ -27,7 +27,7 @@ public:
     /// Does nothing in an empty world.
     void RereadTables();
 
-    /// Return whether the media have no world, and why: an empty text if they have one.
+    /// Return whether the world is empty, and why the media have none: an empty text if they have one.
     bool IsEmpty() const { return m_Bay.dShips.IsEmpty(); }
     char const * GetWhyEmpty() const { return m_Why.sWhy; }
 

@@ -11,13 +11,13 @@ namespace
 
     struct World_s
     {
-        int iRuns = 0;
+        int nRuns = 0;
         String_T<32> sPlayer{ "Aldous" };
 
         void Serialize(Serializeable_c & Archive)   // both directions
         {
             Archive.Label("World");
-            Archive.Serialize(iRuns);
+            Archive.Serialize(nRuns);
             Archive.SerializeString(sPlayer);
         }
     };
@@ -72,7 +72,11 @@ int main(int nArguments, char ** dArguments)
     {
         return Fail(sWhyNot);
     }
-    std::printf("run %i of %s\n", ++World.iRuns, World.sPlayer.CStr());
-    std::string const sWhyNot = Store(Save, World);
-    return !sWhyNot.empty() ? Fail(sWhyNot) : std::fflush(stdout) != 0 ? Fail("the output is lost") : 0;
+    ++World.nRuns;
+    std::printf("run %i of %s\n", World.nRuns, World.sPlayer.CStr());
+    if (std::string const sWhyNot = Store(Save, World); !sWhyNot.empty())
+    {
+        return Fail(sWhyNot);
+    }
+    return std::fflush(stdout) != 0 ? Fail("the output is lost") : 0;
 }

@@ -235,7 +235,7 @@ namespace plat
         std::uint8_t * const pFence = OwnOf(pHeader) + nOwn;
         if (FenceSize(pHeader) >= FENCE)
         {
-            std::memset(pFence, HEAP_FENCE, FENCE);
+            std::memset(pFence, HEAP_FENCE, FENCE);   // a constant size needs no call
         }
         else
         {

@@ -7,8 +7,8 @@
 
 namespace plat
 {
-    /// Appends a name in UTF-8, cut at 255 characters, as UTF-16 units. A byte that is not UTF-8 becomes the unit
-    /// WIDE_OF_BYTE + byte (text.h).
+    /// Appends a name in UTF-8, cut at FILE_NAME_LIMIT characters, as UTF-16 units. A byte that is not UTF-8 becomes
+    /// the unit WIDE_OF_BYTE + byte (text.h).
     void AppendUnits(std::u16string & sUnits, std::string const & sName);
 
     /// Writes a record for each name to a buffer of nBytes, and skips the padding between records. Writes nothing if

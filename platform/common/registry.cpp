@@ -2,9 +2,9 @@
 //
 // Names on disk are folded to ASCII lower case. A byte outside [a-z0-9_ .-], and a leading ".", is written as %XX. The
 // folder of a key holds:
-// - the folders of its subkeys, under their names;
-// - each value, with its name after "=";
-// - the record "@key", with the key's own spelling;
+// - the folders of its subkeys, under their names.
+// - each value, with its name after "=".
+// - the record "@key", with the key's own spelling.
 // - "~", the file that a writer is busy with. Without a lock a text that no other writer uses follows the mark.
 //
 // The three marks are always escaped at the start of a name. A record is written to the writer's file and then renamed,
@@ -202,6 +202,8 @@ namespace plat
             }
         }
 
+        // Opens the folder of a subkey. With bCreate creates the subkey if it is missing. Returns its handle, or
+        // STORE_NONE on failure.
         StoreHandle_t OpenSubKey(StoreHandle_t hParent, std::string_view sName, bool bCreate, StoreRights_e eRights)
         {
             std::string sFile;
@@ -253,6 +255,7 @@ namespace plat
             return szText != nullptr ? szText : "";
         }
 
+        // Returns a key that owns the handle of its folder, or null for STORE_NONE.
         RegistryKey_t NewKey(RegistryTree_e eTree, std::string sPath, StoreHandle_t hFolder)
         {
             if (hFolder == STORE_NONE)
@@ -302,8 +305,8 @@ namespace plat
             return true;
         }
 
-        // Sets the name of a value's file, and returns whether the store accepts the value. If not, errno is set.
-        bool IsStorable(char const * szName, std::size_t nSize, std::string & sFile)
+        // Makes the name of a value's file and returns true. Returns false with errno if the store refuses the value.
+        bool MakeValueFileName(char const * szName, std::size_t nSize, std::string & sFile)
         {
             errno = EFBIG;
             return nSize <= VALUE_LIMIT && ValueNameToDisk(TextOf(szName), sFile);
@@ -445,7 +448,7 @@ namespace plat
         void const * pData, std::size_t nSize)
     {
         std::string sFile;
-        if (!IsStorable(szName, nSize, sFile))
+        if (!MakeValueFileName(szName, nSize, sFile))
         {
             return false;
         }
@@ -468,9 +471,10 @@ namespace plat
     // The system checks the rights of each operation, so none are checked here.
     RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t, bool bCreate)
     {
+        int const nTries = bCreate ? DELETED_KEY_TRIES : 1;
         StoreHandle_t hFolder = STORE_NONE;
         errno = ENOENT;
-        for (int iTry = 0; hFolder == STORE_NONE && errno == ENOENT && iTry < (bCreate ? DELETED_KEY_TRIES : 1); ++iTry)
+        for (int iTry = 0; hFolder == STORE_NONE && errno == ENOENT && iTry < nTries; ++iTry)
         {
             hFolder = OpenKey(eTree, TextOf(szKey), bCreate);
         }
@@ -496,7 +500,7 @@ namespace plat
         RegistryKey_t hKey, char const * szName, RegistryType_e eType, void const * pData, std::size_t nSize)
     {
         std::string sFile;
-        return IsStorable(szName, nSize, sFile)
+        return MakeValueFileName(szName, nSize, sFile)
                && WriteTo(FolderOf(hKey), sFile.c_str(),
                    { eType, TextOf(szName), { static_cast<char const *>(pData), nSize } });
     }

@@ -26,8 +26,8 @@ namespace plat
     class KeyListing_c
     {
     public:
-        /// Reads the folder, unless IsCurrent is true, and returns the folded names. If the folder can't be read to its
-        /// end, returns those that were read.
+        /// Reads the folder, unless IsCurrent returns true, and returns the folded names. If the folder can't be read
+        /// to its end, returns those that were read.
         std::deque<std::string> const & Read(StoreHandle_t hFolder);
 
         /// Returns whether Read would return the names without reading them again.
@@ -43,7 +43,7 @@ namespace plat
 
     private:
         std::deque<std::string> m_dNames;   // names are deleted from both ends
-        StoreStamp_s m_Stamp;
+        StoreStamp_t m_Stamp;
         unsigned m_nChanges = 0;
         std::int64_t m_tRead = 0;   // nanoseconds of the steady clock; 0 without a complete reading
         bool m_bSettled = false;    // whether the last change was long before the reading
@@ -56,11 +56,9 @@ namespace plat
     /// if the record holds another name.
     std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded);
 
-    /// Empties the folder of a key. Returns false with errno ENOTEMPTY, and deletes nothing, in these cases:
-    /// - the folder can't be read;
-    /// - it has subkeys, or holds anything that is not the store's.
-    ///
-    /// Also returns false if a file can't be deleted. Others may then be gone.
+    /// Empties the folder of a key. Returns false with errno ENOTEMPTY, and deletes nothing, if the folder can't be
+    /// read, has subkeys, or holds anything that is not the store's. Also returns false if a file can't be deleted.
+    /// Others may then be gone.
     bool EmptyKey(StoreHandle_t hFolder);
 
     /// Counts a subkey that this process created or deleted. All listings of this process then read their folders

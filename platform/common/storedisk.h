@@ -1,4 +1,4 @@
-// storedisk.h: the folders and files of the stores of registry and clipboard. A system's folder implements it.
+// storedisk.h: the folders and files of the stores of registry and clipboard. Each system implements these functions.
 //
 // A store is a folder that all processes of the user or of the machine share. It holds folders and files. Their names
 // have at most FILE_NAME_LIMIT bytes. An entry is opened only if it is of the expected kind. Opening a symbolic link,
@@ -45,11 +45,11 @@ namespace plat
     };
 
     /// Stamp of a folder. It changes if the folder's entries change, except perhaps within a tick of the disk's clock.
-    struct StoreStamp_s
+    struct StoreStamp_t
     {
         std::int64_t tChange = 0;     // nanoseconds of the disk's clock since 1970
         std::uint64_t nFolders = 0;   // changes with the number of its folders, if the disk counts them
-        bool operator==(StoreStamp_s const &) const = default;
+        bool operator==(StoreStamp_t const &) const = default;
     };
 
     /// Closes a handle. STORE_NONE does nothing. Keeps errno.
@@ -182,7 +182,7 @@ namespace plat
     StoreHandle_t StoreOpenLock(StoreHandle_t hFolder, char const * szName);
 
     /// Returns the stamp of a folder. On failure returns all zero.
-    StoreStamp_s StoreStamp(StoreHandle_t hFolder);
+    StoreStamp_t StoreStamp(StoreHandle_t hFolder);
 
     /// Reads the time of a folder's last change. Returns false on failure.
     bool StoreReadLastWrite(StoreHandle_t hFolder, FileTime_t & tLastWrite);

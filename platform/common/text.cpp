@@ -159,6 +159,7 @@ namespace plat
             return 2 + nDigits;
         }
 
+        // Writes the terminator after nUsed units, unless the buffer has no room at all.
         template <typename CHAR>
         void Terminate(CHAR * szOut, std::size_t nSize, std::size_t nUsed)
         {

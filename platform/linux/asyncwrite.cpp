@@ -106,6 +106,7 @@ namespace plat
             return Queue.pRings && Queue.pRequest && (Params.features & IORING_FEAT_SINGLE_MMAP) != 0;
         }
 
+        // Opens the queue. On failure bOpen stays false.
         void OpenQueue(Queue_s & Queue)
         {
             io_uring_params Params{};
@@ -128,6 +129,7 @@ namespace plat
             *WordAt(Queue, Params.sq_off.array) = 0;
         }
 
+        // Submits nSubmit requests and waits for nWaitFor results. Returns how many it submitted, or -1 with errno.
         long Enter(Queue_s const & Queue, unsigned nSubmit, unsigned nWaitFor)
         {
             unsigned const iFlags = nWaitFor > 0 ? IORING_ENTER_GETEVENTS : 0u;

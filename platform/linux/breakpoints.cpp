@@ -104,7 +104,7 @@ namespace plat
         // The test is whether the kernel counts one access. If it does, that result is stored.
         bool RegistersFire()
         {
-            static std::atomic<bool> s_bFired = false;
+            static constinit std::atomic<bool> s_bFired = false;
             if (s_bFired.load(std::memory_order_relaxed))
             {
                 return true;

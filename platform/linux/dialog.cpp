@@ -119,7 +119,8 @@ namespace plat
             return Folded(cFirst);
         }
 
-        // Asks until a line begins with a key. An empty line, or the end of the input, selects eGoOn.
+        // Asks until a line begins with a key, and returns its answer. An empty line, or the end of the input, selects
+        // eGoOn.
         DialogAnswer_e AskTerminal(Choices_t const & Choices)
         {
             for (;;)
@@ -140,7 +141,8 @@ namespace plat
             }
         }
 
-        // Prints the texts, and asks at a terminal. Uses no heap, because dialogs are shown during a crash too.
+        // Prints the texts, asks at a terminal if there is one, and returns the answer. Uses no heap, because dialogs
+        // are shown during a crash too.
         DialogAnswer_e ShowOnTerminal(Dialog_t const & Dialog)
         {
             DialogPrint(Dialog.szCaption, Dialog.szText);

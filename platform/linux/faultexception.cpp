@@ -57,7 +57,7 @@ namespace plat
             return bStd;
         }
 
-        // Adds the name at pCode, which its length precedes, and moves pCode after it. Returns false without a name.
+        // Adds the name that follows its length at pCode, and moves pCode after it. Returns false without a name.
         bool AddPart(char const *& pCode, Text_s & Text)
         {
             std::size_t nPart = 0;
@@ -81,7 +81,8 @@ namespace plat
             return true;
         }
 
-        // Adds the names up to an E, and moves pCode after it. Returns false if one has another form.
+        // Adds the names up to an E, and moves pCode after the E. Returns false without a name, or if one has another
+        // form.
         bool AddNested(char const *& pCode, Text_s & Text)
         {
             bool bFirst = true;

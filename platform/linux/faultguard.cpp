@@ -62,6 +62,7 @@ namespace plat
             ::syscall(SYS_timer_settime, g_hClock.load(), 0, dTimes, nullptr);
         }
 
+        // Jumps out of a guarded call, and out of those inside it.
         [[noreturn]] void EndCall(Guard_s * pGuard)
         {
             g_pInnermost = pGuard->pOuter;
@@ -99,6 +100,7 @@ namespace plat
             errno = iError;
         }
 
+        // Installs the signal's handler and makes the timer. If the system has none, the calls have no limit.
         void StartClock()
         {
             struct sigaction Action = {};
@@ -116,6 +118,7 @@ namespace plat
             }
         }
 
+        // Deletes the timer and restores the signal's previous handler.
         void StopClock()
         {
             if (g_hClock >= 0)

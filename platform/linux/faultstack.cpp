@@ -53,6 +53,7 @@ namespace plat
             bool m_bSet;
         };
 
+        // Runs the function of a Call_s with the alternate stack for signals.
         void Run(void * pCall)
         {
             auto const & Call = *static_cast<Call_s const *>(pCall);

@@ -31,6 +31,7 @@ namespace plat
         // Stacks of threads that have ended, for those that start. A thread costs less without a mapping of its own.
         std::atomic<void *> g_dSpare[8];
 
+        // Returns a spare stack, or null if there is none.
         void * ReuseSpare()
         {
             for (std::atomic<void *> & pSpare : g_dSpare)
@@ -47,6 +48,7 @@ namespace plat
             return nullptr;
         }
 
+        // Keeps the stack of a thread that ends and returns true. Returns false if all places are taken.
         bool KeepSpare(void * pMemory)
         {
             for (std::atomic<void *> & pSpare : g_dSpare)
@@ -133,7 +135,7 @@ namespace
     // Returns the function that the process would call without this library, or null if there is none.
     Create_t NextCreate()
     {
-        static std::atomic<Create_t> s_fnNext{ nullptr };
+        static constinit std::atomic<Create_t> s_fnNext{ nullptr };
         Create_t fnNext = s_fnNext.load(std::memory_order_relaxed);
         if (fnNext == nullptr)
         {

@@ -53,8 +53,8 @@ namespace plat
             return true;
         }
 
-        // Copies the rights of the file to replace to the new file. If that file is another user's, copies only rights
-        // that the new file has already. If the rights can't be changed, the new file keeps its own.
+        // Copies the rights of the old file to the new file, which replaces it. If the old file is another user's,
+        // copies only rights that the new file has already. If the rights can't be changed, the new file keeps its own.
         void CopyRights(int iDescriptor, struct stat const & Old)
         {
             struct stat New;

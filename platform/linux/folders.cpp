@@ -237,9 +237,13 @@ namespace plat
     std::vector<char const *> FolderListing_c::Contents_c::NamesToRecord() const
     {
         std::vector<char const *> dToRecord;
-        for (std::size_t i = 0; !m_bFolded && i < m_dOrder.size(); ++i)
+        if (m_bFolded)
         {
-            dToRecord.push_back(m_dOrder[i].pEntry->szName);
+            return dToRecord;
+        }
+        for (Place_s const & Place : m_dOrder)
+        {
+            dToRecord.push_back(Place.pEntry->szName);
         }
         return dToRecord;
     }

@@ -55,7 +55,7 @@ namespace plat
                 return {};
             }
             bool const bWritten = bFile && Facts.nSize > 0 && WritersOf(File.Get()) != Writers_e::Some;
-            return bWritten ? File_s{ false, true } : File_s{ true, false };
+            return bWritten ? File_s{ .bChanged = true } : File_s{ .bFresh = true };
         }
     }
 
@@ -307,23 +307,23 @@ namespace plat
     bool FolderWatch_c::Tree_c::Rebuild()
     {
         Descriptor_c const Queue(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-        if (Queue.IsOpen() && m_Queue.Replace(Queue.Get()))
+        if (!Queue.IsOpen() || !m_Queue.Replace(Queue.Get()))
         {
-            DropAtFork();
-            for (auto const & [iFolder, Folder] : m_dFolders)
-            {
-                for (auto const & [sName, File] : Folder.dFiles)
-                {
-                    Keep(iFolder, sName);
-                }
-            }
-            m_dDisplaced.clear();
-            m_dFolders.clear();
-            m_nForks = g_nForks;
-            AddRoot();
-            return true;
+            return false;
         }
-        return false;
+        DropAtFork();
+        for (auto const & [iFolder, Folder] : m_dFolders)
+        {
+            for (auto const & [sName, File] : Folder.dFiles)
+            {
+                Keep(iFolder, sName);
+            }
+        }
+        m_dDisplaced.clear();
+        m_dFolders.clear();
+        m_nForks = g_nForks;
+        AddRoot();
+        return true;
     }
 
     // Watches the whole tree. Returns what AddTree returns.
@@ -483,17 +483,17 @@ namespace plat
     bool FolderWatch_c::Tree_c::List(int iFolder, Appeared_e eAppeared, FileTime_t tMade,
         std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
     {
-        Descriptor_c const Open(open(PathOf(iFolder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        Descriptor_c const Descriptor(open(PathOf(iFolder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!IsWhereItWas(iFolder))
         {
             return false;
         }
-        if (!Open.IsOpen())
+        if (!Descriptor.IsOpen())
         {
             return true;
         }
         Folder_s & Folder = m_dFolders[iFolder];
-        FolderReader_c Reader(Open.Get());
+        FolderReader_c Reader(Descriptor.Get());
         while (dirent64 const * const pEntry = Reader.Next())
         {
             bool const bMayBeLink = pEntry->d_type == DT_LNK || pEntry->d_type == DT_UNKNOWN;
@@ -501,13 +501,13 @@ namespace plat
             {
                 continue;   // no path leads there
             }
-            if (pEntry->d_type == DT_DIR || (bMayBeLink && FactsOf(pEntry->d_name, Open.Get()).bFolder))
+            if (pEntry->d_type == DT_DIR || (bMayBeLink && FactsOf(pEntry->d_name, Descriptor.Get()).bFolder))
             {
                 (bMayBeLink ? dLinks : dFolders).push_back({ iFolder, pEntry->d_name, eAppeared });
                 continue;
             }
             File_s & File = Folder.dFiles[pEntry->d_name];
-            File = eAppeared == Appeared_e::Now ? StateOfNewFile(Open.Get(), pEntry->d_name, tMade) : File_s{};
+            File = eAppeared == Appeared_e::Now ? StateOfNewFile(Descriptor.Get(), pEntry->d_name, tMade) : File_s{};
             File.bChanged = File.bChanged || (!m_bStarting && !File.bFresh && IsKept(iFolder, pEntry->d_name));
             if (File.bChanged)
             {

@@ -45,7 +45,8 @@ namespace plat
         LockScope_c const Lock(g_Lock);
         if (Entry.fnDrop != nullptr)
         {
-            (Entry.pPrevious != nullptr ? Entry.pPrevious->pNext : g_pFirst) = Entry.pNext;
+            ForkDrop_s *& pLink = Entry.pPrevious != nullptr ? Entry.pPrevious->pNext : g_pFirst;
+            pLink = Entry.pNext;
             if (Entry.pNext != nullptr)
             {
                 Entry.pNext->pPrevious = Entry.pPrevious;

@@ -22,7 +22,7 @@ namespace plat
         constinit std::atomic<bool> g_bLeakCheck = false;
 
         // The live blocks by address. Those that the C++ runtime keeps are marked: its globals reach them, directly or
-        // through blocks that it keeps too.
+        // through blocks that it keeps too. Requires g_HeapLock, and the number of the live blocks.
         class LiveBlocks_c
         {
         public:

@@ -59,7 +59,7 @@ namespace plat
             std::uintptr_t ModuleStart, std::uintptr_t & nBias)
         {
             Segment_t Segment;
-            std::uintptr_t nOfStart = 0;   // the bias with which the first segment is at ModuleStart
+            std::uintptr_t nStartBias = 0;   // the bias with which the first segment is at ModuleStart
             bool bFirst = true;
             int nBest = 0;
             for (unsigned i = 0; i < Header.e_phnum; ++i)
@@ -73,16 +73,16 @@ namespace plat
                     continue;
                 }
                 auto const nStart = static_cast<std::uintptr_t>(Segment.p_vaddr);
-                nOfStart = bFirst ? ModuleStart - (nStart & ~static_cast<std::uintptr_t>(PAGE_MASK)) : nOfStart;
+                nStartBias = bFirst ? ModuleStart - (nStart & ~static_cast<std::uintptr_t>(PAGE_MASK)) : nStartBias;
                 bFirst = false;
                 auto const nOffset = static_cast<std::uintptr_t>(Mapping.nOffset - Segment.p_offset);
-                std::uintptr_t const nOfSegment = Mapping.Start - (nStart + nOffset);
-                bool const bHolds = Address - nOfSegment - nStart <= Segment.p_memsz;
-                int const nRank = 1 + (bHolds ? 2 : 0) + (nOfSegment == nOfStart ? 1 : 0);
+                std::uintptr_t const nSegmentBias = Mapping.Start - (nStart + nOffset);
+                bool const bHolds = Address - nSegmentBias - nStart <= Segment.p_memsz;
+                int const nRank = 1 + (bHolds ? 2 : 0) + (nSegmentBias == nStartBias ? 1 : 0);
                 if (Mapping.nOffset >= (Segment.p_offset & ~PAGE_MASK)
                     && Mapping.nOffset < Segment.p_offset + Segment.p_filesz && nRank > nBest)
                 {
-                    nBias = nOfSegment;
+                    nBias = nSegmentBias;
                     nBest = nRank;
                 }
             }

@@ -30,9 +30,9 @@ namespace plat
         }
 
         // Returns whether another user may have created the file, or a link to it, so that this user writes to it.
-        // Returns false at once for this user's file with one name. Returns true for any other whose folder can't be
-        // examined. The kernel's own check (fs.protected_regular) covers only opens that may create a file. If it
-        // returns true, errno has the reason.
+        // If so, errno has the reason. Returns false at once for this user's file with one name. Returns true for any
+        // other whose folder can't be examined. The kernel's own check (fs.protected_regular) covers only opens that
+        // may create a file.
         bool IsPlanted(char const * szPath, struct stat const & File)
         {
             if (File.st_uid == geteuid() && File.st_nlink == 1)
@@ -168,8 +168,8 @@ namespace plat
     int CreateOrReplace(int iFolder, char const * szName, mode_t iMode)
     {
         int const iFile = MakeIn(iFolder, szName, MAKE_NEW, iMode);
-        bool const bLeft = iFile < 0 && errno == EEXIST && unlinkat(iFolder, szName, 0) == 0;
-        return bLeft ? MakeIn(iFolder, szName, MAKE_NEW, iMode) : iFile;
+        bool const bUnlinked = iFile < 0 && errno == EEXIST && unlinkat(iFolder, szName, 0) == 0;
+        return bUnlinked ? MakeIn(iFolder, szName, MAKE_NEW, iMode) : iFile;
     }
 
     int OpenToWrite(char const * szPath, int iFlags, mode_t iMode)

@@ -86,7 +86,7 @@ namespace plat
         return iError == EINVAL || iError == ENOSYS || iError == EOPNOTSUPP || iError == ENOLCK;
     }
 
-    /// Returns the descriptor of a handle; -1 for null.
+    /// Returns the descriptor of a handle, or -1 for null.
     inline int DescriptorOf(File_t hFile)
     {
         return static_cast<int>(reinterpret_cast<std::intptr_t>(hFile)) - 1;

@@ -40,6 +40,7 @@ namespace plat
             Find(Pair.fnDeleteNothrow, hScope, dNames[4]);
         }
 
+        // Returns the functions that a scope has. Those that it lacks are null.
         Operators_t OperatorsOf(void * hScope)
         {
             Operators_t Operators;

@@ -21,9 +21,9 @@ namespace plat
     /// not allowed. Skips a number that the host has closed.
     bool ReserveFree();
 
-    /// Calls fnOpen, which on failure returns less than 0 and sets errno. As long as the process has no descriptor left
-    /// and ReserveFree frees one, calls it again. Returns the last result. If another thread uses the number first,
-    /// that costs one more of the reserve.
+    /// Calls fnOpen, and again as long as the process has no descriptor left and ReserveFree frees one. Returns the
+    /// last result. Requires that fnOpen on failure returns less than 0 and sets errno. If another thread uses the
+    /// freed number first, that costs one more of the reserve.
     template <typename OPEN>
     auto OpenWithReserve(OPEN const & fnOpen)
     {

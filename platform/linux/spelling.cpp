@@ -379,6 +379,7 @@ namespace plat
         return iBegin < iEnd;
     }
 
+    // Spells the names of the path that the record has. Returns whether this changed the path.
     bool DiskPath_c::SpellFromRecord()
     {
         RecordUse_c const Use = RecordUse_c::Try();
@@ -429,6 +430,7 @@ namespace plat
         return bFound;
     }
 
+    // Spells each name of the path as its folder does. Returns false if none was changed, or if one was not found.
     bool DiskPath_c::SpellFromFolders()
     {
         Convert(0, m_nLength);

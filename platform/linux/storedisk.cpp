@@ -218,7 +218,7 @@ namespace plat
         return bLocked ? StoreHandle_t{ Lock.Release() } : STORE_NONE;
     }
 
-    StoreStamp_s StoreStamp(StoreHandle_t hFolder)
+    StoreStamp_t StoreStamp(StoreHandle_t hFolder)
     {
         struct stat Stat;
         if (fstat(NumberOf(hFolder), &Stat) != 0)

@@ -27,7 +27,7 @@ namespace plat
     /// Bytes of an answer's text with its terminator. Longer names and paths are cut.
     inline constexpr std::uint32_t SYMBOL_TEXT = 4096;
 
-    /// Numbers of registers, vectors and printers; bytes of a printer's texts with their terminators.
+    /// Numbers of registers, vectors and printers, and bytes of a printer's texts with their terminators.
     inline constexpr std::uint32_t SYMBOL_REGISTERS = 17;
     inline constexpr std::uint32_t SYMBOL_VECTORS = 16;
     inline constexpr std::uint32_t SYMBOL_PRINTERS = 32;   // at most
@@ -88,12 +88,13 @@ namespace plat
         ANSWER_NEEDS_MEMORY   // dValues: address of a page
     };
 
-    /// Answer of the helper. Only the bytes up to the end of its text are sent.
+    /// Answer of the helper. Only the bytes up to the end of its text are sent. A request for memory leaves nText and
+    /// iRequest unset.
     struct SymbolAnswer_t
     {
         SymbolAnswer_e eAnswer;
         std::uint32_t nText;      // bytes of szText that were sent, with the terminator
-        std::uint32_t iRequest;   // the request's; like nText not set in a request for memory
+        std::uint32_t iRequest;   // the request's
         std::uint32_t nUnused;
         std::uint64_t dValues[5];
         char szText[SYMBOL_TEXT];

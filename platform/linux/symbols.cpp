@@ -49,12 +49,12 @@ namespace plat
         constinit SymbolPrinter_t g_dPrinters[SYMBOL_PRINTERS] = {};
         std::uint32_t g_nPrinters = 0;
 
-        // Runs before other construction, except that of ZQ_FIRST_GLOBAL, so that a crash finds the path ready.
+        // Finds the helper before other construction, except that of ZQ_FIRST_GLOBAL. A crash needs its path.
         __attribute__((constructor(ZQ_FIRST_PRIORITY))) void FindHelper()
         {
             Dl_info Info;
             link_map * pMap = nullptr;
-            char szPath[PATH_MAX + 64];
+            char szPath[PATH_MAX + 64];   // with room for the helper's name
             bool const bFound = dladdr1(g_szHelper, &Info, reinterpret_cast<void **>(&pMap), RTLD_DL_LINKMAP) != 0;
             char const * const szObject = bFound && pMap->l_name[0] != '\0' ? pMap->l_name : "/proc/self/exe";
             if (::realpath(szObject, szPath) == nullptr)

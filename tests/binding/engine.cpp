@@ -1,5 +1,4 @@
-// engine.cpp: what an engine's library or a plugin does with the heap: works inside, and passes a block across its
-// border.
+// engine.cpp: an engine's library or plugin that uses the heap inside, and passes a block across its border.
 #include "zqcore/cbitmap.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
@@ -16,7 +15,7 @@ namespace
     };
 }
 
-// Returns 16 integers, which the caller deletes.
+// Uses the heap in many ways and returns 16 integers, which the caller deletes.
 extern "C" ZQ_API int * EngineAllocate()
 {
     delete ZQ_NEW int(5);

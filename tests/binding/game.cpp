@@ -1,6 +1,7 @@
-// game.cpp: a program that reaches the library in one of several ways, as it is linked: by itself, through another
-// library, or through a plugin. The first argument is the plugin's file. With "deep" as the second one, the plugin's
-// own scope is searched first. Frees a block that the engine allocated, and prints "done".
+// game.cpp: a program that frees a block of the engine, and prints "done".
+//
+// It reaches the library as it is linked: by itself, through another library, or through a plugin. The first argument
+// is the plugin's file. With "deep" as the second one, the plugin's own scope is searched first.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

@@ -8,7 +8,7 @@
 
 namespace
 {
-    constexpr std::size_t HEAD = 16;          // bytes before a block, if a kind adds some
+    constexpr std::size_t HEAD = 16;          // bytes of the head that some kinds add before a block
     constexpr std::size_t SMALL = 2 * HEAD;   // bytes of the largest small block
 
     // Call the operators that come after the program's.
@@ -72,7 +72,7 @@ namespace
         }
     } ADDS_HEAD;
 
-    // Operators that serve small blocks, each once, and forward the others.
+    // Operators that serve small blocks from their room, none of it twice, and forward all others.
     [[maybe_unused]] struct
     {
         alignas(HEAD) char dRoom[65536];

@@ -2,9 +2,9 @@
 //
 //   crasher FAULT [CIRCUMSTANCE...] HELPER
 //
-// HELPER is the path of the symbol helper, empty for none.
-// Logs to message.log in the current folder, where the report lands too. The thread that faults may not touch the heap
-// from the fault on, or from the filter on if the fault needs the heap. A use of it ends the process with status 99.
+// HELPER is the path of the symbol helper, empty for none. The program logs to message.log in the current folder, where
+// the report is written too. The thread that faults may not use the heap from the fault on, or from the filter on if
+// the fault needs the heap. A use of it ends the process with status 99.
 #include "zqcore/capp.h"
 #include "zqcore/carray.h"
 #include "zqcore/ccallback.h"
@@ -164,7 +164,7 @@ extern "C"
 
 namespace
 {
-    // Text of the write at which g_fnAtText is called, once; null for none.
+    // Text of the write at which g_fnAtText is called once, or null.
     char const * g_szAtText = nullptr;
     void (*g_fnAtText)(int hFile, void const * pBytes, std::size_t nBytes);
 }
@@ -286,11 +286,11 @@ namespace
     }
 
     constexpr int HEAP = -1;   // kind of the faults whose way to the filter needs the heap
-    constexpr int PLAIN = 0;   // kind of other faults; a positive kind is the floating-point exceptions to unmask
+    constexpr int PLAIN = 0;   // kind of other faults
     struct Fault_t
     {
         char const * szName;
-        int iKind;
+        int iKind;   // HEAP, PLAIN, or the floating-point exceptions to unmask
         void (*fnFault)();
     };
     constexpr Fault_t FAULTS[] = {
@@ -367,7 +367,7 @@ namespace
         std::raise(iSignal);
     }
 
-    // Sets the handler that gets the faults after the library; null for none.
+    // Sets the handler that gets the faults after the library, or none for null.
     void SetPrevious(void (*fnHandler)(int, siginfo_t *, void *))
     {
         plat::FaultFilter_t const fnFilter = plat::FaultFilterSet(nullptr);
@@ -381,14 +381,14 @@ namespace
         plat::FaultFilterSet(fnFilter);
     }
 
-    // Sets a filter before the library's, which deals with the first fault only.
+    // Sets a previous filter for the library's. It deals with the first fault only.
     void FaultAgain()
     {
         plat::FaultFilter_t const fnFilter = plat::FaultFilterSet(
             [](plat::FaultPointers_t const *)
             {
-                static long s_nDone = 1;
-                return s_nDone--;
+                static long s_nLeft = 1;
+                return s_nLeft--;
             });
         static ExceptionReport_c const s_Report;   // its previous filter is the one above
         plat::FaultFilterSet(fnFilter);
@@ -548,7 +548,7 @@ namespace
         { "printer",
             []
             {
-                ExceptionReport_c::AddTypePrinter("(anonymous namespace)::Vector_t", "<{x}, {y}, {z}\n{Ship.x}>");
+                ExceptionReport_c::AddTypePrinter("(anonymous namespace)::Vector_s", "<{x}, {y}, {z}\n{Ship.x}>");
                 ExceptionReport_c::AddTypePrinter("***************?", "no such type");
             } },
         { "silent", [] { g_silentMode = true; } },

@@ -7,15 +7,15 @@ enum Colour_e
     RED = 2,
     BLUE = 4
 };
-struct Vector_t
+struct Vector_s
 {
     float x, y, z;
 };
-struct Ship_t : Vector_t
+struct Ship_s : Vector_s
 {
     Colour_e eColour;
     unsigned nLow : 3, nHigh : 7;
-    Vector_t Speed;
+    Vector_s Speed;
     char const * szName;
 };
 
@@ -24,7 +24,7 @@ inline __attribute__((always_inline)) int Touch(int volatile * pTouched, int nFa
     return *pTouched * nFactor;
 }
 
-__attribute__((noinline)) int ShowValues(Ship_t const & Ship, void (*fnCall)(), wchar_t const * wszWide)
+__attribute__((noinline)) int ShowValues(Ship_s const & Ship, void (*fnCall)(), wchar_t const * wszWide)
 {
     short nNegative = -2;
     auto const eBoth = static_cast<Colour_e>(RED | BLUE);
@@ -39,7 +39,7 @@ __attribute__((noinline)) int ShowValues(Ship_t const & Ship, void (*fnCall)(), 
     std::vector<int> dMany(100, 7);
     std::optional<short> iSome = 7;
     auto const pOwned = std::make_unique<int>(9);
-    Vector_t Point = { 1, 2, 3.5f };
+    Vector_s Point = { 1, 2, 3.5f };
     return Touch(static_cast<int volatile *>(g_pNowhere), 3) + nNegative + eBoth + szShort[0] + dNumbers[0] + dArray[0]
            + static_cast<int>(sFixed.IsEmpty()) + sText[0] + static_cast<int>(dTexts.size() + dMany.size()) + *iSome
            + *pOwned + static_cast<int>(Point.x + Ship.x) + (fnCall ? 1 : 0) + static_cast<int>(wszWide[0]);
@@ -54,7 +54,7 @@ __attribute__((noinline)) int ShowValues(Ship_t const & Ship, void (*fnCall)(), 
 
 inline void FaultAmongValues()
 {
-    Ship_t Ship = { { 1, 2, 3 }, RED, 5, 65, { 4, 5, 6 }, "ship" };
+    Ship_s Ship = { { 1, 2, 3 }, RED, 5, 65, { 4, 5, 6 }, "ship" };
     register int nInRegister __asm__(IN_REGISTER) = 77;
     __asm__ volatile("" : "+r"(nInRegister));
     ShowValues(Ship, FaultAmongValues, L"w\u00EFde");
@@ -92,7 +92,7 @@ inline void FaultAmongMany()
 
 constinit plat::Lock_c g_HostLock;
 plat::ForkLock_c const g_HostForkLock(g_HostLock);
-std::atomic<int> g_nBeside = 0;
+std::atomic<int> g_nBeside = 0;   // threads of StartBeside whose first function has returned
 
 inline void DoNothing() {}
 
@@ -116,7 +116,7 @@ inline void StartBeside(char const * szName, void (*fnFirst)(), void (*fnThen)()
     }
 }
 
-plat::Lock_c * const g_pUnregistered = new plat::Lock_c;
+plat::Lock_c * const g_pUnregistered = new plat::Lock_c;   // without a ForkLock_c
 
 /// Pauses below nFrames further calls.
 inline int Descend(int nFrames)

@@ -1,5 +1,5 @@
-// nowhere.h: a fault with variables of many kinds around it; a part of crasher.cpp. This file has CR LF line ends,
-// because the report counts a line only at a CR.
+// nowhere.h: a fault with variables of many kinds around it. It is a part of crasher.cpp.
+// This file has CR LF line ends, because the report counts a line only at a CR.
 #pragma once
 
 struct Inner_t

@@ -39,6 +39,8 @@ namespace
         int (*fnMain)();
     };
 
+    constexpr int NO_PROGRAM = 99;   // status if no program has the name
+
     constexpr Program_s PROGRAMS[] = {
 #include "documents/entries.inl"
     };
@@ -54,5 +56,5 @@ int main(int nArguments, char ** dArguments)
             return Program.fnMain();
         }
     }
-    return 99;
+    return NO_PROGRAM;
 }

@@ -60,7 +60,7 @@ namespace
         return bWritten || Fail("registry: not written");
     }
 
-    // Returns the name, or "damaged". Each value may be old or new.
+    // Returns the name, or "damaged". Each value may be old or new. The size is 3 for both.
     std::string ReadRegistry(std::string const &)
     {
         Registry_c Key;
@@ -209,7 +209,7 @@ namespace
 
     bool Crash(std::string const &, std::string const & sText)
     {
-        auto const Address = static_cast<std::uintptr_t>(sText.size());   // unmapped; the compiler does not know it
+        auto const Address = static_cast<std::uintptr_t>(sText.size());   // unmapped, which no compiler knows
         return sText == "old" || *reinterpret_cast<int volatile *>(Address) == 1;
     }
 

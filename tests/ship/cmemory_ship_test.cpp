@@ -31,6 +31,7 @@ namespace
     }
 
     constexpr std::ptrdiff_t MIB = 1 << 20;
+    constexpr int DECALS_WORD = mem::Decals << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK;
     void * g_pLast = nullptr;
 
     class CountedShip : public testing::Test
@@ -75,27 +76,30 @@ TEST_F(CountedShip, NeedsSixteenBytesMoreThanItsCaller)
     }
 }
 
-TEST_F(CountedShip, AlignsBlocksAndKeepsTheirContents)
+TEST_F(CountedShip, RefusesInvalidAlignmentsAndOffsets)
 {
-    int const iWord = static_cast<int>(mem::Decals) << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK;
     HeapReports_c const Reports;
     for (auto const & [nBytes, nAlignment, nOffset] :
         Rows_t<std::size_t, std::size_t, std::size_t>{ { 10, 3, 0 }, { 10, 16, 10 }, { 10, 0, 0 } })
     {
-        EXPECT_EQ(aligned_offset_malloc_dbg(nBytes, nAlignment, nOffset, iWord, __FILE__, __LINE__), nullptr)
+        EXPECT_EQ(aligned_offset_malloc_dbg(nBytes, nAlignment, nOffset, DECALS_WORD, __FILE__, __LINE__), nullptr)
             << nAlignment;
     }
+}
+
+TEST_F(CountedShip, AlignsBlocksAndKeepsTheirContents)
+{
     for (auto const & [nBytes, nAlignment, nOffset] : Rows_t<std::size_t, std::size_t, std::size_t>{
              { 10, 1, 0 }, { 10, 4, 3 }, { 64, 64, 0 }, { 100, 4096, 37 }, { 1 << 20, 1 << 16, 16 } })
     {
         SCOPED_TRACE(nAlignment);
-        auto * p =
-            static_cast<char *>(aligned_offset_malloc_dbg(nBytes, nAlignment, nOffset, iWord, __FILE__, __LINE__));
+        auto * p = static_cast<char *>(
+            aligned_offset_malloc_dbg(nBytes, nAlignment, nOffset, DECALS_WORD, __FILE__, __LINE__));
         EXPECT_EQ((reinterpret_cast<std::uintptr_t>(p) + nOffset) % nAlignment, 0u);
         EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, static_cast<std::ptrdiff_t>(nBytes)));
         EXPECT_EQ(get_aligned_from_block(get_block_from_aligned(p), nAlignment, nOffset), p);
         std::memset(p, 7, nBytes);
-        p = static_cast<char *>(aligned_realloc_dbg(p, nBytes + 50, 32, iWord, __FILE__, __LINE__));
+        p = static_cast<char *>(aligned_realloc_dbg(p, nBytes + 50, 32, DECALS_WORD, __FILE__, __LINE__));
         EXPECT_EQ(std::string(p, nBytes), std::string(nBytes, 7));
         aligned_free_dbg(p);
         EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
@@ -121,7 +125,7 @@ TEST_F(CountedShip, AddsUpTheFiguresOfAllThreads)
             }
         });
     EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(THREADS * BLOCKS / 2, THREADS * BLOCKS * BYTES / 2));
-    // Each thread publishes after 128 blocks.
+    // Each thread publishes after PUBLISH_INTERVAL = 128 blocks (cmemory_ship.cpp).
     EXPECT_GE(MemoryMaxTotalBytesAllocated(), nStart + (BLOCKS - 128) * BYTES * THREADS);
     for (std::size_t i = 1; i < dBlocks.size(); i += 2)
     {
@@ -190,7 +194,7 @@ TEST_F(CountedShip, AThreadThatStartsReusesWhatAnEarlierOneHad)
         RunInThreads(1,
             [i](int)
             {
-                delete (i % 2 == 0 ? new int : nullptr);   // before the push, or after it
+                delete (i % 2 == 0 ? new int : nullptr);   // every other thread allocates before its push
                 MemCategoryScope_c const Category(mem::Decals);
                 delete ZQ_NEW int;
             });

@@ -46,6 +46,8 @@ namespace
     constexpr int THREADS = 7, FILES = 40;
     constexpr int SELDOM = 1000;       // frames, or rounds of a thread, from one rare step to the next
     constexpr int LOG_LIMIT = 10000;   // bytes of one file of a log
+    constexpr int PREVIOUS_LOGS = 2;   // files of a log besides the newest
+    constexpr int LOGS_LIMIT = (THREADS + 1) * (1 + PREVIOUS_LOGS) * LOG_LIMIT;   // bytes of all logs
 
     std::atomic<bool> g_bOver = false;
     std::atomic<int> g_nComplaints = 0, g_nHeard = 0;
@@ -107,7 +109,7 @@ namespace
         bool bGrew = Grew("Descriptors", First.nDescriptors, Last.nDescriptors, 1)
                      | Grew("Threads", First.nThreads, Last.nThreads, 0)
                      | Grew("Pages", First.nPages, Last.nPages, First.nPages / 20)
-                     | Grew("Logs", First.nLogBytes, Last.nLogBytes, (THREADS + 1) * 3 * LOG_LIMIT - First.nLogBytes);
+                     | Grew("Logs", First.nLogBytes, Last.nLogBytes, LOGS_LIMIT - First.nLogBytes);
         for (int i = 0; i < mem::TOTAL; ++i)
         {
             char const * const szName = MemoryCategoryName(static_cast<mem::Categories_e>(i));
@@ -222,6 +224,7 @@ namespace
         SimpleProfileReset(SIMPLE_PROFILE_CONTEXT_0);
     }
 
+    // Prints the counts of failures. Returns whether there are any.
     bool Failed()
     {
         int const nUnheard = g_nComplaints - g_nHeard;
@@ -278,7 +281,7 @@ int main(int nArguments, char ** dArguments)
     }
     plat::RegistrySetFolder(plat::RegistryTree_e::User, (sFolder + "/registry").c_str());
     LogSetFile(std::filesystem::path(sFolder + "/log/").wstring().c_str(), L"message.log");
-    LogSetLimit(LOG_LIMIT, 2);
+    LogSetLimit(LOG_LIMIT, PREVIOUS_LOGS);
     AppMiscStartup();
     SetPQXMediaPath((sFolder + "/media").c_str());
     SetAchtungs(false);

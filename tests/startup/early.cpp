@@ -5,7 +5,7 @@ namespace
 {
     struct Early_s
     {
-        int * pBlock = new int[25000];
+        int * pBlock = new int[25000];   // the 100,000 bytes that startup_order.cpp looks for
     };
     Early_s g_Early;
 }

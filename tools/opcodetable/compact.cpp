@@ -7,6 +7,11 @@
 
 namespace
 {
+    constexpr std::size_t FORMAT_UNIT = 1;      // bytes of a unit
+    constexpr std::size_t PATTERN_UNIT = 2;     // bytes of a unit: one for the code, and its mask
+    constexpr std::size_t GROUP_END = 2;        // zero bytes
+    constexpr std::size_t STRING_LENGTHS = 2;   // bytes: one for each string of a row
+
     // Returns a number as four bytes, the lowest first.
     std::string Word(std::size_t nWord)
     {
@@ -78,8 +83,8 @@ namespace
 
 std::string CompactForm(std::vector<Group_t> const & dGroups)
 {
-    Coder_c Patterns(2);
-    Coder_c Formats(1);
+    Coder_c Patterns(PATTERN_UNIT);
+    Coder_c Formats(FORMAT_UNIT);
     std::string sForm(1, static_cast<char>(dGroups.size()));
     for (Group_t const & Group : dGroups)
     {
@@ -88,7 +93,7 @@ std::string CompactForm(std::vector<Group_t> const & dGroups)
             sForm += Patterns.Code(Row.sPattern);
             sForm += Formats.Code(Row.sFormat);
         }
-        sForm.append(2, '\0');
+        sForm.append(GROUP_END, '\0');
     }
     return Word(sForm.size()) + Word(ExpandedForm(dGroups).size()) + sForm;
 }
@@ -107,7 +112,7 @@ std::string ExpandedForm(std::vector<Group_t> const & dGroups)
             sRows += static_cast<char>(Row.sPattern.size()) + Row.sPattern;
             sRows += static_cast<char>(Row.sFormat.size()) + Row.sFormat;
         }
-        sRows.append(2, '\0');
+        sRows.append(GROUP_END, '\0');
     }
     return Word(nLast) + sSlots + sRows;
 }
@@ -117,7 +122,7 @@ namespace
     // Returns whether a row can match code whose first byte is cCode. Only the first unit that consumes a byte decides.
     bool CanMatch(Row_t const & Row, unsigned cCode)
     {
-        for (std::size_t i = 0; i < Row.sPattern.size(); i += 2)
+        for (std::size_t i = 0; i < Row.sPattern.size(); i += PATTERN_UNIT)
         {
             auto const nCode = static_cast<unsigned char>(Row.sPattern[i]);
             auto const nMask = static_cast<unsigned char>(Row.sPattern[i + 1]);
@@ -149,14 +154,14 @@ std::vector<Starts_t> RowStarts(std::vector<Group_t> const & dGroups)
                 bool const bFirst = Starts[cCode] == 0 && CanMatch(Row, cCode);
                 Starts[cCode] = bFirst ? static_cast<std::uint16_t>(nOffset) : Starts[cCode];
             }
-            nOffset += 2 + Row.sPattern.size() + Row.sFormat.size();
+            nOffset += STRING_LENGTHS + Row.sPattern.size() + Row.sFormat.size();
         }
         std::replace(Starts.begin(), Starts.end(), std::uint16_t{ 0 }, static_cast<std::uint16_t>(nOffset));
         if (Group.dRows.size() < SMALL_GROUP)
         {
             Starts = {};
         }
-        nOffset += 2;
+        nOffset += GROUP_END;
     }
     dStarts[0] = dStarts.back();
     if (nOffset > UINT16_MAX)

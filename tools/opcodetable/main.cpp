@@ -1,5 +1,5 @@
 // opcodetable OUT ROWS... -- ROWS...: writes two opcode tables for each mode as C++ arrays, with their indices. The
-// first is in the compact form, that of later instructions in the expanded one.
+// first table has the compact form. The second one, of later instructions, has the expanded form.
 #include "tools/opcodetable/compact.h"
 #include "tools/opcodetable/rows.h"
 
@@ -11,6 +11,7 @@
 
 namespace
 {
+    // Returns whether the library expands the compact form to this expanded one.
     bool ExpandsTo(std::string const & sCompact, std::string const & sExpanded)
     {
         std::string sTable(sExpanded.size(), '\0');
@@ -19,6 +20,7 @@ namespace
         return nTable == sExpanded.size() && sTable == sExpanded;
     }
 
+    // Returns a table's form as an array, below a comment with the table's numbers of rows and bytes.
     std::string ArrayText(std::string const & sName, std::vector<Group_t> const & dGroups, std::string const & sForm)
     {
         std::size_t nRows = 0;
@@ -63,6 +65,7 @@ namespace
         return sSlots + " };\n" + sStarts + "\n    };\n";
     }
 
+    // Returns both tables of a mode with their indices. Throws RowError_c on any fault.
     std::string TablesText(std::string const & sMode, std::vector<std::string> const & dFiles,
         std::vector<std::string> const & dLaterFiles)
     {

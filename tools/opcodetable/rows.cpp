@@ -152,6 +152,7 @@ namespace
             : m_dSources(dSources)
         {}
 
+        // Returns the translation of a line. Throws RowError_c if the line is wrong.
         Row_t Translate(Line_t const & Line)
         {
             m_pLine = &Line;
@@ -336,21 +337,21 @@ namespace
         }
 
         // Adds the selector of a field, and the byte of an explicit slice like w4s2.
-        void AddSelector(std::string & sFormat, std::string const & sSlice, int nKind) const
+        void AddSelector(std::string & sFormat, std::string const & sSlice, int eKind) const
         {
             if (sSlice.empty() || sSlice == "lo" || sSlice == "reg")
             {
                 int const eSlice = sSlice.empty()   ? OPCODE_SLICE_BYTE
                                    : sSlice == "lo" ? OPCODE_SLICE_LOW
                                                     : OPCODE_SLICE_REGISTER;
-                sFormat += static_cast<char>(eSlice << OPCODE_SLICE_SHIFT | nKind);
+                sFormat += static_cast<char>(eSlice << OPCODE_SLICE_SHIFT | eKind);
                 return;
             }
             if (sSlice.size() != 4 || sSlice[0] != 'w' || sSlice[2] != 's')
             {
                 Fail("no such slice: '" + sSlice + "'");
             }
-            sFormat += static_cast<char>(OPCODE_SLICE_EXPLICIT << OPCODE_SLICE_SHIFT | nKind);
+            sFormat += static_cast<char>(OPCODE_SLICE_EXPLICIT << OPCODE_SLICE_SHIFT | eKind);
             sFormat += static_cast<char>(Number(sSlice.substr(1, 1), 10) << 4 | Number(sSlice.substr(3, 1), 10));
         }
 
@@ -368,6 +369,8 @@ namespace
         return bOurs;
     }
 
+    // Appends the groups of a file, without the lines of the other mode. Throws RowError_c if the file can't be opened
+    // or is wrong.
     void ReadFile(std::string const & sFile, std::string const & sMode, std::vector<Source_t> & dSources)
     {
         std::ifstream Stream(sFile);

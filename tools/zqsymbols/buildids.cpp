@@ -54,8 +54,8 @@ namespace zqsymbols
     // Adds a file, or replaces one that has the same build-id and less information.
     void BuildIds_c::AddFile(std::string const & sFile)
     {
-        int const iFile = open(sFile.c_str(), O_RDONLY | O_CLOEXEC);
-        Elf * const pElf = iFile < 0 ? nullptr : elf_begin(iFile, ELF_C_READ_MMAP, nullptr);
+        int const hFile = open(sFile.c_str(), O_RDONLY | O_CLOEXEC);
+        Elf * const pElf = hFile < 0 ? nullptr : elf_begin(hFile, ELF_C_READ_MMAP, nullptr);
         std::string const sBuildId = pElf != nullptr && elf_kind(pElf) == ELF_K_ELF ? BuildIdOf(pElf) : "";
         if (!sBuildId.empty())
         {
@@ -70,9 +70,9 @@ namespace zqsymbols
             }
         }
         elf_end(pElf);
-        if (iFile >= 0)
+        if (hFile >= 0)
         {
-            close(iFile);
+            close(hFile);
         }
     }
 

@@ -28,7 +28,7 @@ namespace zqsymbols
         Found_t const * Find(std::string const & sBuildId) const;
 
     private:
-        // Information that a file has about its functions, the least first.
+        /// Information that a file has about its functions, the least first.
         enum Rank_e
         {
             RANK_NONE,

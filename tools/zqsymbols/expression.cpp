@@ -227,6 +227,7 @@ namespace zqsymbols
                 }
             }
 
+            // Runs an operation that reads or computes a value. Returns false for any other.
             bool Compute(Dwarf_Op const & Operation)
             {
                 switch (Operation.atom)
@@ -312,9 +313,9 @@ namespace zqsymbols
                 std::int64_t const nSignedSecond = ToSigned(nSecond);
                 std::int64_t const nSignedFirst = ToSigned(nFirst);
                 bool const bShifts = nSecond < nBits;
-                bool const bByType =
-                    nCode == DW_OP_div || nCode == DW_OP_mod || (nCode >= DW_OP_ge && nCode <= DW_OP_lt);
-                m_bFailed |= (nCode == DW_OP_div || nCode == DW_OP_mod) && (nSecond == 0 || nSignedSecond == -1);
+                bool const bDivides = nCode == DW_OP_div || nCode == DW_OP_mod;
+                bool const bByType = bDivides || (nCode >= DW_OP_ge && nCode <= DW_OP_lt);
+                m_bFailed |= bDivides && (nSecond == 0 || nSignedSecond == -1);
                 m_bFailed |= m_bUnsigned && bByType;   // types are not kept: mod is unsigned, the others are signed
                 if (m_bFailed)
                 {
@@ -381,6 +382,7 @@ namespace zqsymbols
                 m_bFailed |= m_iOperation == m_dOperations.size();
             }
 
+            // Runs an operation that moves values on the stack, jumps or does nothing. Returns false for any other.
             bool Rearrange(Dwarf_Op const & Operation)
             {
                 switch (Operation.atom)

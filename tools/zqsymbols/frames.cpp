@@ -64,6 +64,7 @@ namespace zqsymbols
         return bFound && bOnward && Caller.nAddress != 0;
     }
 
+    // Sets the CFA of the frame, and the caller, by the rules of the module. Returns false without usable rules.
     bool Frames_c::UnwindByInformation(Frame_t & Frame, Frame_t & Caller)
     {
         Dwfl_Module * const pModule = m_Process.ModuleAt(Frame.GetInside());
@@ -148,7 +149,7 @@ namespace zqsymbols
         Frame.nCfa = bNoCode ? nStack + nWord : nBase + 2 * nWord;
         if (!nReturn || !nCallerBase || (!bNoCode && (nBase < nStack || nBase % nWord != 0)))
         {
-            Frame.nCfa = nStack + 2 * nWord;
+            Frame.nCfa = nStack + 2 * nWord;   // as if nBase were nStack
             return false;
         }
         Caller.bCall = true;

@@ -1,4 +1,4 @@
-// frames.h: walks a thread's stack by the modules' call frame information.
+// frames.h: walks a thread's stack by the modules' call frame information, or else by frame pointers.
 #pragma once
 
 #include "tools/zqsymbols/process.h"
@@ -24,7 +24,7 @@ namespace zqsymbols
     class Frames_c
     {
     public:
-        static constexpr std::size_t MAX_FRAMES = 200000;   // more frames of 42 bytes than a stack of 8 MiB has
+        static constexpr std::size_t MAX_FRAMES = 200000;   // more than 8 MiB of stack hold at 42 bytes a frame
 
         /// Begins at a thread's registers. Requires that they and the process outlive the object.
         Frames_c(Process_c & Process, Registers_t const & Start)

@@ -1,5 +1,5 @@
-// zqsymbols: reports to a process that uses the library the frames, names, lines and variables of one of its threads,
-// and the frames of the others. The library starts it. Started by hand, it does nothing.
+// zqsymbols: reports to a process that uses the library the frames, names, lines and variables of its threads.
+// The variables are those of one thread. The library starts this program. Started by hand, it does nothing.
 #include "tools/zqsymbols/details.h"
 #include "tools/zqsymbols/names.h"
 #include "tools/zqsymbols/threads.h"

@@ -110,8 +110,8 @@ namespace zqsymbols
                 Dwarf_Addr nFrom = 0;
                 Dwarf_Addr nTo = 0;
                 bool const bCode = nType == DW_UT_compile || nType == DW_UT_skeleton;
-                for (std::ptrdiff_t nNext = bCode ? dwarf_ranges(&Die, 0, &nBase, &nFrom, &nTo) : 0; nNext > 0;
-                     nNext = dwarf_ranges(&Die, nNext, &nBase, &nFrom, &nTo))
+                std::ptrdiff_t nNext = 0;
+                while (bCode && (nNext = dwarf_ranges(&Die, nNext, &nBase, &nFrom, &nTo)) > 0)
                 {
                     if (Code.Holds(nFrom))
                     {

@@ -2,7 +2,7 @@
 //
 // Ownership: what refers to a module or a unit is valid as long as the object.
 // Threads: an object belongs to one thread at a time.
-// Cost: the first question about a module opens its files, and builds or reads an index of its units and symbols.
+// Cost: the first lookup in a module opens its files, and builds or reads an index of its units and symbols.
 // Failure: a module whose file is missing or damaged has no names.
 #pragma once
 

@@ -54,7 +54,7 @@ namespace zqsymbols
         std::string_view WithoutArguments(std::string_view sName)
         {
             int nOpen = 0;
-            for (std::size_t i = sName.size(); sName.ends_with(')') && i-- > 0;)
+            for (std::size_t i = sName.ends_with(')') ? sName.size() : 0; i-- > 0;)
             {
                 nOpen += sName[i] == ')' ? 1 : sName[i] == '(' ? -1 : 0;
                 if (nOpen == 0)
@@ -138,7 +138,7 @@ namespace zqsymbols
         // Returns "ns::f<int>" for "int ns::f<int>(int) const". Returns the name of a variable as it is.
         std::string_view FunctionName(std::string_view sName)
         {
-            constexpr int POINTERS = 8;   // most that a function returns, each to a function that returns the next
+            constexpr int POINTERS = 8;   // most pointers to functions that a return type nests
             for (int i = 0;; ++i)
             {
                 sName = WithoutQualifiers(sName);

@@ -13,7 +13,7 @@ namespace zqsymbols
     struct Function_t
     {
         std::string sName;
-        std::uint64_t nDisplacement;   // bytes of the address from its start
+        std::uint64_t nDisplacement;   // bytes from its start to the address
     };
 
     /// A line of a source file.

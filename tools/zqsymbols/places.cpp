@@ -139,8 +139,8 @@ namespace zqsymbols
             return bKnown ? std::optional(nEntry) : std::nullopt;
         }
 
-        // Returns what a register held when the frame's function was called, by the call's parameter that is passed in
-        // it. Returns nothing if that is unknown.
+        // Returns what a register held when the frame's function was called: the value of the call's parameter that is
+        // passed in that register. Returns nothing if it is unknown.
         std::optional<std::uint64_t> ValueAtCall(
             Process_c & Process, Surroundings_t const & Surroundings, unsigned iRegister)
         {

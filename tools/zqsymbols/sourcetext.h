@@ -11,11 +11,11 @@ namespace zqsymbols
     class SourceText_c
     {
     public:
-        /// Returns a line, counted from 1, without its end. Returns null if the file can't be read or has no such line.
-        /// Reads only regular files of at most 16 MiB. The line is valid as long as the object.
+        /// Returns a line, counted from 1, without its end. Reads only regular files of at most 16 MiB. Returns null if
+        /// the file can't be read or has no such line. The line is valid as long as the object.
         std::string const * GetLine(std::string const & sFile, unsigned iLine);
 
     private:
-        std::map<std::string, std::vector<std::string>> m_dFiles;
+        std::map<std::string, std::vector<std::string>> m_dFiles;   // lines by path
     };
 }

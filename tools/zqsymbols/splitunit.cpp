@@ -100,6 +100,7 @@ namespace zqsymbols
                        : std::string_view(static_cast<char const *>(pData->d_buf), pData->d_size);
         }
 
+        // Returns the folder of a path with the separator at its end, or an empty text without one.
         std::string_view FolderOf(std::string_view sPath)
         {
             return sPath.substr(0, sPath.rfind('/') + 1);
@@ -191,8 +192,8 @@ namespace zqsymbols
             std::uint64_t m_nSlots;
         };
 
-        // Copies the strings that a unit refers to into a table of their own, and changes its offsets. bHead
-        // says whether these begin with the head of version 5.
+        // Copies the strings that a unit refers to into a table of their own, and changes its offsets. bHead says
+        // whether these begin with the head of version 5.
         void CompactStrings(std::string_view sStrings, bool bHead, std::string & sOffsets, std::string & sOwn)
         {
             // Bytes of one string and of all: those of a damaged package may have any length.
@@ -297,6 +298,7 @@ namespace zqsymbols
                 }
                 sAbbreviations += static_cast<char>(nNumber);
             };
+            // Its number, its tag, that it has no children, and the attributes with their forms.
             for (unsigned const nNumber :
                 { 1u, bVersion5 ? unsigned{ DW_TAG_skeleton_unit } : unsigned{ DW_TAG_compile_unit }, 0u,
                     bVersion5 ? unsigned{ DW_AT_dwo_name } : unsigned{ DW_AT_GNU_dwo_name }, unsigned{ DW_FORM_string },
@@ -395,9 +397,9 @@ namespace zqsymbols
         PackageIndex_c::Parts_t dParts;
         PackageIndex_c const Units(SectionOf(m_pElf, ".debug_cu_index"));
         Units.Visit(
-            [&](std::uint64_t iFound, PackageIndex_c::Parts_t const & dOf)
+            [&](std::uint64_t iFound, PackageIndex_c::Parts_t const & dUnitParts)
             {
-                dParts = iFound == iUnit ? dOf : dParts;
+                dParts = iFound == iUnit ? dUnitParts : dParts;
                 return iFound == iUnit;
             });
         if (dParts.empty())
@@ -420,13 +422,13 @@ namespace zqsymbols
         // The types that come from the same file have its abbreviations and its strings.
         PackageIndex_c(SectionOf(m_pElf, ".debug_tu_index"))
             .Visit(
-                [&](std::uint64_t, PackageIndex_c::Parts_t const & dOf)
+                [&](std::uint64_t, PackageIndex_c::Parts_t const & dUnitParts)
                 {
-                    for (auto const & [sKind, Part] : dOf)
+                    for (auto const & [sKind, Part] : dUnitParts)
                     {
                         bool const bUnits = sKind == INFO || sKind == TYPES;
-                        auto const itStrings = dOf.find(OFFSETS);
-                        if (bUnits && itStrings != dOf.end() && itStrings->second == dParts[OFFSETS])
+                        auto const itStrings = dUnitParts.find(OFFSETS);
+                        if (bUnits && itStrings != dUnitParts.end() && itStrings->second == dParts[OFFSETS])
                         {
                             Append(sKind, Part);
                         }

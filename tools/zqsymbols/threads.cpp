@@ -31,8 +31,8 @@ namespace zqsymbols
 
         constexpr std::chrono::seconds ALL_LIMIT(5);           // for the stops and walks of all threads
         constexpr std::chrono::milliseconds STOP_LIMIT(200);   // for one thread to stop
-        constexpr std::chrono::microseconds STOP_SLEEP(100);
-        constexpr std::size_t WALKED = 256, SHOWN = 64;   // frames of a thread
+        constexpr std::chrono::microseconds STOP_SLEEP(100);   // between two checks
+        constexpr std::size_t WALKED = 256, SHOWN = 64;        // frames of a thread at most
 
         // A 32-bit thread's registers, as the kernel has them for a 64-bit tracer.
         struct Registers32_t
@@ -210,7 +210,7 @@ namespace zqsymbols
         for (std::size_t i = 1; pFrame != nullptr && i <= WALKED; ++i)
         {
             Thread.dFrames.push_back(*pFrame);
-            Thread.dFrames.back().pCaller = nullptr;   // it ends with the walk
+            Thread.dFrames.back().pCaller = nullptr;   // the caller's frame ends with the walk
             pFrame = Frames.Get(i);
         }
         Thread.bMore = pFrame != nullptr;

@@ -80,8 +80,8 @@ namespace zqsymbols
             return IsStructure(nTag) || nTag == DW_TAG_enumeration_type;
         }
 
-        // Returns the place of a member. A bit field has an offset from the start of the structure, or one from the
-        // upper end of its unit.
+        // Returns the place of a member whose type has nSize bytes, in a structure at nOuter. A bit field has an offset
+        // from the start of the structure, or one from the upper end of its unit.
         MemberPlace_t PlaceOf(Dwarf_Die * pMember, std::uint64_t nSize, std::uint64_t nOuter)
         {
             MemberPlace_t Place;
@@ -99,14 +99,14 @@ namespace zqsymbols
         }
     }
 
-    Types_c::Type_t const & Types_c::Get(plat::SymbolType_t iType) const
+    Types_c::Type_s const & Types_c::Get(plat::SymbolType_t iType) const
     {
         return m_dTypes[iType < m_dTypes.size() ? iType : 0];
     }
 
     plat::SymbolType_t Types_c::Add(Dwarf_Die * pOwner)
     {
-        Type_t Type;
+        Type_s Type;
         if (m_dTypes.size() >= MAX_TYPES || !Follow(pOwner, &Type.Die))
         {
             return 0;
@@ -158,7 +158,7 @@ namespace zqsymbols
 
     std::string Types_c::GetName(plat::SymbolType_t iType)
     {
-        Type_t const & Type = Get(iType);
+        Type_s const & Type = Get(iType);
         Dwarf_Die Die = Type.Die;
         if (Type.bMember || Die.addr == nullptr || !IsNamed(dwarf_tag(&Die)))
         {
@@ -206,7 +206,7 @@ namespace zqsymbols
 
     std::vector<plat::SymbolType_t> const & Types_c::GetMembers(plat::SymbolType_t iType)
     {
-        Type_t const & Type = Get(iType);
+        Type_s const & Type = Get(iType);
         Dwarf_Die Die = Type.Die;
         Dwarf_Die Child;
         if (Type.bExpanded || Die.addr == nullptr || Type.nDepth >= MAX_DEPTH || !IsStructure(dwarf_tag(&Die))
@@ -240,7 +240,7 @@ namespace zqsymbols
         {
             return;
         }
-        Type_t & Member = m_dTypes[iMember];
+        Type_s & Member = m_dTypes[iMember];
         Member.bMember = true;
         Member.sMember = bBase ? QualifiedName(Member.Die) : NameOf(pMember);
         Member.Place = PlaceOf(pMember, GetSize(iMember), m_dTypes[iType].Place.nOffset);

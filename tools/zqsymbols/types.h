@@ -12,7 +12,7 @@
 
 namespace zqsymbols
 {
-    /// Bytes and bits of a member in the outermost structure.
+    /// Place of a member in the outermost structure.
     struct MemberPlace_t
     {
         std::uint64_t nOffset = 0;     // from the outermost structure's start
@@ -24,13 +24,13 @@ namespace zqsymbols
     class Types_c
     {
     public:
-        /// Holds no type yet. nWord is the number of bytes of an address.
+        /// Makes a table without types. nWord is the number of bytes of an address.
         explicit Types_c(std::uint64_t nWord)
             : m_nWord(nWord)
         {}
 
         /// Adds the type of a variable or a member, or the one that a pointer or an array refers to, and returns its
-        /// number. Returns 0 if it has none, or if a million numbers are in use.
+        /// number. Returns 0 if there is none, or if a million numbers are in use.
         plat::SymbolType_t Add(Dwarf_Die * pOwner);
 
         /// Return the DIE by which Add found the type, and the type without aliases, const and the like. The address of
@@ -53,7 +53,7 @@ namespace zqsymbols
         MemberPlace_t const & GetPlace(plat::SymbolType_t iType) const { return Get(iType).Place; }
 
     private:
-        struct Type_t
+        struct Type_s
         {
             Dwarf_Die Owner{};
             Dwarf_Die Die{};        // without aliases, const and the like; its address is null for no type
@@ -66,11 +66,11 @@ namespace zqsymbols
             std::vector<plat::SymbolType_t> dMembers;
         };
 
-        Type_t const & Get(plat::SymbolType_t iType) const;
+        Type_s const & Get(plat::SymbolType_t iType) const;
         void AddMember(plat::SymbolType_t iType, Dwarf_Die * pMember, std::vector<plat::SymbolType_t> & dMembers);
 
         std::uint64_t m_nWord;
-        std::vector<Type_t> m_dTypes = { {} };             // by number; the first is no type
+        std::vector<Type_s> m_dTypes = { {} };             // by number; the first is no type
         std::unordered_map<void *, UnitScan_c> m_dScans;   // by the unit
     };
 }

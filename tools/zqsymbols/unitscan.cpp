@@ -114,7 +114,7 @@ namespace zqsymbols
             }
 
         private:
-            // Reads an unsigned number in LEB128 (DWARF 5, 7.6). Returns 0 if the unit ends inside it.
+            // Reads an unsigned number in LEB128 (DWARF 5, 7.6) and returns it. Returns 0 if the unit ends inside it.
             std::uint64_t TakeLeb128()
             {
                 std::uint64_t nValue = 0;
@@ -130,7 +130,7 @@ namespace zqsymbols
                 return 0;
             }
 
-            // Reads a little-endian number, cut at the end of the unit.
+            // Reads a little-endian number, cut at the end of the unit, and returns it.
             std::uint64_t TakeNumber(unsigned nBytes)
             {
                 std::uint64_t nValue = 0;

@@ -9,6 +9,7 @@ namespace zqsymbols
 {
     namespace
     {
+        // Reader of the variables of one frame, scope by scope.
         class Lister_c
         {
         public:

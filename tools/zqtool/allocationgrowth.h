@@ -16,7 +16,7 @@ struct GrowthRow_t
     Holding_t const & First() const { return dHoldings.front(); }
     Holding_t const & Last() const { return dHoldings.back(); }
 
-    /// Return the difference of the last and the first snapshot; negative if the group shrank.
+    /// Return the growth from the first to the last snapshot, negative if the group shrank.
     std::int64_t GrownBytes() const { return static_cast<std::int64_t>(Last().nBytes - First().nBytes); }
     std::int64_t GrownBlocks() const { return static_cast<std::int64_t>(Last().nBlocks - First().nBlocks); }
 
@@ -32,9 +32,8 @@ enum class GroupBy_e
     Line   // "file(line)"
 };
 
-/// Returns a row for each group that a snapshot has. The largest growth in bytes comes first. Of equal
-/// growths, the one with more bytes in the last snapshot comes first. The rows of a single snapshot are thus sorted by
-/// size.
+/// Returns a row for each group that a snapshot has. The largest growth in bytes comes first. Of equal growths, the one
+/// with more bytes in the last snapshot comes first. The rows of a single snapshot are thus sorted by size.
 std::vector<GrowthRow_t> GrowthBy(GroupBy_e eBy, std::span<AllocationReport_t const> dReports);
 
 /// Returns the rows of the source lines of one category, sorted likewise.

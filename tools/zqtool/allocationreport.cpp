@@ -35,8 +35,8 @@ namespace
         return bRead;
     }
 
-    // Reads the title of the total and "count; total": how many blocks the report must hold. Counts the lines. Returns
-    // what is wrong with the last one, or an empty text.
+    // Reads the title of the total, and "count; total" with the number of the report's blocks. Counts the lines.
+    // Returns what is wrong with the last one, or an empty text.
     std::string ReadTotal(std::istream & Stream, int & iLine, std::uint64_t & nBlocks)
     {
         std::string sLine;

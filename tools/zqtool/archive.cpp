@@ -189,6 +189,7 @@ namespace
         }
     }
 
+    // Appends the offset and the indentation of a line.
     void AppendHead(std::string & sOut, std::size_t nAt, int nDepth)
     {
         char szOffset[24];
@@ -206,8 +207,8 @@ namespace
     // Appends bytes as lines of hexadecimal digits and characters.
     void AppendDump(std::string & sOut, std::string_view sBytes, std::size_t nAt, int nDepth)
     {
-        constexpr std::size_t LINE = 16;
-        for (; !sBytes.empty(); sBytes.remove_prefix(std::min(LINE, sBytes.size())), nAt += LINE)
+        constexpr std::size_t LINE = 16;   // bytes
+        while (!sBytes.empty())
         {
             AppendHead(sOut, nAt, nDepth);
             std::string sCharacters;
@@ -223,6 +224,8 @@ namespace
                 sCharacters += sBytes[i] >= ' ' && sBytes[i] < 0x7F ? sBytes[i] : '.';
             }
             sOut += ' ' + sCharacters + '\n';
+            sBytes.remove_prefix(std::min(LINE, sBytes.size()));
+            nAt += LINE;
         }
     }
 
@@ -358,7 +361,7 @@ namespace
             auto const dwCrc = ReadAs<std::uint32_t>(sBytes, sBytes.size() - ARCHIVE_WORD);
             auto const dwFound = GetCrc32Polynomial(sBytes.data(), static_cast<int>(sBytes.size() - ARCHIVE_WORD));
             std::printf("%08zX  seal, version %c, %" PRIu64 " bytes%s, CRC-32 %s%s\n", Archive.nArchive,
-                sBytes[Archive.nArchive + SAVE_SEAL_VERSION], nLength,
+                sBytes[Archive.nArchive + SAVE_SEAL_VERSION_AT], nLength,
                 nLength == Archive.nArchive ? "" : (" of " + std::to_string(Archive.nArchive)).c_str(),
                 Hex(dwCrc).c_str(), dwCrc == dwFound ? "" : (", found " + Hex(dwFound)).c_str());
         }

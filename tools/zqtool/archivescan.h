@@ -9,7 +9,7 @@
 #include <vector>
 
 /// Bytes of a version, a label, an identifier, a length or a count in an archive.
-constexpr std::size_t ARCHIVE_WORD = 4;
+inline constexpr std::size_t ARCHIVE_WORD = 4;
 
 /// Kind of a part of an archive.
 enum class ArchivePart_e
@@ -85,16 +85,16 @@ struct ArchiveScan_t
 
 /// Recognises the parts of an archive after its version word:
 /// - chunks of known names, and chunks of any name that follow one another from the version word to the end. The last
-///   of several may be unfinished;
-/// - labels of known names, and those of object graphs with their records;
+///   of several may be unfinished.
+/// - labels of known names, and those of object graphs with their records.
 /// - a text of 3 to 0xFFFFFF bytes, with its length and its zero. It is well-formed UTF-8, and its only characters
 ///   below U+0020 are tabs and line ends.
 ///
 /// Reports the first 1000 problems:
-/// - a chunk that has no length or one below 4;
-/// - a chunk that does not end in the archive or was not finished;
-/// - a chunk that begins in another chunk;
-/// - an object that does not end, or ends without a beginning;
+/// - a chunk that has no length or one below 4.
+/// - a chunk that does not end in the archive or was not finished.
+/// - a chunk that begins in another chunk.
+/// - an object that does not end, or ends without a beginning.
 /// - a label of an object graph without its record, or an identifier out of range.
 ///
 /// Requires that sArchive and Names outlive the result.

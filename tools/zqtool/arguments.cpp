@@ -8,7 +8,7 @@ namespace
     HelpOption_t DescribeOption(CLI::Option const & Option)
     {
         HelpOption_t Described;
-        std::string const sType = Option.get_type_name();   // the names of its checks follow it
+        std::string const sType = Option.get_type_name();   // with the text of each check after a colon
         Described.sValue = Option.get_type_size() == 0 ? "" : sType.substr(0, sType.find(':'));
         Described.sPurpose = Option.get_description();
         Described.bPositional = Option.get_positional();

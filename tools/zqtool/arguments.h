@@ -79,7 +79,7 @@ public:
     /// Sets the lines after the arguments in help texts.
     void SetFooter(char const * szText);
 
-    /// Sets a function that runs after all arguments were read. It returns what is wrong with them together, or an
+    /// Sets a function that runs after all arguments are read. It returns what is wrong with them together, or an
     /// empty text.
     void SetCheck(std::function<std::string()> fnCheck);
 

@@ -150,7 +150,7 @@ namespace
         std::set<std::string> dFolders;                 // relative
     };
 
-    // Removes from the library's tables what a cache leaves out, and returns them without the cache itself.
+    // Removes from the library's tables what a cache leaves out. Returns the rest without the cache itself.
     Table_s ReadTables(std::string const & sRoot, std::string const & sFile)
     {
         Table_s Table;
@@ -418,9 +418,8 @@ namespace
         return Comparison.IsEqual() ? EXIT_DONE : EXIT_FOUND;
     }
 
-    // Returns whether a cache may replace a file. It may in these cases:
-    // - The file is absent or empty.
-    // - The file is a cache of this major version, which may be damaged.
+    // Returns whether a cache may replace a file: one that is absent or empty, or a cache of this major version,
+    // damaged or not.
     bool MayReplace(std::string const & sFile)
     {
         std::error_code Error;

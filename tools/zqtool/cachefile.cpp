@@ -10,7 +10,7 @@
 
 namespace
 {
-    constexpr std::uint64_t MAX_BYTES = 64 << 20;   // full tables have less than 5 MiB
+    constexpr std::uint64_t MAX_BYTES = 64 << 20;   // a cache of full tables has less than 5 MiB
 
     // Reader of one cache. The tables decide, as in a load, which records fit.
     class CacheFileReader_c
@@ -27,8 +27,12 @@ namespace
             {
                 ReadFolder();
             }
+            if (!m_Contents.IsSound())
+            {
+                return;
+            }
             m_Contents.dFiles.reserve(FileTable_t::iMask + 1);   // the table points to their names
-            for (int nFiles = m_Contents.IsSound() ? ReadCount() : 0; nFiles > 0 && m_Contents.IsSound(); --nFiles)
+            for (int nFiles = ReadCount(); nFiles > 0 && m_Contents.IsSound(); --nFiles)
             {
                 ReadFile();
             }

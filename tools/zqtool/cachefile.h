@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-/// Returns whether the version of an archive is that of a cache which a load reads: all minor versions.
+/// Returns whether a load of a cache reads an archive of this version. It reads all minor versions.
 inline bool IsCacheVersion(std::uint32_t dwVersion)
 {
     return VersionMajor(dwVersion) == VersionMajor(FILESYSTEMCACHE_VERSION);

@@ -157,6 +157,7 @@ namespace
             Show(sName, Checked);
         }
 
+        // Counts a file and its complaints, and prints them or keeps them for the JSON.
         void Show(std::string const & sFile, CheckedText_t const & Checked)
         {
             ++m_nFiles;

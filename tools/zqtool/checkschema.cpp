@@ -6,6 +6,7 @@
 #include "tools/zqtool/textfile.h"
 #include "zqcore/cwarehousescan.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace
@@ -30,13 +31,14 @@ namespace
     {
         std::vector<std::string> dNames;
         std::size_t nFrom = 0;
-        for (std::size_t nEnd = 0; nEnd != std::string::npos; nFrom = nEnd + 1)
+        while (nFrom < sType.size())
         {
-            nEnd = sType.find('|', nFrom);
-            if (nEnd != nFrom && nFrom < sType.size())
+            std::size_t const nEnd = std::min(sType.find('|', nFrom), sType.size());
+            if (nEnd != nFrom)
             {
                 dNames.push_back(sType.substr(nFrom, nEnd - nFrom));
             }
+            nFrom = nEnd + 1;
         }
         return dNames;
     }

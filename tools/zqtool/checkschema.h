@@ -37,7 +37,7 @@ std::vector<SchemaColumn_t> ReadSchema(
 
 /// Return what is wrong with the column's cell in a table's current row. Return an empty text if nothing is, or if the
 /// table has no such column. An empty cell is wrong only if a value is required. The types are those of the reader's
-/// Get, but a pair has only digits and one `-`. A spreadsheet has no bool and no pair: a bool must be a whole number,
-/// and a pair that is not empty is wrong.
+/// Get, but a pair has only digits and one `-`. A spreadsheet has no bool and no pair: a bool that is no whole
+/// number is wrong, and so is a pair that is not empty.
 std::string SchemaViolation(Warehouse_c & Table, SchemaColumn_t const & Column);
 std::string SchemaViolation(Spreadsheet_c & Table, SchemaColumn_t const & Column);

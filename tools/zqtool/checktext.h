@@ -46,10 +46,10 @@ struct CheckedText_t
 };
 
 /// Returns the first kind that fits a text:
-/// - a script or a property list, if its name ends in ".scr" or ".prp" in upper or lower case;
+/// - a script or a property list, if its name ends in ".scr" or ".prp" in upper or lower case.
 /// - a table, if the first column of a line is @head in upper or lower case, and the text has no byte order mark of
-///   UTF-16;
-/// - a spreadsheet, if its name ends in ".csv" in upper or lower case;
+///   UTF-16.
+/// - a spreadsheet, if its name ends in ".csv" in upper or lower case.
 /// - none.
 TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes);
 

@@ -58,6 +58,7 @@ namespace
         m_dFaults.push_back(sText);
     }
 
+    // Prints a crash. In text, a line divides it from the previous one.
     void CrashRun_c::Show(Crash_t const & Crash)
     {
         std::string const sText = m_Options.bJson ? CrashJson(Crash) + "\n" : CrashText(Crash, m_bColours);

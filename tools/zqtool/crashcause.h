@@ -11,7 +11,7 @@ public:
     explicit CrashModules_c(Crash_t const & Crash);
 
     /// Returns the module of a frame by its file name, or null. If several share the name, returns the one that starts
-    /// nOffset below the address, or else the one with the lowest start.
+    /// Frame.nOffset below the frame's address, or else the one with the lowest start.
     CrashModule_t const * Find(CrashFrame_t const & Frame) const;
 
 private:

@@ -8,7 +8,7 @@
 
 namespace
 {
-    // Returns an address or an offset as a text. It may be larger than the integers that every reader of JSON has.
+    // Returns an address or an offset as a text, because not every reader of JSON has integers of 64 bits.
     std::string Address(std::uint64_t nAddress)
     {
         char szAddress[24];

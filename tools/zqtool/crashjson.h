@@ -4,6 +4,6 @@
 #include "tools/zqtool/crashfold.h"
 #include "tools/zqtool/crashreport.h"
 
-/// Return one object in one line, without a line end. It is ASCII, whatever the crash holds.
+/// Return a crash, or a group of crashes, as one object in one line of ASCII, without a line end.
 std::string CrashJson(Crash_t const & Crash);
 std::string CrashGroupJson(CrashGroup_t const & Group);

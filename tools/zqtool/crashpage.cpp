@@ -185,8 +185,7 @@ namespace
         }
         std::string const sDays = CrashDays(All, TO);
         return std::to_string(nCrashes) + (nCrashes == 1 ? " crash" : " crashes") + " \xC2\xB7 "
-               + std::to_string(dGroups.size()) + (dGroups.size() == 1 ? " group" : " groups")
-               + (sDays.empty() ? "" : " \xC2\xB7 " + sDays);
+               + Counted(dGroups.size(), "group") + (sDays.empty() ? "" : " \xC2\xB7 " + sDays);
     }
 }
 

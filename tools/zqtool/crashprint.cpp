@@ -136,7 +136,8 @@ namespace
         for (std::size_t i = 0; i < dFrames.size();)
         {
             Cycle_t const Cycle = FindCycle(dFrames, i);
-            for (std::size_t const iEnd = i + Cycle.nFrames; i < iEnd; ++i)
+            std::size_t const iEnd = i + Cycle.nFrames;
+            for (; i < iEnd; ++i)
             {
                 if (dFrames[i].nLeftOut > 0)
                 {
@@ -168,10 +169,11 @@ namespace
 
     void AddVariables(Text_c & Text, CrashFrame_t const & Frame)
     {
+        constexpr int MAX_LEVEL = 40;   // deeper members are not indented farther
         AddHead(Text, "Variables of frame " + std::to_string(Frame.iNumber));
         for (CrashVariable_t const & Variable : Frame.dVariables)
         {
-            Text.Add(std::string(4 + 2 * static_cast<std::size_t>(std::clamp(Variable.nLevel, 0, 40)), ' '));
+            Text.Add(std::string(4 + 2 * static_cast<std::size_t>(std::clamp(Variable.nLevel, 0, MAX_LEVEL)), ' '));
             Text.Add(Colour_e::Quiet, Variable.sWord.empty() ? "." : Variable.sWord + " ");
             Text.Add(Variable.sName);
             Text.Add(Colour_e::Quiet, Variable.sType.empty() ? "" : ": " + Variable.sType);

@@ -8,5 +8,5 @@
 /// sequences.
 std::string CrashText(Crash_t const & Crash, bool bColours);
 
-/// Returns groups as text, a few lines each. bColours does the same as above.
+/// Returns groups of crashes as text, a few lines each. bColours is as in CrashText.
 std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bColours);

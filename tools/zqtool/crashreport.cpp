@@ -69,6 +69,7 @@ namespace
         return true;
     }
 
+    // Reads "FUNCTION+DISPLACEMENT  ". Leaves the line and the frame unchanged if the line has no displacement.
     void ReadFunction(std::string_view & sLine, CrashFrame_t & Frame)
     {
         for (std::size_t iPlus = sLine.find('+'); iPlus != std::string_view::npos; iPlus = sLine.find('+', iPlus + 1))
@@ -85,6 +86,7 @@ namespace
         }
     }
 
+    // Reads "FILE(LINE): TEXT", the text only if there is one. Leaves the frame unchanged if the line has no number.
     void ReadSource(std::string_view sLine, CrashFrame_t & Frame)
     {
         for (std::size_t iOpen = sLine.find('('); iOpen != std::string_view::npos; iOpen = sLine.find('(', iOpen + 1))
@@ -385,7 +387,8 @@ namespace
         Thread.bFarther = Reported.bFarther;
     }
 
-    // Copies functions, source lines and variables from the report to frames of the details that have no function.
+    // Copies functions, source lines and variables from the report to the details' frames of the same address that have
+    // no function.
     void AddNames(std::vector<CrashFrame_t> & dFrames, std::vector<CrashFrame_t> const & dReported)
     {
         std::unordered_map<std::uint64_t, CrashFrame_t const *> dNamed;

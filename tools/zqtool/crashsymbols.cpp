@@ -97,23 +97,23 @@ namespace
     }
 }
 
-struct CrashSymbols_c::State_c
+struct CrashSymbols_c::State_s
 {
     void Name(std::vector<CrashFrame_t> & dFrames, CrashModules_c const & Modules);
     std::vector<CrashFrame_t> const * Find(CrashFrame_t const & Frame, CrashModules_c const & Modules);
 
-    zqsymbols::BuildIds_c m_Files;
-    std::map<std::string, std::unique_ptr<Build_c>> m_dBuilds;   // by build-id; null without a file
-    std::set<std::string> m_dMissing;
+    zqsymbols::BuildIds_c Files;
+    std::map<std::string, std::unique_ptr<Build_c>> dBuilds;   // by build-id; null without a file
+    std::set<std::string> dMissing;
 };
 
 CrashSymbols_c::CrashSymbols_c(
     std::vector<std::string> const & dFolders, std::function<void(std::string const &)> const & fnFault)
-    : m_pState(std::make_unique<State_c>())
+    : m_pState(std::make_unique<State_s>())
 {
     for (std::string const & sFolder : dFolders)
     {
-        m_pState->m_Files.AddFolder(sFolder, fnFault);
+        m_pState->Files.AddFolder(sFolder, fnFault);
     }
 }
 
@@ -124,7 +124,7 @@ bool CrashSymbols_c::CanRead()
     return true;
 }
 
-std::vector<CrashFrame_t> const * CrashSymbols_c::State_c::Find(
+std::vector<CrashFrame_t> const * CrashSymbols_c::State_s::Find(
     CrashFrame_t const & Frame, CrashModules_c const & Modules)
 {
     CrashModule_t const * const pModule = Modules.Find(Frame);
@@ -132,22 +132,22 @@ std::vector<CrashFrame_t> const * CrashSymbols_c::State_c::Find(
     {
         return nullptr;
     }
-    auto const [itBuild, bNew] = m_dBuilds.try_emplace(pModule->sBuildId);
+    auto const [itBuild, bNew] = dBuilds.try_emplace(pModule->sBuildId);
     if (bNew)
     {
-        if (zqsymbols::BuildIds_c::Found_t const * const pFile = m_Files.Find(pModule->sBuildId))
+        if (zqsymbols::BuildIds_c::Found_t const * const pFile = Files.Find(pModule->sBuildId))
         {
             itBuild->second = std::make_unique<Build_c>(*pFile);
         }
     }
     if (!itBuild->second && IsOwnFrame(Frame))
     {
-        m_dMissing.insert(pModule->sPath + ", build-id " + pModule->sBuildId);
+        dMissing.insert(pModule->sPath + ", build-id " + pModule->sBuildId);
     }
     return itBuild->second ? &itBuild->second->FramesAt(Frame.nOffset - (Frame.bReturn ? 1 : 0)) : nullptr;
 }
 
-void CrashSymbols_c::State_c::Name(std::vector<CrashFrame_t> & dFrames, CrashModules_c const & Modules)
+void CrashSymbols_c::State_s::Name(std::vector<CrashFrame_t> & dFrames, CrashModules_c const & Modules)
 {
     std::vector<CrashFrame_t> dNamed;
     std::size_t nAdded = 0;
@@ -184,5 +184,5 @@ void CrashSymbols_c::Name(Crash_t & Crash)
 
 std::vector<std::string> CrashSymbols_c::GetMissing() const
 {
-    return { m_pState->m_dMissing.begin(), m_pState->m_dMissing.end() };
+    return { m_pState->dMissing.begin(), m_pState->dMissing.end() };
 }

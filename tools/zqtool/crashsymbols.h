@@ -31,7 +31,7 @@ public:
     std::vector<std::string> GetMissing() const;
 
 private:
-    struct State_c;
+    struct State_s;
 
-    std::unique_ptr<State_c> m_pState;
+    std::unique_ptr<State_s> m_pState;
 };

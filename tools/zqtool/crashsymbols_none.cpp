@@ -1,7 +1,7 @@
 // Names for addresses, in a build without libdw: there are none.
 #include "tools/zqtool/crashsymbols.h"
 
-struct CrashSymbols_c::State_c
+struct CrashSymbols_c::State_s
 {};
 
 CrashSymbols_c::CrashSymbols_c(std::vector<std::string> const &, std::function<void(std::string const &)> const &) {}

@@ -157,14 +157,14 @@ namespace
         return iStatus;
     }
 
-    struct Line_s
+    struct Line_t
     {
         std::string sHash, sFile, sAlgorithm;
     };
 
     // Reads "HASH  FILE" or "HASH *FILE", or either after a backslash, which means an escaped name. Returns false for
     // any other line.
-    bool ReadLine(std::string sLine, Line_s & Line)
+    bool ReadLine(std::string sLine, Line_t & Line)
     {
         bool const bEscaped = sLine.starts_with('\\');
         sLine.erase(0, bEscaped);
@@ -193,7 +193,7 @@ namespace
         for (std::string sLine; std::getline(List, sLine);)
         {
             ++iLine;
-            Line_s Line;
+            Line_t Line;
             sLine.erase(sLine.size() - sLine.ends_with('\r'));
             bool const bLine = ReadLine(sLine, Line);
             if (!bLine || (!Options.sAlgorithm.empty() && Options.sAlgorithm != Line.sAlgorithm))

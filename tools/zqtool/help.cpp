@@ -131,7 +131,7 @@ std::string Suggestion(std::string_view sWord, std::vector<std::string> const & 
     auto const Bare = [](std::string_view sText)
     { return sText.substr(std::min(sText.find_first_not_of('-'), sText.size())); };
     std::string_view const sBare = Bare(sWord);
-    std::size_t nLeast = std::min<std::size_t>(3, sBare.size() / 2) + 1;
+    std::size_t nLeast = std::min<std::size_t>(3, sBare.size() / 2) + 1;   // 3 edits at most, and half the letters
     std::string sNearest;
     for (std::string const & sKnown : dKnown)
     {

@@ -18,12 +18,14 @@ namespace
         { HTTP_FORBIDDEN, "Forbidden" }, { HTTP_NOT_FOUND, "Not Found" }, { HTTP_BAD_METHOD, "Method Not Allowed" },
         { HTTP_TOO_LARGE, "Request Header Fields Too Large" } };
 
+    // Returns whether a text has characters, and only visible ones of ASCII.
     bool IsVisible(std::string_view sText)
     {
         return !sText.empty()
                && std::all_of(sText.begin(), sText.end(), [](char cByte) { return cByte > ' ' && cByte < 0x7F; });
     }
 
+    // Returns a text without the blanks and tabs at its ends.
     std::string_view Trimmed(std::string_view sText)
     {
         std::size_t const iStart = sText.find_first_not_of(" \t"), iEnd = sText.find_last_not_of(" \t");

@@ -16,9 +16,9 @@ inline constexpr int HTTP_TOO_LARGE = 431;
 bool HttpIsComplete(std::string_view sRequest);
 
 /// Checks the head of a request to this machine's port. Returns HTTP_OK and sets sTarget, or returns the status that
-/// refuses it. Accepts only GET, with one host. The host, and an origin if there is one, must name the loopback address
-/// and iPort. A browser leaves out port 80. Another name that leads here belongs to a foreign page. Does not check that
-/// the head is whole.
+/// refuses it. Accepts only GET, with one host. Refuses a host or an origin that does not name the loopback address and
+/// iPort: another name that leads here belongs to a foreign page. Port 80 may be left out, as browsers do. Does not
+/// check that the head is whole.
 int HttpCheck(std::string_view sRequest, int iPort, std::string & sTarget);
 
 /// Returns an answer after which the connection ends. The client keeps nothing of it and shows it to no other page.

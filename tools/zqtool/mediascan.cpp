@@ -317,7 +317,7 @@ namespace
                         plat::FileClose(hFile);
                     }
                 }
-                else if (File_c * const pHidden = Top.pPath ? nullptr : FileHiding_c::InFolder(Top))
+                else if (File_c * const pHidden = Top.pPath ? nullptr : FileHiding_c::FirstInFolder(Top))
                 {
                     Add(OVER, *pHidden, "a file of an archive has its name", PathOf(Scan, Top));
                 }

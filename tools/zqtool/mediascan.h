@@ -58,7 +58,7 @@ struct MediaScan_t
     std::vector<MediaFinding_t> dFindings;   // by kind, then by path
     std::vector<DiskEntry_t> dDisk;          // by sFolded
 
-    /// Return the number of findings that are faults, and of those that are duplicates.
+    /// Return the number of findings that are faults, and the number of duplicates.
     int CountFaults() const;
     int CountDuplicates() const;
 };

@@ -194,7 +194,7 @@ CommandRun_t PrepareMemory(Arguments_c & Arguments)
     auto const pOptions = std::make_shared<Options_s>();
     Arguments
         .AddTexts("FILE", "", pOptions->dFiles,
-            "snapshots of MemoryLogAllocations: one is listed; of two the growth is; of more also what grows steadily")
+            "snapshots of MemoryLogAllocations: one shows sizes, two show growth, more also show what grows steadily")
         .SetRequired();
     Arguments.AddText(
         "--html", "OUT", pOptions->sPage, "write a treemap of the last snapshot, or of the growth, as one page");

@@ -18,8 +18,8 @@ std::optional<std::string_view> TakePart(std::string_view & sText, std::string_v
 /// hold the mark.
 std::string_view TakeUpTo(std::string_view & sText, std::string_view sMark);
 
-/// Removes and returns the number at the start of a text, which has neither sign nor prefix. Requires an nBase from 2
-/// to 36. Returns nothing, and leaves the text unchanged, if there is none or it is too large.
+/// Removes and returns the number at the start of a text. It has neither sign nor prefix. Requires an nBase from 2 to
+/// 36. Returns nothing, and leaves the text unchanged, if there is no number or it is too large.
 std::optional<std::uint64_t> TakeNumber(std::string_view & sText, int nBase);
 
 /// Returns the number of which a text consists, as TakeNumber reads it. Returns nothing for any other text and for a

@@ -128,7 +128,8 @@ namespace
         }
     }
 
-    // Returns false, and reports it, if a limit is for a timer that is not there. Returns true if there is no frame.
+    // Reports the first limit that is for a timer that is not there, and returns false. Returns true if there is no
+    // such limit, or no frame.
     bool StatsRun_c::FindTimers()
     {
         std::vector<std::string> dNames = { "frame" };
@@ -156,9 +157,9 @@ namespace
         {
             std::string const sName = Limit.sName + "." + Limit.sFigure;
             bool const bFrames = m_Tree.GetFrameCount() > 0;
-            auto const [bKnown, fTime] =
+            auto const [bKnown, tMeasured] =
                 bFrames ? MeasureStats(Limit, m_Tree, m_Facts.fTicksPerSecond) : StatsMeasured_t();
-            bool const bExceeded = !bKnown || fTime > Limit.tLimit;
+            bool const bExceeded = !bKnown || tMeasured > Limit.tLimit;
             if (!bFrames)
             {
                 std::fprintf(stderr, "%s: %s has a limit of %g ms, but no frame was measured\n",
@@ -167,10 +168,10 @@ namespace
             else if (bKnown && bExceeded)
             {
                 std::fprintf(stderr, "%s: %s is %g ms, over its limit of %g ms\n", Printable(m_Options.sFile).c_str(),
-                    sName.c_str(), fTime, Limit.tLimit);
+                    sName.c_str(), tMeasured, Limit.tLimit);
             }
             Json["limits"].push_back({ { "name", sName }, { "limit_ms", Limit.tLimit },
-                { "measured_ms", bKnown ? Json_t(fTime) : Json_t() }, { "exceeded", bExceeded } });
+                { "measured_ms", bKnown ? Json_t(tMeasured) : Json_t() }, { "exceeded", bExceeded } });
             bKept = bKept && !bExceeded;
         }
         return bKept;

@@ -23,6 +23,7 @@ namespace
         g_bInterrupted = 1;
     }
 
+    // One call of StatsFollow.
     class Follower_c
     {
     public:

@@ -22,7 +22,8 @@ namespace
     };
     constexpr Unit_s UNITS[] = { { "ms", 1 }, { "us", 1e-3 }, { "s", 1e3 } };
 
-    // Returns a time in milliseconds. Returns a negative number for a negative time and for any other text.
+    // Returns the milliseconds of a time such as "20ms". Returns a negative number for a negative time and for any
+    // other text.
     double ReadTime(std::string_view sText)
     {
         double fNumber = 0;

@@ -3,7 +3,7 @@
 
 #include "tools/zqtool/statstree.h"
 
-/// A time that a figure of a stats file must not exceed.
+/// Largest time that a figure of a stats file may have.
 struct StatsLimit_t
 {
     std::string sName;     // "frame" or the name of a timer, printable as in the tree

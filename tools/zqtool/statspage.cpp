@@ -44,7 +44,7 @@ namespace
     }
 
     // Returns [node, average, max, last, max ever, calls of the last, calls at max, slot of max, [times], [calls]]. The
-    // last two are empty if all are 0.
+    // last two are empty if no frame has a time or a call.
     std::string TimerText(StatsTimer_t const & Timer, int iNode)
     {
         StatsFigures_t const & Figures = Timer.Figures;
@@ -119,13 +119,14 @@ void StatsPage_c::ForgetBatch()
     m_dBatches.pop_front();
 }
 
-std::string StatsPage_c::MakeNews(StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsNews_t const & News) const
+std::string StatsPage_c::MakeNews(
+    StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsRequest_t const & Request) const
 {
     int const iFirst = Tree.GetFirstFrame();
-    auto const nKnown = static_cast<std::size_t>(std::max(News.iFrom - iFirst, 0)) / STATS_FRAMES;
+    auto const nKnown = static_cast<std::size_t>(std::max(Request.iFrom - iFirst, 0)) / STATS_FRAMES;
     std::size_t const iFrom = std::min(nKnown, m_dBatches.size());
     std::size_t iTo = iFrom, nBytes = 0;
-    while (iTo < m_dBatches.size() && (iTo == iFrom || nBytes + m_dBatches[iTo].sTimers.size() <= News.nMaxBytes))
+    while (iTo < m_dBatches.size() && (iTo == iFrom || nBytes + m_dBatches[iTo].sTimers.size() <= Request.nMaxBytes))
     {
         nBytes += m_dBatches[iTo++].sTimers.size();
     }
@@ -134,7 +135,7 @@ std::string StatsPage_c::MakeNews(StatsFacts_t const & Facts, StatsTree_c const 
     auto const Truth = [](bool bTrue) { return bTrue ? "true" : "false"; };
     return "{\"file\":" + JsonQuoted(Facts.sFile) + ",\"rate\":" + NumberText(Facts.fTicksPerSecond)
            + ",\"measured\":" + Truth(Facts.bMeasured) + ",\"problems\":" + ArrayOf(Facts.dProblems, JsonQuoted)
-           + ",\"live\":" + Truth(News.bLive) + ",\"run\":" + std::to_string(News.iRun)
+           + ",\"live\":" + Truth(Request.bLive) + ",\"run\":" + std::to_string(Request.iRun)
            + ",\"more\":" + Truth(iTo < m_dBatches.size()) + ",\"first\":" + std::to_string(iFirst)
            + ",\"from\":" + std::to_string(iFirst + static_cast<int>(iFrom * STATS_FRAMES))
            + ",\n\"summary\":" + SummaryText(Tree.GetSummary()) + ",\n\"timers\":"
@@ -147,11 +148,11 @@ std::string StatsPage_c::MakeNews(StatsFacts_t const & Facts, StatsTree_c const 
 }
 
 void StatsPage_c::Write(
-    std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsNews_t const & News) const
+    std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsRequest_t const & Request) const
 {
     std::string_view sRest = STATS_PAGE_HTML;
-    Stream << TakeUpTo(sRest, "<!--head-->") << PageHead(Facts.sFile, News.bLive ? LIVE_PAGE_POLICY : PAGE_POLICY);
-    Stream << TakeUpTo(sRest, "<!--data-->") << PageData(MakeNews(Facts, Tree, News));
+    Stream << TakeUpTo(sRest, "<!--head-->") << PageHead(Facts.sFile, Request.bLive ? LIVE_PAGE_POLICY : PAGE_POLICY);
+    Stream << TakeUpTo(sRest, "<!--data-->") << PageData(MakeNews(Facts, Tree, Request));
     Stream << TakeUpTo(sRest, "<!--script-->")
            << PageScripts({ STATS_DATA_JS, STATS_GRAPH_JS, STATS_FLAME_JS, STATS_PAGE_JS }) << sRest;
 }

@@ -25,7 +25,7 @@ struct StatsFacts_t
 };
 
 /// Request for a page, or for an answer to one that is open.
-struct StatsNews_t
+struct StatsRequest_t
 {
     int iFrom = 0;                             // first frame that is wanted
     std::size_t nMaxBytes = std::size_t(-1);   // of the timers; one batch may have more
@@ -45,11 +45,11 @@ public:
 
     /// Writes the page. Requires a tree of the same batches.
     void Write(std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree,
-        StatsNews_t const & News = {}) const;
+        StatsRequest_t const & Request = {}) const;
 
-    /// Returns as JSON what a page shows: the facts, the sums, and the batches from News.iFrom on up to News.nMaxBytes.
-    /// Requires a tree of the same batches.
-    std::string MakeNews(StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsNews_t const & News) const;
+    /// Returns as JSON what a page shows: the facts, the sums, and the batches from Request.iFrom on up to
+    /// Request.nMaxBytes. Requires a tree of the same batches.
+    std::string MakeNews(StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsRequest_t const & Request) const;
 
 private:
     struct Batch_s

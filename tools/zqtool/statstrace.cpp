@@ -1,5 +1,6 @@
 #include "tools/zqtool/statstrace.h"
 
+#include "platform/clock.h"
 #include "tools/zqtool/statstree.h"
 #include "tools/zqtool/text.h"
 
@@ -22,14 +23,14 @@ namespace
 
 StatsTrace_c::StatsTrace_c(std::ostream & Stream, double fTicksPerSecond)
     : m_Stream(Stream)
-    , m_fNanosecondsPerTick(1e9 / fTicksPerSecond)
+    , m_fNanosecondsPerTick(plat::NANOSECONDS_OF_SECOND / fTicksPerSecond)
 {
     m_Stream << "{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n"
                 "{\"ph\":\"M\",\"pid\":1,\"tid\":1,\"name\":\"thread_name\",\"args\":{\"name\":\"Frames\"}}";
 }
 
-// Writes an event, with its start and size in ticks. Rounds its start and its end. The length is their difference, so
-// events nest exactly like their ticks.
+// Writes an event, with its start and size in ticks. Rounds its start and its end to nanoseconds and writes their
+// difference, so events nest exactly like their ticks.
 void StatsTrace_c::AddEvent(std::string const & sName, double tStart, double tSize, std::string const & sArguments)
 {
     auto const fnRound = [&](double tAt) { return std::llround(std::min(tAt * m_fNanosecondsPerTick, LAST_MOMENT)); };

@@ -17,7 +17,7 @@ namespace
         auto const cLead = static_cast<unsigned char>(sText[0]);
         if (cLead < 0x80)
         {
-            return cLead >= ' ' && cLead != 0x7F;
+            return cLead >= ' ' && cLead != 0x7F ? 1 : 0;
         }
         std::size_t const nBytes = cLead >= 0xF0 ? 4 : cLead >= 0xE0 ? 3 : 2;
         char szCharacter[5] = {};

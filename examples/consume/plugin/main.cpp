@@ -4,8 +4,8 @@
 
 int main(int nArguments, char ** dArguments)
 {
-    void * const pPlugin = dlopen(ZQ_PLUGIN, RTLD_NOW);
-    void * const pRun = pPlugin ? dlsym(pPlugin, "PluginRun") : nullptr;
+    void * const hPlugin = dlopen(ZQ_PLUGIN, RTLD_NOW);
+    void * const pRun = hPlugin ? dlsym(hPlugin, "PluginRun") : nullptr;
     if (!pRun)
     {
         std::fprintf(stderr, "game: %s\n", dlerror());

@@ -2,5 +2,5 @@
 
 int main()
 {
-    return GetLibraryVersion() - ZQCORE_VERSION;
+    return GetLibraryVersion() == ZQCORE_VERSION ? 0 : 1;
 }

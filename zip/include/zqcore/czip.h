@@ -28,17 +28,17 @@
 // The archive's file stays open while it is mounted. So a new file of that name has no effect until it is mounted
 // again, and Refresh does nothing. Contents that someone writes into the open file fail their check. Change tracking
 // (cfiletrack.h) reports names of files on the disk, which an archive may hide. A file system cache (cfilecache.h)
-// lists no file of an archive, but does list the files that archives hide.
-// FileRefresh adds no file whose name an archive has. FileCloneLoadedMedia does not copy files of archives.
+// lists no file of an archive, but does list the files that archives hide. FileRefresh adds no file whose name an
+// archive has. FileCloneLoadedMedia does not copy files of archives.
 //
 // Ownership: the table owns the objects. A File_c * is valid until FileZipUnmount, FileReset or FileKill.
 // Threads: the main thread mounts and unmounts. Opens, loads and streams work on any thread as cfile.h states. A lock
 // of each archive guards its file for at most 256 KiB at a time. Files are decompressed outside of it. A forked child
 // has the archives too. If the system can't raise the worker of cfileasync.h, the worker opens each archive a second
 // time, so that no thread waits for it.
-// Cost: mounting reads the archive's directory. It may have ZIP_MAX_ENTRIES entries in 8 MiB. The archive keeps one
-// handle open. An open allocates the file's size. A stream reaches a position in a deflated file by decompressing from
-// its last position, or from the start for one before it. A load does so from the start.
+// Cost: mounting reads the archive's directory. It may have up to ZIP_MAX_ENTRIES entries in 8 MiB. The archive keeps
+// one handle open. An open allocates the file's size. A stream reaches a position in a deflated file by decompressing
+// from its last position, or from the start for one before it. A load does so from the start.
 // Failure: a mount or unmount logs a line and returns false. FileZipGetWhyNot returns the reason. An archive that the
 // system does not open is an Achtung too (cfile.h).
 //
