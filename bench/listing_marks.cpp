@@ -1,9 +1,11 @@
 // listing_marks: reads the output of "objdump -d -w -M intel" and measures the code listing of a crash report over it.
 // listing_marks.sh runs both over libraries.
 //
-// A fault is placed on each instruction. The listing starts 128 bytes before the fault's block of 32, in general
-// inside an instruction. The fault is lost if no listed instruction starts at its address. Vector instructions, which
-// have VEX, EVEX and XOP prefixes, are counted apart. Their names and all lengths are compared with those of objdump.
+// A fault is placed on each instruction. The listing starts SPAN_BEFORE bytes before the fault's piece of
+// SPAN_PIECE bytes, in general inside an instruction. The fault is lost if no listed instruction starts at its address.
+// Vector instructions, which have VEX, EVEX and XOP prefixes, are counted apart. Their names and all lengths are
+// compared with those of objdump.
+#include "zqcore/cexceptionreport_internal.h"
 #include "zqcore/copcode.h"
 
 #include <algorithm>
@@ -19,8 +21,8 @@
 
 namespace
 {
-    constexpr std::size_t BLOCK = 32;
-    constexpr std::size_t BEFORE = 128;
+    using exceptionreport::SPAN_BEFORE;
+    using exceptionreport::SPAN_PIECE;
 
     struct Instruction_t
     {
@@ -136,6 +138,7 @@ namespace
         }
 
     private:
+        // Returns the length of the instruction at an offset, or 1 if there is none.
         std::size_t LengthAt(Section_t const & Section, std::size_t nOffset)
         {
             if (m_dLengths[nOffset] == 0)
@@ -151,8 +154,8 @@ namespace
         // Returns whether the listing that a fault at this offset would have has an instruction there.
         bool IsMarked(Section_t const & Section, std::size_t nFault)
         {
-            std::size_t const nInBlock = (Section.Address + nFault) % BLOCK;
-            std::size_t nOffset = nFault > nInBlock + BEFORE ? nFault - nInBlock - BEFORE : 0;
+            std::size_t const nInPiece = (Section.Address + nFault) % SPAN_PIECE;
+            std::size_t nOffset = nFault > nInPiece + SPAN_BEFORE ? nFault - nInPiece - SPAN_BEFORE : 0;
             while (nOffset < nFault)
             {
                 nOffset += LengthAt(Section, nOffset);
@@ -160,6 +163,7 @@ namespace
             return nOffset == nFault;
         }
 
+        // Counts an instruction whose length or name differs from objdump's.
         void Compare(Section_t const & Section, Instruction_t const & Instruction, bool bVector)
         {
             std::string const sTheirs = Mnemonic(Instruction.sText);
@@ -200,7 +204,8 @@ int main(int argc, char ** argv)
     bool b64Bit = true;
     std::string sLine, sText;
     std::vector<unsigned char> dBytes;
-    for (std::uint64_t Address = 0; std::getline(std::cin, sLine);)
+    std::uint64_t Address = 0;
+    while (std::getline(std::cin, sLine))
     {
         if (sLine.find("file format elf32") != std::string::npos)
         {

@@ -1,5 +1,4 @@
-// pool_bench.cpp: the element pools, the multi-size pool and the reference counts, compared with allocators that a user
-// would choose.
+// pool_bench.cpp: the pools and the reference counts, compared with allocators that a user would choose.
 #include "zqcore/ccom.h"
 #include "zqcore/cgigapool.h"
 #include "zqcore/chwm.h"
@@ -94,14 +93,14 @@ namespace
     struct StaticPool_s
     {
         void * Allocate(std::size_t) { return Pool.Alloc(false); }
-        void Release(void * p, std::size_t) { Pool.Free(p, false); }
+        void Release(void * pBlock, std::size_t) { Pool.Free(pBlock, false); }
         GigaPoolStatic_c Pool{ ELEMENTS, SIZE };
     };
 
     struct ResizeablePool_s
     {
         void * Allocate(std::size_t) { return Pool.Alloc(false); }
-        void Release(void * p, std::size_t) { Pool.Free(p, false); }
+        void Release(void * pBlock, std::size_t) { Pool.Free(pBlock, false); }
         GigaPoolResizeable_c Pool{ ELEMENTS, SIZE };
     };
 
@@ -115,39 +114,39 @@ namespace
             }
         }
         void * Allocate(std::size_t nBytes) { return Pool.Alloc(static_cast<unsigned>(nBytes), false); }
-        void Release(void * p, std::size_t) { Pool.Free(p, false); }
+        void Release(void * pBlock, std::size_t) { Pool.Free(pBlock, false); }
         StaticMemoryPool_c Pool{ "bench" };
     };
 
     struct BoostPool_s
     {
         void * Allocate(std::size_t) { return Pool.malloc(); }
-        void Release(void * p, std::size_t) { Pool.free(p); }
+        void Release(void * pBlock, std::size_t) { Pool.free(pBlock); }
         boost::pool<> Pool{ SIZE };
     };
 
     struct Glibc_s
     {
         void * Allocate(std::size_t nBytes) { return std::malloc(nBytes); }
-        void Release(void * p, std::size_t) { std::free(p); }
+        void Release(void * pBlock, std::size_t) { std::free(pBlock); }
     };
 
     struct StdPool_s
     {
         void * Allocate(std::size_t nBytes) { return Pool.allocate(nBytes); }
-        void Release(void * p, std::size_t nBytes) { Pool.deallocate(p, nBytes); }
+        void Release(void * pBlock, std::size_t nBytes) { Pool.deallocate(pBlock, nBytes); }
 
         // The pool's own blocks come from the C library, so that the figure does not include the tracked heap.
-        struct Malloc_s : std::pmr::memory_resource
+        struct MallocResource_c : std::pmr::memory_resource
         {
             void * do_allocate(std::size_t nBytes, std::size_t nAlign) override
             {
                 return std::aligned_alloc(nAlign, (nBytes + nAlign - 1) / nAlign * nAlign);
             }
-            void do_deallocate(void * p, std::size_t, std::size_t) override { std::free(p); }
+            void do_deallocate(void * pBlock, std::size_t, std::size_t) override { std::free(pBlock); }
             bool do_is_equal(std::pmr::memory_resource const & Other) const noexcept override { return this == &Other; }
         };
-        Malloc_s Upstream;
+        MallocResource_c Upstream;
         std::pmr::unsynchronized_pool_resource Pool{ &Upstream };
     };
 

@@ -1,7 +1,8 @@
-// serialize_bench.cpp: values, texts and a graph of shared objects, saved and loaded, compared with cereal's binary
-// archives. All rows but those that save to memory write or read a file in the page cache, which is opened and closed
-// in the loop. The rows "bare" write the same bytes as ours by bare calls of 4096 bytes, the limit of an archive with
-// such a buffer.
+// serialize_bench.cpp: saves and loads of values, texts and graphs, compared with cereal's binary archives.
+//
+// All rows but those that save to memory write or read a file in the page cache, which is opened and closed in the
+// loop. The rows "bare" write the same bytes as ours by bare calls of BUFSIZE bytes, the limit of an archive with such
+// a buffer.
 #include "zqcore/cfile.h"
 #include "zqcore/cserializer.h"
 #include "zqcore/cserializestd.h"
@@ -284,8 +285,8 @@ namespace
         Require(Loaded == Data);
     }
 
-    // Node of a graph. It shares two earlier nodes and weakly refers to a third. The nodes are saved in order, so that
-    // no peer recurses deeply.
+    // Node of a graph. It shares two earlier nodes and refers weakly to a third, except in the chain of MakeOurs. The
+    // nodes are saved in order, so that only the chain is deep.
     struct OurNode_s
     {
         int iValue = 0;
@@ -349,7 +350,7 @@ namespace
     };
     NodeSerializer_c g_Nodes;
 
-    // Returns an earlier node, or none. Links 0 and 1 are shared, link 2 is weak.
+    // Returns an earlier node, which two primes pick, or none for the first. Links 0 and 1 are shared, link 2 is weak.
     template <typename POINTER>
     POINTER EarlierNode(std::vector<POINTER> const & dNodes, std::size_t i, std::size_t iLink)
     {

@@ -36,13 +36,14 @@ namespace
             Sheet.sText = "id,name,level,health,damage,speed,range,cost,weight,faction,icon,note\n";
             Sheet.nItems = COLUMNS;
             char szRow[256];
-            for (int i = 0; Sheet.sText.size() < SHEET_SIZE; ++i, Sheet.nItems += COLUMNS)
+            for (int i = 0; Sheet.sText.size() < SHEET_SIZE; ++i)
             {
                 std::snprintf(szRow, sizeof szRow,
                     "%d,unit_%d,%d,%d.5,%d,0.%02d,%d,%d,12.75,north,icons/unit%d.png,"
                     "\"strong, but slow %d\"\n",
                     i, i, i % 60, i % 900, i % 77, i % 100, i % 40, i * 3, i % 500, i);
                 Sheet.sText += szRow;
+                Sheet.nItems += COLUMNS;
             }
             Sheet.sName = ServeFile("sheet.csv", Sheet.sText);
             return Sheet;
@@ -57,11 +58,12 @@ namespace
         {
             Text_s Script;
             char szLine[128];
-            for (int i = 0; Script.sText.size() < SCRIPT_SIZE; ++i, ++Script.nItems)
+            for (int i = 0; Script.sText.size() < SCRIPT_SIZE; ++i)
             {
                 std::snprintf(szLine, sizeof szLine, "%sproperty_%d %d.%03d", i % 4 ? "  " : "\n", i % 1000,
                     i % 5000 - 2500, i % 1000);
                 Script.sText += szLine;
+                ++Script.nItems;
             }
             Script.sText += '\n';
             return Script;

@@ -16,7 +16,9 @@ namespace fs = std::filesystem;
 namespace
 {
     constexpr int FOLDERS = 1000;
+    constexpr int PARENTS = 30;   // folders that hold the others
     constexpr int FILES_EACH = 10;
+    constexpr int WALK_DESCRIPTORS = 64;   // that nftw may hold open
 
     // A tree in the system's temporary folder, until the end of the process.
     class Tree_c
@@ -26,7 +28,7 @@ namespace
         {
             for (int i = 0; i < FOLDERS; ++i)
             {
-                fs::path const Folder = fs::path(m_sRoot) / std::to_string(i % 30) / std::to_string(i);
+                fs::path const Folder = fs::path(m_sRoot) / std::to_string(i % PARENTS) / std::to_string(i);
                 fs::create_directories(Folder);
                 for (int iFile = 0; iFile < FILES_EACH; ++iFile)
                 {
@@ -57,10 +59,11 @@ namespace
         return iKind == FTW_D && inotify_add_watch(g_iBareWatch, szPath, EVENTS) < 0 ? -1 : 0;
     }
 
+    // Makes the queue and its watches. Returns false if one fails.
     bool OpenBare()
     {
         g_iBareWatch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-        return nftw(Root(), WatchBare, 64, FTW_PHYS) == 0;
+        return nftw(Root(), WatchBare, WALK_DESCRIPTORS, FTW_PHYS) == 0;
     }
 
     void IdleOurs(benchmark::State & State)

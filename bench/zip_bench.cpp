@@ -1,5 +1,6 @@
-// zip_bench.cpp: files of one zip archive through zqcore::zip and PhysicsFS. The archive has 2,000 files of 16 KiB of
-// text, every second one stored. All reads come from the page cache.
+// zip_bench.cpp: files of one zip archive through zqcore::zip and PhysicsFS.
+//
+// The archive has 2,000 files of 16 KiB of text, every second one stored. All reads come from the page cache.
 #include "bench/bench_support.h"
 #include "zqcore/czip.h"
 
@@ -77,23 +78,23 @@ namespace
 
     // Works on the stored files if iFirst is 0, or else on the deflated ones, in turn.
     template <typename WORK>
-    void ForAll(benchmark::State & State, int iFirst, WORK Work)
+    void WorkInTurn(benchmark::State & State, int iFirst, WORK Work)
     {
         AskInTurn(State, Names(iFirst), Work);
     }
 
     void ExistsOurs(benchmark::State & State)
     {
-        ForAll(State, 0, [](char const * szName) { return FileExists(szName); });
+        WorkInTurn(State, 0, [](char const * szName) { return FileExists(szName); });
     }
     void ExistsPhysfs(benchmark::State & State)
     {
-        ForAll(State, 0, [](char const * szName) { return PHYSFS_exists(szName) != 0; });
+        WorkInTurn(State, 0, [](char const * szName) { return PHYSFS_exists(szName) != 0; });
     }
 
     void ReadOurs(benchmark::State & State, int iFirst)
     {
-        ForAll(State, iFirst,
+        WorkInTurn(State, iFirst,
             [](char const * szName)
             {
                 File_c * const pFile = FileOpen(szName);
@@ -104,7 +105,7 @@ namespace
     }
     void ReadPhysfs(benchmark::State & State, int iFirst)
     {
-        ForAll(State, iFirst,
+        WorkInTurn(State, iFirst,
             [](char const * szName)
             {
                 PHYSFS_File * const pFile = PHYSFS_openRead(szName);

@@ -1,5 +1,6 @@
-// copcode_fuzz.cpp: code of any bytes in both modes, and compact tables of any bytes. The bytes after an instruction
-// do not change its text.
+// copcode_fuzz.cpp: code of any bytes in both modes, and compact tables of any bytes.
+//
+// The bytes after an instruction do not change its text.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/copcode.h"
 #include "zqcore/copcode_internal.h"

@@ -67,28 +67,29 @@ namespace
             dBytes.push_back(std::max<std::size_t>(CharacterBytes(sRest), 1));
         }
         Require(plat::IsUtf8(sText.c_str()) == bUtf8);
-        std::vector<wchar_t> wszWide(sText.size() + 1), wszCut(nRoom + 1);   // of exactly the room, for the checker
-        std::vector<char> szBack(nRoom + 1);
-        Require(plat::WideFromUtf8(wszWide.data(), wszWide.size(), sText.c_str()) == dBytes.size());
-        Require(plat::WideFromUtf8(wszCut.data(), nRoom + 1, sText.c_str()) == std::min(dBytes.size(), nRoom));
+        std::vector<wchar_t> dWide(sText.size() + 1), dCut(nRoom + 1);   // of exactly the room, for the checker
+        std::vector<char> dBack(nRoom + 1);
+        Require(plat::WideFromUtf8(dWide.data(), dWide.size(), sText.c_str()) == dBytes.size());
+        Require(plat::WideFromUtf8(dCut.data(), nRoom + 1, sText.c_str()) == std::min(dBytes.size(), nRoom));
         std::size_t nFits = 0;
         for (std::size_t i = 0; i < dBytes.size() && nFits + dBytes[i] <= nRoom; ++i)
         {
             nFits += dBytes[i];
         }
-        Require(plat::Utf8FromWide(szBack.data(), nRoom + 1, wszWide.data()) == nFits);
-        Require(sText.substr(0, nFits) == szBack.data());
+        Require(plat::Utf8FromWide(dBack.data(), nRoom + 1, dWide.data()) == nFits);
+        Require(sText.substr(0, nFits) == dBack.data());
     }
 
     void CheckRegistryNames(std::string const & sText)
     {
+        constexpr char NEVER_FIRST[] = { plat::KEY_MARK, plat::VALUE_MARK, plat::BUSY_MARK, '.', '\0' };
         std::string sFile, sValue, sName, sSame;
         bool const bKey = plat::KeyNameToDisk(sText, sFile);
         Require(bKey == (sText.size() <= plat::NAME_LIMIT));
         Require(plat::ValueNameToDisk(sText, sValue) == bKey);
         Require(!bKey || (sFile.size() <= NAME_MAX && sValue.size() <= NAME_MAX && sValue[0] == plat::VALUE_MARK));
         Require(sFile.find('/') == std::string::npos);
-        Require(sFile.empty() || !std::strchr("@=~.", sFile[0]));
+        Require(sFile.empty() || !std::strchr(NEVER_FIRST, sFile[0]));
         bool const bNamed =
             bKey && !plat::IsShortenedName(sFile) && !sText.empty() && sText.find('\\') == std::string::npos;
         Require(plat::KeyNameFromDisk(sFile.c_str(), sName) == bNamed);

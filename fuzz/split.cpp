@@ -1,5 +1,7 @@
-// split.cpp: a program with the kinds of types and variables that zqsymbols shows. It is built with -gsplit-dwarf and
-// never runs: zqsymbols_fuzz damages its debug information. SPLIT is the name of the function, one for each unit.
+// split.cpp: a program with the kinds of types and variables that zqsymbols shows.
+//
+// It is built with -gsplit-dwarf and never runs: zqsymbols_fuzz damages its debug information. SPLIT is the name of the
+// function, one for each unit.
 namespace fleet
 {
     enum Cargo_e : short

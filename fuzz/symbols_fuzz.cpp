@@ -14,7 +14,7 @@ namespace
 {
     Input_c * g_pInput = nullptr;
     int g_hHelper = -1;
-    std::uint32_t g_nAnswers = 0;   // sent, which is the number of the question if none was skipped
+    std::uint32_t g_nAnswers = 0;   // sent; also the number of the last one's request if none was skipped
 
     // Sends a record to the library. Bits of its kind:
     // - 1 and 2: the answer.
@@ -22,7 +22,7 @@ namespace
     // - 8: a text that fills its room.
     // - 16: the length of the text is that of the whole record.
     // - 32: the third value counts from the start of the page.
-    // - 64: the length of the text is also the number of the question.
+    // - 64: the length of the text is also the number of the request.
     void SendRecord()
     {
         plat::SymbolAnswer_t Answer{};
@@ -46,8 +46,9 @@ namespace
     // Calls one of the functions. The lower three bits of cCall select it, and the others are its argument.
     void Call(plat::Symbols_c & Symbols, unsigned char cCall)
     {
-        unsigned n = cCall >> 3, iLine;
-        std::string sText(n + 1, 'x');   // of exactly the size, for the checker
+        unsigned const nArgument = cCall >> 3;
+        unsigned iLine;
+        std::string sText(nArgument + 1, 'x');   // of exactly the size, for the checker
         std::uint64_t nDisplacement;
         plat::SymbolFrame_t Frame;
         plat::SymbolVariable_t Variable;
@@ -55,34 +56,37 @@ namespace
         switch (cCall & 7)
         {
         case 0:
-            return exceptionreport::WriteCallStack(Symbols, (n & 1) != 0, nullptr);
+            return exceptionreport::WriteCallStack(Symbols, (nArgument & 1) != 0, nullptr);
         case 1:
             return Require(!Symbols.NextVariable(&Variable) || std::memchr(Variable.szName, 0, sizeof Variable.szName));
         case 2:
-            return Require(Symbols.TypeMembers(n) <= plat::SYMBOL_MEMBERS
-                           && Symbols.TypeMember(n, n, &Member) + Symbols.TypeBase(n) >= 0);
+            Require(Symbols.TypeMembers(nArgument) <= plat::SYMBOL_MEMBERS);
+            Symbols.TypeMember(nArgument, nArgument, &Member);
+            Symbols.TypeBase(nArgument);
+            return;
         case 3:
-            Require(Symbols.FunctionAt(n, sText.data(), n + 1, &nDisplacement) || sText[0] == '\0');
+            Require(Symbols.FunctionAt(nArgument, sText.data(), nArgument + 1, &nDisplacement) || sText[0] == '\0');
             break;
         case 4:
-            Require(Symbols.LineAt(n, sText.data(), n + 1, &iLine) || sText[0] == '\0');
+            Require(Symbols.LineAt(nArgument, sText.data(), nArgument + 1, &iLine) || sText[0] == '\0');
             break;
         case 5:
-            Require(Symbols.TypeName(n, sText.data(), n + 1) || sText[0] == '\0');
+            Require(Symbols.TypeName(nArgument, sText.data(), nArgument + 1) || sText[0] == '\0');
             break;
         case 6:
-            Require(Symbols.NextDetail(plat::SECTION_THREADS, sText.data(), n + 1) || sText[0] == '\0');
+            Require(Symbols.NextDetail(plat::SECTION_THREADS, sText.data(), nArgument + 1) || sText[0] == '\0');
             break;
         default:
-            return void(Symbols.NextFrame(&Frame));
+            Symbols.NextFrame(&Frame);
+            return;
         }
-        Require(sText.find('\0') <= n);
+        Require(sText.find('\0') <= nArgument);
     }
 }
 
 // Replaces the system's function. Sends the records instead of starting the helper. The argument begins with the
 // helper's end of the socket.
-extern "C" int __wrap_clone(int (*)(void *), void *, int, void * pLaunch, ...)
+extern "C" int __wrap___clone(int (*)(void *), void *, int, void * pLaunch, ...)
 {
     g_hHelper = dup(*static_cast<int const *>(pLaunch));
     g_nAnswers = 0;
@@ -104,8 +108,10 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     plat::FaultContext_t Context;
     plat::FaultContextCapture(&Context);
     Context.nBp = 8;   // without the helper there is one frame
+    g_hHelper = -1;
     plat::Symbols_c Symbols;
     Require(Symbols.Start(&Context) == Symbols.IsRunning());
+    Require(g_hHelper != -1);   // otherwise the library starts the helper by another function
     for (char const cCall : sCalls)
     {
         Call(Symbols, static_cast<unsigned char>(cCall));

@@ -13,6 +13,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -23,12 +24,12 @@ namespace
     std::uint64_t g_dMemory[8];
     bool g_bMemory = false;
     std::string g_sProgram;
+    constexpr std::uint64_t PROGRAM_START = 0x400000, PROGRAM_SIZE = 0x1000000;   // where the program lies
 
     std::uint64_t GetAddress()
     {
-        constexpr std::uint64_t START = 0x400000, SIZE = 0x1000000;
         std::uint64_t const nNumber = g_pInput->Get<std::uint64_t>();
-        return nNumber < SIZE ? START + nNumber : nNumber;
+        return nNumber < PROGRAM_SIZE ? PROGRAM_START + nNumber : nNumber;
     }
 
     // A program whose debug information is in another file, copied to the folder of this process.
@@ -144,7 +145,9 @@ extern "C" long __wrap_ptrace(int, ...)
 extern "C" std::FILE * __wrap_fdopen(int, char const *)
 {
     static std::string s_sMaps;
-    s_sMaps = "00400000-01400000 r-xp 00000000 00:00 1 " + g_sProgram + '\n';
+    char szRange[40];
+    std::snprintf(szRange, sizeof szRange, "%08" PRIx64 "-%08" PRIx64, PROGRAM_START, PROGRAM_START + PROGRAM_SIZE);
+    s_sMaps = szRange + (" r-xp 00000000 00:00 1 " + g_sProgram + '\n');
     return fmemopen(s_sMaps.data(), s_sMaps.size(), "r");
 }
 
@@ -161,7 +164,8 @@ namespace
         {
             IndexRange_t Range;
             std::memcpy(&Range, sFile.data(), sizeof Range);
-            (Range.nValue & 1 ? Parts.dUnits : Parts.dSymbols).push_back(Range);
+            std::vector<IndexRange_t> & dRanges = Range.nValue & 1 ? Parts.dUnits : Parts.dSymbols;
+            dRanges.push_back(Range);
         }
         std::optional<IndexParts_t> const Read = ParseIndex(FormatIndex(Key, Parts), Key);
         if (Read)

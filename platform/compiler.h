@@ -16,7 +16,8 @@
 //   serves.
 // - ZQ_COLD marks a function that is called rarely, and keeps its code away from the common path.
 // - ZQ_INLINE inlines a function always. ZQ_FLATTEN inlines all calls in a function.
-// - ZQ_FIRST_GLOBAL constructs a global object before all others, the executable's included.
+// - ZQ_FIRST_GLOBAL constructs a global object before all others, the executable's included. ZQ_FIRST_PRIORITY is its
+//   priority, for functions that run at load or unload.
 // - ZQ_THREAD_LOCAL declares a variable of each thread that is reached without a call. Requires that the
 //   library is loaded at program start, not later by hand.
 // - ZQ_KEEP_WRITES(p) stops the compiler from removing writes to the memory at p that the program does not read before

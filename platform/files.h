@@ -136,10 +136,11 @@ namespace plat
     /// Returns null on failure.
     std::FILE * StreamOpenLog(char const * szPath);
 
-    /// Starts a new log file if the log holds more than nLimit bytes. If that file was deleted, or another process has
-    /// renamed it as below, the stream continues in the file that szPath names, or in a new one. Others may write to it
-    /// meanwhile. Requires that StreamOpenLog opened pStream with szPath. Returns the size of the stream's file in
-    /// bytes, or 0 if the system can't report it.
+    /// Starts a new log file if the present one has more than nLimit bytes. Returns the size of the stream's file in
+    /// bytes, or 0 if the system can't report it. Others may write to the file meanwhile. Requires that StreamOpenLog
+    /// opened pStream with szPath.
+    /// - If the present file was deleted, or another process has renamed it as below, the stream continues in the file
+    ///   that szPath names, or in a new one.
     /// - The full file gets ".1" at the end of its name, and previous ones ".2" up to the number nPrevious. The stream
     ///   continues in a new file szPath.
     /// - A file that another process has already renamed is not renamed again. While another process does so, the
@@ -150,8 +151,8 @@ namespace plat
     /// - On failure the stream continues in the old file.
     std::uint64_t StreamLimitLog(std::FILE * pStream, char const * szPath, std::uint64_t nLimit, int nPrevious);
 
-    /// Returns whether a stream has no buffer, as those of StreamOpenLog. False means that the log's stream was closed
-    /// and another one now has its address.
+    /// Returns whether a stream has no buffer, as those of StreamOpenLog. For one of those, false means that it was
+    /// closed and another stream now has its address.
     bool StreamIsUnbuffered(std::FILE * pStream);
 
     /// Returns the identity of the file that a stream writes to. Returns all zero if it has no file.

@@ -1,6 +1,6 @@
 // threads.h: locks, wake-ups and threads.
 //
-// The types of their state belong to the system and are in its folder, in system/threads.h. All of them are usable from
+// The types of their state belong to the system and are in its folder, in system/threads.h. All classes are usable from
 // constant initialisation on.
 #pragma once
 
@@ -110,8 +110,8 @@ namespace plat
         WaitWord_t m_nSet{ 0 };
     };
 
-    /// One thread that runs a plain function. Start and Join belong to one thread. The destructor does not wait for the
-    /// end. Requires that the object lives until the function runs.
+    /// A thread that runs a plain function. The destructor does not wait for the thread's end. Requires that Start and
+    /// Join are called by one thread, and that the object lives until the function begins.
     class Thread_c
     {
     public:

@@ -18,7 +18,7 @@ TEST(Binding, ABlockReachesTheHeapThatItCameFrom)
     // Under an emulator the checker of leaks waits for ever.
     std::string const sPrefix =
         std::string(*TEST_EMULATOR ? "ASAN_OPTIONS=detect_leaks=0 " : "") + TEST_EMULATOR BINDING_FOLDER "/";
-    // A program that reaches the library in one way, and how often it says that its `delete` is another heap's. The
+    // A program that reaches the library in one way, and how often it reports that its `delete` is another heap's. The
     // checker refuses a plugin that binds deep, and a foreign delete.
     for (auto const & [szCommand, nNotices] :
         Rows_t<char const *, int>{ { "binding_direct", plat::ADDRESS_CHECKER }, { "binding_through_engine", 1 },

@@ -27,7 +27,7 @@ TEST(Adsr, MatchesTheBitsOfTheGoldenTable)
     }
 }
 
-TEST(Adsr, ReportsThePhaseAndStretchesOneOfThem)
+TEST(Adsr, StretchesOnePhaseAndReportsThePhaseOfEachTime)
 {
     ADSR_c Envelope;
     EXPECT_EQ(std::tuple(Envelope.Get(), Envelope.GetMin(), Envelope.GetMax()), std::tuple(0.0f, 1.0f, 0.5f));

@@ -126,12 +126,7 @@ TEST(Array, StatesItsPreconditions)
     EXPECT_EQ(FailedConditions([&] { dArray.Delete(0); }), "index >= 0 && index < iLength");
     EXPECT_EQ(dArray.Add(7), 0) << "the failed deletion changed no length";
     SortedArray_T<int, StaticArrayLenTraits_T<int, 2>> dFull;
-    auto const AddThree = [&]
-    {
-        dFull.Add(1);
-        dFull.Add(2);
-        dFull.Add(3);
-    };
+    auto const AddThree = [&] { Fill(dFull, std::vector{ 1, 2, 3 }); };
     EXPECT_EQ(FailedConditions(AddThree), "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
     EXPECT_THAT(std::span(dFull.begin(), dFull.end()), ElementsAre(1, 3));
 }
@@ -217,10 +212,12 @@ TEST(Link, ListGrowsAtItsHeadAndLosesAnyNode)
         pHead = dNodes[iNode]->Unlink(pHead);
         delete dNodes[iNode];
         std::string sText;
-        for (Node_t *pLast = nullptr, *p = pHead; p; pLast = p, p = p->pNext)
+        Node_t const * pLast = nullptr;
+        for (Node_t const * pNode = pHead; pNode; pNode = pNode->pNext)
         {
-            EXPECT_EQ(p->pPrev, pLast);
-            sText += std::to_string(p->Get());
+            EXPECT_EQ(pNode->pPrev, pLast);
+            sText += std::to_string(pNode->Get());
+            pLast = pNode;
         }
         EXPECT_EQ(sText, szLeft);
     }

@@ -38,12 +38,12 @@ namespace
     std::string WithoutAddresses(std::string sText)
     {
         constexpr std::size_t PREFIX = 2, DIGITS = 6;
-        for (std::size_t n = sText.find("0x"); n != std::string::npos; n = sText.find("0x", n + PREFIX))
+        for (std::size_t nAt = sText.find("0x"); nAt != std::string::npos; nAt = sText.find("0x", nAt + PREFIX))
         {
-            std::size_t const nEnd = sText.find_first_not_of(plat::HEX_DIGITS, n + PREFIX);
-            if (nEnd - n >= PREFIX + DIGITS)
+            std::size_t const nEnd = sText.find_first_not_of(plat::HEX_DIGITS, nAt + PREFIX);
+            if (nEnd - nAt >= PREFIX + DIGITS)
             {
-                sText.replace(n + PREFIX, nEnd - n - PREFIX, "@");
+                sText.replace(nAt + PREFIX, nEnd - nAt - PREFIX, "@");
             }
         }
         return sText;
@@ -133,9 +133,9 @@ TEST_F(CrashDetails, SurviveADiskThatStops)
     EXPECT_THAT(sLog, ContainsRegex("log:\n(    \\|  *[0-9.]+\t0\tline [0-9]+ +end\n)+"
                                     "\\(cut: a fault, or the limit of 1 s\\)\ntimers:\n    Application\n    World\n"));
     int iLine = 8;   // the first of the last 32 of 40 lines
-    for (std::size_t n = sLog.find("line "); n != std::string::npos; n = sLog.find("line ", n + 1))
+    for (std::size_t nAt = sLog.find("line "); nAt != std::string::npos; nAt = sLog.find("line ", nAt + 1))
     {
-        EXPECT_EQ(std::stoi(sLog.substr(n + 5)), iLine++);
+        EXPECT_EQ(std::stoi(sLog.substr(sLog.find(' ', nAt))), iLine++);
     }
     EXPECT_GT(iLine, 20);
 

@@ -42,7 +42,7 @@ TEST(StringHash, BehavesLikeAMapOverRandomOperations)
     Item_s dItems[40];
     for (int iStep = 0; iStep < 100000; ++iStep)
     {
-        int const iItem = static_cast<int>(Random() % 40);
+        int const iItem = static_cast<int>(Random() % std::size(dItems));
         Item_s & Item = dItems[iItem];
         Item.sName = NewString("%c%c", static_cast<char>('a' + iItem % 5), static_cast<char>('A' + iItem / 5));
         auto const Known = Model.find(Item.sName.GetBuffer());
@@ -103,7 +103,8 @@ TEST(StringHash, FindsNoAbsentNameInASmallTableThatWasFull)
 
 TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
 {
-    static StringHash_T<Item_s, 8, 256, 117> s_Table;
+    constexpr int SLOTS = 256, STEP = 117, PROBES = SLOTS * 2 / 3;   // a chain has two thirds of the slots (chash.h)
+    static StringHash_T<Item_s, 8, SLOTS, STEP> s_Table;
     std::mt19937 Random(3);
     Item_s dItems[200];
     for (int iRound = 0; iRound < 20; ++iRound)
@@ -113,14 +114,14 @@ TEST(StringHash, PlacesKeysInTheFirstFreeSlotOfTheirChain)
         for (Item_s & Item : dItems)
         {
             Item.sName = NewString("n%u", static_cast<unsigned>(Random() % 1000));
-            int iSlot = static_cast<int>(StringHashOf(Item.sName)) & 255;
+            int iSlot = static_cast<int>(StringHashOf(Item.sName)) & (SLOTS - 1);
             int nProbes = 0;
-            while (nProbes < 170 && Model.contains(iSlot) && Model[iSlot]->sName != Item.sName)
+            while (nProbes < PROBES && Model.contains(iSlot) && Model[iSlot]->sName != Item.sName)
             {
-                iSlot = (iSlot + 117) & 255;
+                iSlot = (iSlot + STEP) & (SLOTS - 1);
                 ++nProbes;
             }
-            int const iExpected = nProbes == 170 ? HASH_FULL : Model.contains(iSlot) ? HASH_PRESENT : HASH_ADDED;
+            int const iExpected = nProbes == PROBES ? HASH_FULL : Model.contains(iSlot) ? HASH_PRESENT : HASH_ADDED;
             ASSERT_EQ(s_Table.Add(&Item, &Item.sName), iExpected) << "round " << iRound;
             if (iExpected == HASH_ADDED)
             {

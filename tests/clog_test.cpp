@@ -122,6 +122,9 @@ TEST(LogFormat, TextIsThatOfPrintfAndWideTextUtf8InEveryLocale)
     ExpectLikePrintf(
         2049, "%5.2f %e %Lg %.3s %*d %-*d| %.*s %ls", 1.5, 2.5, 3.5L, "abcdef", 6, 7, 8, 9, 2, "xyz", L"\u00e4");
     ExpectLikePrintf(2049, "%Ld %Lx %ls", 1LL << 40, 0xABCDEF0123ULL, L"\u00e4");
+    ExpectLikePrintf(2049, ("%" + std::string(100, '-') + "5d|%ls").c_str(), 7, L"a");
+    int volatile nNarrowest = INT_MIN;
+    EXPECT_EQ(NewString("%*ls", nNarrowest, L"x"), NewString("x%254s", ""));      // as wide as the text has room
     EXPECT_STREQ(NewString("%ls|%i", L"\xD800\u00e4", 1), "\uFFFD\u00e4|1");   // half a pair is no character
 }
 

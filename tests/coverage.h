@@ -7,7 +7,7 @@
 extern "C" void CoverageDump() __asm__("__gcov_dump") __attribute__((weak));
 extern "C" void CoverageReset() __asm__("__gcov_reset") __attribute__((weak));
 
-/// Writes the counts since the start or the previous call. Does nothing in other builds.
+/// Writes the counts since the start or the previous call. Does nothing without ZQCORE_COVERAGE.
 inline void WriteCoverage()
 {
     if (CoverageDump != nullptr && CoverageReset != nullptr)

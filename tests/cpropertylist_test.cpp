@@ -3,8 +3,6 @@
 
 #include <memory>
 
-using namespace std::string_literals;
-
 namespace
 {
     class PropertyListTest : public MediaTest

@@ -34,6 +34,8 @@ namespace
         return sText;
     }
 
+    using Model_t = std::map<std::string, std::map<std::string, std::string>>;   // values by folded key and name
+
     // Fixture that stores both trees in a folder of the test.
     class RegistryTest : public testing::Test
     {
@@ -88,6 +90,21 @@ namespace
                 sNames += std::string(szName) + " ";
             }
             return sNames;
+        }
+
+        // Expects the values of all keys of a model.
+        static void ExpectValues(Model_t const & dModel)
+        {
+            Registry_c Registry;
+            for (auto const & [sKey, dValues] : dModel)
+            {
+                ASSERT_TRUE(Registry.OpenKey(sKey.c_str(), 0));
+                EXPECT_EQ(Figures(Registry)[2], static_cast<int>(dValues.size())) << "number of values";
+                for (auto const & [sName, sData] : dValues)
+                {
+                    ASSERT_EQ(Read(sKey.c_str(), sName.c_str()), sData) << sKey << " " << sName;
+                }
+            }
         }
 
         // Returns how many files of writers at work a key has.
@@ -316,7 +333,7 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
     std::string const dNames[] = { "", "one", "ONE", "a\\b", "\xC3\xA4/%41", "A", "%41", "=~@.", "..", "@key", "~",
         sLongA, sLongB };
     auto const fnPick = [&Random](auto const & dTexts) { return dTexts[Random() % std::size(dTexts)]; };
-    std::map<std::string, std::map<std::string, std::string>> dModel;   // values by folded key and name
+    Model_t dModel;
     Registry_c Registry;
     for (int iStep = 0; iStep < 3000; ++iStep)
     {
@@ -365,15 +382,7 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
                     { return Entry.first == sModelKey || Entry.first.starts_with(sModelKey + "\\"); });
             }
         }
-        for (auto const & [sAnyKey, dAll] : dModel)
-        {
-            ASSERT_TRUE(Registry.OpenKey(sAnyKey.c_str(), 0));
-            EXPECT_EQ(Figures(Registry)[2], static_cast<int>(dAll.size())) << "number of values";
-            for (auto const & [sAnyName, sData] : dAll)
-            {
-                ASSERT_EQ(Read(sAnyKey.c_str(), sAnyName.c_str()), sData) << sAnyKey << " " << sAnyName;
-            }
-        }
+        ASSERT_NO_FATAL_FAILURE(ExpectValues(dModel));
     }
 }
 

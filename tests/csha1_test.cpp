@@ -12,7 +12,7 @@ namespace
         return reinterpret_cast<unsigned char const *>(sText.data());
     }
 
-    // Returns a context to which the text was input in pieces of nPiece bytes.
+    // Returns a context that has the text, input in pieces of nPiece bytes.
     SHA1Context Fed(std::string const & sText, std::size_t nPiece)
     {
         SHA1Context Context;
@@ -46,14 +46,15 @@ namespace
     }
 }
 
-// The expected value was made with another implementation.
+// The expected value comes from another implementation.
 TEST(Sha1, PadsEveryLengthAndTakesAnyPieces)
 {
+    constexpr std::size_t MOST = 600;
     std::string sDigests;
-    for (std::size_t n = 0; n <= 600; ++n)
+    for (std::size_t n = 0; n <= MOST; ++n)
     {
-        sDigests += Result(Fed(Pattern(n), 600));
-        ASSERT_EQ(Result(Fed(Pattern(600), n + 1)), Result(Fed(Pattern(600), 600))) << "in pieces of " << n + 1;
+        sDigests += Result(Fed(Pattern(n), MOST));
+        ASSERT_EQ(Result(Fed(Pattern(MOST), n + 1)), Result(Fed(Pattern(MOST), MOST))) << "in pieces of " << n + 1;
     }
     EXPECT_EQ(Result(Fed(sDigests, sDigests.size())), "e27ee72ba4e393c7d72389e023c09706ad98703e");
 }
@@ -94,7 +95,7 @@ TEST(Sha1, ReturnsThePublishedDigestAndRefusesNullTooLongAndWrongOrder)
 
     SHA1Context Done = Fed("abc", 1), Long = Fed("", 1), NoBytes = Done, NoOutput = Done;
     EXPECT_EQ(SHA1Result(&Done, dHash), shaSuccess);
-    EXPECT_EQ(Result(Done), "a9993e364706816aba3e25717850c26c9cd0d89d") << "published";
+    EXPECT_EQ(Result(Done), "a9993e364706816aba3e25717850c26c9cd0d89d") << "FIPS 180-1, appendix A";
     EXPECT_EQ(SHA1Input(&Done, nullptr, 0), shaSuccess);
     EXPECT_EQ(SHA1Input(&Done, &cByte, 1), shaStateError);
     Long.dwLengthLow = 0xFFFFFFF0u;

@@ -139,6 +139,10 @@ TEST(String, StatesThatTextsAreNotNull)
     EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(s == szNull); }), "sTxt != nullptr");
     EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(s != szNull); }), "sTxt != nullptr");
     EXPECT_EQ(FailedConditions([&] { EXPECT_STREQ(s += szNull, "x"); }), "sTxt != nullptr");
+    EXPECT_EQ(FailedConditions([&] { EXPECT_EACH(s.StrPos(szNull) == -1, s.StrLastPos(szNull) == -1); }),
+        "sNeedle != nullptr & sNeedle != nullptr");
+    EXPECT_EQ(FailedConditions([&] { EXPECT_EACH(!s.Begins(szNull), !s.Ends(szNull)); }),
+        "sPrefix != nullptr & sPrefix != nullptr");
     s = nullptr;
     EXPECT_EACH(s.IsEmpty(), s.Capacity() == 8);
 }

@@ -22,7 +22,7 @@ namespace
         return sAll;
     }
 
-    // A scan of a block of exactly its size, so that an address checker reports a read beyond it.
+    // A scan of a text in a block of exactly its size, so that an address checker reports a read beyond the text.
     struct Scan_s
     {
         std::vector<char> dBytes;
@@ -187,7 +187,7 @@ TEST(WarehouseScan, SearchesFindWhatAWalkOverAllLinesFinds)
     for (int iRound = 0; iRound < 4000; ++iRound)
     {
         std::string sData;
-        for (std::size_t n = Random() % (iRound % 100 ? 40 : 9000); n > 0; --n)
+        for (std::size_t nPieces = Random() % (iRound % 100 ? 40 : 9000); nPieces > 0; --nPieces)
         {
             sData += s_dPieces[Random() % std::size(s_dPieces)];
         }

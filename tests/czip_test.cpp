@@ -221,9 +221,9 @@ TEST_F(FileZipTest, SkipsHostileEntriesWithALineEach)
         { "sub/twin.txt", {}, "it is a duplicate" },
     };
     Entries_t dEntries = { { "good.txt", "good" }, { "twin.txt", "first" }, { "bomb", std::string(2 << 20, '\0') } };
-    for (auto const & Row : dRows)
+    for (auto const & [sMarked, Change, sReason] : dRows)
     {
-        dEntries.emplace_back(std::get<0>(Row), "hostile");
+        dEntries.emplace_back(sMarked, "hostile");
     }
     Zip("h.zip", dEntries);
     for (auto const & [sMarked, Change, sReason] : dRows)
@@ -296,7 +296,10 @@ TEST_F(FileZipTest, DamagedContentsFailWithAReasonAndLeaveNothing)
         FileReset();
     }
     FileSetEmptyAllowed(false);
+}
 
+TEST_F(FileZipTest, ACutOrAbsentArchiveFailsToMountWithAReason)
+{
     Zip("w.zip", { { "=stored.txt", Noise(300) }, { "deflated.txt", Noise(300) } });
     std::string const sWhole = m_Folder.Read("w.zip");
     for (std::size_t nCut = 0; nCut < sWhole.size(); nCut += 7)

@@ -23,6 +23,7 @@ inline bool g_bRegisterItself = true;                    // whether nodes can be
 inline std::vector<std::unique_ptr<Node_s>> g_dLoaded;   // all nodes that loads made
 inline Node_s g_StaticNode;                              // a static object with contents
 
+/// Serializer of Node_s. It keeps what loads make in g_dLoaded, and its protected functions are public.
 class NodeSerializer_c : public Serializer_c
 {
 public:

@@ -52,10 +52,8 @@ TEST_F(IndexFile, OfAnythingElseIsIgnored)
     EXPECT_FALSE(Loads(Other)) << "made of other debug information";
     IndexParts_t const Unsorted = { { { 16, 8, 300 }, { 0, 16, 11 } }, {} };
     IndexParts_t const Outside = { { { 0xFFFF, 2, 1 } }, {} };
-    for (IndexParts_t const & Parts : { Unsorted, Outside })
-    {
-        EXPECT_FALSE(ParseIndex(FormatIndex(KEY, Parts), KEY));
-    }
+    EXPECT_FALSE(ParseIndex(FormatIndex(KEY, Unsorted), KEY));
+    EXPECT_FALSE(ParseIndex(FormatIndex(KEY, Outside), KEY));
     std::filesystem::permissions(sFile, std::filesystem::perms::all);
     EXPECT_FALSE(Loads()) << "others may have written it";
     std::filesystem::rename(sFile, sFile + "x");

@@ -39,17 +39,20 @@ namespace
             }
             std::u16string sNames;
             auto const * pRecord = reinterpret_cast<char const *>(m_dBuffer.data());
-            for (plat::FolderChange_t Record{ 1, 0, 0 }; Record.nNext; pRecord += Record.nNext)
+            plat::FolderChange_t Record;
+            do
             {
                 std::memcpy(&Record, pRecord, sizeof Record);
                 std::u16string sName(Record.nNameBytes / 2, u' ');
                 std::memcpy(sName.data(), pRecord + sizeof Record, Record.nNameBytes);
                 sNames += Record.iAction == plat::FOLDER_CHANGE_MODIFIED ? sName + u';' : u"empty";
+                pRecord += Record.nNext;
             }
+            while (Record.nNext != 0);
             return sNames;
         }
 
-        // Returns whether a name has one letter. Such names stay known.
+        // Returns whether a name has one letter. The watch keeps such names.
         static bool IsKept(char const * szName) { return szName[1] == '\0'; }
 
         TempFolder_c m_Folder{ ROOT };
@@ -87,7 +90,7 @@ TEST_F(FolderWatch, WatchesTenThousandFoldersAndComesBackFromALostQueue)
     EXPECT_EQ(Batch(), u"lost\\a;1\\1\\a;");
 }
 
-// A host may close all descriptors. The bytes are an event that claims to be 4 GiB long.
+// A host may close all descriptors. dEvent is an event that claims to be 4 GiB long.
 TEST_F(FolderWatch, LeavesADescriptorThatIsAnothersByNow)
 {
     ASSERT_TRUE(m_Watch.Open(m_Folder.GetPath().c_str(), IsKept));
@@ -95,17 +98,14 @@ TEST_F(FolderWatch, LeavesADescriptorThatIsAnothersByNow)
     auto const HasQueue = [&] { return fs::read_symlink("/proc/self/fd/" + std::to_string(iQueue)) == INOTIFY; };
     auto const ReplaceQueue = [&](bool bQueue)
     {
-        std::uint32_t const dBytes[4] = { 1, 0, 0, 0xFFFFFFF0 };
+        std::uint32_t const dEvent[4] = { 1, 0, 0, 0xFFFFFFF0 };
         int dEnds[2] = { -1, -1 };
         EXPECT_EACH(HasQueue() == bQueue, pipe2(dEnds, O_NONBLOCK) == 0, dup2(dEnds[0], iQueue) == iQueue,
-            write(dEnds[1], dBytes, sizeof dBytes) == sizeof dBytes, Batch() == u"-");
+            write(dEnds[1], dEvent, sizeof dEvent) == sizeof dEvent, Batch() == u"-");
         m_Watch.Close();
-        char dRead[sizeof dBytes];
+        char dRead[sizeof dEvent];
         EXPECT_EQ(read(iQueue, dRead, sizeof dRead), static_cast<ssize_t>(sizeof dRead)) << "it is left";
-        for (int const iDescriptor : { iQueue, dEnds[0], dEnds[1] })
-        {
-            close(iDescriptor);
-        }
+        EXPECT_EACH(close(iQueue) == 0, close(dEnds[0]) == 0, close(dEnds[1]) == 0);
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild([&] { return ReplaceQueue(false); })), 0) << "it keeps no queue of the parent";

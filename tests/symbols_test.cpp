@@ -80,18 +80,18 @@ namespace
         plat::SymbolFrame_t Frame;
         std::string sName;
         std::string sPlace;   // "file:line", empty if unknown
-        std::uint64_t nDisplacement;
     };
 
     std::vector<Frame_s> Walk(plat::Symbols_c & Symbols)
     {
         std::vector<Frame_s> dFrames;
         std::array<char, 4096> szText{};
+        std::uint64_t nDisplacement;
         unsigned iLine;
         for (Frame_s At{}; Symbols.NextFrame(&At.Frame); dFrames.push_back(At))
         {
             std::uintptr_t const nInside = At.Frame.Address - (dFrames.empty() ? 0 : 1);
-            Symbols.FunctionAt(nInside, szText.data(), szText.size(), &At.nDisplacement);
+            Symbols.FunctionAt(nInside, szText.data(), szText.size(), &nDisplacement);
             At.sName = szText.data();
             bool const bLine = Symbols.LineAt(nInside, szText.data(), szText.size(), &iLine);
             At.sPlace = bLine ? std::string(szText.data()) + ":" + std::to_string(iLine) : "";
@@ -211,7 +211,7 @@ TEST_F(SymbolWalk, MemoryThatCannotBeReadEndsTheWalk)
         {
             std::uintptr_t nReturn = Addresses(WalkFrom(Real))[1];
             auto const nSlot = reinterpret_cast<std::uintptr_t>(&nReturn);
-            // Instruction, stack pointer and frame pointer; the addresses that the walk reports.
+            // Instruction, stack pointer, frame pointer, and the addresses that the walk reports.
             Rows_t<std::uintptr_t, std::uintptr_t, std::uintptr_t, std::vector<std::uintptr_t>> const dRows = {
                 { Real.nIp, 8, 8, { Real.nIp } }, { 0, 8, 8, { 0 } }, { 0, nSlot, 8, { 0, nReturn } }
             };

@@ -84,6 +84,10 @@ TEST(ZqtoolCheck, NamesThePlaceOfEachComplaint)
     {
         EXPECT_EQ(Checked(sName, sText), sExpected);
     }
+}
+
+TEST(ZqtoolCheck, OptionsChooseKindHeadAndSeparators)
+{
     EXPECT_EQ(Checked("e.dat", "\xFF\xFE@\0"s, "--as table"), ": the text is UTF-16; only UTF-8 is read\n"
                                                               ": table: 1 complaint; the rest was not read\n");
     EXPECT_EQ(Checked("e.dat", "x 1\n", "--head 'size'"), ": table, 1 row, 2 columns: no complaint\n");

@@ -226,9 +226,12 @@ TEST_F(ZqtoolCrash, ShowsARecursionOnceWithTheNumberOfItsTurns)
     EXPECT_THAT(RunTool("crash " + WriteDetails(Replaced(DETAILS, "#1 5566", sFew + "#7 5566"))).sOutput,
         HasSubstr("    #6   Walk+7  game\n    #7   Ship_c::Hit"))
         << "three turns are shown";
+}
+
+TEST_F(ZqtoolCrash, AThreadsNameForgesNoLock)
+{
     EXPECT_THAT(RunTool("crash " + WriteDetails(Replaced(DETAILS, "\"audio\"", "\"x, holds \"y\""))).sOutput,
-        HasSubstr("4712 \"x, holds \"y\", waits for g_csAsync: "))
-        << "a thread's name forges no lock";
+        HasSubstr("4712 \"x, holds \"y\", waits for g_csAsync: "));
 }
 
 TEST_F(ZqtoolCrash, NamesTheHostsFunctionAsTheCauseNotTheRuntimeThatEndsTheProcess)

@@ -4,7 +4,6 @@
 #include "tests/test_support.h"
 
 #include <algorithm>
-#include <array>
 
 namespace
 {
@@ -98,19 +97,19 @@ TEST(ZqtoolMemory, ComparesSnapshots)
 TEST(ZqtoolMemory, ReportsWhatIsWrongAndReadsTheRest)
 {
     TempFolder_c const Folder;
-    using Row_t = std::array<std::string, 3>;
     std::string const sHead = "Memory allocations\n";
     std::string const sBlock = "60; GFX; x.cpp(12)\n";
-    for (auto const & [sWhat, sReport, sExpected] : { Row_t{ "empty", "", "(1): not a report of allocations" },
-             { "foreign", "a;b\n", "(1): not a report of allocations" },
-             { "cut short", sHead + sBlock, "(3): the report breaks off" },
-             { "no title", sHead + sBlock + "\nTotal\n1; total\n", "(4): not the title of the total: Total\n" },
-             { "no total", sHead + sBlock + "\nTotal allocations\nx; total\n", "(5): not a total: x; total\n" },
-             { "blocks are missing", REPORT + "0" + TAIL, "(8): the report says 40 blocks, but lists 4" },
-             { "bad size", sHead + sBlock + "6x; GFX; y.cpp(1)\n", "(3): not a block: 6x; GFX; y.cpp(1)" },
-             { "negative", sHead + sBlock + "-6; GFX; y.cpp(1)\n", "(3): not a block: " },
-             { "too large", sHead + "99999999999999999999; GFX; y.cpp(1)\n" + sBlock, "(2): not a block: " },
-             { "no source", sHead + "5; GFX\r\n" + sBlock, "(2): not a block: 5; GFX\n" } })
+    for (auto const & [sWhat, sReport, sExpected] :
+        Rows_t<std::string, std::string, std::string>{ { "empty", "", "(1): not a report of allocations" },
+            { "foreign", "a;b\n", "(1): not a report of allocations" },
+            { "cut short", sHead + sBlock, "(3): the report breaks off" },
+            { "no title", sHead + sBlock + "\nTotal\n1; total\n", "(4): not the title of the total: Total\n" },
+            { "no total", sHead + sBlock + "\nTotal allocations\nx; total\n", "(5): not a total: x; total\n" },
+            { "blocks are missing", REPORT + "0" + TAIL, "(8): the report says 40 blocks, but lists 4" },
+            { "bad size", sHead + sBlock + "6x; GFX; y.cpp(1)\n", "(3): not a block: 6x; GFX; y.cpp(1)" },
+            { "negative", sHead + sBlock + "-6; GFX; y.cpp(1)\n", "(3): not a block: " },
+            { "too large", sHead + "99999999999999999999; GFX; y.cpp(1)\n" + sBlock, "(2): not a block: " },
+            { "no source", sHead + "5; GFX\r\n" + sBlock, "(2): not a block: 5; GFX\n" } })
     {
         Result_t const Result = RunTool("memory " + Folder.Write("bad.csv", sReport));
         EXPECT_EQ(Result.iStatus, 1) << sWhat;

@@ -122,26 +122,32 @@ std::size_t ZipArchive_c::ReadAt(std::uint32_t nAt, void * pBuffer, std::size_t 
     return ReadDisk(nAt, pBuffer, nBytes);
 }
 
-// Reads from a position of the file and returns the number of bytes. A forked child shares the parent's handle and its
-// position, so it opens the file again. Reads nothing if that fails or leads to another file.
+// Opens the file again in a forked child, which shares the parent's handle and its position. Leaves no stream if that
+// fails or leads to another file.
+void ZipArchive_c::ReopenStream()
+{
+    plat::FileTime_t const tLastWrite = m_Disk.ftLastWriteTime;
+    File_c::Reason_t sWhyNot;
+    bool bSame = false;
+    if (m_pStream)   // null if the parent is a child that could not open the file again
+    {
+        m_pStream->CloseStored();
+        bSame = OpenStream(sWhyNot) && m_pStream->FileSize() == m_nSize && m_Disk.ftLastWriteTime == tLastWrite;
+    }
+    if (m_pStream && !bSame)
+    {
+        m_pStream->CloseStored();
+        m_pStream = nullptr;
+    }
+}
+
+// Reads from a position of the file and returns the number of bytes. Reads nothing if there is no stream.
 std::size_t ZipArchive_c::ReadDisk(std::uint32_t nAt, void * pBuffer, std::size_t nBytes)
 {
     if (m_bForked)
     {
         m_bForked = false;
-        plat::FileTime_t const tLastWrite = m_Disk.ftLastWriteTime;
-        File_c::Reason_t sWhyNot;
-        bool bSame = false;
-        if (m_pStream)   // null if the parent is a child that could not open the file again
-        {
-            m_pStream->CloseStored();
-            bSame = OpenStream(sWhyNot) && m_pStream->FileSize() == m_nSize && m_Disk.ftLastWriteTime == tLastWrite;
-        }
-        if (m_pStream && !bSame)
-        {
-            m_pStream->CloseStored();
-            m_pStream = nullptr;
-        }
+        ReopenStream();
     }
     if (!m_pStream || (nAt != m_nStreamAt && m_pStream->SeekStored(static_cast<long>(nAt), 0) == 0))
     {

@@ -84,6 +84,7 @@ private:
         return Other.m_nSize == m_nSize && Other.m_Disk.ftLastWriteTime == m_Disk.ftLastWriteTime;
     }
     bool OpenStream(File_c::Reason_t & sWhyNot);
+    void ReopenStream();
     std::size_t ReadDisk(std::uint32_t nAt, void * pBuffer, std::size_t nBytes);
     std::size_t ReadBuffered(void * pBuffer, std::size_t nBytes);
     zip_int64_t ReadDirectory(void * pBuffer, zip_uint64_t nBytes);

@@ -7,6 +7,7 @@
 
 namespace
 {
+    // Size of a field: bits of a row, rows of a plane, planes.
     struct Extent_s
     {
         int iX = 0, iY = 0, iZ = 1;   // a plane is one deep

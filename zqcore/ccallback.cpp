@@ -42,7 +42,7 @@ namespace
         fnCall(8u, g_FileReadErrorCallbacker);
     }
 
-    // Returns the bits of the lists that are firing. Requires the lock.
+    // Returns the bits of the lists that are firing. Requires that the calling thread holds the lock.
     std::uint32_t FiringLists()
     {
         std::uint32_t dwLists = 0;
@@ -50,7 +50,7 @@ namespace
         return dwLists;
     }
 
-    // Enters the lock and returns true. In a FiringNoWait_c returns false if another thread holds it.
+    // Enters the lock and returns true. Inside a FiringNoWait_c, returns false if another thread holds it.
     bool Grant()
     {
         if (t_nNoWaits > 0)

@@ -121,7 +121,7 @@ public:
 
     static constexpr std::size_t TEXT_SIZE = 16384;   // bytes of a message with its terminator; longer ones are cut
 
-    /// Returns the only instance, created by the first call.
+    /// Returns the only instance.
     ZQ_API static DebugMessages_c & Get();
 
     /// Shows the text of a failed condition. Returns whether the caller must break into the debugger. Returns false,

@@ -57,8 +57,7 @@ namespace
 
     char const * ExceptionName(std::uint32_t nCode)
     {
-        constexpr std::uint32_t CONTROL_C =
-            0xC000013A;   // the NTSTATUS of a process that was interrupted; never raised
+        constexpr std::uint32_t CONTROL_C = 0xC000013A;   // STATUS_CONTROL_C_EXIT (ntstatus.h); never raised
         char const * const szName = FaultNameOf(nCode);
         return szName != nullptr ? szName : nCode == CONTROL_C ? "CONTROL_C_EXIT" : "unknown";
     }
@@ -224,7 +223,7 @@ namespace
         return g_Lock.IsMine() || g_iThread == plat::ThreadId();
     }
 
-    // Passes a fault to the support thread. Returns false if none runs.
+    // Passes a fault to the support thread. Returns false if none runs or Stop ends it.
     bool Post(plat::FaultPointers_t const * pPointers)
     {
         Scope_c const Scope;

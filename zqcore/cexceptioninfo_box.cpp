@@ -14,7 +14,7 @@ namespace
     char g_szMessageTrace[MESSAGE_TRACE_SIZE];
 
     // Arguments of MessageBoxWithTrace.
-    struct Message_s
+    struct Message_t
     {
         void * hOwner;
         char const * szText;
@@ -50,7 +50,7 @@ namespace
 
     // Shows the message with the trace of the calling thread and returns the answer. The frame of this function exists
     // while the stack is walked, and is the first that nSkip counts.
-    ZQ_COLD int ShowFromHere(Message_s const & Message)
+    ZQ_COLD int ShowFromHere(Message_t const & Message)
     {
         plat::FaultContext_t Context;
         plat::FaultContextCapture(&Context);

@@ -1,5 +1,5 @@
-// The file of details beside a report: sections of lines that a person reads and a program parses. docs/formats.md
-// describes it.
+// The file of details beside a report: sections of lines that a person reads and a program parses.
+// docs/formats.md describes it.
 #include "zqcore/cexceptionreport_internal.h"
 
 #include "platform/clock.h"
@@ -130,6 +130,7 @@ namespace
         }
     }
 
+    // An address whose module is wanted, and the line that names it.
     struct Place_t
     {
         std::uintptr_t Address;
@@ -137,6 +138,7 @@ namespace
         bool bFound;
     };
 
+    // Adds the module's file name, each blank as `\x20`, and the offset in the module, if it holds the address.
     void AddIfInModule(plat::Module_t const & Module, void * pPlace)
     {
         auto & Place = *static_cast<Place_t *>(pPlace);

@@ -24,6 +24,11 @@ namespace exceptionreport
     inline constexpr std::size_t NAME_SIZE = 1024;     // bytes of the name of a function, a variable or a file
     inline constexpr std::size_t STACK_FRAMES = 256;   // further outer frames are left out
 
+    /// Parts of the listing of code: the bytes that are read at once if not all are readable, and the bytes before the
+    /// piece of the address.
+    inline constexpr std::size_t SPAN_PIECE = 32;
+    inline constexpr std::uintptr_t SPAN_BEFORE = 128;
+
     /// Bytes of the path of a report: its folder and its name.
     inline constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64;
 
@@ -35,7 +40,7 @@ namespace exceptionreport
         Text_c(char * szText, std::size_t nSize);
 
         /// Appends a formatted text, cut to what fits.
-        void Add(char const * fmt, ...) ZQ_PRINTF(2, 3);
+        void Add(char const * szFormat, ...) ZQ_PRINTF(2, 3);
 
         /// Appends a text from outside, such as a name, or its first nMost bytes, at most LINE_SIZE - 1. Escapes
         /// control characters except tabs.

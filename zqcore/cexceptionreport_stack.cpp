@@ -17,10 +17,8 @@ namespace
 {
     using namespace exceptionreport;
 
-    constexpr std::size_t SPAN_SIZE = 272;        // bytes; those after SPAN_READ stay zero
-    constexpr std::size_t SPAN_READ = 256;        // bytes of code in which instructions begin
-    constexpr std::size_t SPAN_PIECE = 32;        // bytes that are read at once if not all are readable
-    constexpr std::uintptr_t SPAN_BEFORE = 128;   // bytes before the piece of the address
+    constexpr std::size_t SPAN_SIZE = 272;   // bytes; those after SPAN_READ stay zero
+    constexpr std::size_t SPAN_READ = 256;   // bytes of code in which instructions begin
 
     class ReportSink_c final : public CodeListingSink_c
     {
@@ -46,6 +44,7 @@ namespace
         }
     };
 
+    // Removes white space from both ends of a text.
     void Trim(char const *& pText, std::size_t & nText)
     {
         auto const fnIsSpace = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
@@ -59,6 +58,7 @@ namespace
         }
     }
 
+    // Appends the name of a frame's function, or else its place in a module, and two blanks.
     void AddFunction(plat::Symbols_c & Symbols, plat::SymbolFrame_t const & Frame, Text_c & Line)
     {
         char szName[NAME_SIZE];
@@ -80,6 +80,7 @@ namespace
         Line.Add("  ");
     }
 
+    // Appends the place of a frame in the source, and the line there. Appends nothing if the place is unknown.
     void AddSource(plat::Symbols_c & Symbols, plat::SymbolFrame_t const & Frame, Text_c & Line)
     {
         char szFile[NAME_SIZE];
@@ -182,11 +183,11 @@ exceptionreport::Text_c::Text_c(char * szText, std::size_t nSize)
     m_szText[0] = '\0';
 }
 
-void exceptionreport::Text_c::Add(char const * fmt, ...)
+void exceptionreport::Text_c::Add(char const * szFormat, ...)
 {
     std::va_list args;
-    va_start(args, fmt);
-    int const nAdded = std::vsnprintf(m_szText + m_nLength, m_nSize - m_nLength, fmt, args);
+    va_start(args, szFormat);
+    int const nAdded = std::vsnprintf(m_szText + m_nLength, m_nSize - m_nLength, szFormat, args);
     va_end(args);
     std::size_t const nWhole = m_nLength + static_cast<std::size_t>(std::max(nAdded, 0));
     m_bCut = m_bCut || nWhole > m_nSize - 1;

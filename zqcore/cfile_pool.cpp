@@ -10,7 +10,7 @@ namespace
     constexpr int FILES_EXPECTED = 8192;   // expected files; each growth has room for at least a sixteenth of them
     static_assert(alignof(FileOnDisk_c) <= MEMORY_ALIGNMENT);
 
-    // Holds the pool and never destroys it: objects may outlive every destructor of the process.
+    // The pool, which is never destroyed: objects may outlive every destructor of the process.
     union Pool_u
     {
         constexpr Pool_u()
@@ -23,6 +23,7 @@ namespace
 
     constinit Pool_u g_Pool;
 
+    // Returns the pool. The first call initialises it.
     GigaPoolResizeable_c & Pool()
     {
         if (g_Pool.Pool.ElementSize() == 0) [[unlikely]]
@@ -32,8 +33,8 @@ namespace
         return g_Pool.Pool;
     }
 
-    // Returns storage for an object. Objects are mostly allocated in a row, so it also prefetches the cache lines of a
-    // later one that its construction will write, before and after the text sRequestedName.
+    // Returns storage for an object. Also prefetches the cache lines that the construction of a later one will write,
+    // before and after the text sRequestedName: objects are mostly allocated in a row.
     void * AllocateObject()
     {
         constexpr std::size_t BYTES_AFTER = sizeof(plat::Lock_c) + ZQ_CACHE_LINE;

@@ -44,13 +44,13 @@
 
 #include "zqcore/cfile.h"
 
-/// Limit of registered extensions. If there are this many already, FileStayerRegister asserts. The number of extensions
-/// that one call adds is not limited.
+/// Number of registered extensions from which on FileStayerRegister asserts. A single call may register more.
 inline constexpr int g_iMaxStayerTypes = 32;
 
 /// Registers extensions. Their first 7 characters are compared exactly. A file that is in memory already becomes a
 /// stayer at its next read. Requires that the list ends with a null pointer, and that the extensions are in lower case
-/// and begin with the dot. Asserts that the list is not empty.
+/// and begin with the dot. Asserts that the list is not empty, and that fewer than g_iMaxStayerTypes extensions
+/// are registered so far.
 ZQ_API void FileStayerRegister(char const * szExtList, ...);
 
 /// Removes the registered extensions. Stayers remain stayers.

@@ -4,6 +4,8 @@
 #include "zqcore/cmemory.h"
 #include "zqcore/cstring.h"
 
+#include <algorithm>
+
 FileExcludes_c g_sExcludedFolders;
 FileExcludes_c g_sExcludedFiles;
 
@@ -11,14 +13,16 @@ void FileExcludes_c::Add(char const * szName)
 {
     MemCategoryScope_c const Category(mem::file);
     ZQ_ASSERT(szName);
-    bool bNew = szName != nullptr;
-    for (String_T<256> const * pName : m_dNames)
+    if (!szName)
     {
-        bNew = bNew && *pName != szName;
+        return;
     }
-    if (bNew)
+    String_T<256> const sName(szName);
+    bool const bKnown = std::any_of(
+        m_dNames.begin(), m_dNames.end(), [&sName](String_T<256> const * pName) { return *pName == sName; });
+    if (!bKnown)
     {
-        m_dNames.Add(ZQ_NEW String_T<256>(szName));
+        m_dNames.Add(ZQ_NEW String_T<256>(sName));
     }
 }
 

@@ -56,7 +56,8 @@ namespace Tessel
         {
             return;
         }
-        (m_pPrevIncoming ? m_pPrevIncoming->m_pNextIncoming : m_pTarget->m_pIncoming) = m_pNextIncoming;
+        GcRef_c *& pLink = m_pPrevIncoming ? m_pPrevIncoming->m_pNextIncoming : m_pTarget->m_pIncoming;
+        pLink = m_pNextIncoming;
         if (m_pNextIncoming)
         {
             m_pNextIncoming->m_pPrevIncoming = m_pPrevIncoming;
@@ -71,7 +72,8 @@ namespace Tessel
         {
             return;
         }
-        (m_pPrevOutgoing ? m_pPrevOutgoing->m_pNextOutgoing : m_pSource->m_pOutgoing) = m_pNextOutgoing;
+        GcRef_c *& pLink = m_pPrevOutgoing ? m_pPrevOutgoing->m_pNextOutgoing : m_pSource->m_pOutgoing;
+        pLink = m_pNextOutgoing;
         if (m_pNextOutgoing)
         {
             m_pNextOutgoing->m_pPrevOutgoing = m_pPrevOutgoing;
@@ -113,7 +115,8 @@ namespace Tessel
         // Epochs are compared for equality only, so they may wrap.
         s_iEpoch = static_cast<int>(static_cast<unsigned>(s_iEpoch) + 1);
         g_Root.MarkReachable();
-        for (GcObj *pObject = s_pObjects, *pNext; pObject; pObject = pNext)
+        GcObj * pNext = s_pObjects;
+        while (GcObj * const pObject = pNext)
         {
             pNext = pObject->m_pNext;
             if (pObject->m_iEpoch != s_iEpoch)
@@ -186,7 +189,8 @@ namespace Tessel
     void GcObj::RemoveFromList()
     {
         GcObj *& pHead = s_pObjects == this ? s_pObjects : s_pCondemned;
-        (m_pPrev ? m_pPrev->m_pNext : pHead) = m_pNext;
+        GcObj *& pLink = m_pPrev ? m_pPrev->m_pNext : pHead;
+        pLink = m_pNext;
         if (m_pNext)
         {
             m_pNext->m_pPrev = m_pPrev;

@@ -21,7 +21,8 @@ namespace
         return iElements / GROUP + (iElements % GROUP != 0 ? 1 : 0);
     }
 
-    // Returns the bytes from an address to the next multiple of nAlignment, 0 if it is one. Requires a power of 2.
+    // Returns the bytes from an address to the next multiple of nAlignment, 0 if it is one. Requires that nAlignment
+    // is a power of 2.
     std::size_t AlignmentGap(void const * pAddress, std::size_t nAlignment)
     {
         auto const nAddress = reinterpret_cast<std::uintptr_t>(pAddress);
@@ -448,7 +449,8 @@ void * GigaPoolResizeable_c::AllocSlow(bool bArray)
     return pElement;
 }
 
-// Frees an element of a full group, the last one in use of a group, or one with the other bArray. Reports misuse.
+// Frees an element of a full group, the last one in use of a closed group or of the chunk, or one with the other
+// bArray. Reports misuse.
 void GigaPoolResizeable_c::FreeSlow(Chunk_s & Chunk, unsigned iElement, bool bArray)
 {
     GigaSlab_c & Slab = Chunk.Slab;

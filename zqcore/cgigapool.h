@@ -10,7 +10,7 @@
 // Threads: no lock; one thread at a time.
 // Cost: Alloc and Free take constant time, a few nanoseconds, unless they allocate or free a chunk. A pool adds 12
 // bytes for every 32 elements. A chunk adds up to 64 KiB of address space, which is counted but not touched. It also
-// adds 256 to 512 bytes for every 64 KiB, or up to 2 KiB if addresses collide; with 32 bits half of that.
+// adds 256 to 512 bytes for every 64 KiB, or up to 2 KiB if addresses collide. With 32 bits it adds half of that.
 // Failure: Alloc returns null if a fixed pool is full, or if its storage or a chunk would exceed half of the address
 // space. A lack of memory ends in Abort (cmemory.h). Free returns false for a foreign pointer. Misuse fails an
 // assertion and changes nothing, unless a declaration says otherwise.
@@ -77,7 +77,8 @@ public:
     /// storage. If the developer continues, it keeps that.
     void Init(std::span<std::byte> Storage, int iElementSize);
 
-    /// Returns the bytes of storage that hold a number of elements.
+    /// Returns the bytes of storage that hold a number of elements. Requires a number from 0 to MAX_ELEMENTS, and a
+    /// size above 0.
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {
         return GigaSlab_c::StorageFor(iElements, iElementSize);

@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <limits>
+#include <string_view>
 
 namespace
 {
@@ -255,6 +257,7 @@ namespace
     struct Conversion_s
     {
         static constexpr int NONE = -1;
+        static constexpr char FLAGS[] = "-+ #0'I";
 
         char const * pFlags;
         std::size_t nFlags = 0;
@@ -268,9 +271,9 @@ namespace
         Conversion_s(char const *& pFormat, Arguments_s & Arguments)
             : pFlags(pFormat)
         {
-            nFlags = std::strspn(pFormat, "-+ #0'I");
+            nFlags = std::strspn(pFormat, FLAGS);
             pFormat += nFlags;
-            nWidth = TakeNumber(pFormat, Arguments);
+            nWidth = std::max(TakeNumber(pFormat, Arguments), -std::numeric_limits<int>::max());
             if (std::memchr(pFlags, '-', nFlags) && nWidth > 0)
             {
                 nWidth = -nWidth;
@@ -311,12 +314,15 @@ namespace
             }
         }
 
-        // Writes the conversion with a number for each '*'.
+        // Writes the conversion with a number for each '*', and each of its flags once.
         void Spell(char * szOut, std::size_t nSize) const
         {
             Output_c Output(szOut, nSize);
             Output.PutCharacter('%');
-            Output.Put(pFlags, nFlags);
+            for (char const cFlag : std::string_view(FLAGS))
+            {
+                Output.Put(&cFlag, std::memchr(pFlags, cFlag, nFlags) ? 1 : 0);
+            }
             if (nWidth != 0)
             {
                 Output.PutNumber(nWidth);

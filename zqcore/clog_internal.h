@@ -54,9 +54,8 @@ public:
     }
 
     /// Starts a new file if this one has outgrown the limit of LogSetLimit. Does nothing for other streams,
-    /// including one that got the own one's address after a host closed that. The logs call it after
-    /// each line of nLine bytes, but LogWriteBare does not. fnPath(szPath) writes the path that the own stream was
-    /// opened with.
+    /// including one that got the own one's address after a host closed that. The logs call it after each line of
+    /// nLine bytes, but LogWriteBare does not. fnPath(szPath) writes the path that the own stream was opened with.
     template <typename PATH>
     void Limit(std::FILE * pStream, std::size_t nLine, PATH const & fnPath)
     {

@@ -18,9 +18,10 @@
 
 namespace
 {
-    constexpr std::size_t CURRENT_FOLDER_SIZE = 1015;   // leaves room for the default folder's name
-    constexpr int NAME_SIZE = 64;                       // bytes of a log's name with its terminator
-    constexpr int TABLE_SIZE = 64;                      // slots of the table of logs
+    constexpr wchar_t DEFAULT_FOLDER[] = L"\\GameLogs";   // below the current one
+    constexpr std::size_t CURRENT_FOLDER_SIZE = WIDE_PATH_SIZE - std::size(DEFAULT_FOLDER) + 1;   // leaves room for it
+    constexpr int NAME_SIZE = 64;    // bytes of a log's name with its terminator
+    constexpr int TABLE_SIZE = 64;   // slots of the table of logs
 
     struct LogFile_t
     {
@@ -30,7 +31,7 @@ namespace
     };
 
     // The open log of a name.
-    struct Found_s
+    struct Found_t
     {
         std::FILE * pFile;
         LogStream_c * pStream;
@@ -56,6 +57,7 @@ namespace
         plat::FolderCreate(szFolder);
     }
 
+    // Writes the path of a log's file in the log folder.
     void WritePathInLogPath(char const * szName, char (&szPath)[LogStream_c::PATH_SIZE])
     {
         std::size_t const nFolder = plat::Utf8FromWide(szPath, WIDE_PATH_UTF8_SIZE, g_wszLogPath);
@@ -86,19 +88,19 @@ namespace
         return g_dLogFiles.FindByName(szName);
     }
 
-    // Adds a log to the table and returns a HashAdd_e. If another thread has added that name meanwhile, sets pFile to
+    // Adds a log to the table. If another thread has added that name meanwhile, returns HASH_PRESENT and sets pLog to
     // that thread's log.
-    int AddToTable(LogFile_t *& pFile)
+    HashAdd_e AddToTable(LogFile_t *& pLog)
     {
         plat::LockScope_c const Scope(g_TableLock);
-        int const iResult = g_dLogFiles.Add(pFile, &pFile->sName);
-        pFile = iResult == HASH_PRESENT ? g_dLogFiles.FindByName(pFile->sName) : pFile;
-        return iResult;
+        auto const eResult = static_cast<HashAdd_e>(g_dLogFiles.Add(pLog, &pLog->sName));
+        pLog = eResult == HASH_PRESENT ? g_dLogFiles.FindByName(pLog->sName) : pLog;
+        return eResult;
     }
 
     // Opens a log that is not in the table, adds it and returns it. Without room in the table the log shares
     // g_Unlisted. Returns nulls if the file can't be opened.
-    ZQ_COLD Found_s OpenLog(String_T<NAME_SIZE> const & sName)
+    ZQ_COLD Found_t OpenLog(String_T<NAME_SIZE> const & sName)
     {
         std::FILE * const pFile = OpenInLogPath(sName);
         if (!pFile)
@@ -123,7 +125,7 @@ namespace
     }
 
     // Opens the log of a name if needed, and returns it. Returns nulls for a null name or if the file can't be opened.
-    Found_s FindLog(char const * szName)
+    Found_t FindLog(char const * szName)
     {
         if (!szName)
         {
@@ -132,7 +134,7 @@ namespace
         MemCategoryScope_c const Scope(mem::logger);
         String_T<NAME_SIZE> const sKey(szName);
         LogFile_t * const pOpen = FindListed(sKey);
-        return pOpen ? Found_s{ pOpen->pFile, &pOpen->Stream } : OpenLog(sKey);
+        return pOpen ? Found_t{ pOpen->pFile, &pOpen->Stream } : OpenLog(sKey);
     }
 
     ZQ_COLD void ReportLost(char const * szName, std::uint32_t nLost)
@@ -145,7 +147,7 @@ namespace
 
     void WriteNamed(char const * szName, char const * pText, std::size_t nText)
     {
-        Found_s const Found = FindLog(szName);
+        Found_t const Found = FindLog(szName);
         if (!Found.pFile)
         {
             return;
@@ -186,7 +188,7 @@ bool ModuleLog_c::Initialize()
     if (!g_wszLogPath[0])
     {
         plat::ProcessCurrentFolder(g_wszLogPath, CURRENT_FOLDER_SIZE);
-        std::wcscat(g_wszLogPath, L"\\GameLogs");
+        std::wcscat(g_wszLogPath, DEFAULT_FOLDER);
     }
     plat::ProcessMakeAbsolute(g_wszLogPath, WIDE_PATH_SIZE);
     if (LogGetFolder()[0])
@@ -201,21 +203,21 @@ bool ModuleLog_c::Initialize()
 void ModuleLog_c::Shutdown()
 {
     MemCategoryScope_c const Scope(mem::logger);
-    LogFile_t * dFiles[TABLE_SIZE];
-    int nFiles = 0;
+    LogFile_t * dLogs[TABLE_SIZE];
+    int nLogs = 0;
     {
         plat::LockScope_c const Lock(g_TableLock);
         for (auto * pSlot = g_dLogFiles.First(); pSlot; pSlot = g_dLogFiles.Next(pSlot))
         {
-            dFiles[nFiles++] = pSlot->pObject;
+            dLogs[nLogs++] = pSlot->pObject;
         }
         g_dLogFiles.Reset();
     }
-    for (LogFile_t * const pFile : std::span(dFiles, static_cast<std::size_t>(nFiles)))
+    for (LogFile_t * const pLog : std::span(dLogs, static_cast<std::size_t>(nLogs)))
     {
-        ReportLost(pFile->sName, pFile->Stream.ExtractLost());
-        std::fclose(pFile->pFile);
-        delete pFile;
+        ReportLost(pLog->sName, pLog->Stream.ExtractLost());
+        std::fclose(pLog->pFile);
+        delete pLog;
     }
     Module_c::Shutdown();
 }

@@ -10,10 +10,11 @@
 
 namespace
 {
-    /// Whether the calling thread is in a foreign operator that passes blocks on. The library's operators, which it
-    /// calls, then reach the heap.
+    /// Whether the calling thread is in a foreign operator that passes blocks on. The library's operators, which that
+    /// one calls, then use the heap.
     ZQ_THREAD_LOCAL constinit bool t_bInForeign = false;
 
+    /// Scope in which the library calls a foreign operator.
     class ForeignScope_c
     {
     public:
@@ -23,8 +24,8 @@ namespace
         ForeignScope_c & operator=(ForeignScope_c const &) = delete;
     };
 
-    /// Allocates from the process's own operator and returns the block. Returns null if that fails while the heap is
-    /// not tracked. Otherwise a failure ends in Abort.
+    /// Allocates by the process's own operator, or by the heap if that operator passes this on, and returns the block.
+    /// Returns null if that fails while the heap is not tracked. Otherwise a failure ends in Abort.
     template <typename... ALIGNMENT>
     ZQ_COLD void * NewForeign(
         plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... nAlignment)
@@ -49,15 +50,15 @@ namespace
         }
     }
 
+    using AlignedPair_t = plat::OperatorPair_T<std::align_val_t>;
+
+    /// Allocate a block by the process's own operator if there is one, else by the heap, and return it or null.
     ZQ_INLINE void * New(plat::OperatorPair_T<> const & Foreign, std::size_t nBytes,
         int iBlockType = MEMORY_NORMAL_BLOCK, char const * szFile = nullptr, int iLine = 0)
     {
         return Foreign.fnNew ? NewForeign(Foreign, nBytes)
                              : HeapNew(nBytes, MEMORY_ALIGNMENT, iBlockType, szFile, iLine);
     }
-
-    using AlignedPair_t = plat::OperatorPair_T<std::align_val_t>;
-
     ZQ_INLINE void * New(AlignedPair_t const & Foreign, std::size_t nBytes, std::align_val_t nAlignment,
         int iBlockType = MEMORY_NORMAL_BLOCK, char const * szFile = nullptr, int iLine = 0)
     {
@@ -66,10 +67,10 @@ namespace
                              : HeapNew(nBytes, nHeapAlignment, iBlockType, szFile, iLine);
     }
 
-    /// Releases a block by the process's own operator, or one that this passes on by the heap. LANGUAGE is whether the
-    /// language's `delete` releases it. The process's own one may come first and pass on a block, which it may have
-    /// moved, so the block decides: one of the heap was passed on. That is wrong only for a block of the process's own
-    /// heap that begins where one of this heap does, if the library itself deletes it.
+    /// Releases a block by the process's own operator, or by the heap if that operator has passed the block on.
+    /// LANGUAGE is whether the language's `delete` releases it. The process's own `delete` may come first and pass on a
+    /// block that it has moved, so any block of the heap counts as passed on. That is wrong only if the library itself
+    /// deletes a block of the process's own heap that begins where one of this heap does.
     template <bool LANGUAGE, typename... ALIGNMENT>
     ZQ_COLD void DeleteForeign(plat::OperatorPair_T<ALIGNMENT...> const & Pair, void * pBlock, ALIGNMENT... nAlignment)
     {
@@ -82,6 +83,7 @@ namespace
         Pair.fnDelete(pBlock, nAlignment...);
     }
 
+    /// Releases a block of New. LANGUAGE is as for DeleteForeign.
     template <bool LANGUAGE, typename... ALIGNMENT>
     ZQ_INLINE void Delete(plat::OperatorPair_T<ALIGNMENT...> const & Foreign, void * pBlock, ALIGNMENT... nAlignment)
     {
@@ -95,11 +97,12 @@ namespace
         }
     }
 
+    /// Returns the block, or throws if it is null: the language's contract, while the heap is not tracked.
     void * Require(void * pBlock)
     {
         if (!pBlock)
         {
-            throw std::bad_alloc();   // the language's contract, while the heap is not tracked
+            throw std::bad_alloc();
         }
         return pBlock;
     }

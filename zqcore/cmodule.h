@@ -48,7 +48,7 @@ public:
     /// Returns the name that was passed to the constructor.
     char const * GetName() const { return m_szName; }
 
-    /// Returns the number of modules that the same InitializeAllModules had initialised before this one, or -1 before
+    /// Returns the number of modules that the same InitializeAllModules initialised before this one, or -1 before
     /// its first initialisation.
     int GetInitOrder() const { return m_iInitOrder; }
 

@@ -12,7 +12,7 @@ namespace
         std::size_t nBytes = 0;
     };
 
-    // Writer of the expanded form. Every step fails at the end of the input or of the output.
+    // Writer of the expanded form. Every step fails on invalid input, and at the end of the input or output.
     class Expander_c
     {
     public:
@@ -59,6 +59,7 @@ namespace
             plat::WordToLittle(m_pTable + iSlot * sizeof nOffset, nOffset);
         }
 
+        // Expands the strings of a group and ends it. Returns false on failure.
         bool ExpandGroup()
         {
             while (m_pInEnd - m_pIn >= 2 && (m_pIn[0] != 0 || m_pIn[1] != 0))
@@ -79,6 +80,7 @@ namespace
         }
 
         // Expands the next string of a kind, whose units have nUnit bytes each, and makes it the latest of the history.
+        // Returns false on failure.
         bool ExpandString(String_s (&dHistory)[OPCODE_HISTORY], std::size_t nUnit)
         {
             if (m_pInEnd - m_pIn < 2 || m_pIn[1] == 0)

@@ -15,7 +15,7 @@ namespace
     constexpr std::size_t OtherSize(unsigned char const * pCompact)
     {
         return OPCODE_COMPACT_OFFSET + OPCODE_HEADER_SIZE + plat::WordFromLittle(pCompact)
-               + plat::WordFromLittle(pCompact + 4) + alignof(std::uint32_t) + OPCODE_FIELDS_SIZE;
+               + plat::WordFromLittle(pCompact + sizeof(std::uint32_t)) + alignof(std::uint32_t) + OPCODE_FIELDS_SIZE;
     }
     static_assert(OtherSize(OPCODES_32) + TEXT_SIZE <= OPCODE_PAGES_SIZE);
     static_assert(OtherSize(OPCODES_64) + TEXT_SIZE <= OPCODE_PAGES_SIZE);

@@ -74,7 +74,7 @@ enum class PrintfKind_e : unsigned char
     LongLong,
     Double,
     LongDouble,
-    Text,
+    Text,   // this and the next two are what %p accepts
     WideText,
     Pointer
 };
@@ -124,34 +124,34 @@ public:
     /// Returns whether the format accepts exactly these arguments. Refuses %n, and what differs between C libraries:
     /// %lc, %C, %S, positions (%1$s) and the flags ' and I.
     template <std::size_t N>
-    static constexpr bool Matches(char const (&fmt)[N])
+    static constexpr bool Matches(char const (&szFormat)[N])
     {
         State_s State;
         for (std::size_t i = 0; i < N; ++i)
         {
-            Step(State, fmt[i]);
+            Step(State, szFormat[i]);
         }
         return IsGood(State);
     }
 
     /// Does the same for a terminated text.
-    static constexpr bool MatchesText(char const * fmt)
+    static constexpr bool MatchesText(char const * szFormat)
     {
         State_s State;
         do
         {
-            Step(State, *fmt);
+            Step(State, *szFormat);
         }
-        while (*fmt++ != '\0');
+        while (*szFormat++ != '\0');
         return IsGood(State);
     }
 
     /// Does the same as Matches without a loop.
     template <std::size_t N, std::size_t... I>
-    ZQ_INLINE static bool Fold(char const (&fmt)[N], std::index_sequence<I...>)
+    ZQ_INLINE static bool Fold(char const (&szFormat)[N], std::index_sequence<I...>)
     {
         State_s State;
-        (Step(State, fmt[I]), ...);
+        (Step(State, szFormat[I]), ...);
         return IsGood(State);
     }
 
@@ -204,6 +204,7 @@ private:
                                 : Kind_e::Int;
     }
 
+    /// Returns eKind, that of a conversion without a length, or Unknown if a length precedes it.
     ZQ_INLINE static constexpr Kind_e PlainKind(char cLength, Kind_e eKind)
     {
         return cLength == 0 ? eKind : Kind_e::Unknown;
@@ -260,6 +261,7 @@ private:
         }
     }
 
+    /// Consumes a character of a length, or a conversion with its argument.
     ZQ_INLINE static constexpr void Convert(State_s & State, char cNext)
     {
         char const cLength = State.cLength;
@@ -369,12 +371,12 @@ void PrintfFormatIsWrong() ZQ_COMPILE_ERROR("the format does not match its argum
 /// Returns whether the format matches, for the templates of ZQ_PRINTF_TEXTS. Refuses to compile a literal that does
 /// not, if the compiler folds the check.
 template <typename... ARGS, std::size_t N>
-ZQ_INLINE bool PrintfMatches(char const (&fmt)[N])
+ZQ_INLINE bool PrintfMatches(char const (&szFormat)[N])
 {
     constexpr std::size_t LONGEST_FOLDED = 256;
     if constexpr (ZQ_FOLDS_CALLS && N <= LONGEST_FOLDED)
     {
-        bool const bMatches = PrintfCheck_T<ARGS...>::Fold(fmt, std::make_index_sequence<N>());
+        bool const bMatches = PrintfCheck_T<ARGS...>::Fold(szFormat, std::make_index_sequence<N>());
         if (ZQ_IS_CONSTANT(bMatches))
         {
             if (!bMatches)
@@ -384,7 +386,7 @@ ZQ_INLINE bool PrintfMatches(char const (&fmt)[N])
             return true;
         }
     }
-    return PrintfCheck_T<ARGS...>::Matches(fmt);
+    return PrintfCheck_T<ARGS...>::Matches(szFormat);
 }
 
 /// Define the templates of a function that has a format. RESULT is its result with attributes, RETURN is "return" or

@@ -176,9 +176,9 @@ ZQ_API void ProfilerInitSwapStats(FileName_c const & sName);
 
 /// Returns whether the stats file of the latest ProfilerInitSwapStats has failed. The answer is final after
 /// ModuleProfiler_c's Shutdown, which waits for the last batch. These failures count:
-/// - the file could not be created.
-/// - its header or a batch could not be written.
-/// - its close failed.
+/// - the file can't be created.
+/// - its header or a batch can't be written.
+/// - its close fails.
 ZQ_API bool ProfilerSwapStatsFailed();
 
 /// Appends all timers to the stats file. ProfilerUpdateFrame calls it when the ring is full. Waits for the previous

@@ -32,7 +32,7 @@
 
 #include <array>
 
-/// A generator.
+/// A generator of pseudo-random numbers, with or without a name.
 class ZQ_API RandomNumber_c
 {
 public:

@@ -16,6 +16,7 @@ struct SerializerMark_t
     {}
 };
 
+/// The labels: of a pass, of a new object's begin and end, of a known or null pointer, of a registered pointer.
 inline constexpr SerializerMark_t SERIALIZER_PASS("Serializer_c");
 inline constexpr SerializerMark_t SERIALIZER_BEGIN("composite object begin");
 inline constexpr SerializerMark_t SERIALIZER_END("composite object end");

@@ -136,7 +136,8 @@ public:
     }
 
     /// Returns the index of the first sNeedle at or after iStart, or -1. iStart is clamped to the text. The search is
-    /// case-sensitive.
+    /// case-sensitive. This search, the next one and the two comparisons below assert that the text is not null. No
+    /// string has a null.
     int StrPos(char const * sNeedle, int iStart = 0) const;
 
     /// Returns the index of the last sNeedle, or -1. Hits may overlap. The search is case-sensitive.

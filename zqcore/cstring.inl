@@ -81,6 +81,10 @@ template <int N>
 int String_T<N>::StrPos(char const * sNeedle, int iStart) const
 {
     ZQ_ASSERT(sNeedle != nullptr);
+    if (!sNeedle)
+    {
+        return -1;
+    }
     int const iLength = Length();
     int const iFrom = iStart < 0 ? 0 : iStart > iLength ? iLength : iStart;
     char const * const pHit = std::strstr(m_sText + iFrom, sNeedle);
@@ -92,7 +96,8 @@ int String_T<N>::StrLastPos(char const * sNeedle) const
 {
     ZQ_ASSERT(sNeedle != nullptr);
     int iLast = -1;
-    for (char const * pHit = std::strstr(m_sText, sNeedle); pHit; pHit = std::strstr(pHit + 1, sNeedle))
+    for (char const * pHit = sNeedle ? std::strstr(m_sText, sNeedle) : nullptr; pHit;
+         pHit = std::strstr(pHit + 1, sNeedle))
     {
         iLast = static_cast<int>(pHit - m_sText);
         if (*pHit == '\0')
@@ -107,14 +112,14 @@ template <int N>
 bool String_T<N>::Begins(char const * sPrefix) const
 {
     ZQ_ASSERT(sPrefix != nullptr);
-    return StrCompareNoCase(m_sText, sPrefix, std::strlen(sPrefix)) == 0;
+    return sPrefix && StrCompareNoCase(m_sText, sPrefix, std::strlen(sPrefix)) == 0;
 }
 
 template <int N>
 bool String_T<N>::Ends(char const * sPrefix) const
 {
     ZQ_ASSERT(sPrefix != nullptr);
-    return StrEndsNoCase(m_sText, sPrefix);
+    return sPrefix && StrEndsNoCase(m_sText, sPrefix);
 }
 
 template <int N>

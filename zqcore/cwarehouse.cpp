@@ -29,7 +29,7 @@ namespace
         return sColumn ? sColumn : "nullptr";
     }
 
-    // Returns whether a number in range filled the whole text. Returns true for an empty text.
+    // Returns whether a number in range fills the whole text. Returns true for an empty text.
     bool IsWhole(NumberEnd_t const & End)
     {
         return End.bInRange && *End.pEnd == '\0';
@@ -403,6 +403,7 @@ bool Warehouse_c::Get(char const * sColumn, unsigned long & value) const
     return true;
 }
 
+// Reads the cell as a long from iMin to iMax and returns true. Otherwise stores the error and returns false.
 template <typename T>
 bool Warehouse_c::GetInteger(char const * sColumn, T & value, long iMin, long iMax) const
 {

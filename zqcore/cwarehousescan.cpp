@@ -300,7 +300,7 @@ void WarehouseScan_t::SeekColumn(int iColumn)
     WarehouseLine_c Line;
     if (!Read(Classes_c(sSeparators), &Line, iColumn))
     {
-        nPos -= nPos > 0 && pLine[nPos - 1] == '\n';
+        nPos -= nPos > 0 && pLine[nPos - 1] == '\n';   // back to the line's end
         return;
     }
     while (
@@ -444,7 +444,7 @@ void WarehouseScan_t::PassEscapedCell(int nStart, int nEnd, SINK & Sink)
     for (; i < nEnd && nCell < WAREHOUSE_CELL_SIZE; ++i)
     {
         dCell[nCell++] = pLine[i];
-        i += pLine[i] == '"';
+        i += pLine[i] == '"';   // skips the second quote of a pair
     }
     nCutCell = i < nEnd ? nStart - 1 : nCutCell;
     Sink.Add(dCell, StripBlanks(dCell, nCell));

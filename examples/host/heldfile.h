@@ -6,9 +6,9 @@
 
 /// Reason why a file can't be used. The text is empty if it can. Otherwise, without bFault, the media have no such
 /// file, or no acceptable row in it. With bFault the media have a fault:
-/// - the file is empty or can't be read;
-/// - the file is not of the expected kind;
-/// - the scan of the media was not whole, and may have missed the file.
+/// - the file is empty or can't be read
+/// - the file is not of the expected kind
+/// - the scan of the media was not whole, and may have missed the file
 struct NoFile_t
 {
     String_T<256> sWhy;

@@ -51,7 +51,7 @@ namespace
 
 void Heard_s::Add(char const * szText)
 {
-    if (nHeard < KEPT)
+    if (nHeard < MAX_TEXTS)
     {
         dTexts[nHeard] = szText;
     }

@@ -6,16 +6,16 @@
 /// The first few texts of a kind, and the number of all.
 struct Heard_s
 {
-    static constexpr int KEPT = 5;   // texts that are stored
+    static constexpr int MAX_TEXTS = 5;   // that are stored
 
-    /// Counts a text. Stores it, cut at 255 bytes, if it is one of the first KEPT.
+    /// Counts a text. Stores it, cut at 255 bytes, if it is one of the first MAX_TEXTS.
     void Add(char const * szText);
 
     /// Returns the number of stored texts.
-    int GetKept() const { return nHeard < KEPT ? nHeard : KEPT; }
+    int GetStored() const { return nHeard < MAX_TEXTS ? nHeard : MAX_TEXTS; }
 
-    int nHeard = 0;               // texts counted, also those not stored
-    String_T<256> dTexts[KEPT];   // oldest first
+    int nHeard = 0;                    // texts counted, also those not stored
+    String_T<256> dTexts[MAX_TEXTS];   // oldest first
 };
 
 /// Texts that were heard, by their kind.

@@ -96,6 +96,7 @@ namespace
                                             : STATUS_OK;
     }
 
+    // Prints the version, and the files and folders that the run uses.
     void PrintHead(Options_s const & Options, std::string const & sMedia)
     {
         std::printf("%s\n", GetBuildVersionString());
@@ -120,7 +121,7 @@ namespace
         ReportTables(Survey);
     }
 
-    // Runs the frames and sets Stats to their figures. Returns why it can't watch, or an empty text.
+    // Runs the frames and sets Stats to their figures. Returns why nothing can be watched, or an empty text.
     std::string RunLoop(Options_s const & Options, Survey_c & Survey, FrameStats_t & Stats)
     {
         if (!Options.bWatch)
@@ -226,7 +227,7 @@ namespace
         return iStatus == STATUS_OK ? iListed : iStatus;
     }
 
-    // Starts the modules, runs the game and stops them. Returns the status of the process.
+    // Starts the modules, runs the game and stops the modules. Returns the status of the process.
     int RunModules(Options_s const & Options, std::string const & sMedia)
     {
         MediaSet(Options, sMedia);

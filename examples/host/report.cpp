@@ -56,7 +56,7 @@ namespace
         }
         std::printf("  Names that more than one file has: %s; files dropped for it: %s\n", Sz(Grouped(nNames)),
             Sz(Grouped(Notes.Dropped.nHeard)));
-        int const nShown = std::min(Notes.Dropped.GetKept(), Notes.Kept.GetKept());
+        int const nShown = std::min(Notes.Dropped.GetStored(), Notes.Kept.GetStored());
         for (int i = 0; i < nShown; ++i)
         {
             std::printf(
@@ -68,11 +68,11 @@ namespace
     void PrintHeard(char const * szWhat, Heard_s const & Heard)
     {
         std::printf("  %s: %s\n", szWhat, Sz(Grouped(Heard.nHeard)));
-        for (int i = 0; i < Heard.GetKept(); ++i)
+        for (int i = 0; i < Heard.GetStored(); ++i)
         {
             std::printf("    %s\n", Sz(Heard.dTexts[i]));
         }
-        PrintMore(Heard.nHeard, Heard.GetKept());
+        PrintMore(Heard.nHeard, Heard.GetStored());
     }
 
     void PrintMemory(char const * szCategory, char const * szBlocks, char const * szLive, char const * szPeak)

@@ -29,7 +29,7 @@ struct Table_s
 /// Returns the size of a file in bytes, as the table of files has it.
 std::uint32_t SizeOf(File_c const & File);
 
-/// Survey of one media tree. Requires List first, then ReadFiles, then ReadTables, each once.
+/// Survey of one media tree. Requires calls of List, ReadFiles and ReadTables in this order, each once.
 class Survey_c
 {
 public:
@@ -75,6 +75,6 @@ private:
     Files_t m_dFiles;
     Extensions_t m_dExtensions;
     Tables_t m_dTables;
-    Files_t m_dStreamed;   // files that can be read without a complaint
+    Files_t m_dStreamed;   // readable files, without duplicates
     int m_iNext = 0;       // the next file of StreamFiles
 };

@@ -1,7 +1,7 @@
 // The clipboard is a folder:
-// - a file for each format, with a name that starts with "=" and is escaped as in the registry;
-// - the file "lock", which the opener locks;
-// - the file "busy", which the opener writes and then renames.
+// - a file for each format, with a name that starts with "=" and is escaped as in the registry
+// - the file "lock", which the opener locks
+// - the file "busy", which the opener writes and then renames
 //
 // The lock belongs to the process, and a child does not inherit it, so it ends with the opener itself. docs/formats.md
 // describes the files.

@@ -41,8 +41,8 @@ namespace plat
             return sText;
         }
 
-        // Reads the folded name of the key whose folder is szFile and returns true. Returns false if it is not a key's
-        // folder, or if the name is shortened and the key has no record of it.
+        // Reads the folded name of the key whose folder is szFile and returns true. Returns false if szFile is not
+        // a key's folder, or if the name is shortened and the key has no record of it.
         bool ReadKeyName(StoreHandle_t hFolder, char const * szFile, std::string & sName)
         {
             if (!IsShortenedName(szFile))

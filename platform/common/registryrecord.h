@@ -12,8 +12,8 @@
 
 namespace plat
 {
-    inline constexpr std::size_t VALUE_LIMIT = 16 * 1024 * 1024;   // bytes of a value; a larger one is refused
-    inline constexpr std::size_t NAME_LIMIT = 255;                 // bytes of a name; a longer one is refused
+    inline constexpr std::size_t VALUE_LIMIT = 16 * 1024 * 1024;   // bytes of the largest value
+    inline constexpr std::size_t NAME_LIMIT = 255;                 // bytes of the longest name
     inline constexpr char KEY_RECORD[] = "@key";                   // name of the file with a key's own record
     inline constexpr char KEY_MARK = KEY_RECORD[0];                // first character of that name
     inline constexpr char VALUE_MARK = '=';                        // first character of the name of a value's file
@@ -40,8 +40,7 @@ namespace plat
 
     /// Make the name of a key's folder, or of a value's file, which begins with VALUE_MARK, and return true. The name
     /// is folded and escaped, and shortened if it gets longer than FILE_NAME_LIMIT. Return false if sName is longer
-    /// than NAME_LIMIT. Both set errno to ENAMETOOLONG, on success
-    /// too.
+    /// than NAME_LIMIT. Set errno to ENAMETOOLONG, on success too.
     bool KeyNameToDisk(std::string_view sName, std::string & sFile);
     bool ValueNameToDisk(std::string_view sName, std::string & sFile);
 

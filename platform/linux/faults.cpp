@@ -269,7 +269,8 @@ namespace plat
             FaultThreadJoin();
         }
 
-        // Keeps handlers that were set later. They may call the library's handler, which then passes the fault on.
+        // Restores the previous handlers, but keeps those that were set later. They may call the library's handler,
+        // which then passes the fault on.
         void Unhook()
         {
             for (std::size_t i = 0; i < std::size(SIGNALS); ++i)

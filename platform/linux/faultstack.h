@@ -6,7 +6,8 @@
 namespace plat
 {
     /// Allocates the stack, so that a fault finds it ready, and protects its guard pages. If it exists, only protects
-    /// them again. Requires that no other call of it is active. Without memory FaultStackCall uses the present stack.
+    /// them again. Requires that no other call of this function is active. Without memory FaultStackCall uses the
+    /// present stack.
     void FaultStackPrepare();
 
     /// Runs fnCall(pArgument) on that stack, or on the present one without it. On that stack the thread's alternate

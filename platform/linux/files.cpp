@@ -121,7 +121,7 @@ namespace plat
             return ReadStat(Path, Named) == 0 && IsOneFile(Named, File);
         }
 
-        // Returns whether an open file was deleted, or RenamePrevious has renamed it.
+        // Returns whether an open file is deleted, or RenamePrevious has renamed it.
         bool IsPrevious(char const * szPath, int nPrevious, struct stat const & File)
         {
             bool bFound = File.st_nlink == 0;

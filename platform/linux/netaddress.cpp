@@ -34,12 +34,13 @@ namespace plat
             return bEthernet && !bZero && (pLink->sll_addr[0] & GROUP_BIT) == 0 ? pLink : nullptr;
         }
 
-        // Returns the rank of an interface. Higher is better. Interfaces of equal rank are ordered by their number.
+        // Returns the rank of an interface. Higher is better.
         int Rank(ifaddrs const & Entry, sockaddr_ll const & Link)
         {
             return ((Link.sll_addr[0] & LOCAL_BIT) == 0 ? GLOBAL_RANK : 0) + ((Entry.ifa_flags & IFF_UP) != 0 ? 1 : 0);
         }
 
+        // Copies the address of the interface with the highest rank. Of equal ones the lowest number wins.
         NetAddress_e CopyFromInterfaces(unsigned char (&dAddress)[NET_ADDRESS_SIZE])
         {
             ifaddrs * pEntries = nullptr;

@@ -74,7 +74,7 @@ namespace plat
         char szBuffer[4096];
         passwd Entry;
         passwd * pFound = nullptr;
-        int const iError = getpwuid_r(geteuid(), &Entry, szBuffer, sizeof(szBuffer), &pFound);
+        int const iError = getpwuid_r(geteuid(), &Entry, szBuffer, sizeof szBuffer, &pFound);
         if (iError != 0 || pFound == nullptr)
         {
             errno = iError != 0 ? iError : ENOENT;
@@ -239,10 +239,10 @@ namespace plat
 
     void StoreMakeUniqueName(char cMark, char (&szName)[STORE_UNIQUE_NAME_SIZE])
     {
-        static std::atomic<unsigned> s_nNames{ 0 };
+        static constinit std::atomic<unsigned> s_nNames{ 0 };
         timespec Now;
         clock_gettime(CLOCK_REALTIME, &Now);
-        std::snprintf(szName, sizeof(szName), "%c%d.%u.%llx", cMark, static_cast<int>(getpid()), ++s_nNames,
+        std::snprintf(szName, sizeof szName, "%c%d.%u.%llx", cMark, static_cast<int>(getpid()), ++s_nNames,
             static_cast<unsigned long long>(Now.tv_sec) * NANOSECONDS_OF_SECOND
                 + static_cast<unsigned long>(Now.tv_nsec));
     }

@@ -1,5 +1,5 @@
-// startup_order.cpp: works with the shared library before main, in global constructors of its own, and after main, in
-// their destructors. Prints what failed, then "done". The first argument names what it does besides:
+// startup_order.cpp: works with the shared library before main and after it, in a constructor and a destructor.
+// Prints what failed, then "done". The first argument names what it does besides:
 //     leak     loses three blocks
 //     unload   loses two blocks of a plugin, whose file is the second argument, and lists the live ones
 //     streams  has the C++ runtime keep blocks for good
@@ -78,14 +78,15 @@ namespace
         Check(MemoryCheckConsistency(), "the heap is consistent");
     }
 
-    struct Early_s
+    class Early_c
     {
-        Early_s()
+    public:
+        Early_c()
         {
             Check(g_MemoryInit, "the heap is tracked before main");
             MemCategoryScope_c const Scope(mem::Game);
-            pNumbers = ZQ_NEW int[100];
-            pText = new std::string(100, 'x');
+            m_pNumbers = ZQ_NEW int[100];
+            m_pText = new std::string(100, 'x');
             Check(HasGameBlocks(3), "three blocks count under the category");
             LogAddCallback([](char const * szLine) { g_nLines += std::strcmp(szLine, "before main") == 0; });
             Log("before main");
@@ -93,20 +94,21 @@ namespace
             Module_c::Register(&g_Probe);
         }
 
-        ~Early_s()
+        ~Early_c()
         {
             Check(g_MemoryInit, "the heap is tracked after main");
-            delete[] pNumbers;
-            delete pText;
+            delete[] m_pNumbers;
+            delete m_pText;
             Check(HasGameBlocks(0), "the blocks are gone after main");
             Log("after main");
             std::printf("done\n");
         }
 
-        int * pNumbers;
-        std::string * pText;
+    private:
+        int * m_pNumbers;
+        std::string * m_pText;
     };
-    Early_s g_Early;
+    Early_c g_Early;
 
     class Described_c : public mem::Object_i
     {

@@ -17,6 +17,6 @@ std::string CompactForm(std::vector<Group_t> const & dGroups);
 /// Returns the expanded form, made from the rows without the compact form.
 std::string ExpandedForm(std::vector<Group_t> const & dGroups);
 
-/// Returns the starts of each slot. Those of small groups are all 0, which means that none are needed.
-/// Requires at least one group. Throws RowError_c if the expanded form has more than 65,535 bytes.
+/// Returns the starts of each slot. Those of small groups are all 0, which means that none are needed. Requires at
+/// least one group. Throws RowError_c if the expanded form has more than 65,535 bytes.
 std::vector<Starts_t> RowStarts(std::vector<Group_t> const & dGroups);

@@ -241,7 +241,12 @@ namespace
             }
             else if (sWord[0] == '/')
             {
-                AddPair(sPattern, (Number(sWord.substr(1), 10) & 7) << 3, 7 << 3, 1);
+                int const iField = Number(sWord.substr(1), 10);
+                if (iField > 7)
+                {
+                    Fail("a field of ModRM is 0 to 7");
+                }
+                AddPair(sPattern, iField << 3, 7 << 3, 1);
             }
             else
             {

@@ -18,6 +18,7 @@ namespace zqsymbols
         constexpr std::size_t VARIABLES = 128;          // variables of a frame that are shown
         constexpr std::chrono::seconds FAR_LIMIT(10);   // for the walk to the far end of a stack
 
+        // Returns a text as printf formats it. Requires that it has less than 128 bytes.
         template <typename... T>
         std::string Formatted(char const * szFormat, T... Values)
         {

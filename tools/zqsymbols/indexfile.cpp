@@ -234,7 +234,11 @@ namespace zqsymbols
     {
         std::string sFolder;
         std::FILE * const pUsers = std::fopen("/etc/passwd", "re");
-        while (passwd const * const pUser = pUsers != nullptr ? fgetpwent(pUsers) : nullptr)
+        if (pUsers == nullptr)
+        {
+            return sFolder;
+        }
+        while (passwd const * const pUser = fgetpwent(pUsers))
         {
             if (pUser->pw_uid == geteuid() && pUser->pw_dir[0] == '/')
             {
@@ -242,10 +246,7 @@ namespace zqsymbols
                 break;
             }
         }
-        if (pUsers != nullptr)
-        {
-            std::fclose(pUsers);
-        }
+        std::fclose(pUsers);
         return sFolder;
     }
 }

@@ -55,16 +55,16 @@ namespace zqsymbols
         {
             Dwarf_Attribute Attribute;
             Dwarf_Word iFile = 0;
-            Dwarf_Word nLine = 0;
+            Dwarf_Word iLine = 0;
             Dwarf_Files * pFiles = nullptr;
             std::size_t nFiles = 0;
             bool const bKnown = dwarf_formudata(dwarf_attr(&Call, DW_AT_call_file, &Attribute), &iFile) == 0
-                                && dwarf_formudata(dwarf_attr(&Call, DW_AT_call_line, &Attribute), &nLine) == 0
-                                && nLine > 0 && nLine <= INT_MAX
+                                && dwarf_formudata(dwarf_attr(&Call, DW_AT_call_line, &Attribute), &iLine) == 0
+                                && iLine > 0 && iLine <= INT_MAX
                                 && dwarf_getsrcfiles(&Unit.Lines, &pFiles, &nFiles) == 0 && iFile < nFiles;
             char const * const szFile = bKnown ? dwarf_filesrc(pFiles, iFile, nullptr, nullptr) : nullptr;
             return szFile == nullptr ? std::nullopt
-                                     : std::optional(Line_t{ PathOf(Unit, szFile), static_cast<unsigned>(nLine) });
+                                     : std::optional(Line_t{ PathOf(Unit, szFile), static_cast<unsigned>(iLine) });
         }
     }
 

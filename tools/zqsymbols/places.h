@@ -17,8 +17,8 @@ namespace zqsymbols
     /// PLACE_BYTES, or if it is unknown.
     std::optional<std::uint64_t> ValueOf(Place_t const & Place, Registers_t const & Registers);
 
-    /// Returns the place that an attribute of a DIE says, at an address as the unit counts it. Returns PLACE_UNKNOWN if
-    /// the attribute says none there, or if Evaluate returns it.
+    /// Returns the place that an attribute of a DIE describes at an address. The address is without the unit's bias.
+    /// Returns PLACE_UNKNOWN if the attribute describes none there, or if Evaluate returns it.
     Place_t Locate(
         Process_c & Process, Surroundings_t Surroundings, Dwarf_Die * pDie, unsigned nAttribute, Dwarf_Addr nAddress);
 

@@ -21,8 +21,8 @@ namespace zqsymbols
     struct Registers_t
     {
         std::array<std::uint64_t, REGISTERS> dValues{};
-        std::uint64_t nKnown = 0;      // a bit for each register whose value is known
-        std::uint32_t dwAssumed = 0;   // a bit for each register that is known if no callee changed it
+        std::uint64_t nKnown = 0;      // a bit by register: whether its value is known
+        std::uint32_t dwAssumed = 0;   // a bit by register: whether its value is known if no callee has changed it
 
         /// Returns whether a register's value is known. Returns false for a number of REGISTERS or more.
         bool IsKnown(unsigned iRegister) const { return iRegister < REGISTERS && (nKnown >> iRegister & 1) != 0; }

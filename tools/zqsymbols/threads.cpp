@@ -134,9 +134,10 @@ namespace zqsymbols
         {
             std::vector<int> dThreads;
             std::error_code Error;
-            for (auto const & Entry : std::filesystem::directory_iterator(TaskFolder(), Error))
+            std::filesystem::directory_iterator itTask(TaskFolder(), Error);
+            for (; !Error && itTask != std::filesystem::directory_iterator(); itTask.increment(Error))
             {
-                dThreads.push_back(std::atoi(Entry.path().filename().c_str()));
+                dThreads.push_back(std::atoi(itTask->path().filename().c_str()));
             }
             std::sort(dThreads.begin(), dThreads.end());
             return dThreads;

@@ -5,6 +5,7 @@
 #include "tools/zqsymbols/names.h"
 #include "tools/zqsymbols/typenames.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -19,11 +20,12 @@ namespace zqsymbols
         constexpr std::uint64_t ELEMENTS = 16;        // of a container
         constexpr std::size_t IN_LINE = 8;            // members of a structure in one line
         constexpr std::size_t VALUE_SIZE = 1000;      // bytes of a value in one line
-        constexpr int LINES = 64;                     // members of a variable
+        constexpr int LINES = 64;                     // members of a variable that are listed
         constexpr int LEVELS = 3;                     // of structures in each other
-        constexpr int DEEPEST = -3;                   // of known types in each other, which may be circular
+        constexpr int DEEPEST = -3;                   // lowest nDepth, which ends a circle of types
         constexpr std::uint64_t HEX_FROM = 0x10000;   // a smaller number from 0 on is shown in decimal alone
 
+        // Returns a number in hexadecimal, with at least nDigits digits.
         std::string Hex(std::uint64_t nValue, int nDigits = 1)
         {
             char szText[24];
@@ -105,6 +107,7 @@ namespace zqsymbols
             return Value.pBytes ? VALUE_OPTIMIZED_OUT : VALUE_UNREADABLE;
         }
 
+        // Returns the signed number that the lower nWidth bits hold in two's complement.
         std::int64_t ExtendSign(std::uint64_t nBits, std::uint64_t nWidth)
         {
             return nWidth >= 64 ? static_cast<std::int64_t>(nBits)
@@ -469,6 +472,8 @@ namespace zqsymbols
         }
     }
 
+    // Adds a line for each member, and after it lines for the members of its structure. Counts nLeft down. Below 0 the
+    // members are only counted.
     void Values_c::AddMembers(
         Value_t const & Value, std::string const & sIndent, int nDepth, int & nLeft, std::string & sText)
     {

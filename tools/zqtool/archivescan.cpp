@@ -18,6 +18,7 @@ namespace
         using Serializeable_c::UNFINISHED;
     };
 
+    // Scan of one archive.
     class Scan_c
     {
     public:
@@ -217,6 +218,7 @@ namespace
             return Add(Part);
         }
 
+        // Reports an identifier that is out of range.
         void CheckIdentifier(std::size_t nAt)
         {
             if (!SerializerIsIdentifier(Int(nAt)))
@@ -248,6 +250,7 @@ namespace
             return Add(Part);
         }
 
+        // Adds the identifier, label and class of an object and returns their end. Reports a label without a class.
         std::size_t AddObject(std::size_t nAt, std::size_t nTo)
         {
             constexpr std::int32_t NAME_SIZE = 32;   // bytes of a class's name, with its terminator (cserializer.h)
@@ -327,7 +330,7 @@ namespace
         std::vector<ArchivePart_t> m_dOpen;    // objects of the stretch that have not ended
         std::size_t m_nRun = 0;                // start of the bytes that are not recognised
         std::size_t m_nChain = ARCHIVE_WORD;   // start of the next chunk of the chain, if before m_nChainEnd
-        std::size_t m_nChainEnd = 0;
+        std::size_t m_nChainEnd = 0;           // 0 without a chain
         bool m_bInChunk = false;
     };
 }

@@ -185,14 +185,18 @@ namespace
                     Complain(fnPlace(i), "the schema has no column " + Quoted(sName));
                 }
             }
-            for (SchemaColumn_t const & Column : m_Options.pSchema ? *m_Options.pSchema : std::vector<SchemaColumn_t>())
+            m_Result.dColumns = dColumns;
+            if (!m_Options.pSchema)
+            {
+                return;
+            }
+            for (SchemaColumn_t const & Column : *m_Options.pSchema)
             {
                 if (Column.bRequired && dSeen.count(Lower(Column.sName)) == 0)
                 {
                     Complain(fnPlace(0), "there is no column " + Quoted(Column.sName));
                 }
             }
-            m_Result.dColumns = dColumns;
         }
 
         bool IsInSchema(std::string const & sName) const
@@ -234,8 +238,9 @@ namespace
         // that begins instead, or else the line's end.
         int CellAt(int nLine, int iCell)
         {
+            BeginPlaces(static_cast<std::size_t>(nLine));
             bool bMore = true;
-            for (BeginPlaces(static_cast<std::size_t>(nLine)); bMore && !HasPlace(iCell);)
+            while (bMore && !HasPlace(iCell))
             {
                 bool const bFirst = m_dPlaces.empty();
                 WarehouseScan_t Scan = ScanFrom(bFirst ? nLine : static_cast<int>(m_dPlaces.back()));

@@ -42,6 +42,7 @@ namespace
         { plat::FAULT_UNCAUGHT_EXCEPTION, "exception", "uncaught exception" },
     };
 
+    // Returns the row of a code, or null if it has none.
     CodeKind_t const * FindCode(std::uint32_t nCode)
     {
         auto const * const pCode = std::find_if(
@@ -177,6 +178,7 @@ namespace
         return sText;
     }
 
+    // Returns a frame's name, with the file and the line if they are known.
     std::string PlaceText(CrashFrame_t const & Frame)
     {
         std::string sText = CrashFrameName(Frame);

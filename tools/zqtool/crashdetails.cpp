@@ -22,6 +22,7 @@ namespace
         Unknown
     };
     constexpr std::string_view TITLE = "ZQCore crash details ", VERSION = "1";   // words of the first line
+    constexpr std::string_view INDENT = "    ";                                  // of a level
     // The lines that begin the sections, by Section_e up to Process.
     constexpr std::array<char const *, 6> SECTIONS = { "", "[Fault]", "[Frames]", "[Threads]", "[Modules]",
         "[Process]" };
@@ -134,12 +135,11 @@ namespace
         return Variable;
     }
 
-    // Reads a line that belongs to a frame, without its first four blanks. Returns false if the frame has no room for
-    // it.
+    // Reads a line that belongs to a frame, without its first INDENT. Returns false if the frame has no room for it.
     bool ReadFrameLine(std::string_view sLine, CrashFrame_t & Frame)
     {
         std::size_t const nBlanks = std::min(sLine.find_first_not_of(' '), sLine.size());
-        auto const nLevel = static_cast<int>(nBlanks / 4);   // of a variable
+        auto const nLevel = static_cast<int>(nBlanks / INDENT.size());   // of a variable
         std::string_view sText = sLine.substr(nBlanks);
         std::string_view sSource = sText.substr(sText.starts_with('>') ? 1 : 0);
         sSource.remove_prefix(std::min(sSource.find_first_not_of(' '), sSource.size()));
@@ -185,7 +185,7 @@ namespace
         std::size_t const iNumberEnd = std::min(sLine.find_first_of(" ,"), sLine.size());
         Thread.sNumber = sLine.substr(0, iNumberEnd);
         sLine.remove_prefix(iNumberEnd);
-        std::size_t const iNameEnd = std::min(sLine.rfind('"') + 1, sLine.size());   // 0 without a name
+        std::size_t const iNameEnd = sLine.rfind('"') + 1;   // 0 without a name
         std::size_t const iLock = std::min(sLine.find(", holds ", iNameEnd), sLine.find(", waits for ", iNameEnd));
         if (iLock != std::string_view::npos)
         {
@@ -325,6 +325,7 @@ namespace
         return true;
     }
 
+    // Reads a line that begins neither a crash nor a section.
     void DetailsReader_c::ReadLine(std::string_view sLine)
     {
         std::string_view sCut = sLine;
@@ -403,6 +404,7 @@ namespace
         }
     }
 
+    // Reads a line of a thread's frames: a frame, a line that belongs to it, or the number of frames left out.
     void DetailsReader_c::ReadFrames(std::string_view sLine, CrashThread_t & Thread)
     {
         std::vector<CrashFrame_t> & dFrames = Thread.dFrames;
@@ -412,7 +414,7 @@ namespace
             m_nLeftOut = TakeNumber(sRest, 10).value_or(0);
             Thread.bFarther = true;   // unless further ones follow
         }
-        else if (TakeStart(sRest, "    ") && !dFrames.empty())
+        else if (TakeStart(sRest, INDENT) && !dFrames.empty())
         {
             if (m_bAll || sRest.starts_with("at "))
             {
@@ -478,7 +480,7 @@ namespace
     void DetailsReader_c::ReadProcess(std::string_view sLine)
     {
         Crash_t & Crash = Last();
-        if (TakeStart(sLine, "    "))
+        if (TakeStart(sLine, INDENT))
         {
             TakeStart(sLine, "| ");
             std::vector<std::string> * const pLines = !m_bAll                ? nullptr

@@ -181,8 +181,10 @@ namespace
     public:
         void Add(std::size_t iLine, std::string const & sText)
         {
-            std::string const sLine = iLine > 0 ? "(" + std::to_string(iLine) + ")" : "";
-            m_sFirst = m_nFaults++ == 0 ? sLine + ": " + sText : m_sFirst;
+            if (m_nFaults++ == 0)
+            {
+                m_sFirst = (iLine > 0 ? "(" + std::to_string(iLine) + ")" : "") + ": " + sText;
+            }
         }
 
         bool IsEmpty() const { return m_nFaults == 0; }

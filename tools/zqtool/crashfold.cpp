@@ -73,9 +73,10 @@ std::vector<CrashGroup_t> CrashFold_c::Extract()
     }
     m_dGroups.clear();
     std::sort(dGroups.begin(), dGroups.end(),
-        [](CrashGroup_t const & Left, CrashGroup_t const & Right) {
+        [](CrashGroup_t const & Left, CrashGroup_t const & Right)
+        {
             return std::tie(Left.nCount, Left.sLast, Right.sSignature)
-                   > std::tie(Right.nCount, Right.sLast, Left.sSignature);
+                   > std::tie(Right.nCount, Right.sLast, Left.sSignature);   // signatures ascend
         });
     return dGroups;
 }

@@ -104,7 +104,7 @@ struct CrashSymbols_c::State_s
 
     zqsymbols::BuildIds_c Files;
     std::map<std::string, std::unique_ptr<Build_c>> dBuilds;   // by build-id; null without a file
-    std::set<std::string> dMissing;
+    std::set<std::string> dMissing;                            // result of GetMissing
 };
 
 CrashSymbols_c::CrashSymbols_c(

@@ -287,8 +287,7 @@ namespace
     {
         auto const Add = [&](MediaKind_t const & Kind, File_c const & File, char const * szWhy, std::string sOther = "")
         {
-            Scan.dFindings.push_back(
-                { &Kind, PathOf(Scan, File), szWhy, std::move(sOther), 0, 0, Kind.szName == NO_ROOM.szName });
+            Scan.dFindings.push_back({ &Kind, PathOf(Scan, File), szWhy, std::move(sOther), 0, 0, &Kind == &NO_ROOM });
         };
         VisitAll(g_sFileObjects,
             [&](File_c * pTop)

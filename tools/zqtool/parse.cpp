@@ -51,7 +51,7 @@ std::optional<std::uint64_t> WholeNumber(std::string_view sText, int nBase)
 
 std::string_view FileNameOf(std::string_view sPath)
 {
-    return sPath.substr(std::min(sPath.find_last_of("/\\") + 1, sPath.size()));
+    return sPath.substr(sPath.find_last_of("/\\") + 1);   // npos + 1 is 0
 }
 
 std::string Lower(std::string_view sText)

@@ -24,8 +24,8 @@ struct StatsSlot_t
     std::uint32_t nCalls = 0;
 };
 
-/// Figures of a timer, which the profiler computed at the end of a batch from the last 149 of its frames. Times are in
-/// ticks. tMaxEver is the largest since the profiler's last reset.
+/// Figures of a timer, which the profiler computed at the end of a batch from its last STATS_FRAMES - 1 frames. Times
+/// are in ticks. tMaxEver is the largest since the profiler's last reset.
 struct StatsFigures_t
 {
     std::int64_t tAverage = 0, tMax = 0, tLast = 0, tMaxEver = 0;
@@ -72,7 +72,7 @@ public:
     explicit StatsTail_c(std::string sFile);
     ~StatsTail_c();
 
-    /// Reads the next batch if the file holds all of it, and returns what it found. Batch is valid if that is
+    /// Reads the next batch if the file holds all of it. Returns what was found. Batch is valid if that is
     /// StatsTail_e::Batch. Reports faults as ReadStatsFile does.
     StatsTail_e Read(
         StatsBatch_t & Batch, std::function<void(std::uint64_t nOffset, std::string const & sText)> const & fnComplain);

@@ -17,5 +17,5 @@ struct StatsFollow_t
 /// true. Returns false, and prints why, if it can't open the port.
 ///
 /// Keeps the times of the last 150,000 frames, the timers of as many as fit in a page, and sums of all. After damage,
-/// or once the tree has more than 65,536 nodes, the rest of the run is not read.
+/// or once the tree has more than 65,536 timers, the rest of the run is not read.
 bool StatsFollow(StatsFollow_t const & Follow, StatsFacts_t & Facts, StatsTree_c & Tree);

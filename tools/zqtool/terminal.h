@@ -10,6 +10,6 @@ inline constexpr std::size_t MAX_LINES = 20;
 /// empty.
 bool HasColours();
 
-/// Returns a text as Printable does, in colour if HasColours returns true. Pad the text before: a result in colour has
-/// more bytes than columns.
+/// Returns a text as Printable does, in colour if HasColours returns true. A result in colour has more bytes than
+/// columns, so callers pad the text before.
 std::string Painted(std::string_view sText, Colour_e eColour);
