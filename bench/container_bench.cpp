@@ -67,12 +67,12 @@ namespace
 
     // Looks up one name in each iteration, in turn.
     template <typename LOOKUP>
-    void Run(benchmark::State & State, std::vector<std::string> const & dNames, LOOKUP Lookup)
+    void Run(benchmark::State & State, std::vector<std::string> const & dNames, LOOKUP fnLookup)
     {
         std::size_t i = 0;
         for (auto _ : State)
         {
-            benchmark::DoNotOptimize(Lookup(dNames[i]));
+            benchmark::DoNotOptimize(fnLookup(dNames[i]));
             i = i + 1 == dNames.size() ? 0 : i + 1;
         }
     }

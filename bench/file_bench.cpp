@@ -65,7 +65,7 @@ namespace
         // Returns a file name as in a game.
         static std::string FileName(int iFile)
         {
-            static constexpr char const * PLACES[] = { "harbor", "tower", "cellar", "forest", "mill", "bridge", "keep",
+            static constexpr char const * PLACES[] = { "harbour", "tower", "cellar", "forest", "mill", "bridge", "keep",
                 "mine", "chapel", "market", "gate", "ruin", "quay", "barn", "crypt", "well" };
             static constexpr char const * THINGS[] = { "wall", "door", "lamp", "crate", "banner", "guard", "wolf",
                 "roof", "stone", "barrel", "chair", "water", "grass", "smoke", "sword", "chest", "rope", "bell" };
@@ -103,7 +103,7 @@ namespace
 
     // Looks for all files in turn, by sPrefix and their paths below the root.
     template <typename ASK>
-    void Exists(benchmark::State & State, std::string const & sPrefix, ASK Ask)
+    void Exists(benchmark::State & State, std::string const & sPrefix, ASK fnAsk)
     {
         FillTables();
         std::vector<std::string> dNames;
@@ -111,10 +111,10 @@ namespace
         {
             dNames.push_back(sPrefix + Tree_c::Path(i));
         }
-        AskInTurn(State, dNames, Ask);
+        AskInTurn(State, dNames, fnAsk);
     }
 
-    // The library ignores the case and the folders, one of which the disk does not have.
+    // The library looks for the bare name: the folder Data, which the disk does not have, makes no difference.
     void ExistsOurs(benchmark::State & State)
     {
         Exists(State, "Data/", [](char const * szName) { return FileExists(szName); });
@@ -142,15 +142,15 @@ namespace
         Exists(State, "", [](char const * szName) { return PHYSFS_exists(szName) != 0; });
     }
 
-    // Reads a blob of State.range(0) bytes. Read(nBytes) returns the number of bytes read.
+    // Reads a blob of State.range(0) bytes. fnRead(nBytes) returns the number of bytes read.
     template <typename READ>
-    void ReadWhole(benchmark::State & State, READ Read)
+    void ReadWhole(benchmark::State & State, READ fnRead)
     {
         FillTables();
         auto const nBytes = static_cast<std::size_t>(State.range(0));
         for (auto _ : State)
         {
-            if (Read(nBytes) != nBytes)
+            if (fnRead(nBytes) != nBytes)
             {
                 State.SkipWithError("not read");
             }
@@ -219,17 +219,17 @@ namespace
             });
     }
 
-    // Reads size and times of all files. ScanTree() returns the number of files. Every scan begins with the processor's
+    // Reads size and times of all files. fnScan() returns the number of files. Every scan begins with the processor's
     // caches as filling and emptying the tables leave them. A game scans once, at its start, not in a loop that keeps
     // the system's tables hot.
     template <typename SCAN>
-    void Scan(benchmark::State & State, SCAN ScanTree)
+    void Scan(benchmark::State & State, SCAN fnScan)
     {
         FillTables();
         FileReset();
         for (auto _ : State)
         {
-            int const nFiles = ScanTree();
+            int const nFiles = fnScan();
             State.PauseTiming();
             if (nFiles != FILES_AND_BLOBS)
             {

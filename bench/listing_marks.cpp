@@ -1,4 +1,4 @@
-// listing_marks: reads the output of "objdump -d -w -M intel" and measures the code listing of a crash report over it.
+// listing_marks.cpp: measures the code listing of a crash report over the output of "objdump -d -w -M intel".
 // listing_marks.sh runs both over libraries.
 //
 // A fault is placed on each instruction. The listing starts SPAN_BEFORE bytes before the fault's piece of

@@ -1,5 +1,4 @@
-// numerics_bench.cpp: noise compared with stb_perlin and libnoise, bit fields with boost::dynamic_bitset, identifiers
-// with libuuid.
+// numerics_bench.cpp: noise, bit fields and identifiers, compared with stb_perlin, libnoise, Boost and libuuid.
 #define STB_PERLIN_IMPLEMENTATION
 #include <stb/stb_perlin.h>
 

@@ -1,8 +1,8 @@
 // serialize_bench.cpp: saves and loads of values, texts and graphs, compared with cereal's binary archives.
 //
 // All rows but those that save to memory write or read a file in the page cache, which is opened and closed in the
-// loop. The rows "bare" write the same bytes as ours by bare calls of BUFSIZE bytes, the limit of an archive with such
-// a buffer.
+// loop. The rows "bare" write the same bytes as ours by bare calls of BUFSIZE bytes. An archive with such a
+// buffer can't take less time.
 #include "zqcore/cfile.h"
 #include "zqcore/cserializer.h"
 #include "zqcore/cserializestd.h"
@@ -32,7 +32,7 @@ namespace
     constexpr std::size_t TEXTS = 100'000;
     constexpr std::size_t NODES = 100'000;
 
-    // Ends the program if a condition is false: a row would not measure the whole work.
+    // Ends the program if a condition is false, because a row would then measure only a part of the work.
     void Require(bool bAgreed)
     {
         if (!bAgreed)
@@ -162,7 +162,7 @@ namespace
         bool operator==(Both_s const &) const = default;
     };
 
-    // The same as containers, which both libraries copy as blocks if they can.
+    // The data of Both_s in containers, which both libraries copy as blocks if they can.
     struct Containers_s
     {
         std::vector<int> dInts;
@@ -350,14 +350,17 @@ namespace
     };
     NodeSerializer_c g_Nodes;
 
-    // Returns an earlier node, which two primes pick, or none for the first. Links 0 and 1 are shared, link 2 is weak.
+    // Returns an earlier node, which a multiplicative hash picks (Knuth), or none for the first. Links 0 and 1 are
+    // shared, link 2 is weak.
     template <typename POINTER>
     POINTER EarlierNode(std::vector<POINTER> const & dNodes, std::size_t i, std::size_t iLink)
     {
-        return i == 0 ? POINTER() : dNodes[(i * 7919 + iLink * 104729) % i];
+        constexpr std::uint64_t GOLDEN_RATIO = 0x9E3779B97F4A7C15;   // its fraction, times 2^64
+        constexpr std::size_t LINKS = 3;
+        return i == 0 ? POINTER() : dNodes[((i * LINKS + iLink) * GOLDEN_RATIO >> 32) % i];
     }
 
-    // The same node for a Serializer_T.
+    // OurNode_s for a Serializer_T.
     struct TypedNode_s
     {
         int iValue = 0;

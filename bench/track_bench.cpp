@@ -77,7 +77,7 @@ namespace
     }
 
     template <typename CALL>
-    void IdleBare(benchmark::State & State, CALL const & Call)
+    void IdleBare(benchmark::State & State, CALL const & fnCall)
     {
         if (!OpenBare())
         {
@@ -85,7 +85,7 @@ namespace
         }
         for (auto _ : State)
         {
-            benchmark::DoNotOptimize(Call());
+            benchmark::DoNotOptimize(fnCall());
         }
         close(g_iBareWatch);
     }

@@ -78,9 +78,9 @@ namespace
 
     // Works on the stored files if iFirst is 0, or else on the deflated ones, in turn.
     template <typename WORK>
-    void WorkInTurn(benchmark::State & State, int iFirst, WORK Work)
+    void WorkInTurn(benchmark::State & State, int iFirst, WORK fnWork)
     {
-        AskInTurn(State, Names(iFirst), Work);
+        AskInTurn(State, Names(iFirst), fnWork);
     }
 
     void ExistsOurs(benchmark::State & State)

@@ -92,7 +92,7 @@ extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
     else if (nRecord == sizeof(plat::SymbolStart_t))
     {
         auto & Start = *static_cast<plat::SymbolStart_t *>(pRecord);
-        Start.dwMark = plat::SYMBOL_MARK;
+        Start.dwMagic = plat::SYMBOL_MAGIC;
         unsigned char const cStart = g_pInput->Get();
         Start.nWord = 8u ^ (cStart & 15);
         Start.nPrinters = cStart >> 4 & 3;

@@ -20,8 +20,8 @@ namespace plat
         auto operator<=>(Guid_t const &) const = default;
     };
 
-    /// Results of GuidCreateSequential, in the low 16 bits, with the numbers of Windows (UuidCreateSequential). All
-    /// other values are failures. The last two come with an identifier.
+    /// Results of GuidCreateSequential, with the numbers of Windows (UuidCreateSequential). Only the low 16 bits of a
+    /// result count. All other values are failures. The last two come with an identifier.
     inline constexpr std::uint32_t GUID_OK = 0;
     inline constexpr std::uint32_t GUID_NO_ADDRESS = 1739;   // the machine has no hardware address
     inline constexpr std::uint32_t GUID_LOCAL_ONLY = 1824;   // unique on this machine, but perhaps not elsewhere

@@ -118,17 +118,18 @@ TEST_F(Breakpoint, BindsItsThreadAndItsProcess)
         });
     EXPECT_EQ(TrapCount_c::Extract(), 0);
     EXPECT_EQ(nArmed, THREADS);
-    auto const CountOwnTraps = []
+    auto const InChild = []
     {
-        int const nInherited = TrapsIn(Write);
+        EXPECT_EQ(TrapsIn(Write), 0) << "inherited";
         Watch_t Own;
-        return nInherited == 0 && Arm(Own) && Own.m_nIndex == 0 ? TrapsIn(Write) : 99;
+        EXPECT_EACH(Arm(Own), Own.m_nIndex == 0, TrapsIn(Write) == 1);
+        return 0;
     };
-    EXPECT_EQ(StatusOfChild(StartChild(CountOwnTraps)), 1);
+    EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0);
     EXPECT_EQ(TrapsIn(Write), 1);
     WaitingChild_c const Child;
     Watch.Clear();
     EXPECT_EQ(TrapsIn(Write), 0) << "no child keeps what its parent has cleared";
     Watch_t dAll[4];
-    EXPECT_TRUE(std::ranges::all_of(dAll, [](Watch_t & Each) { return Arm(Each); }));
+    EXPECT_EACH(Arm(dAll[0]), Arm(dAll[1]), Arm(dAll[2]), Arm(dAll[3]));
 }

@@ -10,7 +10,7 @@
 namespace
 {
     constexpr auto C0 = SIMPLE_PROFILE_CONTEXT_0, C2 = SIMPLE_PROFILE_CONTEXT_2;
-    constexpr std::int64_t STEP = 50000;   // cycles
+    constexpr std::int64_t STEP = 50000;   // ticks of shortTimeGet
 
     // Pushes and pops kinds by a text: a capital pushes the kind of its place in the alphabet, a small letter pops it,
     // and '.' waits for STEP.
@@ -110,7 +110,7 @@ TEST(SimpleProfile, OneThreadAtATimeIsInAContext)
     std::thread Other(
         [&]
         {
-            RunSteps(C2, "A.a");   // contexts do not meet
+            RunSteps(C2, "A.a");   // another context does not wait
             RunSteps(C0, "A");
             bInside = true;
             RunSteps(C0, ".a");

@@ -16,8 +16,7 @@ namespace
         char const * szExpected;   // what it prints, or null
     };
 
-    constexpr int NO_PROGRAM = 99;   // status of `game` for a name that it does not have
-    fs::path const SOURCE_FOLDER = fs::path(TEST_MEDIA_FOLDER).parent_path().parent_path();
+    fs::path const SOURCE_FOLDER = TEST_SOURCE_FOLDER;
 
     std::string ReadFile(fs::path const & Path)
     {
@@ -99,7 +98,7 @@ namespace
             SCOPED_TRACE(sPage + ":" + std::to_string(Block.iLine) + " ends with " + std::to_string(Result.iStatus)
                          + " and prints:\n" + Result.sOutput);
             EXPECT_EQ(Result.iStatus == 0, Block.sWords != "fails");
-            EXPECT_NE(Result.iStatus, NO_PROGRAM);
+            EXPECT_NE(Result.iStatus, DOCUMENTS_NO_PROGRAM);
             EXPECT_TRUE(Matches(Result.sOutput, Block.szExpected ? Block.szExpected : ""));
         }
     }
@@ -182,7 +181,7 @@ TEST(Documents, QuoteMessagesThatExistAndLinkToFilesThatExist)
         for (std::string const & sLink : Between(sPage, "](", ")"))
         {
             fs::path const Target = Entry.path().parent_path() / sLink.substr(0, sLink.find('#'));
-            bool const bLambda = !Target.has_extension() || sLink.find(' ') != std::string::npos;   // in code
+            bool const bLambda = !Target.has_extension() || sLink.find(' ') != std::string::npos;
             bool const bOwn = !bLambda && sLink.find("://") == std::string::npos;
             if (bOwn)
             {

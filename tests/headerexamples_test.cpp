@@ -1,5 +1,5 @@
-// The examples in the heads of public headers, cut out by the build (CMakeLists.txt), compiled and run.
-// Also the names of tests in docs/reliability.md.
+// The examples of public headers that need surroundings, or whose results are tested. The build cuts out all examples,
+// and makes tests of the others (examples.cmake). Also the names of tests in docs/reliability.md.
 #include "tests/media_fixture.h"
 #include "zqcore/cbreakpoint.h"
 #include "zqcore/cclipboard.h"
@@ -268,7 +268,7 @@ TEST(Reliability, PageNamesTestsThatExist)
     dTests.insert("IndexFile.OfAnythingElseIsIgnored");   // their library is not built here
     dTests.insert("SplitUnits.DamagedFilesCostVariablesAlone");
 #endif
-    std::ifstream Page(TEST_MEDIA_FOLDER "/../../docs/reliability.md");
+    std::ifstream Page(TEST_SOURCE_FOLDER "/docs/reliability.md");
     int nNamed = 0;
     for (std::string sPart; std::getline(Page, sPart, '`');)
     {

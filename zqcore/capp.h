@@ -6,7 +6,7 @@
 // Ownership: the application owns the window and the texts that it sets. Requires that they live until
 // AppMiscShutdown.
 // Threads: main thread.
-// Cost: a call. Only the start and the end touch the disk.
+// Cost: only the start and the end touch the disk. AppPurgeMessageQueue delivers all messages that wait.
 // Failure: AppIsInFocus asserts that g_pAppWindow is set. AppMiscStartup logs a line if it can't change the current
 // folder. If it can't open the main log, the application runs without one. No other call fails.
 //

@@ -4,7 +4,7 @@
 // complemented at the end. Long runs are folded with carry-less multiplication if the processor has it. The value is
 // the same either way.
 //
-// Ownership: nothing is kept.
+// Ownership: nothing is owned.
 // Threads: any thread, even before the first constructor has run.
 // Cost: one table read for each byte of a run of up to 15 bytes. A long run takes a nanosecond for 30 to 90 bytes with
 // carry-less multiplication, for 2 bytes without. Nothing allocates.

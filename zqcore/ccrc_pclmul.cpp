@@ -47,6 +47,7 @@ namespace
     constexpr std::int64_t NEAR_FACTOR = PowerOfX(BITS - 32);
     template <int BITS>
     constexpr std::int64_t FAR_FACTOR = PowerOfX(BITS + 32);
+
     constexpr std::int64_t QUOTIENT = Quotient();
 
     constexpr std::size_t BLOCK_BYTES = 16;

@@ -19,12 +19,12 @@
 //
 // Ownership: the only instance hooks the faults from load to unload.
 // Threads: the thread that faulted writes the report, on a stack of the library's. A second thread that faults
-// meanwhile waits for the end and passes its fault on without a report.
-// Cost: before a crash, a few descriptors, which a report has even if the process uses up its own, and a stack for each
-// new thread. That stack costs about a microsecond, and memory only if the thread faults. A report allocates nothing
-// from the heap and waits for no lock. Its buffers are static, on that stack or pages of the system. A call stack shows
-// the innermost 256 frames, and then a line says that farther ones are left out. The dialog and the log get the
-// innermost of them, in whole lines of at most 4095 bytes together. The log cuts a line at 1023 bytes.
+// meanwhile waits until the report ends, and passes its fault on without one.
+// Cost: before a crash, a few descriptors, so that a report has them even if the process has used up all others, and a
+// stack for each new thread. That stack costs about a microsecond, and memory only if the thread faults. A report
+// allocates nothing from the heap and waits for no lock. Its buffers are static, on that stack or pages of the system.
+// A call stack shows the innermost 256 frames, and then a line says that farther ones are left out. The dialog and the
+// log get the innermost of them, in whole lines of at most 4095 bytes together. The log cuts a line at 1023 bytes.
 // Failure: a report lacks what can't be read. It has two parts: up to the end of the first call stack, and the rest.
 // - a part ends when it faults or after REPORT_LIMIT, wherever it hangs. Without the first part there is no second, no
 //   dialog and no copy in the log.

@@ -14,10 +14,11 @@ inline constexpr std::uint64_t CACHE_STAMP_OF_NAMES = ~std::uint64_t{ 0 };
 /// Word after the last record, if a stamp for each folder follows: the bytes "ZQFS" (docs/formats.md).
 inline constexpr std::uint32_t CACHE_STAMPS_FOLLOW = 0x5346515A;
 
-/// Returns the index of a folder: the CRC-32 of its path below the media root, from the separator on.
-inline std::uint32_t CacheIndexOf(char const * szRelative)
+/// Returns the CRC-32 of a text. That of a folder's path below the media root, from the separator on, is the folder's
+/// index.
+inline std::uint32_t CacheIndexOf(char const * szText)
 {
-    return GetCrc32Polynomial(szRelative, static_cast<int>(std::strlen(szRelative)));
+    return GetCrc32Polynomial(szText, static_cast<int>(std::strlen(szText)));
 }
 
 /// Record of a folder of the media root.

@@ -52,7 +52,8 @@ inline constexpr int PATH_TABLE_FOLDERS = 4096;   // slots of the table of folde
 using FileTable_t = StringHash_T<File_c, 128, 16384, FILE_TABLE_STEP>;
 using PathTable_t = StringHash_T<String_T<256>, 256, PATH_TABLE_FOLDERS, FILE_TABLE_STEP>;
 
-/// Reasons why a scan skips an entry of a folder, or enters a file that can't be opened. InArchive is of a mount.
+/// Reasons why a scan skips an entry of a folder, or enters a file that can't be opened. Only FileZipMount (czip.h)
+/// reports InArchive.
 enum class FileSkip_e
 {
     Duplicate,       // another file has its key

@@ -44,8 +44,8 @@ public:
     void AddGroup(unsigned int element_size, unsigned int elements_total);
 
     /// Allocates a block of the smallest class with nBytes or more and returns it, never null. Blocks of a class whose
-    /// size is a multiple of 16 are aligned to 16 bytes. bArray marks an array. Free compares it with its own. Ends in
-    /// Abort if all classes are smaller, or if there is no memory for a chunk.
+    /// size is a multiple of 16 are aligned to 16 bytes. bArray marks an array. Free asserts that its bArray is the
+    /// same. Ends in Abort if all classes are smaller, or if there is no memory for a chunk.
     void * Alloc(unsigned int nBytes, bool bArray);
 
     /// Frees a block and returns true. Asserts that the block is allocated, and with this bArray. A block is freed even

@@ -102,7 +102,7 @@ ZQ_API wchar_t const * LogGetFolder();
 /// sFolder. The part after the last separator is not made. Levels that can't be made are skipped.
 ZQ_API void LogCreateFolders(wchar_t * sFolder);
 
-/// Do the same with arguments of text classes (cprintf.h).
+/// Do what the functions of the same name do, with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Log)
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , LogEscaped)
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , Debugf)

@@ -48,5 +48,5 @@ bool IsPlainText(char const * pText, std::size_t nText);
 
 /// Writes the start of a line of the main log, as "%8.3f\t%i\t" formats it, so that it ends at pEnd. Returns where it
 /// begins. It has at most LINE_PREFIX_SIZE - 1 characters and no terminator. tPassed is in seconds. Requires that the
-/// buffer has as many bytes before pEnd.
+/// buffer has LINE_PREFIX_SIZE - 1 bytes before pEnd.
 char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame);

@@ -69,6 +69,6 @@ ZQ_API void LogfArg(char const * sFile, char const * fmt, std::va_list args) ZQ_
 /// Writes a text to the named log as it is, without a line end. Does nothing if either text is null.
 ZQ_API void Logf_raw(char const * sFile, char const * sText);
 
-/// Do the same with arguments of text classes (cprintf.h).
+/// Do what the functions of the same name do, with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logf, (char const * sFile), (sFile))
 ZQ_PRINTF_TEXTS_AFTER(ZQ_INLINE void, , Logcf, (bool bCondition, char const * sFile), (bCondition, sFile))

@@ -1,10 +1,11 @@
 // cperlin.h: gradient noise in one, two and three dimensions (K. Perlin, "An Image Synthesizer", 1985).
 //
-// The lattice has a permutation of 256 and gradients. In two and three dimensions they have length 1, or 0 if all
-// components are drawn as 0. In one they range from -1 to below 1. The library's own generator draws permutation and
-// gradients from a seed, so a seed produces the same noise, bit for bit, on every machine. Noise is 0 at integer
-// coordinates, repeats every 256 units, and ranges from -0.5 to 0.5. All arithmetic is single precision. 4096 is added
-// to each coordinate first, so large coordinates lose their fraction.
+// Tables hold 256 gradients and a permutation of their numbers, which assigns a gradient to each point of the lattice.
+// In two and three dimensions a gradient has length 1, or 0 if all its components are drawn as 0. In one dimension it
+// ranges from -1 to below 1. The library's own generator draws the tables from a seed, so a seed produces the same
+// noise, bit for bit, on every machine. Noise is 0 at integer coordinates, repeats every 256 units, and ranges from
+// -0.5 to 0.5. All arithmetic is single precision. 4096 is added to each coordinate first, so large coordinates lose
+// their fraction.
 //
 // Ownership: the tables are static. Points are values of the caller.
 // Threads: any number of threads may read noise, but not while the module is initialised or the seed is set.
@@ -19,13 +20,13 @@
 
 #include "zqcore/cmodule.h"
 
-/// Point of the plane.
+/// Point in the plane.
 struct Vector2_t
 {
     float x, y;   // coordinates
 };
 
-/// Point of the space.
+/// Point in space.
 struct Vec3fpu_t
 {
     float x, y, z;   // coordinates

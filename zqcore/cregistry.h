@@ -78,8 +78,8 @@ public:
     int DeleteKey(char const * sName, int bRecursive);
 
     /// Write the name of a subkey of the open key, spelled as at its creation, and return true. iIndex counts from 0 in
-    /// the order of the lower-case names. May see a change by another process 20 ms late. Return false, with sName
-    /// unchanged, if there is none or if it does not fit into iSize bytes.
+    /// the order of the lower-case names. May see a change by another process up to 20 ms late. Return false, with
+    /// sName unchanged, if there is none or if it does not fit into iSize bytes.
     bool EnumKey(int iIndex, char * sName, int iSize);
     template <TextObject_T TEXT>
     bool EnumKey(int iIndex, TEXT & sName)
@@ -89,7 +89,7 @@ public:
                && TextPut(sName, sLongest);
     }
 
-    /// Fill the record and return 1. On failure they return 0, and the record is zero.
+    /// Fill the record and return 1. On failure return 0, and the record is zero.
     int GetKeyInfo(_tag_KEY_INFO * pInfo);
     int GetDataInfo(char const * sName, _tag_DATA_INFO * pInfo);
 

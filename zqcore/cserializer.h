@@ -183,8 +183,8 @@ protected:
     /// Stores the object at pObject, or makes or finds an object, sets pObject and loads it.
     virtual void SerializeObject(Serializeable_c & archive, void *& pObject) = 0;
 
-    /// Registers an address, usually of a part, that pointers to this serializer's class may lead to. Writes the same
-    /// record as RegisterPointer and notes the class, which ReadOwnPointer and SerializePointer check.
+    /// Registers an address, usually of a part, that pointers to this serializer's class may lead to. Stores or
+    /// loads the same record as RegisterPointer, and notes the class, which ReadOwnPointer and SerializePointer check.
     void RegisterOwnPointer(Serializeable_c & archive, void const * pPointer);
 
     /// Stores a pointer to an object of this serializer's class, or null. Asserts that the pass has not seen the object
@@ -340,8 +340,8 @@ void Serialize(Serializeable_c & archive, T *& pObject)
 ZQ_API void SerializerListFree();
 
 /// Module of serialization. It depends on ModuleFile_c. It resets the table at start. At shutdown it removes the static
-/// objects and the serializers. Serializers register at load time, so a process serializes only until the first
-/// shutdown.
+/// objects and the serializers. Static serializers register when their module is loaded, so a process serializes only
+/// until the first shutdown.
 class ZQ_API ModuleSerialize_c : public Module_c
 {
 public:

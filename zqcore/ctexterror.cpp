@@ -126,7 +126,7 @@ void TextErrors_c::SetAt(char const * szReason, char const * szAbout, char const
     LogIfWanted();
 }
 
-char const * TextSkipLongMark(char const *& pBegin, char const * pEnd)
+char const * TextSkipMarkSlow(char const *& pBegin, char const * pEnd)
 {
     std::string_view const sText(pBegin, static_cast<std::size_t>(pEnd - pBegin));
     if (sText.starts_with("\xFF\xFE") || sText.starts_with("\xFE\xFF"))

@@ -12,13 +12,13 @@ struct FileText_t
 };
 
 /// Skips the byte order mark of UTF-8. Returns null, or why a text with the mark of UTF-16 can't be read.
-char const * TextSkipLongMark(char const *& pBegin, char const * pEnd);
+char const * TextSkipMarkSlow(char const *& pBegin, char const * pEnd);
 
-/// Skips the byte order mark as TextSkipLongMark does. An ASCII text costs no call.
+/// Skips the byte order mark as TextSkipMarkSlow does. An ASCII text costs no call.
 inline char const * TextSkipMark(char const *& pBegin, char const * pEnd)
 {
     constexpr unsigned char LOWEST_MARK = 0xEF;
-    return pBegin < pEnd && static_cast<unsigned char>(*pBegin) >= LOWEST_MARK ? TextSkipLongMark(pBegin, pEnd)
+    return pBegin < pEnd && static_cast<unsigned char>(*pBegin) >= LOWEST_MARK ? TextSkipMarkSlow(pBegin, pEnd)
                                                                                : nullptr;
 }
 

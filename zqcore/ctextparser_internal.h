@@ -38,7 +38,7 @@ namespace text
     }
 }
 
-/// Finds the next token, moves after it and returns true. Returns false at the end of the text. Without a text also
+/// Finds the next token, moves after it and returns true. Returns false at the end of the text. On a closed parser also
 /// logs a line.
 inline bool SimpleTextParser_c::NextToken(TextToken_t & Token)
 {

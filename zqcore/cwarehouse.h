@@ -61,7 +61,7 @@ public:
     ZQ_API TextError_t const & GetLastError() const;
 
     /// Write the key of the open file. Return false if there is none, which is always so with bCopy. Here and below,
-    /// functions with a buffer assert that it is not null and nMaxLength above 1, and return false otherwise.
+    /// functions with a buffer assert that it is not null and that nMaxLength is above 1, and return false otherwise.
     ZQ_API bool GetFileName(char * sName, int nMaxLength) const;
     template <TextObject_T TEXT>
     bool GetFileName(TEXT & sName) const
@@ -82,8 +82,8 @@ public:
         return GetWorkIdent(sIdent);
     }
 
-    /// Make the line of the first item with this ident the work line and return true. Do not disturb a walk with
-    /// NextIdent. Assert that the ident is not null. Return false, without a work line, if no item has it. A header
+    /// Make the line of the first item with this ident the work line and return true. A walk with NextIdent continues
+    /// undisturbed. Assert that the ident is not null. Return false, without a work line, if no item has it. A header
     /// line is no item.
     ZQ_API bool FindIdent(char const * sIdent);
     bool SetWorkIdent(char const * sIdent) { return FindIdent(sIdent); }
@@ -119,9 +119,9 @@ public:
     ZQ_API bool Get(char const * sColumn, short & value) const;
     ZQ_API bool Get(char const * sColumn, unsigned char & value) const;
 
-    /// Reads the work line's cell as a whole number in the range of any other integer type. Returns false as the other
-    /// forms do, and also for a cell that begins with a NUL. If std::uint64_t is unsigned long, the form of that type
-    /// below limits it to 32 bits, and unsigned long long has the whole range.
+    /// Reads the work line's cell as a whole number in the range of T, any other integer type. Returns false as the
+    /// other forms do, and also for a cell that begins with a NUL. If std::uint64_t is unsigned long, the form of that
+    /// type below limits it to 32 bits, and unsigned long long has the whole range.
     template <Integer_T T>
     bool Get(char const * sColumn, T & value) const
     {

@@ -254,7 +254,7 @@ bool WarehouseScan_t::NextItem(WarehouseLine_c * pResult, int & nLines)
 // Skips lines up to the first one whose first column is not null and passes the test, and reads it. Adds the number of
 // lines skipped and read to nLines. Returns false if there is no such line.
 template <typename TEST>
-bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLines)
+bool WarehouseScan_t::SkipLines(TEST fnTest, WarehouseLine_c * pResult, int & nLines)
 {
     pResult->Reset();
     Classes_c const Classes(sSeparators);
@@ -263,7 +263,7 @@ bool WarehouseScan_t::SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLin
     {
         ++nLines;
         int const nStart = nPos;
-        TestSink_T<TEST> First{ Test };
+        TestSink_T<TEST> First{ fnTest };
         bool bMore = true;
         while (bMore && !First.m_bThere)
         {

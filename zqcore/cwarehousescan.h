@@ -151,7 +151,7 @@ private:
     template <typename SINK>
     void PassEscapedCell(int nStart, int nEnd, SINK & Sink);
     template <typename TEST>
-    bool SkipLines(TEST Test, WarehouseLine_c * pResult, int & nLines);
+    bool SkipLines(TEST fnTest, WarehouseLine_c * pResult, int & nLines);
 
     /// Reads a line, or its first nMost columns. Returns whether the line may have more.
     bool Read(Classes_c const & Classes, WarehouseLine_c * pResult, int nMost = INT_MAX);

@@ -30,10 +30,10 @@ Text_t Size(double fBytes)
 {
     static constexpr char const * UNITS[] = { "bytes", "KB", "MB", "GB", "TB" };
     constexpr int LAST_UNIT = static_cast<int>(std::size(UNITS)) - 1;
-    constexpr double STEP = 1000.0;         // from a unit to the next
-    constexpr double LAST_SHOWN = 999.95;   // what is as large prints as a whole step
+    constexpr double STEP = 1000.0;                          // from a unit to the next
+    constexpr double NEXT_UNIT_FROM[] = { 999.5, 999.95 };   // prints as a whole step, without and with a decimal
     int iUnit = 0;
-    for (; fBytes >= LAST_SHOWN && iUnit < LAST_UNIT; ++iUnit)
+    for (; fBytes >= NEXT_UNIT_FROM[iUnit > 0] && iUnit < LAST_UNIT; ++iUnit)
     {
         fBytes /= STEP;
     }

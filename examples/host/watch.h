@@ -13,7 +13,8 @@ class Watch_c
 {
 public:
     /// Stores the rows of the survey's tables. Handles the signals that ask a program to end: SIGINT, SIGTERM, and
-    /// SIGHUP unless it is ignored. On failure GetWhyNot returns the reason.
+    /// SIGHUP unless it is ignored. A second SIGINT or SIGTERM ends the host at once. On failure GetWhyNot returns the
+    /// reason.
     Watch_c(std::string const & sMedia, Survey_c const & Survey);
 
     /// Ends the watch. Restores the system's handling of SIGINT and SIGTERM.
@@ -21,8 +22,8 @@ public:
     Watch_c(Watch_c const &) = delete;
     Watch_c & operator=(Watch_c const &) = delete;
 
-    /// Prints what is not watched (FileTrackGetProblem), each time that changes. Returns whether the host was asked to
-    /// end. A second SIGINT, or a second SIGTERM, ends it at once.
+    /// Prints what is not watched (FileTrackGetProblem) if that has changed since the last call. Returns whether the
+    /// host was asked to end.
     static bool IsOver();
 
     /// Returns whether the terminal of a watch was closed, so that nothing printed can be read.

@@ -245,7 +245,7 @@ namespace plat
         return FileWriteAt(m_hFile, m_nOffset, m_pData, m_nLeft);
     }
 
-    // In a child of the process that opened the file, the queue and the memory that it writes are the parent's.
+    // Runs in a forked child. The queue is the parent's, so the child waits for none of its writes.
     void AsyncFile_c::Abandon()
     {
         Queue_s & Queue = SystemIn(m_dSystem).Queue;

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <link.h>
 #include <locale>
 #include <span>
@@ -20,6 +19,39 @@ namespace plat
 
         constinit std::atomic<HeapDump_t> g_fnDump = nullptr;
         constinit std::atomic<bool> g_bLeakCheck = false;
+
+        // Module of the C++ runtime. Has no parts if it is this library's too: there the runtime's globals can't be
+        // distinguished from others.
+        struct Runtime_s
+        {
+            std::span<ElfW(Phdr) const> dParts;
+            std::uintptr_t nBias = 0;   // from the addresses of the parts to those in memory
+        };
+        constinit Runtime_s g_Runtime;
+
+        bool Holds(dl_phdr_info const & Module, void const * pAddress)
+        {
+            std::uintptr_t const nAddress = reinterpret_cast<std::uintptr_t>(pAddress) - Module.dlpi_addr;
+            return std::any_of(Module.dlpi_phdr, Module.dlpi_phdr + Module.dlpi_phnum,
+                [&](ElfW(Phdr) const & Part)
+                { return Part.p_type == PT_LOAD && nAddress - Part.p_vaddr < Part.p_memsz; });
+        }
+
+        // Runs at load, when no lock is held. At the end of the process the loader's locks could be: by a thread that
+        // loads a module and waits for the heap, or in the child of a fork for ever.
+        __attribute__((constructor(ZQ_FIRST_PRIORITY))) void FindRuntime()
+        {
+            auto const Visit = [](dl_phdr_info * pModule, std::size_t, void *)
+            {
+                bool const bRuntime = Holds(*pModule, &std::locale::classic());
+                if (bRuntime && !Holds(*pModule, &g_bLeakCheck))
+                {
+                    g_Runtime = { { pModule->dlpi_phdr, pModule->dlpi_phnum }, pModule->dlpi_addr };
+                }
+                return bRuntime ? 1 : 0;
+            };
+            ::dl_iterate_phdr(Visit, nullptr);
+        }
 
         // The live blocks by address. Those that the C++ runtime keeps are marked: its globals reach them, directly or
         // through blocks that it keeps too. Requires g_HeapLock, and the number of the live blocks.
@@ -100,27 +132,13 @@ namespace plat
                 }
             }
 
-            // Scans the runtime's globals, unless they are in one module with this library's: they can't be distinguished
-            // there. Does not visit the modules with dl_iterate_phdr, whose lock a fork leaves held in the child.
             void ScanRuntime()
             {
-                Dl_info Runtime, Library;
-                if (::dladdr(&std::locale::classic(), &Runtime) == 0 || ::dladdr(&g_bLeakCheck, &Library) == 0
-                    || Runtime.dli_fbase == Library.dli_fbase)
-                {
-                    return;
-                }
-                auto const * const pBase = static_cast<std::byte const *>(Runtime.dli_fbase);
-                auto const & Header = *reinterpret_cast<ElfW(Ehdr) const *>(pBase);
-                std::span const dParts(
-                    reinterpret_cast<ElfW(Phdr) const *>(pBase + Header.e_phoff), std::size_t{ Header.e_phnum });
-                auto const First = std::find_if(
-                    dParts.begin(), dParts.end(), [](ElfW(Phdr) const & Part) { return Part.p_type == PT_LOAD; });
-                for (ElfW(Phdr) const & Part : dParts)
+                for (ElfW(Phdr) const & Part : g_Runtime.dParts)
                 {
                     if (Part.p_type == PT_LOAD && (Part.p_flags & PF_W) != 0)
                     {
-                        auto const nBegin = reinterpret_cast<std::uintptr_t>(pBase) + Part.p_vaddr - First->p_vaddr;
+                        std::uintptr_t const nBegin = g_Runtime.nBias + Part.p_vaddr;
                         Scan(nBegin, nBegin + Part.p_memsz);
                     }
                 }

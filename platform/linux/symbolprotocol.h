@@ -1,10 +1,11 @@
 // symbolprotocol.h: the records that the library and its helper zqsymbols exchange.
 //
-// They use one socket that keeps records whole. The library sends SymbolStart_t, its SymbolPrinter_t and then requests.
-// The helper answers each request with one SymbolAnswer_t that has its number, so that a late answer is not mistaken
-// for that of the next request. Before that it may ask for memory by an answer of kind ANSWER_NEEDS_MEMORY, which the
-// library answers with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper serves processes of both word
-// sizes. Both sides come from one build. If the mark in the first record is another one, the helper ends.
+// They use one socket that keeps records whole. The library sends a SymbolStart_t, a SymbolPrinter_t for each printer,
+// and then requests. The helper answers each request with one SymbolAnswer_t that has its number, so that a late answer
+// is not mistaken for that of the next request. Before that it may ask for memory by an answer of kind
+// ANSWER_NEEDS_MEMORY, which the library answers with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper
+// serves processes of both word sizes. Both sides come from one build. If the mark in the first record is another one,
+// the helper ends.
 #pragma once
 
 #include "platform/memory.h"
@@ -19,7 +20,7 @@ namespace plat
     inline constexpr int SYMBOL_MAPS = 4;
 
     /// Mark of these records, which changes with every change of them.
-    inline constexpr std::uint32_t SYMBOL_MARK = 0x5A515333;
+    inline constexpr std::uint32_t SYMBOL_MAGIC = 0x5A515333;
 
     /// Bytes of a page. The helper requests whole pages of memory. A page is readable as a whole or not at all.
     inline constexpr std::uint32_t SYMBOL_PAGE = MEMORY_PAGE;
@@ -37,7 +38,7 @@ namespace plat
     /// First record to the helper.
     struct SymbolStart_t
     {
-        std::uint32_t dwMark;
+        std::uint32_t dwMagic;
         std::uint32_t nWord;                          // bytes of an address
         std::uint32_t iThread;                        // the system's number of the thread
         std::uint32_t nPrinters;                      // records of SymbolPrinter_t that follow

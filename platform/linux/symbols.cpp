@@ -210,7 +210,7 @@ namespace plat
         SymbolStart_t StartRecord(FaultContext_t const & Context)
         {
             SymbolStart_t Start{};
-            Start.dwMark = SYMBOL_MARK;
+            Start.dwMagic = SYMBOL_MAGIC;
             Start.nWord = sizeof(void *);
             Start.iThread = Context.iThread;
             Start.nPrinters = g_nPrinters;

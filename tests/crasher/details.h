@@ -1,5 +1,4 @@
 // details.h: the part of crasher.cpp with faults among values of many types, and with threads that a report describes.
-// This file has LF line ends.
 #pragma once
 
 enum Colour_e
@@ -198,8 +197,8 @@ inline void ForbidTracing()
     prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &Program);
 }
 
-/// Faults at a line after which a gap of line numbers follows. Requires that it is the last function: the file has no
-/// such lines.
+/// Faults at a line after which a gap of line numbers follows. Requires that it is the last function, because the
+/// numbers after it are not those of the file's lines.
 inline void FaultBeforeGap()
 {
 #line 1001

@@ -39,8 +39,6 @@ namespace
         int (*fnMain)();
     };
 
-    constexpr int NO_PROGRAM = 99;   // status if no program has the name
-
     constexpr Program_s PROGRAMS[] = {
 #include "documents/entries.inl"
     };
@@ -56,5 +54,5 @@ int main(int nArguments, char ** dArguments)
             return Program.fnMain();
         }
     }
-    return NO_PROGRAM;
+    return DOCUMENTS_NO_PROGRAM;   // no program has the name
 }

@@ -9,7 +9,8 @@ namespace zqsymbols
 {
     namespace
     {
-        constexpr unsigned MAX_CALLERS = 32;   // a caller's value may in turn be one of its own caller's
+        constexpr unsigned MAX_CALLERS =
+            32;   // most callers whose values one value may need, each through the one before
 
         bool IsOneOf(int nTag, int nFirst, int nSecond)
         {
@@ -127,8 +128,8 @@ namespace zqsymbols
             return szProducer != nullptr && std::string_view(szProducer).starts_with("GNU ");
         }
 
-        // Returns the first address of a function, or nothing if it is unknown. One in several parts may have no
-        // attribute that says it.
+        // Returns the address at which a function is entered, or nothing if it is unknown. A function in several parts
+        // may have no attribute for it: then the first of its ranges has it.
         std::optional<Dwarf_Addr> EntryOf(Dwarf_Die * pFunction)
         {
             Dwarf_Addr nEntry = 0;

@@ -16,7 +16,7 @@ namespace zqsymbols
         static constexpr unsigned NUMBERS_64[] = { 16, 7, 6, 0, 3, 2, 1, 4, 5, 8, 9, 10, 11, 12, 13, 14, 15 };
         static constexpr unsigned NUMBERS_32[] = { 8, 4, 5, 0, 3, 1, 2, 6, 7 };
         plat::SymbolStart_t Start;
-        if (recv(plat::SYMBOL_SOCKET, &Start, sizeof(Start), 0) != sizeof(Start) || Start.dwMark != plat::SYMBOL_MARK
+        if (recv(plat::SYMBOL_SOCKET, &Start, sizeof(Start), 0) != sizeof(Start) || Start.dwMagic != plat::SYMBOL_MAGIC
             || (Start.nWord != 4 && Start.nWord != 8) || Start.nPrinters > plat::SYMBOL_PRINTERS)
         {
             return false;

@@ -129,11 +129,10 @@ namespace zqsymbols
             return "/proc/" + std::to_string(getppid()) + "/task/";
         }
 
-        // Returns the identifiers of the parent's threads, in ascending order.
-        std::vector<int> ThreadsOfParent()
+        // Returns the identifiers of the parent's threads, in ascending order. Sets Error if some may be missing.
+        std::vector<int> ThreadsOfParent(std::error_code & Error)
         {
             std::vector<int> dThreads;
-            std::error_code Error;
             std::filesystem::directory_iterator itTask(TaskFolder(), Error);
             for (; !Error && itTask != std::filesystem::directory_iterator(); itTask.increment(Error))
             {
@@ -262,7 +261,9 @@ namespace zqsymbols
     void ThreadLines_c::Collect()
     {
         auto const tEnd = Clock_t::now() + ALL_LIMIT;
-        std::vector<int> dAll = ThreadsOfParent();
+        std::error_code Error;
+        std::vector<int> dAll = ThreadsOfParent(Error);
+        m_sEnd = Error ? "(cut: the list of threads: " + Error.message() + ")\n" : "";
         std::erase(dAll, static_cast<int>(m_Process.GetThread()));
         std::size_t nLeft = dAll.size();
         for (int const iThread : dAll)

@@ -81,7 +81,7 @@ namespace zqsymbols
         }
 
         // Returns the place of a member whose type has nSize bytes, in a structure at nOuter. A bit field has an offset
-        // from the start of the structure, or one from the upper end of its unit.
+        // from the start of the structure, or one from the upper end of the bytes of its type.
         MemberPlace_t PlaceOf(Dwarf_Die * pMember, std::uint64_t nSize, std::uint64_t nOuter)
         {
             MemberPlace_t Place;

@@ -15,8 +15,8 @@ namespace zqsymbols
     /// Place of a member in the outermost structure.
     struct MemberPlace_t
     {
-        std::uint64_t nOffset = 0;     // from the outermost structure's start
-        std::uint64_t nFirstBit = 0;   // of a bit field, in the unit of its type's size
+        std::uint64_t nOffset = 0;     // bytes from the outermost structure's start
+        std::uint64_t nFirstBit = 0;   // of a bit field: its lowest bit in the bytes of its type at nOffset
         std::uint64_t nBits = 0;       // of a bit field: the number of its bits; 0 for other members
     };
 
@@ -57,7 +57,7 @@ namespace zqsymbols
         {
             Dwarf_Die Owner{};
             Dwarf_Die Die{};        // without aliases, const and the like; its address is null for no type
-            std::string sAlias;     // the last one
+            std::string sAlias;     // name of the last alias before Die
             std::string sMember;    // of a member
             bool bMember = false;   // whether it is a member: GetName then returns sMember
             MemberPlace_t Place;

@@ -81,5 +81,6 @@ std::string PathOf(MediaScan_t const & Scan, File_c const & File);
 /// Returns a path in the form of the tables: in lower case, with `\` as the separator.
 std::string FoldedText(std::string const & sPath);
 
-/// Mounts an archive over the files of the table. Returns why it can't, or an empty text.
+/// Mounts an archive over the files of the table. Returns why that failed, or an empty text. bRelative is as in
+/// MediaOptions_t.
 std::string MountArchive(std::string const & sPath, bool bRelative);
