@@ -58,8 +58,8 @@ struct PlainHeap_T
     bool operator==(PlainHeap_T const &) const { return true; }
 };
 
+/// A string and a vector on that heap.
 using PlainString_t = std::basic_string<char, std::char_traits<char>, PlainHeap_T<char>>;
-
 template <typename T>
 using PlainVector_T = std::vector<T, PlainHeap_T<T>>;
 

@@ -16,7 +16,7 @@ FUNCTION PeerFunction(char const * szLibrary, char const * szFunction)
 /// Functions of mimalloc, null if it is not installed.
 struct Mimalloc_s
 {
-    /// Returns whether mimalloc is installed. Otherwise fails the benchmark.
+    /// Returns whether mimalloc is installed. If it is not, fails the benchmark.
     bool IsInstalled(benchmark::State & State) const
     {
         bool const bInstalled = fnMalloc && fnFree;

@@ -1,4 +1,4 @@
-// fuzz_support.h: what the targets share.
+// fuzz_support.h: what the fuzz targets share.
 //
 // A file without a disk, a folder, the input as a stream, and a check that ends the process.
 #pragma once
@@ -50,7 +50,7 @@ public:
         pData = nullptr;
     }
 
-    std::string m_sText;   // the bytes
+    std::string m_sText;   // contents of the file
 
 private:
     FuzzFile_c()
@@ -93,6 +93,7 @@ public:
         : m_sRest(sBytes)
     {}
     bool IsEmpty() const { return m_sRest.empty(); }
+
     /// Returns the next bytes, fewer at the end.
     std::string Extract(std::size_t nBytes = std::string::npos)
     {
@@ -100,6 +101,7 @@ public:
         m_sRest.remove_prefix(sExtracted.size());
         return sExtracted;
     }
+
     /// Returns the next value. Zeros follow the end.
     template <typename T = unsigned char>
     T Get()

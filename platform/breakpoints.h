@@ -6,7 +6,7 @@
 //
 // Threads: the registers apply to the thread that writes them, and end with it. A forked process starts with none.
 // Cost: a write makes a few system calls for each register that changes, and one for each that is enabled. A read makes
-// at most one system call.
+// no system call.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// bytes.h: the order of a word's bytes, and constants for steps on all bytes of a word at once.
+// bytes.h: words from and to bytes in either order, and constants for steps on all bytes of a word at once.
 #pragma once
 
 #include <cstdint>

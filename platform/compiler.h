@@ -7,10 +7,10 @@
 //   ZQCORE_BUILD, and imported elsewhere. All other names stay inside the shared library.
 // - ZQ_INTERNAL keeps one member of an exported class inside the shared library.
 // - ZQ_PRINTF(iFormat, iFirstArgument) checks the arguments of a function that formats like printf. Both positions
-//   count from 1, and `this` counts too.
+//   count from 1, and `this` counts too. An iFirstArgument of 0 checks the format only, for a std::va_list.
 // - ZQ_REFUSE_IF(bWrong, szText), after the declarator of a function, refuses calls for which a constant expression of
-//   its parameters is true. It has no effect with GCC. ZQ_COMPILE_ERROR(szText) refuses each call that remains
-//   after optimisation.
+//   its parameters is true. It has no effect with GCC. ZQ_COMPILE_ERROR(szText), in the same place, refuses
+//   each call that remains after optimisation.
 // - ZQ_IS_CONSTANT(value) returns whether the compiler knows the value. ZQ_FOLDS_CALLS is true if this includes what
 //   inlined calls with constant arguments return. It is false without optimisation, and with Clang, where ZQ_REFUSE_IF
 //   serves.

@@ -3,8 +3,8 @@
 // The heap allocates from the C library's malloc only. Terms:
 // - word of a block: a 32-bit number of the caller, which the heap stores and returns but does not interpret. cmemory.h
 //   keeps the block's category in it.
-// - own bytes of a block: those that the user of the block sees. They are the whole block until HeapSetOwn narrows it,
-//   for instance to the aligned part of a larger block.
+// - own bytes of a block: those that the user of the block sees. They are the whole block until HeapSetOwn narrows
+//   them, for instance to the aligned part of a larger block.
 // - fence: 4 bytes of HEAP_FENCE before each block, and at least 4 after its own bytes. Damage is reported when the
 //   block is freed.
 //
@@ -67,8 +67,8 @@ namespace plat
     /// Function that receives the heap's reports.
     using HeapReport_t = void (*)(char const * szText);
 
-    /// Allocates a block with the word dwWord, aligned for any type, and returns it. szFile may be null.
-    /// Returns null if there is no memory and no failure handler returns true. Keeps szFile as a pointer.
+    /// Allocates a block with the word dwWord, aligned for any type, and returns it. Keeps szFile, which may be
+    /// null, as a pointer. Returns null if there is no memory and no failure handler returns true.
     void * HeapAlloc(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine);
 
     /// Sets the own bytes of a live block. The fence then begins after them: its first 16 bytes and its last 4, which

@@ -1,9 +1,9 @@
 // dialog.h: a text with buttons, and the answer.
 //
 // A host may install its own dialog. Without one, the library asks the user at the terminal on standard input and
-// error. An empty line there, or the end of the input, answers what lets the program continue (Ignore, No, OK), which
-// the prompt marks. Without a terminal, or in the background of one, the text goes to standard error. The answer is
-// then that of an empty line.
+// error. An empty line there, or the end of the input, counts as the answer that lets the program continue (Ignore, No,
+// OK), which the prompt marks. Without a terminal, or in the background of one, the text goes to standard error. The
+// answer is then that of an empty line.
 #pragma once
 
 #include "platform/compiler.h"

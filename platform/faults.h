@@ -137,7 +137,7 @@ namespace plat
     /// nSize is not 0.
     ZQ_API void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
 
-    /// Calls fnCall(pArgument), for at most nMilliseconds; 0 means no limit. Guarded calls may nest, and the limit of
+    /// Calls fnCall(pArgument), for at most nMilliseconds. 0 means no limit. Guarded calls may nest, and the limit of
     /// an outer call also applies in an inner one. Requires that the caller is a filter or the one thread that it waits
     /// for. Returns false if a fault of this thread or the time limit ended the call. Then whatever the call held stays
     /// held.

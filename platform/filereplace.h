@@ -22,8 +22,8 @@ namespace plat
     /// spelling, or a symbolic link. The replacement is one step: at any moment, even after a power failure, the name
     /// has all of the old contents or all of the new ones. Requires that the file was synchronised.
     ///
-    /// A shared file gets the access rights of the file that it replaces. If that file belongs to another user, the new
-    /// file gets no rights that it does not have already.
+    /// With Rights_e::Shared, the new file gets the access rights of the file that it replaces. If that file belongs to
+    /// another user, the new file gets no rights that it does not have already.
     ///
     /// Returns false, with both names unchanged, in these cases:
     /// - szFrom does not name that file.

@@ -1,6 +1,6 @@
 // filewrite.h: files written at positions.
 //
-// The handles are those of files.h, which also has the calls for positions and facts. Paths are found as there.
+// The handles are those of files.h, which also has the calls for positions and facts and says how paths are found.
 //
 // The library opens all files that it writes, streams included, by one rule, except those of storedisk.h and
 // rawfiles.h:

@@ -1,9 +1,9 @@
 // folderwatch.h: reports which files of a folder tree were changed. The caller polls. No call waits.
 //
-// The watch collects changes between two reads. It writes them to the caller's buffer as records, one after the other.
+// The watch collects changes between two reads. It writes them to the caller's buffer as a batch of records.
 // A change is one of these:
 // - A file that was opened for writing is closed, unless it is new and empty.
-// - A file is renamed to a name that exists, or to a kept name.
+// - A file is renamed to a name that exists, or to a kept name (Open).
 // - In a folder that has just been created, a file is found that is no older than the folder, has contents, and has no
 //   known writer.
 // - A file with a kept name is found in a folder that has appeared, unless it is new, and empty or still open for

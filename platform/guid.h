@@ -21,7 +21,7 @@ namespace plat
     };
 
     /// Results of GuidCreateSequential, with the numbers of Windows (UuidCreateSequential). Only the low 16 bits of a
-    /// result count. All other values are failures. The last two come with an identifier.
+    /// result count. All three come with an identifier. Any other result is a failure.
     inline constexpr std::uint32_t GUID_OK = 0;
     inline constexpr std::uint32_t GUID_NO_ADDRESS = 1739;   // the machine has no hardware address
     inline constexpr std::uint32_t GUID_LOCAL_ONLY = 1824;   // unique on this machine, but perhaps not elsewhere
@@ -34,7 +34,7 @@ namespace plat
     /// live processes of the machine differ, if the system has a socket for each process. Any thread may call it.
     ///
     /// A process holds its clock sequence for itself until it ends. It uses each tick of 100 nanoseconds only once with
-    /// a sequence. A child of a fork gets a sequence of its own. A process changes its sequence when the clock was set
+    /// a sequence. A child of a fork gets a sequence of its own. A process changes its sequence after the clock was set
     /// back. Then an identifier may equal that of a process that has ended, which is very unlikely.
     std::uint32_t GuidCreateSequential(Guid_t & Guid);
 

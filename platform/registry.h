@@ -118,7 +118,8 @@ namespace plat
     bool RegistryDeleteKey(RegistryKey_t hKey, char const * szKey);
 
     /// Deletes a key with its values and all subkeys at any depth, by its path from an open key. Deletes subkeys before
-    /// their key, from the last to the first. Returns false on failure, which may leave a part deleted.
+    /// their key, from the last to the first. An empty path means the open key itself, as in RegistryDeleteKey. Returns
+    /// false on failure, which may leave a part deleted.
     bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey);
 
     /// Counts a key's subkeys and values. Returns false on failure. Reads all values.

@@ -9,7 +9,7 @@
 //
 // Threads: one object serves one thread's registers and is not shared.
 // Cost: less than 12 KiB of stack. The calls use no heap and no lock, so a fault filter may make all of them. All
-// answers of one object together take at most SYMBOL_LIMIT, and one answer may use all of that.
+// answers of one object since Start or Renew together take at most SYMBOL_LIMIT. One answer may use all of that.
 #pragma once
 
 #include <cstddef>
@@ -27,7 +27,7 @@ namespace plat
     /// The most members of a structure that are known. Further ones are left out.
     inline constexpr unsigned SYMBOL_MEMBERS = 1024;
 
-    inline constexpr unsigned SYMBOL_LIMIT = 20000;   // milliseconds for all answers of one object
+    inline constexpr unsigned SYMBOL_LIMIT = 20000;   // milliseconds for all answers of one object since Start or Renew
 
     /// A frame of the stack.
     struct SymbolFrame_t

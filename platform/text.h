@@ -1,7 +1,7 @@
 // text.h: conversions between UTF-8 and wide text, and tests of characters.
 //
-// The result is terminated unless nSize is 0, and is cut between whole characters. nSize counts the elements of the
-// output, wide characters or bytes, with the terminator.
+// A text that is written is terminated unless nSize is 0, and is cut between whole characters. nSize counts the
+// elements of the output, wide characters or bytes, with the terminator.
 //
 // Paths need not be UTF-8. A byte that starts no valid sequence becomes the wide value WIDE_OF_BYTE + byte, which no
 // character has. Utf8FromWide converts that value back to the byte.

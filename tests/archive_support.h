@@ -143,7 +143,7 @@ inline std::string Hex(std::string_view sBytes)
     return sHex.substr(0, sHex.rfind(' '));
 }
 
-/// Returns the bytes of the dump between "```<name>" and "```" in a page such as docs/formats.md, in the form of Hex.
+/// Returns the bytes of the dump between "```<sName>" and "```" in the page at the path sPage, in the form of Hex.
 inline std::string DumpOfPage(std::string const & sPage, std::string const & sName)
 {
     std::ifstream Page(sPage);

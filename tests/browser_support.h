@@ -21,8 +21,9 @@ inline std::string FindBrowser()
     return sFound.substr(0, sFound.find('\n'));
 }
 
-/// Returns the document of a page after the page's script and then the given lines have run. sAfter follows the file's
-/// name in the address. Expects that the page says it is ready. If two options share a name, the last one counts.
+/// Returns the document of a page after the page's own script and then sScript have run. sAfter follows the file's name
+/// in the address. sOptions are further options of the browser. They replace those of the same name. Expects that the
+/// page says it is ready.
 inline std::string BrowserDocument(TempFolder_c const & Folder, std::string const & sPage,
     std::string const & sScript = "", std::string const & sAfter = "", std::string const & sOptions = "")
 {

@@ -188,6 +188,7 @@ TEST_F(ClipboardTest, AHolderIsGivenUpOnAfterAHundredTriesButADeadOneHoldsNothin
     KillChild(iChild);
     ClipboardOpen();
     EXPECT_EQ(Text(), "kept");
+    EXPECT_EQ(g_nWaits, 100) << "a dead holder is not waited for";
 }
 
 TEST_F(ClipboardTest, DoesNotNestAndIsClosedInAForkedChild)

@@ -124,7 +124,7 @@ TEST(LogFormat, TextIsThatOfPrintfAndWideTextUtf8InEveryLocale)
     ExpectLikePrintf(2049, "%Ld %Lx %ls", 1LL << 40, 0xABCDEF0123ULL, L"\u00e4");
     ExpectLikePrintf(2049, ("%" + std::string(100, '-') + "5d|%ls").c_str(), 7, L"a");
     int volatile nNarrowest = INT_MIN;
-    EXPECT_EQ(NewString("%*ls", nNarrowest, L"x"), NewString("x%254s", ""));      // as wide as the text has room
+    EXPECT_EQ(NewString("%*ls", nNarrowest, L"x"), NewString("x%254s", ""));   // as wide as the text has room
     EXPECT_STREQ(NewString("%ls|%i", L"\xD800\u00e4", 1), "\uFFFD\u00e4|1");   // half a pair is no character
 }
 
@@ -574,6 +574,15 @@ TEST_F(Logs, ARelativeFolderIsThatOfTheCallAndNullIsNone)
     ModuleLog_c::SetLogPath(nullptr);
     StartNamedLogs();
     EXPECT_EQ(ModuleLog_c::Get()->GetLogPath(), Wide(m_Folder.Join("elsewhere") + "\\GameLogs"));
+}
+
+TEST_F(Logs, NamedOnesDoNotGoToTheRootIfTheCurrentFolderWasDeleted)
+{
+    CurrentFolderScope_c const Current(m_Folder.MakeFolder("deleted"));
+    fs::remove(m_Folder.Join("deleted"));
+    StartNamedLogs();
+    EXPECT_STREQ(ModuleLog_c::Get()->GetLogPath(), L".\\GameLogs");
+    EXPECT_EQ(ModuleLog_c::Get()->GetLogFile("a.txt"), nullptr);
 }
 
 TEST_F(Logs, ANamedOneBeyondTheTableIsOpenedAllTheSame)

@@ -127,7 +127,7 @@ TEST(Memory, AnEndedThreadLeavesNoCategoryToTheNext)
 }
 
 // A fence follows the caller's bytes directly, with every alignment. It ends 4 bytes after the heap's block. Its first
-// 16 bytes are checked.
+// 16 bytes and its last 4 are checked.
 TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)
 {
     static std::string s_sReports;

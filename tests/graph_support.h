@@ -23,7 +23,7 @@ inline bool g_bRegisterItself = true;                    // whether nodes can be
 inline std::vector<std::unique_ptr<Node_s>> g_dLoaded;   // all nodes that loads made
 inline Node_s g_StaticNode;                              // a static object with contents
 
-/// Serializer of Node_s. It keeps what loads make in g_dLoaded, and its protected functions are public.
+/// Serializer of Node_s. It keeps what loads make in g_dLoaded, and makes protected functions of the base public.
 class NodeSerializer_c : public Serializer_c
 {
 public:
@@ -111,16 +111,16 @@ struct World_s
         return pRoot;
     }
 
-    /// Loads any bytes. Returns whether the pointers of each node that this made, and of the static one, lead to a
-    /// node, to what was registered without a class, or nowhere. Those to parts may lead to a part too.
+    /// Loads any bytes. Returns whether the pointers of each node that this made, and of g_StaticNode, lead to a node,
+    /// to iStatic or nowhere. A pPart may lead to a part too.
     bool LoadsSoundly(std::string_view sBytes)
     {
         RegisterStatics();
         SurvivesWithoutAbort([&] { Load(sBytes); });
-        auto const IsAny = [](auto const & IsIt)
+        auto const IsAny = [](auto const & fnIs)
         {
-            return IsIt(g_StaticNode)
-                   || std::any_of(g_dLoaded.begin(), g_dLoaded.end(), [&](auto const & pMade) { return IsIt(*pMade); });
+            return fnIs(g_StaticNode)
+                   || std::any_of(g_dLoaded.begin(), g_dLoaded.end(), [&](auto const & pMade) { return fnIs(*pMade); });
         };
         auto const Leads = [&](void const * p)
         { return !p || p == &iStatic || IsAny([p](Node_s const & Node) { return p == &Node; }); };

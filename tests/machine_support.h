@@ -1,6 +1,6 @@
 // machine_support.h: what a few tests need of the machine and of its system.
 //
-// A kernel may grant what an emulated machine does not do. The macros NEEDS_ skip such tests.
+// A kernel may grant what an emulated machine does not do. So a macro NEEDS_ tries it and may skip the test.
 #pragma once
 
 #include "platform/memory.h"
@@ -64,7 +64,7 @@ inline bool WatchesReportWrites()
 }
 
 /// Returns whether a child forked from a process with other threads can start a thread. An emulator may end it. The
-/// address checker has locks that a fork does not enter, so the child waits for ever in some runs.
+/// address checker has locks that a fork does not acquire, so the child waits for ever in some runs.
 inline bool ForksBesideThreads()
 {
 #ifdef __SANITIZE_ADDRESS__
@@ -85,8 +85,8 @@ inline bool ForksBesideThreads()
     return bForks;
 }
 
-/// Returns whether a child that vfork starts shares this process's memory, as starting a program needs it. An emulator
-/// copies.
+/// Returns whether a child that vfork starts shares this process's memory, as the start of a program needs it. An
+/// emulator may copy the memory.
 inline bool SharesMemoryUntilExec()
 {
     static bool volatile s_bShared;
@@ -296,8 +296,8 @@ inline bool CountsATouch()
     return bCounted;
 }
 
-/// Makes each later open of a debug register by this process return a descriptor that only reads as zeros. Returns
-/// false if the kernel accepts no filter of system calls.
+/// Makes each later open of a debug register by the calling thread return a descriptor that only reads as zeros.
+/// Returns false if the kernel accepts no filter of system calls.
 inline bool SwallowDebugRegisters()
 {
 #if defined(__i386__)

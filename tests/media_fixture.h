@@ -13,6 +13,8 @@
 
 namespace fs = std::filesystem;
 
+/// Fixture with an empty media tree in m_Folder. Expects at its end that no handle is open, and that the number of
+/// complaints is that of ExpectComplaints.
 class MediaTest : public testing::Test
 {
 protected:
@@ -63,6 +65,7 @@ protected:
     /// Sets how many complaints the whole test makes. Without a call it is 0. Each is answered with Ignore, No or OK.
     void ExpectComplaints(int nComplaints) { m_nComplaints = nComplaints; }
 
+    /// Scans the tree and returns whether that succeeded.
     bool Scan() { return FileAddSearchPath(m_Folder.GetPath().c_str(), true, false); }
 
     /// Returns a path below the tree as the tables have it.
@@ -71,7 +74,7 @@ protected:
         return std::string(FoldedPath_c(m_Folder.Join(sName).c_str()));
     }
 
-    /// Returns all keys in alphabetic order, joined by blanks.
+    /// Returns all keys of the table of files in alphabetic order, joined by blanks.
     static std::string Keys()
     {
         std::set<std::string> dKeys;
@@ -96,11 +99,13 @@ protected:
         return sKeys;
     }
 
+    /// Returns the contents that a file has in memory, or "(none)".
     static std::string Contents(File_c const * pFile)
     {
         return pFile && pFile->pData ? std::string(pFile->pData, pFile->pData + pFile->iLength) : "(none)";
     }
 
+    /// Returns the number of blocks of the category mem::file.
     static std::ptrdiff_t FileBlocks() { return g_MemoryCounters.dCount[mem::file]; }
 
     /// Stores the text of an event in s_dReported. Listens to g_FileReadErrorCallbacker from the start.

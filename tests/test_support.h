@@ -41,7 +41,7 @@ void RunInThreads(int nThreads, CALL const & Call)
     std::for_each(dThreads.begin(), dThreads.end(), [](std::thread & Thread) { Thread.join(); });
 }
 
-/// Skips the test that calls it, for the reason szWhy: any texts, joined by `<<`.
+/// Skips the calling test if bCondition holds. szWhy is the reason: any texts, joined by `<<`.
 #define SKIP_IF(bCondition, szWhy)                                                                                     \
     if (bCondition)                                                                                                    \
     GTEST_SKIP() << szWhy
@@ -77,14 +77,14 @@ bool StartModule(Module_c * pModule);
 /// Returns the number of this process's pages in memory, without those of files.
 long ResidentPages();
 
-/// Starts a child process that ends with the status that the call returns, or with 98 if an expectation failed in it.
+/// Starts a child process that ends with the status that fnRun returns, or with 98 if an expectation failed in it.
 /// A signal ends it after a minute.
 pid_t StartChild(std::function<int()> const & fnRun);
 
 /// Waits for the end of a child. Returns its status, or -1 if a signal ended it.
 int StatusOfChild(pid_t iChild);
 
-/// Kills a child and waits for its end. Returns whether it still ran.
+/// Kills a child and waits for its end. Returns false if it had exited before.
 bool KillChild(pid_t iChild);
 
 /// Predicate for EXPECT_EXIT: whether a breakpoint ended the process.
@@ -100,7 +100,7 @@ bool IsSuperuser();
 /// Makes a named pipe. Returns its path.
 std::string MakePipe(std::string const & sPath);
 
-/// A gate that a process waits for until another one, or a thread, opens it. Each Open ends one Wait.
+/// A gate at which a process waits until another process, or a thread, opens it. Each Open ends one Wait.
 class Gate_c
 {
 public:
@@ -162,15 +162,16 @@ Result_t RunShell(std::string const & sCommand);
 /// Runs zqtool. Returns its status and what it prints on both streams.
 Result_t RunTool(std::string const & sArguments);
 
-/// Runs a call in a child process on a terminal of its own, types a text as soon as another one is shown last, and
-/// returns the status and what was shown. Without texts it types nothing.
+/// Runs a call in a child process on a terminal of its own, types sTyped as soon as the output ends in sAwaited, and
+/// returns the status and the output. Expects both texts or neither. Without them it types nothing.
 Result_t RunOnTerminal(
     std::function<int()> const & fnRun, std::string const & sTyped = "", std::string const & sAwaited = "");
 
-/// Runs a command line of the shell as the job that has the terminal. Returns the signal that ends or stops it, or 0.
+/// Runs a command line of the shell as the foreground job of this process's terminal. Returns the signal that ends or
+/// stops the job, or 0. Kills a job that stops.
 int RunInForeground(std::string const & sCommand);
 
-/// Scope in which a limit of this process is lowered.
+/// Scope in which this process's limit RESOURCE (setrlimit) is nLimit. A write beyond RLIMIT_FSIZE raises no signal.
 template <int RESOURCE>
 class LimitScope_c
 {
@@ -194,13 +195,14 @@ private:
     void (*m_fnPrevious)(int);
 };
 
-/// Scope in which every write beyond so many bytes of a file fails, as on a full disk.
+/// Scope in which every write beyond nLimit bytes of a file fails, as on a full disk.
 using FullDisk_c = LimitScope_c<RLIMIT_FSIZE>;
 
-/// Scope in which no new descriptor has this number or a higher one.
+/// Scope in which no new descriptor has the number nLimit or a higher one.
 using FewDescriptors_c = LimitScope_c<RLIMIT_NOFILE>;
 
-/// A fresh folder below the system's temporary one or another, deleted with all it holds at the end of the scope.
+/// A fresh folder in Root, by default the system's folder for temporary files. It is deleted with all it holds at the
+/// end of the scope. Requires an absolute Root.
 class TempFolder_c
 {
 public:

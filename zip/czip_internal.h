@@ -73,7 +73,7 @@ public:
     /// Adds the archive to the list of mounted archives. Its files own it from then on.
     void Mount();
 
-    /// Makes all mounted archives open their files again at the next read. A forked child calls it.
+    /// Makes each mounted archive open its own file again at the next read. A forked child calls this function.
     static void LeaveHandles();
 
 private:
@@ -106,7 +106,7 @@ private:
     ZipArchive_c * m_pNext = nullptr;             // in the list of mounted archives
     bool m_bMounted = false;                      // whether its files own it
 
-    /// The archive's file as libzip sees it.
+    // The archive's file as libzip sees it.
     zip_error_t m_Error;
     std::uint32_t m_nAt = 0;         // position
     std::uint32_t m_nReadAt = 0;     // position of the last read
@@ -135,7 +135,7 @@ public:
     /// reason, if the data are damaged or can't be read. The bytes at pBuffer are then undefined.
     std::size_t Read(void * pBuffer, std::size_t nBytes);
 
-    /// Moves to a position inside the file or to its end. Returns false, with a reason, on failure.
+    /// Moves to a position inside the contents or to their end. Returns false, with a reason, on failure.
     bool Seek(std::uint32_t nAt);
 
     /// Returns why a call failed, or null.

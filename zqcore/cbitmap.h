@@ -112,11 +112,10 @@ public:
     BitVec_c & operator~();
 
     /// Copies the bits of the other row. If this row is longer, it keeps its size and clears its further bits. An empty
-    /// source empties this row, and so does a lack of memory for a longer one.
+    /// source empties this row, and so does a lack of memory for a longer source.
     BitVec_c & operator=(BitVec_c const & Other);
 
-    /// Does what the assignment of a copy does, and leaves the other row empty. Copies nothing unless this row is
-    /// longer.
+    /// Does what the copy assignment does, and leaves the other row empty. Copies nothing unless this row is longer.
     BitVec_c & operator=(BitVec_c && Other) noexcept
     {
         if (Other.iDim > 0 && Other.iDim < iDim)
@@ -134,8 +133,8 @@ public:
     /// zeros after a short text. The size stays. Asserts that szData is not null, and changes nothing otherwise.
     BitVec_c & operator=(char const * szData);
 
-    /// Writes upper-case digits, at most nLen, and a terminator if one fits: a buffer of up to two characters a byte
-    /// gets none. Returns szData.
+    /// Writes the row as upper-case hexadecimal digits, two a byte but at most nLen, and a terminator if nLen has room
+    /// for it after them. Returns szData.
     char * Hex(char * szData, int nLen) const;
 
     /// Saves or loads: the size in bits, then the bytes. Loading grows to the size and clears the rest. An archive of

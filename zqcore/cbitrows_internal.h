@@ -32,8 +32,8 @@ namespace bits
         return Value;
     }
 
-    /// Sets pTo[i] to fnCombine(pTo[i], pFrom[i]) for nBytes bytes. fnCombine is bitwise, and accepts bytes, words and
-    /// vectors of words.
+    /// Sets pTo[i] to fnCombine(pTo[i], pFrom[i]) for nBytes bytes. Requires that fnCombine is bitwise and accepts
+    /// bytes, words of 8 bytes and vectors of words.
     template <typename COMBINE>
     void Combine(unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes, COMBINE fnCombine)
     {
@@ -90,7 +90,7 @@ namespace bits
     }
 
     /// Returns the index of the first byte for which fnWord is not 0, or nBytes if there is none. fnWord(i, Zero)
-    /// handles as many bytes from i on as the type of Zero has: one, a word or a vector.
+    /// returns the results for the bytes from i on as one value of Zero's type: a byte, a word of 8 bytes or a vector.
     template <typename WORD>
     std::size_t FindByte(std::size_t nBytes, WORD fnWord)
     {

@@ -5,7 +5,7 @@
 
 /// Scope of one firing. If granted, holds the lock that the four lists share (ccallback.h). They share one because a
 /// receiver of one list may fire another: with two locks, two threads could enter them in opposite orders. The lock is
-/// re-entrant, so a receiver may fire. Fire decides what that does (ccallback.h).
+/// re-entrant, so a receiver may fire. Fire decides what a nested firing does (ccallback.h).
 class Firing_c
 {
 public:

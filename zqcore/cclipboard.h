@@ -47,7 +47,7 @@ void ClipboardClose();
 /// the previous text stays.
 void ClipboardPrintf(char const * sFormat, ...) ZQ_PRINTF(1, 2);
 
-/// Does the same with arguments of text classes (cprintf.h).
+/// Does what the function of the same name does, with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS(ZQ_INLINE void, , ClipboardPrintf)
 
 /// Copies the text and its terminator to pData, and returns true. Requires room for ClipboardGetSize bytes. Returns

@@ -54,7 +54,7 @@ inline std::uint32_t Crc32Feed4(std::uint32_t dwRegister, std::uint32_t dwValue)
            ^ g_dCrc32FollowTab[0][(dwMixed >> 16) & 0xFF] ^ g_dCrc32Tab[dwMixed >> 24];
 }
 
-/// Returns the register after eight bytes: those of dwFirst, then those of dwSecond.
+/// Returns the register after eight bytes: those of dwFirst, then those of dwSecond, the low byte of each first.
 inline std::uint32_t Crc32Feed8(std::uint32_t dwRegister, std::uint32_t dwFirst, std::uint32_t dwSecond)
 {
     std::uint32_t const dwMixed = dwRegister ^ dwFirst;

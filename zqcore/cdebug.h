@@ -124,13 +124,13 @@ public:
     /// Returns the only instance.
     ZQ_API static DebugMessages_c & Get();
 
-    /// Shows the text of a failed condition. Returns whether the caller must break into the debugger. Returns false,
-    /// without a dialog, while m_bQuiet is set.
+    /// Shows the text of a failed condition. Returns true for the answer Yes: the caller then breaks into the debugger.
+    /// Returns false, without a dialog, while m_bQuiet is set.
     ZQ_API bool DebugAssert(char const * sFile, int iLine, char const * sText);
 
-    /// Sets the location of the calling thread's next complaints. Returns DebugWarningInternal, to call at
-    /// once: `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`. Keeps sFile as a pointer. Each thread has a file
-    /// and a line of its own. The object has none.
+    /// Sets the location of the calling thread's next complaints. Returns DebugWarningInternal, to call at once:
+    /// `(dm.*dm.SetLocation(__FILE__, __LINE__))("text %i", i)`. Keeps sFile as a pointer. Each thread has a file and a
+    /// line of its own. The object has none.
     ZQ_API Internal_t SetLocation(char const * sFile, int iLine);
 
     /// Shows an error at the location that was set. Breaks into the debugger on OK. Returns the answer: 1 for OK, or 7

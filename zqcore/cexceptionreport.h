@@ -3,8 +3,8 @@
 // A fault that nothing handles leaves a text file, CrashReport_*.rpt. The file says what faulted, where, with which
 // registers, on which call stack, what the code around it was and what the locals of every frame held. The main log and
 // standard error get the file's path, or the reason why there is no file. When the file is whole, a dialog shows the
-// call stack. Then the main log gets a copy and is closed. Then the previous fault filter gets the fault. Silent mode
-// differs: see UnhandledExceptionFilter.
+// call stack. Then the main log gets a copy of the stack and is closed. Then the previous fault filter gets the fault.
+// Silent mode differs: see UnhandledExceptionFilter.
 //
 // A second file beside it, the file of details CrashReport_*_details.txt, has what was accessed by which thread, the
 // frames with inlined calls, sources and values, the other threads, the modules and the state of the process.
@@ -19,7 +19,7 @@
 //
 // Ownership: the only instance hooks the faults from load to unload.
 // Threads: the thread that faulted writes the report, on a stack of the library's. A second thread that faults
-// meanwhile waits until the report ends, and passes its fault on without one.
+// meanwhile waits until the report ends, and then passes its fault on without a report of its own.
 // Cost: before a crash, a few descriptors, so that a report has them even if the process has used up all others, and a
 // stack for each new thread. That stack costs about a microsecond, and memory only if the thread faults. A report
 // allocates nothing from the heap and waits for no lock. Its buffers are static, on that stack or pages of the system.
@@ -84,8 +84,9 @@ public:
     /// texts. If several printers match a type, the last one added applies. Requires that no other thread adds or
     /// crashes.
     /// - szType is the type's name with its namespaces, at most 127 bytes. `*` in it is any text.
-    /// - szTemplate has at most 255 bytes: "({x}, {y}, {z})". `{name}` is the value of a member, `{name.name}` that of
-    ///   a member's member, and all else is copied. A member that the type does not have is shown as "(no member x)".
+    /// - szTemplate is a text such as "({x}, {y}, {z})", at most 255 bytes. `{name}` is the value of a member,
+    ///   `{name.name}` that of a member's member, and all else is copied. A member that the type does not have is shown
+    ///   as "(no member x)".
     /// - On failure, because a text is longer or there are 32 printers, logs a line and returns false.
     ZQ_API static bool AddTypePrinter(char const * szType, char const * szTemplate);
 

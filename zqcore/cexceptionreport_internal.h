@@ -24,8 +24,8 @@ namespace exceptionreport
     inline constexpr std::size_t NAME_SIZE = 1024;     // bytes of the name of a function, a variable or a file
     inline constexpr std::size_t STACK_FRAMES = 256;   // further outer frames are left out
 
-    /// Parts of the listing of code: the bytes that are read at once if not all are readable, and the bytes before the
-    /// piece of the address.
+    /// Bytes of a piece of the listing of code, and bytes that the listing has before the piece of the address. The
+    /// listing is read piece by piece if not all of its bytes are readable.
     inline constexpr std::size_t SPAN_PIECE = 32;
     inline constexpr std::uintptr_t SPAN_BEFORE = 128;
 
@@ -122,7 +122,7 @@ namespace exceptionreport
         /// Returns the line that is being made.
         Text_c & GetLine() { return m_Line; }
 
-        /// Ends that line and starts the next one. A line that was cut ends in "...".
+        /// Ends the line of GetLine and starts the next one. A line that was cut ends in "...".
         void EndLine();
 
         /// Adds whole lines. Escapes control characters that are left in them.
@@ -160,7 +160,7 @@ namespace exceptionreport
         char m_szBuffer[BUFFER_SIZE];
         std::size_t volatile m_nWhole = 0;      // bytes of whole lines in the buffer
         bool volatile m_bFlushing = false;      // whether a write of the buffer has begun
-        std::uint64_t volatile m_nBefore = 0;   // bytes of the file before it
+        std::uint64_t volatile m_nBefore = 0;   // bytes of the file before that write
         bool m_bLost = false;                   // whether a write failed
         bool m_bStuck = false;                  // whether a section and its end were both broken off
         char m_szLine[LINE_SIZE];
@@ -202,7 +202,7 @@ namespace exceptionreport
     /// pDialogText as far as they fit, unless that is null.
     void WriteCallStack(plat::Symbols_c & Symbols, bool bVariables, Text_c * pDialogText);
 
-    /// Writes the variables of the frame that the walk returned last.
+    /// Writes the variables of the last frame of Symbols_c::NextFrame.
     void WriteVariables(plat::Symbols_c & Symbols);
 
     /// Writes the listing of the code around an address.

@@ -14,11 +14,11 @@
 // thread that reads, the worker of cfileasync.h included. If the whole file is read, they fire inside the file's lock.
 // One thread at a time runs receivers of these lists and of complaints (cdebug.h). A receiver may log, store data and
 // complain. Requires that it opens no file that another thread may be opening.
-// Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates the file's size and reads
-// it at once.
+// Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates a block of the file's
+// size and reads the file at once.
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line. Its iLength is the low 32 bits of its
 // size. Unknown names are not logged. FileGetWhyNot and File_c::GetWhyNot return the reason of a failure. After
-// SetTextErrorLog(true) (ctexterror.h) each failed open or Load, except File_c::OpenStored, is also logged as "%s: %s"
+// SetTextErrorLog(true) (ctexterror.h) each failed open or Load, but no failed OpenStored, is also logged as "%s: %s"
 // with the reason after the caller's name, or after the full path if the caller passed an object. FileAddOneFile logs
 // the bare name. These are an Achtung (cdebug.h) too:
 // - a file, known or of FileAddOneFile, that the system does not open, except packs and names in ".bin"
@@ -68,7 +68,7 @@ public:
     virtual String_T<256> GetFullPath() const;
 
     /// Reads dwLength bytes from the byte dwPosition of the file on disk to pBuffer and returns true. Returns true at
-    /// once if dwLength is 0; otherwise asserts that dwPosition lies inside the file. Any thread may call it. Enters no
+    /// once if dwLength is 0. Otherwise asserts that dwPosition is below iLength. Any thread may call it. Enters no
     /// lock of the file. Returns false in these cases:
     /// - the file can't be opened, or the position can't be set.
     /// - reading fails, or the file has fewer bytes there. dwLength is then the number of bytes that were read.
@@ -108,8 +108,8 @@ public:
     /// Returns the number of references to the block. Any thread may call it.
     int GetOpensCount() const { return m_iOpensCount.load(std::memory_order_relaxed); }
 
-    /// Adds the file to the list of stayers (cfileasync.h) if its type is registered there. The list holds a reference,
-    /// so the block stays. Open calls it after it has read the own block. Any thread may call it.
+    /// Adds the file to the list of stayers (cfileasync.h) if its extension is registered there. The list holds a
+    /// reference, so the block stays. Open calls it after it has read the own block. Any thread may call it.
     void StayerDoWork();
 
     unsigned char * pData = nullptr;         // contents while resident, without a terminator; owned
@@ -201,8 +201,8 @@ private:
     bool m_bUnlocked = false;                      // whether Open must leave the lock while it reads
 };
 
-/// A file in a folder. Objects are made and destroyed on the main thread. They are allocated from a pool. Each growth
-/// of the pool is counted as a whole under the memory category of that moment.
+/// A file in a folder. Requires that objects are made and destroyed on the main thread. They are allocated from a pool.
+/// Each growth of the pool is counted as a whole under the memory category of that moment.
 class ZQ_API FileOnDisk_c : public File_c
 {
 public:
@@ -238,7 +238,7 @@ public:
     FileStored_c(FileStored_c const &) = delete;
     FileStored_c & operator=(FileStored_c const &) = delete;
 
-    /// Asserts that the stream is closed; otherwise closes it.
+    /// Asserts that the stream is closed, and closes an open one.
     virtual ~FileStored_c();
 
     /// Moves the position to iOffset bytes from iOrigin: 1 for the current position, 2 for the end, anything else for
@@ -251,8 +251,8 @@ public:
     /// Returns the current position in bytes. Returns 0 if the stream is closed.
     virtual long TellStored();
 
-    /// Reads up to iSize * iCount bytes, at most INT_MAX, to pBuffer. Returns how many were read: fewer at the end of
-    /// the file or after a failure, 0 if the stream is closed.
+    /// Reads up to iSize * iCount bytes, at most INT_MAX, to pBuffer. Returns the number of bytes that were read: fewer
+    /// at the end of the file or after a failure, 0 if the stream is closed.
     virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
 
     /// Opens the file and returns true. Stores the current size and times in the file object, unless it is resident or
@@ -264,7 +264,8 @@ public:
     /// Closes the stream, if it is open, and destroys this object.
     virtual void CloseStored();
 
-    /// Returns whether the position is at FileSize or after it. A file that has grown since has more to read.
+    /// Returns whether the position is at FileSize or after it. A file that has grown since the stream was opened
+    /// has more to read.
     bool IsEof();
 
     /// Returns the size in bytes that the file had when the stream was opened. Before that, returns File_c::iLength as

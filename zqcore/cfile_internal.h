@@ -229,5 +229,5 @@ extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations already in 
 /// Empties g_dCleanNames, so that the clean response log writes each location again.
 void FileCleanNamesReset();
 
-/// Writes the response logs. It is the receiver of g_FileOpenCallbacker. Any thread may call it.
+/// Writes a path to the response logs. It is a receiver of g_FileOpenCallbacker. Any thread may call it.
 void ResourceLoadCallback(char const * sFileName);

@@ -19,10 +19,10 @@
 #include "zqcore/cconfig.h"
 
 /// Computes the fingerprint of all CSV files if bAllCsv is set, else of those below a folder whose name ends in
-/// "declarations", without regard to case. ModuleFile_c passes false when it starts. The size of a file is its object's
-/// iLength.
+/// "declarations", without regard to case. Files of archives (czip.h) have no such folder. ModuleFile_c passes false
+/// when it starts. The size of a file is its object's iLength.
 ZQ_API void FileBuildMediaHash(bool bAllCsv);
 
-/// Returns the SHA1_HASH_SIZE bytes of the last FileBuildMediaHash, or zeros before the first. The address never
-/// changes.
+/// Returns the SHA1_HASH_SIZE bytes (csha1.h) of the last FileBuildMediaHash, or zeros before the first. The address
+/// never changes.
 ZQ_API unsigned char * FileGetMediaHash();

@@ -7,8 +7,8 @@
 //
 // Ownership: all state is static. The library opens and closes the logs.
 // Threads: the tracker and the response logs may be used on any thread. Each has a lock of its own, and the tracker
-// holds none while it complains or dumps. FileDumpInfo, FileLogLoadedMedia and FileCloneLoadedMedia belong to the main
-// thread.
+// holds none while it complains or logs the list. FileDumpInfo, FileLogLoadedMedia and FileCloneLoadedMedia belong to
+// the main thread.
 // Cost: the tracker runs from load to the end of the process and allocates nothing. A response log costs a write a
 // line. The clean log also allocates 256 bytes a path, and each open searches its paths one by one.
 // Failure: the tracker complains by Achtung and assertions. A log that can't be created is not written.
@@ -46,9 +46,9 @@ ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 /// room in the list.
 ZQ_API void FileCloseTracker(void * hFile);
 
-/// Opens the response logs of dwMask in the media root's folder Logs. The name is "thegame" if sName is null or empty.
-/// Old contents are deleted, unless bAppend is set. A log of dwMask that is open is closed first. The clean log then
-/// writes each path again. Logs outside of dwMask stay open. Without the folder no log is created.
+/// Opens the response logs of dwMask in the media root's folder Logs. Their <name> is sName, or "thegame" if that is
+/// null or empty. Old contents are deleted, unless bAppend is set. A log of dwMask that is open is closed first. The
+/// clean log then writes each path again. Logs outside of dwMask stay open. Without the folder no log is created.
 ///
 /// Sets g_bCollectResource to true. Opens are written while ModuleFile_c is initialised, as the paths that were opened.
 /// A path with a control character would forge a line: it is skipped, with a line in the main log.
@@ -87,7 +87,7 @@ ZQ_API void FileDumpInfo();
 /// that is being read.
 ZQ_API void FileLogLoadedMedia();
 
-/// Copies each file whose File_c::bOpened is set to the folder LoadedMedia of the current folder, under its key.
+/// Copies the files whose File_c::bOpened is set, under their keys, into the folder LoadedMedia of the current folder.
 /// Deletes the previous LoadedMedia first, without following links. If the new one can't be created, nothing is copied.
 /// Files that can't be copied and keys that lead out of the folder are skipped without a message.
 ZQ_API void FileCloneLoadedMedia();

@@ -1,7 +1,7 @@
 // cfilemedia.h: where the media are, which of them belong to this game, and the module that registers them.
 //
-// Requires that all settings are made before the modules start. The presence of the main pack marks a folder as the
-// media root. Nothing here opens a pack.
+// Requires that all settings are made before the modules start. The main pack only shows that the current folder is the
+// media root (GetPQXMediaPath). Nothing here opens a pack.
 //
 // Ownership: texts are copied.
 // Threads: main thread.

@@ -118,7 +118,7 @@ ZQ_API bool FileScanIsWhole(char const * sPath);
 /// - links whose target is missing.
 /// - excluded names and unfinished saves of which the system reports no facts.
 /// - excluded names of pipes, sockets and devices that no regular file hides.
-/// - excluded names of files that are hidden by one of these, or by a folder, whose name differs in case only.
+/// - excluded names of files that are hidden by a pipe, socket, device or folder whose name differs in case only.
 /// - folders below the path of a scan that is not recursive.
 extern ZQ_API Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
 

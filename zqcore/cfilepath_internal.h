@@ -104,7 +104,7 @@ String_T<256> const * FilePathAdd(char const * szPath);
 ZQ_COLD void FileReportSkip(
     FileSkip_e eWhy, char const * szFolder, char const * szName, File_c const * pFirst = nullptr);
 
-/// Logs why a file, a folder or an entry of a folder is skipped.
+/// Logs why a file, a folder or an entry of a folder is skipped. Its path is szFolder followed by szName.
 ZQ_COLD void FileLogSkipped(char const * szWhy, char const * szFolder, char const * szName = "");
 
 /// Logs that a bare name of nName characters is cut to FILE_KEY_LENGTH.
@@ -148,5 +148,5 @@ void FileScanFolder(String_T<256> const & sFolder, bool bRecursive, bool bRelati
 /// Stores that a scan could not read all entries of a folder because the system failed. See FileScanIsWhole.
 void FileScanNoteMissed(String_T<256> const & sFolder);
 
-/// Removes the stored folders whose paths begin with szPrefix. An empty prefix removes all.
+/// Removes the folders that FileScanNoteMissed stored and whose paths begin with szPrefix. An empty prefix removes all.
 void FileScanForgetMissed(char const * szPrefix);

@@ -3,7 +3,8 @@
 
 #include "zqcore/cfilereplace.h"
 
-/// Prefix of a save's second name during a commit. It has the form of a file beside (cfilereplace.h), with number 0.
+/// Prefix of a save's second name during a commit. It has the form of the prefix of a file beside (cfilereplace.h),
+/// with number 0.
 inline constexpr char SECOND_NAME_PREFIX[] = "~zq00000000-";
 
 /// Prefix of the name of the lock on a save.

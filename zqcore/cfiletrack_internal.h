@@ -1,5 +1,5 @@
-// cfiletrack_internal.h: the wait function of the lock test, for tests. No public header includes it.
+// cfiletrack_internal.h: the pause of the wait for the writers of a changed file, which tests replace.
 #pragma once
 
-/// Function that waits after each try of the lock test that finds the file.
+/// Function that sleeps after each try of plat::FileLockTest_c that finds the file. FileTrackDoWork calls it.
 extern void (*g_fnTrackSleep)(int nMilliseconds);

@@ -43,7 +43,7 @@ namespace Tessel
         /// Returns the target, or null if there is none. The reference becomes null when either end is deleted.
         GcObj * Get() const { return m_pTarget; }
 
-        /// Replaces the target, which may be null.
+        /// Replaces the target, which may be null. A reference whose source was deleted keeps no target alive.
         void Set(GcObj * pTarget);
 
     private:

@@ -77,8 +77,8 @@ public:
     /// storage. If the developer continues, it keeps that.
     void Init(std::span<std::byte> Storage, int iElementSize);
 
-    /// Returns the bytes of storage that hold a number of elements. Requires a number from 0 to MAX_ELEMENTS, and a
-    /// size above 0.
+    /// Returns the bytes of the caller's storage that always hold iElements. Requires a number from 0 to MAX_ELEMENTS,
+    /// a size above 0, and in a 32-bit build a result below 4 GiB.
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {
         return GigaSlab_c::StorageFor(iElements, iElementSize);
@@ -92,9 +92,9 @@ public:
     void Reset();
 
     /// Allocates and returns an element, or null if the pool is full. Uses the lowest free element of the group that
-    /// was full last. Groups that were never full follow in their order. An element that is allocated with bArray is
-    /// freed with bArray. Asserts that there is storage, and returns null otherwise. A pool that was full at Reset
-    /// returns null without the assertion.
+    /// was full last. Groups that were never full follow in their order. Free asserts that it gets the same bArray.
+    /// Asserts that there is storage, and returns null otherwise. A pool that was full at Reset returns null without
+    /// the assertion.
     void * Alloc(bool bArray);
 
     /// Frees the element that holds the pointer. Returns false and changes nothing if the pointer is not in the pool,
@@ -152,8 +152,8 @@ public:
         /// a spare, holds the address.
         bool Free(void const * pPtr, bool bArray) const;
 
-        /// Add a chunk, remove it, and return that of an address, or null for none or a spare. Only the pool calls
-        /// them.
+        /// Add a chunk, remove it, and return the chunk of an address, or null for none or a spare. Only pools call
+        /// these functions.
         void Add(Chunk_s & Chunk);
         void Remove(Chunk_s const & Chunk);
         Chunk_s * Find(void const * pPtr) const;

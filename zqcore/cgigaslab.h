@@ -11,7 +11,7 @@
 // Threads: one at a time.
 // Cost: 12 bytes for every 32 elements. Only Init and Reset loop or touch the heap.
 // Failure: a slab that would exceed half of the address space asserts and has no storage. A lack of memory ends in
-// Abort (cmemory.h). Misuse fails an assertion and changes nothing, but an element that was allocated with another
+// Abort (cmemory.h). Misuse fails an assertion and changes nothing, but an element that was allocated with the other
 // bArray is freed.
 #pragma once
 
@@ -42,7 +42,7 @@ public:
         Keep = 1
     };
 
-    /// Make a record without allocated elements. The second one has these neighbours in its chain.
+    /// Make a record without allocated elements. The second constructor also sets its neighbours in the chain.
     GigaGroup_c() = default;
     GigaGroup_c(int iNextGroup, int iPrevGroup);
 
@@ -58,7 +58,7 @@ public:
     bool IsAllocated(unsigned iElement) const { return (m_iBits & Lower(BothBits(iElement))) != 0; }
     bool IsArray(unsigned iElement) const { return (m_iArray & Lower(BothBits(iElement))) != 0; }
 
-    /// Returns whether a free element has the bit of an array. Only a write from outside can leave one.
+    /// Returns whether a free element has the bit of an array. Only a write from outside the pool can cause that.
     bool HasFreeArray() const { return (m_iArray & ~m_iBits) != 0; }
 
     /// Allocates the lowest free element. Returns its index in the group. Requires a free element.
@@ -144,11 +144,12 @@ public:
     bool Init(int iElements, int iElementSize, std::size_t nAlignment);
 
     /// Places as many groups as fit, with their records, in storage of the caller, but no more than MAX_ELEMENTS
-    /// elements. Asserts that the slab has no storage, and returns false otherwise. Returns true even if no group fits.
+    /// elements. A size below 1 places none. Requires that the storage stays until Reset or the end of the slab.
+    /// Asserts that the slab has no storage, and returns false otherwise. Returns true even if no group fits.
     bool Init(std::span<std::byte> Storage, int iElementSize);
 
-    /// Returns the bytes of storage in which the previous overload always places a number of elements. Requires a
-    /// number from 0 to MAX_ELEMENTS, and a size above 0.
+    /// Returns the bytes of the caller's storage in which Init always places iElements. Requires a number from 0 to
+    /// MAX_ELEMENTS, a size above 0, and in a 32-bit build a result below 4 GiB.
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {
         auto const nGroups = static_cast<std::size_t>((iElements + GigaGroup_c::ELEMENTS - 1) / GigaGroup_c::ELEMENTS);

@@ -1,10 +1,10 @@
 // cguid.h: 128-bit identifiers and their text forms.
 //
 // The platform's sequential generator makes an identifier of version 1 (RFC 4122): the time, the machine's hardware
-// address and a number that no other live process of the machine has, if the system has a socket for each. So no two
-// are equal, with one very unlikely exception: after the clock was set back, an identifier may equal that of a process
-// that has ended. A machine without an address of its own makes identifiers that are unique on that machine only. They
-// are refused unless SetGlobalOnly(false) allows them.
+// address and a number that no other live process of the machine has, if the system has a socket for each process. So
+// no two are equal, with one very unlikely exception: after the clock was set back, an identifier may equal that of a
+// process that has ended. A machine without an address of its own makes identifiers that are unique on that machine
+// only. They are refused unless SetGlobalOnly(false) allows them.
 //
 // Ownership: a Guid_c is a plain value.
 // Threads: any thread may create one.

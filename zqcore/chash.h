@@ -13,7 +13,7 @@
 //
 //     struct Item_s { String_T<32> sName; } Sword{ "sword" };
 //     static StringHash_T<Item_s, 32, 256, 3> s_Items;
-//     s_Items.Add(&Sword, &Sword.sName);              // HASH_ADDED
+//     s_Items.Add(&Sword, &Sword.sName);                     // HASH_ADDED
 //     Item_s * const pFound = s_Items.FindByName("sword");   // &Sword
 //     s_Items.Reset();
 #pragma once
@@ -70,7 +70,7 @@ private:
 };
 
 /// Table of objects of type T by names of at most KEYLEN - 1 characters, exact case. SIZE is a power of 2, at most
-/// 32,768. STEP is the distance from one slot of a chain to the next.
+/// 32,768. STEP, an odd number, is the distance from one slot of a chain to the next.
 template <typename T, int KEYLEN, int SIZE, int STEP>
 class StringHash_T
 {
@@ -209,8 +209,8 @@ struct IndexHashLowBits_s
     static constexpr std::uint32_t HashOf(std::uint32_t iKey) { return iKey; }
 };
 
-/// Table of values by 32-bit keys. SIZE is a power of 2. STEP is the distance from one slot of a chain to the next.
-/// HASH::HashOf makes the hash of a key. Entries are not removed one by one.
+/// Table of values by 32-bit keys. SIZE is a power of 2. STEP, an odd number, is the distance from one slot of a chain
+/// to the next. HASH::HashOf makes the hash of a key. Entries are not removed one by one.
 template <typename V, int SIZE, int STEP, typename HASH = IndexHashLowBits_s>
 class IndexHash_T
 {

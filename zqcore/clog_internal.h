@@ -41,9 +41,9 @@ public:
     /// line and returns false.
     bool Write(std::FILE * pStream, char const * pLine, std::size_t nLine);
 
-    /// Continues in the file that has the log's name now, or in a new one, if this one was deleted or another process
-    /// has renamed it. Checks that at most once a second, and only with a limit of LogSetLimit. The logs call it before
-    /// each line, but LogWriteBare does not. pStream and fnPath are as for Limit.
+    /// Continues in the file that has the log's name now, or in a new one, if the present file was deleted or another
+    /// process has renamed it. Checks that at most once a second, and only with a limit of LogSetLimit. The logs call
+    /// it before each line, but LogWriteBare does not. pStream and fnPath are as for Limit.
     template <typename PATH>
     void Follow(std::FILE * pStream, PATH const & fnPath)
     {
@@ -53,9 +53,9 @@ public:
         }
     }
 
-    /// Starts a new file if this one has outgrown the limit of LogSetLimit. Does nothing for other streams,
-    /// including one that got the own one's address after a host closed that. The logs call it after each line of
-    /// nLine bytes, but LogWriteBare does not. fnPath(szPath) writes the path that the own stream was opened with.
+    /// Starts a new file if the present one has outgrown the limit of LogSetLimit. Does nothing for other streams, also
+    /// if a host has closed the own stream and another one got its address. The logs call it after each line of nLine
+    /// bytes, but LogWriteBare does not. fnPath(szPath) writes the path that the own stream was opened with.
     template <typename PATH>
     void Limit(std::FILE * pStream, std::size_t nLine, PATH const & fnPath)
     {
@@ -119,6 +119,6 @@ void LogWriteBare(char const * pLine, std::size_t nLine);
 void LogCloseInCrash();
 
 /// Appends lines to the main log's file after the last destructor of the library, when no listener may be called. If
-/// the log that LogInit opened is closed, opens the file at the path of LogSetFile again. The last line may lack its
-/// line end.
+/// the log that LogInit opened is closed, opens the file at the path of LogSetFile again. The last line of szText
+/// may lack its line end.
 void LogWriteLate(char const * szText);

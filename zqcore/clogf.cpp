@@ -187,7 +187,10 @@ bool ModuleLog_c::Initialize()
     MemCategoryScope_c const Scope(mem::logger);
     if (!g_wszLogPath[0])
     {
-        plat::ProcessCurrentFolder(g_wszLogPath, CURRENT_FOLDER_SIZE);
+        if (!plat::ProcessCurrentFolder(g_wszLogPath, CURRENT_FOLDER_SIZE))
+        {
+            std::wcscpy(g_wszLogPath, L".");   // the default folder alone would lie in the root
+        }
         std::wcscat(g_wszLogPath, DEFAULT_FOLDER);
     }
     plat::ProcessMakeAbsolute(g_wszLogPath, WIDE_PATH_SIZE);

@@ -156,8 +156,8 @@ namespace mem
 /// - In all other cases the category is that of iBlockType.
 ZQ_API std::uint32_t MemoryBlockWord(int iBlockType);
 
-/// `ZQ_NEW T(...)` allocates a block of the current category. The debug heap records its file and line. Free it with
-/// delete.
+/// `ZQ_NEW T(...)` allocates a block of the current category. The debug heap records its file and line. `delete` frees
+/// it, and `delete[]` an array.
 #define ZQ_NEW new (MEMORY_CLIENT_BLOCK, __FILE__, __LINE__)
 
 namespace CoreMemory
@@ -171,8 +171,8 @@ namespace CoreMemory
     ZQ_API void operator_delete(void * p);
     ZQ_API void operator_delete_array(void * p);
 
-    /// Do the same for types whose alignment is above MEMORY_ALIGNMENT. nAlignment is a power of 2. Require that a
-    /// block is freed with the alignment of its allocation.
+    /// Allocate and free blocks of types whose alignment is above MEMORY_ALIGNMENT, as the functions above do.
+    /// nAlignment is in bytes and a power of 2. Require that a block is freed with the alignment of its allocation.
     ZQ_API void * operator_new_aligned(
         std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine);
     ZQ_API void * operator_new_array_aligned(
@@ -216,7 +216,7 @@ ZQ_API char const * MemoryCategoryName(mem::Categories_e eCategory);
 ZQ_API void MemoryCategoriesGet(
     mem::CategoryInfo * pInfo, std::ptrdiff_t & iAllocs, std::ptrdiff_t & iBytes, std::ptrdiff_t & iMaxBytes);
 
-/// Return the number of live blocks, the number of live bytes and the peak of that. They acquire no lock.
+/// Return the number of live blocks, the number of live bytes and the peak of live bytes. They acquire no lock.
 ZQ_API std::ptrdiff_t MemoryTotalAllocations();
 ZQ_API std::ptrdiff_t MemoryTotalBytesAllocated();
 ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();

@@ -94,7 +94,7 @@ struct MemoryCounters_s
     bool bNewLogEnabled;   // whether the call log is on; changed while no other thread allocates
 };
 
-/// Number of blocks by size. The heap of a shipped game counts only the total.
+/// Numbers of blocks by size. The heap of a shipped game counts only the total.
 struct MemoryTally_s
 {
     static constexpr std::size_t LIMITS[] = { 64, 128, 256, 512 };   // maximum bytes of a block of the class
@@ -126,7 +126,8 @@ extern plat::Operators_t g_ForeignOperators;
 /// Whether a foreign operator calls the library's in turn, for some blocks or for all.
 extern bool g_bForeignPassesOn;
 
-/// Sets both and reports foreign operators in one line. Requires that the heap is not tracked yet.
+/// Sets g_ForeignOperators and g_bForeignPassesOn, and reports foreign operators in one line. Requires that the heap is
+/// not tracked yet.
 void MemoryBindOperators();
 
 /// Returns whether no counter of the debug heap is negative and the categories add up to the totals. False is not yet a
@@ -189,8 +190,8 @@ inline bool MemoryMayAlign(std::size_t nSize, std::size_t nAlignment, std::size_
     return nOffset == 0 || nOffset < nSize || MemoryRefuseAlignment("offset must be within size");
 }
 
-/// Writes what a snapshot lists, all to pAll and what has no category to pUndefined, and returns the tally. Either file
-/// may be null.
+/// Writes what a snapshot lists, all to pAll and what has no category to pUndefined, and returns the tally. Each file
+/// may be null. Requires that the debug heap does not change meanwhile.
 MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined);
 
 /// Writes the totals that end a report of live blocks. Without blocks the percentages are 0.
@@ -217,7 +218,7 @@ inline mem::Categories_e MemoryCountedCategory(std::uint32_t dwWord)
     }
 }
 
-/// Reports that a block's kind is none of the three.
+/// Reports a kind above MEMORY_CLIENT_BLOCK, which no block has.
 ZQ_COLD void MemoryReportKind(std::uint32_t iKind);
 
 /// Returns the word of a new block, as MemoryBlockWord does.

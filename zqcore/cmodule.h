@@ -107,7 +107,7 @@ private:
     char const * m_szName;
     bool m_bIsInitialized = false;
     int m_iInitOrder = -1;
-    Module_c ** m_ppPrerequisites = nullptr;   // at Register, for debuggers: they can't call GetPrerequisites on a core
+    Module_c ** m_ppPrerequisites = nullptr;   // at Register, for debuggers: a core dump can't run GetPrerequisites
 
     static Array_T<Module_c *, 64, 0> m_dModules;
 };

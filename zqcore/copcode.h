@@ -102,7 +102,7 @@ private:
         unsigned nHighReg;    // bit 4 of the registers in ModR/M and SIB
         unsigned nHighRm;
         unsigned nHighIndex;
-        bool bRegisterShown;   // whether the text shows it, as for the next ones
+        bool bRegisterShown;   // whether the text shows iRegister, as for the next ones
         bool bIndexShown;
         bool bMaskShown;
         bool bRoundingShown;
@@ -139,7 +139,7 @@ private:
     void WriteText(char const * szText);
     void WriteHex(std::uint64_t nNumber, int nDigits);
 
-    unsigned char const * m_pTable = nullptr;   // the expanded form
+    unsigned char const * m_pTable = nullptr;   // the first table, expanded
     OpcodeTables_s const & m_Tables;
     unsigned char const * m_pRows = nullptr;   // the table that is being matched, and its index
     OpcodeIndex_s const * m_pIndex = nullptr;

@@ -62,7 +62,8 @@ enum OpcodePattern_e : unsigned char
     OPCODE_GROUP_MASK = 0x3F,
 };
 
-/// Bytes of a memory operand. Those up to OPCODE_SIZE_EIGHTH are parts of the vector's.
+/// Bytes of a memory operand. Those up to OPCODE_SIZE_EIGHTH are parts of the vector's. From OPCODE_SIZE_1 to
+/// OPCODE_SIZE_64 each is twice the previous one.
 enum OpcodeSize_e : unsigned char
 {
     OPCODE_SIZE_VECTOR = 0,
@@ -197,7 +198,7 @@ struct OpcodeCompact_s
 struct OpcodeIndex_s
 {
     unsigned char const * pSlots;          // for each slot its index in pStarts plus 1, or 0 for a small group
-    std::uint16_t const (*pStarts)[256];   // for each first byte of the code the offset of the first row that can match
+    std::uint16_t const (*pStarts)[256];   // for each first byte: offset in the form of the first row that can match
 };
 
 /// The tables of one mode.

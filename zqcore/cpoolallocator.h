@@ -6,7 +6,8 @@
 //   from the heap.
 // - PoolElements_c has the elements of a GigaPoolStatic_c, which may lie in storage of the caller. It needs no heap.
 //
-// PoolAllocator_T is an allocator over one of them. PoolResource_T is a std::pmr::memory_resource over one.
+// PoolAllocator_T is an allocator over a pool of either kind. PoolResource_T is a std::pmr::memory_resource over one,
+// and exists if the standard library has <memory_resource>.
 //
 // Ownership: the caller owns the pool. A container requires that its pool outlives it.
 // Threads: no lock: all containers of a pool belong to one thread at a time.
@@ -35,7 +36,7 @@ class PoolBlocks_c
 {
 public:
     static constexpr std::size_t LARGEST = 1024;   // bytes of the largest block that comes from the pool
-    static constexpr std::size_t ALIGNMENT = GigaSlab_c::ALIGNMENT;   // of such a block
+    static constexpr std::size_t ALIGNMENT = GigaSlab_c::ALIGNMENT;   // of a block from the pool
     static constexpr unsigned USUAL_BLOCKS = 1000;                    // nExpected if the caller names no number
 
     /// Makes an empty pool. sName is its name in messages of StaticMemoryPool_c (chwm.h). nExpected is the number of
@@ -50,7 +51,7 @@ public:
         return bPooled ? m_Pool.Alloc(static_cast<unsigned>(nBytes), false) : AllocateLarge(nBytes, nAlignment);
     }
 
-    /// Frees a block. Requires the numbers of its allocation.
+    /// Frees a block. Requires the size and the alignment with which it was allocated.
     void Free(void * pBlock, std::size_t nBytes, std::size_t nAlignment)
     {
         if (nBytes <= LARGEST && nAlignment <= ALIGNMENT)
@@ -116,8 +117,8 @@ public:
     using propagate_on_container_move_assignment = std::true_type;
     using propagate_on_container_swap = std::true_type;
 
-    /// Use a pool. Require that it outlives the container. They convert, so that a container's constructor accepts the
-    /// pool itself.
+    /// Use a pool. Require that it outlives the container. Both constructors convert implicitly, so that a container's
+    /// constructor accepts the pool itself.
     PoolAllocator_T(POOL & Pool) noexcept
         : m_pPool(&Pool)
     {}
@@ -126,8 +127,8 @@ public:
         : m_pPool(&Other.GetPool())
     {}
 
-    /// Allocate and return storage of nElements elements, never null, and free it. Freeing requires the number of the
-    /// allocation.
+    /// Allocate and return storage of nElements elements, never null, and free it. deallocate requires the number with
+    /// which the storage was allocated.
     T * allocate(std::size_t nElements)
     {
         return static_cast<T *>(m_pPool->Allocate(nElements * sizeof(T), alignof(T)));

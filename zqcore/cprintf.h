@@ -134,7 +134,7 @@ public:
         return IsGood(State);
     }
 
-    /// Does the same for a terminated text.
+    /// Does what Matches does, for a terminated text.
     static constexpr bool MatchesText(char const * szFormat)
     {
         State_s State;
@@ -146,7 +146,7 @@ public:
         return IsGood(State);
     }
 
-    /// Does the same as Matches without a loop.
+    /// Does what Matches does, without a loop.
     template <std::size_t N, std::size_t... I>
     ZQ_INLINE static bool Fold(char const (&szFormat)[N], std::index_sequence<I...>)
     {
@@ -184,7 +184,7 @@ private:
         return State.ePlace == END && State.nArguments == sizeof...(ARGS);
     }
 
-    /// Consumes the next argument and continues at a place, or at WRONG if the argument is of another kind.
+    /// Consumes the next argument. Continues at eThen if a conversion for eKind accepts the argument, else at WRONG.
     ZQ_INLINE static constexpr void Take(State_s & State, Kind_e eKind, Place_e eThen)
     {
         Kind_e const eArgument = State.nArguments < sizeof...(ARGS) ? KINDS[State.nArguments] : Kind_e::Unknown;

@@ -8,7 +8,7 @@
 /// Whether the profiler is initialised.
 extern bool g_bProfilerInit;
 
-/// Entries on the stack of timers, the root included, and records in use.
+/// Numbers of entries on the stack of timers, the root included, and of records in use.
 extern int g_iTimerStackTop;
 extern int g_iTimerTotalCount;
 

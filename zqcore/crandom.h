@@ -114,7 +114,7 @@ extern ZQ_API RandomMask_t const MM_EXPONENT_MASK;
 extern ZQ_API RandomMask_t const MM_MANTISSA_MASK;
 
 /// Module that empties the list when it shuts down. It depends on no other module. The destructor of a generator that
-/// lives longer then does nothing.
+/// outlives its entry does nothing.
 class ZQ_API ModuleRandom_c : public Module_c
 {
 public:

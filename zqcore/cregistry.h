@@ -2,7 +2,7 @@
 //
 // A Registry_c has a root tree and at most one open key, on which all value operations work. `\` separates the parts of
 // a key's path. Keys and value names compare without regard to ASCII case. A part of a path and a value name each have
-// at most 255 bytes, of any value but 0. A value has at most 16 MiB. An empty path is the root itself. An empty or null
+// at most 255 bytes, none of them 0. A value has at most 16 MiB. An empty path is the root itself. An empty or null
 // value name is the key's unnamed value.
 //
 // Functions with a buffer and its size differ from the rule of cstring.h: nothing is cut. What does not fit is a
@@ -66,8 +66,8 @@ public:
     Registry_c & operator=(Registry_c const &) = delete;
 
     /// Close the open key, open another one by its path from the root, and return 1. CreateKey, and OpenKey with
-    /// bCreate, create it if needed. They also open a key that the user may only read, whose changes then fail.
-    /// On failure return 0, and no key is open.
+    /// bCreate, create it if needed. Both functions also open a key that the user may only read, whose changes then
+    /// fail. On failure return 0, and no key is open.
     int CreateKey(char const * sName);
     int OpenKey(char const * sName, int bCreate);
 

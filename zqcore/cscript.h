@@ -120,9 +120,9 @@ public:
     ///   found.
     bool RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken);
 
-    /// Read the rest of the line without leading blanks and tabs. If it has iMaxLength - 1 characters or more, the next
-    /// read continues after these, before the line's end. A carriage return and a line feed each end a line, so a pair
-    /// of them ends two. A NUL inside a line ends it, but one at its start does not: the line then reads as empty.
+    /// Read the rest of the line without leading blanks and tabs. If that is iMaxLength - 1 characters or more, read
+    /// only the first iMaxLength - 1, without the line's end. A carriage return and a line feed each end a line, so a
+    /// pair of them ends two. A NUL inside a line ends it, but one at its start does not: the line then reads as empty.
     /// Assert that iMaxLength is 2 or more, and do nothing otherwise.
     void GetLine(char * sLine, int iMaxLength);
     template <TextObject_T TEXT>
@@ -163,12 +163,13 @@ public:
     /// mismatch.
     float GetFloat();
 
-    /// Moves the reading position to this byte. A position after the end of the text becomes the end and sets
-    /// m_bEndOfFile. Never clears it. Asserts that iPosition is not negative, and moves to the start otherwise.
+    /// Moves the reading position to iPosition, in bytes from the start of the text. A position after the end becomes
+    /// the end and sets m_bEndOfFile. Never clears m_bEndOfFile. Asserts that iPosition is not negative, and moves to
+    /// the start otherwise.
     void SetPosition(int iPosition);
 
-    /// Copies the bytes from iStart up to iEnd, without a terminator, and moves to iEnd. Asserts that 0 <= iStart,
-    /// iStart < iEnd and iEnd < m_iBytesTotal, and does nothing otherwise.
+    /// Copies iEnd - iStart bytes from iStart on, without a terminator, and moves to iEnd. Requires that pBuffer has
+    /// room for them. Asserts that 0 <= iStart, iStart < iEnd and iEnd < m_iBytesTotal, and does nothing otherwise.
     void GetDump(char * pBuffer, int iStart, int iEnd);
 
     /// State for callers to read, not to write.

@@ -161,17 +161,18 @@ public:
     /// does nothing.
     virtual bool Close();
 
-    /// Copies iLength bytes in or out and returns true. A null pData skips them, which writes zeros. On failure returns
-    /// false and fails the archive.
+    /// Copies iLength bytes in or out and returns true. If pData is null, a reader skips them and a writer stores
+    /// zeros. On failure returns false and fails the archive.
     virtual bool Serialize(void * pData, int iLength) = 0;
 
-    /// Returns a writer's path as it was passed, cut at 255 characters, or the key of a reader's file.
+    /// Returns the path of a writer's file as it was passed, cut at 255 characters, or the key of a reader's file. An
+    /// archive in memory returns its name in messages.
     virtual char const * GetFileName() const = 0;
 
     /// Returns the length of the whole archive in bytes. Requires that it is below 2 GiB.
     virtual int GetLength() const = 0;
 
-    /// Returns a reader's position in bytes from the start, 0 while it is not open. Returns -1 for a writer.
+    /// Returns a reader's position in bytes from the start, 0 while the reader is not open. Returns -1 for a writer.
     virtual int GetPosition() const;
 
     /// Returns the number of bytes after a reader's position. Asserts as the archive's GetLength does. Returns -1
@@ -197,13 +198,13 @@ public:
         return *this;
     }
 
-    /// Copies nBytes in or out and returns true, as Serialize of a pointer does, but without a call if they are few.
+    /// Copies nBytes in or out and returns true, as Serialize of a pointer does, but mostly without a virtual call.
     /// Requires that pData is not null and nBytes is not 0.
     bool SerializeBytes(void * pData, std::size_t nBytes);
 
     /// Stores a number of elements as an `int`, or loads one, and returns it. Requires that nBytesEach is at
-    /// least 1, and that each element stores at least as many bytes. Returns 0 if the archive has failed. These numbers
-    /// fail it:
+    /// least 1, and that each element stores at least nBytesEach bytes. Returns 0 if the archive has failed. These
+    /// numbers fail it:
     /// - a negative one.
     /// - one above the range of `int`.
     /// - one of more elements than the rest of a reader's file can hold.
@@ -267,7 +268,7 @@ public:
     /// Returns the version: the constructor's, and after a reader's Open the file's.
     std::uint32_t GetVersion() const { return m_dwVersion; }
 
-    /// Fail the archive. Code that finds the loaded data wrong calls them. A check (cserializecheck.h) reports the
+    /// Fail the archive, for code that finds the loaded data wrong. A check (cserializecheck.h) reports the
     /// text, formatted like printf, escaped as in TextForLog (ctexterror.h) and cut at 127 characters.
     void Fail() { Fail("the data are refused"); }
     ZQ_COLD void Fail(char const * fmt, ...) ZQ_PRINTF(2, 3);
@@ -338,7 +339,7 @@ protected:
     std::uint32_t m_dwChunkLabel = 0;            // CRC-32 of the open chunk's name
 };
 
-/// Archive that writes straight to a file. GetPosition returns -1.
+/// Archive that writes straight to a file.
 class ZQ_API Writeable_c : public ChunkWriteable_c
 {
 public:

@@ -82,10 +82,10 @@ namespace
     static_assert(std::is_trivially_default_constructible_v<Table_s>, "no constructor touches the table");
     Table_s g_Table;
 
-    // Stores the mark's label, or compares the file's with it.
-    void Put(Serializeable_c & archive, SerializerMark_t const & Mark)
+    // Stores the label, or compares the file's with it.
+    void Put(Serializeable_c & archive, SerializerLabel_t const & Label)
     {
-        archive.Label(Mark.szName, Mark.dwLabel);
+        archive.Label(Label.szName, Label.dwLabel);
     }
 
     constexpr char IS_OWN[] = "dPointers[iPointer] is of class m_sClassName";   // text of assertions

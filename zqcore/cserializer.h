@@ -96,8 +96,8 @@ namespace graphs
     };
 }
 
-/// Read-only view of the table that holds the addresses of a pass, by slot. The table itself is not exported: the
-/// loader copies exported data into each program that refers to it.
+/// Read-only view of the table that holds the addresses of a pass. The identifier of an address is the number of its
+/// slot. The table itself is not exported: the loader copies exported data into each program that refers to it.
 class ZQ_API PointerTable_c
 {
 public:
@@ -221,8 +221,8 @@ protected:
     /// returns false otherwise.
     static bool IsInCache(int iPointer);
 
-    /// Stores an address without a class in a slot. The identifier -1 stores nothing. Asserts that it is in range, and
-    /// stores nothing otherwise.
+    /// Stores an address without a class in the slot of an identifier. -1 stores nothing. Asserts that the identifier
+    /// is in range, and stores nothing otherwise.
     static void SetCacheData(int iPointer, void const * pPointer);
 
     /// Returns the slot at which the search for an address starts.

@@ -1,8 +1,8 @@
 // cserializestd.h: types of the standard library in archives.
 //
 // With this header, Serialize of an archive (cserialize.h) accepts texts, sequences, maps, sets, optionals, pairs,
-// tuples and arrays, of all that an archive accepts and of one another. docs/formats.md has their bytes. A text has
-// those of a String_T, so either can load what the other has stored.
+// tuples and arrays, of all that an archive accepts and of one another. docs/formats.md describes their bytes. A text
+// has the bytes of a String_T, so either can load what the other has stored.
 //
 // - Texts: std::string, with any allocator.
 // - Sequences: std::vector, std::vector<bool>, std::deque and std::list. Their elements need a default constructor.

@@ -136,18 +136,19 @@ public:
     }
 
     /// Returns the index of the first sNeedle at or after iStart, or -1. iStart is clamped to the text. The search is
-    /// case-sensitive. This search, the next one and the two comparisons below assert that the text is not null. No
-    /// string has a null.
+    /// case-sensitive. Asserts that sNeedle is not null, and returns -1 otherwise.
     int StrPos(char const * sNeedle, int iStart = 0) const;
 
-    /// Returns the index of the last sNeedle, or -1. Hits may overlap. The search is case-sensitive.
+    /// Returns the index of the last sNeedle, or -1. Hits may overlap. The search is case-sensitive. Asserts that
+    /// sNeedle is not null, and returns -1 otherwise.
     int StrLastPos(char const * sNeedle) const;
 
-    /// Return whether the text starts, or ends, with the other one. The comparison is case-insensitive.
+    /// Return whether the text starts, or ends, with sPrefix. The comparison is case-insensitive. Assert that sPrefix
+    /// is not null, and return false otherwise.
     bool Begins(char const * sPrefix) const;
     bool Ends(char const * sPrefix) const;
 
-    /// Removes the last iCount characters, at least one and at most all.
+    /// Removes the last iCount characters, or all if there are fewer. An iCount below 1 counts as 1.
     void Chop(int iCount);
 
     /// Returns the text from iStart on. In both forms a negative iStart counts from the end of the text.
@@ -181,7 +182,7 @@ ZQ_API String_T<256> NewString(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 /// during 15 further calls of any thread. The buffers have no lock.
 ZQ_API char const * Va(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 
-/// Do the same with arguments of text classes (cprintf.h).
+/// Do what the functions of the same name do, with arguments of text classes (cprintf.h).
 ZQ_PRINTF_TEXTS(ZQ_INLINE String_T<256>, return, NewString)
 ZQ_PRINTF_TEXTS(ZQ_INLINE char const *, return, Va)
 
@@ -196,8 +197,8 @@ constexpr char CharToUpper(char cText)
     return cText >= 'a' && cText <= 'z' ? static_cast<char>(cText - ('a' - 'A')) : cText;
 }
 
-/// Compare without regard to ASCII case, as if both were in lower case. Return a number below 0, 0 or above 0, as
-/// strcmp does. The second form compares nMax characters at most.
+/// Compare two texts without regard to ASCII case, as if both were in lower case. Return a number below 0, 0 or above
+/// 0, as strcmp does. The second form compares nMax characters at most.
 ZQ_API int StrCompareNoCase(char const * szA, char const * szB);
 ZQ_API int StrCompareNoCase(char const * szA, char const * szB, std::size_t nMax);
 

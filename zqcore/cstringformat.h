@@ -6,7 +6,7 @@
 // Ownership: nothing is owned.
 // Threads: any thread.
 // Cost: that of formatting a std::string_view.
-// Failure: a format that does not fit does not compile.
+// Failure: std::format with an invalid format does not compile. std::vformat throws std::format_error.
 //
 //     String_T<16> const sName("Ogre");
 //     #ifdef __cpp_lib_format

@@ -1,4 +1,4 @@
-// ctexterror_internal.h: the beginning of a text, for all readers.
+// ctexterror_internal.h: a text after its byte order mark, or why it can't be read, for all text readers.
 #pragma once
 
 #include "zqcore/cfile.h"

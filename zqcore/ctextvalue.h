@@ -11,7 +11,7 @@
 // Ownership: a table and its names belong to the caller.
 // Threads: any thread; nothing is shared.
 // Cost: nothing allocates, but a std::string may. Finding a name walks over its table.
-// Failure: functions that set a value return false or a reason, and leave it unchanged. Only TextPut empties it.
+// Failure: functions that set a value return false or a reason, and leave the value unchanged. Only TextPut empties it.
 //
 //     enum class Element_e { Fire, Water };
 //     static constexpr EnumName_T<Element_e> NAMES[] = { { "fire", Element_e::Fire }, { "water", Element_e::Water } };

@@ -21,7 +21,7 @@
 /// Returns the seconds since an arbitrary point in time.
 ZQ_API double longTimeGet();
 
-/// Returns the seconds since the first call of this function in the process.
+/// Returns the seconds since the first call of this function in the process. The start of ModuleTimer_c calls it too.
 ZQ_API double longTimeGetPassed();
 
 /// Spins for tSeconds and returns tSeconds.

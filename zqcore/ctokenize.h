@@ -1,7 +1,7 @@
 // ctokenize.h: splits a text at separators.
 //
-// A piece is the text between separators. Several separators in a row make no empty piece. A text of more than 255
-// characters is cut, because a String_T<256> carries it.
+// A piece is a run of characters that are not separators, so no piece is empty. A text of more than 255 characters is
+// cut, because a String_T<256> carries it.
 //
 // Ownership: pieces are copied into the caller's array.
 // Threads: any thread.
@@ -20,6 +20,6 @@
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 10, 0> & dOut, char const * szSeparators);
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 1024, 0> & dOut, char const * szSeparators);
 
-/// Do the same with one separator.
+/// Append the pieces of the text to the array, with one character as the only separator.
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 10, 0> & dOut, char cSeparator);
 ZQ_API void Tokenize(String_T<256> const & sText, Array_T<String_T<256>, 1024, 0> & dOut, char cSeparator);

@@ -6,7 +6,7 @@
 //
 // Ownership: nothing is owned.
 // Threads: any thread.
-// Cost: a call.
+// Cost: GetLibraryVersion returns a constant.
 // Failure: no call fails.
 //
 //     if (GetLibraryVersion() != ZQCORE_VERSION)

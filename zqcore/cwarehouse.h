@@ -110,8 +110,8 @@ public:
     /// return true. Otherwise return false and leave the value.
     ///
     /// Numbers have the form that strtol (base 10) and strtod accept in the "C" locale. Nothing follows them in the
-    /// cell. Infinities, NaNs and numbers too small for a normal double are out of range. An empty cell is no number. A
-    /// cell that begins with a NUL reads as 0, for bool and unsigned long below too.
+    /// cell. Infinities, NaNs and numbers too small for a normal double are refused. An empty cell is no number. A cell
+    /// that begins with a NUL reads as 0, for bool and unsigned long below too.
     ZQ_API bool Get(char const * sColumn, long & value) const;
     ZQ_API bool Get(char const * sColumn, double & value) const;
     ZQ_API bool Get(char const * sColumn, float & value) const;

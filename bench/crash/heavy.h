@@ -15,7 +15,7 @@
 // Without a name of its own, so that one object can be linked any number of times.
 namespace
 {
-    struct Item_t
+    struct Item_s
     {
         int nNumber = 1;
         double fNumber = 2;
@@ -25,10 +25,10 @@ namespace
     };
 
     template <int N>
-    struct Deep_t
+    struct Deep_s
     {
-        Item_t Item;
-        Deep_t<N - 1> Next;
+        Item_s Item;
+        Deep_s<N - 1> Next;
 
         int Sum(int n) const
         {
@@ -42,7 +42,7 @@ namespace
     };
 
     template <>
-    struct Deep_t<0>
+    struct Deep_s<0>
     {
         int Sum(int n) const { return n; }
     };
@@ -50,9 +50,9 @@ namespace
     template <int N>
     int Work(int n)
     {
-        std::map<int, Deep_t<N>> dDeep;
-        std::vector<std::tuple<int, double, Deep_t<N>>> dTuples(static_cast<std::size_t>(n & 7));
-        std::unordered_map<std::string, std::variant<int, Deep_t<N>, std::string>> dVariants;
+        std::map<int, Deep_s<N>> dDeep;
+        std::vector<std::tuple<int, double, Deep_s<N>>> dTuples(static_cast<std::size_t>(n & 7));
+        std::unordered_map<std::string, std::variant<int, Deep_s<N>, std::string>> dVariants;
         std::function<int(int)> const fnSum = [&dDeep](int nFrom)
         {
             int nSum = nFrom * N;

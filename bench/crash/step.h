@@ -1,4 +1,4 @@
-// step.h: what the program and the frames of its stack share.
+// step.h: what crash.cpp and the frames of its stack (step.cpp) share.
 #pragma once
 
 /// Arguments of a frame's function.
@@ -10,6 +10,6 @@ struct Argument_t
     int dNumbers[4];
 };
 
-/// Calls the next step, or faults after the last one.
+/// Calls the next step with nDepth + 1. The last step faults instead.
 template <int N>
 int StepInto(Argument_t const & Argument, int nDepth);

@@ -135,7 +135,7 @@ struct Bay_s
     int nHours = 0;                  // hours that have passed
 };
 
-/// Returns the item with that ident in upper or lower case, or null.
+/// Returns the item with that ident, compared without regard to case, or null.
 template <typename T>
 T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
 {

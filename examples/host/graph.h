@@ -4,7 +4,8 @@
 #include "zqcore/cserializer.h"
 #include "zqcore/cstring.h"
 
-/// Serializer of pointers to the objects of a class. Requires that T has a text sIdent, which is stored first.
+/// Serializer of pointers to the objects of a class. Requires that T has a text sIdent of at most 63 characters, which
+/// is stored first.
 template <typename T>
 class Graph_T : public Serializer_c
 {

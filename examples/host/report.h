@@ -11,7 +11,7 @@ class Survey_c;
 /// Starts a part with its title and returns true. If the settings leave the part out, returns false and prints nothing.
 bool ReportBegin(char const * szPart, char const * szTitle);
 
-/// Reports the services in the order of their start, each with the time that it took.
+/// Reports the services in the order of their start, each with the time that its start took.
 void ReportServices(Services_c const & Services);
 
 /// Reports the files. szSource describes where the tables of files came from. Filling them took tTables seconds.
@@ -20,8 +20,8 @@ void ReportFiles(Survey_c const & Survey, char const * szSource, double tTables,
 /// Reports the numbers of tables and rows, the time to walk them, and the numbers of rows of the first tables.
 void ReportTables(Survey_c const & Survey);
 
-/// Report what was loaded, why nothing was loaded, the world, the frames, and what was saved. ReportLoad reports a save
-/// that was set aside, or replaced by a previous one, even if the settings leave the part out. ReportSave reports
+/// Report what was loaded, why nothing was loaded, the world, the frames, and what was saved. ReportLoad reports that a
+/// save was set aside, or that a previous one was loaded, even if the settings leave the part out. ReportSave reports
 /// nothing if the save failed.
 void ReportLoad(SaveResult_t const & Result, ModuleWorld_c const & World);
 void ReportNotLoaded(char const * szWhy);

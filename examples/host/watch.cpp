@@ -26,9 +26,10 @@ namespace
     volatile std::sig_atomic_t g_bHungUp = 0;
 
     // Ends the watch. A second signal ends the process.
-    void OnSignal(int iSignal)
+    void OnSignal(int)
     {
-        std::signal(iSignal, SIG_DFL);
+        std::signal(SIGINT, SIG_DFL);
+        std::signal(SIGTERM, SIG_DFL);
         g_bOver = 1;
     }
 

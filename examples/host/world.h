@@ -8,7 +8,7 @@
 
 #include "zqcore/cmodule.h"
 
-/// Module of the world. Its bay is empty before it starts and after it ends.
+/// Module of the world. The bay is empty before the module starts and after it ends.
 class ModuleWorld_c : public Module_c
 {
 public:

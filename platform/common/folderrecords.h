@@ -1,4 +1,4 @@
-// folderrecords.h: the records of a batch of folderwatch.h.
+// folderrecords.h: the records of a batch of changes (folderwatch.h).
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@ namespace plat
     /// the unit WIDE_OF_BYTE + byte (text.h).
     void AppendUnits(std::u16string & sUnits, std::string const & sName);
 
-    /// Writes a record for each name to a buffer of nBytes, and skips the padding between records. Writes nothing if
-    /// they do not all fit.
+    /// Writes a record for each name to a buffer of nBytes. Leaves the padding between records unchanged. Writes
+    /// nothing if the records do not all fit.
     void WriteRecords(std::vector<std::u16string> const & dNames, char * pBuffer, std::size_t nBytes);
 }

@@ -56,9 +56,9 @@ namespace plat
     /// if the record holds another name.
     std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded);
 
-    /// Empties the folder of a key. Returns false with errno ENOTEMPTY, and deletes nothing, if the folder can't be
-    /// read, has subkeys, or holds anything that is not the store's. Also returns false if a file can't be deleted.
-    /// Others may then be gone.
+    /// Empties the folder of a key and returns true. Returns false with errno ENOTEMPTY, and deletes nothing, if the
+    /// folder can't be read, has subkeys, or holds anything that is not the store's. Also returns false if a file can't
+    /// be deleted. Others may then be gone.
     bool EmptyKey(StoreHandle_t hFolder);
 
     /// Counts a subkey that this process created or deleted. All listings of this process then read their folders

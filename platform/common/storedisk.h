@@ -159,8 +159,8 @@ namespace plat
 
     /// Reads a whole file of at most nMost bytes and returns true. On failure returns false. errno is EBADMSG in these
     /// cases:
-    /// - what was opened is not a file, or is larger.
-    /// - it ends before the size that it had.
+    /// - what was opened is not a file, or has more than nMost bytes.
+    /// - the file ends before the size that it had.
     bool StoreReadFile(StoreHandle_t hFolder, char const * szName, std::size_t nMost, std::vector<char> & dBytes);
 
     /// Replaces a file in one step and returns true. The new file has the name szBusy until it is complete. A file that

@@ -1,6 +1,6 @@
-// faultguard.h: the guarded calls that are under way.
+// faultguard.h: the calls of FaultGuardedCall that are under way, and the thread that makes them.
 //
-// They belong to the thread that runs the filter, or to the one that it waits for.
+// This guarded thread runs the filter of platform/faults.h, or is the one that the filter waits for.
 #pragma once
 
 namespace plat

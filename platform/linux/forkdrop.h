@@ -3,8 +3,8 @@
 // A child has a copy of every descriptor. If a copy keeps the parent's resource alive or shares the parent's work in
 // flight, the child closes it at once.
 //
-// An entry has an owner and is used once: the child removes it. A ForkHandler_c (fork.h) runs at each fork. As a member
-// of another thread's thread-local object it would dangle in the child, where no destructor of that thread runs.
+// An entry has an owner and is used once: the child removes it. A ForkHandler_c (fork.h) stays registered in the child.
+// As a member of another thread's thread-local object it would dangle there, because no destructor of that thread runs.
 //
 // Threads: any thread.
 #pragma once

@@ -44,7 +44,8 @@ namespace plat
     public:
         static constexpr int NOT_OPEN = -1;   // iNamed if the file is not open
 
-        /// Opens the folder of szPath. On failure IsReady returns false, unless the folder may not be read.
+        /// Opens the folder of szPath. Requires that szPath is shorter than PATH_MAX. On failure IsReady returns false,
+        /// unless the folder may not be read.
         FolderSync_c(char const * szPath, int iNamed);
 
         /// Returns whether Sync can be called.

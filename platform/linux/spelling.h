@@ -30,7 +30,7 @@ namespace plat
         /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno is ENOENT,
         /// ELOOP, ENOTDIR or EACCES. Returns the result of the last call.
         /// - After the path as written, a link whose target is missing is the last choice, since listings leave it out.
-        /// - If the path does not fit, returns -1 with ENAMETOOLONG, without a call.
+        /// - If the path has PATH_MAX bytes or more, returns -1 with ENAMETOOLONG, without a call.
         /// - If an error of the system other than missing rights prevents the search of a folder of the path, errno is
         ///   that error and not ENOENT: the path may name something in another spelling.
         template <typename TRY>
@@ -92,11 +92,11 @@ namespace plat
         /// Starts at the root or at the current folder.
         explicit FolderKey_c(bool bRoot);
 
-        /// Makes the key of a path. Requires that `/` separates its names and that it fits a DiskPath_c.
+        /// Makes the key of a path of less than PATH_MAX bytes. Requires that `/` separates its names.
         explicit FolderKey_c(char const * szPath);
 
-        /// Appends the name of a subfolder. "" and "." change nothing. Requires that the whole path fits a
-        /// DiskPath_c.
+        /// Appends the name of a subfolder. "" and "." change nothing. Requires that the whole path has less than
+        /// PATH_MAX bytes.
         void Append(std::string_view sName);
 
         /// Returns the key so far, which is valid as long as the object.

@@ -172,7 +172,10 @@ namespace plat
             return false;
         }
         Memory_c const Memory = { pMemory, nBytes + nGuard };
-        mprotect(pMemory, nGuard, PROT_NONE);
+        if (mprotect(pMemory, nGuard, PROT_NONE) != 0)
+        {
+            return false;   // the process has as many mappings as it may have
+        }
         StackCallOn(static_cast<char *>(pMemory) + nGuard, nBytes, fnCall, pArgument);
         return true;
     }

@@ -1,11 +1,11 @@
 // symbolprotocol.h: the records that the library and its helper zqsymbols exchange.
 //
-// They use one socket that keeps records whole. The library sends a SymbolStart_t, a SymbolPrinter_t for each printer,
-// and then requests. The helper answers each request with one SymbolAnswer_t that has its number, so that a late answer
-// is not mistaken for that of the next request. Before that it may ask for memory by an answer of kind
+// Both sides use one socket, which keeps records whole. The library sends a SymbolStart_t, a SymbolPrinter_t for each
+// printer, and then requests. The helper answers each request with one SymbolAnswer_t that has its number, so that a
+// late answer is not mistaken for that of the next request. Before that it may ask for memory by an answer of kind
 // ANSWER_NEEDS_MEMORY, which the library answers with a SymbolMemory_t. All widths are fixed, so that a 64-bit helper
-// serves processes of both word sizes. Both sides come from one build. If the mark in the first record is another one,
-// the helper ends.
+// serves processes of both word sizes. Both sides come from one build. If the magic number of the first record is not
+// SYMBOL_MAGIC, the helper ends.
 #pragma once
 
 #include "platform/memory.h"
@@ -19,7 +19,7 @@ namespace plat
     inline constexpr int SYMBOL_SOCKET = 3;
     inline constexpr int SYMBOL_MAPS = 4;
 
-    /// Mark of these records, which changes with every change of them.
+    /// Magic number of these records, which changes with every change of them.
     inline constexpr std::uint32_t SYMBOL_MAGIC = 0x5A515333;
 
     /// Bytes of a page. The helper requests whole pages of memory. A page is readable as a whole or not at all.
@@ -58,7 +58,7 @@ namespace plat
     /// Kinds of requests: their arguments -> the values of their answers.
     enum SymbolAsk_e : std::uint32_t
     {
-        ASK_FRAME,          // iIndex: frame -> dValues: address, frame, whether the address is a return address
+        ASK_FRAME,          // iIndex: frame -> dValues: the members of SymbolFrame_t (symbols.h)
         ASK_FUNCTION,       // nValue: address -> szText, dValues: displacement
         ASK_LINE,           // nValue: address -> szText, dValues: line
         ASK_VARIABLE,       // iIndex: variable, nValue: frame -> szText, dValues: kind, place, address, size, type

@@ -23,6 +23,7 @@ inline __attribute__((always_inline)) int Touch(int volatile * pTouched, int nFa
     return *pTouched * nFactor;
 }
 
+/// Faults among variables of many types.
 __attribute__((noinline)) int ShowValues(Ship_s const & Ship, void (*fnCall)(), wchar_t const * wszWide)
 {
     short nNegative = -2;
@@ -51,6 +52,7 @@ __attribute__((noinline)) int ShowValues(Ship_s const & Ship, void (*fnCall)(), 
     #define IN_REGISTER "edi"
 #endif
 
+/// Calls ShowValues from a frame with a structure and a variable in a register.
 inline void FaultAmongValues()
 {
     Ship_s Ship = { { 1, 2, 3 }, RED, 5, 65, { 4, 5, 6 }, "ship" };
@@ -76,7 +78,8 @@ auto Doubled(T Value)
     }
 }
 
-/// Faults with more variables than are shown. One of them has more members than are shown, and one a very long type.
+/// Faults with more variables than are shown. One of them has more members than are shown, and one a type with a very
+/// long name.
 inline void FaultAmongMany()
 {
     struct
@@ -151,8 +154,8 @@ inline int CountTraced()
     return nTraced;
 }
 
-/// Starts four threads that wait for a child and do not stop until it ends. Prints the most threads that are traced at
-/// once.
+/// Starts four threads that each wait for a child and can't be stopped until it ends. Starts another one that prints
+/// the most threads that were traced at once, each time that the number grows.
 inline void StartUnstoppable()
 {
     for (int i = 0; i < 4; ++i)

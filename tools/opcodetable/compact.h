@@ -10,8 +10,8 @@
 /// can match, or of the group's end.
 using Starts_t = std::array<std::uint16_t, 256>;
 
-/// Returns the compact form. A string shares up to 7 units at either end with one of the four before it of its kind:
-/// with the one that saves the most bytes.
+/// Returns the compact form. A pattern or format shares up to 7 units at either end with one of the last four of its
+/// kind: with the one that saves the most bytes.
 std::string CompactForm(std::vector<Group_t> const & dGroups);
 
 /// Returns the expanded form, made from the rows without the compact form.

@@ -45,7 +45,7 @@ namespace zqsymbols
         Process_c & m_Process;
         Registers_t const & m_Start;
         std::deque<Frame_t> m_dFrames;   // a deque, because pCaller points into it
-        Frame_t m_Caller;                // of the last one
+        Frame_t m_Caller;                // of the last frame
         bool m_bMore = true;             // whether a frame follows the last one
     };
 }

@@ -55,8 +55,8 @@ namespace zqsymbols
         std::optional<IndexParts_t> Load(IndexKey_t const & Key) const;
 
         /// Writes a file that replaces a previous one as a whole. Makes the folder and the one that it is in if they
-        /// are missing. Removes the files that were unused for the longest time until all have at most 64 MiB. Does
-        /// nothing for an index of more than 32 MiB.
+        /// are missing. Removes the files that were unused for the longest time until all together have at most 64 MiB.
+        /// Does nothing for an index of more than 32 MiB.
         void Save(IndexKey_t const & Key, IndexParts_t const & Parts) const;
 
     private:
@@ -66,7 +66,7 @@ namespace zqsymbols
     /// Returns the bytes of an index file.
     std::string FormatIndex(IndexKey_t const & Key, IndexParts_t const & Parts);
 
-    /// Returns what a file has. Returns nothing in these cases:
+    /// Returns the parts of an index file. Returns nothing in these cases:
     /// - It is damaged.
     /// - It is of another key.
     /// - It is larger than 32 MiB.

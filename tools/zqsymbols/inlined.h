@@ -16,6 +16,7 @@ namespace zqsymbols
         std::size_t iScope;            // index of the callee's scope in dScopes
     };
 
-    /// Returns the inlined calls among the scopes at an address, outermost first.
+    /// Returns the inlined calls among the scopes that ScopesAt (modules.h) returned for an address in Unit, outermost
+    /// first.
     std::vector<InlinedCall_t> InlinedCalls(Unit_t & Unit, std::vector<Dwarf_Die> & dScopes);
 }

@@ -1,6 +1,6 @@
-// modules.h: programs and libraries by address, with their debug information. It needs no process.
+// modules.h: programs and libraries by address, with their debug information. No process is needed.
 //
-// Ownership: what refers to a module or a unit is valid as long as the object.
+// Ownership: what refers to a module or a unit is valid as long as the Modules_c object.
 // Threads: an object belongs to one thread at a time.
 // Cost: the first lookup in a module opens its files, and builds or reads an index of its units and symbols.
 // Failure: a module whose file is missing or damaged has no names.
@@ -24,12 +24,12 @@ namespace zqsymbols
     /// Path of the system's own module, which is only in memory.
     inline constexpr char VDSO[] = "[vdso]";
 
-    /// A compilation unit, and the difference between addresses in memory and its own.
+    /// A compilation unit of a module.
     struct Unit_t
     {
-        Dwarf_Die Die;   // of its functions, variables and types
-        Dwarf_Addr nBias;
-        Dwarf_Die Lines;   // of its source files and lines; differs from Die only for a unit in two parts
+        Dwarf_Die Die;      // of its functions, variables and types
+        Dwarf_Addr nBias;   // an address in memory minus the same address in the unit
+        Dwarf_Die Lines;    // of its source files and lines; differs from Die only for a unit in two parts
     };
 
     /// A symbol of a module's symbol table. The name is the linker's.

@@ -35,7 +35,7 @@ namespace zqsymbols
         }
     };
 
-    /// The process at the other end of SYMBOL_SOCKET. If that end fails to send memory, this process ends.
+    /// The process at the other end of SYMBOL_SOCKET. If that end fails to send memory, zqsymbols ends.
     class Process_c final : public Modules_c
     {
     public:

@@ -27,8 +27,8 @@ namespace zqsymbols
         /// Returns the functions that have code.
         std::vector<Dwarf_Die> & GetFunctions() { return m_dFunctions; }
 
-        /// Returns the DIE around a namespace, a structure, a class, a union, an enumeration or an alias. Its address
-        /// is null for any other DIE, and for one that the scan did not reach.
+        /// Returns the DIE around a namespace, a structure, a class, a union, an enumeration or an alias. The
+        /// result's address is null for any other DIE, and for one that the scan did not reach.
         Dwarf_Die ScopeOf(Dwarf_Die Die) const;
 
     private:

@@ -20,11 +20,12 @@
 
 namespace zqsymbols
 {
+    /// Texts of a value that can't be read, and of one that optimised code does not keep.
     inline constexpr char VALUE_UNREADABLE[] = "(unreadable)";
     inline constexpr char VALUE_OPTIMIZED_OUT[] = "(optimized out)";
 
-    /// A value by its type and its address. A member has the address of its outermost structure, and Types_c has its
-    /// offset there.
+    /// A value by its type and its address. A member has the address, or the bytes, of its outermost structure, and
+    /// Types_c has the member's offset in that structure.
     struct Value_t
     {
         plat::SymbolType_t iType = 0;
@@ -64,8 +65,8 @@ namespace zqsymbols
         /// readable or nBytes is not 1 to 8.
         std::optional<std::uint64_t> NumberAt(Value_t const & Value, std::uint64_t nOffset, std::uint64_t nBytes);
 
-        /// Returns the text that starts at a value, in quotes: nUnits units of nWidth bytes, at most 200. If bZero, it
-        /// ends at a zero. It ends at a unit that is not readable. If it has 200 units and no end yet, "..." follows.
+        /// Returns the text that starts at a value, in quotes: nUnits units of nWidth bytes, at most 200. It ends
+        /// before a unit that is not readable, and if bZero before a zero. If 200 units hold no end, "..." follows.
         /// Returns "(unreadable)" if the first unit is not readable.
         std::string Text(Value_t const & Where, std::uint64_t nUnits, std::uint64_t nWidth, bool bZero);
 

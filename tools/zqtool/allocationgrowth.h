@@ -36,7 +36,7 @@ enum class GroupBy_e
 /// with more bytes in the last snapshot comes first. The rows of a single snapshot are thus sorted by size.
 std::vector<GrowthRow_t> GrowthBy(GroupBy_e eBy, std::span<AllocationReport_t const> dReports);
 
-/// Returns the rows of the source lines of one category, sorted likewise.
+/// Returns the rows of the source lines of one category, in the order of GrowthBy.
 std::vector<GrowthRow_t> GrowthOfCategory(std::string const & sCategory, std::span<AllocationReport_t const> dReports);
 
 /// Returns the row of all blocks, named "total". Requires a snapshot.

@@ -28,8 +28,8 @@ struct AllocationReport_t
     Holding_t Total() const;
 };
 
-/// Reads a report up to the number of all blocks. Reports each fault to fnComplain with the line's number from 1, and
-/// reads on unless the first line or the title of the total is wrong. Returns whether there was no fault. Requires that
-/// Report is empty.
+/// Reads a report up to its total, the number of all blocks. Reports each fault to fnComplain with the line's number
+/// from 1, and reads on unless the first line or the title of the total is wrong. Returns whether there was no fault.
+/// Requires that Report is empty.
 bool ReadAllocationReport(std::istream & Stream, AllocationReport_t & Report,
     std::function<void(int iLine, std::string const & sText)> const & fnComplain);

@@ -337,10 +337,10 @@ namespace
 
 ArchiveNames_c::ArchiveNames_c()
 {
-    for (SerializerMark_t const & Mark :
+    for (SerializerLabel_t const & Known :
         { SERIALIZER_PASS, SERIALIZER_BEGIN, SERIALIZER_END, SERIALIZER_PLAIN, SERIALIZER_REGISTERED })
     {
-        m_dKnown.set(Mark.dwLabel & LOW_HALF);
+        m_dKnown.set(Known.dwLabel & LOW_HALF);
     }
 }
 

@@ -25,7 +25,7 @@ struct CacheContents_t
     bool bTimes = false;                                        // whether the cache has the times of its folders
     int nLeft = 0;         // bytes after the last that was read, if the cache is sound
     int iDamage = -1;      // byte at which the cache is damaged; -1 if it is sound
-    std::string sDamage;   // empty if the cache is sound
+    std::string sDamage;   // what is wrong there; empty if the cache is sound
 
     /// Returns whether no damage was found.
     bool IsSound() const { return sDamage.empty(); }

@@ -31,7 +31,7 @@ struct SchemaColumn_t
 };
 
 /// Reads a schema and returns its columns. The ending of its name decides its format. Replaces dComplaints by what is
-/// wrong with the schema. Requires that no other call of this or of CheckText runs.
+/// wrong with the schema. Requires that no other ReadSchema and no CheckText runs.
 std::vector<SchemaColumn_t> ReadSchema(
     std::string const & sName, std::string const & sBytes, std::vector<Complaint_t> & dComplaints);
 

@@ -34,8 +34,8 @@ public:
     /// Adds a crash to the group of its signature.
     void Add(Crash_t Crash);
 
-    /// Removes and returns the groups, the largest first. If two have the same size, the one with the latest crash is
-    /// first. If their times are equal too, they are in the order of their signatures.
+    /// Removes and returns the groups, the largest first. If two have the same size, the one whose last crash is later
+    /// is first. If these times are equal too, the groups are in the order of their signatures.
     std::vector<CrashGroup_t> Extract();
 
 private:

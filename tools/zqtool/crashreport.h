@@ -110,7 +110,8 @@ enum class CrashExtent_e
 };
 
 /// Read the text of a report, or of details, and return the crashes in it, in order, at most CRASH_MAX_CRASHES
-/// (crashlines.h). Report what is wrong to fnComplain. Return none for any other text.
+/// (crashlines.h). Cut each list of a crash at CRASH_MAX_MEMBERS. Report what is wrong to fnComplain. Return none
+/// for any other text.
 std::vector<Crash_t> ReadCrashReport(
     std::string_view sText, CrashComplain_t const & fnComplain, CrashExtent_e eExtent = CrashExtent_e::All);
 std::vector<Crash_t> ReadCrashDetails(

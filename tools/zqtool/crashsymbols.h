@@ -22,7 +22,7 @@ public:
     /// Returns whether this build can read debug information. If not, the other functions do nothing.
     static bool CanRead();
 
-    /// Names the frames of all threads that have no source line, and adds the calls that are inlined there. Numbers the
+    /// Names the frames without a source line, in all threads, and adds the calls that are inlined there. Numbers the
     /// frames anew. Does not name a frame if the stack up to it would then have more than CRASH_MAX_MEMBERS frames
     /// (crashlines.h).
     void Name(Crash_t & Crash);

@@ -6,7 +6,7 @@
 #include <iosfwd>
 #include <string>
 
-/// Reason why a file can't be examined, opened or read. A file that is known to be missing has another one.
+/// Reason why a file can't be examined, opened or read. A file that is known to be missing has another reason.
 inline constexpr char INPUT_UNREADABLE[] = "it can't be read";
 
 /// Returns an empty text for a regular file, otherwise what is wrong. Only regular files are opened, because opening a

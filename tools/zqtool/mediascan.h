@@ -11,7 +11,7 @@ class Arguments_c;
 /// Options of a scan.
 struct MediaOptions_t
 {
-    std::string sGame;                     // empty: no split
+    std::string sGame;                     // the only game whose folder is entered; empty: no split
     std::string sSplit = "\\gamedata\\";   // folder of the games
     std::string sConfig;                   // name of the configuration, for SetPQXCurrentConfig
     bool bRelative = false;                // whether keys are relative paths

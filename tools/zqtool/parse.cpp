@@ -25,9 +25,9 @@ std::optional<std::string_view> TakePart(std::string_view & sText, std::string_v
     return sPart;
 }
 
-std::string_view TakeUpTo(std::string_view & sText, std::string_view sMark)
+std::string_view TakeUpTo(std::string_view & sText, std::string_view sSeparator)
 {
-    std::optional<std::string_view> const Part = TakePart(sText, sMark);
+    std::optional<std::string_view> const Part = TakePart(sText, sSeparator);
     return Part ? *Part : std::exchange(sText, {});
 }
 

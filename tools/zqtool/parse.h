@@ -14,9 +14,9 @@ bool TakeStart(std::string_view & sText, std::string_view sStart);
 /// unchanged, if it does not hold the separator.
 std::optional<std::string_view> TakePart(std::string_view & sText, std::string_view sSeparator);
 
-/// Removes and returns the text up to a mark, and removes the mark. Removes and returns the whole text if it does not
-/// hold the mark.
-std::string_view TakeUpTo(std::string_view & sText, std::string_view sMark);
+/// Removes and returns the text up to a separator, and removes the separator. Removes and returns the whole text if it
+/// does not hold the separator.
+std::string_view TakeUpTo(std::string_view & sText, std::string_view sSeparator);
 
 /// Removes and returns the number at the start of a text. It has neither sign nor prefix. Requires an nBase from 2 to
 /// 36. Returns nothing, and leaves the text unchanged, if there is no number or it is too large.

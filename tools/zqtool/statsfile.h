@@ -82,6 +82,6 @@ private:
     std::unique_ptr<State_s> m_pState;
 };
 
-/// Returns the time of a frame of a batch in ticks: that of the application's timer directly under the root, or the sum
-/// of all timers there if it is not one of them. Requires iSlot below STATS_FRAMES.
+/// Returns the time of a frame of a batch in ticks: that of the timer ZQ_TIMER_APPLICATION directly under the root, or
+/// without such a timer the sum of all timers directly under the root. Requires iSlot below STATS_FRAMES.
 double StatsFrameTime(StatsBatch_t const & Batch, std::size_t iSlot);

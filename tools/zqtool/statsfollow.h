@@ -13,8 +13,8 @@ struct StatsFollow_t
 };
 
 /// Serves the page until an interrupt from the keyboard or the end in Follow. Serves an open page for up to 3 s after
-/// that end. Prints the address. Adds the last run's batches to Tree and up to 20 of its problems to Facts, and returns
-/// true. Returns false, and prints why, if it can't open the port.
+/// that end. Prints the address. Adds the last run's batches to Tree, and up to MAX_PROBLEMS of its problems to Facts.
+/// Returns true. Returns false, and prints why, if it can't open the port.
 ///
 /// Keeps the times of the last 150,000 frames, the timers of as many as fit in a page, and sums of all. After damage,
 /// or once the tree has more than 65,536 timers, the rest of the run is not read.

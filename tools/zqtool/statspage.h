@@ -1,7 +1,7 @@
 // statspage.h: a stats file as one HTML page: times of frames, and timers of those that fit.
 //
-// The page holds the time of every frame that is not forgotten, and the timers of as many batches as fit. It keeps
-// those with the worst frames. It loads nothing, unless it is live: then it asks its server for news.
+// The page holds the time of every frame that is not forgotten. It holds 24 MiB of timers at most, those of the batches
+// with the worst frames. It loads nothing, unless it is live: then it asks its server for news.
 #pragma once
 
 #include "tools/zqtool/statsfile.h"
@@ -24,7 +24,7 @@ struct StatsFacts_t
     bool AddProblem(std::uint64_t nOffset, std::string const & sText);
 };
 
-/// Request for a page, or for an answer to one that is open.
+/// Request for a page, or for news to an open page.
 struct StatsRequest_t
 {
     int iFrom = 0;                             // first frame that is wanted

@@ -10,6 +10,7 @@
 /// first ones. Requires that Facts.fTicksPerSecond is above 0.
 void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts);
 
-/// Returns the same as an object, with the file's name and problems. Without frames, their times are null.
-/// Requires that Facts.fTicksPerSecond is above 0.
+/// Returns the times of frames and the tree of timers as a JSON object, with the file's name and problems. Leaves out
+/// the times that PrintStats leaves out. Without frames, the times are null. Requires that Facts.fTicksPerSecond is
+/// above 0.
 Json_t JsonOfStats(StatsTree_c const & Tree, StatsFacts_t const & Facts);

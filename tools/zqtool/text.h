@@ -1,4 +1,4 @@
-// text.h: makes texts from outside safe for a terminal, for pages and for data.
+// text.h: texts from outside made safe for a terminal, for pages and for data, and texts of numbers.
 #pragma once
 
 #include <cstdint>

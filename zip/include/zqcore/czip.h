@@ -1,8 +1,8 @@
 // czip.h: zip archives as files of the table.
 //
 // The component zqcore::zip mounts an archive: each of its files gets an object in g_sFileObjects (cfilepath.h) and is
-// opened, loaded, streamed and read asynchronously like a file of a folder. Its pPath is null. GetFullPath returns the
-// archive's path, `\` and the name in the archive, cut at 255 characters. Files may be stored or deflated.
+// opened, loaded, streamed and read asynchronously like a file of a folder. The object's pPath is null. GetFullPath
+// returns the archive's path, `\` and the name in the archive, cut at 255 characters. Files may be stored or deflated.
 //
 // An archive is mounted over or under what the table holds at that moment. With Over, its file hides a present file of
 // the same key until FileZipUnmount. With Under, the present file stays, and that of the archive is not added. Later
@@ -15,7 +15,7 @@
 // - names with `..`, `.`, `\`, an empty part or characters that TextForLog (ctexterror.h) escapes.
 // - names of more than 255 characters, and keys of more than 127.
 // - an entry that can't be read or lacks a size, a CRC or a method, and a file for which the table has no room.
-// - a second file of the same key; the first one opens without the complaint that a scan's duplicate has.
+// - a second file of the same key. The first one opens without the complaint that a scan's duplicate has.
 // - files that are encrypted or compressed by another method, links and devices.
 // - files of 2 GiB or more, sizes that can't be true, and files above 1 MiB that expand more than ZIP_MAX_EXPANSION
 //   times.
@@ -79,9 +79,9 @@ inline constexpr int ZIP_MAX_EXPANSION = 250;
 bool FileZipMount(char const * sArchive, ZipOrder_e eOrder, bool bRelativeNames = false);
 
 /// Removes an archive's files from the table, restores the files that they hid, and returns true. Requires that no
-/// asynchronous request for its files is pending. Asserts that sArchive is not null. Returns false if it is not
-/// mounted. If files of it have references or streams, logs a line for each, changes nothing and returns false. Stayers
-/// and prefetched files have references.
+/// asynchronous request for its files is pending. Asserts that sArchive is not null. Returns false if the archive is
+/// not mounted. If files of it have references or streams, logs a line for each, changes nothing and returns false.
+/// Stayers and prefetched files have references.
 bool FileZipUnmount(char const * sArchive);
 
 /// Returns why the last FileZipMount or FileZipUnmount failed, or an empty text if it did not. Only the main thread may
