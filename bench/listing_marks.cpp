@@ -3,7 +3,7 @@
 //
 // A fault is placed on each instruction. The listing starts SPAN_BEFORE bytes before the fault's piece of
 // SPAN_PIECE bytes, in general inside an instruction. The fault is lost if no listed instruction starts at its address.
-// Vector instructions, which have VEX, EVEX and XOP prefixes, are counted apart. Their names and all lengths are
+// Vector instructions, which have a VEX, EVEX or XOP prefix, are counted apart. Their names and all lengths are
 // compared with those of objdump.
 #include "zqcore/cexceptionreport_internal.h"
 #include "zqcore/copcode.h"

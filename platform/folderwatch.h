@@ -57,7 +57,7 @@ namespace plat
         /// Ends the watch and discards the changes that were not read. Does nothing while closed.
         void Close();
 
-        /// Returns whether a folder is watched.
+        /// Returns whether the watch is open, also after its folder is gone (IsGone).
         bool IsOpen() const { return m_pTree != nullptr; }
 
         /// Returns whether the watched folder was moved or deleted, or could not be watched again, as far as IsComplete

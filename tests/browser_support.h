@@ -23,7 +23,7 @@ inline std::string FindBrowser()
 
 /// Returns the document of a page after the page's own script and then sScript have run. sAfter follows the file's name
 /// in the address. sOptions are further options of the browser. They replace those of the same name. Expects that the
-/// page says it is ready.
+/// browser succeeds and the page says it is ready.
 inline std::string BrowserDocument(TempFolder_c const & Folder, std::string const & sPage,
     std::string const & sScript = "", std::string const & sAfter = "", std::string const & sOptions = "")
 {

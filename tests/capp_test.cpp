@@ -130,7 +130,7 @@ TEST_F(App, StartsInItsFolderAndEndsPureVirtualCallsInAbort)
             g_pMessageLogFile != nullptr);
         Concrete_s();
     };
-    EXPECT_EXIT(CallPureVirtual(), EndedAtBreakpoint, "in folder: 1, log: 1\n.*\npure virtual function call");
+    EXPECT_EXIT(CallPureVirtual(), g_EndedAtBreakpoint, "in folder: 1, log: 1\n.*\npure virtual function call");
 }
 
 TEST_F(App, ShutdownEmptiesTheEventListsExceptThree)

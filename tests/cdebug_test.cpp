@@ -335,7 +335,7 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
         g_FileReadErrorCallbacker.Add([](char const *) { s_fnHear([] { Warning("in a receiver"); }); }, false);
         static void (*const s_dCalls[LISTS])() = { [] { Warning("first"); }, [] { EXPECT_THROW(Abort("first"), int); },
             s_fnFailRead };
-        alarm(20);   // ends threads that wait for ever
+        EndAfter(20);   // ends threads that wait for ever
         RunInThreads(LISTS, [](int iThread) { s_dCalls[iThread](); });
         return s_nHeard >= LISTS ? 0 : 1;
     };
@@ -370,7 +370,7 @@ TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
     plat::DebugOutputSet(nullptr);   // the fixture's receiver allocates, which fails while the counters are wrong
     auto const Run = []
     {
-        alarm(20);   // ends threads that wait for ever
+        EndAfter(20);   // ends threads that wait for ever
         std::thread Other([] { Warning("odd"); });
         s_Inside.Wait();
         char * const pBlock = ZQ_NEW char[10];
@@ -509,7 +509,7 @@ TEST_F(Complaints, AnAbortOutlivesListenersAndReceiversThatThrow)
             std::_Exit(7);
         }
     };
-    EXPECT_EXIT(End(), EndedAtBreakpoint, "a listener's\n.*first\nD.*No crash log saved.*can't be written\nD");
+    EXPECT_EXIT(End(), g_EndedAtBreakpoint, "a listener's\n.*first\nD.*No crash log saved.*can't be written\nD");
     g_silentMode = true;
     EXPECT_EXIT(End(), testing::ExitedWithCode(1), "first\nApplication aborted!\nabort\n.*Program has crashed");
 }
@@ -558,7 +558,7 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
             fn();
         };
         auto const HasEnded = [i = iStatus](int iRaw)
-        { return i == BREAKPOINT ? EndedAtBreakpoint(iRaw) : testing::ExitedWithCode(i)(iRaw); };
+        { return i == BREAKPOINT ? g_EndedAtBreakpoint(iRaw) : testing::ExitedWithCode(i)(iRaw); };
         EXPECT_EXIT(Complain(), HasEnded, szTrace);
     }
 }

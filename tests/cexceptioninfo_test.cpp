@@ -252,7 +252,7 @@ TEST_F(ExceptionInfo, DialogThatFaultsDoesNotHoldTheProcess)
         g_Info.Start();
         std::raise(SIGTRAP);
     };
-    EXPECT_EXIT(Fault(), EndedAtBreakpoint, "asked");
+    EXPECT_EXIT(Fault(), g_EndedAtBreakpoint, "asked");
 }
 
 TEST_F(ExceptionInfo, SecondDialogThatFaultsHoldsNoLaterComplaint)
@@ -290,7 +290,7 @@ TEST_F(ExceptionInfo, SecondDialogThatFaultsHoldsNoLaterComplaint)
         plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return 1 + g_Info.OnUnhandledException(p); });
         plat::DialogSetHandler(Answer);
         g_Info.Start();
-        alarm(20);   // ends threads that wait for ever
+        EndAfter(20);   // ends threads that wait for ever
         std::raise(SIGTRAP);
         RunInThreads(1,
             [](int)
@@ -346,7 +346,7 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebuggerWithoutTheHeap)
                 ++s_nDialogs;
                 return Dialog.eButtons == plat::DialogButtons_e::YesNoCancel ? Answer_e::Yes : Answer_e::Ok;
             });
-        alarm(20);   // ends a thread that waits for ever
+        EndAfter(20);   // ends a thread that waits for ever
         g_CategoryLock.Enter();
         g_Info.Start();
         std::raise(SIGTRAP);

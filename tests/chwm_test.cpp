@@ -81,7 +81,7 @@ TEST(StaticMemoryPool, WrongUseEndsTheProcessOrFailsItsCondition)
             LogToStandardError();
             Row.fnUse(Pool);
         };
-        EXPECT_EXIT(Use(), EndedAtBreakpoint, Row.szText);
+        EXPECT_EXIT(Use(), g_EndedAtBreakpoint, Row.szText);
     }
 
     StaticMemoryPool_c Pool("full");

@@ -452,7 +452,7 @@ TEST(Memory, ExhaustionEndsInAbort)
     for (std::size_t const nBytes : { SIZE_MAX / 2, SIZE_MAX })
     {
         LogToStandardError();
-        EXPECT_EXIT(g_pSeen = New(nBytes), EndedAtBreakpoint, "Can't allocate additional [0-9]+ bytes\n");
+        EXPECT_EXIT(g_pSeen = New(nBytes), g_EndedAtBreakpoint, "Can't allocate additional [0-9]+ bytes\n");
         LogDone();
     }
 }

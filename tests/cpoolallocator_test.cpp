@@ -115,5 +115,5 @@ TEST(PoolAllocator, AFixedPoolServesFromTheCallersStorageAlone)
         LogToStandardError();
         Elements.Allocate(9, 1);
     };
-    EXPECT_EXIT(Overstrain(), EndedAtBreakpoint, "no element for 9 bytes aligned to 1: they have 8 bytes");
+    EXPECT_EXIT(Overstrain(), g_EndedAtBreakpoint, "no element for 9 bytes aligned to 1: they have 8 bytes");
 }

@@ -23,7 +23,7 @@ inline bool g_bRegisterItself = true;                    // whether nodes can be
 inline std::vector<std::unique_ptr<Node_s>> g_dLoaded;   // all nodes that loads made
 inline Node_s g_StaticNode;                              // a static object with contents
 
-/// Serializer of Node_s. It keeps what loads make in g_dLoaded, and makes protected functions of the base public.
+/// Serializer of Node_s. It stores the nodes of a load in g_dLoaded, and makes protected members of the base public.
 class NodeSerializer_c : public Serializer_c
 {
 public:
@@ -77,6 +77,7 @@ struct World_s
     int iStatic = 0;
     bool bWhole = false;   // whether the latest load succeeded
 
+    /// Empties the lists of static objects. Registers iStatic and a fresh g_StaticNode.
     void RegisterStatics()
     {
         NodeSerializer_c::dRegisteredStaticPointers.Reset();
@@ -85,6 +86,7 @@ struct World_s
         NodeSerializer_c::RegisterSerializedStaticPointer(&(g_StaticNode = Node_s()), "Node");
     }
 
+    /// Stores or loads a graph: its root, a pointer of the second class, and the root as a pointer without a class.
     void Serialize(Serializeable_c & Archive, Node_s *& pRoot)
     {
         Node_s * pOther = nullptr;

@@ -29,14 +29,14 @@ class Module_c;
 template <typename... T>
 using Rows_t = std::initializer_list<std::tuple<T...>>;
 
-/// Calls Call(0) to Call(nThreads - 1), each on a thread of its own, and waits for all.
+/// Calls fnCall(0) to fnCall(nThreads - 1), each on a thread of its own, and waits for all.
 template <typename CALL>
-void RunInThreads(int nThreads, CALL const & Call)
+void RunInThreads(int nThreads, CALL const & fnCall)
 {
     std::vector<std::thread> dThreads;
     for (int i = 0; i < nThreads; ++i)
     {
-        dThreads.emplace_back(Call, i);
+        dThreads.emplace_back(fnCall, i);
     }
     std::for_each(dThreads.begin(), dThreads.end(), [](std::thread & Thread) { Thread.join(); });
 }
@@ -81,6 +81,12 @@ long ResidentPages();
 /// A signal ends it after a minute.
 pid_t StartChild(std::function<int()> const & fnRun);
 
+/// Ends this process by a signal after nSeconds, in place of the minute of StartChild. For calls that may hang.
+inline void EndAfter(unsigned nSeconds)
+{
+    alarm(nSeconds);
+}
+
 /// Waits for the end of a child. Returns its status, or -1 if a signal ended it.
 int StatusOfChild(pid_t iChild);
 
@@ -88,7 +94,7 @@ int StatusOfChild(pid_t iChild);
 bool KillChild(pid_t iChild);
 
 /// Predicate for EXPECT_EXIT: whether a breakpoint ended the process.
-inline testing::KilledBySignal const EndedAtBreakpoint(SIGTRAP);
+inline testing::KilledBySignal const g_EndedAtBreakpoint(SIGTRAP);
 
 /// Runs a call in a child process without the superuser's rights. Returns its status, or -2 if the system refuses to
 /// drop them.
@@ -167,28 +173,34 @@ Result_t RunTool(std::string const & sArguments);
 Result_t RunOnTerminal(
     std::function<int()> const & fnRun, std::string const & sTyped = "", std::string const & sAwaited = "");
 
+/// Replaces this process by a shell that runs the command line. Returns only if that fails.
+inline int BecomeShell(std::string const & sCommand)
+{
+    return execl("/bin/sh", "sh", "-c", sCommand.c_str(), nullptr);
+}
+
 /// Runs a command line of the shell as the foreground job of this process's terminal. Returns the signal that ends or
 /// stops the job, or 0. Kills a job that stops.
 int RunInForeground(std::string const & sCommand);
 
 /// Scope in which this process's limit RESOURCE (setrlimit) is nLimit. A write beyond RLIMIT_FSIZE raises no signal.
 template <int RESOURCE>
-class LimitScope_c
+class LimitScope_T
 {
 public:
-    explicit LimitScope_c(rlim_t nLimit)
+    explicit LimitScope_T(rlim_t nLimit)
         : m_fnPrevious(std::signal(SIGXFSZ, SIG_IGN))
     {
         getrlimit(RESOURCE, &m_Previous);
         rlimit const Limit = { nLimit, m_Previous.rlim_max };
         setrlimit(RESOURCE, &Limit);
     }
-    ~LimitScope_c()
+    ~LimitScope_T()
     {
         setrlimit(RESOURCE, &m_Previous);
         std::signal(SIGXFSZ, m_fnPrevious);
     }
-    LimitScope_c & operator=(LimitScope_c &&) = delete;
+    LimitScope_T & operator=(LimitScope_T &&) = delete;
 
 private:
     rlimit m_Previous;
@@ -196,10 +208,10 @@ private:
 };
 
 /// Scope in which every write beyond nLimit bytes of a file fails, as on a full disk.
-using FullDisk_c = LimitScope_c<RLIMIT_FSIZE>;
+using FullDisk_c = LimitScope_T<RLIMIT_FSIZE>;
 
 /// Scope in which no new descriptor has the number nLimit or a higher one.
-using FewDescriptors_c = LimitScope_c<RLIMIT_NOFILE>;
+using FewDescriptors_c = LimitScope_T<RLIMIT_NOFILE>;
 
 /// A fresh folder in Root, by default the system's folder for temporary files. It is deleted with all it holds at the
 /// end of the scope. Requires an absolute Root.

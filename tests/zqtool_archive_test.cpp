@@ -37,7 +37,7 @@ namespace
     class ZqtoolArchive : public testing::Test
     {
     protected:
-        // Shows a file. Returns what is printed, without the path.
+        // Shows a file. Expects the status iStatus. Returns what is printed, without the path.
         std::string Shown(
             std::string const & sName, std::string const & sBytes, int iStatus, std::string const & sOptions)
         {
@@ -138,11 +138,12 @@ TEST_F(ZqtoolArchive, NoPrefixAndNoChangedByteCrashesIt)
         m_Folder.Write("many/" + std::to_string(i), sGraph.substr(0, i));
         m_Folder.Write("many/x" + std::to_string(i), Changed(sGraph, i, "\xFE"));
     }
-    EXPECT_LE(static_cast<unsigned>(RunTool("archive --json " + m_Folder.Join("many/*")).iStatus), 1u);
+    EXPECT_THAT(RunTool("archive --json " + m_Folder.Join("many/*")).iStatus, testing::AnyOf(0, 1));
 }
 
 TEST_F(ZqtoolArchive, MisuseAndUnreadableFilesHaveTheirStatus)
 {
+    // Statuses: 1 a file can't be read, 2 wrong arguments.
     for (auto const & [sArguments, iStatus] :
         Rows_t<std::string, int>{ { "", 2 }, { "--reads x a", 2 }, { "--reads '2. 29' a", 2 }, { "--reads +2.29 a", 2 },
             { m_Folder.Join("absent"), 1 }, { m_Folder.GetPath(), 1 } })

@@ -467,7 +467,7 @@ TEST_F(ZqtoolCrash, ColoursAreForTerminalsAlone)
     EXPECT_THAT(RunTool("crash --json " + sFile).sOutput,
         HasSubstr("\"\\u001b[5m\\u007f\\u009b\\u202e\\ud83d\\ude80\\ufffd\\t\\\"\""));
     auto const Shown = [](std::string const & sLine)
-    { return RunOnTerminal([&] { return execl("/bin/sh", "sh", "-c", sLine.c_str(), nullptr); }).sOutput; };
+    { return RunOnTerminal([&] { return BecomeShell(sLine); }).sOutput; };
     SKIP_IF(*TEST_EMULATOR != '\0', "the terminal starts the tool without the emulator");
     EXPECT_THAT(Shown("exec env -u NO_COLOR" + sCommand), testing::StartsWith("\x1B[1mwrite to address"));
     std::string const sPlain = Shown("exec env NO_COLOR=1" + sCommand);

@@ -47,7 +47,7 @@ TEST_F(ZqtoolHash, ReportsWhatDiffersAndWhatIsNoList)
         EXPECT_THAT(RunTool("hash --check list"), Ends(1, testing::HasSubstr(sExpected))) << sList;
     }
     m_Folder.Write("crc", "352441c2  abc\n");
-    // Statuses: 1 a file differs or can't be read, or its list is wrong; 2 wrong arguments.
+    // Statuses: 0 all files agree; 1 a file differs or can't be read, or its list is wrong; 2 wrong arguments.
     for (auto const & [sArguments, iStatus] :
         Rows_t<std::string, int>{ { "absent abc", 1 }, { ".", 1 }, { "--check absent", 1 }, { "--check absent abc", 2 },
             { "--check crc", 0 }, { "--algorithm crc32 --check crc", 0 }, { "--algorithm sha1 --check crc", 1 },

@@ -252,6 +252,7 @@ TEST_F(ZqtoolStats, PrintsJson)
 TEST_F(ZqtoolStats, RefusesWhatItCantDo)
 {
     std::string const sFile = m_Folder.Write("zq.stats", Sample());
+    // Statuses: 0 success, 1 a file can't be read or written, 2 wrong arguments.
     for (auto const & [sArguments, iStatus] :
         Rows_t<std::string, int>{ { "", 2 }, { sFile + " more", 2 }, { sFile + " --trace", 2 },
             { sFile + " --ticks-per-second 0", 2 }, { sFile + " --ticks-per-second 9x", 2 }, { sFile + " --svg x", 2 },

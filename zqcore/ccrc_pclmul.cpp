@@ -264,7 +264,7 @@ namespace
         LANE::Preset(Blocks0);
         pData += STEP;
         nBytes -= STEP;
-        for (; nBytes >= STEP; nBytes -= STEP, pData += STEP)
+        for (; nBytes >= STEP; pData += STEP, nBytes -= STEP)
         {
             LANE::Fold(Blocks0, By4, pData);
             LANE::Fold(Blocks1, By4, pData + LANE_BYTES);

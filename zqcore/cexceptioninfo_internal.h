@@ -1,6 +1,6 @@
 // cexceptioninfo_internal.h: what the sources of ExceptionInfo_c share.
 //
-// Threads: g_szDialog and all functions but TraceText require that the caller holds g_Lock.
+// Threads: g_szDialog and all free functions but TraceText require that the caller holds g_Lock.
 #pragma once
 
 #include "zqcore/cexceptioninfo.h"

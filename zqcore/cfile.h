@@ -310,7 +310,7 @@ class FileReference_c
 public:
     FileReference_c() = default;
 
-    /// Adds a reference. If FileOpen fails, or pFile is null, the reference is of no file.
+    /// Add a reference. If FileOpen fails, or pFile is null, the reference is of no file.
     explicit FileReference_c(char const * szName)
         : m_pFile(FileOpen(szName))
     {}

@@ -237,7 +237,7 @@ namespace
         return true;
     }
 
-    // Returns whether the response logs list a name: while names are collected, if it fits a line. Logs a name that
+    // Returns whether the response logs list a name: names are collected, and this one fits a line. Logs a name that
     // does not fit. Asserts that the name is not null.
     bool IsWanted(char const * szName)
     {
@@ -345,11 +345,7 @@ void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode)
     ValueScope_T const Reporting(t_pReport, &Report);
     if (sName && FileIsCollecting())
     {
-        Firing_c const Firing;
-        if (Firing.IsGranted())
-        {
-            g_FileOpenCallbacker.Fire(sName, false);
-        }
+        FireIfGranted(g_FileOpenCallbacker, sName);
     }
     if (!Report.bReceived)
     {

@@ -104,7 +104,7 @@ String_T<256> const * FilePathAdd(char const * szPath);
 ZQ_COLD void FileReportSkip(
     FileSkip_e eWhy, char const * szFolder, char const * szName, File_c const * pFirst = nullptr);
 
-/// Logs why a file, a folder or an entry of a folder is skipped. Its path is szFolder followed by szName.
+/// Logs why a file, a folder or an entry of a folder is skipped. The path of the entry is szFolder followed by szName.
 ZQ_COLD void FileLogSkipped(char const * szWhy, char const * szFolder, char const * szName = "");
 
 /// Logs that a bare name of nName characters is cut to FILE_KEY_LENGTH.

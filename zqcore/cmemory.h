@@ -4,7 +4,7 @@
 // peaks. Each thread has a stack of categories. A MemCategoryScope_c selects one for a scope. A block of ZQ_NEW, or of
 // a plain `new` anywhere in the process, counts under the selected category until it is freed, whichever thread frees
 // it. Blocks of libraries that are initialised before this one count too, under UNDEFINED. Byte figures are those of
-// the heap's blocks: they include alignment header and slack.
+// the heap's blocks: they include the alignment header and the slack.
 //
 // Requires that the library is linked to the executable itself, before the C++ runtime. If another library or a plugin
 // loads it instead, or a checker replaces `delete`, the process may bind `delete` to another function. Then `new`,

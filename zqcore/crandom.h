@@ -94,7 +94,7 @@ struct RandomSeedEntry_s
 };
 
 /// Mask for hosts that make four floats at a time: a random word AND MM_MANTISSA_MASK, OR MM_EXPONENT_MASK, is a float
-/// from 1 to below 2. It is aligned for a vector register.
+/// from 1 to below 2. The mask is aligned for a vector register.
 struct alignas(16) RandomMask_t
 {
     std::array<std::uint32_t, 4> dLanes;   // all equal

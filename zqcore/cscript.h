@@ -49,9 +49,9 @@ public:
     Script_c & operator=(Script_c const &) = delete;
 
     /// Copies a file's text, closes the file, frees the previous copy and returns true. CloseFile frees the new one.
-    /// Asserts that the name is not null. Returns false, without a message, if there is no such file or it is refused.
-    /// Also returns false, with log lines, if it can't be read. The previous text then stays open, though m_sName is
-    /// the new name.
+    /// Asserts that the name is not null. Returns false, without a message of its own, if there is no such file or it
+    /// is refused. Also returns false, with log lines, if it can't be read. The previous text then stays open, though
+    /// m_sName is the new name.
     bool OpenFile(char const * sFileName);
 
     /// Frees the copy of a file. If the script was reading that copy, its text is empty afterwards.

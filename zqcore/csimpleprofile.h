@@ -4,8 +4,8 @@
 // the last frame, the mean over 32 frames and the peak for each kind in each context. The time of a kind does not
 // include the kinds nested in it.
 //
-// A thread is in a context from a push to the matching pop. A forked child is in the contexts of the thread that
-// forked, and in no others.
+// A thread is in a context from a SimpleProfilePush to the matching SimpleProfilePop. A forked child is in the contexts
+// of the thread that forked, and in no others.
 //
 // Ownership: nothing is owned, started or freed.
 // Threads: any thread. A thread that pushes waits until other threads have left the context. The stack of contexts

@@ -1,5 +1,6 @@
-// zqcore.h: includes every exported header of zqcore/. A source that needs few services includes their headers instead.
-// A host that needs headers of platform/ includes them itself.
+// zqcore.h: includes the public headers of zqcore/ but cclipboard.h and cgcobject.h, which export nothing.
+// A source that needs few services includes their headers instead. A host that needs headers of platform/ includes them
+// itself.
 #pragma once
 
 #include "zqcore/cadsr.h"

@@ -36,7 +36,7 @@ namespace
         }
     }
 
-    // Definitions, which a load finds by their ident.
+    // Serializer of definitions, which a load finds by their ident.
     template <typename T>
     class Definitions_T : public Graph_T<T>
     {
@@ -64,7 +64,7 @@ namespace
         Items_T<T> Bay_s::*m_pItems;
     };
 
-    // Ships, which a load creates.
+    // Serializer of ships, which a load creates.
     class Ships_c : public Graph_T<Ship_s>
     {
     public:
@@ -84,7 +84,7 @@ namespace
         void SerializeFields(Serializeable_c & Archive, Ship_s & Ship) override;
     };
 
-    // The house is static, so only its purse is stored.
+    // Serializer of the house, which is static: only its two purses are stored.
     class Houses_c : public Serializer_c
     {
     public:

@@ -245,7 +245,7 @@ namespace plat
         return FileWriteAt(m_hFile, m_nOffset, m_pData, m_nLeft);
     }
 
-    // Runs in a forked child. The queue is the parent's, so the child waits for none of its writes.
+    // Runs in a forked child. The queue is the parent's, so the child waits for none of the parent's writes.
     void AsyncFile_c::Abandon()
     {
         Queue_s & Queue = SystemIn(m_dSystem).Queue;

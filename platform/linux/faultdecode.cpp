@@ -188,16 +188,16 @@ namespace plat
             {
                 return bX87Stack ? FAULT_FLOAT_STACK : FAULT_FLOAT_INVALID;
             }
-            struct Row_t
+            struct Row_s
             {
                 unsigned dwFlag;
                 std::uint32_t nCode;
             };
-            for (Row_t const & Row :
-                { Row_t{ FLOAT_DIVIDE_FLAG, FAULT_FLOAT_DIVIDE }, Row_t{ FLOAT_OVERFLOW_FLAG, FAULT_FLOAT_OVERFLOW },
-                    Row_t{ FLOAT_UNDERFLOW_FLAG, FAULT_FLOAT_UNDERFLOW },
-                    Row_t{ FLOAT_DENORMAL_FLAG, FAULT_FLOAT_DENORMAL },
-                    Row_t{ FLOAT_INEXACT_FLAG, FAULT_FLOAT_INEXACT } })
+            for (Row_s const & Row :
+                { Row_s{ FLOAT_DIVIDE_FLAG, FAULT_FLOAT_DIVIDE }, Row_s{ FLOAT_OVERFLOW_FLAG, FAULT_FLOAT_OVERFLOW },
+                    Row_s{ FLOAT_UNDERFLOW_FLAG, FAULT_FLOAT_UNDERFLOW },
+                    Row_s{ FLOAT_DENORMAL_FLAG, FAULT_FLOAT_DENORMAL },
+                    Row_s{ FLOAT_INEXACT_FLAG, FAULT_FLOAT_INEXACT } })
             {
                 if (dwRaised & Row.dwFlag)
                 {

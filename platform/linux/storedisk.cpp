@@ -185,7 +185,7 @@ namespace plat
         if (!bStored)
         {
             int const iError = errno;
-            unlinkat(iFolder, szBusy, 0);   // a full disk would stay full with it
+            unlinkat(iFolder, szBusy, 0);   // what was written would keep a full disk full
             errno = iError;
         }
         return bStored;

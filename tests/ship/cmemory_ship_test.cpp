@@ -289,8 +289,8 @@ TEST(ShipDeathTest, ExhaustionEndsInAbort)
     for (std::size_t const nBytes : { SIZE_MAX / 2, SIZE_MAX })
     {
         LogToStandardError();
-        EXPECT_EXIT(g_pLast = ::operator new(nBytes), EndedAtBreakpoint, "Can't allocate additional [0-9]+ bytes\n");
-        EXPECT_EXIT(g_pLast = ::operator new (nBytes, std::align_val_t{ 64 }), EndedAtBreakpoint,
+        EXPECT_EXIT(g_pLast = ::operator new(nBytes), g_EndedAtBreakpoint, "Can't allocate additional [0-9]+ bytes\n");
+        EXPECT_EXIT(g_pLast = ::operator new (nBytes, std::align_val_t{ 64 }), g_EndedAtBreakpoint,
             "Can't allocate additional [0-9]+ bytes\n");
         LogDone();
     }

@@ -1,4 +1,4 @@
-// startup_order.cpp: works with the shared library before main and after it, in a constructor and a destructor.
+// startup_order.cpp: works with the library before main and after it, in a constructor and a destructor.
 // Prints what failed, then "done". The first argument names what it does besides:
 //     leak     loses three blocks
 //     unload   loses two blocks of a plugin, whose file is the second argument, and lists the live ones

@@ -60,5 +60,5 @@ bool HasTextEnding(std::string const & sFile);
 char const * TextKindName(TextKind_e eKind);
 
 /// Reads a text as the library does and returns what it holds, with all complaints. The ending of sFile decides the
-/// format of a table or a property list. Only one call of this or of ReadSchema may run at a time.
+/// format of a table or a property list. Requires that no other CheckText and no ReadSchema runs.
 CheckedText_t CheckText(std::string const & sFile, std::string sBytes, CheckOptions_t const & Options);

@@ -1,4 +1,4 @@
-// parse.h: steps by which readers take a text apart.
+// parse.h: steps by which readers take a text apart, and forms of a text.
 #pragma once
 
 #include <cstdint>
