@@ -5,6 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -41,6 +42,26 @@ inline std::string ServeFile(std::string const & sName, std::string const & sTex
     s_Served.dFiles.push_back(pFile);
     std::filesystem::remove(Path);
     return Path.filename().string();
+}
+
+/// Sizes in bytes of the two blobs, files that benchmarks read whole.
+inline constexpr std::int64_t SMALL_BLOB = 16 << 10;
+inline constexpr std::int64_t LARGE_BLOB = 1 << 20;
+
+/// Returns the name of the blob of that size.
+inline std::string BlobName(std::int64_t nBytes)
+{
+    return "blob" + std::to_string(nBytes) + ".bin";
+}
+
+/// Writes both blobs to a folder.
+inline void WriteBlobs(std::filesystem::path const & Folder)
+{
+    for (std::int64_t const nBytes : { SMALL_BLOB, LARGE_BLOB })
+    {
+        std::string const sContents(static_cast<std::size_t>(nBytes), 'x');
+        std::ofstream(Folder / BlobName(nBytes), std::ios::binary) << sContents;
+    }
 }
 
 /// The heap without this library's tracking, which peers would not have.

@@ -15,6 +15,11 @@ namespace
     constexpr int FOLDERS = 500;
     constexpr int FILES = 10'000;
 
+    std::string NameOf(int iFile)
+    {
+        return "unit_" + std::to_string(iFile) + "_diffuse.dds";
+    }
+
     // The tree, below the system's temporary folder, with its cache. Removed at the end of the process.
     class CachedTree_c
     {
@@ -27,7 +32,7 @@ namespace
                 fs::path const Folder =
                     m_Root / ("area" + std::to_string(i % AREAS)) / ("set" + std::to_string(i % FOLDERS));
                 fs::create_directories(Folder);
-                std::ofstream(Folder / ("unit_" + std::to_string(i) + "_diffuse.dds")) << i;
+                std::ofstream(Folder / NameOf(i)) << i;
             }
             SetPQXMediaPath(m_Root.c_str());
             Scan();
@@ -54,17 +59,16 @@ namespace
         return s_Tree;
     }
 
-    // Measures starts by FillTables. Each begins with the processor's caches as filling and emptying the tables leave
-    // them.
+    // Measures starts by fnFill. Each begins with the processor's caches as filling and emptying the tables leave them.
     template <typename START>
-    void Start(benchmark::State & State, START FillTables)
+    void Start(benchmark::State & State, START fnFill)
     {
         Tree();
         for (auto _ : State)
         {
-            FillTables();
+            fnFill();
             State.PauseTiming();
-            Require(State, FileExists("unit_0_diffuse.dds") && FileExists("unit_9999_diffuse.dds"));
+            Require(State, FileExists(NameOf(0).c_str()) && FileExists(NameOf(FILES - 1).c_str()));
             FileReset();
             State.ResumeTiming();
         }

@@ -17,6 +17,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace
@@ -68,9 +69,10 @@ namespace
     // Returns whether the code has a VEX, EVEX or XOP prefix, alone or after segment and address size prefixes.
     bool IsVector(Section_t const & Section, Instruction_t const & Instruction, bool b64Bit)
     {
+        static constexpr std::string_view PREFIXES = "\x26\x2E\x36\x3E\x64\x65\x67";
         unsigned char const * p = Section.dCode.data() + Instruction.nOffset;
         unsigned char const * const pEnd = p + Instruction.nBytes;
-        while (p != pEnd && (*p == 0x64 || *p == 0x65 || *p == 0x67 || *p == 0x2E || *p == 0x3E))
+        while (p != pEnd && PREFIXES.find(static_cast<char>(*p)) != PREFIXES.npos)
         {
             ++p;
         }
@@ -177,7 +179,8 @@ namespace
             std::size_t const nBytes = m_Decoder.Decode(Section.dCode.data() + Instruction.nOffset,
                 Section.dCode.size() - Instruction.nOffset, szText, sizeof szText);
             std::string const sOurs = szText;
-            bool const bLength = nBytes != Instruction.nBytes && sOurs != "lock   " && sOurs != "wait   ";
+            bool const bApart = sOurs == "lock   " || sOurs == "wait   ";   // an instruction of its own in our listing
+            bool const bLength = nBytes != Instruction.nBytes && !bApart;
             bool const bName = bVector && !IsSameName(sTheirs, Mnemonic(sOurs));
             Count.nOtherLength += bLength;
             Count.nOtherName += bName;

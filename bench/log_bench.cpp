@@ -14,8 +14,9 @@
 
 namespace
 {
-    // Format of a line, and the bytes of such a line with a time, a frame of two digits and the line end.
+    // Format of a line, its frame, and the bytes of such a line with a time, the frame and the line end.
     constexpr char FORMAT[] = "File opened: %s, %i bytes, category %s, after %i reads, from the media tree";
+    constexpr int FRAME = 12;
     constexpr std::size_t LINE_BYTES = 91;
 
     // A folder for temporary files, until the object is destroyed.
@@ -36,6 +37,7 @@ namespace
         Folder_s const Folder;
         LogSetFile(std::filesystem::path(Folder.sPath).wstring().c_str(), L"message.log");
         LogInit();
+        g_iLogFrameCounter = FRAME;
         for (auto _ : State)
         {
             Log(FORMAT, "u.txt", 4711, "f", 3);
@@ -66,7 +68,7 @@ namespace
         std::FILE * const pFile = std::fopen((Folder.sPath + "stdio").c_str(), "wb");
         for (auto _ : State)
         {
-            std::fprintf(pFile, "%8.3f\t%i\t", 12.345, 12);
+            std::fprintf(pFile, "%8.3f\t%i\t", 12.345, FRAME);
             std::fprintf(pFile, FORMAT, "u.txt", 4711, "f", 3);
             std::fputc('\n', pFile);
             std::fflush(pFile);

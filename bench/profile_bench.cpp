@@ -84,7 +84,7 @@ namespace
             tFrame += tStep;
             for (int i = 0; i < MAX_TIMERS_TOTAL; ++i)
             {
-                pFirst[i].dFrames[iRing].tTime = tFrame + (tFrame * (i + 3)) % 64;
+                pFirst[i].dFrames[iRing].tTime = tFrame + tFrame % 64 * (i + 3) % 64;
             }
             iRing = (iRing + 1) % PROFILER_FRAMES;
             State.ResumeTiming();

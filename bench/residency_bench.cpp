@@ -1,5 +1,6 @@
-// residency_bench.cpp: reading during frames and reading ahead, compared with bare system calls. All reads come from
-// the page cache. The times are the main thread's own.
+// residency_bench.cpp: reading during frames and reading ahead, compared with bare system calls.
+//
+// All reads come from the page cache. The times are the main thread's own.
 #include "bench/bench_support.h"
 #include "zqcore/cfileasync.h"
 #include "zqcore/cfilemedia.h"
@@ -15,9 +16,7 @@ namespace
 {
     constexpr int FILES = 10'000;
     constexpr int FILES_A_FOLDER = 20;
-    constexpr int FILE_SIZE = 1000;   // bytes, as for the next two
-    constexpr int SMALL_BLOB = 16 << 10;
-    constexpr int LARGE_BLOB = 1 << 20;
+    constexpr int FILE_SIZE = 1000;   // bytes
 
     // A media tree with the running module, until the end of the process.
     class Media_c
@@ -32,10 +31,7 @@ namespace
                 fs::create_directories(Folder);
                 std::ofstream(Folder / ("piece" + std::to_string(i) + ".dat")) << std::string(FILE_SIZE, 'x');
             }
-            for (int const nBytes : { SMALL_BLOB, LARGE_BLOB })
-            {
-                std::ofstream(m_Root / BlobName(nBytes)) << std::string(static_cast<std::size_t>(nBytes), 'x');
-            }
+            WriteBlobs(m_Root);
             SetPQXMediaPath(m_Root.c_str());
             Module_c::Register(ModuleFile_c::Get());
             Module_c::InitializeAllModules();
@@ -47,7 +43,6 @@ namespace
             fs::remove_all(m_Root);
         }
 
-        static std::string BlobName(std::int64_t nBytes) { return "blob" + std::to_string(nBytes) + ".bin"; }
         std::string BlobPath(std::int64_t nBytes) const { return (m_Root / BlobName(nBytes)).string(); }
 
         // Returns the paths of the small files in the order in which a prefetch reads them.
@@ -104,7 +99,7 @@ namespace
     void AsyncReadOurs(benchmark::State & State)
     {
         Media();
-        File_c * const pFile = FileStream(Media_c::BlobName(State.range(0)).c_str());
+        File_c * const pFile = FileStream(BlobName(State.range(0)).c_str());
         for (auto _ : State)
         {
             void * const hRequest = FileAsyncOpen(pFile, nullptr);

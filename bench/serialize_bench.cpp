@@ -33,9 +33,9 @@ namespace
     constexpr std::size_t NODES = 100'000;
 
     // Ends the program if a condition is false, because a row would then measure only a part of the work.
-    void Require(bool bAgreed)
+    void Require(bool bHolds)
     {
-        if (!bAgreed)
+        if (!bHolds)
         {
             std::abort();
         }
@@ -76,7 +76,7 @@ namespace
         {
             for (std::size_t i = 0; i < VALUES; ++i)
             {
-                dInts[i] = static_cast<int>(i * 2654435761u);
+                dInts[i] = static_cast<int>(i * 2654435761u);   // multiplicative hash (Knuth)
                 dDoubles[i] = static_cast<double>(i) / 3.0;
             }
         }
@@ -222,7 +222,7 @@ namespace
     }
 
     template <typename DATA, auto SAVE>
-    void BM_Save(benchmark::State & State)
+    void Save(benchmark::State & State)
     {
         Place_s const Place("save.arc");
         DATA Data;
@@ -234,7 +234,7 @@ namespace
     }
 
     template <typename DATA>
-    void BM_SaveBare(benchmark::State & State)
+    void SaveBare(benchmark::State & State)
     {
         Place_s const Place("bare.arc");
         DATA Data;
@@ -258,7 +258,7 @@ namespace
 
     // Saves to memory, as an undo step does.
     template <typename DATA>
-    void BM_SaveToMemory(benchmark::State & State)
+    void SaveToMemory(benchmark::State & State)
     {
         DATA Data;
         Data.Fill();
@@ -272,7 +272,7 @@ namespace
     }
 
     template <typename DATA, auto SAVE, auto LOAD>
-    void BM_Load(benchmark::State & State)
+    void Load(benchmark::State & State)
     {
         Place_s const Place("load.arc");
         DATA Data, Loaded;
@@ -427,7 +427,7 @@ namespace
     }
 
     template <typename GRAPH, typename NODE, auto & SERIALIZER, bool CHAIN>
-    void BM_GraphOurs(benchmark::State & State)
+    void GraphOurs(benchmark::State & State)
     {
         Place_s const Place("graph.arc");
         std::vector<NODE> dStorage(NODES);
@@ -451,7 +451,7 @@ namespace
         }
     }
 
-    void BM_GraphTheirs(benchmark::State & State)
+    void GraphTheirs(benchmark::State & State)
     {
         Place_s const Place("graph.arc");
         std::vector<std::shared_ptr<TheirNode_s>> dNodes(NODES);
@@ -476,24 +476,22 @@ namespace
 }
 
 #define SAVE_AND_LOAD(DATA)                                                                                            \
-    BENCHMARK(BM_Save<DATA, SaveOurs<DATA>>)->Name(#DATA "/save/ours")->Unit(benchmark::kMillisecond);                 \
-    BENCHMARK(BM_Save<DATA, SaveTheirs<DATA>>)->Name(#DATA "/save/cereal")->Unit(benchmark::kMillisecond);             \
-    BENCHMARK(BM_SaveBare<DATA>)->Name(#DATA "/save/bare")->Unit(benchmark::kMillisecond);                             \
-    BENCHMARK(BM_SaveToMemory<DATA>)->Name(#DATA "/save_to_memory/ours")->Unit(benchmark::kMillisecond);               \
-    BENCHMARK(BM_Load<DATA, SaveOurs<DATA>, LoadOurs<DATA>>)->Name(#DATA "/load/ours")->Unit(benchmark::kMillisecond); \
-    BENCHMARK(BM_Load<DATA, SaveTheirs<DATA>, LoadTheirs<DATA>>)                                                       \
-        ->Name(#DATA "/load/cereal")                                                                                   \
-        ->Unit(benchmark::kMillisecond)
+    BENCHMARK(Save<DATA, SaveOurs<DATA>>)->Name(#DATA "/save/ours")->Unit(benchmark::kMillisecond);                    \
+    BENCHMARK(Save<DATA, SaveTheirs<DATA>>)->Name(#DATA "/save/cereal")->Unit(benchmark::kMillisecond);                \
+    BENCHMARK(SaveBare<DATA>)->Name(#DATA "/save/bare")->Unit(benchmark::kMillisecond);                                \
+    BENCHMARK(SaveToMemory<DATA>)->Name(#DATA "/save_to_memory/ours")->Unit(benchmark::kMillisecond);                  \
+    BENCHMARK(Load<DATA, SaveOurs<DATA>, LoadOurs<DATA>>)->Name(#DATA "/load/ours")->Unit(benchmark::kMillisecond);    \
+    BENCHMARK(Load<DATA, SaveTheirs<DATA>, LoadTheirs<DATA>>)->Name(#DATA "/load/cereal")->Unit(benchmark::kMillisecond)
 
 SAVE_AND_LOAD(Values_s);
 SAVE_AND_LOAD(Texts_s);
 SAVE_AND_LOAD(Both_s);
 SAVE_AND_LOAD(Containers_s);
-BENCHMARK(BM_GraphOurs<OurGraph_s, OurNode_s, g_Nodes, false>)->Name("Graph/ours")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_GraphOurs<TypedGraph_s, TypedNode_s, g_TypedNodes, false>)
+BENCHMARK(GraphOurs<OurGraph_s, OurNode_s, g_Nodes, false>)->Name("Graph/ours")->Unit(benchmark::kMillisecond);
+BENCHMARK(GraphOurs<TypedGraph_s, TypedNode_s, g_TypedNodes, false>)
     ->Name("Graph/ours_typed")
     ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_GraphTheirs)->Name("Graph/cereal")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_GraphOurs<OurGraph_s, OurNode_s, g_Nodes, true>)
+BENCHMARK(GraphTheirs)->Name("Graph/cereal")->Unit(benchmark::kMillisecond);
+BENCHMARK(GraphOurs<OurGraph_s, OurNode_s, g_Nodes, true>)
     ->Name("GraphOneChainDeep/ours")
     ->Unit(benchmark::kMillisecond);

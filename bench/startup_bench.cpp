@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,7 +32,7 @@ namespace
         char * dArguments[] = { szArgument, nullptr };
         posix_spawn_file_actions_t Actions;
         ::posix_spawn_file_actions_init(&Actions);
-        ::posix_spawn_file_actions_addopen(&Actions, 1, "/dev/null", 1, 0);
+        ::posix_spawn_file_actions_addopen(&Actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
         for (auto _ : State)
         {
             pid_t iChild;

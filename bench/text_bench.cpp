@@ -21,7 +21,8 @@ namespace
 
     struct Text_s
     {
-        std::string sName, sText;
+        std::string sName;   // of the file that serves the text, or empty
+        std::string sText;
         std::int64_t nItems = 0;   // cells, or pairs of a word and a number
 
         std::int64_t Bytes() const { return static_cast<std::int64_t>(sText.size()); }
@@ -285,9 +286,9 @@ namespace
     }
 
     template <typename FUNCTION>
-    auto * Register(char const * szName, FUNCTION Function)
+    auto * Register(char const * szName, FUNCTION fnBenchmark)
     {
-        return benchmark::RegisterBenchmark(szName, Function)->Unit(benchmark::kMillisecond);
+        return benchmark::RegisterBenchmark(szName, fnBenchmark)->Unit(benchmark::kMillisecond);
     }
 
     bool const g_bRegistered = []

@@ -1,10 +1,7 @@
 // track_bench.cpp: the cost of change tracking while nothing changes, and of its start.
+#include "bench/bench_support.h"
 #include "zqcore/cfiletrack.h"
 
-#include <benchmark/benchmark.h>
-
-#include <filesystem>
-#include <fstream>
 #include <ftw.h>
 #include <poll.h>
 #include <string>
@@ -69,6 +66,7 @@ namespace
     void IdleOurs(benchmark::State & State)
     {
         FileTrackChanges(Root());
+        Require(State, FileTrackIsOn());
         for (auto _ : State)
         {
             FileTrackDoWork();
@@ -79,10 +77,7 @@ namespace
     template <typename CALL>
     void IdleBare(benchmark::State & State, CALL const & fnCall)
     {
-        if (!OpenBare())
-        {
-            State.SkipWithError("no watch");
-        }
+        Require(State, OpenBare());
         for (auto _ : State)
         {
             benchmark::DoNotOptimize(fnCall());
@@ -112,6 +107,7 @@ namespace
         for (auto _ : State)
         {
             FileTrackChanges(Root());
+            Require(State, FileTrackIsOn());
             FileTrackShutdown();
         }
     }
@@ -121,10 +117,7 @@ namespace
         Root();   // makes the tree
         for (auto _ : State)
         {
-            if (!OpenBare())
-            {
-                State.SkipWithError("no watch");
-            }
+            Require(State, OpenBare());
             close(g_iBareWatch);
         }
     }

@@ -59,7 +59,7 @@ namespace
         return s_Table;
     }
 
-    void CountBytes(benchmark::State & State, Table_s const & Table)
+    void CountBytesAndLines(benchmark::State & State, Table_s const & Table)
     {
         State.SetBytesProcessed(State.iterations() * static_cast<std::int64_t>(Table.sText.size()));
         State.counters["lines"] =
@@ -84,7 +84,7 @@ namespace
         {
             Require(State, Table.Open(CsvTable().sName.c_str(), WAREHOUSE_FORMAT_AUTO, "count kind name", " "));
         }
-        CountBytes(State, CsvTable());
+        CountBytesAndLines(State, CsvTable());
     }
 
     template <Table_s const & (*TABLE)()>
@@ -94,9 +94,9 @@ namespace
         Require(State, Table.Open(TABLE().sName.c_str()));
         for (auto _ : State)
         {
-            Require(State, Table.FindIdent("THE_LAST"));
+            Require(State, Table.FindIdent(LAST_IDENT));
         }
-        CountBytes(State, TABLE());
+        CountBytesAndLines(State, TABLE());
     }
 
     template <Table_s const & (*TABLE)()>
@@ -108,7 +108,7 @@ namespace
         {
             Require(State, !Table.FindIdent("item_missing"));
         }
-        CountBytes(State, TABLE());
+        CountBytesAndLines(State, TABLE());
     }
 
     template <Table_s const & (*TABLE)()>
@@ -126,7 +126,7 @@ namespace
             }
             Require(State, nItems == TABLE().nItems);
         }
-        CountBytes(State, TABLE());
+        CountBytesAndLines(State, TABLE());
     }
 
     // Splits every line, as a program without a table of its own does.
@@ -149,7 +149,7 @@ namespace
             }
             Require(State, bFound);
         }
-        CountBytes(State, TABLE());
+        CountBytesAndLines(State, TABLE());
     }
 
     void FindIstringstream(benchmark::State & State)
@@ -166,7 +166,7 @@ namespace
             }
             Require(State, bFound);
         }
-        CountBytes(State, TextTable());
+        CountBytesAndLines(State, TextTable());
     }
 
     // Does the minimum of a search: finds the line ends, and compares the first bytes of each line.
@@ -181,7 +181,7 @@ namespace
             }
             benchmark::DoNotOptimize(sRest);
         }
-        CountBytes(State, TextTable());
+        CountBytesAndLines(State, TextTable());
     }
 
     template <typename T>
@@ -231,15 +231,15 @@ namespace
     }
 
     template <typename FUNCTION>
-    void Register(char const * szName, FUNCTION Function)
+    void Register(char const * szName, FUNCTION fnRun)
     {
-        benchmark::RegisterBenchmark(szName, Function)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(szName, fnRun)->Unit(benchmark::kMillisecond);
     }
 
     template <typename FUNCTION>
-    void RegisterGet(char const * szName, FUNCTION Function, char const * szArgument)
+    void RegisterGet(char const * szName, FUNCTION fnRun, char const * szArgument)
     {
-        benchmark::RegisterBenchmark(szName, [=](benchmark::State & State) { Function(State, szArgument); });
+        benchmark::RegisterBenchmark(szName, [=](benchmark::State & State) { fnRun(State, szArgument); });
     }
 
     bool const g_bRegistered = []

@@ -1,5 +1,6 @@
-// archivescan_fuzz.cpp: archives of any bytes, as zqtool shows them. The parts cover the archive without a gap, and
-// the text or the payload of a part lies in the archive.
+// archivescan_fuzz.cpp: archives of any bytes, as zqtool shows them.
+//
+// The parts cover the archive without a gap. The text or the payload of a part lies in the archive.
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/archivescan.h"
 

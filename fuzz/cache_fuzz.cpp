@@ -33,14 +33,15 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    File_c * const pCache = ZQ_NEW MemoryFile_c({ reinterpret_cast<char const *>(pData), nSize });
+    std::string_view const sBytes(reinterpret_cast<char const *>(pData), nSize);
+    File_c * const pCache = ZQ_NEW MemoryFile_c(sBytes);
     g_sFileObjects.Add(pCache, &pCache->sName);
     RegisterEarlierFile();
     SetPQXMediaPath("c:\\media");
-    FilesystemCacheInit("memory.arc");
+    FilesystemCacheInit(pCache->sName);
     SurvivesWithoutAbort([] { FilesystemCacheIsCurrent(); });
     CacheContents_t Contents;
-    ReadCache({ reinterpret_cast<char const *>(pData), nSize }, Contents);
+    ReadCache(sBytes, Contents);
     Require(SurvivesWithoutAbort([] { FilesystemCacheLoad(); }) == Contents.IsSound());
     RequireSoundTables();
     FileReset();

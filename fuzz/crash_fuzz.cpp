@@ -11,9 +11,9 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
 {
     std::string_view const sAll(reinterpret_cast<char const *>(pData), nSize);
     constexpr std::string_view MARK = "\n----\n";
-    std::size_t const iMark = sAll.find(MARK);
-    std::string const sReport(sAll.substr(0, iMark));
-    std::string const sDetails(iMark == sAll.npos ? std::string_view() : sAll.substr(iMark + MARK.size()));
+    std::size_t const nMark = sAll.find(MARK);
+    std::string const sReport(sAll.substr(0, nMark));
+    std::string const sDetails(nMark == sAll.npos ? std::string_view() : sAll.substr(nMark + MARK.size()));
     std::size_t const nLines = static_cast<std::size_t>(std::count(sAll.begin(), sAll.end(), '\n')) + 1;
     CrashComplain_t const fnComplain = [nLines](std::size_t iLine, std::string const & sText)
     {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "platform/faults.h"
+#include "tests/text_support.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cstring.h"
@@ -115,16 +116,6 @@ public:
 private:
     std::string_view m_sRest;
 };
-
-/// Returns the text with its ASCII capitals in lower case.
-inline std::string Lower(std::string sText)
-{
-    for (char & c : sText)   // not by the library, which is compared with it
-    {
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    }
-    return sText;
-}
 
 /// Creates a folder of this process, below the one for temporary files, and returns its path.
 inline std::string const & FuzzFolder()

@@ -68,6 +68,7 @@ namespace
                  { "--game", Options.bGameGiven ? Options.sGame : "" }, { "--log", Options.sLogFolder },
                  { "--save", Options.sSave }, { "--stats", Options.sStats }, { "--cache-file", Options.sCacheFile },
                  { "--new", Options.bNew ? "--new" : "" }, { "--cache", Options.bCache ? "--cache" : "" },
+                 { "--allocations", Options.bAllocations ? "--allocations" : "" },
                  { "--watch", Options.bWatch ? "--watch" : "" }, { "--silent", Options.bSilent ? "--silent" : "" } })
         {
             if (!sValue.empty())

@@ -11,13 +11,13 @@ namespace
 {
     using Texts_t = std::vector<std::string>;
 
-    // Returns the texts that Next stores one after another. Checks that bAny is whether there are any.
+    // Returns the texts that fnNext stores one after another. Checks that bAny is whether there are any.
     template <typename NEXT>
-    Texts_t Collect(bool bAny, NEXT Next)
+    Texts_t Collect(bool bAny, NEXT fnNext)
     {
         Texts_t dTexts;
         std::string sBuffer(FuzzFile_c::Get().m_sText.size() + 2, '?');
-        while (Next(sBuffer.data(), static_cast<int>(sBuffer.size())))
+        while (fnNext(sBuffer.data(), static_cast<int>(sBuffer.size())))
         {
             dTexts.emplace_back(sBuffer.c_str());
         }
@@ -63,8 +63,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         dValues.emplace_back(Line[1]);
     }
 
-    auto const NextProp = [&](char * p, int n) { return List.NextProp(p, n); };
-    auto const NextVal = [&](char * p, int n) { return List.NextVal(p, n); };
+    auto const NextProp = [&](char * szText, int nRoom) { return List.NextProp(szText, nRoom); };
+    auto const NextVal = [&](char * szText, int nRoom) { return List.NextVal(szText, nRoom); };
     Require(Collect(List.StartProp(), NextProp) == dNames);
     Require(Collect(List.StartProp(), NextProp) == dNames);   // starts over
 

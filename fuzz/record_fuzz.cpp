@@ -1,9 +1,6 @@
 // record_fuzz.cpp: records of the registry of any bytes, compared with a model.
 //
 // Bit 0 of the first byte corrects the checksum. The rest is the record. A sound record is stored as the same bytes.
-//
-// A record has its mark at 0, its type at 4, the lengths of name and data at 8 and 12, its checksum at 16, and name and
-// data from 20 on (docs/formats.md).
 #include "fuzz/fuzz_support.h"
 #include "platform/common/registryrecord.h"
 
@@ -12,22 +9,29 @@
 
 namespace
 {
+    // Offsets in a record (docs/formats.md), which begins with "ZQRV". Name and data follow the header.
+    constexpr std::size_t TYPE_AT = 4;
+    constexpr std::size_t NAME_SIZE_AT = 8;
+    constexpr std::size_t DATA_SIZE_AT = 12;
+    constexpr std::size_t CHECK_AT = 16;
+    constexpr std::size_t HEADER_SIZE = 20;
+
     std::uint32_t WordAt(std::string const & sRecord, std::size_t iByte)
     {
-        std::uint32_t nWord;
-        std::memcpy(&nWord, sRecord.data() + iByte, sizeof nWord);
-        return nWord;
+        std::uint32_t dwWord;
+        std::memcpy(&dwWord, sRecord.data() + iByte, sizeof dwWord);
+        return dwWord;
     }
 
     // Returns the FNV-1a of 32 bits (RFC 9923) over a record without its checksum.
     std::uint32_t Checksum(std::string sRecord)
     {
-        std::uint32_t nSum = 0x811C9DC5;
-        for (char const c : sRecord.erase(16, 4))
+        std::uint32_t dwSum = 0x811C9DC5;
+        for (char const c : sRecord.erase(CHECK_AT, sizeof dwSum))
         {
-            nSum = (nSum ^ static_cast<unsigned char>(c)) * 0x01000193;
+            dwSum = (dwSum ^ static_cast<unsigned char>(c)) * 0x01000193;
         }
-        return nSum;
+        return dwSum;
     }
 }
 
@@ -37,22 +41,24 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Input_c Input(pData, nSize);
     bool const bCorrect = Input.Get() & 1;
     std::string sRecord = Input.Extract();
-    if (bCorrect && sRecord.size() >= 20)
+    if (bCorrect && sRecord.size() >= HEADER_SIZE)
     {
-        std::uint32_t const nSum = Checksum(sRecord);
-        std::memcpy(sRecord.data() + 16, &nSum, sizeof nSum);
+        std::uint32_t const dwSum = Checksum(sRecord);
+        std::memcpy(sRecord.data() + CHECK_AT, &dwSum, sizeof dwSum);
     }
     std::ofstream(FuzzFolder() + "/given", std::ios::binary) << sRecord;
     plat::RecordBytes_t dBytes;
     plat::Record_t Record;
-    bool const bSound = sRecord.size() >= 20 && sRecord.starts_with("ZQRV") && WordAt(sRecord, 16) == Checksum(sRecord)
-                        && std::uint64_t{ WordAt(sRecord, 8) } + WordAt(sRecord, 12) == sRecord.size() - 20;
+    bool const bSound = sRecord.size() >= HEADER_SIZE && sRecord.starts_with("ZQRV")
+                        && WordAt(sRecord, CHECK_AT) == Checksum(sRecord)
+                        && std::uint64_t{ WordAt(sRecord, NAME_SIZE_AT) } + WordAt(sRecord, DATA_SIZE_AT)
+                               == sRecord.size() - HEADER_SIZE;
     Require(plat::LoadRecord(s_hFolder, "given", dBytes, Record) == bSound);
     if (bSound)
     {
-        Require(static_cast<std::uint32_t>(Record.eType) == WordAt(sRecord, 4));
-        Require(Record.sName == sRecord.substr(20, WordAt(sRecord, 8)));
-        Require(Record.sData == sRecord.substr(20 + Record.sName.size()));
+        Require(static_cast<std::uint32_t>(Record.eType) == WordAt(sRecord, TYPE_AT));
+        Require(Record.sName == sRecord.substr(HEADER_SIZE, WordAt(sRecord, NAME_SIZE_AT)));
+        Require(Record.sData == sRecord.substr(HEADER_SIZE + Record.sName.size()));
         Require(plat::StoreRecord(s_hFolder, "stored", Record, true));
         std::ifstream Stored(FuzzFolder() + "/stored", std::ios::binary);
         Require(std::string(std::istreambuf_iterator<char>(Stored), {}) == sRecord);

@@ -11,7 +11,7 @@ namespace
 {
     constexpr std::uint32_t OLDEST = 0x10000, PRESENT = 0x10003;   // versions of archives that load
 
-    // Returns the state of a save whose CRC-32, without its last four bytes, is dwCrc.
+    // Returns the state of a save with nArchive bytes before the seal. dwCrc is the CRC-32 without the last four bytes.
     FileSave_c::State_e StateOf(std::string const & sSave, std::size_t nArchive, std::uint32_t dwCrc)
     {
         if (sSave.size() < 8 || Input_c(std::string_view(sSave).substr(sSave.size() - 4)).Get<std::uint32_t>() != dwCrc)
@@ -19,14 +19,15 @@ namespace
             return FileSave_c::DAMAGED;
         }
         std::string const sSeal = sSave.size() < SAVE_SEAL_SIZE ? "none" : sSave.substr(nArchive);
-        if (!sSeal.starts_with("ZQS") || sSeal[3] < '1' || sSeal[3] > '9')
+        char const cVersion = sSeal[SAVE_SEAL_VERSION_AT];
+        if (!sSeal.starts_with("ZQS") || cVersion < '1' || cVersion > '9')
         {
             return FileSave_c::OLDER;   // a save without a seal ends in the CRC-32 alone
         }
         auto const dwVersion = Input_c(sSave).Get<std::uint32_t>();
         bool const bLength =
             Input_c(std::string_view(sSeal).substr(4)).Get<std::uint64_t>() == nArchive && nArchive >= 4;
-        return sSeal[3] > '1'                                ? FileSave_c::NEWER
+        return cVersion > '1'                                ? FileSave_c::NEWER
                : !bLength                                    ? FileSave_c::DAMAGED
                : dwVersion >= OLDEST && dwVersion <= PRESENT ? FileSave_c::WHOLE
                : dwVersion > PRESENT                         ? FileSave_c::NEWER
@@ -44,7 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::size_t const nArchive = std::max(sSave.size(), SAVE_SEAL_SIZE) - SAVE_SEAL_SIZE;
     if (cCorrect & 1 && sSave.size() >= SAVE_SEAL_SIZE)
     {
-        std::memcpy(&sSave[nArchive + 4], &nArchive, 8);
+        std::uint64_t const nLength = nArchive;
+        std::memcpy(&sSave[nArchive + 4], &nLength, sizeof nLength);
     }
     std::size_t const nBefore = std::max<std::size_t>(sSave.size(), 4) - 4;
     std::uint32_t const dwCrc = PlainCrc32(std::string_view(sSave).substr(0, nBefore));

@@ -10,7 +10,9 @@
 
 namespace
 {
-    constexpr int OPERATIONS = 8;   // kinds of operations
+    constexpr int OPERATIONS = 8;      // kinds of operations
+    constexpr int TOKEN = 0;           // reads a token
+    constexpr int FIRST_CHECKED = 6;   // this one and later ones may fail an assertion in a block of memory
 
     // A script and its last token. Two readers do the same operations on the same text.
     struct Reader_s
@@ -77,7 +79,7 @@ namespace
             char * const p = sBuffer.data();
             switch (iOperation)
             {
-            case 0:
+            case TOKEN:
                 Script.GetToken(p, iArgument & 1);
                 sLast = p;
                 return sLast;
@@ -94,7 +96,7 @@ namespace
             case 5:
                 Script.SetPosition(iArgument * 3 % (Script.m_iBytesTotal + 2));
                 return "";
-            case 6:
+            case FIRST_CHECKED:
                 Script.GetString(p, static_cast<int>(sBuffer.size()) - 1, static_cast<char>(iArgument));
                 return p;
             default:
@@ -122,15 +124,15 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         int const iOperation = Steps.Get() % OPERATIONS;
         unsigned char const iArgument = Steps.Get();
         std::string const sOutcome = File.Step(iOperation, iArgument);
-        if (iOperation == 0)
+        if (iOperation == TOKEN)
         {
             Memory.ReadPlainToken(iArgument & 1);
         }
-        else if (iOperation < 6)
+        else if (iOperation < FIRST_CHECKED)
         {
             Require(Memory.Step(iOperation, iArgument) == sOutcome);
         }
-        else   // may fail an assertion in a block of memory
+        else
         {
             Memory.Place() = File.Place();
         }

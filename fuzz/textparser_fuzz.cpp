@@ -5,6 +5,7 @@
 #include "zqcore/ctextparser.h"
 
 #include <bitset>
+#include <cmath>
 #include <vector>
 
 namespace
@@ -82,7 +83,7 @@ namespace
             auto const fNumber = static_cast<float>(std::atof(sToken.substr(0, NUMBER).c_str()));
             Require(!Parser.IsWord() || Parser.GetWord() == std::string(sToken.substr(0, WORD).c_str()));
             Require(!Parser.IsString() || Parser.GetString() == std::string(sToken.substr(1, STRING).c_str()));
-            Require(!Parser.IsNumber() || Parser.GetNumber() == fNumber || fNumber != fNumber);
+            Require(!Parser.IsNumber() || Parser.GetNumber() == fNumber || std::isnan(fNumber));
             Require(!Parser.IsSymbol() || Parser.GetSymbol() == sToken[0]);
         }
     }

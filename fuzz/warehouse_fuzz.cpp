@@ -73,7 +73,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     unsigned char const cChoice = Input.Get();
     WarehouseFormat_e const eFormat = cChoice & 1 ? WAREHOUSE_FORMAT_CSV : WAREHOUSE_FORMAT_TEXT;
     char const * const szSeparators = s_dSeparators[cChoice >> 1 & 7];
-    std::string_view sRead(FuzzFile_c::Get().m_sText = Input.Extract());
+    FuzzFile_c::Get().m_sText = Input.Extract();
+    std::string_view sRead = FuzzFile_c::Get().m_sText;
     Warehouse_c InPlace, Copy(true);
     bool const bOpens = SkipMark(sRead);
     Require(InPlace.Open("fuzz.txt", eFormat, "a b c", szSeparators) == bOpens);

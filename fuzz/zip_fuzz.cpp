@@ -29,6 +29,7 @@ namespace
         return false;
     }
 
+    // Returns the contents of a file, read as a stream, or nothing if no stream opens.
     std::string Streamed(File_c & File)
     {
         std::string sRead;

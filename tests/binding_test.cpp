@@ -24,10 +24,10 @@ TEST(Binding, ABlockReachesTheHeapThatItCameFrom)
         Rows_t<char const *, int>{ { "binding_direct", plat::ADDRESS_CHECKER }, { "binding_through_engine", 1 },
             { "binding_static_runtime", 1 }, { "binding_plugin " BINDING_ENGINE, 1 }, { "binding_checked", 1 },
             { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_plugin " BINDING_ENGINE " deep", 1 },
-            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_sized_delete", 1 }, { "binding_has_heap", 1 },
+            { plat::ADDRESS_CHECKER ? "binding_checked" : "binding_sized_delete", 1 }, { "binding_hasheap", 1 },
             { plat::ADDRESS_CHECKER ? "binding_direct" : "binding_forwards", plat::ADDRESS_CHECKER },
-            { plat::ADDRESS_CHECKER ? "binding_direct" : "binding_calls_heap", plat::ADDRESS_CHECKER },
-            { "binding_adds_head", 1 }, { "binding_serves_small", 1 }, { "binding_no_pie", plat::ADDRESS_CHECKER } })
+            { plat::ADDRESS_CHECKER ? "binding_direct" : "binding_callsheap", plat::ADDRESS_CHECKER },
+            { "binding_addshead", 1 }, { "binding_servessmall", 1 }, { "binding_no_pie", plat::ADDRESS_CHECKER } })
     {
         Result_t const Result = RunShell(sPrefix + szCommand + " 2>&1");
         SCOPED_TRACE(szCommand + ('\n' + Result.sOutput));

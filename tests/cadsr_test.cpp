@@ -44,15 +44,15 @@ TEST(Adsr, StretchesOnePhaseAndReportsThePhaseOfEachTime)
             (Durations_t{ Envelope.GetAttack(), Envelope.GetDecay(), Envelope.GetSustain(), Envelope.GetRelease() }),
             dDurations);
     }
-    for (auto const & [t, ePhase] : { std::pair(-0.1, ADSR_PHASE_NONE), { 0.0, ADSR_PHASE_ATTACK },
+    for (auto const & [tTime, ePhase] : { std::pair(-0.1, ADSR_PHASE_NONE), { 0.0, ADSR_PHASE_ATTACK },
              { 0.5, ADSR_PHASE_DECAY }, { 1.0, ADSR_PHASE_SUSTAIN }, { 2.0, ADSR_PHASE_RELEASE },
              { 3.99, ADSR_PHASE_RELEASE }, { 4.0, ADSR_PHASE_NONE } })
     {
         ADSR_c Copy(0.0f, 0.0f);
         Envelope.Restart();
-        Envelope.TimePass(t);
+        Envelope.TimePass(tTime);
         Copy = Envelope;
-        EXPECT_EQ(Copy.GetPhase(), ePhase) << t;
-        EXPECT_EQ(Copy.Get(), Envelope.Get()) << t;
+        EXPECT_EQ(Copy.GetPhase(), ePhase) << tTime;
+        EXPECT_EQ(Copy.Get(), Envelope.Get()) << tTime;
     }
 }

@@ -41,7 +41,12 @@ namespace
                 return Window(i <= 3 ? i - 1 : 0);
             };
             System.fnDispatchOne = [](unsigned iFirst, unsigned iLast)
-            { return std::erase_if(g_dWaiting, [=](unsigned i) { return i >= iFirst && i <= iLast; }) != 0; };
+            {
+                auto const it = std::ranges::find_if(g_dWaiting, [=](unsigned i) { return i >= iFirst && i <= iLast; });
+                bool const bFound = it != g_dWaiting.end();
+                g_dWaiting.erase(it, it + bFound);
+                return bFound;
+            };
             m_Previous = plat::WindowSystemSet(System);
         }
 
@@ -74,8 +79,8 @@ TEST_F(App, IsInFocusWithItsWindowOrAChildOfIt)
 {
     g_hFocus = Window(3);
     EXPECT_EQ(FailedConditions([] { EXPECT_FALSE(AppIsInFocus()); }), "g_pAppWindow");
-    for (auto const & [iFocus, iApp, bExpected] :
-        { std::tuple{ 3u, 1u, true }, { 2u, 2u, true }, { 1u, 2u, false }, { 9u, 1u, false }, { 0u, 1u, false } })
+    for (auto const & [iFocus, iApp, bExpected] : Rows_t<unsigned, unsigned, bool>{
+             { 3, 1, true }, { 2, 2, true }, { 1, 2, false }, { 9, 1, false }, { 0, 1, false } })
     {
         g_hFocus = Window(iFocus);
         g_pAppWindow = Window(iApp);

@@ -87,9 +87,9 @@ namespace
             return Face;
         }
 
-        // Returns the cells whose bit differs from IsSet's or, in the layer of cells around Size, is set. "size"
+        // Returns the cells whose bit differs from fnIsSet's or, in the layer of cells around Size, is set. "size"
         // precedes them if Face has another size.
-        static std::string Differences(FACE const & Face, Cell_t const & Size, auto const & IsSet)
+        static std::string Differences(FACE const & Face, Cell_t const & Size, auto const & fnIsSet)
         {
             std::string sDifferent = Face.Size() == Size ? "" : "size ";
             auto const [iZ, iY, iX] = Size;
@@ -97,7 +97,7 @@ namespace
             {
                 int const x = i % (iX + 2) - 1, y = i / (iX + 2) % (iY + 2) - 1, z = i / (iX + 2) / (iY + 2) - 1;
                 bool const bInside = std::min({ x, y, z }) >= 0 && x < iX && y < iY && z < iZ;
-                bool const bSame = Face.Bit(x, y, z) == (bInside && IsSet(x, y, z));
+                bool const bSame = Face.Bit(x, y, z) == (bInside && fnIsSet(x, y, z));
                 sDifferent += bSame ? "" : testing::PrintToString(Cell_t(z, y, x)) + " ";
             }
             return sDifferent;
@@ -224,7 +224,7 @@ TEST(BitVec, RoundsUpAndGrowsByNeed)
     EXPECT_EQ(Long.iDim, 0);
 }
 
-TEST(BitVec, ScansForTheFirstSetOrClearBit)
+TEST(BitVec, FindsAndCountsBits)
 {
     BitVec_c None(5);
     EXPECT_EQ(None.Scan1(), -1);

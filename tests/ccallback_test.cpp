@@ -115,6 +115,10 @@ TEST_F(Callbacks, AnExclusiveOneHidesAllOthersAndStaysAtTheHead)
     EXPECT_EQ(FailedConditions([] { g_Event.Add(OnEvent<'B'>, false); }), "!pHead || !pHead->Get().m_bExclusive");
     g_Event.Reset();
     EXPECT_TRUE(g_Event.IsEmpty());
+}
+
+TEST_F(Callbacks, NeedNoPayload)
+{
     Callbacker_T<void> NoPayload;
     NoPayload.Add([] { g_sTrace = "fired"; }, false);
     NoPayload.Fire(false);

@@ -151,7 +151,7 @@ TEST_F(ClipboardTest, OtherFormatsGoWhenTheTextComes)
     EXPECT_EQ(TextOfClosed(), "");
 }
 
-TEST_F(ClipboardTest, WhatIsNoTextCountsAsNone)
+TEST_F(ClipboardTest, ATextEndsAtItsFirstZeroAndWithoutOneCountsAsNone)
 {
     EXPECT_EQ(TextOfClosed(), "");
     for (std::string const & sBad : { std::string("no end"), std::string() })

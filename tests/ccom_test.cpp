@@ -81,6 +81,7 @@ TEST(ComObject, ListsItsOwnersTheNewestFirst)
         ElementsAre("Dumping objects:", Line("unknown(9)", 3), Line("a.cpp(2)", 0), Line("a.cpp(0)", 0)));
 
     static std::string s_sOutput;
+    s_sOutput.clear();
     auto const fnPrevious = plat::DebugOutputSet([](char const * szText) { s_sOutput += szText; });
     ComDebug_t dOwners[3] = {};
     EXPECT_EACH(Object.GetOwners(dOwners, 3) == 3, s_sOutput == "", dOwners[0].pNext->iLine == dOwners[1].iLine,

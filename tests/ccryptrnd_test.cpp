@@ -41,8 +41,8 @@ TEST(CryptRandom, ReturnsBlocksFromTheirEndAndKeepsTheNewestBytes)
 {
     CryptoRandomGenerator_c Generator;
     EXPECT_EQ(Block(0, "")[0], 0x73) << "the SHA-1 of four zero bytes ends so";
-    EXPECT_EQ(Take(Generator, 21), Block(0, "") + Block(1, "")[0]);
-    EXPECT_EQ(Take(Generator, 19), Block(1, "").substr(1));
+    EXPECT_EQ(Take(Generator, SHA1_HASH_SIZE + 1), Block(0, "") + Block(1, "")[0]);
+    EXPECT_EQ(Take(Generator, SHA1_HASH_SIZE - 1), Block(1, "").substr(1));
     std::string sPool;
     for (unsigned char i = 0; i < CryptoRandomGenerator_c::POOL_SIZE; ++i)
     {
@@ -50,11 +50,11 @@ TEST(CryptRandom, ReturnsBlocksFromTheirEndAndKeepsTheNewestBytes)
         sPool += static_cast<char>(i);
         Generator.Put(i);
     }
-    EXPECT_EQ(Take(Generator, 20), Block(2, sPool));
+    EXPECT_EQ(Take(Generator, SHA1_HASH_SIZE), Block(2, sPool));
     Generator.Put('x');
     sPool[0] = 'x';
     EXPECT_EQ(Generator.GetPoolSize(), CryptoRandomGenerator_c::POOL_SIZE);
-    EXPECT_EQ(Take(Generator, 20), Block(3, sPool));
+    EXPECT_EQ(Take(Generator, SHA1_HASH_SIZE), Block(3, sPool));
 }
 
 TEST(CryptRandom, ForkedChildrenReturnBytesOfTheirOwn)

@@ -29,7 +29,7 @@ namespace
     using Icon_e = plat::DialogIcon_e;
     using Modality_e = plat::DialogModality_e;
 
-    constexpr Answer_e THROW{};
+    constexpr Answer_e THROW{};   // g_eAnswer for a dialog that throws
     constexpr char YES_NO_TAIL[] = "\r\n\r\nUse Yes to break into Debugger, No to continue.\r\nand Cancel to Quit\r\n";
 
     // What happened, in order, a letter for each:
@@ -38,9 +38,10 @@ namespace
     //     x  the program was stopped          M  the window was minimised while the process aborts
     //     X  the program was continued        m  the window was minimised otherwise
     std::string g_sDebugTrace;
-    bool g_bPrint = false;   // whether the trace is printed on standard error
-    std::string g_sLog, g_sDebugger, g_sText, g_sCaption;
-    plat::Dialog_t g_Dialog;   // the last dialog, apart from its texts
+    bool g_bPrint = false;             // whether the trace is printed on standard error
+    std::string g_sLog, g_sDebugger;   // lines of the log, and the debugger's output
+    std::string g_sText, g_sCaption;   // the last dialog's texts
+    plat::Dialog_t g_Dialog;           // the last dialog, apart from its texts
     Answer_e g_eAnswer;
 
     void Trace(char cEvent)
@@ -210,7 +211,7 @@ TEST_F(Complaints, WarningIsALineAndAnEventUntilDialogsAreEnabled)
 
 TEST_F(Complaints, AchtungIsShownOnceWhileSixteenAreRemembered)
 {
-    g_pAppWindow = &g_bPrint;
+    g_pAppWindow = &g_bPrint;   // any address
     std::string const sFirst = Fresh();
     Achtung("%s", sFirst.c_str());
     EXPECT_EQ(g_sText, sFirst + YES_NO_TAIL);
@@ -236,19 +237,20 @@ TEST_F(Complaints, AchtungIsShownOnceWhileSixteenAreRemembered)
     EXPECT_EQ(ExtractTrace(), "LW");
 }
 
-TEST_F(Complaints, WithALocationCarryFileLineAndATail)
+TEST_F(Complaints, WithALocationCarryFileLineAndATailAndAskNobodyWhenQuietOrSilent)
 {
+    constexpr int NO = static_cast<int>(Answer_e::No);
     DebugMessages_c & Messages = DebugMessages_c::Get();
     EXPECT_FALSE(Messages.DebugAssert("file.cpp", 12, "broken"));
     EXPECT_THAT(g_sText, StartsWith("Warning: \tbroken\tbroken\r\nFile: \tfile.cpp\r\nLine:\t12"));
     ExpectDialog("Assertion failed", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::AlwaysOnTop);
 
-    EXPECT_EQ((Messages.*Messages.SetLocation("at.cpp", 34))("text %i", 5), 7);
+    EXPECT_EQ((Messages.*Messages.SetLocation("at.cpp", 34))("text %i", 5), NO);
     EXPECT_THAT(
         g_sText, StartsWith(std::string("Warning: \ttext 5") + YES_NO_TAIL + "\r\nFile: \tat.cpp\r\nLine:\t34"));
     ExpectDialog("Warning", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::AlwaysOnTop);
 
-    EXPECT_EQ(Messages.DebugErrorInternal("%s", std::string(20000, 'e').c_str()), 7);
+    EXPECT_EQ(Messages.DebugErrorInternal("%s", std::string(20000, 'e').c_str()), NO);
     EXPECT_THAT(g_sText,
         StartsWith("Error: \t" + std::string(DebugMessages_c::TEXT_SIZE - 1, 'e')
                    + "\r\n\r\nUse Ok to break into Debugger, Cancel exits.\r\n\r\n\r\nFile: \tat.cpp\r\nLine:\t34"));
@@ -261,7 +263,7 @@ TEST_F(Complaints, WithALocationCarryFileLineAndATail)
     EXPECT_EQ(ExtractTrace(), "");
     g_silentMode = true;
     g_eAnswer = Answer_e::Ok;
-    EXPECT_EQ(Messages.DebugErrorInternal("unattended"), 7);
+    EXPECT_EQ(Messages.DebugErrorInternal("unattended"), NO);
     EXPECT_EQ(ExtractTrace(), "L");
 }
 
@@ -311,7 +313,7 @@ TEST_F(Complaints, OfAllThreadsReachTheReceiversOneAtATime)
 
 TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
 {
-    constexpr int LISTS = 3;
+    static constexpr int LISTS = 3;
     static std::atomic<int> s_nInside, s_nHeard;
     static FileOnDisk_c s_Missing;   // of no table
     static auto const s_fnFailRead = [] { EXPECT_EQ(s_Missing.OpenStored(), nullptr); };
@@ -337,7 +339,8 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
             s_fnFailRead };
         EndAfter(20);   // ends threads that wait for ever
         RunInThreads(LISTS, [](int iThread) { s_dCalls[iThread](); });
-        return s_nHeard >= LISTS ? 0 : 1;
+        EXPECT_GE(s_nHeard, LISTS);
+        return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
 }
@@ -352,7 +355,7 @@ TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
     g_WarningsCallbacker.Add(
         [](char const * szText)
         {
-            if (szText[0] == 'o')
+            if (szText == std::string_view("odd"))
             {
                 s_Inside.Open();
                 std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -434,15 +437,15 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
             ++s_nHeard;
             s_Inside.Open();
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            if (szText[0] == 'f')
+            if (szText == std::string_view("fork"))
             {
                 EXPECT_EQ(StatusOfChild(StartChild([] { return s_fnHeardAfter("dropped"); })), 1);
             }
-            if (szText[0] == 'e')
+            if (szText == std::string_view("end"))
             {
                 AssertFailed("the end");
             }
-            else if (szText[0] == 'c')
+            else if (szText == std::string_view("crash"))
             {
                 Abort("the end");
             }
@@ -506,7 +509,7 @@ TEST_F(Complaints, AnAbortOutlivesListenersAndReceiversThatThrow)
         }
         catch (...)
         {
-            std::_Exit(7);
+            std::_Exit(7);   // an exception has left Abort
         }
     };
     EXPECT_EXIT(End(), g_EndedAtBreakpoint, "a listener's\n.*first\nD.*No crash log saved.*can't be written\nD");

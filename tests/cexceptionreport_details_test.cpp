@@ -126,7 +126,7 @@ TEST_F(CrashDetails, DescribeTheProcess)
                      "\\(cut: there is no symbol helper\\)\n"));
 }
 
-// A write stops after half of its bytes until a limit ends the step. All lines before are whole and there once.
+// A write stops after half of its bytes until a limit ends the step. All lines before it are whole and occur once.
 TEST_F(CrashDetails, SurviveADiskThatStops)
 {
     std::string const sLog = Section(RunAlone("read busy stucklog").sDetails, "Process");
@@ -207,7 +207,7 @@ TEST_F(CrashDetailsByHelper, EndWholeWhenTheHelperEndsAmongTheFrames)
 
 // The helper traces one thread at a time. The count may be 2, because a thread that was just released may still be in
 // it.
-TEST_F(CrashDetailsByHelper, SetAThreadFreeThatDoesNotStop)
+TEST_F(CrashDetailsByHelper, ReleaseAThreadThatDoesNotStop)
 {
     Crash_t const Crash = RunAlone("read unstoppable", ZQSYMBOLS_PATH);
     std::string const sStuck = "thread [0-9]+ \"stuck\"\n\\(cut: it did not stop\\)\n\n";

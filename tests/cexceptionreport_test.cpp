@@ -19,6 +19,7 @@ namespace
     using testing::Not;
 
     constexpr bool IS_64_BIT = sizeof(void *) == 8;
+    constexpr char ACCESS_VIOLATION[] = "C0000005 ACCESS_VIOLATION";   // as a report names it
 
     // Expects that a report has all texts of a complete one, with their line ends, in order.
     void ExpectComplete(std::string const & sReport, std::string const & sException)
@@ -105,14 +106,14 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
     }
     if (!plat::ADDRESS_CHECKER)   // it needs descriptors itself, and a thread's start needs more of the stack
     {
-        dRows.emplace_back("read fulljoined", "C0000005 ACCESS_VIOLATION", "SEGV");
-        dRows.emplace_back("read nodescriptors", "C0000005 ACCESS_VIOLATION", "SEGV");
+        dRows.emplace_back("read fulljoined", ACCESS_VIOLATION, "SEGV");
+        dRows.emplace_back("read nodescriptors", ACCESS_VIOLATION, "SEGV");
     }
     for (char const * szArguments : { "read", "write thread", "read worker", "wild", "read locked", "read lockedbeside",
              "read two", "read small8", "readdeep", "read moved", "read callbackfaults", "read callbackhangs",
              "read otherscase", "read longfolder" })
     {
-        dRows.emplace_back(szArguments, "C0000005 ACCESS_VIOLATION", "SEGV");
+        dRows.emplace_back(szArguments, ACCESS_VIOLATION, "SEGV");
     }
     for (auto const & [sArguments, sException, sSignal] : dRows)
     {
@@ -143,7 +144,7 @@ TEST_F(CrashReport, IsWholeBeforeAKeyAtTheTerminalsPromptActs)
         EXPECT_THAT(Result.sOutput, ContainsRegex("Crash log saved at /.*rpt\r\n"));
         Crash_t Crash;
         ReadReports(Folder, Crash);
-        ExpectComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION");
+        ExpectComplete(Crash.sReport, ACCESS_VIOLATION);
     }
 }
 
@@ -151,7 +152,7 @@ TEST_F(CrashReport, OutlivesACorruptedHeapAndEndsTheProcessByTheFault)
 {
     SKIP_IF(plat::ADDRESS_CHECKER, "the address checker ends the process where the heap is overwritten");
     Crash_t const Crash = RunAlone("read corrupt alone");
-    ExpectComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION");
+    ExpectComplete(Crash.sReport, ACCESS_VIOLATION);
     EXPECT_EQ(Crash.sSignal, "SEGV");
     EXPECT_THAT(Crash.sOutput, EndsWith("log closed\n"));
 }
@@ -201,7 +202,7 @@ TEST_F(CrashReport, OutlivesItsHelperAndItsOwnFaults)
     {
         SCOPED_TRACE(szScript);
         Crash_t const Crash = RunAlone("read", WriteHelper(Folder, szScript));
-        ExpectComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION");
+        ExpectComplete(Crash.sReport, ACCESS_VIOLATION);
         EXPECT_EQ(Crash.sSignal, "SEGV");
         EXPECT_LT(Crash.tSeconds, 10.0);
     }
@@ -274,8 +275,8 @@ TEST_F(CrashReport, AppendsToTheReportOfTheSameSecond)
     }
     ASSERT_EQ(Crash.nReports, 1) << "no two crashes in a second";
     std::size_t const nSecond = Crash.sReport.rfind("\nPROGRAM IS CRASHED!!!");
-    ExpectComplete(Crash.sReport.substr(0, nSecond), "C0000005 ACCESS_VIOLATION");
-    ExpectComplete(Crash.sReport.substr(nSecond), "C0000005 ACCESS_VIOLATION");
+    ExpectComplete(Crash.sReport.substr(0, nSecond), ACCESS_VIOLATION);
+    ExpectComplete(Crash.sReport.substr(nSecond), ACCESS_VIOLATION);
 }
 
 TEST_F(CrashReport, IsPrivateAndLeavesAloneWhatHasItsName)
@@ -305,7 +306,7 @@ TEST_F(CrashReport, IsPrivateAndLeavesAloneWhatHasItsName)
             ContainsRegex("Crash log saved at .*/CrashReport_[0-9._]+_" + std::string(8, '.') + "\\.rpt\n"));
         std::size_t const nName = Crash.sLog.rfind("CrashReport_");
         std::string const sName = Crash.sLog.substr(nName, Crash.sLog.find('\n', nName) - nName);
-        ExpectComplete(Folder.Read(sName), "C0000005 ACCESS_VIOLATION");
+        ExpectComplete(Folder.Read(sName), ACCESS_VIOLATION);
         EXPECT_EQ(fs::status(Folder.Join(sName)).permissions(), fs::perms(0600));
         EXPECT_EQ(Folder.Read("victim"), "kept");
         EXPECT_LT(Crash.tSeconds, 60);
@@ -337,7 +338,7 @@ TEST_F(CrashReport, NamesAStrippedProgramByItsSections)
     EXPECT_THAT(Crash.sReport, ContainsRegex("Fault address:  [0-9A-F]+ [0-9A-F]{2}:[0-9A-F]{8} " + sProgram));
     EXPECT_THAT(Crash.sReport,
         ContainsRegex("SourceFile\r\n([0-9A-F]+  [0-9A-F]+  [0-9A-F]{4}:[0-9A-F]{8} " + sProgram + "  \r\n){5}"));
-    ExpectComplete(Crash.sReport, "C0000005 ACCESS_VIOLATION");
+    ExpectComplete(Crash.sReport, ACCESS_VIOLATION);
     EXPECT_THAT(Crash.sOutput, HasSubstr(Folder.GetPath() + "/a.RPTder/crasher\n"));
 }
 

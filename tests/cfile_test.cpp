@@ -112,8 +112,10 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
         SCOPED_TRACE(szName);
         m_Log.Clear();
         s_dReported.clear();
-        SKIP_IF(iLength == 4096 && (!FileExists(szName) || FileStream(szName)->iLength != 4096),
-            "no file is at hand that has fewer bytes than its size");
+        if (iLength == 4096 && (!FileExists(szName) || FileStream(szName)->iLength != 4096))
+        {
+            continue;   // no file is at hand that has fewer bytes than its size
+        }
         EXPECT_EQ(FileOpen(szName), nullptr);
         EXPECT_EQ(m_Log.GetText(), std::string("FileOnDisk_c::Open: ") + szReport + ": '" + Folded(szName) + "'\n"
                                        + (szReport[0] == 'C' ? "FileOnDisk_c::Open: " + sReason + "\n" : "")

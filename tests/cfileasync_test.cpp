@@ -16,7 +16,7 @@ protected:
             s_dEntered.push_back(this);
             ++s_nEntered;
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            s_bDone = true;
+            ++s_nDone;
             return false;
         }
     };
@@ -56,16 +56,15 @@ protected:
     }
 
     template <typename CALL>
-    static void WaitUntil(CALL const & Call)
+    static void WaitUntil(CALL const & fnCall)
     {
-        while (!Call())
+        while (!fnCall())
         {
             std::this_thread::yield();
         }
     }
 
-    static inline std::atomic<bool> s_bDone;
-    static inline std::atomic<int> s_nEntered;
+    static inline std::atomic<int> s_nEntered, s_nDone;
     static inline std::vector<File_c *> s_dEntered;
     CurrentFolderScope_c const m_Current{ m_Folder.MakeFolder("current") };
 };
@@ -126,23 +125,23 @@ TEST_F(FileAsyncTest, PrefetchHoldsAllFilesOfATypeAndCountsTheUnreadable)
     EXPECT_EQ(FileStream("a.txt")->pData, nullptr);
 }
 
-TEST_F(FileAsyncTest, ThreadFillsABufferOrTakesAReference)
+TEST_F(FileAsyncTest, ThreadFillsABufferOrAddsAReference)
 {
     Start();
     File_c * const pFile = FileStream("b.txt");
     // Whether there is a buffer, whether the file is resident, and whether the request adds a reference.
-    for (auto const & [bBuffer, bResident, bTakes] :
+    for (auto const & [bBuffer, bResident, bAdds] :
         Rows_t<bool, bool, bool>{ { 0, 0, 1 }, { 0, 1, 1 }, { 1, 0, 0 }, { 1, 1, 1 } })
     {
         SCOPED_TRACE(testing::PrintToString(std::pair(bBuffer, bResident)));
         char szBuffer[] = "-----";
         EXPECT_EQ(bResident && FileOpen(pFile), bResident);
         Await(pFile, bBuffer ? szBuffer : nullptr);
-        EXPECT_EQ(pFile->GetOpensCount(), bResident + bTakes);
+        EXPECT_EQ(pFile->GetOpensCount(), bResident + bAdds);
         EXPECT_EQ(Contents(pFile), bResident || !bBuffer ? "twice" : "(none)");
         EXPECT_STREQ(szBuffer, bBuffer ? "twice" : "-----");
         FileClose(bResident ? pFile : nullptr);
-        FileClose(bTakes ? pFile : nullptr);
+        FileClose(bAdds ? pFile : nullptr);
     }
 }
 
@@ -182,7 +181,7 @@ TEST_F(FileAsyncTest, ThreadServesInOrderSleepsAndDropsItsQueueAtTheStop)
     std::clock_t const tStart = std::clock();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_LT(std::clock() - tStart, CLOCKS_PER_SEC / 10) << "a worker without requests uses no processor time";
-    s_nEntered = 0;
+    s_nEntered = s_nDone = 0;
     s_dEntered.clear();
     std::ranges::for_each(dSlow, [](SlowFile_c & Slow) { FileAsyncOpen(&Slow, nullptr); });
     EXPECT_EQ(FileAsyncOpen(pFile, nullptr), reinterpret_cast<void *>(FILES));
@@ -194,7 +193,7 @@ TEST_F(FileAsyncTest, ThreadServesInOrderSleepsAndDropsItsQueueAtTheStop)
     WaitUntil([&] { return s_nEntered >= 2; });
     Module_c::ShutdownAllModules();
     EXPECT_EACH(s_dEntered[0] == &dSlow[0], s_dEntered[1] == &dSlow[1]) << "the oldest first";
-    EXPECT_TRUE(s_bDone) << "the read in progress finished";
+    EXPECT_EQ(s_nDone, s_nEntered) << "the read in progress finished";
     EXPECT_LT(s_nEntered, FILES);
     EXPECT_EQ(g_pAsyncFiles.GetLength(), 0);
 }

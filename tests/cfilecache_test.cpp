@@ -20,9 +20,10 @@ protected:
     static std::string Text(std::string const & s) { return Word(s.size()) + s + '\0'; }
     static std::string Index(std::string const & s) { return Word(GetCrc32Polynomial(s.data(), int(s.size()))); }
 
-    static std::string Cache(Folders_t const & dFolders, Files_t const & dFiles, std::size_t nVersion = 0x10002)
+    static std::string Cache(
+        Folders_t const & dFolders, Files_t const & dFiles, std::uint32_t dwVersion = FILESYSTEMCACHE_VERSION)
     {
-        std::string sBytes = Word(nVersion) + Word(dFolders.size());
+        std::string sBytes = Word(dwVersion) + Word(dFolders.size());
         std::for_each(dFolders.begin(), dFolders.end(), [&](auto const & s) { sBytes += Index(s) + Text(s); });
         sBytes += Word(dFiles.size());
         std::for_each(dFiles.begin(), dFiles.end(),
@@ -102,6 +103,7 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
     std::string const sBytes = m_Folder.Read("media/filesystemcache.bin");
     EXPECT_THAT(sBytes, testing::AllOf(testing::HasSubstr("a.csv"), testing::Not(testing::HasSubstr("profiles"))));
     auto const Hash = [] { return Hex({ reinterpret_cast<char const *>(FileGetMediaHash()), SHA1_HASH_SIZE }); };
+    // The SHA-1 of the name a.csv and its length, 1, in 4 bytes.
     std::string const sHash = "DC 95 3C 59 0F F2 B0 EA D2 22 6F D3 08 4C 3F 6A 86 3C 64 85";
     EXPECT_EQ(Hash(), sHash);
     FileBuildMediaHash(true);   // of no file
@@ -138,11 +140,12 @@ TEST_F(FileCacheTest, TheModuleDropsWhatChangesInARunBeforeTheSave)
 TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
 {
     NEEDS_ZQTOOL;
-    std::string const sWhole = Cache({ "\\", "\\s\\" }, { { "\\", "a.txt" }, { "\\s\\", "b" } }), sHead = Word(0x10002);
+    std::string const sWhole = Cache({ "\\", "\\s\\" }, { { "\\", "a.txt" }, { "\\s\\", "b" } });
+    std::string const sHead = Word(FILESYSTEMCACHE_VERSION);
     EXPECT_TRUE(SurvivesAlone(sWhole));
     EXPECT_EQ(g_sPaths.FindByName(Folded("outside\\").c_str()), nullptr) << "no folder of media";
     EXPECT_TRUE(SurvivesAlone(sWhole + '\0')) << "what follows is not read";
-    EXPECT_TRUE(SurvivesAlone(Cache({ "\\" }, {}, 0x10003) + "more")) << "of a newer minor version";
+    EXPECT_TRUE(SurvivesAlone(Cache({ "\\" }, {}, FILESYSTEMCACHE_VERSION + 1) + "more")) << "of a newer minor version";
     for (std::size_t i = 0; i < sWhole.size(); ++i)
     {
         EXPECT_FALSE(SurvivesAlone(sWhole.substr(0, i))) << i;
@@ -152,8 +155,8 @@ TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
             EXPECT_EQ(RunTool("cache " + m_Folder.Join("outside/cache.bin")).iStatus, bSurvives ? 0 : 1) << i;
         }
     }
-    Folders_t dFolders(4097);
-    Files_t dFiles(16385);
+    Folders_t dFolders(PATH_TABLE_FOLDERS + 1);   // one more than the table has slots
+    Files_t dFiles(16384 + 1);                    // the same of files
     for (std::size_t i = 0; i < dFiles.size(); ++i)
     {
         dFolders[i % dFolders.size()] = '\\' + std::to_string(i % dFolders.size()) + '\\';
@@ -179,8 +182,9 @@ TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
 
 TEST_F(FileCacheTest, AFolderThatCantBeEnteredLeavesNoDanglingFile)
 {
-    Folders_t dFolders;   // 2731 of one hash: a letter may change places with the one 32 further on
-    for (unsigned i = 0; i < 2731; ++i)
+    constexpr unsigned FOLDERS = PATH_TABLE_FOLDERS * 2 / 3 + 1;   // one more than a chain has slots
+    Folders_t dFolders;   // of one hash: a letter may change places with the one 32 further on
+    for (unsigned i = 0; i < FOLDERS; ++i)
     {
         dFolders.push_back('\\' + std::string(44, 'x') + '\\');
         for (unsigned iBit = 0; iBit < 12; ++iBit)
@@ -357,7 +361,7 @@ TEST_F(FileCacheTest, ARunThatKnowsNoMediaLeavesTheHostsCache)
     Module.SetCacheFile(sCache.c_str());
     KeysOfOneRun("");
     std::string const sSaved = m_Folder.Read("c.bin");
-    EXPECT_THAT(sSaved, testing::HasSubstr("a"));
+    EXPECT_THAT(sSaved, testing::HasSubstr(Text("a")));
 
     FilesystemCacheInit(sCache.c_str());
     Module_c::Register(&Failing);

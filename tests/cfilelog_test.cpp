@@ -6,7 +6,7 @@
 class FileTrackerTest : public MediaTest
 {
 protected:
-    ~FileTrackerTest() override { g_iMaxOpenFiles = 50; }
+    ~FileTrackerTest() override { g_iMaxOpenFiles = m_iFirstLimit; }
 
     static void * Handle(std::intptr_t iHandle) { return reinterpret_cast<void *>(iHandle); }
 
@@ -30,6 +30,9 @@ protected:
             FileCloseTracker(Handle(i));
         }
     }
+
+private:
+    int const m_iFirstLimit = g_iMaxOpenFiles;
 };
 
 TEST_F(FileTrackerTest, WarnsAboveEachLimitOnceAndDumps)
@@ -95,8 +98,8 @@ TEST_F(FileTrackerTest, OpensAreReportedOnlyWhileResourcesAreCollected)
     FileClose(FileOpen("a.txt"));
     FileOpenStored("b.txt")->CloseStored();
     unsigned char cByte;
-    std::uint32_t dwLength = 1;
-    FileStream("b.txt")->Load(0, &cByte, dwLength);
+    std::uint32_t nLength = 1;
+    FileStream("b.txt")->Load(0, &cByte, nLength);
     FileOpenToResponseLog("c", 0);
     g_FileOpenCallbacker.Add([](char const *) { throw 1; }, false);
     EXPECT_THROW(FileOpen("b.txt"), int);

@@ -6,7 +6,7 @@
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfiletrack.h"
 
-// Fixture with a registry and a current folder of its own. It restores the settings of the media.
+// Fixture with a registry of its own and a folder "current". It restores the settings of the media.
 class FileMediaTest : public MediaTest
 {
 protected:

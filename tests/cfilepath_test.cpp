@@ -323,7 +323,7 @@ TEST_F(FilePathTest, AFullTableIsReportedOnceAndLosesNoMemory)
     std::vector<File_c::Key_t> dKeys(40000);   // more than the table has slots
     for (std::size_t i = 0; i < dKeys.size(); ++i)
     {
-        dKeys[i] = NewString("%zu-%zx", i, i * 40503);
+        dKeys[i] = NewString("%zu-%zx", i, i * 40503);   // 2^16 / golden ratio: spreads the hashes
         g_sFileObjects.Add(&Dummy, &dKeys[i]);
     }
     ASSERT_TRUE(Scan());

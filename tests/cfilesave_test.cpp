@@ -93,7 +93,7 @@ TEST_F(FileSave, SkippedBytesAreSealedToo)
     EXPECT_EACH(Archive.Close(), Writer.Commit(), Load(Save) == 7);
 }
 
-TEST_F(FileSave, EachChangeOfASaveIsNoticed)
+TEST_F(FileSave, WritesTheExampleOfTheFormatsPageAndNoticesEachChange)
 {
     FileSave_c Save(m_sPath.c_str());
     EXPECT_EACH(Load(Save) == -FileSave_c::ABSENT, Store(Save, 7), Load(Save) == 7);
@@ -123,7 +123,7 @@ TEST_F(FileSave, EachChangeOfASaveIsNoticed)
         sOther[iByte] = cByte;
         SealAnew(sOther);
         m_Folder.Write("one.sav", sOther);
-        EXPECT_EQ(Save.Load(SAVE_VERSION), eState) << iByte << Save.GetWhyNot();
+        EXPECT_EQ(Save.Load(SAVE_VERSION), eState) << iByte << ' ' << Save.GetWhyNot();
         EXPECT_EQ(m_Folder.Read("one.sav"), sOther) << iByte;
     }
 }
@@ -153,7 +153,7 @@ TEST_F(FileSave, WhatTheSystemRefusesIsUnreadableAndAFailedSaveReplacesNothing)
              { "a loop", true }, { "to nothing", true }, { "whole/below", false }, { "a folder/", false } })
     {
         FileSave_c Save(m_Folder.Join(szName).c_str());
-        EXPECT_EQ(Load(Save), -FileSave_c::UNREADABLE) << szName << Save.GetWhyNot();
+        EXPECT_EQ(Load(Save), -FileSave_c::UNREADABLE) << szName << ' ' << Save.GetWhyNot();
         EXPECT_EQ(Store(Save, 1), bReplaced) << szName;
         EXPECT_EQ(t_sWhyNot.empty(), bReplaced) << szName;
     }
@@ -285,7 +285,7 @@ TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
                 return 1;
             });
         std::this_thread::sleep_for(std::chrono::microseconds(Random() % tMost));
-        EXPECT_TRUE(KillChild(iChild)) << t_sWhyNot;
+        EXPECT_TRUE(KillChild(iChild)) << "it ended by itself: a save failed";
         {
             FileSave_c Save(m_sPath.c_str());
             int const iValue = Load(Save), iFirst = Load(Save, 1), iSecond = Load(Save, 2);

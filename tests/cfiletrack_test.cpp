@@ -237,7 +237,11 @@ TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
     Make({ { "a.txt", "x" }, { "b.txt", "x" } });
     EXPECT_EQ(Reported(), "a.txt");
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
-    Track();   // a watch that the next call replaces
+}
+
+TEST_F(FileTrack, ANewWatchReplacesThePreviousOne)
+{
+    Track();
     FileTrackChanges((m_Folder.GetPath() + "\\SUB").c_str());
     EXPECT_EQ(g_dOpenTracks.GetLength(), 1);
     ASSERT_TRUE(Run("echo x > a.txt; echo x > sub/c.txt"));

@@ -106,9 +106,9 @@ TEST(GigaPoolStatic, ReturnsTheElementsThatAPlainModelReturns)
                 void * const p = Pool.Alloc(bArray);
                 int const iElement = Model.Alloc();
                 ASSERT_EQ(p, iElement < 0 ? nullptr : At(pFirst, iElement, nSize)) << "step " << iStep;
-                ASSERT_EQ(p ? Pool.IsArray(p) : bArray, bArray) << "step " << iStep;
                 if (iElement >= 0)
                 {
+                    ASSERT_EQ(Pool.IsArray(p), bArray) << "step " << iStep;
                     dOut[iElement] = bArray;
                 }
             }
@@ -189,7 +189,7 @@ TEST(GigaPoolStatic, MisuseFailsItsConditionAndHarmsNothing)
 
     GigaPoolStatic_c Overwritten(64, 8);
     GigaGroup_c * pGroups;
-    std::memcpy(&pGroups, static_cast<void *>(&Overwritten), sizeof pGroups);
+    std::memcpy(&pGroups, static_cast<void *>(&Overwritten), sizeof pGroups);   // its first member
     pGroups[1].Alloc(true);
     std::memset(static_cast<void *>(&pGroups[1]), 0, sizeof(std::uint32_t));   // an array that is not allocated
     EXPECT_EQ(FailedConditions(

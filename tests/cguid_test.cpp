@@ -14,7 +14,7 @@ namespace
 
     constexpr unsigned char CARD_ADDRESS[plat::NET_ADDRESS_SIZE] = { 0x10, 0x22, 0x33, 0x44, 0x55, 0x66 };
 
-    plat::NetAddress_e g_eAddress;
+    plat::NetAddress_e g_eAddress;   // the result of TestAddress, which finds CARD_ADDRESS unless it is Missing
     plat::NetAddress_e TestAddress(Address_t dAddress)
     {
         if (g_eAddress != plat::NetAddress_e::Missing)
@@ -24,6 +24,7 @@ namespace
         return g_eAddress;
     }
 
+    // What a source of identifiers returns.
     std::uint32_t g_dwStatus;
     plat::Guid_t g_GuidOfSource;
 
@@ -147,7 +148,7 @@ TEST_F(GuidTest, CreateJudgesTheStatus)
         Guid_c Guid(1, 2, 3, 4);
         EXPECT_EQ(Guid_c::Create(Guid), bExpected) << dwStatus;
         EXPECT_TRUE(Guid == (bExpected ? SAMPLE : Guid_c(1, 2, 3, 4))) << dwStatus;
-        EXPECT_EQ(m_Log.GetText(), sWarnings);
+        EXPECT_EQ(m_Log.GetText(), sWarnings) << dwStatus;
     }
     GuidObject_c Object;
     EXPECT_EQ(FailedConditions([&] { Object.CreateNewId(); }), "bCreated");

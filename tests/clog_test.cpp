@@ -3,10 +3,10 @@
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
 #include "zqcore/clog_format_internal.h"
+#include "zqcore/clog_internal.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cstring.h"
 #include "zqcore/ctexterror.h"
-#include "zqcore/ctimer.h"
 
 #include <bit>
 #include <cerrno>
@@ -103,7 +103,7 @@ TEST(LogFormat, LinePrefixIsThatOfPrintf)
 
 TEST(LogFormat, TextIsThatOfPrintfAndWideTextUtf8InEveryLocale)
 {
-    for (std::size_t const nSize : { 1u, 2u, 6u, 9u, 17u, 2049u })
+    for (std::size_t const nSize : std::initializer_list<std::size_t>{ 1, 2, 6, 9, 17, LOG_LINE_SIZE })
     {
         ExpectLikePrintf(nSize, "plain, 100%%");
         ExpectLikePrintf(nSize, "%s|%c|%i|%d|%u|%x|%zu|", "text", 'c', INT_MIN, 0, 0xFFFFFFFFu, 0xBEEFu, SIZE_MAX);
@@ -114,15 +114,15 @@ TEST(LogFormat, TextIsThatOfPrintfAndWideTextUtf8InEveryLocale)
         ExpectLikePrintf(nSize, "%ls|%5ls|%-5ls|%.2ls|%*.*ls|%lc|%S|%C|%s", L"a", L"b", L"c", L"def", -4, 9, L"g", L'h',
             L"i", L'j', "k");
     }
-    ExpectLikePrintf(2049, "%ls|%6ls|%-6ls|%.3ls|%.4ls|%lc|%ls|end", L"\u00e4\u20ac\U0001F600", L"\u00e4", L"\u00e4",
-        L"\u00e4\u00e4", L"\u00e4\u00e4", L'\u20ac', static_cast<wchar_t *>(nullptr));
-    ExpectLikePrintf(2049, "%ls %5d %-5i|%+ld %lli %hhd %jd %zd %td %08X %#lx %llu %zu %c %p%%", L"\u00e4", 1, -2, 3L,
-        4LL, 5, std::intmax_t{ 6 }, std::ptrdiff_t{ 7 }, std::ptrdiff_t{ 8 }, 0xABCu, 0xDEFul, 9ull, std::size_t{ 10 },
-        'x', static_cast<void *>(nullptr));
-    ExpectLikePrintf(
-        2049, "%5.2f %e %Lg %.3s %*d %-*d| %.*s %ls", 1.5, 2.5, 3.5L, "abcdef", 6, 7, 8, 9, 2, "xyz", L"\u00e4");
-    ExpectLikePrintf(2049, "%Ld %Lx %ls", 1LL << 40, 0xABCDEF0123ULL, L"\u00e4");
-    ExpectLikePrintf(2049, ("%" + std::string(100, '-') + "5d|%ls").c_str(), 7, L"a");
+    ExpectLikePrintf(LOG_LINE_SIZE, "%ls|%6ls|%-6ls|%.3ls|%.4ls|%lc|%ls|end", L"\u00e4\u20ac\U0001F600", L"\u00e4",
+        L"\u00e4", L"\u00e4\u00e4", L"\u00e4\u00e4", L'\u20ac', static_cast<wchar_t *>(nullptr));
+    ExpectLikePrintf(LOG_LINE_SIZE, "%ls %5d %-5i|%+ld %lli %hhd %jd %zd %td %08X %#lx %llu %zu %c %p%%", L"\u00e4", 1,
+        -2, 3L, 4LL, 5, std::intmax_t{ 6 }, std::ptrdiff_t{ 7 }, std::ptrdiff_t{ 8 }, 0xABCu, 0xDEFul, 9ull,
+        std::size_t{ 10 }, 'x', static_cast<void *>(nullptr));
+    ExpectLikePrintf(LOG_LINE_SIZE, "%5.2f %e %Lg %.3s %*d %-*d| %.*s %ls", 1.5, 2.5, 3.5L, "abcdef", 6, 7, 8, 9, 2,
+        "xyz", L"\u00e4");
+    ExpectLikePrintf(LOG_LINE_SIZE, "%Ld %Lx %ls", 1LL << 40, 0xABCDEF0123ULL, L"\u00e4");
+    ExpectLikePrintf(LOG_LINE_SIZE, ("%" + std::string(100, '-') + "5d|%ls").c_str(), 7, L"a");
     int volatile nNarrowest = INT_MIN;
     EXPECT_EQ(NewString("%*ls", nNarrowest, L"x"), NewString("x%254s", ""));   // as wide as the text has room
     EXPECT_STREQ(NewString("%ls|%i", L"\xD800\u00e4", 1), "\uFFFD\u00e4|1");   // half a pair is no character
@@ -222,8 +222,11 @@ TEST_F(Logs, ListenersAreCalledFromTheLastAddedToTheFirst)
     LogDone();
     Log("nobody again");
     EXPECT_EQ(std::exchange(g_sLogTrace, ""), "B1A1B%iA%i");
+}
 
-    LogInit();   // no folder, then a file that can't be opened: the other listeners continue
+TEST_F(Logs, ListenersContinueIfTheLogHasNoFile)
+{
+    LogInit();   // no folder, then a file that can't be opened
     EXPECT_EQ(g_pMessageLogFile, nullptr);
     OpenMainLog(L"missing/message.log");
     EXPECT_EQ(g_pMessageLogFile, nullptr);
@@ -242,7 +245,6 @@ TEST_F(Logs, ASecondRunTruncatesAndThreadsDoNotMixTheirLines)
     Log("first run");
     LogDone();
     LogInit();
-    longTimeGetPassed();
     auto const Work = [](int iThread)
     {
         for (int i = 0; i < 100; ++i)
@@ -330,17 +332,7 @@ TEST_F(Logs, ALimitKeepsSomePreviousFilesAndCutsNoLine)
     };
     RunInThreads(4, Write);
     Write(0);   // alone, so that no line comes while a new file is begun
-    LogSetLimit(LIMIT, 0);
-    Logf("emptied.log", "%s", std::string(2000, 'x').c_str());
-    Logf("emptied.log", "%s", std::string(2000, 'x').c_str());
-    Logf("emptied.log", "last");
     LogSetLimit(0, 0);
-    EXPECT_EQ(m_Folder.Read("emptied.log"), "last\n");
-    Logf("emptied.log", "%s", std::string(2000, 'x').c_str());
-    LogSetLimit(LIMIT, 0);
-    Logf("emptied.log", "%s", std::string(2000, 'x').c_str());
-    LogSetLimit(0, 0);
-    EXPECT_EQ(fs::file_size(m_Folder.Join("emptied.log")), 0u) << "what was written without a limit counts";
     for (std::string const sName : { "message.log", "named.log" })
     {
         EXPECT_FALSE(fs::exists(m_Folder.Join(sName + ".3"))) << sName;
@@ -357,6 +349,24 @@ TEST_F(Logs, ALimitKeepsSomePreviousFilesAndCutsNoLine)
         EXPECT_THAT(m_Folder.Read(sName) + m_Folder.Read(sName + ".1"),
             testing::HasSubstr("line " + std::to_string(LINES - 1) + " of all\n"));
     }
+}
+
+TEST_F(Logs, ALimitWithoutPreviousFilesEmptiesTheLog)
+{
+    constexpr int LIMIT = 3000;
+    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    auto const LogLong = [] { Logf("emptied.log", "%s", std::string(2000, 'x').c_str()); };
+    LogSetLimit(LIMIT, 0);
+    LogLong();
+    LogLong();
+    Logf("emptied.log", "last");
+    LogSetLimit(0, 0);
+    EXPECT_EQ(m_Folder.Read("emptied.log"), "last\n");
+    LogLong();
+    LogSetLimit(LIMIT, 0);
+    LogLong();
+    LogSetLimit(0, 0);
+    EXPECT_EQ(m_Folder.Read("emptied.log"), "") << "what was written without a limit counts";
 }
 
 TEST_F(Logs, ALimitLosesNoLineOfTwoProcesses)

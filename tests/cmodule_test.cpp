@@ -11,7 +11,7 @@ namespace
     std::string g_sModuleTrace;   // what the modules were called for, in order
 
     // A module that adds a letter and its name to the trace for each call: I is Initialize, 2 Initialize2, F the
-    // heartbeat of a frame, B that of an idle pass, S Shutdown.
+    // heartbeat of a frame of 0.5 seconds, B that of an idle pass, S Shutdown.
     struct TestModule_c : Module_c
     {
         explicit TestModule_c(char const * szName, Module_c * pFirst = nullptr, Module_c * pSecond = nullptr)
@@ -161,7 +161,7 @@ TEST_F(Modules, SlowOnesAreNamedOutOfAHundred)
     EXPECT_EQ(m_dModules.back().GetInitOrder(), 101);
 }
 
-TEST_F(Modules, ComplainOfMisuse)
+TEST_F(Modules, ComplainOfASecondInitializeAndOfAMissingShutdown)
 {
     {
         TestModule_c a("a");

@@ -246,7 +246,7 @@ TEST(Opcode, ExpandsTheTableExactlyAndRefusesADamagedOne)
     EXPECT_EQ(OpcodeExpand(dDamaged.data(), nBytes, dTable.data(), dTable.size()), 0u);
 }
 
-TEST(ZqtoolDisasm, ListsAFileOfAnyLength)
+TEST(ZqtoolDisasm, ListsAFileOfAnyLengthAndRefusesWrongArguments)
 {
     NEEDS_ZQTOOL;
     TempFolder_c const Folder;

@@ -8,8 +8,6 @@ namespace
     class PropertyListTest : public MediaTest
     {
     protected:
-        ~PropertyListTest() override { m_pList.reset(); }
-
         bool Open(std::string const & sName, std::string const & sText)
         {
             m_pList = std::make_unique<PropertyList_c>();   // closes the previous one
@@ -85,15 +83,16 @@ TEST_F(PropertyListTest, NamesItsFileAndSeesTheContentsOfTheMoment)
 {
     String_T<256> sName("stale");
     char szPath[1024] = "stale", szShort[6];
-    EXPECT_EACH(!m_pList->GetFileName(sName), !m_pList->GetFileFullPath(szPath, 1024), !m_pList->FindProp("a"));
+    EXPECT_EACH(
+        !m_pList->GetFileName(sName), !m_pList->GetFileFullPath(szPath, sizeof szPath), !m_pList->FindProp("a"));
     EXPECT_STREQ(szPath, "");
     EXPECT_EQ(Dump(), "");
     ASSERT_TRUE(Open("List.txt", "alone\nColor RED\n"));
     EXPECT_EACH(m_pList->FindProp("ALONE"), m_pList->FindProp("color"), !m_pList->FindProp("red"),
-        !m_pList->FindProp(""), m_pList->GetFileName(sName), m_pList->GetFileFullPath(szPath, 1024));
+        !m_pList->FindProp(""), m_pList->GetFileName(sName), m_pList->GetFileFullPath(szPath, sizeof szPath));
     EXPECT_STREQ(sName, "list.txt");
     EXPECT_EQ(szPath, std::string(*FileStream("list.txt")->pPath) + "list.txt");
-    EXPECT_TRUE(m_pList->GetFileFullPath(szShort, 6));
+    EXPECT_TRUE(m_pList->GetFileFullPath(szShort, sizeof szShort));
     EXPECT_EQ(szShort, std::string(szPath, 5));
 
     m_Folder.Write("List.txt", "bb 22\na 3\n");

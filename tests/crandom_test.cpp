@@ -42,6 +42,10 @@ TEST(Random, ListsNamedGeneratorsFromTheNewestOn)
         EXPECT_EQ(Names(), "again third same " + sPrevious);
     }
     EXPECT_EQ(Names(), sPrevious);
+}
+
+TEST(Random, SeedsForHostsStartAsDocumented)
+{
     EXPECT_EQ(std::tuple(g_nSeed0, g_nSeed1, g_nSeed2, g_nSeed3), std::tuple(7u, 9u, 13u, 17u));
 }
 
@@ -91,7 +95,7 @@ TEST(Random, ServesTheStandardsAlgorithms)
 
 TEST(Random, NumbersOfNeighbouringSeedsAndPositionsAreUnrelated)
 {
-    constexpr int SEEDS = 4096, BINS = 16;
+    constexpr int SEEDS = 4096, BINS = 16;   // a bin for each value of the four highest bits
     auto const fnDraw = [](unsigned nSeed, int iPosition)
     {
         RandomNumber_c Random(nSeed);
@@ -113,7 +117,7 @@ TEST(Random, NumbersOfNeighbouringSeedsAndPositionsAreUnrelated)
             {
                 std::uint32_t const dwFirst = fnDraw(nSeed, 0), dwOther = fnDraw(nSeed + nStride, iPosition);
                 fProducts += (dwFirst / 0x1p32 - 0.5) * (dwOther / 0x1p32 - 0.5) * 12;
-                ++dBins[(dwOther - dwFirst) / (1u << 28)];
+                ++dBins[(dwOther - dwFirst) >> 28];
             }
             double fSpread = 0;
             for (double const fBin : dBins)
@@ -134,19 +138,19 @@ TEST(Random, RangesAreFullAndEven)
     EXPECT_EQ(Random.NextInRange(-5, -5), -5);
     // Three quarters of 2^32: without a correction the multiples of 3 would come twice as often.
     int dThirds[3] = {};
-    std::uint32_t nAll = 0, nRange = 0;
+    std::uint32_t dwBits = 0, dwNumbers = 0;
     float fLeast = 1.0f, fMost = 0.0f;
     for (int i = 0; i < 30000; ++i)
     {
         ++dThirds[Random.NextBelow(0xC0000000u) % 3];
-        nAll |= static_cast<std::uint32_t>(Random.NextInRange(INT_MIN, INT_MAX));
-        nRange |= 1u << (Random.NextInRange(-3, 2) + 3);
+        dwBits |= static_cast<std::uint32_t>(Random.NextInRange(INT_MIN, INT_MAX));
+        dwNumbers |= 1u << (Random.NextInRange(-3, 2) + 3);
         float const f = Random.NextFloat();
         fLeast = std::min(fLeast, f);
         fMost = std::max(fMost, f);
     }
     EXPECT_THAT(dThirds, testing::Each(testing::AllOf(testing::Gt(9600), testing::Lt(10400))));
-    EXPECT_EQ(std::pair(nAll, nRange), std::pair(0xFFFFFFFFu, 63u));
+    EXPECT_EQ(std::pair(dwBits, dwNumbers), std::pair(0xFFFFFFFFu, 63u));
     EXPECT_THAT(fLeast, testing::AllOf(testing::Ge(0.0f), testing::Lt(0.01f)));
     EXPECT_THAT(fMost, testing::AllOf(testing::Gt(0.99f), testing::Lt(1.0f)));
     EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Random.NextInRange(3, 2), 3); }), "iFirst <= iLast");

@@ -3,6 +3,7 @@
 
 #include "tests/archive_support.h"
 #include "tests/machine_support.h"
+#include "tests/text_support.h"
 
 #include "zqcore/cfilename.h"
 
@@ -24,15 +25,7 @@ namespace
     using plat::RegistryType_e;
 
     constexpr RegistryTree_e USER = RegistryTree_e::User, MACHINE = RegistryTree_e::Machine;
-
-    std::string Lower(std::string sText)
-    {
-        for (char & c : sText)   // not by the library, which is compared with it
-        {
-            c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-        }
-        return sText;
-    }
+    constexpr std::size_t RECORD_HEADER = 20;   // bytes of a record's file before the name
 
     using Model_t = std::map<std::string, std::map<std::string, std::string>>;   // values by folded key and name
 
@@ -151,7 +144,8 @@ TEST_F(RegistryTest, ReadsEachTypeOnlyAsWhatItHolds)
     }
     _tag_DATA_INFO Info = { 9, 9 };
     EXPECT_EACH(!Registry.GetDataInfo("none", &Info), Info.dwType == 0, Info.dwSize == 0,
-        Registry.GetSizeValue("none") == -1, Registry.GetDataInfo("B", &Info), Info.dwType == 3, Info.dwSize == 3);
+        Registry.GetSizeValue("none") == -1, Registry.GetDataInfo("B", &Info),
+        static_cast<RegistryType_e>(Info.dwType) == RegistryType_e::Binary, Info.dwSize == 3);
 }
 
 TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
@@ -159,12 +153,12 @@ TEST_F(RegistryTest, ReadsNothingIntoTooSmallABuffer)
     Registry_c Registry;
     EXPECT_EACH(Registry.CreateKey("Software\\Test"), Registry.WriteString("t", "some text"),
         Registry.WriteData("b", "\0\1\2", 3), Registry.WriteValue("i", -5));
-    char szBuffer[16] = "untouched";
+    char szBuffer[16] = "not touched";
     EXPECT_EACH(!Registry.ReadString("t", szBuffer, 8), !Registry.ReadString("b", szBuffer, sizeof(szBuffer)),
         !Registry.ReadData("t", szBuffer, sizeof(szBuffer)), !Registry.ReadData("b", szBuffer, 2));
-    EXPECT_STREQ(szBuffer, "untouched");
+    EXPECT_STREQ(szBuffer, "not touched");
     EXPECT_TRUE(Registry.ReadString("t", szBuffer, 9));
-    EXPECT_STREQ(szBuffer, "some text") << "exactly as long, no terminator added";
+    EXPECT_STREQ(szBuffer, "some texted") << "exactly as long, no terminator added";
     EXPECT_TRUE(Registry.ReadData("b", szBuffer, sizeof(szBuffer)));
     EXPECT_EQ(std::string(szBuffer, 4), std::string("\0\1\2e", 4));
 
@@ -389,8 +383,8 @@ TEST_F(RegistryTest, BehavesAsAPlainModel)
 TEST_F(RegistryTest, FilesHaveTheDocumentedFormAndTheRightsOfTheirTree)
 {
     ASSERT_TRUE(Write("Key", "Name", "value"));
-    EXPECT_EQ(m_Folder.Read("user/key/=name").size(), 20u + 4 + 5);
-    EXPECT_EQ(m_Folder.Read("user/key/@key").substr(20), "Key");
+    EXPECT_EQ(m_Folder.Read("user/key/=name").size(), RECORD_HEADER + 4 + 5);
+    EXPECT_EQ(m_Folder.Read("user/key/@key").substr(RECORD_HEADER), "Key");
     Registry_c Registry;
     EXPECT_EACH(Registry.OpenKey("Key", 0), Registry.WriteValue("Width", 1024));
     EXPECT_EQ(Hex(m_Folder.Read("user/key/=width")), DumpOfPage(FORMATS_PAGE, "registryrecord"));
@@ -594,7 +588,7 @@ TEST_F(RegistryTest, AFullDiskKeepsTheOldValueAndMakesNoKeyWithoutItsSpelling)
 {
     ASSERT_TRUE(Write("Key", "name", "old"));
     {
-        FullDisk_c const Full(21);
+        FullDisk_c const Full(RECORD_HEADER + 1);
         EXPECT_FALSE(Write("Key", "name", "new"));
         EXPECT_FALSE(Registry_c().CreateKey("Key\\Other"));
     }
@@ -628,6 +622,6 @@ TEST_F(RegistryTest, WhatMayOnlyBeReadIsReadAndNotChanged)
     int const iResult = StatusAsNobody(fnOpen);
     fs::permissions(sTree, fs::perms(0755));
     fs::permissions(sKey, fs::perms(0755));
-    SKIP_IF(iResult == -2, "this superuser can't become an ordinary user");
+    SKIP_IF(iResult == -2, "the superuser's rights can't be dropped");
     EXPECT_EQ(iResult, 0);
 }

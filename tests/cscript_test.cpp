@@ -116,6 +116,7 @@ namespace
         { "abc", "T|.|pc|.|Xabc|.|Xab|qab|.", "[abc] 2:0! found 3:0! found 2:0! none found 2:0!" },
         { "one two", "Kone|Ktwo|Kx", "", 1 },
         { "one two", "@4|T|@99|.|T|@0|.|T|.|Xone|@7|.", "[two] 7:0! [] 0:0! [] 1:0! found 7:0" },
+        // Dumps, and texts that a buffer cuts.
         { "0\n23\n5", "D1|.|D0|.", "\n23 4:1 0\n2 3:2" },
         { std::string(300, 't') + " x " + std::string(300, '7'), "T|T|I|.",
             "[" + std::string(259, 't') + "] [x] 2147483647 603:0!" },
@@ -196,24 +197,24 @@ TEST_F(ScriptTest, HoldsAFilesCopyUntilItIsClosed)
 
 TEST_F(ScriptTest, StatesWhatItRequires)
 {
-    char const * const dRows[][3] = {
-        { "S'|.|T", "nString < iMaxLength", "'12345' 6:0 [678']" },
-        { "L1|.", "iMaxLength >= 2", "{stale} 0:0" },
-        { "@3|@-1|.", "iPosition >= 0", "0:0" },
-        { "D7|.", "iEnd < m_iBytesTotal", "sta 0:0" },
-        { "D-1|.", "iStart >= 0", "sta 0:0" },
-        { "Kx", "m_pFileData", "" },
-    };
     Script_c Script;
-    for (auto const & [szSteps, szConditions, szOutcome] : dRows)
+    for (auto const & [szSteps, szConditions, szOutcome] : Rows_t<char const *, char const *, char const *>{
+             { "S'|.|T", "nString < iMaxLength", "'12345' 6:0 [678']" },
+             { "L1|.", "iMaxLength >= 2", "{stale} 0:0" },
+             { "@3|@-1|.", "iPosition >= 0", "0:0" },
+             { "D7|.", "iEnd < m_iBytesTotal", "sta 0:0" },
+             { "D-1|.", "iStart >= 0", "sta 0:0" },
+             { "Kx", "m_pFileData", "" },
+         })
     {
         Script.OpenMemoryLocation("'12345678'", 10);
         std::string sOutcome;
-        EXPECT_EQ(FailedConditions([&, p = szSteps] { sOutcome = Drive(Script, p); }), szConditions) << szSteps;
+        EXPECT_EQ(FailedConditions([&, sz = szSteps] { sOutcome = Drive(Script, sz); }), szConditions) << szSteps;
         EXPECT_EQ(sOutcome, szOutcome) << szSteps;
     }
     char c = 'c';
     EXPECT_EQ(FailedConditions([&] { Script.GetDump(&c, 2, 2); }), "iEnd > iStart");
+    EXPECT_EQ(c, 'c');
     EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Script.OpenFile(nullptr)); }), "sFileName");
     Script.SetPosition(4);
     EXPECT_EQ(FailedConditions(
@@ -228,5 +229,4 @@ TEST_F(ScriptTest, StatesWhatItRequires)
     EXPECT_EQ(Drive(Script, "."), "4:0!");
     EXPECT_EQ(FailedConditions([&] { Script.OpenMemoryLocation(nullptr, -1); }), "pText & iLength >= 0");
     EXPECT_EQ(Drive(Script, "T|I|F|W|pa|."), "[] 0 0 <> none 0:0!");
-    EXPECT_EQ(c, 'c');
 }

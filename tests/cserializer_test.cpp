@@ -148,9 +148,11 @@ TEST(SerializerDeathTest, TheTableTouchesItsMemoryAsItIsUsedUntilItIsFull)
         bool const bGrew =
             ResidentPages() - nBefore >= Serializer_c::HASH_SIZE / long{ plat::MEMORY_PAGE } * long{ sizeof(void *) };
         bool const bFull = !SurvivesWithoutAbort([&] { Access::AddVoidToCache(At(4), &iSlot); });
-        EndChild((bGrew ? 0 : 1) + (bFull ? 0 : 2) + (nNew == Serializer_c::HASH_SIZE ? 0 : 4));
+        std::fprintf(stderr, "grew: %i, full: %i, new: %i", bGrew, bFull, nNew);
+        EndChild(0);
     };
-    EXPECT_EXIT(Fill(), testing::ExitedWithCode(0), "Serializer_c Hash overflow");
+    EXPECT_EXIT(Fill(), testing::ExitedWithCode(0),
+        Va("Serializer_c Hash overflow(.|\n)*grew: 1, full: 1, new: %i", Serializer_c::HASH_SIZE));
 }
 
 TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
@@ -203,7 +205,7 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
         "nRegisteredStaticPointers >= 0 && nRegisteredStaticPointers < MAX_STATIC_POINTERS");
 }
 
-TEST_F(Serializer, WhatTheFileGetsWrongFailsTheArchive)
+TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
 {
     Node_s Node;
     std::string const sWhole = SaveGraph(&Node);   // identifier at 12, class name at 20
@@ -316,12 +318,6 @@ TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
     RegisterStatics();
     std::string const sWhole = SaveGraph(&dNodes[0]);
     EXPECT_EACH(LoadsSoundly(sWhole), bWhole);
-    auto const ExpectCheck = [&](std::string const & sBytes)
-    {
-        RegisterStatics();
-        ArchiveResult_t const Result = Check(sBytes);
-        EXPECT_EQ(Result.IsSound(), bWhole) << Result.sWhyNot;
-    };
     for (std::size_t i = 0; i < sWhole.size(); ++i)
     {
         SCOPED_TRACE(i);
@@ -330,7 +326,9 @@ TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
         {
             std::string const sDamaged = std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ nFlip));
             EXPECT_TRUE(LoadsSoundly(sDamaged)) << nFlip;
-            ExpectCheck(sDamaged);
+            RegisterStatics();
+            ArchiveResult_t const Result = Check(sDamaged);
+            EXPECT_EQ(Result.IsSound(), bWhole) << Result.sWhyNot;
         }
         for (std::size_t j = 4; j + 4 <= sWhole.size() && i + 4 <= sWhole.size(); ++j)
         {

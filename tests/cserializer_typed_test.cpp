@@ -152,7 +152,7 @@ TEST(SerializerTyped, ObjectsComeBackByTheirDynamicType)
     EXPECT_EQ(pLit, Classes.Lamps.m_dMade.back().get());
 }
 
-// Changes each byte after the version in three ways, and exchanges each two words. Every pointer then leads to an
+// Changes each byte after the version in three ways, and exchanges every two words. Every pointer then leads to an
 // object of its type or nowhere.
 TEST(SerializerTyped, DamageNeverMakesAPointerOfAnotherType)
 {
@@ -160,7 +160,7 @@ TEST(SerializerTyped, DamageNeverMakesAPointerOfAnotherType)
     Graph_s Graph;
     std::string const sWhole = SavedGraph(&Graph.Owner);
     int nSound = 0;
-    auto const ExpectSound = [&](std::string const & sBytes)
+    auto const ExpectTypedPointers = [&](std::string const & sBytes)
     {
         Classes.Owners.m_dMade.clear();
         Classes.Balls.m_dMade.clear();
@@ -186,11 +186,11 @@ TEST(SerializerTyped, DamageNeverMakesAPointerOfAnotherType)
         SCOPED_TRACE(i);
         for (int const nFlip : { 0x01, 0x80, 0x07 })
         {
-            ExpectSound(std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ nFlip)));
+            ExpectTypedPointers(std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ nFlip)));
         }
         for (std::size_t j = 4; j + 4 <= sWhole.size() && i + 4 <= sWhole.size(); ++j)
         {
-            ExpectSound(std::string(sWhole).replace(i, 4, sWhole, j, 4).replace(j, 4, sWhole, i, 4));
+            ExpectTypedPointers(std::string(sWhole).replace(i, 4, sWhole, j, 4).replace(j, 4, sWhole, i, 4));
         }
     }
     EXPECT_GT(nSound, 0);
@@ -203,13 +203,14 @@ TEST(SerializerTyped, WhatHasNoSerializerOrAnotherClassIsRefused)
     EXPECT_THAT(FailedConditions([&] { EXPECT_EQ(SavedGraph(&Loner), ""); }),
         testing::StartsWith("a Serializer_T has this class and names this base"));
     Classes_s Classes;
-    Kept_T<Lamp_c> Baseless("Lamp");   // names no base
-    Classes.Lamps.m_dMade.clear();
     Owner_s * pOwner = nullptr;
     std::string const sBall = SavedGraph(static_cast<Shape_c *>(&Graph.Ball));
     ArchiveResult_t const Result = LoadGraph(sBall, pOwner);
     EXPECT_EQ(std::tuple(pOwner, std::string(Result.sWhyNot), Classes.Balls.m_dMade.size()),
         std::tuple(nullptr, std::string("an object of class 'Ball'"), 0u));
+    Kept_T<Lamp_c> const Baseless("Lamp");   // loads lamps from now on, and names no base
+    Shape_c * pShape = nullptr;
+    EXPECT_STREQ(LoadGraph(sBall, pShape).sWhyNot, "an object of class 'Lamp'");
 }
 
 TEST(SerializerTyped, StaticObjectsAndPartsAreKnown)

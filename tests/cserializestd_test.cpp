@@ -42,8 +42,6 @@ namespace game
 
 namespace
 {
-    using A = Serializeable_c;
-
     // One of each type: what docs/formats.md dumps.
     struct Types_s
     {
@@ -59,10 +57,11 @@ namespace
         std::unordered_map<std::string, std::vector<game::Item_s>> dItems;
         std::set<std::pair<char, std::int64_t>> dPairs;
 
-        void Serialize(A & a)
+        void Serialize(Serializeable_c & Archive)
         {
-            a.Serialize(bAlive).Serialize(nLevel).Serialize(iDebt).Serialize(eRank).Serialize(sName).Serialize(dScores);
-            a.Serialize(dSeen).Serialize(cMark).Serialize(cNoMark).Serialize(Place).Serialize(dItems).Serialize(dPairs);
+            Archive.Serialize(bAlive).Serialize(nLevel).Serialize(iDebt).Serialize(eRank).Serialize(sName);
+            Archive.Serialize(dScores).Serialize(dSeen).Serialize(cMark).Serialize(cNoMark).Serialize(Place);
+            Archive.Serialize(dItems).Serialize(dPairs);
         }
         bool operator==(Types_s const &) const = default;
     };
@@ -76,13 +75,13 @@ namespace
     template <typename T>
     std::string Saved(T & Value)
     {
-        return Stored(1, [&](A & a) { a.Serialize(Value); });
+        return Stored(1, [&](Serializeable_c & Archive) { Archive.Serialize(Value); });
     }
 
     template <typename T>
     bool LoadsInto(T & Value, std::string_view sBytes)
     {
-        return Loaded(sBytes, 1, [&](A & a) { a.Serialize(Value); });
+        return Loaded(sBytes, 1, [&](Serializeable_c & Archive) { Archive.Serialize(Value); });
     }
 }
 

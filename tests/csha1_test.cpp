@@ -51,10 +51,11 @@ TEST(Sha1, PadsEveryLengthAndTakesAnyPieces)
 {
     constexpr std::size_t MOST = 600;
     std::string sDigests;
-    for (std::size_t n = 0; n <= MOST; ++n)
+    for (std::size_t nLength = 0; nLength <= MOST; ++nLength)
     {
-        sDigests += Result(Fed(Pattern(n), MOST));
-        ASSERT_EQ(Result(Fed(Pattern(MOST), n + 1)), Result(Fed(Pattern(MOST), MOST))) << "in pieces of " << n + 1;
+        sDigests += Result(Fed(Pattern(nLength), MOST));
+        ASSERT_EQ(Result(Fed(Pattern(MOST), nLength + 1)), Result(Fed(Pattern(MOST), MOST)))
+            << "in pieces of " << nLength + 1;
     }
     EXPECT_EQ(Result(Fed(sDigests, sDigests.size())), "e27ee72ba4e393c7d72389e023c09706ad98703e");
 }

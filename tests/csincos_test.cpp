@@ -10,7 +10,7 @@ namespace
 #include "tests/golden/sincos.inc"
 }
 
-TEST(SinCos, TheModuleFillsTheTableWithTheNearestFloats)
+TEST(SinCos, TheTableHasTheNearestFloatsAndAnglesRoundDown)
 {
     constexpr int TURN = 65536;
     ASSERT_TRUE(StartModule(ModuleSinCos_c::Get()));

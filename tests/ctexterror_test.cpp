@@ -335,7 +335,7 @@ TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
     EXPECT_EQ(TextOf(Script.GetLastError()), "none.txt: there is no such file");
     ExpectComplaints(1);   // of the open
     Serve("gone.txt", "x");
-    std::filesystem::remove(m_Folder.Join("gone.txt"));
+    fs::remove(m_Folder.Join("gone.txt"));
     EXPECT_FALSE(Script.OpenFile("gone.txt"));
     EXPECT_EQ(TextOf(Script.GetLastError()), "gone.txt: No such file or directory");
 }

@@ -22,16 +22,16 @@ namespace
 
     using TextValue = MediaTest;
 
-    // Reads a text as integers of each width and as an enumerator. Get(value...) reads. A minus sign is a failure that
-    // left the value unchanged.
+    // Reads a text as integers of each width and as an enumerator. fnGet(value...) reads. A minus sign is a failure
+    // that leaves the value unchanged.
     template <typename GET>
-    std::string AsAllTypes(GET Get)
+    std::string AsAllTypes(GET fnGet)
     {
         std::ostringstream Out;
         auto const Add = [&](auto Value)
         {
             auto const Stale = Value;
-            bool const bRead = Get(Value);
+            bool const bRead = fnGet(Value);
             Out << (bRead ? std::to_string(Value) : Value == Stale ? "-" : "changed") << ' ';
         };
         Add(std::int8_t{ 77 });
@@ -41,7 +41,7 @@ namespace
         Add(77ll);
         Add(77ull);
         auto eElement = NO_ELEMENT;
-        bool const bRead = Get(eElement, ELEMENTS);
+        bool const bRead = fnGet(eElement, ELEMENTS);
         Out << (bRead ? EnumToName(eElement, ELEMENTS) : eElement == NO_ELEMENT ? "-" : "changed");
         return Out.str();
     }

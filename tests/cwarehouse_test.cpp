@@ -323,9 +323,8 @@ TEST_F(Warehouse, WalksItemsAndSearchesApart)
     EXPECT_EQ(m_Log.GetText(), "walk.txt: Not found column 'gone'\nwalk.txt: Invalid data in column '@head' line 7\n");
 }
 
-TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
+TEST_F(Warehouse, AClosedTableFailsEveryCall)
 {
-    m_Log.Clear();
     Warehouse_c Closed;
     String_T<256> sText;
     EXPECT_FALSE(Closed.Open("absent.txt"));
@@ -333,7 +332,11 @@ TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
     EXPECT_EACH(!Closed.StartIdent(), !Closed.NextIdent(sText), !Closed.FindIdent("a"), !Closed.GetWorkIdent(sText),
         !Closed.GetFileName(sText), !Closed.Get("@head", sText));
     EXPECT_EQ(Closed.GetLength("@head"), -1);
+}
 
+TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
+{
+    String_T<256> sText;
     char const * const szBare = "a,b c;d\n";
     EXPECT_FALSE(Open("bare.csv", szBare));
     EXPECT_EQ(m_Log.GetText(), "Warehouse_c::Open: File \"bare.csv\": no client header line specified\n"
@@ -400,6 +403,6 @@ TEST_F(Warehouse, ABrokenPreconditionIsReportedAndFails)
     char szText[2] = "x";
     int iValue = 5;
     EXPECT_EACH(!m_pTable->Get(nullptr, iValue), !m_pTable->Get("v", nullptr, 9), !m_pTable->GetFileName(szText, 1),
-        !m_pTable->FindIdent(nullptr), !m_pTable->NextIdent(nullptr, 9), !m_pTable->Open(nullptr));
+        !m_pTable->FindIdent(nullptr), !m_pTable->NextIdent(nullptr, 9), !m_pTable->Open(nullptr), iValue == 5);
     EXPECT_EQ(m_Log.Count("a.txt: Not found column 'nullptr'"), 1);
 }

@@ -13,11 +13,12 @@ TEST(WinCom, EachResultOfStartingDecidesWhatFollows)
 {
     std::string const sAlready = "The COM library is already initialized on the calling thread";
     std::string const sChanged = "A previous call to CoInitializeEx specified a different concurrency model";
-    // Results: 0 COM_OK, 1 COM_ALREADY_INITIALIZED, 0x80010106 COM_CHANGED_MODE, others failures. Without COM no
-    // function is installed, so the result has no effect. nAlready and nChanged count the lines of two runs.
-    for (auto const & [bCom, dwResult, bInitialized, nAlready, nChanged] : Rows_t<bool, std::uint32_t, bool, int, int>{
-             { true, 0, true, 0, 0 }, { true, 1, true, 2, 0 }, { true, 0x80010106, true, 0, 2 },
-             { true, 0x8007000E, false, 0, 0 }, { true, 2, false, 0, 0 }, { false, 2, true, 0, 0 } })
+    // Results without a name are failures. Without COM no function is installed, so the result has no effect. nAlready
+    // and nChanged count the lines of two runs.
+    for (auto const & [bCom, dwResult, bInitialized, nAlready, nChanged] :
+        Rows_t<bool, std::uint32_t, bool, int, int>{ { true, plat::COM_OK, true, 0, 0 },
+            { true, plat::COM_ALREADY_INITIALIZED, true, 2, 0 }, { true, plat::COM_CHANGED_MODE, true, 0, 2 },
+            { true, 0x8007000E, false, 0, 0 }, { true, 2, false, 0, 0 }, { false, 2, true, 0, 0 } })
     {
         SCOPED_TRACE(testing::PrintToString(std::pair(bCom, dwResult)));
         LogCapture_c const Log;

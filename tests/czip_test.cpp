@@ -76,7 +76,7 @@ protected:
     {
         std::mt19937 Random(7);
         std::string sBytes(nBytes, '\0');
-        std::generate(sBytes.begin(), sBytes.end(), [&] { return static_cast<char>("abcdefgh"[Random() & 7]); });
+        std::generate(sBytes.begin(), sBytes.end(), [&] { return "abcdefgh"[Random() & 7]; });
         return sBytes;
     }
 
@@ -99,7 +99,7 @@ protected:
     }
 };
 
-TEST_F(FileZipTest, ReadsWholeFilesRangesAndStreams)
+TEST_F(FileZipTest, ReadsWholeFilesRangesAndStreamsUntilTheModuleEnds)
 {
     std::string const sBig = Noise(600000);
     Zip("a.zip", { { "dir/", "" }, { "dir/Deflated.bin", sBig }, { "=stored.bin", sBig }, { "one.bin", "1" } });
@@ -189,8 +189,13 @@ TEST_F(FileZipTest, MountsOverOrUnderAndUnmountsWhenNothingIsInUse)
     EXPECT_EACH(Opened("a.txt") == "folder", Opened("b.txt") == "folder", !Unmount("2.zip"));
     ASSERT_TRUE(Mount("1.zip", ZipOrder_e::Under));
     EXPECT_EACH(Opened("a.txt") == "folder", Opened("new.txt") == "one");
+}
 
+TEST_F(FileZipTest, ZqtoolTreeNamesTheFileThatAnArchiveHides)
+{
     NEEDS_ZQTOOL;
+    Make({ { "a.txt", "folder" } });
+    Zip("1.zip", { { "a.txt", "one" } });
     EXPECT_EQ(RunTool("tree --find a.txt " + m_Folder.GetPath() + " " + m_Folder.Join("1.zip")).sOutput,
         "a.txt opens " + m_Folder.Join("1.zip/a.txt") + ", 3 bytes\n  not " + m_Folder.Join("a.txt")
             + ": a file of an archive has its name\n");
@@ -355,7 +360,7 @@ TEST_F(FileZipTest, AWorkerThatCantBeLiftedReadsByAHandleOfItsOwn)
 TEST_F(FileZipTest, ThreadsAndAChildReadOneArchiveAtOnce)
 {
     std::string const sBig = Noise(300000);
-    Zip("t.zip", { { "a.bin", sBig }, { "=b.bin", sBig }, { "c.bin", "c" } });
+    Zip("t.zip", { { "a.bin", sBig }, { "=b.bin", sBig } });
     ASSERT_TRUE(Mount("t.zip"));
     auto const ReadAll = [&](int iThread)
     {

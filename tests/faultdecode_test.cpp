@@ -147,10 +147,10 @@ TEST(FaultDecode, ADivisorInARegisterCountsInItsOwnWidth)
     EXPECT_EQ(Code("F6 FB", BX, 0x100), plat::FAULT_INTEGER_DIVIDE);        // idiv bl
     EXPECT_EQ(Code("F6 FF", BX, 0x100), plat::FAULT_INTEGER_OVERFLOW);      // idiv bh
 #if defined(__x86_64__)
-    EXPECT_EQ(Code("F7 FB", BX, Word_t{ 1 } << 32), plat::FAULT_INTEGER_DIVIDE);
-    EXPECT_EQ(Code("48 F7 FB", BX, Word_t{ 1 } << 32), plat::FAULT_INTEGER_OVERFLOW);
-    EXPECT_EQ(Code("41 F7 FA", REG_R10, 5), plat::FAULT_INTEGER_OVERFLOW);
-    EXPECT_EQ(Code("40 F6 FF", DI, 0x100), plat::FAULT_INTEGER_DIVIDE);   // idiv dil
+    EXPECT_EQ(Code("F7 FB", BX, Word_t{ 1 } << 32), plat::FAULT_INTEGER_DIVIDE);        // idiv ebx
+    EXPECT_EQ(Code("48 F7 FB", BX, Word_t{ 1 } << 32), plat::FAULT_INTEGER_OVERFLOW);   // idiv rbx
+    EXPECT_EQ(Code("41 F7 FA", REG_R10, 5), plat::FAULT_INTEGER_OVERFLOW);              // idiv r10d
+    EXPECT_EQ(Code("40 F6 FF", DI, 0x100), plat::FAULT_INTEGER_DIVIDE);                 // idiv dil
 #endif
 }
 
@@ -221,11 +221,12 @@ TEST(FaultDecode, APageFaultSaysWhatItsAccessWas)
         EXPECT_EQ(Fault.Record.dParameters[1], Fault.AddressOf(Fault.Info.si_addr));
         return Fault.Record.eAccess;
     };
-    // Bits of the error code: 2 is a write, 4 the user's mode, 0x10 the fetch of an instruction.
+    // Bits of the error code (Intel's manual, volume 3, 4.7): 2 is a write, 4 the user's mode, 0x10 the fetch of an
+    // instruction.
     EXPECT_EQ(Access(4, false), FaultAccess_e::Read);
     EXPECT_EQ(Access(6, false), FaultAccess_e::Write);
     EXPECT_EQ(Access(0x14, false), FaultAccess_e::Execute);
-    EXPECT_EQ(Access(4, true), FaultAccess_e::Execute);   // without the bit, as if pages can't forbid execution
+    EXPECT_EQ(Access(4, true), FaultAccess_e::Execute);   // no such bit if pages can't forbid execution
 }
 
 TEST(FaultDecode, AnExceptionIsDescribedByItsTypeAndItsMessage)

@@ -45,7 +45,7 @@ TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
 TEST(DebugHeap, DamageIsReportedAndForeignBlocksStayAlone)
 {
     HeapReports_c Reports;
-    auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(10, 4, "file.cpp", 12));
+    auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(10, MEMORY_CLIENT_BLOCK, "file.cpp", 12));
     p[-1] = 0;
     plat::HeapFree(p);
     EXPECT_EQ(Reports.Extract(),
@@ -64,7 +64,7 @@ TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
 {
     SKIP_IF(plat::ADDRESS_CHECKER, "the checker reports what this test does");
     HeapReports_c Reports;
-    auto * const p = static_cast<unsigned char volatile *>(plat::HeapAlloc(100, 4, nullptr, 0));
+    auto * const p = static_cast<unsigned char volatile *>(plat::HeapAlloc(100, MEMORY_CLIENT_BLOCK, nullptr, 0));
     auto * const pBlock = const_cast<unsigned char *>(p);
     plat::HeapFree(pBlock);
     EXPECT_EQ(std::count(p, p + 100, plat::HEAP_FREED), 100);
@@ -72,7 +72,7 @@ TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
     EXPECT_EQ(Reports.Extract(), "The block at " + AddressText(pBlock) + " was freed already. It is left alone.\n");
     for (std::size_t const nBytes : { 1u, 64u, 4000u, 50000u })
     {
-        auto * const pOwn = static_cast<char *>(aligned_malloc_dbg(nBytes, 1024, 4, nullptr, 0));
+        auto * const pOwn = static_cast<char *>(aligned_malloc_dbg(nBytes, 1024, MEMORY_CLIENT_BLOCK, nullptr, 0));
         void * const volatile pAgain = pOwn;
         aligned_free_dbg(pOwn);
         aligned_free_dbg(pAgain);
@@ -87,7 +87,8 @@ TEST(DebugHeap, AFailedAllocationIsTriedAgainAsOftenAsTheHandlerSays)
         static int s_nFailures = 0;
         MemoryDone();
         plat::HeapSetFailureHandler([](std::size_t nBytes) { return nBytes == SIZE_MAX && ++s_nFailures < 3; });
-        return plat::HeapAlloc(SIZE_MAX, 4, nullptr, 0) ? 0 : s_nFailures;
+        EXPECT_EQ(plat::HeapAlloc(SIZE_MAX, MEMORY_CLIENT_BLOCK, nullptr, 0), nullptr);
+        return s_nFailures;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Exhaust)), 3);
 }
@@ -146,11 +147,12 @@ TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
         RunInThreads(THREADS,
             [&Here](int)
             {
-                MemCategoryScope_c const Scope(
-                    mem::AI);   // finds no slot while those of the parent's threads are taken
+                // Finds no slot while those of the parent's threads are in use.
+                MemCategoryScope_c const Scope(mem::AI);
                 Here.arrive_and_wait();
             });
-        return plat::ThreadId() == static_cast<std::uint32_t>(getpid()) ? 0 : 2;
+        EXPECT_EQ(plat::ThreadId(), static_cast<std::uint32_t>(getpid()));
+        return 0;
     };
     std::thread Others([&] { RunInThreads(THREADS, Allocate); });
     AllThere.arrive_and_wait();
@@ -182,7 +184,8 @@ TEST(Fork, AChildConvertsTheTimeThatAThreadOfItsParentConverted)
         auto const InChild = []
         {
             plat::LocalTimeKeep();
-            return plat::LocalTime().iHour == plat::LocalTimeByKept().iHour ? 0 : 1;
+            EXPECT_EQ(plat::LocalTime().iHour, plat::LocalTimeByKept().iHour);
+            return 0;
         };
         EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0) << i;
     }

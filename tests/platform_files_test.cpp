@@ -76,7 +76,7 @@ namespace
     }
 }
 
-TEST_F(PlatformFiles, FindsTheDisksSpellingOfAPath)
+TEST_F(PlatformFiles, OpensAPathInAnySpellingOrReportsWhyNot)
 {
     m_Folder.Write("Media/Textures/Hero.TGA", "hero");
     m_Folder.Write("Media/lower/name.txt", "lower");
@@ -115,6 +115,8 @@ TEST_F(PlatformFiles, FindsTheDisksSpellingOfAPath)
     EXPECT_EQ(Open(""), "No such file or directory");
     EXPECT_EQ(Open(std::string(5000, 'a')), "File name too long");
     EXPECT_EQ(Open("media\\" + std::string(300, 'a')), "File name too long");
+    EXPECT_EQ(Open(MakePipe(m_Folder.Join("pipe"))), "Invalid argument");
+    EXPECT_EQ(Open("/dev/null"), "Invalid argument");
 }
 
 TEST_F(PlatformFiles, RemembersANameThatAListingMetAndNoticesItsRenaming)
@@ -138,7 +140,7 @@ TEST_F(PlatformFiles, RemembersANameThatAListingMetAndNoticesItsRenaming)
     EXPECT_EQ(Open(sAsked), "exact");
 }
 
-TEST_F(PlatformFiles, ReportsSizeTimesAndKind)
+TEST_F(PlatformFiles, ReportsTheFactsOfALargeFileAndSeeksInIt)
 {
     constexpr std::int64_t START = 3LL << 30;
     std::string const sFile = m_Folder.Write("Big.bin", "start");
@@ -157,7 +159,7 @@ TEST_F(PlatformFiles, ReportsSizeTimesAndKind)
         testing::AnyOf(0, testing::Gt((1600000000 + plat::FILE_TIME_SECONDS_TO_1970) * plat::FILE_TIME_TICKS)));
     EXPECT_EACH(Facts.bRegular, !Facts.bFolder, OfHandle.nSize == Facts.nSize, OfHandle.tLastWrite == Facts.tLastWrite);
     plat::FileHintSequential(hFile);
-    // Origins: 0 the start, 1 the present position, 2 the end. Any other counts as the start.
+    // Origins: 0 the start, 1 the present position, 2 the end. Any other counts as the start. -1 is a failure.
     for (auto const & [iOffset, iOrigin, iMoved] : Rows_t<std::int64_t, int, std::int64_t>{
              { START, 0, START }, { 2, 1, START + 2 }, { -1, 2, START + 4 }, { -1, 0, -1 }, { 1, 7, 1 } })
     {
@@ -179,7 +181,7 @@ TEST_F(PlatformFiles, ListsAFolderInOneOrder)
     }
     m_Folder.MakeFolder("Sub");
     std::ofstream(m_Folder.GetPath() + "/un\\reachable").put('x');
-    std::string const sPipe = MakePipe(m_Folder.Join("pipe"));
+    MakePipe(m_Folder.Join("pipe"));
     for (auto const & [szTarget, szLink] : Rows_t<char const *, char const *>{
              { "b.txt", "link" }, { "Sub", "linked sub" }, { "loop", "loop" }, { "nowhere", "dangling" } })
     {
@@ -190,24 +192,25 @@ TEST_F(PlatformFiles, ListsAFolderInOneOrder)
     EXPECT_EQ(List(m_Folder.GetPath() + "\\sub"), "");
     EXPECT_EQ(List(m_Folder.Join("b.txt")), "unreadable");
     EXPECT_EQ(List(m_Folder.Join("none")), "unreadable");
-    EXPECT_EQ(Open(sPipe), "Invalid argument");
-    EXPECT_EQ(Open("/dev/null"), "Invalid argument");
-    EXPECT_FALSE(plat::FileCopy(sPipe.c_str(), m_Folder.Join("copy").c_str()));
-    EXPECT_FALSE(plat::FileCopy(m_Folder.Join("_x").c_str(), sPipe.c_str()));
-
-    plat::FileIdentity_t First, Second;
-    EXPECT_EACH(plat::FolderGetIdentity(m_Folder.Join("sub").c_str(), First),
-        plat::FolderGetIdentity(m_Folder.Join("linked sub").c_str(), Second), First == Second,
-        plat::FolderGetIdentity(m_Folder.GetPath().c_str(), Second), !(First == Second));
-    errno = 0;
-    EXPECT_FALSE(plat::FolderGetIdentity(m_Folder.Join("b.txt").c_str(), First));
-    EXPECT_EQ(errno, ENOTDIR);
     plat::FolderListing_c Listing;
     ASSERT_TRUE(Listing.Read(m_Folder.GetPath().c_str()));
     plat::FileFacts_t Facts;
     plat::FileFacts_t const & Listed = Listing.GetEntry(0).Facts;
     ASSERT_TRUE(plat::PathGetFacts(m_Folder.Join("_x").c_str(), Facts));
     EXPECT_EQ(std::pair(Listed.tLastWrite, Listed.tCreation), std::pair(Facts.tLastWrite, Facts.tCreation));
+}
+
+TEST_F(PlatformFiles, IdentifiesAFolderByEachPathThatLeadsThere)
+{
+    std::string const sSub = m_Folder.MakeFolder("Sub"), sFile = m_Folder.Write("file", "x");
+    fs::create_symlink(sSub, m_Folder.Join("link"));
+    plat::FileIdentity_t First, Second;
+    EXPECT_EACH(plat::FolderGetIdentity(m_Folder.Join("sub").c_str(), First),
+        plat::FolderGetIdentity(m_Folder.Join("link").c_str(), Second), First == Second,
+        plat::FolderGetIdentity(m_Folder.GetPath().c_str(), Second), !(First == Second));
+    errno = 0;
+    EXPECT_FALSE(plat::FolderGetIdentity(sFile.c_str(), First));
+    EXPECT_EQ(errno, ENOTDIR);
 }
 
 TEST_F(PlatformFiles, ListsALargeFolderThatAThreadChanges)
@@ -244,7 +247,7 @@ TEST_F(PlatformFiles, OpensStreamsByAnySpellingAndCreatesByItsOwn)
 {
     std::string const sRoot = m_Folder.GetPath() + "\\";
     EXPECT_TRUE(plat::FolderCreate((sRoot + "Logs\\").c_str()));
-    EXPECT_FALSE(plat::FolderCreate((sRoot + "logs").c_str())) << "there in another spelling";
+    EXPECT_FALSE(plat::FolderCreate((sRoot + "logs").c_str())) << "it exists in another spelling";
     EXPECT_TRUE(plat::FolderCreate((sRoot + "logs\\Z").c_str()));
     EXPECT_FALSE(plat::FolderCreate((sRoot + "none\\slot").c_str()));
     m_Folder.Write("Logs/Old.log", "old\n");
@@ -277,14 +280,16 @@ TEST_F(PlatformFiles, CopiesContentsAndWriteTime)
     sContents.replace(1000, 3, "abc");
     std::string const sFrom = m_Folder.Write("From.bin", sContents), sFolder = m_Folder.GetPath();
     std::string const sTo = m_Folder.Write("To.bin", std::string(500000, 'o')), sSame = m_Folder.Join("same");
+    std::string const sPipe = MakePipe(m_Folder.Join("pipe"));
     timespec const dTimes[2] = { { 0, 0 }, { 1234567890, 0 } };
     ASSERT_EQ(utimensat(AT_FDCWD, sFrom.c_str(), dTimes, 0), 0);
     fs::create_hard_link(sFrom, sSame);
-    for (auto const & [sSource, sTarget, bCopied] : Rows_t<std::string, std::string, bool>{
-             { sFolder + "\\from.bin", sFolder + "\\to.BIN", true }, { sFrom, sSame, false },
-             { m_Folder.Join("none"), sTo, false }, { sFolder, sTo, false }, { sFrom, sFolder, false } })
+    for (auto const & [sSource, sTarget, bCopied] :
+        Rows_t<std::string, std::string, bool>{ { sFolder + "\\from.bin", sFolder + "\\to.BIN", true },
+            { sFrom, sSame, false }, { m_Folder.Join("none"), sTo, false }, { sFolder, sTo, false },
+            { sFrom, sFolder, false }, { sPipe, sTo, false }, { sFrom, sPipe, false } })
     {
-        EXPECT_EQ(plat::FileCopy(sSource.c_str(), sTarget.c_str()), bCopied) << sSource;
+        EXPECT_EQ(plat::FileCopy(sSource.c_str(), sTarget.c_str()), bCopied) << sSource << " to " << sTarget;
         EXPECT_EACH(m_Folder.Read("From.bin") == sContents, m_Folder.Read("To.bin") == sContents) << sSource;
     }
     EXPECT_EQ(fs::last_write_time(sTo), fs::last_write_time(sFrom));
@@ -308,6 +313,29 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
     EXPECT_TRUE(RunAsNobody([this]() { return !plat::TreeDelete(m_Folder.Join("Keep").c_str()); }));
     fs::permissions(m_Folder.Join("Keep"), fs::perms(0755));
     EXPECT_EQ(m_Folder.Read("Keep/file"), "kept");
+}
+
+TEST_F(PlatformFiles, LockTestWithoutLeasesNeedsTwoEqualTries)
+{
+    bool const bSuperuser = IsSuperuser();
+    std::string const sOther = bSuperuser ? m_Folder.Write("file", "1") : "/etc/passwd";
+    fs::permissions(m_Folder.GetPath(), fs::perms(0755));
+    if (bSuperuser)
+    {
+        fs::permissions(sOther, fs::perms(0666));
+    }
+    auto const TryTwice = [&]   // as no owner of the file, and without the right to leases
+    {
+        plat::FileLockTest_c LockTest(sOther.c_str());
+        EXPECT_EACH(!LockTest.Try(), LockTest.Try()) << "one try proves nothing";
+        if (bSuperuser)
+        {
+            m_Folder.Write("file", "22");
+            EXPECT_EACH(!LockTest.Try(), LockTest.Try()) << "written meanwhile";
+        }
+        return 0;
+    };
+    EXPECT_EQ(StatusAsNobody(TryTwice), 0);
 }
 
 TEST_F(PlatformFiles, ALogThatCantBeBegunAnewGoesOnInItsFile)
@@ -407,7 +435,7 @@ TEST_F(PlatformFiles, WritesThroughNothingThatWasPlanted)
         { "create", [&] { return Made(plat::FileCreate(sAt.c_str())); } },
         { "make", [&] { return Made(plat::FileMake(sAt.c_str(), plat::Rights_e::Private)); } },
         { "copy", [&] { return plat::FileCopy(sFrom.c_str(), sAt.c_str()); } },
-        { "beside", [&] { return plat::AsyncFile_c().Create(sAt.c_str()); } } };
+        { "asynchronous", [&] { return plat::AsyncFile_c().Create(sAt.c_str()); } } };
     auto const PlantAnothers = [&]
     {
         if (chown(m_Folder.Write("at", "kept").c_str(), geteuid() + 1, getegid()) != 0)

@@ -2,7 +2,6 @@
 
 #include "tests/machine_support.h"
 
-#include "platform/files.h"
 #include "platform/linux/openfile.h"
 
 #include <cstdlib>
@@ -104,33 +103,10 @@ TEST_F(FolderWatch, LeavesADescriptorThatIsAnothersByNow)
             write(dEnds[1], dEvent, sizeof dEvent) == sizeof dEvent, Batch() == u"-");
         m_Watch.Close();
         char dRead[sizeof dEvent];
-        EXPECT_EQ(read(iQueue, dRead, sizeof dRead), static_cast<ssize_t>(sizeof dRead)) << "it is left";
+        EXPECT_EQ(read(iQueue, dRead, sizeof dRead), static_cast<ssize_t>(sizeof dRead)) << "the event is still there";
         EXPECT_EACH(close(iQueue) == 0, close(dEnds[0]) == 0, close(dEnds[1]) == 0);
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild([&] { return ReplaceQueue(false); })), 0) << "it keeps no queue of the parent";
     ReplaceQueue(true);
-}
-
-TEST_F(FolderWatch, LockTestWithoutLeasesNeedsTwoEqualTries)
-{
-    bool const bSuperuser = IsSuperuser();
-    std::string const sOther = bSuperuser ? m_Folder.Write("file", "1") : "/etc/passwd";
-    fs::permissions(m_Folder.GetPath(), fs::perms(0755));
-    if (bSuperuser)
-    {
-        fs::permissions(sOther, fs::perms(0666));
-    }
-    auto const TryTwice = [&]   // as no owner of the file, and without the right to leases
-    {
-        plat::FileLockTest_c LockTest(sOther.c_str());
-        EXPECT_EACH(!LockTest.Try(), LockTest.Try()) << "one try proves nothing";
-        if (bSuperuser)
-        {
-            m_Folder.Write("file", "22");
-            EXPECT_EACH(!LockTest.Try(), LockTest.Try()) << "written meanwhile";
-        }
-        return 0;
-    };
-    EXPECT_EQ(StatusAsNobody(TryTwice), 0);
 }

@@ -109,14 +109,15 @@ TEST(PlatformReserve, FreesNoDescriptorOfTheHostAndOpensWhatTheHostHasClosed)
     };
     auto const Run = [&CountFreed]
     {
+        constexpr int LAST_OF_HOST = 60;
         closefrom(3);
-        while (dup(0) < 60)
+        while (dup(0) < LAST_OF_HOST)
         {}
         plat::ReserveAllow(true);
         EXPECT_EQ(CountFreed(), 0);
         plat::ReserveFill();
-        EXPECT_EQ(CountFreed(), 8);
-        EXPECT_EQ(dup(0), 61) << "the first number after the host's";
+        EXPECT_EQ(CountFreed(), 8) << "the whole reserve";
+        EXPECT_EQ(dup(0), LAST_OF_HOST + 1);
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
@@ -188,7 +189,7 @@ TEST(PlatformClock, RefusesAPeriodOfZeroAndReturnsTheLocalTime)
     EXPECT_LE(std::abs(std::difftime(std::time(nullptr), std::mktime(&Expected))), 3601.0) << "up to an hour set back";
 }
 
-TEST(PlatformModules, ANoteThatExceedsItsSegmentEndsTheSearchForABuildId)
+TEST(PlatformModules, FindABuildIdUnlessAnEarlierNoteCoversIt)
 {
     struct Note_s
     {

@@ -18,7 +18,7 @@ TEST(Startup, LibraryServesGlobalConstructorsAndLeavesNoBlock)
     EXPECT_EQ(RunStartupOrder(""), "done\n");
 }
 
-TEST(Startup, LeakReportAtExitNamesWhatTheCallerHadAndIsLogged)
+TEST(Startup, LeakReportAtExitNamesCategoryPlaceAndObjectAndIsLogged)
 {
     TempFolder_c const Folder;
     std::string const sOutput = RunStartupOrder("leak", Folder);

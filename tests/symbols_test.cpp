@@ -236,7 +236,7 @@ TEST_F(SymbolWalk, TheHelperRefusesAnotherWordSize)
 {
     int dEnds[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, dEnds), 0);
-    plat::SymbolStart_t const Start{ plat::SYMBOL_MAGIC, 0, 0, 0, 0, {}, {}, 0 };
+    plat::SymbolStart_t const Start{ plat::SYMBOL_MAGIC, 0, 0, 0, 0, {}, {}, 0 };   // addresses of 0 bytes
     plat::SymbolRequest_t const Request{ plat::ASK_FRAME, 0, 0 };
     plat::SymbolMemory_t const Memory{ 1, {} };
     send(dEnds[0], &Start, sizeof Start, 0);

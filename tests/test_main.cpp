@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-int main(int argc, char ** argv)
+int main(int nArguments, char ** dArguments)
 {
-    testing::InitGoogleTest(&argc, argv);
+    testing::InitGoogleTest(&nArguments, dArguments);
     // The system can't start the program anew if it runs in an emulator.
     testing::GTEST_FLAG(death_test_style) = *TEST_EMULATOR != 0 ? "fast" : "threadsafe";
     umask(022);                                            // what the tests expect of files that others may read

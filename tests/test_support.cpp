@@ -182,7 +182,7 @@ int RunInForeground(std::string const & sCommand)
         std::signal(SIGTTOU, SIG_IGN);
         setpgid(0, 0);
         tcsetpgrp(STDIN_FILENO, getpid());
-        execl("/bin/sh", "sh", "-c", sCommand.c_str(), nullptr);
+        BecomeShell(sCommand);
         _exit(127);
     }
     int iStatus = 0;
@@ -283,7 +283,7 @@ std::string AddressText(void const * pMemory)
 
 std::string Without(std::string sText, std::string_view sPart)
 {
-    for (std::size_t i; (i = sText.find(sPart)) != std::string::npos;)
+    for (std::size_t i = sText.find(sPart); i != std::string::npos; i = sText.find(sPart))
     {
         sText.erase(i, sPart.size());
     }

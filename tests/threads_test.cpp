@@ -131,9 +131,9 @@ namespace
         delete s_pPassed.exchange(nullptr);
         aligned_free_dbg(aligned_malloc_dbg(100, 64, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__));
         mem::CategoryInfo dInfo[mem::TOTAL];
-        std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
-        MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
-        EXPECT_GE(iMaxBytes, iBytes);
+        std::ptrdiff_t nAllocs, nBytes, nMaxBytes;
+        MemoryCategoriesGet(dInfo, nAllocs, nBytes, nMaxBytes);
+        EXPECT_GE(nMaxBytes, nBytes);
         EXPECT_LE(MemoryTotalBytesAllocated(), MemoryMaxTotalBytesAllocated());
         MemoryGetFrameAllocCount();
         mem::UserAllocatorInfo_c Own;

@@ -12,6 +12,9 @@ namespace
 {
     using testing::HasSubstr;
 
+    // Reason for which a test that sends signals is skipped in an emulator.
+    constexpr char NO_SIGNALS[] = "the emulator gives a thread the storage of another one after a signal";
+
     // Runs the host. Returns what it says on standard error, and its status: 2 bad command line, 3 no usable media or
     // an output among them, 4 not loaded or saved, 5 stats not written, 6 a service did not start, 7 not watched, 8
     // standard output full, 9 live memory not listed.
@@ -182,7 +185,7 @@ TEST(ZqHost, RefusesOutputsThatReplaceEachOtherOrTheMedia)
 
 TEST(ZqHost, RunsInAFolderOfAnyNameAndShowsWhatATerminalWouldObey)
 {
-    SKIP_IF(*TEST_EMULATOR != 0, "the emulator gives a thread the storage of another one after a signal");
+    SKIP_IF(*TEST_EMULATOR != 0, NO_SIGNALS);
     TempFolder_c const Folder;
     std::string const sHome = "c\x1B[31m\xC3\xBC", sMedia = sHome + "/m\x1B[31m\xC3\xBC";
     Folder.MakeFolder(sHome + "/back");
@@ -210,9 +213,9 @@ TEST(ZqHost, RunsInAFolderOfAnyNameAndShowsWhatATerminalWouldObey)
     EXPECT_EQ(std::count_if(sSaid.begin(), sSaid.end(), IsControl), 0) << sSaid;
 }
 
-TEST(ZqHost, KeepsItsWorldWhenTheTerminalGoes)
+TEST(ZqHost, KeepsItsWorldWhenTheTerminalGoesAndSaysWhyItCannotWatch)
 {
-    SKIP_IF(*TEST_EMULATOR != 0, "the emulator gives a thread the storage of another one after a signal");
+    SKIP_IF(*TEST_EMULATOR != 0, NO_SIGNALS);
     TempFolder_c const Folder;
     std::string const sHost =
         TEST_EMULATOR ZQHOST_PATH " --silent --watch --media " TEST_MEDIA_FOLDER " --log " + Folder.GetPath();

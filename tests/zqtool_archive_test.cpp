@@ -93,7 +93,7 @@ TEST_F(ZqtoolArchive, ShowsThePartsThatAreRecognised)
         "\n");
 }
 
-TEST_F(ZqtoolArchive, ReportsDamageWithItsOffset)
+TEST_F(ZqtoolArchive, ReportsDamageWithItsOffsetAndTheStateOfASave)
 {
     std::string const sArchive = Example("archive"), sGraph = Example("graph"), sSave = Example("save");
     // Without sExpected the tool finds nothing wrong.

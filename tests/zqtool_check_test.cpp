@@ -160,14 +160,20 @@ TEST(ZqtoolCheck, ShowsCellsAndWalksFolders)
                            + "\",\"kind\":\"spreadsheet\",\"whole\":true,\"rows\":1,\"columns\":[\"a\",\"b\"],"
                              "\"complaints\":[{\"line\":2,\"column\":5,\"text\":\"no column has this cell\"}]}]}\n");
     EXPECT_THAT(RunTool("check " + Folder.GetPath()).sOutput, HasSubstr("2 files, 1 complaint\n"));
-    EXPECT_EQ(RunTool("check " + Folder.Join("absent.txt")).iStatus, 1);
-    EXPECT_EQ(RunTool("check " + MakePipe(Folder.Join("pipe.csv"))).iStatus, 1);
+}
+
+TEST(ZqtoolCheck, RefusesUnreadableFilesAndWrongArguments)
+{
+    TempFolder_c const Folder;
+    // Statuses: 1 a file can't be read, 2 wrong arguments.
+    for (auto const & [sArguments, iStatus] :
+        Rows_t<std::string, int>{ { Folder.Join("absent.txt"), 1 }, { MakePipe(Folder.Join("pipe.csv")), 1 }, { "", 2 },
+            { "--as wish a", 2 }, { "--as script --schema a b", 2 } })
+    {
+        EXPECT_EQ(RunTool("check " + sArguments).iStatus, iStatus) << sArguments;
+    }
     std::string const sLarge = Folder.Write("large.scr", "");
     std::filesystem::resize_file(sLarge, INT_MAX);
     EXPECT_THAT(
         RunTool("check " + sLarge).sOutput, HasSubstr("large.scr: it has 2147483647 bytes, more than 2147483646\n"));
-    for (char const * szWrong : { "check", "check --as wish a", "check --as script --schema a b" })
-    {
-        EXPECT_EQ(RunTool(szWrong).iStatus, 2) << szWrong;
-    }
 }

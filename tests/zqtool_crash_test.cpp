@@ -159,7 +159,7 @@ protected:
     TempFolder_c const m_Folder;
 };
 
-TEST_F(ZqtoolCrash, ShowsTheDetails)
+TEST_F(ZqtoolCrash, ShowsTheDetailsOfACrashWhateverNamesIt)
 {
     std::string const sDetails = WriteDetails(DETAILS);
     EXPECT_THAT(RunTool("crash " + sDetails), Ends(0, Replaced(SHOWN, "FILE", m_Folder.Join(STEM))));
@@ -260,7 +260,7 @@ TEST_F(ZqtoolCrash, NamesTheHostsFunctionAsTheCauseNotTheRuntimeThatEndsTheProce
 
 TEST_F(ZqtoolCrash, ShowsWhatTheLibraryWrites)
 {
-    SKIP_IF(!SharesMemoryUntilExec(), "no program starts from a fault here");
+    NEEDS_VFORK;
     RunIn(m_Folder, "write busy silent", ZQSYMBOLS_PATH);
     Result_t const Result = RunTool("crash --json " + m_Folder.GetPath());
     ASSERT_EQ(Result.iStatus, 0) << Result.sOutput;
@@ -306,12 +306,15 @@ TEST_F(ZqtoolCrash, FoldsByCauseTheLargestGroupFirst)
     EXPECT_EQ(Json_t({ Largest["count"], Largest["first"], Largest["versions"]["Robots v2.8"],
                   Largest["sample"]["thread"]["frames"].size() }),
         Json_t({ 2, "2013-02-01 09:05:41", 1, 5u }));
+}
 
+TEST_F(ZqtoolCrash, ThePageHasTheLogOfACrashWithoutFrames)
+{
     std::string sBare = DETAILS;
     std::size_t const iFrames = sBare.find("#0 5566");
-    WriteDetails(sBare.erase(iFrames, sBare.find("[Later]") - iFrames), "bare/CrashReport_5");
-    RunTool("crash --html " + m_Folder.Join("bare.html") + " " + m_Folder.Join("bare"));
-    EXPECT_THAT(m_Folder.Read("bare.html"), HasSubstr("last words")) << "a crash without frames has a log";
+    WriteDetails(sBare.erase(iFrames, sBare.find("[Later]") - iFrames));
+    RunTool("crash --html " + m_Folder.Join("page.html") + " " + m_Folder.GetPath());
+    EXPECT_THAT(m_Folder.Read("page.html"), HasSubstr("last words"));
 }
 
 TEST_F(ZqtoolCrash, CountsTheVersionsOfEachGroupInOrder)
@@ -432,7 +435,7 @@ TEST_F(ZqtoolCrash, ContinuedReportsAreSeveralCrashes)
 
 TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
 {
-    SKIP_IF(!SharesMemoryUntilExec(), "no program starts from a fault here");
+    NEEDS_VFORK;
     std::string const sProgram = m_Folder.Join("stripped"), sSymbols = m_Folder.MakeFolder("symbols/.build-id/ab");
     SKIP_IF(RunShell("objcopy --only-keep-debug '" CRASHER_PATH "' '" + sSymbols + "/cd.debug' && strip -o '" + sProgram
                      + "' '" CRASHER_PATH "'")
@@ -461,9 +464,9 @@ TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
 
 TEST_F(ZqtoolCrash, ColoursAreForTerminalsAlone)
 {
-    std::string const sFile = WriteDetails(Replaced(
-                          DETAILS, "last words", "\x1B[5m\x7F\xC2\x9B\xE2\x80\xAE\xF0\x9F\x9A\x80\xE2\x80\t\"")),
-                      sCommand = " TERM=xterm '" ZQTOOL_PATH "' crash '" + sFile + "'";
+    std::string const sFile =
+        WriteDetails(Replaced(DETAILS, "last words", "\x1B[5m\x7F\xC2\x9B\xE2\x80\xAE\xF0\x9F\x9A\x80\xE2\x80\t\""));
+    std::string const sCommand = " TERM=xterm '" ZQTOOL_PATH "' crash '" + sFile + "'";
     EXPECT_THAT(RunTool("crash --json " + sFile).sOutput,
         HasSubstr("\"\\u001b[5m\\u007f\\u009b\\u202e\\ud83d\\ude80\\ufffd\\t\\\"\""));
     auto const Shown = [](std::string const & sLine)

@@ -14,7 +14,7 @@ namespace
                                "340; GFX; a (1); x.cpp(12)\n0; Core; src/<b>.cpp(7)\n\nTotal allocations\n4";
 }
 
-TEST(ZqtoolMemory, PrintsTheLargestFirst)
+TEST(ZqtoolMemory, ShowsTheLargestFirstInTextAndOnAPage)
 {
     TempFolder_c const Folder;
     std::string const sFile = Folder.Write("allocations.csv", REPORT + TAIL);

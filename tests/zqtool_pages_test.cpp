@@ -80,6 +80,8 @@ namespace
         return sText + "\nTotal allocations\n" + std::to_string(nBlocks) + "; total\n";
     }
 
+    // Script that reports labels and boxes out of place, what the keys select, the scheme and the width, and also the
+    // figures that the page shows.
     constexpr char LAYOUT_SCRIPT[] = R"js(
 const seen = [], rectOf = (element) => element.getBoundingClientRect();
 const meet = (a, b) => Math.min(a.right, b.right) - Math.max(a.left, b.left) > 0.5

@@ -20,6 +20,7 @@ namespace
     constexpr char UGLY[] = "</script><b id=evil>&\"'\\\x1B[1m\xFF_x";
     static_assert(sizeof UGLY == 32, "the longest name that there is");
 
+    // Returns the time and the calls of a timer in a frame.
     timerFrame_t Measured(std::size_t iTimer, std::size_t iFrame)
     {
         std::int64_t const tExtra = iFrame == WORST ? 18000 : 0;
@@ -213,6 +214,7 @@ TEST_F(ZqtoolStats, ReportsWhereTheFileIsDamagedAndShowsTheRest)
 
 TEST_F(ZqtoolStats, FailsOverALimit)
 {
+    // Statuses: 0 each limit is kept, 1 one is exceeded, 2 wrong arguments.
     for (auto const & [sLimits, iStatus, sExpected] : Rows_t<std::string, int, std::string>{
              { "frame.worst=20ms", 0, "" }, { "frame.p99=0.0021s --fail-over world.peak=20ms", 0, "" },
              { "frame.mean=2000us --fail-over frame.median=2ms", 1, "frame.mean is 2.06 ms, over its limit of 2 ms\n" },

@@ -82,9 +82,8 @@ TEST(Zqtool, HelpGoesToStandardOutputAndMistakesToStandardError)
     }
 }
 
-TEST(Zqtool, TheManualAndThePageHaveEachOption)
+TEST(Zqtool, TheManualThePageAndJsonHaveTheOptions)
 {
-    TempFolder_c const Folder;
     EXPECT_THAT(RunTool("help hash --json").sOutput,
         HasSubstr("{\"names\":[\"--check\"],\"value\":\"LIST\",\"purpose\":\"check the files that"));
     std::string const sManual = RunTool("help --man").sOutput;
@@ -93,7 +92,7 @@ TEST(Zqtool, TheManualAndThePageHaveEachOption)
     for (std::string const & sCommand : Commands())
     {
         std::string sPart = Section(sManual, ".SS ", sCommand);
-        for (std::size_t nEscape; (nEscape = sPart.find("\\-")) != std::string::npos;)
+        for (std::size_t nEscape = sPart.find("\\-"); nEscape != std::string::npos; nEscape = sPart.find("\\-"))
         {
             sPart.erase(nEscape, 1);
         }
@@ -108,6 +107,7 @@ TEST(Zqtool, TheManualAndThePageHaveEachOption)
         }
     }
     SKIP_IF(RunShell("command -v groff").iStatus != 0, "needs groff");
+    TempFolder_c const Folder;
     Folder.Write("zqtool.1", sManual);
     EXPECT_EQ(RunShell("groff -man -ww -z " + Folder.Join("zqtool.1") + " 2>&1").sOutput, "");
 }

@@ -7,6 +7,7 @@ namespace
     namespace fs = std::filesystem;
     using testing::EndsWith, testing::HasSubstr;
 
+    // Fixture with media that hold each kind of finding, in the current folder.
     class ZqtoolTree : public testing::Test
     {
     protected:

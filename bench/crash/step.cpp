@@ -1,4 +1,5 @@
-// step.cpp: one frame of the stack, compiled once for each STEP. The last frame faults.
+// step.cpp: a frame of the stack, the one with the number STEP. With STEP_LAST it faults. Without STEP the source only
+// has the debug information of heavy.h.
 #include "heavy.h"
 
 #ifdef STEP

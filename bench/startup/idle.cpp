@@ -1,5 +1,5 @@
-// idle.cpp: a program that starts and ends. The cost of loading is the difference between its builds with and without
-// the library.
+// idle.cpp: a program that starts and ends.
+// The cost of loading is the difference between its builds with and without the library.
 #include <cstdio>
 #include <cstring>
 

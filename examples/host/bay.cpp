@@ -16,11 +16,11 @@ namespace
     {
         for (Good_s const & Good : Bay.dGoods)
         {
-            float const fDay = &Good == Harbour.pMakes   ? static_cast<float>(Harbour.nOutput)
-                               : &Good == Harbour.pWants ? static_cast<float>(-Harbour.nAppetite)
-                                                         : -OTHER_APPETITE;
+            float const fPerDay = &Good == Harbour.pMakes   ? static_cast<float>(Harbour.nOutput)
+                                  : &Good == Harbour.pWants ? static_cast<float>(-Harbour.nAppetite)
+                                                            : -OTHER_APPETITE;
             float & fStock = Harbour.dStock[Good.iNumber];
-            fStock = std::clamp(fStock + fDay / HOURS, 0.0f, static_cast<float>(Harbour.nQuay));
+            fStock = std::clamp(fStock + fPerDay / HOURS, 0.0f, static_cast<float>(Harbour.nQuay));
         }
     }
 
@@ -51,10 +51,10 @@ namespace
     }
 
     // Adds marks to the ship's profit and to its house's purse.
-    void Earn(Ship_s & Ship, long long nMarks)
+    void Earn(Ship_s & Ship, long long iMarks)
     {
-        Ship.iProfit += nMarks;
-        Ship.pHouse->iPurse += nMarks;
+        Ship.iProfit += iMarks;
+        Ship.pHouse->iPurse += iMarks;
     }
 
     // Pays the harbour's dues and sells the cargo.

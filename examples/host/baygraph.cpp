@@ -1,5 +1,7 @@
-// The game as a graph of objects in an archive. A ship is stored whole. A definition from the media is stored as its
-// ident, by which a load finds it, and the values that the game has changed.
+// The game as a graph of objects in an archive.
+//
+// A ship is stored whole. A definition from the media is stored as its ident, by which a load finds it, and the values
+// that the game has changed.
 #include "bay.h"
 #include "graph.h"
 #include "mission.h"
@@ -210,7 +212,7 @@ namespace
     void SerializeMission(Serializeable_c & Archive, Mission_s & Mission)
     {
         Archive.SerializeString(Mission.sTitle);
-        Array_T<Goal_s, 16, 0> & dGoals = Mission.dGoals;
+        Items_T<Goal_s> & dGoals = Mission.dGoals;
         int const nGoals = dGoals.GetLength();
         if (Archive.IsReading())
         {

@@ -154,8 +154,8 @@ void ReportMemory()
         return;
     }
     mem::CategoryInfo dInfo[mem::TOTAL];
-    std::ptrdiff_t iAllocs = 0, iBytes = 0, iMaxBytes = 0;
-    MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes);
+    std::ptrdiff_t nBlocks = 0, nBytes = 0, nMaxBytes = 0;
+    MemoryCategoriesGet(dInfo, nBlocks, nBytes, nMaxBytes);
     PrintMemory("category", "live blocks", "live", "peak");
     for (int i = 0; i < mem::TOTAL; ++i)
     {
@@ -166,7 +166,7 @@ void ReportMemory()
         }
     }
     PrintMemory(
-        "all", Sz(Grouped(iAllocs)), Sz(Size(static_cast<double>(iBytes))), Sz(Size(static_cast<double>(iMaxBytes))));
+        "all", Sz(Grouped(nBlocks)), Sz(Size(static_cast<double>(nBytes))), Sz(Size(static_cast<double>(nMaxBytes))));
 }
 
 void ReportComplaints(Notes_s const & Notes)

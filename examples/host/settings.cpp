@@ -16,7 +16,7 @@ namespace
 
     using Text_t = ModuleSettings_c::Text_t;
 
-    // A setting: a number in a range, or a text.
+    // A setting: a number in a range, or a text. The pointer of the other kind is null.
     struct Setting_s
     {
         char const * szName;

@@ -181,16 +181,13 @@ void Survey_c::StreamFiles(int nFiles)
     {
         File_c & File = *m_dStreamed[m_iNext];
         m_iNext = (m_iNext + 1) % m_dStreamed.GetLength();
-        if (SizeOf(File) != 0)   // may have been emptied while the host runs
+        if (SizeOf(File) > WHOLE_LIMIT)
         {
-            if (SizeOf(File) <= WHOLE_LIMIT)
-            {
-                FileClose(FileOpen(File.sName));
-            }
-            else
-            {
-                StreamPiece(File);
-            }
+            StreamPiece(File);
+        }
+        else if (SizeOf(File) != 0)   // may have been emptied while the host runs
+        {
+            FileClose(FileOpen(File.sName));
         }
     }
 }

@@ -1,4 +1,4 @@
-// Times its frames, and writes the timers of each frame for `zqtool stats`: profile_frames FILE
+// Times its frames, and writes the timers of each frame for `zqtool stats`: profile_frames [FILE]
 #include "zqcore/cprofile.h"
 #include "zqcore/ctimer.h"
 

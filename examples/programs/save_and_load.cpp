@@ -53,6 +53,7 @@ namespace
         return bStored ? "" : sWhyNot.empty() ? "the archive failed" : sWhyNot;
     }
 
+    // Prints why the program fails. Returns its status.
     int Fail(std::string const & sWhyNot)
     {
         std::fprintf(stderr, "save_and_load: %s\n", sWhyNot.c_str());

@@ -11,7 +11,7 @@ namespace
     void PrintCategories()
     {
         mem::CategoryInfo dInfo[mem::TOTAL];
-        std::ptrdiff_t nBlocks = 0, nBytes = 0, nMostBytes = 0;
+        std::ptrdiff_t nBlocks = 0, nBytes = 0, nMostBytes = 0;   // totals, not printed here
         MemoryCategoriesGet(dInfo, nBlocks, nBytes, nMostBytes);
         for (mem::Categories_e const eCategory : { mem::GameWorld, mem::Sound })
         {
@@ -43,6 +43,6 @@ int main()
     MemoryResetFrameAllocCount();   // and ends
     std::printf("%u allocation in the frame\n", MemoryGetFrameAllocCount());
     PrintCategories();
-    MemoryLogAllocations();                    // allocations.csv
+    MemoryLogAllocations();                    // writes allocations.csv and uncategorized.csv
     return std::fflush(stdout) == 0 ? 0 : 1;   // fails if the output is lost
 }

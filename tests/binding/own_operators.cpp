@@ -1,4 +1,4 @@
-// Operators new and delete of a program, of the kind that GAME_OPERATORS names.
+// own_operators.cpp: operators new and delete of a program, of the kind that GAME_OPERATORS names.
 #include "zqcore/cmemory.h"
 
 #include <cstdlib>
@@ -8,7 +8,7 @@
 
 namespace
 {
-    constexpr std::size_t HEAD = 16;          // bytes of the head that some kinds add before a block
+    constexpr std::size_t HEAD = 16;          // alignment, and bytes of the head that some kinds add before a block
     constexpr std::size_t SMALL = 2 * HEAD;   // bytes of the largest small block
 
     // Call the operators that come after the program's.
@@ -50,14 +50,14 @@ namespace
                 DeleteOfNext(pBlock);
             }
         }
-    } FORWARDS;
+    } g_Forwards;
 
     // A heap, whose delete expects no null.
     [[maybe_unused]] struct
     {
         void * New(std::size_t nBytes) { return WithoutHead(std::malloc(HEAD + nBytes)); }
         void Delete(void * pBlock) { std::free(WithHead(pBlock)); }
-    } HAS_HEAP;
+    } g_HasHeap;
 
     // Operators that add a head to each block of the next ones.
     [[maybe_unused]] struct
@@ -70,7 +70,7 @@ namespace
                 DeleteOfNext(WithHead(pBlock));
             }
         }
-    } ADDS_HEAD;
+    } g_AddsHead;
 
     // Operators that serve small blocks from their room, none of it twice, and forward all others.
     [[maybe_unused]] struct
@@ -94,7 +94,7 @@ namespace
                 DeleteOfNext(pBlock);
             }
         }
-    } SERVES_SMALL;
+    } g_ServesSmall;
 
     // Operators that call the library's heap instead of its operators.
     [[maybe_unused]] struct
@@ -104,7 +104,7 @@ namespace
             return aligned_malloc_dbg(nBytes, HEAD, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
         }
         void Delete(void * pBlock) { aligned_free_dbg(pBlock); }
-    } CALLS_HEAP;
+    } g_CallsHeap;
 }
 
 __attribute__((visibility("default"))) void * operator new(std::size_t nBytes)

@@ -18,6 +18,7 @@
 
 #include "platform/faults.h"
 #include "platform/fork.h"
+#include "platform/memory.h"
 #include "platform/process.h"
 #include "platform/stack.h"
 #include "platform/threads.h"
@@ -124,7 +125,7 @@ extern "C"
 namespace
 {
     template <typename CALL>
-    auto CallInHeap(CALL Call)
+    auto CallInHeap(CALL fnCall)
     {
         if (g_iNoHeap != 0 && g_iNoHeap == syscall(SYS_gettid))
         {
@@ -133,11 +134,11 @@ namespace
         }
         while (g_HeapLock.test_and_set())
         {}
-        struct Leave_s
+        struct Unlock_c
         {
-            ~Leave_s() { g_HeapLock.clear(); }
-        } const Leave;
-        return Call();
+            ~Unlock_c() { g_HeapLock.clear(); }
+        } const Unlock;
+        return fnCall();
     }
 }
 
@@ -199,7 +200,7 @@ namespace
         static void Call(Pure_i & Object) { Object.Pure(); }
         virtual void Pure() = 0;
     };
-    struct Pure_s : Pure_i
+    struct Pure_c : Pure_i
     {
         void Pure() override {}
     };
@@ -244,8 +245,9 @@ namespace
     {
         int const hFile = open("short", O_RDWR | O_CREAT, 0600);
         [[maybe_unused]] int const iCut = ftruncate(hFile, 1);
-        auto * const p = static_cast<char volatile *>(mmap(nullptr, 8192, PROT_READ, MAP_SHARED, hFile, 0));
-        static_cast<void>(p[4096]);
+        auto * const p =
+            static_cast<char volatile *>(mmap(nullptr, 2 * plat::MEMORY_PAGE, PROT_READ, MAP_SHARED, hFile, 0));
+        static_cast<void>(p[plat::MEMORY_PAGE]);
     }
 
     // Sets flags of the processor, then reads a misaligned word.
@@ -332,7 +334,7 @@ namespace
         { "values", HEAP, FaultAmongValues },
         { "many", PLAIN, FaultAmongMany },
         { "depth", PLAIN, FaultInDepth },
-        { "pure", HEAP, [] { Pure_s const Object; } },
+        { "pure", HEAP, [] { Pure_c const Object; } },
         { "interrupted", PLAIN, Interrupted },
         { "handler", HEAP,
             []
@@ -346,7 +348,7 @@ namespace
     Fault_t const * g_pFault = nullptr;
     plat::FaultFilter_t g_fnFilter = nullptr;
 
-    // Does what the library does, without the heap, however the fault reached the filter.
+    // Calls the library's filter, in which the heap is forbidden, and says whether that left the log open.
     long Filter(plat::FaultPointers_t const * pFault)
     {
         ForbidHeap();
@@ -381,8 +383,8 @@ namespace
         plat::FaultFilterSet(fnFilter);
     }
 
-    // Sets a previous filter for the library's. It deals with the first fault only.
-    void FaultAgain()
+    // Sets a previous filter for the library's. It handles the first fault only, so the instruction faults again.
+    void HandleFirstFault()
     {
         plat::FaultFilter_t const fnFilter = plat::FaultFilterSet(
             [](plat::FaultPointers_t const *)
@@ -621,7 +623,7 @@ namespace
                     },
                     false);
             } },
-        { "again", FaultAgain },
+        { "again", HandleFirstFault },
         { "reportfaults", [] { std::thread(FaultTheReport).detach(); } },
         { "two", [] { std::thread(FaultOnHostThread).detach(); } },
         { "thread", [] { std::thread(FaultOnHostThread).join(); } },

@@ -54,5 +54,5 @@ int main(int nArguments, char ** dArguments)
             return Program.fnMain();
         }
     }
-    return DOCUMENTS_NO_PROGRAM;   // no program has the name
+    return DOCUMENTS_NO_PROGRAM;
 }

@@ -122,7 +122,7 @@ namespace
     std::string ReadArchive(std::string const & sFolder)
     {
         std::string const sBytes = Contents(sFolder + "/deep/kept.sav");
-        bool bWhole = sBytes.size() == 4 + 4 * VALUES;
+        bool bWhole = sBytes.size() == 4 + 4 * VALUES;   // the version and the values
         std::string const sFirst = bWhole ? sBytes.substr(4, 1) : "";
         for (std::size_t i = 4; bWhole && i < sBytes.size(); i += 4)
         {
@@ -131,20 +131,25 @@ namespace
         return !bWhole ? "damaged" : sFirst == "o" ? "old" : "new";
     }
 
+    bool IsWholeReport(std::string const & sReport)
+    {
+        return sReport.find("; total\n") != std::string::npos;
+    }
+
     bool WriteReport(std::string const & sFolder, std::string const & sText)
     {
         MemCategoryScope_c const Scope(mem::AI);
         char * const pBlock = ZQ_NEW char[sText == "old" ? 1111 : 2222];
         MemoryLogAllocations();
         delete[] pBlock;
-        std::string const sReport = Contents(sFolder + "/allocations.csv");
-        bool const bWhole = sReport.find("; total\n") != std::string::npos && !MemoryLogAllocationsFailed();
+        bool const bWhole = IsWholeReport(Contents(sFolder + "/allocations.csv")) && !MemoryLogAllocationsFailed();
         return bWhole || Fail("report: not whole");
     }
 
     std::string ReadReport(std::string const & sFolder)
     {
-        return Contents(sFolder + "/allocations.csv").find("1111; ") != std::string::npos ? "old" : "new";
+        std::string const sReport = Contents(sFolder + "/allocations.csv");
+        return !IsWholeReport(sReport) ? "damaged" : sReport.find("1111; ") != std::string::npos ? "old" : "new";
     }
 
     // Returns "old" or "new" by the last line of this program, or "damaged: " and the first damaged line.
@@ -217,7 +222,7 @@ namespace
     {
         char const * szName;
         bool (*fnWrite)(std::string const & sFolder, std::string const & sText);
-        std::string (*fnRead)(std::string const & sFolder);
+        std::string (*fnRead)(std::string const & sFolder);   // null if the program does not check the service's data
     };
     constexpr Service_s SERVICES[] = { { "registry", WriteRegistry, ReadRegistry },
         { "clipboard", WriteClipboard, ReadClipboard }, { "archive", WriteArchive, ReadArchive },

@@ -4,7 +4,7 @@
 //
 // The main thread runs frames without pause: the heartbeats, both profilers, opens and asynchronous reads, and now and
 // then a rewritten table, a save, a registry value and a complaint. Seven more threads allocate under categories, log,
-// and complain. After each tenth of the frames a line shows what the process holds. Status 1 in these cases:
+// and complain. After each tenth of the frames a line shows what the process holds. The status is 1 in these cases:
 // - A module did not start.
 // - A save, a table or a registry value failed, or a complaint was not heard. A line at the end has the counts.
 // - From the second line to the last, one of these grew by more than its play: live blocks of a category, descriptors,
@@ -44,9 +44,10 @@
 namespace
 {
     constexpr int THREADS = 7, FILES = 40;
-    constexpr int SELDOM = 1000;       // frames, or rounds of a thread, from one rare step to the next
-    constexpr int LOG_LIMIT = 10000;   // bytes of one file of a log
-    constexpr int PREVIOUS_LOGS = 2;   // files of a log besides the newest
+    constexpr int BLOCKS_PLAY = 2 * THREADS;   // of a category: a thread holds a few blocks at any moment
+    constexpr int SELDOM = 1000;               // frames, or rounds of a thread, from one rare step to the next
+    constexpr int LOG_LIMIT = 10000;           // bytes of one file of a log
+    constexpr int PREVIOUS_LOGS = 2;           // files of a log besides the newest
     constexpr int LOGS_LIMIT = (THREADS + 1) * (1 + PREVIOUS_LOGS) * LOG_LIMIT;   // bytes of all logs
 
     std::atomic<bool> g_bOver = false;
@@ -92,8 +93,7 @@ namespace
         return Held;
     }
 
-    // Returns whether a number grew by more than iPlay, and prints such a growth. Threads hold a few blocks at any
-    // moment.
+    // Returns whether a number grew by more than iPlay, and prints such a growth.
     bool Grew(char const * szWhat, std::ptrdiff_t iFirst, std::ptrdiff_t iLast, std::ptrdiff_t iPlay)
     {
         bool const bGrew = iLast > iFirst + iPlay;
@@ -113,7 +113,7 @@ namespace
         for (int i = 0; i < mem::TOTAL; ++i)
         {
             char const * const szName = MemoryCategoryName(static_cast<mem::Categories_e>(i));
-            bGrew |= Grew(szName, First.dCategories[i].iCount, Last.dCategories[i].iCount, 2 * THREADS);
+            bGrew |= Grew(szName, First.dCategories[i].iCount, Last.dCategories[i].iCount, BLOCKS_PLAY);
         }
         return bGrew;
     }
@@ -137,7 +137,7 @@ namespace
 
     void RunThread(int iThread)
     {
-        auto const eCategory = static_cast<mem::Categories_e>(2 + iThread);   // another for each thread
+        auto const eCategory = static_cast<mem::Categories_e>(mem::NORMAL_BLOCK + iThread);   // another for each thread
         std::string const sLog = "thread" + std::to_string(iThread) + ".log";
         for (int i = 0; !g_bOver; ++i)
         {

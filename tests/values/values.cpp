@@ -32,33 +32,33 @@ namespace
         int nNumber;
         float fNumber;
     };
-    struct Base_t
+    struct Base_s
     {
-        virtual ~Base_t() = default;
+        virtual ~Base_s() = default;
         long long nBase = -5;
     };
-    struct Whole_t : Base_t
+    struct Whole_s : Base_s
     {
-        struct Inner_t
+        struct Inner_s
         {
             Colour_e eColour = Colour_e::Red;
             char const * szText = "inner";
         };
-        Inner_t Inner;
+        Inner_s Inner;
         Either_u Either = { 7 };
         unsigned nLow : 3 = 5, nHigh : 9 = 300;
         double dNumbers[1] = { 2.5 };
         static int s_nShared;
     };
-    int Whole_t::s_nShared = 1;
+    int Whole_s::s_nShared = 1;
 
     // Structure that is passed by a hidden reference.
-    struct Passed_t
+    struct Passed_s
     {
-        explicit Passed_t(int n)
+        explicit Passed_s(int n)
             : nPassed(n)
         {}
-        Passed_t(Passed_t const & Other)
+        Passed_s(Passed_s const & Other)
             : nPassed(Other.nPassed + 1)
         {}
         int nPassed;
@@ -66,7 +66,7 @@ namespace
 
     int * volatile g_pNowhere = nullptr;
 
-    // Makes the compiler keep a variable in memory.
+    // Make the compiler keep a variable in memory, or several.
     template <typename T>
     inline void KeepOne(T const & Variable)
     {
@@ -79,7 +79,7 @@ namespace
     }
 
     // Faults. The register of the hidden reference is known only from the call.
-    NOT_INLINED int Fault(Passed_t Passed, float fParameter)
+    NOT_INLINED int Fault(Passed_s Passed, float fParameter)
     {
         bool bBool = true;
         char cChar = 'x';
@@ -106,18 +106,18 @@ namespace
     {
         T Twice = Value * 2;
         Keep(Value, Twice);
-        return Fault(Passed_t(static_cast<int>(Twice)), 0.5f) + static_cast<int>(Twice);
+        return Fault(Passed_s(static_cast<int>(Twice)), 0.5f) + static_cast<int>(Twice);
     }
 
-    struct Object_t
+    struct Object_s
     {
         int nMember = 11;
 
         __attribute__((noinline)) int Run(int nRuns)
         {
             int nCaptured = nRuns + 1;
-            Whole_t Whole;
-            Whole_t const & Reference = Whole;
+            Whole_s Whole;
+            Whole_s const & Reference = Whole;
             auto fnLambda = [this, nCaptured, &Whole](int nArgument) __attribute__((noinline))
             {
                 int nInLambda = nArgument + nCaptured + nMember;
@@ -142,27 +142,27 @@ namespace
     };
 
     // Holds variables of many kinds during the fault. Whatever is not kept in memory is used after the call.
-    NOT_INLINED int Contain(Object_t & Object, std::string_view sView, std::optional<short> iPassed, Colour_e eColour)
+    NOT_INLINED int Contain(Object_s & Object, std::string_view sView, std::optional<short> iPassed, Colour_e eColour)
     {
         std::string sText("a text that is too long for the object"), sShort("a \"text\"\n");
         std::vector<int> dNumbers(20, 70000);
         std::vector<std::string> const dTexts = { sShort, "two" };
-        std::optional<Colour_e> iSome = eColour;
+        std::optional<Colour_e> eSome = eColour;
         std::optional<int> iNone;
         std::unique_ptr<Colour_e> pOwned = std::make_unique<Colour_e>(eColour), pNone;
         std::string_view const sKept = sView.substr(2, 3);
         String_T<16> sFixed("fixed");
-        Whole_t dWholes[2];
+        Whole_s dWholes[2];
         Wide_e const eWide = Wide_e::Top;
         wchar_t const * wszWide = L"w\u00EFde";
         char16_t const * szPair = u"a \U0001F600 pair";
-        int (*fnCall)(Passed_t, float) = Fault;
+        int (*fnCall)(Passed_s, float) = Fault;
         Colour_e const eUsed = static_cast<Colour_e>(static_cast<int>(eColour) + 1);
         long nUsed = sText.size() * -1000L;
-        Keep(sText, sShort, dNumbers, dTexts, iSome, iNone, pOwned, pNone, sKept, sFixed, dWholes, eWide, wszWide,
+        Keep(sText, sShort, dNumbers, dTexts, eSome, iNone, pOwned, pNone, sKept, sFixed, dWholes, eWide, wszWide,
             szPair, fnCall);
         int const nResult = Object.Run(1);
-        Keep(sText, dNumbers, dTexts, iSome, iNone);
+        Keep(sText, dNumbers, dTexts, eSome, iNone);
         return nResult + static_cast<int>(eUsed) + static_cast<int>(nUsed) + static_cast<int>(sView.size()) + sView[0]
                + *iPassed + static_cast<int>(eColour);
     }
@@ -171,6 +171,6 @@ namespace
 int main()
 {
     LogSetFile(L"./", L"message.log");
-    Object_t Object;
+    Object_s Object;
     return Contain(Object, "a view", 7, Colour_e::Red);
 }
