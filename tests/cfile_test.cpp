@@ -103,6 +103,7 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
     EXPECT_EQ(m_Log.Count("File '" + Folded("empty.bin") + "' is empty!"), 1);
     FileSetEmptyAllowed(false);
     FileClose(pEmpty);
+    bool const bShort = FileExists("short.bin") && FileStream("short.bin")->iLength == 4096;
     for (auto const & [szName, szReport, sReason, iLength] : Rows_t<char const *, char const *, std::string, int>{
              { "gone.bin", "Cannot open file", "No such file or directory", 1 },
              { "folder.bin", "Cannot open file", "Is a directory", 1 },
@@ -112,9 +113,9 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
         SCOPED_TRACE(szName);
         m_Log.Clear();
         s_dReported.clear();
-        if (iLength == 4096 && (!FileExists(szName) || FileStream(szName)->iLength != 4096))
+        if (iLength == 4096 && !bShort)
         {
-            continue;   // no file is at hand that has fewer bytes than its size
+            continue;
         }
         EXPECT_EQ(FileOpen(szName), nullptr);
         EXPECT_EQ(m_Log.GetText(), std::string("FileOnDisk_c::Open: ") + szReport + ": '" + Folded(szName) + "'\n"
@@ -143,6 +144,7 @@ TEST_F(FileTest, SaysWhyAFileCantBeRead)
     m_Folder.Write("gone.bin", "y");
     EXPECT_EQ(Contents(FileOpen("gone.bin")), "y");
     EXPECT_EQ(FileGetWhyNot("gone.bin"), "");
+    SKIP_IF(!bShort, "no file is at hand that has fewer bytes than its size");
 }
 
 TEST_F(FileTest, SaysThatReadingIsNotPermitted)

@@ -125,6 +125,12 @@ TEST(Memory, AnEndedThreadLeavesNoCategoryToTheNext)
         });
 }
 
+TEST(Memory, NamesItsCategories)
+{
+    EXPECT_STREQ(MemoryCategoryName(mem::Core), "Core");
+    EXPECT_STREQ(MemoryCategoryName(mem::Generator), "Generator");
+}
+
 // A fence follows the caller's bytes directly, with every alignment. It ends 4 bytes after the heap's block. Its first
 // 16 bytes and its last 4 are checked.
 TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)

@@ -60,7 +60,7 @@ TEST_F(ZqtoolCache, RefusesWhatIsNoCacheOrNoWholeTree)
     m_Folder.Write("short.bin", m_Folder.Read("good.bin").substr(0, 40));
     m_Folder.Write("second.bin", std::string("\0\0\2\0", 4) + "more");
     fs::create_symlink("loop", m_Folder.Join("loop"));
-    // Statuses: 1 a file can't be read or written, 2 wrong arguments.
+    // Statuses: 1 a file is damaged, or can't be read or written, 2 wrong arguments.
     for (auto const & [szArguments, iStatus, szOutput] : Rows_t<char const *, int, char const *>{
              { "short.bin", 1, "short.bin: damaged at byte 39: no whole folder record\n" },
              { "second.bin", 1, "second.bin: damaged at byte 0: a cache of another major version\n" },

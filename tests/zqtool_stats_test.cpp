@@ -214,7 +214,7 @@ TEST_F(ZqtoolStats, ReportsWhereTheFileIsDamagedAndShowsTheRest)
 
 TEST_F(ZqtoolStats, FailsOverALimit)
 {
-    // Statuses: 0 each limit is kept, 1 one is exceeded, 2 wrong arguments.
+    // Statuses: 0 each limit is kept, 1 one is exceeded or nothing was measured, 2 wrong arguments.
     for (auto const & [sLimits, iStatus, sExpected] : Rows_t<std::string, int, std::string>{
              { "frame.worst=20ms", 0, "" }, { "frame.p99=0.0021s --fail-over world.peak=20ms", 0, "" },
              { "frame.mean=2000us --fail-over frame.median=2ms", 1, "frame.mean is 2.06 ms, over its limit of 2 ms\n" },
