@@ -112,7 +112,7 @@ TEST_F(HeaderExamples, ASaveIsFoundAndLoaded)
     EXPECT_EACH(Save(Ogre), Load(Loaded), Undo(Loaded));
     EXPECT_EACH(Loaded.m_iHealth == 7, Loaded.m_fSpeed == 1.5f, Loaded.m_sName == "Ogre");
     EXPECT_TRUE(Replace(Ogre));
-    EXPECT_EQ(m_Folder.Read("saves/two.sav"), m_Folder.Read("saves/one.sav"));
+    EXPECT_EQ(m_Folder.Read("saves/two.arc"), m_Folder.Read("saves/one.arc"));
     EXPECT_EQ(LoadAndSave(Ogre), std::pair(false, true));
     EXPECT_EQ(LoadAndSave(Loaded = {}), std::pair(true, true));
     EXPECT_STREQ(Loaded.m_sName, "Ogre");

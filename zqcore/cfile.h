@@ -391,6 +391,6 @@ ZQ_API void FileSetEmptyAllowed(bool bAllowed);
 /// Returns whether the disk has this folder.
 ZQ_API bool DirectoryExists(char const * path);
 
-/// Returns the folder of the file whose key is the whole name, cut at 127 characters. Returns null if there is no such
-/// file or it has no folder.
+/// Cuts the name at 127 characters, and returns the folder of the file whose key is the whole rest. Returns null if
+/// there is no such file or it has no folder.
 ZQ_API String_T<256> const * FileGetPath(char const * name);

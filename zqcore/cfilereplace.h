@@ -13,7 +13,7 @@
 // unless a name of the path has another spelling on the disk.
 // Failure: a call returns false, and later calls fail too. GetWhyNot returns the reason of the first failure.
 //
-//     FileReplacement_c Replacement("saves\\two.sav");
+//     FileReplacement_c Replacement("saves\\two.arc");
 //     BufferedWriteable_c Archive(Replacement, ARCHIVE_SAVED_GAME_VERSION);
 //     if (Archive.Open())
 //     {

@@ -26,15 +26,15 @@
 // A writer empties an old file at once. FileReplacement_c (cfilereplace.h) keeps it until the new one is whole, and
 // FileSave_c (cfilesave.h) adds what a save needs.
 //
-//     BufferedWriteable_c Archive("saves\\one.sav", ARCHIVE_SAVED_GAME_VERSION);
+//     BufferedWriteable_c Archive("saves\\one.arc", ARCHIVE_SAVED_GAME_VERSION);
 //     if (Archive.Open()) { Unit.Serialize(Archive); }
 //     bool const bSaved = Archive.Close() && !Archive.IsFailed();
 //
 // A reader asks the table of files, which knows a new file only after it was added (cfilepath.h). The table has one
 // file for each bare name, the first that was added, so each save needs its own name.
 //
-//     FileAddOneFile("saves\\one.sav");
-//     Readable_c Archive(FileOpen("one.sav"), ARCHIVE_SAVED_GAME_VERSION);
+//     FileAddOneFile("saves\\one.arc");
+//     Readable_c Archive(FileOpen("one.arc"), ARCHIVE_SAVED_GAME_VERSION);
 //     bool const bKnown = Archive.Open();   // false for a newer version, which is no failure of the archive
 //     if (bKnown) { Unit.Serialize(Archive); }
 //     bool const bLoaded = Archive.Close() && bKnown && !Archive.IsFailed();

@@ -88,7 +88,7 @@ namespace graphs
         static inline Serializer_c * s_pSerializer = nullptr;   // null if the class has none
     };
 
-    /// Classes that choose the serializer of an object.
+    /// Classes whose objects return their serializer.
     template <typename T>
     concept Chooser_T = requires(T const & Object)
     {
@@ -339,9 +339,9 @@ void Serialize(Serializeable_c & archive, T *& pObject)
 /// Removes all serializers. Afterwards no object can be loaded, and static objects have no contents.
 ZQ_API void SerializerListFree();
 
-/// Module of serialization. It depends on ModuleFile_c. It resets the table at start. At shutdown it removes the static
-/// objects and the serializers. Static serializers register when their module is loaded, so a process serializes only
-/// until the first shutdown.
+/// Module of the serializers. It depends on ModuleFile_c. It resets the table at start. At shutdown it removes the
+/// static objects and the serializers. Static serializers register when their module is loaded, so a process serializes
+/// only until the first shutdown.
 class ZQ_API ModuleSerialize_c : public Module_c
 {
 public:

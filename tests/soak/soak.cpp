@@ -104,6 +104,7 @@ namespace
         return bGrew;
     }
 
+    // Prints each growth, so none of the calls is skipped.
     bool Grew(Held_s const & First, Held_s const & Last)
     {
         bool bGrew = Grew("Descriptors", First.nDescriptors, Last.nDescriptors, 1)

@@ -67,7 +67,7 @@ namespace zqsymbols
             std::uint64_t m_nEnd;
         };
 
-        // Segments of a file that hold code. A linker leaves the ranges of functions that it dropped outside of them.
+        // Segments of a file that hold code. If a linker drops a function, its range lies outside of them.
         class Code_c
         {
         public:

@@ -10,8 +10,8 @@
 /// - a named folder without reports and details
 using CrashFault_t = std::function<void(std::string const & sText)>;
 
-/// Returns the files that arguments name. Returns a stem once, even if two arguments name it. An argument is one of
-/// these:
+/// Returns the files that arguments name. Returns the files of a stem once, even if two arguments name it. An argument
+/// is one of these:
 /// - A report or its details. The regular files of the same stem beside it come with it.
 /// - A folder with reports at any depth. Details in it count only if their names begin with "CrashReport_".
 /// - A file whose name has another ending. It counts as a report, alone.

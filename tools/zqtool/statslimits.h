@@ -11,7 +11,7 @@ struct StatsLimit_t
     double tLimit = 0;     // milliseconds
 };
 
-/// Time that a file has for a limit. If several timers share a name, the largest time counts.
+/// Measured time that a limit is compared with. If several timers share a name, the largest time counts.
 struct StatsMeasured_t
 {
     bool bKnown = false;   // whether the name is "frame" or that of a timer
