@@ -24,7 +24,7 @@ namespace plat
     inline constexpr bool ADDRESS_CHECKER = ZQ_ADDRESS_CHECKER;
 
     /// Makes each access to these bytes an error that the checker reports. The checker works in units of 8 bytes, so an
-    /// access to a smaller remainder at either end may go unnoticed.
+    /// access to a remainder in the last unit may go unnoticed.
     inline void CheckerForbid([[maybe_unused]] void const * pMemory, [[maybe_unused]] std::size_t nBytes)
     {
 #if ZQ_ADDRESS_CHECKER

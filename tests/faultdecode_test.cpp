@@ -127,8 +127,8 @@ TEST(FaultDecode, ADivisorInMemoryIsFoundInEachFormOfAnAddress)
         EXPECT_EQ(CodeOfDivision(sInstruction, true), plat::FAULT_INTEGER_DIVIDE) << sInstruction;
         EXPECT_EQ(CodeOfDivision(sInstruction, false), plat::FAULT_INTEGER_OVERFLOW) << sInstruction;
     }
-    for (std::string_view const sUnknown :
-        { "64 F7 3B", "65 F7 3B", "67 F7 3B", "D4 00" })   // fs, gs, short addresses; aam
+    // Operands of fs, of gs and of a short address, and aam.
+    for (std::string_view const sUnknown : { "64 F7 3B", "65 F7 3B", "67 F7 3B", "D4 00" })
     {
         EXPECT_EQ(CodeOfDivision(sUnknown, false), plat::FAULT_INTEGER_DIVIDE) << sUnknown;
     }
@@ -199,9 +199,10 @@ TEST(FaultDecode, SignalsWithoutAnInstructionToBlameHaveTheirOwnCodes)
          })
     {
         Signal_s Fault(Row.iSignal, Row.iCode, Row.nException, "90");
-        EXPECT_EQ(Fault.Decode(), Row.nCode) << Row.iSignal << ' ' << Row.iCode;
-        EXPECT_EQ(Fault.Record.eAccess, Row.eAccess) << Row.iSignal << ' ' << Row.iCode;
-        EXPECT_EQ(Fault.Record.Address, Fault.AddressOf(Fault.dBytes + 1));
+        std::uint32_t const nCode = Fault.Decode();
+        EXPECT_EQ(std::tuple(nCode, Fault.Record.eAccess, Fault.Record.Address),
+            std::tuple(Row.nCode, Row.eAccess, Fault.AddressOf(Fault.dBytes + 1)))
+            << Row.iSignal << ' ' << Row.iCode << ' ' << Row.nException;
     }
 
     Signal_s Break(SIGTRAP, SI_KERNEL, BREAKPOINT, "90");
@@ -217,8 +218,8 @@ TEST(FaultDecode, APageFaultSaysWhatItsAccessWas)
         Signal_s Fault(SIGSEGV, SEGV_MAPERR, PAGE, "90");
         Fault.Set(REG_ERR, nErrorCode);
         Fault.Info.si_addr = bAtInstruction ? Fault.dBytes + 1 : nullptr;
-        EXPECT_EQ(Fault.Decode(), plat::FAULT_ACCESS);
-        EXPECT_EQ(Fault.Record.dParameters[1], Fault.AddressOf(Fault.Info.si_addr));
+        EXPECT_EQ(Fault.Decode(), plat::FAULT_ACCESS) << nErrorCode << ' ' << bAtInstruction;
+        EXPECT_EQ(Fault.Record.dParameters[1], Fault.AddressOf(Fault.Info.si_addr)) << nErrorCode;
         return Fault.Record.eAccess;
     };
     // Bits of the error code (Intel's manual, volume 3, 4.7): 2 is a write, 4 the user's mode, 0x10 the fetch of an

@@ -41,7 +41,8 @@ public:
     static void SetLogPath(wchar_t const * sPath);
 
     /// Returns the folder of the named logs, absolute once the module is initialised, unless that path would have more
-    /// than 1023 characters or the current folder is unknown. Before that it is the text of SetLogPath, or empty.
+    /// than 1023 characters or the current folder is unknown. Before that returns the text of SetLogPath, or an empty
+    /// one.
     wchar_t const * GetLogPath() const;
 
     /// Opens the log of a name if needed, and returns it. Compares names exactly, cut at 63 characters. On disk two

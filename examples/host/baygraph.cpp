@@ -224,7 +224,7 @@ namespace
                 Goal_s & Goal = dGoals[Archive.IsReading() ? dGoals.Add(Goal_s()) : i];
                 g_Goods.Serialize(Archive, Goal.pGood);
                 Archive.Serialize(Goal.nCrates).Serialize(Goal.nDays).Serialize(Goal.iPay).Serialize(Goal.eState);
-                if (!GoalIsSound(Goal))
+                if (!MissionGoalIsSound(Goal))
                 {
                     Refuse(Archive, "a goal has no good, no state or a wrong number");
                 }

@@ -19,7 +19,7 @@ namespace
         Goal.nCrates = Script.GetInt("crates");
         Goal.nDays = Script.GetInt("days");
         Goal.iPay = Script.GetInt("pays");
-        if (GoalIsSound(Goal))
+        if (MissionGoalIsSound(Goal))
         {
             Bay.Mission.dGoals.Add(Goal);
         }
@@ -54,7 +54,7 @@ void MissionRead(char const * szFile, Bay_s & Bay)
     Script.CloseFile();
 }
 
-bool GoalIsSound(Goal_s const & Goal)
+bool MissionGoalIsSound(Goal_s const & Goal)
 {
     bool bSound = Goal.pGood != nullptr && Goal.eState >= GOAL_OPEN && Goal.eState <= GOAL_MISSED;
     for (int nNumber : { Goal.nCrates, Goal.nDays, Goal.iPay })

@@ -42,7 +42,7 @@ struct Mission_s
 void MissionRead(char const * szFile, Bay_s & Bay);
 
 /// Returns whether a goal has a good, a state, and numbers from 1 to MAX_NUMBER (bay.h).
-bool GoalIsSound(Goal_s const & Goal);
+bool MissionGoalIsSound(Goal_s const & Goal);
 
 /// Settles the goals that are met or whose time is over, and pays for those that are met.
 void MissionCheck(Bay_s & Bay);

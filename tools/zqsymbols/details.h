@@ -55,10 +55,10 @@ namespace zqsymbols
             , m_Frames(Frames)
         {}
 
-        /// Returns the lines of the next frame, or an empty text at the end. Of a stack of more than NEAR + FAR frames
-        /// the calls return the first NEAR, a line that reports what is left out, and the last FAR. If the far end is
-        /// not reached in 10 seconds or MAX_FRAMES frames (frames.h), a further line reports that instead of the last
-        /// FAR frames.
+        /// Returns the lines of the next frame, or an empty text at the end. If the stack has more than NEAR + FAR
+        /// frames, the calls return the first NEAR, a line that reports what is left out, and the last FAR. If the far
+        /// end is not reached in 10 seconds or MAX_FRAMES frames (frames.h), a further line reports that instead of the
+        /// last FAR frames.
         std::string Next();
 
     private:

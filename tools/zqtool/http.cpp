@@ -9,12 +9,12 @@ namespace
 {
     constexpr std::string_view LINE_END = "\r\n";
 
-    struct Status_t
+    struct Status_s
     {
         int iStatus;
         char const * szText;
     };
-    constexpr Status_t STATUSES[] = { { HTTP_OK, "OK" }, { HTTP_BAD_REQUEST, "Bad Request" },
+    constexpr Status_s STATUSES[] = { { HTTP_OK, "OK" }, { HTTP_BAD_REQUEST, "Bad Request" },
         { HTTP_FORBIDDEN, "Forbidden" }, { HTTP_NOT_FOUND, "Not Found" }, { HTTP_BAD_METHOD, "Method Not Allowed" },
         { HTTP_TOO_LARGE, "Request Header Fields Too Large" } };
 
@@ -32,7 +32,7 @@ namespace
         return iStart == std::string_view::npos ? "" : sText.substr(iStart, iEnd + 1 - iStart);
     }
 
-    // Returns whether a host is the loopback address with the port. A browser leaves out port 80.
+    // Returns whether a host names the loopback address and the port. A browser leaves out port 80.
     bool IsOwnHost(std::string const & sHost, int iPort)
     {
         std::string const sPort = ":" + std::to_string(iPort);
@@ -91,13 +91,13 @@ int HttpCheck(std::string_view sRequest, int iPort, std::string & sTarget)
 std::string HttpAnswer(int iStatus, std::string_view sType, std::string_view sBody)
 {
     auto const & Status = *std::find_if(std::begin(STATUSES), std::end(STATUSES),
-        [iStatus](Status_t const & Known) { return Known.iStatus == iStatus; });
+        [iStatus](Status_s const & Known) { return Known.iStatus == iStatus; });
     std::string const sText = std::to_string(iStatus) + " " + Status.szText;
     std::string sAnswer = "HTTP/1.1 " + sText + "\r\nContent-Type: " + std::string(sType) + "; charset=utf-8\r\n"
                           + (iStatus == HTTP_BAD_METHOD ? "Allow: GET\r\n" : "")
                           + "Connection: close\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n"
                             "Cross-Origin-Resource-Policy: same-origin\r\nContent-Security-Policy: "
-                          + LIVE_PAGE_POLICY + "; frame-ancestors 'none'\r\n";
+                          + PAGE_POLICY + PAGE_POLICY_LIVE + "; frame-ancestors 'none'\r\n";
     sAnswer += "Content-Length: " + std::to_string(sBody.size()) + "\r\n\r\n";
     return sAnswer.append(sBody);
 }

@@ -151,7 +151,7 @@ void StatsPage_c::Write(
     std::ostream & Stream, StatsFacts_t const & Facts, StatsTree_c const & Tree, StatsRequest_t const & Request) const
 {
     std::string_view sRest = STATS_PAGE_HTML;
-    Stream << TakeUpTo(sRest, "<!--head-->") << PageHead(Facts.sFile, Request.bLive ? LIVE_PAGE_POLICY : PAGE_POLICY);
+    Stream << TakeUpTo(sRest, "<!--head-->") << PageHead(Facts.sFile, Request.bLive);
     Stream << TakeUpTo(sRest, "<!--data-->") << PageData(MakeNews(Facts, Tree, Request));
     Stream << TakeUpTo(sRest, "<!--script-->")
            << PageScripts({ STATS_DATA_JS, STATS_GRAPH_JS, STATS_FLAME_JS, STATS_PAGE_JS }) << sRest;
