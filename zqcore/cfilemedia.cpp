@@ -272,8 +272,7 @@ bool FileIsAddon()
 
 namespace
 {
-    ModuleFile_c g_ModuleFile;
-    Module_c * g_dPrerequisites[] = { ModuleLog_c::Get(), nullptr };
+    constinit ModuleFile_c g_ModuleFile;
 }
 
 ModuleFile_c * ModuleFile_c::Get()
@@ -283,7 +282,9 @@ ModuleFile_c * ModuleFile_c::Get()
 
 Module_c ** ModuleFile_c::GetPrerequisites() const
 {
-    return g_dPrerequisites;
+    static constinit Module_c * s_dPrerequisites[2] = {};
+    s_dPrerequisites[0] = ModuleLog_c::Get();   // at each call: a global constructor of a host may make the first one
+    return s_dPrerequisites;
 }
 
 bool ModuleFile_c::Initialize()

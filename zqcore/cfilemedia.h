@@ -71,7 +71,7 @@ extern ZQ_API bool g_bAddon;
 class ZQ_API ModuleFile_c : public Module_c
 {
 public:
-    ModuleFile_c()
+    constexpr ModuleFile_c()
         : Module_c("ModuleFile_c")
     {}
 

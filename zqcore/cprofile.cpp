@@ -58,7 +58,6 @@ namespace
     bool g_bReload = false;      // whether the next update ends with a reset
 
     constinit ModuleProfiler_c g_ModuleProfiler;
-    Module_c * g_dPrerequisites[] = { ModuleTimer_c::Get(), nullptr };
 
     State_s & StateOf(timer_t const * pTimer)
     {
@@ -436,5 +435,7 @@ void ModuleProfiler_c::Shutdown()
 
 Module_c ** ModuleProfiler_c::GetPrerequisites() const
 {
-    return g_dPrerequisites;
+    static constinit Module_c * s_dPrerequisites[2] = {};
+    s_dPrerequisites[0] = ModuleTimer_c::Get();   // at each call: a global constructor of a host may make the first one
+    return s_dPrerequisites;
 }

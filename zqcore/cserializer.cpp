@@ -670,8 +670,7 @@ void SerializerListFree()
 
 namespace
 {
-    ModuleSerialize_c g_ModuleSerialize;
-    Module_c * g_dPrerequisites[] = { ModuleFile_c::Get(), nullptr };
+    constinit ModuleSerialize_c g_ModuleSerialize;
 }
 
 ModuleSerialize_c * ModuleSerialize_c::Get()
@@ -681,7 +680,9 @@ ModuleSerialize_c * ModuleSerialize_c::Get()
 
 Module_c ** ModuleSerialize_c::GetPrerequisites() const
 {
-    return g_dPrerequisites;
+    static constinit Module_c * s_dPrerequisites[2] = {};
+    s_dPrerequisites[0] = ModuleFile_c::Get();   // at each call: a global constructor of a host may make the first one
+    return s_dPrerequisites;
 }
 
 bool ModuleSerialize_c::Initialize()

@@ -345,7 +345,7 @@ ZQ_API void SerializerListFree();
 class ZQ_API ModuleSerialize_c : public Module_c
 {
 public:
-    ModuleSerialize_c()
+    constexpr ModuleSerialize_c()
         : Module_c("ModuleSerialize_c")
     {}
 

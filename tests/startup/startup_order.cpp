@@ -13,7 +13,7 @@
 #include "zqcore/clogf.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cmemoryreport.h"
-#include "zqcore/ctimer.h"
+#include "zqcore/cprofile.h"
 
 #include <atomic>
 #include <cstdio>
@@ -54,7 +54,7 @@ namespace
 
         Module_c ** GetPrerequisites() const override
         {
-            static Module_c * s_dPrerequisites[] = { ModuleLog_c::Get(), ModuleTimer_c::Get(), nullptr };
+            static Module_c * s_dPrerequisites[] = { ModuleLog_c::Get(), ModuleProfiler_c::Get(), nullptr };
             return s_dPrerequisites;
         }
     };
@@ -206,7 +206,7 @@ int main(int nArguments, char ** dArguments)
 {
     FreeEarlyBlock();
     Check(Module_c::InitializeAllModules(), "the modules come up");
-    Check(g_Probe.GetInitOrder() == 2, "the prerequisites came first");
+    Check(g_Probe.GetInitOrder() == 3, "the prerequisites and those of the profiler came first");
     g_CommandCallbacker.Fire(1, false);
     Check(g_nLines == 1, "the listener was called");
     Check(g_nCommands == 1, "the callback was called");
