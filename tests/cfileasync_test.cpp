@@ -217,6 +217,7 @@ TEST_F(FileAsyncTest, WhoeverWaitsForTheIdleThreadLiftsIt)
 
 TEST_F(FileAsyncTest, NobodyWaitsForAThreadThatCantBeLifted)
 {
+    NEEDS_NOBODY;
     constexpr int LIFTABLE = 77;   // status of the child
     fs::resize_file(m_Folder.Write("big.bin", ""), 64 << 20);
     auto const OpenBesideBusyThreads = []

@@ -368,6 +368,13 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
             "none.txt: there is no such file\n",
             "x\\n9.9\\t0\\tforged.txt(3,4): the last row has no end; a row ends with the row separator\n",
             "none\\n.txt: there is no such file\n"));
+    m_Log.Clear();
+    SimpleTextParser_c Parser;
+    std::string const sText = "a\n " + std::string(130, '1');
+    EXPECT_EACH(Parser.Open(sText.data(), static_cast<int>(sText.size())), Parser.ParseNext(), Parser.ParseNext());
+    EXPECT_EQ(m_Log.GetText(), "SimpleTextParser_c::ParseNumber : number buffer overflow.\n"
+                               "text(2,2): a number of more than 127 characters is cut\n");
+    NEEDS_NOBODY;
     m_Folder.Write("closed/hidden.txt", "");
     fs::permissions(m_Folder.Join("closed"), fs::perms::none);
     fs::permissions(m_Folder.GetPath(), fs::perms::all);
@@ -382,10 +389,4 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
     };
     EXPECT_EQ(StatusAsNobody(ScanAndOpen), 0);
     fs::permissions(m_Folder.Join("closed"), fs::perms::all);
-    m_Log.Clear();
-    SimpleTextParser_c Parser;
-    std::string const sText = "a\n " + std::string(130, '1');
-    EXPECT_EACH(Parser.Open(sText.data(), static_cast<int>(sText.size())), Parser.ParseNext(), Parser.ParseNext());
-    EXPECT_EQ(m_Log.GetText(), "SimpleTextParser_c::ParseNumber : number buffer overflow.\n"
-                               "text(2,2): a number of more than 127 characters is cut\n");
 }

@@ -332,6 +332,7 @@ TEST_F(FileZipTest, ADirectoryOverTheLimitsIsRefusedBeforeItIsRead)
 
 TEST_F(FileZipTest, AWorkerThatCantBeLiftedReadsByAHandleOfItsOwn)
 {
+    NEEDS_NOBODY;
     constexpr int LIFTABLE = 77;   // status of the child
     std::string const sBig = Noise(300000);
     Zip("w.zip", { { "a.bin", sBig } });

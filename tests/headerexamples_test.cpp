@@ -34,41 +34,9 @@ namespace
 #include "examples/cserialize_1.inl"
 #include "examples/cserializer_1.inl"
 #include "examples/cserializer_2.inl"
-void ExplainLevels()
-{
-#include "examples/ctexterror_1.inl"
-}
-void LogMonsters()
-{
-#include "examples/cpropertylist_1.inl"
-}
-void WatchHealth()
-{
-#include "examples/cbreakpoint_1.inl"
-}
-void ShareText()
-{
-#include "examples/cclipboard_1.inl"
-}
 void CollectNodes()
 {
 #include "examples/cgcobject_1.inl"
-}
-void ReadLevels()
-{
-#include "examples/cfile_1.inl"
-}
-void UseCache()
-{
-#include "examples/cfilecache_1.inl"
-}
-void ListOpens()
-{
-#include "examples/cfilelog_1.inl"
-}
-void ScanLevels()
-{
-#include "examples/cfilepath_1.inl"
 }
     // clang-format on
 
@@ -78,11 +46,6 @@ void ScanLevels()
         static bool Save(Unit_c & Unit)
         {
 #include "examples/cserialize_2.inl"
-            return bSaved;
-        }
-        static bool Replace(Unit_c & Unit)
-        {
-#include "examples/cfilereplace_1.inl"
             return bSaved;
         }
         static std::pair<bool, bool> LoadAndSave(Unit_c & Unit)
@@ -108,12 +71,13 @@ void ScanLevels()
 
 TEST_F(HeaderExamples, ASaveIsFoundAndLoaded)
 {
-    Unit_c Ogre{ 7, 1.5f, "Ogre" }, Loaded;
-    EXPECT_EACH(Save(Ogre), Load(Loaded), Undo(Loaded));
+    Unit_c Unit{ 7, 1.5f, "Ogre" }, Loaded;
+    EXPECT_EACH(Save(Unit), Load(Loaded), Undo(Loaded));
     EXPECT_EACH(Loaded.m_iHealth == 7, Loaded.m_fSpeed == 1.5f, Loaded.m_sName == "Ogre");
-    EXPECT_TRUE(Replace(Ogre));
+#include "examples/cfilereplace_1.inl"
+    EXPECT_TRUE(bSaved);
     EXPECT_EQ(m_Folder.Read("saves/two.arc"), m_Folder.Read("saves/one.arc"));
-    EXPECT_EQ(LoadAndSave(Ogre), std::pair(false, true));
+    EXPECT_EQ(LoadAndSave(Unit), std::pair(false, true));
     EXPECT_EQ(LoadAndSave(Loaded = {}), std::pair(true, true));
     EXPECT_STREQ(Loaded.m_sName, "Ogre");
 }
@@ -121,13 +85,13 @@ TEST_F(HeaderExamples, ASaveIsFoundAndLoaded)
 TEST_F(HeaderExamples, ARefusedSheetSaysWhere)
 {
     Serve("levels.csv", "level,price\n1");
-    ExplainLevels();
+#include "examples/ctexterror_1.inl"
     EXPECT_EQ(m_Log.CountHolding("levels.csv(2,2): the last row has no end"), 1);
 }
 
 TEST_F(HeaderExamples, AWatchIsArmedOrRefusedWithAComplaint)
 {
-    WatchHealth();
+#include "examples/cbreakpoint_1.inl"
     ExpectComplaints(m_Log.CountHolding("traps: no"));
 }
 
@@ -135,7 +99,7 @@ TEST_F(HeaderExamples, ATextIsShared)
 {
     plat::ClipboardSetFolder(m_Folder.GetPath().c_str());
     EXPECT_TRUE(StartModule(ModuleClipboard_c::Get()));
-    ShareText();
+#include "examples/cclipboard_1.inl"
     EXPECT_EQ(m_Log.Count("The clipboard holds: 3 ogres"), 1);
     Module_c::ShutdownAllModules();
     plat::ClipboardSetFolder(nullptr);
@@ -151,10 +115,10 @@ TEST_F(HeaderExamples, NodesAreCollected)
 TEST_F(HeaderExamples, LevelsAreReadAndScanned)
 {
     Serve("levels.csv", "level\n");
-    ReadLevels();
+#include "examples/cfile_1.inl"
     EXPECT_EQ(m_Log.Count("levels.csv has 6 bytes"), 1);
     Make({ { "media/levels/one.lvl", "1" }, { "media/sources/one.max", "1" } });
-    ScanLevels();
+#include "examples/cfilepath_1.inl"
     EXPECT_EQ(m_Log.Count("1 levels"), 1);
     EXPECT_EQ(Keys(), "levels.csv one.lvl");
     g_sExcludedFolders.Reset();
@@ -163,10 +127,11 @@ TEST_F(HeaderExamples, LevelsAreReadAndScanned)
 TEST_F(HeaderExamples, ACacheIsWrittenAndLoaded)
 {
     Make({ { "media/levels.csv", "1" } });
-    UseCache();
-    EXPECT_EQ(KeysOfOneRun(), "levels.csv");
-    UseCache();
-    EXPECT_EQ(KeysOfOneRun(), "filesystemcache.bin levels.csv");
+    for (char const * const szKeys : { "levels.csv", "filesystemcache.bin levels.csv" })
+    {
+#include "examples/cfilecache_1.inl"
+        EXPECT_EQ(KeysOfOneRun(), szKeys);
+    }
     FilesystemCacheInit("");
     FilesystemCacheCheck(false);
     ModuleFile_c::Get()->SetCacheFile("");
@@ -177,8 +142,10 @@ TEST_F(HeaderExamples, OpensAreListed)
 {
     SetPQXMediaPath(".");
     Make({ { "Logs/", "" }, { "levels.csv", "1" } });
-    EXPECT_TRUE(StartModule(ModuleFile_c::Get()));
-    ListOpens();
+    {
+        EXPECT_TRUE(StartModule(ModuleFile_c::Get()));
+#include "examples/cfilelog_1.inl"
+    }
     Module_c::ShutdownAllModules();
     EXPECT_EQ(m_Folder.Read("Logs/start_clean.rsp"), ".\\levels.csv\n");
 }
@@ -211,8 +178,10 @@ TEST_F(HeaderExamples, ReadersFindWhatFilesHold)
     Serve("levels.csv", "level,price\ncastle,2.5\n");
     Serve("levels.txt", "monsters ogre\nmonsters elf\n");
     Serve("units.txt", "@head health\nogre 100\n");
-    LogMonsters();
-    EXPECT_EQ(std::tuple(m_Log.Count("ogre"), m_Log.Count("elf")), std::tuple(1, 1));
+    {
+#include "examples/cpropertylist_1.inl"
+        EXPECT_EQ(std::tuple(m_Log.Count("ogre"), m_Log.Count("elf")), std::tuple(1, 1));
+    }
 #include "examples/cspreadsheet_1.inl"
 #include "examples/cwarehouse_1.inl"
     EXPECT_EACH(fPrice == 2.5f, iHealth == 100);

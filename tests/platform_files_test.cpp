@@ -126,6 +126,7 @@ TEST_F(PlatformFiles, RemembersANameThatAListingMetAndNoticesItsRenaming)
     EXPECT_EQ(List(m_Folder.GetPath() + "\\data"), "Map.dat3");
     fs::rename(sFile, m_Folder.Join("Data/MAP.DAT"));
     EXPECT_EQ(Open(sAsked), "map") << "the recorded name is stale";
+    NEEDS_NOBODY;
     fs::permissions(sData, fs::perms(0311));
     fs::permissions(m_Folder.GetPath(), fs::perms(0311));
     EXPECT_TRUE(RunAsNobody([&]() { return Open(sAsked) == "map"; })) << "the folders can't be read, only remembered";
@@ -309,6 +310,7 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
         EXPECT_EQ(plat::TreeDelete((sRoot + szTree).c_str()), bDeleted) << szTree;
     }
     EXPECT_EQ(List(sRoot), "Keep/");
+    NEEDS_NOBODY;
     fs::permissions(m_Folder.Join("Keep"), fs::perms(0555));
     EXPECT_TRUE(RunAsNobody([this]() { return !plat::TreeDelete(m_Folder.Join("Keep").c_str()); }));
     fs::permissions(m_Folder.Join("Keep"), fs::perms(0755));
@@ -317,6 +319,7 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
 
 TEST_F(PlatformFiles, LockTestWithoutLeasesNeedsTwoEqualTries)
 {
+    NEEDS_NOBODY;
     bool const bSuperuser = IsSuperuser();
     std::string const sOther = bSuperuser ? m_Folder.Write("file", "1") : "/etc/passwd";
     fs::permissions(m_Folder.GetPath(), fs::perms(0755));

@@ -98,12 +98,16 @@ bool KillChild(pid_t iChild)
     return StatusOfChild(iChild) == -1;
 }
 
+bool CanDropRights()
+{
+    return StatusAsNobody([] { return 0; }) == 0;
+}
+
 int StatusAsNobody(std::function<int()> const & fnRun)
 {
     constexpr int NOBODY = 65534, REFUSED = 99;
     auto const Run = [&] { return IsSuperuser() && setresuid(NOBODY, NOBODY, NOBODY) != 0 ? REFUSED : fnRun(); };
-    int const iStatus = StatusOfChild(StartChild(Run));
-    return iStatus == REFUSED ? -2 : iStatus;
+    return StatusOfChild(StartChild(Run));
 }
 
 bool IsSuperuser()

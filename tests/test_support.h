@@ -96,8 +96,13 @@ bool KillChild(pid_t iChild);
 /// Predicate for EXPECT_EXIT: whether a breakpoint ended the process.
 inline testing::KilledBySignal const g_EndedAtBreakpoint(SIGTRAP);
 
-/// Runs a call in a child process without the superuser's rights. Returns its status, or -2 if the system refuses to
-/// drop them.
+/// Skip a test that needs StatusAsNobody.
+#define NEEDS_NOBODY SKIP_IF(!CanDropRights(), "the superuser's rights can't be dropped")
+
+/// Returns whether a child process can give up the superuser's rights.
+bool CanDropRights();
+
+/// Runs a call in a child process without the superuser's rights. Returns its status. Requires CanDropRights().
 int StatusAsNobody(std::function<int()> const & fnRun);
 
 /// Returns whether this process may do what file permissions forbid.
