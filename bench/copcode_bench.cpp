@@ -12,7 +12,7 @@ namespace
 {
     constexpr std::size_t SPAN = 256;   // bytes that are listed
 
-    // Code to list, which never runs. Its loop is longer than the span.
+    // Provides code to list, and never runs. Its loop is longer than the span.
     __attribute__((target("avx2,fma"), noinline, used)) void Transform(
         float * pValues, float const * pFactors, int nValues)
     {

@@ -106,9 +106,9 @@ namespace
         AskInTurn(State, dNames, fnAsk);
     }
 
-    // The library looks for the bare name: the folder Data, which the disk does not have, makes no difference.
     void ExistsOurs(benchmark::State & State)
     {
+        // The library looks for the bare name: the folder Data, which the disk does not have, makes no difference.
         Exists(State, "Data/", [](char const * szName) { return FileExists(szName); });
     }
     void ExistsBareOurs(benchmark::State & State)
@@ -234,7 +234,7 @@ namespace
         State.SetItemsProcessed(State.iterations() * FILES_AND_BLOBS);
     }
 
-    // Counting the table of files would cost time, so one file is looked up.
+    // Looks up one file, because counting the table of files would cost time.
     void ScanOurs(benchmark::State & State)
     {
         std::string const sRoot = Tree().Root();

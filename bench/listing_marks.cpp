@@ -199,10 +199,10 @@ namespace
     };
 }
 
-// listing_marks [-v] < OBJDUMP: -v also lists what differs.
-int main(int argc, char ** argv)
+// Measures the output of objdump on standard input and prints the counts. With -v also lists what differs.
+int main(int nArguments, char ** dArguments)
 {
-    bool const bDetails = argc > 1 && std::string(argv[1]) == "-v";
+    bool const bDetails = nArguments > 1 && std::string(dArguments[1]) == "-v";
     std::vector<Section_t> dSections;
     bool b64Bit = true;
     std::string sLine, sText;

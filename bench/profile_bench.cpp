@@ -70,8 +70,8 @@ namespace
     }
     BENCHMARK(ByName)->Name("PushPop/by_name/ours");
 
-    // Measures a frame whose times are those of the previous frame plus tStep, each changed by less than 64. With a
-    // step below -64 every timer's peak leaves the ring in every frame.
+    // Measures a frame whose times, in ticks, are those of the previous frame plus tStep, each changed by less than 64.
+    // With a step below -64 every timer's peak leaves the ring in every frame.
     void Update(benchmark::State & State, std::int64_t tFirst, std::int64_t tStep)
     {
         Profiler_c const Profiler(MAX_TIMERS_TOTAL);

@@ -11,7 +11,7 @@ namespace
 {
     constexpr std::uint64_t ADDRESS = 0x1000;   // of the code's first byte
 
-    // Counts the lines of a listing. An address has a symbol or none, depending on its value.
+    // Counter of the lines of a listing. An address has a symbol or none, depending on its value.
     class CountingSink_c final : public CodeListingSink_c
     {
     public:

@@ -11,7 +11,7 @@ namespace
 {
     constexpr std::uint32_t OLDEST = 0x10000, PRESENT = 0x10003;   // versions of archives that load
 
-    // Returns the state of a save with nArchive bytes before the seal. dwCrc is the CRC-32 without the last four bytes.
+    // Returns the state of a save with nArchive bytes before the seal. dwCrc covers all but the last four bytes.
     FileSave_c::State_e StateOf(std::string const & sSave, std::size_t nArchive, std::uint32_t dwCrc)
     {
         if (sSave.size() < 8 || Input_c(std::string_view(sSave).substr(sSave.size() - 4)).Get<std::uint32_t>() != dwCrc)

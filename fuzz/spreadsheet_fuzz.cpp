@@ -44,7 +44,7 @@ namespace
         return bRow;
     }
 
-    // Compares the first MAX_COLUMNS cells that have a name, and finds each in the first row that holds it.
+    // Compares the first MAX_COLUMNS cells that have a name, and finds each in this row or an earlier one.
     void CompareRow(Spreadsheet_c & Sheet, int iRow, Row_t const & dCells)
     {
         constexpr int MAX_COLUMNS = 20;   // the time grows with its square

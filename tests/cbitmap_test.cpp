@@ -70,7 +70,7 @@ namespace
     protected:
         int Random(int iBelow) { return static_cast<int>(m_Random() % static_cast<unsigned>(iBelow)); }
 
-        // Makes a field of random size and density.
+        // Makes a field of random size and density, checks its bits and returns it.
         FACE Make()
         {
             int const iX = Random(4) == 0 ? 570 + Random(4) * 64 : Random(2) == 0 ? Random(1100) : Random(40);

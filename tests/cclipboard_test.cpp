@@ -5,7 +5,7 @@ namespace
 {
     int g_nWaits = 0;
 
-    // Wait function that counts the waits of 100 milliseconds and does not wait.
+    // Counts the waits of 100 milliseconds and does not wait. Serves as the wait function.
     void CountWait(unsigned nMilliseconds)
     {
         g_nWaits += nMilliseconds == 100;

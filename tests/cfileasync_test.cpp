@@ -129,7 +129,7 @@ TEST_F(FileAsyncTest, ThreadFillsABufferOrAddsAReference)
 {
     Start();
     File_c * const pFile = FileStream("b.txt");
-    // Whether there is a buffer, whether the file is resident, and whether the request adds a reference.
+    // A row says whether there is a buffer, whether the file is resident, and whether the request adds a reference.
     for (auto const & [bBuffer, bResident, bAdds] :
         Rows_t<bool, bool, bool>{ { 0, 0, 1 }, { 0, 1, 1 }, { 1, 0, 0 }, { 1, 1, 1 } })
     {

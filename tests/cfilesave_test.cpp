@@ -76,15 +76,15 @@ namespace
 
 TEST_F(FileSave, SkippedBytesAreSealedToo)
 {
-    struct Plain_s : Writeable_c
+    struct Plain_c : Writeable_c
     {
-        explicit Plain_s(FileReplacement_c & Replacement)
+        explicit Plain_c(FileReplacement_c & Replacement)
             : Writeable_c(Replacement, SAVE_VERSION)
         {}
     };
     FileSave_c Save(m_sPath.c_str());
     FileSaveWriter_c Writer(Save);
-    Plain_s Archive(Writer);
+    Plain_c Archive(Writer);
     int iValue = 7;
     EXPECT_EACH(Archive.Open(), Archive.ChunkBegin("Value"));
     Archive.Serialize(iValue);
@@ -271,7 +271,7 @@ TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
     std::mt19937 Random(1);
     int iLast = -FileSave_c::ABSENT;
     unsigned tMost = 20000;   // microseconds up to a kill
-    // At least 25 programs, and at most 1000 until the stored value is above 10.
+    // The loop kills 25 programs, then more until the stored value is above 10, at most 1000 in all.
     for (int i = 0; i < 25 || (iLast <= 10 && i < 1000); ++i)
     {
         SCOPED_TRACE(i);

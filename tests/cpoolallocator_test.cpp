@@ -81,7 +81,7 @@ TEST(PoolAllocator, EveryBlockIsAlignedAndApart)
     }
 }
 
-TEST(PoolAllocator, AFixedPoolServesFromTheCallersStorageAlone)
+TEST(PoolAllocator, AFixedPoolServesFromTheCallersStorageAloneAndStopsAtALargerBlock)
 {
     constexpr int ELEMENTS = 64;
     constexpr int NODE = 48;   // bytes

@@ -110,7 +110,7 @@ TEST_F(PropertyListTest, StatesWhatItRequires)
 {
     EXPECT_EACH(Open("list.txt", "longer value\nx y\n"), m_pList->StartProp(), m_pList->StartVal("longer"));
     char szSmall[4] = "";
-    // What the buffer has after a call that succeeds, or "refused".
+    // A row begins with what the buffer has after a call that succeeds, or with "refused".
     std::tuple<std::string, std::function<bool()>, char const *> const dRows[] = {
         { "lon", [&] { return m_pList->NextProp(szSmall, 4); }, "int(strlen(m_Names[0])) < nMaxLength" },
         { "val", [&] { return m_pList->NextVal(szSmall, 4); }, "int(strlen(m_List[0])) < nMaxLength" },

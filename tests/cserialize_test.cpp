@@ -42,7 +42,7 @@ namespace
         return sSaved;
     }
 
-    // One of each element: what docs/formats.md dumps.
+    // Elements of the example archive in docs/formats.md.
     struct Example_s
     {
         int iHealth = 100;
@@ -125,7 +125,7 @@ TEST(Serialize, StoresAndLoadsWhatTheExampleLacks)
     EXPECT_EQ(sWord, "a") << "loaded from a text that was cut";
 }
 
-// Chunks whose header and payload lie across the end of the buffer, left by the reader after any part of them.
+// A chunk lies across the end of the buffer. The reader leaves it at its start, inside it, at its end and after it.
 TEST(Serialize, ChunksCrossTheBufferAndAreLeftEarly)
 {
     std::string sBlock(10000, ' ');
@@ -423,7 +423,7 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
         !FileReplacement_c::IsBeside("~zq"), !FileReplacement_c::IsBeside("a"));
 }
 
-// What does not fit, in order: a value, the zeros at the end, the flush at the end, a flush, a replacement's zeros.
+// These do not fit, in order: a value, the zeros at the end, the flush at the end, a flush, a replacement's zeros.
 TEST(Serialize, AFullDiskSetsTheFlag)
 {
     TempFolder_c const Folder;
@@ -444,13 +444,13 @@ TEST(Serialize, AFullDiskSetsTheFlag)
     ExpectFailure(Writeable_c(sName.c_str(), VERSION), 1, 6000, true, false);
     ExpectFailure(BufferedWriteable_c(sName.c_str(), VERSION), 1100, 1700, true, false);
     ExpectFailure(BufferedWriteable_c(sName.c_str(), VERSION), 1, 9000, false, false);
-    struct Plain_s : Writeable_c
+    struct Plain_c : Writeable_c
     {
-        explicit Plain_s(FileReplacement_c & Replacement)
+        explicit Plain_c(FileReplacement_c & Replacement)
             : Writeable_c(Replacement, VERSION)
         {}
     };
     FileReplacement_c Replacement(sName.c_str());
-    ExpectFailure(Plain_s(Replacement), 1, 6000, false, true);
+    ExpectFailure(Plain_c(Replacement), 1, 6000, false, true);
     EXPECT_FALSE(Replacement.Commit());
 }

@@ -169,7 +169,7 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
     Node_s Root{ 1, 0, &g_StaticNode, nullptr, &dStatics[0] };
     std::string const sBytes = SaveGraph(&Root);
 
-    // A run with another address, one with an object too many, one with an object too few.
+    // One run has another address, one has an object too many, and one has an object too few.
     LogCapture_c const Log;
     dEntries[2].pPointer = &dStatics[1];
     g_StaticNode.iValue = 0;
@@ -257,7 +257,7 @@ TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
     EXPECT_FALSE(p);
 }
 
-// A typed pointer to a part of another object. If the save does not complain, the load succeeds.
+// A typed pointer leads to a part of another object. If the save does not complain, the load succeeds.
 TEST_F(Serializer, ATypedPointerLeadsToARegisteredPart)
 {
     using Register_t = std::function<void(A &, Node_s &)>;
@@ -342,7 +342,7 @@ TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
 
 TEST_F(Serializer, TheLatestOfANameIsFoundUntilItsEndOrTheModules)
 {
-    struct Module_s : ModuleSerialize_c
+    struct TestModule_c : ModuleSerialize_c
     {
         using ModuleSerialize_c::Initialize;
         using ModuleSerialize_c::Shutdown;

@@ -167,18 +167,18 @@ TEST(SerializerTyped, DamageNeverMakesAPointerOfAnotherType)
         Classes.Lamps.m_dMade.clear();
         Owner_s * pRoot = nullptr;
         EXPECT_EQ(FailedConditions([&] { nSound += LoadGraph(sBytes, pRoot).IsSound(); }), "");
-        for (auto const & p : Classes.Balls.m_dMade)
+        for (auto const & pBall : Classes.Balls.m_dMade)
         {
-            EXPECT_TRUE(Leads(p->m_pOwner, Classes.Owners));
+            EXPECT_TRUE(Leads(pBall->m_pOwner, Classes.Owners));
         }
-        for (auto const & p : Classes.Lamps.m_dMade)
+        for (auto const & pLamp : Classes.Lamps.m_dMade)
         {
-            EXPECT_EACH(Leads(p->m_pOwner, Classes.Owners), Leads(p->m_pTwin, Classes.Lamps));
+            EXPECT_EACH(Leads(pLamp->m_pOwner, Classes.Owners), Leads(pLamp->m_pTwin, Classes.Lamps));
         }
-        for (auto const & p : Classes.Owners.m_dMade)
+        for (auto const & pOwner : Classes.Owners.m_dMade)
         {
-            auto const IsShape = [&](Shape_c * q) { return Leads(q, Classes.Balls) || Leads(q, Classes.Lamps); };
-            EXPECT_EACH(Leads(p->pNext, Classes.Owners), std::ranges::all_of(p->dShapes, IsShape));
+            auto const IsShape = [&](Shape_c * p) { return Leads(p, Classes.Balls) || Leads(p, Classes.Lamps); };
+            EXPECT_EACH(Leads(pOwner->pNext, Classes.Owners), std::ranges::all_of(pOwner->dShapes, IsShape));
         }
     };
     for (std::size_t i = 4; i < sWhole.size(); ++i)

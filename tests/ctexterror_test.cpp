@@ -284,7 +284,7 @@ TEST_F(TextError, AFailedGetHasTheTrueLineAndTheCell)
     }
 }
 
-TEST_F(TextError, AScriptsMismatchHasItsPlaceAndReason)
+TEST_F(TextError, AScriptsMismatchHasItsPlaceAndAFailedOpenItsReason)
 {
     auto const GetQuoted = [](Script_c & Script, char cQuote)
     {

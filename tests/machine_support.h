@@ -147,7 +147,7 @@ inline bool LimitWatches(std::string const & sWhat, int nLimit)
     return unshare(CLONE_NEWUSER) == 0 && std::ofstream("/proc/sys/user/max_inotify_" + sWhat) << nLimit << std::flush;
 }
 
-/// Returns the number of this process's open handles.
+/// Returns the number of this process's open handles, including the one that the call opens to count them.
 inline std::ptrdiff_t CountHandles()
 {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});

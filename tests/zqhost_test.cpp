@@ -66,7 +66,7 @@ TEST(ZqHost, LosesNoSaveThatItCannotLoad)
     EXPECT_TRUE(std::filesystem::is_symlink(sSave));
 }
 
-TEST(ZqHost, FailsWhenItsTablesCannotBeReadOrItsOutputIsFull)
+TEST(ZqHost, FailsWhenItsMediaCannotBeReadOrItsOutputIsFull)
 {
     NEEDS_ZQTOOL;
     TempFolder_c const Folder;

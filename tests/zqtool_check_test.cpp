@@ -94,7 +94,7 @@ TEST(ZqtoolCheck, OptionsChooseKindHeadAndSeparators)
     EXPECT_EQ(Checked("f.csv", "a;b\n1;2,3\n", "--separators ';'"), ": spreadsheet, 1 row, 2 columns: no complaint\n");
 }
 
-TEST(ZqtoolCheck, ComparesCellsWithASchema)
+TEST(ZqtoolCheck, ComparesCellsWithASchemaAndReportsFaultsOfTheSchema)
 {
     TempFolder_c const Folder;
     std::string const sSchema = "--schema " + Folder.Write("schema.txt", SCHEMA);

@@ -86,7 +86,7 @@ timers:
     Application
 )";
 
-    // What zqtool prints of these details.
+    // Output of zqtool for these details.
     constexpr char SHOWN[] =
         R"(write to address 0x10 in Abort, called from Ship_c::Hit (ship.h:9), thread 4711 "render \x1B[31m"
 FILE_details.txt, 2013-03-07 09:05:41, C0000005 ACCESS_VIOLATION
@@ -338,7 +338,7 @@ TEST_F(ZqtoolCrash, CountsTheVersionsOfEachGroupInOrder)
     EXPECT_EQ(Json_t::parse(sJson)["process"]["host"], "Robots v2.9") << "the first one of a repeated key";
 }
 
-TEST_F(ZqtoolCrash, ThePageFiltersItsGroups)
+TEST_F(ZqtoolCrash, ThePageFiltersItsGroupsAndFitsANarrowWindow)
 {
     SKIP_IF(FindBrowser().empty(), NEEDS_BROWSER);
     WriteDetails(DETAILS, "CrashReport_1");
@@ -360,7 +360,7 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
 {
     std::string const sGood = WithVariables(), sZeros(5000, '\0'), sLong(100000, 'x');
     std::string const sStack = std::string(HEAD) + STACK;
-    // A report, what is said of it, and what is shown nevertheless.
+    // A row has a report, what zqtool says of it, and what zqtool shows nevertheless.
     for (auto const & [sReport, sExpected, sShown] : Rows_t<std::string, std::string, std::string>{
              { "", ": the report is empty", "" }, { sZeros, "(1): a line has zeros in place of text (and 1 more)", "" },
              { "\x7F"
@@ -462,7 +462,7 @@ TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
     EXPECT_THAT(Unknown.sOutput, ContainsRegex("\nno symbols for " + sProgram + ", build-id [0-9a-f]+\n$"));
 }
 
-TEST_F(ZqtoolCrash, ColoursAreForTerminalsAlone)
+TEST_F(ZqtoolCrash, ColoursObeyNoColorAndTextsControlNoTerminal)
 {
     std::string const sFile =
         WriteDetails(Replaced(DETAILS, "last words", "\x1B[5m\x7F\xC2\x9B\xE2\x80\xAE\xF0\x9F\x9A\x80\xE2\x80\t\""));

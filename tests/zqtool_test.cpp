@@ -100,7 +100,7 @@ TEST(Zqtool, TheManualThePageAndJsonHaveTheOptions)
         std::string const sDocument = Section(sPage, "## ", sCommand);
         for (std::string const & sOption : Options(sCommand))
         {
-            if (sOption != "--help" && sOption != "--json")   // which all have
+            if (sOption != "--help" && sOption != "--json")   // which the page describes once
             {
                 EXPECT_THAT(sDocument, HasSubstr("`" + sOption)) << sCommand;
             }
@@ -137,7 +137,7 @@ TEST(Zqtool, ShellsCompleteWhatHelpHas)
         EXPECT_EQ(WordsOf(sPart, "            '", true), Options(sCommand)) << sCommand;
     }
     SKIP_IF(RunShell("command -v zsh").iStatus != 0, "needs zsh");
-    // What zsh shows after keys, on a terminal of its own.
+    // The script types keys into a zsh on a terminal of its own, and checks what that zsh shows.
     Folder.Write("_zqtool", sZsh);
     std::string const sScript = Folder.Write("check", R"(cd $1
 zmodload zsh/zpty

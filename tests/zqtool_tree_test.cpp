@@ -7,7 +7,7 @@ namespace
     namespace fs = std::filesystem;
     using testing::EndsWith, testing::HasSubstr;
 
-    // Fixture with media that hold each kind of finding, in the current folder.
+    // Fixture with media that hold findings of many kinds, in the current folder.
     class ZqtoolTree : public testing::Test
     {
     protected:
@@ -92,7 +92,7 @@ TEST_F(ZqtoolTree, ReportsEachEntryOnce)
     }
 }
 
-TEST_F(ZqtoolTree, SaysWhichFileANameOpens)
+TEST_F(ZqtoolTree, SaysWhichFileANameOpensAndRefusesBadArguments)
 {
     for (auto const & [szArguments, iStatus, szOutput] : Rows_t<char const *, int, char const *>{
              { "--find Any/BAY.map media", 1,

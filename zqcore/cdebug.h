@@ -119,7 +119,7 @@ public:
     /// Type of what SetLocation returns.
     using Internal_t = int (DebugMessages_c::*)(char const * fmt, ...);
 
-    static constexpr std::size_t TEXT_SIZE = 16384;   // bytes of a message with its terminator; longer ones are cut
+    static constexpr std::size_t TEXT_SIZE = 16384;   // bytes to which a message is cut, with its terminator
 
     /// Returns the only instance.
     ZQ_API static DebugMessages_c & Get();

@@ -7,7 +7,7 @@
 
 namespace
 {
-    constexpr int FILES_EXPECTED = 8192;   // expected files; each growth has room for at least a sixteenth of them
+    constexpr int FILES_EXPECTED = 8192;   // expected files, of which each growth has room for at least a sixteenth
     static_assert(alignof(FileOnDisk_c) <= MEMORY_ALIGNMENT);
 
     // The pool, which is never destroyed: objects may outlive every destructor of the process.

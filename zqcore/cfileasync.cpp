@@ -51,11 +51,11 @@ constinit plat::Thread_c g_hAsyncThread;
 
 namespace
 {
-    constinit plat::Lock_c g_StayerLock;   // lock of both lists of stayers
-    constinit plat::WakeUp_c g_WakeUp;     // signal that a request was added or the worker must stop
-    constinit std::atomic<bool> g_bStop = false;
-    constinit bool g_bNoWorker = false;     // whether the system refused a thread
-    constinit bool g_bWorkerLost = false;   // whether a forked child must still start a worker
+    constinit plat::Lock_c g_StayerLock;           // lock of both lists of stayers
+    constinit plat::WakeUp_c g_WakeUp;             // signal that a request was added or the worker must stop
+    constinit std::atomic<bool> g_bStop = false;   // whether the worker must stop
+    constinit bool g_bNoWorker = false;            // whether the system refused a thread
+    constinit bool g_bWorkerLost = false;          // whether a forked child must still start a worker
 
     plat::ForkLock_c const g_AsyncForkLock(g_csAsync);
     plat::ForkLock_c const g_StayerForkLock(g_StayerLock);

@@ -65,7 +65,7 @@ namespace
         CacheStamp_s Stamp;
     };
     constinit bool g_bCheck = false;            // whether scans and saves store stamps (FilesystemCacheCheck)
-    Array_T<NotedFolder_s, 1024, 0> g_dNoted;   // folders as scans and comparisons found them
+    Array_T<NotedFolder_s, 1024, 0> g_dNoted;   // folders as scans, comparisons and saves last saw them
 
     CacheStamp_s StampOf(Folder_t const & sFolder)
     {
@@ -136,8 +136,8 @@ namespace
         return { CACHE_STAMP_OF_NAMES, nSum };
     }
 
-    // Returns the stamp of the cache's own folder for saving. Returns UNKNOWN if no scan has read the folder, or if it
-    // has changed since the scan, which may then have seen other names.
+    // Returns the stamp of the cache's own folder for saving. Returns UNKNOWN if the folder is not noted, or if it has
+    // changed since it was noted, so that the tables may have other names.
     CacheStamp_s OwnStamp(CachePlace_s const & Cache)
     {
         CacheStamp_s const Now = StampOf(Cache.sFolder);

@@ -39,8 +39,8 @@ namespace
     Array_T<String_T<256>, 1024, 0> g_dTrackIgnoreExts;
     String_T<1024> g_sTrackProblem;   // text of FileTrackGetProblem
     unsigned g_iTrackRun = 0;         // identifier of the watch: a receiver may end it or start another
-    bool g_bTrackWalking = false;
-    bool g_bTrackGone = false;   // whether the watched folder's end was reported
+    bool g_bTrackWalking = false;     // whether FileTrackDoWork is in WalkBatch
+    bool g_bTrackGone = false;        // whether the watched folder's end was reported
 
     // The changed file of a record: the watched folder and the record's name. The name's characters up to U+00FF are
     // converted to UTF-8. Others are skipped. The buffer has room for any name of a batch.

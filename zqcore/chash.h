@@ -199,7 +199,9 @@ private:
     std::uint16_t m_dSkip[SIZE] = {};   // steps from here over occupied slots only; 0: not known
     bool m_bHoles = false;              // whether something was deleted, so that m_dSkip may be wrong
     bool m_bUsed = false;               // whether an entry was added since the last Reset
-    bool m_bTwins = false;   // whether a key may be in the table twice; the earlier slot of the chain hides the other
+
+    /// Whether a key may be in the table twice. The earlier slot of the chain then hides the other.
+    bool m_bTwins = false;
 };
 
 /// Hash of an IndexHash_T that uses the low bits of the key.

@@ -104,8 +104,8 @@ private:
     static std::atomic<int> s_nPrevious;
 
     std::FILE * m_pOwn = nullptr;
-    plat::FileIdentity_t m_OwnFile;                      // file of the own stream; BeginAnew changes it under a lock
-    std::atomic<std::uint64_t> m_nSize = UNKNOWN_SIZE;   // of the file; counted while there is a limit
+    plat::FileIdentity_t m_OwnFile;                      // file of the own stream, which BeginAnew changes under a lock
+    std::atomic<std::uint64_t> m_nSize = UNKNOWN_SIZE;   // of the file, counted while there is a limit
     std::atomic<std::uint32_t> m_nLost = 0;              // number of lost lines, and the flag TORN
     std::atomic<std::uint32_t> m_tChecked = 0;           // of Follow's last check, by plat::CoarseClockMilliseconds
 };

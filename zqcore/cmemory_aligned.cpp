@@ -193,7 +193,7 @@ namespace
         plat::DebugOutput(szText);
     }
 
-    // The heap for cmemory_operators.inl.
+    // Allocates a block and returns it. On failure writes a line to the debugger and returns null.
     void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
     {
         auto const iWord = static_cast<int>(MemoryWordOf(iBlockType));

@@ -28,8 +28,8 @@ int ProfilerOpenTimers(char const ** dNames, int nMost);
 /// Pops down to this depth, but never the root.
 void ProfilerPopTo(int nDepth);
 
-/// Scope in which a timer runs around calls of a host's code. If an exception ends it, the pushes inside that were not
-/// popped are popped too.
+/// Scope in which a timer runs around calls of a host's code. If an exception ends it, it also pops the pushes that the
+/// calls left open.
 class ProfilerHostScope_c
 {
 public:

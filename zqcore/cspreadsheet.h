@@ -168,9 +168,9 @@ public:
     /// - iBufLength is below 1.
     bool Get(char const * sName, char * pBuffer, int iBufLength);
 
-    /// Moves to the column and reads the number at the start of its cell, in the form of the "C" locale. A text without
-    /// one is 0. A number too large for a float is infinite. Returns false, with fValue unchanged, if the cell is
-    /// missing or empty.
+    /// Moves to the column and reads the number at the start of its cell, in the form of the "C" locale. Reads a text
+    /// without one as 0, and a number too large for a float as infinite. Returns false, with fValue unchanged, if the
+    /// cell is missing or empty.
     bool Get(char const * sName, float & fValue);
 
     /// Move to the column and write its cell to a text object (ctextvalue.h), or read it as a whole number, a number or

@@ -317,7 +317,7 @@ inline SpreadsheetRow_c * Spreadsheet_c::Keep(SpreadsheetRow_c & Row, std::size_
     return pRow;
 }
 
-// Packed rows own nothing but their part of a chunk, so freeing the chunks frees them.
+// Frees the chunks, and with them the packed rows, which own nothing but their part of a chunk.
 void Spreadsheet_c::FreeRows()
 {
     m_pHead = nullptr;

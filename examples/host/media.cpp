@@ -16,7 +16,8 @@ namespace
 {
     constexpr char CACHE_NAME[] = "/filesystemcache.bin";   // below the media root
 
-    bool g_bSplit = false;   // whether the tree has a folder for the game; one without it is scanned as a whole
+    // Whether the tree has a folder for the game. The library scans a tree without one as a whole.
+    bool g_bSplit = false;
 
     std::string CacheOf(Options_s const & Options, std::string const & sMedia)
     {

@@ -159,7 +159,7 @@ namespace
     }
 
     // Returns a message if a path is too long, else an empty text. The library keeps a location in 255 characters and a
-    // bare name in 127. A new save is written next to the old one, under a longer name.
+    // bare name in 127. It writes a new save next to the old one, under a longer name.
     std::string CheckLength(char const * szWhat, std::string const & sPath)
     {
         constexpr std::size_t PATH_LIMIT = 240, NAME_LIMIT = 120;   // with room for the longer name

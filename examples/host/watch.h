@@ -8,7 +8,7 @@
 
 class Survey_c;
 
-/// A watch on the media root from its construction on. Only one can exist at a time.
+/// A watch on the media root from its construction on. Requires that no other watch exists.
 class Watch_c
 {
 public:

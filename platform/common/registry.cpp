@@ -395,7 +395,7 @@ namespace plat
         // Adds a level for a key. Returns false if the key can't be read or its subkeys may not be deleted.
         bool PushLevel(std::vector<Level_s> & dLevels, std::string sFile, StoreHandle_t hKey)
         {
-            KeyContents_s Contents = ReadKeyContents(hKey);
+            KeyContents_t Contents = ReadKeyContents(hKey);
             std::sort(Contents.dSubKeys.begin(), Contents.dSubKeys.end());
             dLevels.push_back({ std::move(sFile), StoreIdentity(hKey), std::move(Contents.dSubKeys) });
             return Contents.bRead && StoreMayDelete(hKey);
@@ -592,7 +592,7 @@ namespace plat
         {
             return false;
         }
-        KeyContents_s const Contents = ReadKeyContents(hFolder);
+        KeyContents_t const Contents = ReadKeyContents(hFolder);
         Info.nSubKeys = Contents.dSubKeys.size();
         for (std::string const & sName : Contents.dSubKeys)
         {

@@ -58,14 +58,14 @@ namespace plat
         struct Reading_s
         {
             StoreHandle_t hFolder;
-            KeyContents_s Contents;
+            KeyContents_t Contents;
         };
 
         // Adds an entry of the folder to the contents of the Reading_s.
         void AddEntry(char const * szFile, bool bFolder, void * pReading)
         {
             auto & Reading = *static_cast<Reading_s *>(pReading);
-            KeyContents_s & Contents = Reading.Contents;
+            KeyContents_t & Contents = Reading.Contents;
             std::string sName;
             if (bFolder && ReadKeyName(Reading.hFolder, szFile, sName))
             {
@@ -86,7 +86,7 @@ namespace plat
         }
     }
 
-    KeyContents_s ReadKeyContents(StoreHandle_t hFolder)
+    KeyContents_t ReadKeyContents(StoreHandle_t hFolder)
     {
         StoreScope_c const Folder(StoreReopen(hFolder));
         Reading_s Reading{ Folder.Get(), {} };
@@ -104,7 +104,7 @@ namespace plat
 
     bool EmptyKey(StoreHandle_t hFolder)
     {
-        KeyContents_s const Contents = ReadKeyContents(hFolder);
+        KeyContents_t const Contents = ReadKeyContents(hFolder);
         errno = ENOTEMPTY;
         bool bEmpty = Contents.bRead && !Contents.bForeign && Contents.dSubKeys.empty();
         for (std::vector<std::string> const * pFiles : { &Contents.dValues, &Contents.dOthers })
@@ -130,7 +130,7 @@ namespace plat
             m_nChanges = g_nKeyChanges;
             m_Stamp = StoreStamp(hFolder);
             m_bSettled = ClockNanoseconds<std::chrono::system_clock>() - m_Stamp.tChange > SETTLED;
-            KeyContents_s Contents = ReadKeyContents(hFolder);
+            KeyContents_t Contents = ReadKeyContents(hFolder);
             m_tRead = Contents.bRead ? ClockNanoseconds<std::chrono::steady_clock>() : 0;
             std::sort(Contents.dSubKeys.begin(), Contents.dSubKeys.end());
             m_dNames.assign(

@@ -11,7 +11,7 @@
 namespace plat
 {
     /// The entries of a key's folder, in the disk's order.
-    struct KeyContents_s
+    struct KeyContents_t
     {
         std::vector<std::string> dSubKeys;   // folded names
         std::vector<std::string> dValues;    // files
@@ -44,21 +44,23 @@ namespace plat
     private:
         std::deque<std::string> m_dNames;   // names are deleted from both ends
         StoreStamp_t m_Stamp;
-        unsigned m_nChanges = 0;
+        unsigned m_nChanges = 0;    // calls of CountKeyChange that the listing allows for
         std::int64_t m_tRead = 0;   // nanoseconds of the steady clock; 0 without a complete reading
         bool m_bSettled = false;    // whether the last change was long before the reading
     };
 
     /// Reads the entries of a key's folder and returns them. On failure bRead is false.
-    KeyContents_s ReadKeyContents(StoreHandle_t hFolder);
+    KeyContents_t ReadKeyContents(StoreHandle_t hFolder);
 
     /// Returns the name of a subkey as its record spells it. Returns the folded name if the subkey has no record, or
     /// if the record holds another name.
     std::string SpellingOf(StoreHandle_t hFolder, std::string const & sFolded);
 
-    /// Empties the folder of a key and returns true. Returns false with errno ENOTEMPTY, and deletes nothing, if the
-    /// folder can't be read, has subkeys, or holds anything that is not the store's. Also returns false if a file can't
-    /// be deleted. Others may then be gone.
+    /// Empties the folder of a key and returns true. Returns false if a file can't be deleted. Others may then be gone.
+    /// Returns false with errno ENOTEMPTY, and deletes nothing, in these cases:
+    /// - the folder can't be read to its end.
+    /// - it has subkeys.
+    /// - it holds anything that is not the store's.
     bool EmptyKey(StoreHandle_t hFolder);
 
     /// Counts a subkey that this process created or deleted. All listings of this process then read their folders

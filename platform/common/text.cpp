@@ -15,13 +15,13 @@ namespace plat
         }
 
         // The forms of UTF-8 (RFC 3629), by the number of bytes that follow the first.
-        struct Form_t
+        struct Form_s
         {
             unsigned char cMask, cLead;   // the first byte's fixed bits
             int nFollowing;
             char32_t cFirst;   // a smaller value must use a shorter form
         };
-        constexpr Form_t FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
+        constexpr Form_s FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
             { 0xF8, 0xF0, 3, FIRST_OF_TWO } };
 
         // Reads the character at pText, moves after it and returns true. At a byte that starts no character, reads the
@@ -30,7 +30,7 @@ namespace plat
         {
             unsigned char const * pByte = pText++;
             cText = WIDE_OF_BYTE + *pByte;
-            for (Form_t const & Form : FORMS)
+            for (Form_s const & Form : FORMS)
             {
                 if ((*pByte & Form.cMask) != Form.cLead)
                 {

@@ -8,7 +8,7 @@
 // Stores the rest of the context. The assembly below ends with a jump here, so this returns to the caller.
 extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(plat::FaultContext_t * pContext)
 {
-    constexpr std::size_t STATE_SIZE = 512;   // bytes that FXSAVE writes (Intel SDM, volume 1, 10.5.1)
+    constexpr std::size_t STATE_SIZE = 512;   // bytes of the FXSAVE area (Intel SDM, volume 1, 10.5.1)
     struct alignas(16) FloatState_t           // these bytes
     {
         std::uint16_t nControl, nStatus;

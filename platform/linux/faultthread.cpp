@@ -75,7 +75,8 @@ namespace plat
                 return m_pMemory != nullptr && sigaltstack(&Stack, nullptr) == 0;
             }
 
-            // Keeps the stack if the thread ends on it: the end of the process follows.
+            // Releases the stack, or keeps it as a spare. Leaves it if the thread ends on it: the end of the process
+            // follows.
             ~AlternateStack_c()
             {
                 stack_t const None = { nullptr, SS_DISABLE, 0 };

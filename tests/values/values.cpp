@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-// For a function whose callers know nothing of it. With KNOWN_TO_CALLERS they know which registers it leaves alone.
+// Attribute of a function whose callers know nothing of it. With KNOWN_TO_CALLERS they know which registers it keeps.
 #if defined(__clang__) || defined(KNOWN_TO_CALLERS)
     #define NOT_INLINED __attribute__((noinline))
 #else

@@ -146,8 +146,6 @@ namespace zqsymbols
                + (bRegister ? " [register]\n" : "\n") + sMembers;
     }
 
-    // The innermost inlined call comes first. Its line is the frame's. The line of each outer one is that of the next
-    // inner call.
     std::string FrameLines_c::LinesOf(Frame_t const & Frame, std::size_t & nNumber, bool bWhole)
     {
         std::uint64_t const nInside = Frame.GetInside();
@@ -162,6 +160,8 @@ namespace zqsymbols
         std::string sText;
         std::size_t nEnd = SIZE_MAX;   // where the scopes of a call end
         std::size_t nFound = 0;
+        // The innermost inlined call comes first. Its line is the frame's. The line of each outer one is that of the
+        // next inner call.
         for (std::size_t i = dCalls.size() + 1; i-- > 0;)
         {
             std::size_t const iScope = i == 0 ? 0 : dCalls[i - 1].iScope;

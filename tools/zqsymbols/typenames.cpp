@@ -17,7 +17,7 @@ namespace zqsymbols
             return Follow(&Die, &Target) ? Spell(Types, Target, nDepth - 1) : "void";
         }
 
-        // Returns the dimensions of an array: "[4][2]". One of unknown size, or of size 0, is "[]".
+        // Returns the dimensions of an array: "[4][2]". Writes one of unknown size, or of size 0, as "[]".
         std::string Dimensions(Dwarf_Die Array)
         {
             std::string sText;

@@ -407,7 +407,7 @@ namespace
         {
             constexpr char const * KINDS[] = { "bytes", "label", "chunk", "text", "graph", "statics", "object",
                 "object_end", "pointer", "address" };
-            Json_t Json;   // an initializer list copies each value, and there may be very many parts
+            Json_t Json;   // an initialiser list copies each value, and there may be very many parts
             Json["offset"] = Part.nAt;
             Json["bytes"] = Part.nBytes;
             Json["depth"] = Part.nDepth;

@@ -36,8 +36,8 @@ public:
     Argument_c & SetRange(int iLeast, int iMost);
     Argument_c & SetRange(double fLeast, double fMost);
 
-    /// Sets a function that is called with each value that the choices and ranges set before allow. It returns what is
-    /// wrong with the value, or an empty text.
+    /// Sets a function that the parser calls with each value that the choices and ranges set before allow. It returns
+    /// what is wrong with the value, or an empty text.
     Argument_c & SetReader(std::function<std::string(std::string const &)> fnRead);
 
     /// Makes it an error to use this argument without the other one.

@@ -104,7 +104,7 @@ namespace
         return ReportMisuse(sText.substr(0, sText.find('\n')), Command.sName);
     }
 
-    int Run(CLI::App & App, int argc, char ** argv)
+    int Run(CLI::App & App, int nArguments, char ** dArguments)
     {
         CommandRun_t fnRun;
         for (Command_t const & Command : COMMANDS)
@@ -114,19 +114,19 @@ namespace
             Arguments_c Arguments(Sub);
             Sub.callback([&fnRun, fnCommand = Command.fnPrepare(Arguments)] { fnRun = fnCommand; });
         }
-        if (argc < 2)
+        if (nArguments < 2)
         {
             std::fputs(HelpText(DescribeParser(App)).c_str(), stderr);
             return EXIT_USAGE;
         }
         std::vector<std::string> const dNames = CommandNames();
-        if (argv[1][0] != '-' && std::ranges::count(dNames, argv[1]) == 0)
+        if (dArguments[1][0] != '-' && std::ranges::count(dNames, dArguments[1]) == 0)
         {
-            return ReportNoCommand(argv[1], dNames);
+            return ReportNoCommand(dArguments[1], dNames);
         }
         try
         {
-            App.parse(argc, argv);
+            App.parse(nArguments, dArguments);
             int const iStatus = fnRun();
             FileReset();   // frees what a scan has added to the table of files
             g_sExcludedFolders.Reset();
@@ -146,7 +146,7 @@ namespace
     }
 }
 
-int main(int argc, char ** argv)
+int main(int nArguments, char ** dArguments)
 try
 {
     CLI::App App("shows the files that programs with ZQCore read and write", "zqtool");
@@ -155,7 +155,7 @@ try
     App.set_help_flag("-h,--help", "print this text; after a command, its arguments");
     App.set_version_flag("--version", VersionText(), "print the version");
     App.footer("Status: 0 done; 1 found something, or a file could not be read or written;\n2 wrong arguments.");
-    return Run(App, argc, argv);
+    return Run(App, nArguments, dArguments);
 }
 catch (...)
 {
