@@ -433,6 +433,15 @@ TEST_F(ZqtoolCrash, ContinuedReportsAreSeveralCrashes)
                     "^access violation at 0x5566C95A4165\n(.|\n)*\n-+\n\nwrite to address 0x10 in Abort, called ")));
 }
 
+TEST_F(ZqtoolCrash, ALineOfASystemHeaderInAReportHidesNoFunctionOfTheHost)
+{
+    std::string const sNameless =
+        Replaced(DETAILS, "libzqcore.so.0+165 Abort+1C\n    at zqcore/cdebug.cpp:7", "game+165 ?");
+    WriteDetails(sNameless);
+    std::string const sReport = Replaced(std::string(HEAD) + STACK, "std::vector<int>::operator[]", "Game::Tick");
+    EXPECT_THAT(RunTool("crash " + WriteReport(sReport)).sOutput, HasSubstr("\n  > #0   Game::Tick+1C"));
+}
+
 TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
 {
     NEEDS_VFORK;

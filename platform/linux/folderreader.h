@@ -12,6 +12,12 @@
 
 namespace plat
 {
+    /// Returns whether a name is "." or "..".
+    inline bool IsDots(char const * szName)
+    {
+        return szName[0] == '.' && (szName[1] == 0 || (szName[1] == '.' && szName[2] == 0));
+    }
+
     /// One walk over a folder's entries, without "." and "..". It holds 32 KiB. Requires that no recursive function has
     /// one on its stack.
     class FolderReader_c
@@ -44,11 +50,6 @@ namespace plat
         bool IsBroken() const { return m_bBroken; }
 
     private:
-        static bool IsDots(char const * szName)
-        {
-            return szName[0] == '.' && (szName[1] == 0 || (szName[1] == '.' && szName[2] == 0));
-        }
-
         /// Reads the next block of entries and returns true. Returns false at the end or when reading fails.
         bool Fill()
         {

@@ -196,11 +196,6 @@ namespace plat
             }
         }
 
-        bool IsDots(std::string_view sName)
-        {
-            return sName == "." || sName == "..";
-        }
-
         // Returns whether an error means more than that a name does not exist or may not be searched for.
         bool IsFault(int iError)
         {

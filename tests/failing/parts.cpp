@@ -239,8 +239,11 @@ namespace
 
 int main(int nArguments, char ** dArguments)
 {
+    std::string const sWish = nArguments == 4 ? dArguments[3] : "";
+    bool const bCheck = sWish == "check" || sWish == "check-new", bWrite = sWish == "old" || sWish == "new";
     auto const pService = std::find_if(std::begin(SERVICES), std::end(SERVICES),
-        [&](Service_s const & Service) { return nArguments == 4 && Service.szName == std::string(dArguments[1]); });
+        [&](Service_s const & Service)
+        { return (bWrite || (bCheck && Service.fnRead)) && Service.szName == std::string(dArguments[1]); });
     if (pService == std::end(SERVICES))
     {
         std::fprintf(stderr, "parts: see the head of its source\n");
@@ -250,14 +253,13 @@ int main(int nArguments, char ** dArguments)
     g_silentMode = false;
     plat::RegistrySetFolder(plat::RegistryTree_e::User, (sFolder + "/registry").c_str());
     plat::ClipboardSetFolder((sFolder + "/clipboard").c_str());
-    bool const bCheck = std::string(dArguments[3]).starts_with("check");
     LogSetFile(bCheck ? L"" : std::filesystem::path(sFolder + "/").wstring().c_str(), L"message.log");
     AppMiscStartup();
     std::filesystem::current_path(sFolder);
     Module_c::Register(ModuleLog_c::Get());
     Module_c::Register(ModuleClipboard_c::Get());
-    bool const bDone = Module_c::InitializeAllModules() ? RunService(*pService, sFolder, dArguments[3])
-                                                        : Fail("a service did not start");
+    bool const bDone =
+        Module_c::InitializeAllModules() ? RunService(*pService, sFolder, sWish) : Fail("a service did not start");
     Module_c::ShutdownAllModules();
     AppMiscShutdown();
     return bDone ? 0 : 1;

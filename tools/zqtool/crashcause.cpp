@@ -261,7 +261,7 @@ bool IsOwnFrame(CrashFrame_t const & Frame)
     }
     // A report names either a frame's module, or its function and line without inlined calls. So the line of a host's
     // function may lie in a system's header whose code is inlined there.
-    bool const bInlinesAreFrames = !Frame.sModule.empty();
+    bool const bInlinesAreFrames = !Frame.sModule.empty() && !Frame.bHidesInlined;
     if (bInlinesAreFrames && IsSystemPath(Frame.sFile))
     {
         return false;

@@ -132,7 +132,7 @@ namespace
     // such limit, or no frame.
     bool StatsRun_c::FindTimers()
     {
-        std::vector<std::string> dNames = { "frame" };
+        std::vector<std::string> dNames = { STATS_FRAME };
         for (StatsNode_t const & Node : m_Tree.GetNodes())
         {
             dNames.push_back(Node.sName);

@@ -9,7 +9,6 @@
 
 namespace
 {
-    constexpr std::string_view FRAME = "frame";   // name of a limit of frames
     constexpr std::string_view PEAK = "peak";
     constexpr std::string_view FRAME_FIGURES[] = { "mean", "median", "p95", "p99", "worst" };
     constexpr std::string_view TIMER_FIGURES[] = { "mean", PEAK };
@@ -56,7 +55,7 @@ std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
     }
     Limit = { Printable(sText.substr(0, iFigure)), sText.substr(iFigure + 1, iTime - iFigure - 1),
         ReadTime(std::string_view(sText).substr(iTime + 1)) };
-    bool const bFrame = Limit.sName == FRAME;
+    bool const bFrame = Limit.sName == STATS_FRAME;
     if (bFrame ? std::ranges::count(FRAME_FIGURES, Limit.sFigure) == 0
                : std::ranges::count(TIMER_FIGURES, Limit.sFigure) == 0)
     {
@@ -69,7 +68,7 @@ std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
 StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond)
 {
     double const fMillisecondsOfTick = 1000 / fTicksPerSecond;
-    if (Limit.sName == FRAME)
+    if (Limit.sName == STATS_FRAME)
     {
         return { true, FrameFigure(Tree.GetSummary(), Limit.sFigure) * fMillisecondsOfTick };
     }

@@ -3,10 +3,13 @@
 
 #include "tools/zqtool/statstree.h"
 
+/// Name of a limit of frames.
+inline constexpr char STATS_FRAME[] = "frame";
+
 /// Largest time that a figure of a stats file may have.
 struct StatsLimit_t
 {
-    std::string sName;     // "frame" or the name of a timer, printable as in the tree
+    std::string sName;     // STATS_FRAME or the name of a timer, printable as in the tree
     std::string sFigure;   // of frames: mean, median, p95, p99, worst; of a timer: mean, peak
     double tLimit = 0;     // milliseconds
 };
@@ -14,7 +17,7 @@ struct StatsLimit_t
 /// Measured time that a limit is compared with. If several timers share a name, the largest time counts.
 struct StatsMeasured_t
 {
-    bool bKnown = false;   // whether the name is "frame" or that of a timer
+    bool bKnown = false;   // whether the name is STATS_FRAME or that of a timer
     double tMilliseconds = 0;
 };
 
