@@ -20,7 +20,7 @@ namespace
         return "unit_" + std::to_string(iFile) + "_diffuse.dds";
     }
 
-    // The tree, below the system's temporary folder, with its cache. Removed at the end of the process.
+    // The tree, below the system's temporary folder, with its cache. The process removes it at its end.
     class CachedTree_c
     {
     public:

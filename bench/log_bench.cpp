@@ -1,4 +1,4 @@
-// log_bench.cpp: a flushed log line, compared with the bare write of the same bytes and with other loggers.
+// log_bench.cpp: a flushed log line, compared with the bare write of the same bytes, with stdio and with spdlog.
 #include "zqcore/clog.h"
 
 #include <benchmark/benchmark.h>

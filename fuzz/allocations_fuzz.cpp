@@ -23,7 +23,7 @@ namespace
         return errno == 0 ? std::vector<std::string>(Match.begin() + 1, Match.end()) : std::vector<std::string>();
     }
 
-    // Reads the report's contents. Returns how often the reader must complain.
+    // Reads the report's contents. Returns the expected number of the reader's complaints.
     int ReadByPatterns(std::istream & Stream, AllocationReport_t & Report)
     {
         static auto const & s_Block = *new std::regex("([0-9]+); ((?:(?!; )[\\s\\S])+); ([\\s\\S]*\\([\\s\\S]*\\))");

@@ -1,6 +1,6 @@
 // fuzz_support.h: what the fuzz targets share.
 //
-// A file without a disk, a folder, the input as a stream, and a check that ends the process.
+// They share a file without a disk, a folder, the input as a stream, and a check that ends the process.
 #pragma once
 
 #include "platform/faults.h"

@@ -22,18 +22,18 @@ namespace
             String_T<256> sText;
             long iLong = 0;
             double fDouble = 0;
-            unsigned long iUnsigned = 0;
+            unsigned long nUnsigned = 0;
             int iFirst = 0, iSecond = 0;
             bool bAll = true;
             for (bool const bValid :
                 { Table.Get(szColumn, sText), Table.Get(szColumn, iLong), Table.Get(szColumn, fDouble),
-                    Table.Get(szColumn, iUnsigned), Table.Get(szColumn, iFirst, iSecond) })
+                    Table.Get(szColumn, nUnsigned), Table.Get(szColumn, iFirst, iSecond) })
             {
                 sAll += bValid ? '1' : '0';
                 bAll = bAll && bValid;
             }
             sAll += Va("%d %s %ld %g %lu %d %d\n", Table.GetLength(szColumn), static_cast<char const *>(sText), iLong,
-                fDouble, iUnsigned, iFirst, iSecond);
+                fDouble, nUnsigned, iFirst, iSecond);
             TextError_t const & Error = Table.GetLastError();   // of the failed calls above
             sAll += bAll ? "" : Va("%d %d %s\n", Error.iLine, Error.iColumn, static_cast<char const *>(Error.sReason));
         }

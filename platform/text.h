@@ -98,9 +98,9 @@ namespace plat
     std::size_t Utf8FromWide(char * szOut, std::size_t nSize, wchar_t const * wszText);
 
     /// Copies a text so that it can't control a terminal or viewer. These are written as escapes:
-    /// - control characters (C0, C1, DEL) that eControls does not leave, as `\n`, `\r`, `\t`, `\x1B` or `\u009B`.
-    /// - characters that end lines, or that embed, override or isolate a direction of writing, as `\u2028`.
-    /// - a byte that is not UTF-8, as `\xFF`.
+    /// - control characters (C0, C1, DEL) that eControls does not leave, as `\n`, `\r`, `\t`, `\x1B` or `\u009B`
+    /// - characters that end lines, or that embed, override or isolate a direction of writing, as `\u2028`
+    /// - a byte that is not UTF-8, as `\xFF`
     ///
     /// All else is copied unchanged, including `\`. Copies the whole characters and escapes that fit, and moves szText
     /// after them. An nSize of 7 or more always has room for one. Returns the number of bytes written, without the

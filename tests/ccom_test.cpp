@@ -171,7 +171,7 @@ TEST(ComObject, LedgerTouchesItsMemoryAsItIsUsedAndEndsAtItsLimit)
             ComObject_c::GetFreeReferences(), nTouched);
         std::_Exit(nTouched < COM_REFERENCES * long{ sizeof(ComDebug_t) } / long{ plat::MEMORY_PAGE } / 8 ? 0 : 1);
     };
-    // A process of its own, where no record was ever used.
+    // UseAll runs in a process of its own, in which no note was used before.
     EXPECT_EXIT(UseAll(), testing::ExitedWithCode(0),
         Va("^%i free, 0 left, m_pEmptyList; %i free", COM_REFERENCES, COM_REFERENCES));
 }

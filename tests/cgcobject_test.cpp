@@ -47,7 +47,7 @@ namespace
     protected:
         GarbageCollection() { g_sDeleted.clear(); }
 
-        // Returns what a collection deletes, in order. A '!' follows an object that sees another in its destructor.
+        // Collects and returns what it deletes, in order. A '!' follows an object that sees another in its destructor.
         static std::string Collect()
         {
             g_sDeleted.clear();

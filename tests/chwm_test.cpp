@@ -21,12 +21,12 @@ TEST(StaticMemoryPool, AllocatesFromTheSmallestClassThatFits)
 {
     StaticMemoryPool_c Pool("classes");
     AddGroups(Pool, { 16, 64, 65, 100, 1000, 1024, 1025, 5000 });
-    for (auto const & [nBytes, iClass] :
-        { std::pair{ 0u, 16 }, { 16, 16 }, { 17, 64 }, { 64, 64 }, { 65, 65 }, { 66, 100 }, { 101, 1000 },
+    for (auto const & [nBytes, nClass] :
+        Rows_t<unsigned, int>{ { 0, 16 }, { 16, 16 }, { 17, 64 }, { 64, 64 }, { 65, 65 }, { 66, 100 }, { 101, 1000 },
             { 1000, 1000 }, { 1001, 1024 }, { 1024, 1024 }, { 1025, 1025 }, { 1026, 5000 }, { 5000, 5000 } })
     {
         void * const pBlock = Pool.Alloc(nBytes, false);
-        EXPECT_EQ(Pool.IsValid(pBlock), iClass) << nBytes;
+        EXPECT_EQ(Pool.IsValid(pBlock), nClass) << nBytes;
         EXPECT_EQ(FailedConditions([&] { Pool.IsArray(pBlock); }), "0 && \"why would you care?\"") << nBytes;
         EXPECT_TRUE(Pool.Free(pBlock, false)) << nBytes;
         EXPECT_EQ(Pool.IsValid(pBlock), 0) << nBytes << ": in a spare chunk";

@@ -17,9 +17,9 @@ namespace
 
     struct Figures_s
     {
-        Figures_s() { MemoryCategoriesGet(d, iAllocs, iBytes, iMaxBytes); }
+        Figures_s() { MemoryCategoriesGet(dInfo, iAllocs, iBytes, iMaxBytes); }
 
-        mem::CategoryInfo d[mem::TOTAL];
+        mem::CategoryInfo dInfo[mem::TOTAL];
         std::ptrdiff_t iAllocs, iBytes, iMaxBytes;
     };
 
@@ -31,7 +31,7 @@ namespace
         Changes_t Changes;
         for (int i = 0; i < mem::TOTAL; ++i)
         {
-            Changes[i] = { New.d[i].iCount - Old.d[i].iCount, New.d[i].iBytes - Old.d[i].iBytes };
+            Changes[i] = { New.dInfo[i].iCount - Old.dInfo[i].iCount, New.dInfo[i].iBytes - Old.dInfo[i].iBytes };
         }
         std::erase_if(
             Changes, [](auto const & Change) { return Change.second == std::pair<std::ptrdiff_t, std::ptrdiff_t>(); });
@@ -72,7 +72,7 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
         EXPECT_EQ(plat::HeapBlockWord(pBlock), static_cast<std::uint32_t>(Word(iExpected, CLIENT)));
         EXPECT_EQ(After - Before, (Changes_t{ { iExpected, { 1, plat::HeapBlockSize(pBlock) } } }));
         EXPECT_EACH(After.iAllocs == Before.iAllocs + 1,
-            After.d[iExpected].iFrameAllocs == Before.d[iExpected].iFrameAllocs + 1);
+            After.dInfo[iExpected].iFrameAllocs == Before.dInfo[iExpected].iFrameAllocs + 1);
         MemCategoryScope_c const Other(mem::Sound);   // does not count for what is freed
         CoreMemory::operator_delete(p);
         Figures_s const Freed;
@@ -84,7 +84,7 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
     MemoryResetFrameAllocCount();
     Figures_s const Reset;
     EXPECT_GE(MemoryGetFrameAllocCount(), 10u);   // one for each row and one more
-    EXPECT_EACH(Reset.d[mem::AI].iLastFrameAllocs == 1, Reset.d[mem::AI].iFrameAllocs == 0);
+    EXPECT_EACH(Reset.dInfo[mem::AI].iLastFrameAllocs == 1, Reset.dInfo[mem::AI].iFrameAllocs == 0);
 }
 
 TEST(Memory, PeaksStayWhenBlocksGoAndNewOnesStayBelow)
@@ -92,7 +92,7 @@ TEST(Memory, PeaksStayWhenBlocksGoAndNewOnesStayBelow)
     auto const Peaks = []
     {
         Figures_s const Now;
-        mem::CategoryInfo const & Info = Now.d[mem::Generator];   // nothing else here uses it
+        mem::CategoryInfo const & Info = Now.dInfo[mem::Generator];   // no earlier test uses it
         return std::tuple(Info.iMaxCount, Info.iMaxBytes, Now.iMaxBytes);
     };
     constexpr std::size_t NEW_PEAK = std::size_t{ 64 } << 20;
@@ -186,7 +186,7 @@ TEST(Memory, EveryFormOfNewIsTracked)
     std::ranges::generate(dWide, [] { return ZQ_NEW Wide_s; });
     Figures_s const After;
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pWide) % alignof(Wide_s), 0u);
-    EXPECT_EQ(After.d[mem::kiln].iCount, Before.d[mem::kiln].iCount + 4 + std::ssize(dWide));
+    EXPECT_EQ(After.dInfo[mem::kiln].iCount, Before.dInfo[mem::kiln].iCount + 4 + std::ssize(dWide));
     for (Wide_s const * const p : dWide)
     {
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % alignof(Wide_s), 0u);
@@ -252,9 +252,9 @@ TEST(Memory, TrackingThatStartsAgainCountsTheBlocksThatItFinds)
         Figures_s const After;
         CoreMemory::operator_delete(p);
         aligned_free_dbg(pRuntime);
-        auto const iGrown = After.d[mem::Generator].iCount - Before.d[mem::Generator].iCount;
-        bool const bSameFrame = After.d[mem::Decals].iFrameAllocs == Before.d[mem::Decals].iFrameAllocs;
-        EXPECT_EACH(iGrown == -1, After.d[mem::Decals].iCount == Before.d[mem::Decals].iCount + 1, bSameFrame,
+        auto const iGrown = After.dInfo[mem::Generator].iCount - Before.dInfo[mem::Generator].iCount;
+        bool const bSameFrame = After.dInfo[mem::Decals].iFrameAllocs == Before.dInfo[mem::Decals].iFrameAllocs;
+        EXPECT_EACH(iGrown == -1, After.dInfo[mem::Decals].iCount == Before.dInfo[mem::Decals].iCount + 1, bSameFrame,
             After.iAllocs == Before.iAllocs, MemoryCheckConsistency());
         return 0;
     };

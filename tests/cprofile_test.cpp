@@ -259,7 +259,7 @@ protected:
         Put<std::uint32_t>(sTo, { 149, 149, 149, 0 });
     }
 
-    // Runs 150 frames with the tree root(a(c) b) and returns the batch that follows this header.
+    // Runs PROFILER_FRAMES frames with the tree root(a(c) b) and returns the batch that follows this header.
     static std::string Batch(std::string const & sHeader)
     {
         ProfilerReset();
@@ -274,7 +274,7 @@ protected:
                 ProfilerPush(static_cast<std::uint32_t>(cName), std::string(1, cName).c_str());
             }
         }
-        for (std::uint32_t i = 0; i < 150; ++i)
+        for (std::uint32_t i = 0; i < PROFILER_FRAMES; ++i)
         {
             for (std::int64_t j = 0; j < 4; ++j)
             {

@@ -42,7 +42,7 @@ TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
     EXPECT_EQ(Reports.Extract(), "");
 }
 
-TEST(DebugHeap, DamageIsReportedAndForeignBlocksStayAlone)
+TEST(DebugHeap, DamageIsReportedAndABlockDamagedInFrontIsNotFreed)
 {
     HeapReports_c Reports;
     auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(10, MEMORY_CLIENT_BLOCK, "file.cpp", 12));
@@ -228,9 +228,7 @@ TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)
         Held.arrive_and_wait();
         auto const InChild = []
         {
-            bool bFree = false;
-            std::thread([&bFree] { bFree = s_First.TryEnter() && s_Second.TryEnter(); }).join();
-            EXPECT_TRUE(bFree);
+            std::thread([] { EXPECT_EACH(s_First.TryEnter(), s_Second.TryEnter()); }).join();
             EXPECT_EQ(s_sCalls, "BbcC");
             EXPECT_EQ(s_dGuarded[0], s_dGuarded[1]);
             return 0;

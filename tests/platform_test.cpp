@@ -219,7 +219,7 @@ TEST(PlatformModules, FindABuildIdUnlessAnEarlierNoteCoversIt)
         EXPECT_EQ(std::memcmp(dId, &Image.BuildId.nContents, nExpected), 0);
     }
 
-    // As lld leaves a build-id of an odd length: the segment ends before its padding.
+    // A segment that lld writes ends before the padding of a build-id of an odd length.
     Image.Other.Head = { 4, 4, 1 };
     Image.BuildId.Head.n_descsz = 3;
     --Image.Segment.p_filesz;

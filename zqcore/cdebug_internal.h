@@ -6,8 +6,8 @@
 /// Text of ZQ_ASSERT_BREAK for a failure that has no condition to show.
 inline constexpr char DEVELOPER_BREAK[] = "Developer break";
 
-/// Does what AssertReportEx does, for texts from outside, such as names in a file. fmt and what it inserts are treated
-/// as LogEscaped (clog.h) treats them.
+/// Does what AssertReportEx does, for texts from outside, such as names in a file. Treats fmt and what it inserts as
+/// LogEscaped (clog.h) does.
 ZQ_COLD void AssertReportEscaped(char const * szCondition, char const * szFile, char const * szFunction, int iLine,
     char const * fmt, ...) ZQ_PRINTF(5, 6);
 

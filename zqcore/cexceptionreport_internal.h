@@ -211,6 +211,7 @@ namespace exceptionreport
     /// Keeps the end of the main log for WriteProcess, without the lines that the report adds.
     void KeepLogTail();
 
-    /// Writes what is known of the process: when it started, what it runs on, its memory, its log, its timers.
+    /// Writes what is known of the process: the time and its uptime, its command line, the host and the system, its
+    /// memory, the end of the main log, and its timers.
     void WriteProcess(Details_c & Details);
 }

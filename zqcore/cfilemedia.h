@@ -30,9 +30,9 @@ ZQ_API String_T<256> FileGetMediaTemplate();
 ZQ_API void FileSetSplit(char const * sLocation);
 
 /// Returns the media root. Removes one separator at its end. Each call tries these in turn:
-/// - the path of SetPQXMediaPath, whether it exists or not.
-/// - the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if that path exists.
-/// - ".", if the main pack, the pattern without its `*`, lies in the current folder.
+/// - the path of SetPQXMediaPath, whether it exists or not
+/// - the machine's registry value InstallDir of SOFTWARE\Brindle Harbor\<application>\Install, if that path exists
+/// - ".", if the main pack, the pattern without its `*`, lies in the current folder
 ///
 /// If all fail and bAbortIfMissing is set, calls Abort. If it is not set, returns the registry's text, or an empty one.
 ZQ_API String_T<256> GetPQXMediaPath(bool bAbortIfMissing);
@@ -66,8 +66,8 @@ extern ZQ_API bool g_bAddon;
 /// filesystemcache.bin in the media root, if a file of that name is known. Then Shutdown empties the tables, the
 /// exclude lists, the types of stayers and g_FileOpenCallbacker, and ends the watch of cfiletrack.h. The settings above
 /// stay. The cache leaves out:
-/// - the folders profiles, mapscache, $$$pqxautosave and $$$pqxbackup of the media root.
-/// - folders that were registered by a path that begins with `.\`, unless the media root is "." or such a path.
+/// - the folders profiles, mapscache, $$$pqxautosave and $$$pqxbackup of the media root
+/// - folders that were registered by a path that begins with `.\`, unless the media root is "." or such a path
 class ZQ_API ModuleFile_c : public Module_c
 {
 public:

@@ -176,7 +176,7 @@ namespace
     // for an excluded name or a file of an unfinished save: the scan skips both in any case.
     ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
     {
-        if (!g_sExcludedFiles.Has(Entry.szName) && !g_sExcludedFolders.Has(Entry.szName)
+        if (!g_ExcludedFiles.Has(Entry.szName) && !g_ExcludedFolders.Has(Entry.szName)
             && !FileReplacement_c::IsBeside(Entry.szName))
         {
             Skip(FileSkip_e::Unknown, sFolder, Entry.szName);
@@ -201,7 +201,7 @@ namespace
         {
             AddFile(Folder, Entry);   // a duplicate if Reached is in the table already
         }
-        else if (!g_sExcludedFiles.Has(Entry.szName) && CanEnter(Folder.sPath, Entry))
+        else if (!g_ExcludedFiles.Has(Entry.szName) && CanEnter(Folder.sPath, Entry))
         {
             LogHidden(Folder.sPath, Entry, Reached);
         }
@@ -261,7 +261,7 @@ namespace
             LogEscaped("filesystem: skipping \"%s\"", static_cast<char const *>(sSub));
             return FileReportSkip(FileSkip_e::Configuration, Folder.sPath, Entry.szName);
         }
-        bool const bExcluded = g_sExcludedFolders.Has(Entry.szName);
+        bool const bExcluded = g_ExcludedFolders.Has(Entry.szName);
         if (bExcluded || FileSplitExcludes(sSub))
         {
             return FileReportSkip(bExcluded ? FileSkip_e::Excluded : FileSkip_e::Split, Folder.sPath, Entry.szName);
@@ -353,7 +353,7 @@ namespace
 
     void FolderScan_c::AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry)
     {
-        bool const bExcluded = g_sExcludedFiles.Has(Entry.szName);
+        bool const bExcluded = g_ExcludedFiles.Has(Entry.szName);
         if (bExcluded || FileReplacement_c::IsBeside(Entry.szName)) [[unlikely]]
         {
             return FileReportSkip(

@@ -131,7 +131,7 @@ bool OpcodeDecoder_c::RunInstruction(unsigned char const * pCode, Match_t & Matc
 }
 
 // Tries the later instructions first. A VEX prefix that begins none of them, or that has bits which the text does not
-// show, has no effect.
+// show, has no effect. Returns false if no row matches.
 bool OpcodeDecoder_c::RunTables(unsigned char const * pCode, Match_t & Match)
 {
     std::uint32_t const nText = m_nText;
@@ -186,8 +186,10 @@ bool OpcodeDecoder_c::RunGroup(unsigned iSlot, unsigned char const * pCode, std:
     return false;
 }
 
-// Adds the fields of a pattern to the row. Returns false if the code does not match, if a condition does not hold, or
-// if the bytes or the space for fields end first.
+// Adds the fields of a pattern to the row. Returns false in these cases:
+// - The code does not match.
+// - A condition does not hold.
+// - The bytes or the space for fields end first.
 bool OpcodeDecoder_c::MatchPattern(Row_s & Row, unsigned char const * pPattern, std::size_t nPattern)
 {
     for (unsigned char const * pPart = pPattern; pPart != pPattern + nPattern; pPart += 2)
@@ -275,8 +277,10 @@ bool OpcodeDecoder_c::IsConditionMet(unsigned eCondition) const
     }
 }
 
-// Runs the group of a pattern's unit and adds its two fields to the row. Returns false if no row of the group matches,
-// if no byte was consumed to step back to, or without space for the fields.
+// Runs the group of a pattern's unit and adds its two fields to the row. Returns false in these cases:
+// - No row of the group matches.
+// - There is no consumed byte to step back to.
+// - There is no space for the fields.
 bool OpcodeDecoder_c::RunSubtable(Row_s & Row, unsigned eCode)
 {
     bool const bBack = eCode & OPCODE_STEP_BACK;

@@ -101,7 +101,7 @@ namespace
         return &Timer;
     }
 
-    // Makes the last child of the parent. Asserts that a record is free, and returns null otherwise.
+    // Makes the last child of the parent and returns it. Asserts that a record is free, and returns null otherwise.
     ZQ_COLD timer_t * MakeChild(timer_t * pParent, std::uint32_t iTimer, char const * szName, unsigned iSlot)
     {
         bool const bRoom = g_iTimerTotalCount < MAX_TIMERS_TOTAL;

@@ -13,7 +13,7 @@ namespace
     constinit Link_T<RandomSeedEntry_s> * g_pSeedList = nullptr;   // newest first
 }
 
-// Common generator. Its constructor adds it to the list, whose head needs no constructor.
+// The constructor adds the generator to the list, whose head needs no constructor.
 RandomNumber_c g_Random(0, "Common random");
 
 constinit unsigned int g_nSeed0 = 7;
@@ -55,8 +55,8 @@ unsigned int RandomNumber_c::SeedFromTime()
     return GetCrc32Polynomial8(static_cast<std::uint64_t>(plat::SecondsSince1970()));
 }
 
-// Returns the high half of a product. The low half identifies the numbers that would be returned once too often
-// (D. Lemire, "Fast Random Integer Generation in an Interval", 2019).
+// The low half of the product identifies the numbers that would be returned once too often (D. Lemire, "Fast Random
+// Integer Generation in an Interval", 2019).
 std::uint32_t RandomNumber_c::NextBelow(std::uint32_t nCount)
 {
     std::uint64_t nProduct = std::uint64_t{ Next() } * nCount;

@@ -28,7 +28,7 @@ namespace
         __m128i dRows[4];
     };
 
-    // Loads four big-endian words, the first into the highest lane.
+    // Returns four big-endian words, the first in the highest lane.
     ZQ_TARGET_SHA inline __m128i LoadRow(unsigned char const * pBytes)
     {
         __m128i const Reverse = _mm_set_epi64x(0x0001020304050607, 0x08090A0B0C0D0E0F);

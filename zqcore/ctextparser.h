@@ -91,9 +91,9 @@ public:
 
     /// Start on a text, after UTF-8's byte order mark if it has one, and return true. Require that the text stays
     /// unchanged until Close. Return false in these cases:
-    /// - with a log line, for an empty text or a null pointer.
-    /// - with a log line, on an open parser, which keeps its text.
-    /// - without a line, for a text that begins with UTF-16's mark.
+    /// - with a log line, for an empty text or a null pointer
+    /// - with a log line, on an open parser, which keeps its text
+    /// - without a line, for a text that begins with UTF-16's mark
     bool Open(char const * pBegin, char const * pEnd);
     bool Open(char const * pText, int iLength);
 

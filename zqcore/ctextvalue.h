@@ -1,10 +1,10 @@
 // ctextvalue.h: what the readers of texts can write to, besides a buffer with its size.
 //
 // The readers (cwarehouse.h, cspreadsheet.h, cpropertylist.h, cscript.h, cregistry.h) also write to these:
-// - a text object: a String_T of any capacity, a std::string, or a class like it. A std::string holds any text. A
+// - A text object is a String_T of any capacity, a std::string, or a class like it. A std::string holds any text. A
 //   String_T cuts the text, and a reader of cells or tokens reports that as it reports its other errors.
-// - an integer of any width. A number outside its range is refused and never cut.
-// - an enumerator, by a table of names. Names compare without regard to ASCII case.
+// - An integer may have any width. A number outside its range is refused and never cut.
+// - An enumerator is found by a table of names. Names compare without regard to ASCII case.
 //
 // A property list writes only texts. The registry cuts nothing: a text that a String_T can't hold is a failure.
 //

@@ -151,7 +151,7 @@ WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const
     return Scan;
 }
 
-// Stores the place of the work line. If the text has changed, the places of errors are counted anew.
+// Stores the place of the work line. If the text has changed, discards the previous place of an error.
 void Warehouse_c::NoteWork(WarehouseScan_t const & Scan)
 {
     m_nWork = Scan.GetLineStart();

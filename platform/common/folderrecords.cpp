@@ -17,7 +17,7 @@ namespace plat
             return sizeof(FolderChange_t) + sName.size() * sizeof(char16_t);
         }
 
-        // Rounds a size up to a multiple of 4 bytes, where the next record begins.
+        // Returns a size rounded up to a multiple of 4 bytes, where the next record begins.
         std::size_t RoundUp(std::size_t nBytes)
         {
             return (nBytes + 3) & ~std::size_t(3);

@@ -2,10 +2,12 @@
 //
 // Names on disk are folded to ASCII lower case. A byte outside [a-z0-9_ .-], and a leading ".", is written as %XX. The
 // folder of a key holds:
-// - the folders of its subkeys, under their names.
-// - each value, with its name after "=".
-// - the record "@key", with the key's own spelling.
-// - "~", the file that a writer is busy with. Without a lock a text that no other writer uses follows the mark.
+// - the folders of its subkeys, under their names
+// - each value, with its name after "="
+// - the record "@key", with the key's own spelling
+// - "~", the file that a writer is busy with
+//
+// A writer without a lock adds a text to "~" that no other writer uses.
 //
 // The three marks are always escaped at the start of a name. A record is written to the writer's file and then renamed,
 // so no name ever has half a record.

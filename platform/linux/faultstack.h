@@ -10,7 +10,7 @@ namespace plat
     /// present stack.
     void FaultStackPrepare();
 
-    /// Runs fnCall(pArgument) on that stack, or on the present one without it. During the call the thread's alternate
+    /// Runs fnCall(pArgument) on that stack, or on the present one without it. On that stack, the thread's alternate
     /// stack is another one of the library's: signals that arrive leave the interrupted handler's frames alone, and an
     /// overflow in the call is a fault like any other. The change of stacks uses less than 1 KiB of the present one.
     /// Requires that no other call is active.

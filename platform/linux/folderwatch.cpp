@@ -134,7 +134,7 @@ namespace plat
         std::vector<Detached_s> m_dDetached;
         std::vector<Displaced_s> m_dDisplaced;
         std::vector<ToAdd_s> m_dLater;   // folders that the paths known at that time did not lead to
-        bool m_bLost = false;            // whether changes were lost, so that the tree must be read again
+        bool m_bLost = false;            // whether changes were lost: Deliver then reads the tree again
         bool m_bStarting = false;        // whether the whole tree is being added: no event has been missed
         char * m_pRead = nullptr;        // the caller's buffer while a Read is pending
         std::size_t m_nRead = 0;         // bytes of m_pRead
@@ -280,9 +280,9 @@ namespace plat
             m_Drop, [](void * pTree) { static_cast<Tree_c *>(pTree)->Abandon(); }, this);
     }
 
-    // Replaces the parent's queue in the child of a fork. The child must not read the queue's events or keep the queue
-    // alive. A pipe gets the queue's descriptor number, so that the number still belongs to the watch. A pipe can't be
-    // confused with another file.
+    // Replaces the parent's queue in the child of a fork. With the queue, the child would read the parent's events
+    // and keep the queue alive. A pipe gets the queue's descriptor number, so that the number still belongs to the
+    // watch. A pipe can't be confused with another file.
     void FolderWatch_c::Tree_c::Abandon()
     {
         int dEnds[2];

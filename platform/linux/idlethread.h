@@ -5,7 +5,7 @@
 
 namespace plat
 {
-    /// Raises hThread to the normal scheduling class if it is the thread in the idle class.
+    /// Raises hThread to the normal scheduling class if it is the thread in the idle class and the system allows it.
     void IdleThreadLift(pthread_t hThread);
 
     /// Clears the record of the thread in the idle class if that is hThread, which is about to end.

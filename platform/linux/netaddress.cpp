@@ -40,7 +40,8 @@ namespace plat
             return ((Link.sll_addr[0] & LOCAL_BIT) == 0 ? GLOBAL_RANK : 0) + ((Entry.ifa_flags & IFF_UP) != 0 ? 1 : 0);
         }
 
-        // Copies the address of the interface with the highest rank. Of equal ones the lowest number wins.
+        // Copies the address of the interface with the highest rank and returns its uniqueness. If several have that
+        // rank, the one with the lowest number wins.
         NetAddress_e CopyFromInterfaces(unsigned char (&dAddress)[NET_ADDRESS_SIZE])
         {
             ifaddrs * pEntries = nullptr;

@@ -348,7 +348,7 @@ namespace
     Fault_t const * g_pFault = nullptr;
     plat::FaultFilter_t g_fnFilter = nullptr;
 
-    // Calls the library's filter, in which the heap is forbidden, and says whether that left the log open.
+    // Calls the library's filter, forbids it the heap, and returns its result. Says whether it left the log open.
     long Filter(plat::FaultPointers_t const * pFault)
     {
         ForbidHeap();
@@ -450,7 +450,7 @@ namespace
     void CorruptHeap()
     {
         void * const volatile p = std::malloc(24);
-        std::memset(static_cast<std::size_t *>(p) - 2, 0x41, 4096);   // the sizes and links of the blocks after it
+        std::memset(static_cast<std::size_t *>(p) - 2, 0x41, 4096);   // its size, and the sizes and links after it
     }
 
     // Sends a fault to the main thread from another one, while its report waits for a helper that prints nothing.

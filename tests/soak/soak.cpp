@@ -5,9 +5,9 @@
 // The main thread runs frames without pause: the heartbeats, both profilers, opens and asynchronous reads, and now and
 // then a rewritten table, a save, a registry value and a complaint. Seven more threads allocate under categories, log,
 // and complain. After each tenth of the frames a line shows what the process holds. The status is 1 in these cases:
-// - A module did not start.
-// - A save, a table or a registry value failed, or a complaint was not heard. A line at the end has the counts.
-// - From the second line to the last, one of these grew by more than its play: live blocks of a category, descriptors,
+// - A module does not start.
+// - A save, a table or a registry value fails, or no receiver hears a complaint. A line at the end has the counts.
+// - From the second line to the last, one of these grows by more than its play: live blocks of a category, descriptors,
 //   threads, or pages of the process.
 // - The logs hold more bytes at the end than their limits allow.
 #include "zqcore/capp.h"

@@ -3,7 +3,7 @@
 
 namespace
 {
-    struct Lost_s : mem::Object_i
+    struct Lost_c : mem::Object_i
     {
         void Describe(char * szBuffer, std::size_t) const override { *szBuffer = '\0'; }
     };
@@ -12,5 +12,5 @@ namespace
 extern "C" ZQ_API void Lose()
 {
     CoreMemory::operator_new(40, mem::AI << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK, __FILE__, 1);
-    new (static_cast<int>(MEMORY_OBJECT_FLAG | MEMORY_CLIENT_BLOCK), __FILE__, 2) Lost_s;
+    new (static_cast<int>(MEMORY_OBJECT_FLAG | MEMORY_CLIENT_BLOCK), __FILE__, 2) Lost_c;
 }

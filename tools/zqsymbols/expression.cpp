@@ -53,12 +53,14 @@ namespace zqsymbols
         private:
             void Put(std::uint64_t nValue) { m_dStack.push_back(m_Process.Cut(nValue)); }
 
+            // Pushes a number with nMore added. Fails without a number.
             void PutIfKnown(std::optional<std::uint64_t> nValue, std::uint64_t nMore = 0)
             {
                 m_bFailed |= !nValue;
                 Put(nValue.value_or(0) + nMore);
             }
 
+            // Removes the top of the stack and returns it. Fails and returns 0 if the stack is empty.
             std::uint64_t Take()
             {
                 if (m_dStack.empty())
@@ -363,6 +365,7 @@ namespace zqsymbols
                 return true;
             }
 
+            // Pushes a copy of the value that has iFromTop values above it. Fails if there is none.
             void PutCopy(std::uint64_t iFromTop)
             {
                 m_bFailed |= iFromTop >= m_dStack.size();

@@ -111,7 +111,8 @@ namespace zqsymbols
                 Values, Values.NumberAt(Value, bShort ? 2 * nWord : 0, nWord), Values.NumberAt(Value, nWord, nWord));
         }
 
-        // Shows a value by one row. Returns nothing if the row does not fit its members or can't read them.
+        // Shows a value by one row. Returns nothing if the row does not fit its members, or can't read the pointers and
+        // lengths that it needs.
         std::optional<std::string> ShowBy(
             Printer_t const & Printer, Values_c & Values, Value_t const & Value, int nDepth)
         {

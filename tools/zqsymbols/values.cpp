@@ -472,8 +472,8 @@ namespace zqsymbols
         }
     }
 
-    // Adds a line for each member, and after it lines for the members of its structure. Counts nLeft down. Below 0 the
-    // members are only counted.
+    // Adds a line for each member, and after it lines for the members of its structure. Counts nLeft down. At 0
+    // and below the members are only counted.
     void Values_c::AddMembers(
         Value_t const & Value, std::string const & sIndent, int nDepth, int & nLeft, std::string & sText)
     {

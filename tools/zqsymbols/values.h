@@ -1,12 +1,12 @@
 // values.h: values of the examined process as text.
 //
 // A value is one line:
-// - numbers in decimal, and large or negative integers also in hexadecimal.
-// - addresses and integers of 16 bytes in hexadecimal.
-// - enumerators by name, and text in quotes.
-// - containers and structures in braces. Members can list a structure's members in further lines.
+// - numbers in decimal, and large or negative integers also in hexadecimal
+// - addresses and integers of 16 bytes in hexadecimal
+// - enumerators by name, and text in quotes
+// - containers and structures in braces
 //
-// Values_c escapes everything from the process.
+// Members can list a structure's members in further lines. Values_c escapes everything from the process.
 #pragma once
 
 #include "platform/symbols.h"

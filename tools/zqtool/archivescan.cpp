@@ -227,7 +227,8 @@ namespace
             }
         }
 
-        // Adds the beginning of a pass. Its static objects are recognised if their count and identifiers are in range.
+        // Adds the beginning of a pass, and its static objects if their count and identifiers are in range. Returns the
+        // end of what it added.
         std::size_t AddPass(std::size_t nAt, std::size_t nTo)
         {
             std::size_t const nCount = Add({ ArchivePart_e::Pass, nAt, ARCHIVE_WORD });

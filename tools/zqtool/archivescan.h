@@ -83,7 +83,7 @@ struct ArchiveScan_t
     std::vector<ArchiveProblem_t> dProblems;
 };
 
-/// Recognises the parts of an archive after its version word:
+/// Returns the parts and problems of an archive after its version word. Recognises these parts:
 /// - chunks of known names, and chunks of any name that follow one another from the version word to the end. The last
 ///   of several may be unfinished.
 /// - labels of known names, and those of object graphs with their records.

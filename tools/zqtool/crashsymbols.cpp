@@ -83,7 +83,7 @@ namespace
     }
 
     // Returns a named frame with what the report says of its address. If an address has several frames, only the first
-    // can follow frames left out. A return address was looked up one byte before, so its displacement grows by 1.
+    // can follow frames left out. Find looks up the byte before a return address, so its displacement grows by 1.
     CrashFrame_t Merged(CrashFrame_t Named, CrashFrame_t const & Reported, bool bFirst)
     {
         Named.nAddress = Reported.nAddress;

@@ -129,8 +129,8 @@ namespace
             App.parse(nArguments, dArguments);
             int const iStatus = fnRun();
             FileReset();   // frees what a scan has added to the table of files
-            g_sExcludedFolders.Reset();
-            g_sExcludedFiles.Reset();
+            g_ExcludedFolders.Reset();
+            g_ExcludedFiles.Reset();
             return CheckOutput(iStatus);
         }
         catch (CLI::Success const & Wanted)   // --help and --version

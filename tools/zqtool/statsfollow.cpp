@@ -117,8 +117,8 @@ namespace
         return true;
     }
 
-    // Answers "/" with the page, and "/data?run=1&from=150" with news. Any other target is not found. The page has no
-    // frame: it asks for all.
+    // Returns the answer for a target: the page for "/", and news for "/data?run=1&from=150". Refuses any other.
+    // The page has no frame: it asks for all.
     std::string Follower_c::AnswerTo(std::string const & sTarget)
     {
         int iRun = 0, iFrom = 0, nRead = 0;

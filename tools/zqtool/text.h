@@ -17,9 +17,9 @@ enum class Colour_e
 };
 
 /// Returns the text as UTF-8. U+FFFD replaces each byte of these:
-/// - a control character.
-/// - a character that ends a line or changes the direction of writing.
-/// - bytes that are not UTF-8.
+/// - a control character
+/// - a character that ends a line or changes the direction of writing
+/// - bytes that are not UTF-8
 std::string Printable(std::string_view sText);
 
 /// Returns a line of a log as Printable does, except that four blanks replace a tab.

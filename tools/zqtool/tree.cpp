@@ -158,9 +158,9 @@ namespace
     }
 
     // Returns why a file does not open by its bare name. The first of these that applies is the reason:
-    // - a finding about the file.
-    // - a finding about a folder that it is in.
-    // - it opens by another name.
+    // - a finding about the file
+    // - a finding about a folder that it is in
+    // - another name by which it opens
     std::string WhyNotEntered(MediaScan_t const & Scan, std::string const & sPath)
     {
         std::string sWhy = "it opens by another name";
