@@ -22,7 +22,7 @@
 namespace
 {
     constexpr int ELEMENTS = 100000;
-    constexpr std::size_t SIZE = 64;
+    constexpr std::size_t SIZE = 64;   // bytes of a block
 
     enum class Order_e
     {
@@ -72,7 +72,7 @@ namespace
 
     // Allocates all blocks and releases them. The time is that of one pair.
     template <typename ALLOCATOR>
-    void Pairs(benchmark::State & State, Order_e eOrder, Sizes_e eSizes, ALLOCATOR && Allocator)
+    void RunPairs(benchmark::State & State, Order_e eOrder, Sizes_e eSizes, ALLOCATOR && Allocator)
     {
         std::vector<std::size_t> const dOrder = FreeOrder(eOrder);
         std::vector<std::size_t> const dSizes = Sizes(eSizes);
@@ -153,7 +153,7 @@ namespace
     template <typename ALLOCATOR>
     void Run(benchmark::State & State, Order_e eOrder, Sizes_e eSizes)
     {
-        Pairs(State, eOrder, eSizes, ALLOCATOR());
+        RunPairs(State, eOrder, eSizes, ALLOCATOR());
     }
 
     template <>
@@ -164,7 +164,7 @@ namespace
         {
             return;
         }
-        Pairs(State, eOrder, eSizes, Allocator);
+        RunPairs(State, eOrder, eSizes, Allocator);
     }
 
     // Sources of the allocators of containers. Get returns what the constructor of a container expects.
@@ -202,7 +202,7 @@ namespace
 
     // Fills a list and clears it. The time is that of one node.
     template <typename SOURCE>
-    void List(benchmark::State & State)
+    void FillList(benchmark::State & State)
     {
         SOURCE Source;
         std::list<std::uint64_t, typename SOURCE::template Allocator_t<std::uint64_t>> List(Source.Get());
@@ -218,7 +218,7 @@ namespace
 
     // Inserts keys into a map in a random order and erases them in ascending order. The time is that of one key.
     template <typename SOURCE>
-    void Map(benchmark::State & State)
+    void FillMap(benchmark::State & State)
     {
         using Pair_t = std::pair<std::size_t const, std::size_t>;
         constexpr std::size_t KEYS = 1000;   // so few that the tree stays in the cache
@@ -239,14 +239,14 @@ namespace
             }
         }
     }
-    BENCHMARK(List<OurAllocator_s>)->Name("List/ours");
-    BENCHMARK(List<OurResource_s>)->Name("List/ours_pmr");
-    BENCHMARK(List<StdResource_s>)->Name("List/std_pmr_pool");
-    BENCHMARK(List<Malloc_s>)->Name("List/glibc");
-    BENCHMARK(Map<OurAllocator_s>)->Name("Map/ours");
-    BENCHMARK(Map<OurResource_s>)->Name("Map/ours_pmr");
-    BENCHMARK(Map<StdResource_s>)->Name("Map/std_pmr_pool");
-    BENCHMARK(Map<Malloc_s>)->Name("Map/glibc");
+    BENCHMARK(FillList<OurAllocator_s>)->Name("List/ours");
+    BENCHMARK(FillList<OurResource_s>)->Name("List/ours_pmr");
+    BENCHMARK(FillList<StdResource_s>)->Name("List/std_pmr_pool");
+    BENCHMARK(FillList<Malloc_s>)->Name("List/glibc");
+    BENCHMARK(FillMap<OurAllocator_s>)->Name("Map/ours");
+    BENCHMARK(FillMap<OurResource_s>)->Name("Map/ours_pmr");
+    BENCHMARK(FillMap<StdResource_s>)->Name("Map/std_pmr_pool");
+    BENCHMARK(FillMap<Malloc_s>)->Name("Map/glibc");
 
     template <typename ALLOCATOR>
     void Register(std::string const & sWork, char const * szAllocator, Sizes_e eSizes)
@@ -290,7 +290,7 @@ namespace
     };
 
     // Calls AddRef on all objects, then Release on all, with the ledger. The time is that of one call of each.
-    void References(benchmark::State & State)
+    void CountReferences(benchmark::State & State)
     {
         std::vector<Object_c> dObjects(static_cast<std::size_t>(State.range(0)));
         while (State.KeepRunningBatch(State.range(0)))
@@ -305,5 +305,5 @@ namespace
             }
         }
     }
-    BENCHMARK(References)->Name("Com/addref_release/ours")->Arg(1)->Arg(1000)->Arg(100000);
+    BENCHMARK(CountReferences)->Name("Com/addref_release/ours")->Arg(1)->Arg(1000)->Arg(100000);
 }

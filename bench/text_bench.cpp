@@ -224,7 +224,7 @@ namespace
 
     constexpr int NAMES = 10'000;
 
-    // Returns a list of nLines lines. NAMES lines in a row have all names: 7919 and NAMES have no common divisor.
+    // Returns a list of nLines lines. NAMES lines in a row have all names: 7919 and NAMES are coprime.
     Text_s const & Properties(std::int64_t nLines)
     {
         static std::map<std::int64_t, Text_s> s_dLists;

@@ -56,7 +56,7 @@ TEST(Crc32, ReturnsThePublishedValues)
     EXPECT_EQ(g_dCrc16Tab[3], g_dCrc16Tab[1] ^ g_dCrc16Tab[2]) << "the entries are linear";
 }
 
-TEST(Crc32, UnrolledFormsEqualTheGeneralOne)
+TEST(Crc32, UnrolledFormsAgreeWithTheDefinition)
 {
     for (std::size_t i = 0; i < 100; ++i)
     {
@@ -91,8 +91,8 @@ TEST(Crc32, TwoRunsAreJoinedAndOneIsContinued)
     EXPECT_EQ(Crc32({}, 7), 7u);
 }
 
-// Every length up to 600 that a kernel takes, then long ones, each at every alignment up to 15, in memory that ends
-// with the run.
+// Checks every length up to 600 that a kernel accepts, then long ones. Each run lies at every alignment up to 15, in
+// memory that ends with it.
 TEST(Crc32, EveryKernelAgreesWithTheDefinitionAtEveryLengthAndAlignment)
 {
     // A kernel whose instructions this processor lacks is null.

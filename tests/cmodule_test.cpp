@@ -95,7 +95,7 @@ TEST_F(Modules, LiveInTheOrderOfTheirNeeds)
         "c shutdown\nc has been shutdown in # sec\nb shutdown\nb has been shutdown in # sec\n"
         "a shutdown\na has been shutdown in # sec\nAll modules have been shutdown in # sec\n");
     EXPECT_EACH(!a.IsInitialized(), c.GetInitOrder() == 2);
-    m_Log.Clear();   // no receiver is registered any more
+    m_Log.Clear();   // no module is registered any more
     EXPECT_TRUE(Module_c::InitializeAllModules());
     Module_c::HeartbeatAllModulesIdle();
     Module_c::ShutdownAllModules();
@@ -171,7 +171,7 @@ TEST_F(Modules, ComplainOfASecondInitializeAndOfAMissingShutdown)
     EXPECT_EQ(m_Log.GetText(), "a: still initialized!\n");
 }
 
-TEST_F(Modules, OfTheLibraryHaveTheNamesOfTheirClasses)
+TEST_F(Modules, OfLogAndTimerHaveTheNamesOfTheirClasses)
 {
     EXPECT_STREQ(ModuleLog_c::Get()->GetName(), "ModuleLog_c");
     EXPECT_STREQ(ModuleTimer_c::Get()->GetName(), "ModuleTimer_c");

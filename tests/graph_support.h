@@ -77,7 +77,7 @@ struct World_s
     int iStatic = 0;
     bool bWhole = false;   // whether the latest load succeeded
 
-    /// Empties the lists of static objects. Registers iStatic and a fresh g_StaticNode.
+    /// Empties the list of static objects and the table of pointers. Registers iStatic and a fresh g_StaticNode.
     void RegisterStatics()
     {
         NodeSerializer_c::dRegisteredStaticPointers.Reset();

@@ -15,7 +15,7 @@
 
 using Look_t = std::function<void(plat::FaultContext_t const &)>;
 
-// A stack of functions of many kinds. Each notes the line of its call.
+// A stack of functions of many kinds. Each but the innermost notes the line of its call.
 namespace symbols_test
 {
     std::vector<unsigned> g_dLines;   // of the calls, outermost first

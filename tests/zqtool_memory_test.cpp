@@ -39,8 +39,8 @@ TEST(ZqtoolMemory, ShowsTheLargestFirstInTextAndOnAPage)
     std::string const sPage = Folder.Read("map.html");
     EXPECT_THAT(sPage, testing::StartsWith("<!DOCTYPE html>"));
     EXPECT_THAT(sPage, testing::EndsWith("</body>\n</html>\n"));
-    EXPECT_THAT(sPage, HasSubstr("[\"AI\",[[\"src/\\u003Cb>.cpp(7)\",600,1,0,0]]]"));
-    EXPECT_THAT(sPage, HasSubstr("[\"GFX\",[[\"a (1); x.cpp(12)\",400,2,0,0]]]"));
+    EXPECT_THAT(sPage, HasSubstr("[\"AI\",[[\"src/\\u003Cb>.cpp(7)\",600,1,0,0]]],\n"
+                                 "[\"GFX\",[[\"a (1); x.cpp(12)\",400,2,0,0]]]"));
     EXPECT_EQ(sPage.find("://"), std::string::npos) << "the page needs nothing else";
 }
 

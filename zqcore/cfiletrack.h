@@ -42,8 +42,8 @@
 /// report. Asserts that sPath is not null. Requires that it has no separator at its end. On failure nothing is watched.
 /// Log lines state the reason, and FileOpenTracker (cfilelog.h) raises an Achtung unless it excepts the name. Reasons:
 /// - the folder can't be opened, or its path has more than 255 characters.
-/// - the system's limits. Under Linux they are `fs.inotify.max_user_watches`, the folders that a user may watch,
-///   `fs.inotify.max_user_instances`, the watches that a user may start, and the number of open files.
+/// - a limit of the system is reached. Under Linux the limits are `fs.inotify.max_user_watches`, the folders that a
+///   user may watch, `fs.inotify.max_user_instances`, the watches that a user may start, and the number of open files.
 ZQ_API void FileTrackChanges(char const * sPath);
 
 /// Returns whether a watch is on: the latest FileTrackChanges succeeded, and FileTrackShutdown was not called after it.

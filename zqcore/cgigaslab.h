@@ -159,7 +159,7 @@ public:
     /// Returns the number of elements, free or in use.
     int GetElements() const { return m_iNumElements; }
 
-    /// Frees the storage, or releases that of the caller. The sizes stay.
+    /// Frees the storage, or releases that of the caller. The number of elements and their size stay.
     void Reset();
 
     /// Assert that there is storage, and return whether there is. The message of the second function names iWaterMark.

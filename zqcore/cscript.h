@@ -137,8 +137,8 @@ public:
     /// Read the text between an opening cQuote and the next one. It may contain line ends. Require that sString has
     /// iMaxLength + 1 bytes. Assert that the text fits. If it does not, reading stops when the buffer is full, and the
     /// next read continues there. Before the opening quote they skip:
-    /// - separators.
-    /// - the first slash, and each further slash with the rest of its line.
+    /// - separators
+    /// - the first slash, and each further slash with the rest of its line
     ///
     /// Anything else before the opening quote is a mismatch, with an empty text.
     void GetString(char * sString, int iMaxLength, char cQuote);

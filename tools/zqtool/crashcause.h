@@ -26,9 +26,9 @@ char const * CrashKindOf(std::uint32_t nCode);
 bool IsOwnFrame(CrashFrame_t const & Frame);
 
 /// Returns the frame of a stack at which a developer looks first, or null if there are no frames:
-/// - the first that is the host's own code.
-/// - if there is none, the first whose function has a name.
-/// - if there is none either, the first.
+/// - the first that is the host's own code
+/// - if there is none, the first whose function has a name
+/// - if there is none either, the first
 CrashFrame_t const * LikelyFrame(std::vector<CrashFrame_t> const & dFrames);
 
 /// Returns a frame's function, or else its place in the module or its address.
@@ -42,8 +42,10 @@ std::string CrashPlace(std::vector<CrashFrame_t> const & dFrames);
 std::string CrashHeadline(Crash_t const & Crash);
 
 /// Returns what crashes of the same cause have in common, without the address of a frame:
-/// - the kind.
-/// - the type of an exception, or the module of another fault. An abort and a complaint of the library have neither.
-/// - up to three functions of the host, or of all frames if none is the host's. The innermost is first, but after a
-///   stack overflow they are sorted. A frame without a function counts by its place in its module.
+/// - the kind
+/// - the type of an exception, or the module of a fault that is neither an abort nor a complaint of the library
+/// - up to three functions of the host, or of all frames if none is the host's
+///
+/// The innermost function is first, but after a stack overflow they are sorted. A frame without a function counts by
+/// its place in its module.
 std::string CrashSignature(Crash_t const & Crash);
