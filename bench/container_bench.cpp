@@ -77,15 +77,15 @@ namespace
         }
     }
 
-    void Ours(benchmark::State & State, bool bHit)
+    void FindOurs(benchmark::State & State, bool bHit)
     {
         Run(State, bHit ? Names().dPresent : Names().dMissing,
             [](std::string const & sName) { return Names().dTable.FindByName(sName.c_str()); });
     }
-    BENCHMARK_CAPTURE(Ours, hit, true)->Name("FindByName/hit/ours");
-    BENCHMARK_CAPTURE(Ours, miss, false)->Name("FindByName/miss/ours");
+    BENCHMARK_CAPTURE(FindOurs, hit, true)->Name("FindByName/hit/ours");
+    BENCHMARK_CAPTURE(FindOurs, miss, false)->Name("FindByName/miss/ours");
 
-    void Absl(benchmark::State & State, bool bHit)
+    void FindAbsl(benchmark::State & State, bool bHit)
     {
         Run(State, bHit ? Names().dPresent : Names().dMissing,
             [](std::string const & sName)
@@ -94,10 +94,10 @@ namespace
                 return it == Names().AbslMap.end() ? nullptr : it->second;
             });
     }
-    BENCHMARK_CAPTURE(Absl, hit, true)->Name("FindByName/hit/absl_flat_hash_map");
-    BENCHMARK_CAPTURE(Absl, miss, false)->Name("FindByName/miss/absl_flat_hash_map");
+    BENCHMARK_CAPTURE(FindAbsl, hit, true)->Name("FindByName/hit/absl_flat_hash_map");
+    BENCHMARK_CAPTURE(FindAbsl, miss, false)->Name("FindByName/miss/absl_flat_hash_map");
 
-    void Std(benchmark::State & State, bool bHit)
+    void FindStd(benchmark::State & State, bool bHit)
     {
         Run(State, bHit ? Names().dPresent : Names().dMissing,
             [](std::string const & sName)
@@ -106,6 +106,6 @@ namespace
                 return it == Names().StdMap.end() ? nullptr : it->second;
             });
     }
-    BENCHMARK_CAPTURE(Std, hit, true)->Name("FindByName/hit/std_unordered_map");
-    BENCHMARK_CAPTURE(Std, miss, false)->Name("FindByName/miss/std_unordered_map");
+    BENCHMARK_CAPTURE(FindStd, hit, true)->Name("FindByName/hit/std_unordered_map");
+    BENCHMARK_CAPTURE(FindStd, miss, false)->Name("FindByName/miss/std_unordered_map");
 }

@@ -1,6 +1,6 @@
 // archivescan_fuzz.cpp: archives of any bytes, as zqtool shows them.
 //
-// The parts cover the archive without a gap. The text or the payload of a part lies in the archive.
+// The parts cover all after the version word without a gap. The text or the payload of a part lies in the archive.
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/archivescan.h"
 

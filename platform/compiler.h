@@ -22,7 +22,7 @@
 //   library is loaded at program start, not later by hand.
 // - ZQ_KEEP_WRITES(p) stops the compiler from removing writes to the memory at p that the program does not read before
 //   it releases the memory.
-// - ZQ_PREFETCH(pAddress) prefetches the cache line at an address that will be written soon. It may be any address.
+// - ZQ_PREFETCH(pAddress) prefetches the cache line at an address that is about to be written. It may be any address.
 //   ZQ_CACHE_LINE is the size of a cache line in bytes.
 // - ZQ_BREAK() is a breakpoint trap at this place. Without a debugger it is a fault, as a rule FAULT_BREAKPOINT
 //   (faults.h).

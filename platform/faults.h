@@ -112,8 +112,8 @@ namespace plat
     /// Allocates a stack for faults of the calling thread, so that a stack overflow on it is reported too. Returns
     /// false if the system refuses. The end of the thread releases the stack. These threads have one without this call:
     /// - the thread whose FaultFilterSet hooked the faults, which is as a rule the main thread.
-    /// - on systems where the library can hook the creation of threads, those that are started while it is loaded.
-    ///   This excludes threads that the C library starts for itself, and those of programs that bind the C library's
+    /// - the threads that are started while the library is loaded, if the system lets it hook their creation. This
+    ///   excludes threads that the C library starts for itself, and those of programs that bind the C library's
     ///   functions before this library's (docs/porting.md).
     ///
     /// Without one, a stack overflow of the thread ends the process without a report. All other faults need only the

@@ -8,12 +8,12 @@
 
 // Class whose constructor calls through a variable, outside the unnamed namespace, so that no compiler knows that the
 // call is pure.
-struct AppTestAbstract_s
+struct AppTestAbstract_c
 {
-    AppTestAbstract_s() { fnCall(*this); }
+    AppTestAbstract_c() { m_fnCall(*this); }
     virtual void Act() = 0;
 
-    void (*volatile fnCall)(AppTestAbstract_s &) = [](AppTestAbstract_s & Object) { Object.Act(); };
+    void (*volatile m_fnCall)(AppTestAbstract_c &) = [](AppTestAbstract_c & Object) { Object.Act(); };
 };
 
 namespace
@@ -121,7 +121,7 @@ TEST_F(App, TheVersionNamesTheBuildAndItsTime)
 
 TEST_F(App, StartsInItsFolderAndEndsPureVirtualCallsInAbort)
 {
-    struct Concrete_s : AppTestAbstract_s
+    struct Concrete_c : AppTestAbstract_c
     {
         void Act() override {}
     };
@@ -133,7 +133,7 @@ TEST_F(App, StartsInItsFolderAndEndsPureVirtualCallsInAbort)
         std::fprintf(stderr, "in folder: %i, log: %i\n",
             std::filesystem::current_path() == std::filesystem::read_symlink("/proc/self/exe").parent_path(),
             g_pMessageLogFile != nullptr);
-        Concrete_s();
+        Concrete_c();
     };
     EXPECT_EXIT(CallPureVirtual(), g_EndedAtBreakpoint, "in folder: 1, log: 1\n.*\npure virtual function call");
 }

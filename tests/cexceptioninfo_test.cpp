@@ -116,8 +116,8 @@ TEST_F(ExceptionInfo, ThreadTracesAFaultAndAsks)
     EXPECT_EACH(g_Info.Start(), g_Info.Start());
     EXPECT_EQ(g_sFaultTrace, "<Initializing debug SP><Initializing debug SP, done>");
     for (auto const & [nCode, bWrite, szName, sAccess] : Rows_t<std::uint32_t, bool, char const *, std::string>{
-             { 0xC0000005, false, "EXCEPTION_ACCESS_VIOLATION", "attempt to read ptr 0x00005678\r\n" },
-             { 0xC0000005, true, "EXCEPTION_ACCESS_VIOLATION", "attempt to write ptr 0x00005678\r\n" },
+             { plat::FAULT_ACCESS, false, "EXCEPTION_ACCESS_VIOLATION", "attempt to read ptr 0x00005678\r\n" },
+             { plat::FAULT_ACCESS, true, "EXCEPTION_ACCESS_VIOLATION", "attempt to write ptr 0x00005678\r\n" },
              { 0xC000013A, false, "CONTROL_C_EXIT", "" }, { 0x12345678, false, "unknown", "" } })
     {
         SCOPED_TRACE(szName + sAccess);

@@ -24,7 +24,7 @@ namespace
         return g_eAddress;
     }
 
-    // What a source of identifiers returns.
+    // Status and identifier that the test's source returns.
     std::uint32_t g_dwStatus;
     plat::Guid_t g_GuidOfSource;
 

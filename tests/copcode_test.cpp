@@ -60,7 +60,7 @@ namespace
     {
         static constexpr unsigned char PREFIXES[] = { 0x66, 0xF2, 0xF3, 0x66, 0x67, 0xF0, 0x2E, 0x64 };
         std::vector<unsigned char> dBytes;
-        auto const OneOf = [&](std::size_t n) { return static_cast<unsigned>(Random() % n); };
+        auto const OneOf = [&](std::size_t nChoices) { return static_cast<unsigned>(Random() % nChoices); };
         auto const Add = [&](unsigned nByte) { dBytes.push_back(static_cast<unsigned char>(nByte)); };
         while (OneOf(2) == 0)
         {
@@ -97,7 +97,7 @@ namespace
     }
 }
 
-// Addresses with a symbol, examples of the rest, and vector instructions.
+// The rows have addresses with a symbol, examples of the rest, and vector instructions.
 TEST(Opcode, WritesInstructions)
 {
     for (auto const & [nBits, szBytes, szText] :
@@ -145,7 +145,7 @@ TEST(Opcode, WritesInstructions)
     }
 }
 
-// Random VEX, EVEX and XOP encodings: what an independent decoder accepts has its length and name.
+// The encodings are random VEX, EVEX and XOP ones. Those that an independent decoder accepts have its length and name.
 TEST(Opcode, AgreesWithAnotherDecoderOnVectorInstructions)
 {
 #ifdef TEST_ZYDIS
@@ -198,8 +198,7 @@ TEST(Opcode, AgreesWithAnotherDecoderOnVectorInstructions)
 #endif
 }
 
-// Checksums over texts and lengths, one for each mode. An independent decoder has the same mnemonics, operands and
-// lengths.
+// Each mode has a checksum over texts and lengths. An independent decoder has the same mnemonics, operands and lengths.
 TEST(Opcode, WritesTheKnownTextsOfRandomBytes)
 {
     for (auto const & [eMode, dwCrc] :

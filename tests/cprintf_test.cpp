@@ -44,12 +44,12 @@ namespace
 TEST(Printf, TextClassesPrintAsTheirTexts)
 {
     String_T<8> const s("Ogre");
-    std::string const t = "the cave";
-    std::string_view const v = std::string_view(t).substr(4, 2);
+    std::string const sPlace = "the cave";
+    std::string_view const sPart = std::string_view(sPlace).substr(4, 2);
     LogCapture_c const Log;
-    ::Log("%s has %i lives in %s, %.3s", s, 3, t, v);
-    LogEscaped("%s|%i", "a\n" + t, 5);
-    Logc(true, "%-6s|%6s", s, v);
+    ::Log("%s has %i lives in %s, %.3s", s, 3, sPlace, sPart);
+    LogEscaped("%s|%i", "a\n" + sPlace, 5);
+    Logc(true, "%-6s|%6s", s, sPart);
     Logc(false, "%s", s);
     Warning("%s%c", s, '!');
     static char s_szFormat[4];
@@ -57,16 +57,16 @@ TEST(Printf, TextClassesPrintAsTheirTexts)
     ::Log(s_szFormat, s);   // no literal: checked when it runs
     for (char const * const szFormat : { "<%s>", "%i" })
     {
-        ::Log(szFormat, t);
+        ::Log(szFormat, sPlace);
     }
     std::string const sLong(5000, 'l');
     ::Log("%s", std::string_view(sLong));
     EXPECT_EQ(
         Log.GetText(), "Ogre has 3 lives in the cave, ca\na\\nthe cave|5\nOgre  |    ca\nOgre!\n%i\n<the cave>\n%i\n"
                            + std::string(LOG_LINE_LENGTH, 'l') + "\n");
-    EXPECT_STREQ(NewString("%s-%s", s, v), "Ogre-ca");
+    EXPECT_STREQ(NewString("%s-%s", s, sPart), "Ogre-ca");
     EXPECT_STREQ(Va("%5s", std::string_view()), "     ");
-    EXPECT_EQ(FailedConditions([&] { ZQ_ASSERT_EX(s.IsEmpty(), "%s is %s", s, t); }), "s.IsEmpty(), Ogre is the cave");
+    EXPECT_EQ(FailedConditions([&] { ZQ_ASSERT_EX(s.IsEmpty(), "%s: %s", s, sPlace); }), "s.IsEmpty(), Ogre: the cave");
 }
 
 // g++ refuses only with optimisation, clang++ always.

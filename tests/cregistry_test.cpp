@@ -592,7 +592,7 @@ TEST_F(RegistryTest, AFullDiskKeepsTheOldValueAndMakesNoKeyWithoutItsSpelling)
         EXPECT_FALSE(Registry_c().CreateKey("Key\\Other"));
     }
     EXPECT_EACH(Read("Key", "name") == "old", BusyFiles("user/key") == 0, !plat::RegistryKeyExists(USER, "key\\other"));
-    // What killed processes leave: a key without a spelling and half a record.
+    // Killed processes leave a key without a spelling and half a record.
     fs::remove(m_Folder.Join("user/key/@key"));
     m_Folder.Write("user/key/~", "half");
     EXPECT_TRUE(Write("KEY", "name", "value"));

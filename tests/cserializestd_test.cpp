@@ -149,7 +149,7 @@ TEST(SerializeStd, DamageEndsEveryLoadAndAllocatesLittle)
     EXPECT_LT(InfoOf(mem::DataBase).iMaxBytes, 30000);
 }
 
-// One error of the compiler for each type that an archive refuses.
+// The compiler reports one error for each type of the rows.
 TEST(SerializeStd, RefusedTypesNameTheRemedy)
 {
     TempFolder_c const Folder;

@@ -368,7 +368,7 @@ TEST_F(Warehouse, ARefreshOfTheOpenFileShowsInTheNextSearch)
     EXPECT_EACH(m_pTable->StartIdent(), m_pTable->NextIdent(sIdent));
     m_Folder.Write("live.txt", "@head n\n" + std::string(5000, '\n') + "shield 2\n");
     FileStream("live.txt")->Refresh();
-    EXPECT_FALSE(m_pTable->NextIdent(sIdent));   // the walk was of another text
+    EXPECT_FALSE(m_pTable->NextIdent(sIdent));   // the walk belongs to the previous text
     EXPECT_EQ(Idents(), "shield ");
 }
 

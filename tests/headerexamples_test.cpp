@@ -1,5 +1,5 @@
-// The examples of public headers that need surroundings, or whose results are tested. The build cuts out all examples,
-// and makes tests of the others (examples.cmake). Also the names of tests in docs/reliability.md.
+// The examples of public headers that need surroundings, or whose results are tested, and the names of tests in
+// docs/reliability.md. The build cuts out all examples, and makes tests of the other ones (examples.cmake).
 #include "tests/media_fixture.h"
 #include "zqcore/cbreakpoint.h"
 #include "zqcore/cclipboard.h"

@@ -9,7 +9,7 @@ namespace
     std::string const CACHE = "cache/zqcore";
     IndexKey_t const KEY = { .sBuildId = "0123abcd", .nSpan = 0x10000, .nUnitBytes = 5000, .nSymbols = 7 };
     std::string const KEY_FILE = CACHE + "/" + KEY.sBuildId + ".index";
-    IndexParts_t const PARTS = { { { 0, 16, 11 }, { 16, 8, 300 } }, { { 4, 4, 1 } } };
+    IndexParts_t const PARTS = { { { 0, 16, 11 }, { 16, 8, 300 } }, { { 4, 4, 1 } } };   // start, bytes and value
 
     struct IndexFile : testing::Test
     {

@@ -420,8 +420,7 @@ TEST_F(PlatformFiles, AreNotThoseOfClosedStandardStreams)
     EXPECT_EQ(FileSave_c(m_Folder.Join("save").c_str()).Load(1), FileSave_c::WHOLE);
 }
 
-// What another user may have planted under the name of a file that is written: nothing is written through it, and
-// nothing waits for it.
+// Nothing is written through what another user may have planted under a file's name, and nothing waits for it.
 TEST_F(PlatformFiles, WritesThroughNothingThatWasPlanted)
 {
     std::string const sVictim = m_Folder.Write("victim", "kept"), sFrom = m_Folder.Write("from", "new"),

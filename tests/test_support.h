@@ -1,6 +1,6 @@
 // test_support.h: GoogleTest, and what the tests of several services need.
 //
-// Folders that are deleted after a test, other processes, lines that are logged, dialogs that are shown, and the like.
+// It has folders that are deleted after a test, child processes, captures of the log, answers to dialogs, and the like.
 #pragma once
 
 #include "platform/debugheap.h"
@@ -77,11 +77,11 @@ bool StartModule(Module_c * pModule);
 /// Returns the number of this process's pages in memory, without those of files.
 long ResidentPages();
 
-/// Starts a child process that ends with the status that fnRun returns, or with 98 if an expectation failed in it.
-/// A signal ends it after a minute.
+/// Starts a child process and returns its number. It ends with the status that fnRun returns, or with 98 if the first
+/// failed expectation of the test is in it. A signal ends it after a minute.
 pid_t StartChild(std::function<int()> const & fnRun);
 
-/// Ends this process by a signal after nSeconds, in place of the minute of StartChild. For calls that may hang.
+/// Ends this process by a signal after nSeconds, in place of the minute of StartChild. Serves calls that may hang.
 inline void EndAfter(unsigned nSeconds)
 {
     alarm(nSeconds);
@@ -96,7 +96,7 @@ bool KillChild(pid_t iChild);
 /// Predicate for EXPECT_EXIT: whether a breakpoint ended the process.
 inline testing::KilledBySignal const g_EndedAtBreakpoint(SIGTRAP);
 
-/// Skip a test that needs StatusAsNobody.
+/// Skips a test that needs StatusAsNobody, unless CanDropRights().
 #define NEEDS_NOBODY SKIP_IF(!CanDropRights(), "the superuser's rights can't be dropped")
 
 /// Returns whether a child process can give up the superuser's rights.

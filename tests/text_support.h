@@ -1,4 +1,4 @@
-// text_support.h: functions of texts that do not call the library, for tests and fuzz targets that check it.
+// text_support.h: a function of texts that does not call the library, for tests and fuzz targets that check it.
 #pragma once
 
 #include <string>

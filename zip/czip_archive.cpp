@@ -101,7 +101,7 @@ ZipArchive_c * ZipArchive_c::ForWorker()
     return m_pForWorker && IsSameFile(*m_pForWorker) ? m_pForWorker.get() : nullptr;
 }
 
-// Reads one byte. libzip then reads the local header and passes the read of the data through, which shows their
+// Reads one byte, because libzip then reads the local header and passes the read of the data through, which shows their
 // position.
 std::uint32_t ZipArchive_c::DataOf(zip_uint64_t iEntry)
 {

@@ -31,8 +31,8 @@
 #include <type_traits>
 #include <utility>
 
-/// Storage on the heap: nothing before the first Add, then GROW elements, doubled as needed. From then on the capacity
-/// is above the length. Requires that GROW is above 0. UNUSED has no effect.
+/// Storage on the heap: nothing before the first Add, then GROW elements, doubled as needed. While there is storage,
+/// its capacity is above the length. Requires that GROW is above 0. UNUSED has no effect.
 template <typename T, int GROW, int UNUSED>
 class ArrayTraits_T
 {

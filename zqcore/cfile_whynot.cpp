@@ -12,7 +12,7 @@ namespace
     constinit plat::Lock_c g_WhyNotLock;   // lock of the texts of all files
     plat::ForkLock_c const g_WhyNotForkLock(g_WhyNotLock);
 
-    // The last failure of FileAddOneFile, whose file object is destroyed.
+    // The last failure of FileAddOneFile, which leaves no file object.
     struct NotAdded_s
     {
         String_T<FOLDED_LENGTH + 1> sBare;

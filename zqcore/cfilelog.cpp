@@ -293,8 +293,8 @@ namespace
         return false;
     }
 
-    // Copies a file to CLONE_FOLDER. If its key has folders, the copy lies in the same folders below CLONE_FOLDER. A
-    // file whose key leads upwards is not copied.
+    // Copies a file to CLONE_FOLDER. If its key has folders, the copy lies in the same folders below CLONE_FOLDER.
+    // Skips a file whose key leads upwards.
     void Clone(File_c const & File)
     {
         String_T<256> const sTarget = String_T<256>(CLONE_FOLDER) + "\\" + File.sName;

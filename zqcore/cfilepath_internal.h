@@ -24,8 +24,8 @@ public:
         m_Waiting = g_sFileObjects.Prepare(pFile, &pFile->sName, nKey);
     }
 
-    /// Adds the waiting file, if there is one. A file that the table refuses is destroyed. A duplicate is logged. The
-    /// first file of the process for which the table has no room raises a Warning.
+    /// Adds the waiting file, if there is one. Destroys a file that the table refuses. Logs a duplicate. Raises a
+    /// Warning for the first file of the process for which the table has no room.
     void Flush()
     {
         FileTable_t::Entry_s const Entry = std::exchange(m_Waiting, {});
@@ -67,7 +67,7 @@ public:
     static void DestroyBelow(File_c & Top);
 };
 
-/// Files that left the table while others held them open, and the folders that they still point to.
+/// Files that have left the table while others hold them open, and the folders that they still point to.
 class FileOrphans_c
 {
 public:

@@ -132,7 +132,7 @@ namespace
         WriteStamped(pFile, Line, nText);
     }
 
-    // The main log's listener. PassOn calls WriteLine instead, which saves the copy.
+    // Writes a line to the main log, as a listener. PassOn calls WriteLine instead, which saves the copy.
     void WriteToMessageLog(char const * szText)
     {
         Line_c Line;

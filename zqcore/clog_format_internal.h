@@ -5,7 +5,7 @@
 
 #include <cstdarg>
 
-/// Bytes of the longest text that FormatLinePrefix writes, with space for a terminator.
+/// Bytes that hold any text that FormatLinePrefix writes, with space for a terminator.
 inline constexpr std::size_t LINE_PREFIX_SIZE = 64;
 
 /// Formats like vsnprintf, and allocates nothing itself. Returns the length up to the first NUL, at most nSize - 1.

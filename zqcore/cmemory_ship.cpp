@@ -348,7 +348,8 @@ namespace
         MemoryNewLogRecord(Block, static_cast<mem::Categories_e>(iCategory));
     }
 
-    // Allocates a block of any alignment and size, on any thread. Returns null on failure.
+    // Allocates a block of any alignment and size, on any thread, and returns the caller's bytes. On failure does what
+    // ReportNoMemory does.
     ZQ_COLD void * AllocateSlowly(
         std::size_t nBytes, std::size_t nAlignment, std::size_t nOffset, int iCategory, char const * szFile, int iLine)
     {
@@ -372,8 +373,8 @@ namespace
 
     static_assert(alignof(std::max_align_t) >= UNIT);
 
-    // Allocates a block, usually on the fast path, or returns null. Counts first, so that few values must survive the
-    // call of malloc.
+    // Allocates a block, usually on the fast path, and returns the caller's bytes. On failure does what ReportNoMemory
+    // does. Counts first, so that few values must survive the call of malloc.
     ZQ_INLINE void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
     {
         int const iCategory = CategoryOf(iBlockType);

@@ -79,6 +79,7 @@ public:
     /// an empty text in these cases:
     /// - nBytes is 0.
     /// - The bytes end inside prefixes.
+    /// - Too many prefixes precede the instruction.
     /// - The object has no pages.
     ZQ_API std::size_t Decode(unsigned char const * pCode, std::size_t nBytes, char * szText, std::size_t nText);
 

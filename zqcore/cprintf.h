@@ -389,7 +389,7 @@ ZQ_INLINE bool PrintfMatches(char const (&szFormat)[N])
     return PrintfCheck_T<ARGS...>::Matches(szFormat);
 }
 
-/// Define the templates of a function that has a format. RESULT is its result with attributes, RETURN is "return" or
+/// Define the templates of a function that has a format. RESULT is its result with attributes. RETURN is "return" or
 /// nothing. ZQ_PRINTF_TEXTS_AFTER has the parameters before the format, and their names, both in parentheses.
 #define ZQ_PRINTF_TEXTS(RESULT, RETURN, FUNCTION) ZQ_PRINTF_TEXTS_AFTER(RESULT, RETURN, FUNCTION, (), ())
 #define ZQ_PRINTF_TEXTS_AFTER(RESULT, RETURN, FUNCTION, PARAMETERS, NAMES)                                             \

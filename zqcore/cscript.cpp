@@ -237,7 +237,7 @@ bool Script_c::Read(char * pBuffer, int iCount)
     return m_bEndOfFile;
 }
 
-// Returns the next byte. At the end returns 0 and sets m_bEndOfFile.
+// Reads the next byte and returns it. At the end returns 0 and sets m_bEndOfFile.
 inline char Script_c::ReadByte()
 {
     if (m_iBytesRead == m_iBytesTotal)
@@ -257,7 +257,7 @@ void Script_c::SkipLine()
     {}
 }
 
-// Returns the next token that is no comment, or an empty text at the end.
+// Reads the next token that is no comment and returns it. Returns an empty text at the end.
 inline std::string_view Script_c::ReadToken(bool bPunctuation)
 {
     unsigned const dwSeparators = bPunctuation ? SEPARATOR | PUNCTUATION : SEPARATOR;
@@ -401,8 +401,8 @@ void Script_c::GetLine(char * sLine, int iMaxLength)
     sLine[sRead.copy(sLine, sRead.size())] = '\0';
 }
 
-// Returns the rest of the line without leading blanks and tabs, and reads the line's end. If that text has nMost bytes
-// or more, returns its first nMost and reads no further.
+// Reads the rest of the line with its end, and returns it without leading blanks and tabs and without the end. If that
+// text has nMost bytes or more, returns its first nMost and reads no further.
 std::string_view Script_c::NextLine(int nMost)
 {
     char cByte;

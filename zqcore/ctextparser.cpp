@@ -175,7 +175,7 @@ void SimpleTextParser_c::CopyToken(TextToken_t const & Token, char * szTo, std::
     }
 }
 
-// Copies the first nCopy characters of a token. A doubled delimiter is copied as one.
+// Copies the first nCopy characters of a token. Copies a doubled delimiter as one.
 void SimpleTextParser_c::CopyDoubled(TextToken_t const & Token, char * pTo, std::size_t nCopy) const
 {
     if (Token.nDoubled == 0)

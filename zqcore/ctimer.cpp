@@ -25,8 +25,8 @@ namespace
     };
 
     // The main thread writes these, in ModuleTimer_c::Initialize and at the first calls of longTimeGetPassed and
-    // shortTimeGetSec. Once g_bStarted is set, a clock to which g_pClock points does not change, so other threads may
-    // read it.
+    // shortTimeGetSec. After the first call of longTimeGetPassed, a clock to which g_pClock points does not change, so
+    // other threads may read it.
     constinit LongClock_s g_CoarseClock, g_GoodClock;
     constinit std::atomic<LongClock_s const *> g_pClock = &g_CoarseClock;
     bool g_bStarted = false;

@@ -55,9 +55,8 @@ public:
         char const * sClientHeader = nullptr, char const * sSeparators = nullptr);
 
     /// Returns the error of the last Get since Open that failed or cut a text, or else that of Open. Searches set no
-    /// error. A Get's error has the place of the cell, or of the line if there is no such column. It has no place:
-    /// - without a work line.
-    /// - if a refresh has changed the text after the line was read.
+    /// error. A Get's error has the place of the cell, or of the line if there is no such column. It has no place
+    /// without a work line, or if a refresh has changed the text after the line was read.
     ZQ_API TextError_t const & GetLastError() const;
 
     /// Write the key of the open file. Return false if there is none, which is always so with bCopy. Here and below,

@@ -12,7 +12,7 @@
     #include <variant>
     #include <vector>
 
-// Without a name of its own, so that one object can be linked any number of times.
+// The namespace has no name, so that one object can be linked any number of times.
 namespace
 {
     struct Item_s
@@ -25,10 +25,10 @@ namespace
     };
 
     template <int N>
-    struct Deep_s
+    struct Deep_T
     {
         Item_s Item;
-        Deep_s<N - 1> Next;
+        Deep_T<N - 1> Next;
 
         int Sum(int n) const
         {
@@ -42,7 +42,7 @@ namespace
     };
 
     template <>
-    struct Deep_s<0>
+    struct Deep_T<0>
     {
         int Sum(int n) const { return n; }
     };
@@ -50,9 +50,9 @@ namespace
     template <int N>
     int Work(int n)
     {
-        std::map<int, Deep_s<N>> dDeep;
-        std::vector<std::tuple<int, double, Deep_s<N>>> dTuples(static_cast<std::size_t>(n & 7));
-        std::unordered_map<std::string, std::variant<int, Deep_s<N>, std::string>> dVariants;
+        std::map<int, Deep_T<N>> dDeep;
+        std::vector<std::tuple<int, double, Deep_T<N>>> dTuples(static_cast<std::size_t>(n & 7));
+        std::unordered_map<std::string, std::variant<int, Deep_T<N>, std::string>> dVariants;
         std::function<int(int)> const fnSum = [&dDeep](int nFrom)
         {
             int nSum = nFrom * N;

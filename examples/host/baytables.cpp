@@ -16,7 +16,7 @@ namespace
         return Table.Get(szColumn, sName) && !sName.IsEmpty();
     }
 
-    // Reads the ident of the current row.
+    // Reads the ident of the current row. Returns false if there is no row.
     bool ReadIdent(Warehouse_c const & Table, Name_t & sIdent)
     {
         return Table.GetWorkIdent(sIdent);

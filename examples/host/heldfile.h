@@ -8,7 +8,7 @@
 /// file, or no acceptable row in it. With bFault the media have a fault:
 /// - the file is empty or can't be read
 /// - the file is not of the expected kind
-/// - the scan of the media was not whole, and may have missed the file
+/// - the scan of the media is not whole, and may have missed the file
 struct NoFile_t
 {
     String_T<256> sWhy;

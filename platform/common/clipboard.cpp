@@ -55,8 +55,8 @@ namespace plat
 
         constinit Clipboard_s g_Clipboard;
 
-        // Opens the folder szSet, or the user's own if szSet is empty. Creates a missing one. Returns STORE_NONE on
-        // failure.
+        // Opens the folder szSet, or the user's own if szSet is empty, and returns it. Creates a missing one. Returns
+        // STORE_NONE on failure.
         StoreHandle_t OpenClipboardFolder(char const * szSet)
         {
             char szFolder[STORE_PATH_SIZE];

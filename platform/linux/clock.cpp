@@ -46,7 +46,7 @@ namespace plat
         return static_cast<std::uint32_t>(MonotonicNanoseconds() / NANOSECONDS_OF_MILLISECOND);
     }
 
-    // The coarse clock has its finest period already. Refuses only a period of 0.
+    // The coarse clock has its finest period already. 0 is no period.
     bool CoarseClockRaise(unsigned nMilliseconds)
     {
         return nMilliseconds > 0;

@@ -159,7 +159,8 @@ namespace plat
             std::size_t nBytes = 0;
         };
 
-        // Counts a block as a leak, unless the runtime keeps it. Lists the first ones that have a source line.
+        // Counts a block as a leak and passes it to the dump function, unless the runtime keeps it. Lists the first
+        // ones that have a source line.
         void ReportLeak(HeapBlock_t const & Block, void * pContext)
         {
             auto & Leaks = *static_cast<Leaks_s *>(pContext);

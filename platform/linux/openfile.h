@@ -21,8 +21,8 @@ namespace plat
     inline constexpr mode_t NEW_FILE_MODE = 0666;       // rights of a new file, before the process's mask
     inline constexpr mode_t PRIVATE_FILE_MODE = 0600;   // rights of a file for its owner only
 
-    /// Flags that open a name that others may have created, without following a link and without waiting. The caller
-    /// still checks the opened file with IsRegular.
+    /// Flags that open a name that others may have created, without following a link and without waiting. Require a
+    /// check that the opened file is regular, unless O_EXCL is among them.
     inline constexpr int UNTRUSTED = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
     /// Flags that create a file for writing. A name that exists in any form is refused.

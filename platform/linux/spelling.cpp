@@ -425,7 +425,8 @@ namespace plat
         return bFound;
     }
 
-    // Spells each name of the path as its folder does. Returns false if none was changed, or if one was not found.
+    // Spells each name of the path that leads nowhere as its folder does. Returns false if there is none, or if one was
+    // not found.
     bool DiskPath_c::SpellFromFolders()
     {
         Convert(0, m_nLength);

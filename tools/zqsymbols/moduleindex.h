@@ -46,6 +46,7 @@ namespace zqsymbols
         }
 
     private:
+        /// Returns the number of ranges that start at an address or before it.
         std::size_t CountUpTo(std::uint64_t nAddress) const;
 
         std::vector<IndexRange_t> m_dRanges;

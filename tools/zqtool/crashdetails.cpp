@@ -56,7 +56,7 @@ namespace
         std::vector<Crash_t> m_dCrashes;
         Section_e m_eSection = Section_e::None;
         bool m_bEmpty = true;           // whether the previous line is empty
-        bool m_bFull = false;           // whether a list of the crash was full
+        bool m_bFull = false;           // whether a list of the crash is cut
         std::uint64_t m_nLeftOut = 0;   // frames left out before the next one
         std::string m_sGroup;           // of the process: the key whose lines follow
     };
