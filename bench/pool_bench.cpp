@@ -1,4 +1,4 @@
-// pool_bench.cpp: the pools and the reference counts, compared with allocators that a user would choose.
+// pool_bench.cpp: the pools, compared with allocators that a user would choose, and the reference counts.
 #include "zqcore/ccom.h"
 #include "zqcore/cgigapool.h"
 #include "zqcore/chwm.h"

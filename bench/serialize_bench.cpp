@@ -137,7 +137,7 @@ namespace
         bool operator==(Texts_s const & Other) const { return dOurs == Other.dOurs || dTheirs == Other.dTheirs; }
     };
 
-    // A million values and the texts: all that the peers' table compares.
+    // A million values and the texts.
     struct Both_s
     {
         Values_s Values;

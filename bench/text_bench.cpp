@@ -28,7 +28,7 @@ namespace
         std::int64_t Bytes() const { return static_cast<std::int64_t>(sText.size()); }
     };
 
-    // Returns rows of a game's table: twelve cells, one of them in quotes with a comma.
+    // Returns a game's table: a header, then rows of twelve cells, one of them in quotes with a comma.
     Text_s const & Sheet()
     {
         static Text_s const s_Sheet = []

@@ -1,4 +1,5 @@
-// warehouse_bench.cpp: opening, searches, walks and conversions in tables of 20 MB, compared with code written by hand.
+// warehouse_bench.cpp: opening, searches, walks and conversions in tables of 20 MB. Searches and conversions to numbers
+// are compared with code written by hand.
 #include "bench/bench_support.h"
 #include "zqcore/cwarehouse.h"
 

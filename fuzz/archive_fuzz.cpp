@@ -80,15 +80,16 @@ namespace
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
     Input_c Input(pData, nSize);
-    std::size_t const nCalls = Input.Get();
-    std::string const sCalls = Input.Extract(nCalls);
+    std::string const sCalls = Input.Extract(Input.Get());
     MemoryFile_c File(Input.Extract());
     FileOpen(&File);
     Readable_c Archive(&File, VERSION);
     SurvivesWithoutAbort(
         [&]
         {
-            Require(!Archive.Open() || (Archive.GetPosition() == 4 && Archive.GetVersion() <= VERSION));
+            bool const bOpen = Archive.Open();
+            Require(!bOpen || Archive.GetPosition() == 4);
+            Require(!bOpen || Archive.GetVersion() <= VERSION);
             for (char const cCall : sCalls)
             {
                 bool const bFailed = Archive.IsFailed();
@@ -96,7 +97,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
                 Call(Archive, static_cast<unsigned char>(cCall));
                 Require(Archive.GetPosition() >= 0);
                 Require(Archive.GetPosition() <= Archive.GetLength());
-                Require(!bFailed || (Archive.IsFailed() && Archive.GetPosition() == iPosition));
+                Require(!bFailed || Archive.IsFailed());
+                Require(!bFailed || Archive.GetPosition() == iPosition);
             }
         });
     return 0;

@@ -2,8 +2,6 @@
 #include "fuzz/fuzz_support.h"
 #include "tools/zqtool/http.h"
 
-#include <algorithm>
-
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
     std::string const sRequest(pData, pData + nSize);

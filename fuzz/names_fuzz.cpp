@@ -87,7 +87,9 @@ namespace
         bool const bKey = plat::KeyNameToDisk(sText, sFile);
         Require(bKey == (sText.size() <= plat::NAME_LIMIT));
         Require(plat::ValueNameToDisk(sText, sValue) == bKey);
-        Require(!bKey || (sFile.size() <= NAME_MAX && sValue.size() <= NAME_MAX && sValue[0] == plat::VALUE_MARK));
+        Require(!bKey || sFile.size() <= NAME_MAX);
+        Require(!bKey || sValue.size() <= NAME_MAX);
+        Require(!bKey || sValue[0] == plat::VALUE_MARK);
         Require(sFile.find('/') == std::string::npos);
         Require(sFile.empty() || !std::strchr(NEVER_FIRST, sFile[0]));
         bool const bNamed =
@@ -95,7 +97,8 @@ namespace
         Require(plat::KeyNameFromDisk(sFile.c_str(), sName) == bNamed);
         Require(!bNamed || sName == Lower(sText));
         bool const bOnDisk = plat::KeyNameFromDisk(sText.c_str(), sName);
-        Require(!bOnDisk || (plat::KeyNameToDisk(sName, sSame) && sSame == sText));
+        Require(!bOnDisk || plat::KeyNameToDisk(sName, sSame));
+        Require(!bOnDisk || sSame == sText);
     }
 }
 

@@ -5,7 +5,6 @@
 #include "examples/host/options.h"
 #include "fuzz/fuzz_support.h"
 
-#include <algorithm>
 #include <iterator>
 #include <map>
 #include <sstream>
@@ -105,7 +104,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     for (std::string const & sPath :
         { Options.sMedia, Options.sLogFolder, Options.sSave, Options.sStats, Options.sCacheFile })
     {
-        Require(sPath.empty() || (sPath[0] == '/' && (sPath.size() == 1 || sPath.back() != '/')));
+        Require(sPath.empty() || sPath[0] == '/');
+        Require(sPath.size() < 2 || sPath.back() != '/');
     }
     Require(Options.sConfig == dValues["--config"]);
     Require(Options.bGameGiven == dValues.contains("--game"));

@@ -109,8 +109,7 @@ namespace
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
     Input_c Input(pData, nSize);
-    std::size_t const nSteps = Input.Get() % 64u;
-    std::string const sSteps = Input.Extract(2 * nSteps);
+    std::string const sSteps = Input.Extract(2 * (Input.Get() % 64u));
     std::string & sText = FuzzFile_c::Get().m_sText = Input.Extract();
     std::vector<char> const dText(sText.begin(), sText.end());   // a block of exactly its size
 

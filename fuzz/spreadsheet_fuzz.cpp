@@ -3,7 +3,6 @@
 // The first two bytes are the separators. If both are the same, the usual ones are used. The rest is the file.
 #include "fuzz/fuzz_support.h"
 #include "zqcore/cspreadsheet.h"
-#include "zqcore/cstring.h"
 #include "zqcore/ctextparser.h"
 
 #include <vector>

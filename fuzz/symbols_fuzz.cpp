@@ -17,9 +17,9 @@ namespace
     std::uint32_t g_nAnswers = 0;   // sent; also the number of the last one's request if none was skipped
 
     // Sends a record to the library. Bits of its kind:
-    // - 1 and 2: the answer.
-    // - 4: values of eight bytes.
-    // - 8: a text that fills its room.
+    // - 1 and 2: these bits are the answer.
+    // - 4: the values have eight bytes.
+    // - 8: the text fills its room.
     // - 16: the length of the text is that of the whole record.
     // - 32: the third value counts from the start of the page.
     // - 64: the length of the text is also the number of the request.
@@ -101,8 +101,7 @@ extern "C" int __wrap___clone(int (*)(void *), void *, int, void * pLaunch, ...)
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
     Input_c Input(pData, nSize);
-    std::size_t const nCalls = Input.Get();
-    std::string const sCalls = Input.Extract(nCalls);
+    std::string const sCalls = Input.Extract(Input.Get());
     g_pInput = &Input;
     plat::SymbolsSetHelper("helper");
     plat::FaultContext_t Context;

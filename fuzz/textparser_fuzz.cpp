@@ -92,8 +92,7 @@ namespace
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
     Input_c Input(pData, nSize);
-    std::size_t const nRules = Input.Get() % 16u;
-    std::string const sRules = Input.Extract(3 * nRules), sAll = Input.Extract();
+    std::string const sRules = Input.Extract(3 * (Input.Get() % 16u)), sAll = Input.Extract();
     std::vector<char> const dText(sAll.begin(), sAll.end());   // a block of exactly its size
     std::string_view sRead(dText.data(), dText.size());
     bool const bOpens = !dText.empty() && SkipMark(sRead);

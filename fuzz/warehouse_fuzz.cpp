@@ -60,7 +60,8 @@ namespace
         for (std::size_t i = 0; i < dItems.size() && i < SEARCHES; ++i)
         {
             std::string const & sIdent = dItems[i].first;   // may be cut at 255 bytes
-            Require(sIdent.size() == 255 || (Table.FindIdent(sIdent.c_str()) && Cells(Table) == dFirst[sIdent]));
+            Require(sIdent.size() == 255 || Table.FindIdent(sIdent.c_str()));
+            Require(sIdent.size() == 255 || Cells(Table) == dFirst[sIdent]);
         }
         Require(!Table.FindIdent("@HEAD"));
     }

@@ -4,7 +4,7 @@
 // whole, then its ranges in a file with a right head. Otherwise its next two bits choose the program, and the rest is:
 // 1. of a program with split debug information, the damage to that (Split_c).
 // 2. the 8 words of the memory.
-// 3. the records. A number below 16 MiB is an address of the program.
+// 3. the records. Here and in the memory, an address below 16 MiB counts from the start of the program.
 #define main ZqsymbolsMain
 #include "tools/zqsymbols/main.cpp"
 #undef main
@@ -14,7 +14,6 @@
 #include <array>
 #include <cerrno>
 #include <cinttypes>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
 
@@ -130,7 +129,8 @@ extern "C" ssize_t __wrap_send(int, void const * pRecord, std::size_t nRecord, i
     std::size_t const nText = nRecord - plat::SYMBOL_ANSWER_HEAD;
     Require(Answer.eAnswer <= plat::ANSWER_NEEDS_MEMORY);
     Require(nText <= plat::SYMBOL_TEXT);
-    Require(nText == 0 || (Answer.nText == nText && std::strlen(Answer.szText) == nText - 1));
+    Require(nText == 0 || Answer.nText == nText);
+    Require(nText == 0 || std::strlen(Answer.szText) == nText - 1);
     return static_cast<ssize_t>(nRecord);
 }
 

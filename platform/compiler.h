@@ -5,7 +5,7 @@
 //
 // - ZQ_API marks a name of the library's interface. It is exported while the library is built, which defines
 //   ZQCORE_BUILD, and imported elsewhere. All other names stay inside the shared library.
-// - ZQ_INTERNAL keeps one member of an exported class inside the shared library.
+// - ZQ_INTERNAL keeps one member of an exported class inside the shared library. It has no effect on Windows.
 // - ZQ_PRINTF(iFormat, iFirstArgument) checks the arguments of a function that formats like printf. Both positions
 //   count from 1, and `this` counts too. An iFirstArgument of 0 checks the format only, for a std::va_list.
 // - ZQ_REFUSE_IF(bWrong, szText), after the declarator of a function, refuses calls for which a constant expression of

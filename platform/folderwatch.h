@@ -1,4 +1,4 @@
-// folderwatch.h: reports which files of a folder tree were changed. The caller polls. No call waits.
+// folderwatch.h: reports which files of a folder tree were changed. The caller polls. No call waits for a change.
 //
 // The watch collects changes between two reads. It writes them to the caller's buffer as a batch of records.
 // A change is one of these:

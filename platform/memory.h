@@ -10,11 +10,11 @@ namespace plat
     inline constexpr std::uintptr_t MEMORY_PAGE = 4096;
 
     /// Returns whether nBytes from an address on can be read. Tests one byte if nBytes is 0. It is safe for any
-    /// address, including null. Makes one system call for each page.
+    /// address, including null. Makes at most one system call for each page.
     bool MemoryIsReadable(void const * pMemory, std::size_t nBytes);
 
     /// Copies up to nBytes from an address. Returns the number of bytes before the first that can't be read. It is
-    /// safe for any address and usually makes one system call. A fault filter may call it.
+    /// safe for any address and usually makes two system calls. A fault filter may call it.
     std::size_t MemoryRead(std::uintptr_t Address, void * pBuffer, std::size_t nBytes);
 
     /// Copies an object from an address as MemoryRead does. Returns false if not all of it can be read.

@@ -2,8 +2,9 @@
 //
 // The folder of a compiler defines, in namespace plat:
 //
-// - Words_t: 128 bits, with the bitwise operators.
-// - Words_t WordsLoad(void const * pBytes) and void WordsStore(void * pBytes, Words_t), for any address.
+// - Words_t has 128 bits and the bitwise operators.
+// - Words_t WordsLoad(void const * pBytes) reads from any address.
+// - void WordsStore(void * pBytes, Words_t) writes to any address.
 // - bool WordsAny(Words_t) returns whether any bit is set.
 #pragma once
 

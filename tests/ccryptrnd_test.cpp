@@ -85,7 +85,7 @@ TEST(CryptRandom, TheModuleListensToApplicationMessages)
     EXPECT_FALSE(g_ApplicationMessages.IsEmpty());
     Module_c::ShutdownAllModules();
     EXPECT_TRUE(g_ApplicationMessages.IsEmpty());
-    // The pool holds a byte of the message, so no block is that of an empty pool.
+    // The pool holds the byte that the message added, so no block is that of an empty pool.
     unsigned char dBytes[2 * SHA1_HASH_SIZE];
     GetRandomBytes(dBytes, sizeof dBytes);
     std::string const sBytes(std::begin(dBytes), std::end(dBytes));

@@ -113,7 +113,7 @@ namespace
             g_pAppWindow = nullptr;
         }
 
-        // Removes the receivers that trace.
+        // Removes the listener and the receivers that trace.
         static void HearNothing()
         {
             LogDone();

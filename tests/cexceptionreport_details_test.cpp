@@ -171,7 +171,7 @@ TEST_F(CrashDetailsByHelper, ShowInlinedCallsSourcesAndValues)
 #endif
 }
 
-// Each value of a frame depends on two of its caller.
+// The sum and the difference of each frame depend on both of its caller.
 TEST_F(CrashDetailsByHelper, NameTheArgumentsOfADeepRecursionInTime)
 {
     Crash_t const Crash = RunAlone("depth", ZQSYMBOLS_PATH);

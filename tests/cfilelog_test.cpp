@@ -194,7 +194,7 @@ TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)
     Make({ { "current/LoadedMedia/old.txt", "" }, { "outside/kept.txt", "" } });
     CurrentFolderScope_c const Scope(m_Folder.Join("current"));
     fs::create_directory_symlink(m_Folder.Join("outside"), "LoadedMedia/link");
-    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    ModuleLog_c::SetLogPath(WideFromAscii(m_Folder.GetPath()).c_str());
     StartModule(ModuleLog_c::Get());
     Run();
     FileOpenStored("rel/r.txt")->CloseStored();

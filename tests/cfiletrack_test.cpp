@@ -295,7 +295,7 @@ TEST_F(FileTrack, RefusesWhatItCantWatch)
             return 0;
         };
         int const iStatus = StatusOfChild(StartChild(TrackLimited));
-        SKIP_IF(iStatus == 2, "the system gives no namespace with few watches");
+        SKIP_IF(iStatus == 2, "the system refuses a namespace with few watches");
         EXPECT_EQ(iStatus, 0) << sLimit << szSetting;
     }
 }

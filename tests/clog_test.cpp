@@ -69,7 +69,7 @@ namespace
 
         void OpenMainLog(wchar_t const * wszName = L"")
         {
-            LogSetFile(Wide(m_Folder.GetPath() + "/").c_str(), wszName);
+            LogSetFile(WideFromAscii(m_Folder.GetPath() + "/").c_str(), wszName);
             LogInit();
         }
 
@@ -77,7 +77,7 @@ namespace
 
         void StartNamedLogsIn(std::string const & sFolder)
         {
-            ModuleLog_c::SetLogPath(Wide(sFolder).c_str());
+            ModuleLog_c::SetLogPath(WideFromAscii(sFolder).c_str());
             StartNamedLogs();
         }
 
@@ -207,7 +207,7 @@ TEST_F(Logs, LinesCarryTimeAndFrameAndAreCut)
     std::string const sLog = m_Folder.Read("message.log");
     EXPECT_THAT(sLog, testing::HasSubstr("text 7\nbare 1\n "));
     EXPECT_THAT(sLog, testing::EndsWith("\t12\t" + std::string(LOG_LINE_LENGTH, 'x') + '\n'));
-    EXPECT_EQ(g_ExceptionReport.GetLogFileName(), Wide(m_Folder.Join("message.log")));
+    EXPECT_EQ(g_ExceptionReport.GetLogFileName(), WideFromAscii(m_Folder.Join("message.log")));
 }
 
 TEST_F(Logs, ListenersAreCalledFromTheLastAddedToTheFirst)
@@ -265,7 +265,7 @@ TEST_F(Logs, ASecondRunTruncatesAndThreadsDoNotMixTheirLines)
 
 TEST_F(Logs, OthersThatWriteOrCutTheFileCostNoLine)
 {
-    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    ModuleLog_c::SetLogPath(WideFromAscii(m_Folder.GetPath()).c_str());
     OpenMainLog();
     Log("cut");
     fs::resize_file(m_Folder.Join("message.log"), 0);
@@ -320,7 +320,7 @@ TEST_F(Logs, ALimitKeepsSomePreviousFilesAndCutsNoLine)
 {
     constexpr int LIMIT = 3000, LINES = 1000;
     OpenMainLog();
-    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    ModuleLog_c::SetLogPath(WideFromAscii(m_Folder.GetPath()).c_str());
     LogSetLimit(LIMIT, 2);
     auto const Write = [](int)
     {
@@ -354,7 +354,7 @@ TEST_F(Logs, ALimitKeepsSomePreviousFilesAndCutsNoLine)
 TEST_F(Logs, ALimitWithoutPreviousFilesEmptiesTheLog)
 {
     constexpr int LIMIT = 3000;
-    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    ModuleLog_c::SetLogPath(WideFromAscii(m_Folder.GetPath()).c_str());
     auto const LogLong = [] { Logf("emptied.log", "%s", std::string(2000, 'x').c_str()); };
     LogSetLimit(LIMIT, 0);
     LogLong();
@@ -397,9 +397,9 @@ TEST_F(Logs, ALimitLosesNoLineOfTwoProcesses)
 
 TEST_F(Logs, ALogWithALimitFollowsItsNameBeforeItsNextLine)
 {
-    constexpr std::chrono::milliseconds PAUSE(1100);   // a log checks its name once a second
+    constexpr std::chrono::milliseconds PAUSE(1100);   // a log checks its name at most once a second
     OpenMainLog();
-    ModuleLog_c::SetLogPath(Wide(m_Folder.GetPath()).c_str());
+    ModuleLog_c::SetLogPath(WideFromAscii(m_Folder.GetPath()).c_str());
     LogSetLimit(3000, 1);
     for (bool const bReplaced : { true, false })   // by another process, which has begun a new file, or deleted
     {
@@ -426,7 +426,7 @@ TEST_F(Logs, ALogWithALimitFollowsItsNameBeforeItsNextLine)
                 m_Folder.Read(sName), MatchesRegex(bReplaced ? "of another process\n[^\n]*after\n" : "[^\n]*after\n"));
         }
     }
-    ModuleLog_c::SetLogPath(Wide(m_Folder.Join("other")).c_str());
+    ModuleLog_c::SetLogPath(WideFromAscii(m_Folder.Join("other")).c_str());
     std::this_thread::sleep_for(PAUSE);
     Logf("followed.log", "last");
     EXPECT_EQ(m_Folder.Read("followed.log"), "after\nlast\n") << "an open log stays in its folder";
@@ -557,13 +557,13 @@ TEST_F(Logs, NamedOnesGoBelowTheCurrentFolderOrBesideTheMainLog)
     Logf("a.txt", "1");
     EXPECT_EQ(m_Folder.Read("\xE4 not UTF-8/GameLogs/a.txt"), "1\n");
     Module_c::ShutdownAllModules();
-    LogSetFile(Wide(m_Folder.GetPath() + "/x\\y\\").c_str(), L"main.log");
+    LogSetFile(WideFromAscii(m_Folder.GetPath() + "/x\\y\\").c_str(), L"main.log");
     StartNamedLogs();
     Logf("a.txt", "2");
     EXPECT_EQ(m_Folder.Read("x/y/a.txt"), "2\n");
-    std::wstring sFolder = Wide(m_Folder.GetPath() + "/b\\no_folder");
+    std::wstring sFolder = WideFromAscii(m_Folder.GetPath() + "/b\\no_folder");
     LogCreateFolders(sFolder.data());
-    EXPECT_EQ(sFolder, Wide(m_Folder.Join("b/no_folder")));
+    EXPECT_EQ(sFolder, WideFromAscii(m_Folder.Join("b/no_folder")));
     EXPECT_EACH(fs::exists(m_Folder.Join("b")), !fs::exists(m_Folder.Join("b/no_folder")));
 }
 
@@ -575,15 +575,15 @@ TEST_F(Logs, ARelativeFolderIsThatOfTheCallAndNullIsNone)
     LogInit();
     Log("line");
     EXPECT_THAT(m_Folder.Read("logs/message.log"), testing::EndsWith("\tline\n"));
-    EXPECT_EQ(g_ExceptionReport.GetFolder(), Wide(m_Folder.Join("logs/")));
-    EXPECT_EQ(g_ExceptionReport.GetLogFileName(), Wide(m_Folder.Join("logs/message.log")));
+    EXPECT_EQ(g_ExceptionReport.GetFolder(), WideFromAscii(m_Folder.Join("logs/")));
+    EXPECT_EQ(g_ExceptionReport.GetLogFileName(), WideFromAscii(m_Folder.Join("logs/message.log")));
     LogDone();
     LogSetFile(nullptr, L"x");
     LogInit();
     EXPECT_EQ(g_pMessageLogFile, nullptr);
     ModuleLog_c::SetLogPath(nullptr);
     StartNamedLogs();
-    EXPECT_EQ(ModuleLog_c::Get()->GetLogPath(), Wide(m_Folder.Join("elsewhere") + "\\GameLogs"));
+    EXPECT_EQ(ModuleLog_c::Get()->GetLogPath(), WideFromAscii(m_Folder.Join("elsewhere") + "\\GameLogs"));
 }
 
 TEST_F(Logs, NamedOnesDoNotGoToTheRootIfTheCurrentFolderWasDeleted)

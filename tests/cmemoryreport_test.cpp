@@ -35,7 +35,7 @@ namespace
     {
         auto const Run = [&]
         {
-            ModuleLog_c::SetLogPath(Wide(Folder.GetPath()).c_str());
+            ModuleLog_c::SetLogPath(WideFromAscii(Folder.GetPath()).c_str());
             EXPECT_TRUE(StartModule(ModuleLog_c::Get()));
             fnRun();
             return 0;

@@ -246,10 +246,10 @@ protected:
     }
 
     // Appends a record by its layout. Frame i of 150 takes tFirst + i in i calls.
-    static void PutRecord(std::string & sTo, char cName, std::uint32_t dwChild, std::uint32_t dwNext, int tFirst)
+    static void PutRecord(std::string & sTo, char cName, std::uint32_t nChild, std::uint32_t nNext, int tFirst)
     {
         sTo += cName + std::string(31, '\0');
-        Put<std::uint32_t>(sTo, { static_cast<std::uint32_t>(cName), dwChild, dwNext, 0 });
+        Put<std::uint32_t>(sTo, { static_cast<std::uint32_t>(cName), nChild, nNext, 0 });
         Put<std::int64_t>(sTo, { 0x1122334455667700 });
         for (std::int64_t i = 0; i < 150; ++i)
         {
@@ -284,9 +284,9 @@ protected:
             ProfilerUpdateFrame(false);
         }
         std::string sBatch("\4\0\0\0", 4);
-        std::uint32_t const dwAddress = *reinterpret_cast<std::uint32_t const *>(sHeader.data() + 4);
-        PutRecord(sBatch, 'r', dwAddress + RECORD_SIZE, 0, 0);
-        PutRecord(sBatch, 'a', dwAddress + 2 * RECORD_SIZE, dwAddress + 3 * RECORD_SIZE, 1000);
+        std::uint32_t const nAddress = *reinterpret_cast<std::uint32_t const *>(sHeader.data() + 4);
+        PutRecord(sBatch, 'r', nAddress + RECORD_SIZE, 0, 0);
+        PutRecord(sBatch, 'a', nAddress + 2 * RECORD_SIZE, nAddress + 3 * RECORD_SIZE, 1000);
         PutRecord(sBatch, 'c', 0, 0, 2000);
         PutRecord(sBatch, 'b', 0, 0, 3000);
         // The root has another name and identifier.

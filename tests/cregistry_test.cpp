@@ -100,7 +100,7 @@ namespace
             }
         }
 
-        // Returns how many files of writers at work a key has.
+        // Returns how many files of unfinished writes a key has.
         std::ptrdiff_t BusyFiles(char const * szKeyFolder) const
         {
             return std::count_if(fs::directory_iterator(m_Folder.Join(szKeyFolder)), {},
@@ -232,13 +232,13 @@ TEST_F(RegistryTest, ReadsIntoTextObjectsIntegersAndEnumerators)
     Mode_e eMode = Mode_e::Window;
     EXPECT_EACH(!Registry.ReadValue("t", &eMode, MODES), Registry.WriteString("t", "FULL"),
         Registry.ReadValue("t", &eMode, MODES), eMode == Mode_e::Full);
-    std::uint32_t iWide = 7;
+    std::uint32_t nWide = 7;
     std::int16_t iSmall = 7;
-    std::uint8_t iByte = 7;
+    std::uint8_t nByte = 7;
     std::int64_t iLong = 7;
-    EXPECT_EACH(Registry.WriteValue("u", 0xFFFFFFFEu), Registry.ReadValue("u", &iWide), iWide == 0xFFFFFFFEu,
+    EXPECT_EACH(Registry.WriteValue("u", 0xFFFFFFFEu), Registry.ReadValue("u", &nWide), nWide == 0xFFFFFFFEu,
         Registry.ReadValue("u", &iSmall), iSmall == -2, Registry.ReadValue("u", &iLong), iLong == -2,
-        !Registry.ReadValue("u", &iByte), iByte == 7, !Registry.ReadValue("t", &iWide), iWide == 0xFFFFFFFEu);
+        !Registry.ReadValue("u", &nByte), nByte == 7, !Registry.ReadValue("t", &nWide), nWide == 0xFFFFFFFEu);
 }
 
 TEST_F(RegistryTest, ListsKeysWithTheirFigures)

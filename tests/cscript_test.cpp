@@ -28,27 +28,27 @@ namespace
     //   @7           SetPosition
     //   wname, X, p, q   RewindAfterToken: w and p from here, X and q from the start; w and X whole tokens only
     //   D3           GetDump of three bytes from 3 on
-    //   .            position:lines, and ! once the end was met
+    //   .            position:lines, and ! if m_bEndOfFile is set
 #define OPERATION(...)                                                                                                 \
-    []([[maybe_unused]] Script_c & S, [[maybe_unused]] char * b, [[maybe_unused]] std::string a) { __VA_ARGS__; }
+    [](Script_c & Script, [[maybe_unused]] char * sz, [[maybe_unused]] std::string s) { __VA_ARGS__; }
     std::map<char, Operation_t> const OPERATIONS = {
-        { 'T', OPERATION(S.GetToken(b, false); return "["s + b + "]") },
-        { 'P', OPERATION(S.GetToken(b, true); return "["s + b + "]") },
-        { 'W', OPERATION(S.GetSpecific(b); return "<"s + b + ">") },
-        { 'L', OPERATION(S.GetLine(b, std::stoi(a)); return "{"s + b + "}") },
-        { 'S', OPERATION(S.GetString(b, 5, a[0]); return "'"s + b + "'") },
-        { 'I', OPERATION(return std::to_string(a.empty() ? S.GetInt() : S.GetInt(a.c_str()))) },
-        { 'F', OPERATION(float const f = a.empty() ? S.GetFloat() : S.GetFloat(a.c_str());
+        { 'T', OPERATION(Script.GetToken(sz, false); return "["s + sz + "]") },
+        { 'P', OPERATION(Script.GetToken(sz, true); return "["s + sz + "]") },
+        { 'W', OPERATION(Script.GetSpecific(sz); return "<"s + sz + ">") },
+        { 'L', OPERATION(Script.GetLine(sz, std::stoi(s)); return "{"s + sz + "}") },
+        { 'S', OPERATION(Script.GetString(sz, 5, s[0]); return "'"s + sz + "'") },
+        { 'I', OPERATION(return std::to_string(s.empty() ? Script.GetInt() : Script.GetInt(s.c_str()))) },
+        { 'F', OPERATION(float const f = s.empty() ? Script.GetFloat() : Script.GetFloat(s.c_str());
                          return ""s + Va("%g", static_cast<double>(f))) },
-        { 'K', OPERATION(S.SkipToken(a.c_str()); return ""s) },
-        { '@', OPERATION(S.SetPosition(std::stoi(a)); return ""s) },
-        { 'w', OPERATION(return Found(S.RewindAfterToken(a.c_str(), false, true))) },
-        { 'X', OPERATION(return Found(S.RewindAfterToken(a.c_str(), true, true))) },
-        { 'p', OPERATION(return Found(S.RewindAfterToken(a.c_str(), false, false))) },
-        { 'q', OPERATION(return Found(S.RewindAfterToken(a.c_str(), true, false))) },
-        { 'D', OPERATION(S.GetDump(b, std::stoi(a), std::stoi(a) + 3); return std::string(b, 3)) },
-        { '.', OPERATION(return std::to_string(S.m_iBytesRead) + ":" + std::to_string(S.m_iLines)
-                                + (S.m_bEndOfFile ? "!" : "")) },
+        { 'K', OPERATION(Script.SkipToken(s.c_str()); return ""s) },
+        { '@', OPERATION(Script.SetPosition(std::stoi(s)); return ""s) },
+        { 'w', OPERATION(return Found(Script.RewindAfterToken(s.c_str(), false, true))) },
+        { 'X', OPERATION(return Found(Script.RewindAfterToken(s.c_str(), true, true))) },
+        { 'p', OPERATION(return Found(Script.RewindAfterToken(s.c_str(), false, false))) },
+        { 'q', OPERATION(return Found(Script.RewindAfterToken(s.c_str(), true, false))) },
+        { 'D', OPERATION(Script.GetDump(sz, std::stoi(s), std::stoi(s) + 3); return std::string(sz, 3)) },
+        { '.', OPERATION(return std::to_string(Script.m_iBytesRead) + ":" + std::to_string(Script.m_iLines)
+                                + (Script.m_bEndOfFile ? "!" : "")) },
     };
 #undef OPERATION
 

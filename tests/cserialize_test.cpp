@@ -14,7 +14,7 @@ namespace
 {
     constexpr std::uint32_t VERSION = 0x00010003;
 
-    using A = Serializeable_c;
+    using Archive_t = Serializeable_c;
 
     // Saves with each kind of writer and expects equal archives. Returns their bytes.
     std::string Saved(ArchiveBody_t const & fnBody)
@@ -52,7 +52,7 @@ namespace
         float fRest = 0.25f;
         bool bEmpty = false;   // whether the empty chunk was seen as one
 
-        void Serialize(A & a)
+        void Serialize(Archive_t & a)
         {
             a.Label("abc");
             a.Serialize(iHealth).Serialize(fSpeed);
@@ -71,7 +71,7 @@ namespace
 
     std::string SavedExample()
     {
-        return Saved([](A & a) { Example_s().Serialize(a); });
+        return Saved([](Archive_t & a) { Example_s().Serialize(a); });
     }
 
     // Returns how a load ends: 'w' whole, 'f' failed, 'a' in an abort.
@@ -99,7 +99,7 @@ TEST(Serialize, WritesAndReadsTheExampleOfTheFormatsPage)
 {
     EXPECT_EQ(Hex(SavedExample()), DumpOfPage(FORMATS_PAGE, "archive"));
     Example_s Read{ 0, 0, "", _mm_set1_ps(5), 0 };
-    EXPECT_TRUE(Loaded(SavedExample(), VERSION, [&](A & a) { Read.Serialize(a); }));
+    EXPECT_TRUE(Loaded(SavedExample(), VERSION, [&](Archive_t & a) { Read.Serialize(a); }));
     EXPECT_EQ(std::tuple(Read.iHealth, Read.fSpeed, std::string(Read.sName), Read.fRest, Read.bEmpty),
         std::tuple(100, 1.5, std::string("Ogre"), 0.25f, true));
     EXPECT_EQ(_mm_movemask_ps(_mm_cmpeq_ps(Read.vPlace, _mm_setr_ps(1, 2, 3, 5))), 15);
@@ -110,12 +110,12 @@ TEST(Serialize, StoresAndLoadsWhatTheExampleLacks)
     String_T<256> sWord("ab");
     for (auto const & [szHex, fnBody] :
         Rows_t<char const *, ArchiveBody_t>{
-            { "", [](A &) {} },
-            { " 29 01 00 00", [](A & a) { a.Label("aBC"); } },
-            { " C4 FF FF FF", [](A & a) { a.Label("\xC4"); } },
-            { " 26 39 F4 CB", [](A & a) { a.LabelCrc32("123456789"); } },
-            { " 02 00 00 00 61 62 00", [&](A & a) { a.SerializeString(sWord); } },
-            { " 01 00 00 00 61 62", [&](A & a) { a.SerializeString(sWord.GetBuffer(), 2); } },
+            { "", [](Archive_t &) {} },
+            { " 29 01 00 00", [](Archive_t & a) { a.Label("aBC"); } },
+            { " C4 FF FF FF", [](Archive_t & a) { a.Label("\xC4"); } },
+            { " 26 39 F4 CB", [](Archive_t & a) { a.LabelCrc32("123456789"); } },
+            { " 02 00 00 00 61 62 00", [&](Archive_t & a) { a.SerializeString(sWord); } },
+            { " 01 00 00 00 61 62", [&](Archive_t & a) { a.SerializeString(sWord.GetBuffer(), 2); } },
         })
     {
         std::string const sBytes = Saved(fnBody);
@@ -135,7 +135,7 @@ TEST(Serialize, ChunksCrossTheBufferAndAreLeftEarly)
         SCOPED_TRACE(nLead);
         std::string sData = sBlock;
         std::uint32_t dwTail = 77;
-        ArchiveBody_t const fnBody = [&](A & a)
+        ArchiveBody_t const fnBody = [&](Archive_t & a)
         {
             a.Serialize(nullptr, nLead);
             if (ArchiveChunk_c const Block(a, "Block"); Block)
@@ -164,14 +164,15 @@ TEST(Serialize, VersionsAndLabelsDecideWhatLoads)
     using namespace std::string_view_literals;
     for (auto const & [sBytes, fnBody, cEnd, szLog] :
         Rows_t<std::string_view, ArchiveBody_t, char, char const *>{
-            { "\2\0\1\0"sv, [&](A & a) { dwVersion = a.GetVersion(); }, 'w', "" },
-            { "\4\0\1\0"sv, [](A &) {}, 'f', "Serializeable_c: archive is newer version then executable, 10004\n" },
-            { "\0\0\2\0"sv, [](A &) {}, 'a',
+            { "\2\0\1\0"sv, [&](Archive_t & a) { dwVersion = a.GetVersion(); }, 'w', "" },
+            { "\4\0\1\0"sv, [](Archive_t &) {}, 'f',
+                "Serializeable_c: archive is newer version then executable, 10004\n" },
+            { "\0\0\2\0"sv, [](Archive_t &) {}, 'a',
                 "Serializeable_c: archive 'memory.arc' is v.2.0, and this binary only supports v.1.3\n" },
-            { "\3\0\1\0abcd"sv, [](A & a) { a.Label("two"); }, 'a', "Label 'two' expected in 'memory.arc' file.\n" },
-            { "\3\0\1\0abcd"sv, [](A & a) { a.LabelCrc32("two"); }, 'a',
-                "LabelCrc32 'two' expected in 'memory.arc' fille.\n" },
-        })
+            { "\3\0\1\0abcd"sv, [](Archive_t & a) { a.Label("two"); }, 'a',
+                "Label 'two' expected in 'memory.arc' file.\n" },
+            { "\3\0\1\0abcd"sv, [](Archive_t & a) { a.LabelCrc32("two"); }, 'a',
+                "LabelCrc32 'two' expected in 'memory.arc' fille.\n" } })
     {
         LogCapture_c const Log;
         EXPECT_EQ(EndOf(sBytes, fnBody), cEnd) << szLog;
@@ -189,7 +190,7 @@ TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
 {
     LogCapture_c const Log;
     std::string const sWhole = SavedExample();
-    ArchiveBody_t const fnLoad = [](A & a) { Example_s().Serialize(a); };
+    ArchiveBody_t const fnLoad = [](Archive_t & a) { Example_s().Serialize(a); };
     std::string sEnds;   // of the worst change of each byte
     for (std::size_t i = 0; i < sWhole.size(); ++i)
     {
@@ -214,7 +215,7 @@ TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
 
 TEST(Serialize, ACheckSaysWhatIsWrongAndWhere)
 {
-    ArchiveBody_t const fnFrames = [](A & a)
+    ArchiveBody_t const fnFrames = [](Archive_t & a)
     {
         a.Label("abc");
         a.Serialize(nullptr, 12);
@@ -240,7 +241,7 @@ TEST(Serialize, ACheckSaysWhatIsWrongAndWhere)
         EXPECT_EQ(std::tuple(Result.eState, Result.iPosition, Result.nLeft, std::string(Result.sWhyNot)),
             std::tuple(eState, iPosition, nLeft, std::string(szWhyNot)));
     }
-    MemoryFile_c File(Saved([](A & a) { ArchiveChunk_c const Empty(a, "A"); }));
+    MemoryFile_c File(Saved([](Archive_t & a) { ArchiveChunk_c const Empty(a, "A"); }));
     EXPECT_EACH(ArchiveCheck(FileBytes(&File), VERSION).nLeft == 8,
         ArchiveCheck(FileBytes(&File), VERSION, { "A" }).IsSound(),
         !ArchiveCheck(FileBytes(&File), VERSION, { "A", "B" }).IsSound(),
@@ -251,7 +252,7 @@ TEST(Serialize, ATypeHasAVersionOfItsOwn)
 {
     int iVersion = 0;
     auto const Of = [&](int iNewest) -> ArchiveBody_t
-    { return [&, iNewest](A & a) { iVersion = a.SerializeVersion("Unit", iNewest); }; };
+    { return [&, iNewest](Archive_t & a) { iVersion = a.SerializeVersion("Unit", iNewest); }; };
     std::string const sSecond = Saved(Of(2));
     EXPECT_EQ(Hex(sSecond), "03 00 01 00 02 00");
     EXPECT_EACH(Loaded(sSecond, VERSION, Of(3)), iVersion == 2);
@@ -271,37 +272,35 @@ TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)
     char szKept[18] = "kept";
     double fKept = 0.5;
     std::string const sChunk = Saved(
-        [&](A & a)
+        [&](Archive_t & a)
         {
             ArchiveChunk_c const Chunk(a, "A");
             a.SerializeString(sText);
         });
     char const * const szOpen = "m_pCurrentChunk && m_dwChunkLabel == GetCrc32Polynomial(sName, strlen(sName))";
     for (auto const & [szCondition, fnBody] :
-        Rows_t<char const *, ArchiveBody_t>{
-            { "", [](A & a) { a.Serialize(&a, -1); } },
-            { "", [](A & a) { a.Serialize(nullptr, 9999); } },
+        Rows_t<char const *, ArchiveBody_t>{ { "", [](Archive_t & a) { a.Serialize(&a, -1); } },
+            { "", [](Archive_t & a) { a.Serialize(nullptr, 9999); } },
             { "!m_pCurrentChunk",
-                [](A & a)
+                [](Archive_t & a)
                 {
                     a.ChunkBegin("A");
                     a.ChunkBegin("A");
                 } },
             { szOpen,
-                [](A & a)
+                [](Archive_t & a)
                 {
                     a.ChunkBegin("A");
                     a.ChunkEnd("a");
                 } },
-            { szOpen, [](A & a) { a.ChunkEnd("A"); } },
+            { szOpen, [](Archive_t & a) { a.ChunkEnd("A"); } },
             { "Len < iBufLength, text of 18 characters in 'memory.arc' file, with room for 17",
-                [&](A & a)
+                [&](Archive_t & a)
                 {
                     a.ChunkBegin("A");
                     a.SerializeString(szKept, sizeof szKept);
                 } },
-            { "sBuffer && iBufLength > 0", [&](A & a) { a.SerializeString(szKept, 0); } },
-        })
+            { "sBuffer && iBufLength > 0", [&](Archive_t & a) { a.SerializeString(szKept, 0); } } })
     {
         SCOPED_TRACE(szCondition);
         MemoryFile_c File(sChunk);

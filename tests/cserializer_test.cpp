@@ -11,8 +11,7 @@
 
 namespace
 {
-    using Access = NodeSerializer_c;
-    using A = Serializeable_c;
+    using Archive_c = Serializeable_c;
 
     void const * At(std::uintptr_t nAddress)
     {
@@ -27,7 +26,7 @@ namespace
 
         std::string SaveGraph(Node_s * pRoot)
         {
-            return Stored(1, [&](A & a) { World_s::Serialize(a, pRoot); });
+            return Stored(1, [&](Archive_c & a) { World_s::Serialize(a, pRoot); });
         }
 
         ArchiveResult_t Check(std::string const & sBytes)
@@ -36,8 +35,8 @@ namespace
             ArchiveResult_t Result;
             EXPECT_EQ(FailedConditions(
                           [&] {
-                              Result = ArchiveCheck(
-                                  std::as_bytes(std::span(sBytes)), 1, [&](A & a) { World_s::Serialize(a, pRoot); });
+                              Result = ArchiveCheck(std::as_bytes(std::span(sBytes)), 1,
+                                  [&](Archive_c & a) { World_s::Serialize(a, pRoot); });
                           }),
                 "");
             return Result;
@@ -48,7 +47,7 @@ namespace
         {
             RegisterStatics();
             Serializer_c::ResetCache();
-            Access::dRegisteredStaticPointers.Reset();
+            NodeSerializer_c::dRegisteredStaticPointers.Reset();
             g_dLoaded.clear();
             g_bRegisterItself = true;
         }
@@ -94,7 +93,7 @@ TEST_F(Serializer, WritesTheExampleOfTheFormatsPage)
     struct UnitSerializer_c : NodeSerializer_c
     {
         using NodeSerializer_c::NodeSerializer_c;
-        void SerializeObject(A & a, void *&) override
+        void SerializeObject(Archive_c & a, void *&) override
         {
             int iValue = 7;
             a.Serialize(iValue);
@@ -102,19 +101,19 @@ TEST_F(Serializer, WritesTheExampleOfTheFormatsPage)
     } Units("Unit");
     Serializer_c::RegisterStaticPointer(const_cast<void *>(At(0x1230)));
     std::string const sBytes = Stored(1,
-        [&](A & a)
+        [&](Archive_c & a)
         {
             void const * pStatic = At(0x1230);
             void *pNull = nullptr, *pUnit = const_cast<void *>(At(0x1240));
             Serializer_c::StartSerialize(a, true);
-            Access::FixupVoidPointer(a, pStatic);
+            NodeSerializer_c::FixupVoidPointer(a, pStatic);
             Serializer_c::RegisterPointer(a, At(0x1238));
             Nodes.WritePointer(a, pNull);
             Units.WritePointer(a, pUnit);
             Units.WritePointer(a, pUnit);
         });
     EXPECT_EQ(Hex(sBytes), DumpOfPage(FORMATS_PAGE, "graph"));
-    EXPECT_EQ(Hex(Stored(1, [](A & a) { Serializer_c::StartSerialize(a, false); })), "01 00 00 00 E9 CB 02 00");
+    EXPECT_EQ(Hex(Stored(1, [](Archive_c & a) { Serializer_c::StartSerialize(a, false); })), "01 00 00 00 E9 CB 02 00");
 }
 
 TEST_F(Serializer, TheTableProbesWrapsAndForgets)
@@ -125,13 +124,13 @@ TEST_F(Serializer, TheTableProbesWrapsAndForgets)
             { 0x7FFFFF, true, 204 + 205 }, { 0x7FFFF9, false, 204 }, { 0x800000, true, 0 }, { 0, false, -1 } })
     {
         SCOPED_TRACE(nAddress);
-        EXPECT_EQ(Access::AddVoidToCache(At(nAddress), &iSlot), bNew);
+        EXPECT_EQ(NodeSerializer_c::AddVoidToCache(At(nAddress), &iSlot), bNew);
         EXPECT_EQ(iSlot, iExpected);
         EXPECT_EQ(iSlot < 0 ? nullptr : Serializer_c::dPointers[iSlot], At(nAddress));
     }
     Serializer_c::ResetCache();
     EXPECT_EQ(reinterpret_cast<std::intptr_t>(Serializer_c::dPointers[204]), -2);
-    EXPECT_EACH(Access::IsInCache(-1), !Access::IsInCache(204));
+    EXPECT_EACH(NodeSerializer_c::IsInCache(-1), !NodeSerializer_c::IsInCache(204));
 }
 
 TEST(SerializerDeathTest, TheTableTouchesItsMemoryAsItIsUsedUntilItIsFull)
@@ -143,11 +142,11 @@ TEST(SerializerDeathTest, TheTableTouchesItsMemoryAsItIsUsedUntilItIsFull)
         int iSlot, nNew = 0;
         for (std::uintptr_t n = 1; n <= Serializer_c::HASH_SIZE; ++n)
         {
-            nNew += Access::AddVoidToCache(At(n * 8), &iSlot);
+            nNew += NodeSerializer_c::AddVoidToCache(At(n * 8), &iSlot);
         }
         bool const bGrew =
             ResidentPages() - nBefore >= Serializer_c::HASH_SIZE / long{ plat::MEMORY_PAGE } * long{ sizeof(void *) };
-        bool const bFull = !SurvivesWithoutAbort([&] { Access::AddVoidToCache(At(4), &iSlot); });
+        bool const bFull = !SurvivesWithoutAbort([&] { NodeSerializer_c::AddVoidToCache(At(4), &iSlot); });
         std::fprintf(stderr, "grew: %i, full: %i, new: %i", bGrew, bFull, nNew);
         EndChild(0);
     };
@@ -163,7 +162,7 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
     {
         Serializer_c::RegisterStaticPointer(p);
     }
-    auto & dEntries = Access::dRegisteredStaticPointers;
+    auto & dEntries = NodeSerializer_c::dRegisteredStaticPointers;
     ASSERT_EQ(dEntries.GetLength(), 3);
     g_StaticNode.iValue = 9;
     Node_s Root{ 1, 0, &g_StaticNode, nullptr, &dStatics[0] };
@@ -209,7 +208,7 @@ TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
 {
     Node_s Node;
     std::string const sWhole = SaveGraph(&Node);   // identifier at 12, class name at 20
-    Access::RegisterSerializedStaticPointer(&g_StaticNode, "Other");
+    NodeSerializer_c::RegisterSerializedStaticPointer(&g_StaticNode, "Other");
     Node.pNext = &g_StaticNode;
     std::string sOther;
     EXPECT_EQ(FailedConditions([&] { sOther = SaveGraph(&Node); }).find("dPointers[iPointer] is of class"), 0u);
@@ -239,10 +238,10 @@ TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Load(SaveGraph(&Node)); }));
     EXPECT_EQ(Log.Count("Label 'composite object begin' expected in 'memory.arc' file."), 1);
     void const * p = &Node;
-    ArchiveBody_t const fnFixup = [&](A & a)
+    ArchiveBody_t const fnFixup = [&](Archive_c & a)
     {
         Serializer_c::ResetCache();
-        Access::FixupVoidPointer(a, p);
+        NodeSerializer_c::FixupVoidPointer(a, p);
     };
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Stored(1, fnFixup); }));
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Loaded(With(4, "\1\0\0\0"sv), 1, fnFixup); }));
@@ -250,8 +249,8 @@ TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
     EXPECT_EQ(FailedConditions(
                   [&]
                   {
-                      Access::Reconstruct(3, p);
-                      Access::IsInCache(Serializer_c::HASH_SIZE);
+                      NodeSerializer_c::Reconstruct(3, p);
+                      NodeSerializer_c::IsInCache(Serializer_c::HASH_SIZE);
                   }),
         "dPointers[iPointer] != HASH_NO_ELEMENT & IsIdentifier(iPointer)");
     EXPECT_FALSE(p);
@@ -260,16 +259,17 @@ TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
 // A typed pointer leads to a part of another object. If the save does not complain, the load succeeds.
 TEST_F(Serializer, ATypedPointerLeadsToARegisteredPart)
 {
-    using Register_t = std::function<void(A &, Node_s &)>;
+    using Register_t = std::function<void(Archive_c &, Node_s &)>;
     for (auto const & [fnRegister, szComplaint] :
-        Rows_t<Register_t, char const *>{ { [](A &a, Node_s &Part) { Serializer_c::RegisterPointer(a, &Part); }, "" },
-            { [&](A &a, Node_s &Part) { Nodes.RegisterOwnPointer(a, &Part); }, "" },
-            { [&](A &a, Node_s &Part) { Others.RegisterOwnPointer(a, &Part); },
+        Rows_t<Register_t, char const *>{
+            { [](Archive_c &a, Node_s &Part) { Serializer_c::RegisterPointer(a, &Part); }, "" },
+            { [&](Archive_c &a, Node_s &Part) { Nodes.RegisterOwnPointer(a, &Part); }, "" },
+            { [&](Archive_c &a, Node_s &Part) { Others.RegisterOwnPointer(a, &Part); },
                 "dPointers[iPointer] is of class m_sClassName, 'Node' expected for '" } })
     {
         SCOPED_TRACE(szComplaint);
         Node_s dParts[2], *dLeads[2] = { &dParts[0], nullptr };
-        ArchiveBody_t const fnBody = [&, &fnRun = fnRegister](A & a)
+        ArchiveBody_t const fnBody = [&, &fnRun = fnRegister](Archive_c & a)
         {
             Serializer_c::StartSerialize(a, false);
             fnRun(a, dParts[a.IsReading()]);
@@ -288,7 +288,7 @@ TEST_F(Serializer, AnObjectThatRegistersItselfKeepsItsClass)
     struct SelfSerializer_c : NodeSerializer_c
     {
         using NodeSerializer_c::NodeSerializer_c;
-        void SerializeObject(A & a, void *& pObject) override
+        void SerializeObject(Archive_c & a, void *& pObject) override
         {
             pObject = a.IsReading() ? &g_StaticNode : pObject;
             RegisterPointer(a, pObject);
@@ -297,7 +297,7 @@ TEST_F(Serializer, AnObjectThatRegistersItselfKeepsItsClass)
         }
     } Selves("Self");
     Node_s Node;
-    ArchiveBody_t const fnBody = [&](A & a)
+    ArchiveBody_t const fnBody = [&](Archive_c & a)
     {
         Node_s * pRoot = &Node;
         Serializer_c::StartSerialize(a, false);
@@ -350,16 +350,16 @@ TEST_F(Serializer, TheLatestOfANameIsFoundUntilItsEndOrTheModules)
     {
         NodeSerializer_c Later("Node");
         Node_s Node;
-        EXPECT_EQ(Access::FindSerializer("Node"), &Later);
+        EXPECT_EQ(NodeSerializer_c::FindSerializer("Node"), &Later);
         EXPECT_TRUE(Load(SaveGraph(&Node))) << "a namesake's objects are of the same class";
     }
-    EXPECT_EACH(Access::FindSerializer("Node") == &Nodes, !Access::FindSerializer("node"));
+    EXPECT_EACH(NodeSerializer_c::FindSerializer("Node") == &Nodes, !NodeSerializer_c::FindSerializer("node"));
 
     Serializer_c::RegisterStaticPointer(&iStatic);
     EXPECT_TRUE(Module.Initialize());
     int iSlot;
-    EXPECT_TRUE(Access::AddVoidToCache(&iStatic, &iSlot)) << "the table is empty";
+    EXPECT_TRUE(NodeSerializer_c::AddVoidToCache(&iStatic, &iSlot)) << "the table is empty";
     Module.Shutdown();
-    EXPECT_EACH(!Serializer_c::pSerializerList, !Access::FindSerializer("Node"));
-    EXPECT_EQ(Access::dRegisteredStaticPointers.GetLength(), 0);
+    EXPECT_EACH(!Serializer_c::pSerializerList, !NodeSerializer_c::FindSerializer("Node"));
+    EXPECT_EQ(NodeSerializer_c::dRegisteredStaticPointers.GetLength(), 0);
 }

@@ -147,10 +147,10 @@ TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
 
 TEST_F(SpreadsheetTest, MovesItsCursorAndSaysWhatItCannotDo)
 {
-    using S = Spreadsheet_c;
-#define MOVE(call) #call, [](S & Sheet) -> bool { return Sheet.call; }
+#define MOVE(call) #call, [](Spreadsheet_c & Sheet) -> bool { return Sheet.call; }
 #define CELL(call, text)                                                                                               \
-    #call, [](S & Sheet) -> bool { char const * szCell = Sheet.call; return szCell && !std::strcmp(szCell, text); }
+    #call, [](Spreadsheet_c & Sheet) -> bool                                                                           \
+    { char const * szCell = Sheet.call; return szCell && !std::strcmp(szCell, text); }
     Walk({
         { MOVE(MoveToNextRow()), false, -1, nullptr, "MoveToRow : spreadsheet wasn't opened." },
         { MOVE(MoveToFirstColumn()), false, -1, nullptr, "MoveToFirstCol() : wasn't opened." },
@@ -222,7 +222,7 @@ TEST_F(SpreadsheetTest, HoldsAtMostFourTimesTheFile)
     }
     for (int i = 0; i < 1'000'000; ++i)
     {
-        sWide += ",a";   // a million columns, and rows that are padded to them
+        sWide += ",a";   // more than a million columns, and rows that are padded to them
     }
     ASSERT_TRUE(Open(sTiny));   // the first file object allocates room for many
     m_Sheet.Close();

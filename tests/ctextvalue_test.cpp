@@ -22,8 +22,8 @@ namespace
 
     using TextValue = MediaTest;
 
-    // Reads a text as integers of each width and as an enumerator. fnGet(value...) reads. A minus sign is a failure
-    // that leaves the value unchanged.
+    // Returns a text as fnGet(value...) reads it, as integers of each width and as an enumerator. A minus sign is a
+    // failure that leaves the value unchanged.
     template <typename GET>
     std::string AsAllTypes(GET fnGet)
     {

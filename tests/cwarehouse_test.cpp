@@ -58,7 +58,7 @@ namespace
     protected:
         ~Warehouse() override { m_pTable.reset(); }
 
-        // Serves a file and opens it in a new table.
+        // Serves a file, opens it in a new table and returns whether that succeeded.
         bool Open(std::string const & sName, std::string const & sText, char const * szHeader = nullptr,
             char const * szSeparators = nullptr, bool bCopy = false)
         {

@@ -32,7 +32,7 @@ protected:
                                  HEADER = 42, NAME = 46;
     using Entries_t = std::vector<std::pair<std::string, std::string>>;
 
-    // Writes an archive. An entry whose name begins with `=` is stored under the rest of it. Others are deflated.
+    // Writes an archive and returns its path. An entry `=name` is stored as `name`. Others are deflated.
     std::string Zip(std::string const & sArchive, Entries_t const & dEntries)
     {
         std::string const sPath = m_Folder.Join(sArchive);

@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <latch>
 
-// As in the Windows debug heap.
+// The Windows debug heap has the same values.
 static_assert(plat::HEAP_NEW == 0xCD && plat::HEAP_FREED == 0xDD && plat::HEAP_FENCE == 0xFD);
 
 TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
@@ -147,7 +147,7 @@ TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
         RunInThreads(THREADS,
             [&Here](int)
             {
-                // Finds no slot while those of the parent's threads are in use.
+                // A push finds no slot while those of the parent's threads are in use.
                 MemCategoryScope_c const Scope(mem::AI);
                 Here.arrive_and_wait();
             });
@@ -157,7 +157,7 @@ TEST(Fork, AChildFindsTheHeapFreeAndNobodyOnTheStacks)
     std::thread Others([&] { RunInThreads(THREADS, Allocate); });
     AllThere.arrive_and_wait();
     EXPECT_NE(plat::ThreadId(), 0u);   // kept from now on, but not by a child
-    g_silentMode = true;               // a complaint ends the child
+    g_silentMode = true;               // a failed assertion ends the child
     for (int i = 0; i < 50; ++i)
     {
         ASSERT_EQ(StatusOfChild(StartChild(InChild)), 0) << i;

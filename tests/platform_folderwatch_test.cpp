@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 namespace
 {
     // Folder of the trees. Without TMPDIR it is in memory if there is such a place: ten thousand folders keep a busy
-    // disk for a minute.
+    // disk at work for a minute.
     std::string const ROOT = std::getenv("TMPDIR") || !fs::exists("/dev/shm") ? fs::temp_directory_path() : "/dev/shm";
 
     constexpr char INOTIFY[] = "anon_inode:inotify";

@@ -99,7 +99,7 @@ inline testing::KilledBySignal const g_EndedAtBreakpoint(SIGTRAP);
 /// Skips a test that needs StatusAsNobody, unless CanDropRights().
 #define NEEDS_NOBODY SKIP_IF(!CanDropRights(), "the superuser's rights can't be dropped")
 
-/// Returns whether a child process can give up the superuser's rights.
+/// Returns whether a child process can drop the superuser's rights.
 bool CanDropRights();
 
 /// Runs a call in a child process without the superuser's rights. Returns its status. Requires CanDropRights().
@@ -152,7 +152,7 @@ struct Result_t
 {
     int iStatus = -1;   // -1 if a signal ended it
     std::string sOutput = "";
-    std::string sSignal = "";   // as in "SEGV"; empty for an exit
+    std::string sSignal = "";   // of RunShell and RunTool: as in "SEGV", or empty for an exit
 };
 
 /// Returns a matcher of a result with this status and an output that matches.
@@ -308,7 +308,7 @@ private:
 };
 
 /// Returns an ASCII text as wide text.
-inline std::wstring Wide(std::string const & sText)
+inline std::wstring WideFromAscii(std::string const & sText)
 {
     return std::wstring(sText.begin(), sText.end());
 }

@@ -15,14 +15,15 @@ namespace
     // Reason for which a test that sends signals is skipped in an emulator.
     constexpr char NO_SIGNALS[] = "the emulator gives a thread the storage of another one after a signal";
 
-    // Runs the host. Returns what it says on standard error, and its status: 2 bad command line, 3 no usable media or
+    // Runs the host, for 155 frames unless sArguments says otherwise. Returns what it says on standard error, and its status: 2 bad command line, 3 no usable media or
     // an output among them, 4 not loaded or saved, 5 stats not written, 6 a service did not start, 7 not watched, 8
     // standard output full, 9 live memory not listed.
     Result_t RunHost(std::string const & sArguments, std::string const & sMedia = TEST_MEDIA_FOLDER,
         std::string const & sOutput = "/dev/null")
     {
-        return RunShell(TEST_EMULATOR ZQHOST_PATH " --silent --frames 155 --media " + sMedia + " " + sArguments
-                        + " 2>&1 >" + sOutput);
+        std::string const sFrames = sArguments.find("--frames") == std::string::npos ? "--frames 155 " : "";
+        return RunShell(
+            TEST_EMULATOR ZQHOST_PATH " --silent --media " + sMedia + " " + sFrames + sArguments + " 2>&1 >" + sOutput);
     }
 }
 
@@ -88,6 +89,30 @@ TEST(ZqHost, FailsWhenItsMediaCannotBeReadOrItsOutputIsFull)
     std::filesystem::remove_all(Folder.Join("media/gamedata"));
     std::filesystem::create_symlink("gamedata", Folder.Join("media/gamedata"));   // whether it has the game is unknown
     EXPECT_THAT(RunHost(sAll, Folder.Join("media")), Ends(3, HasSubstr("can't read \"")));
+}
+
+TEST(ZqHost, AWorldThatHasCountedToItsLimitsLoadsAgain)
+{
+    TempFolder_c const Folder;
+    std::filesystem::copy(TEST_MEDIA_FOLDER, Folder.Join("media"), std::filesystem::copy_options::recursive);
+    for (auto const & [szFile, szText] : Rows_t<char const *, char const *>{
+             { "tables/goods.csv", "@head;name;price;spoils\nx;X;1-10;0\ny;Y;1-10;0\nX;Again;100-200;0\n" },
+             { "tables/harbours.txt", "@head name makes output wants appetite quay\n"
+                                      "a A x 1000000 y 1000000 1000000\nb B y 1000000 x 1000000 1000000\n" },
+             { "tables/routes.txt", "@head from to miles\nr a b 1\n" },
+             { "tables/Ships.csv", "@head;name;hold;speed;crew;upkeep\nt;T;1000000;10-20;1-2;0\n" },
+             { "gamedata/pqx/fleet.csv", "@head;type;route;captain\ns;t;r;C\n" },
+             { "gamedata/pqx/rules.txt", "@head value\npurse 1000000\ndues 0\nport_hours 1\n" },
+             { "gamedata/pqx/mission.scr", "mission \"None\"\n" },
+             { "props/settings.prp", "rate 10000\nreport world\n" } })
+    {
+        Folder.Write(std::string("media/") + szFile, szText);
+    }
+    std::string const sAll = "--log " + Folder.Join("log") + " --save " + Folder.Join("save") + " --frames ";
+    EXPECT_EQ(RunHost(sAll + "12500", Folder.Join("media"), Folder.Join("out")).iStatus, 0);
+    EXPECT_THAT(Folder.Read("out"), HasSubstr(" 1000000000 "));
+    EXPECT_THAT(Folder.Read("log/message.log"), HasSubstr("row \"x\" makes no sense and is left out"));
+    EXPECT_EQ(RunHost(sAll + "1", Folder.Join("media")).iStatus, 0);
 }
 
 TEST(ZqHost, RefusesASaveWithNumbersThatNoGameHas)

@@ -8,7 +8,6 @@ namespace
     using testing::AllOf;
     using testing::ContainsRegex;
     using testing::HasSubstr;
-    using testing::Not;
     using Json_t = nlohmann::json;
 
     constexpr char HEAD[] = "\nPROGRAM IS CRASHED!!!\r\nException code: C0000005 ACCESS_VIOLATION\r\n"
@@ -166,7 +165,7 @@ TEST_F(ZqtoolCrash, ShowsTheDetailsOfACrashWhateverNamesIt)
     std::string const sReport = WriteReport(std::string(HEAD) + STACK);
     Result_t const Both = RunTool("crash " + sReport + " " + sDetails + " " + m_Folder.GetPath());
     EXPECT_EQ(Both.sOutput, Replaced(SHOWN, "FILE_details.txt", sReport)) << "each crash once, whatever names it";
-    // The details' own name is taken by something that is no file.
+    // A pipe has the details' own name.
     std::string const sMore = m_Folder.Join(std::string(STEM) + "_details_0123CDEF.txt");
     fs::rename(sDetails, sMore);
     MakePipe(sDetails);
@@ -490,6 +489,7 @@ TEST_F(ZqtoolCrash, ColoursObeyNoColorAndTextsControlNoTerminal)
 TEST_F(ZqtoolCrash, ArgumentsAreChecked)
 {
     std::string const sFile = WriteDetails(DETAILS);
+    // Statuses: 0 success, 1 a file can't be read or written, 2 wrong arguments.
     for (auto const & [sArguments, iStatus, sExpected] :
         Rows_t<std::string, int, std::string>{ { "--version", 0, "zqtool 0." }, { "--help", 0, "crash" },
             { "crash --help", 0, "--symbols" }, { "stats --help", 0, "--ticks-per-second" }, { "crash", 2, "FILE" },

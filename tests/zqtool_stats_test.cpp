@@ -15,7 +15,7 @@ namespace
     constexpr std::size_t BATCH_0 = 8, BATCH_1 = BATCH_0 + 4 + (TIMERS - 1) * RECORD;   // offsets in the sample
     constexpr std::size_t NAME_END = 28, TIMER = 32, CHILD = 36, NEXT = 40, FIRST_TIME_HIGH = 60,
                           MAX_SLOT = 2496;                 // offsets in a record, which docs/formats.md lists
-    constexpr std::uint32_t RECORD_ADDRESS = 0xFFFFF000;   // the addresses of the next records wrap around
+    constexpr std::uint32_t RECORD_ADDRESS = 0xFFFFF000;   // the addresses from record 2 on wrap around
 
     constexpr char UGLY[] = "</script><b id=evil>&\"'\\\x1B[1m\xFF_x";
     static_assert(sizeof UGLY == 32, "the longest name that there is");
@@ -68,7 +68,7 @@ namespace
         return Folder.Read("stats");
     }
 
-    // Returns a stats file of a process whose first record was at RECORD_ADDRESS.
+    // Returns a stats file of a process whose first record is at RECORD_ADDRESS.
     std::string Sample()
     {
         static std::string const s_sFile = RecordedFile();

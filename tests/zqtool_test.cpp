@@ -9,7 +9,6 @@ namespace
     using testing::HasSubstr;
 
     std::string const TOOL = TEST_EMULATOR ZQTOOL_PATH " ";
-
     using Words_t = std::vector<std::string>;
 
     // Returns the words that follow sStart at the start of lines, sorted: long options if bOptions is set, else names.
@@ -43,8 +42,8 @@ namespace
         return WordsOf(RunTool(sCommand + " --help").sOutput, "  ", true);
     }
 
-    // Returns the part of a text from the line of sHead and sName to the next line that begins with sHead. Returns an
-    // empty text if the text has no such part.
+    // Returns the part of a text from the line of sHead and sName to the next line that begins with sHead, or to the
+    // end. Returns an empty text if the text has no line of sHead and sName.
     std::string Section(std::string const & sText, std::string const & sHead, std::string const & sName)
     {
         std::size_t const nBegin = sText.find("\n" + sHead + sName + "\n");
@@ -54,6 +53,7 @@ namespace
 
 TEST(Zqtool, HelpGoesToStandardOutputAndMistakesToStandardError)
 {
+    // Statuses: 0 success, 2 wrong arguments.
     for (auto const & [sArguments, iStatus, sOutput, sErrors] : Rows_t<std::string, int, std::string, std::string>{
              { "", 2, "", "Usage: zqtool COMMAND" }, { "--help", 0, "Usage: zqtool COMMAND", "" },
              { "-h", 0, "Usage: zqtool COMMAND", "" }, { "help", 0, "Usage: zqtool COMMAND", "" },

@@ -122,7 +122,7 @@ namespace
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes)
     {
         Crc32Kernels_t const Kernels = Crc32FindKernels();
-        Crc32Kernel_t fnKernel = Crc32Tables;
+        Crc32Kernel_t fnKernel = Crc32ByTables;
         for (Crc32Kernel_t const fnBetter : { Kernels.fnPclmul, Kernels.fnPairs, Kernels.fnVpclmul })
         {
             fnKernel = fnBetter != nullptr ? fnBetter : fnKernel;
@@ -152,7 +152,7 @@ constexpr std::array<std::uint32_t, 256> g_dCrc32Tab = MakeCrc32Tab();
 constexpr std::array<std::array<std::uint32_t, 256>, 7> g_dCrc32FollowTab = MakeCrc32FollowTab();
 constexpr std::array<std::uint16_t, 256> g_dCrc16Tab = MakeCrc16Tab();
 
-std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes)
+std::uint32_t Crc32ByTables(unsigned char const * pData, std::size_t nBytes)
 {
     return RunTables(CRC32_PRESET, pData, nBytes);
 }

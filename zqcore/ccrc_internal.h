@@ -22,7 +22,7 @@ struct Crc32Kernels_t
 };
 
 /// Returns the CRC-32 of a run of any length. Uses the tables, eight bytes at a time, and works on every processor.
-std::uint32_t Crc32Tables(unsigned char const * pData, std::size_t nBytes);
+std::uint32_t Crc32ByTables(unsigned char const * pData, std::size_t nBytes);
 
 /// Returns the kernels of the processor that runs the call.
 Crc32Kernels_t Crc32FindKernels();

@@ -59,28 +59,28 @@ inline void GigaSlab_c::Chain(int & list, int link)
     ZQ_ASSERT_TEXT(list >= 0 && list <= MAX_GROUP_INDEX, "list>=0 && list<=USHRT_MAX");
     if (list != GIGA_GROUP_NULL)
     {
-        m_pGroups[list].iPrev = static_cast<std::uint16_t>(link);
+        m_pGroups[list].m_iPrev = static_cast<std::uint16_t>(link);
     }
-    m_pGroups[link].iNext = static_cast<std::uint16_t>(list);
-    m_pGroups[link].iPrev = GIGA_GROUP_NULL;
+    m_pGroups[link].m_iNext = static_cast<std::uint16_t>(list);
+    m_pGroups[link].m_iPrev = GIGA_GROUP_NULL;
     list = link;
 }
 
 inline void GigaSlab_c::Unchain(int & list, int link)
 {
     GigaGroup_c const & Group = m_pGroups[link];
-    if (Group.iPrev == GIGA_GROUP_NULL)
+    if (Group.m_iPrev == GIGA_GROUP_NULL)
     {
         ZQ_ASSERT_TEXT(list == link, "list==link");
-        list = Group.iNext;
+        list = Group.m_iNext;
     }
     else
     {
-        m_pGroups[Group.iPrev].iNext = Group.iNext;
+        m_pGroups[Group.m_iPrev].m_iNext = Group.m_iNext;
     }
-    if (Group.iNext != GIGA_GROUP_NULL)
+    if (Group.m_iNext != GIGA_GROUP_NULL)
     {
-        m_pGroups[Group.iNext].iPrev = Group.iPrev;
+        m_pGroups[Group.m_iNext].m_iPrev = Group.m_iPrev;
     }
 }
 
@@ -214,9 +214,9 @@ void GigaSlab_c::Reset()
     m_nDataBytes = 0;
 }
 
-bool GigaSlab_c::RequireStorageToAlloc(int iWaterMark) const
+bool GigaSlab_c::RequireStorageToAlloc(int nWaterMark) const
 {
-    ZQ_ASSERT_EX(m_pData, "Trying to allocate %i bytes, watermark %i", m_iElementSize, iWaterMark);
+    ZQ_ASSERT_EX(m_pData, "Trying to allocate %i bytes, watermark %i", m_iElementSize, nWaterMark);
     ZQ_ASSERT(m_pGroups);
     return m_pData && m_pGroups;
 }

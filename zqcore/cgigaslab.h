@@ -11,8 +11,8 @@
 // Threads: one at a time.
 // Cost: 12 bytes for every 32 elements. Only Init and Reset loop or touch the heap.
 // Failure: a slab that would exceed half of the address space asserts and has no storage. A lack of memory ends in
-// Abort (cmemory.h). Misuse fails an assertion and changes nothing, but an element that was allocated with the other
-// bArray is freed.
+// Abort (cmemory.h). Misuse fails an assertion and changes nothing, with two exceptions: Init cuts a number of elements
+// that is too large, and an element that was allocated with the other bArray is freed.
 #pragma once
 
 #include "zqcore/cdebug.h"
@@ -90,8 +90,8 @@ private:
     std::uint32_t m_iArray = 0;   // those that are arrays
 
 public:
-    std::uint16_t iNext = 0;   // index of the next group of the chain, or GIGA_GROUP_NULL
-    std::uint16_t iPrev = 0;   // index of the previous one, or GIGA_GROUP_NULL
+    std::uint16_t m_iNext = 0;   // index of the next group of the chain, or GIGA_GROUP_NULL
+    std::uint16_t m_iPrev = 0;   // index of the previous one, or GIGA_GROUP_NULL
 };
 
 /// The group from which a pool allocates: a copy of its masks.
@@ -162,9 +162,9 @@ public:
     /// Frees the storage, or releases that of the caller. The number of elements and their size stay.
     void Reset();
 
-    /// Assert that there is storage, and return whether there is. The message of the second function names iWaterMark.
+    /// Assert that there is storage, and return whether there is. The message of the second function names nWaterMark.
     bool RequireStorage() const;
-    bool RequireStorageToAlloc(int iWaterMark) const;
+    bool RequireStorageToAlloc(int nWaterMark) const;
 
     /// Return the bytes of an element, whether no group has a free element, the storage, its bytes, the records, and
     /// the record of an element's group. An open group counts as one with a free element. IsFull returns false for a
@@ -241,8 +241,8 @@ private:
 };
 
 inline GigaGroup_c::GigaGroup_c(int iNextGroup, int iPrevGroup)
-    : iNext(static_cast<std::uint16_t>(iNextGroup))
-    , iPrev(static_cast<std::uint16_t>(iPrevGroup))
+    : m_iNext(static_cast<std::uint16_t>(iNextGroup))
+    , m_iPrev(static_cast<std::uint16_t>(iPrevGroup))
 {}
 
 constexpr GigaGroup_c GigaGroup_c::Full()

@@ -173,7 +173,7 @@ public:
     /// WriteString returns 0 if sText is null.
     int WriteValue(char const * sName, int iValue);
     int WriteValue(char const * sName, float fValue);
-    int WriteValue(char const * sName, std::uint32_t iValue) { return WriteValue(sName, static_cast<int>(iValue)); }
+    int WriteValue(char const * sName, std::uint32_t nValue) { return WriteValue(sName, static_cast<int>(nValue)); }
     int WriteString(char const * sName, char const * sText);
     int WriteData(char const * sName, void const * pData, std::uint32_t dwSize);
 

@@ -81,9 +81,9 @@ public:
         return GetWorkIdent(sIdent);
     }
 
-    /// Make the line of the first item with this ident the work line and return true. A walk with NextIdent continues
-    /// undisturbed. Assert that the ident is not null. Return false, without a work line, if no item has it. A header
-    /// line is no item.
+    /// Make the line of the first item with this ident the work line and return true. A header line is no item. A walk
+    /// with NextIdent continues undisturbed. Assert that the ident is not null. Return false, without a work line, if
+    /// no item has it.
     ZQ_API bool FindIdent(char const * sIdent);
     bool SetWorkIdent(char const * sIdent) { return FindIdent(sIdent); }
 

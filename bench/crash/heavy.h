@@ -1,4 +1,4 @@
-// heavy.h: code with much debug information, about 0.7 MB of it in each source that includes it with STEP_HEAVY.
+// heavy.h: code with much debug information, about 0.8 MB of it in each source that includes it with STEP_HEAVY.
 #pragma once
 
 #ifdef STEP_HEAVY

@@ -10,6 +10,6 @@ struct Argument_t
     int dNumbers[4];
 };
 
-/// Calls the next step with nDepth + 1. The last step faults instead.
+/// Calls the next step with nDepth + 1. The last step faults instead, so no step returns.
 template <int N>
 int StepInto(Argument_t const & Argument, int nDepth);

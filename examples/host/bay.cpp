@@ -50,11 +50,17 @@ namespace
         return Good.iHighest - static_cast<int>(fFill * static_cast<float>(Good.iHighest - Good.iLowest));
     }
 
+    // Adds a number up to the largest one that a save may have. Requires that nMore is at most MAX_NUMBER.
+    void Count(int & nCount, int nMore)
+    {
+        nCount = std::min(nCount + nMore, MAX_COUNT);
+    }
+
     // Adds marks to the ship's profit and to its house's purse.
     void Earn(Ship_s & Ship, long long iMarks)
     {
-        Ship.iProfit += iMarks;
-        Ship.pHouse->iPurse += iMarks;
+        Ship.iProfit = std::clamp(Ship.iProfit + iMarks, -MAX_MARKS, MAX_MARKS);
+        Ship.pHouse->iPurse = std::clamp(Ship.pHouse->iPurse + iMarks, -MAX_MARKS, MAX_MARKS);
     }
 
     // Pays the harbour's dues and sells the cargo.
@@ -69,8 +75,8 @@ namespace
         int const nPrice = Price(Harbour, *Ship.pCargo);
         float & fStock = Harbour.dStock[Ship.pCargo->iNumber];
         fStock = std::min(fStock + static_cast<float>(nCrates), static_cast<float>(Harbour.nQuay));
-        Ship.pCargo->nTraded += nCrates;
-        Ship.nLanded += nCrates;
+        Count(Ship.pCargo->nTraded, nCrates);
+        Count(Ship.nLanded, nCrates);
         Ship.fCrates = 0.0f;
         Earn(Ship, static_cast<long long>(nCrates) * nPrice);
         Logf(HARBOUR_LOG, "day %3i, %02i:00  %s lands %i crates of %s at %s for %i marks each", Bay.nHours / HOURS,
@@ -120,7 +126,7 @@ namespace
             Ship.pDuty = &g_InPort;
             Ship.nPortHours = Bay.nPortHours;
             Ship.bOutward = !Ship.bOutward;
-            ++Ship.nVoyages;
+            Count(Ship.nVoyages, 1);
             Land(Bay, Ship, Ship.From());
             Meet(Ship, Ship.From());
         }

@@ -25,17 +25,19 @@ using Name_t = String_T<64>;
 template <typename T>
 using Items_T = Array_T<T, 16, 0>;
 
-inline constexpr int MAX_GOODS = 32;         // further rows of goods are left out
-inline constexpr int HOURS = 24;             // in a day
-inline constexpr int MAX_NUMBER = 1000000;   // the largest number in the media; sums stay far from their limits
-inline constexpr int MAX_SPOILS = 1000;      // of a good: all crates of a thousand
-inline constexpr char const * HARBOUR_LOG = "harbour.log";   // log file of the game's events
+inline constexpr int MAX_GOODS = 32;              // further rows of goods are left out
+inline constexpr int HOURS = 24;                  // in a day
+inline constexpr int MAX_NUMBER = 1000000;        // the largest number in the media, far from the limits of an int
+inline constexpr int MAX_COUNT = 1'000'000'000;   // where crates and voyages stop to count
+inline constexpr long long MAX_MARKS = 1'000'000'000'000'000;   // where purse and profit stop, below zero too
+inline constexpr int MAX_SPOILS = 1000;                         // of a good: all crates of a thousand
+inline constexpr char const * HARBOUR_LOG = "harbour.log";      // log file of the game's events
 
 /// A kind of cargo. Its price is iHighest at an empty quay and iLowest at a full one.
 struct Good_s
 {
     Name_t sIdent, sName;
-    int iNumber = 0;                 // in the table
+    int iNumber = 0;                 // index in dGoods
     int iLowest = 0, iHighest = 0;   // marks a crate
     int nSpoils = 0;                 // crates in a thousand that a day at sea costs
     int nTraded = 0;                 // crates landed so far
@@ -135,7 +137,7 @@ struct Bay_s
     int nHours = 0;                  // hours that have passed
 };
 
-/// Returns the item with that ident, compared without regard to case, or null.
+/// Returns the first item with that ident, compared without regard to case, or null.
 template <typename T>
 T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
 {

@@ -11,10 +11,6 @@
 
 namespace
 {
-    // Largest numbers of a game that is loaded. What is counted grows by at most MAX_NUMBER at a time.
-    constexpr int MAX_COUNT = 1'000'000'000;
-    constexpr long long MAX_MARKS = 1'000'000'000'000'000;
-
     Bay_s * g_pBay = nullptr;     // the bay of the present pass
     String_T<256> g_sWhyFailed;   // the first error in the data
 

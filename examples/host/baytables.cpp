@@ -43,6 +43,13 @@ namespace
         return pItem != nullptr;
     }
 
+    // Adds an item. Returns false if there is one with its ident, because a save and a reload know an item by its ident.
+    template <typename T>
+    bool AddItem(Items_T<T> & dItems, T const & Item)
+    {
+        return !FindByIdent(dItems, Item.sIdent) && dItems.Add(Item) >= 0;
+    }
+
     bool ReadGood(Bay_s & Bay, Warehouse_c const & Table)
     {
         Good_s Good;
@@ -51,7 +58,7 @@ namespace
                             && ReadName(Table, "name", Good.sName)
                             && ReadRange(Table, "price", Good.iLowest, Good.iHighest)
                             && ReadNumber(Table, "spoils", 0, Good.nSpoils) && Good.nSpoils <= MAX_SPOILS;
-        return bValid && Bay.dGoods.Add(Good) >= 0;
+        return bValid && AddItem(Bay.dGoods, Good);
     }
 
     bool ReadHarbour(Bay_s & Bay, Warehouse_c const & Table)
@@ -63,7 +70,7 @@ namespace
                             && ReadNumber(Table, "output", 0, Harbour.nOutput)
                             && ReadNumber(Table, "appetite", 0, Harbour.nAppetite)
                             && ReadNumber(Table, "quay", 1, Harbour.nQuay);
-        return bValid && Bay.dHarbours.Add(Harbour) >= 0;
+        return bValid && AddItem(Bay.dHarbours, Harbour);
     }
 
     bool ReadRoute(Bay_s & Bay, Warehouse_c const & Table)
@@ -72,7 +79,7 @@ namespace
         bool const bValid = ReadIdent(Table, Route.sIdent) && ReadReference(Table, "from", Bay.dHarbours, Route.pFrom)
                             && ReadReference(Table, "to", Bay.dHarbours, Route.pTo)
                             && ReadNumber(Table, "miles", 1, Route.nMiles);
-        return bValid && Bay.dRoutes.Add(Route) >= 0;
+        return bValid && AddItem(Bay.dRoutes, Route);
     }
 
     bool ReadWind(Bay_s & Bay, Warehouse_c const & Table)
@@ -82,7 +89,7 @@ namespace
                             && ReadName(Table, "name", Wind.sName)
                             && ReadRange(Table, "knots", Wind.iLowest, Wind.iHighest)
                             && ReadNumber(Table, "days", 1, Wind.nDays) && Wind.nDays <= DAYS_A_YEAR;
-        return bValid && Bay.dWinds.Add(Wind) >= 0;
+        return bValid && AddItem(Bay.dWinds, Wind);
     }
 
     bool ReadShipType(Bay_s & Bay, Warehouse_c const & Table)
@@ -94,7 +101,7 @@ namespace
                             && ReadRange(Table, "speed", Type.iSlowest, Type.iFastest) && Type.iSlowest > 0
                             && ReadRange(Table, "crew", Type.nCrew, nMostHands)
                             && ReadNumber(Table, "upkeep", 0, Type.iUpkeep);
-        return bValid && Bay.dTypes.Add(Type) >= 0;
+        return bValid && AddItem(Bay.dTypes, Type);
     }
 
     bool ReadShip(Bay_s & Bay, Warehouse_c const & Table)
@@ -159,7 +166,7 @@ namespace
         { "fleet.csv", ReadShip },
     };
 
-    // Calls fnCall(From, To) for each pair of items with the same ident.
+    // Calls fnCall(From, To) for each item of dFrom and the first item of dTo with its ident, if there is one.
     template <typename T, typename CALL>
     void VisitPairs(Items_T<T> const & dFrom, Items_T<T> & dTo, CALL fnCall)
     {

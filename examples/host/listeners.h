@@ -27,7 +27,7 @@ struct Notes_s
     Heard_s Complaints;   // texts of Warning and Achtung
 };
 
-/// Starts to listen. AppMiscShutdown ends that, because it empties the library's lists of receivers.
+/// Starts to listen. AppMiscShutdown ends that, because it empties the library's lists of listeners and receivers.
 void ListenersAdd();
 
 /// Returns what was heard so far, on all threads.

@@ -139,7 +139,7 @@ std::string MediaCheckChoice(Options_s const & Options, std::string const & sMed
     std::string const sCache = FileOfTheCachesName(Options.sCacheFile);
     if (!sCache.empty())
     {
-        ModuleFile_c::Get()->SetCacheFile(nullptr);   // the shutdown would write that file
+        ModuleFile_c::Get()->SetCacheFile(nullptr);   // otherwise the shutdown would write --cache-file
     }
     if (Options.bGameGiven && !FileIsAddon())
     {

@@ -20,7 +20,7 @@ enum Status_e : int
     STATUS_MEMORY = 9     // the live memory could not be listed
 };
 
-/// The command line. Paths are absolute, without a separator at the end.
+/// The command line. Paths are absolute. Only `/` ends in a separator.
 struct Options_s
 {
     std::string sMedia;          // empty: the library discovers the media

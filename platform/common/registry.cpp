@@ -10,7 +10,7 @@
 // A writer without a lock adds a text to "~" that no other writer uses.
 //
 // The three marks are always escaped at the start of a name. A record is written to the writer's file and then renamed,
-// so no name ever has half a record.
+// so no reader finds half a record.
 //
 // A change of a key locks its folder. The creation or deletion of a key locks its parent first. A lock belongs to a
 // handle that was opened for it, because children share the handle of an open key. Changes of a process run one at a
@@ -72,7 +72,8 @@ namespace plat
             return eTree == RegistryTree_e::Machine ? StoreRights_e::Readers : StoreRights_e::Owner;
         }
 
-        // Opens the folder of a tree. With bCreate creates the folder if it is missing.
+        // Opens the folder of a tree. With bCreate creates the folder if it is missing. Returns its handle, or
+        // STORE_NONE on failure.
         StoreHandle_t OpenTreeFolder(RegistryTree_e eTree, bool bCreate)
         {
             char szFolder[STORE_PATH_SIZE];
@@ -89,7 +90,8 @@ namespace plat
             return StoreOpenPath(szFolder);
         }
 
-        // Opens a tree. With bCreate a failure never sets errno to ENOENT, which means that others deleted a key.
+        // Opens a tree and returns its handle, or STORE_NONE on failure. With bCreate a failure never sets errno to
+        // ENOENT, which means that others deleted a key.
         StoreHandle_t OpenTree(RegistryTree_e eTree, bool bCreate)
         {
             StoreHandle_t const hTree = OpenTreeFolder(eTree, bCreate);

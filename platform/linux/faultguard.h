@@ -11,7 +11,7 @@ namespace plat
     /// Returns the signal of the guard's clock. It is sent to the guarded thread only.
     int FaultGuardSignal();
 
-    /// Returns whether the calling thread runs the filter, or ran it last without dealing with the fault.
+    /// Returns whether the calling thread runs the filter, or ran it last without handling the fault.
     bool FaultFilterIsMine();
 
     /// Ends the calling thread's innermost guarded call because of a fault inside it. Returns if the thread is in none.

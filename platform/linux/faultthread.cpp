@@ -31,7 +31,7 @@ namespace plat
         // Stacks of threads that have ended, for those that start. A thread costs less without a mapping of its own.
         std::atomic<void *> g_dSpare[8];
 
-        // Returns a spare stack, or null if there is none.
+        // Removes a spare stack and returns it. Returns null if there is none.
         void * ReuseSpare()
         {
             for (std::atomic<void *> & pSpare : g_dSpare)

@@ -59,8 +59,8 @@ namespace plat
             }
         }
 
-        // Returns a socket that holds the sequence. Returns -1 if another socket has it (EADDRINUSE) or there are no
-        // sockets.
+        // Binds a new socket to the name of a sequence and returns it. Returns -1 on failure, with EADDRINUSE if
+        // another socket has the name.
         int BindSequence(int iSequence)
         {
             int const iSocket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -117,8 +117,8 @@ namespace plat
             Lock_c m_Lock;
 
         private:
-            // Returns a tick that was not used yet with the sequence. Chooses a sequence first if there is none, or if
-            // the clock was set back.
+            // Chooses a sequence if there is none, or if the clock was set back. Returns a tick that was not used yet
+            // with the sequence.
             std::uint64_t NextTick()
             {
                 std::uint64_t tTick = Now();

@@ -57,7 +57,7 @@ namespace plat
         /// Removes separators from the end, so that a link at the end means the link itself. Keeps that of the root.
         void TrimSeparators();
 
-        /// Returns the spelling tried last.
+        /// Returns the path in its present spelling. After a Try that succeeded, that is the one of its last call.
         char const * Get() const { return m_szPath; }
 
     private:

@@ -85,7 +85,7 @@ namespace plat
         }
 
         // Reports to the address checker that the thread runs on the stack of the last ReportLeaving. Sets *ppFrom and
-        // *pFromBytes to the stack before it.
+        // *pFromBytes, unless they are null, to the stack before it.
         void ReportArrival(void * pFrames, void const ** ppFrom, std::size_t * pFromBytes)
         {
 #if ZQ_ADDRESS_CHECKER

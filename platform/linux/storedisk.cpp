@@ -68,7 +68,8 @@ namespace plat
         return nPath > 0 && nPath < static_cast<int>(sizeof szPath);
     }
 
-    // Uses the home folder that the system has on record, because the caller controls the environment.
+    // Uses the home folder that the system has on record, because the user who starts the process controls the
+    // environment.
     bool StoreGetUserPath(char const * szName, char (&szPath)[STORE_PATH_SIZE])
     {
         char szBuffer[4096];

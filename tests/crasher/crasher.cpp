@@ -4,7 +4,7 @@
 //
 // HELPER is the path of the symbol helper, empty for none. The program logs to message.log in the current folder, where
 // the report is written too. The thread that faults may not use the heap from the fault on, or from the filter on if
-// the fault needs the heap. A use of it ends the process with status 99.
+// the fault needs the heap. A use of it ends the process with status 99, unless the build is CRASHER_CHECKED.
 #include "zqcore/capp.h"
 #include "zqcore/carray.h"
 #include "zqcore/ccallback.h"

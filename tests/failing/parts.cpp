@@ -4,7 +4,7 @@
 //     parts SERVICE FOLDER check         checks that the old or the new data are complete
 //     parts SERVICE FOLDER check-new     checks that the new data are complete
 //
-// Status 0 on success, 1 with a line that says what is wrong, or 2 if the arguments are wrong.
+// Ends with status 0 on success, 1 after a line that says what is wrong, or 2 if the arguments are wrong.
 #include "platform/asyncwrite.h"
 #include "platform/clipboard.h"
 #include "platform/text.h"
@@ -142,7 +142,7 @@ namespace
         return bWhole || Fail("report: not whole");
     }
 
-    // Returns "old" or "new". The report is written in place, so a cut one is no damage and counts as new.
+    // Returns "old" if the report has the block of 1111 bytes, otherwise "new". It is written in place and may be cut.
     std::string ReadReport(std::string const & sFolder)
     {
         return Contents(sFolder + "/allocations.csv").find("1111; ") != std::string::npos ? "old" : "new";
@@ -182,7 +182,7 @@ namespace
         return ReadLogs(sFolder) == sText || Fail("logs: not written");
     }
 
-    // Writes two batches. The driver reads the file.
+    // Writes two batches and returns whether that succeeded. The driver reads the file.
     bool WriteStats(std::string const & sFolder, std::string const &)
     {
         Module_c::Register(ModuleProfiler_c::Get());
@@ -201,7 +201,7 @@ namespace
         return !ProfilerSwapStatsFailed() || Fail("stats: not written");
     }
 
-    // Writes without a queue of requests, whose writes can't be made to fail.
+    // Calls WriteStats without a queue of requests, whose writes can't be made to fail.
     bool WriteStatsInPlace(std::string const & sFolder, std::string const & sText)
     {
         plat::AsyncFile_c::AllowConcurrent(false);

@@ -267,7 +267,7 @@ TEST_F(CountedShip, CallLogHasEachAllocationWhileItIsOn)
     TempFolder_c const Folder;
     auto const fnRun = [&Folder]
     {
-        ModuleLog_c::SetLogPath(Wide(Folder.GetPath()).c_str());
+        ModuleLog_c::SetLogPath(WideFromAscii(Folder.GetPath()).c_str());
         EXPECT_TRUE(StartModule(ModuleLog_c::Get()));
         MemCategoryScope_c const Category(mem::Decals);
         for (bool const bOn : { false, true, false })

@@ -9,7 +9,7 @@
 // - A save, a table or a registry value fails, or no receiver hears a complaint. A line at the end has the counts.
 // - From the second line to the last, one of these grows by more than its play: live blocks of a category, descriptors,
 //   threads, or pages of the process.
-// - The logs hold more bytes at the end than their limits allow.
+// - The logs hold more bytes at the last line than their limits allow.
 #include "zqcore/capp.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/cdebug.h"
@@ -64,7 +64,7 @@ namespace
     struct Held_s
     {
         std::array<mem::CategoryInfo, mem::TOTAL> dCategories{};
-        std::ptrdiff_t iBlocks = 0, iBytes = 0, iPeak = 0;
+        std::ptrdiff_t nBlocks = 0, nBytes = 0, nPeak = 0;
         std::ptrdiff_t nDescriptors = 0, nThreads = 0;
         long nPages = 0;
         std::ptrdiff_t nLogBytes = 0;
@@ -79,7 +79,7 @@ namespace
     Held_s HeldNow(std::string const & sFolder)
     {
         Held_s Held;
-        MemoryCategoriesGet(Held.dCategories.data(), Held.iBlocks, Held.iBytes, Held.iPeak);
+        MemoryCategoriesGet(Held.dCategories.data(), Held.nBlocks, Held.nBytes, Held.nPeak);
         Held.nDescriptors = CountEntries("/proc/self/fd");
         Held.nThreads = CountEntries("/proc/self/task");
         long nAll = 0;
@@ -93,7 +93,7 @@ namespace
         return Held;
     }
 
-    // Returns whether a number grew by more than iPlay, and prints such a growth.
+    // Prints the growth of a number if it is more than iPlay. Returns whether it is.
     bool Grew(char const * szWhat, std::ptrdiff_t iFirst, std::ptrdiff_t iLast, std::ptrdiff_t iPlay)
     {
         bool const bGrew = iLast > iFirst + iPlay;
@@ -104,7 +104,7 @@ namespace
         return bGrew;
     }
 
-    // Prints each growth, so none of the calls is skipped.
+    // Prints each growth, so no call is skipped. Returns whether there is any.
     bool Grew(Held_s const & First, Held_s const & Last)
     {
         bool bGrew = Grew("Descriptors", First.nDescriptors, Last.nDescriptors, 1)
@@ -254,8 +254,8 @@ namespace
             }
             Last = HeldNow(sFolder);
             First = iTenth == 2 ? Last : First;
-            std::printf("%10i %8td %10td %11td %7td %7ld %10td %10i\n", nFrames / 10 * iTenth, Last.iBlocks,
-                Last.iBytes, Last.nDescriptors, Last.nThreads, Last.nPages, Last.nLogBytes, g_nHeard.load());
+            std::printf("%10i %8td %10td %11td %7td %7ld %10td %10i\n", nFrames / 10 * iTenth, Last.nBlocks,
+                Last.nBytes, Last.nDescriptors, Last.nThreads, Last.nPages, Last.nLogBytes, g_nHeard.load());
             std::fflush(stdout);
         }
         g_bOver = true;

@@ -28,7 +28,7 @@ namespace
     // Form in which fields are written.
     struct Kind_t
     {
-        unsigned char nCode;   // an OpcodeKind_e
+        unsigned char eKind;   // an OpcodeKind_e
         int nFields;           // fields that it reads
     };
 
@@ -312,7 +312,7 @@ namespace
             }
             std::size_t const iColon = std::min(sText.find(':'), sText.size());
             std::size_t const iDot = std::min(sText.find('.'), iColon);
-            int nField = Number(sText.substr(0, iDot), 10);
+            int iField = Number(sText.substr(0, iDot), 10);
             std::string const sSlice = iDot == iColon ? "" : sText.substr(iDot + 1, iColon - iDot - 1);
             std::string const sKind = iColon == sText.size() ? "" : sText.substr(iColon + 1);
             auto const itPlace = PLACES.find(sSlice);
@@ -322,23 +322,23 @@ namespace
                 itPlace != PLACES.end() && itClass != CLASSES.end() && !(sKind == "y" && sSlice != "vvvv");
             auto const itKind = KINDS.find(sKind);
             int const nFields = bVector ? 1 : itKind == KINDS.end() ? m_nFields + 1 : itKind->second.nFields;
-            if (nField < 1 || nField + nFields - 1 > m_nFields)
+            if (iField < 1 || iField + nFields - 1 > m_nFields)
             {
                 Fail("no such field or kind: '" + sText + "'");
             }
             if (!sFormat.empty() && sFormat.back() == ' ')
             {
                 sFormat.pop_back();
-                nField |= OPCODE_BLANK;
+                iField |= OPCODE_BLANK;
             }
-            sFormat += static_cast<char>(nField);
+            sFormat += static_cast<char>(iField);
             if (bVector)
             {
                 sFormat += static_cast<char>(OPCODE_SLICE_EXPLICIT << OPCODE_SLICE_SHIFT | OPCODE_KIND_VECTOR);
                 sFormat += static_cast<char>(itClass->second << 4 | itPlace->second);
                 return;
             }
-            AddSelector(sFormat, sSlice, itKind->second.nCode);
+            AddSelector(sFormat, sSlice, itKind->second.eKind);
         }
 
         // Adds the selector of a field, and the byte of an explicit slice like w4s2.

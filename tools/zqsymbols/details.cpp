@@ -188,7 +188,7 @@ namespace zqsymbols
         return sText;
     }
 
-    // Finds the far end, and moves m_iFrame to FAR frames before it, or after all frames if it was not reached. Returns
+    // Finds the far end, and moves m_iFrame to FAR frames before it, or after all frames if it is not reached. Returns
     // the lines that report what is left out. Returns an empty text, and moves nothing, if every frame is shown.
     std::string StackLines_c::Skip()
     {

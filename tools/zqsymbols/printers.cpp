@@ -43,7 +43,7 @@ namespace zqsymbols
         }
 
         // Returns a template's text, with each pair of braces replaced by the value of the member that it names, or by
-        // a note if there is no such member. A brace without its partner is copied.
+        // a note if there is no such member. Copies a brace without its partner.
         std::string Fill(Values_c & Values, Value_t const & Value, std::string_view sTemplate, int nDepth)
         {
             std::string sText;
@@ -64,7 +64,8 @@ namespace zqsymbols
             return sText;
         }
 
-        // Shows elements from the pointer First on. Second is their number, or a pointer after the last one.
+        // Returns the elements from the pointer First on as text. Second is their number, or a pointer after the last
+        // one. Returns nothing if a pointer, the number or the size of an element is unknown.
         std::optional<std::string> ShowRange(
             Values_c & Values, Value_t const & First, Value_t const & Second, Printer_e ePrinter, int nDepth)
         {
@@ -84,7 +85,7 @@ namespace zqsymbols
                        : std::optional(Values.Elements(Begin->iType, Begin->nAddress, *nCount, nDepth - 1));
         }
 
-        // Shows a pointer and what it points at.
+        // Returns a pointer and what it points at as text, or nothing if the pointer is not readable.
         std::optional<std::string> ShowPointer(Values_c & Values, Value_t const & Pointer, int nDepth)
         {
             std::optional<Value_t> const Target = Values.Target(Pointer);
@@ -96,7 +97,8 @@ namespace zqsymbols
             return Target->nAddress == 0 ? EMPTY_TEXT : sAddress + " { " + Values.Show(*Target, nDepth - 1) + " }";
         }
 
-        // Shows a std::string: libstdc++'s, or with bShort libc++'s, which has no pointer to a short text.
+        // Returns the text of a std::string: libstdc++'s, or with bShort libc++'s, which has no pointer to a short
+        // text. Returns nothing if its pointer or its length is not readable, or if it has more than MAX_TEXT bytes.
         std::optional<std::string> ShowByWords(Values_c & Values, Value_t const & Value, bool bShort)
         {
             std::uint64_t const nWord = Values.GetWord();
@@ -111,8 +113,8 @@ namespace zqsymbols
                 Values, Values.NumberAt(Value, bShort ? 2 * nWord : 0, nWord), Values.NumberAt(Value, nWord, nWord));
         }
 
-        // Shows a value by one row. Returns nothing if the row does not fit its members, or can't read the pointers and
-        // lengths that it needs.
+        // Returns a value as text, by one row. Returns nothing if the row does not fit its members, or can't read the
+        // pointers and lengths that it needs.
         std::optional<std::string> ShowBy(
             Printer_t const & Printer, Values_c & Values, Value_t const & Value, int nDepth)
         {

@@ -1,5 +1,6 @@
 #include "tools/zqsymbols/splitunit.h"
 
+#include "tools/zqsymbols/dies.h"
 #include "tools/zqsymbols/elffile.h"
 
 #include <algorithm>
@@ -230,14 +231,6 @@ namespace zqsymbols
             return Head;
         }
 
-        // Returns the offset that an attribute holds, or 0 without the attribute.
-        std::uint64_t Offset(Dwarf_Die * pDie, unsigned nAttribute)
-        {
-            Dwarf_Attribute Attribute;
-            Dwarf_Word nOffset = 0;
-            return dwarf_formudata(dwarf_attr(pDie, nAttribute, &Attribute), &nOffset) == 0 ? nOffset : 0;
-        }
-
         // Returns the name of the file of a unit's other part, or an empty text without one.
         std::string NameOfPart(Dwarf_Die * pUnit)
         {
@@ -253,7 +246,7 @@ namespace zqsymbols
             return "";
         }
 
-        // Returns the header and the DIE of a unit whose other part is the file sPart.
+        // Returns the head and the DIE of a unit whose other part is the file sPart.
         std::string InfoOf(Dwarf_Die * pUnit, UnitHead_t const & Head, std::string const & sPart)
         {
             bool const bVersion5 = Head.nVersion >= 5;
@@ -325,7 +318,7 @@ namespace zqsymbols
             std::string const sInfo = InfoOf(pUnit, Head, sPart);
             std::string const sAbbreviations = AbbreviationsOf(bVersion5);
             std::string_view const sAddresses = SectionOf(pElf, ADDRESSES);
-            std::uint64_t const nAddresses = Offset(pUnit, bVersion5 ? DW_AT_addr_base : DW_AT_GNU_addr_base);
+            std::uint64_t const nAddresses = Number(pUnit, bVersion5 ? DW_AT_addr_base : DW_AT_GNU_addr_base, 0);
             // The length of a table counts the 4 bytes of its version and its two sizes too.
             std::uint64_t const nBytes = bVersion5 && nAddresses >= HEAD_5
                                              ? Take<std::uint32_t>(sAddresses, nAddresses - HEAD_5) - 4
@@ -334,7 +327,7 @@ namespace zqsymbols
                 { ADDRESSES, Slice(sAddresses, nAddresses, nBytes) } };
             if (!bVersion5)
             {
-                dSections[RANGES] = Slice(SectionOf(pElf, RANGES), Offset(pUnit, DW_AT_GNU_ranges_base), MAX_TABLE);
+                dSections[RANGES] = Slice(SectionOf(pElf, RANGES), Number(pUnit, DW_AT_GNU_ranges_base, 0), MAX_TABLE);
             }
             return ElfOf(dSections);
         }

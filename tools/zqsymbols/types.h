@@ -58,7 +58,7 @@ namespace zqsymbols
             Dwarf_Die Owner{};
             Dwarf_Die Die{};        // without aliases, const and the like; its address is null for no type
             std::string sAlias;     // name of the last alias before Die
-            std::string sMember;    // of a member
+            std::string sMember;    // name of a member, or for a base the name of its type
             bool bMember = false;   // whether it is a member: GetName then returns sMember
             MemberPlace_t Place;
             unsigned nDepth = 0;      // number of structures around a member; 0 for other types

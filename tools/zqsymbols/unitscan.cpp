@@ -114,7 +114,8 @@ namespace zqsymbols
             }
 
         private:
-            // Reads an unsigned number in LEB128 (DWARF 5, 7.6) and returns it. Returns 0 if the unit ends inside it.
+            // Reads an unsigned number in LEB128 (DWARF 5, section 7.6) and returns it. Returns 0 if the unit ends
+            // inside it.
             std::uint64_t TakeLeb128()
             {
                 std::uint64_t nValue = 0;

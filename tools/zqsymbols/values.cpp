@@ -473,7 +473,7 @@ namespace zqsymbols
     }
 
     // Adds a line for each member, and after it lines for the members of its structure. Counts nLeft down. At 0
-    // and below the members are only counted.
+    // and below it only counts the members.
     void Values_c::AddMembers(
         Value_t const & Value, std::string const & sIndent, int nDepth, int & nLeft, std::string & sText)
     {

@@ -91,7 +91,7 @@ namespace
 
     Table_s g_NoTable{};
 
-    // Maps the driver's file and returns its table. Returns g_NoTable if there is none to open.
+    // Maps the driver's file and returns its table. Returns g_NoTable if none can be opened.
     Table_s * MapTable()
     {
         char const * const szFile = std::getenv("ZQ_FAILING");
