@@ -571,6 +571,19 @@ TEST_F(RegistryTest, ManyValuesAndKeysAndDeepTreesCostNoMoreEach)
     EXPECT_LT(std::clock() - tStart, 5 * CLOCKS_PER_SEC);
 }
 
+TEST_F(RegistryTest, AFailedDeletionOfATreeLeavesNoDeletedKeyInTheList)
+{
+    for (int i = 0; i < 20; ++i)   // the disk's clock may hide a change
+    {
+        Registry_c Registry;
+        EXPECT_EACH(Registry_c().CreateKey("top\\a"), Registry_c().CreateKey("top\\b"), Registry.OpenKey("top", 1));
+        m_Folder.Write("user/top/a/foreign", "x");
+        EXPECT_EQ(SubKeys(Registry), "a b ");
+        EXPECT_FALSE(Registry.DeleteKey("", 1));
+        EXPECT_EQ(SubKeys(Registry), "a ");
+    }
+}
+
 TEST_F(RegistryTest, ATreeThatCantBeMadeIsGivenUpOnAtOnce)
 {
     plat::RegistrySetFolder(USER, "/proc/none/registry");

@@ -338,8 +338,10 @@ namespace plat
         struct Victim_s
         {
             StoreScope_c Parent, Key;
-            std::string sFile;     // of the key, in its parent's folder
-            std::string sListed;   // the key's name if the parent is the open key, else empty
+            std::string sFile;      // of the key, in its parent's folder
+            std::string sListed;    // the key's name if the parent is the open key, else empty
+            bool bItself = false;   // whether the key is the open key
+            bool bBelow = false;    // whether the parent is the open key, and sListed is empty all the same
         };
 
         // Finds a key by its path from an open key. An empty path leads to the open key itself. A path that consists of
@@ -363,6 +365,7 @@ namespace plat
                 bItself ? OpenKey(hKey->eTree, sParent, false) : OpenFrom(StoreReopen(hFolder), sParent, false, {}));
             Victim.Key.Reset(
                 Victim.Parent.IsOpen() ? StoreOpenFolder(Victim.Parent.Get(), Victim.sFile.c_str()) : STORE_NONE);
+            Victim.bItself = bItself;
             Victim.sListed = bItself || !RemoveFirstName(sParent).empty() ? std::string_view() : sLast;
             return Victim.Key.IsOpen() && (!bItself || StoreIdentity(Victim.Key.Get()) == StoreIdentity(hFolder));
         }
@@ -380,7 +383,10 @@ namespace plat
                 return false;
             }
             CountKeyChange();
-            hKey->Listing.CountChange();
+            if (!Victim.bBelow)   // else the next use reads the listing again
+            {
+                hKey->Listing.CountChange();
+            }
             if (bListed)
             {
                 hKey->Listing.Drop(Parent.Get(), Victim.sListed);
@@ -428,6 +434,7 @@ namespace plat
                 Now.sFile = std::move(Level.sFile);
                 dLevels.pop_back();
                 Now.Parent.Reset(StoreOpenFolder(Now.Key.Get(), ".."));
+                Now.bBelow = Top.bItself && dLevels.size() == 1;
                 bGood = StoreIdentity(Now.Parent.Get()) == dLevels.back().Identity && DeleteFound(hKey, Now);
                 Now.Key.Reset(Now.Parent.Release());
             }
