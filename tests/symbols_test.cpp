@@ -3,15 +3,10 @@
 #include "platform/faults.h"
 #include "platform/linux/symbolprotocol.h"
 #include "tests/machine_support.h"
+#include "tests/notinlined.h"
 
 #include <array>
 #include <execinfo.h>
-
-#ifdef __clang__
-    #define NOT_INLINED __attribute__((noinline))
-#else
-    #define NOT_INLINED __attribute__((noipa))
-#endif
 
 using Look_t = std::function<void(plat::FaultContext_t const &)>;
 

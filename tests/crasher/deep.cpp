@@ -1,10 +1,6 @@
 // deep.cpp: a fault in a recursion whose frames know their arguments only from those of their callers.
 // This part of the crasher is optimised.
-#if defined(__clang__)
-    #define NOT_INLINED __attribute__((noinline))
-#else
-    #define NOT_INLINED __attribute__((noipa))
-#endif
+#include "tests/notinlined.h"
 
 namespace
 {

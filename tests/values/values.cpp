@@ -1,5 +1,6 @@
 // values.cpp: a program that crashes with variables of many kinds in its frames. compare.py compares what the report
 // says of them with what a debugger says.
+#include "tests/notinlined.h"
 #include "zqcore/clog.h"
 #include "zqcore/cstring.h"
 
@@ -8,13 +9,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-// Attribute of a function whose callers know nothing of it. With KNOWN_TO_CALLERS they know which registers it keeps.
-#if defined(__clang__) || defined(KNOWN_TO_CALLERS)
-    #define NOT_INLINED __attribute__((noinline))
-#else
-    #define NOT_INLINED __attribute__((noipa))
-#endif
 
 namespace
 {

@@ -41,7 +41,7 @@ namespace
         void CheckEnd();
 
         CrashLines_c m_Lines;
-        bool m_bAll;
+        bool m_bAll;   // whether more is read than the cause
         std::vector<Crash_t> m_dCrashes;
         Part_e m_ePart = Part_e::Head;
         std::size_t m_nFrames = 0;   // of the second call stack so far; more than the first one has if the two differ
@@ -106,7 +106,7 @@ namespace
         }
     }
 
-    // Reads a line of the call stack: "ADDRESS  FRAME  FUNCTION+DISPLACEMENT   FILE(LINE): TEXT", with
+    // Returns the frame of a line of the call stack: "ADDRESS  FRAME  FUNCTION+DISPLACEMENT   FILE(LINE): TEXT", with
     // "SECTION:OFFSET MODULE" instead of the function, or with neither. Returns nothing for any other line.
     std::optional<CrashFrame_t> ReadFrame(std::string_view sLine)
     {

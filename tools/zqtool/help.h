@@ -44,7 +44,7 @@ std::string HelpText(HelpCommand_t const & Command);
 /// Returns "; did you mean X?" with the most similar of the known words, or an empty text if none is similar.
 std::string Suggestion(std::string_view sWord, std::vector<std::string> const & dKnown);
 
-/// Reports a command that is none of the known ones, with the most similar of them, and returns EXIT_USAGE.
+/// Reports a command that is none of the known ones, with its Suggestion, and returns EXIT_USAGE.
 int ReportNoCommand(std::string const & sCommand, std::vector<std::string> const & dKnown);
 
 /// Prints a line about wrong arguments on standard error, with where to read more, and returns EXIT_USAGE. sCommand is

@@ -57,7 +57,8 @@ namespace
     };
     std::vector<Skip_s> g_dSkips;
 
-    // Returns the path of a file with a folder, otherwise its key. Both have the form of the tables.
+    // Returns the path of a file with a folder, otherwise its key. Both have the form of the tables. Returns what
+    // GetFullPath returns if an archive holds the file.
     std::string LocationOf(File_c const & File)
     {
         return File.pPath ? static_cast<char const *>(FileLocation_c(File)) : File.GetFullPath().CStr();

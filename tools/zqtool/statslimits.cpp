@@ -1,5 +1,6 @@
 #include "tools/zqtool/statslimits.h"
 
+#include "platform/clock.h"
 #include "tools/zqtool/text.h"
 
 #include <algorithm>
@@ -67,7 +68,7 @@ std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
 
 StatsMeasured_t MeasureStats(StatsLimit_t const & Limit, StatsTree_c const & Tree, double fTicksPerSecond)
 {
-    double const fMillisecondsOfTick = 1000 / fTicksPerSecond;
+    double const fMillisecondsOfTick = plat::MILLISECONDS_OF_SECOND / fTicksPerSecond;
     if (Limit.sName == STATS_FRAME)
     {
         return { true, FrameFigure(Tree.GetSummary(), Limit.sFigure) * fMillisecondsOfTick };

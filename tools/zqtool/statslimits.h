@@ -1,4 +1,4 @@
-// statslimits.h: limits for what a stats file measured, such as "frame.p99=20ms".
+// statslimits.h: limits for the times of a stats file, such as "frame.p99=20ms".
 #pragma once
 
 #include "tools/zqtool/statstree.h"

@@ -1,5 +1,6 @@
 #include "tools/zqtool/statsprint.h"
 
+#include "platform/clock.h"
 #include "tools/zqtool/statstree.h"
 
 #include <algorithm>
@@ -7,8 +8,6 @@
 
 namespace
 {
-    constexpr double SECOND = 1000;   // milliseconds
-
     // Returns how many ancestors each node has. A parent comes before its children.
     std::vector<std::size_t> Depths(std::vector<StatsNode_t> const & dNodes)
     {
@@ -92,7 +91,7 @@ void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts)
         std::printf("The profiler writes its first batch after %i frames.\n", static_cast<int>(STATS_FRAMES));
         return;
     }
-    double const fMillisecondsOfTick = SECOND / Facts.fTicksPerSecond;
+    double const fMillisecondsOfTick = plat::MILLISECONDS_OF_SECOND / Facts.fTicksPerSecond;
     StatsSummary_t const Summary = Tree.GetSummary();
     std::printf("frame time in ms: mean %.4f, median %.4f, 95 %% %.4f, 99 %% %.4f, worst %.4f (frame %i)\n\n",
         Summary.tMean * fMillisecondsOfTick, Summary.tMedian * fMillisecondsOfTick, Summary.t95 * fMillisecondsOfTick,
@@ -102,7 +101,7 @@ void PrintStats(StatsTree_c const & Tree, StatsFacts_t const & Facts)
 
 Json_t JsonOfStats(StatsTree_c const & Tree, StatsFacts_t const & Facts)
 {
-    double const fMillisecondsOfTick = SECOND / Facts.fTicksPerSecond;
+    double const fMillisecondsOfTick = plat::MILLISECONDS_OF_SECOND / Facts.fTicksPerSecond;
     StatsSummary_t const Summary = Tree.GetSummary();
     Json_t Frame;
     if (Tree.GetFrameCount() > 0)

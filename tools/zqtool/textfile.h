@@ -10,8 +10,10 @@
 class TextFile_c final : public File_c
 {
 public:
-    /// Registers the contents under szName until the object is destroyed. Requires that szName is in lower case, that
-    /// the table has room, and that FileReset does not run before the end of the object.
+    /// Registers the contents under szName until the object is destroyed. Requires the following:
+    /// - szName is in lower case.
+    /// - The table has room.
+    /// - FileReset does not run before the end of the object.
     TextFile_c(char const * szName, std::string sBytes);
 
     void Refresh() override {}
