@@ -37,7 +37,7 @@ namespace plat
         };
 
         std::uintptr_t dAddress[DEBUG_REGISTERS];   // of the data or code, aligned to the length
-        std::uint32_t nControl;                     // DR7
+        std::uint32_t dwControl;                    // DR7
 
         /// Return the enable bit of a register in the control word, and the positions of its two-bit codes.
         /// Registers are counted from 0.
@@ -46,9 +46,9 @@ namespace plat
         static constexpr int LengthShift(int iRegister) { return 18 + 4 * iRegister; }
 
         /// Return whether a register is enabled, its Access_e and its Length_e.
-        bool IsEnabled(int iRegister) const { return (nControl & EnableBit(iRegister)) != 0; }
-        std::uint32_t GetAccess(int iRegister) const { return nControl >> AccessShift(iRegister) & 3; }
-        std::uint32_t GetLength(int iRegister) const { return nControl >> LengthShift(iRegister) & 3; }
+        bool IsEnabled(int iRegister) const { return (dwControl & EnableBit(iRegister)) != 0; }
+        std::uint32_t GetAccess(int iRegister) const { return dwControl >> AccessShift(iRegister) & 3; }
+        std::uint32_t GetLength(int iRegister) const { return dwControl >> LengthShift(iRegister) & 3; }
     };
 
     /// Reads the calling thread's registers as this program wrote them. Returns false if they are not available.

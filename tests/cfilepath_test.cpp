@@ -295,6 +295,8 @@ TEST_F(FilePathTest, AnObjectOfALibraryAboveHidesAFileUntilItIsDestroyed)
     FileKill(pOverB);
     EXPECT_EACH(!FileExists("b.txt"), Contents(pB) == "b", *pB->pPath == Folded("b\\").c_str());
     FileClose(pB);
+    EXPECT_EQ(FailedConditions([] { EXPECT_EQ(FileAddObject(nullptr, false), HASH_FULL); }),
+        "pFile && !pFile->sName.IsEmpty()");
     Add("a.txt", true);   // FileReset destroys it and the file that it hides
 }
 

@@ -91,7 +91,7 @@ bool ZipArchive_c::OpenStream(File_c::Reason_t & sWhyNot)
     return m_pStream != nullptr;
 }
 
-ZipArchive_c * ZipArchive_c::ForWorker()
+ZipArchive_c * ZipArchive_c::OpenForWorker()
 {
     File_c::Reason_t sWhyNot;
     if (!m_pForWorker)

@@ -88,7 +88,7 @@ char const * ZipFile_c::Read(ZipArchive_c & Archive, void * pTo) const
 ZQ_COLD char const * ZipFile_c::ReadUnlocked(void * pTo)
 {
     GetLock().Leave();
-    ZipArchive_c * const pArchive = m_Archive.ForWorker();
+    ZipArchive_c * const pArchive = m_Archive.OpenForWorker();
     char const * const szWhyNot = pArchive ? Read(*pArchive, pTo) : "the archive can't be opened again";
     GetLock().Enter();
     return szWhyNot;

@@ -58,7 +58,7 @@ public:
     /// Opens the archive a second time, unless it has done so, and returns that object, which has a handle and a lock
     /// of its own. Returns null if its path can't be opened again or leads to another file. Only the worker of
     /// cfileasync.h calls it.
-    ZipArchive_c * ForWorker();
+    ZipArchive_c * OpenForWorker();
 
     /// Add and remove a file. Removing the last one destroys a mounted archive.
     void Add(ZipFile_c & File);
@@ -102,7 +102,7 @@ private:
     bool m_bForked = false;          // whether the stream is the parent's
     zip_t * m_pZip = nullptr;
     ZipFile_c * m_pFiles = nullptr;
-    std::unique_ptr<ZipArchive_c> m_pForWorker;   // result of ForWorker, which only the worker calls
+    std::unique_ptr<ZipArchive_c> m_pForWorker;   // result of OpenForWorker, which only the worker calls
     ZipArchive_c * m_pNext = nullptr;             // in the list of mounted archives
     bool m_bMounted = false;                      // whether its files own it
 

@@ -11,7 +11,7 @@
 // Failure: these fail an assertion and do nothing:
 // - setting a bit at a negative coordinate, and clearing one in a plane or a space.
 // - setting or clearing a bit at INT_MAX in Y or Z.
-// - a size above MAX_BITS in X, or of more bytes than an object can have.
+// - growing above MAX_BITS in X, or to more bytes than an object can have.
 // - growing a plane or a space without memory.
 // A row without memory does not grow. Only Bis asserts then. |= and ^= leave the row as it is, and a copy is empty.
 // If a plane or a space can't grow to another field or to a vector, it still combines the part that it has. An

@@ -199,7 +199,7 @@ namespace
     }
 
     // Returns whether each row of First equals that of Second, or is zero if Second has none.
-    bool RowsEqual(Field_s const & First, Field_s const & Second)
+    bool AreRowsEqual(Field_s const & First, Field_s const & Second)
     {
         return AllRows(First, Second,
             [&](unsigned char const * pFirst, unsigned char const * pSecond, std::size_t nSecond)
@@ -237,7 +237,7 @@ namespace
         }
     }
 
-    bool RowEquals(unsigned char const * pRow, int iDimX, BitVec_c const & Vec)
+    bool IsRowEqual(unsigned char const * pRow, int iDimX, BitVec_c const & Vec)
     {
         return bits::Equal(pRow, pRow ? RowBytes(iDimX) : 0, Vec.pVec, BytesOf(Vec));
     }
@@ -401,7 +401,7 @@ void BitField_T<FIELD, INDEX...>::Bic(INDEX... iRow, BitVec_c const & Vec)
 template <typename FIELD, typename... INDEX>
 bool BitField_T<FIELD, INDEX...>::Equ(INDEX... iRow, BitVec_c const & Vec) const
 {
-    return RowEquals(Self().Row(iRow...), Self().iDimX, Vec);
+    return IsRowEqual(Self().Row(iRow...), Self().iDimX, Vec);
 }
 
 template <typename FIELD, typename... INDEX>
@@ -425,10 +425,11 @@ bool BitField_T<FIELD, INDEX...>::AnySet() const
 template <typename FIELD, typename... INDEX>
 bool BitField_T<FIELD, INDEX...>::IsEqual(FIELD const & Other) const
 {
-    return RowsEqual(FieldOf(Self()), FieldOf(Other)) && RowsEqual(FieldOf(Other), FieldOf(Self()));
+    return AreRowsEqual(FieldOf(Self()), FieldOf(Other)) && AreRowsEqual(FieldOf(Other), FieldOf(Self()));
 }
 
-// Grows to at least the size of the other field. Asserts that this field is then as wide. On failure keeps the size.
+// Grows to at least the size of the other field and returns this one. Asserts that this one is then at least as wide.
+// On failure keeps the size.
 template <typename FIELD, typename... INDEX>
 FIELD & BitField_T<FIELD, INDEX...>::GrowToField(FIELD const & Other)
 {

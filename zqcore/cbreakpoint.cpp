@@ -25,9 +25,9 @@ namespace
     void Arm(plat::DebugRegisters_t & Registers, int iRegister, std::uintptr_t nAddress, int nLength, int nAccess)
     {
         Registers.dAddress[iRegister] = nAddress;
-        SetField(Registers.nControl, plat::DebugRegisters_t::AccessShift(iRegister), nAccess);
-        SetField(Registers.nControl, plat::DebugRegisters_t::LengthShift(iRegister), nLength);
-        Registers.nControl |= plat::DebugRegisters_t::EnableBit(iRegister);
+        SetField(Registers.dwControl, plat::DebugRegisters_t::AccessShift(iRegister), nAccess);
+        SetField(Registers.dwControl, plat::DebugRegisters_t::LengthShift(iRegister), nLength);
+        Registers.dwControl |= plat::DebugRegisters_t::EnableBit(iRegister);
     }
 }
 
@@ -78,7 +78,7 @@ void Breakpoint_c::Clear()
     bool bDone = plat::DebugRegistersRead(Registers);
     if (bDone)
     {
-        Registers.nControl &= ~plat::DebugRegisters_t::EnableBit(m_nIndex);
+        Registers.dwControl &= ~plat::DebugRegisters_t::EnableBit(m_nIndex);
         bDone = plat::DebugRegistersWrite(Registers);
     }
     ZQ_ASSERT_BREAK(bDone, DEVELOPER_BREAK);

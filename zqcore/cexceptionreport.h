@@ -24,7 +24,7 @@
 // stack for each new thread. That stack costs about a microsecond, and memory only if the thread faults. A report
 // allocates nothing from the heap and waits for no lock. Its buffers are static, on that stack or pages of the system.
 // A call stack shows the innermost 256 frames, and then a line says that farther ones are left out. The dialog and the
-// log get the innermost of them, in whole lines of at most 4095 bytes together. The log cuts a line at 1023 bytes.
+// log get the innermost of them, in whole lines of at most 4094 bytes together. The log cuts a line at 1023 bytes.
 // Failure: a report lacks what can't be read. It has two parts: up to the end of the first call stack, and the rest.
 // - a part ends when it faults or after REPORT_LIMIT, wherever it hangs. Without the first part there is no second, no
 //   dialog and no copy in the log.
@@ -65,9 +65,10 @@ public:
     /// - A relative folder is below the current folder of this call. If its absolute path is too long or unknown, it is
     ///   below the current folder of the crash.
     /// - The folder is empty at start: reports go to "/".
-    /// - Stores the difference between local time and UTC. The names of reports carry local time, so a change to or
-    ///   from summer time after this call has no effect on them.
-    /// - Opens the descriptors for a crash again if the host has closed them.
+    ///
+    /// Stores the difference between local time and UTC. The names of reports carry local time, so a change to or from
+    /// summer time after this call has no effect on them. Opens the descriptors for a crash again if the host has
+    /// closed them.
     ZQ_API void SetLogFileName(wchar_t const * sFolder, wchar_t const * sName);
 
     /// Sets the log's name to the executable's path, in which RPT replaces the three characters after the first dot.
@@ -87,7 +88,8 @@ public:
     /// - szTemplate is a text such as "({x}, {y}, {z})", at most 255 bytes. `{name}` is the value of a member,
     ///   `{name.name}` that of a member's member, and all else is copied. A member that the type does not have is shown
     ///   as "(no member x)".
-    /// - On failure, because a text is longer or there are 32 printers, logs a line and returns false.
+    ///
+    /// On failure, because a text is longer or there are 32 printers, logs a line and returns false.
     ZQ_API static bool AddTypePrinter(char const * szType, char const * szTemplate);
 
     /// Return the folder and the name as they were set.
@@ -117,8 +119,8 @@ public:
     /// the address. For an address without a line, and while no report is being written, writes nothing and returns
     /// iLastLine. In receivers of events no address has a line.
     /// - A line is "; text", or "; number, file" if the text can't be read.
-    /// - Writes only the address's line if iLastLine is all ones, as in a first call, or if the address is in another
-    ///   file than that of the previous call.
+    /// - The address's line is the only one if iLastLine is all ones, as in a first call, or if the address is in
+    ///   another file than that of the previous call.
     ZQ_API unsigned LogSourceString(std::uintptr_t Address, unsigned iLastLine) const;
 };
 

@@ -118,8 +118,8 @@ namespace
     }
 
     // Adds the name of the type, or of the member whose number iType is, then the members of the type, each on its own
-    // line, indented deeper than the name. Address is that of the variable, also at deeper levels: a member's offset
-    // counts from the variable's start.
+    // line, indented deeper than the name. Returns what it has added. Address is that of the variable, also at deeper
+    // levels: a member's offset counts from the variable's start.
     Printed_e AddType(
         plat::Symbols_c & Symbols, plat::SymbolType_t iType, unsigned nLevel, std::uintptr_t Address, Text_c & Text)
     {

@@ -91,7 +91,7 @@ public:
     /// - Copies a resident block to it and returns true.
     /// - Reads a file that is not resident into it from the disk and returns false. If GetWhyNot is empty, the bytes
     ///   are there.
-    /// - A file that has become larger than pBuffer is not read. iLength is then its new size.
+    /// - Reads nothing of a file that has become larger than pBuffer and returns false. iLength is then its new size.
     virtual bool Open(void * pBuffer) = 0;
 
     /// Frees the block. The count stays. Enters no lock itself: FileClose calls it inside the file's lock.

@@ -33,8 +33,8 @@ namespace
         return g_Pool.Pool;
     }
 
-    // Returns storage for an object. Also prefetches the cache lines that the construction of a later one will write,
-    // before and after the text sRequestedName: objects are mostly allocated in a row.
+    // Allocates storage for an object and returns it. Also prefetches the cache lines that the construction of a later
+    // one will write, before and after the text sRequestedName: objects are mostly allocated in a row.
     void * AllocateObject()
     {
         constexpr std::size_t BYTES_AFTER = sizeof(plat::Lock_c) + ZQ_CACHE_LINE;
@@ -53,7 +53,6 @@ namespace
     }
 }
 
-// Allocates from the pool, or from the heap if the object is of a derived class with another size.
 void * FileOnDisk_c::operator new(std::size_t nBytes, int iBlockType, char const * sFile, int iLine) noexcept
 {
     return nBytes == sizeof(FileOnDisk_c) ? AllocateObject() : ::operator new(nBytes, iBlockType, sFile, iLine);

@@ -94,7 +94,7 @@ private:
 /// - Requests are served in order, one at a time.
 /// - Requests from before the module is up wait for its start. Its Shutdown drops those that are left.
 /// - If the system has no thread for a worker, this call serves the request.
-/// - Asserts that pFile is not null. A null file adds no request, and the handle is unknown to FileAsyncIsLoaded.
+/// - A null pFile asserts and adds no request. The handle is then unknown to FileAsyncIsLoaded.
 ///
 /// A handle is a position: the poll that sees a request done removes it, and later requests move down by one. With more
 /// than one request poll the newest handle first, or poll by file.

@@ -117,6 +117,7 @@ namespace
     };
 
     // Returns the stamp of the names in the cache's folder, without the cache and those of FileReplacement_c::IsBeside.
+    // Returns UNKNOWN if the folder can't be read.
     CacheStamp_s StampOfNames(CachePlace_s const & Cache)
     {
         plat::FolderListing_c Listing;

@@ -62,10 +62,11 @@ extern ZQ_API bool g_bAddon;
 /// ReadMedia(false) was called.
 ///
 /// Shutdown stops the worker and writes the cache to the path of SetCacheFile. It leaves that file unchanged if
-/// Initialize did not run or no folder of the media root is known. Without SetCacheFile it writes
-/// filesystemcache.bin in the media root, if a file of that name is known. Then Shutdown empties the tables, the
-/// exclude lists, the types of stayers and g_FileOpenCallbacker, and ends the watch of cfiletrack.h. The settings above
-/// stay. The cache leaves out:
+/// Initialize did not run or no folder of the media root is known. Without SetCacheFile it writes filesystemcache.bin
+/// in the media root, if a file of that name is known. Then it empties the tables, the exclude lists, the types of
+/// stayers and g_FileOpenCallbacker, and ends the watch of cfiletrack.h. The settings above stay.
+///
+/// The cache leaves out:
 /// - the folders profiles, mapscache, $$$pqxautosave and $$$pqxbackup of the media root
 /// - folders that were registered by a path that begins with `.\`, unless the media root is "." or such a path
 class ZQ_API ModuleFile_c : public Module_c

@@ -56,6 +56,10 @@ void FileHiding_c::DestroyBelow(File_c & Top)
 HashAdd_e FileAddObject(File_c * pFile, bool bOver)
 {
     ZQ_ASSERT(pFile && !pFile->sName.IsEmpty());
+    if (!pFile)
+    {
+        return HASH_FULL;
+    }
     ZQ_ASSERT(!bOver || !pFile->pPath);
     return FileHiding_c::Add(*pFile, bOver);
 }

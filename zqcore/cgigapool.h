@@ -152,8 +152,8 @@ public:
         /// a spare, holds the address.
         bool Free(void const * pPtr, bool bArray) const;
 
-        /// Add a chunk, remove it, and return the chunk of an address, or null for none or a spare. Only pools call
-        /// these functions.
+        /// Add a chunk, remove it, and return the chunk of an address, or null for none or a spare. Only pools and maps
+        /// call these functions.
         void Add(Chunk_s & Chunk);
         void Remove(Chunk_s const & Chunk);
         Chunk_s * Find(void const * pPtr) const;

@@ -56,7 +56,7 @@ public:
     void Reset();
 
 private:
-    static constexpr std::uint32_t FREE = 0;             // a word without a slot
+    static constexpr std::uint32_t FREE = 0;             // a word that is neither used nor removed
     static constexpr std::uint32_t SLOT_MASK = 0xFFFF;   // the low half is the slot plus 1; 0 in a removed word
     static constexpr std::uint32_t MASK = ENTRIES - 1;
     static_assert(std::has_single_bit(static_cast<unsigned>(ENTRIES)));

@@ -528,7 +528,7 @@ bool IsPlainText(char const * pText, std::size_t nText)
 
 namespace
 {
-    // Slow path of EscapeLine.
+    // Does what EscapeLine does, for a text that is not plain.
     ZQ_COLD std::size_t EscapeSlowly(char * szText, std::size_t nText, std::size_t nSize)
     {
         char szCopy[ESCAPED_SIZE];

@@ -15,6 +15,9 @@
 /// Bytes of a buffer for a line, with the terminator.
 inline constexpr std::size_t LOG_LINE_SIZE = LOG_LINE_LENGTH + 1;
 
+/// Bytes of a named log's name, with the terminator.
+inline constexpr int LOG_NAME_SIZE = 64;
+
 /// Writer of one log, or of those without room in the table of named logs. It writes each line to the log's own stream
 /// with one system call. It counts lines that can't be written. If a full disk cuts a line, its line end is written
 /// before the next line. Any thread may write. The log's own stream needs no lock.
@@ -22,7 +25,7 @@ class LogStream_c
 {
 public:
     /// Bytes of a path, with room for a folder, a separator and a log's name.
-    static constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + 64 + 1;
+    static constexpr std::size_t PATH_SIZE = WIDE_PATH_UTF8_SIZE + LOG_NAME_SIZE + 1;
 
     /// Sets the stream that plat::StreamOpenLog opened for this log. It is written without stdio's buffer. Other
     /// streams, such as a host's, are written through stdio under a lock. Sets the number of lost lines to 0.

@@ -20,12 +20,11 @@ namespace
 {
     constexpr wchar_t DEFAULT_FOLDER[] = L"\\GameLogs";   // below the current one
     constexpr std::size_t CURRENT_FOLDER_SIZE = WIDE_PATH_SIZE - std::size(DEFAULT_FOLDER) + 1;   // leaves room for it
-    constexpr int NAME_SIZE = 64;    // bytes of a log's name with its terminator
     constexpr int TABLE_SIZE = 64;   // slots of the table of logs
 
     struct LogFile_t
     {
-        String_T<NAME_SIZE> sName;
+        String_T<LOG_NAME_SIZE> sName;
         std::FILE * pFile = nullptr;
         LogStream_c Stream;
     };
@@ -38,7 +37,7 @@ namespace
     };
 
     wchar_t g_wszLogPath[WIDE_PATH_SIZE];
-    constinit StringHash_T<LogFile_t, NAME_SIZE, TABLE_SIZE, 1> g_dLogFiles;
+    constinit StringHash_T<LogFile_t, LOG_NAME_SIZE, TABLE_SIZE, 1> g_dLogFiles;
     constinit LogStream_c g_Unlisted;   // shared by all logs for which the table has no room
     constinit ModuleLog_c g_ModuleLog;
 
@@ -66,7 +65,7 @@ namespace
         {
             szPath[nFolder] = '\\';
         }
-        StrCopy(pName, szName, NAME_SIZE);
+        StrCopy(pName, szName, LOG_NAME_SIZE);
     }
 
     std::FILE * OpenInLogPath(char const * szName)
@@ -100,7 +99,7 @@ namespace
 
     // Opens a log that is not in the table, adds it and returns it. Without room in the table the log shares
     // g_Unlisted. Returns nulls if the file can't be opened.
-    ZQ_COLD Found_t OpenLog(String_T<NAME_SIZE> const & sName)
+    ZQ_COLD Found_t OpenLog(String_T<LOG_NAME_SIZE> const & sName)
     {
         std::FILE * const pFile = OpenInLogPath(sName);
         if (!pFile)
@@ -132,7 +131,7 @@ namespace
             return { nullptr, nullptr };
         }
         MemCategoryScope_c const Scope(mem::logger);
-        String_T<NAME_SIZE> const sKey(szName);
+        String_T<LOG_NAME_SIZE> const sKey(szName);
         LogFile_t * const pOpen = FindListed(sKey);
         return pOpen ? Found_t{ pOpen->pFile, &pOpen->Stream } : OpenLog(sKey);
     }
@@ -152,7 +151,7 @@ namespace
         {
             return;
         }
-        auto const WritePath = [szName](auto & szPath) { WritePathInLogPath(String_T<NAME_SIZE>(szName), szPath); };
+        auto const WritePath = [szName](auto & szPath) { WritePathInLogPath(String_T<LOG_NAME_SIZE>(szName), szPath); };
         Found.pStream->Follow(Found.pFile, WritePath);
         if (Found.pStream->Write(Found.pFile, pText, nText) && Found.pStream->HasLost()) [[unlikely]]
         {

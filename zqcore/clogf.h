@@ -23,8 +23,8 @@
 #include <cstdarg>
 #include <cstdio>
 
-/// Module that makes the folder of the named logs at its start, and closes the logs at shutdown. It depends on no other
-/// module.
+/// Module that makes the folder of the named logs at its start, and closes the logs of its table at shutdown. It
+/// depends on no other module.
 class ZQ_API ModuleLog_c : public Module_c
 {
 public:

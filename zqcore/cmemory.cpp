@@ -35,8 +35,8 @@ namespace
     class ThreadNumbers_c
     {
     public:
-        static constexpr std::uint32_t COUNT = 128;
-        static constexpr std::uint32_t BITS = 64;   // of a word of m_dFree
+        static constexpr std::uint32_t COUNT = CategoryStacks_t::iMask + 1;   // as many as g_Stacks has slots
+        static constexpr std::uint32_t BITS = 64;                             // of a word of m_dFree
 
         // Returns the lowest free number, or 0 if all are in use.
         std::uint32_t Allocate()

@@ -12,7 +12,8 @@
 // tracked that these operators pass on to the library's. One line on standard error reports that at load.
 //
 // All this is the debug heap. A library that is built with ZQCORE_HEAP=ship, and the target zqcore::ship, have the heap
-// of a shipped game instead. It keeps categories, counters and reports, adds 16 bytes to a block and acquires no lock:
+// of a shipped game instead. It keeps categories, counters and reports. It adds 16 bytes to a block and acquires no
+// lock to count it:
 // - Each thread counts for itself, and a reader adds up. While other threads allocate, figures are of slightly
 //   different moments. Peaks of categories are those that readers saw. The peak of all bytes may be up to 512 KiB too
 //   low or too high for each thread and category.
@@ -156,7 +157,7 @@ namespace mem
 /// - In all other cases the category is that of iBlockType.
 ZQ_API std::uint32_t MemoryBlockWord(int iBlockType);
 
-/// `ZQ_NEW T(...)` allocates a block of the current category. The debug heap records its file and line. `delete` frees
+/// `ZQ_NEW T(...)` allocates a block of the selected category. The debug heap records its file and line. `delete` frees
 /// it, and `delete[]` an array.
 #define ZQ_NEW new (MEMORY_CLIENT_BLOCK, __FILE__, __LINE__)
 

@@ -21,9 +21,9 @@ namespace
 
     void * g_pProbe = nullptr;   // block with which a delete is tried
     bool g_bReached = false;     // whether a call has reached the library's new, or its delete with the probe
-    bool g_bPassesOn = false;    // value of g_bForeignPassesOn after the trials
+    bool g_bPassesOn = false;    // whether a trial has found a foreign new that passes requests on to the library's
 
-    // The library's operators while others are tried. The delete leaves the probe as it is.
+    // Serve as the library's operators while others are tried. The delete leaves the probe as it is.
     template <typename... ALIGNMENT>
     void * ProbeNew(std::size_t nBytes, ALIGNMENT... nAlignment)
     {

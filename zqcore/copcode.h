@@ -60,8 +60,9 @@ public:
     OpcodeDecoder_c(OpcodeDecoder_c const &) = delete;
     OpcodeDecoder_c & operator=(OpcodeDecoder_c const &) = delete;
 
-    /// Sets the function that is called, once or more, for each address, jump target, 32-bit displacement, and number
-    /// of 32 or 64 bits that is not 0. Null, the initial value, means no symbols. pUser is kept for the callback.
+    /// Sets the function that Decode calls, once or more, for each address, jump target, 32-bit displacement, and
+    /// number of 32 or 64 bits that is not 0. Null, the initial value, means no symbols. pUser is kept for the
+    /// callback.
     void SetSymbolCallback(SymbolCallback_t fnSymbol, void * pUser)
     {
         m_fnSymbol = fnSymbol;
@@ -71,7 +72,7 @@ public:
     /// Returns the pUser of SetSymbolCallback.
     void * GetUser() const { return m_pUser; }
 
-    /// Sets the number that is added to a pointer into the code to get its real address. It is 0 at start.
+    /// Sets the number that Decode adds to a pointer into the code to get its real address. It is 0 at start.
     void SetAddressBias(std::uint64_t nBias) { m_nBias = nBias; }
 
     /// Writes the text of the instruction at pCode, of nBytes at most, and returns the instruction's length in bytes.
@@ -214,7 +215,7 @@ public:
 
     /// Returns the number of bytes in the instructions found. It differs from nBytes in these cases:
     /// - Decode was not called, or there are no pages: it is 0.
-    /// - Decode stopped at MAX_INSTRUCTIONS, or prefixes end the code: it is below nBytes.
+    /// - Decode stopped at MAX_INSTRUCTIONS or inside prefixes: it is below nBytes.
     /// - The last instruction ends in the nAfter bytes: it is above nBytes.
     std::size_t GetDecodedBytes() const
     {

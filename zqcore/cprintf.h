@@ -134,7 +134,7 @@ public:
         return IsGood(State);
     }
 
-    /// Does what Matches does, for a terminated text.
+    /// Returns what Matches does, for a terminated text.
     static constexpr bool MatchesText(char const * szFormat)
     {
         State_s State;
@@ -146,7 +146,7 @@ public:
         return IsGood(State);
     }
 
-    /// Does what Matches does, without a loop.
+    /// Returns what Matches does, without a loop.
     template <std::size_t N, std::size_t... I>
     ZQ_INLINE static bool Fold(char const (&szFormat)[N], std::index_sequence<I...>)
     {

@@ -6,9 +6,9 @@
 //
 // - Texts: std::string, with any allocator.
 // - Sequences: std::vector, std::vector<bool>, std::deque and std::list. Their elements need a default constructor.
-// - Maps and sets, ordered or not. Keys and values need a default constructor. The keys of unordered ones need `<`:
-//   their entries are stored in the order of their keys, so that equal contents have equal bytes.
-// - std::array, std::pair, std::tuple and std::optional.
+// - Maps and sets: ordered and unordered ones. Keys and values need a default constructor. The keys of unordered ones
+//   need `<`: their entries are stored in the order of their keys, so that equal contents have equal bytes.
+// - Others: std::array, std::pair, std::tuple and std::optional.
 //
 // Requires that an element of a sequence, a map or a set stores at least one byte.
 //

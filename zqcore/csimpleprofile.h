@@ -76,8 +76,8 @@ struct SimpleProfileInfo_t
 ZQ_API void SimpleProfileContextPush(SimpleProfileContext_e eContext);
 ZQ_API void SimpleProfileContextPop();
 
-/// Begins a kind of work. Waits while another thread is in the context.
-/// - A kind that begins directly inside itself is timed once. Each push has its own pop.
+/// Begins a kind of work. Waits while another thread is in the context. A kind that begins directly inside itself is
+/// timed once. Each push has its own pop.
 /// - Asserts that context and kind exist, and does nothing otherwise.
 /// - Asserts that at most 32 kinds are nested. If the developer continues, the time of a deeper kind counts for the
 ///   kind around it.
