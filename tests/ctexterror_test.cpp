@@ -340,6 +340,22 @@ TEST_F(TextError, AScriptsMismatchHasItsPlaceAndAFailedOpenItsReason)
     EXPECT_EQ(TextOf(Script.GetLastError()), "gone.txt: No such file or directory");
 }
 
+TEST(TextErrors, ALongNameIsCutAtACharacterAndQuoted)
+{
+    std::string sName;
+    for (int i = 0; i < 200; ++i)
+    {
+        sName += "\u00E9";
+    }
+    for (std::string const sReason : { "even", "odd" })
+    {
+        TextErrors_c Errors;
+        Errors.Set(sReason.c_str(), sName.c_str());
+        std::size_t const nRoom = 252 - sReason.size();   // of 255 bytes, without a blank and the quotes
+        EXPECT_EQ(Errors.GetLast().sReason.CStr(), sReason + " \"" + sName.substr(0, nRoom / 2 * 2) + "\"");
+    }
+}
+
 TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
 {
     char const * const szName = "x\n9.9\t0\tforged.txt";

@@ -56,6 +56,7 @@ void Spreadsheet_c::Close()
     m_fmt = USUAL_FORMAT;
 }
 
+// Selects neither row nor column and returns false.
 bool Spreadsheet_c::ClearCursor()
 {
     m_iRow = -1;

@@ -176,10 +176,10 @@ public:
     /// Move to the column and write its cell to a text object (ctextvalue.h), or read it as a whole number, a number or
     /// the name of an enumerator. Return false, with the value unchanged, in these cases:
     /// - the cell is missing, or it is empty and not read as a text.
-    /// - with a log line and the reason in GetLastError: the whole cell is no number of the type's range, or no name of
-    ///   the table.
+    /// - the whole cell is no number of the type's range, or no name of the table. This case logs a line, and
+    ///   GetLastError has the reason.
     ///
-    /// A text that a String_T cuts is reported in the same way, but returns true.
+    /// Report in the same way that a String_T cuts the text, but return true.
     template <TextObject_T TEXT>
     bool Get(char const * sName, TEXT & sValue)
     {

@@ -99,7 +99,8 @@ public:
     /// Returns N: the characters that fit, plus the terminator.
     static constexpr int Capacity() { return N; }
 
-    /// Compare exactly, with any capacity. Assert that sTxt is not null. A null equals nothing.
+    /// Return whether the texts are exactly equal, with any capacity. Assert that sTxt is not null. A null equals
+    /// nothing.
     bool operator==(char const * sTxt) const;
     bool operator==(std::string_view sTxt) const { return std::string_view(*this) == sTxt; }
     template <int M>
@@ -108,7 +109,7 @@ public:
         return *this == static_cast<char const *>(Other);
     }
 
-    /// Order exactly, as strcmp does. Assert that sTxt is not null. A null comes first.
+    /// Return the exact order, as strcmp does. Assert that sTxt is not null. A null comes first.
     std::strong_ordering operator<=>(char const * sTxt) const;
     std::strong_ordering operator<=>(std::string_view sTxt) const
     {

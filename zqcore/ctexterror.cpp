@@ -56,10 +56,10 @@ void TextErrors_c::Set(char const * szReason, char const * szAbout)
     m_Last.sReason = szReason;
     if (szAbout)
     {
-        String_T<256> sAbout;
-        Escape(sAbout, szAbout);
         m_Last.sReason += " \"";
-        m_Last.sReason += sAbout;
+        std::size_t const nUsed = std::strlen(m_Last.sReason), nRoom = m_Last.sReason.Capacity() - nUsed;
+        // Leaves room for the quote.
+        plat::TextEscape(m_Last.sReason.GetBuffer() + nUsed, nRoom - 1, szAbout, plat::Controls_e::None);
         m_Last.sReason += "\"";
     }
 }

@@ -48,8 +48,8 @@ public:
     /// Removes the error. The file stays.
     void Clear();
 
-    /// Sets an error without a place. If szAbout is not null, the reason ends in that text, quoted and escaped, so it
-    /// may come from outside.
+    /// Sets an error without a place. If szAbout is not null, the reason ends in that text, quoted, escaped and cut to
+    /// fit, so it may come from outside.
     void Set(char const * szReason, char const * szAbout = nullptr);
 
     /// Sets an error without a place, logs it if that is switched on, and returns false.

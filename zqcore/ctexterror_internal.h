@@ -14,7 +14,7 @@ struct FileText_t
 /// Skips the byte order mark of UTF-8. Returns null, or why a text with the mark of UTF-16 can't be read.
 char const * TextSkipMarkSlow(char const *& pBegin, char const * pEnd);
 
-/// Skips the byte order mark as TextSkipMarkSlow does. An ASCII text costs no call.
+/// Does what TextSkipMarkSlow does. An ASCII text costs no call.
 inline char const * TextSkipMark(char const *& pBegin, char const * pEnd)
 {
     constexpr unsigned char LOWEST_MARK = 0xEF;

@@ -3,7 +3,7 @@
 // The long time is in seconds. Until ModuleTimer_c is initialised it comes from a coarse clock of milliseconds, which
 // wraps after 49 days. After the initialisation it comes from a good clock, if the machine has one. longTimeGetPassed
 // continues across that change without a jump. Requires that values of longTimeGet from before and after the change are
-// not compared. The short time is the processor's cycle counter.
+// not compared. The short time is the cycle counter of an x86 processor, or the good clock on another one.
 //
 // Ownership: nothing is owned.
 // Threads: any thread, without locks. The first calls of longTimeGetPassed and shortTimeGetSec belong to the main

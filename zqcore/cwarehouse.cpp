@@ -126,7 +126,7 @@ bool Warehouse_c::ReadHeader(char const * sClientHeader)
     {
         return false;
     }
-    String_T<256> sHeader("@HEAD ");   // WAREHOUSE_HEADER in capitals, as the stored header shows it
+    String_T<256> sHeader("@HEAD ");   // WAREHOUSE_HEADER, which compares without regard to case
     sHeader += sClientHeader;
     WarehouseScan_t(sHeader, sHeader.Length(), 0, WAREHOUSE_FORMAT_TEXT).GetLine(&m_Head);
     return m_Head.IsHeader();
@@ -470,6 +470,7 @@ bool Warehouse_c::Get(char const * sColumn, int & iFirst, int & iSecond) const
     return true;
 }
 
+// Stores the error of a missing column or work line, logs it if LogColName switched that on, and returns false.
 bool Warehouse_c::LogNotFound(char const * sColumn) const
 {
     if (m_bLogColName)
@@ -482,6 +483,7 @@ bool Warehouse_c::LogNotFound(char const * sColumn) const
     return false;
 }
 
+// Stores why a cell is bad or a text is cut, logs the cell if LogColName switched that on, and returns false.
 bool Warehouse_c::LogInvalid(char const * sColumn, char const * szReason) const
 {
     if (m_bLogColName)
