@@ -89,7 +89,8 @@ namespace
         return pData;
     }
 
-    // Waits like a frame that has other things to do. It is the same for all rows, so a row of its own measures it.
+    // Waits like a frame that has other things to do. It is the same for all rows of AsyncRead, so a row of its own
+    // measures it.
     void SleepFrame()
     {
         timespec const Time = { .tv_sec = 0, .tv_nsec = 500'000 };

@@ -5,7 +5,7 @@
 
 namespace plat
 {
-    inline constexpr int NET_ADDRESS_SIZE = 6;   // bytes of an address
+    inline constexpr int NET_ADDRESS_SIZE = 6;   // bytes of an address (IEEE 802)
 
     /// Uniqueness of an address.
     enum class NetAddress_e

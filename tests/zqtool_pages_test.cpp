@@ -126,7 +126,7 @@ function checkMap()
     document.activeElement.blur();
 }
 const isStats = Boolean($("graph"));
-isStats ? checkGraph() : checkMap();
+if (isStats) { checkGraph(); } else { checkMap(); }
 if (document.documentElement.scrollWidth > innerWidth) { seen.push("too wide"); }
 seen.push(matchMedia("(prefers-color-scheme: dark)").matches ? "dark" : "light", innerWidth);
 document.documentElement.dataset.seen = seen.join("; ");

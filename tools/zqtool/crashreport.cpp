@@ -358,8 +358,9 @@ namespace
         return Report.nCode == Details.nCode && Report.Instruction == Details.Instruction;
     }
 
-    // Appends the frames of the report that follow the last one of the details, unless the details leave out frames
-    // before it. The flag for farther frames is then that of the report, or true if the list has no room for all.
+    // Appends the frames of the report that follow the last one of the details. Sets the flag for farther frames to
+    // that of the report, or to true if the list has no room for all. Changes nothing if the report lacks that last
+    // frame, or if the details leave out frames before it.
     void AddFarther(CrashThread_t & Thread, CrashThread_t & Reported)
     {
         std::vector<CrashFrame_t> & dFrames = Thread.dFrames;

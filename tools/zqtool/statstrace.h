@@ -1,9 +1,9 @@
 // statstrace.h: a stats file as trace events in JSON, the format that trace viewers load.
 //
 // The file holds times by frame, not the moments of pushes. So each frame is one event, which begins where the previous
-// one ends. In a frame, each timer below the root with calls or a length is one event, with its calls and ticks. The
-// length is the timer's time or the sum of its children's lengths, whichever is larger. The event lies inside its
-// parent's event, after the timers of that parent that were created before it.
+// one ends. In a frame, each timer below the root with calls or a size is one event, with its calls and ticks. The size
+// is the timer's time or the sum of its children's sizes, whichever is larger. The event lies inside its parent's
+// event, after the timers of that parent that were created before it.
 #pragma once
 
 #include "tools/zqtool/statsfile.h"
