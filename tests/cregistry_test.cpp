@@ -573,7 +573,7 @@ TEST_F(RegistryTest, ManyValuesAndKeysAndDeepTreesCostNoMoreEach)
 
 TEST_F(RegistryTest, AFailedDeletionOfATreeLeavesNoDeletedKeyInTheList)
 {
-    for (int i = 0; i < 20; ++i)   // the disk's clock may hide a change
+    for (int i = 0; i < 20; ++i)   // a disk with a slow clock and no count of subfolders hides a change
     {
         Registry_c Registry;
         EXPECT_EACH(Registry_c().CreateKey("top\\a"), Registry_c().CreateKey("top\\b"), Registry.OpenKey("top", 1));

@@ -200,7 +200,8 @@ namespace
         {
             if (!TableOfBay.fnReadRow(Bay, Table))
             {
-                LogEscaped("%s: row \"%s\" makes no sense and is left out", TableOfBay.szFile, sIdent);
+                LogEscaped(
+                    "%s: row \"%s\" makes no sense or repeats an ident, and is left out", TableOfBay.szFile, sIdent);
             }
         }
         return {};

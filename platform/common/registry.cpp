@@ -370,8 +370,8 @@ namespace plat
             return Victim.Key.IsOpen() && (!bItself || StoreIdentity(Victim.Key.Get()) == StoreIdentity(hFolder));
         }
 
-        // Deletes a found key that has no subkeys. Updates the listing of the open key from which it was found.
-        // Returns false on failure.
+        // Deletes a found key that has no subkeys. Updates the listing of the open key from which it was found, or lets
+        // it be read again. Returns false on failure.
         bool DeleteFound(RegistryKey_t hKey, Victim_s const & Victim)
         {
             Change_c Change;

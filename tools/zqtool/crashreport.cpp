@@ -408,7 +408,7 @@ namespace
                 CrashFrame_t const & Reported = *itNamed->second;
                 Frame.sFunction = Reported.sFunction;
                 Frame.nDisplacement = Reported.nDisplacement;
-                Frame.bHidesInlined = true;   // the report has no inlined calls
+                Frame.bHidesInlined = true;   // a report has no inlined calls
                 Frame.sFile = Reported.sFile;
                 Frame.iLine = Reported.iLine;
                 Frame.dSource = Reported.dSource;

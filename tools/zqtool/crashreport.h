@@ -33,7 +33,7 @@ struct CrashFrame_t
     std::string sFunction;              // empty if unknown
     std::uint64_t nDisplacement = 0;    // bytes from the start of the function
     bool bInlined = false;              // whether it is part of the function of a later frame, with the same address
-    bool bHidesInlined = false;         // whether the line may be that of an inlined call that is no frame
+    bool bHidesInlined = false;         // whether a frame of the details has its line from a report
     bool bReturn = true;                // whether the address counts as one after a call
     std::string sFile;                  // empty if unknown
     unsigned iLine = 0;                 // 0 if unknown
