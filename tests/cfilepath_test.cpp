@@ -149,6 +149,22 @@ TEST_F(FilePathTest, ALinkToWhatThisUserMayNotSeeIsThereInAnySpellingOfItsFolder
     fs::permissions(m_Folder.Join("Sub/Closed"), fs::perms::all);
 }
 
+TEST_F(FilePathTest, AFileWithoutFactsIsMissedIfOnlyFoldersOfItsNameAreExcluded)
+{
+    NEEDS_NOBODY;
+    Make({ { "dark/sources", "" } });
+    fs::permissions(m_Folder.GetPath(), fs::perms::all);
+    fs::permissions(m_Folder.Join("dark"), fs::perms(0444));   // a folder whose entries have no facts
+    auto const ScanAsUser = [this]
+    {
+        FileAlwaysExcludeFolder("sources");
+        Scan();
+        return FileScanIsWhole(m_Folder.GetPath().c_str()) ? 1 : 0;
+    };
+    EXPECT_EQ(StatusAsNobody(ScanAsUser), 0);
+    fs::permissions(m_Folder.Join("dark"), fs::perms::all);
+}
+
 TEST_F(FilePathTest, SkipsWithALineWhatItCantEnter)
 {
     std::string const sLong(200, 'p');

@@ -3,7 +3,7 @@
 
 #include <unistd.h>
 
-/// Write the counts, and set them to 0. They belong to gcov's library, and are null in builds without ZQCORE_COVERAGE.
+/// Write the counts, and set them to 0. Both functions are gcov's, and null in builds without ZQCORE_COVERAGE.
 extern "C" void CoverageDump() __asm__("__gcov_dump") __attribute__((weak));
 extern "C" void CoverageReset() __asm__("__gcov_reset") __attribute__((weak));
 

@@ -138,7 +138,8 @@ TEST_F(FileZipTest, ReadsWholeFilesRangesAndStreamsUntilTheModuleEnds)
             EXPECT_EQ(std::string_view(dRead, nRead), std::string_view(sBig).substr(nAt, 10));
             EXPECT_EQ(pStream->IsEof(), nAt >= 599990);
         }
-        EXPECT_EACH(pStream->SeekStored(-1, 0) == 0, pStream->FileSize() == 600000);
+        EXPECT_EACH(pStream->SeekStored(1, 0) == 1, pStream->SeekStored(LONG_MAX, 1) == 0,
+            pStream->SeekStored(-1, 0) == 0, pStream->FileSize() == 600000);
         pStream->CloseStored();
     }
     ASSERT_TRUE(StartModule(ModuleFile_c::Get()));
@@ -223,6 +224,7 @@ TEST_F(FileZipTest, SkipsHostileEntriesWithALineEach)
         { "outside", { STORED, 4, 0x7FFFFFFF }, "its sizes can't be true" },
         { "nothing", { STORED, 4, 0 }, "its sizes can't be true" },
         { "inflated", { SIZE, 4, 0x7FFFFFFF }, "it would expand too much" },
+        { "ratio", { SIZE, 4, 250 * 5000 + 1 }, "it would expand too much" },
         { "sub/twin.txt", {}, "it is a duplicate" },
     };
     Entries_t dEntries = { { "good.txt", "good" }, { "twin.txt", "first" }, { "bomb", std::string(2 << 20, '\0') } };
@@ -242,12 +244,13 @@ TEST_F(FileZipTest, SkipsHostileEntriesWithALineEach)
             Patch("h.zip", sMarked, { MADE_BY, 2, 3 << 8 });   // on Unix
         }
     }
+    Patch("h.zip", "ratio", { STORED, 4, 5000 });
     static int s_nSkips;
     s_nSkips = 0;
     CallbackScope_T const Skips(
         g_FileSkipCallbacker, [](FileSkip_t Skip) { s_nSkips += Skip.eWhy == FileSkip_e::InArchive; });
     ASSERT_TRUE(Mount("h.zip")) << m_Log.GetText();
-    EXPECT_EQ(s_nSkips, 20);
+    EXPECT_EQ(s_nSkips, 21);
     EXPECT_EQ(Keys(), "good.txt twin.txt");
     for (auto const & [sMarked, Change, sReason] : dRows)
     {
@@ -257,7 +260,7 @@ TEST_F(FileZipTest, SkipsHostileEntriesWithALineEach)
             << sName << m_Log.GetText();
     }
     EXPECT_EQ(m_Log.CountHolding("skipping \"bomb\""), 1);
-    EXPECT_EQ(m_Log.CountHolding(": 2 files, 0 of them hide others, 0 are hidden, 20 skipped"), 1);
+    EXPECT_EQ(m_Log.CountHolding(": 2 files, 0 of them hide others, 0 are hidden, 21 skipped"), 1);
     EXPECT_EACH(Opened("good.txt") == "good", Opened("twin.txt") == "first", !FileStream("twin.txt")->bDuplicate);
 }
 

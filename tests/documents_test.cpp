@@ -108,7 +108,7 @@ namespace
 
 namespace
 {
-    // Returns the texts between each sBegin and the next sEnd.
+    // Returns the texts between each sBegin and the next sEnd, or the end.
     std::vector<std::string> Between(std::string const & sText, std::string_view sBegin, std::string_view sEnd)
     {
         std::vector<std::string> dFound;

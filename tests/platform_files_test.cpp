@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 
 namespace
 {
-    // Fixture with a folder of its own, and no spellings from another test.
+    // Fixture with a folder of its own. It leaves no spellings to other tests.
     class PlatformFiles : public testing::Test
     {
     protected:

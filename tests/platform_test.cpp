@@ -58,6 +58,7 @@ TEST(PlatformDialog, AsksTheTerminalUntilAnAnswerFits)
 {
     using plat::DialogAnswer_e;
     using plat::DialogButtons_e;
+    // "\x04" ends the input.
     for (auto const & [eButtons, iDefault, szTyped, eAnswer] :
         Rows_t<DialogButtons_e, int, char const *, DialogAnswer_e>{
             { DialogButtons_e::AbortRetryIgnore, 3, "r\n", DialogAnswer_e::Retry },

@@ -15,9 +15,9 @@ namespace
     // Reason for which a test that sends signals is skipped in an emulator.
     constexpr char NO_SIGNALS[] = "the emulator gives a thread the storage of another one after a signal";
 
-    // Runs the host, for 155 frames unless sArguments says otherwise. Returns what it says on standard error, and its status: 2 bad command line, 3 no usable media or
-    // an output among them, 4 not loaded or saved, 5 stats not written, 6 a service did not start, 7 not watched, 8
-    // standard output full, 9 live memory not listed.
+    // Runs the host, for 155 frames unless sArguments says otherwise. Returns what it says on standard error, and its
+    // status: 2 bad command line, 3 no usable media or an output among them, 4 not loaded or saved, 5 stats not
+    // written, 6 a service did not start, 7 not watched, 8 standard output full, 9 live memory not listed.
     Result_t RunHost(std::string const & sArguments, std::string const & sMedia = TEST_MEDIA_FOLDER,
         std::string const & sOutput = "/dev/null")
     {

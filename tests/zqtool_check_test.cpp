@@ -124,6 +124,9 @@ TEST(ZqtoolCheck, ComparesCellsWithASchemaAndReportsFaultsOfTheSchema)
     EXPECT_EQ(Checked("b.csv", "unit,name\nbag,", sSchema), "(1, 1): there is no column \"price\"\n"
                                                             "(2, 5): there is no value in column \"name\"\n"
                                                             ": spreadsheet, 1 row, 2 columns: 2 complaints\n");
+    std::string const sFlag = Folder.Write("flag.txt", "@head type least\nopen bool 2\n");
+    EXPECT_EQ(Checked("c.csv", "open\n1\n", "--schema " + sFlag), ": spreadsheet, 1 row, 1 column: no complaint\n")
+        << "a limit has no meaning for a truth value";
     std::string const sBad = Folder.Write("bad.txt", "@head type least required\na in\nA int x\nb int - maybe\n");
     EXPECT_EQ(RunTool("check --schema " + sBad + " " + sBad).sOutput,
         sBad + "(3, 1): a search for \"a\" finds the item in line 2\n" + sBad

@@ -96,7 +96,7 @@ namespace
         {
             return "its sizes can't be true";
         }
-        bool const bBomb = Stat.size > ALWAYS_READ && Stat.size / ZIP_MAX_EXPANSION > Stat.comp_size;
+        bool const bBomb = Stat.size > ALWAYS_READ && Stat.size > ZIP_MAX_EXPANSION * Stat.comp_size;
         return bBomb ? "it would expand too much" : nullptr;
     }
 
@@ -108,7 +108,7 @@ namespace
         return bKnown ? nSeconds * plat::FILE_TIME_TICKS : 0;
     }
 
-    // Returns what the directory states about an entry. A file that can't be mounted has a szRefused.
+    // Returns what the directory states about an entry. A file whose name, type or data can't be used has a szRefused.
     Entry_s ReadEntry(ZipArchive_c & Archive, zip_uint64_t iEntry)
     {
         constexpr unsigned TYPE_MASK = 0170000, REGULAR = 0100000, FOLDER = 0040000;   // S_IFMT, S_IFREG, S_IFDIR

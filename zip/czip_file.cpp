@@ -158,6 +158,10 @@ bool ZipStored_c::OpenStored()
 
 int ZipStored_c::SeekStored(long iOffset, int iOrigin)
 {
+    if (iOffset < INT_MIN || iOffset > INT_MAX)
+    {
+        return 0;
+    }
     std::int64_t const nFrom = iOrigin == 1 ? m_nAt : iOrigin == 2 ? m_File.m_Facts.nSize : 0;
     std::int64_t const nTo = nFrom + iOffset;
     if (nTo < 0 || nTo > INT_MAX)

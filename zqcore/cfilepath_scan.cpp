@@ -173,11 +173,11 @@ namespace
     }
 
     // Logs and reports an entry whose facts the system does not return, and stores its folder as missed. Does nothing
-    // for an excluded name or a file of an unfinished save: the scan skips both in any case.
+    // for a name that the scan skips both of a file and of a folder.
     ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
     {
-        if (!g_ExcludedFiles.Has(Entry.szName) && !g_ExcludedFolders.Has(Entry.szName)
-            && !FileReplacement_c::IsBeside(Entry.szName))
+        bool const bFileSkipped = g_ExcludedFiles.Has(Entry.szName) || FileReplacement_c::IsBeside(Entry.szName);
+        if (!bFileSkipped || !g_ExcludedFolders.Has(Entry.szName))
         {
             Skip(FileSkip_e::Unknown, sFolder, Entry.szName);
             FileScanNoteMissed(sFolder);

@@ -31,7 +31,7 @@ namespace
 
     constexpr int LOCK_TRIES = 500;
     constexpr int LOCK_TRIES_UNLOGGED = 10;   // tries that are not logged
-    constexpr int LOCK_WAIT = 10;             // milliseconds after each try
+    constexpr int LOCK_WAIT = 10;             // milliseconds after each try that finds the file
 
     String_T<256> g_sTrackPath;           // watched folder as the caller wrote it
     plat::FolderWatch_c g_hTrackFolder;   // watch of that folder; closed while tracking is off

@@ -88,8 +88,8 @@ namespace
         }
     }
 
-    // Counts all live blocks anew: those of other libraries' first constructors are older than the tracking. Requires
-    // that the thread holds g_CategoryLock.
+    // Counts the live blocks anew, except those under mem::CRT: those of other libraries' first constructors are older
+    // than the tracking. Requires that the thread holds g_CategoryLock.
     void CountLiveBlocks()
     {
         MemoryCounters_s & Counters = g_MemoryCounters;
@@ -152,7 +152,7 @@ namespace
     // State of a report of live blocks.
     struct Report_s
     {
-        std::FILE * pAll;         // all blocks; may be null
+        std::FILE * pAll;         // all client blocks; may be null
         std::FILE * pUndefined;   // those without a category; may be null
         MemoryTally_s Tally;
     };

@@ -228,8 +228,8 @@ void OpcodeDecoder_c::WriteTarget(unsigned char const * pEnd, std::int64_t nDist
     WriteAddress(AsAddress(nEnd + static_cast<std::uint64_t>(nDistance)));
 }
 
-// Inserts the symbol's name and the distance from it before the text written from iText on, which gets parentheses.
-// Without a symbol the text stays.
+// Inserts the symbol's name, and the distance from it unless that is 0, before the text written from iText on, which
+// gets parentheses. Without a symbol, and for address 0, the text stays.
 void OpcodeDecoder_c::OfferSymbol(std::uint64_t Address, std::uint32_t iText)
 {
     if (Address == 0 || m_fnSymbol == nullptr)

@@ -42,9 +42,10 @@ Text_t Size(double fBytes)
 
 Text_t Duration(double tSeconds)
 {
-    return tSeconds < 1e-3  ? NewString("%.1f us", tSeconds * 1e6)
-           : tSeconds < 1.0 ? NewString("%.2f ms", tSeconds * 1e3)
-                            : NewString("%.2f s", tSeconds);
+    constexpr double MS_FROM = 0.99995e-3, S_FROM = 0.999995;   // prints as a whole step in the smaller unit
+    return tSeconds < MS_FROM  ? NewString("%.1f us", tSeconds * 1e6)
+           : tSeconds < S_FROM ? NewString("%.2f ms", tSeconds * 1e3)
+                               : NewString("%.2f s", tSeconds);
 }
 
 Text_t BelowRoot(char const * szLocation)

@@ -23,7 +23,8 @@ namespace zqsymbols
         SplitUnits_c & operator=(SplitUnits_c const &) = delete;
 
         /// Returns the DIE of a unit's other part, or the unit itself if it has none or none is found. sModule is the
-        /// path of the program. Its package has that path with ".dwp" appended. The DIE is valid as long as the object.
+        /// path of the program. Its package has that path with ".dwp" appended. The DIE is valid as long as both the
+        /// object and the unit.
         Dwarf_Die Find(Dwarf_Die Unit, std::string const & sModule);
 
     private:

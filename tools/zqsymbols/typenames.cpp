@@ -8,13 +8,19 @@ namespace zqsymbols
     {
         constexpr int MAX_DEPTH = 16;   // damaged information may be circular
 
-        std::string Spell(Types_c & Types, Dwarf_Die Type, int nDepth);
+        std::string Declare(Types_c & Types, Dwarf_Die Type, std::string const & sInner, int nDepth);
 
-        // Returns the spelling of the type that a DIE's type attribute names, or "void" without one.
-        std::string SpellTarget(Types_c & Types, Dwarf_Die Die, int nDepth)
+        // Returns two parts of a declaration with a blank between them, or the other one if one is empty.
+        std::string Joined(std::string const & sFirst, std::string const & sSecond)
+        {
+            return sFirst.empty() ? sSecond : sSecond.empty() ? sFirst : sFirst + " " + sSecond;
+        }
+
+        // Returns the declaration of what a DIE's type attribute names, or of "void" without one.
+        std::string DeclareTarget(Types_c & Types, Dwarf_Die Die, std::string const & sInner, int nDepth)
         {
             Dwarf_Die Target;
-            return Follow(&Die, &Target) ? Spell(Types, Target, nDepth - 1) : "void";
+            return Follow(&Die, &Target) ? Declare(Types, Target, sInner, nDepth - 1) : Joined("void", sInner);
         }
 
         // Returns the dimensions of an array: "[4][2]". Writes one of unknown size, or of size 0, as "[]".
@@ -35,7 +41,7 @@ namespace zqsymbols
             return sText;
         }
 
-        // Returns the types of a function's parameters: "int, ...".
+        // Returns the types of a function's parameters: "int, ...". Leaves out the object of a member function.
         std::string Arguments(Types_c & Types, Dwarf_Die Function, int nDepth)
         {
             std::string sText;
@@ -44,29 +50,41 @@ namespace zqsymbols
             for (; bMore; bMore = dwarf_siblingof(&Child, &Child) == 0)
             {
                 bool const bEllipsis = dwarf_tag(&Child) == DW_TAG_unspecified_parameters;
-                if (bEllipsis || dwarf_tag(&Child) == DW_TAG_formal_parameter)
+                bool const bParameter = dwarf_tag(&Child) == DW_TAG_formal_parameter;
+                if (bEllipsis || (bParameter && !dwarf_hasattr(&Child, DW_AT_artificial)))
                 {
                     sText += sText.empty() ? "" : ", ";
-                    sText += bEllipsis ? "..." : SpellTarget(Types, Child, nDepth);
+                    sText += bEllipsis ? "..." : DeclareTarget(Types, Child, "", nDepth);
                 }
             }
             return sText;
         }
 
-        // Returns the spelling of a pointer or a reference. One to a function has its mark in brackets.
-        std::string SpellPointer(Types_c & Types, Dwarf_Die Pointer, char const * szMark, int nDepth)
+        // Returns the declaration of a pointer or a reference. A mark before a function or an array is in brackets.
+        std::string DeclarePointer(
+            Types_c & Types, Dwarf_Die Pointer, std::string const & sMark, std::string const & sInner, int nDepth)
         {
             Dwarf_Die Target;
-            if (Follow(&Pointer, &Target) && dwarf_tag(&Target) == DW_TAG_subroutine_type)
-            {
-                return SpellTarget(Types, Target, nDepth) + " (" + szMark + ")(" + Arguments(Types, Target, nDepth)
-                       + ")";
-            }
-            return SpellTarget(Types, Pointer, nDepth) + " " + szMark;
+            int const iTag = Follow(&Pointer, &Target) ? dwarf_tag(&Target) : DW_TAG_invalid;
+            std::string const sMarked = Joined(sMark, sInner);
+            bool const bBrackets = iTag == DW_TAG_subroutine_type || iTag == DW_TAG_array_type;
+            return DeclareTarget(Types, Pointer, bBrackets ? "(" + sMarked + ")" : sMarked, nDepth);
         }
 
-        // Returns the spelling of a type, or "?" at depth 0.
-        std::string Spell(Types_c & Types, Dwarf_Die Type, int nDepth)
+        // Returns the declaration of a pointer to a member.
+        std::string DeclareMemberPointer(Types_c & Types, Dwarf_Die Pointer, std::string const & sInner, int nDepth)
+        {
+            Dwarf_Attribute Attribute;
+            Dwarf_Die Class;
+            bool const bClass =
+                dwarf_formref_die(dwarf_attr(&Pointer, DW_AT_containing_type, &Attribute), &Class) != nullptr;
+            std::string const sClass = bClass ? Types.QualifiedName(Class) : "";
+            return DeclarePointer(Types, Pointer, (sClass.empty() ? "(unnamed)" : sClass) + "::*", sInner, nDepth);
+        }
+
+        // Returns the declaration of a type, or "?" at depth 0. sInner is what would surround the name, from the inside
+        // to this type.
+        std::string Declare(Types_c & Types, Dwarf_Die Type, std::string const & sInner, int nDepth)
         {
             if (nDepth <= 0)
             {
@@ -75,22 +93,25 @@ namespace zqsymbols
             switch (dwarf_tag(&Type))
             {
             case DW_TAG_pointer_type:
-                return SpellPointer(Types, Type, "*", nDepth);
+                return DeclarePointer(Types, Type, "*", sInner, nDepth);
             case DW_TAG_reference_type:
-                return SpellPointer(Types, Type, "&", nDepth);
+                return DeclarePointer(Types, Type, "&", sInner, nDepth);
             case DW_TAG_rvalue_reference_type:
-                return SpellPointer(Types, Type, "&&", nDepth);
+                return DeclarePointer(Types, Type, "&&", sInner, nDepth);
+            case DW_TAG_ptr_to_member_type:
+                return DeclareMemberPointer(Types, Type, sInner, nDepth);
             case DW_TAG_const_type:
-                return SpellTarget(Types, Type, nDepth) + " const";
+                return DeclareTarget(Types, Type, Joined("const", sInner), nDepth);
             case DW_TAG_volatile_type:
-                return SpellTarget(Types, Type, nDepth) + " volatile";
+                return DeclareTarget(Types, Type, Joined("volatile", sInner), nDepth);
             case DW_TAG_restrict_type:
             case DW_TAG_atomic_type:
-                return SpellTarget(Types, Type, nDepth);
+                return DeclareTarget(Types, Type, sInner, nDepth);
             case DW_TAG_array_type:
-                return SpellTarget(Types, Type, nDepth) + " " + Dimensions(Type);
+                return DeclareTarget(Types, Type,
+                    sInner.ends_with(')') ? sInner + Dimensions(Type) : Joined(sInner, Dimensions(Type)), nDepth);
             case DW_TAG_subroutine_type:
-                return SpellTarget(Types, Type, nDepth) + " (" + Arguments(Types, Type, nDepth) + ")";
+                return DeclareTarget(Types, Type, sInner + "(" + Arguments(Types, Type, nDepth) + ")", nDepth);
             default:
                 break;
             }
@@ -98,10 +119,10 @@ namespace zqsymbols
             Dwarf_Die Other;
             if (dwarf_formref_die(dwarf_attr(&Type, DW_AT_signature, &Signature), &Other) != nullptr)
             {
-                return Spell(Types, Other, nDepth - 1);
+                return Declare(Types, Other, sInner, nDepth - 1);
             }
             std::string const sName = Types.QualifiedName(Type);
-            return sName.empty() ? "(unnamed)" : sName;
+            return Joined(sName.empty() ? "(unnamed)" : sName, sInner);
         }
 
         // Removes each template argument that begins with sStart, such as ", std::allocator<", up to its closing
@@ -130,7 +151,7 @@ namespace zqsymbols
 
     std::string SpellTypeOf(Types_c & Types, Dwarf_Die Owner)
     {
-        return Owner.addr == nullptr ? "void" : ShortName(SpellTarget(Types, Owner, MAX_DEPTH));
+        return Owner.addr == nullptr ? "void" : ShortName(DeclareTarget(Types, Owner, "", MAX_DEPTH));
     }
 
     std::string ShortName(std::string_view sName)

@@ -483,7 +483,7 @@ CommandRun_t PrepareArchive(Arguments_c & Arguments)
     Arguments.AddRead("--reads", "VERSION", "newest version that the program reads, for the state of a save")
         .SetReader([pOptions](std::string const & sText) { return ReadVersion(sText, pOptions->dwReads.emplace()); });
     Arguments.AddFlag(
-        "--raw", pOptions->bRaw, "print all bytes that are not recognised, not the first 64 of each part");
+        "--raw", pOptions->bRaw, "print all bytes that are not recognised, not only the first of each part");
     Arguments.AddJson(pOptions->bJson);
     Arguments.SetFooter("Example: zqtool archive --names names.txt saves/one.sav");
     return [pOptions] { return Viewer_c(*pOptions).Run(); };

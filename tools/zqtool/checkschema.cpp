@@ -186,7 +186,8 @@ namespace
 
     std::string BoolViolation(Spreadsheet_c & Table, SchemaColumn_t const & Column)
     {
-        return NumberViolation<std::int64_t>(Table, Column);
+        std::int64_t iValue = 0;
+        return Table.Get(Column.sName.c_str(), iValue) ? "" : LastReason(Table);
     }
 
     std::string PairViolation(Spreadsheet_c &, SchemaColumn_t const & Column, std::string const &)
