@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
     return 0;
 }
 
-/// The file "fuzz.txt", which serves bytes in a block of exactly their size. Lives until the end of the process.
+/// The file "fuzz.txt", which serves bytes in a block of exactly their size. It lives until the end of the process.
 class FuzzFile_c : public File_c
 {
 public:

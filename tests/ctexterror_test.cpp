@@ -27,7 +27,7 @@ namespace
         sAll += (sAll.empty() || sAll.back() == '\n' ? "" : szBetween) + (sText.empty() ? "(none)" : sText);
     }
 
-    // Read all of "table.txt", or of the text that is passed. Return what they read, or why it can't be opened.
+    // Read "table.txt", or the text that is passed. Return what they read, or why it can't be opened.
     std::string ReadSheet(std::string const &)
     {
         Spreadsheet_c Sheet;

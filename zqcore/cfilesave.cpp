@@ -309,8 +309,11 @@ bool FileSave_c::PutAside(String_T<256> & sTo)
 }
 
 // Links the save to its first previous name, renames each previous save to the next name, up to a free one, and returns
-// true. If none is free, replaces the oldest previous save. Changes nothing if a failed commit has already linked the
-// save. On failure sets sWhyNot and returns false.
+// true. If none is free, replaces the oldest previous save. On failure sets sWhyNot and returns false. Returns true and
+// changes nothing in these cases:
+// - No previous saves are kept.
+// - There is no save.
+// - A failed commit has already linked the save.
 bool FileSave_c::KeepPrevious(FileReplacement_c::Reason_t & sWhyNot)
 {
     if (m_nPrevious == 0 || !plat::PathIsTaken(m_sFile) || plat::FileIsSame(m_sFile, GetPath(1)))

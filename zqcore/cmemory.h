@@ -146,8 +146,8 @@ namespace mem
     ZQ_API unsigned GetUserAllocators(UserAllocatorInfo_i ** pOut, unsigned nMax);
 }
 
-/// Returns the word of a block of operator_new. The heap of a shipped game stores only its category. iBlockType is a
-/// word too.
+/// Returns the word of a block of operator_new. The heap of a shipped game stores only the category that the word has
+/// while the heap is tracked. iBlockType is a word too.
 /// - Its kind is always MEMORY_CLIENT_BLOCK. A kind of iBlockType above that is reported.
 /// - MEMORY_OBJECT_FLAG is that of iBlockType.
 /// - The category is the one on top of the thread's stack, or UNDEFINED if the stack is empty or the heap is not

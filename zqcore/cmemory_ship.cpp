@@ -178,7 +178,7 @@ namespace
     }
 
     // Adds claimed figures to the list and returns them, or null if there is no memory.
-    MemoryFigures_s * NewFigures()
+    MemoryFigures_s * AddFigures()
     {
         auto * const pFigures = static_cast<MemoryFigures_s *>(std::calloc(1, sizeof(MemoryFigures_s)));
         if (pFigures)
@@ -199,7 +199,7 @@ namespace
             return nullptr;
         }
         MemoryFigures_s * const pFree = ReuseFigures();
-        t_MemoryStack.pFigures = pFree ? pFree : NewFigures();
+        t_MemoryStack.pFigures = pFree ? pFree : AddFigures();
         if (t_MemoryStack.pFigures)
         {
             plat::ThreadCallAtEnd(MemoryThreadEnd);
@@ -295,7 +295,7 @@ namespace
         }
     }
 
-    // Returns the category of a new block, as MemoryBlockWord selects it.
+    // Returns the category of a new block, as MemoryBlockWord selects it while the heap is tracked.
     ZQ_INLINE int CategoryOf(int iBlockType)
     {
         auto const dwWord = static_cast<std::uint32_t>(iBlockType);
