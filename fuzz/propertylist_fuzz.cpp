@@ -68,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Require(Collect(List.StartProp(), NextProp) == dNames);
     Require(Collect(List.StartProp(), NextProp) == dNames);   // starts over
 
-    constexpr int MAX_SEARCHES = 20;   // each is a scan from the top
+    constexpr int MAX_SEARCHES = 20;   // each is three scans from the top
     int nSearches = 0;
     for (auto const & [sName, dValues] : dValuesOf)
     {

@@ -72,7 +72,7 @@ TEST_F(FileTrackerTest, WarnsOfFailedOpensUnlessTheyArePacksOrBinaries)
 
 TEST_F(FileTrackerTest, CountsHandlesForWhichItHasNoRoom)
 {
-    ExpectComplaints(4);
+    ExpectComplaints(5);
     std::string const sUnknown = "CloseHandle(): closing more files than we've opened";
     Open(7, 7, "x");
     Close(8, 8);
@@ -86,6 +86,10 @@ TEST_F(FileTrackerTest, CountsHandlesForWhichItHasNoRoom)
     EXPECT_EQ(m_Dialogs.CountHolding(sUnknown), 1);
     Close(9, 9);
     EXPECT_EQ(m_Dialogs.CountHolding(sUnknown), 2);
+    g_iMaxOpenFiles = 0;
+    Open(7, 7, "x");
+    EXPECT_EQ(m_Log.CountHolding("limit of 0 opened files exceeded on opening file 'x7'!"), 1);
+    Close(7, 7);
 }
 
 TEST_F(FileTrackerTest, OpensAreReportedOnlyWhileResourcesAreCollected)

@@ -94,7 +94,7 @@ TEST_F(Profiler, KeepsTheTreeOfNamesAndIds)
         ProfilerScope_c const Both("both", bRoot);
     }
     EXPECT_EQ(ProfilerGetTimer("both"), &ProfilerGetRoot()[g_iTimerTotalCount - 1])
-        << "the one that hangs under another";
+        << "the one that was pushed without bRoot";
     EXPECT_STREQ(ProfilerGetTimer(LONG_NAME)->szName, "a name of forty characters, of ");
     EXPECT_EQ(ProfilerGetTimer("a name of forty characters, of "), nullptr);
     EXPECT_STREQ(ProfilerGetTimer(0x80000000u)->szName, "root");

@@ -86,7 +86,7 @@ struct World_s
         NodeSerializer_c::RegisterSerializedStaticPointer(&(g_StaticNode = Node_s()), "Node");
     }
 
-    /// Stores or loads a graph: its root, a pointer of the second class, and the root as a pointer without a class.
+    /// Stores or loads a graph: its root, a pointer of the second class, and the root of the class that the file names.
     void Serialize(Serializeable_c & Archive, Node_s *& pRoot)
     {
         Node_s * pOther = nullptr;

@@ -264,7 +264,7 @@ public:
     ~TrapCount_c() { std::signal(SIGTRAP, m_fnPrevious); }
     TrapCount_c & operator=(TrapCount_c &&) = delete;
 
-    /// Returns how many it has counted since the last call.
+    /// Returns the count and sets it to 0.
     static int Extract()
     {
         int const nTraps = s_nTraps;

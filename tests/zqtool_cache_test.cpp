@@ -70,6 +70,8 @@ TEST_F(ZqtoolCache, RefusesWhatIsNoCacheOrNoWholeTree)
              { "--build media media/gone.txt", 1,
                  "media/gone.txt: it is no cache of this version that can be read, so it is not replaced\n" },
              { "--build nothing new.bin", 1, "nothing: there is no such folder\n" },
+             { "--build good.bin new.bin", 1, "good.bin: it is no folder\n" },
+             { "--check --root good.bin good.bin", 1, "good.bin: it is no folder\n" },
              { "--build media media/gone.txt/x", 1, "media/gone.txt/x: it can't be written\n" },
              { "--build media --check good.bin", 2, "--check excludes --build" }, { "", 2, "FILE is required" } })
     {

@@ -326,12 +326,12 @@ TEST_F(ZqtoolCrash, CountsTheVersionsOfEachGroupInOrder)
     WriteDetails(sTen.substr(0, sTen.find("v2.10") + 4), "CrashReport_cut");
     WriteDetails(sTen.substr(0, sTen.find("[Process]")), "CrashReport_short");
     WriteDetails(Replaced(Replaced(sOther, "v2.7", "v2.10.1"), "2013-03", "some day"), "CrashReport_3");
-    WriteReport(std::string(HEAD) + STACK, "CrashReport_4");              // without details
-    WriteDetails(Replaced(sNine, "T09:05", "T17:59"), "CrashReport_5");   // of the same day
+    WriteReport(std::string(HEAD) + STACK, "CrashReport_-7.3.2013__9_5_41");   // without details, and without a time
+    WriteDetails(Replaced(sNine, "T09:05", "T17:59"), "CrashReport_5");        // of the same day
     EXPECT_THAT(RunTool("crash --fold " + m_Folder.GetPath()).sOutput,
         ContainsRegex("7 crashes in 3 groups\n\n +5  write in [^\n]*: Ship_c::Hit [^\n]*\n"
                       " +2013-03-07, version Robots v2.9 \\(2\\), Robots v2.10 \\(1\\)\n[^\n]*\n\n"
-                      " +1  access in [^\n]*\n[^\n]*CrashReport_4.rpt\n\n"
+                      " +1  access in [^\n]*\n[^\n]*CrashReport_-7.3.2013__9_5_41.rpt\n\n"
                       " +1  write in [^\n]*: Sink [^\n]*\n +version Robots v2.10.1\n"));
     std::string const sJson = RunTool("crash --json " + m_Folder.Join("CrashReport_1_details.txt")).sOutput;
     EXPECT_EQ(Json_t::parse(sJson)["process"]["host"], "Robots v2.9") << "the first one of a repeated key";
@@ -383,6 +383,8 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
             Ends(1, AllOf(HasSubstr(std::string(STEM) + ".rpt" + sExpected), HasSubstr(sShown))));
     }
     std::string const sDetails = DETAILS, sMember = "        .iHull: int = 26 (0x1A)\n";
+    WriteDetails("ZQCore crash details 1\n(cut: the disk is full)\n");
+    EXPECT_THAT(RunTool("crash " + m_Folder.GetPath()).sOutput, HasSubstr("\nIncomplete\n    the disk is full\n"));
     std::string sMembers, sVariables, sCuts = "[Modules]\n(cut: x)\n";
     for (int i = 0; i < 10'000; ++i)
     {

@@ -117,7 +117,7 @@ private:
     bool m_bReadingDirectory = false;
     unsigned char m_dBuffer[BUFFER];
 
-    plat::Lock_c m_Lock;   // guards the stream and libzip's object
+    plat::Lock_c m_Lock;   // lock of the stream and libzip's object
     plat::ForkLock_c const m_ForkLock{ m_Lock };
 };
 

@@ -47,8 +47,8 @@ private:
     void PutLocked(unsigned char cByte);
     void MakeBlock();
 
-    plat::Lock_c m_PoolLock;                                     // guards writes to the pool
-    plat::Lock_c m_OutputLock;                                   // guards Get
+    plat::Lock_c m_PoolLock;                                     // lock of writes to the pool
+    plat::Lock_c m_OutputLock;                                   // lock of Get
     std::atomic<unsigned char> m_dEntropyPool[POOL_SIZE] = {};   // read without the lock: an old byte serves too
     unsigned char m_dRandomBytes[SHA1_HASH_SIZE] = {};           // latest block of output
     std::uint32_t m_dwCounter = 0;                               // blocks made

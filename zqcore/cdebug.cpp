@@ -57,7 +57,7 @@ namespace
     plat::ForkHandler_c const g_AssertForkHandler({ nullptr, nullptr, [] { g_bInAssert = t_bInAssert = false; } });
     ZQ_THREAD_LOCAL bool t_bExits = false;   // whether the calling thread is in ExitByComplaint
     ZQ_THREAD_LOCAL int t_iExitStatus = 0;
-    constinit plat::Lock_c g_AchtungLock;   // guards the remembered texts
+    constinit plat::Lock_c g_AchtungLock;   // lock of the remembered texts
     plat::ForkLock_c const g_AchtungForkLock(g_AchtungLock);
 
     using AchtungText_t = String_T<COMPLAINT_SIZE - 1>;
@@ -104,7 +104,7 @@ namespace
         ExitByComplaint(1);
     }
 
-    // Read and set a flag. The exported flags are plain variables, which hosts set and any thread reads.
+    // Return and set a flag. The exported flags are plain variables, which hosts set and any thread reads.
     bool Load(bool & bFlag)
     {
         return std::atomic_ref(bFlag).load(std::memory_order_relaxed);

@@ -69,8 +69,8 @@ ZQ_API void FilePrefetch(char const * szExt);
 /// to it, if any. szExt is as in FilePrefetch. Asserts that it is not null.
 ZQ_API void FileUnfetch(char const * szExt);
 
-/// Scope in which all files of an extension are in memory: calls FilePrefetch, and FileUnfetch at the end. szExt
-/// is as in FilePrefetch and is kept as a pointer. Requires that no such file is added or removed meanwhile.
+/// Scope in which all files of an extension that can be read are in memory: calls FilePrefetch, and FileUnfetch at the
+/// end. szExt is as in FilePrefetch and is kept as a pointer. Requires that no such file is added or removed meanwhile.
 class FilePrefetchScope_c
 {
 public:

@@ -64,7 +64,7 @@ struct CacheStamp_s
     void Serialize(Serializeable_c & Archive) { Archive.Serialize(nBytes).Serialize(tWrite); }
 };
 
-/// Returns whether g_sPaths has a folder of the media root.
+/// Returns whether g_sPaths has a folder of the media root, or without one any absolute folder.
 bool FileCacheHasFolders();
 
 /// Does what FilesystemCacheSave does, without its assertion. Returns whether the cache was written.

@@ -18,6 +18,7 @@
 #include "platform/fork.h"
 
 #include <atomic>
+#include <optional>
 #include <utility>
 
 bool g_bCollectResource = false;
@@ -80,8 +81,8 @@ namespace
     }
 
     // Counts the handle as open, and lists it if there is room. Sets bListed to whether it is listed. If the count
-    // exceeds the limit, raises the limit and returns the previous one. Otherwise returns 0.
-    int List(void * hFile, char const * szName, bool & bListed)
+    // exceeds the limit, raises the limit and returns the previous one. Otherwise returns nothing.
+    std::optional<int> List(void * hFile, char const * szName, bool & bListed)
     {
         plat::LockScope_c const Scope(g_TrackerLock);
         bListed = g_dOpenTracks.GetLength() < FILE_OPEN_TRACKS;
@@ -97,7 +98,7 @@ namespace
         }
         if (g_dOpenTracks.GetLength() + g_nUnlisted <= g_iMaxOpenFiles)
         {
-            return 0;
+            return std::nullopt;
         }
         int const nLimit = g_iMaxOpenFiles;
         g_iMaxOpenFiles += LIMIT_STEP;
@@ -138,11 +139,11 @@ void FileOpenTracker(void * hFile, char const * sName)
         return;
     }
     bool bListed;
-    int const nExceeded = List(hFile, sName, bListed);
+    std::optional<int> const Exceeded = List(hFile, sName, bListed);
     ZQ_ASSERT_TEXT(bListed, "iAccessIndex >= 0 && iAccessIndex <= LENGTH");
-    if (nExceeded != 0)
+    if (Exceeded)
     {
-        ComplainOfLimit(nExceeded, sName ? sName : "");
+        ComplainOfLimit(*Exceeded, sName ? sName : "");
     }
 }
 

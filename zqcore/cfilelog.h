@@ -36,7 +36,7 @@ extern ZQ_API bool g_bCollectResource;
 /// - Raises an Achtung, and logs the list, when more than 50 handles are open, and again at each further 10.
 /// - Raises an Achtung for a failed open of a name, unless the name ends as the packs of the media template do or in
 ///   ".bin". Case does not matter.
-/// - Asserts that at most 256 handles are open. Further ones are counted, but not listed.
+/// - Asserts that fewer than 256 handles are listed. A further one is counted, but not listed.
 ///
 /// While a thread logs the list, its own calls are ignored.
 ZQ_API void FileOpenTracker(void * hFile, char const * sName);

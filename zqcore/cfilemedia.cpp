@@ -70,8 +70,8 @@ namespace
         return NewString("SOFTWARE\\Brindle Harbor\\%s\\Install", g_szApplicationName);
     }
 
-    // Returns the text of the registry value, even if it names no folder. Returns an empty text if there is no value or
-    // it is no text.
+    // Returns the text of the registry value, even if it names no folder. Returns an empty text if there is no value,
+    // or if it is no text or too long.
     String_T<256> RegistryPath()
     {
         char szText[String_T<256>::Capacity() + 1] = "";   // a value may lack its terminator

@@ -100,7 +100,8 @@ extern FileOrphans_c g_FileOrphans;
 /// Adds a copy of a folder's path to g_sPaths and returns it. Returns null if the table has it already or is full.
 String_T<256> const * FilePathAdd(char const * szPath);
 
-/// Fires g_FileSkipCallbacker with these facts and the reason's text. pFirst is as in FileSkip_t.
+/// Fires g_FileSkipCallbacker with these facts and the reason's text. pFirst is as in FileSkip_t. Requires that eWhy is
+/// not InArchive.
 ZQ_COLD void FileReportSkip(
     FileSkip_e eWhy, char const * szFolder, char const * szName, File_c const * pFirst = nullptr);
 

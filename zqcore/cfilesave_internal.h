@@ -14,7 +14,7 @@ struct SaveCheck_t
 {
     FileSave_c::State_e eState = FileSave_c::WHOLE;
     bool bMark = false;                    // whether the bytes have the mark of a seal
-    bool bChecksum = false;                // whether the last 4 bytes are the CRC-32 of all before them
+    bool bChecksum = false;                // whether the last 4 bytes are the CRC-32 of all before, at least 4 bytes
     FileReplacement_c::Reason_t sWhyNot;   // why the save is not whole; empty if it is
 };
 

@@ -18,7 +18,7 @@
 //   different moments. Peaks of categories are those that readers saw. The peak of all bytes may be up to 512 KiB too
 //   low or too high for each thread and category.
 // - Byte figures are those of the callers. The heap does not fill memory, find damage or report lost blocks. The
-//   snapshot has a line for each category.
+//   snapshot has a line for each category with live blocks.
 //
 // Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
@@ -223,8 +223,8 @@ ZQ_API std::ptrdiff_t MemoryTotalBytesAllocated();
 ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();
 
 /// Start and end the tracking. Only the library's first global object calls them. MemoryInit asserts that it is off,
-/// MemoryDone that it is on. MemoryInit counts the blocks that live already, but not as allocations of a frame. If
-/// other threads still run at the end of the process, the tracking continues.
+/// MemoryDone that it is on. The debug heap's MemoryInit counts the blocks that live already, but not as allocations of
+/// a frame. If other threads still run at the end of the process, the tracking continues.
 ZQ_API void MemoryInit();
 ZQ_API void MemoryDone();
 

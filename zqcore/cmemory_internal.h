@@ -16,8 +16,9 @@
 
 inline constexpr std::uint32_t MEMORY_KIND_MASK = 0xFFFF;   // bits of the kind in a block's word
 
-/// Stack of the categories that one thread has selected. Only that thread changes it. Pushes of the same category in a
-/// row share an entry, so the depth counts changes of category.
+/// Stack of the categories that one thread has selected. Only that thread changes it, but a forked child empties the
+/// stacks of the threads that it lacks. Pushes of the same category in a row share an entry, so the depth counts
+/// changes of category.
 class MemCategoryStack_c
 {
 public:
@@ -137,7 +138,7 @@ bool MemoryCountersAddUp();
 /// Writes an allocation to the call log, except the log's own. Requires that the thread holds g_CategoryLock.
 ZQ_COLD void MemoryNewLogRecord(plat::HeapBlock_t const & Block, mem::Categories_e eCategory);
 
-// Each of the two heaps, the debug heap and the heap of a shipped game, has these in its own source.
+// Each of the two heaps, the debug heap and the heap of a shipped game, has these in its own sources.
 
 /// Start and stop what the heap does while it is tracked.
 void MemoryHeapStart();
@@ -168,6 +169,10 @@ void MemoryNewLogSet(bool bOn);
 /// Returns the number of frames that have ended.
 int MemoryFrame();
 
+/// Writes what a snapshot lists, all to pAll and what has no category to pUndefined, and returns the tally. Each file
+/// may be null. Requires that the debug heap does not change meanwhile.
+MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined);
+
 // Both heaps share these.
 
 /// Ends what the allocator keeps for the calling thread. It is the one function that the allocator registers with
@@ -189,10 +194,6 @@ inline bool MemoryMayAlign(std::size_t nSize, std::size_t nAlignment, std::size_
     }
     return nOffset == 0 || nOffset < nSize || MemoryRefuseAlignment("offset must be within size");
 }
-
-/// Writes what a snapshot lists, all to pAll and what has no category to pUndefined, and returns the tally. Each file
-/// may be null. Requires that the debug heap does not change meanwhile.
-MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined);
 
 /// Writes the totals that end a report of live blocks. Without blocks the percentages are 0.
 void MemoryWriteTally(std::FILE * pFile, MemoryTally_s const & Tally);

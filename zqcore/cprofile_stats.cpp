@@ -79,7 +79,7 @@ namespace
     }
 
     // Logs that a batch or the header is lost, and cuts off its written part, so that no reader sees it.
-    ZQ_COLD void ComplainOfWrite()
+    ZQ_COLD void LogLostWrite()
     {
         char szError[ERROR_SIZE];
         plat::LastErrorText(szError, sizeof szError);
@@ -130,7 +130,7 @@ bool ProfilerFinishWrite()
     else
     {
         g_bFailed = true;
-        ComplainOfWrite();
+        LogLostWrite();
     }
     g_nBytesToWrite = 0;
     return bWhole;

@@ -228,8 +228,8 @@ protected:
     /// Returns the slot at which the search for an address starts.
     static int HashFunc(void const * pPointer);
 
-    /// Sets *pIndex to the identifier of an address, -1 for null, and returns whether it is new. Calls Abort if all
-    /// slots are in use.
+    /// Sets *pIndex to the identifier of an address, -1 for null, and returns whether it is new. Calls Abort if a new
+    /// address finds all slots in use.
     static bool AddVoidToCache(void const * pPointer, int * pIndex);
 
     /// Sets pPointer to the address of an identifier. Asserts that the slot is not free. A free slot and -1 set null.

@@ -38,7 +38,7 @@ namespace
         int iStackPtr = -1;                    // index of the top, -1 if empty
         int nBeyond = 0;                       // open pushes without room in dStack
         int nFrames = 0;                       // resets since the last span was closed
-        plat::Lock_c StatsLock;                // guards the figures, for short steps
+        plat::Lock_c StatsLock;                // lock of the figures, held for short steps
         plat::Lock_c UseLock;                  // held from push to pop, locked first
     };
     constinit SimpleProfile_t g_dProfiles[SIMPLE_PROFILE_CONTEXT_TOTAL];

@@ -8,7 +8,7 @@ namespace plat
 {
     namespace
     {
-        constinit Lock_c g_Lock;   // guards the list
+        constinit Lock_c g_Lock;   // lock of the list
         constinit ForkDrop_s * g_pFirst = nullptr;
 
         // Runs in a child, which has no other thread, so it needs no lock.

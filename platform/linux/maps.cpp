@@ -20,7 +20,7 @@ namespace plat
     {}
 
     // Reads the next byte and returns it. Returns NOTHING if there is none or it can't be read.
-    int Maps_c::Byte()
+    int Maps_c::ReadByte()
     {
         if (m_iByte == m_nBytes)
         {
@@ -36,14 +36,14 @@ namespace plat
     }
 
     // Reads the next number and returns it. Returns 0 if no digit follows. Sets *pNext to the byte after the number.
-    std::uint64_t Maps_c::Number(int nBase, int * pNext)
+    std::uint64_t Maps_c::ReadNumber(int nBase, int * pNext)
     {
         std::uint64_t nNumber = 0;
-        int cByte = Byte();
+        int cByte = ReadByte();
         for (int iDigit = DigitValue(cByte); iDigit >= 0 && iDigit < nBase; iDigit = DigitValue(cByte))
         {
             nNumber = nNumber * static_cast<unsigned>(nBase) + static_cast<unsigned>(iDigit);
-            cByte = Byte();
+            cByte = ReadByte();
         }
         *pNext = cByte;
         return nNumber;
@@ -53,28 +53,28 @@ namespace plat
     bool Maps_c::Next(Mapping_t & Mapping)
     {
         int cByte;
-        Mapping.Start = static_cast<std::uintptr_t>(Number(16, &cByte));
+        Mapping.Start = static_cast<std::uintptr_t>(ReadNumber(16, &cByte));
         if (cByte != '-')
         {
             return false;
         }
-        Mapping.End = static_cast<std::uintptr_t>(Number(16, &cByte));
-        Byte();
-        Mapping.bWritable = Byte() == 'w';
+        Mapping.End = static_cast<std::uintptr_t>(ReadNumber(16, &cByte));
+        ReadByte();
+        Mapping.bWritable = ReadByte() == 'w';
         for (int iRest = 0; iRest < 3; ++iRest)   // x, p and the blank
         {
-            Byte();
+            ReadByte();
         }
-        Mapping.nOffset = Number(16, &cByte);
-        Number(16, &cByte);
-        Number(16, &cByte);
-        Number(10, &cByte);
+        Mapping.nOffset = ReadNumber(16, &cByte);
+        ReadNumber(16, &cByte);
+        ReadNumber(16, &cByte);
+        ReadNumber(10, &cByte);
         while (cByte == ' ')
         {
-            cByte = Byte();
+            cByte = ReadByte();
         }
         std::size_t nPath = 0;
-        for (; cByte != '\n' && cByte != NOTHING; cByte = Byte())
+        for (; cByte != '\n' && cByte != NOTHING; cByte = ReadByte())
         {
             Mapping.szPath[nPath] = static_cast<char>(cByte);
             nPath += nPath + 1 < sizeof Mapping.szPath ? 1 : 0;

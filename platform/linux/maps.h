@@ -32,8 +32,8 @@ namespace plat
         bool Next(Mapping_t & Mapping);
 
     private:
-        int Byte();
-        std::uint64_t Number(int nBase, int * pNext);
+        int ReadByte();
+        std::uint64_t ReadNumber(int nBase, int * pNext);
 
         Descriptor_c m_File;
         std::size_t m_nBytes = 0;   // bytes in m_dBytes

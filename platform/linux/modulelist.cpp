@@ -28,7 +28,7 @@ namespace plat
         }
 
         // Copies the build-id among the notes (elf(5)) in a range of memory. Returns its size in bytes, at most
-        // nSize, or 0 if there is none before the first note that does not fit the range.
+        // nSize, or 0 if there is none before the first note that does not fit the range or can't be read.
         std::size_t CopyBuildId(std::uintptr_t Address, std::uintptr_t End, std::uint8_t * pId, std::size_t nSize)
         {
             constexpr char OWNER[] = "GNU";

@@ -4,7 +4,8 @@
 //     parts SERVICE FOLDER check         checks that the old or the new data are complete
 //     parts SERVICE FOLDER check-new     checks that the new data are complete
 //
-// Ends with status 0 on success, 1 after a line that says what is wrong, or 2 if the arguments are wrong.
+// Ends with status 0 on success, 1 after a line that says what is wrong, or 2 if the arguments are wrong. The service
+// "crash" ends in a fault instead.
 #include "platform/asyncwrite.h"
 #include "platform/clipboard.h"
 #include "platform/text.h"
@@ -60,7 +61,7 @@ namespace
         return bWritten || Fail("registry: not written");
     }
 
-    // Returns the name, or "damaged". Each value may be old or new. The size is 3 for both.
+    // Returns the name, or "damaged". Each text may be old or new, and the spare one missing. The size is 3 for both.
     std::string ReadRegistry(std::string const &)
     {
         Registry_c Key;

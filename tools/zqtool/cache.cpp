@@ -134,6 +134,18 @@ namespace
         return sRoot;
     }
 
+    // Scans the root of a tree as ScanMedia does. Returns false, and prints why, if it is a file.
+    bool ScanRoot(std::string const & sRoot, MediaOptions_t const & Media, MediaScan_t & Scan)
+    {
+        std::error_code Ignored;
+        if (fs::exists(sRoot, Ignored) && !fs::is_directory(sRoot, Ignored))
+        {
+            PrintProblem(sRoot, "it is no folder");
+            return false;
+        }
+        return ScanMedia({ sRoot }, Media, Scan);
+    }
+
     std::string g_sNotCurrent;   // what FilesystemCacheIsCurrent logged as the reason
 
     void NoteNotCurrent(char const * szLine)
@@ -150,12 +162,13 @@ namespace
         std::set<std::string> dFolders;                 // relative
     };
 
-    // Removes from the library's tables what a cache leaves out. Returns the rest without the cache itself.
+    // Removes from the library's tables what a cache leaves out. Returns the rest without the cache itself and without
+    // files that have no folder.
     Table_s ReadTables(std::string const & sRoot, std::string const & sFile)
     {
         Table_s Table;
         FileCacheDropOthers(String_T<256>(sRoot.c_str()));
-        std::string const sOwn = FoldedText(fs::path(sFile).filename().native());
+        File_c::Key_t const sOwn(FoldedText(fs::path(sFile).filename().native()).c_str());
         for (auto * pSlot = g_sFileObjects.First(); pSlot; pSlot = g_sFileObjects.Next(pSlot))
         {
             if (pSlot->pObject->sName != sOwn && pSlot->pObject->pPath)
@@ -246,7 +259,7 @@ namespace
         MediaOptions_t Media = Options.Media;
         Media.bRelative = Media.bRelative || Contents.IsRelative();
         MediaScan_t Scan;
-        if (!ScanMedia({ sRoot }, Media, Scan))
+        if (!ScanRoot(sRoot, Media, Scan))
         {
             return false;
         }
@@ -442,7 +455,7 @@ namespace
         }
         FilesystemCacheCheck(true);
         MediaScan_t Scan;
-        if (!ScanMedia({ sRoot }, Options.Media, Scan))
+        if (!ScanRoot(sRoot, Options.Media, Scan))
         {
             return EXIT_FOUND;
         }

@@ -331,8 +331,9 @@ namespace
         std::string_view sCut = sLine;
         if (TakeStart(sCut, "(cut: ") && sCut.ends_with(')') && m_eSection != Section_e::Unknown)
         {
-            std::string sReason = std::string(SECTIONS[static_cast<unsigned>(m_eSection)]) + ": "
-                                  + std::string(sCut.substr(0, sCut.size() - 1));
+            std::string sReason(SECTIONS[static_cast<unsigned>(m_eSection)]);
+            sReason += sReason.empty() ? "" : ": ";
+            sReason += sCut.substr(0, sCut.size() - 1);
             m_bFull = !AppendMember(Last().dCuts, std::move(sReason)) || m_bFull;
             return;
         }

@@ -268,9 +268,10 @@ namespace
         unsigned dTime[6] = {};
         std::string_view const sFile = FileNameOf(sName);
         std::string const sText(sFile.substr(sFile.starts_with(REPORT_START) ? REPORT_START.size() : sFile.size()));
-        if (std::sscanf(sText.c_str(), "%2u.%2u.%4u__%2u_%2u_%2u", &dTime[0], &dTime[1], &dTime[2], &dTime[3],
-                &dTime[4], &dTime[5])
-            != std::ssize(dTime))
+        int const nFields = std::sscanf(sText.c_str(), "%2u.%2u.%4u__%2u_%2u_%2u", &dTime[0], &dTime[1], &dTime[2],
+            &dTime[3], &dTime[4], &dTime[5]);
+        bool const bSigned = sText.find_first_of("+- ") < sText.rfind('_');   // which a number may begin with
+        if (nFields != std::ssize(dTime) || bSigned)
         {
             return "";
         }

@@ -281,7 +281,7 @@ namespace
 
     // Counts the files and folders of the tables. Adds findings for these files:
     // - those that are empty.
-    // - those without a folder in the tables.
+    // - those on disk without a folder in the tables.
     // - those that can't be opened.
     // - those that an archive hides.
     void ReadTable(MediaScan_t & Scan)
