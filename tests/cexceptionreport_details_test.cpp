@@ -20,7 +20,7 @@ namespace
         .szName: char const * = "ship"
     parameter fnCall: void (*)() = 0x@ (anonymous namespace)::FaultAmongValues
     parameter wszWide: wchar_t const * = "wïde"
-    local nNegative: short int = -2 (0xFFFE)
+    local iNegative: short int = -2 (0xFFFE)
     local eBoth: (anonymous namespace)::Colour_e const = RED | BLUE (0x6)
     local szShort: char [8] = "a\nb"
     local dNumbers: int [3] = { 1, 2, 3 }

@@ -64,9 +64,9 @@ namespace
         return dTaken;
     }
 
-    // Expects that a listener of a complaint about the pool may allocate from it.
+    // Expects that a receiver of a complaint about the pool may allocate from it.
     template <typename POOL>
-    void ExpectThatAListenerMayUse(POOL Pool)
+    void ExpectThatAReceiverMayUse(POOL Pool)
     {
         static POOL * s_pPool;
         static std::set<void *> s_dOut;
@@ -285,8 +285,8 @@ TEST(GigaPoolResizeable, MisuseFailsItsConditionAndHarmsNothing)
     EXPECT_EACH(Unready.WaterMark() == 0, !Unready.IsValid(&Unready));
 }
 
-TEST(GigaPool, AListenerOfAComplaintMayUseThePool)
+TEST(GigaPool, AReceiverOfAComplaintMayUseThePool)
 {
-    ExpectThatAListenerMayUse(GigaPoolStatic_c(64, 16));
-    ExpectThatAListenerMayUse(GigaPoolResizeable_c(1, 1024));
+    ExpectThatAReceiverMayUse(GigaPoolStatic_c(64, 16));
+    ExpectThatAReceiverMayUse(GigaPoolResizeable_c(1, 1024));
 }

@@ -6,9 +6,9 @@
 /// Returns a path as wide text, in any locale. Throws std::exception if a name in it is not UTF-8.
 std::wstring WideFromPath(std::string const & sPath);
 
-/// Returns a path without links, in lower case and with `/`. Two paths by which the library finds the same file have
-/// the same result: it ignores case, and `\` separates too. The path need not exist. Requires an absolute path.
+/// Returns a path in lower case and with `/`, because the library ignores case, and `\` separates too. Resolves links
+/// that have the path's own spelling, and keeps them on failure. The path need not exist. Requires an absolute path.
 std::string ComparedPath(std::string const & sPath);
 
-/// Returns whether two paths name one file, or would once it is written. Requires absolute paths.
+/// Returns whether two paths name one file, or have the same ComparedPath. Requires absolute paths.
 bool IsSameFile(std::string const & sPathA, std::string const & sPathB);

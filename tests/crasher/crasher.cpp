@@ -184,7 +184,7 @@ extern "C" ssize_t write(int hFile, void const * pBytes, std::size_t nBytes)
 
 namespace
 {
-    int volatile g_nZero = 0;
+    int volatile g_iZero = 0;
     [[maybe_unused]] int const BOUNDS[] = { 0, 1 };
     double volatile g_fZero = 0.0;
     double volatile g_fHuge = 1e308;
@@ -300,9 +300,9 @@ namespace
         { "write", PLAIN, [] { WriteTo(NOWHERE); } },
         { "inlined", PLAIN, [] { WriteInlined(NOWHERE); } },
         { "wild", PLAIN, [] { WriteTo(UINTPTR_MAX / 3 * 2); } },
-        { "call", PLAIN, [] { reinterpret_cast<void (*)()>(static_cast<std::intptr_t>(g_nZero))(); } },
-        { "divide", PLAIN, [] { g_nZero = 10 / g_nZero; } },
-        { "quotient", PLAIN, [] { g_nZero = (g_nZero + INT_MIN) / (g_nZero - 1); } },
+        { "call", PLAIN, [] { reinterpret_cast<void (*)()>(static_cast<std::intptr_t>(g_iZero))(); } },
+        { "divide", PLAIN, [] { g_iZero = 10 / g_iZero; } },
+        { "quotient", PLAIN, [] { g_iZero = (g_iZero + INT_MIN) / (g_iZero - 1); } },
         { "floatdivide", FE_DIVBYZERO, [] { g_fZero = 1.0 / g_fZero; } },
         { "floatinvalid", FE_INVALID, [] { g_fZero = g_fZero / g_fZero; } },
         { "floatoverflow", FE_OVERFLOW, [] { g_fHuge = g_fHuge * g_fHuge; } },

@@ -26,7 +26,7 @@ inline __attribute__((always_inline)) int Touch(int volatile * pTouched, int nFa
 /// Faults among variables of many types.
 __attribute__((noinline)) int ShowValues(Ship_s const & Ship, void (*fnCall)(), wchar_t const * wszWide)
 {
-    short nNegative = -2;
+    short iNegative = -2;
     auto const eBoth = static_cast<Colour_e>(RED | BLUE);
     char szShort[8] = "a\nb";
     int dNumbers[] = { 1, 2, 3 };
@@ -40,7 +40,7 @@ __attribute__((noinline)) int ShowValues(Ship_s const & Ship, void (*fnCall)(), 
     std::optional<short> iSome = 7;
     auto const pOwned = std::make_unique<int>(9);
     Vector_s Point = { 1, 2, 3.5f };
-    return Touch(static_cast<int volatile *>(g_pNowhere), 3) + nNegative + eBoth + szShort[0] + dNumbers[0] + dArray[0]
+    return Touch(static_cast<int volatile *>(g_pNowhere), 3) + iNegative + eBoth + szShort[0] + dNumbers[0] + dArray[0]
            + static_cast<int>(sFixed.IsEmpty()) + sText[0] + static_cast<int>(dTexts.size() + dMany.size()) + *iSome
            + *pOwned + static_cast<int>(Point.x + Ship.x) + (fnCall ? 1 : 0) + static_cast<int>(wszWide[0]);
 }
@@ -188,7 +188,7 @@ inline void StartUnstoppable()
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
-/// Refuses tracing to this process and to those that it starts.
+/// Refuses tracing to the helper.
 inline void ForbidTracing()
 {
     constexpr unsigned PTRACE = 101;   // of x86-64: the helper is a 64-bit program in each build
@@ -205,7 +205,7 @@ inline void ForbidTracing()
 inline void FaultBeforeGap()
 {
 #line 1001
-    g_nZero = *static_cast<int volatile *>(g_pNowhere);
+    g_iZero = *static_cast<int volatile *>(g_pNowhere);
 #line 1201
-    g_nZero = 2;
+    g_iZero = 2;
 }
