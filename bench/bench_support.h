@@ -13,7 +13,7 @@
 #include <vector>
 
 /// Registers a text as a file that stays resident until the end of the process, so that opening it costs no disk
-/// access. Returns the name to open it by. Aborts on failure.
+/// access. Returns the name to open it by. Aborts if the file can't be registered or opened.
 inline std::string ServeFile(std::string const & sName, std::string const & sText)
 {
     struct Served_s

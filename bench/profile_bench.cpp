@@ -45,7 +45,7 @@ namespace
     BENCHMARK(Clock)->Name("PushPop/by_id_of_512/two_cycle_counters");
     BENCHMARK(Clock)->Name("PushPop/by_name/two_cycle_counters");
 
-    void ById(benchmark::State & State, int nTimers)
+    void IdPair(benchmark::State & State, int nTimers)
     {
         Profiler_c const Profiler(nTimers);
         std::uint32_t iTimer = 0;
@@ -56,10 +56,10 @@ namespace
             ProfilerPop(iTimer);
         }
     }
-    BENCHMARK_CAPTURE(ById, few, 8)->Name("PushPop/by_id/ours");
-    BENCHMARK_CAPTURE(ById, all, MAX_TIMERS_TOTAL)->Name("PushPop/by_id_of_512/ours");
+    BENCHMARK_CAPTURE(IdPair, few, 8)->Name("PushPop/by_id/ours");
+    BENCHMARK_CAPTURE(IdPair, all, MAX_TIMERS_TOTAL)->Name("PushPop/by_id_of_512/ours");
 
-    void ByName(benchmark::State & State)
+    void NamePair(benchmark::State & State)
     {
         Profiler_c const Profiler(8);
         for (auto _ : State)
@@ -68,7 +68,7 @@ namespace
             ProfilerPop();
         }
     }
-    BENCHMARK(ByName)->Name("PushPop/by_name/ours");
+    BENCHMARK(NamePair)->Name("PushPop/by_name/ours");
 
     // Measures a frame whose times, in ticks, are those of the previous frame plus tStep, each changed by less than 64.
     // With a step below -64 every timer's peak leaves the ring in every frame.
@@ -142,7 +142,7 @@ namespace
         std::thread([] {}).join();
     }
 
-    void Simple(benchmark::State & State)
+    void SimplePair(benchmark::State & State)
     {
         StartAThread();
         for (auto _ : State)
@@ -151,7 +151,7 @@ namespace
             SimpleProfilePop(SIMPLE_PROFILE_CONTEXT_0, SIMPLE_TIMER_AI);
         }
     }
-    BENCHMARK(Simple)->Name("SimplePushPop/ours");
+    BENCHMARK(SimplePair)->Name("SimplePushPop/ours");
 
     void Locks(benchmark::State & State)
     {

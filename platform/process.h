@@ -14,7 +14,7 @@ namespace plat
     std::int64_t ProcessUptime();
 
     /// Copies the command line as one text, with blanks between the arguments, or an empty text if they are unknown.
-    /// The text is cut to nSize - 1 bytes and always terminated.
+    /// The text is cut to nSize - 1 bytes and terminated. If nSize is 0, writes nothing.
     void ProcessCommandLine(char * szBuffer, std::size_t nSize);
 
     /// Copies the executable's path. nSize counts wide characters. Returns false, and leaves the buffer unchanged, if
@@ -50,7 +50,7 @@ namespace plat
     bool ProcessStart(char const * szProgram);
 
     /// Copies the calling thread's last system error as text with a line end. The text is cut to nSize - 1 bytes and
-    /// always terminated.
+    /// terminated. If nSize is 0, writes nothing.
     void LastErrorText(char * szBuffer, std::size_t nSize);
 
     /// Returns whether the calling thread's last system error means that no file or folder has the name.

@@ -156,7 +156,7 @@ TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
         }
     }
     Folders_t dFolders(PATH_TABLE_FOLDERS + 1);   // one more than the table has slots
-    Files_t dFiles(16384 + 1);                    // the same of files
+    Files_t dFiles(FileTable_t::iMask + 2);       // the same of files
     for (std::size_t i = 0; i < dFiles.size(); ++i)
     {
         dFolders[i % dFolders.size()] = '\\' + std::to_string(i % dFolders.size()) + '\\';
@@ -182,7 +182,7 @@ TEST_F(FileCacheTest, DamageEndsInItsComplaintOrInSoundTables)
 
 TEST_F(FileCacheTest, AFolderThatCantBeEnteredLeavesNoDanglingFile)
 {
-    constexpr unsigned FOLDERS = PATH_TABLE_FOLDERS * 2 / 3 + 1;   // one more than a chain has slots
+    constexpr unsigned FOLDERS = PathTable_t::iMaxProbes + 1;   // one more than a chain has slots
     Folders_t dFolders;   // of one hash: a letter may change places with the one 32 further on
     for (unsigned i = 0; i < FOLDERS; ++i)
     {

@@ -124,6 +124,7 @@ TEST(LogFormat, TextIsThatOfPrintfAndWideTextUtf8InEveryLocale)
     ExpectLikePrintf(LOG_LINE_SIZE, "%Ld %Lx %ls", 1LL << 40, 0xABCDEF0123ULL, L"\u00e4");
     ExpectLikePrintf(LOG_LINE_SIZE, ("%" + std::string(100, '-') + "5d|%ls").c_str(), 7, L"a");
     int volatile nNarrowest = INT_MIN;
+    EXPECT_EQ(NewString("%256ls", L"\u00e4"), NewString("%254s", "")) << "there is room for half of the character";
     EXPECT_EQ(NewString("%*ls", nNarrowest, L"x"), NewString("x%254s", ""));   // as wide as the text has room
     EXPECT_STREQ(NewString("%ls|%i", L"\xD800\u00e4", 1), "\uFFFD\u00e4|1");   // half a pair is no character
 }

@@ -52,26 +52,26 @@ namespace
         float fRest = 0.25f;
         bool bEmpty = false;   // whether the empty chunk was seen as one
 
-        void Serialize(Archive_t & a)
+        void Serialize(Archive_t & Archive)
         {
-            a.Label("abc");
-            a.Serialize(iHealth).Serialize(fSpeed);
-            if (a.ChunkBegin("Looks"))
+            Archive.Label("abc");
+            Archive.Serialize(iHealth).Serialize(fSpeed);
+            if (Archive.ChunkBegin("Looks"))
             {
-                a.SerializeString(sName);
-                a.SerializeVector3(vPlace);
+                Archive.SerializeString(sName);
+                Archive.SerializeVector3(vPlace);
             }
-            a.ChunkEnd("Looks");
-            bEmpty = !a.ChunkBegin("Empty");
-            a.ChunkEnd("Empty");
-            a.Serialize(nullptr, 3);
-            a.Serialize(fRest);
+            Archive.ChunkEnd("Looks");
+            bEmpty = !Archive.ChunkBegin("Empty");
+            Archive.ChunkEnd("Empty");
+            Archive.Serialize(nullptr, 3);
+            Archive.Serialize(fRest);
         }
     };
 
     std::string SavedExample()
     {
-        return Saved([](Archive_t & a) { Example_s().Serialize(a); });
+        return Saved([](Archive_t & Archive) { Example_s().Serialize(Archive); });
     }
 
     // Returns how a load ends: 'w' whole, 'f' failed, 'a' in an abort.
@@ -99,7 +99,7 @@ TEST(Serialize, WritesAndReadsTheExampleOfTheFormatsPage)
 {
     EXPECT_EQ(Hex(SavedExample()), DumpOfPage(FORMATS_PAGE, "archive"));
     Example_s Read{ 0, 0, "", _mm_set1_ps(5), 0 };
-    EXPECT_TRUE(Loaded(SavedExample(), VERSION, [&](Archive_t & a) { Read.Serialize(a); }));
+    EXPECT_TRUE(Loaded(SavedExample(), VERSION, [&](Archive_t & Archive) { Read.Serialize(Archive); }));
     EXPECT_EQ(std::tuple(Read.iHealth, Read.fSpeed, std::string(Read.sName), Read.fRest, Read.bEmpty),
         std::tuple(100, 1.5, std::string("Ogre"), 0.25f, true));
     EXPECT_EQ(_mm_movemask_ps(_mm_cmpeq_ps(Read.vPlace, _mm_setr_ps(1, 2, 3, 5))), 15);
@@ -111,11 +111,11 @@ TEST(Serialize, StoresAndLoadsWhatTheExampleLacks)
     for (auto const & [szHex, fnBody] :
         Rows_t<char const *, ArchiveBody_t>{
             { "", [](Archive_t &) {} },
-            { " 29 01 00 00", [](Archive_t & a) { a.Label("aBC"); } },
-            { " C4 FF FF FF", [](Archive_t & a) { a.Label("\xC4"); } },
-            { " 26 39 F4 CB", [](Archive_t & a) { a.LabelCrc32("123456789"); } },
-            { " 02 00 00 00 61 62 00", [&](Archive_t & a) { a.SerializeString(sWord); } },
-            { " 01 00 00 00 61 62", [&](Archive_t & a) { a.SerializeString(sWord.GetBuffer(), 2); } },
+            { " 29 01 00 00", [](Archive_t & Archive) { Archive.Label("aBC"); } },
+            { " C4 FF FF FF", [](Archive_t & Archive) { Archive.Label("\xC4"); } },
+            { " 26 39 F4 CB", [](Archive_t & Archive) { Archive.LabelCrc32("123456789"); } },
+            { " 02 00 00 00 61 62 00", [&](Archive_t & Archive) { Archive.SerializeString(sWord); } },
+            { " 01 00 00 00 61 62", [&](Archive_t & Archive) { Archive.SerializeString(sWord.GetBuffer(), 2); } },
         })
     {
         std::string const sBytes = Saved(fnBody);
@@ -135,16 +135,16 @@ TEST(Serialize, ChunksCrossTheBufferAndAreLeftEarly)
         SCOPED_TRACE(nLead);
         std::string sData = sBlock;
         std::uint32_t dwTail = 77;
-        ArchiveBody_t const fnBody = [&](Archive_t & a)
+        ArchiveBody_t const fnBody = [&](Archive_t & Archive)
         {
-            a.Serialize(nullptr, nLead);
-            if (ArchiveChunk_c const Block(a, "Block"); Block)
+            Archive.Serialize(nullptr, nLead);
+            if (ArchiveChunk_c const Block(Archive, "Block"); Block)
             {
-                a.Serialize(sData.data(), static_cast<int>(sData.size()));
+                Archive.Serialize(sData.data(), static_cast<int>(sData.size()));
             }
-            EXPECT_EQ(a.GetPosition(), a.IsReading() ? 4 + nLead + 8 + 10000 : -1);
-            a.Serialize(dwTail);
-            EXPECT_EQ(a.GetLength(), 4 + nLead + 8 + 10000 + 4);
+            EXPECT_EQ(Archive.GetPosition(), Archive.IsReading() ? 4 + nLead + 8 + 10000 : -1);
+            Archive.Serialize(dwTail);
+            EXPECT_EQ(Archive.GetLength(), 4 + nLead + 8 + 10000 + 4);
         };
         std::string const sBytes = Saved(fnBody);
         for (std::size_t const nRead : { 0u, 5000u, 10000u, 10002u })
@@ -164,14 +164,14 @@ TEST(Serialize, VersionsAndLabelsDecideWhatLoads)
     using namespace std::string_view_literals;
     for (auto const & [sBytes, fnBody, cEnd, szLog] :
         Rows_t<std::string_view, ArchiveBody_t, char, char const *>{
-            { "\2\0\1\0"sv, [&](Archive_t & a) { dwVersion = a.GetVersion(); }, 'w', "" },
+            { "\2\0\1\0"sv, [&](Archive_t & Archive) { dwVersion = Archive.GetVersion(); }, 'w', "" },
             { "\4\0\1\0"sv, [](Archive_t &) {}, 'f',
                 "Serializeable_c: archive is newer version then executable, 10004\n" },
             { "\0\0\2\0"sv, [](Archive_t &) {}, 'a',
                 "Serializeable_c: archive 'memory.arc' is v.2.0, and this binary only supports v.1.3\n" },
-            { "\3\0\1\0abcd"sv, [](Archive_t & a) { a.Label("two"); }, 'a',
+            { "\3\0\1\0abcd"sv, [](Archive_t & Archive) { Archive.Label("two"); }, 'a',
                 "Label 'two' expected in 'memory.arc' file.\n" },
-            { "\3\0\1\0abcd"sv, [](Archive_t & a) { a.LabelCrc32("two"); }, 'a',
+            { "\3\0\1\0abcd"sv, [](Archive_t & Archive) { Archive.LabelCrc32("two"); }, 'a',
                 "LabelCrc32 'two' expected in 'memory.arc' fille.\n" } })
     {
         LogCapture_c const Log;
@@ -190,7 +190,7 @@ TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
 {
     LogCapture_c const Log;
     std::string const sWhole = SavedExample();
-    ArchiveBody_t const fnLoad = [](Archive_t & a) { Example_s().Serialize(a); };
+    ArchiveBody_t const fnLoad = [](Archive_t & Archive) { Example_s().Serialize(Archive); };
     std::string sEnds;   // of the worst change of each byte
     for (std::size_t i = 0; i < sWhole.size(); ++i)
     {
@@ -215,12 +215,12 @@ TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
 
 TEST(Serialize, ACheckSaysWhatIsWrongAndWhere)
 {
-    ArchiveBody_t const fnFrames = [](Archive_t & a)
+    ArchiveBody_t const fnFrames = [](Archive_t & Archive)
     {
-        a.Label("abc");
-        a.Serialize(nullptr, 12);
-        a.ChunkBegin("Looks");
-        a.ChunkEnd("Looks");
+        Archive.Label("abc");
+        Archive.Serialize(nullptr, 12);
+        Archive.ChunkBegin("Looks");
+        Archive.ChunkEnd("Looks");
     };
     auto const With = [](std::size_t i, char c) { return SavedExample().replace(i, 1, 1, c); };
     for (auto const & [sBytes, eState, iPosition, nLeft, szWhyNot] :
@@ -241,7 +241,7 @@ TEST(Serialize, ACheckSaysWhatIsWrongAndWhere)
         EXPECT_EQ(std::tuple(Result.eState, Result.iPosition, Result.nLeft, std::string(Result.sWhyNot)),
             std::tuple(eState, iPosition, nLeft, std::string(szWhyNot)));
     }
-    MemoryFile_c File(Saved([](Archive_t & a) { ArchiveChunk_c const Empty(a, "A"); }));
+    MemoryFile_c File(Saved([](Archive_t & Archive) { ArchiveChunk_c const Empty(Archive, "A"); }));
     EXPECT_EACH(ArchiveCheck(FileBytes(&File), VERSION).nLeft == 8,
         ArchiveCheck(FileBytes(&File), VERSION, { "A" }).IsSound(),
         !ArchiveCheck(FileBytes(&File), VERSION, { "A", "B" }).IsSound(),
@@ -252,7 +252,7 @@ TEST(Serialize, ATypeHasAVersionOfItsOwn)
 {
     int iVersion = 0;
     auto const Of = [&](int iNewest) -> ArchiveBody_t
-    { return [&, iNewest](Archive_t & a) { iVersion = a.SerializeVersion("Unit", iNewest); }; };
+    { return [&, iNewest](Archive_t & Archive) { iVersion = Archive.SerializeVersion("Unit", iNewest); }; };
     std::string const sSecond = Saved(Of(2));
     EXPECT_EQ(Hex(sSecond), "03 00 01 00 02 00");
     EXPECT_EACH(Loaded(sSecond, VERSION, Of(3)), iVersion == 2);
@@ -272,35 +272,35 @@ TEST(Serialize, WhatIsBrokenFailsTheArchiveWhichThenMovesNothing)
     char szKept[18] = "kept";
     double fKept = 0.5;
     std::string const sChunk = Saved(
-        [&](Archive_t & a)
+        [&](Archive_t & Archive)
         {
-            ArchiveChunk_c const Chunk(a, "A");
-            a.SerializeString(sText);
+            ArchiveChunk_c const Chunk(Archive, "A");
+            Archive.SerializeString(sText);
         });
     char const * const szOpen = "m_pCurrentChunk && m_dwChunkLabel == GetCrc32Polynomial(sName, strlen(sName))";
     for (auto const & [szCondition, fnBody] :
-        Rows_t<char const *, ArchiveBody_t>{ { "", [](Archive_t & a) { a.Serialize(&a, -1); } },
-            { "", [](Archive_t & a) { a.Serialize(nullptr, 9999); } },
+        Rows_t<char const *, ArchiveBody_t>{ { "", [](Archive_t & Archive) { Archive.Serialize(&Archive, -1); } },
+            { "", [](Archive_t & Archive) { Archive.Serialize(nullptr, 9999); } },
             { "!m_pCurrentChunk",
-                [](Archive_t & a)
+                [](Archive_t & Archive)
                 {
-                    a.ChunkBegin("A");
-                    a.ChunkBegin("A");
+                    Archive.ChunkBegin("A");
+                    Archive.ChunkBegin("A");
                 } },
             { szOpen,
-                [](Archive_t & a)
+                [](Archive_t & Archive)
                 {
-                    a.ChunkBegin("A");
-                    a.ChunkEnd("a");
+                    Archive.ChunkBegin("A");
+                    Archive.ChunkEnd("a");
                 } },
-            { szOpen, [](Archive_t & a) { a.ChunkEnd("A"); } },
+            { szOpen, [](Archive_t & Archive) { Archive.ChunkEnd("A"); } },
             { "Len < iBufLength, text of 18 characters in 'memory.arc' file, with room for 17",
-                [&](Archive_t & a)
+                [&](Archive_t & Archive)
                 {
-                    a.ChunkBegin("A");
-                    a.SerializeString(szKept, sizeof szKept);
+                    Archive.ChunkBegin("A");
+                    Archive.SerializeString(szKept, sizeof szKept);
                 } },
-            { "sBuffer && iBufLength > 0", [&](Archive_t & a) { a.SerializeString(szKept, 0); } } })
+            { "sBuffer && iBufLength > 0", [&](Archive_t & Archive) { Archive.SerializeString(szKept, 0); } } })
     {
         SCOPED_TRACE(szCondition);
         MemoryFile_c File(sChunk);

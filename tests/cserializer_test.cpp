@@ -26,7 +26,7 @@ namespace
 
         std::string SaveGraph(Node_s * pRoot)
         {
-            return Stored(1, [&](Archive_c & a) { World_s::Serialize(a, pRoot); });
+            return Stored(1, [&](Archive_c & Archive) { World_s::Serialize(Archive, pRoot); });
         }
 
         ArchiveResult_t Check(std::string const & sBytes)
@@ -34,9 +34,10 @@ namespace
             Node_s * pRoot = nullptr;
             ArchiveResult_t Result;
             EXPECT_EQ(FailedConditions(
-                          [&] {
+                          [&]
+                          {
                               Result = ArchiveCheck(std::as_bytes(std::span(sBytes)), 1,
-                                  [&](Archive_c & a) { World_s::Serialize(a, pRoot); });
+                                  [&](Archive_c & Archive) { World_s::Serialize(Archive, pRoot); });
                           }),
                 "");
             return Result;
@@ -93,27 +94,28 @@ TEST_F(Serializer, WritesTheExampleOfTheFormatsPage)
     struct UnitSerializer_c : NodeSerializer_c
     {
         using NodeSerializer_c::NodeSerializer_c;
-        void SerializeObject(Archive_c & a, void *&) override
+        void SerializeObject(Archive_c & Archive, void *&) override
         {
             int iValue = 7;
-            a.Serialize(iValue);
+            Archive.Serialize(iValue);
         }
     } Units("Unit");
     Serializer_c::RegisterStaticPointer(const_cast<void *>(At(0x1230)));
     std::string const sBytes = Stored(1,
-        [&](Archive_c & a)
+        [&](Archive_c & Archive)
         {
             void const * pStatic = At(0x1230);
             void *pNull = nullptr, *pUnit = const_cast<void *>(At(0x1240));
-            Serializer_c::StartSerialize(a, true);
-            NodeSerializer_c::FixupVoidPointer(a, pStatic);
-            Serializer_c::RegisterPointer(a, At(0x1238));
-            Nodes.WritePointer(a, pNull);
-            Units.WritePointer(a, pUnit);
-            Units.WritePointer(a, pUnit);
+            Serializer_c::StartSerialize(Archive, true);
+            NodeSerializer_c::FixupVoidPointer(Archive, pStatic);
+            Serializer_c::RegisterPointer(Archive, At(0x1238));
+            Nodes.WritePointer(Archive, pNull);
+            Units.WritePointer(Archive, pUnit);
+            Units.WritePointer(Archive, pUnit);
         });
     EXPECT_EQ(Hex(sBytes), DumpOfPage(FORMATS_PAGE, "graph"));
-    EXPECT_EQ(Hex(Stored(1, [](Archive_c & a) { Serializer_c::StartSerialize(a, false); })), "01 00 00 00 E9 CB 02 00");
+    EXPECT_EQ(Hex(Stored(1, [](Archive_c & Archive) { Serializer_c::StartSerialize(Archive, false); })),
+        "01 00 00 00 E9 CB 02 00");
 }
 
 TEST_F(Serializer, TheTableProbesWrapsAndForgets)
@@ -238,10 +240,10 @@ TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Load(SaveGraph(&Node)); }));
     EXPECT_EQ(Log.Count("Label 'composite object begin' expected in 'memory.arc' file."), 1);
     void const * p = &Node;
-    ArchiveBody_t const fnFixup = [&](Archive_c & a)
+    ArchiveBody_t const fnFixup = [&](Archive_c & Archive)
     {
         Serializer_c::ResetCache();
-        NodeSerializer_c::FixupVoidPointer(a, p);
+        NodeSerializer_c::FixupVoidPointer(Archive, p);
     };
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Stored(1, fnFixup); }));
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Loaded(With(4, "\1\0\0\0"sv), 1, fnFixup); }));
@@ -262,18 +264,18 @@ TEST_F(Serializer, ATypedPointerLeadsToARegisteredPart)
     using Register_t = std::function<void(Archive_c &, Node_s &)>;
     for (auto const & [fnRegister, szComplaint] :
         Rows_t<Register_t, char const *>{
-            { [](Archive_c &a, Node_s &Part) { Serializer_c::RegisterPointer(a, &Part); }, "" },
-            { [&](Archive_c &a, Node_s &Part) { Nodes.RegisterOwnPointer(a, &Part); }, "" },
-            { [&](Archive_c &a, Node_s &Part) { Others.RegisterOwnPointer(a, &Part); },
+            { [](Archive_c &Archive, Node_s &Part) { Serializer_c::RegisterPointer(Archive, &Part); }, "" },
+            { [&](Archive_c &Archive, Node_s &Part) { Nodes.RegisterOwnPointer(Archive, &Part); }, "" },
+            { [&](Archive_c &Archive, Node_s &Part) { Others.RegisterOwnPointer(Archive, &Part); },
                 "dPointers[iPointer] is of class m_sClassName, 'Node' expected for '" } })
     {
         SCOPED_TRACE(szComplaint);
         Node_s dParts[2], *dLeads[2] = { &dParts[0], nullptr };
-        ArchiveBody_t const fnBody = [&, &fnRun = fnRegister](Archive_c & a)
+        ArchiveBody_t const fnBody = [&, &fnRun = fnRegister](Archive_c & Archive)
         {
-            Serializer_c::StartSerialize(a, false);
-            fnRun(a, dParts[a.IsReading()]);
-            Nodes.Serialize(a, dLeads[a.IsReading()]);
+            Serializer_c::StartSerialize(Archive, false);
+            fnRun(Archive, dParts[Archive.IsReading()]);
+            Nodes.Serialize(Archive, dLeads[Archive.IsReading()]);
         };
         std::string sBytes;
         EXPECT_THAT(FailedConditions([&] { sBytes = Stored(1, fnBody); }), testing::StartsWith(szComplaint));
@@ -288,20 +290,20 @@ TEST_F(Serializer, AnObjectThatRegistersItselfKeepsItsClass)
     struct SelfSerializer_c : NodeSerializer_c
     {
         using NodeSerializer_c::NodeSerializer_c;
-        void SerializeObject(Archive_c & a, void *& pObject) override
+        void SerializeObject(Archive_c & Archive, void *& pObject) override
         {
-            pObject = a.IsReading() ? &g_StaticNode : pObject;
-            RegisterPointer(a, pObject);
+            pObject = Archive.IsReading() ? &g_StaticNode : pObject;
+            RegisterPointer(Archive, pObject);
             auto * pSelf = static_cast<Node_s *>(pObject);
-            static_cast<NodeSerializer_c *>(FindSerializer("Node"))->Serialize(a, pSelf);
+            static_cast<NodeSerializer_c *>(FindSerializer("Node"))->Serialize(Archive, pSelf);
         }
     } Selves("Self");
     Node_s Node;
-    ArchiveBody_t const fnBody = [&](Archive_c & a)
+    ArchiveBody_t const fnBody = [&](Archive_c & Archive)
     {
         Node_s * pRoot = &Node;
-        Serializer_c::StartSerialize(a, false);
-        Selves.Serialize(a, pRoot);
+        Serializer_c::StartSerialize(Archive, false);
+        Selves.Serialize(Archive, pRoot);
     };
     std::string sBytes;
     auto const IsOfAnotherClass = testing::StartsWith("dPointers[iPointer] is of class m_sClassName, 'Node' expected");

@@ -176,8 +176,8 @@ TEST(SerializeStd, RefusedTypesNameTheRemedy)
          })
     {
         std::string const sName = "T" + std::to_string(++nRows);
-        sSource += "using " + sName + " = " + szType + ";\nvoid Row(Serializeable_c & a, " + sName
-                   + " & t) { a.Serialize(t); }\n";
+        sSource += "using " + sName + " = " + szType + ";\nvoid Row(Serializeable_c & Archive, " + sName
+                   + " & t) { Archive.Serialize(t); }\n";
         ++dExpected[szRemedy];
     }
     std::string const sOutput =

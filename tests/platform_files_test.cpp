@@ -311,8 +311,23 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
     }
     EXPECT_EQ(List(sRoot), "Keep/");
     NEEDS_NOBODY;
+    fs::permissions(m_Folder.GetPath(), fs::perms::all);
     fs::permissions(m_Folder.Join("Keep"), fs::perms(0555));
-    EXPECT_TRUE(RunAsNobody([this]() { return !plat::TreeDelete(m_Folder.Join("Keep").c_str()); }));
+    auto const Refused = [this](std::string const & sTree)
+    { return !plat::TreeDelete(m_Folder.Join(sTree).c_str()) && errno == EACCES; };
+    EXPECT_TRUE(RunAsNobody([&]() { return Refused("Keep"); }));
+    for (char cClosed = '0'; cClosed < '8'; ++cClosed)   // one of these is the first that the system lists
+    {
+        for (char cFolder = '0'; cFolder < '8'; ++cFolder)
+        {
+            m_Folder.MakeFolder(std::string("Some/") + cFolder);
+        }
+        m_Folder.Write(std::string("Some/") + cClosed + "/file", "x");
+        fs::permissions(m_Folder.Join("Some"), fs::perms::all);
+        fs::permissions(m_Folder.Join(std::string("Some/") + cClosed), fs::perms(0555));
+        EXPECT_TRUE(RunAsNobody([&]() { return Refused("Some"); })) << cClosed;
+        fs::permissions(m_Folder.Join(std::string("Some/") + cClosed), fs::perms::all);
+    }
     fs::permissions(m_Folder.Join("Keep"), fs::perms(0755));
     EXPECT_EQ(m_Folder.Read("Keep/file"), "kept");
 }

@@ -261,8 +261,8 @@ private:
 /// Prints all that is logged from now on. Serves processes that the test ends.
 void LogToStandardError();
 
-/// Scope that collects the lines that any thread logs. Scopes may nest: the innermost collects. LogDone within the
-/// scope ends the collecting.
+/// Scope that collects the lines that any thread logs, except those about modules that start slowly. Scopes may nest:
+/// the innermost collects. LogDone within the scope ends the collecting.
 class LogCapture_c
 {
 public:

@@ -43,6 +43,9 @@ TEST(ZqtoolCheck, NamesThePlaceOfEachComplaint)
                 "(4, 5): this cell is after the last that is read\n"
                 "(5, 1): a second @head is skipped\n"
                 ": table, 2 rows, 3 columns: 4 complaints\n" },
+            { "a.txt", "@head a\r\nx \"1\r\ny \"2\r\n",
+                "(2, 3): this quote is not closed\n(3, 3): this quote is not closed\n"
+                ": table, 2 rows, 2 columns: 2 complaints\n" },
             { "a.csv", "@head;;b\n;1;2\n;;\nx;1,5;2\ny;\"" + sQuoted + "\"\nz;\"open\n",
                 "(1, 7): this column has no name\n"
                 "(2, 2): a line without a first cell is skipped\n"

@@ -154,11 +154,14 @@ namespace
             std::size_t const nBlanks = nPadded > nText ? std::min(nPadded - nText, nRoom) : 0;
             if (nWidth > 0)
             {
-                std::memmove(m_pOut + nBlanks, m_pOut, std::min(nText, nRoom - nBlanks));
+                std::size_t const nLeft = std::min(nText, nRoom - nBlanks);
+                m_pOut = std::fill_n(m_pOut, nBlanks, ' ');
+                m_pOut += plat::Utf8FromWide(m_pOut, nLeft + 1, wszText);
             }
-            std::size_t const nPut = std::min(nText + nBlanks, nRoom);
-            std::fill_n(m_pOut + (nWidth > 0 ? 0 : nText), nWidth > 0 ? nBlanks : nPut - nText, ' ');
-            m_pOut += nPut;
+            else
+            {
+                m_pOut = std::fill_n(m_pOut + nText, std::min(nBlanks, nRoom - nText), ' ');
+            }
         }
 
         // Ends the text and returns its length.

@@ -150,8 +150,8 @@ namespace
     constinit std::atomic<MemoryReport_t> g_fnReport = nullptr;
     constinit std::atomic<bool> g_bLeaving = false;   // whether the library's global objects are destroyed
 
-    // Passes a report of the heap to the receiver, or to standard error without one. Logs its first line, or all lines
-    // after the library's last destructor.
+    // Passes a report of the heap to the receiver, or to standard error without one. Logs its first line, unless a
+    // complaint of this thread runs. After the library's last destructor, logs all lines.
     void OnHeapReport(char const * szText)
     {
         if (MemoryReport_t const fnReport = g_fnReport)

@@ -385,7 +385,7 @@ private:
 };
 
 /// Archive that writes the same bytes as Writeable_c through a buffer. It writes to disk when the buffer is full, at
-/// ChunkEnd and at Close.
+/// ChunkEnd and at Close. Whole multiples of BUFSIZE bypass an empty buffer.
 class ZQ_API BufferedWriteable_c : public Writeable_c
 {
 public:

@@ -4,7 +4,7 @@
 
 namespace
 {
-    // Adds the pieces that are not empty. The text is a copy, because the caller's may be an element of dOut.
+    // Adds the pieces of the text. The text is a copy, because the caller's may be an element of dOut.
     template <typename ARRAY>
     void Split(String_T<256> const sText, ARRAY & dOut,   // NOLINT(performance-unnecessary-value-param)
         char const * szSeparators)

@@ -112,8 +112,8 @@ struct WarehouseScan_t
     int GetLineStart() const { return nLineStart; }
 
     /// Returns the position of the last quote in the last line read that was never closed, or -1. In a text table whose
-    /// lines end with a line feed the next line, if any, was joined to this one. In CSV the cell includes the rest of
-    /// the data. After a search that found no line the result has no meaning.
+    /// lines end with a line feed alone the next line, if any, was joined to this one. In CSV the cell includes the
+    /// rest of the data. After a search that found no line the result has no meaning.
     int GetOpenQuote() const { return nOpenQuote; }
 
     /// Returns the position of the last cell in the last line read that was cut at WAREHOUSE_CELL_SIZE, or -1. After

@@ -68,6 +68,7 @@ namespace
     {
         Earn(Ship, -Bay.nDues);
         int const nCrates = static_cast<int>(Ship.fCrates);
+        Ship.fCrates = 0.0f;   // the rest of a crate has spoiled
         if (nCrates == 0)
         {
             return;
@@ -77,7 +78,6 @@ namespace
         fStock = std::min(fStock + static_cast<float>(nCrates), static_cast<float>(Harbour.nQuay));
         Count(Ship.pCargo->nTraded, nCrates);
         Count(Ship.nLanded, nCrates);
-        Ship.fCrates = 0.0f;
         Earn(Ship, static_cast<long long>(nCrates) * nPrice);
         Logf(HARBOUR_LOG, "day %3i, %02i:00  %s lands %i crates of %s at %s for %i marks each", Bay.nHours / HOURS,
             Bay.nHours % HOURS, TextForLog(Ship.sIdent), nCrates, TextForLog(Ship.pCargo->sName),

@@ -52,7 +52,7 @@ namespace
                    : "the media have no folder " + sFolder;
     }
 
-    // Returns the bare name of a path below the media root if the media have such a file, else an empty text.
+    // Returns the bare name of a path below the media root if the media have a file of that name, else an empty text.
     std::string FileOfMedia(std::string const & sPath, std::string const & sMedia)
     {
         std::string const sCompared = ComparedPath(sPath), sBare = PathFileName(sCompared.c_str());

@@ -19,7 +19,7 @@ namespace plat
             Link_s * pNext;
         };
 
-        // Facts of a block, stored before it. The last bytes are the front gap.
+        // Facts of a block, stored before it. The last bytes are the front fence.
         struct alignas(16) Header_s : Link_s
         {
             char const * szFile;
@@ -169,7 +169,7 @@ namespace plat
             std::free(pHeader);
         }
 
-        // Reports a front gap that is not whole. Returns false, because the block must not be touched.
+        // Reports a damaged front fence. Returns false, because the block must not be touched.
         ZQ_COLD bool ReportFront(Header_s * pHeader)
         {
             if (IsFilled<std::uint32_t>(pHeader->dGap, HEAP_FREED))

@@ -23,15 +23,20 @@ namespace plat
 
         bool DeleteEntry(int iFolder, char const * szName);
 
-        // Deletes all entries of a folder. Returns false if the list is incomplete or an entry is left.
+        // Deletes all entries of a folder. Returns false, with the first error in errno, if the list is incomplete or an
+        // entry is left.
         bool EmptyFolder(int iFolder)
         {
             std::vector<std::string> dNames;
             bool bAll = ReadNames(iFolder, dNames);
+            int iError = errno;
             for (std::string const & sName : dNames)
             {
-                bAll = DeleteEntry(iFolder, sName.c_str()) && bAll;
+                bool const bDeleted = DeleteEntry(iFolder, sName.c_str());
+                iError = bAll && !bDeleted ? errno : iError;
+                bAll = bAll && bDeleted;
             }
+            errno = iError;
             return bAll;
         }
 

@@ -165,8 +165,7 @@ namespace plat
         g_fnPureCall = fnHandler;
     }
 
-    // Does not wait for the new process, so its entry in the list of processes stays until this process ends. Uses no
-    // heap: a thread that faulted may hold the heap's lock.
+    // Uses no heap: a thread that faulted may hold the heap's lock.
     bool ProcessStart(char const * szProgram)
     {
         auto const fnSpawn = [](char const * szPath)

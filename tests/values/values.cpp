@@ -29,7 +29,7 @@ namespace
     struct Base_s
     {
         virtual ~Base_s() = default;
-        long long nBase = -5;
+        long long iBase = -5;
     };
     struct Whole_s : Base_s
     {
@@ -77,7 +77,7 @@ namespace
     {
         bool bBool = true;
         char cChar = 'x';
-        signed char nSigned = -1;
+        signed char iSigned = -1;
         unsigned short nShort = 65535;
         float fFloat = 1.5f;
         long double fLong = 3;
@@ -89,7 +89,7 @@ namespace
         float dFloats[1] = { 0.25f };
         char dChars[4] = "abc";
         int dMany[3] = { 1, 2, 3 };
-        Keep(bBool, cChar, nSigned, nShort, fFloat, fLong, fQuad, Complex, szText, dInts, dFloats, dChars, dMany,
+        Keep(bBool, cChar, iSigned, nShort, fFloat, fLong, fQuad, Complex, szText, dInts, dFloats, dChars, dMany,
             fParameter);
         asm volatile("" ::: "rdi", "memory");
         return *g_pNowhere;
@@ -112,12 +112,12 @@ namespace
             int nCaptured = nRuns + 1;
             Whole_s Whole;
             Whole_s const & Reference = Whole;
-            auto fnLambda = [this, nCaptured, &Whole](int nArgument) __attribute__((noinline))
+            auto fnLambda = [this, nCaptured, &Whole](int iArgument) __attribute__((noinline))
             {
-                int nInLambda = nArgument + nCaptured + nMember;
+                int nInLambda = iArgument + nCaptured + nMember;
                 Keep(nInLambda);
                 int nKept = nInLambda * 3;   // in a register during the call, if one is free
-                return Inlined(static_cast<double>(nInLambda)) + static_cast<int>(Whole.nBase) + nKept;
+                return Inlined(static_cast<double>(nInLambda)) + static_cast<int>(Whole.iBase) + nKept;
             };
             Keep(nCaptured, Whole, Reference, fnLambda, *this);
             for (int nInLoop = 0; nInLoop < 2; ++nInLoop)
@@ -126,9 +126,9 @@ namespace
                 Keep(nInLoop, s_nCount);
                 if (nRuns > 2)
                 {
-                    long nInBlock = -7;
-                    Keep(nInBlock);
-                    return fnLambda(static_cast<int>(nInBlock)) + s_nCount;
+                    long iInBlock = -7;
+                    Keep(iInBlock);
+                    return fnLambda(static_cast<int>(iInBlock)) + s_nCount;
                 }
             }
             return Run(nRuns + 1) + nCaptured;
@@ -152,12 +152,12 @@ namespace
         char16_t const * szPair = u"a \U0001F600 pair";
         int (*fnCall)(Passed_s, float) = Fault;
         Colour_e const eUsed = static_cast<Colour_e>(static_cast<int>(eColour) + 1);
-        long nUsed = sText.size() * -1000L;
+        long iUsed = sText.size() * -1000L;
         Keep(sText, sShort, dNumbers, dTexts, eSome, iNone, pOwned, pNone, sKept, sFixed, dWholes, eWide, wszWide,
             szPair, fnCall);
         int const nResult = Object.Run(1);
         Keep(sText, dNumbers, dTexts, eSome, iNone);
-        return nResult + static_cast<int>(eUsed) + static_cast<int>(nUsed) + static_cast<int>(sView.size()) + sView[0]
+        return nResult + static_cast<int>(eUsed) + static_cast<int>(iUsed) + static_cast<int>(sView.size()) + sView[0]
                + *iPassed + static_cast<int>(eColour);
     }
 }

@@ -9,8 +9,8 @@ namespace
 {
     constexpr char SEPARATOR[] = "; ";
 
-    // Reads "size; category; file(line)". The name of the file may hold any character. Returns false for any other
-    // line.
+    // Reads "size; category; file(line)". The name of the file and the text in parentheses may hold any character.
+    // Returns false for any other line.
     bool ReadBlock(std::string_view sLine, AllocationReport_t & Report)
     {
         std::string_view const sSize = TakeUpTo(sLine, SEPARATOR), sCategory = TakeUpTo(sLine, SEPARATOR);

@@ -266,14 +266,24 @@ namespace
             return HasPlace(iCell) ? m_dPlaces[static_cast<std::size_t>(iCell)] : m_dPlaces.back();
         }
 
+        // Returns whether the line of a position ends in a line feed alone, which an open quote includes.
+        bool EndsInLF(std::size_t nAt) const
+        {
+            std::string_view const sText(m_Text.pText, static_cast<std::size_t>(m_Text.nText));
+            std::size_t const nEnd = sText.find_first_of("\r\n", nAt);
+            return nEnd != sText.npos && sText[nEnd] == '\n';
+        }
+
         // Complains about what the scan of a line has lost, if nWanted cells of it are read.
         void CheckLine(WarehouseScan_t const & Scan, int nLine, WarehouseLine_c const & Line, int nWanted)
         {
             if (Scan.GetOpenQuote() >= 0)
             {
                 bool const bCsv = m_eFormat == WAREHOUSE_FORMAT_CSV;
-                Complain(Scan.GetOpenQuote(), bCsv ? "this quote is never closed; its cell holds the rest of the file"
-                                                   : "this quote is not closed; the next line is joined to this one");
+                auto const iQuote = static_cast<std::size_t>(Scan.GetOpenQuote());
+                Complain(iQuote, bCsv               ? "this quote is never closed; its cell holds the rest of the file"
+                                 : EndsInLF(iQuote) ? "this quote is not closed; the next line is joined to this one"
+                                                    : "this quote is not closed");
             }
             if (Scan.GetCutCell() >= 0)
             {
