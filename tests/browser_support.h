@@ -1,4 +1,4 @@
-// browser_support.h: pages in a browser without a window.
+// browser_support.h: pages in a headless browser.
 #pragma once
 
 #include "platform/checker.h"

@@ -297,6 +297,7 @@ TEST_F(FilePathTest, AnObjectOfALibraryAboveHidesAFileUntilItIsDestroyed)
     EXPECT_EQ(FileGetWhyNot("c.txt"), "it can't be read");
     File_c * const pOver = Add("a.txt", true);
     File_c * const pTop = Add("a.txt", true);
+    EXPECT_EACH(FileAddObject(pTop, true) == HASH_PRESENT, FileAddObject(pOver, true) == HASH_PRESENT);
     File_c * const pOverB = Add("b.txt", true);
     FilesystemCacheSave(m_Folder.Join("cache.bin").c_str());
     EXPECT_THAT(m_Folder.Read("cache.bin"), testing::AllOf(testing::HasSubstr("a.txt"), testing::HasSubstr("b.txt")));

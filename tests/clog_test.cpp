@@ -24,18 +24,18 @@ namespace
     void ExpectLikePrintf(std::size_t nSize, char const * fmt, ...)
     {
         char szOurs[4096], szTheirs[4096];
-        std::va_list args, again;
+        std::va_list args, argsOfPrintf;
         va_start(args, fmt);
-        va_copy(again, args);
+        va_copy(argsOfPrintf, args);
         std::size_t const nOurs = FormatText(szOurs, nSize, fmt, args);
         locale_t const Utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
         locale_t const Previous = uselocale(Utf8);
-        EXPECT_GE(std::vsnprintf(szTheirs, nSize, fmt, again), 0) << fmt;
+        EXPECT_GE(std::vsnprintf(szTheirs, nSize, fmt, argsOfPrintf), 0) << fmt;
         uselocale(Previous);
         freelocale(Utf8);
         EXPECT_STREQ(szOurs, szTheirs) << fmt;
         EXPECT_EQ(nOurs, std::strlen(szTheirs)) << fmt;
-        va_end(again);
+        va_end(argsOfPrintf);
         va_end(args);
     }
 

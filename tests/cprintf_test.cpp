@@ -43,18 +43,18 @@ namespace
 
 TEST(Printf, TextClassesPrintAsTheirTexts)
 {
-    String_T<8> const s("Ogre");
+    String_T<8> const sMonster("Ogre");
     std::string const sPlace = "the cave";
     std::string_view const sPart = std::string_view(sPlace).substr(4, 2);
     LogCapture_c const Log;
-    ::Log("%s has %i lives in %s, %.3s", s, 3, sPlace, sPart);
+    ::Log("%s has %i lives in %s, %.3s", sMonster, 3, sPlace, sPart);
     LogEscaped("%s|%i", "a\n" + sPlace, 5);
-    Logc(true, "%-6s|%6s", s, sPart);
-    Logc(false, "%s", s);
-    Warning("%s%c", s, '!');
+    Logc(true, "%-6s|%6s", sMonster, sPart);
+    Logc(false, "%s", sMonster);
+    Warning("%s%c", sMonster, '!');
     static char s_szFormat[4];
     StrCopy(s_szFormat, "%i\n", 3);
-    ::Log(s_szFormat, s);   // no literal: checked when it runs
+    ::Log(s_szFormat, sMonster);   // no literal: checked when it runs
     for (char const * const szFormat : { "<%s>", "%i" })
     {
         ::Log(szFormat, sPlace);
@@ -64,9 +64,10 @@ TEST(Printf, TextClassesPrintAsTheirTexts)
     EXPECT_EQ(
         Log.GetText(), "Ogre has 3 lives in the cave, ca\na\\nthe cave|5\nOgre  |    ca\nOgre!\n%i\n<the cave>\n%i\n"
                            + std::string(LOG_LINE_LENGTH, 'l') + "\n");
-    EXPECT_STREQ(NewString("%s-%s", s, sPart), "Ogre-ca");
+    EXPECT_STREQ(NewString("%s-%s", sMonster, sPart), "Ogre-ca");
     EXPECT_STREQ(Va("%5s", std::string_view()), "     ");
-    EXPECT_EQ(FailedConditions([&] { ZQ_ASSERT_EX(s.IsEmpty(), "%s: %s", s, sPlace); }), "s.IsEmpty(), Ogre: the cave");
+    EXPECT_EQ(FailedConditions([&] { ZQ_ASSERT_EX(sMonster.IsEmpty(), "%s: %s", sMonster, sPlace); }),
+        "sMonster.IsEmpty(), Ogre: the cave");
 }
 
 // g++ refuses only with optimisation, clang++ always.

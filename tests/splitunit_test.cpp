@@ -107,5 +107,5 @@ TEST(SplitUnits, DamagedFilesCostVariablesAlone)
         }
         EXPECT_EQ(Try(sWhole), sNames);
     }
-    SKIP_IF(nBuilt == 0, "no compiler here that divides debug information");
+    SKIP_IF(nBuilt == 0, "no compiler here that splits debug information");
 }

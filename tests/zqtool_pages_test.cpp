@@ -1,4 +1,4 @@
-// The pages of zqtool at the widths of a phone, a tablet and a desk, light and dark, and the page of a running program.
+// Pages of zqtool at the widths of a phone, a tablet and a desktop, light and dark, and the page of a running program.
 #include "tests/browser_support.h"
 #include "zqcore/cprofile.h"
 

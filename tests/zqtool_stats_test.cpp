@@ -278,7 +278,7 @@ TEST_F(ZqtoolStats, RefusesWhatItCantDo)
     }
 }
 
-// The page in a browser without a window.
+// The page in a headless browser.
 class ZqtoolStatsBrowser : public ZqtoolStats
 {
 protected:

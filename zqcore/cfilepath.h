@@ -139,9 +139,9 @@ ZQ_API void FileReset();
 ZQ_API bool FileAddOneFile(char const * sFile);
 
 /// Adds an object of a library above under its key, which is in lower case, and returns HASH_ADDED. If the key is
-/// present, returns HASH_PRESENT and adds nothing, unless bOver is set: then pFile hides the present object. Asserts
-/// that pFile has a key, and no pPath if bOver is set. Returns HASH_FULL, and adds nothing, if the table has no room or
-/// pFile is null. The table owns an object that was added.
+/// present, returns HASH_PRESENT and adds nothing, unless bOver is set: then pFile hides the present object, if that is
+/// another one. Asserts that pFile has a key, and no pPath if bOver is set. Returns HASH_FULL, and adds nothing, if the
+/// table has no room or pFile is null. The table owns an object that was added.
 ///
 /// A hidden object is in the table again when the object that hides it is destroyed. Until then no lookup finds it, but
 /// pointers to it stay valid. FileResetFiles removes it with its folder, FileReset destroys it, and

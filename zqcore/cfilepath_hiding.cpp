@@ -6,6 +6,13 @@ HashAdd_e FileHiding_c::Add(File_c & File, bool bOver)
 {
     if (File_c * const pHidden = bOver ? g_sFileObjects.FindByName(File.sName) : nullptr)
     {
+        for (File_c const * pPresent = pHidden; pPresent; pPresent = pPresent->m_pHidden)
+        {
+            if (pPresent == &File)
+            {
+                return HASH_PRESENT;
+            }
+        }
         g_sFileObjects.DeleteByName(File.sName);
         File.m_pHidden = pHidden;
     }

@@ -86,7 +86,7 @@ namespace
 
     int Sink()
     {
-        return *g_pHold;   // the fault: there is no hold
+        return *g_pHold;   // the fault: g_pHold is null
     }
 
     bool IsPlainNewCounted()

@@ -136,8 +136,8 @@ namespace plat
             std::chrono::steady_clock::time_point m_tLimit = std::chrono::steady_clock::now() + LOCK_LIMIT;
         };
 
-        // Lock of a key's folder for a scope, with a handle of its own. A folder that is deleted already can't be
-        // locked. If it is deleted during the wait, the lock is held, but nothing can be created in the folder.
+        // Lock of a key's folder for a scope, with a handle of its own. The lock of a deleted folder may be held too,
+        // but nothing can be created in the folder.
         class KeyLock_c
         {
         public:

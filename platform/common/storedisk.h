@@ -135,8 +135,8 @@ namespace plat
     /// Opens a folder in a folder by its name, or the parent by "..", and returns it. Returns STORE_NONE on failure.
     StoreHandle_t StoreOpenFolder(StoreHandle_t hParent, char const * szName);
 
-    /// Opens a folder a second time, with locks and a reading position of its own, and returns it. Returns STORE_NONE
-    /// on failure, for instance if the folder was deleted.
+    /// Opens a folder a second time, with locks and a reading position of its own, and returns it. A deleted folder may
+    /// be opened too. Returns STORE_NONE on failure.
     StoreHandle_t StoreReopen(StoreHandle_t hFolder);
 
     /// Creates a folder in a folder and returns true. On failure returns false. errno is then EEXIST if anything has
