@@ -7,7 +7,7 @@ file(COPY ${ZQCORE_SOURCE_FOLDER}/README.md ${ZQCORE_SOURCE_FOLDER}/CHANGELOG.md
     DESTINATION ${ZQCORE_DOCUMENTS_STAGING}
     PATTERN style.md EXCLUDE PATTERN build.sh EXCLUDE PATTERN screenshots.sh EXCLUDE
     PATTERN filter.py EXCLUDE PATTERN Doxyfile EXCLUDE)
-foreach(example programs host consume)
+foreach(example programs host consume media)
     file(COPY ${ZQCORE_SOURCE_FOLDER}/examples/${example} DESTINATION ${ZQCORE_DOCUMENTS_STAGING}/examples)
 endforeach()
 

@@ -63,6 +63,7 @@ namespace plat
         bool bAscii = false;             // whether all bytes of the name are ASCII
         bool bReachable = true;   // whether a path leads to it; if not (a `\` in the name), bLink and Facts are unset
         bool bFailed = false;     // whether the system could not report what it is; Facts are unset then
+        bool bFile = false;       // if bFailed: whether its folder says that it is a regular file
         FileFacts_t Facts;        // all facts of a regular file or of a link's target, otherwise only the kind
     };
 

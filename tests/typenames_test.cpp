@@ -17,12 +17,14 @@ TEST(TypeNames, AreDeclarationsWithoutTheirNames)
         "struct Ship_c { int iHull; int Turn(float) const; };\n"
         "int (*a)[4]; void (**b)(int); void (*c[4])(int); int (&d)[2][3] = *(int (*)[2][3])0;\n"
         "int Ship_c::*e; int (Ship_c::*f)(float) const; extern int * const g = 0; extern void (*const h)() = 0;\n"
-        "char const * i[2]; int (*(*j)(int, ...))[4]; void k(Ship_c &&) {}\n"
-        "int main() { return a || b || c[0] || d || e || f || g || h || i[0] || j; }\n");
+        "char const * i[2]; int (*(*j)(int, ...))[4];"
+        "void (*k)(int) __attribute__((noreturn)); int const (*l)[4];\n"
+        "int main() { return a || b || c[0] || d || e || f || g || h || i[0] || j || k || l; }\n");
     std::map<std::string, std::string> const dExpected = { { "a", "int (*)[4]" }, { "b", "void (* *)(int)" },
         { "c", "void (* [4])(int)" }, { "d", "int (&)[2][3]" }, { "e", "int Ship_c::*" },
         { "f", "int (Ship_c::*)(float)" }, { "g", "int * const" }, { "h", "void (* const)()" },
-        { "i", "char const * [2]" }, { "j", "int (* (*)(int, ...))[4]" } };
+        { "i", "char const * [2]" }, { "j", "int (* (*)(int, ...))[4]" }, { "k", "void (*)(int)" },
+        { "l", "int const (*)[4]" } };
     int nBuilt = 0;
     for (char const * const szCompiler : { "g++", "clang++" })
     {

@@ -173,11 +173,12 @@ namespace
     }
 
     // Logs and reports an entry whose facts the system does not return, and stores its folder as missed. Does nothing
-    // for a name that the scan skips both of a file and of a folder.
-    ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry)
+    // for one that the scan skips, if it is a file and if it is a folder.
+    ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry, bool bRecursive)
     {
-        bool const bFileSkipped = g_ExcludedFiles.Has(Entry.szName) || FileReplacement_c::IsBeside(Entry.szName);
-        if (!bFileSkipped || !g_ExcludedFolders.Has(Entry.szName))
+        bool const bSkippedAsFile = g_ExcludedFiles.Has(Entry.szName) || FileReplacement_c::IsBeside(Entry.szName);
+        bool const bSkippedAsFolder = Entry.bFile || !bRecursive || g_ExcludedFolders.Has(Entry.szName);
+        if (!bSkippedAsFile || !bSkippedAsFolder)
         {
             Skip(FileSkip_e::Unknown, sFolder, Entry.szName);
             FileScanNoteMissed(sFolder);
@@ -190,7 +191,7 @@ namespace
     {
         if (Entry.bFailed) [[unlikely]]
         {
-            MissEntry(Folder.sPath, Entry);
+            MissEntry(Folder.sPath, Entry, m_bRecursive);
         }
         else if (Entry.Facts.bFolder)
         {

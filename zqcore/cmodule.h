@@ -6,7 +6,8 @@
 //
 // Ownership: the registry only points at modules. Requires that a module outlives ShutdownAllModules.
 // Threads: the main thread. Nothing is locked.
-// Cost: Register allocates the list of modules. A heartbeat is a virtual call inside a timer of the profiler.
+// Cost: Register allocates the list of modules. A heartbeat formats the name of a timer of the profiler, and makes a
+// virtual call inside that timer.
 // Failure: InitializeAllModules returns false. Modules that were initialised before the failure stay so, until the
 // caller calls ShutdownAllModules.
 //

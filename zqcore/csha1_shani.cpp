@@ -88,14 +88,12 @@ namespace
 
 Sha1Kernel_t Sha1FindKernel()
 {
-    constexpr unsigned SSE41 = 1u << 19;   // leaf 1, ecx
-    constexpr unsigned SHA = 1u << 29;     // leaf 7, ebx
     unsigned dwA = 0, dwB = 0, dwC = 0, dwD = 0;
-    if (__get_cpuid(1, &dwA, &dwB, &dwC, &dwD) == 0 || (dwC & SSE41) == 0)
+    if (__get_cpuid(1, &dwA, &dwB, &dwC, &dwD) == 0 || (dwC & bit_SSE4_1) == 0)
     {
         return nullptr;
     }
-    return __get_cpuid_count(7, 0, &dwA, &dwB, &dwC, &dwD) != 0 && (dwB & SHA) != 0 ? Sha1HashShani : nullptr;
+    return __get_cpuid_count(7, 0, &dwA, &dwB, &dwC, &dwD) != 0 && (dwB & bit_SHA) != 0 ? Sha1HashShani : nullptr;
 }
 
 #else

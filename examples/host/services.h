@@ -34,7 +34,7 @@ public:
     static constexpr int MAX_SERVICES = 16;
 
     /// Registers a module. Requires that its prerequisites were added before: otherwise the times of starts are wrong.
-    /// Asserts that fewer than MAX_SERVICES were added.
+    /// Asserts that fewer than MAX_SERVICES were added, and does nothing otherwise.
     void Add(Module_c * pModule);
 
     /// Initialises all modules. Returns false if one did not start.

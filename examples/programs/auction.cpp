@@ -150,6 +150,7 @@ int main(int nArguments, char ** dArguments)
 {
     if (nArguments != 4)
     {
+        std::fprintf(stderr, "auction: MEDIA SAVE STATS\n");
         return 2;
     }
     SetPQXMediaPath(std::filesystem::absolute(dArguments[1]).c_str());

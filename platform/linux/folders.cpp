@@ -71,6 +71,7 @@ namespace plat
             switch (Raw.d_type)
             {
             case DT_REG:
+                Entry.bFile = true;
                 return ReadFactsAt(iFolder, Raw.d_name, AT_SYMLINK_NOFOLLOW, Entry.Facts) || FailFacts(Entry);
 
             case DT_DIR:

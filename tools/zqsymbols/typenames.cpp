@@ -60,12 +60,36 @@ namespace zqsymbols
             return sText;
         }
 
+        // Returns the tag of what a DIE's type attribute names, without const and the like before it.
+        int TagOfTarget(Dwarf_Die Die)
+        {
+            int iTag = DW_TAG_invalid;
+            for (int i = 0; i < MAX_DEPTH && Follow(&Die, &Die); ++i)
+            {
+                iTag = dwarf_tag(&Die);
+                if (iTag != DW_TAG_const_type && iTag != DW_TAG_volatile_type && iTag != DW_TAG_restrict_type
+                    && iTag != DW_TAG_atomic_type)
+                {
+                    break;
+                }
+            }
+            return iTag;
+        }
+
+        // Returns the declaration of a type with a qualifier. g++ describes functions with attributes as const or
+        // volatile, which is left out.
+        std::string DeclareQualified(
+            Types_c & Types, Dwarf_Die Type, char const * szQualifier, std::string const & sInner, int nDepth)
+        {
+            bool const bFunction = TagOfTarget(Type) == DW_TAG_subroutine_type;
+            return DeclareTarget(Types, Type, bFunction ? sInner : Joined(szQualifier, sInner), nDepth);
+        }
+
         // Returns the declaration of a pointer or a reference. A mark before a function or an array is in brackets.
         std::string DeclarePointer(
             Types_c & Types, Dwarf_Die Pointer, std::string const & sMark, std::string const & sInner, int nDepth)
         {
-            Dwarf_Die Target;
-            int const iTag = Follow(&Pointer, &Target) ? dwarf_tag(&Target) : DW_TAG_invalid;
+            int const iTag = TagOfTarget(Pointer);
             std::string const sMarked = Joined(sMark, sInner);
             bool const bBrackets = iTag == DW_TAG_subroutine_type || iTag == DW_TAG_array_type;
             return DeclareTarget(Types, Pointer, bBrackets ? "(" + sMarked + ")" : sMarked, nDepth);
@@ -88,7 +112,7 @@ namespace zqsymbols
         {
             if (nDepth <= 0)
             {
-                return "?";
+                return Joined("?", sInner);
             }
             switch (dwarf_tag(&Type))
             {
@@ -101,9 +125,9 @@ namespace zqsymbols
             case DW_TAG_ptr_to_member_type:
                 return DeclareMemberPointer(Types, Type, sInner, nDepth);
             case DW_TAG_const_type:
-                return DeclareTarget(Types, Type, Joined("const", sInner), nDepth);
+                return DeclareQualified(Types, Type, "const", sInner, nDepth);
             case DW_TAG_volatile_type:
-                return DeclareTarget(Types, Type, Joined("volatile", sInner), nDepth);
+                return DeclareQualified(Types, Type, "volatile", sInner, nDepth);
             case DW_TAG_restrict_type:
             case DW_TAG_atomic_type:
                 return DeclareTarget(Types, Type, sInner, nDepth);

@@ -268,10 +268,11 @@ namespace
         unsigned dTime[6] = {};
         std::string_view const sFile = FileNameOf(sName);
         std::string const sText(sFile.substr(sFile.starts_with(REPORT_START) ? REPORT_START.size() : sFile.size()));
-        int const nFields = std::sscanf(sText.c_str(), "%2u.%2u.%4u__%2u_%2u_%2u", &dTime[0], &dTime[1], &dTime[2],
-            &dTime[3], &dTime[4], &dTime[5]);
-        bool const bSigned = sText.find_first_of("+- ") < sText.rfind('_');   // which a number may begin with
-        if (nFields != std::ssize(dTime) || bSigned)
+        int nRead = 0;
+        int const nFields = std::sscanf(sText.c_str(), "%2u.%2u.%4u__%2u_%2u_%2u%n", &dTime[0], &dTime[1], &dTime[2],
+            &dTime[3], &dTime[4], &dTime[5], &nRead);
+        std::string_view const sRead = std::string_view(sText).substr(0, static_cast<std::size_t>(nRead));
+        if (nFields != std::ssize(dTime) || sRead.find_first_not_of("0123456789._") != sRead.npos)
         {
             return "";
         }
