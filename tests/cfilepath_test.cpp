@@ -83,8 +83,8 @@ TEST_F(FilePathTest, SkipsWhatIsExcludedInAnyCase)
     FileAlwaysExcludeFile("Message.log");
     ASSERT_TRUE(Scan());
     EXPECT_EQ(Keys(), "c.txt");
-    g_ExcludedFolders.Reset();
-    g_ExcludedFiles.Reset();
+    g_sExcludedFolders.Reset();
+    g_sExcludedFiles.Reset();
     ASSERT_TRUE(Scan());
     EXPECT_EQ(Keys(), "a.txt b.txt c.txt message.log");
 }
@@ -111,7 +111,7 @@ TEST_F(FilePathTest, EntersTheCurrentConfigurationsFolderOnly)
         EXPECT_EQ(Keys(), szKeys) << szConfig;
         EXPECT_EQ(m_Log.GetText(), sLog) << szConfig;
     }
-    g_ExcludedFolders.Reset();
+    g_sExcludedFolders.Reset();
 }
 
 // A link whose target is missing is skipped, so an entry whose name differs from it in case only is found.

@@ -121,7 +121,7 @@ TEST_F(HeaderExamples, LevelsAreReadAndScanned)
 #include "examples/cfilepath_1.inl"
     EXPECT_EQ(m_Log.Count("1 levels"), 1);
     EXPECT_EQ(Keys(), "levels.csv one.lvl");
-    g_ExcludedFolders.Reset();
+    g_sExcludedFolders.Reset();
 }
 
 TEST_F(HeaderExamples, ACacheIsWrittenAndLoaded)

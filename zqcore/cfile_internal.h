@@ -197,8 +197,8 @@ bool FileAsyncIsStopping();
 /// Releases the locks of all known files in a forked child, which lacks the threads that held them.
 void FileRenewLocks();
 
-extern FileExcludes_c g_ExcludedFolders;
-extern FileExcludes_c g_ExcludedFiles;
+extern FileExcludes_c g_sExcludedFolders;
+extern FileExcludes_c g_sExcludedFiles;
 
 extern String_T<256> g_sMediaPath;       // media root as the application set it; empty: to be discovered
 extern String_T<256> g_sCurrentConfig;   // the folder below `_configdependeddata` that a scan enters

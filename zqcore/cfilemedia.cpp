@@ -340,8 +340,8 @@ void ModuleFile_c::Shutdown()
         SaveCache(m_sCacheFile);
     }
     FileReset();
-    g_ExcludedFolders.Reset();
-    g_ExcludedFiles.Reset();
+    g_sExcludedFolders.Reset();
+    g_sExcludedFiles.Reset();
     FileTrackShutdown();
     FileStayerResetMask();
     g_FileOpenCallbacker.Reset();

@@ -6,8 +6,8 @@
 
 #include <algorithm>
 
-FileExcludes_c g_ExcludedFolders;
-FileExcludes_c g_ExcludedFiles;
+FileExcludes_c g_sExcludedFolders;
+FileExcludes_c g_sExcludedFiles;
 
 void FileExcludes_c::Add(char const * szName)
 {
@@ -49,10 +49,10 @@ void FileExcludes_c::Reset()
 
 void FileAlwaysExcludeFolder(char const * sName)
 {
-    g_ExcludedFolders.Add(sName);
+    g_sExcludedFolders.Add(sName);
 }
 
 void FileAlwaysExcludeFile(char const * sName)
 {
-    g_ExcludedFiles.Add(sName);
+    g_sExcludedFiles.Add(sName);
 }

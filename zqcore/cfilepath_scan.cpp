@@ -176,8 +176,8 @@ namespace
     // for one that the scan skips, if it is a file and if it is a folder.
     ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry, bool bRecursive)
     {
-        bool const bSkippedAsFile = g_ExcludedFiles.Has(Entry.szName) || FileReplacement_c::IsBeside(Entry.szName);
-        bool const bSkippedAsFolder = Entry.bFile || !bRecursive || g_ExcludedFolders.Has(Entry.szName);
+        bool const bSkippedAsFile = g_sExcludedFiles.Has(Entry.szName) || FileReplacement_c::IsBeside(Entry.szName);
+        bool const bSkippedAsFolder = Entry.bFile || !bRecursive || g_sExcludedFolders.Has(Entry.szName);
         if (!bSkippedAsFile || !bSkippedAsFolder)
         {
             Skip(FileSkip_e::Unknown, sFolder, Entry.szName);
@@ -202,7 +202,7 @@ namespace
         {
             AddFile(Folder, Entry);   // a duplicate if Reached is in the table already
         }
-        else if (!g_ExcludedFiles.Has(Entry.szName) && CanEnter(Folder.sPath, Entry))
+        else if (!g_sExcludedFiles.Has(Entry.szName) && CanEnter(Folder.sPath, Entry))
         {
             LogHidden(Folder.sPath, Entry, Reached);
         }
@@ -262,7 +262,7 @@ namespace
             LogEscaped("filesystem: skipping \"%s\"", static_cast<char const *>(sSub));
             return FileReportSkip(FileSkip_e::Configuration, Folder.sPath, Entry.szName);
         }
-        bool const bExcluded = g_ExcludedFolders.Has(Entry.szName);
+        bool const bExcluded = g_sExcludedFolders.Has(Entry.szName);
         if (bExcluded || FileSplitExcludes(sSub))
         {
             return FileReportSkip(bExcluded ? FileSkip_e::Excluded : FileSkip_e::Split, Folder.sPath, Entry.szName);
@@ -354,7 +354,7 @@ namespace
 
     void FolderScan_c::AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry)
     {
-        bool const bExcluded = g_ExcludedFiles.Has(Entry.szName);
+        bool const bExcluded = g_sExcludedFiles.Has(Entry.szName);
         if (bExcluded || FileReplacement_c::IsBeside(Entry.szName)) [[unlikely]]
         {
             return FileReportSkip(

@@ -129,8 +129,8 @@ namespace
             App.parse(nArguments, dArguments);
             int const iStatus = fnRun();
             FileReset();   // frees what a scan has added to the table of files
-            g_ExcludedFolders.Reset();
-            g_ExcludedFiles.Reset();
+            g_sExcludedFolders.Reset();
+            g_sExcludedFiles.Reset();
             return CheckOutput(iStatus);
         }
         catch (CLI::Success const & Wanted)   // --help and --version
