@@ -48,7 +48,7 @@ namespace
         int iHealth = 100;
         double fSpeed = 1.5;
         String_T<128> sName{ "Ogre" };
-        __m128 vPlace = _mm_setr_ps(1, 2, 3, 9);
+        __m128 Place = _mm_setr_ps(1, 2, 3, 9);
         float fRest = 0.25f;
         bool bEmpty = false;   // whether the empty chunk was seen as one
 
@@ -59,7 +59,7 @@ namespace
             if (Archive.ChunkBegin("Looks"))
             {
                 Archive.SerializeString(sName);
-                Archive.SerializeVector3(vPlace);
+                Archive.SerializeVector3(Place);
             }
             Archive.ChunkEnd("Looks");
             bEmpty = !Archive.ChunkBegin("Empty");
@@ -102,7 +102,7 @@ TEST(Serialize, WritesAndReadsTheExampleOfTheFormatsPage)
     EXPECT_TRUE(Loaded(SavedExample(), VERSION, [&](Archive_t & Archive) { Read.Serialize(Archive); }));
     EXPECT_EQ(std::tuple(Read.iHealth, Read.fSpeed, std::string(Read.sName), Read.fRest, Read.bEmpty),
         std::tuple(100, 1.5, std::string("Ogre"), 0.25f, true));
-    EXPECT_EQ(_mm_movemask_ps(_mm_cmpeq_ps(Read.vPlace, _mm_setr_ps(1, 2, 3, 5))), 15);
+    EXPECT_EQ(_mm_movemask_ps(_mm_cmpeq_ps(Read.Place, _mm_setr_ps(1, 2, 3, 5))), 15);
 }
 
 TEST(Serialize, StoresAndLoadsWhatTheExampleLacks)
@@ -403,8 +403,9 @@ TEST(Serialize, AReplacedFileIsTheOldOneOrWholeAtAnyMoment)
             Archive.Serialize(nValue);
             EXPECT_EQ(Folder.Read("one.sav"), "old");
             EXPECT_EQ(CountBeside(), nBeside) << sName << ": one for each replacement here";
-            bool const bWhole = eWay == STILL_OPEN || (Archive.Close() && !Archive.IsFailed());
-            EXPECT_EQ(eWay != LEFT && bWhole && Replacement.Commit(), bReplaced) << sName;
+            bool const bClosed = eWay == STILL_OPEN || Archive.Close(), bFailed = Archive.IsFailed();
+            bool const bCommitted = eWay != LEFT && bClosed && !bFailed && Replacement.Commit();
+            EXPECT_EQ(bCommitted, bReplaced) << sName << ": closed " << bClosed << ", failed " << bFailed;
             if (bReplaced)
             {
                 EXPECT_FALSE(Replacement.Commit()) << "a second time";

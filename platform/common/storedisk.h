@@ -4,6 +4,7 @@
 // have at most FILE_NAME_LIMIT bytes. An entry is opened only if it is of the expected kind. Opening a symbolic link,
 // a pipe or a device fails at once.
 //
+// Ownership: the caller closes each handle that a function returns. StoreScope_c does so at the end of its scope.
 // Failure: a function that fails leaves the reason in errno. ENOENT means that the entry does not exist.
 #pragma once
 
