@@ -59,8 +59,8 @@ namespace
     // Adds marks to the ship's profit and to its house's purse.
     void Earn(Ship_s & Ship, long long iMarks)
     {
-        Ship.iProfit = std::clamp(Ship.iProfit + iMarks, -MAX_MARKS, MAX_MARKS);
-        Ship.pHouse->iPurse = std::clamp(Ship.pHouse->iPurse + iMarks, -MAX_MARKS, MAX_MARKS);
+        AddMarks(Ship.iProfit, iMarks);
+        AddMarks(Ship.pHouse->iPurse, iMarks);
     }
 
     // Pays the harbour's dues and sells the cargo.

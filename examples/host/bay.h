@@ -12,6 +12,7 @@
 #include "zqcore/carray.h"
 #include "zqcore/cstring.h"
 
+#include <algorithm>
 #include <cstdint>
 
 class Serializeable_c;
@@ -136,6 +137,12 @@ struct Bay_s
     std::uint32_t dwGame = 0;        // distinguishes games, from the end of the first day on
     int nHours = 0;                  // hours that have passed
 };
+
+/// Adds marks to a purse or a profit, up to MAX_MARKS and down to -MAX_MARKS.
+inline void AddMarks(long long & iMarks, long long iMore)
+{
+    iMarks = std::clamp(iMarks + iMore, -MAX_MARKS, MAX_MARKS);
+}
 
 /// Returns the first item with that ident, compared without regard to case, or null.
 template <typename T>

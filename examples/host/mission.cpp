@@ -75,7 +75,7 @@ void MissionCheck(Bay_s & Bay)
         if (Goal.pGood->nTraded >= Goal.nCrates)
         {
             Goal.eState = GOAL_MET;
-            g_House.iPurse = std::min(g_House.iPurse + Goal.iPay, MAX_MARKS);
+            AddMarks(g_House.iPurse, Goal.iPay);
             Logf(HARBOUR_LOG, "day %3i  the house pays %i marks for %i crates of %s", Bay.nHours / HOURS, Goal.iPay,
                 Goal.nCrates, TextForLog(Goal.pGood->sName));
         }

@@ -340,8 +340,7 @@ namespace plat
             StoreScope_c Parent, Key;
             std::string sFile;      // of the key, in its parent's folder
             std::string sListed;    // the key's name if the parent is the open key, else empty
-            bool bItself = false;   // whether the key is the open key
-            bool bBelow = false;    // whether the parent is the open key, and sListed is empty all the same
+            bool bItself = false;   // whether the key is the open key, or lies in a tree that is deleted with it
         };
 
         // Finds a key by its path from an open key. An empty path leads to the open key itself. A path that consists of
@@ -383,7 +382,7 @@ namespace plat
                 return false;
             }
             CountKeyChange();
-            if (!Victim.bBelow)   // else the next use reads the listing again
+            if (!Victim.bItself)   // else the next use reads the listing again
             {
                 hKey->Listing.CountChange();
             }
@@ -418,6 +417,7 @@ namespace plat
             std::vector<Level_s> dLevels;
             Victim_s Now;   // the present key; its parent is open only while it is deleted
             Now.Key.Reset(StoreReopen(Top.Key.Get()));
+            Now.bItself = Top.bItself;
             bool bGood = Now.Key.IsOpen() && PushLevel(dLevels, Top.sFile, Now.Key.Get());
             while (bGood && (dLevels.size() > 1 || !dLevels.back().dLeft.empty()))
             {
@@ -434,7 +434,6 @@ namespace plat
                 Now.sFile = std::move(Level.sFile);
                 dLevels.pop_back();
                 Now.Parent.Reset(StoreOpenFolder(Now.Key.Get(), ".."));
-                Now.bBelow = Top.bItself && dLevels.size() == 1;
                 bGood = StoreIdentity(Now.Parent.Get()) == dLevels.back().Identity && DeleteFound(hKey, Now);
                 Now.Key.Reset(Now.Parent.Release());
             }

@@ -50,6 +50,13 @@ namespace plat
             return Entry.bFailed;
         }
 
+        // Does what FailFacts does, for an entry that its folder says to be a regular file.
+        ZQ_COLD bool FailFactsOfFile(FolderEntry_t & Entry)
+        {
+            Entry.bFile = true;
+            return FailFacts(Entry);
+        }
+
         // Reads the facts of a link's target, or of an entry whose kind the folder does not report. Returns whether the
         // entry belongs in the listing.
         ZQ_COLD bool ReadFactsOfLink(int iFolder, char const * szName, FolderEntry_t & Entry)
@@ -71,8 +78,7 @@ namespace plat
             switch (Raw.d_type)
             {
             case DT_REG:
-                Entry.bFile = true;
-                return ReadFactsAt(iFolder, Raw.d_name, AT_SYMLINK_NOFOLLOW, Entry.Facts) || FailFacts(Entry);
+                return ReadFactsAt(iFolder, Raw.d_name, AT_SYMLINK_NOFOLLOW, Entry.Facts) || FailFactsOfFile(Entry);
 
             case DT_DIR:
                 Entry.Facts.bFolder = true;
