@@ -235,6 +235,7 @@ TEST_F(CrashDetailsByHelper, ShowTheOtherThreadsThoseWithLocksFirst)
                                         + "thread [0-9]+ \"second\", waits for 0x[0-9A-F]+\n" + sFrames + "thread "));
     EXPECT_THAT(sThreads, ContainsRegex("\nthread [0-9]+ \"idle\"\n" + sFrames));
     EXPECT_THAT(sThreads, HasSubstr("plat::Lock_c::Enter"));
+    EXPECT_THAT(sThreads, testing::Not(HasSubstr("\"iou-wrk")));   // the kernel's writer of the stats file
     EXPECT_THAT(
         sThreads, ContainsRegex("\n#63 [^\n]+\n(    at [^\n]+\n)?\\.\\.\\. 192 or more frames left out \\.\\.\\.\n\n"));
     EXPECT_EQ(Section(RunAlone("read beside untraced", ZQSYMBOLS_PATH).sDetails, "Threads"),

@@ -248,6 +248,8 @@ TEST(FaultDecode, AnExceptionIsDescribedByItsTypeAndItsMessage)
     std::string const sHead = "Uncaught C++ exception ";
     EXPECT_EQ(Describe(5), sHead + "int");
     EXPECT_EQ(Describe(static_cast<char const *>("what\nit says")), sHead + "char const*: what\\nit says");
+    EXPECT_EQ(Describe(static_cast<char const *>(nullptr)), sHead + "char const*");
+    EXPECT_EQ(Describe(std::string("lost\n")), sHead + "std::string: lost\\n");
     EXPECT_EQ(Describe(static_cast<unsigned char const *>(nullptr)), sHead + "unsigned char const*");
     EXPECT_EQ(Describe(static_cast<char * const *>(nullptr)), sHead + "char* const*");
     EXPECT_EQ(Describe(std::runtime_error("\x1B[31m")), sHead + "std::runtime_error: \\x1B[31m");

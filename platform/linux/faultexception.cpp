@@ -1,12 +1,13 @@
 // Describes an uncaught exception. Names of types are encoded by the Itanium C++ ABI, section 5.1. The runtime's own
 // decoder allocates memory, so the usual forms are decoded here: classes, in namespaces or not, builtin types, pointers
-// and const. Other names print as they are encoded.
+// and const. std::string has its usual name. Other names print as they are encoded.
 #include "platform/linux/faultdecode.h"
 #include "platform/text.h"
 
 #include <cstring>
 #include <cxxabi.h>
 #include <exception>
+#include <string>
 #include <string_view>
 #include <typeinfo>
 
@@ -134,10 +135,23 @@ namespace plat
         void AddTypeName(std::type_info const & Type, Text_s & Text)
         {
             std::size_t const nBefore = Text.nLength;
-            if (!AddType(Type.name(), Text))
+            if (Type == typeid(std::string))
+            {
+                Text.Add("std::string");
+            }
+            else if (!AddType(Type.name(), Text))
             {
                 Text.nLength = nBefore;
                 Text.Add(Type.name());
+            }
+        }
+
+        void AddMessage(char const * szMessage, Text_s & Text)
+        {
+            if (szMessage)
+            {
+                Text.Add(": ");
+                Text.AddEscaped(szMessage);
             }
         }
     }
@@ -154,13 +168,15 @@ namespace plat
         }
         catch (std::exception const & Thrown)
         {
-            Text.Add(": ");
-            Text.AddEscaped(Thrown.what());
+            AddMessage(Thrown.what(), Text);
         }
         catch (char const * szThrown)
         {
-            Text.Add(": ");
-            Text.AddEscaped(szThrown);
+            AddMessage(szThrown, Text);
+        }
+        catch (std::string const & sThrown)
+        {
+            AddMessage(sThrown.c_str(), Text);
         }
         catch (...)
         {}

@@ -127,9 +127,10 @@ inline int Descend(int nFrames)
 }
 
 /// Starts a thread that does nothing, one that does nothing deep in its stack, and others that hold a lock or wait for
-/// one.
+/// one. Writes a stats file, so that the kernel starts a worker.
 inline void StartThreads()
 {
+    ProfilerInitSwapStats("stats.dat");
     StartBeside("idle", DoNothing);
     StartBeside("holder", [] { g_HostLock.Enter(); });
     StartBeside("owner", [] { g_pUnregistered->Enter(); });

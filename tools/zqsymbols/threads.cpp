@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <elf.h>
@@ -129,7 +130,21 @@ namespace zqsymbols
             return "/proc/" + std::to_string(getppid()) + "/task/";
         }
 
-        // Returns the identifiers of the parent's threads, in ascending order. Sets Error if some may be missing.
+        // Returns whether a thread is the kernel's, for asynchronous requests. Such a thread has no stack to walk.
+        bool IsKernelWorker(int iThread)
+        {
+            constexpr unsigned IO_WORKER = 0x10;   // PF_IO_WORKER of Linux, include/linux/sched.h
+            std::string sStat;
+            std::getline(std::ifstream(TaskFolder() + std::to_string(iThread) + "/stat"), sStat, '\0');
+            unsigned nFlags = 0;   // the ninth value, proc_pid_stat(5); the second one ends in the last ')'
+            std::size_t const iName = sStat.rfind(')');
+            return iName != std::string::npos
+                   && std::sscanf(sStat.c_str() + iName, ") %*c %*d %*d %*d %*d %*d %u", &nFlags) == 1
+                   && (nFlags & IO_WORKER) != 0;
+        }
+
+        // Returns the identifiers of the parent's threads, without those of the kernel, in ascending order. Sets Error
+        // if some may be missing.
         std::vector<int> ThreadsOfParent(std::error_code & Error)
         {
             std::vector<int> dThreads;
@@ -138,6 +153,7 @@ namespace zqsymbols
             {
                 dThreads.push_back(std::atoi(itTask->path().filename().c_str()));
             }
+            std::erase_if(dThreads, IsKernelWorker);
             std::sort(dThreads.begin(), dThreads.end());
             return dThreads;
         }
