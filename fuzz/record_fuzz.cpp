@@ -49,10 +49,13 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::ofstream(FuzzFolder() + "/given", std::ios::binary) << sRecord;
     plat::RecordBytes_t dBytes;
     plat::Record_t Record;
-    bool const bSound = sRecord.size() >= HEADER_SIZE && sRecord.starts_with("ZQRV")
-                        && WordAt(sRecord, CHECK_AT) == Checksum(sRecord)
-                        && std::uint64_t{ WordAt(sRecord, NAME_SIZE_AT) } + WordAt(sRecord, DATA_SIZE_AT)
-                               == sRecord.size() - HEADER_SIZE;
+    bool const bSound =
+        sRecord.size() >= HEADER_SIZE && sRecord.starts_with("ZQRV")
+        && (WordAt(sRecord, TYPE_AT) <= 1 || WordAt(sRecord, TYPE_AT) == 3 || WordAt(sRecord, TYPE_AT) == 4)
+        && WordAt(sRecord, NAME_SIZE_AT) <= 255 && WordAt(sRecord, DATA_SIZE_AT) <= 16 * 1024 * 1024
+        && WordAt(sRecord, CHECK_AT) == Checksum(sRecord)
+        && std::uint64_t{ WordAt(sRecord, NAME_SIZE_AT) } + WordAt(sRecord, DATA_SIZE_AT)
+               == sRecord.size() - HEADER_SIZE;
     Require(plat::LoadRecord(s_hFolder, "given", dBytes, Record) == bSound);
     if (bSound)
     {

@@ -38,9 +38,9 @@ namespace plat
     /// spelling. Returns false on failure, and without bReplace also if anything has the new name.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
-    /// Adds a second name to a file or a symbolic link. If the file system has no second names, or the file has too
-    /// many, makes a copy and synchronises it. Returns false on failure, for instance if anything has the name szTo. A
-    /// failed copy may leave a part.
+    /// Adds a second name to a file or a symbolic link. If the file system has no second names, the file has too many,
+    /// or the system protects it from them, makes a copy and synchronises it. Returns false on failure, for instance if
+    /// anything has the name szTo. A failed copy may leave a part.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 
     /// Returns whether anything has the name, including a link whose target is missing. Returns true too if the system
@@ -79,8 +79,8 @@ namespace plat
         /// Returns whether this object holds the lock.
         bool IsTaken() const { return m_hFile != nullptr; }
 
-        /// Returns whether the last Take that returned TAKEN found the file of a process that ended without Drop.
-        /// Returns false on a file system without locks.
+        /// Returns whether the last Take that returned TAKEN found a file, as a process that ended without Drop leaves
+        /// one. Returns false on a file system without locks.
         bool WasLeft() const { return m_bLeft; }
 
     private:

@@ -3,7 +3,7 @@
 // Paths are UTF-8. Both `\` and `/` separate names. A path whose letters differ from the disk's only in case leads to
 // the file with the disk's spelling. Three spellings are tried in this order:
 // 1. the path as it is.
-// 2. the spelling that a folder listing found.
+// 2. the spelling that folder listings and earlier searches found.
 // 3. the spelling found by reading the folders of the path.
 //
 // Threads: any thread may call any function.
@@ -62,9 +62,9 @@ namespace plat
         bool bLink = false;              // whether it is reached through a link; the facts are those of its target
         bool bAscii = false;             // whether all bytes of the name are ASCII
         bool bReachable = true;   // whether a path leads to it; if not (a `\` in the name), bLink and Facts are unset
-        bool bFailed = false;     // whether the system could not report what it is; Facts are unset then
+        bool bFailed = false;     // whether the system could not report what it is; Facts are not valid then
         bool bFile = false;       // if bFailed: whether its folder says that it is a regular file
-        FileFacts_t Facts;        // all facts of a regular file or of a link's target, otherwise only the kind
+        FileFacts_t Facts;        // all facts of a regular file or of a link's target, otherwise at least the kind
     };
 
     /// Identity of a file or folder: equal for all paths that lead to it.
@@ -185,7 +185,7 @@ namespace plat
 
     /// The entries of a folder, read at once. Their order is the same on every machine: by name folded to lower case
     /// (ASCII), then by the raw bytes. Entries that vanish during the read, and links whose target is missing, are left
-    /// out.
+    /// out, unless no path leads to them.
     class FolderListing_c
     {
     public:

@@ -33,9 +33,10 @@ namespace plat
     /// result. Without a hardware address it uses a random one, which is marked as such. Identifiers of all threads and
     /// live processes of the machine differ, if the system has a socket for each process. Any thread may call it.
     ///
-    /// A process holds its clock sequence for itself until it ends. It uses each tick of 100 nanoseconds only once with
-    /// a sequence. A child of a fork gets a sequence of its own. A process changes its sequence after the clock was set
-    /// back. Then an identifier may equal that of a process that has ended, which is very unlikely.
+    /// A process holds its last 8 clock sequences for itself until it ends. It uses each tick of 100 nanoseconds only
+    /// once with a sequence. A child of a fork gets a sequence of its own. A process changes its sequence after the
+    /// clock was set back. Then an identifier may equal that of a process that has ended, or has changed its sequence 8
+    /// times since, which is very unlikely.
     std::uint32_t GuidCreateSequential(Guid_t & Guid);
 
     /// Replaces the generator by a function of the host; null restores the default. Returns the previous function.

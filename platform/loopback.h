@@ -3,7 +3,8 @@
 // The server listens on the loopback address 127.0.0.1, which other machines can't reach. A slow client does not delay
 // the others. A connection carries one request and one answer.
 //
-// There are at most 16 connections. A further one replaces the oldest. Serve ends a connection in these cases:
+// There are at most 16 connections. A further one replaces the oldest. Serve counts whole seconds, so each time below
+// may be up to a second shorter. It ends a connection in these cases:
 // - the client has closed it, or the system reports an error.
 // - its request has LOOPBACK_MAX_REQUEST bytes and is not complete.
 // - its request is not complete after 10 seconds.

@@ -28,10 +28,10 @@ inline std::string BrowserDocument(TempFolder_c const & Folder, std::string cons
     std::string const & sScript = "", std::string const & sAfter = "", std::string const & sOptions = "")
 {
     std::string const sFile = Folder.Write("test.html", sPage + "<script>" + sScript + "</script>");
-    Result_t const Result = RunShell(
-        "timeout 60 " + FindBrowser()
-        + " --headless --no-sandbox --disable-gpu --window-size=1200,900 --user-data-dir=" + Folder.Join("profile")
-        + " --virtual-time-budget=3000 --dump-dom " + sOptions + " 'file://" + sFile + sAfter + "' 2>&1");
+    Result_t const Result = RunShell("timeout 60 " + FindBrowser()
+                                     + " --headless --no-sandbox --disable-gpu --window-size=1200,900 --user-data-dir='"
+                                     + Folder.Join("profile") + "' --virtual-time-budget=3000 --dump-dom " + sOptions
+                                     + " 'file://" + sFile + sAfter + "' 2>&1");
     EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;
     EXPECT_THAT(Result.sOutput, testing::HasSubstr("<html lang=\"en\" data-ready=\"1\""));
     return Result.sOutput;

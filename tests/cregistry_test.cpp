@@ -1,4 +1,5 @@
 #include "platform/checker.h"
+#include "platform/common/registryrecord.h"
 #include "zqcore/cregistry.h"
 
 #include "tests/archive_support.h"
@@ -407,6 +408,16 @@ TEST_F(RegistryTest, ReadsNoValueFromADamagedFile)
             m_Folder.Write(sFile, sBad);
             EXPECT_EQ(Read("Key", "Name"), "none") << "changed, or cut or grown to " << sBad.size() << " at " << iByte;
         }
+    }
+    std::string const sLong(plat::NAME_LIMIT + 1, 'n');
+    for (plat::Record_t const & Record : { plat::Record_t{ RegistryType_e{ 2 }, "Name", "value" },
+             plat::Record_t{ RegistryType_e{ 5 }, "Name", "value" },
+             plat::Record_t{ RegistryType_e::Text, sLong, "value" } })
+    {
+        plat::StoreHandle_t const hKey = plat::StoreOpenPath(m_Folder.Join("user/key").c_str());
+        ASSERT_TRUE(plat::StoreRecord(hKey, "=name", Record, true));
+        plat::StoreClose(hKey);
+        EXPECT_EQ(Read("Key", "Name"), "none") << static_cast<int>(Record.eType) << ' ' << Record.sName;
     }
     fs::remove(m_Folder.Join(sFile));
     MakePipe(m_Folder.Join(sFile));

@@ -3,6 +3,7 @@
 // A kernel may grant what an emulated machine does not do. So a macro NEEDS_ tries it and may skip the test.
 #pragma once
 
+#include "platform/checker.h"
 #include "platform/memory.h"
 #include "tests/test_support.h"
 
@@ -67,9 +68,10 @@ inline bool WatchesReportWrites()
 /// address checker has locks that a fork does not acquire, so the child waits for ever in some runs.
 inline bool ForksBesideThreads()
 {
-#ifdef __SANITIZE_ADDRESS__
-    return false;
-#endif
+    if (plat::ADDRESS_CHECKER)
+    {
+        return false;
+    }
     Gate_c const Done;
     std::thread Other([&Done] { Done.Wait(); });
     int const iChild = StartChild(
@@ -199,7 +201,7 @@ inline bool AreOpen(std::vector<int> const & dHandles)
     return std::ranges::all_of(dHandles, [](int i) { return fcntl(i, F_GETFD) >= 0; });
 }
 
-/// Returns whether the calling thread runs only while no other thread needs the processor.
+/// Returns whether the calling thread is in the idle class.
 inline bool IsIdleThread()
 {
     return sched_getscheduler(0) == SCHED_IDLE;
@@ -277,7 +279,7 @@ private:
     void (*m_fnPrevious)(int) = std::signal(SIGTRAP, [](int) { s_nTraps = s_nTraps + 1; });
 };
 
-/// Returns whether the processor counts an access to a word. The kernel may grant what the hypervisor ignores.
+/// Returns whether the processor counts a write to a word. The kernel may grant what the hypervisor ignores.
 inline bool CountsATouch()
 {
     static int volatile s_nTouched;

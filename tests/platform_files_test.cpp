@@ -11,12 +11,15 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -316,6 +319,9 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
     auto const Refused = [this](std::string const & sTree)
     { return !plat::TreeDelete(m_Folder.Join(sTree).c_str()) && errno == EACCES; };
     EXPECT_TRUE(RunAsNobody([&]() { return Refused("Keep"); }));
+    m_Folder.Write("Closed/file", "x");
+    fs::permissions(m_Folder.Join("Closed"), fs::perms::none);
+    EXPECT_TRUE(RunAsNobody([&]() { return Refused("Closed"); }));
     for (char cClosed = '0'; cClosed < '8'; ++cClosed)   // one of these is the first that the system lists
     {
         for (char cFolder = '0'; cFolder < '8'; ++cFolder)
@@ -370,6 +376,26 @@ TEST_F(PlatformFiles, ALogThatCantBeBegunAnewGoesOnInItsFile)
     EXPECT_EQ(plat::StreamLimitLog(pStream, sLog.c_str(), 3, 1), 0u);
     close(fileno(pStream));
     EXPECT_EQ(plat::StreamLimitLog(pStream, sLog.c_str(), 3, 1), 0u) << "the system can't say";
+    std::fclose(pStream);
+}
+
+TEST_F(PlatformFiles, ANewLogIsSharedAfterAnotherProcessHasOpenedIt)
+{
+    std::string const sLog = m_Folder.Join("log");
+    std::FILE * const pStream = plat::StreamOpenLog(sLog.c_str());
+    fs::rename(sLog, sLog + ".1");
+    int const iOther = open(sLog.c_str(), O_RDWR | O_CREAT, 0600);
+    ASSERT_EQ(flock(iOther, LOCK_EX), 0);   // as the other process does while it empties the file
+    std::thread Opener(
+        [iOther]
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            flock(iOther, LOCK_UN);
+        });
+    EXPECT_EQ(plat::StreamLimitLog(pStream, sLog.c_str(), 3, 1), 0u);
+    Opener.join();
+    EXPECT_NE(flock(iOther, LOCK_EX | LOCK_NB), 0) << "the log may be emptied";
+    close(iOther);
     std::fclose(pStream);
 }
 

@@ -42,7 +42,6 @@ namespace
     File_c * g_pShared;
     float g_fNoise;
 
-    // Writes a line by LogfArg.
     void LogByArg(char const * szFile, char const * fmt, ...)
     {
         std::va_list args;

@@ -424,6 +424,26 @@ TEST_F(ZqtoolCrash, ReadsTheStartOfAHugeFile)
     EXPECT_THAT(RunTool("crash " + sReport).sOutput, HasSubstr(sReport + ": more than 16 MiB; the rest is not read\n"));
 }
 
+TEST_F(ZqtoolCrash, FindsAllFilesInWhateverOrderTheyAreNamed)
+{
+    std::string const sReport = std::string(HEAD) + STACK, sFolder = m_Folder.MakeFolder("named");
+    m_Folder.Write("named/x.rpt", sReport);
+    m_Folder.Write("named/x_details.txt", DETAILS);   // no report's name, so the folder alone does not count it
+    EXPECT_THAT(RunTool("crash " + sFolder).sOutput, testing::StartsWith("access violation in "));
+    EXPECT_THAT(
+        RunTool("crash " + sFolder + "/x.rpt " + sFolder).sOutput, testing::StartsWith("write to address 0x10"));
+    EXPECT_THAT(
+        RunTool("crash " + sFolder + " " + sFolder + "/x.rpt").sOutput, testing::StartsWith("write to address 0x10"));
+    m_Folder.Write("named/x", Replaced(sReport, "C0000005 ACCESS", "C0000006 IN_PAGE"));
+    for (char const * const szFiles : { "/x", "/x.rpt" })
+    {
+        std::string const sOther = szFiles == std::string("/x") ? "/x.rpt" : "/x";
+        EXPECT_THAT(RunTool("crash " + sFolder + szFiles + " " + sFolder + sOther).sOutput,
+            AllOf(HasSubstr("C0000006"), HasSubstr("C0000005")))
+            << szFiles;
+    }
+}
+
 TEST_F(ZqtoolCrash, ContinuedReportsAreSeveralCrashes)
 {
     std::string const sSecond = Replaced(std::string(HEAD) + STACK, "C0000005 ACCESS", "C0000006 IN_PAGE");

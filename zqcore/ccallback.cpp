@@ -34,7 +34,7 @@ namespace
 
     // Calls fnCall with a bit and each list that the lock guards.
     template <typename CALL>
-    void ForEachList(CALL fnCall)
+    void VisitLists(CALL fnCall)
     {
         fnCall(1u, g_WarningsCallbacker);
         fnCall(2u, g_ExecutionCallbacker);
@@ -46,7 +46,7 @@ namespace
     std::uint32_t FiringLists()
     {
         std::uint32_t dwLists = 0;
-        ForEachList([&dwLists](std::uint32_t dwList, auto & List) { dwLists |= List.IsFiring() ? dwList : 0; });
+        VisitLists([&dwLists](std::uint32_t dwList, auto & List) { dwLists |= List.IsFiring() ? dwList : 0; });
         return dwLists;
     }
 
@@ -117,7 +117,7 @@ void FiringMark_c::EndLater() const
     t_nNoWaits = m_nNoWaits;
     if (t_nFirings > m_nFirings)
     {
-        ForEachList(
+        VisitLists(
             [this](std::uint32_t dwList, auto & List)
             {
                 if ((m_dwLists & dwList) == 0)

@@ -194,7 +194,7 @@ void FileAsyncStop();
 /// Returns whether the worker must cancel its read.
 bool FileAsyncIsStopping();
 
-/// Releases the locks of all known files in a forked child, which lacks the threads that held them.
+/// Releases the locks of known files that belong to threads which the fork did not copy. A forked child calls it.
 void FileRenewLocks();
 
 extern FileExcludes_c g_sExcludedFolders;

@@ -15,7 +15,7 @@
 #include <climits>
 #include <cstdarg>
 
-// The part of the queue that the worker uses.
+// Service of the requests, by the worker or without one.
 class FileRequests_c
 {
 public:
@@ -107,7 +107,7 @@ namespace
     // Calls a function with each file of the extension, in table order. Returns the number of these files.
     // Asserts that szExt is not null, and returns 0 if it is.
     template <typename CALL>
-    int ForEachOfType(char const * szExt, CALL fnCall)
+    int VisitOfType(char const * szExt, CALL fnCall)
     {
         ZQ_ASSERT(szExt);
         int nFiles = 0;
@@ -209,7 +209,7 @@ void FileStayerResetAll()
 void FilePrefetch(char const * szExt)
 {
     long long nBytes = 0;
-    int const nFiles = ForEachOfType(szExt,
+    int const nFiles = VisitOfType(szExt,
         [&nBytes](File_c & File)
         {
             FileOpen(&File);
@@ -220,7 +220,7 @@ void FilePrefetch(char const * szExt)
 
 void FileUnfetch(char const * szExt)
 {
-    int const nFiles = ForEachOfType(szExt, [](File_c & File) { FileClose(&File); });
+    int const nFiles = VisitOfType(szExt, [](File_c & File) { FileClose(&File); });
     Log("FileUnfetch: processed (%s) : %i files", szExt ? szExt : "", nFiles);
 }
 

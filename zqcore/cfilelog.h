@@ -1,9 +1,9 @@
 // cfilelog.h: development tools that show which files a program opens.
 //
 // The tracker lists the file handles that the library has open, except those of logs, reports of memory and crashes,
-// the registry, the clipboard, locks of saves and the lock test of cfiletrack.h. It complains when there are many and
-// when an open fails. The response logs list the paths that are opened on disk or in an archive (czip.h).
-// docs/formats.md describes them. The other functions report or copy what was loaded.
+// the registry, the clipboard, locks of saves, FileCloneLoadedMedia and the lock test of cfiletrack.h. It complains
+// when there are many and when an open fails. The response logs list the paths that are opened on disk or in an
+// archive (czip.h). docs/formats.md describes them. The other functions report or copy what was loaded.
 //
 // Ownership: all state is static. The library opens and closes the logs.
 // Threads: the tracker and the response logs may be used on any thread. Each has a lock of its own, and the tracker

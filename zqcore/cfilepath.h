@@ -17,7 +17,7 @@
 // - a folder that the scan has entered already, by a link or as the target of one.
 //
 // Without a log line it skips:
-// - links whose target is missing.
+// - links whose target is missing, unless their names hold a `\`.
 // - files of unfinished saves (FileReplacement_c::IsBeside).
 // - excluded names, and the folders of other games (FileSetSplit).
 // - files for which the table has no room, after the first one of the process, which is a Warning.
@@ -99,7 +99,7 @@ extern ZQ_API PathTable_t g_sPaths;
 /// - there is no such folder.
 /// - the system can't report it. FileScanIsWhole then returns false too.
 /// - its path has more than 255 characters.
-/// - a folder in lower case hides it.
+/// - a folder whose path differs in case only hides it.
 ///
 /// With bRelativeNames the key of a file is its path below the media root, so a file directly in the root has its bare
 /// name as the key. A file whose key exceeds 127 characters is then skipped with a log line. Files of a folder outside
@@ -115,10 +115,10 @@ ZQ_API bool FileScanIsWhole(char const * sPath);
 
 /// Event that fires, forced, for each entry that a scan or FileZipMount (czip.h) skips, and for each file that a scan
 /// enters but that can't be opened. Requires that no receiver changes the tables. These are not reported:
-/// - links whose target is missing.
+/// - links whose target is missing, unless their names hold a `\`.
 /// - excluded names and unfinished saves of which the system reports no facts, unless they may be of a kind for which
 ///   the name is not excluded.
-/// - excluded names of pipes, sockets and devices that no regular file hides.
+/// - excluded names that hold a `\`, and those of pipes, sockets and devices that no regular file hides.
 /// - excluded names of files that are hidden by a pipe, socket, device or folder whose name differs in case only.
 /// - folders below the path of a scan that is not recursive.
 extern ZQ_API Callbacker_T<FileSkip_t> g_FileSkipCallbacker;

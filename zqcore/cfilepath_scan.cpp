@@ -39,7 +39,7 @@ namespace
     // A folder of which a scan enters only the current configuration's subfolder.
     constexpr char const * CONFIG_MARKER = "media\\_configdependeddata\\";
 
-    // Folders whose entries a scan could not all read because the system failed.
+    // Folders of which scans could not see all (FileScanIsWhole).
     Array_T<String_T<256>, 64, 0> g_dMissed;
 
     // One call of FileAddSearchPath.

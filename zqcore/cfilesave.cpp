@@ -208,7 +208,7 @@ SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint
     }
     if (!Found.bChecksum)
     {
-        return Set(FileSave_c::DAMAGED, "it has no seal that fits");
+        return Set(FileSave_c::DAMAGED, Found.bMark ? "its contents do not match its seal" : "it has no seal");
     }
     if (!Found.bMark)
     {

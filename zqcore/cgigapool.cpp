@@ -307,7 +307,7 @@ bool GigaPoolStatic_c::FreeSlow(unsigned iElement, bool bArray)
 }
 
 template <typename CALL>
-void GigaPoolResizeable_c::ChunkMap_c::ForEachPage(Chunk_s const & Chunk, CALL fnCall)
+void GigaPoolResizeable_c::ChunkMap_c::VisitPages(Chunk_s const & Chunk, CALL fnCall)
 {
     GigaSlab_c const & Slab = Chunk.Slab;
     std::uintptr_t const iLast = PageMap_T<Entry_s>::PageOf(Slab.GetData() + Slab.GetDataBytes() - 1);
@@ -322,12 +322,12 @@ void GigaPoolResizeable_c::ChunkMap_c::Add(Chunk_s & Chunk)
     GigaSlab_c const & Slab = Chunk.Slab;
     Entry_s const Entry = { Slab.GetData(), Slab.GetReciprocal() != 0 ? Slab.GetDataBytes() : 0, Slab.GetReciprocal(),
         Slab.GetGroups(), Chunk.pOwner, &Chunk };
-    ForEachPage(Chunk, [&, this](std::uintptr_t iPage) { m_Pages.Add(iPage, Entry); });
+    VisitPages(Chunk, [&, this](std::uintptr_t iPage) { m_Pages.Add(iPage, Entry); });
 }
 
 void GigaPoolResizeable_c::ChunkMap_c::Remove(Chunk_s const & Chunk)
 {
-    ForEachPage(Chunk, [this](std::uintptr_t iPage) { m_Pages.Remove(iPage); });
+    VisitPages(Chunk, [this](std::uintptr_t iPage) { m_Pages.Remove(iPage); });
 }
 
 auto GigaPoolResizeable_c::ChunkMap_c::Find(void const * pPtr) const -> Chunk_s *

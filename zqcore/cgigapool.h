@@ -172,7 +172,7 @@ public:
 
         bool FreeSlow(void const * pPtr, bool bArray) const;
         template <typename CALL>
-        static void ForEachPage(Chunk_s const & Chunk, CALL fnCall);
+        static void VisitPages(Chunk_s const & Chunk, CALL fnCall);
 
         PageMap_T<Entry_s> m_Pages;
     };

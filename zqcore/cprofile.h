@@ -87,7 +87,7 @@ ZQ_API void ProfilerPush(std::uint32_t iTimer, char const * szName);
 
 /// Pushes the timer of a name, as a child of the root if bRoot is set. The identifier is the CRC-32 (ccrc.h) of the
 /// whole name, its top two bits replaced: bRoot, then 1. Asserts that the name is not null.
-ZQ_API void ProfilerPush(char const * szName, bool bRoot);
+ZQ_API void ProfilerPush(char const * szName, bool bRoot = false);
 
 /// Pop the timer that was pushed last. Assert that there is one besides the root. The first function also asserts that
 /// the timer has this identifier, but pops it in any case. If the clock seems to run backwards, it counts as wrapped at

@@ -40,7 +40,7 @@ bool Writeable_c::Open()
     return Serializeable_c::Open();
 }
 
-// A skip at the end has moved only the position. Close fills the skipped bytes with zeros, as in a buffered archive.
+// A skip at the end has moved only the position, so the file may be shorter than that of a buffered archive.
 bool Writeable_c::Close()
 {
     bool bWhole = true;

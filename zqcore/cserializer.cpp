@@ -449,8 +449,8 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
     return true;
 }
 
-// Loads a class name and returns its serializer. Returns null, with the archive failed, in these cases, of which all
-// but the first assert unless a check runs:
+// Loads a class name and returns its serializer. Returns null, with the archive failed, in these cases, of which the
+// last three assert unless a check runs:
 // - the name can't be read.
 // - no serializer has the name.
 // - the class is none of the expected ones.

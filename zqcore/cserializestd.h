@@ -8,17 +8,18 @@
 // - Sequences: std::vector, std::vector<bool>, std::deque and std::list. Their elements need a default constructor.
 // - Maps and sets: ordered and unordered ones. Keys and values need a default constructor. The keys of unordered ones
 //   need `<`: their entries are stored in the order of their keys, so that equal contents have equal bytes.
-// - Others: std::array, std::pair, std::tuple and std::optional.
+// - Others: std::array, std::pair, std::tuple and std::optional. The value of an optional needs a default constructor.
 //
 // Requires that an element of a sequence, a map or a set stores at least one byte.
 //
 // Ownership: a load replaces the contents of a container.
 // Threads: as cserialize.h.
 // Cost: a load allocates the contents. A save of an unordered container allocates up to two pointers for each entry.
-// Values that are contiguous are copied as one block.
-// Failure: a container that a damaged archive makes too large, or with a key twice, fails the archive. It allocates no
-// more than twice what the bytes in the archive can fill. A container among whose elements the archive fails has some
-// of them. A container whose number of elements fails keeps its contents, and so does each later one.
+// Contiguous values except `bool` are copied as one block.
+// Failure: a container that a damaged archive makes too large fails the archive, and so does a key twice in a container
+// of unique keys. A load allocates no more than twice what the bytes in the archive can fill, or 4096 values if the
+// archive does not know its length. A container among whose elements the archive fails has some of them. A container
+// whose number of elements fails keeps its contents, and so does each later one.
 //
 //     std::map<std::string, std::vector<int>> dScores{ { "ogre", { 30, 10 } } };
 //     BufferedWriteable_c Archive("scores.arc", 1);

@@ -79,7 +79,7 @@ namespace archives
 
     /// Calls fnStore for each entry, in the order of the keys.
     template <typename T, typename KEY_OF, typename STORE>
-    void ForEachInOrder(T & dItems, KEY_OF fnKeyOf, STORE fnStore)
+    void VisitInOrder(T & dItems, KEY_OF fnKeyOf, STORE fnStore)
     {
         if constexpr (requires { typename T::hasher; })
         {
@@ -206,7 +206,7 @@ void Serialize(Serializeable_c & Archive, T & dItems)
     }
     else if (!Archive.IsReading())
     {
-        archives::ForEachInOrder(
+        archives::VisitInOrder(
             dItems, [](auto const & Entry) -> auto const & { return Entry.first; },
             [&](auto const & Entry)
             {
@@ -232,7 +232,7 @@ requires(!ArchiveMap_T<T>) void Serialize(Serializeable_c & Archive, T & dItems)
     }
     else if (!Archive.IsReading())
     {
-        archives::ForEachInOrder(
+        archives::VisitInOrder(
             dItems, [](auto const & Key) -> auto const & { return Key; },
             [&](auto const & Key) { archives::Store(Archive, Key); });
     }

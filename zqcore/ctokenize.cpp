@@ -1,6 +1,7 @@
 #include "zqcore/ctokenize.h"
 
 #include <cstring>
+#include <string_view>
 
 namespace
 {
@@ -14,9 +15,7 @@ namespace
             std::size_t const nPiece = std::strcspn(szRest, szSeparators);
             if (nPiece > 0)
             {
-                String_T<256> sPiece(szRest);
-                sPiece.GetBuffer()[nPiece] = '\0';   // the text is a String_T<256>, so the piece fits
-                dOut.Add(sPiece);
+                dOut.Add(std::string_view(szRest, nPiece));
             }
             szRest += nPiece;
             szRest += *szRest != '\0';

@@ -34,7 +34,7 @@ namespace
         _exit(1);
     }
 
-    // Installs what reports the crash, then crashes in nested calls.
+    // Sets up what reports the crash, then crashes in nested calls.
     [[noreturn]] void Crash(char const * szBy)
     {
         if (std::strcmp(szBy, "ours") == 0)

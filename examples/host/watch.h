@@ -26,7 +26,7 @@ public:
     /// host was asked to end.
     static bool IsOver();
 
-    /// Returns whether the terminal of a watch was closed, so that nothing printed can be read.
+    /// Returns whether a watch has received SIGHUP, as when its terminal is closed.
     static bool IsHungUp();
 
     /// Returns why nothing is watched, with the remedy if there is one, or an empty text if the watch began.

@@ -22,9 +22,9 @@ public:
     /// Deletes the world and starts a new one from the media. If the media have none, the world is empty (GetWhyEmpty).
     void Begin();
 
-    /// Reads the numbers of the media's tables again while the game continues. New rows, deleted rows, changed
-    /// references and a changed purse have no effect until the next Begin. Tables that make no sense change nothing.
-    /// Does nothing in an empty world.
+    /// Reads the rules, and the names and numbers of the definitions (bay.h), again while the game continues. Changes
+    /// to the fleet, the purse or references, and new or deleted definitions, have no effect until the next Begin.
+    /// Tables that make no sense change nothing. Does nothing in an empty world.
     void RereadTables();
 
     /// Return whether the world is empty, and why the media have none: an empty text if they have one.

@@ -51,6 +51,20 @@ namespace plat
             return dBytes;
         }
 
+        // Returns whether a word of a file is an enumerator.
+        bool IsType(RegistryType_e eType)
+        {
+            switch (eType)
+            {
+            case RegistryType_e::Untyped:
+            case RegistryType_e::Text:
+            case RegistryType_e::Binary:
+            case RegistryType_e::Dword:
+                return true;
+            }
+            return false;
+        }
+
         // Unpacks a record, which points into the bytes. Returns false if they are damaged.
         bool UnpackRecord(RecordBytes_t const & dBytes, Record_t & Record)
         {
@@ -58,15 +72,17 @@ namespace plat
             {
                 return false;
             }
+            auto const eType = static_cast<RegistryType_e>(WordFromLittle(dBytes.data() + TYPE_AT));
             std::uint64_t const nName = WordFromLittle(dBytes.data() + NAME_SIZE_AT);
             std::uint64_t const nData = WordFromLittle(dBytes.data() + DATA_SIZE_AT);
-            if (nName + nData != dBytes.size() - HEADER_SIZE
+            if (!IsType(eType) || nName > NAME_LIMIT || nData > VALUE_LIMIT
+                || nName + nData != dBytes.size() - HEADER_SIZE
                 || WordFromLittle(dBytes.data() + CHECK_AT) != Checksum(dBytes))
             {
                 return false;
             }
             std::string_view const sBody(dBytes.data() + HEADER_SIZE, dBytes.size() - HEADER_SIZE);
-            Record.eType = static_cast<RegistryType_e>(WordFromLittle(dBytes.data() + TYPE_AT));
+            Record.eType = eType;
             Record.sName = sBody.substr(0, static_cast<std::size_t>(nName));
             Record.sData = sBody.substr(static_cast<std::size_t>(nName));
             return true;

@@ -15,7 +15,7 @@ namespace plat
         return bOpen ? FileIdentity_t{ Stat.st_dev, Stat.st_ino } : FileIdentity_t{};
     }
 
-    int AboveStandard(int iDescriptor)
+    int MoveAboveStandard(int iDescriptor)
     {
         if (iDescriptor < 0 || iDescriptor > STDERR_FILENO)
         {

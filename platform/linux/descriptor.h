@@ -86,7 +86,7 @@ namespace plat
     /// standard stream that is closed would go to the file. Returns the descriptor. Requires that fcntl has not locked
     /// the file: the close of the lower number ends such locks. Returns -1, with the file closed, if no number is left.
     /// Returns -1 for -1.
-    int AboveStandard(int iDescriptor);
+    int MoveAboveStandard(int iDescriptor);
 
     /// Reads up to nBytes and returns the number of bytes read. Fewer mean the end of the file or an error.
     inline std::size_t ReadFully(int iDescriptor, void * pBuffer, std::size_t nBytes)

@@ -52,14 +52,18 @@ namespace plat
             {
                 return false;
             }
+            int iOpenError = 0;
             {
                 Descriptor_c const Folder(openat(iFolder, szName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+                iOpenError = Folder.IsOpen() ? 0 : errno;
                 if (Folder.IsOpen() && !EmptyFolder(Folder.Get()))
                 {
                     return false;
                 }
             }
-            return unlinkat(iFolder, szName, AT_REMOVEDIR) == 0 || errno == ENOENT;
+            bool const bDeleted = unlinkat(iFolder, szName, AT_REMOVEDIR) == 0 || errno == ENOENT;
+            errno = iOpenError != 0 ? iOpenError : errno;   // why the folder still has contents
+            return bDeleted;
         }
 
         // Returns the flags of open for a mode of fopen, or -1 if it does not begin with r, w or a.
@@ -81,22 +85,29 @@ namespace plat
             }
         }
 
-        // Empties a file on which no other stream holds a shared lock, and acquires such a lock. All writers hold the
-        // lock, so this deletes no lines of another process. The lock is exclusive for a moment only. If a foreign
-        // program holds it exclusively, the file is used without the lock after at least a tenth of a second. On a file
-        // system without locks the file is emptied, and lines of other processes are lost.
-        void EmptyUnlessShared(int iFile)
+        // Acquires a shared lock on a log, so that no other process empties it. A process that empties it holds the
+        // lock exclusively for a moment. If a foreign program does so for longer, the file is used without the lock
+        // after at least a tenth of a second.
+        void AcquireShared(int iFile)
         {
             constexpr int TRIES = 1000;
             constexpr timespec PAUSE = { 0, 100'000 };
-            if (ClaimWriting(iFile))
-            {
-                [[maybe_unused]] int const iEmptied = ftruncate(iFile, 0);   // else the log is used as it is
-            }
             for (int i = 0; i < TRIES && flock(iFile, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK; ++i)
             {
                 nanosleep(&PAUSE, nullptr);
             }
+        }
+
+        // Empties a file on which no other stream holds a shared lock, and acquires such a lock. This deletes no lines
+        // of a process that holds the lock. On a file system without locks the file is emptied, and lines of other
+        // processes are lost.
+        void EmptyUnlessShared(int iFile)
+        {
+            if (ClaimWriting(iFile))
+            {
+                [[maybe_unused]] int const iEmptied = ftruncate(iFile, 0);   // else the log is used as it is
+            }
+            AcquireShared(iFile);
         }
 
         // Name of a previous file: the path with ".1" and so on. An iPrevious of 0 means the present file.
@@ -200,7 +211,7 @@ namespace plat
     {
         DiskPath_c Path(szPath);
         Descriptor_c File(Path.Try([](char const * szTry)
-            { return AboveStandard(open(szTry, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)); }));
+            { return MoveAboveStandard(open(szTry, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)); }));
         FileFacts_t Facts;
         if (!File.IsOpen() || !ReadFactsAt(File.Get(), "", AT_EMPTY_PATH, Facts))
         {
@@ -342,7 +353,7 @@ namespace plat
         {
             return nOwn;
         }
-        flock(New.Get(), LOCK_SH | LOCK_NB);   // so that no other process empties it
+        AcquireShared(New.Get());
         return dup3(New.Get(), iFile, O_CLOEXEC) >= 0 ? static_cast<std::uint64_t>(Fresh.st_size) : nOwn;
     }
 

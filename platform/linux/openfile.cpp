@@ -57,7 +57,7 @@ namespace plat
         {
             int const iOpenFlags = (iFlags & ~(O_CREAT | O_EXCL | O_TRUNC)) | UNTRUSTED;
             Descriptor_c File(
-                Path.Try([iOpenFlags](char const * szTry) { return AboveStandard(open(szTry, iOpenFlags)); }));
+                Path.Try([iOpenFlags](char const * szTry) { return MoveAboveStandard(open(szTry, iOpenFlags)); }));
             struct stat Stat;
             if (!File.IsOpen() || fstat(File.Get(), &Stat) != 0)
             {
@@ -78,7 +78,7 @@ namespace plat
         int MakeIn(int iFolder, char const * szName, int iFlags, mode_t iMode)
         {
             int const iLow = openat(iFolder, szName, iFlags, iMode);
-            int const iFile = AboveStandard(iLow);
+            int const iFile = MoveAboveStandard(iLow);
             if (iFile < 0 && iLow >= 0)
             {
                 int const iError = errno;

@@ -5,7 +5,7 @@
 // - An existing name is opened only if it is a regular file. It is never opened through a symbolic link as the last
 //   name, and never waited for.
 // - A new name is created exclusively, except the lock of a store (storedisk.h).
-// - The descriptor is not that of a standard stream, even if these are closed (AboveStandard).
+// - The descriptor is not that of a standard stream, even if these are closed (MoveAboveStandard).
 #pragma once
 
 #include "platform/files.h"

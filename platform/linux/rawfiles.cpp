@@ -82,13 +82,13 @@ namespace plat
         {
             constexpr int WRITE_ON = O_APPEND | O_DSYNC;
             Descriptor_c File(OpenWithReserve(
-                [szPath] { return AboveStandard(open(szPath, MAKE_NEW | WRITE_ON, PRIVATE_FILE_MODE)); }));
+                [szPath] { return MoveAboveStandard(open(szPath, MAKE_NEW | WRITE_ON, PRIVATE_FILE_MODE)); }));
             if (!File.IsOpen() && errno == EEXIST)
             {
                 struct stat Stat;
                 bool const bOwn = lstat(szPath, &Stat) == 0 && IsOwn(Stat);
                 auto const fnContinue = [szPath]
-                { return AboveStandard(open(szPath, O_WRONLY | WRITE_ON | UNTRUSTED)); };
+                { return MoveAboveStandard(open(szPath, O_WRONLY | WRITE_ON | UNTRUSTED)); };
                 File.Reset(bOwn ? OpenWithReserve(fnContinue) : -1);
                 bTaken = !File.IsOpen() || fstat(File.Get(), &Stat) != 0 || !IsOwn(Stat);
             }

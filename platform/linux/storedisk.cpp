@@ -211,7 +211,7 @@ namespace plat
     StoreHandle_t StoreOpenLock(StoreHandle_t hFolder, char const * szName)
     {
         Descriptor_c Lock(
-            AboveStandard(openat(NumberOf(hFolder), szName, O_RDWR | O_CREAT | UNTRUSTED, PRIVATE_FILE_MODE)));
+            MoveAboveStandard(openat(NumberOf(hFolder), szName, O_RDWR | O_CREAT | UNTRUSTED, PRIVATE_FILE_MODE)));
         struct flock Whole = {};
         Whole.l_type = F_WRLCK;
         Whole.l_whence = SEEK_SET;

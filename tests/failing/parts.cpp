@@ -5,7 +5,7 @@
 //     parts SERVICE FOLDER check-new     checks that the new data are complete
 //
 // Ends with status 0 on success, 1 after a line that says what is wrong, or 2 if the arguments are wrong. The service
-// "crash" ends in a fault instead.
+// "crash" ends in a fault for `new` instead.
 #include "platform/asyncwrite.h"
 #include "platform/clipboard.h"
 #include "platform/text.h"

@@ -402,6 +402,11 @@ namespace
                 {
                     throw RowError_c(sPlace + ": neither a row nor a group");
                 }
+                auto const HasName = [&sName](Source_t const & Source) { return Source.sName == sName; };
+                if (std::any_of(dSources.begin(), dSources.end(), HasName))
+                {
+                    throw RowError_c(sPlace + ": a second group '" + sName + "'");
+                }
                 dSources.push_back({ sName, {} });
                 continue;
             }
@@ -409,7 +414,13 @@ namespace
             {
                 throw RowError_c(sPlace + ": a row before the first group");
             }
-            std::string const sFormat = iBar + 2 <= sText.size() ? sText.substr(iBar + 2) : "";
+            std::size_t const iEnd =
+                sText.find_last_not_of(' ') + 1;   // a comment is cut off, the blanks before it not
+            if (iEnd > iBar + 1 && sText[iBar + 1] != ' ')
+            {
+                throw RowError_c(sPlace + ": no blank after the bar");
+            }
+            std::string const sFormat = iEnd > iBar + 2 ? sText.substr(iBar + 2, iEnd - iBar - 2) : "";
             dSources.back().dLines.push_back({ sPlace, sText.substr(0, iBar), sFormat });
         }
     }

@@ -28,7 +28,7 @@ namespace zqsymbols
         struct Step_t
         {
             Skip_e eSkip;
-            std::uint8_t nBytes;   // of the value; of its length for SKIP_BLOCK
+            std::uint8_t nBytes;   // of the values; of the length for SKIP_BLOCK
         };
 
         // Content of the abbreviation of a DIE.

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <iterator>
 #include <map>
-#include <set>
 
 namespace
 {
@@ -75,7 +74,7 @@ namespace
             {
                 Files.dDetails.push_back(sName);
             }
-            AddFiles(DetailsStem ? *DetailsStem : ReportStem.value_or(sName), Files);
+            AddFiles(DetailsStem ? *DetailsStem : ReportStem.value_or(sName + '\0'), Files);   // no stem holds a zero
         }
 
         std::vector<CrashFiles_t> Extract() { return std::move(m_dFound); }
@@ -161,17 +160,33 @@ namespace
             }
         }
 
+        static std::string NormalOf(std::string const & sName) { return fs::path(sName).lexically_normal().string(); }
+
+        // Adds the files of a stem, or to an earlier argument's files of that stem those that they lack.
         void AddFiles(std::string const & sStem, CrashFiles_t const & Files)
         {
-            if (m_dStems.insert(fs::path(sStem).lexically_normal().string()).second)
+            auto const [itStem, bNew] = m_dStems.try_emplace(NormalOf(sStem), m_dFound.size());
+            if (bNew)
             {
                 m_dFound.push_back(Files);
+                return;
             }
+            CrashFiles_t & Found = m_dFound[itStem->second];
+            Found.sReport = Found.sReport.empty() ? Files.sReport : Found.sReport;
+            for (std::string const & sDetails : Files.dDetails)
+            {
+                auto const IsSame = [&](std::string const & sOther) { return NormalOf(sOther) == NormalOf(sDetails); };
+                if (std::none_of(Found.dDetails.begin(), Found.dDetails.end(), IsSame))
+                {
+                    Found.dDetails.push_back(sDetails);
+                }
+            }
+            std::sort(Found.dDetails.begin(), Found.dDetails.end());
         }
 
         CrashFault_t const & m_fnFault;
         std::map<std::string, MoreDetails_t> m_dMore;   // by folder
-        std::set<std::string> m_dStems;
+        std::map<std::string, std::size_t> m_dStems;    // index in m_dFound by stem
         std::vector<CrashFiles_t> m_dFound;
     };
 

@@ -72,7 +72,7 @@ private:
 
     std::vector<StatsNode_t> m_dNodes;
     int m_nWholeFrames = 0;      // of whole batches; a single broken one counts as whole
-    std::vector<int> m_dTaken;   // first frame of the last batch that used a node
+    std::vector<int> m_dTaken;   // by node: first frame of the last batch that used it; 0 for the root
 
     // Indices of nodes by parent, identifier, and number among the nodes that share both.
     std::map<std::tuple<int, std::uint32_t, int>, int> m_dIndices;
