@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <spawn.h>
+#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,7 +14,7 @@ namespace
     double PrivateKilobytes(char const * szProgram)
     {
         double fTotal = 0;
-        if (std::FILE * const pOutput = ::popen(szProgram, "r"))
+        if (std::FILE * const pOutput = ::popen(("'" + std::string(szProgram) + "'").c_str(), "r"))
         {
             long nKilobytes;
             char szName[64];

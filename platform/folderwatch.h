@@ -79,8 +79,9 @@ namespace plat
         /// batch arrives.
         bool IsComplete();
 
-        /// Returns how many subfolders, at least, could not be watched since the last call, because the system has no
-        /// watches or no memory left. If it is not 0, FolderWatchReason has the reason. Returns 0 while closed.
+        /// Returns how many folders, and links to folders, were left unwatched since the last call, because the system
+        /// has no watches or no memory left. What is below them does not count. If the number is not 0,
+        /// FolderWatchReason has the reason. Returns 0 while closed.
         std::size_t ExtractUnwatched();
 
     private:

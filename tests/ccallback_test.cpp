@@ -95,7 +95,7 @@ TEST_F(Callbacks, AChangeEndsTheFiring)
 TEST_F(Callbacks, NestedFiringIsDroppedUnlessForced)
 {
     EXPECT_EQ(Fire(1, { OnEvent<'A'>, FireAgain }), "<>A1");
-    EXPECT_EQ(Fire(-1), "<<>A0>A-1");   // the forced one nests once more, unforced
+    EXPECT_EQ(Fire(-1), "<<>A0>A-1");   // the forced one drops an unforced one
     EXPECT_EQ(Fire(5, { ForceInFive }), "<>A6<<>A6>A5") << "after the forced one, the outer one drops nothing";
 }
 

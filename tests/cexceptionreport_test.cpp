@@ -8,6 +8,8 @@
 #include "zqcore/cstring.h"
 
 #include <ctime>
+#include <link.h>
+#include <span>
 
 int const * SharedPageData();   // modules/sharedpage.cpp
 
@@ -361,6 +363,21 @@ TEST(CrashReportSource, ReturnsOnlyLinesThatEndInCarriageReturnAndLineFeed)
 TEST(CrashReportModules, FindTheSectionOfAnAddress)
 {
     static char s_dData[2] = { 1, 1 };
+    static thread_local int volatile t_nInitialised = 1;   // so that the program has initial values of such data
+    std::uintptr_t nInitial = 0;
+    auto const FindInitial = [](dl_phdr_info * pModule, std::size_t, void * pAddress)
+    {
+        std::span const Segments(pModule->dlpi_phdr, pModule->dlpi_phnum);
+        for (auto const & Segment : Segments)
+        {
+            if (Segment.p_type == PT_TLS)
+            {
+                *static_cast<std::uintptr_t *>(pAddress) = pModule->dlpi_addr + Segment.p_vaddr;
+            }
+        }
+        return 1;   // the program comes first
+    };
+    dl_iterate_phdr(FindInitial, &nInitial);
     auto const Find = [](void const * pAddress)
     {
         plat::ModulePlace_t Place;
@@ -373,6 +390,9 @@ TEST(CrashReportModules, FindTheSectionOfAnAddress)
     EXPECT_EQ(std::tuple(bData, sData, bText, sText), std::tuple(true, sProgram, true, sProgram));
     EXPECT_LT(iText, iData);
     EXPECT_EQ(Find(s_dData + 1), std::tuple(true, sProgram, iData, nData + 1));
+    auto const [bInitial, sInitial, iInitial, nAtInitial] = Find(reinterpret_cast<void const *>(nInitial));
+    EXPECT_EQ(std::tuple(bInitial, sInitial, nAtInitial), std::tuple(t_nInitialised == 1, sProgram, 0u));
+    EXPECT_GT(iInitial, iText);
     EXPECT_FALSE(std::get<0>(Find(nullptr)));
     EXPECT_EQ(std::get<1>(Find(&bText)), "[stack]");
     EXPECT_EQ(std::get<3>(Find(SharedPageData() + 1)), sizeof(int));

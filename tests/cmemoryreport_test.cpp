@@ -12,7 +12,7 @@ namespace
     using testing::HasSubstr;
     using testing::Not;
 
-    constexpr std::size_t AROUND = 15 + 2 * sizeof(void *);   // bytes of an aligned block beyond those asked for
+    constexpr std::size_t AROUND = MEMORY_ALIGNMENT - 1 + 2 * sizeof(void *);   // bytes added to an aligned block
     char const * const SOURCE = __FILE__;
 
     // Returns the word of a client block of a category.

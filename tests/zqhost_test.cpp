@@ -76,13 +76,16 @@ TEST(ZqHost, FailsWhenItsMediaCannotBeReadOrItsOutputIsFull)
     EXPECT_EQ(RunHost("--help", TEST_MEDIA_FOLDER, "/dev/full").iStatus, 8);
     EXPECT_EQ(RunShell(TEST_EMULATOR ZQTOOL_PATH " stats " + sStats + " 2>&1 >/dev/full").iStatus, 1);
     std::filesystem::copy(TEST_MEDIA_FOLDER, Folder.Join("media"), std::filesystem::copy_options::recursive);
-    for (auto const & [szFile, iStatus, szSaid] : Rows_t<char const *, int, char const *>{
-             { "gamedata/pqx/mission.scr", 3, "mission.scr is empty" }, { "tables/goods.csv", 3, "goods.csv is empty" },
-             { "sheets/balance.csv", 3, "balance.csv is empty" }, { "props/settings.prp", 6, "did not start" } })
+    for (auto const & [szFile, szContents, iStatus, szSaid] : Rows_t<char const *, char const *, int, char const *>{
+             { "gamedata/pqx/mission.scr", "", 3, "mission.scr is empty" },
+             { "tables/goods.csv", "", 3, "goods.csv is empty" },
+             { "sheets/balance.csv", "", 3, "balance.csv is empty" },
+             { "props/settings.prp", "", 6, "did not start" },
+             { "props/settings.prp", "\xFF\xFEr", 6, "did not start" } })
     {
         std::string const sFile = std::string("media/") + szFile, sWhole = Folder.Read(sFile);
         EXPECT_FALSE(sWhole.empty());
-        Folder.Write(sFile, "");
+        Folder.Write(sFile, szContents);
         EXPECT_THAT(RunHost(sAll, Folder.Join("media")), Ends(iStatus, HasSubstr(szSaid)));
         Folder.Write(sFile, sWhole);
     }

@@ -94,6 +94,7 @@ TEST(ZqtoolCheck, OptionsChooseKindHeadAndSeparators)
     EXPECT_EQ(Checked("e.dat", "\xFF\xFE@\0"s, "--as table"), ": the text is UTF-16; only UTF-8 is read\n"
                                                               ": table: 1 complaint; the rest was not read\n");
     EXPECT_EQ(Checked("e.dat", "x 1\n", "--head 'size'"), ": table, 1 row, 2 columns: no complaint\n");
+    EXPECT_EQ(Checked("e.SCR", "{x} // \"\n", "--head 'size'"), ": script, 1 word: no complaint\n");
     EXPECT_EQ(Checked("f.csv", "a;b\n1;2,3\n", "--separators ';'"), ": spreadsheet, 1 row, 2 columns: no complaint\n");
 }
 

@@ -48,7 +48,7 @@ namespace
     constinit bool g_bAchtungs = true;
     constinit std::atomic<bool> g_bExitRequested = false;
 
-    // Location of the calling thread's next located complaint.
+    // Location of the calling thread's next located complaints.
     ZQ_THREAD_LOCAL char const * t_szFile = "";
     ZQ_THREAD_LOCAL int t_iLine = 0;
 

@@ -119,7 +119,7 @@ public:
     plat::FileTime_t ftCreationTime = 0;     // 100-nanosecond ticks since 1601-01-01 UTC
     bool bOpened = false;                    // whether FileOpen ever opened or FileOpenStored ever found it
     bool bDuplicate = false;                 // whether another file of this key was found and not registered
-    plat::FileTime_t ftLastWriteTime = 0;    // ticks as in ftCreationTime; 0 if from the cache and never opened
+    plat::FileTime_t ftLastWriteTime = 0;    // ticks as in ftCreationTime; 0 before the first open, unless from a scan
     int iReads = 0;                          // reads of the whole file, and two for each stream; Load adds none
     String_T<256> sRequestedName;            // result of GetFileName
 
@@ -195,7 +195,7 @@ private:
     std::atomic<int> m_iOpensCount = 0;   // references to the block; changed under the lock
     plat::Lock_c m_Lock;
     std::atomic<Reason_t *> m_pWhyNot = nullptr;   // reason for GetWhyNot, owned; null without one
-    File_c * m_pHidden = nullptr;                  // object of the same key that this one hides; owned
+    File_c * m_pHidden = nullptr;                  // object of the same key that this one hides
     bool m_bLost = false;                          // whether a refresh freed the block despite references
     bool m_bStayer = false;                        // whether it was added to the list of stayers
     bool m_bUnlocked = false;                      // whether Open must leave the lock while it reads
@@ -256,7 +256,7 @@ public:
     virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
 
     /// Opens the file and returns true. Stores the current size and times in the file object, unless it is resident or
-    /// another thread is opening it. Asserts that g_bFileReadDisabled is not set, and that the stream is closed: an
+    /// another thread holds its lock. Asserts that g_bFileReadDisabled is not set, and that the stream is closed: an
     /// open one stays as it is. Fails if the file is open for writing (plat::Share_e) or has 2 GiB or more. On
     /// failure fires g_FileReadErrorCallbacker and returns false.
     virtual bool OpenStored();

@@ -43,7 +43,7 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 /// - a negative count, or a file without a name.
 /// - a folder's text that does not fit its checksum, which asserts first.
 /// - a folder's text that does not begin and end with `\`.
-/// - two entries of one name, or a file without its folder.
+/// - two entries of one name, unless each is that of a file registered before, or a file without its folder.
 /// - more folders than the table of one load has room for, or more files than g_sFileObjects has.
 ///
 /// Bytes after the last record are not read. A load adds to what the tables hold already:

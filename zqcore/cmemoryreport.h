@@ -9,10 +9,10 @@
 // blocks. Nothing checks the figures at each event. Lost blocks are not reported.
 //
 // Ownership: nothing is owned. A receiver is a plain function.
-// Threads: turning the call log on or off and writing the snapshot acquire no lock, so no other thread may allocate or
-// free meanwhile. Other calls: any thread.
-// Cost: while the call log is on, each allocation writes to disk. What the writing itself allocates is counted but not
-// logged.
+// Threads: turning the call log on or off and writing the snapshot acquire no lock of their own, so no other thread may
+// allocate or free meanwhile. Other calls: any thread.
+// Cost: while the call log is on, each allocation writes to disk. Blocks of the category CRT are not logged. What the
+// writing itself allocates is counted but not logged.
 // Failure: a snapshot file that can't be opened asserts. The other one is still written.
 //
 //     MemoryResetFrameAllocCount();   // a frame ends
@@ -61,6 +61,6 @@ ZQ_API void MemoryResetFrameAllocCount();
 ZQ_API void MemoryAbort();
 
 /// Sets the receiver and returns the previous one. Null restores the default, which prints to standard error. The first
-/// line of every report also goes to the main log, unless the thread is logging another one. A report at exit is
-/// appended to the log's file whole.
+/// line of every report also goes to the main log, unless the thread is logging another one or complains about its
+/// stack of categories. A report at exit is appended to the log's file whole.
 ZQ_API MemoryReport_t MemoryReportSet(MemoryReport_t fnReceiver);

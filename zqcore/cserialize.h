@@ -265,7 +265,7 @@ public:
     bool IsReading() const { return m_bIsReading; }
     bool IsFailed() const { return m_bFailed; }
 
-    /// Returns the version: the constructor's, and after a reader's Open the file's.
+    /// Returns the version: the constructor's, and after a reader's successful Open the file's.
     std::uint32_t GetVersion() const { return m_dwVersion; }
 
     /// Fail the archive, for code that finds the loaded data wrong. A check (cserializecheck.h) reports the
@@ -321,7 +321,7 @@ public:
     void ChunkEnd(char const * sName) override;
 
 protected:
-    static constexpr std::uint32_t NO_CHUNK = 0xFFFFFFFF;   // not a position, because an archive is shorter
+    static constexpr std::uint32_t NO_CHUNK = 0xFFFFFFFF;   // not the position of a byte: no archive is longer
 
     /// Makes an archive that writes this version.
     explicit ChunkWriteable_c(std::uint32_t dwVersion)

@@ -54,7 +54,12 @@ namespace
         {
             World.Serialize(Archive);
         }
-        return Archive.Close() && !Archive.IsFailed() && Writer.Commit();
+        bool const bStored = Archive.Close() && !Archive.IsFailed() && Writer.Commit();
+        if (!bStored)
+        {
+            std::fprintf(stderr, "game: can't store the save: %s\n", Writer.GetWhyNot());
+        }
+        return bStored;
     }
 
     bool MountMods([[maybe_unused]] std::filesystem::path const & Mods)
@@ -71,10 +76,15 @@ namespace
         FileSave_c Save(szSave);
         World_s World;
         Warehouse_c Goods;
-        if (!Load(Save, World) || !Goods.Open("goods.csv") || !Goods.FindIdent("herring")
+        if (!Load(Save, World))
+        {
+            std::fprintf(stderr, "game: can't load the save: %s\n", Save.GetWhyNot());
+            return false;
+        }
+        if (!Goods.Open("goods.csv") || !Goods.FindIdent("herring")
             || !Goods.Get("price", World.iLowest, World.iHighest))
         {
-            std::fprintf(stderr, "game: %s%s\n", Save.GetWhyNot(), Goods.GetLastError().sReason.CStr());
+            std::fprintf(stderr, "game: no price of herring: %s\n", Goods.GetLastError().sReason.CStr());
             return false;
         }
         ++World.nRuns;

@@ -93,8 +93,13 @@ bool ModuleSettings_c::Initialize()
         Log("%s", static_cast<char const *>(File.GetWhyNot().sWhy));
         return false;
     }
+    bool const bMissing = !File.GetWhyNot().sWhy.IsEmpty();
     PropertyList_c List;
-    if (List.Open(LIST))
+    if (!bMissing && !List.Open(LIST))
+    {
+        return false;   // not of the expected kind, which Open logs
+    }
+    if (!bMissing)
     {
         String_T<256> sName, sValue;
         for (List.StartProp(); List.NextProp(sName);)

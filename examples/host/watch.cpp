@@ -69,7 +69,10 @@ namespace
     Rows_t RowsOf(File_c const & File)
     {
         Rows_t dRows;
-        WarehouseScan_t Scan(reinterpret_cast<char const *>(File.pData), File.iLength, 0,
+        constexpr std::string_view MARK = "\xEF\xBB\xBF";   // byte order mark of UTF-8
+        auto const * const pText = reinterpret_cast<char const *>(File.pData);
+        std::string_view const sText(pText, static_cast<std::size_t>(File.iLength));
+        WarehouseScan_t Scan(pText, File.iLength, sText.starts_with(MARK) ? static_cast<int>(MARK.size()) : 0,
             WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, File.sName));
         WarehouseLine_c Line;
         for (int nLines = 0; Scan.NextItem(&Line, nLines);)

@@ -136,13 +136,19 @@ namespace
         Readable_c Old(Save.OpenFile(), VERSION);
         if (eState != FileSave_c::ABSENT && (eState != FileSave_c::WHOLE || !Transfer(Old, pLast)))
         {
-            std::fprintf(stderr, "auction: %s\n", Save.GetWhyNot());
+            char const * const szWhyNot = eState == FileSave_c::WHOLE ? "the save can't be loaded" : Save.GetWhyNot();
+            std::fprintf(stderr, "auction: %s\n", szWhyNot);
             return false;
         }
         bool const bHeld = HoldAuction(pLast);
         FileSaveWriter_c Writer(Save);
         BufferedWriteable_c New(Writer, VERSION);
-        return bHeld && Transfer(New, pLast) && Writer.Commit();
+        bool const bSaved = bHeld && Transfer(New, pLast) && Writer.Commit();
+        if (bHeld && !bSaved)
+        {
+            std::fprintf(stderr, "auction: %s\n", Writer.GetWhyNot());
+        }
+        return bSaved;
     }
 }
 

@@ -12,7 +12,7 @@ namespace plat
     {
         std::atomic<long> g_nKeptOffset{ 0 };   // seconds east of UTC
 
-        // Held while the C library converts a time: its own lock would stay held in the child of a fork.
+        // Lock around the C library's conversions of times, whose own lock would stay held in the child of a fork.
         constinit Lock_c g_ConversionLock;
         ForkLock_c const g_ConversionForkLock(g_ConversionLock);
 

@@ -71,8 +71,8 @@ namespace plat
             return !Entry.bLink || ReadFactsAt(iFolder, szName, 0, Entry.Facts) || FailFacts(Entry);
         }
 
-        // Reads the facts of an entry. Returns whether the entry belongs in the listing. A folder, a pipe, a socket or
-        // a device gets only its kind, which needs no system call for the entry.
+        // Reads the facts of an entry. Returns whether the entry belongs in the listing. What the folder reports as a
+        // folder, a pipe, a socket or a device gets only its kind, without a system call for the entry.
         bool ReadFactsOfEntry(int iFolder, dirent64 const & Raw, FolderEntry_t & Entry)
         {
             switch (Raw.d_type)

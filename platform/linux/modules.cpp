@@ -100,8 +100,9 @@ namespace plat
                 {
                     return false;
                 }
-                // Thread-local data has addresses in the file, but none in memory.
-                bool const bInMemory = (Section.sh_flags & SHF_ALLOC) != 0 && (Section.sh_flags & SHF_TLS) == 0;
+                // The zeros of thread-local data have addresses in the file, but none in memory.
+                bool const bZeros = (Section.sh_flags & SHF_TLS) != 0 && Section.sh_type == SHT_NOBITS;
+                bool const bInMemory = (Section.sh_flags & SHF_ALLOC) != 0 && !bZeros;
                 if (bInMemory && Address >= Section.sh_addr && Address - Section.sh_addr <= Section.sh_size)
                 {
                     Place.iSection = i;

@@ -49,7 +49,7 @@ namespace plat
 
     bool Thread_c::Start(void (*fnRun)(void *), void * pContext)
     {
-        // Uses no memory of the heap: a thread that faults may hold the heap's lock and wait for this one.
+        // Allocates nothing itself: a thread that faults may hold the heap's lock and wait for this one.
         auto const fnThread = [](void * pThread) -> void *
         {
             FaultThreadJoin();

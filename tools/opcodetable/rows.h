@@ -1,4 +1,4 @@
-// rows.h: the readable rows of the opcode table, and their translation to the strings of the decoder.
+// rows.h: the readable rows of the opcode tables, and their translation to the strings of the decoder.
 #pragma once
 
 #include <stdexcept>
@@ -26,7 +26,7 @@ class RowError_c : public std::runtime_error
     using std::runtime_error::runtime_error;
 };
 
-/// Returns the table of one mode ("32" or "64"): the groups of the files in their order. Throws RowError_c in these
+/// Returns a table for one mode ("32" or "64"): the groups of the files in their order. Throws RowError_c in these
 /// cases:
 /// - A file can't be opened.
 /// - A line is wrong.

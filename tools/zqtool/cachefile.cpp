@@ -2,6 +2,7 @@
 
 #include "tools/zqtool/input.h"
 #include "zqcore/cfilepath.h"
+#include "zqcore/cfilereplace.h"
 #include "zqcore/cserializecheck.h"
 
 #include <algorithm>
@@ -87,6 +88,10 @@ namespace
                 || !Require(m_Contents.dFolderOf.contains(Record.nIndex), "the file's folder is not listed"))
             {
                 return;
+            }
+            if (FileReplacement_c::IsBeside(Record.sName))
+            {
+                return;   // a load skips it
             }
             bool const bPresent = m_Files.FindByName(Record.sName) != nullptr;
             bool const bRoom = m_Contents.dFiles.size() < m_Contents.dFiles.capacity();

@@ -38,7 +38,7 @@ struct CacheContents_t
 };
 
 /// Reads a cache up to the first damage. That is an error at which a load ends the program or asserts, or an incomplete
-/// list of times. Requires empty Contents.
+/// list of times. Leaves out the files of unfinished saves, as a load does. Requires empty Contents.
 void ReadCache(std::string_view sBytes, CacheContents_t & Contents);
 
 /// Reads a cache from a file of at most 64 MiB, as ReadCache does, and returns whether the file could be read. On

@@ -136,7 +136,7 @@ namespace
             CheckOptions_t Options = m_Check;
             if (Options.eKind == TextKind_e::None)
             {
-                Options.eKind = Options.sHead.empty() ? TextKindOf(sFile, sBytes) : TextKind_e::Table;
+                Options.eKind = TextKindOf(sFile, sBytes, !Options.sHead.empty());
             }
             if (!m_Options.sSchema.empty())
             {

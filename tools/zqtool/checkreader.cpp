@@ -69,7 +69,7 @@ void ReaderErrors_c::Listen(char const * szLine)
     }
 }
 
-TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes)
+TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes, bool bHead)
 {
     if (EndsIn(sFile, ".scr"))
     {
@@ -79,7 +79,7 @@ TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes)
     {
         return TextKind_e::PropertyList;
     }
-    if (HasHead(sFile, sBytes))
+    if (bHead || HasHead(sFile, sBytes))
     {
         return TextKind_e::Table;
     }

@@ -51,7 +51,7 @@ namespace
         char const * const pFirst = sText.c_str() + (sText.starts_with(PREFIX) ? PREFIX.size() : 0);
         char const * const pEnd = sText.c_str() + sText.size();
         auto const [pRest, eError] = std::from_chars(pFirst, pEnd, nAddress, 16);
-        return eError == std::errc() && pRest == pEnd ? "" : sText + " is not a hexadecimal number";
+        return eError == std::errc() && pRest == pEnd ? "" : sText + " is not a hexadecimal number of 64 bits";
     }
 
     int Run(Options_s const & Options)
