@@ -79,8 +79,7 @@ TEST(ZqHost, FailsWhenItsMediaCannotBeReadOrItsOutputIsFull)
     for (auto const & [szFile, szContents, iStatus, szSaid] : Rows_t<char const *, char const *, int, char const *>{
              { "gamedata/pqx/mission.scr", "", 3, "mission.scr is empty" },
              { "tables/goods.csv", "", 3, "goods.csv is empty" },
-             { "sheets/balance.csv", "", 3, "balance.csv is empty" },
-             { "props/settings.prp", "", 6, "did not start" },
+             { "sheets/balance.csv", "", 3, "balance.csv is empty" }, { "props/settings.prp", "", 6, "did not start" },
              { "props/settings.prp", "\xFF\xFEr", 6, "did not start" } })
     {
         std::string const sFile = std::string("media/") + szFile, sWhole = Folder.Read(sFile);
