@@ -27,6 +27,7 @@ namespace
     int ReadByPatterns(std::istream & Stream, AllocationReport_t & Report)
     {
         static auto const & s_Block = *new std::regex("([0-9]+); ((?:(?!; )[\\s\\S])+); ([\\s\\S]*\\([\\s\\S]*\\))");
+        static auto const & s_Blocks = *new std::regex("([0-9]+)\\)");   // after "blocks("
         static auto const & s_Total = *new std::regex("([0-9]+); total");
         std::string sLine;
         auto const Next = [&]
@@ -48,8 +49,10 @@ namespace
                 ++nComplaints;
                 continue;
             }
-            Holding_t & Holding = Report.dCategories[dFields[1]][dFields[2]];
-            Holding = Holding + Holding_t{ 1, std::stoull(dFields[0]) };
+            auto const dBlocks = Fields(dFields[2].substr(dFields[2].starts_with("blocks(") ? 7 : 0), s_Blocks);
+            bool const bAll = dFields[2].starts_with("blocks(") && !dBlocks.empty();
+            Holding_t & Holding = Report.dCategories[dFields[1]][bAll ? "blocks(all)" : dFields[2]];
+            Holding = Holding + Holding_t{ bAll ? std::stoull(dBlocks[0]) : 1, std::stoull(dFields[0]) };
         }
         bool const bTitle = Next() && sLine == "Total allocations" && Next();
         auto const dTotal = Fields(bTitle ? sLine : "", s_Total);

@@ -48,7 +48,7 @@ namespace
     {
         unsigned const nArgument = cCall >> 3;
         unsigned iLine;
-        std::string sText(nArgument + 1, 'x');   // of exactly the size, for the checker
+        std::vector<char> dText(nArgument + 1, 'x');   // of exactly the size, for the checker
         std::uint64_t nDisplacement;
         plat::SymbolFrame_t Frame;
         plat::SymbolVariable_t Variable;
@@ -65,22 +65,22 @@ namespace
             Symbols.TypeBase(nArgument);
             return;
         case 3:
-            Require(Symbols.FunctionAt(nArgument, sText.data(), nArgument + 1, &nDisplacement) || sText[0] == '\0');
+            Require(Symbols.FunctionAt(nArgument, dText.data(), nArgument + 1, &nDisplacement) || dText[0] == '\0');
             break;
         case 4:
-            Require(Symbols.LineAt(nArgument, sText.data(), nArgument + 1, &iLine) || sText[0] == '\0');
+            Require(Symbols.LineAt(nArgument, dText.data(), nArgument + 1, &iLine) || dText[0] == '\0');
             break;
         case 5:
-            Require(Symbols.TypeName(nArgument, sText.data(), nArgument + 1) || sText[0] == '\0');
+            Require(Symbols.TypeName(nArgument, dText.data(), nArgument + 1) || dText[0] == '\0');
             break;
         case 6:
-            Require(Symbols.NextDetail(plat::SECTION_THREADS, sText.data(), nArgument + 1) || sText[0] == '\0');
+            Require(Symbols.NextDetail(plat::SECTION_THREADS, dText.data(), nArgument + 1) || dText[0] == '\0');
             break;
         default:
             Symbols.NextFrame(&Frame);
             return;
         }
-        Require(sText.find('\0') <= nArgument);
+        Require(std::memchr(dText.data(), 0, dText.size()) != nullptr);
     }
 }
 

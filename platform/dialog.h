@@ -31,7 +31,7 @@ namespace plat
         No = 7
     };
 
-    /// Icon of a dialog.
+    /// Icon for a host's dialog. The terminal shows none.
     enum class DialogIcon_e
     {
         Error,

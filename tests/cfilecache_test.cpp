@@ -103,7 +103,7 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
     std::string const sBytes = m_Folder.Read("media/filesystemcache.bin");
     EXPECT_THAT(sBytes, testing::AllOf(testing::HasSubstr("a.csv"), testing::Not(testing::HasSubstr("profiles"))));
     auto const Hash = [] { return Hex({ reinterpret_cast<char const *>(FileGetMediaHash()), SHA1_HASH_SIZE }); };
-    // This is the SHA-1 of the name a.csv and its length, 1, in 4 bytes.
+    // This is the SHA-1 of the name a.csv and the file's length, 1, in 4 bytes.
     std::string const sHash = "DC 95 3C 59 0F F2 B0 EA D2 22 6F D3 08 4C 3F 6A 86 3C 64 85";
     EXPECT_EQ(Hash(), sHash);
     FileBuildMediaHash(true);   // of no file

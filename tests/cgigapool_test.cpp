@@ -181,6 +181,11 @@ TEST(GigaPoolStatic, MisuseFailsItsConditionAndHarmsNothing)
         FailedConditions([&] { Pool.Init(GigaPoolStatic_c::MAX_ELEMENTS + 1, 1); }), "m_iNumGroups<GIGA_GROUP_NULL");
     EXPECT_TRUE(Pool.Alloc(false));
 
+    std::byte dStorage[1000];
+    GigaPoolStatic_c Wide(dStorage, 1 << 27);   // the bytes of a group exceed 32 bits
+    EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(Wide.Alloc(false), nullptr); }),
+        "m_pData, Trying to allocate 134217728 bytes, watermark 0 & m_pGroups");
+
     GigaPoolStatic_c Full(GROUP, 8);
     while (Full.Alloc(false))
     {}

@@ -230,14 +230,6 @@ protected:
 
     void SetUp() override { SKIP_IF(GetParam() && !HasRequestQueue(), "the kernel has no queue of requests"); }
 
-    // Returns whether this process has a queue of requests.
-    static bool IsQueueOpen()
-    {
-        std::error_code Gone;
-        return std::any_of(std::filesystem::directory_iterator("/proc/self/fd"), {},
-            [&](auto const & Entry) { return read_symlink(Entry.path(), Gone) == "anon_inode:[io_uring]"; });
-    }
-
     // Appends values as they lie in memory.
     template <typename T>
     static void Put(std::string & sTo, std::initializer_list<T> dValues)
@@ -260,7 +252,7 @@ protected:
     }
 
     // Runs PROFILER_FRAMES frames with the tree root(a(c) b) and returns the batch that follows this header.
-    static std::string Batch(std::string const & sHeader)
+    static std::string RunBatch(std::string const & sHeader)
     {
         ProfilerReset();
         for (char const cName : std::string("ac  b "))   // a blank is a pop
@@ -317,7 +309,7 @@ TEST_P(ProfilerStats, FileHasTheLayout)
     for (std::int64_t const tLongest : { std::int64_t{ 1 }, INT64_MAX })
     {
         g_tSwapMaxTime = tLongest;
-        sExpected += Batch(sHeader);
+        sExpected += RunBatch(sHeader);
         EXPECT_GT(g_tSwapLastTime, 1) << tLongest;
         EXPECT_EQ(g_tSwapMaxTime, std::max(tLongest, g_tSwapLastTime)) << tLongest;
     }
@@ -331,7 +323,7 @@ TEST_P(ProfilerStats, FileHasTheLayout)
         std::pair(MemoryTotalAllocations() - nLater, g_dOpenTracks.GetLength()), std::pair(std::ptrdiff_t{ 0 }, 1))
         << "the first one is closed";
     EXPECT_TRUE(m_Folder.Read("stats") == sExpected);
-    std::string const sSecond = Batch(sHeader);
+    std::string const sSecond = RunBatch(sHeader);
     std::ptrdiff_t const nOpen = MemoryTotalAllocations();
     ProfilerCloseStats();
     EXPECT_EQ(MemoryTotalAllocations(), nOpen - 1);
@@ -344,18 +336,18 @@ TEST_P(ProfilerStats, AForkedChildLeavesTheFileToItsParent)
 {
     ProfilerInitSwapStats(m_sName);
     std::string sExpected = m_Folder.Read("stats"), sHeader = sExpected;
-    sExpected += Batch(sHeader);   // under way
+    sExpected += RunBatch(sHeader);   // under way
     auto const UseAnother = [&]
     {
-        Batch(sHeader);   // no file: nothing is written
+        RunBatch(sHeader);   // no file: nothing is written
         ProfilerInitSwapStats(m_Folder.Join("second").c_str());
-        std::string const sOwn = Batch(sHeader);
+        std::string const sOwn = RunBatch(sHeader);
         Module_c::ShutdownAllModules();
         EXPECT_EACH(m_Folder.Read("second") == sHeader + sOwn, g_dOpenTracks.IsEmpty());
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(UseAnother)), 0);
-    sExpected += Batch(sHeader);
+    sExpected += RunBatch(sHeader);
     WaitingChild_c const Child;
     ProfilerCloseStats();
     EXPECT_TRUE(m_Folder.Read("stats") == sExpected);
@@ -370,13 +362,13 @@ TEST_P(ProfilerStats, AFailedBatchIsLoggedAndLost)
     EXPECT_TRUE(ProfilerSwapStatsFailed());
     std::optional<FullDisk_c> Full(std::in_place, 5);
     ProfilerInitSwapStats(m_sName);
-    Batch(std::string(8, ' '));   // no file: nothing more
+    RunBatch(std::string(8, ' '));   // no file: nothing more
     EXPECT_EQ(m_Log.Count(LOST), 1);
     EXPECT_EQ(m_Folder.Read("stats"), "");
     Full.emplace(5000);
     ProfilerInitSwapStats(m_sName);
     std::string const sHeader = m_Folder.Read("stats");
-    Batch(sHeader);
+    RunBatch(sHeader);
     ProfilerSwapStats();   // at the latest this one finds that the first has failed
     EXPECT_GE(m_Log.Count(LOST), 2);
     ProfilerFinishWrite();
@@ -385,7 +377,7 @@ TEST_P(ProfilerStats, AFailedBatchIsLoggedAndLost)
     EXPECT_TRUE(ProfilerSwapStatsFailed());
     EXPECT_EQ(m_Folder.Read("stats"), sHeader);
     Full.reset();
-    std::string const sBatch = Batch(sHeader);
+    std::string const sBatch = RunBatch(sHeader);
     Module_c::ShutdownAllModules();
     EXPECT_TRUE(m_Folder.Read("stats") == sHeader + sBatch);
     EXPECT_EACH(g_dOpenTracks.IsEmpty(), g_nBytesToWrite == 0);

@@ -158,11 +158,11 @@ TEST(FaultDecode, PrivilegedInstructionsAreKnownByTheirBytes)
 {
     auto const Decode = [](std::string_view sInstruction)
     { return Signal_s(SIGSEGV, SI_KERNEL, PROTECTION, sInstruction).Decode(); };
-    // hlt; cli; sti; insb; outsw; in al, 16; in eax, dx; rep outsb; lgdt [ax]; invlpg [ax]; lmsw ax; swapgs; lldt ax;
-    // ltr ax; clts; invd; wbinvd; wrmsr; rdmsr; rdpmc; mov eax, cr0; mov dr0, eax
-    for (std::string_view const sInstruction :
-        { "F4", "FA", "FB", "6C", "66 6F", "E4 10", "ED", "F3 6E", "0F 01 10", "0F 01 38", "0F 01 F0", "0F 01 F8",
-            "0F 00 D0", "0F 00 D8", "0F 06", "0F 08", "0F 09", "0F 30", "0F 32", "0F 33", "0F 20 C0", "0F 23 C0" })
+    // hlt; cli; sti; insb; outsw; in al, 16; in eax, dx; rep outsb; lgdt [ax]; invlpg [ax]; lmsw ax; xsetbv; swapgs;
+    // lldt ax; ltr ax; clts; sysret; invd; wbinvd; wrmsr; rdmsr; rdpmc; sysexit; mov eax, cr0; mov dr0, eax
+    for (std::string_view const sInstruction : { "F4", "FA", "FB", "6C", "66 6F", "E4 10", "ED", "F3 6E", "0F 01 10",
+             "0F 01 38", "0F 01 F0", "0F 01 D1", "0F 01 F8", "0F 00 D0", "0F 00 D8", "0F 06", "0F 07", "0F 08", "0F 09",
+             "0F 30", "0F 32", "0F 33", "0F 35", "0F 20 C0", "0F 23 C0" })
     {
         EXPECT_EQ(Decode(sInstruction), plat::FAULT_PRIVILEGED) << sInstruction;
     }

@@ -7,11 +7,13 @@
 #include "platform/memory.h"
 #include "tests/test_support.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <linux/filter.h>
 #include <linux/hw_breakpoint.h>
@@ -30,6 +32,7 @@
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
+#include <system_error>
 #include <ucontext.h>
 
 /// Skip a test that needs what the machine does not do.
@@ -109,6 +112,14 @@ inline bool HasRequestQueue()
     io_uring_params Params{};
     auto const iQueue = static_cast<int>(syscall(__NR_io_uring_setup, 1, &Params));
     return iQueue >= 0 && close(iQueue) == 0;
+}
+
+/// Returns whether this process has a queue of requests.
+inline bool IsQueueOpen()
+{
+    std::error_code Gone;
+    return std::any_of(std::filesystem::directory_iterator("/proc/self/fd"), {},
+        [&](auto const & Entry) { return read_symlink(Entry.path(), Gone) == "anon_inode:[io_uring]"; });
 }
 
 /// Returns how many threads the kernel counts while a second one runs: 2, or another number under an emulator or a
@@ -229,6 +240,23 @@ inline void RefuseThreads(bool bRefuse)
     pthread_attr_setstacksize(&Attributes, bRefuse ? SIZE_MAX / 4 * 3 : 8 << 20);
     pthread_setattr_default_np(&Attributes);
 }
+
+/// A key under which each thread can store a value. A thread that has stored one calls fnEnd with it at its end, after
+/// the destructors of the keys that were made before.
+class ThreadKey_c
+{
+public:
+    explicit ThreadKey_c(void (*fnEnd)(void * pValue)) { EXPECT_EQ(pthread_key_create(&m_Key, fnEnd), 0); }
+    ~ThreadKey_c() { pthread_key_delete(m_Key); }
+    ThreadKey_c(ThreadKey_c const &) = delete;
+    ThreadKey_c & operator=(ThreadKey_c const &) = delete;
+
+    /// Stores the calling thread's value.
+    void Store(void * pValue) const { pthread_setspecific(m_Key, pValue); }
+
+private:
+    pthread_key_t m_Key = 0;
+};
 
 /// Allocates a page of memory with no memory after it, and returns it.
 inline char * AllocateLastPage()

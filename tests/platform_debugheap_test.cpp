@@ -220,7 +220,7 @@ TEST(Fork, EntersLocksThatOthersTakeInAnyOrderBetweenTheCallsOfServices)
                 ++s_dGuarded[0];
                 Held.arrive_and_wait();
                 s_Forking.Wait();
-                std::this_thread::sleep_for(std::chrono::milliseconds(60));   // the fork now holds the other one
+                std::this_thread::sleep_for(std::chrono::milliseconds(60));   // the fork now waits for pHeld
                 plat::SpellingsForget();                                      // enters a lock of the library
                 plat::LockScope_c const Again(*pWanted);
                 ++s_dGuarded[1];

@@ -434,6 +434,8 @@ TEST_F(ZqtoolCrash, FindsAllFilesInWhateverOrderTheyAreNamed)
         RunTool("crash " + sFolder + "/x.rpt " + sFolder).sOutput, testing::StartsWith("write to address 0x10"));
     EXPECT_THAT(
         RunTool("crash " + sFolder + " " + sFolder + "/x.rpt").sOutput, testing::StartsWith("write to address 0x10"));
+    std::string const sTwice = RunTool("crash " + sFolder + "/x.rpt " + sFolder + "/../named/x.rpt").sOutput;
+    EXPECT_EQ(sTwice, RunTool("crash " + sFolder + "/x.rpt").sOutput) << "another path of it";
     m_Folder.Write("named/x", Replaced(sReport, "C0000005 ACCESS", "C0000006 IN_PAGE"));
     for (char const * const szFiles : { "/x", "/x.rpt" })
     {
@@ -511,7 +513,7 @@ TEST_F(ZqtoolCrash, ColoursObeyNoColorAndTextsControlNoTerminal)
 TEST_F(ZqtoolCrash, ArgumentsAreChecked)
 {
     std::string const sFile = WriteDetails(DETAILS);
-    // Statuses: 0 success, 1 a file can't be read or written, 2 wrong arguments.
+    // Statuses: 0 success, 1 a failure with a file or a folder, 2 wrong arguments.
     for (auto const & [sArguments, iStatus, sExpected] :
         Rows_t<std::string, int, std::string>{ { "--version", 0, "zqtool 0." }, { "--help", 0, "crash" },
             { "crash --help", 0, "--symbols" }, { "stats --help", 0, "--ticks-per-second" }, { "crash", 2, "FILE" },

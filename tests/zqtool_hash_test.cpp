@@ -2,7 +2,7 @@
 
 namespace
 {
-    constexpr char ABC_SHA1[] = "a9993e364706816aba3e25717850c26c9cd0d89d";   // FIPS 180
+    constexpr char ABC_SHA1[] = "a9993e364706816aba3e25717850c26c9cd0d89d";   // FIPS 180-1, appendix A
 
     class ZqtoolHash : public testing::Test
     {
@@ -42,7 +42,7 @@ TEST_F(ZqtoolHash, ReportsWhatDiffersAndWhatIsNoList)
              { "352441C2 *abc\r\n352441c3  abc\n", "abc: OK\nabc: FAILED\n" },
              { std::string(ABC_SHA1) + "  absent\n", "absent: FAILED, there is no such file\n" },
              { "352441c2 abc\n", sNoHash }, { "12  abc\n", sNoHash }, { "352441c2  \n", sNoHash },
-             { "\\352441c2  a\\bc\n", sNoHash } })
+             { "352441c2  abc" + std::string(1, '\0') + "d\n", sNoHash }, { "\\352441c2  a\\bc\n", sNoHash } })
     {
         m_Folder.Write("list", sList);
         EXPECT_THAT(RunTool("hash --check list"), Ends(1, testing::HasSubstr(sExpected))) << sList;

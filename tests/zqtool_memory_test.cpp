@@ -61,6 +61,17 @@ TEST(ZqtoolMemory, ReadsWhatTheLibraryWrites)
         testing::ContainsRegex(std::to_string(nBlock) + " +[0-9.]+% +1  .*zqtool_memory_test.cpp\\([0-9]+\\)"));
 }
 
+TEST(ZqtoolMemory, ReadsTheLinesOfAShippedGamesHeap)
+{
+    TempFolder_c const Folder;
+    std::string const sFirst =
+        Folder.Write("a.csv", "Memory allocations\n300; Decals; blocks(2)\n\nTotal allocations\n2" + std::string(TAIL));
+    std::string const sLast =
+        Folder.Write("b.csv", "Memory allocations\n700; Decals; blocks(5)\n\nTotal allocations\n5" + std::string(TAIL));
+    EXPECT_THAT(RunTool("memory " + sFirst + " " + sLast),
+        Ends(0, HasSubstr("           300            700           +400         +3  blocks(all)\n")));
+}
+
 TEST(ZqtoolMemory, ComparesSnapshots)
 {
     TempFolder_c const Folder;

@@ -116,6 +116,22 @@ TEST_F(ZqtoolTree, SaysWhichFileANameOpensAndRefusesBadArguments)
     }
 }
 
+TEST_F(ZqtoolTree, KnowsLargeFilesAndThoseThroughALink)
+{
+    std::string const sName(127, 'n');   // the longest that is not cut
+    m_Folder.Write("outside/" + sName, "");
+    m_Folder.Write("large/big.bin", "");
+    fs::resize_file(m_Folder.Join("large/big.bin"), std::uintmax_t{ 1 } << 32);
+    fs::create_directory_symlink("../outside", m_Folder.Join("large/link"));
+    EXPECT_THAT(
+        RunTool("tree large"), Ends(1, HasSubstr("large: 2 files in 2 folders, 4294967296 bytes, scanned in ")));
+    EXPECT_THAT(
+        RunTool("tree large").sOutput, EndsWith("\n  large/link/" + sName
+                                                + "  it has no bytes\n\n"
+                                                  "files of 2 GiB or more (1): they can't be opened\n  large/big.bin  "
+                                                  "it has 2 GiB or more and can't be opened\n\n2 found\n"));
+}
+
 TEST_F(ZqtoolTree, SaysThatATreeIsNotMadeForBareNames)
 {
     for (int i = 0; i < 30; ++i)

@@ -85,8 +85,8 @@ protected:
     int iLength = 0;        // elements in use
 };
 
-/// The operations of all arrays but StaticArray_T. TRAITS is the storage. T needs a default constructor and copies, and
-/// == for Find.
+/// The operations of all arrays but StaticArray_T. TRAITS is the storage. Requires that T has a default constructor and
+/// copies, and == for Find.
 template <typename T, typename TRAITS>
 class SortedArray_T : public TRAITS
 {

@@ -11,8 +11,8 @@
 // Threads: any thread may add and get bytes. A forked child adds the cycle counter, so its bytes differ from its
 // parent's.
 // Cost: 20 bytes cost about 0.2 us. Nothing allocates but the module's initialisation, which adds a receiver.
-// Failure: GetRandomBytes and Xor assert, and so does the module's start if g_ApplicationMessages has an exclusive
-// receiver (ccallback.h). Nothing else fails.
+// Failure: GetRandomBytes and Xor assert, and so does the module's start if the receiver added last to
+// g_ApplicationMessages is exclusive (ccallback.h). Nothing else fails.
 //
 //     PutNextRandom();   // at an unpredictable moment, such as a key press
 //     unsigned char dSeed[4];
@@ -59,7 +59,7 @@ struct Password_s
 {
     using Hash_t = std::array<unsigned char, SHA1_HASH_SIZE>;   // a digest
 
-    Hash_t dHash{};        // all 0 while unset
+    Hash_t dHash{};        // all 0 while unset, unless Xor changed it
     bool bIsSet = false;   // whether dHash is a digest
 
     Password_s() = default;

@@ -116,7 +116,7 @@ namespace exceptionreport
 
         bool IsOpen() const { return m_hFile != nullptr; }
 
-        /// Returns whether a write failed or did not return in time.
+        /// Returns whether a write failed, or a section and its end were both broken off.
         bool HasLost() const { return m_bLost || m_bStuck; }
 
         /// Returns the line that is being made.
@@ -129,7 +129,7 @@ namespace exceptionreport
         void AddLines(char const * szLines);
 
         /// Writes a section: the lines that fnCall adds. If a fault or nLimit milliseconds end it early, its whole
-        /// lines stay, and a last line says why. After a write that does not return in time, writes no more sections.
+        /// lines stay, and a last line says why. If that end is broken off too, writes no more sections.
         template <typename CALL>
         void WriteSection(char const * szName, unsigned nLimit, CALL fnCall)
         {

@@ -74,12 +74,14 @@ namespace
     // or if it is no text or too long.
     String_T<256> RegistryPath()
     {
-        char szText[String_T<256>::Capacity() + 1] = "";   // a value may lack its terminator
-        std::size_t nSize = sizeof szText - 1;
+        constexpr std::size_t CAPACITY = String_T<256>::Capacity();
+        char szText[CAPACITY + 1] = "";   // a value may lack its terminator
+        std::size_t nSize = CAPACITY;
         plat::RegistryType_e eType;
         bool const bRead =
             plat::RegistryRead(plat::RegistryTree_e::Machine, RegistryKey(), "InstallDir", eType, szText, nSize);
-        return String_T<256>(bRead && eType == plat::RegistryType_e::Text ? szText : "");
+        bool const bFits = bRead && eType == plat::RegistryType_e::Text && std::strlen(szText) < CAPACITY;
+        return String_T<256>(bFits ? szText : "");
     }
 
     // Finds the media root and returns its source. If there is none, sPath becomes the text of the registry.

@@ -283,7 +283,7 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
 
 File_c * FileSave_c::OpenFile()
 {
-    return m_pContents && FileOpen(m_pContents) ? m_pContents : nullptr;
+    return m_pContents && m_pContents->pData && FileOpen(m_pContents) ? m_pContents : nullptr;
 }
 
 bool FileSave_c::PutAside(String_T<256> & sTo)

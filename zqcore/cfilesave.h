@@ -25,8 +25,8 @@
 // Threads: an object belongs to one thread at a time.
 // Cost: a load holds the whole save in memory until its reader is closed. A writer allocates as a FileReplacement_c
 // does.
-// Failure: calls return false, null or a state, with the reason in GetWhyNot. Nothing here logs or shows a dialog,
-// except the assertion of SetPrevious and the tracker of open files (cfilelog.h).
+// Failure: calls return false, null or a state. GetWhyNot has the reason, except that of OpenFile. Nothing here logs or
+// shows a dialog, except the assertion of SetPrevious and the tracker of open files (cfilelog.h).
 //
 // Load:
 //     FileSave_c Save("saves\\three.sav");

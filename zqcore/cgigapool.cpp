@@ -124,8 +124,9 @@ bool GigaSlab_c::Init(std::span<std::byte> Storage, int iElementSize)
         return false;
     }
     std::size_t const nSkip = AlignmentGap(Storage.data(), ALIGNMENT);
-    std::size_t const nFit =
-        iElementSize > 0 && nSkip < Storage.size() ? (Storage.size() - nSkip) / GroupBytes(iElementSize) : 0;
+    bool const bMayFit = iElementSize > 0 && nSkip < Storage.size()
+                         && static_cast<std::size_t>(iElementSize) <= Storage.size() / GigaGroup_c::ELEMENTS;
+    std::size_t const nFit = bMayFit ? (Storage.size() - nSkip) / GroupBytes(iElementSize) : 0;
     m_iNumGroups = static_cast<int>(std::min<std::size_t>(nFit, GIGA_GROUP_NULL - 1));
     m_iNumElements = m_iNumGroups * GigaGroup_c::ELEMENTS;
     SetElementSize(std::max(iElementSize, 0));

@@ -188,10 +188,10 @@ public:
     GigaPoolResizeable_c(GigaPoolResizeable_c const &) = delete;
     GigaPoolResizeable_c & operator=(GigaPoolResizeable_c const &) = delete;
 
-    /// Computes the size of a chunk: a sixteenth of the bytes that iElements take, at least 256 KiB, rounded up to
-    /// whole groups of 32 elements, at most GigaPoolStatic_c::MAX_ELEMENTS. iElements is the number that the caller
-    /// expects, not a limit. Allocates nothing. Leaves the sizes unchanged if a value is below 1. Asserts that the pool
-    /// has no chunks.
+    /// Computes the size of a chunk: as many elements as fit in a sixteenth of the bytes that iElements take, or in
+    /// 256 KiB if that is more, rounded up to whole groups of 32, at least one group and at most
+    /// GigaPoolStatic_c::MAX_ELEMENTS. iElements is the number that the caller expects, not a limit. Allocates nothing.
+    /// Leaves the sizes unchanged if a value is below 1. Asserts that the pool has no chunks.
     void Init(int iElements, int iElementSize);
 
     /// Frees all chunks, with the elements in use. Sizes and peak stay, and Alloc may follow.

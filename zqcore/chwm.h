@@ -8,8 +8,8 @@
 // Threads: one thread at a time. There is no lock.
 // Cost: one table read finds the class of a request of up to 1024 bytes. Larger requests need a walk over the classes,
 // and so do sizes next to a class size that is not a multiple of 4. The pools allocate whole chunks.
-// Failure: a lack of memory, a request above the largest class and a class size out of order end in Abort. Free of a
-// foreign pointer returns false. Other wrong use asserts.
+// Failure: a lack of memory, a request above the largest class and a refused class size (AddGroup) end in Abort. Free
+// of a foreign pointer returns false. Other wrong use asserts.
 //
 //     StaticMemoryPool_c Pool("events");
 //     Pool.AddGroup(16, 1000);

@@ -22,8 +22,8 @@
 //
 // Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
-// Cost: one lock cycle and one consistency check for each allocation and each release. Each block costs 99 bytes,
-// or 75 with 32 bits. Selecting a category acquires no lock, except at a thread's first push.
+// Cost: two lock cycles for an allocation, one for a release, and one consistency check for each. Each block costs 99
+// bytes, or 75 with 32 bits. Selecting a category acquires no lock, except at a thread's first push.
 // Failure: an exhausted heap ends in Abort. Damaged and foreign blocks are reported (MemoryReportSet, cmemoryreport.h).
 //
 //     {

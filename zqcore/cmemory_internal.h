@@ -52,7 +52,7 @@ struct MemoryFigures_s;
 struct MemoryStack_s
 {
     MemCategoryStack_c * pStack = nullptr;   // null before the first push, without room, and after the thread's end
-    MemoryFigures_s * pFigures = nullptr;    // of a shipped game's heap; null before its first use and after the end
+    MemoryFigures_s * pFigures = nullptr;    // of a shipped game's heap; null while the thread has none
     std::uint32_t iNumber = 0;               // of the stack, from 1 on; 0 without a stack
     bool bComplaining = false;               // whether a complaint of the allocator runs
 };

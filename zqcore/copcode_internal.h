@@ -175,7 +175,7 @@ inline constexpr unsigned OPCODE_HISTORY_SHIFT = 6;    // to the number of the p
 inline constexpr std::size_t OPCODE_HISTORY = 4;       // previous strings of a kind
 inline constexpr std::size_t OPCODE_HEADER_SIZE = 8;   // the two words of the compact form
 
-/// Bits of a REX prefix.
+/// Bits of a REX prefix (Intel SDM, volume 2, 2.2.1).
 inline constexpr unsigned OPCODE_REX_B = 1;
 inline constexpr unsigned OPCODE_REX_X = 2;
 inline constexpr unsigned OPCODE_REX_R = 4;

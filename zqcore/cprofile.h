@@ -10,8 +10,8 @@
 // beyond a reset or the shutdown.
 // Threads: all calls belong to one thread. Nothing is locked or checked.
 // Cost: a push and a pop read the clock twice and cost about 10 ns more, however many siblings a timer has. A frame
-// update costs a few nanoseconds for each timer. Only the write buffer of a stats file is allocated. The stats file is
-// written while the thread continues, if the system can do that.
+// update costs a few nanoseconds for each timer. Only ProfilerInitSwapStats allocates: the write buffer of the stats
+// file, and spellings of its path. The stats file is written while the thread continues, if the system can do that.
 // Failure: misuse fails an assertion. A stats file that fails is logged (ProfilerSwapStatsFailed).
 //
 //     Module_c::Register(ModuleProfiler_c::Get());
@@ -187,8 +187,8 @@ ZQ_API bool ProfilerSwapStatsFailed();
 /// place. Does nothing without a file or while the profiler is down.
 ZQ_API void ProfilerSwapStats();
 
-/// Receives the end of a write to the stats file. Asserts that dwError is 0: the library calls it only after a write
-/// that succeeded, and handles a failed one itself.
+/// Receives the end of a write to the stats file. Asserts that dwError is 0: the library does not call it after a write
+/// that failed, and handles that itself.
 ZQ_API void ProfilerWriteComplete(std::uint32_t dwError, std::uint32_t nBytes, void * pRequest);
 
 /// Module of the profiler. It depends on ModuleTimer_c. Its Shutdown waits for the stats file and closes it. The file

@@ -11,7 +11,7 @@
 // Threads: any thread. A thread that pushes waits until other threads have left the context. The stack of contexts
 // (SimpleProfileContextPush, SIMPLE_PROFILE_CONTEXT_CURRENT) belongs to one thread.
 // Cost: a push and a pop need three lock cycles and two readings of the clock. Nothing allocates.
-// Failure: misuse fails an assertion. A time that the clock makes negative counts as 0.
+// Failure: what a function says that it asserts fails an assertion. A time that the clock makes negative counts as 0.
 //
 //     {
 //         SimpleProfileScope_c const Work(SIMPLE_PROFILE_CONTEXT_1, SIMPLE_TIMER_AI);
@@ -24,13 +24,13 @@
 
 #include "zqcore/cconfig.h"
 
-/// Number of contexts.
+/// Number of contexts, without SIMPLE_PROFILE_CONTEXT_CURRENT.
 inline constexpr int SIMPLE_PROFILE_CONTEXT_TOTAL = 3;
 
 /// Depth of a context's stack of kinds, and of the stack of contexts.
 inline constexpr int SIMPLE_PROFILE_STACKSIZE = 32;
 
-/// Contexts.
+/// Contexts, whose meaning the host decides.
 enum SimpleProfileContext_e : int
 {
     SIMPLE_PROFILE_CONTEXT_0,

@@ -261,7 +261,7 @@ bool Spreadsheet_c::Get(char const * sName, double & fValue)
     return true;
 }
 
-// Logs why a cell is refused, stores the error without a place, and returns false.
+// Logs what is wrong with a cell, stores it as the error without a place, and returns false.
 bool Spreadsheet_c::Refuse(char const * szColumn, char const * szReason)
 {
     LogEscaped("Spreadsheet_c::Get ( \"%s\" ) : %s.", szColumn, szReason);

@@ -161,9 +161,9 @@ public:
         return TextPut(sResult, TextCell(sColumn, TextMost<TEXT>()));
     }
 
-    /// Reads a pair written as 12-34. Leading minus signs are skipped. Of each part the number at its start counts, or 0
-    /// without one. A number out of range is the nearest int. Reads at most 255 characters. Returns false as the other
-    /// forms do, also without two parts.
+    /// Reads a pair written as 12-34. Leading minus signs are skipped. Of each part the number at its start counts, or
+    /// 0 without one. A number out of range is the nearest int. Reads at most 255 characters. Returns false as the
+    /// other forms do, also without two parts.
     ZQ_API bool Get(char const * sColumn, int & iFirst, int & iSecond) const;
 
 private:

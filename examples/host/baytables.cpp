@@ -43,7 +43,7 @@ namespace
         return pItem != nullptr;
     }
 
-    // Adds an item. Returns false if there is one with its ident, because a save and a reload know an item by its ident.
+    // Adds an item. Returns false if there is one with its ident, by which a save and a reload know an item.
     template <typename T>
     bool AddItem(Items_T<T> & dItems, T const & Item)
     {

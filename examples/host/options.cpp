@@ -136,8 +136,8 @@ namespace
                            + " bytes, not " + Quoted(sGame);
     }
 
-    // Makes a path absolute, without a separator at the end unless it is `/`. Returns a message on failure, else an empty
-    // text.
+    // Makes a path absolute, without a separator at the end unless it is `/`. Returns a message on failure, else an
+    // empty text.
     std::string MakeAbsolute(std::string const & sPath, std::string & sAbsolute)
     {
         try

@@ -94,14 +94,17 @@ namespace plat
             {
             case 0x00:   // lldt, ltr
                 return iGroup == 2 || iGroup == 3;
-            case 0x01:   // lmsw; swapgs; lgdt, lidt, invlpg, which have an operand in memory
-                return iGroup == 6 || cThird == 0xF8 || (cThird < 0xC0 && (iGroup == 2 || iGroup == 3 || iGroup == 7));
+            case 0x01:   // lmsw; xsetbv, swapgs; lgdt, lidt, invlpg, which have an operand in memory
+                return iGroup == 6 || cThird == 0xD1 || cThird == 0xF8
+                       || (cThird < 0xC0 && (iGroup == 2 || iGroup == 3 || iGroup == 7));
             case 0x06:   // clts
+            case 0x07:   // sysret
             case 0x08:   // invd
             case 0x09:   // wbinvd
             case 0x30:   // wrmsr
             case 0x32:   // rdmsr
             case 0x33:   // rdpmc
+            case 0x35:   // sysexit
                 return true;
             default:   // mov with control and debug registers
                 return cSecond >= 0x20 && cSecond <= 0x23;

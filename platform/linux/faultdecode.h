@@ -14,7 +14,7 @@ namespace plat
         FaultRecord_t & Record);
 
     /// Writes "Uncaught C++ exception type: message" for the calling thread's uncaught exception, cut to fit. Only a
-    /// std::exception and a pointer to a text have a message, which TextEscape (text.h) keeps on one line. Requires
-    /// that there is such an exception, and that nSize is not 0.
+    /// std::exception, a std::string and a pointer to a text have a message, which TextEscape (text.h) keeps on one
+    /// line. Requires that there is such an exception, and that nSize is not 0.
     void DescribeException(char * szText, std::size_t nSize);
 }

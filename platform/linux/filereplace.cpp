@@ -54,7 +54,7 @@ namespace plat
         }
 
         // Copies the rights of the old file to the new file, which replaces it. If the old file is another user's,
-        // copies only rights that the new file has already. If the rights can't be changed, the new file keeps its own.
+        // copies only rights that the new file has already. On failure the new file keeps its own.
         void CopyRights(int iDescriptor, struct stat const & Old)
         {
             struct stat New;
@@ -189,11 +189,12 @@ namespace plat
     {
         constexpr int TRIES = 100;
         LockScope_c const Scope(g_TakeLock);
+        bool bMade = false;   // whether a pass has made the file
         for (int i = 0; i < TRIES; ++i)
         {
             Descriptor_c File(OpenToWrite(szPath, O_RDWR | O_CREAT | O_EXCL, PRIVATE_FILE_MODE));
-            bool const bNew = File.IsOpen();
-            if (!bNew && errno == EEXIST)
+            bMade = bMade || File.IsOpen();
+            if (!File.IsOpen() && errno == EEXIST)
             {
                 File.Reset(OpenToWrite(szPath, O_RDWR, 0));
                 if (!File.IsOpen() && errno == ENOENT)
@@ -218,7 +219,7 @@ namespace plat
             if (StillNames(Path, File.Get()))
             {
                 m_hFile = HandleOf(File.Release());
-                m_bLeft = !bNew && bLocked;   // without locks the holder may live
+                m_bLeft = !bMade && bLocked;   // without locks the holder may live
                 ForkDropAdd(DropIn(m_dDrop), CloseLock, &m_hFile);
                 return TAKEN;
             }

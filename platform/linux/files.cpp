@@ -23,8 +23,8 @@ namespace plat
 
         bool DeleteEntry(int iFolder, char const * szName);
 
-        // Deletes all entries of a folder. Returns false, with the first error in errno, if the list is incomplete or an
-        // entry is left.
+        // Deletes all entries of a folder. Returns false, with the first error in errno, if the list is incomplete or
+        // an entry is left.
         bool EmptyFolder(int iFolder)
         {
             std::vector<std::string> dNames;

@@ -4,8 +4,8 @@
 #include "zqcore/cmemory_internal.h"
 #include "zqcore/cmemoryreport.h"
 
+#include "tests/machine_support.h"
 #include "tests/memory_support.h"
-#include "tests/test_support.h"
 
 #include <barrier>
 #include <cstdint>
@@ -13,7 +13,6 @@
 #include <latch>
 #include <memory>
 #include <new>
-#include <pthread.h>
 
 namespace
 {
@@ -165,25 +164,22 @@ TEST_F(CountedShip, ThePeakLacksWhatOtherThreadsHaveFreed)
 TEST_F(CountedShip, CountsWhatAThreadDoesAfterItsOwnEnd)
 {
     // The destructors of keys run in the order of the keys, and the library has made its own.
-    static pthread_key_t s_Key;
-    ASSERT_EQ(pthread_key_create(&s_Key,
-                  [](void * pFirst)
-                  {
-                      ::operator delete(pFirst);
-                      g_pLast = ::operator new(10);
-                  }),
-        0);
-    RunInThreads(1, [](int) { pthread_setspecific(s_Key, ::operator new(100)); });
+    ThreadKey_c const Key(
+        [](void * pFirst)
+        {
+            ::operator delete(pFirst);
+            g_pLast = ::operator new(10);
+        });
+    RunInThreads(1, [&Key](int) { Key.Store(::operator new(100)); });
     EXPECT_EQ(Totals(), Figures_t(std::get<0>(m_TotalsBefore) + 1, std::get<1>(m_TotalsBefore) + 10));
     ::operator delete(g_pLast);
     EXPECT_EQ(Totals(), m_TotalsBefore);
     for (int i = 0; i < 100; ++i)
     {
-        RunInThreads(1, [](int) { pthread_setspecific(s_Key, ::operator new(MIB)); });
+        RunInThreads(1, [&Key](int) { Key.Store(::operator new(MIB)); });
         ::operator delete(g_pLast);
     }
     EXPECT_LT(MemoryMaxTotalBytesAllocated(), std::get<1>(m_TotalsBefore) + 64 * MIB);
-    pthread_key_delete(s_Key);
 }
 
 TEST_F(CountedShip, AThreadThatStartsReusesWhatAnEarlierOneHad)

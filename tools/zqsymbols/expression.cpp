@@ -120,7 +120,7 @@ namespace zqsymbols
             // Pushes a number, converted to the type that the operation names, or as it is if bGeneric. Fails in
             // these cases:
             // - There is no number.
-            // - The type is no integer, truth value or address, or has more bytes than an address.
+            // - The type is unknown, or no integer, truth value or address, or has more bytes than an address.
             void PutConverted(Dwarf_Op const & Operation, bool bGeneric, std::optional<std::uint64_t> nNumber)
             {
                 Dwarf_Die Type;

@@ -85,8 +85,8 @@ namespace zqsymbols
                        : std::optional(Values.Elements(Begin->iType, Begin->nAddress, *nCount, nDepth - 1));
         }
 
-        // Returns a pointer and what it points at as text, or EMPTY_TEXT for null. Returns nothing if the pointer is not
-        // readable.
+        // Returns a pointer and what it points at as text, or EMPTY_TEXT for null. Returns nothing if the pointer is
+        // not readable.
         std::optional<std::string> ShowPointer(Values_c & Values, Value_t const & Pointer, int nDepth)
         {
             std::optional<Value_t> const Target = Values.Target(Pointer);

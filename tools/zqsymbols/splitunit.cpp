@@ -337,7 +337,7 @@ namespace zqsymbols
     class SplitUnits_c::Image_c
     {
     public:
-        // Opens a file. If that fails, the object is empty.
+        // Opens a file. On failure the object is empty.
         explicit Image_c(std::string const & sPath)
             : m_hFile(open(sPath.c_str(), O_RDONLY | O_CLOEXEC))
             , m_pElf(m_hFile < 0 ? nullptr : elf_begin(m_hFile, ELF_C_READ_MMAP, nullptr))

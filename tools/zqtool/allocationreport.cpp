@@ -9,6 +9,15 @@ namespace
 {
     constexpr char SEPARATOR[] = "; ";
 
+    // Returns N of "blocks(N)", the place of all blocks of a category in the snapshot of a shipped game's heap.
+    std::optional<std::uint64_t> BlocksOfCategory(std::string_view sPlace)
+    {
+        constexpr std::string_view START = "blocks(";
+        return sPlace.starts_with(START) && sPlace.ends_with(')')
+                   ? WholeNumber(sPlace.substr(START.size(), sPlace.size() - START.size() - 1), 10)
+                   : std::nullopt;
+    }
+
     // Reads "size; category; file(line)". The name of the file and the text in parentheses may hold any character.
     // Returns false for any other line.
     bool ReadBlock(std::string_view sLine, AllocationReport_t & Report)
@@ -19,8 +28,9 @@ namespace
         {
             return false;
         }
-        Holding_t & Holding = Report.dCategories[std::string(sCategory)][std::string(sLine)];
-        Holding = Holding + Holding_t{ 1, *Bytes };
+        std::optional<std::uint64_t> const Blocks = BlocksOfCategory(sLine);
+        Holding_t & Holding = Report.dCategories[std::string(sCategory)][Blocks ? ALL_BLOCKS : std::string(sLine)];
+        Holding = Holding + Holding_t{ Blocks.value_or(1), *Bytes };
         return true;
     }
 

@@ -19,6 +19,9 @@ struct Holding_t
     Holding_t operator+(Holding_t const & Other) const { return { nBlocks + Other.nBlocks, nBytes + Other.nBytes }; }
 };
 
+/// Place of the blocks of a category in the snapshot of a shipped game's heap, which has no list of blocks.
+inline constexpr char ALL_BLOCKS[] = "blocks(all)";
+
 /// The blocks of a snapshot.
 struct AllocationReport_t
 {

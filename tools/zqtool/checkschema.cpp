@@ -7,7 +7,9 @@
 #include "zqcore/cwarehousescan.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
+#include <iterator>
+#include <string_view>
 
 namespace
 {
@@ -108,11 +110,12 @@ namespace
         std::vector<Complaint_t> & m_dComplaints;
     };
 
-    std::string NumberText(double fNumber)
+    // Returns the shortest text that is read as the same number.
+    template <typename NUMBER>
+    std::string NumberText(NUMBER Number)
     {
-        char szNumber[32];
-        std::snprintf(szNumber, sizeof szNumber, "%.15g", fNumber);
-        return szNumber;
+        char dText[32];
+        return std::string(dText, std::to_chars(std::begin(dText), std::end(dText), Number).ptr);
     }
 
     std::string InColumn(SchemaColumn_t const & Column)
@@ -121,14 +124,16 @@ namespace
     }
 
     // Returns why a number, or the length of a text, is outside the range, or an empty text if it is inside.
-    std::string RangeViolation(SchemaColumn_t const & Column, double fValue)
+    template <typename NUMBER>
+    std::string RangeViolation(SchemaColumn_t const & Column, NUMBER Value)
     {
+        long double const fValue = Value;   // exact for each whole number
         bool const bBelow = Column.Least && fValue < *Column.Least;
         if (!bBelow && !(Column.Most && fValue > *Column.Most))
         {
             return "";
         }
-        std::string const sValue = (Column.eType == SchemaType_e::Text ? "a length of " : "") + NumberText(fValue);
+        std::string const sValue = (Column.eType == SchemaType_e::Text ? "a length of " : "") + NumberText(Value);
         return sValue + (bBelow ? " is below " : " is above ") + NumberText(bBelow ? *Column.Least : *Column.Most)
                + InColumn(Column);
     }
@@ -144,8 +149,7 @@ namespace
     std::string NumberViolation(TABLE & Table, SchemaColumn_t const & Column)
     {
         NUMBER Number = 0;
-        return Table.Get(Column.sName.c_str(), Number) ? RangeViolation(Column, static_cast<double>(Number))
-                                                       : LastReason(Table);
+        return Table.Get(Column.sName.c_str(), Number) ? RangeViolation(Column, Number) : LastReason(Table);
     }
 
     template <typename TABLE>
@@ -160,6 +164,13 @@ namespace
         return Table.Get(Column.sName.c_str(), iName, dNames) ? "" : LastReason(Table);
     }
 
+    // Returns whether digits, possibly none, are a number that was read from them.
+    bool IsReadAs(std::string_view sDigits, int iNumber)
+    {
+        std::size_t const nZeros = std::min(sDigits.find_first_not_of('0'), sDigits.size());
+        return sDigits.substr(nZeros) == (iNumber == 0 ? "" : std::to_string(iNumber));
+    }
+
     std::string PairViolation(Warehouse_c & Table, SchemaColumn_t const & Column, std::string const & sCell)
     {
         int iFirst = 0, iSecond = 0;
@@ -169,7 +180,8 @@ namespace
         }
         std::size_t const nMinus = sCell.find('-');
         if (nMinus == 0 || sCell.find_first_not_of(plat::DECIMAL_DIGITS, nMinus + 1) != std::string::npos
-            || sCell.find_first_not_of(plat::DECIMAL_DIGITS) != nMinus)
+            || sCell.find_first_not_of(plat::DECIMAL_DIGITS) != nMinus || !IsReadAs(sCell.substr(0, nMinus), iFirst)
+            || !IsReadAs(sCell.substr(nMinus == sCell.npos ? 0 : nMinus + 1), iSecond))
         {
             return Quoted(sCell) + " is read as " + std::to_string(iFirst) + " and " + std::to_string(iSecond)
                    + InColumn(Column);
@@ -220,7 +232,7 @@ namespace
         case SchemaType_e::Pair:
             return PairViolation(Table, Column, sCell);
         default:
-            return RangeViolation(Column, static_cast<double>(sCell.size()));
+            return RangeViolation(Column, sCell.size());
         }
     }
 }

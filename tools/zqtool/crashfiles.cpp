@@ -74,7 +74,8 @@ namespace
             {
                 Files.dDetails.push_back(sName);
             }
-            AddFiles(DetailsStem ? *DetailsStem : ReportStem.value_or(sName + '\0'), Files);   // no stem holds a zero
+            std::string const sStem = NormalOf(DetailsStem ? *DetailsStem : ReportStem.value_or(sName));
+            AddFiles(DetailsStem || ReportStem ? sStem : sStem + '\0', Files);   // no stem holds a zero
         }
 
         std::vector<CrashFiles_t> Extract() { return std::move(m_dFound); }
@@ -156,16 +157,23 @@ namespace
             for (auto & [sStem, Files] : dFiles)
             {
                 std::sort(Files.dDetails.begin(), Files.dDetails.end());
-                AddFiles(sStem, Files);
+                AddFiles(NormalOf(sStem), Files);
             }
         }
 
-        static std::string NormalOf(std::string const & sName) { return fs::path(sName).lexically_normal().string(); }
+        // Returns one spelling of the paths of a file, also of one that does not exist.
+        static std::string NormalOf(std::string const & sName)
+        {
+            std::error_code Error;
+            fs::path const Resolved = fs::weakly_canonical(fs::absolute(sName, Error), Error);
+            return Error ? sName : Resolved.string();
+        }
 
-        // Adds the files of a stem, or to an earlier argument's files of that stem those that they lack.
+        // Adds the files of a stem in its normal form. If an earlier argument had files of that stem, adds to them those
+        // that they lack.
         void AddFiles(std::string const & sStem, CrashFiles_t const & Files)
         {
-            auto const [itStem, bNew] = m_dStems.try_emplace(NormalOf(sStem), m_dFound.size());
+            auto const [itStem, bNew] = m_dStems.try_emplace(sStem, m_dFound.size());
             if (bNew)
             {
                 m_dFound.push_back(Files);

@@ -22,9 +22,9 @@ public:
     /// Returns whether this build can read debug information. If not, the other functions do nothing.
     static bool CanRead();
 
-    /// Names the frames without a source line, in all threads, and adds the calls that are inlined there. Numbers the
-    /// frames anew. Does not name a frame if the stack up to it would then have more than CRASH_MAX_MEMBERS frames
-    /// (crashlines.h).
+    /// Names the frames without a source line that are not inlined, in all threads, and adds the calls that are inlined
+    /// there. Numbers the frames anew. Does not name a frame if the stack up to it would then have more than
+    /// CRASH_MAX_MEMBERS frames (crashlines.h).
     void Name(Crash_t & Crash);
 
     /// Returns the host's own modules whose names were wanted and whose files were not found: path and build-id.

@@ -176,7 +176,8 @@ namespace
         }
         bool const bCrc = nDigits == 2 * sizeof(std::uint32_t);
         Line = { Lower(sLine.substr(0, nDigits)), sLine.substr(nDigits + 2), bCrc ? ALGORITHM_CRC32 : ALGORITHM_SHA1 };
-        return (bCrc || nDigits == 2 * SHA1_HASH_SIZE) && (!bEscaped || Unescape(Line.sFile));
+        bool const bName = Line.sFile.find('\0') == std::string::npos;   // no file has a zero in its name
+        return bName && (bCrc || nDigits == 2 * SHA1_HASH_SIZE) && (!bEscaped || Unescape(Line.sFile));
     }
 
     int CheckList(Options_s const & Options)

@@ -273,16 +273,21 @@ namespace
         std::map<std::string, std::size_t> m_dTwinsSeen;   // by folded path: reports of its twins so far
     };
 
-    // Returns whether a file's key is only the start of its name, so that its path leads nowhere.
+    // Returns whether a file's key is only the start of its name, so that its path leads nowhere. Requires the findings
+    // of the scan's reports.
     bool IsCut(MediaScan_t const & Scan, File_c const & File)
     {
-        return BareOf(File.sName.CStr()).size() == FILE_KEY_LENGTH && SpellingsOf(Scan, LocationOf(File)).empty();
+        std::string_view const sBare = BareOf(File.sName.CStr());
+        return sBare.size() == FILE_KEY_LENGTH && SpellingsOf(Scan, LocationOf(File)).empty()
+               && std::any_of(Scan.dFindings.begin(), Scan.dFindings.end(),
+                   [sBare](MediaFinding_t const & Finding)
+                   { return Finding.pKind == &CUT_NAME && Finding.sOther == sBare; });
     }
 
-    // Counts the files and folders of the tables. Adds findings for these files:
+    // Counts the files and folders of the tables. Adds findings for these files, unless their names are cut:
     // - those that are empty.
     // - those on disk without a folder in the tables.
-    // - those that can't be opened.
+    // - those that the system does not open.
     // - those that an archive hides.
     void ReadTable(MediaScan_t & Scan)
     {
@@ -294,10 +299,16 @@ namespace
             [&](File_c * pTop)
             {
                 File_c & Top = *pTop;
-                ++Scan.nFiles;
-                Scan.nBytes += static_cast<std::uint32_t>(Top.iLength);
                 bool const bCut = Top.pPath && IsCut(Scan, Top);
-                if (Top.iLength == 0 && !bCut)
+                bool const bOnDisk = Top.pPath && !bCut;
+                plat::FileFacts_t Facts;
+                plat::File_t const hFile =
+                    bOnDisk ? plat::FileOpenRead(FileLocation_c(Top), plat::Share_e::ReadWrite, &Facts) : nullptr;
+                Facts.nSize = hFile ? Facts.nSize : static_cast<std::uint32_t>(Top.iLength);   // its low 32 bits
+                plat::FileClose(hFile);
+                ++Scan.nFiles;
+                Scan.nBytes += Facts.nSize;
+                if (Facts.nSize == 0 && !bCut)
                 {
                     Add(EMPTY, Top, "it has no bytes");
                 }
@@ -305,17 +316,9 @@ namespace
                 {
                     Add(NO_ROOM, Top, "its folder has no place in the table of folders");
                 }
-                else if (Top.pPath && !bCut)
+                else if (bOnDisk && !hFile)
                 {
-                    plat::File_t const hFile = plat::FileOpenRead(FileLocation_c(Top), plat::Share_e::ReadWrite);
-                    if (!hFile)
-                    {
-                        Add(UNREADABLE, Top, "it can't be opened");
-                    }
-                    else
-                    {
-                        plat::FileClose(hFile);
-                    }
+                    Add(UNREADABLE, Top, "it can't be opened");
                 }
                 else if (File_c * const pHidden = Top.pPath ? nullptr : FileHiding_c::FirstInFolder(Top))
                 {

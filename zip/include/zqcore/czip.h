@@ -6,8 +6,8 @@
 //
 // An archive is mounted over or under what the table holds at that moment. With Over, its file hides a present file of
 // the same key until FileZipUnmount. With Under, the present file stays, and that of the archive is not added. Later
-// scans see the archive's files as present. So mount after ModuleFile_c is up and after the scans. FileReset, and with
-// it the end of ModuleFile_c, unmounts all archives.
+// scans see the archive's files as present. So a mount comes after the start of ModuleFile_c and after the scans.
+// FileReset, and with it the end of ModuleFile_c, unmounts all archives.
 //
 // An archive may come from anywhere. Mounting skips these entries, logs a line for each and reports it to
 // g_FileSkipCallbacker (cfilepath.h):
@@ -15,7 +15,8 @@
 // - names with `..`, `.`, `\`, an empty part or characters that TextForLog (ctexterror.h) escapes.
 // - names of more than 255 characters, and keys of more than 127.
 // - an entry that can't be read or lacks a size, a CRC or a method, and a file for which the table has no room.
-// - a second file of the same key. The first one opens without the complaint that a scan's duplicate has.
+// - a second file of the same key, unless a present file hides both. The first one opens without the complaint that a
+//   scan's duplicate has.
 // - files that are encrypted or compressed by another method, links and devices.
 // - files of 2 GiB or more, sizes that can't be true, and files above 1 MiB that expand more than ZIP_MAX_EXPANSION
 //   times.
