@@ -9,6 +9,7 @@
 
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <vector>
 
 namespace
 {
