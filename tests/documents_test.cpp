@@ -122,7 +122,8 @@ namespace
         return dFound;
     }
 
-    // Returns source text with adjacent string literals joined, and `\"` and `\\` without the escaping backslash.
+    // Returns source text with string literals of consecutive lines joined, and `\"` and `\\` without the escaping
+    // backslash.
     std::string Plain(std::string const & sSource)
     {
         std::string sPlain;

@@ -375,6 +375,7 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
              { sStack + sZeros + "\n" + sStack, "(15): a line has zeros in place of text (and 1 more)", "#3 " },
              { Replaced(sStack, "5566C95A41CD  ", "zz  "), "(12): not a frame: zz  7FFF0020", "#2 " },
              { Replaced(sStack, "code: C", "code: Q"), "(3): not an exception code: Q0000005", "exception 0x0 in " },
+             { Replaced(sStack, "code: C", "code: 1C"), "(3): not an exception code: 1C0000005", "exception 0x0 in " },
              { Replaced(sStack, "7FFF0010  ", "7FFF0010  " + sLong), "(11): a line of 100", "#2 " },
              { Replaced(sGood, "Crash code disassembly:", "Local Variables And Parameters"), "(23): out of order",
                  "#2 " } })

@@ -118,6 +118,8 @@ public:
     /// - Without it, finds a token that contains sToken, comments included, up to the next NUL. If sToken was found at
     ///   //, also skips the rest of that line and the next token. m_iLines counts from the place where sToken was
     ///   found.
+    /// - While m_bEndOfFile is set, a search from the current position finds no whole token, and moves only one byte
+    ///   after the start of another match.
     bool RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken);
 
     /// Read the rest of the line without leading blanks and tabs. If that is iMaxLength - 1 characters or more, read

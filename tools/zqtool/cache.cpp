@@ -431,8 +431,8 @@ namespace
         return Comparison.IsEqual() ? EXIT_DONE : EXIT_FOUND;
     }
 
-    // Returns whether a cache may replace a file: one that is absent or empty, or a cache of this major version,
-    // damaged or not.
+    // Returns whether a cache may replace a file: one that is absent or empty, or a cache of this major version that
+    // ReadCacheFile reads, damaged or not.
     bool MayReplace(std::string const & sFile)
     {
         std::error_code Error;

@@ -58,12 +58,14 @@ std::string CrashLines_c::StartOf(std::string_view sLine)
 
 bool TakeCode(std::string_view & sText, Crash_t & Crash)
 {
-    std::optional<std::uint64_t> const Code = TakeNumber(sText, 16);
+    std::string_view sRest = sText;
+    std::optional<std::uint64_t> const Code = TakeNumber(sRest, 16);
     if (!Code || *Code > UINT32_MAX)
     {
         return false;
     }
-    TakeStart(sText, " ");
+    TakeStart(sRest, " ");
+    sText = sRest;
     Crash.nCode = static_cast<std::uint32_t>(*Code);
     Crash.sCodeText = sText;
     return true;
