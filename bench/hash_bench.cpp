@@ -9,6 +9,7 @@
 
 #include <initializer_list>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,21 @@ namespace
     std::uint32_t CrcZlib(unsigned char const * pBytes, std::size_t nBytes)
     {
         return static_cast<std::uint32_t>(crc32(0, pBytes, static_cast<uInt>(nBytes)));
+    }
+
+    constexpr std::uint32_t PREVIOUS = 0xCBF43926;   // CRC of the pieces before, "123456789"
+
+    std::uint32_t NextOurs(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        return Crc32(std::as_bytes(std::span(pBytes, nBytes)), PREVIOUS);
+    }
+    std::uint32_t NextLibdeflate(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        return libdeflate_crc32(PREVIOUS, pBytes, nBytes);
+    }
+    std::uint32_t NextZlib(unsigned char const * pBytes, std::size_t nBytes)
+    {
+        return static_cast<std::uint32_t>(crc32(PREVIOUS, pBytes, static_cast<uInt>(nBytes)));
     }
 
     std::uint32_t Sha1Ours(unsigned char const * pBytes, std::size_t nBytes)
@@ -99,6 +115,12 @@ namespace
             Register<CrcOurs>("Crc32/ours", nBytes);
             Register<CrcLibdeflate>("Crc32/libdeflate", nBytes);
             Register<CrcZlib>("Crc32/zlib", nBytes);
+        }
+        for (std::size_t const nBytes : std::initializer_list<std::size_t>{ 16, 255, 1023, 65536 })
+        {
+            Register<NextOurs>("Crc32Next/ours", nBytes);
+            Register<NextLibdeflate>("Crc32Next/libdeflate", nBytes);
+            Register<NextZlib>("Crc32Next/zlib", nBytes);
         }
         benchmark::RegisterBenchmark("Crc32/ours word/4", Crc32OfOneWord);
         for (std::size_t const nBytes : std::initializer_list<std::size_t>{ 4, 16, 64, 256, 4096, 65536, MAX_BYTES })

@@ -14,7 +14,7 @@ namespace
     constexpr int TOKEN = 0;           // reads a token
     constexpr int FIRST_CHECKED = 6;   // this one and later ones may fail an assertion in a block of memory
 
-    // A script and its last token. Two readers do the same operations on the same text.
+    // A script and its last token. One reads the text from a file, the other one from memory.
     struct Reader_s
     {
         Script_c Script;
@@ -39,14 +39,14 @@ namespace
         void ReadPlainToken(bool bPunctuation)
         {
             std::string sToken;
-            char c;
+            char cRead;
             Script.m_bInToken = false;
             do
             {
-                c = ReadByte();
-                sToken += c;
+                cRead = ReadByte();
+                sToken += cRead;
                 bool const bDelimiter =
-                    static_cast<signed char>(c) <= 0x20 || (bPunctuation && std::strchr("'\";,", c));
+                    static_cast<signed char>(cRead) <= 0x20 || (bPunctuation && std::strchr("'\";,", cRead));
                 Script.m_bInToken = Script.m_bInToken || !bDelimiter;
                 if (bDelimiter && sToken.size() > 1)
                 {
@@ -60,9 +60,9 @@ namespace
             sLast = sToken.substr(0, Script_c::TOKEN_SIZE - 1);
             if (sToken.starts_with("//"))
             {
-                while (c != '\n' && !Script.m_bEndOfFile)
+                while (cRead != '\n' && !Script.m_bEndOfFile)
                 {
-                    c = ReadByte();
+                    cRead = ReadByte();
                 }
                 sLast.clear();
                 if (!Script.m_bEndOfFile)
@@ -76,19 +76,19 @@ namespace
         std::string Step(int iOperation, unsigned char iArgument)
         {
             std::string sBuffer(FuzzFile_c::Get().m_sText.size() + Script_c::TOKEN_SIZE, '?');
-            char * const p = sBuffer.data();
+            char * const szRead = sBuffer.data();
             switch (iOperation)
             {
             case TOKEN:
-                Script.GetToken(p, iArgument & 1);
-                sLast = p;
+                Script.GetToken(szRead, iArgument & 1);
+                sLast = szRead;
                 return sLast;
             case 1:
-                Script.GetSpecific(p);
-                return p;
+                Script.GetSpecific(szRead);
+                return szRead;
             case 2:
-                Script.GetLine(p, 2 + iArgument);
-                return p;
+                Script.GetLine(szRead, 2 + iArgument);
+                return szRead;
             case 3:
                 return std::to_string(Script.GetInt());
             case 4:
@@ -97,8 +97,8 @@ namespace
                 Script.SetPosition(iArgument * 3 % (Script.m_iBytesTotal + 2));
                 return "";
             case FIRST_CHECKED:
-                Script.GetString(p, static_cast<int>(sBuffer.size()) - 1, static_cast<char>(iArgument));
-                return p;
+                Script.GetString(szRead, static_cast<int>(sBuffer.size()) - 1, static_cast<char>(iArgument));
+                return szRead;
             default:
                 return std::to_string(Script.GetFloat());
             }

@@ -12,13 +12,13 @@ namespace plat
     /// Handle of a file to write, or null.
     using RawFile_t = void *;
 
-    /// Creates a file that only its owner may read, and opens it for writing. Each write has reached the disk when it
-    /// returns. Both `\` and `/` separate in the path, and folders are found without regard to case. Returns null on
-    /// failure.
-    /// - If a file that this user's processes created this way has the name, and none of them still writes it, appends
-    ///   to that file.
-    /// - If anything else has the name, or that file is still being written or can't be opened, fails and sets bTaken.
-    ///   Otherwise clears bTaken.
+    /// Creates a file that only its owner may read, and opens it for writing. If a file that this user's processes
+    /// created this way has the name, appends to that file. Each write has reached the disk when it returns. Both `\`
+    /// and `/` separate in the path, and folders are found without regard to case. Returns null on failure. Clears
+    /// bTaken, but fails and sets it in these cases:
+    /// - Anything else has the name.
+    /// - That file is still being written.
+    /// - That file can't be opened.
     RawFile_t RawMakePrivate(char const * szPath, bool & bTaken);
 
     /// Writes bytes. Returns false if not all of them were written, or if hFile is null.

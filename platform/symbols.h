@@ -52,7 +52,7 @@ namespace plat
     /// Place of a variable's value.
     enum SymbolPlace_e : std::uint8_t
     {
-        PLACE_NONE,   // optimised out, a constant, or spread over several places
+        PLACE_NONE,   // optimised out, unknown, stored nowhere, or spread over several places
         PLACE_REGISTER,
         PLACE_MEMORY
     };
@@ -108,7 +108,7 @@ namespace plat
     {
         HELPER_ENDED,     // Stop was called
         HELPER_MISSING,   // none was started
-        HELPER_FAILED,    // it ended, or its answer was not understood
+        HELPER_FAILED,    // it ended, its answer was not understood, or a fault left it without memory it asked for
         HELPER_LATE       // SYMBOL_LIMIT has passed
     };
 

@@ -17,7 +17,7 @@ inline std::string FindBrowser()
         return "";
     }
     std::string const sFound =
-        RunShell("command -v chromium-headless-shell chromium google-chrome | head -n 1").sOutput;
+        RunShell("for p in chromium-headless-shell chromium google-chrome; do command -v $p && break; done").sOutput;
     return sFound.substr(0, sFound.find('\n'));
 }
 

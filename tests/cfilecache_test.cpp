@@ -210,6 +210,11 @@ TEST_F(FileCacheTest, FilesRegisteredBeforeStayAndKeepTheirFolders)
     }
     File_c const * const pSame = FileStream("same");
     EXPECT_TRUE(Survives(Cache({ "\\sub\\" }, { { "\\sub\\", "same" } })));
+    auto * const pOver = ZQ_NEW MemoryFile_c("x");
+    pOver->sName = "same";
+    EXPECT_EQ(FileAddObject(pOver, true), HASH_ADDED);
+    EXPECT_TRUE(Survives(Cache({ "\\sub\\" }, { { "\\sub\\", "same" } }))) << "hidden meanwhile";
+    delete pOver;
     EXPECT_EQ(FileOpen("same"), pSame);
     Save("again.bin");
     EXPECT_TRUE(FileResetFiles(m_Folder.Join("outside").c_str()));

@@ -42,7 +42,7 @@ namespace game
 
 namespace
 {
-    // One of each type: what docs/formats.md dumps.
+    // The values that docs/formats.md dumps.
     struct Types_s
     {
         bool bAlive = false;

@@ -124,6 +124,8 @@ TEST(String, FormatsIntoAValueAndIntoSixteenSharedBuffers)
 {
     EXPECT_STREQ(NewString("%s-%03i", "a", 7), "a-007");
     EXPECT_EQ(NewString("%300i", 1).Length(), 255);
+    char const * volatile szNone = nullptr;
+    EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(NewString(szNone).IsEmpty()); }), "sFmt");
     EXPECT_EQ(std::strlen(Va("%5000i", 1)), 4095u);
     char const * dTexts[17];
     std::generate(dTexts, dTexts + 17, [i = 0]() mutable { return Va("%i", i++); });

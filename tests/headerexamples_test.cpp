@@ -1,5 +1,6 @@
 // The examples of public headers that need surroundings, or whose results are tested, and the names of tests in
-// docs/reliability.md. The build cuts out all examples, and makes tests of the other ones (examples.cmake).
+// docs/reliability.md. The build cuts out all examples, and makes tests of the other ones (examples.cmake), except that
+// of czip.h, which czip_test.cpp has.
 #include "tests/media_fixture.h"
 #include "zqcore/cbreakpoint.h"
 #include "zqcore/cclipboard.h"

@@ -116,8 +116,7 @@ bool ZipReader_c::Inflate(unsigned char * pBuffer, std::uint32_t nBytes)
     return true;
 }
 
-// Returns whether the data end with the contents, as stored data always do. Sets a reason if there are more contents,
-// or if the data are damaged or can't be read.
+// Returns whether the data end with the contents, as stored data always do. If not, sets a reason.
 bool ZipReader_c::IsAtDataEnd()
 {
     if (!m_Facts.bDeflated || m_Facts.nStored == 0)

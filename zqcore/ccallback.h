@@ -14,7 +14,7 @@
 // g_FileReadErrorCallbacker. Change those at start-up and shutdown. A crash report fires g_ExecutionCallbacker without
 // waiting for other receivers.
 // Cost: adding allocates a node in the category Noise. Firing allocates nothing.
-// Failure: adding to a list after an exclusive entry asserts. No other call fails.
+// Failure: adding to a list whose newest entry is exclusive asserts. No other call fails.
 //
 //     Callbacker_T<int> OnScore;
 //     CallbackScope_T const Receiver(OnScore, [](int nPoints) { Log("%i points", nPoints); });

@@ -42,7 +42,7 @@ namespace
         return dTab;
     }
 
-    // Returns the registers after each single byte, from a register of 0, with their two bytes exchanged.
+    // Returns the registers after each single byte, from a register of 0, with their two bytes swapped.
     constexpr std::array<std::uint16_t, 256> MakeCrc16Tab()
     {
         constexpr unsigned POLYNOMIAL = 0xA097;   // of CRC-16/TELEDISK in the RevEng catalogue of CRC algorithms
@@ -63,10 +63,10 @@ namespace
     constexpr std::uint32_t Multiply(std::uint32_t dwA, std::uint32_t dwB)
     {
         std::uint32_t dwProduct = 0;
-        for (; dwA != 0; dwA <<= 1)
+        for (; dwA != 0; dwA <<= 1)   // masks, because branches on the bits of a CRC are mispredicted
         {
-            dwProduct ^= (dwA >> 31) != 0 ? dwB : 0;
-            dwB = (dwB >> 1) ^ ((dwB & 1) != 0 ? CRC32_POLYNOMIAL : 0);
+            dwProduct ^= dwB & (0u - (dwA >> 31));
+            dwB = (dwB >> 1) ^ (CRC32_POLYNOMIAL & (0u - (dwB & 1)));
         }
         return dwProduct;
     }
@@ -103,23 +103,14 @@ namespace
         return ~dwRegister;
     }
 
-    // Returns the CRC of a run from the register before it.
-    std::uint32_t RunTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
-    {
-        for (; nBytes >= 8; nBytes -= 8, pData += 8)
-        {
-            dwRegister = Crc32Feed8(dwRegister, plat::WordFromLittle(pData), plat::WordFromLittle(pData + 4));
-        }
-        return FinishTables(dwRegister, pData, nBytes);
-    }
-
-    std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes);   // replaces itself in g_fnKernel
+    // Replaces itself in g_fnKernel.
+    std::uint32_t ChooseAndRun(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes);
 
     // The kernel for CRC32_KERNEL_MIN bytes and more. The first call chooses it. That call may come before any
     // constructor. Threads that choose at the same time store the same kernel.
     constinit std::atomic<Crc32Kernel_t> g_fnKernel{ ChooseAndRun };
 
-    std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes)
+    std::uint32_t ChooseAndRun(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
     {
         Crc32Kernels_t const Kernels = Crc32FindKernels();
         Crc32Kernel_t fnKernel = Crc32ByTables;
@@ -128,23 +119,22 @@ namespace
             fnKernel = fnBetter != nullptr ? fnBetter : fnKernel;
         }
         g_fnKernel.store(fnKernel, std::memory_order_relaxed);
-        return fnKernel(pData, nBytes);
+        return fnKernel(dwRegister, pData, nBytes);
     }
 
-    // Returns the CRC of a run.
-    inline std::uint32_t RunOf(unsigned char const * pBytes, std::size_t nBytes)
+    // Returns the CRC of a run from the register before it.
+    inline std::uint32_t Run(std::uint32_t dwRegister, unsigned char const * pBytes, std::size_t nBytes)
     {
         if (nBytes >= CRC32_KERNEL_MIN)
         {
-            return g_fnKernel.load(std::memory_order_relaxed)(pBytes, nBytes);
+            return g_fnKernel.load(std::memory_order_relaxed)(dwRegister, pBytes, nBytes);
         }
         if (nBytes >= 8)
         {
-            return FinishTables(
-                Crc32Feed8(CRC32_PRESET, plat::WordFromLittle(pBytes), plat::WordFromLittle(pBytes + 4)), pBytes + 8,
-                nBytes - 8);
+            return FinishTables(Crc32Feed8(dwRegister, plat::WordFromLittle(pBytes), plat::WordFromLittle(pBytes + 4)),
+                pBytes + 8, nBytes - 8);
         }
-        return FinishTables(CRC32_PRESET, pBytes, nBytes);
+        return FinishTables(dwRegister, pBytes, nBytes);
     }
 }
 
@@ -152,26 +142,24 @@ constexpr std::array<std::uint32_t, 256> g_dCrc32Tab = MakeCrc32Tab();
 constexpr std::array<std::array<std::uint32_t, 256>, 7> g_dCrc32FollowTab = MakeCrc32FollowTab();
 constexpr std::array<std::uint16_t, 256> g_dCrc16Tab = MakeCrc16Tab();
 
-std::uint32_t Crc32ByTables(unsigned char const * pData, std::size_t nBytes)
+std::uint32_t Crc32ByTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
 {
-    return RunTables(CRC32_PRESET, pData, nBytes);
+    for (; nBytes >= 8; nBytes -= 8, pData += 8)
+    {
+        dwRegister = Crc32Feed8(dwRegister, plat::WordFromLittle(pData), plat::WordFromLittle(pData + 4));
+    }
+    return FinishTables(dwRegister, pData, nBytes);
 }
 
 std::uint32_t GetCrc32Polynomial(char const * pData, int nLength)
 {
-    return RunOf(reinterpret_cast<unsigned char const *>(pData), nLength > 0 ? static_cast<std::size_t>(nLength) : 0);
+    return Run(CRC32_PRESET, reinterpret_cast<unsigned char const *>(pData),
+        nLength > 0 ? static_cast<std::size_t>(nLength) : 0);
 }
 
 std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFirst)
 {
-    constexpr std::size_t JOIN_MIN = 512;   // a kernel and a join are faster than the tables from here on
-    auto const * const pBytes = reinterpret_cast<unsigned char const *>(dBytes.data());
-    if (dwFirst == 0)
-    {
-        return RunOf(pBytes, dBytes.size());
-    }
-    return dBytes.size() < JOIN_MIN ? RunTables(~dwFirst, pBytes, dBytes.size())
-                                    : Crc32Join(dwFirst, RunOf(pBytes, dBytes.size()), dBytes.size());
+    return Run(~dwFirst, reinterpret_cast<unsigned char const *>(dBytes.data()), dBytes.size());
 }
 
 std::uint32_t Crc32Join(std::uint32_t dwFirst, std::uint32_t dwSecond, std::uint64_t nSecond)

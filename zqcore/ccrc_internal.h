@@ -9,8 +9,8 @@ inline constexpr std::uint32_t CRC32_POLYNOMIAL = 0xEDB88320u;
 /// Bytes of the shortest run that the kernels accept. Shorter runs use the tables.
 inline constexpr std::size_t CRC32_KERNEL_MIN = 16;
 
-/// Function that returns the CRC-32 of a run of at least CRC32_KERNEL_MIN bytes.
-using Crc32Kernel_t = std::uint32_t (*)(unsigned char const * pData, std::size_t nBytes);
+/// Function that returns the CRC-32 of a run from the register before it. Requires at least CRC32_KERNEL_MIN bytes.
+using Crc32Kernel_t = std::uint32_t (*)(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes);
 
 /// The kernels that this processor can run, the fastest one last. A kernel is null if the processor lacks its
 /// instructions.
@@ -21,8 +21,9 @@ struct Crc32Kernels_t
     Crc32Kernel_t fnVpclmul;   // VPCLMULQDQ with AVX-512, registers of 64 bytes
 };
 
-/// Returns the CRC-32 of a run of any length. Uses the tables, eight bytes at a time, and works on every processor.
-std::uint32_t Crc32ByTables(unsigned char const * pData, std::size_t nBytes);
+/// Returns the CRC-32 of a run of any length from the register before it. Uses the tables, eight bytes at a time, and
+/// works on every processor.
+std::uint32_t Crc32ByTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes);
 
 /// Returns the kernels of the processor that runs the call.
 Crc32Kernels_t Crc32FindKernels();

@@ -52,7 +52,6 @@ namespace
 
     constexpr std::size_t BLOCK_BYTES = 16;
     static_assert(CRC32_KERNEL_MIN >= BLOCK_BYTES);
-    constexpr int PRESET = static_cast<int>(CRC32_PRESET);
 
     // Returns masks for a shuffle. The 16 bytes from offset r move the first r bytes of a block to its end, those from
     // offset 16 + r its last 16 - r bytes to its start. The other bytes become 0.
@@ -70,6 +69,12 @@ namespace
     ZQ_TARGET_PCLMUL inline __m128i LoadBlock(unsigned char const * pData)
     {
         return _mm_loadu_si128(reinterpret_cast<__m128i const *>(pData));
+    }
+
+    // Returns a block that begins with a register. The rest is 0.
+    ZQ_TARGET_PCLMUL inline __m128i BlockOf(std::uint32_t dwRegister)
+    {
+        return _mm_cvtsi32_si128(static_cast<int>(dwRegister));
     }
 
     // Returns a block moved by the distance of Factors and added to the next one.
@@ -126,10 +131,10 @@ namespace
             Blocks = LoadBlock(pData);
         }
 
-        // Adds the preset register to the first block.
-        ZQ_TARGET_PCLMUL static inline void Preset(Blocks_t & Blocks)
+        // Adds the register before a run to the first block.
+        ZQ_TARGET_PCLMUL static inline void AddRegister(Blocks_t & Blocks, std::uint32_t dwRegister)
         {
-            Blocks = _mm_xor_si128(Blocks, _mm_cvtsi32_si128(PRESET));
+            Blocks = _mm_xor_si128(Blocks, BlockOf(dwRegister));
         }
 
         // Sets the same distance for each block.
@@ -165,9 +170,9 @@ namespace
             Blocks = _mm256_loadu_si256(reinterpret_cast<__m256i const *>(pData));
         }
 
-        ZQ_TARGET_PAIRS static inline void Preset(Blocks_t & Blocks)
+        ZQ_TARGET_PAIRS static inline void AddRegister(Blocks_t & Blocks, std::uint32_t dwRegister)
         {
-            Blocks = _mm256_xor_si256(Blocks, _mm256_zextsi128_si256(_mm_cvtsi32_si128(PRESET)));
+            Blocks = _mm256_xor_si256(Blocks, _mm256_zextsi128_si256(BlockOf(dwRegister)));
         }
 
         ZQ_TARGET_PAIRS static inline void SetFactors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
@@ -206,9 +211,9 @@ namespace
             Blocks = _mm512_loadu_si512(pData);
         }
 
-        ZQ_TARGET_VPCLMUL static inline void Preset(Blocks_t & Blocks)
+        ZQ_TARGET_VPCLMUL static inline void AddRegister(Blocks_t & Blocks, std::uint32_t dwRegister)
         {
-            Blocks = _mm512_xor_si512(Blocks, _mm512_zextsi128_si512(_mm_cvtsi32_si128(PRESET)));
+            Blocks = _mm512_xor_si512(Blocks, _mm512_zextsi128_si512(BlockOf(dwRegister)));
         }
 
         ZQ_TARGET_VPCLMUL static inline void SetFactors(Blocks_t & Factors, std::int64_t nFar, std::int64_t nNear)
@@ -244,10 +249,11 @@ namespace
         }
     };
 
-    // Folds a run: four lanes at a time, the four to one, one lane at a time, and the rest. Returns the CRC. Requires
+    // Folds a run from the register before it: four lanes at a time, the four to one, one lane at a time, and the rest. Returns the CRC. Requires
     // at least four lanes.
     template <typename LANE>
-    ZQ_TARGET_PCLMUL ZQ_INLINE std::uint32_t FoldRun(unsigned char const * pData, std::size_t nBytes)
+    ZQ_TARGET_PCLMUL ZQ_INLINE std::uint32_t FoldRun(
+        std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
     {
         using Blocks_t = typename LANE::Blocks_t;
         constexpr std::size_t LANE_BYTES = sizeof(Blocks_t);
@@ -261,7 +267,7 @@ namespace
         LANE::Load(Blocks1, pData + LANE_BYTES);
         LANE::Load(Blocks2, pData + 2 * LANE_BYTES);
         LANE::Load(Blocks3, pData + 3 * LANE_BYTES);
-        LANE::Preset(Blocks0);
+        LANE::AddRegister(Blocks0, dwRegister);
         pData += STEP;
         nBytes -= STEP;
         for (; nBytes >= STEP; pData += STEP, nBytes -= STEP)
@@ -287,24 +293,28 @@ namespace
     constexpr std::size_t WIDE_MIN = 256;
     static_assert(WIDE_MIN >= 4 * sizeof(Lane512_s::Blocks_t));
 
-    ZQ_TARGET_PCLMUL std::uint32_t Crc32Pclmul(unsigned char const * pData, std::size_t nBytes)
+    ZQ_TARGET_PCLMUL std::uint32_t Crc32Pclmul(
+        std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
     {
         if (nBytes < 4 * BLOCK_BYTES)
         {
-            __m128i const First = _mm_xor_si128(LoadBlock(pData), _mm_cvtsi32_si128(PRESET));
+            __m128i const First = _mm_xor_si128(LoadBlock(pData), BlockOf(dwRegister));
             return Finish(First, pData + BLOCK_BYTES, nBytes - BLOCK_BYTES);
         }
-        return FoldRun<Lane128_s>(pData, nBytes);
+        return FoldRun<Lane128_s>(dwRegister, pData, nBytes);
     }
 
-    ZQ_TARGET_PAIRS std::uint32_t Crc32Pairs(unsigned char const * pData, std::size_t nBytes)
+    ZQ_TARGET_PAIRS std::uint32_t Crc32Pairs(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
     {
-        return nBytes < WIDE_MIN ? Crc32Pclmul(pData, nBytes) : FoldRun<Lane256_s>(pData, nBytes);
+        return nBytes < WIDE_MIN ? Crc32Pclmul(dwRegister, pData, nBytes)
+                                 : FoldRun<Lane256_s>(dwRegister, pData, nBytes);
     }
 
-    ZQ_TARGET_VPCLMUL std::uint32_t Crc32Vpclmul(unsigned char const * pData, std::size_t nBytes)
+    ZQ_TARGET_VPCLMUL std::uint32_t Crc32Vpclmul(
+        std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
     {
-        return nBytes < WIDE_MIN ? Crc32Pclmul(pData, nBytes) : FoldRun<Lane512_s>(pData, nBytes);
+        return nBytes < WIDE_MIN ? Crc32Pclmul(dwRegister, pData, nBytes)
+                                 : FoldRun<Lane512_s>(dwRegister, pData, nBytes);
     }
 }
 

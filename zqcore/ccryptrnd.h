@@ -35,8 +35,8 @@ ZQ_API void GetRandomBytes(unsigned char * dOutput, int nBytes);
 /// Adds the low byte of the cycle counter to the pool. It is for hosts that have unpredictable events besides messages.
 ZQ_API void PutNextRandom();
 
-/// Module that adds a byte to the pool for each message of g_ApplicationMessages while it is initialised. It depends on
-/// no other module.
+/// Module that adds a byte to the pool for each message of g_ApplicationMessages that it receives while it is
+/// initialised. It depends on no other module.
 class ZQ_API ModuleCryptRandom_c : public Module_c
 {
 public:

@@ -108,8 +108,13 @@ public:
     /// Returns the number of references to the block. Any thread may call it.
     int GetOpensCount() const { return m_iOpensCount.load(std::memory_order_relaxed); }
 
-    /// Adds the file to the list of stayers (cfileasync.h) if its extension is registered there. The list holds a
-    /// reference, so the block stays. Open calls it after it has read the own block. Any thread may call it.
+    /// Returns the number of blocks that Open has read, modulo 2^32. A Refresh may place the new block where the old one
+    /// was, but changes this number. Any thread may call it.
+    std::uint32_t GetBlockCount() const { return m_nBlocks.load(std::memory_order_relaxed); }
+
+    /// Counts a block, and adds the file to the list of stayers (cfileasync.h) if its extension is registered there. The
+    /// list holds a reference, so the block stays. Open calls it after it has read the own block. Any thread may call
+    /// it.
     void StayerDoWork();
 
     unsigned char * pData = nullptr;         // contents while resident, without a terminator; owned
@@ -196,6 +201,7 @@ private:
     plat::Lock_c m_Lock;
     std::atomic<Reason_t *> m_pWhyNot = nullptr;   // reason for GetWhyNot, owned; null without one
     File_c * m_pHidden = nullptr;                  // object of the same key that this one hides
+    std::atomic<std::uint32_t> m_nBlocks = 0;      // result of GetBlockCount
     bool m_bLost = false;                          // whether a refresh freed the block despite references
     bool m_bStayer = false;                        // whether it was added to the list of stayers
     bool m_bUnlocked = false;                      // whether Open must leave the lock while it reads

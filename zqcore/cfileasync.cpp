@@ -156,6 +156,7 @@ namespace
 
 void File_c::StayerDoWork()
 {
+    m_nBlocks.fetch_add(1, std::memory_order_relaxed);
     if (!IsStayerType(*this))
     {
         return;

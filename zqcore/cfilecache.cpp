@@ -329,10 +329,11 @@ namespace
         EarlierFiles_c(EarlierFiles_c const &) = delete;
         EarlierFiles_c & operator=(EarlierFiles_c const &) = delete;
 
-        // Returns whether an earlier file has this name and folder.
+        // Returns whether an earlier file, which another object may hide, has this name and folder.
         bool Has(File_c const & File)
         {
-            File_c * const pEarlier = g_sFileObjects.FindByName(File.sName);
+            File_c * const pTop = g_sFileObjects.FindByName(File.sName);
+            File_c * const pEarlier = pTop ? FileHiding_c::FirstInFolder(*pTop) : nullptr;
             return pEarlier && m_dFiles.Find(pEarlier) && File.pPath && *pEarlier->pPath == *File.pPath;
         }
 

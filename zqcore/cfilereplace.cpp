@@ -12,8 +12,6 @@
 #include "platform/process.h"
 #include "platform/text.h"
 
-#include <algorithm>
-#include <climits>
 #include <cstdio>
 
 namespace
@@ -114,14 +112,7 @@ bool FileReplacement_c::Write(void const * pData, std::size_t nBytes)
     {
         return FailAsSystem();
     }
-    auto const * pNext = static_cast<char const *>(pData);
-    for (std::size_t nLeft = nBytes; nLeft > 0;)
-    {
-        int const nPart = static_cast<int>(std::min<std::size_t>(nLeft, INT_MAX));
-        m_dwCrc = Crc32Join(m_dwCrc, GetCrc32Polynomial(pNext, nPart), static_cast<std::uint64_t>(nPart));
-        pNext += nPart;
-        nLeft -= static_cast<std::size_t>(nPart);
-    }
+    m_dwCrc = Crc32({ static_cast<std::byte const *>(pData), nBytes }, m_dwCrc);
     m_nBytes += nBytes;
     return true;
 }

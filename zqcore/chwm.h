@@ -9,7 +9,7 @@
 // Cost: one table read finds the class of a request of up to 1024 bytes. Larger requests need a walk over the classes,
 // and so do sizes next to a class size that is not a multiple of 4. The pools allocate whole chunks.
 // Failure: a lack of memory, a request above the largest class and a refused class size (AddGroup) end in Abort. Free
-// of a foreign pointer returns false. Other wrong use asserts.
+// returns false for a pointer that lies in no chunk with allocated blocks. Other wrong use asserts.
 //
 //     StaticMemoryPool_c Pool("events");
 //     Pool.AddGroup(16, 1000);
@@ -49,10 +49,10 @@ public:
     void * Alloc(unsigned int nBytes, bool bArray);
 
     /// Frees a block and returns true. Asserts that the block is allocated, and with this bArray. A block is freed even
-    /// with a wrong bArray. Returns false if no class holds the pointer.
+    /// with a wrong bArray. Returns false, without an assertion, if no chunk with allocated blocks holds the pointer.
     bool Free(void const * pPtr, bool bArray);
 
-    /// Returns the block size, in bytes, of the class that holds the pointer. Returns 0 if none does.
+    /// Returns the block size, in bytes, of the class that holds the pointer in a chunk with allocated blocks, or 0.
     int IsValid(void const * pPtr);
 
     /// Fails an assertion and returns false for any pointer.

@@ -60,9 +60,8 @@ public:
     OpcodeDecoder_c(OpcodeDecoder_c const &) = delete;
     OpcodeDecoder_c & operator=(OpcodeDecoder_c const &) = delete;
 
-    /// Sets the function that Decode calls, once or more, for each address, jump target, 32-bit displacement, and
-    /// number of 32 or 64 bits that is not 0. Null, the initial value, means no symbols. pUser is kept for the
-    /// callback.
+    /// Sets the function that Decode calls, once or more, for each jump target, address, displacement and number of 32
+    /// or 64 bits that is not 0. Null, the initial value, means no symbols. pUser is kept for the callback.
     void SetSymbolCallback(SymbolCallback_t fnSymbol, void * pUser)
     {
         m_fnSymbol = fnSymbol;

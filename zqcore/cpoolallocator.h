@@ -4,7 +4,7 @@
 // pools serve containers:
 // - PoolBlocks_c has blocks of all sizes and grows. Blocks of more than 1024 bytes, or with an alignment above 16, come
 //   from the heap.
-// - PoolElements_c has the elements of a GigaPoolStatic_c, which may lie in storage of the caller. It needs no heap.
+// - PoolElements_c has the elements of a GigaPoolStatic_c. If they lie in storage of the caller, it needs no heap.
 //
 // PoolAllocator_T is an allocator over a pool of either kind. PoolResource_T is a std::pmr::memory_resource over one,
 // and exists if the standard library has <memory_resource>.
@@ -117,8 +117,8 @@ public:
     using propagate_on_container_move_assignment = std::true_type;
     using propagate_on_container_swap = std::true_type;
 
-    /// Use a pool. Require that it outlives the container. Both constructors convert implicitly, so that a container's
-    /// constructor accepts the pool itself.
+    /// Use a pool. Require that it outlives the container. Both convert implicitly, so that a container's constructor
+    /// accepts the pool itself, or the allocator of another type.
     PoolAllocator_T(POOL & Pool) noexcept
         : m_pPool(&Pool)
     {}

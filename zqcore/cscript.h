@@ -176,7 +176,7 @@ public:
 
     /// State for callers to read, not to write.
     char m_sName[260] = "";      // name of the file, or "Memory mapped: %08X, size: %d", cut to fit
-    bool m_bInToken = false;     // whether GetToken found a token, or was the first after a token that ends the text
+    bool m_bInToken = false;     // working flag of GetToken
     int m_iLines = 0;            // line feeds read; a line feed that ends a token counts twice
     char const * m_pData = "";   // text
     int m_iBytesRead = 0;        // position of the next read, in bytes

@@ -103,7 +103,7 @@ String_T<256> NewString(char const * sFmt, ...)
     String_T<256> sResult;
     std::va_list args;
     va_start(args, sFmt);
-    FormatText(sResult.GetBuffer(), static_cast<std::size_t>(sResult.Capacity()), sFmt, args);
+    FormatText(sResult.GetBuffer(), static_cast<std::size_t>(sResult.Capacity()), sFmt ? sFmt : "", args);
     va_end(args);
     return sResult;
 }

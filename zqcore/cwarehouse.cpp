@@ -137,10 +137,10 @@ Warehouse_c::Text_s Warehouse_c::GetText() const
 {
     if (!m_pFile)
     {
-        return { m_pData, m_nLength };
+        return { m_pData, m_nLength, 0 };
     }
     FileText_t const Text = TextOfFile(*m_pFile);
-    return { Text.pText, Text.nText };
+    return { Text.pText, Text.nText, m_pFile->GetBlockCount() };
 }
 
 WarehouseScan_t Warehouse_c::ScanFrom(int nPos) const

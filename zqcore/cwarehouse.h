@@ -16,7 +16,7 @@
 // Threads: one thread for each warehouse. Open belongs to the main thread, as the table of files does (cfile.h).
 // Cost: a search is linear in the file. Skipping lines allocates nothing. The work line allocates its cells. The Get
 // functions allocate nothing, but a std::string may. Counting the place of an error allocates the cells before it:
-// GetLastError does, and a Get that fails while SetTextErrorLog is on.
+// GetLastError does, and a Get that fails or cuts a text while SetTextErrorLog is on.
 // Failure: calls return false and leave the caller's number unchanged. GetLastError has the place.
 //
 //     Warehouse_c Units;
@@ -153,7 +153,7 @@ public:
 
     /// Read the work line's cell as text. An empty cell is an empty text. Return false without a work line or such a
     /// column. Return true for a text that is cut too: GetLastError says so, and the log if LogColName switched that
-    /// on. Nothing cuts a std::string.
+    /// on. A std::string cuts no text. A cut at WAREHOUSE_CELL_SIZE is not reported.
     ZQ_API bool Get(char const * sColumn, char * sResult, int nMaxLength) const;
     template <TextObject_T TEXT>
     bool Get(char const * sColumn, TEXT & sResult) const
@@ -171,6 +171,7 @@ private:
     {
         char const * pText = nullptr;
         int nLength = 0;
+        std::uint32_t nBlock = 0;   // GetBlockCount of the open file
         bool operator==(Text_s const &) const = default;
     };
 

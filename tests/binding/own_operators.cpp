@@ -23,11 +23,11 @@ namespace
     }
 
     // Move a pointer over a block's head, zero the head, and return the pointer.
-    void * WithoutHead(void * pMemory)
+    void * SkipHead(void * pMemory)
     {
         return static_cast<char *>(std::memset(pMemory, 0, HEAD)) + HEAD;
     }
-    void * WithHead(void * pBlock)
+    void * RemoveHead(void * pBlock)
     {
         return std::memset(static_cast<char *>(pBlock) - HEAD, 0, HEAD);
     }
@@ -55,19 +55,19 @@ namespace
     // A heap, whose delete expects no null.
     [[maybe_unused]] struct
     {
-        void * New(std::size_t nBytes) { return WithoutHead(std::malloc(HEAD + nBytes)); }
-        void Delete(void * pBlock) { std::free(WithHead(pBlock)); }
+        void * New(std::size_t nBytes) { return SkipHead(std::malloc(HEAD + nBytes)); }
+        void Delete(void * pBlock) { std::free(RemoveHead(pBlock)); }
     } g_HasHeap;
 
     // Operators that add a head to each block of the next ones.
     [[maybe_unused]] struct
     {
-        void * New(std::size_t nBytes) { return WithoutHead(NewOfNext(HEAD + nBytes)); }
+        void * New(std::size_t nBytes) { return SkipHead(NewOfNext(HEAD + nBytes)); }
         void Delete(void * pBlock)
         {
             if (pBlock)
             {
-                DeleteOfNext(WithHead(pBlock));
+                DeleteOfNext(RemoveHead(pBlock));
             }
         }
     } g_AddsHead;

@@ -6,7 +6,7 @@
 // then a rewritten table, a save, a registry value and a complaint. Seven more threads allocate under categories, log,
 // and complain. After each tenth of the frames a line shows what the process holds. The status is 1 in these cases:
 // - A module does not start.
-// - A save, a table or a registry value fails, or no receiver hears a complaint. A line at the end has the counts.
+// - A save, a table or a registry value fails, or a complaint is not heard. A line at the end has the counts.
 // - From the second line to the last, one of these grows by more than its play: live blocks of a category, descriptors,
 //   threads, or pages of the process.
 // - The logs hold more bytes at the last line than their limits allow.

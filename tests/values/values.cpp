@@ -135,7 +135,8 @@ namespace
         }
     };
 
-    // Holds variables of many kinds during the fault. Whatever is not kept in memory is used after the call.
+    // Holds variables of many kinds during the fault. Except Object, whatever is not kept in memory is used after the
+    // call.
     NOT_INLINED int Contain(Object_s & Object, std::string_view sView, std::optional<short> iPassed, Colour_e eColour)
     {
         std::string sText("a text that is too long for the object"), sShort("a \"text\"\n");

@@ -51,7 +51,7 @@ namespace zqsymbols
         }
     }
 
-    // Adds a file, or replaces one that has the same build-id and less information.
+    // Adds an ELF file with a build-id, unless a file of the same build-id has as much information.
     void BuildIds_c::AddFile(std::string const & sFile)
     {
         int const hFile = open(sFile.c_str(), O_RDONLY | O_CLOEXEC);

@@ -29,8 +29,7 @@ namespace
         return dNames;
     }
 
-    // Returns the words that a value can be, with blanks between them. Returns an empty text for a value that is the
-    // name of a file or any text, and for an option without a value.
+    // Returns the words that a value can be, with blanks between them. Returns an empty text if there are none.
     std::string ChoicesOf(HelpOption_t const & Option, Commands_t const & dCommands)
     {
         if (Option.bPositional && Option.dNames[0] == "COMMAND")

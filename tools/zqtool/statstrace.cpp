@@ -11,7 +11,7 @@
 
 namespace
 {
-    constexpr double LAST_MOMENT = 9e18;   // in nanoseconds; only a damaged file reaches it
+    constexpr double LAST_MOMENT = 9e18;   // in nanoseconds; below the limit of long long
 
     std::string Microseconds(long long tNanoseconds)
     {

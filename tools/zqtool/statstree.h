@@ -17,7 +17,7 @@ struct StatsNode_t
     std::int64_t tPeak = 0;
     int iPeakFrame = -1;   // of the whole file; -1 if no frame had a time above 0
     std::uint32_t nPeakCalls = 0;
-    double tOwn = 0;         // sum without the children's, over the frames of whole batches
+    double tOwn = 0;         // sum without the children's, over the frames of whole batches or of the only one
     int nBrokenFrames = 0;   // frames of a broken batch that has the timer, unless it is the only batch
 };
 
@@ -25,7 +25,7 @@ struct StatsNode_t
 struct StatsAverage_t
 {
     double tTime = 0;
-    double tOwn = 0;   // without its children's, over the frames of whole batches; not below 0
+    double tOwn = 0;   // without its children's, over the frames of whole batches or of the only one; not below 0
     double fCalls = 0;
 };
 
