@@ -20,7 +20,7 @@ namespace
         return GetCrc32Polynomial(reinterpret_cast<char const *>(pBytes), static_cast<int>(nBytes));
     }
 
-    std::uint32_t ContinuedCrc(std::uint32_t dwRegister, unsigned char const * pBytes, std::size_t nBytes)
+    std::uint32_t ContinuedCrc(unsigned char const * pBytes, std::size_t nBytes, std::uint32_t dwRegister)
     {
         return Crc32(std::as_bytes(std::span(pBytes, nBytes)), ~dwRegister);
     }
@@ -115,7 +115,7 @@ TEST(Crc32, EveryKernelAgreesWithTheDefinitionAtEveryLengthAndAlignment)
             {
                 Bytes_t const dBytes(dSource.end() - static_cast<std::ptrdiff_t>(iAlign + nBytes), dSource.end());
                 std::uint32_t const dwBefore = ~ReferenceCrc(dBytes.data(), iAlign);
-                ASSERT_EQ(fnCrc(dwBefore, dBytes.data() + iAlign, nBytes), ReferenceCrc(dBytes.data(), dBytes.size()))
+                ASSERT_EQ(fnCrc(dBytes.data() + iAlign, nBytes, dwBefore), ReferenceCrc(dBytes.data(), dBytes.size()))
                     << szKernel << ' ' << n << ' ' << iAlign;
             }
         }

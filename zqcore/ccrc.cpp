@@ -88,7 +88,7 @@ namespace
     constexpr std::array<std::uint32_t, 64> CRC32_MOVES = MakeCrc32Moves();
 
     // Returns the CRC of a run from the register before its last nBytes. Requires nBytes below 8.
-    inline std::uint32_t FinishTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
+    inline std::uint32_t FinishTables(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
     {
         if (nBytes >= 4)
         {
@@ -104,13 +104,13 @@ namespace
     }
 
     // Replaces itself in g_fnKernel.
-    std::uint32_t ChooseAndRun(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes);
+    std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister);
 
     // The kernel for CRC32_KERNEL_MIN bytes and more. The first call chooses it. That call may come before any
     // constructor. Threads that choose at the same time store the same kernel.
     constinit std::atomic<Crc32Kernel_t> g_fnKernel{ ChooseAndRun };
 
-    std::uint32_t ChooseAndRun(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
+    std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
     {
         Crc32Kernels_t const Kernels = Crc32FindKernels();
         Crc32Kernel_t fnKernel = Crc32ByTables;
@@ -119,22 +119,22 @@ namespace
             fnKernel = fnBetter != nullptr ? fnBetter : fnKernel;
         }
         g_fnKernel.store(fnKernel, std::memory_order_relaxed);
-        return fnKernel(dwRegister, pData, nBytes);
+        return fnKernel(pData, nBytes, dwRegister);
     }
 
     // Returns the CRC of a run from the register before it.
-    inline std::uint32_t Run(std::uint32_t dwRegister, unsigned char const * pBytes, std::size_t nBytes)
+    ZQ_INLINE std::uint32_t Run(unsigned char const * pBytes, std::size_t nBytes, std::uint32_t dwRegister)
     {
         if (nBytes >= CRC32_KERNEL_MIN)
         {
-            return g_fnKernel.load(std::memory_order_relaxed)(dwRegister, pBytes, nBytes);
+            return g_fnKernel.load(std::memory_order_relaxed)(pBytes, nBytes, dwRegister);
         }
         if (nBytes >= 8)
         {
-            return FinishTables(Crc32Feed8(dwRegister, plat::WordFromLittle(pBytes), plat::WordFromLittle(pBytes + 4)),
-                pBytes + 8, nBytes - 8);
+            dwRegister = Crc32Feed8(dwRegister, plat::WordFromLittle(pBytes), plat::WordFromLittle(pBytes + 4));
+            return FinishTables(pBytes + 8, nBytes - 8, dwRegister);
         }
-        return FinishTables(dwRegister, pBytes, nBytes);
+        return FinishTables(pBytes, nBytes, dwRegister);
     }
 }
 
@@ -142,24 +142,24 @@ constexpr std::array<std::uint32_t, 256> g_dCrc32Tab = MakeCrc32Tab();
 constexpr std::array<std::array<std::uint32_t, 256>, 7> g_dCrc32FollowTab = MakeCrc32FollowTab();
 constexpr std::array<std::uint16_t, 256> g_dCrc16Tab = MakeCrc16Tab();
 
-std::uint32_t Crc32ByTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
+std::uint32_t Crc32ByTables(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
 {
     for (; nBytes >= 8; nBytes -= 8, pData += 8)
     {
         dwRegister = Crc32Feed8(dwRegister, plat::WordFromLittle(pData), plat::WordFromLittle(pData + 4));
     }
-    return FinishTables(dwRegister, pData, nBytes);
+    return FinishTables(pData, nBytes, dwRegister);
 }
 
 std::uint32_t GetCrc32Polynomial(char const * pData, int nLength)
 {
-    return Run(CRC32_PRESET, reinterpret_cast<unsigned char const *>(pData),
-        nLength > 0 ? static_cast<std::size_t>(nLength) : 0);
+    return Run(reinterpret_cast<unsigned char const *>(pData), nLength > 0 ? static_cast<std::size_t>(nLength) : 0,
+        CRC32_PRESET);
 }
 
 std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFirst)
 {
-    return Run(~dwFirst, reinterpret_cast<unsigned char const *>(dBytes.data()), dBytes.size());
+    return Run(reinterpret_cast<unsigned char const *>(dBytes.data()), dBytes.size(), ~dwFirst);
 }
 
 std::uint32_t Crc32Join(std::uint32_t dwFirst, std::uint32_t dwSecond, std::uint64_t nSecond)

@@ -10,7 +10,7 @@ inline constexpr std::uint32_t CRC32_POLYNOMIAL = 0xEDB88320u;
 inline constexpr std::size_t CRC32_KERNEL_MIN = 16;
 
 /// Function that returns the CRC-32 of a run from the register before it. Requires at least CRC32_KERNEL_MIN bytes.
-using Crc32Kernel_t = std::uint32_t (*)(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes);
+using Crc32Kernel_t = std::uint32_t (*)(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister);
 
 /// The kernels that this processor can run, the fastest one last. A kernel is null if the processor lacks its
 /// instructions.
@@ -23,7 +23,7 @@ struct Crc32Kernels_t
 
 /// Returns the CRC-32 of a run of any length from the register before it. Uses the tables, eight bytes at a time, and
 /// works on every processor.
-std::uint32_t Crc32ByTables(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes);
+std::uint32_t Crc32ByTables(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister);
 
 /// Returns the kernels of the processor that runs the call.
 Crc32Kernels_t Crc32FindKernels();

@@ -253,7 +253,7 @@ namespace
     // at least four lanes.
     template <typename LANE>
     ZQ_TARGET_PCLMUL ZQ_INLINE std::uint32_t FoldRun(
-        std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
+        unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
     {
         using Blocks_t = typename LANE::Blocks_t;
         constexpr std::size_t LANE_BYTES = sizeof(Blocks_t);
@@ -294,27 +294,27 @@ namespace
     static_assert(WIDE_MIN >= 4 * sizeof(Lane512_s::Blocks_t));
 
     ZQ_TARGET_PCLMUL std::uint32_t Crc32Pclmul(
-        std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
+        unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
     {
         if (nBytes < 4 * BLOCK_BYTES)
         {
             __m128i const First = _mm_xor_si128(LoadBlock(pData), BlockOf(dwRegister));
             return Finish(First, pData + BLOCK_BYTES, nBytes - BLOCK_BYTES);
         }
-        return FoldRun<Lane128_s>(dwRegister, pData, nBytes);
+        return FoldRun<Lane128_s>(pData, nBytes, dwRegister);
     }
 
-    ZQ_TARGET_PAIRS std::uint32_t Crc32Pairs(std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
+    ZQ_TARGET_PAIRS std::uint32_t Crc32Pairs(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
     {
-        return nBytes < WIDE_MIN ? Crc32Pclmul(dwRegister, pData, nBytes)
-                                 : FoldRun<Lane256_s>(dwRegister, pData, nBytes);
+        return nBytes < WIDE_MIN ? Crc32Pclmul(pData, nBytes, dwRegister)
+                                 : FoldRun<Lane256_s>(pData, nBytes, dwRegister);
     }
 
     ZQ_TARGET_VPCLMUL std::uint32_t Crc32Vpclmul(
-        std::uint32_t dwRegister, unsigned char const * pData, std::size_t nBytes)
+        unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
     {
-        return nBytes < WIDE_MIN ? Crc32Pclmul(dwRegister, pData, nBytes)
-                                 : FoldRun<Lane512_s>(dwRegister, pData, nBytes);
+        return nBytes < WIDE_MIN ? Crc32Pclmul(pData, nBytes, dwRegister)
+                                 : FoldRun<Lane512_s>(pData, nBytes, dwRegister);
     }
 }
 
