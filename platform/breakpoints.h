@@ -56,7 +56,7 @@ namespace plat
 
     /// Writes the calling thread's registers. On failure returns false and restores the previous ones as far as the
     /// system allows. It fails in these cases:
-    /// - The address, the length or the kind of a register is bad.
+    /// - The address, the length or the kind of an enabled register is bad.
     /// - The system refuses a register, for instance because a debugger holds them all or the process lacks the right.
     /// - The system accepts a register without effect, as some hypervisors do. A test finds this. It is not repeated
     ///   once a register has had an effect.

@@ -22,8 +22,8 @@ namespace plat
     /// spelling, or a symbolic link. The replacement is one step: at any moment, even after a power failure, the name
     /// has all of the old contents or all of the new ones. Requires that the file was synchronised.
     ///
-    /// With Rights_e::Shared, the new file gets the access rights of the file that it replaces. If that file belongs to
-    /// another user, the new file gets no rights that it does not have already.
+    /// With Rights_e::Shared, the new file gets the access rights of the file that it replaces, or keeps its own if the
+    /// system refuses. If that file belongs to another user, the new file gets no rights that it does not have already.
     ///
     /// Returns false, with both names unchanged, in these cases:
     /// - szFrom does not name that file.
@@ -38,9 +38,12 @@ namespace plat
     /// spelling. Returns false on failure, and without bReplace also if anything has the new name.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
-    /// Adds a second name to a file or a symbolic link. If the file system has no second names, the file has too many,
-    /// or the system protects it from them, makes a copy and synchronises it. Returns false on failure, for instance if
-    /// anything has the name szTo. A failed copy may leave a part.
+    /// Adds a second name to a file or a symbolic link. Returns false on failure, for instance if anything has the name
+    /// szTo. In these cases makes and synchronises a copy of the file, or of the link's target. A failed copy may leave
+    /// a part.
+    /// - The file system has no second names.
+    /// - The file has too many.
+    /// - The system protects it from them.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 
     /// Returns whether anything has the name, including a link whose target is missing. Returns true too if the system

@@ -1,6 +1,6 @@
 // rawfiles.h: files for a process that has crashed.
 //
-// The functions use no heap and no lock, so a fault filter may call them.
+// The functions use no heap and wait for no lock, so a fault filter may call them.
 #pragma once
 
 #include <cstddef>
@@ -30,9 +30,9 @@ namespace plat
     /// Returns the size of a file in bytes, or 0 if it is unknown or hFile is null.
     std::uint64_t RawSize(RawFile_t hFile);
 
-    /// Reads a regular file. Returns its contents in pages, not terminated, and sets *pBytes to its size. Requires a
-    /// path in the system's own form. The caller releases the pages by PagesRelease with that size. Returns null, with
-    /// no meaning in *pBytes, in these cases:
+    /// Reads a regular file. Returns its contents, not terminated, in pages that the caller releases by PagesRelease,
+    /// and sets *pBytes to their size. Requires a path in the system's own form. Returns null, with no meaning in
+    /// *pBytes, in these cases:
     /// - The file can't be read, or is not a regular one.
     /// - The file is empty or has more than 256 MiB.
     /// - There is no memory.

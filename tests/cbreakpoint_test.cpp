@@ -5,12 +5,12 @@ namespace
 {
     using Watch_t = Breakpoint_c;
 
-    alignas(8) volatile std::int32_t g_nWatched, g_nCalls;
+    alignas(8) volatile std::int32_t g_iWatched, g_nCalls;
 
     // clang-format off
-    void Read() { static_cast<void>(g_nWatched); }
-    void Write() { __atomic_store_n(&g_nWatched, 1, __ATOMIC_RELAXED); }   // by several threads
-    void WriteEnd() { reinterpret_cast<char volatile *>(&g_nWatched)[3] = 1; }
+    void Read() { static_cast<void>(g_iWatched); }
+    void Write() { __atomic_store_n(&g_iWatched, 1, __ATOMIC_RELAXED); }   // by several threads
+    void WriteEnd() { reinterpret_cast<char volatile *>(&g_iWatched)[3] = 1; }
     __attribute__((noinline)) void Call() { g_nCalls = g_nCalls + 1; }
     // clang-format on
 
@@ -24,7 +24,7 @@ namespace
     bool Arm(Watch_t & Watch, int nLength = Watch_t::LENGTH_4, int nAccess = Watch_t::ACCESS_WRITE, int nOffset = 0)
     {
         void const * const pCode = reinterpret_cast<void *>(&Call);
-        void const volatile * const pTo = nAccess == Watch_t::ACCESS_EXECUTE ? pCode : &g_nWatched;
+        void const volatile * const pTo = nAccess == Watch_t::ACCESS_EXECUTE ? pCode : &g_iWatched;
         return Watch.Set(reinterpret_cast<std::uintptr_t>(pTo) + static_cast<unsigned>(nOffset), nLength, nAccess);
     }
 

@@ -238,6 +238,8 @@ TEST_F(CrashDetailsByHelper, ShowTheOtherThreadsThoseWithLocksFirst)
     EXPECT_THAT(sThreads, testing::Not(HasSubstr("\"iou-wrk")));   // the kernel's writer of the stats file
     EXPECT_THAT(
         sThreads, ContainsRegex("\n#63 [^\n]+\n(    at [^\n]+\n)?\\.\\.\\. 192 or more frames left out \\.\\.\\.\n\n"));
+    EXPECT_THAT(Section(RunAlone("read ended", ZQSYMBOLS_PATH).sDetails, "Threads"),
+        ContainsRegex("^thread [0-9]+ \"crasher\"\n\\(cut: it has ended\\)\n\nthread [0-9]+ \"idle\"\n" + sFrames));
     EXPECT_EQ(Section(RunAlone("read beside untraced", ZQSYMBOLS_PATH).sDetails, "Threads"),
         "(cut: the system does not let the helper trace this process: Operation not permitted)\n");
 }

@@ -30,7 +30,7 @@ namespace
             double const tStart = longTimeGet();
             longTimeWait(m_tWait);
             m_tTaken = longTimeGet() - tStart;
-            return !m_bFails && Module_c::Initialize();
+            return !m_bFails && (m_bForgets || Module_c::Initialize());
         }
 
         void Initialize2() override { Trace("2"); }
@@ -43,7 +43,7 @@ namespace
         }
 
         Module_c * m_dNeeded[3];
-        bool m_bFails = false;
+        bool m_bFails = false, m_bForgets = false;
         double m_tWait = 0.0;    // seconds that Initialize asks for
         double m_tTaken = 0.0;   // seconds that it waits
 
@@ -118,6 +118,20 @@ TEST_F(Modules, ThatNeedEachOtherStayDown)
     EXPECT_EQ(m_Log.GetText(),
         "Module [" + s_sA + "] was not initialized. xrf?\nModule [" + s_sB + "] was not initialized. xrf?\n");
     EXPECT_EQ(Dialogs.GetCount(), 2);
+}
+
+TEST_F(Modules, ThatForgetTheBaseAreNamed)
+{
+    static int s_nRun = 0;   // a repeated Achtung would be dropped
+    static std::string s_sForgets;
+    s_sForgets = "forgets" + std::to_string(++s_nRun);
+    TestModule_c &a = Make(s_sForgets.c_str()), &b = Make("b");
+    a.m_bForgets = true;
+    Register({ &a, &b });
+    DialogScript_c const Dialogs;
+    EXPECT_FALSE(Module_c::InitializeAllModules());
+    EXPECT_EQ(m_Log.GetText(), "Module [" + s_sForgets + "] was not initialized. xrf?\n");
+    EXPECT_EACH(b.IsInitialized(), Dialogs.GetCount() == 1);
 }
 
 TEST_F(Modules, InitializedBeforeAFailedOneStayUpAndLaterOnesJoinThem)

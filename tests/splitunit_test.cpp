@@ -17,7 +17,8 @@ namespace
     constexpr std::uint64_t START = 0x400000, END = 0x410000, ADDRESS = 0x401004;   // in Sink
     constexpr int DEEPEST_LEVEL = 3;   // of DIEs below a scope that are read
 
-    // Appends the names of a frame's variables to sNames. Also reads their types and their locations.
+    // Appends the names of a DIE, of the siblings after it and of the DIEs below them to sNames. Also reads their types
+    // and their locations.
     void Walk(Dwarf_Die Die, int nLevel, std::string & sNames)
     {
         do

@@ -55,3 +55,16 @@ TEST(TypeNames, AreDeclarationsWithoutTheirNames)
     }
     SKIP_IF(nBuilt == 0, "no compiler here");
 }
+
+TEST(TypeNames, LackWhatTheStandardLibraryAdds)
+{
+    for (auto const & [szName, szShort] : Rows_t<char const *, char const *>{
+             { "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >", "std::string" },
+             { "std::vector<std::__1::basic_string_view<char, std::__1::char_traits<char> > >",
+                 "std::vector<std::string_view>" },
+             { "std::filesystem::__cxx11::path", "std::filesystem::path" },
+             { "std::chrono::_V2::steady_clock", "std::chrono::steady_clock" } })
+    {
+        EXPECT_EQ(ShortName(szName), szShort);
+    }
+}

@@ -157,9 +157,9 @@ std::uint32_t GetCrc32Polynomial(char const * pData, int nLength)
         CRC32_PRESET);
 }
 
-std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFirst)
+std::uint32_t Crc32(void const * pBytes, std::size_t nBytes, std::uint32_t dwFirst)
 {
-    return Run(reinterpret_cast<unsigned char const *>(dBytes.data()), dBytes.size(), ~dwFirst);
+    return Run(static_cast<unsigned char const *>(pBytes), nBytes, ~dwFirst);
 }
 
 std::uint32_t Crc32Join(std::uint32_t dwFirst, std::uint32_t dwSecond, std::uint64_t nSecond)

@@ -38,9 +38,13 @@ extern ZQ_API std::array<std::uint16_t, 256> const g_dCrc16Tab;
 /// pData.
 ZQ_API std::uint32_t GetCrc32Polynomial(char const * pData, int nLength);
 
-/// Returns the CRC-32 of a run of any length. For a run in pieces dwFirst is the result for the previous pieces. The
-/// call then returns the CRC-32 of all pieces so far.
-ZQ_API std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFirst = 0);
+/// Return the CRC-32 of a run of any length. For a run in pieces dwFirst is the result for the previous pieces. The call
+/// then returns the CRC-32 of all pieces so far.
+ZQ_API std::uint32_t Crc32(void const * pBytes, std::size_t nBytes, std::uint32_t dwFirst);
+inline std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFirst = 0)
+{
+    return Crc32(dBytes.data(), dBytes.size(), dwFirst);
+}
 
 /// Returns the CRC-32 of a run from the CRC-32 of its first and of its second part. nSecond is the number of bytes of
 /// the second part. Costs up to 40 ns for each bit that is set in nSecond.

@@ -1,9 +1,10 @@
 // cfilecache.h: a cache of the tables of files and folders, so that a start need not scan the media root.
 //
 // ModuleFile_c loads the cache instead of scanning if FilesystemCacheInit named one. At shutdown it writes the cache if
-// SetCacheFile named one, or if a file named filesystemcache.bin is known. Folders are stored relative to the media
-// root, so a cache stays valid when the tree moves. A cache is written only after scans that read everything. So a
-// fault of the system, or a missing media root, affects one start and not the following ones.
+// SetCacheFile named one and a folder of the media root is known. Without SetCacheFile it does so if a file named
+// filesystemcache.bin is known. Folders are stored relative to the media root, so a cache stays valid when the tree
+// moves. A cache is written only after scans that read everything. So a fault of the system, or a missing media root,
+// affects one start and not the following ones.
 //
 // A load does not compare the cache with the disk. FilesystemCacheIsCurrent compares its folders. Without that call:
 // - a file that was added since is unknown.
@@ -43,7 +44,8 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 /// - a negative count, or a file without a name.
 /// - a folder's text that does not fit its checksum, which asserts first.
 /// - a folder's text that does not begin and end with `\`.
-/// - two entries of one name, unless each is that of a file registered before, or a file without its folder.
+/// - two entries of one name, unless each is that of a file registered before.
+/// - a file whose folder is not among the cache's folders.
 /// - more folders than the table of one load has room for, or more files than g_sFileObjects has.
 ///
 /// Bytes after the last record are not read. A load adds to what the tables hold already:

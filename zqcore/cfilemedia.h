@@ -57,9 +57,9 @@ extern ZQ_API bool g_bAddon;
 /// worker of cfileasync.h and computes the media hash (cfilehash.h). The idle heartbeat looks for changed files
 /// (cfiletrack.h).
 ///
-/// The tables come from a cache (cfilecache.h), if there is one. Initialize then scans only the folders profiles and
-/// mapscache of the media root, which change while a game runs. Without a cache it scans the media root, unless
-/// ReadMedia(false) was called.
+/// The tables come from the cache that FilesystemCacheInit (cfilecache.h) named, if it can be read. Initialize then
+/// scans only the folders profiles and mapscache of the media root, which change while a game runs. If none was named,
+/// it scans the media root, unless ReadMedia(false) was called.
 ///
 /// Shutdown stops the worker and writes the cache to the path of SetCacheFile. It leaves that file unchanged if
 /// Initialize did not run or no folder of the media root is known. Without SetCacheFile it writes filesystemcache.bin

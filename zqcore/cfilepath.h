@@ -9,7 +9,7 @@
 // lower case leads to the one without capitals. If all have capitals, it leads to the first in byte order. The scan
 // enters that one. A second file is a duplicate. A second folder, or an entry of another kind, is skipped. A scan also
 // skips, with a log line:
-// - names that are not UTF-8 or hold a `\`, and keys that begin with a drive, as `a:b` does.
+// - names that are not UTF-8 or hold a `\`, and keys without a folder that begin with a drive, as `a:b` does.
 // - pipes, sockets and devices.
 // - folders that can't be read, or whose path has more than 255 characters.
 // - entries of which the system reports no facts.

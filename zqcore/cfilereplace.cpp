@@ -112,7 +112,7 @@ bool FileReplacement_c::Write(void const * pData, std::size_t nBytes)
     {
         return FailAsSystem();
     }
-    m_dwCrc = Crc32({ static_cast<std::byte const *>(pData), nBytes }, m_dwCrc);
+    m_dwCrc = Crc32(pData, nBytes, m_dwCrc);
     m_nBytes += nBytes;
     return true;
 }

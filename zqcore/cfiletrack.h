@@ -52,7 +52,7 @@ ZQ_API bool FileTrackIsOn();
 /// Returns what is not watched: the folder of FileTrackChanges or subfolders that appeared later, and why. Names the
 /// system's setting to raise if that helps. Also reports that the watch has ended, after the next FileTrackDoWork: the
 /// folder was moved or deleted, or the system refused to watch it again. The text is empty in these cases:
-/// - all readable folders are watched.
+/// - no readable folder was left unwatched since FileTrackChanges.
 /// - FileTrackChanges was not called yet, or FileTrackShutdown was called after it.
 ZQ_API String_T<1024> FileTrackGetProblem();
 

@@ -117,23 +117,23 @@ bool GigaSlab_c::RequireNoStorage() const
     return !m_pData && !m_pGroups;
 }
 
-bool GigaSlab_c::Init(std::span<std::byte> Storage, int iElementSize)
+bool GigaSlab_c::Init(std::byte * pStorage, std::size_t nBytes, int iElementSize)
 {
     if (!RequireNoStorage())
     {
         return false;
     }
-    std::size_t const nSkip = AlignmentGap(Storage.data(), ALIGNMENT);
-    bool const bMayFit = iElementSize > 0 && nSkip < Storage.size()
-                         && static_cast<std::size_t>(iElementSize) <= Storage.size() / GigaGroup_c::ELEMENTS;
-    std::size_t const nFit = bMayFit ? (Storage.size() - nSkip) / GroupBytes(iElementSize) : 0;
+    std::size_t const nSkip = AlignmentGap(pStorage, ALIGNMENT);
+    bool const bMayFit =
+        iElementSize > 0 && nSkip < nBytes && static_cast<std::size_t>(iElementSize) <= nBytes / GigaGroup_c::ELEMENTS;
+    std::size_t const nFit = bMayFit ? (nBytes - nSkip) / GroupBytes(iElementSize) : 0;
     m_iNumGroups = static_cast<int>(std::min<std::size_t>(nFit, GIGA_GROUP_NULL - 1));
     m_iNumElements = m_iNumGroups * GigaGroup_c::ELEMENTS;
     SetElementSize(std::max(iElementSize, 0));
     if (m_iNumGroups > 0)
     {
         m_nDataBytes = static_cast<std::size_t>(m_iNumElements) * static_cast<std::size_t>(iElementSize);
-        m_pData = reinterpret_cast<std::uint8_t *>(Storage.data()) + nSkip;
+        m_pData = reinterpret_cast<std::uint8_t *>(pStorage) + nSkip;
         m_pGroups =
             ::new (static_cast<void *>(m_pData + m_nDataBytes)) GigaGroup_c[static_cast<std::size_t>(m_iNumGroups)];
         plat::CheckerForbid(m_pData, m_nDataBytes);
@@ -246,9 +246,9 @@ void GigaPoolStatic_c::Init(int iElements, int iElementSize)
     Start(m_Slab.Init(iElements, iElementSize, MEMORY_ALIGNMENT));
 }
 
-void GigaPoolStatic_c::Init(std::span<std::byte> Storage, int iElementSize)
+void GigaPoolStatic_c::Init(std::byte * pStorage, std::size_t nBytes, int iElementSize)
 {
-    Start(m_Slab.Init(Storage, iElementSize));
+    Start(m_Slab.Init(pStorage, nBytes, iElementSize));
 }
 
 // Clears the marks and opens a group if the storage is new.

@@ -71,11 +71,12 @@ public:
     /// - the storage would exceed half of the address space. If the developer continues, Alloc returns null.
     void Init(int iElements, int iElementSize);
 
-    /// Uses storage of the caller and nothing of the heap. It holds as many whole groups of 32 elements as fit, but no
+    /// Use storage of the caller and nothing of the heap. It holds as many whole groups of 32 elements as fit, but no
     /// more than MAX_ELEMENTS elements. Storage that is too small for a group, or a size below 1, makes a pool without
     /// elements. Requires that the storage stays until Reset or the end of the pool. Asserts that the pool has no
     /// storage. If the developer continues, it keeps that.
-    void Init(std::span<std::byte> Storage, int iElementSize);
+    void Init(std::span<std::byte> Storage, int iElementSize) { Init(Storage.data(), Storage.size(), iElementSize); }
+    void Init(std::byte * pStorage, std::size_t nBytes, int iElementSize);
 
     /// Returns the bytes of the caller's storage that always hold iElements. Requires a number from 0 to MAX_ELEMENTS,
     /// a size above 0, and in a 32-bit build a result below 4 GiB.

@@ -146,7 +146,7 @@ public:
     /// Places as many groups as fit, with their records, in storage of the caller, but no more than MAX_ELEMENTS
     /// elements. A size below 1 places none. Requires that the storage stays until Reset or the end of the slab.
     /// Asserts that the slab has no storage, and returns false otherwise. Returns true even if no group fits.
-    bool Init(std::span<std::byte> Storage, int iElementSize);
+    bool Init(std::byte * pStorage, std::size_t nBytes, int iElementSize);
 
     /// Returns the bytes of the caller's storage in which Init always places iElements. Requires a number from 0 to
     /// MAX_ELEMENTS, a size above 0, and in a 32-bit build a result below 4 GiB.

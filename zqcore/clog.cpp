@@ -270,7 +270,7 @@ void LogCreateFolders(wchar_t * sFolder)
         *pEnd = L'\0';
         if (pEnd != sFolder)
         {
-            char szLevel[WIDE_PATH_UTF8_SIZE];
+            char szLevel[WIDE_PATH_UTF8_SIZE + 4];   // a level that is cut is too long for the system too
             plat::Utf8FromWide(szLevel, sizeof szLevel, sFolder);
             plat::FolderCreate(szLevel);
         }

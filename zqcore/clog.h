@@ -36,7 +36,8 @@ extern ZQ_API std::FILE * g_pMessageLogFile;
 extern ZQ_API int g_iLogFrameCounter;
 
 /// Sets folder and name of the main log, makes the missing levels of the folder, and passes both to the crash report.
-/// Both texts are cut at 1023 characters. Null counts as an empty text. Requires that LogInit has opened no log.
+/// Both texts are cut at 1023 characters, and so is the path that they make. Null counts as an empty text. Requires
+/// that LogInit has opened no log.
 /// - The folder ends in a separator. Without one, its last level becomes the start of the log's name and is not made as
 ///   a folder. A crash report needs that folder: if it does not exist, a crash leaves no report.
 /// - A relative folder is below the current one. It stays relative if the whole path has more than 1023 characters or

@@ -12,8 +12,8 @@
 // tracked that these operators pass on to the library's. One line on standard error reports that at load.
 //
 // All this is the debug heap. A library that is built with ZQCORE_HEAP=ship, and the target zqcore::ship, have the heap
-// of a shipped game instead. It keeps categories, counters and reports. It adds 16 bytes to a block and acquires no
-// lock to count it:
+// of a shipped game instead. It keeps categories, counters and reports. It adds 16 bytes to a block of alignment 16,
+// more to one of a larger alignment, and acquires no lock to count it:
 // - Each thread counts for itself, and a reader adds up. While other threads allocate, figures are of slightly
 //   different moments. Peaks of categories are those that readers saw. The peak of all bytes may be up to 512 KiB too
 //   low or too high for each thread and category.
@@ -22,8 +22,8 @@
 //
 // Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
-// Cost: two lock cycles for an allocation, one for a release, and one consistency check for each. Each block costs 99
-// bytes, or 75 with 32 bits. Selecting a category acquires no lock, except at a thread's first push.
+// Cost: two lock cycles for an allocation, one for a release, and one consistency check for each. A block of alignment
+// 16 costs 99 bytes, or 75 with 32 bits. Selecting a category acquires no lock, except at a thread's first push.
 // Failure: an exhausted heap ends in Abort. Damaged and foreign blocks are reported (MemoryReportSet, cmemoryreport.h).
 //
 //     {
@@ -186,7 +186,7 @@ namespace CoreMemory
 /// - A pop asserts that its category is on top. If the developer continues, it removes the top one.
 /// - Pushes of the same category in a row share an entry. A push asserts that the heap is tracked, and that the thread
 ///   has fewer than 64 entries.
-/// - About 100 running threads can have pushed. The push of a further thread is logged and asserts, and its blocks are
+/// - 127 running threads can have pushed. The push of a further thread is logged and asserts, and its blocks are
 ///   counted under UNDEFINED.
 ZQ_API void MemoryCategoryPush(mem::Categories_e eCategory);
 ZQ_API void MemoryCategoryPop(mem::Categories_e eCategory);

@@ -131,8 +131,9 @@ bool Module_c::InitializeAllModules()
             {
                 return false;
             }
-            ++iOrder;
-            bProgress = true;
+            bool const bUp = Module.IsInitialized();   // false if an override has not called Module_c::Initialize
+            iOrder += bUp ? 1 : 0;
+            bProgress = bProgress || bUp;
         }
     }
     if (iOrder != m_dModules.GetLength() && ComplainOfUninitialized())

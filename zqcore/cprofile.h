@@ -162,8 +162,8 @@ ZQ_API profiler::timer_t * ProfilerGetRoot();
 /// Returns the timer of this identifier that was made first, or null.
 ZQ_API profiler::timer_t * ProfilerGetTimer(std::uint32_t iTimer);
 
-/// Returns the timer of a name, given whole as it was pushed. Looks first for one that was pushed without bRoot, then
-/// for one under the root. Returns null if there is none. Asserts that the name is not null.
+/// Returns the timer of a name, given whole as it was pushed, or null. Looks first for one that was pushed without
+/// bRoot, then for one under the root. Asserts that the name is not null.
 ZQ_API profiler::timer_t * ProfilerGetTimer(char const * szName);
 
 /// Creates the stats file, replacing an old one, and writes its header. It may be called at any time on the profiler's

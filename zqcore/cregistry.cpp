@@ -112,10 +112,10 @@ int Registry_c::RenameValue(char const * sOldName, char const * sNewName)
 
 // Reads a value and stores its type. With eRequired, reads only a value of that type. Returns false, with pData
 // unchanged, for any other value and for one that does not fit.
-bool Registry_c::Query(
-    char const * sName, void * pData, std::size_t & nSize, std::optional<plat::RegistryType_e> eRequired)
+bool Registry_c::Query(char const * sName, void * pData, std::size_t & nSize, plat::RegistryType_e const * pRequired)
 {
-    return plat::RegistryRead(m_hKey, sName, m_dwType, pData, nSize, eRequired);
+    return plat::RegistryRead(
+        m_hKey, sName, m_dwType, pData, nSize, pRequired ? std::optional(*pRequired) : std::nullopt);
 }
 
 // Reads a value of 4 bytes. Returns false for any other, and for a text, whose size may include a terminator.
@@ -187,14 +187,15 @@ int Registry_c::ReadValue(char const * sName, float * pValue)
 // Reads a value of the type eType and of at most nSize bytes. Returns 0 for any other value.
 int Registry_c::ReadTyped(char const * sName, RegistryType_e eType, void * pData, std::size_t nSize)
 {
-    return Query(sName, pData, nSize, eType);
+    return Query(sName, pData, nSize, &eType);
 }
 
 // Reads a text of at most nSize - 1 bytes and terminates it. Returns false for any other value.
 bool Registry_c::ReadText(char const * sName, char * sBuffer, std::size_t nSize)
 {
     std::size_t nText = nSize - 1;
-    if (!Query(sName, sBuffer, nText, RegistryType_e::Text))
+    constexpr RegistryType_e TEXT = RegistryType_e::Text;
+    if (!Query(sName, sBuffer, nText, &TEXT))
     {
         return false;
     }

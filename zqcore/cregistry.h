@@ -32,7 +32,6 @@
 #include "platform/registry.h"
 
 #include <algorithm>
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -178,8 +177,7 @@ public:
     int WriteData(char const * sName, void const * pData, std::uint32_t dwSize);
 
 private:
-    bool Query(
-        char const * sName, void * pData, std::size_t & nSize, std::optional<plat::RegistryType_e> eRequired = {});
+    bool Query(char const * sName, void * pData, std::size_t & nSize, plat::RegistryType_e const * pRequired = nullptr);
     int ReadTyped(char const * sName, plat::RegistryType_e eType, void * pData, std::size_t nSize);
     bool ReadNumber(char const * sName, void * pData);
     bool ReadText(char const * sName, char * sBuffer, std::size_t nSize);

@@ -3,7 +3,8 @@
 
 /// Scope in which a variable has a value. Its end restores the previous value, even if an exception ends it. It serves
 /// flags around calls of a host's code, which may throw, such as a guard against re-entrance. Requires that the
-/// variable outlives the scope, and belongs to one thread or to the thread that holds its lock.
+/// variable outlives the scope, and belongs to one thread or to the thread that holds its lock. Requires that VALUE
+/// holds each value of the variable.
 template <typename VARIABLE, typename VALUE>
 class ValueScope_T
 {

@@ -258,7 +258,7 @@ void Script_c::SkipLine()
 }
 
 // Reads the next token that is no comment and returns it. Returns an empty text at the end.
-inline std::string_view Script_c::ReadToken(bool bPunctuation)
+inline Script_c::Piece_s Script_c::ReadToken(bool bPunctuation)
 {
     unsigned const dwSeparators = bPunctuation ? SEPARATOR | PUNCTUATION : SEPARATOR;
     for (;;)
@@ -302,7 +302,7 @@ inline std::string_view Script_c::ReadToken(bool bPunctuation)
     }
 }
 
-std::string_view Script_c::NextToken(bool bPunctuation)
+Script_c::Piece_s Script_c::NextToken(bool bPunctuation)
 {
     return ReadToken(bPunctuation);
 }
@@ -403,7 +403,7 @@ void Script_c::GetLine(char * sLine, int iMaxLength)
 
 // Reads the rest of the line with its end, and returns it without leading blanks and tabs and without the end. If that
 // text has nMost bytes or more, returns its first nMost and reads no further.
-std::string_view Script_c::NextLine(int nMost)
+Script_c::Piece_s Script_c::NextLine(int nMost)
 {
     char cByte;
     int iBegin;
@@ -455,7 +455,7 @@ void Script_c::GetString(char * sString, int iMaxLength, char cQuote)
 }
 
 // Reads a quoted text and returns it, or its first nMost characters. Returns an empty text on a mismatch.
-std::string_view Script_c::NextString(int nMost, char cQuote)
+Script_c::Piece_s Script_c::NextString(int nMost, char cQuote)
 {
     bool bSlash = false;
     char cByte = ReadByte();

@@ -184,6 +184,15 @@ public:
     bool m_bEndOfFile = false;   // whether a read needed more than was left
 
 private:
+    /// A piece of the text. A std::string_view has another layout in each standard library.
+    struct Piece_s
+    {
+        char const * pText;
+        std::size_t nText;   // bytes
+
+        operator std::string_view() const { return { pText, nText }; }
+    };
+
     /// Copies a piece of the text, up to its first NUL, and returns true. A cut is stored as the last error.
     template <TextObject_T TEXT>
     bool PutToken(TEXT & sTo, std::string_view sPiece)
@@ -197,13 +206,13 @@ private:
         return true;
     }
 
-    std::string_view NextToken(bool bPunctuation);
-    std::string_view NextLine(int nMost);
-    std::string_view NextString(int nMost, char cQuote);
+    Piece_s NextToken(bool bPunctuation);
+    Piece_s NextLine(int nMost);
+    Piece_s NextString(int nMost, char cQuote);
     bool GetWhole(WholeRange_t const & Range, std::uint64_t & iBits);
     bool GetNumber(double fMost, double & fValue);
     bool RefuseToken(char const * szReason, char const * szToken);
-    std::string_view ReadToken(bool bPunctuation);
+    Piece_s ReadToken(bool bPunctuation);
     bool Read(char * pBuffer, int iCount);
     char ReadByte();
     void SkipLine();

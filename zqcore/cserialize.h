@@ -432,9 +432,11 @@ public:
     /// Writes to memory that the archive allocates and owns.
     explicit MemoryWriteable_c(std::uint32_t dwVersion);
 
-    /// Writes to the caller's memory. Requires that it outlives the archive. A write that does not fit fails the
-    /// archive.
-    MemoryWriteable_c(std::span<std::byte> Memory, std::uint32_t dwVersion);
+    /// Write to the caller's memory. Require that it outlives the archive. A write that does not fit fails the archive.
+    MemoryWriteable_c(std::span<std::byte> Memory, std::uint32_t dwVersion)
+        : MemoryWriteable_c(Memory.data(), Memory.size(), dwVersion)
+    {}
+    MemoryWriteable_c(std::byte * pMemory, std::size_t nBytes, std::uint32_t dwVersion);
     ~MemoryWriteable_c() override;
 
     using Serializeable_c::Serialize;
@@ -448,7 +450,10 @@ public:
     int GetLength() const override { return static_cast<int>(GetStored()); }
 
     /// Returns the bytes that were written, valid until more are written or the archive is destroyed.
-    std::span<std::byte const> GetBytes() const;
+    std::span<std::byte const> GetBytes() const
+    {
+        return { reinterpret_cast<std::byte const *>(m_pStart), GetStored() };
+    }
 
 protected:
     std::uint32_t GetStored() const override { return static_cast<std::uint32_t>(m_pPos - m_pStart); }
@@ -465,9 +470,13 @@ private:
 class ZQ_API MemoryReadable_c : public Serializeable_c
 {
 public:
-    /// Reads bytes of the caller. szName is the archive's name in messages. Requires that the bytes stay until Close,
-    /// and that szName outlives the archive. Open fails if there are 2 GiB or more.
-    MemoryReadable_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion, char const * szName = "memory");
+    /// Read bytes of the caller. szName is the archive's name in messages. Require that the bytes stay until Close, and
+    /// that szName outlives the archive. Open fails if there are 2 GiB or more.
+    MemoryReadable_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion, char const * szName = "memory")
+        : MemoryReadable_c(Bytes.data(), Bytes.size(), dwVersion, szName)
+    {}
+    MemoryReadable_c(
+        std::byte const * pBytes, std::size_t nBytes, std::uint32_t dwVersion, char const * szName = "memory");
 
     using Serializeable_c::Serialize;
 
@@ -546,7 +555,14 @@ void Serialize(Serializeable_c & Archive, String_T<N> & sValue)
     Archive.SerializeString(sValue);
 }
 
-/// Returns the contents of a file, or none if it is null or not resident.
-ZQ_API std::span<std::byte const> FileBytes(File_c const * pFile);
+/// Return the contents of a file, or none if it is null or not resident. The first function returns their start, or
+/// null, and sets nBytes to their number.
+ZQ_API std::byte const * FileBytes(File_c const * pFile, std::size_t & nBytes);
+inline std::span<std::byte const> FileBytes(File_c const * pFile)
+{
+    std::size_t nBytes = 0;
+    std::byte const * const pBytes = FileBytes(pFile, nBytes);
+    return { pBytes, nBytes };
+}
 
 #include "zqcore/cserialize.inl"

@@ -8,13 +8,13 @@ MemoryWriteable_c::MemoryWriteable_c(std::uint32_t dwVersion)
     , m_bOwner(true)
 {}
 
-MemoryWriteable_c::MemoryWriteable_c(std::span<std::byte> Memory, std::uint32_t dwVersion)
+MemoryWriteable_c::MemoryWriteable_c(std::byte * pMemory, std::size_t nBytes, std::uint32_t dwVersion)
     : ChunkWriteable_c(dwVersion)
-    , m_pStart(reinterpret_cast<unsigned char *>(Memory.data()))
+    , m_pStart(reinterpret_cast<unsigned char *>(pMemory))
     , m_bOwner(false)
 {
     m_pPos = m_pStart;
-    m_pEnd = m_pStart + std::min(Memory.size(), std::size_t{ NO_CHUNK });
+    m_pEnd = m_pStart + std::min(nBytes, std::size_t{ NO_CHUNK });
 }
 
 MemoryWriteable_c::~MemoryWriteable_c()
@@ -78,9 +78,4 @@ bool MemoryWriteable_c::WriteLength(std::uint32_t nLength)
 char const * MemoryWriteable_c::GetFileName() const
 {
     return "memory";
-}
-
-std::span<std::byte const> MemoryWriteable_c::GetBytes() const
-{
-    return { reinterpret_cast<std::byte const *>(m_pStart), GetStored() };
 }

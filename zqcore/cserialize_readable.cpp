@@ -5,9 +5,10 @@
 
 #include <limits>
 
-MemoryReadable_c::MemoryReadable_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion, char const * szName)
+MemoryReadable_c::MemoryReadable_c(
+    std::byte const * pBytes, std::size_t nBytes, std::uint32_t dwVersion, char const * szName)
     : Serializeable_c(true, dwVersion, false)
-    , m_Bytes(Bytes)
+    , m_Bytes(pBytes, nBytes)
     , m_szName(szName)
 {}
 
@@ -120,15 +121,15 @@ int MemoryReadable_c::GetPosition() const
     return m_pPos ? static_cast<int>(m_pPos - reinterpret_cast<unsigned char const *>(m_Bytes.data())) : 0;
 }
 
-std::span<std::byte const> FileBytes(File_c const * pFile)
+std::byte const * FileBytes(File_c const * pFile, std::size_t & nBytes)
 {
     bool const bResident = pFile && pFile->pData;
-    return { reinterpret_cast<std::byte const *>(bResident ? pFile->pData : nullptr),
-        bResident ? static_cast<std::size_t>(pFile->iLength) : 0 };
+    nBytes = bResident ? static_cast<std::size_t>(pFile->iLength) : 0;
+    return reinterpret_cast<std::byte const *>(bResident ? pFile->pData : nullptr);
 }
 
 Readable_c::Readable_c(File_c * pFile, std::uint32_t dwVersion)
-    : MemoryReadable_c({}, dwVersion)
+    : MemoryReadable_c(nullptr, 0, dwVersion)
     , m_pFile(pFile)
 {}
 

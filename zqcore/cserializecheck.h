@@ -50,12 +50,21 @@ struct ArchiveResult_t
 class ZQ_API ArchiveCheck_c : public MemoryReadable_c
 {
 public:
-    /// Begins a check. dwVersion is the newest version that the caller reads. Requires that the bytes outlive the
-    /// object.
-    ArchiveCheck_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion);
+    /// Begin a check. dwVersion is the newest version that the caller reads. Require that the bytes outlive the object.
+    ArchiveCheck_c(std::span<std::byte const> Bytes, std::uint32_t dwVersion)
+        : ArchiveCheck_c(Bytes.data(), Bytes.size(), dwVersion)
+    {}
+    ArchiveCheck_c(std::byte const * pBytes, std::size_t nBytes, std::uint32_t dwVersion);
 
     /// Checks the names and lengths of chunks that follow one another. GetResult returns the first error.
-    void CheckChunks(std::initializer_list<char const *> dChunks);
+    void CheckChunks(std::initializer_list<char const *> dChunks)
+    {
+        for (char const * szChunk : dChunks)
+        {
+            ChunkBegin(szChunk);
+            ChunkEnd(szChunk);
+        }
+    }
 
     /// Returns what the check has found so far.
     ArchiveResult_t GetResult() const;
@@ -63,11 +72,6 @@ public:
 private:
     ArchiveResult_t m_Result;
 };
-
-/// Checks the version, then chunks that follow one another after it, and returns the result. Other elements may follow
-/// the last one.
-ZQ_API ArchiveResult_t ArchiveCheck(
-    std::span<std::byte const> Bytes, std::uint32_t dwVersion, std::initializer_list<char const *> dChunks = {});
 
 /// Checks the version, calls fnLoad(Archive) with an ArchiveCheck_c if the version is known, and returns the result.
 /// fnLoad may make some calls of a load, such as Label, ChunkBegin and ChunkEnd, or load everything into objects that
@@ -82,4 +86,12 @@ requires std::invocable<LOAD &, ArchiveCheck_c &> ArchiveResult_t ArchiveCheck(
         fnLoad(Archive);
     }
     return Archive.GetResult();
+}
+
+/// Checks the version, then chunks that follow one another after it, and returns the result. Other elements may follow
+/// the last one.
+inline ArchiveResult_t ArchiveCheck(
+    std::span<std::byte const> Bytes, std::uint32_t dwVersion, std::initializer_list<char const *> dChunks = {})
+{
+    return ArchiveCheck(Bytes, dwVersion, [&](ArchiveCheck_c & Archive) { Archive.CheckChunks(dChunks); });
 }

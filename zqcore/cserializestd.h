@@ -7,7 +7,8 @@
 // - Texts: std::string, with any allocator.
 // - Sequences: std::vector, std::vector<bool>, std::deque and std::list. Their elements need a default constructor.
 // - Maps and sets: ordered and unordered ones. Keys and values need a default constructor. The keys of unordered ones
-//   need `<`: their entries are stored in the order of their keys, so that equal contents have equal bytes.
+//   need `<`: their entries are stored in the order of their keys, so that equal contents have equal bytes, unless a
+//   key occurs twice.
 // - Others: std::array, std::pair, std::tuple and std::optional. The value of an optional needs a default constructor.
 //
 // Requires that an element of a sequence, a map or a set stores at least one byte.

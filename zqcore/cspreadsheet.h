@@ -7,8 +7,7 @@
 //   one quote, and separators are text.
 // - Outside quotes, control characters below 0x20 that are not separators end a cell, so a carriage return at the end
 //   of a row is no part of a cell. A cell with text on both sides of one is an error.
-// - Empty rows are skipped. Each row ends with the row separator. Only a cell separator may be the file's last
-//   character instead.
+// - Empty rows are skipped. Each row ends with the row separator. The last one may end with a cell separator instead.
 // - A cell holds 511 characters, a cell in quotes 24,575. A longer cell is cut and logged. A cell in quotes ends at the
 //   first NUL.
 // - UTF-8's byte order mark is skipped. A file in UTF-16 is refused.

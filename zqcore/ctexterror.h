@@ -42,7 +42,7 @@ public:
     /// Returns the last error, whose IsSet is false if there is none.
     TextError_t const & GetLast() const { return m_Last; }
 
-    /// Begins another text, without an error. szFile is null for a text in memory.
+    /// Begins another text, without an error. A null szFile counts as an empty one.
     void Begin(char const * szFile);
 
     /// Removes the error. The file stays.

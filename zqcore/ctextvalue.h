@@ -2,7 +2,8 @@
 //
 // The readers (cwarehouse.h, cspreadsheet.h, cpropertylist.h, cscript.h, cregistry.h) also write to these:
 // - A text object is a String_T of any capacity, a std::string, or a class like it. A std::string holds any text. A
-//   String_T cuts the text, and a reader of cells or tokens reports that as it reports its other errors.
+//   String_T cuts the text. A reader of cells or tokens reports that as it reports its other errors, except for the
+//   ident of a row.
 // - An integer may have any width. A number outside its range is refused and never cut.
 // - An enumerator is found by a table of names. Names compare without regard to ASCII case.
 //

@@ -75,7 +75,7 @@ public:
     ZQ_API bool IsNull(int iColumn) const;
 };
 
-/// A scan over lines. A line feed ends a line, and so does the end of the data.
+/// A scan over lines. A line feed outside quotes ends a line, and so does the end of the data.
 struct WarehouseScan_t
 {
     char const * pLine;          // data, not owned, not terminated

@@ -126,7 +126,7 @@ namespace
     }
 
     // Returns why a text is no bare name of a folder, or an empty text. The name has lower case and no blank, because
-    // the library finds only such names on the command line.
+    // the library compares folders in lower case and splits the command line at blanks.
     std::string CheckGame(std::string const & sGame)
     {
         bool const bGood = sGame.find_first_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ /\\\t") == std::string::npos && sGame != "."

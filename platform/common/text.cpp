@@ -4,7 +4,7 @@ namespace plat
 {
     namespace
     {
-        constexpr char32_t REPLACEMENT = 0xFFFD;
+        constexpr char32_t REPLACEMENT = 0xFFFD;   // of Unicode
 
         constexpr bool WIDE_IS_UTF16 = sizeof(wchar_t) == 2;
 

@@ -62,8 +62,8 @@ namespace plat
     class KeptDescriptor_c
     {
     public:
-        /// Returns the descriptor. Returns -1 if none is held, or if the number is closed or belongs to another
-        /// file. Makes at most one system call.
+        /// Returns the descriptor. Returns -1 if none is held, or if the number no longer belongs to its file. Makes at
+        /// most one system call.
         int Get() const { return m_iDescriptor >= 0 && IdentityOf(m_iDescriptor) == m_Identity ? m_iDescriptor : -1; }
 
         /// Returns the number, even if it belongs to another file. Returns -1 if no number is set.

@@ -390,7 +390,7 @@ namespace
             [](plat::FaultPointers_t const *)
             {
                 static long s_nLeft = 1;
-                return s_nLeft--;
+                return std::exchange(s_nLeft, 0);
             });
         static ExceptionReport_c const s_Report;   // its previous filter is the one above
         plat::FaultFilterSet(fnFilter);
@@ -559,6 +559,18 @@ namespace
         { "nodescriptors", UseUpDescriptors },
         { "moved", MoveElsewhere },
         { "unjoined", [] { std::thread(Fault).join(); } },
+        { "ended",
+            []
+            {
+                StartBeside("idle", DoNothing);
+                StartBeside("last", DoNothing,
+                    []
+                    {
+                        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                        Fault();
+                    });
+                pthread_exit(nullptr);
+            } },
         { "fulljoined", [] { CallDeep([] { std::thread(Fault).join(); }); } },
         { "longfolder", SetLongFolder },
         { "autoname", PrintAutoName },

@@ -44,8 +44,8 @@ namespace zqsymbols
 
         /// Returns a value as text, by the first row that fits its type's name and, if it is no template of the host,
         /// its members. Shows nDepth levels of structures in it, as Values_c::Show does. Returns nothing if no row
-        /// fits, or if none that fits can read the pointers and lengths that it needs. The length of a text counts as
-        /// not readable above 1 MiB.
+        /// fits, or if none that fits can find the pointers, the lengths and the sizes of elements that it needs. The
+        /// length of a text counts as not readable above 1 MiB.
         std::optional<std::string> Show(
             Values_c & Values, Value_t const & Value, std::string_view sType, int nDepth) const;
 

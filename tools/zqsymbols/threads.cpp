@@ -130,17 +130,32 @@ namespace zqsymbols
             return "/proc/" + std::to_string(getppid()) + "/task/";
         }
 
+        // State and flags of a thread, as the system reports them. Both are 0 if it does not.
+        struct Status_s
+        {
+            char cState = '\0';
+            unsigned nFlags = 0;
+        };
+
+        // Returns the third and the ninth value of proc_pid_stat(5). The second one ends in the last ')'.
+        Status_s StatusOf(int iThread)
+        {
+            std::string sStat;
+            std::getline(std::ifstream(TaskFolder() + std::to_string(iThread) + "/stat"), sStat, '\0');
+            std::size_t const iName = sStat.rfind(')');
+            Status_s Status;
+            if (iName != std::string::npos)
+            {
+                std::sscanf(sStat.c_str() + iName, ") %c %*d %*d %*d %*d %*d %u", &Status.cState, &Status.nFlags);
+            }
+            return Status;
+        }
+
         // Returns whether a thread is the kernel's, for asynchronous requests. Such a thread has no stack to walk.
         bool IsKernelWorker(int iThread)
         {
             constexpr unsigned IO_WORKER = 0x10;   // PF_IO_WORKER of Linux, include/linux/sched.h
-            std::string sStat;
-            std::getline(std::ifstream(TaskFolder() + std::to_string(iThread) + "/stat"), sStat, '\0');
-            unsigned nFlags = 0;   // the ninth value, proc_pid_stat(5); the second one ends in the last ')'
-            std::size_t const iName = sStat.rfind(')');
-            return iName != std::string::npos
-                   && std::sscanf(sStat.c_str() + iName, ") %*c %*d %*d %*d %*d %*d %u", &nFlags) == 1
-                   && (nFlags & IO_WORKER) != 0;
+            return (StatusOf(iThread).nFlags & IO_WORKER) != 0;
         }
 
         // Returns the identifiers of the parent's threads, without those of the kernel, in ascending order. Sets Error
@@ -240,8 +255,9 @@ namespace zqsymbols
         constexpr char ENDED[] = "(cut: it has ended)";
         if (ptrace(PTRACE_SEIZE, Thread.iThread, nullptr, nullptr) != 0)
         {
-            bool const bEnded = errno == ESRCH;
-            Thread.sProblem = bEnded ? ENDED : std::strerror(errno);
+            int const iError = errno;
+            bool const bEnded = iError == ESRCH || StatusOf(Thread.iThread).cState == 'Z';   // as an ended main thread
+            Thread.sProblem = bEnded ? ENDED : std::strerror(iError);
             return bEnded;
         }
         bool const bAsked = ptrace(PTRACE_INTERRUPT, Thread.iThread, nullptr, nullptr) == 0;

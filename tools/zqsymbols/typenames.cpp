@@ -186,8 +186,10 @@ namespace zqsymbols
         {
             RemoveArguments(sShort, sStart);
         }
-        ReplaceAll(sShort, "std::__cxx11::", "std::");
-        ReplaceAll(sShort, "std::__1::", "std::");
+        for (std::string_view const sVersion : { "::__cxx11::", "::__1::", "::_V2::" })
+        {
+            ReplaceAll(sShort, sVersion, "::");
+        }
         ReplaceAll(sShort, " >", ">");
         ReplaceAll(sShort, "std::basic_string<char>", "std::string");
         ReplaceAll(sShort, "std::basic_string_view<char>", "std::string_view");

@@ -289,7 +289,7 @@ namespace zqsymbols
                 Shape.bChildren = dwarf_abbrevhaschildren(pAbbreviation) != 0;
                 unsigned nName = 0;
                 unsigned nForm = 0;
-                // dwarf_getattrcnt counts some attributes twice.
+                // dwarf_getattrcnt misreads the constants of DW_FORM_implicit_const.
                 for (std::size_t i = 0; dwarf_getabbrevattr(pAbbreviation, i, &nName, &nForm, nullptr) == 0; ++i)
                 {
                     Step_t const Step = StepOf(nForm);

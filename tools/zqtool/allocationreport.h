@@ -19,13 +19,13 @@ struct Holding_t
     Holding_t operator+(Holding_t const & Other) const { return { nBlocks + Other.nBlocks, nBytes + Other.nBytes }; }
 };
 
-/// Place of the blocks of a category in the snapshot of a shipped game's heap, which has no list of blocks.
+/// Key of a category's blocks, if the snapshot is of a shipped game's heap, which has no list of blocks.
 inline constexpr char ALL_BLOCKS[] = "blocks(all)";
 
 /// The blocks of a snapshot.
 struct AllocationReport_t
 {
-    std::map<std::string, std::map<std::string, Holding_t>> dCategories;   // by category, then by "file(line)"
+    std::map<std::string, std::map<std::string, Holding_t>> dCategories;   // by category, then file(line) or ALL_BLOCKS
 
     /// Returns the sum of all holdings.
     Holding_t Total() const;

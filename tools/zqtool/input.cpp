@@ -47,9 +47,15 @@ std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uint
         return Error ? Error.message()
                      : "it has " + std::to_string(nBytes) + " bytes, more than " + std::to_string(nMost);
     }
-    sBytes.resize(static_cast<std::size_t>(nBytes));
+    sBytes.resize(static_cast<std::size_t>(nBytes) + 1);
     Stream.read(sBytes.data(), static_cast<std::streamsize>(sBytes.size()));
-    return Stream ? "" : INPUT_UNREADABLE;
+    if (Stream)
+    {
+        return "it has more bytes than the system reports";   // it grows, or the system makes it when it is read
+    }
+    bool const bWhole = Stream.eof() && static_cast<std::uintmax_t>(Stream.gcount()) == nBytes;
+    sBytes.resize(static_cast<std::size_t>(nBytes));
+    return bWhole ? "" : INPUT_UNREADABLE;
 }
 
 void PrintProblem(std::string const & sFile, std::string const & sText)

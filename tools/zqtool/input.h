@@ -16,8 +16,8 @@ std::string CheckInput(std::string const & sFile);
 /// Opens a regular file. Returns why it can't be read, or an empty text.
 std::string OpenInput(std::string const & sFile, std::ifstream & Stream);
 
-/// Reads a regular file of at most nMost bytes. Returns why it can't be read, or an empty text. On failure sBytes has
-/// no meaning. By default the size fits into an int with a byte to spare, as the library's readers need it.
+/// Reads a regular file of at most nMost bytes. By default the size fits into an int with a byte to spare, as the
+/// library's readers need it. Returns why it can't be read, or an empty text. On failure sBytes has no meaning.
 std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uintmax_t nMost = INT_MAX - 1);
 
 /// Flushes standard output and prints a problem with a file on standard error.
