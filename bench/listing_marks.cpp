@@ -84,7 +84,7 @@ namespace
                             : (p[0] == 0xC4 || p[0] == 0xC5 || p[0] == 0x62) && (b64Bit || p[1] >= 0xC0);
     }
 
-    // Returns the first word that is no prefix, as "{evex}" and "addr32" are.
+    // Returns the first word that is neither "addr32" nor begins with a brace, as "{evex}" does.
     std::string Mnemonic(std::string const & sText)
     {
         std::istringstream Words(sText);

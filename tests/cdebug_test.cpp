@@ -455,6 +455,7 @@ TEST_F(Complaints, OfAThreadInAReceiverHoldUpNoForkAndNoEnd)
     std::thread Other([] { Warning("while another thread forks"); });
     EXPECT_EACH(s_Inside.Wait(), s_Inside.Wait());   // one for each warning so far
     EXPECT_EQ(StatusOfChild(StartChild([] { return s_fnHeardAfter("heard in the child"); })), 3);
+    EXPECT_TRUE(s_Inside.Wait());   // the child's, so that none is left for End
     Other.join();
     NEEDS_FORKS;
     auto const End = [](char const * szText)

@@ -330,6 +330,10 @@ TEST_F(FilePathTest, AddsOneFileIfItCanBeRead)
     EXPECT_TRUE(FileAddOneFile("elsewhere/KNOWN.txt"));
     EXPECT_FALSE(FileAddOneFile(m_Folder.Join("b/missing.bin").c_str()));
     EXPECT_FALSE(FileAddOneFile((m_Folder.Join("b/") + std::string(300, 'x')).c_str()));
+    std::string const sLongest(127, 'y');   // what the key of a longer name would be
+    std::string const sLonger = m_Folder.Write("b/" + sLongest, "y") + "y";
+    EXPECT_FALSE(FileAddOneFile(sLonger.c_str()));
+    EXPECT_EACH(!FileExists(sLongest.c_str()), FileGetWhyNot((sLongest + "y").c_str()) == "its path is too long");
     EXPECT_EQ(FileBlocks(), nBlocks + 1) << "the folder stays";
     EXPECT_TRUE(FileAddOneFile(m_Folder.Join("b/NEW.txt").c_str()));
     EXPECT_EQ(Keys(), "known.txt new.txt");

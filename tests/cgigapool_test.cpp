@@ -129,7 +129,7 @@ TEST(GigaPoolStatic, ReturnsTheElementsThatAPlainModelReturns)
 
 TEST(GigaPoolStatic, FindsTheElementAtEveryEdgeOfTheLargestPool)
 {
-    // The larger size takes 3 GB, hardly any of it touched.
+    // The larger size allocates 3 GB, hardly any of it touched.
     int const nSize = sizeof(void *) == 8 && !plat::ADDRESS_CHECKER ? 1448 : 24;
     GigaPoolStatic_c Pool(GigaPoolStatic_c::MAX_ELEMENTS, nSize);
     void * const pFirst = Pool.Alloc(false);

@@ -111,6 +111,7 @@ TEST(LogFormat, TextIsThatOfPrintfAndWideTextUtf8InEveryLocale)
             nSize, "%i %-5s|%08X|%.2f|%5d|%ld|%p", 7, "ab", 0xABCu, 2.345, -3, -4L, static_cast<void *>(nullptr));
         ExpectLikePrintf(nSize, "%s", std::string(3000, 'x').c_str());
         ExpectLikePrintf(nSize, "abcdef%ls", L"gh");
+        ExpectLikePrintf(nSize, "%8ls|%8.3ls|%-8ls", L"abcdefghij", L"klmn", L"opqrstuvwxyz");
         ExpectLikePrintf(nSize, "%ls|%5ls|%-5ls|%.2ls|%*.*ls|%lc|%S|%C|%s", L"a", L"b", L"c", L"def", -4, 9, L"g", L'h',
             L"i", L'j', "k");
     }

@@ -8,8 +8,8 @@
 // Threads: any thread. One lock guards the object, so it shows one dialog at a time. MessageBoxPlain acquires no lock.
 // Start and Stop belong to one thread.
 // Cost: a trace starts the symbol helper and takes about 0.2 s. A dialog with a trace also lists up to 512 modules of
-// the process. Nothing here but Start allocates from the heap or acquires another lock of the library, so a thread that
-// holds those locks may complain. The host's dialog and the receiver of the trace lines may do both.
+// the process. Traces and dialogs allocate nothing from the heap and acquire no other lock of the library, so a thread
+// that holds those locks may complain. The host's dialog and the receiver of the trace lines may do both.
 // Failure: without the symbol helper a trace has addresses instead of names and lines.
 //
 //     auto const fnPrevious = ExceptionInfo_c::TraceReceiverSet([](char const * szLine) { std::puts(szLine); });

@@ -22,9 +22,10 @@
 // meanwhile waits until the report ends, and then passes its fault on without a report of its own.
 // Cost: before a crash, a few descriptors, so that a report has them even if the process has used up all others, and a
 // stack for each new thread. That stack costs about a microsecond, and memory only if the thread faults. A report
-// allocates nothing from the heap and waits for no lock. Its buffers are static, on that stack or pages of the system.
-// A call stack shows the innermost 256 frames, and then a line says that farther ones are left out. The dialog and the
-// log get the innermost of them, in whole lines of at most 4094 bytes together. The log cuts a line at 1023 bytes.
+// allocates nothing from the heap, and waits for no lock but that of a log stream which the host set (clog.h). Its
+// buffers are static, on that stack or pages of the system. A call stack shows the innermost 256 frames, and then a
+// line says that farther ones are left out. The dialog and the log get the innermost of them, in whole lines of at
+// most 4094 bytes together. The log cuts a line at 1023 bytes.
 // Failure: a report lacks what can't be read. It has two parts: up to the end of the first call stack, and the rest.
 // - a part ends when it faults or after REPORT_LIMIT, wherever it hangs. Without the first part there is no second, no
 //   dialog and no copy in the log.

@@ -104,7 +104,7 @@ namespace exceptionreport
         return bEnded;
     }
 
-    /// The file of details while it is written. Each write stores one or more whole lines.
+    /// The file of details while it is written. Its buffer collects lines for one write.
     class Details_c
     {
     public:

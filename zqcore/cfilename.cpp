@@ -21,11 +21,11 @@ namespace
     }
 }
 
-char const * PathFileName(char const * szPath, std::size_t nLength)
+char const * PathFileName(char const * sPath, std::size_t nLength)
 {
     static_assert(std::endian::native == std::endian::little, "the last character is the highest byte");
-    char const * const pFirst = szPath + (nLength >= 2 && szPath[1] == ':' ? 2 : 0);
-    char const * pName = szPath + nLength;
+    char const * const pFirst = sPath + (nLength >= 2 && sPath[1] == ':' ? 2 : 0);
+    char const * pName = sPath + nLength;
     constexpr std::ptrdiff_t WORD = sizeof(std::uint64_t);
     while (pName - pFirst >= WORD)
     {

@@ -21,7 +21,7 @@
 ZQ_API char const * PathFileName(char const * szPath);
 
 /// Returns the last component of a path of nLength characters, which needs no terminator.
-ZQ_API char const * PathFileName(char const * szPath, std::size_t nLength);
+ZQ_API char const * PathFileName(char const * sPath, std::size_t nLength);
 
 /// A path with functions that return its parts.
 class FileName_c : public String_T<256>

@@ -16,7 +16,7 @@
 
 namespace
 {
-    constexpr float FIXED_LIMIT = 1e9f;   // seconds; snprintf prints longer times
+    constexpr float FIXED_LIMIT = 1e9f;   // seconds; snprintf prints times from here on
 
     // Returns how many of eight characters precede the first '%', or 8 without one. The test is A. Mycroft's for a zero
     // byte in a word (1987).
@@ -144,6 +144,26 @@ namespace
             m_pOut += std::min(static_cast<std::size_t>(std::max(nText, 0)), nRoom);
         }
 
+        // Returns the blanks before a wide text of at most nMost bytes that is padded to nWidth, at most nRoom. The whole
+        // text counts, also what has no room.
+        static std::size_t BlanksBefore(
+            wchar_t const * wszText, std::size_t nMost, std::size_t nWidth, std::size_t nRoom)
+        {
+            std::size_t nText = 0;
+            for (; *wszText && nText < nWidth; ++wszText)
+            {
+                wchar_t const wszOne[] = { *wszText, L'\0' };
+                char szOne[8];
+                std::size_t const nOne = plat::Utf8FromWide(szOne, sizeof szOne, wszOne);
+                if (nText + nOne > nMost)
+                {
+                    break;
+                }
+                nText += nOne;
+            }
+            return nText < nWidth ? std::min(nWidth - nText, nRoom) : 0;
+        }
+
         // Appends wide text as at most nMost bytes of whole characters, padded with blanks to the width. A negative
         // width pads on the right.
         void PutWide(wchar_t const * wszText, std::size_t nMost, int nWidth)
@@ -154,9 +174,9 @@ namespace
             std::size_t const nBlanks = nPadded > nText ? std::min(nPadded - nText, nRoom) : 0;
             if (nWidth > 0)
             {
-                std::size_t const nLeft = std::min(nText, nRoom - nBlanks);
-                m_pOut = std::fill_n(m_pOut, nBlanks, ' ');
-                m_pOut += plat::Utf8FromWide(m_pOut, nLeft + 1, wszText);
+                std::size_t const nBefore = nBlanks > 0 ? BlanksBefore(wszText, nMost, nPadded, nRoom) : 0;
+                m_pOut = std::fill_n(m_pOut, nBefore, ' ');
+                m_pOut += plat::Utf8FromWide(m_pOut, std::min(nMost, nRoom - nBefore) + 1, wszText);
             }
             else
             {

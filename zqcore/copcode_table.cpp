@@ -11,7 +11,7 @@ namespace
     // Room for an instruction's texts, in bytes. They are short, and at most two of them are symbols.
     constexpr std::size_t TEXT_SIZE = 16 * OPCODE_SYMBOL_SIZE;
 
-    // Returns the bytes of the decoder's pages that texts can't use.
+    // Returns the most bytes of the decoder's pages that texts can't use.
     constexpr std::size_t OtherSize(unsigned char const * pCompact)
     {
         return OPCODE_COMPACT_OFFSET + OPCODE_HEADER_SIZE + plat::WordFromLittle(pCompact)

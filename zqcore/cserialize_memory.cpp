@@ -46,7 +46,7 @@ bool MemoryWriteable_c::Serialize(void * pData, int iLength)
     return true;
 }
 
-// Makes room for nBytes more and returns true. Returns false if the caller's memory is full or the archive would exceed
+// Makes room for nBytes more and returns true. Returns false if the memory is the caller's or the archive would exceed
 // NO_CHUNK bytes.
 bool MemoryWriteable_c::Grow(std::size_t nBytes)
 {

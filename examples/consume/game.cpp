@@ -1,13 +1,16 @@
-// A small game. It reads a table of the media, counts its runs in a save, and crashes on request. Each folder here
-// builds it in another way.
+// A small game. It reads a table of the media, first asynchronously, counts its runs in a save, and crashes on request.
+// Each folder here builds it in another way.
 //
 //     game MEDIA LOGS [crash]
 #include "zqcore/capp.h"
+#include "zqcore/cfile.h"
+#include "zqcore/cfileasync.h"
 #include "zqcore/cfilemedia.h"
 #include "zqcore/cfilesave.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cserialize.h"
+#include "zqcore/ctimer.h"
 #include "zqcore/cwarehouse.h"
 
 #ifdef GAME_ZIP   // the build has the component zip
@@ -71,6 +74,24 @@ namespace
 #endif
     }
 
+    // Reads a file beside this thread. Returns whether it is in memory then.
+    bool Prefetch(char const * szFile)
+    {
+        File_c * const pFile = FileStream(szFile);
+        if (!pFile)
+        {
+            return false;
+        }
+        void * const hRead = FileAsyncOpen(pFile, nullptr);
+        while (!FileAsyncIsLoaded(hRead))
+        {
+            longTimeWait(0.001);   // a game would show frames
+        }
+        bool const bRead = pFile->pData != nullptr;
+        FileClose(pFile);
+        return bRead;
+    }
+
     bool Play(char const * szSave)
     {
         FileSave_c Save(szSave);
@@ -79,6 +100,11 @@ namespace
         if (!Load(Save, World))
         {
             std::fprintf(stderr, "game: can't load the save: %s\n", Save.GetWhyNot());
+            return false;
+        }
+        if (!Prefetch("goods.csv"))
+        {
+            std::fprintf(stderr, "game: can't read goods.csv\n");
             return false;
         }
         if (!Goods.Open("goods.csv") || !Goods.FindIdent("herring")

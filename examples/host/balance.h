@@ -8,7 +8,7 @@ struct Bay_s;
 /// Factors of a level.
 struct Balance_s
 {
-    String_T<64> sLevel;   // the level's name
+    String_T<64> sLevel;
     float fPrices = 1.0f;
     float fSpoils = 1.0f;
     float fUpkeep = 1.0f;

@@ -26,6 +26,6 @@ Text_t Size(double fBytes);
 Text_t Duration(double tSeconds);
 
 /// Return a location, or that of a file, as a path below the media root, with `/` and safe for a terminal.
-/// Require that a location that is longer than the root lies below it. A shorter one is not cut.
+/// Require that a location that is longer than the root lies below it. Any other is not cut.
 Text_t BelowRoot(char const * szLocation);
 Text_t BelowRoot(File_c const & File);

@@ -22,8 +22,8 @@ public:
     Watch_c(Watch_c const &) = delete;
     Watch_c & operator=(Watch_c const &) = delete;
 
-    /// Prints what is not watched (FileTrackGetProblem) if that has changed since the last call. Returns whether the
-    /// host was asked to end.
+    /// Prints what is not watched (FileTrackGetProblem) if that has changed since the last call and a watch is on.
+    /// Returns whether the host was asked to end.
     static bool IsOver();
 
     /// Returns whether a watch has received SIGHUP, as when its terminal is closed.

@@ -2,6 +2,7 @@
 #include "platform/fork.h"
 #include "platform/linux/idlethread.h"
 #include "platform/linux/lockmark.h"
+#include "platform/linux/threadchecker.h"
 #include "platform/threads.h"
 
 #include <cerrno>
@@ -189,6 +190,7 @@ namespace plat
             return false;
         }
         m_Owner.store(&t_Mark, std::memory_order_relaxed);
+        ThreadCheckerAcquire(this);
         return true;
     }
 
@@ -236,6 +238,7 @@ namespace plat
         }
         t_Mark.pAwaited = nullptr;
         m_Owner.store(&t_Mark, std::memory_order_relaxed);
+        ThreadCheckerAcquire(this);
     }
 
     void Lock_c::Leave()
@@ -245,6 +248,7 @@ namespace plat
             --m_nDepth;
             return;
         }
+        ThreadCheckerRelease(this);
         m_Owner.store(nullptr, std::memory_order_relaxed);
         if (!Change(m_nState, HELD, FREE) && m_nState.exchange(FREE, std::memory_order_release) == CONTENDED)
         {
@@ -254,6 +258,7 @@ namespace plat
 
     void WakeUp_c::Signal()
     {
+        ThreadCheckerRelease(this);
         if (m_nState.exchange(SIGNALLED, std::memory_order_release) == AWAITED)
         {
             Wake(m_nState, 1);
@@ -270,10 +275,12 @@ namespace plat
                 SleepWhile(m_nState, AWAITED);
             }
         }
+        ThreadCheckerAcquire(this);
     }
 
     void Event_c::Set()
     {
+        ThreadCheckerRelease(this);
         m_nSet.store(1, std::memory_order_release);
         Wake(m_nSet, INT_MAX);
     }

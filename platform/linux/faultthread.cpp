@@ -1,6 +1,7 @@
 // The alternate stack on which a thread's faults are handled, and the hook that sets one for each new thread.
 #include "platform/checker.h"
 #include "platform/faults.h"
+#include "platform/linux/threadchecker.h"
 #include "platform/memory.h"
 
 #include <atomic>
@@ -155,6 +156,10 @@ extern "C"
         pthread_t * pThread, pthread_attr_t const * pAttributes, Run_t fnRun, void * pArgument) noexcept
     {
         Create_t const fnNext = NextCreate();
+        if (plat::HasThreadChecker() && fnNext != nullptr)
+        {
+            return fnNext(pThread, pAttributes, fnRun, pArgument);   // fnRun is the checker's and must run first
+        }
         auto * const pStart = static_cast<Start_s *>(std::malloc(sizeof(Start_s)));
         if (fnNext == nullptr || pStart == nullptr)
         {

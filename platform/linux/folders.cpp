@@ -306,6 +306,11 @@ namespace plat
         struct stat Stat;
         DiskPath_c Path(szPath);
         auto const fnStat = [&Stat](char const * szTry) { return stat(szTry, &Stat); };
+        if (bAsWritten && std::strlen(szPath) >= PATH_MAX)
+        {
+            errno = ENAMETOOLONG;   // the path is cut
+            return false;
+        }
         if ((bAsWritten ? fnStat(Path.Get()) : Path.Try(fnStat)) != 0)
         {
             return false;

@@ -3,7 +3,9 @@
 #include "platform/faults.h"
 #include "platform/fork.h"
 #include "platform/linux/idlethread.h"
+#include "platform/linux/threadchecker.h"
 
+#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -16,6 +18,14 @@ namespace plat
         ZQ_THREAD_LOCAL std::uint32_t t_iThread = 0;   // 0 until it is first needed
         ForkHandler_c const g_ForkHandler(
             { nullptr, nullptr, [] { t_iThread = 0; } });   // the child has its own number
+
+        // Returns the function that creates a thread: the one that comes first in the process if that is the thread
+        // checker's, which must know each thread.
+        decltype(&::pthread_create) CreateFunction()
+        {
+            void * const pFirst = HasThreadChecker() ? ::dlsym(RTLD_DEFAULT, "pthread_create") : nullptr;
+            return pFirst != nullptr ? reinterpret_cast<decltype(&::pthread_create)>(pFirst) : ::pthread_create;
+        }
     }
 
     std::uint32_t ThreadId()
@@ -61,7 +71,7 @@ namespace plat
         m_fnRun = fnRun;
         m_pContext = pContext;
         pthread_t hThread;
-        if (::pthread_create(&hThread, nullptr, fnThread, this) != 0)
+        if (CreateFunction()(&hThread, nullptr, fnThread, this) != 0)
         {
             return false;
         }

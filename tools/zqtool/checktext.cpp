@@ -309,7 +309,7 @@ namespace
             }
         }
 
-        // Complains about a comment that may be meant as a cell: its # is at the start of a missing cell, and a
+        // Complains about a comment that may be meant as a cell: its # is at the start of a missing cell, and an ASCII
         // letter or a digit follows.
         void CheckComment(int nLine, int nEnd, int nCells)
         {

@@ -128,8 +128,7 @@ namespace
         {
             if (Frame.nLeftOut > 0)
             {
-                sHtml +=
-                    "<li class=\"foreign\"><span></span>" + std::to_string(Frame.nLeftOut) + " frames left out</li>\n";
+                sHtml += "<li class=\"foreign\"><span></span>" + Counted(Frame.nLeftOut, "frame") + " left out</li>\n";
             }
             sHtml += FrameHtml(Frame, &Frame == pLikely);
         }

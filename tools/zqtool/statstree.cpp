@@ -27,7 +27,7 @@ namespace
 }
 
 // Finds or adds the node of a timer, marks it as used by the batch at iFirstFrame and returns its index. In a damaged
-// file one parent may have two timers with one id: each has its own node.
+// file one parent may have two timers with one identifier: each has its own node.
 int StatsTree_c::FindNode(StatsTimer_t const & Timer, int iParent, int iFirstFrame)
 {
     for (int iLike = 0;; ++iLike)

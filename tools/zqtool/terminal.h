@@ -3,7 +3,7 @@
 
 #include "tools/zqtool/text.h"
 
-/// Maximum number of lines of each kind that a command prints without --all.
+/// Maximum number of findings of each kind that a command prints without --all.
 inline constexpr std::size_t MAX_LINES = 20;
 
 /// Returns whether standard output is a terminal with colours, and the variable NO_COLOR (no-color.org) is unset or

@@ -12,12 +12,12 @@
 // An archive may come from anywhere. Mounting skips these entries, logs a line for each and reports it to
 // g_FileSkipCallbacker (cfilepath.h):
 // - absolute names, and names whose first or last part begins with a drive.
-// - names with `..`, `.`, `\`, an empty part or characters that TextForLog (ctexterror.h) escapes.
+// - names with a part `..`, `.` or empty, with a `\`, or with characters that TextForLog (ctexterror.h) escapes.
 // - names of more than 255 characters, and keys of more than 127.
 // - an entry that can't be read or lacks a size, a CRC or a method, and a file for which the table has no room.
 // - a second file of the same key, unless a present file hides both. The first one opens without the complaint that a
 //   scan's duplicate has.
-// - files that are encrypted or compressed by another method, links and devices.
+// - files that are encrypted or compressed by another method, links, pipes, sockets and devices.
 // - files of 2 GiB or more, sizes that can't be true, and files above 1 MiB that expand more than ZIP_MAX_EXPANSION
 //   times.
 //
@@ -37,9 +37,10 @@
 // of each archive guards its file for at most 256 KiB at a time. Files are decompressed outside of it. A forked child
 // has the archives too. If the system can't raise the worker of cfileasync.h, the worker opens each archive a second
 // time, so that no thread waits for it.
-// Cost: mounting reads the archive's directory. It may have up to ZIP_MAX_ENTRIES entries in 8 MiB. The archive keeps
-// one handle open. An open allocates the file's size. A stream reaches a position in a deflated file by decompressing
-// from its last position, or from the start for one before it. A load does so from the start.
+// Cost: mounting reads at most 8 MiB to find and read the archive's directory. It may have up to ZIP_MAX_ENTRIES
+// entries. The archive keeps one handle open, and another one if the worker has opened it. An open allocates the file's
+// size. A stream reaches a position in a deflated file by decompressing from its last position, or from the start for
+// one before it. A load does so from the start.
 // Failure: a mount or unmount logs a line and returns false. FileZipGetWhyNot returns the reason. An archive that the
 // system does not open is an Achtung too (cfile.h).
 //

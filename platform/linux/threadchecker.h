@@ -1,0 +1,38 @@
+// threadchecker.h: the thread checker, in a program that runs under it. The library need not be built with it.
+//
+// The checker does not see the atomics of code that is not built with it. So the locks report to it.
+#pragma once
+
+extern "C"
+{
+    // Functions of the checker, null without it.
+    __attribute__((weak)) void __tsan_init();
+    __attribute__((weak)) void __tsan_acquire(void * pObject);
+    __attribute__((weak)) void __tsan_release(void * pObject);
+}
+
+namespace plat
+{
+    /// Returns whether the process has the thread checker.
+    inline bool HasThreadChecker()
+    {
+        return __tsan_init != nullptr;
+    }
+
+    /// Report to the checker that the calling thread has seen what others did before they released an object, and that it
+    /// releases the object. Do nothing without the checker.
+    inline void ThreadCheckerAcquire(void * pObject)
+    {
+        if (HasThreadChecker()) [[unlikely]]
+        {
+            __tsan_acquire(pObject);
+        }
+    }
+    inline void ThreadCheckerRelease(void * pObject)
+    {
+        if (HasThreadChecker()) [[unlikely]]
+        {
+            __tsan_release(pObject);
+        }
+    }
+}
