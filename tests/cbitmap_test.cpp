@@ -414,3 +414,22 @@ TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
         EXPECT_EQ(Text(Vec), "40") << nBits;
     }
 }
+
+TEST(BitFields, GrowStepByStepIntoClearedRoom)
+{
+    BitVec_c Vec;
+    BitMap_c Map(16, 1);
+    BitMap3D_c Space(16, 2, 1);
+    for (int i = 1; i < 300; ++i)
+    {
+        Vec.Bis(7 * i);
+        Map.Bis(i % 16, i);
+        Space.Bis(i % 16, i % 2, i);
+        EXPECT_EACH(Vec.Count() == std::size_t(i), Map.Count() == std::size_t(i), Space.Count() == std::size_t(i));
+        EXPECT_EACH(Vec.iDim == (7 * i / 8 + 1) * 8, Map.iDimY == i + 1, Space.iDimZ == i + 1);
+    }
+    BitMap_c const Copy(Map);
+    EXPECT_EACH(Copy == Map, !(BitMap_c(16, 300) == Map));
+    Map.Grow(17, 300);   // the rows move
+    EXPECT_EACH(Copy == Map, Map.Count() == 299u);
+}

@@ -161,6 +161,8 @@ private:
     std::uint32_t m_dwCrc = 0;     // of the contents before the position
     bool m_bSkipped = false;       // whether m_dwCrc lacks a part
     z_stream m_Inflater = {};
+    std::uint32_t m_nPieceAt = 0;   // position in stored contents of what m_dPiece holds
+    std::uint32_t m_nPiece = 0;     // bytes of it
     unsigned char m_dPiece[PIECE];
 };
 

@@ -4,6 +4,7 @@
 #include "zqcore/ccrc.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace
 {
@@ -65,8 +66,27 @@ bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
     std::uint32_t nDone = 0;
     while (nDone < nBytes)
     {
+        std::uint32_t const nAt = m_nAt + nDone;
+        bool const bShort = nBytes - nDone < PIECE;   // read by way of m_dPiece, with what follows
+        if (bShort && nAt - m_nPieceAt >= m_nPiece)
+        {
+            m_nPiece = std::min(m_Facts.nSize - nAt, PIECE);
+            m_nPieceAt = nAt;
+            if (m_Archive.ReadAt(m_nDataAt + nAt, m_dPiece, m_nPiece) != m_nPiece)
+            {
+                return Fail(UNREADABLE);
+            }
+        }
+        if (bShort)
+        {
+            std::uint32_t const nFrom = nAt - m_nPieceAt;
+            std::uint32_t const nCopy = std::min(nBytes - nDone, m_nPiece - nFrom);
+            std::memcpy(pBuffer + nDone, m_dPiece + nFrom, nCopy);
+            nDone += nCopy;
+            continue;
+        }
         std::uint32_t const nPiece = std::min(nBytes - nDone, MAX_LOCKED);
-        if (m_Archive.ReadAt(m_nDataAt + m_nAt + nDone, pBuffer + nDone, nPiece) != nPiece)
+        if (m_Archive.ReadAt(m_nDataAt + nAt, pBuffer + nDone, nPiece) != nPiece)
         {
             return Fail(UNREADABLE);
         }

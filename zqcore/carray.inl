@@ -40,10 +40,7 @@ void ArrayTraits_T<T, GROW, UNUSED>::Reallocate(int nElements)
         return;
     }
     T * const pNew = Allocate(nElements);
-    for (int i = 0; i < iLength; ++i)
-    {
-        pNew[i] = pData[i];
-    }
+    std::move(pData, pData + iLength, pNew);
     Deallocate(pData);
     pData = pNew;
     iAllocated = nElements;
@@ -126,9 +123,12 @@ void SortedArray_T<T, TRAITS>::Delete(int index)
     {
         return;
     }
-    for (int i = index; i + 1 < this->iLength; ++i)
+    T * const pTo = this->pData + index;
+    T * const pLast = this->pData + this->iLength - 1;
+    if (pTo != pLast)
     {
-        this->pData[i] = this->pData[i + 1];
+        std::move(pTo + 1, pLast, pTo);
+        pLast[-1] = *pLast;   // a copy: the place of the last element keeps its value
     }
     --this->iLength;
 }

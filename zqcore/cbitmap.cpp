@@ -10,6 +10,8 @@
 
 namespace
 {
+    constexpr int MOST_SPARE = 1 << 24;   // most bytes of room for further bits
+
     // Returns zeroed storage, or null if there is none.
     unsigned char * AllocateBytes(std::size_t nBytes)
     {
@@ -38,8 +40,14 @@ BitVec_c & BitVec_c::Grow(int nBits)
     if (nBits <= MAX_BITS)
     {
         int const iNewDim = bits::RoundUp(nBits);
-        if (unsigned char * const pNew = AllocateBytes(static_cast<std::size_t>(iNewDim >> 3)))
+        int const nRoom = std::max(iNewDim >> 3, std::min({ 2 * m_nRoom, m_nRoom + MOST_SPARE, MAX_BITS >> 3 }));
+        if (iNewDim >> 3 <= m_nRoom)
         {
+            iDim = iNewDim;
+        }
+        else if (unsigned char * const pNew = AllocateBytes(static_cast<std::size_t>(nRoom)))
+        {
+            m_nRoom = nRoom;
             std::copy_n(pVec, GetBytes(), pNew);
             CoreMemory::operator_delete_array(pVec);
             pVec = pNew;
@@ -54,6 +62,7 @@ void BitVec_c::Reset()
     CoreMemory::operator_delete_array(pVec);
     pVec = nullptr;
     iDim = 0;
+    m_nRoom = 0;
 }
 
 void BitVec_c::Clear()

@@ -7,7 +7,8 @@
 //
 // Ownership: each object owns its storage.
 // Threads: no lock; one thread at a time for each object.
-// Cost: growing allocates and copies. Operators work on whole words.
+// Cost: growing allocates and copies, and makes room for as much again if the rows stay in place. Operators work on
+// whole words.
 // Failure: these fail an assertion and do nothing:
 // - setting a bit at a negative coordinate, and clearing one in a plane or a space.
 // - setting or clearing a bit at INT_MAX in Y or Z.
@@ -144,6 +145,7 @@ public:
 
     int iDim = 0;                     // bits, a multiple of 8
     unsigned char * pVec = nullptr;   // the bytes, null while empty
+    int m_nRoom = 0;                  // bytes of the storage; those after the row are 0
 
 protected:
     friend class BitMap_c;
@@ -335,6 +337,7 @@ public:
     int iDimX = 0;                    // bits in a row, a multiple of 8
     int iDimY = 0;                    // rows
     unsigned char * pMap = nullptr;   // the bytes, null while empty
+    std::size_t m_nRoom = 0;          // bytes of the storage; those after the field are 0
 
 private:
     friend BitPlane_t;
@@ -378,6 +381,7 @@ public:
     int iDimY = 0;                    // rows in a layer
     int iDimZ = 0;                    // layers
     unsigned char * pMap = nullptr;   // the bytes, null while empty
+    std::size_t m_nRoom = 0;          // bytes of the storage; those after the field are 0
 
 private:
     friend BitSpace_t;
@@ -477,6 +481,7 @@ inline void BitVec_c::Swap(BitVec_c & Other) noexcept
 {
     std::swap(iDim, Other.iDim);
     std::swap(pVec, Other.pVec);
+    std::swap(m_nRoom, Other.m_nRoom);
 }
 
 inline void BitMap_c::Swap(BitMap_c & Other) noexcept
@@ -484,6 +489,7 @@ inline void BitMap_c::Swap(BitMap_c & Other) noexcept
     std::swap(iDimX, Other.iDimX);
     std::swap(iDimY, Other.iDimY);
     std::swap(pMap, Other.pMap);
+    std::swap(m_nRoom, Other.m_nRoom);
 }
 
 inline void BitMap3D_c::Swap(BitMap3D_c & Other) noexcept
@@ -492,6 +498,7 @@ inline void BitMap3D_c::Swap(BitMap3D_c & Other) noexcept
     std::swap(iDimY, Other.iDimY);
     std::swap(iDimZ, Other.iDimZ);
     std::swap(pMap, Other.pMap);
+    std::swap(m_nRoom, Other.m_nRoom);
 }
 
 inline void BitVec_c::Bis(int iX)

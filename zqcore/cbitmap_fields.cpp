@@ -108,11 +108,29 @@ namespace
         return BytesOf(New) != 0;
     }
 
+    // Returns whether two fields have storage and the same size, so that all rows can be handled as one.
+    bool HasSameRows(Field_s const & First, Field_s const & Second)
+    {
+        return First.pBytes && Second.pBytes && First.Extent.iX == Second.Extent.iX
+               && First.Extent.iY == Second.Extent.iY && First.Extent.iZ == Second.Extent.iZ;
+    }
+
     // Copies the rows of a field to zeroed storage that is not smaller. Does nothing if one of them has no storage.
     void CopyRows(Field_s const & From, Field_s const & To)
     {
+        if (HasSameRows(From, To))
+        {
+            std::copy_n(From.pBytes, From.GetBytes(), To.pBytes);
+            return;
+        }
         for (int iZ = 0; From.pBytes && To.pBytes && iZ < From.Extent.iZ; ++iZ)
         {
+            if (From.Extent.iX == To.Extent.iX)
+            {
+                std::copy_n(
+                    From.Row(0, iZ), From.GetRowBytes() * static_cast<std::size_t>(From.Extent.iY), To.Row(0, iZ));
+                continue;
+            }
             for (int iY = 0; iY < From.Extent.iY; ++iY)
             {
                 std::copy_n(From.Row(iY, iZ), From.GetRowBytes(), To.Row(iY, iZ));
@@ -190,6 +208,10 @@ namespace
 
     void AndFields(Field_s const & To, Field_s const & From)
     {
+        if (HasSameRows(To, From))
+        {
+            return bits::And(To.pBytes, From.pBytes, To.GetBytes());
+        }
         AllRows(To, From,
             [&](unsigned char * pTo, unsigned char const * pFrom, std::size_t nFrom)
             {
@@ -201,6 +223,10 @@ namespace
     // Returns whether each row of First equals that of Second, or is zero if Second has none.
     bool AreRowsEqual(Field_s const & First, Field_s const & Second)
     {
+        if (HasSameRows(First, Second))
+        {
+            return std::memcmp(First.pBytes, Second.pBytes, First.GetBytes()) == 0;
+        }
         return AllRows(First, Second,
             [&](unsigned char const * pFirst, unsigned char const * pSecond, std::size_t nSecond)
             { return bits::Equal(pFirst, First.GetRowBytes(), pSecond, nSecond); });
@@ -303,11 +329,22 @@ namespace
         {
             return;
         }
-        void * const pNew = Kind_T<FIELD>::Alloc(BytesOf(New));
+        // If the rows and planes keep their places, the field may grow into the room after it, which is zero.
+        bool const bAppends =
+            New.iX == Old.Extent.iX && (New.iY == Old.Extent.iY || (New.iZ == 1 && Old.Extent.iZ == 1));
+        if (bAppends && BytesOf(New) <= Map.m_nRoom)
+        {
+            return SetField(Map, { New, Map.pMap });
+        }
+        constexpr std::size_t MOST_SPARE = std::size_t{ 1 } << 24;   // most bytes of room for further rows
+        std::size_t const nRoom =
+            bAppends ? std::max(BytesOf(New), Old.GetBytes() + std::min(Old.GetBytes(), MOST_SPARE)) : BytesOf(New);
+        void * const pNew = Kind_T<FIELD>::Alloc(nRoom);
         ZQ_ASSERT(pNew != nullptr);
         if (pNew)
         {
-            Field_s const Grown = { New, static_cast<unsigned char *>(std::memset(pNew, 0, BytesOf(New))) };
+            Map.m_nRoom = nRoom;
+            Field_s const Grown = { New, static_cast<unsigned char *>(std::memset(pNew, 0, nRoom)) };
             CopyRows(Old, Grown);
             Kind_T<FIELD>::Free(Map.pMap);
             SetField(Map, Grown);
@@ -327,6 +364,7 @@ void BitField_T<FIELD, INDEX...>::Reset()
 {
     Kind_T<FIELD>::Free(Self().pMap);
     SetField(Self(), { { 0, 0, 0 }, nullptr });
+    Self().m_nRoom = 0;
 }
 
 template <typename FIELD, typename... INDEX>

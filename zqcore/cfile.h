@@ -235,7 +235,8 @@ private:
 };
 
 /// A stream on one file. FileOpenStored makes it, and CloseStored destroys it. One thread at a time may use it.
-/// SeekStored, TellStored, ReadStored and IsEof assert that the stream is open.
+/// SeekStored, TellStored, ReadStored and IsEof assert that the stream is open. Each of them is a system call, so read
+/// in blocks of some kilobytes.
 class ZQ_API FileStored_c
 {
 public:

@@ -93,7 +93,7 @@ int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(Entry_s const & Entry)
     char const * const szName = *Entry.pName;
     Slot_s const * const pPresent =
         m_bTwins ? FindAlongChain(szName) : FindByHash(szName, Entry.nLength, Entry.iIndexHash);
-    if (pPresent && !m_bHoles)
+    if (pPresent && m_nHoles == 0)
     {
         return HASH_PRESENT;   // all earlier slots of the chain are occupied
     }
@@ -106,7 +106,7 @@ int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(Entry_s const & Entry)
         {
             return HASH_PRESENT;
         }
-        int const nSteps = m_bHoles || m_dSkip[i] == 0 ? 1 : m_dSkip[i];
+        int const nSteps = m_nHoles > 0 || m_dSkip[i] == 0 ? 1 : m_dSkip[i];
         i = (i + nSteps * STEP) & iMask;
         iProbe += nSteps;
     }
@@ -135,6 +135,7 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Store(Slot_s & Slot, Entry_s const & E
     Slot.pName = Entry.pName;
     Slot.iHash = Entry.iHash;
     Slot.iIndexHash = Entry.iIndexHash;
+    m_nHoles -= Slot.bDeleted ? 1 : 0;
     Slot.bDeleted = false;
     if (Entry.nLength < Slot_s::KEY_ROOM)
     {
@@ -236,7 +237,7 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Delete(Slot_s * pSlot)
         auto const iSlot = static_cast<int>(pSlot - m_dSlots);
         m_Index.Remove(pSlot->iIndexHash, iSlot);
         m_dTaken[iSlot / 32] &= ~(1u << (iSlot % 32));
-        m_bHoles = true;
+        ++m_nHoles;
         pSlot->bDeleted = true;
         pSlot->pObject = nullptr;
     }
@@ -245,12 +246,14 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Delete(Slot_s * pSlot)
 template <typename T, int KEYLEN, int SIZE, int STEP>
 auto StringHash_T<T, KEYLEN, SIZE, STEP>::FirstFrom(Slot_s * pSlot) -> Slot_s *
 {
-    auto i = static_cast<int>(pSlot - m_dSlots);
-    while (i < SIZE && !IsTaken(i))
+    auto const iFrom = static_cast<int>(pSlot - m_dSlots);
+    int iWord = iFrom / 32;
+    std::uint32_t dwTaken = m_dTaken[iWord] & (0xFFFFFFFFu << (iFrom % 32));
+    while (dwTaken == 0 && iWord < SIZE / 32)
     {
-        ++i;
+        dwTaken = m_dTaken[++iWord];
     }
-    return i < SIZE ? &m_dSlots[i] : nullptr;
+    return dwTaken != 0 ? &m_dSlots[iWord * 32 + std::countr_zero(dwTaken)] : nullptr;
 }
 
 template <typename T, int KEYLEN, int SIZE, int STEP>
@@ -294,7 +297,7 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Reset()
     m_bUsed = false;
     std::memset(m_dTaken, 0, sizeof m_dTaken);
     std::memset(m_dSkip, 0, sizeof m_dSkip);
-    m_bHoles = false;
+    m_nHoles = 0;
     m_Index.Reset();
     m_bTwins = false;
 }

@@ -253,8 +253,16 @@ inline char Script_c::ReadByte()
 // Reads up to and including the next line feed, or to the end of the text.
 void Script_c::SkipLine()
 {
-    while (!m_bEndOfFile && ReadByte() != '\n')
-    {}
+    if (m_bEndOfFile)
+    {
+        return;
+    }
+    char const * const pFrom = m_pData + m_iBytesRead;
+    auto const nLeft = static_cast<std::size_t>(m_iBytesTotal - m_iBytesRead);
+    void const * const pFeed = nLeft > 0 ? std::memchr(pFrom, '\n', nLeft) : nullptr;
+    m_iBytesRead = pFeed ? static_cast<int>(static_cast<char const *>(pFeed) - m_pData) + 1 : m_iBytesTotal;
+    m_iLines += pFeed ? 1 : 0;
+    m_bEndOfFile = !pFeed;
 }
 
 // Reads the next token that is no comment and returns it. Returns an empty text at the end.
@@ -418,14 +426,21 @@ Script_c::Piece_s Script_c::NextLine(int nMost)
     }
     while (!m_bEndOfFile && (cByte == ' ' || cByte == '\t'));
     int nLine = m_iBytesRead - iBegin;   // 0 at the end of the text
-    while (!m_bEndOfFile && nLine < nMost)
+    if (!m_bEndOfFile && nLine < nMost)
     {
-        cByte = ReadByte();
-        if (cByte == '\0' || IsLineEnd(cByte))   // at the end of the text a NUL is read
+        char const * const pFrom = m_pData + m_iBytesRead;
+        char const * const pEnd = pFrom + std::min(m_iBytesTotal - m_iBytesRead, nMost - nLine);
+        char const * pNext = pFrom;
+        while (pNext < pEnd && *pNext != '\0' && !IsLineEnd(*pNext))
         {
-            break;
+            ++pNext;
         }
-        ++nLine;
+        nLine += static_cast<int>(pNext - pFrom);
+        m_iBytesRead = static_cast<int>(pNext - m_pData);
+        if (nLine < nMost)
+        {
+            ReadByte();   // the end of the line, or that of the text
+        }
     }
     return { m_pData + iBegin, static_cast<std::size_t>(nLine) };
 }
@@ -475,6 +490,14 @@ Script_c::Piece_s Script_c::NextString(int nMost, char cQuote)
     }
     char const * const pString = m_pData + m_iBytesRead;
     int nString = 0;
+    if (!m_bEndOfFile)   // skips what is before the closing quote and fits
+    {
+        int const nFit = std::min(m_iBytesTotal - m_iBytesRead, std::max(nMost, 0));
+        void const * const pQuote = nFit > 0 ? std::memchr(pString, cQuote, static_cast<std::size_t>(nFit)) : nullptr;
+        nString = pQuote ? static_cast<int>(static_cast<char const *>(pQuote) - pString) : nFit;
+        m_iBytesRead += nString;
+        m_iLines += static_cast<int>(std::count(pString, pString + nString, '\n'));
+    }
     while (!m_bEndOfFile)
     {
         bool const bTooLong = nString >= nMost && m_iBytesRead < m_iBytesTotal && m_pData[m_iBytesRead] != cQuote;

@@ -95,17 +95,12 @@ template <int N>
 int String_T<N>::StrLastPos(char const * sNeedle) const
 {
     ZQ_ASSERT(sNeedle != nullptr);
-    int iLast = -1;
-    for (char const * pHit = sNeedle ? std::strstr(m_sText, sNeedle) : nullptr; pHit;
-         pHit = std::strstr(pHit + 1, sNeedle))
+    if (!sNeedle)
     {
-        iLast = static_cast<int>(pHit - m_sText);
-        if (*pHit == '\0')
-        {
-            break;   // an empty needle is found after the last character
-        }
+        return -1;
     }
-    return iLast;
+    std::size_t const iLast = std::string_view(*this).rfind(sNeedle);
+    return iLast == std::string_view::npos ? -1 : static_cast<int>(iLast);
 }
 
 template <int N>

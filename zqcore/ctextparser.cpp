@@ -184,10 +184,19 @@ void SimpleTextParser_c::CopyDoubled(TextToken_t const & Token, char * pTo, std:
         return;
     }
     char const * pFrom = Token.pText;
-    for (std::size_t i = 0; i < nCopy; ++i)
+    char const * const pEnd = pTo + nCopy;
+    while (pTo < pEnd)
     {
-        pFrom += m_setString.IsHere(static_cast<unsigned char>(*pFrom));
-        pTo[i] = *pFrom++;
+        pFrom += m_setString.IsHere(static_cast<unsigned char>(*pFrom));   // the second of a pair
+        char const * pNext = pFrom + 1;
+        char const * const pLimit = pFrom + (pEnd - pTo);
+        while (pNext < pLimit && !m_setString.IsHere(static_cast<unsigned char>(*pNext)))
+        {
+            ++pNext;
+        }
+        std::memcpy(pTo, pFrom, static_cast<std::size_t>(pNext - pFrom));
+        pTo += pNext - pFrom;
+        pFrom = pNext;
     }
 }
 
