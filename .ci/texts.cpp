@@ -1,4 +1,4 @@
-// A program that exchanges views, spans and texts with the library. It is built with another standard library.
+// A program that exchanges views, spans and texts with the library, and has its containers. It is built with another standard library.
 #include "zqcore/zqcore.h"
 
 #include <algorithm>
@@ -28,10 +28,14 @@ int main()
     std::string sLoaded;
     bool const bRead = bOpen && Reader.Open();
     Reader.Serialize(iLoaded).Serialize(sLoaded);
+    Array_T<String_T<32>, 1, 0> dLines;
+    dLines.Add("removed");
+    dLines.Add(sLine);
+    dLines.Delete(0);
     GigaPoolStatic_c Pool(std::span(dMemory), 8);
     bool const bFreed = Pool.Free(Pool.Alloc(false), false);
 
-    std::printf("%s,%s,%s,%i,%s,%i,%08X\n", sToken.c_str(), sQuoted.c_str(), sLine.CStr(), iLoaded, sLoaded.c_str(),
+    std::printf("%s,%s,%s,%i,%s,%i,%08X\n", sToken.c_str(), sQuoted.c_str(), dLines[0].CStr(), iLoaded, sLoaded.c_str(),
         ArchiveCheck(Writer.GetBytes(), 1, {}).nLeft, Crc32(std::as_bytes(std::span("123456789", 9))));
     return bRead && bFreed && !Reader.IsFailed() ? 0 : 1;
 }

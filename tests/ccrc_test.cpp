@@ -117,6 +117,7 @@ TEST(Crc32, EveryKernelAgreesWithTheDefinitionAtEveryLengthAndAlignment)
                 std::uint32_t const dwBefore = ~ReferenceCrc(dBytes.data(), iAlign);
                 ASSERT_EQ(fnCrc(dBytes.data() + iAlign, nBytes, dwBefore), ReferenceCrc(dBytes.data(), dBytes.size()))
                     << szKernel << ' ' << n << ' ' << iAlign;
+                ASSERT_EQ(PublicCrc(dBytes.data() + iAlign, nBytes), ReferenceCrc(dBytes.data() + iAlign, nBytes)) << n;
             }
         }
     }

@@ -132,6 +132,10 @@ TEST_F(Modules, ThatForgetTheBaseAreNamed)
     EXPECT_FALSE(Module_c::InitializeAllModules());
     EXPECT_EQ(m_Log.GetText(), "Module [" + s_sForgets + "] was not initialized. xrf?\n");
     EXPECT_EACH(b.IsInitialized(), Dialogs.GetCount() == 1);
+    std::string const sAgain = "I" + s_sForgets + " ";
+    EXPECT_EQ(ExtractTrace(), sAgain + "Ib " + sAgain + sAgain + sAgain + sAgain);
+    a.m_bForgets = false;
+    EXPECT_TRUE(Module_c::InitializeAllModules());
 }
 
 TEST_F(Modules, InitializedBeforeAFailedOneStayUpAndLaterOnesJoinThem)

@@ -131,12 +131,15 @@ TEST(ZqtoolCheck, ComparesCellsWithASchemaAndReportsFaultsOfTheSchema)
     std::string const sFlag = Folder.Write("flag.txt", "@head type least\nopen bool 2\n");
     EXPECT_EQ(Checked("c.csv", "open\n1\n", "--schema " + sFlag), ": spreadsheet, 1 row, 1 column: no complaint\n")
         << "a limit has no meaning for a truth value";
-    std::string const sLarge = Folder.Write("large.txt", "@head type most\nn int 9007199254740992\np pair -\n");
-    EXPECT_EQ(Checked("d.csv", "@head;n;p\nx;9007199254740993;007-0\ny;9007199254740992;99999999999-1\n",
-                  "--schema " + sLarge),
+    std::string const sLarge =
+        Folder.Write("large.txt", "@head type most\nn int 9007199254740992\np pair -\nr int 100000\n");
+    EXPECT_EQ(
+        Checked("d.csv", "@head;n;p;r\nx;9007199254740993;007-0;100000\ny;9007199254740992;99999999999-1;100001\n",
+            "--schema " + sLarge),
         "(2, 3): 9007199254740993 is above 9007199254740992 in column \"n\"\n"
         "(3, 20): \"99999999999-1\" is read as 2147483647 and 1 in column \"p\"\n"
-        ": table, 2 rows, 3 columns: 2 complaints\n");
+        "(3, 34): 100001 is above 100000 in column \"r\"\n"
+        ": table, 2 rows, 4 columns: 3 complaints\n");
     std::string const sBad = Folder.Write("bad.txt", "@head type least required\na in\nA int x\nb int - maybe\n");
     EXPECT_EQ(RunTool("check --schema " + sBad + " " + sBad).sOutput,
         sBad + "(3, 1): a search for \"a\" finds the item in line 2\n" + sBad

@@ -437,6 +437,12 @@ TEST_F(ZqtoolCrash, FindsAllFilesInWhateverOrderTheyAreNamed)
         RunTool("crash " + sFolder + " " + sFolder + "/x.rpt").sOutput, testing::StartsWith("write to address 0x10"));
     std::string const sTwice = RunTool("crash " + sFolder + "/x.rpt " + sFolder + "/../named/x.rpt").sOutput;
     EXPECT_EQ(sTwice, RunTool("crash " + sFolder + "/x.rpt").sOutput) << "another path of it";
+    m_Folder.MakeFolder("named/y");
+    fs::create_directory_symlink("y", sFolder + "/x");
+    m_Folder.Write("named/y.rpt", Replaced(sReport, "C0000005 ACCESS", "C0000006 IN_PAGE"));
+    EXPECT_THAT(RunTool("crash " + sFolder).sOutput, AllOf(HasSubstr("C0000006"), HasSubstr("C0000005")))
+        << "a link that has the name of a report leads to the name of another";
+    fs::remove(sFolder + "/x");
     m_Folder.Write("named/x", Replaced(sReport, "C0000005 ACCESS", "C0000006 IN_PAGE"));
     for (char const * const szFiles : { "/x", "/x.rpt" })
     {

@@ -67,17 +67,14 @@ bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
     while (nDone < nBytes)
     {
         std::uint32_t const nAt = m_nAt + nDone;
-        bool const bShort = nBytes - nDone < PIECE;   // read by way of m_dPiece, with what follows
-        if (bShort && nAt - m_nPieceAt >= m_nPiece)
+        // A short read that continues the previous one reads a piece, with what follows, and copies from it.
+        if (nBytes - nDone < PIECE && nAt == m_nPieceAt + m_nPiece)
         {
-            m_nPiece = std::min(m_Facts.nSize - nAt, PIECE);
             m_nPieceAt = nAt;
-            if (m_Archive.ReadAt(m_nDataAt + nAt, m_dPiece, m_nPiece) != m_nPiece)
-            {
-                return Fail(UNREADABLE);
-            }
+            m_nPiece = std::min(m_Facts.nSize - nAt, PIECE);
+            m_nPiece = m_Archive.ReadAt(m_nDataAt + nAt, m_dPiece, m_nPiece) == m_nPiece ? m_nPiece : 0;
         }
-        if (bShort)
+        if (nAt - m_nPieceAt < m_nPiece)
         {
             std::uint32_t const nFrom = nAt - m_nPieceAt;
             std::uint32_t const nCopy = std::min(nBytes - nDone, m_nPiece - nFrom);

@@ -28,6 +28,7 @@
 #include "zqcore/cdebug.h"
 #include "zqcore/cmemory.h"
 
+#include <algorithm>
 #include <type_traits>
 #include <utility>
 

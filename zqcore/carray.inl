@@ -1,6 +1,23 @@
 // carray.inl: bodies of the arrays.
 #pragma once
 
+namespace arrays
+{
+    /// Moves or copies elements to others, which are assigned to. The places may overlap if pTo is before pFrom.
+    template <typename T>
+    void Transfer(T * pFrom, T * pEnd, T * pTo)
+    {
+        if constexpr (std::is_nothrow_move_assignable_v<T>)
+        {
+            std::move(pFrom, pEnd, pTo);
+        }
+        else
+        {
+            std::copy(pFrom, pEnd, pTo);
+        }
+    }
+}
+
 template <typename T, int GROW, int UNUSED>
 ArrayTraits_T<T, GROW, UNUSED> & ArrayTraits_T<T, GROW, UNUSED>::operator=(ArrayTraits_T && Other) noexcept
 {
@@ -40,7 +57,7 @@ void ArrayTraits_T<T, GROW, UNUSED>::Reallocate(int nElements)
         return;
     }
     T * const pNew = Allocate(nElements);
-    std::move(pData, pData + iLength, pNew);
+    arrays::Transfer(pData, pData + iLength, pNew);
     Deallocate(pData);
     pData = pNew;
     iAllocated = nElements;
@@ -127,7 +144,7 @@ void SortedArray_T<T, TRAITS>::Delete(int index)
     T * const pLast = this->pData + this->iLength - 1;
     if (pTo != pLast)
     {
-        std::move(pTo + 1, pLast, pTo);
+        arrays::Transfer(pTo + 1, pLast, pTo);
         pLast[-1] = *pLast;   // a copy: the place of the last element keeps its value
     }
     --this->iLength;

@@ -41,8 +41,9 @@ BitVec_c & BitVec_c::Grow(int nBits)
     {
         int const iNewDim = bits::RoundUp(nBits);
         int const nRoom = std::max(iNewDim >> 3, std::min({ 2 * m_nRoom, m_nRoom + MOST_SPARE, MAX_BITS >> 3 }));
-        if (iNewDim >> 3 <= m_nRoom)
+        if (pVec && iNewDim >> 3 <= m_nRoom)
         {
+            std::fill(pVec + GetBytes(), pVec + (iNewDim >> 3), static_cast<unsigned char>(0));
             iDim = iNewDim;
         }
         else if (unsigned char * const pNew = AllocateBytes(static_cast<std::size_t>(nRoom)))

@@ -7,8 +7,8 @@
 //
 // Ownership: each object owns its storage.
 // Threads: no lock; one thread at a time for each object.
-// Cost: growing allocates and copies, and makes room for as much again if the rows stay in place. Operators work on
-// whole words.
+// Cost: growing allocates and copies, and makes room for as much again, at most 16 MiB, if the rows stay in place.
+// Operators work on whole words.
 // Failure: these fail an assertion and do nothing:
 // - setting a bit at a negative coordinate, and clearing one in a plane or a space.
 // - setting or clearing a bit at INT_MAX in Y or Z.
@@ -145,7 +145,7 @@ public:
 
     int iDim = 0;                     // bits, a multiple of 8
     unsigned char * pVec = nullptr;   // the bytes, null while empty
-    int m_nRoom = 0;                  // bytes of the storage; those after the row are 0
+    int m_nRoom = 0;                  // bytes of the storage
 
 protected:
     friend class BitMap_c;
@@ -337,7 +337,7 @@ public:
     int iDimX = 0;                    // bits in a row, a multiple of 8
     int iDimY = 0;                    // rows
     unsigned char * pMap = nullptr;   // the bytes, null while empty
-    std::size_t m_nRoom = 0;          // bytes of the storage; those after the field are 0
+    std::size_t m_nRoom = 0;          // bytes of the storage
 
 private:
     friend BitPlane_t;
@@ -381,7 +381,7 @@ public:
     int iDimY = 0;                    // rows in a layer
     int iDimZ = 0;                    // layers
     unsigned char * pMap = nullptr;   // the bytes, null while empty
-    std::size_t m_nRoom = 0;          // bytes of the storage; those after the field are 0
+    std::size_t m_nRoom = 0;          // bytes of the storage
 
 private:
     friend BitSpace_t;

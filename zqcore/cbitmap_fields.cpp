@@ -329,11 +329,12 @@ namespace
         {
             return;
         }
-        // If the rows and planes keep their places, the field may grow into the room after it, which is zero.
+        // If the rows and planes keep their places, the field may grow into the room after it.
         bool const bAppends =
             New.iX == Old.Extent.iX && (New.iY == Old.Extent.iY || (New.iZ == 1 && Old.Extent.iZ == 1));
-        if (bAppends && BytesOf(New) <= Map.m_nRoom)
+        if (Map.pMap && bAppends && BytesOf(New) <= Map.m_nRoom)
         {
+            std::memset(Map.pMap + Old.GetBytes(), 0, BytesOf(New) - Old.GetBytes());
             return SetField(Map, { New, Map.pMap });
         }
         constexpr std::size_t MOST_SPARE = std::size_t{ 1 } << 24;   // most bytes of room for further rows

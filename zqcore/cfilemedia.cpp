@@ -70,18 +70,16 @@ namespace
         return NewString("SOFTWARE\\Brindle Harbor\\%s\\Install", g_szApplicationName);
     }
 
-    // Returns the text of the registry value, even if it names no folder. Returns an empty text if there is no value,
-    // or if it is no text or too long.
+    // Returns the text of the registry value, cut at 255 bytes, even if it names no folder. Returns an empty text if
+    // there is no value, or if it is no text or has more than 256 bytes.
     String_T<256> RegistryPath()
     {
-        constexpr std::size_t CAPACITY = String_T<256>::Capacity();
-        char szText[CAPACITY + 1] = "";   // a value may lack its terminator
-        std::size_t nSize = CAPACITY;
+        char szText[String_T<256>::Capacity() + 1] = "";   // a value may lack its terminator
+        std::size_t nSize = sizeof szText - 1;
         plat::RegistryType_e eType;
         bool const bRead =
             plat::RegistryRead(plat::RegistryTree_e::Machine, RegistryKey(), "InstallDir", eType, szText, nSize);
-        bool const bFits = bRead && eType == plat::RegistryType_e::Text && std::strlen(szText) < CAPACITY;
-        return String_T<256>(bFits ? szText : "");
+        return String_T<256>(bRead && eType == plat::RegistryType_e::Text ? szText : "");
     }
 
     // Finds the media root and returns its source. If there is none, sPath becomes the text of the registry.

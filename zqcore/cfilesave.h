@@ -5,9 +5,9 @@
 // newest), ".2" and so on. Only the file's owner can read a new save.
 //
 // A FileSave_c holds a lock on the save, so that one program at a time writes it. The lock is a file beside the save.
-// Its name is `~zqlock-` and the save's name in lower case, because a path finds a save in any spelling. The system
-// drops the lock of a process that is killed. The next FileSave_c deletes the files that this process left. On a file
-// system without locks the lock has no effect.
+// Its name is `~zqlock-` and the first 243 bytes of the save's name in lower case, because a path finds a save in any
+// spelling. The system drops the lock of a process that is killed. The next FileSave_c deletes the files that this
+// process left. On a file system without locks the lock has no effect.
 //
 // A load changes nothing on the disk. It returns one of these states:
 // - whole: OpenFile returns the archive.

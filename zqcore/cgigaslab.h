@@ -143,9 +143,13 @@ public:
     /// the storage would exceed half of the address space: RequireStorage shows that.
     bool Init(int iElements, int iElementSize, std::size_t nAlignment);
 
-    /// Places as many groups as fit, with their records, in storage of the caller, but no more than MAX_ELEMENTS
+    /// Place as many groups as fit, with their records, in storage of the caller, but no more than MAX_ELEMENTS
     /// elements. A size below 1 places none. Requires that the storage stays until Reset or the end of the slab.
     /// Asserts that the slab has no storage, and returns false otherwise. Returns true even if no group fits.
+    bool Init(std::span<std::byte> Storage, int iElementSize)
+    {
+        return Init(Storage.data(), Storage.size(), iElementSize);
+    }
     bool Init(std::byte * pStorage, std::size_t nBytes, int iElementSize);
 
     /// Returns the bytes of the caller's storage in which Init always places iElements. Requires a number from 0 to

@@ -152,7 +152,10 @@ namespace
             std::size_t nText = 0;
             for (; *wszText && nText < nWidth; ++wszText)
             {
-                wchar_t const wszOne[] = { *wszText, L'\0' };
+                bool const bPair =
+                    sizeof(wchar_t) == sizeof(char16_t)
+                    && plat::IsSurrogatePair(static_cast<char32_t>(wszText[0]), static_cast<char32_t>(wszText[1]));
+                wchar_t const wszOne[] = { wszText[0], bPair ? wszText[1] : L'\0', L'\0' };
                 char szOne[8];
                 std::size_t const nOne = plat::Utf8FromWide(szOne, sizeof szOne, wszOne);
                 if (nText + nOne > nMost)
@@ -160,6 +163,7 @@ namespace
                     break;
                 }
                 nText += nOne;
+                wszText += bPair ? 1 : 0;
             }
             return nText < nWidth ? std::min(nWidth - nText, nRoom) : 0;
         }

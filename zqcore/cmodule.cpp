@@ -116,10 +116,12 @@ bool Module_c::ComplainOfUninitialized()
 
 bool Module_c::InitializeAllModules()
 {
-    int iOrder = 0;
-    for (bool bProgress = true; bProgress;)
+    constexpr int MOST_IDLE = 4;   // passes without a module that is then up, because overrides forget the base
+    int iOrder = 0, nIdle = 0;
+    for (bool bProgress = true; bProgress && nIdle < MOST_IDLE;)
     {
         bProgress = false;
+        bool bAnyUp = false;
         for (int i = 0; i < m_dModules.GetLength(); ++i)   // a module may register others in Initialize
         {
             Module_c & Module = *m_dModules[i];
@@ -131,12 +133,13 @@ bool Module_c::InitializeAllModules()
             {
                 return false;
             }
-            bool const bUp = Module.IsInitialized();   // false if an override has not called Module_c::Initialize
-            iOrder += bUp ? 1 : 0;
-            bProgress = bProgress || bUp;
+            ++iOrder;
+            bProgress = true;
+            bAnyUp = bAnyUp || Module.IsInitialized();
         }
+        nIdle = bAnyUp ? 0 : nIdle + 1;
     }
-    if (iOrder != m_dModules.GetLength() && ComplainOfUninitialized())
+    if ((iOrder != m_dModules.GetLength() || nIdle == MOST_IDLE) && ComplainOfUninitialized())
     {
         return false;
     }

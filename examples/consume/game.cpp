@@ -88,7 +88,10 @@ namespace
             longTimeWait(0.001);   // a game would show frames
         }
         bool const bRead = pFile->pData != nullptr;
-        FileClose(pFile);
+        if (bRead)   // a failed read added no reference
+        {
+            FileClose(pFile);
+        }
         return bRead;
     }
 

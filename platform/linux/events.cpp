@@ -291,6 +291,7 @@ namespace plat
         {
             SleepWhile(m_nSet, 0);
         }
+        ThreadCheckerAcquire(this);
     }
 
     bool Event_c::WaitFor(std::uint32_t nMilliseconds)
@@ -298,11 +299,12 @@ namespace plat
         KernelTime_s const Until = TimeAfter(nMilliseconds);
         while (!IsSet())
         {
-            if (!SleepWhile(m_nSet, 0, &Until))
+            if (!SleepWhile(m_nSet, 0, &Until) && !IsSet())
             {
-                return IsSet();
+                return false;
             }
         }
+        ThreadCheckerAcquire(this);
         return true;
     }
 }

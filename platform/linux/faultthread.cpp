@@ -146,17 +146,28 @@ namespace
         }
         return fnNext;
     }
+
+    // Returns whether a function is the thread checker's. If it comes after the library's, it receives what the library
+    // passes. Otherwise the checker calls the library's.
+    bool IsOfThreadChecker(Create_t fnCreate)
+    {
+        Dl_info Function, Checker;
+        return dladdr(reinterpret_cast<void *>(fnCreate), &Function) != 0
+               && dladdr(reinterpret_cast<void *>(&__tsan_init), &Checker) != 0
+               && Function.dli_fbase == Checker.dli_fbase;
+    }
 }
 
 extern "C"
 {
-    // Creates a thread that has a stack for faults. Replaces the C library's function in the process, and calls it.
-    // A program that links the library's objects and a checker's function of this name uses the latter.
+    // Creates a thread, which has a stack for faults unless the process has the thread checker. Replaces the C
+    // library's function in the process, and calls it. A program that links the library's objects and a checker's
+    // function of this name uses the latter.
     ZQ_API __attribute__((weak)) int pthread_create(
         pthread_t * pThread, pthread_attr_t const * pAttributes, Run_t fnRun, void * pArgument) noexcept
     {
         Create_t const fnNext = NextCreate();
-        if (plat::HasThreadChecker() && fnNext != nullptr)
+        if (fnNext != nullptr && plat::HasThreadChecker() && !IsOfThreadChecker(fnNext))
         {
             return fnNext(pThread, pAttributes, fnRun, pArgument);   // fnRun is the checker's and must run first
         }

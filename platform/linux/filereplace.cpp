@@ -223,6 +223,7 @@ namespace plat
                 ForkDropAdd(DropIn(m_dDrop), CloseLock, &m_hFile);
                 return TAKEN;
             }
+            bMade = false;   // the name is no longer that file's
         }
         return HELD;
     }

@@ -49,9 +49,9 @@ namespace plat
         return nNumber;
     }
 
-    // A line is "start-end rwxp offset major:minor inode   path" (proc(5)). All numbers but the inode are hexadecimal.
     bool Maps_c::Next(Mapping_t & Mapping)
     {
+        // "start-end rwxp offset major:minor inode   path" (proc(5)). All numbers but the inode are hexadecimal.
         int cByte;
         Mapping.Start = static_cast<std::uintptr_t>(ReadNumber(16, &cByte));
         if (cByte != '-')

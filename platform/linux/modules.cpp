@@ -100,10 +100,13 @@ namespace plat
                 {
                     return false;
                 }
-                // The zeros of thread-local data have addresses in the file, but none in memory.
-                bool const bZeros = (Section.sh_flags & SHF_TLS) != 0 && Section.sh_type == SHT_NOBITS;
-                bool const bInMemory = (Section.sh_flags & SHF_ALLOC) != 0 && !bZeros;
-                if (bInMemory && Address >= Section.sh_addr && Address - Section.sh_addr <= Section.sh_size)
+                // The zeros of thread-local data have addresses in the file, but none in memory. The end of its initial
+                // values is the start of another section.
+                bool const bLocal = (Section.sh_flags & SHF_TLS) != 0;
+                bool const bInMemory =
+                    (Section.sh_flags & SHF_ALLOC) != 0 && !(bLocal && Section.sh_type == SHT_NOBITS);
+                auto const nSize = Section.sh_size - (bLocal && Section.sh_size > 0 ? 1 : 0);
+                if (bInMemory && Address >= Section.sh_addr && Address - Section.sh_addr <= nSize)
                 {
                     Place.iSection = i;
                     Place.nOffset = Address - static_cast<std::uintptr_t>(Section.sh_addr);

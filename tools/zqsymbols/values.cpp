@@ -472,8 +472,8 @@ namespace zqsymbols
         }
     }
 
-    // Adds a line for each member, and after it lines for the members of its structure. Counts nLeft down. At 0
-    // and below it only counts the members.
+    // Adds a line for each member, down to nDepth levels. Lines of its own members replace that of a flat one (IsFlat)
+    // and follow that of a structure shown as LEFT_OUT. Counts nLeft down. At 0 and below it only counts the members.
     void Values_c::AddMembers(
         Value_t const & Value, std::string const & sIndent, int nDepth, int & nLeft, std::string & sText)
     {

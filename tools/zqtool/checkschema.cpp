@@ -7,8 +7,9 @@
 #include "zqcore/cwarehousescan.h"
 
 #include <algorithm>
-#include <charconv>
-#include <iterator>
+#include <concepts>
+#include <cstdio>
+#include <cstdlib>
 #include <string_view>
 
 namespace
@@ -110,12 +111,24 @@ namespace
         std::vector<Complaint_t> & m_dComplaints;
     };
 
-    // Returns the shortest text that is read as the same number.
-    template <typename NUMBER>
+    // Return a number as text. One with a fraction has the fewest digits, at least 15, that are read as the same number.
+    template <std::integral NUMBER>
     std::string NumberText(NUMBER Number)
     {
-        char dText[32];
-        return std::string(dText, std::to_chars(std::begin(dText), std::end(dText), Number).ptr);
+        return std::to_string(Number);
+    }
+    std::string NumberText(double fNumber)
+    {
+        char szNumber[32];
+        for (int nDigits = 15; nDigits <= 17; ++nDigits)
+        {
+            std::snprintf(szNumber, sizeof szNumber, "%.*g", nDigits, fNumber);
+            if (std::strtod(szNumber, nullptr) == fNumber)
+            {
+                break;
+            }
+        }
+        return szNumber;
     }
 
     std::string InColumn(SchemaColumn_t const & Column)

@@ -74,8 +74,9 @@ namespace
             {
                 Files.dDetails.push_back(sName);
             }
-            std::string const sStem = NormalOf(DetailsStem ? *DetailsStem : ReportStem.value_or(sName));
-            AddFiles(DetailsStem || ReportStem ? sStem : sStem + '\0', Files);   // no stem holds a zero
+            bool const bStem = DetailsStem || ReportStem;
+            AddFiles(bStem ? NormalOfStem(DetailsStem ? *DetailsStem : *ReportStem) : NormalOf(sName) + '\0',
+                Files);   // no stem holds a zero
         }
 
         std::vector<CrashFiles_t> Extract() { return std::move(m_dFound); }
@@ -157,7 +158,7 @@ namespace
             for (auto & [sStem, Files] : dFiles)
             {
                 std::sort(Files.dDetails.begin(), Files.dDetails.end());
-                AddFiles(NormalOf(sStem), Files);
+                AddFiles(NormalOfStem(sStem), Files);
             }
         }
 
@@ -167,6 +168,13 @@ namespace
             std::error_code Error;
             fs::path const Resolved = fs::weakly_canonical(fs::absolute(sName, Error), Error);
             return Error ? sName : Resolved.string();
+        }
+
+        // Returns one spelling of a stem. A file or a folder of its name is another thing.
+        static std::string NormalOfStem(std::string const & sStem)
+        {
+            std::size_t const nFolder = sStem.size() - FileNameOf(sStem).size();
+            return (fs::path(NormalOf(nFolder == 0 ? "." : sStem.substr(0, nFolder))) / sStem.substr(nFolder)).string();
         }
 
         // Adds the files of a stem in its normal form. If an earlier argument had files of that stem, adds to them those

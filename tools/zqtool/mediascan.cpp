@@ -304,8 +304,14 @@ namespace
                 plat::FileFacts_t Facts;
                 plat::File_t const hFile =
                     bOnDisk ? plat::FileOpenRead(FileLocation_c(Top), plat::Share_e::ReadWrite, &Facts) : nullptr;
-                Facts.nSize = hFile ? Facts.nSize : static_cast<std::uint32_t>(Top.iLength);   // its low 32 bits
-                plat::FileClose(hFile);
+                if (hFile)
+                {
+                    plat::FileClose(hFile);
+                }
+                else
+                {
+                    Facts.nSize = static_cast<std::uint32_t>(Top.iLength);   // its low 32 bits
+                }
                 ++Scan.nFiles;
                 Scan.nBytes += Facts.nSize;
                 if (Facts.nSize == 0 && !bCut)
@@ -407,7 +413,9 @@ void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options)
                 {
                     bool const bBare =
                         sName.find_first_of("/\\") == std::string::npos && !sName.empty() && sName.size() <= MAX_BYTES;
-                    return bBare && plat::IsFolded(sName.c_str()) ? "" : "a game is a bare name in lower case";
+                    return bBare && plat::IsFolded(sName.c_str())
+                               ? ""
+                               : "a game is a bare name in lower case, of at most 99 bytes";
                 });
     Arguments.AddText("--split", "LOCATION", Options.sSplit, "folder of the games; default \\gamedata\\")
         .SetNeeds(Game)
@@ -418,7 +426,7 @@ void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options)
                                       && sLocation.starts_with('\\') && sLocation.ends_with('\\');
                 return bBounded && plat::IsFolded(sLocation.c_str())
                            ? ""
-                           : "a location is in lower case and begins and ends with \\";
+                           : "a location is in lower case, begins and ends with \\, and has at most 99 bytes";
             });
     Arguments.AddText("--config", "NAME", Options.sConfig, "folder of media\\_configdependeddata\\ to enter");
     Arguments.AddFlag("--relative", Options.bRelative, "names are paths below the first folder");
