@@ -147,10 +147,10 @@ namespace plat
     /// system allows. fnEnd is not called at the end of the process, or if the system has no room for it.
     void ThreadCallAtEnd(void (*fnEnd)());
 
-    /// Moves the calling thread to the idle scheduling class, which runs only when nothing else needs the processor.
-    /// Requires that no other thread of the process is in that class. Returns false if the system refuses. If another
-    /// thread joins this thread, or sleeps for a Lock_c that this thread holds, this thread moves to the normal class,
-    /// unless the system refuses that (ThreadCanBeLifted). It stays there until it calls ThreadSetIdleClass again.
+    /// Moves the calling thread to the idle scheduling class, which runs only when nothing else needs the processor. If
+    /// another thread joins this thread, or sleeps for a Lock_c that this thread holds, this thread moves to the normal
+    /// class, unless the system refuses that (ThreadCanBeLifted). It stays there until it calls ThreadSetIdleClass
+    /// again. Requires that no other thread of the process is in that class. Returns false if the system refuses.
     bool ThreadSetIdleClass();
 
     /// Returns whether the system allows raising the thread that called ThreadSetIdleClass to the normal class. Many

@@ -1,5 +1,5 @@
 #include "platform/debugger.h"
-#include "tests/test_support.h"
+#include "tests/machine_support.h"
 #include "zqcore/cexceptionreport.h"
 #include "zqcore/clog.h"
 #include "zqcore/clog_format_internal.h"
@@ -28,11 +28,10 @@ namespace
         va_start(args, fmt);
         va_copy(argsOfPrintf, args);
         std::size_t const nOurs = FormatText(szOurs, nSize, fmt, args);
-        locale_t const Utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-        locale_t const Previous = uselocale(Utf8);
-        EXPECT_GE(std::vsnprintf(szTheirs, nSize, fmt, argsOfPrintf), 0) << fmt;
-        uselocale(Previous);
-        freelocale(Utf8);
+        {
+            Utf8LocaleScope_c const Utf8;
+            EXPECT_GE(std::vsnprintf(szTheirs, nSize, fmt, argsOfPrintf), 0) << fmt;
+        }
         EXPECT_STREQ(szOurs, szTheirs) << fmt;
         EXPECT_EQ(nOurs, std::strlen(szTheirs)) << fmt;
         va_end(argsOfPrintf);
@@ -457,7 +456,7 @@ TEST_F(Logs, AHostsOwnStreamGetsItsLinesInOrderAndHasNoLimit)
         else
         {
             std::fclose(g_pMessageLogFile);
-            g_pMessageLogFile = *szStream == 'm' ? open_memstream(&pText, &nText) : std::fopen(sOwn.c_str(), "w");
+            g_pMessageLogFile = *szStream == 'm' ? OpenMemoryStream(&pText, &nText) : std::fopen(sOwn.c_str(), "w");
         }
         std::fputs("one\n", g_pMessageLogFile);
         Log("two");

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <clocale>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -239,6 +240,32 @@ inline void RefuseThreads(bool bRefuse)
     pthread_getattr_default_np(&Attributes);
     pthread_attr_setstacksize(&Attributes, bRefuse ? SIZE_MAX / 4 * 3 : 8 << 20);
     pthread_setattr_default_np(&Attributes);
+}
+
+/// Scope in which the C library converts wide text to UTF-8 on the calling thread.
+class Utf8LocaleScope_c
+{
+public:
+    Utf8LocaleScope_c()
+        : m_Utf8(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr))
+        , m_Previous(uselocale(m_Utf8))
+    {}
+    ~Utf8LocaleScope_c()
+    {
+        uselocale(m_Previous);
+        freelocale(m_Utf8);
+    }
+    Utf8LocaleScope_c(Utf8LocaleScope_c const &) = delete;
+    Utf8LocaleScope_c & operator=(Utf8LocaleScope_c const &) = delete;
+
+private:
+    locale_t const m_Utf8, m_Previous;
+};
+
+/// Opens a stream that writes to memory. Its end sets the text, which the caller frees by std::free, and its length.
+inline std::FILE * OpenMemoryStream(char ** ppText, std::size_t * pLength)
+{
+    return open_memstream(ppText, pLength);
 }
 
 /// A key under which each thread can store a value. A thread that has stored one calls fnEnd with it at its end, after

@@ -198,7 +198,7 @@ TEST_F(ZqtoolCrash, ShowsAReportWithoutDetails)
               "    #2   libc.so.6, section 12+6CD9\n    #3   0x1\n\nVariables of frame 1\n"
               "    parameter Ship: Ship_t\n      .iHull = 1A\n    local p = 0\n");
     for (auto const & [sCode, sExpected] :
-        Rows_t<std::string, std::string>{ { "C00000FD STACK_OVERFLOW", "full stack in std::" },
+        Rows_t<std::string, std::string>{ { "C00000FD STACK_OVERFLOW", "stack overflow in std::" },
             { "C0000094 INT_DIVIDE_BY_ZERO", "integer division by zero in " },
             { "E06D7363 Uncaught C++ exception Lost_t: why", "uncaught exception Lost_t: why in " },
             { "C0001234 what it is", "exception 0xC0001234, what it is in " } })

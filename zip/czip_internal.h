@@ -163,6 +163,7 @@ private:
     z_stream m_Inflater = {};
     std::uint32_t m_nPieceAt = 0;   // position in stored contents of what m_dPiece holds
     std::uint32_t m_nPiece = 0;     // bytes of it
+    std::uint32_t m_nEnd = 0;       // where the previous read of stored contents ended
     unsigned char m_dPiece[PIECE];
 };
 

@@ -68,7 +68,8 @@ bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
     {
         std::uint32_t const nAt = m_nAt + nDone;
         // A short read that continues the previous one reads a piece, with what follows, and copies from it.
-        if (nBytes - nDone < PIECE && nAt == m_nPieceAt + m_nPiece)
+        bool const bContinues = nDone > 0 || nAt == m_nEnd;
+        if (bContinues && nBytes - nDone < PIECE && nAt - m_nPieceAt >= m_nPiece)
         {
             m_nPieceAt = nAt;
             m_nPiece = std::min(m_Facts.nSize - nAt, PIECE);
@@ -89,6 +90,7 @@ bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
         }
         nDone += nPiece;
     }
+    m_nEnd = m_nAt + nBytes;
     return true;
 }
 

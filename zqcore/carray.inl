@@ -1,20 +1,17 @@
 // carray.inl: bodies of the arrays.
 #pragma once
 
-namespace arrays
+/// Moves or copies elements to others, which are assigned to. The places may overlap if pTo is before pFrom.
+template <typename T>
+void ArrayTransfer(T * pFrom, T * pEnd, T * pTo)
 {
-    /// Moves or copies elements to others, which are assigned to. The places may overlap if pTo is before pFrom.
-    template <typename T>
-    void Transfer(T * pFrom, T * pEnd, T * pTo)
+    if constexpr (std::is_nothrow_move_assignable_v<T> || !std::is_copy_assignable_v<T>)
     {
-        if constexpr (std::is_nothrow_move_assignable_v<T>)
-        {
-            std::move(pFrom, pEnd, pTo);
-        }
-        else
-        {
-            std::copy(pFrom, pEnd, pTo);
-        }
+        std::move(pFrom, pEnd, pTo);
+    }
+    else
+    {
+        std::copy(pFrom, pEnd, pTo);
     }
 }
 
@@ -57,7 +54,7 @@ void ArrayTraits_T<T, GROW, UNUSED>::Reallocate(int nElements)
         return;
     }
     T * const pNew = Allocate(nElements);
-    arrays::Transfer(pData, pData + iLength, pNew);
+    ArrayTransfer(pData, pData + iLength, pNew);
     Deallocate(pData);
     pData = pNew;
     iAllocated = nElements;
@@ -144,7 +141,7 @@ void SortedArray_T<T, TRAITS>::Delete(int index)
     T * const pLast = this->pData + this->iLength - 1;
     if (pTo != pLast)
     {
-        arrays::Transfer(pTo + 1, pLast, pTo);
+        ArrayTransfer(pTo + 1, pLast, pTo);
         pLast[-1] = *pLast;   // a copy: the place of the last element keeps its value
     }
     --this->iLength;

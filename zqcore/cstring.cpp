@@ -101,10 +101,13 @@ String_T<256> NewString(char const * sFmt, ...)
 {
     ZQ_ASSERT(sFmt);
     String_T<256> sResult;
-    std::va_list args;
-    va_start(args, sFmt);
-    FormatText(sResult.GetBuffer(), static_cast<std::size_t>(sResult.Capacity()), sFmt ? sFmt : "", args);
-    va_end(args);
+    if (sFmt)
+    {
+        std::va_list args;
+        va_start(args, sFmt);
+        FormatText(sResult.GetBuffer(), static_cast<std::size_t>(sResult.Capacity()), sFmt, args);
+        va_end(args);
+    }
     return sResult;
 }
 

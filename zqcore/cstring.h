@@ -66,8 +66,8 @@ public:
     {
         Put(0, Other);
     }
-    String_T(String_T const & Other);
-    String_T & operator=(String_T const & Other);
+    String_T(String_T const & Other) noexcept;
+    String_T & operator=(String_T const & Other) noexcept;
 
     /// Replace the text, as the constructors copy it. A null empties the string without an assertion.
     String_T & operator=(char const * sTxt);

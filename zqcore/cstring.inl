@@ -9,13 +9,13 @@ String_T<N>::String_T(char const * sTxt)
 }
 
 template <int N>
-String_T<N>::String_T(String_T const & Other)
+String_T<N>::String_T(String_T const & Other) noexcept
 {
     StrCopy(m_sText, Other.m_sText, N);
 }
 
 template <int N>
-String_T<N> & String_T<N>::operator=(String_T const & Other)
+String_T<N> & String_T<N>::operator=(String_T const & Other) noexcept
 {
     StrCopy(m_sText, Other.m_sText, N);
     return *this;

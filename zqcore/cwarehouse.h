@@ -161,7 +161,7 @@ public:
         return TextPut(sResult, TextCell(sColumn, TextMost<TEXT>()));
     }
 
-    /// Reads a pair written as 12-34. Leading minus signs are skipped. Of each part the number at its start counts, or
+    /// Reads a pair written as 12-34. Leading minus signs are skipped. The number at the start of each part counts, or
     /// 0 without one. A number out of range is the nearest int. Reads at most 255 characters. Returns false as the
     /// other forms do, also without two parts.
     ZQ_API bool Get(char const * sColumn, int & iFirst, int & iSecond) const;

@@ -94,7 +94,7 @@ namespace
             return;
         }
         float & fStock = Harbour.dStock[Ship.pCargo->iNumber];
-        long long const nAffordable = Ship.pHouse->iPurse / std::max(nPrice, 1);
+        long long const nAffordable = nPrice > 0 ? Ship.pHouse->iPurse / nPrice : Ship.pType->nHold;
         auto const nCrates =
             static_cast<int>(std::min<long long>(nAffordable, std::min(Ship.pType->nHold, static_cast<int>(fStock))));
         fStock -= static_cast<float>(nCrates);

@@ -69,8 +69,8 @@ namespace plat
         /// Returns the number, even if it belongs to another file. Returns -1 if no number is set.
         int GetNumber() const { return m_iDescriptor; }
 
-        /// Closes the present descriptor and holds another, or none if it is -1. Requires that the other one is open.
-        /// Keeps errno.
+        /// Closes the present descriptor and holds another, or none if it is -1. Keeps errno. Requires that the other
+        /// one is open.
         void Reset(int iDescriptor);
 
         /// Makes the number a copy of another descriptor and holds it. The copy is closed at exec. Returns false, with

@@ -38,7 +38,7 @@ namespace zqsymbols
         return true;
     }
 
-    // Adds each module once: its mappings are adjacent in the list.
+    // Adds successive mappings of one file as one module.
     void Process_c::ReportModules()
     {
         std::string sModule;

@@ -37,7 +37,7 @@ namespace
         { plat::FAULT_FLOAT_UNDERFLOW, "arithmetic", "floating-point underflow" },
         { plat::FAULT_INTEGER_DIVIDE, "arithmetic", "integer division by zero" },
         { plat::FAULT_INTEGER_OVERFLOW, "arithmetic", "integer overflow" },
-        { plat::FAULT_STACK_OVERFLOW, "stack", "full stack" },
+        { plat::FAULT_STACK_OVERFLOW, "stack", "stack overflow" },
         { plat::FAULT_ABORT, "abort", "abort" },
         { plat::FAULT_UNCAUGHT_EXCEPTION, "exception", "uncaught exception" },
     };

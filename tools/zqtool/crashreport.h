@@ -87,7 +87,7 @@ struct Crash_t
     std::optional<std::uint64_t> Data, Instruction;   // addresses: what was accessed; what faulted
     std::string sFaultModule;                         // path, or the file name if only that is known
     CrashThread_t Thread;                             // the crashed one, with its frames
-    std::string sException, sDepth;                   // type and text of an exception; bytes of a full stack
+    std::string sException, sDepth;                   // type and text of an exception; bytes of an overflowed stack
     std::vector<CrashThread_t> dThreads;              // the others
     std::string sThreadsNote;                         // why there are no other threads
     std::vector<CrashModule_t> dModules;
