@@ -18,7 +18,8 @@ namespace plat
         std::uintptr_t nOffset;          // from the section's start; if that is unknown, in the file or the memory
     };
 
-    /// Finds the module and the section of an address. Both ends of a section belong to it. Returns false if it finds
-    /// no section that holds the address. Then szPath and nOffset have what is known, or are empty and 0.
+    /// Finds the module and the section of an address. Both ends of a section belong to it, but only the start of one
+    /// with thread-local data. Returns false if it finds no section that holds the address. Then szPath and nOffset have
+    /// what is known, or are empty and 0.
     bool ModuleFind(std::uintptr_t Address, ModulePlace_t * pPlace);
 }

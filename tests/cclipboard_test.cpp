@@ -40,7 +40,7 @@ namespace
         }
 
         // Opens the clipboard, and closes it again. Returns the result of Text in between.
-        static std::string TextOfClosed()
+        static std::string ReadTextOfClosed()
         {
             ClipboardOpen();
             std::string const sText = Text();
@@ -81,7 +81,7 @@ TEST_F(ClipboardTest, TextIsAppendedAndOutlivesTheClosing)
     ClipboardPrintf("c%c", 'd');
     EXPECT_EQ(ClipboardGetSize(), 5u);
     ClipboardClose();
-    EXPECT_EQ(TextOfClosed(), "abcd");
+    EXPECT_EQ(ReadTextOfClosed(), "abcd");
     ClipboardOpen();
     ClipboardReset();
     EXPECT_TRUE(ClipboardIsEmpty());
@@ -105,7 +105,7 @@ TEST_F(ClipboardTest, LongerTextIsCutAndAFullDiskKeepsTheOldText)
 TEST_F(ClipboardTest, WhatIsLeftInItsFolderIsReplacedByPrivateFiles)
 {
     m_Folder.Write("clip/board/busy", "of a killed process");
-    EXPECT_EQ(TextOfClosed(), "");
+    EXPECT_EQ(ReadTextOfClosed(), "");
     EXPECT_FALSE(std::filesystem::exists(m_Folder.Join("clip/board/busy")));
     ClipboardOpen();
     MakePipe(m_Folder.Join("clip/board/busy"));
@@ -146,18 +146,18 @@ TEST_F(ClipboardTest, OtherFormatsGoWhenTheTextComes)
         EXPECT_EQ(plat::ClipboardGet(iOther), nullptr);
         ClipboardClose();
     }
-    EXPECT_EQ(TextOfClosed(), "texttext");
+    EXPECT_EQ(ReadTextOfClosed(), "texttext");
     EXPECT_EACH(plat::ClipboardTryOpen(), plat::ClipboardEmpty(), plat::ClipboardClose());
-    EXPECT_EQ(TextOfClosed(), "");
+    EXPECT_EQ(ReadTextOfClosed(), "");
 }
 
 TEST_F(ClipboardTest, ATextEndsAtItsFirstZeroAndWithoutOneCountsAsNone)
 {
-    EXPECT_EQ(TextOfClosed(), "");
+    EXPECT_EQ(ReadTextOfClosed(), "");
     for (std::string const & sBad : { std::string("no end"), std::string() })
     {
         m_Folder.Write("clip/board/=zq_text", sBad);
-        EXPECT_EQ(TextOfClosed(), "") << sBad;
+        EXPECT_EQ(ReadTextOfClosed(), "") << sBad;
     }
     m_Folder.Write("clip/board/=zq_text", std::string("cut\0here", 8));
     ClipboardOpen();
@@ -175,7 +175,7 @@ TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)
         ClipboardClose();
     };
     int const iChild = StartHolder(Release);
-    EXPECT_EQ(TextOfClosed(), "kept for long");
+    EXPECT_EQ(ReadTextOfClosed(), "kept for long");
     EXPECT_EQ(StatusOfChild(iChild), 0);
 }
 
@@ -203,9 +203,9 @@ TEST_F(ClipboardTest, DoesNotNestAndIsClosedInAForkedChild)
         [&]
         {
             EXPECT_EACH(!g_isOpen, Closed.Wait());
-            EXPECT_EQ(TextOfClosed(), "kept");
+            EXPECT_EQ(ReadTextOfClosed(), "kept");
             return 0;
         });
     ClipboardClose();
-    EXPECT_EACH(TextOfClosed() == "kept", g_nWaits == 0, Closed.Open(), StatusOfChild(iHeir) == 0);
+    EXPECT_EACH(ReadTextOfClosed() == "kept", g_nWaits == 0, Closed.Open(), StatusOfChild(iHeir) == 0);
 }

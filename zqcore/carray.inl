@@ -54,7 +54,7 @@ void ArrayTraits_T<T, GROW, UNUSED>::Reallocate(int nElements)
         return;
     }
     T * const pNew = Allocate(nElements);
-    ArrayTransfer(pData, pData + iLength, pNew);
+    ::ArrayTransfer(pData, pData + iLength, pNew);
     Deallocate(pData);
     pData = pNew;
     iAllocated = nElements;
@@ -141,7 +141,7 @@ void SortedArray_T<T, TRAITS>::Delete(int index)
     T * const pLast = this->pData + this->iLength - 1;
     if (pTo != pLast)
     {
-        ArrayTransfer(pTo + 1, pLast, pTo);
+        ::ArrayTransfer(pTo + 1, pLast, pTo);
         pLast[-1] = *pLast;   // a copy: the place of the last element keeps its value
     }
     --this->iLength;

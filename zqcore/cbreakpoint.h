@@ -43,7 +43,7 @@ public:
 
     /// Arms the first free register and returns true. Only the low two bits of each code are used. Asserts that no
     /// register is held. If one is, it stays armed, and Set returns false. On failure asserts "Developer break", holds
-    /// no register and returns false. Reasons:
+    /// no register and returns false. It fails in these cases:
     /// - all four registers are in use. A debugger may hold some.
     /// - a code is refused, or the address is not aligned to the length.
     /// - the system refuses the register, or accepts it without effect.

@@ -40,7 +40,8 @@
 
 /// Starts to watch a folder with its subfolders. Ends a previous watch. Skips subfolders that can't be read, without a
 /// report. Asserts that sPath is not null. Requires that it has no separator at its end. On failure nothing is watched.
-/// Log lines state the reason, and FileOpenTracker (cfilelog.h) raises an Achtung unless it excepts the name. Reasons:
+/// Log lines state the reason, and FileOpenTracker (cfilelog.h) raises an Achtung unless it excepts the name. It fails
+/// in these cases:
 /// - the folder can't be opened, or its path has more than 255 characters.
 /// - a limit of the system is reached. Under Linux the limits are `fs.inotify.max_user_watches`, the folders that a
 ///   user may watch, `fs.inotify.max_user_instances`, the watches that a user may start, and the number of open files.

@@ -149,9 +149,9 @@ namespace
         pTimer->tStart = shortTimeGet();
     }
 
-    // Returns the timer to pop. Asserts that there is one besides the root, and returns null otherwise. If the latest
-    // open push was skipped, ends that push and returns null.
-    timer_t * Top()
+    // Begins a pop and returns the timer to pop. If the latest open push was skipped, ends that push and returns null.
+    // Asserts that there is a timer besides the root, and returns null otherwise.
+    timer_t * BeginPop()
     {
         if (g_nDropped > 0) [[unlikely]]
         {
@@ -292,7 +292,7 @@ void ProfilerPush(char const * szName, bool bRoot)
 
 void ProfilerPop(std::uint32_t iTimer)
 {
-    profiler::timer_t * const pTop = g_bProfilerInit ? Top() : nullptr;
+    profiler::timer_t * const pTop = g_bProfilerInit ? BeginPop() : nullptr;
     if (pTop)
     {
         ZQ_ASSERT_TEXT(pTop->iTimer == iTimer, "pTop->iTimer==_iTimer");
@@ -302,7 +302,7 @@ void ProfilerPop(std::uint32_t iTimer)
 
 void ProfilerPop()
 {
-    profiler::timer_t * const pTop = g_bProfilerInit ? Top() : nullptr;
+    profiler::timer_t * const pTop = g_bProfilerInit ? BeginPop() : nullptr;
     if (pTop)
     {
         Pop(*pTop);
