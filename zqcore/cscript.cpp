@@ -492,11 +492,16 @@ Script_c::Piece_s Script_c::NextString(int nMost, char cQuote)
     int nString = 0;
     if (!m_bEndOfFile)   // skips what is before the closing quote and fits
     {
-        int const nFit = std::min(m_iBytesTotal - m_iBytesRead, std::max(nMost, 0));
-        void const * const pQuote = nFit > 0 ? std::memchr(pString, cQuote, static_cast<std::size_t>(nFit)) : nullptr;
-        nString = pQuote ? static_cast<int>(static_cast<char const *>(pQuote) - pString) : nFit;
+        char const * const pEnd = pString + std::min(m_iBytesTotal - m_iBytesRead, std::max(nMost, 0));
+        char const * pNext = pString;
+        int nLines = 0;
+        for (; pNext < pEnd && *pNext != cQuote; ++pNext)
+        {
+            nLines += *pNext == '\n' ? 1 : 0;
+        }
+        nString = static_cast<int>(pNext - pString);
         m_iBytesRead += nString;
-        m_iLines += static_cast<int>(std::count(pString, pString + nString, '\n'));
+        m_iLines += nLines;
     }
     while (!m_bEndOfFile)
     {
