@@ -405,7 +405,7 @@ namespace
                 auto const HasName = [&sName](Source_t const & Source) { return Source.sName == sName; };
                 if (std::any_of(dSources.begin(), dSources.end(), HasName))
                 {
-                    throw RowError_c(sPlace + ": a second group '" + sName + "'");
+                    throw RowError_c(sPlace + ": a second group of this name");
                 }
                 dSources.push_back({ sName, {} });
                 continue;
