@@ -10,8 +10,6 @@
 
 namespace
 {
-    constexpr int MOST_SPARE = 1 << 24;   // most bytes of room for further bits
-
     // Returns zeroed storage, or null if there is none.
     unsigned char * AllocateBytes(std::size_t nBytes)
     {
@@ -40,15 +38,16 @@ BitVec_c & BitVec_c::Grow(int nBits)
     if (nBits <= MAX_BITS)
     {
         int const iNewDim = bits::RoundUp(nBits);
-        int const nRoom = std::max(iNewDim >> 3, std::min({ 2 * m_nRoom, m_nRoom + MOST_SPARE, MAX_BITS >> 3 }));
-        if (pVec && iNewDim >> 3 <= m_nRoom)
+        auto const nBytes = static_cast<std::size_t>(iNewDim >> 3), nHeld = static_cast<std::size_t>(m_nRoom);
+        std::size_t const nRoom = std::min<std::size_t>(bits::RoomFor(nHeld, nBytes), MAX_BITS >> 3);
+        if (pVec && nBytes <= nHeld)
         {
-            std::fill(pVec + GetBytes(), pVec + (iNewDim >> 3), static_cast<unsigned char>(0));
+            std::fill(pVec + GetBytes(), pVec + nBytes, static_cast<unsigned char>(0));
             iDim = iNewDim;
         }
-        else if (unsigned char * const pNew = AllocateBytes(static_cast<std::size_t>(nRoom)))
+        else if (unsigned char * const pNew = AllocateBytes(nRoom))
         {
-            m_nRoom = nRoom;
+            m_nRoom = static_cast<int>(nRoom);
             std::copy_n(pVec, GetBytes(), pNew);
             CoreMemory::operator_delete_array(pVec);
             pVec = pNew;

@@ -337,9 +337,7 @@ namespace
             std::memset(Map.pMap + Old.GetBytes(), 0, BytesOf(New) - Old.GetBytes());
             return SetField(Map, { New, Map.pMap });
         }
-        constexpr std::size_t MOST_SPARE = std::size_t{ 1 } << 24;   // most bytes of room for further rows
-        std::size_t const nRoom =
-            bAppends ? std::max(BytesOf(New), Old.GetBytes() + std::min(Old.GetBytes(), MOST_SPARE)) : BytesOf(New);
+        std::size_t const nRoom = bAppends ? bits::RoomFor(Old.GetBytes(), BytesOf(New)) : BytesOf(New);
         void * const pNew = Kind_T<FIELD>::Alloc(nRoom);
         ZQ_ASSERT(pNew != nullptr);
         if (pNew)

@@ -249,11 +249,6 @@ bool FileAddOneFile(char const * sFile)
         FileLogSkipped(FILE_LONG_PATH, sFile);
         return FileNoteNotAdded(szBare, FILE_LONG_PATH);
     }
-    if (std::strlen(szBare) > FILE_KEY_LENGTH)
-    {
-        FileLogSkipped(FILE_LONG_PATH, sFile);   // the key would be another file's
-        return FileNoteNotAdded(szBare, FILE_LONG_PATH);
-    }
     if (FileReplacement_c::IsBeside(szBare))
     {
         FileLogSkipped(FILE_UNFINISHED, sFile);
@@ -264,6 +259,11 @@ bool FileAddOneFile(char const * sFile)
     if (!pPath)
     {
         return FileNoteNotAdded(szBare, FILE_NO_ROOM);
+    }
+    if (std::strlen(szBare) > FILE_KEY_LENGTH)
+    {
+        FileLogSkipped(FILE_LONG_PATH, sFile);   // the key would be another file's
+        return FileNoteNotAdded(szBare, FILE_LONG_PATH);
     }
     File_c * const pFile = ZQ_NEW FileOnDisk_c;
     pFile->pPath = pPath;

@@ -191,7 +191,8 @@ namespace
             Found.sReport = Found.sReport.empty() ? Files.sReport : Found.sReport;
             for (std::string const & sDetails : Files.dDetails)
             {
-                auto const IsSame = [&](std::string const & sOther) { return NormalOf(sOther) == NormalOf(sDetails); };
+                auto const IsSame = [sNormal = NormalOf(sDetails)](std::string const & sOther)
+                { return NormalOf(sOther) == sNormal; };
                 if (std::none_of(Found.dDetails.begin(), Found.dDetails.end(), IsSame))
                 {
                     Found.dDetails.push_back(sDetails);
