@@ -24,6 +24,7 @@
 #include <span>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace
@@ -442,6 +443,71 @@ namespace
         }
     }
 
+    // Object of one of many classes, which is saved by a pointer to its base.
+    struct Part_s
+    {
+        int iValue = 0;
+
+        virtual ~Part_s() = default;
+        virtual Serializer_c & GetSerializer() const = 0;
+    };
+
+    template <std::size_t CLASS>
+    struct ClassPart_s final : Part_s
+    {
+        static Serializer_T<ClassPart_s, Part_s> s_Serializer;
+
+        Serializer_c & GetSerializer() const override { return s_Serializer; }
+        void Serialize(Serializeable_c & Archive) { Archive.Serialize(iValue); }
+    };
+    template <std::size_t CLASS>
+    Serializer_T<ClassPart_s<CLASS>, Part_s> ClassPart_s<CLASS>::s_Serializer(NewString("Part%zu", CLASS).CStr());
+
+    template <std::size_t... CLASSES>
+    std::unique_ptr<Part_s> MakePart(std::size_t iClass, std::index_sequence<CLASSES...>)
+    {
+        using Maker_t = std::unique_ptr<Part_s> (*)();
+        static constexpr Maker_t MAKERS[] = { [] { return std::unique_ptr<Part_s>(new ClassPart_s<CLASSES>); }... };
+        return MAKERS[iClass]();
+    }
+
+    struct PartGraph_s
+    {
+        std::vector<Part_s *> dParts = std::vector<Part_s *>(NODES);
+
+        void Serialize(Serializeable_c & Archive)
+        {
+            Serializer_c::StartSerialize(Archive, false);
+            Archive.Serialize(dParts);
+        }
+    };
+
+    // Saves and loads objects whose classes alternate.
+    template <std::size_t CLASSES>
+    void GraphOfClasses(benchmark::State & State)
+    {
+        Place_s const Place("classes.arc");
+        std::vector<std::unique_ptr<Part_s>> dStorage(NODES);
+        PartGraph_s Saved;
+        for (std::size_t i = 0; i < NODES; ++i)
+        {
+            dStorage[i] = MakePart(i % CLASSES, std::make_index_sequence<CLASSES>());
+            dStorage[i]->iValue = static_cast<int>(i);
+            Saved.dParts[i] = dStorage[i].get();
+        }
+        for (auto _ : State)
+        {
+            PartGraph_s Loaded;
+            SaveOurs(Place.sPath, Saved);
+            LoadOurs(Place.sPath, Loaded);
+            Require(Loaded.dParts[NODES - 1]->iValue == NODES - 1);
+            for (Part_s * const pPart : Loaded.dParts)
+            {
+                delete pPart;
+            }
+        }
+    }
+
     // Releases from the last to the first, so that no destructor recurses.
     void Release(std::vector<std::shared_ptr<TheirNode_s>> & dNodes)
     {
@@ -495,3 +561,4 @@ BENCHMARK(GraphTheirs)->Name("Graph/cereal")->Unit(benchmark::kMillisecond);
 BENCHMARK(GraphOurs<OurGraph_s, OurNode_s, g_Nodes, true>)
     ->Name("GraphOneChainDeep/ours")
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(GraphOfClasses<200>)->Name("GraphOfClasses/200/ours")->Unit(benchmark::kMillisecond);

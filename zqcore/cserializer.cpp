@@ -2,6 +2,7 @@
 
 #include "zqcore/cdebug_internal.h"
 #include "zqcore/cfilemedia.h"
+#include "zqcore/chash.h"
 #include "zqcore/clink.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
@@ -10,6 +11,8 @@
 #include "platform/stack.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 
 constinit Link_T<Serializer_c *> * Serializer_c::pSerializerList = nullptr;
 PointerTable_c const Serializer_c::dPointers;
@@ -17,7 +20,6 @@ constinit SortedArray_T<Serializer_c::RegisteredStaticPointer_t,
     ArrayTraits_T<Serializer_c::RegisteredStaticPointer_t, 1024, 0>>
     Serializer_c::dRegisteredStaticPointers;
 constinit Serializer_c::OpenRecord_s * Serializer_c::s_pOpen = nullptr;
-constinit Serializer_c * Serializer_c::s_pLastFound = nullptr;
 constinit std::uint16_t Serializer_c::s_nClasses = 0;
 
 namespace
@@ -28,6 +30,16 @@ namespace
 
     constexpr std::size_t FRESH_STACK = 8 * 1024 * 1024;   // bytes
     constexpr int PROBE_STEP = 0xCD;                       // odd, so that every slot is visited
+
+    // Latest results of searches of the list: of the last name, and by hash of the name and by number of the class. Each
+    // is null or in the list.
+    struct Found_s
+    {
+        Serializer_c * pLast;
+        Serializer_c * dOfName[256];
+        Serializer_c * dOfClass[256];
+    };
+    constinit Found_s g_Found = {};
 
     void const * FreeSlot()
     {
@@ -143,7 +155,7 @@ Serializer_c::Serializer_c(String_T<32> const & sClassName, graphs::Convert_t fn
 
     MemCategoryScope_c const Category(mem::Noise);
     pSerializerList = (ZQ_NEW Link_T<Serializer_c *>(this))->Link(pSerializerList);
-    s_pLastFound = nullptr;
+    g_Found = {};
     ResetCache();
 }
 
@@ -158,20 +170,26 @@ Serializer_c::~Serializer_c()
             break;
         }
     }
-    s_pLastFound = nullptr;
+    g_Found = {};
 }
 
 Serializer_c * Serializer_c::FindSerializer(String_T<32> const & sClassName)
 {
-    if (s_pLastFound && s_pLastFound->m_sClassName == sClassName)
+    if (g_Found.pLast && g_Found.pLast->m_sClassName == sClassName)
     {
-        return s_pLastFound;
+        return g_Found.pLast;
+    }
+    std::uint32_t const iHash = NameIndexHash(sClassName, std::strlen(sClassName));
+    Serializer_c *& pFound = g_Found.dOfName[iHash % std::size(g_Found.dOfName)];
+    if (pFound && pFound->m_sClassName == sClassName)
+    {
+        return g_Found.pLast = pFound;
     }
     for (Link_T<Serializer_c *> * pLink = pSerializerList; pLink; pLink = pLink->pNext)
     {
         if (pLink->Get()->m_sClassName == sClassName)
         {
-            return s_pLastFound = pLink->Get();
+            return g_Found.pLast = pFound = pLink->Get();
         }
     }
     return nullptr;
@@ -371,15 +389,16 @@ void * Serializer_c::ReadTyped(Serializeable_c & archive, Expected_s const & Exp
 // Returns the latest serializer of a class by its number, or null.
 Serializer_c const * Serializer_c::FindClass(std::uint16_t iClass)
 {
-    if (s_pLastFound && s_pLastFound->m_iClass == iClass)
+    Serializer_c *& pFound = g_Found.dOfClass[iClass % std::size(g_Found.dOfClass)];
+    if (pFound && pFound->m_iClass == iClass)
     {
-        return s_pLastFound;
+        return pFound;
     }
     for (Link_T<Serializer_c *> * pLink = pSerializerList; pLink; pLink = pLink->pNext)
     {
         if (pLink->Get()->m_iClass == iClass)
         {
-            return pLink->Get();
+            return pFound = pLink->Get();
         }
     }
     return nullptr;
@@ -665,7 +684,7 @@ void SerializerListFree()
 {
     LinkFreeAll(Serializer_c::pSerializerList);
     Serializer_c::pSerializerList = nullptr;
-    Serializer_c::s_pLastFound = nullptr;
+    g_Found = {};
 }
 
 namespace

@@ -286,9 +286,8 @@ private:
     graphs::Convert_t m_fnConvert;   // of a Serializer_T, or null
     std::uint16_t m_iClass;          // number of the class, the same for all serializers of a name
 
-    static OpenRecord_s * s_pOpen;        // innermost object that is being loaded
-    static Serializer_c * s_pLastFound;   // latest result of FindSerializer
-    static std::uint16_t s_nClasses;      // numbers assigned to classes
+    static OpenRecord_s * s_pOpen;     // innermost object that is being loaded
+    static std::uint16_t s_nClasses;   // numbers assigned to classes
 };
 
 /// Serializer of a class T, by which its objects take part in graphs. It has one instance, which is static. The member
