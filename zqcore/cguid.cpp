@@ -122,13 +122,19 @@ bool Guid_c::FromText(char const * szText, Guid_c & Guid)
 
 String_T<256> Guid_c::ToText() const
 {
-    auto const & dLast = m_guid.Data4;
+    unsigned char dBytes[sizeof(plat::Guid_t)];
+    plat::WordToBig(dBytes, m_guid.Data1);
+    plat::WordToBig(dBytes + 4, std::uint32_t{ m_guid.Data2 } << 16 | m_guid.Data3);
+    std::copy_n(m_guid.Data4, sizeof m_guid.Data4, dBytes + 8);
     String_T<256> sText;
-    std::snprintf(sText.GetBuffer(), static_cast<std::size_t>(sText.Capacity()),
-        "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", static_cast<unsigned>(m_guid.Data1),
-        unsigned{ m_guid.Data2 }, unsigned{ m_guid.Data3 }, unsigned{ dLast[0] }, unsigned{ dLast[1] },
-        unsigned{ dLast[2] }, unsigned{ dLast[3] }, unsigned{ dLast[4] }, unsigned{ dLast[5] }, unsigned{ dLast[6] },
-        unsigned{ dLast[7] });
+    char * const szText = sText.GetBuffer();
+    int nDigits = 0;
+    for (int i = 0; i < TEXT_LENGTH; ++i)
+    {
+        int const iShift = nDigits % 2 == 0 ? 4 : 0;
+        szText[i] = IsDashAt(i) ? '-' : plat::LOWER_HEX_DIGITS[dBytes[nDigits++ / 2] >> iShift & 15];
+    }
+    szText[TEXT_LENGTH] = '\0';
     return sText;
 }
 

@@ -23,37 +23,40 @@ namespace plat
         };
         constexpr Form_s FORMS[] = { { 0x80, 0x00, 0, 0 }, { 0xE0, 0xC0, 1, 0x80 }, { 0xF0, 0xE0, 2, 0x800 },
             { 0xF8, 0xF0, 3, FIRST_OF_TWO } };
+        constexpr unsigned char LAST_LEAD = 0xF7;   // a first byte is at most this
 
         // Reads the character at pText, moves after it and returns true. At a byte that starts no character, reads the
         // value that represents this byte, moves after it and returns false.
         bool ReadUtf8(unsigned char const *& pText, char32_t & cText)
         {
             unsigned char const * pByte = pText++;
-            cText = WIDE_OF_BYTE + *pByte;
-            for (Form_s const & Form : FORMS)
+            if (*pByte < 0x80)
             {
-                if ((*pByte & Form.cMask) != Form.cLead)
-                {
-                    continue;
-                }
-                char32_t cValue = *pByte++ & static_cast<unsigned char>(~Form.cMask);
-                for (int iByte = 0; iByte < Form.nFollowing; ++iByte, ++pByte)
-                {
-                    if (!ContinuesUtf8(static_cast<char>(*pByte)))
-                    {
-                        return false;
-                    }
-                    cValue = (cValue << 6) | (*pByte & 0x3Fu);
-                }
-                if (cValue < Form.cFirst || cValue > LAST_CHARACTER || IsSurrogate(cValue))
+                cText = *pByte;
+                return true;
+            }
+            cText = WIDE_OF_BYTE + *pByte;
+            if (*pByte < FORMS[1].cLead || *pByte > LAST_LEAD)
+            {
+                return false;
+            }
+            Form_s const & Form = FORMS[*pByte < FORMS[2].cLead ? 1 : *pByte < FORMS[3].cLead ? 2 : 3];
+            char32_t cValue = *pByte++ & static_cast<unsigned char>(~Form.cMask);
+            for (int iByte = 0; iByte < Form.nFollowing; ++iByte, ++pByte)
+            {
+                if (!ContinuesUtf8(static_cast<char>(*pByte)))
                 {
                     return false;
                 }
-                cText = cValue;
-                pText = pByte;
-                return true;
+                cValue = (cValue << 6) | (*pByte & 0x3Fu);
             }
-            return false;
+            if (cValue < Form.cFirst || cValue > LAST_CHARACTER || IsSurrogate(cValue))
+            {
+                return false;
+            }
+            cText = cValue;
+            pText = pByte;
+            return true;
         }
 
         // Moves after the character at wszText, or after the value that represents a byte, and returns it. Returns
@@ -123,6 +126,12 @@ namespace plat
         bool EndsOrTurnsLine(char32_t cText)
         {
             return (cText >= 0x2028 && cText <= 0x202E) || (cText >= 0x2066 && cText <= 0x2069);
+        }
+
+        // Returns whether a byte is a printable ASCII character.
+        bool IsPrintable(char cByte)
+        {
+            return cByte >= ' ' && cByte < 0x7F;
         }
 
         // Returns whether TextEscape leaves a character, or the value of a byte, unchanged.
@@ -209,6 +218,11 @@ namespace plat
         std::size_t nUsed = 0;
         while (*szText != 0)
         {
+            if (nUsed + 1 < nSize && IsPrintable(*szText))
+            {
+                szOut[nUsed++] = *szText++;
+                continue;
+            }
             auto const * pNext = reinterpret_cast<unsigned char const *>(szText);
             char32_t cText;
             ReadUtf8(pNext, cText);
