@@ -228,7 +228,7 @@ class ProfilerStats : public Profiler, public testing::WithParamInterface<bool>
 protected:
     ProfilerStats() { plat::AsyncFile_c::AllowConcurrent(GetParam()); }
 
-    void SetUp() override { SKIP_IF(GetParam() && !HasRequestQueue(), "the kernel has no queue of requests"); }
+    void SetUp() override { SKIP_IF(GetParam() && !HasRequestQueue(), "the system refuses a queue of requests"); }
 
     // Appends values as they lie in memory.
     template <typename T>
@@ -353,6 +353,22 @@ TEST_P(ProfilerStats, AForkedChildLeavesTheFileToItsParent)
     EXPECT_TRUE(m_Folder.Read("stats") == sExpected);
     ProfilerInitSwapStats(m_sName);
     EXPECT_FALSE(ProfilerSwapStatsFailed()) << "a child that lives does not hold the file";
+}
+
+TEST_P(ProfilerStats, AListenerOfAFailedBatchMayProfile)
+{
+    FullDisk_c const Full(100);
+    ProfilerInitSwapStats(m_sName);
+    LogAddCallback([](char const *) { ProfilerScope_c const Scope("Listener"); });
+    for (int i = 0; i < 3 * PROFILER_FRAMES; ++i)
+    {
+        ProfilerUpdateFrame(false);
+    }
+    LogDone();   // removes the listener
+    profiler::timer_t const * const pListener = ProfilerGetTimer("Listener");
+    ASSERT_TRUE(pListener);
+    EXPECT_EQ(std::pair(pListener->tMaxEver, pListener->tAverage), std::pair(std::int64_t{ 0 }, std::int64_t{ 0 }))
+        << "the swap is between two frames";
 }
 
 TEST_P(ProfilerStats, AFailedBatchIsLoggedAndLost)

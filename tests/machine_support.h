@@ -107,7 +107,7 @@ inline bool SharesMemoryUntilExec()
     return s_bShared;
 }
 
-/// Returns whether the kernel has queues of requests for files.
+/// Returns whether the system lets this process open a queue of requests for files.
 inline bool HasRequestQueue()
 {
     io_uring_params Params{};

@@ -243,11 +243,11 @@ namespace
         ++g_nFrame;
         if (++g_iRing == PROFILER_FRAMES)
         {
+            g_iRing = 0;   // before the swap: a listener of its log lines may push and pop
             if (ProfilerHasStats())
             {
                 SwapTimed();
             }
-            g_iRing = 0;
         }
         for (int i = 0; i < g_iTimerTotalCount; ++i)
         {
@@ -370,7 +370,9 @@ void ProfilerReset()
     if (g_bProfilerInit)
     {
         ForgetTimers();
-        g_dStack[g_iTimerStackTop++] = AddRecord(ID_UNDER_ROOT, "root");
+        profiler::timer_t * const pRoot = AddRecord(ID_UNDER_ROOT, "root");
+        g_dStack[g_iTimerStackTop++] = pRoot;
+        pRoot->tStart = shortTimeGet();
         g_nFrame = 0;
         g_iRing = 0;
     }
