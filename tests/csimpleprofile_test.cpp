@@ -191,6 +191,7 @@ TEST(SimpleProfile, AssertsAtTheLimitsOfItsStacks)
     }
     EXPECT_EQ(FailedConditions([] { SimpleProfileContextPush(C2); }),
         "g_iSProfileContextStackPtr < SIMPLE_PROFILE_STACKSIZE");
+    SimpleProfileContextPop();   // of the push that found no room
     for (int i = 0; i <= DEPTH; ++i)
     {
         auto const eContext = i == 0 ? C2 : i < DEPTH ? C0 : SIMPLE_PROFILE_CONTEXT_1;

@@ -45,6 +45,7 @@ namespace
 
     SimpleProfileContext_e g_dSProfileContextStack[SIMPLE_PROFILE_STACKSIZE];
     int g_iSProfileContextStackPtr = -1;
+    int g_nContextsRefused = 0;   // open pushes of contexts that are not on the stack, and pushes inside them
 
     bool IsContext(SimpleProfileContext_e eContext)
     {
@@ -185,14 +186,21 @@ void SimpleProfileContextPush(SimpleProfileContext_e eContext)
     ZQ_ASSERT_TEXT(IsContext(eContext), "eContext < SIMPLE_PROFILE_CONTEXT_TOTAL");
     bool const bRoom = g_iSProfileContextStackPtr + 1 < SIMPLE_PROFILE_STACKSIZE;
     ZQ_ASSERT_TEXT(bRoom, "g_iSProfileContextStackPtr < SIMPLE_PROFILE_STACKSIZE");
-    if (IsContext(eContext) && bRoom)
+    if (!IsContext(eContext) || !bRoom || g_nContextsRefused > 0)
     {
-        g_dSProfileContextStack[++g_iSProfileContextStackPtr] = eContext;
+        ++g_nContextsRefused;
+        return;
     }
+    g_dSProfileContextStack[++g_iSProfileContextStackPtr] = eContext;
 }
 
 void SimpleProfileContextPop()
 {
+    if (g_nContextsRefused > 0)
+    {
+        --g_nContextsRefused;
+        return;
+    }
     g_iSProfileContextStackPtr = std::max(g_iSProfileContextStackPtr - 1, -1);
 }
 

@@ -71,8 +71,9 @@ struct SimpleProfileInfo_t
 };
 
 /// Push and pop the context that SIMPLE_PROFILE_CONTEXT_CURRENT means. Require that only one thread calls them.
-/// - The push asserts that eContext is one of the three, and that at most 32 are pushed. Otherwise it pushes nothing.
-/// - A pop of an empty stack does nothing.
+/// - Each push has its own pop. A pop of an empty stack does nothing.
+/// - The push asserts that eContext is one of the three, and that at most 32 are pushed. If the developer continues,
+///   the context stays as it is until the pop of this push.
 ZQ_API void SimpleProfileContextPush(SimpleProfileContext_e eContext);
 ZQ_API void SimpleProfileContextPop();
 
