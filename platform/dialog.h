@@ -35,15 +35,16 @@ namespace plat
     enum class DialogIcon_e
     {
         Error,
-        Warning
+        Warning,
+        None
     };
 
-    /// Reach of a dialog.
+    /// Reach of a host's dialog.
     enum class DialogModality_e
     {
-        Plain,        // blocks its own thread only
-        Task,         // blocks the windows of the task
-        AlwaysOnTop   // blocks everything on the screen
+        Plain,   // blocks its own thread only
+        Task,    // blocks the windows of the task
+        System   // blocks everything on the screen
     };
 
     /// A dialog to show. The terminal shows the texts and the buttons only. The texts and the window stay the caller's.
@@ -53,8 +54,9 @@ namespace plat
         char const * szCaption = "";
         DialogButtons_e eButtons = DialogButtons_e::Ok;
         int iDefaultButton = 1;   // of a host's dialog; counted from 1
-        DialogIcon_e eIcon = DialogIcon_e::Error;
+        DialogIcon_e eIcon = DialogIcon_e::None;
         DialogModality_e eModality = DialogModality_e::Plain;
+        bool bTopmost = false;     // whether a host's dialog is above all windows
         void * pOwner = nullptr;   // a window of the host, or null
     };
 

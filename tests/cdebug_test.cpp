@@ -71,11 +71,12 @@ namespace
         return g_eAnswer == THROW ? throw 1 : g_eAnswer;
     }
 
-    void ExpectDialog(char const * szCaption, Buttons_e eButtons, Icon_e eIcon, Modality_e eModality, int iDefault = 1)
+    void ExpectDialog(char const * szCaption, Buttons_e eButtons, Icon_e eIcon, Modality_e eModality, int iDefault = 1,
+        bool bTopmost = true)
     {
-        EXPECT_EQ(
-            std::tuple(g_sCaption, g_Dialog.eButtons, g_Dialog.iDefaultButton, g_Dialog.eIcon, g_Dialog.eModality),
-            std::tuple(szCaption, eButtons, iDefault, eIcon, eModality));
+        EXPECT_EQ(std::tuple(g_sCaption, g_Dialog.eButtons, g_Dialog.iDefaultButton, g_Dialog.eIcon, g_Dialog.eModality,
+                      g_Dialog.bTopmost),
+            std::tuple(szCaption, eButtons, iDefault, eIcon, eModality, bTopmost));
     }
 
     struct Complaints : testing::Test
@@ -142,7 +143,7 @@ TEST_F(Complaints, AssertionNamesConditionFileFunctionAndLine)
     EXPECT_EQ(std::exchange(g_sDebugger, ""), __FILE__ "(" + sLine + ") : Assert() failed\n");
     EXPECT_EQ(ExtractTrace(), "CLxDX");
     ExpectDialog("Assertion failed! Press ignore to continue or retry to debug.", Buttons_e::AbortRetryIgnore,
-        Icon_e::Warning, Modality_e::AlwaysOnTop, 2);
+        Icon_e::Warning, Modality_e::System, 2);
 
     std::string const sNext = std::to_string(ComplaintTest_c::FailWithText(7));
     EXPECT_EQ(g_sText, "AssertEx failed, 1 == 2, text 7, " __FILE__ ", ComplaintTest_c::FailWithText, " + sNext);
@@ -203,7 +204,7 @@ TEST_F(Complaints, WarningIsALineAndAnEventUntilDialogsAreEnabled)
     EXPECT_EQ(ExtractTrace(), "LWD");
     EXPECT_EQ(g_sText, std::string(LOG_LINE_LENGTH, 'w'));
     EXPECT_EQ(g_sLog, "odd 1\n" + g_sText + '\n');
-    ExpectDialog("Warning!", Buttons_e::Ok, Icon_e::Error, Modality_e::AlwaysOnTop);
+    ExpectDialog("Warning!", Buttons_e::Ok, Icon_e::Error, Modality_e::System);
     g_silentMode = true;
     Warning("silent");
     EXPECT_EQ(ExtractTrace(), "LW");
@@ -218,7 +219,7 @@ TEST_F(Complaints, AchtungIsShownOnceWhileSixteenAreRemembered)
     EXPECT_EQ(g_sLog, sFirst + '\n');
     EXPECT_EQ(ExtractTrace(), "LWD");
     EXPECT_EQ(g_Dialog.pOwner, g_pAppWindow);
-    ExpectDialog("ACHTUNG!", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::Task);
+    ExpectDialog("ACHTUNG!", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::Task, 1, false);
 
     std::string const sLong = Fresh() + std::string(3000, 'a');
     Achtung("%s", sLong.c_str());
@@ -243,18 +244,18 @@ TEST_F(Complaints, WithALocationCarryFileLineAndATailAndAskNobodyWhenQuietOrSile
     DebugMessages_c & Messages = DebugMessages_c::Get();
     EXPECT_FALSE(Messages.DebugAssert("file.cpp", 12, "broken"));
     EXPECT_THAT(g_sText, StartsWith("Warning: \tbroken\tbroken\r\nFile: \tfile.cpp\r\nLine:\t12"));
-    ExpectDialog("Assertion failed", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::AlwaysOnTop);
+    ExpectDialog("Assertion failed", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::Task);
 
     EXPECT_EQ((Messages.*Messages.SetLocation("at.cpp", 34))("text %i", 5), NO);
     EXPECT_THAT(
         g_sText, StartsWith(std::string("Warning: \ttext 5") + YES_NO_TAIL + "\r\nFile: \tat.cpp\r\nLine:\t34"));
-    ExpectDialog("Warning", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::AlwaysOnTop);
+    ExpectDialog("Warning", Buttons_e::YesNoCancel, Icon_e::Warning, Modality_e::Task);
 
     EXPECT_EQ(Messages.DebugErrorInternal("%s", std::string(20000, 'e').c_str()), NO);
     EXPECT_THAT(g_sText,
         StartsWith("Error: \t" + std::string(DebugMessages_c::TEXT_SIZE - 1, 'e')
                    + "\r\n\r\nUse Ok to break into Debugger, Cancel exits.\r\n\r\n\r\nFile: \tat.cpp\r\nLine:\t34"));
-    ExpectDialog("Error", Buttons_e::OkCancel, Icon_e::Error, Modality_e::AlwaysOnTop);
+    ExpectDialog("Error", Buttons_e::OkCancel, Icon_e::Error, Modality_e::Task);
 
     ExtractTrace();
     Messages.m_bQuiet = true;

@@ -41,11 +41,25 @@ namespace
 
     plat::DialogModality_e ModalityOf(unsigned long nStyle)
     {
-        if (nStyle & (MESSAGE_SYSTEM_MODAL | MESSAGE_TOPMOST))
+        if (nStyle & MESSAGE_SYSTEM_MODAL)
         {
-            return plat::DialogModality_e::AlwaysOnTop;
+            return plat::DialogModality_e::System;
         }
         return nStyle & MESSAGE_TASK_MODAL ? plat::DialogModality_e::Task : plat::DialogModality_e::Plain;
+    }
+
+    plat::DialogIcon_e IconOf(unsigned long nStyle)
+    {
+        constexpr unsigned long ICON = 0xF0;   // bits of a style
+        switch (nStyle & ICON)
+        {
+        case MESSAGE_ICON_ERROR:
+            return plat::DialogIcon_e::Error;
+        case MESSAGE_ICON_WARNING:
+            return plat::DialogIcon_e::Warning;
+        default:
+            return plat::DialogIcon_e::None;
+        }
     }
 
     // Shows the message with the trace of the calling thread and returns the answer. The frame of this function exists
@@ -72,14 +86,14 @@ namespace
 
 int MessageBoxPlain(void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle)
 {
-    constexpr unsigned long ICON = 0xF0;   // bits of a style
     plat::Dialog_t Dialog;
     Dialog.szText = sText;
     Dialog.szCaption = sCaption;
     Dialog.eButtons = ButtonsOf(nStyle);
     Dialog.iDefaultButton = nStyle & MESSAGE_DEFAULT_2 ? 2 : 1;
-    Dialog.eIcon = (nStyle & ICON) == MESSAGE_ICON_WARNING ? plat::DialogIcon_e::Warning : plat::DialogIcon_e::Error;
+    Dialog.eIcon = IconOf(nStyle);
     Dialog.eModality = ModalityOf(nStyle);
+    Dialog.bTopmost = (nStyle & MESSAGE_TOPMOST) != 0;
     Dialog.pOwner = hOwner;
     return static_cast<int>(plat::DialogShow(Dialog));
 }
