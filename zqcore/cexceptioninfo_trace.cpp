@@ -93,7 +93,7 @@ namespace
 
     TraceText_c g_TraceText;
     plat::FaultContext_t g_Context;   // of the trace
-    char g_szName[1024];              // of a function, then of its source file
+    char g_szName[4096];              // of a function, then of its source file
 
     void AppendFrame(plat::Symbols_c & Symbols, int iFrame, plat::SymbolFrame_t const & Frame)
     {
@@ -117,7 +117,8 @@ namespace
         plat::Symbols_c Symbols;
         Symbols.Start(&g_Context);   // on failure the walk has addresses only
         plat::SymbolFrame_t Frame;
-        for (int i = 0; i < nFrames + nSkip; ++i)
+        std::int64_t const nEnd = std::int64_t{ nFrames } + nSkip;
+        for (int i = 0; i < nEnd; ++i)   // the stack ends before i overflows
         {
             if (!Symbols.NextFrame(&Frame))
             {
