@@ -172,6 +172,9 @@ TEST_F(CrashReport, EndsASilentProcessAfterTheFirstCallStack)
         EXPECT_THAT(Crash.sReport, Not(HasSubstr("disassembly")));
         EXPECT_THAT(Crash.sLog, HasSubstr("Call stack functions:"));
     }
+    Crash_t const Late = RunAlone("read silenced");
+    EXPECT_EQ(Late.iStatus, 1) << "a receiver turned silent mode on after the dialog";
+    EXPECT_THAT(Late.sReport, HasSubstr("disassembly"));
 }
 
 TEST_F(CrashReport, GoesOnWithoutAFileWithAFullDiskAndWithoutCode)

@@ -224,7 +224,7 @@ namespace
         }
         CallGuarded(LIMIT, LogDialogText);
         FireExecution(true);
-        if (bSilent)
+        if (bSilent || g_silentMode)
         {
             CallGuarded(LIMIT, [] { plat::DialogPrint(CAPTION, g_szDialog); });
             plat::FaultExit(1);

@@ -194,13 +194,13 @@ namespace
 #include "tests/crasher/details.h"
 #include "tests/crasher/nowhere.h"
 
-    struct Pure_i
+    struct PureBase_c
     {
-        Pure_i() { Call(*this); }
-        static void Call(Pure_i & Object) { Object.Pure(); }
+        PureBase_c() { Call(*this); }
+        static void Call(PureBase_c & Object) { Object.Pure(); }
         virtual void Pure() = 0;
     };
-    struct Pure_c : Pure_i
+    struct Pure_c : PureBase_c
     {
         void Pure() override {}
     };
@@ -554,6 +554,7 @@ namespace
                 ExceptionReport_c::AddTypePrinter("***************?", "no such type");
             } },
         { "silent", [] { g_silentMode = true; } },
+        { "silenced", [] { g_ExecutionCallbacker.Add([](bool bGoesOn) { g_silentMode = bGoesOn; }, false); } },
         { "alone", [] { SetPrevious(nullptr); } },
         { "small8", [] { SetSmallStack(8192); } },
         { "nodescriptors", UseUpDescriptors },
