@@ -101,11 +101,11 @@ void AppMiscShutdown()
 double AppGetDeltaTime(double tMinDelta)
 {
     static constinit std::optional<double> s_tLast;
-    double const tNow = Game_longTimeGet();
     if (!s_tLast)
     {
-        s_tLast = tNow - FIRST_DELTA;
+        s_tLast = Game_longTimeGet() - FIRST_DELTA;
     }
+    double const tNow = Game_longTimeGet();   // read again, so that rounding leaves no delta below FIRST_DELTA
     double const tDelta = tNow - *s_tLast;
     if (tMinDelta > tDelta)
     {
