@@ -211,6 +211,15 @@ TEST(SerializerTyped, WhatHasNoSerializerOrAnotherClassIsRefused)
     Kept_T<Lamp_c> const Baseless("Lamp");   // loads lamps from now on, and names no base
     Shape_c * pShape = nullptr;
     EXPECT_STREQ(LoadGraph(sBall, pShape).sWhyNot, "an object of class 'Lamp'");
+    struct Street_s   // its first owner lies at its address
+    {
+        Owner_s First;
+        Owner_s * pFirst = &First;
+        void Serialize(Serializeable_c & Archive) { Archive.Serialize(pFirst); }
+    } Street;
+    Kept_T<Street_s> const Streets("Street");
+    EXPECT_THAT(FailedConditions([&] { SavedGraph(&Street); }),
+        testing::StartsWith("dPointers[iPointer] is of class m_sClassName, 'Owner' expected for"));
 }
 
 TEST(SerializerTyped, StaticObjectsAndPartsAreKnown)

@@ -313,25 +313,30 @@ bool Serializer_c::RunBodyOnFreshStack(Serializeable_c & archive, void *& pObjec
 
 void Serializer_c::WritePointer(Serializeable_c & archive, void *& pObject)
 {
+    WriteRecord(archive, pObject);
+}
+
+// Stores a pointer record. Returns false if the pass has seen the object under another class.
+bool Serializer_c::WriteRecord(Serializeable_c & archive, void *& pObject)
+{
     if (archive.IsFailed())
     {
-        return;
+        return true;
     }
     int iPointer;
     bool const bNew = AddVoidToCache(pObject, &iPointer);
     archive.Serialize(iPointer);
     if (!bNew)
     {
-        bool const bOwn = iPointer == -1 || IsOfClass(iPointer, m_iClass);
-        ZQ_ASSERT_ESCAPED(bOwn, IS_OWN, "'%s' expected for '%s' file", static_cast<char const *>(m_sClassName),
-            archive.GetFileName());
-        return Put(archive, SERIALIZER_PLAIN);
+        Put(archive, SERIALIZER_PLAIN);
+        return iPointer == -1 || IsOfClass(iPointer, m_iClass);
     }
     g_Table.dClasses[iPointer] = m_iClass;
     Put(archive, SERIALIZER_BEGIN);
     archive.SerializeString(m_sClassName);
     RunBody(archive, pObject);
     Put(archive, SERIALIZER_END);
+    return true;
 }
 
 bool Serializer_c::Expected_s::Accepts(Serializer_c const & Found) const
@@ -358,7 +363,10 @@ void Serializer_c::WriteTyped(
     if (pObject)
     {
         pObject = pSerializer->m_fnConvert(pObject, Expected.Type, graphs::Way_e::ToObject);
-        return pSerializer->WritePointer(archive, pObject);
+        bool const bOwn = pSerializer->WriteRecord(archive, pObject);
+        ZQ_ASSERT_ESCAPED(
+            bOwn, IS_OWN, "'%s' expected for '%s' file", pSerializer->m_sClassName.CStr(), archive.GetFileName());
+        return;
     }
     int iNull = -1;
     archive.Serialize(iNull);
@@ -571,7 +579,6 @@ void Serializer_c::RegisterSerializedStaticPointer(void * pPointer, String_T<32>
     int iPointer;
     if (AddVoidToCache(pPointer, &iPointer))
     {
-        MemCategoryScope_c const Category(mem::Noise);
         dRegisteredStaticPointers.Add({ pPointer, sClassName });
     }
 }
@@ -672,7 +679,6 @@ bool Serializer_c::ReadStaticCount(Serializeable_c & archive, int & nRegisteredS
     {
         dRegisteredStaticPointers.Delete(dRegisteredStaticPointers.GetLength() - 1);
     }
-    MemCategoryScope_c const Category(mem::Noise);
     while (dRegisteredStaticPointers.GetLength() < nRegisteredStaticPointers)
     {
         dRegisteredStaticPointers.Add({});

@@ -157,7 +157,7 @@ public:
     template <typename T>
     static void SerializePointer(Serializeable_c & archive, T *& pObject);
 
-    /// List of all serializers, the latest first.
+    /// List of all serializers, the latest first. Only to be read, because searches remember what they found in it.
     static Link_T<Serializer_c *> * pSerializerList;
 
     /// Addresses of the pass, indexed by identifier.
@@ -172,7 +172,8 @@ protected:
     };
 
     /// Registers the serializer of a class. The name is case-sensitive and is cut at 31 characters. If two share a
-    /// name, the last one registered loads. Asserts that there are at most 65,534 names. Discards the pass under way.
+    /// name, the last one registered loads. Discards the pass under way. Asserts that at most
+    /// 65,534 times in the process a name was registered that no other serializer had at the time.
     explicit Serializer_c(String_T<32> const & sClassName)
         : Serializer_c(sClassName, nullptr)
     {}
@@ -187,8 +188,8 @@ protected:
     /// loads the same record as RegisterPointer, and notes the class, which ReadOwnPointer and SerializePointer check.
     void RegisterOwnPointer(Serializeable_c & archive, void const * pPointer);
 
-    /// Stores a pointer to an object of this serializer's class, or null. Asserts that the pass has not seen the object
-    /// under another class: such a pointer is stored, but ReadOwnPointer refuses it.
+    /// Stores a pointer to an object of this serializer's class, or null. If the pass has seen the address under another
+    /// class, as that of an object whose first member is the object, ReadOwnPointer refuses the stored pointer.
     void WritePointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of the class that the file names, or null. Asserts and fails the archive in these
@@ -280,6 +281,7 @@ private:
     static void WriteStaticPointers(Serializeable_c & archive);
     static void ReadStaticPointers(Serializeable_c & archive);
     static bool ReadStaticCount(Serializeable_c & archive, int & nRegisteredStaticPointers);
+    bool WriteRecord(Serializeable_c & archive, void *& pObject);
     bool RunBody(Serializeable_c & archive, void *& pObject);
     ZQ_COLD bool RunBodyOnFreshStack(Serializeable_c & archive, void *& pObject);
 
