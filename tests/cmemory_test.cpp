@@ -60,7 +60,9 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
             { Word(0, NORMAL), mem::logger, mem::logger }, { Word(mem::AI, NORMAL), mem::logger, mem::logger },
             { Word(mem::AI, NORMAL), mem::UNDEFINED, mem::UNDEFINED },
             { Word(mem::TOTAL, CLIENT), mem::file, mem::file },
-            { Word(0x7FFF, CLIENT), mem::UNDEFINED, mem::UNDEFINED }, { Word(mem::AI, RUNTIME), mem::file, mem::AI } })
+            { Word(0x7FFF, CLIENT), mem::UNDEFINED, mem::UNDEFINED },
+            { Word(0, CLIENT), static_cast<mem::Categories_e>(0x8000), mem::UNDEFINED },
+            { Word(mem::AI, RUNTIME), mem::file, mem::AI } })
     {
         SCOPED_TRACE(testing::PrintToString(std::pair(iWord, int{ ePushed })));
         MemCategoryScope_c const Scope(ePushed);
@@ -160,6 +162,12 @@ TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)
             aligned_free_dbg(p);
         }
     }
+    auto * const pNormal = static_cast<char *>(MemoryAllocNormal(16, "a file", 1));
+    const_cast<char volatile *>(pNormal)[16] = 'x';
+    MemoryFreeNormal(pNormal);
+    sExpected += NewString("Damage after the block at 0x%08zX of 16 bytes, category NORMAL_BLOCK, allocated at a "
+                           "file(1).\n",
+        reinterpret_cast<std::size_t>(pNormal));
     MemoryReportSet(fnPrevious);
     EXPECT_EQ(s_sReports, sExpected);
     EXPECT_EQ(Log.GetText(), sExpected);

@@ -144,7 +144,7 @@ namespace
 
     char const * NameOfWord(std::uint32_t dwWord)
     {
-        return MemoryCategoryName(MemoryCategoryInWord(dwWord));
+        return MemoryCategoryName(MemoryCountedCategory(dwWord));
     }
 
     constinit std::atomic<MemoryReport_t> g_fnReport = nullptr;

@@ -17,8 +17,9 @@
 // - Each thread counts for itself, and a reader adds up. While other threads allocate, figures are of slightly
 //   different moments. Peaks of categories are those that readers saw. The peak of all bytes may be up to 512 KiB too
 //   low or too high for each thread and category.
-// - Byte figures are those of the callers. The heap does not fill memory, find damage or report lost blocks. The
-//   snapshot has a line for each category with live blocks.
+// - Byte figures are those of the callers. The heap does not fill memory, find damage or report lost blocks, a kind of
+//   block that does not exist or, while it is not tracked, an allocation that fails. The snapshot has a line for each
+//   category with live blocks.
 //
 // Ownership: the caller frees its blocks. File names and user allocators are kept as pointers.
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.

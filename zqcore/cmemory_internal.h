@@ -16,6 +16,10 @@
 
 inline constexpr std::uint32_t MEMORY_KIND_MASK = 0xFFFF;   // bits of the kind in a block's word
 
+/// Number of allocations of a category, and of releases, after which a thread checks whether to publish its figures of
+/// the heap of a shipped game.
+inline constexpr std::ptrdiff_t MEMORY_PUBLISH_INTERVAL = 128;
+
 /// Stack of the categories that one thread has selected. Only that thread changes it, but a forked child empties the
 /// stacks of the threads that it lacks. Pushes of the same category in a row share an entry, so the depth counts
 /// changes of category.
@@ -237,6 +241,6 @@ inline std::uint32_t MemoryWordOf(int iBlockType)
         MemCategoryStack_c const * const pStack = t_MemoryStack.pStack;
         eCategory = pStack ? pStack->Top() : mem::UNDEFINED;
     }
-    return (static_cast<std::uint32_t>(eCategory) << MEMORY_CATEGORY_SHIFT) | (dwWord & MEMORY_OBJECT_FLAG)
-           | static_cast<std::uint32_t>(MEMORY_CLIENT_BLOCK);
+    return (static_cast<std::uint32_t>(eCategory) & MEMORY_CATEGORY_MASK) << MEMORY_CATEGORY_SHIFT
+           | (dwWord & MEMORY_OBJECT_FLAG) | static_cast<std::uint32_t>(MEMORY_CLIENT_BLOCK);
 }

@@ -78,9 +78,8 @@ namespace
 
     // A thread publishes the bytes of a block above LARGE at once. It publishes other bytes if they have changed by
     // LARGE or more since it last did. The check runs:
-    // - after every PUBLISH_INTERVAL allocations of a category, and after as many releases.
+    // - after every MEMORY_PUBLISH_INTERVAL allocations of a category, and after as many releases.
     // - at the thread's end.
-    constexpr std::ptrdiff_t PUBLISH_INTERVAL = 128;
     constexpr std::ptrdiff_t LARGE = 4096;   // bytes
 
     constinit MemoryFigures_s g_Shared = {};   // of threads that have ended their own figures, or have none
@@ -231,7 +230,7 @@ namespace
         {
             PublishBlock(Figures, iCategory, iChange);
         }
-        if (nEvents % PUBLISH_INTERVAL == 0)
+        if (nEvents % MEMORY_PUBLISH_INTERVAL == 0)
         {
             Publish(Figures);
         }
@@ -304,7 +303,8 @@ namespace
             return MemoryCategoryInWord(dwWord);
         }
         MemCategoryStack_c const * const pStack = t_MemoryStack.pStack;
-        return pStack && pStack->top >= 0 ? pStack->m_dStack[pStack->top].m_eCategory : mem::UNDEFINED;
+        int const iTop = pStack && pStack->top >= 0 ? pStack->m_dStack[pStack->top].m_eCategory : mem::UNDEFINED;
+        return static_cast<unsigned>(iTop) < mem::TOTAL ? iTop : mem::UNDEFINED;
     }
 
     // Writes the header of a new block and returns the caller's bytes.

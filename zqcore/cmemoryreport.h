@@ -40,6 +40,7 @@ ZQ_API void MemoryNewLogToggle();
 ///   percentages are 0.
 /// - "uncategorized.csv": a line for each client block of category UNDEFINED.
 ///
+/// A source name that can't be read, is empty or has a control character is written as "unloaded module".
 /// Asserts that both files open. If one can't be written whole, logs the reason, and the file stays as it is.
 ZQ_API void MemoryLogAllocations();
 

@@ -65,6 +65,14 @@ TEST_F(CountedShip, CountsABlockUnderItsCategoryUntilItIsFreed)
         InfoOf(mem::Decals).iFrameAllocs == 0, MemoryCheckConsistency());
 }
 
+TEST_F(CountedShip, CountsABlockOfAnUnknownCategoryUnderNone)
+{
+    Figures_t const Before = FiguresOf(mem::UNDEFINED);
+    MemCategoryScope_c const Category(mem::TOTAL);
+    std::unique_ptr<char[]> const Block(ZQ_NEW char[100]);
+    EXPECT_EQ(FiguresOf(mem::UNDEFINED), Figures_t(std::get<0>(Before) + 1, std::get<1>(Before) + 100));
+}
+
 TEST_F(CountedShip, NeedsSixteenBytesMoreThanItsCaller)
 {
     for (std::size_t nBytes : { 0u, 1u, 24u, 64u, 1000u })
@@ -124,8 +132,7 @@ TEST_F(CountedShip, AddsUpTheFiguresOfAllThreads)
             }
         });
     EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(THREADS * BLOCKS / 2, THREADS * BLOCKS * BYTES / 2));
-    // Each thread publishes after PUBLISH_INTERVAL = 128 blocks (cmemory_ship.cpp).
-    EXPECT_GE(MemoryMaxTotalBytesAllocated(), nStart + (BLOCKS - 128) * BYTES * THREADS);
+    EXPECT_GE(MemoryMaxTotalBytesAllocated(), nStart + (BLOCKS - MEMORY_PUBLISH_INTERVAL) * BYTES * THREADS);
     for (std::size_t i = 1; i < dBlocks.size(); i += 2)
     {
         delete[] dBlocks[i];
