@@ -58,7 +58,8 @@ public:
     /// continues, lowers the count too. Does not use sFile and iLine. Asserts the following, and returns false and
     /// changes nothing otherwise:
     /// - pObject is this object.
-    /// - It is a live object. An address that is not readable fails the assertion and is not read.
+    /// - It is a live object. An address that is not readable fails the assertion and is not read, unless an object on
+    ///   its page still had a reference with a note when the page went.
     /// - It has references.
     bool Release(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 

@@ -150,7 +150,7 @@ public:
     constexpr StringHash_T() = default;
 
     /// Adds an object under a name. Returns a HashAdd_e. Uses the first deleted slot of the chain, even if the same
-    /// name lies further along it: the name is then in the table twice.
+    /// name lies further along it: the name is then in the table twice. Requires that the object is not null.
     int Add(T * pObject, Key_t const * pName) { return Add(Prepare(pObject, pName, std::strlen(*pName))); }
 
     /// Prefetches what Add reads, and returns the entry of a name of nLength characters.

@@ -532,10 +532,10 @@ class ArchiveChunk_c
 public:
     ArchiveChunk_c(Serializeable_c & Archive, char const * sName)
         : m_Archive(Archive)
-        , m_sName(sName)
+        , m_szName(sName)
         , m_bBegun(Archive.ChunkBegin(sName))
     {}
-    ~ArchiveChunk_c() { m_Archive.ChunkEnd(m_sName); }
+    ~ArchiveChunk_c() { m_Archive.ChunkEnd(m_szName); }
     ArchiveChunk_c(ArchiveChunk_c const &) = delete;
     ArchiveChunk_c & operator=(ArchiveChunk_c const &) = delete;
 
@@ -544,7 +544,7 @@ public:
 
 private:
     Serializeable_c & m_Archive;
-    char const * const m_sName;
+    char const * const m_szName;
     bool const m_bBegun;
 };
 
