@@ -296,6 +296,23 @@ TEST_F(FileCacheTest, IsWrittenAfterWholeScansOnlyAndALoadThatFailsScans)
     EXPECT_EQ(m_Dialogs.GetCount(), 0);
 }
 
+TEST_F(FileCacheTest, IsNotWrittenIfALoadWouldFindNoRoom)
+{
+    ASSERT_TRUE(FileAddOneFile(m_Folder.Write("media/first", "x").c_str()));
+    String_T<256> const * const pPath = FileStream("first")->pPath;
+    int nAdded = 0;
+    for (int i = 0; i < 14800; ++i)   // in this order all find room, in that of the table they do not
+    {
+        auto * const pFile = new FileOnDisk_c;
+        pFile->sName = NewString("g%d.x", i);
+        pFile->pPath = pPath;
+        nAdded += FileAddObject(pFile, false) == HASH_ADDED;
+    }
+    EXPECT_EQ(nAdded, 14800);
+    Save("media/c.bin");
+    EXPECT_EACH(!fs::exists(m_Folder.Join("media/c.bin")), m_Log.CountHolding("would not find room") == 1);
+}
+
 TEST_F(FileCacheTest, ReportsWhichFolderHasChangedAndGoesWhereTheHostSays)
 {
     Make({ { "media/a", "1" }, { "media/sub/b", "1" }, { "media/sub/deep/c", "1" } });

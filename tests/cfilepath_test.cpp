@@ -356,6 +356,7 @@ TEST_F(FilePathTest, AFullTableIsReportedOnceAndLosesNoMemory)
     }
     ASSERT_TRUE(Scan());
     EXPECT_EACH(!FileExists("a.txt"), !FileAddOneFile(m_Folder.Join("a.txt").c_str()));
+    EXPECT_STREQ(FileGetWhyNot("b.txt"), "it was not found, and the table of files had no room for some");
     EXPECT_EQ(m_Log.Count("file hash overflow"), 1);
     EXPECT_EQ(m_Log.Count("FileAddOneFile - unknown file hash error [Ivo Renning]"), 1);
     g_sFileObjects.Reset();

@@ -1,6 +1,6 @@
 // The reasons of failed opens.
 #include "zqcore/cfile_internal.h"
-#include "zqcore/cfilepath.h"
+#include "zqcore/cfilepath_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/ctexterror.h"
@@ -80,6 +80,7 @@ File_c::Reason_t FileGetWhyNot(char const * name)
     {
         return g_NotAdded.sReason;
     }
-    return FileScanIsWhole("") ? "there is no such file"
-                               : "it was not found, and a scan could not see all folders; the log says which";
+    return !FileScanIsWhole("")    ? "it was not found, and a scan could not see all folders; the log says which"
+           : FileTableOverflowed() ? "it was not found, and the table of files had no room for some"
+                                   : "there is no such file";
 }

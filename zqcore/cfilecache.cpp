@@ -14,7 +14,10 @@
 
 #include "platform/files.h"
 
-String_T<256> g_sFilesystemCacheName;
+#include <algorithm>
+#include <memory>
+
+constinit String_T<256> g_sFilesystemCacheName;
 
 namespace
 {
@@ -178,26 +181,51 @@ namespace
 
     // Returns the file of a folder that Top is or hides, if a load could place it: its folder is in the table, and a
     // search for its key finds Top, not another object of the same key. Otherwise returns null.
-    File_c const * PlaceableFileOf(File_c & Top)
+    File_c * PlaceableFileOf(File_c & Top)
     {
-        File_c const * const pFile = FileHiding_c::FirstInFolder(Top);
+        File_c * const pFile = FileHiding_c::FirstInFolder(Top);
         bool const bPlaceable =
             pFile && g_sPaths.FindByName(*pFile->pPath) && g_sFileObjects.FindByName(Top.sName) == &Top;
         return bPlaceable ? pFile : nullptr;
     }
 
-    void SaveFiles(Serializeable_c & Archive, MediaRoot_c const & Root, char const * szOwn)
+    using Files_t = Array_T<File_c *, 1024, 0>;
+
+    // Adds the files that a cache stores to dFiles, in the order of the cache.
+    void CollectFiles(MediaRoot_c const & Root, char const * szOwn, Files_t & dFiles)
     {
-        Array_T<File_c const *, 1024, 0> dFiles;
         VisitAll(g_sFileObjects,
             [&](File_c * pTop)
             {
-                File_c const * const pFile = PlaceableFileOf(*pTop);
+                File_c * const pFile = PlaceableFileOf(*pTop);
                 if (pFile && pFile->sName != szOwn && Root.TextBelowRoot(*pFile->pPath))
                 {
                     dFiles.Add(pFile);
                 }
             });
+    }
+
+    // Returns whether a load finds room in the table for the cache's own file and, after it, for the files of the
+    // cache. A scan may have found room for all of them, because it adds them in another order.
+    bool LoadFindsRoom(MediaRoot_c const & Root, char const * szOwn)
+    {
+        Files_t dFiles;
+        CollectFiles(Root, szOwn, dFiles);
+        if (dFiles.GetLength() < FileTable_t::iMaxProbes)
+        {
+            return true;
+        }
+        auto const pTable = std::make_unique<FileTable_t>();
+        File_c::Key_t const sOwn(szOwn);
+        pTable->Add(dFiles[0], &sOwn);
+        return std::ranges::all_of(
+            dFiles, [&](File_c * pFile) { return pTable->Add(pFile, &pFile->sName) == HASH_ADDED; });
+    }
+
+    void SaveFiles(Serializeable_c & Archive, MediaRoot_c const & Root, char const * szOwn)
+    {
+        Files_t dFiles;
+        CollectFiles(Root, szOwn, dFiles);
         int nFiles = dFiles.GetLength();
         Archive.Serialize(nFiles);
         for (File_c const * pFile : dFiles)
@@ -688,6 +716,11 @@ bool FileCacheTrySave(char const * szFile)
         return false;
     }
     bool const bPlaced = szFile && !Root.IsUnknown() && !FoldedPath_c(szFile).IsCut();
+    if (bPlaced && !LoadFindsRoom(Root, File_c::Key_t(FoldedPath_c(szFile).GetBare())))
+    {
+        Log("filesystem: no cache is written, since a load would not find room for all files in the table");
+        return false;
+    }
     bool const bWritten = bPlaced && WriteCache(szFile, Root);
     if (!bWritten)
     {

@@ -85,6 +85,7 @@ ZQ_API bool FilesystemCacheIsCurrent();
 /// - there is no media root.
 /// - sFile is null, which asserts, or has more than 255 characters.
 /// - scans could not see all below the root (FileScanIsWhole).
+/// - the table of files is so full that a load could not add all files again.
 ///
 /// A file that no load could place is left out: its folder is not in g_sPaths, or the table has two objects of its
 /// key. A process that is killed during the call leaves a file beside the cache that no scan registers.

@@ -17,6 +17,11 @@ namespace
     }
 }
 
+bool FileTableOverflowed()
+{
+    return g_bOverflowReported;
+}
+
 void FileTableQueue_c::DropDuplicate(File_c * pFile)
 {
     LogFile("File duplication : %s%s", *pFile);
