@@ -24,14 +24,14 @@ namespace
     constexpr char const * DEFAULT_SPLIT = "\\gamedata\\";
 }
 
-bool g_bAddon = false;
-String_T<256> g_sMediaPath;
-String_T<256> g_sCurrentConfig;
-String_T<256> g_sMediaTemplate("media*.zq");
-bool g_bSplit = false;
-String_T<256> g_sSplitLocation(DEFAULT_SPLIT);
-String_T<256> g_sGameFolder;
-String_T<256> g_sSplitGame(DEFAULT_SPLIT);
+constinit bool g_bAddon = false;
+constinit String_T<256> g_sMediaPath;
+constinit String_T<256> g_sCurrentConfig;
+constinit String_T<256> g_sMediaTemplate("media*.zq");
+constinit bool g_bSplit = false;
+constinit String_T<256> g_sSplitLocation(DEFAULT_SPLIT);
+constinit String_T<256> g_sGameFolder;
+constinit String_T<256> g_sSplitGame(DEFAULT_SPLIT);
 
 namespace
 {

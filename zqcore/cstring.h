@@ -57,7 +57,7 @@ public:
     }
 
     /// Copies a text. Asserts that it is not null. A null makes an empty string.
-    String_T(char const * sTxt);
+    constexpr String_T(char const * sTxt);
 
     /// Copy a text. A view is copied up to its first NUL, if it has one.
     String_T(std::string_view sTxt) { Put(0, sTxt); }

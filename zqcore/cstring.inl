@@ -2,8 +2,17 @@
 #pragma once
 
 template <int N>
-String_T<N>::String_T(char const * sTxt)
+constexpr String_T<N>::String_T(char const * sTxt)
+    : String_T()
 {
+    if (std::is_constant_evaluated())
+    {
+        for (int i = 0; i < N - 1 && sTxt[i] != '\0'; ++i)
+        {
+            m_sText[i] = sTxt[i];
+        }
+        return;
+    }
     ZQ_ASSERT(sTxt);
     *this = sTxt;
 }
