@@ -147,6 +147,7 @@ TEST_F(FileAsyncTest, ThreadFillsABufferOrAddsAReference)
 
 TEST_F(FileAsyncTest, ThreadWritesNothingBeyondABufferThatTheFileOutgrew)
 {
+    ExpectComplaints(1);
     Start();
     File_c * const pFile = FileStream("b.txt");
     char szSmall[6] = "-----";
@@ -168,6 +169,15 @@ TEST_F(FileAsyncTest, ThreadWritesNothingBeyondABufferThatTheFileOutgrew)
     }
     FileClose(pFile);
     EXPECT_EQ(pFile->GetOpensCount(), 0);
+    pFile->iLength = 5;
+    FileAsyncOpen(&Slow, nullptr);
+    FileAsyncOpen(pFile, szSmall);
+    ASSERT_TRUE(FileOpen(pFile));
+    FileClose(pFile);
+    fs::remove(m_Folder.Join("b.txt"));
+    WaitUntil([&] { return FileAsyncIsLoadedSlow(pFile); });
+    EXPECT_EQ(pFile->iLength, 6) << "as the last open that worked found it";
+    WaitUntil([&] { return FileAsyncIsLoadedSlow(&Slow); });
 }
 
 TEST_F(FileAsyncTest, ThreadServesInOrderSleepsAndDropsItsQueueAtTheStop)

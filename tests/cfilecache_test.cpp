@@ -230,8 +230,11 @@ TEST_F(FileCacheTest, AFileThatATwinHidesIsNotSaved)
     Make({ { "media/" + sOne, "1" }, { "media/" + sTwo, "2" }, { "media/in/" + sTwo, "3" } });
     FileAddSearchPath(m_Folder.Join("media").c_str(), false, false);
     FileKill(FileStream(sOne.c_str()));   // the next of this hash gets its slot unseen
+    File_c * const pTwin = FileStream(sTwo.c_str());
     FileAddSearchPath(m_Folder.Join("media/in").c_str(), false, false);
+    EXPECT_NE(FileStream(sTwo.c_str()), pTwin);
     Save("twins.bin");
+    EXPECT_EQ(FailedConditions([&] { FileKill(pTwin); }), "");
     EXPECT_TRUE(SurvivesAlone(m_Folder.Read("twins.bin")));
     EXPECT_EQ(Contents(FileOpen(sTwo.c_str())), "3");
 }

@@ -220,13 +220,11 @@ bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
         SetWhyNot(GROWN);
         return LogWhyNot();
     }
-    if (pBuffer && !pData)
-    {
-        std::atomic_ref(iLength).store(iRoom, std::memory_order_relaxed);   // Open compares it with the size on disk
-    }
+    m_iRoom = pBuffer ? iRoom : -1;
     m_bUnlocked = !plat::ThreadCanBeLifted();
     bool const bResident = Open(pBuffer);
     m_bUnlocked = false;
+    m_iRoom = -1;
     if (!bResident)
     {
         return LogWhyNot();
@@ -434,7 +432,7 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
 // Stores size and times of the open file. Returns false, with a log line, if the file can't be read whole.
 bool FileOnDisk_c::StoreFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock)
 {
-    int const iRoom = iLength;
+    int const iRoom = GetRoom();
     StoreFactsOf(*this, Facts);
     if (IsTooLarge(Facts, "FileOnDisk_c::Open", szLocation))
     {
@@ -583,7 +581,14 @@ unsigned int FileStored_c::ReadStored(void * pBuffer, unsigned int iSize, unsign
     std::uint64_t const nRequested = std::uint64_t{ iSize } * iCount;
     // Only a file that has grown since it was opened has more bytes. Further calls read them.
     auto const nBytes = static_cast<std::size_t>(std::min<std::uint64_t>(nRequested, INT_MAX));
-    return m_hFile ? static_cast<unsigned int>(plat::FileRead(m_hFile, pBuffer, nBytes)) : 0;
+    errno = 0;
+    std::size_t const nRead = m_hFile ? plat::FileRead(m_hFile, pBuffer, nBytes) : 0;
+    if (nRead == nBytes || errno == 0)
+    {
+        return static_cast<unsigned int>(nRead);
+    }
+    plat::FileSeek(m_hFile, -static_cast<std::int64_t>(nRead), 1);   // the system failed after a part
+    return 0;
 }
 
 void FileStored_c::CloseStored()
@@ -681,7 +686,11 @@ void FileKill(File_c * pFile)
         return;
     }
     ZQ_ASSERT_TEXT(pFile->GetOpensCount() == 0, "pFile->m_iOpensCount==0");
-    bool const bRegistered = g_sFileObjects.FindByName(pFile->sName) == pFile;
+    bool bRegistered = g_sFileObjects.FindByName(pFile->sName) == pFile;
+    for (auto * pSlot = g_sFileObjects.First(); pSlot && !bRegistered; pSlot = g_sFileObjects.Next(pSlot))
+    {
+        bRegistered = pSlot->pObject == pFile;   // another object of its key is found first
+    }
     ZQ_ASSERT_TEXT(bRegistered, "g_sFileObjects.DeleteByName(pFile->sName)");
     delete pFile;   // its destructor removes it from the table
 }

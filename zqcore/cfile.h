@@ -162,6 +162,10 @@ protected:
     /// Returns whether Open must leave the lock while it reads, and clears that flag. Open calls it once.
     bool TakeUnlocked();
 
+    /// Returns the size of the buffer that a caller passes to Open, in bytes. Without an asynchronous request that is
+    /// iLength.
+    int GetRoom() const { return m_iRoom >= 0 ? m_iRoom : iLength; }
+
 private:
     friend File_c * FileOpenUnlogged(char const * name);
     friend ZQ_API bool FileOpen(File_c * pFile);
@@ -198,6 +202,7 @@ private:
     void RenewLock();
 
     std::atomic<int> m_iOpensCount = 0;   // references to the block; changed under the lock
+    int m_iRoom = -1;                     // bytes of the buffer of the request that is served, or -1
     plat::Lock_c m_Lock;
     std::atomic<Reason_t *> m_pWhyNot = nullptr;   // reason for GetWhyNot, owned; null without one
     File_c * m_pHidden = nullptr;                  // object of the same key that this one hides
@@ -259,7 +264,7 @@ public:
     virtual long TellStored();
 
     /// Reads up to iSize * iCount bytes, at most INT_MAX, to pBuffer. Returns the number of bytes that were read: fewer
-    /// at the end of the file or after a failure, 0 if the stream is closed.
+    /// at the end of the file, 0 if the stream is closed. On failure returns 0, and the position stays.
     virtual unsigned int ReadStored(void * pBuffer, unsigned int iSize, unsigned int iCount);
 
     /// Opens the file and returns true. Stores the current size and times in the file object, unless it is resident or
