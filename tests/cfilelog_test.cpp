@@ -105,11 +105,13 @@ TEST_F(FileTrackerTest, OpensAreReportedOnlyWhileResourcesAreCollected)
     std::uint32_t nLength = 1;
     FileStream("b.txt")->Load(0, &cByte, nLength);
     FileOpenToResponseLog("c", 0);
+    EXPECT_EQ(FailedConditions([] { FileOpenToResponseLog(nullptr, 0); }), "sFileName");
     g_FileOpenCallbacker.Add([](char const *) { throw 1; }, false);
     EXPECT_THROW(FileOpen("b.txt"), int);
     EXPECT_THROW(FileOpenStored("b.txt"), int);
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
     g_bCollectResource = false;
+    FileOpenToResponseLog(nullptr, 0);
     g_FileOpenCallbacker.Reset();
     EXPECT_EQ(s_dReported, (std::vector<std::string>{ Folded("a.txt"), Folded("b.txt"), Folded("b.txt"), "c" }));
 }
@@ -222,4 +224,16 @@ TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)
     EXPECT_EQ(m_Folder.Read("current/LoadedMedia/rel/r.txt"), "deep");
     EXPECT_EQ(std::distance(fs::directory_iterator("LoadedMedia"), fs::directory_iterator()), 3);
     EXPECT_TRUE(fs::exists(m_Folder.Join("outside/kept.txt")));
+    NEEDS_NOBODY;
+    Make({ { "current/LoadedMedia/keep/f", "" } });   // of another user
+    fs::remove(m_Folder.Join("current/LoadedMedia/a.txt"));
+    fs::permissions(m_Folder.GetPath(), fs::perms::all);
+    fs::permissions(m_Folder.Join("current/LoadedMedia"), fs::perms::all);
+    auto const CloneAsUser = []
+    {
+        FileCloneLoadedMedia();
+        return 0;
+    };
+    EXPECT_EQ(StatusAsNobody(CloneAsUser), 0);
+    EXPECT_EQ(m_Folder.Read("current/LoadedMedia/a.txt"), "x") << "beside what can't be deleted";
 }

@@ -80,8 +80,8 @@ ZQ_API bool FilesystemCacheIsCurrent();
 
 /// Writes the folders and files below the media root to the cache sFile, except for a file with the bare name of sFile.
 /// The new cache replaces the old one in one step (FileReplacement_c). On failure logs a line, and the old one stays,
-/// unless only the new name could not be synchronised. If the cache can't be created, calls FileOpenTracker
-/// (cfilelog.h). No cache is written in these cases:
+/// unless only the new name could not be synchronised. If no file can be made beside the cache, calls
+/// FileOpenTracker (cfilelog.h). No cache is written in these cases:
 /// - there is no media root.
 /// - sFile is null, which asserts, or has more than 255 characters.
 /// - scans could not see all below the root (FileScanIsWhole).

@@ -342,9 +342,13 @@ void FileOpenLogMode(std::uint32_t dwMode)
 
 void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode)
 {
+    if (!FileIsCollecting())
+    {
+        return;
+    }
     Report_s Report = { dwMode, false };
     ValueScope_T const Reporting(t_pReport, &Report);
-    if (sName && FileIsCollecting())
+    if (sName)
     {
         FireIfGranted(g_FileOpenCallbacker, sName);
     }
@@ -415,7 +419,7 @@ void FileCloneLoadedMedia()
 {
     Log("Clone media...");
     plat::TreeDelete(CLONE_FOLDER);
-    if (!plat::FolderCreate(CLONE_FOLDER))
+    if (!plat::FolderCreate(CLONE_FOLDER) && !DirectoryExists(CLONE_FOLDER))
     {
         return;
     }

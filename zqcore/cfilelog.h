@@ -76,7 +76,7 @@ public:
 ZQ_API void FileOpenLogMode(std::uint32_t dwMode);
 
 /// Fires g_FileOpenCallbacker with a path and writes it to the open response logs of dwMode, as if it had been opened.
-/// Asserts that sName is not null. Does nothing while g_bCollectResource is false.
+/// Does nothing while g_bCollectResource is false. Otherwise asserts that sName is not null.
 ZQ_API void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode);
 
 /// Writes the files whose File_c::iReads is above 1, and this number, to the named log fileopen_calls.log, the largest
@@ -88,6 +88,7 @@ ZQ_API void FileDumpInfo();
 ZQ_API void FileLogLoadedMedia();
 
 /// Copies the files whose File_c::bOpened is set, under their keys, into the folder LoadedMedia of the current folder.
-/// Deletes the previous LoadedMedia first, without following links. If the new one can't be created, nothing is copied.
+/// Deletes the previous LoadedMedia first, without following links. What can't be deleted stays. If there is no folder
+/// and none can be created, nothing is copied.
 /// Files that can't be copied and keys that lead out of the folder are skipped without a message.
 ZQ_API void FileCloneLoadedMedia();
