@@ -75,11 +75,13 @@ TEST_F(FileMediaTest, FindsTheMediaRootByThreeSourcesInOrder)
         "Error: no MEDIA.ZQ file, no PQXMEDIA environment variable, no registry key.\nPlease check your installation.");
     WriteInstallDir("/not/there\\");
     EXPECT_EQ(GetPQXMediaPath(false), "/not/there") << "the registry's text, though it names nothing";
-    for (auto const & [nBytes, nShown] : Rows_t<std::size_t, std::size_t>{ { 256, 255 }, { 257, 0 } })
+    using Type_e = plat::RegistryType_e;
+    for (auto const & [nBytes, nShown, eType] : Rows_t<std::size_t, std::size_t, Type_e>{
+             { 256, 255, Type_e::Text }, { 257, 0, Type_e::Text }, { 100, 100, Type_e::Binary } })
     {
         std::string const sLong = "/" + std::string(nBytes - 1, 'n');
-        ASSERT_TRUE(plat::RegistryWrite(plat::RegistryTree_e::Machine, m_sKey.c_str(), "InstallDir",
-            plat::RegistryType_e::Text, sLong.c_str(), nBytes));
+        ASSERT_TRUE(plat::RegistryWrite(
+            plat::RegistryTree_e::Machine, m_sKey.c_str(), "InstallDir", eType, sLong.c_str(), nBytes));
         EXPECT_EQ(GetPQXMediaPath(false), sLong.substr(0, nShown).c_str()) << "cut, or too long to be read";
     }
     FileSetMediaTemplate("packs*.zq");

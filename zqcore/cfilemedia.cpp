@@ -71,7 +71,7 @@ namespace
     }
 
     // Returns the text of the registry value, cut at 255 bytes, even if it names no folder. Returns an empty text if
-    // there is no value, or if it is no text or has more than 256 bytes.
+    // there is no value, or if it has more than 256 bytes.
     String_T<256> RegistryPath()
     {
         char szText[String_T<256>::Capacity() + 1] = "";   // a value may lack its terminator
@@ -79,7 +79,7 @@ namespace
         plat::RegistryType_e eType;
         bool const bRead =
             plat::RegistryRead(plat::RegistryTree_e::Machine, RegistryKey(), "InstallDir", eType, szText, nSize);
-        return String_T<256>(bRead && eType == plat::RegistryType_e::Text ? szText : "");
+        return String_T<256>(bRead ? szText : "");
     }
 
     // Finds the media root and returns its source. If there is none, sPath becomes the text of the registry.
