@@ -465,6 +465,7 @@ TEST(Memory, ExhaustionEndsInAbort)
     {
         LogToStandardError();
         EXPECT_EXIT(g_pSeen = New(nBytes), g_EndedAtBreakpoint, "Can't allocate additional [0-9]+ bytes\n");
+        EXPECT_EXIT(std::exit(::operator new(nBytes, std::nothrow) ? 1 : 0), testing::ExitedWithCode(0), "");
         LogDone();
     }
 }

@@ -211,7 +211,11 @@ void MemoryThreadEnd()
 
 bool MemoryOnExhausted(std::size_t nBytes)
 {
-    Abort("Can't allocate additional %zu bytes", nBytes);
+    if (!t_MemoryStack.bMayFail)
+    {
+        Abort("Can't allocate additional %zu bytes", nBytes);
+    }
+    return false;
 }
 
 CategoryLockScope_c::CategoryLockScope_c()

@@ -25,7 +25,8 @@
 // Threads: any thread. One lock, g_CategoryLock, guards the counters. A thread's stack of categories is its own.
 // Cost: two lock cycles for an allocation, one for a release, and one consistency check for each. A block of alignment
 // 16 costs 99 bytes, or 75 with 32 bits. Selecting a category acquires no lock, except at a thread's first push.
-// Failure: an exhausted heap ends in Abort. Damaged and foreign blocks are reported (MemoryReportSet, cmemoryreport.h).
+// Failure: an exhausted heap ends in Abort, but a `new` with std::nothrow returns null. Damaged and foreign blocks are
+// reported (MemoryReportSet, cmemoryreport.h).
 //
 //     {
 //         MemCategoryScope_c const Category(mem::GameData);

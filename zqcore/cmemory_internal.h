@@ -59,6 +59,7 @@ struct MemoryStack_s
     MemoryFigures_s * pFigures = nullptr;    // of a shipped game's heap; null while the thread has none
     std::uint32_t iNumber = 0;               // of the stack, from 1 on; 0 without a stack
     bool bComplaining = false;               // whether a complaint of the allocator runs
+    bool bMayFail = false;                   // whether a `new` with std::nothrow runs
 };
 
 /// State of the calling thread.
@@ -183,8 +184,8 @@ MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined);
 /// plat::ThreadCallAtEnd.
 void MemoryThreadEnd();
 
-/// Ends in Abort, which names the bytes that could not be allocated.
-[[noreturn]] bool MemoryOnExhausted(std::size_t nBytes);
+/// Ends in Abort, which names the bytes that could not be allocated. Returns false in a `new` with std::nothrow.
+bool MemoryOnExhausted(std::size_t nBytes);
 
 /// Reports why an alignment is refused, sets errno to EINVAL and returns false.
 ZQ_COLD bool MemoryRefuseAlignment(char const * szReason);

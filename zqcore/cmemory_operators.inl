@@ -25,7 +25,7 @@ namespace
     };
 
     /// Allocates by the process's own operator, or by the heap if that operator passes this on, and returns the block.
-    /// Returns null if that fails while the heap is not tracked. Otherwise a failure ends in Abort.
+    /// On failure does what MemoryOnExhausted does if the heap is tracked, and returns null.
     template <typename... ALIGNMENT>
     ZQ_COLD void * NewForeign(
         plat::OperatorPair_T<ALIGNMENT...> const & Pair, std::size_t nBytes, ALIGNMENT... nAlignment)
@@ -97,6 +97,16 @@ namespace
         }
     }
 
+    /// Does what New does, but returns null if the heap is exhausted.
+    template <typename... ARGUMENTS>
+    void * NewOrNull(ARGUMENTS const &... Arguments)
+    {
+        t_MemoryStack.bMayFail = true;
+        void * const pBlock = New(Arguments...);
+        t_MemoryStack.bMayFail = false;
+        return pBlock;
+    }
+
     /// Returns the block, or throws if it is null: the language's contract, while the heap is not tracked.
     void * Require(void * pBlock)
     {
@@ -158,17 +168,17 @@ namespace CoreMemory
 ZQ_API void * operator new(std::size_t nBytes) { return Require(New(g_ForeignOperators.Plain, nBytes)); }
 ZQ_API void * operator new[](std::size_t nBytes) { return Require(New(g_ForeignOperators.Array, nBytes)); }
 ZQ_API void * operator new(std::size_t nBytes, std::nothrow_t const &) noexcept
-{ return New(g_ForeignOperators.Plain, nBytes); }
+{ return NewOrNull(g_ForeignOperators.Plain, nBytes); }
 ZQ_API void * operator new[](std::size_t nBytes, std::nothrow_t const &) noexcept
-{ return New(g_ForeignOperators.Array, nBytes); }
+{ return NewOrNull(g_ForeignOperators.Array, nBytes); }
 ZQ_API void * operator new(std::size_t nBytes, std::align_val_t nAlignment)
 { return Require(New(g_ForeignOperators.Aligned, nBytes, nAlignment)); }
 ZQ_API void * operator new[](std::size_t nBytes, std::align_val_t nAlignment)
 { return Require(New(g_ForeignOperators.AlignedArray, nBytes, nAlignment)); }
 ZQ_API void * operator new(std::size_t nBytes, std::align_val_t nAlignment, std::nothrow_t const &) noexcept
-{ return New(g_ForeignOperators.Aligned, nBytes, nAlignment); }
+{ return NewOrNull(g_ForeignOperators.Aligned, nBytes, nAlignment); }
 ZQ_API void * operator new[](std::size_t nBytes, std::align_val_t nAlignment, std::nothrow_t const &) noexcept
-{ return New(g_ForeignOperators.AlignedArray, nBytes, nAlignment); }
+{ return NewOrNull(g_ForeignOperators.AlignedArray, nBytes, nAlignment); }
 
 ZQ_API void operator delete(void * pBlock) noexcept { Delete<true>(g_ForeignOperators.Plain, pBlock); }
 ZQ_API void operator delete[](void * pBlock) noexcept { Delete<true>(g_ForeignOperators.Array, pBlock); }

@@ -315,7 +315,7 @@ namespace
         return pUser;
     }
 
-    // Ends in Abort if the heap is tracked. Otherwise returns null.
+    // Does what MemoryOnExhausted does if the heap is tracked, and returns null.
     void * ReportNoMemory(std::size_t nBytes)
     {
         if (g_MemoryInit)

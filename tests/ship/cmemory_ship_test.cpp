@@ -295,6 +295,7 @@ TEST(ShipDeathTest, ExhaustionEndsInAbort)
         EXPECT_EXIT(g_pLast = ::operator new(nBytes), g_EndedAtBreakpoint, "Can't allocate additional [0-9]+ bytes\n");
         EXPECT_EXIT(g_pLast = ::operator new (nBytes, std::align_val_t{ 64 }), g_EndedAtBreakpoint,
             "Can't allocate additional [0-9]+ bytes\n");
+        EXPECT_EXIT(std::exit(::operator new(nBytes, std::nothrow) ? 1 : 0), testing::ExitedWithCode(0), "");
         LogDone();
     }
 }
