@@ -172,6 +172,16 @@ TEST_F(FileSave, WhatTheSystemRefusesIsUnreadableAndAFailedSaveReplacesNothing)
         EXPECT_FALSE(Writer.Commit()) << "its name can't be synchronised";
     }
     EXPECT_EQ(Load(Save), 7);
+    {
+        FileSaveWriter_c Writer(Save);
+        BufferedWriteable_c Archive(Writer, 1);
+        int iValue = 8;
+        Archive.Serialize(iValue);
+        EXPECT_EQ(
+            FailedConditions([&] { EXPECT_FALSE(Archive.Close()); }), "Open was called before the archive was written");
+        EXPECT_FALSE(Writer.Commit());
+    }
+    EXPECT_EQ(Load(Save), 7);
     for (rlim_t nBytes : { 0, 15, 20, 30 })   // the archive has 16 bytes
     {
         FullDisk_c const Full(nBytes);

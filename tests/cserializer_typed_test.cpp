@@ -203,6 +203,11 @@ TEST(SerializerTyped, WhatHasNoSerializerOrAnotherClassIsRefused)
     EXPECT_THAT(FailedConditions([&] { EXPECT_EQ(SavedGraph(&Loner), ""); }),
         testing::StartsWith("a Serializer_T has this class and names this base"));
     Classes_s Classes;
+    struct Bare_c : Ball_c   // lacks its own GetSerializer
+    {
+    } Bare;
+    EXPECT_EQ(FailedConditions([&] { EXPECT_EQ(SavedGraph(static_cast<Shape_c *>(&Bare)), ""); }),
+        "the object's class overrides GetSerializer");
     Owner_s * pOwner = nullptr;
     std::string const sBall = SavedGraph(static_cast<Shape_c *>(&Graph.Ball));
     ArchiveResult_t const Result = LoadGraph(sBall, pOwner);
@@ -244,5 +249,13 @@ TEST(SerializerTyped, StaticObjectsAndPartsAreKnown)
     {
         using Serializer_c::dRegisteredStaticPointers;
     };
+    Owner_s Shed;   // of a newer program
+    Classes.Owners.RegisterStatic(Shed);
+    EXPECT_TRUE(Loaded(sBytes, 1, Pass));
+    EXPECT_EQ(StaticPointers_s::dRegisteredStaticPointers.GetLength(), 1) << "cut to the file's number";
+    Classes.Owners.RegisterStatic(House);
+    Classes.Owners.RegisterStatic(Shed);
+    EXPECT_EQ(StaticPointers_s::dRegisteredStaticPointers.GetLength(), 2);
+    EXPECT_EQ(StaticPointers_s::dRegisteredStaticPointers[1].pPointer, &Shed);
     StaticPointers_s::dRegisteredStaticPointers.Reset();   // House ends here
 }

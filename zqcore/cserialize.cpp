@@ -43,6 +43,7 @@ Serializeable_c::~Serializeable_c() = default;
 
 bool Serializeable_c::Open()
 {
+    m_bOpened = true;
     if (!m_bIsReading)
     {
         Serialize(m_dwVersion);

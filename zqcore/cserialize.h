@@ -285,6 +285,7 @@ protected:
 
     bool m_bIsReading;           // set by the constructor
     bool m_bFailed = false;      // permanent; a failure also empties the memory below
+    bool m_bOpened = false;      // whether Open was called
     std::uint32_t m_dwVersion;   // as GetVersion returns it
 
     /// Memory from which or to which small values are copied without a virtual call: the rest of a reader's bytes, the
@@ -400,6 +401,8 @@ public:
     /// - the replacement has failed or is committed.
     /// - the replacement holds bytes.
     /// - the replacement has another archive.
+    ///
+    /// Close asserts that Open was called, and fails the archive otherwise.
     BufferedWriteable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion);
     ~BufferedWriteable_c() override;
 

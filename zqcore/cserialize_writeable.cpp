@@ -49,6 +49,8 @@ bool Writeable_c::Close()
         bWhole = !m_bSkipped || plat::FileSetSize(m_hFile, m_nPosition);
         if (m_pReplacement)
         {
+            ZQ_ASSERT_TEXT(m_bOpened || m_nPosition == 0, "Open was called before the archive was written");
+            bWhole = bWhole && m_bOpened;
             m_pReplacement->EndArchive(bWhole && !m_bFailed);
         }
         else

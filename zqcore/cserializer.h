@@ -13,10 +13,11 @@
 // in use are touched. A level of the graph needs some 200 bytes of stack in a save and 350 in a load, besides the
 // body's own. The graph may be as deep as it is large: when less than BODY_STACK bytes of stack are left, a body runs
 // on a fresh stack. Requires that a body itself needs at most BODY_STACK.
-// Failure: a damaged file asserts and fails the archive, or ends in Abort. In a check (cserializecheck.h) it only fails
-// the archive. If the system has no fresh stack, a line is logged and the archive fails. A pointer that could not be
-// loaded is null, unless the body of its object had begun. Then it is the object that the body made, so the caller can
-// free it. On a failed archive a save stores nothing, and a load sets pointers to null.
+// Failure: a graph of more than HASH_SIZE addresses, 1,048,576, ends in Abort. A damaged file asserts and fails the
+// archive, or ends in Abort. In a check (cserializecheck.h) it only fails the archive. If the system has no fresh
+// stack, a line is logged and the archive fails. A pointer that could not be loaded is null, unless the body of its
+// object had begun. Then it is the object that the body made, so the caller can free it. On a failed archive a save
+// stores nothing, and a load sets pointers to null.
 //
 //     class Item_c
 //     {
@@ -132,8 +133,9 @@ public:
 
     /// Begins a pass. With bStaticPointers, also stores the static objects, or binds the i-th one of the file to the
     /// i-th registered one and loads it. Requires the same flag in save and load. If the file has another number of
-    /// static objects, logs a line, and cuts the list or fills it with nulls to the file's number. A check
-    /// (cserializecheck.h) does neither.
+    /// static objects, logs a line, and cuts the list or fills it with nulls to the file's number, for later passes
+    /// too. After the load of a file that may have fewer, register all static objects again, in the same order: those
+    /// that the list still has are not added twice. A check (cserializecheck.h) changes nothing.
     static void StartSerialize(Serializeable_c & archive, bool bStaticPointers);
 
     /// Frees every slot. Costs nothing if all are free.
@@ -151,7 +153,8 @@ public:
 
     /// Stores or loads a pointer to an object of a class that has a Serializer_T, or null. Serialize of the archive
     /// calls it. A load makes an object of the class that was stored.
-    /// - Writing: asserts that the Serializer_T of the object's class names T, and fails the archive otherwise.
+    /// - Writing: asserts that the object's class has a Serializer_T of its own, which names T. Otherwise fails the
+    ///   archive.
     /// - Reading: a class whose Serializer_T does not name T asserts and fails the archive. An address that was
     ///   registered without a class is not checked, and is returned as it was registered.
     template <typename T>

@@ -65,7 +65,12 @@ void Serializer_T<T, BASES...>::SerializeObject(Serializeable_c & archive, void 
 #ifdef __cpp_rtti
     if constexpr (std::is_polymorphic_v<T>)
     {
-        ZQ_ASSERT_TEXT(typeid(Object) == typeid(T), "the object's class overrides GetSerializer");
+        bool const bOwn = typeid(Object) == typeid(T);
+        ZQ_ASSERT_TEXT(bOwn, "the object's class overrides GetSerializer");
+        if (!bOwn)
+        {
+            return archive.Fail();
+        }
     }
 #endif
     RegisterOwnPointer(archive, pObject);   // its fields may lead back to it
