@@ -2,8 +2,8 @@
 //
 // BitVec_c, BitMap_c and BitMap3D_c share one layout. A row is a whole number of bytes: widths are rounded up to a
 // multiple of 8, and the additional bits are ordinary bits. Bit iX of a row is in byte iX >> 3 with the mask 0x80 >>
-// (iX & 7), so bit 0 is the highest bit of the first byte. Text, archives, Scan0 and Scan1 use that order. X runs
-// fastest, then Y, then Z. New storage is zeroed. Growing keeps every bit at its coordinates.
+// (iX & 7), so bit 0 is the highest bit of the first byte. Texts, Scan0, Scan1 and a BitVec_c in an archive use that
+// order. X runs fastest, then Y, then Z. New storage is zeroed. Growing keeps every bit at its coordinates.
 //
 // Ownership: each object owns its storage.
 // Threads: no lock; one thread at a time for each object.
