@@ -222,6 +222,7 @@ TEST_F(FileTrack, IgnoresTypesAndLosesABatchThatIsTooLarge)
         }
         m_Folder.Write(std::string(nLast, 'z'), "x");   // up to 4094, or over it
         EXPECT_EQ(Reported(), bFits ? "a.txt" : "") << nLast;
+        EXPECT_EQ(FileTrackGetProblem().StrPos("were lost: they need more than 4094 bytes") >= 0, !bFits);
     }
     Make({ { "a.txt", "x" } });
     EXPECT_EQ(Reported(), "a.txt") << "the next batch";

@@ -152,6 +152,21 @@ namespace
         unsigned const m_iRun = g_iTrackRun;
     };
 
+    // Stores and logs what is not watched.
+    template <typename... ARGS>
+    void SetProblem(char const * szFormat, ARGS... Args)
+    {
+        std::snprintf(g_sTrackProblem.GetBuffer(), g_sTrackProblem.Capacity(), szFormat, Args...);
+        LogEscaped("FileTrackChanges - %s", static_cast<char const *>(g_sTrackProblem));
+    }
+
+    // Reports that changes were lost: they did not fit the buffer, or the system had no room for them.
+    ZQ_COLD void ReportLost()
+    {
+        SetProblem("changes below \"%s\" were lost: they need more than %zu bytes",
+            static_cast<char const *>(g_sTrackPath), READ_BYTES);
+    }
+
     // Reports the files that a batch lists as modified, until a receiver ends the watch.
     ZQ_COLD void WalkBatch()
     {
@@ -164,6 +179,10 @@ namespace
             if (Record.iAction == plat::FOLDER_CHANGE_MODIFIED)
             {
                 ReportChange(ChangedFile_c(pRecord + sizeof Record, Record.nNameBytes));
+            }
+            else if (Record.iAction == 0)   // the buffer is as IssueRead left it
+            {
+                ReportLost();
             }
             pRecord += Record.nNext;
         }
@@ -181,14 +200,6 @@ namespace
         String_T<256> sReason;
         plat::FolderWatchReason(sReason.GetBuffer(), static_cast<std::size_t>(sReason.Capacity()));
         return sReason;
-    }
-
-    // Stores and logs what is not watched.
-    template <typename... ARGS>
-    void SetProblem(char const * szFormat, ARGS... Args)
-    {
-        std::snprintf(g_sTrackProblem.GetBuffer(), g_sTrackProblem.Capacity(), szFormat, Args...);
-        LogEscaped("FileTrackChanges - %s", static_cast<char const *>(g_sTrackProblem));
     }
 
     ZQ_COLD void ReportUnwatched(std::size_t nFolders)

@@ -19,8 +19,9 @@
 // - Folders that appear, move or vanish are followed. Links to folders are followed if they exist when the watch of
 //   their folder starts. Links to files are not followed.
 // - When the watched folder is deleted or renamed, no more changes are reported. FileTrackGetProblem says so.
-// - All changes between two calls are lost if they need more than 4094 bytes: 12 each, and two for each UTF-16 unit of
-//   the path below the watched folder, each but the last rounded up to a multiple of 4. 100 paths of 14 characters fit.
+// - All changes between two calls are lost, with a log line, if they need more than 4094 bytes: 12 each, and two for
+//   each UTF-16 unit of the path below the watched folder, each but the last rounded up to a multiple of 4. 100 paths of
+//   14 characters fit.
 // - Characters above U+00FF are dropped from paths. So changes of files whose paths hold such characters are lost. A
 //   line is logged if only the names of folders hold them and the file is known.
 //
@@ -28,7 +29,7 @@
 // Threads: main thread. The watch has no thread of its own. A forked child reports only changes after its first call.
 // Its parent reports the earlier ones.
 // Cost: a call without changes is one system call that does not wait.
-// Failure: log lines. FileTrackGetProblem returns what is not watched.
+// Failure: log lines. FileTrackGetProblem returns the latest one.
 //
 //     auto const OnChange = [](char const * szName) { FileStream(szName)->Refresh(); };
 //     g_FileTrackChangesCallbacker.Add(OnChange, false);
@@ -50,10 +51,11 @@ ZQ_API void FileTrackChanges(char const * sPath);
 /// Returns whether a watch is on: the latest FileTrackChanges succeeded, and FileTrackShutdown was not called after it.
 ZQ_API bool FileTrackIsOn();
 
-/// Returns what is not watched: the folder of FileTrackChanges or subfolders that appeared later, and why. Names the
-/// system's setting to raise if that helps. Also reports that the watch has ended, after the next FileTrackDoWork: the
-/// folder was moved or deleted, or the system refused to watch it again. The text is empty in these cases:
-/// - no readable folder was left unwatched since FileTrackChanges.
+/// Returns the latest problem of the watch: the folder of FileTrackChanges or subfolders that appeared later are not
+/// watched, and why, or changes were lost. Names the system's setting to raise if that helps. Also reports that the
+/// watch has ended, after the next FileTrackDoWork: the folder was moved or deleted, or the system refused to watch it
+/// again. The text is empty in these cases:
+/// - no readable folder was left unwatched, and no change was lost, since FileTrackChanges.
 /// - FileTrackChanges was not called yet, or FileTrackShutdown was called after it.
 ZQ_API String_T<1024> FileTrackGetProblem();
 
