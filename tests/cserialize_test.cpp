@@ -333,6 +333,7 @@ TEST(Serialize, AWriterReportsCallsThatDoNotFitItsState)
         "m_bIsReading & m_dwCurrentChunk != NO_CHUNK && m_dwChunkLabel == GetCrc32Polynomial(sName, strlen(sName))"
         " & m_hFile");
     EXPECT_EACH(Archive.IsFailed(), Archive.Close());
+    EXPECT_EQ(FailedConditions([] { EXPECT_FALSE(Writeable_c(nullptr, VERSION).Open()); }), "sTxt");
 }
 
 TEST(Serialize, AWriterHoldsItsFileAndAllocatesNothing)

@@ -235,5 +235,5 @@ int Registry_c::WriteString(char const * sName, char const * sText)
 
 int Registry_c::WriteData(char const * sName, void const * pData, std::uint32_t dwSize)
 {
-    return Write(sName, RegistryType_e::Binary, pData, dwSize);
+    return pData || dwSize == 0 ? Write(sName, RegistryType_e::Binary, pData, dwSize) : 0;
 }

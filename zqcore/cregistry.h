@@ -169,7 +169,7 @@ public:
     int ReadData(char const * sName, void * pData, std::uint32_t dwSize);
 
     /// Store a value, replacing one of any type, and return 1. A float has no type. dwSize is in bytes.
-    /// WriteString returns 0 if sText is null.
+    /// WriteString returns 0 if sText is null, and WriteData if pData is null and dwSize is above 0.
     int WriteValue(char const * sName, int iValue);
     int WriteValue(char const * sName, float fValue);
     int WriteValue(char const * sName, std::uint32_t nValue) { return WriteValue(sName, static_cast<int>(nValue)); }

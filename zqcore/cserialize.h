@@ -346,7 +346,7 @@ class ZQ_API Writeable_c : public ChunkWriteable_c
 public:
     /// Creates the folders of the path and the file, or empties an existing file. Others may read the file meanwhile. A
     /// second writer of it fails, unless the file system has no locks. On failure Open returns false, and
-    /// FileOpenTracker (cfilelog.h) complains unless it excepts the name.
+    /// FileOpenTracker (cfilelog.h) complains unless it excepts the name. A null sFileName asserts and fails Open.
     Writeable_c(char const * sFileName, std::uint32_t dwVersion);
     ~Writeable_c() override;
 
@@ -374,10 +374,10 @@ protected:
     std::uint32_t GetStored() const override { return m_nPosition; }
     bool WriteLength(std::uint32_t nLength) override;
 
-    plat::File_t m_hFile;            // null if it could not be opened, and after Close
-    String_T<256> m_sFileName;       // its path, cut at 255 characters
-    std::uint32_t m_nPosition = 0;   // bytes written and skipped
-    bool m_bSkipped = false;         // whether the file may be shorter than the position
+    plat::File_t m_hFile = nullptr;   // null if it could not be opened, and after Close
+    String_T<256> m_sFileName;        // its path, cut at 255 characters
+    std::uint32_t m_nPosition = 0;    // bytes written and skipped
+    bool m_bSkipped = false;          // whether the file may be shorter than the position
 
 private:
     bool PutZeros(std::size_t nBytes);

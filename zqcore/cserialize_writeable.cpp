@@ -13,9 +13,12 @@ Writeable_c::Writeable_c(char const * sFileName, std::uint32_t dwVersion)
     : ChunkWriteable_c(dwVersion)
     , m_sFileName(sFileName)
 {
-    plat::FoldersCreate(sFileName);
-    m_hFile = plat::FileCreate(sFileName);
-    FileOpenTracker(m_hFile, sFileName);
+    if (sFileName)
+    {
+        plat::FoldersCreate(sFileName);
+        m_hFile = plat::FileCreate(sFileName);
+        FileOpenTracker(m_hFile, sFileName);
+    }
 }
 
 Writeable_c::Writeable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion)
