@@ -14,8 +14,8 @@
 // thread that reads, the worker of cfileasync.h included. If the whole file is read, they fire inside the file's lock.
 // One thread at a time runs receivers of these lists and of complaints (cdebug.h). A receiver may log, store data and
 // complain. Requires that it opens no file that another thread may be opening.
-// Cost: a lookup is one probe of a hash table, without the disk. The first FileOpen allocates a block of the file's
-// size and reads the file at once.
+// Cost: a lookup searches a hash table by the bare name, and a second time by the whole name if that is unknown. It does
+// not read the disk. The first FileOpen allocates a block of the file's size and reads the file at once.
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line. Its iLength is the low 32 bits of its
 // size. Unknown names are not logged. FileGetWhyNot and File_c::GetWhyNot return the reason of a failure. After
 // SetTextErrorLog(true) (ctexterror.h) each failed open or Load, but no failed OpenStored, is also logged as "%s: %s"
@@ -240,8 +240,8 @@ private:
 };
 
 /// A stream on one file. FileOpenStored makes it, and CloseStored destroys it. One thread at a time may use it.
-/// SeekStored, TellStored, ReadStored and IsEof assert that the stream is open. Each of them is a system call, so read
-/// in blocks of some kilobytes.
+/// SeekStored, TellStored, ReadStored and IsEof assert that the stream is open. Each makes at least one system call, so
+/// read in blocks of some kilobytes.
 class ZQ_API FileStored_c
 {
 public:
