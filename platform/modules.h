@@ -19,7 +19,7 @@ namespace plat
     };
 
     /// Finds the module and the section of an address. Both ends of a section belong to it, but only the start of one
-    /// with thread-local data. Returns false if it finds no section that holds the address. Then szPath and nOffset have
-    /// what is known, or are empty and 0.
+    /// with thread-local data. Returns false if it finds no section that holds the address. Then szPath and nOffset
+    /// have what is known, or are empty and 0.
     bool ModuleFind(std::uintptr_t Address, ModulePlace_t * pPlace);
 }

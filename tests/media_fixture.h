@@ -50,7 +50,8 @@ protected:
         }
     }
 
-    /// Writes and registers a file. Replaces one of that name, and expects that the replaced one is closed.
+    /// Writes and registers a file, and clears m_Log. Replaces one of that name, and expects that the replaced one is
+    /// closed.
     void Serve(std::string const & sName, std::string const & sText)
     {
         if (File_c * const pPrevious = FileStream(sName.c_str()))

@@ -71,8 +71,8 @@ namespace
         return dwProduct;
     }
 
-    // Returns a table of factors. Entry i moves a CRC over 2 to the power of i bytes (A. Kadatch, B. Jenkins, Everything
-    // we know about CRC but afraid to forget, 2010).
+    // Returns a table of factors. Entry i moves a CRC over 2 to the power of i bytes (A. Kadatch, B. Jenkins,
+    // Everything we know about CRC but afraid to forget, 2010).
     constexpr std::array<std::uint32_t, 64> MakeCrc32Moves()
     {
         constexpr std::uint32_t OVER_ONE_BYTE = 0x00800000;   // x^8

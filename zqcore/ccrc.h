@@ -38,8 +38,8 @@ extern ZQ_API std::array<std::uint16_t, 256> const g_dCrc16Tab;
 /// pData.
 ZQ_API std::uint32_t GetCrc32Polynomial(char const * pData, int nLength);
 
-/// Return the CRC-32 of a run of any length. For a run in pieces dwFirst is the result for the previous pieces. The call
-/// then returns the CRC-32 of all pieces so far.
+/// Return the CRC-32 of a run of any length. For a run in pieces dwFirst is the result for the previous pieces. The
+/// call then returns the CRC-32 of all pieces so far.
 ZQ_API std::uint32_t Crc32(void const * pBytes, std::size_t nBytes, std::uint32_t dwFirst);
 inline std::uint32_t Crc32(std::span<std::byte const> dBytes, std::uint32_t dwFirst = 0)
 {

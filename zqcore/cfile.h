@@ -14,8 +14,8 @@
 // thread that reads, the worker of cfileasync.h included. If the whole file is read, they fire inside the file's lock.
 // One thread at a time runs receivers of these lists and of complaints (cdebug.h). A receiver may log, store data and
 // complain. Requires that it opens no file that another thread may be opening.
-// Cost: a lookup searches a hash table by the bare name, and a second time by the whole name if that is unknown. It does
-// not read the disk. The first FileOpen allocates a block of the file's size and reads the file at once.
+// Cost: a lookup searches a hash table by the bare name, and a second time by the whole name if that is unknown. It
+// does not read the disk. The first FileOpen allocates a block of the file's size and reads the file at once.
 // Failure: null or false. Opening a file of 2 GiB or more fails with a log line. Its iLength is the low 32 bits of its
 // size. Unknown names are not logged. FileGetWhyNot and File_c::GetWhyNot return the reason of a failure. After
 // SetTextErrorLog(true) (ctexterror.h) each failed open or Load, but no failed OpenStored, is also logged as "%s: %s"
@@ -108,13 +108,13 @@ public:
     /// Returns the number of references to the block. Any thread may call it.
     int GetOpensCount() const { return m_iOpensCount.load(std::memory_order_relaxed); }
 
-    /// Returns the number of blocks that Open has read, modulo 2^32. A Refresh may place the new block where the old one
-    /// was, but changes this number. Any thread may call it.
+    /// Returns the number of blocks that Open has read, modulo 2^32. A Refresh may place the new block where the old
+    /// one was, but changes this number. Any thread may call it.
     std::uint32_t GetBlockCount() const { return m_nBlocks.load(std::memory_order_relaxed); }
 
-    /// Counts a block, and adds the file to the list of stayers (cfileasync.h) if its extension is registered there. The
-    /// list holds a reference, so the block stays. Open calls it after it has read the own block. Any thread may call
-    /// it.
+    /// Counts a block, and adds the file to the list of stayers (cfileasync.h) if its extension is registered there.
+    /// The list holds a reference, so the block stays. Open calls it after it has read the own block. Any thread may
+    /// call it.
     void StayerDoWork();
 
     unsigned char * pData = nullptr;         // contents while resident, without a terminator; owned

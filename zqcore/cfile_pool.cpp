@@ -34,7 +34,7 @@ namespace
     }
 
     // Allocates storage for an object and returns it. Also prefetches the cache lines that the construction of a later
-    // one will write, before and after the text sRequestedName: objects are mostly allocated in a row.
+    // one writes, before and after the text sRequestedName: objects are mostly allocated in a row.
     void * AllocateObject()
     {
         constexpr std::size_t BYTES_AFTER = sizeof(plat::Lock_c) + ZQ_CACHE_LINE;

@@ -20,8 +20,8 @@
 //   their folder starts. Links to files are not followed.
 // - When the watched folder is deleted or renamed, no more changes are reported. FileTrackGetProblem says so.
 // - All changes between two calls are lost, with a log line, if they need more than 4094 bytes: 12 each, and two for
-//   each UTF-16 unit of the path below the watched folder, each but the last rounded up to a multiple of 4. 100 paths of
-//   14 characters fit.
+//   each UTF-16 unit of the path below the watched folder, each but the last rounded up to a multiple of 4. 100 paths
+//   of 14 characters fit.
 // - Characters above U+00FF are dropped from paths. So changes of files whose paths hold such characters are lost. A
 //   line is logged if only the names of folders hold them and the file is known.
 //

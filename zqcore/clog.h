@@ -63,8 +63,8 @@ ZQ_API void LogDone();
 /// - Lines that LogfArg (clogf.h) writes to the main log are not counted until the file's size is read again.
 ZQ_API void LogSetLimit(std::uint64_t nBytes, int nPrevious);
 
-/// Adds a listener, which is called before the others and on the thread that logs. It stays until LogDone. Requires that
-/// it is not null, and that it neither logs nor complains, because each of its lines would call it again.
+/// Adds a listener, which is called before the others and on the thread that logs. It stays until LogDone. Requires
+/// that it is not null, and that it neither logs nor complains, because each of its lines would call it again.
 ZQ_API void LogAddCallback(void (*fnListener)(char const * szText));
 
 /// Format a line and pass it to each listener. Control characters other than tabs and line ends, and bytes that are not

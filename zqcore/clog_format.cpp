@@ -144,8 +144,8 @@ namespace
             m_pOut += std::min(static_cast<std::size_t>(std::max(nText, 0)), nRoom);
         }
 
-        // Returns the blanks before a wide text of at most nMost bytes that is padded to nWidth, at most nRoom. The whole
-        // text counts, also what has no room.
+        // Returns the blanks before a wide text of at most nMost bytes that is padded to nWidth, at most nRoom. The
+        // whole text counts, also what has no room.
         static std::size_t BlanksBefore(
             wchar_t const * wszText, std::size_t nMost, std::size_t nWidth, std::size_t nRoom)
         {

@@ -60,8 +60,8 @@ public:
     /// every registered module, in ascending GetInitOrder, also on those of an earlier call. A module whose
     /// Initialize lasts longer than 0.1 s raises a Warning. Returns false in two cases, and then calls no Initialize2:
     /// - a module fails. The call raises a Warning and ends at once.
-    /// - a module's prerequisites can't be initialised, or its Initialize returns true without Module_c::Initialize. The
-    ///   call tries the latter a few times, and then raises an Achtung for each such module.
+    /// - a module's prerequisites can't be initialised, or its Initialize returns true without Module_c::Initialize.
+    ///   The call tries the latter a few times, and then raises an Achtung for each such module.
     static bool InitializeAllModules();
 
     /// Shuts down every registered module, in descending GetInitOrder, and empties the registry. Those registered after

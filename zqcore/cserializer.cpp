@@ -31,8 +31,8 @@ namespace
     constexpr std::size_t FRESH_STACK = 8 * 1024 * 1024;   // bytes
     constexpr int PROBE_STEP = 0xCD;                       // odd, so that every slot is visited
 
-    // Latest results of searches of the list: of the last name, and by hash of the name and by number of the class. Each
-    // is null or in the list.
+    // Latest results of searches of the list: of the last name, and by hash of the name and by number of the class.
+    // Each is null or in the list.
     struct Found_s
     {
         Serializer_c * pLast;

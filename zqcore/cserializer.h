@@ -191,8 +191,8 @@ protected:
     /// loads the same record as RegisterPointer, and notes the class, which ReadOwnPointer and SerializePointer check.
     void RegisterOwnPointer(Serializeable_c & archive, void const * pPointer);
 
-    /// Stores a pointer to an object of this serializer's class, or null. If the pass has seen the address under another
-    /// class, as that of an object whose first member is the object, ReadOwnPointer refuses the stored pointer.
+    /// Stores a pointer to an object of this serializer's class, or null. If the pass has seen the address under
+    /// another class, as that of an object whose first member is the object, ReadOwnPointer refuses the stored pointer.
     void WritePointer(Serializeable_c & archive, void *& pObject);
 
     /// Loads a pointer to an object of the class that the file names, or null. Asserts and fails the archive in these

@@ -1,4 +1,4 @@
-// cwidepath_internal.h: paths in wide characters, as an application passes them.
+// cwidepath_internal.h: paths in wide characters, as a host passes them.
 #pragma once
 
 #include <cstddef>

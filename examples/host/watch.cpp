@@ -25,7 +25,7 @@ namespace
     volatile std::sig_atomic_t g_bOver = 0;
     volatile std::sig_atomic_t g_bHungUp = 0;
 
-    // Ends the watch. A second signal ends the process.
+    // Asks the host to end. A second signal ends the process at once.
     void OnSignal(int)
     {
         std::signal(SIGINT, SIG_DFL);

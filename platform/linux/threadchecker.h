@@ -19,8 +19,8 @@ namespace plat
         return __tsan_init != nullptr;
     }
 
-    /// Report to the checker that the calling thread has seen what others did before they released an object, and that it
-    /// releases the object. Do nothing without the checker.
+    /// Report to the checker that the calling thread has seen what others did before they released an object, and that
+    /// it releases the object. Do nothing without the checker.
     inline void ThreadCheckerAcquire(void * pObject)
     {
         if (HasThreadChecker()) [[unlikely]]

@@ -67,7 +67,8 @@ namespace zqsymbols
 
         /// Returns the text that starts at a value, in quotes: nUnits units of nWidth bytes, at most 200, or 201 with a
         /// pair at the end. It ends before a unit that is not readable, and if bZero before a zero. If there
-        /// are more units and these hold no end, "..." follows. Returns "(unreadable)" if the first unit is not readable.
+        /// are more units and these hold no end, "..." follows. Returns "(unreadable)" if the first unit is not
+        /// readable.
         std::string Text(Value_t const & Where, std::uint64_t nUnits, std::uint64_t nWidth, bool bZero);
 
         /// Returns the value that a pointer or a reference leads to, with its address. Returns the first element of an

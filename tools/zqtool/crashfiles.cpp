@@ -177,8 +177,8 @@ namespace
             return (fs::path(NormalOf(nFolder == 0 ? "." : sStem.substr(0, nFolder))) / sStem.substr(nFolder)).string();
         }
 
-        // Adds the files of a stem in its normal form. If an earlier argument had files of that stem, adds to them those
-        // that they lack.
+        // Adds the files of a stem in its normal form. If an earlier argument had files of that stem, adds to them
+        // those that they lack.
         void AddFiles(std::string const & sStem, CrashFiles_t const & Files)
         {
             auto const [itStem, bNew] = m_dStems.try_emplace(sStem, m_dFound.size());

@@ -2,6 +2,8 @@
 
 #include "tools/zqtool/text.h"
 
+#include "platform/bytes.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
@@ -18,31 +20,18 @@ namespace
     constexpr std::size_t N_LAST = 2488, N_AT_MAX = 2492, MAX_SLOT = 2496;
     static_assert(SLOTS + STATS_FRAMES * SLOT_SIZE == AVERAGE);
 
-    // Returns a number of nBytes bytes, the lowest byte first.
-    std::uint64_t Number(char const * pBytes, int nBytes)
-    {
-        std::uint64_t nNumber = 0;
-        for (int i = nBytes; i-- > 0;)
-        {
-            nNumber = nNumber << 8 | static_cast<unsigned char>(pBytes[i]);
-        }
-        return nNumber;
-    }
-
-    std::uint32_t Word(char const * pBytes)
-    {
-        return static_cast<std::uint32_t>(Number(pBytes, 4));
-    }
+    using plat::WordFromLittle;
 
     std::int64_t Ticks(char const * pBytes)
     {
-        return static_cast<std::int64_t>(Number(pBytes, 8));
+        return static_cast<std::int64_t>(WordFromLittle(pBytes) | std::uint64_t{ WordFromLittle(pBytes + 4) } << 32);
     }
 
     StatsFigures_t ReadFigures(char const * pRecord)
     {
         return { Ticks(pRecord + AVERAGE), Ticks(pRecord + MAX), Ticks(pRecord + LAST), Ticks(pRecord + MAX_EVER),
-            Word(pRecord + N_LAST), Word(pRecord + N_AT_MAX), static_cast<std::int32_t>(Word(pRecord + MAX_SLOT)) };
+            WordFromLittle(pRecord + N_LAST), WordFromLittle(pRecord + N_AT_MAX),
+            static_cast<std::int32_t>(WordFromLittle(pRecord + MAX_SLOT)) };
     }
 
     // Reader of a stats file from its start.
@@ -57,8 +46,8 @@ namespace
         // Reads the header. Returns false if it is incomplete or not that of a stats file.
         bool ReadHeader();
 
-        // Reads the next batch. Sets bWhole to whether the file holds all of it. Returns false at the end of the file,
-        // or at a fault that ends the reading.
+        // Reads the next batch and returns true. bWhole is then whether the file holds all of it. Returns false at the
+        // end of the file, or at a fault that ends the reading.
         bool ReadBatch(StatsBatch_t & Batch, bool & bWhole);
 
         // Returns whether no fault was found.
@@ -126,13 +115,13 @@ namespace
             Complain(nRead, "the file ends within its header of " + std::to_string(HEADER_SIZE) + " bytes");
             return false;
         }
-        if (std::uint32_t const nSize = Word(m_dBytes.data()); nSize != RECORD_SIZE)
+        if (std::uint32_t const nSize = WordFromLittle(m_dBytes.data()); nSize != RECORD_SIZE)
         {
             Complain(0, "not a stats file: records of " + std::to_string(nSize) + " bytes in place of "
                             + std::to_string(RECORD_SIZE));
             return false;
         }
-        m_nAddress = Word(m_dBytes.data() + 4);
+        m_nAddress = WordFromLittle(m_dBytes.data() + 4);
         return true;
     }
 
@@ -145,11 +134,11 @@ namespace
             Complain(OffsetOf(iRecord, NAME), "the name of " + NameOf(iRecord) + " has no end");
         }
         Timer.sName = Printable({ pName, static_cast<std::size_t>(pEnd - pName) });
-        Timer.iTimer = Word(BytesOf(iRecord, TIMER));
+        Timer.iTimer = WordFromLittle(BytesOf(iRecord, TIMER));
         for (std::size_t i = 0; i < STATS_FRAMES; ++i)
         {
             char const * const pSlot = BytesOf(iRecord, SLOTS + i * SLOT_SIZE);
-            Timer.dSlots[i] = { Ticks(pSlot), Word(pSlot + 8) };
+            Timer.dSlots[i] = { Ticks(pSlot), WordFromLittle(pSlot + 8) };
         }
         Timer.Figures = ReadFigures(BytesOf(iRecord, 0));
         if (std::int32_t const iSlot = Timer.Figures.iMaxSlot; iSlot < -1 || iSlot >= static_cast<int>(STATS_FRAMES))
@@ -165,7 +154,7 @@ namespace
     // index.
     int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t nField, std::size_t nRecords)
     {
-        std::uint32_t const nLink = Word(BytesOf(iRecord, nField));
+        std::uint32_t const nLink = WordFromLittle(BytesOf(iRecord, nField));
         if (nLink == 0)
         {
             return -1;
@@ -227,7 +216,7 @@ namespace
             }
             return false;
         }
-        std::uint32_t const nRecords = Word(m_dBytes.data());
+        std::uint32_t const nRecords = WordFromLittle(m_dBytes.data());
         if (nRecords == 0 || nRecords > STATS_MAX_TIMERS)
         {
             Complain(nStart, "batch " + std::to_string(m_iBatch) + " has " + std::to_string(nRecords)
@@ -317,7 +306,7 @@ bool StatsTail_c::State_s::HoldsBatch(std::uint64_t nSize)
     {
         return false;
     }
-    std::uint64_t const nRecords = Word(sCount.data());
+    std::uint64_t const nRecords = WordFromLittle(sCount.data());
     return nRecords > STATS_MAX_TIMERS || nOffset + COUNT_SIZE + nRecords * RECORD_SIZE <= nSize;
 }
 
