@@ -1,4 +1,5 @@
-// A program that exchanges views, spans and texts with the library, and has its containers. It is built with another standard library.
+// A program that exchanges views, spans and texts with the library, and has its containers.
+// It is built with another standard library.
 #include "zqcore/zqcore.h"
 
 #include <algorithm>

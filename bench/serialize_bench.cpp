@@ -453,21 +453,21 @@ namespace
     };
 
     template <std::size_t CLASS>
-    struct ClassPart_s final : Part_s
+    struct ClassPart_T final : Part_s
     {
-        static Serializer_T<ClassPart_s, Part_s> s_Serializer;
+        static Serializer_T<ClassPart_T, Part_s> s_Serializer;
 
         Serializer_c & GetSerializer() const override { return s_Serializer; }
         void Serialize(Serializeable_c & Archive) { Archive.Serialize(iValue); }
     };
     template <std::size_t CLASS>
-    Serializer_T<ClassPart_s<CLASS>, Part_s> ClassPart_s<CLASS>::s_Serializer(NewString("Part%zu", CLASS).CStr());
+    Serializer_T<ClassPart_T<CLASS>, Part_s> ClassPart_T<CLASS>::s_Serializer(NewString("Part%zu", CLASS).CStr());
 
     template <std::size_t... CLASSES>
     std::unique_ptr<Part_s> MakePart(std::size_t iClass, std::index_sequence<CLASSES...>)
     {
         using Maker_t = std::unique_ptr<Part_s> (*)();
-        static constexpr Maker_t MAKERS[] = { [] { return std::unique_ptr<Part_s>(new ClassPart_s<CLASSES>); }... };
+        static constexpr Maker_t MAKERS[] = { [] { return std::unique_ptr<Part_s>(new ClassPart_T<CLASSES>); }... };
         return MAKERS[iClass]();
     }
 

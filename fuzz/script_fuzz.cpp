@@ -18,7 +18,7 @@ namespace
     struct Reader_s
     {
         Script_c Script;
-        std::string sLast = "a";   // the last token
+        std::string sLast = "a";   // at the start a token to search for
 
         auto Place() { return std::tie(Script.m_bInToken, Script.m_iLines, Script.m_iBytesRead, Script.m_bEndOfFile); }
 
@@ -35,7 +35,8 @@ namespace
         }
 
         // Reads the next token that is no comment into sLast, byte by byte. Then moves back by one byte: the one that
-        // ends the token, or at the end of the text the token's last one.
+        // ends the token, or at the end of the text the token's last one. Without such a token, empties sLast and stays
+        // at the end of the text.
         void ReadPlainToken(bool bPunctuation)
         {
             std::string sToken;

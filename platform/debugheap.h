@@ -93,8 +93,8 @@ namespace plat
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block);
 
     /// Copies the name of a block's source file, cut to nSize - 1 bytes. Writes "unknown" if szFile is null, and
-    /// "unloaded module" if the memory of the name is gone or holds no text of printable characters. Costs a system
-    /// call. Requires that nSize is not 0.
+    /// "unloaded module" if the memory of the name is gone or holds no text of printable characters. Usually makes
+    /// two system calls. Requires that nSize is not 0.
     void HeapFileName(HeapBlock_t const & Block, char * szBuffer, std::size_t nSize);
 
     /// Calls fnVisit for each live block, newest first. Requires that the heap does not change meanwhile.

@@ -42,9 +42,9 @@ namespace plat
     /// Reach of a host's dialog.
     enum class DialogModality_e
     {
-        Plain,   // blocks its own thread only
-        Task,    // blocks the windows of the task
-        System   // blocks everything on the screen
+        Plain,        // blocks its own thread only
+        Task,         // blocks the windows of the task
+        AlwaysOnTop   // blocks everything on the screen
     };
 
     /// A dialog to show. The terminal shows the texts and the buttons only. The texts and the window stay the caller's.
@@ -54,10 +54,10 @@ namespace plat
         char const * szCaption = "";
         DialogButtons_e eButtons = DialogButtons_e::Ok;
         int iDefaultButton = 1;   // of a host's dialog; counted from 1
-        DialogIcon_e eIcon = DialogIcon_e::None;
+        DialogIcon_e eIcon = DialogIcon_e::Error;
         DialogModality_e eModality = DialogModality_e::Plain;
-        bool bTopmost = false;     // whether a host's dialog is above all windows
         void * pOwner = nullptr;   // a window of the host, or null
+        bool bTopmost = false;     // whether a host's dialog is above all windows
     };
 
     /// Function that shows a dialog and returns the answer. It runs on the thread that calls DialogShow. Several

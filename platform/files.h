@@ -126,9 +126,9 @@ namespace plat
     /// nothing.
     bool PathGetFacts(char const * szPath, FileFacts_t & Facts);
 
-    /// Opens a C stream of a regular file with fopen's modes and returns it. Returns null on failure. An existing file
-    /// is found in any spelling. A new file gets the path's own spelling. A stream that writes is opened by the rule of
-    /// filewrite.h. Programs that the process starts do not inherit it.
+    /// Opens a C stream of a regular file with fopen's modes and returns it. An existing file is found in any spelling.
+    /// A new file gets the path's own spelling. A stream that writes is opened by the rule of filewrite.h. Programs that
+    /// the process starts do not inherit it. Returns null on failure.
     std::FILE * StreamOpen(char const * szPath, char const * szMode);
 
     /// Opens a stream without a buffer by the rule of filewrite.h and returns it. All output goes to the end of the
@@ -159,9 +159,9 @@ namespace plat
     /// Returns the identity of the file that a stream writes to. Returns all zero if it has no file.
     FileIdentity_t StreamGetIdentity(std::FILE * pStream);
 
-    /// Writes to the stream's file without its buffer. Requires that the buffer is empty or absent. Uses as few
-    /// system calls as possible: one, unless a signal interrupts it or the system writes only a part. Returns the
-    /// number of bytes written.
+    /// Writes to the stream's file without its buffer. Returns the number of bytes written. Uses as few system calls
+    /// as possible: one, unless a signal interrupts it or the system writes only a part. Requires that the buffer is
+    /// empty or absent.
     std::size_t StreamWriteThrough(std::FILE * pStream, void const * pData, std::size_t nBytes);
 
     /// Creates one folder. Returns false if it exists already or can't be created.

@@ -143,7 +143,7 @@ TEST_F(Complaints, AssertionNamesConditionFileFunctionAndLine)
     EXPECT_EQ(std::exchange(g_sDebugger, ""), __FILE__ "(" + sLine + ") : Assert() failed\n");
     EXPECT_EQ(ExtractTrace(), "CLxDX");
     ExpectDialog("Assertion failed! Press ignore to continue or retry to debug.", Buttons_e::AbortRetryIgnore,
-        Icon_e::Warning, Modality_e::System, 2);
+        Icon_e::Warning, Modality_e::AlwaysOnTop, 2);
 
     std::string const sNext = std::to_string(ComplaintTest_c::FailWithText(7));
     EXPECT_EQ(g_sText, "AssertEx failed, 1 == 2, text 7, " __FILE__ ", ComplaintTest_c::FailWithText, " + sNext);
@@ -204,7 +204,7 @@ TEST_F(Complaints, WarningIsALineAndAnEventUntilDialogsAreEnabled)
     EXPECT_EQ(ExtractTrace(), "LWD");
     EXPECT_EQ(g_sText, std::string(LOG_LINE_LENGTH, 'w'));
     EXPECT_EQ(g_sLog, "odd 1\n" + g_sText + '\n');
-    ExpectDialog("Warning!", Buttons_e::Ok, Icon_e::Error, Modality_e::System);
+    ExpectDialog("Warning!", Buttons_e::Ok, Icon_e::Error, Modality_e::AlwaysOnTop);
     g_silentMode = true;
     Warning("silent");
     EXPECT_EQ(ExtractTrace(), "LW");

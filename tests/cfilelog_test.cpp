@@ -236,4 +236,9 @@ TEST_F(FileLogTest, ReportsAndClonesWhatWasLoaded)
     };
     EXPECT_EQ(StatusAsNobody(CloneAsUser), 0);
     EXPECT_EQ(m_Folder.Read("current/LoadedMedia/a.txt"), "x") << "beside what can't be deleted";
+    fs::rename(m_Folder.Join("current/LoadedMedia"), m_Folder.Join("moved"));
+    fs::create_directory_symlink(m_Folder.Join("moved"), "LoadedMedia");
+    fs::remove(m_Folder.Join("moved/a.txt"));
+    EXPECT_EQ(StatusAsNobody(CloneAsUser), 0);
+    EXPECT_FALSE(fs::exists(m_Folder.Join("moved/a.txt"))) << "through a link that can't be deleted";
 }

@@ -361,5 +361,6 @@ TEST_F(FilePathTest, AFullTableIsReportedOnceAndLosesNoMemory)
     EXPECT_EQ(m_Log.Count("FileAddOneFile - unknown file hash error [Ivo Renning]"), 1);
     g_sFileObjects.Reset();
     FileReset();
+    EXPECT_STREQ(FileGetWhyNot("b.txt"), "there is no such file");
     EXPECT_EQ(FileBlocks(), nBlocks) << "objects that found no room are destroyed, or their pool would stay";
 }

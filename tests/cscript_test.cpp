@@ -20,7 +20,7 @@ namespace
 
     // Steps are letters with their arguments, separated by bars. Each adds its outcome, if it has one:
     //   T, P         GetToken without and with punctuation: [token]
-    //   W            GetSpecific: <word>
+    //   W, V         GetSpecific, V to a String_T<4>: <word>
     //   L5           GetLine with a buffer of 5: {line}
     //   S'           GetString of at most 5 characters with the quote ': 'text'
     //   I, Iname     GetInt without and with a label: the number. F, Fname: GetFloat
@@ -35,6 +35,7 @@ namespace
         { 'T', OPERATION(Script.GetToken(sz, false); return "["s + sz + "]") },
         { 'P', OPERATION(Script.GetToken(sz, true); return "["s + sz + "]") },
         { 'W', OPERATION(Script.GetSpecific(sz); return "<"s + sz + ">") },
+        { 'V', OPERATION(String_T<4> sWord; Script.GetSpecific(sWord); return "<"s + sWord.CStr() + ">") },
         { 'L', OPERATION(Script.GetLine(sz, std::stoi(s)); return "{"s + sz + "}") },
         { 'S', OPERATION(Script.GetString(sz, 5, s[0]); return "'"s + sz + "'") },
         { 'I', OPERATION(return std::to_string(s.empty() ? Script.GetInt() : Script.GetInt(s.c_str()))) },
@@ -117,6 +118,7 @@ namespace
         { "one two", "Kone|Ktwo|Kx", "", 1 },
         { "one two", "@4|T|@99|.|T|@0|.|T|.|Xone|@7|.", "[two] 7:0! [] 0:0! [] 1:0! found 7:0" },
         // Dumps, and texts that a buffer cuts.
+        { "abc //xyz\tlast", "V|V|W|V|.", "<abc> <//x> <last> <> 14:0!" },
         { "0\n23\n5", "D1|.|D0|.", "\n23 4:1 0\n2 3:2" },
         { std::string(300, 't') + " x " + std::string(300, '7'), "T|T|I|.",
             "[" + std::string(259, 't') + "] [x] 2147483647 603:0!" },

@@ -258,7 +258,7 @@ TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
     EXPECT_FALSE(p);
 }
 
-// A typed pointer leads to a part of another object. If the save does not complain, the load succeeds.
+// A typed pointer leads to a part of another object. No save complains. A load fails if it complains.
 TEST_F(Serializer, ATypedPointerLeadsToARegisteredPart)
 {
     using Register_t = std::function<void(Archive_c &, Node_s &)>;

@@ -101,12 +101,13 @@ void AppMiscShutdown()
 double AppGetDeltaTime(double tMinDelta)
 {
     static constinit std::optional<double> s_tLast;
-    if (!s_tLast)
+    bool const bFirst = !s_tLast;
+    if (bFirst)
     {
         s_tLast = Game_longTimeGet() - FIRST_DELTA;
     }
-    double const tNow = Game_longTimeGet();   // read again, so that rounding leaves no delta below FIRST_DELTA
-    double const tDelta = tNow - *s_tLast;
+    double const tNow = Game_longTimeGet();
+    double const tDelta = bFirst ? std::max(tNow - *s_tLast, FIRST_DELTA) : tNow - *s_tLast;   // rounding can lower it
     if (tMinDelta > tDelta)
     {
         return 0.0;

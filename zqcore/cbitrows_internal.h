@@ -23,8 +23,8 @@ namespace bits
         return (nBits + 7) & ~7;
     }
 
-    /// Returns the bytes to allocate for a field that grows from nHeld bytes to nNeeded: as many again, but at most
-    /// 16 MiB more, so that growing step by step rarely allocates.
+    /// Returns the bytes to allocate for a field that grows from nHeld bytes to nNeeded: as many again as it holds, but
+    /// at most 16 MiB more, and never less than nNeeded. So growing step by step rarely allocates.
     constexpr std::size_t RoomFor(std::size_t nHeld, std::size_t nNeeded)
     {
         constexpr std::size_t MOST_SPARE = std::size_t{ 1 } << 24;

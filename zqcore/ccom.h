@@ -74,7 +74,7 @@ public:
     static int GetFreeReferences();
 
 protected:
-    /// Asserts that no references are left. If some are, calls ComDebug. Releases all notes.
+    /// Releases all notes. Asserts that no references are left, and calls ComDebug before that if some are.
     virtual ~ComObject_c();
 
     /// Deletes the object. Release calls it when no references are left. A subclass may keep the object instead.

@@ -43,7 +43,7 @@ namespace
     {
         if (nStyle & MESSAGE_SYSTEM_MODAL)
         {
-            return plat::DialogModality_e::System;
+            return plat::DialogModality_e::AlwaysOnTop;
         }
         return nStyle & MESSAGE_TASK_MODAL ? plat::DialogModality_e::Task : plat::DialogModality_e::Plain;
     }

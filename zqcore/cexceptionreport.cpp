@@ -224,9 +224,12 @@ namespace
         }
         CallGuarded(LIMIT, LogDialogText);
         FireExecution(true);
-        if (bSilent || g_silentMode)
+        if (bSilent)
         {
             CallGuarded(LIMIT, [] { plat::DialogPrint(CAPTION, g_szDialog); });
+        }
+        if (bSilent || g_silentMode)
+        {
             plat::FaultExit(1);
         }
     }

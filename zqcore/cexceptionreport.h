@@ -103,7 +103,7 @@ public:
     /// In silent mode the report ends after the first call stack, which goes to standard error instead of a dialog. The
     /// process then ends at once with status 1, unless the first part of the report failed. Exit handlers do not run,
     /// because they could wait for what the crashed thread holds. A receiver of g_ExecutionCallbacker may turn silent
-    /// mode on, but not off: it counts from the report's begin.
+    /// mode on. Turning it off has no effect after the report has begun.
     ZQ_API static long UnhandledExceptionFilter(plat::FaultPointers_t const * pFault);
 
     /// Writes a formatted text, cut at 1023 bytes, to the report, without a terminator. Returns the text's length in

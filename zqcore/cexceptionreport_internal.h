@@ -77,8 +77,8 @@ namespace exceptionreport
         SourceFile_c(SourceFile_c const &) = delete;
         SourceFile_c & operator=(SourceFile_c const &) = delete;
 
-        /// Copies a line, counted from 1, without its end, cut at nSize - 1 bytes. Returns false if there is no such
-        /// line.
+        /// Copies a line, counted from 1, without its end, cut at nSize - 1 bytes, and returns true. Returns
+        /// false, with an empty text, if there is no such line.
         bool GetLine(unsigned iLine, char * szText, std::size_t nSize) const;
 
     private:

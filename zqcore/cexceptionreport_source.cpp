@@ -44,5 +44,6 @@ bool exceptionreport::SourceFile_c::GetLine(unsigned iLine, char * szText, std::
             return true;
         }
     }
+    szText[0] = '\0';
     return false;
 }

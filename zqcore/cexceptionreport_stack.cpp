@@ -58,7 +58,8 @@ namespace
         }
     }
 
-    // Appends the name of a frame's function, or else its place in a module, and two blanks.
+    // Appends a frame's function with the displacement in it, or else the frame's place in a module, and two blanks.
+    // Appends only the blanks if both are unknown.
     void AddFunction(plat::Symbols_c & Symbols, plat::SymbolFrame_t const & Frame, Text_c & Line)
     {
         char szName[NAME_SIZE];

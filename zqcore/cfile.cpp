@@ -220,11 +220,18 @@ bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
         SetWhyNot(GROWN);
         return LogWhyNot();
     }
-    m_iRoom = pBuffer ? iRoom : -1;
+    int const iBefore = iLength;
+    if (pBuffer && !pData)
+    {
+        std::atomic_ref(iLength).store(iRoom, std::memory_order_relaxed);   // Open compares it with the size on disk
+    }
     m_bUnlocked = !plat::ThreadCanBeLifted();
     bool const bResident = Open(pBuffer);
     m_bUnlocked = false;
-    m_iRoom = -1;
+    if (!bResident && *GetWhyNot() && iLength == iRoom)
+    {
+        std::atomic_ref(iLength).store(iBefore, std::memory_order_relaxed);   // Open has not reached the size on disk
+    }
     if (!bResident)
     {
         return LogWhyNot();
@@ -432,7 +439,7 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
 // Stores size and times of the open file. Returns false, with a log line, if the file can't be read whole.
 bool FileOnDisk_c::StoreFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock)
 {
-    int const iRoom = GetRoom();
+    int const iRoom = iLength;
     StoreFactsOf(*this, Facts);
     if (IsTooLarge(Facts, "FileOnDisk_c::Open", szLocation))
     {

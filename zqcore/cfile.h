@@ -162,10 +162,6 @@ protected:
     /// Returns whether Open must leave the lock while it reads, and clears that flag. Open calls it once.
     bool TakeUnlocked();
 
-    /// Returns the size of the buffer that a caller passes to Open, in bytes. Without an asynchronous request that is
-    /// iLength.
-    int GetRoom() const { return m_iRoom >= 0 ? m_iRoom : iLength; }
-
 private:
     friend File_c * FileOpenUnlogged(char const * name);
     friend ZQ_API bool FileOpen(File_c * pFile);
@@ -202,7 +198,6 @@ private:
     void RenewLock();
 
     std::atomic<int> m_iOpensCount = 0;   // references to the block; changed under the lock
-    int m_iRoom = -1;                     // bytes of the buffer of the request that is served, or -1
     plat::Lock_c m_Lock;
     std::atomic<Reason_t *> m_pWhyNot = nullptr;   // reason for GetWhyNot, owned; null without one
     File_c * m_pHidden = nullptr;                  // object of the same key that this one hides
@@ -308,7 +303,8 @@ ZQ_API bool FileOpen(File_c * pFile);
 
 /// Returns why FileOpen, FileOpenStored or FileAddOneFile failed for this name: File_c::GetWhyNot of a known file. For
 /// an unknown name returns why FileAddOneFile failed if its last failure had this bare name. Otherwise says that there
-/// is no such file, or that a scan could not see all folders. Only the main thread may call it.
+/// is no such file, that a scan could not see all folders, or that the table of files had no room for some. Only the
+/// main thread may call it.
 ZQ_API File_c::Reason_t FileGetWhyNot(char const * name);
 
 /// Removes one reference. Frees the contents with the last one. Null does nothing. Asserts that a resident file has a

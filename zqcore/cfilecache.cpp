@@ -91,7 +91,7 @@ namespace
         return g_dNoted[g_dNoted.Add({ dwPath, UNKNOWN })].Stamp;
     }
 
-    // Location of a cache.
+    // Folder and bare name of a cache, with the folder's identity after Identify.
     struct CachePlace_s
     {
         explicit CachePlace_s(char const * szFile)
@@ -113,8 +113,8 @@ namespace
             return sOther == sFolder || (bIdentified && plat::FolderGetIdentity(sOther, Other) && Other == Identity);
         }
 
-        Folder_t sFolder;      // folder in the form of g_sPaths
-        String_T<256> sBare;   // bare name
+        Folder_t sFolder;   // folder in the form of g_sPaths
+        String_T<256> sBare;
         plat::FileIdentity_t Identity{};
         bool bIdentified = false;   // whether Identity is known
     };

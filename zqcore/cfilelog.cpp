@@ -296,6 +296,20 @@ namespace
 
     // Copies a file to CLONE_FOLDER. If its key has folders, the copy lies in the same folders below CLONE_FOLDER.
     // Skips a file whose key leads upwards.
+    // Returns whether the current folder has a folder of this name, which is no link to one.
+    bool IsFolderOfCurrent(char const * szName)
+    {
+        plat::FolderListing_c Listing;
+        Listing.Read(".");
+        bool bFound = false;
+        for (std::size_t i = 0; i < Listing.GetCount(); ++i)
+        {
+            plat::FolderEntry_t const & Entry = Listing.GetEntry(i);
+            bFound = bFound || (Entry.Facts.bFolder && !Entry.bLink && StrCompareNoCase(Entry.szName, szName) == 0);
+        }
+        return bFound;
+    }
+
     void Clone(File_c const & File)
     {
         String_T<256> const sTarget = String_T<256>(CLONE_FOLDER) + "\\" + File.sName;
@@ -419,7 +433,7 @@ void FileCloneLoadedMedia()
 {
     Log("Clone media...");
     plat::TreeDelete(CLONE_FOLDER);
-    if (!plat::FolderCreate(CLONE_FOLDER) && !DirectoryExists(CLONE_FOLDER))
+    if (!plat::FolderCreate(CLONE_FOLDER) && !IsFolderOfCurrent(PathFileName(CLONE_FOLDER)))
     {
         return;
     }

@@ -309,6 +309,7 @@ void FileReset()
     }
     g_FileOrphans.DestroyFolders();
     FileScanForgetMissed("");
+    FileTableForgetOverflow();
     FileCacheForgetFolders();
     g_sFileObjects.Reset();
     g_sPaths.Reset();

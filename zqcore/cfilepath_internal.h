@@ -100,8 +100,11 @@ extern FileOrphans_c g_FileOrphans;
 /// Adds a copy of a folder's path to g_sPaths and returns it. Returns null if the table has it already or is full.
 String_T<256> const * FilePathAdd(char const * szPath);
 
-/// Returns whether a scan of the process has skipped a file for lack of room in the table.
+/// Returns whether a scan has skipped a file for lack of room in the table.
 bool FileTableOverflowed();
+
+/// Makes FileTableOverflowed return false until a scan skips a file again.
+void FileTableForgetOverflow();
 
 /// Fires g_FileSkipCallbacker with these facts and the reason's text. pFirst is as in FileSkip_t. Requires that eWhy is
 /// not InArchive.

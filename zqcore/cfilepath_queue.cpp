@@ -5,6 +5,7 @@
 namespace
 {
     bool g_bOverflowReported = false;   // whether the process has reported the full table of files
+    bool g_bOverflowed = false;         // whether a file found no room since FileReset
 
     char const * FolderOf(File_c const & File)
     {
@@ -19,7 +20,12 @@ namespace
 
 bool FileTableOverflowed()
 {
-    return g_bOverflowReported;
+    return g_bOverflowed;
+}
+
+void FileTableForgetOverflow()
+{
+    g_bOverflowed = false;
 }
 
 void FileTableQueue_c::DropDuplicate(File_c * pFile)
@@ -42,6 +48,7 @@ void FileTableQueue_c::DropOverflow(File_c * pFile)
         g_bOverflowReported = true;
         Warning("file hash overflow");
     }
+    g_bOverflowed = true;
     FileReportSkip(FileSkip_e::NoRoom, FolderOf(*pFile), pFile->sName);
     FileDiscard(pFile);
 }

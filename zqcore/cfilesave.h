@@ -6,7 +6,7 @@
 //
 // A FileSave_c holds a lock on the save, so that one program at a time writes it. The lock is a file beside the save.
 // Its name is `~zqlock-` and the first 243 bytes of the save's name in lower case, because a path finds a save in any
-// spelling. The system drops the lock of a process that is killed. The next FileSave_c deletes the files that this
+// spelling. The system releases the lock of a process that is killed. The next FileSave_c deletes the files that this
 // process left. On a file system without locks the lock has no effect.
 //
 // A load changes nothing on the disk. It returns one of these states:
@@ -70,7 +70,7 @@ public:
         OLDER
     };
 
-    static constexpr int MAX_PREVIOUS = 9;   // maximum number of previous saves
+    static constexpr int MAX_PREVIOUS = 9;
 
     /// Makes the missing folders of szFile and acquires the lock. Deletes the files that a killed process left. Does
     /// not open the save. The path has at most 249 characters. On failure IsLocked returns false.

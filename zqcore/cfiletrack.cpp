@@ -163,7 +163,7 @@ namespace
     // Reports that changes were lost: they did not fit the buffer, or the system had no room for them.
     ZQ_COLD void ReportLost()
     {
-        SetProblem("changes below \"%s\" were lost: they need more than %zu bytes",
+        SetProblem("changes below \"%s\" were lost: they need more than %zu bytes, or the system had no room for them",
             static_cast<char const *>(g_sTrackPath), READ_BYTES);
     }
 

@@ -19,9 +19,9 @@
 // - Folders that appear, move or vanish are followed. Links to folders are followed if they exist when the watch of
 //   their folder starts. Links to files are not followed.
 // - When the watched folder is deleted or renamed, no more changes are reported. FileTrackGetProblem says so.
-// - All changes between two calls are lost, with a log line, if they need more than 4094 bytes: 12 each, and two for
-//   each UTF-16 unit of the path below the watched folder, each but the last rounded up to a multiple of 4. 100 paths
-//   of 14 characters fit.
+// - All changes between two calls are lost, with a log line, if the system has no room for them, or if they need more
+//   than 4094 bytes: 12 each, and two for each UTF-16 unit of the path below the watched folder, each but the last
+//   rounded up to a multiple of 4. 100 paths of 14 characters fit.
 // - Characters above U+00FF are dropped from paths. So changes of files whose paths hold such characters are lost. A
 //   line is logged if only the names of folders hold them and the file is known.
 //
@@ -55,7 +55,8 @@ ZQ_API bool FileTrackIsOn();
 /// watched, and why, or changes were lost. Names the system's setting to raise if that helps. Also reports that the
 /// watch has ended, after the next FileTrackDoWork: the folder was moved or deleted, or the system refused to watch it
 /// again. The text is empty in these cases:
-/// - no readable folder was left unwatched, and no change was lost, since FileTrackChanges.
+/// - FileTrackChanges succeeded, the watch has not ended, and since then no readable folder was left unwatched and no
+///   change was lost.
 /// - FileTrackChanges was not called yet, or FileTrackShutdown was called after it.
 ZQ_API String_T<1024> FileTrackGetProblem();
 

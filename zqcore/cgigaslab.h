@@ -33,7 +33,7 @@ inline constexpr int GIGA_GROUP_NULL = 0xFFFF;
 class GigaGroup_c
 {
 public:
-    static constexpr int ELEMENTS = 32;   // elements of a group
+    static constexpr int ELEMENTS = 32;
 
     /// Whether Free may free the last allocated element.
     enum class Last_e : std::uint32_t
@@ -144,8 +144,8 @@ public:
     bool Init(int iElements, int iElementSize, std::size_t nAlignment);
 
     /// Place as many groups as fit, with their records, in storage of the caller, but no more than MAX_ELEMENTS
-    /// elements. A size below 1 places none. Requires that the storage stays until Reset or the end of the slab.
-    /// Asserts that the slab has no storage, and returns false otherwise. Returns true even if no group fits.
+    /// elements. A size below 1 places none. Require that the storage stays until Reset or the end of the slab.
+    /// Assert that the slab has no storage, and return false otherwise. Return true even if no group fits.
     bool Init(std::span<std::byte> Storage, int iElementSize)
     {
         return Init(Storage.data(), Storage.size(), iElementSize);

@@ -197,7 +197,7 @@ private:
     std::uint32_t m_dTaken[SIZE / 32 + 1] = {};   // a bit for each slot that has an object
     NameIndex_T<SIZE * 2> m_Index;
     std::uint16_t m_dSkip[SIZE] = {};   // steps from here over occupied slots only; 0: not known
-    int m_nHoles = 0;                   // slots of deleted elements; m_dSkip may be wrong while there are any
+    int m_nHoles = 0;                   // slots of deleted entries; m_dSkip may be wrong while there are any
     bool m_bUsed = false;               // whether an entry was added since the last Reset
 
     /// Whether a key may be in the table twice. The earlier slot of the chain then hides the other.

@@ -48,7 +48,7 @@ namespace
     constinit plat::Lock_c g_LimitLock;   // held by the thread that starts a new file
     plat::ForkLock_c const g_LimitForkLock(g_LimitLock);
 
-    // A buffer for a line, with space before it for the prefix of the message log.
+    // A buffer for a line, with space before it for the prefix of the main log.
     class Line_c
     {
     public:

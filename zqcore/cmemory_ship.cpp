@@ -564,7 +564,7 @@ int MemoryFrame()
     return g_iFrame;
 }
 
-// Writes one line for each category with live blocks, because this heap has no list of blocks.
+// This heap has no list of blocks, so the lines are those of categories.
 MemoryTally_s MemoryWriteBlocks(std::FILE * pAll, std::FILE * pUndefined)
 {
     MemoryTally_s Tally = {};

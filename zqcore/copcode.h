@@ -189,7 +189,6 @@ protected:
 class CodeListing_c
 {
 public:
-    /// Maximum number of instructions in a listing.
     static constexpr std::size_t MAX_INSTRUCTIONS = 1024;
 
     /// Makes a listing of nBytes bytes. Address is the real address of the first one. The last instruction may end in

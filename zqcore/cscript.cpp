@@ -447,20 +447,25 @@ Script_c::Piece_s Script_c::NextLine(int nMost)
 
 void Script_c::GetSpecific(char * sWord)
 {
+    std::string_view const sRead = NextWord();
+    sWord[sRead.copy(sWord, sRead.size())] = '\0';
+}
+
+// Reads a word for GetSpecific and returns it, or its first TOKEN_SIZE - 1 characters.
+Script_c::Piece_s Script_c::NextWord()
+{
     char cByte = ReadByte();
     while (Is(cByte, SEPARATOR) && !m_bEndOfFile)
     {
         cByte = ReadByte();
     }
+    char const * const pWord = m_pData + std::max(m_iBytesRead - 1, 0);
     int nWord = 0;
     for (; !Is(cByte, SEPARATOR); cByte = ReadByte())   // at the end of the text a NUL is read
     {
-        if (nWord < TOKEN_SIZE - 1)
-        {
-            sWord[nWord++] = cByte;
-        }
+        nWord += nWord < TOKEN_SIZE - 1;
     }
-    sWord[nWord] = '\0';
+    return { pWord, static_cast<std::size_t>(nWord) };
 }
 
 void Script_c::GetString(char * sString, int iMaxLength, char cQuote)

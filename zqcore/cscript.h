@@ -5,9 +5,9 @@
 // from 0x80 separate tokens. A token that begins with // is a comment up to the end of its line. UTF-8's byte order
 // mark at the start is skipped and is no part of the text.
 //
-// The first read that needs more than is left sets m_bEndOfFile. It stays set until the next opening or a rewind. From
-// then on tokens are empty and numbers 0. After a token that ends the text, the next GetLine, GetSpecific or GetString
-// reads the token's last byte again.
+// The first read that needs more than is left sets m_bEndOfFile, and so does SetPosition beyond the end. It stays set
+// until the next opening or a rewind. From then on tokens are empty and numbers 0. After a token that ends the text,
+// the next GetLine, GetSpecific or GetString reads the token's last byte again.
 //
 // The buffers of GetLine follow the rule of cstring.h. GetToken, GetSpecific, GetString and GetDump say how they
 // differ. A text object (ctextvalue.h) has no size to pass.
@@ -133,8 +133,13 @@ public:
         PutToken(sLine, NextLine(TextMost<TEXT>()));
     }
 
-    /// Reads the next word, comments included, and the separator after it. Requires that sWord has TOKEN_SIZE bytes.
+    /// Read the next word, comments included, and the separator after it. Require that sWord has TOKEN_SIZE bytes.
     void GetSpecific(char * sWord);
+    template <TextObject_T TEXT>
+    void GetSpecific(TEXT & sWord)
+    {
+        PutToken(sWord, NextWord());
+    }
 
     /// Read the text between an opening cQuote and the next one. It may contain line ends. Require that sString has
     /// iMaxLength + 1 bytes. Assert that the text fits. If it does not, reading stops when the buffer is full, and the
@@ -181,7 +186,7 @@ public:
     char const * m_pData = "";   // text
     int m_iBytesRead = 0;        // position of the next read, in bytes
     int m_iBytesTotal = 0;       // length of the text
-    bool m_bEndOfFile = false;   // whether a read needed more than was left
+    bool m_bEndOfFile = false;   // whether a read or SetPosition went beyond the end
 
 private:
     /// A piece of the text. A std::string_view has another layout in each standard library.
@@ -207,6 +212,7 @@ private:
     }
 
     Piece_s NextToken(bool bPunctuation);
+    Piece_s NextWord();
     Piece_s NextLine(int nMost);
     Piece_s NextString(int nMost, char cQuote);
     bool GetWhole(WholeRange_t const & Range, std::uint64_t & iBits);

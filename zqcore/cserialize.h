@@ -402,7 +402,7 @@ public:
     /// - the replacement holds bytes.
     /// - the replacement has another archive.
     ///
-    /// Close asserts that Open was called, and fails the archive otherwise.
+    /// Close fails the archive if Open was not called. Then it asserts that nothing was written.
     BufferedWriteable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion);
     ~BufferedWriteable_c() override;
 

@@ -206,6 +206,7 @@ void SimpleTextParser_c::LogOverflow(LAST_PARSED eKind, char const * pText) cons
     Log(bWord     ? "SimpleTextParser_c::ParseWord : word buffer overflow."
         : bString ? "SimpleTextParser_c::ParseString : string buffer overflow."
                   : "SimpleTextParser_c::ParseNumber : number buffer overflow.");
+    static_assert(WORD_SIZE == 512 && STRING_SIZE == 24576 && NUMBER_SIZE == 128);
     m_Errors.SetAt(bWord     ? "a word of more than 511 characters is cut"
                    : bString ? "a text in quotes of more than 24575 characters is cut"
                              : "a number of more than 127 characters is cut",

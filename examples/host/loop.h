@@ -7,7 +7,7 @@ class Survey_c;
 struct FrameStats_t
 {
     int nFrames = 0;
-    int nIdle = 0;         // idle beats between the frames
+    int nIdle = 0;         // idle heartbeats between the frames
     int iWorstFrame = 0;   // number of the frame that took tWorst, from 0
     double tTotal = 0.0;
     double tWorst = 0.0;

@@ -99,6 +99,7 @@ namespace plat
             {
                 break;
             }
+            errno = nRead < 0 ? 0 : errno;   // an interruption is no reason for a short read
             nDone += nRead > 0 ? static_cast<std::size_t>(nRead) : 0;
         }
         return nDone;

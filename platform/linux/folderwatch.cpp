@@ -33,7 +33,7 @@ namespace plat
         using namespace watch;
 
         constexpr int MAX_READS = 256;            // reads of the kernel's queue for one batch, so that a batch ends
-        constexpr std::size_t MAX_KEPT = 65536;   // the most names that are kept
+        constexpr std::size_t MAX_KEPT = 65536;   // names
         unsigned g_nForks = 0;                    // forks from the first process down to this one
         ForkHandler_c const g_CountFork({ nullptr, nullptr, [] { ++g_nForks; } });
 

@@ -29,7 +29,8 @@ namespace plat
 
         /// Calls fnTry(path) with one spelling after the other while it returns a negative number and errno is ENOENT,
         /// ELOOP, ENOTDIR or EACCES. Returns the result of the last call.
-        /// - After the path as written, a link whose target is missing is the last choice, since listings leave it out.
+        /// - If the target of a link is missing, the link is the last choice after the path as written, because
+        ///   listings leave it out.
         /// - If the path has PATH_MAX bytes or more, returns -1 with ENAMETOOLONG, without a call.
         /// - If an error of the system other than missing rights prevents the search of a folder of the path, errno is
         ///   that error and not ENOENT: the path may name something in another spelling.

@@ -94,7 +94,7 @@ namespace
     }
 
     // Prints the growth of a number if it is more than iPlay. Returns whether it is.
-    bool Grew(char const * szWhat, std::ptrdiff_t iFirst, std::ptrdiff_t iLast, std::ptrdiff_t iPlay)
+    bool PrintGrowth(char const * szWhat, std::ptrdiff_t iFirst, std::ptrdiff_t iLast, std::ptrdiff_t iPlay)
     {
         bool const bGrew = iLast > iFirst + iPlay;
         if (bGrew)
@@ -105,16 +105,16 @@ namespace
     }
 
     // Prints each growth, so no call is skipped. Returns whether there is any.
-    bool Grew(Held_s const & First, Held_s const & Last)
+    bool PrintGrowth(Held_s const & First, Held_s const & Last)
     {
-        bool bGrew = Grew("Descriptors", First.nDescriptors, Last.nDescriptors, 1)
-                     | Grew("Threads", First.nThreads, Last.nThreads, 0)
-                     | Grew("Pages", First.nPages, Last.nPages, First.nPages / 20)
-                     | Grew("Logs", First.nLogBytes, Last.nLogBytes, LOGS_LIMIT - First.nLogBytes);
+        bool bGrew = PrintGrowth("Descriptors", First.nDescriptors, Last.nDescriptors, 1)
+                     | PrintGrowth("Threads", First.nThreads, Last.nThreads, 0)
+                     | PrintGrowth("Pages", First.nPages, Last.nPages, First.nPages / 20)
+                     | PrintGrowth("Logs", First.nLogBytes, Last.nLogBytes, LOGS_LIMIT - First.nLogBytes);
         for (int i = 0; i < mem::TOTAL; ++i)
         {
             char const * const szName = MemoryCategoryName(static_cast<mem::Categories_e>(i));
-            bGrew |= Grew(szName, First.dCategories[i].iCount, Last.dCategories[i].iCount, BLOCKS_PLAY);
+            bGrew |= PrintGrowth(szName, First.dCategories[i].iCount, Last.dCategories[i].iCount, BLOCKS_PLAY);
         }
         return bGrew;
     }
@@ -226,7 +226,7 @@ namespace
     }
 
     // Prints the counts of failures. Returns whether there are any.
-    bool Failed()
+    bool PrintFailures()
     {
         int const nUnheard = g_nComplaints - g_nHeard;
         std::printf("failed: %i saves, %i tables, %i registry values; %i of %i complaints were not heard\n",
@@ -263,7 +263,7 @@ namespace
         {
             Thread.join();
         }
-        return !(Failed() | Grew(First, Last));
+        return !(PrintFailures() | PrintGrowth(First, Last));
     }
 }
 

@@ -111,8 +111,8 @@ namespace
         std::vector<Complaint_t> & m_dComplaints;
     };
 
-    // Return a number as text. One with a fraction has the fewest digits, at least 15, that are read as the same
-    // number.
+    // Return a number as text. A double is rounded to the fewest digits, 15 to 17, that are read as the same number.
+    // Zeros at the end of a fraction are left out.
     template <std::integral NUMBER>
     std::string NumberText(NUMBER Number)
     {
