@@ -78,12 +78,30 @@ namespace
         return sizeof nRecords + nBytes;
     }
 
-    // Logs that a batch or the header is lost, and cuts off its written part, so that no reader sees it.
-    ZQ_COLD void LogLostWrite()
+    // Waits for the write that is under way, if any, and returns true if it is whole. Otherwise writes the reason to
+    // szError and cuts off the part that was written, so that no reader sees it.
+    bool EndWrite(char (&szError)[ERROR_SIZE])
     {
-        char szError[ERROR_SIZE];
-        plat::LastErrorText(szError, sizeof szError);
-        plat::FileSetSize(g_StatsFile.GetHandle(), g_nPosition);
+        std::uint32_t const nBytes = g_nBytesToWrite;
+        bool const bWhole = g_StatsFile.Finish();
+        if (bWhole)
+        {
+            g_nPosition += nBytes;
+            ProfilerWriteComplete(0, nBytes, &g_StatsFile);
+        }
+        else
+        {
+            g_bFailed = true;
+            plat::LastErrorText(szError, sizeof szError);
+            plat::FileSetSize(g_StatsFile.GetHandle(), g_nPosition);
+        }
+        g_nBytesToWrite = 0;
+        return bWhole;
+    }
+
+    // Logs that a batch or the header is lost.
+    ZQ_COLD void LogLostWrite(char const * szError)
+    {
         Log("ProfilerSwapStats: failed to write file - Ivo Renning");
         Log("System message: %s", szError);
     }
@@ -120,19 +138,12 @@ namespace
 
 bool ProfilerFinishWrite()
 {
-    std::uint32_t const nBytes = g_nBytesToWrite;
-    bool const bWhole = g_StatsFile.Finish();
-    if (bWhole)
+    char szError[ERROR_SIZE];
+    bool const bWhole = EndWrite(szError);
+    if (!bWhole)
     {
-        g_nPosition += nBytes;
-        ProfilerWriteComplete(0, nBytes, &g_StatsFile);
+        LogLostWrite(szError);
     }
-    else
-    {
-        g_bFailed = true;
-        LogLostWrite();
-    }
-    g_nBytesToWrite = 0;
     return bWhole;
 }
 
@@ -195,8 +206,13 @@ void ProfilerSwapStats()
     {
         return;
     }
-    ProfilerFinishWrite();
+    char szError[ERROR_SIZE];
+    bool const bWhole = EndWrite(szError);
     StartWrite(CopyBatch());
+    if (!bWhole)
+    {
+        LogLostWrite(szError);   // after the copy: a listener may push and pop
+    }
     if (!g_StatsFile.IsBusy())
     {
         ProfilerFinishWrite();
