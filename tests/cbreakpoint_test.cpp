@@ -14,7 +14,7 @@ namespace
     __attribute__((noinline)) void Call() { g_nCalls = g_nCalls + 1; }
     // clang-format on
 
-    int TrapsIn(void (*fnTouch)())
+    int CountTrapsIn(void (*fnTouch)())
     {
         TrapCount_c::Extract();
         fnTouch();
@@ -76,9 +76,10 @@ TEST_F(Breakpoint, CatchesWhatItsCodesSay)
         SCOPED_TRACE(testing::PrintToString(std::pair(nLength, nAccess)));
         Watch_t Watch;
         ASSERT_TRUE(Arm(Watch, nLength, nAccess));
-        EXPECT_EQ((std::vector{ TrapsIn(Read), TrapsIn(Write), TrapsIn(WriteEnd), TrapsIn(Call) }), dTraps);
+        EXPECT_EQ((std::vector{ CountTrapsIn(Read), CountTrapsIn(Write), CountTrapsIn(WriteEnd), CountTrapsIn(Call) }),
+            dTraps);
         Watch.Clear();
-        EXPECT_EQ(std::pair(TrapsIn(Write), TrapsIn(Call)), std::pair(0, 0)) << "after Clear";
+        EXPECT_EQ(std::pair(CountTrapsIn(Write), CountTrapsIn(Call)), std::pair(0, 0)) << "after Clear";
     }
     EXPECT_EQ(m_Dialogs.GetCount(), 0);
 }
@@ -92,7 +93,7 @@ TEST_F(Breakpoint, FifthFailsAndARegisterIsReleased)
     }
     EXPECT_EACH(!Arm(Fifth), Fifth.m_nIndex == Watch_t::INVALID_INDEX);
     EXPECT_EQ(m_Dialogs.CountHolding("Developer break"), 1);
-    EXPECT_EQ(TrapsIn(Write), 1) << "however many watch it";
+    EXPECT_EQ(CountTrapsIn(Write), 1) << "however many watch it";
     dWatches[2].Clear();
     EXPECT_EACH(Arm(Fifth), Fifth.m_nIndex == 2);
     EXPECT_FALSE(Arm(Fifth)) << "it holds one already";
@@ -120,16 +121,16 @@ TEST_F(Breakpoint, BindsItsThreadAndItsProcess)
     EXPECT_EQ(nArmed, THREADS);
     auto const InChild = []
     {
-        EXPECT_EQ(TrapsIn(Write), 0) << "inherited";
+        EXPECT_EQ(CountTrapsIn(Write), 0) << "inherited";
         Watch_t Own;
-        EXPECT_EACH(Arm(Own), Own.m_nIndex == 0, TrapsIn(Write) == 1);
+        EXPECT_EACH(Arm(Own), Own.m_nIndex == 0, CountTrapsIn(Write) == 1);
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0);
-    EXPECT_EQ(TrapsIn(Write), 1);
+    EXPECT_EQ(CountTrapsIn(Write), 1);
     WaitingChild_c const Child;
     Watch.Clear();
-    EXPECT_EQ(TrapsIn(Write), 0) << "no child keeps what its parent has cleared";
+    EXPECT_EQ(CountTrapsIn(Write), 0) << "no child keeps what its parent has cleared";
     Watch_t dAll[4];
     EXPECT_EACH(Arm(dAll[0]), Arm(dAll[1]), Arm(dAll[2]), Arm(dAll[3]));
 }

@@ -526,6 +526,7 @@ TEST_F(ZqtoolCrash, ArgumentsAreChecked)
             { "crash --help", 0, "--symbols" }, { "stats --help", 0, "--ticks-per-second" }, { "crash", 2, "FILE" },
             { "crash --colour " + sFile, 2, "--colour" }, { "frob", 2, "frob" },
             { "crash --html " + sFile + " " + sFile, 1, "is the file to read" },
+            { "crash --html " + sFile + " " + m_Folder.GetPath(), 1, "is the file to read" },
             { "crash --html " + m_Folder.Join("no/such.html") + " " + sFile, 1, "such.html: it can't be written" },
             { "crash " + m_Folder.Join("absent.rpt"), 1, "absent.rpt: there is no such file" },
             { "crash " + m_Folder.MakeFolder("none"), 1, "none: no crash report in this folder" } })

@@ -52,7 +52,8 @@ TEST_F(ZqtoolHash, ReportsWhatDiffersAndWhatIsNoList)
     for (auto const & [sArguments, iStatus] :
         Rows_t<std::string, int>{ { "absent abc", 1 }, { ".", 1 }, { "--check absent", 1 }, { "--check absent abc", 2 },
             { "--check crc", 0 }, { "--algorithm crc32 --check crc", 0 }, { "--algorithm sha1 --check crc", 1 },
-            { "--algorithm name abc", 2 }, { "--algorithm md5 abc", 2 }, { "", 2 } })
+            { "- < .", 1 }, { "- <&-", 1 }, { "--check - < .", 1 }, { "--algorithm name abc", 2 },
+            { "--algorithm md5 abc", 2 }, { "", 2 } })
     {
         EXPECT_EQ(RunTool("hash " + sArguments).iStatus, iStatus) << sArguments;
     }

@@ -32,7 +32,7 @@ String_T<256> ZipFile_c::GetFullPath() const
 }
 
 // Logs and stores why a read failed, reports the file to g_FileReadErrorCallbacker and returns false.
-bool ZipFile_c::Complain(char const * szWho, char const * szWhyNot)
+bool ZipFile_c::ReportReadFailure(char const * szWho, char const * szWhyNot)
 {
     String_T<256> const sLocation = GetFullPath();
     LogEscaped("%s: Error reading file: '%s'", szWho, sLocation.CStr());
@@ -63,7 +63,7 @@ bool ZipFile_c::Open(void * pBuffer)
     char const * const szWhyNot = bUnlocked ? ReadUnlocked(pTo) : Read(m_Archive, pTo);
     if (szWhyNot)
     {
-        return Complain("ZipFile_c::Open", szWhyNot);
+        return ReportReadFailure("ZipFile_c::Open", szWhyNot);
     }
     SetWhyNot(nullptr);
     CountRead();
@@ -118,7 +118,7 @@ bool ZipFile_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uin
         return true;
     }
     dwLength = nRead;
-    Complain("ZipFile_c::Load", Reader.GetWhyNot() ? Reader.GetWhyNot() : FILE_ENDS_EARLY);
+    ReportReadFailure("ZipFile_c::Load", Reader.GetWhyNot() ? Reader.GetWhyNot() : FILE_ENDS_EARLY);
     return LogWhyNot();
 }
 
@@ -185,7 +185,7 @@ unsigned int ZipStored_c::ReadStored(void * pBuffer, unsigned int iSize, unsigne
     m_nAt += nRead;
     if (nRead == 0)
     {
-        m_File.Complain("ZipStored_c::ReadStored", m_Reader.GetWhyNot());
+        m_File.ReportReadFailure("ZipStored_c::ReadStored", m_Reader.GetWhyNot());
     }
     return nRead;
 }

@@ -195,7 +195,7 @@ private:
 
     char const * Read(ZipArchive_c & Archive, void * pTo) const;
     char const * ReadUnlocked(void * pTo);
-    bool Complain(char const * szWho, char const * szWhyNot);
+    bool ReportReadFailure(char const * szWho, char const * szWhyNot);
 
     ZipArchive_c & m_Archive;
     ZipFacts_t const m_Facts;

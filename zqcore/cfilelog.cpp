@@ -294,8 +294,6 @@ namespace
         return false;
     }
 
-    // Copies a file to CLONE_FOLDER. If its key has folders, the copy lies in the same folders below CLONE_FOLDER.
-    // Skips a file whose key leads upwards.
     // Returns whether the current folder has a folder of this name, which is no link to one.
     bool IsFolderOfCurrent(char const * szName)
     {
@@ -310,6 +308,8 @@ namespace
         return bFound;
     }
 
+    // Copies a file to CLONE_FOLDER. If its key has folders, the copy lies in the same folders below CLONE_FOLDER.
+    // Skips a file whose key leads upwards.
     void Clone(File_c const & File)
     {
         String_T<256> const sTarget = String_T<256>(CLONE_FOLDER) + "\\" + File.sName;

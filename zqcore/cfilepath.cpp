@@ -286,7 +286,7 @@ bool FileResetFiles(char const * sPath)
     FoldedPath_c sPrefix(sPath);
     if (!sPath || sPrefix.IsCut() || !sPrefix.AppendSeparator())
     {
-        return false;   // no folder is that long
+        return false;   // null, or a path longer than any folder's
     }
     FileScanForgetMissed(sPrefix);
     bool const bFiles = ResetFilesBelow(sPrefix);

@@ -152,7 +152,7 @@ namespace
         unsigned const m_iRun = g_iTrackRun;
     };
 
-    // Stores and logs what is not watched.
+    // Stores and logs the latest problem: what is not watched, or that changes were lost.
     template <typename... ARGS>
     void SetProblem(char const * szFormat, ARGS... Args)
     {

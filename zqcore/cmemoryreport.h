@@ -58,7 +58,8 @@ ZQ_API unsigned MemoryGetFrameAllocCount();
 /// Ends a frame. The application calls it once a frame. Requires a call between MemoryInit and MemoryDone.
 ZQ_API void MemoryResetFrameAllocCount();
 
-/// Turns the leak check at exit off. Fatal errors call it before they end the process.
+/// Turns the leak check at exit off. Abort, and an assertion that is answered with Abort, call it before they end the
+/// process.
 ZQ_API void MemoryAbort();
 
 /// Sets the receiver and returns the previous one. Null restores the default, which prints to standard error. The first

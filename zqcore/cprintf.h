@@ -366,7 +366,7 @@ private:
 };
 
 /// Fails the compilation if a call of it remains after optimisation.
-void PrintfFormatIsWrong() ZQ_COMPILE_ERROR("the format does not match its arguments");
+void PrintfRefuseFormat() ZQ_COMPILE_ERROR("the format does not match its arguments");
 
 /// Returns whether the format matches, for the templates of ZQ_PRINTF_TEXTS. Refuses to compile a literal that does
 /// not, if the compiler folds the check.
@@ -381,7 +381,7 @@ ZQ_INLINE bool PrintfMatches(char const (&szFormat)[N])
         {
             if (!bMatches)
             {
-                PrintfFormatIsWrong();
+                PrintfRefuseFormat();
             }
             return true;
         }

@@ -132,10 +132,12 @@ public:
     Serializer_c & operator=(Serializer_c const &) = delete;
 
     /// Begins a pass. With bStaticPointers, also stores the static objects, or binds the i-th one of the file to the
-    /// i-th registered one and loads it. Requires the same flag in save and load. If the file has another number of
-    /// static objects, logs a line, and cuts the list or fills it with nulls to the file's number, for later passes
-    /// too. After the load of a file that may have fewer, register all static objects again, in the same order: those
-    /// that the list still has are not added twice. A check (cserializecheck.h) changes nothing.
+    /// i-th registered one and loads it. Requires the same flag in save and load.
+    ///
+    /// If the file has another number of static objects, logs a line, and cuts the list or fills it with nulls to the
+    /// file's number, for later passes too. A check (cserializecheck.h) changes nothing. After the load of a file that
+    /// may have fewer, register all static objects again, in the same order: those that the list still has are not
+    /// added twice.
     static void StartSerialize(Serializeable_c & archive, bool bStaticPointers);
 
     /// Frees every slot. Costs nothing if all are free.
@@ -160,7 +162,8 @@ public:
     template <typename T>
     static void SerializePointer(Serializeable_c & archive, T *& pObject);
 
-    /// List of all serializers, the latest first. Only to be read, because searches remember what they found in it.
+    /// List of all serializers, the latest first. Requires that no caller changes it, because searches remember what
+    /// they found in it.
     static Link_T<Serializer_c *> * pSerializerList;
 
     /// Addresses of the pass, indexed by identifier.

@@ -15,7 +15,7 @@ namespace
     struct LongClock_s
     {
         std::int64_t nFrequency = 0;   // ticks of the good clock in a second; 0 for the coarse clock
-        double tStart = 0.0;           // time from which longTimeGetPassed counts
+        double tStart = 0.0;           // time in seconds from which longTimeGetPassed counts
 
         double Now() const
         {

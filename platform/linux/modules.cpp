@@ -52,9 +52,9 @@ namespace plat
         }
 
         // Finds the load bias: an address in memory minus the same address in the file. Segments may share a page of
-        // the file. Uses one that has the mapping's page. Prefers one whose memory holds the address, and then one with
-        // which the first segment, that of the lowest address, is at ModuleStart. Returns false if no segment of the
-        // file is mapped there, or if the file can't be read.
+        // the file. Uses one that has the mapping's page. Prefers one whose memory holds the address or ends at it, and
+        // then one with which the first segment, that of the lowest address, is at ModuleStart. Returns false if no
+        // segment of the file is mapped there, or if the file can't be read.
         bool FindBias(int iFile, Header_t const & Header, Mapping_t const & Mapping, std::uintptr_t Address,
             std::uintptr_t ModuleStart, std::uintptr_t & nBias)
         {

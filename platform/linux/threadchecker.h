@@ -5,7 +5,7 @@
 
 extern "C"
 {
-    // Functions of the checker, null without it.
+    /// Functions of the checker, null without it.
     __attribute__((weak)) void __tsan_init();
     __attribute__((weak)) void __tsan_acquire(void * pObject);
     __attribute__((weak)) void __tsan_release(void * pObject);

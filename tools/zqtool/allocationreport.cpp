@@ -9,7 +9,8 @@ namespace
 {
     constexpr char SEPARATOR[] = "; ";
 
-    // Returns N of "blocks(N)", the place of all blocks of a category in the snapshot of a shipped game's heap.
+    // Returns N of "blocks(N)", the place of all blocks of a category in the snapshot of a shipped game's heap. Returns
+    // nothing for any other place.
     std::optional<std::uint64_t> BlocksOfCategory(std::string_view sPlace)
     {
         constexpr std::string_view START = "blocks(";

@@ -43,7 +43,7 @@ namespace
         }
         std::int32_t Int(std::size_t nAt) const { return static_cast<std::int32_t>(Word(nAt)); }
 
-        void Complain(std::size_t nAt, std::string sText)
+        void AddProblem(std::size_t nAt, std::string sText)
         {
             if (m_Result.dProblems.size() < MAX_PROBLEMS)
             {
@@ -96,7 +96,7 @@ namespace
             AddRun(nTo);
             for (ArchivePart_t const & Object : m_dOpen)
             {
-                Complain(Object.nAt, "object \"" + std::string(Object.sName) + "\" does not end");
+                AddProblem(Object.nAt, "object \"" + std::string(Object.sName) + "\" does not end");
             }
             m_dOpen = std::move(dOuter);
             m_nRun = nRun;
@@ -165,12 +165,12 @@ namespace
             std::string const sName = pName ? "chunk \"" + *pName + "\"" : "this chunk";
             if (nTo - nAt < 2 * ARCHIVE_WORD)
             {
-                Complain(nAt, sName + " has no length");
+                AddProblem(nAt, sName + " has no length");
                 return nAt;
             }
             if (m_bInChunk)
             {
-                Complain(nAt, sName + " begins in another chunk");
+                AddProblem(nAt, sName + " begins in another chunk");
                 return nAt;
             }
             std::size_t const nPayload = nAt + 2 * ARCHIVE_WORD;
@@ -179,11 +179,11 @@ namespace
             if (nEnd == 0)
             {
                 std::size_t const nLeft = nTo - nPayload;
-                Complain(nAt + ARCHIVE_WORD, nLength == ArchiveLayout_s::UNFINISHED ? sName + " was never finished"
-                                             : nLength < ARCHIVE_WORD
-                                                 ? sName + " has a length below 4"
-                                                 : sName + " has " + std::to_string(nLength - ARCHIVE_WORD) + " bytes, "
-                                                       + std::to_string(nLeft) + " are left");
+                AddProblem(nAt + ARCHIVE_WORD, nLength == ArchiveLayout_s::UNFINISHED ? sName + " was never finished"
+                                               : nLength < ARCHIVE_WORD
+                                                   ? sName + " has a length below 4"
+                                                   : sName + " has " + std::to_string(nLength - ARCHIVE_WORD)
+                                                         + " bytes, " + std::to_string(nLeft) + " are left");
                 nEnd = nLength < ARCHIVE_WORD ? nPayload : nTo;
             }
             ArchivePart_t Part = { ArchivePart_e::Chunk, nAt, 2 * ARCHIVE_WORD };
@@ -208,7 +208,7 @@ namespace
             std::size_t const nEnd = Part.nAt + Part.nBytes;
             if (!HasIdentifier(Part.nAt))
             {
-                Complain(Part.nAt, "no identifier precedes this label of an object graph");
+                AddProblem(Part.nAt, "no identifier precedes this label of an object graph");
                 return nEnd;
             }
             Part.nAt -= ARCHIVE_WORD;
@@ -223,7 +223,7 @@ namespace
         {
             if (!SerializerIsIdentifier(Int(nAt)))
             {
-                Complain(nAt, "identifier " + std::to_string(Int(nAt)) + " is out of range");
+                AddProblem(nAt, "identifier " + std::to_string(Int(nAt)) + " is out of range");
             }
         }
 
@@ -259,7 +259,7 @@ namespace
             std::int32_t const nLength = nTo - nName >= ARCHIVE_WORD ? Int(nName) : -1;
             if (nLength < 0 || nLength >= NAME_SIZE || nTo - nName - ARCHIVE_WORD <= static_cast<std::size_t>(nLength))
             {
-                Complain(nName, "no name of a class is here");
+                AddProblem(nName, "no name of a class is here");
                 return nName;
             }
             auto const nText = static_cast<std::size_t>(nLength);
@@ -279,7 +279,7 @@ namespace
             AddRun(nAt);
             if (m_dOpen.empty())
             {
-                Complain(nAt, "an object ends that did not begin");
+                AddProblem(nAt, "an object ends that did not begin");
                 return Add({ ArchivePart_e::ObjectEnd, nAt, ARCHIVE_WORD });
             }
             std::string_view const sName = m_dOpen.back().sName;
@@ -291,7 +291,7 @@ namespace
         {
             if (nTo - nAt < 2 * ARCHIVE_WORD)
             {
-                Complain(nAt, "no identifier follows this label of an object graph");
+                AddProblem(nAt, "no identifier follows this label of an object graph");
                 return nAt + ARCHIVE_WORD;
             }
             CheckIdentifier(nAt + ARCHIVE_WORD);

@@ -40,7 +40,7 @@ namespace
     private:
         void Complain(std::string const & sText);
         void Show(Crash_t const & Crash);
-        void ShowGroups(CrashSymbols_c * pSymbols);
+        bool ShowGroups(CrashSymbols_c * pSymbols);
 
         Options_s const & m_Options;
         bool m_bFold, m_bColours;
@@ -66,9 +66,9 @@ namespace
         std::fputs(((bDivided ? "\n" + std::string(DIVIDER_WIDTH, '-') + "\n\n" : "") + sText).c_str(), stdout);
     }
 
-    // Prints the groups and writes the page. For a page or JSON it first reads all of each sample: folding needs only
-    // the causes.
-    void CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
+    // Writes the page, then prints the groups: what reads the text may end first. Returns whether the page was written.
+    // For a page or JSON it first reads all of each sample: folding needs only the causes.
+    bool CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
     {
         std::vector<CrashGroup_t> dGroups = m_Fold.Extract();
         if (m_Options.bJson || m_Page.IsWanted())
@@ -82,6 +82,11 @@ namespace
                 }
             }
         }
+        if (m_Page.IsWanted())
+        {
+            WriteCrashPage(m_Page.Get(), dGroups, m_dFaults);
+        }
+        bool const bWritten = m_Page.Close();
         if (m_Options.bJson)
         {
             for (CrashGroup_t const & Group : dGroups)
@@ -93,10 +98,7 @@ namespace
         {
             std::fputs(CrashGroupsText(dGroups, m_bColours).c_str(), stdout);
         }
-        if (m_Page.IsWanted())
-        {
-            WriteCrashPage(m_Page.Get(), dGroups, m_dFaults);
-        }
+        return bWritten;
     }
 
     int CrashRun_c::Run()
@@ -106,17 +108,24 @@ namespace
             std::fputs("zqtool: --symbols needs a build with libdw, and this one has none\n", stderr);
             return EXIT_FOUND;
         }
-        if (!m_Page.Open(m_Options.sPage, m_Options.dNames))
+        CrashFault_t const fnFault = [this](std::string const & sText) { Complain(sText); };
+        std::vector<CrashFiles_t> const dFiles = FindCrashFiles(m_Options.dNames, fnFault);
+        std::vector<std::string> dInputs;
+        for (CrashFiles_t const & Files : dFiles)
+        {
+            dInputs.push_back(Files.sReport);
+            dInputs.insert(dInputs.end(), Files.dDetails.begin(), Files.dDetails.end());
+        }
+        if (!m_Page.Open(m_Options.sPage, dInputs))
         {
             return EXIT_FOUND;
         }
-        CrashFault_t const fnFault = [this](std::string const & sText) { Complain(sText); };
         std::optional<CrashSymbols_c> Symbols;
         if (!m_Options.dSymbols.empty())
         {
             Symbols.emplace(m_Options.dSymbols, fnFault);
         }
-        for (CrashFiles_t const & Files : FindCrashFiles(m_Options.dNames, fnFault))
+        for (CrashFiles_t const & Files : dFiles)
         {
             for (Crash_t & Crash : LoadCrashes(Files, m_bFold ? CrashExtent_e::Cause : CrashExtent_e::All, fnFault))
             {
@@ -134,16 +143,13 @@ namespace
                 }
             }
         }
-        if (m_bFold)
-        {
-            ShowGroups(Symbols ? &*Symbols : nullptr);
-        }
+        bool const bWritten = !m_bFold || ShowGroups(Symbols ? &*Symbols : nullptr);
         std::fflush(stdout);
         for (std::string const & sModule : Symbols ? Symbols->GetMissing() : std::vector<std::string>())
         {
             std::fprintf(stderr, "no symbols for %s\n", Printable(sModule).c_str());
         }
-        return m_Page.Close() && m_dFaults.empty() ? EXIT_DONE : EXIT_FOUND;
+        return bWritten && m_dFaults.empty() ? EXIT_DONE : EXIT_FOUND;
     }
 }
 

@@ -81,6 +81,7 @@ namespace
         std::ifstream Stream;
         sWhyNot = sFile == "-" ? "" : OpenInput(sFile, Stream);
         std::string sHash = sWhyNot.empty() ? HashOf(sFile == "-" ? std::cin : Stream, sAlgorithm) : "";
+        sHash = sFile == "-" && std::ferror(stdin) ? "" : sHash;   // std::cin takes an error for the end
         sWhyNot = sHash.empty() && sWhyNot.empty() ? INPUT_UNREADABLE : sWhyNot;
         return sHash;
     }
@@ -216,9 +217,10 @@ namespace
             Files.push_back({ { "file", Line.sFile }, { "algorithm", Line.sAlgorithm }, { "expected", Line.sHash },
                 { "hash", sHash.empty() ? Json_t() : Json_t(sHash) }, { "ok", bSame } });
         }
-        if (!List.eof() || iLine == 0)
+        bool const bRead = List.eof() && !(Options.sList == "-" && std::ferror(stdin));
+        if (!bRead || iLine == 0)
         {
-            PrintProblem(Options.sList, List.eof() ? "the list is empty" : INPUT_UNREADABLE);
+            PrintProblem(Options.sList, bRead ? "the list is empty" : INPUT_UNREADABLE);
             iStatus = EXIT_FOUND;
         }
         if (Options.bJson)

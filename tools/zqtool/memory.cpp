@@ -172,6 +172,11 @@ namespace
         {
             return EXIT_FOUND;
         }
+        if (Page.IsWanted())   // before the text: what reads that may end first
+        {
+            WriteTreemapPage(Page.Get(), dReports);
+            bSound = Page.Close() && bSound;
+        }
         if (Options.bJson)
         {
             PrintAsJson(dReports, Options.dFiles);
@@ -179,11 +184,6 @@ namespace
         else
         {
             Print(dReports);
-        }
-        if (Page.IsWanted())
-        {
-            WriteTreemapPage(Page.Get(), dReports);
-            bSound = Page.Close() && bSound;
         }
         return bSound ? EXIT_DONE : EXIT_FOUND;
     }

@@ -89,7 +89,8 @@ namespace
             return false;
         }
         std::error_code Ignored;
-        if (std::filesystem::equivalent(m_Options.sTrace, m_Options.sPage, Ignored))
+        if (std::filesystem::equivalent(m_Options.sTrace, m_Options.sPage, Ignored)
+            || std::filesystem::equivalent(m_Options.sTrace + ".part", m_Options.sPage + ".part", Ignored))
         {
             PrintProblem(m_Options.sPage, "this is the file of --trace");
             return false;
@@ -117,10 +118,6 @@ namespace
 
     void StatsRun_c::PrintProblems()
     {
-        if (m_nMoreProblems > 0)
-        {
-            m_Facts.dProblems.push_back("and " + std::to_string(m_nMoreProblems) + " more like these");
-        }
         std::fflush(stdout);
         for (std::string const & sProblem : m_Facts.dProblems)
         {
@@ -222,6 +219,11 @@ namespace
             return EXIT_FOUND;
         }
         bool const bSound = m_Facts.dProblems.empty();
+        if (m_nMoreProblems > 0)
+        {
+            m_Facts.dProblems.push_back("and " + std::to_string(m_nMoreProblems) + " more like these");
+        }
+        bool const bWritten = WriteOutputs();   // before the text: what reads that may end first
         if (!m_Options.bJson)
         {
             PrintStats(m_Tree, m_Facts);
@@ -234,7 +236,6 @@ namespace
         {
             PrintJson(Json);
         }
-        bool const bWritten = WriteOutputs();
         std::fflush(stdout);
         return !FindTimers() ? EXIT_USAGE : bWritten && bSound && bKept ? EXIT_DONE : EXIT_FOUND;
     }

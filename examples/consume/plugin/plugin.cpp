@@ -1,4 +1,4 @@
-// Runs the game. It is the game's `main`, which CMakeLists.txt compiles under this name.
+// Runs the game and returns its exit status. It is the game's `main`, which CMakeLists.txt compiles under this name.
 int GameMain(int nArguments, char ** dArguments);
 
 // Runs the game and returns its exit status. The program looks up only this name.
