@@ -118,7 +118,7 @@ private:
 };
 
 /// Creates a folder of this process, below the one for temporary files, and returns its path.
-inline std::string const & FuzzFolder()
+inline std::string const & MakeFuzzFolder()
 {
     static std::string const & s_sFolder =
         *new std::string(std::filesystem::temp_directory_path() / ("zqcore_fuzz_" + std::to_string(getpid())));

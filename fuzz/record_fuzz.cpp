@@ -37,7 +37,7 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    static plat::StoreHandle_t const s_hFolder = plat::StoreOpenPath(FuzzFolder().c_str());
+    static plat::StoreHandle_t const s_hFolder = plat::StoreOpenPath(MakeFuzzFolder().c_str());
     Input_c Input(pData, nSize);
     bool const bCorrect = Input.Get() & 1;
     std::string sRecord = Input.Extract();
@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         std::uint32_t const dwSum = Checksum(sRecord);
         std::memcpy(sRecord.data() + CHECK_AT, &dwSum, sizeof dwSum);
     }
-    std::ofstream(FuzzFolder() + "/given", std::ios::binary) << sRecord;
+    std::ofstream(MakeFuzzFolder() + "/given", std::ios::binary) << sRecord;
     plat::RecordBytes_t dBytes;
     plat::Record_t Record;
     bool const bSound =
@@ -63,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         Require(Record.sName == sRecord.substr(HEADER_SIZE, WordAt(sRecord, NAME_SIZE_AT)));
         Require(Record.sData == sRecord.substr(HEADER_SIZE + Record.sName.size()));
         Require(plat::StoreRecord(s_hFolder, "stored", Record, true));
-        std::ifstream Stored(FuzzFolder() + "/stored", std::ios::binary);
+        std::ifstream Stored(MakeFuzzFolder() + "/stored", std::ios::binary);
         Require(std::string(std::istreambuf_iterator<char>(Stored), {}) == sRecord);
     }
     return 0;

@@ -37,7 +37,7 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    static std::string const & s_sFile = *new std::string(FuzzFolder() + "/fuzz.sav");
+    static std::string const & s_sFile = *new std::string(MakeFuzzFolder() + "/fuzz.sav");
     static FileSave_c & s_Save = *new FileSave_c(s_sFile.c_str());
     Input_c Input(pData, nSize);
     unsigned char const cCorrect = Input.Get();

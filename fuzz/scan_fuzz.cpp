@@ -140,7 +140,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     }();
     Input_c Input(pData, nSize);
     g_nDroppedLines = 0;
-    fs::path const Root = FuzzFolder() + "/tree";
+    fs::path const Root = MakeFuzzFolder() + "/tree";
     std::string sFolder = Lower(Root.string()) + '\\';
     std::replace(sFolder.begin(), sFolder.end(), '/', '\\');
     bool const bRelative = Input.Get() & 1;

@@ -81,7 +81,7 @@ namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t nSize)
 {
-    static std::string const & s_sArchive = *new std::string(FuzzFolder() + "/fuzz.zip");
+    static std::string const & s_sArchive = *new std::string(MakeFuzzFolder() + "/fuzz.zip");
     FileSetEmptyAllowed(true);
     std::ofstream(s_sArchive, std::ios::binary).write(reinterpret_cast<char const *>(pData), static_cast<long>(nSize));
     if (FileZipMount(s_sArchive.c_str(), ZipOrder_e::Over, nSize % 2 != 0))

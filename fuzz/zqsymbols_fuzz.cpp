@@ -36,8 +36,8 @@ namespace
     {
     public:
         Split_c(std::string const & sProgram, std::string const & sOther)
-            : m_sProgram(FuzzFolder() + '/' + sProgram)
-            , m_sOther(FuzzFolder() + '/' + sOther)
+            : m_sProgram(MakeFuzzFolder() + '/' + sProgram)
+            , m_sOther(MakeFuzzFolder() + '/' + sOther)
         {
             namespace fs = std::filesystem;
             fs::copy_file(ZQCORE_FUZZ_SPLIT + sProgram, m_sProgram, fs::copy_options::overwrite_existing);

@@ -207,7 +207,7 @@ namespace plat
         FolderEntry_t const & GetEntry(std::size_t iEntry) const;
 
     private:
-        struct Contents_c;
-        Contents_c * m_pContents = nullptr;
+        struct Contents_s;
+        Contents_s * m_pContents = nullptr;
     };
 }

@@ -191,7 +191,7 @@ inline void ReplaceHandles(std::vector<int> const & dHandles)
     std::ranges::for_each(dHandles, [iFile](int i) { dup2(iFile, i); });
 }
 
-/// Scope in which a folder is locked, as by a process that stopped at work in it.
+/// Scope in which a folder is locked, as if a process had stopped at work in it.
 class FolderLock_c
 {
 public:
@@ -262,7 +262,8 @@ private:
     locale_t const m_Utf8, m_Previous;
 };
 
-/// Opens a stream that writes to memory. Its end sets the text, which the caller frees by std::free, and its length.
+/// Opens a stream that writes to memory and returns it. Its end sets the text, which the caller frees by std::free, and
+/// its length.
 inline std::FILE * OpenMemoryStream(char ** ppText, std::size_t * pLength)
 {
     return open_memstream(ppText, pLength);

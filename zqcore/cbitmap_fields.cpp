@@ -147,7 +147,7 @@ namespace
     // the common rows of a plane. If the planes have the same size too, one run has all. Ends and returns true when
     // fnRun returns true. Otherwise returns false.
     template <typename RUN>
-    bool AnyCommonRun(Field_s const & First, Field_s const & Second, RUN fnRun)
+    bool VisitCommonRuns(Field_s const & First, Field_s const & Second, RUN fnRun)
     {
         std::size_t nRun = std::min(First.GetRowBytes(), Second.GetRowBytes());
         int nRows = std::min(First.Extent.iY, Second.Extent.iY);
@@ -181,7 +181,7 @@ namespace
 
     void CombineFields(Field_s const & To, Field_s const & From, Combine_t fnCombine)
     {
-        AnyCommonRun(To, From,
+        VisitCommonRuns(To, From,
             [=](unsigned char * pTo, unsigned char const * pFrom, std::size_t nBytes)
             {
                 fnCombine(pTo, pFrom, nBytes);
@@ -192,7 +192,7 @@ namespace
     // Calls fnRow with each row of First and the row of Second, if there is one. Ends and returns false when fnRow
     // returns false. Otherwise returns true.
     template <typename ROW>
-    bool AllRows(Field_s const & First, Field_s const & Second, ROW fnRow)
+    bool VisitRows(Field_s const & First, Field_s const & Second, ROW fnRow)
     {
         bool bAll = true;
         for (int iZ = 0; First.pBytes && bAll && iZ < First.Extent.iZ; ++iZ)
@@ -212,7 +212,7 @@ namespace
         {
             return bits::And(To.pBytes, From.pBytes, To.GetBytes());
         }
-        AllRows(To, From,
+        VisitRows(To, From,
             [&](unsigned char * pTo, unsigned char const * pFrom, std::size_t nFrom)
             {
                 bits::AndAndClear(pTo, To.GetRowBytes(), pFrom, nFrom);
@@ -227,7 +227,7 @@ namespace
         {
             return std::memcmp(First.pBytes, Second.pBytes, First.GetBytes()) == 0;
         }
-        return AllRows(First, Second,
+        return VisitRows(First, Second,
             [&](unsigned char const * pFirst, unsigned char const * pSecond, std::size_t nSecond)
             { return bits::Equal(pFirst, First.GetRowBytes(), pSecond, nSecond); });
     }
@@ -541,5 +541,5 @@ BitMap_c & BitMap_c::operator=(char const * const * sData)
 
 bool BitMap3D_c::Intersects(BitMap3D_c const & Other) const
 {
-    return AnyCommonRun(FieldOf(*this), FieldOf(Other), bits::Meet);
+    return VisitCommonRuns(FieldOf(*this), FieldOf(Other), bits::Meet);
 }

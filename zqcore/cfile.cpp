@@ -55,8 +55,8 @@ namespace
 
     using Reason_t = FileReplacement_c::Reason_t;
 
-    // Opens a file for reading, stores its facts and tracks its handle. Fires g_FileOpenCallbacker while opens are
-    // collected. On failure returns null and stores the system's reason in sReason.
+    // Opens a file for reading, stores its facts, tracks its handle and returns it. Fires g_FileOpenCallbacker while
+    // opens are collected. On failure returns null and stores the system's reason in sReason.
     plat::File_t OpenTracked(
         char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts, Reason_t & sReason)
     {

@@ -53,7 +53,7 @@ namespace Tessel
         void UnlinkSource();
 
         GcObj * m_pTarget = nullptr;
-        GcObj * m_pSource;                     // source; null after it was deleted
+        GcObj * m_pSource;                     // null after the source was deleted
         GcRef_c * m_pNextIncoming = nullptr;   // neighbours in the target's list
         GcRef_c * m_pPrevIncoming = nullptr;
         GcRef_c * m_pNextOutgoing = nullptr;   // neighbours in the source's list

@@ -16,10 +16,10 @@ namespace
 
     void ReadFactor(Spreadsheet_c & Sheet, BalanceColumn_s const & Column, Balance_s & Balance)
     {
-        float fFactor = 0.0f;
-        if (Sheet.Get(Column.szName, fFactor) && fFactor >= 0.0f && fFactor <= MAX_FACTOR)
+        double fFactor = 0.0;   // as a float, a text would count as 0
+        if (Sheet.Get(Column.szName, fFactor) && fFactor >= 0.0 && fFactor <= double{ MAX_FACTOR })
         {
-            Balance.*Column.pFactor = fFactor;
+            Balance.*Column.pFactor = static_cast<float>(fFactor);
         }
         else
         {

@@ -31,7 +31,8 @@ public:
     }
 
 protected:
-    /// Finds or creates the object with an ident during a load. On failure fails the archive and returns null.
+    /// Finds or creates the object with an ident during a load, and returns it. On failure fails the archive and
+    /// returns null.
     virtual T * Obtain(Serializeable_c & Archive, char const * szIdent) = 0;
 
     /// Serializes the fields of an object except its ident.

@@ -160,7 +160,7 @@ namespace
 
 extern "C"
 {
-    // Creates a thread, which has a stack for faults unless the process has the thread checker. Replaces the C
+    // Creates a thread, which has a stack for faults unless the thread checker calls this function. Replaces the C
     // library's function in the process, and calls it. A program that links the library's objects and a checker's
     // function of this name uses the latter.
     ZQ_API __attribute__((weak)) int pthread_create(

@@ -13,7 +13,7 @@
 
 namespace plat
 {
-    struct FolderListing_c::Contents_c
+    struct FolderListing_c::Contents_s
     {
         bool ReadEntries(int iFolder);
         void AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes);
@@ -30,17 +30,17 @@ namespace plat
             FolderEntry_t const * pEntry;
         };
 
-        std::vector<FolderEntry_t> m_dEntries;   // in the disk's order
-        std::vector<Place_s> m_dOrder;           // in the order of listings
-        std::vector<char> m_dNames;              // terminated names, one after the other; the entries point into it
-        bool m_bFolded = true;                   // whether all names are folded
+        std::vector<FolderEntry_t> dEntries;   // in the disk's order
+        std::vector<Place_s> dOrder;           // in the order of listings
+        std::vector<char> dNames;              // terminated names, one after the other; the entries point into it
+        bool bFolded = true;                   // whether all names are folded
     };
 
     namespace
     {
         constexpr std::size_t ENTRIES_AT_FIRST = 64;   // most folders have no more entries
         constexpr std::size_t NAME_BYTES_AT_FIRST = 2048;
-        constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // m_dNames can be read this far after any character
+        constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // dNames can be read this far after any character
 
         // Sets bFailed by errno after the facts of an entry could not be read. Returns whether the entry belongs in the
         // listing. An entry that does not exist does not belong, nor does a link to itself or to a missing target.
@@ -123,16 +123,16 @@ namespace plat
         }
     }
 
-    void FolderListing_c::Contents_c::Clear()
+    void FolderListing_c::Contents_s::Clear()
     {
-        m_dEntries.clear();
-        m_dOrder.clear();
-        m_dNames.clear();
-        m_bFolded = true;
+        dEntries.clear();
+        dOrder.clear();
+        dNames.clear();
+        bFolded = true;
     }
 
     // Appends the folder's entries in the disk's order. Returns false if reading fails.
-    bool FolderListing_c::Contents_c::ReadEntries(int iFolder)
+    bool FolderListing_c::Contents_s::ReadEntries(int iFolder)
     {
         FolderReader_c Reader(iFolder);
         while (dirent64 const * pRaw = Reader.Next())
@@ -146,36 +146,36 @@ namespace plat
             if (!Entry.bReachable || ReadFactsOfEntry(iFolder, *pRaw, Entry))
             {
                 AddEntry(Entry, pRaw->d_name, nName + 1);
-                m_bFolded = m_bFolded && (dwKinds & CAPITAL) == 0;
+                bFolded = bFolded && (dwKinds & CAPITAL) == 0;
             }
         }
-        m_dNames.resize(m_dNames.size() + KEY_BYTES);   // AddEntry has reserved them, so no name moves
+        dNames.resize(dNames.size() + KEY_BYTES);   // AddEntry has reserved them, so no name moves
         return !Reader.IsBroken();
     }
 
     // Appends an entry and a copy of its name, which has nBytes with its terminator.
-    void FolderListing_c::Contents_c::AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes)
+    void FolderListing_c::Contents_s::AddEntry(FolderEntry_t & Entry, char const * szName, std::size_t nBytes)
     {
-        if (m_dNames.capacity() - m_dNames.size() < nBytes + KEY_BYTES)
+        if (dNames.capacity() - dNames.size() < nBytes + KEY_BYTES)
         {
             GrowNames(nBytes);
         }
-        Entry.szName = m_dNames.data() + m_dNames.size();
-        m_dNames.insert(m_dNames.end(), szName, szName + nBytes);
-        m_dEntries.push_back(Entry);
+        Entry.szName = dNames.data() + dNames.size();
+        dNames.insert(dNames.end(), szName, szName + nBytes);
+        dEntries.push_back(Entry);
     }
 
-    // Makes room in m_dNames for nBytes more and KEY_BYTES after them. The entries then point into the new block.
-    ZQ_COLD void FolderListing_c::Contents_c::GrowNames(std::size_t nBytes)
+    // Makes room in dNames for nBytes more and KEY_BYTES after them. The entries then point into the new block.
+    ZQ_COLD void FolderListing_c::Contents_s::GrowNames(std::size_t nBytes)
     {
         std::vector<char> dLarger;
-        dLarger.reserve(std::max(NAME_BYTES_AT_FIRST, m_dNames.size() * 2 + nBytes + KEY_BYTES));
-        dLarger.assign(m_dNames.begin(), m_dNames.end());
-        for (FolderEntry_t & Entry : m_dEntries)
+        dLarger.reserve(std::max(NAME_BYTES_AT_FIRST, dNames.size() * 2 + nBytes + KEY_BYTES));
+        dLarger.assign(dNames.begin(), dNames.end());
+        for (FolderEntry_t & Entry : dEntries)
         {
-            Entry.szName = dLarger.data() + (Entry.szName - m_dNames.data());
+            Entry.szName = dLarger.data() + (Entry.szName - dNames.data());
         }
-        m_dNames.swap(dLarger);
+        dNames.swap(dLarger);
     }
 
     namespace
@@ -197,16 +197,16 @@ namespace plat
     }
 
     // Returns the length of the longest common prefix of all names. No name is shorter than that.
-    std::size_t FolderListing_c::Contents_c::CommonStart() const
+    std::size_t FolderListing_c::Contents_s::CommonStart() const
     {
-        std::size_t nCommon = m_dEntries.empty() ? 0 : m_dEntries[0].nName;
-        for (FolderEntry_t const & Entry : m_dEntries)
+        std::size_t nCommon = dEntries.empty() ? 0 : dEntries[0].nName;
+        for (FolderEntry_t const & Entry : dEntries)
         {
             std::size_t nSame = 0;
             std::uint64_t nDifferent = 0;
             while (nSame < nCommon && nDifferent == 0)
             {
-                nDifferent = LoadKey(Entry.szName + nSame) ^ LoadKey(m_dEntries[0].szName + nSame);
+                nDifferent = LoadKey(Entry.szName + nSame) ^ LoadKey(dEntries[0].szName + nSame);
                 nSame += static_cast<std::size_t>(std::countr_zero(nDifferent)) / 8;
             }
             nCommon = std::min(nCommon, nSame);
@@ -215,12 +215,12 @@ namespace plat
     }
 
     // Sorts the entries in the order of listings. If all names are folded, comparing their bytes is enough.
-    void FolderListing_c::Contents_c::Sort()
+    void FolderListing_c::Contents_s::Sort()
     {
-        std::size_t const nStart = m_bFolded ? CommonStart() : 0;
-        for (FolderEntry_t const & Entry : m_dEntries)
+        std::size_t const nStart = bFolded ? CommonStart() : 0;
+        for (FolderEntry_t const & Entry : dEntries)
         {
-            m_dOrder.push_back({ m_bFolded ? OrderKey(Entry.szName + nStart) : 0, &Entry });
+            dOrder.push_back({ bFolded ? OrderKey(Entry.szName + nStart) : 0, &Entry });
         }
         auto const fnPlain = [](Place_s const & First, Place_s const & Second)
         {
@@ -230,25 +230,25 @@ namespace plat
         auto const fnFolded = [](Place_s const & First, Place_s const & Second)
         { return ComesBefore(First.pEntry->szName, Second.pEntry->szName); };
 
-        if (m_bFolded)
+        if (bFolded)
         {
-            std::sort(m_dOrder.begin(), m_dOrder.end(), fnPlain);
+            std::sort(dOrder.begin(), dOrder.end(), fnPlain);
         }
         else
         {
-            std::sort(m_dOrder.begin(), m_dOrder.end(), fnFolded);
+            std::sort(dOrder.begin(), dOrder.end(), fnFolded);
         }
     }
 
     // Returns the names that the record of spellings selects from, or none if all are folded.
-    std::vector<char const *> FolderListing_c::Contents_c::NamesToRecord() const
+    std::vector<char const *> FolderListing_c::Contents_s::NamesToRecord() const
     {
         std::vector<char const *> dToRecord;
-        if (m_bFolded)
+        if (bFolded)
         {
             return dToRecord;
         }
-        for (Place_s const & Place : m_dOrder)
+        for (Place_s const & Place : dOrder)
         {
             dToRecord.push_back(Place.pEntry->szName);
         }
@@ -264,8 +264,8 @@ namespace plat
     {
         if (m_pContents == nullptr)
         {
-            m_pContents = new Contents_c;
-            m_pContents->m_dEntries.reserve(ENTRIES_AT_FIRST);
+            m_pContents = new Contents_s;
+            m_pContents->dEntries.reserve(ENTRIES_AT_FIRST);
         }
         m_pContents->Clear();
 
@@ -288,17 +288,17 @@ namespace plat
 
     std::size_t FolderListing_c::GetCount() const
     {
-        return m_pContents != nullptr ? m_pContents->m_dOrder.size() : 0;
+        return m_pContents != nullptr ? m_pContents->dOrder.size() : 0;
     }
 
     bool FolderListing_c::HasCapitals() const
     {
-        return m_pContents != nullptr && !m_pContents->m_bFolded;
+        return m_pContents != nullptr && !m_pContents->bFolded;
     }
 
     FolderEntry_t const & FolderListing_c::GetEntry(std::size_t iEntry) const
     {
-        return *m_pContents->m_dOrder[iEntry].pEntry;
+        return *m_pContents->dOrder[iEntry].pEntry;
     }
 
     bool FolderGetIdentity(char const * szPath, FileIdentity_t & Identity, bool bAsWritten)

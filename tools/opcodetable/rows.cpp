@@ -168,7 +168,7 @@ namespace
             bool const bEmpty = Row.sPattern.empty() || Row.sFormat.empty();
             if (bEmpty || Row.sPattern.size() > MAX_SIZE || Row.sFormat.size() > MAX_SIZE)
             {
-                Fail("a row needs a pattern and a format of at most 255 bytes");
+                Fail("a row needs a pattern and a format of at most " + std::to_string(MAX_SIZE) + " bytes");
             }
             return Row;
         }
@@ -235,7 +235,7 @@ namespace
                 int const nBytes = Number(sWord.substr(1), 10);
                 if (nBytes < 1 || nBytes > OPCODE_RAW_LAST)
                 {
-                    Fail("1 to 15 bytes are taken at once");
+                    Fail("1 to " + std::to_string(OPCODE_RAW_LAST) + " bytes are taken at once");
                 }
                 AddPair(sPattern, nBytes, 0, nBytes);
             }

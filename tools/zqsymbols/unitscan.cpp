@@ -35,9 +35,9 @@ namespace zqsymbols
         struct Shape_t
         {
             unsigned nTag = 0;
-            bool bKnown = false;      // whether the unit has such an abbreviation
-            bool bChildren = false;   // whether the DIE has children
-            bool bCode = false;       // whether the DIE has addresses of code
+            bool bKnown = false;   // whether the unit has such an abbreviation
+            bool bChildren = false;
+            bool bCode = false;   // whether the DIE has addresses of code
             std::vector<Step_t> dSteps;
         };
 

@@ -8,7 +8,7 @@
 /// Description of an option or a positional argument.
 struct HelpOption_t
 {
-    std::vector<std::string> dNames;   // "-h", "--help"; of an argument without a name its word, such as FILE
+    std::vector<std::string> dNames;   // "-h", "--help"; of a positional argument its word, such as FILE
     std::string sValue;                // word for its value, or the choices, as "32|64"; empty for a flag, and for a
                                        // positional argument without choices
     std::string sPurpose;
@@ -28,7 +28,7 @@ struct HelpCommand_t
     std::vector<HelpOption_t> dOptions;     // the positional ones first
     std::vector<HelpCommand_t> dCommands;   // of the program, in order
 
-    /// Returns the line of usage: the command, [OPTION...] and the arguments without names.
+    /// Returns the line of usage: the command, [OPTION...] and the positional arguments.
     std::string Usage() const;
 
     /// Returns the purpose as a sentence, with a capital and a full stop.
