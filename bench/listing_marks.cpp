@@ -199,7 +199,8 @@ namespace
     };
 }
 
-// Measures the output of objdump on standard input and prints the counts. With -v also lists what differs.
+// Measures the listing over the output of objdump on standard input and prints the counts. With -v also lists what
+// differs.
 int main(int nArguments, char ** dArguments)
 {
     bool const bDetails = nArguments > 1 && std::string(dArguments[1]) == "-v";

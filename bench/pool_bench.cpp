@@ -289,7 +289,8 @@ namespace
         void Dispose() const override {}
     };
 
-    // Calls AddRef on all objects, then Release on all, with the ledger. The time is that of one call of each.
+    // Calls AddRef on all objects, then Release on all, with a note for each reference. The time is that of one call of
+    // each.
     void CountReferences(benchmark::State & State)
     {
         std::vector<Object_c> dObjects(static_cast<std::size_t>(State.range(0)));

@@ -58,9 +58,9 @@ public:
     File_c(File_c const &) = delete;
     File_c & operator=(File_c const &) = delete;
 
-    /// Reads the contents again if they are resident. Requires that no thread is reading the old block. On failure
-    /// pData is null and the references stay. Holders check pData after a refresh, and still call FileClose. The next
-    /// FileOpen reads the disk again.
+    /// Reads the contents again if they are resident. Requires that no thread is reading the old block, and that
+    /// holders check pData afterwards and still call FileClose. On failure pData is null and the references stay. The
+    /// next FileOpen reads the disk again.
     virtual void Refresh() = 0;
 
     /// Returns the location on disk, cut at 255 characters: the folder and the last component of the key, or the key
@@ -68,17 +68,19 @@ public:
     virtual String_T<256> GetFullPath() const;
 
     /// Reads dwLength bytes from the byte dwPosition of the file on disk to pBuffer and returns true. Returns true at
-    /// once if dwLength is 0. Otherwise asserts that dwPosition is below iLength. Any thread may call it. Enters no
-    /// lock of the file. Returns false in these cases:
+    /// once if dwLength is 0. Otherwise asserts that dwPosition is below iLength. Returns false in these cases:
     /// - the file can't be opened, or the position can't be set.
     /// - reading fails, or the file has fewer bytes there. dwLength is then the number of bytes that were read.
+    ///
+    /// Any thread may call it. Enters no lock of the file.
     virtual bool Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength) = 0;
 
     /// Returns the name as the last caller of FileOpen by name spelled it, cut at 255 characters. It is empty until the
     /// first one.
     virtual char const * GetFileName() const;
 
-    /// Opens a stream on this file and returns it. CloseStored destroys it. Returns null if the file can't be opened.
+    /// Opens a stream on this file and returns it. Returns null if the file can't be opened. CloseStored destroys the
+    /// stream.
     virtual FileStored_c * OpenStored() = 0;
 
     /// Removes the object from g_sFileObjects, unless its key is empty. Another object of its key stays.
@@ -234,9 +236,9 @@ private:
     bool ReadUnlocked(plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation);
 };
 
-/// A stream on one file. FileOpenStored makes it, and CloseStored destroys it. One thread at a time may use it.
-/// SeekStored, TellStored, ReadStored and IsEof assert that the stream is open. Each makes at least one system call, so
-/// read in blocks of some kilobytes.
+/// A stream on one file. SeekStored, TellStored, ReadStored and IsEof assert that the stream is open. Each makes at
+/// least one system call, so reads of some kilobytes are cheaper than small ones. FileOpenStored makes the stream, and
+/// CloseStored destroys it. One thread at a time may use it.
 class ZQ_API FileStored_c
 {
 public:

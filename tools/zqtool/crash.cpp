@@ -44,18 +44,18 @@ namespace
 
         Options_s const & m_Options;
         bool m_bFold, m_bColours;
-        std::vector<std::string> m_dFaults;
+        std::vector<std::string> m_dComplaints;
         OutputFile_c m_Page;
         CrashFold_c m_Fold;
         std::size_t m_nShown = 0;
     };
 
-    // Prints a fault, and keeps it for the page and the status.
+    // Prints a complaint, and keeps it for the page and the status.
     void CrashRun_c::Complain(std::string const & sText)
     {
         std::fflush(stdout);
         std::fprintf(stderr, "%s\n", Printable(sText).c_str());
-        m_dFaults.push_back(sText);
+        m_dComplaints.push_back(sText);
     }
 
     // Prints a crash. In text, a line divides it from the previous one.
@@ -84,7 +84,7 @@ namespace
         }
         if (m_Page.IsWanted())
         {
-            WriteCrashPage(m_Page.Get(), dGroups, m_dFaults);
+            WriteCrashPage(m_Page.Get(), dGroups, m_dComplaints);
         }
         bool const bWritten = m_Page.Close();
         if (m_Options.bJson)
@@ -108,8 +108,8 @@ namespace
             std::fputs("zqtool: --symbols needs a build with libdw, and this one has none\n", stderr);
             return EXIT_FOUND;
         }
-        CrashFault_t const fnFault = [this](std::string const & sText) { Complain(sText); };
-        std::vector<CrashFiles_t> const dFiles = FindCrashFiles(m_Options.dNames, fnFault);
+        CrashComplaint_t const fnComplain = [this](std::string const & sText) { Complain(sText); };
+        std::vector<CrashFiles_t> const dFiles = FindCrashFiles(m_Options.dNames, fnComplain);
         std::vector<std::string> dInputs;
         for (CrashFiles_t const & Files : dFiles)
         {
@@ -123,11 +123,11 @@ namespace
         std::optional<CrashSymbols_c> Symbols;
         if (!m_Options.dSymbols.empty())
         {
-            Symbols.emplace(m_Options.dSymbols, fnFault);
+            Symbols.emplace(m_Options.dSymbols, fnComplain);
         }
         for (CrashFiles_t const & Files : dFiles)
         {
-            for (Crash_t & Crash : LoadCrashes(Files, m_bFold ? CrashExtent_e::Cause : CrashExtent_e::All, fnFault))
+            for (Crash_t & Crash : LoadCrashes(Files, m_bFold ? CrashExtent_e::Cause : CrashExtent_e::All, fnComplain))
             {
                 if (Symbols)
                 {
@@ -149,7 +149,7 @@ namespace
         {
             std::fprintf(stderr, "no symbols for %s\n", Printable(sModule).c_str());
         }
-        return bWritten && m_dFaults.empty() ? EXIT_DONE : EXIT_FOUND;
+        return bWritten && m_dComplaints.empty() ? EXIT_DONE : EXIT_FOUND;
     }
 }
 

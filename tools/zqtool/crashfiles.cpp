@@ -48,8 +48,8 @@ namespace
     class Finder_c
     {
     public:
-        explicit Finder_c(CrashFault_t const & fnFault)
-            : m_fnFault(fnFault)
+        explicit Finder_c(CrashComplaint_t const & fnComplain)
+            : m_fnComplain(fnComplain)
         {}
 
         void Add(std::string const & sName)
@@ -149,11 +149,11 @@ namespace
             }
             if (Error)
             {
-                m_fnFault(sFolder + ": can't read the whole folder: " + Error.message());
+                m_fnComplain(sFolder + ": can't read the whole folder: " + Error.message());
             }
             else if (dFiles.empty())
             {
-                m_fnFault(sFolder + ": no crash report in this folder");
+                m_fnComplain(sFolder + ": no crash report in this folder");
             }
             for (auto & [sStem, Files] : dFiles)
             {
@@ -201,7 +201,7 @@ namespace
             std::sort(Found.dDetails.begin(), Found.dDetails.end());
         }
 
-        CrashFault_t const & m_fnFault;
+        CrashComplaint_t const & m_fnComplain;
         std::map<std::string, MoreDetails_t> m_dMore;   // by folder
         std::map<std::string, std::size_t> m_dStems;    // index in m_dFound by stem
         std::vector<CrashFiles_t> m_dFound;
@@ -262,7 +262,7 @@ namespace
     }
 
     // Reads a file and returns its crashes, none for an empty name. Reports at most one fault.
-    std::vector<Crash_t> LoadOne(std::string const & sFile, CrashFault_t const & fnFault, CrashExtent_e eExtent,
+    std::vector<Crash_t> LoadOne(std::string const & sFile, CrashComplaint_t const & fnComplain, CrashExtent_e eExtent,
         std::vector<Crash_t> (*fnRead)(std::string_view, CrashComplain_t const &, CrashExtent_e))
     {
         std::vector<Crash_t> dCrashes;
@@ -280,11 +280,11 @@ namespace
         }
         if (!sFault.empty())
         {
-            fnFault(sFile + ": " + sFault);
+            fnComplain(sFile + ": " + sFault);
         }
         else if (!Faults.IsEmpty())
         {
-            fnFault(sFile + Faults.Text());
+            fnComplain(sFile + Faults.Text());
         }
         for (Crash_t & Crash : dCrashes)
         {
@@ -334,9 +334,9 @@ namespace
     }
 }
 
-std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashFault_t const & fnFault)
+std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashComplaint_t const & fnComplain)
 {
-    Finder_c Finder(fnFault);
+    Finder_c Finder(fnComplain);
     for (std::string const & sName : dNames)
     {
         Finder.Add(sName);
@@ -344,13 +344,13 @@ std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames
     return Finder.Extract();
 }
 
-std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFault_t const & fnFault)
+std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashComplaint_t const & fnComplain)
 {
-    std::vector<Crash_t> dReports = LoadOne(Files.sReport, fnFault, eExtent, ReadCrashReport);
+    std::vector<Crash_t> dReports = LoadOne(Files.sReport, fnComplain, eExtent, ReadCrashReport);
     std::vector<Crash_t> dDetails;
     for (std::string const & sDetails : Files.dDetails)
     {
-        std::vector<Crash_t> dOfFile = LoadOne(sDetails, fnFault, eExtent, ReadCrashDetails);
+        std::vector<Crash_t> dOfFile = LoadOne(sDetails, fnComplain, eExtent, ReadCrashDetails);
         std::move(dOfFile.begin(), dOfFile.end(), std::back_inserter(dDetails));
     }
     std::vector<Crash_t> dCrashes = JoinCrashes(std::move(dReports), std::move(dDetails));
@@ -367,7 +367,7 @@ std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExte
 
 void ReloadCrash(Crash_t & Crash)
 {
-    CrashFault_t const fnIgnore = [](std::string const &) {};   // the first load reported it
+    CrashComplaint_t const fnIgnore = [](std::string const &) {};   // the first load reported it
     std::vector<Crash_t> dCrashes = LoadCrashes(Crash.Files, CrashExtent_e::All, fnIgnore);
     if (Crash.iInFile < dCrashes.size())
     {

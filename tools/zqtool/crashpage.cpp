@@ -152,21 +152,21 @@ namespace
                + "</div></details></li>\n";
     }
 
-    std::string FaultsHtml(std::vector<std::string> const & dFaults)
+    std::string FaultsHtml(std::vector<std::string> const & dComplaints)
     {
-        if (dFaults.empty())
+        if (dComplaints.empty())
         {
             return "";
         }
         std::string sHtml = "<section class=\"problems\" role=\"alert\">\n<h2>Problems with files</h2>\n"
                             "<p>What could be read is shown.</p>\n<ul>\n";
-        for (std::size_t i = 0; i < std::min(dFaults.size(), MAX_FAULTS); ++i)
+        for (std::size_t i = 0; i < std::min(dComplaints.size(), MAX_FAULTS); ++i)
         {
-            sHtml += "<li>" + Shown(dFaults[i]) + "</li>\n";
+            sHtml += "<li>" + Shown(dComplaints[i]) + "</li>\n";
         }
-        if (dFaults.size() > MAX_FAULTS)
+        if (dComplaints.size() > MAX_FAULTS)
         {
-            sHtml += "<li>and " + std::to_string(dFaults.size() - MAX_FAULTS) + " more</li>\n";
+            sHtml += "<li>and " + std::to_string(dComplaints.size() - MAX_FAULTS) + " more</li>\n";
         }
         return sHtml + "</ul>\n</section>\n";
     }
@@ -189,11 +189,11 @@ namespace
 }
 
 void WriteCrashPage(
-    std::ostream & Stream, std::vector<CrashGroup_t> const & dGroups, std::vector<std::string> const & dFaults)
+    std::ostream & Stream, std::vector<CrashGroup_t> const & dGroups, std::vector<std::string> const & dComplaints)
 {
     Stream << PageHead("Crashes") << "<header>\n<h1>Crashes by cause</h1>\n<p>" << Shown(FactsText(dGroups))
            << "</p>\n</header>\n"
-           << FaultsHtml(dFaults)
+           << FaultsHtml(dComplaints)
            << "<main>\n<section>\n<div class=\"bar\">\n<label for=\"filter\">Filter</label>\n"
               "<input type=\"search\" id=\"filter\" placeholder=\"function, file, version\">\n"
               "<span id=\"shown\" class=\"quiet\" role=\"status\"></span>\n</div>\n"

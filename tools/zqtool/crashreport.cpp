@@ -162,7 +162,8 @@ namespace
     }
 
     // Begins the crash or the part that the line names, if it names one. Returns whether the line is one of the fixed
-    // ones. Before the first crash, only the line that begins one counts. Requires a line that is not empty.
+    // ones. Before the first crash, only the line that begins one counts. A call stack among the variables begins no
+    // part. Requires a line that is not empty.
     bool ReportReader_c::ReadMark(std::string_view sLine)
     {
         if (std::string_view("PCLA=").find(sLine[0]) == std::string_view::npos)

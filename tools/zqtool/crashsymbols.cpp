@@ -108,12 +108,12 @@ struct CrashSymbols_c::State_s
 };
 
 CrashSymbols_c::CrashSymbols_c(
-    std::vector<std::string> const & dFolders, std::function<void(std::string const &)> const & fnFault)
+    std::vector<std::string> const & dFolders, std::function<void(std::string const &)> const & fnComplain)
     : m_pState(std::make_unique<State_s>())
 {
     for (std::string const & sFolder : dFolders)
     {
-        m_pState->Files.AddFolder(sFolder, fnFault);
+        m_pState->Files.AddFolder(sFolder, fnComplain);
     }
 }
 

@@ -413,9 +413,9 @@ void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options)
                 {
                     bool const bBare =
                         sName.find_first_of("/\\") == std::string::npos && !sName.empty() && sName.size() <= MAX_BYTES;
-                    return bBare && plat::IsFolded(sName.c_str())
-                               ? ""
-                               : "a game is a bare name in lower case, of at most 99 bytes";
+                    return bBare && plat::IsFolded(sName.c_str()) ? std::string()
+                                                                  : "a game is a bare name in lower case, of at most "
+                                                                        + std::to_string(MAX_BYTES) + " bytes";
                 });
     Arguments.AddText("--split", "LOCATION", Options.sSplit, "folder of the games; default \\gamedata\\")
         .SetNeeds(Game)
@@ -425,8 +425,9 @@ void AddMediaOptions(Arguments_c & Arguments, MediaOptions_t & Options)
                 bool const bBounded = sLocation.size() > 1 && sLocation.size() <= MAX_BYTES
                                       && sLocation.starts_with('\\') && sLocation.ends_with('\\');
                 return bBounded && plat::IsFolded(sLocation.c_str())
-                           ? ""
-                           : "a location is in lower case, begins and ends with \\, and has at most 99 bytes";
+                           ? std::string()
+                           : "a location is in lower case, begins and ends with \\, and has at most "
+                                 + std::to_string(MAX_BYTES) + " bytes";
             });
     Arguments.AddText("--config", "NAME", Options.sConfig, "folder of media\\_configdependeddata\\ to enter");
     Arguments.AddFlag("--relative", Options.bRelative, "names are paths below the first folder");
