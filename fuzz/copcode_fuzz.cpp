@@ -31,7 +31,7 @@ namespace
     };
 
     // Decodes the first instruction of nBytes and returns its text, padded with zeros. Sets nBytes to its length.
-    std::string Text(OpcodeDecoder_c & Decoder, unsigned char const * pCode, std::size_t & nBytes)
+    std::string DecodeFirst(OpcodeDecoder_c & Decoder, unsigned char const * pCode, std::size_t & nBytes)
     {
         std::string sText(256, '\0');
         Decoder.SetAddressBias(ADDRESS - reinterpret_cast<std::uintptr_t>(pCode));
@@ -53,10 +53,10 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         Require(Sink.m_nLines == nInstructions);
         OpcodeDecoder_c Decoder(eMode);
         std::size_t nFirst = dCode.size();
-        std::string const sFirst = Text(Decoder, dCode.data(), nFirst);
+        std::string const sFirst = DecodeFirst(Decoder, dCode.data(), nFirst);
         std::size_t nAlone = nFirst;
         std::vector<unsigned char> const dFirst(pData, pData + nFirst);
-        Require(Text(Decoder, dFirst.data(), nAlone) == sFirst);
+        Require(DecodeFirst(Decoder, dFirst.data(), nAlone) == sFirst);
         Require(nAlone == nFirst);
     }
     std::vector<unsigned char> dTable(16384);

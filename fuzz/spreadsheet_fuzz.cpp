@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     Input_c Input(pData, nSize);
     SpreadsheetFmtDesc_t Fmt = { Input.Get<char>(), Input.Get<char>() };
     bool const bUsual = Fmt.cRowSeparator == Fmt.cCellSeparator;
-    Fmt = bUsual ? SpreadsheetFmtDesc_t{ '\n', ',' } : Fmt;
+    Fmt = bUsual ? Spreadsheet_c::USUAL_FORMAT : Fmt;
     std::string & sText = FuzzFile_c::Get().m_sText = Input.Extract();
     Spreadsheet_c Sheet;
     bool const bOpen = Sheet.Open("fuzz.txt", bUsual ? nullptr : &Fmt);

@@ -127,8 +127,8 @@ namespace plat
     bool PathGetFacts(char const * szPath, FileFacts_t & Facts);
 
     /// Opens a C stream of a regular file with fopen's modes and returns it. An existing file is found in any spelling.
-    /// A new file gets the path's own spelling. A stream that writes is opened by the rule of filewrite.h. Programs that
-    /// the process starts do not inherit it. Returns null on failure.
+    /// A new file gets the path's own spelling. A stream that writes is opened by the rule of filewrite.h. Programs
+    /// that the process starts do not inherit it. Returns null on failure.
     std::FILE * StreamOpen(char const * szPath, char const * szMode);
 
     /// Opens a stream without a buffer by the rule of filewrite.h and returns it. All output goes to the end of the

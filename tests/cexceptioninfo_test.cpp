@@ -56,11 +56,11 @@ namespace
     }
 
     // Returns the trace of ten frames, from the fifth on, of nLevels nested calls.
-    __attribute__((noinline)) std::string Deep(int nLevels, std::size_t nSize)
+    __attribute__((noinline)) std::string DeepTrace(int nLevels, std::size_t nSize)
     {
         if (nLevels > 0)
         {
-            return Deep(nLevels - 1, nSize) + "";   // no tail call
+            return DeepTrace(nLevels - 1, nSize) + "";   // no tail call
         }
         plat::FaultContextCapture(&g_Context);
         plat::FaultPointers_t const Here = { nullptr, &g_Context };
@@ -366,11 +366,12 @@ TEST_F(ExceptionInfo, TraceNumbersNamesCutsAndAssertsItsArguments)
     std::string sExpected;
     for (int i = 4; i < 14; ++i)
     {
-        sExpected += (i < 10 ? "[[]0" : "[[]") + std::to_string(i) + "[]]\t"
-                     + (bHelper ? ".*Deep\t.*cexceptioninfo_test.cpp [(][0-9]+[)]\t\n" : "[?]\teip\t0x[0-9A-F]+\n");
+        sExpected +=
+            (i < 10 ? "[[]0" : "[[]") + std::to_string(i) + "[]]\t"
+            + (bHelper ? ".*DeepTrace\t.*cexceptioninfo_test.cpp [(][0-9]+[)]\t\n" : "[?]\teip\t0x[0-9A-F]+\n");
     }
-    EXPECT_THAT(Deep(20, 16384), MatchesRegex(sExpected));
-    EXPECT_EQ(Deep(20, 6), "[04]\t");
+    EXPECT_THAT(DeepTrace(20, 16384), MatchesRegex(sExpected));
+    EXPECT_EQ(DeepTrace(20, 6), "[04]\t");
     Fault_s Fault(plat::FAULT_ACCESS);
     DialogScript_c const Dialogs;
     EXPECT_EQ(StackOf(nullptr, 5, 0), "");

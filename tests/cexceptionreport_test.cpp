@@ -354,8 +354,8 @@ TEST(CrashReportSource, ReturnsOnlyLinesThatEndInCarriageReturnAndLineFeed)
     exceptionreport::SourceFile_c const Other(Folder.Write("b.cpp", "first\nsecond\n").c_str());
     exceptionreport::SourceFile_c const Missing(Folder.Join("c.cpp").c_str());
     char szText[8];
-    for (auto const & [iLine, bFound, szExpected] : Rows_t<unsigned, bool, char const *>{ { 1, true, "first" },
-             { 2, true, "" }, { 3, true, "  third" }, { 0, false, "  third" }, { 4, false, "  third" } })
+    for (auto const & [iLine, bFound, szExpected] : Rows_t<unsigned, bool, char const *>{
+             { 1, true, "first" }, { 2, true, "" }, { 3, true, "  third" }, { 0, false, "" }, { 4, false, "" } })
     {
         EXPECT_EQ(Source.GetLine(iLine, szText, sizeof szText), bFound) << iLine;
         EXPECT_STREQ(szText, szExpected) << iLine;

@@ -162,6 +162,7 @@ TEST(Serialize, VersionsAndLabelsDecideWhatLoads)
 {
     std::uint32_t dwVersion = 0;
     using namespace std::string_view_literals;
+    // Ends: w whole, f failed, a in Abort.
     for (auto const & [sBytes, fnBody, cEnd, szLog] :
         Rows_t<std::string_view, ArchiveBody_t, char, char const *>{
             { "\2\0\1\0"sv, [&](Archive_t & Archive) { dwVersion = Archive.GetVersion(); }, 'w', "" },

@@ -104,7 +104,7 @@ namespace
         return ~dwRegister;
     }
 
-    // Replaces itself in g_fnKernel.
+    // Replaces itself in g_fnKernel by the best kernel for the processor. Returns that kernel's result.
     std::uint32_t ChooseAndRun(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister);
 
     // The kernel for CRC32_KERNEL_MIN bytes and more. The first call chooses it. That call may come before any

@@ -122,7 +122,7 @@ namespace
     // A lane is a register with one or more blocks side by side. Its functions are inlined into FoldRun. FoldRun has
     // the instructions and the registers of the lane only after it is inlined itself. Until then a lane can't be passed
     // by value, so the functions take references. For the same reason FoldRun has four variables instead of an array.
-    struct Lane128_s
+    struct Lane128_c
     {
         using Blocks_t = __m128i;
 
@@ -161,7 +161,7 @@ namespace
         ZQ_TARGET_PCLMUL static inline void Narrow(__m128i & Block, Blocks_t const & Blocks) { Block = Blocks; }
     };
 
-    struct Lane256_s
+    struct Lane256_c
     {
         using Blocks_t = __m256i;
 
@@ -202,7 +202,7 @@ namespace
         }
     };
 
-    struct Lane512_s
+    struct Lane512_c
     {
         using Blocks_t = __m512i;
 
@@ -249,8 +249,8 @@ namespace
         }
     };
 
-    // Folds a run from the register before it: four lanes at a time, the four to one, one lane at a time, and the rest. Returns the CRC. Requires
-    // at least four lanes.
+    // Folds a run from the register before it: four lanes at a time, the four to one, one lane at a time, and the rest.
+    // Returns the CRC. Requires at least four lanes.
     template <typename LANE>
     ZQ_TARGET_PCLMUL ZQ_INLINE std::uint32_t FoldRun(
         unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
@@ -291,7 +291,7 @@ namespace
 
     // Number of bytes from which on lanes of more than one block are faster.
     constexpr std::size_t WIDE_MIN = 256;
-    static_assert(WIDE_MIN >= 4 * sizeof(Lane512_s::Blocks_t));
+    static_assert(WIDE_MIN >= 4 * sizeof(Lane512_c::Blocks_t));
 
     ZQ_TARGET_PCLMUL std::uint32_t Crc32Pclmul(
         unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
@@ -301,20 +301,20 @@ namespace
             __m128i const First = _mm_xor_si128(LoadBlock(pData), BlockOf(dwRegister));
             return Finish(First, pData + BLOCK_BYTES, nBytes - BLOCK_BYTES);
         }
-        return FoldRun<Lane128_s>(pData, nBytes, dwRegister);
+        return FoldRun<Lane128_c>(pData, nBytes, dwRegister);
     }
 
     ZQ_TARGET_PAIRS std::uint32_t Crc32Pairs(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
     {
         return nBytes < WIDE_MIN ? Crc32Pclmul(pData, nBytes, dwRegister)
-                                 : FoldRun<Lane256_s>(pData, nBytes, dwRegister);
+                                 : FoldRun<Lane256_c>(pData, nBytes, dwRegister);
     }
 
     ZQ_TARGET_VPCLMUL std::uint32_t Crc32Vpclmul(
         unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister)
     {
         return nBytes < WIDE_MIN ? Crc32Pclmul(pData, nBytes, dwRegister)
-                                 : FoldRun<Lane512_s>(pData, nBytes, dwRegister);
+                                 : FoldRun<Lane512_c>(pData, nBytes, dwRegister);
     }
 }
 

@@ -28,7 +28,8 @@ namespace exceptioninfo
             m_Lock.Leave();
         }
 
-        /// Returns how often the calling thread has entered the lock. Requires that it holds the lock.
+        /// Returns how many times the calling thread has entered the lock and not left it yet. Requires that it holds
+        /// the lock.
         int GetDepth() const { return m_nEntered; }
 
         /// Leaves the lock until the depth is nDepth, after a jump out of its scopes.

@@ -203,10 +203,11 @@ public:
                && (EnumFromName(szCell, eValue, dNames) || Refuse(sName, "there is no known name in column"));
     }
 
+    /// Separators of an Open without a format.
+    static constexpr SpreadsheetFmtDesc_t USUAL_FORMAT = { '\n', ',' };
+
 private:
     struct Chunk_s;
-
-    static constexpr SpreadsheetFmtDesc_t USUAL_FORMAT = { '\n', ',' };
 
     bool Parse(char const * pText, int iLength);
     bool FindCell(int iStartRow, char const * sColumn, char const * sValue);

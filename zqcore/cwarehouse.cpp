@@ -483,7 +483,7 @@ bool Warehouse_c::LogNotFound(char const * sColumn) const
     return false;
 }
 
-// Stores why a cell is bad or a text is cut, logs the cell if LogColName switched that on, and returns false.
+// Stores why a cell is bad or a text is cut, logs the column if LogColName switched that on, and returns false.
 bool Warehouse_c::LogInvalid(char const * sColumn, char const * szReason) const
 {
     if (m_bLogColName)

@@ -43,8 +43,8 @@ public:
     int GetCount() const { return m_nServices; }
 
     /// Return the name of a module, by its number in the order of adding, and the seconds that its start took. Require
-    /// a number from 0 to below GetCount(). The times require a Start that succeeded. They are 0 for a module that was
-    /// not added.
+    /// a number from 0 to below GetCount(). The times require a Start that succeeded. Return a time of 0 for a module
+    /// that was not added.
     char const * GetName(int iService) const { return m_dMarks[iService].GetWatched()->GetName(); }
     double GetStartTime(int iService) const;
     double GetStartTime(Module_c const & Module) const;

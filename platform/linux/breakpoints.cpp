@@ -109,11 +109,11 @@ namespace plat
             {
                 return true;
             }
-            int volatile nTouched = 0;
-            auto const Address = reinterpret_cast<std::uintptr_t>(&nTouched);
-            perf_event_attr Event = NewEvent(HW_BREAKPOINT_W, Address, sizeof nTouched);
+            int volatile iTouched = 0;
+            auto const Address = reinterpret_cast<std::uintptr_t>(&iTouched);
+            perf_event_attr Event = NewEvent(HW_BREAKPOINT_W, Address, sizeof iTouched);
             Descriptor_c const Counter(OpenOnThisThread(Event));
-            nTouched = 1;
+            iTouched = 1;
             std::uint64_t nCount = 0;
             if (!Counter.IsOpen() || ::read(Counter.Get(), &nCount, sizeof nCount) != sizeof nCount)
             {

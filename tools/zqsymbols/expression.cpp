@@ -283,22 +283,22 @@ namespace zqsymbols
             }
 
             // Returns the result of DW_OP_eq to DW_OP_ne.
-            static bool Compare(unsigned nCode, std::int64_t nFirst, std::int64_t nSecond)
+            static bool Compare(unsigned nCode, std::int64_t iFirst, std::int64_t iSecond)
             {
                 switch (nCode)
                 {
                 case DW_OP_eq:
-                    return nFirst == nSecond;
+                    return iFirst == iSecond;
                 case DW_OP_ge:
-                    return nFirst >= nSecond;
+                    return iFirst >= iSecond;
                 case DW_OP_gt:
-                    return nFirst > nSecond;
+                    return iFirst > iSecond;
                 case DW_OP_le:
-                    return nFirst <= nSecond;
+                    return iFirst <= iSecond;
                 case DW_OP_lt:
-                    return nFirst < nSecond;
+                    return iFirst < iSecond;
                 default:
-                    return nFirst != nSecond;
+                    return iFirst != iSecond;
                 }
             }
 
@@ -312,12 +312,12 @@ namespace zqsymbols
                 std::uint64_t const nSecond = Take();
                 std::uint64_t const nFirst = Take();
                 std::uint64_t const nBits = m_Process.GetWord() * 8;
-                std::int64_t const nSignedSecond = ToSigned(nSecond);
-                std::int64_t const nSignedFirst = ToSigned(nFirst);
+                std::int64_t const iSignedSecond = ToSigned(nSecond);
+                std::int64_t const iSignedFirst = ToSigned(nFirst);
                 bool const bShifts = nSecond < nBits;
                 bool const bDivides = nCode == DW_OP_div || nCode == DW_OP_mod;
                 bool const bByType = bDivides || (nCode >= DW_OP_ge && nCode <= DW_OP_lt);
-                m_bFailed |= bDivides && (nSecond == 0 || nSignedSecond == -1);
+                m_bFailed |= bDivides && (nSecond == 0 || iSignedSecond == -1);
                 m_bFailed |= m_bUnsigned && bByType;   // types are not kept: mod is unsigned, the others are signed
                 if (m_bFailed)
                 {
@@ -329,7 +329,7 @@ namespace zqsymbols
                     Put(nFirst & nSecond);
                     break;
                 case DW_OP_div:
-                    Put(static_cast<std::uint64_t>(nSignedFirst / nSignedSecond));
+                    Put(static_cast<std::uint64_t>(iSignedFirst / iSignedSecond));
                     break;
                 case DW_OP_minus:
                     Put(nFirst - nSecond);
@@ -353,13 +353,13 @@ namespace zqsymbols
                     Put(bShifts ? nFirst >> nSecond : 0);
                     break;
                 case DW_OP_shra:
-                    Put(static_cast<std::uint64_t>(nSignedFirst >> (bShifts ? nSecond : nBits - 1)));
+                    Put(static_cast<std::uint64_t>(iSignedFirst >> (bShifts ? nSecond : nBits - 1)));
                     break;
                 case DW_OP_xor:
                     Put(nFirst ^ nSecond);
                     break;
                 default:
-                    Put(Compare(nCode, nSignedFirst, nSignedSecond));
+                    Put(Compare(nCode, iSignedFirst, iSignedSecond));
                     break;
                 }
                 return true;

@@ -42,7 +42,7 @@ namespace zqsymbols
         }
 
         // Returns the types of a function's parameters: "int, ...". Leaves out the object of a member function.
-        std::string Arguments(Types_c & Types, Dwarf_Die Function, int nDepth)
+        std::string ParameterTypes(Types_c & Types, Dwarf_Die Function, int nDepth)
         {
             std::string sText;
             Dwarf_Die Child;
@@ -135,7 +135,7 @@ namespace zqsymbols
                 return DeclareTarget(Types, Type,
                     sInner.ends_with(')') ? sInner + Dimensions(Type) : Joined(sInner, Dimensions(Type)), nDepth);
             case DW_TAG_subroutine_type:
-                return DeclareTarget(Types, Type, sInner + "(" + Arguments(Types, Type, nDepth) + ")", nDepth);
+                return DeclareTarget(Types, Type, sInner + "(" + ParameterTypes(Types, Type, nDepth) + ")", nDepth);
             default:
                 break;
             }

@@ -416,7 +416,8 @@ namespace
 
         void CheckSpreadsheet()
         {
-            SpreadsheetFmtDesc_t const Fmt = { '\n', m_szSeparators ? *m_szSeparators : ',' };
+            SpreadsheetFmtDesc_t Fmt = Spreadsheet_c::USUAL_FORMAT;
+            Fmt.cCellSeparator = m_szSeparators ? *m_szSeparators : Fmt.cCellSeparator;
             Spreadsheet_c Sheet;
             {
                 ReaderErrors_c const Errors(m_Result.dComplaints);

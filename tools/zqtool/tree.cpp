@@ -210,7 +210,14 @@ namespace
         FoldedPath_c const sWhole(Options.sFind.c_str());
         File_c const * pFile = FileStream(Options.sFind.c_str());
         pFile = pFile ? pFile : g_sFileObjects.FindByName(sWhole);
-        std::string const sOpened = pFile ? PathOf(Scan, *pFile) : "";
+        std::string sOpened = pFile ? PathOf(Scan, *pFile) : "";
+        auto const itProblem = std::find_if(Scan.dFindings.begin(), Scan.dFindings.end(),
+            [&](MediaFinding_t const & Finding) { return pFile && Finding.sPath == sOpened; });
+        if (itProblem != Scan.dFindings.end())   // a known file that is empty or too large
+        {
+            pFile = nullptr;
+            sOpened = "";
+        }
         std::vector<Other_t> const dOthers = OthersOf(Scan, sWhole.GetBare(), sOpened);
         if (Options.bJson)
         {
