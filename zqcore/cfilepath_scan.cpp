@@ -73,7 +73,7 @@ namespace
         void AddFolder(Folder_s const & Folder, plat::FolderEntry_t const & Entry, plat::FolderEntry_t const & Reached);
         void AddFile(Folder_s const & Folder, plat::FolderEntry_t const & Entry);
         std::size_t MakeKey(Folder_s const & Folder, plat::FolderEntry_t const & Entry, File_c::Key_t & sKey) const;
-        char const * KeyFolder(String_T<256> const & sPath) const;
+        char const * FindKeyFolder(String_T<256> const & sPath) const;
         void AddEntries(Folder_s const & Folder, plat::FolderListing_c const & Listing);
         bool WasEntered(char const * szPath);
 
@@ -145,7 +145,7 @@ namespace
             return;
         }
         ++m_iLevel;
-        AddEntries({ sPath, pNewPath ? pNewPath : g_sPaths.FindByName(sPath), KeyFolder(sPath) }, Listing);
+        AddEntries({ sPath, pNewPath ? pNewPath : g_sPaths.FindByName(sPath), FindKeyFolder(sPath) }, Listing);
         --m_iLevel;
     }
 
@@ -308,7 +308,7 @@ namespace
 
     // Returns the part of a folder's path that the keys of its files begin with. Returns null for bare names, and with
     // a log line for a folder that is not below the media root.
-    char const * FolderScan_c::KeyFolder(String_T<256> const & sPath) const
+    char const * FolderScan_c::FindKeyFolder(String_T<256> const & sPath) const
     {
         char const * const szPath = sPath;
         if (!m_bRelativeNames)
