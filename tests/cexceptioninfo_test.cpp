@@ -83,12 +83,12 @@ namespace
                 std::lock_guard const Scope(g_TraceLock);
                 g_sFaultTrace += '<' + std::string(szLine) + '>';
             };
-            ExceptionInfo_c::TraceReceiverSet(Receive);
+            ExceptionInfo_c::SetTraceReceiver(Receive);
         }
         ~ExceptionInfo() override
         {
             g_Info.Stop();
-            ExceptionInfo_c::TraceReceiverSet(nullptr);
+            ExceptionInfo_c::SetTraceReceiver(nullptr);
         }
     };
 }
@@ -341,7 +341,7 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebuggerWithoutTheHeap)
     {
         static int s_nDialogs = 0;
         CurrentFolderScope_c const Current(Folder.GetPath());
-        ExceptionInfo_c::TraceReceiverSet(nullptr);
+        ExceptionInfo_c::SetTraceReceiver(nullptr);
         plat::FaultFilterSet([](plat::FaultPointers_t const * p) { return 1 + g_Info.OnUnhandledException(p); });
         plat::DialogSetHandler(
             [](plat::Dialog_t const & Dialog)

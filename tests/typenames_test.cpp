@@ -31,7 +31,7 @@ TEST(TypeNames, AreDeclarationsWithoutTheirNames)
         std::string const sProgram = Folder.Join("a");
         if (RunShell(szCompiler + (" -g -w '" + Folder.Join("a.cpp")) + "' -o '" + sProgram + "'").iStatus != 0)
         {
-            continue;   // it is missing
+            continue;   // it is missing, or builds no such program
         }
         ++nBuilt;
         int const iFile = open(sProgram.c_str(), O_RDONLY);

@@ -12,13 +12,13 @@
 // that holds those locks may complain. The host's dialog and the receiver of the trace lines may do both.
 // Failure: without the symbol helper a trace has addresses instead of names and lines.
 //
-//     auto const fnPrevious = ExceptionInfo_c::TraceReceiverSet([](char const * szLine) { std::puts(szLine); });
+//     auto const fnPrevious = ExceptionInfo_c::SetTraceReceiver([](char const * szLine) { std::puts(szLine); });
 //     ExceptionInfo_c & Info = ExceptionInfo_c::Get();
 //     bool const bStarted = Info.Start();   // from here on a fault filter may call OnUnhandledException
 //     std::uint32_t const dWords[12] = { 1, 2, 3 };
 //     Info.DumpMemory(nullptr, 0, reinterpret_cast<std::uintptr_t>(dWords), 12);
 //     Info.Stop();
-//     ExceptionInfo_c::TraceReceiverSet(fnPrevious);
+//     ExceptionInfo_c::SetTraceReceiver(fnPrevious);
 #pragma once
 
 #include "zqcore/cconfig.h"
@@ -113,7 +113,7 @@ public:
     /// Replaces the receiver of the trace channel and returns the previous one. Null means none, as at start.
     /// Complaints call the receiver. The complaining thread may hold the lock that the receiver acquires. The complaint
     /// may be about the heap that the receiver allocates from.
-    ZQ_API static TraceReceiver_t TraceReceiverSet(TraceReceiver_t fnReceiver);
+    ZQ_API static TraceReceiver_t SetTraceReceiver(TraceReceiver_t fnReceiver);
 
 private:
     constexpr ExceptionInfo_c() = default;

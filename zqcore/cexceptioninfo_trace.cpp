@@ -225,7 +225,7 @@ void ExceptionInfo_c::TraceLine(char const * fmt, ...)
     TraceText(szLine);
 }
 
-ExceptionInfo_c::TraceReceiver_t ExceptionInfo_c::TraceReceiverSet(TraceReceiver_t fnReceiver)
+ExceptionInfo_c::TraceReceiver_t ExceptionInfo_c::SetTraceReceiver(TraceReceiver_t fnReceiver)
 {
     return g_fnReceiver.exchange(fnReceiver);
 }
