@@ -95,6 +95,7 @@ TEST_F(ZqtoolTree, ReportsEachEntryOnce)
 TEST_F(ZqtoolTree, SaysWhichFileANameOpensAndRefusesBadArguments)
 {
     m_Folder.Write("empty/none.txt", "");
+    std::filesystem::resize_file(m_Folder.Write("empty/huge.bin", ""), std::uintmax_t{ 1 } << 31);
     // Statuses: 0 the name opens a file and no other file has it, 1 otherwise.
     for (auto const & [szArguments, iStatus, szOutput] : Rows_t<char const *, int, char const *>{
              { "--find Any/BAY.map media", 1,
@@ -106,7 +107,9 @@ TEST_F(ZqtoolTree, SaysWhichFileANameOpensAndRefusesBadArguments)
              { "--find B/bay.map --relative media", 0,
                  "B/bay.map opens media/B/bay.map, 4 bytes\n  not media/a/Bay.map: it opens by another name\n" },
              { "--find no media", 1, "no opens no file\n" },
-             { "--find none.txt empty", 1, "none.txt opens no file\n  not empty/none.txt: it has no bytes\n" },
+             { "--find none.txt empty", 0, "none.txt opens empty/none.txt, 0 bytes\n" },
+             { "--find huge.bin empty", 1,
+                 "huge.bin opens no file\n  not empty/huge.bin: it has 2 GiB or more and can't be opened\n" },
              { "nothing", 1, "nothing: there is no such folder\n" },
              { "--find bay.map --json media/a", 0,
                  "{\"name\":\"bay.map\",\"opens\":\"media/a/Bay.map\",\"bytes\":3,\"others\":[]}\n" } })

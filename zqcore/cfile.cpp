@@ -221,14 +221,15 @@ bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
         return LogWhyNot();
     }
     int const iBefore = iLength;
-    if (pBuffer && !pData)
+    bool const bReads = pBuffer && !pData;
+    if (bReads)
     {
         std::atomic_ref(iLength).store(iRoom, std::memory_order_relaxed);   // Open compares it with the size on disk
     }
     m_bUnlocked = !plat::ThreadCanBeLifted();
     bool const bResident = Open(pBuffer);
     m_bUnlocked = false;
-    if (!bResident && *GetWhyNot() && iLength == iRoom)
+    if (bReads && !pData && *GetWhyNot() && iLength == iRoom)
     {
         std::atomic_ref(iLength).store(iBefore, std::memory_order_relaxed);   // Open has not reached the size on disk
     }

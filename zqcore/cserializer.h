@@ -143,9 +143,11 @@ public:
     /// Frees every slot. Costs nothing if all are free.
     static void ResetCache();
 
-    /// Adds a static object that has no contents in files. Does not add null, or an object that was added since the
-    /// table was last reset, by ResetCache or the constructor of a serializer. Requires calls before the first pass, in
-    /// the same order in each run.
+    /// Adds a static object that has no contents in files. Requires calls before the first pass, in the same order in
+    /// each run. Does not add these:
+    /// - null
+    /// - an object that was added since the table was last reset, by ResetCache or the constructor of a serializer
+    /// - an object that the list has, with the same class or also without one
     static void RegisterStaticPointer(void * pPointer);
 
     /// Assigns an identifier to the address of a body's object or of one of its parts, so that pointers can lead there.

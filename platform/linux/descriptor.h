@@ -91,6 +91,7 @@ namespace plat
     /// Reads up to nBytes and returns the number of bytes read. Fewer mean the end of the file or an error.
     inline std::size_t ReadFully(int iDescriptor, void * pBuffer, std::size_t nBytes)
     {
+        int const iError = errno;
         std::size_t nDone = 0;
         while (nDone < nBytes)
         {
@@ -99,7 +100,7 @@ namespace plat
             {
                 break;
             }
-            errno = nRead < 0 ? 0 : errno;   // an interruption is no reason for a short read
+            errno = nRead < 0 ? iError : errno;   // an interruption is no reason for a short read
             nDone += nRead > 0 ? static_cast<std::size_t>(nRead) : 0;
         }
         return nDone;

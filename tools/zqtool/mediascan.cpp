@@ -25,7 +25,7 @@ namespace
     constexpr MediaKind_t TOO_LONG = { "too_long", "paths that are too long", "not entered", true };
     constexpr MediaKind_t BAD_NAME = { "bad_name", "names that no path leads to", "not entered", true };
     constexpr MediaKind_t EMPTY = { "empty", "empty files", "opening one fails an assertion", true };
-    constexpr MediaKind_t TOO_LARGE = { "too_large", "files of 2 GiB or more", "they can't be opened", true };
+    constexpr MediaKind_t TOO_LARGE = { "too_large", "files of 2 GiB or more", "they can't be opened", true, true };
     constexpr MediaKind_t NO_ROOM = { "no_room", "more than the tables hold", "not entered", true };
     constexpr MediaKind_t UNREADABLE = { "unreadable", "not readable", "", true };
     constexpr MediaKind_t MISSING = { "missing_target", "links to nothing", "not entered", true };

@@ -20,10 +20,11 @@ struct MediaOptions_t
 /// A kind of entry that a scan leaves out, or that does not open as its name says.
 struct MediaKind_t
 {
-    char const * szName;    // in JSON
-    char const * szTitle;   // for people
-    char const * szNote;    // what follows from it; may be empty
-    bool bFault;            // whether it is a fault; a scan leaves the others out on purpose
+    char const * szName;     // in JSON
+    char const * szTitle;    // for people
+    char const * szNote;     // what follows from it; may be empty
+    bool bFault;             // whether it is a fault; a scan leaves the others out on purpose
+    bool bRefused = false;   // whether a scan enters such a file, but its open fails
 };
 
 /// An entry that a scan leaves out, or that does not open as its name says.

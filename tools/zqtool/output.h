@@ -8,23 +8,16 @@
 /// Reason why a file is not written.
 inline constexpr char OUTPUT_UNWRITABLE[] = "it can't be written";
 
-/// File to write. Without a name there is none, and nothing is written. The text goes to a file beside, the name with
-/// ".part" at its end, which replaces the file when it is whole. It goes to the file itself if the name is that of a
-/// pipe, a device or the like, or if the folder takes no new file.
+/// File to write. Without a name there is none, and nothing is written.
 class OutputFile_c
 {
 public:
-    OutputFile_c() = default;
-    ~OutputFile_c();
-    OutputFile_c(OutputFile_c const &) = delete;
-    OutputFile_c & operator=(OutputFile_c const &) = delete;
-
-    /// Begins the file and returns true. For an empty name only returns true. Returns false, and prints why, on failure
-    /// or if the file is one of the inputs.
+    /// Creates the file, or empties an existing one, and returns true. For an empty name only returns true. Returns
+    /// false, and prints why, on failure or if the file is one of the inputs.
     bool Open(std::string const & sFile, std::vector<std::string> const & dInputs);
 
-    /// Writes the rest and returns true. Returns false, and prints why, if the file could not be written whole. An
-    /// earlier file of the name then stays. Returns true without a name.
+    /// Writes the rest and closes the file. Returns false, and prints why, if the file could not be written whole.
+    /// Returns true without a name.
     bool Close();
 
     /// Returns whether the file has a name.
@@ -34,9 +27,8 @@ public:
     std::ostream & Get() { return m_Stream; }
 
 private:
-    bool Fail();
+    bool Check() const;
 
     std::string m_sFile;
-    std::string m_sPart;   // the file beside; empty if there is none
     std::ofstream m_Stream;
 };

@@ -89,8 +89,7 @@ namespace
             return false;
         }
         std::error_code Ignored;
-        if (std::filesystem::equivalent(m_Options.sTrace, m_Options.sPage, Ignored)
-            || std::filesystem::equivalent(m_Options.sTrace + ".part", m_Options.sPage + ".part", Ignored))
+        if (std::filesystem::equivalent(m_Options.sTrace, m_Options.sPage, Ignored))
         {
             PrintProblem(m_Options.sPage, "this is the file of --trace");
             return false;

@@ -211,9 +211,11 @@ namespace
         File_c const * pFile = FileStream(Options.sFind.c_str());
         pFile = pFile ? pFile : g_sFileObjects.FindByName(sWhole);
         std::string sOpened = pFile ? PathOf(Scan, *pFile) : "";
-        auto const itProblem = std::find_if(Scan.dFindings.begin(), Scan.dFindings.end(),
-            [&](MediaFinding_t const & Finding) { return pFile && Finding.sPath == sOpened; });
-        if (itProblem != Scan.dFindings.end())   // a known file that is empty or too large
+        bool const bRefused =
+            pFile
+            && std::any_of(Scan.dFindings.begin(), Scan.dFindings.end(),
+                [&](MediaFinding_t const & Finding) { return Finding.pKind->bRefused && Finding.sPath == sOpened; });
+        if (bRefused)
         {
             pFile = nullptr;
             sOpened = "";
