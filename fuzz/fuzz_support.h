@@ -29,6 +29,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 class FuzzFile_c : public File_c
 {
 public:
+    /// Returns the only instance.
     static FuzzFile_c & Get()
     {
         static FuzzFile_c & s_File = *ZQ_NEW FuzzFile_c;

@@ -111,10 +111,10 @@ namespace plat
 
     /// Sets whether blocks that still live at the end of the process are reported, after the last destructor. At start
     /// they are not. The report has a line for each of the first 64 blocks whose source file is known.
-    /// - Blocks that the C++ runtime's own globals reach are left out: it keeps them for as long as the process runs.
-    ///   They are reported too if the runtime is no library of its own.
-    /// - If other threads still run, their blocks can't be distinguished from lost ones. Then the report is one line,
-    ///   which says that nothing is listed.
+    /// - If the C++ runtime is a library of its own, blocks that its globals reach are left out: it keeps them for as
+    ///   long as the process runs.
+    /// - If other threads still run, the report is one line, which says that nothing is listed: their blocks can't be
+    ///   distinguished from lost ones.
     void HeapSetLeakCheck(bool bCheck);
 
     /// Returns the text for a word, as the function of HeapSetWordName does, or "unknown" without one.

@@ -215,7 +215,7 @@ bool ComObject_c::ReleaseSlow(ComObject_c const * pThis, void const * pOwner, vo
     return pThis->LowerCount();
 }
 
-// Returns whether an address is readable and IsSound is true. Asserts both.
+// Returns whether an address is readable and IsSound returns true for it. Asserts both.
 ZQ_UNCHECKED bool ComObject_c::CanRelease(ComObject_c const * pThis, void const * pObject)
 {
     constexpr std::size_t BYTES = sizeof(ComObject_c);

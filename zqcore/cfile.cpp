@@ -222,6 +222,7 @@ bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
     }
     int const iBefore = iLength;
     bool const bReads = pBuffer && !pData;
+    m_bFactsStored = false;
     if (bReads)
     {
         std::atomic_ref(iLength).store(iRoom, std::memory_order_relaxed);   // Open compares it with the size on disk
@@ -229,9 +230,9 @@ bool File_c::RefOpenAsync(void * pBuffer, int iRoom)
     m_bUnlocked = !plat::ThreadCanBeLifted();
     bool const bResident = Open(pBuffer);
     m_bUnlocked = false;
-    if (bReads && !pData && *GetWhyNot() && iLength == iRoom)
+    if (bReads && !pData && !m_bFactsStored && *GetWhyNot() && iLength == iRoom)
     {
-        std::atomic_ref(iLength).store(iBefore, std::memory_order_relaxed);   // Open has not reached the size on disk
+        std::atomic_ref(iLength).store(iBefore, std::memory_order_relaxed);
     }
     if (!bResident)
     {
@@ -442,6 +443,7 @@ bool FileOnDisk_c::StoreFacts(plat::FileFacts_t const & Facts, char const * szLo
 {
     int const iRoom = iLength;
     StoreFactsOf(*this, Facts);
+    NoteFacts();
     if (IsTooLarge(Facts, "FileOnDisk_c::Open", szLocation))
     {
         return SetWhyNot(FILE_TOO_LARGE);
@@ -694,10 +696,12 @@ void FileKill(File_c * pFile)
         return;
     }
     ZQ_ASSERT_TEXT(pFile->GetOpensCount() == 0, "pFile->m_iOpensCount==0");
-    bool bRegistered = g_sFileObjects.FindByName(pFile->sName) == pFile;
-    for (auto * pSlot = g_sFileObjects.First(); pSlot && !bRegistered; pSlot = g_sFileObjects.Next(pSlot))
+    File_c const * const pFound = g_sFileObjects.FindByName(pFile->sName);
+    bool bRegistered = pFound == pFile;
+    auto * pSlot = pFound ? g_sFileObjects.First() : nullptr;   // a twin may be found first
+    for (; pSlot && !bRegistered; pSlot = g_sFileObjects.Next(pSlot))
     {
-        bRegistered = pSlot->pObject == pFile;   // another object of its key is found first
+        bRegistered = pSlot->pObject == pFile && *pSlot->pName == pFile->sName;
     }
     ZQ_ASSERT_TEXT(bRegistered, "g_sFileObjects.DeleteByName(pFile->sName)");
     delete pFile;   // its destructor removes it from the table

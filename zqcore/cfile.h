@@ -164,6 +164,10 @@ protected:
     /// Returns whether Open must leave the lock while it reads, and clears that flag. Open calls it once.
     bool TakeUnlocked();
 
+    /// Stores that Open has set size and times to those of the open file. A failed asynchronous request leaves them
+    /// then.
+    void NoteFacts() { m_bFactsStored = true; }
+
 private:
     friend File_c * FileOpenUnlogged(char const * name);
     friend ZQ_API bool FileOpen(File_c * pFile);
@@ -205,6 +209,7 @@ private:
     File_c * m_pHidden = nullptr;                  // object of the same key that this one hides
     std::atomic<std::uint32_t> m_nBlocks = 0;      // result of GetBlockCount
     bool m_bLost = false;                          // whether a refresh freed the block despite references
+    bool m_bFactsStored = false;                   // whether NoteFacts was called since the latest request began
     bool m_bStayer = false;                        // whether it was added to the list of stayers
     bool m_bUnlocked = false;                      // whether Open must leave the lock while it reads
 };

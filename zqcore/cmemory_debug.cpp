@@ -134,8 +134,8 @@ namespace
         {
             return;
         }
-        std::uint32_t const blocktype = Block.dwWord & MEMORY_KIND_MASK;
-        ZQ_ASSERT_TEXT(blocktype == MEMORY_CLIENT_BLOCK, "blocktype == _CLIENT_BLOCK");
+        std::uint32_t const dwKind = Block.dwWord & MEMORY_KIND_MASK;
+        ZQ_ASSERT_TEXT(dwKind == MEMORY_CLIENT_BLOCK, "blocktype == _CLIENT_BLOCK");
         ZQ_ASSERT_TEXT(sizeof(mem::Object_i) <= Block.nBytes, "sizeof ( mem::Object_i ) <= nBytes");
         if (mem::Object_i const * const pObject = ObjectOf(Block))
         {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -101,9 +102,9 @@ namespace
     template <typename... ARGUMENTS>
     void * NewOrNull(ARGUMENTS const &... Arguments)
     {
-        t_MemoryStack.bMayFail = true;
+        bool const bOuter = std::exchange(t_MemoryStack.bMayFail, true);
         void * const pBlock = New(Arguments...);
-        t_MemoryStack.bMayFail = false;
+        t_MemoryStack.bMayFail = bOuter;
         return pBlock;
     }
 

@@ -117,7 +117,7 @@ namespace
         {
             Float4_t const Moved = Point + OFFSET;
             Cell = plat::Truncate(Moved);
-            r0 = Moved - plat::FloatsOf(Cell);
+            r0 = Moved - plat::FloatsFromInts(Cell);
             r1 = r0 - 1.0f;
             Weight = r0 * r0 * (3.0f - 2.0f * r0);
         }

@@ -577,9 +577,7 @@ void Serializer_c::RegisterStaticPointer(void * pPointer)
 void Serializer_c::RegisterSerializedStaticPointer(void * pPointer, String_T<32> const & sClassName)
 {
     int iPointer;
-    auto const IsIt = [&](RegisteredStaticPointer_t const & Entry)
-    { return Entry.pPointer == pPointer && Entry.sClassName == sClassName; };
-    if (AddVoidToCache(pPointer, &iPointer) && std::ranges::none_of(dRegisteredStaticPointers, IsIt))
+    if (AddVoidToCache(pPointer, &iPointer))
     {
         dRegisteredStaticPointers.Add({ pPointer, sClassName });
     }

@@ -135,19 +135,16 @@ public:
     /// i-th registered one and loads it. Requires the same flag in save and load.
     ///
     /// If the file has another number of static objects, logs a line, and cuts the list or fills it with nulls to the
-    /// file's number, for later passes too. A check (cserializecheck.h) changes nothing. After the load of a file that
-    /// may have fewer, register all static objects again, in the same order: those that the list still has are not
-    /// added twice.
+    /// file's number, for later passes too. So the static objects that an older file lacks must be registered again
+    /// after its load. A check (cserializecheck.h) changes nothing.
     static void StartSerialize(Serializeable_c & archive, bool bStaticPointers);
 
     /// Frees every slot. Costs nothing if all are free.
     static void ResetCache();
 
-    /// Adds a static object that has no contents in files. Requires calls before the first pass, in the same order in
-    /// each run. Does not add these:
-    /// - null
-    /// - an object that was added since the table was last reset, by ResetCache or the constructor of a serializer
-    /// - an object that the list has, with the same class or also without one
+    /// Adds a static object that has no contents in files. Does not add null, or an object that was added since the
+    /// table was last reset, by ResetCache or the constructor of a serializer. Requires calls before the first pass, in
+    /// the same order in each run.
     static void RegisterStaticPointer(void * pPointer);
 
     /// Assigns an identifier to the address of a body's object or of one of its parts, so that pointers can lead there.

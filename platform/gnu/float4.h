@@ -13,7 +13,7 @@ namespace plat
         return reinterpret_cast<Int4_t>(_mm_cvttps_epi32(Value));
     }
 
-    inline Float4_t FloatsOf(Int4_t Value)
+    inline Float4_t FloatsFromInts(Int4_t Value)
     {
         return __builtin_convertvector(Value, Float4_t);
     }

@@ -22,7 +22,7 @@ namespace zqsymbols
         constexpr std::size_t VALUE_SIZE = 1000;      // bytes of a value in one line
         constexpr int LINES = 64;                     // members of a variable that are listed
         constexpr int LEVELS = 3;                     // of structures in each other
-        constexpr int DEEPEST = -3;                   // lowest nDepth, which ends a circle of types
+        constexpr int DEEPEST = -3;                   // lowest nDepth, which ends a cycle of types
         constexpr std::uint64_t HEX_FROM = 0x10000;   // a smaller number from 0 on is shown in decimal alone
 
         // Returns a number in hexadecimal, with at least nDigits digits.
@@ -42,7 +42,7 @@ namespace zqsymbols
         }
 
         // Returns the character of two units of UTF-16. Returns nothing if they are no pair.
-        std::optional<char32_t> CharacterOfPair(std::uint64_t nFirst, std::uint64_t nSecond)
+        std::optional<char32_t> CharacterFromUnits(std::uint64_t nFirst, std::uint64_t nSecond)
         {
             auto const cHigh = static_cast<char32_t>(nFirst), cLow = static_cast<char32_t>(nSecond);
             return plat::IsSurrogatePair(cHigh, cLow) ? std::optional(plat::CharacterFromPair(cHigh, cLow))
@@ -259,7 +259,7 @@ namespace zqsymbols
             bool const bMayBePair = nWidth == 2 && !bEnd && iUnit + 1 < nUnits;
             std::optional<std::uint64_t> const nNext =
                 bMayBePair ? NumberAt(Where, (iUnit + 1) * nWidth, nWidth) : std::nullopt;
-            std::optional<char32_t> const cOfPair = nNext ? CharacterOfPair(*nUnit, *nNext) : std::nullopt;
+            std::optional<char32_t> const cOfPair = nNext ? CharacterFromUnits(*nUnit, *nNext) : std::nullopt;
             iUnit += cOfPair ? 1 : 0;
             sText += bEnd          ? ""
                      : *nUnit == 0 ? std::string("\\0")
