@@ -70,7 +70,7 @@ public:
         OLDER
     };
 
-    static constexpr int MAX_PREVIOUS = 9;
+    static constexpr int MAX_PREVIOUS = 9;   // previous saves have the numbers 1 to this
 
     /// Makes the missing folders of szFile and acquires the lock. Deletes the files that a killed process left. Does
     /// not open the save. The path has at most 249 characters. On failure IsLocked returns false.

@@ -33,7 +33,7 @@ inline constexpr int GIGA_GROUP_NULL = 0xFFFF;
 class GigaGroup_c
 {
 public:
-    static constexpr int ELEMENTS = 32;
+    static constexpr int ELEMENTS = 32;   // bits of a mask of the group
 
     /// Whether Free may free the last allocated element.
     enum class Last_e : std::uint32_t

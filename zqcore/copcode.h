@@ -189,6 +189,7 @@ protected:
 class CodeListing_c
 {
 public:
+    /// A listing ends after this number of instructions.
     static constexpr std::size_t MAX_INSTRUCTIONS = 1024;
 
     /// Makes a listing of nBytes bytes. Address is the real address of the first one. The last instruction may end in
