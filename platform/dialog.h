@@ -36,7 +36,7 @@ namespace plat
     {
         Error,
         Warning,
-        None
+        NoIcon
     };
 
     /// Reach of a host's dialog.

@@ -58,7 +58,7 @@ namespace
         case MESSAGE_ICON_WARNING:
             return plat::DialogIcon_e::Warning;
         default:
-            return plat::DialogIcon_e::None;
+            return plat::DialogIcon_e::NoIcon;
         }
     }
 
