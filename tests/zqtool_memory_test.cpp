@@ -17,7 +17,12 @@ namespace
 TEST(ZqtoolMemory, APageIsWholeThoughNobodyReadsTheText)
 {
     TempFolder_c const Folder;
-    std::string const sFile = Folder.Write("allocations.csv", REPORT + TAIL);
+    std::string sReport = "Memory allocations\n";
+    for (int i = 0; i < 5000; ++i)   // more text than a pipe holds
+    {
+        sReport += "600; AI; source_" + std::to_string(i) + ".cpp(7)\n";
+    }
+    std::string const sFile = Folder.Write("allocations.csv", sReport + "\nTotal allocations\n5000" + TAIL);
     RunTool("memory " + sFile + " --html " + Folder.Join("map.html") + " | true");
     EXPECT_THAT(Folder.Read("map.html"), testing::EndsWith("</html>\n"));
 }

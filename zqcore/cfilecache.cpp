@@ -207,25 +207,20 @@ namespace
 
     // Returns whether a load finds room in the table for the cache's own file and, after it, for the files of the
     // cache. A scan may have found room for all of them, because it adds them in another order.
-    bool LoadFindsRoom(MediaRoot_c const & Root, char const * szOwn)
+    bool LoadFindsRoom(Files_t const & dFiles, File_c::Key_t const & sOwn)
     {
-        Files_t dFiles;
-        CollectFiles(Root, szOwn, dFiles);
         if (dFiles.GetLength() < FileTable_t::iMaxProbes)
         {
             return true;
         }
         auto const pTable = std::make_unique<FileTable_t>();
-        File_c::Key_t const sOwn(szOwn);
         pTable->Add(dFiles[0], &sOwn);
         return std::ranges::all_of(
             dFiles, [&](File_c * pFile) { return pTable->Add(pFile, &pFile->sName) == HASH_ADDED; });
     }
 
-    void SaveFiles(Serializeable_c & Archive, MediaRoot_c const & Root, char const * szOwn)
+    void SaveFiles(Serializeable_c & Archive, MediaRoot_c const & Root, Files_t const & dFiles)
     {
-        Files_t dFiles;
-        CollectFiles(Root, szOwn, dFiles);
         int nFiles = dFiles.GetLength();
         Archive.Serialize(nFiles);
         for (File_c const * pFile : dFiles)
@@ -270,7 +265,7 @@ namespace
 
     // Writes a whole cache, which replaces an earlier one. Returns false on failure. The earlier one then stays, unless
     // only the last synchronisation of Commit failed.
-    bool WriteCache(char const * szFile, MediaRoot_c const & Root)
+    bool WriteCache(char const * szFile, MediaRoot_c const & Root, Files_t const & dFiles)
     {
         CachePlace_s const Cache = PlaceInTable(szFile, Root);
         CacheStamp_s const Own = g_bCheck ? OwnStamp(Cache) : UNKNOWN;   // before the save changes the folder
@@ -282,7 +277,7 @@ namespace
         BufferedWriteable_c Archive(Replacement, FILESYSTEMCACHE_VERSION);
         Archive.Open();
         SaveFolders(Archive, Root);
-        SaveFiles(Archive, Root, File_c::Key_t(FoldedPath_c(szFile).GetBare()));
+        SaveFiles(Archive, Root, dFiles);
         if (g_bCheck)
         {
             SaveStamps(Archive, Root, Cache.sFolder, Own);
@@ -715,13 +710,20 @@ bool FileCacheTrySave(char const * szFile)
         Log("filesystem: no cache is written, since a scan could not see all of the media");
         return false;
     }
-    bool const bPlaced = szFile && !Root.IsUnknown() && !FoldedPath_c(szFile).IsCut();
-    if (bPlaced && !LoadFindsRoom(Root, File_c::Key_t(FoldedPath_c(szFile).GetBare())))
+    FoldedPath_c const sFile(szFile ? szFile : "");
+    bool const bPlaced = szFile && !Root.IsUnknown() && !sFile.IsCut();
+    Files_t dFiles;
+    if (bPlaced)
     {
-        Log("filesystem: no cache is written, since a load would not find room for all files in the table");
-        return false;
+        File_c::Key_t const sOwn(sFile.GetBare());
+        CollectFiles(Root, sOwn, dFiles);
+        if (!LoadFindsRoom(dFiles, sOwn))
+        {
+            Log("filesystem: no cache is written, since a load would not find room for all files in the table");
+            return false;
+        }
     }
-    bool const bWritten = bPlaced && WriteCache(szFile, Root);
+    bool const bWritten = bPlaced && WriteCache(szFile, Root, dFiles);
     if (!bWritten)
     {
         LogEscaped("filesystem: can't write the cache \"%s\"", szFile ? szFile : "");

@@ -177,8 +177,8 @@ protected:
     };
 
     /// Registers the serializer of a class. The name is case-sensitive and is cut at 31 characters. If two share a
-    /// name, the last one registered loads. Discards the pass under way. Asserts that at most
-    /// 65,534 times in the process a name was registered that no other serializer had at the time.
+    /// name, the last one registered loads. Discards the pass under way. Asserts that at most 65,534 times in the
+    /// process a name was registered that no other serializer had at the time.
     explicit Serializer_c(String_T<32> const & sClassName)
         : Serializer_c(sClassName, nullptr)
     {}

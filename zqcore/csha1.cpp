@@ -66,8 +66,8 @@ namespace
 
     void ChooseAndRun(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks);
 
-    // The first call, which may come before any constructor, chooses the kernel. Threads that choose at the same
-    // time store the same one.
+    // The first call, which may come before any constructor, chooses the kernel. Threads that choose at the same time
+    // store the same one.
     constinit std::atomic<Sha1Kernel_t> g_fnKernel{ ChooseAndRun };
 
     void ChooseAndRun(std::uint32_t * dHash, unsigned char const * pBlocks, std::size_t nBlocks)

@@ -108,7 +108,7 @@ namespace
             std::fputs("zqtool: --symbols needs a build with libdw, and this one has none\n", stderr);
             return EXIT_FOUND;
         }
-        CrashComplaint_t const fnComplain = [this](std::string const & sText) { Complain(sText); };
+        CrashFileComplain_t const fnComplain = [this](std::string const & sText) { Complain(sText); };
         std::vector<CrashFiles_t> const dFiles = FindCrashFiles(m_Options.dNames, fnComplain);
         std::vector<std::string> dInputs;
         for (CrashFiles_t const & Files : dFiles)

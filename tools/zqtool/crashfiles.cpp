@@ -48,7 +48,7 @@ namespace
     class Finder_c
     {
     public:
-        explicit Finder_c(CrashComplaint_t const & fnComplain)
+        explicit Finder_c(CrashFileComplain_t const & fnComplain)
             : m_fnComplain(fnComplain)
         {}
 
@@ -201,7 +201,7 @@ namespace
             std::sort(Found.dDetails.begin(), Found.dDetails.end());
         }
 
-        CrashComplaint_t const & m_fnComplain;
+        CrashFileComplain_t const & m_fnComplain;
         std::map<std::string, MoreDetails_t> m_dMore;   // by folder
         std::map<std::string, std::size_t> m_dStems;    // index in m_dFound by stem
         std::vector<CrashFiles_t> m_dFound;
@@ -261,9 +261,9 @@ namespace
         return std::string_view(s_sBuffer).substr(0, std::min(nText, MAX_FILE));
     }
 
-    // Reads a file and returns its crashes, none for an empty name. Reports at most one fault.
-    std::vector<Crash_t> LoadOne(std::string const & sFile, CrashComplaint_t const & fnComplain, CrashExtent_e eExtent,
-        std::vector<Crash_t> (*fnRead)(std::string_view, CrashComplain_t const &, CrashExtent_e))
+    // Reads a file and returns its crashes, none for an empty name. Reports at most one complaint.
+    std::vector<Crash_t> LoadOne(std::string const & sFile, CrashFileComplain_t const & fnComplain,
+        CrashExtent_e eExtent, std::vector<Crash_t> (*fnRead)(std::string_view, CrashComplain_t const &, CrashExtent_e))
     {
         std::vector<Crash_t> dCrashes;
         if (sFile.empty())
@@ -334,7 +334,8 @@ namespace
     }
 }
 
-std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames, CrashComplaint_t const & fnComplain)
+std::vector<CrashFiles_t> FindCrashFiles(
+    std::vector<std::string> const & dNames, CrashFileComplain_t const & fnComplain)
 {
     Finder_c Finder(fnComplain);
     for (std::string const & sName : dNames)
@@ -344,7 +345,8 @@ std::vector<CrashFiles_t> FindCrashFiles(std::vector<std::string> const & dNames
     return Finder.Extract();
 }
 
-std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExtent, CrashComplaint_t const & fnComplain)
+std::vector<Crash_t> LoadCrashes(
+    CrashFiles_t const & Files, CrashExtent_e eExtent, CrashFileComplain_t const & fnComplain)
 {
     std::vector<Crash_t> dReports = LoadOne(Files.sReport, fnComplain, eExtent, ReadCrashReport);
     std::vector<Crash_t> dDetails;
@@ -367,7 +369,7 @@ std::vector<Crash_t> LoadCrashes(CrashFiles_t const & Files, CrashExtent_e eExte
 
 void ReloadCrash(Crash_t & Crash)
 {
-    CrashComplaint_t const fnIgnore = [](std::string const &) {};   // the first load reported it
+    CrashFileComplain_t const fnIgnore = [](std::string const &) {};   // the first load reported it
     std::vector<Crash_t> dCrashes = LoadCrashes(Crash.Files, CrashExtent_e::All, fnIgnore);
     if (Crash.iInFile < dCrashes.size())
     {

@@ -13,10 +13,10 @@ extern char const CRASH_PAGE_JS[];
 
 namespace
 {
-    constexpr std::size_t MAX_SAMPLES = 500;   // groups with their sample
-    constexpr std::size_t MAX_FAULTS = 50;     // shown
-    constexpr int MAX_LEVEL = 20;              // of indentation
-    constexpr char TO[] = " \xE2\x80\x93 ";    // between two days
+    constexpr std::size_t MAX_SAMPLES = 500;     // groups with their sample
+    constexpr std::size_t MAX_COMPLAINTS = 50;   // shown
+    constexpr int MAX_LEVEL = 20;                // of indentation
+    constexpr char TO[] = " \xE2\x80\x93 ";      // between two days
 
     // Returns a text from a report for the page.
     std::string Shown(std::string_view sText)
@@ -152,7 +152,7 @@ namespace
                + "</div></details></li>\n";
     }
 
-    std::string FaultsHtml(std::vector<std::string> const & dComplaints)
+    std::string ComplaintsHtml(std::vector<std::string> const & dComplaints)
     {
         if (dComplaints.empty())
         {
@@ -160,13 +160,13 @@ namespace
         }
         std::string sHtml = "<section class=\"problems\" role=\"alert\">\n<h2>Problems with files</h2>\n"
                             "<p>What could be read is shown.</p>\n<ul>\n";
-        for (std::size_t i = 0; i < std::min(dComplaints.size(), MAX_FAULTS); ++i)
+        for (std::size_t i = 0; i < std::min(dComplaints.size(), MAX_COMPLAINTS); ++i)
         {
             sHtml += "<li>" + Shown(dComplaints[i]) + "</li>\n";
         }
-        if (dComplaints.size() > MAX_FAULTS)
+        if (dComplaints.size() > MAX_COMPLAINTS)
         {
-            sHtml += "<li>and " + std::to_string(dComplaints.size() - MAX_FAULTS) + " more</li>\n";
+            sHtml += "<li>and " + std::to_string(dComplaints.size() - MAX_COMPLAINTS) + " more</li>\n";
         }
         return sHtml + "</ul>\n</section>\n";
     }
@@ -193,7 +193,7 @@ void WriteCrashPage(
 {
     Stream << PageHead("Crashes") << "<header>\n<h1>Crashes by cause</h1>\n<p>" << Shown(FactsText(dGroups))
            << "</p>\n</header>\n"
-           << FaultsHtml(dComplaints)
+           << ComplaintsHtml(dComplaints)
            << "<main>\n<section>\n<div class=\"bar\">\n<label for=\"filter\">Filter</label>\n"
               "<input type=\"search\" id=\"filter\" placeholder=\"function, file, version\">\n"
               "<span id=\"shown\" class=\"quiet\" role=\"status\"></span>\n</div>\n"

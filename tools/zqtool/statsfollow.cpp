@@ -94,8 +94,8 @@ namespace
         }
     }
 
-    // Reads at most BATCHES_AT_ONCE batches. Returns false if there is nothing more to read now, or if the
-    // rest of the run is skipped.
+    // Reads at most BATCHES_AT_ONCE batches. Returns false if there is nothing more to read now, or if the rest of the
+    // run is skipped.
     bool Follower_c::ReadSome()
     {
         StatsBatch_t Batch;
