@@ -47,13 +47,13 @@ namespace
         }
 
         void Scan() const { FileAddSearchPath(m_Root.c_str(), true, false); }
-        std::string Cache() const { return (m_Root / "filesystemcache.bin").string(); }
+        std::string CachePath() const { return (m_Root / "filesystemcache.bin").string(); }
 
     private:
         fs::path m_Root;
     };
 
-    CachedTree_c const & Tree()
+    CachedTree_c const & MakeTree()
     {
         static CachedTree_c const s_Tree;
         return s_Tree;
@@ -63,7 +63,7 @@ namespace
     template <typename START>
     void Start(benchmark::State & State, START fnFill)
     {
-        Tree();
+        MakeTree();
         for (auto _ : State)
         {
             fnFill();
@@ -77,7 +77,7 @@ namespace
 
     void StartFromCache(benchmark::State & State)
     {
-        std::string const sCache = Tree().Cache();
+        std::string const sCache = MakeTree().CachePath();
         Start(State,
             [&sCache]
             {
@@ -88,7 +88,7 @@ namespace
 
     void StartFromScan(benchmark::State & State)
     {
-        Start(State, [] { Tree().Scan(); });
+        Start(State, [] { MakeTree().Scan(); });
     }
 
     BENCHMARK(StartFromCache)->Name("Start/from_cache/ours")->Unit(benchmark::kMillisecond);

@@ -246,7 +246,8 @@ namespace
             });
     }
 
-    // Returns the number of files in an open folder and below it, and closes the folder.
+    // Reads the size and times of the files in an open folder and below it, and closes the folder. Returns their
+    // number.
     int ScanFolderBare(int iFolder)
     {
         int nFiles = 0;

@@ -1,10 +1,10 @@
 // listing_marks.cpp: measures the code listing of a crash report over the output of "objdump -d -w -M intel".
 // listing_marks.sh runs both over libraries.
 //
-// A fault is placed on each instruction. The listing starts SPAN_BEFORE bytes before the fault's piece of
+// It places a fault on each instruction. The listing starts SPAN_BEFORE bytes before the fault's piece of
 // SPAN_PIECE bytes, in general inside an instruction. The fault is lost if no listed instruction starts at its address.
-// Vector instructions, which have a VEX, EVEX or XOP prefix, are counted apart. Their names and all lengths are
-// compared with those of objdump.
+// It counts vector instructions apart, which have a VEX, EVEX or XOP prefix (the makers' manuals, "Instruction
+// Format"). It compares their names and all lengths with those of objdump.
 #include "zqcore/cexceptionreport_internal.h"
 #include "zqcore/copcode.h"
 
@@ -94,7 +94,8 @@ namespace
         return sWord;
     }
 
-    // Returns whether both names are of one instruction. In names with STEMS, objdump expresses the immediate byte.
+    // Returns whether the names are equal or begin with the same stem. In names with STEMS, objdump expresses the
+    // immediate byte.
     bool IsSameName(std::string const & sTheirs, std::string const & sOurs)
     {
         static constexpr char const * STEMS[] = { "vcmp", "vpcmp", "vpcom", "vpclmul" };

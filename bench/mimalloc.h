@@ -4,8 +4,8 @@
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
-/// Returns a function of a library that is loaded by hand, or null. Linked normally, an allocator would replace malloc
-/// for the whole process and so change every row.
+/// Loads a library and returns one of its functions. Returns null if either is missing. Linked normally, an allocator
+/// would replace malloc for the whole process and so change every row.
 template <typename FUNCTION>
 FUNCTION PeerFunction(char const * szLibrary, char const * szFunction)
 {
@@ -16,7 +16,7 @@ FUNCTION PeerFunction(char const * szLibrary, char const * szFunction)
 /// Functions of mimalloc, null if it is not installed.
 struct Mimalloc_s
 {
-    /// Returns whether mimalloc is installed. If it is not, fails the benchmark.
+    /// Fails the benchmark if mimalloc is not installed. Returns whether it is.
     bool IsInstalled(benchmark::State & State) const
     {
         bool const bInstalled = fnMalloc && fnFree;

@@ -24,7 +24,7 @@ namespace
     constexpr unsigned STEP = 7919;        // a prime, so the tests come to all bits of a field
     constexpr int FIELD_BITS = 65536;
 
-    // Returns random points: neighbours share no lattice cell, and branches on them can't be predicted.
+    // Returns random points. Neighbours rarely share a lattice cell. Branches on them can't be predicted.
     std::vector<Vec3fpu_t> const & Points()
     {
         static std::vector<Vec3fpu_t> const s_dPoints = []

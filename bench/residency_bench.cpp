@@ -64,13 +64,13 @@ namespace
         fs::path m_Root;
     };
 
-    Media_c const & Media()
+    Media_c const & StartMedia()
     {
         static Media_c const s_Media;
         return s_Media;
     }
 
-    // Reads a whole file with bare system calls. Returns its bytes, which the caller frees.
+    // Reads a whole file with bare system calls, or aborts. Returns its bytes, which the caller frees.
     void * ReadBare(char const * szPath)
     {
         int const iFile = open(szPath, O_RDONLY | O_CLOEXEC);
@@ -99,7 +99,7 @@ namespace
 
     void AsyncReadOurs(benchmark::State & State)
     {
-        Media();
+        StartMedia();
         File_c * const pFile = FileStream(BlobName(State.range(0)).c_str());
         for (auto _ : State)
         {
@@ -115,7 +115,7 @@ namespace
     }
     void AsyncReadBare(benchmark::State & State)
     {
-        std::string const sPath = Media().BlobPath(State.range(0));
+        std::string const sPath = StartMedia().BlobPath(State.range(0));
         for (auto _ : State)
         {
             SleepFrame();
@@ -132,7 +132,7 @@ namespace
 
     void PrefetchOurs(benchmark::State & State)
     {
-        Media();
+        StartMedia();
         for (auto _ : State)
         {
             FilePrefetch(".dat");
@@ -144,7 +144,7 @@ namespace
     }
     void PrefetchBare(benchmark::State & State)
     {
-        Media();
+        StartMedia();
         std::vector<std::string> const dPaths = Media_c::Pieces();
         Require(State, dPaths.size() == FILES);
         std::vector<void *> dBlocks(dPaths.size());

@@ -54,7 +54,8 @@ namespace
         ~Place_s() { std::remove(sPath.c_str()); }
     };
 
-    // Opens a file that the table of files does not have, and returns it.
+    // Opens a file that the table of files does not have, and returns it. Ends the program on failure. Requires that no
+    // file of an earlier call is opened again.
     std::unique_ptr<FileOnDisk_c> OpenAt(std::string const & sPath)
     {
         static String_T<256> s_sFolder;
@@ -352,7 +353,7 @@ namespace
     NodeSerializer_c g_Nodes;
 
     // Returns an earlier node, which a multiplicative hash picks (Knuth), or none for the first. Links 0 and 1 are
-    // shared, link 2 is weak.
+    // shared. Link 2 is weak.
     template <typename POINTER>
     POINTER EarlierNode(std::vector<POINTER> const & dNodes, std::size_t i, std::size_t iLink)
     {

@@ -11,7 +11,8 @@
 namespace
 {
     // Runs a program and returns the kilobytes of memory that belong to its process alone, as the program prints them.
-    double PrivateKilobytes(char const * szProgram)
+    // Returns 0 if the program does not start.
+    double MeasureKilobytes(char const * szProgram)
     {
         double fTotal = 0;
         if (std::FILE * const pOutput = ::popen(("'" + std::string(szProgram) + "'").c_str(), "r"))
@@ -45,7 +46,7 @@ namespace
             }
         }
         ::posix_spawn_file_actions_destroy(&Actions);
-        State.counters["private_kB"] = PrivateKilobytes(szProgram);
+        State.counters["private_kB"] = MeasureKilobytes(szProgram);
     }
     BENCHMARK_CAPTURE(Run, ours, STARTUP_WITH_LIBRARY)->Name("Startup/ours")->UseRealTime();
     BENCHMARK_CAPTURE(Run, empty, STARTUP_WITHOUT_LIBRARY)->Name("Startup/empty_program")->UseRealTime();

@@ -41,7 +41,7 @@ namespace
         std::string m_sRoot = fs::temp_directory_path() / ("zqcore_track_" + std::to_string(getpid()));
     };
 
-    char const * Root()
+    char const * MakeTree()
     {
         static Tree_c s_Tree;
         return s_Tree.GetRoot();
@@ -60,12 +60,12 @@ namespace
     bool OpenBare()
     {
         g_iBareWatch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-        return nftw(Root(), WatchBare, WALK_DESCRIPTORS, FTW_PHYS) == 0;
+        return nftw(MakeTree(), WatchBare, WALK_DESCRIPTORS, FTW_PHYS) == 0;
     }
 
     void IdleOurs(benchmark::State & State)
     {
-        FileTrackChanges(Root());
+        FileTrackChanges(MakeTree());
         Require(State, FileTrackIsOn());
         for (auto _ : State)
         {
@@ -103,10 +103,10 @@ namespace
 
     void StartOurs(benchmark::State & State)
     {
-        Root();   // makes the tree
+        MakeTree();
         for (auto _ : State)
         {
-            FileTrackChanges(Root());
+            FileTrackChanges(MakeTree());
             Require(State, FileTrackIsOn());
             FileTrackShutdown();
         }
@@ -114,7 +114,7 @@ namespace
 
     void StartBare(benchmark::State & State)
     {
-        Root();   // makes the tree
+        MakeTree();
         for (auto _ : State)
         {
             Require(State, OpenBare());

@@ -51,7 +51,7 @@ namespace
             }
             auto const dBlocks = Fields(dFields[2].substr(dFields[2].starts_with("blocks(") ? 7 : 0), s_Blocks);
             bool const bAll = dFields[2].starts_with("blocks(") && !dBlocks.empty();
-            Holding_t & Holding = Report.dCategories[dFields[1]][bAll ? "blocks(all)" : dFields[2]];
+            Holding_t & Holding = Report.dCategories[dFields[1]][bAll ? std::string(ALL_BLOCKS) : dFields[2]];
             Holding = Holding + Holding_t{ bAll ? std::stoull(dBlocks[0]) : 1, std::stoull(dFields[0]) };
         }
         bool const bTitle = Next() && sLine == "Total allocations" && Next();

@@ -1,6 +1,6 @@
 // fuzz_support.h: what the fuzz targets share.
 //
-// They share a file without a disk, a folder, the input as a stream, and a check that ends the process.
+// They share a file without a disk, a folder, the input read from front to back, and a check that ends the process.
 #pragma once
 
 #include "platform/faults.h"
@@ -96,7 +96,7 @@ public:
     {}
     bool IsEmpty() const { return m_sRest.empty(); }
 
-    /// Returns the next bytes, fewer at the end.
+    /// Removes the next bytes, fewer at the end, and returns them.
     std::string Extract(std::size_t nBytes = std::string::npos)
     {
         std::string const sExtracted(m_sRest.substr(0, nBytes));
@@ -104,7 +104,7 @@ public:
         return sExtracted;
     }
 
-    /// Returns the next value. Zeros follow the end.
+    /// Removes the next value and returns it. Zeros follow the end.
     template <typename T = unsigned char>
     T Get()
     {

@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     bool const bSound =
         sRecord.size() >= HEADER_SIZE && sRecord.starts_with("ZQRV")
         && (WordAt(sRecord, TYPE_AT) <= 1 || WordAt(sRecord, TYPE_AT) == 3 || WordAt(sRecord, TYPE_AT) == 4)
-        && WordAt(sRecord, NAME_SIZE_AT) <= 255 && WordAt(sRecord, DATA_SIZE_AT) <= 16 * 1024 * 1024
+        && WordAt(sRecord, NAME_SIZE_AT) <= plat::NAME_LIMIT && WordAt(sRecord, DATA_SIZE_AT) <= plat::VALUE_LIMIT
         && WordAt(sRecord, CHECK_AT) == Checksum(sRecord)
         && std::uint64_t{ WordAt(sRecord, NAME_SIZE_AT) } + WordAt(sRecord, DATA_SIZE_AT)
                == sRecord.size() - HEADER_SIZE;

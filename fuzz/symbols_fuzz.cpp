@@ -44,7 +44,7 @@ namespace
         send(g_hHelper, &Answer, cKind & 16 ? nText : nSent, MSG_DONTWAIT);
     }
 
-    // Calls one of the functions. The lower three bits of cCall select it, and the others are its argument.
+    // Calls one of the functions. The lower three bits of cCall select it. The others are its argument.
     void Call(plat::Symbols_c & Symbols, unsigned char cCall)
     {
         unsigned const nArgument = cCall >> 3;

@@ -99,7 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
     std::string const sText(sRead);
     SimpleTextParser_c Parser;
     PlainParser_s Plain{ sText };
-    // The rules of a new parser.
+    // The rules of a new parser: the first and the last character, and the rule (CharacterParsingRule_e).
     for (auto const & [szRange, iRule] :
         { std::pair{ "!~", 6 }, { "{\xFF", 6 }, { "AZ", 1 }, { "az", 1 }, { "__", 1 }, { "\"\"", 3 }, { "09", 4 },
             { "++", 4 }, { "--", 4 }, { "AZ", 2 }, { "az", 2 }, { "__", 2 }, { "09", 2 }, { "09", 5 }, { "..", 5 } })

@@ -68,7 +68,7 @@ namespace
         std::string m_sProgram, m_sOther, m_sWhole;
     };
 
-    std::string ProgramOf(int iProgram, Input_c & Input)
+    std::string MakeProgram(int iProgram, Input_c & Input)
     {
         static std::array const s_dSplit = { Split_c("split4", "split4.dwp"), Split_c("split5", "split5.dwp"),
             Split_c("split5_file", "split5_sink.dwo") };
@@ -192,7 +192,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * pData, std::size_t n
         ReadIndex({ reinterpret_cast<char const *>(pData) + 1, nSize - 1 });
         return 0;
     }
-    g_sProgram = ProgramOf(cMode >> 2 & 3, Input);
+    g_sProgram = MakeProgram(cMode >> 2 & 3, Input);
     std::ranges::generate(g_dMemory, GetAddress);
     zqsymbols::Process_c Process;
     Require(!Process.Start() || zqsymbols::Serve(Process));

@@ -65,7 +65,7 @@ namespace plat
     /// of the format.
     ClipboardBlock_t ClipboardGet(unsigned int iFormat);
 
-    /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null, and the
+    /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null. Then the
     /// caller still owns the block:
     /// - A null block changes nothing.
     /// - An unknown format or a closed clipboard changes nothing.

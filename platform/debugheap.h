@@ -8,8 +8,8 @@
 // - fence: 4 bytes of HEAP_FENCE before each block, and at least 4 after its own bytes. Damage is reported when the
 //   block is freed.
 //
-// New memory is filled with HEAP_NEW and freed memory with HEAP_FREED. A block of more than HEAP_FILL_LIMIT bytes is
-// filled at its ends only. A hook is called under the heap's lock before each event takes effect.
+// The heap fills new memory with HEAP_NEW and freed memory with HEAP_FREED. It fills a block of more than
+// HEAP_FILL_LIMIT bytes at its ends only. It calls a hook under its lock before each event takes effect.
 //
 // Threads: any thread. The heap can be used before the first constructor and after the last destructor.
 #pragma once
@@ -120,7 +120,7 @@ namespace plat
     /// Returns the text for a word, as the function of HeapSetWordName does, or "unknown" without one.
     char const * HeapWordName(std::uint32_t dwWord);
 
-    /// Formats a text, cut at 1023 characters, and passes it to the receiver, or to standard error without one.
+    /// Formats a text, cut at 1023 bytes, and passes it to the receiver, or to standard error without one.
     void HeapReport(char const * szFormat, ...) ZQ_PRINTF(1, 2);
 
     /// Returns an address as reports show it.

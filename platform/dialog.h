@@ -4,6 +4,8 @@
 // error. An empty line there, or the end of the input, counts as the answer that lets the program continue (Ignore, No,
 // OK), which the prompt marks. Without a terminal, or in the background of one, the text goes to standard error. The
 // answer is then that of an empty line.
+//
+// Threads: any thread.
 #pragma once
 
 #include "platform/compiler.h"
@@ -64,16 +66,15 @@ namespace plat
     /// threads may call it at a time.
     using DialogHandler_t = DialogAnswer_e (*)(Dialog_t const & Dialog);
 
-    /// Shows the dialog, waits for the answer and returns it. Any thread may call it. In a fault filter, while the
-    /// terminal prompts, SIGTERM and the keys that end or stop a process have their default effect, whatever handlers
-    /// the host has set.
+    /// Shows the dialog, waits for the answer and returns it. In a fault filter, while the terminal prompts, SIGTERM
+    /// and the keys that end or stop a process have their default effect, whatever handlers the host has set.
     ZQ_API DialogAnswer_e DialogShow(Dialog_t const & Dialog);
 
-    /// Prints a caption and a text on standard error, as an unattended dialog does. Uses no heap and no lock, so any
-    /// thread and a fault filter may call it.
+    /// Prints a caption and a text on standard error, as an unattended dialog does. Uses no heap and no lock, so a
+    /// fault filter may call it.
     ZQ_API void DialogPrint(char const * szCaption, char const * szText);
 
-    /// Prints a line on standard error. Uses no heap and no lock, so any thread and a fault filter may call it.
+    /// Prints a line on standard error. Uses no heap and no lock, so a fault filter may call it.
     void DialogPrintLine(char const * szLine);
 
     /// Returns whether a user can answer: at a host's dialog or at a terminal.

@@ -4,7 +4,7 @@
 // sets later comes first. The filter runs on a stack of the library's own, so it needs little of the thread's. It may
 // use neither the heap nor a lock.
 //
-// - One filter is set at a time. A caller that sets one keeps the previous one, and its filter calls that.
+// - One filter is set at a time. Requires that a caller keeps the previous one, and that its filter calls it.
 // - A fault that the filter has not handled goes to the handler that was set before the library's, with the thread
 //   as it was. Without such a handler the process terminates as if the fault were unhandled.
 // - One thread at a time runs the filter. Another one that faults meanwhile waits for the first, and then skips the
@@ -137,8 +137,8 @@ namespace plat
     /// nSize is not 0.
     ZQ_API void FaultText(std::uint32_t nCode, char * szText, std::size_t nSize);
 
-    /// Calls fnCall(pArgument), for at most nMilliseconds. 0 means no limit. Guarded calls may nest, and the limit of
-    /// an outer call also applies in an inner one. Requires that the caller is a filter or the one thread that it waits
+    /// Calls fnCall(pArgument), for at most nMilliseconds. 0 means no limit. Guarded calls may nest. The limit of an
+    /// outer call also applies in an inner one. Requires that the caller is a filter or the one thread that it waits
     /// for. Returns false if a fault of this thread or the time limit ended the call. Then whatever the call held stays
     /// held.
     ZQ_API bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);

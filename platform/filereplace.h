@@ -38,12 +38,13 @@ namespace plat
     /// spelling. Returns false on failure, and without bReplace also if anything has the new name.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
-    /// Adds a second name to a file or a symbolic link. Returns false on failure, for instance if anything has the name
-    /// szTo. In these cases makes and synchronises a copy of the file, or of the link's target. A failed copy may leave
-    /// a part.
+    /// Adds a second name to a file or a symbolic link. Makes and synchronises a copy of the file, or of the link's
+    /// target, in these cases:
     /// - The file system has no second names.
     /// - The file has too many.
     /// - The system protects it from them.
+    ///
+    /// Returns false on failure, for instance if anything has the name szTo. A failed copy may leave a part.
     bool FileKeepAs(char const * szFrom, char const * szTo);
 
     /// Returns whether anything has the name, including a link whose target is missing. Returns true too if the system
@@ -72,8 +73,8 @@ namespace plat
         NameLock_c(NameLock_c const &) = delete;
         NameLock_c & operator=(NameLock_c const &) = delete;
 
-        /// Acquires the lock and returns the result. Requires that this object does not hold it. Never waits for a
-        /// holder.
+        /// Acquires the lock and returns the result. Never waits for a holder. Requires that this object does not hold
+        /// it.
         Result_e Take(char const * szPath);
 
         /// Deletes the file and releases the lock. Requires the path of Take. Does nothing if this object has no lock.

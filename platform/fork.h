@@ -1,7 +1,7 @@
 // fork.h: locks and shared work across a fork of the process.
 //
-// In the child only the thread that forks exists. A lock that another thread holds would stay held there for ever, and
-// work that another thread does would never finish. Therefore a global lock has a ForkLock_c, or a ForkHandler_c renews
+// In the child only the thread that forks exists. A lock that another thread holds would stay held there for ever. Work
+// that another thread does would never finish. Therefore a global lock has a ForkLock_c, or a ForkHandler_c renews
 // it in the child. A service with a thread, an open file or work under way has a ForkHandler_c. Both are usually global
 // objects. Creating or destroying one requires that the thread holds no registered lock. The thread that forks keeps
 // the locks that it holds, in both processes.

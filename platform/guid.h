@@ -26,7 +26,7 @@ namespace plat
     inline constexpr std::uint32_t GUID_NO_ADDRESS = 1739;   // the machine has no hardware address
     inline constexpr std::uint32_t GUID_LOCAL_ONLY = 1824;   // unique on this machine, but perhaps not elsewhere
 
-    /// Function of a host that creates an identifier and returns a GUID_ result.
+    /// Function of a host that creates an identifier and returns a GUID_ result. Several threads may call it at a time.
     using GuidSource_t = std::uint32_t (*)(Guid_t & Guid);
 
     /// Creates an identifier of version 1 (RFC 4122) of time, clock sequence and hardware address, and returns a GUID_

@@ -1,4 +1,6 @@
 // netaddress.h: the hardware address of one of the machine's network interfaces.
+//
+// Threads: any thread, also for the host's function.
 #pragma once
 
 #include "platform/compiler.h"

@@ -11,7 +11,7 @@ namespace plat
     std::size_t StackLeft();
 
     /// Runs fnCall(pArgument) on a new stack of nBytes, frees the stack and returns true. The stack uses only the
-    /// memory that the call touches. The thread stays the same, and an exception passes through. Requires that nBytes
+    /// memory that the call touches. The thread stays the same. An exception passes through. Requires that nBytes
     /// is a multiple of 16, and that the call does not end the thread. Returns false, without a call, if the stack
     /// can't be allocated.
     bool StackCallOnFresh(std::size_t nBytes, void (*fnCall)(void * pArgument), void * pArgument);

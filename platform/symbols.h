@@ -113,11 +113,13 @@ namespace plat
     };
 
     /// Adds a printer: the form in which SECTION_FRAMES shows the values of a type. Copies both texts. If several
-    /// printers match a type, the last one added is used. Requires that no other thread adds one or starts a walk.
-    /// Returns false if a text is longer than its limit, or if there are 32 printers.
+    /// printers match a type, the last one added is used.
     /// - szType is the type's name with its namespaces, at most 127 bytes. `*` in it is any text.
     /// - szTemplate has at most 255 bytes. `{name}` is the value of a member, `{name.name}` that of a member's member,
     ///   and all else is copied.
+    ///
+    /// Requires that no other thread adds one or starts a walk. Returns false if a text is longer than its limit, or if
+    /// there are 32 printers.
     bool SymbolsAddPrinter(char const * szType, char const * szTemplate);
 
     /// Sets the helper's path, cut at 4095 bytes; empty for none. Before the first call the helper is the one in the

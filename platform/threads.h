@@ -110,8 +110,8 @@ namespace plat
         WaitWord_t m_nSet{ 0 };
     };
 
-    /// A thread that runs a plain function. The destructor does not wait for the thread's end. Requires that Start and
-    /// Join are called by one thread, and that the object lives until the function begins.
+    /// A thread that runs a plain function. The destructor does not wait for the thread's end. Requires that one
+    /// thread calls Start and Join, and that the object lives until the function begins.
     class Thread_c
     {
     public:

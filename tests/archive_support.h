@@ -112,7 +112,7 @@ public:
         m_sBytes.erase(0, m_bFailed ? 0 : nBytes);
         return !m_bFailed;
     }
-    std::string m_sBytes;
+    std::string m_sBytes;   // not yet read
 };
 
 /// Returns the CRC-32 of IEEE 802.3, computed bit by bit, straight from the definition.
@@ -144,6 +144,7 @@ inline std::string Hex(std::string_view sBytes)
 }
 
 /// Returns the bytes of the dump between "```<sName>" and "```" in the page at the path sPage, in the form of Hex.
+/// Returns an empty text if there is none.
 inline std::string DumpOfPage(std::string const & sPage, std::string const & sName)
 {
     std::ifstream Page(sPage);

@@ -95,6 +95,7 @@ TEST_F(App, IsInFocusWithItsWindowOrAChildOfIt)
 
 TEST_F(App, PurgesAllMessagesOrThoseOfTheKeyboard)
 {
+    // Those of the keyboard are 0x100 to 0x109 (WM_KEYFIRST to WM_KEYLAST).
     g_dWaiting = { 0xFF, 0x100, 0x109, 0x10A, 0xFFFFFFFF };
     AppPurgeKeyboardQueue();
     EXPECT_THAT(g_dWaiting, testing::ElementsAre(0xFF, 0x10A, 0xFFFFFFFF));
@@ -145,19 +146,19 @@ TEST_F(App, StartsInItsFolderAndEndsPureVirtualCallsInAbort)
 
 TEST_F(App, ShutdownEmptiesTheEventListsExceptThree)
 {
-    auto const AreKept = [](auto &... Events)
+    auto const fnKept = [](auto &... Events)
     {
         (Events.Add(nullptr, false), ...);   // never fired
         AppMiscShutdown();
         return std::vector<bool>{ !Events.IsEmpty()... };
     };
-    EXPECT_EQ(AreKept(g_CommandCallbacker, g_RenderCallbacker, g_ActiveCallbacker, g_SizeCallbacker, g_IdleCallbacker,
+    EXPECT_EQ(fnKept(g_CommandCallbacker, g_RenderCallbacker, g_ActiveCallbacker, g_SizeCallbacker, g_IdleCallbacker,
                   g_InitMenuCallbacker, g_FullscreenCallbacker, g_MouseCallbacker, g_KeyboardCallbacker,
                   g_JoystickCallbacker, g_CharCallbacker, g_ApplicationMessages, g_FileReadErrorCallbacker,
                   g_NetworkCallbacker, g_FullscreenSwitchCallbacker, g_FileTrackChangesCallbacker,
                   g_AddSubfolderCallbacker, g_ResourceLoadCallbacker, g_WarningsCallbacker),
         std::vector<bool>(19, false));
-    EXPECT_EQ(AreKept(g_ExecutionCallbacker, g_LoadingCallbacker, g_FileOpenCallbacker), std::vector<bool>(3, true));
+    EXPECT_EQ(fnKept(g_ExecutionCallbacker, g_LoadingCallbacker, g_FileOpenCallbacker), std::vector<bool>(3, true));
     g_ExecutionCallbacker.Reset();
     g_LoadingCallbacker.Reset();
     g_FileOpenCallbacker.Reset();

@@ -107,7 +107,7 @@ TEST_F(Callbacks, OneThatThrowsEndsItsFiringAlone)
     EXPECT_EQ(Fire(3, { RemoveItselfAndCatch }), "!") << "no freed node was touched";
 }
 
-TEST_F(Callbacks, AnExclusiveOneHidesAllOthersAndStaysAtTheHead)
+TEST_F(Callbacks, AnExclusiveOneHidesAllOthersAndALaterOneAsserts)
 {
     g_Event.Add(OnEvent<'A'>, false);
     g_Event.Add(OnEvent<'E'>, true);

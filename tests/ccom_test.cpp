@@ -26,7 +26,7 @@ namespace
 
     char const OWNERS[4] = {};   // their addresses name the owners
 
-    // Calls Release on what may be no object, which the checkers would report first.
+    // Calls Release on what may be no object, which the checkers would report first. Returns its result.
     ZQ_UNCHECKED bool ReleaseAnything(void const * pAny)
     {
         return static_cast<ComObject_c const *>(pAny)->Release(OWNERS, "", 0, pAny);

@@ -346,7 +346,7 @@ TEST_F(Complaints, OfThreadsInReceiversOfSeveralListsDontWaitForEachOther)
     EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
 }
 
-// The heap complains with its lock held, and a dialog's handler while other threads may wait for the dialog.
+// The heap complains with its lock held. A dialog's handler complains while other threads may wait for the dialog.
 TEST_F(Complaints, FromUnderALockOfTheLibraryWaitForNoReceiver)
 {
     static Gate_c s_Inside;
@@ -521,12 +521,12 @@ TEST_F(Complaints, AnAbortOutlivesListenersAndReceiversThatThrow)
 
 TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
 {
-    auto const Assertion = [] { AssertFailed("assertion"); };
-    auto const Attention = [] { Achtung("attention"); };
-    auto const End = [] { Abort("abort %i", 1); };
-    auto const Error = [] { DebugMessages_c::Get().DebugErrorInternal("error"); };
-    auto const Break = [] { ZQ_ASSERT_BREAK(1 == 2, "Developer break"); };
-    auto const Located = []
+    auto const fnAssertion = [] { AssertFailed("assertion"); };
+    auto const fnAttention = [] { Achtung("attention"); };
+    auto const fnEnd = [] { Abort("abort %i", 1); };
+    auto const fnError = [] { DebugMessages_c::Get().DebugErrorInternal("error"); };
+    auto const fnBreak = [] { ZQ_ASSERT_BREAK(1 == 2, "Developer break"); };
+    auto const fnLocated = []
     {
         std::atexit([] { std::fprintf(stderr, ", then %i", DebugMessages_c::Get().DropMessageBox("", "", 0)); });
         DebugMessages_c::Get().DebugWarningInternal("located");
@@ -541,17 +541,18 @@ TEST_F(Complaints, EndTheProcessAsTheDeveloperOrSilentModeSays)
         char const * szTrace;   // an exit adds a dot
     };
     for (auto const & [fnComplain, bSilent, eAnswer, iStatus, szTrace] :
-        { Row_s{ Assertion, true, Answer_e::Ignore, 1, "^CLxAssertion failed!\nassertion\n\\." },
-            { Assertion, false, Answer_e::Abort, BREAKPOINT, "^CLxDX" },
-            { Assertion, false, Answer_e::Retry, BREAKPOINT, "^CLxDX" },
-            { Attention, true, Answer_e::No, 1, "^LWACHTUNG!\nattention\n\\." },
-            { Attention, false, Answer_e::Cancel, 0, "^LWD\\." },
-            { Attention, false, Answer_e::Yes, BREAKPOINT, "^LWD" },
-            { End, true, Answer_e::Ok, 1, "^LxMApplication aborted!\nabort 1\nX" },
-            { End, false, Answer_e::Ok, BREAKPOINT, "^LxMDX" }, { End, false, Answer_e::Cancel, BREAKPOINT, "^LxMDX" },
-            { Located, false, Answer_e::Cancel, 255, "^D, then 7\\." },
-            { Located, false, Answer_e::Yes, BREAKPOINT, "^D" }, { Error, false, Answer_e::Ok, BREAKPOINT, "^D" },
-            { Break, false, Answer_e::Yes, BREAKPOINT, "^D" } })
+        { Row_s{ fnAssertion, true, Answer_e::Ignore, 1, "^CLxAssertion failed!\nassertion\n\\." },
+            { fnAssertion, false, Answer_e::Abort, BREAKPOINT, "^CLxDX" },
+            { fnAssertion, false, Answer_e::Retry, BREAKPOINT, "^CLxDX" },
+            { fnAttention, true, Answer_e::No, 1, "^LWACHTUNG!\nattention\n\\." },
+            { fnAttention, false, Answer_e::Cancel, 0, "^LWD\\." },
+            { fnAttention, false, Answer_e::Yes, BREAKPOINT, "^LWD" },
+            { fnEnd, true, Answer_e::Ok, 1, "^LxMApplication aborted!\nabort 1\nX" },
+            { fnEnd, false, Answer_e::Ok, BREAKPOINT, "^LxMDX" },
+            { fnEnd, false, Answer_e::Cancel, BREAKPOINT, "^LxMDX" },
+            { fnLocated, false, Answer_e::Cancel, 255, "^D, then 7\\." },
+            { fnLocated, false, Answer_e::Yes, BREAKPOINT, "^D" }, { fnError, false, Answer_e::Ok, BREAKPOINT, "^D" },
+            { fnBreak, false, Answer_e::Yes, BREAKPOINT, "^D" } })
     {
         g_silentMode = bSilent;
         g_eAnswer = eAnswer;

@@ -176,7 +176,7 @@ TEST_F(ExceptionInfo, AForkedChildHasNoDialogOfAnotherThread)
         s_Answer.Wait();
         return Answer_e::Ignore;
     };
-    auto const InChild = []
+    auto const fnRaiseInChild = []
     {
         s_nShown = 0;
         s_Answer.Set();
@@ -196,7 +196,7 @@ TEST_F(ExceptionInfo, AForkedChildHasNoDialogOfAnotherThread)
         s_Answer.Reset();
         std::thread Other(fnShow);
         s_Shown.Wait();
-        EXPECT_EQ(StatusOfChild(StartChild(InChild)), 2);
+        EXPECT_EQ(StatusOfChild(StartChild(fnRaiseInChild)), 2);
         s_Answer.Set();
         Other.join();
     }
@@ -330,7 +330,7 @@ TEST_F(ExceptionInfo, YesStartsTheRemoteDebugger)
     EXPECT_EQ(Folder.Read("started"), Folder.GetPath() + '\n');
 }
 
-// The thread that faulted holds the heap's lock, and the folder is spelled in another way on disk.
+// The thread that faulted holds the heap's lock. The folder is spelled in another way on disk.
 TEST_F(ExceptionInfo, YesStartsTheRemoteDebuggerWithoutTheHeap)
 {
     NEEDS_VFORK;

@@ -97,16 +97,16 @@ TEST_F(CrashReport, ReportsEachFaultClosesTheLogAndPassesOnWithoutTheHeap)
         { "throwint thread", "E06D7363 Uncaught C++ exception int", "ABRT" },
         { "abort", "40000015 abort() was called", "ABRT" },
     };
-#ifndef __SANITIZE_THREAD__   // this checker's handler runs first and misaligns, and the checker creates the threads
-    dRows.emplace_back("stack unjoined", "C00000FD STACK_OVERFLOW", "SEGV");
-    dRows.emplace_back("misaligned", "80000002 DATATYPE_MISALIGNMENT", "BUS");
+#ifndef __SANITIZE_THREAD__
+    dRows.emplace_back("stack unjoined", "C00000FD STACK_OVERFLOW", "SEGV");     // this checker creates the threads
+    dRows.emplace_back("misaligned", "80000002 DATATYPE_MISALIGNMENT", "BUS");   // its handler runs first and misaligns
 #endif
     if (!IS_64_BIT)
     {
         dRows.emplace_back("into", "C0000095 INT_OVERFLOW", "SEGV");
         dRows.emplace_back("bound", "C000008C ARRAY_BOUNDS_EXCEEDED", "SEGV");
     }
-    if (!plat::ADDRESS_CHECKER)   // it needs descriptors itself, and a thread's start needs more of the stack
+    if (!plat::ADDRESS_CHECKER)   // it needs descriptors itself, and more of the stack at a thread's start
     {
         dRows.emplace_back("read fulljoined", ACCESS_VIOLATION, "SEGV");
         dRows.emplace_back("read nodescriptors", ACCESS_VIOLATION, "SEGV");

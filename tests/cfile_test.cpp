@@ -275,7 +275,7 @@ TEST_F(FileTest, AStreamEndsWhereTheFileOnDiskEnds)
     }
 }
 
-TEST_F(FileTest, OfLikeNamedFilesTheFirstOpensWithAWarning)
+TEST_F(FileTest, OfLikeNamedFilesTheFirstOpensWithAnAchtung)
 {
     ExpectComplaints(3);
     Make({ { "a/1.txt", "first" }, { "a/2.txt", "x" }, { "a/3.txt", "x" }, { "b/1.TXT", "second" }, { "b/2.txt", "x" },

@@ -49,6 +49,7 @@ protected:
 
     static void Start() { ASSERT_TRUE(StartModule(ModuleFile_c::Get())); }
 
+    // Requests an asynchronous open and waits until it is done.
     static void Await(File_c * pFile, void * pBuffer)
     {
         void * const hRequest = FileAsyncOpen(pFile, pBuffer);

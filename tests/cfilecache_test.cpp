@@ -55,12 +55,13 @@ protected:
     }
     void Save(std::string const & sName) const { FilesystemCacheSave(m_Folder.Join(sName).c_str()); }
 
-    // Returns the keys as MediaTest::KeysOfOneRun does, without a scan of the root if the cache can be used.
-    static std::string KeysOfOneRun(std::string const & sCache)
+    // Does what MediaTest::RunForKeys does, with a cache of this name and without a scan of the root if the cache can
+    // be used.
+    static std::string RunForKeys(std::string const & sCache)
     {
         FilesystemCacheInit(sCache.c_str());
         ModuleFile_c::Get()->ReadMedia(sCache.empty());
-        std::string const sKeys = MediaTest::KeysOfOneRun();
+        std::string const sKeys = MediaTest::RunForKeys();
         ModuleFile_c::Get()->ReadMedia(true);
         return sKeys;
     }
@@ -96,10 +97,10 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
 {
     std::string const sCache = m_Folder.Join("media/filesystemcache.bin");
     Make({ { "media/declarations/a.csv", "a" }, { "media/profiles/p", "p" }, { "media/mapscache/deep/m", "m" } });
-    EXPECT_EQ(KeysOfOneRun(sCache), "a.csv m p") << "scanned, as there is no cache";
+    EXPECT_EQ(RunForKeys(sCache), "a.csv m p") << "scanned, as there is no cache";
     EXPECT_EACH(g_sFilesystemCacheName.IsEmpty(), !fs::exists(sCache));
     m_Folder.Write("media/filesystemcache.bin", "x");
-    EXPECT_EQ(KeysOfOneRun(""), "a.csv filesystemcache.bin m p");
+    EXPECT_EQ(RunForKeys(""), "a.csv filesystemcache.bin m p");
     std::string const sBytes = m_Folder.Read("media/filesystemcache.bin");
     EXPECT_THAT(sBytes, testing::AllOf(testing::HasSubstr("a.csv"), testing::Not(testing::HasSubstr("profiles"))));
     auto const Hash = [] { return Hex({ reinterpret_cast<char const *>(FileGetMediaHash()), SHA1_HASH_SIZE }); };
@@ -110,7 +111,7 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
 
     Make({ { "media/declarations/new.csv", "" }, { "media/profiles/q", "" } });
     g_AddSubfolderCallbacker.Add(NoteReport, false);
-    EXPECT_EQ(KeysOfOneRun(sCache), "a.csv filesystemcache.bin m p q");
+    EXPECT_EQ(RunForKeys(sCache), "a.csv filesystemcache.bin m p q");
     g_AddSubfolderCallbacker.Reset();
     std::string const sDeep = Folded("media/mapscache/deep\\");
     EXPECT_EQ(s_dReported, (Folders_t{ Folded("media/profiles\\"), Folded("media/mapscache\\"), sDeep }));
@@ -119,8 +120,8 @@ TEST_F(FileCacheTest, TheModuleStartsFromTheCacheAndWritesItAnew)
 
     CurrentFolderScope_c const Scope(m_Folder.Join("media"));
     SetPQXMediaPath(".");
-    KeysOfOneRun("");
-    EXPECT_EQ(KeysOfOneRun(sCache), "a.csv filesystemcache.bin m new.csv p q");
+    RunForKeys("");
+    EXPECT_EQ(RunForKeys(sCache), "a.csv filesystemcache.bin m new.csv p q");
 }
 
 TEST_F(FileCacheTest, TheModuleDropsWhatChangesInARunBeforeTheSave)
@@ -294,7 +295,7 @@ TEST_F(FileCacheTest, IsWrittenAfterWholeScansOnlyAndALoadThatFailsScans)
     g_bCollectResource = true;
     g_FileOpenCallbacker.Add([](char const *) { fs::remove(s_sGone); }, false);
     FileReset();
-    EXPECT_EQ(KeysOfOneRun(s_sGone), "c.bin good in") << "and the module has written no cache of that scan";
+    EXPECT_EQ(RunForKeys(s_sGone), "c.bin good in") << "and the module has written no cache of that scan";
     g_bCollectResource = false;
     EXPECT_EQ(m_Dialogs.GetCount(), 0);
 }
@@ -304,7 +305,7 @@ TEST_F(FileCacheTest, IsNotWrittenIfALoadWouldFindNoRoom)
     ASSERT_TRUE(FileAddOneFile(m_Folder.Write("media/first", "x").c_str()));
     String_T<256> const * const pPath = FileStream("first")->pPath;
     int nAdded = 0;
-    for (int i = 0; i < 14800; ++i)   // in this order all find room, in that of the table they do not
+    for (int i = 0; i < 14800; ++i)   // in this order all find room; in that of the table they do not
     {
         auto * const pFile = new FileOnDisk_c;
         pFile->sName = NewString("g%d.x", i);
@@ -327,43 +328,43 @@ TEST_F(FileCacheTest, ReportsWhichFolderHasChangedAndGoesWhereTheHostSays)
         Module.SetCacheFile(sCache.c_str());
         Module.CheckCache(false);
         FilesystemCacheCheck(false);
-        KeysOfOneRun(sCache);
+        RunForKeys(sCache);
         EXPECT_TRUE(fs::exists(sCache));
         Module.CheckCache(true);
-        auto const Stale = [&]
+        auto const fnStale = [&]
         {
             constexpr std::string_view HEAD = "the cache is not current, ";
             m_Log.Clear();
-            KeysOfOneRun(sCache);
+            RunForKeys(sCache);
             std::string const sLog = m_Log.GetText();
             std::size_t const nHead = sLog.find(HEAD), nReason = nHead + HEAD.size();
             return nHead == sLog.npos ? "" : sLog.substr(nReason, sLog.find('\n', nReason) - nReason);
         };
-        EXPECT_EQ(Stale(), "it has no whole list of times");
-        EXPECT_EQ(Stale(), "");
-        EXPECT_EQ(Stale(), "") << "the cache that a start from a cache leaves";
+        EXPECT_EQ(fnStale(), "it has no whole list of times");
+        EXPECT_EQ(fnStale(), "");
+        EXPECT_EQ(fnStale(), "") << "the cache that a start from a cache leaves";
         m_Folder.Write("media/sub/b", "written into");
-        EXPECT_EQ(Stale(), "");
+        EXPECT_EQ(fnStale(), "");
         fs::rename(m_Folder.Join("media/sub/deep/c"), m_Folder.Join("media/sub/deep/d"));
-        EXPECT_EQ(Stale(), "\"\\sub\\deep\\\" has changed");
-        EXPECT_EQ(Stale(), "");
+        EXPECT_EQ(fnStale(), "\"\\sub\\deep\\\" has changed");
+        EXPECT_EQ(fnStale(), "");
         m_Folder.Write("media/new" + std::to_string(sCache.size()), "");
-        EXPECT_EQ(Stale(), "\"\\\" has changed");
-        EXPECT_EQ(Stale(), "");
+        EXPECT_EQ(fnStale(), "\"\\\" has changed");
+        EXPECT_EQ(fnStale(), "");
         m_Folder.Write("torn", m_Folder.Read(sCache.substr(m_Folder.GetPath().size() + 1)).substr(0, 100));
         fs::rename(m_Folder.Join("torn"), sCache);
-        EXPECT_EQ(Stale(), "it has no whole list of times");
+        EXPECT_EQ(fnStale(), "it has no whole list of times");
         fs::rename(m_Folder.Join("media/sub/deep/d"), m_Folder.Join("media/sub/deep/c"));
-        EXPECT_EQ(Stale(), "\"\\sub\\deep\\\" has changed");
+        EXPECT_EQ(fnStale(), "\"\\sub\\deep\\\" has changed");
     }
     std::string const sMedia = m_Folder.Join("media"), sCache = m_Folder.Join("else/where/c.bin");
-    std::string const sKeys = KeysOfOneRun(sCache);
+    std::string const sKeys = RunForKeys(sCache);
     fs::rename(sMedia, m_Folder.Join("not mounted"));
-    EXPECT_EQ(KeysOfOneRun(sCache), "");
+    EXPECT_EQ(RunForKeys(sCache), "");
     fs::rename(m_Folder.Join("not mounted"), sMedia);
-    EXPECT_EQ(KeysOfOneRun(sCache), sKeys);
+    EXPECT_EQ(RunForKeys(sCache), sKeys);
     Module.CheckCache(false);   // leaves the host's own setting
-    KeysOfOneRun("");
+    RunForKeys("");
     FilesystemCacheInit(sCache.c_str());
     EXPECT_TRUE(FilesystemCacheIsCurrent());
     FilesystemCacheSave(sCache.c_str());   // of empty tables
@@ -385,7 +386,7 @@ TEST_F(FileCacheTest, ARunThatKnowsNoMediaLeavesTheHostsCache)
     std::string const sCache = m_Folder.Join("c.bin");
     ModuleFile_c & Module = *ModuleFile_c::Get();
     Module.SetCacheFile(sCache.c_str());
-    KeysOfOneRun("");
+    RunForKeys("");
     std::string const sSaved = m_Folder.Read("c.bin");
     EXPECT_THAT(sSaved, testing::HasSubstr(Text("a")));
 
@@ -401,7 +402,7 @@ TEST_F(FileCacheTest, ARunThatKnowsNoMediaLeavesTheHostsCache)
     Module_c::ShutdownAllModules();
     Module.ReadMedia(true);
     EXPECT_EQ(m_Folder.Read("c.bin"), sSaved) << "a run without a scan";
-    EXPECT_EQ(KeysOfOneRun(sCache), "a c.bin");
+    EXPECT_EQ(RunForKeys(sCache), "a c.bin");
     Module.SetCacheFile(nullptr);
 }
 

@@ -10,7 +10,7 @@ protected:
 
     static void * Handle(std::intptr_t iHandle) { return reinterpret_cast<void *>(iHandle); }
 
-    // Opens the handles from iFirst to iLast, each under sPrefix and the handle's number. Returns the line for each in
+    // Notes the handles from iFirst to iLast as open, each under sPrefix and its number. Returns the line for each in
     // the tracker's list.
     static std::string Open(int iFirst, int iLast, std::string const & sPrefix)
     {
@@ -35,7 +35,7 @@ private:
     int const m_iFirstLimit = g_iMaxOpenFiles;
 };
 
-TEST_F(FileTrackerTest, WarnsAboveEachLimitOnceAndDumps)
+TEST_F(FileTrackerTest, ComplainsAboveEachLimitOnceAndLogsTheList)
 {
     ExpectComplaints(2);
     std::string sOpened = Open(1, 50, "lim");
@@ -49,7 +49,7 @@ TEST_F(FileTrackerTest, WarnsAboveEachLimitOnceAndDumps)
     Close(1, 61);
 }
 
-TEST_F(FileTrackerTest, WarnsOfFailedOpensUnlessTheyArePacksOrBinaries)
+TEST_F(FileTrackerTest, ComplainsOfFailedOpensUnlessTheyArePacksOrBinaries)
 {
     ExpectComplaints(4);
     for (auto const & [szTemplate, szName, bQuiet] : Rows_t<char const *, char const *, bool>{

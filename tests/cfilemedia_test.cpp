@@ -122,7 +122,7 @@ TEST_F(FileMediaTest, TheModuleFillsTheTablesAndEmptiesThem)
         g_FileOpenCallbacker.Add(NoteReport, false);
         FileStayerRegister(".txt", nullptr);
         g_dCleanNames.Add("of an earlier run");
-        EXPECT_EQ(KeysOfOneRun(), szKeys);
+        EXPECT_EQ(RunForKeys(), szKeys);
         EXPECT_EACH(g_dStayerExts.IsEmpty(), g_dCleanNames.IsEmpty());
         EXPECT_EQ(m_Log.Count("FS game mode: normal"), 1);
         EXPECT_EQ(m_Log.Count("Media path in " + sSource + "\""), 1) << m_Log.GetText();
@@ -164,7 +164,7 @@ TEST_F(FileMediaTest, TheIdleHeartbeatReportsChangesUntilTheShutdown)
 TEST_F(FileMediaTest, DISABLED_PrintsTheGame)
 {
     CurrentFolderScope_c const Scope(m_Folder.GetPath());
-    KeysOfOneRun();
+    RunForKeys();
     std::printf("<%s %i>", static_cast<char const *>(g_sSplitGame), FileIsAddon());
 }
 

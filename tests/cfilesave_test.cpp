@@ -281,7 +281,7 @@ TEST_F(FileSave, AKilledProgramLeavesTheOldSaveOrTheNewOne)
     std::mt19937 Random(1);
     int iLast = -FileSave_c::ABSENT;
     unsigned tMost = 20000;   // microseconds up to a kill
-    // The loop kills 25 programs, then more until the stored value is above 10, at most 1000 in all.
+    // A kill can come before the first save is stored, so the loop continues until several are.
     for (int i = 0; i < 25 || (iLast <= 10 && i < 1000); ++i)
     {
         SCOPED_TRACE(i);

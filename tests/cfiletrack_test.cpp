@@ -11,7 +11,7 @@ namespace
     int g_nSleeps = 0;
     std::function<void(int nSleeps)> g_fnAtSleep;
 
-    // A tree of known files, and a log of callbacks.
+    // Fixture with a tree of files, which Track makes known and watches, and a log of callbacks.
     class FileTrack : public MediaTest
     {
     protected:
@@ -48,7 +48,7 @@ namespace
         }
 
         // Reports the changes and returns the names that the callbacks received, joined by blanks.
-        static std::string Reported()
+        static std::string ReportChanges()
         {
             s_dReported.clear();
             FileTrackDoWork();
@@ -84,8 +84,8 @@ TEST_P(FileTrackProgram, ReportsEachChangeOnce)
     SKIP_IF(!Run("command -v " + sProgram), "no " << sProgram << " on this machine");
     Track();
     ASSERT_TRUE(Run(sCommand)) << sCommand;
-    EXPECT_EQ(Reported(), sReported) << sCommand;
-    EXPECT_EQ(Reported(), "") << "said again";
+    EXPECT_EQ(ReportChanges(), sReported) << sCommand;
+    EXPECT_EQ(ReportChanges(), "") << "said again";
 }
 
 INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
@@ -116,13 +116,13 @@ TEST_F(FileTrack, FollowsFoldersIntoNewOnesAndNotInACircle)
     fs::create_directory_symlink(Outside.GetPath(), m_Folder.MakeFolder("b") + "/link");
     Track();
     ASSERT_TRUE(Run("mkdir n; mv sub n"));   // n was not watched when sub appeared
-    EXPECT_EQ(Reported(), "");
+    EXPECT_EQ(ReportChanges(), "");
     ASSERT_TRUE(Run("echo x > n/sub/c.txt"));
-    EXPECT_EQ(Reported(), "c.txt");
+    EXPECT_EQ(ReportChanges(), "c.txt");
     ASSERT_TRUE(Run("mv b " + Outside.GetPath()));   // below the folder that its own link leads to
-    EXPECT_EQ(Reported(), "");
+    EXPECT_EQ(ReportChanges(), "");
     ASSERT_TRUE(Run("echo x > " + Outside.GetPath() + "/x.txt; echo x > a.txt"));
-    EXPECT_EQ(Reported(), "a.txt");
+    EXPECT_EQ(ReportChanges(), "a.txt");
 }
 
 TEST_F(FileTrack, KnowsNamesWhoseFilesWentOrWereExchanged)
@@ -131,21 +131,21 @@ TEST_F(FileTrack, KnowsNamesWhoseFilesWentOrWereExchanged)
     { return ExchangeFiles(m_Folder.Join(szA), m_Folder.Join(szB)); };
     Track();
     ASSERT_TRUE(Run("mv a.txt a.bak; rm -r sub; touch temp; mv temp gone"));
-    EXPECT_EQ(Reported(), "");
+    EXPECT_EQ(ReportChanges(), "");
     ASSERT_TRUE(Run("mv a.bak a.txt; mkdir sub; cp b.txt n; mv n sub/c.txt"));
-    EXPECT_EQ(Reported(), "a.txt c.txt");
+    EXPECT_EQ(ReportChanges(), "a.txt c.txt");
     for (auto const & [szA, szB, szReported] : Rows_t<char const *, char const *, char const *>{
              { "a.txt", "loop/d.csv", "d.csv a.txt" }, { "a.txt", "gone", "a.txt" }, { "gone", "a.txt", "a.txt" } })
     {
         ASSERT_TRUE(Exchange(szA, szB));
-        EXPECT_EQ(Reported(), szReported) << szA;
+        EXPECT_EQ(ReportChanges(), szReported) << szA;
         ASSERT_TRUE(Run("echo x > n; mv n a.txt; echo x > n; mv n loop/d.csv"));
-        EXPECT_EQ(Reported(), "a.txt d.csv") << szA;
+        EXPECT_EQ(ReportChanges(), "a.txt d.csv") << szA;
     }
     EXPECT_EACH(Exchange("sub", "loop"), Exchange("sub", "b.txt"));   // a folder with a folder, then with a file
-    EXPECT_EQ(Reported(), "");
+    EXPECT_EQ(ReportChanges(), "");
     ASSERT_TRUE(Run("echo x > b.txt/d.csv; echo x > loop/c.txt"));
-    EXPECT_EQ(Reported(), "d.csv c.txt");
+    EXPECT_EQ(ReportChanges(), "d.csv c.txt");
 }
 
 TEST_F(FileTrack, AChildOfAForkWatchesForItself)
@@ -154,15 +154,15 @@ TEST_F(FileTrack, AChildOfAForkWatchesForItself)
     ASSERT_TRUE(Run("echo x > a.txt"));
     auto const TrackInChild = [this]
     {
-        EXPECT_EQ(Reported(), "");
+        EXPECT_EQ(ReportChanges(), "");
         EXPECT_TRUE(Run("echo x > b.txt"));
-        EXPECT_EQ(Reported(), "b.txt");
+        EXPECT_EQ(ReportChanges(), "b.txt");
         return 0;
     };
     EXPECT_EQ(StatusOfChild(StartChild(TrackInChild)), 0);
-    EXPECT_EQ(Reported(), "a.txt b.txt") << "the child consumed no change of the parent";
+    EXPECT_EQ(ReportChanges(), "a.txt b.txt") << "the child consumed no change of the parent";
     ASSERT_TRUE(Run("echo x > sub/c.txt"));
-    EXPECT_EQ(Reported(), "c.txt");
+    EXPECT_EQ(ReportChanges(), "c.txt");
 }
 
 TEST_F(FileTrack, WaitsForWritersWithinLimits)
@@ -184,12 +184,12 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
                 std::fclose(pWriter);
             }
         };
-        EXPECT_EQ(Reported(), szReported) << nHeld;
+        EXPECT_EQ(ReportChanges(), szReported) << nHeld;
         std::string const sLine = "\n>>>FileTracker: Trying to refresh [" + m_Folder.GetPath() + "\\a.txt]( "
                                   + std::to_string(nSaid) + " lock-test failed ).\n ";
         EXPECT_EQ(m_Log.CountHolding(sLine), nSaid ? 1 : 0) << m_Log.GetText();
         EXPECT_EQ(m_Log.CountHolding("FileTracker"), nSaid ? 1 : 0);
-        Reported();   // the change of the writer's own close
+        ReportChanges();   // the change of the writer's own close
     }
     Make({ { "a.txt", "y" }, { "b.txt", "y" }, { "x\u0436/c.txt", "y" } });
     g_nSleeps = 0;
@@ -200,7 +200,8 @@ TEST_F(FileTrack, WaitsForWritersWithinLimits)
             fs::remove(m_Folder.Join("b.txt"));
         }
     };
-    EXPECT_EQ(Reported(), "a.txt") << "of the others one went away before its test, one is not at the narrowed path";
+    EXPECT_EQ(ReportChanges(), "a.txt")
+        << "of the others one went away before its test, one is not at the narrowed path";
     EXPECT_EQ(g_nSleeps, 1);
     EXPECT_EACH(m_Log.CountHolding("\\b.txt]( 501 ") == 1, m_Log.CountHolding("\\x\\c.txt]( 501 ") == 1)
         << m_Log.GetText();
@@ -211,7 +212,7 @@ TEST_F(FileTrack, IgnoresTypesAndLosesABatchThatIsTooLarge)
     Track();
     FileTrackSetIgnoreExtList("csv .txt .CSV");
     Make({ { "a.txt", "x" }, { "loop/d.csv", "x" } });
-    EXPECT_EQ(Reported(), "d.csv");
+    EXPECT_EQ(ReportChanges(), "d.csv");
     FileTrackSetIgnoreExtList("csv txt");
     for (auto const & [nLast, bFits] : Rows_t<std::size_t, bool>{ { 15, true }, { 16, false } })
     {
@@ -221,11 +222,11 @@ TEST_F(FileTrack, IgnoresTypesAndLosesABatchThatIsTooLarge)
             m_Folder.Write(std::string(97, 'n') + std::to_string(i), "x");
         }
         m_Folder.Write(std::string(nLast, 'z'), "x");   // up to 4094, or over it
-        EXPECT_EQ(Reported(), bFits ? "a.txt" : "") << nLast;
+        EXPECT_EQ(ReportChanges(), bFits ? "a.txt" : "") << nLast;
         EXPECT_EQ(FileTrackGetProblem().StrPos("were lost: they need more than 4094 bytes") >= 0, !bFits);
     }
     Make({ { "a.txt", "x" } });
-    EXPECT_EQ(Reported(), "a.txt") << "the next batch";
+    EXPECT_EQ(ReportChanges(), "a.txt") << "the next batch";
 }
 
 TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
@@ -233,10 +234,10 @@ TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
     Track();
     Make({ { "a.txt", "x" }, { "b.txt", "x" } });
     g_FileTrackChangesCallbacker.Add([](char const *) { FileTrackDoWork(); }, false);
-    EXPECT_EQ(Reported(), "a.txt b.txt");
+    EXPECT_EQ(ReportChanges(), "a.txt b.txt");
     g_FileTrackChangesCallbacker.Add([](char const *) { FileTrackShutdown(); }, false);
     Make({ { "a.txt", "x" }, { "b.txt", "x" } });
-    EXPECT_EQ(Reported(), "a.txt");
+    EXPECT_EQ(ReportChanges(), "a.txt");
     EXPECT_EQ(g_dOpenTracks.GetLength(), 0);
 }
 
@@ -246,7 +247,7 @@ TEST_F(FileTrack, ANewWatchReplacesThePreviousOne)
     FileTrackChanges((m_Folder.GetPath() + "\\SUB").c_str());
     EXPECT_EQ(g_dOpenTracks.GetLength(), 1);
     ASSERT_TRUE(Run("echo x > a.txt; echo x > sub/c.txt"));
-    EXPECT_EQ(Reported(), "c.txt");
+    EXPECT_EQ(ReportChanges(), "c.txt");
 }
 
 TEST_F(FileTrack, EndsWithItsFolder)
@@ -260,8 +261,8 @@ TEST_F(FileTrack, EndsWithItsFolder)
         m_Log.Clear();
         ASSERT_TRUE(Run(szEnd));
         ASSERT_TRUE(Run("mkdir sub; echo x > sub/c.txt"));
-        EXPECT_EQ(Reported(), "");
-        EXPECT_EQ(Reported(), "") << "the second time";
+        EXPECT_EQ(ReportChanges(), "");
+        EXPECT_EQ(ReportChanges(), "") << "the second time";
         EXPECT_EQ(m_Log.CountHolding("/sub\" is watched no longer: it was moved or deleted"), 1) << m_Log.GetText();
         EXPECT_THAT(std::string(FileTrackGetProblem()),
             testing::AllOf(testing::HasSubstr("/sub\" is watched no longer"),

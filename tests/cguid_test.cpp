@@ -119,17 +119,16 @@ TEST_F(GuidTest, CreateJudgesTheStatus)
     std::string const sNone = "Cannot get the hardware address for this computer.\n";
     std::string const sLocal = "Warning: Unable to determine your network address.\r\n  The UUID generated is unique on"
                                " this computer only.\r\n  It should not be used on another computer.\n";
-    // Low 16 bits of a status: 0 success, 1739 (0x6CB) no address, 1824 (0x720) unique on this machine only, others
-    // failure.
+    // Only the low 16 bits of a status count.
     Rows_t<std::uint32_t, bool, bool, bool, std::string> const dRows = {
         { 0, false, true, true, "" },
         { 0x80070000, false, true, true, "" },
         { 0, true, true, false, sNull },
-        { 1739, false, true, false, sNone },
-        { 0x800706CB, false, false, true, sNone },
-        { 1739, true, false, false, sNone + sNull },
-        { 1824, false, true, false, sLocal },
-        { 0xFFFF0720, false, false, true, sLocal },
+        { plat::GUID_NO_ADDRESS, false, true, false, sNone },
+        { 0x80070000 | plat::GUID_NO_ADDRESS, false, false, true, sNone },
+        { plat::GUID_NO_ADDRESS, true, false, false, sNone + sNull },
+        { plat::GUID_LOCAL_ONLY, false, true, false, sLocal },
+        { 0xFFFF0000 | plat::GUID_LOCAL_ONLY, false, false, true, sLocal },
         { 5, false, false, false, sFailed },
         { 0x10001, true, true, false, sFailed },
     };

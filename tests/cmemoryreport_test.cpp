@@ -43,8 +43,8 @@ namespace
         EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
     }
 
-    // Allocates blocks of the kinds that are logged and of those that are not.
-    void AllocateBlocks()
+    // Allocates and frees two blocks of kinds that are logged and one that is not.
+    void AllocateAndFree()
     {
         MemCategoryScope_c const Scope(mem::Core);
         CoreMemory::operator_delete(CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, SOURCE, 11));
@@ -52,7 +52,7 @@ namespace
         plat::HeapFree(plat::HeapAlloc(8, WordOf(mem::AI), SOURCE, 13));
     }
 
-    // Returns the call log's records of AllocateBlocks.
+    // Returns the call log's records of AllocateAndFree.
     std::string AllocatedBlocks(int nFrames)
     {
         return Record(nFrames, 11, mem::Core, 40 + AROUND) + Record(nFrames, 13, mem::AI, 8);
@@ -66,7 +66,7 @@ TEST(MemoryReport, CallLogHasOneHeaderAndEachAllocationWhileItIsOn)
         []
         {
             MemoryNewLogEnable(false);
-            AllocateBlocks();
+            AllocateAndFree();
         });
     EXPECT_FALSE(std::filesystem::exists(Folder.Join("newcalls.csv"))) << "a log that is off makes no file";
 
@@ -74,13 +74,13 @@ TEST(MemoryReport, CallLogHasOneHeaderAndEachAllocationWhileItIsOn)
         []
         {
             MemoryNewLogEnable(true);
-            AllocateBlocks();
+            AllocateAndFree();
             MemoryNewLogToggle();
-            AllocateBlocks();
+            AllocateAndFree();
             MemoryNewLogToggle();
             MemoryResetFrameAllocCount();
             MemoryResetFrameAllocCount();
-            AllocateBlocks();
+            AllocateAndFree();
             MemoryNewLogEnable(false);
         });
     EXPECT_EQ(
@@ -93,7 +93,7 @@ TEST(MemoryReport, CallLogHasOneHeaderAndEachAllocationWhileItIsOn)
             Module_c::ShutdownAllModules();   // so that the next record opens the file, which allocates a block
             Module_c::InitializeAllModules();
             std::ptrdiff_t const nLoggers = g_MemoryCounters.dCount[mem::logger];
-            AllocateBlocks();
+            AllocateAndFree();
             EXPECT_EQ(g_MemoryCounters.dCount[mem::logger], nLoggers + 1);
             MemoryNewLogEnable(false);
         });

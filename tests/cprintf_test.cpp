@@ -82,7 +82,7 @@ TEST(Printf, ACallWithAWrongFormatDoesNotCompile)
     {
         sSource += "void F" + std::to_string(&Call - CALLS)
                    + "(String_T<8> s, std::string t, std::string_view v, int n) { " + Call.szCall
-                   + " (void)s, (void)t, (void)v, (void)n; }\n";
+                   + " (void)s; (void)t; (void)v; (void)n; }\n";
     }
     std::string const sFile = Folder.Write("calls.cpp", sSource);
     int nCompilers = 0;

@@ -131,7 +131,7 @@ TEST_F(HeaderExamples, ACacheIsWrittenAndLoaded)
     for (char const * const szKeys : { "levels.csv", "filesystemcache.bin levels.csv" })
     {
 #include "examples/cfilecache_1.inl"
-        EXPECT_EQ(KeysOfOneRun(), szKeys);
+        EXPECT_EQ(RunForKeys(), szKeys);
     }
     FilesystemCacheInit("");
     FilesystemCacheCheck(false);

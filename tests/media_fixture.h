@@ -92,7 +92,7 @@ protected:
     }
 
     /// Starts and ends the module of the files and what it needs. Returns the keys in between.
-    static std::string KeysOfOneRun()
+    static std::string RunForKeys()
     {
         EXPECT_TRUE(StartModule(ModuleFile_c::Get()));
         std::string const sKeys = Keys();

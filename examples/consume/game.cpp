@@ -74,8 +74,8 @@ namespace
 #endif
     }
 
-    // Reads a file beside this thread. Returns whether it is in memory then.
-    bool Prefetch(char const * szFile)
+    // Reads a file on the library's thread and frees it again. Returns whether the read succeeded.
+    bool ReadAsync(char const * szFile)
     {
         File_c * const pFile = FileStream(szFile);
         if (!pFile)
@@ -105,7 +105,7 @@ namespace
             std::fprintf(stderr, "game: can't load the save: %s\n", Save.GetWhyNot());
             return false;
         }
-        if (!Prefetch("goods.csv"))
+        if (!ReadAsync("goods.csv"))
         {
             std::fprintf(stderr, "game: can't read goods.csv\n");
             return false;

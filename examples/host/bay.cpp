@@ -11,7 +11,8 @@ namespace
     constexpr int GALE = 30;                 // knots of wind above which a ship goes no faster
     constexpr float OTHER_APPETITE = 1.0f;   // crates a day of a good that a harbour neither makes nor wants
 
-    // Adds an hour of what the harbour makes to its stock, and removes an hour of what it uses up.
+    // Adds an hour of what the harbour makes to its stock, and removes an hour of what it uses up. The stock of each
+    // good stays between 0 and nQuay.
     void MakeAndEat(Bay_s const & Bay, Harbour_s & Harbour)
     {
         for (Good_s const & Good : Bay.dGoods)

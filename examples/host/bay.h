@@ -158,8 +158,9 @@ T * FindByIdent(Items_T<T> & dItems, char const * szIdent)
     return nullptr;
 }
 
-/// Fills the bay, and the purse of g_House, from the media's tables. Requires an empty bay. Returns why there is no
-/// game in the tables, or an empty reason on success. On failure the bay and the purse may hold a part.
+/// Fills the bay, and the purse of g_House, from the media's tables. Logs and leaves out rows that are not acceptable.
+/// Requires an empty bay. Returns why there is no game in the tables, or an empty reason on success. On failure the bay
+/// and the purse may hold a part.
 NoFile_t BayReadTables(Bay_s & Bay);
 
 /// Copies the rules of one bay to another, and the names and numbers of its definitions to those of the same idents.

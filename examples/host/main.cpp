@@ -43,8 +43,8 @@ namespace
         return eStatus;
     }
 
-    // Returns the status, or STATUS_OUTPUT with a message instead of STATUS_OK if standard output did not accept the
-    // whole report. A watch whose terminal was closed needs no output.
+    // Flushes standard output. Returns the status, or prints a message and returns STATUS_OUTPUT instead of STATUS_OK
+    // if it did not accept the whole report. A watch whose terminal was closed needs no output.
     int CheckOutput(int iStatus)
     {
         bool const bWhole = (std::fflush(stdout) == 0 && !std::ferror(stdout)) || Watch_c::IsHungUp();
@@ -52,7 +52,7 @@ namespace
                                               : Fail(STATUS_OUTPUT, "standard output did not accept the whole report");
     }
 
-    // Starts what comes before the modules: log, current folder, listeners.
+    // Prepares what comes before the modules: signals, complaints, log, current folder, listeners.
     void StartApplication(Options_s const & Options)
     {
 #ifdef SIGPIPE

@@ -7,7 +7,7 @@
 std::wstring WideFromPath(std::string const & sPath);
 
 /// Returns a path in lower case and with `/`, because the library ignores case, and `\` separates too. Resolves links
-/// that have the path's own spelling, and keeps them on failure. The path need not exist. Requires an absolute path.
+/// that have the path's own spelling. Requires an absolute path, which need not exist. On failure keeps the links.
 std::string ComparedPath(std::string const & sPath);
 
 /// Returns whether two paths name one file, or have the same ComparedPath. Requires absolute paths.

@@ -93,21 +93,21 @@ bool ModuleSettings_c::Initialize()
         Log("%s", static_cast<char const *>(File.GetWhyNot().sWhy));
         return false;
     }
-    bool const bMissing = !File.GetWhyNot().sWhy.IsEmpty();
+    if (!File.GetWhyNot().sWhy.IsEmpty())   // the media has no such list
+    {
+        return Module_c::Initialize();
+    }
     PropertyList_c List;
-    if (!bMissing && !List.Open(LIST))
+    if (!List.Open(LIST))
     {
         return false;   // not of the expected kind, which Open logs
     }
-    if (!bMissing)
+    String_T<256> sName, sValue;
+    for (List.StartProp(); List.NextProp(sName);)
     {
-        String_T<256> sName, sValue;
-        for (List.StartProp(); List.NextProp(sName);)
+        for (List.StartVal(sName); List.NextVal(sValue);)
         {
-            for (List.StartVal(sName); List.NextVal(sValue);)
-            {
-                SetByName(sName, static_cast<char const *>(sValue));
-            }
+            SetByName(sName, static_cast<char const *>(sValue));
         }
     }
     return Module_c::Initialize();

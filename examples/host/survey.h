@@ -40,7 +40,7 @@ public:
     /// Lists the files and extensions that the scan found, and counts the folders.
     void List();
 
-    /// Reads every file that is not empty once.
+    /// Reads every file that is not empty once. Counts the files that are empty, and those that can't be read.
     void ReadFiles();
 
     /// Counts the rows of the tables that ReadFiles found, and removes files that are no tables.

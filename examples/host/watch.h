@@ -1,6 +1,6 @@
 // watch.h: files that change while the host runs.
 //
-// A watch reports each known file that is rewritten. For a table it reports the rows that changed, and the world
+// A watch reports each known file that is rewritten. For a table it reports the rows that changed. The world then
 // continues with the new numbers.
 #pragma once
 

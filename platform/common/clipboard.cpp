@@ -3,7 +3,7 @@
 // - the file "lock", which the opener locks
 // - the file "busy", which the opener writes and then renames
 //
-// The lock belongs to the process, and a child does not inherit it, so it ends with the opener itself. docs/formats.md
+// The lock belongs to the process. A child does not inherit it, so it ends with the opener itself. docs/formats.md
 // describes the files.
 
 #include "platform/clipboard.h"
@@ -118,7 +118,7 @@ namespace plat
             }
         }
 
-        // Returns a new block with the contents of a file, or null if StoreReadFile fails.
+        // Reads a file into a new block, which the caller owns, and returns it. Returns null if StoreReadFile fails.
         ClipboardBlock_t LoadBlock(StoreHandle_t hFolder, char const * szFile)
         {
             std::vector<char> dBytes;

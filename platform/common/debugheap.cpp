@@ -141,7 +141,8 @@ namespace plat
             }
         }
 
-        // Returns a new block that is filled and described, but not yet listed. Returns null if there is no memory.
+        // Allocates a block, fills and describes it, and returns it. Does not list it. Returns null if there is no
+        // memory.
         Header_s * MakeBlock(std::size_t nBytes, std::uint32_t dwWord, char const * szFile, int iLine)
         {
             Header_s * const pHeader = AllocateMemory(nBytes);
@@ -169,7 +170,8 @@ namespace plat
             std::free(pHeader);
         }
 
-        // Reports a damaged front fence. Returns false, because the block must not be touched.
+        // Reports a block that was freed before, or whose front fence is damaged. Returns false, because the block must
+        // not be touched.
         ZQ_COLD bool ReportFront(Header_s * pHeader)
         {
             if (IsFilled<std::uint32_t>(pHeader->dGap, HEAP_FREED))

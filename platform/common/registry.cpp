@@ -136,8 +136,8 @@ namespace plat
             std::chrono::steady_clock::time_point m_tLimit = std::chrono::steady_clock::now() + LOCK_LIMIT;
         };
 
-        // Lock of a key's folder for a scope, with a handle of its own. The lock of a deleted folder may be held too,
-        // but nothing can be created in the folder.
+        // Lock of a key's folder for a scope, with a handle of its own. The lock of a deleted folder may be held too.
+        // Nothing can be created in such a folder.
         class KeyLock_c
         {
         public:
@@ -153,6 +153,7 @@ namespace plat
             KeyLock_c(KeyLock_c const &) = delete;
             KeyLock_c & operator=(KeyLock_c const &) = delete;
 
+            // Returns whether the folder may be changed: its lock is held, or its file system has no locks.
             bool IsHeld() const { return m_Folder.IsOpen(); }
             StoreHandle_t Get() const { return m_Folder.Get(); }
 
@@ -173,7 +174,7 @@ namespace plat
         }
 
         // Creates the subkey's folder and stores the spelling sName in it, or opens the folder that others have
-        // created. Returns its handle, or STORE_NONE on failure.
+        // created. Returns its handle. On failure returns STORE_NONE, and deletes a folder that it created.
         StoreHandle_t MakeSubKey(
             StoreHandle_t hParent, std::string_view sName, char const * szFile, StoreRights_e eRights)
         {
@@ -259,8 +260,8 @@ namespace plat
             return szText != nullptr ? szText : "";
         }
 
-        // Returns a key that owns the handle of its folder, or null for STORE_NONE.
-        RegistryKey_t NewKey(RegistryTree_e eTree, std::string sPath, StoreHandle_t hFolder)
+        // Makes a key that owns the handle of its folder, and returns it. Returns null for STORE_NONE.
+        RegistryKey_t MakeKey(RegistryTree_e eTree, std::string sPath, StoreHandle_t hFolder)
         {
             if (hFolder == STORE_NONE)
             {
@@ -285,8 +286,9 @@ namespace plat
                    && LoadRecord(hFolder, sFile.c_str(), dBytes, Record);
         }
 
-        // Copies the data of a value and sets nSize to their size. Returns false if the value can't be read. Returns
-        // false with errno ERANGE if the data do not fit or have another type than the required one.
+        // Copies the data of a value, whose type and size eType and nSize then have. Before, nSize is the room. Returns
+        // false, with nSize 0, if the value can't be read. Returns false with errno ERANGE if the data do not fit or
+        // have another type than the required one.
         bool ReadFrom(StoreHandle_t hFolder, char const * szName, RegistryType_e & eType, void * pBuffer,
             std::size_t & nSize, std::optional<RegistryType_e> eRequired = {})
         {
@@ -339,7 +341,7 @@ namespace plat
         {
             StoreScope_c Parent, Key;
             std::string sFile;      // of the key, in its parent's folder
-            std::string sListed;    // the key's name if the parent is the open key, else empty
+            std::string sListed;    // the key's name if the parent is the open key and stays, else empty
             bool bItself = false;   // whether the key is the open key, or lies in a tree that is deleted with it
         };
 
@@ -488,7 +490,7 @@ namespace plat
         {
             hFolder = OpenKey(eTree, TextOf(szKey), bCreate);
         }
-        return NewKey(eTree, std::string(TextOf(szKey)), hFolder);
+        return MakeKey(eTree, std::string(TextOf(szKey)), hFolder);
     }
 
     void RegistryCloseKey(RegistryKey_t hKey)

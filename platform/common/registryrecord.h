@@ -30,8 +30,8 @@ namespace plat
         std::string_view sData;
     };
 
-    /// Reads a record's file and returns true. The record points into the bytes. Returns false if the file can't be
-    /// read, or holds no intact record (errno is EBADMSG).
+    /// Reads a record's file and returns true. Returns false if the file can't be read, or holds no intact record
+    /// (errno is EBADMSG). The record points into the bytes.
     bool LoadRecord(StoreHandle_t hFolder, char const * szFile, RecordBytes_t & dBytes, Record_t & Record);
 
     /// Replaces szFile by a record and returns true. With bAlone, requires that no one else writes to the folder. On

@@ -5,7 +5,9 @@
 // a pipe or a device fails at once.
 //
 // Ownership: the caller closes each handle that a function returns. StoreScope_c does so at the end of its scope.
-// Failure: a function that fails leaves the reason in errno. ENOENT means that the entry does not exist.
+// Threads: any thread. One thread at a time may list a handle.
+// Failure: a function that fails leaves the reason in errno, except StoreIdentity. ENOENT means that the entry does not
+// exist.
 #pragma once
 
 #include "platform/files.h"
@@ -72,14 +74,14 @@ namespace plat
         bool IsOpen() const { return m_hStore != STORE_NONE; }
         StoreHandle_t Get() const { return m_hStore; }
 
-        /// Closes the present handle and holds another.
+        /// Closes the present handle and holds another, or none if it is STORE_NONE.
         void Reset(StoreHandle_t hStore)
         {
             StoreClose(m_hStore);
             m_hStore = hStore;
         }
 
-        /// Releases the handle to the caller, who then owns it, and returns it.
+        /// Releases the handle to the caller, who then owns it, and returns it. Returns STORE_NONE if there is none.
         StoreHandle_t Release()
         {
             StoreHandle_t const hStore = m_hStore;
@@ -107,7 +109,7 @@ namespace plat
             return m_hStore != STORE_NONE && StoreIdentity(m_hStore) == m_Identity ? m_hStore : STORE_NONE;
         }
 
-        /// Closes the present handle and holds another.
+        /// Closes the present handle and holds another, or none if it is STORE_NONE.
         void Reset(StoreHandle_t hStore)
         {
             StoreClose(Get());
@@ -165,8 +167,8 @@ namespace plat
     bool StoreReadFile(StoreHandle_t hFolder, char const * szName, std::size_t nMost, std::vector<char> & dBytes);
 
     /// Replaces a file in one step and returns true. The new file has the name szBusy until it is complete. A file that
-    /// has that name already is deleted first. On failure returns false. The previous file then stays, and the new one
-    /// is deleted.
+    /// has that name already is deleted first. On failure returns false, keeps the previous file and deletes the new
+    /// one.
     bool StoreWriteFile(StoreHandle_t hFolder, char const * szBusy, char const * szName,
         std::vector<char> const & dBytes, StoreRights_e eRights);
 
@@ -174,7 +176,7 @@ namespace plat
     /// handles and so its locks: StoreUnlock ends the lock of both.
     StoreLock_e StoreTryLock(StoreHandle_t hFolder);
 
-    /// Unlocks a folder. Keeps errno.
+    /// Unlocks a folder. STORE_NONE does nothing. Keeps errno.
     void StoreUnlock(StoreHandle_t hFolder);
 
     /// Opens a file, creating it if necessary, locks it for the process and returns it. The lock ends when the process

@@ -24,7 +24,7 @@ namespace plat
         }
 
         // Writes the local time of tUtc to Local. Returns false if the system does not report it.
-        bool ConvertToLocal(std::time_t tUtc, std::tm & Local)
+        bool LocalFromUtc(std::time_t tUtc, std::tm & Local)
         {
             LockScope_c const Scope(g_ConversionLock);
             return localtime_r(&tUtc, &Local) != nullptr;
@@ -73,7 +73,7 @@ namespace plat
         timespec Now;
         clock_gettime(CLOCK_REALTIME, &Now);
         std::tm Local{};
-        ConvertToLocal(Now.tv_sec, Local);
+        LocalFromUtc(Now.tv_sec, Local);
         return { Local.tm_year + 1900, Local.tm_mon + 1, Local.tm_mday, Local.tm_hour, Local.tm_min, Local.tm_sec,
             static_cast<int>(Now.tv_nsec / NANOSECONDS_OF_MILLISECOND) };
     }
@@ -81,7 +81,7 @@ namespace plat
     void LocalTimeKeep()
     {
         std::tm Local{};
-        if (ConvertToLocal(std::time(nullptr), Local))
+        if (LocalFromUtc(std::time(nullptr), Local))
         {
             g_nKeptOffset = Local.tm_gmtoff;
         }

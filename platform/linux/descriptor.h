@@ -1,4 +1,4 @@
-// descriptor.h: file descriptors that are closed at the end of a scope, and descriptors that an object holds for long.
+// descriptor.h: owners of file descriptors, for a scope or for long, and whole reads and writes.
 #pragma once
 
 #include "platform/files.h"

@@ -45,7 +45,7 @@ namespace plat
 
         std::atomic<DialogHandler_t> g_fnHandler{ nullptr };
 
-        // Prints a text, escaped so that the terminal obeys nothing in it.
+        // Prints a text on standard error, escaped so that the terminal obeys only its tabs and line ends.
         void Print(char const * szText)
         {
             char szShown[1024];
@@ -72,7 +72,7 @@ namespace plat
         }
 
         // Scope in which SIGTERM, SIGTTIN and the keys that end or stop a process have their default effect. A fault
-        // filter blocks these signals, and a handler of the host may wait for the thread that crashed. SIGTTIN stops a
+        // filter blocks these signals. A handler of the host may wait for the thread that crashed. SIGTTIN stops a
         // process that was moved to the background.
         class KeysAct_c
         {

@@ -37,7 +37,7 @@ namespace plat
         constexpr unsigned char INTO = 0xCE;
 
         // The exception flags of the x87 status word and of MXCSR. A set bit in the x87 control word, or in MXCSR
-        // shifted by MXCSR_MASK_SHIFT, masks the flag's exception.
+        // shifted by MXCSR_MASK_SHIFT, masks the flag's exception (volume 1, 8.1.3 and 10.2.3).
         constexpr unsigned FLOAT_INVALID_FLAG = 0x01;
         constexpr unsigned FLOAT_DENORMAL_FLAG = 0x02;
         constexpr unsigned FLOAT_DIVIDE_FLAG = 0x04;
@@ -120,8 +120,8 @@ namespace plat
             return iRegister < FIRST_EXTENDED ? dRegisters[iRegister] : Context.dExtended[iRegister - FIRST_EXTENDED];
         }
 
-        // Returns the address of a ModR/M byte's memory operand. An address relative to the instruction counts from
-        // the instruction's end.
+        // Returns the address of a ModR/M byte's memory operand (volume 2, chapter 2). An address relative to the
+        // instruction counts from the instruction's end. Requires a memory operand and no immediate one.
         std::uintptr_t OperandAddress(Instruction_t const & Instruction, FaultContext_t const & Context)
         {
             unsigned char const * pByte = Instruction.pOpcode + 1;
@@ -255,7 +255,7 @@ namespace plat
         // Returns the vectors. Returns null if the frame has none: then its magic word is not 0.
         void const * VectorsOf(fpregset_t pFloats)
         {
-            constexpr std::size_t VECTORS_OFFSET = 272;
+            constexpr std::size_t VECTORS_OFFSET = 272;   // of _xmm in the kernel's _fpstate_32 (asm/sigcontext.h)
             bool const bPresent = pFloats->status >> 16 == 0;
             return bPresent ? reinterpret_cast<char const *>(pFloats) + VECTORS_OFFSET : nullptr;
         }

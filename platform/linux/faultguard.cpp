@@ -32,7 +32,7 @@ namespace plat
         // State of the guarded calls. Only the guarded thread, its signal handlers and a forked child change it.
         std::atomic<Guard_s *> g_pInnermost{ nullptr };
         std::atomic<int> g_iThread{ 0 };     // the guarded thread; 0 without a guarded call
-        std::atomic<int> g_hClock{ -1 };     // the kernel's timer; -1 without one
+        std::atomic<int> g_hTimer{ -1 };     // the kernel's timer; -1 without one
         struct sigaction g_PreviousAction;   // for FaultGuardSignal, before the outermost call
 
         // Returns the earliest end of the guarded calls, or NEVER.
@@ -46,12 +46,12 @@ namespace plat
             return tEnd;
         }
 
-        // Sets the clock to the earliest end of the guarded calls, or to 1 ns from now if that end has passed. Stops
-        // the clock if no call has an end. Uses the kernel's call, because the C library allocates memory for a timer.
-        void SetClock()
+        // Sets the timer to the earliest end of the guarded calls, or to 1 ns from now if that end has passed. Stops
+        // the timer if no call has an end. Uses the kernel's call, because the C library allocates memory for a timer.
+        void SetTimer()
         {
             std::int64_t const tEnd = FirstEnd();
-            if (g_hClock < 0)
+            if (g_hTimer < 0)
             {
                 return;
             }
@@ -59,7 +59,7 @@ namespace plat
             std::int64_t const tWait = tEnd != NEVER && tLeft < 1 ? 1 : tLeft;
             long const dTimes[4] = { 0, 0, static_cast<long>(tWait / GoodClockFrequency()),
                 static_cast<long>(tWait % GoodClockFrequency()) };   // no interval; 0 stops it
-            ::syscall(SYS_timer_settime, g_hClock.load(), 0, dTimes, nullptr);
+            ::syscall(SYS_timer_settime, g_hTimer.load(), 0, dTimes, nullptr);
         }
 
         // Jumps out of a guarded call, and out of those inside it.
@@ -81,7 +81,7 @@ namespace plat
         }
 
         // Ends the outermost call whose time is up.
-        void OnClock(int, siginfo_t *, void *)
+        void OnTimer(int, siginfo_t *, void *)
         {
             int const iError = errno;
             Guard_s * pLate = nullptr;
@@ -101,30 +101,30 @@ namespace plat
         }
 
         // Installs the signal's handler and makes the timer. If the system has none, the calls have no limit.
-        void StartClock()
+        void MakeTimer()
         {
             struct sigaction Action = {};
-            Action.sa_sigaction = OnClock;
+            Action.sa_sigaction = OnTimer;
             Action.sa_flags = SA_SIGINFO | SA_ONSTACK;
             sigaction(FaultGuardSignal(), &Action, &g_PreviousAction);
             sigevent Event = {};
             Event.sigev_notify = SIGEV_THREAD_ID;
             Event.sigev_signo = FaultGuardSignal();
             Event._sigev_un._tid = g_iThread;
-            int hClock = -1;
-            if (::syscall(SYS_timer_create, CLOCK_MONOTONIC, &Event, &hClock) == 0)
+            int hTimer = -1;
+            if (::syscall(SYS_timer_create, CLOCK_MONOTONIC, &Event, &hTimer) == 0)
             {
-                g_hClock = hClock;
+                g_hTimer = hTimer;
             }
         }
 
-        // Deletes the timer and restores the signal's previous handler.
-        void StopClock()
+        // Deletes the timer and restores the signal's previous handler. Then no thread is the guarded one.
+        void DeleteTimer()
         {
-            if (g_hClock >= 0)
+            if (g_hTimer >= 0)
             {
-                ::syscall(SYS_timer_delete, g_hClock.load());
-                g_hClock = -1;
+                ::syscall(SYS_timer_delete, g_hTimer.load());
+                g_hTimer = -1;
             }
             sigaction(FaultGuardSignal(), &g_PreviousAction, nullptr);
             g_iThread = 0;
@@ -137,11 +137,12 @@ namespace plat
             g_bForkByGuarded = g_iThread == CallingThread();
         }
 
-        // Runs in the child of a fork, which has neither timers nor other threads. The guarded calls of the thread that
-        // forked continue without a limit.
+        // Keeps the guarded calls of the thread that forked, without a limit. Drops those of another thread, and
+        // restores the signal's previous handler. Runs in the child of a fork, which has neither timers nor other
+        // threads.
         void KeepOwnGuards()
         {
-            g_hClock = -1;
+            g_hTimer = -1;
             if (g_iThread != 0 && !g_bForkByGuarded)
             {
                 sigaction(FaultGuardSignal(), &g_PreviousAction, nullptr);
@@ -181,14 +182,14 @@ namespace plat
         if (pOuter == nullptr)
         {
             g_iThread = CallingThread();
-            StartClock();
+            MakeTimer();
         }
         if (sigsetjmp(Guard.Jump, 1) == 0)
         {
             g_pInnermost = &Guard;
             if (nMilliseconds != 0)
             {
-                SetClock();
+                SetTimer();
             }
             fnCall(pArgument);
             bEnded = true;
@@ -200,11 +201,11 @@ namespace plat
         g_pInnermost = pOuter;
         if (pOuter == nullptr)
         {
-            StopClock();
+            DeleteTimer();
         }
         else if (nMilliseconds != 0)
         {
-            SetClock();
+            SetTimer();
         }
         return bEnded;
     }

@@ -106,8 +106,8 @@ namespace plat
             return g_iReporter.compare_exchange_strong(iReporter, iThread) ? iThread : iReporter;
         }
 
-        // Claims the filter and prepares the calling thread for it. Returns false if the thread may not run it. A
-        // fault of the filter itself ends the guarded call that it is in, or else is passed on. A fault of another
+        // Claims the filter and prepares the calling thread for it. Returns false if the thread may not run it. A fault
+        // in a guarded call ends that call. Any other fault of the filter is passed on. Any other fault of another
         // thread waits until the filter is done, and then at most DYING_LIMIT for the end of the process.
         bool BeginFilter()
         {
@@ -201,7 +201,7 @@ namespace plat
             Signal.bDone = CallFilter(Record, Context);
         }
 
-        // Runs on whatever stack the thread has left. Therefore it holds little, and all else is on the filter's stack.
+        // Runs on whatever stack the thread has left. Therefore it holds little. All else is on the filter's stack.
         void OnSignal(int iSignal, siginfo_t * pInfo, void * pThread)
         {
             StopAlignmentChecks();

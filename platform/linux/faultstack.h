@@ -11,7 +11,7 @@ namespace plat
     void FaultStackPrepare();
 
     /// Runs fnCall(pArgument) on that stack, or on the present one without it. On that stack, the thread's alternate
-    /// stack is another one of the library's: signals that arrive leave the interrupted handler's frames alone, and an
+    /// stack is another one of the library's. So signals that arrive leave the interrupted handler's frames alone. An
     /// overflow in the call is a fault like any other. The change of stacks uses less than 1 KiB of the present one.
     /// Requires that no other call is active.
     void FaultStackCall(void (*fnCall)(void * pArgument), void * pArgument);

@@ -22,8 +22,9 @@ namespace plat
     {
         constexpr mode_t RIGHTS = 0777;   // bits of a mode that a replacement copies
 
-        // Returns whether a path still names an open file. If it names another one, errno is ESTALE. If it names none,
-        // or the system does not report it, errno is that of the failed call.
+        // Returns whether a path names an open file in any spelling, and sets the path to that spelling. If it names
+        // another one, errno is ESTALE. If it names none, or the system does not report it, errno is that of the failed
+        // call.
         bool StillNames(DiskPath_c & Path, int iFile)
         {
             struct stat Named, Open;

@@ -5,6 +5,7 @@
 #include "platform/linux/folderreader.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/spelling.h"
+#include "platform/process.h"
 
 #include <csignal>
 #include <cstring>
@@ -40,8 +41,8 @@ namespace plat
             return bAll;
         }
 
-        // Deletes one entry with all its contents. Returns false on failure. An entry that does not exist counts as
-        // deleted.
+        // Deletes one entry with all its contents. An entry that does not exist counts as deleted. Returns false on
+        // failure.
         bool DeleteEntry(int iFolder, char const * szName)
         {
             if (unlinkat(iFolder, szName, 0) == 0 || errno == ENOENT)
@@ -86,8 +87,8 @@ namespace plat
         }
 
         // Acquires a shared lock on a log, so that no other process empties it. A process that empties it holds the
-        // lock exclusively for a moment. If a foreign program does so for longer, the file is used without the lock
-        // after at least a tenth of a second.
+        // lock exclusively for a moment. If a foreign program does so for longer, returns without the lock after at
+        // least a tenth of a second.
         void AcquireShared(int iFile)
         {
             constexpr int TRIES = 1000;
@@ -99,7 +100,7 @@ namespace plat
         }
 
         // Empties a file on which no other stream holds a shared lock, and acquires such a lock. This deletes no lines
-        // of a process that holds the lock. On a file system without locks the file is emptied, and lines of other
+        // of a process that holds the lock. On a file system without locks empties the file. Then lines of other
         // processes are lost.
         void EmptyUnlessShared(int iFile)
         {
@@ -196,7 +197,7 @@ namespace plat
         }
     }
 
-    Writers_e WritersOf(int iDescriptor)
+    Writers_e TestWriters(int iDescriptor)
     {
         fcntl(iDescriptor, F_SETSIG, SIGURG);   // a lease broken before its removal raises an ignored signal
         if (fcntl(iDescriptor, F_SETLEASE, F_RDLCK) != 0)
@@ -222,7 +223,7 @@ namespace plat
             errno = Facts.bFolder ? EISDIR : EINVAL;
             return nullptr;
         }
-        if (eShare == Share_e::Read && WritersOf(File.Get()) == Writers_e::Some)
+        if (eShare == Share_e::Read && TestWriters(File.Get()) == Writers_e::Some)
         {
             errno = EBUSY;
             return nullptr;
@@ -238,7 +239,7 @@ namespace plat
     {
         FileFacts_t Facts;
         File_t const hFile = FileOpenRead(m_szPath, Share_e::ReadWrite, &Facts);
-        m_bAbsent = hFile == nullptr && (errno == ENOENT || errno == ENOTDIR);
+        m_bAbsent = hFile == nullptr && LastErrorIsAbsence();
         if (hFile == nullptr)
         {
             return false;
@@ -247,7 +248,7 @@ namespace plat
         bool const bUnchanged = m_bSeen && Facts.nSize == m_Seen.nSize && Facts.tLastWrite == m_Seen.tLastWrite;
         m_Seen = Facts;
         m_bSeen = true;
-        Writers_e const eWriters = WritersOf(File.Get());
+        Writers_e const eWriters = TestWriters(File.Get());
         return eWriters == Writers_e::None || (eWriters == Writers_e::Unknown && bUnchanged);
     }
 

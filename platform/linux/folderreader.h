@@ -1,4 +1,6 @@
-// folderreader.h: the raw entries of an open folder, in the disk's order. FolderReader_c uses no heap.
+// folderreader.h: the raw entries of an open folder, in the disk's order.
+//
+// FolderReader_c uses no heap.
 #pragma once
 
 #include "platform/compiler.h"

@@ -54,7 +54,7 @@ namespace plat
             {
                 return {};
             }
-            bool const bWritten = bFile && Facts.nSize > 0 && WritersOf(File.Get()) != Writers_e::Some;
+            bool const bWritten = bFile && Facts.nSize > 0 && TestWriters(File.Get()) != Writers_e::Some;
             return bWritten ? File_s{ .bChanged = true } : File_s{ .bFresh = true };
         }
     }
@@ -180,8 +180,8 @@ namespace plat
         return nFilled > 0 && Collect(static_cast<std::size_t>(nFilled));
     }
 
-    // Handles the buffer of events and the rest of the queue, at most MAX_READS buffers. Returns whether that makes a
-    // batch. Checks the lengths, because the bytes may be those of another file: the identity does not always
+    // Handles the buffer of events and the rest of the queue, at most MAX_READS buffers. Then does what Deliver does.
+    // Checks the lengths, because the bytes may be those of another file: the identity does not always
     // distinguish that file from the queue.
     bool FolderWatch_c::Tree_c::Collect(std::size_t nFilled)
     {
@@ -224,7 +224,8 @@ namespace plat
         return Deliver();
     }
 
-    // Delivers the changes, or their loss. Returns false if there is nothing to report.
+    // Writes the changes to the buffer of Read, and ends that Read. After a loss reads the tree again and leaves the
+    // buffer as it was. Returns false if there is nothing to report.
     bool FolderWatch_c::Tree_c::Deliver()
     {
         std::vector<std::u16string> const dNames = ExtractNames();
@@ -245,8 +246,8 @@ namespace plat
     }
 
     // Empties the list of changes and returns the paths of the changed files that still exist. A file whose name was
-    // removed after the change may be back: two names may have been exchanged, and the events do not distinguish that
-    // from a rename.
+    // removed after the change may be back: two names may have been exchanged. The events do not distinguish that from
+    // a rename.
     std::vector<std::u16string> FolderWatch_c::Tree_c::ExtractNames()
     {
         std::vector<std::u16string> dNames;
@@ -282,7 +283,7 @@ namespace plat
 
     // Replaces the parent's queue in the child of a fork. With the queue, the child would read the parent's events
     // and keep the queue alive. A pipe gets the queue's descriptor number, so that the number still belongs to the
-    // watch. A pipe can't be confused with another file.
+    // watch. A pipe can't be confused with another file. Without a pipe the child keeps the queue.
     void FolderWatch_c::Tree_c::Abandon()
     {
         int dEnds[2];
@@ -419,8 +420,9 @@ namespace plat
         return m_bStarting || NumberOf(PathOf(iFolder)) == iFolder;
     }
 
-    // Handles a path that leads to a folder which is watched already. Unless the path is another link, the folder was
-    // moved here. The event of that move may follow. It never follows if this place was not watched at the time.
+    // Moves the record of a watched folder to a path that leads to it, unless that is another link: the folder was
+    // moved here. Changes count as lost if the record can't be placed. The event of that move may follow. It never
+    // follows if this place was not watched at the time.
     void FolderWatch_c::Tree_c::Relocate(std::string const & sPath, ToAdd_s const & ToAdd)
     {
         int const iKnown = NumberOf(sPath);
@@ -478,8 +480,9 @@ namespace plat
         return true;
     }
 
-    // Records the names in a folder. The folder is watched already, so that no change in between is missed. Returns
-    // false if its path does not lead to it. A folder that can't be opened counts as empty.
+    // Records the files in a folder, and adds its subfolders and its links to folders to the lists. The folder is
+    // watched already, so that no change in between is missed. A folder that can't be opened counts as empty. Returns
+    // false if its path does not lead to it.
     bool FolderWatch_c::Tree_c::List(int iFolder, Appeared_e eAppeared, FileTime_t tMade,
         std::vector<ToAdd_s> & dFolders, std::vector<ToAdd_s> & dLinks)
     {
@@ -518,7 +521,8 @@ namespace plat
         return true;
     }
 
-    // Ends the watches of a folder and of all folders below it.
+    // Ends the watches of a folder and of all folders below it, and removes their records. Requires that no parent has
+    // the folder.
     void FolderWatch_c::Tree_c::RemoveTree(int iTop)
     {
         std::vector<int> dTodo{ iTop };

@@ -2,8 +2,8 @@
 // such a name to one process at a time and frees it when the process ends. The processes that share this namespace are
 // exactly those that see the same interfaces. So no two live processes that hold their names use the same address,
 // sequence and tick. A process without a socket tries again when it makes an identifier: at most once a second, and
-// whenever the address has a new source. A sequence is chosen at random. Even if the clock is set back between two
-// processes, they are very unlikely to use the same sequence in the same tick.
+// whenever the address has a new source. A process chooses its sequence at random. Even if the clock is set back
+// between two processes, they are very unlikely to use the same sequence in the same tick.
 
 #include "platform/guid.h"
 

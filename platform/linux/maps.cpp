@@ -35,7 +35,7 @@ namespace plat
         return static_cast<unsigned char>(m_dBytes[m_iByte++]);
     }
 
-    // Reads the next number and returns it. Returns 0 if no digit follows. Sets *pNext to the byte after the number.
+    // Reads the next number and returns it. Sets *pNext to the byte after it. Returns 0 if no digit follows.
     std::uint64_t Maps_c::ReadNumber(int nBase, int * pNext)
     {
         std::uint64_t nNumber = 0;

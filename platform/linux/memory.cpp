@@ -28,8 +28,8 @@ namespace plat
             return bReadable;
         }
 
-        // Tests and copies page by page. It serves systems that refuse process_vm_readv. Returns the number of bytes
-        // before the first that can't be read.
+        // Tests and copies page by page, for systems that refuse process_vm_readv. Returns the number of bytes before
+        // the first that can't be read.
         std::size_t ReadByPages(std::uintptr_t Address, char * pBuffer, std::size_t nBytes)
         {
             std::size_t nRead = 0;

@@ -25,9 +25,9 @@ namespace plat
             return pread(iFile, &Record, sizeof Record, static_cast<off_t>(nOffset)) == sizeof Record;
         }
 
-        // Finds the mapping that holds an address. Returns false if there is none. Right after a mapping of a file, a
-        // mapping without a file has that file's zeroed data. For an address in it, Found is the mapping of the file.
-        // ModuleStart is the start of the first of the mappings of this file that follow one another.
+        // Finds the mapping that holds an address. Right after a mapping of a file, a mapping without a file has that
+        // file's zeroed data. For an address in it, Found is the mapping of the file. ModuleStart is the start of the
+        // first of the mappings of this file that follow one another. Returns false if there is no mapping.
         bool FindMapping(std::uintptr_t Address, Mapping_t & Found, std::uintptr_t & ModuleStart)
         {
             Maps_c Maps;
@@ -89,8 +89,8 @@ namespace plat
             return nBest > 0;
         }
 
-        // Finds the first section that holds an address of the file or ends at it. Returns false if there is none, or
-        // if the file can't be read.
+        // Finds the first section that holds an address of the file or ends at it. The end of thread-local data does
+        // not count. Returns false if there is none, or if the file can't be read.
         bool FindSection(int iFile, Header_t const & Header, std::uintptr_t Address, ModulePlace_t & Place)
         {
             Section_t Section;

@@ -34,7 +34,8 @@ namespace plat
             return bEthernet && !bZero && (pLink->sll_addr[0] & GROUP_BIT) == 0 ? pLink : nullptr;
         }
 
-        // Returns the rank of an interface. Higher is better.
+        // Returns GLOBAL_RANK for a global address, 0 for another one, and 1 more if the interface is up. Higher is
+        // better.
         int Rank(ifaddrs const & Entry, sockaddr_ll const & Link)
         {
             return ((Link.sll_addr[0] & LOCAL_BIT) == 0 ? GLOBAL_RANK : 0) + ((Entry.ifa_flags & IFF_UP) != 0 ? 1 : 0);

@@ -74,7 +74,8 @@ namespace plat
             return bGood ? File.Release() : -1;
         }
 
-        // Creates a file in an open folder exclusively and returns its descriptor. Returns -1 on failure.
+        // Creates a file in an open folder and returns its descriptor. Requires O_EXCL in iFlags. On failure returns -1
+        // and leaves no new file.
         int MakeIn(int iFolder, char const * szName, int iFlags, mode_t iMode)
         {
             int const iLow = openat(iFolder, szName, iFlags, iMode);

@@ -6,6 +6,8 @@
 //   name, and never waited for.
 // - A new name is created exclusively, except the lock of a store (storedisk.h).
 // - The descriptor is not that of a standard stream, even if these are closed (MoveAboveStandard).
+//
+// Failure: a function that fails leaves the reason in errno.
 #pragma once
 
 #include "platform/files.h"
@@ -38,7 +40,7 @@ namespace plat
 
     /// The folder of a path as the disk spells it. It is opened before a name in it changes, so that nothing changes if
     /// it can't be opened. If the folder may not be read, Sync synchronises iNamed instead: the open file whose name in
-    /// it changes. Requires that iNamed stays open. With NOT_OPEN, Sync then does nothing.
+    /// it changes. With NOT_OPEN, Sync does nothing in that case. Requires that iNamed stays open.
     class FolderSync_c
     {
     public:
@@ -72,7 +74,9 @@ namespace plat
         FolderLock_c(FolderLock_c const &) = delete;
         FolderLock_c & operator=(FolderLock_c const &) = delete;
 
-        /// Returns false if another one holds the lock, or if the folder can't be opened, unless it may not be read.
+        /// Returns false in these cases:
+        /// - Another one holds the lock.
+        /// - The folder can't be opened, and may be read.
         bool IsHeld() const { return m_bHeld; }
 
     private:
@@ -100,10 +104,10 @@ namespace plat
         return reinterpret_cast<File_t>(std::intptr_t(iDescriptor) + 1);
     }
 
-    /// Returns whether anyone has an open file open for writing. Sets a read lease and removes it at once, so that a
-    /// writer who opens the file meanwhile waits no longer than that. Requires a descriptor that is open for reading
-    /// only.
-    Writers_e WritersOf(int iDescriptor);
+    /// Tests whether anyone has an open file open for writing, and returns the result. Sets a read lease and removes it
+    /// at once, so that a writer who opens the file meanwhile waits no longer than that. Requires a descriptor that is
+    /// open for reading only.
+    Writers_e TestWriters(int iDescriptor);
 
     /// Returns whether an open file is a regular one. If not, errno has the reason: EINVAL for another kind.
     bool IsRegular(int iDescriptor);
@@ -116,8 +120,8 @@ namespace plat
     /// follow a link. Returns 0, or -1 on failure.
     int ReadStat(DiskPath_c & Path, struct stat & Stat);
 
-    /// Returns whether a path names anything, including a link whose target is missing. If not, errno has the
-    /// reason.
+    /// Returns whether a path names anything in any spelling, including a link whose target is missing, and sets the
+    /// path to that spelling.
     bool IsThere(DiskPath_c & Path);
 
     /// Synchronises a file or an open folder. Returns false on failure.

@@ -77,7 +77,7 @@ namespace plat
         }
 
         // Makes or continues a file as RawMakePrivate does, for a path in the system's own form. Returns the
-        // descriptor, or -1 on failure, which may set bTaken. Requires that bTaken is false.
+        // descriptor. Requires that bTaken is false. On failure returns -1, and may set bTaken.
         int MakeOrContinue(char const * szPath, bool & bTaken)
         {
             constexpr int WRITE_ON = O_APPEND | O_DSYNC;
@@ -99,23 +99,23 @@ namespace plat
 
     RawFile_t RawMakePrivate(char const * szPath, bool & bTaken)
     {
-        char szHost[PATH_MAX];
+        char szSystem[PATH_MAX];
         std::size_t const nPath = strnlen(szPath, PATH_MAX - 1);
         for (std::size_t i = 0; i < nPath; ++i)
         {
-            szHost[i] = szPath[i] == '\\' ? '/' : szPath[i];
+            szSystem[i] = szPath[i] == '\\' ? '/' : szPath[i];
         }
-        szHost[nPath] = '\0';
+        szSystem[nPath] = '\0';
         bTaken = false;
         if (szPath[nPath] != '\0')   // longer than the system allows
         {
             return nullptr;
         }
-        int iFile = MakeOrContinue(szHost, bTaken);
+        int iFile = MakeOrContinue(szSystem, bTaken);
         if (iFile < 0 && !bTaken && errno == ENOENT)
         {
-            ReplaceSpellings(szHost);
-            iFile = MakeOrContinue(szHost, bTaken);
+            ReplaceSpellings(szSystem);
+            iFile = MakeOrContinue(szSystem, bTaken);
         }
         return HandleOf(iFile);
     }

@@ -18,8 +18,8 @@ namespace plat
         KeptDescriptor_c g_dReserve[RESERVE];
         std::atomic<bool> g_bAllowed{ false };   // whether the reserve may be used
 
-        // Returns a copy of a descriptor, with a number from LOWEST on if one is free, or -1 on failure.
-        int CopyOf(int iDescriptor)
+        // Copies a descriptor, to a number from LOWEST on if one is free. Returns the copy, or -1 on failure.
+        int CopyHigh(int iDescriptor)
         {
             int const iHigh = fcntl(iDescriptor, F_DUPFD_CLOEXEC, LOWEST);
             return iHigh >= 0 ? iHigh : fcntl(iDescriptor, F_DUPFD_CLOEXEC, 0);
@@ -42,7 +42,7 @@ namespace plat
                 close(dEnds[1]);
                 Source.Reset(dEnds[0]);
             }
-            Kept.Reset(Source.IsOpen() ? CopyOf(Source.Get()) : -1);
+            Kept.Reset(Source.IsOpen() ? CopyHigh(Source.Get()) : -1);
         }
         errno = iError;
     }

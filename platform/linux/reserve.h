@@ -17,8 +17,8 @@ namespace plat
     /// not handle its fault.
     void ReserveAllow(bool bAllowed);
 
-    /// Closes one descriptor of the reserve, which makes its number free. Returns false if none is left or the use is
-    /// not allowed. Skips a number that the host has closed.
+    /// Closes one descriptor of the reserve, which makes its number free, and returns true. Skips a number that the
+    /// host has closed. Returns false if none is left or the use is not allowed.
     bool ReserveFree();
 
     /// Calls fnOpen, and again as long as the process has no descriptor left and ReserveFree frees one. Returns the

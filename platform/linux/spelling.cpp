@@ -138,7 +138,7 @@ namespace plat
         } g_RecordEnd;
 
         // Creates an empty record of a folder if there is none, and returns its names. Requires the lock.
-        FolderNames_c & RecordOf(FolderKey_c const & Folder)
+        FolderNames_c & FindOrAddFolder(FolderKey_c const & Folder)
         {
             if (g_pRecord == nullptr)
             {
@@ -173,8 +173,9 @@ namespace plat
             return dKept;
         }
 
-        // Records a folder that had to be read, so that the next name in it is known. The folder is read again: most
-        // folders that are searched do not hold the name, and they then need no heap.
+        // Records a folder that had to be read, so that the next name in it is known. Reads it again: most folders that
+        // are searched do not hold the name, and they then need no heap. Does nothing if the folder can't be read or
+        // the record is in use.
         void RecordFolder(int iFolder, FolderKey_c const & Key)
         {
             std::vector<std::string> dRead;
@@ -192,7 +193,7 @@ namespace plat
             RecordUse_c const Use = RecordUse_c::Try();
             if (Use.IsGranted())
             {
-                RecordOf(Key) = std::move(Names);
+                FindOrAddFolder(Key) = std::move(Names);
             }
         }
 
@@ -255,7 +256,7 @@ namespace plat
         FolderKey_c const Folder(szFolder);
         if (!Names.IsEmpty())
         {
-            RecordOf(Folder) = std::move(Names);
+            FindOrAddFolder(Folder) = std::move(Names);
         }
         else if (auto const itFolder = g_pRecord->find(Folder.Get()); itFolder != g_pRecord->end())
         {
@@ -310,7 +311,8 @@ namespace plat
         m_bTooLong = m_szOriginal[iByte] != 0;
     }
 
-    void DiskPath_c::Convert(std::size_t iFrom, std::size_t iTo)
+    // Restores the text from iFrom to iTo as it is written, and ends the path there.
+    void DiskPath_c::EndAsWritten(std::size_t iFrom, std::size_t iTo)
     {
         std::replace_copy(m_szOriginal + iFrom, m_szOriginal + iTo, m_szPath + iFrom, '\\', '/');
         m_szPath[iTo] = 0;
@@ -333,13 +335,13 @@ namespace plat
             --m_nLength;
         }
         std::size_t const nFolder = m_nLength;
-        Convert(0, nFolder);
+        EndAsWritten(0, nFolder);
         m_eTried = Tried_e::AsWritten;
         if (nFolder > 0)
         {
             Try([](char const * szFolder) { return access(szFolder, F_OK); });
         }
-        Convert(nFolder, nWhole);
+        EndAsWritten(nFolder, nWhole);
         m_nLength = nWhole;
     }
 
@@ -402,8 +404,8 @@ namespace plat
         return bChanged;
     }
 
-    // Spells the name at iBegin, which ends the path for the moment, as the folder before it does. Returns false, with
-    // errno, if the folder has no such name or can't be searched.
+    // Spells the name at iBegin, which ends the path for the moment, as the folder before it does, and may record the
+    // folder. Returns false, with errno, if the folder has no such name or can't be searched.
     bool DiskPath_c::SpellName(std::size_t iBegin, FolderKey_c const & Folder)
     {
         std::size_t const nName = std::strlen(m_szPath + iBegin);
@@ -426,10 +428,10 @@ namespace plat
     }
 
     // Spells each name of the path that leads nowhere as its folder does. Returns false if there is none, or if one was
-    // not found.
+    // not found. Sets m_iFault to an error that prevented the search of a folder.
     bool DiskPath_c::SpellFromFolders()
     {
-        Convert(0, m_nLength);
+        EndAsWritten(0, m_nLength);
         bool bChanged = false;
         FolderKey_c Key(m_szPath[0] == '/');
         for (std::size_t iBegin = 0, iEnd = 0; NextName(iBegin, iEnd);)

@@ -4,7 +4,8 @@
 // reading the folders of the path. Folding never changes a length, so a name is respelled in place, on the stack. Only
 // the record of spellings uses the heap.
 //
-// Threads: any thread.
+// Threads: any thread. Only SpellingsReplace waits for a lock. A fault filter may use a DiskPath_c that records
+// nothing.
 #pragma once
 
 #include "platform/compiler.h"
@@ -52,7 +53,7 @@ namespace plat
         }
 
         /// Spells the folder as on disk and keeps the caller's spelling of the last name: the path of something to be
-        /// created. Calls TrimSeparators.
+        /// created. Calls TrimSeparators. On failure the names that were not found stay as written.
         void SpellFolder();
 
         /// Removes separators from the end, so that a link at the end means the link itself. Keeps that of the root.
@@ -74,7 +75,7 @@ namespace plat
         bool SpellFromRecord();
         bool SpellFromFolders();
         bool SpellName(std::size_t iBegin, FolderKey_c const & Folder);
-        void Convert(std::size_t iFrom, std::size_t iTo);
+        void EndAsWritten(std::size_t iFrom, std::size_t iTo);
         bool NextName(std::size_t & iBegin, std::size_t & iEnd) const;
 
         char const * m_szOriginal;

@@ -72,7 +72,7 @@ namespace plat
             std::size_t nCallerStack;
         };
 
-        // Reports to the address checker that the thread is about to run on another stack.
+        // Reports to the address checker that the thread is about to run on another stack. Does nothing without it.
         void ReportLeaving(void ** ppFrames, void const * pStack, std::size_t nBytes)
         {
 #if ZQ_ADDRESS_CHECKER
@@ -85,7 +85,7 @@ namespace plat
         }
 
         // Reports to the address checker that the thread runs on the stack of the last ReportLeaving. Sets *ppFrom and
-        // *pFromBytes, unless they are null, to the stack before it.
+        // *pFromBytes, unless they are null, to the stack before it. Does nothing without the checker.
         void ReportArrival(void * pFrames, void const ** ppFrom, std::size_t * pFromBytes)
         {
 #if ZQ_ADDRESS_CHECKER

@@ -116,8 +116,8 @@ namespace plat
             }
         }
 
-        // Runs in the new process, which still uses the memory of its parent. Makes system calls only, with all signals
-        // blocked.
+        // Replaces the new process by the helper. Makes system calls only, because the process still uses the memory of
+        // its parent. Requires that all signals are blocked. On failure ends the process.
         __attribute__((no_sanitize_address, no_sanitize_thread)) int BecomeHelper(void * pArgument)
         {
             constexpr int ABOVE_ALL = SYMBOL_MAPS + 1;
@@ -183,9 +183,9 @@ namespace plat
             return Send(hSocket, Memory);
         }
 
-        // Sends a request and receives the helper's answer. Serves the helper's requests for memory meanwhile. Skips
-        // late answers to other requests. Returns false if the helper has failed or tEnd has passed. bServing is true
-        // while the helper waits for memory.
+        // Sends a request and receives the helper's answer. Serves the helper's requests for memory meanwhile: bServing
+        // is true while the helper waits for memory. Skips late answers to other requests. Returns false if the helper
+        // has failed or tEnd has passed.
         bool Converse(
             int hSocket, SymbolRequest_t const & Request, std::int64_t tEnd, SymbolAnswer_t * pAnswer, bool & bServing)
         {
@@ -375,8 +375,8 @@ namespace plat
         return bAnswered && pAnswer->eAnswer == ANSWER_YES;
     }
 
-    // Some systems let a process be traced by its ancestors alone. The helper is a child. The function also reports the
-    // registered locks (fork.h) to it.
+    // Allows the helper to trace this process, and reports the registered locks (fork.h) to it. Some systems let a
+    // process be traced by its ancestors alone. The helper is a child.
     void Symbols_c::AllowTracing()
     {
         if (m_bTraced)

@@ -19,9 +19,9 @@ namespace plat
         ForkHandler_c const g_ForkHandler(
             { nullptr, nullptr, [] { t_iThread = 0; } });   // the child has its own number
 
-        // Returns the function that creates a thread: the one that comes first in the process if that is the thread
-        // checker's, which must know each thread.
-        decltype(&::pthread_create) CreateFunction()
+        // Returns the function that creates a thread. If the process has the thread checker, which must know each
+        // thread, that is the one that comes first in the process.
+        decltype(&::pthread_create) ThreadCreator()
         {
             void * const pFirst = HasThreadChecker() ? ::dlsym(RTLD_DEFAULT, "pthread_create") : nullptr;
             return pFirst != nullptr ? reinterpret_cast<decltype(&::pthread_create)>(pFirst) : ::pthread_create;
@@ -71,7 +71,7 @@ namespace plat
         m_fnRun = fnRun;
         m_pContext = pContext;
         pthread_t hThread;
-        if (CreateFunction()(&hThread, nullptr, fnThread, this) != 0)
+        if (ThreadCreator()(&hThread, nullptr, fnThread, this) != 0)
         {
             return false;
         }

@@ -136,7 +136,7 @@ namespace
     }
 
     // Counts a call, unless the library has ended, and returns whether it fails. If it fails, sets errno.
-    bool IsFailing(Kind_e eKind, void const * pCaller)
+    bool CountCall(Kind_e eKind, void const * pCaller)
     {
         if (g_bEnded)
         {
@@ -158,9 +158,9 @@ namespace
     }
 
     // Counts a call and returns how many of nBytes it may handle, or -1 if it fails. If it fails, sets errno.
-    ssize_t AllowedBytes(Kind_e eKind, std::size_t nBytes, void const * pCaller)
+    ssize_t CountBytes(Kind_e eKind, std::size_t nBytes, void const * pCaller)
     {
-        bool const bFails = IsFailing(eKind, pCaller);
+        bool const bFails = CountCall(eKind, pCaller);
         return bFails && errno != 0 ? -1 : static_cast<ssize_t>(bFails ? (nBytes + 1) / 2 : nBytes);
     }
 }
@@ -171,7 +171,7 @@ namespace
     extern "C" Return_t __wrap_##Name Parameters;                                                                      \
     extern "C" Return_t __wrap_##Name Parameters                                                                       \
     {                                                                                                                  \
-        return IsFailing(eKind, __builtin_return_address(0)) ? (Failure) : __real_##Name Arguments;                    \
+        return CountCall(eKind, __builtin_return_address(0)) ? (Failure) : __real_##Name Arguments;                    \
     }
 
 // Defines a function that handles nBytes and returns the number handled.
@@ -180,7 +180,7 @@ namespace
     extern "C" ssize_t __wrap_##Name Parameters;                                                                       \
     extern "C" ssize_t __wrap_##Name Parameters                                                                        \
     {                                                                                                                  \
-        ssize_t const nAllowed = AllowedBytes(eKind, nBytes, __builtin_return_address(0));                             \
+        ssize_t const nAllowed = CountBytes(eKind, nBytes, __builtin_return_address(0));                               \
         nBytes = static_cast<std::size_t>(nAllowed);                                                                   \
         return nAllowed < 0 ? -1 : __real_##Name Arguments;                                                            \
     }
@@ -314,6 +314,6 @@ extern "C" long __wrap_syscall(
                          : iCall == SYS_io_uring_setup || iCall == SYS_io_uring_enter || iCall == SYS_perf_event_open
                              ? QUEUE
                              : KINDS;
-    bool const bFails = eKind != KINDS && IsFailing(eKind, __builtin_return_address(0));
+    bool const bFails = eKind != KINDS && CountCall(eKind, __builtin_return_address(0));
     return bFails ? -1 : __real_syscall(iCall, nFirst, nSecond, nThird, nFourth, nFifth, nSixth);
 }
