@@ -138,7 +138,7 @@ public:
     /// Moves to a position inside the contents or to their end. Returns false, with a reason, on failure.
     bool Seek(std::uint32_t nAt);
 
-    /// Returns why a call failed, or null.
+    /// Returns why a call failed, or null. After a failure all further calls of Read and Seek fail too.
     char const * GetWhyNot() const { return m_szWhyNot; }
 
 private:

@@ -17,7 +17,7 @@ namespace bits
     inline constexpr std::size_t REGISTER = sizeof(plat::Words_t);
     inline constexpr std::size_t STEP = 4 * REGISTER;
 
-    /// Returns a number of bits, rounded up to whole bytes.
+    /// Returns a number of bits, rounded up to whole bytes. Requires that nBits is at most BitVec_c::MAX_BITS.
     constexpr int RoundUp(int nBits)
     {
         return (nBits + 7) & ~7;

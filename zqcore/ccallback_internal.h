@@ -26,7 +26,7 @@ private:
     bool const m_bGranted;
 };
 
-/// Fires an event with a text if the firing is granted.
+/// Fires an event with a text. Waits while another thread fires. In a FiringNoWait_c does nothing instead of waiting.
 inline void FireIfGranted(Callbacker_T<char const *> & Event, char const * szText)
 {
     Firing_c const Firing;

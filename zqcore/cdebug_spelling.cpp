@@ -60,8 +60,9 @@ namespace
         return sName.empty() || sName.ends_with("::");
     }
 
-    // Returns the end of an operator's name. Requires that pPos is after the word "operator". The name may hold blanks
-    // and brackets, but of round ones only those of operator(). A conversion to a type with others is cut before them.
+    // Returns the end of an operator's name. The name may hold blanks and brackets, but of round ones only those of
+    // operator(). A conversion to a type with others is cut before them. Requires that pPos is after the word
+    // "operator".
     char const * OperatorEnd(char const * pPos)
     {
         constexpr std::string_view CALL = "()";

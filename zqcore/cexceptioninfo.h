@@ -82,7 +82,7 @@ public:
     /// Returns 0 at once in these cases:
     /// - a debugger is attached.
     /// - the support thread does not run, or is the thread that faulted.
-    /// - the calling thread is inside one of this object's dialogs.
+    /// - the calling thread is inside one of this object's dialogs, or inside StackTrace.
     ZQ_API long OnUnhandledException(plat::FaultPointers_t const * pPointers);
 
     /// Writes the stack of a fault to szBuffer, cut at nSize - 1 bytes, at most 65535. Skips the first nSkip frames and
@@ -95,9 +95,9 @@ public:
     ZQ_API void StackTrace(
         char * szBuffer, std::size_t nSize, int nFrames, int nSkip, plat::FaultPointers_t const * pPointers);
 
-    /// Shows a dialog as MessageBoxPlain, with the calling thread's stack after the text, and returns the answer. The
-    /// trace is cut at 16383 bytes, the dialog's whole text at 69631. The first two frames are this function's own:
-    /// nSkip 2 starts at the caller. The trace channel gets caption, text and trace too.
+    /// Shows a dialog as MessageBoxPlain does, with the calling thread's stack after the text, and returns the answer.
+    /// Sends caption, text and trace to the trace channel too. The trace is cut at 16383 bytes, the dialog's whole text
+    /// at 69631. The first two frames are this function's own: nSkip 2 starts at the caller.
     ZQ_API int MessageBoxWithTrace(
         void * hOwner, char const * sText, char const * sCaption, unsigned long nStyle, int nFrames, int nSkip);
 

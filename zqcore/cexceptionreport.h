@@ -53,7 +53,8 @@ public:
     static constexpr unsigned REPORT_LIMIT = 30000;   // milliseconds for each part of a report
     static constexpr unsigned HOST_LIMIT = 5000;      // milliseconds for each step into the host's code
 
-    /// Sets UnhandledExceptionFilter as the fault filter.
+    /// Sets UnhandledExceptionFilter as the fault filter. Stores the difference between local time and UTC, for the
+    /// names of reports.
     ExceptionReport_c();
 
     /// Restores the previous filter.

@@ -1,6 +1,7 @@
 // cexceptionreport_internal.h: the parts of the crash report's writer.
 //
-// All of it belongs to the one thread that writes, allocates nothing from the heap and waits for no lock.
+// Threads: only the thread that writes the report uses it. Nothing waits for a lock.
+// Cost: nothing allocates from the heap.
 #pragma once
 
 #include "zqcore/ccomplaint_internal.h"
@@ -89,8 +90,8 @@ namespace exceptionreport
         mutable bool m_bEnded = false;   // whether no line ends after m_pNext
     };
 
-    /// Runs a part of the report and returns true. Returns false if it faulted, threw or took longer than nLimit
-    /// milliseconds. An nLimit of 0 sets no limit. No exception leaves the call: that would unwind the crashed thread.
+    /// Runs a part of the report and returns true. nLimit is in milliseconds; 0 sets no limit. Returns false if the
+    /// part faulted, threw or took longer. No exception leaves the call: that would unwind the crashed thread.
     template <typename CALL>
     bool CallGuarded(unsigned nLimit, CALL fnCall)
     {
@@ -172,7 +173,8 @@ namespace exceptionreport
     /// for the disk, so callers pass a whole line or more.
     void WriteText(Text_c const & Text);
 
-    /// Returns the name of a fault's code, or the system's text for a code without one.
+    /// Returns the name of a fault's code, or the system's text for a code without one. That text is valid until the
+    /// next call.
     char const * FaultName(std::uint32_t nCode);
 
     /// Makes a private file and returns it, or null on failure. fnMakePath(szMore) writes the path to szPath. Appends

@@ -62,8 +62,8 @@ namespace
         return bRead;
     }
 
-    // Adds a value. Returns false if it can't be read. Adds nothing and returns true for a size other than 1, 2, 4 and
-    // 8 bytes.
+    // Adds a value of 1, 2, 4 or 8 bytes. Adds nothing and returns true for another size. Returns false if the value
+    // can't be read.
     bool AddValue(plat::Symbols_c & Symbols, Value_t const & Value, Text_c & Text)
     {
         plat::SymbolBase_e const eBase = Symbols.TypeBase(Value.iType);

@@ -56,7 +56,8 @@ namespace
     using Reason_t = FileReplacement_c::Reason_t;
 
     // Opens a file for reading, stores its facts, tracks its handle and returns it. Fires g_FileOpenCallbacker while
-    // opens are collected. On failure returns null and stores the system's reason in sReason.
+    // opens are collected, also after a failure. On failure returns null and stores the system's reason in sReason.
+    // FileOpenTracker then complains, unless it excepts the name.
     plat::File_t OpenTracked(
         char const * szLocation, plat::Share_e eShare, plat::FileFacts_t & Facts, Reason_t & sReason)
     {
@@ -130,8 +131,8 @@ namespace
         LogEscaped("FileOnDisk_c::Open: File has grown from %i to %i bytes: '%s'", iRoom, iLength, szLocation);
     }
 
-    // Returns a file by its bare name, or else by its whole name, as keys with a folder need. Returns null if there is
-    // none. Asserts that there is a name.
+    // Returns a file by its bare name, or else by its whole name, as keys with a folder need. Asserts that there
+    // is a name. Returns null if there is no such file.
     File_c * Find(char const * szName)
     {
         ZQ_ASSERT_TEXT(szName && szName[0], "!NameString.empty()");

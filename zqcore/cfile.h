@@ -161,7 +161,7 @@ protected:
     /// Stores that a refresh freed the block although there are references to it.
     void SetLost() { m_bLost = true; }
 
-    /// Returns whether Open must leave the lock while it reads, and clears that flag. Open calls it once.
+    /// Clears the flag that Open must leave the lock while it reads. Returns whether it was set. Open calls it once.
     bool TakeUnlocked();
 
     /// Stores that Open has set size and times to those of the open file. A failed asynchronous request leaves them

@@ -65,8 +65,8 @@ ZQ_API void FileStayerResetAll();
 /// Asserts that it is not null.
 ZQ_API void FilePrefetch(char const * szExt);
 
-/// Closes all files of an extension once. If FilePrefetch has not read a file, this releases another caller's reference
-/// to it, if any. szExt is as in FilePrefetch. Asserts that it is not null.
+/// Closes all files of an extension once and logs their number. If FilePrefetch has not read a file, this releases
+/// another caller's reference to it, if any. szExt is as in FilePrefetch. Asserts that it is not null.
 ZQ_API void FileUnfetch(char const * szExt);
 
 /// Scope in which all files of an extension that can be read are in memory: calls FilePrefetch, and FileUnfetch at the

@@ -148,7 +148,7 @@ namespace
         return Now != UNKNOWN && Now == NotedOf(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
     }
 
-    // Returns whether a folder still has the stamp that a cache holds. If so, notes the folder's size and time.
+    // Notes the size and time of a folder that still has the stamp that a cache holds. Returns whether it has.
     bool HasStamp(Folder_t const & sFolder, CacheStamp_s const & Stamp, CachePlace_s const & Cache)
     {
         CacheStamp_s const Now = StampOf(sFolder);

@@ -3,7 +3,7 @@
 // Requires that all settings are made before the modules start. The main pack only shows that the current folder is the
 // media root (GetPQXMediaPath). Nothing here opens a pack.
 //
-// Ownership: texts are copied.
+// Ownership: texts are copied. Those of more than 255 characters are cut.
 // Threads: main thread.
 // Cost: GetPQXMediaPath may ask the registry and the disk at each call. A start scans the media root or loads a cache.
 // Failure: a setting that fails an assertion is not used.
@@ -54,7 +54,7 @@ extern ZQ_API bool g_bAddon;
 ///
 /// Initialize reads the game's name from the command line ("pqx" without one). It excludes the folders _svn, CVS, .svn,
 /// $$$pqxautosave and $$$pqxbackup and the files .cvsignore and message.log, and fills the tables. Then it starts the
-/// worker of cfileasync.h and computes the media hash (cfilehash.h). The idle heartbeat looks for changed files
+/// worker of cfileasync.h and computes the fingerprint of cfilehash.h. The idle heartbeat looks for changed files
 /// (cfiletrack.h).
 ///
 /// The tables come from the cache that FilesystemCacheInit (cfilecache.h) named, if it can be read. Initialize then

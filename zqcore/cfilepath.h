@@ -1,7 +1,7 @@
 // cfilepath.h: the table of files, and the scans of folders that fill it.
 //
 // The file system is flat. A scan of a folder enters each file under its lower-case name in one table, so a lookup
-// does not touch the disk. If two files share a name, the one found first stays and the other is dropped with a log
+// does not touch the disk. If two files share a name, the one found first stays. The scan drops the other with a log
 // line. A later folder never hides a file of an earlier one. Scans are depth first and by name, the same on every
 // machine. A scan never opens a file and always ends.
 //

@@ -101,7 +101,7 @@ namespace
         }
     }
 
-    // Returns whether an entry can be in the tables. Logs and reports one that can't.
+    // Logs and reports an entry that can't be in the tables. Returns whether an entry can be.
     bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
     {
         if (!Entry.bReachable)

@@ -144,8 +144,8 @@ namespace
             m_pOut += std::min(static_cast<std::size_t>(std::max(nText, 0)), nRoom);
         }
 
-        // Returns the blanks before a wide text of at most nMost bytes that is padded to nWidth, at most nRoom. The
-        // whole text counts, also what has no room.
+        // Returns the number of blanks before a wide text of at most nMost bytes that is padded to nWidth, at most
+        // nRoom. The whole text counts, also what has no room.
         static std::size_t BlanksBefore(
             wchar_t const * wszText, std::size_t nMost, std::size_t nWidth, std::size_t nRoom)
         {
@@ -341,7 +341,8 @@ namespace
             }
         }
 
-        // Writes the conversion with a number for each '*', and each of its flags once.
+        // Writes the conversion with a number for each '*'. Writes each of its flags once, and the '-' of a negative
+        // width again.
         void Spell(char * szOut, std::size_t nSize) const
         {
             Output_c Output(szOut, nSize);

@@ -49,7 +49,6 @@ namespace
     static_assert(sizeof(Header_s) == UNIT);
     constexpr std::uint16_t HEADER_MARK = 0x5A51;   // of the headers of this heap
 
-    // Returns the header of the caller's bytes.
     Header_s * HeaderOf(void const * pUser)
     {
         auto const nAddress = reinterpret_cast<std::uintptr_t>(pUser) & ~std::uintptr_t{ UNIT - 1 };

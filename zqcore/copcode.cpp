@@ -305,7 +305,7 @@ bool OpcodeDecoder_c::RunSubtable(Row_s & Row, unsigned eCode)
     return true;
 }
 
-// Writes the text of a row by its format.
+// Writes the text of a row by its format, and applies the prefixes that the format names.
 void OpcodeDecoder_c::WriteFormat(Row_s const & Row, unsigned char const * pFormat, std::size_t nFormat)
 {
     unsigned char const * const pEnd = pFormat + nFormat;

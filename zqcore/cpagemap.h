@@ -8,7 +8,8 @@
 // Threads: no lock. Requires that one thread at a time uses a map.
 // Cost: a lookup usually reads one slot. Add allocates when the table grows, to 16 slots or more: 4 to 8 slots for each
 // page, up to 32 if home slots are in use. The table does not shrink until the last page is removed.
-// Failure: none is reported. Adding a page twice, or removing a page that is not in the map, breaks the map.
+// Failure: an exhausted heap ends in Abort (cmemory.h). Misuse is not reported: adding a page twice, or removing a page
+// that is not in the map, breaks the map.
 //
 //     PageMap_T<int> Pages;
 //     static int s_iObject;

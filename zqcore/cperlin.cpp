@@ -49,7 +49,8 @@ namespace
         return static_cast<float>(Draw() % (2 * LATTICE) - LATTICE) / static_cast<float>(LATTICE);
     }
 
-    // Returns the divisor that normalises a vector of this squared length.
+    // Returns the length of a vector of this squared length, or FLT_MIN if that is 0, so that it can be a divisor.
+    // Asserts that the length is finite.
     float LengthOf(float fSquare)
     {
         float const fLength = std::sqrt(fSquare);

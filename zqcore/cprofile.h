@@ -187,8 +187,8 @@ ZQ_API bool ProfilerSwapStatsFailed();
 /// place. Does nothing without a file or while the profiler is down.
 ZQ_API void ProfilerSwapStats();
 
-/// Receives the end of a write to the stats file. Asserts that dwError is 0: the library does not call it after a write
-/// that failed, and handles that itself.
+/// Subtracts nBytes from the number of bytes of the stats file that are not yet known to be written. Ignores pRequest.
+/// Asserts that dwError is 0: the library does not call it after a write that failed.
 ZQ_API void ProfilerWriteComplete(std::uint32_t dwError, std::uint32_t nBytes, void * pRequest);
 
 /// Module of the profiler. It depends on ModuleTimer_c. Its Shutdown waits for the stats file and closes it. The file

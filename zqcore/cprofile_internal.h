@@ -61,5 +61,6 @@ bool ProfilerHasStats();
 /// Waits for the write in progress, if there is one, and returns true. Returns false, with log lines, if it failed.
 bool ProfilerFinishWrite();
 
-/// Waits for the write in progress and closes the stats file, if one is open.
+/// Waits for the write in progress and closes the stats file, if one is open. On failure logs the reason, and
+/// ProfilerSwapStatsFailed returns true.
 void ProfilerCloseStats();

@@ -14,7 +14,8 @@
 // A named generator is in a list of the process, the newest first, so that a host can read and set all seeds.
 //
 // Ownership: the caller owns generators and names. The library owns the entries of the list.
-// Threads: a generator belongs to one thread. Requires that named ones are made and destroyed on the main thread.
+// Threads: a generator belongs to one thread. The list has no lock. Requires that named generators are made and
+// destroyed, and that the list is read, on the main thread.
 // Cost: about a nanosecond for a number. A named generator allocates its entry.
 // Failure: NextInRange asserts its range. An exhausted heap ends in Abort (cmemory.h). Before MemoryInit and after
 // MemoryDone a named generator without memory for its entry is not in the list.

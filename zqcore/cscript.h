@@ -133,7 +133,8 @@ public:
         PutToken(sLine, NextLine(TextMost<TEXT>()));
     }
 
-    /// Read the next word, comments included, and the separator after it. Require that sWord has TOKEN_SIZE bytes.
+    /// Read the next word, comments included, and the separator after it. Copy at most TOKEN_SIZE - 1 characters.
+    /// Require that sWord has TOKEN_SIZE bytes.
     void GetSpecific(char * sWord);
     template <TextObject_T TEXT>
     void GetSpecific(TEXT & sWord)
@@ -181,7 +182,7 @@ public:
 
     /// State for callers to read, not to write.
     char m_sName[260] = "";      // name of the file, or "Memory mapped: %08X, size: %d", cut to fit
-    bool m_bInToken = false;     // working flag of GetToken
+    bool m_bInToken = false;     // whether the last search of GetToken met a token, comments included
     int m_iLines = 0;            // line feeds read; a line feed that ends a token counts twice
     char const * m_pData = "";   // text
     int m_iBytesRead = 0;        // position of the next read, in bytes

@@ -243,7 +243,7 @@ void Serializeable_c::SerializeString(char * sBuffer, int iBufLength)
     }
 }
 
-// Stores a text for which the memory for small values has no room, or fails the archive. The text is not changed.
+// Stores a text for which the memory for small values has no room, or fails the archive. Does not change the text.
 void Serializeable_c::StoreLongText(char const * sText, std::size_t nLength)
 {
     ZQ_ASSERT(!m_bIsReading);

@@ -101,7 +101,7 @@ namespace archives
         }
     }
 
-    /// Stores or loads one object, in the way that its type asks for.
+    /// Stores or loads one object, in the way that its type asks for, or refuses the type.
     template <typename T>
     void Transfer(Serializeable_c & Archive, T & Value);
 }

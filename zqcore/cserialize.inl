@@ -156,7 +156,6 @@ namespace archives
         }
     }
 
-    /// Stores or loads a value as its type calls for, or refuses the type.
     template <typename T>
     void Transfer(Serializeable_c & Archive, T & Value)
     {

@@ -3,7 +3,7 @@
 
 namespace archives
 {
-    /// Loads contiguous values. An archive of unknown length is read in steps: FIRST_STEP values first, then each time
+    /// Loads contiguous values. Reads an archive of unknown length in steps: FIRST_STEP values first, then each time
     /// as many as all before, so that a damaged number allocates little memory for which no bytes follow.
     template <typename T>
     void LoadValues(Serializeable_c & Archive, T & dItems, std::size_t nValues)

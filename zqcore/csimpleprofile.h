@@ -70,15 +70,16 @@ struct SimpleProfileInfo_t
     std::int64_t tSum = 0;       // time in the current span
 };
 
-/// Push and pop the context that SIMPLE_PROFILE_CONTEXT_CURRENT means. Require that only one thread calls them.
-/// - Each push has its own pop. A pop of an empty stack does nothing.
+/// Push and pop the context that SIMPLE_PROFILE_CONTEXT_CURRENT means. Require that only one thread calls them, and
+/// that each push has its own pop.
+/// - A pop of an empty stack does nothing.
 /// - The push asserts that eContext is one of the three, and that at most 32 are pushed. If the developer continues,
 ///   the context stays as it is until the pop of this push.
 ZQ_API void SimpleProfileContextPush(SimpleProfileContext_e eContext);
 ZQ_API void SimpleProfileContextPop();
 
 /// Begins a kind of work. Waits while another thread is in the context. A kind that begins directly inside itself is
-/// timed once. Each push has its own pop.
+/// timed once. Requires that each push has its own pop.
 /// - Asserts that context and kind exist, and does nothing otherwise.
 /// - Asserts that at most 32 kinds are nested. If the developer continues, the time of a deeper kind counts for the
 ///   kind around it.
@@ -122,9 +123,9 @@ public:
     SimpleProfileContextScope_c & operator=(SimpleProfileContextScope_c const &) = delete;
 };
 
-/// Ends a frame of the context: its times become the figures, and the next frame begins. Waits while another thread is
-/// in the context. Asserts that the calling thread is not in it. Asserts that the context exists, and does nothing
-/// otherwise.
+/// Ends a frame of the context and begins the next one. The times of the ended frame become the figures. Waits while
+/// another thread is in the context. Asserts that the calling thread is not in it. Asserts that the context exists, and
+/// does nothing otherwise.
 ZQ_API void SimpleProfileReset(SimpleProfileContext_e eContext);
 
 /// Returns a copy of the figures. Waits at most for a few instructions of other threads, or for the dialog of an

@@ -8,14 +8,14 @@
 // - Outside quotes, control characters below 0x20 that are not separators end a cell, so a carriage return at the end
 //   of a row is no part of a cell. A cell with text on both sides of one is an error.
 // - Empty rows are skipped. Each row ends with the row separator. The last one may end with a cell separator instead.
-// - A cell holds 511 characters, a cell in quotes 24,575. A longer cell is cut and logged. A cell in quotes ends at the
-//   first NUL.
-// - UTF-8's byte order mark is skipped. A file in UTF-16 is refused.
+// - A cell holds 511 characters. A cell in quotes holds 24,575. A longer cell is cut and logged. A cell in quotes ends
+//   at the first NUL.
+// - Open skips UTF-8's byte order mark and refuses a file in UTF-16.
 //
-// Ownership: a spreadsheet owns its cells until Close. The file is closed after Open.
+// Ownership: a spreadsheet owns its cells until Close. Open closes the file before it returns.
 // Threads: one thread for each object. Open belongs to the main thread, as the table of files does (cfile.h).
 // Cost: an open spreadsheet of ordinary cells allocates 1.5 to 3 times the file's size. Finding a column walks over the
-// names, finding a value over the rows.
+// names. Finding a value walks over the rows.
 // Failure: calls return false or null, and most of them log a line. GetLastError has the place of an error in the file.
 //
 //     Spreadsheet_c Levels;
@@ -97,7 +97,7 @@ public:
 
     /// Read a file by name and return true. pFmt names the separators. Null means line feed and comma. The cursor is
     /// on the first row, if there is one, and on no column. Return false, with a log line, in the cases below. A
-    /// closed spreadsheet then stays closed, and an open one keeps its contents.
+    /// closed spreadsheet then stays closed. An open one keeps its contents.
     /// - the spreadsheet is open already.
     /// - the name is null.
     /// - the file can't be opened or read.
@@ -135,9 +135,9 @@ public:
     /// but never fewer.
     int GetColumnCount() const { return m_pHead ? m_pHead->GetCellCount() : 0; }
 
-    /// Select a column and return true. Return false and select no column if there is none. MoveToNextColumn does so
-    /// also without a current column. The forward search starts after the current column, so it finds each of several
-    /// columns that share a name. Without a current column it starts at the first.
+    /// Select a column and return true. The forward search starts after the current column, or at the first without
+    /// one, so it finds each of several columns that share a name. Return false and select no column if there is none.
+    /// MoveToNextColumn does so also without a current column.
     bool MoveToFirstColumn();
     bool MoveToNextColumn();
     bool MoveToColumn(char const * sName);

@@ -4,7 +4,7 @@
 // which characters may start or continue a token. The caller changes them by rules, so one parser serves many small
 // grammars. Characters in no set separate tokens. The text may hold any bytes.
 //
-// Ownership: the text belongs to the caller, and the parser reads it until Close. The parser owns its tokens.
+// Ownership: the text belongs to the caller. The parser reads it until Close. The parser owns its tokens.
 // Threads: one thread for each parser.
 // Cost: Open allocates two buffers, 25 KB in all. Reading a token allocates nothing. The text is read in place.
 // Failure: calls return false and log the lines that their comments state. A token that is too long is cut and logged.
@@ -115,8 +115,8 @@ public:
     bool IsSymbol() const { return m_lastParsed == LAST_PARSED_SYMBOL; }
 
     /// Return the last token of each kind, even if tokens of other kinds followed. Return an empty text or 0 before
-    /// the first one. A text stays valid until the next token of its kind or Close. It ends at the first NUL that the
-    /// token holds.
+    /// the first one. A text ends at the first NUL that the token holds. It stays valid until the next token of its
+    /// kind or Close.
     char const * GetWord() const { return m_szWord ? m_szWord : ""; }
     char const * GetString() const { return m_szString ? m_szString : ""; }
     float GetNumber() const { return m_fNumber; }

@@ -284,7 +284,7 @@ inline bool Warehouse_c::FindCell(char const * sColumn, char const *& szCell) co
 }
 
 // Returns the cell for a Get that needs one. If there is none, stores the error and returns null.
-char const * Warehouse_c::NumberCell(char const * sColumn) const
+char const * Warehouse_c::ReadNumberCell(char const * sColumn) const
 {
     char const * szCell = nullptr;
     if (!FindCell(sColumn, szCell))
@@ -300,7 +300,7 @@ char const * Warehouse_c::NumberCell(char const * sColumn) const
 
 // Returns the cell for a Get of a text, and reports one of more than nMost bytes. Without the column or a work line,
 // stores the error and returns null.
-char const * Warehouse_c::TextCell(char const * sColumn, int nMost) const
+char const * Warehouse_c::ReadTextCell(char const * sColumn, int nMost) const
 {
     char const * szCell = nullptr;
     if (!FindCell(sColumn, szCell))
@@ -318,7 +318,7 @@ char const * Warehouse_c::TextCell(char const * sColumn, int nMost) const
 // Reads the cell as a whole number in a range and returns true. Otherwise stores the error and returns false.
 bool Warehouse_c::GetWhole(char const * sColumn, WholeRange_t const & Range, std::uint64_t & iBits) const
 {
-    char const * const szCell = NumberCell(sColumn);
+    char const * const szCell = ReadNumberCell(sColumn);
     if (!szCell)
     {
         return false;
@@ -340,7 +340,7 @@ int Warehouse_c::GetLength(char const * sColumn) const
 
 bool Warehouse_c::Get(char const * sColumn, long & value) const
 {
-    char const * const szCell = NumberCell(sColumn);
+    char const * const szCell = ReadNumberCell(sColumn);
     long iValue = 0;
     if (!szCell)
     {
@@ -357,7 +357,7 @@ bool Warehouse_c::Get(char const * sColumn, long & value) const
 
 bool Warehouse_c::Get(char const * sColumn, double & value) const
 {
-    char const * const szCell = NumberCell(sColumn);
+    char const * const szCell = ReadNumberCell(sColumn);
     double fValue = 0;
     if (!szCell)
     {
@@ -443,7 +443,7 @@ bool Warehouse_c::Get(char const * sColumn, bool & value) const
 bool Warehouse_c::Get(char const * sColumn, char * sResult, int nMaxLength) const
 {
     bool const bUsable = WarehouseClearText(sResult, nMaxLength);
-    char const * const szCell = TextCell(sColumn, bUsable ? nMaxLength - 1 : INT_MAX);
+    char const * const szCell = ReadTextCell(sColumn, bUsable ? nMaxLength - 1 : INT_MAX);
     if (szCell && bUsable)
     {
         WarehouseCopyText(sResult, szCell, nMaxLength);

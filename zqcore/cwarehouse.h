@@ -3,10 +3,10 @@
 // A table is a text or CSV file. Each line describes one item. Its first column is the item's identifier, its ident. A
 // line that starts with @head names the columns. The warehouse keeps the file's bytes and two lines, the header and the
 // work line, and scans the text again for every search. Idents and column names compare without regard to ASCII case.
-// UTF-8's byte order mark at the start is skipped. A file in UTF-16 is refused.
+// Open skips UTF-8's byte order mark at the start and refuses a file in UTF-16.
 //
 // A warehouse is closed until Open succeeds, then open until the next Open or the destructor. On a closed one every
-// search fails, and every column is missing. If an open file is refreshed, the next search sees the new text. The
+// search fails. Every column is missing there. If an open file is refreshed, the next search sees the new text. The
 // header stays as it was. A walk of NextIdent ends.
 //
 // Texts are written to buffers by the rule of cstring.h, and to text objects (ctextvalue.h). Both are emptied first.
@@ -118,9 +118,9 @@ public:
     ZQ_API bool Get(char const * sColumn, short & value) const;
     ZQ_API bool Get(char const * sColumn, unsigned char & value) const;
 
-    /// Reads the work line's cell as a whole number in the range of T, any other integer type. Returns false as the
-    /// other forms do, and also for a cell that begins with a NUL. If std::uint64_t is unsigned long, the form of that
-    /// type below limits it to 32 bits, and unsigned long long has the whole range.
+    /// Reads the work line's cell as a whole number in the range of T, any other integer type. If std::uint64_t is
+    /// unsigned long, the form of that type below limits it to 32 bits. An unsigned long long has the whole range.
+    /// Returns false as the other forms do, and also for a cell that begins with a NUL.
     template <Integer_T T>
     bool Get(char const * sColumn, T & value) const
     {
@@ -138,7 +138,7 @@ public:
     template <typename ENUM>
     bool Get(char const * sColumn, ENUM & eValue, EnumNames_T<ENUM> dNames) const
     {
-        char const * const szCell = NumberCell(sColumn);
+        char const * const szCell = ReadNumberCell(sColumn);
         return szCell
                && (EnumFromName(szCell, eValue, dNames) || LogInvalid(sColumn, "there is no known name in column"));
     }
@@ -158,7 +158,7 @@ public:
     template <TextObject_T TEXT>
     bool Get(char const * sColumn, TEXT & sResult) const
     {
-        return TextPut(sResult, TextCell(sColumn, TextMost<TEXT>()));
+        return TextPut(sResult, ReadTextCell(sColumn, TextMost<TEXT>()));
     }
 
     /// Reads a pair written as 12-34. Leading minus signs are skipped. The number at the start of each part counts, or
@@ -183,8 +183,8 @@ private:
     void NoteWork(WarehouseScan_t const & Scan);
     int FindColumn(char const * sColumn) const;
     bool FindCell(char const * sColumn, char const *& szCell) const;
-    ZQ_API char const * NumberCell(char const * sColumn) const;
-    ZQ_API char const * TextCell(char const * sColumn, int nMost) const;
+    ZQ_API char const * ReadNumberCell(char const * sColumn) const;
+    ZQ_API char const * ReadTextCell(char const * sColumn, int nMost) const;
     ZQ_API bool GetWhole(char const * sColumn, WholeRange_t const & Range, std::uint64_t & iBits) const;
     ZQ_API char const * FileKey() const;
     ZQ_API char const * WorkIdent() const;

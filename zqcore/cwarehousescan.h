@@ -1,6 +1,6 @@
 // cwarehousescan.h: line scanner of warehouse tables and property lists.
 //
-// A table is text in lines, and a line consists of columns. `#` at the start of a column begins a comment up to the end
+// A table is text in lines. A line consists of columns. `#` at the start of a column begins a comment up to the end
 // of the line. docs/formats.md describes both formats, with their quotes.
 //
 // WarehouseScan_t scans the caller's bytes. They may have any values and need no terminator. The scan never reads
@@ -104,8 +104,8 @@ struct WarehouseScan_t
     /// false, with an empty line and the position at the end, if there is none.
     ZQ_API bool FindLine(char const * sFirst, WarehouseLine_c * pLine);
 
-    /// Skips header lines and lines whose first column is missing or null, and reads the next line. Returns false, with
-    /// an empty line, if there is none. Adds the number of lines skipped and read to nLines.
+    /// Skips header lines and lines whose first column is missing or null, and reads the next line. Adds the number of
+    /// lines skipped and read to nLines. Returns false, with an empty line, if there is none.
     ZQ_API bool NextItem(WarehouseLine_c * pLine, int & nLines);
 
     /// Returns the position of the line that FindLine or NextItem has read.
