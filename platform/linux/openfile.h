@@ -76,7 +76,7 @@ namespace plat
 
         /// Returns false in these cases:
         /// - Another one holds the lock.
-        /// - The folder can't be opened, and may be read.
+        /// - The folder may be read, but can't be opened.
         bool IsHeld() const { return m_bHeld; }
 
     private:
