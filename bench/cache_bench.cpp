@@ -36,7 +36,7 @@ namespace
             }
             SetPQXMediaPath(m_Root.c_str());
             Scan();
-            FilesystemCacheSave(Cache().c_str());
+            FilesystemCacheSave(CachePath().c_str());
             FileReset();
         }
 
@@ -53,6 +53,7 @@ namespace
         fs::path m_Root;
     };
 
+    // Returns the tree. The first call makes it, with its cache.
     CachedTree_c const & MakeTree()
     {
         static CachedTree_c const s_Tree;

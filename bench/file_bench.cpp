@@ -80,7 +80,8 @@ namespace
         fs::path m_Root;
     };
 
-    Tree_c const & Tree()
+    // Returns the tree. The first call makes it.
+    Tree_c const & MakeTree()
     {
         static Tree_c const s_Tree;
         return s_Tree;
@@ -90,7 +91,7 @@ namespace
     void FillTables()
     {
         FileReset();
-        FileAddSearchPath(Tree().Root().c_str(), true, false);
+        FileAddSearchPath(MakeTree().Root().c_str(), true, false);
     }
 
     // Looks for all files in turn, by sPrefix and their paths below the root.
@@ -122,7 +123,7 @@ namespace
     }
     void ExistsStat(benchmark::State & State)
     {
-        Exists(State, Tree().Root() + "/",
+        Exists(State, MakeTree().Root() + "/",
             [](char const * szName)
             {
                 struct stat Stat;
@@ -165,7 +166,7 @@ namespace
     }
     void ReadWholeBare(benchmark::State & State)
     {
-        std::string const sPath = Tree().BlobPath(State.range(0));
+        std::string const sPath = MakeTree().BlobPath(State.range(0));
         ReadWhole(State,
             [&sPath](std::size_t)
             {
@@ -183,7 +184,7 @@ namespace
     }
     void ReadWholeIfstream(benchmark::State & State)
     {
-        std::string const sPath = Tree().BlobPath(State.range(0));
+        std::string const sPath = MakeTree().BlobPath(State.range(0));
         ReadWhole(State,
             [&sPath](std::size_t nBytes)
             {
@@ -237,7 +238,7 @@ namespace
     // Looks up one file, because counting the table of files would cost time.
     void ScanOurs(benchmark::State & State)
     {
-        std::string const sRoot = Tree().Root();
+        std::string const sRoot = MakeTree().Root();
         Scan(State,
             [&sRoot]
             {
@@ -246,8 +247,8 @@ namespace
             });
     }
 
-    // Reads the size and times of the files in an open folder and below it, and closes the folder. Returns their
-    // number.
+    // Reads the size and times of the files in an open folder and below it, and closes the folder. Returns the number
+    // of files.
     int ScanFolderBare(int iFolder)
     {
         int nFiles = 0;
@@ -274,13 +275,13 @@ namespace
 
     void ScanReaddirStatx(benchmark::State & State)
     {
-        std::string const sRoot = Tree().Root();
+        std::string const sRoot = MakeTree().Root();
         Scan(State, [&sRoot] { return ScanFolderBare(open(sRoot.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); });
     }
 
     void ScanFts(benchmark::State & State)
     {
-        std::string sRoot = Tree().Root();
+        std::string sRoot = MakeTree().Root();
         Scan(State,
             [&sRoot]
             {
@@ -299,7 +300,7 @@ namespace
 
     void ScanFilesystem(benchmark::State & State)
     {
-        std::string const sRoot = Tree().Root();
+        std::string const sRoot = MakeTree().Root();
         Scan(State,
             [&sRoot]
             {

@@ -1,10 +1,10 @@
 // listing_marks.cpp: measures the code listing of a crash report over the output of "objdump -d -w -M intel".
 // listing_marks.sh runs both over libraries.
 //
-// It places a fault on each instruction. The listing starts SPAN_BEFORE bytes before the fault's piece of
+// The program places a fault on each instruction. The listing starts SPAN_BEFORE bytes before the fault's piece of
 // SPAN_PIECE bytes, in general inside an instruction. The fault is lost if no listed instruction starts at its address.
-// It counts vector instructions apart, which have a VEX, EVEX or XOP prefix (the makers' manuals, "Instruction
-// Format"). It compares their names and all lengths with those of objdump.
+// Instructions with a VEX or EVEX prefix (Intel SDM, volume 2, chapter 2) or an XOP prefix (AMD64 manual, volume 6) are
+// vector instructions, which it counts apart. It compares their names and all lengths with those of objdump.
 #include "zqcore/cexceptionreport_internal.h"
 #include "zqcore/copcode.h"
 

@@ -64,6 +64,7 @@ namespace
         fs::path m_Root;
     };
 
+    // Returns the media. The first call makes them and starts the module.
     Media_c const & StartMedia()
     {
         static Media_c const s_Media;

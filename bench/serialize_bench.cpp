@@ -55,7 +55,7 @@ namespace
     };
 
     // Opens a file that the table of files does not have, and returns it. Ends the program on failure. Requires that no
-    // file of an earlier call is opened again.
+    // earlier result is opened again, because all results share the text of their folder.
     std::unique_ptr<FileOnDisk_c> OpenAt(std::string const & sPath)
     {
         static String_T<256> s_sFolder;

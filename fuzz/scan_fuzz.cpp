@@ -31,8 +31,8 @@ namespace
         return sName;
     }
 
-    // Makes the tree. Legend of a kind, modulo 8: 0 to the parent, 1 and 2 a link, 3 and 4 a folder, which is entered,
-    // 5 a pipe, 6 and 7 a file.
+    // Makes the tree. A kind, modulo 8: 0 returns to the parent, 1 and 2 make a link, 3 and 4 make and enter a folder,
+    // 5 makes a pipe, 6 and 7 make a file.
     void MakeTree(Input_c & Input, fs::path const & Root)
     {
         fs::path Folder = Root;

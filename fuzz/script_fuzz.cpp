@@ -35,8 +35,8 @@ namespace
         }
 
         // Reads the next token that is no comment into sLast, byte by byte. Then moves back by one byte: the one that
-        // ends the token, or at the end of the text the token's last one. Without such a token, empties sLast. Then
-        // only a word that begins with // at the end of the text moves back.
+        // ends the token, or at the end of the text the token's last one. Without such a token, empties sLast, and
+        // moves back only if the text ends in the first word of a comment.
         void ReadPlainToken(bool bPunctuation)
         {
             std::string sToken;
@@ -73,7 +73,7 @@ namespace
             }
         }
 
-        // Does the operation of a number below OPERATIONS. Returns what it read, or whether it found that.
+        // Does the operation of a number below OPERATIONS. Returns what it read, or whether a search found sLast.
         std::string Step(int iOperation, unsigned char iArgument)
         {
             std::string sBuffer(FuzzFile_c::Get().m_sText.size() + Script_c::TOKEN_SIZE, '?');

@@ -43,8 +43,8 @@ namespace
         return bRow;
     }
 
-    // Compares the first MAX_COLUMNS cells that have a name. Requires that a search for the contents of the first cell
-    // of each name ends in this row or an earlier one.
+    // Compares the first MAX_COLUMNS cells that have a name. Checks that a search for the contents of the first cell of
+    // each name ends in this row or an earlier one.
     void CompareRow(Spreadsheet_c & Sheet, int iRow, Row_t const & dCells)
     {
         constexpr int MAX_COLUMNS = 20;   // the time grows with its square

@@ -65,8 +65,8 @@ namespace plat
     /// of the format.
     ClipboardBlock_t ClipboardGet(unsigned int iFormat);
 
-    /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null. Then the
-    /// caller still owns the block:
+    /// Puts a block into the open clipboard, which then owns it. Returns the block. On failure returns null, and the
+    /// caller still owns the block. A failure changes the clipboard as follows:
     /// - A null block changes nothing.
     /// - An unknown format or a closed clipboard changes nothing.
     /// - A failed write changes no data. It undoes a ClipboardEmpty that no successful ClipboardSet has followed.

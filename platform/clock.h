@@ -38,7 +38,7 @@ namespace plat
     /// Returns the whole seconds since 1970-01-01 00:00 UTC, in 64 bits on every word size.
     std::int64_t SecondsSince1970();
 
-    /// Returns the present local time. Returns 1900-01-00 00:00 if the system does not report it.
+    /// Returns the present local time. If the system does not report it, only iMillisecond has a meaning.
     LocalTime_t LocalTime();
 
     /// Stores the present difference between local time and UTC, for the two functions below. If the system does not

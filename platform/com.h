@@ -1,7 +1,7 @@
 // com.h: the start and end of the component system (COM) on a thread.
 //
-// A system without COM has nothing to start: both calls do nothing. The start then succeeds. A host that has COM, or a
-// test that needs a certain result, installs its functions.
+// A system without COM has nothing to start: both calls do nothing, and ComInitialize returns COM_OK. A host that has
+// COM, or a test that needs a certain result, installs its functions.
 #pragma once
 
 #include "platform/compiler.h"

@@ -9,7 +9,8 @@
 //   block is freed.
 //
 // The heap fills new memory with HEAP_NEW and freed memory with HEAP_FREED. It fills a block of more than
-// HEAP_FILL_LIMIT bytes at its ends only. It calls a hook under its lock before each event takes effect.
+// HEAP_FILL_LIMIT bytes at its ends only. It holds its lock while it calls the hook, before each event takes
+// effect.
 //
 // Threads: any thread. The heap can be used before the first constructor and after the last destructor.
 #pragma once

@@ -4,7 +4,8 @@
 // sets later comes first. The filter runs on a stack of the library's own, so it needs little of the thread's. It may
 // use neither the heap nor a lock.
 //
-// - One filter is set at a time. Requires that a caller keeps the previous one, and that its filter calls it.
+// - One filter is set at a time. Requires that a caller that sets one keeps the previous one, and that the new filter
+//   calls the previous one.
 // - A fault that the filter has not handled goes to the handler that was set before the library's, with the thread
 //   as it was. Without such a handler the process terminates as if the fault were unhandled.
 // - One thread at a time runs the filter. Another one that faults meanwhile waits for the first, and then skips the

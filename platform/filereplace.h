@@ -38,8 +38,8 @@ namespace plat
     /// spelling. Returns false on failure, and without bReplace also if anything has the new name.
     bool FileRename(char const * szFrom, char const * szTo, bool bReplace);
 
-    /// Adds a second name to a file or a symbolic link. Makes and synchronises a copy of the file, or of the link's
-    /// target, in these cases:
+    /// Adds a second name to a file or a symbolic link. Instead makes and synchronises a copy of the file, or of the
+    /// link's target, in these cases:
     /// - The file system has no second names.
     /// - The file has too many.
     /// - The system protects it from them.

@@ -168,8 +168,8 @@ namespace plat
     bool FolderCreate(char const * szPath);
 
     /// Copies a regular file's contents and write time to szTo, which is opened by the rule of filewrite.h. A new file
-    /// gets the access rights too. Does not synchronise the folder. Returns false on failure, which may leave a part of
-    /// the contents there. Fails if both paths name one file.
+    /// gets the rights to read and write too, as far as the process's mask allows. Does not synchronise the folder.
+    /// Returns false on failure, which may leave a part of the contents there. Fails if both paths name one file.
     bool FileCopy(char const * szFrom, char const * szTo, Durability_e eDurability = Durability_e::Written);
 
     /// Deletes a file, or a folder with all its contents. Removes links without following them. Returns false if there

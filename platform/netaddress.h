@@ -1,6 +1,6 @@
 // netaddress.h: the hardware address of one of the machine's network interfaces.
 //
-// Threads: any thread, also for the host's function.
+// Threads: any thread. Any thread may call the host's function too.
 #pragma once
 
 #include "platform/compiler.h"

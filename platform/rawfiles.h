@@ -12,9 +12,9 @@ namespace plat
     /// Handle of a file to write, or null.
     using RawFile_t = void *;
 
-    /// Creates a file that only its owner may read, and opens it for writing. If such a file of this user, with one
-    /// name, exists, appends to it. Each write has reached the disk when it returns. Both `\` and `/` separate in the
-    /// path. Folders are found without regard to case. Returns null on failure. Clears
+    /// Creates a file that only its owner may read, and opens it for writing. If the path leads to such a file of this
+    /// user that has no other name, appends to that file. Each write has reached the disk when it returns. Both `\` and
+    /// `/` separate names in the path. Folders are found without regard to case. Returns null on failure. Clears
     /// bTaken, but fails and sets it in these cases:
     /// - Anything else has the name.
     /// - That file is still being written.

@@ -122,8 +122,8 @@ namespace plat
     /// false on failure, which may leave a part deleted.
     bool RegistryDeleteTree(RegistryKey_t hKey, char const * szKey);
 
-    /// Finds a key's numbers of subkeys and values, their greatest lengths and its last write. Reads all values.
-    /// Returns false on failure.
+    /// Reads the numbers of a key's subkeys and values, the greatest lengths of their names and of the values, and the
+    /// time of the key's last write. Reads all values. Returns false on failure.
     bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info);
 
     /// Return and set the kind of system. 0 counts names in bytes. 2 counts them in 16-bit units, so that a name may

@@ -118,8 +118,8 @@ namespace plat
     /// - szTemplate has at most 255 bytes. `{name}` is the value of a member, `{name.name}` that of a member's member,
     ///   and all else is copied.
     ///
-    /// Requires that no other thread adds one or starts a walk. Returns false if a text is longer than its limit, or if
-    /// there are 32 printers.
+    /// Requires that no other thread adds a printer or starts a walk. Returns false if a text is longer than its limit,
+    /// or if there are 32 printers.
     bool SymbolsAddPrinter(char const * szType, char const * szTemplate);
 
     /// Sets the helper's path, cut at 4095 bytes; empty for none. Before the first call the helper is the one in the

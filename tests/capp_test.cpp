@@ -95,7 +95,7 @@ TEST_F(App, IsInFocusWithItsWindowOrAChildOfIt)
 
 TEST_F(App, PurgesAllMessagesOrThoseOfTheKeyboard)
 {
-    // Those of the keyboard are 0x100 to 0x109 (WM_KEYFIRST to WM_KEYLAST).
+    // The messages of the keyboard are 0x100 to 0x109 (WM_KEYFIRST to WM_KEYLAST).
     g_dWaiting = { 0xFF, 0x100, 0x109, 0x10A, 0xFFFFFFFF };
     AppPurgeKeyboardQueue();
     EXPECT_THAT(g_dWaiting, testing::ElementsAre(0xFF, 0x10A, 0xFFFFFFFF));

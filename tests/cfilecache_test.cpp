@@ -55,8 +55,8 @@ protected:
     }
     void Save(std::string const & sName) const { FilesystemCacheSave(m_Folder.Join(sName).c_str()); }
 
-    // Does what MediaTest::RunForKeys does, with a cache of this name and without a scan of the root if the cache can
-    // be used.
+    // Does what MediaTest::RunForKeys does, with the cache at sCache. Scans the root only if that can't be used or
+    // sCache is empty.
     static std::string RunForKeys(std::string const & sCache)
     {
         FilesystemCacheInit(sCache.c_str());

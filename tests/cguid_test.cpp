@@ -119,6 +119,7 @@ TEST_F(GuidTest, CreateJudgesTheStatus)
     std::string const sNone = "Cannot get the hardware address for this computer.\n";
     std::string const sLocal = "Warning: Unable to determine your network address.\r\n  The UUID generated is unique on"
                                " this computer only.\r\n  It should not be used on another computer.\n";
+    static_assert(plat::GUID_NO_ADDRESS == 1739 && plat::GUID_LOCAL_ONLY == 1824);   // the numbers of Windows
     // Only the low 16 bits of a status count.
     Rows_t<std::uint32_t, bool, bool, bool, std::string> const dRows = {
         { 0, false, true, true, "" },

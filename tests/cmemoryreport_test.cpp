@@ -43,7 +43,7 @@ namespace
         EXPECT_EQ(StatusOfChild(StartChild(Run)), 0);
     }
 
-    // Allocates and frees two blocks of kinds that are logged and one that is not.
+    // Allocates and frees two blocks of kinds that are logged, and one of a kind that is not.
     void AllocateAndFree()
     {
         MemCategoryScope_c const Scope(mem::Core);

@@ -11,7 +11,7 @@ namespace
     std::string g_sModuleTrace;   // what the modules were called for, in order
 
     // A module that adds a character and its name to the trace for each call: I is Initialize, 2 Initialize2, F the
-    // heartbeat of a frame of 0.5 seconds, ? that of another one, B that of an idle pass, S Shutdown.
+    // heartbeat of a frame of 0.5 seconds, ? that of any other frame, B that of an idle pass, S Shutdown.
     struct TestModule_c : Module_c
     {
         explicit TestModule_c(char const * szName, Module_c * pFirst = nullptr, Module_c * pSecond = nullptr)

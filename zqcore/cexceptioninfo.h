@@ -82,7 +82,7 @@ public:
     /// Returns 0 at once in these cases:
     /// - a debugger is attached.
     /// - the support thread does not run, or is the thread that faulted.
-    /// - the calling thread is inside one of this object's dialogs, or inside StackTrace.
+    /// - the calling thread holds the object's lock, for example inside one of its dialogs or in StackTrace.
     ZQ_API long OnUnhandledException(plat::FaultPointers_t const * pPointers);
 
     /// Writes the stack of a fault to szBuffer, cut at nSize - 1 bytes, at most 65535. Skips the first nSkip frames and

@@ -246,8 +246,9 @@ namespace
         ExceptionReport_c::CrashLog("\r\n");
     }
 
-    // Writes both files, announces what is missing in them, and then reports the stack: a receiver of the host, or the
-    // person at the dialog, may end the process. In silent mode the report ends with the first call stack.
+    // Writes both files, announces if one of them could not be written whole, and then reports the stack. The stack
+    // comes last, because a receiver of the host or the person at the dialog may end the process. In silent mode the
+    // report ends with the first call stack.
     void WriteReport(plat::FaultPointers_t const & Fault)
     {
         constexpr unsigned LIMIT = ExceptionReport_c::REPORT_LIMIT;

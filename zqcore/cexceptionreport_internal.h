@@ -1,7 +1,7 @@
 // cexceptionreport_internal.h: the parts of the crash report's writer.
 //
-// Threads: only the thread that writes the report uses it. Nothing waits for a lock.
-// Cost: nothing allocates from the heap.
+// Threads: only the thread that writes the report uses these parts. They wait for no lock.
+// Cost: they allocate nothing from the heap.
 #pragma once
 
 #include "zqcore/ccomplaint_internal.h"

@@ -161,7 +161,7 @@ protected:
     /// Stores that a refresh freed the block although there are references to it.
     void SetLost() { m_bLost = true; }
 
-    /// Clears the flag that Open must leave the lock while it reads. Returns whether it was set. Open calls it once.
+    /// Returns whether Open must leave the lock while it reads, and clears the flag that says so. Open calls it once.
     bool TakeUnlocked();
 
     /// Stores that Open has set size and times to those of the open file. A failed asynchronous request leaves them

@@ -172,8 +172,8 @@ void FileCacheNoteFolder(String_T<256> const & sFolder);
 /// Deletes the notes of FileCacheNoteFolder.
 void FileCacheForgetFolders();
 
-/// Removes a file from all tables, before it is destroyed, and adds the object that it hid. Does nothing for a file
-/// without a key.
+/// Removes a file from all tables, before it is destroyed. If the table led from its key to this file, adds the object
+/// that it hid, if any, in its place. Does nothing for a file without a key.
 void FileForget(File_c & File);
 
 /// Removes one or all entries of a file from the list of stayers, without closing it.

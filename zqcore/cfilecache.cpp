@@ -148,7 +148,8 @@ namespace
         return Now != UNKNOWN && Now == NotedOf(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
     }
 
-    // Notes the size and time of a folder that still has the stamp that a cache holds. Returns whether it has.
+    // Notes the size and time of a folder that still has the stamp that a cache holds. Returns whether the folder has
+    // that stamp.
     bool HasStamp(Folder_t const & sFolder, CacheStamp_s const & Stamp, CachePlace_s const & Cache)
     {
         CacheStamp_s const Now = StampOf(sFolder);

@@ -101,7 +101,7 @@ namespace
         }
     }
 
-    // Logs and reports an entry that can't be in the tables. Returns whether an entry can be.
+    // Logs and reports an entry that can't be in the tables, and returns false. Returns true for any other entry.
     bool CanEnter(char const * szFolder, plat::FolderEntry_t const & Entry)
     {
         if (!Entry.bReachable)

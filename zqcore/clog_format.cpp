@@ -341,8 +341,8 @@ namespace
             }
         }
 
-        // Writes the conversion with a number for each '*'. Writes each of its flags once, and the '-' of a negative
-        // width again.
+        // Writes the conversion with a number for each '*', and each of its flags once. A negative width has a '-' of
+        // its own, beside that of the flags.
         void Spell(char * szOut, std::size_t nSize) const
         {
             Output_c Output(szOut, nSize);

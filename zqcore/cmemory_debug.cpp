@@ -88,8 +88,8 @@ namespace
         }
     }
 
-    // Counts the live blocks anew, except those under mem::CRT. The blocks of other libraries' first constructors are
-    // older than the tracking. Requires that the thread holds g_CategoryLock.
+    // Counts the live blocks anew, because those of other libraries' first constructors are older than the tracking.
+    // Leaves out the blocks under mem::CRT. Requires that the thread holds g_CategoryLock.
     void CountLiveBlocks()
     {
         MemoryCounters_s & Counters = g_MemoryCounters;

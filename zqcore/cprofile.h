@@ -188,7 +188,7 @@ ZQ_API bool ProfilerSwapStatsFailed();
 ZQ_API void ProfilerSwapStats();
 
 /// Subtracts nBytes from the number of bytes of the stats file that are not yet known to be written. Ignores pRequest.
-/// Asserts that dwError is 0: the library does not call it after a write that failed.
+/// The library calls it after each write that succeeded, and after no other. Asserts that dwError is 0.
 ZQ_API void ProfilerWriteComplete(std::uint32_t dwError, std::uint32_t nBytes, void * pRequest);
 
 /// Module of the profiler. It depends on ModuleTimer_c. Its Shutdown waits for the stats file and closes it. The file

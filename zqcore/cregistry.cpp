@@ -110,9 +110,9 @@ int Registry_c::RenameValue(char const * sOldName, char const * sNewName)
     return plat::RegistryRenameValue(m_hKey, sOldName, sNewName);
 }
 
-// Reads a value and stores its type. nSize is the size of pData in bytes, and then that of the value. With pRequired,
-// reads only a value of that type. Returns false, with pData unchanged, for any other value and for one that does not
-// fit.
+// Reads a value and stores its type. nSize is the size of pData in bytes, and after the call that of the value. With
+// pRequired, reads only a value of that type. Returns false, with pData unchanged, for any other value and for one that
+// does not fit.
 bool Registry_c::Query(char const * sName, void * pData, std::size_t & nSize, plat::RegistryType_e const * pRequired)
 {
     return plat::RegistryRead(

@@ -182,7 +182,7 @@ public:
 
     /// State for callers to read, not to write.
     char m_sName[260] = "";      // name of the file, or "Memory mapped: %08X, size: %d", cut to fit
-    bool m_bInToken = false;     // whether the last search of GetToken met a token, comments included
+    bool m_bInToken = false;     // whether GetToken last stopped at a token, or at a comment that ends the text
     int m_iLines = 0;            // line feeds read; a line feed that ends a token counts twice
     char const * m_pData = "";   // text
     int m_iBytesRead = 0;        // position of the next read, in bytes

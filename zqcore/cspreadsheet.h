@@ -8,8 +8,8 @@
 // - Outside quotes, control characters below 0x20 that are not separators end a cell, so a carriage return at the end
 //   of a row is no part of a cell. A cell with text on both sides of one is an error.
 // - Empty rows are skipped. Each row ends with the row separator. The last one may end with a cell separator instead.
-// - A cell holds 511 characters. A cell in quotes holds 24,575. A longer cell is cut and logged. A cell in quotes ends
-//   at the first NUL.
+// - A cell without quotes holds 511 characters. A cell in quotes holds 24,575. A longer cell is cut and logged. A cell
+//   in quotes ends at the first NUL.
 // - Open skips UTF-8's byte order mark and refuses a file in UTF-16.
 //
 // Ownership: a spreadsheet owns its cells until Close. Open closes the file before it returns.
@@ -135,9 +135,9 @@ public:
     /// but never fewer.
     int GetColumnCount() const { return m_pHead ? m_pHead->GetCellCount() : 0; }
 
-    /// Select a column and return true. The forward search starts after the current column, or at the first without
-    /// one, so it finds each of several columns that share a name. Return false and select no column if there is none.
-    /// MoveToNextColumn does so also without a current column.
+    /// Select a column and return true. The forward search starts after the current column, or at the first column if
+    /// there is no current one, so it finds each of several columns that share a name. Return false and select no
+    /// column if there is no such column. MoveToNextColumn does so also without a current column.
     bool MoveToFirstColumn();
     bool MoveToNextColumn();
     bool MoveToColumn(char const * sName);

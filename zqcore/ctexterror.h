@@ -85,7 +85,8 @@ private:
 ZQ_API void SetTextErrorLog(bool bEnable);
 
 /// Returns a copy of a text from outside, such as a name or a cell, that is safe in a log line or on a terminal.
-/// Control characters, and those that end lines or turn the direction of writing, become `\n`, `\r`, `\t`, `\x1B` or
-/// `\u009B`. A byte that is not UTF-8 becomes `\xFF`. So the text can't begin a line of its own or control a terminal.
-/// Other text is unchanged. The copy has at most LOG_LINE_LENGTH bytes. Returns an empty text for null.
+/// Control characters, and those that end lines or turn the direction of writing, become escapes such as `\n`, `\x1B`
+/// or `\u009B`. A byte that is not UTF-8 becomes one such as `\xFF`. So the text can't begin a line of its own or
+/// control a terminal. Other text is unchanged. The copy has at most LOG_LINE_LENGTH bytes. Returns an empty text for
+/// null.
 ZQ_API String_T<LOG_LINE_LENGTH + 1> TextForLog(char const * szText);

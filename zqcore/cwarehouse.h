@@ -3,7 +3,7 @@
 // A table is a text or CSV file. Each line describes one item. Its first column is the item's identifier, its ident. A
 // line that starts with @head names the columns. The warehouse keeps the file's bytes and two lines, the header and the
 // work line, and scans the text again for every search. Idents and column names compare without regard to ASCII case.
-// Open skips UTF-8's byte order mark at the start and refuses a file in UTF-16.
+// The warehouse skips UTF-8's byte order mark at the start. Open refuses a file in UTF-16.
 //
 // A warehouse is closed until Open succeeds, then open until the next Open or the destructor. On a closed one every
 // search fails. Every column is missing there. If an open file is refreshed, the next search sees the new text. The

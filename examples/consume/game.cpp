@@ -74,7 +74,7 @@ namespace
 #endif
     }
 
-    // Reads a file on the library's thread and frees it again. Returns whether the read succeeded.
+    // Reads a file on the library's worker thread and frees its contents. Returns whether the read succeeded.
     bool ReadAsync(char const * szFile)
     {
         File_c * const pFile = FileStream(szFile);

@@ -44,7 +44,7 @@ namespace
     }
 
     // Flushes standard output. Returns the status, or prints a message and returns STATUS_OUTPUT instead of STATUS_OK
-    // if it did not accept the whole report. A watch whose terminal was closed needs no output.
+    // if standard output did not accept the whole report. A watch whose terminal was closed needs no output.
     int CheckOutput(int iStatus)
     {
         bool const bWhole = (std::fflush(stdout) == 0 && !std::ferror(stdout)) || Watch_c::IsHungUp();

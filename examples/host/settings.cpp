@@ -93,7 +93,7 @@ bool ModuleSettings_c::Initialize()
         Log("%s", static_cast<char const *>(File.GetWhyNot().sWhy));
         return false;
     }
-    if (!File.GetWhyNot().sWhy.IsEmpty())   // the media has no such list
+    if (!File.GetWhyNot().sWhy.IsEmpty())   // the media have no such list
     {
         return Module_c::Initialize();
     }

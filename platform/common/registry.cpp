@@ -260,8 +260,8 @@ namespace plat
             return szText != nullptr ? szText : "";
         }
 
-        // Makes a key that owns the handle of its folder, and returns it. Returns null for STORE_NONE.
-        RegistryKey_t MakeKey(RegistryTree_e eTree, std::string sPath, StoreHandle_t hFolder)
+        // Makes an open key that owns the handle of its folder, and returns it. Returns null for STORE_NONE.
+        RegistryKey_t MakeOpenKey(RegistryTree_e eTree, std::string sPath, StoreHandle_t hFolder)
         {
             if (hFolder == STORE_NONE)
             {
@@ -286,9 +286,9 @@ namespace plat
                    && LoadRecord(hFolder, sFile.c_str(), dBytes, Record);
         }
 
-        // Copies the data of a value, whose type and size eType and nSize then have. Before, nSize is the room. Returns
-        // false, with nSize 0, if the value can't be read. Returns false with errno ERANGE if the data do not fit or
-        // have another type than the required one.
+        // Copies the data of a value, and sets eType and nSize to its type and size. Before the call nSize is the size
+        // of the buffer. Returns false, with nSize 0, if the value can't be read. Returns false with errno ERANGE, and
+        // copies nothing, if the data do not fit or have another type than the required one.
         bool ReadFrom(StoreHandle_t hFolder, char const * szName, RegistryType_e & eType, void * pBuffer,
             std::size_t & nSize, std::optional<RegistryType_e> eRequired = {})
         {
@@ -490,7 +490,7 @@ namespace plat
         {
             hFolder = OpenKey(eTree, TextOf(szKey), bCreate);
         }
-        return MakeKey(eTree, std::string(TextOf(szKey)), hFolder);
+        return MakeOpenKey(eTree, std::string(TextOf(szKey)), hFolder);
     }
 
     void RegistryCloseKey(RegistryKey_t hKey)

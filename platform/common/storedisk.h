@@ -5,7 +5,7 @@
 // a pipe or a device fails at once.
 //
 // Ownership: the caller closes each handle that a function returns. StoreScope_c does so at the end of its scope.
-// Threads: any thread. One thread at a time may list a handle.
+// Threads: any thread. One thread at a time may list the folder of a handle.
 // Failure: a function that fails leaves the reason in errno, except StoreIdentity. ENOENT means that the entry does not
 // exist.
 #pragma once

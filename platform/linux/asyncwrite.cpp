@@ -137,7 +137,7 @@ namespace plat
                 __NR_io_uring_enter, Queue.iDescriptor, nSubmit, nWaitFor, iFlags, nullptr, std::size_t{ 0 });
         }
 
-        // Passes a write, of at most MAX_REQUEST bytes, to the kernel's own thread. Returns false if the kernel does
+        // Passes a write, or its first MAX_REQUEST bytes, to the kernel's own thread. Returns false if the kernel does
         // not accept it.
         bool Submit(Queue_s & Queue, int iFile, std::uint64_t nOffset, void const * pData, std::size_t nBytes)
         {
@@ -246,8 +246,8 @@ namespace plat
         return FileWriteAt(m_hFile, m_nOffset, m_pData, m_nLeft);
     }
 
-    // Closes the child's copies in a forked child. The queue is the parent's, so it waits for none of the parent's
-    // writes.
+    // Closes the file and the queue in a forked child. The queue is the parent's, so the child waits for none of the
+    // parent's writes.
     void AsyncFile_c::Abandon()
     {
         Queue_s & Queue = SystemIn(m_dSystem).Queue;

@@ -37,7 +37,7 @@ namespace plat
         constexpr unsigned char INTO = 0xCE;
 
         // The exception flags of the x87 status word and of MXCSR. A set bit in the x87 control word, or in MXCSR
-        // shifted by MXCSR_MASK_SHIFT, masks the flag's exception (volume 1, 8.1.3 and 10.2.3).
+        // shifted by MXCSR_MASK_SHIFT, masks the flag's exception (volume 1, 8.1.3, 8.1.5 and 10.2.3).
         constexpr unsigned FLOAT_INVALID_FLAG = 0x01;
         constexpr unsigned FLOAT_DENORMAL_FLAG = 0x02;
         constexpr unsigned FLOAT_DIVIDE_FLAG = 0x04;

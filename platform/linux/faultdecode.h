@@ -8,8 +8,9 @@
 
 namespace plat
 {
-    /// Fills in the registers and the record of the fault that a signal reports. Requires SIGSEGV, SIGBUS, SIGILL,
-    /// SIGFPE, SIGTRAP or SIGABRT, and the thread that received it. A signal handler may call it.
+    /// Fills in the registers and the record of the fault that a signal reports. Requires that the signal is SIGSEGV,
+    /// SIGBUS, SIGILL, SIGFPE, SIGTRAP or SIGABRT, and that the calling thread received it. A signal handler may call
+    /// it.
     void FaultFromSignal(int iSignal, siginfo_t const & Info, ucontext_t const & Thread, FaultContext_t & Context,
         FaultRecord_t & Record);
 

@@ -8,7 +8,7 @@ namespace plat
     /// Returns the system's number of the calling thread.
     int CallingThread();
 
-    /// Returns the signal of the guard's clock. It is sent to the guarded thread only.
+    /// Returns the signal of the guard's timer. It is sent to the guarded thread only.
     int FaultGuardSignal();
 
     /// Returns whether the calling thread runs the filter, or ran it last without handling the fault.

@@ -65,7 +65,7 @@ namespace plat
             nanosleep(&Moment, nullptr);
         }
 
-        // Fills the set of signals that are blocked during a filter: all but its own faults and the guard's clock.
+        // Fills the set of signals that are blocked during a filter: all but its own faults and the guard's timer.
         void FillFilterSet(sigset_t & Set)
         {
             sigfillset(&Set);
@@ -107,8 +107,8 @@ namespace plat
         }
 
         // Claims the filter and prepares the calling thread for it. Returns false if the thread may not run it. A fault
-        // in a guarded call ends that call. Any other fault of the filter is passed on. Any other fault of another
-        // thread waits until the filter is done, and then at most DYING_LIMIT for the end of the process.
+        // in a guarded call ends that call instead. Outside one, a fault of the filter itself is passed on. A fault of
+        // another thread waits until the filter is done, and then at most DYING_LIMIT for the end of the process.
         bool BeginFilter()
         {
             FaultGuardEscape();

@@ -160,10 +160,10 @@ namespace
 
 extern "C"
 {
-    // Creates a thread, which has a stack for faults unless the thread checker calls this function. Replaces the C
-    // library's function in the process, and calls it. A program that links the library's objects and a checker's
-    // function of this name uses the latter. The thread has no such stack if the system refuses one. Returns that
-    // function's result, or EAGAIN if there is no memory or no such function.
+    // Creates a thread, which has a stack for faults, unless the thread checker calls this function or the system
+    // refuses a stack. Replaces the C library's function in the process, calls it and returns its result. A program
+    // that links the library's objects and a checker's function of this name uses the latter. Returns EAGAIN if there
+    // is no memory or no function to call.
     ZQ_API __attribute__((weak)) int pthread_create(
         pthread_t * pThread, pthread_attr_t const * pAttributes, Run_t fnRun, void * pArgument) noexcept
     {

@@ -100,8 +100,8 @@ namespace plat
         }
 
         // Empties a file on which no other stream holds a shared lock, and acquires such a lock. This deletes no lines
-        // of a process that holds the lock. On a file system without locks empties the file. Then lines of other
-        // processes are lost.
+        // of a process that holds the lock. Also empties a file on a file system without locks, which deletes lines of
+        // other processes.
         void EmptyUnlessShared(int iFile)
         {
             if (ClaimWriting(iFile))

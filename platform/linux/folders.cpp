@@ -50,7 +50,7 @@ namespace plat
             return Entry.bFailed;
         }
 
-        // Sets bFile of an entry that its folder says to be a regular file. Then does what FailFacts does.
+        // Sets bFile of an entry that its folder reports as a regular file. Then does what FailFacts does.
         ZQ_COLD bool FailFactsOfFile(FolderEntry_t & Entry)
         {
             Entry.bFile = true;

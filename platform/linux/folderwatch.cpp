@@ -81,8 +81,8 @@ namespace plat
         return nFilled > 0 && Collect(static_cast<std::size_t>(nFilled));
     }
 
-    // Handles the buffer of events and the rest of the queue, at most MAX_READS buffers. Then does what Deliver does.
-    // Checks the lengths, because the bytes may be those of another file: the identity does not always
+    // Handles the buffer of events and the rest of the queue, at most MAX_READS buffers. Then calls Deliver and returns
+    // its result. Checks the lengths, because the bytes may be those of another file: the identity does not always
     // distinguish that file from the queue.
     bool FolderWatch_c::Tree_c::Collect(std::size_t nFilled)
     {

@@ -75,8 +75,8 @@ namespace plat
         FolderLock_c & operator=(FolderLock_c const &) = delete;
 
         /// Returns false in these cases:
-        /// - Another one holds the lock.
-        /// - The folder may be read, but can't be opened.
+        /// - Another FolderLock_c holds the lock.
+        /// - The folder can't be opened, for another reason than a missing right to read it.
         bool IsHeld() const { return m_bHeld; }
 
     private:

@@ -311,7 +311,7 @@ namespace plat
         m_bTooLong = m_szOriginal[iByte] != 0;
     }
 
-    // Restores the text from iFrom to iTo as it is written, and ends the path there.
+    // Restores the caller's text from iFrom to iTo, with `/` as the separator, and ends the path at iTo.
     void DiskPath_c::EndAsWritten(std::size_t iFrom, std::size_t iTo)
     {
         std::replace_copy(m_szOriginal + iFrom, m_szOriginal + iTo, m_szPath + iFrom, '\\', '/');
@@ -428,7 +428,7 @@ namespace plat
     }
 
     // Spells each name of the path that leads nowhere as its folder does. Returns false if there is none, or if one was
-    // not found. Sets m_iFault to an error that prevented the search of a folder.
+    // not found. m_iFault is then the error that prevented the search, or 0 for a missing name or right.
     bool DiskPath_c::SpellFromFolders()
     {
         EndAsWritten(0, m_nLength);

@@ -72,7 +72,8 @@ namespace plat
             std::size_t nCallerStack;
         };
 
-        // Reports to the address checker that the thread is about to run on another stack. Does nothing without it.
+        // Reports to the address checker that the thread is about to run on another stack. Does nothing without the
+        // checker.
         void ReportLeaving(void ** ppFrames, void const * pStack, std::size_t nBytes)
         {
 #if ZQ_ADDRESS_CHECKER

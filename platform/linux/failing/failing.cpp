@@ -158,7 +158,7 @@ namespace
     }
 
     // Counts a call and returns how many of nBytes it may handle, or -1 if it fails. If it fails, sets errno.
-    ssize_t CountBytes(Kind_e eKind, std::size_t nBytes, void const * pCaller)
+    ssize_t CountTransfer(Kind_e eKind, std::size_t nBytes, void const * pCaller)
     {
         bool const bFails = CountCall(eKind, pCaller);
         return bFails && errno != 0 ? -1 : static_cast<ssize_t>(bFails ? (nBytes + 1) / 2 : nBytes);
@@ -180,7 +180,7 @@ namespace
     extern "C" ssize_t __wrap_##Name Parameters;                                                                       \
     extern "C" ssize_t __wrap_##Name Parameters                                                                        \
     {                                                                                                                  \
-        ssize_t const nAllowed = CountBytes(eKind, nBytes, __builtin_return_address(0));                               \
+        ssize_t const nAllowed = CountTransfer(eKind, nBytes, __builtin_return_address(0));                            \
         nBytes = static_cast<std::size_t>(nAllowed);                                                                   \
         return nAllowed < 0 ? -1 : __real_##Name Arguments;                                                            \
     }
