@@ -8,10 +8,11 @@ namespace
     using testing::AllOf;
     using testing::ContainsRegex;
     using testing::HasSubstr;
+    using testing::StartsWith;
     using Json_t = nlohmann::json;
 
-    constexpr char HEAD[] = "\nPROGRAM IS CRASHED!!!\r\nException code: C0000005 ACCESS_VIOLATION\r\n"
-                            "Fault address:  5566C95A4165 0F:00000105 /srv/game/game\r\n\r\nRegisters:\r\nEAX:0\r\n";
+    std::string const HEAD = "\nPROGRAM IS CRASHED!!!\r\nException code: C0000005 ACCESS_VIOLATION\r\n"
+                             "Fault address:  5566C95A4165 0F:00000105 /srv/game/game\r\n\r\nRegisters:\r\nEAX:0\r\n";
     constexpr char STACK[] =
         "\r\nCall stack:\r\nAddress   Frame     Function            SourceFile\r\n"
         "5566C95A4165  7FFF0010  std::vector<int>::operator[]+1C   /usr/include/c++/12/vector(9): \r\n"
@@ -26,11 +27,10 @@ namespace
     {
         std::string const sStack = STACK;
         std::size_t const iThird = sStack.find("7F00");
-        return std::string(HEAD) + STACK + REST + sStack.substr(0, iThird) + VARIABLES + sStack.substr(iThird)
-               + "\r\n\r\n";
+        return HEAD + STACK + REST + sStack.substr(0, iThird) + VARIABLES + sStack.substr(iThird) + "\r\n\r\n";
     }
 
-    constexpr char DETAILS[] = R"(ZQCore crash details 1
+    std::string const DETAILS = R"(ZQCore crash details 1
 
 [Fault]
 code: C0000005 ACCESS_VIOLATION
@@ -155,6 +155,9 @@ protected:
         return m_Folder.Write(sStem + "_details.txt", sText);
     }
 
+    // Returns what the command prints.
+    static std::string Shown(std::string const & sArguments) { return RunTool("crash " + sArguments).sOutput; }
+
     TempFolder_c const m_Folder;
 };
 
@@ -162,7 +165,7 @@ TEST_F(ZqtoolCrash, ShowsTheDetailsOfACrashWhateverNamesIt)
 {
     std::string const sDetails = WriteDetails(DETAILS);
     EXPECT_THAT(RunTool("crash " + sDetails), Ends(0, Replaced(SHOWN, "FILE", m_Folder.Join(STEM))));
-    std::string const sReport = WriteReport(std::string(HEAD) + STACK);
+    std::string const sReport = WriteReport(HEAD + STACK);
     Result_t const Both = RunTool("crash " + sReport + " " + sDetails + " " + m_Folder.GetPath());
     EXPECT_EQ(Both.sOutput, Replaced(SHOWN, "FILE_details.txt", sReport)) << "each crash once, whatever names it";
     // A pipe has the details' own name.
@@ -171,40 +174,36 @@ TEST_F(ZqtoolCrash, ShowsTheDetailsOfACrashWhateverNamesIt)
     MakePipe(sDetails);
     for (std::string const & sNames : { sReport, sMore, m_Folder.GetPath(), sMore + " " + sReport })
     {
-        EXPECT_EQ(RunTool("crash " + sNames).sOutput, Both.sOutput) << sNames;
+        EXPECT_EQ(Shown(sNames), Both.sOutput) << sNames;
     }
-    auto const Sample = [this]
-    {
-        std::string const sFolded = " crash --fold --json " + m_Folder.GetPath();
-        return Json_t::parse(RunShell(TEST_EMULATOR ZQTOOL_PATH + sFolded).sOutput)["sample"];
-    };
+    std::string const sFold = TEST_EMULATOR ZQTOOL_PATH " crash --fold --json " + m_Folder.GetPath();
+    auto const Sample = [&] { return Json_t::parse(RunShell(sFold).sOutput)["sample"]; };
     EXPECT_EQ(Sample()["threads"].size(), 1u) << "the sample is whole";
-    EXPECT_THAT(RunTool("crash " + sDetails).sOutput, HasSubstr(sDetails + ": this is no regular file\n"));
+    EXPECT_THAT(Shown(sDetails), HasSubstr(sDetails + ": this is no regular file\n"));
     fs::remove(sMore);
     EXPECT_EQ(Sample()["details"], false);
 }
 
 TEST_F(ZqtoolCrash, ShowsAReportWithoutDetails)
 {
-    Result_t const Result = RunTool("crash " + WriteReport(WithVariables()));
-    EXPECT_EQ(Result.iStatus, 0);
-    EXPECT_EQ(Result.sOutput,
+    std::string const sExpected =
         "access violation in std::vector<int>::operator[], called from (anonymous namespace)::operator (a(1).cpp:22)\n"
-            + m_Folder.Join(STEM)
-            + ".rpt, 2013-03-07 09:05:41, C0000005 ACCESS_VIOLATION, without details\n\nLikely frame\n"
-              "  > #1   (anonymous namespace)::operator+5E  /srv/game/a(1).cpp:22\n      > 22 | if (a < b)\n\nStack\n"
-              "    #0   std::vector<int>::operator[]+1C  /usr/include/c++/12/vector:9\n"
-              "  > #1   (anonymous namespace)::operator+5E  /srv/game/a(1).cpp:22\n"
-              "    #2   libc.so.6, section 12+6CD9\n    #3   0x1\n\nVariables of frame 1\n"
-              "    parameter Ship: Ship_t\n      .iHull = 1A\n    local p = 0\n");
-    for (auto const & [sCode, sExpected] :
+        + m_Folder.Join(STEM)
+        + ".rpt, 2013-03-07 09:05:41, C0000005 ACCESS_VIOLATION, without details\n\nLikely frame\n"
+          "  > #1   (anonymous namespace)::operator+5E  /srv/game/a(1).cpp:22\n      > 22 | if (a < b)\n\nStack\n"
+          "    #0   std::vector<int>::operator[]+1C  /usr/include/c++/12/vector:9\n"
+          "  > #1   (anonymous namespace)::operator+5E  /srv/game/a(1).cpp:22\n"
+          "    #2   libc.so.6, section 12+6CD9\n    #3   0x1\n\nVariables of frame 1\n"
+          "    parameter Ship: Ship_t\n      .iHull = 1A\n    local p = 0\n";
+    EXPECT_THAT(RunTool("crash " + WriteReport(WithVariables())), Ends(0, sExpected));
+    for (auto const & [sCode, sStart] :
         Rows_t<std::string, std::string>{ { "C00000FD STACK_OVERFLOW", "stack overflow in std::" },
             { "C0000094 INT_DIVIDE_BY_ZERO", "integer division by zero in " },
             { "E06D7363 Uncaught C++ exception Lost_t: why", "uncaught exception Lost_t: why in " },
             { "C0001234 what it is", "exception 0xC0001234, what it is in " } })
     {
         std::string const sReport = Replaced(WithVariables(), "C0000005 ACCESS_VIOLATION", sCode);
-        EXPECT_THAT(RunTool("crash " + WriteReport(sReport)).sOutput, testing::StartsWith(sExpected));
+        EXPECT_THAT(Shown(WriteReport(sReport)), StartsWith(sStart));
     }
 }
 
@@ -218,18 +217,18 @@ TEST_F(ZqtoolCrash, ShowsARecursionOnceWithTheNumberOfItsTurns)
     }
     std::string const sDetails =
         Replaced(Replaced(DETAILS, "#1 5566", sTurns + "#13 5566"), "#2 5566C95A41CD", "#14 5566C95A41CD");
-    EXPECT_THAT(RunTool("crash " + WriteDetails(sDetails)).sOutput,
+    EXPECT_THAT(Shown(WriteDetails(sDetails)),
         HasSubstr("\nStack\n    #0   Abort+1C  zqcore/cdebug.cpp:7\n  > #1   Visit+9  game\n    #2   Walk+7  game\n"
                   "    ... these 2 frames 5 more times, to #12 ...\n    #13  Ship_c::Hit [inlined]"));
     std::string const sFew = sTurns.substr(0, sTurns.find("#7 "));
-    EXPECT_THAT(RunTool("crash " + WriteDetails(Replaced(DETAILS, "#1 5566", sFew + "#7 5566"))).sOutput,
+    EXPECT_THAT(Shown(WriteDetails(Replaced(DETAILS, "#1 5566", sFew + "#7 5566"))),
         HasSubstr("    #6   Walk+7  game\n    #7   Ship_c::Hit"))
         << "three turns are shown";
 }
 
 TEST_F(ZqtoolCrash, AThreadsNameForgesNoLock)
 {
-    EXPECT_THAT(RunTool("crash " + WriteDetails(Replaced(DETAILS, "\"audio\"", "\"x, holds \"y\""))).sOutput,
+    EXPECT_THAT(Shown(WriteDetails(Replaced(DETAILS, "\"audio\"", "\"x, holds \"y\""))),
         HasSubstr("4712 \"x, holds \"y\", waits for g_csAsync: "));
 }
 
@@ -250,9 +249,9 @@ TEST_F(ZqtoolCrash, NamesTheHostsFunctionAsTheCauseNotTheRuntimeThatEndsTheProce
              { Replaced(sTrap, "165 Abort", "165 Other"), "breakpoint in Other, called from",
                  "trap in libzqcore.so.0: " } })
     {
-        Json_t const Crash = Json_t::parse(RunTool("crash --json " + WriteDetails(sDetails)).sOutput);
+        Json_t const Crash = Json_t::parse(Shown("--json " + WriteDetails(sDetails)));
         std::string const sPlace = sHeadline.ends_with("from") ? " Ship_c::Hit (" : " in Ship_c::Hit (";
-        EXPECT_THAT(Crash["headline"].get<std::string>(), testing::StartsWith(sHeadline + sPlace));
+        EXPECT_THAT(Crash["headline"].get<std::string>(), StartsWith(sHeadline + sPlace));
         EXPECT_EQ(Crash["signature"], sSignature + sFunctions);
     }
 }
@@ -264,15 +263,12 @@ TEST_F(ZqtoolCrash, ShowsWhatTheLibraryWrites)
     Result_t const Result = RunTool("crash --json " + m_Folder.GetPath());
     ASSERT_EQ(Result.iStatus, 0) << Result.sOutput;
     Json_t const Crash = Json_t::parse(Result.sOutput);
-    EXPECT_THAT(Crash["headline"].get<std::string>(), testing::StartsWith("write to address 0x10 in "));
+    EXPECT_THAT(Crash["headline"].get<std::string>(), StartsWith("write to address 0x10 in "));
     EXPECT_EQ(Json_t({ Crash["kind"], Crash["data"], Crash["process"]["host"], Crash["timers"].back() }),
         Json_t({ "write", "0x10", "Robots v2.7", "World" }));
     EXPECT_EQ(Crash["log"].size(), 32u);
-    EXPECT_THAT(RunTool("crash " + m_Folder.GetPath()).sOutput, HasSubstr("\nLast lines of the log\n"));
-    if (*ZQSYMBOLS_PATH != '\0')
-    {
-        EXPECT_THAT(Crash["signature"].get<std::string>(), ContainsRegex("^write in crasher: .*WriteTo < "));
-    }
+    NEEDS_ZQSYMBOLS;
+    EXPECT_THAT(Crash["signature"].get<std::string>(), ContainsRegex("^write in crasher: .*WriteTo < "));
 }
 
 TEST_F(ZqtoolCrash, FoldsByCauseTheLargestGroupFirst)
@@ -299,7 +295,7 @@ TEST_F(ZqtoolCrash, FoldsByCauseTheLargestGroupFirst)
     EXPECT_THAT(sPage, HasSubstr("deep/CrashReport_4.rpt(1): not a crash report: not one</li>"));
     EXPECT_EQ(sPage.find("://"), std::string::npos) << "the page needs nothing else";
 
-    std::string const sGroups = RunTool("crash --fold --json " + m_Folder.GetPath()).sOutput;
+    std::string const sGroups = Shown("--fold --json " + m_Folder.GetPath());
     Json_t const Largest =
         Json_t::parse(sGroups.substr(sGroups.find("\n{"), sGroups.find("}\n{") - sGroups.find("\n{") + 1));
     EXPECT_EQ(Json_t({ Largest["count"], Largest["first"], Largest["versions"]["Robots v2.8"],
@@ -318,22 +314,22 @@ TEST_F(ZqtoolCrash, ThePageHasTheLogOfACrashWithoutFrames)
 
 TEST_F(ZqtoolCrash, CountsTheVersionsOfEachGroupInOrder)
 {
-    std::string const sDetails = DETAILS, sOther = Replaced(sDetails, "Ship_c::Hit [inlined]", "Sink [inlined]");
-    std::string const sNine = Replaced(sDetails, "v2.7", "v2.9"), sTen = Replaced(sDetails, "v2.7", "v2.10");
+    std::string const sOther = Replaced(DETAILS, "Ship_c::Hit [inlined]", "Sink [inlined]");
+    std::string const sNine = Replaced(DETAILS, "v2.7", "v2.9"), sTen = Replaced(DETAILS, "v2.7", "v2.10");
     WriteDetails(Replaced(sNine, "memory:", "host: Robots v9.9\nmemory:"), "CrashReport_1");
     WriteDetails(sTen, "CrashReport_2");
     // Only whole lines count: these break off within the version, and before it.
     WriteDetails(sTen.substr(0, sTen.find("v2.10") + 4), "CrashReport_cut");
     WriteDetails(sTen.substr(0, sTen.find("[Process]")), "CrashReport_short");
     WriteDetails(Replaced(Replaced(sOther, "v2.7", "v2.10.1"), "2013-03", "some day"), "CrashReport_3");
-    WriteReport(std::string(HEAD) + STACK, "CrashReport_-7.3.2013__9_5_41");   // without details, and without a time
-    WriteDetails(Replaced(sNine, "T09:05", "T17:59"), "CrashReport_5");        // of the same day
-    EXPECT_THAT(RunTool("crash --fold " + m_Folder.GetPath()).sOutput,
+    WriteReport(HEAD + STACK, "CrashReport_-7.3.2013__9_5_41");           // without details, and without a time
+    WriteDetails(Replaced(sNine, "T09:05", "T17:59"), "CrashReport_5");   // of the same day
+    EXPECT_THAT(Shown("--fold " + m_Folder.GetPath()),
         ContainsRegex("7 crashes in 3 groups\n\n +5  write in [^\n]*: Ship_c::Hit [^\n]*\n"
                       " +2013-03-07, version Robots v2.9 \\(2\\), Robots v2.10 \\(1\\)\n[^\n]*\n\n"
                       " +1  access in [^\n]*\n[^\n]*CrashReport_-7.3.2013__9_5_41.rpt\n\n"
                       " +1  write in [^\n]*: Sink [^\n]*\n +version Robots v2.10.1\n"));
-    std::string const sJson = RunTool("crash --json " + m_Folder.Join("CrashReport_1_details.txt")).sOutput;
+    std::string const sJson = Shown("--json " + m_Folder.Join("CrashReport_1_details.txt"));
     EXPECT_EQ(Json_t::parse(sJson)["process"]["host"], "Robots v2.9") << "the first one of a repeated key";
 }
 
@@ -358,15 +354,11 @@ document.documentElement.dataset.fits = document.documentElement.scrollWidth <= 
 TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
 {
     std::string const sGood = WithVariables(), sZeros(5000, '\0'), sLong(100000, 'x');
-    std::string const sStack = std::string(HEAD) + STACK;
+    std::string const sStack = HEAD + STACK;
     // A row has a report, what zqtool says of it, and what zqtool shows nevertheless.
     for (auto const & [sReport, sExpected, sShown] : Rows_t<std::string, std::string, std::string>{
              { "", ": the report is empty", "" }, { sZeros, "(1): a line has zeros in place of text (and 1 more)", "" },
-             { "\x7F"
-               "ELF\x02\x01\n",
-                 "(1): not a crash report: \xEF\xBF\xBD"
-                 "ELF\xEF\xBF\xBD\xEF\xBF\xBD\n",
-                 "" },
+             { "\177ELF\2\1\n", "(1): not a crash report: \uFFFDELF\uFFFD\uFFFD\n", "" },
              { HEAD, "(7): the report breaks off before its call stack", "access violation at 0x5566C95A4165" },
              { sStack.substr(0, sStack.find("5566C95A41CD") + 20), "(12): the file breaks off within this line",
                  "operator[]+1C" },
@@ -383,9 +375,9 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
         EXPECT_THAT(RunTool("crash " + WriteReport(sReport)),
             Ends(1, AllOf(HasSubstr(std::string(STEM) + ".rpt" + sExpected), HasSubstr(sShown))));
     }
-    std::string const sDetails = DETAILS, sMember = "        .iHull: int = 26 (0x1A)\n";
+    std::string const sMember = "        .iHull: int = 26 (0x1A)\n";
     WriteDetails("ZQCore crash details 1\n(cut: the disk is full)\n");
-    EXPECT_THAT(RunTool("crash " + m_Folder.GetPath()).sOutput, HasSubstr("\nIncomplete\n    the disk is full\n"));
+    EXPECT_THAT(Shown(m_Folder.GetPath()), HasSubstr("\nIncomplete\n    the disk is full\n"));
     std::string sMembers, sVariables, sCuts = "[Modules]\n(cut: x)\n";
     for (int i = 0; i < 10'000; ++i)
     {
@@ -397,19 +389,19 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
         Ends(1, HasSubstr("a list of more than 10000 variables is cut")));
     WriteReport(sStack);
     for (auto const & [sText, sExpected] :
-        Rows_t<std::string, std::string>{ { Replaced(sDetails, sMember, sMembers),
+        Rows_t<std::string, std::string>{ { Replaced(DETAILS, sMember, sMembers),
                                               "(10052): a list of more than 10000 entries is cut, in this crash" },
-            { Replaced(sDetails, "[Modules]\n", sCuts),
+            { Replaced(DETAILS, "[Modules]\n", sCuts),
                 "(10054): a list of more than 10000 entries is cut, in this crash" },
             { "", ": the details are empty" }, { "x\n", "(1): not the details of a crash: x" },
             { "ZQCore crash details 2\n", "(1): details of another version" },
-            { sDetails.substr(0, sDetails.find("\n[Modules]")), "(38): the details break off in [Threads]" },
-            { sDetails.substr(0, sDetails.find("\n[Modules]") + 1) + sDetails,
+            { DETAILS.substr(0, DETAILS.find("\n[Modules]")), "(38): the details break off in [Threads]" },
+            { DETAILS.substr(0, DETAILS.find("\n[Modules]") + 1) + DETAILS,
                 "(40): the details break off in [Threads]" },
-            { Replaced(sDetails, "[Modules]", "[Fault]"), "(40): out of order: [Fault]" },
-            { Replaced(sDetails, "data: 00000010", "data: q"), "(6): not an address: data: q" },
-            { Replaced(sDetails, "#1 5566", "#x 5566"), "(13): not a frame: #x" },
-            { Replaced(sDetails, "-5566C95A5000", ""), "(41): not a module: 5566C95A4000 01" } })
+            { Replaced(DETAILS, "[Modules]", "[Fault]"), "(40): out of order: [Fault]" },
+            { Replaced(DETAILS, "data: 00000010", "data: q"), "(6): not an address: data: q" },
+            { Replaced(DETAILS, "#1 5566", "#x 5566"), "(13): not a frame: #x" },
+            { Replaced(DETAILS, "-5566C95A5000", ""), "(41): not a module: 5566C95A4000 01" } })
     {
         WriteDetails(sText);
         EXPECT_THAT(RunTool("crash " + m_Folder.Join(STEM) + ".rpt"),
@@ -420,42 +412,36 @@ TEST_F(ZqtoolCrash, SaysWhatIsDamagedAndGoesOn)
 
 TEST_F(ZqtoolCrash, ReadsTheStartOfAHugeFile)
 {
-    std::string const sReport = WriteReport(std::string(HEAD) + STACK);
+    std::string const sReport = WriteReport(HEAD + STACK);
     fs::resize_file(sReport, 1 << 30);   // appends a hole, which reads as zeros
-    EXPECT_THAT(RunTool("crash " + sReport).sOutput, HasSubstr(sReport + ": more than 16 MiB; the rest is not read\n"));
+    EXPECT_THAT(Shown(sReport), HasSubstr(sReport + ": more than 16 MiB; the rest is not read\n"));
 }
 
 TEST_F(ZqtoolCrash, FindsAllFilesInWhateverOrderTheyAreNamed)
 {
-    std::string const sReport = std::string(HEAD) + STACK, sFolder = m_Folder.MakeFolder("named");
-    m_Folder.Write("named/x.rpt", sReport);
+    std::string const sOther = Replaced(HEAD + STACK, "C0000005 ACCESS", "C0000006 IN_PAGE");
+    std::string const sFolder = m_Folder.MakeFolder("named"), sReport = m_Folder.Write("named/x.rpt", HEAD + STACK);
     m_Folder.Write("named/x_details.txt", DETAILS);   // no report's name, so the folder alone does not count it
-    EXPECT_THAT(RunTool("crash " + sFolder).sOutput, testing::StartsWith("access violation in "));
-    EXPECT_THAT(
-        RunTool("crash " + sFolder + "/x.rpt " + sFolder).sOutput, testing::StartsWith("write to address 0x10"));
-    EXPECT_THAT(
-        RunTool("crash " + sFolder + " " + sFolder + "/x.rpt").sOutput, testing::StartsWith("write to address 0x10"));
-    std::string const sTwice = RunTool("crash " + sFolder + "/x.rpt " + sFolder + "/../named/x.rpt").sOutput;
-    EXPECT_EQ(sTwice, RunTool("crash " + sFolder + "/x.rpt").sOutput) << "another path of it";
+    EXPECT_THAT(Shown(sFolder), StartsWith("access violation in "));
+    EXPECT_THAT(Shown(sReport + " " + sFolder), StartsWith("write to address 0x10"));
+    EXPECT_THAT(Shown(sFolder + " " + sReport), StartsWith("write to address 0x10"));
+    EXPECT_EQ(Shown(sReport + " " + sFolder + "/../named/x.rpt"), Shown(sReport)) << "another path of it";
     m_Folder.MakeFolder("named/y");
     fs::create_directory_symlink("y", sFolder + "/x");
-    m_Folder.Write("named/y.rpt", Replaced(sReport, "C0000005 ACCESS", "C0000006 IN_PAGE"));
-    EXPECT_THAT(RunTool("crash " + sFolder).sOutput, AllOf(HasSubstr("C0000006"), HasSubstr("C0000005")))
-        << "a link that has the name of a report leads to the name of another";
+    m_Folder.Write("named/y.rpt", sOther);
+    auto const HasBoth = AllOf(HasSubstr("C0000006"), HasSubstr("C0000005"));
+    EXPECT_THAT(Shown(sFolder), HasBoth) << "a link that has the name of a report leads to the name of another";
     fs::remove(sFolder + "/x");
-    m_Folder.Write("named/x", Replaced(sReport, "C0000005 ACCESS", "C0000006 IN_PAGE"));
-    for (char const * const szFiles : { "/x", "/x.rpt" })
+    std::string const sX = m_Folder.Write("named/x", sOther);
+    for (std::string const & sNames : { sX + " " + sReport, sReport + " " + sX })
     {
-        std::string const sOther = szFiles == std::string("/x") ? "/x.rpt" : "/x";
-        EXPECT_THAT(RunTool("crash " + sFolder + szFiles + " " + sFolder + sOther).sOutput,
-            AllOf(HasSubstr("C0000006"), HasSubstr("C0000005")))
-            << szFiles;
+        EXPECT_THAT(Shown(sNames), HasBoth) << sNames;
     }
 }
 
 TEST_F(ZqtoolCrash, ContinuedReportsAreSeveralCrashes)
 {
-    std::string const sSecond = Replaced(std::string(HEAD) + STACK, "C0000005 ACCESS", "C0000006 IN_PAGE");
+    std::string const sSecond = Replaced(HEAD + STACK, "C0000005 ACCESS", "C0000006 IN_PAGE");
     std::string const sAll = HEAD + sSecond;   // the first report faulted in its registers
     WriteDetails(Replaced(DETAILS, "C0000005", "C0000006"));
     EXPECT_THAT(RunTool("crash " + WriteReport(sAll)),
@@ -465,29 +451,24 @@ TEST_F(ZqtoolCrash, ContinuedReportsAreSeveralCrashes)
 
 TEST_F(ZqtoolCrash, ALineOfASystemHeaderInAReportHidesNoFunctionOfTheHost)
 {
-    std::string const sNameless =
-        Replaced(DETAILS, "libzqcore.so.0+165 Abort+1C\n    at zqcore/cdebug.cpp:7", "game+165 ?");
-    WriteDetails(sNameless);
-    std::string const sReport = Replaced(std::string(HEAD) + STACK, "std::vector<int>::operator[]", "Game::Tick");
-    EXPECT_THAT(RunTool("crash " + WriteReport(sReport)).sOutput, HasSubstr("\n  > #0   Game::Tick+1C"));
+    WriteDetails(Replaced(DETAILS, "libzqcore.so.0+165 Abort+1C\n    at zqcore/cdebug.cpp:7", "game+165 ?"));
+    std::string const sReport = Replaced(HEAD + STACK, "std::vector<int>::operator[]", "Game::Tick");
+    EXPECT_THAT(Shown(WriteReport(sReport)), HasSubstr("\n  > #0   Game::Tick+1C"));
 }
 
 TEST_F(ZqtoolCrash, NamesAStrippedProgramByItsBuildId)
 {
     NEEDS_VFORK;
     std::string const sProgram = m_Folder.Join("stripped"), sSymbols = m_Folder.MakeFolder("symbols/.build-id/ab");
-    SKIP_IF(RunShell("objcopy --only-keep-debug '" CRASHER_PATH "' '" + sSymbols + "/cd.debug' && strip -o '" + sProgram
-                     + "' '" CRASHER_PATH "'")
-                    .iStatus
-                != 0,
-        "no binutils here");
+    std::string const sSplit = "objcopy --only-keep-debug '" CRASHER_PATH "' '" + sSymbols + "/cd.debug' && strip -o '"
+                               + sProgram + "' '" CRASHER_PATH "'";
+    SKIP_IF(RunShell(sSplit).iStatus != 0, "no binutils here");
     RunIn(m_Folder, "inlined silent", ZQSYMBOLS_PATH, sProgram);
     std::string const sFile = " " + m_Folder.Join("CrashReport_*.rpt");
-    EXPECT_THAT(
-        RunTool("crash" + sFile).sOutput, ContainsRegex("^write to address 0x10 in stripped\\+[0-9A-F]+, thread"));
-    EXPECT_THAT(RunTool("crash" + sFile).sOutput,
-        ContainsRegex("\n  > #0 +stripped.*\n +no name in this file; --symbols FOLDER reads it from one with build-id "
-                      "[0-9a-f]+\n\nStack\n"));
+    EXPECT_THAT(Shown(sFile),
+        AllOf(ContainsRegex("^write to address 0x10 in stripped\\+[0-9A-F]+, thread"),
+            ContainsRegex("\n  > #0 +stripped.*\n +no name in this file; --symbols FOLDER reads it from one with "
+                          "build-id [0-9a-f]+\n\nStack\n")));
     Result_t const Named = RunTool("crash --symbols " + m_Folder.Join("symbols") + sFile);
     if (Named.sOutput.find("needs a build with libdw") != std::string::npos)
     {
@@ -506,14 +487,13 @@ TEST_F(ZqtoolCrash, ColoursObeyNoColorAndTextsControlNoTerminal)
     std::string const sFile =
         WriteDetails(Replaced(DETAILS, "last words", "\x1B[5m\x7F\xC2\x9B\xE2\x80\xAE\xF0\x9F\x9A\x80\xE2\x80\t\""));
     std::string const sCommand = " TERM=xterm '" ZQTOOL_PATH "' crash '" + sFile + "'";
-    EXPECT_THAT(RunTool("crash --json " + sFile).sOutput,
-        HasSubstr("\"\\u001b[5m\\u007f\\u009b\\u202e\\ud83d\\ude80\\ufffd\\t\\\"\""));
-    auto const Shown = [](std::string const & sLine)
+    EXPECT_THAT(Shown("--json " + sFile), HasSubstr("\"\\u001b[5m\\u007f\\u009b\\u202e\\ud83d\\ude80\\ufffd\\t\\\"\""));
+    auto const Coloured = [](std::string const & sLine)
     { return RunOnTerminal([&] { return BecomeShell(sLine); }).sOutput; };
     SKIP_IF(*TEST_EMULATOR != '\0', "the terminal starts the tool without the emulator");
-    EXPECT_THAT(Shown("exec env -u NO_COLOR" + sCommand), testing::StartsWith("\x1B[1mwrite to address"));
-    std::string const sPlain = Shown("exec env NO_COLOR=1" + sCommand);
-    EXPECT_THAT(sPlain, testing::StartsWith("write to address"));
+    EXPECT_THAT(Coloured("exec env -u NO_COLOR" + sCommand), StartsWith("\x1B[1mwrite to address"));
+    std::string const sPlain = Coloured("exec env NO_COLOR=1" + sCommand);
+    EXPECT_THAT(sPlain, StartsWith("write to address"));
     EXPECT_EQ(sPlain.find('\x1B'), std::string::npos) << "what a file holds controls no terminal";
 }
 
@@ -521,18 +501,14 @@ TEST_F(ZqtoolCrash, ArgumentsAreChecked)
 {
     std::string const sFile = WriteDetails(DETAILS);
     // Statuses: 0 success, 1 a failure with a file or a folder, 2 wrong arguments.
-    for (auto const & [sArguments, iStatus, sExpected] :
-        Rows_t<std::string, int, std::string>{ { "--version", 0, "zqtool 0." }, { "--help", 0, "crash" },
-            { "crash --help", 0, "--symbols" }, { "stats --help", 0, "--ticks-per-second" }, { "crash", 2, "FILE" },
-            { "crash --colour " + sFile, 2, "--colour" }, { "frob", 2, "frob" },
-            { "crash --html " + sFile + " " + sFile, 1, "is the file to read" },
-            { "crash --html " + sFile + " " + m_Folder.GetPath(), 1, "is the file to read" },
-            { "crash --html " + m_Folder.Join("no/such.html") + " " + sFile, 1, "such.html: it can't be written" },
-            { "crash " + m_Folder.Join("absent.rpt"), 1, "absent.rpt: there is no such file" },
-            { "crash " + m_Folder.MakeFolder("none"), 1, "none: no crash report in this folder" } })
+    for (auto const & [sArguments, iStatus, sExpected] : Rows_t<std::string, int, std::string>{ { "crash", 2, "FILE" },
+             { "crash --html " + sFile + " " + sFile, 1, "is the file to read" },
+             { "crash --html " + sFile + " " + m_Folder.GetPath(), 1, "is the file to read" },
+             { "crash --html " + m_Folder.Join("no/such.html") + " " + sFile, 1, "such.html: it can't be written" },
+             { "crash " + m_Folder.Join("absent.rpt"), 1, "absent.rpt: there is no such file" },
+             { "crash " + m_Folder.MakeFolder("none"), 1, "none: no crash report in this folder" } })
     {
         EXPECT_THAT(RunTool(sArguments), Ends(iStatus, HasSubstr(sExpected))) << sArguments;
     }
-    EXPECT_NE(RunShell(TEST_EMULATOR "'" ZQTOOL_PATH "' crash --help 2>/dev/null").sOutput, "") << "help is no error";
     EXPECT_EQ(m_Folder.Read(std::string(STEM) + "_details.txt"), DETAILS) << "the page replaced its source";
 }
