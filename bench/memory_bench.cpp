@@ -67,10 +67,10 @@ namespace
         constexpr int FUNCTION_MALLOC = 10;   // DMALLOC_FUNC_MALLOC
         constexpr int FUNCTION_FREE = 18;     // DMALLOC_FUNC_FREE
         constexpr char LIBRARY[] = "libdmallocth.so.5";
-        auto const fnSetup = PeerFunction<void (*)(char const *)>(LIBRARY, "dmalloc_debug_setup");
-        auto const fnMalloc =
-            PeerFunction<void * (*)(char const *, int, std::size_t, int, std::size_t, int)>(LIBRARY, "dmalloc_malloc");
-        auto const fnFree = PeerFunction<int (*)(char const *, int, void *, int)>(LIBRARY, "dmalloc_free");
+        auto const fnSetup = FindPeerFunction<void (*)(char const *)>(LIBRARY, "dmalloc_debug_setup");
+        auto const fnMalloc = FindPeerFunction<void * (*)(char const *, int, std::size_t, int, std::size_t, int)>(
+            LIBRARY, "dmalloc_malloc");
+        auto const fnFree = FindPeerFunction<int (*)(char const *, int, void *, int)>(LIBRARY, "dmalloc_free");
         if (!fnSetup || !fnMalloc || !fnFree)
         {
             State.SkipWithError("libdmalloc is not installed");

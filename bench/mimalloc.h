@@ -7,7 +7,7 @@
 /// Loads a library and returns one of its functions. Returns null if either is missing. Linked normally, an allocator
 /// would replace malloc for the whole process and so change every row.
 template <typename FUNCTION>
-FUNCTION PeerFunction(char const * szLibrary, char const * szFunction)
+FUNCTION FindPeerFunction(char const * szLibrary, char const * szFunction)
 {
     void * const hLibrary = ::dlopen(szLibrary, RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);
     return hLibrary ? reinterpret_cast<FUNCTION>(::dlsym(hLibrary, szFunction)) : nullptr;
@@ -32,6 +32,6 @@ struct Mimalloc_s
     void Release(void * pBlock, std::size_t) { fnFree(pBlock); }
 
     static constexpr char LIBRARY[] = "libmimalloc.so.2";
-    void * (*fnMalloc)(std::size_t) = PeerFunction<void * (*)(std::size_t)>(LIBRARY, "mi_malloc");
-    void (*fnFree)(void *) = PeerFunction<void (*)(void *)>(LIBRARY, "mi_free");
+    void * (*fnMalloc)(std::size_t) = FindPeerFunction<void * (*)(std::size_t)>(LIBRARY, "mi_malloc");
+    void (*fnFree)(void *) = FindPeerFunction<void (*)(void *)>(LIBRARY, "mi_free");
 };

@@ -45,7 +45,7 @@ namespace plat
     bool ClipboardEmpty();
 
     /// Allocates a block of zeroed bytes, which the caller owns, and returns it. Returns null above CLIPBOARD_LIMIT.
-    ClipboardBlock_t ClipboardBlockNew(std::size_t nBytes);
+    ClipboardBlock_t ClipboardBlockAllocate(std::size_t nBytes);
 
     /// Frees a block that does not belong to the clipboard. Null does nothing.
     void ClipboardBlockFree(ClipboardBlock_t hBlock);

@@ -142,7 +142,7 @@ namespace plat
     /// outer call also applies in an inner one. Requires that the caller is a filter or the one thread that it waits
     /// for. Returns false if a fault of this thread or the time limit ended the call. Then whatever the call held stays
     /// held.
-    ZQ_API bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);
+    ZQ_API bool FaultCallGuarded(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds);
 
     /// Ends the process at once with a status. No exit handler runs.
     [[noreturn]] ZQ_API void FaultExit(int iStatus);

@@ -111,11 +111,11 @@ namespace plat
     /// the system reads ahead unasked: the hint would cost a tenth of the whole read.
     void FileHintSequential(File_t hFile, std::uint64_t nBytes = UINT64_MAX);
 
-    /// Reads nBytes from the present position. Returns the number of bytes read, which is smaller at the end of the
+    /// Reads nBytes from the current position. Returns the number of bytes read, which is smaller at the end of the
     /// file or after an error.
     std::size_t FileRead(File_t hFile, void * pBuffer, std::size_t nBytes);
 
-    /// Moves the position by iOffset: from the present position if iOrigin is 1, from the end if it is 2, else from the
+    /// Moves the position by iOffset: from the current position if iOrigin is 1, from the end if it is 2, else from the
     /// start. Returns the new position, or -1 on failure.
     std::int64_t FileSeek(File_t hFile, std::int64_t iOffset, int iOrigin);
 

@@ -35,7 +35,7 @@ namespace plat
     /// Returns null on failure.
     File_t FileMake(char const * szPath, Rights_e eRights);
 
-    /// Writes bytes at the present position and moves it after them. Returns false if not all bytes were written.
+    /// Writes bytes at the current position and moves it after them. Returns false if not all bytes were written.
     bool FileWrite(File_t hFile, void const * pData, std::size_t nBytes);
 
     /// Writes bytes at an offset from the start and does not move the position. Returns false if not all bytes were

@@ -11,7 +11,7 @@
 //
 // At most 65,536 names are kept. The names of files that are deleted or renamed after that are not kept. A batch names
 // each changed file that still exists once, in the order of the first changes. Names that hold a `\` are ignored. In
-// the child of a fork a watch starts again at the first IsComplete after a Read. Until then it holds none of the
+// the child of a fork a watch starts again at the first WriteBatch after a Read. Until then it holds none of the
 // system's watches.
 //
 // Threads: one thread at a time.
@@ -46,7 +46,7 @@ namespace plat
         FolderWatch_c & operator=(FolderWatch_c const &) = delete;
 
         /// Ends the previous watch, watches a folder and returns true. Skips subfolders that can't be read. When a file
-        /// is deleted or renamed, IsComplete calls fnKeep with its bare name, as the disk spells it. It does so for all
+        /// is deleted or renamed, WriteBatch calls fnKeep with its bare name, as the disk spells it. It does so for all
         /// files when it reads the tree again, after a loss of changes or a fork. fnKeep returns whether the name is
         /// kept. Requires an fnKeep that is not null.
         ///
@@ -60,7 +60,7 @@ namespace plat
         /// Returns whether the watch is open, also after its folder is gone (IsGone).
         bool IsOpen() const { return m_pTree != nullptr; }
 
-        /// Returns whether the watched folder was moved or deleted, or could not be watched again, as far as IsComplete
+        /// Returns whether the watched folder was moved or deleted, or could not be watched again, as far as WriteBatch
         /// has seen. No further batch arrives then. Returns false while closed.
         bool IsGone() const;
 
@@ -68,16 +68,16 @@ namespace plat
         void * GetHandle() const;
 
         /// Requests the next batch. Requires a zeroed buffer, aligned to 4 bytes. The buffer belongs to the watch until
-        /// IsComplete returns true or the watch is closed. Does nothing while closed.
-        void Read(void * pBuffer, std::size_t nBytes);
+        /// WriteBatch returns true or the watch is closed. Does nothing while closed.
+        void RequestBatch(void * pBuffer, std::size_t nBytes);
 
-        /// Writes the changes since the previous batch to the buffer of Read and returns whether there are any. If they
-        /// do not fit the buffer, or the system lost some, returns true and leaves the buffer as it was. Without
-        /// changes this costs one system call that does not wait.
+        /// Writes the changes since the previous batch to the buffer of RequestBatch and returns whether there are any.
+        /// If they do not fit the buffer, or the system lost some, returns true and leaves the buffer as it was.
+        /// Without changes this costs one system call that does not wait.
         ///
-        /// Returns false if no Read is pending, or while closed. If the host closes the watch's handle, no further
+        /// Returns false if no request is pending, or while closed. If the host closes the watch's handle, no further
         /// batch arrives.
-        bool IsComplete();
+        bool WriteBatch();
 
         /// Returns how many folders, and links to folders, were left unwatched since the last call, and starts the
         /// count again. They are left if the system has no watches or no memory left. What is below them does not

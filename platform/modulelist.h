@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace plat
 {
@@ -13,6 +14,13 @@ namespace plat
         std::uintptr_t Base;   // address at which the start of its file is mapped
         std::size_t nBytes;    // from the base to the end of the last part of the file
     };
+
+    /// Returns the file name in a module's path.
+    inline char const * ModuleFileName(char const * szPath)
+    {
+        char const * const szSlash = std::strrchr(szPath, '/');
+        return szSlash != nullptr ? szSlash + 1 : szPath;
+    }
 
     /// Function that ModulesVisit calls with each module and the caller's context.
     using ModuleVisit_t = void (*)(Module_t const & Module, void * pContext);

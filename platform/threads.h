@@ -45,6 +45,9 @@ namespace plat
         /// Releases the lock in the child of a fork, where the thread that held it does not exist (see fork.h).
         void Renew();
 
+        /// Does what Renew does if another thread held the lock.
+        void RenewUnlessMine();
+
     private:
         void EnterSlowly();
 

@@ -68,7 +68,7 @@ bool SurvivesWithoutAbort(RUN fnRun)
 using ArchiveBody_t = std::function<void(Serializeable_c &)>;
 
 /// Runs fnBody over an archive that reads these bytes. Returns whether the archive opened and did not fail.
-inline bool Loaded(std::string_view sBytes, std::uint32_t dwVersion, ArchiveBody_t const & fnBody)
+inline bool LoadArchive(std::string_view sBytes, std::uint32_t dwVersion, ArchiveBody_t const & fnBody)
 {
     MemoryFile_c File(sBytes);
     FileOpen(&File);

@@ -24,7 +24,7 @@ inline std::string FindBrowser()
 /// Writes a page to a file in Folder, opens it, and returns its document after the page's own script and then sScript
 /// have run. sAfter follows the file's name in the address. sOptions are further options of the browser. They replace
 /// those of the same name. Expects that the browser succeeds and the page says it is ready.
-inline std::string BrowserDocument(TempFolder_c const & Folder, std::string const & sPage,
+inline std::string LoadDocument(TempFolder_c const & Folder, std::string const & sPage,
     std::string const & sScript = "", std::string const & sAfter = "", std::string const & sOptions = "")
 {
     std::string const sFile = Folder.Write("test.html", sPage + "<script>" + sScript + "</script>");

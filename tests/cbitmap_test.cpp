@@ -395,7 +395,7 @@ TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
     EXPECT_EQ(sFile.substr(4), std::string("\x18\0\0\0\x80\xFF\x01\0\0\0\0", 11));
     BitVec_c Short, Long(64);
     Long.Bis(63);
-    EXPECT_TRUE(Loaded(sFile, VERSION,
+    EXPECT_TRUE(LoadArchive(sFile, VERSION,
         [&](Serializeable_c & Archive)
         {
             Short.Serialize(Archive);
@@ -410,7 +410,7 @@ TEST(BitVec, SavesAndLoadsAndRefusesASizeThatTheFileCannotHold)
         BitVec_c Vec(8);
         Vec.Bis(1);
         auto const LoadVec = [&Vec](Serializeable_c & Archive) { EXPECT_FALSE(Vec.Serialize(Archive)); };
-        EXPECT_FALSE(Loaded(sBad, VERSION, LoadVec)) << nBits;
+        EXPECT_FALSE(LoadArchive(sBad, VERSION, LoadVec)) << nBits;
         EXPECT_EQ(Text(Vec), "40") << nBits;
     }
 }

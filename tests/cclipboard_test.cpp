@@ -137,8 +137,8 @@ TEST_F(ClipboardTest, OtherFormatsGoWhenTheTextComes)
     EXPECT_EQ(plat::ClipboardRegisterFormat(std::string(300, 'n').c_str()), 0u);
     for (bool const bText : { false, true })   // the first opening makes an empty text
     {
-        EXPECT_EACH(
-            plat::ClipboardTryOpen(), plat::ClipboardSet(iOther, plat::ClipboardBlockNew(3)), plat::ClipboardClose());
+        EXPECT_EACH(plat::ClipboardTryOpen(), plat::ClipboardSet(iOther, plat::ClipboardBlockAllocate(3)),
+            plat::ClipboardClose());
         ClipboardOpen();
         EXPECT_EQ(plat::ClipboardBlockSize(plat::ClipboardGet(iOther)), bText ? 3u : 0u);
         EXPECT_EQ(Text(), bText ? "text" : "");
@@ -163,7 +163,7 @@ TEST_F(ClipboardTest, ATextEndsAtItsFirstZeroAndWithoutOneCountsAsNone)
     ClipboardOpen();
     ClipboardPrintf("!");
     EXPECT_EQ(Text(), "cut!");
-    EXPECT_EQ(plat::ClipboardBlockNew(plat::CLIPBOARD_LIMIT + 1), nullptr);
+    EXPECT_EQ(plat::ClipboardBlockAllocate(plat::CLIPBOARD_LIMIT + 1), nullptr);
 }
 
 TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)

@@ -3,6 +3,7 @@
 #include "zqcore/clogf.h"
 #include "zqcore/cmemory_internal.h"
 
+#include "tests/memory_support.h"
 #include "tests/test_support.h"
 
 #include <sstream>
@@ -12,7 +13,6 @@ namespace
     using testing::HasSubstr;
     using testing::Not;
 
-    constexpr std::size_t AROUND = MEMORY_ALIGNMENT - 1 + 2 * sizeof(void *);   // bytes added to an aligned block
     char const * const SOURCE = __FILE__;
 
     // Returns the word of a client block of a category.

@@ -228,7 +228,7 @@ class ProfilerStats : public Profiler, public testing::WithParamInterface<bool>
 protected:
     ProfilerStats() { plat::AsyncFile_c::AllowConcurrent(GetParam()); }
 
-    void SetUp() override { SKIP_IF(GetParam() && !HasRequestQueue(), "the system refuses a queue of requests"); }
+    void SetUp() override { SKIP_IF(GetParam() && !CanOpenRequestQueue(), "the system refuses a queue of requests"); }
 
     // Appends values as they lie in memory.
     template <typename T>

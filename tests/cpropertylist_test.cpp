@@ -15,8 +15,8 @@ namespace
             return m_pList->Open(sName.c_str());
         }
 
-        // Returns the values of a property, joined by commas.
-        std::string Values(char const * szName)
+        // Walks over the values of a property. Returns them, joined by commas.
+        std::string ReadValues(char const * szName)
         {
             std::string sAll;
             String_T<256> sValue("stale");
@@ -29,15 +29,15 @@ namespace
             return sAll;
         }
 
-        // Returns all properties with all values, which are read inside the walk over the names.
-        std::string Dump()
+        // Walks over the names, and over the values of each name inside that. Returns all properties with all values.
+        std::string ReadAll()
         {
             std::string sAll;
             String_T<256> sName("stale");
             bool const bAny = m_pList->StartProp();
             while (m_pList->NextProp(sName))
             {
-                sAll += (sAll.empty() ? "" : " ") + std::string(sName) + "=" + Values(sName);
+                sAll += (sAll.empty() ? "" : " ") + std::string(sName) + "=" + ReadValues(sName);
             }
             EXPECT_EACH(bAny == !sAll.empty(), !bAny || sName.IsEmpty()) << sAll;
             return sAll;
@@ -68,14 +68,14 @@ TEST_F(PropertyListTest, ListsNamesAndValuesInTheOrderOfTheirLines)
     {
         SCOPED_TRACE(szText);
         ASSERT_TRUE(Open("list.txt", szText));
-        EXPECT_EQ(Dump(), szAsText);
-        EXPECT_EQ(Dump(), szAsText) << "in a second walk";
+        EXPECT_EQ(ReadAll(), szAsText);
+        EXPECT_EQ(ReadAll(), szAsText) << "in a second walk";
         ASSERT_TRUE(m_pList->Open("LIST.txt", WAREHOUSE_FORMAT_CSV));
-        EXPECT_EQ(Dump(), szAsCsv);
+        EXPECT_EQ(ReadAll(), szAsCsv);
         ASSERT_TRUE(Open("list.csv", szText));
-        EXPECT_EQ(Dump(), szAsCsv) << "by the file's name";
+        EXPECT_EQ(ReadAll(), szAsCsv) << "by the file's name";
         ASSERT_TRUE(m_pList->Open("list.csv", WAREHOUSE_FORMAT_TEXT));
-        EXPECT_EQ(Dump(), szAsText);
+        EXPECT_EQ(ReadAll(), szAsText);
     }
 }
 
@@ -86,7 +86,7 @@ TEST_F(PropertyListTest, NamesItsFileAndSeesTheContentsOfTheMoment)
     EXPECT_EACH(
         !m_pList->GetFileName(sName), !m_pList->GetFileFullPath(szPath, sizeof szPath), !m_pList->FindProp("a"));
     EXPECT_STREQ(szPath, "");
-    EXPECT_EQ(Dump(), "");
+    EXPECT_EQ(ReadAll(), "");
     ASSERT_TRUE(Open("List.txt", "alone\nColor RED\n"));
     EXPECT_EACH(m_pList->FindProp("ALONE"), m_pList->FindProp("color"), !m_pList->FindProp("red"),
         !m_pList->FindProp(""), m_pList->GetFileName(sName), m_pList->GetFileFullPath(szPath, sizeof szPath));
@@ -97,7 +97,7 @@ TEST_F(PropertyListTest, NamesItsFileAndSeesTheContentsOfTheMoment)
 
     m_Folder.Write("List.txt", "bb 22\na 3\n");
     FileStream("list.txt")->Refresh();
-    EXPECT_EQ(Dump(), "bb=22 a=3");
+    EXPECT_EQ(ReadAll(), "bb=22 a=3");
     EXPECT_EACH(m_pList->StartProp(), m_pList->StartVal("a"), m_pList->Open("list.txt"));
     EXPECT_EACH(!m_pList->NextProp(sName), !m_pList->NextVal(sName)) << "the previous walks end";
     EXPECT_FALSE(m_pList->Open("missing.txt"));
@@ -144,5 +144,5 @@ TEST_F(PropertyListTest, KeepsThousandsOfNamesApart)
         sNames += std::string(sName) + "\n";
     }
     EXPECT_EQ(sNames, sExpected);
-    EXPECT_EQ(Values("NAME_7919"), "1,10001,20001");
+    EXPECT_EQ(ReadValues("NAME_7919"), "1,10001,20001");
 }

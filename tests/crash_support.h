@@ -34,8 +34,8 @@ inline void ReadReports(TempFolder_c const & Folder, Crash_t & Crash)
     }
 }
 
-/// Runs the crasher, or another program, in a folder. Its last argument is sHelper, the path of a symbol helper.
-/// Returns its result and what it leaves there.
+/// Runs the crasher, or another program, in a folder. Returns its result and what it leaves there. The last argument of
+/// the program is sHelper, the path of a symbol helper.
 inline Crash_t RunIn(TempFolder_c const & Folder, std::string const & sArguments, std::string const & sHelper,
     std::string const & sProgram = CRASHER_PATH)
 {

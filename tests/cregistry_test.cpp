@@ -105,7 +105,7 @@ namespace
         std::ptrdiff_t BusyFiles(char const * szKeyFolder) const
         {
             return std::count_if(fs::directory_iterator(m_Folder.Join(szKeyFolder)), {},
-                [](auto const & Entry) { return Entry.path().filename().string()[0] == '~'; });
+                [](auto const & Entry) { return Entry.path().filename().string()[0] == plat::BUSY_MARK; });
         }
 
         TempFolder_c const m_Folder;
@@ -123,8 +123,8 @@ TEST_F(RegistryTest, ReadsEachTypeOnlyAsWhatItHolds)
         Registry.WriteString("t", "some text"), Registry.WriteData("b", "\0\1\2", 3),
         Registry.WriteData("four bytes", "\x0D\0\0\0", 4));
 
-    // iBits is what ReadInt and ReadFloat return, 77 by default. bInt, bDouble and bFloat are the results of ReadValue,
-    // and fFloat is the float after it, 99 before.
+    // iBits is what ReadInt and ReadFloat return, 77 by default. bInt, bDouble and bFloat are the results of ReadValue.
+    // fFloat is the float after ReadValue, 99 before.
     for (auto const & [szName, iBits, bInt, bDouble, bFloat, fFloat] :
         Rows_t<char const *, int, bool, bool, bool, float>{ { "i", -5, true, false, false, 0.0f },
             { "f", std::bit_cast<int>(0.1f), false, false, true, 0.1f }, { "d", 77, false, true, true, -1.0f / 3.0f },
@@ -311,7 +311,7 @@ TEST_F(RegistryTest, APathLeadsToItsKeyAlone)
 
 TEST_F(RegistryTest, NamesAndValuesBeyondTheLimitsAreRefusedAndMakeNoKey)
 {
-    std::string const sTooLong(256, 'n'), sHuge(16 * 1024 * 1024 + 1, 'h');
+    std::string const sTooLong(plat::NAME_LIMIT + 1, 'n'), sHuge(plat::VALUE_LIMIT + 1, 'h');
     EXPECT_EACH(
         !Write("key", sTooLong.c_str(), "x"), !Write(sTooLong.c_str(), "name", "x"), !Write("k", "huge", sHuge));
     EXPECT_EACH(!plat::RegistryKeyExists(USER, "key"), !plat::RegistryKeyExists(USER, "k"));
@@ -410,6 +410,7 @@ TEST_F(RegistryTest, ReadsNoValueFromADamagedFile)
         }
     }
     std::string const sLong(plat::NAME_LIMIT + 1, 'n');
+    // Intact records that can't be values: 2 and 5 are no types, and a name is longer than NAME_LIMIT.
     for (plat::Record_t const & Record : { plat::Record_t{ RegistryType_e{ 2 }, "Name", "value" },
              plat::Record_t{ RegistryType_e{ 5 }, "Name", "value" },
              plat::Record_t{ RegistryType_e::Text, sLong, "value" } })

@@ -78,7 +78,7 @@ namespace
     char EndOf(std::string_view sBytes, ArchiveBody_t const & fnBody)
     {
         bool bWhole = false;
-        bool const bBack = SurvivesWithoutAbort([&] { bWhole = Loaded(sBytes, VERSION, fnBody); });
+        bool const bBack = SurvivesWithoutAbort([&] { bWhole = LoadArchive(sBytes, VERSION, fnBody); });
         return !bBack ? 'a' : bWhole ? 'w' : 'f';
     }
 
@@ -99,7 +99,7 @@ TEST(Serialize, WritesAndReadsTheExampleOfTheFormatsPage)
 {
     EXPECT_EQ(Hex(SavedExample()), DumpOfPage(FORMATS_PAGE, "archive"));
     Example_s Read{ 0, 0, "", _mm_set1_ps(5), 0 };
-    EXPECT_TRUE(Loaded(SavedExample(), VERSION, [&](Archive_t & Archive) { Read.Serialize(Archive); }));
+    EXPECT_TRUE(LoadArchive(SavedExample(), VERSION, [&](Archive_t & Archive) { Read.Serialize(Archive); }));
     EXPECT_EQ(std::tuple(Read.iHealth, Read.fSpeed, std::string(Read.sName), Read.fRest, Read.bEmpty),
         std::tuple(100, 1.5, std::string("Ogre"), 0.25f, true));
     EXPECT_EQ(_mm_movemask_ps(_mm_cmpeq_ps(Read.Place, _mm_setr_ps(1, 2, 3, 5))), 15);
@@ -120,7 +120,7 @@ TEST(Serialize, StoresAndLoadsWhatTheExampleLacks)
     {
         std::string const sBytes = Saved(fnBody);
         EXPECT_EQ(Hex(sBytes), std::string("03 00 01 00") + szHex);
-        EXPECT_TRUE(Loaded(sBytes, VERSION, fnBody)) << szHex;
+        EXPECT_TRUE(LoadArchive(sBytes, VERSION, fnBody)) << szHex;
     }
     EXPECT_EQ(sWord, "a") << "loaded from a text that was cut";
 }
@@ -151,7 +151,7 @@ TEST(Serialize, ChunksCrossTheBufferAndAreLeftEarly)
         {
             sData.assign(nRead, '\0');
             dwTail = 0;
-            EXPECT_TRUE(Loaded(sBytes, VERSION, fnBody)) << nRead;
+            EXPECT_TRUE(LoadArchive(sBytes, VERSION, fnBody)) << nRead;
             EXPECT_EQ(dwTail, 77u) << nRead;
             EXPECT_EQ(sData.substr(0, 10000), sBlock.substr(0, nRead));
         }
@@ -256,12 +256,12 @@ TEST(Serialize, ATypeHasAVersionOfItsOwn)
     { return [&, iNewest](Archive_t & Archive) { iVersion = Archive.SerializeVersion("Unit", iNewest); }; };
     std::string const sSecond = Saved(Of(2));
     EXPECT_EQ(Hex(sSecond), "03 00 01 00 02 00");
-    EXPECT_EACH(Loaded(sSecond, VERSION, Of(3)), iVersion == 2);
+    EXPECT_EACH(LoadArchive(sSecond, VERSION, Of(3)), iVersion == 2);
     LogCapture_c const Log;
-    EXPECT_EACH(!Loaded(sSecond, VERSION, Of(1)), iVersion == 1);
+    EXPECT_EACH(!LoadArchive(sSecond, VERSION, Of(1)), iVersion == 1);
     EXPECT_EQ(Log.GetText(),
         "Serializeable_c: 'Unit' in archive 'memory.arc' is of version 2, and this binary only supports 1\n");
-    EXPECT_FALSE(Loaded(std::string(sSecond).replace(4, 1, 1, '\0'), VERSION, Of(3)));
+    EXPECT_FALSE(LoadArchive(std::string(sSecond).replace(4, 1, 1, '\0'), VERSION, Of(3)));
     ArchiveResult_t const Result = Check(sSecond, Of(1));
     EXPECT_EQ(std::pair(Result.iPosition, std::string(Result.sWhyNot)),
         std::pair(4, std::string("'Unit' is of version 2, and 1 is the newest known")));

@@ -131,7 +131,7 @@ TEST_F(Serializer, TheTableProbesWrapsAndForgets)
         EXPECT_EQ(iSlot < 0 ? nullptr : Serializer_c::dPointers[iSlot], At(nAddress));
     }
     Serializer_c::ResetCache();
-    EXPECT_EQ(reinterpret_cast<std::intptr_t>(Serializer_c::dPointers[204]), -2);
+    EXPECT_EQ(reinterpret_cast<std::intptr_t>(Serializer_c::dPointers[204]), Serializer_c::HASH_NO_ELEMENT);
     EXPECT_EACH(NodeSerializer_c::IsInCache(-1), !NodeSerializer_c::IsInCache(204));
 }
 
@@ -170,7 +170,10 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
     Node_s Root{ 1, 0, &g_StaticNode, nullptr, &dStatics[0] };
     std::string const sBytes = SaveGraph(&Root);
 
-    // One run has another address, one has an object too many, and one has an object too few.
+    // Three loads have other static objects than the save:
+    // - The first one has another address.
+    // - The second one has an object too many.
+    // - The third one has an object too few.
     LogCapture_c const Log;
     dEntries[2].pPointer = &dStatics[1];
     g_StaticNode.iValue = 0;
@@ -246,7 +249,7 @@ TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
         NodeSerializer_c::FixupVoidPointer(Archive, p);
     };
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Stored(1, fnFixup); }));
-    EXPECT_FALSE(SurvivesWithoutAbort([&] { Loaded(With(4, "\1\0\0\0"sv), 1, fnFixup); }));
+    EXPECT_FALSE(SurvivesWithoutAbort([&] { LoadArchive(With(4, "\1\0\0\0"sv), 1, fnFixup); }));
     EXPECT_EQ(Log.CountHolding("Serializer_c: Can't fixup pointer in '"), 2);
     EXPECT_EQ(FailedConditions(
                   [&]
@@ -280,7 +283,7 @@ TEST_F(Serializer, ATypedPointerLeadsToARegisteredPart)
         std::string sBytes;
         EXPECT_EQ(FailedConditions([&] { sBytes = Stored(1, fnBody); }), "");
         bool bLoads = false;
-        std::string const sFailed = FailedConditions([&] { bLoads = Loaded(sBytes, 1, fnBody); });
+        std::string const sFailed = FailedConditions([&] { bLoads = LoadArchive(sBytes, 1, fnBody); });
         EXPECT_THAT(sFailed, testing::StartsWith(szComplaint));
         EXPECT_EQ(sFailed.empty(), bLoads);
         EXPECT_EQ(std::pair(bLoads, dLeads[1]), std::pair(!*szComplaint, bLoads ? &dParts[1] : nullptr));
@@ -310,7 +313,7 @@ TEST_F(Serializer, AnObjectThatRegistersItselfKeepsItsClass)
     std::string sBytes;
     auto const IsOfAnotherClass = testing::StartsWith("dPointers[iPointer] is of class m_sClassName, 'Node' expected");
     EXPECT_EQ(FailedConditions([&] { sBytes = Stored(1, fnBody); }), "");
-    EXPECT_THAT(FailedConditions([&] { EXPECT_FALSE(Loaded(sBytes, 1, fnBody)); }), IsOfAnotherClass);
+    EXPECT_THAT(FailedConditions([&] { EXPECT_FALSE(LoadArchive(sBytes, 1, fnBody)); }), IsOfAnotherClass);
 }
 
 TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)

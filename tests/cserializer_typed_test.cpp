@@ -243,7 +243,7 @@ TEST(SerializerTyped, StaticObjectsAndPartsAreKnown)
     std::string const sBytes = Stored(1, Pass);
     House.sName = "";
     EXPECT_EACH(
-        Loaded(sBytes, 1, Pass), pPart == &Part, pRoot != &Root, pRoot->pNext == &House, House.sName == "house");
+        LoadArchive(sBytes, 1, Pass), pPart == &Part, pRoot != &Root, pRoot->pNext == &House, House.sName == "house");
     EXPECT_EQ(Classes.Owners.m_dMade.size(), 1u) << "the static object and the part are not made";
     struct StaticPointers_s : Serializer_c
     {
@@ -251,7 +251,7 @@ TEST(SerializerTyped, StaticObjectsAndPartsAreKnown)
     };
     Owner_s Shed;   // of a newer program
     Classes.Owners.RegisterStatic(Shed);
-    EXPECT_TRUE(Loaded(sBytes, 1, Pass));
+    EXPECT_TRUE(LoadArchive(sBytes, 1, Pass));
     EXPECT_EQ(StaticPointers_s::dRegisteredStaticPointers.GetLength(), 1) << "cut to the file's number";
     Classes.Owners.RegisterStatic(Shed);
     EXPECT_EQ(StaticPointers_s::dRegisteredStaticPointers.GetLength(), 2);

@@ -80,7 +80,7 @@ namespace
     template <typename T>
     bool LoadsInto(T & Value, std::string_view sBytes)
     {
-        return Loaded(sBytes, 1, [&](Serializeable_c & Archive) { Archive.Serialize(Value); });
+        return LoadArchive(sBytes, 1, [&](Serializeable_c & Archive) { Archive.Serialize(Value); });
     }
 }
 

@@ -46,7 +46,7 @@ namespace
     }
 }
 
-// The expected value comes from another implementation.
+// The expected value is what hashlib of Python computes.
 TEST(Sha1, PadsEveryLengthAndTakesAnyPieces)
 {
     constexpr std::size_t MOST = 600;

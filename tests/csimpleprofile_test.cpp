@@ -12,8 +12,10 @@ namespace
     constexpr auto C0 = SIMPLE_PROFILE_CONTEXT_0, C2 = SIMPLE_PROFILE_CONTEXT_2;
     constexpr std::int64_t STEP = 50000;   // ticks of shortTimeGet
 
-    // Pushes and pops kinds by a text: a capital pushes the kind of its place in the alphabet, a small letter pops it,
-    // and '.' waits for STEP.
+    // Pushes and pops kinds, and waits, as the characters of a text say:
+    // - A capital pushes the kind of its place in the alphabet.
+    // - A small letter pops that kind.
+    // - A '.' waits for STEP.
     void RunSteps(SimpleProfileContext_e eContext, std::string_view sSteps)
     {
         for (char const c : sSteps)

@@ -359,7 +359,7 @@ TEST(TextErrors, ALongNameIsCutAtACharacterAndQuoted)
 TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
 {
     char const * const szName = "x\n9.9\t0\tforged.txt";
-    auto const LogOfFailures = [&]
+    auto const LogFailures = [&]
     {
         m_Log.Clear();
         Warehouse_c Table;
@@ -376,9 +376,9 @@ TEST_F(TextError, IsLoggedIfWantedAndNoNameForgesALine)
         "x\\n9.9\\t0\\tforged.txt: Not found column 'n\\n'\n%sSpreadsheet_c::Parse : row parsing failed.\n%s"
         "Spreadsheet_c::Open ( \"none\\n.txt\" ) : can't open file.\n%s"
         "Spreadsheet_c::MoveToColumn( \"\\x1B[7m\\x7F\" ) : wasn't opened.\n";
-    EXPECT_EQ(LogOfFailures(), Va(sStated.c_str(), "", "", ""));
+    EXPECT_EQ(LogFailures(), Va(sStated.c_str(), "", "", ""));
     SetTextErrorLog(true);
-    EXPECT_EQ(LogOfFailures(),
+    EXPECT_EQ(LogFailures(),
         Va(sStated.c_str(),
             "x\\n9.9\\t0\\tforged.txt(3,1): there is no column \"n\\n\"\n"
             "none.txt: there is no such file\n",

@@ -27,8 +27,8 @@ namespace
                + (Parser.IsSymbol() ? "y" : "");
     }
 
-    // Returns all tokens of an open parser, each followed by a bar.
-    std::string Tokens(SimpleTextParser_c & Parser)
+    // Reads the tokens of an open parser that remain. Returns them, each followed by a bar.
+    std::string ReadTokens(SimpleTextParser_c & Parser)
     {
         std::string sAll;
         while (Parser.ParseNext())
@@ -105,11 +105,11 @@ TEST(TextParser, SplitsATextAlikeHoweverItIsOpened)
         // A block of exactly the text's size, so that an address checker reports a read beyond it.
         std::vector<char> const dText(Row.sText.begin(), Row.sText.end());
         ASSERT_TRUE(Parser.Open(dText.data(), static_cast<int>(dText.size())));
-        EXPECT_EQ(Tokens(Parser), Row.sTokens);
+        EXPECT_EQ(ReadTokens(Parser), Row.sTokens);
         EXPECT_EQ(Log.GetText(), Row.sLog);
         Parser.Close();
         ASSERT_TRUE(Parser.Open(dText.data(), dText.data() + dText.size())) << "the rules outlive Close";
-        EXPECT_EQ(Tokens(Parser), Row.sTokens);
+        EXPECT_EQ(ReadTokens(Parser), Row.sTokens);
     }
 }
 
@@ -145,7 +145,7 @@ TEST(TextParser, RefusesWhatItCannotReadAndKeepsTheLastTokenOfEachKind)
     EXPECT_EQ(Kept(Parser), "  0 0");
     EXPECT_EACH(
         Parser.Open(szText, LENGTH), Parser.ParseNext(), !Parser.Open(szText, szText + 1), !Parser.Open(szText, 1));
-    EXPECT_EQ(Tokens(Parser), "s:text|n:2.5|y:;|") << "the first text stays";
+    EXPECT_EQ(ReadTokens(Parser), "s:text|n:2.5|y:;|") << "the first text stays";
     EXPECT_EQ(Kept(Parser), "word text 2.5 59");
     Parser.Close();
     EXPECT_EQ(Kept(Parser), "  0 0");

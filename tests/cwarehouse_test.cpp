@@ -75,8 +75,9 @@ namespace
             return m_pTable->Get(szColumn, sText) ? std::string(sText) : "missing" + std::string(sText);
         }
 
-        // Returns the idents of a walk over the table, each with a blank after it.
-        std::string Idents()
+        // Walks all items from the first one and returns their idents, each with a blank after it. Leaves the table
+        // without a work line.
+        std::string WalkIdents()
         {
             std::string sAll;
             String_T<256> sIdent;
@@ -90,9 +91,10 @@ namespace
             return sAll;
         }
 
-        // Returns what Get does with a cell for eight types: the value, or a minus sign if it fails and leaves the
-        // output unchanged.
-        std::string Numbers(std::string const & sCell)
+        // Serves the cell in get.txt and opens that in place of the previous table. Returns what Get does with the
+        // cell for eight types: the value, or a minus sign if it fails. Returns "changed" for an output that a failure
+        // changes.
+        std::string ReadNumbers(std::string const & sCell)
         {
             EXPECT_EACH(Open("get.txt", "@head v\ni " + sCell + "\n"), m_pTable->FindIdent("I"));
             std::ostringstream Out;
@@ -262,11 +264,11 @@ TEST_F(Warehouse, ConvertsACellToEachType)
              { "-1.7976931348623157e308", "- -1.79769313e+308 - - - - - -" },
          })
     {
-        EXPECT_EQ(Numbers(szCell), szResults + " "s) << szCell;
+        EXPECT_EQ(ReadNumbers(szCell), szResults + " "s) << szCell;
     }
     for (char const * szCell : { "12abc", "+-1", "\"1 \"", "\"\"", "0x1p+-3", "1e309", "1e-310", "inf", "nan" })
     {
-        EXPECT_EQ(Numbers(szCell), "- - - - - - - - ") << szCell;
+        EXPECT_EQ(ReadNumbers(szCell), "- - - - - - - - ") << szCell;
     }
 }
 
@@ -306,7 +308,7 @@ TEST_F(Warehouse, ReadsTextsAndPairs)
 TEST_F(Warehouse, WalksItemsAndSearchesApart)
 {
     ASSERT_TRUE(Open("walk.txt", "early 1\n@head n\n# note\nSword 2\r\n\n@HEAD x\nSHIELD 3\nsword 4"));
-    EXPECT_EQ(Idents(), "early sword shield sword ");
+    EXPECT_EQ(WalkIdents(), "early sword shield sword ");
     String_T<256> sIdent;
     EXPECT_EACH(m_pTable->StartIdent(), m_pTable->NextIdent(sIdent), m_pTable->FindIdent("SWORD"));
     EXPECT_EQ(Text("n"), "2");
@@ -354,11 +356,11 @@ TEST_F(Warehouse, OpensWithTheFilesHeaderOrTheCallers)
         EXPECT_STREQ(sText, bCopy ? "" : "bare.csv");
     }
     ASSERT_TRUE(Open("bare.csv", szBare, "name", " "));
-    EXPECT_EQ(Idents(), "a,b ");
+    EXPECT_EQ(WalkIdents(), "a,b ");
     EXPECT_EACH(m_pTable->StartIdent(), m_pTable->NextIdent(sText), m_pTable->GetWorkIdent(sText),
         m_pTable->Open("bare.csv", WAREHOUSE_FORMAT_TEXT, "name"));
     EXPECT_FALSE(m_pTable->GetWorkIdent(sText)) << "a second opening begins anew";
-    EXPECT_EACH(m_pTable->NextIdent(sText), Idents() == "a,b ", FileStream("bare.csv")->GetOpensCount() == 1);
+    EXPECT_EACH(m_pTable->NextIdent(sText), WalkIdents() == "a,b ", FileStream("bare.csv")->GetOpensCount() == 1);
 }
 
 TEST_F(Warehouse, ARefreshOfTheOpenFileShowsInTheNextSearch)
@@ -373,7 +375,7 @@ TEST_F(Warehouse, ARefreshOfTheOpenFileShowsInTheNextSearch)
         m_Folder.Write("live.txt", sText);
         FileStream("live.txt")->Refresh();
         EXPECT_FALSE(m_pTable->NextIdent(sIdent)) << "the walk belongs to the previous text";
-        EXPECT_EQ(Idents(), szIdents);
+        EXPECT_EQ(WalkIdents(), szIdents);
         EXPECT_EACH(m_pTable->StartIdent(), m_pTable->NextIdent(sIdent));
     }
 }

@@ -82,7 +82,8 @@ namespace
         plat::FaultRecord_t Record{};
     };
 
-    // Returns the code of a division. Of all words the divisor alone is zero, or without bZero it alone is not.
+    // Returns the code of a division. The divisor is the only word that is zero, or without bZero the only one that is
+    // not.
     std::uint32_t CodeOfDivision(std::string_view sInstruction, bool bZero)
     {
         Signal_s Fault(SIGFPE, FPE_INTDIV, DIVISION, sInstruction);

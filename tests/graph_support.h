@@ -104,17 +104,18 @@ struct World_s
         }
     }
 
-    /// Loads a graph and returns its root.
+    /// Loads a graph and returns its root. Sets bWhole to whether that succeeded.
     Node_s * Load(std::string_view sBytes)
     {
         Node_s * pRoot = nullptr;
         bWhole = false;
-        bWhole = Loaded(sBytes, 1, [&](Serializeable_c & Archive) { Serialize(Archive, pRoot); });
+        bWhole = LoadArchive(sBytes, 1, [&](Serializeable_c & Archive) { Serialize(Archive, pRoot); });
         return pRoot;
     }
 
-    /// Loads any bytes. Returns whether the pointers of each node that this made, and of g_StaticNode, lead to a node,
-    /// to iStatic or nowhere. A pPart may lead to a part too.
+    /// Calls RegisterStatics, loads any bytes as Load does, and ignores assertions and an Abort. Returns whether the
+    /// pointers of each node in g_dLoaded, and of g_StaticNode, lead to a node, to iStatic or nowhere. A pPart may lead
+    /// to a part too. Deletes the nodes of g_dLoaded.
     bool LoadsSoundly(std::string_view sBytes)
     {
         RegisterStatics();

@@ -56,7 +56,7 @@ inline bool LeasesSeeWriters()
     return bRefused && bGranted;
 }
 
-/// Returns whether a watch on a folder reports a file that is written there.
+/// Returns whether a watch on a folder reports a file that is written there, within a second.
 inline bool WatchesReportWrites()
 {
     TempFolder_c const Folder;
@@ -68,8 +68,9 @@ inline bool WatchesReportWrites()
     return bReported;
 }
 
-/// Returns whether a child forked from a process with other threads can start a thread. An emulator may end it. The
-/// address checker has locks that a fork does not acquire, so the child waits for ever in some runs.
+/// Returns whether a child forked from a process with other threads can start a thread. An emulator may end it. Returns
+/// false with the address checker, without a try: a fork does not acquire the checker's locks, so the child would wait
+/// for ever in some runs.
 inline bool ForksBesideThreads()
 {
     if (plat::ADDRESS_CHECKER)
@@ -108,7 +109,7 @@ inline bool SharesMemoryUntilExec()
 }
 
 /// Returns whether the system lets this process open a queue of requests for files.
-inline bool HasRequestQueue()
+inline bool CanOpenRequestQueue()
 {
     io_uring_params Params{};
     auto const iQueue = static_cast<int>(syscall(__NR_io_uring_setup, 1, &Params));
@@ -155,7 +156,8 @@ inline bool ExchangeFiles(std::string const & sA, std::string const & sB)
     return renameat2(AT_FDCWD, sA.c_str(), AT_FDCWD, sB.c_str(), RENAME_EXCHANGE) == 0;
 }
 
-/// Limits the "watches" or "instances" of this process until it ends. Returns false if the system refuses.
+/// Moves this process to a user namespace of its own, and limits its "watches" or "instances" until it ends. Returns
+/// false if the system refuses.
 inline bool LimitWatches(std::string const & sWhat, int nLimit)
 {
     return unshare(CLONE_NEWUSER) == 0 && std::ofstream("/proc/sys/user/max_inotify_" + sWhat) << nLimit << std::flush;
@@ -262,8 +264,8 @@ private:
     locale_t const m_Utf8, m_Previous;
 };
 
-/// Opens a stream that writes to memory and returns it. Its end sets the text, which the caller frees by std::free, and
-/// its length.
+/// Opens a stream that writes to memory and returns it. Returns null on failure. The end of the stream sets the text,
+/// which the caller frees by std::free, and its length.
 inline std::FILE * OpenMemoryStream(char ** ppText, std::size_t * pLength)
 {
     return open_memstream(ppText, pLength);
@@ -306,7 +308,7 @@ inline void BeTraced()
     ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
 }
 
-/// Returns whether a program in this folder can get its owner's rights.
+/// Returns whether this process is the superuser, and a program in this folder can get its owner's rights.
 inline bool GrantsSetUserId(std::string const & sFolder)
 {
     struct statvfs Disk;

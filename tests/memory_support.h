@@ -3,6 +3,9 @@
 
 #include "zqcore/cmemory.h"
 
+/// Bytes that the debug heap adds to an aligned block: padding and header.
+inline constexpr std::size_t AROUND = MEMORY_ALIGNMENT - 1 + 2 * sizeof(void *);
+
 /// Returns the figures of a category.
 inline mem::CategoryInfo InfoOf(mem::Categories_e eCategory)
 {

@@ -46,9 +46,14 @@ namespace
             return sContents;
         }
 
-        // Returns the entries of a folder in the listing's order: a file's name with its size, "name/" for a folder,
-        // "name!" for what is neither, "name?" for what can't be opened, "->" before links. Returns "unreadable" if the
-        // listing fails.
+        // Returns the entries of a folder in the listing's order, separated by blanks. An entry has one of these forms:
+        // - "name4" for a file of 4 bytes.
+        // - "name/" for a folder.
+        // - "name!" for what is neither.
+        // - "name?" for what no path leads to, or what the system can't report.
+        //
+        // A link has "->" before it. Returns "unreadable" if the listing fails, or "entries of a failed listing" if it
+        // has some all the same.
         static std::string List(std::string const & sPath)
         {
             plat::FolderListing_c Listing;
@@ -72,7 +77,8 @@ namespace
         TempFolder_c const m_Folder;
     };
 
-    // Runs a function in a child process as a user without rights. Returns whether it returned true.
+    // Runs a function in a child process without the superuser's rights. Returns whether it returned true. Requires
+    // CanDropRights().
     bool RunAsNobody(std::function<bool()> const & fnRun)
     {
         return StatusAsNobody([&] { return fnRun() ? 0 : 1; }) == 0;
@@ -163,7 +169,7 @@ TEST_F(PlatformFiles, ReportsTheFactsOfALargeFileAndSeeksInIt)
         testing::AnyOf(0, testing::Gt((1600000000 + plat::FILE_TIME_SECONDS_TO_1970) * plat::FILE_TIME_TICKS)));
     EXPECT_EACH(Facts.bRegular, !Facts.bFolder, OfHandle.nSize == Facts.nSize, OfHandle.tLastWrite == Facts.tLastWrite);
     plat::FileHintSequential(hFile);
-    // Origins: 0 the start, 1 the present position, 2 the end. Any other counts as the start. -1 is a failure.
+    // Origins: 0 the start, 1 the current position, 2 the end. Any other counts as the start. -1 is a failure.
     for (auto const & [iOffset, iOrigin, iMoved] : Rows_t<std::int64_t, int, std::int64_t>{
              { START, 0, START }, { 2, 1, START + 2 }, { -1, 2, START + 4 }, { -1, 0, -1 }, { 1, 7, 1 } })
     {
@@ -316,12 +322,16 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
     NEEDS_NOBODY;
     fs::permissions(m_Folder.GetPath(), fs::perms::all);
     fs::permissions(m_Folder.Join("Keep"), fs::perms(0555));
-    auto const Refused = [this](std::string const & sTree)
-    { return !plat::TreeDelete(m_Folder.Join(sTree).c_str()) && errno == EACCES; };
-    EXPECT_TRUE(RunAsNobody([&]() { return Refused("Keep"); }));
+    auto const ExpectRefusal = [this](std::string const & sTree)
+    {
+        bool const bDeleted = plat::TreeDelete(m_Folder.Join(sTree).c_str());
+        EXPECT_EQ(std::pair(bDeleted, errno), std::pair(false, EACCES)) << sTree;
+        return 0;
+    };
+    EXPECT_EQ(StatusAsNobody([&] { return ExpectRefusal("Keep"); }), 0);
     m_Folder.Write("Closed/file", "x");
     fs::permissions(m_Folder.Join("Closed"), fs::perms::none);
-    EXPECT_TRUE(RunAsNobody([&]() { return Refused("Closed"); }));
+    EXPECT_EQ(StatusAsNobody([&] { return ExpectRefusal("Closed"); }), 0);
     for (char cClosed = '0'; cClosed < '8'; ++cClosed)   // one of these is the first that the system lists
     {
         for (char cFolder = '0'; cFolder < '8'; ++cFolder)
@@ -331,7 +341,7 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
         m_Folder.Write(std::string("Some/") + cClosed + "/file", "x");
         fs::permissions(m_Folder.Join("Some"), fs::perms::all);
         fs::permissions(m_Folder.Join(std::string("Some/") + cClosed), fs::perms(0555));
-        EXPECT_TRUE(RunAsNobody([&]() { return Refused("Some"); })) << cClosed;
+        EXPECT_EQ(StatusAsNobody([&] { return ExpectRefusal("Some"); }), 0) << cClosed;
         fs::permissions(m_Folder.Join(std::string("Some/") + cClosed), fs::perms::all);
     }
     fs::permissions(m_Folder.Join("Keep"), fs::perms(0755));
@@ -417,7 +427,7 @@ TEST_F(PlatformFiles, AreNotThoseOfClosedStandardStreams)
         {
             Archive.Serialize(i);
         }
-        return Print(bOpen) && Archive.Close() && !Archive.IsFailed();
+        EXPECT_EACH(Print(bOpen), Archive.Close(), !Archive.IsFailed());
     };
     std::pair<std::string, std::function<bool(char const *)>> const WRITERS[] = {
         { "save",
@@ -426,13 +436,15 @@ TEST_F(PlatformFiles, AreNotThoseOfClosedStandardStreams)
                 FileSave_c Save(szPath);
                 FileSaveWriter_c Writer(Save);
                 BufferedWriteable_c Archive(Writer, 1);
-                return Fill(Archive) && Writer.Commit();
+                Fill(Archive);
+                return Writer.Commit();
             } },
         { "archive",
             [&](char const * szPath)
             {
                 BufferedWriteable_c Archive(szPath, 1);
-                return Fill(Archive);
+                Fill(Archive);
+                return true;
             } },
         { "log", [&](char const * szPath) { return Print(plat::StreamOpenLog(szPath)); } },
         { "report",
@@ -461,7 +473,7 @@ TEST_F(PlatformFiles, AreNotThoseOfClosedStandardStreams)
     EXPECT_EQ(FileSave_c(m_Folder.Join("save").c_str()).Load(1), FileSave_c::WHOLE);
 }
 
-// Nothing is written through what another user may have planted under a file's name, and nothing waits for it.
+// Another user may plant an entry under a file's name. No writer waits for one either.
 TEST_F(PlatformFiles, WritesThroughNothingThatWasPlanted)
 {
     std::string const sVictim = m_Folder.Write("victim", "kept"), sFrom = m_Folder.Write("from", "new"),

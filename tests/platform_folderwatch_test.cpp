@@ -26,13 +26,13 @@ namespace
     protected:
         void SetUp() override { NEEDS_WATCHES; }
 
-        // Returns the names of the next batch, each with a semicolon. Returns "-" if no batch has come, and "empty" if
-        // changes were lost.
-        std::u16string Batch()
+        // Reads the next batch and returns its names, each with a semicolon. Returns "-" if no batch has come, and
+        // "empty" if changes were lost.
+        std::u16string NextBatch()
         {
             m_dBuffer.assign(m_dBuffer.size(), 0);
-            m_Watch.Read(m_dBuffer.data(), m_dBuffer.size() * sizeof(std::uint32_t));
-            if (!m_Watch.IsComplete())
+            m_Watch.RequestBatch(m_dBuffer.data(), m_dBuffer.size() * sizeof(std::uint32_t));
+            if (!m_Watch.WriteBatch())
             {
                 return u"-";
             }
@@ -64,7 +64,7 @@ TEST_F(FolderWatch, ReportsPathsInUtf16)
 {
     ASSERT_TRUE(m_Watch.Open(m_Folder.GetPath().c_str(), IsKept));
     m_Folder.Write("New/\u0436\U0001D11E.txt", "1");
-    EXPECT_EQ(Batch(), u"New\\\u0436\U0001D11E.txt;");
+    EXPECT_EQ(NextBatch(), u"New\\\u0436\U0001D11E.txt;");
 }
 
 TEST_F(FolderWatch, WatchesTenThousandFoldersAndComesBackFromALostQueue)
@@ -75,7 +75,7 @@ TEST_F(FolderWatch, WatchesTenThousandFoldersAndComesBackFromALostQueue)
     }
     SKIP_IF(!m_Watch.Open(m_Folder.GetPath().c_str(), IsKept), "the system has too few watches");
     m_Folder.Write("99/9999/a", "x");
-    EXPECT_EQ(Batch(), u"99\\9999\\a;");
+    EXPECT_EQ(NextBatch(), u"99\\9999\\a;");
     std::size_t nEvents = 0;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> nEvents;
     for (std::size_t i = 0; i <= nEvents / 2; ++i)   // two events each, which the queue does not merge
@@ -83,10 +83,10 @@ TEST_F(FolderWatch, WatchesTenThousandFoldersAndComesBackFromALostQueue)
         fs::rename(m_Folder.Join(i % 2 ? "0/0/b" : "99/9999/a"), m_Folder.Join(i % 2 ? "99/9999/a" : "0/0/b"));
     }
     m_Folder.Write("lost/a", "x");
-    EXPECT_EQ(Batch(), u"empty");
+    EXPECT_EQ(NextBatch(), u"empty");
     m_Folder.Write("lost/a", "y");
     m_Folder.Write("1/1/a", "y");
-    EXPECT_EQ(Batch(), u"lost\\a;1\\1\\a;");
+    EXPECT_EQ(NextBatch(), u"lost\\a;1\\1\\a;");
 }
 
 // A host may close all descriptors. dEvent is an event that claims to be 4 GiB long.
@@ -100,7 +100,7 @@ TEST_F(FolderWatch, LeavesADescriptorThatIsAnothersByNow)
         std::uint32_t const dEvent[4] = { 1, 0, 0, 0xFFFFFFF0 };
         int dEnds[2] = { -1, -1 };
         EXPECT_EACH(HasQueue() == bQueue, pipe2(dEnds, O_NONBLOCK) == 0, dup2(dEnds[0], iQueue) == iQueue,
-            write(dEnds[1], dEvent, sizeof dEvent) == sizeof dEvent, Batch() == u"-");
+            write(dEnds[1], dEvent, sizeof dEvent) == sizeof dEvent, NextBatch() == u"-");
         m_Watch.Close();
         char dRead[sizeof dEvent];
         EXPECT_EQ(read(iQueue, dRead, sizeof dRead), static_cast<ssize_t>(sizeof dRead)) << "the event is still there";

@@ -99,7 +99,7 @@ TEST(PlatformDialog, LetsTheProgramGoOnWithoutATerminal)
 
 TEST(PlatformReserve, FreesNoDescriptorOfTheHostAndOpensWhatTheHostHasClosed)
 {
-    auto const CountFreed = []
+    auto const FreeAll = []
     {
         int nFreed = 0;
         while (plat::ReserveFree())
@@ -108,16 +108,16 @@ TEST(PlatformReserve, FreesNoDescriptorOfTheHostAndOpensWhatTheHostHasClosed)
         }
         return nFreed;
     };
-    auto const Run = [&CountFreed]
+    auto const Run = [&FreeAll]
     {
         constexpr int LAST_OF_HOST = 60;
         closefrom(3);
         while (dup(0) < LAST_OF_HOST)
         {}
         plat::ReserveAllow(true);
-        EXPECT_EQ(CountFreed(), 0);
+        EXPECT_EQ(FreeAll(), 0);
         plat::ReserveFill();
-        EXPECT_EQ(CountFreed(), 8) << "the whole reserve";
+        EXPECT_EQ(FreeAll(), 8) << "the whole reserve";
         EXPECT_EQ(dup(0), LAST_OF_HOST + 1);
         return 0;
     };

@@ -47,7 +47,8 @@ namespace
         while (dwarf_siblingof(&Die, &Die) == 0);
     }
 
-    // Returns the names at ADDRESS: that of the function by its symbol, and those in the debug information.
+    // Returns the names at ADDRESS: that of the function by its symbol, and those in the debug information. Returns "?"
+    // for a function that is not found. Also reads the line there, which damage must not break.
     std::string NamesAt(std::string const & sProgram)
     {
         Modules_c Modules("");

@@ -111,7 +111,7 @@ namespace
         return dAddresses;
     }
 
-    // Scope with another helper.
+    // Scope in which sPath is the path of the helper, empty for none.
     class HelperScope_c
     {
     public:

@@ -71,7 +71,8 @@ inline std::string FalseAmong(std::initializer_list<Condition_s> dConditions)
     return sNumbers;
 }
 
-/// Starts a module and what it needs. Returns false on failure. Module_c::ShutdownAllModules ends all.
+/// Registers a module, and initialises every registered one that is not yet initialised. Returns false on failure.
+/// Module_c::ShutdownAllModules ends all.
 bool StartModule(Module_c * pModule);
 
 /// Returns the number of this process's pages in memory, without those of files.
@@ -99,7 +100,7 @@ inline testing::KilledBySignal const g_EndedAtBreakpoint(SIGTRAP);
 /// Skips a test that needs StatusAsNobody, unless CanDropRights().
 #define NEEDS_NOBODY SKIP_IF(!CanDropRights(), "the superuser's rights can't be dropped")
 
-/// Returns whether a child process can drop the superuser's rights.
+/// Returns whether a child process can run without the superuser's rights. Returns true if this process has none.
 bool CanDropRights();
 
 /// Runs a call in a child process without the superuser's rights. Returns its status. Requires CanDropRights().
@@ -299,7 +300,7 @@ public:
     ~HeapReports_c() { plat::HeapReportSet(m_fnPrevious); }
     HeapReports_c & operator=(HeapReports_c &&) = delete;
 
-    /// Returns what was reported since the last call.
+    /// Removes the reports since the last call and returns them.
     std::string Extract() { return std::exchange(s_sReports, ""); }
 
 private:
@@ -316,7 +317,7 @@ inline std::wstring WideFromAscii(std::string const & sText)
 /// Returns an address as the heap's reports show it.
 std::string AddressText(void const * pMemory);
 
-/// Removes each occurrence of a part from a text and returns the rest.
+/// Removes each occurrence of a part from a text and returns the rest. Requires that the part is not empty.
 std::string Without(std::string sText, std::string_view sPart);
 
 /// Page of the file formats, whose examples are tested.

@@ -256,7 +256,7 @@ TEST(ZqHost, KeepsItsWorldWhenTheTerminalGoesAndSaysWhyItCannotWatch)
     TempFolder_c const Folder;
     std::string const sHost =
         TEST_EMULATOR ZQHOST_PATH " --silent --watch --media " TEST_MEDIA_FOLDER " --log " + Folder.GetPath();
-    // The hang-up comes twice, and what the host prints to is gone.
+    // The hang-up comes twice. What the host prints to is gone.
     RunShell("cd " + Folder.GetPath() + "; { " + sHost
              + " & echo $! >pid; wait $!; echo $? >status; } 2>said | { grep -q Watching;"
                " exec <&-; kill -HUP $(cat pid); kill -HUP $(cat pid) 2>kill; }; wait");

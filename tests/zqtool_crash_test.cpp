@@ -232,6 +232,19 @@ TEST_F(ZqtoolCrash, AThreadsNameForgesNoLock)
         HasSubstr("4712 \"x, holds \"y\", waits for g_csAsync: "));
 }
 
+TEST_F(ZqtoolCrash, KeepsTheBlanksOfAModulesName)
+{
+    std::string const sFile = WriteDetails(Replaced(DETAILS, "my\\x20game+1CD Ship", "my\\x20game\\x20+1CD Ship"));
+    EXPECT_EQ(Json_t::parse(Shown("--json " + sFile))["thread"]["frames"][1]["module"], "my game ");
+}
+
+TEST_F(ZqtoolCrash, DoesNotCallANamelessFrameTheNamedOne)
+{
+    std::size_t const iFrames = DETAILS.find("#0 "), iEnd = DETAILS.find("#10 ");
+    EXPECT_THAT(Shown(WriteDetails(DETAILS.substr(0, iFrames) + DETAILS.substr(iEnd))),
+        HasSubstr("\nInnermost frame; no frame has a name\n  > #10  libc.so.6+1234\n"));
+}
+
 TEST_F(ZqtoolCrash, NamesTheHostsFunctionAsTheCauseNotTheRuntimeThatEndsTheProcess)
 {
     std::string const sException = Replaced(
@@ -339,7 +352,7 @@ TEST_F(ZqtoolCrash, ThePageFiltersItsGroupsAndFitsANarrowWindow)
     WriteDetails(DETAILS, "CrashReport_1");
     WriteDetails(Replaced(DETAILS, "Ship_c::Hit [inlined]", "<i id=evil>'\"::Sink [inlined]"), "CrashReport_2");
     RunTool("crash --html " + m_Folder.Join("page.html") + " " + m_Folder.GetPath());
-    std::string const sDocument = BrowserDocument(m_Folder, m_Folder.Read("page.html"), R"(
+    std::string const sDocument = LoadDocument(m_Folder, m_Folder.Read("page.html"), R"(
 filter.value = "evil>'\"::sink"; filter.dispatchEvent(new Event("input"));
 document.documentElement.dataset.seen = [groups.map((group) => group.hidden), shown.textContent,
     document.getElementById("evil"), groups[1].querySelector("details").open].join();
@@ -497,7 +510,7 @@ TEST_F(ZqtoolCrash, ColoursObeyNoColorAndTextsControlNoTerminal)
     EXPECT_EQ(sPlain.find('\x1B'), std::string::npos) << "what a file holds controls no terminal";
 }
 
-TEST_F(ZqtoolCrash, ArgumentsAreChecked)
+TEST_F(ZqtoolCrash, RefusesUnusableFilesAndKeepsThoseThatItReads)
 {
     std::string const sFile = WriteDetails(DETAILS);
     // Statuses: 0 success, 1 a failure with a file or a folder, 2 wrong arguments.

@@ -1,6 +1,7 @@
 #include "zqcore/cmemory.h"
 #include "zqcore/cmemoryreport.h"
 
+#include "tests/memory_support.h"
 #include "tests/test_support.h"
 
 #include <algorithm>
@@ -68,7 +69,7 @@ TEST(ZqtoolMemory, ReadsWhatTheLibraryWrites)
     Result_t const Result = RunTool("memory allocations.csv");
     delete[] p;
     EXPECT_EQ(Result.iStatus, 0) << Result.sOutput;
-    std::size_t const nBlock = BYTES + MEMORY_ALIGNMENT - 1 + 2 * sizeof(void *);   // with padding and header
+    std::size_t const nBlock = BYTES + AROUND;
     EXPECT_THAT(Result.sOutput, testing::ContainsRegex(std::to_string(nBlock) + " +[0-9.]+% +1  ScaleForm"));
     EXPECT_THAT(Result.sOutput,
         testing::ContainsRegex(std::to_string(nBlock) + " +[0-9.]+% +1  .*zqtool_memory_test.cpp\\([0-9]+\\)"));

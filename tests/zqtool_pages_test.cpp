@@ -1,5 +1,6 @@
 // Pages of zqtool at the widths of a phone, a tablet and a desktop, light and dark, and the page of a running program.
 #include "tests/browser_support.h"
+#include "tests/stats_support.h"
 #include "zqcore/cprofile.h"
 
 #include <array>
@@ -15,7 +16,6 @@ namespace
 {
     using testing::HasSubstr;
 
-    constexpr std::size_t PAGE_FRAMES = PROFILER_FRAMES, PAGE_RECORD = sizeof(profiler::timer_t);
     constexpr char PAGE_RATE[] = " --ticks-per-second 1e9 ";
 
     // Writes a number of nBytes bytes, lowest first.
@@ -32,15 +32,16 @@ namespace
     std::string Timer(
         char const * szName, std::uint32_t iTimer, std::size_t nChild, std::size_t nNext, std::uint64_t tTime)
     {
-        std::string sRecord(PAGE_RECORD, '\0');
+        std::string sRecord(STATS_RECORD, '\0');
         sRecord.replace(0, std::strlen(szName), szName);
-        Put(sRecord, 32, iTimer, 4);
-        Put(sRecord, 36, nChild, 4);
-        Put(sRecord, 40, nNext, 4);
-        for (std::size_t i = 0; i < PAGE_FRAMES; ++i)
+        Put(sRecord, STATS_TIMER, iTimer, 4);
+        Put(sRecord, STATS_CHILD, nChild, 4);
+        Put(sRecord, STATS_NEXT, nNext, 4);
+        for (std::size_t i = 0; i < STATS_FRAMES; ++i)
         {
-            Put(sRecord, 56 + 16 * i, i == 77 && tTime > 1000000 ? 2000000000 : tTime + tTime * (i % 7) / 10, 8);
-            Put(sRecord, 64 + 16 * i, tTime > 0, 4);
+            std::size_t const nFrame = STATS_TIMES + sizeof(timerFrame_t) * i;
+            Put(sRecord, nFrame, i == 77 && tTime > 1000000 ? 2000000000 : tTime + tTime * (i % 7) / 10, 8);
+            Put(sRecord, nFrame + 8, tTime > 0, 4);
         }
         return sRecord;
     }
@@ -49,8 +50,8 @@ namespace
     std::string StatsFile(std::size_t nBatches, std::size_t nAddress = 0)
     {
         std::string sFile(8, '\0'), sBatch(4, '\0');
-        auto const At = [nAddress](std::size_t iTimer) { return nAddress + iTimer * PAGE_RECORD; };
-        Put(sFile, 0, PAGE_RECORD, 4);
+        auto const At = [nAddress](std::size_t iTimer) { return nAddress + iTimer * STATS_RECORD; };
+        Put(sFile, 0, STATS_RECORD, 4);
         Put(sFile, 4, nAddress, 4);
         Put(sBatch, 0, 5, 4);
         sBatch += Timer("", 0x80000000, At(1), 0, 0) + Timer("Application", ZQ_TIMER_APPLICATION, At(2), 0, 20000000)
@@ -63,7 +64,8 @@ namespace
         return sFile;
     }
 
-    // Returns a snapshot of 13 blocks in each category. The third has nGrown bytes more, the fifth nGrown / 2 fewer.
+    // Returns a snapshot of 13 blocks in each category. The third one has nGrown bytes more than without growth. The
+    // fifth one has nGrown / 2 fewer.
     std::string Snapshot(int nGrown)
     {
         std::string sText = "Memory allocations\n";
@@ -202,7 +204,10 @@ addEventListener("load", () =>
         std::string sSeen;   // what LAYOUT_SCRIPT reports before the scheme and the width
     };
 
-    // Makes pages, shows them at three widths in both schemes, and compares the pictures with the golden ones.
+    // Makes pages and shows them at three widths in both schemes. Expects of each view:
+    // - LAYOUT_SCRIPT reports sSeen, the scheme and the width.
+    // - The output of the tool has the four rows of figures that the page shows.
+    // - The picture differs little from the golden one.
     void ExpectPagesFitAndLookAsBefore(TempFolder_c const & Folder, std::vector<Page_s> const & dPages)
     {
         std::string sImages, sNames;
@@ -216,7 +221,7 @@ addEventListener("load", () =>
                 bool const bDark = i % 2 == 0;
                 std::string const sState = sName + "-" + sWidth + (bDark ? "-dark" : "-light"),
                                   sImage = Folder.Join(sState + ".png");
-                std::string const sDocument = BrowserDocument(Folder, Folder.Read("page.html"), LAYOUT_SCRIPT, "",
+                std::string const sDocument = LoadDocument(Folder, Folder.Read("page.html"), LAYOUT_SCRIPT, "",
                     "--hide-scrollbars --window-size=" + sWidth + ",900 --screenshot=" + sImage
                         + " --blink-settings=preferredColorScheme=" + (bDark ? "0" : "1"));
                 EXPECT_EQ(AttributeOf(sDocument, "seen"), sSeen + (bDark ? "; dark; " : "; light; ") + sWidth)
@@ -232,7 +237,7 @@ addEventListener("load", () =>
             }
         }
         std::string const sGrids =
-            AttributeOf(BrowserDocument(Folder, "<!DOCTYPE html>\n<html lang=\"en\" data-ready=\"1\">" + sImages,
+            AttributeOf(LoadDocument(Folder, "<!DOCTYPE html>\n<html lang=\"en\" data-ready=\"1\">" + sImages,
                             GRID_SCRIPT, "", "--allow-file-access-from-files"),
                 "seen");
         std::vector<std::string> const dGrids = Split(sGrids, ' '), dNames = Split(sNames, '\n');

@@ -1,4 +1,5 @@
 #include "tests/browser_support.h"
+#include "tests/stats_support.h"
 #include "zqcore/cfilename.h"
 #include "zqcore/cprofile.h"
 
@@ -11,10 +12,9 @@ namespace
     using Json_t = nlohmann::json;
     using testing::HasSubstr;
 
-    constexpr std::size_t FRAMES = PROFILER_FRAMES, RECORD = sizeof(profiler::timer_t), TIMERS = 6, WORST = 77;
-    constexpr std::size_t BATCH_0 = 8, BATCH_1 = BATCH_0 + 4 + (TIMERS - 1) * RECORD;   // offsets in the sample
-    constexpr std::size_t NAME_END = 28, TIMER = 32, CHILD = 36, NEXT = 40, FIRST_TIME_HIGH = 60,
-                          MAX_SLOT = 2496;                 // offsets in a record, which docs/formats.md lists
+    constexpr std::size_t TIMERS = 6, WORST = 77;
+    constexpr std::size_t BATCH_0 = 8, BATCH_1 = BATCH_0 + 4 + (TIMERS - 1) * STATS_RECORD;    // offsets in the sample
+    constexpr std::size_t NAME_END = 28, FIRST_TIME_HIGH = STATS_TIMES + 4, MAX_SLOT = 2496;   // offsets in a record
     constexpr std::uint32_t RECORD_ADDRESS = 0xFFFFF000;   // the addresses from record 2 on wrap around
 
     constexpr char UGLY[] = "</script><b id=evil>&\"'\\\x1B[1m\xFF_x";
@@ -48,9 +48,9 @@ namespace
         TempFolder_c const Folder;
         EXPECT_TRUE(StartModule(ModuleProfiler_c::Get()));
         ProfilerInitSwapStats(FileName_c(Folder.Join("stats").c_str()));
-        for (std::size_t iFrame = 0; iFrame < 2 * FRAMES; ++iFrame)
+        for (std::size_t iFrame = 0; iFrame < 2 * STATS_FRAMES; ++iFrame)
         {
-            if (iFrame % FRAMES == 0)
+            if (iFrame % STATS_FRAMES == 0)
             {
                 {
                     ProfilerFrameScope_c const Application;
@@ -58,9 +58,9 @@ namespace
                 }
                 ProfilerScope_c const Update("update");
             }
-            for (std::size_t i = 0; i < (iFrame < FRAMES ? TIMERS - 1 : TIMERS); ++i)
+            for (std::size_t i = 0; i < (iFrame < STATS_FRAMES ? TIMERS - 1 : TIMERS); ++i)
             {
-                ProfilerGetRoot()[i].dFrames[iFrame % FRAMES] = Measured(i, iFrame);
+                ProfilerGetRoot()[i].dFrames[iFrame % STATS_FRAMES] = Measured(i, iFrame);
             }
             ProfilerUpdateFrame(false);
         }
@@ -76,8 +76,8 @@ namespace
         for (std::size_t i = 0; i < 2 * TIMERS - 1; ++i)
         {
             std::size_t const nRecord =
-                i < TIMERS - 1 ? BATCH_0 + 4 + i * RECORD : BATCH_1 + 4 + (i + 1 - TIMERS) * RECORD;
-            for (std::size_t const nLink : { nRecord + CHILD, nRecord + NEXT })
+                i < TIMERS - 1 ? BATCH_0 + 4 + i * STATS_RECORD : BATCH_1 + 4 + (i + 1 - TIMERS) * STATS_RECORD;
+            for (std::size_t const nLink : { nRecord + STATS_CHILD, nRecord + STATS_NEXT })
             {
                 std::uint32_t const nFrom = Word(sBytes, nLink);
                 sBytes = Patched(sBytes, nLink, nFrom != 0 ? nFrom - Word(s_sFile, 4) + RECORD_ADDRESS : 0);
@@ -119,7 +119,7 @@ TEST_F(ZqtoolStats, PrintsTheTree)
 
 TEST_F(ZqtoolStats, AveragesATimerOverTheFramesInWhichItIsKnown)
 {
-    Result_t const Broken = Run(Sample().substr(0, BATCH_1 + 4 + 2 * RECORD));
+    Result_t const Broken = Run(Sample().substr(0, BATCH_1 + 4 + 2 * STATS_RECORD));
     EXPECT_THAT(
         Broken.sOutput, HasSubstr("      2.0600       0.5000      20.0000        77          300         1.00  App"))
         << "the time of its own comes from the batch that is whole";
@@ -168,36 +168,37 @@ print(*(f"{ascii(name)} {sum}" for name, sum in sums.items()), sep="\n")
 TEST_F(ZqtoolStats, ReportsWhereTheFileIsDamagedAndShowsTheRest)
 {
     std::string const sGood = Sample(), sTwo = "300 frames in 2 batches", sOne = "150 frames in 1 batch;";
-    std::size_t const nRecord = BATCH_1 + 4 + 3 * RECORD;   // record 3 of the second batch
-    auto const At = [](std::uint32_t i) { return RECORD_ADDRESS + i * static_cast<std::uint32_t>(RECORD); };
+    std::size_t const nRecord = BATCH_1 + 4 + 3 * STATS_RECORD;   // record 3 of the second batch
+    auto const At = [](std::uint32_t i) { return RECORD_ADDRESS + i * static_cast<std::uint32_t>(STATS_RECORD); };
     for (auto const & [sBytes, sExpected, sShown] :
         Rows_t<std::string, std::string, std::string>{
             { "", "byte 0: the file ends within its header of 8 bytes", "0 frames in 0 batches" },
             { Patched(sGood, 0, 2500), "byte 0: not a stats file: records of 2500 bytes in place of 2504", "0 frames" },
             { sGood.substr(0, BATCH_0 + 2), "byte 10: the file ends within the count of batch 0", "0 frames" },
             { sGood.substr(0, BATCH_0 + 9), "byte 17: the file ends within record 0 of batch 0", "0 frames" },
-            { sGood.substr(0, nRecord + NEXT), "byte 20088: the file ends within record 3 of batch 1, which has 6",
-                sTwo },
+            { sGood.substr(0, nRecord + STATS_NEXT),
+                "byte 20088: the file ends within record 3 of batch 1, which has 6", sTwo },
             { sGood.substr(0, BATCH_1 + 3), "byte 12535: the file ends within the count of batch 1", sOne },
             { Patched(sGood, BATCH_1, 0), "byte 12532: batch 1 has 0 records in place of 1 to 512", sOne },
             { Patched(sGood, BATCH_1, 513), "byte 12532: batch 1 has 513 records", sOne },
-            { Patched(sGood, nRecord + NEXT, At(1)),
+            { Patched(sGood, nRecord + STATS_NEXT, At(1)),
                 "byte 20088: the sibling of record 3 of batch 1 is at address FFFFF9C8, which leads back", sTwo },
-            { Patched(sGood, nRecord + CHILD, At(3)), "byte 20084: the child of record 3 of batch 1 is at address",
+            { Patched(sGood, nRecord + STATS_CHILD, At(3)),
+                "byte 20084: the child of record 3 of batch 1 is at address", sTwo },
+            { Patched(sGood, nRecord + STATS_NEXT, At(6)), ", which is outside of the batch", sTwo },
+            { Patched(sGood, nRecord + STATS_NEXT, At(5) + 1), ", which is within a record", sTwo },
+            { Patched(sGood, nRecord + STATS_NEXT, 0), "byte 25056: nothing links to record 5 of batch 1; it is shown",
                 sTwo },
-            { Patched(sGood, nRecord + NEXT, At(6)), ", which is outside of the batch", sTwo },
-            { Patched(sGood, nRecord + NEXT, At(5) + 1), ", which is within a record", sTwo },
-            { Patched(sGood, nRecord + NEXT, 0), "byte 25056: nothing links to record 5 of batch 1; it is shown",
-                sTwo },
-            { Patched(sGood, nRecord + NEXT, At(4)),
+            { Patched(sGood, nRecord + STATS_NEXT, At(4)),
                 "byte 20088: record 3 of batch 1 links to record 4, which hangs elsewhere", sTwo },
-            { Patched(sGood, BATCH_1 + 4 + NEXT, At(5)), "links to record 5 as a sibling of the root", sTwo },
-            { Patched(sGood, BATCH_1 + 4 + TIMER, 7), "record 0 of batch 1 is not the root: its id is 00000007", sTwo },
+            { Patched(sGood, BATCH_1 + 4 + STATS_NEXT, At(5)), "links to record 5 as a sibling of the root", sTwo },
+            { Patched(sGood, BATCH_1 + 4 + STATS_TIMER, 7), "record 0 of batch 1 is not the root: its id is 00000007",
+                sTwo },
             { Patched(sGood, nRecord + NAME_END, 0x41414141), "byte 20048: the name of record 3 of batch 1 has no end",
                 sTwo },
             { Patched(sGood, nRecord + MAX_SLOT, 150), "byte 22544: the peak of record 3 of batch 1 is in slot 150",
                 sTwo },
-            { Patched(sGood, BATCH_1 + 4 + RECORD + FIRST_TIME_HIGH, 0x7FFFFFFF) + "x", "the count of batch 2",
+            { Patched(sGood, BATCH_1 + 4 + STATS_RECORD + FIRST_TIME_HIGH, 0x7FFFFFFF) + "x", "the count of batch 2",
                 sTwo } })
     {
         Result_t const Result =
@@ -291,7 +292,7 @@ protected:
 
     std::string Load(std::string const & sAddress, std::string const & sScript = "")
     {
-        return BrowserDocument(m_Folder, m_sPage, sScript, sAddress);
+        return LoadDocument(m_Folder, m_sPage, sScript, sAddress);
     }
 
     std::string m_sPage;

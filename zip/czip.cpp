@@ -155,7 +155,8 @@ namespace
             , m_bRelativeNames(bRelativeNames)
         {}
 
-        // Adds the files and returns how many it added.
+        // Adds the files and returns how many it added. Logs each entry that it skips, and reports it to
+        // g_FileSkipCallbacker.
         int Run()
         {
             zip_int64_t const nEntries = zip_get_num_entries(m_Archive.GetZip(), 0);
@@ -194,8 +195,8 @@ namespace
             auto * const pTwin = dynamic_cast<ZipFile_c *>(pPresent);
             if (pTwin && &pTwin->GetArchive() == &m_Archive)
             {
-                // The first one is not marked: opening a duplicate is an Achtung, which ends a silent process, and
-                // anyone may have packed this archive.
+                // Does not mark the first one: opening a duplicate is an Achtung, which ends a silent process. Anyone
+                // may have packed this archive.
                 return "it is a duplicate";
             }
             if (pPresent && m_eOrder == ZipOrder_e::Under)

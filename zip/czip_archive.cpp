@@ -103,7 +103,7 @@ ZipArchive_c * ZipArchive_c::OpenForWorker()
 
 // Reads one byte, because libzip then reads the local header and passes the read of the data through, which shows their
 // position.
-std::uint32_t ZipArchive_c::DataOf(zip_uint64_t iEntry)
+std::uint32_t ZipArchive_c::FindData(zip_uint64_t iEntry)
 {
     plat::LockScope_c const Scope(m_Lock);
     zip_file_t * const pFile = zip_fopen_index(m_pZip, iEntry, ZIP_FL_COMPRESSED);

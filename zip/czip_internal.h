@@ -49,7 +49,7 @@ public:
 
     /// Returns the position of an entry's data in the archive's file, or 0 on failure. Requires that the entry has
     /// data. Any thread may call this function.
-    std::uint32_t DataOf(zip_uint64_t iEntry);
+    std::uint32_t FindData(zip_uint64_t iEntry);
 
     /// Reads from a position of the archive's file. Returns the number of bytes read, which is smaller than nBytes at
     /// the file's end or on failure. Any thread may call it.

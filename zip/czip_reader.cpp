@@ -37,7 +37,7 @@ bool ZipReader_c::Begin()
     {
         return true;
     }
-    m_nDataAt = m_Archive.DataOf(m_Facts.iEntry);
+    m_nDataAt = m_Archive.FindData(m_Facts.iEntry);
     if (m_nDataAt == 0 || m_Facts.nStored > m_Archive.GetSize() - m_nDataAt)
     {
         return Fail(UNREADABLE);

@@ -75,7 +75,7 @@ namespace
     void Append(char const * szAppend, std::size_t nAppend)
     {
         plat::ClipboardBlock_t const hNewText =
-            plat::ClipboardBlockNew(nAppend + std::max<std::size_t>(plat::ClipboardBlockSize(g_hClipboard), 1));
+            plat::ClipboardBlockAllocate(nAppend + std::max<std::size_t>(plat::ClipboardBlockSize(g_hClipboard), 1));
         char const * const pOld = plat::ClipboardBlockLock(g_hClipboard);
         if (char * const pNew = plat::ClipboardBlockLock(hNewText))
         {
@@ -169,7 +169,7 @@ void ClipboardReset()
     {
         return;
     }
-    plat::ClipboardBlock_t const hText = plat::ClipboardBlockNew(1);
+    plat::ClipboardBlock_t const hText = plat::ClipboardBlockAllocate(1);
     if (char * const pText = plat::ClipboardBlockLock(hText))
     {
         *pText = '\0';

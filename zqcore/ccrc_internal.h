@@ -2,6 +2,9 @@
 #pragma once
 
 #include "zqcore/cconfig.h"
+#include "zqcore/ccrc.h"
+
+#include <cstring>
 
 /// The reflected polynomial of IEEE 802.3.
 inline constexpr std::uint32_t CRC32_POLYNOMIAL = 0xEDB88320u;
@@ -24,6 +27,12 @@ struct Crc32Kernels_t
 /// Returns the CRC-32 of a run of any length from the register before it. Uses the tables, eight bytes at a time, and
 /// works on every processor.
 std::uint32_t Crc32ByTables(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwRegister);
+
+/// Returns the CRC-32 of a text, such as the name of a chunk.
+inline std::uint32_t Crc32OfText(char const * szText)
+{
+    return GetCrc32Polynomial(szText, static_cast<int>(std::strlen(szText)));
+}
 
 /// Returns the kernels of the processor that runs the call.
 Crc32Kernels_t Crc32FindKernels();

@@ -37,14 +37,7 @@ namespace
     // Forgets the support thread and the pending fault. A forked child has neither that thread nor one that awaits it.
     void ForgetSupportThread()
     {
-        if (g_HandOver.TryEnter())
-        {
-            g_HandOver.Leave();
-        }
-        else
-        {
-            g_HandOver.Renew();
-        }
+        g_HandOver.RenewUnlessMine();
         g_Thread.Forget();
         g_iThread = 0;
         g_bRunning = false;
@@ -178,7 +171,7 @@ namespace
         auto const fnHandle = [](void *) { HandlePending(*g_pPending); };
         int const nDepth = g_Lock.GetDepth();
         ComplaintMark_c const Mark;
-        if (!plat::FaultGuardedCall(fnHandle, nullptr, 0))
+        if (!plat::FaultCallGuarded(fnHandle, nullptr, 0))
         {
             EndIfExiting();
             EndTrace();

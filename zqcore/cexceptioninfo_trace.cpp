@@ -1,6 +1,7 @@
 #include "zqcore/cexceptioninfo_internal.h"
 
 #include "zqcore/cdebug_internal.h"
+#include "zqcore/cexceptionreport_internal.h"
 #include "zqcore/clog_format_internal.h"
 #include "zqcore/cscope_internal.h"
 
@@ -45,74 +46,42 @@ namespace
     int g_nModules = 0;
     char g_szError[ERROR_SIZE];
 
-    char const * FileNameOf(char const * szPath)
-    {
-        char const * const szLast = std::strrchr(szPath, '/');
-        return szLast != nullptr ? szLast + 1 : szPath;
-    }
-
     void AddModule(plat::Module_t const & Module, void *)
     {
         if (g_nModules < MAX_MODULES)
         {
             ModuleInfo_s & Info = g_dModules[g_nModules++];
             std::snprintf(Info.szPath, sizeof Info.szPath, "%s", Module.szPath);
-            Info.szName = FileNameOf(Info.szPath);
+            Info.szName = plat::ModuleFileName(Info.szPath);
             Info.Base = Module.Base;
             Info.nSize = Module.nBytes;
         }
     }
 
-    // Text of one trace. g_TraceText is a global, because the caller may have little stack.
-    class TraceText_c
-    {
-    public:
-        void Clear()
-        {
-            m_nLength = 0;
-            m_szText[0] = 0;
-        }
-
-        // Appends a text, cut to what fits.
-        void Append(char const * fmt, ...) ZQ_PRINTF(2, 3)
-        {
-            std::va_list args;
-            va_start(args, fmt);
-            std::size_t const nRoom = sizeof m_szText - m_nLength;
-            int const nText = std::vsnprintf(m_szText + m_nLength, nRoom, fmt, args);
-            va_end(args);
-            m_nLength += std::min(static_cast<std::size_t>(std::max(nText, 0)), nRoom - 1);
-        }
-
-        char const * Get() const { return m_szText; }
-
-    private:
-        std::size_t m_nLength;
-        char m_szText[EXCEPTION_TRACE_SIZE];
-    };
-
-    TraceText_c g_TraceText;
+    // The trace being written. These are globals, because the caller may have little stack.
+    char g_szTrace[EXCEPTION_TRACE_SIZE];
     plat::FaultContext_t g_Context;   // of the trace
     char g_szName[4096];              // of a function, then of its source file
 
-    void AppendFrame(plat::Symbols_c & Symbols, int iFrame, plat::SymbolFrame_t const & Frame)
+    void AppendFrame(
+        exceptionreport::Text_c & Trace, plat::Symbols_c & Symbols, int iFrame, plat::SymbolFrame_t const & Frame)
     {
         std::uintptr_t const Inside = Frame.PlaceInSource();
         std::uint64_t nDisplacement = 0;
         unsigned iLine = 0;
         bool const bName = Symbols.FunctionAt(Inside, g_szName, sizeof g_szName, &nDisplacement);
-        g_TraceText.Append("[%.2d]\t%s\t", iFrame, bName ? g_szName : "?");
+        Trace.Add("[%.2d]\t%s\t", iFrame, bName ? g_szName : "?");
         if (Symbols.LineAt(Inside, g_szName, sizeof g_szName, &iLine))
         {
-            g_TraceText.Append("%s (%u)\t\n", g_szName, iLine);
+            Trace.Add("%s (%u)\t\n", g_szName, iLine);
         }
         else
         {
-            g_TraceText.Append("eip\t0x%08" PRIXPTR "\n", Frame.Address);
+            Trace.Add("eip\t0x%08" PRIXPTR "\n", Frame.Address);
         }
     }
 
-    void Walk(int nFrames, int nSkip)
+    void Walk(exceptionreport::Text_c & Trace, int nFrames, int nSkip)
     {
         plat::Symbols_c Symbols;
         Symbols.Start(&g_Context);   // on failure the walk has addresses only
@@ -122,17 +91,17 @@ namespace
         {
             if (!Symbols.NextFrame(&Frame))
             {
-                g_TraceText.Append("Stack Trace Failed");
+                Trace.Add("Stack Trace Failed");
                 return;
             }
             if (Frame.Address == 0)
             {
-                g_TraceText.Append("Stack Trace Failed:: zero eip");
+                Trace.Add("Stack Trace Failed:: zero eip");
                 return;
             }
             if (i >= nSkip)
             {
-                AppendFrame(Symbols, i, Frame);
+                AppendFrame(Trace, Symbols, i, Frame);
             }
         }
     }
@@ -251,12 +220,12 @@ void ExceptionInfo_c::StackTrace(
         return;
     }
     Scope_c const Scope;
-    g_TraceText.Clear();
+    exceptionreport::Text_c Trace(g_szTrace, sizeof g_szTrace);
     ValueScope_T const InUse(g_bTraceInUse, true);
     errno = 0;
     g_Context = *pPointers->pContext;
-    Walk(nFrames, nSkip);
-    std::snprintf(szBuffer, nSize, "%s", g_TraceText.Get());
+    Walk(Trace, nFrames, nSkip);
+    std::snprintf(szBuffer, nSize, "%s", Trace.Get());
 }
 
 void ExceptionInfo_c::DumpMemory(char const * szRegister, std::uintptr_t nValue, std::uintptr_t nStart, int nWords)

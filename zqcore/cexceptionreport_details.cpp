@@ -1,6 +1,7 @@
 // The file of details beside a report: sections of lines that a person reads and a program parses.
 // docs/formats.md describes it.
 #include "zqcore/cexceptionreport_internal.h"
+#include "zqcore/cfaultnames_internal.h"
 
 #include "platform/clock.h"
 #include "platform/modulelist.h"
@@ -37,39 +38,11 @@ namespace
         }
     }
 
-    struct FaultKind_s
-    {
-        std::uint32_t nCode;
-        char const * szKind;
-    };
-    constexpr FaultKind_s FAULT_KINDS[] = {
-        { plat::FAULT_BREAKPOINT, "trap" },
-        { plat::FAULT_SINGLE_STEP, "trap" },
-        { plat::FAULT_ILLEGAL_INSTRUCTION, "instruction" },
-        { plat::FAULT_PRIVILEGED, "instruction" },
-        { plat::FAULT_ARRAY_BOUNDS, "arithmetic" },
-        { plat::FAULT_FLOAT_DENORMAL, "arithmetic" },
-        { plat::FAULT_FLOAT_DIVIDE, "arithmetic" },
-        { plat::FAULT_FLOAT_INEXACT, "arithmetic" },
-        { plat::FAULT_FLOAT_INVALID, "arithmetic" },
-        { plat::FAULT_FLOAT_OVERFLOW, "arithmetic" },
-        { plat::FAULT_FLOAT_STACK, "arithmetic" },
-        { plat::FAULT_FLOAT_UNDERFLOW, "arithmetic" },
-        { plat::FAULT_INTEGER_DIVIDE, "arithmetic" },
-        { plat::FAULT_INTEGER_OVERFLOW, "arithmetic" },
-        { plat::FAULT_STACK_OVERFLOW, "stack" },
-        { plat::FAULT_ABORT, "abort" },
-        { plat::FAULT_UNCAUGHT_EXCEPTION, "exception" },
-    };
-
     char const * KindOf(plat::FaultRecord_t const & Record)
     {
-        for (FaultKind_s const & Kind : FAULT_KINDS)
+        if (char const * const szKind = FaultKindOf(Record.nCode))
         {
-            if (Kind.nCode == Record.nCode)
-            {
-                return Kind.szKind;
-            }
+            return szKind;
         }
         switch (Record.eAccess)
         {
@@ -146,8 +119,7 @@ namespace
         {
             return;
         }
-        char const * const pSlash = std::strrchr(Module.szPath, '/');
-        for (char const * pPart = pSlash ? pSlash + 1 : Module.szPath; *pPart != '\0';)
+        for (char const * pPart = plat::ModuleFileName(Module.szPath); *pPart != '\0';)
         {
             std::size_t const nPart = std::strcspn(pPart, " ");
             Place.Line.AddShown(pPart, nPart);

@@ -97,7 +97,7 @@ namespace exceptionreport
     {
         ComplaintMark_c const Mark;
         bool const bEnded =
-            plat::FaultGuardedCall([](void * pCall) noexcept { (*static_cast<CALL *>(pCall))(); }, &fnCall, nLimit);
+            plat::FaultCallGuarded([](void * pCall) noexcept { (*static_cast<CALL *>(pCall))(); }, &fnCall, nLimit);
         if (!bEnded)
         {
             Mark.EndLater();

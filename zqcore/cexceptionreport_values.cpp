@@ -201,7 +201,7 @@ void exceptionreport::WriteVariables(plat::Symbols_c & Symbols)
     while (Symbols.NextVariable(&Call.Variable))
     {
         Call.bWritten = false;
-        plat::FaultGuardedCall(CallWriteVariable, &Call, 0);
+        plat::FaultCallGuarded(CallWriteVariable, &Call, 0);
         if (!Call.bWritten)
         {
             char szLine[LINE_SIZE];

@@ -1,4 +1,5 @@
-// cfaultnames_internal.h: names of the codes of faults, for the crash report and the exception handler.
+// cfaultnames_internal.h: names and kinds of the codes of faults, for the crash report, the exception handler and the
+// tools.
 #pragma once
 
 #include "platform/faults.h"
@@ -47,6 +48,47 @@ inline char const * FaultNameOf(std::uint32_t nCode, std::size_t nSkip = 0)
         if (Name.nCode == nCode)
         {
             return Name.szName + nSkip;
+        }
+    }
+    return nullptr;
+}
+
+/// Row of FAULT_KINDS.
+struct FaultKind_s
+{
+    std::uint32_t nCode;
+    char const * szKind;
+};
+
+/// Kinds of faults that are no access to memory, as the details of a crash and the tools name them.
+inline constexpr FaultKind_s FAULT_KINDS[] = {
+    { plat::FAULT_BREAKPOINT, "trap" },
+    { plat::FAULT_SINGLE_STEP, "trap" },
+    { plat::FAULT_ILLEGAL_INSTRUCTION, "instruction" },
+    { plat::FAULT_PRIVILEGED, "instruction" },
+    { plat::FAULT_ARRAY_BOUNDS, "arithmetic" },
+    { plat::FAULT_FLOAT_DENORMAL, "arithmetic" },
+    { plat::FAULT_FLOAT_DIVIDE, "arithmetic" },
+    { plat::FAULT_FLOAT_INEXACT, "arithmetic" },
+    { plat::FAULT_FLOAT_INVALID, "arithmetic" },
+    { plat::FAULT_FLOAT_OVERFLOW, "arithmetic" },
+    { plat::FAULT_FLOAT_STACK, "arithmetic" },
+    { plat::FAULT_FLOAT_UNDERFLOW, "arithmetic" },
+    { plat::FAULT_INTEGER_DIVIDE, "arithmetic" },
+    { plat::FAULT_INTEGER_OVERFLOW, "arithmetic" },
+    { plat::FAULT_STACK_OVERFLOW, "stack" },
+    { plat::FAULT_ABORT, "abort" },
+    { plat::FAULT_UNCAUGHT_EXCEPTION, "exception" },
+};
+
+/// Returns the kind of a code, or null for an access or a code without a kind.
+inline char const * FaultKindOf(std::uint32_t nCode)
+{
+    for (FaultKind_s const & Kind : FAULT_KINDS)
+    {
+        if (Kind.nCode == nCode)
+        {
+            return Kind.szKind;
         }
     }
     return nullptr;

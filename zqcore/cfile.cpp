@@ -280,17 +280,9 @@ bool File_c::TakeUnlocked()
 
 void File_c::RenewLock()
 {
-    if (m_Lock.IsFree())
+    if (!m_Lock.IsFree())
     {
-        return;
-    }
-    if (m_Lock.TryEnter())
-    {
-        m_Lock.Leave();
-    }
-    else
-    {
-        m_Lock.Renew();
+        m_Lock.RenewUnlessMine();
     }
 }
 
@@ -464,6 +456,24 @@ bool FileOnDisk_c::ComplainOfRead(char const * szLocation, char const * szReason
     return ReportReadError();
 }
 
+ZQ_COLD bool FileOnDisk_c::ComplainOfLoadOpen(char const * szLocation, char const * szReason)
+{
+    LogEscaped("FileOnDisk_c::Load: Cannot open file: '%s'", szLocation);
+    LogEscaped("FileOnDisk_c::Load: %s", szReason);
+    SetWhyNot(szReason);
+    return LogWhyNot();
+}
+
+// Closes the file after a seek that failed, and reports the failure.
+ZQ_COLD bool FileOnDisk_c::ComplainOfSeek(plat::File_t hFile, char const * szLocation)
+{
+    SetWhyNot(LastErrorReason());
+    CloseTracked(hFile);
+    ReportReadError();
+    LogEscaped("FileOnDisk_c::Load: Error reading file: '%s' - SetFilePointer", szLocation);
+    return LogWhyNot();
+}
+
 bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::uint32_t & dwLength)
 {
     MemCategoryScope_c const Category(mem::file);
@@ -479,19 +489,11 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
     plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, sReason);
     if (!hFile)
     {
-        LogEscaped("FileOnDisk_c::Load: Cannot open file: '%s'", static_cast<char const *>(sLocation));
-        LogEscaped("FileOnDisk_c::Load: %s", static_cast<char const *>(sReason));
-        SetWhyNot(sReason);
-        return LogWhyNot();
+        return ComplainOfLoadOpen(sLocation, sReason);
     }
     if (plat::FileSeek(hFile, dwPosition, 0) < 0)
     {
-        SetWhyNot(LastErrorReason());
-        CloseTracked(hFile);
-        ReportReadError();
-        LogEscaped(
-            "FileOnDisk_c::Load: Error reading file: '%s' - SetFilePointer", static_cast<char const *>(sLocation));
-        return LogWhyNot();
+        return ComplainOfSeek(hFile, sLocation);
     }
     plat::FileHintSequential(hFile, dwLength);
     std::size_t const nRead = ReadOrSayWhy(hFile, pBuffer, dwLength, sReason);
@@ -688,6 +690,20 @@ void FileClose(File_c * pFile)
     }
 }
 
+namespace
+{
+    // Returns whether the table has a file of whose name it finds another one.
+    ZQ_COLD bool IsRegisteredTwin(File_c const & File)
+    {
+        auto * pSlot = g_sFileObjects.First();
+        while (pSlot && !(pSlot->pObject == &File && *pSlot->pName == File.sName))
+        {
+            pSlot = g_sFileObjects.Next(pSlot);
+        }
+        return pSlot != nullptr;
+    }
+}
+
 void FileKill(File_c * pFile)
 {
     MemCategoryScope_c const Category(mem::file);
@@ -698,12 +714,7 @@ void FileKill(File_c * pFile)
     }
     ZQ_ASSERT_TEXT(pFile->GetOpensCount() == 0, "pFile->m_iOpensCount==0");
     File_c const * const pFound = g_sFileObjects.FindByName(pFile->sName);
-    bool bRegistered = pFound == pFile;
-    auto * pSlot = pFound ? g_sFileObjects.First() : nullptr;   // a twin may be found first
-    for (; pSlot && !bRegistered; pSlot = g_sFileObjects.Next(pSlot))
-    {
-        bRegistered = pSlot->pObject == pFile && *pSlot->pName == pFile->sName;
-    }
+    bool const bRegistered = pFound == pFile || (pFound && IsRegisteredTwin(*pFile));
     ZQ_ASSERT_TEXT(bRegistered, "g_sFileObjects.DeleteByName(pFile->sName)");
     delete pFile;   // its destructor removes it from the table
 }

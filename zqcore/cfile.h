@@ -237,6 +237,8 @@ public:
 private:
     bool StoreFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock);
     bool ComplainOfRead(char const * szLocation, char const * szReason);
+    bool ComplainOfLoadOpen(char const * szLocation, char const * szReason);
+    bool ComplainOfSeek(plat::File_t hFile, char const * szLocation);
     bool Read(plat::File_t hFile, void * pBuffer, char const * szLocation);
     bool ReadUnlocked(plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation);
 };

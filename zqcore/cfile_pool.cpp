@@ -24,7 +24,7 @@ namespace
     constinit Pool_u g_Pool;
 
     // Returns the pool. The first call initialises it.
-    GigaPoolResizeable_c & Pool()
+    GigaPoolResizeable_c & GetPool()
     {
         if (g_Pool.Pool.ElementSize() == 0) [[unlikely]]
         {
@@ -39,7 +39,7 @@ namespace
     {
         constexpr std::size_t BYTES_AFTER = sizeof(plat::Lock_c) + ZQ_CACHE_LINE;
         constexpr std::size_t BYTES_BEFORE = sizeof(File_c) - sizeof(plat::Lock_c) - sizeof(File_c::sRequestedName);
-        auto * const pRoom = static_cast<char *>(Pool().Alloc(false));
+        auto * const pRoom = static_cast<char *>(GetPool().Alloc(false));
         char const * const pLater = pRoom + 2 * sizeof(FileOnDisk_c);
         for (std::size_t i = 0; i <= BYTES_BEFORE; i += ZQ_CACHE_LINE)
         {
@@ -71,7 +71,7 @@ void FileOnDisk_c::operator delete(void * pObject, std::size_t nBytes)
     }
     else if (pObject)
     {
-        Pool().Free(pObject, false);
+        GetPool().Free(pObject, false);
     }
 }
 
@@ -83,8 +83,8 @@ void FileOnDisk_c::operator delete(void * pObject, int, char const *, int) noexc
 
 void FilePoolTrim()
 {
-    if (Pool().WaterMark() == 0)
+    if (GetPool().WaterMark() == 0)
     {
-        Pool().Reset();
+        GetPool().Reset();
     }
 }

@@ -100,10 +100,10 @@ private:
 /// than one request poll the newest handle first, or poll by file.
 ZQ_API void * FileAsyncOpen(File_c * pFile, void * pBuffer);
 
-/// Returns whether the request is done, even if its read failed, and then removes it. Returns true only once,
-/// and false for an unknown handle. Asserts that the handle is known.
+/// Removes the request if it is done, even if its read failed, and returns true. Returns false while it is not done,
+/// and for an unknown handle. Asserts that the handle is known.
 ZQ_API bool FileAsyncIsLoaded(void * file);
 
-/// Returns whether the oldest request for this file is done, even if its read failed, and then removes it. Returns
-/// false if there is no request for it. Walks the requests.
+/// Removes the oldest request for this file if it is done, even if its read failed, and returns true. Returns false
+/// while it is not done, and if there is no request for the file. Walks the requests.
 ZQ_API bool FileAsyncIsLoadedSlow(File_c * pFile);

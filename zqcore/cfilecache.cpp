@@ -78,7 +78,7 @@ namespace
 
     // Returns the noted stamp of a folder, for reads and writes until the next call. Notes UNKNOWN for a folder that
     // has none.
-    CacheStamp_s & NotedOf(Folder_t const & sFolder)
+    CacheStamp_s & FindOrNote(Folder_t const & sFolder)
     {
         std::uint32_t const dwPath = CacheIndexOf(sFolder);
         for (NotedFolder_s & Noted : g_dNoted)
@@ -145,7 +145,7 @@ namespace
     CacheStamp_s OwnStamp(CachePlace_s const & Cache)
     {
         CacheStamp_s const Now = StampOf(Cache.sFolder);
-        return Now != UNKNOWN && Now == NotedOf(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
+        return Now != UNKNOWN && Now == FindOrNote(Cache.sFolder) ? StampOfNames(Cache) : UNKNOWN;
     }
 
     // Notes the size and time of a folder that still has the stamp that a cache holds. Returns whether the folder has
@@ -156,7 +156,7 @@ namespace
         bool const bSame = Stamp != UNKNOWN && Stamp == (Cache.IsIn(sFolder) ? StampOfNames(Cache) : Now);
         if (bSame)
         {
-            NotedOf(sFolder) = Now;
+            FindOrNote(sFolder) = Now;
         }
         return bSame;
     }
@@ -242,7 +242,7 @@ namespace
             {
                 if (Root.TextBelowRoot(*pFolder))
                 {
-                    CacheStamp_s Stamp = *pFolder == sOwn ? Own : NotedOf(*pFolder);
+                    CacheStamp_s Stamp = *pFolder == sOwn ? Own : FindOrNote(*pFolder);
                     Stamp.Serialize(Archive);
                 }
             });
@@ -286,7 +286,7 @@ namespace
         bool const bWritten = Archive.Close() && !Archive.IsFailed() && Replacement.Commit();
         if (bWritten && Own != UNKNOWN)
         {
-            NotedOf(Cache.sFolder) = StampOf(Cache.sFolder);
+            FindOrNote(Cache.sFolder) = StampOf(Cache.sFolder);
         }
         return bWritten;
     }
@@ -648,7 +648,7 @@ bool FilesystemCacheIsCurrent()
                                                                      : CacheReader_c(Root).GetWhyNot();
     if (!sWhyNot.IsEmpty())
     {
-        LogEscaped("filesystem: the cache is not current, %s", static_cast<char const *>(sWhyNot));
+        LogEscaped(CACHE_NOT_CURRENT, static_cast<char const *>(sWhyNot));
     }
     return sWhyNot.IsEmpty();
 }
@@ -657,7 +657,7 @@ void FileCacheNoteFolder(String_T<256> const & sFolder)
 {
     if (g_bCheck)
     {
-        NotedOf(sFolder) = StampOf(sFolder);
+        FindOrNote(sFolder) = StampOf(sFolder);
     }
 }
 

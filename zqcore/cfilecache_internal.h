@@ -1,7 +1,7 @@
 // cfilecache_internal.h: the records of a cache file, and what writes one.
 #pragma once
 
-#include "zqcore/ccrc.h"
+#include "zqcore/ccrc_internal.h"
 #include "zqcore/cfile.h"
 #include "zqcore/cserialize.h"
 #include "zqcore/cstring.h"
@@ -14,11 +14,14 @@ inline constexpr std::uint64_t CACHE_STAMP_OF_NAMES = ~std::uint64_t{ 0 };
 /// Word after the last record, if a stamp for each folder follows: the bytes "ZQFS" (docs/formats.md).
 inline constexpr std::uint32_t CACHE_STAMPS_FOLLOW = 0x5346515A;
 
+/// Log line with which FilesystemCacheIsCurrent returns false. The reason is at its end.
+inline constexpr char CACHE_NOT_CURRENT[] = "filesystem: the cache is not current, %s";
+
 /// Returns the CRC-32 of a text. That of a folder's path below the media root, from the separator on, is the folder's
 /// index.
 inline std::uint32_t CacheIndexOf(char const * szText)
 {
-    return GetCrc32Polynomial(szText, static_cast<int>(std::strlen(szText)));
+    return Crc32OfText(szText);
 }
 
 /// Record of a folder of the media root.

@@ -131,7 +131,7 @@ namespace
     void IssueRead()
     {
         std::memset(g_dTrackBuffer, 0, sizeof g_dTrackBuffer);
-        g_hTrackFolder.Read(g_dTrackBuffer, READ_BYTES);
+        g_hTrackFolder.RequestBatch(g_dTrackBuffer, READ_BYTES);
     }
 
     // Scope of a walk. Its end requests the next batch, also after an exception, unless a receiver ended the watch.
@@ -189,10 +189,10 @@ namespace
         while (Record.nNext != 0 && NextRead.IsSameRun());
     }
 
-    bool IsComplete()
+    bool WriteBatch()
     {
         MemCategoryScope_c const Scope(mem::file);
-        return g_hTrackFolder.IsComplete();
+        return g_hTrackFolder.WriteBatch();
     }
 
     String_T<256> WatchReason()
@@ -301,7 +301,7 @@ void FileTrackDoWork()
         return;
     }
     ProfilerHostScope_c const Timer(ZQ_TIMER_FILETRACKER, "ZQ_TIMER_FILETRACKER");
-    if (IsComplete())
+    if (WriteBatch())
     {
         ValueScope_T const Walking(g_bTrackWalking, true);
         WalkBatch();

@@ -566,6 +566,14 @@ namespace
         char const * szNext = szCopy;
         return plat::TextEscape(szText, nSize, szNext, plat::Controls_e::Layout);
     }
+
+    // Does what FormatLinePrefix does, for any values.
+    ZQ_COLD char * FormatLinePrefixSlowly(char * pEnd, float tPassed, int iFrame)
+    {
+        char szPrefix[LINE_PREFIX_SIZE];
+        int const nText = std::snprintf(szPrefix, sizeof szPrefix, "%8.3f\t%i\t", static_cast<double>(tPassed), iFrame);
+        return static_cast<char *>(std::memcpy(pEnd - nText, szPrefix, static_cast<std::size_t>(nText)));
+    }
 }
 
 std::size_t EscapeLine(char * szText, std::size_t nText, std::size_t nSize)
@@ -584,9 +592,7 @@ char * FormatLinePrefix(char * pEnd, float tPassed, int iFrame)
 {
     if (std::signbit(tPassed) || !(tPassed < FIXED_LIMIT) || iFrame < 0)
     {
-        char szPrefix[LINE_PREFIX_SIZE];
-        int const nText = std::snprintf(szPrefix, sizeof szPrefix, "%8.3f\t%i\t", static_cast<double>(tPassed), iFrame);
-        return static_cast<char *>(std::memcpy(pEnd - nText, szPrefix, static_cast<std::size_t>(nText)));
+        return FormatLinePrefixSlowly(pEnd, tPassed, iFrame);
     }
     // A float times 1000 is exact in a double. Adding 1.5 times 2 to the 52nd leaves no room for a fraction, and rounds
     // to the nearest whole number, halves to the even one, as printf does.

@@ -42,19 +42,9 @@ namespace
         return dwBefore == PLAIN_FILL;
     }
 
-    // Returns the number of bytes between the header and the user pointer: the low bits of the user pointer.
-    std::size_t GapOf(std::size_t nOffset)
+    void * UserPointer(void * pBlock, std::size_t nAlignment, std::size_t nOffset)
     {
-        return (0 - nOffset) & (WORD - 1);
-    }
-
-    // Returns the user pointer in a block. The header fits before it, and the address nOffset bytes on is aligned.
-    std::uint8_t * UserPointer(void * pBlock, std::size_t nAlignment, std::size_t nOffset)
-    {
-        auto const nBlock = reinterpret_cast<std::uintptr_t>(pBlock);
-        std::uintptr_t const nAligned =
-            (nBlock + nAlignment - 1 + GapOf(nOffset) + sizeof(Header_s) + nOffset) & ~(nAlignment - 1);
-        return reinterpret_cast<std::uint8_t *>(nAligned - nOffset);
+        return reinterpret_cast<void *>(MemoryPlaceIn(pBlock, sizeof(Header_s), WORD, nAlignment, nOffset));
     }
 
     std::size_t RaiseAlignment(std::size_t nAlignment)
@@ -110,7 +100,7 @@ void * aligned_offset_malloc_dbg(
         return nullptr;
     }
     nAlignment = RaiseAlignment(nAlignment);
-    std::size_t const nExtra = nAlignment - 1 + GapOf(nOffset) + sizeof(Header_s);
+    std::size_t const nExtra = nAlignment - 1 + MemoryGapOf(nOffset, WORD) + sizeof(Header_s);
     std::size_t const nBlock = nSize <= SIZE_MAX - nExtra ? nSize + nExtra : SIZE_MAX;   // the heap refuses SIZE_MAX
     void * const pBlock = plat::HeapAlloc(nBlock, static_cast<std::uint32_t>(iBlockType), sFile, iLine);
     if (!pBlock)
@@ -122,7 +112,7 @@ void * aligned_offset_malloc_dbg(
     if (nOffset != 0)
     {
         // The fill differs from the bytes before a plain block.
-        std::memset(&HeaderOf(pUser) + 1, GAP_BYTE, GapOf(nOffset));
+        std::memset(&HeaderOf(pUser) + 1, GAP_BYTE, MemoryGapOf(nOffset, WORD));
     }
     plat::HeapSetOwn(pBlock, pUser, nSize);
     return pUser;

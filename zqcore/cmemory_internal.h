@@ -200,6 +200,22 @@ inline bool MemoryMayAlign(std::size_t nSize, std::size_t nAlignment, std::size_
     return nOffset == 0 || nOffset < nSize || MemoryRefuseAlignment("offset must be within size");
 }
 
+/// Returns the number of bytes between a header, which ends at a multiple of nUnit, and the caller's bytes: the low
+/// bits of the caller's pointer.
+inline std::size_t MemoryGapOf(std::size_t nOffset, std::size_t nUnit)
+{
+    return (0 - nOffset) & (nUnit - 1);
+}
+
+/// Returns the address of the caller's bytes in a block. It is nOffset bytes before an aligned address. A header of
+/// nHeader bytes and the gap fit before it.
+inline std::uintptr_t MemoryPlaceIn(
+    void const * pBlock, std::size_t nHeader, std::size_t nUnit, std::size_t nAlignment, std::size_t nOffset)
+{
+    auto const nFirst = reinterpret_cast<std::uintptr_t>(pBlock) + nHeader + MemoryGapOf(nOffset, nUnit) + nOffset;
+    return ((nFirst + nAlignment - 1) & ~(nAlignment - 1)) - nOffset;
+}
+
 /// Writes the totals that end a report of live blocks. Without blocks the percentages are 0.
 void MemoryWriteTally(std::FILE * pFile, MemoryTally_s const & Tally);
 

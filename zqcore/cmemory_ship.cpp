@@ -55,18 +55,9 @@ namespace
         return reinterpret_cast<Header_s *>(nAddress) - 1;
     }
 
-    // Returns the number of bytes between the header and the caller's bytes: the low bits of the caller's pointer.
-    std::size_t GapOf(std::size_t nOffset)
-    {
-        return (0 - nOffset) & (UNIT - 1);
-    }
-
-    // Returns the caller's bytes in a block: nOffset bytes before an aligned address, with room for the header and the
-    // gap before them.
     char * UserPointer(void * pBlock, std::size_t nAlignment, std::size_t nOffset)
     {
-        auto const nFirst = reinterpret_cast<std::uintptr_t>(pBlock) + UNIT + GapOf(nOffset) + nOffset;
-        return reinterpret_cast<char *>(((nFirst + nAlignment - 1) & ~(nAlignment - 1)) - nOffset);
+        return reinterpret_cast<char *>(MemoryPlaceIn(pBlock, UNIT, UNIT, nAlignment, nOffset));
     }
 
     // Changes a figure that no other thread writes.
@@ -354,7 +345,7 @@ namespace
     {
         nAlignment = std::max(nAlignment, UNIT);
         bool const bNatural = nAlignment == UNIT && nOffset == 0;   // malloc aligns so
-        std::size_t const nExtra = bNatural ? UNIT : nAlignment - 1 + UNIT + GapOf(nOffset);
+        std::size_t const nExtra = bNatural ? UNIT : nAlignment - 1 + UNIT + MemoryGapOf(nOffset, UNIT);
         bool const bFits = nExtra <= std::numeric_limits<std::uint32_t>::max() && nBytes <= SIZE_MAX - nExtra;
         void * const pBlock = bFits ? std::malloc(nBytes + nExtra) : nullptr;
         if (!pBlock)

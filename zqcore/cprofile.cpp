@@ -1,6 +1,6 @@
 #include "zqcore/cprofile.h"
 
-#include "zqcore/ccrc.h"
+#include "zqcore/ccrc_internal.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cprofile_internal.h"
 #include "zqcore/ctimer.h"
@@ -17,8 +17,7 @@ namespace
 {
     using profiler::timer_t;
 
-    constexpr std::uint32_t ID_UNDER_ROOT = 0x80000000u;   // the bit; alone, the root's id
-    constexpr std::uint32_t ID_OF_NAME = 0x40000000u;      // the bit of identifiers made of names
+    constexpr std::uint32_t ID_OF_NAME = 0x40000000u;   // the bit of identifiers made of names
     constexpr std::uint32_t ID_HASH_MASK = 0x3FFFFFFFu;
     constexpr int FRAMES_AVERAGED = PROFILER_FRAMES - 1;
     constexpr std::int64_t CLOCK_WRAP = 0x80000000;   // ticks to add if a time seems to run backwards
@@ -66,7 +65,7 @@ namespace
 
     std::uint32_t IdOfName(char const * szName, std::uint32_t dwUnderRoot)
     {
-        auto const dwHash = GetCrc32Polynomial(szName, static_cast<int>(std::strlen(szName)));
+        auto const dwHash = Crc32OfText(szName);
         return dwUnderRoot | ID_OF_NAME | (dwHash & ID_HASH_MASK);
     }
 
@@ -134,7 +133,7 @@ namespace
         {
             return Drop();
         }
-        timer_t * const pParent = iTimer & ID_UNDER_ROOT ? g_Records.dTimers : g_dStack[g_iTimerStackTop - 1];
+        timer_t * const pParent = iTimer & ZQ_TIMER_ROOT ? g_Records.dTimers : g_dStack[g_iTimerStackTop - 1];
         unsigned iSlot;
         timer_t * pTimer = FindChild(pParent, iTimer, iSlot);
         if (!pTimer) [[unlikely]]
@@ -286,7 +285,7 @@ void ProfilerPush(char const * szName, bool bRoot)
     if (g_bProfilerInit)
     {
         ZQ_ASSERT(szName);
-        Push(IdOfName(szName ? szName : "", bRoot ? ID_UNDER_ROOT : 0), szName);
+        Push(IdOfName(szName ? szName : "", bRoot ? ZQ_TIMER_ROOT : 0), szName);
     }
 }
 
@@ -370,7 +369,7 @@ void ProfilerReset()
     if (g_bProfilerInit)
     {
         ForgetTimers();
-        profiler::timer_t * const pRoot = AddRecord(ID_UNDER_ROOT, "root");
+        profiler::timer_t * const pRoot = AddRecord(ZQ_TIMER_ROOT, "root");
         g_dStack[g_iTimerStackTop++] = pRoot;
         pRoot->tStart = shortTimeGet();
         g_nFrame = 0;
@@ -408,7 +407,7 @@ profiler::timer_t * ProfilerGetTimer(char const * szName)
         return nullptr;
     }
     profiler::timer_t * const pTimer = ProfilerGetTimer(IdOfName(szName, 0));
-    return pTimer ? pTimer : ProfilerGetTimer(IdOfName(szName, ID_UNDER_ROOT));
+    return pTimer ? pTimer : ProfilerGetTimer(IdOfName(szName, ZQ_TIMER_ROOT));
 }
 
 ModuleProfiler_c::~ModuleProfiler_c() = default;

@@ -334,7 +334,7 @@ void Script_c::SkipToken(char const * sToken)
     GetToken(szToken, false);
     if (std::strcmp(szToken, sToken) != 0)
     {
-        ErrorAt("this is not the expected token", sToken, GetTokenStart(szToken));
+        ComplainAt("this is not the expected token", sToken, GetTokenStart(szToken));
     }
 }
 
@@ -490,7 +490,7 @@ Script_c::Piece_s Script_c::NextString(int nMost, char cQuote)
     int const iOpening = m_iBytesRead - !m_bEndOfFile;
     if (cByte != cQuote)
     {
-        ErrorAt("this is no quote", nullptr, iOpening);
+        ComplainAt("this is no quote", nullptr, iOpening);
         return {};
     }
     char const * const pString = m_pData + m_iBytesRead;
@@ -552,7 +552,7 @@ void Script_c::ReadLabelled(char const * sLabel, char * szValue)
         }
         if (bFirst)
         {
-            ErrorAt(NO_LABEL, sLabel, GetTokenStart(szValue));
+            ComplainAt(NO_LABEL, sLabel, GetTokenStart(szValue));
         }
         else
         {
@@ -603,7 +603,7 @@ float Script_c::GetFloat()
     float const fValue = TextToFloat(szToken);
     if (fValue == 0 && !IsNumber(szToken))
     {
-        ErrorAt("this is no number", szToken, GetTokenStart(szToken));
+        ComplainAt("this is no number", szToken, GetTokenStart(szToken));
     }
     return fValue;
 }
@@ -649,7 +649,7 @@ bool Script_c::Get(float & fValue)
 // Reports the token that was read last as a mismatch, and returns false.
 bool Script_c::RefuseToken(char const * szReason, char const * szToken)
 {
-    ErrorAt(szReason, szToken, GetTokenStart(szToken));
+    ComplainAt(szReason, szToken, GetTokenStart(szToken));
     return false;
 }
 
@@ -673,7 +673,7 @@ void Script_c::GetDump(char * pBuffer, int iStart, int iEnd)
 }
 
 // Stores a mismatch as the last error, and complains.
-void Script_c::ErrorAt(char const * szReason, char const * szAbout, int iPosition)
+void Script_c::ComplainAt(char const * szReason, char const * szAbout, int iPosition)
 {
     m_Errors.SetAt(szReason, szAbout, m_pData, static_cast<std::size_t>(iPosition));
     Complain();

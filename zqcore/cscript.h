@@ -226,7 +226,7 @@ private:
     bool Find(char const * szToken);
     void ReadLabelled(char const * sLabel, char * szValue);
     void StartText(char const * pText, int iLength);
-    void ErrorAt(char const * szReason, char const * szAbout, int iPosition);
+    void ComplainAt(char const * szReason, char const * szAbout, int iPosition);
     void Complain() const;
     int GetTokenStart(char const * szToken) const;
 

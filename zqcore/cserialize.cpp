@@ -1,6 +1,6 @@
 #include "zqcore/cserialize.h"
 
-#include "zqcore/ccrc.h"
+#include "zqcore/ccrc_internal.h"
 #include "zqcore/cdebug_internal.h"
 #include "zqcore/clog.h"
 #include "zqcore/cserialize_internal.h"
@@ -191,7 +191,7 @@ void Serializeable_c::Label(char const * sName, std::uint32_t dwLabel)
 
 void Serializeable_c::LabelCrc32(char const * sName)
 {
-    if (!StepLabel(GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)))))
+    if (!StepLabel(Crc32OfText(sName)))
     {
         if (m_pResult)
         {

@@ -1,4 +1,4 @@
-#include "zqcore/ccrc.h"
+#include "zqcore/ccrc_internal.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cfile.h"
 #include "zqcore/cserialize.h"
@@ -64,7 +64,7 @@ bool MemoryReadable_c::ChunkBegin(char const * sName)
         Fail("chunk '%s' begins in another one", sName);
         return false;
     }
-    m_dwChunkLabel = GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)));
+    m_dwChunkLabel = Crc32OfText(sName);
     LabelCrc32(sName);
     m_pCurrentChunk = m_pPos;
     std::uint32_t nLength = 0;
@@ -86,8 +86,7 @@ void MemoryReadable_c::ChunkEnd(char const * sName)
     {
         return;
     }
-    bool const bOpen =
-        m_pCurrentChunk && m_dwChunkLabel == GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)));
+    bool const bOpen = m_pCurrentChunk && m_dwChunkLabel == Crc32OfText(sName);
     ZQ_ASSERT_TEXT(bOpen, "m_pCurrentChunk && m_dwChunkLabel == GetCrc32Polynomial(sName, strlen(sName))");
     std::uint32_t nLength = 0;
     if (bOpen)

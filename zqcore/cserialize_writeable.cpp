@@ -1,4 +1,4 @@
-#include "zqcore/ccrc.h"
+#include "zqcore/ccrc_internal.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilereplace.h"
@@ -138,7 +138,7 @@ bool ChunkWriteable_c::ChunkBegin(char const * sName)
         Fail();
         return false;
     }
-    m_dwChunkLabel = GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)));
+    m_dwChunkLabel = Crc32OfText(sName);
     LabelCrc32(sName);
     m_dwCurrentChunk = GetStored();
     std::uint32_t nUnfinished = UNFINISHED;
@@ -158,8 +158,7 @@ void ChunkWriteable_c::ChunkEnd(char const * sName)
     {
         return;
     }
-    bool const bOpen = m_dwCurrentChunk != NO_CHUNK
-                       && m_dwChunkLabel == GetCrc32Polynomial(sName, static_cast<int>(std::strlen(sName)));
+    bool const bOpen = m_dwCurrentChunk != NO_CHUNK && m_dwChunkLabel == Crc32OfText(sName);
     ZQ_ASSERT_TEXT(bOpen, "m_dwCurrentChunk != NO_CHUNK && m_dwChunkLabel == GetCrc32Polynomial(sName, strlen(sName))");
     if (!bOpen)
     {

@@ -145,7 +145,7 @@ void const * PointerTable_c::operator[](int iSlot) const
     return bInside ? g_Table.Get(iSlot) : FreeSlot();
 }
 
-Serializer_c::Serializer_c(String_T<32> const & sClassName, graphs::Convert_t fnConvert)
+Serializer_c::Serializer_c(String_T<NAME_SIZE> const & sClassName, graphs::Convert_t fnConvert)
     : m_sClassName(sClassName)
     , m_fnConvert(fnConvert)
 {
@@ -173,7 +173,7 @@ Serializer_c::~Serializer_c()
     g_Found = {};
 }
 
-Serializer_c * Serializer_c::FindSerializer(String_T<32> const & sClassName)
+Serializer_c * Serializer_c::FindSerializer(String_T<NAME_SIZE> const & sClassName)
 {
     if (g_Found.pLast && g_Found.pLast->m_sClassName == sClassName)
     {
@@ -195,9 +195,9 @@ Serializer_c * Serializer_c::FindSerializer(String_T<32> const & sClassName)
     return nullptr;
 }
 
-String_T<32> Serializer_c::LoadName(Serializeable_c & archive)
+String_T<Serializer_c::NAME_SIZE> Serializer_c::LoadName(Serializeable_c & archive)
 {
-    String_T<32> sClassName;
+    String_T<NAME_SIZE> sClassName;
     archive.SerializeString(sClassName);
     return sClassName;
 }
@@ -484,7 +484,7 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
 // - the object is inside itself.
 Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, Expected_s const & Expected)
 {
-    String_T<32> const sClassName = LoadName(archive);
+    String_T<NAME_SIZE> const sClassName = LoadName(archive);
     if (archive.IsFailed())
     {
         return nullptr;
@@ -574,7 +574,7 @@ void Serializer_c::RegisterStaticPointer(void * pPointer)
     RegisterSerializedStaticPointer(pPointer, "");
 }
 
-void Serializer_c::RegisterSerializedStaticPointer(void * pPointer, String_T<32> const & sClassName)
+void Serializer_c::RegisterSerializedStaticPointer(void * pPointer, String_T<NAME_SIZE> const & sClassName)
 {
     int iPointer;
     if (AddVoidToCache(pPointer, &iPointer))
@@ -600,6 +600,17 @@ void Serializer_c::StartSerialize(Serializeable_c & archive, bool bStaticPointer
     }
 }
 
+// Stores a registered object under its number in the pass, and runs its body.
+void Serializer_c::TransferStaticPointer(Serializeable_c & archive, RegisteredStaticPointer_t & Entry, int iPointer)
+{
+    Serializer_c * const pSerializer = FindSerializer(Entry.sClassName);
+    Store(iPointer, Entry.pPointer, pSerializer ? pSerializer->m_iClass : CLASS_NONE);
+    if (pSerializer)
+    {
+        pSerializer->RunBody(archive, Entry.pPointer);
+    }
+}
+
 void Serializer_c::WriteStaticPointers(Serializeable_c & archive)
 {
     int nRegisteredStaticPointers = dRegisteredStaticPointers.GetLength();
@@ -615,12 +626,7 @@ void Serializer_c::WriteStaticPointers(Serializeable_c & archive)
         int iPointer;
         AddVoidToCache(Entry.pPointer, &iPointer);
         archive.Serialize(iPointer);
-        Serializer_c * const pSerializer = FindSerializer(Entry.sClassName);
-        Store(iPointer, Entry.pPointer, pSerializer ? pSerializer->m_iClass : CLASS_NONE);
-        if (pSerializer)
-        {
-            pSerializer->RunBody(archive, Entry.pPointer);
-        }
+        TransferStaticPointer(archive, Entry, iPointer);
     }
 }
 
@@ -641,12 +647,7 @@ void Serializer_c::ReadStaticPointers(Serializeable_c & archive)
         {
             return;
         }
-        Serializer_c * const pSerializer = FindSerializer(Entry.sClassName);
-        Store(iPointer, Entry.pPointer, pSerializer ? pSerializer->m_iClass : CLASS_NONE);
-        if (pSerializer)
-        {
-            pSerializer->RunBody(archive, Entry.pPointer);
-        }
+        TransferStaticPointer(archive, Entry, iPointer);
     }
 }
 

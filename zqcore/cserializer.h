@@ -125,6 +125,9 @@ public:
     /// Limit of the static objects of a file. If their number is not below it, a pass asserts and fails the archive.
     static constexpr int MAX_STATIC_POINTERS = 1000;
 
+    /// Number of bytes of a class's name, with its terminator.
+    static constexpr int NAME_SIZE = 32;
+
     /// Number of bytes of stack that each body has at least.
     static constexpr std::size_t BODY_STACK = 256 * 1024;
 
@@ -172,14 +175,14 @@ protected:
     /// Static object and the class whose serializer stores its contents.
     struct RegisteredStaticPointer_t
     {
-        void * pPointer = nullptr;   // the object
-        String_T<32> sClassName;     // empty if the object has no contents in files
+        void * pPointer = nullptr;        // the object
+        String_T<NAME_SIZE> sClassName;   // empty if the object has no contents in files
     };
 
     /// Registers the serializer of a class. The name is case-sensitive and is cut at 31 characters. If two share a
     /// name, the last one registered loads. Discards the pass under way. Asserts that at most 65,534 times in the
     /// process a name was registered that no other serializer had at the time.
-    explicit Serializer_c(String_T<32> const & sClassName)
+    explicit Serializer_c(String_T<NAME_SIZE> const & sClassName)
         : Serializer_c(sClassName, nullptr)
     {}
 
@@ -215,13 +218,13 @@ protected:
 
     /// Registers a static object, as RegisterStaticPointer does, whose contents the class's serializer stores. The body
     /// finds pObject set in both directions. A change of pObject is ignored.
-    static void RegisterSerializedStaticPointer(void * pPointer, String_T<32> const & sClassName);
+    static void RegisterSerializedStaticPointer(void * pPointer, String_T<NAME_SIZE> const & sClassName);
 
     /// Returns the latest serializer of that name, or null.
-    static Serializer_c * FindSerializer(String_T<32> const & sClassName);
+    static Serializer_c * FindSerializer(String_T<NAME_SIZE> const & sClassName);
 
     /// Loads a class name and returns it. Returns an empty text if the archive has failed.
-    static String_T<32> LoadName(Serializeable_c & archive);
+    static String_T<NAME_SIZE> LoadName(Serializeable_c & archive);
 
     /// Returns whether the identifier has an address, or is -1, which means null. Asserts that it is in range, and
     /// returns false otherwise.
@@ -247,7 +250,7 @@ protected:
         dRegisteredStaticPointers;
 
     /// Name of the class, as passed to the constructor.
-    String_T<32> m_sClassName;
+    String_T<NAME_SIZE> m_sClassName;
 
 private:
     friend class ModuleSerialize_c;
@@ -267,7 +270,7 @@ private:
         bool Accepts(Serializer_c const & Found) const;
     };
 
-    Serializer_c(String_T<32> const & sClassName, graphs::Convert_t fnConvert);
+    Serializer_c(String_T<NAME_SIZE> const & sClassName, graphs::Convert_t fnConvert);
 
     /// Returns whether a body must make its object: it loads one that is not static.
     static bool MustMake(Serializeable_c const & archive, void * const & pObject);
@@ -283,6 +286,7 @@ private:
     static Serializer_c * ReadClass(Serializeable_c & archive, int iPointer, Expected_s const & Expected);
     static void Store(int iPointer, void const * pPointer, std::uint16_t iClass);
     static void Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass);
+    static void TransferStaticPointer(Serializeable_c & archive, RegisteredStaticPointer_t & Entry, int iPointer);
     static void WriteStaticPointers(Serializeable_c & archive);
     static void ReadStaticPointers(Serializeable_c & archive);
     static bool ReadStaticCount(Serializeable_c & archive, int & nRegisteredStaticPointers);
@@ -309,7 +313,7 @@ class Serializer_T : public Serializer_c
 {
 public:
     /// Registers the class under a name that archives store, cut at 31 characters.
-    explicit Serializer_T(String_T<32> const & sClassName);
+    explicit Serializer_T(String_T<NAME_SIZE> const & sClassName);
     ~Serializer_T();
 
     /// Registers a static object, whose contents each pass with static objects stores or loads first. Requires what

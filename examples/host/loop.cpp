@@ -93,7 +93,7 @@ FrameStats_t LoopRun(int nFrames, Survey_c & Survey)
     double const tFrame = 1.0 / ModuleSettings_c::Get()->m_nRate;
     FrameStats_t Stats;
     MemoryResetFrameAllocCount();   // allocations before the first frame do not count
-    while (nFrames == FRAMES_UNTIL_OVER ? !Watch_c::IsOver() : Stats.nFrames < nFrames)
+    while (nFrames == FRAMES_UNTIL_OVER ? !Watch_c::CheckForEnd() : Stats.nFrames < nFrames)
     {
         double const tDelta = AppGetDeltaTime(tFrame);
         if (tDelta == 0.0)

@@ -193,7 +193,7 @@ Watch_c::~Watch_c()
     g_dTables.clear();
 }
 
-bool Watch_c::IsOver()
+bool Watch_c::CheckForEnd()
 {
     if (FileTrackIsOn())
     {

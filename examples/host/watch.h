@@ -24,7 +24,7 @@ public:
 
     /// Prints what is not watched (FileTrackGetProblem) if that has changed since the last call and a watch is on.
     /// Returns whether the host was asked to end.
-    static bool IsOver();
+    static bool CheckForEnd();
 
     /// Returns whether a watch has received SIGHUP, as when its terminal is closed.
     static bool IsHungUp();

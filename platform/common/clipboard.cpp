@@ -199,7 +199,7 @@ namespace plat
         return true;
     }
 
-    ClipboardBlock_t ClipboardBlockNew(std::size_t nBytes)
+    ClipboardBlock_t ClipboardBlockAllocate(std::size_t nBytes)
     {
         return nBytes <= CLIPBOARD_LIMIT ? new ClipboardBlock_s{ std::vector<char>(nBytes) } : nullptr;
     }

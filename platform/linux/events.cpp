@@ -1,5 +1,6 @@
 #include "platform/clock.h"
 #include "platform/fork.h"
+#include "platform/linux/callingthread.h"
 #include "platform/linux/idlethread.h"
 #include "platform/linux/lockmark.h"
 #include "platform/linux/threadchecker.h"
@@ -110,7 +111,7 @@ namespace plat
                     }
                     m_bCanBeLifted = SetClass(0, SCHED_OTHER);
                     m_hThread = ::pthread_self();
-                    m_iThread = static_cast<pid_t>(::syscall(SYS_gettid));
+                    m_iThread = CallingThread();
                     m_pMark.store(&t_Mark, std::memory_order_release);
                 }
                 return ::sched_getscheduler(0) == SCHED_IDLE || SetClass(0, SCHED_IDLE);
@@ -207,6 +208,16 @@ namespace plat
         m_nState = FREE;
         m_Owner = nullptr;
         m_nDepth = 0;
+    }
+
+    void Lock_c::RenewUnlessMine()
+    {
+        if (TryEnter())
+        {
+            Leave();
+            return;
+        }
+        Renew();
     }
 
     ZQ_COLD void Lock_c::EnterSlowly()

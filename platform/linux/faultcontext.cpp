@@ -1,8 +1,9 @@
 #include "platform/faults.h"
 
+#include "platform/linux/callingthread.h"
+
 #include <cstring>
 #include <iterator>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 // Stores the rest of the context. The assembly below ends with a jump here, so this returns to the caller.
@@ -30,7 +31,7 @@ extern "C" __attribute__((visibility("hidden"), used)) void ZqFaultContextRest(p
     __asm__ volatile("mov %%fs, %0" : "=r"(pContext->nFs));
     __asm__ volatile("mov %%gs, %0" : "=r"(pContext->nGs));
     pContext->nVectors = 0;   // a call may change them
-    pContext->iThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
+    pContext->iThread = static_cast<std::uint32_t>(plat::CallingThread());
 }
 
 #define FAULT_AT(member) "i"(offsetof(plat::FaultContext_t, member))

@@ -1,6 +1,7 @@
 // Intel's manual has the processor's exceptions (volume 3, chapter 6) and the opcodes (volume 2, appendix A).
 #include "platform/linux/faultdecode.h"
 
+#include "platform/linux/callingthread.h"
 #include "platform/linux/maps.h"
 #include "platform/memory.h"
 
@@ -10,7 +11,6 @@
 #include <iterator>
 #include <pthread.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace plat
@@ -562,7 +562,7 @@ namespace plat
         CopyRegisters(Thread, Context);
         CopyX87(Thread.uc_mcontext.fpregs, Context);
         CopyVectors(Thread.uc_mcontext.fpregs, Context);
-        Context.iThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
+        Context.iThread = static_cast<std::uint32_t>(CallingThread());
         Record = {};
         Record.Address = Context.nIp;
         DecodeRecord(iSignal, Info, Thread, Context, Record);

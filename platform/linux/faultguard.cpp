@@ -4,6 +4,7 @@
 #include "platform/clock.h"
 #include "platform/faults.h"
 #include "platform/fork.h"
+#include "platform/linux/callingthread.h"
 #include "platform/stack.h"
 
 #include <atomic>
@@ -153,11 +154,6 @@ namespace plat
         ForkHandler_c const g_ForkHandler({ NoteGuarded, nullptr, KeepOwnGuards });
     }
 
-    int CallingThread()
-    {
-        return static_cast<int>(::syscall(SYS_gettid));
-    }
-
     int FaultGuardSignal()
     {
         return SIGRTMAX;
@@ -171,7 +167,7 @@ namespace plat
         }
     }
 
-    bool FaultGuardedCall(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds)
+    bool FaultCallGuarded(void (*fnCall)(void * pArgument), void * pArgument, unsigned nMilliseconds)
     {
         Guard_s Guard;
         Guard.pOuter = g_pInnermost;

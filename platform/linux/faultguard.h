@@ -1,13 +1,10 @@
-// faultguard.h: the calls of FaultGuardedCall that are under way, and the thread that makes them.
+// faultguard.h: the calls of FaultCallGuarded that are under way, and the thread that makes them.
 //
 // This guarded thread runs the filter of platform/faults.h, or is the one that the filter waits for.
 #pragma once
 
 namespace plat
 {
-    /// Returns the system's number of the calling thread.
-    int CallingThread();
-
     /// Returns the signal of the guard's timer. It is sent to the guarded thread only.
     int FaultGuardSignal();
 

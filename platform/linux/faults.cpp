@@ -2,6 +2,7 @@
 
 #include "platform/clock.h"
 #include "platform/fork.h"
+#include "platform/linux/callingthread.h"
 #include "platform/linux/faultdecode.h"
 #include "platform/linux/faultguard.h"
 #include "platform/linux/faultstack.h"
@@ -231,7 +232,7 @@ namespace plat
         void FilterException(void * pContext)
         {
             auto const & Context = *static_cast<FaultContext_t const *>(pContext);
-            FaultGuardedCall(Describe, nullptr, DESCRIPTION_LIMIT);
+            FaultCallGuarded(Describe, nullptr, DESCRIPTION_LIMIT);
             FaultRecord_t const Record = { FAULT_UNCAUGHT_EXCEPTION, Context.nIp, {} };
             CallFilter(Record, Context);
         }

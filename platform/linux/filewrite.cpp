@@ -1,5 +1,6 @@
 #include "platform/filewrite.h"
 
+#include "platform/compiler.h"
 #include "platform/linux/descriptor.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/spelling.h"
@@ -12,6 +13,19 @@
 
 namespace plat
 {
+    namespace
+    {
+        // Deletes a new file that another program has locked, because nobody needs it. Keeps errno.
+        ZQ_COLD void DeleteUnclaimed(char const * szPath)
+        {
+            int const iError = errno;
+            DiskPath_c Path(szPath);
+            Path.SpellFolder();
+            unlinkat(AT_FDCWD, Path.Get(), 0);
+            errno = iError;
+        }
+    }
+
     File_t FileCreate(char const * szPath)
     {
         Descriptor_c File(OpenToWrite(szPath, O_WRONLY | O_CREAT, NEW_FILE_MODE));
@@ -25,11 +39,7 @@ namespace plat
         Descriptor_c File(OpenToWrite(szPath, O_WRONLY | O_CREAT | O_EXCL, iMode));
         if (File.IsOpen() && !ClaimWriting(File.Get()))
         {
-            int const iError = errno;
-            DiskPath_c Path(szPath);
-            Path.SpellFolder();
-            unlinkat(AT_FDCWD, Path.Get(), 0);   // another program has locked the new file, which nobody needs
-            errno = iError;
+            DeleteUnclaimed(szPath);
             return nullptr;
         }
         return HandleOf(File.Release());

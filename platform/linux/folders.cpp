@@ -46,7 +46,7 @@ namespace plat
         // listing. An entry that does not exist does not belong, nor does a link to itself or to a missing target.
         ZQ_COLD bool FailFacts(FolderEntry_t & Entry)
         {
-            Entry.bFailed = errno != ENOENT && errno != ENOTDIR && errno != ELOOP;
+            Entry.bFailed = !LeadsNowhere(errno);
             return Entry.bFailed;
         }
 

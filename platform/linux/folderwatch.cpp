@@ -57,13 +57,13 @@ namespace plat
         return AddRoot() && !m_dFolders.empty();
     }
 
-    void FolderWatch_c::Tree_c::Read(void * pBuffer, std::size_t nBytes)
+    void FolderWatch_c::Tree_c::RequestBatch(void * pBuffer, std::size_t nBytes)
     {
         m_pRead = static_cast<char *>(pBuffer);
         m_nRead = nBytes;
     }
 
-    bool FolderWatch_c::Tree_c::IsComplete()
+    bool FolderWatch_c::Tree_c::WriteBatch()
     {
         bool const bOfParent = m_nForks != g_nForks;
         if (m_pRead == nullptr || (bOfParent && !StartInChild()))
@@ -196,8 +196,8 @@ namespace plat
         }
     }
 
-    // Opens a queue of its own in the child of a fork, at the child's first IsComplete after a Read. Returns false on
-    // failure. The next call tries again.
+    // Opens a queue of its own in the child of a fork, at the child's first WriteBatch after a RequestBatch. Returns
+    // false on failure. The next call tries again.
     bool FolderWatch_c::Tree_c::StartInChild()
     {
         LockScope_c const Scope(g_TreeLock);
@@ -264,17 +264,17 @@ namespace plat
         return IsOpen() ? HandleOf(m_pTree->GetNumber()) : nullptr;
     }
 
-    void FolderWatch_c::Read(void * pBuffer, std::size_t nBytes)
+    void FolderWatch_c::RequestBatch(void * pBuffer, std::size_t nBytes)
     {
         if (IsOpen())
         {
-            m_pTree->Read(pBuffer, nBytes);
+            m_pTree->RequestBatch(pBuffer, nBytes);
         }
     }
 
-    bool FolderWatch_c::IsComplete()
+    bool FolderWatch_c::WriteBatch()
     {
-        return IsOpen() && m_pTree->IsComplete();
+        return IsOpen() && m_pTree->WriteBatch();
     }
 
     bool FolderWatch_c::IsGone() const

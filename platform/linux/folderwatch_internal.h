@@ -34,8 +34,8 @@ namespace plat
 
         /// Do what those of FolderWatch_c do. Open requires that the caller holds the lock.
         bool Open(char const * szFolder);
-        void Read(void * pBuffer, std::size_t nBytes);
-        bool IsComplete();
+        void RequestBatch(void * pBuffer, std::size_t nBytes);
+        bool WriteBatch();
         bool IsGone() const { return m_dFolders.empty(); }
 
         /// Returns the descriptor number of the queue, also after the host has closed it.

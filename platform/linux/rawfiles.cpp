@@ -4,6 +4,7 @@
 #include "platform/linux/descriptor.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/reserve.h"
+#include "platform/linux/spelling.h"
 #include "platform/memory.h"
 
 #include <algorithm>
@@ -100,12 +101,7 @@ namespace plat
     RawFile_t RawMakePrivate(char const * szPath, bool & bTaken)
     {
         char szSystem[PATH_MAX];
-        std::size_t const nPath = strnlen(szPath, PATH_MAX - 1);
-        for (std::size_t i = 0; i < nPath; ++i)
-        {
-            szSystem[i] = szPath[i] == '\\' ? '/' : szPath[i];
-        }
-        szSystem[nPath] = '\0';
+        std::size_t const nPath = CopyWithSlashes(szPath, szSystem);
         bTaken = false;
         if (szPath[nPath] != '\0')   // longer than the system allows
         {

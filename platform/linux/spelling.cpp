@@ -148,12 +148,12 @@ namespace plat
             return itFolder != g_pRecord->end() ? itFolder->second : (*g_pRecord)[std::string(Folder.Get())];
         }
 
-        // Returns whether a name leads to nothing. A name that exists is then a link whose target is missing, which
+        // Returns whether a name leads nowhere. A name that exists is then a link whose target is missing, which
         // listings leave out.
-        bool LeadsNowhere(int iFolder, char const * szName)
+        bool NameLeadsNowhere(int iFolder, char const * szName)
         {
             struct stat Stat;
-            return fstatat(iFolder, szName, &Stat, 0) != 0 && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP);
+            return fstatat(iFolder, szName, &Stat, 0) != 0 && LeadsNowhere(errno);
         }
 
         // Returns sorted names without those links whose target is missing and whose names differ from a neighbour in
@@ -165,7 +165,7 @@ namespace plat
             {
                 bool const bAlike = (i > 0 && CompareFolded(dNames[i - 1], dNames[i]) == 0)
                                     || (i + 1 < dNames.size() && CompareFolded(dNames[i], dNames[i + 1]) == 0);
-                if (!bAlike || !LeadsNowhere(iFolder, dNames[i]))
+                if (!bAlike || !NameLeadsNowhere(iFolder, dNames[i]))
                 {
                     dKept.push_back(dNames[i]);
                 }
@@ -200,7 +200,7 @@ namespace plat
         // Returns whether an error means more than that a name does not exist or may not be searched for.
         bool IsFault(int iError)
         {
-            return iError != ENOENT && iError != ENOTDIR && iError != EACCES && iError != ELOOP;
+            return !LeadsNowhere(iError) && iError != EACCES;
         }
 
         // Overwrites szName with the first entry, in the order of listings, that has its folded name. A link whose
@@ -218,7 +218,7 @@ namespace plat
                     continue;
                 }
                 bool const bLink = pEntry->d_type == DT_LNK || pEntry->d_type == DT_UNKNOWN;
-                bool const bEntryNowhere = bLink && LeadsNowhere(iFolder, pEntry->d_name);
+                bool const bEntryNowhere = bLink && NameLeadsNowhere(iFolder, pEntry->d_name);
                 if (!bFound || (bEntryNowhere == bNowhere ? std::strcmp(pEntry->d_name, szFound) < 0 : bNowhere))
                 {
                     std::strcpy(szFound, pEntry->d_name);
@@ -296,19 +296,24 @@ namespace plat
         m_dKey[m_nLength++] = '/';
     }
 
+    std::size_t CopyWithSlashes(char const * szPath, char (&szCopy)[PATH_MAX])
+    {
+        std::size_t iByte = 0;
+        while (szPath[iByte] != 0 && iByte < PATH_MAX - 1)
+        {
+            szCopy[iByte] = szPath[iByte] == '\\' ? '/' : szPath[iByte];
+            ++iByte;
+        }
+        szCopy[iByte] = 0;
+        return iByte;
+    }
+
     DiskPath_c::DiskPath_c(char const * szPath, bool bRecord)
         : m_szOriginal(szPath != nullptr ? szPath : "")
         , m_bRecord(bRecord)
     {
-        std::size_t iByte = 0;
-        while (m_szOriginal[iByte] != 0 && iByte < PATH_MAX - 1)
-        {
-            m_szPath[iByte] = m_szOriginal[iByte] == '\\' ? '/' : m_szOriginal[iByte];
-            ++iByte;
-        }
-        m_szPath[iByte] = 0;
-        m_nLength = iByte;
-        m_bTooLong = m_szOriginal[iByte] != 0;
+        m_nLength = CopyWithSlashes(m_szOriginal, m_szPath);
+        m_bTooLong = m_szOriginal[m_nLength] != 0;
     }
 
     // Restores the caller's text from iFrom to iTo, with `/` as the separator, and ends the path at iTo.
@@ -441,7 +446,7 @@ namespace plat
             struct stat Stat;
             if (stat(m_szPath, &Stat) != 0 && (errno != EACCES || lstat(m_szPath, &Stat) != 0))
             {
-                bChanged = (errno == ENOENT || errno == ENOTDIR || errno == ELOOP) && SpellName(iBegin, Key);
+                bChanged = LeadsNowhere(errno) && SpellName(iBegin, Key);
                 if (!bChanged)
                 {
                     m_iFault = IsFault(errno) ? errno : 0;

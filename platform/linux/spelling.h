@@ -20,6 +20,17 @@ namespace plat
 {
     class FolderKey_c;
 
+    /// Returns whether an error of a call that found no file says that the path leads nowhere: to a name that does not
+    /// exist, through a file as if it were a folder, or to a link to itself.
+    inline bool LeadsNowhere(int iError)
+    {
+        return iError == ENOENT || iError == ENOTDIR || iError == ELOOP;
+    }
+
+    /// Copies a path with `/` as the separator, cut at PATH_MAX - 1 bytes. Returns the number of bytes. The path is cut
+    /// if szPath has no terminator there.
+    std::size_t CopyWithSlashes(char const * szPath, char (&szCopy)[PATH_MAX]);
+
     /// One path to be passed to the system. Requires that the caller's text outlives the object.
     class DiskPath_c
     {
@@ -44,8 +55,7 @@ namespace plat
                 return -1;
             }
             int iResult = fnTry(static_cast<char const *>(m_szPath));
-            while (iResult < 0 && (errno == ENOENT || errno == ELOOP || errno == ENOTDIR || errno == EACCES)
-                   && NextSpelling())
+            while (iResult < 0 && (LeadsNowhere(errno) || errno == EACCES) && NextSpelling())
             {
                 iResult = fnTry(static_cast<char const *>(m_szPath));
             }

@@ -5,13 +5,13 @@
 #include "platform/linux/facts.h"
 #include "platform/linux/folderreader.h"
 #include "platform/linux/openfile.h"
+#include "platform/linux/userrecord.h"
 
 #include <atomic>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <pwd.h>
 #include <sys/file.h>
 
 namespace plat
@@ -72,16 +72,12 @@ namespace plat
     // environment.
     bool StoreGetUserPath(char const * szName, char (&szPath)[STORE_PATH_SIZE])
     {
-        char szBuffer[4096];
-        passwd Entry;
-        passwd * pFound = nullptr;
-        int const iError = getpwuid_r(geteuid(), &Entry, szBuffer, sizeof szBuffer, &pFound);
-        if (iError != 0 || pFound == nullptr)
+        UserRecord_c const User;
+        if (User.Get() == nullptr)
         {
-            errno = iError != 0 ? iError : ENOENT;
             return false;
         }
-        int const nPath = std::snprintf(szPath, sizeof szPath, "%s/.config/zqcore/%s", pFound->pw_dir, szName);
+        int const nPath = std::snprintf(szPath, sizeof szPath, "%s/.config/zqcore/%s", User.Get()->pw_dir, szName);
         errno = ENAMETOOLONG;
         return nPath > 0 && nPath < static_cast<int>(sizeof szPath);
     }

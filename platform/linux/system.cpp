@@ -2,6 +2,7 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/reserve.h"
+#include "platform/linux/userrecord.h"
 #include "platform/text.h"
 
 #include <algorithm>
@@ -9,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <pwd.h>
 #include <sys/resource.h>
 #include <sys/utsname.h>
 
@@ -79,12 +79,10 @@ namespace plat
 
         void ReadUser(SystemFacts_t & Facts)
         {
-            char szBuffer[4096];
-            passwd Entry;
-            passwd * pFound = nullptr;
-            if (getpwuid_r(geteuid(), &Entry, szBuffer, sizeof(szBuffer), &pFound) == 0 && pFound != nullptr)
+            UserRecord_c const User;
+            if (User.Get() != nullptr)
             {
-                std::snprintf(Facts.szUser, sizeof(Facts.szUser), "%s", pFound->pw_name);
+                std::snprintf(Facts.szUser, sizeof(Facts.szUser), "%s", User.Get()->pw_name);
             }
         }
     }
@@ -95,7 +93,8 @@ namespace plat
         utsname Name;
         if (uname(&Name) == 0)
         {
-            std::snprintf(Facts.szName, sizeof(Facts.szName), "%.63s", Name.sysname);
+            constexpr int MAX_NAME = sizeof(Facts.szName) - 1;
+            std::snprintf(Facts.szName, sizeof(Facts.szName), "%.*s", MAX_NAME, Name.sysname);
             ReadVersion(Name.release, Facts);
             Facts.iProcessorType = ProcessorType(Name.machine);
         }

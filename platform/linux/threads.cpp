@@ -2,13 +2,13 @@
 
 #include "platform/faults.h"
 #include "platform/fork.h"
+#include "platform/linux/callingthread.h"
 #include "platform/linux/idlethread.h"
 #include "platform/linux/threadchecker.h"
 
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace plat
@@ -32,7 +32,7 @@ namespace plat
     {
         if (t_iThread == 0)
         {
-            t_iThread = static_cast<std::uint32_t>(::syscall(SYS_gettid));
+            t_iThread = static_cast<std::uint32_t>(CallingThread());
         }
         return t_iThread;
     }

@@ -56,8 +56,8 @@
 
 void FaultInDepth();   // deep.cpp
 
-// The first instruction of Interrupted faults. Another function ends before it, and the listing of its code ends after
-// the second byte of "mov eax,12345678".
+// The first instruction of Interrupted faults. Another function ends right before Interrupted. The listing of the code
+// of Interrupted ends after the second byte of "mov eax,12345678".
 extern "C" void Interrupted();
 __asm__(R"(
     .text

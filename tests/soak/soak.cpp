@@ -159,7 +159,7 @@ namespace
         }
     }
 
-    // Saves, and reads the save as at the next start.
+    // Saves, and reads the save as at the next start. On failure counts it in g_Failures and prints the reason.
     void SaveAndLoad(FileSave_c & Save, int iFrame)
     {
         FileSaveWriter_c Writer(Save);
@@ -188,11 +188,22 @@ namespace
         }
     }
 
+    // Returns the name of the table that a frame reads and writes.
+    std::string TableName(int iFrame)
+    {
+        return "table" + std::to_string(iFrame % FILES) + ".csv";
+    }
+
+    void WriteTable(std::string const & sFolder, int iFrame)
+    {
+        Write(sFolder + "/media/" + TableName(iFrame), "@head;value\nrow;" + std::to_string(iFrame) + "\n");
+    }
+
     void RunFrame(int iFrame, std::string const & sFolder, FileSave_c & Save)
     {
         ProfilerBeginFrame();
         ProfilerPush("Files", false);
-        std::string const sFile = "table" + std::to_string(iFrame % FILES) + ".csv";
+        std::string const sFile = TableName(iFrame);
         Warehouse_c Table;
         int iValue = 0;
         if (!Table.Open(sFile.c_str()) || !Table.FindIdent("row") || !Table.Get("value", iValue))
@@ -201,7 +212,7 @@ namespace
             std::printf("frame %i: %s can't be read: %s\n", iFrame, sFile.c_str(),
                 static_cast<char const *>(Table.GetLastError().sReason));
         }
-        File_c * const pNext = FileStream(("table" + std::to_string((iFrame + 7) % FILES) + ".csv").c_str());
+        File_c * const pNext = FileStream(TableName(iFrame + 7).c_str());
         void * const hRead = FileAsyncOpen(pNext, nullptr);
         while (!FileAsyncIsLoaded(hRead))
         {
@@ -213,7 +224,7 @@ namespace
         Module_c::HeartbeatAllModulesIdle();
         if (iFrame % SELDOM == 0)
         {
-            Write(sFolder + "/media/" + sFile, "@head;value\nrow;" + std::to_string(iFrame) + "\n");
+            WriteTable(sFolder, iFrame);
             SaveAndLoad(Save, iFrame);
             WriteValue(iFrame);
             Complain("frame", iFrame);
@@ -278,7 +289,7 @@ int main(int nArguments, char ** dArguments)
     std::filesystem::create_directories(sFolder + "/media");
     for (int i = 0; i < FILES; ++i)
     {
-        Write(sFolder + "/media/table" + std::to_string(i) + ".csv", "@head;value\nrow;" + std::to_string(i) + "\n");
+        WriteTable(sFolder, i);
     }
     plat::RegistrySetFolder(plat::RegistryTree_e::User, (sFolder + "/registry").c_str());
     LogSetFile(std::filesystem::path(sFolder + "/log/").wstring().c_str(), L"message.log");

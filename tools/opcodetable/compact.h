@@ -11,12 +11,14 @@
 using Starts_t = std::array<std::uint16_t, 256>;
 
 /// Returns the compact form. A pattern or format shares up to 7 units at either end with one of the last four of its
-/// kind: with the one that saves the most bytes.
+/// kind: with the one that saves the most bytes. Requires at most 255 groups, and patterns and formats of at most 254
+/// bytes.
 std::string CompactForm(std::vector<Group_t> const & dGroups);
 
-/// Returns the expanded form, made from the rows without the compact form.
+/// Returns the expanded form, made from the rows without the compact form. Requires patterns and formats of at most 255
+/// bytes.
 std::string ExpandedForm(std::vector<Group_t> const & dGroups);
 
-/// Returns the starts of each slot. Those of small groups are all 0, which means that none are needed. Requires at
-/// least one group. Throws RowError_c if the expanded form has more than 65,535 bytes.
+/// Returns the starts of each slot. Those of a group with fewer than 16 rows are all 0, which means that it needs none.
+/// Requires at least one group. Throws RowError_c if the expanded form has more than 65,535 bytes.
 std::vector<Starts_t> RowStarts(std::vector<Group_t> const & dGroups);

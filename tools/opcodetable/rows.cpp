@@ -161,7 +161,7 @@ namespace
             std::istringstream Words(Line.sPattern);
             for (std::string sWord; Words >> sWord;)
             {
-                AddItem(Row.sPattern, sWord);
+                AddWord(Row.sPattern, sWord);
             }
             AddFormat(Row.sFormat, Line.sFormat);
             constexpr std::size_t MAX_SIZE = 255;   // bytes that a length byte can count
@@ -197,8 +197,8 @@ namespace
             return static_cast<unsigned char>(itSource - m_dSources.begin());
         }
 
-        // Adds a unit that makes nFields fields.
-        void AddPair(std::string & sPattern, int nFirst, int nMask, int nFields)
+        // Adds a unit that makes nFields fields. Throws RowError_c if the row has more than OPCODE_FIELD_LAST.
+        void AddUnit(std::string & sPattern, int nFirst, int nMask, int nFields)
         {
             sPattern += static_cast<char>(nFirst);
             sPattern += static_cast<char>(nMask);
@@ -209,13 +209,13 @@ namespace
             }
         }
 
-        // Adds a word of a pattern.
-        void AddItem(std::string & sPattern, std::string const & sWord)
+        // Adds a word of a pattern. Throws RowError_c if the word is wrong.
+        void AddWord(std::string & sPattern, std::string const & sWord)
         {
             auto const itCondition = CONDITIONS.find(sWord);
             if (itCondition != CONDITIONS.end())
             {
-                AddPair(sPattern, itCondition->second, 0, 0);
+                AddUnit(sPattern, itCondition->second, 0, 0);
             }
             else if (sWord[0] == '=')
             {
@@ -223,12 +223,12 @@ namespace
             }
             else if (sWord == "..")
             {
-                AddPair(sPattern, OPCODE_ANY_BYTE, 0, 1);
+                AddUnit(sPattern, OPCODE_ANY_BYTE, 0, 1);
             }
             else if (sWord[0] == '@' || sWord[0] == '^')
             {
                 int const nBack = sWord[0] == '^' ? OPCODE_STEP_BACK : 0;
-                AddPair(sPattern, OPCODE_SUBTABLE | nBack | GroupIndex(sWord.substr(1)), 0, 2);
+                AddUnit(sPattern, OPCODE_SUBTABLE | nBack | GroupIndex(sWord.substr(1)), 0, 2);
             }
             else if (sWord[0] == '+')
             {
@@ -237,7 +237,7 @@ namespace
                 {
                     Fail("1 to " + std::to_string(OPCODE_RAW_LAST) + " bytes are taken at once");
                 }
-                AddPair(sPattern, nBytes, 0, nBytes);
+                AddUnit(sPattern, nBytes, 0, nBytes);
             }
             else if (sWord[0] == '/')
             {
@@ -246,7 +246,7 @@ namespace
                 {
                     Fail("a field of ModRM is 0 to 7");
                 }
-                AddPair(sPattern, iField << 3, 7 << 3, 1);
+                AddUnit(sPattern, iField << 3, 7 << 3, 1);
             }
             else
             {
@@ -254,7 +254,7 @@ namespace
             }
         }
 
-        // Adds a size like v/2, or v:4 with the bytes of a broadcast element.
+        // Adds a size like v/2, or v:4 with the bytes of a broadcast element. Throws RowError_c for any other.
         void AddSize(std::string & sPattern, std::string const & sText)
         {
             std::size_t const iColon = std::min(sText.find(':'), sText.size());
@@ -266,10 +266,10 @@ namespace
             {
                 Fail("no such size: '" + sText + "'");
             }
-            AddPair(sPattern, OPCODE_MEMORY_SIZE | (itElement->second - OPCODE_SIZE_1) << 4 | itSize->second, 0, 0);
+            AddUnit(sPattern, OPCODE_MEMORY_SIZE | (itElement->second - OPCODE_SIZE_1) << 4 | itSize->second, 0, 0);
         }
 
-        // Adds a byte like 8B or 50/F8.
+        // Adds a byte like 8B or 50/F8. Throws RowError_c for any other, and if it has bits outside of the mask.
         void AddByte(std::string & sPattern, std::string const & sWord)
         {
             std::size_t const iSlash = sWord.find('/');
@@ -279,7 +279,7 @@ namespace
             {
                 Fail("bits outside of the mask: '" + sWord + "'");
             }
-            AddPair(sPattern, nByte, nMask, 1);
+            AddUnit(sPattern, nByte, nMask, 1);
         }
 
         void AddFormat(std::string & sFormat, std::string const & sText) const
@@ -301,7 +301,8 @@ namespace
             }
         }
 
-        // Adds a reference like 3, 3:b, 2.reg:v, 1.w4s2:b, or one of CODES. A blank before a field joins it.
+        // Adds a reference like 3, 3:b, 2.reg:v, 1.w4s2:b, or one of CODES. A blank before a field joins it. Throws
+        // RowError_c if there is no such field, kind or slice.
         void AddReference(std::string & sFormat, std::string const & sText) const
         {
             auto const itCode = CODES.find(sText);
@@ -341,7 +342,8 @@ namespace
             AddSelector(sFormat, sSlice, itKind->second.eKind);
         }
 
-        // Adds the selector of a field, and the byte of an explicit slice like w4s2.
+        // Adds the selector of a field, and the byte of an explicit slice like w4s2. Throws RowError_c if there is no
+        // such slice.
         void AddSelector(std::string & sFormat, std::string const & sSlice, int eKind) const
         {
             if (sSlice.empty() || sSlice == "lo" || sSlice == "reg")
@@ -374,6 +376,23 @@ namespace
         return bOurs;
     }
 
+    // Adds the group that a line begins. Throws RowError_c if the line begins none, or one whose name is known.
+    void AddGroup(std::string const & sLine, std::string const & sPlace, std::vector<Source_t> & dSources)
+    {
+        std::istringstream Words(sLine);
+        std::string sWord, sName;
+        if (!(Words >> sWord >> sName) || sWord != "group")
+        {
+            throw RowError_c(sPlace + ": neither a row nor a group");
+        }
+        auto const HasName = [&sName](Source_t const & Source) { return Source.sName == sName; };
+        if (std::any_of(dSources.begin(), dSources.end(), HasName))
+        {
+            throw RowError_c(sPlace + ": a second group of this name");
+        }
+        dSources.push_back({ sName, {} });
+    }
+
     // Appends the groups of a file, without the lines of the other mode. Throws RowError_c if the file can't be opened
     // or is wrong.
     void ReadFile(std::string const & sFile, std::string const & sMode, std::vector<Source_t> & dSources)
@@ -396,18 +415,7 @@ namespace
             std::size_t const iBar = sText.find('|');
             if (iBar == std::string::npos)
             {
-                std::istringstream Words(sText);
-                std::string sWord, sName;
-                if (!(Words >> sWord >> sName) || sWord != "group")
-                {
-                    throw RowError_c(sPlace + ": neither a row nor a group");
-                }
-                auto const HasName = [&sName](Source_t const & Source) { return Source.sName == sName; };
-                if (std::any_of(dSources.begin(), dSources.end(), HasName))
-                {
-                    throw RowError_c(sPlace + ": a second group of this name");
-                }
-                dSources.push_back({ sName, {} });
+                AddGroup(sText, sPlace, dSources);
                 continue;
             }
             if (dSources.empty())

@@ -146,14 +146,14 @@ namespace zqsymbols
                + (bRegister ? " [register]\n" : "\n") + sMembers;
     }
 
-    std::string FrameLines_c::LinesOf(Frame_t const & Frame, std::size_t & nNumber, bool bWhole)
+    std::string FrameLines_c::FormatFrame(Frame_t const & Frame, std::size_t & nNumber, bool bWhole)
     {
         std::uint64_t const nInside = Frame.GetInside();
         std::optional<Unit_t> Unit = m_Process.UnitAt(nInside);
         std::vector<Dwarf_Die> dScopes = Unit ? m_Process.ScopesAt(*Unit, nInside) : std::vector<Dwarf_Die>();
         std::vector<InlinedCall_t> const dCalls = Unit ? InlinedCalls(*Unit, dScopes) : std::vector<InlinedCall_t>();
         std::vector<Variable_t> const dVariables =
-            bWhole ? m_Variables.VariablesOf(Frame, m_Types) : std::vector<Variable_t>();
+            bWhole ? m_Variables.ReadVariables(Frame, m_Types) : std::vector<Variable_t>();
         std::optional<Line_t> Line = LineAt(m_Process, nInside);
         std::optional<Function_t> const Function = FunctionAt(m_Process, nInside);
         std::string const sPlace = " " + Address(Frame.nAddress) + " " + ModulePlace(m_Process, Frame.nAddress) + " ";
@@ -188,8 +188,9 @@ namespace zqsymbols
         return sText;
     }
 
-    // Finds the far end, and moves m_iFrame to FAR frames before it, or after all frames if it is not reached. Returns
-    // the lines that report what is left out. Returns an empty text, and moves nothing, if every frame is shown.
+    // Finds the far end. Moves m_iFrame to FAR frames before it, or after all frames if it is not reached. Adds the
+    // number of frames left out to m_nNumber. Returns the lines that report it. Returns an empty text, and moves
+    // nothing, if every frame is shown.
     std::string StackLines_c::Skip()
     {
         auto const tEnd = std::chrono::steady_clock::now() + FAR_LIMIT;
@@ -215,6 +216,6 @@ namespace zqsymbols
     {
         std::string sText = m_iFrame == NEAR ? Skip() : "";
         Frame_t const * const pFrame = m_Frames.Get(m_iFrame++);
-        return pFrame == nullptr ? sText : sText + m_Lines.LinesOf(*pFrame, m_nNumber, true);
+        return pFrame == nullptr ? sText : sText + m_Lines.FormatFrame(*pFrame, m_nNumber, true);
     }
 }

@@ -31,7 +31,7 @@ namespace zqsymbols
         /// Returns the lines of a frame and of the inlined calls in it. Numbers the calls and the frame from nNumber
         /// on, and moves nNumber after the last one. Without bWhole the lines have neither texts of sources nor
         /// variables.
-        std::string LinesOf(Frame_t const & Frame, std::size_t & nNumber, bool bWhole);
+        std::string FormatFrame(Frame_t const & Frame, std::size_t & nNumber, bool bWhole);
 
     private:
         std::string Variable(Variable_t const & Variable);

@@ -31,6 +31,34 @@ namespace zqsymbols
         return dwarf_formref_die(dwarf_attr_integrate(pDie, DW_AT_type, &Attribute), pType) != nullptr;
     }
 
+    /// Returns the DIE that an attribute refers to, with a null address if there is none.
+    inline Dwarf_Die TargetOf(Dwarf_Die * pDie, unsigned nAttribute)
+    {
+        Dwarf_Attribute Attribute;
+        Dwarf_Die Die{};
+        return dwarf_formref_die(dwarf_attr(pDie, nAttribute, &Attribute), &Die) != nullptr ? Die : Dwarf_Die{};
+    }
+
+    /// Returns the DIE that declares a function first.
+    inline Dwarf_Die Origin(Dwarf_Die Die)
+    {
+        for (unsigned const nAttribute : { DW_AT_abstract_origin, DW_AT_specification })
+        {
+            Dwarf_Die const Next = TargetOf(&Die, nAttribute);
+            Die = Next.addr != nullptr ? Next : Die;
+        }
+        return Die;
+    }
+
+    /// Returns the linkage name of a function, or of an inlined call's callee, or null if it has none.
+    inline char const * LinkageName(Dwarf_Die * pDie)
+    {
+        Dwarf_Attribute Attribute;
+        char const * const szName = dwarf_formstring(dwarf_attr_integrate(pDie, DW_AT_linkage_name, &Attribute));
+        return szName != nullptr ? szName
+                                 : dwarf_formstring(dwarf_attr_integrate(pDie, DW_AT_MIPS_linkage_name, &Attribute));
+    }
+
     /// Returns whether the encoding of a base type is that of a signed integer.
     inline bool IsSignedEncoding(std::uint64_t nEncoding)
     {
@@ -54,6 +82,13 @@ namespace zqsymbols
                : sName.empty() && bNamespace                  ? "(anonymous namespace)::"
                : sName.empty()                                ? "(unnamed)::"
                                                               : sName + "::";
+    }
+
+    /// Returns whether a tag is that of a qualifier of a type: const, volatile, restrict or atomic.
+    inline bool IsQualifier(int nTag)
+    {
+        return nTag == DW_TAG_const_type || nTag == DW_TAG_volatile_type || nTag == DW_TAG_restrict_type
+               || nTag == DW_TAG_atomic_type;
     }
 
     /// Returns whether a tag is that of a pointer or a reference.

@@ -4,7 +4,7 @@
 // made of other files than the module's. docs/formats.md has the layout of the file.
 //
 // Failure: it costs only time. There is no file in these cases:
-// - The user has no home folder.
+// - The system's table of users has no home folder for the user.
 // - The module has no build-id.
 // - The disk has no room for it or is read-only.
 // - It would have more than 32 MiB.
@@ -25,7 +25,7 @@ namespace zqsymbols
     {
         std::string sBuildId;       // in hexadecimal
         std::uint64_t nSpan;        // bytes of the module in memory
-        std::uint64_t nUnitBytes;   // of its debug information, as stored
+        std::uint64_t nUnitBytes;   // of its section .debug_info, as stored
         std::uint64_t nSymbols;
     };
 

@@ -14,16 +14,7 @@ namespace zqsymbols
         // name and nothing is around it.
         std::string QualifiedName(Dwarf_Die & Call)
         {
-            Dwarf_Die Declaration = Call;
-            for (unsigned const nAttribute : { DW_AT_abstract_origin, DW_AT_specification })
-            {
-                Dwarf_Attribute Attribute;
-                Dwarf_Die Other;
-                if (dwarf_formref_die(dwarf_attr(&Declaration, nAttribute, &Attribute), &Other) != nullptr)
-                {
-                    Declaration = Other;
-                }
-            }
+            Dwarf_Die Declaration = Origin(Call);
             std::string sName = NameOf(&Declaration);
             Dwarf_Die * pScopes = nullptr;
             int const nScopes = dwarf_getscopes_die(&Declaration, &pScopes);
@@ -38,16 +29,8 @@ namespace zqsymbols
         // Returns the callee's name, from its linkage name if it has one.
         std::string FunctionOf(Dwarf_Die & Call)
         {
-            Dwarf_Attribute Attribute;
-            for (unsigned const nAttribute : { DW_AT_linkage_name, DW_AT_MIPS_linkage_name })
-            {
-                char const * const szName = dwarf_formstring(dwarf_attr_integrate(&Call, nAttribute, &Attribute));
-                if (szName != nullptr)
-                {
-                    return PlainName(szName);
-                }
-            }
-            return QualifiedName(Call);
+            char const * const szName = LinkageName(&Call);
+            return szName != nullptr ? PlainName(szName) : QualifiedName(Call);
         }
 
         // Returns the file and the line of a call, or nothing if one of them is unknown.

@@ -119,7 +119,7 @@ namespace zqsymbols
                 Frame_t const * const pFrame = m_Frames.Get(iFrame);
                 if (pFrame != nullptr && m_iVariablesOf != iFrame)
                 {
-                    m_dVariables = m_Variables.VariablesOf(*pFrame, m_Types);
+                    m_dVariables = m_Variables.ReadVariables(*pFrame, m_Types);
                     m_iVariablesOf = iFrame;
                 }
                 if (pFrame == nullptr || iVariable >= m_dVariables.size())

@@ -11,8 +11,8 @@ namespace zqsymbols
 {
     namespace
     {
-        // Depth of brackets in a text that is read from its start. In round and curly ones, '<' and '>' may be
-        // operators, and a '<' after ')' is one: these are not counted.
+        // Depth of brackets in a text that is read from its start. Does not count '<' and '>' in round and curly ones,
+        // because they may be operators. Does not count a '<' after ')', because it is one.
         class Depth_c
         {
         public:

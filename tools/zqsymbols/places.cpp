@@ -1,5 +1,7 @@
 #include "tools/zqsymbols/places.h"
 
+#include "tools/zqsymbols/dies.h"
+
 #include <algorithm>
 #include <cstring>
 #include <dwarf.h>
@@ -40,38 +42,12 @@ namespace zqsymbols
             return false;
         }
 
-        // Returns the DIE that an attribute refers to, with a null address if there is none.
-        Dwarf_Die TargetOf(Dwarf_Die * pDie, unsigned nAttribute)
-        {
-            Dwarf_Attribute Attribute;
-            Dwarf_Die Die{};
-            return dwarf_formref_die(dwarf_attr(pDie, nAttribute, &Attribute), &Die) != nullptr ? Die : Dwarf_Die{};
-        }
-
-        // Returns the DIE that declares a function first.
-        Dwarf_Die Origin(Dwarf_Die Die)
-        {
-            for (unsigned const nAttribute : { DW_AT_abstract_origin, DW_AT_specification })
-            {
-                Dwarf_Die const Next = TargetOf(&Die, nAttribute);
-                Die = Next.addr != nullptr ? Next : Die;
-            }
-            return Die;
-        }
-
         // Returns a function's name for the linker, its plain name if it has none, or null if it has neither.
         char const * LinkerName(Dwarf_Die * pDie)
         {
             Dwarf_Attribute Attribute;
-            for (unsigned const nAttribute : { DW_AT_linkage_name, DW_AT_MIPS_linkage_name, DW_AT_name })
-            {
-                char const * const szName = dwarf_formstring(dwarf_attr_integrate(pDie, nAttribute, &Attribute));
-                if (szName != nullptr)
-                {
-                    return szName;
-                }
-            }
-            return nullptr;
+            char const * const szName = LinkageName(pDie);
+            return szName != nullptr ? szName : dwarf_formstring(dwarf_attr_integrate(pDie, DW_AT_name, &Attribute));
         }
 
         // Returns whether a call is known to call the function. Otherwise its callee may have reached the function

@@ -12,9 +12,6 @@ namespace zqsymbols
 {
     bool Process_c::Start()
     {
-        // The DWARF numbers (System V ABI, processor supplements) of IP SP BP AX BX CX DX SI DI R8 to R15.
-        static constexpr unsigned NUMBERS_64[] = { 16, 7, 6, 0, 3, 2, 1, 4, 5, 8, 9, 10, 11, 12, 13, 14, 15 };
-        static constexpr unsigned NUMBERS_32[] = { 8, 4, 5, 0, 3, 1, 2, 6, 7 };
         plat::SymbolStart_t Start;
         if (recv(plat::SYMBOL_SOCKET, &Start, sizeof(Start), 0) != sizeof(Start) || Start.dwMagic != plat::SYMBOL_MAGIC
             || (Start.nWord != 4 && Start.nWord != 8) || Start.nPrinters > plat::SYMBOL_PRINTERS)
@@ -34,17 +31,18 @@ namespace zqsymbols
         {
             m_Registers.Set((m_nWord == 8 ? XMM0_64 : XMM0_32) + i, Start.dVectors[i]);
         }
-        ReportModules();
+        AddMappedModules();
         return true;
     }
 
-    // Adds successive mappings of one file as one module.
-    void Process_c::ReportModules()
+    // Adds the modules in the list of mappings, and ends the additions. Adds successive mappings of one file as one
+    // module. Adds none if the list can't be read.
+    void Process_c::AddMappedModules()
     {
         std::string sModule;
         unsigned long nStart = 0;
         unsigned long nEnd = 0;
-        auto const fnReport = [&]
+        auto const fnAdd = [&]
         {
             if (!sModule.empty())
             {
@@ -74,13 +72,13 @@ namespace zqsymbols
             }
             if (sModule != szPath)
             {
-                fnReport();
+                fnAdd();
                 sModule = szPath;
                 nStart = nFrom;
             }
             nEnd = nTo;
         }
-        fnReport();
+        fnAdd();
         if (pMaps != nullptr)
         {
             std::fclose(pMaps);

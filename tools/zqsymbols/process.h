@@ -47,9 +47,9 @@ namespace zqsymbols
         std::uint64_t GetWord() const { return m_nWord; }
 
         /// Return the numbers of the registers with these roles.
-        unsigned GetInstruction() const { return m_nWord == 8 ? 16 : 8; }
-        unsigned GetStackPointer() const { return m_nWord == 8 ? 7 : 4; }
-        unsigned GetFramePointer() const { return m_nWord == 8 ? 6 : 5; }
+        unsigned GetInstruction() const { return m_nWord == 8 ? NUMBERS_64[0] : NUMBERS_32[0]; }
+        unsigned GetStackPointer() const { return m_nWord == 8 ? NUMBERS_64[1] : NUMBERS_32[1]; }
+        unsigned GetFramePointer() const { return m_nWord == 8 ? NUMBERS_64[2] : NUMBERS_32[2]; }
 
         /// Returns whether a function must preserve a register (System V ABI, processor supplements): BX, BP, and in 64
         /// bits R12 to R15, in 32 bits SI and DI. Requires iRegister below 32.
@@ -82,7 +82,11 @@ namespace zqsymbols
     private:
         using Page_t = std::array<std::uint8_t, plat::SYMBOL_PAGE>;
 
-        void ReportModules();
+        // The DWARF numbers (System V ABI, processor supplements) of IP SP BP AX BX CX DX SI DI R8 to R15.
+        static constexpr unsigned NUMBERS_64[] = { 16, 7, 6, 0, 3, 2, 1, 4, 5, 8, 9, 10, 11, 12, 13, 14, 15 };
+        static constexpr unsigned NUMBERS_32[] = { 8, 4, 5, 0, 3, 1, 2, 6, 7 };
+
+        void AddMappedModules();
         static std::optional<Page_t> FetchPage(std::uint64_t nPage);
         std::optional<Page_t> const & PageAt(std::uint64_t nPage);
 

@@ -400,7 +400,8 @@ namespace zqsymbols
             return -1;
         }
         std::map<std::string, std::string> dContents;
-        // No part is there twice, but rows of a damaged index may all claim the same one.
+        // Rows of a damaged index may all claim the same part. Append keeps each section within the size of the
+        // package's own.
         auto const Append = [&](std::string const & sKind, PackageIndex_c::Part_s const & Part)
         {
             std::string & sContent = dContents[sKind];

@@ -70,7 +70,8 @@ namespace zqsymbols
             return !bStopped ? -1 : bByTracer ? 0 : WSTOPSIG(iStatus);
         }
 
-        // Copy the registers, in the order of DWARF's numbers, and the thread pointer.
+        // Copy the registers, in the order of DWARF's numbers, and the thread pointer. Take32 leaves the thread pointer
+        // as it is if the system does not report the thread's segment.
         void Take64(user_regs_struct const & Kernel, Stopped_t & Stopped)
         {
             unsigned long long const dValues[] = { Kernel.rax, Kernel.rdx, Kernel.rcx, Kernel.rbx, Kernel.rsi,
@@ -209,7 +210,7 @@ namespace zqsymbols
     }
 
     // Describes the locks that a thread holds or waits for, and sets its rank.
-    void ThreadLines_c::FindLocks(Thread_t & Thread)
+    void ThreadLines_c::DescribeLocks(Thread_t & Thread)
     {
         constexpr int RANK_HOLDS = -2, RANK_WAITS = -1;
         for (Lock_t const & Lock : m_dLocks)
@@ -318,7 +319,7 @@ namespace zqsymbols
         }
         for (Thread_t & Thread : m_dThreads)
         {
-            FindLocks(Thread);
+            DescribeLocks(Thread);
         }
         std::stable_sort(m_dThreads.begin(), m_dThreads.end(),
             [](Thread_t const & Left, Thread_t const & Right) { return Left.iRank < Right.iRank; });
@@ -334,7 +335,7 @@ namespace zqsymbols
         std::size_t const nShown = std::min(Thread.dFrames.size(), SHOWN);
         for (std::size_t i = 0; i < nShown; ++i)
         {
-            sText += m_Lines.LinesOf(Thread.dFrames[i], nNumber, false);
+            sText += m_Lines.FormatFrame(Thread.dFrames[i], nNumber, false);
         }
         if (nShown < Thread.dFrames.size())
         {

@@ -52,7 +52,7 @@ namespace zqsymbols
         bool TraceApart(Thread_t & Thread);
         void Walk(Thread_t & Thread);
         void ReadMark(Thread_t & Thread);
-        void FindLocks(Thread_t & Thread);
+        void DescribeLocks(Thread_t & Thread);
         std::string LockName(Lock_t const & Lock);
         std::string TextOf(Thread_t const & Thread);
 

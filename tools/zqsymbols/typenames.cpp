@@ -60,15 +60,15 @@ namespace zqsymbols
             return sText;
         }
 
-        // Returns the tag of what a DIE's type attribute names, without const and the like before it.
+        // Returns the tag of what a DIE's type attribute names, without const and the like before it. Returns
+        // DW_TAG_invalid if the DIE names no type.
         int TagOfTarget(Dwarf_Die Die)
         {
             int iTag = DW_TAG_invalid;
             for (int i = 0; i < MAX_DEPTH && Follow(&Die, &Die); ++i)
             {
                 iTag = dwarf_tag(&Die);
-                if (iTag != DW_TAG_const_type && iTag != DW_TAG_volatile_type && iTag != DW_TAG_restrict_type
-                    && iTag != DW_TAG_atomic_type)
+                if (!IsQualifier(iTag))
                 {
                     break;
                 }
@@ -76,8 +76,8 @@ namespace zqsymbols
             return iTag;
         }
 
-        // Returns the declaration of a type with a qualifier. g++ describes functions with attributes as const or
-        // volatile, which is left out.
+        // Returns the declaration of a type with a qualifier. Leaves out the qualifier of a function: g++ describes
+        // functions with attributes as const or volatile.
         std::string DeclareQualified(
             Types_c & Types, Dwarf_Die Type, char const * szQualifier, std::string const & sInner, int nDepth)
         {

@@ -24,8 +24,7 @@ namespace zqsymbols
                 {
                     sAlias = NameOf(&Die);
                 }
-                bool const bPeels = nTag == DW_TAG_typedef || nTag == DW_TAG_const_type || nTag == DW_TAG_volatile_type
-                                    || nTag == DW_TAG_restrict_type || nTag == DW_TAG_atomic_type;
+                bool const bPeels = nTag == DW_TAG_typedef || IsQualifier(nTag);
                 if (!bPeels && dwarf_formref_die(dwarf_attr(&Die, DW_AT_signature, &Signature), &Next) == nullptr)
                 {
                     return;
@@ -190,17 +189,15 @@ namespace zqsymbols
         {
             return bChar ? plat::BASE_CHAR : plat::BASE_NONE;
         }
-        switch (Number(&Die, DW_AT_encoding, 0))
+        std::uint64_t const nEncoding = Number(&Die, DW_AT_encoding, 0);
+        switch (nEncoding)
         {
         case DW_ATE_boolean:
             return plat::BASE_BOOL;
         case DW_ATE_float:
             return plat::BASE_FLOAT;
-        case DW_ATE_signed:
-        case DW_ATE_signed_char:
-            return plat::BASE_INTEGER;
         default:
-            return plat::BASE_UNSIGNED;
+            return IsSignedEncoding(nEncoding) ? plat::BASE_INTEGER : plat::BASE_UNSIGNED;
         }
     }
 

@@ -101,6 +101,24 @@ namespace zqsymbols
             return Place.nBits > 0 && Place.nBits < 64 && Place.nFirstBit < 64;
         }
 
+        // Returns the width in bits of a value of nSize bytes, or of the bit field that it is.
+        std::uint64_t WidthOf(MemberPlace_t const & Place, std::uint64_t nSize)
+        {
+            return IsBitField(Place) ? Place.nBits : nSize * 8;
+        }
+
+        // Returns the lowest nWidth bits of a number.
+        std::uint64_t LowBits(std::uint64_t nNumber, std::uint64_t nWidth)
+        {
+            return nWidth >= 64 ? nNumber : nNumber & ((std::uint64_t{ 1 } << nWidth) - 1);
+        }
+
+        // Returns the lowest nWidth bits of a value, at most 64, from what was read at its place.
+        std::uint64_t BitsOf(MemberPlace_t const & Place, std::uint64_t nRead, std::uint64_t nWidth)
+        {
+            return LowBits(IsBitField(Place) ? nRead >> Place.nFirstBit : nRead, nWidth);
+        }
+
         // Returns what is shown of a value that lacks bytes.
         std::string TextOfMissing(Value_t const & Value)
         {
@@ -294,12 +312,8 @@ namespace zqsymbols
         MemberPlace_t const & Place = m_Types.GetPlace(Value.iType);
         std::uint64_t nBits = 0;
         std::memcpy(&nBits, dBytes, sizeof(nBits));
-        std::uint64_t nWidth = nSize * 8;
-        if (IsBitField(Place))
-        {
-            nBits = nBits >> Place.nFirstBit & ((std::uint64_t{ 1 } << Place.nBits) - 1);
-            nWidth = Place.nBits;
-        }
+        std::uint64_t const nWidth = WidthOf(Place, nSize);
+        nBits = BitsOf(Place, nBits, nWidth);
         if (nEncoding == DW_ATE_float)
         {
             return Real(dBytes, nSize, NameOf(&Type) == "long double");
@@ -334,10 +348,8 @@ namespace zqsymbols
             return TextOfMissing(Value);
         }
         MemberPlace_t const & Place = m_Types.GetPlace(Value.iType);
-        bool const bField = IsBitField(Place);
-        std::uint64_t const nWidth = bField ? Place.nBits : nSize * 8;
-        std::uint64_t const nMask = nWidth >= 64 ? UINT64_MAX : (std::uint64_t{ 1 } << nWidth) - 1;
-        std::uint64_t const nBits = (bField ? *nRead >> Place.nFirstBit : *nRead) & nMask;
+        std::uint64_t const nWidth = WidthOf(Place, nSize);
+        std::uint64_t const nBits = BitsOf(Place, *nRead, nWidth);
         std::uint64_t nLeft = nBits;
         std::string sFlags;
         Dwarf_Die Underlying;
@@ -355,7 +367,7 @@ namespace zqsymbols
                 continue;
             }
             bSigned = bSigned || (!bKnown && static_cast<Dwarf_Sword>(nEnumerator) < 0);
-            std::uint64_t const nFlag = nEnumerator & nMask;
+            std::uint64_t const nFlag = LowBits(nEnumerator, nWidth);
             if (nFlag == nBits)
             {
                 return Escaped(NameOf(&Child)) + " (" + Integer(nBits, nWidth, bSigned) + ")";

@@ -71,7 +71,7 @@ namespace zqsymbols
         };
     }
 
-    std::vector<Variable_t> Variables_c::VariablesOf(Frame_t const & Frame, Types_c & Types)
+    std::vector<Variable_t> Variables_c::ReadVariables(Frame_t const & Frame, Types_c & Types)
     {
         std::vector<Variable_t> dVariables;
         std::optional<Unit_t> Unit = m_Process.UnitAt(Frame.GetInside());

@@ -38,7 +38,7 @@ namespace zqsymbols
         /// - variables without a name
         /// - locals that are only declared
         /// - locals that the compiler generated under a name of its own
-        std::vector<Variable_t> VariablesOf(Frame_t const & Frame, Types_c & Types);
+        std::vector<Variable_t> ReadVariables(Frame_t const & Frame, Types_c & Types);
 
     private:
         Process_c & m_Process;

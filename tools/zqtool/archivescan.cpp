@@ -18,7 +18,7 @@ namespace
         using Serializeable_c::UNFINISHED;
     };
 
-    // Scan of one archive.
+    // Walk over the words of one archive, which collects its parts and problems.
     class Scan_c
     {
     public:
@@ -254,10 +254,10 @@ namespace
         // Adds the identifier, label and class of an object and returns their end. Reports a label without a class.
         std::size_t AddObject(std::size_t nAt, std::size_t nTo)
         {
-            constexpr std::int32_t NAME_SIZE = 32;   // bytes of a class's name, with its terminator (cserializer.h)
             std::size_t const nName = nAt + ARCHIVE_WORD;
             std::int32_t const nLength = nTo - nName >= ARCHIVE_WORD ? Int(nName) : -1;
-            if (nLength < 0 || nLength >= NAME_SIZE || nTo - nName - ARCHIVE_WORD <= static_cast<std::size_t>(nLength))
+            if (nLength < 0 || nLength >= Serializer_c::NAME_SIZE
+                || nTo - nName - ARCHIVE_WORD <= static_cast<std::size_t>(nLength))
             {
                 AddProblem(nName, "no name of a class is here");
                 return nName;

@@ -106,7 +106,7 @@ namespace
         return nBytes;
     }
 
-    // Returns the files of a cache by their paths.
+    // Returns the files of a cache by their paths in the form of PathFromRelative.
     std::map<std::string, CacheFile_s const *> FilesByPath(CacheContents_t const & Contents)
     {
         std::map<std::string, CacheFile_s const *> dFiles;
@@ -117,13 +117,13 @@ namespace
         return dFiles;
     }
 
-    // Returns the root of the tree and sets sFile to the cache's path. If the cache lies directly in the root, its path
-    // begins with the root's text, because the library knows the folder of a cache by its text.
-    std::string RootOf(Options_s const & Options, std::string & sFile)
+    // Sets sRoot to the root of the tree and sFile to the cache's path. If the cache lies directly in the root, its
+    // path begins with the root's text, because the library knows the folder of a cache by its text.
+    void FindPaths(Options_s const & Options, std::string & sRoot, std::string & sFile)
     {
         fs::path const File(Options.sFile);
         fs::path const Folder = File.has_parent_path() ? File.parent_path() : ".";
-        std::string sRoot = Options.sBuild.empty() ? Options.sRoot : Options.sBuild;
+        sRoot = Options.sBuild.empty() ? Options.sRoot : Options.sBuild;
         sRoot = sRoot.empty() ? Folder.native() : sRoot;
         while (sRoot.size() > 1 && sRoot.ends_with('/'))
         {
@@ -131,7 +131,6 @@ namespace
         }
         std::error_code Ignored;
         sFile = fs::equivalent(Folder, sRoot, Ignored) ? (fs::path(sRoot) / File.filename()).native() : Options.sFile;
-        return sRoot;
     }
 
     // Scans the root of a tree as ScanMedia does. Returns false, and prints why, if it is a file.
@@ -150,7 +149,7 @@ namespace
 
     void NoteNotCurrent(char const * szLine)
     {
-        constexpr std::string_view START = "filesystem: the cache is not current, ";
+        constexpr std::string_view START(CACHE_NOT_CURRENT, sizeof CACHE_NOT_CURRENT - sizeof "%s");
         std::string_view const sLine(szLine);
         g_sNotCurrent = sLine.starts_with(START) ? sLine.substr(START.size()) : g_sNotCurrent;
     }
@@ -245,8 +244,8 @@ namespace
     // Compares a cache with its tree. Returns false, with a message, if the tree can't be scanned.
     bool Compare(Options_s const & Options, CacheContents_t const & Contents, Comparison_t & Comparison)
     {
-        std::string sFile;
-        std::string const sRoot = RootOf(Options, sFile);
+        std::string sRoot, sFile;
+        FindPaths(Options, sRoot, sFile);
         Comparison.sRoot = sRoot;
         SetPQXMediaPath(sRoot.c_str());
         if (Contents.bTimes)
@@ -431,8 +430,10 @@ namespace
         return Comparison.IsEqual() ? EXIT_DONE : EXIT_FOUND;
     }
 
-    // Returns whether a cache may replace a file: one that is absent or empty, or a cache of this major version that
-    // ReadCacheFile reads, damaged or not.
+    // Returns whether a cache may replace a file. It may replace these:
+    // - a file that is absent
+    // - a file that is empty
+    // - a file that ReadCacheFile reads as a cache of this major version, damaged or not
     bool MayReplace(std::string const & sFile)
     {
         std::error_code Error;
@@ -447,8 +448,8 @@ namespace
 
     int Build(Options_s const & Options)
     {
-        std::string sFile;
-        std::string const sRoot = RootOf(Options, sFile);
+        std::string sRoot, sFile;
+        FindPaths(Options, sRoot, sFile);
         if (!MayReplace(sFile))
         {
             return Fail(Options.sFile, "it is no cache of this version that can be read, so it is not replaced");

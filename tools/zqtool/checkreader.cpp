@@ -2,7 +2,6 @@
 
 #include "tools/zqtool/parse.h"
 #include "zqcore/clog.h"
-#include "zqcore/ctexterror.h"
 #include "zqcore/ctexterror_internal.h"
 #include "zqcore/cwarehousescan.h"
 

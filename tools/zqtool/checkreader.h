@@ -2,11 +2,18 @@
 #pragma once
 
 #include "tools/zqtool/checktext.h"
+#include "zqcore/ctexterror.h"
 
 #include <vector>
 
 /// Name of the text in the table of files while it is checked.
 inline constexpr char CHECKED_KEY[] = "checked";
+
+/// Returns an error of a reader as a complaint.
+inline Complaint_t ComplaintOf(TextError_t const & Error)
+{
+    return { Error.iLine, Error.iColumn, Error.sReason.CStr() };
+}
 
 /// Collector of the errors about CHECKED_KEY that readers log while the object lives. It appends them to dComplaints.
 /// Requires that dComplaints outlives the object, and that only one object lives at a time.

@@ -1,6 +1,7 @@
 #include "tools/zqtool/checkschema.h"
 
 #include "platform/text.h"
+#include "tools/zqtool/checkreader.h"
 #include "tools/zqtool/parse.h"
 #include "tools/zqtool/text.h"
 #include "tools/zqtool/textfile.h"
@@ -23,11 +24,6 @@ namespace
     constexpr EnumName_T<SchemaType_e> TYPES[] = { { "int", SchemaType_e::Int }, { "float", SchemaType_e::Float },
         { "bool", SchemaType_e::Bool }, { "text", SchemaType_e::Text }, { "pair", SchemaType_e::Pair } };
     constexpr EnumName_T<bool> ANSWERS[] = { { "yes", true }, { "no", false } };
-
-    Complaint_t ComplaintOf(TextError_t const & Error)
-    {
-        return { Error.iLine, Error.iColumn, Error.sReason.CStr() };
-    }
 
     // Returns the names between the bars of a type. Skips empty ones.
     std::vector<std::string> SplitNames(std::string const & sType)
@@ -70,8 +66,8 @@ namespace
             {
                 Note(m_Table.Get(TYPE_COLUMN, Column.eType, TYPES));
             }
-            Column.Least = Limit("least");
-            Column.Most = Limit("most");
+            Column.Least = ReadLimit("least");
+            Column.Most = ReadLimit("most");
             if (Has(REQUIRED_COLUMN))
             {
                 Note(m_Table.Get(REQUIRED_COLUMN, Column.bRequired, ANSWERS));
@@ -95,7 +91,7 @@ namespace
             return m_Table.GetLength(szColumn) > 0 && m_Table.Get(szColumn, sCell) && sCell != "-";
         }
 
-        std::optional<double> Limit(char const * szColumn)
+        std::optional<double> ReadLimit(char const * szColumn)
         {
             if (!Has(szColumn))
             {

@@ -20,7 +20,7 @@ enum class SchemaType_e
     Name   // one of dNames
 };
 
-/// One column of the schema.
+/// Rules for the cells of one column of a table: one row of the schema.
 struct SchemaColumn_t
 {
     std::string sName;   // in lower case

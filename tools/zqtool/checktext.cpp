@@ -109,7 +109,7 @@ namespace
         void Stop(TextError_t const & Error)
         {
             m_Result.bWhole = false;
-            m_Result.dComplaints.push_back({ Error.iLine, Error.iColumn, Error.sReason.CStr() });
+            m_Result.dComplaints.push_back(ComplaintOf(Error));
         }
 
         void AddRow(std::vector<std::string> dCells)

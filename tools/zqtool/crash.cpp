@@ -66,8 +66,8 @@ namespace
         std::fputs(((bDivided ? "\n" + std::string(DIVIDER_WIDTH, '-') + "\n\n" : "") + sText).c_str(), stdout);
     }
 
-    // Writes the page, then prints the groups: what reads the text may end first. Returns whether the page was written.
-    // For a page or JSON it first reads all of each sample: folding needs only the causes.
+    // Reads all of each sample for a page or JSON, because folding needs only the causes. Writes the page, then prints
+    // the groups: what reads the text may end first. Returns false if there is a page that could not be written whole.
     bool CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
     {
         std::vector<CrashGroup_t> dGroups = m_Fold.Extract();

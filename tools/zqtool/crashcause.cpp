@@ -2,51 +2,51 @@
 
 #include "platform/faults.h"
 #include "tools/zqtool/parse.h"
+#include "zqcore/cfaultnames_internal.h"
 
 #include <algorithm>
 #include <cstdio>
 
 namespace
 {
-    // An exception code, its kind and its text.
-    struct CodeKind_t
+    // An exception code and its text.
+    struct CodeText_t
     {
         std::uint32_t nCode;
-        char const * szKind;
         char const * szText;
     };
-    constexpr CodeKind_t CODES[] = {
-        { plat::FAULT_ACCESS, "access", "access violation" },
-        { plat::FAULT_GUARD_PAGE, "access", "access to a guard page" },
-        { plat::FAULT_MISALIGNED, "access", "misaligned access" },
-        { plat::FAULT_IN_PAGE, "access", "access to a page that the system could not read" },
-        { plat::FAULT_INVALID_HANDLE, "unknown", "invalid handle" },
-        { plat::FAULT_BREAKPOINT, "trap", "breakpoint" },
-        { plat::FAULT_SINGLE_STEP, "trap", "single step" },
-        { plat::FAULT_ILLEGAL_INSTRUCTION, "instruction", "illegal instruction" },
-        { plat::FAULT_PRIVILEGED, "instruction", "privileged instruction" },
-        { plat::FAULT_NONCONTINUABLE, "unknown", "exception after one that could not be continued" },
-        { plat::FAULT_INVALID_DISPOSITION, "unknown", "invalid disposition" },
-        { plat::FAULT_ARRAY_BOUNDS, "arithmetic", "array bounds exceeded" },
-        { plat::FAULT_FLOAT_DENORMAL, "arithmetic", "denormal floating-point operand" },
-        { plat::FAULT_FLOAT_DIVIDE, "arithmetic", "floating-point division by zero" },
-        { plat::FAULT_FLOAT_INEXACT, "arithmetic", "inexact floating-point result" },
-        { plat::FAULT_FLOAT_INVALID, "arithmetic", "invalid floating-point operation" },
-        { plat::FAULT_FLOAT_OVERFLOW, "arithmetic", "floating-point overflow" },
-        { plat::FAULT_FLOAT_STACK, "arithmetic", "floating-point stack fault" },
-        { plat::FAULT_FLOAT_UNDERFLOW, "arithmetic", "floating-point underflow" },
-        { plat::FAULT_INTEGER_DIVIDE, "arithmetic", "integer division by zero" },
-        { plat::FAULT_INTEGER_OVERFLOW, "arithmetic", "integer overflow" },
-        { plat::FAULT_STACK_OVERFLOW, "stack", "stack overflow" },
-        { plat::FAULT_ABORT, "abort", "abort" },
-        { plat::FAULT_UNCAUGHT_EXCEPTION, "exception", "uncaught exception" },
+    constexpr CodeText_t CODES[] = {
+        { plat::FAULT_ACCESS, "access violation" },
+        { plat::FAULT_GUARD_PAGE, "access to a guard page" },
+        { plat::FAULT_MISALIGNED, "misaligned access" },
+        { plat::FAULT_IN_PAGE, "access to a page that the system could not read" },
+        { plat::FAULT_INVALID_HANDLE, "invalid handle" },
+        { plat::FAULT_BREAKPOINT, "breakpoint" },
+        { plat::FAULT_SINGLE_STEP, "single step" },
+        { plat::FAULT_ILLEGAL_INSTRUCTION, "illegal instruction" },
+        { plat::FAULT_PRIVILEGED, "privileged instruction" },
+        { plat::FAULT_NONCONTINUABLE, "exception after one that could not be continued" },
+        { plat::FAULT_INVALID_DISPOSITION, "invalid disposition" },
+        { plat::FAULT_ARRAY_BOUNDS, "array bounds exceeded" },
+        { plat::FAULT_FLOAT_DENORMAL, "denormal floating-point operand" },
+        { plat::FAULT_FLOAT_DIVIDE, "floating-point division by zero" },
+        { plat::FAULT_FLOAT_INEXACT, "inexact floating-point result" },
+        { plat::FAULT_FLOAT_INVALID, "invalid floating-point operation" },
+        { plat::FAULT_FLOAT_OVERFLOW, "floating-point overflow" },
+        { plat::FAULT_FLOAT_STACK, "floating-point stack fault" },
+        { plat::FAULT_FLOAT_UNDERFLOW, "floating-point underflow" },
+        { plat::FAULT_INTEGER_DIVIDE, "integer division by zero" },
+        { plat::FAULT_INTEGER_OVERFLOW, "integer overflow" },
+        { plat::FAULT_STACK_OVERFLOW, "stack overflow" },
+        { plat::FAULT_ABORT, "abort" },
+        { plat::FAULT_UNCAUGHT_EXCEPTION, "uncaught exception" },
     };
 
     // Returns the row of a code, or null if it has none.
-    CodeKind_t const * FindCode(std::uint32_t nCode)
+    CodeText_t const * FindCode(std::uint32_t nCode)
     {
         auto const * const pCode = std::find_if(
-            std::begin(CODES), std::end(CODES), [nCode](CodeKind_t const & Code) { return Code.nCode == nCode; });
+            std::begin(CODES), std::end(CODES), [nCode](CodeText_t const & Code) { return Code.nCode == nCode; });
         return pCode == std::end(CODES) ? nullptr : pCode;
     }
 
@@ -162,7 +162,7 @@ namespace
         {
             return pRaiser->szText;
         }
-        CodeKind_t const * const pCode = FindCode(Crash.nCode);
+        CodeText_t const * const pCode = FindCode(Crash.nCode);
         std::string sText = pCode != nullptr ? pCode->szText
                             : Crash.sCodeText.empty()
                                 ? "exception " + Hexadecimal(Crash.nCode)
@@ -219,8 +219,10 @@ namespace
 
 char const * CrashKindOf(std::uint32_t nCode)
 {
-    CodeKind_t const * const pCode = FindCode(nCode);
-    return pCode != nullptr ? pCode->szKind : "unknown";
+    constexpr std::uint32_t ACCESSES[] = { plat::FAULT_ACCESS, plat::FAULT_GUARD_PAGE, plat::FAULT_MISALIGNED,
+        plat::FAULT_IN_PAGE };
+    char const * const szKind = FaultKindOf(nCode);
+    return szKind != nullptr ? szKind : std::ranges::count(ACCESSES, nCode) != 0 ? "access" : "unknown";
 }
 
 CrashModules_c::CrashModules_c(Crash_t const & Crash)

@@ -65,11 +65,10 @@ namespace
     std::string Unescaped(std::string_view sName)
     {
         constexpr std::string_view BLANK = "\\x20";
-        std::string sOut(TakeUpTo(sName, BLANK));
-        while (!sName.empty())
+        std::string sOut(sName);
+        for (std::size_t iBlank = 0; (iBlank = sOut.find(BLANK, iBlank)) != std::string::npos; ++iBlank)
         {
-            sOut += ' ';
-            sOut += TakeUpTo(sName, BLANK);
+            sOut.replace(iBlank, BLANK.size(), " ");
         }
         return sOut;
     }
@@ -284,7 +283,8 @@ namespace
         return true;
     }
 
-    // Completes the last crash, if there is one.
+    // Sets the paths in the last crash, if there is one. Reports details that break off before or in one of the known
+    // sections, and a list of the crash that is cut.
     void DetailsReader_c::End()
     {
         if (m_dCrashes.empty())

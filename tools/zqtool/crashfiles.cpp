@@ -162,7 +162,7 @@ namespace
             }
         }
 
-        // Returns one spelling of the paths of a file, also of one that does not exist.
+        // Returns one spelling of the paths of a file, also of one that does not exist. On failure returns sName.
         static std::string NormalOf(std::string const & sName)
         {
             std::error_code Error;
@@ -323,7 +323,7 @@ namespace
         bool bGood = sText.size() == FORM.size();
         for (std::size_t i = 0; bGood && i < FORM.size(); ++i)
         {
-            bGood = FORM[i] == '0' ? sText[i] >= '0' && sText[i] <= '9' : sText[i] == FORM[i] || sText[i] == ' ';
+            bGood = FORM[i] == '0' ? plat::IsDigit(sText[i]) : sText[i] == FORM[i] || sText[i] == ' ';
         }
         if (!bGood)
         {

@@ -35,6 +35,16 @@ bool VersionLess_c::operator()(std::string_view sA, std::string_view sB) const
     return std::tuple(sRestA.size(), sA) < std::tuple(sRestB.size(), sB);
 }
 
+std::string CrashCountText(std::vector<CrashGroup_t> const & dGroups)
+{
+    std::size_t nCrashes = 0;
+    for (CrashGroup_t const & Group : dGroups)
+    {
+        nCrashes += Group.nCount;
+    }
+    return std::to_string(nCrashes) + (nCrashes == 1 ? " crash" : " crashes");
+}
+
 std::string CrashDays(CrashGroup_t const & Group, char const * szBetween)
 {
     constexpr std::size_t DAY_SIZE = 10;   // characters of the day in a crash's time, "2026-11-26"

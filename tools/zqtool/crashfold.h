@@ -23,6 +23,9 @@ struct CrashGroup_t
     Crash_t Sample;                                                // the latest with details, or else the latest
 };
 
+/// Returns the number of the crashes in all groups, as "1 crash" or "3 crashes".
+std::string CrashCountText(std::vector<CrashGroup_t> const & dGroups);
+
 /// Returns the days of the first and the last crash of a group, with szBetween between them if they differ. Returns an
 /// empty text if none is known.
 std::string CrashDays(CrashGroup_t const & Group, char const * szBetween);

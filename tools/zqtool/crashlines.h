@@ -45,7 +45,8 @@ private:
 };
 
 /// Removes an exception code, and the blank after it, from the start of a text. Sets the code of a crash, and what is
-/// left as the code's text. Returns false if the text begins with no such code.
+/// left as the code's text. Returns false, and changes nothing, if the text does not begin with a hexadecimal number of
+/// at most 32 bits.
 bool TakeCode(std::string_view & sText, Crash_t & Crash);
 
 /// Appends a member unless the list has CRASH_MAX_MEMBERS already. Returns whether it did.

@@ -173,18 +173,16 @@ namespace
 
     std::string FactsText(std::vector<CrashGroup_t> const & dGroups)
     {
-        std::size_t nCrashes = 0;
         CrashGroup_t All;
         for (CrashGroup_t const & Group : dGroups)
         {
-            nCrashes += Group.nCount;
             All.sFirst =
                 All.sFirst.empty() || (!Group.sFirst.empty() && Group.sFirst < All.sFirst) ? Group.sFirst : All.sFirst;
             All.sLast = std::max(All.sLast, Group.sLast);
         }
         std::string const sDays = CrashDays(All, TO);
-        return std::to_string(nCrashes) + (nCrashes == 1 ? " crash" : " crashes") + " \xC2\xB7 "
-               + Counted(dGroups.size(), "group") + (sDays.empty() ? "" : " \xC2\xB7 " + sDays);
+        return CrashCountText(dGroups) + " \xC2\xB7 " + Counted(dGroups.size(), "group")
+               + (sDays.empty() ? "" : " \xC2\xB7 " + sDays);
     }
 }
 

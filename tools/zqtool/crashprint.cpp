@@ -81,7 +81,9 @@ namespace
 
     void AddLikely(Text_c & Text, Crash_t const & Crash, CrashFrame_t const & Frame)
     {
-        AddHead(Text, IsOwnFrame(Frame) ? "Likely frame" : "Innermost named frame; none is the host's own");
+        AddHead(Text, IsOwnFrame(Frame)         ? "Likely frame"
+                      : Frame.sFunction.empty() ? "Innermost frame; no frame has a name"
+                                                : "Innermost named frame; none is the host's own");
         AddFrame(Text, Frame, true);
         for (std::string const & sLine : Frame.dSource)
         {
@@ -267,15 +269,8 @@ std::string CrashText(Crash_t const & Crash, bool bColours)
 
 std::string CrashGroupsText(std::vector<CrashGroup_t> const & dGroups, bool bColours)
 {
-    std::size_t nCrashes = 0;
-    for (CrashGroup_t const & Group : dGroups)
-    {
-        nCrashes += Group.nCount;
-    }
     Text_c Text(bColours);
-    Text.Add(Colour_e::Title, std::to_string(nCrashes) + (nCrashes == 1 ? " crash in " : " crashes in ")
-                                  + Counted(dGroups.size(), "group"))
-        .End();
+    Text.Add(Colour_e::Title, CrashCountText(dGroups) + " in " + Counted(dGroups.size(), "group")).End();
     for (CrashGroup_t const & Group : dGroups)
     {
         char szCount[32];

@@ -11,8 +11,8 @@
 class CrashSymbols_c
 {
 public:
-    /// Searches folders, at any depth, for files with a build-id. Passes a text to fnComplain for each folder that
-    /// can't be read to its end. The rest of that folder is not searched.
+    /// Searches folders, at any depth, for files with a build-id. Passes a text to fnComplain for each folder that it
+    /// can't read to its end. Does not search the rest of that folder.
     explicit CrashSymbols_c(
         std::vector<std::string> const & dFolders, std::function<void(std::string const &)> const & fnComplain);
     ~CrashSymbols_c();

@@ -20,6 +20,7 @@
 
 namespace
 {
+    constexpr std::string_view STANDARD_INPUT = "-";
     constexpr char ALGORITHM_CRC32[] = "crc32";
     constexpr char ALGORITHM_NAME[] = "name";
     constexpr char ALGORITHM_SHA1[] = "sha1";
@@ -79,9 +80,10 @@ namespace
     std::string HashOfFile(std::string const & sFile, std::string const & sAlgorithm, std::string & sWhyNot)
     {
         std::ifstream Stream;
-        sWhyNot = sFile == "-" ? "" : OpenInput(sFile, Stream);
-        std::string sHash = sWhyNot.empty() ? HashOf(sFile == "-" ? std::cin : Stream, sAlgorithm) : "";
-        sHash = sFile == "-" && std::ferror(stdin) ? "" : sHash;   // std::cin takes an error for the end
+        bool const bStandard = sFile == STANDARD_INPUT;
+        sWhyNot = bStandard ? "" : OpenInput(sFile, Stream);
+        std::string sHash = sWhyNot.empty() ? HashOf(bStandard ? std::cin : Stream, sAlgorithm) : "";
+        sHash = bStandard && std::ferror(stdin) ? "" : sHash;   // std::cin takes an error for the end
         sWhyNot = sHash.empty() && sWhyNot.empty() ? INPUT_UNREADABLE : sWhyNot;
         return sHash;
     }
@@ -184,8 +186,9 @@ namespace
     int CheckList(Options_s const & Options)
     {
         std::ifstream File;
-        std::istream & List = Options.sList == "-" ? std::cin : File;
-        if (std::string const sWhyNot = Options.sList == "-" ? "" : OpenInput(Options.sList, File); !sWhyNot.empty())
+        bool const bStandard = Options.sList == STANDARD_INPUT;
+        std::istream & List = bStandard ? std::cin : File;
+        if (std::string const sWhyNot = bStandard ? "" : OpenInput(Options.sList, File); !sWhyNot.empty())
         {
             PrintProblem(Options.sList, sWhyNot);
             return EXIT_FOUND;
@@ -200,7 +203,7 @@ namespace
             bool const bLine = ReadLine(sLine, Line);
             if (!bLine || (!Options.sAlgorithm.empty() && Options.sAlgorithm != Line.sAlgorithm))
             {
-                std::fprintf(stderr, "%s(%i): %s\n", Printable(Options.sList).c_str(), iLine,
+                PrintProblem(Options.sList, iLine,
                     bLine ? "a hash of another algorithm than --algorithm names"
                           : "not a hash of 8 or 40 digits, two blanks or a blank and *, and a file");
                 iStatus = EXIT_FOUND;
@@ -217,7 +220,7 @@ namespace
             Files.push_back({ { "file", Line.sFile }, { "algorithm", Line.sAlgorithm }, { "expected", Line.sHash },
                 { "hash", sHash.empty() ? Json_t() : Json_t(sHash) }, { "ok", bSame } });
         }
-        bool const bRead = List.eof() && !(Options.sList == "-" && std::ferror(stdin));
+        bool const bRead = List.eof() && !(bStandard && std::ferror(stdin));
         if (!bRead || iLine == 0)
         {
             PrintProblem(Options.sList, bRead ? "the list is empty" : INPUT_UNREADABLE);

@@ -2,6 +2,7 @@
 
 #include "tools/zqtool/command.h"
 #include "tools/zqtool/text.h"
+#include "zqcore/cstring.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -93,7 +94,7 @@ std::string HelpCommand_t::Usage() const
 std::string HelpCommand_t::Sentence() const
 {
     std::string sOut = sPurpose + (sPurpose.ends_with('.') ? "" : ".");
-    sOut[0] = static_cast<char>(sOut[0] >= 'a' && sOut[0] <= 'z' ? sOut[0] - 'a' + 'A' : sOut[0]);
+    sOut[0] = CharToUpper(sOut[0]);
     return sOut;
 }
 

@@ -58,15 +58,24 @@ std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uint
     return bWhole ? "" : INPUT_UNREADABLE;
 }
 
+static void PrintProblemAt(std::string const & sFile, std::string const & sPlace, std::string const & sText)
+{
+    std::fflush(stdout);
+    std::fprintf(stderr, "%s%s: %s\n", Printable(sFile).c_str(), sPlace.c_str(), Printable(sText).c_str());
+}
+
 void PrintProblem(std::string const & sFile, std::string const & sText)
 {
-    PrintProblem(sFile, 0, 0, sText);
+    PrintProblemAt(sFile, "", sText);
+}
+
+void PrintProblem(std::string const & sFile, int iLine, std::string const & sText)
+{
+    PrintProblemAt(sFile, "(" + std::to_string(iLine) + ")", sText);
 }
 
 void PrintProblem(std::string const & sFile, int iLine, int iColumn, std::string const & sText)
 {
-    std::fflush(stdout);
-    std::string const sPlace =
-        iLine > 0 ? "(" + std::to_string(iLine) + ", " + std::to_string(iColumn) + ")" : std::string();
-    std::fprintf(stderr, "%s%s: %s\n", Printable(sFile).c_str(), sPlace.c_str(), Printable(sText).c_str());
+    std::string const sPlace = "(" + std::to_string(iLine) + ", " + std::to_string(iColumn) + ")";
+    PrintProblemAt(sFile, iLine > 0 ? sPlace : "", sText);
 }

@@ -9,8 +9,8 @@
 /// Reason why a file can't be examined, opened or read. A file that is known to be missing has another reason.
 inline constexpr char INPUT_UNREADABLE[] = "it can't be read";
 
-/// Returns an empty text for a regular file, otherwise what is wrong. Only regular files are opened, because opening a
-/// pipe could block for ever.
+/// Returns an empty text for a regular file, otherwise what is wrong. OpenInput opens only regular files, because
+/// opening a pipe could block for ever.
 std::string CheckInput(std::string const & sFile);
 
 /// Opens a regular file. Returns why it can't be read, or an empty text.
@@ -23,5 +23,8 @@ std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uint
 /// Flushes standard output and prints a problem with a file on standard error.
 void PrintProblem(std::string const & sFile, std::string const & sText);
 
-/// Prints a problem with its line and column, or without them if the line is 0 or less.
+/// Does the same with the line of the problem.
+void PrintProblem(std::string const & sFile, int iLine, std::string const & sText);
+
+/// Does the same with the line and column of the problem, or without them if the line is 0 or less.
 void PrintProblem(std::string const & sFile, int iLine, int iColumn, std::string const & sText);

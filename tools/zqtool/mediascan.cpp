@@ -4,6 +4,7 @@
 #include "platform/folding.h"
 #include "tools/zqtool/arguments.h"
 #include "tools/zqtool/input.h"
+#include "tools/zqtool/parse.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/cfile_internal.h"
 #include "zqcore/cfilemedia.h"
@@ -70,11 +71,6 @@ namespace
             { Skip.eWhy, Skip.szFolder, Skip.szName, Skip.szWhy, Skip.pFirst ? LocationOf(*Skip.pFirst) : "" });
     }
 
-    std::string_view BareOf(std::string_view sFolded)
-    {
-        return sFolded.substr(sFolded.rfind('\\') + 1);   // the whole text if there is none
-    }
-
     // Entries of the disk, in the order of the paths of the tables. The walk follows no links. It does not enter
     // folders whose path has more than MAX_FOLDER bytes: no scan could enter them.
     class Disk_c
@@ -121,7 +117,7 @@ namespace
             std::error_code Error;
             fs::file_type const eType = fs::status(sPath, Error).type();
             std::string const sFolded = FoldedText(sPath);
-            std::string const sFolder = sFolded.substr(0, sFolded.size() - BareOf(sFolded).size());
+            std::string const sFolder = sFolded.substr(0, sFolded.size() - FileNameOf(sFolded).size());
             if ((eType == fs::file_type::not_found || Error == std::errc::too_many_symbolic_link_levels)
                 && sFolder.size() <= FOLDED_LENGTH && g_sPaths.FindByName(sFolder.c_str()))
             {
@@ -167,8 +163,8 @@ namespace
         std::vector<std::string> dPaths = SpellingsOf(Scan, sFolded);
         if (dPaths.size() > 1)
         {
-            std::string const sParent =
-                Spell(Scan, sFolded.substr(0, sFolded.size() - std::min(sFolded.size(), BareOf(sFolded).size() + 1)));
+            std::string const sParent = Spell(
+                Scan, sFolded.substr(0, sFolded.size() - std::min(sFolded.size(), FileNameOf(sFolded).size() + 1)));
             std::vector<std::string> const dInParent = PathsInFolder(dPaths, sParent);
             dPaths = dInParent.empty() ? dPaths : dInParent;
             return plat::IsFolded(fs::path(dPaths.back()).filename().c_str()) ? dPaths.back() : dPaths.front();
@@ -232,7 +228,7 @@ namespace
             Finding.bMissed = Skip.eWhy == FileSkip_e::Unreadable || Skip.eWhy == FileSkip_e::Unknown;
             if (Skip.eWhy == FileSkip_e::CutName)
             {
-                Finding.sOther = BareOf(sFolded).substr(0, FILE_KEY_LENGTH);
+                Finding.sOther = FileNameOf(sFolded).substr(0, FILE_KEY_LENGTH);
             }
             else if (Skip.eWhy == FileSkip_e::Case)
             {
@@ -249,7 +245,7 @@ namespace
         // Reads the report of a file that is known by its key: another file, or the size of the table, has kept it out.
         void ReadByKey(Skip_s const & Skip)
         {
-            std::string const sFolded = Skip.sFolder + std::string(BareOf(Skip.sName));
+            std::string const sFolded = Skip.sFolder + std::string(FileNameOf(Skip.sName));
             MediaFinding_t Finding{ KIND_OF_SKIP[static_cast<std::size_t>(Skip.eWhy)], Spell(m_Scan, sFolded),
                 Skip.sWhy, Skip.sFirst.empty() ? "" : Spell(m_Scan, Skip.sFirst), 0, 0,
                 Skip.eWhy == FileSkip_e::NoRoom };
@@ -277,7 +273,7 @@ namespace
     // of the scan's reports.
     bool IsCut(MediaScan_t const & Scan, File_c const & File)
     {
-        std::string_view const sBare = BareOf(File.sName.CStr());
+        std::string_view const sBare = FileNameOf(File.sName.CStr());
         return sBare.size() == FILE_KEY_LENGTH && SpellingsOf(Scan, LocationOf(File)).empty()
                && std::any_of(Scan.dFindings.begin(), Scan.dFindings.end(),
                    [sBare](MediaFinding_t const & Finding)
@@ -447,11 +443,8 @@ int MediaScan_t::CountDuplicates() const
 
 std::string FoldedText(std::string const & sPath)
 {
-    std::string sFolded = sPath;
-    for (char & cByte : sFolded)
-    {
-        cByte = cByte == '/' ? '\\' : CharToLower(cByte);
-    }
+    std::string sFolded(sPath.size(), '\0');
+    FoldText(sFolded.data(), sPath.c_str(), static_cast<int>(sPath.size()));
     return sFolded;
 }
 

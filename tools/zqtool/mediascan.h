@@ -24,7 +24,7 @@ struct MediaKind_t
     char const * szTitle;    // for people
     char const * szNote;     // what follows from it; may be empty
     bool bFault;             // whether it is a fault; a scan leaves the others out on purpose
-    bool bRefused = false;   // whether a scan enters such a file, but its open fails
+    bool bRefused = false;   // whether --find counts such a file of the table as one that does not open
 };
 
 /// An entry that a scan leaves out, or that does not open as its name says.

@@ -155,8 +155,7 @@ namespace
             return false;
         }
         return ReadAllocationReport(Stream, dReports.emplace_back(),
-            [&](int iLine, std::string const & sText)
-            { std::fprintf(stderr, "%s(%i): %s\n", Printable(sFile).c_str(), iLine, Printable(sText).c_str()); });
+            [&](int iLine, std::string const & sText) { PrintProblem(sFile, iLine, sText); });
     }
 
     int Run(Options_s const & Options)

@@ -117,10 +117,9 @@ namespace
 
     void StatsRun_c::PrintProblems()
     {
-        std::fflush(stdout);
         for (std::string const & sProblem : m_Facts.dProblems)
         {
-            std::fprintf(stderr, "%s: %s\n", Printable(m_Options.sFile).c_str(), sProblem.c_str());
+            PrintProblem(m_Options.sFile, sProblem);
         }
     }
 
@@ -251,10 +250,9 @@ CommandRun_t PrepareStats(Arguments_c & Arguments)
         .AddNumber(
             "--ticks-per-second", "N", pOptions->fTicksPerSecond, "rate of the cycle counter; default: this machine's")
         .SetRange(1.0, 1e15);
-    Arguments
-        .AddRead("--fail-over", "LIMIT",
-            "end with status 1 if a time is above a limit, such as frame.p99=20ms or Physics.mean=500us: mean, median, "
-            "p95, p99 and worst of frames, mean and peak of a timer")
+    std::string const sPurpose =
+        "end with status 1 if a time is above a limit, such as frame.p99=20ms or Physics.mean=500us: " + StatsFigures();
+    Arguments.AddRead("--fail-over", "LIMIT", sPurpose.c_str())
         .SetOneValue()
         .SetReader(
             [pOptions](std::string const & sText) { return ReadStatsLimit(sText, pOptions->dLimits.emplace_back()); });

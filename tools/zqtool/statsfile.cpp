@@ -12,7 +12,6 @@
 namespace
 {
     constexpr std::size_t HEADER_SIZE = 8, COUNT_SIZE = 4, RECORD_SIZE = sizeof(profiler::timer_t);   // bytes
-    constexpr std::uint32_t ROOT = 0x80000000;   // identifier of the root
 
     // Offsets and sizes in a record (docs/formats.md), in bytes.
     constexpr std::size_t NAME = 0, NAME_SIZE = 32, TIMER = 32, CHILD = 36, NEXT = 40, SLOTS = 56, SLOT_SIZE = 16;
@@ -230,7 +229,7 @@ namespace
         for (std::size_t i = 0; i < nWhole; ++i)
         {
             ReadTimer(Batch[i], i);
-            if (i == 0 && Batch[i].iTimer != ROOT)
+            if (i == 0 && Batch[i].iTimer != ZQ_TIMER_ROOT)
             {
                 Complain(OffsetOf(i, TIMER), NameOf(i) + " is not the root: its id is " + HexWord(Batch[i].iTimer));
             }

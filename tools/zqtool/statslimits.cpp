@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <span>
 #include <string_view>
 
 namespace
@@ -39,11 +40,28 @@ namespace
         return -1;
     }
 
+    // Returns words as "mean, median and worst".
+    std::string ListOf(std::span<std::string_view const> dWords)
+    {
+        std::string sList;
+        for (std::size_t i = 0; i < dWords.size(); ++i)
+        {
+            sList += i == 0 ? "" : i + 1 == dWords.size() ? " and " : ", ";
+            sList += dWords[i];
+        }
+        return sList;
+    }
+
     double FrameFigure(StatsSummary_t const & Summary, std::string_view sFigure)
     {
         double const dTimes[] = { Summary.tMean, Summary.tMedian, Summary.t95, Summary.t99, Summary.tWorst };
         return dTimes[std::ranges::find(FRAME_FIGURES, sFigure) - std::begin(FRAME_FIGURES)];
     }
+}
+
+std::string StatsFigures()
+{
+    return ListOf(FRAME_FIGURES) + " of frames, " + ListOf(TIMER_FIGURES) + " of a timer";
 }
 
 std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
@@ -61,7 +79,7 @@ std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit)
                : std::ranges::count(TIMER_FIGURES, Limit.sFigure) == 0)
     {
         return sText + ": there is no " + Limit.sFigure
-               + (bFrame ? " of frames, only mean, median, p95, p99 and worst" : " of a timer, only mean and peak");
+               + (bFrame ? " of frames, only " + ListOf(FRAME_FIGURES) : " of a timer, only " + ListOf(TIMER_FIGURES));
     }
     return Limit.tLimit < 0 ? sText + ": the limit is a number from 0 on with the unit s, ms or us" : "";
 }

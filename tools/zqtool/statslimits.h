@@ -21,6 +21,9 @@ struct StatsMeasured_t
     double tMilliseconds = 0;
 };
 
+/// Returns the figures that may be limited, with what they belong to, for the help.
+std::string StatsFigures();
+
 /// Reads a limit. The name ends at the last dot before the last '='. Units are s, ms and us. A negative time is wrong.
 /// Returns what is wrong with the text, and may change Limit even then. Returns an empty text if nothing is wrong.
 std::string ReadStatsLimit(std::string const & sText, StatsLimit_t & Limit);

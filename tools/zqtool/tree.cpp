@@ -161,7 +161,7 @@ namespace
     // - a finding about the file
     // - a finding about a folder that it is in
     // - another name by which it opens
-    std::string WhyNotEntered(MediaScan_t const & Scan, std::string const & sPath)
+    std::string WhyNotOpened(MediaScan_t const & Scan, std::string const & sPath)
     {
         std::string sWhy = "it opens by another name";
         for (MediaFinding_t const & Finding : Scan.dFindings)
@@ -186,7 +186,7 @@ namespace
         {
             if (!Entry.bFolder && Entry.sPath != sOpened && HasBareName(Entry.sFolded, sName))
             {
-                dOthers.push_back({ Entry.sPath, WhyNotEntered(Scan, Entry.sPath) });
+                dOthers.push_back({ Entry.sPath, WhyNotOpened(Scan, Entry.sPath) });
             }
         }
         for (MediaFinding_t const & Finding : Scan.dFindings)   // entries of archives are not on the disk
