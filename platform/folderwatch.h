@@ -1,6 +1,6 @@
 // folderwatch.h: reports which files of a folder tree were changed. The caller polls. No call waits for a change.
 //
-// The watch collects changes between two reads. It writes them to the caller's buffer as a batch of records.
+// The watch collects changes between two batches. It writes them to the caller's buffer as a batch of records.
 // A change is one of these:
 // - A file that was opened for writing is closed, unless it is new and empty.
 // - A file is renamed to a name that exists, or to a kept name (Open).
@@ -11,8 +11,8 @@
 //
 // At most 65,536 names are kept. The names of files that are deleted or renamed after that are not kept. A batch names
 // each changed file that still exists once, in the order of the first changes. Names that hold a `\` are ignored. In
-// the child of a fork a watch starts again at the first WriteBatch after a Read. Until then it holds none of the
-// system's watches.
+// the child of a fork a watch starts again at the first WriteBatch after a RequestBatch. Until then it holds none of
+// the system's watches.
 //
 // Threads: one thread at a time.
 #pragma once

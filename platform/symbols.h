@@ -113,18 +113,17 @@ namespace plat
     };
 
     /// Adds a printer: the form in which SECTION_FRAMES shows the values of a type. Copies both texts. If several
-    /// printers match a type, the last one added is used.
-    /// - szType is the type's name with its namespaces, at most 127 bytes. `*` in it is any text.
-    /// - szTemplate has at most 255 bytes. `{name}` is the value of a member, `{name.name}` that of a member's member,
-    ///   and all else is copied.
+    /// printers match a type, the last one added is used. Requires that no other thread adds a printer or starts a
+    /// walk. Returns false if a text is longer than its limit, or if there are 32 printers.
     ///
-    /// Requires that no other thread adds a printer or starts a walk. Returns false if a text is longer than its limit,
-    /// or if there are 32 printers.
+    /// szType is the type's name with its namespaces, at most 127 bytes. `*` in it is any text. szTemplate has at most
+    /// 255 bytes. `{name}` in it is the value of a member, and `{name.name}` that of a member's member. All else is
+    /// copied.
     bool SymbolsAddPrinter(char const * szType, char const * szTemplate);
 
-    /// Sets the helper's path, cut at 4095 bytes; empty for none. Before the first call the helper is the one in the
-    /// folder of the program or library that holds this code, else the installed one. Requires that no other thread
-    /// starts a walk. Does nothing if the system's helper is not a program.
+    /// Sets the helper's path, cut at 4095 bytes. An empty path sets none. Before the first call the helper is the one
+    /// in the folder of the program or library that holds this code, else the installed one. Requires that no other
+    /// thread starts a walk. Does nothing if the system's helper is not a program.
     void SymbolsSetHelper(char const * szPath);
 
     /// A walk over the frames of one thread, with their names, lines and variables.

@@ -45,7 +45,7 @@ namespace
 
     using Frames_t = std::vector<std::pair<std::int64_t, std::uint32_t>>;   // time and calls
 
-    using Figures_t = std::array<std::int64_t, 4>;   // mean, peak, its calls, its slot
+    using Figures_t = std::array<std::int64_t, 4>;   // average, peak, its calls, its slot
 
     // Returns the figures after the last of these frames, computed by looking back.
     Figures_t LookBack(Frames_t const & dFrames)
@@ -144,7 +144,7 @@ TEST_F(Profiler, AScopePopsWhatAnExceptionLeft)
     EXPECT_EQ(g_iTimerStackTop, 1);
     EXPECT_EQ(m_Dialogs.GetCount(), 0);
     Run(false);
-    EXPECT_EQ(m_Dialogs.GetCount(), 1) << "the timer on top has another id";
+    EXPECT_EQ(m_Dialogs.GetCount(), 1) << "the timer on top has another identifier";
 }
 
 TEST_F(Profiler, FiguresAreThoseOfTheLast149Frames)

@@ -110,8 +110,8 @@ TEST(Random, NumbersOfNeighbouringSeedsAndPositionsAreUnrelated)
     {
         for (int iPosition = nStride == 0 ? 1 : 0; iPosition < 4; ++iPosition)   // no number with itself
         {
-            // Numbers on a line are correlated. If the line wraps, their differences are alike. The limits are 4
-            // deviations, and the chi-square of BINS - 1 degrees of freedom that one of 13,000 cases exceeds.
+            // Numbers on a line would be correlated. On a line that wraps, their differences would be alike. The limits
+            // are 4 deviations, and the chi-square of BINS - 1 degrees of freedom that one of 13,000 cases exceeds.
             double fProducts = 0, dBins[BINS] = {};
             for (unsigned nSeed = 0; nSeed < SEEDS; ++nSeed)
             {

@@ -171,7 +171,7 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
     std::string const sBytes = SaveGraph(&Root);
 
     // Three loads have other static objects than the save:
-    // - The first one has another address.
+    // - In the first one an object has another address.
     // - The second one has an object too many.
     // - The third one has an object too few.
     LogCapture_c const Log;

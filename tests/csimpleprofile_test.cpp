@@ -14,7 +14,7 @@ namespace
 
     // Pushes and pops kinds, and waits, as the characters of a text say:
     // - A capital pushes the kind of its place in the alphabet.
-    // - A small letter pops that kind.
+    // - A small letter pops the kind of its place.
     // - A '.' waits for STEP.
     void RunSteps(SimpleProfileContext_e eContext, std::string_view sSteps)
     {

@@ -27,7 +27,7 @@ namespace
                + (Parser.IsSymbol() ? "y" : "");
     }
 
-    // Reads the tokens of an open parser that remain. Returns them, each followed by a bar.
+    // Reads the remaining tokens of an open parser. Returns them, each followed by a bar.
     std::string ReadTokens(SimpleTextParser_c & Parser)
     {
         std::string sAll;

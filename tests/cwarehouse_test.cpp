@@ -91,9 +91,9 @@ namespace
             return sAll;
         }
 
-        // Serves the cell in get.txt and opens that in place of the previous table. Returns what Get does with the
-        // cell for eight types: the value, or a minus sign if it fails. Returns "changed" for an output that a failure
-        // changes.
+        // Serves the cell in the file get.txt, and opens that file in place of the previous table. Returns what Get
+        // does with the cell for eight types: the value, or a minus sign if it fails. Returns "changed" for an output
+        // that a failure changes.
         std::string ReadNumbers(std::string const & sCell)
         {
             EXPECT_EACH(Open("get.txt", "@head v\ni " + sCell + "\n"), m_pTable->FindIdent("I"));

@@ -182,7 +182,8 @@ TEST(Documents, QuoteMessagesThatExistAndLinkToFilesThatExist)
         for (std::string const & sLink : Between(sPage, "](", ")"))
         {
             fs::path const Target = Entry.path().parent_path() / sLink.substr(0, sLink.find('#'));
-            // In an example "](" begins the parameters of a lambda. A link to a folder or to an anchor is skipped too.
+            // In an example "](" begins the parameters of a lambda. A link to a folder, or to an anchor of the same
+            // page, is skipped too.
             bool const bLambda = !Target.has_extension() || sLink.find(' ') != std::string::npos;
             bool const bOwn = !bLambda && sLink.find("://") == std::string::npos;
             if (bOwn)

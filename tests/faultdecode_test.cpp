@@ -82,8 +82,7 @@ namespace
         plat::FaultRecord_t Record{};
     };
 
-    // Returns the code of a division. The divisor is the only word that is zero, or without bZero the only one that is
-    // not.
+    // Returns the code of a division. In dWords only the divisor is zero, or without bZero only the divisor is not.
     std::uint32_t CodeOfDivision(std::string_view sInstruction, bool bZero)
     {
         Signal_s Fault(SIGFPE, FPE_INTDIV, DIVISION, sInstruction);

@@ -69,7 +69,7 @@ inline bool WatchesReportWrites()
 }
 
 /// Returns whether a child forked from a process with other threads can start a thread. An emulator may end it. Returns
-/// false with the address checker, without a try: a fork does not acquire the checker's locks, so the child would wait
+/// false under the address checker without trying: a fork does not acquire the checker's locks, so the child would wait
 /// for ever in some runs.
 inline bool ForksBesideThreads()
 {

@@ -3,7 +3,7 @@
 
 #include "zqcore/cmemory.h"
 
-/// Bytes that the debug heap adds to an aligned block: padding and header.
+/// Bytes that the debug heap adds to a block of the alignment MEMORY_ALIGNMENT: padding and header.
 inline constexpr std::size_t AROUND = MEMORY_ALIGNMENT - 1 + 2 * sizeof(void *);
 
 /// Returns the figures of a category.

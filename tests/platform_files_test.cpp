@@ -324,7 +324,8 @@ TEST_F(PlatformFiles, DeletesTreesAndNotWhatTheyLinkTo)
     fs::permissions(m_Folder.Join("Keep"), fs::perms(0555));
     auto const ExpectRefusal = [this](std::string const & sTree)
     {
-        bool const bDeleted = plat::TreeDelete(m_Folder.Join(sTree).c_str());
+        std::string const sPath = m_Folder.Join(sTree);
+        bool const bDeleted = plat::TreeDelete(sPath.c_str());
         EXPECT_EQ(std::pair(bDeleted, errno), std::pair(false, EACCES)) << sTree;
         return 0;
     };
@@ -473,7 +474,7 @@ TEST_F(PlatformFiles, AreNotThoseOfClosedStandardStreams)
     EXPECT_EQ(FileSave_c(m_Folder.Join("save").c_str()).Load(1), FileSave_c::WHOLE);
 }
 
-// Another user may plant an entry under a file's name. No writer waits for one either.
+// Another user may plant an entry under a file's name. No writer writes through it or waits for it.
 TEST_F(PlatformFiles, WritesThroughNothingThatWasPlanted)
 {
     std::string const sVictim = m_Folder.Write("victim", "kept"), sFrom = m_Folder.Write("from", "new"),

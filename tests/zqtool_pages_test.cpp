@@ -37,7 +37,7 @@ namespace
         Put(sRecord, STATS_TIMER, iTimer, 4);
         Put(sRecord, STATS_CHILD, nChild, 4);
         Put(sRecord, STATS_NEXT, nNext, 4);
-        for (std::size_t i = 0; i < STATS_FRAMES; ++i)
+        for (std::size_t i = 0; i < STATS_BATCH_FRAMES; ++i)
         {
             std::size_t const nFrame = STATS_TIMES + sizeof(timerFrame_t) * i;
             Put(sRecord, nFrame, i == 77 && tTime > 1000000 ? 2000000000 : tTime + tTime * (i % 7) / 10, 8);
@@ -64,8 +64,8 @@ namespace
         return sFile;
     }
 
-    // Returns a snapshot of 13 blocks in each category. The third one has nGrown bytes more than without growth. The
-    // fifth one has nGrown / 2 fewer.
+    // Returns a snapshot of 13 blocks in each category. The third block of each has nGrown bytes more than without
+    // growth. The fifth one has nGrown / 2 fewer.
     std::string Snapshot(int nGrown)
     {
         std::string sText = "Memory allocations\n";

@@ -48,9 +48,9 @@ namespace
         TempFolder_c const Folder;
         EXPECT_TRUE(StartModule(ModuleProfiler_c::Get()));
         ProfilerInitSwapStats(FileName_c(Folder.Join("stats").c_str()));
-        for (std::size_t iFrame = 0; iFrame < 2 * STATS_FRAMES; ++iFrame)
+        for (std::size_t iFrame = 0; iFrame < 2 * STATS_BATCH_FRAMES; ++iFrame)
         {
-            if (iFrame % STATS_FRAMES == 0)
+            if (iFrame % STATS_BATCH_FRAMES == 0)
             {
                 {
                     ProfilerFrameScope_c const Application;
@@ -58,9 +58,9 @@ namespace
                 }
                 ProfilerScope_c const Update("update");
             }
-            for (std::size_t i = 0; i < (iFrame < STATS_FRAMES ? TIMERS - 1 : TIMERS); ++i)
+            for (std::size_t i = 0; i < (iFrame < STATS_BATCH_FRAMES ? TIMERS - 1 : TIMERS); ++i)
             {
-                ProfilerGetRoot()[i].dFrames[iFrame % STATS_FRAMES] = Measured(i, iFrame);
+                ProfilerGetRoot()[i].dFrames[iFrame % STATS_BATCH_FRAMES] = Measured(i, iFrame);
             }
             ProfilerUpdateFrame(false);
         }

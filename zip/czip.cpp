@@ -195,8 +195,8 @@ namespace
             auto * const pTwin = dynamic_cast<ZipFile_c *>(pPresent);
             if (pTwin && &pTwin->GetArchive() == &m_Archive)
             {
-                // Does not mark the first one: opening a duplicate is an Achtung, which ends a silent process. Anyone
-                // may have packed this archive.
+                // Does not mark the first one as a duplicate: opening a marked file is an Achtung, which ends a silent
+                // process, and anyone may have packed this archive.
                 return "it is a duplicate";
             }
             if (pPresent && m_eOrder == ZipOrder_e::Under)

@@ -1,4 +1,6 @@
 // czip_internal.h: what the sources of the component share.
+//
+// Threads: the main thread calls Find, Mount, Add, Remove, GetFirst and GetNext. Declarations name the other limits.
 #pragma once
 
 #include "zqcore/cfile_internal.h"
@@ -38,7 +40,7 @@ public:
     ZipArchive_c(ZipArchive_c const &) = delete;
     ZipArchive_c & operator=(ZipArchive_c const &) = delete;
 
-    /// Return the path that Open received, the size in bytes of the file at that path, and libzip's object.
+    /// Return the path that Open received, the size in bytes that the archive's file had at Open, and libzip's object.
     String_T<256> const & GetPath() const { return m_sPath; }
     std::uint32_t GetSize() const { return m_nSize; }
     zip_t * GetZip() { return m_pZip; }
@@ -147,7 +149,7 @@ private:
     bool ReadStored(unsigned char * pBuffer, std::uint32_t nBytes);
     bool Inflate(unsigned char * pBuffer, std::uint32_t nBytes);
     bool Feed();
-    bool IsAtDataEnd();
+    bool CheckDataEnd();
 
     static constexpr std::uint32_t PIECE = 16384;             // bytes of m_dPiece
     static constexpr std::uint32_t MAX_LOCKED = 256 * 1024;   // bytes that are read in one hold of the lock

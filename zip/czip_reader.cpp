@@ -57,7 +57,7 @@ std::size_t ZipReader_c::Read(void * pBuffer, std::size_t nBytes)
     m_nAt += nWanted;
     m_dwCrc = Crc32(std::as_bytes(std::span(pTo, nWanted)), m_dwCrc);
     bool const bAll = m_nAt == m_Facts.nSize && !m_bSkipped;
-    bool const bSound = !bAll || (m_dwCrc == m_Facts.dwCrc ? IsAtDataEnd() : Fail(DAMAGED));
+    bool const bSound = !bAll || (m_dwCrc == m_Facts.dwCrc ? CheckDataEnd() : Fail(DAMAGED));
     return bSound ? nWanted : 0;
 }
 
@@ -135,8 +135,9 @@ bool ZipReader_c::Inflate(unsigned char * pBuffer, std::uint32_t nBytes)
     return true;
 }
 
-// Returns whether the data end with the contents, as stored data always do. If not, sets a reason.
-bool ZipReader_c::IsAtDataEnd()
+// Decompresses what follows the contents. Returns true if the data end with the contents, as stored data always do.
+// Returns false, with a reason, if they do not or can't be read.
+bool ZipReader_c::CheckDataEnd()
 {
     if (!m_Facts.bDeflated || m_Facts.nStored == 0)
     {

@@ -10,7 +10,7 @@
 
 namespace
 {
-    // Returns zeroed storage, or null if there is none.
+    // Allocates zeroed storage and returns it. Returns null if there is no memory.
     unsigned char * AllocateBytes(std::size_t nBytes)
     {
         void * const pBytes = CoreMemory::operator_new_array(nBytes, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__);
@@ -108,26 +108,26 @@ bool BitVec_c::operator==(BitVec_c const & Other) const
     return bits::Equal(pVec, GetBytes(), Other.pVec, Other.GetBytes());
 }
 
-BitVec_c & BitVec_c::OrAny(BitVec_c const & Other)
+template <void (*COMBINE)(unsigned char *, unsigned char const *, std::size_t)>
+inline BitVec_c & BitVec_c::CombineAny(BitVec_c const & Other)
 {
     Grow(Other.iDim);
     if (Other.iDim > iDim)
     {
         return *this;   // no memory: nothing changes
     }
-    bits::Or(pVec, Other.pVec, Other.GetBytes());
+    COMBINE(pVec, Other.pVec, Other.GetBytes());
     return *this;
+}
+
+BitVec_c & BitVec_c::OrAny(BitVec_c const & Other)
+{
+    return CombineAny<bits::Or>(Other);
 }
 
 BitVec_c & BitVec_c::XorAny(BitVec_c const & Other)
 {
-    Grow(Other.iDim);
-    if (Other.iDim > iDim)
-    {
-        return *this;   // no memory: nothing changes
-    }
-    bits::Xor(pVec, Other.pVec, Other.GetBytes());
-    return *this;
+    return CombineAny<bits::Xor>(Other);
 }
 
 BitVec_c & BitVec_c::operator&=(BitVec_c const & Other)

@@ -167,6 +167,8 @@ private:
     static void FillFromDigits(unsigned char * pBytes, std::size_t nBytes, char const * szText);
     template <typename COMBINE>
     bool CombineShort(BitVec_c const & Other, COMBINE fnCombine);
+    template <void (*COMBINE)(unsigned char *, unsigned char const *, std::size_t)>
+    BitVec_c & CombineAny(BitVec_c const & Other);
     BitVec_c & OrAny(BitVec_c const & Other);
     BitVec_c & XorAny(BitVec_c const & Other);
 };

@@ -8,7 +8,8 @@
 // Threads: a buffer belongs to one thread at a time.
 // Cost: access is a virtual call. An ArrayBuffer_c allocates its storage. A FileBuffer_c opens its file, which may read
 // it into memory.
-// Failure: a buffer that could not get its bytes is empty.
+// Failure: ExpandBuffer asserts, returns false and changes nothing. The constructors of FileBuffer_c and StringBuffer_c
+// assert, and the buffer is empty. A FileBuffer_c whose file could not be read again is empty too.
 //
 //     auto const Send = [](Buffer_c const & Buffer)
 //     {

@@ -9,10 +9,10 @@
 // - An exception of a receiver ends the firing and reaches the caller of Fire.
 //
 // Ownership: a list owns its nodes. It only points to the functions.
-// Threads: lists have no lock. Change and fire a list on one thread. Four events are fired on any thread, one receiver
-// at a time (cdebug.h, cfile.h): g_WarningsCallbacker, g_ExecutionCallbacker, g_FileOpenCallbacker and
-// g_FileReadErrorCallbacker. Change those at start-up and shutdown. A crash report fires g_ExecutionCallbacker without
-// waiting for other receivers.
+// Threads: lists have no lock. Requires that one thread alone changes and fires a list. The library fires four events
+// on any thread, one receiver at a time (cdebug.h, cfile.h): g_WarningsCallbacker, g_ExecutionCallbacker,
+// g_FileOpenCallbacker and g_FileReadErrorCallbacker. Requires that these change only at start-up and shutdown. A crash
+// report fires g_ExecutionCallbacker without waiting for other receivers.
 // Cost: adding allocates a node in the category Noise. Firing allocates nothing.
 // Failure: adding to a list whose newest entry is exclusive asserts. No other call fails.
 //
@@ -90,7 +90,7 @@ public:
         Walk(bForce, Payload);
     }
 
-    /// Fires an event without payload.
+    /// Calls the functions of an event without payload. bForce has the same effect as above.
     template <typename U = T>
     void Fire(bool bForce) requires std::is_void_v<U>
     {

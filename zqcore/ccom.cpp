@@ -127,7 +127,8 @@ inline ComDebug_t * ComObject_c::FindNote(void const * pOwner) const
     return pNote;
 }
 
-inline void ComObject_c::Unchain(ComDebug_t * pNote) const
+// Moves a note from the object's list to the list of free notes.
+inline void ComObject_c::FreeNote(ComDebug_t * pNote) const
 {
     ComDebug_t *& pLink = pNote->pPrev ? pNote->pPrev->pNext : m_pDebugHead;
     pLink = pNote->pNext;
@@ -139,6 +140,7 @@ inline void ComObject_c::Unchain(ComDebug_t * pNote) const
     m_pEmptyList = pNote;
 }
 
+// Lowers the count by 1. At 0 disposes of the object and returns true. Otherwise returns false.
 inline bool ComObject_c::LowerCount() const
 {
     if (--iRefCount != 0)
@@ -191,7 +193,7 @@ bool ComObject_c::Release(void const * pOwner, char const *, int, void const * p
     {
         return ReleaseSlow(this, pOwner, pObject);
     }
-    Unchain(pNote);
+    FreeNote(pNote);
     g_HeldPages.Remove(iSlot);
     return LowerCount();
 }
@@ -235,7 +237,7 @@ ZQ_UNCHECKED bool ComObject_c::CanRelease(ComObject_c const * pThis, void const 
 
 void ComObject_c::ReturnNote(ComDebug_t * pNote) const
 {
-    Unchain(pNote);
+    FreeNote(pNote);
     g_HeldPages.Remove(g_HeldPages.SlotOf(this));
 }
 

@@ -89,7 +89,7 @@ private:
     bool LowerCount() const;
     void AddNote(void const * pOwner, char const * sFile, int iLine) const;
     void ReturnNote(ComDebug_t * pNote) const;
-    void Unchain(ComDebug_t * pNote) const;
+    void FreeNote(ComDebug_t * pNote) const;
 
     std::uint32_t m_dwComSignature = COM_SIGNATURE;
     mutable ComDebug_t * m_pDebugHead = nullptr;   // notes of this object, the newest first

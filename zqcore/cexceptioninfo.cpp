@@ -163,9 +163,9 @@ namespace
         }
     }
 
-    // Handles the pending fault. The call is guarded, because a fault in it, such as one of the host's dialog, would
-    // deadlock: this thread would wait until the first fault is handled, and the thread of that fault waits for this
-    // one. After a fault, releases what the call held.
+    // Handles the pending fault in a guarded call. After a fault in that, releases what the call held. Without the
+    // guard, such a fault, for example in the host's dialog, would deadlock: its thread is this one, for which the
+    // thread of the first fault waits.
     void HandleGuarded()
     {
         auto const fnHandle = [](void *) { HandlePending(*g_pPending); };

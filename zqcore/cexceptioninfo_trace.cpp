@@ -58,7 +58,7 @@ namespace
         }
     }
 
-    // The trace being written. These are globals, because the caller may have little stack.
+    // The trace that is being written, and its parts. All are globals, because the caller may have little stack.
     char g_szTrace[EXCEPTION_TRACE_SIZE];
     plat::FaultContext_t g_Context;   // of the trace
     char g_szName[4096];              // of a function, then of its source file

@@ -80,7 +80,9 @@ namespace
             });
     }
 
-    // Opens the report's file under a free name. Announces its path, or the reason why there is no file.
+    // Keeps the end of the main log, before the report adds lines to it. Then opens the report's file under a free
+    // name, and announces its path or the reason why there is no file. In a process with rights that its caller lacks,
+    // only announces that there is none.
     void OpenAndAnnounce()
     {
         if (plat::ProcessIsSecure())

@@ -21,8 +21,6 @@ namespace
     constexpr unsigned SHORT_LIMIT = 5000;
     constexpr unsigned HELPER_LIMIT = plat::SYMBOL_LIMIT + SHORT_LIMIT;
 
-    constexpr char HEAD[] = "ZQCore crash details 1\n";
-
     // Writes the path of the details to the PATH_SIZE bytes of szPath: the stem of the report's path, "_details",
     // szMore and ".txt". Writes an empty text if the path does not fit, or if the report's path has no stem.
     void MakeDetailsPath(char * szPath, char const * szReport, char const * szMore)
@@ -235,7 +233,8 @@ exceptionreport::Details_c::Details_c(char const * szReport)
     {
         m_hFile = MakeUnderFreeName(szPath, [&](char const * szMore) { MakeDetailsPath(szPath, szReport, szMore); });
     }
-    AddLines(HEAD);
+    m_Line.Add("%s%s", CRASH_DETAILS_TITLE, CRASH_DETAILS_VERSION);
+    EndLine();
 }
 
 void exceptionreport::Details_c::EndLine()
@@ -278,11 +277,11 @@ void exceptionreport::Details_c::AddLines(char const * szLines)
     }
 }
 
-void exceptionreport::Details_c::Begin(char const * szName)
+void exceptionreport::Details_c::Begin(CrashSection_e eSection)
 {
     m_tBegin = plat::CoarseClockMilliseconds();
     m_Line.CutAt(0);
-    m_Line.Add("\n[%s]", szName);
+    m_Line.Add("\n%s", CRASH_SECTIONS[static_cast<int>(eSection)]);
     EndLine();
 }
 
@@ -317,11 +316,12 @@ bool exceptionreport::WriteDetails(
     {
         return false;
     }
-    Details.WriteSection("Fault", SHORT_LIMIT, [&](Details_c & To) { WriteFault(To, Fault); });
+    Details.WriteSection(CrashSection_e::Fault, SHORT_LIMIT, [&](Details_c & To) { WriteFault(To, Fault); });
     Symbols.Renew();
-    Details.WriteSection("Frames", HELPER_LIMIT, [&](Details_c & To) { WriteFrames(To, Symbols); });
-    Details.WriteSection("Threads", HELPER_LIMIT, [&](Details_c & To) { WriteThreads(To, Symbols); });
-    Details.WriteSection("Modules", SHORT_LIMIT, [](Details_c & To) { plat::ModulesVisit(WriteModule, &To); });
-    Details.WriteSection("Process", SHORT_LIMIT, WriteProcess);
+    Details.WriteSection(CrashSection_e::Frames, HELPER_LIMIT, [&](Details_c & To) { WriteFrames(To, Symbols); });
+    Details.WriteSection(CrashSection_e::Threads, HELPER_LIMIT, [&](Details_c & To) { WriteThreads(To, Symbols); });
+    Details.WriteSection(
+        CrashSection_e::Modules, SHORT_LIMIT, [](Details_c & To) { plat::ModulesVisit(WriteModule, &To); });
+    Details.WriteSection(CrashSection_e::Process, SHORT_LIMIT, WriteProcess);
     return !Details.HasLost();
 }

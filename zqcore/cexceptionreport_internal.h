@@ -1,10 +1,12 @@
 // cexceptionreport_internal.h: the parts of the crash report's writer.
 //
-// Threads: only the thread that writes the report uses these parts. They wait for no lock.
+// Threads: any thread may use a Text_c, one thread at a time. Only the thread that writes the report uses the other
+// parts. None of them waits for a lock.
 // Cost: they allocate nothing from the heap.
 #pragma once
 
 #include "zqcore/ccomplaint_internal.h"
+#include "zqcore/ccrashdetails_internal.h"
 #include "zqcore/cwidepath_internal.h"
 
 #include "platform/clock.h"
@@ -43,8 +45,8 @@ namespace exceptionreport
         /// Appends a formatted text, cut to what fits.
         void Add(char const * szFormat, ...) ZQ_PRINTF(2, 3);
 
-        /// Appends a text from outside, such as a name, or its first nMost bytes, at most LINE_SIZE - 1. Escapes
-        /// control characters except tabs.
+        /// Appends a text from outside, such as a name, or its first nMost bytes, at most LINE_SIZE - 1. Escapes what
+        /// TextEscape (platform/text.h) escapes, except tabs.
         void AddShown(char const * szShown, std::size_t nMost = SIZE_MAX);
 
         /// Appends an ending. Cuts the text to make it fit. Requires that an empty text has room for it.
@@ -126,17 +128,17 @@ namespace exceptionreport
         /// Ends the line of GetLine and starts the next one. A line that was cut ends in "...".
         void EndLine();
 
-        /// Adds whole lines. Escapes control characters that are left in them.
+        /// Adds whole lines. Escapes what TextEscape (platform/text.h) escapes, except tabs and line ends.
         void AddLines(char const * szLines);
 
         /// Writes a section: the lines that fnCall adds. If a fault or nLimit milliseconds end it early, its whole
         /// lines stay, and a last line says why. If that end is broken off too, writes no more sections.
         template <typename CALL>
-        void WriteSection(char const * szName, unsigned nLimit, CALL fnCall)
+        void WriteSection(CrashSection_e eSection, unsigned nLimit, CALL fnCall)
         {
             auto const fnWhole = [&]
             {
-                Begin(szName);
+                Begin(eSection);
                 fnCall(*this);
                 Flush();
             };
@@ -149,7 +151,7 @@ namespace exceptionreport
         }
 
     private:
-        void Begin(char const * szName);
+        void Begin(CrashSection_e eSection);
         void Cut(unsigned nLimit);
         void Flush();
 
@@ -169,8 +171,8 @@ namespace exceptionreport
         std::uint32_t m_tBegin = 0;   // of the section, in milliseconds
     };
 
-    /// Writes a text of any length to the report and escapes control characters that are left in it. Each write waits
-    /// for the disk, so callers pass a whole line or more.
+    /// Writes a text of any length to the report. Escapes what TextEscape (platform/text.h) escapes, except tabs and
+    /// line ends. Each write waits for the disk, so callers pass a whole line or more.
     void WriteText(Text_c const & Text);
 
     /// Returns the name of a fault's code, or the system's text for a code without one. That text is valid until the

@@ -1,5 +1,4 @@
-// cfaultnames_internal.h: names and kinds of the codes of faults, for the crash report, the exception handler and the
-// tools.
+// cfaultnames_internal.h: names and kinds of the codes of faults, for reports, dialogs and tools.
 #pragma once
 
 #include "platform/faults.h"
@@ -14,7 +13,7 @@ struct FaultName_s
     char const * szName;
 };
 
-/// Names with the prefix EXCEPTION_, which the crash report leaves out.
+/// Names of the Windows SDK (minwinbase.h). The crash report leaves out their prefix EXCEPTION_.
 inline constexpr FaultName_s FAULT_NAMES[] = {
     { plat::FAULT_ACCESS, "EXCEPTION_ACCESS_VIOLATION" },
     { plat::FAULT_GUARD_PAGE, "EXCEPTION_GUARD_PAGE" },
@@ -40,19 +39,6 @@ inline constexpr FaultName_s FAULT_NAMES[] = {
     { plat::FAULT_STACK_OVERFLOW, "EXCEPTION_STACK_OVERFLOW" },
 };
 
-/// Returns the name of a code without the first nSkip characters, or null if the code has no name.
-inline char const * FaultNameOf(std::uint32_t nCode, std::size_t nSkip = 0)
-{
-    for (FaultName_s const & Name : FAULT_NAMES)
-    {
-        if (Name.nCode == nCode)
-        {
-            return Name.szName + nSkip;
-        }
-    }
-    return nullptr;
-}
-
 /// Row of FAULT_KINDS.
 struct FaultKind_s
 {
@@ -60,7 +46,7 @@ struct FaultKind_s
     char const * szKind;
 };
 
-/// Kinds of faults that are no access to memory, as the details of a crash and the tools name them.
+/// Kinds that follow from the code of a fault alone, as the details of a crash and the tools name them.
 inline constexpr FaultKind_s FAULT_KINDS[] = {
     { plat::FAULT_BREAKPOINT, "trap" },
     { plat::FAULT_SINGLE_STEP, "trap" },
@@ -81,7 +67,20 @@ inline constexpr FaultKind_s FAULT_KINDS[] = {
     { plat::FAULT_UNCAUGHT_EXCEPTION, "exception" },
 };
 
-/// Returns the kind of a code, or null for an access or a code without a kind.
+/// Returns the name of a code without the first nSkip characters, or null if the code has no name.
+inline char const * FaultNameOf(std::uint32_t nCode, std::size_t nSkip = 0)
+{
+    for (FaultName_s const & Name : FAULT_NAMES)
+    {
+        if (Name.nCode == nCode)
+        {
+            return Name.szName + nSkip;
+        }
+    }
+    return nullptr;
+}
+
+/// Returns the kind of a code, or null for a code without a row, such as FAULT_ACCESS.
 inline char const * FaultKindOf(std::uint32_t nCode)
 {
     for (FaultKind_s const & Kind : FAULT_KINDS)

@@ -382,7 +382,7 @@ bool FileOnDisk_c::Read(plat::File_t hFile, void * pBuffer, char const * szLocat
     if (nRead != nBytes)
     {
         delete[] pBlock;
-        return ComplainOfRead(szLocation, sReason);
+        return ReportFailedRead(szLocation, sReason);
     }
     pData = pBlock;
     CountRead();
@@ -393,8 +393,9 @@ bool FileOnDisk_c::Read(plat::File_t hFile, void * pBuffer, char const * szLocat
     return pData != nullptr;
 }
 
-// Reads without the file's lock, so that no thread waits for a worker whose priority can't be raised. If another
-// thread reads the file meanwhile, that thread's block stays. Stops reading when the worker must stop.
+// Reads without the file's lock, so that no thread waits for a worker whose priority can't be raised. Closes hFile.
+// Returns what Open returns. If another thread reads the file meanwhile, that thread's block stays. If the worker must
+// stop, ends the read, stores the reason and returns false.
 ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation)
 {
@@ -418,7 +419,7 @@ ZQ_COLD bool FileOnDisk_c::ReadUnlocked(
     }
     if (nRead != nBytes)
     {
-        return FileAsyncIsStopping() ? SetWhyNot("the module was shut down") : ComplainOfRead(szLocation, sReason);
+        return FileAsyncIsStopping() ? SetWhyNot("the module was shut down") : ReportFailedRead(szLocation, sReason);
     }
     CountRead();
     if (!pBlock || pData)
@@ -444,19 +445,19 @@ bool FileOnDisk_c::StoreFacts(plat::FileFacts_t const & Facts, char const * szLo
     if (!bOwnBlock && iLength > iRoom)
     {
         LogGrown(iRoom, iLength, szLocation);
-        return ComplainOfRead(szLocation, GROWN);
+        return ReportFailedRead(szLocation, GROWN);
     }
     return true;
 }
 
-bool FileOnDisk_c::ComplainOfRead(char const * szLocation, char const * szReason)
+bool FileOnDisk_c::ReportFailedRead(char const * szLocation, char const * szReason)
 {
     SetWhyNot(szReason);
     LogEscaped("FileOnDisk_c::Open: Error reading file: '%s'", szLocation);
     return ReportReadError();
 }
 
-ZQ_COLD bool FileOnDisk_c::ComplainOfLoadOpen(char const * szLocation, char const * szReason)
+ZQ_COLD bool FileOnDisk_c::ReportFailedLoad(char const * szLocation, char const * szReason)
 {
     LogEscaped("FileOnDisk_c::Load: Cannot open file: '%s'", szLocation);
     LogEscaped("FileOnDisk_c::Load: %s", szReason);
@@ -465,7 +466,7 @@ ZQ_COLD bool FileOnDisk_c::ComplainOfLoadOpen(char const * szLocation, char cons
 }
 
 // Closes the file after a seek that failed, and reports the failure.
-ZQ_COLD bool FileOnDisk_c::ComplainOfSeek(plat::File_t hFile, char const * szLocation)
+ZQ_COLD bool FileOnDisk_c::ReportFailedSeek(plat::File_t hFile, char const * szLocation)
 {
     SetWhyNot(LastErrorReason());
     CloseTracked(hFile);
@@ -489,11 +490,11 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
     plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, sReason);
     if (!hFile)
     {
-        return ComplainOfLoadOpen(sLocation, sReason);
+        return ReportFailedLoad(sLocation, sReason);
     }
     if (plat::FileSeek(hFile, dwPosition, 0) < 0)
     {
-        return ComplainOfSeek(hFile, sLocation);
+        return ReportFailedSeek(hFile, sLocation);
     }
     plat::FileHintSequential(hFile, dwLength);
     std::size_t const nRead = ReadOrSayWhy(hFile, pBuffer, dwLength, sReason);
@@ -692,7 +693,7 @@ void FileClose(File_c * pFile)
 
 namespace
 {
-    // Returns whether the table has a file of whose name it finds another one.
+    // Returns whether the table has this file, although a search for its name finds another file of that name first.
     ZQ_COLD bool IsRegisteredTwin(File_c const & File)
     {
         auto * pSlot = g_sFileObjects.First();

@@ -1,9 +1,9 @@
 // cfile.h: files by name, read whole and shared.
 //
 // Every file that can be read by name is one long-lived File_c. A scan of the media folders registers it (cfilepath.h).
-// The first FileOpen reads the whole file into one block, later ones raise a count, and the last FileClose frees the
-// block. All readers share the block. Load and FileStored_c read from the disk and do not use the block. In names, case
-// does not matter, and `/` and `\` both separate. Lookups ignore a folder before a known bare name.
+// The first FileOpen reads the whole file into one block. Later ones raise a count. The last FileClose frees the block.
+// All readers share the block. Load and FileStored_c read from the disk and do not use the block. Case does not matter
+// in names. Both `/` and `\` separate. Lookups ignore a folder before a known bare name.
 //
 // Ownership: the table of files owns the objects. The contents are valid until the caller's FileClose, or until a
 // Refresh replaces them. A stream belongs to the caller of FileOpenStored. A File_c * is valid until one of these:
@@ -236,9 +236,9 @@ public:
 
 private:
     bool StoreFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock);
-    bool ComplainOfRead(char const * szLocation, char const * szReason);
-    bool ComplainOfLoadOpen(char const * szLocation, char const * szReason);
-    bool ComplainOfSeek(plat::File_t hFile, char const * szLocation);
+    bool ReportFailedRead(char const * szLocation, char const * szReason);
+    bool ReportFailedLoad(char const * szLocation, char const * szReason);
+    bool ReportFailedSeek(plat::File_t hFile, char const * szLocation);
     bool Read(plat::File_t hFile, void * pBuffer, char const * szLocation);
     bool ReadUnlocked(plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation);
 };
@@ -408,6 +408,6 @@ ZQ_API void FileSetEmptyAllowed(bool bAllowed);
 /// Returns whether the disk has this folder.
 ZQ_API bool DirectoryExists(char const * path);
 
-/// Cuts the name at 127 characters, and returns the folder of the file whose key is the whole rest. Returns null if
-/// there is no such file or it has no folder.
+/// Returns the folder of the file whose whole key is this name, cut at 127 characters. Returns null if there is no such
+/// file or it has no folder.
 ZQ_API String_T<256> const * FileGetPath(char const * name);

@@ -1,4 +1,7 @@
 // cfile_internal.h: what the sources of the file services share. Nothing public includes it.
+//
+// Threads: main thread, unless a declaration says otherwise. Any thread may call FileLength, FileLogWhyNot and
+// FileAsyncIsStopping, and may use the classes of paths.
 #pragma once
 
 #include "zqcore/carray.h"
@@ -231,4 +234,4 @@ extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations already in 
 void FileCleanNamesReset();
 
 /// Writes a path to the response logs. It is a receiver of g_FileOpenCallbacker. Any thread may call it.
-void ResourceLoadCallback(char const * sFileName);
+void FileOnOpen(char const * sFileName);

@@ -40,7 +40,8 @@ public:
 
 private:
     static bool ServeOldest();
-    static AsyncFile_t * Oldest();   // returns the oldest request that waits, or null
+    // Returns the oldest request that waits, or null. Requires the lock g_csAsync.
+    static AsyncFile_t * Oldest();
 };
 
 Array_T<String_T<STAYER_EXT_LENGTH>, 32, 0> g_dStayerExts;

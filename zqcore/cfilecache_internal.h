@@ -14,7 +14,7 @@ inline constexpr std::uint64_t CACHE_STAMP_OF_NAMES = ~std::uint64_t{ 0 };
 /// Word after the last record, if a stamp for each folder follows: the bytes "ZQFS" (docs/formats.md).
 inline constexpr std::uint32_t CACHE_STAMPS_FOLLOW = 0x5346515A;
 
-/// Log line with which FilesystemCacheIsCurrent returns false. The reason is at its end.
+/// Format of the line that FilesystemCacheIsCurrent logs when it returns false. The reason is at the end of the line.
 inline constexpr char CACHE_NOT_CURRENT[] = "filesystem: the cache is not current, %s";
 
 /// Returns the CRC-32 of a text. That of a folder's path below the media root, from the separator on, is the folder's

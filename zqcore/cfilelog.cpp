@@ -240,7 +240,7 @@ namespace
 
     // Returns whether the response logs list a name: names are collected, and this one fits a line. Logs a name that
     // does not fit. Asserts that the name is not null.
-    bool IsWanted(char const * szName)
+    bool CheckWanted(char const * szName)
     {
         ZQ_ASSERT_TEXT(szName, "sFileName");
         bool const bCollected = szName && FileIsCollecting();
@@ -256,7 +256,7 @@ namespace
     struct Report_s
     {
         std::uint32_t dwMode;   // replaces g_dwFileOpenLogMode
-        bool bReceived;         // whether ResourceLoadCallback received the name
+        bool bReceived;         // whether FileOnOpen received the name
     };
     ZQ_THREAD_LOCAL Report_s * t_pReport = nullptr;   // the call of this thread, or null
 
@@ -368,17 +368,17 @@ void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode)
     }
     if (!Report.bReceived)
     {
-        ResourceLoadCallback(sName);
+        FileOnOpen(sName);
     }
 }
 
-void ResourceLoadCallback(char const * sFileName)
+void FileOnOpen(char const * sFileName)
 {
     if (t_pReport)
     {
         t_pReport->bReceived = true;
     }
-    if (IsWanted(sFileName))
+    if (CheckWanted(sFileName))
     {
         MemCategoryScope_c const Category(mem::file);
         plat::LockScope_c const Scope(g_ResponseLock);

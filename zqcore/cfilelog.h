@@ -6,11 +6,11 @@
 // archive (czip.h). docs/formats.md describes them. The other functions report or copy what was loaded.
 //
 // Ownership: all state is static. The library opens and closes the logs.
-// Threads: the tracker and the response logs may be used on any thread. Each has a lock of its own, and the tracker
-// holds none while it complains or logs the list. FileDumpInfo, FileLogLoadedMedia and FileCloneLoadedMedia belong to
-// the main thread.
+// Threads: the tracker and the response logs may be used on any thread. Each has a lock of its own. The tracker holds
+// none while it complains or logs the list. FileDumpInfo, FileLogLoadedMedia and FileCloneLoadedMedia belong to the
+// main thread.
 // Cost: the tracker runs from load to the end of the process and allocates nothing. A response log costs a write a
-// line. The clean log also allocates 256 bytes a path, and each open searches its paths one by one.
+// line. The clean log also allocates 256 bytes a path. Each open searches its paths one by one.
 // Failure: the tracker complains by Achtung and assertions. A log that can't be created is not written.
 //
 //     FileOpenLogScope_c const Start("start", FILE_LOG_CLEAN);   // media root\Logs\start_clean.rsp
@@ -46,9 +46,9 @@ ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 /// room in the list.
 ZQ_API void FileCloseTracker(void * hFile);
 
-/// Opens the response logs of dwMask in the media root's folder Logs. Their <name> is sName, or "thegame" if that is
-/// null or empty. Old contents are deleted, unless bAppend is set. A log of dwMask that is open is closed first. The
-/// clean log then writes each path again. Logs outside of dwMask stay open. Without the folder no log is created.
+/// Opens the response logs of dwMask in the media root's folder Logs. First closes those of dwMask that are open. Their
+/// <name> is sName, or "thegame" if that is null or empty. Deletes old contents, unless bAppend is set. The clean log
+/// then writes each path again. Logs outside of dwMask stay open. Without the folder no log is created.
 ///
 /// Sets g_bCollectResource to true. Opens are written while ModuleFile_c is initialised, as the paths that were opened.
 /// A path with a control character would forge a line: it is skipped, with a line in the main log.

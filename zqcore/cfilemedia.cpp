@@ -296,7 +296,7 @@ bool ModuleFile_c::Initialize()
     FileExcludeToolFiles();
     FillTables();
     FileCleanNamesReset();
-    g_FileOpenCallbacker.Add(ResourceLoadCallback, false);
+    g_FileOpenCallbacker.Add(FileOnOpen, false);
     FileAsyncStart();
     FileBuildMediaHash(false);
     return Module_c::Initialize();
@@ -333,7 +333,7 @@ void ModuleFile_c::Shutdown()
 {
     MemCategoryScope_c const Category(mem::file);
     FileAsyncStop();
-    // After a failed start, the tables say nothing about the media, and the host's cache stays.
+    // After a failed start the tables say nothing about the media. The host's cache then stays.
     bool const bSave = m_sCacheFile.IsEmpty() ? FileExists(CACHE_NAME) : IsInitialized() && FileCacheHasFolders();
     if (bSave)
     {

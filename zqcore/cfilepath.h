@@ -144,9 +144,11 @@ ZQ_API bool FileAddOneFile(char const * sFile);
 /// another one. Asserts that pFile has a key, and no pPath if bOver is set. Returns HASH_FULL, and adds nothing, if the
 /// table has no room or pFile is null. The table owns an object that was added.
 ///
-/// A hidden object is in the table again when the object that hides it is destroyed. Until then no lookup finds it, but
-/// pointers to it stay valid. FileResetFiles removes it with its folder, FileReset destroys it, and
-/// FilesystemCacheSave (cfilecache.h) writes it.
+/// A hidden object is in the table again when the object that hides it is destroyed. Until then no lookup finds it.
+/// Pointers to it stay valid. These functions reach it too:
+/// - FileResetFiles removes it with its folder.
+/// - FileReset destroys it.
+/// - FilesystemCacheSave (cfilecache.h) writes it.
 ZQ_API HashAdd_e FileAddObject(File_c * pFile, bool bOver);
 
 /// Exclude the folders, or the files, of a bare name from later scans, without regard to ASCII case. Copy the name, cut

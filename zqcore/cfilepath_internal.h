@@ -24,8 +24,9 @@ public:
         m_Waiting = g_sFileObjects.Prepare(pFile, &pFile->sName, nKey);
     }
 
-    /// Adds the waiting file, if there is one. Destroys a file that the table refuses. Logs a duplicate. Raises a
-    /// Warning for the first file of the process for which the table has no room.
+    /// Adds the waiting file, if there is one. Reports and destroys a file that the table refuses (FileReportSkip).
+    /// Logs a duplicate, and sets bDuplicate of the file that has its key. Raises a Warning for the first file of the
+    /// process for which the table has no room.
     void Flush()
     {
         FileTable_t::Entry_s const Entry = std::exchange(m_Waiting, {});
@@ -152,7 +153,7 @@ inline void FileDiscard(File_c * pFile)
 /// Scans a folder as FileAddSearchPath does. sFolder has the form of the entries of g_sPaths.
 void FileScanFolder(String_T<256> const & sFolder, bool bRecursive, bool bRelativeNames);
 
-/// Stores that a scan could not read all entries of a folder because the system failed. See FileScanIsWhole.
+/// Stores that scans could not see all of a folder: the system failed, or the media root is missing (FileScanIsWhole).
 void FileScanNoteMissed(String_T<256> const & sFolder);
 
 /// Removes the folders that FileScanNoteMissed stored and whose paths begin with szPrefix. An empty prefix removes all.

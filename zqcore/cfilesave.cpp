@@ -67,7 +67,6 @@ namespace
     }
 }
 
-// A file without a folder or a table, resident from the load on.
 class FileSave_c::Contents_c : public File_c
 {
 public:

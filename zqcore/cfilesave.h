@@ -116,7 +116,7 @@ public:
 private:
     friend class FileSaveWriter_c;
 
-    class Contents_c;   // file object of a reader
+    class Contents_c;   // file object of a reader, without a folder or a table, resident from the load on
 
     State_e Check(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion);
     State_e SetState(State_e eState, char const * szWhyNot);

@@ -128,21 +128,21 @@ namespace
         }
     }
 
-    void IssueRead()
+    void RequestBatch()
     {
         std::memset(g_dTrackBuffer, 0, sizeof g_dTrackBuffer);
         g_hTrackFolder.RequestBatch(g_dTrackBuffer, READ_BYTES);
     }
 
     // Scope of a walk. Its end requests the next batch, also after an exception, unless a receiver ended the watch.
-    class NextRead_c
+    class NextBatch_c
     {
     public:
-        ~NextRead_c()
+        ~NextBatch_c()
         {
             if (IsSameRun())
             {
-                IssueRead();
+                RequestBatch();
             }
         }
 
@@ -170,7 +170,7 @@ namespace
     // Reports the files that a batch lists as modified, until a receiver ends the watch.
     ZQ_COLD void WalkBatch()
     {
-        NextRead_c const NextRead;
+        NextBatch_c const NextBatch;
         unsigned char const * pRecord = g_dTrackBuffer;
         plat::FolderChange_t Record;
         do
@@ -180,13 +180,13 @@ namespace
             {
                 ReportChange(ChangedFile_c(pRecord + sizeof Record, Record.nNameBytes));
             }
-            else if (Record.iAction == 0)   // the buffer is as IssueRead left it
+            else if (Record.iAction == 0)   // the buffer is as RequestBatch left it
             {
                 ReportLost();
             }
             pRecord += Record.nNext;
         }
-        while (Record.nNext != 0 && NextRead.IsSameRun());
+        while (Record.nNext != 0 && NextBatch.IsSameRun());
     }
 
     bool WriteBatch()
@@ -272,7 +272,7 @@ void FileTrackChanges(char const * sPath)
         LogEscaped("FileTrackChanges - Can't open directory \"%s\" handle... \n", sPath ? sPath : "");
         return;
     }
-    IssueRead();
+    RequestBatch();
 }
 
 bool FileTrackIsOn()

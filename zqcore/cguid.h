@@ -9,8 +9,10 @@
 // Ownership: a Guid_c is a plain value.
 // Threads: any thread may create one.
 // Cost: identifiers created in a row take 100 ns each or more, because each has a tick of 100 ns of its own. Create
-// allocates only when it reads the network interfaces: the first time, after a host has set another source of
-// addresses, and at most once a second while no address is global.
+// allocates only when it reads the network interfaces:
+// - the first time
+// - after a host has set another source of addresses
+// - while no address is global, at most once a second
 // Failure: Create and the readers return false and leave their output as it was. CreateNewId asserts.
 //
 //     Guid_c Guid, Copy;
@@ -58,8 +60,8 @@ public:
     /// Returns a name that XML allows: `_` and the text form.
     String_T<256> ToXmlName() const;
 
-    /// Reads a name as ToXmlName returns it, with or without the `_`. Returns false for any other text, with Guid
-    /// unchanged. Asserts that text is not null, and returns false otherwise.
+    /// Reads a name as ToXmlName returns it, with or without the `_`. Asserts that text is not null, and returns false
+    /// otherwise. Returns false for any other text, with Guid unchanged.
     static bool FromXmlName(char const * text, Guid_c & Guid);
 
     /// Compare the identifiers. The order is that of the text forms.

@@ -8,6 +8,9 @@
 /// Bytes that hold any text that FormatLinePrefix writes, with space for a terminator.
 inline constexpr std::size_t LINE_PREFIX_SIZE = 64;
 
+/// Bytes of the longest text that EscapeLine handles, with the terminator.
+inline constexpr std::size_t ESCAPED_SIZE = 16384;
+
 /// Formats like vsnprintf, and allocates nothing itself. Returns the length up to the first NUL, at most nSize - 1.
 /// Wide text becomes UTF-8 in every locale, unless fmt has %n or another conversion that the slow path does not know. A
 /// wide value that is no character becomes U+FFFD, except a byte of a path (platform/text.h). The fast path serves
@@ -18,9 +21,6 @@ std::size_t FormatText(char * szOut, std::size_t nSize, char const * fmt, std::v
 /// line ends too, as in TextForLog. Supports the conversions of the fast path only. Any other ends the text, and so
 /// does a NUL of %c.
 std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
-
-/// Bytes of the longest text that EscapeLine handles, with the terminator.
-inline constexpr std::size_t ESCAPED_SIZE = 16384;
 
 /// Escapes in place what no line may hold: all that TextForLog escapes except tabs and line ends. Returns the length.
 /// A text that grows too long is cut at a whole character. A plain line costs one test for each 8 bytes. Requires that

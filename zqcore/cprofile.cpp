@@ -17,7 +17,8 @@ namespace
 {
     using profiler::timer_t;
 
-    constexpr std::uint32_t ID_OF_NAME = 0x40000000u;   // the bit of identifiers made of names
+    constexpr std::uint32_t ID_UNDER_ROOT = ZQ_TIMER_ROOT;   // the bit of children of the root
+    constexpr std::uint32_t ID_OF_NAME = 0x40000000u;        // the bit of identifiers made of names
     constexpr std::uint32_t ID_HASH_MASK = 0x3FFFFFFFu;
     constexpr int FRAMES_AVERAGED = PROFILER_FRAMES - 1;
     constexpr std::int64_t CLOCK_WRAP = 0x80000000;   // ticks to add if a time seems to run backwards
@@ -133,7 +134,7 @@ namespace
         {
             return Drop();
         }
-        timer_t * const pParent = iTimer & ZQ_TIMER_ROOT ? g_Records.dTimers : g_dStack[g_iTimerStackTop - 1];
+        timer_t * const pParent = iTimer & ID_UNDER_ROOT ? g_Records.dTimers : g_dStack[g_iTimerStackTop - 1];
         unsigned iSlot;
         timer_t * pTimer = FindChild(pParent, iTimer, iSlot);
         if (!pTimer) [[unlikely]]
@@ -285,7 +286,7 @@ void ProfilerPush(char const * szName, bool bRoot)
     if (g_bProfilerInit)
     {
         ZQ_ASSERT(szName);
-        Push(IdOfName(szName ? szName : "", bRoot ? ZQ_TIMER_ROOT : 0), szName);
+        Push(IdOfName(szName ? szName : "", bRoot ? ID_UNDER_ROOT : 0), szName);
     }
 }
 
@@ -407,7 +408,7 @@ profiler::timer_t * ProfilerGetTimer(char const * szName)
         return nullptr;
     }
     profiler::timer_t * const pTimer = ProfilerGetTimer(IdOfName(szName, 0));
-    return pTimer ? pTimer : ProfilerGetTimer(IdOfName(szName, ZQ_TIMER_ROOT));
+    return pTimer ? pTimer : ProfilerGetTimer(IdOfName(szName, ID_UNDER_ROOT));
 }
 
 ModuleProfiler_c::~ModuleProfiler_c() = default;

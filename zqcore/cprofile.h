@@ -41,7 +41,7 @@ inline constexpr int PROFILER_FRAMES = 150;
 
 /// Identifiers of timers. If the top bit is set, the timer is a child of the root wherever it is pushed. Otherwise it
 /// is a child of the timer on top of the stack, so one identifier under two parents is two timers.
-inline constexpr std::uint32_t ZQ_TIMER_ROOT = 0x80000000u;   // also the top bit
+inline constexpr std::uint32_t ZQ_TIMER_ROOT = 0x80000000u;   // the top bit alone
 inline constexpr std::uint32_t ZQ_TIMER_APPLICATION = 0x801003E6u;
 inline constexpr std::uint32_t ZQ_TIMER_PROFILER_UPDATE_FRAME = 0x00100384u;
 inline constexpr std::uint32_t ZQ_TIMER_FILETRACKER = 0x00100672u;

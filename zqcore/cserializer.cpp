@@ -600,7 +600,8 @@ void Serializer_c::StartSerialize(Serializeable_c & archive, bool bStaticPointer
     }
 }
 
-// Stores a registered object under its number in the pass, and runs its body.
+// Enters a registered object in the table under its number in the pass. Then runs the body of its class, if that class
+// has a serializer.
 void Serializer_c::TransferStaticPointer(Serializeable_c & archive, RegisteredStaticPointer_t & Entry, int iPointer)
 {
     Serializer_c * const pSerializer = FindSerializer(Entry.sClassName);

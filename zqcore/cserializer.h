@@ -125,7 +125,7 @@ public:
     /// Limit of the static objects of a file. If their number is not below it, a pass asserts and fails the archive.
     static constexpr int MAX_STATIC_POINTERS = 1000;
 
-    /// Number of bytes of a class's name, with its terminator.
+    /// Limit of the bytes of a class's name, with its terminator.
     static constexpr int NAME_SIZE = 32;
 
     /// Number of bytes of stack that each body has at least.

@@ -34,7 +34,7 @@ void Serializer_c::SerializePointer(Serializeable_c & archive, T *& pObject)
 }
 
 template <typename T, typename... BASES>
-Serializer_T<T, BASES...>::Serializer_T(String_T<32> const & sClassName)
+Serializer_T<T, BASES...>::Serializer_T(String_T<NAME_SIZE> const & sClassName)
     : Serializer_c(sClassName, &Convert)
 {
     static_assert((std::is_base_of_v<BASES, T> && ...), "BASES are bases of T");

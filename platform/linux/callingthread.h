@@ -7,7 +7,8 @@
 
 namespace plat
 {
-    /// Returns the system's number of the calling thread. Makes a system call, and so is right in each child too.
+    /// Returns the system's number of the calling thread. Asks the system at each call, so the number is also right in
+    /// the child of a fork.
     inline pid_t CallingThread()
     {
         return static_cast<pid_t>(::syscall(SYS_gettid));

@@ -125,8 +125,8 @@ namespace plat
         return Deliver();
     }
 
-    // Writes the changes to the buffer of Read, and ends that Read. After a loss reads the tree again and leaves the
-    // buffer as it was. Returns false if there is nothing to report.
+    // Writes the changes to the buffer of RequestBatch, and ends that request. After a loss reads the tree again and
+    // leaves the buffer as it was. Returns false if there is nothing to report.
     bool FolderWatch_c::Tree_c::Deliver()
     {
         std::vector<std::u16string> const dNames = ExtractNames();

@@ -98,7 +98,7 @@ namespace plat
         std::vector<ToAdd_s> m_dLater;   // folders that the paths known at that time did not lead to
         bool m_bLost = false;            // whether changes were lost: Deliver then reads the tree again
         bool m_bStarting = false;        // whether the whole tree is being added: no event has been missed
-        char * m_pRead = nullptr;        // the caller's buffer while a Read is pending
+        char * m_pRead = nullptr;        // the caller's buffer while a request is pending
         std::size_t m_nRead = 0;         // bytes of m_pRead
         alignas(inotify_event) char m_dEvents[16384];
     };

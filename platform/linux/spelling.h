@@ -21,14 +21,14 @@ namespace plat
     class FolderKey_c;
 
     /// Returns whether an error of a call that found no file says that the path leads nowhere: to a name that does not
-    /// exist, through a file as if it were a folder, or to a link to itself.
+    /// exist, through a file as if it were a folder, or into a circle of links.
     inline bool LeadsNowhere(int iError)
     {
         return iError == ENOENT || iError == ENOTDIR || iError == ELOOP;
     }
 
-    /// Copies a path with `/` as the separator, cut at PATH_MAX - 1 bytes. Returns the number of bytes. The path is cut
-    /// if szPath has no terminator there.
+    /// Copies a path with `/` as the separator, cut at PATH_MAX - 1 bytes. Returns the length of the copy. The path was
+    /// cut if szPath has no terminator at that index.
     std::size_t CopyWithSlashes(char const * szPath, char (&szCopy)[PATH_MAX]);
 
     /// One path to be passed to the system. Requires that the caller's text outlives the object.

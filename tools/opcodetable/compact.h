@@ -11,8 +11,8 @@
 using Starts_t = std::array<std::uint16_t, 256>;
 
 /// Returns the compact form. A pattern or format shares up to 7 units at either end with one of the last four of its
-/// kind: with the one that saves the most bytes. Requires at most 255 groups, and patterns and formats of at most 254
-/// bytes.
+/// kind: with the one that saves the most bytes. Requires at most OPCODE_MAX_GROUPS groups, and patterns and formats of
+/// at most 254 bytes.
 std::string CompactForm(std::vector<Group_t> const & dGroups);
 
 /// Returns the expanded form, made from the rows without the compact form. Requires patterns and formats of at most 255

@@ -197,7 +197,7 @@ namespace
             return static_cast<unsigned char>(itSource - m_dSources.begin());
         }
 
-        // Adds a unit that makes nFields fields. Throws RowError_c if the row has more than OPCODE_FIELD_LAST.
+        // Adds a unit that makes nFields fields. Throws RowError_c if the row then has more than OPCODE_FIELD_LAST.
         void AddUnit(std::string & sPattern, int nFirst, int nMask, int nFields)
         {
             sPattern += static_cast<char>(nFirst);
@@ -209,7 +209,7 @@ namespace
             }
         }
 
-        // Adds a word of a pattern. Throws RowError_c if the word is wrong.
+        // Adds a word of a pattern. Throws RowError_c if the word is wrong or the row then has too many fields.
         void AddWord(std::string & sPattern, std::string const & sWord)
         {
             auto const itCondition = CONDITIONS.find(sWord);
@@ -269,7 +269,8 @@ namespace
             AddUnit(sPattern, OPCODE_MEMORY_SIZE | (itElement->second - OPCODE_SIZE_1) << 4 | itSize->second, 0, 0);
         }
 
-        // Adds a byte like 8B or 50/F8. Throws RowError_c for any other, and if it has bits outside of the mask.
+        // Adds a byte like 8B or 50/F8. Throws RowError_c for any other word, for a mask of 0, for bits outside of the
+        // mask, and if the row then has too many fields.
         void AddByte(std::string & sPattern, std::string const & sWord)
         {
             std::size_t const iSlash = sWord.find('/');

@@ -189,8 +189,8 @@ namespace zqsymbols
     }
 
     // Finds the far end. Moves m_iFrame to FAR frames before it, or after all frames if it is not reached. Adds the
-    // number of frames left out to m_nNumber. Returns the lines that report it. Returns an empty text, and moves
-    // nothing, if every frame is shown.
+    // number of frames left out to m_nNumber. Returns the lines that report what is left out. Returns an empty text,
+    // and moves nothing, if every frame is shown.
     std::string StackLines_c::Skip()
     {
         auto const tEnd = std::chrono::steady_clock::now() + FAR_LIMIT;

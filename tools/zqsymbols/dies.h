@@ -39,7 +39,7 @@ namespace zqsymbols
         return dwarf_formref_die(dwarf_attr(pDie, nAttribute, &Attribute), &Die) != nullptr ? Die : Dwarf_Die{};
     }
 
-    /// Returns the DIE that declares a function first.
+    /// Returns the DIE that declares a function, or the callee of an inlined call, first.
     inline Dwarf_Die Origin(Dwarf_Die Die)
     {
         for (unsigned const nAttribute : { DW_AT_abstract_origin, DW_AT_specification })

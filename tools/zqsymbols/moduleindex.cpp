@@ -144,8 +144,8 @@ namespace zqsymbols
             return bFound ? Header.sh_addr + Header.sh_size + nBias : 0;
         }
 
-        // Adds each named symbol that has an address in the module to a collector: to Sized if it has a size, otherwise
-        // to Sizeless.
+        // Adds each symbol that has a name and an address in the module, except those of sections, to a collector: to
+        // Sized if it has a size, otherwise to Sizeless.
         void SplitSymbols(Dwfl_Module * pModule, int nSymbols, Collector_c & Sized, Collector_c & Sizeless)
         {
             for (int i = 1; i < nSymbols; ++i)

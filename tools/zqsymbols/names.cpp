@@ -11,8 +11,8 @@ namespace zqsymbols
 {
     namespace
     {
-        // Depth of brackets in a text that is read from its start. Does not count '<' and '>' in round and curly ones,
-        // because they may be operators. Does not count a '<' after ')', because it is one.
+        // Depth of brackets in a text that is read from its start. Does not count '<' and '>' in round and curly
+        // brackets, because they may be operators. Takes a '<' after ')' for an operator, and does not count it either.
         class Depth_c
         {
         public:

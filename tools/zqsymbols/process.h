@@ -82,7 +82,7 @@ namespace zqsymbols
     private:
         using Page_t = std::array<std::uint8_t, plat::SYMBOL_PAGE>;
 
-        // The DWARF numbers (System V ABI, processor supplements) of IP SP BP AX BX CX DX SI DI R8 to R15.
+        /// The DWARF numbers (System V ABI, processor supplements) of IP SP BP AX BX CX DX SI DI R8 to R15.
         static constexpr unsigned NUMBERS_64[] = { 16, 7, 6, 0, 3, 2, 1, 4, 5, 8, 9, 10, 11, 12, 13, 14, 15 };
         static constexpr unsigned NUMBERS_32[] = { 8, 4, 5, 0, 3, 1, 2, 6, 7 };
 

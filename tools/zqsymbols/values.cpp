@@ -113,7 +113,7 @@ namespace zqsymbols
             return nWidth >= 64 ? nNumber : nNumber & ((std::uint64_t{ 1 } << nWidth) - 1);
         }
 
-        // Returns the lowest nWidth bits of a value, at most 64, from what was read at its place.
+        // Returns the lowest nWidth bits of a value, or 64 bits if nWidth is larger, from what was read at its place.
         std::uint64_t BitsOf(MemberPlace_t const & Place, std::uint64_t nRead, std::uint64_t nWidth)
         {
             return LowBits(IsBitField(Place) ? nRead >> Place.nFirstBit : nRead, nWidth);

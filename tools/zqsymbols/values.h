@@ -49,7 +49,7 @@ namespace zqsymbols
 
         /// Returns a value in one line. Shows nDepth levels of structures with up to 8 members each, and those below as
         /// "{...}". An array or a container around a structure counts as a level. Shows arrays and types with a printer
-        /// for 4 levels more. Cuts an array or a structure at 1000 bytes. Returns "(unreadable)" or "(optimized out)"
+        /// for 4 more levels. Cuts an array or a structure at 1000 bytes. Returns "(unreadable)" or "(optimized out)"
         /// for a value that it can't show.
         std::string Show(Value_t const & Value, int nDepth = 2);
 

@@ -18,7 +18,7 @@ namespace
         using Serializeable_c::UNFINISHED;
     };
 
-    // Walk over the words of one archive, which collects its parts and problems.
+    // Collector of the parts and problems of one archive. It walks over the archive's words.
     class Scan_c
     {
     public:

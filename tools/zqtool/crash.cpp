@@ -66,8 +66,9 @@ namespace
         std::fputs(((bDivided ? "\n" + std::string(DIVIDER_WIDTH, '-') + "\n\n" : "") + sText).c_str(), stdout);
     }
 
-    // Reads all of each sample for a page or JSON, because folding needs only the causes. Writes the page, then prints
-    // the groups: what reads the text may end first. Returns false if there is a page that could not be written whole.
+    // Reads all of each sample for a page or JSON: folding needs only the causes, so only these were read before.
+    // Writes the page, then prints the groups: what reads the text may end first. Returns false if a page is wanted and
+    // could not be written whole.
     bool CrashRun_c::ShowGroups(CrashSymbols_c * pSymbols)
     {
         std::vector<CrashGroup_t> dGroups = m_Fold.Extract();

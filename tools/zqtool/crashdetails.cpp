@@ -3,29 +3,14 @@
 #include "tools/zqtool/crashlines.h"
 #include "tools/zqtool/crashreport.h"
 #include "tools/zqtool/parse.h"
+#include "zqcore/ccrashdetails_internal.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 namespace
 {
-    // Sections of the details, in their order.
-    enum class Section_e
-    {
-        None,
-        Fault,
-        Frames,
-        Threads,
-        Modules,
-        Process,
-        Unknown
-    };
-    constexpr std::string_view TITLE = "ZQCore crash details ", VERSION = "1";   // words of the first line
-    constexpr std::string_view INDENT = "    ";                                  // of a level
-    // The lines that begin the sections, by Section_e up to Process.
-    constexpr std::array<char const *, 6> SECTIONS = { "", "[Fault]", "[Frames]", "[Threads]", "[Modules]",
-        "[Process]" };
+    constexpr std::string_view INDENT = "    ";   // of a level
 
     // Reader of one text of details.
     class DetailsReader_c
@@ -54,7 +39,7 @@ namespace
         CrashLines_c m_Lines;
         bool m_bAll;   // whether more is read than the cause
         std::vector<Crash_t> m_dCrashes;
-        Section_e m_eSection = Section_e::None;
+        CrashSection_e m_eSection = CrashSection_e::None;
         bool m_bEmpty = true;           // whether the previous line is empty
         bool m_bFull = false;           // whether a list of the crash is cut
         std::uint64_t m_nLeftOut = 0;   // frames left out before the next one
@@ -236,7 +221,7 @@ namespace
         std::string_view sLine;
         while (m_Lines.Next(sLine))
         {
-            if (sLine.starts_with(TITLE))
+            if (sLine.starts_with(CRASH_DETAILS_TITLE))
             {
                 if (!ReadFirstLine(sLine))
                 {
@@ -267,7 +252,7 @@ namespace
     bool DetailsReader_c::ReadFirstLine(std::string_view sLine)
     {
         End();
-        if (sLine.substr(TITLE.size()) != VERSION)
+        if (sLine.substr(std::string_view(CRASH_DETAILS_TITLE).size()) != CRASH_DETAILS_VERSION)
         {
             m_Lines.ComplainOf("details of another version", sLine);
             return false;
@@ -278,25 +263,25 @@ namespace
             return false;
         }
         m_dCrashes.emplace_back().bDetails = true;
-        m_eSection = Section_e::None;
+        m_eSection = CrashSection_e::None;
         m_bFull = false;
         return true;
     }
 
-    // Sets the paths in the last crash, if there is one. Reports details that break off before or in one of the known
-    // sections, and a list of the crash that is cut.
+    // Sets the paths in the last crash, if there is one. Reports that its details break off, if they have no section or
+    // the last one is a known one before [Process]. Reports that a list of the crash is cut.
     void DetailsReader_c::End()
     {
         if (m_dCrashes.empty())
         {
             return;
         }
-        if (m_eSection < Section_e::Process)
+        if (m_eSection < CrashSection_e::Process)
         {
             m_Lines.Complain(
-                m_eSection == Section_e::None
+                m_eSection == CrashSection_e::None
                     ? std::string("the details break off before their first section")
-                    : std::string("the details break off in ") + SECTIONS[static_cast<unsigned>(m_eSection)]);
+                    : std::string("the details break off in ") + CRASH_SECTIONS[static_cast<unsigned>(m_eSection)]);
         }
         SetPaths(Last());
         if (m_bFull)
@@ -313,9 +298,9 @@ namespace
         {
             return false;
         }
-        auto const itName = std::find(SECTIONS.begin(), SECTIONS.end(), sLine);
-        auto const eSection = static_cast<Section_e>(itName - SECTIONS.begin());   // Unknown if none
-        if (eSection <= m_eSection && m_eSection != Section_e::Unknown)
+        auto const * const pName = std::find(std::begin(CRASH_SECTIONS), std::end(CRASH_SECTIONS), sLine);
+        auto const eSection = static_cast<CrashSection_e>(pName - std::begin(CRASH_SECTIONS));   // Unknown if none
+        if (eSection <= m_eSection && m_eSection != CrashSection_e::Unknown)
         {
             m_Lines.ComplainOf("out of order", sLine);
         }
@@ -329,36 +314,36 @@ namespace
     void DetailsReader_c::ReadLine(std::string_view sLine)
     {
         std::string_view sCut = sLine;
-        if (TakeStart(sCut, "(cut: ") && sCut.ends_with(')') && m_eSection != Section_e::Unknown)
+        if (TakeStart(sCut, "(cut: ") && sCut.ends_with(')') && m_eSection != CrashSection_e::Unknown)
         {
-            std::string sReason(SECTIONS[static_cast<unsigned>(m_eSection)]);
+            std::string sReason(CRASH_SECTIONS[static_cast<unsigned>(m_eSection)]);
             sReason += sReason.empty() ? "" : ": ";
             sReason += sCut.substr(0, sCut.size() - 1);
             m_bFull = !AppendMember(Last().dCuts, std::move(sReason)) || m_bFull;
             return;
         }
-        switch (sLine.empty() ? Section_e::None : m_eSection)
+        switch (sLine.empty() ? CrashSection_e::None : m_eSection)
         {
-        case Section_e::Fault:
+        case CrashSection_e::Fault:
             ReadFault(sLine);
             break;
-        case Section_e::Frames:
+        case CrashSection_e::Frames:
             ReadFrames(sLine, Last().Thread);
             break;
-        case Section_e::Threads:
+        case CrashSection_e::Threads:
             if (m_bAll)
             {
                 ReadThreads(sLine);
             }
             break;
-        case Section_e::Modules:
+        case CrashSection_e::Modules:
             ReadModule(sLine);
             break;
-        case Section_e::Process:
+        case CrashSection_e::Process:
             ReadProcess(sLine);
             break;
-        case Section_e::None:
-        case Section_e::Unknown:
+        case CrashSection_e::None:
+        case CrashSection_e::Unknown:
             break;
         }
     }

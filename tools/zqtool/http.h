@@ -17,8 +17,8 @@ bool HttpIsComplete(std::string_view sRequest);
 
 /// Checks the head of a request to this machine's port. Returns HTTP_OK and sets sTarget, or returns the status that
 /// refuses it. Accepts only GET, with one host. Refuses a host or an origin that does not name the loopback address and
-/// iPort: another name that leads here belongs to a foreign page. They may leave out port 80, because browsers do so.
-/// Requires a whole head (HttpIsComplete).
+/// iPort: another name that leads here belongs to a foreign page. A host or an origin may leave out port 80, because
+/// browsers do so. Does not check that the head is whole (HttpIsComplete).
 int HttpCheck(std::string_view sRequest, int iPort, std::string & sTarget);
 
 /// Returns an answer after which the connection ends. The client keeps nothing of it and shows it to no other page.

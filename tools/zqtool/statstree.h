@@ -74,7 +74,7 @@ private:
     int m_nWholeFrames = 0;      // of whole batches; a single broken one counts as whole
     std::vector<int> m_dTaken;   // by node: first frame of the last batch that used it; 0 for the root
 
-    // Indices of nodes by parent, identifier, and number among the nodes that share both.
+    /// Indices of nodes by parent, identifier, and number among the nodes that share both.
     std::map<std::tuple<int, std::uint32_t, int>, int> m_dIndices;
 
     std::vector<double> m_dFrames;

@@ -39,8 +39,8 @@
 // time, so that no thread waits for it.
 // Cost: mounting reads at most 8 MiB to find and read the archive's directory. It may have up to ZIP_MAX_ENTRIES
 // entries. The archive keeps one handle open, and another one if the worker has opened it. An open allocates the file's
-// size. A stream reaches a position in a deflated file by decompressing from its last position, or from the start for
-// one before it. A load does so from the start.
+// size. A stream allocates about 16 KiB, and one of a deflated file another 40 KiB. It reaches a position in a deflated
+// file by decompressing from its last position, or from the start for one before it. A load does so from the start.
 // Failure: a mount or unmount logs a line and returns false. FileZipGetWhyNot returns the reason. An archive that the
 // system does not open is an Achtung too (cfile.h).
 //
