@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 namespace plat
 {
@@ -10,6 +11,15 @@ namespace plat
 
     /// Highest bit of each byte.
     inline constexpr std::uint64_t HIGH_BITS = EACH_BYTE * 0x80;
+
+    /// Returns the value that is stored at pBytes. The address may have any alignment.
+    template <typename T>
+    T LoadAs(void const * pBytes)
+    {
+        T Value;
+        std::memcpy(&Value, pBytes, sizeof Value);
+        return Value;
+    }
 
     /// Return the word of four bytes whose first one is its lowest, or its highest. The address may have any
     /// alignment. Compilers merge the four loads.

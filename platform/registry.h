@@ -126,8 +126,11 @@ namespace plat
     /// time of the key's last write. Reads all values. Returns false on failure.
     bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info);
 
-    /// Return and set the kind of system. 0 counts names in bytes. 2 counts them in 16-bit units, so that a name may
-    /// have twice as many bytes as the store reports. A host that replaces the store sets its kind.
+    /// Kind of system that counts names in 16-bit units, with its number in the Windows SDK (VER_PLATFORM_WIN32_NT).
+    inline constexpr std::uint32_t REGISTRY_PLATFORM_NT = 2;
+
+    /// Return and set the kind of system. 0 counts names in bytes. REGISTRY_PLATFORM_NT counts them in 16-bit units, so
+    /// that a name may have twice as many bytes as the store reports. A host that replaces the store sets its kind.
     std::uint32_t RegistryGetPlatform();
     ZQ_API void RegistrySetPlatform(std::uint32_t dwPlatform);
 }

@@ -125,7 +125,7 @@ protected:
         SetPQXMediaPath(m_Folder.GetPath().c_str());
         FileAddSearchPath(m_Folder.GetPath().c_str(), false, true);
         FileAddSearchPath(m_Folder.Join("rel").c_str(), false, true);
-        g_FileOpenCallbacker.Add(FileOnOpen, false);
+        g_FileOpenCallbacker.Add(ResourceLoadCallback, false);
     }
 
     ~FileLogTest() override

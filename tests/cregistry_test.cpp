@@ -262,7 +262,7 @@ TEST_F(RegistryTest, ListsKeysWithTheirFigures)
     EXPECT_TRUE(Registry.GetKeyInfo(&Info));
     std::int64_t const tNow = (std::time(nullptr) + plat::FILE_TIME_SECONDS_TO_1970) * plat::FILE_TIME_TICKS;
     EXPECT_NEAR(static_cast<double>(Info.ftLastWrite), static_cast<double>(tNow), 10.0 * plat::FILE_TIME_TICKS);
-    plat::RegistrySetPlatform(2);   // counts names in 16-bit units
+    plat::RegistrySetPlatform(plat::REGISTRY_PLATFORM_NT);
     Registry_c Doubled;
     EXPECT_TRUE(Doubled.OpenKey("top", 0));
     EXPECT_EQ(Figures(Doubled), (std::vector{ 5, 6, 2, 24, 4 })) << "lengths of wide characters";

@@ -171,7 +171,7 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
     std::string const sBytes = SaveGraph(&Root);
 
     // Three loads have other static objects than the save:
-    // - In the first one an object has another address.
+    // - The first one has an object at another address.
     // - The second one has an object too many.
     // - The third one has an object too few.
     LogCapture_c const Log;

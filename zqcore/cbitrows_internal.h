@@ -5,6 +5,7 @@
 
 #include "zqcore/cconfig.h"
 
+#include "platform/bytes.h"
 #include "platform/words.h"
 
 #include <algorithm>
@@ -31,15 +32,6 @@ namespace bits
         return std::max(nNeeded, nHeld + std::min(nHeld, MOST_SPARE));
     }
 
-    /// Returns the value stored at pBytes.
-    template <typename T>
-    T Load(unsigned char const * pBytes)
-    {
-        T Value;
-        std::memcpy(&Value, pBytes, sizeof(T));
-        return Value;
-    }
-
     /// Sets pTo[i] to fnCombine(pTo[i], pFrom[i]) for nBytes bytes. Requires that fnCombine is bitwise and accepts
     /// bytes, words of 8 bytes and vectors of words.
     template <typename COMBINE>
@@ -62,7 +54,8 @@ namespace bits
         }
         for (; i + sizeof(std::uint64_t) <= nBytes; i += sizeof(std::uint64_t))
         {
-            std::uint64_t const Word = fnCombine(Load<std::uint64_t>(pTo + i), Load<std::uint64_t>(pFrom + i));
+            std::uint64_t const Word =
+                fnCombine(plat::LoadAs<std::uint64_t>(pTo + i), plat::LoadAs<std::uint64_t>(pFrom + i));
             std::memcpy(pTo + i, &Word, sizeof(Word));
         }
         for (; i < nBytes; ++i)
@@ -128,7 +121,7 @@ namespace bits
             {
                 using Word_t = decltype(Zero);
                 Word_t const Skip = cSkip != 0 ? static_cast<Word_t>(~Zero) : Zero;
-                return static_cast<Word_t>(Load<Word_t>(pBytes + i) ^ Skip);
+                return static_cast<Word_t>(plat::LoadAs<Word_t>(pBytes + i) ^ Skip);
             });
     }
 
@@ -145,7 +138,7 @@ namespace bits
         std::size_t i = 0;
         for (; i + sizeof(std::uint64_t) <= nBytes; i += sizeof(std::uint64_t))
         {
-            nSet += static_cast<std::size_t>(std::popcount(Load<std::uint64_t>(pBytes + i)));
+            nSet += static_cast<std::size_t>(std::popcount(plat::LoadAs<std::uint64_t>(pBytes + i)));
         }
         for (; i < nBytes; ++i)
         {
@@ -161,7 +154,7 @@ namespace bits
             [=](std::size_t i, auto Zero)
             {
                 using Word_t = decltype(Zero);
-                return static_cast<Word_t>(Load<Word_t>(pFirst + i) & Load<Word_t>(pSecond + i));
+                return static_cast<Word_t>(plat::LoadAs<Word_t>(pFirst + i) & plat::LoadAs<Word_t>(pSecond + i));
             });
         return iFound < nBytes;
     }

@@ -163,9 +163,9 @@ namespace
         }
     }
 
-    // Handles the pending fault in a guarded call. After a fault in that, releases what the call held. Without the
-    // guard, such a fault, for example in the host's dialog, would deadlock: its thread is this one, for which the
-    // thread of the first fault waits.
+    // Handles the pending fault in a guarded call. After a fault in that call, releases what the call held. Without the
+    // guard, such a fault, for example in the host's dialog, would deadlock. This thread would wait until the first
+    // fault is handled. The thread of the first fault waits for this one.
     void HandleGuarded()
     {
         auto const fnHandle = [](void *) { HandlePending(*g_pPending); };

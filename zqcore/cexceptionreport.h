@@ -21,7 +21,7 @@
 // Threads: the thread that faulted writes the report, on a stack of the library's. A second thread that faults
 // meanwhile waits until the report ends, and then passes its fault on without a report of its own. While a report is
 // written, only the thread that writes it may call CrashLog, GetSymbol and LogSourceString. The folder and the name of
-// the log may be set while no other thread reads them or crashes.
+// the log may be set only while no other thread reads them or crashes.
 // Cost: before a crash, a few descriptors, so that a report has them even if the process has used up all others, and a
 // stack for each new thread. That stack costs about a microsecond, and memory only if the thread faults. A report
 // allocates nothing from the heap, and waits for no lock but that of a log stream which the host set (clog.h). Its

@@ -457,7 +457,7 @@ bool FileOnDisk_c::ReportFailedRead(char const * szLocation, char const * szReas
     return ReportReadError();
 }
 
-ZQ_COLD bool FileOnDisk_c::ReportFailedLoad(char const * szLocation, char const * szReason)
+ZQ_COLD bool FileOnDisk_c::ReportFailedLoadOpen(char const * szLocation, char const * szReason)
 {
     LogEscaped("FileOnDisk_c::Load: Cannot open file: '%s'", szLocation);
     LogEscaped("FileOnDisk_c::Load: %s", szReason);
@@ -490,7 +490,7 @@ bool FileOnDisk_c::Load(std::uint32_t dwPosition, unsigned char * pBuffer, std::
     plat::File_t const hFile = OpenTracked(sLocation, plat::Share_e::ReadWrite, Facts, sReason);
     if (!hFile)
     {
-        return ReportFailedLoad(sLocation, sReason);
+        return ReportFailedLoadOpen(sLocation, sReason);
     }
     if (plat::FileSeek(hFile, dwPosition, 0) < 0)
     {

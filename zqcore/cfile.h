@@ -3,7 +3,7 @@
 // Every file that can be read by name is one long-lived File_c. A scan of the media folders registers it (cfilepath.h).
 // The first FileOpen reads the whole file into one block. Later ones raise a count. The last FileClose frees the block.
 // All readers share the block. Load and FileStored_c read from the disk and do not use the block. Case does not matter
-// in names. Both `/` and `\` separate. Lookups ignore a folder before a known bare name.
+// in names. Both `/` and `\` separate the parts of a name. Lookups ignore a folder before a known bare name.
 //
 // Ownership: the table of files owns the objects. The contents are valid until the caller's FileClose, or until a
 // Refresh replaces them. A stream belongs to the caller of FileOpenStored. A File_c * is valid until one of these:
@@ -237,7 +237,7 @@ public:
 private:
     bool StoreFacts(plat::FileFacts_t const & Facts, char const * szLocation, bool bOwnBlock);
     bool ReportFailedRead(char const * szLocation, char const * szReason);
-    bool ReportFailedLoad(char const * szLocation, char const * szReason);
+    bool ReportFailedLoadOpen(char const * szLocation, char const * szReason);
     bool ReportFailedSeek(plat::File_t hFile, char const * szLocation);
     bool Read(plat::File_t hFile, void * pBuffer, char const * szLocation);
     bool ReadUnlocked(plat::File_t hFile, plat::FileFacts_t const & Facts, void * pBuffer, char const * szLocation);

@@ -1,7 +1,8 @@
 // cfile_internal.h: what the sources of the file services share. Nothing public includes it.
 //
-// Threads: main thread, unless a declaration says otherwise. Any thread may call FileLength, FileLogWhyNot and
-// FileAsyncIsStopping, and may use the classes of paths.
+// Threads: main thread, unless a declaration says otherwise. Any thread may call FileLength, FileLogWhyNot,
+// FileAsyncIsStopping and FileMediaTemplateTail, and may use the classes of paths. Locks guard the lists of stayers, of
+// requests and of the tracker, the tracker's limit, and the mode and the clean names of the response logs.
 #pragma once
 
 #include "zqcore/carray.h"
@@ -234,4 +235,4 @@ extern Array_T<String_T<256>, 1024, 0> g_dCleanNames;   // locations already in 
 void FileCleanNamesReset();
 
 /// Writes a path to the response logs. It is a receiver of g_FileOpenCallbacker. Any thread may call it.
-void FileOnOpen(char const * sFileName);
+void ResourceLoadCallback(char const * sFileName);

@@ -539,8 +539,8 @@ namespace
         CacheReader_c(CacheReader_c const &) = delete;
         CacheReader_c & operator=(CacheReader_c const &) = delete;
 
-        // Notes the size and time of each folder that has its stamp. Returns why the cache can't be used, as the end of
-        // a log line. Returns an empty text if all folders have their stamps.
+        // Notes the size and time of each folder before the first one that lacks its stamp. Returns why the cache can't
+        // be used, as the end of a log line. Returns an empty text if all folders have their stamps.
         String_T<256> GetWhyNot();
 
     private:

@@ -62,16 +62,18 @@ ZQ_API bool FilesystemCacheLoad();
 /// folder. ModuleFile_c calls it at its start after CheckCache(true).
 ZQ_API void FilesystemCacheCheck(bool bCheck);
 
-/// Returns whether no folder of the cache that FilesystemCacheInit named has changed since it was scanned. A folder has
-/// changed if its size or time of change has. Adding, deleting and renaming change them. Writing into a file does not.
-/// In the cache's own folder the names are compared, because each save changes its time. Stores the size and time of
-/// each folder that has not changed, for FilesystemCacheSave. Returns false, with a log line, in these cases:
+/// Returns whether no folder of the cache that FilesystemCacheInit named has changed since it was scanned. Stores the
+/// size and time of each folder before the first one that has changed, for FilesystemCacheSave. Returns false, with a
+/// log line, in these cases:
 /// - there is no media root, or no cache was named.
 /// - a folder has changed, or its path has become too long. The line names the first one.
 /// - the cache can't be read, or it ends too early.
 /// - the cache lacks the media root.
 /// - the cache was written without FilesystemCacheCheck.
 /// - the cache lists a folder that neither a scan nor this function had read, so it has no size and time of it.
+///
+/// A folder has changed if its size or time of change has. Adding, deleting and renaming change them. Writing into a
+/// file does not. In the cache's own folder the names are compared, because each save changes its time.
 ///
 /// Another major version ends in Abort. The load reports other damage. The tables stay as they are. Costs one read of
 /// the cache, one listing of the cache's own folder, and one system call for each folder. There are two system calls

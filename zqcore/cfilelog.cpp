@@ -256,7 +256,7 @@ namespace
     struct Report_s
     {
         std::uint32_t dwMode;   // replaces g_dwFileOpenLogMode
-        bool bReceived;         // whether FileOnOpen received the name
+        bool bReceived;         // whether ResourceLoadCallback received the name
     };
     ZQ_THREAD_LOCAL Report_s * t_pReport = nullptr;   // the call of this thread, or null
 
@@ -368,11 +368,11 @@ void FileOpenToResponseLog(char const * sName, std::uint32_t dwMode)
     }
     if (!Report.bReceived)
     {
-        FileOnOpen(sName);
+        ResourceLoadCallback(sName);
     }
 }
 
-void FileOnOpen(char const * sFileName)
+void ResourceLoadCallback(char const * sFileName)
 {
     if (t_pReport)
     {

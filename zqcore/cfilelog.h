@@ -46,9 +46,10 @@ ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 /// room in the list.
 ZQ_API void FileCloseTracker(void * hFile);
 
-/// Opens the response logs of dwMask in the media root's folder Logs. First closes those of dwMask that are open. Their
-/// <name> is sName, or "thegame" if that is null or empty. Deletes old contents, unless bAppend is set. The clean log
-/// then writes each path again. Logs outside of dwMask stay open. Without the folder no log is created.
+/// Opens the response logs of dwMask in the media root's folder Logs. Their <name> is sName, or "thegame" if that is
+/// null or empty. First closes those of them that are open. Also with bAppend, the clean log then writes each path
+/// again. Deletes old contents, unless bAppend is set. Logs outside of dwMask stay open. Without the folder no log is
+/// created.
 ///
 /// Sets g_bCollectResource to true. Opens are written while ModuleFile_c is initialised, as the paths that were opened.
 /// A path with a control character would forge a line: it is skipped, with a line in the main log.

@@ -296,7 +296,7 @@ bool ModuleFile_c::Initialize()
     FileExcludeToolFiles();
     FillTables();
     FileCleanNamesReset();
-    g_FileOpenCallbacker.Add(FileOnOpen, false);
+    g_FileOpenCallbacker.Add(ResourceLoadCallback, false);
     FileAsyncStart();
     FileBuildMediaHash(false);
     return Module_c::Initialize();

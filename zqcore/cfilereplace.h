@@ -52,8 +52,8 @@ public:
     /// Appends bytes to the file beside and returns true. On failure returns false, and Commit fails too.
     bool Write(void const * pData, std::size_t nBytes);
 
-    /// Replaces the 32-bit word at the byte nOffset and returns true. Requires that the word was written as dwOld: the
-    /// CRC is corrected by the difference. On failure returns false, and Commit fails too.
+    /// Replaces the 32-bit word at the byte nOffset and returns true. Requires that the word was written as dwOld:
+    /// Rewrite corrects the CRC by the difference. On failure returns false, and Commit fails too.
     bool Rewrite(std::uint64_t nOffset, std::uint32_t dwOld, std::uint32_t dwNew);
 
     /// Waits until the file beside is on the disk, renames it to the name of the old file and returns true.

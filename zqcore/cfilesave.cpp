@@ -11,6 +11,7 @@
 #include "zqcore/cserialize_internal.h"
 #include "zqcore/cstring.h"
 
+#include "platform/bytes.h"
 #include "platform/filereplace.h"
 #include "platform/files.h"
 #include "platform/filewrite.h"
@@ -26,14 +27,6 @@ namespace
     constexpr int MAX_PATH_LENGTH = 255 - 6;          // characters of the longest path: leaves room for ".old99"
     constexpr std::size_t HEAD_SIZE = sizeof MARK + sizeof(std::uint64_t);
     static_assert(SAVE_SEAL_SIZE == HEAD_SIZE + sizeof(std::uint32_t));
-
-    template <typename T>
-    T ReadAs(unsigned char const * pData)
-    {
-        T Value;
-        std::memcpy(&Value, pData, sizeof Value);
-        return Value;
-    }
 
     // Returns whether a save has the mark of a seal, of this version or a newer one.
     bool HasMark(unsigned char const * pData, std::size_t nBytes)
@@ -54,7 +47,7 @@ namespace
             return false;
         }
         std::size_t const nBefore = nBytes - sizeof(std::uint32_t);
-        return ReadAs<std::uint32_t>(pData + nBefore)
+        return plat::LoadAs<std::uint32_t>(pData + nBefore)
                == GetCrc32Polynomial(reinterpret_cast<char const *>(pData), static_cast<int>(nBefore));
     }
 
@@ -178,7 +171,7 @@ void FileSave_c::DeleteLeft()
     }
 }
 
-FileSave_c::State_e FileSave_c::SetState(State_e eState, char const * szWhyNot)
+FileSave_c::State_e FileSave_c::SetWhyNot(State_e eState, char const * szWhyNot)
 {
     m_sWhyNot = szWhyNot;
     return eState;
@@ -187,7 +180,7 @@ FileSave_c::State_e FileSave_c::SetState(State_e eState, char const * szWhyNot)
 FileSave_c::State_e FileSave_c::Check(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion)
 {
     SaveCheck_t const Found = SaveCheck(pData, nBytes, dwVersion);
-    return SetState(Found.eState, Found.sWhyNot);
+    return SetWhyNot(Found.eState, Found.sWhyNot);
 }
 
 SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion)
@@ -219,11 +212,11 @@ SaveCheck_t SaveCheck(unsigned char const * pData, std::size_t nBytes, std::uint
     {
         return Set(FileSave_c::NEWER, "its seal is of a newer version");
     }
-    if (ReadAs<std::uint64_t>(pSeal + sizeof MARK) != nArchive || nArchive < sizeof dwVersion)
+    if (plat::LoadAs<std::uint64_t>(pSeal + sizeof MARK) != nArchive || nArchive < sizeof dwVersion)
     {
         return Set(FileSave_c::DAMAGED, "it is not of the length that its seal says");
     }
-    auto const dwFile = ReadAs<std::uint32_t>(pData);
+    auto const dwFile = plat::LoadAs<std::uint32_t>(pData);
     if (VersionIsReadable(dwFile, dwVersion))
     {
         return Set(FileSave_c::WHOLE, "");
@@ -240,14 +233,14 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
     delete std::exchange(m_pContents, nullptr);
     if (m_sLock.IsEmpty())
     {
-        return SetState(UNREADABLE, m_sWhyNoLock);   // the constructor refused the path
+        return SetWhyNot(UNREADABLE, m_sWhyNoLock);   // the constructor refused the path
     }
     String_T<256> const sPath = GetPath(iPrevious);
     plat::FileFacts_t Facts;
     plat::File_t hFile = plat::FileOpenRead(sPath, plat::Share_e::ReadWrite, &Facts);
     if (!hFile && !plat::PathIsTaken(sPath))
     {
-        return SetState(ABSENT, "there is none");
+        return SetWhyNot(ABSENT, "there is none");
     }
     if (!hFile)   // it may have just been created
     {
@@ -255,7 +248,7 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
     }
     if (!hFile)
     {
-        return SetState(UNREADABLE, LastErrorReason());
+        return SetWhyNot(UNREADABLE, LastErrorReason());
     }
     FileOpenTracker(hFile, sPath);
     bool const bFits = Facts.nSize <= INT_MAX;
@@ -268,9 +261,9 @@ FileSave_c::State_e FileSave_c::Load(std::uint32_t dwVersion, int iPrevious)
     plat::FileClose(hFile);
     if (!bFits || nRead < nBytes)
     {
-        return SetState(UNREADABLE, !bFits     ? FILE_TOO_LARGE
-                                    : bShorter ? "it was cut meanwhile"
-                                               : static_cast<char const *>(sReason));
+        return SetWhyNot(UNREADABLE, !bFits     ? FILE_TOO_LARGE
+                                     : bShorter ? "it was cut meanwhile"
+                                                : static_cast<char const *>(sReason));
     }
     State_e const eState = Check(pBytes.get(), nBytes, dwVersion);
     if (eState == WHOLE)

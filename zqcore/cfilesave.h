@@ -102,8 +102,8 @@ public:
     /// previous load. Requires that their reader is closed.
     State_e Load(std::uint32_t dwVersion, int iPrevious = 0);
 
-    /// Returns the archive that Load has found whole, for one Readable_c, which frees the contents when it is closed.
-    /// Returns null if there is none. The file is not in the table of files.
+    /// Opens the archive that Load has found whole and returns it, for one Readable_c, which frees the contents when it
+    /// is closed. Returns null if there is none. The file is not in the table of files.
     File_c * OpenFile();
 
     /// Renames the save, in any state, sets sTo to the new path and returns true. The new name has ".old" at its end,
@@ -119,7 +119,10 @@ private:
     class Contents_c;   // file object of a reader, without a folder or a table, resident from the load on
 
     State_e Check(unsigned char const * pData, std::size_t nBytes, std::uint32_t dwVersion);
-    State_e SetState(State_e eState, char const * szWhyNot);
+
+    /// Sets the text that GetWhyNot returns. Returns eState.
+    State_e SetWhyNot(State_e eState, char const * szWhyNot);
+
     void DeleteLeft();
     bool KeepPrevious(FileReplacement_c::Reason_t & sWhyNot);
 
@@ -135,7 +138,8 @@ private:
 class ZQ_API FileSaveWriter_c : public FileReplacement_c
 {
 public:
-    /// Begins a new save beside the old one. If Save has no lock, all later calls fail for the reason in GetWhyNot.
+    /// Begins a new save beside the old one. If that fails, or if Save has no lock, all later calls fail for the reason
+    /// in GetWhyNot.
     explicit FileSaveWriter_c(FileSave_c & Save);
 
     /// Seals and synchronises the new save, keeps the previous ones, replaces the old save, synchronises the folder and

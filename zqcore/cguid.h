@@ -3,16 +3,16 @@
 // The platform's sequential generator makes an identifier of version 1 (RFC 4122): the time, the machine's hardware
 // address and a number that no other live process of the machine has, if the system has a socket for each process. So
 // no two are equal, with one very unlikely exception: after the clock was set back, an identifier may equal that of a
-// process that has ended. A machine without an address of its own makes identifiers that are unique on that machine
-// only. They are refused unless SetGlobalOnly(false) allows them.
+// process that has ended, or that has changed its number 8 times since. A machine without an address of its own makes
+// identifiers that are unique on that machine only. Create refuses them unless SetGlobalOnly(false) allows them.
 //
 // Ownership: a Guid_c is a plain value.
 // Threads: any thread may create one.
 // Cost: identifiers created in a row take 100 ns each or more, because each has a tick of 100 ns of its own. Create
 // allocates only when it reads the network interfaces:
-// - the first time
-// - after a host has set another source of addresses
-// - while no address is global, at most once a second
+// - the first time.
+// - after a host has set another source of addresses.
+// - while no address is global, at most once a second.
 // Failure: Create and the readers return false and leave their output as it was. CreateNewId asserts.
 //
 //     Guid_c Guid, Copy;
@@ -60,8 +60,8 @@ public:
     /// Returns a name that XML allows: `_` and the text form.
     String_T<256> ToXmlName() const;
 
-    /// Reads a name as ToXmlName returns it, with or without the `_`. Asserts that text is not null, and returns false
-    /// otherwise. Returns false for any other text, with Guid unchanged.
+    /// Reads a name as ToXmlName returns it, with or without the `_`. Asserts that text is not null. Returns false for
+    /// null and for any text that is not such a name, with Guid unchanged.
     static bool FromXmlName(char const * text, Guid_c & Guid);
 
     /// Compare the identifiers. The order is that of the text forms.

@@ -10,9 +10,7 @@ namespace
     template <typename WORD>
     std::uint64_t Load(char const * pText)
     {
-        WORD nWord;
-        std::memcpy(&nWord, pText, sizeof nWord);
-        return nWord;
+        return plat::LoadAs<WORD>(pText);
     }
 
     // Returns the hash with a further word: multiplied by 2^64 divided by the golden ratio (Knuth, TAOCP 3, 6.4), the

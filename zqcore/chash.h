@@ -165,7 +165,8 @@ public:
     /// Returns the object of a name of nLength characters and a terminator, or null.
     T * FindByName(char const * szName, std::size_t nLength) const;
 
-    /// Removes the entry of a name. Returns false if there is none.
+    /// Removes the entry of a name. If the name is in the table twice, removes the earlier entry of the chain, and the
+    /// other one stays. Returns false if there is none.
     bool DeleteByName(char const * szName);
 
     /// Removes the entry of a slot, if it has one. Next may continue from that slot.

@@ -246,7 +246,7 @@ void StringHash_T<T, KEYLEN, SIZE, STEP>::Delete(Slot_s * pSlot)
 template <typename T, int KEYLEN, int SIZE, int STEP>
 auto StringHash_T<T, KEYLEN, SIZE, STEP>::FirstFrom(Slot_s * pSlot) -> Slot_s *
 {
-    // Slots are tried one by one first, which is faster in a table that is not sparse. The word after the last is 0.
+    // Tries slots one by one first, which is faster in a table that is not sparse. The word after the last is 0.
     constexpr int NEAR = 8;
     auto i = static_cast<int>(pSlot - m_dSlots);
     for (int const iEnd = i + NEAR; i < iEnd; ++i)

@@ -214,8 +214,8 @@ ZQ_COLD bool LogStream_c::EndTornLine(std::FILE * pStream)
     return bEnded;
 }
 
-// Returns whether Follow's last check was a second ago or more. If so, this time becomes that of the last check.
-bool LogStream_c::IsCheckDue()
+// Makes this time that of Follow's last check if that was a second ago or more. Returns whether it was.
+bool LogStream_c::BeginDueCheck()
 {
     constexpr std::uint32_t CHECK_MILLISECONDS = 1000;
     std::uint32_t const tNow = plat::CoarseClockMilliseconds();

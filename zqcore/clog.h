@@ -67,9 +67,8 @@ ZQ_API void LogSetLimit(std::uint64_t nBytes, int nPrevious);
 /// that it is not null, and that it neither logs nor complains, because each of its lines would call it again.
 ZQ_API void LogAddCallback(void (*fnListener)(char const * szText));
 
-/// Format a line and pass it to each listener. Control characters other than tabs and line ends, and bytes that are not
-/// UTF-8, are escaped as in TextForLog (ctexterror.h). All functions that log or complain escape them, except
-/// Logf_raw (clogf.h). Require that fmt is not null.
+/// Format a line and pass it to each listener. Escape what TextForLog (ctexterror.h) escapes, except tabs and line
+/// ends. All functions that log or complain do so, except Logf_raw (clogf.h). Require that fmt is not null.
 ZQ_API void Log(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void LogArg(char const * fmt, std::va_list args) ZQ_PRINTF(1, 0);
 
@@ -82,11 +81,12 @@ ZQ_API void LogEscaped(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void Logc(bool bCondition, char const * fmt, ...) ZQ_PRINTF(2, 3);
 
 /// Passes a text to each listener: uncut if it is printable ASCII, else escaped as Log does and cut at LOG_LINE_LENGTH
-/// characters. message.log always cuts it there.
+/// characters. message.log always cuts it there. Requires that szText is not null.
 ZQ_API void LogText(char const * szText);
 
 /// Writes a formatted line to the debugger's output, and to no log. A host receives it through plat::DebugOutputSet
-/// (platform/debugger.h). Without a receiver it goes to standard error while a debugger is attached.
+/// (platform/debugger.h). Without a receiver it goes to standard error while a debugger is attached. Requires that fmt
+/// is not null.
 ZQ_API void Debugf(char const * fmt, ...) ZQ_PRINTF(1, 2);
 
 /// Logs the calling thread's last system error as "%s: %s" with the prefix, or as "GetLastError() returned: %s" if

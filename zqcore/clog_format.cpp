@@ -285,6 +285,7 @@ namespace
     {
         static constexpr int NONE = -1;
         static constexpr char FLAGS[] = "-+ #0'I";
+        static constexpr char LENGTHS[] = "hlqjztL";
 
         char const * pFlags;
         std::size_t nFlags = 0;
@@ -311,7 +312,7 @@ namespace
                 nPrecision = std::max(TakeNumber(pFormat, Arguments), NONE);
             }
             pLength = pFormat;
-            nLength = std::strspn(pFormat, "hlqjztL");
+            nLength = std::strspn(pFormat, LENGTHS);
             pFormat += nLength;
             cKind = *pFormat;
             pFormat += cKind != '\0';
@@ -366,7 +367,8 @@ namespace
         }
 
     private:
-        // Returns the argument of a '*', or a number of the format, or 0 if neither follows. Moves pFormat after it.
+        // Moves pFormat after the '*' or the number that follows. Returns the argument of the '*', or the number, or 0
+        // if neither follows.
         static int TakeNumber(char const *& pFormat, Arguments_s & Arguments)
         {
             if (*pFormat == '*')
@@ -446,7 +448,9 @@ namespace
         while ((fmt = std::strchr(fmt, '%')) != nullptr)
         {
             ++fmt;
-            std::size_t const nModifiers = std::strspn(fmt, "-+ #0'I*.123456789hlqjztL");
+            std::size_t nModifiers = std::strspn(fmt, Conversion_s::FLAGS);
+            nModifiers += std::strspn(fmt + nModifiers, "*.0123456789");
+            nModifiers += std::strspn(fmt + nModifiers, Conversion_s::LENGTHS);
             char const cKind = fmt[nModifiers];
             bool const bText = cKind == 's' || cKind == 'c';
             bWide = bWide || cKind == 'S' || cKind == 'C' || (bText && nModifiers > 0 && fmt[nModifiers - 1] == 'l');

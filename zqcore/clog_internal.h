@@ -50,7 +50,7 @@ public:
     template <typename PATH>
     void Follow(std::FILE * pStream, PATH const & fnPath)
     {
-        if (s_nLimit.load(std::memory_order_relaxed) != 0 && pStream == m_pOwn && IsCheckDue()) [[unlikely]]
+        if (s_nLimit.load(std::memory_order_relaxed) != 0 && pStream == m_pOwn && BeginDueCheck()) [[unlikely]]
         {
             BeginAnewAt(pStream, fnPath);
         }
@@ -90,7 +90,7 @@ private:
 
     std::size_t WriteSome(std::FILE * pStream, char const * pText, std::size_t nText) const;
     bool EndTornLine(std::FILE * pStream);
-    bool IsCheckDue();
+    bool BeginDueCheck();
 
     template <typename PATH>
     ZQ_COLD void BeginAnewAt(std::FILE * pStream, PATH const & fnPath)

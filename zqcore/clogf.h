@@ -46,9 +46,9 @@ public:
     wchar_t const * GetLogPath() const;
 
     /// Opens the log of a name if needed, and returns it. Compares names exactly, cut at 63 characters. On disk two
-    /// names that differ in case only are one file. Makes the missing levels of the folder. Returns null if sName is
-    /// null or the file can't be opened. A name may hold folders, also "..", which leads out of the log folder.
-    /// Requires that it does not come from outside.
+    /// names that differ in case only are one file. Makes the missing levels of the folder. A name may hold folders,
+    /// also "..", which leads out of the log folder. Requires that it does not come from outside. Returns null if sName
+    /// is null or the file can't be opened.
     ///
     /// The stream has no buffer and belongs to the module. The module has a table for 42 to 64 logs, depending
     /// on their names. Each use of a further name opens another stream, which is never closed.

@@ -38,7 +38,7 @@ namespace
         static constexpr std::uint32_t COUNT = CategoryStacks_t::iMask + 1;   // as many as g_Stacks has slots
         static constexpr std::uint32_t BITS = 64;                             // of a word of m_dFree
 
-        // Returns the lowest free number, or 0 if all are in use.
+        // Marks the lowest free number as in use and returns it. Returns 0 if all are in use.
         std::uint32_t Allocate()
         {
             for (std::uint32_t i = 0; i < std::size(m_dFree); ++i)

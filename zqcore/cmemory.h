@@ -224,9 +224,9 @@ ZQ_API std::ptrdiff_t MemoryTotalAllocations();
 ZQ_API std::ptrdiff_t MemoryTotalBytesAllocated();
 ZQ_API std::ptrdiff_t MemoryMaxTotalBytesAllocated();
 
-/// Start and end the tracking. Only the library's first global object calls them. MemoryInit asserts that it is off,
-/// MemoryDone that it is on. The debug heap's MemoryInit counts the blocks that live already, but not as allocations of
-/// a frame. If other threads still run at the end of the process, the tracking continues.
+/// Start and end the tracking. Only the library's first global object calls them. The debug heap's MemoryInit counts
+/// the blocks that live already, but not as allocations of a frame. If other threads still run at the end of the
+/// process, the tracking continues. MemoryInit asserts that the tracking is off, MemoryDone that it is on.
 ZQ_API void MemoryInit();
 ZQ_API void MemoryDone();
 

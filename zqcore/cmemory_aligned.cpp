@@ -80,16 +80,11 @@ namespace
     }
 
     // Returns the live block of an aligned pointer, or null. Reports a damaged header and a pointer without a block.
-    void * BlockOf(void * pUser, char const * szPlainFunction)
+    void * FindBlock(void * pUser, char const * szPlainFunction)
     {
         Header_s const Header = HeaderOf(pUser);
         return Header.Gap == GAP_FILL ? Header.pBlock : FindDamagedBlock(pUser, szPlainFunction);
     }
-}
-
-void * aligned_malloc_dbg(std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
-{
-    return aligned_offset_malloc_dbg(nSize, nAlignment, 0, iBlockType, sFile, iLine);
 }
 
 void * aligned_offset_malloc_dbg(
@@ -127,7 +122,7 @@ bool MemoryIsOwnBlock(void const * pBlock)
 
 bool MemoryGetOwnSize(void * pUser, std::size_t & nBytes)
 {
-    void * const pBlock = BlockOf(pUser, "realloc");
+    void * const pBlock = FindBlock(pUser, "realloc");
     if (pBlock)
     {
         nBytes = plat::HeapDescribe(pBlock).nOwn;
@@ -141,7 +136,7 @@ void aligned_free_dbg(void * p)
     {
         return;
     }
-    if (void * const pBlock = BlockOf(p, "free"))
+    if (void * const pBlock = FindBlock(p, "free"))
     {
         HeaderOf(p).Gap = FREED_FILL;   // a second free notices it
         plat::HeapFree(pBlock);
@@ -187,7 +182,7 @@ namespace
     void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
     {
         auto const iWord = static_cast<int>(MemoryWordOf(iBlockType));
-        void * const pUser = aligned_malloc_dbg(nBytes, nAlignment, iWord, szFile, iLine);
+        void * const pUser = aligned_offset_malloc_dbg(nBytes, nAlignment, 0, iWord, szFile, iLine);
         if (!pUser)
         {
             ReportNoMemory(nBytes, szFile, iLine);

@@ -57,7 +57,8 @@ namespace
         AddUnderLock(Counters.nTotalBytes, -iBytes);
     }
 
-    // Counts an event of the debug heap, which holds g_CategoryLock meanwhile.
+    // Counts an event of the debug heap, and writes an allocation to the call log while that is on. Asserts that the
+    // counters add up. The heap holds g_CategoryLock meanwhile.
     void CoreAllocHook(plat::HeapEvent_e eEvent, void * pUser, std::size_t nBytes, std::uint32_t dwWord)
     {
         // Checks the state before this event. The counters were not written just before, so the processor reads them
@@ -120,7 +121,7 @@ namespace
     }
 
     // Returns the object at the start of an aligned block. Reports any other block and returns null.
-    mem::Object_i const * ObjectOf(plat::HeapBlock_t const & Block)
+    mem::Object_i const * FindObject(plat::HeapBlock_t const & Block)
     {
         bool const bAligned = get_block_from_aligned(Block.pOwn) == Block.pUser;   // whatever its alignment
         return static_cast<mem::Object_i const *>(
@@ -137,7 +138,7 @@ namespace
         std::uint32_t const dwKind = Block.dwWord & MEMORY_KIND_MASK;
         ZQ_ASSERT_TEXT(dwKind == MEMORY_CLIENT_BLOCK, "blocktype == _CLIENT_BLOCK");
         ZQ_ASSERT_TEXT(sizeof(mem::Object_i) <= Block.nBytes, "sizeof ( mem::Object_i ) <= nBytes");
-        if (mem::Object_i const * const pObject = ObjectOf(Block))
+        if (mem::Object_i const * const pObject = FindObject(Block))
         {
             char szDescription[256] = {};
             bool const bLoaded = IsClassLoaded(pObject);

@@ -137,7 +137,7 @@ extern bool g_bForeignPassesOn;
 void MemoryBindOperators();
 
 /// Returns whether no counter of the debug heap is negative and the categories add up to the totals. False is not yet a
-/// fault: then MemoryCheckConsistency decides.
+/// fault: then MemoryCheckConsistency decides. Requires that the thread holds g_CategoryLock.
 bool MemoryCountersAddUp();
 
 /// Writes an allocation to the call log, except the log's own. Requires that the thread holds g_CategoryLock.
@@ -160,8 +160,8 @@ bool MemoryIsOwnBlock(void const * pBlock);
 void * MemoryAllocNormal(std::size_t nBytes, char const * szFile, int iLine);
 void MemoryFreeNormal(void * pBlock);
 
-/// Writes the size of a live aligned block to nBytes, as its caller requested it, and returns true. The debug heap
-/// reports any other pointer and returns false. The heap of a shipped game requires a live block.
+/// Writes the size of a live aligned block to nBytes, as its caller requested it, and returns true. The heap of a
+/// shipped game requires a live block. The debug heap reports any other pointer and returns false.
 bool MemoryGetOwnSize(void * pUser, std::size_t & nBytes);
 
 /// Returns the live bytes of a category. Acquires no lock, so a crash may call it.
@@ -190,7 +190,7 @@ bool MemoryOnExhausted(std::size_t nBytes);
 /// Reports why an alignment is refused, sets errno to EINVAL and returns false.
 ZQ_COLD bool MemoryRefuseAlignment(char const * szReason);
 
-/// Returns whether the alignment and the offset of a block are valid. Reports why not.
+/// Returns whether the alignment and the offset of a block are valid. If not, does what MemoryRefuseAlignment does.
 inline bool MemoryMayAlign(std::size_t nSize, std::size_t nAlignment, std::size_t nOffset)
 {
     if (nAlignment == 0 || (nAlignment & (nAlignment - 1)) != 0)

@@ -1,4 +1,4 @@
-// Aligned blocks that change their size, and the refusal of an alignment, for both heaps.
+// What both heaps share of aligned blocks: allocation without an offset, changes of size, refusal of an alignment.
 #include "zqcore/cmemory_internal.h"
 
 #include <algorithm>
@@ -10,6 +10,11 @@ bool MemoryRefuseAlignment(char const * szReason)
     plat::HeapReport("%s", szReason);
     errno = EINVAL;
     return false;
+}
+
+void * aligned_malloc_dbg(std::size_t nSize, std::size_t nAlignment, int iBlockType, char const * sFile, int iLine)
+{
+    return aligned_offset_malloc_dbg(nSize, nAlignment, 0, iBlockType, sFile, iLine);
 }
 
 void * aligned_realloc_dbg(

@@ -40,8 +40,12 @@ ZQ_API void MemoryNewLogToggle();
 ///   percentages are 0.
 /// - "uncategorized.csv": a line for each client block of category UNDEFINED.
 ///
-/// A source name that can't be read, is empty or has a control character is written as "unloaded module".
 /// Asserts that both files open. If one can't be written whole, logs the reason, and the file stays as it is.
+///
+/// The name of a source file is written as "unloaded module" in these cases:
+/// - it can't be read.
+/// - it is empty.
+/// - it has a control character.
 ZQ_API void MemoryLogAllocations();
 
 /// Returns whether a file of the last snapshot could not be opened or written whole.

@@ -166,7 +166,7 @@ void Module_c::ShutdownAllModules()
 }
 
 // Runs one of the two heartbeats inside a timer of the profiler.
-void Module_c::Heartbeat(char const * szKind, bool bFrame, double dt)
+void Module_c::RunHeartbeat(char const * szKind, bool bFrame, double dt)
 {
     String_T<256> sLabel(szKind);
     sLabel += NewString("%-20s", m_szName);
@@ -187,7 +187,7 @@ void Module_c::HeartbeatAllModulesFrame(double dt)
     {
         if (m_dModules[i])
         {
-            m_dModules[i]->Heartbeat("Frame ", true, dt);
+            m_dModules[i]->RunHeartbeat("Frame ", true, dt);
         }
     }
 }
@@ -198,7 +198,7 @@ void Module_c::HeartbeatAllModulesIdle()
     {
         if (m_dModules[i])
         {
-            m_dModules[i]->Heartbeat("Idle ", false, 0.0);
+            m_dModules[i]->RunHeartbeat("Idle ", false, 0.0);
         }
     }
 }

@@ -43,7 +43,7 @@ public:
     /// Resets the module, for the module's own use: the registry never calls it.
     virtual void Reset();
 
-    /// Returns whether Initialize has succeeded and Shutdown was not called after it.
+    /// Returns whether Module_c::Initialize has run and Module_c::Shutdown was not called after it.
     bool IsInitialized() const { return m_bIsInitialized; }
 
     /// Returns the name that was passed to the constructor.
@@ -86,11 +86,12 @@ protected:
     /// Does the second phase of the start, when all modules are initialised.
     virtual void Initialize2();
 
-    /// Stops the service and logs a line. Requires that an override calls Module_c::Shutdown. It is also called on a
-    /// module that was never initialised.
+    /// Stops the service and logs a line. ShutdownAllModules also calls it on a module that was never initialised.
+    /// Requires that an override calls Module_c::Shutdown.
     virtual void Shutdown();
 
-    /// Run the service's work of a frame and of idle time. They are also called on modules that are not initialised.
+    /// Run the service's work of a frame and of idle time. HeartbeatAllModulesFrame and HeartbeatAllModulesIdle also
+    /// call them on modules that are not initialised.
     virtual void HeartbeatFrame(double dt);
     virtual void HeartbeatIdle();
 
@@ -104,7 +105,7 @@ protected:
 private:
     static bool InitializeOne(Module_c & Module, int iOrder);
     static bool ComplainOfUninitialized();
-    void Heartbeat(char const * szKind, bool bFrame, double dt);
+    void RunHeartbeat(char const * szKind, bool bFrame, double dt);
 
     char const * m_szName;
     bool m_bIsInitialized = false;

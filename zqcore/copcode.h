@@ -18,8 +18,9 @@
 //
 // Ownership: the caller keeps the code's bytes. The decoder and the listing own pages of the system.
 // Threads: one thread for each object. Nothing acquires a lock, so all of it may run in a crashed process.
-// Cost: 120 KB of read-only data, which is not read until an object is made. Expanding the first table takes some 30
-// us, an instruction some 0.3 us, each symbol what its callback takes. The heap is not used.
+// Cost: 120 KB of read-only data, which is not read until an object is made. A decoder has 76 KiB of pages, a listing
+// 84 KiB. Expanding the first table takes some 30 us, an instruction some 0.3 us, each symbol what its callback takes.
+// The heap is not used.
 // Failure: without pages Decode returns 0.
 //
 //     struct Sink_c final : CodeListingSink_c
@@ -61,7 +62,7 @@ public:
     OpcodeDecoder_c & operator=(OpcodeDecoder_c const &) = delete;
 
     /// Sets the function that Decode calls, once or more, for each jump target, address, displacement and number of 32
-    /// or 64 bits that is not 0. Null, the initial value, means no symbols. pUser is kept for the callback.
+    /// or 64 bits that is not 0. Null, the initial value, means no symbols. Keeps pUser for the callback.
     void SetSymbolCallback(SymbolCallback_t fnSymbol, void * pUser)
     {
         m_fnSymbol = fnSymbol;

@@ -58,13 +58,13 @@ namespace
         return fLength == 0.0f ? FLT_MIN : fLength;
     }
 
-    void Normalise2(Vector2_t & v)
+    void normalize2(Vector2_t & v)
     {
         float const fLength = LengthOf(v.x * v.x + v.y * v.y);
         v = { v.x / fLength, v.y / fLength };
     }
 
-    void Normalise3(Vec3fpu_t & v)
+    void normalize3(Vec3fpu_t & v)
     {
         float const fLength = LengthOf(v.x * v.x + v.y * v.y + v.z * v.z);
         v = { v.x / fLength, v.y / fLength, v.z / fLength };
@@ -78,12 +78,12 @@ namespace
         Vector2_t & Gradient2 = g_Tables.dGradients2[i];
         Gradient2.x = DrawComponent();
         Gradient2.y = DrawComponent();
-        Normalise2(Gradient2);
+        normalize2(Gradient2);
         Vec3fpu_t Gradient3;
         Gradient3.x = DrawComponent();
         Gradient3.y = DrawComponent();
         Gradient3.z = DrawComponent();
-        Normalise3(Gradient3);
+        normalize3(Gradient3);
         g_Tables.dGradients3[i] = Float4_t{ Gradient3.x, Gradient3.y, Gradient3.z, 0.0f };
     }
 

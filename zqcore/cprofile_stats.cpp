@@ -37,7 +37,7 @@ namespace
     std::uint64_t g_nPosition = 0;       // end of what is known to be written: header and batches
     bool g_bFailed = false;              // whether the latest file, or a batch of it, is lost
 
-    // Returns the array's address in 32 bits. It is moved down if the array would cross their end, so that no linked
+    // Returns the array's address in 32 bits. Moves it down if the array would cross their end, so that no linked
     // record has the address 0, which means none.
     std::uint32_t FileAddress()
     {

@@ -6,8 +6,6 @@ namespace
 {
     using plat::RegistryType_e;
 
-    constexpr std::uint32_t PLATFORM_NT = 2;   // counts names in 16-bit units
-
     std::uint32_t Narrow(std::size_t nCount)
     {
         return static_cast<std::uint32_t>(nCount);
@@ -65,7 +63,7 @@ int Registry_c::GetKeyInfo(_tag_KEY_INFO * pInfo)
     {
         return 0;
     }
-    std::uint32_t const nUnit = m_dwPlatform == PLATFORM_NT ? 2 : 1;
+    std::uint32_t const nUnit = m_dwPlatform == plat::REGISTRY_PLATFORM_NT ? 2 : 1;
     pInfo->dwSubKeys = Narrow(Info.nSubKeys);
     pInfo->dwMaxSubKeyLength = (Narrow(Info.nMaxSubKeyLength) + 1) * nUnit;
     pInfo->dwValues = Narrow(Info.nValues);

@@ -334,7 +334,7 @@ void Script_c::SkipToken(char const * sToken)
     GetToken(szToken, false);
     if (std::strcmp(szToken, sToken) != 0)
     {
-        ComplainAt("this is not the expected token", sToken, GetTokenStart(szToken));
+        ErrorAt("this is not the expected token", sToken, GetTokenStart(szToken));
     }
 }
 
@@ -490,43 +490,33 @@ Script_c::Piece_s Script_c::NextString(int nMost, char cQuote)
     int const iOpening = m_iBytesRead - !m_bEndOfFile;
     if (cByte != cQuote)
     {
-        ComplainAt("this is no quote", nullptr, iOpening);
+        ErrorAt("this is no quote", nullptr, iOpening);
         return {};
     }
     char const * const pString = m_pData + m_iBytesRead;
-    int nString = 0;
-    if (!m_bEndOfFile)   // skips what is before the closing quote and fits
+    if (m_bEndOfFile)
     {
-        char const * const pEnd = pString + std::min(m_iBytesTotal - m_iBytesRead, std::max(nMost, 0));
-        char const * pNext = pString;
-        int nLines = 0;
-        for (; pNext < pEnd && *pNext != cQuote; ++pNext)
-        {
-            nLines += *pNext == '\n' ? 1 : 0;
-        }
-        nString = static_cast<int>(pNext - pString);
-        m_iBytesRead += nString;
-        m_iLines += nLines;
+        return { pString, 0 };
     }
-    while (!m_bEndOfFile)
+    char const * const pEnd = pString + std::min(m_iBytesTotal - m_iBytesRead, std::max(nMost, 0));
+    char const * pNext = pString;
+    int nLines = 0;
+    for (; pNext < pEnd && *pNext != cQuote; ++pNext)
     {
-        bool const bTooLong = nString >= nMost && m_iBytesRead < m_iBytesTotal && m_pData[m_iBytesRead] != cQuote;
-        ZQ_ASSERT_TEXT(!bTooLong, "nString < iMaxLength");
-        if (bTooLong)
-        {
-            break;
-        }
-        cByte = ReadByte();
-        if (m_bEndOfFile)
-        {
-            m_Errors.SetAt("no quote ends this text", nullptr, m_pData, static_cast<std::size_t>(iOpening));
-            break;
-        }
-        if (cByte == cQuote)
-        {
-            break;
-        }
-        ++nString;
+        nLines += *pNext == '\n' ? 1 : 0;
+    }
+    auto const nString = pNext - pString;
+    m_iBytesRead += static_cast<int>(nString);
+    m_iLines += nLines;
+    bool const bTooLong = m_iBytesRead < m_iBytesTotal && m_pData[m_iBytesRead] != cQuote;
+    ZQ_ASSERT_TEXT(!bTooLong, "nString < iMaxLength");
+    if (!bTooLong)
+    {
+        ReadByte();   // the closing quote, or the end of the text
+    }
+    if (m_bEndOfFile)
+    {
+        m_Errors.SetAt("no quote ends this text", nullptr, m_pData, static_cast<std::size_t>(iOpening));
     }
     return { pString, static_cast<std::size_t>(nString) };
 }
@@ -552,7 +542,7 @@ void Script_c::ReadLabelled(char const * sLabel, char * szValue)
         }
         if (bFirst)
         {
-            ComplainAt(NO_LABEL, sLabel, GetTokenStart(szValue));
+            ErrorAt(NO_LABEL, sLabel, GetTokenStart(szValue));
         }
         else
         {
@@ -603,7 +593,7 @@ float Script_c::GetFloat()
     float const fValue = TextToFloat(szToken);
     if (fValue == 0 && !IsNumber(szToken))
     {
-        ComplainAt("this is no number", szToken, GetTokenStart(szToken));
+        ErrorAt("this is no number", szToken, GetTokenStart(szToken));
     }
     return fValue;
 }
@@ -649,7 +639,7 @@ bool Script_c::Get(float & fValue)
 // Reports the token that was read last as a mismatch, and returns false.
 bool Script_c::RefuseToken(char const * szReason, char const * szToken)
 {
-    ComplainAt(szReason, szToken, GetTokenStart(szToken));
+    ErrorAt(szReason, szToken, GetTokenStart(szToken));
     return false;
 }
 
@@ -673,7 +663,7 @@ void Script_c::GetDump(char * pBuffer, int iStart, int iEnd)
 }
 
 // Stores a mismatch as the last error, and complains.
-void Script_c::ComplainAt(char const * szReason, char const * szAbout, int iPosition)
+void Script_c::ErrorAt(char const * szReason, char const * szAbout, int iPosition)
 {
     m_Errors.SetAt(szReason, szAbout, m_pData, static_cast<std::size_t>(iPosition));
     Complain();

@@ -57,9 +57,9 @@ public:
     /// Frees the copy of a file. If the script was reading that copy, its text is empty afterwards.
     void CloseFile();
 
-    /// Starts on a block of iLength bytes, which needs no terminator. Requires that the block stays while it is read.
-    /// Asserts that pText is not null and iLength not negative, and starts on an empty text otherwise. A refused text
-    /// counts as empty too. m_sName stays the file's while a file's copy is still held.
+    /// Starts on a block of iLength bytes, which needs no terminator. Asserts that pText is not null and iLength not
+    /// negative, and starts on an empty text otherwise. A refused text counts as empty too. m_sName stays the file's
+    /// while a file's copy is still held.
     void OpenMemoryLocation(char const * pText, int iLength);
 
     /// Returns why the last opening failed, or the first mismatch of the last read that had one. A quoted string
@@ -177,7 +177,7 @@ public:
     void SetPosition(int iPosition);
 
     /// Copies iEnd - iStart bytes from iStart on, without a terminator, and moves to iEnd. Requires that pBuffer has
-    /// room for them. Asserts that 0 <= iStart, iStart < iEnd and iEnd < m_iBytesTotal, and does nothing otherwise.
+    /// room for them. Asserts that 0 <= iStart < iEnd < m_iBytesTotal, and does nothing otherwise.
     void GetDump(char * pBuffer, int iStart, int iEnd);
 
     /// State for callers to read, not to write.
@@ -226,7 +226,7 @@ private:
     bool Find(char const * szToken);
     void ReadLabelled(char const * sLabel, char * szValue);
     void StartText(char const * pText, int iLength);
-    void ComplainAt(char const * szReason, char const * szAbout, int iPosition);
+    void ErrorAt(char const * szReason, char const * szAbout, int iPosition);
     void Complain() const;
     int GetTokenStart(char const * szToken) const;
 

@@ -59,7 +59,8 @@ namespace
 
         void const * Get(int iSlot) const { return dReady[iSlot / PAGE_SLOTS] ? dSlots[iSlot] : FreeSlot(); }
 
-        void const *& Slot(int iSlot)
+        // Return the place of a slot's address, and of its class, to be written. Prepare the page.
+        void const *& UseSlot(int iSlot)
         {
             if (!dReady[iSlot / PAGE_SLOTS]) [[unlikely]]
             {
@@ -68,9 +69,9 @@ namespace
             return dSlots[iSlot];
         }
 
-        std::uint16_t & Class(int iSlot)
+        std::uint16_t & UseClass(int iSlot)
         {
-            Slot(iSlot);
+            UseSlot(iSlot);
             return dClasses[iSlot];
         }
 
@@ -95,7 +96,7 @@ namespace
     Table_s g_Table;
 
     // Stores the label, or compares the file's with it.
-    void Put(Serializeable_c & archive, SerializerLabel_t const & Label)
+    void TransferLabel(Serializeable_c & archive, SerializerLabel_t const & Label)
     {
         archive.Label(Label.szName, Label.dwLabel);
     }
@@ -130,7 +131,7 @@ struct Serializer_c::OpenRecord_s
         , pObject(pTarget)
         , pOuter(s_pOpen)
     {
-        g_Table.Class(iSlot) = CLASS_OPEN;
+        g_Table.UseClass(iSlot) = CLASS_OPEN;
         s_pOpen = this;
     }
     ~OpenRecord_s() { s_pOpen = pOuter; }
@@ -223,7 +224,7 @@ bool Serializer_c::AddVoidToCache(void const * pPointer, int * pIndex)
     int iSlot = HashFunc(pPointer);
     for (int nProbes = 0; nProbes < HASH_SIZE; ++nProbes)
     {
-        void const *& pSlot = g_Table.Slot(iSlot);
+        void const *& pSlot = g_Table.UseSlot(iSlot);
         bool const bNew = pSlot == FreeSlot();
         if (bNew || pSlot == pPointer)
         {
@@ -255,7 +256,7 @@ void Serializer_c::Store(int iPointer, void const * pPointer, std::uint16_t iCla
 {
     if (iPointer != -1)
     {
-        g_Table.Slot(iPointer) = pPointer;
+        g_Table.UseSlot(iPointer) = pPointer;
         g_Table.dClasses[iPointer] = iClass;
     }
 }
@@ -328,14 +329,14 @@ bool Serializer_c::WriteRecord(Serializeable_c & archive, void *& pObject)
     archive.Serialize(iPointer);
     if (!bNew)
     {
-        Put(archive, SERIALIZER_PLAIN);
+        TransferLabel(archive, SERIALIZER_PLAIN);
         return iPointer == -1 || IsOfClass(iPointer, m_iClass);
     }
     g_Table.dClasses[iPointer] = m_iClass;
-    Put(archive, SERIALIZER_BEGIN);
+    TransferLabel(archive, SERIALIZER_BEGIN);
     archive.SerializeString(m_sClassName);
     RunBody(archive, pObject);
-    Put(archive, SERIALIZER_END);
+    TransferLabel(archive, SERIALIZER_END);
     return true;
 }
 
@@ -370,7 +371,7 @@ void Serializer_c::WriteTyped(
     }
     int iNull = -1;
     archive.Serialize(iNull);
-    Put(archive, SERIALIZER_PLAIN);
+    TransferLabel(archive, SERIALIZER_PLAIN);
 }
 
 void * Serializer_c::ReadTyped(Serializeable_c & archive, Expected_s const & Expected)
@@ -442,7 +443,7 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Expecte
     bool bLoaded = ReadIdentifier(archive, iPointer);
     if (bLoaded && IsInCache(iPointer))
     {
-        Put(archive, SERIALIZER_PLAIN);
+        TransferLabel(archive, SERIALIZER_PLAIN);
         bLoaded = !archive.IsFailed();
         Reconstruct(bLoaded ? iPointer : -1, pObject);
     }
@@ -458,7 +459,7 @@ int Serializer_c::ReadRecord(Serializeable_c & archive, void *& pObject, Expecte
 // there is no stack for the body.
 bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& pObject, Expected_s const & Expected)
 {
-    Put(archive, SERIALIZER_BEGIN);
+    TransferLabel(archive, SERIALIZER_BEGIN);
     Serializer_c * const pSerializer = ReadClass(archive, iPointer, Expected);
     if (!pSerializer)
     {
@@ -472,7 +473,7 @@ bool Serializer_c::ReadObject(Serializeable_c & archive, int iPointer, void *& p
         }
     }
     Store(iPointer, pObject, pSerializer->m_iClass);
-    Put(archive, SERIALIZER_END);
+    TransferLabel(archive, SERIALIZER_END);
     return true;
 }
 
@@ -496,7 +497,7 @@ Serializer_c * Serializer_c::ReadClass(Serializeable_c & archive, int iPointer, 
     bool const bExpected = !pSerializer || Expected.Accepts(*pSerializer);
     ZQ_ASSERT_ESCAPED(bExpected || bSilent, "sClassName == m_sClassName", "class '%s' for '%s' in '%s' file", szClass,
         Expected.szName, archive.GetFileName());
-    bool const bFirst = g_Table.Class(iPointer) != CLASS_OPEN;
+    bool const bFirst = g_Table.UseClass(iPointer) != CLASS_OPEN;
     ZQ_ASSERT_ESCAPED(bFirst || bSilent, "object is not inside itself", "identifier %d in '%s' file", iPointer,
         archive.GetFileName());
     if (!pSerializer || !bExpected || !bFirst)
@@ -521,7 +522,7 @@ void Serializer_c::RegisterOwnPointer(Serializeable_c & archive, void const * pP
 // one.
 void Serializer_c::Register(Serializeable_c & archive, void const * pPointer, std::uint16_t iClass)
 {
-    Put(archive, SERIALIZER_REGISTERED);
+    TransferLabel(archive, SERIALIZER_REGISTERED);
     if (archive.IsFailed())
     {
         return;
@@ -585,7 +586,7 @@ void Serializer_c::RegisterSerializedStaticPointer(void * pPointer, String_T<NAM
 
 void Serializer_c::StartSerialize(Serializeable_c & archive, bool bStaticPointers)
 {
-    Put(archive, SERIALIZER_PASS);
+    TransferLabel(archive, SERIALIZER_PASS);
     ResetCache();
     if (bStaticPointers && !archive.IsFailed())
     {

@@ -138,8 +138,8 @@ public:
     /// i-th registered one and loads it. Requires the same flag in save and load.
     ///
     /// If the file has another number of static objects, logs a line, and cuts the list or fills it with nulls to the
-    /// file's number, for later passes too. So the static objects that an older file lacks must be registered again
-    /// after its load. A check (cserializecheck.h) changes nothing.
+    /// file's number, for later passes too. Requires that the static objects that an older file lacks are registered
+    /// again after its load. A check (cserializecheck.h) changes nothing.
     static void StartSerialize(Serializeable_c & archive, bool bStaticPointers);
 
     /// Frees every slot. Costs nothing if all are free.
@@ -147,7 +147,7 @@ public:
 
     /// Adds a static object that has no contents in files. Does not add null, or an object that was added since the
     /// table was last reset, by ResetCache or the constructor of a serializer. Requires calls before the first pass, in
-    /// the same order in each run.
+    /// the same order in each run, or after a load that has cut the object from the list (StartSerialize).
     static void RegisterStaticPointer(void * pPointer);
 
     /// Assigns an identifier to the address of a body's object or of one of its parts, so that pointers can lead there.
@@ -305,9 +305,10 @@ private:
 /// or the function `Serialize` of T (cserialize.h) transfers the fields. BASES are the bases of T whose pointers may
 /// lead to objects of T.
 ///
-/// Requires that a T with virtual functions has a public member `virtual Serializer_c & GetSerializer() const`, which
-/// returns the instance, and that each class that derives from T overrides it and has a Serializer_T of its own. A T
-/// that is final or has no virtual functions needs no such member.
+/// Requires of a T that has virtual functions and is not final:
+/// - T has a public member `virtual Serializer_c & GetSerializer() const`, which returns the instance.
+/// - Each class that derives from T overrides that member.
+/// - Each class that derives from T has a Serializer_T of its own.
 template <typename T, typename... BASES>
 class Serializer_T : public Serializer_c
 {

@@ -8,8 +8,7 @@ namespace
 {
     constinit ModuleSinCos_c g_Module;
     constexpr double FLOAT_PI = 3.1415927410125732;   // pi, rounded to a float
-    constexpr int HALF_TURN = 32768;                  // angle in 16 bits
-    constexpr std::size_t ANGLE_STEP = 2 * HALF_TURN / SIN_TABLE_SIZE;
+    constexpr int HALF_TURN = SIN_ANGLES_OF_TURN / 2;
 }
 
 ModuleSinCos_c::~ModuleSinCos_c() = default;
@@ -23,7 +22,7 @@ bool ModuleSinCos_c::Initialize()
 {
     for (std::size_t i = 0; i < g_dSinTable.size(); ++i)
     {
-        float const fAngle = static_cast<float>(static_cast<double>(i * ANGLE_STEP) * FLOAT_PI / HALF_TURN);
+        float const fAngle = static_cast<float>(static_cast<double>(i * SIN_ANGLE_STEP) * FLOAT_PI / HALF_TURN);
         g_dSinTable[i] = static_cast<float>(std::sin(static_cast<double>(fAngle)));
     }
     return Module_c::Initialize();

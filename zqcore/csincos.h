@@ -25,6 +25,10 @@
 /// Entries of the table for one whole turn.
 inline constexpr int SIN_TABLE_SIZE = 4096;
 
+/// Angles of a turn, and angles that share an entry of the table.
+inline constexpr int SIN_ANGLES_OF_TURN = 65536;
+inline constexpr int SIN_ANGLE_STEP = SIN_ANGLES_OF_TURN / SIN_TABLE_SIZE;
+
 /// Table of sines. Each entry is the nearest float to the sine of the nearest float to its angle, with pi as a float.
 extern ZQ_API std::array<float, SIN_TABLE_SIZE> g_dSinTable;
 
@@ -48,9 +52,9 @@ protected:
 /// negative angles wrap.
 inline float SinOfAngle(int iAngle)
 {
-    return g_dSinTable[static_cast<unsigned>(iAngle) >> 4 & (SIN_TABLE_SIZE - 1)];
+    return g_dSinTable[static_cast<unsigned>(iAngle) / SIN_ANGLE_STEP & (SIN_TABLE_SIZE - 1)];
 }
 inline float CosOfAngle(int iAngle)
 {
-    return g_dSinTable[((static_cast<unsigned>(iAngle) >> 4) + SIN_TABLE_SIZE / 4) & (SIN_TABLE_SIZE - 1)];
+    return g_dSinTable[(static_cast<unsigned>(iAngle) / SIN_ANGLE_STEP + SIN_TABLE_SIZE / 4) & (SIN_TABLE_SIZE - 1)];
 }

@@ -101,7 +101,6 @@ public:
     /// - the spreadsheet is open already.
     /// - the name is null.
     /// - the file can't be opened or read.
-    /// - a failed Refresh has left the open file without contents. This case logs no line.
     /// - the file is in UTF-16.
     /// - the file has no row, or an error after the head.
     bool Open(char const * sFileName, SpreadsheetFmtDesc_t const * pFmt);
@@ -146,9 +145,9 @@ public:
     /// Returns the name of the current column, or null without one.
     char const * GetCurrentColumn() const;
 
-    /// Move to the first row, or to the next row after the current one, whose cell in that column has this value, and
-    /// return true. Return false and select neither row nor column if there is none. FindNextCell does so also without
-    /// a current row.
+    /// Move to the column, and to the first row, or the next one after the current row, whose cell in it has this
+    /// value, and return true. Return false and select neither row nor column if there is none. FindNextCell does so
+    /// also without a current row.
     bool FindFirstCell(char const * sColumn, char const * sValue);
     bool FindNextCell(char const * sColumn, char const * sValue);
 

@@ -176,7 +176,8 @@ struct std::hash<String_T<N>>
     std::size_t operator()(String_T<N> const & sText) const noexcept { return std::hash<std::string_view>()(sText); }
 };
 
-/// Returns a text formatted like printf, cut at 255 characters.
+/// Returns a text formatted like printf, cut at 255 characters. Asserts that sFmt is not null, and returns an empty
+/// text otherwise.
 ZQ_API String_T<256> NewString(char const * sFmt, ...) ZQ_PRINTF(1, 2);
 
 /// Returns a text formatted like printf in the next of 16 static buffers, cut at 4095 characters. It stays unchanged

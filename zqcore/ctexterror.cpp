@@ -129,6 +129,7 @@ void TextErrors_c::SetAt(char const * szReason, char const * szAbout, char const
 char const * TextSkipMarkSlow(char const *& pBegin, char const * pEnd)
 {
     std::string_view const sText(pBegin, static_cast<std::size_t>(pEnd - pBegin));
+    // RFC 2781 has the marks of UTF-16, RFC 3629 that of UTF-8.
     if (sText.starts_with("\xFF\xFE") || sText.starts_with("\xFE\xFF"))
     {
         return "the text is UTF-16; only UTF-8 is read";

@@ -84,9 +84,10 @@ private:
 /// file is logged as "text".
 ZQ_API void SetTextErrorLog(bool bEnable);
 
-/// Returns a copy of a text from outside, such as a name or a cell, that is safe in a log line or on a terminal.
+/// Returns a copy of a text from outside, such as a name or a cell, that is safe in a log line or on a terminal: it
+/// can't begin a line of its own or control a terminal. The copy has at most LOG_LINE_LENGTH bytes. Returns an empty
+/// text for null.
+///
 /// Control characters, and those that end lines or turn the direction of writing, become escapes such as `\n`, `\x1B`
-/// or `\u009B`. A byte that is not UTF-8 becomes one such as `\xFF`. So the text can't begin a line of its own or
-/// control a terminal. Other text is unchanged. The copy has at most LOG_LINE_LENGTH bytes. Returns an empty text for
-/// null.
+/// or `\u009B`. A byte that is not UTF-8 becomes one such as `\xFF`. Other text is unchanged.
 ZQ_API String_T<LOG_LINE_LENGTH + 1> TextForLog(char const * szText);

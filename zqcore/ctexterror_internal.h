@@ -17,7 +17,7 @@ char const * TextSkipMarkSlow(char const *& pBegin, char const * pEnd);
 /// Does what TextSkipMarkSlow does. An ASCII text costs no call.
 inline char const * TextSkipMark(char const *& pBegin, char const * pEnd)
 {
-    constexpr unsigned char LOWEST_MARK = 0xEF;
+    constexpr unsigned char LOWEST_MARK = 0xEF;   // first byte of UTF-8's mark (RFC 3629); those of UTF-16 are higher
     return pBegin < pEnd && static_cast<unsigned char>(*pBegin) >= LOWEST_MARK ? TextSkipMarkSlow(pBegin, pEnd)
                                                                                : nullptr;
 }

@@ -434,7 +434,8 @@ void WarehouseScan_t::ReadQuotedCell(Classes_c const & Classes, SINK & Sink)
     SkipSeparator(Classes);
 }
 
-// Passes the sink a cell in which double quotes are doubled.
+// Passes the sink a cell that has doubled quotes, with one quote for each pair. Cuts it at WAREHOUSE_CELL_SIZE bytes
+// and stores the position of a cell that is cut.
 template <typename SINK>
 void WarehouseScan_t::PassEscapedCell(int nStart, int nEnd, SINK & Sink)
 {

@@ -107,9 +107,11 @@ namespace plat
             return g_iReporter.compare_exchange_strong(iReporter, iThread) ? iThread : iReporter;
         }
 
-        // Claims the filter and prepares the calling thread for it. Returns false if the thread may not run it. A fault
-        // in a guarded call ends that call instead. Outside one, a fault of the filter itself is passed on. A fault of
-        // another thread waits until the filter is done, and then at most DYING_LIMIT for the end of the process.
+        // Claims the filter and prepares the calling thread for it. Waits while another thread runs the filter. If the
+        // process is about to end, waits for that too, at most DYING_LIMIT. A fault in a guarded call ends that call
+        // instead. Returns false in these cases:
+        // - The filter has passed on the fault of another thread.
+        // - The fault is one of the filter itself, outside a guarded call.
         bool BeginFilter()
         {
             FaultGuardEscape();

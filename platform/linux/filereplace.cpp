@@ -22,18 +22,11 @@ namespace plat
     {
         constexpr mode_t RIGHTS = 0777;   // bits of a mode that a replacement copies
 
-        // Returns whether a path names an open file in any spelling, and sets the path to that spelling. If it names
-        // another one, errno is ESTALE. If it names none, or the system does not report it, errno is that of the failed
-        // call.
+        // Does what IsNamed does, and returns false, with errno, if the facts of the open file can't be read.
         bool StillNames(DiskPath_c & Path, int iFile)
         {
-            struct stat Named, Open;
-            if (ReadStat(Path, Named) != 0 || fstat(iFile, &Open) != 0)
-            {
-                return false;
-            }
-            errno = ESTALE;
-            return IsOneFile(Named, Open);
+            struct stat Open;
+            return fstat(iFile, &Open) == 0 && IsNamed(Path, Open);
         }
 
         // Finds the spelling of a file's new name. Returns false if the name exists and bReplace is false, or on

@@ -131,13 +131,6 @@ namespace plat
             }
         }
 
-        // Returns whether a path names an open file in any spelling, and sets the path to that spelling.
-        bool IsNamed(DiskPath_c & Path, struct stat const & File)
-        {
-            struct stat Named;
-            return ReadStat(Path, Named) == 0 && IsOneFile(Named, File);
-        }
-
         // Returns whether an open file is deleted, or RenamePrevious has renamed it.
         bool IsPrevious(char const * szPath, int nPrevious, struct stat const & File)
         {

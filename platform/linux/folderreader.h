@@ -66,7 +66,7 @@ namespace plat
             return nRead > 0;
         }
 
-        /// Position that no entry follows. If the file system reports it for the last entry, one system call is saved.
+        /// Position that no entry follows. If the file system reports it for the last entry, Fill saves a system call.
         static constexpr std::int64_t LAST_POSITION = INT64_MAX;
 
         int m_iFolder;

@@ -117,8 +117,9 @@ namespace plat
             Lock_c m_Lock;
 
         private:
-            // Chooses a sequence if there is none, or if the clock was set back. Returns a tick that was not used yet
-            // with the sequence.
+            // Chooses a sequence if there is none, or if the clock was set back by more than SMALL_STEP_BACK. After a
+            // smaller step, or in the tick of the last identifier, waits until the clock has passed that tick. Returns
+            // a tick that was not used yet with the sequence.
             std::uint64_t NextTick()
             {
                 std::uint64_t tTick = Now();

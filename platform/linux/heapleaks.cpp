@@ -115,7 +115,7 @@ namespace plat
                 return pAbove != m_dBlocks && nAddress < pAbove[-1].nEnd ? pAbove - 1 : nullptr;
             }
 
-            // Marks the blocks that the words of a range point into. They are scanned later.
+            // Marks the blocks that the words of a range point into. The constructor scans them later.
             void Scan(std::uintptr_t nBegin, std::uintptr_t nEnd)
             {
                 std::uintptr_t nWord;

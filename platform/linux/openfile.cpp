@@ -1,7 +1,9 @@
 #include "platform/linux/openfile.h"
 
+#include "platform/linux/facts.h"
 #include "platform/linux/spelling.h"
 
+#include <cerrno>
 #include <cstring>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -118,6 +120,17 @@ namespace plat
     int ReadStat(DiskPath_c & Path, struct stat & Stat)
     {
         return Path.Try([&Stat](char const * szTry) { return lstat(szTry, &Stat); });
+    }
+
+    bool IsNamed(DiskPath_c & Path, struct stat const & File)
+    {
+        struct stat Named;
+        if (ReadStat(Path, Named) != 0)
+        {
+            return false;
+        }
+        errno = ESTALE;
+        return IsOneFile(Named, File);
     }
 
     bool IsThere(DiskPath_c & Path)

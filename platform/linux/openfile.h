@@ -38,9 +38,9 @@ namespace plat
         Unknown   // the system grants no lease on this file
     };
 
-    /// The folder of a path as the disk spells it. It is opened before a name in it changes, so that nothing changes if
-    /// it can't be opened. If the folder may not be read, Sync synchronises iNamed instead: the open file whose name in
-    /// it changes. With NOT_OPEN, Sync does nothing in that case. Requires that iNamed stays open.
+    /// The folder of a path as the disk spells it. The constructor opens it before a name in it changes, so that
+    /// nothing changes if it can't be opened. If the folder may not be read, Sync synchronises iNamed instead: the open
+    /// file whose name in it changes. With NOT_OPEN, Sync does nothing in that case. Requires that iNamed stays open.
     class FolderSync_c
     {
     public:
@@ -75,7 +75,7 @@ namespace plat
         FolderLock_c & operator=(FolderLock_c const &) = delete;
 
         /// Returns false in these cases:
-        /// - Another FolderLock_c holds the lock.
+        /// - Another FolderLock_c, or another program, holds the lock.
         /// - The folder can't be opened, for another reason than a missing right to read it.
         bool IsHeld() const { return m_bHeld; }
 
@@ -120,6 +120,11 @@ namespace plat
     /// follow a link. Returns 0, or -1 on failure.
     int ReadStat(DiskPath_c & Path, struct stat & Stat);
 
+    /// Returns whether a path names the open file of these facts in any spelling, and sets the path to that spelling.
+    /// If the path names another file, errno is ESTALE. If it names none, or the system does not report it, errno is
+    /// that of the failed call.
+    bool IsNamed(DiskPath_c & Path, struct stat const & File);
+
     /// Returns whether a path names anything in any spelling, including a link whose target is missing, and sets the
     /// path to that spelling.
     bool IsThere(DiskPath_c & Path);
@@ -133,10 +138,9 @@ namespace plat
 
     /// Opens an existing regular file of any spelling for writing, with the flags and the mode of open(2). Returns the
     /// descriptor, which the caller closes.
-    /// - With O_CREAT a missing file is created exclusively, in the path's own spelling and in the folder that was
-    ///   found.
-    /// - With O_EXCL as well, an existing file of any spelling is refused.
-    /// - O_TRUNC empties a file that passed.
+    /// - With O_CREAT, creates a missing file exclusively, in the path's own spelling and in the folder that was found.
+    /// - With O_EXCL as well, refuses an existing file of any spelling.
+    /// - With O_TRUNC, empties a file that passed.
     ///
     /// Returns -1 on failure. errno is that of the system, or:
     /// - EEXIST for any existing name, with O_EXCL.
