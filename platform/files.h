@@ -63,7 +63,7 @@ namespace plat
         bool bAscii = false;             // whether all bytes of the name are ASCII
         bool bReachable = true;   // whether a path leads to it; if not (a `\` in the name), bLink and Facts are unset
         bool bFailed = false;     // whether the system could not report what it is; Facts are not valid then
-        bool bFile = false;       // if bFailed: whether its folder says that it is a regular file
+        bool bFile = false;       // whether its folder says that it is a regular file; set only if bFailed
         FileFacts_t Facts;        // all facts of a regular file or of a link's target, otherwise at least the kind
     };
 
@@ -119,7 +119,6 @@ namespace plat
     /// start. Returns the new position, or -1 on failure.
     std::int64_t FileSeek(File_t hFile, std::int64_t iOffset, int iOrigin);
 
-    /// Closes an open file.
     void FileClose(File_t hFile);
 
     /// Reads the facts of what the path names, following links. Returns false on failure, for instance if it names

@@ -67,8 +67,8 @@ namespace plat
         /// Returns what identifies the open watch in lists of open files. Returns null while closed.
         void * GetHandle() const;
 
-        /// Requests the next batch. Requires a zeroed buffer, aligned to 4 bytes. The buffer belongs to the watch until
-        /// WriteBatch returns true or the watch is closed. Does nothing while closed.
+        /// Requests the next batch. Does nothing while closed. Requires a zeroed buffer, aligned to 4 bytes. The buffer
+        /// belongs to the watch until WriteBatch returns true or the watch is closed.
         void RequestBatch(void * pBuffer, std::size_t nBytes);
 
         /// Writes the changes since the previous batch to the buffer of RequestBatch and returns whether there are any.

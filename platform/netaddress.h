@@ -21,8 +21,8 @@ namespace plat
     using NetAddressSource_t = NetAddress_e (*)(unsigned char (&dAddress)[NET_ADDRESS_SIZE]);
 
     /// Copies the address of an Ethernet-like interface and returns its uniqueness. Prefers one with a global address,
-    /// then one that is up, then the system's first. If it returns Missing, dAddress is unchanged. Asks the system each
-    /// time, or the host's function if there is one.
+    /// then one that is up, then the system's first. Asks the system each time, or the host's function if there is one.
+    /// If it returns Missing, dAddress is unchanged.
     NetAddress_e NetAddressGet(unsigned char (&dAddress)[NET_ADDRESS_SIZE]);
 
     /// Replaces the system's interfaces by a function of the host; null restores them. Returns the previous function.

@@ -126,7 +126,7 @@ namespace plat
     /// time of the key's last write. Reads all values. Returns false on failure.
     bool RegistryGetKeyInfo(RegistryKey_t hKey, RegistryKeyInfo_t & Info);
 
-    /// Kind of system that counts names in 16-bit units, with its number in the Windows SDK (VER_PLATFORM_WIN32_NT).
+    /// Kind of system that counts names in 16-bit units. Its number is that of VER_PLATFORM_WIN32_NT (Windows SDK).
     inline constexpr std::uint32_t REGISTRY_PLATFORM_NT = 2;
 
     /// Return and set the kind of system. 0 counts names in bytes. REGISTRY_PLATFORM_NT counts them in 16-bit units, so

@@ -86,8 +86,8 @@ namespace
         Map.pMap = Field.pBytes;
     }
 
-    // Sets New to the size that holds both and returns true. Returns false if nothing has to grow, or if a wanted size
-    // is below 1. Asserts that the new size is allowed, and returns false otherwise.
+    // Sets New to the size that holds both and returns true. Asserts that the new size is allowed, and returns false
+    // otherwise. Returns false if nothing has to grow, or if a wanted size is below 1.
     bool GrowExtent(Extent_s const & Old, Extent_s const & Wanted, Extent_s & New)
     {
         if (Wanted.iX < 1 || Wanted.iY < 1 || Wanted.iZ < 1)

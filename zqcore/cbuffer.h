@@ -50,8 +50,8 @@ public:
     static constexpr unsigned int MAX_BYTES = 0x3FFFFFFF;   // of the whole buffer; only ExpandBuffer checks it
 
     /// Appends a copy of nBytes bytes and returns true. The bytes may be the buffer's own. Previous data pointers
-    /// become invalid. Returns false at once if nBytes is 0. Asserts that pBytes is not null and that the whole fits
-    /// MAX_BYTES, and otherwise returns false and changes nothing.
+    /// become invalid. Asserts that pBytes is not null and that the whole fits MAX_BYTES, and otherwise returns false
+    /// and changes nothing. Returns false at once if nBytes is 0.
     bool ExpandBuffer(void const * pBytes, unsigned int nBytes);
 
     void * GetBufferData() const override;

@@ -1,5 +1,6 @@
-// ccrc_internal.h: the implementations of CRC-32, and the CRC-32 of a text. All implementations return the same value
-// for the same bytes.
+// ccrc_internal.h: the implementations of CRC-32, and the CRC-32 of a text.
+//
+// All implementations return the same value for the same bytes.
 #pragma once
 
 #include "zqcore/cconfig.h"

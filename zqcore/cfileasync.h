@@ -24,9 +24,10 @@
 // Threads: the main thread calls all functions. The worker holds the lock of the file that it reads. An open or a close
 // of that file, or the shutdown of the module, waits for the read and raises the worker to the normal class meanwhile.
 // On a system that can't raise a thread (plat::ThreadCanBeLifted), the worker reads a FileOnDisk_c without its lock. On
-// such a system a FileOpen reads the file itself. The shutdown cancels the read of the worker. Nothing else here waits
-// for a read in progress. A forked child has the requests and files of the parent. It starts a worker at the first call
-// that needs one. Requires that at the fork no other thread uses a file that is in no table and has no request.
+// such a system a FileOpen reads the file itself, and the shutdown cancels the read of the worker. Nothing else here
+// waits for a read in progress. A forked child has the requests and files of the parent. It starts a worker at the
+// first call that needs one. Requires that at the fork no other thread uses a file that is in no table and has no
+// request.
 // Cost: the worker sleeps while there is no request. FilePrefetch and FileUnfetch walk the table of files.
 // Failure: a failed read is done too. It adds no reference. A buffer may then hold a part of the contents.
 //
@@ -100,8 +101,8 @@ private:
 /// than one request poll the newest handle first, or poll by file.
 ZQ_API void * FileAsyncOpen(File_c * pFile, void * pBuffer);
 
-/// Removes the request if it is done, even if its read failed, and returns true. Returns false while it is not done,
-/// and for an unknown handle. Asserts that the handle is known.
+/// Removes the request if it is done, even if its read failed, and returns true. Returns false while it is not done.
+/// Asserts that the handle is known, and returns false otherwise.
 ZQ_API bool FileAsyncIsLoaded(void * file);
 
 /// Removes the oldest request for this file if it is done, even if its read failed, and returns true. Returns false

@@ -47,8 +47,8 @@ ZQ_API void FileOpenTracker(void * hFile, char const * sName);
 ZQ_API void FileCloseTracker(void * hFile);
 
 /// Opens the response logs of dwMask in the media root's folder Logs. Their <name> is sName, or "thegame" if that is
-/// null or empty. First closes those of them that are open. Also with bAppend, the clean log then writes each path
-/// again. Deletes old contents, unless bAppend is set. Logs outside of dwMask stay open. Without the folder no log is
+/// null or empty. First closes those of them that are open. The clean log then writes each path again, also with
+/// bAppend. Deletes old contents, unless bAppend is set. Logs outside of dwMask stay open. Without the folder no log is
 /// created.
 ///
 /// Sets g_bCollectResource to true. Opens are written while ModuleFile_c is initialised, as the paths that were opened.

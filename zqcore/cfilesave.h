@@ -88,8 +88,8 @@ public:
     /// - the system can't make the lock. The reason is in its words.
     bool IsLocked() const;
 
-    /// Set and return how many previous saves a commit keeps, 0 at start. Asserts that the number is 0 to
-    /// MAX_PREVIOUS. Other values are clamped. A commit does not delete previous saves with higher numbers.
+    /// Set and return how many previous saves a commit keeps, 0 at start. A commit does not delete previous saves with
+    /// higher numbers. Asserts that the number is 0 to MAX_PREVIOUS. Other values are clamped.
     void SetPrevious(int nPrevious);
     int GetPrevious() const { return m_nPrevious; }
 
@@ -98,12 +98,12 @@ public:
 
     /// Reads the save, or a previous one as in GetPath, checks it and returns its state. Returns NEWER or OLDER for a
     /// save whose major version (the high 16 bits) differs from dwVersion's, or whose minor version is above
-    /// dwVersion's. A newer form of the seal is NEWER too, and a CRC-32 without a seal OLDER. Frees the contents of the
-    /// previous load. Requires that their reader is closed.
+    /// dwVersion's. Also returns NEWER for a newer form of the seal, and OLDER for a CRC-32 without a seal. Frees the
+    /// contents of the previous load. Requires that their reader is closed.
     State_e Load(std::uint32_t dwVersion, int iPrevious = 0);
 
     /// Opens the archive that Load has found whole and returns it, for one Readable_c, which frees the contents when it
-    /// is closed. Returns null if there is none. The file is not in the table of files.
+    /// is closed. The file is not in the table of files. Returns null if there is none.
     File_c * OpenFile();
 
     /// Renames the save, in any state, sets sTo to the new path and returns true. The new name has ".old" at its end,

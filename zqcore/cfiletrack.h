@@ -29,8 +29,8 @@
 // Threads: main thread. The watch has no thread of its own. A forked child reports only changes after its first call.
 // Its parent reports the earlier ones.
 // Cost: a call without changes is one system call that does not wait.
-// Failure: log lines. A failed FileTrackChanges also raises an Achtung. FileTrackGetProblem returns the latest problem
-// of the watch.
+// Failure: log lines. A failed FileTrackChanges also raises an Achtung, unless FileOpenTracker excepts the name.
+// FileTrackGetProblem returns the latest problem of the watch.
 //
 //     auto const OnChange = [](char const * szName) { FileStream(szName)->Refresh(); };
 //     g_FileTrackChangesCallbacker.Add(OnChange, false);

@@ -116,7 +116,7 @@ public:
     int WaterMark() const { return m_Marks.Level(); }
     int HighWaterMark() const { return m_Marks.Peak(); }
 
-    /// Sets the peak to 0, even if elements are in use.
+    /// Sets the high water mark to 0, even if elements are in use.
     void ResetHighWaterMark() { m_Marks.ClearPeak(); }
 
 private:
@@ -195,7 +195,7 @@ public:
     /// Leaves the sizes unchanged if a value is below 1. Asserts that the pool has no chunks.
     void Init(int iElements, int iElementSize);
 
-    /// Frees all chunks, with the elements in use. Sizes and peak stay, and Alloc may follow.
+    /// Frees all chunks, with the elements in use. Sizes and high water mark stay, and Alloc may follow.
     void Reset();
 
     /// Allocates an element, and a chunk if necessary, and returns the element. Asserts and returns null only in these
@@ -224,7 +224,7 @@ public:
     int WaterMark() const { return m_Marks.Level(); }
     int HighWaterMark() const { return m_Marks.Peak(); }
 
-    /// Sets the peak to 0, even if elements are in use.
+    /// Sets the high water mark to 0, even if elements are in use.
     void ResetHighWaterMark() { m_Marks.ClearPeak(); }
 
 private:

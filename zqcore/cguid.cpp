@@ -19,7 +19,7 @@ namespace
 
     // Warns of every status but GUID_OK, also of one that permits the use. Returns whether an identifier of this status
     // may be used.
-    bool WarnOfStatus(std::uint32_t dwStatus)
+    bool CheckStatus(std::uint32_t dwStatus)
     {
         switch (dwStatus & 0xFFFF)   // the result is in the low 16 bits
         {
@@ -88,7 +88,7 @@ Guid_c::Guid_c(std::uint32_t dw0, std::uint32_t dw1, std::uint32_t dw2, std::uin
 bool Guid_c::Create(Guid_c & Guid)
 {
     plat::Guid_t New;
-    if (!WarnOfStatus(plat::GuidCreateSequential(New)))
+    if (!CheckStatus(plat::GuidCreateSequential(New)))
     {
         return false;
     }

@@ -67,8 +67,9 @@ ZQ_API void LogSetLimit(std::uint64_t nBytes, int nPrevious);
 /// that it is not null, and that it neither logs nor complains, because each of its lines would call it again.
 ZQ_API void LogAddCallback(void (*fnListener)(char const * szText));
 
-/// Format a line and pass it to each listener. Escape what TextForLog (ctexterror.h) escapes, except tabs and line
-/// ends. All functions that log or complain do so, except Logf_raw (clogf.h). Require that fmt is not null.
+/// Format a line and pass it to each listener. Escape what TextForLog (ctexterror.h) escapes, except tabs, line feeds
+/// and carriage returns. All functions that log or complain do so, except Logf_raw (clogf.h). Require that fmt is not
+/// null.
 ZQ_API void Log(char const * fmt, ...) ZQ_PRINTF(1, 2);
 ZQ_API void LogArg(char const * fmt, std::va_list args) ZQ_PRINTF(1, 0);
 

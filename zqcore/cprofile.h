@@ -58,8 +58,8 @@ struct timerFrame_t
 /// A namespace, because POSIX has a timer_t of its own.
 namespace profiler
 {
-    /// A timer, for hosts to read. Times are ticks of shortTimeGet. Its address is valid until the profiler shuts down.
-    /// After a reset it may belong to another timer. Order and alignment of the fields are those of a record in the
+    /// A timer, for hosts to read. Its address is valid until the profiler shuts down. After a reset it may belong to
+    /// another timer. Times are ticks of shortTimeGet. Order and alignment of the fields are those of a record in the
     /// stats file, as far as pointers of both sizes allow.
     struct timer_t
     {

@@ -15,8 +15,7 @@
 // change of a key, changes of that key by others fail after 5 seconds.
 // Cost: each operation goes to the disk and needs 10 us or more.
 // Failure: operations return 0 or false and log nothing. The caller's variables stay unchanged. Declarations that
-// differ say so. Requires that pointers to results are not null, except in EnumKey,
-// which returns false for null.
+// differ say so. Requires that pointers to results are not null, except in EnumKey, which returns false for null.
 //
 //     Registry_c Registry;   // the user's tree
 //     if (Registry.CreateKey("Software\\Example\\Game"))

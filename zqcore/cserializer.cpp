@@ -59,7 +59,7 @@ namespace
 
         void const * Get(int iSlot) const { return dReady[iSlot / PAGE_SLOTS] ? dSlots[iSlot] : FreeSlot(); }
 
-        // Return the place of a slot's address, and of its class, to be written. Prepare the page.
+        // Prepare the page of a slot. Return the place of its address, or that of its class, for the caller to write.
         void const *& UseSlot(int iSlot)
         {
             if (!dReady[iSlot / PAGE_SLOTS]) [[unlikely]]

@@ -84,8 +84,8 @@ struct WarehouseScan_t
     bool bCsv;                   // whether the format is CSV, not text
     String_T<256> sSeparators;   // separators; NUL is one too, but begins a column in a text scan
 
-    /// Starts at nPos with the separators of the format. Requires nPos >= 0. Every format but WAREHOUSE_FORMAT_CSV
-    /// means text.
+    /// Starts at nPos with the separators of the format. Every format but WAREHOUSE_FORMAT_CSV means text. Requires
+    /// nPos >= 0.
     ZQ_API WarehouseScan_t(char const * pData, int nLength, int nPos, WarehouseFormat_e eFormat);
 
     /// Sets the separators, cut at 255 bytes. Null selects those of the text format, in a CSV scan too. A line feed, a

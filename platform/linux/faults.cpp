@@ -110,8 +110,8 @@ namespace plat
         // Claims the filter and prepares the calling thread for it. Waits while another thread runs the filter. If the
         // process is about to end, waits for that too, at most DYING_LIMIT. A fault in a guarded call ends that call
         // instead. Returns false in these cases:
-        // - The filter has passed on the fault of another thread.
-        // - The fault is one of the filter itself, outside a guarded call.
+        // - The filter has passed on an earlier fault, of this thread or another one.
+        // - The filter has faulted outside a guarded call, on this thread or another one.
         bool BeginFilter()
         {
             FaultGuardEscape();

@@ -22,7 +22,7 @@ namespace plat
     {
         constexpr mode_t RIGHTS = 0777;   // bits of a mode that a replacement copies
 
-        // Does what IsNamed does, and returns false, with errno, if the facts of the open file can't be read.
+        // Does for an open file what IsNamed does for its facts. Also returns false, with errno, if they can't be read.
         bool StillNames(DiskPath_c & Path, int iFile)
         {
             struct stat Open;

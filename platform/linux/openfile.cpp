@@ -129,8 +129,9 @@ namespace plat
         {
             return false;
         }
-        errno = ESTALE;
-        return IsOneFile(Named, File);
+        bool const bNamed = IsOneFile(Named, File);
+        errno = bNamed ? errno : ESTALE;
+        return bNamed;
     }
 
     bool IsThere(DiskPath_c & Path)
