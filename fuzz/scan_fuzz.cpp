@@ -31,8 +31,12 @@ namespace
         return sName;
     }
 
-    // Makes the tree. A kind, modulo 8: 0 returns to the parent, 1 and 2 make a link, 3 and 4 make and enter a folder,
-    // 5 makes a pipe, 6 and 7 make a file.
+    // Makes the tree. A kind, modulo 8, selects what is made:
+    // - 0 returns to the parent.
+    // - 1 and 2 make a link.
+    // - 3 and 4 make and enter a folder.
+    // - 5 makes a pipe.
+    // - 6 and 7 make a file.
     void MakeTree(Input_c & Input, fs::path const & Root)
     {
         fs::path Folder = Root;

@@ -22,7 +22,7 @@ namespace plat
 
     /// Copies the address of an Ethernet-like interface and returns its uniqueness. Prefers one with a global address,
     /// then one that is up, then the system's first. Asks the system each time, or the host's function if there is one.
-    /// If it returns Missing, dAddress is unchanged.
+    /// Leaves dAddress unchanged if the result is Missing.
     NetAddress_e NetAddressGet(unsigned char (&dAddress)[NET_ADDRESS_SIZE]);
 
     /// Replaces the system's interfaces by a function of the host; null restores them. Returns the previous function.

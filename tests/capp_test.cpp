@@ -64,13 +64,13 @@ namespace
 TEST_F(App, DeltaTimeGathersUntilItIsEnough)
 {
     Game_longTimeGet = [] { return g_tFake; };
-    auto const FirstIsAThirtieth = []
+    auto const PrintFirstDelta = []
     {
         g_tFake = 100.0;   // here 1/30 is rounded down
         std::fprintf(stderr, "%.4f", AppGetDeltaTime(1.0 / 30.0));
         std::exit(0);
     };
-    EXPECT_EXIT(FirstIsAThirtieth(), testing::ExitedWithCode(0), "0.0333");
+    EXPECT_EXIT(PrintFirstDelta(), testing::ExitedWithCode(0), "0.0333");
     AppGetDeltaTime(0.0);
     for (auto const & [tStep, tMinDelta, tExpected] : Rows_t<double, double, double>{
              { 0.05, 0.1, 0.0 }, { 0.0625, 0.1, 0.1125 }, { 0.25, 0.25, 0.25 }, { 1000.0, 0.0, 1000.0 } })

@@ -119,14 +119,14 @@ TEST_F(Breakpoint, BindsItsThreadAndItsProcess)
         });
     EXPECT_EQ(TrapCount_c::Extract(), 0);
     EXPECT_EQ(nArmed, THREADS);
-    auto const InChild = []
+    auto const ArmInChild = []
     {
         EXPECT_EQ(CountTrapsIn(Write), 0) << "inherited";
         Watch_t Own;
         EXPECT_EACH(Arm(Own), Own.m_nIndex == 0, CountTrapsIn(Write) == 1);
         return 0;
     };
-    EXPECT_EQ(StatusOfChild(StartChild(InChild)), 0);
+    EXPECT_EQ(StatusOfChild(StartChild(ArmInChild)), 0);
     EXPECT_EQ(CountTrapsIn(Write), 1);
     WaitingChild_c const Child;
     Watch.Clear();

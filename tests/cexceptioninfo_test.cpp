@@ -67,7 +67,8 @@ namespace
         return StackOf(&Here, 10, 4, nSize);
     }
 
-    // Complains. Returns whether the program continues. The negation prevents a tail call.
+    // Shows a failed condition with a location. Returns whether the program continues. The negation prevents a tail
+    // call.
     __attribute__((noinline)) bool Complain()
     {
         return !DebugMessages_c::Get().DebugAssert("file.cpp", 1, "broken");

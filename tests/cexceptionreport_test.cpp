@@ -47,7 +47,8 @@ namespace
         EXPECT_THAT(sReport, EndsWith("\r\n\r\n\r\n"));   // of the last line, of its frame, of the report
     }
 
-    // Runs the crasher, and expects one complete report, the lines of a crash and the end by the signal.
+    // Runs the crasher. Expects one complete report with its details, the lines of a crash, and an end by the signal
+    // within 15 seconds.
     void ExpectReported(std::string const & sArguments, std::string const & sException, std::string const & sSignal)
     {
         SCOPED_TRACE(sArguments);

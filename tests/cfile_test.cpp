@@ -16,7 +16,7 @@ TEST_F(FileTest, FindsAFileByAnySpelling)
     SetPQXMediaPath(m_Folder.GetPath().c_str());
     ASSERT_TRUE(FileAddSearchPath(m_Folder.Join("sub").c_str(), true, false));
     ASSERT_TRUE(FileAddSearchPath(m_Folder.Join("rel").c_str(), true, true));
-    // FileExists looks for bare names only, FileGetPath for whole keys only.
+    // FileExists looks for bare names only. FileGetPath looks for whole keys only.
     for (auto const & [szName, szContents, bExists, bHasPath] : Rows_t<char const *, char const *, bool, bool>{
              { "tree.txt", "oak", true, true }, { "TREE.TXT", "oak", true, true },
              { "nowhere/else/Tree.txt", "oak", true, false }, { "c:\\x\\tree.txt", "oak", true, false },

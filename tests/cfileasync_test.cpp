@@ -8,7 +8,8 @@
 class FileAsyncTest : public MediaTest
 {
 protected:
-    // A file that takes long to read.
+    // A file whose read takes 50 milliseconds and fails. Adds itself to s_dEntered and counts each read in s_nEntered
+    // at its start, and in s_nDone at its end.
     struct SlowFile_c : FileOnDisk_c
     {
         bool Open(void *) override

@@ -31,7 +31,8 @@ protected:
         return sBytes;
     }
 
-    // Loads a cache and expects sound tables in any case. Returns whether no Abort ended the load.
+    // Writes sBytes to outside/cache.bin and loads it as the cache. Expects sound tables in any case. Returns whether
+    // no Abort ended the load.
     bool Survives(std::string const & sBytes)
     {
         FilesystemCacheInit(m_Folder.Write("outside/cache.bin", sBytes).c_str());

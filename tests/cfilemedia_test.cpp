@@ -160,7 +160,7 @@ TEST_F(FileMediaTest, TheIdleHeartbeatReportsChangesUntilTheShutdown)
     g_FileTrackChangesCallbacker.Reset();
 }
 
-// Runs in a process of its own, started by the next test with a command line of its own.
+// Serves the next test, which runs it in a process with a command line of its own.
 TEST_F(FileMediaTest, DISABLED_PrintsTheGame)
 {
     CurrentFolderScope_c const Scope(m_Folder.GetPath());

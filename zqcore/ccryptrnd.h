@@ -73,7 +73,7 @@ struct Password_s
     /// Sets the digest of a text: the SHA-1 of one byte with the text's length, followed by the text.
     ZQ_API void Set(String_T<256> const & sText);
 
-    /// Makes this a set password with that digest.
+    /// Makes this a set password with the digest dDigest.
     void Set(Hash_t const & dDigest) { *this = Password_s(dDigest); }
 
     /// Unsets the digest.

@@ -103,7 +103,7 @@ public:
     State_e Load(std::uint32_t dwVersion, int iPrevious = 0);
 
     /// Opens the archive that Load has found whole and returns it, for one Readable_c, which frees the contents when it
-    /// is closed. The file is not in the table of files. Returns null if there is none.
+    /// is closed. The file is not in the table of files. Returns null if there is no such archive.
     File_c * OpenFile();
 
     /// Renames the save, in any state, sets sTo to the new path and returns true. The new name has ".old" at its end,

@@ -56,8 +56,7 @@ ZQ_API bool FileTrackIsOn();
 /// watched, and why, or changes were lost. Names the system's setting to raise if that helps. Also reports that the
 /// watch has ended, after the next FileTrackDoWork: the folder was moved or deleted, or the system refused to watch it
 /// again. The text is empty in these cases:
-/// - FileTrackChanges succeeded, the watch has not ended, and since then no readable folder was left unwatched and no
-///   change was lost.
+/// - FileTrackChanges succeeded, and none of these problems has arisen since.
 /// - FileTrackChanges was not called yet, or FileTrackShutdown was called after it.
 ZQ_API String_T<1024> FileTrackGetProblem();
 

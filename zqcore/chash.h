@@ -206,7 +206,7 @@ private:
 };
 
 /// Hash of an IndexHash_T that uses the low bits of the key.
-struct IndexHashLowBits_s
+struct IndexHashLowBits_c
 {
     /// Returns the key.
     static constexpr std::uint32_t HashOf(std::uint32_t iKey) { return iKey; }
@@ -214,7 +214,7 @@ struct IndexHashLowBits_s
 
 /// Table of values by 32-bit keys. SIZE is a power of 2. STEP, an odd number, is the distance from one slot of a chain
 /// to the next. HASH::HashOf makes the hash of a key. Entries are not removed one by one.
-template <typename V, int SIZE, int STEP, typename HASH = IndexHashLowBits_s>
+template <typename V, int SIZE, int STEP, typename HASH = IndexHashLowBits_c>
 class IndexHash_T
 {
     static_assert(std::has_single_bit(static_cast<unsigned>(SIZE)), "the index is masked");

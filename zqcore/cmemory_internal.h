@@ -66,13 +66,13 @@ struct MemoryStack_s
 extern ZQ_THREAD_LOCAL constinit MemoryStack_s t_MemoryStack;
 
 /// Hash of a thread's number: the CRC-32 of its four bytes, lowest first. The library assigns the numbers.
-struct ThreadIdHash_s
+struct ThreadIdHash_c
 {
     static std::uint32_t HashOf(std::uint32_t iThread) { return GetCrc32Polynomial4(iThread); }
 };
 
 /// Stacks of all threads, by the threads' numbers.
-using CategoryStacks_t = IndexHash_T<MemCategoryStack_c, 128, 1, ThreadIdHash_s>;
+using CategoryStacks_t = IndexHash_T<MemCategoryStack_c, 128, 1, ThreadIdHash_c>;
 
 /// Figures of all categories of the debug heap. Each kind of figure is one array, so a check reads two short runs of
 /// memory.

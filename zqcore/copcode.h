@@ -132,7 +132,7 @@ private:
     void WritePart(unsigned eCode);
     void WriteNumber(unsigned char const * pEnd, std::uint32_t const * pField, unsigned eKind, unsigned nSlice);
     void WriteAddress(std::uint64_t Address);
-    void WriteSigned(std::int64_t nValue);
+    void WriteSigned(std::int64_t iValue);
     void WriteTarget(unsigned char const * pEnd, std::int64_t nDistance);
     void OfferSymbol(std::uint64_t Address, std::uint32_t iText);
     std::uint64_t AsAddress(std::uint64_t nAddress) const { return m_b64Bit ? nAddress : nAddress & 0xFFFFFFFFu; }

@@ -216,10 +216,10 @@ void OpcodeDecoder_c::WriteAddress(std::uint64_t Address)
     OfferSymbol(Address, iText);
 }
 
-void OpcodeDecoder_c::WriteSigned(std::int64_t nValue)
+void OpcodeDecoder_c::WriteSigned(std::int64_t iValue)
 {
-    WriteChar(nValue < 0 ? '-' : '+');
-    WriteHex(static_cast<std::uint64_t>(nValue < 0 ? -nValue : nValue), 2);
+    WriteChar(iValue < 0 ? '-' : '+');
+    WriteHex(static_cast<std::uint64_t>(iValue < 0 ? -iValue : iValue), 2);
 }
 
 void OpcodeDecoder_c::WriteTarget(unsigned char const * pEnd, std::int64_t nDistance)

@@ -97,7 +97,7 @@ public:
         return pElement;
     }
 
-    /// Frees an element.
+    /// Frees an element, whatever the size and the alignment. Requires that Allocate of this pool returned it.
     void Free(void * pElement, std::size_t, std::size_t) { m_Pool.Free(pElement, false); }
 
 private:
@@ -117,8 +117,8 @@ public:
     using propagate_on_container_move_assignment = std::true_type;
     using propagate_on_container_swap = std::true_type;
 
-    /// Use a pool. Require that it outlives the container. Both convert implicitly, so that a container's constructor
-    /// accepts the pool itself, or the allocator of another type.
+    /// Use a pool. Both convert implicitly, so that a container's constructor accepts the pool itself, or the allocator
+    /// of another type. Require that the pool outlives the container.
     PoolAllocator_T(POOL & Pool) noexcept
         : m_pPool(&Pool)
     {}

@@ -81,8 +81,8 @@ public:
     }
 
     /// Start and continue a walk over the values of a property, in the order of the lines, repeated values included.
-    /// The two walks do not disturb each other. Return and assert as StartProp and NextProp do. StartVal also asserts
-    /// that the name is not null.
+    /// This walk and that over the names do not disturb each other. Return and assert as StartProp and NextProp do.
+    /// StartVal also asserts that the name is not null.
     ZQ_API bool StartVal(char const * sPropName);
     ZQ_API bool NextVal(char * sValue, int nMaxLength);
     template <TextObject_T TEXT>

@@ -59,7 +59,7 @@ namespace
 
         void const * Get(int iSlot) const { return dReady[iSlot / PAGE_SLOTS] ? dSlots[iSlot] : FreeSlot(); }
 
-        // Prepare the page of a slot. Return the place of its address, or that of its class, for the caller to write.
+        // Return the place of a slot's address, or that of its class, for the caller to write. Prepare the slot's page.
         void const *& UseSlot(int iSlot)
         {
             if (!dReady[iSlot / PAGE_SLOTS]) [[unlikely]]

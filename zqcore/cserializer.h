@@ -179,9 +179,9 @@ protected:
         String_T<NAME_SIZE> sClassName;   // empty if the object has no contents in files
     };
 
-    /// Registers the serializer of a class. Discards the pass under way. If two share a name, the last one registered
-    /// loads. The name is case-sensitive and is cut at 31 characters. Asserts that at most 65,534 times in the
-    /// process a name was registered that no other serializer had at the time.
+    /// Registers the serializer of a class. Discards the pass under way. If two serializers share a name, the last one
+    /// registered loads. The name is case-sensitive and is cut at 31 characters. Asserts that at most 65,534 times in
+    /// the process a name was registered that no other serializer had at the time.
     explicit Serializer_c(String_T<NAME_SIZE> const & sClassName)
         : Serializer_c(sClassName, nullptr)
     {}

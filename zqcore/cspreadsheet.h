@@ -145,9 +145,9 @@ public:
     /// Returns the name of the current column, or null without one.
     char const * GetCurrentColumn() const;
 
-    /// Select the column and a row whose cell in it has this value, and return true. The row is the first such row, or
-    /// the next one after the current row. Return false and select neither row nor column if there is none.
-    /// FindNextCell does so also without a current row.
+    /// Select the column and a row whose cell in it has this value, and return true. FindFirstCell selects the first
+    /// such row, FindNextCell the next one after the current row. Return false and select neither row nor column if
+    /// there is none. FindNextCell does so also without a current row.
     bool FindFirstCell(char const * sColumn, char const * sValue);
     bool FindNextCell(char const * sColumn, char const * sValue);
 

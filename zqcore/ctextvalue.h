@@ -62,7 +62,7 @@ struct WholeRange_t
     std::int64_t iMin;    // 0 or negative
     std::uint64_t iMax;   // up to the largest of 64 bits
 
-    /// Returns the range of T.
+    /// Returns the smallest and the largest value of an integer type.
     template <Integer_T T>
     static constexpr WholeRange_t RangeOf()
     {

@@ -5,7 +5,7 @@
 
 int main()
 {
-    // Prints the private memory of the process, for the program that started it.
+    // The program that started this one reads its private memory from the output.
     if (std::FILE * const pStatus = std::fopen("/proc/self/smaps_rollup", "r"))
     {
         char szLine[256];

@@ -43,6 +43,6 @@ int main()
     MemoryResetFrameAllocCount();   // and ends
     std::printf("%u allocation in the frame\n", MemoryGetFrameAllocCount());
     PrintCategories();
-    MemoryLogAllocations();                    // for `zqtool memory`
+    MemoryLogAllocations();                    // writes allocations.csv, for `zqtool memory`, and uncategorized.csv
     return std::fflush(stdout) == 0 ? 0 : 1;   // fails if the output is lost
 }

@@ -1,4 +1,7 @@
 // reserve.h: descriptors that are held for a crash, in case the process has used up all of its own.
+//
+// Threads: one thread at a time calls ReserveFill and ReserveDrop. Any thread and a fault filter may call
+// OpenWithReserve and OpenToReadWithReserve.
 #pragma once
 
 #include <cerrno>

@@ -269,8 +269,11 @@ namespace
             AddUnit(sPattern, OPCODE_MEMORY_SIZE | (itElement->second - OPCODE_SIZE_1) << 4 | itSize->second, 0, 0);
         }
 
-        // Adds a byte like 8B or 50/F8. Throws RowError_c for any other word, for a mask of 0, for bits outside of the
-        // mask, and if the row then has too many fields.
+        // Adds a byte like 8B or 50/F8. Throws RowError_c in these cases:
+        // - the word has another form.
+        // - the mask is 0.
+        // - a bit lies outside of the mask.
+        // - the row then has too many fields.
         void AddByte(std::string & sPattern, std::string const & sWord)
         {
             std::size_t const iSlash = sWord.find('/');

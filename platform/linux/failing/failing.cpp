@@ -91,7 +91,8 @@ namespace
 
     Table_s g_NoTable{};
 
-    // Maps the driver's file and returns its table. Returns g_NoTable if none can be opened.
+    // Maps the driver's file, writes the names of the kinds to its table and returns the table. Returns g_NoTable if no
+    // file can be opened. Aborts if the file can't be mapped.
     Table_s * MapTable()
     {
         char const * const szFile = std::getenv("ZQ_FAILING");
@@ -124,7 +125,8 @@ namespace
         g_bEnded = true;
     }
 
-    // Returns the table. Requires that the first call comes while only the loader's thread runs.
+    // Maps the table at the first call and returns it. Requires that the first call comes while only the loader's
+    // thread runs.
     Table_s & Table()
     {
         static constinit Table_s * s_pTable = nullptr;
