@@ -31,7 +31,7 @@ namespace
         return sName;
     }
 
-    // Makes the tree. A kind, modulo 8, selects what is made:
+    // Makes the tree. A kind, modulo 8, selects the step:
     // - 0 returns to the parent.
     // - 1 and 2 make a link.
     // - 3 and 4 make and enter a folder.

@@ -182,7 +182,7 @@ TEST_F(CrashDetailsByHelper, NameTheArgumentsOfADeepRecursionInTime)
     {
         EXPECT_THAT(Section(Crash.sDetails, "Frames"),
             HasSubstr("    parameter nMore: int = 1\n    parameter nSum: int = 4096\n"
-                      "    parameter nDifference: int = 12288\n"));
+                      "    parameter iDifference: int = 12288\n"));
     }
 #endif
 }

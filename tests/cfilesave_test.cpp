@@ -33,7 +33,8 @@ namespace
             return bStored;
         }
 
-        // Returns the stored value, or the negated state if there is none.
+        // Loads the save or a previous one. Returns its value, or the negated state if it is not whole. Expects that
+        // the archive fails and GetWhyNot has a reason only if it is not whole, and that the archive closes.
         static int Load(FileSave_c & Save, int iPrevious = 0)
         {
             FileSave_c::State_e const eState = Save.Load(SAVE_VERSION, iPrevious);
@@ -232,7 +233,7 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
     EXPECT_TRUE(End.Open());
 
     std::string const sShared = m_Folder.Join("shared.sav");
-    auto const Host = [&sShared](int)
+    auto const StoreTwenty = [&sShared](int)
     {
         for (int nStored = 0; nStored < 20;)
         {
@@ -243,7 +244,7 @@ TEST_F(FileSave, OneProgramAtATimeHasASave)
             nStored += Mine.IsLocked() && Store(Mine, iHad < 0 ? 1 : iHad + 1);
         }
     };
-    RunInThreads(3, Host);
+    RunInThreads(3, StoreTwenty);
     FileSave_c Shared(sShared.c_str());
     EXPECT_EQ(std::pair(Load(Shared), Load(Shared, 1)), std::pair(60, 59)) << "a save of another is lost";
 }

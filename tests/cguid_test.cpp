@@ -229,7 +229,7 @@ TEST_F(GuidTest, DescriptorsThatAHostReusedAreLeftAlone)
 {
     g_eAddress = plat::NetAddress_e::Global;
     plat::NetAddressSetSource(TestAddress);
-    auto const Host = []
+    auto const RunHost = []
     {
         MakeMany({}, 1);
         std::vector<int> const dPrevious = SocketsNamed("clock-sequence");
@@ -245,5 +245,5 @@ TEST_F(GuidTest, DescriptorsThatAHostReusedAreLeftAlone)
         std::this_thread::sleep_for(std::chrono::milliseconds(1100));   // the generator checks at most once a second
         return MakeOne();
     };
-    EXPECT_EQ(StatusOfChild(StartChild(Host)), 0);
+    EXPECT_EQ(StatusOfChild(StartChild(RunHost)), 0);
 }

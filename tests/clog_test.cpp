@@ -494,7 +494,7 @@ TEST_F(Logs, AChildOfAForkLogsAndDoublesNoLineOfItsParent)
     std::thread Other(Work);
     for (int i = 0; i < CHILDREN; ++i)
     {
-        auto const InChild = [i]
+        auto const LogInChild = [i]
         {
             Log("child %i", i);
             Achtung("same");
@@ -502,7 +502,7 @@ TEST_F(Logs, AChildOfAForkLogsAndDoublesNoLineOfItsParent)
             std::fflush(g_pMessageLogFile);
             return 0;
         };
-        ASSERT_EQ(StatusOfChild(StartChild(InChild)), 0) << i;
+        ASSERT_EQ(StatusOfChild(StartChild(LogInChild)), 0) << i;
     }
     bStop = true;
     Other.join();

@@ -15,7 +15,8 @@ TEST(PageMap, HoldsPagesThatCollideAsAPlainModelDoes)
     std::mt19937 Random(12);
     // Runs of 8 pages whose home slots are the same 8, or the same 16 in a table of 4096 slots.
     auto const AnyPage = [&] { return (Random() % 30) << 11 | Random() % 8; };
-    auto const Address = [](std::uintptr_t iPage) { return reinterpret_cast<void const *>((iPage << 16) + 0xFFFF); };
+    auto const Address = [](std::uintptr_t iPage)
+    { return reinterpret_cast<void const *>(((iPage + 1) << PageMap_T<int>::PAGE_BITS) - 1); };
     for (int iStep = 1; iStep < 20000; ++iStep)
     {
         std::uintptr_t const iPage = AnyPage();

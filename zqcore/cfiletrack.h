@@ -56,7 +56,8 @@ ZQ_API bool FileTrackIsOn();
 /// watched, and why, or changes were lost. Names the system's setting to raise if that helps. Also reports that the
 /// watch has ended, after the next FileTrackDoWork: the folder was moved or deleted, or the system refused to watch it
 /// again. The text is empty in these cases:
-/// - FileTrackChanges succeeded, and none of these problems has arisen since.
+/// - FileTrackChanges succeeded, and FileTrackDoWork has found none of these problems since. A subfolder that can't be
+///   read is none.
 /// - FileTrackChanges was not called yet, or FileTrackShutdown was called after it.
 ZQ_API String_T<1024> FileTrackGetProblem();
 

@@ -195,7 +195,7 @@ public:
     /// Leaves the sizes unchanged if a value is below 1. Asserts that the pool has no chunks.
     void Init(int iElements, int iElementSize);
 
-    /// Frees all chunks, with the elements in use. Sizes and high water mark stay, and Alloc may follow.
+    /// Frees all chunks, with the elements in use. Sizes and high water mark stay. Alloc may follow.
     void Reset();
 
     /// Allocates an element, and a chunk if necessary, and returns the element. Asserts and returns null only in these

@@ -164,7 +164,7 @@ namespace CoreMemory
     }
 }
 
-/// The language's operators, for the whole process, so that a plain `new` is tracked too.
+/// Replace the language's operators for the whole process, so that a plain `new` is tracked too.
 // clang-format off
 ZQ_API void * operator new(std::size_t nBytes) { return Require(New(g_ForeignOperators.Plain, nBytes)); }
 ZQ_API void * operator new[](std::size_t nBytes) { return Require(New(g_ForeignOperators.Array, nBytes)); }

@@ -61,8 +61,8 @@ namespace plat
             File.Registers = {};
         }
 
-        // Makes a fork and the thread's end close the open events. Only the first call on a thread has an
-        // effect, and the first in a forked child.
+        // Makes the thread's end close the open events, and a fork close the child's copies of them. Only the first
+        // call on a thread has an effect, and the first in a forked child.
         void CloseAtForkAndThreadEnd()
         {
             struct Closer_c

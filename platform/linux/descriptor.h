@@ -88,7 +88,8 @@ namespace plat
     /// Returns -1 for -1.
     int MoveAboveStandard(int iDescriptor);
 
-    /// Reads up to nBytes and returns the number of bytes read. Fewer mean the end of the file or an error.
+    /// Reads up to nBytes and returns the number of bytes read. Fewer mean the end of the file, which keeps errno, or
+    /// an error, which sets it.
     inline std::size_t ReadFully(int iDescriptor, void * pBuffer, std::size_t nBytes)
     {
         int const iError = errno;

@@ -121,7 +121,8 @@ namespace plat
         }
 
         // Returns the address of a ModR/M byte's memory operand (volume 2, chapter 2). An address relative to the
-        // instruction counts from the instruction's end. Requires a memory operand and no immediate one.
+        // instruction counts from the instruction's end. Requires a memory operand, no immediate one, and that
+        // bOtherAddress is false.
         std::uintptr_t OperandAddress(Instruction_t const & Instruction, FaultContext_t const & Context)
         {
             unsigned char const * pByte = Instruction.pOpcode + 1;

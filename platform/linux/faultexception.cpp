@@ -1,6 +1,6 @@
-// Describes an uncaught exception. Names of types are encoded by the Itanium C++ ABI, section 5.1. The runtime's own
-// decoder allocates memory, so the usual forms are decoded here: classes, in namespaces or not, builtin types, pointers
-// and const. std::string has its usual name. Other names print as they are encoded.
+// Describes an uncaught exception. The compiler encodes names of types by the Itanium C++ ABI, section 5.1. The
+// runtime's own decoder allocates memory, so this source decodes the usual forms: classes, in namespaces or not,
+// builtin types, pointers and const. std::string has its usual name. Other names print as they are encoded.
 #include "platform/linux/faultdecode.h"
 #include "platform/text.h"
 

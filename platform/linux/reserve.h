@@ -1,7 +1,7 @@
 // reserve.h: descriptors that are held for a crash, in case the process has used up all of its own.
 //
-// Threads: one thread at a time calls ReserveFill and ReserveDrop. Any thread and a fault filter may call
-// OpenWithReserve and OpenToReadWithReserve.
+// Threads: one thread at a time calls ReserveFill or ReserveDrop. After a handled fault ReserveFill runs on the thread
+// that faulted. Any thread, also in a fault filter, may call the other functions.
 #pragma once
 
 #include <cerrno>

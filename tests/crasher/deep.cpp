@@ -6,11 +6,11 @@ namespace
 {
     int * volatile g_pNowhere = nullptr;
 
-    NOT_INLINED int Deepen(int nMore, int nSum, int nDifference)
+    NOT_INLINED int Deepen(int nMore, int nSum, int iDifference)
     {
-        int const nResult = nMore == 0 ? *g_pNowhere : Deepen(nMore - 1, nSum + nDifference, nSum - nDifference);
+        int const iResult = nMore == 0 ? *g_pNowhere : Deepen(nMore - 1, nSum + iDifference, nSum - iDifference);
         __asm__ volatile("");   // not the last call
-        return nResult;
+        return iResult;
     }
 }
 

@@ -15,7 +15,7 @@ namespace zqsymbols
     namespace
     {
         // Returns a file's build-id in hexadecimal, or an empty text if it has none.
-        std::string BuildIdOf(Elf * pElf)
+        std::string ReadBuildId(Elf * pElf)
         {
             void const * pBytes = nullptr;
             ssize_t const nBytes = dwelf_elf_gnu_build_id(pElf, &pBytes);
@@ -56,7 +56,7 @@ namespace zqsymbols
     {
         int const hFile = open(sFile.c_str(), O_RDONLY | O_CLOEXEC);
         Elf * const pElf = hFile < 0 ? nullptr : elf_begin(hFile, ELF_C_READ_MMAP, nullptr);
-        std::string const sBuildId = pElf != nullptr && elf_kind(pElf) == ELF_K_ELF ? BuildIdOf(pElf) : "";
+        std::string const sBuildId = pElf != nullptr && elf_kind(pElf) == ELF_K_ELF ? ReadBuildId(pElf) : "";
         if (!sBuildId.empty())
         {
             Rank_e const eRank = HasSection(pElf, ".debug_info") || HasSection(pElf, ".zdebug_info") ? RANK_DEBUG

@@ -73,7 +73,7 @@ namespace zqsymbols
                 return nValue;
             }
 
-            std::int64_t ToSigned(std::uint64_t nValue) const
+            std::int64_t SignedFromWord(std::uint64_t nValue) const
             {
                 return m_Process.GetWord() == 8 ? static_cast<std::int64_t>(nValue)
                                                 : static_cast<std::int32_t>(static_cast<std::uint32_t>(nValue));
@@ -120,7 +120,9 @@ namespace zqsymbols
             // Pushes a number, converted to the type that the operation names, or as it is if bGeneric. Fails in
             // these cases:
             // - There is no number.
-            // - The type is unknown, or no integer, truth value or address, or has more bytes than an address.
+            // - The type is unknown.
+            // - The type is no integer, truth value or address.
+            // - The type has more bytes than an address.
             void PutConverted(Dwarf_Op const & Operation, bool bGeneric, std::optional<std::uint64_t> nNumber)
             {
                 Dwarf_Die Type;
@@ -266,7 +268,7 @@ namespace zqsymbols
                 case DW_OP_abs:
                 {
                     std::uint64_t const nValue = Take();
-                    Put(ToSigned(nValue) < 0 ? 0 - nValue : nValue);
+                    Put(SignedFromWord(nValue) < 0 ? 0 - nValue : nValue);
                     return true;
                 }
                 default:
@@ -312,8 +314,8 @@ namespace zqsymbols
                 std::uint64_t const nSecond = Take();
                 std::uint64_t const nFirst = Take();
                 std::uint64_t const nBits = m_Process.GetWord() * 8;
-                std::int64_t const iSignedSecond = ToSigned(nSecond);
-                std::int64_t const iSignedFirst = ToSigned(nFirst);
+                std::int64_t const iSignedSecond = SignedFromWord(nSecond);
+                std::int64_t const iSignedFirst = SignedFromWord(nFirst);
                 bool const bShifts = nSecond < nBits;
                 bool const bDivides = nCode == DW_OP_div || nCode == DW_OP_mod;
                 bool const bByType = bDivides || (nCode >= DW_OP_ge && nCode <= DW_OP_lt);

@@ -237,7 +237,7 @@ namespace zqsymbols
         return static_cast<std::size_t>(itAfter - m_dRanges.begin());
     }
 
-    std::string BuildIdOf(Dwfl_Module * pModule)
+    std::string ReadBuildId(Dwfl_Module * pModule)
     {
         GElf_Addr nUnused = 0;
         unsigned char const * pBytes = nullptr;
@@ -253,7 +253,7 @@ namespace zqsymbols
         dwfl_module_info(pModule, nullptr, &m_nStart, &nEnd, nullptr, nullptr, nullptr, nullptr);
         Dwarf * const pDwarf = dwfl_module_getdwarf(pModule, &nBias);
         int const nSymbols = dwfl_module_getsymtab(pModule);
-        IndexKey_t const Key = { BuildIdOf(pModule), nEnd - m_nStart, UnitBytes(pDwarf),
+        IndexKey_t const Key = { ReadBuildId(pModule), nEnd - m_nStart, UnitBytes(pDwarf),
             static_cast<std::uint64_t>(std::max(nSymbols, 0)) };
         bool const bBig = !Key.sBuildId.empty() && (Key.nUnitBytes >= BIG_BYTES || nSymbols >= BIG_SYMBOLS);
         std::optional<IndexParts_t> Parts = bBig ? Folder.Load(Key) : std::nullopt;

@@ -87,5 +87,5 @@ namespace zqsymbols
     }
 
     /// Opens a module's file and returns its build-id in lower-case hexadecimal, or an empty text if it has none.
-    std::string BuildIdOf(Dwfl_Module * pModule);
+    std::string ReadBuildId(Dwfl_Module * pModule);
 }
