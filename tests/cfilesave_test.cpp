@@ -33,8 +33,8 @@ namespace
             return bStored;
         }
 
-        // Loads the save or a previous one. Returns its value, or the negated state if it is not whole. Expects that
-        // the archive fails and GetWhyNot has a reason only if it is not whole, and that the archive closes.
+        // Loads the save or a previous one. Returns its value, or the negated state if the save is not whole. Expects
+        // that the archive closes, and that it fails and GetWhyNot has a reason exactly if the save is not whole.
         static int Load(FileSave_c & Save, int iPrevious = 0)
         {
             FileSave_c::State_e const eState = Save.Load(SAVE_VERSION, iPrevious);

@@ -57,7 +57,7 @@ ZQ_API bool FileTrackIsOn();
 /// watch has ended, after the next FileTrackDoWork: the folder was moved or deleted, or the system refused to watch it
 /// again. The text is empty in these cases:
 /// - FileTrackChanges succeeded, and FileTrackDoWork has found none of these problems since. A subfolder that can't be
-///   read is none.
+///   read does not count.
 /// - FileTrackChanges was not called yet, or FileTrackShutdown was called after it.
 ZQ_API String_T<1024> FileTrackGetProblem();
 

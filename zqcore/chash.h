@@ -2,8 +2,9 @@
 //
 // StringHash_T maps names to objects. IndexHash_T maps 32-bit keys to values that the slot holds. The chain of slots
 // that a key may occupy is fixed: it starts at the key's hash and continues in a fixed step, for two thirds of the
-// slots. Many file names share a chain. So a StringHash_T also has an index of its entries. A lookup costs a hash and
-// one comparison for a chain of any length. It walks the chain only if a name may be in the table twice (Add).
+// slots. Many file names share a chain. So a StringHash_T also has an index of its entries. With the index, a lookup
+// costs a hash and one comparison for a chain of any length. It walks the chain only if a name may be in the table
+// twice (Add).
 //
 // Ownership: a StringHash_T owns neither objects nor names. Requires that both outlive their entries.
 // Threads: no lock. Requires that the caller locks a table that several threads use, unless none of them changes it.

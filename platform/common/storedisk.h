@@ -4,7 +4,8 @@
 // have at most FILE_NAME_LIMIT bytes. An entry is opened only if it is of the expected kind. Opening a symbolic link,
 // a pipe or a device fails at once.
 //
-// Ownership: the caller closes each handle that a function opens. StoreScope_c does so at the end of its scope.
+// Ownership: the caller closes each handle that a function opens and returns. StoreScope_c does so at the end of its
+// scope.
 // Threads: any thread. One thread at a time may list the folder of a handle.
 // Failure: a function that fails leaves the reason in errno, except StoreIdentity. ENOENT means that the entry does not
 // exist.

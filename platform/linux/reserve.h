@@ -1,7 +1,8 @@
 // reserve.h: descriptors that are held for a crash, in case the process has used up all of its own.
 //
 // Threads: one thread at a time calls ReserveFill or ReserveDrop. After a handled fault ReserveFill runs on the thread
-// that faulted. Any thread, also in a fault filter, may call the other functions.
+// that faulted. Any thread, also in a fault filter, may call OpenWithReserve and OpenToReadWithReserve. ReserveAllow is
+// for the thread that has the filter, and for the child of a fork. The entries have no lock.
 #pragma once
 
 #include <cerrno>

@@ -117,11 +117,11 @@ namespace zqsymbols
                 return bKnown;
             }
 
-            // Pushes a number, converted to the type that the operation names, or as it is if bGeneric. Fails in
-            // these cases:
+            // Pushes a number, converted to the type that the operation names, or as it is if bGeneric. Fails in these
+            // cases, of which only the first applies if bGeneric:
             // - There is no number.
             // - The type is unknown.
-            // - The type is no integer, truth value or address.
+            // - The type is neither an integer, a truth value nor an address.
             // - The type has more bytes than an address.
             void PutConverted(Dwarf_Op const & Operation, bool bGeneric, std::optional<std::uint64_t> nNumber)
             {
