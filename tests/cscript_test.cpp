@@ -72,7 +72,6 @@ namespace
         int nMismatches = 0;   // assertions that fail for a block of memory
     };
 
-    constexpr std::size_t LONGEST = Script_c::TOKEN_SIZE - 1;   // characters of a token
     Row_s const ROWS[] = {
         // Tokens, what they leave unread, and the end.
         { "one  two\nthree", "T|.|T|.|T|.|T|.|T|.", "[one] 3:0 [two] 8:1 [three] 13:2! [] 14:2! [] 14:2!" },
@@ -122,13 +121,13 @@ namespace
         { "abc //xyz\tlast", "V|V|W|V|.", "<abc> <//x> <last> <> 14:0!" },
         { "0\n23\n5", "D1|.|D0|.", "\n23 4:1 0\n2 3:2" },
         { std::string(300, 't') + " x " + std::string(300, '7'), "T|T|I|.",
-            "[" + std::string(LONGEST, 't') + "] [x] 2147483647 603:0!" },
-        { std::string(LONGEST, 't') + " " + std::string(LONGEST + 1, 'u') + " " + std::string(LONGEST, 'v') + " "
-                + std::string(LONGEST + 1, 'w') + " x",
+            "[" + std::string(259, 't') + "] [x] 2147483647 603:0!" },
+        { std::string(259, 't') + " " + std::string(260, 'u') + " " + std::string(259, 'v') + " "
+                + std::string(260, 'w') + " x",
             "T|T|W|W|T",
-            "[" + std::string(LONGEST, 't') + "] [" + std::string(LONGEST, 'u') + "] <" + std::string(LONGEST, 'v')
-                + "> <" + std::string(LONGEST, 'w') + "> [x]" },
-        { std::string(LONGEST - 2, '0') + "12 " + std::string(LONGEST - 1, '0') + "12", "I|I", "12 1" },
+            "[" + std::string(259, 't') + "] [" + std::string(259, 'u') + "] <" + std::string(259, 'v') + "> <"
+                + std::string(259, 'w') + "> [x]" },
+        { std::string(257, '0') + "12 " + std::string(258, '0') + "12", "I|I", "12 1" },
         { std::string(250, 'x') + " needle " + std::string(99, 'y') + "\0b c"s, "pneedle|T|qc|qy|.",
             "found [" + std::string(99, 'y') + "] none found 357:0" },
     };

@@ -131,7 +131,7 @@ TEST_F(Serializer, TheTableProbesWrapsAndForgets)
         EXPECT_EQ(iSlot < 0 ? nullptr : Serializer_c::dPointers[iSlot], At(nAddress));
     }
     Serializer_c::ResetCache();
-    EXPECT_EQ(reinterpret_cast<std::intptr_t>(Serializer_c::dPointers[204]), Serializer_c::HASH_NO_ELEMENT);
+    EXPECT_EQ(reinterpret_cast<std::intptr_t>(Serializer_c::dPointers[204]), -2);
     EXPECT_EACH(NodeSerializer_c::IsInCache(-1), !NodeSerializer_c::IsInCache(204));
 }
 

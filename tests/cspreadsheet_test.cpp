@@ -1,6 +1,5 @@
 #include "tests/media_fixture.h"
 #include "zqcore/cspreadsheet.h"
-#include "zqcore/ctextparser.h"
 
 #include <cstring>
 
@@ -131,7 +130,7 @@ TEST_F(SpreadsheetTest, CutsLongCellsAndSaysWhyAFileIsNotOpened)
                                "Spreadsheet_c::Open ( \"missing.csv\" ) : can't open file.\n");
     EXPECT_FALSE(Open(""));
     EXPECT_EQ(m_Log.CountHolding("head parsing failed."), 1);
-    std::string const sWord(SimpleTextParser_c::WORD_SIZE - 1, 'w'), sQuoted(SimpleTextParser_c::STRING_SIZE - 1, ',');
+    std::string const sWord(511, 'w'), sQuoted(24575, ',');
     auto const Row = [&](std::string const & sMore)   // of more than 64 KiB
     {
         std::string const sCell = ",\"" + sQuoted + sMore + "\"";

@@ -1,4 +1,5 @@
 // zqtool archive: shows what can be recognised in an archive or a save, and what is damaged.
+#include "platform/bytes.h"
 #include "platform/text.h"
 #include "tools/zqtool/archivescan.h"
 #include "tools/zqtool/arguments.h"
@@ -38,9 +39,7 @@ namespace
     template <typename T>
     T ReadAs(std::string_view sBytes, std::size_t nAt)
     {
-        T Value;
-        std::memcpy(&Value, sBytes.data() + nAt, sizeof Value);
-        return Value;
+        return plat::LoadAs<T>(sBytes.data() + nAt);
     }
 
     std::string Hex(std::uint32_t dwValue)

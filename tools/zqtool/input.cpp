@@ -58,10 +58,13 @@ std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uint
     return bWhole ? "" : INPUT_UNREADABLE;
 }
 
-static void PrintProblemAt(std::string const & sFile, std::string const & sPlace, std::string const & sText)
+namespace
 {
-    std::fflush(stdout);
-    std::fprintf(stderr, "%s%s: %s\n", Printable(sFile).c_str(), sPlace.c_str(), Printable(sText).c_str());
+    void PrintProblemAt(std::string const & sFile, std::string const & sPlace, std::string const & sText)
+    {
+        std::fflush(stdout);
+        std::fprintf(stderr, "%s%s: %s\n", Printable(sFile).c_str(), sPlace.c_str(), Printable(sText).c_str());
+    }
 }
 
 void PrintProblem(std::string const & sFile, std::string const & sText)
