@@ -1,3 +1,4 @@
+#include "tests/hash_support.h"
 #include "tests/test_support.h"
 #include "zqcore/ccallback.h"
 #include "zqcore/ccryptrnd.h"
@@ -10,13 +11,8 @@ namespace
     // Returns what block iCounter of a pool holds, in the order of output.
     std::string Block(char iCounter, std::string const & sPool)
     {
-        std::string const sInput = std::string{ iCounter, 0, 0, 0 } + sPool;
-        unsigned char dHash[SHA1_HASH_SIZE];
-        SHA1Context Context;
-        SHA1Reset(&Context);
-        SHA1Input(&Context, reinterpret_cast<unsigned char const *>(sInput.data()), sInput.size());
-        SHA1Result(&Context, dHash);
-        return std::string(std::rbegin(dHash), std::rend(dHash));
+        std::string const sHash = Sha1Of(std::string{ iCounter, 0, 0, 0 } + sPool);
+        return std::string(sHash.rbegin(), sHash.rend());
     }
 
     // Returns the generator's next bytes.

@@ -265,9 +265,9 @@ TEST_F(CrashReport, NamesAnInterruptedFunctionByTheInstructionItself)
 {
     NEEDS_ZQSYMBOLS;
     Crash_t const Crash = RunAlone("handler", ZQSYMBOLS_PATH);
-    EXPECT_THAT(Crash.sReport, HasSubstr("  Interrupted+0  "));
-    EXPECT_THAT(Crash.sDetails, HasSubstr(" Interrupted+0\n"));
-    EXPECT_THAT(Crash.sOutput, HasSubstr("]\tInterrupted\t"));   // of the trace in the handler
+    EXPECT_THAT(Crash.sReport, HasSubstr("  FaultAtOnce+0  "));
+    EXPECT_THAT(Crash.sDetails, HasSubstr(" FaultAtOnce+0\n"));
+    EXPECT_THAT(Crash.sOutput, HasSubstr("]\tFaultAtOnce\t"));   // of the trace in the handler
 }
 
 TEST_F(CrashReport, AppendsToTheReportOfTheSameSecond)

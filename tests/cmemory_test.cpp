@@ -1,3 +1,4 @@
+#include "tests/memory_support.h"
 #include "tests/test_support.h"
 #include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
@@ -38,11 +39,6 @@ namespace
         return Changes;
     }
 
-    int Word(int iCategory, int iKind)
-    {
-        return iCategory << MEMORY_CATEGORY_SHIFT | iKind;
-    }
-
     void * New(std::size_t nBytes, int iWord = MEMORY_CLIENT_BLOCK)
     {
         return CoreMemory::operator_new(nBytes, iWord, "f.cpp", 1);
@@ -55,14 +51,14 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
     MemoryResetFrameAllocCount();
     constexpr int NORMAL = MEMORY_NORMAL_BLOCK, RUNTIME = MEMORY_CRT_BLOCK, CLIENT = MEMORY_CLIENT_BLOCK;
     for (auto const & [iWord, ePushed, iExpected] :
-        Rows_t<int, mem::Categories_e, int>{ { Word(0, CLIENT), mem::UNDEFINED, mem::UNDEFINED },
-            { Word(0, CLIENT), mem::file, mem::file }, { Word(mem::Core, CLIENT), mem::file, mem::Core },
-            { Word(0, NORMAL), mem::logger, mem::logger }, { Word(mem::AI, NORMAL), mem::logger, mem::logger },
-            { Word(mem::AI, NORMAL), mem::UNDEFINED, mem::UNDEFINED },
-            { Word(mem::TOTAL, CLIENT), mem::file, mem::file },
-            { Word(0x7FFF, CLIENT), mem::UNDEFINED, mem::UNDEFINED },
-            { Word(0, CLIENT), static_cast<mem::Categories_e>(0x8000), mem::UNDEFINED },
-            { Word(mem::AI, RUNTIME), mem::file, mem::AI } })
+        Rows_t<int, mem::Categories_e, int>{ { WordOf(0, CLIENT), mem::UNDEFINED, mem::UNDEFINED },
+            { WordOf(0, CLIENT), mem::file, mem::file }, { WordOf(mem::Core, CLIENT), mem::file, mem::Core },
+            { WordOf(0, NORMAL), mem::logger, mem::logger }, { WordOf(mem::AI, NORMAL), mem::logger, mem::logger },
+            { WordOf(mem::AI, NORMAL), mem::UNDEFINED, mem::UNDEFINED },
+            { WordOf(mem::TOTAL, CLIENT), mem::file, mem::file },
+            { WordOf(0x7FFF, CLIENT), mem::UNDEFINED, mem::UNDEFINED },
+            { WordOf(0, CLIENT), static_cast<mem::Categories_e>(0x8000), mem::UNDEFINED },
+            { WordOf(mem::AI, RUNTIME), mem::file, mem::AI } })
     {
         SCOPED_TRACE(testing::PrintToString(std::pair(iWord, int{ ePushed })));
         MemCategoryScope_c const Scope(ePushed);
@@ -71,7 +67,7 @@ TEST(Memory, BlocksCountUnderTheCategoryOfTheirWordOrTheThread)
         Figures_s const After;
         void * const pBlock = get_block_from_aligned(p);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
-        EXPECT_EQ(plat::HeapBlockWord(pBlock), static_cast<std::uint32_t>(Word(iExpected, CLIENT)));
+        EXPECT_EQ(plat::HeapBlockWord(pBlock), static_cast<std::uint32_t>(WordOf(iExpected, CLIENT)));
         EXPECT_EQ(After - Before, (Changes_t{ { iExpected, { 1, plat::HeapBlockSize(pBlock) } } }));
         EXPECT_EACH(After.iAllocs == Before.iAllocs + 1,
             After.dInfo[iExpected].iFrameAllocs == Before.dInfo[iExpected].iFrameAllocs + 1);
@@ -148,7 +144,7 @@ TEST(Memory, EveryOverrunIsReportedWithWhatTheCallerKnowsAndLogged)
         {
             std::size_t const nBytes = 30 + nAlignment % 3;
             auto * const p = static_cast<char *>(aligned_malloc_dbg(
-                nBytes, nAlignment, Word(mem::Lua, MEMORY_CLIENT_BLOCK), "a file", static_cast<int>(iOverrun)));
+                nBytes, nAlignment, WordOf(mem::Lua, MEMORY_CLIENT_BLOCK), "a file", static_cast<int>(iOverrun)));
             auto const nFence = plat::HeapBlockSize(get_block_from_aligned(p)) + 4
                                 - static_cast<std::size_t>(p - static_cast<char *>(get_block_from_aligned(p))) - nBytes;
             EXPECT_GE(nFence, 4u) << nAlignment;
@@ -250,12 +246,12 @@ TEST(Memory, TrackingThatStartsAgainCountsTheBlocksThatItFinds)
 {
     auto const fnRestart = []
     {
-        void * const pFreed = New(1000, Word(mem::Generator, MEMORY_CLIENT_BLOCK));
+        void * const pFreed = New(1000, WordOf(mem::Generator, MEMORY_CLIENT_BLOCK));
         Figures_s const Before;
         MemoryDone();
         CoreMemory::operator_delete(pFreed);
-        void * const p = New(100, Word(mem::Decals, MEMORY_CLIENT_BLOCK));
-        void * const pRuntime = aligned_malloc_dbg(10, 16, Word(mem::Decals, MEMORY_CRT_BLOCK), "f.cpp", 1);
+        void * const p = New(100, WordOf(mem::Decals, MEMORY_CLIENT_BLOCK));
+        void * const pRuntime = aligned_malloc_dbg(10, 16, WordOf(mem::Decals, MEMORY_CRT_BLOCK), "f.cpp", 1);
         MemoryInit();
         Figures_s const After;
         CoreMemory::operator_delete(p);

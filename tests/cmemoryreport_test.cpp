@@ -16,9 +16,9 @@ namespace
     char const * const SOURCE = __FILE__;
 
     // Returns the word of a client block of a category.
-    std::uint32_t WordOf(mem::Categories_e eCategory)
+    std::uint32_t ClientWord(mem::Categories_e eCategory)
     {
-        return static_cast<std::uint32_t>((eCategory << MEMORY_CATEGORY_SHIFT) | MEMORY_CLIENT_BLOCK);
+        return static_cast<std::uint32_t>(WordOf(eCategory, MEMORY_CLIENT_BLOCK));
     }
 
     // Returns a record of the call log for the frame nFrames after the present one.
@@ -49,7 +49,7 @@ namespace
         MemCategoryScope_c const Scope(mem::Core);
         CoreMemory::operator_delete(CoreMemory::operator_new(40, MEMORY_CLIENT_BLOCK, SOURCE, 11));
         plat::HeapFree(plat::HeapAlloc(7, MEMORY_CRT_BLOCK, SOURCE, 12));
-        plat::HeapFree(plat::HeapAlloc(8, WordOf(mem::AI), SOURCE, 13));
+        plat::HeapFree(plat::HeapAlloc(8, ClientWord(mem::AI), SOURCE, 13));
     }
 
     // Returns the call log's records of AllocateAndFree.
@@ -115,13 +115,13 @@ TEST(MemoryReport, ListsLiveBlocksAndTalliesThemBySize)
     constexpr Row_s BLOCKS[] = { { 0, 0 }, { 64, 0 }, { 65, 1 }, { 128, 1 }, { 129, 2 }, { 257, 3 }, { 512, 3 },
         { 513, -1 } };
     void * dBlocks[std::size(BLOCKS) + 3] = { plat::HeapAlloc(3, MEMORY_CRT_BLOCK, "other kind", 1),
-        plat::HeapAlloc(5, WordOf(mem::TOTAL), SOURCE, 77), plat::HeapAlloc(6, WordOf(mem::AI), nullptr, 0) };
+        plat::HeapAlloc(5, ClientWord(mem::TOTAL), SOURCE, 77), plat::HeapAlloc(6, ClientWord(mem::AI), nullptr, 0) };
     Tally.nTotal += 2;
     Tally.dInClass[0] += 2;
     for (std::size_t i = 0; i < std::size(BLOCKS); ++i)
     {
         auto const & [nBytes, iClass] = BLOCKS[i];
-        dBlocks[3 + i] = plat::HeapAlloc(nBytes, WordOf(mem::GFX), SOURCE, 123);
+        dBlocks[3 + i] = plat::HeapAlloc(nBytes, ClientWord(mem::GFX), SOURCE, 123);
         ++Tally.nTotal;
         Tally.dInClass[std::max(iClass, 0)] += iClass >= 0 ? 1 : 0;
     }
@@ -155,7 +155,7 @@ TEST(MemoryReport, FileThatCanNotBeOpenedFailsItsConditionAndSparesTheOther)
     TempFolder_c const Folder;
     CurrentFolderScope_c const Current(Folder.GetPath());
     Folder.MakeFolder("allocations.csv");
-    void * const pBlock = plat::HeapAlloc(9, WordOf(mem::UNDEFINED), SOURCE, 5);
+    void * const pBlock = plat::HeapAlloc(9, ClientWord(mem::UNDEFINED), SOURCE, 5);
     EXPECT_EQ(FailedConditions(MemoryLogAllocations), "context.f");
     plat::HeapFree(pBlock);
     EXPECT_THAT(Folder.Read("uncategorized.csv"), HasSubstr("9; " + std::string(SOURCE) + "(5)\n"));
@@ -171,7 +171,7 @@ TEST(MemoryReport, FileThatIsNotWrittenWholeIsLogged)
     CurrentFolderScope_c const Current(Folder.GetPath());
     LogCapture_c const Log;
     std::vector<void *> dBlocks(2000);
-    std::ranges::generate(dBlocks, [] { return plat::HeapAlloc(1, WordOf(mem::UNDEFINED), SOURCE, 5); });
+    std::ranges::generate(dBlocks, [] { return plat::HeapAlloc(1, ClientWord(mem::UNDEFINED), SOURCE, 5); });
     for (rlim_t const nBytes : { 5, 50000 })   // the first flush fails, or a later one
     {
         FullDisk_c const Full(nBytes);

@@ -132,14 +132,14 @@ TEST_F(RegistryTest, ReadsEachTypeOnlyAsWhatItHolds)
             { "b", 77, false, false, false, 0.0f }, { "four bytes", 13, false, false, false, 0.0f },
             { "none", 77, false, false, false, 99.0f } })
     {
-        int i = 99;
-        double d = 99.0;
-        float f = 99.0f;
-        bool const bIsInt = Registry.ReadValue(szName, &i), bIsDouble = Registry.ReadValue(szName, &d),
-                   bIsFloat = Registry.ReadValue(szName, &f);
+        int iRead = 99;
+        double fWide = 99.0;
+        float fNarrow = 99.0f;
+        bool const bIsInt = Registry.ReadValue(szName, &iRead), bIsDouble = Registry.ReadValue(szName, &fWide),
+                   bIsFloat = Registry.ReadValue(szName, &fNarrow);
         EXPECT_EQ(Registry.ReadInt(szName, 77), iBits) << szName;
         EXPECT_EQ(std::bit_cast<int>(Registry.ReadFloat(szName, std::bit_cast<float>(77))), iBits) << szName;
-        EXPECT_EQ(std::tuple(bIsInt, i, bIsDouble, d, bIsFloat, f),
+        EXPECT_EQ(std::tuple(bIsInt, iRead, bIsDouble, fWide, bIsFloat, fNarrow),
             std::tuple(bInt, bInt ? iBits : 99, bDouble, bDouble ? fDouble : 99.0, bFloat, fFloat))
             << szName;
     }

@@ -33,7 +33,7 @@
 #include <utility>
 
 /// Storage on the heap: nothing before the first Add, then GROW elements, doubled as needed. While there is storage,
-/// its capacity is above the length. Requires that GROW is above 0. UNUSED has no effect.
+/// its capacity is above the length. UNUSED has no effect. Requires that GROW is above 0.
 template <typename T, int GROW, int UNUSED>
 class ArrayTraits_T
 {

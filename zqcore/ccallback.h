@@ -108,7 +108,7 @@ private:
     struct FiringScope_c
     {
         CallbackerBase_T & m_List;
-        bool const m_bChangedBefore;   // the outer firing's flag, which a forced firing keeps
+        bool const m_bChangedBefore;   // whether the outer firing's list was changed before this one
 
         explicit FiringScope_c(CallbackerBase_T & List)
             : m_List(List)

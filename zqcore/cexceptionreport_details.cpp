@@ -240,20 +240,24 @@ exceptionreport::Details_c::Details_c(char const * szReport)
 void exceptionreport::Details_c::EndLine()
 {
     // A fault or a limit may end this at any step, so the buffer counts a line only after the whole line is in it.
-    constexpr char CUT[] = "...\n";
     bool const bCut = m_Line.IsCut() || m_Line.IsFull();   // a full line has no room for its end
     if (bCut)
     {
-        std::size_t nWhole = std::min(m_Line.GetLength(), sizeof m_szLine - sizeof CUT);
-        while (nWhole > 1 && plat::ContinuesUtf8(m_szLine[nWhole]))
-        {
-            --nWhole;
-        }
-        m_Line.CutAt(nWhole);
+        MakeRoomForCut();
     }
     m_Line.AddEnd(bCut ? CUT : "\n");
     AddLines(m_Line.Get());
     m_Line.CutAt(0);
+}
+
+void exceptionreport::Details_c::MakeRoomForCut()
+{
+    std::size_t nWhole = std::min(m_Line.GetLength(), sizeof m_szLine - sizeof CUT);
+    while (nWhole > 1 && plat::ContinuesUtf8(m_szLine[nWhole]))
+    {
+        --nWhole;
+    }
+    m_Line.CutAt(nWhole);
 }
 
 void exceptionreport::Details_c::AddLines(char const * szLines)

@@ -115,6 +115,18 @@ namespace
         }
         return true;
     }
+
+    // Reads SPAN_READ bytes of code piece by piece. A piece that can't be read becomes zeros.
+    void ReadPieces(std::uintptr_t Start, unsigned char * dSpan)
+    {
+        for (std::size_t nPiece = 0; nPiece < SPAN_READ; nPiece += SPAN_PIECE)
+        {
+            if (plat::MemoryRead(Start + nPiece, dSpan + nPiece, SPAN_PIECE) != SPAN_PIECE)
+            {
+                std::memset(dSpan + nPiece, 0, SPAN_PIECE);
+            }
+        }
+    }
 }
 
 void exceptionreport::WriteCallStack(plat::Symbols_c & Symbols, bool bVariables, Text_c * pDialogText)
@@ -162,13 +174,7 @@ void exceptionreport::WriteCode(std::uintptr_t Address)
     std::memset(s_dSpan, 0, sizeof s_dSpan);
     if (plat::MemoryRead(Start, s_dSpan, SPAN_READ) != SPAN_READ)
     {
-        for (std::size_t nPiece = 0; nPiece < SPAN_READ; nPiece += SPAN_PIECE)
-        {
-            if (plat::MemoryRead(Start + nPiece, s_dSpan + nPiece, SPAN_PIECE) != SPAN_PIECE)
-            {
-                std::memset(s_dSpan + nPiece, 0, SPAN_PIECE);
-            }
-        }
+        ReadPieces(Start, s_dSpan);
     }
     CodeListing_c Listing(s_dSpan, SPAN_READ, Start, OPCODE_NATIVE, SPAN_SIZE - SPAN_READ);
     Listing.SetFaultAddress(Address);

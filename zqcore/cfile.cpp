@@ -639,18 +639,18 @@ unsigned int FileStored_c::FileSize() const
     return static_cast<unsigned int>(m_iLength);
 }
 
-File_c * FileOpenUnlogged(char const * name)
+File_c * FileOpenUnlogged(char const * szName)
 {
     MemCategoryScope_c const Category(mem::file);
-    File_c * const pFile = Find(name);
+    File_c * const pFile = Find(szName);
     if (!pFile)
     {
         return nullptr;
     }
-    pFile->sRequestedName = name;
+    pFile->sRequestedName = szName;
     if (pFile->RefOpen() == 0)
     {
-        LogEscaped("CAN'T OPEN FILE %s", name);
+        LogEscaped("CAN'T OPEN FILE %s", szName);
         return nullptr;
     }
     MarkOpened(*pFile);

@@ -169,7 +169,7 @@ protected:
     void NoteFacts() { m_bFactsStored = true; }
 
 private:
-    friend File_c * FileOpenUnlogged(char const * name);
+    friend File_c * FileOpenUnlogged(char const * szName);
     friend ZQ_API bool FileOpen(File_c * pFile);
     friend ZQ_API void FileClose(File_c * pFile);
     friend ZQ_API bool FileAddOneFile(char const * sFile);

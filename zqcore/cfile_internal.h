@@ -155,7 +155,7 @@ inline bool FileIsCollecting()
 }
 
 /// Opens a file as FileOpen does, but does not log the reason of a failure if SetTextErrorLog is on: the caller does.
-File_c * FileOpenUnlogged(char const * name);
+File_c * FileOpenUnlogged(char const * szName);
 
 /// Logs name and reason of a failure if SetTextErrorLog is on and the reason is not empty.
 ZQ_COLD void FileLogWhyNot(char const * szName, char const * szReason);

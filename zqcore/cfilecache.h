@@ -62,9 +62,9 @@ ZQ_API bool FilesystemCacheLoad();
 /// folder. ModuleFile_c calls it at its start after CheckCache(true).
 ZQ_API void FilesystemCacheCheck(bool bCheck);
 
-/// Returns whether no folder of the cache that FilesystemCacheInit named has changed since it was scanned. Stores the
-/// size and time of each folder before the first one that has changed, for FilesystemCacheSave. Returns false, with a
-/// log line, in these cases:
+/// Compares the folders of the cache that FilesystemCacheInit named with the disk. Stores the size and time of each
+/// folder before the first one that has changed, for FilesystemCacheSave. Returns true if none has changed since it was
+/// scanned. Returns false, with a log line, in these cases:
 /// - there is no media root, or no cache was named.
 /// - a folder has changed, or its path has become too long. The line names the first one.
 /// - the cache can't be read, or it ends too early.

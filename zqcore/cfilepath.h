@@ -139,10 +139,10 @@ ZQ_API void FileReset();
 /// file's folder. A file that the system does not open is an Achtung too (cfile.h).
 ZQ_API bool FileAddOneFile(char const * sFile);
 
-/// Adds an object of a library above under its key, which is in lower case, and returns HASH_ADDED. If the key is
-/// present, returns HASH_PRESENT and adds nothing, unless bOver is set: then pFile hides the present object, if that is
-/// another one. Asserts that pFile has a key, and no pPath if bOver is set. Returns HASH_FULL, and adds nothing, if the
-/// table has no room or pFile is null. The table owns an object that was added.
+/// Adds an object of a library above under its key, which is in lower case, and returns HASH_ADDED. With bOver,
+/// hides another object that has the key already. Asserts that pFile has a key, and no pPath if bOver is set. Adds
+/// nothing and returns HASH_PRESENT if an object that it does not hide has the key, or HASH_FULL if the table has no
+/// room or pFile is null. The table owns an object that was added.
 ///
 /// A hidden object is in the table again when the object that hides it is destroyed. Until then no lookup finds it.
 /// Pointers to it stay valid. These functions reach it too:

@@ -78,8 +78,8 @@ public:
     void Init(std::span<std::byte> Storage, int iElementSize) { Init(Storage.data(), Storage.size(), iElementSize); }
     void Init(std::byte * pStorage, std::size_t nBytes, int iElementSize);
 
-    /// Returns the bytes of the caller's storage that always hold iElements. Requires a number from 0 to MAX_ELEMENTS,
-    /// a size above 0, and in a 32-bit build a result below 4 GiB.
+    /// Returns the bytes of the caller's storage that always hold iElements, from 0 to MAX_ELEMENTS. Requires a size
+    /// above 0, and in a 32-bit build a result below 4 GiB.
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {
         return GigaSlab_c::StorageFor(iElements, iElementSize);

@@ -45,7 +45,7 @@ namespace
 
     // Deletes a block by a function. Returns whether that reached the library's delete, which leaves the block alive.
     template <typename DELETE>
-    bool Reaches(void * pBlock, DELETE const & fnDelete)
+    bool TryDelete(void * pBlock, DELETE const & fnDelete)
     {
         g_pProbe = pBlock;
         g_bReached = false;
@@ -79,7 +79,7 @@ namespace
         auto const IsOwn = [&](auto const & fnDelete)
         {
             void * const pProbe = Other.fnNew(PROBE_BYTES, nAlignment...);
-            bool const bReached = Reaches(pProbe, fnDelete);
+            bool const bReached = TryDelete(pProbe, fnDelete);
             if (bReached)
             {
                 Other.fnDelete(pProbe, nAlignment...);
@@ -141,7 +141,7 @@ namespace
             }
             pBlock = Pair.fnNew(PROBE_BYTES, nAlignment...);
         }
-        bool bOwn = Reaches(pBlock, [&](void * p) { Bound.fnDelete(p, nAlignment...); });
+        bool bOwn = TryDelete(pBlock, [&](void * p) { Bound.fnDelete(p, nAlignment...); });
         Pair.fnDelete = bOwn ? Next.fnDelete : Bound.fnDelete;
         auto const fnRelease = bOwnNew ? Next.fnDelete : Pair.fnDelete;
         if (!fnRelease)   // the probe is lost

@@ -210,8 +210,6 @@ private:
         return cLength == 0 ? eKind : Kind_e::Unknown;
     }
 
-    ZQ_INLINE static constexpr bool IsDigit(char cByte) { return cByte >= '0' && cByte <= '9'; }
-
     ZQ_INLINE static constexpr void Step(State_s & State, char cNext)
     {
         if (State.ePlace == PLAIN)
@@ -235,7 +233,7 @@ private:
         }
         if (State.ePlace == WIDTH || State.ePlace == PRECISION)
         {
-            if (IsDigit(cNext))
+            if (cNext >= '0' && cNext <= '9')
             {
                 return;
             }

@@ -422,6 +422,7 @@ private:
     /// Returns the number of bytes in the buffer. It is below BUFSIZE between calls, unless a write has failed.
     int GetWaiting() const { return static_cast<int>(m_pPos - m_dBuffer); }
     std::uint32_t GetStored() const override { return m_nPosition + static_cast<std::uint32_t>(GetWaiting()); }
+    void UseBuffer();
     bool Flush();
     bool Send(void const * pData, std::size_t nBytes);
 

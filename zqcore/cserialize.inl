@@ -60,16 +60,17 @@ inline int Serializeable_c::SerializeCount(std::size_t nElements, std::size_t nB
 {
     std::uint32_t nCount = 0;
     auto const nLeft = static_cast<std::size_t>(m_pEnd - m_pPos);
-    if (m_bIsReading && nLeft >= sizeof nCount) [[likely]]
+    if (!m_bIsReading || nLeft < sizeof nCount) [[unlikely]]
     {
-        std::memcpy(&nCount, m_pPos, sizeof nCount);
-        if (nCount <= (nLeft - sizeof nCount) / nBytesEach)
-        {
-            m_pPos += sizeof nCount;
-            return static_cast<int>(nCount);
-        }
+        return SerializeCountSlowly(nElements, nBytesEach);
     }
-    return SerializeCountSlowly(nElements, nBytesEach);
+    std::memcpy(&nCount, m_pPos, sizeof nCount);
+    if (nCount > (nLeft - sizeof nCount) / nBytesEach) [[unlikely]]
+    {
+        return SerializeCountSlowly(nElements, nBytesEach);
+    }
+    m_pPos += sizeof nCount;
+    return static_cast<int>(nCount);
 }
 
 inline void Serializeable_c::SerializeFlag(bool & bValue)

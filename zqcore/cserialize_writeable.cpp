@@ -189,20 +189,24 @@ int Writeable_c::GetLength() const
 BufferedWriteable_c::BufferedWriteable_c(char const * sFileName, std::uint32_t dwVersion)
     : Writeable_c(sFileName, dwVersion)
 {
-    m_pPos = m_dBuffer;
-    m_pEnd = m_dBuffer + BUFSIZE - 1;
+    UseBuffer();
 }
 
 BufferedWriteable_c::BufferedWriteable_c(FileReplacement_c & Replacement, std::uint32_t dwVersion)
     : Writeable_c(Replacement, dwVersion)
 {
-    m_pPos = m_dBuffer;
-    m_pEnd = m_dBuffer + BUFSIZE - 1;
+    UseBuffer();
 }
 
 BufferedWriteable_c::~BufferedWriteable_c()
 {
     BufferedWriteable_c::Close();
+}
+
+void BufferedWriteable_c::UseBuffer()
+{
+    m_pPos = m_dBuffer;
+    m_pEnd = m_dBuffer + BUFSIZE - 1;
 }
 
 bool BufferedWriteable_c::Serialize(void * pData, int iLength)

@@ -99,13 +99,21 @@ namespace plat
             return nHash;
         }
 
+        // Ends a name that is too long for a file in the hash of all that follows the first nMark bytes.
+        void Shorten(std::string & sFile, std::size_t nMark)
+        {
+            constexpr std::size_t HASH_SIZE = 17;   // characters, with its mark
+            char szHash[HASH_SIZE + 1];
+            std::snprintf(szHash, sizeof(szHash), "%c%016llX", SHORTENED_MARK,
+                static_cast<unsigned long long>(HashOf(std::string_view(sFile).substr(nMark))));
+            sFile.replace(FILE_NAME_LIMIT - HASH_SIZE, std::string::npos, szHash);
+        }
+
         // Makes the name on disk after a mark: folded, with %XX for a leading dot and for bytes that are not plain. A
-        // name that gets too long for a file ends in the hash of all that follows the mark. Returns false if sName is
-        // too long. Sets errno to ENAMETOOLONG, on success too.
+        // name that gets too long for a file is shortened. Returns false if sName is too long. Sets errno to ENAMETOOLONG, on success too.
         bool NameToDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";
-            constexpr std::size_t HASH_SIZE = 17;   // characters, with its mark
             sFile = sMark;
             for (std::size_t iByte = 0; iByte < sName.size(); ++iByte)
             {
@@ -121,10 +129,7 @@ namespace plat
             }
             if (sFile.size() > FILE_NAME_LIMIT)
             {
-                char szHash[HASH_SIZE + 1];
-                std::snprintf(szHash, sizeof(szHash), "%c%016llX", SHORTENED_MARK,
-                    static_cast<unsigned long long>(HashOf(std::string_view(sFile).substr(sMark.size()))));
-                sFile.replace(FILE_NAME_LIMIT - HASH_SIZE, std::string::npos, szHash);
+                Shorten(sFile, sMark.size());
             }
             errno = ENAMETOOLONG;
             return sName.size() <= NAME_LIMIT;

@@ -1,6 +1,6 @@
 // folderreader.h: the raw entries of an open folder, in the disk's order.
 //
-// FolderReader_c uses no heap.
+// FolderReader_T uses no heap.
 #pragma once
 
 #include "platform/compiler.h"
@@ -20,14 +20,14 @@ namespace plat
         return szName[0] == '.' && (szName[1] == 0 || (szName[1] == '.' && szName[2] == 0));
     }
 
-    /// One walk over a folder's entries, without "." and "..". It holds 32 KiB. Requires that no recursive function has
-    /// one on its stack.
-    class FolderReader_c
+    /// One walk over a folder's entries, without "." and "..". It holds BLOCK_BYTES and reads as many at a time.
+    template <std::size_t BLOCK_BYTES>
+    class FolderReader_T
     {
     public:
         /// Makes a walk over the folder of a descriptor, from its position on. Requires that the descriptor stays open
         /// during the walk. The caller closes it.
-        explicit FolderReader_c(int iFolder)
+        explicit FolderReader_T(int iFolder)
             : m_iFolder(iFolder)
         {}
 
@@ -74,8 +74,11 @@ namespace plat
         std::int64_t m_iPosition = 0;   // after the last entry read
         std::size_t m_iNext = 0;        // index in m_dBlock of the next entry
         std::size_t m_nFilled = 0;      // bytes in m_dBlock
-        alignas(dirent64) char m_dBlock[32768];
+        alignas(dirent64) char m_dBlock[BLOCK_BYTES];
     };
+
+    /// A walk with few system calls. Requires that no recursive function has one on its stack.
+    using FolderReader_c = FolderReader_T<32768>;
 
     /// Appends all names of an open folder to dNames, from its position on, without "." and "..". Returns false if
     /// reading fails. dNames then has the names that were read until then.

@@ -2,6 +2,7 @@
 
 #include "platform/folding.h"
 #include "platform/linux/descriptor.h"
+#include "platform/linux/folderreader.h"
 #include "platform/linux/openfile.h"
 #include "platform/linux/reserve.h"
 #include "platform/linux/spelling.h"
@@ -11,10 +12,8 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
 namespace plat
 {
@@ -25,20 +24,15 @@ namespace plat
         // Replaces a name by the disk's spelling of it in a folder, if one exists that differs in case only.
         void ReplaceSpelling(char const * szFolder, char * szName)
         {
+            constexpr std::size_t BLOCK_BYTES = 4096;   // the stack of a handler is small
             Descriptor_c const Folder(OpenToReadWithReserve(szFolder, O_DIRECTORY));
-            alignas(dirent64) char dEntries[4096];
-            long nRead;
-            while (Folder.IsOpen() && (nRead = syscall(SYS_getdents64, Folder.Get(), dEntries, sizeof dEntries)) > 0)
+            FolderReader_T<BLOCK_BYTES> Reader(Folder.Get());   // without a folder, it has no entries
+            while (dirent64 const * const pEntry = Reader.Next())
             {
-                for (long nEntry = 0; nEntry < nRead;)
+                if (CompareFolded(pEntry->d_name, szName) == 0)
                 {
-                    auto const * const pEntry = reinterpret_cast<dirent64 const *>(dEntries + nEntry);
-                    if (CompareFolded(pEntry->d_name, szName) == 0)
-                    {
-                        std::memcpy(szName, pEntry->d_name, std::strlen(szName));   // both have the same length
-                        return;
-                    }
-                    nEntry += pEntry->d_reclen;
+                    std::memcpy(szName, pEntry->d_name, std::strlen(szName));   // both have the same length
+                    return;
                 }
             }
         }

@@ -5,7 +5,8 @@
 
 extern "C"
 {
-    /// Functions of the checker, null without it.
+    /// Start the checker, and report an acquire and a release of an object to it. The addresses are null without the
+    /// checker.
     __attribute__((weak)) void __tsan_init();
     __attribute__((weak)) void __tsan_acquire(void * pObject);
     __attribute__((weak)) void __tsan_release(void * pObject);

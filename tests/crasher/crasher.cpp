@@ -23,6 +23,7 @@
 #include "platform/stack.h"
 #include "platform/threads.h"
 #include "tests/coverage.h"
+#include "tests/crasher/deep.h"
 
 #include <atomic>
 #include <cerrno>
@@ -54,11 +55,9 @@
 #include <vector>
 #include <xmmintrin.h>
 
-void FaultInDepth();   // deep.cpp
-
-// The first instruction of Interrupted faults. Another function ends right before Interrupted. The listing of the code
-// of Interrupted ends after the second byte of "mov eax,12345678".
-extern "C" void Interrupted();
+// The first instruction of FaultAtOnce faults. Another function ends right before FaultAtOnce. The listing of the code
+// of FaultAtOnce ends after the second byte of "mov eax,12345678".
+extern "C" void FaultAtOnce();
 __asm__(R"(
     .text
     .p2align 5, 0x90
@@ -69,16 +68,16 @@ Previous:
     ret
     .cfi_endproc
     .size Previous, .-Previous
-    .globl Interrupted
-    .type Interrupted, @function
-Interrupted:
+    .globl FaultAtOnce
+    .type FaultAtOnce, @function
+FaultAtOnce:
     .cfi_startproc
     ud2
     .fill 124, 1, 0x90
     movl $0x12345678, %eax
     ret
     .cfi_endproc
-    .size Interrupted, .-Interrupted
+    .size FaultAtOnce, .-FaultAtOnce
 )");
 
 namespace
@@ -197,12 +196,12 @@ namespace
     struct PureBase_c
     {
         PureBase_c() { Call(*this); }
-        static void Call(PureBase_c & Object) { Object.Pure(); }
-        virtual void Pure() = 0;
+        static void Call(PureBase_c & Object) { Object.CallPure(); }
+        virtual void CallPure() = 0;
     };
     struct Pure_c : PureBase_c
     {
-        void Pure() override {}
+        void CallPure() override {}
     };
 
     __attribute__((noinline)) int Recurse(int n)
@@ -335,12 +334,12 @@ namespace
         { "many", PLAIN, FaultAmongMany },
         { "depth", PLAIN, FaultInDepth },
         { "pure", HEAP, [] { Pure_c const Object; } },
-        { "interrupted", PLAIN, Interrupted },
+        { "interrupted", PLAIN, FaultAtOnce },
         { "handler", HEAP,
             []
             {
                 std::signal(SIGILL, FaultInHandler);
-                Interrupted();
+                FaultAtOnce();
             } },
         { "gap", PLAIN, FaultBeforeGap },
     };

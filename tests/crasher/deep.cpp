@@ -1,5 +1,7 @@
 // deep.cpp: a fault in a recursion whose frames know their arguments only from those of their callers.
 // This part of the crasher is optimised.
+#include "tests/crasher/deep.h"
+
 #include "tests/notinlined.h"
 
 namespace
@@ -13,8 +15,6 @@ namespace
         return iResult;
     }
 }
-
-void FaultInDepth();
 
 void FaultInDepth()
 {

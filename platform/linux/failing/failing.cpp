@@ -127,7 +127,7 @@ namespace
 
     // Maps the table at the first call and returns it. Requires that the first call comes while only the loader's
     // thread runs.
-    Table_s & Table()
+    Table_s & GetTable()
     {
         static constinit Table_s * s_pTable = nullptr;
         if (!s_pTable)
@@ -144,7 +144,7 @@ namespace
         {
             return false;
         }
-        Table_s & Now = Table();
+        Table_s & Now = GetTable();
         std::uint64_t const nCall = ++Now.dCalls[eKind];
         if (Now.nCall == 0 || Now.eKind != eKind || nCall < Now.nCall || nCall - Now.nCall >= Now.nTimes)
         {
@@ -195,14 +195,14 @@ namespace
     int FailClose(int iFile)
     {
         syscall(SYS_close, iFile);
-        errno = Table().iReason;
+        errno = GetTable().iReason;
         return -1;
     }
 
     int FailClose(std::FILE * pFile)
     {
         __real_fclose(pFile);
-        errno = Table().iReason;
+        errno = GetTable().iReason;
         return EOF;
     }
 
