@@ -125,7 +125,7 @@ namespace
         boost::pool<> Pool{ SIZE };
     };
 
-    struct Glibc_s
+    struct Glibc_c
     {
         void * Allocate(std::size_t nBytes) { return std::malloc(nBytes); }
         void Release(void * pBlock, std::size_t) { std::free(pBlock); }
@@ -193,7 +193,7 @@ namespace
         StdPool_s Pool;
     };
 
-    struct Malloc_s
+    struct Malloc_c
     {
         template <typename T>
         using Allocator_t = PlainHeap_T<T>;
@@ -242,11 +242,11 @@ namespace
     BENCHMARK(FillList<OurAllocator_s>)->Name("List/ours");
     BENCHMARK(FillList<OurResource_s>)->Name("List/ours_pmr");
     BENCHMARK(FillList<StdResource_s>)->Name("List/std_pmr_pool");
-    BENCHMARK(FillList<Malloc_s>)->Name("List/glibc");
+    BENCHMARK(FillList<Malloc_c>)->Name("List/glibc");
     BENCHMARK(FillMap<OurAllocator_s>)->Name("Map/ours");
     BENCHMARK(FillMap<OurResource_s>)->Name("Map/ours_pmr");
     BENCHMARK(FillMap<StdResource_s>)->Name("Map/std_pmr_pool");
-    BENCHMARK(FillMap<Malloc_s>)->Name("Map/glibc");
+    BENCHMARK(FillMap<Malloc_c>)->Name("Map/glibc");
 
     template <typename ALLOCATOR>
     void Register(std::string const & sWork, char const * szAllocator, Sizes_e eSizes)
@@ -264,7 +264,7 @@ namespace
     {
         Register<POOL>(sWork, "ours", Sizes_e::Same);
         Register<BoostPool_s>(sWork, "boost_pool", Sizes_e::Same);
-        Register<Glibc_s>(sWork, "glibc", Sizes_e::Same);
+        Register<Glibc_c>(sWork, "glibc", Sizes_e::Same);
         Register<Mimalloc_s>(sWork, "mimalloc", Sizes_e::Same);
         Register<StdPool_s>(sWork, "std_pmr_pool", Sizes_e::Same);
     }
@@ -277,7 +277,7 @@ namespace
                  { "MultiPool/of_classes", Sizes_e::OfClasses }, { "MultiPool/1to256", Sizes_e::Any } })
         {
             Register<MultiPool_s>(szWork, "ours", eSizes);
-            Register<Glibc_s>(szWork, "glibc", eSizes);
+            Register<Glibc_c>(szWork, "glibc", eSizes);
             Register<Mimalloc_s>(szWork, "mimalloc", eSizes);
             Register<StdPool_s>(szWork, "std_pmr_pool", eSizes);
         }

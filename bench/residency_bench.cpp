@@ -64,7 +64,7 @@ namespace
         fs::path m_Root;
     };
 
-    // Returns the media. The first call makes them and starts the module.
+    // Makes the media and starts the module at the first call. Returns the media.
     Media_c const & StartMedia()
     {
         static Media_c const s_Media;

@@ -7,6 +7,8 @@
 #include "zqcore/cserializer.h"
 #include "zqcore/cserializestd.h"
 
+#include "platform/bytes.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cereal/archives/binary.hpp>
@@ -54,8 +56,8 @@ namespace
         ~Place_s() { std::remove(sPath.c_str()); }
     };
 
-    // Opens a file that the table of files does not have, and returns it. Ends the program on failure. Requires that no
-    // earlier result is opened again, because all results share the text of their folder.
+    // Opens a file that the table of files does not have, and returns it. Requires that no earlier result is opened
+    // again, because all results share the text of their folder. Ends the program on failure.
     std::unique_ptr<FileOnDisk_c> OpenAt(std::string const & sPath)
     {
         static String_T<256> s_sFolder;
@@ -357,9 +359,8 @@ namespace
     template <typename POINTER>
     POINTER EarlierNode(std::vector<POINTER> const & dNodes, std::size_t i, std::size_t iLink)
     {
-        constexpr std::uint64_t GOLDEN_RATIO = 0x9E3779B97F4A7C15;   // its fraction, times 2^64
         constexpr std::size_t LINKS = 3;
-        return i == 0 ? POINTER() : dNodes[((i * LINKS + iLink) * GOLDEN_RATIO >> 32) % i];
+        return i == 0 ? POINTER() : dNodes[((i * LINKS + iLink) * plat::GOLDEN_RATIO >> 32) % i];
     }
 
     // OurNode_s for a Serializer_T.
@@ -412,7 +413,8 @@ namespace
         }
     };
 
-    // Makes a graph of the nodes in dStorage. With bChain the first link of each node but the last is the next one.
+    // Makes a graph of the nodes in dStorage and returns it. With bChain the first link of each node but the last is
+    // the next one.
     template <typename GRAPH, typename NODE>
     GRAPH MakeOurs(std::vector<NODE> & dStorage, bool bChain)
     {

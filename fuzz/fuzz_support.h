@@ -8,6 +8,7 @@
 #include "zqcore/cfilepath.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/cstring.h"
+#include "zqcore/ctexterror_internal.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -18,7 +19,7 @@
 #include <string_view>
 #include <unistd.h>
 
-/// Leaves faults to the fuzzer, which keeps the input.
+/// Leaves faults to the fuzzer, which keeps the input. Returns 0.
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     plat::FaultFilterSet(nullptr);
@@ -65,13 +66,12 @@ private:
 /// Skips the byte order mark of UTF-8, as the readers do. Returns false for that of UTF-16, which they refuse.
 inline bool SkipMark(std::string_view & sText)
 {
-    constexpr std::string_view MARK = "\xEF\xBB\xBF";
-    if (sText.starts_with(MARK))
+    if (sText.starts_with(UTF8_MARK))
     {
-        sText.remove_prefix(MARK.size());
+        sText.remove_prefix(UTF8_MARK.size());
         return true;
     }
-    return !sText.starts_with("\xFF\xFE") && !sText.starts_with("\xFE\xFF");
+    return !sText.starts_with(UTF16_LOW_MARK) && !sText.starts_with(UTF16_HIGH_MARK);
 }
 
 /// Prints the number of the caller's line on standard error and aborts if a condition does not hold.

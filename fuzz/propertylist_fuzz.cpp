@@ -11,7 +11,8 @@ namespace
 {
     using Texts_t = std::vector<std::string>;
 
-    // Returns the texts that fnNext stores one after another. Checks that bAny is whether there are any.
+    // Collects the texts that fnNext stores one after another, and returns them. Checks that bAny is whether there are
+    // any, and that the last call leaves an empty text.
     template <typename NEXT>
     Texts_t Collect(bool bAny, NEXT fnNext)
     {

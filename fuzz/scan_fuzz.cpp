@@ -19,8 +19,8 @@ namespace fs = std::filesystem;
 
 namespace
 {
-    // Returns a name of the input's next nName bytes, each as one of few characters.
-    std::string Name(Input_c & Input, std::size_t nName)
+    // Removes the input's next nName bytes and returns a name of them, each as one of few characters.
+    std::string ExtractName(Input_c & Input, std::size_t nName)
     {
         static constexpr char LETTERS[] = "aAbB.:\\-~zq0\x1b\xc3\xa4\xc4";
         std::string sName = Input.Extract(nName);
@@ -45,14 +45,14 @@ namespace
         {
             unsigned char const cKind = Input.Get(), nName = Input.Get();
             fs::path const Path =
-                Folder / (Name(Input, nName & 15) + std::string(nName & 16 ? 100 + nName / 4 : 0, 'x'));
+                Folder / (ExtractName(Input, nName & 15) + std::string(nName & 16 ? 100 + nName / 4 : 0, 'x'));
             if (cKind % 8 == 0)
             {
                 Folder = Folder == Root ? Root : Folder.parent_path();
             }
             else if (cKind % 8 < 3)
             {
-                fs::path const Target = (cKind & 1 ? Folder : Root) / Name(Input, 1);
+                fs::path const Target = (cKind & 1 ? Folder : Root) / ExtractName(Input, 1);
                 fs::create_symlink(cKind & 8 ? fs::path("..") : Target, Path, Ignored);
             }
             else if (cKind % 8 < 5)

@@ -12,6 +12,9 @@ namespace plat
     /// Highest bit of each byte.
     inline constexpr std::uint64_t HIGH_BITS = EACH_BYTE * 0x80;
 
+    /// 2^64 divided by the golden ratio, a multiplier for hashes (Knuth, TAOCP 3, 6.4). Its high half is that of 2^32.
+    inline constexpr std::uint64_t GOLDEN_RATIO = 0x9E3779B97F4A7C15u;
+
     /// Returns the value that is stored at pBytes. The address may have any alignment.
     template <typename T>
     T LoadAs(void const * pBytes)

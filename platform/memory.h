@@ -24,7 +24,7 @@ namespace plat
         return MemoryRead(Address, &Object, sizeof Object) == sizeof Object;
     }
 
-    /// Allocates zeroed pages without the heap. On failure returns null. A fault filter may call it.
+    /// Allocates zeroed pages without the heap and returns them. On failure returns null. A fault filter may call it.
     void * PagesAllocate(std::size_t nBytes);
 
     /// Releases pages from PagesAllocate. Requires the same nBytes. Null does nothing.

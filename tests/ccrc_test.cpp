@@ -43,6 +43,7 @@ namespace
 
 TEST(Crc32, ReturnsThePublishedValues)
 {
+    // Values of zlib's crc32, which is the checksum of RFC 1952.
     for (auto const & [sText, dwExpected] : Rows_t<std::string, std::uint32_t>{ { "", 0 }, { "a", 0xE8B7BE43 },
              { "123456789", 0xCBF43926 }, { "The quick brown fox jumps over the lazy dog", 0x414FA339 },
              { std::string(32, '\0'), 0x190A55AD }, { std::string(32, '\xFF'), 0xFF6CAB0B } })

@@ -202,7 +202,7 @@ TEST_F(Complaints, WarningIsALineAndAnEventUntilDialogsAreEnabled)
     SetWarnings(true);
     Warning("%s", std::string(3000, 'w').c_str());
     EXPECT_EQ(ExtractTrace(), "LWD");
-    EXPECT_EQ(g_sText, std::string(LOG_LINE_LENGTH, 'w'));
+    EXPECT_EQ(g_sText, std::string(2048, 'w'));
     EXPECT_EQ(g_sLog, "odd 1\n" + g_sText + '\n');
     ExpectDialog("Warning!", Buttons_e::Ok, Icon_e::Error, Modality_e::AlwaysOnTop);
     g_silentMode = true;

@@ -9,7 +9,7 @@ namespace
     int g_nSleeps = 0;
     std::function<void(int nSleeps)> g_fnAtSleep;
 
-    // Fixture with a tree of files, which Track makes known and watches, and a log of callbacks.
+    // Fixture with a tree of files, which Track makes known and watches, and a receiver that stores the changes.
     class FileTrack : public MediaTest
     {
     protected:
@@ -45,7 +45,7 @@ namespace
             return RunShell("cd " + m_Folder.GetPath() + " && { " + sCommand + "; } >/dev/null 2>&1").iStatus == 0;
         }
 
-        // Reports the changes and returns the names that the callbacks received, joined by blanks.
+        // Reports the changes and returns the names that the receiver got, joined by blanks.
         static std::string ReportChanges()
         {
             s_dReported.clear();
@@ -105,7 +105,7 @@ INSTANTIATE_TEST_SUITE_P(Real, FileTrackProgram,
         { "vim -es -u NONE -c 'set backup backupcopy=no' -c s/a/b/ -c wq a.txt", "a.txt" },
         { "rsync -I b.txt sub/c.txt", "c.txt" },
         { "echo \u00E9 > \u00E9.txt; echo x > \u0436.txt; echo x > unknown.txt", "\u00E9.txt" },
-        // No callback: a file is created, is deleted, is renamed to a free name, or only changes its mode.
+        // No receiver is called: a file is created, is deleted, is renamed to a free name, or only changes its mode.
         { "rm a.txt && touch a.txt", "" }, { "echo x > a.txt; rm a.txt b.txt; rm -r sub", "" },
         { "mv sub dir; mv loop/d.csv d", "" }, { "sleep 0.02; mkdir n && mv a.txt n", "" },
         { "chmod 600 a.txt", "" } }));
@@ -219,7 +219,7 @@ TEST_F(FileTrack, IgnoresTypesAndLosesABatchThatIsTooLarge)
     EXPECT_EQ(ReportChanges(), "a.txt") << "the next batch";
 }
 
-TEST_F(FileTrack, IsEndedOrAskedFromItsCallback)
+TEST_F(FileTrack, IsEndedOrAskedFromAReceiver)
 {
     Track();
     Make({ { "a.txt", "x" }, { "b.txt", "x" } });

@@ -120,7 +120,7 @@ TEST_F(GuidTest, CreateJudgesTheStatus)
     std::string const sLocal = "Warning: Unable to determine your network address.\r\n  The UUID generated is unique on"
                                " this computer only.\r\n  It should not be used on another computer.\n";
     static_assert(plat::GUID_NO_ADDRESS == 1739 && plat::GUID_LOCAL_ONLY == 1824);   // the numbers of Windows
-    // Only the low 16 bits of a status count.
+    // Only the low 16 bits of a status count: 0 is success, 1 and 5 are failures without a name.
     Rows_t<std::uint32_t, bool, bool, bool, std::string> const dRows = {
         { 0, false, true, true, "" },
         { 0x80070000, false, true, true, "" },

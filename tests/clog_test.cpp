@@ -24,17 +24,17 @@ namespace
     void ExpectLikePrintf(std::size_t nSize, char const * fmt, ...)
     {
         char szOurs[4096], szTheirs[4096];
-        std::va_list args, argsOfPrintf;
+        std::va_list args, ArgumentsOfPrintf;
         va_start(args, fmt);
-        va_copy(argsOfPrintf, args);
+        va_copy(ArgumentsOfPrintf, args);
         std::size_t const nOurs = FormatText(szOurs, nSize, fmt, args);
         {
             Utf8LocaleScope_c const Utf8;
-            EXPECT_GE(std::vsnprintf(szTheirs, nSize, fmt, argsOfPrintf), 0) << fmt;
+            EXPECT_GE(std::vsnprintf(szTheirs, nSize, fmt, ArgumentsOfPrintf), 0) << fmt;
         }
         EXPECT_STREQ(szOurs, szTheirs) << fmt;
         EXPECT_EQ(nOurs, std::strlen(szTheirs)) << fmt;
-        va_end(argsOfPrintf);
+        va_end(ArgumentsOfPrintf);
         va_end(args);
     }
 

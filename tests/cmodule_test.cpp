@@ -80,11 +80,11 @@ namespace
 
 TEST_F(Modules, LiveInTheOrderOfTheirNeeds)
 {
-    TestModule_c &a = Make("a"), &b = Make("b", &a), &c = Make("c", &b, &a);
-    Register({ &c, &a, &c });   // the first brings b and a in
+    TestModule_c &First = Make("a"), &Second = Make("b", &First), &Third = Make("c", &Second, &First);
+    Register({ &Third, &First, &Third });   // the first brings b and a in
     EXPECT_TRUE(Module_c::InitializeAllModules());
     EXPECT_EQ(ExtractTrace(), "Ia Ib Ic 2a 2b 2c ");
-    EXPECT_EQ(std::pair(a.GetInitOrder(), c.GetInitOrder()), std::pair(0, 2));
+    EXPECT_EQ(std::pair(First.GetInitOrder(), Third.GetInitOrder()), std::pair(0, 2));
     Module_c::HeartbeatAllModulesFrame(0.5);
     Module_c::HeartbeatAllModulesIdle();
     EXPECT_EQ(ExtractTrace(), "Fc Fb Fa Bc Bb Ba ");
@@ -94,7 +94,7 @@ TEST_F(Modules, LiveInTheOrderOfTheirNeeds)
     EXPECT_EQ(TextWithoutTimes(),
         "c shutdown\nc has been shutdown in # sec\nb shutdown\nb has been shutdown in # sec\n"
         "a shutdown\na has been shutdown in # sec\nAll modules have been shutdown in # sec\n");
-    EXPECT_EACH(!a.IsInitialized(), c.GetInitOrder() == 2);
+    EXPECT_EACH(!First.IsInitialized(), Third.GetInitOrder() == 2);
     m_Log.Clear();   // no module is registered any more
     EXPECT_TRUE(Module_c::InitializeAllModules());
     Module_c::HeartbeatAllModulesIdle();
@@ -109,9 +109,9 @@ TEST_F(Modules, ThatNeedEachOtherStayDown)
     static std::string s_sA, s_sB;
     s_sA = "cyclic" + std::to_string(++s_nRun);
     s_sB = s_sA + "b";
-    TestModule_c &a = Make(s_sA.c_str()), &b = Make(s_sB.c_str(), &a), &c = Make("c");
-    a.m_dNeeded[0] = &b;
-    Register({ &a, &c });
+    TestModule_c &First = Make(s_sA.c_str()), &Second = Make(s_sB.c_str(), &First), &Third = Make("c");
+    First.m_dNeeded[0] = &Second;
+    Register({ &First, &Third });
     DialogScript_c const Dialogs;
     EXPECT_FALSE(Module_c::InitializeAllModules());
     EXPECT_EQ(ExtractTrace(), "Ic ");
@@ -125,37 +125,37 @@ TEST_F(Modules, ThatForgetTheBaseAreNamed)
     static int s_nRun = 0;   // a repeated Achtung would be dropped
     static std::string s_sForgets;
     s_sForgets = "forgets" + std::to_string(++s_nRun);
-    TestModule_c &a = Make(s_sForgets.c_str()), &b = Make("b");
-    a.m_bForgets = true;
-    Register({ &a, &b });
+    TestModule_c &First = Make(s_sForgets.c_str()), &Second = Make("b");
+    First.m_bForgets = true;
+    Register({ &First, &Second });
     DialogScript_c const Dialogs;
     EXPECT_FALSE(Module_c::InitializeAllModules());
     EXPECT_EQ(m_Log.GetText(), "Module [" + s_sForgets + "] was not initialized. xrf?\n");
-    EXPECT_EACH(b.IsInitialized(), Dialogs.GetCount() == 1);
+    EXPECT_EACH(Second.IsInitialized(), Dialogs.GetCount() == 1);
     std::string const sAgain = "I" + s_sForgets + " ";
     EXPECT_EQ(ExtractTrace(), sAgain + "Ib " + sAgain + sAgain + sAgain + sAgain);
-    a.m_bForgets = false;
+    First.m_bForgets = false;
     EXPECT_TRUE(Module_c::InitializeAllModules());
 }
 
 TEST_F(Modules, InitializedBeforeAFailedOneStayUpAndLaterOnesJoinThem)
 {
-    TestModule_c &a = Make("a"), &b = Make("b"), &c = Make("c");
-    b.m_bFails = true;
-    Register({ &a, &b, &c });
+    TestModule_c &First = Make("a"), &Second = Make("b"), &Third = Make("c");
+    Second.m_bFails = true;
+    Register({ &First, &Second, &Third });
     EXPECT_FALSE(Module_c::InitializeAllModules());
     EXPECT_EQ(m_Log.GetText(), "Module [b] failed to initialize\n");
-    EXPECT_EACH(a.IsInitialized(), !b.IsInitialized(), !c.IsInitialized());
+    EXPECT_EACH(First.IsInitialized(), !Second.IsInitialized(), !Third.IsInitialized());
     Module_c::ShutdownAllModules();
     EXPECT_EQ(ExtractTrace(), "Ia Ib Sa Sb Sc ");   // in the order of registration
 
-    b.m_bFails = false;
-    Register({ &a, &b });
+    Second.m_bFails = false;
+    Register({ &First, &Second });
     EXPECT_TRUE(Module_c::InitializeAllModules());
-    Register({ &c });
+    Register({ &Third });
     ExtractTrace();
     EXPECT_TRUE(Module_c::InitializeAllModules());
-    EXPECT_EQ(c.GetInitOrder(), 0);   // counted from 0 again
+    EXPECT_EQ(Third.GetInitOrder(), 0);   // counted from 0 again
     EXPECT_THAT(ExtractTrace(), testing::AnyOf("Ic 2c 2a 2b ", "Ic 2a 2c 2b "));
 }
 
@@ -182,9 +182,9 @@ TEST_F(Modules, SlowOnesAreNamedOutOfAHundred)
 TEST_F(Modules, ComplainOfASecondInitializeAndOfAMissingShutdown)
 {
     {
-        TestModule_c a("a");
-        a.Initialize();
-        EXPECT_EQ(FailedConditions([&] { a.Initialize(); }), "!m_bIsInitialized");
+        TestModule_c Module("a");
+        Module.Initialize();
+        EXPECT_EQ(FailedConditions([&] { Module.Initialize(); }), "!m_bIsInitialized");
     }
     EXPECT_EQ(m_Log.GetText(), "a: still initialized!\n");
 }

@@ -214,9 +214,9 @@ TEST_F(ScriptTest, StatesWhatItRequires)
         EXPECT_EQ(FailedConditions([&, sz = szSteps] { sOutcome = Drive(Script, sz); }), szConditions) << szSteps;
         EXPECT_EQ(sOutcome, szOutcome) << szSteps;
     }
-    char c = 'c';
-    EXPECT_EQ(FailedConditions([&] { Script.GetDump(&c, 2, 2); }), "iEnd > iStart");
-    EXPECT_EQ(c, 'c');
+    char cKept = 'c';
+    EXPECT_EQ(FailedConditions([&] { Script.GetDump(&cKept, 2, 2); }), "iEnd > iStart");
+    EXPECT_EQ(cKept, 'c');
     EXPECT_EQ(FailedConditions([&] { EXPECT_FALSE(Script.OpenFile(nullptr)); }), "sFileName");
     Script.SetPosition(4);
     EXPECT_EQ(FailedConditions(

@@ -242,11 +242,11 @@ TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
     Node.pNext = &Node;
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Load(SaveGraph(&Node)); }));
     EXPECT_EQ(Log.Count("Label 'composite object begin' expected in 'memory.arc' file."), 1);
-    void const * p = &Node;
+    void const * pTarget = &Node;
     ArchiveBody_t const fnFixup = [&](Archive_c & Archive)
     {
         Serializer_c::ResetCache();
-        NodeSerializer_c::FixupVoidPointer(Archive, p);
+        NodeSerializer_c::FixupVoidPointer(Archive, pTarget);
     };
     EXPECT_FALSE(SurvivesWithoutAbort([&] { Stored(1, fnFixup); }));
     EXPECT_FALSE(SurvivesWithoutAbort([&] { LoadArchive(With(4, "\1\0\0\0"sv), 1, fnFixup); }));
@@ -254,11 +254,11 @@ TEST_F(Serializer, WrongRecordsAndUnknownPointersAssertOrAbort)
     EXPECT_EQ(FailedConditions(
                   [&]
                   {
-                      NodeSerializer_c::Reconstruct(3, p);
+                      NodeSerializer_c::Reconstruct(3, pTarget);
                       NodeSerializer_c::IsInCache(Serializer_c::HASH_SIZE);
                   }),
         "dPointers[iPointer] != HASH_NO_ELEMENT & IsIdentifier(iPointer)");
-    EXPECT_FALSE(p);
+    EXPECT_FALSE(pTarget);
 }
 
 // A typed pointer leads to a part of another object. No save complains. A load fails if it complains.

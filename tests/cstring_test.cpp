@@ -79,44 +79,45 @@ TEST(String, BehavesLikeAStandardStringThatIsCut)
     EXPECT_EQ(String_T<8>("aaa").StrLastPos("aa"), 1);
     constexpr std::size_t MAX_LENGTH = 11;
     std::mt19937 Random(1);
-    String_T<MAX_LENGTH + 1> s;
+    String_T<MAX_LENGTH + 1> Tested;
     std::string sModel;
     for (int iStep = 0; iStep < 20000; ++iStep)
     {
         std::string sText(Random() % 7, 'a');
         std::generate(sText.begin(), sText.end(), [&] { return static_cast<char>('a' + Random() % 2); });
-        int const i = static_cast<int>(Random() % 16) - 2;
-        auto const nFrom = static_cast<std::size_t>(std::clamp(i, 0, s.Length()));
+        int const iArgument = static_cast<int>(Random() % 16) - 2;
+        auto const nFrom = static_cast<std::size_t>(std::clamp(iArgument, 0, Tested.Length()));
         switch (Random() % 6)
         {
         case 0:
-            s = sText.c_str();
+            Tested = sText.c_str();
             sModel = sText;
             break;
         case 1:
-            s += sText.c_str();
+            Tested += sText.c_str();
             sModel += sText;
             break;
         case 2:
-            s.Chop(i);
-            sModel.resize(sModel.size() - std::min(sModel.size(), std::size_t(std::max(i, 1))));
+            Tested.Chop(iArgument);
+            sModel.resize(sModel.size() - std::min(sModel.size(), std::size_t(std::max(iArgument, 1))));
             break;
         case 3:
-            s = static_cast<char const *>(s) + nFrom;   // a tail of itself
+            Tested = static_cast<char const *>(Tested) + nFrom;   // a tail of itself
             sModel.erase(0, nFrom);
             break;
         case 4:
-            s += s;
+            Tested += Tested;
             sModel += sModel;
             break;
         default:
-            ASSERT_EQ(s.StrPos(sText.c_str(), i), static_cast<int>(sModel.find(sText, nFrom)))
+            ASSERT_EQ(Tested.StrPos(sText.c_str(), iArgument), static_cast<int>(sModel.find(sText, nFrom)))
                 << sModel << ' ' << sText;
-            ASSERT_EQ(s.StrLastPos(sText.c_str()), static_cast<int>(sModel.rfind(sText))) << sModel << ' ' << sText;
+            ASSERT_EQ(Tested.StrLastPos(sText.c_str()), static_cast<int>(sModel.rfind(sText)))
+                << sModel << ' ' << sText;
         }
         sModel.resize(std::min(sModel.size(), MAX_LENGTH));
-        ASSERT_STREQ(s, sModel.c_str());
-        ASSERT_EQ(s.Length(), static_cast<int>(sModel.size()));
+        ASSERT_STREQ(Tested, sModel.c_str());
+        ASSERT_EQ(Tested.Length(), static_cast<int>(sModel.size()));
     }
 }
 

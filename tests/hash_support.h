@@ -5,6 +5,9 @@
 
 #include <string>
 
+/// SHA-1 of "abc" in hexadecimal digits (FIPS 180-1, appendix A).
+inline constexpr char ABC_SHA1[] = "a9993e364706816aba3e25717850c26c9cd0d89d";
+
 /// Returns the SHA1_HASH_SIZE bytes of a text's hash.
 inline std::string Sha1Of(std::string const & sText)
 {

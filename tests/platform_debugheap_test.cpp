@@ -45,18 +45,18 @@ TEST(DebugHeap, BlocksAreFilledFencedAndKnown)
 TEST(DebugHeap, DamageIsReportedAndABlockDamagedInFrontIsNotFreed)
 {
     HeapReports_c Reports;
-    auto * const p = static_cast<unsigned char *>(plat::HeapAlloc(10, MEMORY_CLIENT_BLOCK, "file.cpp", 12));
-    p[-1] = 0;
-    plat::HeapFree(p);
+    auto * const pBlock = static_cast<unsigned char *>(plat::HeapAlloc(10, MEMORY_CLIENT_BLOCK, "file.cpp", 12));
+    pBlock[-1] = 0;
+    plat::HeapFree(pBlock);
     EXPECT_EQ(Reports.Extract(),
-        "The block at " + AddressText(p) + " is damaged in front, or none of this heap's. It is not freed.\n");
-    p[-1] = plat::HEAP_FENCE;
-    p[10] = 0;
-    plat::HeapFree(p);
-    EXPECT_EQ(Reports.Extract(), "Damage after the block at " + AddressText(p)
+        "The block at " + AddressText(pBlock) + " is damaged in front, or none of this heap's. It is not freed.\n");
+    pBlock[-1] = plat::HEAP_FENCE;
+    pBlock[10] = 0;
+    plat::HeapFree(pBlock);
+    EXPECT_EQ(Reports.Extract(), "Damage after the block at " + AddressText(pBlock)
                                      + " of 10 bytes, category UNDEFINED, allocated at file.cpp(12).\n");
     plat::HeapBlock_t Block;
-    EXPECT_FALSE(plat::HeapFindBlock(p, Block));
+    EXPECT_FALSE(plat::HeapFindBlock(pBlock, Block));
 }
 
 // In a release build the compiler drops writes to memory that is released next, unless ZQ_KEEP_WRITES prevents it.
@@ -64,10 +64,10 @@ TEST(DebugHeap, FreedMemoryIsFilledAndASecondFreeIsNoticed)
 {
     SKIP_IF(plat::ADDRESS_CHECKER, "the checker reports what this test does");
     HeapReports_c Reports;
-    auto * const p = static_cast<unsigned char volatile *>(plat::HeapAlloc(100, MEMORY_CLIENT_BLOCK, nullptr, 0));
-    auto * const pBlock = const_cast<unsigned char *>(p);
+    auto * const pFilled = static_cast<unsigned char volatile *>(plat::HeapAlloc(100, MEMORY_CLIENT_BLOCK, nullptr, 0));
+    auto * const pBlock = const_cast<unsigned char *>(pFilled);
     plat::HeapFree(pBlock);
-    EXPECT_EQ(std::count(p, p + 100, plat::HEAP_FREED), 100);
+    EXPECT_EQ(std::count(pFilled, pFilled + 100, plat::HEAP_FREED), 100);
     plat::HeapFree(pBlock);
     EXPECT_EQ(Reports.Extract(), "The block at " + AddressText(pBlock) + " was freed already. It is left alone.\n");
     for (std::size_t const nBytes : { 1u, 64u, 4000u, 50000u })

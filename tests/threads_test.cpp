@@ -50,38 +50,38 @@ namespace
         va_end(args);
     }
 
-    void LogAndTime(int i)
+    void LogAndTime(int iThread)
     {
-        Log("thread %i", i);
-        LogEscaped("thread %i: %s", i, "text\n");
-        LogSetLimit(i % 2 ? 0 : 4096, 2);
-        Logcf(true, "threads.csv", "%i", i);
-        LogByArg("threads.csv", "%i", i);
-        LogByArg(nullptr, "%i", i);
+        Log("thread %i", iThread);
+        LogEscaped("thread %i: %s", iThread, "text\n");
+        LogSetLimit(iThread % 2 ? 0 : 4096, 2);
+        Logcf(true, "threads.csv", "%i", iThread);
+        LogByArg("threads.csv", "%i", iThread);
+        LogByArg(nullptr, "%i", iThread);
         Logc(true, "at %f of %f, %lld", longTimeGetPassed(), longTimeGet(), static_cast<long long>(shortTimeGet()));
         LogText("text");
-        Debugf("thread %i", i);
+        Debugf("thread %i", iThread);
         LogWinLastError(nullptr);
-        Logf("threads.csv", "%i", i);
+        Logf("threads.csv", "%i", iThread);
         Logf_raw("threads.csv", "raw\n");
         SetTextErrorLog(true);
     }
 
-    void Complain(int i)
+    void Complain(int iThread)
     {
         DebugMessages_c & Messages = DebugMessages_c::Get();
-        Warning("thread %i", i);
-        Achtung("thread %i", i);
-        SetWarnings(i % 2 == 0);
-        SetAchtungs(i % 2 == 0);
-        ZQ_ASSERT_EX(i < 0, "thread %i", i);
-        Messages.DebugAssert("file.cpp", i, "text");
-        (Messages.*Messages.SetLocation("file.cpp", i))("thread %i", i);
+        Warning("thread %i", iThread);
+        Achtung("thread %i", iThread);
+        SetWarnings(iThread % 2 == 0);
+        SetAchtungs(iThread % 2 == 0);
+        ZQ_ASSERT_EX(iThread < 0, "thread %i", iThread);
+        Messages.DebugAssert("file.cpp", iThread, "text");
+        (Messages.*Messages.SetLocation("file.cpp", iThread))("thread %i", iThread);
         MessageBoxPlain(nullptr, "text", "caption", MESSAGE_OK);
-        ExceptionInfo_c::TraceLine("thread %i", i);
+        ExceptionInfo_c::TraceLine("thread %i", iThread);
     }
 
-    void UseFiles(int i)
+    void UseFiles(int iThread)
     {
         EXPECT_EACH(FileOpen(g_pShared), g_pShared->GetOpensCount() > 0);
         EXPECT_EQ(g_pShared->pData[0], 'i');
@@ -94,19 +94,19 @@ namespace
         FileClose(g_pShared);
         FileOpenTracker(&dPart, "own handle");
         FileCloseTracker(&dPart);
-        FileOpenToResponseLog(std::to_string(i).c_str(), FILE_LOG_PLAIN | FILE_LOG_CLEAN);
+        FileOpenToResponseLog(std::to_string(iThread).c_str(), FILE_LOG_PLAIN | FILE_LOG_CLEAN);
         EXPECT_TRUE(DirectoryExists(g_sFolder.c_str()));
     }
 
-    void Save(int i)
+    void Save(int iThread)
     {
-        FileReplacement_c Replacement((g_sFolder + "/save" + std::to_string(i)).c_str());
+        FileReplacement_c Replacement((g_sFolder + "/save" + std::to_string(iThread)).c_str());
         BufferedWriteable_c Archive(Replacement, 0x10000);
         Archive.Open();
-        Archive.Serialize(i);
+        Archive.Serialize(iThread);
         EXPECT_EACH(Archive.Close(), Replacement.Commit());
         Registry_c Registry;
-        EXPECT_EACH(Registry.CreateKey("threads"), Registry.WriteValue("value", i));
+        EXPECT_EACH(Registry.CreateKey("threads"), Registry.WriteValue("value", iThread));
         EXPECT_LT(Registry.ReadInt("value", THREADS), THREADS);
         FileSave_c Contested((g_sFolder + "/contested.sav").c_str());   // one thread at a time has the lock
         if (Contested.IsLocked())
@@ -115,18 +115,18 @@ namespace
             FileSaveWriter_c Writer(Contested);
             BufferedWriteable_c Contents(Writer, 0x10000);
             Contents.Open();
-            Contents.Serialize(i);
+            Contents.Serialize(iThread);
             EXPECT_EACH(Contents.Close(), Writer.Commit());
             ++g_nSaves;
             EXPECT_EQ(Contested.Load(0x10000), FileSave_c::WHOLE);
         }
     }
 
-    void UseMemory(int i)
+    void UseMemory(int iThread)
     {
         static std::atomic<int *> s_pPassed{ nullptr };   // from one thread to the next
-        MemCategoryScope_c const Scope(i % 2 ? mem::Sound : mem::AI);
-        delete s_pPassed.exchange(ZQ_NEW int(i));
+        MemCategoryScope_c const Scope(iThread % 2 ? mem::Sound : mem::AI);
+        delete s_pPassed.exchange(ZQ_NEW int(iThread));
         delete s_pPassed.exchange(nullptr);
         aligned_free_dbg(aligned_malloc_dbg(100, 64, MEMORY_CLIENT_BLOCK, __FILE__, __LINE__));
         mem::CategoryInfo dInfo[mem::TOTAL];
@@ -140,14 +140,14 @@ namespace
         EXPECT_TRUE(mem::UnRegisterUserAllocator(Own));
     }
 
-    void UseNumbers(int i)
+    void UseNumbers(int iThread)
     {
         unsigned char dBytes[21];
         PutNextRandom();
         GetRandomBytes(dBytes, sizeof dBytes);
         Guid_c One, Two;
         EXPECT_EACH(Guid_c::Create(One), Guid_c::Create(Two), !(One == Two));
-        auto const eContext = static_cast<SimpleProfileContext_e>(i % SIMPLE_PROFILE_CONTEXT_TOTAL);
+        auto const eContext = static_cast<SimpleProfileContext_e>(iThread % SIMPLE_PROFILE_CONTEXT_TOTAL);
         SimpleProfilePush(eContext, SIMPLE_TIMER_AI);
         SimpleProfilePop(eContext, SIMPLE_TIMER_AI);
         SimpleProfileGet(eContext, SIMPLE_TIMER_AI);
@@ -232,12 +232,12 @@ TEST_F(Threads, MayDoAtOnceWhatTheHeadersAllow)
             }
         });
     RunInThreads(THREADS,
-        [&nAtWork](int i)
+        [&nAtWork](int iThread)
         {
             constexpr void (*CALLS[])(int) = { LogAndTime, Complain, UseFiles, Save, UseMemory, UseNumbers, ReadTexts };
             for (int iRound = 0; iRound < ROUNDS * std::ssize(CALLS); ++iRound)
             {
-                CALLS[(iRound + i) % std::ssize(CALLS)](i);
+                CALLS[(iRound + iThread) % std::ssize(CALLS)](iThread);
             }
             --nAtWork;
         });

@@ -1,9 +1,8 @@
+#include "tests/hash_support.h"
 #include "tests/test_support.h"
 
 namespace
 {
-    constexpr char ABC_SHA1[] = "a9993e364706816aba3e25717850c26c9cd0d89d";   // FIPS 180-1, appendix A
-
     class ZqtoolHash : public testing::Test
     {
     protected:

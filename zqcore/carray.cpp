@@ -39,7 +39,7 @@ void ArrayTypeName(char const * szFunction, char * szBuffer, std::size_t nSize)
         if (pNext != pName)
         {
             std::string_view const sName(pName, static_cast<std::size_t>(pNext - pName));
-            bool const bInScope = sName.starts_with(':');   // of a template's instance
+            bool const bInScope = sName.starts_with(':');   // whether the name is in a template's instance
             bool const bTemplate = nDepth > 0 && *pNext == '<';
             Put(bAfterName ? " " : "");
             Put(bInScope ? "" : bTemplate ? "class " : KeywordOf(sName));

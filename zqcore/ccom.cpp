@@ -3,6 +3,7 @@
 #include "zqcore/cdebug.h"
 #include "zqcore/clog.h"
 
+#include "platform/bytes.h"
 #include "platform/memory.h"
 
 #include <cinttypes>
@@ -71,7 +72,7 @@ namespace
 
         static std::uint32_t Home(std::uintptr_t iPage)
         {
-            constexpr std::uint32_t GOLDEN = 2654435769u;   // 2^32 over the golden ratio (Knuth, TAOCP 3, 6.4)
+            constexpr auto GOLDEN = static_cast<std::uint32_t>(plat::GOLDEN_RATIO >> 32);
             return (static_cast<std::uint32_t>(iPage) * GOLDEN) >> (32 - SLOT_BITS);
         }
 
@@ -168,7 +169,7 @@ std::uint32_t ComObject_c::AddRef(void const * pOwner, char const * sFile, int i
     return iRefCount++;
 }
 
-// Handles all cases, including misuse.
+// Handles all cases, including misuse. Returns what AddRef returns.
 std::uint32_t ComObject_c::AddRefSlow(void const * pOwner, char const * sFile, int iLine, void const * pObject) const
 {
     ZQ_ASSERT_TEXT(pObject == this, "pObject==this");
@@ -198,7 +199,7 @@ bool ComObject_c::Release(void const * pOwner, char const *, int, void const * p
     return LowerCount();
 }
 
-// Handles all cases, including misuse.
+// Handles all cases, including misuse. Returns what Release returns.
 bool ComObject_c::ReleaseSlow(ComObject_c const * pThis, void const * pOwner, void const * pObject)
 {
     if (!CanRelease(pThis, pObject))

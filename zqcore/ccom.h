@@ -50,12 +50,12 @@ public:
 
     /// Adds a reference that pOwner holds and returns the count before. Keeps sFile as a pointer. pObject is the object
     /// again: a difference shows a call through a wrong pointer. Asserts that pObject is this object, and that pOwner
-    /// is not null. If the developer continues, counts the reference too, for a null owner without a note.
+    /// is not null. If the developer continues, counts the reference too, for a null pOwner without a note.
     std::uint32_t AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
-    /// Removes the owner's newest reference, or one without a note if pOwner is null. Returns true if it was the last
-    /// one: the object is then disposed of. Does not use sFile and iLine. Asserts that an owner that is not null holds a
-    /// reference. If the developer continues, lowers the count too. Asserts the following, and returns false and
+    /// Removes the holder's newest reference, or one without a note if pOwner is null. Returns true if it was the last
+    /// one: the object is then disposed of. Does not use sFile and iLine. Asserts that pOwner, unless it is null, holds
+    /// a reference. If the developer continues, lowers the count too. Asserts the following, and returns false and
     /// changes nothing otherwise:
     /// - pObject is this object.
     /// - It is a live object. An address that is not readable fails the assertion and is not read, unless an object on
@@ -98,7 +98,8 @@ private:
     static ComDebug_t * m_pEmptyList;   // free notes
 };
 
-/// Call AddRef and Release with the place in the source: `COM_ADDREF(pObject, this)`. Require that pObject is not null.
+/// Call AddRef and Release with the place in the source, as in `COM_ADDREF(pObject, this)`, and return their results.
+/// Require that pObject is not null.
 #define COM_ADDREF(pObject, pOwner) ComAddRef((pObject), (pOwner), __FILE__, __LINE__)
 #define COM_RELEASE(pObject, pOwner) ComRelease((pObject), (pOwner), __FILE__, __LINE__)
 

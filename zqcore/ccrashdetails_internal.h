@@ -1,6 +1,10 @@
 // ccrashdetails_internal.h: the words of the details of a crash (docs/formats.md), for the report and the tools.
 #pragma once
 
+/// Parts of the names of a report's files: STEM.rpt and STEM_details.txt, where STEM begins with CrashReport_.
+inline constexpr char CRASH_REPORT_START[] = "CrashReport_", CRASH_REPORT_END[] = ".rpt";
+inline constexpr char CRASH_DETAILS_NAME[] = "_details", CRASH_DETAILS_END[] = ".txt";
+
 /// Words of the first line.
 inline constexpr char CRASH_DETAILS_TITLE[] = "ZQCore crash details ";
 inline constexpr char CRASH_DETAILS_VERSION[] = "1";

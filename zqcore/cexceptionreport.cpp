@@ -55,8 +55,9 @@ namespace
     void MakeReportPath(char const * szMore)
     {
         plat::LocalTime_t const Time = plat::LocalTimeByKept();
-        int const nPath = std::snprintf(g_szReport, PATH_SIZE, "%s/CrashReport_%d.%d.%d__%d_%d_%d%s.rpt", g_szFolder,
-            Time.iDay, Time.iMonth, Time.iYear, Time.iHour, Time.iMinute, Time.iSecond, szMore);
+        int const nPath =
+            std::snprintf(g_szReport, PATH_SIZE, "%s/%s%d.%d.%d__%d_%d_%d%s%s", g_szFolder, CRASH_REPORT_START,
+                Time.iDay, Time.iMonth, Time.iYear, Time.iHour, Time.iMinute, Time.iSecond, szMore, CRASH_REPORT_END);
         if (static_cast<std::size_t>(nPath) >= PATH_SIZE)
         {
             g_szReport[0] = '\0';

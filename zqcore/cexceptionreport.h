@@ -81,19 +81,20 @@ public:
     ZQ_API void SetReportFileAutoName();
 
     /// Sets the program that reads names, lines and variables for reports and for the traces in dialogs. Null or an
-    /// empty text sets none. The path is cut at 4095 bytes. At start it is zqsymbols in the folder of the library, or
-    /// else in that of the installation, or else none. Requires that no other thread crashes or shows a trace.
+    /// empty text sets none. At start the program is zqsymbols in the folder of the library, or else in that of the
+    /// installation, or else none. The path is cut at 4095 bytes. Requires that no other thread crashes or shows a
+    /// trace.
     ZQ_API static void SetSymbolHelper(char const * szPath);
 
     /// Adds a printer, the form in which the file of details shows the values of a type, and returns true. Copies both
-    /// texts. If several printers match a type, the last one added applies. Requires that no other thread adds or
-    /// crashes.
+    /// texts. If several printers match a type, the last one added applies.
     /// - szType is the type's name with its namespaces, at most 127 bytes. `*` in it is any text.
     /// - szTemplate is a text such as "({x}, {y}, {z})", at most 255 bytes. `{name}` is the value of a member,
     ///   `{name.name}` that of a member's member, and all else is copied. A member that the type does not have is shown
     ///   as "(no member x)".
     ///
-    /// On failure, because a text is longer or there are 32 printers, logs a line and returns false.
+    /// Requires that no other thread adds or crashes. On failure, because a text is longer or there are 32 printers,
+    /// logs a line and returns false.
     ZQ_API static bool AddTypePrinter(char const * szType, char const * szTemplate);
 
     /// Return the folder and the name as they were set.

@@ -25,11 +25,11 @@ namespace
     // szMore and ".txt". Writes an empty text if the path does not fit, or if the report's path has no stem.
     void MakeDetailsPath(char * szPath, char const * szReport, char const * szMore)
     {
-        constexpr std::size_t REPORT_ENDING = 4;   // ".rpt"
+        constexpr std::size_t REPORT_ENDING = sizeof CRASH_REPORT_END - 1;
         std::size_t const nReport = std::strlen(szReport);
         std::size_t const nStem = nReport > REPORT_ENDING ? nReport - REPORT_ENDING : 0;
-        int const nPath =
-            std::snprintf(szPath, PATH_SIZE, "%.*s_details%s.txt", static_cast<int>(nStem), szReport, szMore);
+        int const nPath = std::snprintf(szPath, PATH_SIZE, "%.*s%s%s%s", static_cast<int>(nStem), szReport,
+            CRASH_DETAILS_NAME, szMore, CRASH_DETAILS_END);
         if (nStem == 0 || static_cast<std::size_t>(nPath) >= PATH_SIZE)
         {
             szPath[0] = '\0';

@@ -92,8 +92,8 @@ namespace exceptionreport
         mutable bool m_bEnded = false;   // whether no line ends after m_pNext
     };
 
-    /// Runs a part of the report and returns true. nLimit is in milliseconds; 0 sets no limit. Returns false if the
-    /// part faulted, threw or took longer. No exception leaves the call: that would unwind the crashed thread.
+    /// Runs a part of the report and returns true. nLimit is in milliseconds; 0 sets no limit. Returns false if a
+    /// fault, an exception or the limit ended it. No exception leaves the call: that would unwind the crashed thread.
     template <typename CALL>
     bool CallGuarded(unsigned nLimit, CALL fnCall)
     {

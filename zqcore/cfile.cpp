@@ -465,7 +465,7 @@ ZQ_COLD bool FileOnDisk_c::ReportFailedLoadOpen(char const * szLocation, char co
     return LogWhyNot();
 }
 
-// Closes the file after a seek that failed, and reports the failure.
+// Closes the file after a seek that failed, and reports the failure. Returns false.
 ZQ_COLD bool FileOnDisk_c::ReportFailedSeek(plat::File_t hFile, char const * szLocation)
 {
     SetWhyNot(LastErrorReason());

@@ -91,14 +91,14 @@ private:
 
 /// Queues a read of the file into its own block, or into a buffer, and returns a handle. Requires that a buffer has
 /// room for the file's iLength bytes as of this call. If the file has grown when the request is served, it is not read
-/// into the buffer.
+/// into the buffer. Asserts that pFile is not null, and otherwise adds no request. The handle is then unknown to
+/// FileAsyncIsLoaded.
 /// - Requests are served in order, one at a time.
 /// - Requests from before the module is up wait for its start. Its Shutdown drops those that are left.
 /// - If the system has no thread for a worker, this call serves the request.
-/// - A null pFile asserts and adds no request. The handle is then unknown to FileAsyncIsLoaded.
 ///
-/// A handle is a position: the poll that sees a request done removes it, and later requests move down by one. With more
-/// than one request poll the newest handle first, or poll by file.
+/// A handle is a position: the poll that sees a request done removes it, and later requests move down by one. Requires
+/// that a caller with more than one request polls the newest handle first, or polls by file.
 ZQ_API void * FileAsyncOpen(File_c * pFile, void * pBuffer);
 
 /// Removes the request if it is done, even if its read failed, and returns true. Returns false while it is not done.

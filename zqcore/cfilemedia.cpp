@@ -10,7 +10,7 @@
 #include "zqcore/cfilehash.h"
 #include "zqcore/cfilepath.h"
 #include "zqcore/cfiletrack.h"
-#include "zqcore/clog.h"
+#include "zqcore/clog_internal.h"
 #include "zqcore/clogf.h"
 #include "zqcore/cmemory.h"
 #include "zqcore/ctokenize.h"
@@ -169,7 +169,7 @@ void FileExcludeToolFiles()
     {
         FileAlwaysExcludeFolder(szFolder);
     }
-    for (char const * szFile : { ".cvsignore", "message.log" })
+    for (char const * szFile : { ".cvsignore", LOG_MAIN_FILE })
     {
         FileAlwaysExcludeFile(szFile);
     }

@@ -88,7 +88,7 @@ public:
     /// Destroys all files. Their destructors remove them.
     void DestroyFiles();
 
-    /// Frees the folders.
+    /// Frees what KeepFolder added. Requires that no orphan points to it.
     void DestroyFolders();
 
 private:

@@ -32,7 +32,7 @@ FileReplacement_c::Reason_t LastErrorReason()
     char szError[FileReplacement_c::Reason_t::Capacity()];
     plat::LastErrorText(szError, sizeof szError);
     FileReplacement_c::Reason_t sReason(szError);
-    sReason.Chop(1);   // removes the line end
+    sReason.Chop(1);   // LastErrorText writes a line end
     return sReason;
 }
 

@@ -31,8 +31,8 @@ namespace Tessel
     class GcRef_c
     {
     public:
-        /// Makes a reference from pSource to pTarget, which may be null. Requires that pSource is not null. As a rule
-        /// the reference is a member of the source: `GcRef_c m_Next{ this };`.
+        /// Makes a reference from pSource to pTarget, which may be null. As a rule the reference is a member of the
+        /// source: `GcRef_c m_Next{ this };`. Requires that pSource is not null.
         explicit GcRef_c(GcObj * pSource, GcObj * pTarget = nullptr);
 
         /// Removes the reference from its source and target.

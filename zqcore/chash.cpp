@@ -13,11 +13,10 @@ namespace
         return plat::LoadAs<WORD>(pText);
     }
 
-    // Returns the hash with a further word: multiplied by 2^64 divided by the golden ratio (Knuth, TAOCP 3, 6.4), the
-    // high half XORed into the low one.
+    // Returns the hash with a further word: multiplied by the golden ratio, the high half XORed into the low one.
     std::uint64_t Mix(std::uint64_t iHash, std::uint64_t nWord)
     {
-        iHash = (iHash ^ nWord) * 0x9E3779B97F4A7C15u;
+        iHash = (iHash ^ nWord) * plat::GOLDEN_RATIO;
         return iHash ^ (iHash >> 32);
     }
 

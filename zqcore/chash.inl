@@ -98,16 +98,16 @@ int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(Entry_s const & Entry)
         return HASH_PRESENT;   // all earlier slots of the chain are occupied
     }
     int const iStart = static_cast<int>(Entry.iHash) & iMask;
-    int i = iStart;
+    int iSlot = iStart;
     int iProbe = 0;
-    while (iProbe < iMaxProbes && IsTaken(i))
+    while (iProbe < iMaxProbes && IsTaken(iSlot))
     {
-        if (pPresent == &m_dSlots[i])
+        if (pPresent == &m_dSlots[iSlot])
         {
             return HASH_PRESENT;
         }
-        int const nSteps = m_nHoles > 0 || m_dSkip[i] == 0 ? 1 : m_dSkip[i];
-        i = (i + nSteps * STEP) & iMask;
+        int const nSteps = m_nHoles > 0 || m_dSkip[iSlot] == 0 ? 1 : m_dSkip[iSlot];
+        iSlot = (iSlot + nSteps * STEP) & iMask;
         iProbe += nSteps;
     }
     if (iProbe >= iMaxProbes)
@@ -116,7 +116,7 @@ int StringHash_T<T, KEYLEN, SIZE, STEP>::Add(Entry_s const & Entry)
     }
     m_bTwins = m_bTwins || pPresent;
     m_dSkip[iStart] = static_cast<std::uint16_t>(iProbe + 1);
-    Store(m_dSlots[i], Entry);
+    Store(m_dSlots[iSlot], Entry);
     return HASH_ADDED;
 }
 
@@ -248,16 +248,16 @@ auto StringHash_T<T, KEYLEN, SIZE, STEP>::FirstFrom(Slot_s * pSlot) -> Slot_s *
 {
     // Tries slots one by one first, which is faster in a table that is not sparse. The word after the last is 0.
     constexpr int NEAR = 8;
-    auto i = static_cast<int>(pSlot - m_dSlots);
-    for (int const iEnd = i + NEAR; i < iEnd; ++i)
+    auto iSlot = static_cast<int>(pSlot - m_dSlots);
+    for (int const iEnd = iSlot + NEAR; iSlot < iEnd; ++iSlot)
     {
-        if (IsTaken(i))
+        if (IsTaken(iSlot))
         {
-            return &m_dSlots[i];
+            return &m_dSlots[iSlot];
         }
     }
-    int iWord = i / 32;
-    std::uint32_t dwTaken = m_dTaken[iWord] & (0xFFFFFFFFu << (i % 32));
+    int iWord = iSlot / 32;
+    std::uint32_t dwTaken = m_dTaken[iWord] & (0xFFFFFFFFu << (iSlot % 32));
     while (dwTaken == 0 && iWord < SIZE / 32)
     {
         dwTaken = m_dTaken[++iWord];

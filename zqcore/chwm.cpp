@@ -77,7 +77,7 @@ void StaticMemoryPool_c::SetPools()
     }
 }
 
-// Handles all cases, including large blocks and those that end in Abort.
+// Handles all cases, including large blocks and those that end in Abort. Returns what Alloc returns.
 void * StaticMemoryPool_c::AllocSlow(unsigned int nBytes, bool bArray)
 {
     char const * const szName = m_sName;

@@ -27,7 +27,7 @@
 class ZQ_API StaticMemoryPool_c
 {
 public:
-    static constexpr int MAX_GROUPS = 12;   // maximum number of classes
+    static constexpr int MAX_GROUPS = 12;   // of a pool
 
     /// Makes a pool without classes. Its messages hold the name, cut at 255 characters. Asserts that sName is not null.
     explicit StaticMemoryPool_c(char const * sName);

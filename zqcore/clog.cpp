@@ -61,7 +61,7 @@ namespace
     // Writes the path of the main log and creates the levels of its folder.
     void WriteWidePath(wchar_t (&wszPath)[WIDE_PATH_SIZE])
     {
-        wchar_t const * const wszName = g_wszFile[0] ? g_wszFile : L"message.log";
+        wchar_t const * const wszName = g_wszFile[0] ? g_wszFile : LOG_WIDE_MAIN_FILE;
         CopyWidePath(wszPath, g_wszFolder);
         LogCreateFolders(wszPath);
         std::wcsncat(wszPath, wszName, WIDE_PATH_SIZE - 1 - std::wcslen(wszPath));

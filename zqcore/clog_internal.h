@@ -15,6 +15,10 @@
 /// Bytes of a buffer for a line, with the terminator.
 inline constexpr std::size_t LOG_LINE_SIZE = LOG_LINE_LENGTH + 1;
 
+/// Name of the main log, if the host sets none.
+inline constexpr char LOG_MAIN_FILE[] = "message.log";
+inline constexpr wchar_t LOG_WIDE_MAIN_FILE[] = L"message.log";
+
 /// Bytes of a named log's name, with the terminator.
 inline constexpr int LOG_NAME_SIZE = 64;
 

@@ -363,8 +363,8 @@ namespace
 
     static_assert(alignof(std::max_align_t) >= UNIT);
 
-    // Allocates a block, usually on the fast path, and returns the caller's bytes. On failure does what ReportNoMemory
-    // does. The fast path counts first, so that few values must survive the call of malloc.
+    // Allocates a block, usually on the fast path, and returns the caller's bytes. The fast path counts first, so that
+    // few values must survive the call of malloc. On failure does what ReportNoMemory does.
     ZQ_INLINE void * HeapNew(std::size_t nBytes, std::size_t nAlignment, int iBlockType, char const * szFile, int iLine)
     {
         int const iCategory = CategoryOf(iBlockType);

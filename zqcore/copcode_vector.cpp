@@ -16,8 +16,8 @@ namespace
     }
 }
 
-// Applies the prefix in the fields: VEX or EVEX (Intel SDM, volume 2, chapter 2), or XOP (AMD64 manual, volume 6). pCode
-// is the opcode after it. Returns false if the vector length does not exist.
+// Applies the prefix in the fields: VEX or EVEX (Intel SDM, volume 2, chapter 2), or XOP (AMD64 manual, volume 6).
+// pCode is the opcode after it. Returns false if the vector length does not exist.
 bool OpcodeDecoder_c::TakeVex(std::uint32_t const * pFields, unsigned char const * pCode)
 {
     constexpr unsigned SHORT_VEX = 0xC5;

@@ -19,6 +19,8 @@
 
 #include "zqcore/cconfig.h"
 
+#include "platform/bytes.h"
+
 #include <bit>
 #include <cstddef>
 #include <utility>
@@ -104,13 +106,12 @@ private:
         return i;
     }
 
-    /// Returns the slot that follows in a probe. The step is the table's size divided by the golden ratio (Knuth, TAOCP
-    /// 3, 6.4). The constant is 2^32 divided by that ratio. A run of pages that collides with another run leaves it
-    /// after a step or two.
+    /// Returns the slot that follows in a probe. The step is the table's size divided by the golden ratio, so a run of
+    /// pages that collides with another run leaves it after a step or two.
     std::size_t NextSlot(std::size_t iSlot) const
     {
-        auto const nStep =
-            static_cast<std::size_t>((m_nSlots * 2654435769ull) >> 32) | 1;   // odd: it reaches all slots
+        std::uint64_t const nProduct = m_nSlots * (plat::GOLDEN_RATIO >> 32);
+        auto const nStep = static_cast<std::size_t>(nProduct >> 32) | 1;   // odd: it reaches all slots
         return (iSlot + nStep) & (m_nSlots - 1);
     }
 

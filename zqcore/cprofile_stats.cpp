@@ -1,5 +1,6 @@
 #include "zqcore/cdebug.h"
 #include "zqcore/cprofile_internal.h"
+#include "zqcore/cprofile_stats_internal.h"
 
 #include "zqcore/cfilelog.h"
 #include "zqcore/cfilename.h"
@@ -19,17 +20,17 @@ namespace
 {
     using profiler::timer_t;
 
-    constexpr std::uint32_t RECORD_SIZE = 2504;        // bytes in the file, for every word size
-    constexpr std::size_t LINKS = 36, COUNTS = 2488;   // offsets in a record of the fields that are written separately
+    constexpr std::uint32_t RECORD_SIZE = statsrecord::SIZE;
     constexpr std::size_t BUFFER_SIZE = sizeof(std::uint32_t) + MAX_TIMERS_TOTAL * RECORD_SIZE;
     constexpr std::size_t ERROR_SIZE = 256;
     static_assert(BUFFER_SIZE == 1282052);
 
     // The copied fields have the same offsets as in the file.
     static_assert(std::endian::native == std::endian::little && sizeof(timer_t) == RECORD_SIZE);
-    static_assert(offsetof(timer_t, iTimer) == 32 && offsetof(timer_t, tStart) == 48);
-    static_assert(offsetof(timer_t, dFrames) == 56 && offsetof(timer_t, tAverage) == 2456);
-    static_assert(offsetof(timer_t, tMaxEver) == 2480 && sizeof(timerFrame_t) == 16);
+    static_assert(offsetof(timer_t, iTimer) == statsrecord::TIMER && offsetof(timer_t, tStart) == statsrecord::START);
+    static_assert(offsetof(timer_t, dFrames) == statsrecord::SLOTS && sizeof(timerFrame_t) == statsrecord::SLOT_SIZE);
+    static_assert(offsetof(timer_t, tAverage) == statsrecord::AVERAGE);
+    static_assert(offsetof(timer_t, tMaxEver) == statsrecord::MAX_EVER);
 
     constinit plat::AsyncFile_c g_StatsFile;
     plat::File_t g_hTracked = nullptr;   // handle passed to FileOpenTracker
@@ -57,9 +58,10 @@ namespace
     {
         std::uint32_t const dLinks[] = { FileAddress(Timer.pChild), FileAddress(Timer.pNext), 0 };
         std::uint32_t const dCounts[] = { Timer.nLast, Timer.nAtMax, static_cast<std::uint32_t>(Timer.iMaxSlot), 0 };
-        static_assert(LINKS + sizeof dLinks == offsetof(timer_t, tStart) && COUNTS + sizeof dCounts == RECORD_SIZE);
-        std::memcpy(pRecord + LINKS, dLinks, sizeof dLinks);
-        std::memcpy(pRecord + COUNTS, dCounts, sizeof dCounts);
+        static_assert(statsrecord::CHILD + sizeof dLinks == statsrecord::START);
+        static_assert(statsrecord::N_LAST + sizeof dCounts == statsrecord::SIZE);
+        std::memcpy(pRecord + statsrecord::CHILD, dLinks, sizeof dLinks);
+        std::memcpy(pRecord + statsrecord::N_LAST, dCounts, sizeof dCounts);
     }
 
     // Copies the timers to the buffer in one piece, which is faster than field by field. Returns the size of the batch

@@ -1,7 +1,7 @@
 // csha1.h: SHA-1 (FIPS 180-4), for fingerprints of media and for spreading entropy.
 //
-// It does not serve signatures, because an attacker can make messages with equal digests. Call SHA1Reset, then
-// SHA1Input any number of times, then SHA1Result.
+// It does not serve signatures, because an attacker can make messages with equal digests. A digest requires
+// SHA1Reset, then SHA1Input any number of times, then SHA1Result.
 //
 // Ownership: the caller owns the context, which holds a copy of an incomplete block.
 // Threads: a context belongs to one thread at a time.

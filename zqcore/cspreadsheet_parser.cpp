@@ -24,7 +24,7 @@ namespace
         return nBlock <= NARROW_LIMIT ? sizeof(std::uint16_t) : sizeof(std::uint32_t);
     }
 
-    // Load and store the end of a cell's text. The ends lie before pTableEnd, that of cell 0 last.
+    // Return and store the end of a cell's text. The ends lie before pTableEnd, that of cell 0 last.
     template <typename T>
     std::size_t LoadEnd(char const * pTableEnd, int iCell)
     {
@@ -77,7 +77,7 @@ void SpreadsheetRow_c::AddCell(char const * sText)
     std::size_t const nText = sText ? std::strlen(sText) : 0;
     std::size_t const nOffset =
         reinterpret_cast<std::uintptr_t>(sText) - reinterpret_cast<std::uintptr_t>(m_Block.pBytes);
-    bool const bOwn = nOffset < m_Block.nBytes;   // a text of this row, which Reserve may move
+    bool const bOwn = nOffset < m_Block.nBytes;   // whether sText is a text of this row, which Reserve may move
     char * const pTo = Reserve(nText);
     if (nText > 0)
     {

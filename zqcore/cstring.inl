@@ -44,8 +44,8 @@ String_T<N> & String_T<N>::operator=(char const * sTxt)
     return *this;
 }
 
-/// Replaces the text from nAt on with the view up to its first NUL, cut at N - 1 characters in all. Requires nAt < N.
-/// The view may be a part of this text.
+/// Replaces the text from nAt on with the view up to its first NUL, cut at N - 1 characters in all, and returns the
+/// string. The view may be a part of this text. Requires nAt < N.
 template <int N>
 String_T<N> & String_T<N>::Put(std::size_t nAt, std::string_view sTxt)
 {

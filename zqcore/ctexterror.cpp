@@ -129,11 +129,10 @@ void TextErrors_c::SetAt(char const * szReason, char const * szAbout, char const
 char const * TextSkipMarkSlow(char const *& pBegin, char const * pEnd)
 {
     std::string_view const sText(pBegin, static_cast<std::size_t>(pEnd - pBegin));
-    // RFC 2781 has the marks of UTF-16, RFC 3629 that of UTF-8.
-    if (sText.starts_with("\xFF\xFE") || sText.starts_with("\xFE\xFF"))
+    if (sText.starts_with(UTF16_LOW_MARK) || sText.starts_with(UTF16_HIGH_MARK))
     {
         return "the text is UTF-16; only UTF-8 is read";
     }
-    pBegin += sText.starts_with("\xEF\xBB\xBF") ? 3 : 0;
+    pBegin += sText.starts_with(UTF8_MARK) ? UTF8_MARK.size() : 0;
     return nullptr;
 }

@@ -3,6 +3,11 @@
 
 #include "zqcore/cfile.h"
 
+#include <string_view>
+
+/// Byte order marks: of UTF-8 (RFC 3629), and of UTF-16 with the low or the high byte first (RFC 2781).
+inline constexpr std::string_view UTF8_MARK = "\xEF\xBB\xBF", UTF16_LOW_MARK = "\xFF\xFE", UTF16_HIGH_MARK = "\xFE\xFF";
+
 /// Text of a file for a reader.
 struct FileText_t
 {
@@ -17,9 +22,8 @@ char const * TextSkipMarkSlow(char const *& pBegin, char const * pEnd);
 /// Does what TextSkipMarkSlow does. An ASCII text costs no call.
 inline char const * TextSkipMark(char const *& pBegin, char const * pEnd)
 {
-    constexpr unsigned char LOWEST_MARK = 0xEF;   // first byte of UTF-8's mark (RFC 3629); those of UTF-16 are higher
-    return pBegin < pEnd && static_cast<unsigned char>(*pBegin) >= LOWEST_MARK ? TextSkipMarkSlow(pBegin, pEnd)
-                                                                               : nullptr;
+    constexpr auto LOWEST = static_cast<unsigned char>(UTF8_MARK[0]);   // the first bytes of the others are higher
+    return pBegin < pEnd && static_cast<unsigned char>(*pBegin) >= LOWEST ? TextSkipMarkSlow(pBegin, pEnd) : nullptr;
 }
 
 /// Returns the text of an open file, or why it can't be read.

@@ -17,7 +17,7 @@ namespace
 {
     struct Item_s
     {
-        int nNumber = 1;
+        int iNumber = 1;
         double fNumber = 2;
         std::string sText;
         std::vector<int> dNumbers;
@@ -32,12 +32,12 @@ namespace
 
         int Sum(int n) const
         {
-            int nSum = n + N;
+            int iSum = n + N;
             for (int i = 0; i < n; ++i)
             {
-                nSum += Item.nNumber * i;
+                iSum += Item.iNumber * i;
             }
-            return nSum + Next.Sum(nSum & 3);
+            return iSum + Next.Sum(iSum & 3);
         }
     };
 
@@ -53,14 +53,14 @@ namespace
         std::map<int, Deep_T<N>> dDeep;
         std::vector<std::tuple<int, double, Deep_T<N>>> dTuples(static_cast<std::size_t>(n & 7));
         std::unordered_map<std::string, std::variant<int, Deep_T<N>, std::string>> dVariants;
-        std::function<int(int)> const fnSum = [&dDeep](int nFrom)
+        std::function<int(int)> const fnSum = [&dDeep](int iFrom)
         {
-            int nSum = nFrom * N;
-            for (auto const & [nKey, Deep] : dDeep)
+            int iSum = iFrom * N;
+            for (auto const & [iKey, Deep] : dDeep)
             {
-                nSum += Deep.Sum(nKey);
+                iSum += Deep.Sum(iKey);
             }
-            return nSum;
+            return iSum;
         };
         dVariants["text"] = n;
         return fnSum(n) + static_cast<int>(dVariants.size() + dTuples.size());

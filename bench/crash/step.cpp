@@ -8,15 +8,15 @@
 template <>
 __attribute__((noinline)) int StepInto<STEP>(Argument_t const & Argument, int nDepth)
 {
-    Argument_t Next = { Argument.nNumber + STEP, Argument.fNumber / 2, "a text", { STEP, 1, 2, 3 } };
-    int volatile nLocal = nDepth * 3;
+    Argument_t Next = { Argument.iNumber + STEP, Argument.fNumber / 2, "a text", { STEP, 1, 2, 3 } };
+    int volatile iLocal = nDepth * 3;
     double volatile fLocal = Next.fNumber + nDepth;
     asm volatile("" ::"r"(&Next), "r"(&nDepth) : "memory");
     #ifdef STEP_LAST
-    nLocal = *reinterpret_cast<int volatile *>(static_cast<__UINTPTR_TYPE__>(nLocal & 1));
+    iLocal = *reinterpret_cast<int volatile *>(static_cast<__UINTPTR_TYPE__>(iLocal & 1));
     #else
-    nLocal = StepInto<STEP + 1>(Next, nDepth + 1);
+    iLocal = StepInto<STEP + 1>(Next, nDepth + 1);
     #endif
-    return nLocal + static_cast<int>(fLocal);
+    return iLocal + static_cast<int>(fLocal);
 }
 #endif

@@ -4,7 +4,7 @@
 /// Arguments of a frame's function.
 struct Argument_t
 {
-    int nNumber;
+    int iNumber;
     double fNumber;
     char const * szText;
     int dNumbers[4];

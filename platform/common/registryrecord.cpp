@@ -110,7 +110,8 @@ namespace plat
         }
 
         // Makes the name on disk after a mark: folded, with %XX for a leading dot and for bytes that are not plain. A
-        // name that gets too long for a file is shortened. Returns false if sName is too long. Sets errno to ENAMETOOLONG, on success too.
+        // name that gets too long for a file is shortened. Returns false if sName is too long. Sets errno to
+        // ENAMETOOLONG, on success too.
         bool NameToDisk(std::string_view sMark, std::string_view sName, std::string & sFile)
         {
             constexpr std::string_view PLAIN = "abcdefghijklmnopqrstuvwxyz0123456789_ .-";

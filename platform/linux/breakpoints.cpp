@@ -99,9 +99,9 @@ namespace plat
             return Event;
         }
 
-        // Returns whether registers fire. Returns false with ENOTSUP if they do not, and with the system's errno if the
-        // system refuses one. Some hypervisors ignore the debug registers: the kernel grants events that never fire.
-        // The test is whether the kernel counts one access. If it does, that result is stored.
+        // Tests whether registers fire: whether the kernel counts one access. Returns the result, and stores it if it
+        // is true. Some hypervisors ignore the debug registers: the kernel grants events that never fire. Returns false
+        // with ENOTSUP if the access is not counted, and with the system's errno if the system refuses a register.
         bool RegistersFire()
         {
             static constinit std::atomic<bool> s_bFired = false;

@@ -237,7 +237,7 @@ namespace plat
         // kernel's continues with 6 words and MXCSR.
         unsigned MxcsrOf(fpregset_t pFloats)
         {
-            constexpr std::size_t MXCSR_OFFSET = 136;
+            constexpr std::size_t MXCSR_OFFSET = 136;   // of mxcsr in the kernel's _fpstate_32 (asm/sigcontext.h)
             unsigned dwMxcsr;
             std::memcpy(&dwMxcsr, reinterpret_cast<char const *>(pFloats) + MXCSR_OFFSET, sizeof dwMxcsr);
             return dwMxcsr;

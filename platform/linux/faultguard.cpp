@@ -48,7 +48,7 @@ namespace plat
         }
 
         // Sets the timer to the earliest end of the guarded calls, or to 1 ns from now if that end has passed. Stops
-        // the timer if no call has an end. Uses the kernel's call, because the C library allocates memory for a timer.
+        // the timer if no call has an end. Uses the system call, because the C library allocates memory for a timer.
         void SetTimer()
         {
             std::int64_t const tEnd = FirstEnd();

@@ -123,8 +123,8 @@ namespace
         }
     }
 
-    // Runs the thread's function with a stack for faults. If optimised, ends in a jump, so that the thread's call stack
-    // has no frame of this function. Therefore nothing here uses the address of a local.
+    // Runs the thread's function with a stack for faults and returns its result. If optimised, ends in a jump, so that
+    // the thread's call stack has no frame of this function. Therefore nothing here uses the address of a local.
     void * RunJoined(void * pStart)
     {
         Run_t const fnRun = static_cast<Start_s *>(pStart)->fnRun;

@@ -20,7 +20,7 @@ namespace plat
             { nullptr, nullptr, [] { t_iThread = 0; } });   // the child has its own number
 
         // Returns the function that creates a thread. If the process has the thread checker, which must know each
-        // thread, that is the one that comes first in the process.
+        // thread, returns the one that comes first in the process.
         decltype(&::pthread_create) ThreadCreator()
         {
             void * const pFirst = HasThreadChecker() ? ::dlsym(RTLD_DEFAULT, "pthread_create") : nullptr;

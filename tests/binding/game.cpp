@@ -25,8 +25,8 @@ __attribute__((visibility("default"))) void operator delete[](void * pBlock, std
 }
 #endif
 
-// Allocates a block and frees it through pointers, and also deletes null. Requires an operator delete that accepts
-// null. A program at a fixed address has an entry of its own for a function whose address it takes.
+// Allocates a block and frees it through pointers, and also deletes null. A program at a fixed address has an entry of
+// its own for a function whose address it takes. Requires an operator delete that accepts null.
 void UseByAddress()
 {
     void * (*volatile fnNew)(std::size_t) = &::operator new;

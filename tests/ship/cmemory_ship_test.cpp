@@ -46,18 +46,18 @@ namespace
 TEST_F(CountedShip, CountsABlockUnderItsCategoryUntilItIsFreed)
 {
     MemoryResetFrameAllocCount();
-    char * p;
+    char * pBlock;
     {
         MemCategoryScope_c const Category(mem::Decals);
-        p = ZQ_NEW char[100];
+        pBlock = ZQ_NEW char[100];
     }
     EXPECT_EQ(FiguresOf(mem::Decals), Figures_t(1, 100));
     EXPECT_EACH(MemoryBytesNow(mem::Decals) == 100, MemoryBytesNow(mem::CRT) == 0);
     EXPECT_EQ(Totals(), Figures_t(std::get<0>(m_TotalsBefore) + 1, std::get<1>(m_TotalsBefore) + 100));
     std::unique_ptr<void, void (*)(void *)> const Foreign(std::calloc(1, 24), std::free);
-    EXPECT_EACH(MemoryIsOwnBlock(p), !MemoryIsOwnBlock(Foreign.get()), !MemoryIsOwnBlock(nullptr),
+    EXPECT_EACH(MemoryIsOwnBlock(pBlock), !MemoryIsOwnBlock(Foreign.get()), !MemoryIsOwnBlock(nullptr),
         !MemoryIsOwnBlock(reinterpret_cast<void *>(16)));
-    delete[] p;
+    delete[] pBlock;
     EXPECT_EQ(FiguresOf(mem::Decals), m_Before);
     EXPECT_EQ(Totals(), m_TotalsBefore);
     EXPECT_EACH(InfoOf(mem::Decals).iMaxBytes == 100, InfoOf(mem::Decals).iFrameAllocs == 1);

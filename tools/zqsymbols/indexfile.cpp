@@ -1,5 +1,6 @@
 #include "tools/zqsymbols/indexfile.h"
 
+#include "platform/bytes.h"
 #include "platform/linux/descriptor.h"
 
 #include <algorithm>
@@ -40,14 +41,12 @@ namespace zqsymbols
         // damaged file has.
         std::uint64_t Sum(std::string_view sBytes)
         {
-            // 2^64 divided by the golden ratio (Knuth, The Art of Computer Programming, volume 3, section 6.4).
-            constexpr std::uint64_t MULTIPLIER = 0x9E3779B97F4A7C15;
             std::uint64_t nSum = sBytes.size();
             for (std::size_t i = 0; i + sizeof(nSum) <= sBytes.size(); i += sizeof(nSum))
             {
                 std::uint64_t nWord;
                 std::memcpy(&nWord, sBytes.data() + i, sizeof(nWord));
-                nSum = (nSum ^ nWord) * MULTIPLIER;
+                nSum = (nSum ^ nWord) * plat::GOLDEN_RATIO;
                 nSum ^= nSum >> 32;
             }
             return nSum;

@@ -188,12 +188,12 @@ namespace zqsymbols
     {
         std::optional<Unit_t> Unit = Modules.UnitAt(nAddress);
         Dwarf_Line * const pLine = Unit ? dwarf_getsrc_die(&Unit->Lines, nAddress - Unit->nBias) : nullptr;
-        int nLine = 0;
+        int iLine = 0;
         char const * const szFile = pLine != nullptr ? dwarf_linesrc(pLine, nullptr, nullptr) : nullptr;
-        if (szFile == nullptr || dwarf_lineno(pLine, &nLine) != 0 || nLine <= 0)
+        if (szFile == nullptr || dwarf_lineno(pLine, &iLine) != 0 || iLine <= 0)
         {
             return std::nullopt;
         }
-        return Line_t{ PathOf(*Unit, szFile), static_cast<unsigned>(nLine) };
+        return Line_t{ PathOf(*Unit, szFile), static_cast<unsigned>(iLine) };
     }
 }

@@ -3,6 +3,8 @@
 #include "platform/text.h"
 #include "tools/zqtool/input.h"
 #include "tools/zqtool/parse.h"
+#include "zqcore/ccrashdetails_internal.h"
+#include "zqcore/cfile_internal.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -14,7 +16,8 @@ namespace
 {
     namespace fs = std::filesystem;
 
-    constexpr std::string_view REPORT_END = ".rpt", DETAILS_END = "_details.txt", REPORT_START = "CrashReport_";
+    constexpr std::string_view REPORT_START = CRASH_REPORT_START;
+    std::string const DETAILS_END = std::string(CRASH_DETAILS_NAME) + CRASH_DETAILS_END;
     constexpr std::size_t MAX_MEBIBYTES = 16;   // of a file
     constexpr std::size_t MAX_FILE = MAX_MEBIBYTES << 20;
 
@@ -28,12 +31,13 @@ namespace
     // nothing for any other name.
     std::optional<std::string> StemOfMore(std::string const & sName)
     {
-        constexpr std::string_view START = "_details_", END = ".txt";
-        constexpr std::size_t DIGITS = 8, LENGTH = START.size() + DIGITS + END.size();
-        std::size_t const iEnd = sName.size() < LENGTH ? std::string::npos : sName.size() - LENGTH;
+        std::string const sStart = std::string(CRASH_DETAILS_NAME) + '_', sEnd = CRASH_DETAILS_END;
+        constexpr std::size_t DIGITS = 8;
+        std::size_t const nEnding = sStart.size() + DIGITS + sEnd.size();
+        std::size_t const iEnd = sName.size() < nEnding ? std::string::npos : sName.size() - nEnding;
         bool const bForm =
-            iEnd != std::string::npos && sName.ends_with(END) && sName.compare(iEnd, START.size(), START) == 0
-            && sName.find_first_not_of(plat::ALL_HEX_DIGITS, iEnd + START.size()) == sName.size() - END.size();
+            iEnd != std::string::npos && sName.ends_with(sEnd) && sName.compare(iEnd, sStart.size(), sStart) == 0
+            && sName.find_first_not_of(plat::ALL_HEX_DIGITS, iEnd + sStart.size()) == sName.size() - sEnd.size();
         return bForm ? std::optional(sName.substr(0, iEnd)) : std::nullopt;
     }
 
@@ -60,7 +64,8 @@ namespace
                 AddFolder(sName);
                 return;
             }
-            std::optional<std::string> const DetailsStem = StemOfDetails(sName), ReportStem = StemOf(sName, REPORT_END);
+            std::optional<std::string> const DetailsStem = StemOfDetails(sName),
+                                             ReportStem = StemOf(sName, CRASH_REPORT_END);
             CrashFiles_t Files;
             if (DetailsStem || ReportStem)
             {
@@ -87,7 +92,7 @@ namespace
         // Returns the regular files of a stem that exist.
         CrashFiles_t FilesOf(std::string const & sStem)
         {
-            std::string const sReport = sStem + std::string(REPORT_END), sDetails = sStem + std::string(DETAILS_END);
+            std::string const sReport = sStem + CRASH_REPORT_END, sDetails = sStem + DETAILS_END;
             CrashFiles_t Files = { CheckInput(sReport).empty() ? sReport : "", {} };
             if (CheckInput(sDetails).empty())
             {
@@ -135,7 +140,7 @@ namespace
             {
                 std::string const sName = itEntry->path().string();
                 std::error_code Ignored;
-                if (std::optional<std::string> const ReportStem = StemOf(sName, REPORT_END);
+                if (std::optional<std::string> const ReportStem = StemOf(sName, CRASH_REPORT_END);
                     ReportStem && itEntry->is_regular_file(Ignored))
                 {
                     dFiles[*ReportStem].sReport = sName;
@@ -243,7 +248,7 @@ namespace
         std::FILE * const pFile = std::fopen(sFile.c_str(), "rb");
         if (pFile == nullptr)
         {
-            sFault = INPUT_UNREADABLE;
+            sFault = FILE_UNREADABLE;
             return "";
         }
         std::setvbuf(pFile, nullptr, _IONBF, 0);
@@ -254,7 +259,7 @@ namespace
             nRead = std::fread(s_sBuffer.data() + nText, 1, s_sBuffer.size() - nText, pFile);
             nText += nRead;
         }
-        sFault = std::ferror(pFile) != 0 ? INPUT_UNREADABLE
+        sFault = std::ferror(pFile) != 0 ? FILE_UNREADABLE
                  : nText > MAX_FILE      ? "more than " + std::to_string(MAX_MEBIBYTES) + " MiB; the rest is not read"
                                          : "";
         std::fclose(pFile);

@@ -9,6 +9,7 @@
 #include "tools/zqtool/parse.h"
 #include "tools/zqtool/text.h"
 #include "zqcore/ccrc.h"
+#include "zqcore/cfile_internal.h"
 #include "zqcore/chash.h"
 #include "zqcore/csha1.h"
 
@@ -84,7 +85,7 @@ namespace
         sWhyNot = bStandard ? "" : OpenInput(sFile, Stream);
         std::string sHash = sWhyNot.empty() ? HashOf(bStandard ? std::cin : Stream, sAlgorithm) : "";
         sHash = bStandard && std::ferror(stdin) ? "" : sHash;   // std::cin takes an error for the end
-        sWhyNot = sHash.empty() && sWhyNot.empty() ? INPUT_UNREADABLE : sWhyNot;
+        sWhyNot = sHash.empty() && sWhyNot.empty() ? FILE_UNREADABLE : sWhyNot;
         return sHash;
     }
 
@@ -223,7 +224,7 @@ namespace
         bool const bRead = List.eof() && !(bStandard && std::ferror(stdin));
         if (!bRead || iLine == 0)
         {
-            PrintProblem(Options.sList, bRead ? "the list is empty" : INPUT_UNREADABLE);
+            PrintProblem(Options.sList, bRead ? "the list is empty" : FILE_UNREADABLE);
             iStatus = EXIT_FOUND;
         }
         if (Options.bJson)

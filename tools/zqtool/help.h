@@ -38,7 +38,7 @@ struct HelpCommand_t
 /// Returns all spellings of a command's options, as "-h" and "--help".
 std::vector<std::string> OptionNames(HelpCommand_t const & Command);
 
-/// Returns the text of --help.
+/// Returns what --help prints: usage, purpose, subcommands, arguments, options and footer.
 std::string HelpText(HelpCommand_t const & Command);
 
 /// Returns "; did you mean X?" with the most similar of the known words, or an empty text if none is similar.

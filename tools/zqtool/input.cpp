@@ -1,6 +1,7 @@
 #include "tools/zqtool/input.h"
 
 #include "tools/zqtool/text.h"
+#include "zqcore/cfile_internal.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -17,7 +18,7 @@ std::string CheckInput(std::string const & sFile)
     case std::filesystem::file_type::not_found:
         return "there is no such file";
     case std::filesystem::file_type::none:   // such as for a folder on the way that may not be searched
-        return INPUT_UNREADABLE;
+        return FILE_UNREADABLE;
     default:
         return "this is no regular file";
     }
@@ -30,7 +31,7 @@ std::string OpenInput(std::string const & sFile, std::ifstream & Stream)
         return sWhyNot;
     }
     Stream.open(sFile, std::ios::binary);
-    return Stream ? "" : INPUT_UNREADABLE;
+    return Stream ? "" : FILE_UNREADABLE;
 }
 
 std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uintmax_t nMost)
@@ -55,7 +56,7 @@ std::string ReadInput(std::string const & sFile, std::string & sBytes, std::uint
     }
     bool const bWhole = Stream.eof() && static_cast<std::uintmax_t>(Stream.gcount()) == nBytes;
     sBytes.resize(static_cast<std::size_t>(nBytes));
-    return bWhole ? "" : INPUT_UNREADABLE;
+    return bWhole ? "" : FILE_UNREADABLE;
 }
 
 namespace

@@ -6,9 +6,6 @@
 #include <iosfwd>
 #include <string>
 
-/// Reason why a file can't be examined, opened or read. A file that is known to be missing has another reason.
-inline constexpr char INPUT_UNREADABLE[] = "it can't be read";
-
 /// Returns an empty text for a regular file, otherwise what is wrong. OpenInput opens only regular files, because
 /// opening a pipe could block for ever.
 std::string CheckInput(std::string const & sFile);

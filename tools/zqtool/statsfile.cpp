@@ -2,6 +2,8 @@
 
 #include "tools/zqtool/text.h"
 
+#include "zqcore/cprofile_stats_internal.h"
+
 #include "platform/bytes.h"
 
 #include <algorithm>
@@ -11,12 +13,9 @@
 
 namespace
 {
-    constexpr std::size_t HEADER_SIZE = 8, COUNT_SIZE = 4, RECORD_SIZE = sizeof(profiler::timer_t);   // bytes
+    using namespace statsrecord;
 
-    // Offsets and sizes in a record (docs/formats.md), in bytes.
-    constexpr std::size_t NAME = 0, NAME_SIZE = 32, TIMER = 32, CHILD = 36, NEXT = 40, SLOTS = 56, SLOT_SIZE = 16;
-    constexpr std::size_t AVERAGE = 2456, MAX = 2464, LAST = 2472, MAX_EVER = 2480;
-    constexpr std::size_t N_LAST = 2488, N_AT_MAX = 2492, MAX_SLOT = 2496;
+    constexpr std::size_t HEADER_SIZE = 8, COUNT_SIZE = 4, RECORD_SIZE = statsrecord::SIZE;   // bytes
     static_assert(SLOTS + STATS_FRAMES * SLOT_SIZE == AVERAGE);
 
     using plat::WordFromLittle;

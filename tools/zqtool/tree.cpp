@@ -157,7 +157,7 @@ namespace
                && (sFolded.size() == sName.size() || sFolded[sFolded.size() - sName.size() - 1] == '\\');
     }
 
-    // Returns why a file does not open by its bare name. The first of these that applies is the reason:
+    // Returns why a file does not open by its bare name. The first of these that applies decides:
     // - a finding about the file
     // - a finding about a folder that it is in
     // - another name by which it opens
