@@ -119,6 +119,7 @@ namespace plat
     /// start. Returns the new position, or -1 on failure.
     std::int64_t FileSeek(File_t hFile, std::int64_t iOffset, int iOrigin);
 
+    /// Closes a file. FileFinish (filewrite.h) also reports whether the system lost a part of what was written.
     void FileClose(File_t hFile);
 
     /// Reads the facts of what the path names, following links. Returns false on failure, for instance if it names
@@ -196,7 +197,7 @@ namespace plat
         /// Reads the folder. Returns false, without entries, if it can't be opened or an error ends the read.
         bool Read(char const * szPath);
 
-        /// Returns the number of entries.
+        /// Returns the number of entries, or 0 before the first Read and after one that failed.
         std::size_t GetCount() const;
 
         /// Returns whether any name holds an ASCII capital. Without one, no two names differ in case only.

@@ -102,10 +102,10 @@ namespace plat
     /// old value.
     bool RegistryRenameValue(RegistryKey_t hKey, char const * szOldName, char const * szNewName);
 
-    /// Copies the name of a subkey, as it was spelled when it was created. iIndex counts from 0 in the order of folded
-    /// bytes. Returns false, and leaves the buffer unchanged, if there is no such subkey or the name with its
-    /// terminator does not fit. Reads the names once, and again after a change. May see a change by another process
-    /// up to 20 ms late.
+    /// Copies the name of a subkey, as it was spelled when it was created. Reads the names once, and again after a
+    /// change. iIndex counts from 0 in the order of folded bytes. May see a change by another process up to 20 ms late.
+    /// Returns false, and leaves the buffer unchanged, if there is no such subkey or the name with its terminator does
+    /// not fit.
     bool RegistryEnumKey(RegistryKey_t hKey, std::size_t iIndex, char * szName, std::size_t nSize);
 
     /// Deletes a key and its values by its path from an open key. An empty path deletes the open key itself, which

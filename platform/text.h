@@ -28,6 +28,14 @@ namespace plat
     inline constexpr char LOWER_HEX_DIGITS[] = "0123456789abcdef";
     inline constexpr char ALL_HEX_DIGITS[] = "0123456789abcdefABCDEF";
 
+    /// The control characters that TextEscape leaves as they are.
+    enum class Controls_e
+    {
+        None,   // for a name, or any other text that must stay on one line
+        Tabs,
+        Layout   // tabs and line ends, for a text of several lines
+    };
+
     /// Returns whether a character is a decimal digit of ASCII.
     constexpr bool IsDigit(char cText)
     {
@@ -42,14 +50,6 @@ namespace plat
                : cText >= 'a' && cText <= 'f' ? cText - 'a' + 10
                                               : -1;
     }
-
-    /// The control characters that TextEscape leaves as they are.
-    enum class Controls_e
-    {
-        None,   // for a name, or any other text that must stay on one line
-        Tabs,
-        Layout   // tabs and line ends, for a text of several lines
-    };
 
     /// Returns whether a byte belongs to a UTF-8 character (RFC 3629) and is not its first.
     constexpr bool ContinuesUtf8(char cByte)

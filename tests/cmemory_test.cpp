@@ -319,11 +319,11 @@ TEST(Memory, AlignedOperationsReportMisuse)
     EXPECT_EQ(Reports.Extract(), "The Block at " + AddressText(pPlain) + " was not allocated by aligned routines");
     plat::HeapFree(pPlain);
 
-    auto * const p = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, MEMORY_CLIENT_BLOCK, nullptr, 0));
-    p[-1] = 0;
-    EXPECT_EQ(get_block_from_aligned(p), nullptr);
-    aligned_free_dbg(p);
-    EXPECT_EQ(Reports.Extract(), "Damage before " + AddressText(p) + " which was allocated by aligned routine\n");
+    auto * const pUser = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, MEMORY_CLIENT_BLOCK, nullptr, 0));
+    pUser[-1] = 0;
+    EXPECT_EQ(get_block_from_aligned(pUser), nullptr);
+    aligned_free_dbg(pUser);
+    EXPECT_EQ(Reports.Extract(), "Damage before " + AddressText(pUser) + " which was allocated by aligned routine\n");
 
     auto * const pFront = static_cast<unsigned char *>(aligned_malloc_dbg(8, 16, MEMORY_CLIENT_BLOCK, nullptr, 0));
     std::fill_n(pFront - 2 * sizeof(void *), 2 * sizeof(void *), 0x11);   // the address of its block, too

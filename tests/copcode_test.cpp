@@ -55,7 +55,7 @@ namespace
     constexpr char LOCK[] = "lock   ";         // an instruction of its own here
     constexpr std::size_t RANDOM_BYTES = 24;   // bytes of random code for an instruction
 
-    // Returns random bytes, often with a prefix or two and with 0F in front.
+    // Draws random bytes, often with a prefix or two and with 0F in front, and returns them.
     std::vector<unsigned char> RandomInstruction(std::mt19937 & Random, OpcodeMode_e eMode)
     {
         static constexpr unsigned char PREFIXES[] = { 0x66, 0xF2, 0xF3, 0x66, 0x67, 0xF0, 0x2E, 0x64 };
@@ -81,7 +81,8 @@ namespace
         return dBytes;
     }
 
-    // Returns the text of the first instruction, with the one that it locks, and the length of both.
+    // Decodes the first instruction, with the one that it locks, as if dBytes were at BIAS. Sets nLength to the length
+    // of both and returns their text. The decoder keeps the address bias.
     std::string Decoded(OpcodeDecoder_c & Decoder, std::vector<unsigned char> const & dBytes, std::size_t & nLength)
     {
         char szText[256];
@@ -149,7 +150,8 @@ TEST(Opcode, WritesInstructions)
 TEST(Opcode, AgreesWithAnotherDecoderOnVectorInstructions)
 {
 #ifdef TEST_ZYDIS
-    static constexpr unsigned char VEX2 = 0xC5, VEX3 = 0xC4, XOP = 0x8F, EVEX = 0x62;   // first bytes
+    // First bytes of VEX and EVEX (Intel SDM, volume 2, chapter 2), and of XOP (AMD64 manual, volume 6).
+    static constexpr unsigned char VEX2 = 0xC5, VEX3 = 0xC4, XOP = 0x8F, EVEX = 0x62;
     static constexpr unsigned char KINDS[] = { VEX2, VEX3, VEX3, XOP, EVEX, EVEX };
     static constexpr unsigned char EVEX_MAPS[] = { 1, 2, 2, 3, 5, 6 };
     for (auto const & [eMode, eMachine, eWidth] : Rows_t<OpcodeMode_e, ZydisMachineMode, ZydisStackWidth>{
@@ -229,8 +231,8 @@ TEST(Opcode, ListsASpan)
         << "in step after vector instructions";
     std::vector<unsigned char> const dCode(2000, 0x90);
     CodeListing_c Listing(dCode.data(), dCode.size(), 0);
-    EXPECT_EQ(Listing.Decode(), CodeListing_c::MAX_INSTRUCTIONS);
-    EXPECT_EQ(Listing.GetDecodedBytes(), CodeListing_c::MAX_INSTRUCTIONS);
+    EXPECT_EQ(Listing.Decode(), 1024u);
+    EXPECT_EQ(Listing.GetDecodedBytes(), 1024u);
 }
 
 TEST(Opcode, ExpandsTheTableExactlyAndRefusesADamagedOne)

@@ -205,6 +205,7 @@ TEST_F(FileZipTest, ZqtoolTreeNamesTheFileThatAnArchiveHides)
 TEST_F(FileZipTest, SkipsHostileEntriesWithALineEach)
 {
     std::string const sLong(130, 'x'), sLonger = std::string(140, 'd') + "/" + std::string(120, 'x');
+    // Values: flag 1 is encryption, method 12 is bzip2, 0120777 << 16 in the attributes is a link on Unix.
     Rows_t<std::string, Patch_s, std::string> const dRows = {
         { "../up.txt", {}, "its name has '..', '.' or an empty part" },
         { "a/./b.txt", {}, "its name has '..', '.' or an empty part" },
@@ -268,6 +269,7 @@ TEST_F(FileZipTest, DamagedContentsFailWithAReasonAndLeaveNothing)
 {
     FileSetEmptyAllowed(true);
     std::string const sText = Noise(40000);
+    // Methods: 0 is stored, 8 is deflated.
     for (auto const & [sMarked, Change, sReason] : Rows_t<std::string, Patch_s, std::string>{
              { "f.bin", { CRC, 4, 1 }, "its data in the archive are damaged" },
              { "=f.bin", { CRC, 4, 1 }, "its data in the archive are damaged" },

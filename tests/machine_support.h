@@ -324,7 +324,7 @@ public:
     ~TrapCount_c() { std::signal(SIGTRAP, m_fnPrevious); }
     TrapCount_c & operator=(TrapCount_c &&) = delete;
 
-    /// Returns the count and sets it to 0.
+    /// Sets the count to 0 and returns what it was.
     static int Extract()
     {
         int const nTraps = s_nTraps;
@@ -340,23 +340,23 @@ private:
 /// Returns whether the processor counts a write to a word. The kernel may grant what the hypervisor ignores.
 inline bool CountsATouch()
 {
-    static int volatile s_nTouched;
+    static int volatile s_iTouched;
     perf_event_attr Event{};
     Event.size = sizeof Event;
     Event.type = PERF_TYPE_BREAKPOINT;
     Event.bp_type = HW_BREAKPOINT_W;
-    Event.bp_addr = reinterpret_cast<std::uintptr_t>(&s_nTouched);
-    Event.bp_len = sizeof s_nTouched;
+    Event.bp_addr = reinterpret_cast<std::uintptr_t>(&s_iTouched);
+    Event.bp_len = sizeof s_iTouched;
     Event.exclude_kernel = Event.exclude_hv = 1;
     auto const iEvent = static_cast<int>(syscall(SYS_perf_event_open, &Event, 0, -1, -1, 0));
-    s_nTouched = 1;
+    s_iTouched = 1;
     std::uint64_t nCount = 0;
     bool const bCounted = read(iEvent, &nCount, sizeof nCount) == sizeof nCount && nCount == 1;
     close(iEvent);
     return bCounted;
 }
 
-/// Makes each later open of a debug register by the calling thread return a descriptor that only reads as zeros.
+/// Makes each later open of a debug register by the calling thread return a handle that only reads as zeros.
 /// Returns false if the kernel accepts no filter of system calls.
 inline bool SwallowDebugRegisters()
 {

@@ -179,7 +179,7 @@ Result_t RunTool(std::string const & sArguments);
 Result_t RunOnTerminal(
     std::function<int()> const & fnRun, std::string const & sTyped = "", std::string const & sAwaited = "");
 
-/// Replaces this process by a shell that runs the command line. Returns only if that fails.
+/// Replaces this process by a shell that runs the command line. Returns only if that fails, and then returns -1.
 inline int BecomeShell(std::string const & sCommand)
 {
     return execl("/bin/sh", "sh", "-c", sCommand.c_str(), nullptr);
@@ -308,7 +308,7 @@ private:
     plat::HeapReport_t m_fnPrevious = plat::HeapReportSet([](char const * szText) { s_sReports += szText; });
 };
 
-/// Returns an ASCII text as wide text.
+/// Converts each byte to a character by itself and returns the result. Requires that all bytes are ASCII.
 inline std::wstring WideFromAscii(std::string const & sText)
 {
     return std::wstring(sText.begin(), sText.end());

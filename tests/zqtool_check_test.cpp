@@ -32,6 +32,15 @@ TEST(ZqtoolCheck, NamesThePlaceOfEachComplaint)
         Rows_t<std::string, std::string, std::string>{ // Tables: what the format loses, see docs/formats.md.
             { "a.txt", "\xEF\xBB\xBF@head a b\r\nx 1 # note\r\ny \"2 2\"",
                 ": table, 2 rows, 3 columns: no complaint\n" },
+            { "a.txt", "# ships\n@haed name price\nherring 3\n",
+                ": no line begins with @head\n"
+                "(2, 1): this line begins with \"@haed\"; did you mean @head?\n"
+                ": table: 2 complaints; the rest was not read\n" },
+            { "b.csv", "name;@head\n@header;1\n@x;2\n",
+                ": no line begins with @head\n"
+                "(2, 1): this line begins with \"@header\"; did you mean @head?\n"
+                ": table: 2 complaints; the rest was not read\n" },
+            { "b.csv", "@name,head\n@x,1\n", ": spreadsheet, 1 row, 2 columns: no complaint\n" },
             { "a.txt", "x 1\n@head a A b\ny 1 2 3 4 5\nX\n",
                 "(2, 9): column \"A\" has the name of an earlier one, which is read\n"
                 "(3, 9): this cell is after the last that is read\n"

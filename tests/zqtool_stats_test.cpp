@@ -23,7 +23,7 @@ namespace
     // Returns the time and the calls of a timer in a frame.
     timerFrame_t Measured(std::size_t iTimer, std::size_t iFrame)
     {
-        std::int64_t const tExtra = iFrame == WORST ? 18000 : 0;
+        std::int64_t const tExtra = iFrame == WORST ? 18000 : 0;   // ticks
         timerFrame_t const dFrames[TIMERS] = { { 0, 0 }, { 2000 + tExtra, 1 }, { 1500 + tExtra, 3 },
             { iFrame % 2 ? 500 : 0, iFrame % 2 ? 2u : 0u }, { 10, 1 }, { 100, 1 } };
         return dFrames[iTimer];
@@ -42,7 +42,8 @@ namespace
         return sBytes;
     }
 
-    // Returns a stats file of two batches that the profiler wrote. The last timer comes with the second one.
+    // Runs the profiler for two batches, shuts all modules down, and returns the stats file. The last timer comes with
+    // the second batch.
     std::string RecordedFile()
     {
         TempFolder_c const Folder;

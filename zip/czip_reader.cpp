@@ -67,7 +67,7 @@ bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
     while (nDone < nBytes)
     {
         std::uint32_t const nAt = m_nAt + nDone;
-        // A short read that continues the previous one reads a piece, with what follows, and copies from it.
+        // Short reads in a row share a piece, because each read of the archive acquires its lock and reads the file.
         bool const bContinues = nAt == m_nEnd || (nDone > 0 && nAt - m_nPieceAt == m_nPiece);
         if (bContinues && nBytes - nDone < PIECE && nAt - m_nPieceAt >= m_nPiece)
         {

@@ -121,7 +121,7 @@ namespace
         {
             std::size_t const nPart = std::strcspn(pPart, " ");
             Place.Line.AddShown(pPart, nPart);
-            Place.Line.Add("%s", pPart[nPart] == ' ' ? "\\x20" : "");
+            Place.Line.Add("%s", pPart[nPart] == ' ' ? CRASH_BLANK : "");
             pPart += nPart + (pPart[nPart] == ' ' ? 1 : 0);
         }
         Place.Line.Add("+%" PRIXPTR, Place.Address - Module.Base);

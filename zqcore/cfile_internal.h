@@ -85,8 +85,6 @@ public:
     operator char const *() const { return m_szText; }
     int GetLength() const { return m_nLength; }
     bool IsEmpty() const { return m_nLength == 0; }
-
-    /// Returns whether the path was cut.
     bool IsCut() const { return m_bCut; }
 
     /// Returns the last component.

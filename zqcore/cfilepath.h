@@ -114,13 +114,15 @@ ZQ_API bool FileAddSearchPath(char const * sPath, bool bRecursive, bool bRelativ
 ZQ_API bool FileScanIsWhole(char const * sPath);
 
 /// Event that fires, forced, for each entry that a scan or FileZipMount (czip.h) skips, and for each file that a scan
-/// enters but that can't be opened. Requires that no receiver changes the tables. These are not reported:
+/// enters but that can't be opened. These are not reported:
 /// - links whose target is missing, unless their names hold a `\`.
 /// - excluded names and unfinished saves of which the system reports no facts, unless they may be of a kind for which
 ///   the name is not excluded.
 /// - excluded names that hold a `\`, and those of pipes, sockets and devices that no regular file hides.
 /// - excluded names of files that are hidden by a pipe, socket, device or folder whose name differs in case only.
 /// - folders below the path of a scan that is not recursive.
+///
+/// Requires that no receiver changes the tables.
 extern ZQ_API Callbacker_T<FileSkip_t> g_FileSkipCallbacker;
 
 /// Calls FileResetFiles. The flag is not used.

@@ -43,7 +43,7 @@ namespace
     bool g_bTrackGone = false;        // whether the watched folder's end was reported
 
     // The changed file of a record: the watched folder and the record's name. The name's characters up to U+00FF are
-    // converted to UTF-8. Others are skipped. The buffer has room for any name of a batch.
+    // converted to UTF-8 (RFC 3629). Others are skipped. The buffer has room for any name of a batch.
     class ChangedFile_c
     {
     public:

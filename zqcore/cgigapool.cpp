@@ -279,8 +279,8 @@ bool GigaPoolStatic_c::IsArray(void const * pPtr) const
     return m_Open.UpToDate(m_Slab.GroupOf(iElement)).IsArray(iElement);
 }
 
-// Allocates the last free element of the open group. Returns null if the pool is full or, after an assertion, has no
-// storage.
+// Allocates the last free element of the open group and returns it. Returns null if the pool is full or, after an
+// assertion, has no storage.
 void * GigaPoolStatic_c::AllocSlow(bool bArray)
 {
     if (m_Slab.IsFull() || !m_Slab.RequireStorageToAlloc(m_Marks.Level()))
@@ -344,7 +344,7 @@ GigaPoolResizeable_c * GigaPoolResizeable_c::ChunkMap_c::FindPool(void const * p
 }
 
 // Handles foreign addresses, pages that are not in their home slot, elements whose index needs a division, and what the
-// fast path of the pool refuses.
+// fast path of the pool refuses. Returns what Free returns.
 bool GigaPoolResizeable_c::ChunkMap_c::FreeSlow(void const * pPtr, bool bArray) const
 {
     Chunk_s * const pChunk = Find(pPtr);
@@ -425,8 +425,8 @@ inline void GigaPoolResizeable_c::CloseGroup()
     }
 }
 
-// Allocates the last free element of the open group, or the first one of a chunk. Returns null, after an assertion, if
-// there is no storage for a chunk.
+// Allocates the last free element of the open group, or the first one of a chunk, and returns it. Returns null, after
+// an assertion, if there is no storage for a chunk.
 void * GigaPoolResizeable_c::AllocSlow(bool bArray)
 {
     if (!m_pHalfList && !AddChunk())

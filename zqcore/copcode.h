@@ -9,9 +9,9 @@
 //
 // - Numbers are hexadecimal without a prefix. Displacements, and bytes that are extended to the operand's size, have a
 //   sign.
-// - A memory operand with a VEX, EVEX or XOP prefix has a size word. So has the one of an integer or x87 instruction,
+// - A memory operand with a VEX, EVEX or XOP prefix has a size word. That of an integer or x87 instruction has one too,
 //   unless the source is a register, which shows the size. A few others, such as those of `lea` and `fsave`, have
-//   none, and neither have most of MMX and SSE.
+//   none. Most of MMX and SSE have none either.
 // - EVEX prefixes show their mask, broadcast and rounding: "vaddps zmm0{k3}{z},zmm1,dword ptr [rax]{1to16}".
 // - In 64-bit mode a RIP-relative operand prints as "[rel ADDRESS]".
 // - A prefix that an instruction ignores leaves no trace in the text. `lock` prints as an instruction of its own.
@@ -186,7 +186,7 @@ protected:
     ~CodeListingSink_c() = default;
 };
 
-/// Listing of a span of code.
+/// Instructions of a span of code: Decode finds them, and Write sends them to a sink as lines of text.
 class CodeListing_c
 {
 public:

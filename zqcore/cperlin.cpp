@@ -36,14 +36,15 @@ namespace
     };
     constinit Tables_s g_Tables{};
 
-    // Returns 0 to 32767, from a linear congruential generator with the constants of the Windows C library's rand.
+    // Advances the seed by a linear congruential generator with the constants of the Windows C library's rand, and
+    // returns 0 to 32767.
     int Draw()
     {
         g_dwSeed = g_dwSeed * 214013u + 2531011u;
         return static_cast<int>(g_dwSeed >> 16 & 0x7FFF);
     }
 
-    // Returns a gradient's component before it is normalised, from -1 to below 1.
+    // Draws a component of a gradient that is not normalised yet, and returns it: from -1 to below 1.
     float DrawComponent()
     {
         return static_cast<float>(Draw() % (2 * LATTICE) - LATTICE) / static_cast<float>(LATTICE);
@@ -209,7 +210,7 @@ float PerlinNoise(Vec3fpu_t const & Point)
     Float4_t const y = Pick<1, 1, 5, 5>(Place.r0, Place.r1);
     Float4_t const Plane0 = PlaneValues(Corners, Place.First(2), x, y, Spread<2>(Place.r0));
     Float4_t const Plane1 = PlaneValues(Corners, Place.Next(2), x, y, Spread<2>(Place.r1));
-    // Blends both planes at once, first along x, then along y: each lane is one blend.
+    // Each lane is one blend, so a vector serves both planes.
     Float4_t const AlongX =
         Blend(Pick<0, 2, 4, 6>(Plane0, Plane1), Pick<1, 3, 5, 7>(Plane0, Plane1), Spread<0>(Place.Weight));
     Float4_t const AlongY =

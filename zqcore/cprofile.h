@@ -91,9 +91,9 @@ ZQ_API void ProfilerPush(std::uint32_t iTimer, char const * szName);
 /// whole name, its top two bits replaced: bRoot, then 1. Asserts that the name is not null.
 ZQ_API void ProfilerPush(char const * szName, bool bRoot = false);
 
-/// Pop the timer that was pushed last. Assert that there is one besides the root. The first function also asserts that
-/// the timer has this identifier, but pops it in any case. If the clock seems to run backwards, it counts as wrapped at
-/// 2^31.
+/// Pop the timer that was pushed last. If the clock seems to run backwards, it counts as wrapped at 2^31. Assert that
+/// there is a timer besides the root. The first function also asserts that the timer has this identifier, but pops it
+/// in any case.
 ZQ_API void ProfilerPop(std::uint32_t iTimer);
 ZQ_API void ProfilerPop();
 

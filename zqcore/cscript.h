@@ -57,9 +57,9 @@ public:
     /// Frees the copy of a file. If the script was reading that copy, its text is empty afterwards.
     void CloseFile();
 
-    /// Starts on a block of iLength bytes, which needs no terminator. Asserts that pText is not null and iLength not
-    /// negative, and starts on an empty text otherwise. A refused text counts as empty too. m_sName stays the file's
-    /// while a file's copy is still held.
+    /// Starts on a block of iLength bytes, which needs no terminator. m_sName stays the file's while a file's copy is
+    /// still held. Asserts that pText is not null and iLength not negative, and starts on an empty text otherwise. A
+    /// refused text counts as empty too.
     void OpenMemoryLocation(char const * pText, int iLength);
 
     /// Returns why the last opening failed, or the first mismatch of the last read that had one. A quoted string
@@ -112,14 +112,15 @@ public:
     void SkipToken(char const * sToken);
 
     /// Moves after the next token with sToken, from the start of the text or from the current position, and returns
-    /// true. Returns false, with position and m_bEndOfFile unchanged, if there is none. Found or not, m_iLines counts
-    /// what was read.
+    /// true. Found or not, m_iLines counts what was read.
     /// - With bWholeToken, finds a token that equals sToken.
     /// - Without it, finds a token that contains sToken, comments included, up to the next NUL. If sToken was found at
     ///   //, also skips the rest of that line and the next token. m_iLines counts from the place where sToken was
     ///   found.
     /// - While m_bEndOfFile is set, a search from the current position finds no whole token, and moves only one byte
     ///   after the start of another match.
+    ///
+    /// Returns false, with position and m_bEndOfFile unchanged, if there is no such token.
     bool RewindAfterToken(char const * sToken, bool bFromStart, bool bWholeToken);
 
     /// Read the rest of the line without leading blanks and tabs. If that is iMaxLength - 1 characters or more, read
@@ -142,13 +143,14 @@ public:
         PutToken(sWord, NextWord());
     }
 
-    /// Read the text between an opening cQuote and the next one. It may contain line ends. Require that sString has
-    /// iMaxLength + 1 bytes. Assert that the text fits. If it does not, reading stops when the buffer is full, and the
-    /// next read continues there. Before the opening quote they skip:
+    /// Read the text between an opening cQuote and the next one. It may contain line ends. Before the opening quote
+    /// they skip:
     /// - separators
     /// - the first slash, and each further slash with the rest of its line
     ///
-    /// Anything else before the opening quote is a mismatch, with an empty text.
+    /// Anything else before the opening quote is a mismatch, with an empty text. Require that sString has
+    /// iMaxLength + 1 bytes. Assert that the text fits. If it does not, reading stops when the buffer is full, and the
+    /// next read continues there.
     void GetString(char * sString, int iMaxLength, char cQuote);
     template <TextObject_T TEXT>
     void GetString(TEXT & sString, char cQuote)
@@ -156,10 +158,10 @@ public:
         PutToken(sString, NextString(TextMost<TEXT>(), cQuote));
     }
 
-    /// Return the number after the label, reading tokens up to it. Each token before it is a mismatch, the first one an
-    /// error of GetLastError. If the text ends without the label, they return the number in the last token, or 0 if a
-    /// separator follows it. If the label itself ends the text, they read its last byte as the number. Numbers have the
-    /// form of the "C" locale. An integer out of range becomes the nearest int.
+    /// Read tokens up to the label and return the number after it. Numbers have the form of the "C" locale. An integer
+    /// out of range becomes the nearest int. Each token before the label is a mismatch, the first one an error of
+    /// GetLastError. If the text ends without the label, they return the number in the last token, or 0 if a separator
+    /// follows it. If the label itself ends the text, they read its last byte as the number.
     int GetInt(char const * sLabel);
     float GetFloat(char const * sLabel);
 

@@ -88,6 +88,6 @@ ZQ_API void SetTextErrorLog(bool bEnable);
 /// can't begin a line of its own or control a terminal. The copy has at most LOG_LINE_LENGTH bytes. Returns an empty
 /// text for null.
 ///
-/// Control characters, and those that end lines or turn the direction of writing, become escapes such as `\n`, `\x1B`
-/// or `\u009B`. A byte that is not UTF-8 becomes one such as `\xFF`. Other text is unchanged.
+/// Control characters, and those that end lines or change the direction of writing, become escapes such as `\n`,
+/// `\x1B` or `\u009B`. A byte that is not UTF-8 becomes one such as `\xFF`. Other text is unchanged.
 ZQ_API String_T<LOG_LINE_LENGTH + 1> TextForLog(char const * szText);

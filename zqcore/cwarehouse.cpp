@@ -24,9 +24,9 @@ namespace
     constexpr double ULONG_LIMIT = 4294967295.0;   // highest unsigned long that Get reads, the same on every machine
 
     // Returns a column's name as messages show it.
-    char const * ShownName(char const * sColumn)
+    char const * ShownName(char const * szColumn)
     {
-        return sColumn ? sColumn : "nullptr";
+        return szColumn ? szColumn : "nullptr";
     }
 
     // Returns whether a number in range fills the whole text. Returns true for an empty text.

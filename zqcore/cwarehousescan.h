@@ -96,8 +96,8 @@ struct WarehouseScan_t
     /// - A `#` ends a column that has begun, and begins no comment. At the start of a CSV cell it begins one.
     ZQ_API void SetSeparators(char const * sSeparators);
 
-    /// Reads a line. Returns false, with an empty line, at the end of the data. For a blank line or a comment returns
-    /// true and an empty line.
+    /// Reads a line. For a blank line or a comment returns true and an empty line. Returns false, with an empty line,
+    /// at the end of the data.
     ZQ_API bool GetLine(WarehouseLine_c * pLine);
 
     /// Skips lines up to the first one whose first column equals sFirst without regard to case, and reads it. Returns

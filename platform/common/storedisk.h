@@ -157,8 +157,8 @@ namespace plat
     /// Returns whether the rights of a folder let the user delete its entries.
     bool StoreMayDelete(StoreHandle_t hFolder);
 
-    /// Calls fnEntry for each entry of a folder, in the disk's order. Returns false if an error ends the walk. Moves
-    /// the handle's reading position, which a child of a fork shares.
+    /// Calls fnEntry for each entry of a folder, in the disk's order. Moves the handle's reading position, which a
+    /// child of a fork shares. Returns false if an error ends the walk.
     bool StoreList(StoreHandle_t hFolder, StoreEntry_t fnEntry, void * pContext);
 
     /// Reads a whole file of at most nMost bytes and returns true. On failure returns false. errno is EBADMSG in these

@@ -185,7 +185,7 @@ namespace plat
 
         // Sends a request and receives the helper's answer. Serves the helper's requests for memory meanwhile: bServing
         // is true while the helper waits for memory. Skips late answers to other requests. Returns false if the helper
-        // has failed or tEnd has passed.
+        // has failed or tEnd, a time of Milliseconds, has passed.
         bool Converse(
             int hSocket, SymbolRequest_t const & Request, std::int64_t tEnd, SymbolAnswer_t * pAnswer, bool & bServing)
         {

@@ -3,6 +3,7 @@
 #include "tools/zqsymbols/dies.h"
 #include "tools/zqsymbols/inlined.h"
 #include "tools/zqsymbols/typenames.h"
+#include "zqcore/ccrashdetails_internal.h"
 
 #include <chrono>
 #include <cstdio>
@@ -78,7 +79,7 @@ namespace zqsymbols
         std::string sName = Escaped(std::strrchr(szPath, '/') + 1);
         for (std::size_t i = sName.find(' '); i != std::string::npos; i = sName.find(' ', i))
         {
-            sName.replace(i, 1, "\\x20");
+            sName.replace(i, 1, CRASH_BLANK);
         }
         return sName + Formatted("+%llX", static_cast<unsigned long long>(nAddress - nStart));
     }
@@ -167,7 +168,7 @@ namespace zqsymbols
             std::size_t const iScope = i == 0 ? 0 : dCalls[i - 1].iScope;
             sText += "#" + std::to_string(nNumber) + sPlace;
             unsigned long long const nDisplacement = Function ? Function->nDisplacement : 0;
-            sText += i != 0     ? Escaped(dCalls[i - 1].sFunction) + " [inlined]\n"
+            sText += i != 0     ? Escaped(dCalls[i - 1].sFunction) + CRASH_INLINED + "\n"
                      : Function ? Escaped(Function->sName) + Formatted("+%llX\n", nDisplacement + (Frame.bCall ? 1 : 0))
                                 : "?\n";
             sText += !Line ? "" : bWhole ? Source(*Line, nNumber < SOURCE_FRAMES) : PlaceLine(*Line);

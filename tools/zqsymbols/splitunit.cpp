@@ -283,6 +283,7 @@ namespace zqsymbols
         std::string AbbreviationsOf(bool bVersion5)
         {
             std::string sAbbreviations;
+            // Appends a number as unsigned LEB128 (DWARF 5, section 7.6).
             auto const PutNumber = [&sAbbreviations](unsigned nNumber)
             {
                 for (; nNumber >= 0x80; nNumber >>= 7)

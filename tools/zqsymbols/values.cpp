@@ -107,7 +107,7 @@ namespace zqsymbols
             return IsBitField(Place) ? Place.nBits : nSize * 8;
         }
 
-        // Returns the lowest nWidth bits of a number.
+        // Returns the lowest nWidth bits of a number, or all of them if nWidth is 64 or more.
         std::uint64_t LowBits(std::uint64_t nNumber, std::uint64_t nWidth)
         {
             return nWidth >= 64 ? nNumber : nNumber & ((std::uint64_t{ 1 } << nWidth) - 1);
@@ -125,7 +125,7 @@ namespace zqsymbols
             return Value.pBytes ? VALUE_OPTIMIZED_OUT : VALUE_UNREADABLE;
         }
 
-        // Returns the signed number that the lower nWidth bits hold in two's complement.
+        // Returns the signed number that the lowest nWidth bits hold in two's complement.
         std::int64_t ExtendSign(std::uint64_t nBits, std::uint64_t nWidth)
         {
             return nWidth >= 64 ? static_cast<std::int64_t>(nBits)

@@ -74,7 +74,8 @@ namespace
         }
 
     private:
-        // Reads the schema and returns whether it is sound. Prints what is wrong with it. Returns true without one.
+        // Reads the schema, prints what is wrong with it, and returns whether it is sound. Returns true without a
+        // schema.
         bool ReadSchemaFile()
         {
             if (m_Options.sSchema.empty())

@@ -1,5 +1,6 @@
 #include "tools/zqtool/checkreader.h"
 
+#include "tools/zqtool/help.h"
 #include "tools/zqtool/parse.h"
 #include "zqcore/clog.h"
 #include "zqcore/ctexterror_internal.h"
@@ -19,7 +20,7 @@ namespace
         return Lower(sFile).ends_with(sEnd);
     }
 
-    // Returns whether a text has a line whose first column is WAREHOUSE_HEADER. Returns false for UTF-16.
+    // Returns whether a text has a line whose first column is WAREHOUSE_HEADER or resembles it. Returns false for UTF-16.
     bool HasHead(std::string const & sFile, std::string const & sBytes)
     {
         char const * pText = sBytes.data();
@@ -29,10 +30,21 @@ namespace
             return false;
         }
         WarehouseLine_c Line;
-        return WarehouseScan_t(
-            pText, static_cast<int>(pEnd - pText), 0, WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, sFile.c_str()))
-            .FindLine(WAREHOUSE_HEADER, &Line);
+        WarehouseScan_t Scan(
+            pText, static_cast<int>(pEnd - pText), 0, WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, sFile.c_str()));
+        bool bFound = false;
+        while (!bFound && Scan.GetLine(&Line))
+        {
+            bFound = Line.IsHeader() || !SuggestHead(Line).empty();
+        }
+        return bFound;
     }
+}
+
+std::string SuggestHead(WarehouseLine_c const & Line)
+{
+    std::string_view const sFirst = Line.IsNull(0) ? "" : Line[0];
+    return sFirst.starts_with(WAREHOUSE_HEADER[0]) ? Suggestion(sFirst, { WAREHOUSE_HEADER }) : "";
 }
 
 ReaderErrors_c::ReaderErrors_c(std::vector<Complaint_t> & dComplaints)

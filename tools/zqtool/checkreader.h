@@ -3,11 +3,17 @@
 
 #include "tools/zqtool/checktext.h"
 #include "zqcore/ctexterror.h"
+#include "zqcore/cwarehousescan.h"
 
+#include <string>
 #include <vector>
 
 /// Name of the text in the table of files while it is checked.
 inline constexpr char CHECKED_KEY[] = "checked";
+
+/// Returns the Suggestion of WAREHOUSE_HEADER for a line whose first column begins with @ and resembles it, or an empty
+/// text.
+std::string SuggestHead(WarehouseLine_c const & Line);
 
 /// Returns an error of a reader as a complaint.
 inline Complaint_t ComplaintOf(TextError_t const & Error)

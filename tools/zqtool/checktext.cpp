@@ -325,6 +325,21 @@ namespace
             }
         }
 
+        // Complains about the first line whose first column resembles @head.
+        void FindMisspeltHead()
+        {
+            WarehouseScan_t Scan = ScanFrom(0);
+            WarehouseLine_c Line;
+            for (int nLine = 0; Scan.GetLine(&Line); nLine = Scan.GetPos())
+            {
+                if (std::string const sSuggestion = SuggestHead(Line); !sSuggestion.empty())
+                {
+                    Complain(CellAt(nLine, 0), "this line begins with " + Quoted(CellOf(Line, 0)) + sSuggestion);
+                    return;
+                }
+            }
+        }
+
         void CheckTable()
         {
             Warehouse_c Table;
@@ -332,6 +347,7 @@ namespace
                     m_szSeparators))
             {
                 Stop(Table.GetLastError());
+                FindMisspeltHead();
                 return;
             }
             WarehouseLine_c Head, Line;

@@ -12,7 +12,7 @@ namespace
 {
     constexpr std::string_view INDENT = "    ";   // of a level
 
-    // Reader of one text of details.
+    // Reader of one text of details, which may hold several crashes.
     class DetailsReader_c
     {
     public:
@@ -49,7 +49,7 @@ namespace
     // Returns the file name that the details write with \x20 for each blank.
     std::string Unescaped(std::string_view sName)
     {
-        constexpr std::string_view BLANK = "\\x20";
+        constexpr std::string_view BLANK = CRASH_BLANK;
         std::string sOut(sName);
         for (std::size_t iBlank = 0; (iBlank = sOut.find(BLANK, iBlank)) != std::string::npos; ++iBlank)
         {
@@ -84,7 +84,7 @@ namespace
         {
             return std::nullopt;
         }
-        constexpr std::string_view INLINED = " [inlined]";
+        constexpr std::string_view INLINED = CRASH_INLINED;
         CrashFrame_t Frame;
         Frame.iNumber = *Number;
         Frame.nAddress = *Address;

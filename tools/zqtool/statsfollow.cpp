@@ -118,8 +118,8 @@ namespace
         return true;
     }
 
-    // Returns the answer for a target: the page for "/", and news for "/data?run=1&from=150". Refuses any other.
-    // The page has no frame: it asks for all.
+    // Answers a target and returns the answer: the page for "/", and news for "/data?run=1&from=150". Refuses any
+    // other. The page has no frame: it asks for all. An answer with news also sets m_bAsked and m_bSentEnd.
     std::string Follower_c::AnswerTo(std::string const & sTarget)
     {
         int iRun = 0, iFrom = 0, nRead = 0;
@@ -141,7 +141,8 @@ namespace
         return HttpAnswer(HTTP_OK, "application/json", sNews);
     }
 
-    // Returns the answer to a request, or null while the request is incomplete. Refuses a request that is too long.
+    // Answers a request, as AnswerTo does, and returns the answer. Returns null while the request is incomplete.
+    // Refuses a request that is too long.
     Follower_c::Answer_t Follower_c::Answer(std::string_view sRequest)
     {
         if (!HttpIsComplete(sRequest))
