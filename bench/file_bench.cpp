@@ -80,7 +80,7 @@ namespace
         fs::path m_Root;
     };
 
-    // Returns the tree. The first call makes it.
+    // Makes the tree at the first call. Returns it.
     Tree_c const & MakeTree()
     {
         static Tree_c const s_Tree;

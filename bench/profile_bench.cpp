@@ -1,6 +1,6 @@
 // profile_bench.cpp: both profilers, compared with the bare clock readings, copies and locks that they need.
 #include "zqcore/cfilename.h"
-#include "zqcore/cprofile.h"
+#include "zqcore/cprofile_stats_internal.h"
 #include "zqcore/csimpleprofile.h"
 
 #include "bench/bench_support.h"
@@ -12,8 +12,6 @@
 
 namespace
 {
-    // Bytes of a batch in a file: the number of its records, and the most of them.
-    constexpr std::size_t BATCH_SIZE = sizeof(std::uint32_t) + MAX_TIMERS_TOTAL * sizeof(profiler::timer_t);
     // Time for the write of a batch. A program starts the next one PROFILER_FRAMES frames later.
     constexpr std::chrono::milliseconds PAUSE(10);
 
@@ -119,16 +117,16 @@ namespace
     // Measures the copy only. Another thread writes it to a file in the pauses, as the system does with the profiler's.
     void Copy(benchmark::State & State)
     {
-        PlainVector_T<char> const dFrom(BATCH_SIZE, 1);
-        PlainVector_T<char> dTo(BATCH_SIZE);
+        PlainVector_T<char> const dFrom(statsrecord::MAX_BATCH, 1);
+        PlainVector_T<char> dTo(statsrecord::MAX_BATCH);
         std::filesystem::path const Path = BatchPath();
         std::ofstream File(Path, std::ios::binary);
         for (auto _ : State)
         {
-            std::memcpy(dTo.data(), dFrom.data(), BATCH_SIZE);
+            std::memcpy(dTo.data(), dFrom.data(), statsrecord::MAX_BATCH);
             benchmark::ClobberMemory();
             State.PauseTiming();
-            std::thread([&] { File.write(dTo.data(), BATCH_SIZE); }).join();
+            std::thread([&] { File.write(dTo.data(), statsrecord::MAX_BATCH); }).join();
             std::this_thread::sleep_for(PAUSE);
             State.ResumeTiming();
         }

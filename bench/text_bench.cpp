@@ -28,7 +28,8 @@ namespace
         std::int64_t Bytes() const { return static_cast<std::int64_t>(sText.size()); }
     };
 
-    // Returns a game's table: a header, then rows of twelve cells, one of them in quotes with a comma.
+    // Makes a game's table at the first call and serves it as a file. Returns the table: a header, then rows of twelve
+    // cells, one of them in quotes with a comma.
     Text_s const & Sheet()
     {
         static Text_s const s_Sheet = []
@@ -224,7 +225,8 @@ namespace
 
     constexpr int NAMES = 10'000;
 
-    // Returns a list of nLines lines. NAMES lines in a row have all names: 7919 and NAMES are coprime.
+    // Makes a list of nLines lines at the first call with this number and serves it as a file. Returns the list. NAMES
+    // lines in a row have all names: 7919 and NAMES are coprime.
     Text_s const & Properties(std::int64_t nLines)
     {
         static std::map<std::int64_t, Text_s> s_dLists;

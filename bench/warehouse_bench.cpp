@@ -39,21 +39,21 @@ namespace
         }
     };
 
-    Table_s const & TextTable()
+    Table_s const & MakeTextTable()
     {
         static Table_s const s_Table(
             "bench.txt", "@head count kind name rate level\n", "Item_%07d %d %d name_%d 0.25 12\n");
         return s_Table;
     }
 
-    Table_s const & CsvTable()
+    Table_s const & MakeCsvTable()
     {
         static Table_s const s_Table(
             "bench.csv", "@head;count;kind;name;rate;level\n", "Item_%07d;%d;%d;some name, %d;0.25;12\n");
         return s_Table;
     }
 
-    Table_s const & QuotedTable()
+    Table_s const & MakeQuotedTable()
     {
         static Table_s const s_Table(
             "quoted.csv", "@head;count;kind;name;rate;level\n", "Item_%07d;%d;%d;\"some \"\"name\"\"; %d\";0.25;12\n");
@@ -83,9 +83,9 @@ namespace
         Warehouse_c Table;
         for (auto _ : State)
         {
-            Require(State, Table.Open(CsvTable().sName.c_str(), WAREHOUSE_FORMAT_AUTO, "count kind name", " "));
+            Require(State, Table.Open(MakeCsvTable().sName.c_str(), WAREHOUSE_FORMAT_AUTO, "count kind name", " "));
         }
-        CountBytesAndLines(State, CsvTable());
+        CountBytesAndLines(State, MakeCsvTable());
     }
 
     template <Table_s const & (*TABLE)()>
@@ -157,7 +157,7 @@ namespace
     {
         for (auto _ : State)
         {
-            std::istringstream In(TextTable().sText);
+            std::istringstream In(MakeTextTable().sText);
             std::string sLine, sWord;
             bool bFound = false;
             while (!bFound && std::getline(In, sLine))
@@ -167,7 +167,7 @@ namespace
             }
             Require(State, bFound);
         }
-        CountBytesAndLines(State, TextTable());
+        CountBytesAndLines(State, MakeTextTable());
     }
 
     // Does the minimum of a search: finds the line ends, and compares the first bytes of each line.
@@ -175,21 +175,21 @@ namespace
     {
         for (auto _ : State)
         {
-            std::string_view sRest = TextTable().sText;
+            std::string_view sRest = MakeTextTable().sText;
             while (!sRest.starts_with(LAST_IDENT))
             {
                 sRest.remove_prefix(sRest.find('\n') + 1);
             }
             benchmark::DoNotOptimize(sRest);
         }
-        CountBytesAndLines(State, TextTable());
+        CountBytesAndLines(State, MakeTextTable());
     }
 
     template <typename T>
     void GetOurs(benchmark::State & State, char const * szColumn)
     {
         Warehouse_c Table;
-        Require(State, Table.Open(CsvTable().sName.c_str()) && Table.FindIdent(LAST_IDENT));
+        Require(State, Table.Open(MakeCsvTable().sName.c_str()) && Table.FindIdent(LAST_IDENT));
         T Value{};
         for (auto _ : State)
         {
@@ -245,20 +245,20 @@ namespace
 
     bool const g_bRegistered = []
     {
-        Register("Open/ours, header first", OpenOurs<TextTable>);
+        Register("Open/ours, header first", OpenOurs<MakeTextTable>);
         Register("Open/ours, no header", OpenOursWithoutHeader);
-        Register("FindText/ours, last", FindOurs<TextTable>);
-        Register("FindText/ours, missing", MissOurs<TextTable>);
+        Register("FindText/ours, last", FindOurs<MakeTextTable>);
+        Register("FindText/ours, missing", MissOurs<MakeTextTable>);
         Register("FindText/line ends by memchr", FindMemchr);
-        Register("FindText/getline and strtok_r", FindGetlineStrtok<TextTable>);
+        Register("FindText/getline and strtok_r", FindGetlineStrtok<MakeTextTable>);
         Register("FindText/istringstream", FindIstringstream);
-        Register("FindCsv/ours, last", FindOurs<CsvTable>);
-        Register("FindCsv/ours, missing", MissOurs<CsvTable>);
-        Register("FindCsv/ours, each line quoted", FindOurs<QuotedTable>);
-        Register("FindCsv/getline and strtok_r", FindGetlineStrtok<CsvTable>);
-        Register("Walk/ours, text", WalkOurs<TextTable>);
-        Register("Walk/ours, csv", WalkOurs<CsvTable>);
-        Register("Walk/ours, csv quoted", WalkOurs<QuotedTable>);
+        Register("FindCsv/ours, last", FindOurs<MakeCsvTable>);
+        Register("FindCsv/ours, missing", MissOurs<MakeCsvTable>);
+        Register("FindCsv/ours, each line quoted", FindOurs<MakeQuotedTable>);
+        Register("FindCsv/getline and strtok_r", FindGetlineStrtok<MakeCsvTable>);
+        Register("Walk/ours, text", WalkOurs<MakeTextTable>);
+        Register("Walk/ours, csv", WalkOurs<MakeCsvTable>);
+        Register("Walk/ours, csv quoted", WalkOurs<MakeQuotedTable>);
         RegisterGet("GetInt/ours", GetOurs<int>, "level");
         RegisterGet("GetInt/strtol", GetC<ByStrtol>, "7");
         RegisterGet("GetInt/istringstream", GetIstringstream<int>, "7");

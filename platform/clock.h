@@ -27,8 +27,9 @@ namespace plat
     /// Returns the coarse clock in milliseconds from an arbitrary start. Wraps after 49 days.
     std::uint32_t CoarseClockMilliseconds();
 
-    /// Ask the system for a coarse clock that advances every nMilliseconds, and end that request. CoarseClockRaise
-    /// returns false if the system refuses. Each success requires one CoarseClockLower with the same number.
+    /// Ask the system for a coarse clock that advances every nMilliseconds, and end that request. Require one
+    /// CoarseClockLower with the same number for each success of CoarseClockRaise. CoarseClockRaise returns false if
+    /// the system refuses.
     bool CoarseClockRaise(unsigned nMilliseconds);
     void CoarseClockLower(unsigned nMilliseconds);
 

@@ -11,7 +11,7 @@
 // - ZQ_REFUSE_IF(bWrong, szText), after the declarator of a function, refuses calls for which a constant expression of
 //   its parameters is true. It has no effect with GCC. ZQ_COMPILE_ERROR(szText), in the same place, refuses
 //   each call that remains after optimisation.
-// - ZQ_IS_CONSTANT(value) returns whether the compiler knows the value. ZQ_FOLDS_CALLS is true if this includes what
+// - ZQ_IS_CONSTANT(Value) returns whether the compiler knows the value. ZQ_FOLDS_CALLS is true if this includes what
 //   inlined calls with constant arguments return. It is false without optimisation, and with Clang, where ZQ_REFUSE_IF
 //   serves.
 // - ZQ_COLD marks a function that is called rarely, and keeps its code away from the common path.

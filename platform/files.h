@@ -21,7 +21,7 @@ namespace plat
     /// An open file; null for none.
     using File_t = void *;
 
-    inline constexpr std::size_t FILE_NAME_LIMIT = 255;   // bytes of the name of a file or folder
+    inline constexpr std::size_t FILE_NAME_LIMIT = 255;   // bytes of the name of a file or folder: NAME_MAX (limits.h)
 
     /// Ticks of 100 nanoseconds since 1601-01-01 00:00 UTC; 0 if the file system keeps no such time.
     using FileTime_t = std::uint64_t;
@@ -119,7 +119,7 @@ namespace plat
     /// start. Returns the new position, or -1 on failure.
     std::int64_t FileSeek(File_t hFile, std::int64_t iOffset, int iOrigin);
 
-    /// Closes a file. FileFinish (filewrite.h) also reports whether the system lost a part of what was written.
+    /// Closes a file and ignores errors. FileFinish (filewrite.h) closes a file that was written, and reports a loss.
     void FileClose(File_t hFile);
 
     /// Reads the facts of what the path names, following links. Returns false on failure, for instance if it names

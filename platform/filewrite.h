@@ -26,13 +26,13 @@ namespace plat
         Private   // the owner only
     };
 
-    /// Creates a regular file, or empties an existing one of any spelling, and opens it for writing. Others may read it
-    /// meanwhile. A second FileCreate of it, in any process, fails until this handle is closed, unless the file system
-    /// has no locks. Returns null on failure.
+    /// Creates a regular file, or empties an existing one of any spelling, opens it for writing and returns it. Others
+    /// may read it meanwhile. A second FileCreate of it, in any process, fails until this handle is closed, unless the
+    /// file system has no locks. Returns null on failure.
     File_t FileCreate(char const * szPath);
 
-    /// Creates a file and opens it for writing, as FileCreate does. Fails if anything has that name in any spelling.
-    /// Returns null on failure.
+    /// Creates a file, opens it for writing as FileCreate does, and returns it. Fails if anything has that name in any
+    /// spelling. Returns null on failure.
     File_t FileMake(char const * szPath, Rights_e eRights);
 
     /// Writes bytes at the current position and moves it after them. Returns false if not all bytes were written.

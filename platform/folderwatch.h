@@ -79,9 +79,9 @@ namespace plat
         /// batch arrives.
         bool WriteBatch();
 
-        /// Returns how many folders, and links to folders, were left unwatched since the last call, and starts the
-        /// count again. They are left if the system has no watches or no memory left. What is below them does not
-        /// count. If the number is not 0, FolderWatchReason has the reason. Returns 0 while closed.
+        /// Sets the count of folders, and links to folders, that were left unwatched to 0, and returns what it was.
+        /// They are left if the system has no watches or no memory left. What is below them does not count. If the
+        /// number is not 0, FolderWatchReason has the reason. Returns 0 while closed.
         std::size_t ExtractUnwatched();
 
     private:

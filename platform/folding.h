@@ -21,7 +21,7 @@ namespace plat
         return *szName == 0;
     }
 
-    /// Compares two terminated names as folded bytes. Returns a number below, equal to or above 0, as strcmp does.
+    /// Returns the order of two terminated names by folded bytes: a number below, equal to or above 0, like strcmp.
     inline int CompareFolded(char const * szFirst, char const * szSecond)
     {
         for (;; ++szFirst, ++szSecond)

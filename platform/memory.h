@@ -27,6 +27,6 @@ namespace plat
     /// Allocates zeroed pages without the heap and returns them. On failure returns null. A fault filter may call it.
     void * PagesAllocate(std::size_t nBytes);
 
-    /// Releases pages from PagesAllocate. Requires the same nBytes. Null does nothing.
+    /// Releases pages from PagesAllocate. Null does nothing. Requires the same nBytes.
     void PagesRelease(void * pPages, std::size_t nBytes);
 }

@@ -122,8 +122,8 @@ namespace plat
     bool SymbolsAddPrinter(char const * szType, char const * szTemplate);
 
     /// Sets the helper's path, cut at 4095 bytes. An empty path sets none. Before the first call the helper is the one
-    /// in the folder of the program or library that holds this code, else the installed one. Requires that no other
-    /// thread starts a walk. Does nothing if the system's helper is not a program.
+    /// in the folder of the program or library that holds this code, else the installed one. Does nothing if the
+    /// system's helper is not a program. Requires that no other thread starts a walk.
     void SymbolsSetHelper(char const * szPath);
 
     /// A walk over the frames of one thread, with their names, lines and variables.
@@ -157,18 +157,18 @@ namespace plat
         /// Restarts the walk at the innermost frame.
         void Rewind();
 
-        /// Finds the function at an address and the distance from its start. The name is spelled as in the source,
-        /// without argument and return types, and cut to nSize - 1 bytes. Returns false, with an empty name and
-        /// distance 0, if the function is unknown.
+        /// Finds the function at an address and the displacement in bytes from its start. The name is spelled as in the
+        /// source, without argument and return types, and cut to nSize - 1 bytes. Returns false, with an empty name and
+        /// displacement 0, if the function is unknown.
         bool FunctionAt(std::uintptr_t Address, char * szName, std::size_t nSize, std::uint64_t * pDisplacement);
 
         /// Finds the source line at an address. The file's name is cut to nSize - 1 bytes. Returns false, with an empty
         /// name and line 0, if the line is unknown.
         bool LineAt(std::uintptr_t Address, char * szFile, std::size_t nSize, unsigned * pLine);
 
-        /// Reads the next variable in scope in the last frame of NextFrame. First come parameters and locals of the
-        /// function, then those of the open blocks and inlined calls, from the outermost inward. Returns false after
-        /// the last one.
+        /// Reads the next variable in scope in the last frame of NextFrame. Parameters and locals of the function come
+        /// first, then those of the open blocks and inlined calls, from the outermost inward. Returns false after the
+        /// last one.
         bool NextVariable(SymbolVariable_t * pVariable);
 
         /// Copies the name of a structure, an enumeration or a member, cut to nSize - 1 bytes. Skips const and aliases,

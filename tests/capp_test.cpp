@@ -20,7 +20,8 @@ namespace
 {
     double g_tFake = 100.0;   // seconds
 
-    // Returns a window. Window 3 is a child of window 2, which is a child of window 1. Window 9 has no parent.
+    // Returns the window with the number i. Window 3 is a child of window 2, which is a child of window 1. Window 9 has
+    // no parent.
     plat::Window_t Window(std::uintptr_t i)
     {
         return reinterpret_cast<plat::Window_t>(i);
@@ -72,6 +73,7 @@ TEST_F(App, DeltaTimeGathersUntilItIsEnough)
     };
     EXPECT_EXIT(PrintFirstDelta(), testing::ExitedWithCode(0), "0.0333");
     AppGetDeltaTime(0.0);
+    // All times are in seconds.
     for (auto const & [tStep, tMinDelta, tExpected] : Rows_t<double, double, double>{
              { 0.05, 0.1, 0.0 }, { 0.0625, 0.1, 0.1125 }, { 0.25, 0.25, 0.25 }, { 1000.0, 0.0, 1000.0 } })
     {

@@ -181,7 +181,7 @@ TEST_F(CrashDetailsByHelper, NameTheArgumentsOfADeepRecursionInTime)
     if constexpr (sizeof(void *) == 8)   // 32-bit code describes none either
     {
         EXPECT_THAT(Section(Crash.sDetails, "Frames"),
-            HasSubstr("    parameter nMore: int = 1\n    parameter nSum: int = 4096\n"
+            HasSubstr("    parameter nMore: int = 1\n    parameter iSum: int = 4096\n"
                       "    parameter iDifference: int = 12288\n"));
     }
 #endif

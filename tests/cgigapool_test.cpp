@@ -75,12 +75,12 @@ namespace
         g_ExecutionCallbacker.Add([](bool) { s_dOut.insert(s_pPool->Alloc(false)); }, false);
         EXPECT_EQ(FailedConditions([&] { EXPECT_TRUE(Pool.Free(p, true)); }), ARRAY_CONDITION);
         g_ExecutionCallbacker.Reset();
-        EXPECT_EQ(Pool.WaterMark(), 2) << "one when the program stops, one when it goes on";
+        EXPECT_EQ(Pool.WaterMark(), 2) << "one when the program stops, one when it continues";
         EXPECT_EQ(Pool.Alloc(false), p);
         s_dOut.insert(p);
         for (int i = 0; i < 40; ++i)
         {
-            EXPECT_TRUE(s_dOut.insert(Pool.Alloc(false)).second) << "an element that is out already";
+            EXPECT_TRUE(s_dOut.insert(Pool.Alloc(false)).second) << "an element that is in use already";
         }
     }
 }
@@ -237,7 +237,7 @@ TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
             pSpare = dTaken[dTaken.size() - static_cast<std::size_t>(nPerChunk)];
             for (int i = 0; i < nPerChunk; ++i)
             {
-                EXPECT_TRUE(Pool.IsValid(pSpare)) << nPerChunk - i << " elements out";
+                EXPECT_TRUE(Pool.IsValid(pSpare)) << nPerChunk - i << " elements in use";
                 EXPECT_TRUE(Pool.Free(dTaken.back(), false));
                 dTaken.pop_back();
             }
@@ -248,11 +248,11 @@ TEST(GigaPoolResizeable, KeepsOneEmptyChunkAsASpare)
         EXPECT_FALSE(Pool.Free(pSpare, false));
         EXPECT_EQ(Pool.WaterMark(), 2 * nPerChunk) << "a pointer of no element leaves the water mark";
         void * const pAgain = Pool.Alloc(false);
-        EXPECT_EQ(MemoryTotalAllocations(), nFull) << "and is used again";
+        EXPECT_EQ(MemoryTotalAllocations(), nFull) << "the empty chunk is used again";
         EXPECT_TRUE(Pool.IsValid(pAgain));
         EXPECT_TRUE(Pool.Free(pAgain, false));
         FreeChunk();
-        EXPECT_LT(MemoryTotalAllocations(), nFull) << "a second empty chunk goes";
+        EXPECT_LT(MemoryTotalAllocations(), nFull) << "a second empty chunk is freed";
         Pool.Reset();
         EXPECT_EQ(Pool.WaterMark(), 0);
         EXPECT_EQ(Pool.HighWaterMark(), 3 * nPerChunk);

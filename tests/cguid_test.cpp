@@ -108,7 +108,7 @@ TEST_F(GuidTest, IsAKeyInTheOrderOfItsText)
     std::sort(dGuids.begin(), dGuids.end());
     EXPECT_EACH(dGuids.front().IsNull(), !dGuids.back().IsNull());
     EXPECT_TRUE(std::is_sorted(
-        dGuids.begin(), dGuids.end(), [](Guid_c const & A, Guid_c const & B) { return A.ToText() < B.ToText(); }));
+        dGuids.begin(), dGuids.end(), [](Guid_c const & a, Guid_c const & b) { return a.ToText() < b.ToText(); }));
     std::unordered_set<Guid_c> dSet(dGuids.begin(), dGuids.end());
     EXPECT_EACH(dSet.size() == 5, dSet.contains(SAMPLE));
 }

@@ -402,7 +402,7 @@ TEST_F(Logs, ALogWithALimitFollowsItsNameBeforeItsNextLine)
     OpenMainLog();
     ModuleLog_c::SetLogPath(WideFromAscii(m_Folder.GetPath()).c_str());
     LogSetLimit(3000, 1);
-    for (bool const bReplaced : { true, false })   // by another process, which has begun a new file, or deleted
+    for (bool const bReplaced : { true, false })   // whether another process has begun a new file; else none exists
     {
         Log("before");
         Logf("followed.log", "before");

@@ -180,7 +180,7 @@ TEST_F(Profiler, MeasuresAcrossAClockThatRunsBackwards)
 {
     constexpr std::int64_t WAIT = 20000;        // ticks
     constexpr std::int64_t WRAP = 0x80000000;   // ticks added to a time that is below 0
-    for (std::int64_t const tOffset : { std::int64_t{ 0 }, std::int64_t{ 0x7000000000 } })
+    for (std::int64_t const tOffset : { std::int64_t{ 0 }, std::int64_t{ 0x7000000000 } })   // ticks
     {
         ProfilerReset();
         std::int64_t const tBefore = shortTimeGet() + tOffset;
@@ -237,12 +237,12 @@ protected:
         sTo.append(reinterpret_cast<char const *>(dValues.begin()), dValues.size() * sizeof(T));
     }
 
-    // Appends a record by its layout. Frame i of 150 takes tFirst + i in i calls.
+    // Appends a record by its layout. Frame i of 150 takes tFirst + i ticks in i calls.
     static void PutRecord(std::string & sTo, char cName, std::uint32_t nChild, std::uint32_t nNext, int tFirst)
     {
         sTo += cName + std::string(31, '\0');
         Put<std::uint32_t>(sTo, { static_cast<std::uint32_t>(cName), nChild, nNext, 0 });
-        Put<std::int64_t>(sTo, { 0x1122334455667700 });
+        Put<std::int64_t>(sTo, { START });
         for (std::int64_t i = 0; i < 150; ++i)
         {
             Put<std::int64_t>(sTo, { tFirst + i, i });
@@ -271,7 +271,7 @@ protected:
             for (std::int64_t j = 0; j < 4; ++j)
             {
                 ProfilerGetRoot()[j].dFrames[i] = { j * 1000 + i, i };
-                ProfilerGetRoot()[j].tStart = 0x1122334455667700;
+                ProfilerGetRoot()[j].tStart = START;
             }
             ProfilerUpdateFrame(false);
         }
@@ -285,7 +285,8 @@ protected:
         return sBatch.replace(4, 36, std::string("root").append(31, '\0') + '\x80');
     }
 
-    static constexpr std::uint32_t RECORD_SIZE = 2504;   // bytes
+    static constexpr std::uint32_t RECORD_SIZE = 2504;          // bytes
+    static constexpr std::int64_t START = 0x1122334455667700;   // ticks
 
     FileName_c const m_sName{ m_Folder.Join("stats").c_str() };
 };

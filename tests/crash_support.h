@@ -64,7 +64,7 @@ inline std::string WriteHelper(TempFolder_c const & Folder, std::string const & 
     return sPath;
 }
 
-/// A test that needs a report.
+/// Fixture of tests that need a report.
 class CrashTest : public testing::Test
 {
 protected:

@@ -39,7 +39,7 @@ namespace
         }
     };
 
-    // Returns each line in brackets.
+    // Reads all lines, and expects that the scan then is at the end of the text. Returns each line in brackets.
     std::string Lines(std::string const & sData, WarehouseFormat_e eFormat, char const * szSeparators = nullptr)
     {
         Scan_s Data(sData, eFormat, szSeparators);

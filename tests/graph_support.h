@@ -113,9 +113,9 @@ struct World_s
         return pRoot;
     }
 
-    /// Calls RegisterStatics, loads any bytes as Load does, and ignores assertions and an Abort. Returns whether the
-    /// pointers of each node in g_dLoaded, and of g_StaticNode, lead to a node, to iStatic or nowhere. A pPart may lead
-    /// to a part too. Deletes the nodes of g_dLoaded.
+    /// Calls RegisterStatics, loads any bytes as Load does, ignores assertions and an Abort, and deletes the nodes of
+    /// g_dLoaded at the end. Returns whether the pointers of each of these nodes, and of g_StaticNode, led to a node,
+    /// to iStatic or nowhere. A pPart may lead to a part too.
     bool LoadsSoundly(std::string_view sBytes)
     {
         RegisterStatics();

@@ -39,7 +39,7 @@ TEST_F(ZqtoolTree, ShowsWhatTheScanMakesOfAFolder)
     Result_t const Result = RunTool("tree media/ --game storm");
     EXPECT_THAT(Result, Ends(1, HasSubstr("media: 7 files in 8 folders, 7 bytes, scanned in ")));
     EXPECT_EQ(Result.sOutput.find('\033'), std::string::npos) << "names command no terminal";
-    EXPECT_EQ(Result.sOutput.find("\n1 found"), std::string::npos) << "and begin no line";
+    EXPECT_EQ(Result.sOutput.find("\n1 found"), std::string::npos) << "names begin no line";
     EXPECT_EQ(Result.sOutput.find("hidden by an archive"), std::string::npos);
     for (std::string const sLines : { "duplicates (1): a bare name opens the file found first\n"
                                       "  media/B/bay.map  another file has its name: media/a/Bay.map\n",

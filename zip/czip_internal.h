@@ -108,7 +108,7 @@ private:
     ZipArchive_c * m_pNext = nullptr;             // in the list of mounted archives
     bool m_bMounted = false;                      // whether its files own it
 
-    // The archive's file as libzip sees it.
+    /// The archive's file as libzip sees it.
     zip_error_t m_Error;
     std::uint32_t m_nAt = 0;         // position
     std::uint32_t m_nReadAt = 0;     // position of the last read

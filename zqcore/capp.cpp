@@ -100,7 +100,7 @@ void AppMiscShutdown()
 
 double AppGetDeltaTime(double tMinDelta)
 {
-    static constinit std::optional<double> s_tLast;
+    static constinit std::optional<double> s_tLast;   // seconds, as Game_longTimeGet returns them
     bool const bFirst = !s_tLast;
     if (bFirst)
     {

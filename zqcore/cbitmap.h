@@ -113,7 +113,7 @@ public:
     BitVec_c & operator~();
 
     /// Copies the bits of the other row. If this row is longer, it keeps its size and clears its further bits. An empty
-    /// source empties this row, and so does a lack of memory for a longer source.
+    /// source empties this row. A lack of memory for a longer source empties it too.
     BitVec_c & operator=(BitVec_c const & Other);
 
     /// Does what the copy assignment does, and leaves the other row empty. Copies nothing unless this row is longer.
@@ -270,7 +270,7 @@ public:
     FIELD & operator^=(FIELD const & Other);
     FIELD & operator&=(FIELD const & Other);
     FIELD & operator-=(FIELD const & Other);
-    friend bool operator==(FIELD const & A, FIELD const & B) { return A.IsEqual(B); }
+    friend bool operator==(FIELD const & a, FIELD const & b) { return a.IsEqual(b); }
 
     /// Inverts every bit of the field in place, those from rounding up too. Returns this object, not a copy.
     FIELD & operator~();

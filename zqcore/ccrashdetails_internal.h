@@ -5,8 +5,9 @@
 inline constexpr char CRASH_REPORT_START[] = "CrashReport_", CRASH_REPORT_END[] = ".rpt";
 inline constexpr char CRASH_DETAILS_NAME[] = "_details", CRASH_DETAILS_END[] = ".txt";
 
-/// Mark of a call that the compiler has inlined, and a blank in the name of a module.
-inline constexpr char CRASH_INLINED[] = " [inlined]", CRASH_BLANK[] = "\\x20";
+/// Mark of a call that the compiler has inlined, a blank in the name of a module, and the start of a line about a part
+/// that is missing. Such a line ends with a bracket.
+inline constexpr char CRASH_INLINED[] = " [inlined]", CRASH_BLANK[] = "\\x20", CRASH_CUT[] = "(cut: ";
 
 /// Words of the first line.
 inline constexpr char CRASH_DETAILS_TITLE[] = "ZQCore crash details ";

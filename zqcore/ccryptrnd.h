@@ -1,8 +1,8 @@
 // ccryptrnd.h: random bytes from the moments at which messages arrive, and the digest of a password.
 //
 // The pool holds the low byte of the cycle counter at each of the last 128 messages and calls of PutNextRandom. Each 20
-// bytes of output are the SHA-1 of a block counter and the pool, last byte first. Use the bytes for shuffles, seeds and
-// games. For keys, tokens, salts and all other secrets use the system's generator, for these reasons:
+// bytes of output are the SHA-1 of a block counter and the pool, last byte first. The bytes serve shuffles, seeds and
+// games. Keys, tokens, salts and all other secrets require the system's generator, for these reasons:
 // - a message adds a byte that holds a few bits of entropy at most. An attacker may cause the message.
 // - the entropy of the pool is not measured. An empty pool produces the same output in every run.
 // - earlier and later output can be computed from the pool and the counter.
@@ -11,7 +11,7 @@
 // Threads: any thread may add and get bytes. A forked child adds the cycle counter, so its bytes differ from its
 // parent's.
 // Cost: 20 bytes cost about 0.2 us. Nothing allocates but the module's initialisation, which adds a receiver.
-// Failure: GetRandomBytes and Xor assert, and so does the module's start if the receiver added last to
+// Failure: GetRandomBytes and Xor assert. The module's initialisation asserts if the receiver added last to
 // g_ApplicationMessages is exclusive (ccallback.h). Nothing else fails.
 //
 //     PutNextRandom();   // at an unpredictable moment, such as a key press

@@ -86,12 +86,13 @@ public:
     ZQ_API long OnUnhandledException(plat::FaultPointers_t const * pPointers);
 
     /// Writes the stack of a fault to szBuffer, cut at nSize - 1 bytes, at most 65535. Skips the first nSkip frames and
-    /// writes up to nFrames lines, numbered from nSkip: "[04]\tname\tfile (line)\t\n". Asserts that szBuffer has
-    /// room and that there is a fault. Without a fault the text is empty.
+    /// writes up to nFrames lines, numbered from nSkip: "[04]\tname\tfile (line)\t\n".
     /// - An unknown name is "?". An unknown line is "eip\t" and the address, such as "eip\t0x00401000\n".
     /// - If the stack has fewer than nSkip + nFrames frames, the text ends in "Stack Trace Failed". If it has a frame
     ///   at the address 0, the text ends there in "Stack Trace Failed:: zero eip".
-    /// - The text is empty while another trace runs.
+    ///
+    /// Asserts that szBuffer has room and that there is a fault. Without a fault, or while another trace runs, the text
+    /// is empty.
     ZQ_API void StackTrace(
         char * szBuffer, std::size_t nSize, int nFrames, int nSkip, plat::FaultPointers_t const * pPointers);
 

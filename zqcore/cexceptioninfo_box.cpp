@@ -25,7 +25,7 @@ namespace
 
     plat::DialogButtons_e ButtonsOf(unsigned long nStyle)
     {
-        constexpr unsigned long BUTTONS = 0xF;   // bits of a style
+        constexpr unsigned long BUTTONS = 0xF;   // bits of a style, as MB_TYPEMASK of Windows
         switch (nStyle & BUTTONS)
         {
         case MESSAGE_OK_CANCEL:
@@ -50,7 +50,7 @@ namespace
 
     plat::DialogIcon_e IconOf(unsigned long nStyle)
     {
-        constexpr unsigned long ICON = 0xF0;   // bits of a style
+        constexpr unsigned long ICON = 0xF0;   // bits of a style, as MB_ICONMASK of Windows
         switch (nStyle & ICON)
         {
         case MESSAGE_ICON_ERROR:

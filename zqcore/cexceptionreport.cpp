@@ -47,7 +47,7 @@ namespace
     bool g_bLost = false;         // whether some of it could not be written
     bool g_bWriting = false;      // whether it is being written
     constinit plat::Symbols_c g_Symbols;
-    char g_szDialog[LINE_SIZE];       // text of the dialog
+    char g_szDialog[LINE_SIZE];
     char g_szSourceFile[NAME_SIZE];   // of the last line that LogSourceString found
 
     // Makes the path from folder and local time. szMore distinguishes reports of the same second. A path that does not

@@ -84,7 +84,7 @@ namespace
         Line.Add("instruction: %08" PRIXPTR, Record.Address);
         Details.EndLine();
         WriteThread(Details, Fault.pContext->iThread);
-        constexpr std::size_t PREFIX = sizeof plat::FAULT_UNCAUGHT_TEXT - 1;   // characters before a space and the type
+        constexpr std::size_t PREFIX = sizeof plat::FAULT_UNCAUGHT_TEXT - 1;   // characters before a blank and the type
         char const * const szText = FaultName(Record.nCode);
         if (Record.nCode == plat::FAULT_UNCAUGHT_EXCEPTION
             && std::strncmp(szText, plat::FAULT_UNCAUGHT_TEXT, PREFIX) == 0 && szText[PREFIX] == ' ')
@@ -167,14 +167,14 @@ namespace
         switch (Symbols.GetEnd())
         {
         case plat::HELPER_LATE:
-            Line.Add("(cut: the symbol helper did not answer within %u s)",
+            Line.Add("%sthe symbol helper did not answer within %u s)", CRASH_CUT,
                 plat::SYMBOL_LIMIT / plat::MILLISECONDS_OF_SECOND);
             break;
         case plat::HELPER_FAILED:
-            Line.Add("(cut: the symbol helper failed)");
+            Line.Add("%sthe symbol helper failed)", CRASH_CUT);
             break;
         default:
-            Line.Add("(cut: there is no symbol helper)");
+            Line.Add("%sthere is no symbol helper)", CRASH_CUT);
             break;
         }
         Details.EndLine();
@@ -293,7 +293,7 @@ void exceptionreport::Details_c::Cut(unsigned nLimit)
 {
     m_Line.CutAt(0);
     bool const bLate = plat::CoarseClockMilliseconds() - m_tBegin >= nLimit;
-    m_Line.Add(bLate ? "(cut: the limit of %u s)" : "(cut: a fault)", nLimit / plat::MILLISECONDS_OF_SECOND);
+    m_Line.Add(bLate ? "%sthe limit of %u s)" : "%sa fault)", CRASH_CUT, nLimit / plat::MILLISECONDS_OF_SECOND);
     EndLine();
 }
 

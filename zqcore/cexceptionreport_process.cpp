@@ -183,7 +183,8 @@ void exceptionreport::WriteProcess(Details_c & Details)
         if (!CallGuarded(STEP_LIMIT, [&] { fnWrite(Details); }))
         {
             Details.GetLine().CutAt(0);
-            Details.GetLine().Add("(cut: a fault, or the limit of %u s)", STEP_LIMIT / plat::MILLISECONDS_OF_SECOND);
+            Details.GetLine().Add(
+                "%sa fault, or the limit of %u s)", CRASH_CUT, STEP_LIMIT / plat::MILLISECONDS_OF_SECOND);
             Details.EndLine();
         }
     }

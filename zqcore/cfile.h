@@ -373,6 +373,7 @@ ZQ_API FileStored_c * FileOpenStored(char const * name);
 class FileStoredScope_c
 {
 public:
+    /// Open a stream by name, or on a file. On failure there is no stream.
     explicit FileStoredScope_c(char const * szName)
         : m_pStream(FileOpenStored(szName))
     {}

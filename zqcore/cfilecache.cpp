@@ -76,8 +76,8 @@ namespace
         return plat::PathGetFacts(sFolder, Facts) ? CacheStamp_s{ Facts.nSize, Facts.tLastWrite } : UNKNOWN;
     }
 
-    // Returns the noted stamp of a folder, for reads and writes until the next call. Notes UNKNOWN for a folder that
-    // has none.
+    // Notes UNKNOWN for a folder that has no stamp. Returns the noted stamp of the folder, for reads and writes until
+    // the next call.
     CacheStamp_s & FindOrNote(Folder_t const & sFolder)
     {
         std::uint32_t const dwPath = CacheIndexOf(sFolder);

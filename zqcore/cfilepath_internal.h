@@ -1,4 +1,6 @@
-// cfilepath_internal.h: what the sources of the table of files share. All of it belongs to the main thread.
+// cfilepath_internal.h: what the sources of the table of files share.
+//
+// Threads: main thread.
 #pragma once
 
 #include "zqcore/carray.h"

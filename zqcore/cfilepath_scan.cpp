@@ -172,8 +172,8 @@ namespace
         m_Queue.Flush();
     }
 
-    // Logs and reports an entry whose facts the system does not return, and stores its folder as missed. Does nothing
-    // for one that the scan skips, if it is a file and if it is a folder.
+    // Logs and reports an entry of which the system reports no facts, and stores its folder as missed. Does nothing for
+    // one that the scan skips whether it is a file or a folder.
     ZQ_COLD void MissEntry(String_T<256> const & sFolder, plat::FolderEntry_t const & Entry, bool bRecursive)
     {
         bool const bSkippedAsFile = g_sExcludedFiles.Has(Entry.szName) || FileReplacement_c::IsBeside(Entry.szName);

@@ -32,7 +32,7 @@
 class ZQ_API FileReplacement_c
 {
 public:
-    /// Type of a reason's text.
+    /// Text of a reason as GetWhyNot returns it. A longer one is cut.
     using Reason_t = String_T<128>;
 
     /// Type of the path of a file beside: a path of at most 255 characters and a prefix.

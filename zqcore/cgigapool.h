@@ -73,7 +73,7 @@ public:
 
     /// Use storage of the caller and nothing of the heap. It holds as many whole groups of 32 elements as fit, but no
     /// more than MAX_ELEMENTS elements. Storage that is too small for a group, or a size below 1, makes a pool without
-    /// elements. Requires that the storage stays until Reset or the end of the pool. Asserts that the pool has no
+    /// elements. Require that the storage stays until Reset or the end of the pool. Assert that the pool has no
     /// storage. If the developer continues, it keeps that.
     void Init(std::span<std::byte> Storage, int iElementSize) { Init(Storage.data(), Storage.size(), iElementSize); }
     void Init(std::byte * pStorage, std::size_t nBytes, int iElementSize);

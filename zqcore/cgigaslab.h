@@ -152,8 +152,8 @@ public:
     }
     bool Init(std::byte * pStorage, std::size_t nBytes, int iElementSize);
 
-    /// Returns the bytes of the caller's storage in which Init always places iElements. Requires a number from 0 to
-    /// MAX_ELEMENTS, a size above 0, and in a 32-bit build a result below 4 GiB.
+    /// Returns the bytes of the caller's storage in which Init always places iElements, from 0 to MAX_ELEMENTS.
+    /// Requires a size above 0, and in a 32-bit build a result below 4 GiB.
     static constexpr std::size_t StorageFor(int iElements, int iElementSize)
     {
         auto const nGroups = static_cast<std::size_t>((iElements + GigaGroup_c::ELEMENTS - 1) / GigaGroup_c::ELEMENTS);

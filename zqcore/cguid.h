@@ -64,7 +64,7 @@ public:
     /// null and for any text that is not such a name, with Guid unchanged.
     static bool FromXmlName(char const * text, Guid_c & Guid);
 
-    /// Compare the identifiers. The order is that of the text forms.
+    /// Return whether the identifiers are equal, and their order, which is that of the text forms.
     bool operator==(Guid_c const & Other) const = default;
     auto operator<=>(Guid_c const & Other) const = default;
 

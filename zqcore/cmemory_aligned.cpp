@@ -79,7 +79,8 @@ namespace
         return Block.pUser;
     }
 
-    // Returns the live block of an aligned pointer, or null. Reports a damaged header and a pointer without a block.
+    // Finds the live block of an aligned pointer and returns it, or null. Reports a damaged header and a pointer
+    // without a block.
     void * FindBlock(void * pUser, char const * szPlainFunction)
     {
         Header_s const Header = HeaderOf(pUser);

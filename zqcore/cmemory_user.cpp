@@ -9,8 +9,8 @@ namespace mem
     {
         constinit UserAllocatorInfo_i * g_dAllocators[MAX_USER_ALLOCATORS] = {};   // under g_CategoryLock
 
-        // Replaces the first entry that is pOld by pNew and returns true. Returns false if no entry is pOld. A free
-        // entry is null.
+        // Replaces the first entry that is pOld by pNew and returns true. A free entry is null. Returns false if no
+        // entry is pOld.
         bool Replace(UserAllocatorInfo_i * pOld, UserAllocatorInfo_i * pNew)
         {
             CategoryLockScope_c const Scope;

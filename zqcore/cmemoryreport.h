@@ -2,8 +2,8 @@
 //
 // There are four reports: a log of every allocation as it happens, a snapshot of all live blocks, the count of a
 // frame's allocations, and a text for each fault of the heap. The call log is the named log "newcalls.csv" (clogf.h)
-// with one flushed line for each allocation: turn it on around suspect code. The snapshot is two files in the current
-// folder: "allocations.csv", which `zqtool memory` reads, and "uncategorized.csv".
+// with one flushed line for each allocation. Hosts turn it on around suspect code. The snapshot is two files in the
+// current folder: "allocations.csv", which `zqtool memory` reads, and "uncategorized.csv".
 //
 // The heap of a shipped game (cmemory.h) has no list of blocks. Its snapshot has a line for each category with live
 // blocks. Nothing checks the figures at each event. Lost blocks are not reported.

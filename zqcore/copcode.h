@@ -213,10 +213,10 @@ public:
     /// the end without an instruction are not counted.
     ZQ_API std::size_t Decode();
 
-    /// Returns the number of bytes in the instructions found. It differs from nBytes in these cases:
-    /// - Decode was not called, or there are no pages: it is 0.
-    /// - Decode stopped at MAX_INSTRUCTIONS or inside prefixes: it is below nBytes.
-    /// - The last instruction ends in the nAfter bytes: it is above nBytes.
+    /// Returns the number of bytes in the instructions found. Returns another number than nBytes in these cases:
+    /// - 0 if Decode was not called, or if there are no pages.
+    /// - A smaller number if Decode stopped at MAX_INSTRUCTIONS or inside prefixes.
+    /// - A larger number if the last instruction ends in the nAfter bytes.
     std::size_t GetDecodedBytes() const
     {
         return m_nInstructions

@@ -13,7 +13,7 @@
 // Threads: no lock: all containers of a pool belong to one thread at a time.
 // Cost: a node costs a few nanoseconds. The first block of a size class allocates a chunk of at least 256 KiB, which is
 // counted but not touched.
-// Failure: a PoolElements_c without an element that suits a node ends in Abort. So does an exhausted heap.
+// Failure: a PoolElements_c without an element that suits a node, and an exhausted heap, end in Abort.
 //
 //     PoolBlocks_c Blocks("healths");
 //     std::set<int, std::less<>, PoolAllocator_T<int>> Healths(Blocks);
@@ -153,12 +153,12 @@ private:
 };
 
 #ifdef __cpp_lib_memory_resource
-/// Memory resource of the containers in std::pmr, over a pool. Requires that the pool outlives it.
+/// Memory resource of the containers in std::pmr, over a pool.
 template <typename POOL>
 class PoolResource_T final : public std::pmr::memory_resource
 {
 public:
-    /// Uses a pool.
+    /// Uses a pool. Requires that it outlives the object.
     explicit PoolResource_T(POOL & Pool)
         : m_Pool(Pool)
     {}

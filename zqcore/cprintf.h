@@ -4,8 +4,8 @@
 // std::string_view, and classes like them. If one of the arguments is such a class, a template passes its text to the
 // function, and checks the format against the arguments:
 // - g++ with optimisation, and clang++ always, refuse a call whose literal format does not match.
-// - g++ without optimisation checks when the call runs, and so does g++ for a format of more than 255 characters. A
-//   format that does not match is then written as it is.
+// - g++ without optimisation checks when the call runs. With optimisation it does the same for a format of more than
+//   255 characters. A format that does not match is then written as it is.
 // - A format in a variable is checked when the call runs.
 //
 // All other calls are those of the function itself: clang++ always checks them, g++ with -Wformat, a part of -Wall.

@@ -21,9 +21,8 @@ namespace
     using profiler::timer_t;
 
     constexpr std::uint32_t RECORD_SIZE = statsrecord::SIZE;
-    constexpr std::size_t BUFFER_SIZE = sizeof(std::uint32_t) + MAX_TIMERS_TOTAL * RECORD_SIZE;
     constexpr std::size_t ERROR_SIZE = 256;
-    static_assert(BUFFER_SIZE == 1282052);
+    static_assert(statsrecord::MAX_BATCH == 1282052);
 
     // The copied fields have the same offsets as in the file.
     static_assert(std::endian::native == std::endian::little && sizeof(timer_t) == RECORD_SIZE);
@@ -116,7 +115,7 @@ namespace
 
     bool WriteHeader()
     {
-        std::memset(g_pBuffer, 0, BUFFER_SIZE);
+        std::memset(g_pBuffer, 0, statsrecord::MAX_BATCH);
         std::uint32_t const dHeader[] = { RECORD_SIZE, FileAddress() };
         std::memcpy(g_pBuffer, dHeader, sizeof dHeader);
         g_nPosition = 0;
@@ -127,8 +126,8 @@ namespace
     // Allocates the buffer so that the records, which follow a count of four bytes, begin on a cache line.
     void AllocateBuffer()
     {
-        g_pBuffer = static_cast<char *>(aligned_offset_malloc_dbg(BUFFER_SIZE, ZQ_CACHE_LINE, sizeof(std::uint32_t),
-            static_cast<int>(MemoryBlockWord(MEMORY_CLIENT_BLOCK)), __FILE__, __LINE__));
+        g_pBuffer = static_cast<char *>(aligned_offset_malloc_dbg(statsrecord::MAX_BATCH, ZQ_CACHE_LINE,
+            sizeof(std::uint32_t), static_cast<int>(MemoryBlockWord(MEMORY_CLIENT_BLOCK)), __FILE__, __LINE__));
     }
 
     void FreeBuffer()

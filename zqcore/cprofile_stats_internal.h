@@ -1,7 +1,10 @@
-// cprofile_stats_internal.h: the layout of a record of the stats file (docs/formats.md), for its writer and for zqtool.
+// cprofile_stats_internal.h: the layout of a record of the stats file (docs/formats.md), for its writer and tools.
 #pragma once
 
+#include "zqcore/cprofile.h"
+
 #include <cstddef>
+#include <cstdint>
 
 namespace statsrecord
 {
@@ -12,4 +15,7 @@ namespace statsrecord
     inline constexpr std::size_t NAME = 0, TIMER = 32, CHILD = 36, NEXT = 40, START = 48, SLOTS = 56, AVERAGE = 2456,
                                  MAX = 2464, LAST = 2472, MAX_EVER = 2480, N_LAST = 2488, N_AT_MAX = 2492,
                                  MAX_SLOT = 2496;
+
+    /// Bytes of the largest batch: the count of its records, and the records.
+    inline constexpr std::size_t MAX_BATCH = sizeof(std::uint32_t) + MAX_TIMERS_TOTAL * SIZE;
 }

@@ -71,7 +71,8 @@ namespace
     }
 
     // Returns the place of the next separator, or pEnd. Tests a machine word at a time: with the top bit of each byte
-    // set, a subtraction clears it in those that are not above the blank, and borrows from no other byte.
+    // set, a subtraction clears it in those that are not above the blank, and borrows from no other byte (Warren,
+    // Hacker's Delight, second edition, section 2-18).
     char const * FindSeparator(char const * pNext, char const * pEnd)
     {
         constexpr auto TOP_BITS = static_cast<std::size_t>(plat::HIGH_BITS);
@@ -375,8 +376,8 @@ bool Script_c::RewindAfterToken(char const * sToken, bool bFromStart, bool bWhol
     return bFound;
 }
 
-// Moves to the next occurrence of a text before any NUL. Returns false if there is none. Searches ranges that double
-// in length, so the cost is linear in the distance to the occurrence or the NUL.
+// Moves to the next occurrence of a text before any NUL. Searches ranges that double in length, so the cost is linear
+// in the distance to the occurrence or the NUL. Returns false if there is none.
 bool Script_c::Find(char const * szToken)
 {
     constexpr std::size_t FIRST_RANGE = 64;

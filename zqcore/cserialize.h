@@ -107,8 +107,9 @@ namespace archives
 }
 
 /// Values that an archive stores as they are: `bool`, numbers and enumerators of 1, 2, 4 or 8 bytes with the same width
-/// in every build. `wchar_t` and `long double` are refused. So is `long`, unless it is the type of std::int64_t.
-/// std::size_t is not refused, because it is the name of another type: store a std::uint32_t or std::uint64_t.
+/// in every build. `wchar_t` and `long double` are refused. `long` is refused too, unless it is the type of
+/// std::int64_t. std::size_t is not refused, because it is the name of another type, but its width differs between
+/// builds.
 template <typename T>
 concept ArchiveValue_T = archives::IsOfOneWidth<T>();
 
@@ -137,11 +138,13 @@ public:
     Serializeable_c(Serializeable_c const &) = delete;
     Serializeable_c & operator=(Serializeable_c const &) = delete;
 
-    /// Begins a chunk. Asserts that no chunk is open, and fails the archive otherwise.
+    /// Begins a chunk.
     /// - Writing: returns true if the chunk is open, and false if the archive has failed.
     /// - Reading: a chunk of another name ends in Abort. Returns false if the chunk is empty or the archive has failed.
     ///   IsFailed says which. An empty chunk still needs ChunkEnd. True does not mean success: a stored length that is
     ///   too small fails the archive and returns true.
+    ///
+    /// Asserts that no chunk is open, and fails the archive otherwise.
     virtual bool ChunkBegin(char const * sName) = 0;
 
     /// Ends the chunk of that name. A reader continues after the chunk, even if the chunk was not read to its end.
@@ -175,11 +178,12 @@ public:
     /// Returns a reader's position in bytes from the start, 0 while the reader is not open. Returns -1 for a writer.
     virtual int GetPosition() const;
 
-    /// Returns the number of bytes after a reader's position. Asserts as the archive's GetLength does. Returns -1
-    /// for these archives:
+    /// Returns the number of bytes after a reader's position. Returns -1 for these archives:
     /// - a writer.
     /// - an archive that has failed.
     /// - a reader that is empty or closed, or does not know its length.
+    ///
+    /// Asserts as the archive's GetLength does.
     int GetLeft() const;
 
     /// Stores or loads one object and returns the archive. T is one of the following. The compiler refuses others and
@@ -254,8 +258,8 @@ public:
     /// it otherwise. Also fails it if the length is above the range of `int`.
     void StoreText(char const * sText, std::size_t nLength);
 
-    /// Loads a text that the archive has in memory and returns true. sText is valid as long as that memory. Returns
-    /// false and loads nothing if the archive is not a reader of memory, or if there is no whole text.
+    /// Loads a text that the archive has in memory and returns true. Returns false and loads nothing if the archive is
+    /// not a reader of memory, or if there is no whole text. sText is valid as long as the archive's memory.
     bool ViewText(std::string_view & sText);
 
     /// Stores or loads the first three lanes of a vector. The fourth is neither stored nor changed.
@@ -345,8 +349,9 @@ class ZQ_API Writeable_c : public ChunkWriteable_c
 {
 public:
     /// Creates the folders of the path and the file, or empties an existing file. Others may read the file meanwhile. A
-    /// second writer of it fails, unless the file system has no locks. On failure Open returns false, and
-    /// FileOpenTracker (cfilelog.h) complains unless it excepts the name. A null sFileName asserts and fails Open.
+    /// second writer of it fails, unless the file system has no locks. Asserts that sFileName is not null, and fails
+    /// Open otherwise. On failure Open returns false, and FileOpenTracker (cfilelog.h) complains unless it excepts the
+    /// name.
     Writeable_c(char const * sFileName, std::uint32_t dwVersion);
     ~Writeable_c() override;
 

@@ -601,8 +601,8 @@ void Serializer_c::StartSerialize(Serializeable_c & archive, bool bStaticPointer
     }
 }
 
-// Enters a registered object in the table under its number in the pass. Then runs the body of its class, if that class
-// has a serializer.
+// Enters a static object in the table under its identifier. Then runs the body of its class, if that class has a
+// serializer.
 void Serializer_c::TransferStaticPointer(Serializeable_c & archive, RegisteredStaticPointer_t & Entry, int iPointer)
 {
     Serializer_c * const pSerializer = FindSerializer(Entry.sClassName);

@@ -42,6 +42,7 @@ namespace
         SimpleProfileScope_c const m_Kind;
     };
 
+    // Runs one frame, tDelta seconds after the previous one.
     void RunFrame(double tDelta, Survey_c & Survey)
     {
         ProfilerFrameScope_c const Application;
@@ -60,7 +61,7 @@ namespace
             Survey.StreamFiles(ModuleSettings_c::Get()->m_nStream);
         }
         MemoryResetFrameAllocCount();
-        std::atomic_ref(g_iLogFrameCounter).fetch_add(1, std::memory_order_relaxed);   // the file thread logs too
+        std::atomic_ref(g_iLogFrameCounter).fetch_add(1, std::memory_order_relaxed);   // the worker logs (cfileasync.h)
     }
 
     void CloseFrame()
@@ -72,6 +73,7 @@ namespace
         }
     }
 
+    // Adds a frame of tTaken seconds to the figures.
     void Count(FrameStats_t & Stats, double tTaken)
     {
         Stats.tTotal += tTaken;

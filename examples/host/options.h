@@ -44,5 +44,5 @@ struct Options_s
 /// the current folder is still the caller's. Returns false, with a message, if the command line makes no sense.
 bool OptionsRead(int nArguments, char ** dArguments, Options_s & Options, std::string & sMessage);
 
-/// Returns the text of --help.
+/// Returns what --help prints: the purpose of the program, its options with their defaults, and the exit statuses.
 std::string OptionsHelp();

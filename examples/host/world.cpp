@@ -98,7 +98,7 @@ void ModuleWorld_c::HeartbeatFrame(double)
         return;
     }
     BayRunHour(m_Bay);
-    if (m_Bay.nHours == HOURS)   // each hour of a new game has added to the random pool
+    if (m_Bay.nHours == HOURS)   // each hour of a new game has added to the entropy pool
     {
         GetRandomBytes(reinterpret_cast<unsigned char *>(&m_Bay.dwGame), sizeof m_Bay.dwGame);
     }

@@ -68,8 +68,8 @@ namespace
         return ZQ_NEW Lot_s;
     }
 
-    // Sells a lot. The first frame has a bid, and each later frame one at most. A bid raises the price by a tenth. The
-    // level in the list of settings says how often a frame has one.
+    // Sells a lot. The first frame has a bid, and each later frame one at most. The level in the list of settings says
+    // how often a frame has one. A bid raises the price by a tenth.
     void Bid(Lot_s & Lot, RandomNumber_c & Random)
     {
         static constexpr EnumName_T<std::uint32_t> CHANCES[] = { { "calm", 8 }, { "fair", 4 }, { "rough", 2 } };

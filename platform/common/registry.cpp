@@ -110,7 +110,7 @@ namespace plat
         {
         public:
             // Waits for the lock of a folder and sets bAlone to whether it is held. A file system without such locks is
-            // used without them. Other threads and a fork may run meanwhile. Returns false when the time is up.
+            // used without them. Returns false when the time is up. Other threads and a fork may run meanwhile.
             bool Lock(StoreHandle_t hFolder, bool & bAlone)
             {
                 for (std::chrono::microseconds tPause = FIRST_PAUSE;; tPause = std::min(tPause * 2, LONGEST_PAUSE))

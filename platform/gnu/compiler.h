@@ -36,7 +36,7 @@
 #define ZQ_PROCESSOR_HAS(szFeature) (__builtin_cpu_init(), __builtin_cpu_supports(szFeature) != 0)
 
 #define ZQ_COMPILE_ERROR(szText) __attribute__((error(szText)))
-#define ZQ_IS_CONSTANT(value) __builtin_constant_p(value)
+#define ZQ_IS_CONSTANT(Value) __builtin_constant_p(Value)
 #if defined(__clang__)
     #define ZQ_REFUSE_IF(bWrong, szText)                                                                               \
         _Pragma("clang diagnostic push") _Pragma("clang diagnostic ignored \"-Wgcc-compat\"")                          \

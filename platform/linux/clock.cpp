@@ -23,7 +23,7 @@ namespace plat
             return static_cast<std::int64_t>(Now.tv_sec) * NANOSECONDS_OF_SECOND + Now.tv_nsec;
         }
 
-        // Writes the local time of tUtc to Local. Returns false if the system does not report it.
+        // Writes the local time of tUtc, seconds since 1970, to Local. Returns false if the system does not report it.
         bool LocalFromUtc(std::time_t tUtc, std::tm & Local)
         {
             LockScope_c const Scope(g_ConversionLock);

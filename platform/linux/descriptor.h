@@ -83,9 +83,9 @@ namespace plat
     };
 
     /// Moves a descriptor that has the number of a standard stream to a higher one, because what anyone prints to a
-    /// standard stream that is closed would go to the file. Returns the descriptor. Requires that fcntl has not locked
-    /// the file: the close of the lower number ends such locks. Returns -1, with the file closed, if no number is left.
-    /// Returns -1 for -1.
+    /// standard stream that is closed would go to the file. Returns the descriptor, or -1 for -1. Requires that fcntl
+    /// has not locked the file: the close of the lower number ends such locks. Returns -1, with the file closed, if no
+    /// number is left.
     int MoveAboveStandard(int iDescriptor);
 
     /// Reads up to nBytes and returns the number of bytes read. Fewer mean the end of the file, which keeps errno, or

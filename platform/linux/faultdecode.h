@@ -4,10 +4,14 @@
 #include "platform/faults.h"
 
 #include <csignal>
+#include <cstdint>
 #include <ucontext.h>
 
 namespace plat
 {
+    /// The processor's flag AC: whether a misaligned access faults (Intel SDM, volume 1, 3.4.3).
+    inline constexpr std::uint32_t FLAG_ALIGNMENT_CHECK = 0x40000;
+
     /// Fills in the registers and the record of the fault that a signal reports. Requires that the signal is SIGSEGV,
     /// SIGBUS, SIGILL, SIGFPE, SIGTRAP or SIGABRT, and that the calling thread received it. A signal handler may call
     /// it.

@@ -25,11 +25,10 @@ namespace plat
     namespace
     {
         constexpr int SIGNALS[] = { SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT };
-        constexpr unsigned DYING_LIMIT = 10000;               // milliseconds that another fault waits for the end
-        constexpr unsigned SLEEP = 2;                         // milliseconds between two checks
-        constexpr unsigned DESCRIPTION_LIMIT = 1000;          // milliseconds for an exception's own message
-        constexpr std::size_t DESCRIPTION_SIZE = 512;         // bytes of a description, its zero included
-        constexpr std::uintptr_t ALIGNMENT_CHECK = 0x40000;   // flag AC (Intel SDM, volume 1, 3.4.3)
+        constexpr unsigned DYING_LIMIT = 10000;         // milliseconds that another fault waits for the end
+        constexpr unsigned SLEEP = 2;                   // milliseconds between two checks
+        constexpr unsigned DESCRIPTION_LIMIT = 1000;    // milliseconds for an exception's own message
+        constexpr std::size_t DESCRIPTION_SIZE = 512;   // bytes of a description, its zero included
 
         std::atomic<FaultFilter_t> g_fnFilter{ nullptr };
         bool g_bHooked = false;
@@ -94,9 +93,9 @@ namespace plat
         void StopAlignmentChecks()
         {
 #if defined(__x86_64__)
-            __builtin_ia32_writeeflags_u64(__builtin_ia32_readeflags_u64() & ~ALIGNMENT_CHECK);
+            __builtin_ia32_writeeflags_u64(__builtin_ia32_readeflags_u64() & ~std::uint64_t{ FLAG_ALIGNMENT_CHECK });
 #else
-            __builtin_ia32_writeeflags_u32(__builtin_ia32_readeflags_u32() & ~ALIGNMENT_CHECK);
+            __builtin_ia32_writeeflags_u32(__builtin_ia32_readeflags_u32() & ~FLAG_ALIGNMENT_CHECK);
 #endif
         }
 

@@ -20,7 +20,7 @@ namespace plat
     namespace
     {
         constexpr mode_t NEW_FOLDER_MODE = 0777;
-        constexpr std::uint64_t HINT_FROM_BYTES = 128 * 1024;   // bytes that the system reads ahead unasked
+        constexpr std::uint64_t HINT_FROM_BYTES = 128 * 1024;   // bytes read ahead unasked (Linux, VM_READAHEAD_PAGES)
 
         bool DeleteEntry(int iFolder, char const * szName);
 

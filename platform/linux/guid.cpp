@@ -167,7 +167,8 @@ namespace plat
             }
 
             // Chooses another sequence if the present one has no socket, or the host closed it. Reads the interfaces
-            // again if the source is new, or if the address is not global, because a global one may have appeared.
+            // again if the source is new, or if the address is not global, because a global one may have appeared. tNow
+            // is the present tick.
             void Check(std::uint64_t tNow)
             {
                 if (m_dSockets[(m_nSequences - 1) % SOCKETS].Get() < 0)

@@ -14,9 +14,9 @@ namespace plat
     {
         constexpr std::uintptr_t SIGNAL_SET = 8;   // bytes of the kernel's set of signals, which is read aligned
 
-        // Returns whether the aligned 8 bytes around an address can be read. Requires that they are not at address 0.
-        // The system reads the set of signals there, then refuses the operation NO_SUCH_WAY, so it never applies the
-        // set.
+        // Returns whether the aligned 8 bytes around an address can be read. The system reads the set of signals there,
+        // then refuses the operation NO_SUCH_WAY, so it never applies the set. Requires that the bytes are not at
+        // address 0.
         bool IsReadable(std::uintptr_t nAddress)
         {
             constexpr int NO_SUCH_WAY = -1;

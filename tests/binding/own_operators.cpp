@@ -11,7 +11,8 @@ namespace
     constexpr std::size_t HEAD = 16;          // alignment, and bytes of the head that some kinds add before a block
     constexpr std::size_t SMALL = 2 * HEAD;   // bytes of the largest small block
 
-    // Call the operators that come after the program's.
+    // Call the operators that come after the program's, by their names in the Itanium C++ ABI (section 5.1). NewOfNext
+    // returns the block.
     void * NewOfNext(std::size_t nBytes)
     {
         char const * const szNew = sizeof(std::size_t) == 8 ? "_Znwm" : "_Znwj";

@@ -18,6 +18,7 @@
 
 #include "platform/faults.h"
 #include "platform/fork.h"
+#include "platform/linux/faultdecode.h"
 #include "platform/memory.h"
 #include "platform/process.h"
 #include "platform/stack.h"
@@ -55,8 +56,8 @@
 #include <vector>
 #include <xmmintrin.h>
 
-// The first instruction of FaultAtOnce faults. Another function ends right before FaultAtOnce. The listing of the code
-// of FaultAtOnce ends after the second byte of "mov eax,12345678".
+// Faults at its first instruction. Another function ends right before it. The listing of its code ends after the second
+// byte of "mov eax,12345678".
 extern "C" void FaultAtOnce();
 __asm__(R"(
     .text
@@ -93,7 +94,6 @@ namespace
     // Flags of the processor (Intel SDM, volume 1, 3.4.3).
     constexpr unsigned FLAG_ALWAYS_SET = 0x2;
     constexpr unsigned FLAG_TRAP = 0x100;
-    constexpr unsigned FLAG_ALIGNMENT_CHECK = 0x40000;
 
     void SetFlags(unsigned nFlags)
     {
@@ -110,7 +110,7 @@ namespace
     }
 }
 
-// Replaces the C library's heap functions: a use of the heap while it is forbidden ends the process. A circumstance may
+// Replace the C library's heap functions: a use of the heap while it is forbidden ends the process. A circumstance may
 // hold the lock.
 #ifndef CRASHER_CHECKED
 extern "C"
@@ -324,7 +324,7 @@ namespace
         { "abort!", HEAP, [] { Abort("the end of %s", "it"); } },
         { "stack", PLAIN, [] { Recurse(0); } },
         { "bus", PLAIN, ReadPastEnd },
-        { "misaligned", PLAIN, [] { MisalignWithFlags(FLAG_ALIGNMENT_CHECK); } },
+        { "misaligned", PLAIN, [] { MisalignWithFlags(plat::FLAG_ALIGNMENT_CHECK); } },
         { "throw", HEAP, [] { throw std::runtime_error("what\x1B\nit says"); } },
         { "throwint", HEAP, [] { throw 5; } },
         { "readdeep", HEAP, [] { CallDeep([] { ReadNowhere(5, "second"); }); } },

@@ -8,9 +8,9 @@ namespace
 {
     int * volatile g_pNowhere = nullptr;
 
-    NOT_INLINED int Deepen(int nMore, int nSum, int iDifference)
+    NOT_INLINED int Deepen(int nMore, int iSum, int iDifference)
     {
-        int const iResult = nMore == 0 ? *g_pNowhere : Deepen(nMore - 1, nSum + iDifference, nSum - iDifference);
+        int const iResult = nMore == 0 ? *g_pNowhere : Deepen(nMore - 1, iSum + iDifference, iSum - iDifference);
         __asm__ volatile("");   // not the last call
         return iResult;
     }

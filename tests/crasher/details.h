@@ -120,7 +120,7 @@ inline void StartBeside(char const * szName, void (*fnFirst)(), void (*fnThen)()
 
 plat::Lock_c * const g_pUnregistered = new plat::Lock_c;   // without a ForkLock_c
 
-/// Pauses below nFrames further calls.
+/// Pauses below nFrames further calls. Returns nFrames - 1 if a signal handler ends the pause.
 inline int Descend(int nFrames)
 {
     return nFrames == 0 ? pause() : Descend(nFrames - 1) + 1;
@@ -192,7 +192,7 @@ inline void StartUnstoppable()
 /// Refuses tracing to the helper.
 inline void ForbidTracing()
 {
-    constexpr unsigned PTRACE = 101;   // of x86-64: the helper is a 64-bit program in each build
+    constexpr unsigned PTRACE = 101;   // of x86-64 (asm/unistd_64.h): the helper is a 64-bit program in each build
     sock_filter dFilter[] = { BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PTRACE, 0, 1), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW) };

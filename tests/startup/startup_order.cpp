@@ -205,7 +205,7 @@ namespace
 int main(int nArguments, char ** dArguments)
 {
     FreeEarlyBlock();
-    Check(Module_c::InitializeAllModules(), "the modules come up");
+    Check(Module_c::InitializeAllModules(), "the modules start");
     Check(g_Probe.GetInitOrder() == 3, "the prerequisites and those of the profiler came first");
     g_CommandCallbacker.Fire(1, false);
     Check(g_nLines == 1, "the listener was called");

@@ -210,7 +210,7 @@ namespace zqsymbols
         m_nNumber += nLeftOut;
         return "... " + std::to_string(nLeftOut)
                + (bEnd ? " frames left out ...\n"
-                       : " or more frames left out ...\n(cut: the far end was not reached)\n");
+                       : " or more frames left out ...\n" + std::string(CRASH_CUT) + "the far end was not reached)\n");
     }
 
     std::string StackLines_c::Next()

@@ -32,12 +32,10 @@ namespace zqsymbols
             : m_Process(Process)
         {}
 
-        /// Returns the variables of a frame, from the parameters to the locals of the innermost open block, those of
-        /// inlined calls included. Adds their types to Types. The result is empty if the frame's function has no
-        /// debug information. Leaves out these:
-        /// - variables without a name
-        /// - locals that are only declared
-        /// - locals that the compiler generated under a name of its own
+        /// Adds the types of a frame's variables to Types and returns the variables, from the parameters to the locals
+        /// of the innermost open block, those of inlined calls included. Leaves out variables without a name, locals
+        /// that are only declared, and locals that the compiler generated under a name of its own. The result is empty
+        /// if the frame's function has no debug information.
         std::vector<Variable_t> ReadVariables(Frame_t const & Frame, Types_c & Types);
 
     private:

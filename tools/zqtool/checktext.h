@@ -45,9 +45,9 @@ struct CheckedText_t
     std::vector<Complaint_t> dComplaints;          // sorted by place
 };
 
-/// Returns the first kind that fits a text. bHead is whether the names of the columns are given.
+/// Returns the first of these kinds that fits a text:
 /// - a script or a property list, if its name ends in ".scr" or ".prp" in upper or lower case.
-/// - a table, if bHead is set.
+/// - a table, if bHead is set, which says that the names of the columns are given.
 /// - a table, if the first column of a line is @head in upper or lower case, or begins with @ and resembles it, and the
 ///   text has no byte order mark of UTF-16.
 /// - a spreadsheet, if its name ends in ".csv" in upper or lower case.

@@ -314,7 +314,7 @@ namespace
     void DetailsReader_c::ReadLine(std::string_view sLine)
     {
         std::string_view sCut = sLine;
-        if (TakeStart(sCut, "(cut: ") && sCut.ends_with(')') && m_eSection != CrashSection_e::Unknown)
+        if (TakeStart(sCut, CRASH_CUT) && sCut.ends_with(')') && m_eSection != CrashSection_e::Unknown)
         {
             std::string sReason(CRASH_SECTIONS[static_cast<unsigned>(m_eSection)]);
             sReason += sReason.empty() ? "" : ": ";

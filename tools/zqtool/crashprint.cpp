@@ -2,6 +2,7 @@
 
 #include "tools/zqtool/crashcause.h"
 #include "tools/zqtool/text.h"
+#include "zqcore/ccrashdetails_internal.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -67,7 +68,7 @@ namespace
         {
             Text.Add(sName);
         }
-        Text.Add(Frame.bInlined ? " [inlined]" : "");
+        Text.Add(Frame.bInlined ? CRASH_INLINED : "");
         if (!Frame.sFile.empty())
         {
             Text.Add("  " + Frame.sFile + (Frame.iLine > 0 ? ":" + std::to_string(Frame.iLine) : ""));

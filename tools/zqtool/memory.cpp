@@ -144,8 +144,8 @@ namespace
         PrintJson(Json);
     }
 
-    // Adds a snapshot with all that can be read. Returns false, and prints why, if the file has a fault or can't be
-    // opened. Adds none if it can't be opened.
+    // Adds a snapshot with all that can be read, or none if the file can't be opened. Returns false, and prints why, if
+    // the file has a fault or can't be opened.
     bool Read(std::string const & sFile, Reports_t & dReports)
     {
         std::ifstream Stream;

@@ -147,9 +147,9 @@ namespace
         }
     }
 
-    // Returns the index of the record that a link leads to. Returns -1 for no link or a damaged one. Reports a damaged
-    // one. The profiler creates a timer after its parent and its previous siblings, so a link always leads to a higher
-    // index.
+    // Reads a link, reports it if it is damaged, and returns the index of the record that it leads to. Returns -1 for
+    // no link or a damaged one. The profiler creates a timer after its parent and its previous siblings, so a link
+    // always leads to a higher index.
     int StatsReader_c::ReadLink(std::size_t iRecord, std::size_t nField, std::size_t nRecords)
     {
         std::uint32_t const nLink = WordFromLittle(BytesOf(iRecord, nField));
