@@ -15,7 +15,7 @@ namespace plat
         std::size_t nBytes;    // from the base to the end of the last part of the file
     };
 
-    /// Returns the file name in a module's path.
+    /// Returns the part of a module's path after its last `/`, or the whole path if it has none.
     inline char const * ModuleFileName(char const * szPath)
     {
         char const * const szSlash = std::strrchr(szPath, '/');

@@ -20,7 +20,7 @@ namespace plat
 
     inline constexpr char32_t WIDE_OF_BYTE = FIRST_LOW_SURROGATE;   // to which a byte from 0x80 on is added
 
-    /// Digits of decimal numbers.
+    /// Digits of decimal numbers in ASCII, each at the index of its value.
     inline constexpr char DECIMAL_DIGITS[] = "0123456789";
 
     /// Digits of hexadecimal numbers: those that are written, in capitals or not, and all that are read.

@@ -16,7 +16,7 @@ namespace plat
     /// Bytes of a thread's name with its terminator.
     inline constexpr std::size_t THREAD_NAME_SIZE = 16;
 
-    /// A recursive lock. A thread that waits for it can spin before it sleeps.
+    /// A re-entrant lock. A thread that waits for it can spin before it sleeps.
     class Lock_c
     {
     public:

@@ -78,7 +78,7 @@ inline bool LoadArchive(std::string_view sBytes, std::uint32_t dwVersion, Archiv
     return bOpen && !Archive.IsFailed();
 }
 
-/// Returns the bytes that fnBody writes to an archive in memory, or none if the archive failed.
+/// Runs fnBody over a writer in memory and returns the bytes that it writes, or none if the archive failed.
 inline std::string Stored(std::uint32_t dwVersion, ArchiveBody_t const & fnBody)
 {
     MemoryWriteable_c Archive(dwVersion);

@@ -32,7 +32,7 @@ namespace
     constexpr Answer_e THROW{};   // g_eAnswer for a dialog that throws
     constexpr char YES_NO_TAIL[] = "\r\n\r\nUse Yes to break into Debugger, No to continue.\r\nand Cancel to Quit\r\n";
 
-    // What happened, in order, a letter for each:
+    // Events in order, a letter for each:
     //     C  the cursor was shown             W  the warning event was fired
     //     L  a line was logged                D  a dialog was shown
     //     x  the program was stopped          M  the window was minimised while the process aborts
@@ -253,7 +253,7 @@ TEST_F(Complaints, WithALocationCarryFileLineAndATailAndAskNobodyWhenQuietOrSile
 
     EXPECT_EQ(Messages.DebugErrorInternal("%s", std::string(20000, 'e').c_str()), NO);
     EXPECT_THAT(g_sText,
-        StartsWith("Error: \t" + std::string(DebugMessages_c::TEXT_SIZE - 1, 'e')
+        StartsWith("Error: \t" + std::string(16383, 'e')
                    + "\r\n\r\nUse Ok to break into Debugger, Cancel exits.\r\n\r\n\r\nFile: \tat.cpp\r\nLine:\t34"));
     ExpectDialog("Error", Buttons_e::OkCancel, Icon_e::Error, Modality_e::Task);
 

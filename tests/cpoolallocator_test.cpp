@@ -32,7 +32,7 @@ TEST(PoolAllocator, ServesStandardContainersLikeTheHeap)
             Map[iFilled] = Model[iFilled] = std::string(iStep % 40, 'x');
             ASSERT_EQ(Map.erase(iFreed), Model.erase(iFreed)) << "step " << iStep;
         }
-        EXPECT_TRUE(std::equal(Map.begin(), Map.end(), Model.begin(), Model.end()));
+        EXPECT_EQ((std::map<int, std::string>(Map.begin(), Map.end())), Model);
         auto const * const pFirst = &*Map.begin();
         Moved = std::move(Map);
         EXPECT_EACH(&*Moved.begin() == pFirst, Moved.get_allocator() == Map_t::allocator_type(Blocks));

@@ -74,7 +74,7 @@ namespace
         return Saved([](Archive_t & Archive) { Example_s().Serialize(Archive); });
     }
 
-    // Returns how a load ends: 'w' whole, 'f' failed, 'a' in an abort.
+    // Loads an archive and returns how that ends: 'w' whole, 'f' failed, 'a' in an abort.
     char EndOf(std::string_view sBytes, ArchiveBody_t const & fnBody)
     {
         bool bWhole = false;
@@ -198,10 +198,10 @@ TEST(Serialize, DamageEndsEveryLoadInADefinedWay)
         EXPECT_EQ(EndOf(sWhole.substr(0, i), fnLoad), 'f') << "cut at " << i;
         EXPECT_FALSE(Check(sWhole.substr(0, i), fnLoad).IsSound()) << "cut at " << i;
         char cWorst = 'w';
-        for (int const nFlip : { 0x01, 0x80, 0xFF, 0x02, 0x7F })
+        for (int const iFlip : { 0x01, 0x80, 0xFF, 0x02, 0x7F })
         {
             std::string sDamaged = sWhole;
-            sDamaged[i] = static_cast<char>(sDamaged[i] ^ nFlip);
+            sDamaged[i] = static_cast<char>(sDamaged[i] ^ iFlip);
             char const cEnd = EndOf(sDamaged, fnLoad);
             EXPECT_EQ(Check(sDamaged, fnLoad).IsSound(), cEnd == 'w') << "changed at " << i;
             cWorst = std::min(cWorst, cEnd);

@@ -60,8 +60,8 @@ TEST_F(Serializer, SharedAndCyclicObjectsComeBackOnce)
 {
     constexpr std::size_t DEPTH = 200000;
     std::vector<Node_s> dNodes(DEPTH);
-    auto const Link = [](Node_s & Node, std::size_t i, auto && Get) {
-        Node = { static_cast<int>(i), 0, &Get((i + 1) % DEPTH), &Get(i * 7919 % DEPTH), &Get(i / 2).iPart };
+    auto const Link = [](Node_s & Node, std::size_t i, auto && fnGet) {
+        Node = { static_cast<int>(i), 0, &fnGet((i + 1) % DEPTH), &fnGet(i * 7919 % DEPTH), &fnGet(i / 2).iPart };
     };
     for (std::size_t i = 0; i < DEPTH; ++i)
     {
@@ -81,7 +81,9 @@ TEST_F(Serializer, SharedAndCyclicObjectsComeBackOnce)
     {
         Node_s Expected;
         Link(Expected, i, [](std::size_t iNode) -> Node_s & { return *g_dLoaded[iNode]; });
-        ASSERT_EQ(std::memcmp(&Expected, g_dLoaded[i].get(), sizeof Expected), 0) << i;
+        auto const FieldsOf = [](Node_s const & Node)
+        { return std::tuple(Node.iValue, Node.iPart, Node.pNext, Node.pOther, Node.pPart); };
+        ASSERT_EQ(FieldsOf(*g_dLoaded[i]), FieldsOf(Expected)) << i;
     }
     Load(sBytes.substr(0, sBytes.size() / 4));
     EXPECT_FALSE(bWhole);
@@ -195,7 +197,7 @@ TEST_F(Serializer, StaticObjectsAreBoundByTheirOrder)
     }
     EXPECT_EQ(Log.CountHolding("number of registered static pointers"), 2) << "and logs nothing";
 
-    while (dEntries.GetLength() < Serializer_c::MAX_STATIC_POINTERS - 1)
+    while (dEntries.GetLength() < 999)
     {
         dEntries.Add({});
     }
@@ -329,10 +331,10 @@ TEST_F(Serializer, DamageEndsEveryLoadInADefinedWay)
     {
         SCOPED_TRACE(i);
         EXPECT_EACH(LoadsSoundly(sWhole.substr(0, i)), !bWhole) << "cut";
-        for (int const nFlip : { 0x01, 0x80, 0xFF, 0x7F })
+        for (int const iFlip : { 0x01, 0x80, 0xFF, 0x7F })
         {
-            std::string const sDamaged = std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ nFlip));
-            EXPECT_TRUE(LoadsSoundly(sDamaged)) << nFlip;
+            std::string const sDamaged = std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ iFlip));
+            EXPECT_TRUE(LoadsSoundly(sDamaged)) << iFlip;
             RegisterStatics();
             ArchiveResult_t const Result = Check(sDamaged);
             EXPECT_EQ(Result.IsSound(), bWhole) << Result.sWhyNot;

@@ -184,9 +184,9 @@ TEST(SerializerTyped, DamageNeverMakesAPointerOfAnotherType)
     for (std::size_t i = 4; i < sWhole.size(); ++i)
     {
         SCOPED_TRACE(i);
-        for (int const nFlip : { 0x01, 0x80, 0x07 })
+        for (int const iFlip : { 0x01, 0x80, 0x07 })
         {
-            ExpectTypedPointers(std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ nFlip)));
+            ExpectTypedPointers(std::string(sWhole).replace(i, 1, 1, static_cast<char>(sWhole[i] ^ iFlip)));
         }
         for (std::size_t j = 4; j + 4 <= sWhole.size() && i + 4 <= sWhole.size(); ++j)
         {

@@ -127,10 +127,10 @@ TEST(SerializeStd, DamageEndsEveryLoadAndAllocatesLittle)
     {
         EXPECT_FALSE(LoadsInto(Read, sWhole.substr(0, i))) << "cut at " << i;
         bool bWhole = true;
-        for (int const nFlip : { 0x01, 0x80, 0xFF, 0x02, 0x7F })
+        for (int const iFlip : { 0x01, 0x80, 0xFF, 0x02, 0x7F })
         {
             std::string sDamaged = sWhole;
-            sDamaged[i] = static_cast<char>(sDamaged[i] ^ nFlip);
+            sDamaged[i] = static_cast<char>(sDamaged[i] ^ iFlip);
             bWhole = LoadsInto(Read, sDamaged) && bWhole;
             StreamArchive_c Stream(sDamaged.substr(4));
             Stream.Serialize(Read);

@@ -217,7 +217,8 @@ TEST(PlatformModules, FindABuildIdUnlessAnEarlierNoteCoversIt)
         Image.Other.Head.n_namesz = nOwner;
         Image.Other.Head.n_descsz = nContents;
         ASSERT_EQ(plat::ModuleBuildId(Module, dId, sizeof dId), nExpected) << nOwner << ' ' << nContents;
-        EXPECT_EQ(std::memcmp(dId, &Image.BuildId.nContents, nExpected), 0);
+        EXPECT_EQ(std::string_view(reinterpret_cast<char const *>(dId), nExpected),
+            std::string_view(reinterpret_cast<char const *>(&Image.BuildId.nContents), nExpected));
     }
 
     // A segment that lld writes ends before the padding of a build-id of an odd length.

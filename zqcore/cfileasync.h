@@ -1,11 +1,11 @@
 // cfileasync.h: ways to load files other than FileOpen: stayers, prefetch and asynchronous open.
 //
-// A stayer is a file that stays in memory after its last reader closes it. The game registers extensions. Each read of
+// A stayer is a file that stays in memory after its last reader closes it. The host registers extensions. Each read of
 // a file with such an extension into its own block, a refresh too, adds a reference, which FileStayerResetAll releases.
 // FileResetFiles releases one of them for each file that it removes, so a stayer that was refreshed stays in memory,
 // out of the table, until FileStayerResetAll or FileReset. Prefetch reads all files of an extension at once. An
-// asynchronous open passes a read to the worker, a thread at idle class that ModuleFile_c starts and stops. The caller
-// polls for the end.
+// asynchronous open passes a read to the worker, a thread in the idle class that ModuleFile_c starts and stops. The
+// caller polls for the end.
 //
 // What a request leaves:
 //
@@ -89,13 +89,14 @@ private:
     char const * const m_szExt;
 };
 
-/// Queues a read of the file into its own block, or into a buffer, and returns a handle. Requires that a buffer has
-/// room for the file's iLength bytes as of this call. If the file has grown when the request is served, it is not read
-/// into the buffer. Asserts that pFile is not null, and otherwise adds no request. The handle is then unknown to
-/// FileAsyncIsLoaded.
+/// Queues a read of the file into its own block, or into a buffer, and returns a handle:
 /// - Requests are served in order, one at a time.
-/// - Requests from before the module is up wait for its start. Its Shutdown drops those that are left.
+/// - Requests from before the module's start wait for it. Its Shutdown drops those that are left.
 /// - If the system has no thread for a worker, this call serves the request.
+/// - If the file has grown when the request is served, it is not read into the buffer.
+///
+/// Requires that a buffer has room for the file's iLength bytes as of this call. Asserts that pFile is not null, and
+/// otherwise adds no request. The handle is then unknown to FileAsyncIsLoaded.
 ///
 /// A handle is a position: the poll that sees a request done removes it, and later requests move down by one. Requires
 /// that a caller with more than one request polls the newest handle first, or polls by file.

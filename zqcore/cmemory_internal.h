@@ -190,7 +190,8 @@ bool MemoryOnExhausted(std::size_t nBytes);
 /// Reports why an alignment is refused, sets errno to EINVAL and returns false.
 ZQ_COLD bool MemoryRefuseAlignment(char const * szReason);
 
-/// Returns whether the alignment and the offset of a block are valid. If not, does what MemoryRefuseAlignment does.
+/// Checks the alignment and the offset of a block, and returns whether both are valid. If not, does what
+/// MemoryRefuseAlignment does.
 inline bool MemoryMayAlign(std::size_t nSize, std::size_t nAlignment, std::size_t nOffset)
 {
     if (nAlignment == 0 || (nAlignment & (nAlignment - 1)) != 0)

@@ -9,7 +9,7 @@
 //
 // Ownership: the file stays open until the next Open or the destructor. Requires that both come before ModuleFile_c
 // shuts down. Texts are copied to the caller.
-// Threads: one thread for each object.
+// Threads: one thread for each object. Open belongs to the main thread, as the table of files does (cfile.h).
 // Cost: FindProp, StartProp and StartVal scan the file again, linear in its length, so they see a refreshed file. A
 // walk allocates a copy of each text.
 // Failure: calls return false. Only Open sets an error, which GetLastError returns.

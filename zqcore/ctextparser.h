@@ -108,7 +108,7 @@ public:
     /// stays after Close.
     TextError_t const & GetLastError() const { return m_Errors.GetLast(); }
 
-    /// Return whether the last token is of this kind. All are false after the end.
+    /// Return whether the last token is of this kind. All return false after the end.
     bool IsWord() const { return m_lastParsed == LAST_PARSED_WORD; }
     bool IsString() const { return m_lastParsed == LAST_PARSED_STRING; }
     bool IsNumber() const { return m_lastParsed == LAST_PARSED_NUMBER; }

@@ -59,8 +59,9 @@ public:
     /// without a work line, or if a refresh has changed the text after the line was read.
     ZQ_API TextError_t const & GetLastError() const;
 
-    /// Write the key of the open file. Return false if there is none, which is always so with bCopy. Here and below,
-    /// functions with a buffer assert that it is not null and that nMaxLength is above 1, and return false otherwise.
+    /// Write the key of the open file. Here and below, functions with a buffer assert that it is not null and that
+    /// nMaxLength is above 1, and return false otherwise. Return false if no file is open, which is always so with
+    /// bCopy.
     ZQ_API bool GetFileName(char * sName, int nMaxLength) const;
     template <TextObject_T TEXT>
     bool GetFileName(TEXT & sName) const

@@ -21,7 +21,7 @@ void ReportFiles(Survey_c const & Survey, char const * szSource, double tTables,
 void ReportTables(Survey_c const & Survey);
 
 /// Report what was loaded, why nothing was loaded, the world, the frames, and what was saved. ReportLoad reports that a
-/// save was set aside, or that a previous one was loaded, even if the settings leave the part out. ReportSave reports
+/// save was put aside, or that a previous one was loaded, even if the settings leave the part out. ReportSave reports
 /// nothing if the save failed.
 void ReportLoad(SaveResult_t const & Result, ModuleWorld_c const & World);
 void ReportNotLoaded(char const * szWhy);

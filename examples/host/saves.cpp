@@ -95,7 +95,7 @@ namespace
         {
             String_T<256> sKept;
             Result.bRefused = !Save.PutAside(sKept);
-            Result.sWhyNot += Result.bRefused ? std::string(", and can't be set aside: ") + Save.GetWhyNot() : "";
+            Result.sWhyNot += Result.bRefused ? std::string(", and can't be put aside: ") + Save.GetWhyNot() : "";
             Result.sKept = static_cast<char const *>(sKept);
         }
     }

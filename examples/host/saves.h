@@ -30,7 +30,7 @@ struct SaveResult_t
 /// - the save, or a previous one that it tries, can't be read or is of another version.
 /// - the save is of another game.
 /// - the save holds no sound world.
-/// - a damaged save can't be set aside.
+/// - a damaged save can't be put aside.
 SaveResult_t SaveLoad(FileSave_c & Save, std::string const & sGame, ModuleWorld_c & World);
 
 /// Stores the world and returns the result.

@@ -12,7 +12,7 @@
 #include "zqcore/cmodule.h"
 #include "zqcore/cstring.h"
 
-/// Module that holds the settings.
+/// Module that reads the list when it starts and keeps the values.
 class ModuleSettings_c : public Module_c
 {
 public:

@@ -86,7 +86,7 @@ void Survey_c::List()
     }
     // A positive result puts the first argument before the second.
     m_dFiles.Sort([](File_c const * pA, File_c const * pB) { return OrderOf(SizeOf(*pA), SizeOf(*pB)); }, 0, -1);
-    m_dExtensions.Sort([](Extension_s const & A, Extension_s const & B) { return OrderOf(A.nBytes, B.nBytes); }, 0, -1);
+    m_dExtensions.Sort([](Extension_s const & a, Extension_s const & b) { return OrderOf(a.nBytes, b.nBytes); }, 0, -1);
 }
 
 void Survey_c::CountExtension(File_c const & File)
@@ -170,8 +170,8 @@ void Survey_c::ReadTables()
         m_nRows += Table.nRows;
     }
     m_tTables = longTimeGet() - tStart;
-    m_dTables.Sort([](Table_s const & A, Table_s const & B)
-        { return StrCompareNoCase(B.pFile->GetFullPath(), A.pFile->GetFullPath()); },
+    m_dTables.Sort([](Table_s const & a, Table_s const & b)
+        { return StrCompareNoCase(b.pFile->GetFullPath(), a.pFile->GetFullPath()); },
         0, -1);
 }
 

@@ -43,7 +43,7 @@ namespace plat
         constexpr std::size_t KEY_BYTES = sizeof(std::uint64_t);   // dNames can be read this far after any character
 
         // Sets bFailed by errno after the facts of an entry could not be read. Returns whether the entry belongs in the
-        // listing. An entry that does not exist does not belong, nor does a link to itself or to a missing target.
+        // listing. An entry that does not exist, a link to itself and a link to a missing target do not belong.
         ZQ_COLD bool FailFacts(FolderEntry_t & Entry)
         {
             Entry.bFailed = !LeadsNowhere(errno);
@@ -110,7 +110,7 @@ namespace plat
             return dKinds;
         }();
 
-        // Returns the kinds of bytes in a terminated name, and its length, from one pass.
+        // Scans a terminated name once: writes its length to nLength and returns the kinds of its bytes.
         unsigned ScanName(char const * szName, std::size_t & nLength)
         {
             unsigned dwKinds = 0;

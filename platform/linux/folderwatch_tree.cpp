@@ -119,9 +119,9 @@ namespace plat
         return m_bStarting || NumberOf(PathOf(iFolder)) == iFolder;
     }
 
-    // Moves the record of a watched folder to a path that leads to it, because the folder was moved here. Does nothing
-    // if the path is another link to it. Changes count as lost if the record can't be placed. The event of that move
-    // may follow. It never follows if this place was not watched at the time.
+    // Moves the record of a watched folder to a path that leads to it, because the folder was moved here. The event of
+    // that move may follow. It never follows if this place was not watched at the time. Does nothing if the path is
+    // another link to the folder. Changes count as lost if the record can't be placed.
     void FolderWatch_c::Tree_c::Relocate(std::string const & sPath, ToAdd_s const & ToAdd)
     {
         int const iKnown = NumberOf(sPath);

@@ -1,4 +1,4 @@
-// engine.cpp: an engine's library or plugin that uses the heap inside, and passes a block across its border.
+// engine.cpp: an engine's library or plugin that uses the heap inside, and passes a block across its boundary.
 #include "zqcore/cbitmap.h"
 #include "zqcore/clog.h"
 #include "zqcore/cmemory.h"

@@ -14,7 +14,7 @@ extern "C" int * EngineAllocate();
 #endif
 
 #ifdef GAME_HAS_SIZED_DELETE
-// Two of the many forms of delete, as some linkers export them from a static C++ runtime.
+// Free a block. Some linkers export these two of the many forms of delete from a static C++ runtime.
 __attribute__((visibility("default"))) void operator delete(void * pBlock, std::size_t, std::align_val_t) noexcept
 {
     std::free(pBlock);

@@ -96,7 +96,7 @@ namespace
     }
 
     template <typename T>
-    inline __attribute__((always_inline)) int Inlined(T Value)
+    inline __attribute__((always_inline)) int FaultInlined(T Value)
     {
         T Twice = Value * 2;
         Keep(Value, Twice);
@@ -117,7 +117,7 @@ namespace
                 int nInLambda = iArgument + nCaptured + nMember;
                 Keep(nInLambda);
                 int nKept = nInLambda * 3;   // in a register during the call, if one is free
-                return Inlined(static_cast<double>(nInLambda)) + static_cast<int>(Whole.iBase) + nKept;
+                return FaultInlined(static_cast<double>(nInLambda)) + static_cast<int>(Whole.iBase) + nKept;
             };
             Keep(nCaptured, Whole, Reference, fnLambda, *this);
             for (int nInLoop = 0; nInLoop < 2; ++nInLoop)

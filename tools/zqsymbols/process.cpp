@@ -26,7 +26,8 @@ namespace zqsymbols
         {
             m_Registers.Set(m_nWord == 8 ? NUMBERS_64[i] : NUMBERS_32[i], Start.dRegisters[i]);
         }
-        constexpr unsigned XMM0_64 = 17, XMM0_32 = 21;   // DWARF's numbers of XMM0; 32-bit code has XMM0 to XMM7
+        // DWARF's numbers of XMM0 (System V ABI, processor supplements). 32-bit code has XMM0 to XMM7.
+        constexpr unsigned XMM0_64 = 17, XMM0_32 = 21;
         for (unsigned i = 0; i < std::min<std::uint64_t>(Start.nVectors, m_nWord == 8 ? plat::SYMBOL_VECTORS : 8u); ++i)
         {
             m_Registers.Set((m_nWord == 8 ? XMM0_64 : XMM0_32) + i, Start.dVectors[i]);
