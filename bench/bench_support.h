@@ -12,6 +12,26 @@
 #include <string>
 #include <vector>
 
+/// The heap without this library's tracking, which peers would not have.
+template <typename T>
+struct PlainHeap_T
+{
+    using value_type = T;
+
+    PlainHeap_T() = default;
+    template <typename OTHER>
+    PlainHeap_T(PlainHeap_T<OTHER> const &)
+    {}
+    T * allocate(std::size_t nElements) { return static_cast<T *>(std::malloc(nElements * sizeof(T))); }
+    void deallocate(T * pElements, std::size_t) { std::free(pElements); }
+    bool operator==(PlainHeap_T const &) const { return true; }
+};
+
+/// A string and a vector on that heap.
+using PlainString_t = std::basic_string<char, std::char_traits<char>, PlainHeap_T<char>>;
+template <typename T>
+using PlainVector_T = std::vector<T, PlainHeap_T<T>>;
+
 /// Registers a text as a file that stays resident until the end of the process, so that opening it costs no disk
 /// access. Returns the name to open it by. Aborts if the file can't be registered or opened.
 inline std::string ServeFile(std::string const & sName, std::string const & sText)
@@ -63,26 +83,6 @@ inline void WriteBlobs(std::filesystem::path const & Folder)
         std::ofstream(Folder / BlobName(nBytes), std::ios::binary) << sContents;
     }
 }
-
-/// The heap without this library's tracking, which peers would not have.
-template <typename T>
-struct PlainHeap_T
-{
-    using value_type = T;
-
-    PlainHeap_T() = default;
-    template <typename OTHER>
-    PlainHeap_T(PlainHeap_T<OTHER> const &)
-    {}
-    T * allocate(std::size_t nElements) { return static_cast<T *>(std::malloc(nElements * sizeof(T))); }
-    void deallocate(T * pElements, std::size_t) { std::free(pElements); }
-    bool operator==(PlainHeap_T const &) const { return true; }
-};
-
-/// A string and a vector on that heap.
-using PlainString_t = std::basic_string<char, std::char_traits<char>, PlainHeap_T<char>>;
-template <typename T>
-using PlainVector_T = std::vector<T, PlainHeap_T<T>>;
 
 /// Calls fnAsk with one name in each iteration, in turn. Requires a name. Fails the benchmark if a call returns false.
 template <typename ASK>

@@ -53,7 +53,7 @@ namespace
         fs::path m_Root;
     };
 
-    // Returns the tree. The first call makes it, with its cache.
+    // Makes the tree and its cache at the first call. Returns the tree.
     CachedTree_c const & MakeTree()
     {
         static CachedTree_c const s_Tree;

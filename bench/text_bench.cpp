@@ -30,7 +30,7 @@ namespace
 
     // Makes a game's table at the first call and serves it as a file. Returns the table: a header, then rows of twelve
     // cells, one of them in quotes with a comma.
-    Text_s const & Sheet()
+    Text_s const & MakeSheet()
     {
         static Text_s const s_Sheet = []
         {
@@ -53,8 +53,8 @@ namespace
         return s_Sheet;
     }
 
-    // Returns pairs of a word and a number, four in a line.
-    Text_s const & Script()
+    // Makes pairs of a word and a number at the first call, four in a line. Returns them.
+    Text_s const & MakeScript()
     {
         static Text_s const s_Script = []
         {
@@ -85,18 +85,18 @@ namespace
         {
             std::ptrdiff_t const nBefore = MemoryTotalBytesAllocated();
             Spreadsheet_c Table;
-            Require(State, Table.Open(Sheet().sName.c_str()) && Table.GetColumnCount() == COLUMNS);
-            Require(State, (Table.GetRowCount() + 1) * COLUMNS == Sheet().nItems);
+            Require(State, Table.Open(MakeSheet().sName.c_str()) && Table.GetColumnCount() == COLUMNS);
+            Require(State, (Table.GetRowCount() + 1) * COLUMNS == MakeSheet().nItems);
             nHeld = MemoryTotalBytesAllocated() - nBefore;
         }
-        CountBytes(State, Sheet());
-        State.counters["held_per_byte"] = static_cast<double>(nHeld) / static_cast<double>(Sheet().Bytes());
+        CountBytes(State, MakeSheet());
+        State.counters["held_per_byte"] = static_cast<double>(nHeld) / static_cast<double>(MakeSheet().Bytes());
     }
 
     void SheetLibcsv(benchmark::State & State)
     {
         using Cells_t = PlainVector_T<PlainString_t>;
-        Text_s const & Text = Sheet();
+        Text_s const & Text = MakeSheet();
         for (auto _ : State)
         {
             Cells_t dCells;
@@ -124,7 +124,7 @@ namespace
 
     void SheetByHand(benchmark::State & State)
     {
-        Text_s const & Text = Sheet();
+        Text_s const & Text = MakeSheet();
         for (auto _ : State)
         {
             PlainVector_T<char *> dCells;
@@ -152,7 +152,7 @@ namespace
     void FindOurs(benchmark::State & State)
     {
         Spreadsheet_c Table;
-        Require(State, Table.Open(Sheet().sName.c_str()));
+        Require(State, Table.Open(MakeSheet().sName.c_str()));
         for (auto _ : State)
         {
             Require(State, !Table.FindFirstCell("icon", "missing"));
@@ -165,15 +165,15 @@ namespace
     {
         for (auto _ : State)
         {
-            Require(State, READ() == Script().nItems);
+            Require(State, READ() == MakeScript().nItems);
         }
-        CountBytes(State, Script());
+        CountBytes(State, MakeScript());
     }
 
     std::int64_t ScriptOurs()
     {
         Script_c Reader;
-        Reader.OpenMemoryLocation(Script().sText.data(), static_cast<int>(Script().sText.size()));
+        Reader.OpenMemoryLocation(MakeScript().sText.data(), static_cast<int>(MakeScript().sText.size()));
         std::int64_t nPairs = 0;
         char szWord[Script_c::TOKEN_SIZE];
         for (Reader.GetToken(szWord, false); !Reader.m_bEndOfFile; Reader.GetToken(szWord, false))
@@ -187,7 +187,7 @@ namespace
     std::int64_t ScriptStrtok()
     {
         static constexpr char BLANKS[] = " \t\r\n";
-        PlainString_t sCopy(Script().sText);   // strtok_r writes into its text
+        PlainString_t sCopy(MakeScript().sText);   // strtok_r writes into its text
         std::int64_t nPairs = 0;
         char * pState = nullptr;
         for (char * p = strtok_r(sCopy.data(), BLANKS, &pState); p; p = strtok_r(nullptr, BLANKS, &pState))
@@ -201,7 +201,7 @@ namespace
 
     std::int64_t ScriptStream()
     {
-        std::istringstream In(Script().sText);
+        std::istringstream In(MakeScript().sText);
         std::int64_t nPairs = 0;
         std::string sWord;
         for (double fNumber; In >> sWord >> fNumber; ++nPairs)
@@ -214,7 +214,7 @@ namespace
     std::int64_t TokensOurs()
     {
         SimpleTextParser_c Parser;
-        Parser.Open(Script().sText.data(), static_cast<int>(Script().sText.size()));
+        Parser.Open(MakeScript().sText.data(), static_cast<int>(MakeScript().sText.size()));
         std::int64_t nNumbers = 0;
         while (Parser.ParseNext())
         {
@@ -227,7 +227,7 @@ namespace
 
     // Makes a list of nLines lines at the first call with this number and serves it as a file. Returns the list. NAMES
     // lines in a row have all names: 7919 and NAMES are coprime.
-    Text_s const & Properties(std::int64_t nLines)
+    Text_s const & MakeProperties(std::int64_t nLines)
     {
         static std::map<std::int64_t, Text_s> s_dLists;
         Text_s & List = s_dLists[nLines];
@@ -248,7 +248,7 @@ namespace
 
     void StartPropOurs(benchmark::State & State)
     {
-        Text_s const & List = Properties(State.range(0));
+        Text_s const & List = MakeProperties(State.range(0));
         PropertyList_c Properties;
         Require(State, Properties.Open(List.sName.c_str()));
         String_T<256> sName;
@@ -267,7 +267,7 @@ namespace
 
     void StartPropStream(benchmark::State & State)
     {
-        Text_s const & List = Properties(State.range(0));
+        Text_s const & List = MakeProperties(State.range(0));
         for (auto _ : State)
         {
             std::istringstream In(List.sText);

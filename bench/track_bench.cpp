@@ -41,7 +41,7 @@ namespace
         std::string m_sRoot = fs::temp_directory_path() / ("zqcore_track_" + std::to_string(getpid()));
     };
 
-    // Returns the root of the tree. The first call makes the tree.
+    // Makes the tree at the first call. Returns its root.
     char const * MakeTree()
     {
         static Tree_c s_Tree;

@@ -39,6 +39,7 @@ namespace
         }
     };
 
+    // Make a table at the first call and serve it as a file. Return the table.
     Table_s const & MakeTextTable()
     {
         static Table_s const s_Table(

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace
 {
-    // Removes the input's next nName bytes and returns a name of them, each as one of few characters.
+    // Removes the input's next nName bytes, fewer at its end, and returns a name of as many of LETTERS.
     std::string ExtractName(Input_c & Input, std::size_t nName)
     {
         static constexpr char LETTERS[] = "aAbB.:\\-~zq0\x1b\xc3\xa4\xc4";

@@ -85,8 +85,8 @@ namespace
     }
 }
 
-// Replaces the system's function. Sends the records instead of starting the helper, and returns 1 as the number of its
-// process. The argument begins with the helper's end of the socket.
+// Replaces the system's function. Sends the records instead of starting the helper, and returns 1 as the helper's
+// process number. The argument begins with the helper's end of the socket.
 extern "C" int __wrap___clone(int (*)(void *), void *, int, void * pLaunch, ...)
 {
     g_hHelper = dup(*static_cast<int const *>(pLaunch));

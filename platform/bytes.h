@@ -12,7 +12,8 @@ namespace plat
     /// Highest bit of each byte.
     inline constexpr std::uint64_t HIGH_BITS = EACH_BYTE * 0x80;
 
-    /// 2^64 divided by the golden ratio, a multiplier for hashes (Knuth, TAOCP 3, 6.4). Its high half is that of 2^32.
+    /// 2^64 divided by the golden ratio, a multiplier for hashes (Knuth, TAOCP 3, 6.4). The high 32 bits are 2^32
+    /// divided by the golden ratio.
     inline constexpr std::uint64_t GOLDEN_RATIO = 0x9E3779B97F4A7C15u;
 
     /// Returns the value that is stored at pBytes. The address may have any alignment.

@@ -89,8 +89,8 @@ namespace plat
     std::uint32_t HeapBlockWord(void const * pUser);
     HeapBlock_t HeapDescribe(void const * pUser);
 
-    /// Copies the facts of the live block that begins at a pointer, or whose own bytes begin there. Returns false if
-    /// there is none. Walks the list of live blocks. It is safe for any pointer.
+    /// Copies the facts of the live block that begins at a pointer, or whose own bytes begin there, and returns true.
+    /// Walks the list of live blocks, so it is safe for any pointer. Returns false if there is no such block.
     bool HeapFindBlock(void const * pUser, HeapBlock_t & Block);
 
     /// Copies the name of a block's source file, cut to nSize - 1 bytes. Writes "unknown" if szFile is null, and

@@ -36,8 +36,8 @@ namespace plat
         std::uintptr_t Frame;     // where a function with a frame pointer stores that of its caller; 0 if unknown
         bool bCall;               // whether the address is a return address
 
-        /// Returns the address that has the frame's place in the source: the byte before a return address, which may
-        /// lie after the last byte of its function or on the next line, and otherwise Address.
+        /// Returns the address that has the frame's place in the source: Address, or for a return address the byte
+        /// before it, because a return address may lie after the last byte of its function or on the next line.
         std::uintptr_t PlaceInSource() const { return bCall ? Address - 1 : Address; }
     };
 

@@ -13,7 +13,7 @@
 
 namespace plat
 {
-    /// Bytes of a thread's name with its terminator.
+    /// Bytes of a thread's name with its terminator, as PR_GET_NAME of Linux copies it (prctl(2)).
     inline constexpr std::size_t THREAD_NAME_SIZE = 16;
 
     /// A re-entrant lock. A thread that waits for it can spin before it sleeps.

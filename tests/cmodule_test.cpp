@@ -81,7 +81,7 @@ namespace
 TEST_F(Modules, LiveInTheOrderOfTheirNeeds)
 {
     TestModule_c &First = Make("a"), &Second = Make("b", &First), &Third = Make("c", &Second, &First);
-    Register({ &Third, &First, &Third });   // the first brings b and a in
+    Register({ &Third, &First, &Third });   // the entry of c brings b and a in
     EXPECT_TRUE(Module_c::InitializeAllModules());
     EXPECT_EQ(ExtractTrace(), "Ia Ib Ic 2a 2b 2c ");
     EXPECT_EQ(std::pair(First.GetInitOrder(), Third.GetInitOrder()), std::pair(0, 2));

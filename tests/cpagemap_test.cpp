@@ -13,8 +13,8 @@ TEST(PageMap, HoldsPagesThatCollideAsAPlainModelDoes)
     PageMap_T<int> Map;
     std::map<std::uintptr_t, int> Model;
     std::mt19937 Random(12);
-    // Returns a page of one of 30 runs of 8. The home slots of all runs are the same 8, or the same 16 in a table of
-    // 4096 slots.
+    // Returns one of 240 pages, in 30 runs of 8. The home slots of all runs are the same 8, or the same 16 in a table
+    // of 4096 slots.
     auto const AnyPage = [&] { return (Random() % 30) << 11 | Random() % 8; };
     auto const Address = [](std::uintptr_t iPage)
     { return reinterpret_cast<void const *>(((iPage + 1) << PageMap_T<int>::PAGE_BITS) - 1); };

@@ -160,8 +160,8 @@ TEST(Random, RangesAreFullAndEven)
 
 TEST(Random, SeedFromTimeIsTheCrcOfTheSecond)
 {
-    auto const fnExpected = [](std::int64_t tNow)
-    { return GetCrc32Polynomial(reinterpret_cast<char const *>(&tNow), 8); };
+    auto const fnExpected = [](std::int64_t nSeconds)
+    { return GetCrc32Polynomial(reinterpret_cast<char const *>(&nSeconds), 8); };
     std::int64_t const tNow = std::time(nullptr);
     EXPECT_THAT(RandomNumber_c::SeedFromTime(), testing::AnyOf(fnExpected(tNow), fnExpected(tNow + 1)));
 }

@@ -87,7 +87,7 @@ TEST(SimpleProfile, AveragesOverSpansOf32Frames)
     }
     while (Get(C2).tSum != 0);   // until a span begins
     constexpr int FRAMES = 32;
-    std::int64_t tSum = 0, tPeak = 0, tAverage = Get(C2).tAverage;
+    std::int64_t tSum = 0, tPeak = 0, tAverage = Get(C2).tAverage;   // ticks
     for (int i = 1; i <= 70; ++i)
     {
         RunSteps(C2, i % 5 == 0 ? "" : i == 21 ? "A....a" : "A.a");
@@ -170,7 +170,7 @@ TEST(SimpleProfile, AForkedChildIsInItsOwnContextsAlone)
 
 TEST(SimpleProfile, AssertsAtTheLimitsOfItsStacks)
 {
-    constexpr int DEPTH = SIMPLE_PROFILE_STACKSIZE;
+    constexpr int DEPTH = 32;
     std::string const sFull = "ABABABABABABABABABABABABABABABAB", sEmpty = "babababababababababababababababa";
     RunSteps(C0, std::string(40, 'C') + std::string(40, 'c') + sFull);   // the first 40 are one entry
     EXPECT_EQ(FailedConditions([] { RunSteps(C0, "A"); }), "iStackPtr < SIMPLE_PROFILE_STACKSIZE");

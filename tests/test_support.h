@@ -179,7 +179,7 @@ Result_t RunTool(std::string const & sArguments);
 Result_t RunOnTerminal(
     std::function<int()> const & fnRun, std::string const & sTyped = "", std::string const & sAwaited = "");
 
-/// Replaces this process by a shell that runs the command line. Returns only if that fails, and then returns -1.
+/// Replaces this process by a shell that runs the command line. On failure returns -1, otherwise does not return.
 inline int BecomeShell(std::string const & sCommand)
 {
     return execl("/bin/sh", "sh", "-c", sCommand.c_str(), nullptr);

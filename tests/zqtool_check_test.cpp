@@ -36,11 +36,11 @@ TEST(ZqtoolCheck, NamesThePlaceOfEachComplaint)
                 ": no line begins with @head\n"
                 "(2, 1): this line begins with \"@haed\"; did you mean @head?\n"
                 ": table: 2 complaints; the rest was not read\n" },
-            { "b.csv", "name;@head\n@header;1\n@x;2\n",
+            { "b.csv", "@header;@head\n@load;1\n@x;2\n",
                 ": no line begins with @head\n"
-                "(2, 1): this line begins with \"@header\"; did you mean @head?\n"
+                "(1, 1): this line begins with \"@header\"; did you mean @head?\n"
                 ": table: 2 complaints; the rest was not read\n" },
-            { "b.csv", "@name,head\n@x,1\n", ": spreadsheet, 1 row, 2 columns: no complaint\n" },
+            { "b.csv", "@name,head\n@load,1\n", ": spreadsheet, 1 row, 2 columns: no complaint\n" },
             { "a.txt", "x 1\n@head a A b\ny 1 2 3 4 5\nX\n",
                 "(2, 9): column \"A\" has the name of an earlier one, which is read\n"
                 "(3, 9): this cell is after the last that is read\n"

@@ -67,7 +67,8 @@ bool ZipReader_c::ReadStored(unsigned char * pBuffer, std::uint32_t nBytes)
     while (nDone < nBytes)
     {
         std::uint32_t const nAt = m_nAt + nDone;
-        // Short reads in a row share a piece, because each read of the archive acquires its lock and reads the file.
+        // Short reads that continue one another share a piece, because each read of the archive acquires its lock and
+        // reads the file.
         bool const bContinues = nAt == m_nEnd || (nDone > 0 && nAt - m_nPieceAt == m_nPiece);
         if (bContinues && nBytes - nDone < PIECE && nAt - m_nPieceAt >= m_nPiece)
         {

@@ -90,8 +90,9 @@ namespace bits
         Combine(pTo, pTo, nBytes, [](auto A, auto) { return ~A; });
     }
 
-    /// Returns the index of the first byte for which fnWord is not 0, or nBytes if there is none. fnWord(i, Zero)
-    /// returns the results for the bytes from i on as one value of Zero's type: a byte, a word of 8 bytes or a vector.
+    /// Returns the index of the first byte for which fnWord returns another value than 0, or nBytes if there is none.
+    /// fnWord(i, Zero) returns the results for the bytes from i on as one value of Zero's type: a byte, a word of 8
+    /// bytes or a vector.
     template <typename WORD>
     std::size_t FindByte(std::size_t nBytes, WORD fnWord)
     {

@@ -108,7 +108,7 @@ private:
     struct FiringScope_c
     {
         CallbackerBase_T & m_List;
-        bool const m_bChangedBefore;   // whether the outer firing's list was changed before this one
+        bool const m_bChangedBefore;   // whether the list was changed in the outer firing, which a forced firing keeps
 
         explicit FiringScope_c(CallbackerBase_T & List)
             : m_List(List)

@@ -53,9 +53,9 @@ public:
     /// is not null. If the developer continues, counts the reference too, for a null pOwner without a note.
     std::uint32_t AddRef(void const * pOwner, char const * sFile, int iLine, void const * pObject) const;
 
-    /// Removes the holder's newest reference, or one without a note if pOwner is null. Returns true if it was the last
-    /// one: the object is then disposed of. Does not use sFile and iLine. Asserts that pOwner, unless it is null, holds
-    /// a reference. If the developer continues, lowers the count too. Asserts the following, and returns false and
+    /// Removes pOwner's newest reference, or one without a note if pOwner is null. Returns true if it was the last one:
+    /// the object is then disposed of. Does not use sFile and iLine. Asserts that pOwner, unless it is null, holds a
+    /// reference. If the developer continues, lowers the count too. Asserts the following, and returns false and
     /// changes nothing otherwise:
     /// - pObject is this object.
     /// - It is a live object. An address that is not readable fails the assertion and is not read, unless an object on

@@ -1,12 +1,13 @@
-// ccrashdetails_internal.h: the words of the details of a crash (docs/formats.md), for the report and the tools.
+// ccrashdetails_internal.h: the names of a crash report's files and the words of its details (docs/formats.md).
 #pragma once
 
-/// Parts of the names of a report's files: STEM.rpt and STEM_details.txt, where STEM begins with CrashReport_.
+/// Parts of the names of a report's files: STEM.rpt, and STEM_details.txt or, if that name is taken,
+/// STEM_details_0123ABCD.txt. STEM begins with CrashReport_.
 inline constexpr char CRASH_REPORT_START[] = "CrashReport_", CRASH_REPORT_END[] = ".rpt";
 inline constexpr char CRASH_DETAILS_NAME[] = "_details", CRASH_DETAILS_END[] = ".txt";
 
-/// Mark of a call that the compiler has inlined, a blank in the name of a module, and the start of a line about a part
-/// that is missing. Such a line ends with a bracket.
+/// Mark of a call that the compiler has inlined, the form of a blank in the name of a module, and the start of a line
+/// about a part that is missing. Such a line ends with a bracket.
 inline constexpr char CRASH_INLINED[] = " [inlined]", CRASH_BLANK[] = "\\x20", CRASH_CUT[] = "(cut: ";
 
 /// Words of the first line.

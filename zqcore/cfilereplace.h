@@ -32,7 +32,7 @@
 class ZQ_API FileReplacement_c
 {
 public:
-    /// Text of a reason as GetWhyNot returns it. A longer one is cut.
+    /// Type of the text of a reason, such as that of GetWhyNot. A longer text is cut.
     using Reason_t = String_T<128>;
 
     /// Type of the path of a file beside: a path of at most 255 characters and a prefix.

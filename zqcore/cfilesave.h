@@ -89,7 +89,7 @@ public:
     bool IsLocked() const;
 
     /// Set and return how many previous saves a commit keeps, 0 at start. A commit does not delete previous saves with
-    /// higher numbers. Asserts that the number is 0 to MAX_PREVIOUS. Other values are clamped.
+    /// higher numbers. SetPrevious asserts that the number is 0 to MAX_PREVIOUS. Other values are clamped.
     void SetPrevious(int nPrevious);
     int GetPrevious() const { return m_nPrevious; }
 

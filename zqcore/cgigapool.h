@@ -56,7 +56,7 @@ private:
 class ZQ_API GigaPoolStatic_c
 {
 public:
-    static constexpr int GROUP_ELEMENTS = GigaGroup_c::ELEMENTS;    // which share two masks
+    static constexpr int GROUP_ELEMENTS = GigaGroup_c::ELEMENTS;    // elements of a group, which share two masks
     static constexpr int MAX_ELEMENTS = GigaSlab_c::MAX_ELEMENTS;   // 2,097,088
 
     /// Make a pool, without storage or as Init does.

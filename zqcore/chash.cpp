@@ -13,7 +13,7 @@ namespace
         return plat::LoadAs<WORD>(pText);
     }
 
-    // Returns the hash with a further word: multiplied by the golden ratio, the high half XORed into the low one.
+    // Returns the hash with a further word: multiplied by plat::GOLDEN_RATIO, the high half XORed into the low one.
     std::uint64_t Mix(std::uint64_t iHash, std::uint64_t nWord)
     {
         iHash = (iHash ^ nWord) * plat::GOLDEN_RATIO;

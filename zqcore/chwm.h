@@ -1,8 +1,8 @@
 // chwm.h: a pool of blocks of different sizes, with an element pool for each size class.
 //
 // A class is a group of blocks of one size. AddGroup adds the classes, in ascending order, before the first request. A
-// request goes to the class with the smallest size that fits. The pool records the peak use of each class. Its
-// destructor writes the peaks, and what was never freed, to the debugger's output.
+// request goes to the class with the smallest size that fits. The pool records the high water mark of each class. Its
+// destructor writes the marks, and what was never freed, to the debugger's output.
 //
 // Ownership: the pool owns all blocks. Its destructor frees those that are still allocated.
 // Threads: one thread at a time. There is no lock.
@@ -27,12 +27,12 @@
 class ZQ_API StaticMemoryPool_c
 {
 public:
-    static constexpr int MAX_GROUPS = 12;   // of a pool
+    static constexpr int MAX_GROUPS = 12;   // classes of a pool
 
     /// Makes a pool without classes. Its messages hold the name, cut at 255 characters. Asserts that sName is not null.
     explicit StaticMemoryPool_c(char const * sName);
 
-    /// Writes the peak and the leaks of each class to the debugger's output, and frees all storage.
+    /// Writes the high water mark and the leaks of each class to the debugger's output, and frees all storage.
     ~StaticMemoryPool_c();
     StaticMemoryPool_c(StaticMemoryPool_c const &) = delete;
     StaticMemoryPool_c & operator=(StaticMemoryPool_c const &) = delete;
@@ -58,7 +58,7 @@ public:
     /// Fails an assertion and returns false for any pointer.
     bool IsArray(void const * pPtr);
 
-    /// Sets the peaks of all classes to 0.
+    /// Sets the high water marks of all classes to 0.
     void ResetHighWaterMarks();
 
     /// Returns the most blocks of a class that were allocated at once. iGroup is 0 for the smallest class. Asserts that

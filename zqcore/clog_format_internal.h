@@ -28,7 +28,7 @@ std::size_t FormatEscaped(char * szOut, std::size_t nSize, char const * fmt, std
 std::size_t EscapeLine(char * szText, std::size_t nText, std::size_t nSize);
 
 /// Formats as FormatText does, then escapes with EscapeLine, and returns the length. Formats complaints and log
-/// lines, except what FormatEscaped formats.
+/// lines, except what FormatEscaped formats. Requires that nSize is above 0 and at most ESCAPED_SIZE.
 std::size_t FormatLine(char * szOut, std::size_t nSize, char const * fmt, std::va_list args) ZQ_PRINTF(3, 0);
 
 /// Calls FormatLine with the arguments after fmt, which is a parameter of the variadic function that uses this. It is a

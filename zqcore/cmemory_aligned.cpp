@@ -16,7 +16,7 @@
 namespace
 {
     constexpr std::size_t WORD = sizeof(void *);
-    constexpr std::uint8_t GAP_BYTE = 0xBD;   // no fill of the debug heap
+    constexpr std::uint8_t GAP_BYTE = 0xBD;   // differs from each fill of the debug heap
 
     // Gap of a live block's header, gap of a freed block's header, and the bytes before a plain block.
     constexpr auto GAP_FILL = static_cast<std::uintptr_t>(plat::EACH_BYTE * GAP_BYTE);

@@ -55,7 +55,7 @@ public:
     /// Returns a seed for SetSeed: the CRC-32 of the time in seconds since 1970 as 8 bytes.
     static unsigned int SeedFromTime();
 
-    /// Returns the next number: 0 to 2^32 - 1, each equally likely.
+    /// Makes a step and returns its number: 0 to 2^32 - 1, each equally likely.
     std::uint32_t Next()
     {
         nSeed = nSeed * 747796405u + 2891336453u;
@@ -65,19 +65,20 @@ public:
         return dwHash ^ dwHash >> 16;
     }
 
-    /// Return what Next does, and the lowest and the highest number. The standard requires these names.
+    /// Do what Next does, and return the lowest and the highest number. The standard requires these names.
     std::uint32_t operator()() { return Next(); }
     static constexpr std::uint32_t min() { return 0; }
     static constexpr std::uint32_t max() { return 0xFFFFFFFF; }
 
-    /// Returns a number from 0 to nCount - 1, each equally likely. Returns 0 if nCount is 0. May need several steps.
+    /// Makes one step, or several, and returns a number from 0 to nCount - 1, each equally likely. Returns 0 if nCount
+    /// is 0.
     std::uint32_t NextBelow(std::uint32_t nCount);
 
-    /// Returns a number from iFirst to iLast, each equally likely. Asserts that iFirst <= iLast, and returns iFirst
-    /// otherwise.
+    /// Makes one step, or several, and returns a number from iFirst to iLast, each equally likely. Asserts that
+    /// iFirst <= iLast, and returns iFirst without a step otherwise.
     int NextInRange(int iFirst, int iLast);
 
-    /// Returns a multiple of 2^-24, from 0 to below 1.
+    /// Makes a step and returns a multiple of 2^-24, from 0 to below 1.
     float NextFloat() { return static_cast<float>(Next() >> 8) * (1.0f / 16777216.0f); }
 
     unsigned int nSeed;   // the state

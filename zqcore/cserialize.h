@@ -109,7 +109,7 @@ namespace archives
 /// Values that an archive stores as they are: `bool`, numbers and enumerators of 1, 2, 4 or 8 bytes with the same width
 /// in every build. `wchar_t` and `long double` are refused. `long` is refused too, unless it is the type of
 /// std::int64_t. std::size_t is not refused, because it is the name of another type, but its width differs between
-/// builds.
+/// builds: a std::uint32_t or std::uint64_t serves instead.
 template <typename T>
 concept ArchiveValue_T = archives::IsOfOneWidth<T>();
 

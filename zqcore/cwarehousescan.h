@@ -32,7 +32,7 @@ enum WarehouseFormat_e
 {
     WAREHOUSE_FORMAT_AUTO = 0,   // CSV if the file's name ends in ".csv", else text
     WAREHOUSE_FORMAT_TEXT = 1,   // columns separated by blanks
-    WAREHOUSE_FORMAT_CSV = 2     // cells separated by delimiters; a cell may be empty
+    WAREHOUSE_FORMAT_CSV = 2     // cells between separators; a cell may be empty
 };
 
 /// Separators of the two formats.
@@ -120,8 +120,9 @@ struct WarehouseScan_t
     /// a search that found no line the result has no meaning.
     int GetCutCell() const { return nCutCell; }
 
-    /// Moves from the start of a line to a column, counted from 0. If the line lacks it, moves to a comment that begins
-    /// in its place, or to the line's end. Allocates the columns before it for the time of the call.
+    /// Moves to a column, counted from 0 at the position. If the line lacks it, moves to a comment that begins in its
+    /// place, or to the line's end. Allocates the columns before it for the time of the call. Requires that the
+    /// position is the start of a line or of a column.
     ZQ_API void SeekColumn(int iColumn);
 
     /// Returns the position of the next byte.

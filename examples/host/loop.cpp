@@ -61,7 +61,8 @@ namespace
             Survey.StreamFiles(ModuleSettings_c::Get()->m_nStream);
         }
         MemoryResetFrameAllocCount();
-        std::atomic_ref(g_iLogFrameCounter).fetch_add(1, std::memory_order_relaxed);   // the worker logs (cfileasync.h)
+        // The worker (cfileasync.h) may log at the same time.
+        std::atomic_ref(g_iLogFrameCounter).fetch_add(1, std::memory_order_relaxed);
     }
 
     void CloseFrame()

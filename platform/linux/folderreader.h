@@ -20,7 +20,7 @@ namespace plat
         return szName[0] == '.' && (szName[1] == 0 || (szName[1] == '.' && szName[2] == 0));
     }
 
-    /// One walk over a folder's entries, without "." and "..". It holds BLOCK_BYTES and reads as many at a time.
+    /// One walk over a folder's entries, without "." and "..". It holds and reads up to BLOCK_BYTES bytes at a time.
     template <std::size_t BLOCK_BYTES>
     class FolderReader_T
     {

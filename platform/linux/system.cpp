@@ -65,7 +65,8 @@ namespace plat
             Facts.nPhysicalTotal = MemoryNamed(szText, "MemTotal:");
             Facts.nPhysicalFree = MemoryNamed(szText, "\nMemAvailable:");   // the kernel's caches count as free
             constexpr bool WIDE = sizeof(void *) == 8;
-            // A process has the lower half of the canonical addresses (Intel SDM, volume 1, 3.3.7.1), or all 32 bits.
+            // A 64-bit process has the lower half of the canonical addresses (Intel SDM, volume 1, 3.3.7.1), a 32-bit
+            // process 2^32 addresses.
             Facts.nVirtualTotal = std::uint64_t(1) << (WIDE ? 47 : 32);
             rlimit Limit;
             if (getrlimit(RLIMIT_AS, &Limit) == 0 && Limit.rlim_cur < Facts.nVirtualTotal)

@@ -14,7 +14,7 @@ extern "C"
 
 namespace plat
 {
-    /// Returns whether the process has the thread checker.
+    /// Returns whether the checker's functions have addresses, as in a program that runs under it.
     inline bool HasThreadChecker()
     {
         return __tsan_init != nullptr;

@@ -196,12 +196,12 @@ namespace
     struct PureBase_c
     {
         PureBase_c() { Call(*this); }
-        static void Call(PureBase_c & Object) { Object.CallPure(); }
-        virtual void CallPure() = 0;
+        static void Call(PureBase_c & Object) { Object.Act(); }
+        virtual void Act() = 0;
     };
     struct Pure_c : PureBase_c
     {
-        void CallPure() override {}
+        void Act() override {}
     };
 
     __attribute__((noinline)) int Recurse(int n)

@@ -1,5 +1,5 @@
-// deep.h: a fault below many calls, in a source of its own.
+// deep.h: a fault below many calls, in a source that is optimised.
 #pragma once
 
-/// Faults below 26 nested calls.
+/// Faults in the innermost of 26 nested calls.
 void FaultInDepth();

@@ -20,7 +20,8 @@ namespace
         return Lower(sFile).ends_with(sEnd);
     }
 
-    // Returns whether a text has a line whose first column is WAREHOUSE_HEADER or resembles it. Returns false for UTF-16.
+    // Returns whether the first column of a line is WAREHOUSE_HEADER, or SuggestHead suggests that for the first line.
+    // Blank lines and comments do not count. Returns false for UTF-16.
     bool HasHead(std::string const & sFile, std::string const & sBytes)
     {
         char const * pText = sBytes.data();
@@ -29,15 +30,12 @@ namespace
         {
             return false;
         }
+        WarehouseFormat_e const eFormat = WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, sFile.c_str());
+        WarehouseScan_t First(pText, static_cast<int>(pEnd - pText), 0, eFormat), Finder = First;
         WarehouseLine_c Line;
-        WarehouseScan_t Scan(
-            pText, static_cast<int>(pEnd - pText), 0, WarehouseSettleFormat(WAREHOUSE_FORMAT_AUTO, sFile.c_str()));
-        bool bFound = false;
-        while (!bFound && Scan.GetLine(&Line))
-        {
-            bFound = Line.IsHeader() || !SuggestHead(Line).empty();
-        }
-        return bFound;
+        while (First.GetLine(&Line) && Line.IsNull(0))
+        {}
+        return !SuggestHead(Line).empty() || Finder.FindLine(WAREHOUSE_HEADER, &Line);
     }
 }
 

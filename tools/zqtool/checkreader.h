@@ -11,8 +11,8 @@
 /// Name of the text in the table of files while it is checked.
 inline constexpr char CHECKED_KEY[] = "checked";
 
-/// Returns the Suggestion of WAREHOUSE_HEADER for a line whose first column begins with @ and resembles it, or an empty
-/// text.
+/// Returns the Suggestion of WAREHOUSE_HEADER for a line whose first column begins with @ and resembles that word.
+/// Returns an empty text for any other line.
 std::string SuggestHead(WarehouseLine_c const & Line);
 
 /// Returns an error of a reader as a complaint.

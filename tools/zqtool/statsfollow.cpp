@@ -119,7 +119,7 @@ namespace
     }
 
     // Answers a target and returns the answer: the page for "/", and news for "/data?run=1&from=150". Refuses any
-    // other. The page has no frame: it asks for all. An answer with news also sets m_bAsked and m_bSentEnd.
+    // other. The page has no frame: it asks for all. A request for news also sets m_bAsked and updates m_bSentEnd.
     std::string Follower_c::AnswerTo(std::string const & sTarget)
     {
         int iRun = 0, iFrom = 0, nRead = 0;

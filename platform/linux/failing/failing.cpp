@@ -1,4 +1,4 @@
-// failing.cpp: makes the library's calls of the system and of the C library fail on demand, for tests.
+// failing.cpp: makes the library's system calls and its calls of the C library fail on demand, for tests.
 //
 // Only a build with ZQCORE_FAILING has this file. Its linker option --wrap redirects the library's calls of the
 // functions below to this file. A test driver sets the environment variable ZQ_FAILING to the path of a file of
@@ -206,7 +206,7 @@ namespace
         return EOF;
     }
 
-    // Fails as if none of the time had passed.
+    // Stores the whole time in pRest, unless that is null, as if none of it had passed. Returns -1.
     int FailSleep(timespec const * pTime, timespec * pRest)
     {
         if (pRest)
