@@ -86,68 +86,68 @@ namespace
 
     void OrOurs(benchmark::State & State, int nBits)
     {
-        BitVec_c A = Ours(nBits);
-        BitVec_c const B = Ours(nBits);
+        BitVec_c Target = Ours(nBits);
+        BitVec_c const Source = Ours(nBits);
         for (auto _ : State)
         {
-            A |= B;
-            benchmark::DoNotOptimize(A);
+            Target |= Source;
+            benchmark::DoNotOptimize(Target);
             benchmark::ClobberMemory();
         }
     }
 
     void OrTheirs(benchmark::State & State, int nBits)
     {
-        boost::dynamic_bitset<> A = Theirs(nBits);
-        boost::dynamic_bitset<> const B = Theirs(nBits);
+        boost::dynamic_bitset<> Target = Theirs(nBits);
+        boost::dynamic_bitset<> const Source = Theirs(nBits);
         for (auto _ : State)
         {
-            A |= B;
-            benchmark::DoNotOptimize(A);
+            Target |= Source;
+            benchmark::DoNotOptimize(Target);
             benchmark::ClobberMemory();
         }
     }
 
     void FirstOurs(benchmark::State & State, int nBits)
     {
-        BitVec_c A(nBits);
-        A.Bis(nBits - 1);
+        BitVec_c Bits(nBits);
+        Bits.Bis(nBits - 1);
         for (auto _ : State)
         {
-            benchmark::DoNotOptimize(A);
-            benchmark::DoNotOptimize(A.Scan1());
+            benchmark::DoNotOptimize(Bits);
+            benchmark::DoNotOptimize(Bits.Scan1());
         }
     }
 
     void FirstTheirs(benchmark::State & State, int nBits)
     {
-        boost::dynamic_bitset<> A(static_cast<std::size_t>(nBits));
-        A.set(A.size() - 1);
+        boost::dynamic_bitset<> Bits(static_cast<std::size_t>(nBits));
+        Bits.set(Bits.size() - 1);
         for (auto _ : State)
         {
-            benchmark::DoNotOptimize(A);
-            benchmark::DoNotOptimize(A.find_first());
+            benchmark::DoNotOptimize(Bits);
+            benchmark::DoNotOptimize(Bits.find_first());
         }
     }
 
     void TestOurs(benchmark::State & State, int nBits)
     {
-        BitVec_c const A = Ours(nBits);
+        BitVec_c const Bits = Ours(nBits);
         unsigned i = 0;
         for (auto _ : State)
         {
-            benchmark::DoNotOptimize(A.Bit(static_cast<int>(i)));
+            benchmark::DoNotOptimize(Bits.Bit(static_cast<int>(i)));
             i = (i + STEP) % static_cast<unsigned>(nBits);
         }
     }
 
     void TestTheirs(benchmark::State & State, int nBits)
     {
-        boost::dynamic_bitset<> const A = Theirs(nBits);
+        boost::dynamic_bitset<> const Bits = Theirs(nBits);
         unsigned i = 0;
         for (auto _ : State)
         {
-            benchmark::DoNotOptimize(A.test(i));
+            benchmark::DoNotOptimize(Bits.test(i));
             i = (i + STEP) % static_cast<unsigned>(nBits);
         }
     }
@@ -155,26 +155,26 @@ namespace
     // Compares two fields that have no bit in common, so the whole of both is read.
     void MeetOurs(benchmark::State & State, int nBits)
     {
-        BitMap3D_c A(nBits / 64, 8, 8);
-        BitMap3D_c B = A;
-        A.Bis(0, 0, 0);
-        B.Bis(1, 0, 0);
+        BitMap3D_c a(nBits / 64, 8, 8);
+        BitMap3D_c b = a;
+        a.Bis(0, 0, 0);
+        b.Bis(1, 0, 0);
         for (auto _ : State)
         {
-            benchmark::DoNotOptimize(A.pMap);
-            benchmark::DoNotOptimize(A.Intersects(B));
+            benchmark::DoNotOptimize(a.pMap);
+            benchmark::DoNotOptimize(a.Intersects(b));
         }
     }
 
     void MeetTheirs(benchmark::State & State, int nBits)
     {
-        boost::dynamic_bitset<> A(static_cast<std::size_t>(nBits)), B = A;
-        A.set(0);
-        B.set(1);
+        boost::dynamic_bitset<> a(static_cast<std::size_t>(nBits)), b = a;
+        a.set(0);
+        b.set(1);
         for (auto _ : State)
         {
-            benchmark::DoNotOptimize(A);
-            benchmark::DoNotOptimize(A.intersects(B));
+            benchmark::DoNotOptimize(a);
+            benchmark::DoNotOptimize(a.intersects(b));
         }
     }
 

@@ -80,7 +80,7 @@ namespace
         {
             for (std::size_t i = 0; i < VALUES; ++i)
             {
-                dInts[i] = static_cast<int>(i * 2654435761u);   // multiplicative hash (Knuth)
+                dInts[i] = static_cast<int>(i * plat::GOLDEN_RATIO >> 32);   // multiplicative hash (Knuth)
                 dDoubles[i] = static_cast<double>(i) / 3.0;
             }
         }

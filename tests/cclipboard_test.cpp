@@ -48,8 +48,8 @@ namespace
             return sText;
         }
 
-        // Starts a child that opens the clipboard, puts "kept" there and calls fnHold. Returns the child's identifier
-        // once the text is there.
+        // Starts a child that opens the clipboard, puts "kept" there and calls fnHold. Returns the child's number once
+        // the text is there.
         static int StartHolder(void (*fnHold)())
         {
             Gate_c const Holds;
@@ -163,7 +163,7 @@ TEST_F(ClipboardTest, ATextEndsAtItsFirstZeroAndWithoutOneCountsAsNone)
     ClipboardOpen();
     ClipboardPrintf("!");
     EXPECT_EQ(Text(), "cut!");
-    EXPECT_EQ(plat::ClipboardBlockAllocate(plat::CLIPBOARD_LIMIT + 1), nullptr);
+    EXPECT_EQ(plat::ClipboardBlockAllocate(64 * 1024 * 1024 + 1), nullptr);
 }
 
 TEST_F(ClipboardTest, AnotherProcessIsWaitedFor)

@@ -102,7 +102,9 @@ TEST(Serialize, WritesAndReadsTheExampleOfTheFormatsPage)
     EXPECT_TRUE(LoadArchive(SavedExample(), VERSION, [&](Archive_t & Archive) { Read.Serialize(Archive); }));
     EXPECT_EQ(std::tuple(Read.iHealth, Read.fSpeed, std::string(Read.sName), Read.fRest, Read.bEmpty),
         std::tuple(100, 1.5, std::string("Ogre"), 0.25f, true));
-    EXPECT_EQ(_mm_movemask_ps(_mm_cmpeq_ps(Read.Place, _mm_setr_ps(1, 2, 3, 5))), 15);
+    float dPlace[4];
+    _mm_storeu_ps(dPlace, Read.Place);
+    EXPECT_THAT(dPlace, testing::ElementsAre(1.0f, 2.0f, 3.0f, 5.0f));
 }
 
 TEST(Serialize, StoresAndLoadsWhatTheExampleLacks)

@@ -23,7 +23,7 @@ namespace
 
     constinit Pool_u g_Pool;
 
-    // Returns the pool. The first call initialises it.
+    // Initialises the pool at the first call, and returns it.
     GigaPoolResizeable_c & GetPool()
     {
         if (g_Pool.Pool.ElementSize() == 0) [[unlikely]]

@@ -89,7 +89,7 @@ ZQ_API void FileDumpInfo();
 ZQ_API void FileLogLoadedMedia();
 
 /// Copies the files whose File_c::bOpened is set, under their keys, into the folder LoadedMedia of the current folder.
-/// Deletes the previous LoadedMedia first, without following links. What can't be deleted stays. If there is no folder
-/// and none can be created, or if the current folder can't be listed then, nothing is copied. Files that can't be
-/// copied and keys that lead out of the folder are skipped without a message.
+/// Deletes the previous LoadedMedia first, without following links. What can't be deleted stays. If the folder can't be
+/// created, and a listing of the current folder does not show it, nothing is copied. Files that can't be copied and
+/// keys that lead out of the folder are skipped without a message.
 ZQ_API void FileCloneLoadedMedia();

@@ -6,8 +6,8 @@
 //
 // Ownership: the pool owns all blocks. Its destructor frees those that are still allocated.
 // Threads: one thread at a time. There is no lock.
-// Cost: one table read finds the class of a request of up to 1024 bytes. Larger requests need a walk over the classes,
-// and so do sizes next to a class size that is not a multiple of 4. The pools allocate whole chunks.
+// Cost: one table read finds the class of a request of up to 1024 bytes. Larger requests need a walk over the classes.
+// Sizes next to a class size that is not a multiple of 4 need one too. The pools allocate whole chunks.
 // Failure: a lack of memory, a request above the largest class and a refused class size (AddGroup) end in Abort. Free
 // returns false for a pointer that lies in no chunk with allocated blocks. Other wrong use asserts.
 //
@@ -39,8 +39,8 @@ public:
 
     /// Adds a class of blocks of element_size bytes. elements_total is the expected number of blocks, which is no
     /// limit. Asserts that elements_total > 0, and that there are fewer than MAX_GROUPS classes: a further one is not
-    /// added. A size that is not above the previous class's, or is above INT_MAX, ends in Abort. So does Alloc from a
-    /// class of 0 blocks, or of 0 bytes.
+    /// added. A size that is not above the previous class's, or is above INT_MAX, ends in Abort. Alloc from a class of
+    /// 0 blocks, or of 0 bytes, ends in Abort too.
     void AddGroup(unsigned int element_size, unsigned int elements_total);
 
     /// Allocates a block of the smallest class with nBytes or more and returns it, never null. Blocks of a class whose
@@ -71,7 +71,7 @@ private:
         unsigned int elements_total;
         unsigned int element_size;
         GigaPoolResizeable_c * pPool;   // owned
-        bool bReserved;                 // always false
+        bool bReserved;                 // whether the class is reserved, which none is
     };
 
     GigaPoolResizeable_c * PoolFor(unsigned int nBytes) const;
