@@ -4,8 +4,10 @@
 // A change is one of these:
 // - A file that was opened for writing is closed, unless it is new and empty.
 // - A file is renamed to a name that exists, or to a kept name (Open).
-// - In a folder that has just been created, a file is found that is no older than the folder, has contents, and has no
-//   known writer.
+// - In a folder that has just been created, a file is found that meets these conditions:
+//   - It is no older than the folder.
+//   - It has contents.
+//   - It has no known writer.
 // - A file with a kept name is found in a folder that has appeared, unless it is new, and empty or still open for
 //   writing.
 //

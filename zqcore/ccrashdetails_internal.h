@@ -2,7 +2,7 @@
 #pragma once
 
 /// Parts of the names of a report's files: STEM.rpt, and STEM_details.txt or, if that name is taken,
-/// STEM_details_0123ABCD.txt. STEM begins with CrashReport_.
+/// STEM_details_0123abcd.txt. STEM begins with CrashReport_.
 inline constexpr char CRASH_REPORT_START[] = "CrashReport_", CRASH_REPORT_END[] = ".rpt";
 inline constexpr char CRASH_DETAILS_NAME[] = "_details", CRASH_DETAILS_END[] = ".txt";
 

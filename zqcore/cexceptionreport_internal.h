@@ -154,7 +154,7 @@ namespace exceptionreport
         void Begin(CrashSection_e eSection);
         void Cut(unsigned nLimit);
         void Flush();
-        void MakeRoomForCut();   // cuts the line before CUT, between two characters of UTF-8
+        void MakeRoomForCut();   // shortens the line until CUT fits, and splits no character of UTF-8
 
         static constexpr char CUT[] = "...\n";          // end of a line that was cut
         static constexpr unsigned WRITE_LIMIT = 5000;   // milliseconds for the end of a section that was cut

@@ -250,7 +250,7 @@ void FileRequests_c::LeaveWorker()
 }
 
 // Serves the oldest request that waits. Returns false if none does. The lock is not held while the disk is read: a
-// thread of idle class may hold it for long. The request stays the oldest of those that wait, because only requests
+// thread in the idle class may hold it for long. The request stays the oldest of those that wait, because only requests
 // that are done are removed.
 bool FileRequests_c::ServeOldest()
 {

@@ -89,7 +89,7 @@ private:
     char const * const m_szExt;
 };
 
-/// Queues a read of the file into its own block, or into a buffer, and returns a handle:
+/// Queues a read of the file into its own block, or into a buffer, and returns a handle. Rules of the queue:
 /// - Requests are served in order, one at a time.
 /// - Requests from before the module's start wait for it. Its Shutdown drops those that are left.
 /// - If the system has no thread for a worker, this call serves the request.

@@ -71,7 +71,7 @@ private:
         unsigned int elements_total;
         unsigned int element_size;
         GigaPoolResizeable_c * pPool;   // owned
-        bool bReserved;                 // whether the class is reserved, which none is
+        bool bReserved;                 // whether the class is reserved: always false
     };
 
     GigaPoolResizeable_c * PoolFor(unsigned int nBytes) const;

@@ -10,8 +10,8 @@
 // Ownership: the tables are static. Points are values of the caller.
 // Threads: any number of threads may read noise, but not while the module is initialised or the seed is set.
 // Cost: about 10 ns for a sample in three dimensions. Nothing allocates.
-// Failure: noise is 0 before the module is initialised or a seed is set. A coordinate that is NaN, or outside of -4096
-// to below 2^31 - 4096, has no continuous noise and may fail an assertion.
+// Failure: noise is 0 before the module is initialised or a seed is set. A coordinate that is NaN, below -4096, or not
+// below 2^31 - 4096 has no continuous noise and may fail an assertion.
 //
 //     PerlinNoiseSetSeed(7);
 //     float const fHeight = PerlinNoise(Vector2_t{ 0.5f, 3.25f });   // from -0.5 to 0.5

@@ -20,7 +20,8 @@ namespace plat
         return szName[0] == '.' && (szName[1] == 0 || (szName[1] == '.' && szName[2] == 0));
     }
 
-    /// One walk over a folder's entries, without "." and "..". It holds and reads up to BLOCK_BYTES bytes at a time.
+    /// One walk over a folder's entries, without "." and "..". It reads up to BLOCK_BYTES bytes at a time into a buffer
+    /// that it holds.
     template <std::size_t BLOCK_BYTES>
     class FolderReader_T
     {

@@ -124,7 +124,7 @@ namespace plat
 
     void ProcessorName(char * szText, std::size_t nSize)
     {
-        // Intel's manual, volume 2, CPUID: leaves 80000002 to 80000004 have 48 bytes of name, padded with blanks.
+        // CPUID (Intel SDM, volume 2): leaves 80000002 to 80000004 have 48 bytes of name, padded with blanks.
         constexpr unsigned FIRST = 0x80000002, LAST = 0x80000004;
         char szName[48 + 1] = {};
         for (unsigned iLeaf = FIRST; iLeaf <= LAST; ++iLeaf)

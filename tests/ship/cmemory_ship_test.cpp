@@ -31,7 +31,7 @@ namespace
 
     constexpr std::ptrdiff_t MIB = 1 << 20;
     constexpr std::ptrdiff_t PEAK_PLAY = 64 * MIB;   // the peak exceeds the bytes before the test by less than this
-    constexpr int DECALS_WORD = mem::Decals << MEMORY_CATEGORY_SHIFT | MEMORY_CLIENT_BLOCK;
+    constexpr int DECALS_WORD = WordOf(mem::Decals, MEMORY_CLIENT_BLOCK);
     void * g_pLast = nullptr;
 
     class CountedShip : public testing::Test

@@ -325,7 +325,7 @@ namespace
             }
         }
 
-        // Complains about the first line whose first column resembles @head.
+        // Complains about the first line whose first column begins with @ and resembles @head.
         void FindMisspeltHead()
         {
             WarehouseScan_t Scan = ScanFrom(0);

@@ -48,8 +48,8 @@ struct CheckedText_t
 /// Returns the first of these kinds that fits a text:
 /// - a script or a property list, if its name ends in ".scr" or ".prp" in upper or lower case.
 /// - a table, if bHead is set, which says that the names of the columns are given.
-/// - a table, if the first column of a line is @head in upper or lower case, and the text has no byte order mark of
-///   UTF-16. The first line may also begin with a word that begins with @ and resembles that.
+/// - a table, if the text has no byte order mark of UTF-16, and the first column of a line is @head in upper or lower
+///   case, or that of the first line that has one begins with @ and resembles @head.
 /// - a spreadsheet, if its name ends in ".csv" in upper or lower case.
 /// - none.
 TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes, bool bHead);

@@ -27,7 +27,7 @@ namespace
         return sName.ends_with(sEnd) ? std::optional(sName.substr(0, sName.size() - sEnd.size())) : std::nullopt;
     }
 
-    // Returns the stem of "STEM_details_0123ABCD.txt", the name of details if something else has the usual one. Returns
+    // Returns the stem of "STEM_details_0123abcd.txt", the name of details if something else has the usual one. Returns
     // nothing for any other name.
     std::optional<std::string> StemOfMore(std::string const & sName)
     {
