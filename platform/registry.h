@@ -76,9 +76,9 @@ namespace plat
     /// Returns whether the key exists and can be opened by the user.
     bool RegistryKeyExists(RegistryTree_e eTree, char const * szKey);
 
-    /// Opens a key by its path from the tree. With bCreate, creates it and the missing keys of its path. dwAccess has
-    /// the rights that the caller needs. Those that the user does not have are left out: an operation that needs them
-    /// fails later. Others may be granted too. Returns null if the key can't be opened or created.
+    /// Opens a key by its path from the tree and returns it. With bCreate, creates it and the missing keys of its path.
+    /// dwAccess has the rights that the caller needs. Those that the user does not have are left out: an operation that
+    /// needs them fails later. Others may be granted too. Returns null if the key can't be opened or created.
     RegistryKey_t RegistryOpenKey(RegistryTree_e eTree, char const * szKey, std::uint32_t dwAccess, bool bCreate);
 
     /// Closes a key. Null does nothing.

@@ -15,7 +15,7 @@ namespace
     using plat::FaultAccess_e;
     using Word_t = std::uintptr_t;
 
-    // The processor's exceptions in the kernel's numbers: Intel's manual, volume 3, chapter 6.
+    // The processor's exceptions in the kernel's numbers: Intel SDM, volume 3, chapter 6.
     enum Exception_e : Word_t
     {
         DIVISION = 0,
@@ -222,7 +222,7 @@ TEST(FaultDecode, APageFaultSaysWhatItsAccessWas)
         EXPECT_EQ(Fault.Record.dParameters[1], Fault.AddressOf(Fault.Info.si_addr)) << nErrorCode;
         return Fault.Record.eAccess;
     };
-    // Bits of the error code (Intel's manual, volume 3, 4.7): 2 is a write, 4 the user's mode, 0x10 the fetch of an
+    // Bits of the error code (Intel SDM, volume 3, 4.7): 2 is a write, 4 the user's mode, 0x10 the fetch of an
     // instruction.
     EXPECT_EQ(Access(4, false), FaultAccess_e::Read);
     EXPECT_EQ(Access(6, false), FaultAccess_e::Write);

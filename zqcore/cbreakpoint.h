@@ -28,7 +28,7 @@ class ZQ_API Breakpoint_c
 public:
     static constexpr int INVALID_INDEX = 65535;   // m_nIndex while no register is held
 
-    /// Codes of the control word (Intel's manual, volume 3B, debug registers). Lengths in bytes are LENGTH_1,
+    /// Codes of the control word (Intel SDM, volume 3B, debug registers). Lengths in bytes are LENGTH_1,
     /// LENGTH_2, LENGTH_4 and LENGTH_8. Kinds of access are ACCESS_WRITE, ACCESS_READ_WRITE and ACCESS_EXECUTE. Set
     /// refuses ACCESS_PORT, and ACCESS_EXECUTE with a length other than LENGTH_1.
     using Length_e = plat::DebugRegisters_t::Length_e;

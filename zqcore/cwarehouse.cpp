@@ -405,7 +405,7 @@ bool Warehouse_c::Get(char const * sColumn, unsigned long & value) const
 
 // Reads the cell as a long from iMin to iMax and returns true. Otherwise stores the error and returns false.
 template <typename T>
-bool Warehouse_c::GetInteger(char const * sColumn, T & value, long iMin, long iMax) const
+bool Warehouse_c::GetInteger(char const * sColumn, T & Value, long iMin, long iMax) const
 {
     long iValue = 0;
     if (!Get(sColumn, iValue))
@@ -416,7 +416,7 @@ bool Warehouse_c::GetInteger(char const * sColumn, T & value, long iMin, long iM
     {
         return LogInvalid(sColumn, OUT_OF_RANGE);
     }
-    value = static_cast<T>(iValue);
+    Value = static_cast<T>(iValue);
     return true;
 }
 

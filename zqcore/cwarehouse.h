@@ -191,7 +191,7 @@ private:
     ZQ_API char const * WorkIdent() const;
     ZQ_API bool StepIdent();
     template <typename T>
-    bool GetInteger(char const * sColumn, T & value, long iMin, long iMax) const;
+    bool GetInteger(char const * sColumn, T & Value, long iMin, long iMax) const;
     ZQ_COLD bool LogNotFound(char const * sColumn) const;
     ZQ_API ZQ_COLD bool LogInvalid(char const * sColumn, char const * szReason) const;
     void KeepError(char const * szReason, char const * sColumn) const;

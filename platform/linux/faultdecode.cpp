@@ -1,4 +1,4 @@
-// Intel's manual has the processor's exceptions (volume 3, chapter 6) and the opcodes (volume 2, appendix A).
+// The Intel SDM has the processor's exceptions (volume 3, chapter 6) and the opcodes (volume 2, appendix A).
 #include "platform/linux/faultdecode.h"
 
 #include "platform/linux/callingthread.h"

@@ -9,7 +9,7 @@ struct StatsFollow_t
 {
     std::string sFile;
     int iPort = 0;        // 0: a free one
-    int nMaxFrames = 0;   // ends after so many, or when the rest is not read; 0: only an interrupt ends it
+    int nMaxFrames = 0;   // frames until the end, which may come earlier if the rest is not read; 0: until an interrupt
 };
 
 /// Serves the page until an interrupt from the keyboard or the end in Follow. Serves an open page for up to 3 s after
