@@ -27,7 +27,7 @@ struct Mimalloc_s
         return bInstalled;
     }
 
-    /// Allocate and release a block. Require that mimalloc is installed.
+    /// Allocate a block and return it, and release one. Require that mimalloc is installed.
     void * Allocate(std::size_t nBytes) { return fnMalloc(nBytes); }
     void Release(void * pBlock, std::size_t) { fnFree(pBlock); }
 

@@ -76,7 +76,8 @@ namespace
     }
 }
 
-// Receives what the library would send, instead of the socket's data.
+// Receives what the library would send, instead of the socket's data, and returns its size. Returns 0 at the end of the
+// input instead of a request.
 extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
 {
     if (nRecord == sizeof(plat::SymbolMemory_t))
@@ -122,7 +123,7 @@ extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
     return static_cast<ssize_t>(nRecord);
 }
 
-// Checks an answer to the library.
+// Checks an answer to the library and returns its size.
 extern "C" ssize_t __wrap_send(int, void const * pRecord, std::size_t nRecord, int)
 {
     auto const & Answer = *static_cast<plat::SymbolAnswer_t const *>(pRecord);
@@ -134,14 +135,14 @@ extern "C" ssize_t __wrap_send(int, void const * pRecord, std::size_t nRecord, i
     return static_cast<ssize_t>(nRecord);
 }
 
-// Leaves the threads of the parent process alone.
+// Leaves the threads of the parent process alone. Returns -1 with the error EPERM.
 extern "C" long __wrap_ptrace(int, ...)
 {
     errno = EPERM;
     return -1;
 }
 
-// Opens a memory map that holds the program alone.
+// Opens a memory map that holds the program alone, and returns its stream.
 extern "C" std::FILE * __wrap_fdopen(int, char const *)
 {
     static std::string s_sMaps;

@@ -133,7 +133,7 @@ namespace plat
     /// Reports that a block was freed before, and is not freed again.
     void HeapReportFreed(void const * pUser);
 
-    /// Installs a receiver of reports. Null restores the default. Returns the previous receiver.
+    /// Installs a receiver of reports; null restores the default. Returns the previous receiver.
     HeapReport_t HeapReportSet(HeapReport_t fnReceiver);
 
     /// The heap's lock, with a spin count of 4000. It is held during each hook.

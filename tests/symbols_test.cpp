@@ -21,7 +21,8 @@ namespace symbols_test
         return iLine;
     }
 
-    // Calls fnLook. Each function of the stack works on after its call, so that none is a tail call.
+    // Calls fnLook. Each function of the stack works on after its call, so that none is a tail call. The results mean
+    // nothing.
     NOT_INLINED unsigned Innermost(Look_t const & fnLook)
     {
         plat::FaultContext_t Context;

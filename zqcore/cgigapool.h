@@ -207,9 +207,9 @@ public:
     /// Returns whether the next Alloc takes the fast path, which does not fail.
     bool IsAllocFast() const { return m_Open.HasTwoFree(); }
 
-    /// Frees an element and returns true, as GigaPoolStatic_c::Free does. Returns false and changes nothing if no
-    /// chunk, or only a spare, holds the pointer. A chunk without elements in use becomes the spare, or is freed if
-    /// the pool has a spare already.
+    /// Frees an element and returns true, as GigaPoolStatic_c::Free does. A chunk without elements in use becomes the
+    /// spare, or is freed if the pool has a spare already. Returns false and changes nothing if no chunk, or only a
+    /// spare, holds the pointer.
     bool Free(void const * pPtr, bool bArray) { return m_pMap->Free(pPtr, bArray); }
 
     /// Returns whether a chunk with elements in use holds the pointer. The spare does not count. With a shared map the

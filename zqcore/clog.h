@@ -6,7 +6,7 @@
 //
 // Ownership: the library opens and closes the file. Listeners are kept as pointers.
 // Threads: any thread may log at any time except during LogDone, also in a forked child. The list of listeners has no
-// lock: add listeners at start-up, and call LogDone when no other thread logs.
+// lock. Requires that listeners are added at start-up, and that LogDone is called when no other thread logs.
 // Cost: a line is one system call for the file. Nothing allocates for a line.
 // Failure: lines that a full disk does not store are lost. The next line that is written comes after "Log lines lost
 // here: N". A link, pipe or device with the log's name is refused, and the log stays closed.

@@ -128,7 +128,7 @@ struct WarehouseScan_t
     /// Returns the position of the next byte.
     int GetPos() const { return nPos; }
 
-    /// Returns the next byte and moves after it. At the end of the data returns a line feed and does not move.
+    /// Moves after the next byte and returns it. At the end of the data does not move and returns a line feed.
     char GetChar() { return nPos < nLength ? pLine[nPos++] : '\n'; }
 
     /// Return whether a character, or the byte at nPos, is a separator. The end of the data is none.

@@ -14,7 +14,7 @@ namespace plat
     /// The fields that FactsFromStatx reads.
     inline constexpr unsigned FACTS_MASK = STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_BTIME;
 
-    /// Converts a time since 1970 to 100-nanosecond ticks since 1601. Returns 0 for a time before 1601.
+    /// Returns a time since 1970 as 100-nanosecond ticks since 1601. Returns 0 for a time before 1601.
     inline FileTime_t TicksFromTime(std::int64_t nSeconds, std::uint32_t nNanoseconds)
     {
         std::int64_t const nSince1601 = nSeconds + FILE_TIME_SECONDS_TO_1970;

@@ -120,13 +120,13 @@ namespace plat
     /// follow a link. Returns 0, or -1 on failure.
     int ReadStat(DiskPath_c & Path, struct stat & Stat);
 
-    /// Returns whether a path names the open file of these facts in any spelling, and sets the path to that spelling.
-    /// If the path names another file, errno is ESTALE. If it names none, or the system does not report it, errno is
-    /// that of the failed call.
+    /// Sets a path to the spelling in which it names an entry, and returns whether that is the open file of these
+    /// facts. If the path names another file, errno is ESTALE. If it names none, or the system does not report it,
+    /// errno is that of the failed call.
     bool IsNamed(DiskPath_c & Path, struct stat const & File);
 
-    /// Returns whether a path names anything in any spelling, including a link whose target is missing, and sets the
-    /// path to that spelling.
+    /// Sets a path to the spelling in which it names anything, including a link whose target is missing. Returns
+    /// whether there is such a spelling.
     bool IsThere(DiskPath_c & Path);
 
     /// Synchronises a file or an open folder. Returns false on failure.

@@ -32,7 +32,7 @@ namespace
             , m_dHistory(OPCODE_HISTORY)
         {}
 
-        // Returns the shortest code of a string, and adds the string to the history.
+        // Adds a string to the history and returns its shortest code, made with the strings before it.
         std::string Code(std::string const & sText)
         {
             std::string sBest;
