@@ -79,13 +79,13 @@ public:
     /// Returns the level at the current time, or 0 in ADSR_PHASE_NONE.
     float Get() const;
 
-    float fAttackLevel = 1.0f;   // at the end of the attack
-    float fSustainLevel = 0.5f;
-    double tAttackEnd = 1.0;   // from the start of the envelope, as the next three
-    double tDecayEnd = 1.0;
-    double tSustainEnd = 1.0;
-    double tReleaseEnd = 1.0;   // also the length of the envelope
-    double tTime = 0.0;         // current time
+    float fAttackLevel = 1.0f;    // at the end of the attack
+    float fSustainLevel = 0.5f;   // from the end of the decay to that of the sustain
+    double tAttackEnd = 1.0;      // since the start of the envelope, as the next three
+    double tDecayEnd = 1.0;       // when the sustain begins
+    double tSustainEnd = 1.0;     // when the release begins
+    double tReleaseEnd = 1.0;     // length of the envelope
+    double tTime = 0.0;           // current time
 
 protected:
     /// Copies levels, times and the current time.
