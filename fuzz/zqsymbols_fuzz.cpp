@@ -76,8 +76,8 @@ namespace
     }
 }
 
-// Receives what the library would send, instead of the socket's data, and returns its size. Returns 0 at the end of the
-// input instead of a request.
+// Receives a record that the library would send, instead of the socket's data, and returns the size of the record. If
+// the input has ended, returns 0 instead of the size of a request.
 extern "C" ssize_t __wrap_recv(int, void * pRecord, std::size_t nRecord, int)
 {
     if (nRecord == sizeof(plat::SymbolMemory_t))

@@ -21,8 +21,8 @@ namespace symbols_test
         return iLine;
     }
 
-    // Calls fnLook. Each function of the stack works on after its call, so that none is a tail call. The results mean
-    // nothing.
+    // Calls fnLook. Each function of the stack does more after its call, so that none is a tail call. Their results
+    // mean nothing.
     NOT_INLINED unsigned Innermost(Look_t const & fnLook)
     {
         plat::FaultContext_t Context;

@@ -81,7 +81,7 @@ public:
 
     float fAttackLevel = 1.0f;    // at the end of the attack
     float fSustainLevel = 0.5f;   // from the end of the decay to that of the sustain
-    double tAttackEnd = 1.0;      // since the start of the envelope, as the next three
+    double tAttackEnd = 1.0;      // end of the attack; all four ends are since the start
     double tDecayEnd = 1.0;       // when the sustain begins
     double tSustainEnd = 1.0;     // when the release begins
     double tReleaseEnd = 1.0;     // length of the envelope

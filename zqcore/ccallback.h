@@ -108,7 +108,7 @@ private:
     struct FiringScope_c
     {
         CallbackerBase_T & m_List;
-        bool const m_bChangedBefore;   // whether the list was changed before this firing; restored at its end
+        bool const m_bChangedBefore;   // whether the list was changed before this firing, for the outer one
 
         explicit FiringScope_c(CallbackerBase_T & List)
             : m_List(List)

@@ -143,11 +143,13 @@ ZQ_API bool FileAddOneFile(char const * sFile);
 
 /// Adds an object of a library above under its key, which is in lower case, and returns HASH_ADDED. With bOver,
 /// hides another object that has the key already. Asserts that pFile has a key, and no pPath if bOver is set. Adds
-/// nothing and returns HASH_PRESENT if an object that it does not hide has the key, or HASH_FULL if the table has no
-/// room or pFile is null. The table owns an object that was added.
+/// nothing in these cases:
+/// - an object that it does not hide has the key. The result is then HASH_PRESENT.
+/// - the table has no room. The result is then HASH_FULL.
+/// - pFile is null. The result is then HASH_FULL too.
 ///
-/// A hidden object is in the table again when the object that hides it is destroyed. Until then no lookup finds it.
-/// Pointers to it stay valid. These functions reach it too:
+/// The table owns an object that was added. A hidden object is in the table again when the object that hides it is
+/// destroyed. Until then no lookup finds it. Pointers to it stay valid. These functions reach it too:
 /// - FileResetFiles removes it with its folder.
 /// - FileReset destroys it.
 /// - FilesystemCacheSave (cfilecache.h) writes it.

@@ -125,8 +125,8 @@ namespace plat
     /// errno is that of the failed call.
     bool IsNamed(DiskPath_c & Path, struct stat const & File);
 
-    /// Sets a path to the spelling in which it names anything, including a link whose target is missing. Returns
-    /// whether there is such a spelling.
+    /// Sets a path to the spelling in which it names anything, including a link whose target is missing, and returns
+    /// true. Returns false if there is no such spelling, or if the system does not report it.
     bool IsThere(DiskPath_c & Path);
 
     /// Synchronises a file or an open folder. Returns false on failure.

@@ -117,7 +117,7 @@ namespace plat
         }
 
         // Replaces the new process by the helper. Makes system calls only, because the process still uses the memory of
-        // its parent. Requires that all signals are blocked. Does not return: on failure ends the process.
+        // its parent. Requires that all signals are blocked. On failure ends the process.
         __attribute__((no_sanitize_address, no_sanitize_thread)) int BecomeHelper(void * pArgument)
         {
             constexpr int ABOVE_ALL = SYMBOL_MAPS + 1;

@@ -20,9 +20,9 @@ namespace
         return Lower(sFile).ends_with(sEnd);
     }
 
-    // Returns whether the first column of a line is WAREHOUSE_HEADER, or SuggestHead suggests that for the first line
-    // that has a first column. Blank lines, comments and lines with an empty first cell have none. Returns false for
-    // UTF-16.
+    // Returns whether the first column of a line is WAREHOUSE_HEADER, or SuggestHead suggests it for the first line
+    // whose first column is not null. That skips blank lines, comments and lines with an empty first cell. Returns
+    // false for UTF-16.
     bool HasHead(std::string const & sFile, std::string const & sBytes)
     {
         char const * pText = sBytes.data();

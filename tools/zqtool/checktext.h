@@ -49,7 +49,7 @@ struct CheckedText_t
 /// - a script or a property list, if its name ends in ".scr" or ".prp" in upper or lower case.
 /// - a table, if bHead is set, which says that the names of the columns are given.
 /// - a table, if the text has no byte order mark of UTF-16, and the first column of a line is @head in upper or lower
-///   case, or that of the first line that has one begins with @ and resembles @head.
+///   case, or the first column that is not null begins with @ and resembles @head.
 /// - a spreadsheet, if its name ends in ".csv" in upper or lower case.
 /// - none.
 TextKind_e TextKindOf(std::string const & sFile, std::string const & sBytes, bool bHead);
