@@ -73,7 +73,7 @@ namespace plat
     bool RegistryWrite(RegistryTree_e eTree, char const * szKey, char const * szName, RegistryType_e eType,
         void const * pData, std::size_t nSize);
 
-    /// Returns whether the key exists and can be opened by the user.
+    /// Returns whether the key exists and the user can open it.
     bool RegistryKeyExists(RegistryTree_e eTree, char const * szKey);
 
     /// Opens a key by its path from the tree and returns it. With bCreate, creates it and the missing keys of its path.

@@ -152,8 +152,8 @@ namespace plat
 
     /// Moves the calling thread to the idle scheduling class, which runs only when nothing else needs the processor. If
     /// another thread joins this thread, or sleeps for a Lock_c that this thread holds, this thread moves to the normal
-    /// class until it calls ThreadSetIdleClass again. The system may refuse this move (ThreadCanBeLifted). Requires that
-    /// no other thread of the process is in the idle class. Returns false if the system refuses the idle class.
+    /// class until it calls ThreadSetIdleClass again. The system may refuse this move (ThreadCanBeLifted). Requires
+    /// that no other thread of the process is in the idle class. Returns false if the system refuses the idle class.
     bool ThreadSetIdleClass();
 
     /// Returns whether the system allows raising the thread that called ThreadSetIdleClass to the normal class. Many

@@ -317,7 +317,7 @@ inline std::wstring WideFromAscii(std::string const & sText)
 /// Returns an address as the heap's reports show it.
 std::string AddressText(void const * pMemory);
 
-/// Removes each occurrence of a part from a text and returns the rest. Requires that the part is not empty.
+/// Returns a text without the occurrences of a part. Requires that the part is not empty.
 std::string Without(std::string sText, std::string_view sPart);
 
 /// Page of the file formats, whose examples are tested.
