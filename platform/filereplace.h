@@ -77,7 +77,7 @@ namespace plat
         /// it.
         Result_e Take(char const * szPath);
 
-        /// Deletes the file and releases the lock. Requires the path of Take. Does nothing if this object has no lock.
+        /// Deletes the file and releases the lock. Does nothing if this object has no lock. Requires the path of Take.
         void Drop(char const * szPath);
 
         /// Returns whether this object holds the lock.

@@ -58,8 +58,8 @@ ZQ_API void FilesystemCacheInit(char const * sName);
 ZQ_API bool FilesystemCacheLoad();
 
 /// Sets whether scans store the size and time of each folder, and FilesystemCacheSave writes them after the records,
-/// for FilesystemCacheIsCurrent. At start they do not. Requires a call before the scan. Costs one system call for each
-/// folder. ModuleFile_c calls it at its start after CheckCache(true).
+/// for FilesystemCacheIsCurrent. At start they do not. ModuleFile_c sets it at its start after CheckCache(true). Costs
+/// one system call for each folder. Requires a call before the scan.
 ZQ_API void FilesystemCacheCheck(bool bCheck);
 
 /// Compares the folders of the cache that FilesystemCacheInit named with the disk. Stores the size and time of each

@@ -94,8 +94,8 @@ extern ZQ_API FileTable_t g_sFileObjects;
 extern ZQ_API PathTable_t g_sPaths;
 
 /// Registers the files of a folder, with those of its subfolders if bRecursive is set, and returns true. Fires
-/// g_AddSubfolderCallbacker for each folder. Requires that no receiver removes folders from the tables. Returns true
-/// too if the folder can't be read. FileScanIsWhole then returns false. Returns false, with a log line, in these cases:
+/// g_AddSubfolderCallbacker for each folder. Returns true too if the folder can't be read. FileScanIsWhole then returns
+/// false. Requires that no receiver removes folders from the tables. Returns false, with a log line, in these cases:
 /// - there is no such folder.
 /// - the system can't report it. FileScanIsWhole then returns false too.
 /// - its path has more than 255 characters.

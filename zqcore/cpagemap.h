@@ -69,7 +69,7 @@ public:
         ++m_nUsed;
     }
 
-    /// Removes a page. Requires that it is in the map. A map without pages has no storage.
+    /// Removes a page. Releases the storage with the last page. Requires that the page is in the map.
     void Remove(std::uintptr_t iPage)
     {
         std::size_t i = SlotOf(iPage);
