@@ -4,8 +4,8 @@
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
-/// Loads a library and returns one of its functions. Returns null if either is missing. Linked normally, an allocator
-/// would replace malloc for the whole process and so change every row.
+/// Loads a library and returns one of its functions. Linked normally, an allocator would replace malloc for the whole
+/// process and so change every row. Returns null if the library or the function is missing.
 template <typename FUNCTION>
 FUNCTION FindPeerFunction(char const * szLibrary, char const * szFunction)
 {

@@ -106,6 +106,6 @@ ZQ_API void * FileAsyncOpen(File_c * pFile, void * pBuffer);
 /// Asserts that the handle is known, and returns false otherwise.
 ZQ_API bool FileAsyncIsLoaded(void * file);
 
-/// Removes the oldest request for this file if it is done, even if its read failed, and returns true. Returns false
-/// while it is not done, and if there is no request for the file. Walks the requests.
+/// Removes the oldest request for this file if it is done, even if its read failed, and returns true. Walks the
+/// requests. Returns false while the oldest one is not done, and if there is no request for the file.
 ZQ_API bool FileAsyncIsLoadedSlow(File_c * pFile);
