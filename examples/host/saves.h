@@ -25,7 +25,7 @@ struct SaveResult_t
 
 /// Loads the world of a game from a save and returns the result. If the save is damaged or absent, loads the newest of
 /// Save.GetPrevious() previous saves that holds a sound world of this game. If there is none, the world starts new.
-/// Sets a damaged save aside. Refuses the load in these cases, after which the world allows no call but Begin and its
+/// Puts a damaged save aside. Refuses the load in these cases, after which the world allows no call but Begin and its
 /// shutdown:
 /// - the save, or a previous one that it tries, can't be read or is of another version.
 /// - the save is of another game.
