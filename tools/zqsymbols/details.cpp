@@ -3,7 +3,6 @@
 #include "tools/zqsymbols/dies.h"
 #include "tools/zqsymbols/inlined.h"
 #include "tools/zqsymbols/typenames.h"
-#include "zqcore/ccrashdetails_internal.h"
 
 #include <chrono>
 #include <cstdio>
@@ -210,7 +209,7 @@ namespace zqsymbols
         m_nNumber += nLeftOut;
         return "... " + std::to_string(nLeftOut)
                + (bEnd ? " frames left out ...\n"
-                       : " or more frames left out ...\n" + std::string(CRASH_CUT) + "the far end was not reached)\n");
+                       : " or more frames left out ...\n" + CutMark("the far end was not reached") + "\n");
     }
 
     std::string StackLines_c::Next()

@@ -10,9 +10,18 @@
 #include "tools/zqsymbols/types.h"
 #include "tools/zqsymbols/values.h"
 #include "tools/zqsymbols/variables.h"
+#include "zqcore/ccrashdetails_internal.h"
+
+#include <string>
 
 namespace zqsymbols
 {
+    /// Returns the line about a part that is missing, for a reason, without the line end.
+    inline std::string CutMark(std::string const & sReason)
+    {
+        return CRASH_CUT + sReason + ')';
+    }
+
     /// Writer of the lines of frames. It reads each source file once.
     class FrameLines_c
     {

@@ -3,7 +3,6 @@
 #include "platform/linux/lockmark.h"
 #include "tools/zqsymbols/names.h"
 #include "tools/zqsymbols/values.h"
-#include "zqcore/ccrashdetails_internal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -234,7 +233,7 @@ namespace zqsymbols
         Stopped_t Stopped;
         if (!TakeRegisters(Thread.iThread, m_Process.GetWord(), Stopped))
         {
-            Thread.sProblem = std::string(CRASH_CUT) + "no registers)";
+            Thread.sProblem = CutMark("no registers");
             return;
         }
         m_Process.ForgetMemory();
@@ -254,7 +253,7 @@ namespace zqsymbols
     // Stops a thread, walks its stack and lets it run on. Returns false if the system forbids that.
     bool ThreadLines_c::Trace(Thread_t & Thread)
     {
-        std::string const sEnded = std::string(CRASH_CUT) + "it has ended)";
+        std::string const sEnded = CutMark("it has ended");
         if (ptrace(PTRACE_SEIZE, Thread.iThread, nullptr, nullptr) != 0)
         {
             int const iError = errno;
@@ -270,7 +269,7 @@ namespace zqsymbols
         }
         else
         {
-            Thread.sProblem = bAsked ? std::string(CRASH_CUT) + "it did not stop)" : sEnded;
+            Thread.sProblem = bAsked ? CutMark("it did not stop") : sEnded;
         }
         ptrace(PTRACE_DETACH, Thread.iThread, nullptr, static_cast<std::uintptr_t>(std::max(iStopped, 0)));
         return true;
@@ -297,15 +296,16 @@ namespace zqsymbols
         auto const tEnd = Clock_t::now() + ALL_LIMIT;
         std::error_code Error;
         std::vector<int> dAll = ThreadsOfParent(Error);
-        m_sEnd = Error ? CRASH_CUT + ("the list of threads: " + Error.message()) + ")\n" : "";
+        m_sEnd = Error ? CutMark("the list of threads: " + Error.message()) + "\n" : "";
         std::erase(dAll, static_cast<int>(m_Process.GetThread()));
         std::size_t nLeft = dAll.size();
         for (int const iThread : dAll)
         {
             if (Clock_t::now() >= tEnd)
             {
-                m_sEnd = std::string(CRASH_CUT) + "the limit of " + std::to_string(ALL_LIMIT.count()) + " s, "
-                         + std::to_string(nLeft) + (nLeft == 1 ? " thread" : " threads") + " left out)\n";
+                m_sEnd = CutMark("the limit of " + std::to_string(ALL_LIMIT.count()) + " s, " + std::to_string(nLeft)
+                                 + (nLeft == 1 ? " thread" : " threads") + " left out")
+                         + "\n";
                 break;
             }
             --nLeft;
@@ -313,8 +313,7 @@ namespace zqsymbols
             Thread.iThread = iThread;
             if (!TraceApart(Thread))
             {
-                m_sEnd =
-                    CRASH_CUT + ("the system does not let the helper trace this process: " + Thread.sProblem) + ")\n";
+                m_sEnd = CutMark("the system does not let the helper trace this process: " + Thread.sProblem) + "\n";
                 break;
             }
             m_dThreads.push_back(std::move(Thread));
